@@ -1,0 +1,12 @@
+# Settings every target of this repository shares.
+function(mailtree_settings target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+    -Wcast-qual -Wformat=2 -Wundef)
+  if(MAILTREE_WERROR)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+  if(MAILTREE_SANITIZE)
+    target_compile_options(${target} PRIVATE -fsanitize=${MAILTREE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(${target} PUBLIC -fsanitize=${MAILTREE_SANITIZE})
+  endif()
+endfunction()

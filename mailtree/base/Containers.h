@@ -1,0 +1,98 @@
+// base/Containers.h - arrays of object pointers, arrays of strings, a queue, a pair.
+//
+//   Ownership  An ExtPtrArray deletes at its end only what appendObject gave it. insertAt and appendPtr lend;
+//              removeAt disowns; removeAllObjects deletes everything, lent or owned.
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <string_view>
+#include <vector>
+
+#include "mailtree/base/Object.h"
+#include "mailtree/base/StringBuffer.h"
+
+namespace mailtree {
+
+class ExtPtrArray final : public SorvikObject {
+ public:
+  ExtPtrArray() noexcept = default;
+  ExtPtrArray(const ExtPtrArray&) = delete;
+  ExtPtrArray& operator=(const ExtPtrArray&) = delete;
+  ~ExtPtrArray() override;
+
+  /// Appends and owns. False when memory ran out; the object then still belongs to the caller. Null is refused.
+  bool appendObject(SorvikObject* object);
+  /// Appends a borrowed pointer, null included.
+  bool appendPtr(SorvikObject* object);
+  /// Inserts a borrowed pointer before `index`; an index beyond the end, or a negative one, appends.
+  bool insertAt(int index, SorvikObject* object);
+  /// Null when out of range.
+  SorvikObject* elementAt(int index) const noexcept;
+  int getSize() const noexcept { return static_cast<int>(m_entries.size()); }
+  /// Takes the entry out without deleting it and hands it to the caller; null when out of range.
+  SorvikObject* removeAt(int index) noexcept;
+  /// Forgets all without deleting any.
+  void removeAll() noexcept { m_entries.clear(); }
+  /// Deletes every entry, however it came in.
+  void removeAllObjects() noexcept;
+  /// Moves all entries, with their ownership, to the end of another array. False when memory ran out; nothing moved then.
+  bool transferPtrs(ExtPtrArray& destination);
+
+  /// elementAt for a list that holds only T.
+  template <class T>
+  T* at(int index) const noexcept {
+    return static_cast<T*>(elementAt(index));
+  }
+
+  std::size_t heapUsage() const override { return m_entries.capacity() * sizeof(Entry); }
+
+ private:
+  struct Entry {
+    SorvikObject* object;
+    bool owned;
+  };
+  std::vector<Entry> m_entries;
+};
+
+/// Owning array of StringBuffer.
+class ExtPtrArraySb final : public SorvikObject {
+ public:
+  /// Takes the string over; false when it is null or memory ran out (it then stays the caller's).
+  bool appendSb(StringBuffer* text) { return m_strings.appendObject(text); }
+  bool appendString(std::string_view text);
+  /// Null when out of range.
+  StringBuffer* sbAt(int index) const noexcept { return m_strings.at<StringBuffer>(index); }
+  int getSize() const noexcept { return m_strings.getSize(); }
+  bool containsString(const char* text, bool caseSensitive) const noexcept;
+  void removeAllSbs() noexcept { m_strings.removeAllObjects(); }
+
+ private:
+  ExtPtrArray m_strings;
+};
+
+/// First-in first-out queue of borrowed pointers.
+class _svQueue {
+ public:
+  bool push(SorvikObject* object);
+  /// Null when empty.
+  SorvikObject* pop() noexcept;
+  bool hasObjects() const noexcept { return !m_entries.empty(); }
+
+ private:
+  std::deque<SorvikObject*> m_entries;
+};
+
+/// Key and value.
+class StringPair final : public SorvikObject {
+ public:
+  StringPair(const char* key, const char* value) : m_key(key), m_value(value) {}
+  const char* getKey() const noexcept { return m_key.getString(); }
+  const char* getValue() const noexcept { return m_value.getString(); }
+
+ private:
+  StringBuffer m_key;
+  StringBuffer m_value;
+};
+
+}  // namespace mailtree

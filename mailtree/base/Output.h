@@ -1,0 +1,131 @@
+// base/Output.h - byte sinks, and the progress of one operation.
+//
+//   Failure    A write returns false when the sink failed or the operation was aborted. A sink that failed, and a
+//              progress that was aborted, stay so: every later write fails too.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <iosfwd>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "mailtree/base/DataBuffer.h"
+#include "mailtree/base/Log.h"
+#include "mailtree/base/StringBuffer.h"
+
+namespace mailtree {
+
+/// Owner of a C stream.
+struct CloseFile {
+  void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+};
+using FilePtr = std::unique_ptr<std::FILE, CloseFile>;
+
+/// What a caller implements to follow an operation.
+class ProgressMonitor {
+ public:
+  virtual ~ProgressMonitor() = default;
+  /// Told how many bytes are done; false aborts the operation.
+  virtual bool onProgress(std::uint64_t bytesDone) = 0;
+};
+
+/// Progress and abort of one operation. Lives for that operation only.
+class ProgressContext {
+ public:
+  /// The monitor is borrowed and may be null.
+  explicit ProgressContext(ProgressMonitor* monitor) noexcept : m_monitor(monitor) {}
+  /// Counts bytes and asks the monitor; false when the operation is to stop.
+  bool advance(std::size_t bytes);
+  bool aborted() const noexcept { return m_aborted; }
+  std::uint64_t bytesDone() const noexcept { return m_bytesDone; }
+
+ private:
+  ProgressMonitor* m_monitor;
+  std::uint64_t m_bytesDone = 0;
+  bool m_aborted = false;
+};
+
+/// A byte sink. Implementations write in `put`.
+class _svOutput {
+ public:
+  virtual ~_svOutput() = default;
+  bool writeSb(const StringBuffer& text, ProgressContext& progress, LogBase& log) {
+    return write(text.view(), progress, log);
+  }
+  bool writeBytes(const char* bytes, unsigned size, ProgressContext& progress, LogBase& log) {
+    return write(std::string_view(bytes, size), progress, log);
+  }
+  bool writeDb(const DataBuffer& bytes, ProgressContext& progress, LogBase& log) {
+    return write(bytes.view(), progress, log);
+  }
+  bool write(std::string_view bytes, ProgressContext& progress, LogBase& log);
+  bool failed() const noexcept { return m_failed; }
+
+ protected:
+  /// Puts the bytes at the current end; false, with the reason logged, when that failed.
+  virtual bool put(std::string_view bytes, LogBase& log) = 0;
+  void setFailed() noexcept { m_failed = true; }
+
+ private:
+  bool m_failed = false;
+};
+
+/// Appends to a DataBuffer, which is borrowed.
+class MemoryOutput final : public _svOutput {
+ public:
+  explicit MemoryOutput(DataBuffer& destination) noexcept : m_destination(destination) {}
+
+ protected:
+  bool put(std::string_view bytes, LogBase& log) override;
+
+ private:
+  DataBuffer& m_destination;
+};
+
+/// Writes to any stream, which is borrowed; what the stream throws becomes false.
+class StreamOutput final : public _svOutput {
+ public:
+  explicit StreamOutput(std::ostream& stream) noexcept : m_stream(stream) {}
+
+ protected:
+  bool put(std::string_view bytes, LogBase& log) override;
+
+ private:
+  std::ostream& m_stream;
+};
+
+/// Writes to a file, buffered. A file exists under its name only when it is whole: bytes go beside it, to a name of their
+/// own, until commit() renames it into place; without commit() nothing is left behind. A file that was there keeps its
+/// permission bits, a symbolic link keeps pointing to it. What is no regular file (a fifo, a terminal, standard output) is
+/// written to directly. One object writes one file.
+class FileOutput final : public _svOutput {
+ public:
+  FileOutput() noexcept = default;
+  FileOutput(const FileOutput&) = delete;
+  FileOutput& operator=(const FileOutput&) = delete;
+  ~FileOutput() override;
+  /// Starts a file (path in utf-8). False, with the reason logged, when it cannot be made.
+  bool open(const char* path, LogBase& log);
+  /// Flushes, closes and renames into place; false, with the reason logged, when any of it failed.
+  bool commit(LogBase& log);
+
+ protected:
+  bool put(std::string_view bytes, LogBase& log) override;
+
+ private:
+  int start(std::string_view path);
+  int startBeside(const std::filesystem::path& target);
+  int finish() noexcept;
+  void discard() noexcept;
+
+  std::unique_ptr<char[]> m_buffer;  ///< The stream's, so it must outlive it.
+  FilePtr m_file;
+  std::string m_path;
+  std::string m_temporaryPath;  ///< Empty while the target itself is written, which is no regular file.
+};
+
+}  // namespace mailtree

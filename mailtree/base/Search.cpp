@@ -1,0 +1,57 @@
+#include "mailtree/base/Search.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace mailtree {
+namespace {
+
+std::size_t lengthWithoutCr(std::string_view line) noexcept {
+  return line.size() - static_cast<std::size_t>(std::count(line.begin(), line.end(), '\r'));
+}
+
+/// Whether a CR at i-1 and an LF at i disagree for some i in [1, size).
+bool disagrees(const char* bytes, std::size_t size) noexcept {
+  unsigned char bad = 0;
+  for (std::size_t i = 1; i < size; ++i)
+    bad |= static_cast<unsigned char>((bytes[i - 1] == '\r') != (bytes[i] == '\n'));
+  return bad != 0;
+}
+
+}  // namespace
+
+std::size_t findSubstring(std::string_view text, std::string_view wanted, std::size_t from) noexcept {
+#if defined(__GLIBC__)
+  // Its memmem is linear also when both texts come from the same hostile message; string_view::find is not.
+  if (from > text.size()) return std::string_view::npos;
+  if (wanted.empty()) return from;
+  const void* const found = memmem(text.data() + from, text.size() - from, wanted.data(), wanted.size());
+  return found ? static_cast<std::size_t>(static_cast<const char*>(found) - text.data()) : std::string_view::npos;
+#else
+  return text.find(wanted, from);
+#endif
+}
+
+bool hasBareLineEnd(std::string_view text) noexcept {
+  if (text.empty()) return false;
+  if (text.front() == '\n' || text.back() == '\r') return true;
+  // Blocks of fixed size: the compiler turns the comparison into vector code, and a hit near the start ends it early.
+  // Neighbouring blocks share one byte.
+  constexpr std::size_t kBlock = 257;
+  std::size_t at = 0;
+  for (; text.size() - at >= kBlock; at += kBlock - 1)
+    if (disagrees(text.data() + at, kBlock)) return true;
+  return disagrees(text.data() + at, text.size() - at);
+}
+
+std::size_t longestLine(std::string_view text, std::size_t enough) noexcept {
+  std::size_t longest = 0;
+  while (!text.empty() && longest <= enough) {
+    const std::size_t size = std::min(text.find('\n'), text.size());
+    if (size > longest) longest = std::max(longest, lengthWithoutCr(text.substr(0, size)));
+    text.remove_prefix(std::min(size + 1, text.size()));
+  }
+  return longest;
+}
+
+}  // namespace mailtree

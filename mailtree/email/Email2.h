@@ -1,0 +1,400 @@
+// email/Email2.h - one node of an email tree: a whole message or one MIME part. The one header a user includes.
+//
+//   Ownership  A parent owns its subparts. get*/find* lend; create*/extract* hand over; insert*/add* take. EmailPtr is the
+//              owner to use; lists filled by enumerations hold borrowed pointers.
+//   Failure    false, 0, -1 or null, with the reason in the LogBase. Nothing throws. Each operation says what outputs hold.
+//   Text       UTF-8 in and out, unless the name ends in Ansi or Mb. Sizes are bytes, indexes start at 0.
+//   Liveness   Every operation first checks the node's validity marker; on a destroyed node it does nothing and returns false,
+//              0, null or an empty result, without a message. Where that is not so the operation says it.
+//   Threads    One tree, one thread at a time; different trees are independent.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string_view>
+
+#include "mailtree/base/Containers.h"
+#include "mailtree/base/DataBuffer.h"
+#include "mailtree/base/Log.h"
+#include "mailtree/base/Object.h"
+#include "mailtree/base/Output.h"
+#include "mailtree/base/StringBuffer.h"
+#include "mailtree/base/XString.h"
+#include "mailtree/crypto/SystemCerts.h"
+#include "mailtree/email/EmailCommon.h"
+#include "mailtree/email/ExpressionTermSource.h"
+#include "mailtree/email/ParentEmailPtr.h"
+#include "mailtree/mime/Address.h"
+#include "mailtree/mime/AttachmentRules.h"
+#include "mailtree/mime/ContentType.h"
+#include "mailtree/mime/Date.h"
+#include "mailtree/mime/MimeHeader.h"
+#include "mailtree/mime/Repairs.h"
+
+namespace mailtree {
+
+class MimeMessage2;
+struct ReceivedContent;
+
+/// Validity marker of a live node.
+inline constexpr std::uint32_t kEmailMarker = 0xF592C107;
+
+/// Kinds of multipart enclosure, as the enclosure search numbers them.
+enum class EnclosureKind : int { mixed = 1, alternative = 2, related = 3, digest = 4, report = 5 };
+
+/// Recipient kinds, as the address operations number them.
+enum class RecipientKind : int { to = 1, cc = 2, bcc = 3 };
+
+class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
+ public:
+  // Contents                                      defined in                           tested in
+  //   1  Life, subparts, shared settings          email/model/node.cpp                 tests/email/node_test.cpp
+  //   2  Header fields                            email/model/headers.cpp              tests/email/headers_test.cpp
+  //   3  Content attributes                       email/model/content_attributes.cpp   tests/email/content_attributes_test.cpp
+  //   4  Identifiers, dates, file names           email/model/identifiers.cpp          tests/email/identifiers_test.cpp
+  //   5  Loading                                  email/loading/*.cpp                  tests/email/loading_test.cpp
+  //   6  Output                                   email/output/*.cpp                   tests/email/assembly_test.cpp
+  //   7  Structure: enclosures and alternatives   email/structure/{enclosures,alternatives}.cpp
+  //                                                                                    tests/email/structure_test.cpp
+  //   8  Attachments                              email/structure/attachments.cpp      tests/email/attachments_test.cpp
+  //   9  Addresses                                email/addresses/*.cpp                tests/email/addresses_test.cpp
+
+  /// @name 1. Life, subparts, shared settings
+  /// @{
+
+  /// A new message with the default header fields MIME-Version, Date, Message-ID, Content-Type (text/plain),
+  /// Content-Transfer-Encoding (7bit), X-Priority, in this order, and settings of its own.
+  Email2();
+  /// The same, sharing `common`, which must be on the heap.
+  explicit Email2(_svEmailCommon& common);
+  /// A bare node sharing `common`: no header fields, empty content type and transfer encoding, dated now. The integer only
+  /// selects this overload.
+  Email2(_svEmailCommon& common, int);
+  Email2(const Email2&) = delete;
+  Email2& operator=(const Email2&) = delete;
+  /// Destroys the whole subtree, iteratively. A wrong marker is reported and ignored.
+  ~Email2() override;
+
+  /// Like the second and third constructor; null when memory ran out.
+  static Email2* createNewObject(_svEmailCommon& common);
+  static Email2* createNewObject0(_svEmailCommon& common);
+  /// A bare node with settings of its own; null when memory ran out.
+  static Email2* createNewObject00();
+
+  /// Whether this node and every member that carries a marker are intact.
+  bool isValidEmailObject() const;
+  /// Whether this node's own marker is intact: the guard of every operation.
+  bool isLive() const noexcept { return hasMarker(m_magic, kEmailMarker); }
+  /// Gives back spare capacity of the text members. Not recursive; not the body.
+  void minimizeMemUsage();
+
+  int getNumParts() const;
+  /// Borrowed; null when out of range.
+  Email2* getPart(int index) const;
+  const Email2* getPartConst(int index) const;
+  /// Removes a child and hands it over; null when out of range. Does not check the marker.
+  Email2* extractSubpartByIndex(int index);
+  /// Takes `part` (null is ignored) in before `index`; negative or beyond the end appends. Does not check the marker.
+  void insertSubPartAtIndex(Email2* part, int index);
+  /// Puts `part` in place of a child. Null only removes. Does not check the marker.
+  /// Deliberate: the old child is not destroyed; the caller is expected to hold it.
+  void replacePartAt(int index, Email2* part);
+  /// Exchanges the whole child lists. Does not check the marker.
+  void swapChildren(Email2& other);
+  /// Exchanges the parsed content types. Does not check the marker.
+  /// Deliberate: the Content-Type fields are not rewritten.
+  void swapContentType(Email2& other);
+  void removeAllSubparts();
+
+  void setOverwriteExisting(bool overwrite);
+  bool getOverwriteExisting() const;  ///< true without shared settings.
+  void setIdOnServer(int id);
+  int getIdOnServer() const;  ///< -1 without shared settings.
+  /// Name of the email's charset; the empty string without shared settings. Never null.
+  const char* get_charset_name() const;
+  void use_charset(_svCharset& charset);
+  /// Sets the email's charset by code page; 0 is ignored.
+  void use_codepage(int codePage);
+
+  /// The value of a term: "body" (ignoring case) appends the effective body, anything else fetches that header field.
+  void supplyTermValue(const char* term, StringBuffer& out) override;
+  /// @}
+
+  /// @name 2. Header fields
+  /// Values are decoded utf-8. Fields that the model interprets are kept in step with the parsed members.
+  /// @{
+  bool getHeaderFieldUtf8(const char* name, StringBuffer& out, LogBase& log) const;
+  /// An absent field empties `out`.
+  bool getHeaderFieldX(const char* name, XString& out, LogBase& log) const;
+  int getNumHeaderFields() const;
+  bool getHeaderFieldName(int index, StringBuffer& out, LogBase& log) const;
+  bool getHeaderFieldValue(int index, StringBuffer& out, LogBase& log) const;
+  bool hasHeaderField(const char* name, LogBase& log) const;
+  bool hasHeaderMatchingUtf8(const char* name, const char* pattern, bool caseSensitive, LogBase& log) const;
+  bool getSubjectUtf8(StringBuffer& out, LogBase& log) const;
+  bool getReplyToUtf8(StringBuffer& out, LogBase& log) const;
+  bool getMailerUtf8(StringBuffer& out, LogBase& log) const;
+  bool getUidlUtf8(StringBuffer& out, LogBase& log) const;
+
+  /// Sets a field, or routes it to the parsed members: Date, From, Reply-To, Content-ID, Content-Type,
+  /// Content-Transfer-Encoding. CR and LF are removed; a null value removes the field. All others are literal.
+  void setHeaderField(const char* name, const char* value, LogBase& log);
+  void setHeaderField_a(const char* name, const char* value, bool asGiven, LogBase& log);
+  /// Appends a field even when one of that name exists; routed names replace.
+  void addHeaderField2(const char* name, const char* value, LogBase& log);
+  void addHeaderField2_a(const char* name, const char* value, bool asGiven, LogBase& log);
+  /// Removes every field of that name and clears the parsed member behind it.
+  /// Deliberate: removing "Bcc" leaves the Bcc recipients in place.
+  void removeHeaderField(const char* name);
+  /// Sets a field of the index-th attachment; false, with an error, when there is none.
+  bool setAttachmentHeader(int index, const char* name, const char* value, LogBase& log);
+  /// Replaces header, parsed members, sender and recipients by those of `source`. Body and children stay.
+  void copyHeader(Email2& source, LogBase& log);
+  /// @}
+
+  /// @name 3. Content attributes
+  /// @{
+  void getContentType(StringBuffer& out) const;
+  void getContentEncoding(StringBuffer& out) const;
+  void getName(StringBuffer& out);
+  void getContentId(StringBuffer& out) const;       ///< Appends.
+  void getAttachmentName(StringBuffer& out) const;  ///< Appends the name parameter.
+
+  /// Replaces the whole Content-Type. Every text may be null: a null or empty type keeps the present one (else text/plain),
+  /// other nulls leave their parameter out. A code page sets the email's charset for text, message and multipart/signed.
+  void setContentTypeUtf8(const char* type, const char* name, const char* protocol, const char* micalg, int codePage,
+                          const char* boundary, const char* smimeType, const char* subtype, LogBase& log);
+  /// Rebuilds the Content-Type field from the parsed members, unless the received text means the same already.
+  void refreshContentTypeHeader(LogBase& log);
+  void fixContentTypeUtf8(const char* type, LogBase& log);
+  void setContentSubtype(const char* subtype, LogBase& log);
+  void setName(const StringBuffer& name, LogBase& log);
+  void setContentId(const char* id, LogBase& log);
+  void setContentEncodingNonRecursive(const char* encoding, LogBase& log);
+  /// Sets the encoding of every text and edifact part of the subtree. Deliberate: this node gets the member even when it is
+  /// neither.
+  void setContentEncodingRecursive(const char* encoding, LogBase& log);
+  void setContentEncodingInner(const char* encoding, LogBase& log);
+  /// Chooses 7bit, base64 or quoted-printable by code page. The second integer is ignored.
+  void setEncodingViaCodePage(int codePage, int, LogBase& log);
+  void setContentDisposition1(const char* disposition, LogBase& log);
+  void setContentDispositionUtf8(const char* disposition, const char* filename, LogBase& log);
+  void setFilenameUtf8(const char* filename, LogBase& log);
+  /// Replaces `out` by the file name: disposition filename, name parameter, Content-Location, or "attachedFile" with the
+  /// extension of the media type.
+  void getFilenameUtf8(StringBuffer& out, LogBase& log) const;
+  /// @}
+
+  /// @name 4. Identifiers, dates, file names
+  /// @{
+  bool generateMessageID(LogBase& log);
+  bool generateContentId(LogBase& log);
+  void setDate(const char* rfc822, LogBase& log, bool setField);
+  void resetDate(LogBase& log);
+  void getDate(SorvikSysTime& out) const;
+  /// Appends a file name that sorts by date and does not collide, ending in ".eml". Takes at least a millisecond.
+  void genEmailFilename(StringBuffer& out) const;
+  static void genEmailFilename2(const SorvikSysTime& time, StringBuffer& out);
+  /// @}
+
+  /// @name 5. Loading
+  /// Every node of the result shares `common`. The result is owned by the caller; null when memory ran out. No input is
+  /// refused. `certs` is what signed and encrypted layers are opened with, `unwrap` whether they are.
+  /// @{
+  static Email2* createFromMimeText2(_svEmailCommon& common, StringBuffer& mime, bool discardInput, bool unwrap,
+                                     SystemCerts& certs, LogBase& log, bool parseOption);
+  static Email2* createFromMimeText2a(_svEmailCommon& common, const char* text, int size, SystemCerts& certs, LogBase& log,
+                                      bool parseOption);
+  static Email2* createFromMimeDb(_svEmailCommon& common, DataBuffer& mime, bool discardInput, bool unwrap,
+                                  SystemCerts& certs, LogBase& log, bool parseOption);
+  /// Undoes the dot-stuffing of POP3 first. Deliberate: no normalisation of the top level on this path.
+  static Email2* createFromPop3(_svEmailCommon& common, DataBuffer& raw, bool unwrap, SystemCerts& certs, LogBase& log);
+
+  static void loadFromMimeTextProcessing(MimeMessage2& tree, LogBase& log);
+  static void transformMmToMa(MimeMessage2& mixed, LogBase& log);
+  static Email2* createFromMimeObject2(_svEmailCommon& common, MimeMessage2& entity, bool extractBody, bool unwrap,
+                                       LogBase& log, SystemCerts& certs);
+
+  void getRawBodyThisPart(DataBuffer& out) const;     ///< Replaces `out` by a copy of the body.
+  void getRawBodyUtf8(XString& out);                  ///< Appends the body as text. Does not check the marker.
+  void getNonMultipartBodyData(DataBuffer& out) const;  ///< Appends the body.
+  const DataBuffer* getNonMultipartBody3() const;     ///< Borrowed.
+  /// @}
+
+  /// @name 6. Output
+  /// @{
+
+  /// Writes this node and everything below it as MIME.
+  /// The tree is normalised on the way and stays so: 8bit text may become quoted-printable, text is converted from utf-8 to
+  /// the email's charset, a part that its charset cannot carry is relabelled utf-8.
+  /// @param text         destination when `sink` is null; appended to.
+  /// @param sink         destination when not null.
+  /// @param dotStuff     doubles leading dots of unencoded bodies, only when writing to a sink.
+  /// @param omitPrefix   header fields whose names begin with it are left out everywhere; may be null.
+  /// @param depth        0 at the node the caller starts from.
+  /// @param qpFor8bit    8bit parts become quoted-printable, except inside attached messages.
+  /// @param isTop        true at the node the caller starts from.
+  /// @return false when a write failed; earlier output stays in the sink. Deliberate: a failing subpart does not stop its
+  ///         siblings.
+  bool assembleMimeBody2(StringBuffer& text, _svOutput* sink, bool dotStuff, const char* omitPrefix,
+                         ProgressContext& progress, LogBase& log, int depth, bool qpFor8bit, bool isTop);
+  /// Writes bytes in this node's transfer encoding to the sink, or appends them to `text` without one. The unnamed flag has
+  /// no effect. `normalizeLineEnds` brings unencoded bodies to CRLF.
+  bool getEncodedBody(const DataBuffer& body, StringBuffer& text, ProgressContext& progress, LogBase& log, bool,
+                      _svOutput* sink, bool dotStuff, bool normalizeLineEnds) const;
+  /// Replaces `out` by this node's own body in its transfer encoding; bytes with a NUL are given in base64.
+  void getMimeBodyEncodedUtf8(StringBuffer& out, LogBase& log);
+  /// Estimated bytes of the whole MIME text of this subtree.
+  unsigned getEmailSize(LogBase& log) const;
+
+  /// Appends one encoded word, however long; nothing for empty data or a null charset. A utf-8 byte-order mark is dropped.
+  static void bEncodeData(const unsigned char* data, long length, const char* charset, StringBuffer& out);
+  /// The same with Q, commas escaped. An empty charset is utf-8.
+  static void qEncodeData(const unsigned char* data, long length, const char* charset, StringBuffer& out);
+  /// Appends this node's header rendered for the email's charset. The flag has no effect.
+  void getQBEncodedMimeHeader(StringBuffer& out, LogBase& log, bool) const;
+  /// @}
+
+  /// @name 7. Structure: enclosures and alternatives
+  /// @{
+  bool isMultipart() const;
+  bool isMultipartMixed() const;  ///< Also multipart/x-mixed-replace.
+  bool isMultipartAlternative() const;
+  bool isMultipartRelated() const;
+  bool isMultipartDigest() const;
+  bool isMultipartReport() const;
+  /// First node of that type, this one included, depth-first; borrowed, null when none.
+  Email2* findContentType(const char* contentType) const;
+  /// Finds the nearest enclosure, this node included.
+  /// @param kind   an EnclosureKind; anything else finds nothing.
+  /// @param level  levels already descended; callers pass 0. Nodes below level 4 are not seen.
+  /// @return borrowed; null when there is none.
+  Email2* findMultipartEnclosure(int kind, int level) const;
+  /// The same, also reporting parent, index and level; when this node itself matches only the level is set.
+  Email2* findMultipartEnclosureV2(int kind, int level, _svParentEmailPtr& parent);
+
+  /// Makes this node an enclosure of the given type whose first child holds the node's former content. Header fields that
+  /// belong to the message stay here.
+  void convertToMultipartX(const char* multipartType, LogBase& log);
+  /// Empty enclosures with a fresh boundary, owned by the caller; null when memory ran out.
+  static Email2* createEmptyMultipartDigest(_svEmailCommon& common, LogBase& log);
+  static Email2* createEmptyMultipartRelated(_svEmailCommon& common, LogBase& log);
+  static Email2* createEmptyMultipartAlternative(_svEmailCommon& common, LogBase& log);
+  bool addAlternativeEnclosure(LogBase& log);
+  /// The alternative enclosure, made when missing; borrowed, null on failure.
+  Email2* ensureAlternativeEnclosure(LogBase& log);
+  /// Removes the first alternative of that content type.
+  void removeAlternative(const char* contentType, LogBase& log);
+
+  /// Appends the text bodies beneath this node, at most one per content type, borrowed.
+  void enumerateAlternatives(const Email2& root, ExtPtrArray& out);
+  void checkAddEmailUniqueContentType(const Email2* candidate, ExtPtrArray& list) const;
+  /// Whether this node must never count as an alternative.
+  bool isNotAlternativeBody();
+  int getNumAlternatives();
+  Email2* getAlternative(const Email2& root, int index);
+  bool getAlternativeContentType(int index, StringBuffer& out, LogBase* log);
+  bool getAlternativeBodyData(const Email2& root, int index, DataBuffer& out, LogBase& log);
+  bool getAlternativeBodyMb(const Email2& root, int index, DataBuffer& out, int codePage, LogBase& log);
+  /// -1 when there is none. Deliberate: 0, not -1, on a dead node.
+  int getAlternativeIndexByContentType(const char* contentType);
+  int getPlainTextAlternativeIndex();
+  int getHtmlAlternativeIndex();
+  Email2* getAlternativeByContentType(const char* contentType);
+  Email2* getPlainTextAlternative();
+  Email2* getHtmlAlternative();
+  /// Appends the bytes of the leaf that a reader would see as this node's body. (email/bodies/read.cpp)
+  bool getEffectiveBodyData(const Email2& root, DataBuffer& out, LogBase& log) const;
+  /// @}
+
+  /// @name 8. Attachments
+  /// @{
+
+  /// Whether this node is an attachment; `inMixed` says that its parent is a mixed enclosure.
+  bool isEmailAttachment(bool inMixed, LogBase& log);
+  /// The narrower test used inside related and fax enclosures. The log may be null.
+  bool isStrictAttachment(LogBase* log) const;
+  void logAttachmentReason(LogBase& log, const char* reason);
+  bool isMultipartMixedForAttachmentPurposes() const;
+  bool isMultipartFax() const;
+  bool attachmentIterate2(bool inMixed, ExtPtrArray& out, int target, LogBase& log);
+  int getNumAttachments(LogBase& log);
+  Email2* getAttachment(int index);                 ///< Borrowed.
+  Email2* getAttachment2(int index, LogBase& log);  ///< Borrowed.
+  Email2* extractAttachment(int index);             ///< Owned by the caller.
+  bool dropSingleAttachment(int index, LogBase& log);
+  void dropAttachments();
+  void dropAttachmentsForTempMht(StringBuffer& html, LogBase& log);
+  Email2* getNthPartOfType(int index, const char* contentType, bool inlineOnly, bool excludeAttachments, int& count,
+                           LogBase& log);
+  Email2* findHtmlPart();
+  /// @}
+
+  /// @name 9. Addresses
+  /// Recipient kinds: 1 To, 2 Cc, 3 Bcc. What other numbers do differs per operation and is kept as it stands.
+  /// @{
+
+  /// Whether address headers in that code page use Q encoded words; false: B.
+  bool qbChooseForEmailAddrEncoding(int codePage);
+  /// Rewrites the From field; fixes SVX-Bounce-Address at the first sender.
+  void updateFromInHeader(LogBase& log);
+  void setFromFullUtf8(const char* text, LogBase& log);
+  /// Deliberate: an empty name clears the stored name but leaves the From field until the next rewrite.
+  void setFromName(const char* name, LogBase& log);
+  void setFromAddr(const char* address, LogBase& log);
+  void getFromFullUtf8(StringBuffer& out, LogBase& log);
+  void getFromNameUtf8(StringBuffer& out, LogBase& log);
+  void getFromAddrUtf8(StringBuffer& out);
+  /// Replaces `out` by the envelope sender.
+  void getSmtpReversePathUtf8(StringBuffer& out, LogBase& log);
+  void setReplyToUtf8(const char* text, LogBase& log);
+  bool addRecipient(int kind, const char* name, const char* address, LogBase& log);
+  int addMultipleRecip(int kind, const char* list, LogBase& log);
+  void copyRecipients(Email2& source);
+  void clearRecipients(int kind);
+  void clearBccFromHeader();
+  int getNumRecipients(int kind) const;
+  bool getRecipientFullUtf8(int kind, int index, StringBuffer& out, LogBase& log);
+  bool getRecipientNameUtf8(int kind, int index, StringBuffer& out);
+  bool getRecipientAddrUtf8(int kind, int index, StringBuffer& out);
+  void getAllRecipients(int kind, StringBuffer& out, LogBase& log);
+  void getAllRecipientAddresses(StringBuffer& out);
+  bool getAllRecipientAddressesA(ExtPtrArraySb& out, const ExtPtrArray& replacements, LogBase& log);
+  bool addRecipientsForType(int kind, ExtPtrArraySb& out, const ExtPtrArray& replacements, LogBase& log);
+  static void replaceStringsSb(const ExtPtrArray& replacements, StringBuffer& text);
+  /// @}
+
+  /// What the attachment decision looks at; views into this node.
+  PartTraits traits() const noexcept;
+  /// Code page of the email's charset; 0 without shared settings.
+  int emailCodePage() const noexcept { return m_common ? m_common->m_charset.getCodePage() : 0; }
+
+  std::uint32_t m_magic;              ///< kEmailMarker while alive.
+  _svEmailCommon* m_common = nullptr;  ///< One reference held.
+  int m_attachCodePage = 0;           ///< Code page recorded for a strict attachment; 0: none.
+  DataBuffer m_body;                  ///< Decoded body; text in utf-8.
+  ExtPtrArray m_subParts;             ///< Email2 children, owned.
+  MimeHeader m_header;
+  ExtPtrArray m_toAddrs;   ///< _svEmailAddress, owned; so are the next two.
+  ExtPtrArray m_ccAddrs;
+  ExtPtrArray m_bccAddrs;
+  _svEmailAddress m_fromAddr;
+  SorvikSysTime m_date;
+  StringBuffer m_disposition;       ///< Content-Disposition type.
+  StringBuffer m_transferEncoding;
+  StringBuffer m_contentId;
+  _svContentType m_contentType;
+  StringBuffer m_dispFilename;      ///< filename parameter of the Content-Disposition.
+  RepairSet m_repairs;              ///< What loading had to mend in this part.
+  /// For signed content as it was received: its exact bytes, written back for as long as nothing in it changed.
+  std::unique_ptr<ReceivedContent> m_received;
+
+ private:
+  void initializeDefaults();
+  _svCharset& emailCharset(_svCharset& fallback) const noexcept { return m_common ? m_common->m_charset : fallback; }
+};
+
+/// Owner of a node.
+using EmailPtr = Owned<Email2>;
+
+}  // namespace mailtree

@@ -1,0 +1,47 @@
+// email/EmailCommon.h - the settings that all nodes of one message share.
+#pragma once
+
+#include "mailtree/base/Containers.h"
+#include "mailtree/base/Object.h"
+#include "mailtree/base/XString.h"
+#include "mailtree/crypto/Certificate.h"
+#include "mailtree/mime/Charset.h"
+#include "mailtree/mime/Limits.h"
+
+namespace mailtree {
+
+class LogBase;
+
+/// Message-wide settings. Lives on the heap; every node of a tree holds one reference. Starts uncounted.
+class _svEmailCommon final : public RefCountedObject {
+ public:
+  _svEmailCommon() = default;
+
+  /// Copies the settings of another: charset, preferences, security outcome, send switches, and the three certificate lists
+  /// (added to those held here). Nothing when it is this very object.
+  /// Deliberate: a signing certificate held before is overwritten without being released, and a source without one leaves
+  /// the present one in place.
+  void copyFrom(const _svEmailCommon& source);
+
+  _svCharset m_charset;             ///< Charset of the whole email.
+  XString m_preferredCharset;       ///< Charset name to use when a body is not 7-bit.
+  int m_idOnServer = -1;            ///< Message number or identifier on a mail server.
+  bool m_overwriteExisting = true;  ///< Whether saving over an existing file is allowed.
+  bool m_receivedSecure = false;    ///< A signed or encrypted layer was met while loading.
+  bool m_allSignaturesValid = false;
+  bool m_allDataDecrypted = false;
+  int m_numSignedLayers = 0;
+  int m_numEncryptedLayers = 0;
+  ExtPtrArray m_signerCerts;   ///< CertificateHolder of the signers found while loading.
+  ExtPtrArray m_decryptCerts;  ///< CertificateHolder with which layers were decrypted.
+  bool m_sendSigned = false;
+  bool m_sendEncrypted = false;
+  Certificate* m_signingCert = nullptr;  ///< Holds one reference.
+  ExtPtrArray m_encryptCerts;            ///< CertificateHolder of the recipients.
+  LimitSet m_limits;                     ///< Limits met while loading.
+
+ private:
+  ~_svEmailCommon() override;
+};
+
+}  // namespace mailtree

@@ -1,0 +1,52 @@
+// email/internal.h - what the files of email/ and secure/ share and nobody else sees.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include "mailtree/base/DataBuffer.h"
+#include "mailtree/email/Email2.h"
+
+namespace mailtree {
+
+/// Content of a multipart/signed child as it was received. A signature covers these bytes, so they are written as they stand
+/// for as long as the tree below still says the same; that is found out by comparing fingerprints, not by trusting setters.
+struct ReceivedContent {
+  DataBuffer bytes;
+  std::uint64_t fingerprint[2] = {0, 0};
+};
+
+/// Digest over everything output reads of a subtree: header lists, bodies, parsed members, order of children.
+std::array<std::uint64_t, 2> contentFingerprint(const Email2& node);
+
+enum class Walk { onward, skipChildren, stop };
+
+/// Visits the live nodes of a subtree depth-first, parent before children, without recursion. A dead node is skipped with
+/// everything below it. The visitor must not change the child lists of nodes on the way.
+template <class Node, class Visit>
+Walk walkTree(Node& root, Visit&& visit) {
+  std::vector<Node*> open{&root};
+  while (!open.empty()) {
+    Node* node = open.back();
+    open.pop_back();
+    if (!node->isLive()) continue;
+    const Walk next = visit(*node);
+    if (next == Walk::stop) return Walk::stop;
+    if (next == Walk::skipChildren) continue;
+    for (int i = node->m_subParts.getSize() - 1; i >= 0; --i)
+      if (Node* child = node->m_subParts.template at<Email2>(i)) open.push_back(child);
+  }
+  return Walk::onward;
+}
+
+/// Exact-length, case-insensitive test of a media type; the first letter and the length are looked at before anything else,
+/// because this runs for every node of every walk.
+constexpr bool isType(std::string_view type, std::string_view wanted) noexcept {
+  return type.size() == wanted.size() && toLowerAscii(type[0]) == wanted[0] && equalsNoCase(type, wanted);
+}
+
+/// Sets the member and its field in one place.
+void setTransferEncoding(Email2& node, const char* encoding, LogBase& log);
+
+}  // namespace mailtree

@@ -1,0 +1,54 @@
+// mime/ContentType.h - the parsed Content-Type of a part (RFC 2045, 5).
+#pragma once
+
+#include <string_view>
+
+#include "mailtree/base/StringBuffer.h"
+#include "mailtree/mime/Charset.h"
+#include "mailtree/mime/HeaderParams.h"
+
+namespace mailtree {
+
+class LogBase;
+
+/// Content-Type as parsed members. The charset is not among them: it is the email's (_svCharset).
+class _svContentType {
+ public:
+  _svContentType() = default;
+  _svContentType(const _svContentType&) = default;
+  _svContentType(_svContentType&&) noexcept = default;
+  _svContentType& operator=(const _svContentType&) = default;
+  _svContentType& operator=(_svContentType&&) noexcept = default;
+
+  StringBuffer m_type;          ///< Media type, lower case, trimmed.
+  StringBuffer m_name;          ///< name parameter, utf-8.
+  StringBuffer m_protocol;
+  StringBuffer m_micalg;
+  StringBuffer m_boundary;
+  StringBuffer m_smimeType;     ///< smime-type parameter.
+  StringBuffer m_subtype;       ///< type parameter (of a multipart/related, its main part's type), lower case.
+  bool m_formatFlowed = false;  ///< format=flowed (RFC 3676).
+  _svParamSet m_otherParams;    ///< Parameters without a member of their own (method, report-type, delsp, a charset label
+                                ///< nobody knows ...), in order.
+
+  /// Reads a Content-Type value. A value without a slash or with broken syntax counts as text/plain.
+  /// @param charset receives the charset parameter (cleared when there is none).
+  /// @return false when the value was unusable and text/plain was assumed.
+  bool loadFromMimeHeaderValue(const char* value, _svCharset& charset, LogBase& log);
+  bool loadFromMimeHeaderValue(std::string_view value, _svCharset& charset);
+
+  /// Appends the members as a Content-Type value, unfolded.
+  /// @param charset      written as the charset parameter of text types and of multipart/signed or message types that have
+  ///                     a text subtype, when it has a name.
+  /// @param withFlowed   whether format=flowed is written when m_formatFlowed is set.
+  /// @param withName     whether the name parameter is written.
+  void buildMimeHeaderValue(StringBuffer& out, _svCharset& charset, bool withFlowed, bool withName, LogBase& log) const;
+
+  void copyFrom(const _svContentType& other) { *this = other; }
+  void clear();
+
+  /// Whether both mean the same: type and every parameter (boundary, protocol ... exactly, names of types ignoring case).
+  bool sameMeaning(const _svContentType& other) const noexcept;
+};
+
+}  // namespace mailtree

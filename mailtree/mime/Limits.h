@@ -1,0 +1,63 @@
+// mime/Limits.h - how much of a message is taken apart. Beyond a limit nothing is lost: the rest stays as bytes of the part
+// in which it stands, and the limit is reported.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace mailtree {
+
+/// Depth of nested parts. Real mail stays under 10; recursion over a tree is bounded by this.
+inline constexpr int kMaxDepth = 100;
+/// Parts of one message, leaves and multiparts.
+inline constexpr int kMaxParts = 50'000;
+/// Header of one entity: bytes and fields.
+inline constexpr std::size_t kMaxHeaderBytes = 4u << 20;
+inline constexpr int kMaxHeaderFields = 10'000;
+/// Parameters of one header value.
+inline constexpr int kMaxParameters = 1'000;
+/// Nested groups and comments in an address list or another structured value.
+inline constexpr int kMaxCommentDepth = 3;
+/// Security layers taken off one message.
+inline constexpr int kMaxUnwrappedLayers = 10;
+
+/// A limit that was met while loading; values are bits.
+enum class Limit : std::uint32_t {
+  depth = 1,
+  parts = 2,
+  headerBytes = 4,
+  headerFields = 8,
+  parameters = 16,
+  layers = 32,
+};
+
+/// The limits met, as a set.
+class LimitSet {
+ public:
+  constexpr void add(Limit limit) noexcept { m_bits |= static_cast<std::uint32_t>(limit); }
+  constexpr void add(LimitSet other) noexcept { m_bits |= other.m_bits; }
+  constexpr bool has(Limit limit) const noexcept { return m_bits & static_cast<std::uint32_t>(limit); }
+  constexpr bool isEmpty() const noexcept { return m_bits == 0; }
+  constexpr void clear() noexcept { m_bits = 0; }
+
+ private:
+  std::uint32_t m_bits = 0;
+};
+
+struct LimitName {
+  Limit limit;
+  std::string_view name;
+};
+
+/// Every limit with the words in which it is reported.
+inline constexpr LimitName kLimitNames[] = {
+    {Limit::depth, "nesting deeper than 100 levels"},
+    {Limit::parts, "more than 50000 parts"},
+    {Limit::headerBytes, "a header of more than 4 MiB"},
+    {Limit::headerFields, "a header of more than 10000 fields"},
+    {Limit::parameters, "more than 1000 parameters"},
+    {Limit::layers, "more than 10 security layers"},
+};
+
+}  // namespace mailtree

@@ -1,0 +1,158 @@
+// mime/MimeMessage2.h - one MIME entity of a parse tree: what loading reads, edits and takes apart.
+//
+//   Lifetime   A parse tree lives for one load. Bodies are moved out of it, never copied.
+//   Ownership  A parent owns its parts. createNewObject, extractPart and getAppleDoubleAttachment hand over; add*/replacePart
+//              take.
+//   Bodies     Decoded from their transfer encoding; text that output converts back is in utf-8, an attached text file keeps
+//              its bytes. A multipart that could not be split, and a message/*, holds its raw bytes.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "mailtree/base/Containers.h"
+#include "mailtree/base/DataBuffer.h"
+#include "mailtree/base/Object.h"
+#include "mailtree/base/StringBuffer.h"
+#include "mailtree/mime/AttachmentRules.h"
+#include "mailtree/mime/Charset.h"
+#include "mailtree/mime/ContentType.h"
+#include "mailtree/mime/Limits.h"
+#include "mailtree/mime/MimeHeader.h"
+#include "mailtree/mime/Repairs.h"
+
+namespace mailtree {
+
+class LogBase;
+class SystemCerts;
+class UnwrapInfo;
+class _clsCades;
+
+class MimeMessage2 final : public SorvikObject {
+ public:
+  MimeMessage2() = default;
+  MimeMessage2(const MimeMessage2&) = delete;
+  MimeMessage2& operator=(const MimeMessage2&) = delete;
+  ~MimeMessage2() override;  ///< Iterative, whatever the depth.
+
+  /// A new empty heap entity owned by the caller; null when memory ran out.
+  static MimeMessage2* createNewObject();
+
+  // Parsing. Each replaces what the entity held. Nothing in the input makes them fail; false only when memory ran out.
+
+  bool loadMimeComplete(const StringBuffer& mime, LogBase& log, bool option);
+  /// The first flag and `scratch` are accepted for the callers' sake: the bytes are parsed where they stand.
+  bool loadMimeComplete2(const char* data, unsigned size, bool keepInput, StringBuffer& scratch, LogBase& log, bool option);
+  bool loadMimeCompleteDb(DataBuffer& mime, LogBase& log);
+  /// The parser under the three above.
+  bool loadText(std::string_view mime, LogBase& log);
+  /// Strips directory parts from every attachment file name in the tree.
+  void makeAttachmentFilenamesRelative(LogBase& log);
+
+  // Reading
+
+  const char* getContentType() const noexcept { return m_contentType.m_type.getString(); }
+  bool isMultipart() const noexcept;
+  bool isMultipartMixed() const noexcept;
+  /// By disposition or naming.
+  bool isAttachment(LogBase& log) const;
+  void getDisposition(StringBuffer& out) const { out.setString(m_disposition); }
+  const char* getContentEncoding() const noexcept { return m_transferEncoding.getString(); }
+  void getContentEncoding(StringBuffer& out) const { out.setString(m_transferEncoding); }
+  void getContentId(StringBuffer& out) const { out.setString(m_contentId); }
+  /// The charset parameter as it was written, empty when none.
+  void getCharset(StringBuffer& out) const { out.setString(m_charset); }
+  /// Of 8-bit text in the header; 0 when none.
+  int getHeaderDetectedCP() const noexcept { return m_header.getDetectedCP(); }
+  /// Disposition filename, else name parameter; utf-8.
+  void getMimeFilename(StringBuffer& out) const;
+  /// Decoded value, replacing `out`, empty when absent.
+  void getHeaderFieldUtf8(const char* name, StringBuffer& out, LogBase& log) const;
+  /// Appends one owned _svEmailAddress per address of the first field of that name.
+  void getEmailAddresses(const char* field, ExtPtrArray& out, LogBase& log) const;
+  /// Appends the header as text, CRLF after every line but the last, 8-bit values written as encoded words.
+  void getQBEncodedHeader(StringBuffer& out, LogBase& log) const;
+  /// The decoded body, borrowed.
+  DataBuffer* getMimeBodyDb() const noexcept { return &m_body; }
+  int getNumParts() const noexcept { return static_cast<int>(m_parts.size()); }
+  /// Borrowed; null when out of range.
+  MimeMessage2* getPart(int index) const noexcept;
+  const _svContentType& contentType() const noexcept { return m_contentType; }
+  const MimeHeader& header() const noexcept { return m_header; }
+  PartTraits traits() const noexcept;
+
+  // Changing
+
+  void collapseMultiple(const char* field, LogBase& log);
+  /// Replaces the media type; `refreshHeader` also rewrites the field.
+  void setContentType(const char* type, bool refreshHeader, LogBase& log);
+  void setNameUtf8(const char* name, LogBase& log);  ///< Null removes it.
+  void setCharset(const _svCharset& charset, LogBase& log);
+  void setCharset(const char* name, LogBase& log);
+  void setDisposition(const char* disposition, LogBase& log);
+  void setFilenameUtf8(const char* filename, LogBase& log);
+  void setContentEncoding(const char* encoding, LogBase& log);
+  void setBoundary(const char* boundary, LogBase& log);
+  void addReplaceHeaderFieldUtf8(const char* name, const char* value, LogBase& log);  ///< A null value removes it.
+  /// Sets the body from raw bytes in a charset: converted to utf-8 when `isText` and output would convert it back.
+  void setMimeBody8Bit_2(const void* data, unsigned size, const _svCharset& charset, bool isText, LogBase& log);
+  void setMimeBodyBinary2(const unsigned char* data, unsigned size, LogBase& log);  ///< Null or 0 empties it.
+  /// Makes this empty entity a multipart/alternative with a fresh boundary.
+  void newMultipartAlternative(LogBase& log);
+  void addPart(MimeMessage2* part);         ///< Takes ownership; null is ignored.
+  void addPartInFront(MimeMessage2* part);  ///< Takes ownership; null is ignored.
+  MimeMessage2* extractPart(int index);     ///< Owned by the caller; null when out of range.
+  /// Puts a part where one stands; the old one is forgotten, its owner being the caller.
+  void replacePart(int index, MimeMessage2* part, LogBase& log);
+  void copyMimeBody(DataBuffer& out, LogBase& log) const;  ///< Appends.
+  void extractMimeBody(DataBuffer& out, LogBase& log);     ///< Moves; this body is empty afterwards.
+  void clearMimeBody() { m_body.clear(); }
+  /// For a multipart/appledouble, a new entity holding its data fork (the child that is not application/applefile) as an
+  /// attachment, owned by the caller; null elsewhere. The data fork's body is moved out.
+  MimeMessage2* getAppleDoubleAttachment(LogBase& log);
+  /// Decodes a body whose transfer encoding is X-UUencode in place; the encoding becomes base64. A body without a block that
+  /// decodes stays as it is.
+  void uuDecodeAttachment(LogBase& log);
+
+  /// Verifies and strips signed layers and decrypts encrypted ones throughout the tree. (secure/)
+  void unwrapSecurity3(UnwrapInfo& info, _clsCades& cades, SystemCerts& certs, LogBase& log);
+
+  // Moving out, for loading
+
+  /// Moves the header list out, 8-bit fields rewritten as encoded words.
+  void extractHeader(MimeHeader& out);
+  void extractContentType(_svContentType& out) { out = std::move(m_contentType); }
+  const _svCharset& charset() const noexcept { return m_parsedCharset; }
+
+  /// For a child of a multipart/signed: its bytes exactly as received, header and all; null elsewhere. Moved out.
+  std::unique_ptr<DataBuffer> extractReceivedBytes() noexcept { return std::move(m_receivedBytes); }
+  bool isSignedContent() const noexcept { return m_receivedBytes != nullptr; }
+
+  LimitSet limits() const noexcept { return m_limits; }  ///< Met while parsing; on the root.
+  RepairSet repairs() const noexcept { return m_repairs; }
+  void addRepair(Repair repair) noexcept { m_repairs.add(repair); }
+
+ private:
+  friend class MimeParser;
+
+  void refreshContentTypeField();
+  void refreshDispositionField();
+
+  MimeHeader m_header;
+  _svContentType m_contentType;
+  StringBuffer m_charset;       ///< Charset parameter as written.
+  _svCharset m_parsedCharset;   ///< The same, looked up.
+  StringBuffer m_disposition;   ///< Trimmed, letter case as received.
+  StringBuffer m_filename;      ///< Of the Content-Disposition, utf-8.
+  StringBuffer m_transferEncoding;
+  StringBuffer m_contentId;
+  mutable DataBuffer m_body;
+  std::vector<Owned<MimeMessage2>> m_parts;
+  std::unique_ptr<DataBuffer> m_receivedBytes;
+  LimitSet m_limits;
+  RepairSet m_repairs;
+};
+
+}  // namespace mailtree

@@ -1,0 +1,48 @@
+// mime/Repairs.h - what had to be mended in a part to read it, so that it can be shown.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace mailtree {
+
+/// A repair made to one part while loading; values are bits.
+enum class Repair : std::uint32_t {
+  charset = 1,           ///< The declared charset was unknown or could not decode the text; another one did.
+  boundaryMissing = 2,   ///< A multipart without a usable boundary: its bytes are its body.
+  boundaryUnclosed = 4,  ///< The closing boundary never came.
+  contentType = 8,       ///< The Content-Type was unusable; text/plain was assumed.
+  headerSyntax = 16,     ///< Lines of the header were no fields, or the blank line after it was missing.
+  loneAttachment = 32,   ///< A message that was an attachment and nothing else became a multipart/mixed.
+  looseAlternative = 64, ///< Loose plain text and HTML became a multipart/alternative.
+  notHtml = 128,         ///< An attachment typed text/html is a PDF by its name.
+};
+
+class RepairSet {
+ public:
+  constexpr void add(Repair repair) noexcept { m_bits |= static_cast<std::uint32_t>(repair); }
+  constexpr bool has(Repair repair) const noexcept { return m_bits & static_cast<std::uint32_t>(repair); }
+  constexpr bool isEmpty() const noexcept { return m_bits == 0; }
+
+ private:
+  std::uint32_t m_bits = 0;
+};
+
+struct RepairName {
+  Repair repair;
+  std::string_view name;
+};
+
+/// Every repair with the words in which it is shown.
+inline constexpr RepairName kRepairNames[] = {
+    {Repair::charset, "wrong or unknown charset"},
+    {Repair::boundaryMissing, "multipart without boundary"},
+    {Repair::boundaryUnclosed, "closing boundary missing"},
+    {Repair::contentType, "unusable content type"},
+    {Repair::headerSyntax, "broken header"},
+    {Repair::loneAttachment, "lone attachment wrapped"},
+    {Repair::looseAlternative, "loose alternatives joined"},
+    {Repair::notHtml, "PDF labelled as HTML"},
+};
+
+}  // namespace mailtree
