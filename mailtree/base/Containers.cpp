@@ -1,7 +1,7 @@
 #include "mailtree/base/Containers.h"
 
-#include <iterator>
 #include <memory>
+#include <tuple>
 #include <utility>
 
 namespace mailtree {
@@ -12,7 +12,8 @@ bool isIndex(int index, std::size_t size) noexcept { return static_cast<std::siz
 
 }  // namespace
 
-// Arrays are emptied before what they held is deleted: a destructor that looks back at its array finds none of it.
+// Arrays are emptied before what they held is deleted: a destructor that looks back at its array finds none
+// of it.
 
 ExtPtrArray::~ExtPtrArray() {
   const std::vector<Entry> entries = std::exchange(m_entries, {});
@@ -42,7 +43,8 @@ bool ExtPtrArray::appendPtr(SorvikObject* object) {
 }
 
 bool ExtPtrArray::insertAt(int index, SorvikObject* object) {
-  const std::size_t at = isIndex(index, m_entries.size()) ? static_cast<std::size_t>(index) : m_entries.size();
+  const std::size_t at =
+      isIndex(index, m_entries.size()) ? static_cast<std::size_t>(index) : m_entries.size();
   return neverThrow(false, [&] {
     m_entries.insert(m_entries.begin() + static_cast<std::ptrdiff_t>(at), {object, false});
     return true;

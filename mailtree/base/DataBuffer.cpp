@@ -95,7 +95,8 @@ bool DataBuffer::toHexString(StringBuffer& out) const { return out.appendHexData
 /// Makes the bytes this buffer's own, with room for `capacity` in all.
 bool DataBuffer::own(std::size_t capacity) {
   if (capacity <= m_capacity) return true;
-  // A first allocation is exact, since most buffers are filled by one append of known size; later ones are geometric.
+  // A first allocation is exact, since most buffers are filled by one append of known size; later ones are
+  // geometric.
   const std::size_t roomy = std::max({capacity, m_capacity + m_capacity / 2, kLeastCapacity});
   const bool borrowed = m_capacity == 0;
   void* const fresh = borrowed ? std::malloc(roomy) : std::realloc(m_data, roomy);
@@ -140,7 +141,8 @@ bool DataBuffer::reserveMore(std::size_t size) {
 }
 
 unsigned char* DataBuffer::appendUninitialized(std::size_t size) {
-  if (!reserveMore(std::max<std::size_t>(size, 1))) return nullptr;  // null means failure, so even nothing has an address
+  if (!reserveMore(std::max<std::size_t>(size, 1)))
+    return nullptr;  // null means failure, so even nothing has an address
   unsigned char* const added = m_data + m_size;
   m_size += size;
   return added;

@@ -1,6 +1,7 @@
 // base/DataBuffer.h - growable byte buffer: bodies, files, whole messages.
 //
-//   Memory     Grows without initialising what it adds; moves, never copies, with takeData. After borrowData the
+//   Memory     Grows without initialising what it adds; moves, never copies, with takeData. After borrowData
+//   the
 //              bytes belong to somebody else: they are copied at the first change.
 //   Failure    false when memory ran out (the bytes are then unchanged) or when the operation says so.
 #pragma once
@@ -10,6 +11,7 @@
 #include <memory>
 #include <string_view>
 
+#include "mailtree/base/Ascii.h"
 #include "mailtree/base/Object.h"
 
 namespace mailtree {
@@ -56,12 +58,14 @@ class DataBuffer final : public SorvikObject {
   bool append(const void* bytes, std::size_t size);
   bool append(const DataBuffer& other) { return append(other.m_data, other.m_size); }
   bool append(const StringBuffer& text);
+  bool append(const char* text) { return append(viewOf(text)); }
   bool append(std::string_view bytes) { return append(bytes.data(), bytes.size()); }
   bool appendChar(char c);
   bool prepend(const void* bytes, std::size_t size);
   /// Room for `size` more bytes; false when memory ran out.
   bool reserveMore(std::size_t size);
-  /// Adds `size` bytes whose content the caller writes; null when memory ran out. shorten() gives back what is not used.
+  /// Adds `size` bytes whose content the caller writes; null when memory ran out. shorten() gives back what
+  /// is not used.
   unsigned char* appendUninitialized(std::size_t size);
 
   // Replacing, handing over, cutting
@@ -76,15 +80,17 @@ class DataBuffer final : public SorvikObject {
   std::size_t replaceChar(char a, char b);
   /// How many were replaced; an empty `a` matches nothing. One pass whatever the count.
   std::size_t replaceAllOccurances(std::string_view a, std::string_view b);
-  /// utf-16LE to utf-8, a byte-order mark dropped, appended to `out`. A lone surrogate or a half unit becomes U+FFFD.
+  /// utf-16LE to utf-8, a byte-order mark dropped, appended to `out`. A lone surrogate or a half unit becomes
+  /// U+FFFD.
   bool cvUnicodeToUtf8(StringBuffer& out) const;
   bool cvUnicodeToUtf8_db(DataBuffer& out) const;
 
-  /// Replaces the bytes by those of a file (path in utf-8). False, with the reason logged, when it cannot be read; the
-  /// buffer is then empty.
+  /// Replaces the bytes by those of a file (path in utf-8). False, with the reason logged, when it cannot be
+  /// read; the buffer is then empty.
   bool loadFileUtf8(const char* path, LogBase& log);
 
-  /// Normalises a message as received from a POP3 server before parsing: undoes the dot-stuffing. (mime/PopText.cpp)
+  /// Normalises a message as received from a POP3 server before parsing: undoes the dot-stuffing.
+  /// (mime/PopText.cpp)
   void processRawPopMime();
 
  private:

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <filesystem>
 #include <system_error>
 
 #include "mailtree/base/Output.h"
@@ -17,15 +18,17 @@ constexpr int kNameAttempts = 8;
 
 int lastError() noexcept { return errno ? errno : EIO; }
 
-/// Names of streams that are open already. They may lead to a regular file, which must not be replaced under the
-/// process that opened it.
+/// Names of streams that are open already. They may lead to a regular file, which must not be replaced under
+/// the process that opened it.
 bool namesOpenStream(std::string_view path) noexcept {
-  static constexpr std::array<std::string_view, 4> kPrefixes = {"/dev/stdout", "/dev/stderr", "/dev/fd/", "/proc/"};
-  return std::any_of(kPrefixes.begin(), kPrefixes.end(), [&](std::string_view p) { return path.starts_with(p); });
+  static constexpr std::array<std::string_view, 4> kPrefixes = {"/dev/stdout", "/dev/stderr", "/dev/fd/",
+                                                                "/proc/"};
+  return std::any_of(kPrefixes.begin(), kPrefixes.end(),
+                     [&](std::string_view p) { return path.starts_with(p); });
 }
 
-/// 0 when this process may write to an existing file, else the errno. A folder that lets us replace a file does not mean
-/// that its owner does.
+/// 0 when this process may write to an existing file, else the errno. A folder that lets us replace a file
+/// does not mean that its owner does.
 int mayWrite(const fs::path& file) noexcept {
   errno = 0;
   return FilePtr(std::fopen(file.c_str(), "r+be")) ? 0 : lastError();
@@ -61,7 +64,7 @@ int FileOutput::start(std::string_view path) {
   const fs::path named(m_path);
   std::error_code error;
   const fs::file_status status = fs::status(named, error);
-  if (!fs::exists(status)) return named.has_filename() ? startBeside(named) : ENOENT;
+  if (!fs::exists(status)) return named.has_filename() ? startBeside(std::string(path)) : ENOENT;
 
   if (!fs::is_regular_file(status) || namesOpenStream(path)) {
     errno = 0;
@@ -74,12 +77,12 @@ int FileOutput::start(std::string_view path) {
   const fs::path target = fs::canonical(named, error);  // through symbolic links, which stay
   if (error) return error.value();
   if (const int refused = mayWrite(target)) return refused;
-  if (const int failed = startBeside(target)) return failed;
+  if (const int failed = startBeside(target.string())) return failed;
   fs::permissions(m_temporaryPath, status.permissions() & fs::perms::all, error);
   return error.value();
 }
 
-int FileOutput::startBeside(const fs::path& target) {
+int FileOutput::startBeside(const std::string& target) {
   for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
     std::string name = nameBeside(target);
     errno = 0;
@@ -88,7 +91,7 @@ int FileOutput::startBeside(const fs::path& target) {
     if (!m_file) return lastError();
     std::setvbuf(m_file.get(), m_buffer.get(), _IOFBF, kBufferSize);
     m_temporaryPath = std::move(name);
-    m_path = target.string();
+    m_path = target;
     return 0;
   }
   return EEXIST;

@@ -1,13 +1,16 @@
 #include "mailtree/base/Log.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace mailtree {
 namespace {
 
-/// One line of a terminal: what an entry quotes from a message can neither break the line nor steer the terminal.
+/// One line of a terminal: what an entry quotes from a message can neither break the line nor steer the
+/// terminal.
 void appendOneLine(std::string& out, std::string_view text) {
-  std::transform(text.begin(), text.end(), std::back_inserter(out), [](char c) { return isControlAscii(c) ? ' ' : c; });
+  std::transform(text.begin(), text.end(), std::back_inserter(out),
+                 [](char c) { return isControlAscii(c) ? ' ' : c; });
 }
 
 void appendLine(std::string& out, std::size_t depth, std::string_view label, std::string_view text) {
@@ -25,7 +28,9 @@ void LogMemory::logInfo(std::string_view text) { keep(Kind::Info, {}, text); }
 
 void LogMemory::LogDataSb(std::string_view tag, std::string_view text) { keep(Kind::Data, tag, text); }
 
-void LogMemory::LogDataLong(std::string_view tag, std::int64_t number) { keep(Kind::Data, tag, std::to_string(number)); }
+void LogMemory::LogDataLong(std::string_view tag, std::int64_t number) {
+  keep(Kind::Data, tag, std::to_string(number));
+}
 
 void LogMemory::openContext(std::string_view name) {
   keep(Kind::ContextOpen, {}, name);

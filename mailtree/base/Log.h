@@ -1,7 +1,7 @@
 // base/Log.h - where operations say what they did and why they failed.
 //
-// Every operation takes a LogBase. Errors always go there; information mostly only when m_verboseLogging is set.
-// Nothing is formatted for a log that will not keep it.
+// Every operation takes a LogBase. Errors always go there; information mostly only when m_verboseLogging is
+// set. Nothing is formatted for a log that will not keep it.
 #pragma once
 
 #include <cstdint>

@@ -1,13 +1,13 @@
 // base/Output.h - byte sinks, and the progress of one operation.
 //
-//   Failure    A write returns false when the sink failed or the operation was aborted. A sink that failed, and a
+//   Failure    A write returns false when the sink failed or the operation was aborted. A sink that failed,
+//   and a
 //              progress that was aborted, stay so: every later write fails too.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <filesystem>
 #include <iosfwd>
 #include <memory>
 #include <string>
@@ -98,10 +98,10 @@ class StreamOutput final : public _svOutput {
   std::ostream& m_stream;
 };
 
-/// Writes to a file, buffered. A file exists under its name only when it is whole: bytes go beside it, to a name of their
-/// own, until commit() renames it into place; without commit() nothing is left behind. A file that was there keeps its
-/// permission bits, a symbolic link keeps pointing to it. What is no regular file (a fifo, a terminal, standard output) is
-/// written to directly. One object writes one file.
+/// Writes to a file, buffered. A file exists under its name only when it is whole: bytes go beside it, to a
+/// name of their own, until commit() renames it into place; without commit() nothing is left behind. A file
+/// that was there keeps its permission bits, a symbolic link keeps pointing to it. What is no regular file (a
+/// fifo, a terminal, standard output) is written to directly. One object writes one file.
 class FileOutput final : public _svOutput {
  public:
   FileOutput() noexcept = default;
@@ -118,7 +118,7 @@ class FileOutput final : public _svOutput {
 
  private:
   int start(std::string_view path);
-  int startBeside(const std::filesystem::path& target);
+  int startBeside(const std::string& target);
   int finish() noexcept;
   void discard() noexcept;
 

@@ -33,7 +33,8 @@ std::uint32_t nextSerial() noexcept {
 }
 
 /// Fills bytes from the system call; how many it gave.
-std::size_t fillFromKernel([[maybe_unused]] unsigned char* bytes, [[maybe_unused]] std::size_t size) noexcept {
+std::size_t fillFromKernel([[maybe_unused]] unsigned char* bytes,
+                           [[maybe_unused]] std::size_t size) noexcept {
   std::size_t done = 0;
 #if defined(__linux__)
   while (done < size) {
@@ -59,7 +60,8 @@ std::size_t fillFromDevice(unsigned char* bytes, std::size_t size) noexcept {
 
 void appendSerial(StringBuffer& out) {
   const std::uint32_t serial = nextSerial();
-  const unsigned char bytes[] = {static_cast<unsigned char>(serial >> 24), static_cast<unsigned char>(serial >> 16),
+  const unsigned char bytes[] = {static_cast<unsigned char>(serial >> 24),
+                                 static_cast<unsigned char>(serial >> 16),
                                  static_cast<unsigned char>(serial >> 8), static_cast<unsigned char>(serial)};
   out.appendHexDataNoWS(bytes, sizeof bytes);
 }
@@ -73,10 +75,13 @@ void Psdk::getComputerName(StringBuffer& out) {
 
 std::uint32_t Psdk::getTickCount() {
   using namespace std::chrono;
-  return static_cast<std::uint32_t>(duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
+  return static_cast<std::uint32_t>(
+      duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
 }
 
-void Psdk::sleepMs(unsigned milliseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds)); }
+void Psdk::sleepMs(unsigned milliseconds) {
+  std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
 
 void Psdk::generateBoundary(StringBuffer& out, LogBase& log) {
   out.setString("----=_");
@@ -90,7 +95,9 @@ void Psdk::generateBoundary(StringBuffer& out, LogBase& log) {
 
 int Psdk::getAnsiCodePage() { return kUsAsciiCodePage; }
 
-void Psdk::corruptObjectFound(const void*) noexcept { corruptObjects.fetch_add(1, std::memory_order_relaxed); }
+void Psdk::corruptObjectFound(const void*) noexcept {
+  corruptObjects.fetch_add(1, std::memory_order_relaxed);
+}
 
 void Psdk::badObjectFound(const void* object) noexcept { corruptObjectFound(object); }
 

@@ -26,7 +26,8 @@ std::size_t findSubstring(std::string_view text, std::string_view wanted, std::s
   if (from > text.size()) return std::string_view::npos;
   if (wanted.empty()) return from;
   const void* const found = memmem(text.data() + from, text.size() - from, wanted.data(), wanted.size());
-  return found ? static_cast<std::size_t>(static_cast<const char*>(found) - text.data()) : std::string_view::npos;
+  return found ? static_cast<std::size_t>(static_cast<const char*>(found) - text.data())
+               : std::string_view::npos;
 #else
   return text.find(wanted, from);
 #endif
@@ -35,8 +36,8 @@ std::size_t findSubstring(std::string_view text, std::string_view wanted, std::s
 bool hasBareLineEnd(std::string_view text) noexcept {
   if (text.empty()) return false;
   if (text.front() == '\n' || text.back() == '\r') return true;
-  // Blocks of fixed size: the compiler turns the comparison into vector code, and a hit near the start ends it early.
-  // Neighbouring blocks share one byte.
+  // Blocks of fixed size: the compiler turns the comparison into vector code, and a hit near the start ends
+  // it early. Neighbouring blocks share one byte.
   constexpr std::size_t kBlock = 257;
   std::size_t at = 0;
   for (; text.size() - at >= kBlock; at += kBlock - 1)

@@ -133,9 +133,13 @@ bool StringBuffer::appendHexDataNoWS(const void* data, std::size_t size) {
 
 bool StringBuffer::prepend(const char* text) { return replaceAt(m_text, 0, 0, viewOf(text)); }
 
-void StringBuffer::shorten(std::size_t n) noexcept { m_text.resize(m_text.size() - std::min(n, m_text.size())); }
+void StringBuffer::shorten(std::size_t n) noexcept {
+  m_text.resize(m_text.size() - std::min(n, m_text.size()));
+}
 
-void StringBuffer::chopAtFirstChar(char c) noexcept { m_text.resize(std::min(m_text.find(c), m_text.size())); }
+void StringBuffer::chopAtFirstChar(char c) noexcept {
+  m_text.resize(std::min(m_text.find(c), m_text.size()));
+}
 
 void StringBuffer::trim2() noexcept {
   m_text.resize(trimRight(m_text).size());

@@ -47,8 +47,8 @@ const char16_t* XString::getUtf16_xe() {
 
 std::size_t XString::getNumChars() const noexcept {
   const std::string_view text = m_utf8.view();
-  return static_cast<std::size_t>(
-      std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+  return static_cast<std::size_t>(std::count_if(
+      text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
 }
 
 void XString::clear() noexcept {

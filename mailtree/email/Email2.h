@@ -140,7 +140,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// Content-Transfer-Encoding. CR and LF are removed; a null value removes the field. All others are literal.
   void setHeaderField(const char* name, const char* value, LogBase& log);
   void setHeaderField_a(const char* name, const char* value, bool asGiven, LogBase& log);
-  /// Appends a field even when one of that name exists; routed names replace.
+  /// Appends a field even when one of that name exists; routed names replace. A null value adds nothing.
   void addHeaderField2(const char* name, const char* value, LogBase& log);
   void addHeaderField2_a(const char* name, const char* value, bool asGiven, LogBase& log);
   /// Removes every field of that name and clears the parsed member behind it.
@@ -390,6 +390,9 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   std::unique_ptr<ReceivedContent> m_received;
 
  private:
+  struct Blank {};
+  /// What every constructor begins with: members empty, marker set, one reference to `common` taken.
+  Email2(_svEmailCommon& common, Blank) noexcept;
   void initializeDefaults();
   _svCharset& emailCharset(_svCharset& fallback) const noexcept { return m_common ? m_common->m_charset : fallback; }
 };

@@ -14,11 +14,16 @@ namespace mailtree {
 /// for as long as the tree below still says the same; that is found out by comparing fingerprints, not by trusting setters.
 struct ReceivedContent {
   DataBuffer bytes;
-  std::uint64_t fingerprint[2] = {0, 0};
+  std::array<std::uint64_t, 2> fingerprint = {0, 0};
 };
 
 /// Digest over everything output reads of a subtree: header lists, bodies, parsed members, order of children.
 std::array<std::uint64_t, 2> contentFingerprint(const Email2& node);
+
+/// Keeps the bytes as which a complete subtree was received. The subtree must not be changed before.
+void keepReceivedContent(Email2& node, DataBuffer&& bytes);
+/// The bytes as which a subtree was received, for as long as it says the same as then; null otherwise. Borrowed.
+const DataBuffer* unchangedReceivedContent(const Email2& node);
 
 enum class Walk { onward, skipChildren, stop };
 

@@ -30,12 +30,15 @@ class _svEmailAddress final : public SorvikObject {
   /// @param relaxed accepted for the callers' sake; reading is always tolerant.
   bool loadSingleEmailAddr(const char* text, bool relaxed, LogBase& log);
   /// Appends every address of a header value to `out` as owned _svEmailAddress objects; entries without an address (a lone
-  /// group name, an empty entry) are dropped, entries without "@" are kept as bare local parts.
+  /// group name, an empty entry, several words without "@") are dropped, a single word without "@" is kept as a bare local
+  /// part. Local parts that need their quotes keep them.
   /// @return how many were appended.
   static int parseAndLoadList(const char* text, ExtPtrArray& out, bool relaxed, LogBase& log);
   static int parseAndLoadList(std::string_view text, ExtPtrArray& out);
 
-  /// Appends a list of _svEmailAddress as one header value, ", " between entries.
+  /// Appends a list of _svEmailAddress as one header value, ", " between entries. An entry reads back as the one address it
+  /// is, whatever was set: local parts are quoted where they must be, and what could begin another address is left out.
+  /// An entry without an address is written as its name alone, one without both not at all.
   /// @param codePage     of encoded words; 0, or one that cannot carry a name, means utf-8.
   /// @param first        always true.
   /// @param forHeader    true: a header value, names as encoded words where needed; false: for display, plain utf-8.

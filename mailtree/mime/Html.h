@@ -13,11 +13,14 @@ class LogBase;
 class _svHtmlHelp {
  public:
   /// Gives the text an html, head and body element where it lacks them; what is there stays byte for byte, a second call
-  /// changes nothing. Text in utf-16 is left alone. @return whether anything was added.
+  /// changes nothing. Where the head is missing, what belongs into it (title, meta, style ...) comes to stand in the new
+  /// one, and a page of frames gets no body. Text in utf-16, known by its NULs, is left alone by every operation here.
+  /// @return whether anything was added.
   static bool ensureStructure(StringBuffer& html);
   /// Replaces `out` by the charset that the first META tag of either form declares; false, with `out` emptied, without one.
   static bool getCharset(const StringBuffer& html, StringBuffer& out);
-  /// Adds a META tag naming the charset as the first child of head.
+  /// Adds a META tag naming the charset as the first child of head, completing the structure first where there is no head.
+  /// Nothing is added for an empty name.
   static void addCharsetMetaTag(StringBuffer& html, const char* charset, LogBase& log);
   /// Removes every META tag that declares a charset, touching no other byte.
   static void removeCharsetMetaTag(StringBuffer& html, LogBase& log);

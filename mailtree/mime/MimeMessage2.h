@@ -70,7 +70,7 @@ class MimeMessage2 final : public SorvikObject {
   void getMimeFilename(StringBuffer& out) const;
   /// Decoded value, replacing `out`, empty when absent.
   void getHeaderFieldUtf8(const char* name, StringBuffer& out, LogBase& log) const;
-  /// Appends one owned _svEmailAddress per address of the first field of that name.
+  /// Appends one owned _svEmailAddress per address of the fields of that name.
   void getEmailAddresses(const char* field, ExtPtrArray& out, LogBase& log) const;
   /// Appends the header as text, CRLF after every line but the last, 8-bit values written as encoded words.
   void getQBEncodedHeader(StringBuffer& out, LogBase& log) const;
@@ -137,8 +137,25 @@ class MimeMessage2 final : public SorvikObject {
  private:
   friend class MimeParser;
 
+  void reset();
+  void deleteParts() noexcept;
+  /// The traits that cost nothing: without the look at Content-Class.
+  PartTraits ownTraits() const noexcept;
+
+  // The members kept of the Content- fields (EntityFields.cpp)
+
+  enum class ContentField { type, disposition, transferEncoding, id };
+  /// Reads all of them from the header list, the first field of a name; `limits` receives those met.
+  void readContentFields(LimitSet& limits);
+  void readContentField(ContentField which, int row, LimitSet& limits);
+  void readContentType(std::string_view value, LimitSet& limits);
+  void readDisposition(std::string_view value);
   void refreshContentTypeField();
   void refreshDispositionField();
+
+  /// Sets the body to the utf-8 of text in the declared charset, if that changes the bytes. False: they are right as they
+  /// stand, or nothing explains them, and the body was left alone.
+  bool setBodyFromText(std::string_view bytes, const char* charset);
 
   MimeHeader m_header;
   _svContentType m_contentType;
@@ -153,6 +170,7 @@ class MimeMessage2 final : public SorvikObject {
   std::unique_ptr<DataBuffer> m_receivedBytes;
   LimitSet m_limits;
   RepairSet m_repairs;
+  MimeMessage2* m_above = nullptr;  ///< The way back up while a tree is destroyed; set and read only there.
 };
 
 }  // namespace mailtree

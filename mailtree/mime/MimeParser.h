@@ -20,6 +20,9 @@ class MimeParser {
  public:
   /// Fills the empty entity `root`; the text must live until parse returns, not longer.
   static void parse(std::string_view text, MimeMessage2& root, LogBase& log);
+
+ private:
+  class Run;  ///< One pass over one text.
 };
 
 }  // namespace mailtree

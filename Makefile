@@ -1,0 +1,66 @@
+# The two commands for a newcomer are `make demo` and `make test`; each installs what it needs on Debian 12.
+SHELL := /bin/bash
+.DEFAULT_GOAL := help
+BUILD := build
+LAUNCHER := $(if $(shell command -v ccache),-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+CMAKE := cmake -G Ninja $(LAUNCHER)
+CORPUS ?=
+
+.PHONY: help demo test bench fuzz asan tsan format format-check lint check clean
+
+help: ## Show the targets
+	@grep -hE '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | sed 's/:.*## /\t/' | expand -t 16
+
+$(BUILD)/demo/bin/mailtree: FORCE
+	@scripts/setup build
+	@$(CMAKE) -S . -B $(BUILD)/demo -DCMAKE_BUILD_TYPE=Release >/dev/null
+	@cmake --build $(BUILD)/demo
+
+FORCE:
+
+demo: $(BUILD)/demo/bin/mailtree ## Build the command and run it on the sample messages
+	@scripts/demo $<
+
+test: ## Build and run all tests
+	@scripts/setup test
+	@$(CMAKE) --preset dev >/dev/null
+	@cmake --build --preset dev
+	@ctest --preset dev -j2 && echo "make test: all tests passed"
+
+bench: ## Build and run the benchmarks, with GMime beside them
+	@scripts/setup bench
+	@$(CMAKE) -S . -B $(BUILD)/bench -DCMAKE_BUILD_TYPE=Release -DMAILTREE_BUILD_BENCH=ON >/dev/null
+	@cmake --build $(BUILD)/bench
+	@scripts/bench $(BUILD)/bench
+
+asan tsan: ## Build and run the tests under sanitizers
+	@scripts/setup check
+	@$(CMAKE) --preset $@ >/dev/null
+	@cmake --build --preset $@
+	@ctest --preset $@ -j2 && echo "make $@: no finding"
+
+fuzz: ## Replay the seeds and fuzz each target for FUZZ_SECONDS (60)
+	@scripts/setup check
+	@$(CMAKE) --preset fuzz >/dev/null
+	@cmake --build --preset fuzz
+	@scripts/fuzz $(BUILD)/fuzz $${FUZZ_SECONDS:-60}
+
+SOURCES = $(shell git ls-files --cached --others --exclude-standard -- 'mailtree/*.cpp' 'mailtree/*.h' 'cli/*.cpp' 'cli/*.h' \
+	'tests/*.cpp' 'tests/*.h' 'bench/*.cpp' 'bench/*.h' 'fuzz/*.cpp' 'fuzz/*.h' 'examples/*.cpp')
+
+format: ## Format all sources
+	@clang-format -i $(SOURCES)
+
+format-check: ## Fail when a source is not formatted
+	@clang-format --dry-run --Werror $(SOURCES) && echo "format: clean"
+
+lint: ## Run clang-tidy over library and command
+	@scripts/setup check
+	@$(CMAKE) --preset dev >/dev/null
+	@scripts/lint $(BUILD)/dev
+
+check: ## Everything continuous integration runs
+	@bash .ci/run
+
+clean: ## Remove all builds
+	@rm -rf $(BUILD)

@@ -1,0 +1,31 @@
+// bench/messages.h - generated mail that every benchmark works on, the same bytes on every run.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace mailtree::bench {
+
+/// A named set of messages.
+struct MessageSet {
+  const char* name;
+  std::vector<std::string> messages;
+
+  std::size_t bytes() const;
+};
+
+MessageSet shortText();          ///< 1-6 kB, folded Received and DKIM-Signature fields, encoded words.
+MessageSet htmlQuotedPrintable();  ///< Text and HTML in quoted-printable, 20-80 kB.
+MessageSet base64Attachments();  ///< Attachments of 0.5-4 MB.
+MessageSet mixedCharsets();      ///< Text in eight charsets, base64 and quoted-printable.
+
+std::string manyParts(int count);
+std::string deep(int levels);
+std::string manyFields(int count);
+std::string manyAddresses(int count);
+
+/// The four sets and the two odd shapes.
+const std::vector<MessageSet>& allSets();
+
+}  // namespace mailtree::bench

@@ -1,0 +1,21 @@
+// cli/commands.h - the verbs. Each adds itself to the command line and stores what to do when it was asked for.
+#pragma once
+
+#include <functional>
+
+#include "cli/exit_codes.h"
+
+namespace CLI {
+class App;
+}
+
+namespace mailtree::cli {
+
+/// Set by the verb that the command line names; run after the whole line was parsed.
+using Action = std::function<Exit()>;
+
+void addShow(CLI::App& app, Action& action);
+void addWrite(CLI::App& app, Action& action);
+void addHeaders(CLI::App& app, Action& action);
+
+}  // namespace mailtree::cli

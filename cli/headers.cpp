@@ -1,0 +1,77 @@
+// cli/headers.cpp - mailtree headers: the fields of a message, decoded or as they are.
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <iostream>
+#include <memory>
+
+#include "cli/commands.h"
+#include "cli/input.h"
+#include "cli/views/terminal.h"
+#include "mailtree/mime/MimeMessage2.h"
+
+namespace mailtree::cli {
+namespace {
+
+struct HeadersOptions {
+  std::string file;
+  std::vector<std::string> names;
+  bool raw = false;
+
+  bool wants(std::string_view name) const {
+    return names.empty() ||
+           std::any_of(names.begin(), names.end(), [name](const auto& wanted) { return equalsNoCase(wanted, name); });
+  }
+};
+
+/// Raw text keeps its folds; into a file it goes byte for byte, onto a terminal only its harmless part.
+std::string rawText(std::string_view value) {
+  if (!standardOutputIsTerminal()) return std::string(value);
+  std::string text;
+  while (!value.empty()) {
+    const std::size_t end = std::min(value.find('\n'), value.size());
+    text += printable(trimRight(value.substr(0, end)));
+    if (end < value.size()) text += "\n ";
+    value = trimLeft(value.substr(std::min(end + 1, value.size())));
+  }
+  return text;
+}
+
+void writeField(const MimeHeader& header, int index, const HeadersOptions& options) {
+  if (options.names.empty()) {
+    std::cout << printable(header.fieldName(index));
+    if (!header.fieldName(index).empty()) std::cout << ": ";
+  }
+  std::cout << (options.raw ? rawText(header.rawValue(index)) : printable(header.decodedValue(index))) << '\n';
+}
+
+/// Fields are read from the parse tree: there they stand as they came, before loading normalises the message.
+Exit headers(const HeadersOptions& options) {
+  DataBuffer bytes;
+  if (!readFile(options.file, bytes)) return Exit::unreadable;
+  MimeMessage2 message;
+  LogNull log;
+  message.loadText(bytes.view(), log);
+  const MimeHeader& header = message.header();
+  bool found = options.names.empty();
+  for (int i = 0; i < header.getNumFields(); ++i) {
+    if (!options.wants(header.fieldName(i))) continue;
+    found = true;
+    writeField(header, i, options);
+  }
+  const Exit result = graver(found ? Exit::fine : Exit::negative, reportLimits(options.file, message.limits()));
+  return graver(result, finishStandardOutput());
+}
+
+}  // namespace
+
+void addHeaders(CLI::App& app, Action& action) {
+  auto options = std::make_shared<HeadersOptions>();
+  CLI::App* verb = app.add_subcommand("headers", "Print header fields, decoded");
+  verb->add_option("FILE", options->file, "Message; - is standard input")->required();
+  verb->add_option("NAME", options->names, "Only these fields, values alone; status 1 when there is none");
+  verb->add_flag("--raw", options->raw, "Values as they are: folded and encoded");
+  verb->footer("Example:\n  mailtree headers mail.eml\n  mailtree headers mail.eml subject date");
+  verb->callback([options, &action] { action = [options] { return headers(*options); }; });
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,40 @@
+// cli/input.h - messages from files and standard input, and complaints about them.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "cli/exit_codes.h"
+#include "mailtree/email/Email2.h"
+
+namespace mailtree::cli {
+
+/// Writes "mailtree: FILE: what is wrong" to standard error; without a file "mailtree: what is wrong".
+void complain(std::string_view file, std::string_view problem);
+
+/// The last error of a log; `otherwise` when it holds none.
+std::string lastError(const LogMemory& log, std::string_view otherwise);
+
+/// Flushes standard output; unreadable, after a complaint, when not all of it could be written.
+Exit finishStandardOutput();
+
+/// Reads a whole file, or standard input for "-". False after a complaint.
+bool readFile(const std::string& path, DataBuffer& bytes);
+
+/// A message in memory.
+struct Message {
+  RefPtr<_svEmailCommon> common;
+  EmailPtr root;
+
+  /// The limits met while loading.
+  LimitSet limits() const { return common->m_limits; }
+};
+
+/// Reads and loads a message; nothing after a complaint.
+std::optional<Message> loadMessage(const std::string& path);
+
+/// Complains about every limit met; the exit status that goes with them.
+Exit reportLimits(const std::string& path, LimitSet limits);
+
+}  // namespace mailtree::cli

@@ -1,0 +1,52 @@
+// mailtree: mail messages as trees, on the command line.
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <iostream>
+
+#include "cli/commands.h"
+#include "cli/input.h"
+
+namespace mailtree::cli {
+namespace {
+
+constexpr const char* kFooter =
+    "Exit status: 0 fine, 1 a negative answer, 2 wrong usage, 3 a file that cannot be read or written,\n"
+    "4 a limit was met (the result is still given).\n"
+    "Each command has its own --help with an example.";
+
+int usageError(const CLI::App& app, const CLI::ParseError& error) {
+  if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
+  complain("", error.what());
+  std::cerr << "Run with --help for usage.\n";
+  return static_cast<int>(Exit::usage);
+}
+
+int run(int argc, char** argv) {
+  CLI::App app("Loads mail messages into trees: shows them, reads them, writes them back.", "mailtree");
+  app.set_version_flag("--version", "mailtree " MAILTREE_VERSION);
+  app.require_subcommand(1);
+  app.footer(kFooter);
+
+  Action action;
+  addShow(app, action);
+  addWrite(app, action);
+  addHeaders(app, action);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return usageError(app, error);
+  }
+  return static_cast<int>(action());
+}
+
+}  // namespace
+}  // namespace mailtree::cli
+
+int main(int argc, char** argv) {
+  try {
+    return mailtree::cli::run(argc, argv);
+  } catch (const std::exception& error) {  // out of memory, or a stream that throws
+    mailtree::cli::complain("", error.what());
+    return static_cast<int>(mailtree::cli::Exit::unreadable);
+  }
+}

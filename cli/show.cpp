@@ -1,0 +1,70 @@
+// cli/show.cpp - mailtree show: what a message is, for a person or as JSON.
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <memory>
+
+#include "cli/commands.h"
+#include "cli/input.h"
+#include "cli/views/json_view.h"
+#include "cli/views/text_view.h"
+
+namespace mailtree::cli {
+namespace {
+
+struct ShowOptions {
+  std::vector<std::string> files;
+  bool json = false;
+  bool headers = false;
+  bool verbose = false;
+  bool colour = false;
+  bool noColour = false;
+};
+
+ColourChoice choiceOf(const ShowOptions& options) {
+  if (options.noColour) return ColourChoice::never;
+  return options.colour ? ColourChoice::always : ColourChoice::automatic;
+}
+
+void writeTitle(const std::string& file, bool isFirst, const Style& style) {
+  std::cout << (isFirst ? "" : "\n") << style.paint(Ink::bold, "== " + printable(file) + " ==") << '\n';
+}
+
+Exit showOne(const std::string& file, const ShowOptions& options, const Style& style, bool isFirst) {
+  std::optional<Message> message = loadMessage(file);
+  if (!message) return Exit::unreadable;
+  if (options.json) {
+    std::cout << jsonOf(file, *message, {options.headers}) << '\n';
+  } else {
+    if (options.files.size() > 1) writeTitle(file, isFirst, style);
+    writeText(std::cout, *message, {style, options.headers, options.verbose});
+  }
+  return reportLimits(file, message->limits());
+}
+
+Exit show(const ShowOptions& options) {
+  const Style style = styleOfStandardOutput(choiceOf(options));
+  Exit result = Exit::fine;
+  bool isFirst = true;
+  for (const std::string& file : options.files) {
+    result = graver(result, showOne(file, options, style, isFirst));
+    isFirst = false;
+  }
+  return graver(result, finishStandardOutput());
+}
+
+}  // namespace
+
+void addShow(CLI::App& app, Action& action) {
+  auto options = std::make_shared<ShowOptions>();
+  CLI::App* verb = app.add_subcommand("show", "Show messages: who, what, the tree of parts, the first lines");
+  verb->add_option("FILE", options->files, "Messages; - is standard input")->required();
+  verb->add_flag("--json", options->json, "One JSON object per message, one line each");
+  verb->add_flag("--headers", options->headers, "Every header field, decoded");
+  verb->add_flag("-v,--verbose", options->verbose, "Why a part is an attachment, what was repaired");
+  CLI::Option* colour = verb->add_flag("--color", options->colour, "Colour, also when output is no terminal");
+  verb->add_flag("--no-color", options->noColour, "No colour (as with NO_COLOR in the environment)")->excludes(colour);
+  verb->footer("Example:\n  mailtree show samples/newsletter.eml\n  mailtree show --json *.eml | jq .subject");
+  verb->callback([options, &action] { action = [options] { return show(*options); }; });
+}
+
+}  // namespace mailtree::cli

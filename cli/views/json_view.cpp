@@ -1,0 +1,158 @@
+#include "cli/views/json_view.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "mailtree/crypto/Digest.h"
+
+namespace mailtree::cli {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr int kSchema = 1;
+
+Json textOrNull(std::string_view text) { return text.empty() ? Json() : Json(text); }
+
+Json fieldOrNull(const Email2& root, const char* name) {
+  const std::optional<std::string> value = fieldOf(root, name);
+  return value ? Json(*value) : Json();
+}
+
+Json addressOf(const _svEmailAddress& address) {
+  return {{"name", address.m_name.view()}, {"address", address.m_address.view()}};
+}
+
+Json addressesOf(const ExtPtrArray& list) {
+  Json out = Json::array();
+  for (int i = 0; i < list.getSize(); ++i) out.push_back(addressOf(*list.at<_svEmailAddress>(i)));
+  return out;
+}
+
+Json senderOf(const Email2& root) {
+  return root.m_fromAddr.m_address.isEmpty() && root.m_fromAddr.m_name.isEmpty() ? Json() : addressOf(root.m_fromAddr);
+}
+
+Json dateField(const Email2& root) {
+  const std::optional<SorvikSysTime> date = dateOf(root);
+  if (!date) return {};
+  std::array<char, 40> text{};
+  std::snprintf(text.data(), text.size(), "%04u-%02u-%02uT%02u:%02u:%02uZ", date->m_year, date->m_month, date->m_day,
+                date->m_hour, date->m_minute, date->m_second);
+  return text.data();
+}
+
+/// The text as it is compared: LF line ends, no white space at its end.
+std::string comparableText(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '\r') {
+      out += text[i];
+    } else {
+      out += '\n';
+      if (i + 1 < text.size() && text[i + 1] == '\n') ++i;
+    }
+  }
+  out.resize(trimRight(out).size());
+  return out;
+}
+
+Json partOf(const PartRow& row, int id) {
+  const Email2& node = *row.node;
+  return {{"id", id},
+          {"content_type", row.contentType},
+          {"charset", textOrNull(row.charset)},
+          {"transfer_encoding", textOrNull(node.m_transferEncoding)},
+          {"disposition", textOrNull(node.m_disposition)},
+          {"filename", textOrNull(row.filename)},
+          {"content_id", textOrNull(node.m_contentId)},
+          {"size", node.m_body.getSize()},
+          {"sha256", sha256Hex(node.m_body.view())},
+          {"text_sha256", row.isText() ? Json(sha256Hex(comparableText(textOf(row)))) : Json()},
+          {"parts", Json::array()}};
+}
+
+/// Rows stand depth-first: going backwards, every part has all its children, last one first, before it moves into its parent.
+Json treeOf(const Outline& outline) {
+  std::vector<Json> parts;
+  parts.reserve(outline.rows.size());
+  for (std::size_t i = 0; i < outline.rows.size(); ++i) parts.push_back(partOf(outline.rows[i], static_cast<int>(i)));
+  for (std::size_t i = parts.size(); i-- > 0;) {
+    std::reverse(parts[i]["parts"].begin(), parts[i]["parts"].end());
+    if (i > 0) parts[static_cast<std::size_t>(outline.rows[i].parent)]["parts"].push_back(std::move(parts[i]));
+  }
+  return std::move(parts.front());
+}
+
+Json securityOf(const _svEmailCommon& common) {
+  return {{"received_signed", common.m_numSignedLayers > 0},
+          {"received_encrypted", common.m_numEncryptedLayers > 0},
+          {"signatures_valid", common.m_allSignaturesValid},
+          {"decrypted", common.m_allDataDecrypted},
+          {"signed_layers", common.m_numSignedLayers},
+          {"encrypted_layers", common.m_numEncryptedLayers},
+          {"signers", Json::array()}};
+}
+
+Json limitsOf(LimitSet limits) {
+  Json out = Json::array();
+  for (const LimitName& row : kLimitNames)
+    if (limits.has(row.limit)) out.push_back(row.name);
+  return out;
+}
+
+Json headersOf(const Email2& root) {
+  Json out = Json::array();
+  for (int i = 0; i < root.m_header.getNumFields(); ++i)
+    out.push_back({root.m_header.fieldName(i), root.m_header.decodedValue(i)});
+  return out;
+}
+
+Json idOrNull(int id) { return id < 0 ? Json() : Json(id); }
+
+/// JSON lets DEL and the C1 controls stand; a terminal may obey them.
+std::string escapeControls(const std::string& json) {
+  std::string out;
+  out.reserve(json.size());
+  for (std::size_t i = 0; i < json.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(json[i]);
+    const bool isC1 = byte == 0xC2 && i + 1 < json.size() && static_cast<unsigned char>(json[i + 1]) < 0xA0;
+    if (byte != 0x7F && !isC1) {
+      out += json[i];
+      continue;
+    }
+    std::array<char, 8> escape{};
+    std::snprintf(escape.data(), escape.size(), "\\u%04x", isC1 ? static_cast<unsigned char>(json[++i]) : byte);
+    out += escape.data();
+  }
+  return out;
+}
+
+}  // namespace
+
+std::string jsonOf(const std::string& file, Message& message, const JsonOptions& options) {
+  Email2& root = *message.root;
+  const Outline outline = outlineOf(root);
+  Json json = {{"schema", kSchema},
+               {"file", file},
+               {"subject", fieldOrNull(root, "Subject")},
+               {"from", senderOf(root)},
+               {"to", addressesOf(root.m_toAddrs)},
+               {"cc", addressesOf(root.m_ccAddrs)},
+               {"bcc", addressesOf(root.m_bccAddrs)},
+               {"date", dateField(root)},
+               {"message_id", fieldOrNull(root, "Message-ID")},
+               {"tree", treeOf(outline)},
+               {"attachments", outline.attachments},
+               {"plain_text", idOrNull(outline.plainText)},
+               {"html", idOrNull(outline.html)},
+               {"security", securityOf(*message.common)},
+               {"limits", limitsOf(message.limits())}};
+  if (options.headers) json["headers"] = headersOf(root);
+  return escapeControls(json.dump(-1, ' ', false, Json::error_handler_t::replace));
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,17 @@
+// cli/views/json_view.h - a message as one line of JSON, for programs.
+#pragma once
+
+#include <string>
+
+#include "cli/views/outline.h"
+
+namespace mailtree::cli {
+
+struct JsonOptions {
+  bool headers = false;  ///< Also every header field of the message.
+};
+
+/// One object on one line, without a line break; utf-8, with control characters escaped.
+std::string jsonOf(const std::string& file, Message& message, const JsonOptions& options);
+
+}  // namespace mailtree::cli

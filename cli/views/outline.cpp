@@ -1,0 +1,143 @@
+#include "cli/views/outline.h"
+
+#include <unordered_map>
+
+#include "mailtree/base/Utf.h"
+#include "mailtree/email/loading/received_date.h"
+
+namespace mailtree::cli {
+namespace {
+
+/// Collects the reasons of the attachments that an iteration takes, in order: it writes one "Yes" line for each.
+class ReasonLog final : public LogBase {
+ public:
+  ReasonLog() { m_verboseLogging = true; }
+  void logError(std::string_view) override {}
+  void logInfo(std::string_view text) override {
+    if (text.starts_with("Yes")) m_reasons.emplace_back(text);
+  }
+  void LogDataSb(std::string_view, std::string_view) override {}
+  void LogDataLong(std::string_view, std::int64_t) override {}
+  void openContext(std::string_view) override {}
+  void closeContext() override {}
+  const std::vector<std::string>& reasons() const { return m_reasons; }
+
+ private:
+  std::vector<std::string> m_reasons;
+};
+
+using RowOfNode = std::unordered_map<const SorvikObject*, int>;
+
+std::string charsetOf(const Email2& node) {
+  std::string scratch;
+  const std::string_view value = node.m_header.unfoldedValue(node.m_header.findField("Content-Type"), scratch);
+  if (value.empty()) return {};
+  _svContentType parsed;
+  _svCharset charset;
+  parsed.loadFromMimeHeaderValue(value, charset);
+  if (*charset.getName()) return charset.getName();
+  const std::string* unknown = parsed.m_otherParams.find("charset");
+  return unknown ? *unknown : std::string();
+}
+
+PartRow rowOf(Email2& node, int depth, int parent, bool isLastChild) {
+  PartRow row{&node, depth, parent, isLastChild, false, false, {}, {}, {}, {}};
+  const std::string_view type = node.m_contentType.m_type.view();
+  row.contentType = type.empty() ? "text/plain" : type;
+  row.charset = charsetOf(node);
+  row.filename = node.m_dispFilename.isEmpty() ? node.m_contentType.m_name.view() : node.m_dispFilename.view();
+  return row;
+}
+
+std::vector<PartRow> numberedRows(Email2& root) {
+  struct Open {
+    Email2* node;
+    int depth, parent;
+    bool isLastChild;
+  };
+  std::vector<PartRow> rows;
+  std::vector<Open> open{{&root, 0, -1, true}};
+  while (!open.empty()) {
+    const Open next = open.back();
+    open.pop_back();
+    const int id = static_cast<int>(rows.size());
+    rows.push_back(rowOf(*next.node, next.depth, next.parent, next.isLastChild));
+    const int last = next.node->getNumParts() - 1;
+    for (int i = last; i >= 0; --i)
+      if (Email2* child = next.node->getPart(i)) open.push_back({child, next.depth + 1, id, i == last});
+  }
+  return rows;
+}
+
+void markBodies(Email2& root, const RowOfNode& rowOf, Outline& outline) {
+  ExtPtrArray bodies;
+  root.enumerateAlternatives(root, bodies);
+  for (int i = 0; i < bodies.getSize(); ++i) {
+    const int id = rowOf.at(bodies.elementAt(i));
+    PartRow& row = outline.rows[static_cast<std::size_t>(id)];
+    row.isBody = true;
+    if (outline.plainText < 0 && row.contentType == "text/plain") outline.plainText = id;
+    if (outline.html < 0 && row.contentType == "text/html") outline.html = id;
+  }
+  bodies.removeAll();
+}
+
+void markAttachments(Email2& root, const RowOfNode& rowOf, Outline& outline) {
+  ExtPtrArray found;
+  ReasonLog log;
+  root.attachmentIterate2(root.isMultipartMixedForAttachmentPurposes(), found, /*target=*/-1, log);
+  const bool everyReasonKnown = log.reasons().size() == static_cast<std::size_t>(found.getSize());
+  for (int i = 0; i < found.getSize(); ++i) {
+    const int id = rowOf.at(found.elementAt(i));
+    PartRow& row = outline.rows[static_cast<std::size_t>(id)];
+    row.isAttachment = true;
+    if (everyReasonKnown) row.reason = log.reasons()[static_cast<std::size_t>(i)];
+    outline.attachments.push_back(id);
+  }
+  found.removeAll();
+}
+
+std::string decodedBy(int codePage, std::string_view bytes) {
+  std::string text;
+  return codePage > 0 && decodeToUtf8(codePage, bytes, text) ? text : std::string(bytes);
+}
+
+}  // namespace
+
+Outline outlineOf(Email2& root) {
+  Outline outline;
+  outline.rows = numberedRows(root);
+  RowOfNode ids;
+  ids.reserve(outline.rows.size());
+  for (std::size_t i = 0; i < outline.rows.size(); ++i) ids.emplace(outline.rows[i].node, static_cast<int>(i));
+  markBodies(root, ids, outline);
+  markAttachments(root, ids, outline);
+  return outline;
+}
+
+std::string textOf(const PartRow& row) {
+  Email2& node = *row.node;
+  const std::string_view bytes = node.m_body.view();
+  if (isConvertibleText(node.traits()) && isValidUtf8(bytes)) return std::string(bytes);
+  DataBuffer converted;
+  const DecodedText decoded = receivedTextToUtf8(row.charset, bytes, converted);
+  if (decoded.converted) return std::string(converted.view());
+  if (isValidUtf8(bytes)) return std::string(bytes);
+  const int ofHeader = node.m_header.getDetectedCP();
+  return decodedBy(ofHeader > 0 && ofHeader != kCpUtf8 ? ofHeader : detectCodePage(bytes), bytes);
+}
+
+std::optional<SorvikSysTime> dateOf(const Email2& root) {
+  SorvikSysTime date;
+  if (!receivedDate(root.m_header, date)) return std::nullopt;
+  return date;
+}
+
+std::optional<std::string> fieldOf(const Email2& root, const char* name) {
+  StringBuffer value;
+  LogNull log;
+  if (!root.getHeaderFieldUtf8(name, value, log)) return std::nullopt;
+  return value.extractString();
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,50 @@
+// cli/views/outline.h - a message as numbered rows: what both the text and the JSON view are drawn from.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cli/input.h"
+
+namespace mailtree::cli {
+
+/// One node of the tree, numbered depth-first from 0.
+struct PartRow {
+  Email2* node;
+  int depth;
+  int parent;               ///< Row of the parent, -1 at the root.
+  bool isLastChild;
+  bool isBody = false;
+  bool isAttachment = false;
+  std::string reason;       ///< Why it is an attachment.
+  std::string contentType;  ///< text/plain where the node names none.
+  std::string charset;      ///< As its Content-Type field says; empty when it does not.
+  std::string filename;     ///< Of the disposition, else the name parameter; empty when neither.
+
+  bool isLeaf() const { return node->getNumParts() == 0; }
+  bool isText() const { return isLeaf() && contentType.starts_with("text/"); }
+};
+
+/// Rows in depth-first order, with bodies and attachments marked.
+struct Outline {
+  std::vector<PartRow> rows;
+  std::vector<int> attachments;  ///< Rows, in the order in which attachments are numbered.
+  int plainText = -1;            ///< Row of the plain-text body, -1 when there is none.
+  int html = -1;
+};
+
+Outline outlineOf(Email2& root);
+
+/// The text of a text part in utf-8: stored text as it is; an attached file, which keeps its bytes, by its own label, else by
+/// detection. Bytes that nothing explains stay.
+std::string textOf(const PartRow& row);
+
+/// The date of the message in GMT; nothing when no date field was usable.
+std::optional<SorvikSysTime> dateOf(const Email2& root);
+
+/// A decoded header field; nothing when it is absent.
+std::optional<std::string> fieldOf(const Email2& root, const char* name);
+
+}  // namespace mailtree::cli

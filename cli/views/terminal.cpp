@@ -1,0 +1,109 @@
+#include "cli/views/terminal.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+
+#include "mailtree/base/Utf.h"
+
+namespace mailtree::cli {
+namespace {
+
+struct Range {
+  char32_t first, last;
+};
+
+bool isIn(char32_t c, const auto& ranges) {
+  for (const Range& range : ranges)
+    if (c >= range.first && c <= range.last) return true;
+  return false;
+}
+
+/// Characters that change how a terminal draws what follows: C0, DEL, C1, line and paragraph separators, bidirectional
+/// embeddings, overrides and isolates, interlinear marks, tag characters.
+constexpr Range kUnsafe[] = {{0x00, 0x1F},     {0x7F, 0x9F},     {0x061C, 0x061C}, {0x200E, 0x200F},  {0x2028, 0x202E},
+                             {0x2066, 0x2069}, {0xFEFF, 0xFEFF}, {0xFFF9, 0xFFFB}, {0xE0000, 0xE007F}};
+
+constexpr Range kCombining[] = {{0x0300, 0x036F}, {0x0483, 0x0489}, {0x0591, 0x05BD}, {0x0610, 0x061A}, {0x064B, 0x065F},
+                                {0x0E31, 0x0E31}, {0x0E34, 0x0E3A}, {0x0E47, 0x0E4E}, {0x1AB0, 0x1AFF}, {0x1DC0, 0x1DFF},
+                                {0x200B, 0x200D}, {0x20D0, 0x20FF}, {0x3099, 0x309A}, {0xFE00, 0xFE0F}, {0xFE20, 0xFE2F}};
+
+constexpr Range kWide[] = {{0x1100, 0x115F}, {0x2E80, 0x303E},   {0x3041, 0x33FF},   {0x3400, 0x4DBF},  {0x4E00, 0x9FFF},
+                           {0xA000, 0xA4CF}, {0xAC00, 0xD7A3},   {0xF900, 0xFAFF},   {0xFE30, 0xFE6F},  {0xFF00, 0xFF60},
+                           {0xFFE0, 0xFFE6}, {0x1F300, 0x1F64F}, {0x1F680, 0x1F6FF}, {0x1F900, 0x1FAFF}, {0x20000, 0x3FFFD}};
+
+std::size_t columnsOf(char32_t c) {
+  if (c < 0x300) return 1;
+  if (isIn(c, kCombining)) return 0;
+  return isIn(c, kWide) ? 2 : 1;
+}
+
+constexpr std::array kInkCodes = {"", "2", "1", "36", "32", "33", "31"};
+static_assert(kInkCodes.size() == static_cast<std::size_t>(Ink::warning) + 1);
+
+}  // namespace
+
+std::string printable(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t begin = at;
+    const char32_t c = nextCodePoint(text, at);
+    if (c == '\t')
+      out += ' ';
+    else if (c == kReplacementCharacter || isIn(c, kUnsafe))
+      appendUtf8(out, kReplacementCharacter);
+    else
+      out.append(text.substr(begin, at - begin));
+  }
+  return out;
+}
+
+std::string humanSize(std::uint64_t bytes) {
+  if (bytes < 1000) return std::to_string(bytes) + " B";
+  constexpr const char* kUnits[] = {"kB", "MB", "GB", "TB", "PB", "EB"};
+  double value = static_cast<double>(bytes);
+  int unit = -1;
+  while (value >= 999.5 && unit < 5) {
+    value /= 1000;
+    ++unit;
+  }
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), value < 9.95 ? "%.1f %s" : "%.0f %s", value, kUnits[unit]);
+  return text.data();
+}
+
+std::size_t displayWidth(std::string_view utf8) {
+  std::size_t width = 0;
+  for (std::size_t at = 0; at < utf8.size();) width += columnsOf(nextCodePoint(utf8, at));
+  return width;
+}
+
+std::string_view fitWidth(std::string_view utf8, std::size_t columns) {
+  std::size_t width = 0;
+  for (std::size_t at = 0; at < utf8.size();) {
+    const std::size_t begin = at;
+    width += columnsOf(nextCodePoint(utf8, at));
+    if (width > columns) return utf8.substr(0, begin);
+  }
+  return utf8;
+}
+
+std::string Style::paint(Ink ink, std::string_view text) const {
+  const char* code = kInkCodes[static_cast<std::size_t>(ink)];
+  if (!colour || !*code) return std::string(text);
+  return std::string("\033[").append(code).append("m").append(text).append("\033[0m");
+}
+
+bool standardOutputIsTerminal() { return isatty(STDOUT_FILENO) != 0; }
+
+Style styleOfStandardOutput(ColourChoice choice) {
+  const bool terminal = standardOutputIsTerminal();
+  const char* noColour = std::getenv("NO_COLOR");
+  const bool wanted = terminal && !(noColour && *noColour);
+  return {choice == ColourChoice::always || (choice == ColourChoice::automatic && wanted), terminal};
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,164 @@
+#include "cli/views/text_view.h"
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+#include <ostream>
+
+namespace mailtree::cli {
+namespace {
+
+constexpr std::size_t kLabelWidth = 9;
+constexpr std::size_t kMaxTextLines = 12;
+constexpr std::size_t kMaxLineWidth = 100;
+constexpr std::size_t kMaxAddressesShown = 10;
+
+struct Drawing {
+  const char *child, *lastChild, *below, *blank;
+};
+constexpr Drawing kLines = {"├─ ", "└─ ", "│  ", "   "};
+constexpr Drawing kAscii = {"|- ", "`- ", "|  ", "   "};
+
+void writeField(std::ostream& out, const Style& style, std::string_view label, std::string_view value) {
+  if (value.empty()) return;
+  std::string head = std::string(label) + ":";
+  head.resize(std::max(kLabelWidth, head.size() + 1), ' ');
+  out << style.paint(Ink::faint, head) << printable(value) << '\n';
+}
+
+std::string displayForm(const _svEmailAddress& address) {
+  StringBuffer text;
+  LogNull log;
+  address.emitSelfAsMimeField(kCpUtf8, /*first=*/true, /*forHeader=*/false, /*useQ=*/true, text, log);
+  return text.extractString();
+}
+
+std::string displayForm(const ExtPtrArray& addresses) {
+  std::string text;
+  const auto count = static_cast<std::size_t>(addresses.getSize());
+  for (std::size_t i = 0; i < std::min(count, kMaxAddressesShown); ++i) {
+    if (i) text += ", ";
+    text += displayForm(*addresses.at<_svEmailAddress>(static_cast<int>(i)));
+  }
+  if (count > kMaxAddressesShown) text += " and " + std::to_string(count - kMaxAddressesShown) + " more";
+  return text;
+}
+
+/// In the reader's own zone, with its offset.
+std::string localDate(const Email2& root) {
+  const std::optional<SorvikSysTime> date = dateOf(root);
+  if (!date) return {};
+  const auto seconds = static_cast<std::time_t>(date->toUnixTime());
+  std::tm local{};
+  if (!localtime_r(&seconds, &local)) return {};
+  std::array<char, 64> text{};
+  std::strftime(text.data(), text.size(), "%a, %d %b %Y %H:%M:%S %z", &local);
+  return text.data();
+}
+
+void writeSummary(std::ostream& out, const Email2& root, const Style& style) {
+  writeField(out, style, "From", displayForm(root.m_fromAddr));
+  writeField(out, style, "To", displayForm(root.m_toAddrs));
+  writeField(out, style, "Cc", displayForm(root.m_ccAddrs));
+  writeField(out, style, "Date", localDate(root));
+  writeField(out, style, "Subject", fieldOf(root, "Subject").value_or(std::string()));
+}
+
+void writeAllFields(std::ostream& out, const Email2& root, const Style& style) {
+  for (int i = 0; i < root.m_header.getNumFields(); ++i)
+    out << style.paint(Ink::faint, printable(root.m_header.fieldName(i)) + ":") << ' '
+        << printable(root.m_header.decodedValue(i)) << '\n';
+}
+
+/// The lines to the left of a row: one column for each ancestor that has later siblings.
+std::string branchOf(const Outline& outline, const PartRow& row, const Drawing& drawing) {
+  if (row.parent < 0) return {};
+  std::string branch = row.isLastChild ? drawing.lastChild : drawing.child;
+  for (int at = row.parent; at >= 0;) {
+    const PartRow& ancestor = outline.rows[static_cast<std::size_t>(at)];
+    if (ancestor.parent >= 0) branch.insert(0, ancestor.isLastChild ? drawing.blank : drawing.below);
+    at = ancestor.parent;
+  }
+  return branch;
+}
+
+std::string repairsOf(const Email2& node, bool verbose) {
+  if (node.m_repairs.isEmpty()) return {};
+  if (!verbose) return "repaired";
+  std::string text = "repaired:";
+  for (const RepairName& row : kRepairNames)
+    if (node.m_repairs.has(row.repair)) text.append(text.ends_with(':') ? " " : ", ").append(row.name);
+  return text;
+}
+
+void addBadge(std::string& line, const Style& style, Ink ink, const std::string& text) {
+  if (!text.empty()) line += "  " + style.paint(ink, "[" + text + "]");
+}
+
+std::string badgesOf(const PartRow& row, const TextOptions& options) {
+  std::string line;
+  const Style& style = options.style;
+  if (row.isBody) addBadge(line, style, Ink::body, "body");
+  if (row.isAttachment)
+    addBadge(line, style, Ink::attachment,
+             options.verbose && !row.reason.empty() ? "attachment: " + row.reason : "attachment");
+  if (row.node->m_disposition.equalsIgnoreCase("inline")) addBadge(line, style, Ink::faint, "inline");
+  addBadge(line, style, Ink::warning, repairsOf(*row.node, options.verbose));
+  return line;
+}
+
+std::string detailsOf(const PartRow& row) {
+  std::string line;
+  const auto add = [&line](std::string_view text) {
+    if (!text.empty()) line.append("  ").append(printable(text));
+  };
+  add(row.charset);
+  add(row.node->m_transferEncoding);
+  if (row.isLeaf()) add(humanSize(row.node->m_body.getSize()));
+  add(row.filename);
+  return line;
+}
+
+void writeTree(std::ostream& out, const Outline& outline, const TextOptions& options) {
+  const Drawing& drawing = options.style.lines ? kLines : kAscii;
+  for (std::size_t id = 0; id < outline.rows.size(); ++id) {
+    const PartRow& row = outline.rows[id];
+    out << options.style.paint(Ink::faint, branchOf(outline, row, drawing) + std::to_string(id)) << ' '
+        << options.style.paint(Ink::type, printable(row.contentType)) << detailsOf(row) << badgesOf(row, options) << '\n';
+  }
+}
+
+void writeFirstLines(std::ostream& out, std::string_view text) {
+  text = trimRight(text);
+  for (std::size_t lines = 0; !text.empty(); ++lines) {
+    if (lines == kMaxTextLines) {
+      out << "  ...\n";
+      return;
+    }
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    const std::string line = printable(trimRight(text.substr(0, std::min(end, 8 * kMaxLineWidth))));
+    const std::string_view shown = fitWidth(line, kMaxLineWidth);
+    out << (shown.empty() ? "" : "  ") << shown << (shown.size() < line.size() ? "..." : "") << '\n';
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+}
+
+}  // namespace
+
+void writeText(std::ostream& out, Message& message, const TextOptions& options) {
+  const Outline outline = outlineOf(*message.root);
+  if (options.headers)
+    writeAllFields(out, *message.root, options.style);
+  else
+    writeSummary(out, *message.root, options.style);
+  out << '\n';
+  writeTree(out, outline, options);
+  const int body = outline.plainText >= 0 ? outline.plainText : outline.html;
+  if (body < 0) return;
+  const std::string text = textOf(outline.rows[static_cast<std::size_t>(body)]);
+  if (trim(text).empty()) return;
+  out << '\n';
+  writeFirstLines(out, text);
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,67 @@
+// Transfer encodings and charsets: what is encoded decodes to itself, vector and portable code agree, converting is total.
+#include <string>
+#include <vector>
+
+#include "fuzz/target.h"
+#include "mailtree/base/Utf.h"
+#include "mailtree/mime/Base64.h"
+#include "mailtree/mime/Charset.h"
+#include "mailtree/mime/ContentCoding.h"
+#include "mailtree/mime/Uu.h"
+
+using namespace mailtree;  // NOLINT(google-build-using-namespace): a program, not a header
+
+namespace {
+
+constexpr int kCodePages[] = {kCpUtf8, 20127, 28591, 1252,  1251,  20866, 874,   932,  936,
+                              949,     950,   54936, 50220, 50225, 51932, 52936, 1200, 1201};
+
+void transferEncodings(std::string_view bytes) {
+  StringBuffer text;
+  DataBuffer back;
+  ContentCoding::encodeBase64(bytes.data(), bytes.size(), text);
+  fuzz::require(text.getSize() == ContentCoding::computeBase64Size(bytes.size(), 76), "the base64 size is foretold");
+  ContentCoding::decodeBase64ToDb(text, back);
+  fuzz::require(back.view() == bytes, "base64 gives back what it took");
+  text.clear();
+  back.clear();
+  ContentCoding::encodeQuotedPrintable(bytes.data(), bytes.size(), text);
+  ContentCoding::decodeQuotedPrintableToDb(text, back);
+  fuzz::require(back.view() == bytes, "quoted-printable gives back what it took");
+}
+
+void decoders(std::string_view text) {
+  std::vector<std::uint8_t> fast(base64::decodedCapacity(text.size())), portable(fast.size());
+  fast.resize(base64::decode(text, fast.data()));
+  portable.resize(base64::decodePortable(text, portable.data()));
+  fuzz::require(fast == portable, "vector and portable base64 agree");
+  DataBuffer out;
+  ContentCoding::decodeQuotedPrintableToDb(text, out);
+  ExtPtrArray files;
+  ExtPtrArraySb names;
+  Uu::uu_decodeMultipleDb(text, files, names);
+  files.removeAllObjects();
+}
+
+void charsets(std::string_view bytes) {
+  LogNull log;
+  for (const int codePage : kCodePages) {
+    DataBuffer utf8, back;
+    const bool right = EncodingConvert::EncConvert(codePage, kCpUtf8, bytes.data(), bytes.size(), utf8, log);
+    fuzz::require(isValidUtf8(utf8.view()), "conversion to utf-8 gives utf-8");
+    if (right) EncodingConvert::EncConvert(kCpUtf8, codePage, utf8.getData2(), utf8.getSize(), back, log);
+  }
+  DataBuffer text;
+  const DecodedText decoded = receivedTextToUtf8("utf-8", bytes, text);
+  if (decoded.converted) fuzz::require(isValidUtf8(text.view()), "converted text is utf-8");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string_view bytes = fuzz::textOf(data, size);
+  transferEncodings(bytes);
+  decoders(bytes);
+  charsets(bytes);
+  return 0;
+}

@@ -1,0 +1,211 @@
+#include <string_view>
+#include <unordered_set>
+
+#include "mailtree/base/Platform.h"
+#include "mailtree/email/Email2.h"
+
+namespace mailtree {
+namespace {
+
+using RecipientList = ExtPtrArray Email2::*;
+
+constexpr RecipientList kTo = &Email2::m_toAddrs;
+constexpr RecipientList kCc = &Email2::m_ccAddrs;
+constexpr RecipientList kBcc = &Email2::m_bccAddrs;
+
+/// What a recipient kind means to each group of operations; null where nothing is written.
+struct KindRow {
+  RecipientList counted;     ///< By getNumRecipients and addRecipientsForType.
+  RecipientList read;        ///< By getRecipient... and addRecipientsForType.
+  RecipientList emitted;     ///< By getAllRecipients.
+  RecipientList changed;     ///< By addRecipient, addMultipleRecip and clearRecipients.
+  const char* cleared;       ///< Field removed by clearRecipients.
+  const char* addedOne;      ///< Field rewritten by addRecipient.
+  const char* addedSeveral;  ///< Field rewritten by addMultipleRecip.
+};
+
+// Deliberate: other numbers are To here and Bcc there, and never rewrite a field; several Bcc recipients never do.
+constexpr KindRow kOther{kTo, kBcc, nullptr, kTo, "To", nullptr, nullptr};
+constexpr KindRow kKinds[] = {
+    {kTo, kTo, kTo, kTo, "To", "To", "To"},
+    {kCc, kCc, kCc, kCc, "Cc", "Cc", "CC"},
+    {kBcc, kBcc, kBcc, kBcc, "bcc", "Bcc", nullptr},
+};
+
+constexpr int numberOf(RecipientKind kind) noexcept { return static_cast<int>(kind); }
+static_assert(numberOf(RecipientKind::to) == 1 && numberOf(RecipientKind::bcc) == std::size(kKinds));
+
+constexpr const KindRow& rowOf(int kind) noexcept {
+  return kind >= numberOf(RecipientKind::to) && kind <= numberOf(RecipientKind::bcc) ? kKinds[kind - 1] : kOther;
+}
+
+_svEmailAddress* entryOf(const Email2& email, int kind, int index) noexcept {
+  return (email.*rowOf(kind).read).at<_svEmailAddress>(index);
+}
+
+/// A list as a finished value of a header field of this email.
+void emitList(Email2& email, const ExtPtrArray& list, StringBuffer& out, LogBase& log) {
+  const int codePage = email.emailCodePage();
+  _svEmailAddress::emitAsMimeField(list, codePage, true, /*forHeader=*/true,
+                                   email.qbChooseForEmailAddrEncoding(codePage), out, log);
+}
+
+/// Rewrites a field from the whole list of its kind; null: no field.
+void rewriteField(Email2& email, const char* field, int kind, LogBase& log) {
+  if (!field) return;
+  StringBuffer value;
+  email.getAllRecipients(kind, value, log);
+  email.m_header.replaceMimeFieldUtf8_a(field, value.getString(), /*asGiven=*/true, /*ordinary=*/true, log);
+}
+
+/// The Bcc field tells every recipient about the hidden ones, so it is only written for those who ask for it.
+bool mayWriteField(int kind, const LogBase& log) noexcept {
+  return kind != numberOf(RecipientKind::bcc) || log.hasOption("UseBccHeader");
+}
+
+void appendJoined(const ExtPtrArray& list, StringBuffer& out) {
+  for (int i = 0; i < list.getSize(); ++i) {
+    if (!out.isEmpty()) out.appendChar(',');
+    if (const auto* entry = list.at<_svEmailAddress>(i)) out.append(entry->m_address.getUtf8Sb());
+  }
+}
+
+/// The texts of a list, for asking whether one is there without walking the list.
+using TextSet = std::unordered_set<std::string_view>;
+
+TextSet textsOf(const ExtPtrArraySb& list) {
+  TextSet texts;
+  for (int i = 0; i < list.getSize(); ++i) texts.insert(*list.sbAt(i));
+  return texts;
+}
+
+/// Appends a text to the list unless it is there already; false when memory ran out.
+bool appendUnique(Owned<StringBuffer> text, ExtPtrArraySb& out, TextSet& known) {
+  if (!known.insert(*text).second) return true;
+  if (!out.appendSb(text.get())) return false;
+  text.release();  // now the list's
+  return true;
+}
+
+}  // namespace
+
+bool Email2::addRecipient(int kind, const char* name, const char* address, LogBase& log) {
+  if (!isLive() || viewOf(address).empty()) return false;
+  Owned<_svEmailAddress> recipient(_svEmailAddress::createNewObject());
+  if (!recipient) return false;
+  if (name) recipient->m_name.appendUtf8(name);
+  recipient->m_name.trim2();
+  recipient->m_address.appendUtf8(address);
+  recipient->m_address.trim2();
+
+  const KindRow& row = rowOf(kind);
+  if (!(this->*row.changed).appendObject(recipient.get())) return false;
+  recipient.release();  // now the list's
+  if (mayWriteField(kind, log)) rewriteField(*this, row.addedOne, kind, log);
+  return true;
+}
+
+int Email2::addMultipleRecip(int kind, const char* list, LogBase& log) {
+  if (!isLive() || !list) return 0;
+  const KindRow& row = rowOf(kind);
+  const int added = _svEmailAddress::parseAndLoadList(list, this->*row.changed, /*relaxed=*/false, log);
+  if (added > 0) rewriteField(*this, row.addedSeveral, kind, log);
+  return added;
+}
+
+void Email2::copyRecipients(Email2& source) {
+  if (!isLive() || !source.isLive()) return;
+  LogNull quiet;
+  for (const RecipientKind kind : {RecipientKind::to, RecipientKind::cc, RecipientKind::bcc}) {
+    const ExtPtrArray& list = source.*rowOf(numberOf(kind)).read;
+    if (list.getSize() == 0) continue;
+    StringBuffer value;
+    emitList(*this, list, value, quiet);
+    addMultipleRecip(numberOf(kind), value.getString(), quiet);
+  }
+}
+
+void Email2::clearRecipients(int kind) {
+  if (!isLive()) return;
+  const KindRow& row = rowOf(kind);
+  (this->*row.changed).removeAllObjects();
+  m_header.removeMimeField(row.cleared, /*all=*/true);
+}
+
+void Email2::clearBccFromHeader() {
+  if (isLive()) m_header.removeMimeField("bcc", /*all=*/true);
+}
+
+int Email2::getNumRecipients(int kind) const {
+  return isLive() ? (this->*rowOf(kind).counted).getSize() : 0;
+}
+
+bool Email2::getRecipientFullUtf8(int kind, int index, StringBuffer& out, LogBase& log) {
+  const _svEmailAddress* entry = isLive() ? entryOf(*this, kind, index) : nullptr;
+  if (!entry) return false;
+  entry->emitSelfAsMimeField(kCpUtf8, true, /*forHeader=*/false, /*useQ=*/true, out, log);
+  return true;
+}
+
+bool Email2::getRecipientNameUtf8(int kind, int index, StringBuffer& out) {
+  const _svEmailAddress* entry = isLive() ? entryOf(*this, kind, index) : nullptr;
+  if (!entry) return false;
+  out.append(entry->m_name.getUtf8Sb());
+  return true;
+}
+
+bool Email2::getRecipientAddrUtf8(int kind, int index, StringBuffer& out) {
+  const _svEmailAddress* entry = isLive() ? entryOf(*this, kind, index) : nullptr;
+  if (!entry) return false;
+  out.append(entry->m_address.getUtf8Sb());
+  return true;
+}
+
+void Email2::getAllRecipients(int kind, StringBuffer& out, LogBase& log) {
+  const RecipientList list = rowOf(kind).emitted;
+  if (isLive() && list) emitList(*this, this->*list, out, log);
+}
+
+void Email2::getAllRecipientAddresses(StringBuffer& out) {
+  if (!isLive()) return;
+  out.clear();
+  for (const KindRow& row : kKinds) appendJoined(this->*row.read, out);
+}
+
+bool Email2::getAllRecipientAddressesA(ExtPtrArraySb& out, const ExtPtrArray& replacements, LogBase& log) {
+  if (!isLive()) return false;
+  LogContextExitor context(log, "getAllRecipientAddressesA");
+  for (const RecipientKind kind : {RecipientKind::to, RecipientKind::cc, RecipientKind::bcc})
+    if (!addRecipientsForType(numberOf(kind), out, replacements, log)) return false;
+  return true;
+}
+
+bool Email2::addRecipientsForType(int kind, ExtPtrArraySb& out, const ExtPtrArray& replacements, LogBase& log) {
+  if (!isLive()) {
+    Psdk::badObjectFound(this);
+    return false;
+  }
+  // Deliberate: the name is the caller's; both show up in the log.
+  LogContextExitor context(log, "getAllRecipientAddressesA");
+  return neverThrow(false, [&] {
+    const int count = getNumRecipients(kind);
+    TextSet known = textsOf(out);
+    for (int i = 0; i < count; ++i) {
+      // Deliberate: for other numbers entries are counted in To and read from Bcc.
+      const _svEmailAddress* entry = entryOf(*this, kind, i);
+      if (!entry) return false;
+      Owned<StringBuffer> address(new StringBuffer(entry->m_address.getUtf8Sb()));
+      if (address->isEmpty()) continue;
+      replaceStringsSb(replacements, *address);
+      if (!appendUnique(std::move(address), out, known)) return false;
+    }
+    return true;
+  });
+}
+
+void Email2::replaceStringsSb(const ExtPtrArray& replacements, StringBuffer& text) {
+  for (int i = 0; i < replacements.getSize(); ++i)
+    if (const auto* pair = replacements.at<StringPair>(i)) text.replaceAllOccurances(pair->getKey(), pair->getValue());
+}
+
+}  // namespace mailtree

@@ -1,0 +1,169 @@
+#include "mailtree/email/Email2.h"
+#include "mailtree/mime/EncodedWord.h"
+
+namespace mailtree {
+namespace {
+
+void removeLineBreaks(StringBuffer& text) {
+  text.removeCharOccurances('\r');
+  text.removeCharOccurances('\n');
+}
+
+/// An address as a finished value of a header field of this email.
+StringBuffer asHeaderValue(Email2& email, const _svEmailAddress& address, LogBase& log) {
+  const int codePage = email.emailCodePage();
+  StringBuffer value;
+  address.emitSelfAsMimeField(codePage, true, /*forHeader=*/true, email.qbChooseForEmailAddrEncoding(codePage), value,
+                              log);
+  return value;
+}
+
+void replaceFinished(Email2& email, const char* field, const StringBuffer& value, LogBase& log) {
+  email.m_header.replaceMimeFieldUtf8_a(field, value.getString(), /*asGiven=*/true, /*ordinary=*/true, log);
+}
+
+/// The friendly name of a From value that nobody could parse: what stands before the first "<", out of its quotes.
+StringBuffer nameFromFieldText(const StringBuffer& from) {
+  StringBuffer name(from);
+  name.chopAtFirstChar('<');
+  name.trim2();
+  name.replaceFirstOccurance("\"", "");
+  name.replaceLastOccurance("\"", "");
+  return name;
+}
+
+/// Reads the sender anew from the From field.
+void reloadSender(Email2& email, LogBase& log) {
+  const int index = email.m_header.findField("from");
+  if (index < 0) return;
+  // Not the decoded value: an encoded word must never forge an address.
+  std::string scratch;
+  const StringBuffer value(email.m_header.unfoldedValue(index, scratch));
+  email.m_fromAddr.loadSingleEmailAddr(value.getString(), /*relaxed=*/false, log);
+}
+
+/// Where an envelope sender may be found: puts the candidate into `out`, or nothing.
+struct ReversePathSource {
+  const char* tag;
+  void (*fetch)(Email2& email, StringBuffer& out, LogBase& log);
+};
+
+/// In order of preference; the first candidate that is not empty wins.
+constexpr ReversePathSource kReversePathSources[] = {
+    {"fromSvxBounceAddr",
+     [](Email2& email, StringBuffer& out, LogBase& log) {
+       email.m_header.getMimeFieldUtf8("SVX-Bounce-Address", out, log);
+     }},
+    {"fromReturnPath",
+     [](Email2& email, StringBuffer& out, LogBase& log) {
+       email.m_header.getMimeFieldUtf8("return-path", out, log);
+     }},
+    {"fromAddr822",
+     [](Email2& email, StringBuffer& out, LogBase&) { out.setString(email.m_fromAddr.m_address.getUtf8Sb()); }},
+    {"fromMimeHeader",
+     [](Email2& email, StringBuffer& out, LogBase& log) {
+       reloadSender(email, log);
+       out.setString(email.m_fromAddr.m_address.getUtf8Sb());
+     }},
+    // Deliberate: taken whole, so that a display name in it stays in the result.
+    {"fromReplyTo", [](Email2& email, StringBuffer& out,
+                       LogBase& log) { email.m_header.getMimeFieldUtf8("reply-to", out, log); }},
+};
+
+}  // namespace
+
+bool Email2::qbChooseForEmailAddrEncoding(int codePage) {
+  return isLive() && preferredWordEncoding(codePage) == WordEncoding::q;
+}
+
+// Sender
+
+void Email2::updateFromInHeader(LogBase& log) {
+  if (!isLive()) return;
+  replaceFinished(*this, "From", asHeaderValue(*this, m_fromAddr, log), log);
+  // Bounces keep going to the first sender: a caller may have chosen that address on purpose.
+  if (!m_header.hasField("SVX-Bounce-Address", log))
+    m_header.addMimeField("SVX-Bounce-Address", m_fromAddr.m_address.getUtf8(), /*asGiven=*/false, log);
+}
+
+void Email2::setFromFullUtf8(const char* text, LogBase& log) {
+  if (!isLive() || !text) return;
+  if (m_fromAddr.loadSingleEmailAddr(text, /*relaxed=*/false, log)) updateFromInHeader(log);
+}
+
+void Email2::setFromName(const char* name, LogBase& log) {
+  if (!isLive()) return;
+  StringBuffer given(name);  // it may point into the member
+  m_fromAddr.m_name.clear();
+  // Deliberate: the field keeps the old name until something else rewrites it.
+  if (given.isEmpty()) return;
+  removeLineBreaks(given);
+  m_fromAddr.m_name.setFromSbUtf8(given);
+  updateFromInHeader(log);
+}
+
+void Email2::setFromAddr(const char* address, LogBase& log) {
+  if (!isLive() || !contains(viewOf(address), "@")) return;
+  m_fromAddr.m_address.setFromUtf8(address);
+  updateFromInHeader(log);
+}
+
+void Email2::getFromFullUtf8(StringBuffer& out, LogBase& log) {
+  if (!isLive()) return;
+  StringBuffer sender;
+  if (!m_fromAddr.m_address.isEmpty()) {
+    const int codePage = emailCodePage();
+    m_fromAddr.emitSelfAsMimeField(codePage, true, /*forHeader=*/false, qbChooseForEmailAddrEncoding(codePage),
+                                   sender, log);
+  }
+  if (sender.isEmpty()) m_header.getMimeFieldUtf8("From", sender, log);
+  removeLineBreaks(sender);
+  out.append(sender);
+}
+
+void Email2::getFromNameUtf8(StringBuffer& out, LogBase& log) {
+  if (!isLive()) return;
+  if (m_fromAddr.m_name.isEmpty() && m_fromAddr.m_address.isEmpty()) {
+    StringBuffer from;
+    m_header.getMimeFieldUtf8("From", from, log);
+    if (!from.isEmpty()) m_fromAddr.m_name.setFromSbUtf8(nameFromFieldText(from));
+  }
+  out.append(m_fromAddr.m_name.getUtf8Sb());
+}
+
+void Email2::getFromAddrUtf8(StringBuffer& out) {
+  if (!isLive()) return;
+  StringBuffer address(m_fromAddr.m_address.getUtf8Sb());
+  removeLineBreaks(address);
+  out.append(address);
+}
+
+void Email2::getSmtpReversePathUtf8(StringBuffer& out, LogBase& log) {
+  if (!isLive()) return;
+  LogContextExitor context(log, "getSmtpReversePath", log.m_verboseLogging);
+  for (const ReversePathSource& source : kReversePathSources) {
+    out.clear();
+    source.fetch(*this, out, log);
+    out.removeCharOccurances('<');
+    out.removeCharOccurances('>');
+    out.trim2();
+    if (out.isEmpty()) continue;
+    if (log.m_verboseLogging) log.LogDataSb(source.tag, out);
+    return;
+  }
+  if (log.m_verboseLogging) log.LogDataSb("fromNothing", out);
+}
+
+// Reply-To
+
+void Email2::setReplyToUtf8(const char* text, LogBase& log) {
+  if (!isLive()) return;
+  _svEmailAddress address;
+  if (trim(viewOf(text)).empty() || !address.loadSingleEmailAddr(text, /*relaxed=*/false, log)) {
+    m_header.removeMimeField("Reply-To", /*all=*/true);
+    return;
+  }
+  replaceFinished(*this, "Reply-To", asHeaderValue(*this, address, log), log);
+}
+
+}  // namespace mailtree

@@ -1,0 +1,160 @@
+// email/loading/from_entity.cpp - a parse tree turned into an email tree, one node per entity. Everything is moved.
+
+#include <memory>
+#include <string>
+#include <tuple>
+#include <utility>
+
+#include "mailtree/email/internal.h"
+#include "mailtree/email/loading/received_date.h"
+#include "mailtree/mime/MimeMessage2.h"
+
+namespace mailtree {
+namespace {
+
+/// Some mailers label the PDF files they attach as HTML.
+void relabelPdf(Email2& node) {
+  if (!node.m_contentType.m_type.equals("text/html") || !node.m_disposition.equalsIgnoreCase("attachment") ||
+      !node.m_dispFilename.endsWithIgnoreCase(".pdf"))
+    return;
+  node.m_contentType.m_type.setString("application/pdf");
+  node.m_repairs.add(Repair::notHtml);
+}
+
+class TreeBuilder {
+ public:
+  TreeBuilder(_svEmailCommon& common, bool extractBody, LogBase& log) noexcept
+      : m_common(common), m_extractBody(extractBody), m_log(log) {}
+
+  /// Null when memory ran out: the part is then left out of its parent, the rest of the message stays.
+  EmailPtr build(MimeMessage2& entity, int depth) noexcept {
+    return neverThrow(EmailPtr(), [&] { return convert(entity, depth); });
+  }
+
+ private:
+  EmailPtr convert(MimeMessage2& entity, int depth);
+  void readEnvelope(const MimeMessage2& entity, Email2& node);
+  void moveHeader(MimeMessage2& entity, Email2& node);
+  void recordCharset(const _svCharset& charset, Email2& node);
+  void resetSendSettings() noexcept;
+  void moveBody(MimeMessage2& entity, Email2& node);
+  void addChildren(MimeMessage2& entity, Email2& node, int depth);
+  MimeMessage2& unpackChild(MimeMessage2& parent, int index, MimeMessage2& child);
+
+  _svEmailCommon& m_common;
+  bool m_extractBody;
+  LogBase& m_log;
+};
+
+EmailPtr TreeBuilder::convert(MimeMessage2& entity, int depth) {
+  LogContextExitor context(m_log, "createFromMimeObject");
+  EmailPtr node(Email2::createNewObject0(m_common));
+  if (!node) return node;
+
+  node->m_repairs = entity.repairs();
+  readEnvelope(entity, *node);
+  moveHeader(entity, *node);
+  resetSendSettings();
+  moveBody(entity, *node);
+  relabelPdf(*node);
+  addChildren(entity, *node, depth);
+  return node;
+}
+
+void TreeBuilder::readEnvelope(const MimeMessage2& entity, Email2& node) {
+  const MimeHeader& header = entity.header();
+  const int from = header.findField("From");
+  if (from >= 0) {
+    // Addresses are read before anything is decoded, so that an encoded word cannot forge one.
+    std::string scratch;
+    const std::string value(header.unfoldedValue(from, scratch));
+    if (!value.empty()) node.m_fromAddr.loadSingleEmailAddr(value.c_str(), /*relaxed=*/false, m_log);
+  }
+  entity.getEmailAddresses("To", node.m_toAddrs, m_log);
+  entity.getEmailAddresses("Cc", node.m_ccAddrs, m_log);
+  entity.getEmailAddresses("Bcc", node.m_bccAddrs, m_log);
+  receivedDate(header, node.m_date, m_log);
+}
+
+void TreeBuilder::moveHeader(MimeMessage2& entity, Email2& node) {
+  LogContextExitor context(m_log, "headerProcessing");
+  entity.extractHeader(node.m_header);
+  entity.getDisposition(node.m_disposition);
+  entity.getContentEncoding(node.m_transferEncoding);
+  entity.getContentId(node.m_contentId);
+  entity.getMimeFilename(node.m_dispFilename);  // may be the name parameter, so before the content type goes
+  entity.extractContentType(node.m_contentType);
+  recordCharset(entity.charset(), node);
+}
+
+/// An attachment's charset is its own business; the first other part that names one decides for the whole message.
+void TreeBuilder::recordCharset(const _svCharset& charset, Email2& node) {
+  _svCharset& common = m_common.m_charset;
+  const int codePage = charset.getCodePage();
+  if (codePage > 0) {
+    if (node.isStrictAttachment(&m_log))
+      node.m_attachCodePage = codePage;
+    else if (common.getCodePage() < 1)
+      common.setByCodePage(codePage);
+  }
+  const std::string_view name = viewOf(common.getName());
+  if (equalsNoCase(name, "default") || equalsNoCase(name, "x-user-defined")) common.clear();
+}
+
+/// What the settings say about sending belongs to a message that is written, not to one that came in.
+void TreeBuilder::resetSendSettings() noexcept {
+  m_common.m_sendSigned = false;
+  m_common.m_sendEncrypted = false;
+  m_common.m_idOnServer = -1;
+}
+
+void TreeBuilder::moveBody(MimeMessage2& entity, Email2& node) {
+  if (m_log.m_debugLogging) m_log.logInfo(m_extractBody ? "extractMimeBody..." : "copyMimeBody...");
+  if (m_extractBody)
+    entity.extractMimeBody(node.m_body, m_log);
+  else
+    entity.copyMimeBody(node.m_body, m_log);
+}
+
+void TreeBuilder::addChildren(MimeMessage2& entity, Email2& node, int depth) {
+  if (entity.getNumParts() == 0) return;
+  if (depth >= kMaxDepth) {
+    m_common.m_limits.add(Limit::depth);
+    return;
+  }
+  for (int i = 0; i < entity.getNumParts(); ++i) {
+    MimeMessage2& child = *entity.getPart(i);
+    const std::unique_ptr<DataBuffer> received = child.extractReceivedBytes();
+    EmailPtr part = build(unpackChild(entity, i, child), depth + 1);
+    if (!part) continue;
+    if (received) keepReceivedContent(*part, std::move(*received));
+    if (node.m_subParts.appendObject(part.get())) std::ignore = part.release();  // now the parent's
+  }
+}
+
+/// Brings a child whose content is packed in an old Macintosh or Unix form to the file it holds. @return the child to use.
+MimeMessage2& TreeBuilder::unpackChild(MimeMessage2& parent, int index, MimeMessage2& child) {
+  MimeMessage2* part = &child;
+  if (equalsNoCase(viewOf(child.getContentType()), "multipart/appledouble")) {
+    if (MimeMessage2* const dataFork = child.getAppleDoubleAttachment(m_log)) {
+      const Owned<MimeMessage2> replaced(&child);
+      parent.replacePart(index, dataFork, m_log);
+      dataFork->setDisposition("attachment", m_log);
+      part = dataFork;
+    }
+  }
+  if (equalsNoCase(viewOf(part->getContentEncoding()), "X-UUencode")) part->uuDecodeAttachment(m_log);
+  return *part;
+}
+
+}  // namespace
+
+Email2* Email2::createFromMimeObject2(_svEmailCommon& common, MimeMessage2& entity, bool extractBody, bool /*unwrap*/,
+                                      LogBase& log, SystemCerts& /*certs*/) {
+  const LimitSet limits = entity.limits();
+  EmailPtr root = TreeBuilder(common, extractBody, log).build(entity, 0);
+  if (root) common.m_limits.add(limits);
+  return root.release();
+}
+
+}  // namespace mailtree

@@ -1,0 +1,89 @@
+// email/loading/load.cpp - the four ways in: text, bytes, and what a POP3 server sends.
+
+#include "mailtree/email/internal.h"
+#include "mailtree/mime/MimeMessage2.h"
+
+namespace mailtree {
+namespace {
+
+/// Moves the children of every later multipart/related under `parent` to the first one: a message whose related block came
+/// in pieces gets one again. One pass, however many pieces there are.
+void mergeRelated(Email2& parent) {
+  ExtPtrArray parts;
+  if (!parent.m_subParts.transferPtrs(parts)) return;
+  Email2* first = nullptr;
+  for (int i = 0; i < parts.getSize(); ++i) {
+    Email2* const part = parts.at<Email2>(i);
+    const bool isRelated = part && isType(part->m_contentType.m_type, "multipart/related");
+    if (isRelated && first && part->m_subParts.transferPtrs(first->m_subParts)) {
+      const EmailPtr emptied(part);
+      continue;
+    }
+    if (isRelated && !first) first = part;
+    parent.m_subParts.appendObject(part);  // the list has had room for all of them already
+  }
+  parts.removeAll();
+}
+
+void mergeSplitRelated(Email2& root) {
+  _svParentEmailPtr found;
+  root.findMultipartEnclosureV2(static_cast<int>(EnclosureKind::related), 0, found);
+  if (found.m_parent && found.m_parent->isLive()) mergeRelated(*found.m_parent);
+}
+
+}  // namespace
+
+Email2* Email2::createFromMimeText2(_svEmailCommon& common, StringBuffer& mime, bool discardInput, bool unwrap,
+                                    SystemCerts& certs, LogBase& log, bool parseOption) {
+  return neverThrow<Email2*>(nullptr, [&]() -> Email2* {
+    LogContextExitor context(log, "createFromMimeText");
+    if (!mime.isValidObject()) return nullptr;
+    MimeMessage2 tree;
+    if (!tree.loadMimeComplete(mime, log, parseOption)) return nullptr;
+    if (discardInput) mime.strongClear();
+    loadFromMimeTextProcessing(tree, log);
+    return createFromMimeObject2(common, tree, /*extractBody=*/true, unwrap, log, certs);
+  });
+}
+
+Email2* Email2::createFromMimeText2a(_svEmailCommon& common, const char* text, int size, SystemCerts& certs, LogBase& log,
+                                     bool parseOption) {
+  return neverThrow<Email2*>(nullptr, [&]() -> Email2* {
+    LogContextExitor context(log, "createFromMimeText2a");
+    MimeMessage2 tree;
+    StringBuffer scratch;
+    const unsigned length = text && size > 0 ? static_cast<unsigned>(size) : 0;
+    if (!tree.loadMimeComplete2(text, length, /*keepInput=*/true, scratch, log, parseOption)) return nullptr;
+    loadFromMimeTextProcessing(tree, log);
+    return createFromMimeObject2(common, tree, /*extractBody=*/true, /*unwrap=*/true, log, certs);
+  });
+}
+
+Email2* Email2::createFromMimeDb(_svEmailCommon& common, DataBuffer& mime, bool discardInput, bool unwrap,
+                                 SystemCerts& certs, LogBase& log, bool /*parseOption*/) {
+  return neverThrow<Email2*>(nullptr, [&]() -> Email2* {
+    LogContextExitor context(log, "createFromMimeDb");
+    MimeMessage2 tree;
+    if (!tree.loadText(mime.view(), log)) return nullptr;
+    if (discardInput) mime.clear();
+    loadFromMimeTextProcessing(tree, log);
+    EmailPtr root(createFromMimeObject2(common, tree, /*extractBody=*/true, unwrap, log, certs));
+    if (root) mergeSplitRelated(*root);
+    return root.release();
+  });
+}
+
+Email2* Email2::createFromPop3(_svEmailCommon& common, DataBuffer& raw, bool unwrap, SystemCerts& certs, LogBase& log) {
+  return neverThrow<Email2*>(nullptr, [&]() -> Email2* {
+    LogContextExitor context(log, "createFromPop3");
+    if (raw.endsWithStr("\r\n.\r\n")) raw.shorten(3);  // the dot that ends the transfer; the last line break stays
+    raw.processRawPopMime();
+    const Owned<MimeMessage2> tree(MimeMessage2::createNewObject());
+    if (!tree || !tree->loadMimeCompleteDb(raw, log)) return nullptr;
+    tree->makeAttachmentFilenamesRelative(log);
+    Email2* const root = createFromMimeObject2(common, *tree, /*extractBody=*/true, unwrap, log, certs);
+    return root && root->isLive() ? root : nullptr;
+  });
+}
+
+}  // namespace mailtree

@@ -1,0 +1,149 @@
+// email/loading/normalise.cpp - the top of a message brought to the shape that everything above relies on: one field per
+// kind of recipient, a body beside every attachment, plain text and HTML joined as alternatives.
+
+#include <string>
+#include <string_view>
+#include <tuple>
+
+#include "mailtree/base/Platform.h"
+#include "mailtree/email/Email2.h"
+#include "mailtree/mime/MimeMessage2.h"
+
+namespace mailtree {
+namespace {
+
+/// Whether the message is one attachment and nothing else. Secured content and EDI are handled as whole messages by those
+/// who understand them, so they stay as they are.
+bool isLoneAttachment(const MimeMessage2& tree) {
+  StringBuffer disposition;
+  tree.getDisposition(disposition);
+  if (!disposition.equals("attachment")) return false;
+  const std::string_view type = viewOf(tree.getContentType());
+  return !beginsWithNoCase(type, "multipart") && !containsNoCase(type, "pkcs7") && !containsNoCase(type, "edifact");
+}
+
+/// The charset is the message's, or where it names none, what its header was found to be written in.
+void copyCharset(const MimeMessage2& tree, MimeMessage2& text, MimeMessage2& attachment, LogBase& log) {
+  StringBuffer name;
+  tree.getCharset(name);
+  if (!name.isEmpty()) {
+    attachment.setCharset(name.getString(), log);
+    return;
+  }
+  if (tree.getHeaderDetectedCP() == 0) return;
+  _svCharset detected;
+  detected.setByCodePage(tree.getHeaderDetectedCP());
+  text.setCharset(detected, log);
+  attachment.setCharset(detected, log);
+}
+
+/// Moves what makes the message an attachment to a part of its own.
+void moveToAttachment(MimeMessage2& tree, MimeMessage2& attachment, LogBase& log) {
+  attachment.setDisposition("attachment", log);
+  StringBuffer filename;
+  tree.getMimeFilename(filename);
+  if (!filename.isEmpty()) attachment.setFilenameUtf8(filename.getString(), log);
+  const char* const encoding = tree.getContentEncoding();
+  if (*encoding) attachment.setContentEncoding(encoding, log);
+  // The bytes of an attachment stand as they were received, text or not, so there is nothing to convert on the way.
+  attachment.getMimeBodyDb()->takeData(*tree.getMimeBodyDb());
+}
+
+void becomeMixed(MimeMessage2& tree, LogBase& log) {
+  StringBuffer boundary;
+  Psdk::generateBoundary(boundary, log);
+  tree.addReplaceHeaderFieldUtf8("Content-Type", "multipart/mixed", log);  // charset and name go with the old value
+  tree.setBoundary(boundary.getString(), log);
+  tree.addReplaceHeaderFieldUtf8("Content-Transfer-Encoding", nullptr, log);
+  tree.addReplaceHeaderFieldUtf8("Content-Disposition", nullptr, log);
+}
+
+void wrapLoneAttachment(MimeMessage2& tree, LogBase& log) {
+  Owned<MimeMessage2> newText(MimeMessage2::createNewObject());
+  if (!newText) return;
+  MimeMessage2& text = *newText;
+  text.setContentType("text/plain", true, log);
+  tree.addPart(newText.release());
+
+  Owned<MimeMessage2> attachment(MimeMessage2::createNewObject());
+  if (!attachment) return;
+  attachment->setContentType(tree.getContentType(), true, log);
+  const StringBuffer& name = tree.contentType().m_name;
+  if (!name.isEmpty()) attachment->setNameUtf8(name.getString(), log);
+  copyCharset(tree, text, *attachment, log);
+  moveToAttachment(tree, *attachment, log);
+  tree.addPart(attachment.release());
+  becomeMixed(tree, log);
+  tree.addRepair(Repair::loneAttachment);
+}
+
+bool isType(const MimeMessage2& part, std::string_view type) noexcept {
+  return equalsNoCase(viewOf(part.getContentType()), type);
+}
+
+bool hasNoFilename(const MimeMessage2& part) {
+  StringBuffer filename;
+  part.getMimeFilename(filename);
+  return filename.isEmpty();
+}
+
+bool hasLooseAlternatives(const MimeMessage2& mixed, LogBase& log) {
+  bool plain = false, html = false;
+  for (int i = 0; i < mixed.getNumParts() && !(plain && html); ++i) {
+    const MimeMessage2& part = *mixed.getPart(i);
+    const bool isPlain = isType(part, "text/plain");
+    if (!isPlain && !isType(part, "text/html")) continue;
+    if (part.isAttachment(log) || !hasNoFilename(part)) continue;
+    (isPlain ? plain : html) = true;
+  }
+  return plain && html;
+}
+
+/// Moves the first plain text and the first HTML over, in the order in which they stand.
+void moveAlternatives(MimeMessage2& mixed, MimeMessage2& alternative, LogBase& log) {
+  bool plainMoved = false, htmlMoved = false;
+  for (int i = 0; i < mixed.getNumParts() && !(plainMoved && htmlMoved);) {
+    const MimeMessage2& part = *mixed.getPart(i);
+    bool* moved = isType(part, "text/plain") ? &plainMoved : isType(part, "text/html") ? &htmlMoved : nullptr;
+    if (!moved || *moved || part.isAttachment(log)) {
+      ++i;
+      continue;
+    }
+    alternative.addPart(mixed.extractPart(i));
+    *moved = true;
+  }
+}
+
+void joinAlternatives(MimeMessage2& mixed, LogBase& log) {
+  if (mixed.getNumParts() == 2) {
+    mixed.setContentType("multipart/alternative", true, log);
+  } else {
+    Owned<MimeMessage2> alternative(MimeMessage2::createNewObject());
+    if (!alternative) return;
+    alternative->newMultipartAlternative(log);
+    moveAlternatives(mixed, *alternative, log);
+    mixed.addPartInFront(alternative.release());
+  }
+  mixed.addRepair(Repair::looseAlternative);
+}
+
+}  // namespace
+
+void Email2::loadFromMimeTextProcessing(MimeMessage2& tree, LogBase& log) {
+  std::ignore = neverThrow(false, [&] {
+    LogContextExitor context(log, "loadFromMimeTextProcessing");
+    for (const char* field : {"to", "cc", "bcc"}) tree.collapseMultiple(field, log);
+    if (isLoneAttachment(tree)) wrapLoneAttachment(tree, log);
+    if (tree.isMultipartMixed() && hasLooseAlternatives(tree, log)) transformMmToMa(tree, log);
+    return true;
+  });
+}
+
+void Email2::transformMmToMa(MimeMessage2& mixed, LogBase& log) {
+  std::ignore = neverThrow(false, [&] {
+    joinAlternatives(mixed, log);
+    return true;
+  });
+}
+
+}  // namespace mailtree

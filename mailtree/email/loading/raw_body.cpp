@@ -1,0 +1,22 @@
+// email/loading/raw_body.cpp - the body of one part as it is stored.
+
+#include "mailtree/email/Email2.h"
+
+namespace mailtree {
+
+void Email2::getRawBodyThisPart(DataBuffer& out) const {
+  if (isLive()) out = m_body;
+}
+
+void Email2::getRawBodyUtf8(XString& out) {
+  const std::string_view body = m_body.view();
+  out.appendUtf8N(body.data(), body.size());
+}
+
+void Email2::getNonMultipartBodyData(DataBuffer& out) const {
+  if (isLive()) out.append(m_body);
+}
+
+const DataBuffer* Email2::getNonMultipartBody3() const { return isLive() ? &m_body : nullptr; }
+
+}  // namespace mailtree

@@ -1,0 +1,260 @@
+#include <optional>
+
+#include "mailtree/email/Email2.h"
+#include "mailtree/email/internal.h"
+#include "mailtree/mime/ContentCoding.h"
+#include "mailtree/mime/ContentTypeTable.h"
+
+namespace mailtree {
+namespace {
+
+constexpr int kCpIso2022Jp = 50222;
+
+/// A trimmed copy of an argument that may be null and may point into the node that is about to change.
+std::optional<StringBuffer> trimmedCopy(const char* text) {
+  if (!text) return std::nullopt;
+  StringBuffer copy(text);
+  copy.trim2();
+  return copy;
+}
+
+void setLowerTrimmed(StringBuffer& member, std::string_view value) {
+  member.setString(trim(value));
+  member.toLowerCase();
+}
+
+/// Whether a code page given with a content type is the email's: that of a part which holds text.
+bool carriesText(const _svContentType& type) {
+  return beginsWithNoCase(type.m_type, "text") || beginsWithNoCase(type.m_subtype, "text") ||
+         containsNoCase(type.m_type, "multipart/signed") || beginsWithNoCase(type.m_type, "message");
+}
+
+/// Whether a transfer encoding chosen for the text of a message is meant for this part too.
+bool takesTextEncoding(const Email2& node) {
+  const std::string_view type = node.m_contentType.m_type;
+  return beginsWithNoCase(type, "text/") || containsNoCase(type, "edifact");
+}
+
+/// Whether a Content-Type value says what `wanted` would say. A charset counts only where one is wanted, or on text.
+bool saysTheSame(std::string_view present, std::string_view wanted) {
+  if (present == wanted) return true;
+  _svContentType presentType, wantedType;
+  _svCharset presentCharset, wantedCharset;
+  presentType.loadFromMimeHeaderValue(present, presentCharset);
+  wantedType.loadFromMimeHeaderValue(wanted, wantedCharset);
+  if (!presentType.sameMeaning(wantedType)) return false;
+  const bool charsetMatters = viewOf(wantedCharset.getName()).size() || beginsWithNoCase(wantedType.m_type, "text/");
+  return !charsetMatters || presentCharset.equals(wantedCharset);
+}
+
+struct CodePageRange {
+  int first;
+  int last;
+  const char* encoding;
+};
+
+/// Transfer encodings by code page; all others are mostly ASCII with a few 8-bit bytes: quoted-printable.
+constexpr CodePageRange kEncodings[] = {
+    {20127, 20127, "7bit"},
+    {50220, 54936, "base64"},
+    {932, 950, "base64"},
+};
+
+const char* encodingForCodePage(int codePage) noexcept {
+  for (const CodePageRange& range : kEncodings)
+    if (codePage >= range.first && codePage <= range.last) return range.encoding;
+  return "quoted-printable";
+}
+
+/// Deliberate: the file name stands in the value as it was passed, line breaks and quotes included. The header list
+/// neutralises them when it writes the field.
+void setDispositionField(Email2& node, std::string_view disposition, std::string_view filename, LogBase& log) {
+  StringBuffer value(disposition);
+  if (!filename.empty()) {
+    value.append("; filename=\"");
+    value.append(filename);
+    value.appendChar('"');
+  }
+  node.m_header.replaceMimeFieldUtf8("Content-Disposition", value.getString(), log);
+}
+
+/// The name a part was given by its sender, or one made of its type.
+void rawFilename(const Email2& node, StringBuffer& out, LogBase& log) {
+  for (const StringBuffer* name : {&node.m_dispFilename, &node.m_contentType.m_name}) {
+    if (name->isEmpty()) continue;
+    out.setString(*name);
+    return;
+  }
+  node.m_header.getMimeFieldUtf8("content-location", out, log);
+  if (out.containsChar('.')) return;
+
+  const std::string_view extension = extensionOfContentType(node.m_contentType.m_type);
+  out.setString("attachedFile.");
+  out.append(extension.empty() ? std::string_view("dat") : extension);
+}
+
+/// Whether a text switches to JIS X 0208 or back to ASCII the way ISO-2022-JP does.
+bool holdsIso2022JpEscapes(const StringBuffer& text) noexcept {
+  return text.containsSubstring("\x1B$B") || text.containsSubstring("\x1B(B");
+}
+
+}  // namespace
+
+void setTransferEncoding(Email2& node, const char* encoding, LogBase& log) {
+  const StringBuffer given(encoding);  // it may point into the member
+  node.m_transferEncoding.setString(trim(given));
+  node.m_header.replaceMimeFieldUtf8("Content-Transfer-Encoding", encoding ? given.getString() : nullptr, log);
+}
+
+void Email2::getContentType(StringBuffer& out) const {
+  if (isLive()) out.setString(m_contentType.m_type);
+}
+
+void Email2::getContentEncoding(StringBuffer& out) const {
+  if (isLive()) out.setString(m_transferEncoding);
+}
+
+void Email2::getName(StringBuffer& out) {
+  if (isLive()) out.setString(m_contentType.m_name);
+}
+
+void Email2::getContentId(StringBuffer& out) const {
+  if (isLive()) out.append(m_contentId);
+}
+
+void Email2::getAttachmentName(StringBuffer& out) const {
+  if (isLive()) out.append(m_contentType.m_name);
+}
+
+// Content-Type
+
+void Email2::setContentTypeUtf8(const char* type, const char* name, const char* protocol, const char* micalg,
+                                int codePage, const char* boundary, const char* smimeType, const char* subtype,
+                                LogBase& log) {
+  if (!isLive()) return;
+  const bool keepsType = viewOf(type).empty() && !m_contentType.m_type.isEmpty();
+  const StringBuffer newType(keepsType ? m_contentType.m_type.view()
+                                       : viewOf(type).empty() ? "text/plain" : viewOf(type));
+  const auto newSubtype = trimmedCopy(subtype);
+  const struct {
+    StringBuffer& member;
+    std::optional<StringBuffer> value;
+  } params[] = {
+      {m_contentType.m_name, trimmedCopy(name)},           {m_contentType.m_protocol, trimmedCopy(protocol)},
+      {m_contentType.m_micalg, trimmedCopy(micalg)},       {m_contentType.m_smimeType, trimmedCopy(smimeType)},
+      {m_contentType.m_boundary, trimmedCopy(boundary)},
+  };
+
+  m_contentType.clear();
+  setLowerTrimmed(m_contentType.m_type, newType);
+  if (newSubtype && !m_contentType.m_type.containsSubstring("multipart"))
+    setLowerTrimmed(m_contentType.m_subtype, *newSubtype);
+  if (carriesText(m_contentType)) use_codepage(codePage);
+  for (const auto& param : params)
+    if (param.value) param.member.setString(*param.value);
+  refreshContentTypeHeader(log);
+}
+
+void Email2::refreshContentTypeHeader(LogBase& log) {
+  if (!isLive()) return;
+  StringBuffer value;
+  _svCharset charset;
+  if (m_contentType.m_type.beginsWithIgnoreCase("text/") && isStrictAttachment(nullptr)) {
+    if (m_attachCodePage != 0) charset.setByCodePage(m_attachCodePage);
+    m_contentType.m_formatFlowed = false;  // how an attached file is wrapped is the file's own business
+    m_contentType.buildMimeHeaderValue(value, charset, /*withFlowed=*/false, /*withName=*/true, log);
+  } else {
+    m_contentType.buildMimeHeaderValue(value, emailCharset(charset), /*withFlowed=*/true, /*withName=*/true, log);
+  }
+
+  std::string unfolded;
+  const int present = m_header.findField("Content-Type");
+  if (present >= 0 && saysTheSame(m_header.unfoldedValue(present, unfolded), value)) return;
+  m_header.replaceMimeFieldUtf8_a("Content-Type", value.getString(), /*asGiven=*/true, /*ordinary=*/false, log);
+}
+
+void Email2::fixContentTypeUtf8(const char* type, LogBase& log) {
+  if (!isLive()) return;
+  m_contentType.m_type.setString(type);
+  refreshContentTypeHeader(log);
+}
+
+void Email2::setContentSubtype(const char* subtype, LogBase& log) {
+  if (!isLive()) return;
+  setLowerTrimmed(m_contentType.m_subtype, viewOf(subtype));
+  refreshContentTypeHeader(log);
+}
+
+void Email2::setName(const StringBuffer& name, LogBase& log) {
+  if (!isLive()) return;
+  m_contentType.m_name.setString(name);
+  refreshContentTypeHeader(log);
+}
+
+void Email2::setContentId(const char* id, LogBase& log) {
+  if (!isLive()) return;
+  const StringBuffer given(id);  // it may point into the member
+  m_contentId.setString(given);
+  m_header.replaceMimeFieldUtf8("Content-ID", id ? given.getString() : nullptr, log);
+}
+
+// Content-Transfer-Encoding
+
+void Email2::setContentEncodingNonRecursive(const char* encoding, LogBase& log) {
+  if (isLive()) setTransferEncoding(*this, encoding, log);
+}
+
+void Email2::setContentEncodingRecursive(const char* encoding, LogBase& log) {
+  if (!isLive()) return;
+  const StringBuffer given(encoding);  // it may point into the member
+  // Deliberate: the node asked has the encoding on record even when it is no text and its field stays.
+  m_transferEncoding.setString(trim(given));
+  setContentEncodingInner(given.getString(), log);
+}
+
+void Email2::setContentEncodingInner(const char* encoding, LogBase& log) {
+  const StringBuffer given(encoding);  // it may point into the member
+  walkTree(*this, [&](Email2& node) {
+    if (takesTextEncoding(node)) setTransferEncoding(node, given.getString(), log);
+    return Walk::onward;
+  });
+}
+
+void Email2::setEncodingViaCodePage(int codePage, int, LogBase& log) {
+  if (isLive()) setTransferEncoding(*this, encodingForCodePage(codePage), log);
+}
+
+// Content-Disposition and file names
+
+void Email2::setContentDisposition1(const char* disposition, LogBase& log) {
+  if (!isLive()) return;
+  m_disposition.setString(disposition);
+  setDispositionField(*this, m_disposition, m_dispFilename, log);
+}
+
+void Email2::setContentDispositionUtf8(const char* disposition, const char* filename, LogBase& log) {
+  if (!isLive()) return;
+  const StringBuffer given(filename);  // it may point into the member
+  m_disposition.setString(disposition);
+  m_dispFilename.setString(given);
+  m_dispFilename.removeCharOccurances('\r');
+  m_dispFilename.removeCharOccurances('\n');
+  setDispositionField(*this, m_disposition, m_dispFilename.isEmpty() ? std::string_view() : given.view(), log);
+}
+
+void Email2::setFilenameUtf8(const char* filename, LogBase& log) {
+  if (!isLive()) return;
+  const StringBuffer disposition(m_disposition);
+  setContentDispositionUtf8(disposition.getString(), filename, log);
+}
+
+void Email2::getFilenameUtf8(StringBuffer& out, LogBase& log) const {
+  if (!isLive()) return;
+  out.clear();
+  rawFilename(*this, out, log);
+  if (out.containsSubstringNoCase("?Q?") || out.containsSubstringNoCase("?B?"))
+    ContentCoding::QB_DecodeToUtf8(out, log);
+  if (holdsIso2022JpEscapes(out)) out.convertEncoding(kCpIso2022Jp, kCpUtf8, log);
+}
+
+}  // namespace mailtree

@@ -1,0 +1,268 @@
+// email/output/assembly.cpp - an email tree written as MIME (RFC 2045, 2046).
+
+#include <algorithm>
+#include <limits>
+#include <string>
+#include <tuple>
+#include <utility>
+
+#include "mailtree/email/internal.h"
+#include "mailtree/email/output/text_body.h"
+#include "mailtree/email/output/unencoded.h"
+#include "mailtree/mime/ContentCoding.h"
+
+namespace mailtree {
+namespace {
+
+/// How deep the walk goes, which recurses. Loading stays far below; a tree deeper than this was made by hand.
+constexpr int kMaxWrittenDepth = 1'000;
+
+/// One walk over a subtree: where it goes to, and what holds for every node below.
+struct Assembly {
+  Destination to;
+  bool dotStuff;
+  const char* omitPrefix;
+  LogBase& log;
+  bool qpFor8bit;
+  bool isTop;
+  int level = 0;
+  bool* tooDeep;  ///< Set for the whole walk when something was left out.
+
+  Assembly below(bool qpBelow) const {
+    Assembly child = *this;
+    child.qpFor8bit = qpBelow;
+    child.isTop = false;
+    ++child.level;
+    return child;
+  }
+};
+
+bool assemble(Email2& node, const Assembly& job);
+
+void logKind(const Email2& node, LogBase& log) {
+  if (!log.m_verboseLogging) return;
+  log.LogDataSb("contentType", node.m_contentType.m_type);
+  log.LogDataSb("contentTransferEncoding", node.m_transferEncoding);
+}
+
+bool isAttachedMessage(const Email2& node) noexcept { return node.m_contentType.m_type.equals("message/rfc822"); }
+
+bool hasChildren(const Email2& node) noexcept { return node.m_subParts.getSize() != 0; }
+
+void turn8bitToQp(Email2& node, LogBase& log) {
+  const int field = node.m_header.findField("content-transfer-encoding");
+  if (field >= 0 && equalsNoCase(node.m_header.rawValue(field), "8bit"))
+    setTransferEncoding(node, "quoted-printable", log);
+}
+
+/// Whether nothing says in what form this 8-bit text travels. The body is looked at last: that costs.
+bool isUnlabelled8bitText(const Email2& node) noexcept {
+  if (node.m_disposition.equalsIgnoreCase("attachment") || hasChildren(node)) return false;
+  const StringBuffer& type = node.m_contentType.m_type;
+  if (!type.isEmpty() && (node.emailCodePage() != 0 || !type.containsSubstringNoCase("text/"))) return false;
+  return !node.m_body.is7bit(0) && !node.m_body.containsChar('\0');
+}
+
+void labelUnlabelled8bitText(Email2& node, LogBase& log) {
+  if (!isUnlabelled8bitText(node)) return;
+  if (node.m_contentType.m_type.isEmpty())
+    node.setContentTypeUtf8("text/plain", nullptr, nullptr, nullptr, 0, nullptr, nullptr, nullptr, log);
+  if (node.m_transferEncoding.isEmpty()) setTransferEncoding(node, "quoted-printable", log);
+}
+
+/// RFC 2045 allows a multipart only 7bit, 8bit and binary, which say nothing.
+void dropEncodingOfAlternative(Email2& node) {
+  if (node.m_contentType.m_type.equals("multipart/alternative"))
+    node.m_header.removeMimeField("Content-Transfer-Encoding", /*all=*/true);
+}
+
+void logLeaf(const Email2& node, bool isText, LogBase& log) {
+  if (!log.m_verboseLogging) return;
+  if (!hasChildren(node)) log.LogDataSb("contentType", node.m_contentType.m_type);
+  if (isText) log.LogDataLong("cp", node.emailCodePage());
+}
+
+OutgoingBody chooseBody(Email2& node, bool isAttachment, LogBase& log) {
+  const bool isText =
+      !isAttachment && !hasChildren(node) && beginsWithNoCase(node.m_contentType.m_type, "text/");
+  if (isText) node.refreshContentTypeHeader(log);
+  logLeaf(node, isText, log);
+  if (isText) return outgoingText(node, log);
+  return OutgoingBody{.headerCodePage = node.emailCodePage()};
+}
+
+void appendHeader(const Email2& node, int codePage, const Assembly& job, StringBuffer& out) {
+  const std::size_t before = out.getSize();
+  node.m_header.getMimeHeader(out, job.omitPrefix, codePage, job.isTop, job.log);
+  if (out.getSize() != before) out.append("\r\n");
+  out.append("\r\n");
+}
+
+bool writeHeader(const Email2& node, int codePage, const Assembly& job) {
+  LogContextExitor context(job.log, "writeMimeHeader", job.log.m_verboseLogging);
+  if (!job.to.sink) {
+    appendHeader(node, codePage, job, job.to.text);
+    return true;
+  }
+  StringBuffer header;
+  appendHeader(node, codePage, job, header);
+  return job.to.write(header);
+}
+
+bool writeLeaf(const Email2& node, const OutgoingBody& body, const Assembly& job) {
+  return node.getEncodedBody(body.bytesOf(node), job.to.text, job.to.progress, job.log, false, job.to.sink, job.dotStuff,
+                             body.normalizeLineEnds);
+}
+
+bool writeSubpart(Email2& part, std::string_view delimiter, const Assembly& job) {
+  if (!job.to.write(delimiter)) {
+    if (job.log.m_verboseLogging) job.log.logError("Failed to write boundary to output.");
+    return false;
+  }
+  // Deliberate: a failing subpart does not stop its siblings.
+  std::ignore = assemble(part, job);
+  return job.to.write("\r\n");
+}
+
+bool writeSubparts(Email2& node, const Assembly& job) {
+  const Assembly below = job.below(job.qpFor8bit && !isAttachedMessage(node));
+  const std::string boundary = "--" + std::string(node.m_contentType.m_boundary.view());
+  const std::string delimiter = boundary + "\r\n";
+  for (int i = 0; i < node.m_subParts.getSize(); ++i) {
+    Email2* const part = node.m_subParts.at<Email2>(i);
+    if (part && !writeSubpart(*part, delimiter, below)) return false;
+    if (!node.isLive()) return false;
+  }
+  return job.to.write(boundary + "--\r\n") && node.isLive();
+}
+
+/// Makes the node fit to be written and chooses what its body will be.
+bool prepare(Email2& node, const Assembly& job, OutgoingBody& body) {
+  logKind(node, job.log);
+  const bool isAttachment = node.isEmailAttachment(false, job.log);
+  if (!node.isLive()) return false;
+  if (job.qpFor8bit && !isAttachedMessage(node)) turn8bitToQp(node, job.log);
+  if (!node.isLive()) return false;
+  labelUnlabelled8bitText(node, job.log);
+  if (!node.isLive()) return false;
+  dropEncodingOfAlternative(node);
+  if (!node.isLive()) return false;
+  body = chooseBody(node, isAttachment, job.log);
+  return node.isLive();
+}
+
+/// Header and, for a leaf, body; a scope of its own, so that a converted body is gone before the walk descends.
+bool writeNodeItself(Email2& node, const Assembly& job) {
+  OutgoingBody body;
+  if (!prepare(node, job, body) || !writeHeader(node, body.headerCodePage, job) || !node.isLive()) return false;
+  return hasChildren(node) || writeLeaf(node, body, job);
+}
+
+bool assemble(Email2& node, const Assembly& job) {
+  if (!node.isLive()) return false;
+  if (job.level >= kMaxWrittenDepth) {
+    *job.tooDeep = true;
+    return false;
+  }
+  LogContextExitor context(job.log, "assembleMimeBody");
+  if (const DataBuffer* const received = unchangedReceivedContent(node))
+    return writeUnencoded(received->view(), job.dotStuff, job.to);
+  return writeNodeItself(node, job) && (!hasChildren(node) || writeSubparts(node, job));
+}
+
+/// Deliberate: the line break after each subpart is not counted.
+std::uint64_t sizeOfDelimiters(const Email2& node) noexcept {
+  if (!hasChildren(node)) return 0;
+  const std::uint64_t boundary = node.m_contentType.m_boundary.getSize();
+  std::uint64_t size = boundary + 6;
+  for (int i = 0; i < node.m_subParts.getSize(); ++i)
+    if (node.m_subParts.elementAt(i)) size += boundary + 4;
+  return size;
+}
+
+std::uint64_t sizeOfNode(const Email2& node) noexcept {
+  const std::size_t body = node.m_body.getSize();
+  const bool isBase64 = node.m_transferEncoding.equalsIgnoreCase("base64");
+  return (isBase64 ? ContentCoding::computeBase64Size(body, 76) : body) + node.m_header.getMimeHeaderSize() + 4 +
+         sizeOfDelimiters(node);
+}
+
+/// Whether this is a header that was downloaded by itself; the server's size of the message stands in a field.
+bool isHeaderOnly(const Email2& node) noexcept {
+  const int field = node.m_header.findField("SVZ-HeaderOnly");
+  return field >= 0 && !node.m_header.rawValue(field).empty();
+}
+
+unsigned sizeOnServer(const Email2& node, LogBase& log) {
+  StringBuffer size;
+  node.m_header.getMimeFieldUtf8("SVZ-Size", size, log);
+  return size.uintValue();
+}
+
+}  // namespace
+
+bool Email2::assembleMimeBody2(StringBuffer& text, _svOutput* sink, bool dotStuff, const char* omitPrefix,
+                               ProgressContext& progress, LogBase& log, int /*depth*/, bool qpFor8bit, bool isTop) {
+  return neverThrow(false, [&] {
+    bool tooDeep = false;
+    const bool written = assemble(*this, {.to = {text, sink, progress, log},
+                                          .dotStuff = dotStuff,
+                                          .omitPrefix = omitPrefix,
+                                          .log = log,
+                                          .qpFor8bit = qpFor8bit,
+                                          .isTop = isTop,
+                                          .tooDeep = &tooDeep});
+    if (tooDeep) log.logError("Parts nested too deep were left out.");
+    return written && !tooDeep;
+  });
+}
+
+bool Email2::getEncodedBody(const DataBuffer& body, StringBuffer& text, ProgressContext& progress, LogBase& log, bool,
+                            _svOutput* sink, bool dotStuff, bool normalizeLineEnds) const {
+  if (!isLive()) return false;
+  if (body.isEmpty()) return true;
+  return neverThrow(false, [&] {
+    const void* const data = body.getData2();
+    const std::size_t size = body.getSize();
+    if (m_transferEncoding.equalsIgnoreCase("base64"))
+      return sink ? ContentCoding::encodeBase64ToOutput(data, size, *sink, progress, log)
+                  : ContentCoding::encodeBase64(data, size, text);
+    if (m_transferEncoding.equalsIgnoreCase("quoted-printable"))
+      return sink ? ContentCoding::encodeQpToOutput(data, size, *sink, progress, log)
+                  : ContentCoding::encodeQuotedPrintable(data, size, text);
+    const Destination to{text, sink, progress, log};
+    if (!normalizeLineEnds || !body.containsBareCRLF()) return writeUnencoded(body.view(), dotStuff, to);
+    StringBuffer normalized(body.view());
+    return normalized.toCRLF() && writeUnencoded(normalized, dotStuff, to);
+  });
+}
+
+void Email2::getMimeBodyEncodedUtf8(StringBuffer& out, LogBase&) {
+  if (!isLive()) return;
+  out.clear();
+  const void* const data = m_body.getData2();
+  if (m_transferEncoding.equalsIgnoreCase("quoted-printable"))
+    ContentCoding::encodeQuotedPrintable(data, m_body.getSize(), out);
+  else if (m_transferEncoding.equalsIgnoreCase("base64") || m_body.containsChar('\0'))
+    ContentCoding::encodeBase64(data, m_body.getSize(), out);
+  else
+    out.append(m_body);
+}
+
+unsigned Email2::getEmailSize(LogBase& log) const {
+  std::uint64_t size = 0;
+  const bool counted = neverThrow(false, [&] {
+    walkTree(*this, [&](const Email2& node) {
+      if (isHeaderOnly(node)) {
+        size += sizeOnServer(node, log);
+        return Walk::skipChildren;
+      }
+      size += sizeOfNode(node);
+      return Walk::onward;
+    });
+    return true;
+  });
+  return counted ? static_cast<unsigned>(std::min<std::uint64_t>(size, std::numeric_limits<unsigned>::max())) : 0;
+}
+
+}  // namespace mailtree

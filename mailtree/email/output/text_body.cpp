@@ -1,0 +1,70 @@
+#include "mailtree/email/output/text_body.h"
+
+#include "mailtree/base/Platform.h"
+#include "mailtree/email/internal.h"
+#include "mailtree/mime/Html.h"
+
+namespace mailtree {
+namespace {
+
+/// Code pages whose ASCII bytes are no ASCII: markup cannot be read in them.
+bool isUtf16(int codePage) noexcept { return codePage == kCpUtf16LE || codePage == kCpUtf16BE; }
+
+/// Gives a page a whole structure and a META tag that names the charset in which it travels.
+void declareCharset(StringBuffer& html, const char* charset, LogBase& log) {
+  LogContextExitor context(log, "processHtmlMeta");
+  _svHtmlHelp::ensureStructure(html);
+  StringBuffer declared;
+  _svHtmlHelp::getCharset(html, declared);
+  if (declared.equalsIgnoreCase(charset)) return;
+  _svHtmlHelp::removeCharsetMetaTag(html, log);
+  _svHtmlHelp::addCharsetMetaTag(html, charset, log);
+}
+
+bool convert(std::string_view utf8, int codePage, DataBuffer& out, LogBase& log) {
+  return EncodingConvert::EncConvert(kCpUtf8, codePage, utf8.data(), utf8.size(), out, log);
+}
+
+/// The page is mended while it still is utf-8. Everything added is ASCII, so that the order does not show; but markup read
+/// after a conversion would see the double bytes of iso-2022-jp as tags.
+bool convertHtml(const Email2& node, int codePage, DataBuffer& out, LogBase& log) {
+  StringBuffer html(node.m_body.view());
+  declareCharset(html, node.get_charset_name(), log);
+  return convert(html, codePage, out, log);
+}
+
+bool convertText(const Email2& node, int codePage, DataBuffer& out, LogBase& log) {
+  // Deliberate: an email in us-ascii is converted to the host's own code page, and no page is mended for it.
+  if (codePage == kCpUsAscii) return convert(node.m_body.view(), Psdk::getAnsiCodePage(), out, log);
+  const bool isHtml = beginsWithNoCase(node.m_contentType.m_type, "text/html") && !isUtf16(codePage);
+  return isHtml ? convertHtml(node, codePage, out, log) : convert(node.m_body.view(), codePage, out, log);
+}
+
+void relabelUtf8(Email2& node, LogBase& log) {
+  _svCharset utf8;
+  utf8.setByCodePage(kCpUtf8);
+  StringBuffer value;
+  node.m_contentType.buildMimeHeaderValue(value, utf8, true, true, log);
+  node.m_header.replaceMimeFieldUtf8_a("Content-Type", value.getString(), /*asGiven=*/false, /*ordinary=*/false, log);
+
+  const StringBuffer& encoding = node.m_transferEncoding;
+  const bool promises7bit = encoding.isEmpty() || encoding.equalsIgnoreCase("7bit");
+  if (promises7bit && !node.m_body.is7bit(0)) setTransferEncoding(node, "quoted-printable", log);
+}
+
+}  // namespace
+
+OutgoingBody outgoingText(Email2& node, LogBase& log) {
+  OutgoingBody body;
+  body.normalizeLineEnds = true;
+  body.headerCodePage = node.emailCodePage();
+  if (body.headerCodePage == 0 || body.headerCodePage == kCpUtf8) return body;
+
+  body.isConverted = convertText(node, body.headerCodePage, body.converted, log);
+  if (body.isConverted) return body;
+  relabelUtf8(node, log);
+  body.headerCodePage = kCpUtf8;
+  return body;
+}
+
+}  // namespace mailtree

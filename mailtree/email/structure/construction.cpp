@@ -1,0 +1,101 @@
+// email/structure/construction.cpp - making multipart enclosures: empty ones, and out of a node that held
+// something else.
+//
+// The node that becomes an enclosure stays the same object, so that a caller's pointer to the root, and the
+// header fields of the message, stay where they are.
+#include "mailtree/base/Platform.h"
+#include "mailtree/email/structure/internal.h"
+
+namespace mailtree {
+namespace {
+
+/// Gives a node a multipart type with a boundary of its own.
+void setEnclosureType(Email2& node, const char* type, LogBase& log) {
+  StringBuffer boundary;
+  Psdk::generateBoundary(boundary, log);
+  node.setContentTypeUtf8(type, nullptr, nullptr, nullptr, 0, boundary.getString(), nullptr, nullptr, log);
+}
+
+Email2* createEmptyMultipart(_svEmailCommon& common, const char* type, LogBase& log) {
+  return neverThrow<Email2*>(nullptr, [&]() -> Email2* {
+    EmailPtr enclosure(Email2::createNewObject0(common));
+    if (!enclosure) return nullptr;
+    setEnclosureType(*enclosure, type, log);
+    return enclosure.release();
+  });
+}
+
+/// Moves what a node holds, children or body, into another node that takes over its type and encoding.
+bool moveContent(Email2& from, Email2& to, LogBase& log) {
+  to.m_contentType.copyFrom(from.m_contentType);
+  to.refreshContentTypeHeader(log);
+  setTransferEncoding(to, from.m_transferEncoding.getString(), log);
+  if (from.isMultipart()) return from.m_subParts.transferPtrs(to.m_subParts);
+  to.m_body.takeData(from.m_body);
+  return true;
+}
+
+/// A text without a word needs no part of its own. Without a media type it is a text too.
+bool isEmptyText(std::string_view type, const DataBuffer& body) noexcept {
+  return body.isEmpty() && (type.empty() || equalsNoCase(type, "text/plain"));
+}
+
+bool convertToEnclosure(Email2& node, const char* type, LogBase& log) {
+  EmailPtr content(Email2::createNewObject(*node.m_common));
+  if (!content || !moveContent(node, *content, log)) return false;
+  if (!isEmptyText(node.m_contentType.m_type, content->m_body))
+    node.insertSubPartAtIndex(content.release(), -1);
+  setEnclosureType(node, type, log);
+  node.removeHeaderField("Content-Transfer-Encoding");
+  return true;
+}
+
+}  // namespace
+
+void Email2::convertToMultipartX(const char* multipartType, LogBase& log) {
+  if (!isLive()) return;
+  LogContextExitor context(log, "convertToMultipartX");
+  if (log.m_verboseLogging) {
+    log.LogDataSb("multipartContentType", viewOf(multipartType));
+    log.LogDataSb("m_contentType", m_contentType.m_type);
+  }
+  if (!m_common) return;
+  neverThrow(false, [&] { return convertToEnclosure(*this, multipartType, log); });
+}
+
+Email2* Email2::createEmptyMultipartDigest(_svEmailCommon& common, LogBase& log) {
+  return createEmptyMultipart(common, "multipart/digest", log);
+}
+
+Email2* Email2::createEmptyMultipartRelated(_svEmailCommon& common, LogBase& log) {
+  return createEmptyMultipart(common, "multipart/related", log);
+}
+
+Email2* Email2::createEmptyMultipartAlternative(_svEmailCommon& common, LogBase& log) {
+  return createEmptyMultipart(common, "multipart/alternative", log);
+}
+
+bool Email2::addAlternativeEnclosure(LogBase& log) {
+  LogContextExitor context(log, "addAlternativeEnclosure");
+  if (!isLive() || !m_common) return false;
+  if (log.m_verboseLogging) log.logInfo("Adding an alternative MIME enclosure...");
+  if (!isMultipartMixed()) {
+    convertToMultipartX("multipart/alternative", log);  // this node becomes the enclosure
+    return true;
+  }
+
+  if (log.m_verboseLogging)
+    log.logInfo("Adding a new alternative MIME enclosure beneath the multipart/mixed");
+  EmailPtr enclosure(createEmptyMultipartAlternative(*m_common, log));
+  if (!enclosure) return false;
+  insertSubPartAtIndex(enclosure.release(), 0);  // now ours
+  return true;
+}
+
+Email2* Email2::ensureAlternativeEnclosure(LogBase& log) {
+  const int kind = static_cast<int>(EnclosureKind::alternative);
+  if (Email2* enclosure = findMultipartEnclosure(kind, 0)) return enclosure;
+  return addAlternativeEnclosure(log) ? findMultipartEnclosure(kind, 0) : nullptr;
+}
+
+}  // namespace mailtree

@@ -1,0 +1,318 @@
+#include "mailtree/mime/AddressReader.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+#include "mailtree/base/Ascii.h"
+#include "mailtree/mime/EncodedWord.h"
+
+namespace mailtree {
+namespace {
+
+using Kind = AddressToken::Kind;
+
+// Commas that one name may hold: "Last, First, Title". More of them are a list of local parts.
+constexpr std::size_t kMaxNameCommas = 3;
+
+std::string decodedName(std::string raw) {
+  std::string name = mayHoldEncodedWord(raw) ? decodeEncodedWords(raw) : std::move(raw);
+  const std::string_view trimmed = trim(name);
+  return trimmed.size() == name.size() ? name : std::string(trimmed);
+}
+
+// "a@b" in quotes, as some write where an address belongs.
+bool isPlainAddress(std::string_view text) noexcept {
+  const std::size_t at = text.find('@');
+  return at != std::string_view::npos && isBareLocalPart(text.substr(0, at)) && isBareLocalPart(text.substr(at + 1));
+}
+
+void appendVisible(std::string_view word, std::string& out) {
+  std::copy_if(word.begin(), word.end(), std::back_inserter(out), [](char c) { return !isControlAscii(c); });
+}
+
+void appendAddressWord(std::string_view word, std::string& out) {
+  std::copy_if(word.begin(), word.end(), std::back_inserter(out),
+               [](char c) { return !isControlAscii(c) && c != '(' && c != ')'; });
+}
+
+std::string_view withoutSingleQuotes(std::string_view address) noexcept {
+  const bool quoted = address.size() > 2 && address.front() == '\'' && address.back() == '\'';
+  return quoted ? address.substr(1, address.size() - 2) : address;
+}
+
+}  // namespace
+
+std::optional<ReadAddress> AddressReader::next() {
+  while (m_given == m_ready.size()) {
+    m_ready.clear();
+    m_given = 0;
+    const AddressToken token = m_lexer.next();
+    if (token.kind != Kind::end) {
+      see(token);
+      continue;
+    }
+    finishEntry();
+    if (m_ready.empty()) return std::nullopt;
+  }
+  return std::move(m_ready[m_given++]);
+}
+
+// Gathering tokens
+
+void AddressReader::see(AddressToken token) {
+  token.afterBlank |= std::exchange(m_blankBefore, false);
+  if (token.kind == Kind::comment) {
+    m_comments.push_back({m_tokens.size(), token.text});
+  } else if (token.is(',')) {
+    seeComma(token);
+  } else if (token.is(';')) {
+    finishEntry();
+  } else if (token.is(':')) {
+    seeColon(token);
+  } else if (token.is('<')) {
+    seeAngle(token);
+  } else if (token.is('>')) {
+    seeClosingAngle(token);
+  } else {
+    if (token.is('@') && m_angleEnd == kNone) m_hasAt = true;
+    m_tokens.push_back(token);
+  }
+}
+
+void AddressReader::seeComma(const AddressToken& comma) {
+  if (isInRoute()) {
+    m_tokens.push_back(comma);
+    return;
+  }
+  const bool mayBeName = m_angle == kNone && !m_hasAt && m_part < m_tokens.size();
+  if (!mayBeName || m_earlierParts.size() == kMaxNameCommas) {
+    finishEntry();
+    return;
+  }
+  m_earlierParts.push_back({m_part, m_tokens.size()});
+  m_tokens.push_back(comma);
+  m_part = m_tokens.size();
+}
+
+// Whether a comma here belongs to a route: <@a,@b:c@d>.
+bool AddressReader::isInRoute() const noexcept {
+  if (!isAngleOpen() || m_tokens.size() <= m_angle + 1 || !m_tokens[m_angle + 1].is('@')) return false;
+  AddressLexer ahead = m_lexer;
+  const AddressToken following = ahead.next();
+  return following.is('@') || following.is(',');
+}
+
+void AddressReader::seeColon(const AddressToken& colon) {
+  if (isAngleOpen()) {
+    const Range inside{m_angle + 1, m_tokens.size()};
+    const bool isRoute = !inside.isEmpty() && m_tokens[inside.begin].is('@');
+    const bool isScheme = inside.end - inside.begin == 1;  // "<mailto:"
+    if (!isRoute && !isScheme) {
+      m_tokens.push_back(colon);
+      return;
+    }
+    m_tokens.resize(inside.begin);
+    m_hasAt = false;
+    return;
+  }
+  if (m_angle != kNone || m_hasAt) {
+    finishEntry();
+    return;
+  }
+  finishEarlierParts();  // what stands before the colon is the name of a group, or "mailto"
+  clearEntry();
+}
+
+void AddressReader::seeAngle(const AddressToken& angle) {
+  if (m_angle == kNone) {
+    openAngle(angle);
+  } else if (isAngleOpen()) {
+    if (m_tokens.size() == m_angle + 1) return;  // doubled
+    if (m_hasAt) finishEntry();                  // the ">" and the comma are missing
+    openAngle(angle);
+  } else if (m_hasAt) {  // the comma is missing: what follows the ">" is the next one's name
+    const std::vector<AddressToken> nextName(m_tokens.begin() + static_cast<std::ptrdiff_t>(m_angleEnd) + 1,
+                                             m_tokens.end());
+    m_tokens.resize(m_angleEnd + 1);
+    finishEntry();
+    m_tokens = nextName;
+    openAngle(angle);
+  } else {
+    openAngle(angle);  // "Name <remark> <a@b>": the first pair was part of the name
+  }
+}
+
+void AddressReader::openAngle(const AddressToken& angle) {
+  m_angle = m_tokens.size();
+  m_angleEnd = kNone;
+  m_hasAt = false;
+  m_tokens.push_back(angle);
+}
+
+void AddressReader::seeClosingAngle(const AddressToken& angle) {
+  m_blankBefore = true;
+  if (!isAngleOpen()) return;
+  m_angleEnd = m_tokens.size();
+  m_tokens.push_back(angle);
+}
+
+// Understanding an entry
+
+void AddressReader::finishEntry() {
+  if (m_angle != kNone) {
+    finishAngle();
+  } else {
+    finishEarlierParts();
+    finishBare({m_part, m_tokens.size()});
+  }
+  clearEntry();
+}
+
+void AddressReader::finishAngle() {
+  Range name{m_part, m_angle};
+  if (name.isEmpty()) {
+    finishEarlierParts();
+  } else if (!m_earlierParts.empty()) {
+    name.begin = m_earlierParts.front().begin;
+  }
+
+  const Index angleEnd = std::min(m_angleEnd, m_tokens.size());
+  std::string address = addressOf(addressRun({m_angle + 1, angleEnd}, /*inAngle=*/true));
+  if (address.empty()) {  // "a@b <>"
+    if (holdsAt(name)) finishBare(name);
+    return;
+  }
+  std::string text = nameOf(name);
+  if (text.empty()) text = nameOf({angleEnd + 1, m_tokens.size()});
+  give(std::move(text), {name.begin, m_tokens.size()}, std::move(address));
+}
+
+void AddressReader::finishEarlierParts() {
+  for (const Range& part : m_earlierParts) finishBare(part);
+  m_earlierParts.clear();
+}
+
+// Without angle brackets every run of tokens with an "@" is an address, and the words before it are its name. Without an
+// "@" a single word is a local part, and more than one are nothing.
+void AddressReader::finishBare(Range range) {
+  if (range.isEmpty()) return;
+  if (!holdsAt(range)) {
+    const bool isOneWord = firstRun(range, /*inAngle=*/false).end == range.end;
+    std::string localPart = isOneWord ? addressOf(range) : std::string();
+    if (!localPart.starts_with('"')) give({}, range, std::move(localPart));
+    return;
+  }
+
+  const std::size_t before = m_ready.size();
+  Index nameBegin = range.begin;
+  for (Range run{range.begin, range.begin}; run.end < range.end;) {
+    run = firstRun({run.end, range.end}, /*inAngle=*/false);
+    if (!holdsAt(run)) continue;
+    const bool isFirst = nameBegin == range.begin;  // a comment between two addresses is the first one's
+    give(nameOf({nameBegin, run.begin}), {isFirst ? nameBegin : nameBegin + 1, run.end}, addressOf(run));
+    nameBegin = run.end;
+  }
+  if (m_ready.size() > before && m_ready.back().name.empty()) m_ready.back().name = nameOf({nameBegin, range.end});
+}
+
+void AddressReader::clearEntry() noexcept {
+  m_tokens.clear();
+  m_comments.clear();
+  m_earlierParts.clear();
+  m_part = 0;
+  m_angle = m_angleEnd = kNone;
+  m_hasAt = m_blankBefore = false;
+}
+
+void AddressReader::give(std::string name, Range comments, std::string address) {
+  if (address.empty()) return;
+  if (name.empty()) name = commentIn(comments);
+  m_ready.push_back({std::move(name), std::move(address)});
+}
+
+// Tokens to text
+
+// Whether a token continues the address of the token before it. Obsolete syntax has blanks around "@" and ".": within
+// angle brackets they mean nothing, outside only a dot standing apart is read so, for "Dr. a@b" is no address.
+bool AddressReader::joins(Index token, bool inAngle) const noexcept {
+  const AddressToken& left = m_tokens[token - 1];
+  const AddressToken& right = m_tokens[token];
+  if (left.is('@') || right.is('@')) return true;
+  if (left.kind == Kind::special || right.kind == Kind::special) return false;
+
+  const bool dotRight = right.kind == Kind::word && right.text.front() == '.';
+  const bool dotLeft = left.kind == Kind::word && left.text.back() == '.';
+  if (right.afterBlank) return dotRight || (dotLeft && (inAngle || left.text == "."));
+  const bool anyQuoted = left.kind == Kind::quoted || right.kind == Kind::quoted;
+  return !anyQuoted || dotLeft || dotRight;
+}
+
+AddressReader::Range AddressReader::firstRun(Range range, bool inAngle) const noexcept {
+  Index end = range.begin;
+  while (end < range.end && (end == range.begin || joins(end, inAngle))) ++end;
+  return {range.begin, end};
+}
+
+// The first run with an "@"; without one the only run; else nothing.
+AddressReader::Range AddressReader::addressRun(Range range, bool inAngle) const noexcept {
+  const Range only = firstRun(range, inAngle);
+  if (only.end == range.end) return only;
+  for (Range run = only; !run.isEmpty(); run = firstRun({run.end, range.end}, inAngle))
+    if (holdsAt(run)) return run;
+  return {};
+}
+
+bool AddressReader::holdsAt(Range range) const noexcept {
+  for (Index i = range.begin; i < range.end; ++i)
+    if (m_tokens[i].is('@')) return true;
+  return false;
+}
+
+std::string AddressReader::addressOf(Range range) const {
+  std::string address;
+  for (Index i = range.begin; i < range.end; ++i) {
+    const AddressToken& token = m_tokens[i];
+    if (token.kind != Kind::quoted) {
+      appendAddressWord(token.text, address);
+      continue;
+    }
+    std::string inside;
+    appendUnescaped(token.text, inside);
+    const bool isAlone = range.end - range.begin == 1;
+    if (isBareLocalPart(inside) || (isAlone && isPlainAddress(inside))) {
+      address += inside;
+    } else if (!inside.empty()) {
+      appendQuotedString(inside, address);
+    }
+  }
+  const bool isOnlyEncodedWord = mayHoldEncodedWord(address) && !holdsAt(range);
+  if (address == "@" || isOnlyEncodedWord) return {};
+  const std::string_view bare = withoutSingleQuotes(address);
+  return bare.size() == address.size() ? address : std::string(bare);
+}
+
+std::string AddressReader::nameOf(Range range) const {
+  std::string raw;
+  for (Index i = range.begin; i < range.end; ++i) {
+    const AddressToken& token = m_tokens[i];
+    if (token.afterBlank && !raw.empty() && !token.is(',')) raw.push_back(' ');
+    if (token.kind == Kind::quoted) {
+      appendUnescaped(token.text, raw);
+    } else {
+      appendVisible(token.text, raw);  // "DOMAIN\\user": a backslash means something in quotes only
+    }
+  }
+  return decodedName(std::move(raw));
+}
+
+std::string AddressReader::commentIn(Range range) const {
+  const auto found = std::lower_bound(m_comments.begin(), m_comments.end(), range.begin,
+                                      [](const Comment& comment, Index token) { return comment.before < token; });
+  if (found == m_comments.end() || found->before > range.end) return {};
+  std::string raw;
+  appendUnescaped(found->inside, raw);
+  return decodedName(std::move(raw));
+}
+
+}  // namespace mailtree

@@ -1,0 +1,84 @@
+#include "mailtree/mime/AttachmentRules.h"
+
+#include <algorithm>
+
+#include "mailtree/base/Ascii.h"
+
+namespace mailtree {
+
+namespace {
+
+// Deliberate: some tests below look at the letter case and their neighbours do not. The order of the tests and their letter
+// case are part of what makes the numbering of attachments stable, so they stay as they are.
+
+constexpr AttachmentVerdict yes(const char* reason) { return {true, reason}; }
+constexpr AttachmentVerdict no(const char* reason) { return {false, reason}; }
+
+constexpr std::string_view kMediaTypes[] = {"image/", "application/", "audio/", "video/"};
+constexpr std::string_view kKeyFileSuffixes[] = {".pem", ".pmi", ".gtr"};
+
+bool saysAttachment(const PartTraits& part) noexcept { return equalsNoCase(part.disposition, "attachment"); }
+
+bool isMedia(std::string_view type) noexcept {
+  return std::ranges::any_of(kMediaTypes, [&](std::string_view prefix) { return type.starts_with(prefix); });
+}
+
+bool isKeyFile(std::string_view name) noexcept {
+  return std::ranges::any_of(kKeyFileSuffixes,
+                             [&](std::string_view suffix) { return endsWithNoCase(name, suffix); });
+}
+
+AttachmentVerdict judgeInline(const PartTraits& part, bool inMixed) noexcept {
+  if (beginsWithNoCase(part.type, "multipart")) return no("No (multipart enclosure)");
+  if (!part.dispFilename.empty()) return yes("Yes, inline AND has filename");
+  if (inMixed && isMedia(part.type))
+    return yes("Yes, under multipart-mixed AND image/application/audio/video");
+  if (part.type.starts_with("image/") && contains(part.type, "-tiff")) return yes("Yes, image/*-tiff");
+  return no("No, inline AND no filename");
+}
+
+// Deliberate: an inline part is judged by the name in its disposition, a part without one by the name in its type.
+AttachmentVerdict judgeUndisposed(const PartTraits& part, bool inMixed) noexcept {
+  if (inMixed && part.hasMessageClass && part.type == "text/plain")
+    return yes("Yes, because of Content-Class header.");
+  if (!part.name.empty() && equalsNoCase(part.transferEncoding, "base64"))
+    return yes("Yes, has name attribute and base64 encoding.");
+  if (isKeyFile(part.name)) return yes("Yes, special name file suffixes: pem, pmi, gtr");
+  return no("No, attachment is not indicated.");
+}
+
+}  // namespace
+
+AttachmentVerdict judgeAttachment(const PartTraits& part, bool inMixed) noexcept {
+  if (beginsWithNoCase(part.type, "multipart/")) return no("No (multipart enclosure)");
+  if (equalsNoCase(part.type, "message/rfc822")) {
+    const bool isMht = saysAttachment(part) && endsWithNoCase(part.dispFilename, ".mht");
+    return isMht ? yes("Yes (MHT)") : no("No (message/rfc822)");
+  }
+  if (containsNoCase(part.type, "pkcs7-signature")) {
+    return saysAttachment(part) ? yes("Yes (pkcs7-signature AND disposition=attachment)")
+                                : no("No (pkcs7-signature)");
+  }
+  if (saysAttachment(part)) return yes("Yes (disposition=attachment)");
+  if (part.type.starts_with("application/")) return yes("Yes (content-type=application)");
+  if (equalsNoCase(part.disposition, "inline")) return judgeInline(part, inMixed);
+  return judgeUndisposed(part, inMixed);
+}
+
+StrictVerdict judgeStrictAttachment(const PartTraits& part) noexcept {
+  if (beginsWithNoCase(part.type, "multipart/") || equalsNoCase(part.type, "message/rfc822"))
+    return {false, nullptr};
+  if (part.type.starts_with("application/")) {
+    const bool isUrl = contains(part.name, "?") && contains(part.name, "&");
+    if (!isUrl) return {true, nullptr};
+    return {false, "Not strict attachment because of special chars in name attribute."};
+  }
+  if (saysAttachment(part)) return {true, nullptr};
+  return {false, "Not strict attachment because 'attachment' keyword not found in disposition."};
+}
+
+bool isConvertibleText(const PartTraits& part) noexcept {
+  return beginsWithNoCase(part.type, "text/") && !judgeAttachment(part, /*inMixed=*/false).isAttachment;
+}
+
+}  // namespace mailtree

@@ -1,0 +1,175 @@
+// Reading encoded words. The scanner looks at every byte a bounded number of times, whatever the text: a search for the end
+// of a word that failed is remembered, not repeated for every "=?" that follows.
+#include "mailtree/mime/EncodedWord.h"
+
+#include <algorithm>
+
+#include "mailtree/base/Ascii.h"
+#include "mailtree/mime/Base64.h"
+#include "mailtree/mime/Charset.h"
+#include "mailtree/mime/HeaderText.h"
+#include "mailtree/mime/QuotedPrintable.h"
+
+namespace mailtree {
+
+namespace {
+
+constexpr std::size_t npos = std::string_view::npos;
+
+/// No registered charset name comes near; what is longer is no encoded word.
+constexpr std::size_t kMaxCharsetLabel = 64;
+
+struct Word {
+  std::size_t begin;
+  std::size_t end;
+  std::string_view charset;
+  std::string_view payload;
+  bool isBase64;
+};
+
+constexpr bool isCharsetChar(char c) noexcept { return c > ' ' && c < 0x7F && c != '?' && c != '='; }
+
+class WordScanner {
+ public:
+  explicit WordScanner(std::string_view text) noexcept : m_text(text) {}
+
+  /// The next well-formed word; false when there is none left.
+  bool next(Word& word) noexcept {
+    while ((m_at = m_text.find("=?", m_at)) != npos) {
+      word.begin = m_at;
+      m_at += 2;
+      if (readWord(word)) return true;
+    }
+    return false;
+  }
+
+ private:
+  /// Reads what follows "=?" at m_at. Leaves m_at behind the word, or where looking for another one makes sense.
+  bool readWord(Word& word) noexcept {
+    if (!readCharset(word) || !readEncoding(word)) return false;
+    const std::size_t end = endOfPayload(word);
+    if (end == npos) return false;
+    word.payload = m_text.substr(m_at, end - m_at);
+    // A word that never ended must not swallow the one behind it.
+    if (const std::size_t inner = word.payload.find("=?"); inner != npos) {
+      m_at += inner;
+      return false;
+    }
+    m_at = word.end = end + 2;
+    return true;
+  }
+
+  bool readCharset(Word& word) noexcept {
+    std::size_t end = m_at;
+    const std::size_t limit = std::min(m_text.size(), m_at + kMaxCharsetLabel);
+    while (end < limit && isCharsetChar(m_text[end])) ++end;
+    if (end == m_at || end >= m_text.size() || m_text[end] != '?') return false;
+    word.charset = m_text.substr(m_at, end - m_at);
+    word.charset = word.charset.substr(0, word.charset.find('*'));  // RFC 2231, 5: a language may follow
+    m_at = end + 1;
+    return true;
+  }
+
+  bool readEncoding(Word& word) noexcept {
+    if (m_at + 1 >= m_text.size() || m_text[m_at + 1] != '?') return false;
+    const char letter = toLowerAscii(m_text[m_at]);
+    if (letter != 'b' && letter != 'q') return false;
+    word.isBase64 = letter == 'b';
+    m_at += 2;
+    return true;
+  }
+
+  std::size_t endOfPayload(const Word& word) noexcept {
+    std::size_t end = terminatorFrom(m_at);
+    if (end == npos || word.isBase64) return end;
+    while (isBareQuestionMark(end)) end = m_text.find("?=", end + 2);
+    return end;
+  }
+
+  /// Whether "?=" in a Q payload is a question mark that somebody forgot to escape, followed by an escape: more of the word
+  /// must follow, and no other word before its end.
+  bool isBareQuestionMark(std::size_t end) const noexcept {
+    if (end + 3 >= m_text.size() || hexValue(m_text[end + 2]) < 0 || hexValue(m_text[end + 3]) < 0) return false;
+    const std::size_t later = m_text.find("?=", end + 2);
+    return later != npos && !contains(m_text.substr(end + 2, later - end - 2), "=?");
+  }
+
+  std::size_t terminatorFrom(std::size_t from) noexcept {
+    if (from < m_searchedFrom || from > m_terminator || !m_searched) {
+      m_terminator = m_text.find("?=", from);
+      m_searchedFrom = from;
+      m_searched = true;
+    }
+    return m_terminator;
+  }
+
+  std::string_view m_text;
+  std::size_t m_at = 0;
+  std::size_t m_searchedFrom = 0;
+  std::size_t m_terminator = 0;  ///< First "?=" at or after m_searchedFrom.
+  bool m_searched = false;
+};
+
+/// Collects the bytes of adjacent words of one charset and converts them together.
+class WordJoiner {
+ public:
+  explicit WordJoiner(std::string& out) noexcept : m_out(out) {}
+
+  void add(const Word& word, int codePage) {
+    if (codePage != m_codePage) flush();
+    m_codePage = codePage;
+    if (!word.isBase64) {
+      quotedPrintable::decodeQ(word.payload, m_bytes);
+      return;
+    }
+    const std::size_t before = m_bytes.size();
+    m_bytes.resize(before + base64::decodedCapacity(word.payload.size()));
+    const std::size_t size = base64::decode(word.payload, reinterpret_cast<std::uint8_t*>(m_bytes.data()) + before);
+    m_bytes.resize(before + size);
+  }
+
+  void flush() {
+    if (!m_bytes.empty()) appendBytesAsUtf8(m_codePage, m_bytes, m_out);
+    m_bytes.clear();
+  }
+
+ private:
+  std::string& m_out;
+  std::string m_bytes;
+  int m_codePage = 0;
+};
+
+void blankOutBreaks(std::string& text) noexcept {
+  if (!holdsBreak(text)) return;
+  for (char& c : text)
+    if (c == '\r' || c == '\n' || c == '\0') c = ' ';
+}
+
+}  // namespace
+
+std::string decodeEncodedWords(std::string_view value) {
+  std::string out;
+  out.reserve(value.size());
+  WordScanner scanner(value);
+  WordJoiner joiner(out);
+  Word word{};
+  std::size_t done = 0;  // what lies before is in `out` or in the joiner
+  while (scanner.next(word)) {
+    const int codePage = codePageOfCharset(word.charset);
+    if (codePage <= 0) continue;  // stays as it is
+    const std::string_view gap = value.substr(done, word.begin - done);
+    const bool isBetweenWords = done > 0 && trim(gap).empty();
+    if (!isBetweenWords) {
+      joiner.flush();
+      out += gap;
+    }
+    joiner.add(word, codePage);
+    done = word.end;
+  }
+  joiner.flush();
+  out += value.substr(done);
+  blankOutBreaks(out);
+  return out;
+}
+
+}  // namespace mailtree

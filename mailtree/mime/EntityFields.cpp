@@ -1,0 +1,216 @@
+// The members that an entity keeps of its Content- fields: read from the header list, changed, written back to it. Whoever
+// changes a member here also rewrites the field, so that the two always agree.
+
+#include <algorithm>
+#include <string>
+#include <utility>
+
+#include "mailtree/base/Ascii.h"
+#include "mailtree/base/Log.h"
+#include "mailtree/mime/MimeMessage2.h"
+
+namespace mailtree {
+
+namespace {
+
+constexpr const char* kTypeField = "Content-Type";
+constexpr const char* kDispositionField = "Content-Disposition";
+constexpr const char* kTransferEncodingField = "Content-Transfer-Encoding";
+constexpr const char* kIdField = "Content-ID";
+/// In the order of ContentField.
+constexpr std::string_view kContentFields[] = {kTypeField, kDispositionField, kTransferEncodingField, kIdField};
+
+/// What stands behind a comment at the beginning of `value`; nothing when it never closes.
+std::string_view skipComment(std::string_view value) noexcept {
+  int depth = 0;
+  for (std::size_t i = 0; i < value.size(); ++i) {
+    if (value[i] == '(') ++depth;
+    if (value[i] == ')' && --depth == 0) return value.substr(i + 1);
+  }
+  return {};
+}
+
+/// The mechanism named by a Content-Transfer-Encoding value, without the comments, quotes and leftovers around it.
+std::string_view transferEncodingOf(std::string_view value) noexcept {
+  for (value = trim(value); !value.empty(); value = trimLeft(value)) {
+    if (value.front() == '(')
+      value = skipComment(value);
+    else if (value.front() == '"' || value.front() == '\'')
+      value.remove_prefix(1);
+    else
+      break;
+  }
+  return value.substr(0, value.find_first_of(" \t\r\n;,(\"'"));
+}
+
+std::string_view stripMarks(std::string_view type) noexcept {
+  const auto isMark = [](char c) { return isSpaceAscii(c) || c == '"' || c == '\'' || c == ','; };
+  while (!type.empty() && isMark(type.front())) type.remove_prefix(1);
+  while (!type.empty() && isMark(type.back())) type.remove_suffix(1);
+  return type;
+}
+
+/// Where the first parameter begins in a disposition type that swallowed it because its semicolon, or the type itself, is
+/// missing ("attachment filename=x", "filename=x"); npos in a proper type.
+std::size_t strayParameter(std::string_view type) noexcept {
+  const std::size_t equals = type.find('=');
+  if (equals == std::string_view::npos) return equals;
+  const std::string_view name = trimRight(type.substr(0, equals));
+  const std::size_t blank = name.find_last_of(" \t");
+  return blank == std::string_view::npos ? 0 : blank + 1;
+}
+
+}  // namespace
+
+// Reading
+
+void MimeMessage2::readContentFields(LimitSet& limits) {
+  int rows[std::size(kContentFields)] = {-1, -1, -1, -1};
+  for (int i = 0; i < m_header.getNumFields(); ++i) {
+    const std::string_view name = m_header.fieldName(i);
+    if (name.empty() || toLowerAscii(name.front()) != 'c') continue;
+    for (std::size_t which = 0; which < std::size(kContentFields); ++which)
+      if (rows[which] < 0 && equalsNoCase(name, kContentFields[which])) rows[which] = i;
+  }
+  for (std::size_t which = 0; which < std::size(kContentFields); ++which)
+    if (rows[which] >= 0) readContentField(static_cast<ContentField>(which), rows[which], limits);
+}
+
+void MimeMessage2::readContentField(ContentField which, int row, LimitSet& limits) {
+  std::string scratch;
+  const std::string_view value = m_header.unfoldedValue(row, scratch);
+  switch (which) {
+    case ContentField::type: return readContentType(value, limits);
+    case ContentField::disposition: return readDisposition(value);
+    case ContentField::transferEncoding:
+      m_transferEncoding.setString(transferEncodingOf(value));
+      return;
+    case ContentField::id: m_contentId.setString(trim(value)); return;
+  }
+}
+
+void MimeMessage2::readContentType(std::string_view value, LimitSet& limits) {
+  if (!m_contentType.loadFromMimeHeaderValue(value, m_parsedCharset)) m_repairs.add(Repair::contentType);
+  m_charset.setString(m_parsedCharset.getName());
+  // A value with fewer semicolons cannot be over the limit, so ordinary mail never pays for reading it twice.
+  if (std::ranges::count(value, ';') > kMaxParameters && parseParameterizedValue(value).overLimit)
+    limits.add(Limit::parameters);
+}
+
+void MimeMessage2::readDisposition(std::string_view value) {
+  ParameterizedValue parsed = parseParameterizedValue(value);
+  std::string_view type = parsed.value;
+  const std::size_t stray = strayParameter(type);
+  std::string mended;
+  if (stray != std::string_view::npos) {
+    const std::size_t offset = static_cast<std::size_t>(type.data() - value.data()) + stray;
+    type = type.substr(0, stray);
+    mended.append("; ").append(value.substr(offset));
+    parsed = parseParameterizedValue(mended);
+  }
+  m_disposition.setString(stripMarks(type));
+  std::string filename;
+  parsed.params.take("filename", filename);
+  m_filename.setString(filename);
+}
+
+// Changing
+
+void MimeMessage2::refreshContentTypeField() {
+  if (m_contentType.m_type.isEmpty()) return;
+  LogNull quiet;
+  StringBuffer value;
+  m_contentType.buildMimeHeaderValue(value, m_parsedCharset, /*withFlowed=*/true, /*withName=*/true, quiet);
+  m_header.replaceMimeFieldUtf8_a(kTypeField, value.getString(), /*asGiven=*/true, /*ordinary=*/false,
+                                  quiet);
+}
+
+/// Keeps the parameters that have no member here, such as size and dates.
+void MimeMessage2::refreshDispositionField() {
+  LogNull quiet;
+  std::string scratch;
+  const int row = m_header.findField(kDispositionField);
+  ParameterizedValue old = parseParameterizedValue(m_header.unfoldedValue(row, scratch));
+  std::string replaced;
+  old.params.take("filename", replaced);
+
+  std::string value(m_disposition.view());
+  if (!m_filename.isEmpty()) appendParam("filename", m_filename, kCpUtf8, /*withFallback=*/true, value);
+  for (const auto& param : old.params.params())
+    appendParam(param.name, param.value, kCpUtf8, /*withFallback=*/false, value);
+  const char* text = m_disposition.isEmpty() && m_filename.isEmpty() ? nullptr : value.c_str();
+  m_header.replaceMimeFieldUtf8_a(kDispositionField, text, /*asGiven=*/true, /*ordinary=*/true, quiet);
+}
+
+void MimeMessage2::collapseMultiple(const char* field, LogBase&) { m_header.joinFields(viewOf(field)); }
+
+void MimeMessage2::setContentType(const char* type, bool refreshHeader, LogBase&) {
+  m_contentType.m_type.setString(trim(viewOf(type)));
+  m_contentType.m_type.toLowerCase();
+  if (refreshHeader) refreshContentTypeField();
+}
+
+void MimeMessage2::setNameUtf8(const char* name, LogBase&) {
+  m_contentType.m_name.setString(name);
+  refreshContentTypeField();
+}
+
+void MimeMessage2::setCharset(const _svCharset& charset, LogBase&) {
+  m_parsedCharset.copy(charset);
+  m_charset.setString(m_parsedCharset.getName());
+  refreshContentTypeField();
+}
+
+void MimeMessage2::setCharset(const char* name, LogBase& log) {
+  _svCharset charset;
+  charset.setByName(name);
+  setCharset(charset, log);
+}
+
+void MimeMessage2::setBoundary(const char* boundary, LogBase&) {
+  m_contentType.m_boundary.setString(boundary);
+  refreshContentTypeField();
+}
+
+void MimeMessage2::setDisposition(const char* disposition, LogBase&) {
+  m_disposition.setString(disposition);
+  refreshDispositionField();
+}
+
+void MimeMessage2::setFilenameUtf8(const char* filename, LogBase&) {
+  m_filename.setString(filename);
+  refreshDispositionField();
+}
+
+void MimeMessage2::setContentEncoding(const char* encoding, LogBase& log) {
+  m_transferEncoding.setString(encoding);
+  m_header.replaceMimeFieldUtf8(kTransferEncodingField, encoding, log);
+}
+
+void MimeMessage2::addReplaceHeaderFieldUtf8(const char* name, const char* value, LogBase& log) {
+  // A duplicate must not come into force when the first one goes.
+  if (value)
+    m_header.replaceMimeFieldUtf8(name, value, log);
+  else
+    m_header.removeMimeField(name, /*all=*/true);
+
+  const auto known = std::ranges::find_if(
+      kContentFields, [&](std::string_view field) { return equalsNoCase(field, viewOf(name)); });
+  if (known == std::end(kContentFields)) return;
+  const auto which = static_cast<ContentField>(known - std::begin(kContentFields));
+  if (which == ContentField::type) m_contentType.clear();
+  LimitSet limits;
+  const int row = m_header.findField(*known);
+  if (row >= 0 || which != ContentField::type) return readContentField(which, row, limits);
+  m_charset.clear();
+  m_parsedCharset.clear();
+}
+
+void MimeMessage2::extractHeader(MimeHeader& out) {
+  const bool foldLongValues = out.m_foldLongValues;
+  m_header.encode8bitFields();
+  out = std::move(m_header);
+  out.m_foldLongValues = foldLongValues;
+}
+
+}  // namespace mailtree

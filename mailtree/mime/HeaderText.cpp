@@ -1,0 +1,78 @@
+#include "mailtree/mime/HeaderText.h"
+
+#include "mailtree/base/Ascii.h"
+#include "mailtree/base/Utf.h"
+#include "mailtree/mime/Charset.h"
+
+namespace mailtree {
+
+namespace {
+
+constexpr std::string_view kBreaks("\r\n\0", 3);
+
+constexpr bool isBreak(char c) noexcept { return c == '\r' || c == '\n' || c == '\0'; }
+
+/// A few bad bytes in what is clearly utf-8 (a title cut in the middle of a character) do not make it something else.
+bool isMostlyUtf8(std::string_view bytes) noexcept {
+  std::size_t good = 0, bad = 0;
+  for (std::size_t at = 0; at < bytes.size();) {
+    if (!is8bit(bytes[at])) {
+      ++at;
+      continue;
+    }
+    ++(nextCodePoint(bytes, at) == kReplacementCharacter ? bad : good);
+  }
+  return good > bad;
+}
+
+}  // namespace
+
+bool holdsBreak(std::string_view text) noexcept { return text.find_first_of(kBreaks) != std::string_view::npos; }
+
+std::string withoutBreaks(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t done = 0; done < text.size();) {
+    const std::size_t at = text.find_first_of(kBreaks, done);
+    out.append(text, done, at - done);
+    if (at == std::string_view::npos) break;
+    const bool isNul = text[at] == '\0';
+    done = at + (text.substr(at, 2) == "\r\n" ? 2 : 1);
+    const bool isFold = !isNul && done < text.size() && isBlankAscii(text[done]);
+    if (!isFold) out += ' ';
+  }
+  return out;
+}
+
+void eraseBreaks(std::string& text) {
+  if (holdsBreak(text)) std::erase_if(text, isBreak);
+}
+
+void appendBytesAsUtf8(int codePage, std::string_view bytes, std::string& out) {
+  const std::size_t before = out.size();
+  if (codePage > 0 && decodeToUtf8(codePage, bytes, out)) return;
+  if (codePage == kCpUtf8 && isMostlyUtf8(bytes)) return;
+
+  const std::string claimed = out.substr(before);
+  out.resize(before);
+  if (isValidUtf8(bytes)) {
+    out += bytes;
+    return;
+  }
+  const int detected = detectCodePage(bytes);
+  if (detected > 0 && decodeToUtf8(detected, bytes, out)) return;
+  out.resize(before);
+  if (!claimed.empty())
+    out += claimed;
+  else
+    decodeToUtf8(kCpUtf8, bytes, out);
+}
+
+int writableCodePage(int wanted) noexcept {
+  const bool isWideOrEscaped = wanted == kCpUtf16LE || wanted == kCpUtf16BE || wanted == 12000 || wanted == 12001 ||
+                               wanted == 65000;
+  if (wanted <= 0 || wanted == kCpUsAscii || isWideOrEscaped || charsetNameOf(wanted).empty()) return kCpUtf8;
+  return wanted;
+}
+
+}  // namespace mailtree

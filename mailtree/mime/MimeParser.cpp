@@ -1,0 +1,464 @@
+#include "mailtree/mime/MimeParser.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "mailtree/base/Ascii.h"
+#include "mailtree/base/Log.h"
+#include "mailtree/mime/Base64.h"
+#include "mailtree/mime/QuotedPrintable.h"
+
+// How it works. One cursor runs over the text and only ever stops at lines that begin with "--". Such a line is compared with
+// the boundaries of the multiparts that are open at that moment, held on a stack. One that matches ends the part before it,
+// and every multipart inside its own that was never closed; unless it closes its multipart, a new part begins behind it:
+// its header is read, and it becomes either the current leaf, whose body ends at the next matching line, or, being a
+// multipart itself, one more entry on the stack. No byte is searched again because of the depth at which it stands.
+
+namespace mailtree {
+
+namespace {
+
+constexpr std::size_t kNowhere = std::string_view::npos;
+/// No header is read beyond its limit, so no boundary is looked for in one beyond it either.
+constexpr std::size_t kHeaderReach = kMaxHeaderBytes + 4096;
+
+bool isLineBreak(char c) noexcept { return c == '\n' || c == '\r'; }
+
+/// Size of the line break that `text` begins with: CRLF, LF or CR; 0 when it begins with none.
+std::size_t lineBreakSize(std::string_view text) noexcept {
+  if (text.starts_with("\r\n")) return 2;
+  return !text.empty() && isLineBreak(text.front()) ? 1 : 0;
+}
+
+/// Where the line break begins that ends right before `position`, which is the beginning of a line.
+std::size_t beforeLineBreak(std::string_view text, std::size_t position) noexcept {
+  if (position == 0 || !isLineBreak(text[position - 1])) return position;
+  const bool isCrLf = position >= 2 && text[position - 1] == '\n' && text[position - 2] == '\r';
+  return position - (isCrLf ? 2 : 1);
+}
+
+/// The next line at or after `from` that begins with "--". A search for dashes, not for line breaks: the bulk of most mail is
+/// base64, which has no dash at all.
+std::size_t findDashLine(std::string_view text, std::size_t from) noexcept {
+  const char* const begin = text.data();
+  const char* const end = begin + text.size();
+  const char* dash = begin + from;
+  while (dash < end) {
+    dash = static_cast<const char*>(std::memchr(dash, '-', static_cast<std::size_t>(end - dash)));
+    if (!dash) return kNowhere;
+    const bool beginsLine = dash == begin || isLineBreak(dash[-1]);
+    if (beginsLine && dash + 1 < end && dash[1] == '-') return static_cast<std::size_t>(dash - begin);
+    while (dash < end && *dash == '-') ++dash;
+  }
+  return kNowhere;
+}
+
+/// Whether an empty line ends within `text`. Only for line breaks that hold an LF.
+bool hasEmptyLine(std::string_view text) noexcept {
+  for (std::size_t at = text.find('\n'); at != kNowhere; at = text.find('\n', at + 1)) {
+    const std::string_view rest = text.substr(at + 1);
+    if (rest.starts_with('\n') || rest.starts_with("\r\n")) return true;
+  }
+  return false;
+}
+
+/// A line beginning with "--": what stands behind the dashes, trailing blanks cut, and where the next line begins.
+struct DashLine {
+  std::string_view content;
+  std::size_t next;
+};
+
+DashLine dashLineAt(std::string_view text, std::size_t position) noexcept {
+  std::size_t end = position + 2;
+  while (end < text.size() && !isLineBreak(text[end])) ++end;
+  return {trimRight(text.substr(position + 2, end - position - 2)), end + lineBreakSize(text.substr(end))};
+}
+
+/// The boundary as it stands in the text; empty when there is none that could be found.
+std::string_view boundaryOf(const _svContentType& type) noexcept { return trimRight(type.m_boundary); }
+
+/// A mbox separator, which some stores leave at the top. "From :" is a field with a blank before its colon.
+bool isMboxLine(std::string_view text) noexcept {
+  if (text.starts_with('>')) text.remove_prefix(1);
+  return text.starts_with("From ") && !trimLeft(text.substr(5)).starts_with(':');
+}
+
+std::string_view skipPrologue(std::string_view text) noexcept {
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+  if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
+  while (isMboxLine(text)) {
+    const std::size_t end = text.find_first_of("\r\n");
+    if (end == kNowhere) return {};
+    text.remove_prefix(end);
+    text.remove_prefix(lineBreakSize(text));
+  }
+  return text;
+}
+
+/// Appends what `decode` makes of `text`, written straight into the buffer.
+template <class Decode>
+void appendDecoded(DataBuffer& out, std::string_view text, std::size_t capacity, Decode decode) {
+  unsigned char* const target = out.appendUninitialized(capacity);
+  if (!target) throw std::bad_alloc();
+  out.shorten(capacity - decode(text, target));
+}
+
+void appendBytes(DataBuffer& out, std::string_view bytes) {
+  if (!out.append(bytes)) throw std::bad_alloc();
+}
+
+enum class Coding { none, base64, quotedPrintable };
+
+/// Others, 7bit to x-uuencode, leave the bytes as they are.
+Coding codingOf(std::string_view transferEncoding) noexcept {
+  if (equalsNoCase(transferEncoding, "base64")) return Coding::base64;
+  if (equalsNoCase(transferEncoding, "quoted-printable")) return Coding::quotedPrintable;
+  return Coding::none;
+}
+
+void appendBody(DataBuffer& out, std::string_view raw, Coding coding) {
+  switch (coding) {
+    case Coding::base64: return appendDecoded(out, raw, base64::decodedCapacity(raw.size()), base64::decode);
+    case Coding::quotedPrintable: return appendDecoded(out, raw, raw.size(), quotedPrintable::decode);
+    case Coding::none: return appendBytes(out, raw);
+  }
+}
+
+/// What one message may still hold, and which limits it met.
+struct Budget {
+  int parts = kMaxParts;
+  LimitSet limits;
+};
+
+}  // namespace
+
+class MimeParser::Run {
+ public:
+  /// @param level  of the entity that the text belongs to, the message itself being at level 1.
+  Run(std::string_view text, int level, Budget& budget) : m_text(text), m_level(level), m_budget(budget) {}
+
+  void parseMessage(MimeMessage2& root) {
+    --m_budget.parts;
+    open(root, 0, readHeader(root, 0));
+    splitParts();
+  }
+
+ private:
+  /// A multipart whose end was not met yet.
+  struct Open {
+    MimeMessage2* entity;
+    std::string_view boundary;
+    std::size_t bodyBegin;
+    bool keepsReceived;              ///< Its parts' bytes are kept as received.
+    bool insideSigned;
+    std::size_t partBegin = kNowhere;  ///< Of the part that is not yet ended.
+  };
+  struct Boundary {
+    std::size_t open;       ///< Index of the multipart that it belongs to.
+    bool closes;
+    std::size_t partEnd;    ///< The line break before a boundary is part of it.
+    std::size_t next;
+  };
+  struct Leaf {
+    MimeMessage2* entity = nullptr;
+    std::size_t bodyBegin = 0;
+  };
+
+  // Boundaries
+
+  std::size_t dashLineFrom(std::size_t from);
+  std::optional<Boundary> match(std::size_t position, const DashLine& line) const;
+  std::optional<Boundary> nextBoundary();
+
+  // Headers
+
+  std::size_t headerLimit(std::size_t begin);
+  std::size_t readHeader(MimeMessage2& entity, std::size_t begin);
+  std::size_t loadHeader(MimeMessage2& entity, std::size_t begin, std::size_t end);
+  std::size_t firstBoundaryIn(std::size_t begin, std::size_t end, std::string_view boundary) const;
+
+  // Parts
+
+  void splitParts();
+  void open(MimeMessage2& entity, std::size_t begin, std::size_t bodyBegin);
+  bool openMultipart(MimeMessage2& entity, std::size_t bodyBegin);
+  void addPart(std::size_t begin);
+  void endPart(std::size_t end);
+  void endTo(std::size_t stackSize, std::size_t end);
+  void close(std::size_t end);
+  void closeUnasked(std::size_t end);
+  void keepRestInLastPart();
+
+  // Bodies
+
+  void storeBody(MimeMessage2& entity, std::size_t begin, std::size_t end);
+  bool splitDecoded(const Open& multipart);
+  bool splitBodyOf(const Open& multipart);
+
+  int level() const noexcept { return m_level + static_cast<int>(m_open.size()); }
+
+  const std::string_view m_text;
+  const int m_level;
+  Budget& m_budget;
+  bool m_isDecoded = false;      ///< The text was found inside a transfer-encoded multipart.
+  std::vector<Open> m_open;      ///< Outermost first.
+  Leaf m_leaf;                   ///< The part whose body is running; none in a preamble or epilogue.
+  Leaf m_last;                   ///< The part that was begun last.
+  std::size_t m_cursor = 0;
+  std::size_t m_seenFrom = kNowhere;  ///< No dash line from here ...
+  std::size_t m_seenDash = 0;         ///< ... to this one.
+};
+
+// Boundaries
+
+std::size_t MimeParser::Run::dashLineFrom(std::size_t from) {
+  const bool isKnown = m_seenFrom <= from && from <= m_seenDash;
+  if (!isKnown) {
+    m_seenFrom = from;
+    m_seenDash = findDashLine(m_text, from);
+  }
+  return m_seenDash;
+}
+
+/// A line that fits several open multiparts belongs to the innermost.
+std::optional<MimeParser::Run::Boundary> MimeParser::Run::match(std::size_t position, const DashLine& line) const {
+  for (std::size_t i = m_open.size(); i-- > 0;) {
+    const std::string_view boundary = m_open[i].boundary;
+    if (!line.content.starts_with(boundary)) continue;
+    const std::string_view rest = line.content.substr(boundary.size());
+    if (rest.empty() || rest == "--")
+      return Boundary{i, !rest.empty(), beforeLineBreak(m_text, position), line.next};
+  }
+  return std::nullopt;
+}
+
+std::optional<MimeParser::Run::Boundary> MimeParser::Run::nextBoundary() {
+  if (m_open.empty()) return std::nullopt;
+  while (m_cursor < m_text.size()) {
+    const std::size_t position = dashLineFrom(m_cursor);
+    if (position == kNowhere) break;
+    const DashLine line = dashLineAt(m_text, position);
+    m_cursor = line.next;
+    if (auto boundary = match(position, line)) return boundary;
+  }
+  return std::nullopt;
+}
+
+// Headers
+
+/// Where the header that begins at `begin` has ended at the latest: a boundary may stand before its empty line. Looks no
+/// further than the header goes, and finds the dash lines that the body is searched for anyway.
+std::size_t MimeParser::Run::headerLimit(std::size_t begin) {
+  if (m_open.empty()) return m_text.size();
+  for (std::size_t from = begin;;) {
+    const std::size_t position = dashLineFrom(from);
+    if (position == kNowhere) return m_text.size();
+    const std::size_t searched = std::max(from, begin + 2) - 2;  // a line break may stand before `from`
+    if (hasEmptyLine(m_text.substr(searched, position - searched))) return position;
+    const DashLine line = dashLineAt(m_text, position);
+    if (position - begin > kHeaderReach || match(position, line)) return position;
+    from = line.next;
+  }
+}
+
+/// @return where the body begins.
+std::size_t MimeParser::Run::readHeader(MimeMessage2& entity, std::size_t begin) {
+  const bool isPart = !m_open.empty();
+  if (isPart) {
+    const std::size_t emptyLine = lineBreakSize(m_text.substr(begin));
+    if (emptyLine) return begin + emptyLine;
+  }
+  const std::size_t bodyBegin = loadHeader(entity, begin, headerLimit(begin));
+  if (!entity.isMultipart() || !entity.repairs().has(Repair::headerSyntax)) return bodyBegin;
+
+  // Without an empty line behind it, the header of a multipart ends at the latest where its first part begins.
+  const std::size_t first = firstBoundaryIn(begin, bodyBegin, boundaryOf(entity.m_contentType));
+  if (first == kNowhere) return bodyBegin;
+  entity.reset();
+  entity.addRepair(Repair::headerSyntax);
+  return loadHeader(entity, begin, first);
+}
+
+std::size_t MimeParser::Run::loadHeader(MimeMessage2& entity, std::size_t begin, std::size_t end) {
+  const MimeHeader::Extent extent = entity.m_header.loadFromEntity(m_text.substr(begin, end - begin));
+  if (extent.malformed) entity.addRepair(Repair::headerSyntax);
+  m_budget.limits.add(extent.limits);
+  entity.readContentFields(m_budget.limits);
+  return begin + extent.bodyOffset;
+}
+
+std::size_t MimeParser::Run::firstBoundaryIn(std::size_t begin, std::size_t end, std::string_view boundary) const {
+  if (boundary.empty()) return kNowhere;
+  const std::string_view header = m_text.substr(0, end);
+  for (std::size_t at = begin; at < end;) {
+    const std::size_t position = findDashLine(header, at);
+    if (position == kNowhere) break;
+    const DashLine line = dashLineAt(header, position);
+    if (line.content == boundary) return position;
+    at = line.next;
+  }
+  return kNowhere;
+}
+
+// Parts
+
+void MimeParser::Run::splitParts() {
+  while (const auto boundary = nextBoundary()) {
+    // At the end of the text a boundary begins nothing.
+    const bool beginsPart = !boundary->closes && !trimLeft(m_text.substr(boundary->next)).empty();
+    if (beginsPart && m_budget.parts == 0) return keepRestInLastPart();
+    endTo(boundary->open + 1, boundary->partEnd);
+    endPart(boundary->partEnd);
+    if (boundary->closes) close(boundary->partEnd);
+    if (beginsPart) addPart(boundary->next);
+  }
+  endTo(0, m_text.size());
+}
+
+void MimeParser::Run::open(MimeMessage2& entity, std::size_t begin, std::size_t bodyBegin) {
+  m_last = {&entity, bodyBegin};
+  if (!m_open.empty()) m_open.back().partBegin = begin;
+  if (!openMultipart(entity, bodyBegin)) m_leaf = m_last;
+  m_cursor = bodyBegin;
+}
+
+bool MimeParser::Run::openMultipart(MimeMessage2& entity, std::size_t bodyBegin) {
+  if (!entity.isMultipart()) return false;
+  const std::string_view boundary = boundaryOf(entity.m_contentType);
+  if (boundary.empty()) {
+    entity.addRepair(Repair::boundaryMissing);
+    return false;
+  }
+  if (level() >= kMaxDepth) {
+    m_budget.limits.add(Limit::depth);
+    return false;
+  }
+  const bool insideSigned = !m_open.empty() && (m_open.back().insideSigned || m_open.back().keepsReceived);
+  const bool isSigned = equalsNoCase(entity.m_contentType.m_type, "multipart/signed");
+  m_open.push_back({&entity, boundary, bodyBegin, isSigned && !insideSigned, insideSigned});
+  return true;
+}
+
+void MimeParser::Run::addPart(std::size_t begin) {
+  --m_budget.parts;
+  MimeMessage2& parent = *m_open.back().entity;
+  Owned<MimeMessage2> owned(new MimeMessage2());
+  MimeMessage2& part = *owned;
+  parent.m_parts.push_back(std::move(owned));
+  const std::size_t bodyBegin = readHeader(part, begin);
+  const bool inDigest = equalsNoCase(parent.m_contentType.m_type, "multipart/digest");
+  if (inDigest && part.m_contentType.m_type.isEmpty()) part.m_contentType.m_type.setString("message/rfc822");
+  open(part, begin, bodyBegin);
+}
+
+/// The part of the innermost open multipart ends.
+void MimeParser::Run::endPart(std::size_t end) {
+  Open& multipart = m_open.back();
+  const std::size_t begin = std::exchange(multipart.partBegin, kNowhere);
+  if (!multipart.keepsReceived || begin == kNowhere) return;
+  auto received = std::make_unique<DataBuffer>();
+  appendBytes(*received, m_text.substr(begin, std::max(begin, end) - begin));
+  multipart.entity->m_parts.back()->m_receivedBytes = std::move(received);
+}
+
+/// Ends the running body, and every multipart above the first `stackSize` of the stack.
+void MimeParser::Run::endTo(std::size_t stackSize, std::size_t end) {
+  const Leaf leaf = std::exchange(m_leaf, Leaf());
+  if (leaf.entity) storeBody(*leaf.entity, leaf.bodyBegin, end);
+  while (m_open.size() > stackSize) closeUnasked(end);
+}
+
+/// The innermost open multipart was closed. One that has no parts must not lose what it has.
+void MimeParser::Run::close(std::size_t end) {
+  const Open multipart = m_open.back();
+  m_open.pop_back();
+  MimeMessage2& entity = *multipart.entity;
+  if (!entity.m_parts.empty()) return;
+  storeBody(entity, multipart.bodyBegin, end);
+  if (!splitDecoded(multipart)) entity.addRepair(Repair::boundaryMissing);
+}
+
+/// The innermost open multipart ends where something around it does.
+void MimeParser::Run::closeUnasked(std::size_t end) {
+  endPart(end);
+  if (!m_open.back().entity->m_parts.empty()) m_open.back().entity->addRepair(Repair::boundaryUnclosed);
+  close(end);
+}
+
+/// One part too many: it and all behind it, up to where the outermost multipart closes, stay in the part before it, which is
+/// no longer taken for encoded, so that it is written as it came.
+void MimeParser::Run::keepRestInLastPart() {
+  m_budget.limits.add(Limit::parts);
+  std::size_t end = m_text.size();
+  while (const auto boundary = nextBoundary()) {
+    if (boundary->open != 0 || !boundary->closes) continue;
+    end = boundary->partEnd;
+    break;
+  }
+  m_last.entity->m_transferEncoding.clear();
+  m_last.entity->m_body.clear();
+  storeBody(*m_last.entity, m_last.bodyBegin, end);
+}
+
+// Bodies
+
+void MimeParser::Run::storeBody(MimeMessage2& entity, std::size_t begin, std::size_t end) {
+  const std::string_view raw = m_text.substr(begin, std::max(begin, end) - begin);
+  const Coding coding = codingOf(entity.m_transferEncoding);
+  const bool isText = !entity.m_charset.isEmpty() && isConvertibleText(entity.ownTraits());
+  if (!isText) return appendBody(entity.m_body, raw, coding);
+
+  const char* const charset = entity.m_charset.getString();
+  if (coding == Coding::none) {
+    if (!entity.setBodyFromText(raw, charset)) appendBytes(entity.m_body, raw);
+    return;
+  }
+  appendBody(entity.m_body, raw, coding);
+  entity.setBodyFromText(entity.m_body.view(), charset);
+}
+
+/// A multipart must not be transfer-encoded (RFC 2045, 6.4), but some are. Looks for the boundary in the decoded body, but not
+/// again inside what was found that way: that would make a message as deep as its sender likes.
+bool MimeParser::Run::splitDecoded(const Open& multipart) {
+  MimeMessage2& entity = *multipart.entity;
+  if (m_isDecoded || codingOf(entity.m_transferEncoding) == Coding::none) return false;
+  DataBuffer body;
+  body.takeData(entity.m_body);
+  Run inner(body.view(), level(), m_budget);
+  inner.m_isDecoded = true;
+  if (!inner.splitBodyOf(multipart)) {
+    entity.m_body.takeData(body);
+    return false;
+  }
+  // Its parts stand in the clear now.
+  entity.m_transferEncoding.clear();
+  entity.m_header.removeMimeField("Content-Transfer-Encoding", /*all=*/true);
+  return true;
+}
+
+/// Splits the whole text as the body of a multipart whose header stood elsewhere.
+bool MimeParser::Run::splitBodyOf(const Open& multipart) {
+  if (firstBoundaryIn(0, m_text.size(), multipart.boundary) == kNowhere) return false;
+  m_open.push_back(multipart);
+  m_open.back().bodyBegin = 0;
+  m_last = {multipart.entity, 0};
+  splitParts();
+  return !multipart.entity->m_parts.empty();
+}
+
+void MimeParser::parse(std::string_view text, MimeMessage2& root, LogBase& log) {
+  Budget budget;
+  Run run(skipPrologue(text), /*level=*/1, budget);
+  run.parseMessage(root);
+  root.m_limits = budget.limits;
+  for (const LimitName& limit : kLimitNames)
+    if (budget.limits.has(limit.limit)) log.logError(std::string("Limit met: ").append(limit.name));
+}
+
+}  // namespace mailtree

@@ -1,0 +1,199 @@
+#include "mailtree/base/Output.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+
+namespace mailtree {
+namespace {
+
+namespace fs = std::filesystem;
+
+class StopAfter final : public ProgressMonitor {
+ public:
+  explicit StopAfter(std::uint64_t bytes) : m_limit(bytes) {}
+  bool onProgress(std::uint64_t bytesDone) override {
+    ++m_asked;
+    return bytesDone <= m_limit;
+  }
+  int m_asked = 0;
+
+ private:
+  std::uint64_t m_limit;
+};
+
+std::string contentOf(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+TEST(Output, that_was_aborted_stays_failed_even_with_fresh_progress) {
+  StopAfter monitor(4);
+  ProgressContext progress(&monitor);
+  DataBuffer bytes;
+  MemoryOutput output(bytes);
+  LogNull log;
+  EXPECT_TRUE(output.write("abcd", progress, log));
+  EXPECT_FALSE(output.write("e", progress, log));
+  EXPECT_TRUE(progress.aborted());
+  EXPECT_FALSE(output.write("f", progress, log));
+  EXPECT_EQ(monitor.m_asked, 2) << "an aborted operation is not asked about again";
+  ProgressContext fresh(nullptr);
+  EXPECT_FALSE(output.write("g", fresh, log));
+  EXPECT_EQ(bytes.view(), "abcde");
+  MemoryOutput other(bytes);
+  EXPECT_FALSE(other.write("h", progress, log)) << "an aborted operation writes to no other sink either";
+  EXPECT_EQ(bytes.view(), "abcde");
+  EXPECT_FALSE(progress.advance(0));
+  EXPECT_EQ(monitor.m_asked, 2);
+}
+
+TEST(Output, treats_a_monitor_or_stream_that_throws_as_failed) {
+  class Thrower final : public ProgressMonitor {
+    bool onProgress(std::uint64_t) override { throw 1; }
+  } thrower;
+  LogMemory log;
+  std::ostringstream text;
+  StreamOutput output(text);
+  ProgressContext progress(&thrower);
+  EXPECT_FALSE(output.write("x", progress, log));
+
+  std::ostringstream broken;
+  broken.exceptions(std::ios::badbit);
+  StreamOutput failing(broken);
+  ProgressContext quiet(nullptr);
+  EXPECT_TRUE(failing.write("x", quiet, log));
+  try {
+    broken.setstate(std::ios::badbit);
+  } catch (const std::ios_base::failure&) {
+  }
+  EXPECT_FALSE(failing.write("x", quiet, log));
+  EXPECT_FALSE(log.entries().empty());
+}
+
+class FileOutputTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    m_folder = fs::path(testing::TempDir()) / ("mailtree-output-" + std::to_string(getpid()));
+    fs::create_directories(m_folder);
+  }
+  void TearDown() override { fs::remove_all(m_folder); }
+  std::string path(const char* name) const { return (m_folder / name).string(); }
+  long entries() const { return std::distance(fs::directory_iterator(m_folder), fs::directory_iterator()); }
+  bool save(const std::string& target, std::string_view bytes) {
+    FileOutput output;
+    return output.open(target.c_str(), m_log) && output.write(bytes, m_progress, m_log) &&
+           output.commit(m_log);
+  }
+
+  fs::path m_folder;
+  LogMemory m_log;
+  ProgressContext m_progress{nullptr};
+};
+
+TEST_F(FileOutputTest, shows_a_file_only_when_it_is_whole) {
+  std::ofstream(path("f")) << "old";
+  {
+    FileOutput output;
+    ASSERT_TRUE(output.open(path("f").c_str(), m_log));
+    ASSERT_TRUE(output.write(std::string(200000, 'n'), m_progress, m_log));
+    EXPECT_EQ(contentOf(path("f")), "old");
+  }
+  EXPECT_EQ(contentOf(path("f")), "old") << "never committed";
+  EXPECT_EQ(entries(), 1) << "the temporary went";
+  EXPECT_TRUE(save(path("f"), "new"));
+  EXPECT_EQ(contentOf(path("f")), "new");
+  EXPECT_EQ(entries(), 1);
+}
+
+TEST_F(FileOutputTest, is_not_committed_after_an_abort) {
+  StopAfter monitor(0);
+  ProgressContext progress(&monitor);
+  FileOutput output;
+  ASSERT_TRUE(output.open(path("f").c_str(), m_log));
+  EXPECT_FALSE(output.write("x", progress, m_log));
+  EXPECT_FALSE(output.commit(m_log));
+  EXPECT_EQ(entries(), 0);
+}
+
+TEST_F(FileOutputTest, honours_the_umask_and_keeps_permissions_of_what_it_replaces) {
+  const mode_t before = umask(027);
+  EXPECT_TRUE(save(path("fresh"), "x"));
+  std::ofstream(path("old")) << "x";
+  fs::permissions(path("old"), fs::perms(0604));
+  EXPECT_TRUE(save(path("old"), "y"));
+  umask(before);
+  EXPECT_EQ(static_cast<int>(fs::status(path("fresh")).permissions()), 0640);
+  EXPECT_EQ(static_cast<int>(fs::status(path("old")).permissions()), 0604);
+}
+
+TEST_F(FileOutputTest, writes_through_a_symbolic_link) {
+  fs::create_directory(path("below"));
+  std::ofstream(path("below/real")) << "old";
+  fs::create_symlink("below/real", path("link"));
+  EXPECT_TRUE(save(path("link"), "new"));
+  EXPECT_TRUE(fs::is_symlink(path("link")));
+  EXPECT_EQ(contentOf(path("below/real")), "new");
+}
+
+TEST_F(FileOutputTest, takes_names_of_any_length_the_host_takes) {
+  EXPECT_TRUE(save(path(std::string(255, 'x').c_str()), "x"));
+  EXPECT_FALSE(save(path(std::string(256, 'x').c_str()), "x"));
+  EXPECT_EQ(entries(), 1) << "a name refused at the end leaves nothing behind";
+}
+
+TEST_F(FileOutputTest, writes_straight_to_what_is_no_regular_file) {
+  const std::string fifo = path("fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  std::string read;
+  std::thread reader([&] { read = contentOf(fifo); });
+  EXPECT_TRUE(save(fifo, "through the pipe"));
+  reader.join();
+  EXPECT_EQ(read, "through the pipe");
+  EXPECT_TRUE(fs::is_fifo(fifo));
+  EXPECT_TRUE(save("/dev/null", "x"));
+}
+
+TEST_F(FileOutputTest, does_not_replace_the_file_behind_an_open_stream) {
+  const FilePtr open(std::fopen(path("log").c_str(), "w"));
+  ASSERT_TRUE(open);
+  std::fputs("before ", open.get());
+  std::fflush(open.get());
+  EXPECT_TRUE(save("/dev/fd/" + std::to_string(fileno(open.get())), "after"));
+  EXPECT_EQ(contentOf(path("log")), "before after");
+}
+
+TEST_F(FileOutputTest, says_why_it_could_not_write) {
+  std::ofstream(path("file")) << "x";
+  std::ofstream(path("readonly")) << "x";
+  fs::permissions(path("readonly"), fs::perms(0444));
+  const struct {
+    std::string target;
+    const char* reason;
+  } rows[] = {
+      {path("missing/f"), "No such file or directory"},
+      {path("file/f"), "Not a directory"},
+      {m_folder.string(), "Is a directory"},
+      {"", "No such file or directory"},
+      {"/dev/full", "No space left on device"},
+      {path("readonly"), "Permission denied"},
+  };
+  for (const auto& row : rows) {
+    if (row.target == path("readonly") && geteuid() == 0) continue;  // the superuser may write anything
+    m_log.clear();
+    EXPECT_FALSE(save(row.target, "x")) << row.target;
+    ASSERT_FALSE(m_log.entries().empty()) << row.target;
+    EXPECT_EQ(m_log.entries().back().text, row.reason) << row.target;
+  }
+  EXPECT_EQ(entries(), 2);
+  EXPECT_FALSE(FileOutput().open("", m_log)) << "told before anything is written";
+}
+
+}  // namespace
+}  // namespace mailtree

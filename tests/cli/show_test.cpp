@@ -1,0 +1,187 @@
+// What `mailtree show` tells a person and a program.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tests/cli/command.h"
+
+namespace mailtree::cli_test {
+namespace {
+
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::Not;
+
+std::string shapeOf(const json& node) {
+  std::string text = node["content_type"];
+  if (node["parts"].empty()) return text;
+  text += '(';
+  for (const json& part : node["parts"]) text += (text.back() == '(' ? "" : ",") + shapeOf(part);
+  return text + ')';
+}
+
+TEST(Show, tells_the_shape_of_every_sample) {
+  const struct {
+    const char* sample;
+    const char* shape;
+    std::vector<int> attachments;
+    int plain, html;  // -1: none
+  } rows[] = {
+      {"plain", "text/plain", {}, 0, -1},
+      {"no-mime", "text/plain", {}, 0, -1},
+      {"newsletter", "multipart/alternative(text/plain,multipart/related(text/html,image/png))", {}, 1, 3},
+      {"attachments", "multipart/mixed(text/plain,application/pdf,text/csv,image/png,application/zip)", {2, 3, 4, 5}, 1, -1},
+      {"japanese", "text/plain", {}, 0, -1},
+      {"cyrillic", "text/plain", {}, 0, -1},
+      {"delivery-report", "multipart/report(text/plain,message/delivery-status,message/rfc822)", {}, -1, -1},
+      {"digest", "multipart/mixed(text/plain,multipart/digest(message/rfc822,message/rfc822))", {}, 1, -1},
+      {"forwarded", "multipart/mixed(text/plain,message/rfc822)", {}, 1, -1},
+      {"invitation", "multipart/mixed(multipart/alternative(text/plain,text/calendar),application/ics)", {4}, 2, -1},
+      {"uuencoded", "text/plain", {}, 0, -1},
+      {"signed",
+       "multipart/signed(multipart/mixed(text/plain,text/plain),application/pkcs7-signature)",
+       {3, 4},
+       2,
+       -1},
+      {"broken",
+       "multipart/mixed(text/plain,multipart/alternative(text/plain,text/html),application/octet-stream)",
+       {5},
+       3,
+       4},
+  };
+  for (const auto& row : rows) {
+    const Result result = mailtree("show --json " + sample(row.sample));
+    ASSERT_EQ(result.status, 0) << row.sample << result.err;
+    const json message = json::parse(result.out);
+    EXPECT_EQ(shapeOf(message["tree"]), row.shape) << row.sample;
+    EXPECT_EQ(message["attachments"], json(row.attachments)) << row.sample;
+    EXPECT_EQ(message["plain_text"], row.plain < 0 ? json() : json(row.plain)) << row.sample;
+    EXPECT_EQ(message["html"], row.html < 0 ? json() : json(row.html)) << row.sample;
+  }
+}
+
+TEST(Show, gives_programs_decoded_header_facts) {
+  const json message = json::parse(mailtree("show --json --headers " + sample("newsletter")).out);
+  EXPECT_EQ(message["schema"], 1);
+  EXPECT_EQ(message["subject"], "Die Woche im Hofladen: Möhren, Äpfel und Brot 🥖");
+  EXPECT_EQ(message["from"], json({{"name", "Grünkohl & Freunde"}, {"address", "brief@gruenkohl.example"}}));
+  EXPECT_EQ(message["to"][0]["name"], "Jörg Müller");
+  EXPECT_EQ(message["date"], "2026-04-16T06:00:00Z");
+  EXPECT_EQ(message["message_id"], "<kw16.8841@gruenkohl.example>");
+  EXPECT_EQ(message["headers"][0], json({"Date", "Thu, 16 Apr 2026 06:00:00 +0000"}));
+  EXPECT_EQ(message["security"]["received_signed"], false);
+  EXPECT_TRUE(message["limits"].empty());
+  const json image = message["tree"]["parts"][1]["parts"][1];
+  EXPECT_EQ(image["id"], 4);
+  EXPECT_EQ(image["filename"], "logo.png");
+  EXPECT_EQ(image["content_id"], "<logo.1207@gruenkohl.example>");
+  EXPECT_EQ(image["disposition"], "inline");
+  EXPECT_TRUE(image["text_sha256"].is_null());
+}
+
+TEST(Show, hashes_text_as_utf8_with_plain_line_ends_and_bytes_as_stored) {
+  const Workspace work;
+  const std::string head = "Content-Type: text/plain; charset=iso-8859-1\r\n\r\n";
+  const json crlf = json::parse(mailtree("show --json " + work.write("a", head + "caf\xE9\r\nb \r\n\r\n")).out)["tree"];
+  const json lf = json::parse(mailtree("show --json " + work.write("b", head + "caf\xE9\nb")).out)["tree"];
+  EXPECT_EQ(crlf["text_sha256"], lf["text_sha256"]);
+  EXPECT_NE(crlf["sha256"], lf["sha256"]);
+  EXPECT_EQ(lf["size"], 7) << "é takes two bytes in utf-8";
+}
+
+TEST(Show, says_null_for_what_is_not_there) {
+  const Workspace work;
+  const Result result = mailtree("show --json " + work.write("empty.eml", ""));
+  EXPECT_EQ(result.status, 0) << "an empty file is a message without fields";
+  const json message = json::parse(result.out);
+  for (const char* key : {"subject", "from", "date", "message_id", "html"}) EXPECT_TRUE(message[key].is_null()) << key;
+  EXPECT_EQ(message["tree"]["content_type"], "text/plain");
+  EXPECT_EQ(message["tree"]["size"], 0);
+  const json badDate = json::parse(mailtree("show --json " + work.write("d", "Date: soon\r\nReceived: x; 1 Jan 2026 00:00 +0000\r\n\r\n")).out);
+  EXPECT_TRUE(badDate["date"].is_null()) << "an unreadable Date does not fall through to Received";
+}
+
+TEST(Show, draws_the_tree_for_a_person) {
+  const Result result = mailtree("show --verbose " + sample("attachments"));
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.out, HasSubstr("From:    \"Ortiz, Carmen\" <carmen.ortiz@atlas.example>\n"));
+  EXPECT_THAT(result.out, HasSubstr("Date:    Mon, 20 Apr 2026 20:45:09 +0000\n")) << "in the reader's own zone";
+  EXPECT_THAT(result.out, HasSubstr("|- 1 text/plain  iso-8859-1  quoted-printable  81 B  [body]\n"));
+  EXPECT_THAT(result.out, HasSubstr("Preisliste Straßen.csv  [attachment: Yes (disposition=attachment)]\n"));
+  EXPECT_THAT(result.out, HasSubstr("`- 5 application/zip"));
+  EXPECT_THAT(result.out, HasSubstr("\n  the offer is attached, the price list too (Lindenstraße is new).\n"));
+  EXPECT_THAT(result.out, Not(HasSubstr("\033"))) << "no colour away from a terminal";
+}
+
+TEST(Show, colours_only_when_asked_away_from_a_terminal) {
+  EXPECT_THAT(mailtree("show --color " + sample("plain")).out, HasSubstr("\033[36mtext/plain\033[0m"));
+  EXPECT_THAT(mailtree("show --color --no-color " + sample("plain")).status, 2);
+}
+
+TEST(Show, lets_no_control_character_of_a_mail_reach_the_terminal) {
+  const Workspace work;
+  const std::string file = work.write("evil\x1b[1m.eml",
+                                      "Subject: =?utf-8?Q?=1B[2Jgone=C2=9B5m=7F?= \x1b]0;title\x07\r\n"
+                                      "From: \x1b[31m <a@b.example>\r\n"
+                                      "Content-Type: text/plain; charset=utf-8; name=\"\x1b[2J\"\r\n\r\n"
+                                      "text \x1b[2J \xC2\x9B \xE2\x80\xAE \x07 end\r\n");
+  for (const std::string verb : {"show ", "show --headers -v ", "show --json --headers ", "headers "}) {
+    const Result result = mailtree(verb + "'" + file + "'");
+    EXPECT_EQ(result.status, 0) << verb;
+    for (const char* danger : {"\033", "\007", "\177", "\xC2\x9B"}) EXPECT_THAT(result.out, Not(HasSubstr(danger))) << verb;
+  }
+  EXPECT_THAT(mailtree("show '" + file + "'").out, Not(HasSubstr("\xE2\x80\xAE"))) << "no direction override either";
+}
+
+TEST(Show, names_what_it_repaired) {
+  const std::string out = mailtree("show -v " + sample("broken")).out;
+  for (const char* repair : {"closing boundary missing", "wrong or unknown charset", "unusable content type", "broken header"})
+    EXPECT_THAT(out, HasSubstr(repair));
+  EXPECT_THAT(mailtree("show " + sample("broken")).out, HasSubstr("[repaired]"));
+  EXPECT_THAT(mailtree("show -v " + sample("plain")).out, Not(HasSubstr("repaired")));
+}
+
+TEST(Show, goes_on_after_a_file_it_cannot_read) {
+  const Workspace work;
+  const Result result = mailtree("show " + sample("plain") + " " + work.path("missing") + " " + work.folder().string() + " " + sample("no-mime"));
+  EXPECT_EQ(result.status, 3);
+  EXPECT_THAT(result.out, HasSubstr("Boat for Saturday"));
+  EXPECT_THAT(result.out, HasSubstr("no MIME at all"));
+  EXPECT_THAT(result.err, HasSubstr("mailtree: " + work.path("missing") + ": No such file or directory\n"));
+  EXPECT_THAT(result.err, HasSubstr("mailtree: " + work.folder().string() + ": Is a directory\n"));
+}
+
+TEST(Show, reads_standard_input) {
+  EXPECT_THAT(mailtree("show - < " + sample("plain")).out, HasSubstr("Boat for Saturday"));
+  EXPECT_THAT(mailtree("show --json - < " + sample("plain")).out, HasSubstr("\"file\":\"-\""));
+  EXPECT_THAT(mailtree("show - < /dev/null").status, 0);
+}
+
+TEST(Show, reports_a_limit_and_still_gives_the_result) {
+  const Workspace work;
+  std::string deep, ends;
+  for (int i = 0; i < 150; ++i) deep += "Content-Type: multipart/mixed; boundary=b" + std::to_string(i) + "\r\n\r\n--b" + std::to_string(i) + "\r\n";
+  for (int i = 149; i >= 0; --i) ends += "\r\n--b" + std::to_string(i) + "--\r\n";
+  const Result result = mailtree("show --json " + work.write("deep.eml", deep + "\r\nbottom" + ends));
+  EXPECT_EQ(result.status, 4);
+  EXPECT_EQ(json::parse(result.out)["limits"], json({"nesting deeper than 100 levels"}));
+  EXPECT_THAT(result.err, HasSubstr("nesting deeper than 100 levels"));
+}
+
+TEST(Command, answers_wrong_usage_with_status_2_and_help_with_an_example) {
+  for (const char* line : {"", "nosuchverb", "show", "show --nosuch x", "write", "headers", "write a b c"}) {
+    const Result result = mailtree(line);
+    EXPECT_EQ(result.status, 2) << line;
+    EXPECT_THAT(result.err, HasSubstr("mailtree: ")) << line;
+    EXPECT_EQ(result.out, "") << line;
+  }
+  for (const std::string verb : {"show", "write", "headers"}) {
+    const Result result = mailtree(verb + " --help");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.out, HasSubstr("Example:\n  mailtree " + verb)) << verb;
+  }
+}
+
+}  // namespace
+}  // namespace mailtree::cli_test

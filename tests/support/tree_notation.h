@@ -1,0 +1,46 @@
+// tests/support/tree_notation.h - email trees as short text, so that a structure test is a row.
+//
+//   mixed(alternative(plain,html),pdf:attachment)
+//
+//   node        word [attributes] [":" disposition] ["(" node {"," node} ")"], without blanks
+//   word        mixed, alternative (or alt), related, digest, report, signed, encrypted, fax, plain, html,
+//               calendar, pdf, png, zip, octet, rfc822, delivery, p7s, none (no media type at all), or a
+//               media type such as image/x-tiff
+//   attributes  "[" key=value {"," key=value} "]", keys:
+//               name   name parameter of the Content-Type
+//               file   filename parameter of the Content-Disposition
+//               cid    Content-ID
+//               enc    transfer encoding
+//               class  Content-Class field
+//               body   body of the part
+//   Defaults    A leaf's body is its word; text, multiparts and messages are 7bit, everything else is base64.
+//               The root is a new message with its default fields, every other node a bare one.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "mailtree/email/Email2.h"
+
+namespace mailtree {
+
+/// The tree that the text describes. Throws std::invalid_argument, naming the place, when the text is no
+/// tree.
+EmailPtr buildTree(std::string_view text);
+
+enum class TreeDetail {
+  dispositions,  ///< Words and dispositions.
+  names          ///< Also [name=...,file=...] where there are any.
+};
+
+/// The text of a tree: each node by its word, or its media type where it has no word; "null" for an empty
+/// place and "dead" for a destroyed node.
+std::string printTree(const Email2* node, TreeDetail detail = TreeDetail::dispositions);
+inline std::string printTree(const EmailPtr& node, TreeDetail detail = TreeDetail::dispositions) {
+  return printTree(node.get(), detail);
+}
+inline std::string printTree(const Email2& node, TreeDetail detail = TreeDetail::dispositions) {
+  return printTree(&node, detail);
+}
+
+}  // namespace mailtree
