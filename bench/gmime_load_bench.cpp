@@ -1,4 +1,5 @@
-// The same work done by GMime, in the same program and run: parse, decode every leaf, convert text, read the facts.
+// The same work done by GMime, in the same program and run: parse, decode every leaf, convert text, read the
+// facts.
 #include <benchmark/benchmark.h>
 #include <gmime/gmime.h>
 
@@ -13,12 +14,14 @@ std::size_t lengthOf(const char* text) { return text ? std::string_view(text).si
 
 std::size_t readFacts(GMimeMessage* message) {
   std::size_t sum = lengthOf(g_mime_message_get_subject(message));
-  for (const GMimeAddressType type : {GMIME_ADDRESS_TYPE_FROM, GMIME_ADDRESS_TYPE_TO, GMIME_ADDRESS_TYPE_CC}) {
+  for (const GMimeAddressType type :
+       {GMIME_ADDRESS_TYPE_FROM, GMIME_ADDRESS_TYPE_TO, GMIME_ADDRESS_TYPE_CC}) {
     InternetAddressList* list = g_mime_message_get_addresses(message, type);
     for (int i = 0; list && i < internet_address_list_length(list); ++i)
       sum += lengthOf(internet_address_get_name(internet_address_list_get_address(list, i)));
   }
-  if (GDateTime* date = g_mime_message_get_date(message)) sum += static_cast<std::size_t>(g_date_time_get_year(date));
+  if (GDateTime* date = g_mime_message_get_date(message))
+    sum += static_cast<std::size_t>(g_date_time_get_year(date));
   return sum;
 }
 
@@ -61,7 +64,8 @@ void loadSet(benchmark::State& state, const MessageSet& set) {
 
 const bool kRegistered = [] {
   for (const MessageSet& set : allSets())
-    benchmark::RegisterBenchmark((std::string("load/") + set.name + "/gmime").c_str(), loadSet, std::cref(set));
+    benchmark::RegisterBenchmark((std::string("load/") + set.name + "/gmime").c_str(), loadSet,
+                                 std::cref(set));
   return true;
 }();
 

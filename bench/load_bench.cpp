@@ -11,7 +11,8 @@ EmailPtr load(const std::string& message) {
   const RefPtr<_svEmailCommon> common(new _svEmailCommon);
   SystemCerts certs;
   LogNull log;
-  return EmailPtr(Email2::createFromMimeText2a(*common, message.data(), static_cast<int>(message.size()), certs, log, false));
+  return EmailPtr(Email2::createFromMimeText2a(*common, message.data(), static_cast<int>(message.size()),
+                                               certs, log, false));
 }
 
 /// Subject, sender, recipients and date, as every reader of mail asks for them.
@@ -20,7 +21,8 @@ std::size_t readFacts(Email2& root) {
   StringBuffer text;
   root.getSubjectUtf8(text, log);
   std::size_t sum = text.getSize() + root.m_fromAddr.m_name.view().size() + root.m_date.m_year;
-  for (int i = 0; i < root.m_toAddrs.getSize(); ++i) sum += root.m_toAddrs.at<_svEmailAddress>(i)->m_name.view().size();
+  for (int i = 0; i < root.m_toAddrs.getSize(); ++i)
+    sum += root.m_toAddrs.at<_svEmailAddress>(i)->m_name.view().size();
   return sum;
 }
 
@@ -68,7 +70,8 @@ void growth(benchmark::State& state, Generator generate) {
 
 const bool kRegistered = [] {
   for (const MessageSet& set : allSets()) {
-    benchmark::RegisterBenchmark((std::string("load/") + set.name + "/mailtree").c_str(), loadSet, std::cref(set));
+    benchmark::RegisterBenchmark((std::string("load/") + set.name + "/mailtree").c_str(), loadSet,
+                                 std::cref(set));
     benchmark::RegisterBenchmark((std::string("write/") + set.name).c_str(), writeSet, std::cref(set));
   }
   return true;

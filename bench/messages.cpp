@@ -26,7 +26,8 @@ class Writer {
     std::string text;
     std::size_t line = 0, words = 0;
     while (text.size() < size) {
-      const std::string next = !foreign.empty() && ++words % every == 0 ? foreign[m_random() % foreign.size()] : word();
+      const std::string next =
+          !foreign.empty() && ++words % every == 0 ? foreign[m_random() % foreign.size()] : word();
       text += next;
       line += next.size() + 1;
       text += line > 68 ? "\r\n" : " ";
@@ -71,14 +72,18 @@ std::string encodedWord(std::string_view utf8) {
 }
 
 std::string received(Writer& w) {
-  return "Received: from " + w.word() + ".example (" + w.word() + ".example [192.0.2." + std::to_string(w.between(1, 254)) +
-         "])\r\n\tby mx." + w.word() + ".example with ESMTPS id " + w.token(12) +
-         "\r\n\tfor <reader@example.org>; Tue, 14 Apr 2026 09:12:" + std::to_string(w.between(10, 59)) + " +0200\r\n";
+  return "Received: from " + w.word() + ".example (" + w.word() + ".example [192.0.2." +
+         std::to_string(w.between(1, 254)) + "])\r\n\tby mx." + w.word() + ".example with ESMTPS id " +
+         w.token(12) +
+         "\r\n\tfor <reader@example.org>; Tue, 14 Apr 2026 09:12:" + std::to_string(w.between(10, 59)) +
+         " +0200\r\n";
 }
 
 std::string signature(Writer& w) {
-  std::string text = "DKIM-Signature: v=1; a=rsa-sha256; c=relaxed/relaxed; d=example.org; s=mail;\r\n"
-                     "\th=from:to:subject:date:message-id; bh=" + w.token(43) + "=;\r\n\tb=" + w.token(64);
+  std::string text =
+      "DKIM-Signature: v=1; a=rsa-sha256; c=relaxed/relaxed; d=example.org; s=mail;\r\n"
+      "\th=from:to:subject:date:message-id; bh=" +
+      w.token(43) + "=;\r\n\tb=" + w.token(64);
   for (int i = 0; i < 4; ++i) text += "\r\n\t " + w.token(70);
   return text + "\r\n";
 }
@@ -89,39 +94,48 @@ std::string head(Writer& w) {
   text += signature(w);
   text += "Date: Tue, 14 Apr 2026 09:12:" + std::to_string(w.between(10, 59)) + " +0200\r\n";
   text += "From: " + encodedWord("Jörg " + w.word()) + " <" + w.word() + "@example.org>\r\n";
-  text += "To: \"" + w.word() + ", " + w.word() + "\" <" + w.word() + "@example.com>, " + w.word() + "@example.net\r\n";
+  text += "To: \"" + w.word() + ", " + w.word() + "\" <" + w.word() + "@example.com>, " + w.word() +
+          "@example.net\r\n";
   text += "Cc: " + w.word() + " <" + w.word() + "@example.com>\r\n";
-  text += "Subject: Re: " + encodedWord("Größe und Maß " + w.word()) + "\r\n " + encodedWord("für " + w.word()) + "\r\n";
-  text += "Message-ID: <" + w.token(24) + "@example.org>\r\nIn-Reply-To: <" + w.token(24) + "@example.org>\r\n";
+  text += "Subject: Re: " + encodedWord("Größe und Maß " + w.word()) + "\r\n " +
+          encodedWord("für " + w.word()) + "\r\n";
+  text +=
+      "Message-ID: <" + w.token(24) + "@example.org>\r\nIn-Reply-To: <" + w.token(24) + "@example.org>\r\n";
   text += "References: <" + w.token(24) + "@example.org>\r\n <" + w.token(24) + "@example.org>\r\n";
   for (std::size_t n = w.between(5, 9); n > 0; --n) text += "X-" + w.word() + ": " + w.prose(40, {}, 1);
   return text + "MIME-Version: 1.0\r\n";
 }
 
 std::string part(std::string_view type, std::string_view encoding, std::string_view body) {
-  return "Content-Type: " + std::string(type) + "\r\nContent-Transfer-Encoding: " + std::string(encoding) + "\r\n\r\n" +
-         std::string(body);
+  return "Content-Type: " + std::string(type) + "\r\nContent-Transfer-Encoding: " + std::string(encoding) +
+         "\r\n\r\n" + std::string(body);
 }
 
-std::string multipart(std::string_view subtype, std::string_view boundary, const std::vector<std::string>& parts) {
+std::string multipart(std::string_view subtype, std::string_view boundary,
+                      const std::vector<std::string>& parts) {
   const std::string line = "\r\n--" + std::string(boundary);
-  std::string text = "Content-Type: multipart/" + std::string(subtype) + "; boundary=\"" + std::string(boundary) + "\"\r\n\r\n";
-  for (const std::string& each : parts) text += line.substr(text.ends_with("\r\n\r\n") ? 2 : 0) + "\r\n" + each;
+  std::string text = "Content-Type: multipart/" + std::string(subtype) + "; boundary=\"" +
+                     std::string(boundary) + "\"\r\n\r\n";
+  for (const std::string& each : parts)
+    text += line.substr(text.ends_with("\r\n\r\n") ? 2 : 0) + "\r\n" + each;
   return text + line + "--\r\n";
 }
 
 const std::vector<std::string> kGerman = {"Größe", "Äpfel", "über", "Straße", "schön", "–", "€"};
 const std::vector<std::string> kLatin = {"Größe", "Äpfel", "über", "Straße", "schön", "café", "año"};
-const std::vector<std::string> kRussian = {"поезд", "приходит", "утром", "вокзал", "встреча", "Ольга", "зонт"};
-const std::vector<std::string> kJapanese = {"来週の会議", "資料", "よろしくお願いします", "金曜日", "午後三時"};
+const std::vector<std::string> kRussian = {"поезд",   "приходит", "утром", "вокзал",
+                                           "встреча", "Ольга",    "зонт"};
+const std::vector<std::string> kJapanese = {"来週の会議", "資料", "よろしくお願いします", "金曜日",
+                                            "午後三時"};
 const std::vector<std::string> kChinese = {"会议", "时间", "星期五", "资料", "谢谢", "下午三点"};
 
 struct CharsetRow {
   const char* label;
   const std::vector<std::string>* words;
 };
-const CharsetRow kCharsets[] = {{"iso-8859-1", &kLatin},     {"windows-1252", &kGerman}, {"iso-2022-jp", &kJapanese},
-                                {"gb18030", &kChinese},      {"koi8-r", &kRussian},      {"utf-8", &kRussian},
+const CharsetRow kCharsets[] = {{"iso-8859-1", &kLatin},     {"windows-1252", &kGerman},
+                                {"iso-2022-jp", &kJapanese}, {"gb18030", &kChinese},
+                                {"koi8-r", &kRussian},       {"utf-8", &kRussian},
                                 {"windows-1251", &kRussian}, {"shift_jis", &kJapanese}};
 
 std::string encodedIn(const char* label, const std::string& utf8) {
@@ -142,7 +156,8 @@ MessageSet shortText() {
   Writer w(1);
   MessageSet set{"short_text", {}};
   for (int i = 0; i < 200; ++i)
-    set.messages.push_back(head(w) + part("text/plain; charset=utf-8", "8bit", w.prose(w.between(200, 3000), kGerman, 12)));
+    set.messages.push_back(
+        head(w) + part("text/plain; charset=utf-8", "8bit", w.prose(w.between(200, 3000), kGerman, 12)));
   return set;
 }
 
@@ -152,12 +167,13 @@ MessageSet htmlQuotedPrintable() {
   for (int i = 0; i < 24; ++i) {
     std::string html = "<html><head><title>x</title></head><body>";
     for (std::size_t size = w.between(16'000, 60'000); html.size() < size;)
-      html += "<p style=\"margin:0;color:#333\"><a href=\"https://example.org/?a=" + w.word() + "&amp;b=" + w.word() + "\">" +
-              w.prose(60, kGerman, 8) + "</a></p>";
-    set.messages.push_back(
-        head(w) + multipart("alternative", "=_alt",
-                            {part("text/plain; charset=utf-8", "quoted-printable", quotedPrintable(w.prose(4000, kGerman, 8))),
-                             part("text/html; charset=utf-8", "quoted-printable", quotedPrintable(html + "</body></html>"))}));
+      html += "<p style=\"margin:0;color:#333\"><a href=\"https://example.org/?a=" + w.word() +
+              "&amp;b=" + w.word() + "\">" + w.prose(60, kGerman, 8) + "</a></p>";
+    set.messages.push_back(head(w) + multipart("alternative", "=_alt",
+                                               {part("text/plain; charset=utf-8", "quoted-printable",
+                                                     quotedPrintable(w.prose(4000, kGerman, 8))),
+                                                part("text/html; charset=utf-8", "quoted-printable",
+                                                     quotedPrintable(html + "</body></html>"))}));
   }
   return set;
 }
@@ -167,10 +183,12 @@ MessageSet base64Attachments() {
   MessageSet set{"base64", {}};
   for (const std::size_t size : {500'000u, 1'500'000u, 4'000'000u})
     set.messages.push_back(
-        head(w) + multipart("mixed", "=_mixed",
-                            {part("text/plain; charset=us-ascii", "7bit", w.prose(800, {}, 1)),
-                             part("application/pdf; name=\"a.pdf\"\r\nContent-Disposition: attachment; filename=\"a.pdf\"",
-                                  "base64", base64(w.bytes(size)))}));
+        head(w) +
+        multipart(
+            "mixed", "=_mixed",
+            {part("text/plain; charset=us-ascii", "7bit", w.prose(800, {}, 1)),
+             part("application/pdf; name=\"a.pdf\"\r\nContent-Disposition: attachment; filename=\"a.pdf\"",
+                  "base64", base64(w.bytes(size)))}));
   return set;
 }
 
@@ -190,7 +208,8 @@ MessageSet mixedCharsets() {
 std::string manyParts(int count) {
   Writer w(5);
   std::vector<std::string> parts;
-  for (int i = 0; i < count; ++i) parts.push_back(part("text/plain; charset=us-ascii", "7bit", w.prose(60, {}, 1)));
+  for (int i = 0; i < count; ++i)
+    parts.push_back(part("text/plain; charset=us-ascii", "7bit", w.prose(60, {}, 1)));
   return head(w) + multipart("mixed", "=_many", parts);
 }
 
@@ -213,7 +232,8 @@ std::string manyFields(int count) {
 std::string manyAddresses(int count) {
   Writer w(8);
   std::string text = "From: a@example.org\r\nSubject: many\r\nTo: first@example.org";
-  for (int i = 0; i < count; ++i) text += ",\r\n \"" + w.word() + " " + w.word() + "\" <" + w.word() + "@example.org>";
+  for (int i = 0; i < count; ++i)
+    text += ",\r\n \"" + w.word() + " " + w.word() + "\" <" + w.word() + "@example.org>";
   return text + "\r\n\r\nbody\r\n";
 }
 

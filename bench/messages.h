@@ -15,10 +15,10 @@ struct MessageSet {
   std::size_t bytes() const;
 };
 
-MessageSet shortText();          ///< 1-6 kB, folded Received and DKIM-Signature fields, encoded words.
+MessageSet shortText();            ///< 1-6 kB, folded Received and DKIM-Signature fields, encoded words.
 MessageSet htmlQuotedPrintable();  ///< Text and HTML in quoted-printable, 20-80 kB.
-MessageSet base64Attachments();  ///< Attachments of 0.5-4 MB.
-MessageSet mixedCharsets();      ///< Text in eight charsets, base64 and quoted-printable.
+MessageSet base64Attachments();    ///< Attachments of 0.5-4 MB.
+MessageSet mixedCharsets();        ///< Text in eight charsets, base64 and quoted-printable.
 
 std::string manyParts(int count);
 std::string deep(int levels);

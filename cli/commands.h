@@ -1,4 +1,5 @@
-// cli/commands.h - the verbs. Each adds itself to the command line and stores what to do when it was asked for.
+// cli/commands.h - the verbs. Each adds itself to the command line and stores what to do when it was asked
+// for.
 #pragma once
 
 #include <functional>

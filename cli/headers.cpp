@@ -18,8 +18,8 @@ struct HeadersOptions {
   bool raw = false;
 
   bool wants(std::string_view name) const {
-    return names.empty() ||
-           std::any_of(names.begin(), names.end(), [name](const auto& wanted) { return equalsNoCase(wanted, name); });
+    return names.empty() || std::any_of(names.begin(), names.end(),
+                                        [name](const auto& wanted) { return equalsNoCase(wanted, name); });
   }
 };
 
@@ -41,7 +41,8 @@ void writeField(const MimeHeader& header, int index, const HeadersOptions& optio
     std::cout << printable(header.fieldName(index));
     if (!header.fieldName(index).empty()) std::cout << ": ";
   }
-  std::cout << (options.raw ? rawText(header.rawValue(index)) : printable(header.decodedValue(index))) << '\n';
+  std::cout << (options.raw ? rawText(header.rawValue(index)) : printable(header.decodedValue(index)))
+            << '\n';
 }
 
 /// Fields are read from the parse tree: there they stand as they came, before loading normalises the message.
@@ -58,7 +59,8 @@ Exit headers(const HeadersOptions& options) {
     found = true;
     writeField(header, i, options);
   }
-  const Exit result = graver(found ? Exit::fine : Exit::negative, reportLimits(options.file, message.limits()));
+  const Exit result =
+      graver(found ? Exit::fine : Exit::negative, reportLimits(options.file, message.limits()));
   return graver(result, finishStandardOutput());
 }
 

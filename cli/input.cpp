@@ -43,7 +43,8 @@ std::optional<Message> loadMessage(const std::string& path) {
   Message message{RefPtr<_svEmailCommon>(new _svEmailCommon), nullptr};
   SystemCerts certs;
   LogNull log;
-  message.root.reset(Email2::createFromMimeDb(*message.common, bytes, /*discardInput=*/true, /*unwrap=*/true, certs, log,
+  message.root.reset(Email2::createFromMimeDb(*message.common, bytes, /*discardInput=*/true, /*unwrap=*/true,
+                                              certs, log,
                                               /*parseOption=*/false));
   if (message.root) return message;
   complain(path, "not enough memory");

@@ -62,8 +62,10 @@ void addShow(CLI::App& app, Action& action) {
   verb->add_flag("--headers", options->headers, "Every header field, decoded");
   verb->add_flag("-v,--verbose", options->verbose, "Why a part is an attachment, what was repaired");
   CLI::Option* colour = verb->add_flag("--color", options->colour, "Colour, also when output is no terminal");
-  verb->add_flag("--no-color", options->noColour, "No colour (as with NO_COLOR in the environment)")->excludes(colour);
-  verb->footer("Example:\n  mailtree show samples/newsletter.eml\n  mailtree show --json *.eml | jq .subject");
+  verb->add_flag("--no-color", options->noColour, "No colour (as with NO_COLOR in the environment)")
+      ->excludes(colour);
+  verb->footer(
+      "Example:\n  mailtree show samples/newsletter.eml\n  mailtree show --json *.eml | jq .subject");
   verb->callback([options, &action] { action = [options] { return show(*options); }; });
 }
 

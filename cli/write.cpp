@@ -22,8 +22,8 @@ struct WriteOptions {
 bool assemble(Message& message, const WriteOptions& options, _svOutput& sink, LogBase& log) {
   StringBuffer unused;
   ProgressContext progress(nullptr);
-  return message.root->assembleMimeBody2(unused, &sink, options.dotStuff, kInternalPrefix, progress, log, /*depth=*/0,
-                                         options.qpFor8bit, /*isTop=*/true) &&
+  return message.root->assembleMimeBody2(unused, &sink, options.dotStuff, kInternalPrefix, progress, log,
+                                         /*depth=*/0, options.qpFor8bit, /*isTop=*/true) &&
          !sink.failed();
 }
 
@@ -57,9 +57,11 @@ void addWrite(CLI::App& app, Action& action) {
   auto options = std::make_shared<WriteOptions>();
   CLI::App* verb = app.add_subcommand("write", "Load a message and write it back as MIME");
   verb->add_option("FILE", options->file, "Message; - is standard input")->required();
-  verb->add_option("-o,--output", options->output, "File to write, whole or not at all; standard output without it");
+  verb->add_option("-o,--output", options->output,
+                   "File to write, whole or not at all; standard output without it");
   verb->add_flag("--8bit-to-qp", options->qpFor8bit, "Write 8bit parts as quoted-printable");
-  verb->add_flag("--dot-stuff", options->dotStuff, "Double leading dots of unencoded bodies, as SMTP asks for");
+  verb->add_flag("--dot-stuff", options->dotStuff,
+                 "Double leading dots of unencoded bodies, as SMTP asks for");
   verb->footer("Example:\n  mailtree write --8bit-to-qp mail.eml -o clean.eml");
   verb->callback([options, &action] { action = [options] { return write(*options); }; });
 }

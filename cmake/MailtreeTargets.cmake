@@ -2,6 +2,9 @@
 function(mailtree_settings target)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
     -Wcast-qual -Wformat=2 -Wundef)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+    target_compile_options(${target} PRIVATE -Wno-restrict)  # GCC 12 sees overlaps in std::string's operator+ that are not there
+  endif()
   if(MAILTREE_WERROR)
     target_compile_options(${target} PRIVATE -Werror)
   endif()

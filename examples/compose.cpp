@@ -19,7 +19,8 @@ int main() {
   StreamOutput out(std::cout);
   ProgressContext progress(nullptr);
   StringBuffer unused;
-  const bool written = mail.assembleMimeBody2(unused, &out, /*dotStuff=*/false, "SVX-", progress, log, /*depth=*/0,
-                                              /*qpFor8bit=*/false, /*isTop=*/true);
+  const bool written =
+      mail.assembleMimeBody2(unused, &out, /*dotStuff=*/false, "SVX-", progress, log, /*depth=*/0,
+                             /*qpFor8bit=*/false, /*isTop=*/true);
   return written ? 0 : 1;
 }

@@ -19,7 +19,8 @@ int main(int argc, char** argv) {
 
   RefPtr<_svEmailCommon> common(new _svEmailCommon);
   SystemCerts certs;
-  EmailPtr mail(Email2::createFromMimeDb(*common, bytes, /*discardInput=*/true, /*unwrap=*/true, certs, log, false));
+  EmailPtr mail(
+      Email2::createFromMimeDb(*common, bytes, /*discardInput=*/true, /*unwrap=*/true, certs, log, false));
   if (!mail) return 1;
 
   StringBuffer from, subject;

@@ -1,4 +1,5 @@
-// Transfer encodings and charsets: what is encoded decodes to itself, vector and portable code agree, converting is total.
+// Transfer encodings and charsets: what is encoded decodes to itself, vector and portable code agree,
+// converting is total.
 #include <string>
 #include <vector>
 
@@ -20,7 +21,8 @@ void transferEncodings(std::string_view bytes) {
   StringBuffer text;
   DataBuffer back;
   ContentCoding::encodeBase64(bytes.data(), bytes.size(), text);
-  fuzz::require(text.getSize() == ContentCoding::computeBase64Size(bytes.size(), 76), "the base64 size is foretold");
+  fuzz::require(text.getSize() == ContentCoding::computeBase64Size(bytes.size(), 76),
+                "the base64 size is foretold");
   ContentCoding::decodeBase64ToDb(text, back);
   fuzz::require(back.view() == bytes, "base64 gives back what it took");
   text.clear();

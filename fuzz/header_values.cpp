@@ -16,7 +16,9 @@ using namespace mailtree;  // NOLINT(google-build-using-namespace): a program, n
 
 namespace {
 
-bool isOneLine(std::string_view text) { return text.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos; }
+bool isOneLine(std::string_view text) {
+  return text.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
+}
 
 void encodedWords(std::string_view text) {
   const std::string decoded = decodeEncodedWords(text);
@@ -38,8 +40,10 @@ void addresses(std::string_view text) {
   ExtPtrArray again;
   _svEmailAddress::parseAndLoadList(written.view(), again);
   int withAt = 0, withAtAgain = 0;
-  for (int i = 0; i < list.getSize(); ++i) withAt += contains(list.at<_svEmailAddress>(i)->m_address.view(), "@");
-  for (int i = 0; i < again.getSize(); ++i) withAtAgain += contains(again.at<_svEmailAddress>(i)->m_address.view(), "@");
+  for (int i = 0; i < list.getSize(); ++i)
+    withAt += contains(list.at<_svEmailAddress>(i)->m_address.view(), "@");
+  for (int i = 0; i < again.getSize(); ++i)
+    withAtAgain += contains(again.at<_svEmailAddress>(i)->m_address.view(), "@");
   fuzz::require(withAtAgain <= withAt, "writing adds no address");
 }
 

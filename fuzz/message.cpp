@@ -1,4 +1,5 @@
-// A whole message: load, look at everything, write, load what was written, write again. The second and the third text are equal.
+// A whole message: load, look at everything, write, load what was written, write again. The second and the
+// third text are equal.
 #include <memory>
 #include <string>
 
@@ -23,7 +24,8 @@ std::string write(Email2& root, bool qpFor8bit) {
   StringBuffer text;
   LogNull log;
   ProgressContext progress(nullptr);
-  fuzz::require(root.assembleMimeBody2(text, nullptr, false, "SVX-", progress, log, 0, qpFor8bit, true), "writing works");
+  fuzz::require(root.assembleMimeBody2(text, nullptr, false, "SVX-", progress, log, 0, qpFor8bit, true),
+                "writing works");
   return text.extractString();
 }
 

@@ -31,16 +31,17 @@ Json addressesOf(const ExtPtrArray& list) {
   return out;
 }
 
-Json senderOf(const Email2& root) {
-  return root.m_fromAddr.m_address.isEmpty() && root.m_fromAddr.m_name.isEmpty() ? Json() : addressOf(root.m_fromAddr);
+Json senderOrNull(const Email2& root) {
+  const std::optional<_svEmailAddress> sender = senderOf(root);
+  return sender ? addressOf(*sender) : Json();
 }
 
 Json dateField(const Email2& root) {
   const std::optional<SorvikSysTime> date = dateOf(root);
   if (!date) return {};
   std::array<char, 40> text{};
-  std::snprintf(text.data(), text.size(), "%04u-%02u-%02uT%02u:%02u:%02uZ", date->m_year, date->m_month, date->m_day,
-                date->m_hour, date->m_minute, date->m_second);
+  std::snprintf(text.data(), text.size(), "%04u-%02u-%02uT%02u:%02u:%02uZ", date->m_year, date->m_month,
+                date->m_day, date->m_hour, date->m_minute, date->m_second);
   return text.data();
 }
 
@@ -75,14 +76,17 @@ Json partOf(const PartRow& row, int id) {
           {"parts", Json::array()}};
 }
 
-/// Rows stand depth-first: going backwards, every part has all its children, last one first, before it moves into its parent.
+/// Rows stand depth-first: going backwards, every part has all its children, last one first, before it moves
+/// into its parent.
 Json treeOf(const Outline& outline) {
   std::vector<Json> parts;
   parts.reserve(outline.rows.size());
-  for (std::size_t i = 0; i < outline.rows.size(); ++i) parts.push_back(partOf(outline.rows[i], static_cast<int>(i)));
+  for (std::size_t i = 0; i < outline.rows.size(); ++i)
+    parts.push_back(partOf(outline.rows[i], static_cast<int>(i)));
   for (std::size_t i = parts.size(); i-- > 0;) {
     std::reverse(parts[i]["parts"].begin(), parts[i]["parts"].end());
-    if (i > 0) parts[static_cast<std::size_t>(outline.rows[i].parent)]["parts"].push_back(std::move(parts[i]));
+    if (i > 0)
+      parts[static_cast<std::size_t>(outline.rows[i].parent)]["parts"].push_back(std::move(parts[i]));
   }
   return std::move(parts.front());
 }
@@ -125,7 +129,8 @@ std::string escapeControls(const std::string& json) {
       continue;
     }
     std::array<char, 8> escape{};
-    std::snprintf(escape.data(), escape.size(), "\\u%04x", isC1 ? static_cast<unsigned char>(json[++i]) : byte);
+    std::snprintf(escape.data(), escape.size(), "\\u%04x",
+                  isC1 ? static_cast<unsigned char>(json[++i]) : byte);
     out += escape.data();
   }
   return out;
@@ -139,7 +144,7 @@ std::string jsonOf(const std::string& file, Message& message, const JsonOptions&
   Json json = {{"schema", kSchema},
                {"file", file},
                {"subject", fieldOrNull(root, "Subject")},
-               {"from", senderOf(root)},
+               {"from", senderOrNull(root)},
                {"to", addressesOf(root.m_toAddrs)},
                {"cc", addressesOf(root.m_ccAddrs)},
                {"bcc", addressesOf(root.m_bccAddrs)},

@@ -8,7 +8,8 @@
 namespace mailtree::cli {
 namespace {
 
-/// Collects the reasons of the attachments that an iteration takes, in order: it writes one "Yes" line for each.
+/// Collects the reasons of the attachments that an iteration takes, in order: it writes one "Yes" line for
+/// each.
 class ReasonLog final : public LogBase {
  public:
   ReasonLog() { m_verboseLogging = true; }
@@ -30,7 +31,8 @@ using RowOfNode = std::unordered_map<const SorvikObject*, int>;
 
 std::string charsetOf(const Email2& node) {
   std::string scratch;
-  const std::string_view value = node.m_header.unfoldedValue(node.m_header.findField("Content-Type"), scratch);
+  const std::string_view value =
+      node.m_header.unfoldedValue(node.m_header.findField("Content-Type"), scratch);
   if (value.empty()) return {};
   _svContentType parsed;
   _svCharset charset;
@@ -45,7 +47,8 @@ PartRow rowOf(Email2& node, int depth, int parent, bool isLastChild) {
   const std::string_view type = node.m_contentType.m_type.view();
   row.contentType = type.empty() ? "text/plain" : type;
   row.charset = charsetOf(node);
-  row.filename = node.m_dispFilename.isEmpty() ? node.m_contentType.m_name.view() : node.m_dispFilename.view();
+  row.filename =
+      node.m_dispFilename.isEmpty() ? node.m_contentType.m_name.view() : node.m_dispFilename.view();
   return row;
 }
 
@@ -109,7 +112,8 @@ Outline outlineOf(Email2& root) {
   outline.rows = numberedRows(root);
   RowOfNode ids;
   ids.reserve(outline.rows.size());
-  for (std::size_t i = 0; i < outline.rows.size(); ++i) ids.emplace(outline.rows[i].node, static_cast<int>(i));
+  for (std::size_t i = 0; i < outline.rows.size(); ++i)
+    ids.emplace(outline.rows[i].node, static_cast<int>(i));
   markBodies(root, ids, outline);
   markAttachments(root, ids, outline);
   return outline;
@@ -131,6 +135,16 @@ std::optional<SorvikSysTime> dateOf(const Email2& root) {
   SorvikSysTime date;
   if (!receivedDate(root.m_header, date)) return std::nullopt;
   return date;
+}
+
+std::optional<_svEmailAddress> senderOf(const Email2& root) {
+  if (!root.m_fromAddr.m_address.isEmpty()) return root.m_fromAddr;
+  std::string scratch;
+  ExtPtrArray entries;
+  _svEmailAddress::parseAndLoadList(root.m_header.unfoldedValue(root.m_header.findField("From"), scratch),
+                                    entries);
+  if (entries.getSize() == 0) return std::nullopt;
+  return *entries.at<_svEmailAddress>(0);
 }
 
 std::optional<std::string> fieldOf(const Email2& root, const char* name) {

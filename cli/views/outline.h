@@ -14,7 +14,7 @@ namespace mailtree::cli {
 struct PartRow {
   Email2* node;
   int depth;
-  int parent;               ///< Row of the parent, -1 at the root.
+  int parent;  ///< Row of the parent, -1 at the root.
   bool isLastChild;
   bool isBody = false;
   bool isAttachment = false;
@@ -37,12 +37,16 @@ struct Outline {
 
 Outline outlineOf(Email2& root);
 
-/// The text of a text part in utf-8: stored text as it is; an attached file, which keeps its bytes, by its own label, else by
-/// detection. Bytes that nothing explains stay.
+/// The text of a text part in utf-8: stored text as it is; an attached file, which keeps its bytes, by its
+/// own label, else by detection. Bytes that nothing explains stay.
 std::string textOf(const PartRow& row);
 
 /// The date of the message in GMT; nothing when no date field was usable.
 std::optional<SorvikSysTime> dateOf(const Email2& root);
+
+/// The sender: the parsed From, else the first entry of the field as it stands, which old mail writes without
+/// "@"; nothing when there is none.
+std::optional<_svEmailAddress> senderOf(const Email2& root);
 
 /// A decoded header field; nothing when it is absent.
 std::optional<std::string> fieldOf(const Email2& root, const char* name);

@@ -7,8 +7,8 @@
 
 namespace mailtree::cli {
 
-/// The text as one harmless line: control characters, line breaks, direction overrides and malformed bytes become U+FFFD, a
-/// tab becomes a space. Whoever wrote a mail does not get to drive the reader's terminal.
+/// The text as one harmless line: control characters, line breaks, direction overrides and malformed bytes
+/// become U+FFFD, a tab becomes a space. Whoever wrote a mail does not get to drive the reader's terminal.
 std::string printable(std::string_view text);
 
 /// "980 B", "1.2 kB", "34 MB": powers of 1000, two digits where they tell something.
@@ -33,7 +33,8 @@ struct Style {
 
 enum class ColourChoice { automatic, always, never };
 
-/// Style for standard output: lines only on a terminal, colour too unless NO_COLOR is set; a choice on the command line wins.
+/// Style for standard output: lines only on a terminal, colour too unless NO_COLOR is set; a choice on the
+/// command line wins.
 Style styleOfStandardOutput(ColourChoice choice);
 
 bool standardOutputIsTerminal();

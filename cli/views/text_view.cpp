@@ -57,7 +57,8 @@ std::string localDate(const Email2& root) {
 }
 
 void writeSummary(std::ostream& out, const Email2& root, const Style& style) {
-  writeField(out, style, "From", displayForm(root.m_fromAddr));
+  if (const std::optional<_svEmailAddress> sender = senderOf(root))
+    writeField(out, style, "From", displayForm(*sender));
   writeField(out, style, "To", displayForm(root.m_toAddrs));
   writeField(out, style, "Cc", displayForm(root.m_ccAddrs));
   writeField(out, style, "Date", localDate(root));
@@ -124,7 +125,8 @@ void writeTree(std::ostream& out, const Outline& outline, const TextOptions& opt
   for (std::size_t id = 0; id < outline.rows.size(); ++id) {
     const PartRow& row = outline.rows[id];
     out << options.style.paint(Ink::faint, branchOf(outline, row, drawing) + std::to_string(id)) << ' '
-        << options.style.paint(Ink::type, printable(row.contentType)) << detailsOf(row) << badgesOf(row, options) << '\n';
+        << options.style.paint(Ink::type, printable(row.contentType)) << detailsOf(row)
+        << badgesOf(row, options) << '\n';
   }
 }
 

@@ -89,12 +89,14 @@ constexpr std::string_view baseName(std::string_view path) noexcept {
   return slash == std::string_view::npos ? path : path.substr(slash + 1);
 }
 
-/// Wildcard match of the whole text: "*" stands for any run of bytes, also none. Linear in practice, no recursion.
+/// Wildcard match of the whole text: "*" stands for any run of bytes, also none. Linear in practice, no
+/// recursion.
 constexpr bool matchesWildcard(std::string_view text, std::string_view pattern, bool caseSensitive) noexcept {
   std::size_t t = 0, p = 0, star = std::string_view::npos, retry = 0;
   while (t < text.size()) {
-    const bool same = p < pattern.size() && (caseSensitive ? pattern[p] == text[t]
-                                                           : toLowerAscii(pattern[p]) == toLowerAscii(text[t]));
+    const bool same =
+        p < pattern.size() &&
+        (caseSensitive ? pattern[p] == text[t] : toLowerAscii(pattern[p]) == toLowerAscii(text[t]));
     if (p < pattern.size() && pattern[p] == '*') {
       star = p++;
       retry = t;

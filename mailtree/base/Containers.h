@@ -21,7 +21,8 @@ class ExtPtrArray final : public SorvikObject {
   ExtPtrArray& operator=(const ExtPtrArray&) = delete;
   ~ExtPtrArray() override;
 
-  /// Appends and owns. False when memory ran out; the object then still belongs to the caller. Null is refused.
+  /// Appends and owns. False when memory ran out; the object then still belongs to the caller. Null is
+  /// refused.
   bool appendObject(SorvikObject* object);
   /// Appends a borrowed pointer, null included.
   bool appendPtr(SorvikObject* object);
@@ -36,7 +37,8 @@ class ExtPtrArray final : public SorvikObject {
   void removeAll() noexcept { m_entries.clear(); }
   /// Deletes every entry, however it came in.
   void removeAllObjects() noexcept;
-  /// Moves all entries, with their ownership, to the end of another array. False when memory ran out; nothing moved then.
+  /// Moves all entries, with their ownership, to the end of another array. False when memory ran out; nothing
+  /// moved then.
   bool transferPtrs(ExtPtrArray& destination);
 
   /// elementAt for a list that holds only T.

@@ -1,8 +1,10 @@
 // base/Object.h - roots of the object model: validity markers, ownership, reference counts.
 //
-//   Marker     Every object carries a 32-bit marker while it is alive and loses it when it is destroyed, so that
+//   Marker     Every object carries a 32-bit marker while it is alive and loses it when it is destroyed, so
+//   that
 //              a use after destruction can be refused instead of followed.
-//   Ownership  Owned<T> is the owner used inside; ObjectOwner and deleteObject serve the operations' raw edge.
+//   Ownership  Owned<T> is the owner used inside; ObjectOwner and deleteObject serve the operations' raw
+//   edge.
 #pragma once
 
 #include <atomic>
@@ -50,8 +52,8 @@ class SorvikObject {
 /// An object with a single owner: whoever holds the pointer.
 class NonRefCountedObj : public SorvikObject {};
 
-/// An object that counts its holders and deletes itself when the last one leaves. Starts uncounted: the creator's
-/// first incRefCount makes the count 1. The count is atomic; the object's content is not protected.
+/// An object that counts its holders and deletes itself when the last one leaves. Starts uncounted: the
+/// creator's first incRefCount makes the count 1. The count is atomic; the object's content is not protected.
 class RefCountedObject : public SorvikObject {
  public:
   void incRefCount() noexcept { m_refCount.fetch_add(1, std::memory_order_relaxed); }
@@ -118,7 +120,8 @@ class ObjectOwner {
   Owned<SorvikObject> m_object;
 };
 
-/// Runs `body`; anything it throws, bad_alloc included, becomes `onFailure`. The only catch-all of the library.
+/// Runs `body`; anything it throws, bad_alloc included, becomes `onFailure`. The only catch-all of the
+/// library.
 template <class Result, class Body>
 Result neverThrow(Result onFailure, Body&& body) noexcept {
   try {

@@ -107,7 +107,8 @@ bool RandomSource::genRandomBytes(unsigned count, DataBuffer& out) {
   unsigned char* const bytes = out.appendUninitialized(count);
   if (!bytes) return false;
   std::size_t done = fillFromKernel(bytes, count);
-  done += fillFromDevice(bytes + done, count - done);
+  if (done < count)
+    done += fillFromDevice(bytes + done, count - done);  // opening the device costs more than the bytes
   out.shorten(count - done);
   return done == count;
 }

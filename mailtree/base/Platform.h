@@ -19,12 +19,14 @@ class Psdk {
   /// Milliseconds since some fixed moment; wraps.
   static std::uint32_t getTickCount();
   static void sleepMs(unsigned milliseconds);
-  /// Replaces `out` by a fresh multipart boundary: unique, at most 60 bytes, of letters, digits, "_", "=" and "-", with
-  /// a "=_" in it, which no quoted-printable text can hold.
+  /// Replaces `out` by a fresh multipart boundary: unique, at most 60 bytes, of letters, digits, "_", "=" and
+  /// "-", with a "=_" in it, which no quoted-printable text can hold.
   static void generateBoundary(StringBuffer& out, LogBase& log);
-  /// The host's ANSI code page: 20127 on a host that has none, which is every one but Windows; never the locale's.
+  /// The host's ANSI code page: 20127 on a host that has none, which is every one but Windows; never the
+  /// locale's.
   static int getAnsiCodePage();
-  /// Takes note of an operation on an object whose marker is wrong; `object` may be null. Only counts and returns.
+  /// Takes note of an operation on an object whose marker is wrong; `object` may be null. Only counts and
+  /// returns.
   static void corruptObjectFound(const void* object) noexcept;
   static void badObjectFound(const void* object) noexcept;
   /// How often the two above were called in this process.
@@ -39,7 +41,8 @@ class RandomSource {
 
 class UniqueIdSource {
  public:
-  /// Appends a string unique within the process and across runs, of letters and digits; false without randomness.
+  /// Appends a string unique within the process and across runs, of letters and digits; false without
+  /// randomness.
   static bool genUniqueId(StringBuffer& out);
 };
 

@@ -68,18 +68,19 @@ class StringBuffer final : public SorvikObject {
   bool prepend(const char* text);
 
   // Cutting
-  void shorten(std::size_t n) noexcept;          ///< Drops n trailing bytes (all when n is larger).
-  void chopAtFirstChar(char c) noexcept;         ///< Cuts before the first c; unchanged without one.
-  void trim2() noexcept;                         ///< Trims white space at both ends.
-  void stripDirectory();                         ///< Keeps what follows the last "/" or "\".
-  std::size_t removeCharOccurances(char c);      ///< How many were removed.
+  void shorten(std::size_t n) noexcept;      ///< Drops n trailing bytes (all when n is larger).
+  void chopAtFirstChar(char c) noexcept;     ///< Cuts before the first c; unchanged without one.
+  void trim2() noexcept;                     ///< Trims white space at both ends.
+  void stripDirectory();                     ///< Keeps what follows the last "/" or "\".
+  std::size_t removeCharOccurances(char c);  ///< How many were removed.
 
   // Changing
   void toLowerCase() noexcept;  ///< ASCII letters only.
   void toUpperCase() noexcept;  ///< ASCII letters only.
   bool toCRLF();                ///< Every bare LF or CR becomes CRLF.
   void toAlphaNumUsAscii();     ///< Keeps US-ASCII letters and digits only.
-  /// Converts between code pages in place; false when something could not be converted (the text then holds what could).
+  /// Converts between code pages in place; false when something could not be converted (the text then holds
+  /// what could).
   bool convertEncoding(int fromCodePage, int toCodePage, LogBase& log);
   std::size_t replaceAllOccurances(const char* a, const char* b);  ///< How many; an empty a matches nothing.
   bool replaceFirstOccurance(const char* a, const char* b);
@@ -97,13 +98,17 @@ class StringBuffer final : public SorvikObject {
   bool equalsIgnoreCase2(const char* text, std::size_t n) const noexcept;  ///< Against n bytes of text.
   bool beginsWith(const char* text) const noexcept { return view().starts_with(viewOf(text)); }
   bool beginsWithN(const char* text, std::size_t n) const noexcept;
-  bool beginsWithIgnoreCase(const char* text) const noexcept { return beginsWithNoCase(m_text, viewOf(text)); }
+  bool beginsWithIgnoreCase(const char* text) const noexcept {
+    return beginsWithNoCase(m_text, viewOf(text));
+  }
   bool beginsWithIgnoreCaseN(const char* text, std::size_t n) const noexcept;
   bool endsWith(const char* text) const noexcept { return view().ends_with(viewOf(text)); }
   bool endsWithIgnoreCase(const char* text) const noexcept { return endsWithNoCase(m_text, viewOf(text)); }
   bool containsChar(char c) const noexcept { return m_text.find(c) != std::string::npos; }
   bool containsSubstring(const char* text) const noexcept { return contains(m_text, viewOf(text)); }
-  bool containsSubstringNoCase(const char* text) const noexcept { return containsNoCase(m_text, viewOf(text)); }
+  bool containsSubstringNoCase(const char* text) const noexcept {
+    return containsNoCase(m_text, viewOf(text));
+  }
   /// Wildcard match of the whole text, "*" for any run of characters.
   bool matches(const char* pattern, bool caseSensitive) const noexcept {
     return matchesWildcard(m_text, viewOf(pattern), caseSensitive);

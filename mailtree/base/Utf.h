@@ -1,4 +1,5 @@
-// base/Utf.h - utf-8 and utf-16: validation, code points, conversion. Malformed input becomes U+FFFD, never an error.
+// base/Utf.h - utf-8 and utf-16: validation, code points, conversion. Malformed input becomes U+FFFD, never
+// an error.
 #pragma once
 
 #include <cstddef>
@@ -26,7 +27,8 @@ void appendUtf8(std::string& out, char32_t codePoint);
 /// Bytes of the longest prefix of at most `limit` bytes that does not cut a character.
 std::size_t utf8PrefixLength(std::string_view utf8, std::size_t limit) noexcept;
 
-/// utf-16 bytes (a trailing half unit and lone surrogates become U+FFFD) to utf-8, appended. A byte-order mark is kept.
+/// utf-16 bytes (a trailing half unit and lone surrogates become U+FFFD) to utf-8, appended. A byte-order
+/// mark is kept.
 void appendUtf16AsUtf8(std::string& out, std::string_view utf16Bytes, bool bigEndian);
 
 std::u16string utf8ToUtf16(std::string_view utf8);

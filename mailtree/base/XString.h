@@ -16,11 +16,14 @@ class XString final : public SorvikObject {
   explicit XString(const char* utf8) : m_utf8(utf8) {}
 
   bool setFromUtf8(const char* text) { return m_utf8.setString(text); }
-  bool setFromUtf8N(const char* text, std::size_t size) { return m_utf8.setString(std::string_view(text, text ? size : 0)); }
+  bool setFromUtf8N(const char* text, std::size_t size) {
+    return m_utf8.setString(std::string_view(text, text ? size : 0));
+  }
   bool setFromSbUtf8(const StringBuffer& text) { return m_utf8.setString(text); }
   bool appendUtf8(const char* text) { return m_utf8.append(text); }
   bool appendUtf8N(const char* text, std::size_t size) { return m_utf8.appendN(text, size); }
-  /// Appends text in the host's ANSI code page: valid utf-8 is taken as it is, any other 8-bit byte as U+FFFD.
+  /// Appends text in the host's ANSI code page: valid utf-8 is taken as it is, any other 8-bit byte as
+  /// U+FFFD.
   bool appendAnsiN(const char* text, std::size_t size);
   bool copyFromX(const XString& other) { return m_utf8.setString(other.m_utf8); }
 
@@ -39,7 +42,9 @@ class XString final : public SorvikObject {
   void trim2() noexcept { m_utf8.trim2(); }
   std::size_t removeCharOccurances(char c) { return m_utf8.removeCharOccurances(c); }
   bool equalsIgnoreCaseUsAscii(const char* text) const noexcept { return m_utf8.equalsIgnoreCase(text); }
-  std::size_t heapUsage() const override { return m_utf8.heapUsage() + m_utf16.capacity() * sizeof(char16_t); }
+  std::size_t heapUsage() const override {
+    return m_utf8.heapUsage() + m_utf16.capacity() * sizeof(char16_t);
+  }
 
  private:
   StringBuffer m_utf8;

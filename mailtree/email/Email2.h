@@ -1,10 +1,13 @@
-// email/Email2.h - one node of an email tree: a whole message or one MIME part. The one header a user includes.
+// email/Email2.h - one node of an email tree: a whole message or one MIME part. The one header a user
+// includes.
 //
-//   Ownership  A parent owns its subparts. get*/find* lend; create*/extract* hand over; insert*/add* take. EmailPtr is the
+//   Ownership  A parent owns its subparts. get*/find* lend; create*/extract* hand over; insert*/add* take.
+//   EmailPtr is the
 //              owner to use; lists filled by enumerations hold borrowed pointers.
-//   Failure    false, 0, -1 or null, with the reason in the LogBase. Nothing throws. Each operation says what outputs hold.
-//   Text       UTF-8 in and out, unless the name ends in Ansi or Mb. Sizes are bytes, indexes start at 0.
-//   Liveness   Every operation first checks the node's validity marker; on a destroyed node it does nothing and returns false,
+//   Failure    false, 0, -1 or null, with the reason in the LogBase. Nothing throws. Each operation says what
+//   outputs hold. Text       UTF-8 in and out, unless the name ends in Ansi or Mb. Sizes are bytes, indexes
+//   start at 0. Liveness   Every operation first checks the node's validity marker; on a destroyed node it
+//   does nothing and returns false,
 //              0, null or an empty result, without a message. Where that is not so the operation says it.
 //   Threads    One tree, one thread at a time; different trees are independent.
 #pragma once
@@ -48,16 +51,18 @@ enum class RecipientKind : int { to = 1, cc = 2, bcc = 3 };
 class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
  public:
   // Contents                                      defined in                           tested in
-  //   1  Life, subparts, shared settings          email/model/node.cpp                 tests/email/node_test.cpp
-  //   2  Header fields                            email/model/headers.cpp              tests/email/headers_test.cpp
-  //   3  Content attributes                       email/model/content_attributes.cpp   tests/email/content_attributes_test.cpp
-  //   4  Identifiers, dates, file names           email/model/identifiers.cpp          tests/email/identifiers_test.cpp
-  //   5  Loading                                  email/loading/*.cpp                  tests/email/loading_test.cpp
-  //   6  Output                                   email/output/*.cpp                   tests/email/assembly_test.cpp
-  //   7  Structure: enclosures and alternatives   email/structure/{enclosures,alternatives}.cpp
+  //   1  Life, subparts, shared settings          email/model/node.cpp tests/email/node_test.cpp 2  Header
+  //   fields                            email/model/headers.cpp              tests/email/headers_test.cpp 3
+  //   Content attributes                       email/model/content_attributes.cpp
+  //   tests/email/content_attributes_test.cpp 4  Identifiers, dates, file names email/model/identifiers.cpp
+  //   tests/email/identifiers_test.cpp 5  Loading                                  email/loading/*.cpp
+  //   tests/email/loading_test.cpp 6  Output                                   email/output/*.cpp
+  //   tests/email/assembly_test.cpp 7  Structure: enclosures and alternatives
+  //   email/structure/{enclosures,construction,alternatives}.cpp
   //                                                                                    tests/email/structure_test.cpp
-  //   8  Attachments                              email/structure/attachments.cpp      tests/email/attachments_test.cpp
-  //   9  Addresses                                email/addresses/*.cpp                tests/email/addresses_test.cpp
+  //   8  Attachments                              email/structure/attachments.cpp
+  //   tests/email/attachments_test.cpp 9  Addresses                                email/addresses/*.cpp
+  //   tests/email/addresses_test.cpp
 
   /// @name 1. Life, subparts, shared settings
   /// @{
@@ -67,8 +72,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   Email2();
   /// The same, sharing `common`, which must be on the heap.
   explicit Email2(_svEmailCommon& common);
-  /// A bare node sharing `common`: no header fields, empty content type and transfer encoding, dated now. The integer only
-  /// selects this overload.
+  /// A bare node sharing `common`: no header fields, empty content type and transfer encoding, dated now. The
+  /// integer only selects this overload.
   Email2(_svEmailCommon& common, int);
   Email2(const Email2&) = delete;
   Email2& operator=(const Email2&) = delete;
@@ -94,7 +99,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   const Email2* getPartConst(int index) const;
   /// Removes a child and hands it over; null when out of range. Does not check the marker.
   Email2* extractSubpartByIndex(int index);
-  /// Takes `part` (null is ignored) in before `index`; negative or beyond the end appends. Does not check the marker.
+  /// Takes `part` (null is ignored) in before `index`; negative or beyond the end appends. Does not check the
+  /// marker.
   void insertSubPartAtIndex(Email2* part, int index);
   /// Puts `part` in place of a child. Null only removes. Does not check the marker.
   /// Deliberate: the old child is not destroyed; the caller is expected to hold it.
@@ -116,7 +122,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// Sets the email's charset by code page; 0 is ignored.
   void use_codepage(int codePage);
 
-  /// The value of a term: "body" (ignoring case) appends the effective body, anything else fetches that header field.
+  /// The value of a term: "body" (ignoring case) appends the effective body, anything else fetches that
+  /// header field.
   void supplyTermValue(const char* term, StringBuffer& out) override;
   /// @}
 
@@ -137,7 +144,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   bool getUidlUtf8(StringBuffer& out, LogBase& log) const;
 
   /// Sets a field, or routes it to the parsed members: Date, From, Reply-To, Content-ID, Content-Type,
-  /// Content-Transfer-Encoding. CR and LF are removed; a null value removes the field. All others are literal.
+  /// Content-Transfer-Encoding. CR and LF are removed; a null value removes the field. All others are
+  /// literal.
   void setHeaderField(const char* name, const char* value, LogBase& log);
   void setHeaderField_a(const char* name, const char* value, bool asGiven, LogBase& log);
   /// Appends a field even when one of that name exists; routed names replace. A null value adds nothing.
@@ -160,19 +168,22 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void getContentId(StringBuffer& out) const;       ///< Appends.
   void getAttachmentName(StringBuffer& out) const;  ///< Appends the name parameter.
 
-  /// Replaces the whole Content-Type. Every text may be null: a null or empty type keeps the present one (else text/plain),
-  /// other nulls leave their parameter out. A code page sets the email's charset for text, message and multipart/signed.
-  void setContentTypeUtf8(const char* type, const char* name, const char* protocol, const char* micalg, int codePage,
-                          const char* boundary, const char* smimeType, const char* subtype, LogBase& log);
-  /// Rebuilds the Content-Type field from the parsed members, unless the received text means the same already.
+  /// Replaces the whole Content-Type. Every text may be null: a null or empty type keeps the present one
+  /// (else text/plain), other nulls leave their parameter out. A code page sets the email's charset for text,
+  /// message and multipart/signed.
+  void setContentTypeUtf8(const char* type, const char* name, const char* protocol, const char* micalg,
+                          int codePage, const char* boundary, const char* smimeType, const char* subtype,
+                          LogBase& log);
+  /// Rebuilds the Content-Type field from the parsed members, unless the received text means the same
+  /// already.
   void refreshContentTypeHeader(LogBase& log);
   void fixContentTypeUtf8(const char* type, LogBase& log);
   void setContentSubtype(const char* subtype, LogBase& log);
   void setName(const StringBuffer& name, LogBase& log);
   void setContentId(const char* id, LogBase& log);
   void setContentEncodingNonRecursive(const char* encoding, LogBase& log);
-  /// Sets the encoding of every text and edifact part of the subtree. Deliberate: this node gets the member even when it is
-  /// neither.
+  /// Sets the encoding of every text and edifact part of the subtree. Deliberate: this node gets the member
+  /// even when it is neither.
   void setContentEncodingRecursive(const char* encoding, LogBase& log);
   void setContentEncodingInner(const char* encoding, LogBase& log);
   /// Chooses 7bit, base64 or quoted-printable by code page. The second integer is ignored.
@@ -180,8 +191,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void setContentDisposition1(const char* disposition, LogBase& log);
   void setContentDispositionUtf8(const char* disposition, const char* filename, LogBase& log);
   void setFilenameUtf8(const char* filename, LogBase& log);
-  /// Replaces `out` by the file name: disposition filename, name parameter, Content-Location, or "attachedFile" with the
-  /// extension of the media type.
+  /// Replaces `out` by the file name: disposition filename, name parameter, Content-Location, or
+  /// "attachedFile" with the extension of the media type.
   void getFilenameUtf8(StringBuffer& out, LogBase& log) const;
   /// @}
 
@@ -192,41 +203,44 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void setDate(const char* rfc822, LogBase& log, bool setField);
   void resetDate(LogBase& log);
   void getDate(SorvikSysTime& out) const;
-  /// Appends a file name that sorts by date and does not collide, ending in ".eml". Takes at least a millisecond.
+  /// Appends a file name that sorts by date and does not collide, ending in ".eml". Takes at least a
+  /// millisecond.
   void genEmailFilename(StringBuffer& out) const;
   static void genEmailFilename2(const SorvikSysTime& time, StringBuffer& out);
   /// @}
 
   /// @name 5. Loading
-  /// Every node of the result shares `common`. The result is owned by the caller; null when memory ran out. No input is
-  /// refused. `certs` is what signed and encrypted layers are opened with, `unwrap` whether they are.
+  /// Every node of the result shares `common`. The result is owned by the caller; null when memory ran out.
+  /// No input is refused. `certs` is what signed and encrypted layers are opened with, `unwrap` whether they
+  /// are.
   /// @{
-  static Email2* createFromMimeText2(_svEmailCommon& common, StringBuffer& mime, bool discardInput, bool unwrap,
-                                     SystemCerts& certs, LogBase& log, bool parseOption);
-  static Email2* createFromMimeText2a(_svEmailCommon& common, const char* text, int size, SystemCerts& certs, LogBase& log,
-                                      bool parseOption);
+  static Email2* createFromMimeText2(_svEmailCommon& common, StringBuffer& mime, bool discardInput,
+                                     bool unwrap, SystemCerts& certs, LogBase& log, bool parseOption);
+  static Email2* createFromMimeText2a(_svEmailCommon& common, const char* text, int size, SystemCerts& certs,
+                                      LogBase& log, bool parseOption);
   static Email2* createFromMimeDb(_svEmailCommon& common, DataBuffer& mime, bool discardInput, bool unwrap,
                                   SystemCerts& certs, LogBase& log, bool parseOption);
   /// Undoes the dot-stuffing of POP3 first. Deliberate: no normalisation of the top level on this path.
-  static Email2* createFromPop3(_svEmailCommon& common, DataBuffer& raw, bool unwrap, SystemCerts& certs, LogBase& log);
+  static Email2* createFromPop3(_svEmailCommon& common, DataBuffer& raw, bool unwrap, SystemCerts& certs,
+                                LogBase& log);
 
   static void loadFromMimeTextProcessing(MimeMessage2& tree, LogBase& log);
   static void transformMmToMa(MimeMessage2& mixed, LogBase& log);
-  static Email2* createFromMimeObject2(_svEmailCommon& common, MimeMessage2& entity, bool extractBody, bool unwrap,
-                                       LogBase& log, SystemCerts& certs);
+  static Email2* createFromMimeObject2(_svEmailCommon& common, MimeMessage2& entity, bool extractBody,
+                                       bool unwrap, LogBase& log, SystemCerts& certs);
 
-  void getRawBodyThisPart(DataBuffer& out) const;     ///< Replaces `out` by a copy of the body.
-  void getRawBodyUtf8(XString& out);                  ///< Appends the body as text. Does not check the marker.
+  void getRawBodyThisPart(DataBuffer& out) const;  ///< Replaces `out` by a copy of the body.
+  void getRawBodyUtf8(XString& out);               ///< Appends the body as text. Does not check the marker.
   void getNonMultipartBodyData(DataBuffer& out) const;  ///< Appends the body.
-  const DataBuffer* getNonMultipartBody3() const;     ///< Borrowed.
+  const DataBuffer* getNonMultipartBody3() const;       ///< Borrowed.
   /// @}
 
   /// @name 6. Output
   /// @{
 
   /// Writes this node and everything below it as MIME.
-  /// The tree is normalised on the way and stays so: 8bit text may become quoted-printable, text is converted from utf-8 to
-  /// the email's charset, a part that its charset cannot carry is relabelled utf-8.
+  /// The tree is normalised on the way and stays so: 8bit text may become quoted-printable, text is converted
+  /// from utf-8 to the email's charset, a part that its charset cannot carry is relabelled utf-8.
   /// @param text         destination when `sink` is null; appended to.
   /// @param sink         destination when not null.
   /// @param dotStuff     doubles leading dots of unencoded bodies, only when writing to a sink.
@@ -234,20 +248,22 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// @param depth        0 at the node the caller starts from.
   /// @param qpFor8bit    8bit parts become quoted-printable, except inside attached messages.
   /// @param isTop        true at the node the caller starts from.
-  /// @return false when a write failed; earlier output stays in the sink. Deliberate: a failing subpart does not stop its
+  /// @return false when a write failed; earlier output stays in the sink. Deliberate: a failing subpart does
+  /// not stop its
   ///         siblings.
   bool assembleMimeBody2(StringBuffer& text, _svOutput* sink, bool dotStuff, const char* omitPrefix,
                          ProgressContext& progress, LogBase& log, int depth, bool qpFor8bit, bool isTop);
-  /// Writes bytes in this node's transfer encoding to the sink, or appends them to `text` without one. The unnamed flag has
-  /// no effect. `normalizeLineEnds` brings unencoded bodies to CRLF.
-  bool getEncodedBody(const DataBuffer& body, StringBuffer& text, ProgressContext& progress, LogBase& log, bool,
-                      _svOutput* sink, bool dotStuff, bool normalizeLineEnds) const;
+  /// Writes bytes in this node's transfer encoding to the sink, or appends them to `text` without one. The
+  /// unnamed flag has no effect. `normalizeLineEnds` brings unencoded bodies to CRLF.
+  bool getEncodedBody(const DataBuffer& body, StringBuffer& text, ProgressContext& progress, LogBase& log,
+                      bool, _svOutput* sink, bool dotStuff, bool normalizeLineEnds) const;
   /// Replaces `out` by this node's own body in its transfer encoding; bytes with a NUL are given in base64.
   void getMimeBodyEncodedUtf8(StringBuffer& out, LogBase& log);
   /// Estimated bytes of the whole MIME text of this subtree.
   unsigned getEmailSize(LogBase& log) const;
 
-  /// Appends one encoded word, however long; nothing for empty data or a null charset. A utf-8 byte-order mark is dropped.
+  /// Appends one encoded word, however long; nothing for empty data or a null charset. A utf-8 byte-order
+  /// mark is dropped.
   static void bEncodeData(const unsigned char* data, long length, const char* charset, StringBuffer& out);
   /// The same with Q, commas escaped. An empty charset is utf-8.
   static void qEncodeData(const unsigned char* data, long length, const char* charset, StringBuffer& out);
@@ -273,8 +289,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// The same, also reporting parent, index and level; when this node itself matches only the level is set.
   Email2* findMultipartEnclosureV2(int kind, int level, _svParentEmailPtr& parent);
 
-  /// Makes this node an enclosure of the given type whose first child holds the node's former content. Header fields that
-  /// belong to the message stay here.
+  /// Makes this node an enclosure of the given type whose first child holds the node's former content. Header
+  /// fields that belong to the message stay here.
   void convertToMultipartX(const char* multipartType, LogBase& log);
   /// Empty enclosures with a fresh boundary, owned by the caller; null when memory ran out.
   static Email2* createEmptyMultipartDigest(_svEmailCommon& common, LogBase& log);
@@ -304,7 +320,16 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   Email2* getPlainTextAlternative();
   Email2* getHtmlAlternative();
   /// Appends the bytes of the leaf that a reader would see as this node's body. (email/bodies/read.cpp)
+  /// Deliberate: when that leaf is application, image, video or audio, `out` is emptied instead.
+  /// @return false when there is no such leaf or it is one of those.
   bool getEffectiveBodyData(const Email2& root, DataBuffer& out, LogBase& log) const;
+  /// Brings a received 8-bit body that names no charset to utf-8: utf-8 as it is, else by the header's code
+  /// page, iso-8859-1, iso-8859-2. An email that has no charset yet gets the one found.
+  /// (email/bodies/charset.cpp)
+  void detectAndSetCharset(LogBase& log);
+  /// Converts the body from a code page to utf-8; false, with the body untouched, when something in it has no
+  /// meaning there.
+  bool checkConvertBody(int codePage, LogBase& log);
   /// @}
 
   /// @name 8. Attachments
@@ -325,13 +350,14 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   bool dropSingleAttachment(int index, LogBase& log);
   void dropAttachments();
   void dropAttachmentsForTempMht(StringBuffer& html, LogBase& log);
-  Email2* getNthPartOfType(int index, const char* contentType, bool inlineOnly, bool excludeAttachments, int& count,
-                           LogBase& log);
+  Email2* getNthPartOfType(int index, const char* contentType, bool inlineOnly, bool excludeAttachments,
+                           int& count, LogBase& log);
   Email2* findHtmlPart();
   /// @}
 
   /// @name 9. Addresses
-  /// Recipient kinds: 1 To, 2 Cc, 3 Bcc. What other numbers do differs per operation and is kept as it stands.
+  /// Recipient kinds: 1 To, 2 Cc, 3 Bcc. What other numbers do differs per operation and is kept as it
+  /// stands.
   /// @{
 
   /// Whether address headers in that code page use Q encoded words; false: B.
@@ -348,6 +374,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// Replaces `out` by the envelope sender.
   void getSmtpReversePathUtf8(StringBuffer& out, LogBase& log);
   void setReplyToUtf8(const char* text, LogBase& log);
+  /// The field is rewritten from the whole list each time: to add many, addMultipleRecip.
   bool addRecipient(int kind, const char* name, const char* address, LogBase& log);
   int addMultipleRecip(int kind, const char* list, LogBase& log);
   void copyRecipients(Email2& source);
@@ -369,24 +396,25 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// Code page of the email's charset; 0 without shared settings.
   int emailCodePage() const noexcept { return m_common ? m_common->m_charset.getCodePage() : 0; }
 
-  std::uint32_t m_magic;              ///< kEmailMarker while alive.
+  std::uint32_t m_magic;               ///< kEmailMarker while alive.
   _svEmailCommon* m_common = nullptr;  ///< One reference held.
-  int m_attachCodePage = 0;           ///< Code page recorded for a strict attachment; 0: none.
-  DataBuffer m_body;                  ///< Decoded body; text in utf-8.
-  ExtPtrArray m_subParts;             ///< Email2 children, owned.
+  int m_attachCodePage = 0;            ///< Code page recorded for a strict attachment; 0: none.
+  DataBuffer m_body;                   ///< Decoded body; text in utf-8.
+  ExtPtrArray m_subParts;              ///< Email2 children, owned.
   MimeHeader m_header;
-  ExtPtrArray m_toAddrs;   ///< _svEmailAddress, owned; so are the next two.
+  ExtPtrArray m_toAddrs;  ///< _svEmailAddress, owned; so are the next two.
   ExtPtrArray m_ccAddrs;
   ExtPtrArray m_bccAddrs;
   _svEmailAddress m_fromAddr;
   SorvikSysTime m_date;
-  StringBuffer m_disposition;       ///< Content-Disposition type.
+  StringBuffer m_disposition;  ///< Content-Disposition type.
   StringBuffer m_transferEncoding;
   StringBuffer m_contentId;
   _svContentType m_contentType;
-  StringBuffer m_dispFilename;      ///< filename parameter of the Content-Disposition.
-  RepairSet m_repairs;              ///< What loading had to mend in this part.
-  /// For signed content as it was received: its exact bytes, written back for as long as nothing in it changed.
+  StringBuffer m_dispFilename;  ///< filename parameter of the Content-Disposition.
+  RepairSet m_repairs;          ///< What loading had to mend in this part.
+  /// For signed content as it was received: its exact bytes, written back for as long as nothing in it
+  /// changed.
   std::unique_ptr<ReceivedContent> m_received;
 
  private:
@@ -394,7 +422,9 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// What every constructor begins with: members empty, marker set, one reference to `common` taken.
   Email2(_svEmailCommon& common, Blank) noexcept;
   void initializeDefaults();
-  _svCharset& emailCharset(_svCharset& fallback) const noexcept { return m_common ? m_common->m_charset : fallback; }
+  _svCharset& emailCharset(_svCharset& fallback) const noexcept {
+    return m_common ? m_common->m_charset : fallback;
+  }
 };
 
 /// Owner of a node.

@@ -17,10 +17,10 @@ class _svEmailCommon final : public RefCountedObject {
  public:
   _svEmailCommon() = default;
 
-  /// Copies the settings of another: charset, preferences, security outcome, send switches, and the three certificate lists
-  /// (added to those held here). Nothing when it is this very object.
-  /// Deliberate: a signing certificate held before is overwritten without being released, and a source without one leaves
-  /// the present one in place.
+  /// Copies the settings of another: charset, preferences, security outcome, send switches, and the three
+  /// certificate lists (added to those held here). Nothing when it is this very object. Deliberate: a signing
+  /// certificate held before is overwritten without being released, and a source without one leaves the
+  /// present one in place.
   void copyFrom(const _svEmailCommon& source);
 
   _svCharset m_charset;             ///< Charset of the whole email.

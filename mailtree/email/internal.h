@@ -10,8 +10,9 @@
 
 namespace mailtree {
 
-/// Content of a multipart/signed child as it was received. A signature covers these bytes, so they are written as they stand
-/// for as long as the tree below still says the same; that is found out by comparing fingerprints, not by trusting setters.
+/// Content of a multipart/signed child as it was received. A signature covers these bytes, so they are
+/// written as they stand for as long as the tree below still says the same; that is found out by comparing
+/// fingerprints, not by trusting setters.
 struct ReceivedContent {
   DataBuffer bytes;
   std::array<std::uint64_t, 2> fingerprint = {0, 0};
@@ -22,13 +23,14 @@ std::array<std::uint64_t, 2> contentFingerprint(const Email2& node);
 
 /// Keeps the bytes as which a complete subtree was received. The subtree must not be changed before.
 void keepReceivedContent(Email2& node, DataBuffer&& bytes);
-/// The bytes as which a subtree was received, for as long as it says the same as then; null otherwise. Borrowed.
+/// The bytes as which a subtree was received, for as long as it says the same as then; null otherwise.
+/// Borrowed.
 const DataBuffer* unchangedReceivedContent(const Email2& node);
 
 enum class Walk { onward, skipChildren, stop };
 
-/// Visits the live nodes of a subtree depth-first, parent before children, without recursion. A dead node is skipped with
-/// everything below it. The visitor must not change the child lists of nodes on the way.
+/// Visits the live nodes of a subtree depth-first, parent before children, without recursion. A dead node is
+/// skipped with everything below it. The visitor must not change the child lists of nodes on the way.
 template <class Node, class Visit>
 Walk walkTree(Node& root, Visit&& visit) {
   std::vector<Node*> open{&root};
@@ -45,13 +47,22 @@ Walk walkTree(Node& root, Visit&& visit) {
   return Walk::onward;
 }
 
-/// Exact-length, case-insensitive test of a media type; the first letter and the length are looked at before anything else,
-/// because this runs for every node of every walk.
+/// Exact-length, case-insensitive test of a media type; the first letter and the length are looked at before
+/// anything else, because this runs for every node of every walk.
 constexpr bool isType(std::string_view type, std::string_view wanted) noexcept {
   return type.size() == wanted.size() && toLowerAscii(type[0]) == wanted[0] && equalsNoCase(type, wanted);
 }
 
-/// Sets the member and its field in one place.
+/// A copy of an argument that may point into the node which is about to change. Empty when memory ran out.
+inline StringBuffer copyOf(std::string_view text) noexcept {
+  StringBuffer copy;
+  copy.setString(text);
+  return copy;
+}
+inline StringBuffer copyOf(const char* text) noexcept { return copyOf(viewOf(text)); }
+inline StringBuffer copyOf(const StringBuffer& text) noexcept { return copyOf(text.view()); }
+
+/// Sets the member and its field in one place. Null empties the one and removes the other.
 void setTransferEncoding(Email2& node, const char* encoding, LogBase& log);
 
 }  // namespace mailtree

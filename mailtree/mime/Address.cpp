@@ -15,7 +15,8 @@
 namespace mailtree {
 namespace {
 
-// Columns where an entry may come to stand: the first behind "Reply-To: ", others behind the blank of a folded line.
+// Columns where an entry may come to stand: the first behind "Reply-To: ", others behind the blank of a
+// folded line.
 constexpr std::size_t kFirstColumn = 10;
 constexpr std::size_t kFoldedColumn = 1;
 
@@ -41,14 +42,18 @@ std::string singleLine(std::string_view text) {
   return line;
 }
 
+bool needsEncoding(std::string_view name) noexcept {
+  return !isAscii(name) || mayHoldEncodedWord(name) ||
+         std::any_of(name.begin(), name.end(), [](char c) { return isControlAscii(c) && c != '\t'; });
+}
+
 struct Style {
   HeaderEncoding encoding;
   bool forHeader;
 };
 
 void appendName(std::string_view name, const Style& style, std::size_t column, std::string& out) {
-  const bool needsEncoding = !isAscii(name) || mayHoldEncodedWord(name);
-  if (style.forHeader && needsEncoding) {
+  if (style.forHeader && needsEncoding(name)) {
     appendEncodedWords(name, style.encoding, column, out);
   } else if (isBarePhrase(name)) {
     out += name;
@@ -69,11 +74,13 @@ bool isQuoted(std::string_view text) noexcept {
   return text.size() >= 2 && text.front() == '"' && text.back() == '"';
 }
 
-// What stands outside quotes without being part of one address: blanks and the characters that end or begin another.
+// Blanks and the characters that, outside quotes, end an address or begin another.
 bool separatesAddresses(char c) noexcept {
   return isSpaceAscii(c) || isControlAscii(c) || c == '<' || c == '>' || c == ',';
 }
 
+// What could begin an encoded word, and so swallow the addresses behind it, stands in quotes; in a domain it
+// is broken up.
 void appendLocalPart(std::string_view localPart, std::string& out) {
   std::string text;
   if (isQuoted(localPart)) {
@@ -81,7 +88,7 @@ void appendLocalPart(std::string_view localPart, std::string& out) {
   } else {
     std::remove_copy_if(localPart.begin(), localPart.end(), std::back_inserter(text), separatesAddresses);
   }
-  if (isBareLocalPart(text)) {
+  if (isBareLocalPart(text) && !mayHoldEncodedWord(text)) {
     out += text;
   } else if (!text.empty()) {
     appendQuotedString(text, out);
@@ -92,8 +99,11 @@ void appendDomain(std::string_view domain, std::string& out) {
   const bool isLiteral = domain.size() > 2 && domain.front() == '[' && domain.back() == ']';
   if (isLiteral) domain = domain.substr(1, domain.size() - 2);
   std::string text;
-  std::copy_if(domain.begin(), domain.end(), std::back_inserter(text),
-               [isLiteral](char c) { return c == '.' || isAtomCharacter(c) || (isLiteral && c == ':'); });
+  for (const char c : domain) {
+    const bool beginsEncodedWord = c == '?' && text.ends_with('=');
+    const bool isAllowed = c == '.' || isAtomCharacter(c) || (isLiteral && c == ':');
+    if (isAllowed && !beginsEncodedWord) text.push_back(c);
+  }
   if (isLiteral) text = "[" + text + "]";
   out += text;
 }
@@ -149,7 +159,8 @@ bool _svEmailAddress::loadSingleEmailAddr(const char* text, bool /*relaxed*/, Lo
   });
 }
 
-int _svEmailAddress::parseAndLoadList(const char* text, ExtPtrArray& out, bool /*relaxed*/, LogBase& /*log*/) {
+int _svEmailAddress::parseAndLoadList(const char* text, ExtPtrArray& out, bool /*relaxed*/,
+                                      LogBase& /*log*/) {
   return parseAndLoadList(viewOf(text), out);
 }
 
@@ -170,8 +181,8 @@ int _svEmailAddress::parseAndLoadList(std::string_view text, ExtPtrArray& out) {
   return appended;
 }
 
-void _svEmailAddress::emitAsMimeField(const ExtPtrArray& list, int codePage, bool /*first*/, bool forHeader, bool useQ,
-                                      StringBuffer& out, LogBase& log) {
+void _svEmailAddress::emitAsMimeField(const ExtPtrArray& list, int codePage, bool /*first*/, bool forHeader,
+                                      bool useQ, StringBuffer& out, LogBase& log) {
   neverThrow(false, [&] {
     const Style style = styleOf(codePage, forHeader, useQ);
     std::string text;
@@ -182,8 +193,8 @@ void _svEmailAddress::emitAsMimeField(const ExtPtrArray& list, int codePage, boo
   });
 }
 
-void _svEmailAddress::emitSelfAsMimeField(int codePage, bool /*first*/, bool forHeader, bool useQ, StringBuffer& out,
-                                          LogBase& log) const {
+void _svEmailAddress::emitSelfAsMimeField(int codePage, bool /*first*/, bool forHeader, bool useQ,
+                                          StringBuffer& out, LogBase& log) const {
   neverThrow(false, [&] {
     std::string text;
     appendEntry(*this, styleOf(codePage, forHeader, useQ), /*isFirst=*/true, text);

@@ -1,8 +1,10 @@
 // mime/Address.h - email addresses with display names, and lists of them (RFC 5322, 6532).
 //
-//   Read      Structure first, names decoded afterwards, so that an encoded word can never forge an address. Groups are
-//             flattened, comments dropped (one alone becomes the name), routes dropped, quoted strings unquoted; lists as
-//             people send them: semicolons, unquoted commas in "Last, First <a@b>", stray dots, missing brackets.
+//   Read      Structure first, names decoded afterwards, so that an encoded word can never forge an address.
+//   Groups are
+//             flattened, comments dropped (one alone becomes the name), routes dropped, quoted strings
+//             unquoted; lists as people send them: semicolons, unquoted commas in "Last, First <a@b>", stray
+//             dots, missing brackets.
 //   Held      Name and address in utf-8, decoded.
 //   Written   Names quoted where RFC 5322 asks for it, or as encoded words; CR, LF and NUL never come out.
 #pragma once
@@ -26,26 +28,30 @@ class _svEmailAddress final : public SorvikObject {
   /// A new empty heap object owned by the caller; null when memory ran out.
   static _svEmailAddress* createNewObject();
 
-  /// Reads one address (the first when there are several). False, and nothing changed, when the text holds none with "@".
+  /// Reads one address (the first when there are several). False, and nothing changed, when the text holds
+  /// none with "@".
   /// @param relaxed accepted for the callers' sake; reading is always tolerant.
   bool loadSingleEmailAddr(const char* text, bool relaxed, LogBase& log);
-  /// Appends every address of a header value to `out` as owned _svEmailAddress objects; entries without an address (a lone
-  /// group name, an empty entry, several words without "@") are dropped, a single word without "@" is kept as a bare local
-  /// part. Local parts that need their quotes keep them.
+  /// Appends every address of a header value to `out` as owned _svEmailAddress objects; entries without an
+  /// address (a lone group name, an empty entry, several words without "@") are dropped, a single word
+  /// without "@" is kept as a bare local part. Local parts that need their quotes keep them.
   /// @return how many were appended.
   static int parseAndLoadList(const char* text, ExtPtrArray& out, bool relaxed, LogBase& log);
   static int parseAndLoadList(std::string_view text, ExtPtrArray& out);
 
-  /// Appends a list of _svEmailAddress as one header value, ", " between entries. An entry reads back as the one address it
-  /// is, whatever was set: local parts are quoted where they must be, and what could begin another address is left out.
-  /// An entry without an address is written as its name alone, one without both not at all.
+  /// Appends a list of _svEmailAddress as one header value, ", " between entries. An entry reads back as the
+  /// one address it is, whatever was set: local parts are quoted where they must be, and what could begin
+  /// another address is left out. An entry without an address is written as its name alone, one without both
+  /// not at all.
   /// @param codePage     of encoded words; 0, or one that cannot carry a name, means utf-8.
   /// @param first        always true.
-  /// @param forHeader    true: a header value, names as encoded words where needed; false: for display, plain utf-8.
+  /// @param forHeader    true: a header value, names as encoded words where needed; false: for display, plain
+  /// utf-8.
   /// @param useQ         Q encoding, else B.
   static void emitAsMimeField(const ExtPtrArray& list, int codePage, bool first, bool forHeader, bool useQ,
                               StringBuffer& out, LogBase& log);
-  void emitSelfAsMimeField(int codePage, bool first, bool forHeader, bool useQ, StringBuffer& out, LogBase& log) const;
+  void emitSelfAsMimeField(int codePage, bool first, bool forHeader, bool useQ, StringBuffer& out,
+                           LogBase& log) const;
 
   void copyEmailAddress(const _svEmailAddress& other);
   /// Replaces every occurrence of a text in name and address.

@@ -20,7 +20,8 @@ constexpr bool endsWord(char c) noexcept { return isBlankHere(c) || isSpecial(c)
 
 constexpr bool isDropped(char c) noexcept { return c == '\r' || c == '\n' || c == '\0'; }
 
-// Where the comment beginning at `open` ends; parentheses nested deeper than `depthLimit` are ordinary characters.
+// Where the comment beginning at `open` ends; parentheses nested deeper than `depthLimit` are ordinary
+// characters.
 std::size_t commentEnd(std::string_view text, std::size_t open, int depthLimit) noexcept {
   int depth = 0;
   for (std::size_t i = open; i < text.size(); ++i) {
@@ -35,20 +36,22 @@ std::size_t commentEnd(std::string_view text, std::size_t open, int depthLimit) 
   return kNowhere;
 }
 
-// Length of the encoded word the text begins with, 0 without one. Blanks, commas and other characters that must not
-// stand in one but do are part of it, so that they are not taken for structure; angle brackets are not. The search stops
-// where the next word would begin, so no byte is looked at twice.
+// Length of the encoded word the text begins with, 0 without one. Blanks, commas and other characters that
+// must not stand in one but do are part of it, so that they are not taken for structure; angle brackets are
+// not. The search stops where the next word would begin, so no byte is looked at twice.
 std::size_t encodedWordLength(std::string_view text) noexcept {
   if (!text.starts_with("=?")) return 0;
-  const std::size_t charsetEnd = text.find_first_of("? \t\r\n<>\"=", 2);
+  const std::size_t charsetEnd = text.find_first_of("? \t\r\n()<>@,;:\"/[]=", 2);
   if (charsetEnd == kNowhere || charsetEnd == 2 || charsetEnd + 2 >= text.size()) return 0;
   const char encoding = toUpperAscii(text[charsetEnd + 1]);
-  const bool isHead = text[charsetEnd] == '?' && (encoding == 'Q' || encoding == 'B') && text[charsetEnd + 2] == '?';
+  const bool isHead =
+      text[charsetEnd] == '?' && (encoding == 'Q' || encoding == 'B') && text[charsetEnd + 2] == '?';
   if (!isHead) return 0;
   for (std::size_t i = charsetEnd + 3; i + 1 < text.size(); ++i) {
     if (text[i] == '<' || text[i] == '>') return 0;
     if (text[i] == '?' && text[i + 1] == '=') return i + 2;
-    const bool nextBegins = text[i] == '=' && text[i + 1] == '?' && (i + 2 >= text.size() || text[i + 2] != '=');
+    const bool nextBegins =
+        text[i] == '=' && text[i + 1] == '?' && (i + 2 >= text.size() || text[i + 2] != '=');
     if (nextBegins) return 0;
   }
   return 0;
@@ -138,7 +141,8 @@ bool isAtomCharacter(char c) noexcept {
 }
 
 bool isBareLocalPart(std::string_view text) noexcept {
-  return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c == '.' || isAtomCharacter(c); });
+  return !text.empty() &&
+         std::all_of(text.begin(), text.end(), [](char c) { return c == '.' || isAtomCharacter(c); });
 }
 
 void appendUnescaped(std::string_view inside, std::string& out) {

@@ -1,4 +1,5 @@
-// mime/AddressLexer.h - the tokens of address lists (RFC 5322, 3.2 and 6532), read tolerantly and in linear time.
+// mime/AddressLexer.h - the tokens of address lists (RFC 5322, 3.2 and 6532), read tolerantly and in linear
+// time.
 #pragma once
 
 #include <cstddef>
@@ -23,8 +24,8 @@ struct AddressToken {
   bool is(char c) const noexcept { return kind == Kind::special && text.front() == c; }
 };
 
-/// Cuts a text into tokens. The quote of a string that is never closed is dropped, the parenthesis of a comment that is
-/// never closed is an ordinary character.
+/// Cuts a text into tokens. The quote of a string that is never closed is dropped, the parenthesis of a
+/// comment that is never closed is an ordinary character.
 class AddressLexer {
  public:
   explicit AddressLexer(std::string_view text) noexcept : m_text(text) {}
@@ -41,20 +42,22 @@ class AddressLexer {
   std::size_t m_position = 0;
   bool m_afterBlank = false;
   bool m_afterAt = false;
-  // What was once looked for to the end of the text in vain is not looked for again: that keeps the time linear.
+  // What was once looked for to the end of the text in vain is not looked for again: that keeps the time
+  // linear.
   bool m_noMoreQuotes = false;
   bool m_noMoreComments = false;
   bool m_noMoreNesting = false;
 };
 
-/// Whether the text can stand as a local part without quotes: atext (RFC 5322, 3.2.3), utf-8, and dots in any place, since
-/// mailboxes such as "a..b" exist.
+/// Whether the text can stand as a local part without quotes: atext (RFC 5322, 3.2.3), utf-8, and dots in any
+/// place, since mailboxes such as "a..b" exist.
 bool isBareLocalPart(std::string_view text) noexcept;
 
 /// atext of RFC 5322 (3.2.3), and every byte of utf-8.
 bool isAtomCharacter(char c) noexcept;
 
-/// Appends the inside of a quoted string or comment without the backslashes of its quoted pairs and without CR, LF, NUL.
+/// Appends the inside of a quoted string or comment without the backslashes of its quoted pairs and without
+/// CR, LF, NUL.
 void appendUnescaped(std::string_view inside, std::string& out);
 
 /// Appends text as a quoted string; CR, LF and NUL are left out.

@@ -24,15 +24,20 @@ std::string decodedName(std::string raw) {
 // "a@b" in quotes, as some write where an address belongs.
 bool isPlainAddress(std::string_view text) noexcept {
   const std::size_t at = text.find('@');
-  return at != std::string_view::npos && isBareLocalPart(text.substr(0, at)) && isBareLocalPart(text.substr(at + 1));
+  return at != std::string_view::npos && isBareLocalPart(text.substr(0, at)) &&
+         isBareLocalPart(text.substr(at + 1));
 }
 
 void appendVisible(std::string_view word, std::string& out) {
   std::copy_if(word.begin(), word.end(), std::back_inserter(out), [](char c) { return !isControlAscii(c); });
 }
 
-void appendAddressWord(std::string_view word, std::string& out) {
-  std::copy_if(word.begin(), word.end(), std::back_inserter(out),
+void appendAddressToken(const AddressToken& token, std::string& out) {
+  if (token.kind == Kind::quoted) {
+    appendUnescaped(token.text, out);
+    return;
+  }
+  std::copy_if(token.text.begin(), token.text.end(), std::back_inserter(out),
                [](char c) { return !isControlAscii(c) && c != '(' && c != ')'; });
 }
 
@@ -179,13 +184,17 @@ void AddressReader::finishAngle() {
 
   const Index angleEnd = std::min(m_angleEnd, m_tokens.size());
   std::string address = addressOf(addressRun({m_angle + 1, angleEnd}, /*inAngle=*/true));
-  if (address.empty()) {  // "a@b <>"
-    if (holdsAt(name)) finishBare(name);
+  if (address.empty()) {
+    finishEarlierParts();
+    if (holdsAt({m_part, m_angle})) finishBare({m_part, m_angle});  // "a@b <>"
     return;
   }
+  const Range rest{std::min(angleEnd + 1, m_tokens.size()), m_tokens.size()};
+  const bool restIsAddress = holdsAt(rest);
   std::string text = nameOf(name);
-  if (text.empty()) text = nameOf({angleEnd + 1, m_tokens.size()});
-  give(std::move(text), {name.begin, m_tokens.size()}, std::move(address));
+  if (text.empty() && !restIsAddress) text = nameOf(rest);
+  give(std::move(text), {name.begin, restIsAddress ? rest.begin : rest.end}, std::move(address));
+  if (restIsAddress) finishBare(rest);  // "<a@b> c@d"
 }
 
 void AddressReader::finishEarlierParts() {
@@ -193,7 +202,8 @@ void AddressReader::finishEarlierParts() {
   m_earlierParts.clear();
 }
 
-// Without angle brackets every run of tokens with an "@" is an address, and the words before it are its name. Without an
+// Without angle brackets every run of tokens with an "@" is an address, and the words before it are its name.
+// Without an
 // "@" a single word is a local part, and more than one are nothing.
 void AddressReader::finishBare(Range range) {
   if (range.isEmpty()) return;
@@ -213,7 +223,8 @@ void AddressReader::finishBare(Range range) {
     give(nameOf({nameBegin, run.begin}), {isFirst ? nameBegin : nameBegin + 1, run.end}, addressOf(run));
     nameBegin = run.end;
   }
-  if (m_ready.size() > before && m_ready.back().name.empty()) m_ready.back().name = nameOf({nameBegin, range.end});
+  if (m_ready.size() > before && m_ready.back().name.empty())
+    m_ready.back().name = nameOf({nameBegin, range.end});
 }
 
 void AddressReader::clearEntry() noexcept {
@@ -233,13 +244,15 @@ void AddressReader::give(std::string name, Range comments, std::string address) 
 
 // Tokens to text
 
-// Whether a token continues the address of the token before it. Obsolete syntax has blanks around "@" and ".": within
-// angle brackets they mean nothing, outside only a dot standing apart is read so, for "Dr. a@b" is no address.
+// Whether a token continues the address of the token before it. Obsolete syntax has blanks around "@" and
+// ".": within angle brackets they mean nothing, outside only a dot standing apart is read so, for "Dr. a@b"
+// is no address.
 bool AddressReader::joins(Index token, bool inAngle) const noexcept {
   const AddressToken& left = m_tokens[token - 1];
   const AddressToken& right = m_tokens[token];
+  const auto isBorder = [](const AddressToken& t) { return t.kind == Kind::special && !t.is('@'); };
+  if (isBorder(left) || isBorder(right)) return false;
   if (left.is('@') || right.is('@')) return true;
-  if (left.kind == Kind::special || right.kind == Kind::special) return false;
 
   const bool dotRight = right.kind == Kind::word && right.text.front() == '.';
   const bool dotLeft = left.kind == Kind::word && left.text.back() == '.';
@@ -263,30 +276,29 @@ AddressReader::Range AddressReader::addressRun(Range range, bool inAngle) const 
   return {};
 }
 
-bool AddressReader::holdsAt(Range range) const noexcept {
-  for (Index i = range.begin; i < range.end; ++i)
-    if (m_tokens[i].is('@')) return true;
-  return false;
+AddressReader::Index AddressReader::lastAt(Range range) const noexcept {
+  for (Index i = range.end; i > range.begin; --i)
+    if (m_tokens[i - 1].is('@')) return i - 1;
+  return range.end;
 }
 
 std::string AddressReader::addressOf(Range range) const {
+  const Index at = lastAt(range);
   std::string address;
-  for (Index i = range.begin; i < range.end; ++i) {
-    const AddressToken& token = m_tokens[i];
-    if (token.kind != Kind::quoted) {
-      appendAddressWord(token.text, address);
-      continue;
-    }
-    std::string inside;
-    appendUnescaped(token.text, inside);
-    const bool isAlone = range.end - range.begin == 1;
-    if (isBareLocalPart(inside) || (isAlone && isPlainAddress(inside))) {
-      address += inside;
-    } else if (!inside.empty()) {
-      appendQuotedString(inside, address);
-    }
+  bool isQuoted = false;
+  for (Index i = range.begin; i < at; ++i) {
+    isQuoted |= m_tokens[i].kind == Kind::quoted;
+    appendAddressToken(m_tokens[i], address);
   }
-  const bool isOnlyEncodedWord = mayHoldEncodedWord(address) && !holdsAt(range);
+  const bool isAddressInQuotes = at == range.end && range.end - range.begin == 1 && isPlainAddress(address);
+  if (isQuoted && !address.empty() && !isBareLocalPart(address) && !isAddressInQuotes) {
+    std::string quoted;
+    appendQuotedString(address, quoted);
+    address = std::move(quoted);
+  }
+  for (Index i = at; i < range.end; ++i) appendAddressToken(m_tokens[i], address);
+
+  const bool isOnlyEncodedWord = at == range.end && mayHoldEncodedWord(address);
   if (address == "@" || isOnlyEncodedWord) return {};
   const std::string_view bare = withoutSingleQuotes(address);
   return bare.size() == address.size() ? address : std::string(bare);
@@ -307,8 +319,9 @@ std::string AddressReader::nameOf(Range range) const {
 }
 
 std::string AddressReader::commentIn(Range range) const {
-  const auto found = std::lower_bound(m_comments.begin(), m_comments.end(), range.begin,
-                                      [](const Comment& comment, Index token) { return comment.before < token; });
+  const auto found =
+      std::lower_bound(m_comments.begin(), m_comments.end(), range.begin,
+                       [](const Comment& comment, Index token) { return comment.before < token; });
   if (found == m_comments.end() || found->before > range.end) return {};
   std::string raw;
   appendUnescaped(found->inside, raw);

@@ -1,8 +1,9 @@
 // mime/AddressReader.h - takes an address list apart (RFC 5322, 3.4 and 4.4), tolerantly and in linear time.
 //
-// Tokens are gathered into entries, which end at commas, semicolons and colons; what an entry holds (angle brackets, an
-// "@", or neither) says what in it is name and what is address. Only names are decoded, and last of all, so that nothing
-// inside an encoded word is ever taken for structure.
+// Tokens are gathered into entries, which end at commas, semicolons and colons; what an entry holds (angle
+// brackets, an
+// "@", or neither) says what in it is name and what is address. Only names are decoded, and last of all, so
+// that nothing inside an encoded word is ever taken for structure.
 #pragma once
 
 #include <cstddef>
@@ -57,11 +58,11 @@ class AddressReader {
   void clearEntry() noexcept;
   void give(std::string name, Range comments, std::string address);
 
-  Range all() const noexcept { return {0, m_tokens.size()}; }
   bool joins(Index token, bool inAngle) const noexcept;
   Range firstRun(Range range, bool inAngle) const noexcept;
   Range addressRun(Range range, bool inAngle) const noexcept;
-  bool holdsAt(Range range) const noexcept;
+  Index lastAt(Range range) const noexcept;  ///< The end of the range without one.
+  bool holdsAt(Range range) const noexcept { return lastAt(range) < range.end; }
   std::string addressOf(Range range) const;
   std::string nameOf(Range range) const;
   std::string commentIn(Range range) const;

@@ -8,8 +8,8 @@ namespace mailtree {
 
 namespace {
 
-// Deliberate: some tests below look at the letter case and their neighbours do not. The order of the tests and their letter
-// case are part of what makes the numbering of attachments stable, so they stay as they are.
+// Deliberate: some tests below look at the letter case and their neighbours do not. The order of the tests
+// and their letter case are part of what makes the numbering of attachments stable, so they stay as they are.
 
 constexpr AttachmentVerdict yes(const char* reason) { return {true, reason}; }
 constexpr AttachmentVerdict no(const char* reason) { return {false, reason}; }
@@ -37,7 +37,8 @@ AttachmentVerdict judgeInline(const PartTraits& part, bool inMixed) noexcept {
   return no("No, inline AND no filename");
 }
 
-// Deliberate: an inline part is judged by the name in its disposition, a part without one by the name in its type.
+// Deliberate: an inline part is judged by the name in its disposition, a part without one by the name in its
+// type.
 AttachmentVerdict judgeUndisposed(const PartTraits& part, bool inMixed) noexcept {
   if (inMixed && part.hasMessageClass && part.type == "text/plain")
     return yes("Yes, because of Content-Class header.");

@@ -9,12 +9,12 @@ namespace mailtree {
 
 /// What the decision looks at.
 struct PartTraits {
-  std::string_view type;              ///< Media type, lower case; may be empty.
-  std::string_view name;              ///< name parameter of the Content-Type.
-  std::string_view disposition;       ///< Content-Disposition, such as "attachment".
-  std::string_view dispFilename;      ///< filename parameter of the Content-Disposition.
-  std::string_view transferEncoding;
-  bool hasMessageClass = false;       ///< A Content-Class field matching "*content-classes:message*".
+  std::string_view type = {};          ///< Media type, lower case; may be empty.
+  std::string_view name = {};          ///< name parameter of the Content-Type.
+  std::string_view disposition = {};   ///< Content-Disposition, such as "attachment".
+  std::string_view dispFilename = {};  ///< filename parameter of the Content-Disposition.
+  std::string_view transferEncoding = {};
+  bool hasMessageClass = false;  ///< A Content-Class field matching "*content-classes:message*".
 };
 
 struct AttachmentVerdict {
@@ -22,7 +22,8 @@ struct AttachmentVerdict {
   const char* reason;  ///< Why, in the words of the log.
 };
 
-/// Decides, for a part whose parent is a mixed enclosure (`inMixed`) or not. The first rule that applies wins.
+/// Decides, for a part whose parent is a mixed enclosure (`inMixed`) or not. The first rule that
+/// applies wins.
 AttachmentVerdict judgeAttachment(const PartTraits& part, bool inMixed) noexcept;
 
 struct StrictVerdict {
@@ -30,12 +31,12 @@ struct StrictVerdict {
   const char* reason;  ///< Null where there is nothing to say.
 };
 
-/// The narrower test: application types and whatever says "attachment". A name that looks like a URL with a query marks a
-/// web resource, not a file.
+/// The narrower test: application types and whatever says "attachment". A name that looks like a URL with a
+/// query marks a web resource, not a file.
 StrictVerdict judgeStrictAttachment(const PartTraits& part) noexcept;
 
-/// Whether a text body is stored as utf-8 and converted on output: a text leaf that is no attachment. An attached text file
-/// keeps its bytes.
+/// Whether a text body is stored as utf-8 and converted on output: a text leaf that is no attachment. An
+/// attached text file keeps its bytes.
 bool isConvertibleText(const PartTraits& part) noexcept;
 
 }  // namespace mailtree

@@ -10,8 +10,8 @@ namespace {
 
 constexpr std::uint32_t kBadQuad = 0x80000000;
 
-/// What a digit adds to the 24 bits of its group, by its place in it; the bytes come out first byte lowest, so that they
-/// can be stored as they are on a little-endian host.
+/// What a digit adds to the 24 bits of its group, by its place in it; the bytes come out first byte lowest,
+/// so that they can be stored as they are on a little-endian host.
 using QuadTable = std::array<std::array<std::uint32_t, 256>, 4>;
 
 constexpr QuadTable kQuads = [] {
@@ -20,7 +20,8 @@ constexpr QuadTable kQuads = [] {
     for (unsigned c = 0; c < 256; ++c) {
       const std::uint32_t value = kDigitValues[c];
       const std::uint32_t bits = value << (18 - 6 * place);
-      tables[place][c] = value == kNoDigit ? kBadQuad : (bits >> 16 & 0xFF) | (bits & 0xFF00) | (bits & 0xFF) << 16;
+      tables[place][c] =
+          value == kNoDigit ? kBadQuad : (bits >> 16 & 0xFF) | (bits & 0xFF00) | (bits & 0xFF) << 16;
     }
   }
   return tables;
@@ -94,7 +95,8 @@ std::size_t encodedSize(std::size_t size, std::size_t lineLength) noexcept {
   return digits + 2 * ((digits + lineLength - 1) / lineLength);
 }
 
-std::size_t encodePortable(const std::uint8_t* data, std::size_t size, char* out, std::size_t lineLength) noexcept {
+std::size_t encodePortable(const std::uint8_t* data, std::size_t size, char* out,
+                           std::size_t lineLength) noexcept {
   const char* const begin = out;
   if (lineLength == 0) return static_cast<std::size_t>(encodeRun(data, size, out) - begin);
 

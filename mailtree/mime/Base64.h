@@ -16,13 +16,16 @@ constexpr std::size_t decodedCapacity(std::size_t size) noexcept { return size /
 /// @return bytes written. Padding ends a group, not the text: what follows it is decoded too.
 std::size_t decode(std::string_view text, std::uint8_t* out) noexcept;
 
-/// Exact size of encode()'s output: lines of `lineLength` characters, CRLF after each; 0: one line without a break.
+/// Exact size of encode()'s output: lines of `lineLength` characters, CRLF after each; 0: one line without a
+/// break.
 std::size_t encodedSize(std::size_t size, std::size_t lineLength) noexcept;
-/// Encodes into `out`, which holds encodedSize(size, lineLength) bytes; returns that size. `lineLength` is a multiple of 4.
+/// Encodes into `out`, which holds encodedSize(size, lineLength) bytes; returns that size. `lineLength` is a
+/// multiple of 4.
 std::size_t encode(const std::uint8_t* data, std::size_t size, char* out, std::size_t lineLength) noexcept;
 
 /// The portable twins, which the vector paths are tested against.
 std::size_t decodePortable(std::string_view text, std::uint8_t* out) noexcept;
-std::size_t encodePortable(const std::uint8_t* data, std::size_t size, char* out, std::size_t lineLength) noexcept;
+std::size_t encodePortable(const std::uint8_t* data, std::size_t size, char* out,
+                           std::size_t lineLength) noexcept;
 
 }  // namespace mailtree::base64

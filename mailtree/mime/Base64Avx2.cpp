@@ -6,11 +6,12 @@
 
 #include <cstring>
 
-// 32 digits at a time. Both directions work on whole lines where they can: a line of 76 is two blocks and a third one
-// that ends where the line ends and does some of the second once more, which costs less than any handling of the rest.
+// 32 digits at a time. Both directions work on whole lines where they can: a line of 76 is two blocks and a
+// third one that ends where the line ends and does some of the second once more, which costs less than any
+// handling of the rest.
 //
-// The file is compiled for any x86-64 processor; only the functions marked here may use the wider instructions, and they
-// run only on a processor that has them.
+// The file is compiled for any x86-64 processor; only the functions marked here may use the wider
+// instructions, and they run only on a processor that has them.
 #define MAILTREE_AVX2 __attribute__((target("avx2")))
 
 namespace mailtree::base64 {
@@ -19,8 +20,8 @@ namespace {
 constexpr std::size_t kBlock = 32;       ///< Digits.
 constexpr std::size_t kBlockBytes = 24;  ///< What they stand for.
 
-/// A block's store is 32 bytes for 24, and its output buffer has 3 bytes for 4 digits: with this many digits left the
-/// store stays inside.
+/// A block's store is 32 bytes for 24, and its output buffer has 3 bytes for 4 digits: with this many digits
+/// left the store stays inside.
 constexpr std::ptrdiff_t kDecodeMargin = 44;
 
 /// A block's load is 28 bytes for 24.
@@ -38,18 +39,22 @@ constexpr Lookup makeLookup(Entry entry) {
   return table;
 }
 
-/// High nibbles that the digits share: 2 ("+", "/"), 3 (figures), 4 and 6, 5 and 7 (letters); the last class has none.
+/// High nibbles that the digits share: 2 ("+", "/"), 3 (figures), 4 and 6, 5 and 7 (letters); the last class
+/// has none.
 constexpr int classOf(int highNibble) {
   constexpr int kClasses[16] = {4, 4, 0, 1, 2, 3, 2, 3, 4, 4, 4, 4, 4, 4, 4, 4};
   return kClasses[highNibble];
 }
 
-constexpr bool isDigit(int high, int low) { return kDigitValues[static_cast<unsigned>(high * 16 + low)] != kNoDigit; }
+constexpr bool isDigit(int high, int low) {
+  return kDigitValues[static_cast<unsigned>(high * 16 + low)] != kNoDigit;
+}
 
 /// The class of a high nibble as one bit.
 constexpr Lookup kClassBits = makeLookup([](int high) { return 1 << classOf(high); });
 
-/// The classes in which a low nibble makes no digit. A byte is no digit when this and its class have a bit in common.
+/// The classes in which a low nibble makes no digit. A byte is no digit when this and its class have a bit in
+/// common.
 constexpr Lookup kWrongClasses = makeLookup([](int low) {
   int classes = 1 << 4;
   for (int high = 2; high <= 5; ++high)
@@ -65,7 +70,8 @@ constexpr bool classesAreExact() {
 }
 static_assert(classesAreExact());
 
-/// What turns a digit into its value, by high nibble; "/" looks one to the left of the others that begin with 2.
+/// What turns a digit into its value, by high nibble; "/" looks one to the left of the others that begin
+/// with 2.
 constexpr Lookup kValueOffsets = makeLookup([](int high) {
   constexpr int kOffsets[16] = {0, 63 - '/', 62 - '+', 52 - '0', -'A', -'A', 26 - 'a', 26 - 'a'};
   return kOffsets[high];
@@ -74,7 +80,8 @@ constexpr Lookup kValueOffsets = makeLookup([](int high) {
 /// From four 24-bit groups, each in the low end of 32 bits, to twelve bytes.
 constexpr Lookup kGather = makeLookup([](int i) { return i < 12 ? i / 3 * 4 + 2 - i % 3 : 0x80; });
 
-/// From twelve bytes to the middle, low, high, middle byte of each triple, so that every digit's bits are in one unit.
+/// From twelve bytes to the middle, low, high, middle byte of each triple, so that every digit's bits are in
+/// one unit.
 constexpr Lookup kSpread = makeLookup([](int i) {
   constexpr int kOrder[4] = {1, 0, 2, 1};
   return i / 4 * 3 + kOrder[i % 4];
@@ -89,7 +96,9 @@ constexpr Lookup kDigitOffsets = makeLookup([](int range) {
   return range == 13 ? 'A' + 0 : 0;
 });
 
-MAILTREE_AVX2 inline __m256i load(const void* p) noexcept { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
+MAILTREE_AVX2 inline __m256i load(const void* p) noexcept {
+  return _mm256_loadu_si256(static_cast<const __m256i*>(p));
+}
 
 MAILTREE_AVX2 inline __m256i load(const Lookup& table) noexcept {
   return _mm256_load_si256(reinterpret_cast<const __m256i*>(table.bytes));
@@ -117,7 +126,8 @@ MAILTREE_AVX2 inline void storeDecoded(__m256i text, std::uint8_t* out) noexcept
   const __m256i slash = _mm256_cmpeq_epi8(text, _mm256_set1_epi8('/'));
   const __m256i offsets = _mm256_shuffle_epi8(load(kValueOffsets), _mm256_add_epi8(highNibbles(text), slash));
   const __m256i values = _mm256_add_epi8(text, offsets);
-  // Six bits to twelve, twelve to twenty-four: first value times 64 plus second, first pair times 4096 plus second.
+  // Six bits to twelve, twelve to twenty-four: first value times 64 plus second, first pair times 4096 plus
+  // second.
   const __m256i pairs = _mm256_maddubs_epi16(values, _mm256_set1_epi32(0x01400140));
   const __m256i groups = _mm256_madd_epi16(pairs, _mm256_set1_epi32(0x00011000));
   const __m256i lanes = _mm256_shuffle_epi8(groups, load(kGather));
@@ -131,14 +141,16 @@ MAILTREE_AVX2 inline void storeEncoded(const std::uint8_t* data, char* out) noex
   const __m128i second = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + 12));
   const __m256i bytes = _mm256_inserti128_si256(_mm256_castsi128_si256(first), second, 1);
   const __m256i spread = _mm256_shuffle_epi8(bytes, load(kSpread));
-  // Multiplications shift each 16-bit unit by an amount of its own: first and third digit down, second and fourth up.
+  // Multiplications shift each 16-bit unit by an amount of its own: first and third digit down, second and
+  // fourth up.
   const __m256i odd = _mm256_mulhi_epu16(_mm256_and_si256(spread, _mm256_set1_epi32(0x0FC0FC00)),
                                          _mm256_set1_epi32(0x04000040));
   const __m256i even = _mm256_mullo_epi16(_mm256_and_si256(spread, _mm256_set1_epi32(0x003F03F0)),
                                           _mm256_set1_epi32(0x01000010));
   const __m256i values = _mm256_or_si256(odd, even);
   const __m256i ranges = _mm256_subs_epu8(values, _mm256_set1_epi8(51));
-  const __m256i upper = _mm256_and_si256(_mm256_cmpgt_epi8(_mm256_set1_epi8(26), values), _mm256_set1_epi8(13));
+  const __m256i upper =
+      _mm256_and_si256(_mm256_cmpgt_epi8(_mm256_set1_epi8(26), values), _mm256_set1_epi8(13));
   const __m256i offsets = _mm256_shuffle_epi8(load(kDigitOffsets), _mm256_or_si256(ranges, upper));
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), _mm256_add_epi8(values, offsets));
 }
@@ -150,7 +162,8 @@ struct LineShape {
 
   /// Learns from a line that ended: `junk` bytes stood between its last digit and the next line.
   void learn(std::size_t length, const char* junk, std::size_t junkSize) noexcept {
-    const bool plainBreak = junkSize == 1 ? junk[0] == '\n' : junkSize == 2 && junk[0] == '\r' && junk[1] == '\n';
+    const bool plainBreak =
+        junkSize == 1 ? junk[0] == '\n' : junkSize == 2 && junk[0] == '\r' && junk[1] == '\n';
     const bool usable = plainBreak && length >= kBlock && length % 4 == 0;
     digits = usable ? length : 0;
     breakSize = usable ? junkSize : 0;
@@ -162,7 +175,8 @@ struct LineShape {
 };
 
 /// Decodes lines of the shape for as long as they come; stops before the first that is different.
-MAILTREE_AVX2 void decodeLines(const LineShape& shape, const char*& p, const char* end, std::uint8_t*& out) noexcept {
+MAILTREE_AVX2 void decodeLines(const LineShape& shape, const char*& p, const char* end,
+                               std::uint8_t*& out) noexcept {
   const std::ptrdiff_t step = static_cast<std::ptrdiff_t>(shape.digits + shape.breakSize);
   const std::size_t lastBlock = shape.digits - kBlock;
   while (end - p >= step + kDecodeMargin && shape.endsAt(p + shape.digits)) {
@@ -178,6 +192,17 @@ MAILTREE_AVX2 void decodeLines(const LineShape& shape, const char*& p, const cha
     if (!_mm256_testz_si256(wrong, wrong)) return;
     p += step;
     out += shape.digits / 4 * 3;
+  }
+}
+
+/// Decodes pairs of blocks for as long as they hold nothing but digits.
+MAILTREE_AVX2 void decodeBlocks(const char*& p, const char* end, std::uint8_t*& out) noexcept {
+  for (; end - p >= kDecodeMargin + std::ptrdiff_t{kBlock}; p += 2 * kBlock, out += 2 * kBlockBytes) {
+    const __m256i first = load(p), second = load(p + kBlock);
+    const __m256i wrong = _mm256_or_si256(strangers(first), strangers(second));
+    if (!_mm256_testz_si256(wrong, wrong)) return;
+    storeDecoded(first, out);
+    storeDecoded(second, out + kBlockBytes);
   }
 }
 
@@ -201,6 +226,7 @@ MAILTREE_AVX2 std::size_t decodeAvx2(std::string_view text, std::uint8_t* out) n
     if (strange == 0) {
       p += kBlock;
       out += kBlockBytes;
+      if (!shape.digits) decodeBlocks(p, end, out);  // a text without line breaks so far
       continue;
     }
     const unsigned whole = static_cast<unsigned>(__builtin_ctz(strange)) & ~3U;

@@ -29,13 +29,14 @@ inline constexpr std::array<std::uint8_t, 256> kDigitValues = [] {
 
 constexpr std::uint8_t digitValue(char c) noexcept { return kDigitValues[static_cast<unsigned char>(c)]; }
 
-/// Decodes one group: skips what is no digit, stops after four digits, after padding that closes a shorter group, or at
-/// the end. Moves both pointers.
+/// Decodes one group: skips what is no digit, stops after four digits, after padding that closes a shorter
+/// group, or at the end. Moves both pointers.
 void decodeGroup(const char*& p, const char* end, std::uint8_t*& out) noexcept;
 
 #if MAILTREE_BASE64_AVX2
 std::size_t decodeAvx2(std::string_view text, std::uint8_t* out) noexcept;
-std::size_t encodeAvx2(const std::uint8_t* data, std::size_t size, char* out, std::size_t lineLength) noexcept;
+std::size_t encodeAvx2(const std::uint8_t* data, std::size_t size, char* out,
+                       std::size_t lineLength) noexcept;
 #endif
 
 }  // namespace mailtree::base64

@@ -1,8 +1,10 @@
 // mime/Charset.h - charsets by name and by code page, and conversion between code pages.
 //
-//   Code pages  Windows numbers: 65001 utf-8, 20127 us-ascii, 28591 iso-8859-1, 1200 and 1201 utf-16LE and BE, 50220 to
+//   Code pages  Windows numbers: 65001 utf-8, 20127 us-ascii, 28591 iso-8859-1, 1200 and 1201 utf-16LE and
+//   BE, 50220 to
 //               50222 iso-2022-jp, 54936 gb18030 ... Below 1: none chosen.
-//   Labels      Read as the web reads them: iso-8859-1 as windows-1252 in 0x80-0x9F, gb2312 and gbk as gb18030,
+//   Labels      Read as the web reads them: iso-8859-1 as windows-1252 in 0x80-0x9F, gb2312 and gbk as
+//   gb18030,
 //               ks_c_5601-1987 as cp949, shift_jis as cp932. Written strictly: no best fits, no "?".
 #pragma once
 
@@ -23,8 +25,8 @@ inline constexpr int kCpLatin1 = 28591;
 inline constexpr int kCpUtf16LE = 1200;
 inline constexpr int kCpUtf16BE = 1201;
 
-/// Code page of a charset label (any registered name or alias met in mail, any case, quotes and blanks around it
-/// ignored); 0 when unknown.
+/// Code page of a charset label (any registered name or alias met in mail, any case, quotes and blanks around
+/// it ignored); 0 when unknown.
 int codePageOfCharset(std::string_view name) noexcept;
 /// Preferred MIME name of a code page, in lower case; empty when unknown.
 std::string_view charsetNameOf(int codePage) noexcept;
@@ -51,28 +53,30 @@ class _svCharset {
 class EncodingConvert {
  public:
   /// Converts bytes from one code page to another, replacing the content of `out`.
-  /// @return false when some input was malformed, some character does not exist in the target, or a code page is unknown;
-  ///         `out` then holds what could be converted ("?" in place of the rest, U+FFFD in Unicode targets), or the input
-  ///         itself when a code page is unknown. Equal code pages copy the bytes after checking them.
-  static bool EncConvert(int fromCodePage, int toCodePage, const void* bytes, std::size_t size, DataBuffer& out,
-                         LogBase& log);
+  /// @return false when some input was malformed, some character does not exist in the target, or a code page
+  /// is unknown;
+  ///         `out` then holds what could be converted ("?" in place of the rest, U+FFFD in Unicode targets),
+  ///         or the input itself when a code page is unknown. Equal code pages copy the bytes after checking
+  ///         them.
+  static bool EncConvert(int fromCodePage, int toCodePage, const void* bytes, std::size_t size,
+                         DataBuffer& out, LogBase& log);
 };
 
-/// Decodes bytes of a code page to utf-8, appended to `out`; the fast path under EncConvert. False when some byte has no
-/// meaning there (it became U+FFFD) or the code page is unknown (nothing appended).
+/// Decodes bytes of a code page to utf-8, appended to `out`; the fast path under EncConvert. False when some
+/// byte has no meaning there (it became U+FFFD) or the code page is unknown (nothing appended).
 bool decodeToUtf8(int codePage, std::string_view bytes, DataBuffer& out);
 bool decodeToUtf8(int codePage, std::string_view bytes, std::string& out);
-/// Encodes utf-8 into a code page, appended to `out`, strictly. False when a character does not exist there ("?" stands
-/// for it), the input is malformed or the code page is unknown.
+/// Encodes utf-8 into a code page, appended to `out`, strictly. False when a character does not exist there
+/// ("?" stands for it), the input is malformed or the code page is unknown.
 bool encodeFromUtf8(int codePage, std::string_view utf8, std::string& out);
 
-/// Best guess for 8-bit text without a usable label, from byte statistics; 0 when nothing fits. utf-8 is told by
-/// validity, iso-2022 by its escapes, everything else by the detector.
+/// Best guess for 8-bit text without a usable label, from byte statistics; 0 when nothing fits. utf-8 is told
+/// by validity, iso-2022 by its escapes, everything else by the detector.
 int detectCodePage(std::string_view bytes);
 
 /// How a received text came to utf-8.
 enum class TextOrigin {
-  declared,    ///< The label was right.
+  declared,  ///< The label was right.
   byteOrderMark,
   validUtf8,   ///< The label was unknown or wrong, the bytes are utf-8.
   detected,    ///< The label was unknown or wrong, a detected code page carried the bytes.
@@ -86,9 +90,9 @@ struct DecodedText {
   bool converted;  ///< Whether `out` holds new text; when false the bytes are already right as they stand.
 };
 
-/// Brings received text to utf-8 by its label: the label is believed when it can decode every byte; else byte order mark,
-/// valid utf-8, detection. `out` is replaced only when `converted` comes back true (7-bit text in an ASCII-compatible
-/// charset and valid utf-8 need none). Never adds U+FFFD.
+/// Brings received text to utf-8 by its label: the label is believed when it can decode every byte; else byte
+/// order mark, valid utf-8, detection. `out` is replaced only when `converted` comes back true (7-bit text in
+/// an ASCII-compatible charset and valid utf-8 need none). Never adds U+FFFD.
 DecodedText receivedTextToUtf8(std::string_view label, std::string_view bytes, DataBuffer& out);
 
 }  // namespace mailtree

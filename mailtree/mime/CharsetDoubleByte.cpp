@@ -1,7 +1,7 @@
 // mime/CharsetDoubleByte.cpp - the East Asian charsets of one and two bytes, by table.
 //
-// A table is made of ICU's mappings when its code page is first met; after that a text costs a look-up per character. What
-// does not fit into two bytes in and three out is asked of ICU each time: it is rare in mail.
+// A table is made of ICU's mappings when its code page is first met; after that a text costs a look-up per
+// character. What does not fit into two bytes in and three out is asked of ICU each time: it is rare in mail.
 #include <algorithm>
 #include <cstring>
 #include <iterator>
@@ -47,7 +47,7 @@ struct FamilyRow {
 
 /// Read as the web reads them: each as the largest charset of its kind.
 constexpr FamilyRow kFamilyOf[] = {
-    {932, shiftJis}, {936, chinese},  {949, korean},      {950, big5},      {951, hongKong}, {20932, eucJp},
+    {932, shiftJis},  {936, chinese},  {949, korean},     {950, big5},      {951, hongKong}, {20932, eucJp},
     {20936, chinese}, {20949, korean}, {kCpEucJp, eucJp}, {51936, chinese}, {51949, korean}, {54936, chinese},
 };
 
@@ -57,26 +57,38 @@ const FamilyRow* familyRow(int codePage) noexcept {
   return found == std::end(kFamilyOf) ? nullptr : found;
 }
 
-constexpr PackedUtf8 kLead = 0;                  ///< Of a single byte: it begins a longer form.
-constexpr PackedUtf8 kAskIcu = kPackedDamage;    ///< Of a pair: no character, or one that does not fit here.
+constexpr PackedUtf8 kLead = 0;                        ///< Of a single byte: it begins a longer form.
+constexpr PackedUtf8 kUndefined = kPackedReplacement;  ///< Of a pair: no character.
+constexpr PackedUtf8 kAskIcu =
+    kPackedDamage;  ///< Of a pair: a longer form, or a character that does not fit.
 
 struct Table {
   std::array<PackedUtf8, 256> single;
   std::array<std::array<PackedUtf8, 256>, 128> pair;  ///< By lead byte without its top bit, and trail byte.
 };
 
-constexpr bool isPrivateUse(std::u16string_view units) noexcept {
-  return units.size() == 1 && units[0] >= 0xE000 && units[0] <= 0xF8FF;
+constexpr bool isSurrogate(char16_t c) noexcept { return (c & 0xF800) == 0xD800; }
+constexpr bool isPrivateUse(char16_t c) noexcept { return c >= 0xE000 && c <= 0xF8FF; }
+
+/// Whether the converter read a form as one, not as a byte without meaning and another character behind it.
+/// ICU hands on some undefined bytes as C1 controls.
+bool isCharacter(std::u16string_view units) noexcept {
+  return !units.empty() && std::all_of(units.begin(), units.end(),
+                                       [](char16_t c) { return c >= 0xA0 && c != kReplacementCharacter; });
 }
 
-bool isOneCharacter(std::u16string_view units) noexcept {
-  return units.size() == 1 && units[0] != kReplacementCharacter && (units[0] < 0xD800 || units[0] > 0xDFFF);
+/// What a table holds of a character.
+PackedUtf8 entryOf(std::u16string_view units) noexcept {
+  return units.size() == 1 && !isSurrogate(units[0]) ? packUtf8(units[0]) : kAskIcu;
 }
 
-/// Fills one row of pairs where it has nothing better yet. The pairs go through the converter in one text, a line each.
+constexpr unsigned kFirstTrail = 0x30, kLastTrail = 0xFE;
+
+/// Fills one row of pairs where it has nothing yet. The pairs go through the converter in one text, a line
+/// each.
 void fillRow(const char* converter, unsigned lead, bool privateUseToo, std::array<PackedUtf8, 256>& row) {
   std::string text;
-  for (unsigned trail = 0x21; trail < 0xFF; ++trail) {
+  for (unsigned trail = kFirstTrail; trail <= kLastTrail; ++trail) {
     text += static_cast<char>(lead);
     text += static_cast<char>(trail);
     text += '\n';
@@ -85,13 +97,20 @@ void fillRow(const char* converter, unsigned lead, bool privateUseToo, std::arra
   ByteSink sink(lines);
   decodeWithIcu(converter, text, sink);
   const std::u16string units = utf8ToUtf16(lines);
-  std::size_t begin = 0;
-  for (unsigned trail = 0x21; trail < 0xFF; ++trail) {
-    const std::size_t end = std::min(units.find(u'\n', begin), units.size());
-    const std::u16string_view one = std::u16string_view(units).substr(begin, end - begin);
-    if (row[trail] == kAskIcu && isOneCharacter(one) && (privateUseToo || !isPrivateUse(one))) row[trail] = packUtf8(one[0]);
-    begin = std::min(end + 1, units.size());
+  std::u16string_view rest = units;
+  for (unsigned trail = kFirstTrail; trail <= kLastTrail; ++trail) {
+    const std::size_t end = std::min(rest.find(u'\n'), rest.size());
+    const std::u16string_view one = rest.substr(0, end);
+    const bool wanted = isCharacter(one) && (!isPrivateUse(one[0]) || (privateUseToo && one.size() == 1));
+    if (row[trail] == kUndefined && wanted) row[trail] = entryOf(one);
+    rest.remove_prefix(std::min(end + 1, rest.size()));
   }
+}
+
+/// Pairs that begin a form of three or four bytes.
+void markLongForms(LongForm form, unsigned lead, std::array<PackedUtf8, 256>& row) {
+  if (form == LongForm::threeAfter8F && lead == 0x8F) row.fill(kAskIcu);
+  if (form == LongForm::fourWithFigures) std::fill(row.begin() + '0', row.begin() + '9' + 1, kAskIcu);
 }
 
 /// A byte on its own, asked of the family's converters.
@@ -100,8 +119,7 @@ PackedUtf8 singleOf(const Family& family, unsigned byte) {
   for (const char* const converter : {family.converter, family.fallback}) {
     if (!converter) continue;
     const std::u16string units = decodeFewWithIcu(converter, std::string_view(&c, 1));
-    // ICU hands on some undefined bytes as C1 controls or for private use.
-    if (isOneCharacter(units) && units[0] >= 0xA0 && !isPrivateUse(units)) return packUtf8(units[0]);
+    if (isCharacter(units) && !isPrivateUse(units[0])) return entryOf(units);
   }
   return kLead;
 }
@@ -112,8 +130,9 @@ std::unique_ptr<const Table> makeTable(const Family& family) {
   for (unsigned lead = 0x80; lead < 0x100; ++lead) {
     table->single[lead] = singleOf(family, lead);
     auto& row = table->pair[lead - 0x80];
-    row.fill(kAskIcu);
+    row.fill(kUndefined);
     if (table->single[lead] != kLead) continue;
+    markLongForms(family.longForm, lead, row);
     fillRow(family.converter, lead, /*privateUseToo=*/!family.fallback, row);
     if (!family.fallback) continue;
     fillRow(family.fallback, lead, /*privateUseToo=*/false, row);
@@ -139,89 +158,132 @@ const Table& tableOf(FamilyIndex family) {
   }
 }
 
-/// How many bytes the form at p has, its first one being a lead byte; more than `left` when it is cut off.
+/// How many bytes the form at p has; 0 when they cannot be one.
 std::size_t formSize(LongForm form, const char* p, std::size_t left) noexcept {
-  if (form == LongForm::threeAfter8F && byteOf(p[0]) == 0x8F) return 3;
-  return form == LongForm::fourWithFigures && left >= 2 && isDigitAscii(p[1]) ? 4 : 2;
+  if (form == LongForm::threeAfter8F && byteOf(p[0]) == 0x8F)
+    return left >= 3 && byteOf(p[1]) >= 0xA1 && byteOf(p[2]) >= 0xA1 ? 3 : 0;
+  if (form != LongForm::fourWithFigures || left < 2 || !isDigitAscii(p[1])) return left < 2 ? 0 : 2;
+  return left >= 4 && byteOf(p[2]) >= 0x81 && isDigitAscii(p[3]) ? 4 : 0;
 }
 
-/// Decodes the form at p, which no table holds, and moves p. False when it means nothing.
-bool decodeRare(const Family& family, const char*& p, const char* end, ByteSink& out) {
-  const std::size_t left = static_cast<std::size_t>(end - p);
-  const std::size_t size = formSize(family.longForm, p, left);
-  if (size <= left) {
-    for (const char* const converter : {family.converter, family.fallback}) {
-      const std::u16string units = converter ? decodeFewWithIcu(converter, std::string_view(p, size)) : std::u16string();
-      // A pair that ICU reads as two characters of a byte each is no pair.
-      if (units.empty() || units.back() < 0x80 || units.front() < 0xA0) continue;
-      std::string utf8;
-      for (std::size_t i = 0; i < units.size(); ++i) {
-        const bool pair = units[i] >= 0xD800 && units[i] < 0xDC00 && i + 1 < units.size();
-        const char32_t c = pair ? 0x10000 + ((units[i] & 0x3FFU) << 10 | (units[i + 1] & 0x3FFU)) : units[i];
-        i += pair;
-        appendUtf8(utf8, c);
-      }
-      out.append(utf8);
-      p += size;
-      return true;
-    }
+std::string utf8Of(std::u16string_view units) {
+  std::string bytes;
+  for (const char16_t unit : units) {
+    bytes += static_cast<char>(unit & 0xFF);
+    bytes += static_cast<char>(unit >> 8);
   }
-  // An ASCII byte behind a stray lead byte is itself, so that no line break or "<" is swallowed.
-  p += left >= 2 && byteOf(p[1]) >= 0x80 ? 2 : 1;
-  out.append(kReplacementUtf8);
-  return false;
+  std::string utf8;
+  appendUtf16AsUtf8(utf8, bytes, /*bigEndian=*/false);
+  return utf8;
 }
 
-/// Decodes what the table holds, up to the room in `to`, and moves both pointers.
-void decodeByTable(const Table& table, const char*& p, const char* end, const char* stop, char*& to) noexcept {
-  while (p < stop) {
-    std::uint64_t word;
-    if (end - p >= 8) {
-      std::memcpy(&word, p, 8);
-      if ((word & 0x8080808080808080) == 0) {
-        std::memcpy(to, &word, 8);
-        p += 8;
-        to += 8;
-        continue;
+/// A form that no table holds, asked of the family's converters; empty when it means nothing.
+std::string rareCharacter(const Family& family, std::string_view bytes) {
+  for (const char* const converter : {family.converter, family.fallback}) {
+    if (!converter) continue;
+    const std::u16string units = decodeFewWithIcu(converter, bytes);
+    if (isCharacter(units)) return utf8Of(units);
+  }
+  return {};
+}
+
+/// Decodes one text through a small buffer.
+class Decoder {
+ public:
+  Decoder(FamilyIndex family, std::string_view bytes, ByteSink& out)
+      : m_family(kFamilies[family]),
+        m_table(tableOf(family)),
+        m_p(bytes.data()),
+        m_end(m_p + bytes.size()),
+        m_out(out) {}
+
+  /// False when some byte meant nothing.
+  bool run() {
+    while (m_p < m_end) {
+      decodeByTable();
+      flush();
+      if (m_p < m_end && !fromTable(m_p)) decodeRare();
+    }
+    flush();
+    return m_whole;
+  }
+
+ private:
+  static constexpr std::size_t kRoom = 8192;
+  static constexpr std::size_t kMostPerStep = 8;
+
+  /// The entry of the character at p; null when the table holds none.
+  const PackedUtf8* fromTable(const char* p) const noexcept {
+    const PackedUtf8& single = m_table.single[byteOf(*p)];
+    if (single != kLead) return &single;
+    if (m_end - p < 2) return nullptr;
+    const PackedUtf8& pair = m_table.pair[byteOf(*p) & 0x7F][byteOf(p[1])];
+    return pair & kPackedDamage ? nullptr : &pair;
+  }
+
+  /// As far as the table and the buffer go.
+  void decodeByTable() noexcept {
+    char* to = m_buffer.data() + m_used;
+    const char* const full = m_buffer.data() + kRoom - kMostPerStep;
+    while (m_p < m_end && to <= full) {
+      if (copyAsciiWord(to)) continue;
+      const PackedUtf8* const c = fromTable(m_p);
+      if (!c) break;
+      m_p += m_table.single[byteOf(*m_p)] == kLead ? 2 : 1;
+      to = storePacked(*c, to);
+    }
+    m_used = static_cast<std::size_t>(to - m_buffer.data());
+  }
+
+  bool copyAsciiWord(char*& to) noexcept {
+    std::uint64_t word = ~std::uint64_t{0};
+    if (m_end - m_p >= 8) std::memcpy(&word, m_p, 8);
+    if (word & 0x8080808080808080) return false;
+    std::memcpy(to, &word, 8);
+    m_p += 8;
+    to += 8;
+    return true;
+  }
+
+  void decodeRare() {
+    const std::size_t left = static_cast<std::size_t>(m_end - m_p);
+    const std::size_t size = formSize(m_family.longForm, m_p, left);
+    const bool defined = size && m_table.pair[byteOf(*m_p) & 0x7F][byteOf(m_p[1])] != kUndefined;
+    if (defined) {
+      const std::string utf8 = rareCharacter(m_family, std::string_view(m_p, size));
+      if (!utf8.empty()) {
+        m_out.append(utf8);
+        m_p += size;
+        return;
       }
     }
-    const unsigned lead = byteOf(*p);
-    if (const PackedUtf8 single = table.single[lead]; single != kLead) {
-      to = storePacked(single, to);
-      ++p;
-      continue;
-    }
-    if (end - p < 2) return;
-    const PackedUtf8 pair = table.pair[lead & 0x7F][byteOf(p[1])];
-    if (pair == kAskIcu) return;
-    to = storePacked(pair, to);
-    p += 2;
+    // An ASCII byte behind a stray lead byte is itself, so that no line break or "<" is swallowed.
+    m_p += left >= 2 && byteOf(m_p[1]) >= 0x80 ? 2 : 1;
+    m_out.append(kReplacementUtf8);
+    m_whole = false;
   }
-}
 
-/// Bytes whose room is asked for in one go; each takes three at most.
-constexpr std::ptrdiff_t kChunk = 16 * 1024;
+  void flush() {
+    m_out.append(std::string_view(m_buffer.data(), m_used));
+    m_used = 0;
+  }
+
+  const Family& m_family;
+  const Table& m_table;
+  const char* m_p;
+  const char* m_end;
+  ByteSink& m_out;
+  bool m_whole = true;
+  std::size_t m_used = 0;
+  std::array<char, kRoom> m_buffer;
+};
 
 }  // namespace
 
 bool isDoubleByte(int codePage) noexcept { return familyRow(codePage) != nullptr; }
 
 bool decodeDoubleByte(int codePage, std::string_view bytes, ByteSink& out) {
-  const FamilyIndex index = familyRow(codePage)->family;
-  const Table& table = tableOf(index);
-  const char* p = bytes.data();
-  const char* const end = p + bytes.size();
-  bool whole = true;
-  while (p < end) {
-    const char* const stop = p + std::min(end - p, kChunk);
-    const std::size_t capacity = static_cast<std::size_t>(stop - p) * 3 + 8;
-    char* const begin = out.grow(capacity);
-    char* to = begin;
-    decodeByTable(table, p, end, stop, to);
-    out.shrink(capacity - static_cast<std::size_t>(to - begin));
-    if (p < stop) whole &= decodeRare(kFamilies[index], p, end, out);
-  }
-  return whole;
+  return Decoder(familyRow(codePage)->family, bytes, out).run();
 }
 
 }  // namespace mailtree

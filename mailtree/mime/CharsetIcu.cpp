@@ -22,24 +22,15 @@ struct ConverterRow {
 
 constexpr ConverterRow kConverters[] = {
     {932, "ibm-943_P15A-2003"},  // what Windows calls Shift_JIS, mapping for mapping
-    {936, "windows-936-2000"},
-    {949, "windows-949-2000"},
-    {950, "windows-950-2000"},
-    {951, "ibm-1375_P100-2008"},
-    {kCpUtf32LE, "UTF-32LE"},
-    {kCpUtf32BE, "UTF-32BE"},
-    {20932, "EUC-JP"},
-    {20936, "EUC-CN"},
-    {20949, "EUC-KR"},
-    {kCpIso2022Kr, "ISO-2022-KR"},
-    {50227, "ISO-2022-CN"},
-    {kCpEucJp, "EUC-JP"},
-    {51936, "EUC-CN"},
-    {51949, "EUC-KR"},
-    {51950, "EUC-TW"},
-    {kCpHz, "HZ"},
-    {54936, "gb18030"},
-    {kCpUtf7, "UTF-7"},
+    {936, "windows-936-2000"},  {949, "windows-949-2000"},
+    {950, "windows-950-2000"},  {951, "ibm-1375_P100-2008"},
+    {kCpUtf32LE, "UTF-32LE"},   {kCpUtf32BE, "UTF-32BE"},
+    {20932, "EUC-JP"},          {20936, "EUC-CN"},
+    {20949, "EUC-KR"},          {kCpIso2022Kr, "ISO-2022-KR"},
+    {50227, "ISO-2022-CN"},     {kCpEucJp, "EUC-JP"},
+    {51936, "EUC-CN"},          {51949, "EUC-KR"},
+    {51950, "EUC-TW"},          {kCpHz, "HZ"},
+    {54936, "gb18030"},         {kCpUtf7, "UTF-7"},
 };
 static_assert(std::is_sorted(std::begin(kConverters), std::end(kConverters),
                              [](const auto& a, const auto& b) { return a.codePage < b.codePage; }));
@@ -53,8 +44,8 @@ struct OpenConverter {
   std::unique_ptr<UConverter, CloseConverter> converter;
 };
 
-/// Opening a converter costs more than converting a header with it, so every thread keeps those it has opened. Null when
-/// there is no such converter.
+/// Opening a converter costs more than converting a header with it, so every thread keeps those it has
+/// opened. Null when there is no such converter.
 UConverter* converterNamed(const char* name) {
   thread_local std::vector<OpenConverter> opened;
   for (const OpenConverter& one : opened)
@@ -81,8 +72,8 @@ void replaceBytes(const void* context, UConverterToUnicodeArgs* args, const char
   ucnv_cbToUWriteUChars(args, &replacement, 1, 0, error);
 }
 
-void replaceCharacter(const void* context, UConverterFromUnicodeArgs* args, const UChar*, std::int32_t, UChar32,
-                      UConverterCallbackReason reason, UErrorCode* error) {
+void replaceCharacter(const void* context, UConverterFromUnicodeArgs* args, const UChar*, std::int32_t,
+                      UChar32, UConverterCallbackReason reason, UErrorCode* error) {
   if (!isAboutText(reason)) return;
   noteDamage(context);
   *error = U_ZERO_ERROR;
@@ -91,7 +82,8 @@ void replaceCharacter(const void* context, UConverterFromUnicodeArgs* args, cons
   ucnv_cbFromUWriteUChars(args, &source, source + 1, 0, error);
 }
 
-/// Appends utf-16 as utf-8. A surrogate whose other half comes in the next piece is left out; how many units were taken.
+/// Appends utf-16 as utf-8. A surrogate whose other half comes in the next piece is left out; how many units
+/// were taken.
 std::size_t appendUnits(const UChar* units, std::size_t count, bool more, ByteSink& out) {
   if (more && count && U16_IS_LEAD(units[count - 1])) --count;
   const std::size_t capacity = count * 3 + 1;
@@ -113,8 +105,6 @@ std::size_t appendUnits(const UChar* units, std::size_t count, bool more, ByteSi
   return count;
 }
 
-constexpr bool isPrivateUse(char16_t c) noexcept { return c >= 0xE000 && c <= 0xF8FF; }
-
 /// ibm-943 rotates three control characters, as the hosts of its name did.
 constexpr std::string_view kRotating = "ibm-943_P15A-2003";
 
@@ -128,13 +118,16 @@ char unrotated(char c) noexcept {
 }
 
 /// Puts the control characters back. No second byte of a character is one of them.
-void unrotate(char* bytes, std::size_t size) noexcept { std::transform(bytes, bytes + size, bytes, unrotated); }
+void unrotate(char* bytes, std::size_t size) noexcept {
+  std::transform(bytes, bytes + size, bytes, unrotated);
+}
 
 }  // namespace
 
 const char* icuConverterOf(int codePage) noexcept {
-  const auto* const found = std::lower_bound(std::begin(kConverters), std::end(kConverters), codePage,
-                                             [](const auto& row, int wanted) { return row.codePage < wanted; });
+  const auto* const found =
+      std::lower_bound(std::begin(kConverters), std::end(kConverters), codePage,
+                       [](const auto& row, int wanted) { return row.codePage < wanted; });
   return found != std::end(kConverters) && found->codePage == codePage ? found->converter : nullptr;
 }
 
@@ -153,8 +146,8 @@ bool decodeWithIcu(const char* name, std::string_view bytes, ByteSink& out) {
   while (more) {
     UChar* target = units.data() + kept;
     error = U_ZERO_ERROR;
-    ucnv_toUnicode(converter, &target, units.data() + units.size(), &source, bytes.data() + bytes.size(), nullptr, true,
-                   &error);
+    ucnv_toUnicode(converter, &target, units.data() + units.size(), &source, bytes.data() + bytes.size(),
+                   nullptr, true, &error);
     more = error == U_BUFFER_OVERFLOW_ERROR;
     if (U_FAILURE(error) && !more) return false;
     const std::size_t count = static_cast<std::size_t>(target - units.data());
@@ -173,8 +166,8 @@ std::u16string decodeFewWithIcu(const char* name, std::string_view bytes) {
   ucnv_setToUCallBack(converter, replaceBytes, &damaged, nullptr, nullptr, &error);
   std::u16string units(bytes.size() * 2, u'\0');
   error = U_ZERO_ERROR;
-  const std::int32_t count = ucnv_toUChars(converter, units.data(), static_cast<std::int32_t>(units.size()), bytes.data(),
-                                           static_cast<std::int32_t>(bytes.size()), &error);
+  const std::int32_t count = ucnv_toUChars(converter, units.data(), static_cast<std::int32_t>(units.size()),
+                                           bytes.data(), static_cast<std::int32_t>(bytes.size()), &error);
   if (damaged || U_FAILURE(error)) return {};
   units.resize(static_cast<std::size_t>(count));
   return units;
@@ -195,8 +188,8 @@ bool encodeWithIcu(const char* name, std::string_view utf8, ByteSink& out) {
   while (more) {
     char* target = bytes.data();
     error = U_ZERO_ERROR;
-    ucnv_fromUnicode(converter, &target, bytes.data() + bytes.size(), &source, units.data() + units.size(), nullptr, true,
-                     &error);
+    ucnv_fromUnicode(converter, &target, bytes.data() + bytes.size(), &source, units.data() + units.size(),
+                     nullptr, true, &error);
     more = error == U_BUFFER_OVERFLOW_ERROR;
     if (U_FAILURE(error) && !more) return false;
     const std::size_t count = static_cast<std::size_t>(target - bytes.data());

@@ -1,8 +1,8 @@
-// mime/CharsetInternal.h - what the charset files share: the sink they write to, the single-byte tables, and one decoder
-// and encoder per family of charsets.
+// mime/CharsetInternal.h - what the charset files share: the sink they write to, the single-byte tables, and
+// one decoder and encoder per family of charsets.
 //
-// Decoders and encoders write the whole input: what has no meaning becomes U+FFFD or "?", and the answer is then false.
-// They throw bad_alloc only; the operations in Charset.h turn that into a failure.
+// Decoders and encoders write the whole input: what has no meaning becomes U+FFFD or "?", and the answer is
+// then false. They throw bad_alloc only; the operations in Charset.h turn that into a failure.
 #pragma once
 
 #include <array>
@@ -62,11 +62,13 @@ class ByteSink {
   DataBuffer* m_bytes = nullptr;
 };
 
-/// A character as utf-8 in one number: its bytes, the first one lowest, and their count in the top byte. So a decoder
-/// stores four bytes and moves on by the count, without a branch. Characters of four bytes do not fit in.
+/// A character as utf-8 in one number: its bytes, the first one lowest, and their count in the top byte. So a
+/// decoder stores four bytes and moves on by the count, without a branch. Characters of four bytes do not fit
+/// in.
 using PackedUtf8 = std::uint32_t;
 inline constexpr PackedUtf8 kPackedLength = 0x07000000;
-inline constexpr PackedUtf8 kPackedDamage = 0x80000000;  ///< Stands for nothing; the bytes are those of U+FFFD.
+inline constexpr PackedUtf8 kPackedDamage =
+    0x80000000;  ///< Stands for nothing; the bytes are those of U+FFFD.
 
 constexpr PackedUtf8 packUtf8(char16_t c) noexcept {
   const std::uint32_t u = c;
@@ -90,9 +92,10 @@ struct SingleByteCodec {
   static constexpr std::size_t kBlocks = 18;
 
   int codePage;
-  std::array<PackedUtf8, 256> utf8;                   ///< By byte.
-  std::array<std::uint8_t, 1024> block;               ///< By the upper bits of a code point; block 0 is empty.
-  std::array<std::uint8_t, 64 * kBlocks> bytes;       ///< By block and lower six bits; 0 where there is no such byte.
+  std::array<PackedUtf8, 256> utf8;      ///< By byte.
+  std::array<std::uint8_t, 1024> block;  ///< By the upper bits of a code point; block 0 is empty.
+  std::array<std::uint8_t, 64 * kBlocks>
+      bytes;  ///< By block and lower six bits; 0 where there is no such byte.
 };
 
 using HighHalf = std::array<char16_t, 128>;
@@ -131,7 +134,8 @@ bool isIso2022Jp(int codePage) noexcept;
 bool decodeIso2022Jp(std::string_view bytes, ByteSink& out);
 bool encodeIso2022Jp(std::string_view utf8, ByteSink& out);
 
-/// ICU's name of the converter that writes a code page (and, unless a table does it, reads it); null when there is none.
+/// ICU's name of the converter that writes a code page (and, unless a table does it, reads it); null when
+/// there is none.
 const char* icuConverterOf(int codePage) noexcept;
 bool decodeWithIcu(const char* converter, std::string_view bytes, ByteSink& out);
 bool encodeWithIcu(const char* converter, std::string_view utf8, ByteSink& out);

@@ -20,7 +20,8 @@ constexpr bool isAsciiWord(std::uint64_t word) noexcept { return (word & 0x80808
 
 constexpr unsigned byteOf(char c) noexcept { return static_cast<unsigned char>(c); }
 
-/// Copies ASCII, sixteen bytes at a time, and moves both pointers; stops before the first sixteen that hold another byte.
+/// Copies ASCII, sixteen bytes at a time, and moves both pointers; stops before the first sixteen that hold
+/// another byte.
 void copyAscii(const char*& p, const char* end, char*& to) noexcept {
   for (; end - p >= 16; p += 16, to += 16) {
     const std::uint64_t first = loadWord(p), second = loadWord(p + kWord);
@@ -31,16 +32,21 @@ void copyAscii(const char*& p, const char* end, char*& to) noexcept {
 }
 
 std::size_t count8bit(std::string_view bytes) noexcept {
+  constexpr std::uint64_t kOnes = 0x0101010101010101;
   std::size_t count = 0;
-  for (const char c : bytes) count += byteOf(c) >> 7;
+  std::size_t i = 0;
+  for (; bytes.size() - i >= kWord; i += kWord)
+    count += (loadWord(bytes.data() + i) >> 7 & kOnes) * kOnes >> 56;
+  for (; i < bytes.size(); ++i) count += byteOf(bytes[i]) >> 7;
   return count;
 }
 
 }  // namespace
 
 const SingleByteCodec* singleByteCodec(int codePage) noexcept {
-  const auto* const found = std::lower_bound(std::begin(kSingleByteCodecs), std::end(kSingleByteCodecs), codePage,
-                                             [](const auto& codec, int wanted) { return codec.codePage < wanted; });
+  const auto* const found =
+      std::lower_bound(std::begin(kSingleByteCodecs), std::end(kSingleByteCodecs), codePage,
+                       [](const auto& codec, int wanted) { return codec.codePage < wanted; });
   return found != std::end(kSingleByteCodecs) && found->codePage == codePage ? found : nullptr;
 }
 
@@ -68,10 +74,12 @@ bool decodeSingleByte(const SingleByteCodec& codec, std::string_view bytes, Byte
 namespace {
 
 /// The byte of the well-formed character of two or three bytes at p; 0 when it is none, or has no byte.
-std::uint8_t byteOfCharacter(const SingleByteCodec& codec, const char* p, std::size_t left, std::size_t& size) noexcept {
+std::uint8_t byteOfCharacter(const SingleByteCodec& codec, const char* p, std::size_t left,
+                             std::size_t& size) noexcept {
   const auto isTrail = [](char c) { return (byteOf(c) & 0xC0) == 0x80; };
   const unsigned lead = byteOf(p[0]);
-  // utf-8 carries six bits in every byte after the first, so the blocks of 64 code points are in the bytes before the last.
+  // utf-8 carries six bits in every byte after the first, so the blocks of 64 code points are in the bytes
+  // before the last.
   if (lead >= 0xC2 && lead < 0xE0 && left >= 2 && isTrail(p[1])) {
     size = 2;
     return codec.bytes[codec.block[lead & 0x1F] * 64U + (byteOf(p[1]) & 0x3F)];

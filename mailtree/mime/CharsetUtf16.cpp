@@ -10,7 +10,8 @@ namespace {
 constexpr unsigned byteOf(char c) noexcept { return static_cast<unsigned char>(c); }
 
 char16_t unitAt(const char* p, bool bigEndian) noexcept {
-  return static_cast<char16_t>(bigEndian ? byteOf(p[0]) << 8 | byteOf(p[1]) : byteOf(p[1]) << 8 | byteOf(p[0]));
+  return static_cast<char16_t>(bigEndian ? byteOf(p[0]) << 8 | byteOf(p[1])
+                                         : byteOf(p[1]) << 8 | byteOf(p[0]));
 }
 
 constexpr bool isLead(char16_t unit) noexcept { return (unit & 0xFC00) == 0xD800; }
@@ -25,7 +26,8 @@ char* storePair(char16_t lead, char16_t trail, char* to) noexcept {
   return to;
 }
 
-/// Bytes whose room is asked for in one go, so that text of one byte per character does not claim three times its size.
+/// Bytes whose room is asked for in one go, so that text of one byte per character does not claim three times
+/// its size.
 constexpr std::size_t kChunk = 16 * 1024;
 
 }  // namespace

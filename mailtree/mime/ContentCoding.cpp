@@ -18,7 +18,7 @@ constexpr std::size_t kBytesPerLine = kLineLength / 4 * 3;
 /// What is encoded in one go: whole lines whose output stays in the first-level cache.
 constexpr std::size_t kChunkLines = 192;
 constexpr std::size_t kChunkBytes = kChunkLines * kBytesPerLine;
-using EncodedChunk = std::array<char, kChunkLines * (kLineLength + 2)>;
+using EncodedChunk = std::array<char, kChunkLines*(kLineLength + 2)>;
 
 std::string_view bytesOf(const void* data, std::size_t size) noexcept {
   return data ? std::string_view(static_cast<const char*>(data), size) : std::string_view();
@@ -120,16 +120,16 @@ bool ContentCoding::decodeQuotedPrintableToDb(std::string_view text, DataBuffer&
   return true;
 }
 
-bool ContentCoding::encodeBase64ToOutput(const void* data, std::size_t size, _svOutput& out, ProgressContext& progress,
-                                         LogBase& log) {
+bool ContentCoding::encodeBase64ToOutput(const void* data, std::size_t size, _svOutput& out,
+                                         ProgressContext& progress, LogBase& log) {
   return neverThrow(false, [&] {
     return encodeBase64Chunks(bytesOf(data, size),
                               [&](std::string_view chunk) { return out.write(chunk, progress, log); });
   });
 }
 
-bool ContentCoding::encodeQpToOutput(const void* data, std::size_t size, _svOutput& out, ProgressContext& progress,
-                                     LogBase& log) {
+bool ContentCoding::encodeQpToOutput(const void* data, std::size_t size, _svOutput& out,
+                                     ProgressContext& progress, LogBase& log) {
   return neverThrow(false, [&] {
     std::string_view bytes = bytesOf(data, size);
     quotedPrintable::Encoder encoder;

@@ -20,35 +20,44 @@ class _svContentType {
   _svContentType& operator=(const _svContentType&) = default;
   _svContentType& operator=(_svContentType&&) noexcept = default;
 
-  StringBuffer m_type;          ///< Media type, lower case, trimmed.
-  StringBuffer m_name;          ///< name parameter, utf-8.
+  StringBuffer m_type;  ///< Media type, lower case, trimmed.
+  StringBuffer m_name;  ///< name parameter, utf-8.
   StringBuffer m_protocol;
   StringBuffer m_micalg;
   StringBuffer m_boundary;
-  StringBuffer m_smimeType;     ///< smime-type parameter.
-  StringBuffer m_subtype;       ///< type parameter (of a multipart/related, its main part's type), lower case.
+  StringBuffer m_smimeType;  ///< smime-type parameter.
+  StringBuffer m_subtype;    ///< type parameter (of a multipart/related, its main part's type), lower case.
   bool m_formatFlowed = false;  ///< format=flowed (RFC 3676).
-  _svParamSet m_otherParams;    ///< Parameters without a member of their own (method, report-type, delsp, a charset label
-                                ///< nobody knows ...), in order.
+  _svParamSet
+      m_otherParams;  ///< Parameters without a member of their own, in order: method, report-type, delsp, ...
+                      ///< Of the charsets: one of a text type that nobody knows, any one of another type.
 
-  /// Reads a Content-Type value. A value without a slash or with broken syntax counts as text/plain.
+  /// Reads a Content-Type value. A value without a slash or with broken syntax counts as text/plain; its
+  /// parameters are read all the same.
   /// @param charset receives the charset parameter (cleared when there is none).
   /// @return false when the value was unusable and text/plain was assumed.
   bool loadFromMimeHeaderValue(const char* value, _svCharset& charset, LogBase& log);
   bool loadFromMimeHeaderValue(std::string_view value, _svCharset& charset);
 
-  /// Appends the members as a Content-Type value, unfolded.
-  /// @param charset      written as the charset parameter of text types and of multipart/signed or message types that have
-  ///                     a text subtype, when it has a name.
-  /// @param withFlowed   whether format=flowed is written when m_formatFlowed is set.
+  /// Appends the members as a Content-Type value, unfolded; nothing when there is no type.
+  /// @param charset      written as the charset parameter of text types when it has a name, and then instead
+  /// of one among
+  ///                     m_otherParams; its code page carries non-ASCII values.
+  /// @param withFlowed   whether format=flowed, and the delsp that goes with it, is written when
+  /// m_formatFlowed is set.
   /// @param withName     whether the name parameter is written.
-  void buildMimeHeaderValue(StringBuffer& out, _svCharset& charset, bool withFlowed, bool withName, LogBase& log) const;
+  void buildMimeHeaderValue(StringBuffer& out, _svCharset& charset, bool withFlowed, bool withName,
+                            LogBase& log) const;
 
   void copyFrom(const _svContentType& other) { *this = other; }
   void clear();
 
-  /// Whether both mean the same: type and every parameter (boundary, protocol ... exactly, names of types ignoring case).
+  /// Whether both mean the same: type and every parameter (boundary, protocol ... exactly, names of types
+  /// ignoring case; the order of m_otherParams does not matter).
   bool sameMeaning(const _svContentType& other) const noexcept;
+
+ private:
+  void takeParam(const _svParamSet::Param& param, _svCharset& charset);
 };
 
 }  // namespace mailtree

@@ -16,8 +16,9 @@ constexpr std::int64_t kSecondsPerDay = 86'400;
 constexpr int kMaxYear = 9999;
 
 // Names are matched by any prefix of three letters or more, so that "Sept" and "December" are read too.
-constexpr std::string_view kMonths[] = {"january", "february", "march",     "april",   "may",      "june",
-                                        "july",    "august",   "september", "october", "november", "december"};
+constexpr std::string_view kMonths[] = {"january",   "february", "march",    "april",
+                                        "may",       "june",     "july",     "august",
+                                        "september", "october",  "november", "december"};
 constexpr const char* kWeekdays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
 static_assert(std::size(kMonths) == 12 && std::size(kWeekdays) == 7);
 
@@ -26,17 +27,18 @@ struct Zone {
   int minutes;  // East of Greenwich.
 };
 
-// Where one name is used in several parts of the world, the meaning most common in mail. Single letters are not here:
-// RFC 822 gave the military zones the wrong sign, so RFC 5322 (4.3) has them read as unknown, which is GMT.
+// Where one name is used in several parts of the world, the meaning most common in mail. Single letters are
+// not here: RFC 822 gave the military zones the wrong sign, so RFC 5322 (4.3) has them read as unknown, which
+// is GMT.
 constexpr Zone kZones[] = {
-    {"UT", 0},      {"UTC", 0},     {"GMT", 0},     {"WET", 0},     {"WEST", 60},   {"BST", 60},    {"IST", 330},
-    {"CET", 60},    {"MET", 60},    {"MEZ", 60},    {"CEST", 120},  {"MEST", 120},  {"MESZ", 120},  {"EET", 120},
-    {"EEST", 180},  {"SAST", 120},  {"MSK", 180},   {"MSD", 240},   {"PKT", 300},   {"NPT", 345},   {"ICT", 420},
-    {"WIB", 420},   {"HKT", 480},   {"SGT", 480},   {"PHT", 480},   {"AWST", 480},  {"JST", 540},   {"KST", 540},
-    {"KDT", 600},   {"ACST", 570},  {"ACDT", 630},  {"AEST", 600},  {"AEDT", 660},  {"NZST", 720},  {"NZDT", 780},
-    {"BRT", -180},  {"BRST", -120}, {"ART", -180},  {"NST", -210},  {"NDT", -150},  {"AST", -240},  {"ADT", -180},
-    {"EST", -300},  {"EDT", -240},  {"CST", -360},  {"CDT", -300},  {"MST", -420},  {"MDT", -360},  {"PST", -480},
-    {"PDT", -420},  {"AKST", -540}, {"AKDT", -480}, {"HST", -600},  {"HDT", -540},  {"SST", -660},
+    {"UT", 0},     {"UTC", 0},     {"GMT", 0},     {"WET", 0},    {"WEST", 60},  {"BST", 60},   {"IST", 330},
+    {"CET", 60},   {"MET", 60},    {"MEZ", 60},    {"CEST", 120}, {"MEST", 120}, {"MESZ", 120}, {"EET", 120},
+    {"EEST", 180}, {"SAST", 120},  {"MSK", 180},   {"MSD", 240},  {"PKT", 300},  {"NPT", 345},  {"ICT", 420},
+    {"WIB", 420},  {"HKT", 480},   {"SGT", 480},   {"PHT", 480},  {"AWST", 480}, {"JST", 540},  {"KST", 540},
+    {"KDT", 600},  {"ACST", 570},  {"ACDT", 630},  {"AEST", 600}, {"AEDT", 660}, {"NZST", 720}, {"NZDT", 780},
+    {"BRT", -180}, {"BRST", -120}, {"ART", -180},  {"NST", -210}, {"NDT", -150}, {"AST", -240}, {"ADT", -180},
+    {"EST", -300}, {"EDT", -240},  {"CST", -360},  {"CDT", -300}, {"MST", -420}, {"MDT", -360}, {"PST", -480},
+    {"PDT", -420}, {"AKST", -540}, {"AKDT", -480}, {"HST", -600}, {"HDT", -540}, {"SST", -660},
 };
 
 constexpr bool isLeapYear(int year) noexcept { return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0); }
@@ -46,7 +48,8 @@ constexpr int daysInMonth(int year, int month) noexcept {
   return month == 2 && isLeapYear(year) ? 29 : kDays[month - 1];
 }
 
-// Days since 1970-01-01 of a day in the Gregorian calendar. Years are counted from March, so that the leap day comes last.
+// Days since 1970-01-01 of a day in the Gregorian calendar. Years are counted from March, so that the leap
+// day comes last.
 constexpr std::int64_t daysFromDate(int year, int month, int day) noexcept {
   const std::int64_t y = month > 2 ? year : year - 1;
   const std::int64_t monthFromMarch = (month + 9) % 12;
@@ -59,7 +62,8 @@ static_assert(daysFromDate(1970, 1, 1) == 0 && daysFromDate(2000, 3, 1) == 11'01
 constexpr std::int64_t kFirstSecond = daysFromDate(1, 1, 1) * kSecondsPerDay;
 constexpr std::int64_t kLastSecond = daysFromDate(kMaxYear + 1, 1, 1) * kSecondsPerDay - 1;
 
-// RFC 5322, 4.3: two digits below 50 are of this century, from 50 on of the last; three digits count from 1900.
+// RFC 5322, 4.3: two digits below 50 are of this century, from 50 on of the last; three digits count from
+// 1900.
 int fullYear(int year, std::size_t digits) noexcept {
   if (year < 50) return year + 2000;
   if (year < 100 || digits == 3) return year + 1900;
@@ -81,9 +85,10 @@ std::optional<int> minutesOfZone(std::string_view name) noexcept {
   return found->minutes;
 }
 
-// Goes through the text once and takes every piece for what it looks like, in whatever order the pieces come: a number
-// before a colon begins the time, a name is a month or a zone, a sign after the time begins the offset, and the numbers
-// left over are day and year, or year, month and day. Weekdays and other words mean nothing.
+// Goes through the text once and takes every piece for what it looks like, in whatever order the pieces come:
+// a number before a colon begins the time, a name is a month or a zone, a sign after the time begins the
+// offset, and the numbers left over are day and year, or year, month and day. Weekdays and other words mean
+// nothing.
 class DateReader {
  public:
   explicit DateReader(std::string_view text) noexcept : m_rest(text) {}
@@ -136,7 +141,8 @@ class DateReader {
     return true;
   }
 
-  // Whether what follows a number makes it the hour: a colon, or a dot where day, month and year are already known.
+  // Whether what follows a number makes it the hour: a colon, or a dot where day, month and year are already
+  // known.
   bool continuesTime() noexcept {
     if (m_haveTime) return false;
     const std::string_view next = trimLeft(m_rest);
@@ -358,12 +364,14 @@ void SorvikSysTime::fromUnixTime(std::int64_t seconds) noexcept {
 }
 
 bool SorvikSysTime::operator==(const SorvikSysTime& other) const noexcept {
-  return m_year == other.m_year && m_month == other.m_month && m_day == other.m_day && m_hour == other.m_hour &&
-         m_minute == other.m_minute && m_second == other.m_second && m_milliseconds == other.m_milliseconds &&
-         m_isUtc == other.m_isUtc;
+  return m_year == other.m_year && m_month == other.m_month && m_day == other.m_day &&
+         m_hour == other.m_hour && m_minute == other.m_minute && m_second == other.m_second &&
+         m_milliseconds == other.m_milliseconds && m_isUtc == other.m_isUtc;
 }
 
-bool _svDateParser::parseRFC822Date(const char* text, SorvikSysTime& time) { return parse(viewOf(text), time); }
+bool _svDateParser::parseRFC822Date(const char* text, SorvikSysTime& time) {
+  return parse(viewOf(text), time);
+}
 
 bool _svDateParser::parse(std::string_view text, SorvikSysTime& time) {
   const std::optional<SorvikSysTime> read = DateReader(text).read();
@@ -387,12 +395,13 @@ void _svDateParser::generateCurrentDateRFC822(StringBuffer& out) {
   const int east = static_cast<int>((wall.toUnixTime() - now) / 60);
   const int offset = east < 0 ? -east : east;
 
-  char month[4] = {toUpperAscii(kMonths[local.tm_mon][0]), kMonths[local.tm_mon][1], kMonths[local.tm_mon][2], 0};
+  char month[4] = {toUpperAscii(kMonths[local.tm_mon][0]), kMonths[local.tm_mon][1], kMonths[local.tm_mon][2],
+                   0};
   char date[128];
-  const int length = std::snprintf(date, sizeof date, "%s, %02d %s %04d %02d:%02d:%02d %c%02d%02d",
-                                   kWeekdays[local.tm_wday], local.tm_mday, month, local.tm_year + 1900,
-                                   local.tm_hour, local.tm_min, local.tm_sec, east < 0 ? '-' : '+', offset / 60,
-                                   offset % 60);
+  const int length =
+      std::snprintf(date, sizeof date, "%s, %02d %s %04d %02d:%02d:%02d %c%02d%02d", kWeekdays[local.tm_wday],
+                    local.tm_mday, month, local.tm_year + 1900, local.tm_hour, local.tm_min, local.tm_sec,
+                    east < 0 ? '-' : '+', offset / 60, offset % 60);
   out.append(std::string_view(date, static_cast<std::size_t>(length)));
 }
 

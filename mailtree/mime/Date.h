@@ -27,7 +27,8 @@ class SorvikSysTime final : public SorvikObject {
   void copyFrom(const SorvikSysTime& other) { *this = other; }
   /// Seconds since 1970-01-01 00:00 GMT, the fields taken as GMT.
   std::int64_t toUnixTime() const noexcept;
-  /// Sets every field, milliseconds to 0. Seconds outside the years 1 to 9999 count as the nearest one inside.
+  /// Sets every field, milliseconds to 0. Seconds outside the years 1 to 9999 count as the nearest one
+  /// inside.
   void fromUnixTime(std::int64_t seconds) noexcept;
   /// Same fields; the day of the week, which follows from the others, is not looked at.
   bool operator==(const SorvikSysTime& other) const noexcept;
@@ -35,9 +36,10 @@ class SorvikSysTime final : public SorvikObject {
 
 class _svDateParser {
  public:
-  /// Reads a date into `time`, in GMT. Takes RFC 5322, its obsolete forms, and what is met in the wild: two-digit years, no
-  /// weekday, no seconds, zone names, comments, asctime order, ISO 8601. A numeric offset wins over a zone name beside it;
-  /// without a known zone the time counts as GMT. A leap second is the first second of the next minute.
+  /// Reads a date into `time`, in GMT. Takes RFC 5322, its obsolete forms, and what is met in the wild:
+  /// two-digit years, no weekday, no seconds, zone names, comments, asctime order, ISO 8601. A numeric offset
+  /// wins over a zone name beside it; without a known zone the time counts as GMT. A leap second is the first
+  /// second of the next minute.
   /// @return false when the text is no date; `time` is then untouched.
   static bool parseRFC822Date(const char* text, SorvikSysTime& time);
   static bool parse(std::string_view text, SorvikSysTime& time);

@@ -1,10 +1,12 @@
-// Reading encoded words. The scanner looks at every byte a bounded number of times, whatever the text: a search for the end
-// of a word that failed is remembered, not repeated for every "=?" that follows.
+// Reading encoded words. The scanner looks at every byte a bounded number of times, whatever the text: a
+// search for the end of a word that failed is remembered, not repeated for every "=?" that follows.
 #include "mailtree/mime/EncodedWord.h"
 
 #include <algorithm>
+#include <cstdint>
 
 #include "mailtree/base/Ascii.h"
+#include "mailtree/base/Utf.h"
 #include "mailtree/mime/Base64.h"
 #include "mailtree/mime/Charset.h"
 #include "mailtree/mime/HeaderText.h"
@@ -44,7 +46,8 @@ class WordScanner {
   }
 
  private:
-  /// Reads what follows "=?" at m_at. Leaves m_at behind the word, or where looking for another one makes sense.
+  /// Reads what follows "=?" at m_at. Leaves m_at behind the word, or where looking for another one makes
+  /// sense.
   bool readWord(Word& word) noexcept {
     if (!readCharset(word) || !readEncoding(word)) return false;
     const std::size_t end = endOfPayload(word);
@@ -86,10 +89,11 @@ class WordScanner {
     return end;
   }
 
-  /// Whether "?=" in a Q payload is a question mark that somebody forgot to escape, followed by an escape: more of the word
-  /// must follow, and no other word before its end.
+  /// Whether "?=" in a Q payload is a question mark that somebody forgot to escape, followed by an escape:
+  /// more of the word must follow, and no other word before its end.
   bool isBareQuestionMark(std::size_t end) const noexcept {
-    if (end + 3 >= m_text.size() || hexValue(m_text[end + 2]) < 0 || hexValue(m_text[end + 3]) < 0) return false;
+    if (end + 3 >= m_text.size() || hexValue(m_text[end + 2]) < 0 || hexValue(m_text[end + 3]) < 0)
+      return false;
     const std::size_t later = m_text.find("?=", end + 2);
     return later != npos && !contains(m_text.substr(end + 2, later - end - 2), "=?");
   }
@@ -118,14 +122,12 @@ class WordJoiner {
   void add(const Word& word, int codePage) {
     if (codePage != m_codePage) flush();
     m_codePage = codePage;
-    if (!word.isBase64) {
+    if (word.isBase64)
+      addBase64(word.payload);
+    else if (isAscii(word.payload) || !isValidUtf8(word.payload))
       quotedPrintable::decodeQ(word.payload, m_bytes);
-      return;
-    }
-    const std::size_t before = m_bytes.size();
-    m_bytes.resize(before + base64::decodedCapacity(word.payload.size()));
-    const std::size_t size = base64::decode(word.payload, reinterpret_cast<std::uint8_t*>(m_bytes.data()) + before);
-    m_bytes.resize(before + size);
+    else
+      addHalfEncoded(word.payload);
   }
 
   void flush() {
@@ -134,6 +136,30 @@ class WordJoiner {
   }
 
  private:
+  void addBase64(std::string_view payload) {
+    const std::size_t before = m_bytes.size();
+    m_bytes.resize(before + base64::decodedCapacity(payload.size()));
+    const std::size_t size =
+        base64::decode(payload, reinterpret_cast<std::uint8_t*>(m_bytes.data()) + before);
+    m_bytes.resize(before + size);
+  }
+
+  /// A Q payload in which somebody left 8-bit text: that text is utf-8 by now, whatever the word's charset
+  /// is.
+  void addHalfEncoded(std::string_view payload) {
+    for (std::size_t at = 0; at < payload.size();) {
+      const bool isText = is8bit(payload[at]);
+      std::size_t end = at;
+      while (end < payload.size() && is8bit(payload[end]) == isText) ++end;
+      if (isText) flush();
+      if (isText)
+        m_out += payload.substr(at, end - at);
+      else
+        quotedPrintable::decodeQ(payload.substr(at, end - at), m_bytes);
+      at = end;
+    }
+  }
+
   std::string& m_out;
   std::string m_bytes;
   int m_codePage = 0;

@@ -8,12 +8,15 @@
 namespace mailtree {
 
 /// Whether the text holds "=?", the beginning of every encoded word.
-constexpr bool mayHoldEncodedWord(std::string_view text) noexcept { return text.find("=?") != std::string_view::npos; }
+constexpr bool mayHoldEncodedWord(std::string_view text) noexcept {
+  return text.find("=?") != std::string_view::npos;
+}
 
-/// Decodes every encoded word of an unfolded header value to utf-8; other text passes through. Each word's payload is
-/// decoded to bytes on its own, then the bytes of adjacent words of one charset are joined and converted together, so that
-/// padding in the middle loses nothing and a split multibyte character survives. White space between two words is dropped.
-/// What is no well-formed word, or names a charset nobody knows, stays as it is. The result never holds CR, LF or NUL.
+/// Decodes every encoded word of an unfolded header value to utf-8; other text passes through. Each word's
+/// payload is decoded to bytes on its own, then the bytes of adjacent words of one charset are joined and
+/// converted together, so that padding in the middle loses nothing and a split multibyte character survives.
+/// White space between two words is dropped. What is no well-formed word, or names a charset nobody knows,
+/// stays as it is. The result never holds CR, LF or NUL.
 std::string decodeEncodedWords(std::string_view value);
 
 enum class WordEncoding { q, b };
@@ -24,20 +27,22 @@ struct HeaderEncoding {
   WordEncoding words = WordEncoding::q;
 };
 
-/// Appends `utf8` as one or more encoded words separated by a space: each at most 75 characters, no character split.
-/// `column` is where the first one stands on its line: it is made to fit in 76.
-void appendEncodedWords(std::string_view utf8, const HeaderEncoding& encoding, std::size_t column, std::string& out);
+/// Appends `utf8` as one or more encoded words separated by a space: each at most 75 characters, no character
+/// split. `column` is where the first one stands on its line: it is made to fit in 76.
+void appendEncodedWords(std::string_view utf8, const HeaderEncoding& encoding, std::size_t column,
+                        std::string& out);
 
-/// Renders unstructured utf-8 text (a Subject) as a header value: ASCII stays, runs of words that hold anything else become
-/// encoded words. Text that would read as an encoded word by accident is encoded too. No folding.
+/// Renders unstructured utf-8 text (a Subject) as a header value: ASCII stays, runs of words that hold
+/// anything else become encoded words. Text that would read as an encoded word by accident is encoded too. No
+/// folding.
 std::string encodeUnstructured(std::string_view utf8, const HeaderEncoding& encoding, std::size_t column);
 
 /// B for the code pages whose readers expect it (East Asian, utf-16, KOI8, Arabic, Thai), Q for all others.
 WordEncoding preferredWordEncoding(int codePage) noexcept;
 
-/// Folds a header line at 78 where it has white space, never inside an encoded word or a quoted string if avoidable, and at
-/// 998 by force, so that no line is longer. `line` is "Name: value" without its line break; CR, LF and NUL in it become
-/// spaces, so that no value can end its field.
+/// Folds a header line at 78 where it has white space, never inside an encoded word or a quoted string if
+/// avoidable, and at 998 by force, so that no line is longer. `line` is "Name: value" without its line break;
+/// CR, LF and NUL in it become spaces, so that no value can end its field.
 std::string foldHeaderLine(std::string_view line);
 
 }  // namespace mailtree

@@ -13,12 +13,12 @@ namespace mailtree {
 
 namespace {
 
-constexpr std::size_t kMaxWord = 75;            // RFC 2047, 2
-constexpr std::size_t kMaxLineWithWord = 76;    // RFC 2047, 2
-constexpr std::size_t kFoldColumn = 78;         // where foldHeaderLine breaks
-constexpr std::size_t kWidestCharacter = 12;    // four bytes in Q
-constexpr std::size_t kMaxRawToken = 900;       // longer ones could not be folded
-constexpr std::size_t kMaxRawBlanks = 16;       // longer runs would not survive trimming relays
+constexpr std::size_t kMaxWord = 75;          // RFC 2047, 2
+constexpr std::size_t kMaxLineWithWord = 76;  // RFC 2047, 2
+constexpr std::size_t kFoldColumn = 78;       // where foldHeaderLine breaks
+constexpr std::size_t kWidestCharacter = 12;  // four bytes in Q
+constexpr std::size_t kMaxRawToken = 900;     // longer ones could not be folded
+constexpr std::size_t kMaxRawBlanks = 16;     // longer runs would not survive trimming relays
 constexpr std::string_view kHexDigits = "0123456789ABCDEF";
 
 /// What may stand for itself in a Q word wherever the word stands (RFC 2047, 5, rule 3).
@@ -57,7 +57,8 @@ class WordWriter {
  public:
   WordWriter(std::string_view text, const HeaderEncoding& encoding)
       : m_text(text), m_codePage(carrierOf(text, encoding.codePage)), m_words(encoding.words) {
-    const std::string_view charset = m_codePage == kCpUtf8 ? std::string_view("utf-8") : charsetNameOf(m_codePage);
+    const std::string_view charset =
+        m_codePage == kCpUtf8 ? std::string_view("utf-8") : charsetNameOf(m_codePage);
     m_prefix.append("=?").append(charset).append(m_words == WordEncoding::b ? "?B?" : "?Q?");
   }
 
@@ -89,8 +90,8 @@ class WordWriter {
     return m_scratch;
   }
 
-  /// Bytes of the most whole characters, at least one, whose payload has room. Searched by halves: the size of an encoding
-  /// with escapes cannot be summed up by character.
+  /// Bytes of the most whole characters, at least one, whose payload has room. Searched by halves: the size
+  /// of an encoding with escapes cannot be summed up by character.
   std::size_t fittingPrefix(std::size_t room) {
     std::array<std::size_t, kMaxWord + 1> ends{};
     std::size_t count = 0;
@@ -134,8 +135,8 @@ bool needsEncoding(std::string_view token) noexcept {
   return false;
 }
 
-/// Renders a text token by token: tokens that need no encoding pass with the blanks before them; neighbours that need it are
-/// gathered with the blanks between them, which would be lost between two encoded words.
+/// Renders a text token by token: tokens that need no encoding pass with the blanks before them; neighbours
+/// that need it are gathered with the blanks between them, which would be lost between two encoded words.
 class UnstructuredWriter {
  public:
   UnstructuredWriter(std::string_view text, const HeaderEncoding& encoding, std::size_t column)
@@ -183,7 +184,8 @@ class UnstructuredWriter {
   void flush() {
     if (m_pendingEnd == m_pendingBegin) return;
     const std::size_t before = m_out.size();
-    appendEncodedWords(m_text.substr(m_pendingBegin, m_pendingEnd - m_pendingBegin), m_encoding, m_column, m_out);
+    appendEncodedWords(m_text.substr(m_pendingBegin, m_pendingEnd - m_pendingBegin), m_encoding, m_column,
+                       m_out);
     const std::size_t lastBlank = m_out.find_last_of(' ');
     const bool isOneWord = lastBlank == std::string::npos || lastBlank < before;
     m_column = isOneWord ? m_column + m_out.size() - before : m_out.size() - lastBlank;
@@ -204,13 +206,14 @@ struct CodePageRange {
 };
 
 constexpr CodePageRange kBase64Pages[] = {
-    {874, 874},     {932, 932},     {936, 936},     {949, 950},     {1200, 1201},   {1256, 1256},  {1361, 1361},
-    {20866, 20866}, {21866, 21866}, {28596, 28596}, {50001, 64999},
+    {874, 874},   {932, 932},     {936, 936},     {949, 950},     {1200, 1201},   {1256, 1256},
+    {1361, 1361}, {20866, 20866}, {21866, 21866}, {28596, 28596}, {50001, 64999},
 };
 
 }  // namespace
 
-void appendEncodedWords(std::string_view utf8, const HeaderEncoding& encoding, std::size_t column, std::string& out) {
+void appendEncodedWords(std::string_view utf8, const HeaderEncoding& encoding, std::size_t column,
+                        std::string& out) {
   WordWriter(utf8, encoding).write(column, out);
 }
 

@@ -1,5 +1,5 @@
-// The members that an entity keeps of its Content- fields: read from the header list, changed, written back to it. Whoever
-// changes a member here also rewrites the field, so that the two always agree.
+// The members that an entity keeps of its Content- fields: read from the header list, changed, written back
+// to it. Whoever changes a member here also rewrites the field, so that the two always agree.
 
 #include <algorithm>
 #include <string>
@@ -18,7 +18,8 @@ constexpr const char* kDispositionField = "Content-Disposition";
 constexpr const char* kTransferEncodingField = "Content-Transfer-Encoding";
 constexpr const char* kIdField = "Content-ID";
 /// In the order of ContentField.
-constexpr std::string_view kContentFields[] = {kTypeField, kDispositionField, kTransferEncodingField, kIdField};
+constexpr std::string_view kContentFields[] = {kTypeField, kDispositionField, kTransferEncodingField,
+                                               kIdField};
 
 /// What stands behind a comment at the beginning of `value`; nothing when it never closes.
 std::string_view skipComment(std::string_view value) noexcept {
@@ -30,7 +31,8 @@ std::string_view skipComment(std::string_view value) noexcept {
   return {};
 }
 
-/// The mechanism named by a Content-Transfer-Encoding value, without the comments, quotes and leftovers around it.
+/// The mechanism named by a Content-Transfer-Encoding value, without the comments, quotes and leftovers
+/// around it.
 std::string_view transferEncodingOf(std::string_view value) noexcept {
   for (value = trim(value); !value.empty(); value = trimLeft(value)) {
     if (value.front() == '(')
@@ -50,8 +52,8 @@ std::string_view stripMarks(std::string_view type) noexcept {
   return type;
 }
 
-/// Where the first parameter begins in a disposition type that swallowed it because its semicolon, or the type itself, is
-/// missing ("attachment filename=x", "filename=x"); npos in a proper type.
+/// Where the first parameter begins in a disposition type that swallowed it because its semicolon, or the
+/// type itself, is missing ("attachment filename=x", "filename=x"); npos in a proper type.
 std::size_t strayParameter(std::string_view type) noexcept {
   const std::size_t equals = type.find('=');
   if (equals == std::string_view::npos) return equals;
@@ -82,9 +84,7 @@ void MimeMessage2::readContentField(ContentField which, int row, LimitSet& limit
   switch (which) {
     case ContentField::type: return readContentType(value, limits);
     case ContentField::disposition: return readDisposition(value);
-    case ContentField::transferEncoding:
-      m_transferEncoding.setString(transferEncodingOf(value));
-      return;
+    case ContentField::transferEncoding: m_transferEncoding.setString(transferEncodingOf(value)); return;
     case ContentField::id: m_contentId.setString(trim(value)); return;
   }
 }
@@ -121,8 +121,7 @@ void MimeMessage2::refreshContentTypeField() {
   LogNull quiet;
   StringBuffer value;
   m_contentType.buildMimeHeaderValue(value, m_parsedCharset, /*withFlowed=*/true, /*withName=*/true, quiet);
-  m_header.replaceMimeFieldUtf8_a(kTypeField, value.getString(), /*asGiven=*/true, /*ordinary=*/false,
-                                  quiet);
+  m_header.replaceMimeFieldUtf8_a(kTypeField, value.getString(), /*asGiven=*/true, /*ordinary=*/false, quiet);
 }
 
 /// Keeps the parameters that have no member here, such as size and dates.
@@ -147,6 +146,10 @@ void MimeMessage2::collapseMultiple(const char* field, LogBase&) { m_header.join
 void MimeMessage2::setContentType(const char* type, bool refreshHeader, LogBase&) {
   m_contentType.m_type.setString(trim(viewOf(type)));
   m_contentType.m_type.toLowerCase();
+  if (isMultipart()) {  // which is text of no charset
+    m_charset.clear();
+    m_parsedCharset.clear();
+  }
   if (refreshHeader) refreshContentTypeField();
 }
 

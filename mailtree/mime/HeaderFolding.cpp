@@ -1,5 +1,5 @@
-// Folding of header lines (RFC 5322, 2.2.3): a line break is put before white space that is already there, so that taking
-// the breaks out again gives the same value.
+// Folding of header lines (RFC 5322, 2.2.3): a line break is put before white space that is already there, so
+// that taking the breaks out again gives the same value.
 #include "mailtree/base/Ascii.h"
 #include "mailtree/mime/EncodedWord.h"
 #include "mailtree/mime/HeaderText.h"
@@ -11,7 +11,8 @@ namespace {
 constexpr std::size_t npos = std::string_view::npos;
 constexpr std::size_t kPreferredLine = 78;
 constexpr std::size_t kLongestLine = 998;
-/// A longer run of blanks could only be folded into a line of blanks alone, which some take for the end of the header.
+/// A longer run of blanks could only be folded into a line of blanks alone, which some take for the end of
+/// the header.
 constexpr std::size_t kMaxBlankRun = 500;
 
 class Folder {
@@ -58,7 +59,8 @@ class Folder {
     if (isUsable(m_plain)) return m_plain;
     if (isUsable(m_quoted)) return m_quoted;
     // A first line with nothing but the name looks odd to many readers: only when it helps.
-    const bool helps = isUsable(m_afterColon) && (end - m_afterColon <= kPreferredLine || end - m_begin > kLongestLine);
+    const bool helps =
+        isUsable(m_afterColon) && (end - m_afterColon <= kPreferredLine || end - m_begin > kLongestLine);
     return helps ? m_afterColon : npos;
   }
 
@@ -72,7 +74,8 @@ class Folder {
   /// Nowhere to fold: the line is cut, not inside a utf-8 character, and a blank added.
   void breakByForce() {
     std::size_t size = kLongestLine - 1;  // a blank already stands before what was cut the last time
-    while (size > kLongestLine - 4 && (static_cast<unsigned char>(m_line[m_begin + size]) & 0xC0) == 0x80) --size;
+    while (size > kLongestLine - 4 && (static_cast<unsigned char>(m_line[m_begin + size]) & 0xC0) == 0x80)
+      --size;
     breakAt(m_begin + size);
     m_out += ' ';
   }

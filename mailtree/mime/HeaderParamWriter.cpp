@@ -10,7 +10,8 @@ namespace mailtree {
 
 namespace {
 
-constexpr std::size_t kMaxSection = 75;     // "name*N*=value" with the blank before it and the ";" behind it in 78
+constexpr std::size_t kMaxSection =
+    75;  // "name*N*=value" with the blank before it and the ";" behind it in 78
 constexpr std::size_t kMaxPlainValue = 800;  // longer ones could pass the 998 of a line
 constexpr std::size_t kMaxFallback = 120;
 constexpr std::string_view kHexDigits = "0123456789ABCDEF";
@@ -21,7 +22,9 @@ constexpr bool isTokenChar(char c) noexcept {
 }
 
 /// RFC 2231, 7
-constexpr bool isAttributeChar(char c) noexcept { return isTokenChar(c) && c != '*' && c != '\'' && c != '%'; }
+constexpr bool isAttributeChar(char c) noexcept {
+  return isTokenChar(c) && c != '*' && c != '\'' && c != '%';
+}
 
 template <class Predicate>
 bool allOf(std::string_view text, Predicate predicate) noexcept {
@@ -122,7 +125,12 @@ class ExtendedWriter {
   std::size_t numberSize() const { return std::to_string(m_count).size() + 3; }
 
   void endSection(std::string& out) {
-    out.append("; ").append(m_name).append("*").append(std::to_string(m_count++)).append("*=").append(m_section);
+    out.append("; ")
+        .append(m_name)
+        .append("*")
+        .append(std::to_string(m_count++))
+        .append("*=")
+        .append(m_section);
     m_section.clear();
   }
 
@@ -137,7 +145,8 @@ class ExtendedWriter {
 
 }  // namespace
 
-void appendParam(std::string_view name, std::string_view value, int codePage, bool withFallback, std::string& out) {
+void appendParam(std::string_view name, std::string_view value, int codePage, bool withFallback,
+                 std::string& out) {
   if (name.empty() || !allOf(name, isTokenChar)) return;
   if (holdsBreak(value)) {
     std::string clean(value);

@@ -1,5 +1,5 @@
-// Reading parameter lists. Three steps: the text is cut into raw segments, segments of one name are brought together, each
-// group is decoded once. Nothing is copied before the last step.
+// Reading parameter lists. Three steps: the text is cut into raw segments, segments of one name are brought
+// together, each group is decoded once. Nothing is copied before the last step.
 #include "mailtree/mime/HeaderParams.h"
 
 #include <algorithm>
@@ -19,16 +19,20 @@ constexpr std::size_t npos = std::string_view::npos;
 constexpr int kWhole = -1;  // section of a segment that is no RFC 2231 continuation
 
 struct Segment {
-  std::string_view name;   ///< Without the RFC 2231 suffix.
-  std::string_view raw;    ///< Without the quotes around it.
+  std::string_view name;  ///< Without the RFC 2231 suffix.
+  std::string_view raw;   ///< Without the quotes around it.
   int section = kWhole;
-  int order = 0;           ///< Place in the header value.
-  bool extended = false;   ///< Percent escapes, and a charset in the first one.
-  bool quoted = false;     ///< Backslashes escape.
+  int order = 0;          ///< Place in the header value.
+  bool extended = false;  ///< Percent escapes, and a charset in the first one.
+  bool quoted = false;    ///< Backslashes escape.
 };
 
-constexpr bool isNameChar(char c) noexcept { return c > ' ' && c != '=' && c != ';' && c != '"' && c != 0x7F; }
-constexpr bool isPlainNameChar(char c) noexcept { return isAlnumAscii(c) || c == '-' || c == '_' || c == '*' || c == '.'; }
+constexpr bool isNameChar(char c) noexcept {
+  return c > ' ' && c != '=' && c != ';' && c != '"' && c != 0x7F;
+}
+constexpr bool isPlainNameChar(char c) noexcept {
+  return isAlnumAscii(c) || c == '-' || c == '_' || c == '*' || c == '.';
+}
 
 /// A file name may well hold parentheses and blanks where any other value would hold a comment.
 bool isFileName(std::string_view name) noexcept {
@@ -110,14 +114,18 @@ class ParamReader {
       ++m_at;
   }
 
-  /// Position behind the comment that begins at `at`; npos when it never ends, and then no other one does either.
+  /// Position behind the comment that begins at `at`; npos when it never ends, and then no other one is
+  /// looked for.
   std::size_t endOfComment(std::size_t at) noexcept {
     if (m_commentsEnded) return npos;
     std::size_t depth = 0;
     for (std::size_t i = at; i < m_text.size(); ++i) {
-      if (m_text[i] == '\\') ++i;
-      else if (m_text[i] == '(') ++depth;
-      else if (m_text[i] == ')' && --depth == 0) return i + 1;
+      if (m_text[i] == '\\')
+        ++i;
+      else if (m_text[i] == '(')
+        ++depth;
+      else if (m_text[i] == ')' && --depth == 0)
+        return i + 1;
     }
     m_commentsEnded = true;
     return npos;
@@ -130,7 +138,8 @@ class ParamReader {
     return at;
   }
 
-  /// Whether "name=" stands there: the begin of the next parameter where a semicolon or a quote was forgotten.
+  /// Whether "name=" stands there: the begin of the next parameter where a semicolon or a quote was
+  /// forgotten.
   bool isParamAt(std::size_t at) const noexcept {
     const std::size_t begin = at;
     while (at < m_text.size() && isPlainNameChar(m_text[at])) ++at;
@@ -170,15 +179,9 @@ class ParamReader {
       m_at = next;
     }
     std::string_view value = trim(m_text.substr(begin, m_at - begin));
-    if (!isFileName(segment.name)) value = withoutTrailingComment(value);
+    if (!isFileName(segment.name)) value = trim(value.substr(0, value.find(" (")));  // a comment
     // A boundary may truly begin and end with a single quote.
     return equalsNoCase(segment.name, "boundary") ? value : withoutQuotes(value, '\'');
-  }
-
-  static std::string_view withoutTrailingComment(std::string_view value) noexcept {
-    if (!value.ends_with(')')) return value;
-    const std::size_t open = value.find(" (");
-    return open == npos ? value : trimRight(value.substr(0, open));
   }
 
   /// Reads from the quote at m_at. A quote inside that nothing reasonable follows belongs to the value.
@@ -197,7 +200,8 @@ class ParamReader {
       if (firstInner == npos) firstInner = at;
     }
     m_quotesEnded = true;
-    if (firstInner == npos && lastEscaped != npos && closesAt(lastEscaped))  // a path that ends in a backslash
+    if (firstInner == npos && lastEscaped != npos &&
+        closesAt(lastEscaped))  // a path that ends in a backslash
       return endQuoted(begin, lastEscaped, lastEscaped + 1);
     return readUnterminated(begin, firstInner, m_text.size());
   }
@@ -212,7 +216,8 @@ class ParamReader {
     return next >= m_text.size() || m_text[next] == ';' || m_text[next] == '(' || isParamAt(next);
   }
 
-  /// Whether the quote opens the value of another parameter, so that the one that began before it was never closed.
+  /// Whether the quote opens the value of another parameter, so that the one that began before it was never
+  /// closed.
   bool opensAnother(std::size_t begin, std::size_t quote) const noexcept {
     std::size_t at = quote;
     while (at > begin && isSpaceAscii(m_text[at - 1])) --at;
@@ -223,8 +228,8 @@ class ParamReader {
     return at > begin && m_text[at - 1] == ';';
   }
 
-  /// A quoted value without its closing quote: it ends at a quote that did not look like one, at the next parameter, or
-  /// at the end of the text.
+  /// A quoted value without its closing quote: it ends at a quote that did not look like one, at the next
+  /// parameter, or at the end of the text.
   std::string_view readUnterminated(std::size_t begin, std::size_t firstInner, std::size_t limit) noexcept {
     if (firstInner != npos) return endQuoted(begin, firstInner, firstInner + 1);
     std::size_t end = m_text.find(';', begin);
@@ -237,8 +242,8 @@ class ParamReader {
 
   std::string_view m_text;
   std::size_t m_at = 0;
-  bool m_commentsEnded = false;  ///< A comment was found that never ends.
-  bool m_quotesEnded = false;    ///< A quoted value was found that never ends: no second look at inner quotes.
+  bool m_commentsEnded = false;  ///< One was found that never ends: parentheses are text.
+  bool m_quotesEnded = false;  ///< A quoted value was found that never ends: no second look at inner quotes.
 };
 
 void appendUnescaped(const Segment& segment, std::string& out) {
@@ -256,7 +261,8 @@ void appendUnescaped(const Segment& segment, std::string& out) {
 
 void appendPercentDecoded(std::string_view text, std::string& out) {
   for (std::size_t i = 0; i < text.size(); ++i) {
-    const bool isEscape = text[i] == '%' && i + 2 < text.size() && hexValue(text[i + 1]) >= 0 && hexValue(text[i + 2]) >= 0;
+    const bool isEscape =
+        text[i] == '%' && i + 2 < text.size() && hexValue(text[i + 1]) >= 0 && hexValue(text[i + 2]) >= 0;
     if (!isEscape) {
       out += text[i];
       continue;
@@ -307,16 +313,13 @@ std::string decodeGroup(Group group) {
   return value;
 }
 
-char firstDifference(std::string_view a, std::string_view b, std::size_t& at) noexcept {
-  while (at < a.size() && at < b.size() && toLowerAscii(a[at]) == toLowerAscii(b[at])) ++at;
-  return at < a.size() ? toLowerAscii(a[at]) : '\0';
-}
-
 int compareNames(std::string_view a, std::string_view b) noexcept {
-  std::size_t at = 0;
-  const char left = firstDifference(a, b, at);
-  const char right = at < b.size() ? toLowerAscii(b[at]) : '\0';
-  return static_cast<unsigned char>(left) - static_cast<unsigned char>(right);
+  for (std::size_t i = 0; i < std::min(a.size(), b.size()); ++i) {
+    const int difference =
+        static_cast<unsigned char>(toLowerAscii(a[i])) - static_cast<unsigned char>(toLowerAscii(b[i]));
+    if (difference != 0) return difference;
+  }
+  return a.size() < b.size() ? -1 : static_cast<int>(a.size() > b.size());
 }
 
 /// 0 for the form that wins when a name has several: `name*`, then `name*0`, then the plain one.
@@ -330,6 +333,19 @@ bool joinsBefore(const Segment& a, const Segment& b) noexcept {
   if (formRank(a) != formRank(b)) return formRank(a) < formRank(b);
   if (a.section != b.section) return a.section < b.section;
   return a.order < b.order;
+}
+
+/// Whether the list is one that nearly all mail has: short, and without RFC 2231.
+bool isSimple(const Segments& segments) noexcept {
+  constexpr std::size_t kShort = 8;
+  return segments.size() <= kShort &&
+         std::none_of(segments.begin(), segments.end(),
+                      [](const Segment& segment) { return segment.extended || segment.section != kWhole; });
+}
+
+void addInOrder(const Segments& segments, _svParamSet& params) {
+  for (auto it = segments.cbegin(); it != segments.cend(); ++it)
+    if (!params.find(it->name)) params.addParam(it->name, decodeGroup({it, it + 1}));
 }
 
 /// The groups in the order in which their names first occur.
@@ -395,11 +411,11 @@ ParameterizedValue parseParameterizedValue(std::string_view headerValue) {
     segment.order = static_cast<int>(segments.size());
     segments.push_back(segment);
   }
-  if (segments.size() == 1) {
-    result.params.addParam(segments[0].name, decodeGroup({segments.cbegin(), segments.cend()}));
-  } else if (!segments.empty()) {
+  result.params.reserve(segments.size());
+  if (isSimple(segments))
+    addInOrder(segments, result.params);
+  else
     addGroups(segments, result.params);
-  }
   return result;
 }
 

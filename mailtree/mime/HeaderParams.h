@@ -1,11 +1,14 @@
 // mime/HeaderParams.h - the "value; name=value; ..." form of Content-Type and Content-Disposition.
 //
-//   Read      RFC 2045 and RFC 2231 (continuations, charsets, percent escapes in any mixture), and what mailers really send:
-//             unquoted values with characters that need quotes, encoded words inside values, missing semicolons' leftovers,
-//             comments, single quotes, unterminated quotes, backslashes in Windows paths.
+//   Read      RFC 2045 and RFC 2231 (continuations, charsets, percent escapes in any mixture), and what
+//   mailers really send:
+//             unquoted values with characters that need quotes, encoded words inside values, missing
+//             semicolons' leftovers, comments, single quotes, unterminated quotes, backslashes in Windows
+//             paths.
 //   Written   Tokens bare, other ASCII quoted, non-ASCII by RFC 2231 in utf-8 or the given code page.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,6 +32,7 @@ class _svParamSet {
   const std::string* find(std::string_view name) const noexcept;
   /// Removes every one of that name and gives the first's value back; false when absent.
   bool take(std::string_view name, std::string& value);
+  void reserve(std::size_t count) { m_params.reserve(count); }
   void clear() noexcept { m_params.clear(); }
   bool isEmpty() const noexcept { return m_params.empty(); }
   const std::vector<Param>& params() const noexcept { return m_params; }
@@ -38,16 +42,19 @@ class _svParamSet {
 };
 
 struct ParameterizedValue {
-  std::string_view value;  ///< What stands before the first ";", trimmed, comments cut; points into the input.
-  _svParamSet params;      ///< Decoded; the first of a name wins, a RFC 2231 form wins over a plain one.
+  std::string_view
+      value;           ///< What stands before the first ";", trimmed, comments cut; points into the input.
+  _svParamSet params;  ///< Decoded; the first of a name wins, a RFC 2231 form wins over a plain one.
   bool overLimit = false;  ///< More parameters than Limits allow: the rest was not read.
 };
 
 /// Reads an unfolded header value.
 ParameterizedValue parseParameterizedValue(std::string_view headerValue);
 
-/// Appends "; name=value" the way a header needs it; `codePage` is what non-ASCII values are written in (utf-8 when it
-/// cannot carry them). Non-ASCII: RFC 2231, with a readable ASCII fallback before it when `withFallback`.
-void appendParam(std::string_view name, std::string_view value, int codePage, bool withFallback, std::string& out);
+/// Appends "; name=value" the way a header needs it; `codePage` is what non-ASCII values are written in
+/// (utf-8 when it cannot carry them). Non-ASCII: RFC 2231, with a readable ASCII fallback before it when
+/// `withFallback`.
+void appendParam(std::string_view name, std::string_view value, int codePage, bool withFallback,
+                 std::string& out);
 
 }  // namespace mailtree

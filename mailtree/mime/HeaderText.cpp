@@ -1,5 +1,7 @@
 #include "mailtree/mime/HeaderText.h"
 
+#include <cstring>
+
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Utf.h"
 #include "mailtree/mime/Charset.h"
@@ -12,7 +14,8 @@ constexpr std::string_view kBreaks("\r\n\0", 3);
 
 constexpr bool isBreak(char c) noexcept { return c == '\r' || c == '\n' || c == '\0'; }
 
-/// A few bad bytes in what is clearly utf-8 (a title cut in the middle of a character) do not make it something else.
+/// A few bad bytes in what is clearly utf-8 (a title cut in the middle of a character) do not make it
+/// something else.
 bool isMostlyUtf8(std::string_view bytes) noexcept {
   std::size_t good = 0, bad = 0;
   for (std::size_t at = 0; at < bytes.size();) {
@@ -27,7 +30,11 @@ bool isMostlyUtf8(std::string_view bytes) noexcept {
 
 }  // namespace
 
-bool holdsBreak(std::string_view text) noexcept { return text.find_first_of(kBreaks) != std::string_view::npos; }
+bool holdsBreak(std::string_view text) noexcept {
+  if (text.empty()) return false;
+  const auto holds = [text](char c) { return std::memchr(text.data(), c, text.size()) != nullptr; };
+  return holds('\n') || holds('\r') || holds('\0');
+}
 
 std::string withoutBreaks(std::string_view text) {
   std::string out;
@@ -59,7 +66,7 @@ void appendBytesAsUtf8(int codePage, std::string_view bytes, std::string& out) {
     out += bytes;
     return;
   }
-  const int detected = detectCodePage(bytes);
+  const int detected = detectHeaderCodePage(bytes);
   if (detected > 0 && decodeToUtf8(detected, bytes, out)) return;
   out.resize(before);
   if (!claimed.empty())
@@ -68,9 +75,14 @@ void appendBytesAsUtf8(int codePage, std::string_view bytes, std::string& out) {
     decodeToUtf8(kCpUtf8, bytes, out);
 }
 
+int detectHeaderCodePage(std::string_view bytes) {
+  const int codePage = detectCodePage(bytes);
+  return codePage == writableCodePage(codePage) && !isStatefulCodePage(codePage) ? codePage : 0;
+}
+
 int writableCodePage(int wanted) noexcept {
-  const bool isWideOrEscaped = wanted == kCpUtf16LE || wanted == kCpUtf16BE || wanted == 12000 || wanted == 12001 ||
-                               wanted == 65000;
+  const bool isWideOrEscaped =
+      wanted == kCpUtf16LE || wanted == kCpUtf16BE || wanted == 12000 || wanted == 12001 || wanted == 65000;
   if (wanted <= 0 || wanted == kCpUsAscii || isWideOrEscaped || charsetNameOf(wanted).empty()) return kCpUtf8;
   return wanted;
 }

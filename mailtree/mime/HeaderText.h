@@ -1,4 +1,5 @@
-// mime/HeaderText.h - what the readers and writers of header values share: line breaks, bytes to utf-8, code pages.
+// mime/HeaderText.h - what the readers and writers of header values share: line breaks, bytes to utf-8, code
+// pages.
 #pragma once
 
 #include <string>
@@ -15,12 +16,16 @@ std::string withoutBreaks(std::string_view text);
 /// Erases every CR, LF and NUL.
 void eraseBreaks(std::string& text);
 
-/// Appends bytes that claim to be in a code page (0: no claim) as utf-8. A wrong claim falls through to valid utf-8 and to
-/// detection; what nothing explains becomes U+FFFD.
+/// Appends bytes that claim to be in a code page (0: no claim) as utf-8. A wrong claim falls through to valid
+/// utf-8 and to detection; what nothing explains becomes U+FFFD.
 void appendBytesAsUtf8(int codePage, std::string_view bytes, std::string& out);
 
-/// The code page in which header text is written when `wanted` was asked for: utf-8 for none, for us-ascii, for one without
-/// a charset name and for the Unicode forms that hold NUL bytes or escapes.
+/// Best guess for 8-bit header text, 0 when nothing fits. Never a code page that ASCII text could not be
+/// mixed with.
+int detectHeaderCodePage(std::string_view bytes);
+
+/// The code page in which header text is written when `wanted` was asked for: utf-8 for none, for us-ascii,
+/// for one without a charset name and for the Unicode forms that hold NUL bytes or escapes.
 int writableCodePage(int wanted) noexcept;
 
 /// Whether a code page switches its state by escapes, so that a single character cannot be encoded alone.

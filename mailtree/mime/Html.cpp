@@ -17,14 +17,15 @@ constexpr std::size_t kNowhere = std::string_view::npos;
 
 template <std::size_t N>
 bool isOneOf(std::string_view name, const std::string_view (&names)[N]) noexcept {
-  return std::any_of(std::begin(names), std::end(names), [name](std::string_view n) { return equalsNoCase(n, name); });
+  return std::any_of(std::begin(names), std::end(names),
+                     [name](std::string_view n) { return equalsNoCase(n, name); });
 }
 
 // Elements whose content is text up to their own end tag, whatever it looks like.
 constexpr std::string_view kRawText[] = {"script", "style",   "title",    "textarea", "xmp",
                                          "iframe", "noembed", "noframes", "plaintext"};
 // Elements that do not end a head whose end tag is missing.
-constexpr std::string_view kHeadContent[] = {"html", "head", "title",   "meta",  "link",
+constexpr std::string_view kHeadContent[] = {"html", "head",     "title",   "meta",  "link",
                                              "base", "basefont", "bgsound", "style", "script"};
 
 struct Markup {
@@ -42,8 +43,8 @@ struct Markup {
   }
 };
 
-// Steps from markup to markup. What is never closed (a comment, a tag, the text of a script) takes all the rest, as in a
-// browser, and is reported as `unclosed`; each byte is looked at a fixed number of times.
+// Steps from markup to markup. What is never closed (a comment, a tag, the text of a script) takes all the
+// rest, as in a browser, and is reported as `unclosed`; each byte is looked at a fixed number of times.
 class HtmlScanner {
  public:
   explicit HtmlScanner(std::string_view html) noexcept : m_html(html) {}
@@ -119,6 +120,7 @@ class HtmlScanner {
     return kNowhere;
   }
 
+  // Moves to the end tag; false without one.
   bool skipRawText(std::string_view name) noexcept {
     for (std::size_t at = m_position; (at = m_html.find("</", at)) != kNowhere; at += 2) {
       const std::string_view rest = m_html.substr(at + 2);
@@ -126,7 +128,7 @@ class HtmlScanner {
       const char after = rest[name.size()];
       if (!isSpaceAscii(after) && after != '/' && after != '>') continue;
       m_position = at;
-      return true;
+      return findTagEnd(at + 2 + name.size()) != kNowhere;
     }
     return false;
   }
@@ -141,7 +143,8 @@ class AttributeReader {
   explicit AttributeReader(std::string_view attributes) noexcept : m_rest(attributes) {}
 
   bool next(std::string_view& name, std::string_view& value) noexcept {
-    while (!m_rest.empty() && (isSpaceAscii(m_rest.front()) || m_rest.front() == '/')) m_rest.remove_prefix(1);
+    while (!m_rest.empty() && (isSpaceAscii(m_rest.front()) || m_rest.front() == '/'))
+      m_rest.remove_prefix(1);
     if (m_rest.empty()) return false;
     name = take(std::max<std::size_t>(1, nameLength()));  // a stray "=" begins a name
     value = {};
@@ -256,7 +259,8 @@ class StructureFinder {
     m_textBegin = markup.end;
     switch (markup.kind) {
       case Markup::Kind::prologue: {
-        const bool isFirst = m_found.html == kNowhere && m_found.head == kNowhere && m_found.content == kNowhere;
+        const bool isFirst =
+            m_found.html == kNowhere && m_found.head == kNowhere && m_found.content == kNowhere;
         if (isFirst) m_found.start = markup.end;
         break;
       }
@@ -329,8 +333,8 @@ class Inserter {
   std::string m_out;
 };
 
-// Only start tags decide what is there, and none is put where an unclosed comment or script would swallow it: so a
-// second round finds everything that the first one added.
+// Only start tags decide what is there, and none is put where an unclosed comment or script would swallow it:
+// so a second round finds everything that the first one added.
 bool completeStructure(std::string_view html, std::string& out) {
   const Structure found = StructureFinder::find(html);
   const bool addHtml = found.html == kNowhere;
@@ -404,7 +408,8 @@ void _svHtmlHelp::addCharsetMetaTag(StringBuffer& html, const char* charset, Log
       head = StructureFinder::find(html).head;
     }
     if (head == kNowhere) return false;
-    html.text().insert(head, "<META http-equiv=\"Content-Type\" content=\"text/html; charset=" + name + "\">");
+    html.text().insert(head,
+                       "<META http-equiv=\"Content-Type\" content=\"text/html; charset=" + name + "\">");
     return true;
   });
   if (!added) log.logError("Failed to add the charset META tag to the HTML.");

@@ -1,5 +1,5 @@
-// mime/Limits.h - how much of a message is taken apart. Beyond a limit nothing is lost: the rest stays as bytes of the part
-// in which it stands, and the limit is reported.
+// mime/Limits.h - how much of a message is taken apart. Beyond a limit nothing is lost: the rest stays as
+// bytes of the part in which it stands, and the limit is reported.
 #pragma once
 
 #include <cstddef>

@@ -1,11 +1,15 @@
 // mime/MimeHeader.h - the ordered header-field list of one part.
 //
-//   Storage    One block of text with offsets: a received header costs one copy of its bytes and one row per field. A value
+//   Storage    One block of text with offsets: a received header costs one copy of its bytes and one row per
+//   field. A value
 //              is unfolded and decoded when somebody asks for it.
-//   Fidelity   A field that nobody changed is written as it was received, folding included (line ends as CRLF). A field
+//   Fidelity   A field that nobody changed is written as it was received, folding included (line ends as
+//   CRLF). A field
 //              that was set is encoded for the code page at hand and folded at 78.
-//   Names      Matched without regard to case.
-//   Safety     CR, LF and NUL never get into a value; what is written cannot end a field early or forge another.
+//   Names      Matched without regard to case. What a field name cannot hold is dropped from a name that is
+//   set. Safety     CR, LF and NUL never come out of a received value nor get into a set one (but for the raw
+//   file name that
+//              replaceMimeFieldUtf8 allows); what is written cannot end a field early or forge another.
 #pragma once
 
 #include <cstddef>
@@ -34,31 +38,42 @@ class MimeHeader final : public SorvikObject {
 
   // Loading
 
-  /// Replaces the list by the fields of a header text (line ends of any kind; it ends at an empty line or at its end).
-  /// What is not a field stays in the list as a nameless line and is written back. Replaces getDetectedCP().
+  /// Replaces the list by the fields of a header text (line ends of any kind; it ends at an empty line or at
+  /// its end). What is not a field stays in the list as a nameless line and is written back. Replaces
+  /// getDetectedCP().
   void loadMimeHeaderText(std::string_view text, LogBase& log);
-  /// The same, also reporting the charset and filling the parsed Content-Type from the first Content-Type field; either may
-  /// be null.
-  void loadMimeHeaderText(std::string_view text, _svCharset* charsetOut, _svContentType* contentTypeOut, LogBase& log);
+  /// The same, also reporting the charset and filling the parsed Content-Type from the first Content-Type
+  /// field; either may be null, and both stay as they are when there is no such field.
+  void loadMimeHeaderText(std::string_view text, _svCharset* charsetOut, _svContentType* contentTypeOut,
+                          LogBase& log);
 
   /// What the parser tells about a header at the start of a message or part.
   struct Extent {
-    std::size_t headerSize;    ///< Bytes of header lines, the empty line not counted.
-    std::size_t bodyOffset;    ///< Where the body begins.
-    bool malformed;            ///< A line was no field, or the empty line is missing.
-    LimitSet limits;           ///< Limits met; fields beyond them belong to the body.
+    std::size_t headerSize;  ///< Where the last header line ends, its line break included.
+    std::size_t bodyOffset;  ///< Where the body begins.
+    bool malformed;          ///< A line was no field, or the empty line is missing.
+    LimitSet limits;         ///< Limits met; fields beyond them belong to the body.
   };
-  /// Reads the header that `text` (a whole entity) begins with, in one pass, replacing the list.
-  Extent loadFromEntity(std::string_view text);
+  /// What empty lines before the first field mean.
+  enum class LeadingEmptyLines {
+    skip,      ///< Nothing, when fields follow: something before the message left them.
+    endHeader  ///< The first one ends an empty header, as in the parts of a digest (RFC 2046, 5.1.5).
+  };
+  /// Reads the header that `text` (a whole entity) begins with, in one pass, replacing the list. A line that
+  /// is no field is kept as a nameless line when a field follows before the next empty line; otherwise the
+  /// body begins with it.
+  Extent loadFromEntity(std::string_view text, LeadingEmptyLines emptyLines = LeadingEmptyLines::skip);
 
-  /// Rewrites every received field that holds 8-bit bytes as set text with encoded words, by the detected code page, so that
-  /// the whole list is ASCII when written. No work for an ASCII header.
+  /// Rewrites every received field that holds 8-bit bytes as a finished value with encoded words, by the code
+  /// page in which it was read, so that its lines are ASCII when written. Left as they are: lines that are no
+  /// fields, address lists that would lose an address, utf-8 addresses (RFC 6532). No work for an ASCII
+  /// header.
   void encode8bitFields();
 
   // Reading
 
-  /// Value of the first field of that name, unfolded and decoded to utf-8, replacing `out`; false, with `out` emptied, when
-  /// absent.
+  /// Value of the first field of that name, unfolded and decoded to utf-8, replacing `out`; false, with `out`
+  /// emptied, when absent.
   bool getMimeFieldUtf8(const char* name, StringBuffer& out, LogBase& log) const;
   bool getMimeFieldUtf8_2(const char* name, unsigned nameLength, StringBuffer& out, LogBase& log) const;
   int getNumFields() const noexcept { return static_cast<int>(m_fields.size()); }
@@ -67,42 +82,50 @@ class MimeHeader final : public SorvikObject {
   bool hasField(const char* name, LogBase& log) const;
   /// Whether a field of that name has a decoded value matching the wildcard pattern.
   bool hasHeaderMatchingUtf8(const char* name, const char* pattern, bool caseSensitive, LogBase& log) const;
-  /// Code page of the 8-bit text in the received header: 65001 when it is valid utf-8, else declared or detected; 0: none.
+  /// Code page of the 8-bit text in the received header: 65001 when it is valid utf-8, else declared or
+  /// detected; 0: none.
   int getDetectedCP() const noexcept { return m_detectedCodePage; }
 
   /// Index of the first field of that name at or after `from`, -1 when absent.
   int findField(std::string_view name, int from = 0) const noexcept;
   std::string_view fieldName(int index) const noexcept;
-  /// The value as it stands, folded and encoded, without the line end; trimmed.
+  /// The value as it stands, without the line end: a received one folded, encoded, trimmed; a set one as it
+  /// was given.
   std::string_view rawValue(int index) const noexcept;
-  /// The value unfolded, not decoded (8-bit bytes as utf-8); empty view when the index is -1. `scratch` holds it when it had
-  /// to be changed. This is what structured fields are parsed from.
+  /// The value unfolded, not decoded (8-bit bytes as utf-8); empty view when the index is -1. `scratch` holds
+  /// it when it had to be changed. This is what structured fields are parsed from.
   std::string_view unfoldedValue(int index, std::string& scratch) const;
   /// The value unfolded and decoded.
   std::string decodedValue(int index) const;
 
   // Changing
 
-  /// Sets the first field of that name, in the caller's letter case, or appends a new one. A null value removes it.
+  /// Sets the first field of that name, in the caller's letter case, or appends a new one. A null value
+  /// removes every field of that name. A Content-Disposition may end in `; filename="..."` with anything
+  /// between the quotes, unescaped: such a name stays in the list as given and is made safe when written.
   void replaceMimeFieldUtf8(const char* name, const char* value, LogBase& log);
-  /// @param asGiven   the caller's own flag: the value is a finished header value, written as it stands.
-  /// @param ordinary  false for Content-Type, whose value is always written as it stands.
+  /// The same for a value that keeps to the field's grammar, Content-Disposition too.
+  /// @param asGiven   the caller's own flag: the value is a finished header value, only folded when written.
+  /// @param ordinary  false for Content-Type, whose ASCII values are written as they stand in any case.
   void replaceMimeFieldUtf8_a(const char* name, const char* value, bool asGiven, bool ordinary, LogBase& log);
   /// Appends a field even if one of that name exists.
   void addMimeField(const char* name, const char* value, bool asGiven, LogBase& log);
   void removeMimeField(const char* name, bool all);
   void copyMimeHeaderFrom(const MimeHeader& other, LogBase& log);
   void clear();
-  /// Joins all fields of that name into the first, ", " between the values; the others go. Nothing for fewer than two.
+  /// Joins all fields of that name into the first, a comma between the values; the others go. Nothing for
+  /// fewer than two.
   void joinFields(std::string_view name);
 
   // Writing
 
   /// Appends the field lines separated by CRLF, none after the last.
-  /// @param prefix    fields whose names begin with it (ignoring case) are left out; null: none. "SVZ-" fields, and empty
+  /// @param prefix    fields whose names begin with it (ignoring case) are left out; null: none. "SVZ-"
+  /// fields, and empty
   ///                  Content-Type and Content-Transfer-Encoding fields, are always left out.
   /// @param codePage  in which set values are encoded; utf-8 where it is 0 or cannot carry a value.
-  /// @param isTop     false: a list that was never loaded from text leaves out what means nothing in a body part
+  /// @param isTop     false: a list that was never loaded from text leaves out what means nothing in a body
+  /// part
   ///                  (MIME-Version, Date, Message-ID, X-Priority).
   void getMimeHeader(StringBuffer& out, const char* prefix, int codePage, bool isTop, LogBase& log) const;
   /// Estimated bytes of the written header.
@@ -117,29 +140,55 @@ class MimeHeader final : public SorvikObject {
 
  private:
   enum class Kind : std::uint8_t {
-    received,  ///< Written as it stands in the block.
-    set,       ///< utf-8, encoded and folded when written.
-    asGiven,   ///< A finished value, folded when written.
-    noField    ///< A line without a colon; name empty.
+    received,     ///< Written as it stands in the block.
+    set,          ///< utf-8, encoded and folded when written.
+    rawFilename,  ///< The same; a file name in quotes at its end is not escaped.
+    asGiven,      ///< A finished value, folded when written.
+    noField       ///< A line without a name; name empty.
   };
-  /// One row: where name and value stand in the block. `value` excludes the line break and the blanks after the colon are
-  /// part of the line, so that a received line is written back from `name` to the end of `value` in one piece.
+  /// One row: where name and value stand in the block. The value excludes the last line break and includes
+  /// the blanks after the colon, so that a received line is written back from the name to the end of the
+  /// value in one piece.
   struct Field {
     std::uint32_t nameOffset;
     std::uint32_t nameSize;
     std::uint32_t valueOffset;
     std::uint32_t valueSize;
     Kind kind;
-  };
 
-  void setField(int index, std::string_view name, std::string_view value, Kind kind);
-  void appendField(std::string_view name, std::string_view value, Kind kind);
+    std::size_t end() const noexcept { return std::size_t{valueOffset} + valueSize; }
+    std::size_t lineSize() const noexcept { return end() - nameOffset; }
+  };
+  class Reader;
+
+  const Field* fieldAt(int index) const noexcept;
+  std::string_view nameOf(const Field& field) const noexcept;
+  std::string_view valueOf(const Field& field) const noexcept;
+  std::string_view lineOf(const Field& field) const noexcept;
+
+  std::string_view unfolded(const Field& field, std::string& scratch) const;
+  void takeFields(const Reader& reader, std::string_view text);
+  void detectCodePageOf8bit();
+  int declaredCodePage() const;
+  int codePageOfValue(std::string_view raw) const noexcept;
+
+  void setQuietly(const char* name, const char* value, Kind kind);
+  void append(std::string_view name, std::string_view value, Kind kind);
+  bool writeRow(Field& row, std::string_view name, std::string_view value, Kind kind);
+  void compact();
+
+  bool isWritten(const Field& field, std::string_view prefix, bool isTop) const noexcept;
+  void writeField(const Field& field, int codePage, std::string& out) const;
+  void writeReceived(const Field& field, std::string& out) const;
+  void writeLineWithoutName(const Field& field, bool isFirst, bool isLast, std::string& out) const;
 
   std::string m_block;
   std::vector<Field> m_fields;
+  std::size_t m_unusedBytes = 0;  ///< Of the block: lines that were replaced or removed.
   int m_detectedCodePage = 0;
   bool m_loadedFromText = false;
   bool m_has8bit = false;
+  bool m_hasOtherBreaks = false;  ///< Line breaks that are not CRLF stand in received fields.
 };
 
 }  // namespace mailtree

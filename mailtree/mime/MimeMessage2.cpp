@@ -18,7 +18,8 @@ MimeMessage2::~MimeMessage2() { deleteParts(); }
 
 MimeMessage2* MimeMessage2::createNewObject() { return new (std::nothrow) MimeMessage2(); }
 
-/// Walks down to a leaf, deletes it, goes on from the entity above it: no recursion and no memory, whatever the depth.
+/// Walks down to a leaf, deletes it, goes on from the entity above it: no recursion and no memory, whatever
+/// the depth.
 void MimeMessage2::deleteParts() noexcept {
   MimeMessage2* entity = this;
   for (;;) {
@@ -104,7 +105,8 @@ PartTraits MimeMessage2::ownTraits() const noexcept {
   traits.type = m_contentType.m_type;
   traits.name = m_contentType.m_name;
   traits.disposition = m_disposition;
-  traits.dispFilename = m_filename;
+  // The name parameter stands in, as it does in the email tree, so that both decide alike.
+  traits.dispFilename = m_filename.isEmpty() ? m_contentType.m_name : m_filename;
   traits.transferEncoding = m_transferEncoding;
   return traits;
 }

@@ -1,10 +1,11 @@
 // mime/MimeMessage2.h - one MIME entity of a parse tree: what loading reads, edits and takes apart.
 //
 //   Lifetime   A parse tree lives for one load. Bodies are moved out of it, never copied.
-//   Ownership  A parent owns its parts. createNewObject, extractPart and getAppleDoubleAttachment hand over; add*/replacePart
-//              take.
-//   Bodies     Decoded from their transfer encoding; text that output converts back is in utf-8, an attached text file keeps
-//              its bytes. A multipart that could not be split, and a message/*, holds its raw bytes.
+//   Ownership  A parent owns its parts. createNewObject, extractPart and getAppleDoubleAttachment hand over;
+//              add*/replacePart take.
+//   Bodies     Decoded from their transfer encoding; text that output converts back is in utf-8, an attached
+//              text file keeps its bytes. A multipart that could not be split, and a message/*, holds its raw
+//              bytes.
 #pragma once
 
 #include <cstddef>
@@ -40,11 +41,13 @@ class MimeMessage2 final : public SorvikObject {
   /// A new empty heap entity owned by the caller; null when memory ran out.
   static MimeMessage2* createNewObject();
 
-  // Parsing. Each replaces what the entity held. Nothing in the input makes them fail; false only when memory ran out.
+  // Parsing. Each replaces what the entity held. Nothing in the input makes them fail; false only when memory
+  // ran out.
 
   bool loadMimeComplete(const StringBuffer& mime, LogBase& log, bool option);
   /// The first flag and `scratch` are accepted for the callers' sake: the bytes are parsed where they stand.
-  bool loadMimeComplete2(const char* data, unsigned size, bool keepInput, StringBuffer& scratch, LogBase& log, bool option);
+  bool loadMimeComplete2(const char* data, unsigned size, bool keepInput, StringBuffer& scratch, LogBase& log,
+                         bool option);
   bool loadMimeCompleteDb(DataBuffer& mime, LogBase& log);
   /// The parser under the three above.
   bool loadText(std::string_view mime, LogBase& log);
@@ -95,9 +98,12 @@ class MimeMessage2 final : public SorvikObject {
   void setFilenameUtf8(const char* filename, LogBase& log);
   void setContentEncoding(const char* encoding, LogBase& log);
   void setBoundary(const char* boundary, LogBase& log);
-  void addReplaceHeaderFieldUtf8(const char* name, const char* value, LogBase& log);  ///< A null value removes it.
-  /// Sets the body from raw bytes in a charset: converted to utf-8 when `isText` and output would convert it back.
-  void setMimeBody8Bit_2(const void* data, unsigned size, const _svCharset& charset, bool isText, LogBase& log);
+  /// Replaces a field, or adds it; a null value removes every one of that name.
+  void addReplaceHeaderFieldUtf8(const char* name, const char* value, LogBase& log);
+  /// Sets the body from raw bytes in a charset: converted to utf-8 when `isText` and output would
+  /// convert it back.
+  void setMimeBody8Bit_2(const void* data, unsigned size, const _svCharset& charset, bool isText,
+                         LogBase& log);
   void setMimeBodyBinary2(const unsigned char* data, unsigned size, LogBase& log);  ///< Null or 0 empties it.
   /// Makes this empty entity a multipart/alternative with a fresh boundary.
   void newMultipartAlternative(LogBase& log);
@@ -109,11 +115,12 @@ class MimeMessage2 final : public SorvikObject {
   void copyMimeBody(DataBuffer& out, LogBase& log) const;  ///< Appends.
   void extractMimeBody(DataBuffer& out, LogBase& log);     ///< Moves; this body is empty afterwards.
   void clearMimeBody() { m_body.clear(); }
-  /// For a multipart/appledouble, a new entity holding its data fork (the child that is not application/applefile) as an
-  /// attachment, owned by the caller; null elsewhere. The data fork's body is moved out.
+  /// For a multipart/appledouble, a new entity holding its data fork (the child that is not
+  /// application/applefile) as an attachment, owned by the caller; null elsewhere. The data fork's body is
+  /// moved out.
   MimeMessage2* getAppleDoubleAttachment(LogBase& log);
-  /// Decodes a body whose transfer encoding is X-UUencode in place; the encoding becomes base64. A body without a block that
-  /// decodes stays as it is.
+  /// Decodes a body whose transfer encoding is X-UUencode in place; the encoding becomes base64. A body
+  /// without a block that decodes stays as it is.
   void uuDecodeAttachment(LogBase& log);
 
   /// Verifies and strips signed layers and decrypts encrypted ones throughout the tree. (secure/)
@@ -126,7 +133,8 @@ class MimeMessage2 final : public SorvikObject {
   void extractContentType(_svContentType& out) { out = std::move(m_contentType); }
   const _svCharset& charset() const noexcept { return m_parsedCharset; }
 
-  /// For a child of a multipart/signed: its bytes exactly as received, header and all; null elsewhere. Moved out.
+  /// For a child of a multipart/signed: its bytes exactly as received, header and all; null elsewhere.
+  /// Moved out.
   std::unique_ptr<DataBuffer> extractReceivedBytes() noexcept { return std::move(m_receivedBytes); }
   bool isSignedContent() const noexcept { return m_receivedBytes != nullptr; }
 
@@ -153,16 +161,16 @@ class MimeMessage2 final : public SorvikObject {
   void refreshContentTypeField();
   void refreshDispositionField();
 
-  /// Sets the body to the utf-8 of text in the declared charset, if that changes the bytes. False: they are right as they
-  /// stand, or nothing explains them, and the body was left alone.
+  /// Sets the body to the utf-8 of text in the declared charset, if that changes the bytes. False: they are
+  /// right as they stand, or nothing explains them, and the body was left alone.
   bool setBodyFromText(std::string_view bytes, const char* charset);
 
   MimeHeader m_header;
   _svContentType m_contentType;
-  StringBuffer m_charset;       ///< Charset parameter as written.
-  _svCharset m_parsedCharset;   ///< The same, looked up.
-  StringBuffer m_disposition;   ///< Trimmed, letter case as received.
-  StringBuffer m_filename;      ///< Of the Content-Disposition, utf-8.
+  StringBuffer m_charset;      ///< Charset parameter as written.
+  _svCharset m_parsedCharset;  ///< The same, looked up.
+  StringBuffer m_disposition;  ///< Trimmed, letter case as received.
+  StringBuffer m_filename;     ///< Of the Content-Disposition, utf-8.
   StringBuffer m_transferEncoding;
   StringBuffer m_contentId;
   mutable DataBuffer m_body;

@@ -12,39 +12,39 @@
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Log.h"
 #include "mailtree/mime/Base64.h"
+#include "mailtree/mime/HeaderLines.h"
 #include "mailtree/mime/QuotedPrintable.h"
 
-// How it works. One cursor runs over the text and only ever stops at lines that begin with "--". Such a line is compared with
-// the boundaries of the multiparts that are open at that moment, held on a stack. One that matches ends the part before it,
-// and every multipart inside its own that was never closed; unless it closes its multipart, a new part begins behind it:
-// its header is read, and it becomes either the current leaf, whose body ends at the next matching line, or, being a
-// multipart itself, one more entry on the stack. No byte is searched again because of the depth at which it stands.
+// How it works. One cursor runs over the text and only ever stops at lines that begin with "--". Such a line
+// is compared with the boundaries of the multiparts that are open at that moment, held on a stack. One that
+// matches ends the part before it, and every multipart inside its own that was never closed; unless it closes
+// its multipart, a new part begins behind it: its header is read, and it becomes either the current leaf,
+// whose body ends at the next matching line, or, being a multipart itself, one more entry on the stack. No
+// byte is searched again because of the depth at which it stands.
 
 namespace mailtree {
 
 namespace {
 
 constexpr std::size_t kNowhere = std::string_view::npos;
-/// No header is read beyond its limit, so no boundary is looked for in one beyond it either.
-constexpr std::size_t kHeaderReach = kMaxHeaderBytes + 4096;
+/// How far a boundary is looked for in a header that has no empty line behind it. Such a header is short, and
+/// without a bound every level of a nest of them would be searched to its end.
+constexpr std::size_t kBrokenHeaderReach = 64u << 10;
 
 bool isLineBreak(char c) noexcept { return c == '\n' || c == '\r'; }
 
-/// Size of the line break that `text` begins with: CRLF, LF or CR; 0 when it begins with none.
-std::size_t lineBreakSize(std::string_view text) noexcept {
-  if (text.starts_with("\r\n")) return 2;
-  return !text.empty() && isLineBreak(text.front()) ? 1 : 0;
-}
-
-/// Where the line break begins that ends right before `position`, which is the beginning of a line.
+/// Where the line break begins that ends right before `position`, which is the beginning of a line. Of CR CR
+/// LF only CRLF: the first CR may be the last byte of a binary body.
 std::size_t beforeLineBreak(std::string_view text, std::size_t position) noexcept {
-  if (position == 0 || !isLineBreak(text[position - 1])) return position;
-  const bool isCrLf = position >= 2 && text[position - 1] == '\n' && text[position - 2] == '\r';
-  return position - (isCrLf ? 2 : 1);
+  constexpr std::string_view kLineBreaks[] = {"\r\n", "\n", "\r"};
+  const std::string_view before = text.substr(0, position);
+  for (const std::string_view lineBreak : kLineBreaks)
+    if (before.ends_with(lineBreak)) return position - lineBreak.size();
+  return position;
 }
 
-/// The next line at or after `from` that begins with "--". A search for dashes, not for line breaks: the bulk of most mail is
-/// base64, which has no dash at all.
+/// The next line at or after `from` that begins with "--". A search for dashes, not for line breaks: the bulk
+/// of most mail is base64, which has no dash at all.
 std::size_t findDashLine(std::string_view text, std::size_t from) noexcept {
   const char* const begin = text.data();
   const char* const end = begin + text.size();
@@ -59,25 +59,48 @@ std::size_t findDashLine(std::string_view text, std::size_t from) noexcept {
   return kNowhere;
 }
 
-/// Whether an empty line ends within `text`. Only for line breaks that hold an LF.
-bool hasEmptyLine(std::string_view text) noexcept {
-  for (std::size_t at = text.find('\n'); at != kNowhere; at = text.find('\n', at + 1)) {
-    const std::string_view rest = text.substr(at + 1);
-    if (rest.starts_with('\n') || rest.starts_with("\r\n")) return true;
+/// The next empty line at or after `from`, which is the beginning of a line.
+std::size_t findEmptyLine(std::string_view text, std::size_t from) noexcept {
+  while (from < text.size()) {
+    const std::size_t end = endOfLine(text, from);
+    if (end == from) return from;
+    from = afterLineBreak(text, end);
   }
-  return false;
+  return kNowhere;
 }
 
-/// A line beginning with "--": what stands behind the dashes, trailing blanks cut, and where the next line begins.
+/// Finds the next of something, remembering the last find: as long as the questions move forward, no byte is
+/// looked at twice.
+class Finder {
+ public:
+  using Find = std::size_t (*)(std::string_view text, std::size_t from) noexcept;
+  explicit Finder(Find find) noexcept : m_find(find) {}
+
+  std::size_t next(std::string_view text, std::size_t from) noexcept {
+    const bool isKnown = m_from <= from && from <= m_found;
+    if (isKnown) return m_found;
+    m_from = from;
+    m_found = m_find(text, from);
+    return m_found;
+  }
+
+ private:
+  Find m_find;
+  std::size_t m_from = kNowhere;
+  std::size_t m_found = 0;
+};
+
+/// A line beginning with "--": what stands behind the dashes, trailing blanks cut, and where the next line
+/// begins.
 struct DashLine {
   std::string_view content;
   std::size_t next;
 };
 
 DashLine dashLineAt(std::string_view text, std::size_t position) noexcept {
-  std::size_t end = position + 2;
-  while (end < text.size() && !isLineBreak(text[end])) ++end;
-  return {trimRight(text.substr(position + 2, end - position - 2)), end + lineBreakSize(text.substr(end))};
+  const std::size_t begin = position + 2;
+  const std::size_t end = endOfLine(text, begin);
+  return {trimRight(text.substr(begin, end - begin)), afterLineBreak(text, end)};
 }
 
 /// The boundary as it stands in the text; empty when there is none that could be found.
@@ -92,12 +115,7 @@ bool isMboxLine(std::string_view text) noexcept {
 std::string_view skipPrologue(std::string_view text) noexcept {
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
-  while (isMboxLine(text)) {
-    const std::size_t end = text.find_first_of("\r\n");
-    if (end == kNowhere) return {};
-    text.remove_prefix(end);
-    text.remove_prefix(lineBreakSize(text));
-  }
+  while (isMboxLine(text)) text.remove_prefix(afterLineBreak(text, endOfLine(text, 0)));
   return text;
 }
 
@@ -155,14 +173,15 @@ class MimeParser::Run {
     MimeMessage2* entity;
     std::string_view boundary;
     std::size_t bodyBegin;
-    bool keepsReceived;              ///< Its parts' bytes are kept as received.
+    std::size_t shortest;  ///< Boundary size up to here on the stack.
+    bool keepsReceived;    ///< Its parts' bytes are kept as received.
     bool insideSigned;
     std::size_t partBegin = kNowhere;  ///< Of the part that is not yet ended.
   };
   struct Boundary {
-    std::size_t open;       ///< Index of the multipart that it belongs to.
+    std::size_t open;  ///< Index of the multipart that it belongs to.
     bool closes;
-    std::size_t partEnd;    ///< The line break before a boundary is part of it.
+    std::size_t partEnd;  ///< The line break before a boundary is part of it.
     std::size_t next;
   };
   struct Leaf {
@@ -172,7 +191,6 @@ class MimeParser::Run {
 
   // Boundaries
 
-  std::size_t dashLineFrom(std::size_t from);
   std::optional<Boundary> match(std::size_t position, const DashLine& line) const;
   std::optional<Boundary> nextBoundary();
 
@@ -206,28 +224,21 @@ class MimeParser::Run {
   const std::string_view m_text;
   const int m_level;
   Budget& m_budget;
-  bool m_isDecoded = false;      ///< The text was found inside a transfer-encoded multipart.
-  std::vector<Open> m_open;      ///< Outermost first.
-  Leaf m_leaf;                   ///< The part whose body is running; none in a preamble or epilogue.
-  Leaf m_last;                   ///< The part that was begun last.
+  bool m_isDecoded = false;  ///< The text was found inside a transfer-encoded multipart.
+  std::vector<Open> m_open;  ///< Outermost first.
+  Leaf m_leaf;               ///< The part whose body is running; none in a preamble or epilogue.
+  Leaf m_last;               ///< The part that was begun last.
   std::size_t m_cursor = 0;
-  std::size_t m_seenFrom = kNowhere;  ///< No dash line from here ...
-  std::size_t m_seenDash = 0;         ///< ... to this one.
+  Finder m_dashLines{findDashLine};
+  Finder m_emptyLines{findEmptyLine};
 };
 
 // Boundaries
 
-std::size_t MimeParser::Run::dashLineFrom(std::size_t from) {
-  const bool isKnown = m_seenFrom <= from && from <= m_seenDash;
-  if (!isKnown) {
-    m_seenFrom = from;
-    m_seenDash = findDashLine(m_text, from);
-  }
-  return m_seenDash;
-}
-
 /// A line that fits several open multiparts belongs to the innermost.
-std::optional<MimeParser::Run::Boundary> MimeParser::Run::match(std::size_t position, const DashLine& line) const {
+std::optional<MimeParser::Run::Boundary> MimeParser::Run::match(std::size_t position,
+                                                                const DashLine& line) const {
+  if (line.content.size() < m_open.back().shortest) return std::nullopt;
   for (std::size_t i = m_open.size(); i-- > 0;) {
     const std::string_view boundary = m_open[i].boundary;
     if (!line.content.starts_with(boundary)) continue;
@@ -241,7 +252,7 @@ std::optional<MimeParser::Run::Boundary> MimeParser::Run::match(std::size_t posi
 std::optional<MimeParser::Run::Boundary> MimeParser::Run::nextBoundary() {
   if (m_open.empty()) return std::nullopt;
   while (m_cursor < m_text.size()) {
-    const std::size_t position = dashLineFrom(m_cursor);
+    const std::size_t position = m_dashLines.next(m_text, m_cursor);
     if (position == kNowhere) break;
     const DashLine line = dashLineAt(m_text, position);
     m_cursor = line.next;
@@ -252,32 +263,29 @@ std::optional<MimeParser::Run::Boundary> MimeParser::Run::nextBoundary() {
 
 // Headers
 
-/// Where the header that begins at `begin` has ended at the latest: a boundary may stand before its empty line. Looks no
-/// further than the header goes, and finds the dash lines that the body is searched for anyway.
+/// Where the header that begins at `begin` has ended at the latest: behind its empty line, or at a boundary
+/// before that.
 std::size_t MimeParser::Run::headerLimit(std::size_t begin) {
   if (m_open.empty()) return m_text.size();
+  const std::size_t emptyLine = m_emptyLines.next(m_text, begin);
+  const std::size_t reach = std::min(emptyLine, begin + kBrokenHeaderReach);
   for (std::size_t from = begin;;) {
-    const std::size_t position = dashLineFrom(from);
-    if (position == kNowhere) return m_text.size();
-    const std::size_t searched = std::max(from, begin + 2) - 2;  // a line break may stand before `from`
-    if (hasEmptyLine(m_text.substr(searched, position - searched))) return position;
+    const std::size_t position = m_dashLines.next(m_text, from);
+    if (position >= reach) break;
     const DashLine line = dashLineAt(m_text, position);
-    if (position - begin > kHeaderReach || match(position, line)) return position;
+    if (match(position, line)) return position;
     from = line.next;
   }
+  const std::size_t end = emptyLine != kNowhere ? emptyLine : endOfLine(m_text, begin + kBrokenHeaderReach);
+  return afterLineBreak(m_text, end);
 }
 
 /// @return where the body begins.
 std::size_t MimeParser::Run::readHeader(MimeMessage2& entity, std::size_t begin) {
-  const bool isPart = !m_open.empty();
-  if (isPart) {
-    const std::size_t emptyLine = lineBreakSize(m_text.substr(begin));
-    if (emptyLine) return begin + emptyLine;
-  }
   const std::size_t bodyBegin = loadHeader(entity, begin, headerLimit(begin));
   if (!entity.isMultipart() || !entity.repairs().has(Repair::headerSyntax)) return bodyBegin;
 
-  // Without an empty line behind it, the header of a multipart ends at the latest where its first part begins.
+  // Without an empty line behind it, the header of a multipart ends at its first part at the latest.
   const std::size_t first = firstBoundaryIn(begin, bodyBegin, boundaryOf(entity.m_contentType));
   if (first == kNowhere) return bodyBegin;
   entity.reset();
@@ -286,14 +294,19 @@ std::size_t MimeParser::Run::readHeader(MimeMessage2& entity, std::size_t begin)
 }
 
 std::size_t MimeParser::Run::loadHeader(MimeMessage2& entity, std::size_t begin, std::size_t end) {
-  const MimeHeader::Extent extent = entity.m_header.loadFromEntity(m_text.substr(begin, end - begin));
-  if (extent.malformed) entity.addRepair(Repair::headerSyntax);
+  using EmptyLines = MimeHeader::LeadingEmptyLines;
+  const std::string_view text = m_text.substr(begin, end - begin);
+  const bool isPart = !m_open.empty();
+  const MimeHeader::Extent extent =
+      entity.m_header.loadFromEntity(text, isPart ? EmptyLines::endHeader : EmptyLines::skip);
+  if (extent.malformed && !text.empty()) entity.addRepair(Repair::headerSyntax);
   m_budget.limits.add(extent.limits);
   entity.readContentFields(m_budget.limits);
   return begin + extent.bodyOffset;
 }
 
-std::size_t MimeParser::Run::firstBoundaryIn(std::size_t begin, std::size_t end, std::string_view boundary) const {
+std::size_t MimeParser::Run::firstBoundaryIn(std::size_t begin, std::size_t end,
+                                             std::string_view boundary) const {
   if (boundary.empty()) return kNowhere;
   const std::string_view header = m_text.substr(0, end);
   for (std::size_t at = begin; at < end;) {
@@ -341,7 +354,9 @@ bool MimeParser::Run::openMultipart(MimeMessage2& entity, std::size_t bodyBegin)
   }
   const bool insideSigned = !m_open.empty() && (m_open.back().insideSigned || m_open.back().keepsReceived);
   const bool isSigned = equalsNoCase(entity.m_contentType.m_type, "multipart/signed");
-  m_open.push_back({&entity, boundary, bodyBegin, isSigned && !insideSigned, insideSigned});
+  const std::size_t shortest =
+      m_open.empty() ? boundary.size() : std::min(m_open.back().shortest, boundary.size());
+  m_open.push_back({&entity, boundary, bodyBegin, shortest, isSigned && !insideSigned, insideSigned});
   return true;
 }
 
@@ -391,8 +406,8 @@ void MimeParser::Run::closeUnasked(std::size_t end) {
   close(end);
 }
 
-/// One part too many: it and all behind it, up to where the outermost multipart closes, stay in the part before it, which is
-/// no longer taken for encoded, so that it is written as it came.
+/// One part too many: it and all behind it, up to where the outermost multipart closes, stay in the part
+/// before it, which is no longer taken for encoded, so that it is written as it came.
 void MimeParser::Run::keepRestInLastPart() {
   m_budget.limits.add(Limit::parts);
   std::size_t end = m_text.size();
@@ -423,8 +438,9 @@ void MimeParser::Run::storeBody(MimeMessage2& entity, std::size_t begin, std::si
   entity.setBodyFromText(entity.m_body.view(), charset);
 }
 
-/// A multipart must not be transfer-encoded (RFC 2045, 6.4), but some are. Looks for the boundary in the decoded body, but not
-/// again inside what was found that way: that would make a message as deep as its sender likes.
+/// A multipart must not be transfer-encoded (RFC 2045, 6.4), but some are. Looks for the boundary in the
+/// decoded body, but not again inside what was found that way: that would make a message as deep as its
+/// sender likes.
 bool MimeParser::Run::splitDecoded(const Open& multipart) {
   MimeMessage2& entity = *multipart.entity;
   if (m_isDecoded || codingOf(entity.m_transferEncoding) == Coding::none) return false;
@@ -447,6 +463,7 @@ bool MimeParser::Run::splitBodyOf(const Open& multipart) {
   if (firstBoundaryIn(0, m_text.size(), multipart.boundary) == kNowhere) return false;
   m_open.push_back(multipart);
   m_open.back().bodyBegin = 0;
+  m_open.back().shortest = multipart.boundary.size();
   m_last = {multipart.entity, 0};
   splitParts();
   return !multipart.entity->m_parts.empty();

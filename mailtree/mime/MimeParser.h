@@ -1,10 +1,11 @@
 // mime/MimeParser.h - bytes to a tree of entities, in one pass (RFC 2045, 2046).
 //
-//   Boundaries  Matched as whole lines against the stack of open boundaries, the innermost first; an inner part that never
-//               closes ends where an enclosing boundary stands. White space after a boundary is allowed.
-//   Tolerance   Missing closing boundaries, missing or unquoted boundary parameters, bare CR or LF, a leading mbox "From "
-//               line, a byte order mark, a missing empty line, NUL bytes: nothing fails, nothing but preamble and epilogue
-//               is dropped.
+//   Boundaries  Matched as whole lines against the stack of open boundaries, the innermost first; an inner
+//               part that never closes ends where an enclosing boundary stands. White space after a boundary
+//               is allowed.
+//   Tolerance   Missing closing boundaries, missing or unquoted boundary parameters, bare CR or LF, a leading
+//               mbox "From " line, a byte order mark, a missing empty line, NUL bytes: nothing fails, nothing
+//               but preamble and epilogue is dropped.
 //   Limits      mime/Limits.h. Beyond one the rest is the body of the part in which it stands.
 #pragma once
 

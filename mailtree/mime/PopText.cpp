@@ -1,4 +1,5 @@
-// mime/PopText.cpp - text as POP3 transports it (RFC 1939, section 3): a dot at the beginning of a line is doubled.
+// mime/PopText.cpp - text as POP3 transports it (RFC 1939, section 3): a dot at the beginning of a line is
+// doubled.
 #include <cstring>
 
 #include "mailtree/base/DataBuffer.h"
@@ -6,7 +7,8 @@
 namespace mailtree {
 namespace {
 
-/// Position of the second dot of the next line behind `from` that begins with two; the text's size when there is none.
+/// Position of the second dot of the next line behind `from` that begins with two; the text's size when there
+/// is none.
 std::size_t nextDoubledDot(std::string_view text, std::size_t from) noexcept {
   const std::size_t found = text.find("\n..", from);
   return found == std::string_view::npos ? text.size() : found + 2;

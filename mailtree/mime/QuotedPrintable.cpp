@@ -19,8 +19,8 @@ constexpr char kUpperHex[] = "0123456789ABCDEF";
 
 constexpr unsigned char byteOf(char c) noexcept { return static_cast<unsigned char>(c); }
 
-// Both searches below are the inner loops of this file: 16 bytes at a time where the compiler says that every processor
-// it builds for can do that.
+// Both searches below are the inner loops of this file: 16 bytes at a time where the compiler says that every
+// processor it builds for can do that.
 
 /// Bytes that an encoded text may hold as they are, blanks included.
 constexpr bool isLiteral(char c) noexcept { return (c >= ' ' && c <= '~' && c != '=') || c == '\t'; }
@@ -43,26 +43,20 @@ std::size_t literalRun(const char* p, std::size_t limit) noexcept {
   return n;
 }
 
-/// Bytes that a decoder must look at.
-constexpr bool isSpecial(char c) noexcept { return c == '=' || c == '\r' || c == '\n'; }
-
-/// Copies bytes up to the first special one and moves both pointers. `out` has as much room as there is text.
+/// Copies bytes up to the first "=" and moves both pointers. `out` has as much room as there is text.
 void copyPlain(const char*& p, const char* end, std::uint8_t*& out) noexcept {
 #if defined(__SSE2__)
   for (; end - p >= 16; p += 16, out += 16) {
     const __m128i text = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out), text);
-    const __m128i special = _mm_or_si128(_mm_cmpeq_epi8(text, _mm_set1_epi8('=')),
-                                         _mm_or_si128(_mm_cmpeq_epi8(text, _mm_set1_epi8('\r')),
-                                                      _mm_cmpeq_epi8(text, _mm_set1_epi8('\n'))));
-    const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(special));
+    const auto mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(text, _mm_set1_epi8('='))));
     if (mask == 0) continue;
     p += __builtin_ctz(mask);
     out += __builtin_ctz(mask);
     return;
   }
 #endif
-  while (p < end && !isSpecial(*p)) *out++ = byteOf(*p++);
+  while (p < end && *p != '=') *out++ = byteOf(*p++);
 }
 
 constexpr std::uint16_t kNoHex = 0x100;
@@ -98,7 +92,8 @@ const char* afterLineBreak(const char* p, const char* end) noexcept {
   return p;
 }
 
-/// Where the soft line break that begins with the "=" at p ends; null when it is none. The end of the text is one too.
+/// Where the soft line break that begins with the "=" at p ends; null when it is none. The end of the text is
+/// one too.
 const char* afterSoftBreak(const char* p, const char* end) noexcept {
   ++p;
   while (p < end && isBlankAscii(*p)) ++p;
@@ -111,37 +106,35 @@ const char* afterSoftBreak(const char* p, const char* end) noexcept {
 
 std::size_t decode(std::string_view text, std::uint8_t* out) noexcept {
   const std::uint8_t* const begin = out;
-  const std::uint8_t* lineFloor = out;  // blanks before this came from escapes, or another line, and stay
   const char* p = text.data();
   const char* const end = p + text.size();
   while (p < end) {
     copyPlain(p, end, out);
     if (p == end) break;
-
-    if (*p != '=') {
-      while (out > lineFloor && isBlankAscii(static_cast<char>(out[-1]))) --out;
-      for (const char* const after = afterLineBreak(p, end); p < after; ++p) *out++ = byteOf(*p);
-      lineFloor = out;
-      continue;
-    }
     const char* const escape = p;
     decodeEscapes(p, end, out);
-    if (p == escape) {
-      const char* const after = afterSoftBreak(p, end);
-      if (!after) *out++ = byteOf(*p++);
-      if (after) p = after;
-    }
-    lineFloor = out;
+    if (p != escape) continue;
+    const char* const after = afterSoftBreak(p, end);
+    if (!after) *out++ = byteOf(*p++);
+    if (after) p = after;
   }
   return static_cast<std::size_t>(out - begin);
 }
 
 namespace {
 
+/// Each byte's escape, and a fourth byte so that a copy is one store.
+constexpr std::array<std::array<char, kEscapeSize + 1>, 256> kEscapes = [] {
+  std::array<std::array<char, kEscapeSize + 1>, 256> escapes{};
+  for (unsigned c = 0; c < 256; ++c) escapes[c] = {'=', kUpperHex[c >> 4], kUpperHex[c & 15], '\0'};
+  return escapes;
+}();
+
 /// How far ahead a decision may look: "From " from its first byte, a blank and the line break behind it.
 constexpr std::size_t kLookahead = 5;
 
-/// One piece of text on its way out, through a small buffer so that the string grows by pages and not by bytes.
+/// One piece of text on its way out, through a small buffer so that the string grows by pages and not by
+/// bytes.
 class PieceEncoder {
  public:
   PieceEncoder(std::string_view data, bool last, std::size_t lineLength, std::string& out) noexcept
@@ -184,15 +177,18 @@ class PieceEncoder {
     return m_data[m_position] == '.' || m_data.substr(m_position, kLookahead) == "From ";
   }
 
-  /// Literal bytes at the position, one more than fits on a line at most, without a blank that would end the line.
+  /// Literal bytes at the position, one more than fits on a line at most, without a blank that would end the
+  /// line.
   std::size_t usableRun() const noexcept {
     const std::size_t known = m_last ? m_data.size() - m_position : m_data.size() - m_position - kLookahead;
     const std::size_t run = literalRun(m_data.data() + m_position, std::min(known, kMaxLine + 1));
-    const bool endsInBlank = run && isBlankAscii(m_data[m_position + run - 1]) && lineEndsAt(m_position + run);
+    const bool endsInBlank =
+        run && isBlankAscii(m_data[m_position + run - 1]) && lineEndsAt(m_position + run);
     return endsInBlank ? run - 1 : run;
   }
 
-  /// A line may be full only when it ends for good; otherwise its last place belongs to the "=" of a soft break.
+  /// A line may be full only when it ends for good; otherwise its last place belongs to the "=" of a soft
+  /// break.
   bool fits(std::size_t size, std::size_t next) const noexcept {
     const std::size_t length = m_lineLength + size;
     return length < kMaxLine || (length == kMaxLine && lineEndsAt(next));
@@ -212,10 +208,20 @@ class PieceEncoder {
 
   void putEscape() {
     if (!fits(kEscapeSize, m_position + 1)) return breakSoftly();
-    const unsigned char byte = byteOf(m_data[m_position]);
-    const char escape[kEscapeSize] = {'=', kUpperHex[byte >> 4], kUpperHex[byte & 15]};
-    putOnLine(std::string_view(escape, kEscapeSize));
-    ++m_position;
+    // Text that is not ASCII comes in runs: as many as leave room for the "=" of a soft break go the same way
+    // at once.
+    const std::size_t room = (kMaxLine - 1 - std::min(kMaxLine - 1, m_lineLength)) / kEscapeSize;
+    const std::size_t most = std::min(std::max<std::size_t>(room, 1), m_data.size() - m_position);
+    const char* p = m_data.data() + m_position;
+    char* to = m_buffer.data() + m_used;
+    std::size_t n = 0;
+    do {
+      std::memcpy(to, kEscapes[byteOf(p[n])].data(), kEscapeSize + 1);
+      to += kEscapeSize;
+    } while (++n < most && is8bit(p[n]));
+    m_used += n * kEscapeSize;
+    m_lineLength += n * kEscapeSize;
+    m_position += n;
   }
 
   void breakSoftly() {

@@ -1,4 +1,5 @@
-// mime/QuotedPrintable.h - the quoted-printable codec proper (RFC 2045, 6.7) and the Q payload of encoded words.
+// mime/QuotedPrintable.h - the quoted-printable codec proper (RFC 2045, 6.7) and the Q payload of encoded
+// words.
 #pragma once
 
 #include <cstddef>
@@ -8,8 +9,12 @@
 
 namespace mailtree::quotedPrintable {
 
-/// Decodes tolerantly into `out`, which holds text.size() bytes. "=" that begins no valid escape stays as it is.
-/// Blanks before a line break are transport padding and dropped. @return bytes written.
+/// Decodes tolerantly into `out`, which holds text.size() bytes and is not the text itself. "=" that begins
+/// no valid escape stays as it is; an "=" at the end of a line, blanks behind it or not, is a soft line
+/// break. Deliberate: blanks at the end of a line stay. RFC 2045 takes them for padding that a transport
+/// added, but transports that pad are gone; what is met are encoders that forgot to escape a blank of the
+/// text.
+/// @return bytes written.
 std::size_t decode(std::string_view text, std::uint8_t* out) noexcept;
 
 /// Encodes data piece by piece with one line state, so that a sink needs a bounded buffer only.

@@ -8,14 +8,15 @@ namespace mailtree {
 
 /// A repair made to one part while loading; values are bits.
 enum class Repair : std::uint32_t {
-  charset = 1,           ///< The declared charset was unknown or could not decode the text; another one did.
-  boundaryMissing = 2,   ///< A multipart without a usable boundary: its bytes are its body.
-  boundaryUnclosed = 4,  ///< The closing boundary never came.
-  contentType = 8,       ///< The Content-Type was unusable; text/plain was assumed.
-  headerSyntax = 16,     ///< Lines of the header were no fields, or the blank line after it was missing.
-  loneAttachment = 32,   ///< A message that was an attachment and nothing else became a multipart/mixed.
-  looseAlternative = 64, ///< Loose plain text and HTML became a multipart/alternative.
-  notHtml = 128,         ///< An attachment typed text/html is a PDF by its name.
+  charset = 1,            ///< The declared charset was unknown or could not decode the text; another one did.
+  boundaryMissing = 2,    ///< A multipart without a usable boundary: its bytes are its body.
+  boundaryUnclosed = 4,   ///< The closing boundary never came.
+  contentType = 8,        ///< The Content-Type was unusable; text/plain was assumed.
+  headerSyntax = 16,      ///< Lines of the header were no fields, or the blank line after it was missing.
+  loneAttachment = 32,    ///< A message that was an attachment and nothing else became a multipart/mixed.
+  looseAlternative = 64,  ///< Loose plain text and HTML became a multipart/alternative.
+  noCharset = 256,        ///< 8-bit text without a charset; one was found that carries it.
+  notHtml = 128,          ///< An attachment typed text/html is a PDF by its name.
 };
 
 class RepairSet {
@@ -42,6 +43,7 @@ inline constexpr RepairName kRepairNames[] = {
     {Repair::headerSyntax, "broken header"},
     {Repair::loneAttachment, "lone attachment wrapped"},
     {Repair::looseAlternative, "loose alternatives joined"},
+    {Repair::noCharset, "no charset declared"},
     {Repair::notHtml, "PDF labelled as HTML"},
 };
 

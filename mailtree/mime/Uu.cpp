@@ -1,15 +1,15 @@
 #include "mailtree/mime/Uu.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <memory>
 
-#include "mailtree/base/Search.h"
+#include "mailtree/base/Ascii.h"
 
 namespace mailtree {
 namespace {
 
-constexpr std::string_view kBegin = "begin ";
 constexpr std::string_view kEnd = "end";
 
 /// A length is a 6-bit number, so a line stands for at most 63 bytes in 84 characters.
@@ -46,14 +46,27 @@ bool decodeLine(std::string_view line, int length, DataBuffer& out) {
   std::memcpy(chars.data(), data.data(), data.size());
 
   std::array<unsigned char, kMaxLineChars / 4 * 3> bytes;
-  for (std::size_t group = 0; group < kMaxLineChars / 4; ++group) {
+  const std::size_t size = static_cast<std::size_t>(length);
+  for (std::size_t group = 0; group * 3 < size; ++group) {
     const char* const c = &chars[group * 4];
     const unsigned bits = uuValue(c[0]) << 18 | uuValue(c[1]) << 12 | uuValue(c[2]) << 6 | uuValue(c[3]);
     bytes[group * 3] = static_cast<unsigned char>(bits >> 16);
     bytes[group * 3 + 1] = static_cast<unsigned char>(bits >> 8);
     bytes[group * 3 + 2] = static_cast<unsigned char>(bits);
   }
-  return out.append(bytes.data(), static_cast<std::size_t>(length));
+  return out.append(bytes.data(), size);
+}
+
+/// Whether a line is "begin", three or four octal digits and a name, which may be missing but not the blank
+/// before it.
+bool readBegin(std::string_view line, std::string_view& name) noexcept {
+  constexpr std::string_view kBegin = "begin ";
+  if (!line.starts_with(kBegin)) return false;
+  line.remove_prefix(kBegin.size());
+  const std::size_t digits = std::min(line.find_first_not_of("01234567"), line.size());
+  if (digits < 3 || digits > 4 || digits == line.size() || !isBlankAscii(line[digits])) return false;
+  name = trim(line.substr(digits));
+  return true;
 }
 
 /// Reads the blocks of a text one after the other. Every byte is looked at a fixed number of times.
@@ -75,25 +88,9 @@ class BlockReader {
  private:
   /// Moves behind the next "begin MODE NAME" line.
   bool findBegin(std::string_view& name) noexcept {
-    for (std::size_t at; (at = findSubstring(m_text, kBegin, m_at)) != std::string_view::npos;) {
-      m_at = at + kBegin.size();
-      const bool atLineStart = at == 0 || m_text[at - 1] == '\n' || m_text[at - 1] == '\r';
-      if (!atLineStart || !readMode()) continue;
-      name = trim(readLine());
-      return true;
-    }
-    m_at = m_text.size();
+    while (m_at < m_text.size())
+      if (readBegin(readLine(), name)) return true;
     return false;
-  }
-
-  /// Three or four octal digits and a blank.
-  bool readMode() noexcept {
-    std::size_t end = m_at;
-    while (end < m_text.size() && m_text[end] >= '0' && m_text[end] <= '7' && end - m_at < 5) ++end;
-    const std::size_t digits = end - m_at;
-    if (digits < 3 || digits > 4 || end == m_text.size() || !isBlankAscii(m_text[end])) return false;
-    m_at = end;
-    return true;
   }
 
   /// The bytes up to a line end of any kind, which is passed.

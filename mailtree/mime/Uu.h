@@ -1,7 +1,7 @@
 // mime/Uu.h - uudecoding: files written as text between "begin MODE NAME" and "end".
 //
-// Tolerates a missing "end", a missing final zero line, trailing blanks and lines whose length is off; a block that does not
-// decode is no block.
+// Tolerates a missing "end", a missing final zero line, trailing blanks and lines whose length is off; a
+// block that does not decode is no block.
 #pragma once
 
 #include <string_view>
@@ -19,7 +19,8 @@ class Uu {
   bool uu_decode(std::string_view text, DataBuffer& out);
   /// Name of the block that uu_decode decoded last; appended.
   void uu_getFilename(StringBuffer& out) const { out.append(m_filename); }
-  /// Decodes every block of the text: one owned DataBuffer in `data` and one string in `names` for each, in order.
+  /// Decodes every block of the text: one owned DataBuffer in `data` and one string in `names` for each, in
+  /// order.
   /// @return how many.
   static int uu_decodeMultipleDb(std::string_view text, ExtPtrArray& data, ExtPtrArraySb& names);
 

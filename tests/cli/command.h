@@ -52,8 +52,8 @@ inline std::string readFile(const std::string& path) {
 /// `arguments` is a shell line after the command's name, such as "show 'a file.eml' < /dev/null".
 inline Result mailtree(const std::string& arguments, const std::string& environment = "") {
   const Workspace work;
-  const std::string line = environment + " TZ=UTC '" MAILTREE_COMMAND "' " + arguments + " > '" + work.path("out") + "' 2> '" +
-                           work.path("err") + "'";
+  const std::string line = environment + " TZ=UTC '" MAILTREE_COMMAND "' " + arguments + " > '" +
+                           work.path("out") + "' 2> '" + work.path("err") + "'";
   const int raw = std::system(line.c_str());
   return {WIFEXITED(raw) ? WEXITSTATUS(raw) : 128, readFile(work.path("out")), readFile(work.path("err"))};
 }

@@ -31,13 +31,21 @@ TEST(Show, tells_the_shape_of_every_sample) {
       {"plain", "text/plain", {}, 0, -1},
       {"no-mime", "text/plain", {}, 0, -1},
       {"newsletter", "multipart/alternative(text/plain,multipart/related(text/html,image/png))", {}, 1, 3},
-      {"attachments", "multipart/mixed(text/plain,application/pdf,text/csv,image/png,application/zip)", {2, 3, 4, 5}, 1, -1},
+      {"attachments",
+       "multipart/mixed(text/plain,application/pdf,text/csv,image/png,application/zip)",
+       {2, 3, 4, 5},
+       1,
+       -1},
       {"japanese", "text/plain", {}, 0, -1},
       {"cyrillic", "text/plain", {}, 0, -1},
       {"delivery-report", "multipart/report(text/plain,message/delivery-status,message/rfc822)", {}, -1, -1},
       {"digest", "multipart/mixed(text/plain,multipart/digest(message/rfc822,message/rfc822))", {}, 1, -1},
       {"forwarded", "multipart/mixed(text/plain,message/rfc822)", {}, 1, -1},
-      {"invitation", "multipart/mixed(multipart/alternative(text/plain,text/calendar),application/ics)", {4}, 2, -1},
+      {"invitation",
+       "multipart/mixed(multipart/alternative(text/plain,text/calendar),application/ics)",
+       {4},
+       2,
+       -1},
       {"uuencoded", "text/plain", {}, 0, -1},
       {"signed",
        "multipart/signed(multipart/mixed(text/plain,text/plain),application/pkcs7-signature)",
@@ -83,7 +91,8 @@ TEST(Show, gives_programs_decoded_header_facts) {
 TEST(Show, hashes_text_as_utf8_with_plain_line_ends_and_bytes_as_stored) {
   const Workspace work;
   const std::string head = "Content-Type: text/plain; charset=iso-8859-1\r\n\r\n";
-  const json crlf = json::parse(mailtree("show --json " + work.write("a", head + "caf\xE9\r\nb \r\n\r\n")).out)["tree"];
+  const json crlf =
+      json::parse(mailtree("show --json " + work.write("a", head + "caf\xE9\r\nb \r\n\r\n")).out)["tree"];
   const json lf = json::parse(mailtree("show --json " + work.write("b", head + "caf\xE9\nb")).out)["tree"];
   EXPECT_EQ(crlf["text_sha256"], lf["text_sha256"]);
   EXPECT_NE(crlf["sha256"], lf["sha256"]);
@@ -95,10 +104,13 @@ TEST(Show, says_null_for_what_is_not_there) {
   const Result result = mailtree("show --json " + work.write("empty.eml", ""));
   EXPECT_EQ(result.status, 0) << "an empty file is a message without fields";
   const json message = json::parse(result.out);
-  for (const char* key : {"subject", "from", "date", "message_id", "html"}) EXPECT_TRUE(message[key].is_null()) << key;
+  for (const char* key : {"subject", "from", "date", "message_id", "html"})
+    EXPECT_TRUE(message[key].is_null()) << key;
   EXPECT_EQ(message["tree"]["content_type"], "text/plain");
   EXPECT_EQ(message["tree"]["size"], 0);
-  const json badDate = json::parse(mailtree("show --json " + work.write("d", "Date: soon\r\nReceived: x; 1 Jan 2026 00:00 +0000\r\n\r\n")).out);
+  const json badDate = json::parse(
+      mailtree("show --json " + work.write("d", "Date: soon\r\nReceived: x; 1 Jan 2026 00:00 +0000\r\n\r\n"))
+          .out);
   EXPECT_TRUE(badDate["date"].is_null()) << "an unreadable Date does not fall through to Received";
 }
 
@@ -106,11 +118,13 @@ TEST(Show, draws_the_tree_for_a_person) {
   const Result result = mailtree("show --verbose " + sample("attachments"));
   EXPECT_EQ(result.status, 0);
   EXPECT_THAT(result.out, HasSubstr("From:    \"Ortiz, Carmen\" <carmen.ortiz@atlas.example>\n"));
-  EXPECT_THAT(result.out, HasSubstr("Date:    Mon, 20 Apr 2026 20:45:09 +0000\n")) << "in the reader's own zone";
+  EXPECT_THAT(result.out, HasSubstr("Date:    Mon, 20 Apr 2026 20:45:09 +0000\n"))
+      << "in the reader's own zone";
   EXPECT_THAT(result.out, HasSubstr("|- 1 text/plain  iso-8859-1  quoted-printable  81 B  [body]\n"));
   EXPECT_THAT(result.out, HasSubstr("Preisliste Straßen.csv  [attachment: Yes (disposition=attachment)]\n"));
   EXPECT_THAT(result.out, HasSubstr("`- 5 application/zip"));
-  EXPECT_THAT(result.out, HasSubstr("\n  the offer is attached, the price list too (Lindenstraße is new).\n"));
+  EXPECT_THAT(result.out,
+              HasSubstr("\n  the offer is attached, the price list too (Lindenstraße is new).\n"));
   EXPECT_THAT(result.out, Not(HasSubstr("\033"))) << "no colour away from a terminal";
 }
 
@@ -129,14 +143,17 @@ TEST(Show, lets_no_control_character_of_a_mail_reach_the_terminal) {
   for (const std::string verb : {"show ", "show --headers -v ", "show --json --headers ", "headers "}) {
     const Result result = mailtree(verb + "'" + file + "'");
     EXPECT_EQ(result.status, 0) << verb;
-    for (const char* danger : {"\033", "\007", "\177", "\xC2\x9B"}) EXPECT_THAT(result.out, Not(HasSubstr(danger))) << verb;
+    for (const char* danger : {"\033", "\007", "\177", "\xC2\x9B"})
+      EXPECT_THAT(result.out, Not(HasSubstr(danger))) << verb;
   }
-  EXPECT_THAT(mailtree("show '" + file + "'").out, Not(HasSubstr("\xE2\x80\xAE"))) << "no direction override either";
+  EXPECT_THAT(mailtree("show '" + file + "'").out, Not(HasSubstr("\xE2\x80\xAE")))
+      << "no direction override either";
 }
 
 TEST(Show, names_what_it_repaired) {
   const std::string out = mailtree("show -v " + sample("broken")).out;
-  for (const char* repair : {"closing boundary missing", "wrong or unknown charset", "unusable content type", "broken header"})
+  for (const char* repair :
+       {"closing boundary missing", "wrong or unknown charset", "unusable content type", "broken header"})
     EXPECT_THAT(out, HasSubstr(repair));
   EXPECT_THAT(mailtree("show " + sample("broken")).out, HasSubstr("[repaired]"));
   EXPECT_THAT(mailtree("show -v " + sample("plain")).out, Not(HasSubstr("repaired")));
@@ -144,7 +161,8 @@ TEST(Show, names_what_it_repaired) {
 
 TEST(Show, goes_on_after_a_file_it_cannot_read) {
   const Workspace work;
-  const Result result = mailtree("show " + sample("plain") + " " + work.path("missing") + " " + work.folder().string() + " " + sample("no-mime"));
+  const Result result = mailtree("show " + sample("plain") + " " + work.path("missing") + " " +
+                                 work.folder().string() + " " + sample("no-mime"));
   EXPECT_EQ(result.status, 3);
   EXPECT_THAT(result.out, HasSubstr("Boat for Saturday"));
   EXPECT_THAT(result.out, HasSubstr("no MIME at all"));
@@ -161,7 +179,9 @@ TEST(Show, reads_standard_input) {
 TEST(Show, reports_a_limit_and_still_gives_the_result) {
   const Workspace work;
   std::string deep, ends;
-  for (int i = 0; i < 150; ++i) deep += "Content-Type: multipart/mixed; boundary=b" + std::to_string(i) + "\r\n\r\n--b" + std::to_string(i) + "\r\n";
+  for (int i = 0; i < 150; ++i)
+    deep += "Content-Type: multipart/mixed; boundary=b" + std::to_string(i) + "\r\n\r\n--b" +
+            std::to_string(i) + "\r\n";
   for (int i = 149; i >= 0; --i) ends += "\r\n--b" + std::to_string(i) + "--\r\n";
   const Result result = mailtree("show --json " + work.write("deep.eml", deep + "\r\nbottom" + ends));
   EXPECT_EQ(result.status, 4);

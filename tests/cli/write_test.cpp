@@ -18,7 +18,8 @@ TEST(Write, settles_after_one_pass_on_every_sample) {
     for (const std::string options : {"", "--8bit-to-qp "}) {
       const std::string file = entry.path().string();
       ASSERT_EQ(mailtree("write " + options + file + " -o " + work.path("once")).status, 0) << file;
-      ASSERT_EQ(mailtree("write " + options + work.path("once") + " -o " + work.path("twice")).status, 0) << file;
+      ASSERT_EQ(mailtree("write " + options + work.path("once") + " -o " + work.path("twice")).status, 0)
+          << file;
       EXPECT_EQ(readFile(work.path("once")), readFile(work.path("twice"))) << options << file;
     }
   }
@@ -33,21 +34,25 @@ TEST(Write, gives_back_a_plain_message_byte_for_byte) {
 TEST(Write, keeps_signed_content_as_it_came) {
   const std::string received = readFile(sample("signed"));
   const std::string content = received.substr(received.find("--signed_outside"));
-  EXPECT_THAT(mailtree("write --8bit-to-qp " + sample("signed")).out, HasSubstr(content.substr(0, content.rfind("--signed_outside--"))));
+  EXPECT_THAT(mailtree("write --8bit-to-qp " + sample("signed")).out,
+              HasSubstr(content.substr(0, content.rfind("--signed_outside--"))));
 }
 
 TEST(Write, reencodes_and_stuffs_only_when_asked) {
   const Workspace work;
-  const std::string file = work.write(
-      "m", "Content-Type: text/plain; charset=utf-8\r\nContent-Transfer-Encoding: 8bit\r\n\r\n.dot \xC3\xA4\r\n..two\r\n");
+  const std::string file = work.write("m",
+                                      "Content-Type: text/plain; charset=utf-8\r\nContent-Transfer-Encoding: "
+                                      "8bit\r\n\r\n.dot \xC3\xA4\r\n..two\r\n");
   EXPECT_THAT(mailtree("write " + file).out, HasSubstr("\r\n\r\n.dot \xC3\xA4\r\n..two\r\n"));
   EXPECT_THAT(mailtree("write --dot-stuff " + file).out, HasSubstr("\r\n\r\n..dot \xC3\xA4\r\n...two\r\n"));
-  EXPECT_THAT(mailtree("write --8bit-to-qp " + file).out, HasSubstr("quoted-printable\r\n\r\n=2Edot =C3=A4\r\n=2E.two\r\n"));
+  EXPECT_THAT(mailtree("write --8bit-to-qp " + file).out,
+              HasSubstr("quoted-printable\r\n\r\n=2Edot =C3=A4\r\n=2E.two\r\n"));
 }
 
 TEST(Write, leaves_internal_fields_out) {
   const Workspace work;
-  const std::string file = work.write("m", "SVX-Bounce-Address: a@b\r\nsvz-size: 12\r\nSubject: s\r\n\r\nx\r\n");
+  const std::string file =
+      work.write("m", "SVX-Bounce-Address: a@b\r\nsvz-size: 12\r\nSubject: s\r\n\r\nx\r\n");
   EXPECT_EQ(mailtree("write " + file).out, "Subject: s\r\n\r\nx\r\n");
 }
 
@@ -61,17 +66,21 @@ TEST(Write, leaves_no_half_written_file_behind) {
   EXPECT_THAT(result.err, HasSubstr("mailtree: " + work.path("no/such/folder/x.eml") + ": "));
   EXPECT_EQ(mailtree("write " + sample("plain") + " -o " + target).status, 0);
   EXPECT_EQ(readFile(target), readFile(sample("plain")));
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(work.folder()), std::filesystem::directory_iterator()), 1);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(work.folder()),
+                          std::filesystem::directory_iterator()),
+            1);
 }
 
 TEST(Write, says_so_when_standard_output_is_full) {
   if (!std::filesystem::exists("/dev/full")) GTEST_SKIP();
-  const int raw = std::system(("'" MAILTREE_COMMAND "' write " + sample("plain") + " > /dev/full 2> /dev/null").c_str());
+  const int raw =
+      std::system(("'" MAILTREE_COMMAND "' write " + sample("plain") + " > /dev/full 2> /dev/null").c_str());
   EXPECT_EQ(WEXITSTATUS(raw), 3);
 }
 
 TEST(Headers, prints_decoded_values_or_raw_ones) {
-  EXPECT_THAT(mailtree("headers " + sample("cyrillic")).out, HasSubstr("From: Игорь Лебедев <lebedev@vokzal.example>\n"));
+  EXPECT_THAT(mailtree("headers " + sample("cyrillic")).out,
+              HasSubstr("From: Игорь Лебедев <lebedev@vokzal.example>\n"));
   EXPECT_EQ(mailtree("headers " + sample("cyrillic") + " subject DATE").out,
             "Sat, 18 Apr 2026 21:03:11 +0300\nВстреча на вокзале\n");
   EXPECT_THAT(mailtree("headers --raw " + sample("newsletter") + " Subject").out,

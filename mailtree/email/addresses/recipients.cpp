@@ -1,8 +1,11 @@
+#include "mailtree/email/Email2.h"
+
+#include <iterator>
 #include <string_view>
 #include <unordered_set>
+#include <utility>
 
 #include "mailtree/base/Platform.h"
-#include "mailtree/email/Email2.h"
 
 namespace mailtree {
 namespace {
@@ -24,7 +27,8 @@ struct KindRow {
   const char* addedSeveral;  ///< Field rewritten by addMultipleRecip.
 };
 
-// Deliberate: other numbers are To here and Bcc there, and never rewrite a field; several Bcc recipients never do.
+// Deliberate: other numbers are To here and Bcc there, and never rewrite a field; several Bcc recipients
+// never do.
 constexpr KindRow kOther{kTo, kBcc, nullptr, kTo, "To", nullptr, nullptr};
 constexpr KindRow kKinds[] = {
     {kTo, kTo, kTo, kTo, "To", "To", "To"},
@@ -36,7 +40,8 @@ constexpr int numberOf(RecipientKind kind) noexcept { return static_cast<int>(ki
 static_assert(numberOf(RecipientKind::to) == 1 && numberOf(RecipientKind::bcc) == std::size(kKinds));
 
 constexpr const KindRow& rowOf(int kind) noexcept {
-  return kind >= numberOf(RecipientKind::to) && kind <= numberOf(RecipientKind::bcc) ? kKinds[kind - 1] : kOther;
+  return kind >= numberOf(RecipientKind::to) && kind <= numberOf(RecipientKind::bcc) ? kKinds[kind - 1]
+                                                                                     : kOther;
 }
 
 _svEmailAddress* entryOf(const Email2& email, int kind, int index) noexcept {
@@ -136,9 +141,7 @@ void Email2::clearBccFromHeader() {
   if (isLive()) m_header.removeMimeField("bcc", /*all=*/true);
 }
 
-int Email2::getNumRecipients(int kind) const {
-  return isLive() ? (this->*rowOf(kind).counted).getSize() : 0;
-}
+int Email2::getNumRecipients(int kind) const { return isLive() ? (this->*rowOf(kind).counted).getSize() : 0; }
 
 bool Email2::getRecipientFullUtf8(int kind, int index, StringBuffer& out, LogBase& log) {
   const _svEmailAddress* entry = isLive() ? entryOf(*this, kind, index) : nullptr;
@@ -180,7 +183,8 @@ bool Email2::getAllRecipientAddressesA(ExtPtrArraySb& out, const ExtPtrArray& re
   return true;
 }
 
-bool Email2::addRecipientsForType(int kind, ExtPtrArraySb& out, const ExtPtrArray& replacements, LogBase& log) {
+bool Email2::addRecipientsForType(int kind, ExtPtrArraySb& out, const ExtPtrArray& replacements,
+                                  LogBase& log) {
   if (!isLive()) {
     Psdk::badObjectFound(this);
     return false;
@@ -205,7 +209,8 @@ bool Email2::addRecipientsForType(int kind, ExtPtrArraySb& out, const ExtPtrArra
 
 void Email2::replaceStringsSb(const ExtPtrArray& replacements, StringBuffer& text) {
   for (int i = 0; i < replacements.getSize(); ++i)
-    if (const auto* pair = replacements.at<StringPair>(i)) text.replaceAllOccurances(pair->getKey(), pair->getValue());
+    if (const auto* pair = replacements.at<StringPair>(i))
+      text.replaceAllOccurances(pair->getKey(), pair->getValue());
 }
 
 }  // namespace mailtree

@@ -1,4 +1,8 @@
 #include "mailtree/email/Email2.h"
+
+#include <string>
+
+#include "mailtree/email/internal.h"
 #include "mailtree/mime/EncodedWord.h"
 
 namespace mailtree {
@@ -13,8 +17,8 @@ void removeLineBreaks(StringBuffer& text) {
 StringBuffer asHeaderValue(Email2& email, const _svEmailAddress& address, LogBase& log) {
   const int codePage = email.emailCodePage();
   StringBuffer value;
-  address.emitSelfAsMimeField(codePage, true, /*forHeader=*/true, email.qbChooseForEmailAddrEncoding(codePage), value,
-                              log);
+  address.emitSelfAsMimeField(codePage, true, /*forHeader=*/true,
+                              email.qbChooseForEmailAddrEncoding(codePage), value, log);
   return value;
 }
 
@@ -22,9 +26,10 @@ void replaceFinished(Email2& email, const char* field, const StringBuffer& value
   email.m_header.replaceMimeFieldUtf8_a(field, value.getString(), /*asGiven=*/true, /*ordinary=*/true, log);
 }
 
-/// The friendly name of a From value that nobody could parse: what stands before the first "<", out of its quotes.
+/// The friendly name of a From value that nobody could parse: what stands before the first "<", out of its
+/// quotes.
 StringBuffer nameFromFieldText(const StringBuffer& from) {
-  StringBuffer name(from);
+  StringBuffer name = copyOf(from);
   name.chopAtFirstChar('<');
   name.trim2();
   name.replaceFirstOccurance("\"", "");
@@ -34,41 +39,41 @@ StringBuffer nameFromFieldText(const StringBuffer& from) {
 
 /// Reads the sender anew from the From field.
 void reloadSender(Email2& email, LogBase& log) {
-  const int index = email.m_header.findField("from");
-  if (index < 0) return;
-  // Not the decoded value: an encoded word must never forge an address.
-  std::string scratch;
-  const StringBuffer value(email.m_header.unfoldedValue(index, scratch));
-  email.m_fromAddr.loadSingleEmailAddr(value.getString(), /*relaxed=*/false, log);
+  neverThrow(false, [&] {
+    // Not the decoded value: an encoded word must never forge an address.
+    std::string scratch;
+    const StringBuffer value(email.m_header.unfoldedValue(email.m_header.findField("from"), scratch));
+    return email.m_fromAddr.loadSingleEmailAddr(value.getString(), /*relaxed=*/false, log);
+  });
 }
 
-/// Where an envelope sender may be found: puts the candidate into `out`, or nothing.
+enum class Candidate { field, sender, reloadedSender };
+
+/// Where an envelope sender may be found.
 struct ReversePathSource {
   const char* tag;
-  void (*fetch)(Email2& email, StringBuffer& out, LogBase& log);
+  Candidate candidate;
+  const char* field = nullptr;
 };
 
 /// In order of preference; the first candidate that is not empty wins.
 constexpr ReversePathSource kReversePathSources[] = {
-    {"fromSvxBounceAddr",
-     [](Email2& email, StringBuffer& out, LogBase& log) {
-       email.m_header.getMimeFieldUtf8("SVX-Bounce-Address", out, log);
-     }},
-    {"fromReturnPath",
-     [](Email2& email, StringBuffer& out, LogBase& log) {
-       email.m_header.getMimeFieldUtf8("return-path", out, log);
-     }},
-    {"fromAddr822",
-     [](Email2& email, StringBuffer& out, LogBase&) { out.setString(email.m_fromAddr.m_address.getUtf8Sb()); }},
-    {"fromMimeHeader",
-     [](Email2& email, StringBuffer& out, LogBase& log) {
-       reloadSender(email, log);
-       out.setString(email.m_fromAddr.m_address.getUtf8Sb());
-     }},
-    // Deliberate: taken whole, so that a display name in it stays in the result.
-    {"fromReplyTo", [](Email2& email, StringBuffer& out,
-                       LogBase& log) { email.m_header.getMimeFieldUtf8("reply-to", out, log); }},
+    {"fromSvxBounceAddr", Candidate::field, "SVX-Bounce-Address"},
+    {"fromReturnPath", Candidate::field, "return-path"},
+    {"fromAddr822", Candidate::sender},
+    {"fromMimeHeader", Candidate::reloadedSender},
+    {"fromReplyTo", Candidate::field, "reply-to"},  // Deliberate: taken whole, display name and all.
 };
+
+/// Replaces `out` by what the source holds.
+void fetchCandidate(Email2& email, const ReversePathSource& source, StringBuffer& out, LogBase& log) {
+  if (source.candidate == Candidate::field) {
+    email.m_header.getMimeFieldUtf8(source.field, out, log);
+    return;
+  }
+  if (source.candidate == Candidate::reloadedSender) reloadSender(email, log);
+  out.setString(email.m_fromAddr.m_address.getUtf8Sb());
+}
 
 }  // namespace
 
@@ -93,7 +98,7 @@ void Email2::setFromFullUtf8(const char* text, LogBase& log) {
 
 void Email2::setFromName(const char* name, LogBase& log) {
   if (!isLive()) return;
-  StringBuffer given(name);  // it may point into the member
+  StringBuffer given = copyOf(name);
   m_fromAddr.m_name.clear();
   // Deliberate: the field keeps the old name until something else rewrites it.
   if (given.isEmpty()) return;
@@ -113,8 +118,8 @@ void Email2::getFromFullUtf8(StringBuffer& out, LogBase& log) {
   StringBuffer sender;
   if (!m_fromAddr.m_address.isEmpty()) {
     const int codePage = emailCodePage();
-    m_fromAddr.emitSelfAsMimeField(codePage, true, /*forHeader=*/false, qbChooseForEmailAddrEncoding(codePage),
-                                   sender, log);
+    m_fromAddr.emitSelfAsMimeField(codePage, true, /*forHeader=*/false,
+                                   qbChooseForEmailAddrEncoding(codePage), sender, log);
   }
   if (sender.isEmpty()) m_header.getMimeFieldUtf8("From", sender, log);
   removeLineBreaks(sender);
@@ -133,7 +138,7 @@ void Email2::getFromNameUtf8(StringBuffer& out, LogBase& log) {
 
 void Email2::getFromAddrUtf8(StringBuffer& out) {
   if (!isLive()) return;
-  StringBuffer address(m_fromAddr.m_address.getUtf8Sb());
+  StringBuffer address = copyOf(m_fromAddr.m_address.getUtf8Sb());
   removeLineBreaks(address);
   out.append(address);
 }
@@ -142,8 +147,7 @@ void Email2::getSmtpReversePathUtf8(StringBuffer& out, LogBase& log) {
   if (!isLive()) return;
   LogContextExitor context(log, "getSmtpReversePath", log.m_verboseLogging);
   for (const ReversePathSource& source : kReversePathSources) {
-    out.clear();
-    source.fetch(*this, out, log);
+    fetchCandidate(*this, source, out, log);
     out.removeCharOccurances('<');
     out.removeCharOccurances('>');
     out.trim2();
@@ -151,6 +155,7 @@ void Email2::getSmtpReversePathUtf8(StringBuffer& out, LogBase& log) {
     if (log.m_verboseLogging) log.LogDataSb(source.tag, out);
     return;
   }
+  out.clear();
   if (log.m_verboseLogging) log.LogDataSb("fromNothing", out);
 }
 

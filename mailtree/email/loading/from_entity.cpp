@@ -1,4 +1,5 @@
-// email/loading/from_entity.cpp - a parse tree turned into an email tree, one node per entity. Everything is moved.
+// email/loading/from_entity.cpp - a parse tree turned into an email tree, one node per entity. Everything is
+// moved.
 
 #include <memory>
 #include <string>
@@ -14,11 +15,19 @@ namespace {
 
 /// Some mailers label the PDF files they attach as HTML.
 void relabelPdf(Email2& node) {
-  if (!node.m_contentType.m_type.equals("text/html") || !node.m_disposition.equalsIgnoreCase("attachment") ||
+  if (!node.m_contentType.m_type.equals("text/html") || !node.m_disposition.equals("attachment") ||
       !node.m_dispFilename.endsWithIgnoreCase(".pdf"))
     return;
   node.m_contentType.m_type.setString("application/pdf");
   node.m_repairs.add(Repair::notHtml);
+}
+
+/// Whether this is 8-bit text that nobody labelled and output would have to guess at.
+bool isUnlabelled8bitText(const Email2& node, bool hasCharset) {
+  const std::string_view type = node.m_contentType.m_type.view();
+  if (hasCharset || !(type.empty() || containsNoCase(type, "text/"))) return false;
+  if (judgeAttachment(node.traits(), /*inMixed=*/false).isAttachment) return false;
+  return !node.m_body.is7bit(0) && !node.m_body.containsChar('\0');
 }
 
 class TreeBuilder {
@@ -52,11 +61,14 @@ EmailPtr TreeBuilder::convert(MimeMessage2& entity, int depth) {
   if (!node) return node;
 
   node->m_repairs = entity.repairs();
+  StringBuffer charset;
+  entity.getCharset(charset);
   readEnvelope(entity, *node);
   moveHeader(entity, *node);
   resetSendSettings();
   moveBody(entity, *node);
   relabelPdf(*node);
+  if (isUnlabelled8bitText(*node, !charset.isEmpty())) node->detectAndSetCharset(m_log);
   addChildren(entity, *node, depth);
   return node;
 }
@@ -87,7 +99,8 @@ void TreeBuilder::moveHeader(MimeMessage2& entity, Email2& node) {
   recordCharset(entity.charset(), node);
 }
 
-/// An attachment's charset is its own business; the first other part that names one decides for the whole message.
+/// An attachment's charset is its own business; the first other part that names one decides for the whole
+/// message.
 void TreeBuilder::recordCharset(const _svCharset& charset, Email2& node) {
   _svCharset& common = m_common.m_charset;
   const int codePage = charset.getCodePage();
@@ -132,7 +145,8 @@ void TreeBuilder::addChildren(MimeMessage2& entity, Email2& node, int depth) {
   }
 }
 
-/// Brings a child whose content is packed in an old Macintosh or Unix form to the file it holds. @return the child to use.
+/// Brings a child whose content is packed in an old Macintosh or Unix form to the file it holds. @return the
+/// child to use.
 MimeMessage2& TreeBuilder::unpackChild(MimeMessage2& parent, int index, MimeMessage2& child) {
   MimeMessage2* part = &child;
   if (equalsNoCase(viewOf(child.getContentType()), "multipart/appledouble")) {
@@ -149,8 +163,8 @@ MimeMessage2& TreeBuilder::unpackChild(MimeMessage2& parent, int index, MimeMess
 
 }  // namespace
 
-Email2* Email2::createFromMimeObject2(_svEmailCommon& common, MimeMessage2& entity, bool extractBody, bool /*unwrap*/,
-                                      LogBase& log, SystemCerts& /*certs*/) {
+Email2* Email2::createFromMimeObject2(_svEmailCommon& common, MimeMessage2& entity, bool extractBody,
+                                      bool /*unwrap*/, LogBase& log, SystemCerts& /*certs*/) {
   const LimitSet limits = entity.limits();
   EmailPtr root = TreeBuilder(common, extractBody, log).build(entity, 0);
   if (root) common.m_limits.add(limits);

@@ -6,8 +6,8 @@
 namespace mailtree {
 namespace {
 
-/// Moves the children of every later multipart/related under `parent` to the first one: a message whose related block came
-/// in pieces gets one again. One pass, however many pieces there are.
+/// Moves the children of every later multipart/related under `parent` to the first one: a message whose
+/// related block came in pieces gets one again. One pass, however many pieces there are.
 void mergeRelated(Email2& parent) {
   ExtPtrArray parts;
   if (!parent.m_subParts.transferPtrs(parts)) return;
@@ -33,8 +33,8 @@ void mergeSplitRelated(Email2& root) {
 
 }  // namespace
 
-Email2* Email2::createFromMimeText2(_svEmailCommon& common, StringBuffer& mime, bool discardInput, bool unwrap,
-                                    SystemCerts& certs, LogBase& log, bool parseOption) {
+Email2* Email2::createFromMimeText2(_svEmailCommon& common, StringBuffer& mime, bool discardInput,
+                                    bool unwrap, SystemCerts& certs, LogBase& log, bool parseOption) {
   return neverThrow<Email2*>(nullptr, [&]() -> Email2* {
     LogContextExitor context(log, "createFromMimeText");
     if (!mime.isValidObject()) return nullptr;
@@ -46,8 +46,8 @@ Email2* Email2::createFromMimeText2(_svEmailCommon& common, StringBuffer& mime, 
   });
 }
 
-Email2* Email2::createFromMimeText2a(_svEmailCommon& common, const char* text, int size, SystemCerts& certs, LogBase& log,
-                                     bool parseOption) {
+Email2* Email2::createFromMimeText2a(_svEmailCommon& common, const char* text, int size, SystemCerts& certs,
+                                     LogBase& log, bool parseOption) {
   return neverThrow<Email2*>(nullptr, [&]() -> Email2* {
     LogContextExitor context(log, "createFromMimeText2a");
     MimeMessage2 tree;
@@ -73,10 +73,12 @@ Email2* Email2::createFromMimeDb(_svEmailCommon& common, DataBuffer& mime, bool 
   });
 }
 
-Email2* Email2::createFromPop3(_svEmailCommon& common, DataBuffer& raw, bool unwrap, SystemCerts& certs, LogBase& log) {
+Email2* Email2::createFromPop3(_svEmailCommon& common, DataBuffer& raw, bool unwrap, SystemCerts& certs,
+                               LogBase& log) {
   return neverThrow<Email2*>(nullptr, [&]() -> Email2* {
     LogContextExitor context(log, "createFromPop3");
-    if (raw.endsWithStr("\r\n.\r\n")) raw.shorten(3);  // the dot that ends the transfer; the last line break stays
+    if (raw.endsWithStr("\r\n.\r\n"))
+      raw.shorten(3);  // the dot that ends the transfer; the last line break stays
     raw.processRawPopMime();
     const Owned<MimeMessage2> tree(MimeMessage2::createNewObject());
     if (!tree || !tree->loadMimeCompleteDb(raw, log)) return nullptr;

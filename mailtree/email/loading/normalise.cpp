@@ -1,5 +1,6 @@
-// email/loading/normalise.cpp - the top of a message brought to the shape that everything above relies on: one field per
-// kind of recipient, a body beside every attachment, plain text and HTML joined as alternatives.
+// email/loading/normalise.cpp - the top of a message brought to the shape that everything above relies on:
+// one field per kind of recipient, a body beside every attachment, plain text and HTML joined as
+// alternatives.
 
 #include <string>
 #include <string_view>
@@ -12,14 +13,15 @@
 namespace mailtree {
 namespace {
 
-/// Whether the message is one attachment and nothing else. Secured content and EDI are handled as whole messages by those
-/// who understand them, so they stay as they are.
+/// Whether the message is one attachment and nothing else. Secured content and EDI are handled as whole
+/// messages by those who understand them, so they stay as they are.
 bool isLoneAttachment(const MimeMessage2& tree) {
   StringBuffer disposition;
   tree.getDisposition(disposition);
   if (!disposition.equals("attachment")) return false;
   const std::string_view type = viewOf(tree.getContentType());
-  return !beginsWithNoCase(type, "multipart") && !containsNoCase(type, "pkcs7") && !containsNoCase(type, "edifact");
+  return !beginsWithNoCase(type, "multipart") && !containsNoCase(type, "pkcs7") &&
+         !containsNoCase(type, "edifact");
 }
 
 /// The charset is the message's, or where it names none, what its header was found to be written in.
@@ -45,14 +47,16 @@ void moveToAttachment(MimeMessage2& tree, MimeMessage2& attachment, LogBase& log
   if (!filename.isEmpty()) attachment.setFilenameUtf8(filename.getString(), log);
   const char* const encoding = tree.getContentEncoding();
   if (*encoding) attachment.setContentEncoding(encoding, log);
-  // The bytes of an attachment stand as they were received, text or not, so there is nothing to convert on the way.
+  // The bytes of an attachment stand as they were received, text or not, so there is nothing to convert on
+  // the way.
   attachment.getMimeBodyDb()->takeData(*tree.getMimeBodyDb());
 }
 
 void becomeMixed(MimeMessage2& tree, LogBase& log) {
   StringBuffer boundary;
   Psdk::generateBoundary(boundary, log);
-  tree.addReplaceHeaderFieldUtf8("Content-Type", "multipart/mixed", log);  // charset and name go with the old value
+  // Replaced as a whole: charset, name and every other parameter were the attachment's.
+  tree.addReplaceHeaderFieldUtf8("Content-Type", "multipart/mixed", log);
   tree.setBoundary(boundary.getString(), log);
   tree.addReplaceHeaderFieldUtf8("Content-Transfer-Encoding", nullptr, log);
   tree.addReplaceHeaderFieldUtf8("Content-Disposition", nullptr, log);

@@ -7,9 +7,10 @@ class LogBase;
 class MimeHeader;
 class SorvikSysTime;
 
-/// Reads the date from the first of these fields that exists: Date, Delivery-Date, or the text after the last semicolon of the
-/// first Received field, which is logged as "date_from_Received".
-/// @return false, with `time` untouched, when there is none or it is no date. An unreadable Date field does not fall through.
+/// Reads the date from the first of these fields that exists: Date, Delivery-Date, or the text after the last
+/// semicolon of the first Received field, which is logged as "date_from_Received".
+/// @return false, with `time` untouched, when there is none or it is no date. An unreadable Date field does
+/// not fall through.
 bool receivedDate(const MimeHeader& header, SorvikSysTime& time, LogBase& log);
 bool receivedDate(const MimeHeader& header, SorvikSysTime& time);
 

@@ -1,6 +1,8 @@
-#include <optional>
-
 #include "mailtree/email/Email2.h"
+
+#include <optional>
+#include <string>
+
 #include "mailtree/email/internal.h"
 #include "mailtree/mime/ContentCoding.h"
 #include "mailtree/mime/ContentTypeTable.h"
@@ -13,9 +15,15 @@ constexpr int kCpIso2022Jp = 50222;
 /// A trimmed copy of an argument that may be null and may point into the node that is about to change.
 std::optional<StringBuffer> trimmedCopy(const char* text) {
   if (!text) return std::nullopt;
-  StringBuffer copy(text);
+  StringBuffer copy = copyOf(text);
   copy.trim2();
   return copy;
+}
+
+/// The media type to set: a missing one keeps the present one.
+std::string_view typeToSet(const char* type, const StringBuffer& present) noexcept {
+  if (!viewOf(type).empty()) return viewOf(type);
+  return present.isEmpty() ? std::string_view("text/plain") : present.view();
 }
 
 void setLowerTrimmed(StringBuffer& member, std::string_view value) {
@@ -35,16 +43,23 @@ bool takesTextEncoding(const Email2& node) {
   return beginsWithNoCase(type, "text/") || containsNoCase(type, "edifact");
 }
 
-/// Whether a Content-Type value says what `wanted` would say. A charset counts only where one is wanted, or on text.
+/// Whether two Content-Type values say the same. An empty one says nothing, not text/plain.
 bool saysTheSame(std::string_view present, std::string_view wanted) {
   if (present == wanted) return true;
+  if (present.empty() || wanted.empty()) return false;
   _svContentType presentType, wantedType;
   _svCharset presentCharset, wantedCharset;
   presentType.loadFromMimeHeaderValue(present, presentCharset);
   wantedType.loadFromMimeHeaderValue(wanted, wantedCharset);
-  if (!presentType.sameMeaning(wantedType)) return false;
-  const bool charsetMatters = viewOf(wantedCharset.getName()).size() || beginsWithNoCase(wantedType.m_type, "text/");
-  return !charsetMatters || presentCharset.equals(wantedCharset);
+  return presentType.sameMeaning(wantedType) && presentCharset.equals(wantedCharset);
+}
+
+bool fieldSaysTheSame(const MimeHeader& header, std::string_view wanted) {
+  return neverThrow(false, [&] {
+    std::string unfolded;
+    const int index = header.findField("Content-Type");
+    return index >= 0 && saysTheSame(header.unfoldedValue(index, unfolded), wanted);
+  });
 }
 
 struct CodePageRange {
@@ -66,10 +81,11 @@ const char* encodingForCodePage(int codePage) noexcept {
   return "quoted-printable";
 }
 
-/// Deliberate: the file name stands in the value as it was passed, line breaks and quotes included. The header list
-/// neutralises them when it writes the field.
-void setDispositionField(Email2& node, std::string_view disposition, std::string_view filename, LogBase& log) {
-  StringBuffer value(disposition);
+/// Deliberate: the file name stands in the value as it was passed, line breaks and quotes included. The
+/// header list neutralises them when it writes the field.
+void setDispositionField(Email2& node, std::string_view disposition, std::string_view filename,
+                         LogBase& log) {
+  StringBuffer value = copyOf(disposition);
   if (!filename.empty()) {
     value.append("; filename=\"");
     value.append(filename);
@@ -101,9 +117,10 @@ bool holdsIso2022JpEscapes(const StringBuffer& text) noexcept {
 }  // namespace
 
 void setTransferEncoding(Email2& node, const char* encoding, LogBase& log) {
-  const StringBuffer given(encoding);  // it may point into the member
+  const StringBuffer given = copyOf(encoding);
   node.m_transferEncoding.setString(trim(given));
-  node.m_header.replaceMimeFieldUtf8("Content-Transfer-Encoding", encoding ? given.getString() : nullptr, log);
+  node.m_header.replaceMimeFieldUtf8("Content-Transfer-Encoding", encoding ? given.getString() : nullptr,
+                                     log);
 }
 
 void Email2::getContentType(StringBuffer& out) const {
@@ -129,19 +146,17 @@ void Email2::getAttachmentName(StringBuffer& out) const {
 // Content-Type
 
 void Email2::setContentTypeUtf8(const char* type, const char* name, const char* protocol, const char* micalg,
-                                int codePage, const char* boundary, const char* smimeType, const char* subtype,
-                                LogBase& log) {
+                                int codePage, const char* boundary, const char* smimeType,
+                                const char* subtype, LogBase& log) {
   if (!isLive()) return;
-  const bool keepsType = viewOf(type).empty() && !m_contentType.m_type.isEmpty();
-  const StringBuffer newType(keepsType ? m_contentType.m_type.view()
-                                       : viewOf(type).empty() ? "text/plain" : viewOf(type));
+  const StringBuffer newType = copyOf(typeToSet(type, m_contentType.m_type));
   const auto newSubtype = trimmedCopy(subtype);
   const struct {
     StringBuffer& member;
     std::optional<StringBuffer> value;
   } params[] = {
-      {m_contentType.m_name, trimmedCopy(name)},           {m_contentType.m_protocol, trimmedCopy(protocol)},
-      {m_contentType.m_micalg, trimmedCopy(micalg)},       {m_contentType.m_smimeType, trimmedCopy(smimeType)},
+      {m_contentType.m_name, trimmedCopy(name)},         {m_contentType.m_protocol, trimmedCopy(protocol)},
+      {m_contentType.m_micalg, trimmedCopy(micalg)},     {m_contentType.m_smimeType, trimmedCopy(smimeType)},
       {m_contentType.m_boundary, trimmedCopy(boundary)},
   };
 
@@ -164,18 +179,18 @@ void Email2::refreshContentTypeHeader(LogBase& log) {
     m_contentType.m_formatFlowed = false;  // how an attached file is wrapped is the file's own business
     m_contentType.buildMimeHeaderValue(value, charset, /*withFlowed=*/false, /*withName=*/true, log);
   } else {
-    m_contentType.buildMimeHeaderValue(value, emailCharset(charset), /*withFlowed=*/true, /*withName=*/true, log);
+    m_contentType.buildMimeHeaderValue(value, emailCharset(charset), /*withFlowed=*/true, /*withName=*/true,
+                                       log);
   }
 
-  std::string unfolded;
-  const int present = m_header.findField("Content-Type");
-  if (present >= 0 && saysTheSame(m_header.unfoldedValue(present, unfolded), value)) return;
-  m_header.replaceMimeFieldUtf8_a("Content-Type", value.getString(), /*asGiven=*/true, /*ordinary=*/false, log);
+  if (fieldSaysTheSame(m_header, value)) return;
+  m_header.replaceMimeFieldUtf8_a("Content-Type", value.getString(), /*asGiven=*/true, /*ordinary=*/false,
+                                  log);
 }
 
 void Email2::fixContentTypeUtf8(const char* type, LogBase& log) {
   if (!isLive()) return;
-  m_contentType.m_type.setString(type);
+  m_contentType.m_type.setString(type);  // Deliberate: neither lower-cased nor trimmed.
   refreshContentTypeHeader(log);
 }
 
@@ -193,7 +208,7 @@ void Email2::setName(const StringBuffer& name, LogBase& log) {
 
 void Email2::setContentId(const char* id, LogBase& log) {
   if (!isLive()) return;
-  const StringBuffer given(id);  // it may point into the member
+  const StringBuffer given = copyOf(id);
   m_contentId.setString(given);
   m_header.replaceMimeFieldUtf8("Content-ID", id ? given.getString() : nullptr, log);
 }
@@ -206,17 +221,19 @@ void Email2::setContentEncodingNonRecursive(const char* encoding, LogBase& log) 
 
 void Email2::setContentEncodingRecursive(const char* encoding, LogBase& log) {
   if (!isLive()) return;
-  const StringBuffer given(encoding);  // it may point into the member
+  const StringBuffer given = copyOf(encoding);
   // Deliberate: the node asked has the encoding on record even when it is no text and its field stays.
   m_transferEncoding.setString(trim(given));
   setContentEncodingInner(given.getString(), log);
 }
 
 void Email2::setContentEncodingInner(const char* encoding, LogBase& log) {
-  const StringBuffer given(encoding);  // it may point into the member
-  walkTree(*this, [&](Email2& node) {
-    if (takesTextEncoding(node)) setTransferEncoding(node, given.getString(), log);
-    return Walk::onward;
+  const StringBuffer given = copyOf(encoding);
+  neverThrow(Walk::stop, [&] {
+    return walkTree(*this, [&](Email2& node) {
+      if (takesTextEncoding(node)) setTransferEncoding(node, given.getString(), log);
+      return Walk::onward;
+    });
   });
 }
 
@@ -234,17 +251,18 @@ void Email2::setContentDisposition1(const char* disposition, LogBase& log) {
 
 void Email2::setContentDispositionUtf8(const char* disposition, const char* filename, LogBase& log) {
   if (!isLive()) return;
-  const StringBuffer given(filename);  // it may point into the member
+  const StringBuffer given = copyOf(filename);
   m_disposition.setString(disposition);
   m_dispFilename.setString(given);
   m_dispFilename.removeCharOccurances('\r');
   m_dispFilename.removeCharOccurances('\n');
-  setDispositionField(*this, m_disposition, m_dispFilename.isEmpty() ? std::string_view() : given.view(), log);
+  setDispositionField(*this, m_disposition, m_dispFilename.isEmpty() ? std::string_view() : given.view(),
+                      log);
 }
 
 void Email2::setFilenameUtf8(const char* filename, LogBase& log) {
   if (!isLive()) return;
-  const StringBuffer disposition(m_disposition);
+  const StringBuffer disposition = copyOf(m_disposition);
   setContentDispositionUtf8(disposition.getString(), filename, log);
 }
 

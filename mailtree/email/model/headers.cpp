@@ -1,5 +1,6 @@
-#include "mailtree/base/Stdio.h"
 #include "mailtree/email/Email2.h"
+
+#include "mailtree/base/Stdio.h"
 #include "mailtree/email/internal.h"
 
 namespace mailtree {
@@ -28,9 +29,9 @@ Routed routeOf(std::string_view name) noexcept {
   return Routed::none;
 }
 
-/// A copy that cannot end its field. It is also safe from changes to the node, where the value may come from.
+/// A copy that cannot end its field.
 StringBuffer oneLine(const char* value) {
-  StringBuffer line(value);
+  StringBuffer line = copyOf(value);
   line.removeCharOccurances('\n');
   line.removeCharOccurances('\r');
   return line;
@@ -200,7 +201,7 @@ void Email2::addHeaderField2_a(const char* name, const char* value, bool asGiven
 
 void Email2::removeHeaderField(const char* name) {
   if (!isLive() || viewOf(name).empty()) return;
-  const StringBuffer wanted(name);  // the name may come from the header itself
+  const StringBuffer wanted = copyOf(name);
   m_header.removeMimeField(wanted.getString(), /*all=*/true);
   for (const ParsedMember& member : kParsedMembers)
     if (wanted.equalsIgnoreCase(member.name)) member.clear(*this);
@@ -225,7 +226,7 @@ void Email2::copyHeader(Email2& source, LogBase& log) {
   m_fromAddr.clearEmailAddress();
 
   m_header.copyMimeHeaderFrom(source.m_header, log);
-  m_contentType.copyFrom(source.m_contentType);
+  neverThrow(false, [&] { return m_contentType.copyFrom(source.m_contentType), true; });
   m_disposition.setString(source.m_disposition);
   m_transferEncoding.setString(source.m_transferEncoding);
   m_contentId.setString(source.m_contentId);

@@ -1,8 +1,9 @@
+#include "mailtree/email/Email2.h"
+
 #include <atomic>
 
 #include "mailtree/base/Platform.h"
 #include "mailtree/base/Stdio.h"
-#include "mailtree/email/Email2.h"
 #include "mailtree/email/model/internal.h"
 
 namespace mailtree {
@@ -46,7 +47,8 @@ void appendHostAndClose(StringBuffer& id) {
 }  // namespace
 
 void appendIdentifierHost(std::string_view computerName, StringBuffer& out) {
-  StringBuffer host(computerName);
+  StringBuffer host;
+  host.setString(computerName);
   host.toAlphaNumUsAscii();
   out.append(host.isEmpty() ? std::string_view("unknown") : host.view());
 }
@@ -111,8 +113,8 @@ void Email2::genEmailFilename2(const SorvikSysTime& time, StringBuffer& out) {
   RandomSource::genRandomBytes(kFilenameBytes, random);
 
   char text[200];
-  _svStdio::_svSprintf6(text, sizeof text, "e_%04w%02w%02w_%02w%02w%02w", time.m_year, time.m_month, time.m_day,
-                        time.m_hour, time.m_minute, time.m_second);
+  _svStdio::_svSprintf6(text, sizeof text, "e_%04w%02w%02w_%02w%02w%02w", time.m_year, time.m_month,
+                        time.m_day, time.m_hour, time.m_minute, time.m_second);
   out.append(text);
   _svStdio::_svSprintf2(text, sizeof text, "_%06x%03x", tick, nextFilenameIndex());
   out.append(text);

@@ -1,15 +1,16 @@
+#include "mailtree/email/Email2.h"
+
 #include <tuple>
 #include <utility>
 
 #include "mailtree/base/Platform.h"
-#include "mailtree/email/Email2.h"
 #include "mailtree/email/internal.h"
 
 namespace mailtree {
 namespace {
 
-/// Destroys every node of a list and all that is below them. The children of each node join the list before the
-/// node goes, so that destructors never nest, however deep the tree is.
+/// Destroys every node of a list and all that is below them. The children of each node join the list before
+/// the node goes, so that destructors never nest, however deep the tree is.
 void destroyNodes(ExtPtrArray& nodes) noexcept {
   while (nodes.getSize() > 0) {
     const EmailPtr last(static_cast<Email2*>(nodes.removeAt(nodes.getSize() - 1)));
@@ -17,8 +18,8 @@ void destroyNodes(ExtPtrArray& nodes) noexcept {
   }
 }
 
-/// Writes null in a way the optimiser must keep: operations that do not look at the marker find a destroyed node
-/// without shared settings.
+/// Writes null in a way the optimiser must keep: operations that do not look at the marker find a destroyed
+/// node without shared settings.
 void forgetCommon(_svEmailCommon*& common) noexcept {
   *static_cast<_svEmailCommon* volatile*>(&common) = nullptr;
 }
@@ -105,9 +106,7 @@ Email2* Email2::getPart(int index) const { return isLive() ? m_subParts.at<Email
 
 const Email2* Email2::getPartConst(int index) const { return getPart(index); }
 
-Email2* Email2::extractSubpartByIndex(int index) {
-  return static_cast<Email2*>(m_subParts.removeAt(index));
-}
+Email2* Email2::extractSubpartByIndex(int index) { return static_cast<Email2*>(m_subParts.removeAt(index)); }
 
 void Email2::insertSubPartAtIndex(Email2* part, int index) {
   if (part) m_subParts.insertAt(index, part);

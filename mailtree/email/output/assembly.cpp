@@ -45,7 +45,9 @@ void logKind(const Email2& node, LogBase& log) {
   log.LogDataSb("contentTransferEncoding", node.m_transferEncoding);
 }
 
-bool isAttachedMessage(const Email2& node) noexcept { return node.m_contentType.m_type.equals("message/rfc822"); }
+bool isAttachedMessage(const Email2& node) noexcept {
+  return node.m_contentType.m_type.equals("message/rfc822");
+}
 
 bool hasChildren(const Email2& node) noexcept { return node.m_subParts.getSize() != 0; }
 
@@ -87,8 +89,7 @@ OutgoingBody chooseBody(Email2& node, bool isAttachment, LogBase& log) {
       !isAttachment && !hasChildren(node) && beginsWithNoCase(node.m_contentType.m_type, "text/");
   if (isText) node.refreshContentTypeHeader(log);
   logLeaf(node, isText, log);
-  if (isText) return outgoingText(node, log);
-  return OutgoingBody{.headerCodePage = node.emailCodePage()};
+  return isText ? outgoingText(node, log) : storedBody(node);
 }
 
 void appendHeader(const Email2& node, int codePage, const Assembly& job, StringBuffer& out) {
@@ -110,8 +111,8 @@ bool writeHeader(const Email2& node, int codePage, const Assembly& job) {
 }
 
 bool writeLeaf(const Email2& node, const OutgoingBody& body, const Assembly& job) {
-  return node.getEncodedBody(body.bytesOf(node), job.to.text, job.to.progress, job.log, false, job.to.sink, job.dotStuff,
-                             body.normalizeLineEnds);
+  return node.getEncodedBody(body.bytesOf(node), job.to.text, job.to.progress, job.log, false, job.to.sink,
+                             job.dotStuff, body.normalizeLineEnds);
 }
 
 bool writeSubpart(Email2& part, std::string_view delimiter, const Assembly& job) {
@@ -151,10 +152,12 @@ bool prepare(Email2& node, const Assembly& job, OutgoingBody& body) {
   return node.isLive();
 }
 
-/// Header and, for a leaf, body; a scope of its own, so that a converted body is gone before the walk descends.
+/// Header and, for a leaf, body; a scope of its own, so that a converted body is gone before the walk
+/// descends.
 bool writeNodeItself(Email2& node, const Assembly& job) {
   OutgoingBody body;
-  if (!prepare(node, job, body) || !writeHeader(node, body.headerCodePage, job) || !node.isLive()) return false;
+  if (!prepare(node, job, body) || !writeHeader(node, body.headerCodePage, job) || !node.isLive())
+    return false;
   return hasChildren(node) || writeLeaf(node, body, job);
 }
 
@@ -183,11 +186,12 @@ std::uint64_t sizeOfDelimiters(const Email2& node) noexcept {
 std::uint64_t sizeOfNode(const Email2& node) noexcept {
   const std::size_t body = node.m_body.getSize();
   const bool isBase64 = node.m_transferEncoding.equalsIgnoreCase("base64");
-  return (isBase64 ? ContentCoding::computeBase64Size(body, 76) : body) + node.m_header.getMimeHeaderSize() + 4 +
-         sizeOfDelimiters(node);
+  return (isBase64 ? ContentCoding::computeBase64Size(body, 76) : body) + node.m_header.getMimeHeaderSize() +
+         4 + sizeOfDelimiters(node);
 }
 
-/// Whether this is a header that was downloaded by itself; the server's size of the message stands in a field.
+/// Whether this is a header that was downloaded by itself; the server's size of the message stands in a
+/// field.
 bool isHeaderOnly(const Email2& node) noexcept {
   const int field = node.m_header.findField("SVZ-HeaderOnly");
   return field >= 0 && !node.m_header.rawValue(field).empty();
@@ -202,7 +206,8 @@ unsigned sizeOnServer(const Email2& node, LogBase& log) {
 }  // namespace
 
 bool Email2::assembleMimeBody2(StringBuffer& text, _svOutput* sink, bool dotStuff, const char* omitPrefix,
-                               ProgressContext& progress, LogBase& log, int /*depth*/, bool qpFor8bit, bool isTop) {
+                               ProgressContext& progress, LogBase& log, int /*depth*/, bool qpFor8bit,
+                               bool isTop) {
   return neverThrow(false, [&] {
     bool tooDeep = false;
     const bool written = assemble(*this, {.to = {text, sink, progress, log},
@@ -217,8 +222,9 @@ bool Email2::assembleMimeBody2(StringBuffer& text, _svOutput* sink, bool dotStuf
   });
 }
 
-bool Email2::getEncodedBody(const DataBuffer& body, StringBuffer& text, ProgressContext& progress, LogBase& log, bool,
-                            _svOutput* sink, bool dotStuff, bool normalizeLineEnds) const {
+bool Email2::getEncodedBody(const DataBuffer& body, StringBuffer& text, ProgressContext& progress,
+                            LogBase& log, bool, _svOutput* sink, bool dotStuff,
+                            bool normalizeLineEnds) const {
   if (!isLive()) return false;
   if (body.isEmpty()) return true;
   return neverThrow(false, [&] {
@@ -262,7 +268,8 @@ unsigned Email2::getEmailSize(LogBase& log) const {
     });
     return true;
   });
-  return counted ? static_cast<unsigned>(std::min<std::uint64_t>(size, std::numeric_limits<unsigned>::max())) : 0;
+  return counted ? static_cast<unsigned>(std::min<std::uint64_t>(size, std::numeric_limits<unsigned>::max()))
+                 : 0;
 }
 
 }  // namespace mailtree

@@ -15,7 +15,8 @@ constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 void appendWord(std::string_view bytes, std::string_view charset, std::string_view mark, Encoder encode,
                 StringBuffer& out) {
-  if (equalsNoCase(charset, "utf-8") && bytes.starts_with(kByteOrderMark)) bytes.remove_prefix(kByteOrderMark.size());
+  if (equalsNoCase(charset, "utf-8") && bytes.starts_with(kByteOrderMark))
+    bytes.remove_prefix(kByteOrderMark.size());
   if (bytes.empty()) return;
   std::size_t size = 0;
   const std::unique_ptr<char[]> payload(encode(bytes.data(), bytes.size(), &size));
@@ -44,7 +45,8 @@ void Email2::bEncodeData(const unsigned char* data, long length, const char* cha
 void Email2::qEncodeData(const unsigned char* data, long length, const char* charset, StringBuffer& out) {
   if (!charset) return;
   std::ignore = neverThrow(false, [&] {
-    appendWord(bytesOf(data, length), *charset ? charset : "utf-8", "?Q?", ContentCoding::Q_EncodeCommaToo, out);
+    appendWord(bytesOf(data, length), *charset ? charset : "utf-8", "?Q?", ContentCoding::Q_EncodeCommaToo,
+               out);
     return true;
   });
 }

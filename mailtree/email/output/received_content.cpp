@@ -1,8 +1,8 @@
 // email/output/received_content.cpp - whether signed content still is what was received.
 //
-// A digest over everything that output reads is kept with the received bytes and taken again when they are to be written.
-// It guards against changes by the caller, not against forgers, so it is made for speed: four independent lanes of
-// multiplications, 32 bytes at a step.
+// A digest over everything that output reads is kept with the received bytes and taken again when they are to
+// be written. It guards against changes by the caller, not against forgers, so it is made for speed: four
+// independent lanes of multiplications, 32 bytes at a step.
 
 #include <algorithm>
 #include <bit>
@@ -39,7 +39,8 @@ class ContentDigest {
     return word ^ (word >> 29);
   }
 
-  std::uint64_t m_lanes[kLanes] = {0x243F6A8885A308D3u, 0x13198A2E03707344u, 0xA4093822299F31D0u, 0x082EFA98EC4E6C89u};
+  std::uint64_t m_lanes[kLanes] = {0x243F6A8885A308D3u, 0x13198A2E03707344u, 0xA4093822299F31D0u,
+                                   0x082EFA98EC4E6C89u};
 };
 
 void ContentDigest::add(std::string_view text) noexcept {
@@ -71,8 +72,8 @@ void addHeader(const MimeHeader& header, ContentDigest& digest) noexcept {
 }
 
 void addContentType(const _svContentType& type, ContentDigest& digest) noexcept {
-  for (const StringBuffer* text : {&type.m_type, &type.m_name, &type.m_protocol, &type.m_micalg, &type.m_boundary,
-                                   &type.m_smimeType, &type.m_subtype})
+  for (const StringBuffer* text : {&type.m_type, &type.m_name, &type.m_protocol, &type.m_micalg,
+                                   &type.m_boundary, &type.m_smimeType, &type.m_subtype})
     digest.add(text->view());
   digest.add(std::uint64_t{type.m_formatFlowed});
   digest.add(type.m_otherParams.params().size());

@@ -7,8 +7,12 @@
 namespace mailtree {
 namespace {
 
-/// Code pages whose ASCII bytes are no ASCII: markup cannot be read in them.
-bool isUtf16(int codePage) noexcept { return codePage == kCpUtf16LE || codePage == kCpUtf16BE; }
+/// Whether a code page has units of two or four bytes (utf-16, utf-32): neither markup nor line ends can be
+/// read in its bytes.
+bool hasWideUnits(int codePage) noexcept {
+  constexpr int kCpUtf32LE = 12000, kCpUtf32BE = 12001;
+  return codePage == kCpUtf16LE || codePage == kCpUtf16BE || codePage == kCpUtf32LE || codePage == kCpUtf32BE;
+}
 
 /// Gives a page a whole structure and a META tag that names the charset in which it travels.
 void declareCharset(StringBuffer& html, const char* charset, LogBase& log) {
@@ -25,18 +29,32 @@ bool convert(std::string_view utf8, int codePage, DataBuffer& out, LogBase& log)
   return EncodingConvert::EncConvert(kCpUtf8, codePage, utf8.data(), utf8.size(), out, log);
 }
 
-/// The page is mended while it still is utf-8. Everything added is ASCII, so that the order does not show; but markup read
-/// after a conversion would see the double bytes of iso-2022-jp as tags.
+/// The page is mended while it still is utf-8. Everything added is ASCII, so that the order does not show;
+/// but markup read after a conversion would see the double bytes of iso-2022-jp as tags.
 bool convertHtml(const Email2& node, int codePage, DataBuffer& out, LogBase& log) {
   StringBuffer html(node.m_body.view());
   declareCharset(html, node.get_charset_name(), log);
   return convert(html, codePage, out, log);
 }
 
+bool isEncoded(const Email2& node) noexcept {
+  return node.m_transferEncoding.equalsIgnoreCase("base64") ||
+         node.m_transferEncoding.equalsIgnoreCase("quoted-printable");
+}
+
+/// Line ends come first: afterwards any unit could hold a byte that looks like one.
+bool convertToWideUnits(const Email2& node, int codePage, DataBuffer& out, LogBase& log) {
+  if (isEncoded(node) || !node.m_body.containsBareCRLF())
+    return convert(node.m_body.view(), codePage, out, log);
+  StringBuffer normalized(node.m_body.view());
+  return normalized.toCRLF() && convert(normalized, codePage, out, log);
+}
+
 bool convertText(const Email2& node, int codePage, DataBuffer& out, LogBase& log) {
   // Deliberate: an email in us-ascii is converted to the host's own code page, and no page is mended for it.
   if (codePage == kCpUsAscii) return convert(node.m_body.view(), Psdk::getAnsiCodePage(), out, log);
-  const bool isHtml = beginsWithNoCase(node.m_contentType.m_type, "text/html") && !isUtf16(codePage);
+  if (hasWideUnits(codePage)) return convertToWideUnits(node, codePage, out, log);
+  const bool isHtml = beginsWithNoCase(node.m_contentType.m_type, "text/html");
   return isHtml ? convertHtml(node, codePage, out, log) : convert(node.m_body.view(), codePage, out, log);
 }
 
@@ -45,7 +63,8 @@ void relabelUtf8(Email2& node, LogBase& log) {
   utf8.setByCodePage(kCpUtf8);
   StringBuffer value;
   node.m_contentType.buildMimeHeaderValue(value, utf8, true, true, log);
-  node.m_header.replaceMimeFieldUtf8_a("Content-Type", value.getString(), /*asGiven=*/false, /*ordinary=*/false, log);
+  node.m_header.replaceMimeFieldUtf8_a("Content-Type", value.getString(), /*asGiven=*/true,
+                                       /*ordinary=*/false, log);
 
   const StringBuffer& encoding = node.m_transferEncoding;
   const bool promises7bit = encoding.isEmpty() || encoding.equalsIgnoreCase("7bit");
@@ -55,13 +74,15 @@ void relabelUtf8(Email2& node, LogBase& log) {
 }  // namespace
 
 OutgoingBody outgoingText(Email2& node, LogBase& log) {
-  OutgoingBody body;
+  OutgoingBody body = storedBody(node);
   body.normalizeLineEnds = true;
-  body.headerCodePage = node.emailCodePage();
   if (body.headerCodePage == 0 || body.headerCodePage == kCpUtf8) return body;
 
   body.isConverted = convertText(node, body.headerCodePage, body.converted, log);
-  if (body.isConverted) return body;
+  if (body.isConverted) {
+    body.normalizeLineEnds = !hasWideUnits(body.headerCodePage);
+    return body;
+  }
   relabelUtf8(node, log);
   body.headerCodePage = kCpUtf8;
   return body;

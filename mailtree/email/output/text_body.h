@@ -7,16 +7,26 @@ namespace mailtree {
 
 /// What is written for a node.
 struct OutgoingBody {
-  DataBuffer converted;            ///< The body in another charset; the node's own is never changed.
+  DataBuffer converted;  ///< The body in another charset; the node's own is never changed.
   bool isConverted = false;
-  int headerCodePage = 0;          ///< In which the header is written.
+  int headerCodePage = 0;  ///< In which the header is written.
   bool normalizeLineEnds = false;
 
-  const DataBuffer& bytesOf(const Email2& node) const noexcept { return isConverted ? converted : node.m_body; }
+  const DataBuffer& bytesOf(const Email2& node) const noexcept {
+    return isConverted ? converted : node.m_body;
+  }
 };
 
-/// Converts a text leaf for output. A text that the email's charset cannot carry goes as utf-8: the node's Content-Type then
-/// says so, and a 7bit or missing transfer encoding becomes quoted-printable where the bytes need one.
+/// The body as it is stored, for everything that is no text.
+inline OutgoingBody storedBody(const Email2& node) noexcept {
+  OutgoingBody body;
+  body.headerCodePage = node.emailCodePage();
+  return body;
+}
+
+/// Converts a text leaf for output. A text that the email's charset cannot carry goes as utf-8: the node's
+/// Content-Type then says so, and a 7bit or missing transfer encoding becomes quoted-printable where the
+/// bytes need one.
 OutgoingBody outgoingText(Email2& node, LogBase& log);
 
 }  // namespace mailtree

@@ -34,7 +34,8 @@ class PieceWriter {
 bool writeDotStuffed(std::string_view bytes, const Destination& to) {
   PieceWriter pieces(to);
   if (bytes.starts_with('.') && !pieces.put(".")) return false;
-  for (std::size_t at; (at = findSubstring(bytes, "\n.")) != std::string_view::npos; bytes.remove_prefix(at + 1))
+  for (std::size_t at; (at = findSubstring(bytes, "\n.")) != std::string_view::npos;
+       bytes.remove_prefix(at + 1))
     if (!pieces.put(bytes.substr(0, at + 2))) return false;  // this dot, and again with the next piece
   return pieces.put(bytes) && pieces.flush();
 }

@@ -42,7 +42,8 @@ class AttachmentWalk {
   AttachmentWalk(ExtPtrArray& out, int target, LogBase& log) : m_out(out), m_target(target), m_log(log) {}
 
   bool run(Email2& start, bool inMixed) {
-    if (enter(start, inMixed) == Entered::listed) return true;
+    const Entered entered = enter(start, inMixed);
+    if (entered != Entered::opened) return entered == Entered::listed;
     while (!m_frames.empty()) {
       Frame& frame = m_frames.back();
       if (frame.next >= frame.node->m_subParts.getSize()) {

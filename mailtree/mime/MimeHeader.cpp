@@ -1,0 +1,272 @@
+// The list itself: reading and changing fields. Loading is in MimeHeaderLoad.cpp, writing in
+// MimeHeaderWrite.cpp.
+#include "mailtree/mime/MimeHeader.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "mailtree/base/Ascii.h"
+#include "mailtree/base/Log.h"
+#include "mailtree/base/Utf.h"
+#include "mailtree/mime/EncodedWord.h"
+#include "mailtree/mime/HeaderLines.h"
+#include "mailtree/mime/HeaderText.h"
+
+namespace mailtree {
+
+namespace {
+
+constexpr std::string_view kDisposition = "Content-Disposition";
+/// Together with a value that can be folded it leaves every line far below 998.
+constexpr std::size_t kMaxSetName = 256;
+constexpr std::size_t kCompactAbove = 4096;
+
+std::string cleanName(std::string_view name) {
+  std::string out;
+  for (const char c : name.substr(0, kMaxSetName))
+    if (isFieldNameChar(c)) out += c;
+  return out;
+}
+
+}  // namespace
+
+// Rows
+
+const MimeHeader::Field* MimeHeader::fieldAt(int index) const noexcept {
+  return index >= 0 && index < getNumFields() ? &m_fields[static_cast<std::size_t>(index)] : nullptr;
+}
+
+std::string_view MimeHeader::nameOf(const Field& field) const noexcept {
+  return std::string_view(m_block).substr(field.nameOffset, field.nameSize);
+}
+
+std::string_view MimeHeader::valueOf(const Field& field) const noexcept {
+  const std::string_view value = std::string_view(m_block).substr(field.valueOffset, field.valueSize);
+  return field.kind == Kind::received || field.kind == Kind::noField ? trim(value) : value;
+}
+
+std::string_view MimeHeader::lineOf(const Field& field) const noexcept {
+  return std::string_view(m_block).substr(field.nameOffset, field.lineSize());
+}
+
+// Reading
+
+int MimeHeader::findField(std::string_view name, int from) const noexcept {
+  if (name.empty()) return -1;
+  for (int i = std::max(from, 0); i < getNumFields(); ++i)
+    if (equalsNoCase(fieldName(i), name)) return i;
+  return -1;
+}
+
+std::string_view MimeHeader::fieldName(int index) const noexcept {
+  const Field* field = fieldAt(index);
+  return field ? nameOf(*field) : std::string_view();
+}
+
+std::string_view MimeHeader::rawValue(int index) const noexcept {
+  const Field* field = fieldAt(index);
+  return field ? valueOf(*field) : std::string_view();
+}
+
+std::string_view MimeHeader::unfoldedValue(int index, std::string& scratch) const {
+  const Field* field = fieldAt(index);
+  return field ? unfolded(*field, scratch) : std::string_view();
+}
+
+std::string_view MimeHeader::unfolded(const Field& field, std::string& scratch) const {
+  const std::string_view raw = valueOf(field);
+  if (field.kind != Kind::received && field.kind != Kind::noField) return raw;
+  const bool is8bitText = m_has8bit && !isValidUtf8(raw);
+  if (!is8bitText && !holdsBreak(raw)) return raw;
+
+  std::string oneLine(raw);
+  eraseBreaks(oneLine);
+  if (is8bitText) {
+    scratch.clear();
+    appendBytesAsUtf8(codePageOfValue(raw), oneLine, scratch);
+  } else {
+    scratch = std::move(oneLine);
+  }
+  return scratch;
+}
+
+std::string MimeHeader::decodedValue(int index) const {
+  std::string scratch;
+  const std::string_view value = unfoldedValue(index, scratch);
+  return mayHoldEncodedWord(value) ? decodeEncodedWords(value) : std::string(value);
+}
+
+bool MimeHeader::getMimeFieldUtf8(const char* name, StringBuffer& out, LogBase& log) const {
+  const std::string_view text = viewOf(name);
+  return getMimeFieldUtf8_2(text.data(), static_cast<unsigned>(text.size()), out, log);
+}
+
+bool MimeHeader::getMimeFieldUtf8_2(const char* name, unsigned nameLength, StringBuffer& out,
+                                    LogBase& log) const {
+  out.weakClear();
+  return name && getFieldValueUtf8(findField({name, nameLength}), out, log);
+}
+
+bool MimeHeader::getFieldNameUtf8(int index, StringBuffer& out, LogBase&) const {
+  out.weakClear();
+  return fieldAt(index) && out.append(fieldName(index));
+}
+
+bool MimeHeader::getFieldValueUtf8(int index, StringBuffer& out, LogBase&) const {
+  out.weakClear();
+  if (!fieldAt(index)) return false;
+  return neverThrow(false, [&] {
+    std::string scratch;
+    const std::string_view value = unfoldedValue(index, scratch);
+    return mayHoldEncodedWord(value) ? out.append(decodeEncodedWords(value)) : out.append(value);
+  });
+}
+
+bool MimeHeader::hasField(const char* name, LogBase&) const { return findField(viewOf(name)) >= 0; }
+
+bool MimeHeader::hasHeaderMatchingUtf8(const char* name, const char* pattern, bool caseSensitive,
+                                       LogBase&) const {
+  const std::string_view wanted = viewOf(name);
+  return neverThrow(false, [&] {
+    for (int i = findField(wanted); i >= 0; i = findField(wanted, i + 1))
+      if (matchesWildcard(decodedValue(i), viewOf(pattern), caseSensitive)) return true;
+    return false;
+  });
+}
+
+// Changing
+
+void MimeHeader::replaceMimeFieldUtf8(const char* name, const char* value, LogBase& log) {
+  if (!value) return removeMimeField(name, /*all=*/true);
+  if (!equalsNoCase(viewOf(name), kDisposition))
+    return replaceMimeFieldUtf8_a(name, value, /*asGiven=*/false, /*ordinary=*/true, log);
+  setQuietly(name, value, Kind::rawFilename);
+}
+
+void MimeHeader::replaceMimeFieldUtf8_a(const char* name, const char* value, bool asGiven, bool /*ordinary*/,
+                                        LogBase&) {
+  if (!value) return removeMimeField(name, /*all=*/true);
+  setQuietly(name, value, asGiven ? Kind::asGiven : Kind::set);
+}
+
+void MimeHeader::addMimeField(const char* name, const char* value, bool asGiven, LogBase&) {
+  if (!value) return;
+  neverThrow(false, [&] {
+    append(viewOf(name), viewOf(value), asGiven ? Kind::asGiven : Kind::set);
+    return true;
+  });
+}
+
+void MimeHeader::removeMimeField(const char* name, bool all) {
+  const std::string_view wanted = viewOf(name);
+  if (wanted.empty()) return;
+  bool goesOn = true;
+  const auto isUnwanted = [&](const Field& field) {
+    if (!goesOn || !equalsNoCase(nameOf(field), wanted)) return false;
+    m_unusedBytes += field.lineSize();
+    goesOn = all;
+    return true;
+  };
+  m_fields.erase(std::remove_if(m_fields.begin(), m_fields.end(), isUnwanted), m_fields.end());
+}
+
+void MimeHeader::copyMimeHeaderFrom(const MimeHeader& other, LogBase&) {
+  const bool foldLongValues = m_foldLongValues;
+  neverThrow(false, [&] {
+    MimeHeader copy(other);
+    *this = std::move(copy);
+    return true;
+  });
+  m_foldLongValues = foldLongValues;
+}
+
+void MimeHeader::clear() {
+  const bool foldLongValues = m_foldLongValues;
+  *this = MimeHeader();
+  m_foldLongValues = foldLongValues;
+}
+
+void MimeHeader::joinFields(std::string_view name) {
+  const int first = findField(name);
+  if (findField(name, first + 1) < 0 || first < 0) return;
+  bool allReceived = true;
+  for (int i = first; i >= 0; i = findField(name, i + 1)) allReceived &= fieldAt(i)->kind == Kind::received;
+
+  std::string joined, scratch;
+  for (int i = first; i >= 0; i = findField(name, i + 1)) {
+    std::string_view value = trim(allReceived ? rawValue(i) : unfoldedValue(i, scratch));
+    while (value.ends_with(',')) value = trimRight(value.substr(0, value.size() - 1));
+    if (value.empty()) continue;
+    if (!joined.empty()) joined += allReceived ? ",\r\n " : ", ";
+    joined += value;
+  }
+  const std::string ownName(fieldName(first));
+  writeRow(m_fields[static_cast<std::size_t>(first)], ownName, joined,
+           allReceived ? Kind::received : Kind::set);
+  const auto isFurther = [&](const Field& field) {
+    if (!equalsNoCase(nameOf(field), name)) return false;
+    m_unusedBytes += field.lineSize();
+    return true;
+  };
+  m_fields.erase(std::remove_if(m_fields.begin() + first + 1, m_fields.end(), isFurther), m_fields.end());
+}
+
+/// The first field of the name takes the value, or a new one does.
+void MimeHeader::setQuietly(const char* name, const char* value, Kind kind) {
+  neverThrow(false, [&] {
+    const int index = findField(cleanName(viewOf(name)));
+    if (index < 0)
+      append(viewOf(name), viewOf(value), kind);
+    else
+      writeRow(m_fields[static_cast<std::size_t>(index)], viewOf(name), viewOf(value), kind);
+    return true;
+  });
+}
+
+void MimeHeader::append(std::string_view name, std::string_view value, Kind kind) {
+  Field row{};
+  if (!writeRow(row, name, value, kind)) return;
+  m_fields.push_back(row);
+}
+
+/// Puts a line at the end of the block and lets the row point to it. False, and nothing done, when the name
+/// holds nothing that a field name may hold, or the block would outgrow its offsets.
+bool MimeHeader::writeRow(Field& row, std::string_view name, std::string_view value, Kind kind) {
+  std::string line = cleanName(name);
+  const std::size_t nameSize = line.size();
+  if (nameSize == 0) return false;
+  const bool mayHoldBreaks = kind == Kind::rawFilename || kind == Kind::received;
+  line += ": ";
+  if (!mayHoldBreaks && holdsBreak(value))
+    line += withoutBreaks(value);
+  else
+    line += value;
+
+  if (m_unusedBytes > kCompactAbove && m_unusedBytes > m_block.size() / 2) compact();
+  if (m_block.size() + line.size() > std::numeric_limits<std::uint32_t>::max()) return false;
+  const std::size_t begin = m_block.size();
+  m_block += line;
+  m_unusedBytes += row.lineSize();
+  row.nameOffset = static_cast<std::uint32_t>(begin);
+  row.nameSize = static_cast<std::uint32_t>(nameSize);
+  row.valueOffset = static_cast<std::uint32_t>(begin + nameSize + 2);
+  row.valueSize = static_cast<std::uint32_t>(line.size() - nameSize - 2);
+  row.kind = kind;
+  return true;
+}
+
+/// Moves the lines in use together. Their line breaks are no part of any row, so only lines count.
+void MimeHeader::compact() {
+  std::string block;
+  block.reserve(m_block.size() - m_unusedBytes + kCompactAbove);
+  for (Field& field : m_fields) {
+    const std::size_t begin = block.size();
+    block += lineOf(field);
+    field.valueOffset = static_cast<std::uint32_t>(begin + (field.valueOffset - field.nameOffset));
+    field.nameOffset = static_cast<std::uint32_t>(begin);
+  }
+  m_block = std::move(block);
+  m_unusedBytes = 0;
+}
+
+}  // namespace mailtree

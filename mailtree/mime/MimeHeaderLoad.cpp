@@ -1,0 +1,257 @@
+// From received text to rows. One pass finds the lines and makes a row per field; then the bytes are copied
+// once.
+#include <algorithm>
+#include <array>
+#include <limits>
+
+#include "mailtree/base/Ascii.h"
+#include "mailtree/base/Log.h"
+#include "mailtree/base/Utf.h"
+#include "mailtree/mime/Charset.h"
+#include "mailtree/mime/ContentType.h"
+#include "mailtree/mime/HeaderLines.h"
+#include "mailtree/mime/HeaderParams.h"
+#include "mailtree/mime/HeaderText.h"
+#include "mailtree/mime/HeaderValue.h"
+#include "mailtree/mime/MimeHeader.h"
+
+namespace mailtree {
+
+namespace {
+
+/// Carries any bytes: for text that nothing explains, so that what is read is always utf-8.
+constexpr int kLastResortCodePage = 1252;
+/// How far behind a line that is no field another field is looked for. Every level of a nest of broken
+/// headers looks for itself, so this bounds the whole.
+constexpr std::size_t kFieldReach = 64u << 10;
+
+}  // namespace
+
+/// Walks over the lines of a header and collects rows, whose offsets count from the begin of the text.
+class MimeHeader::Reader {
+ public:
+  struct Bounds {
+    std::size_t fields;
+    std::size_t bytes;
+  };
+
+  /// @param allIsHeader  Whether a line that is no field always belongs to the header: there is no body.
+  Reader(std::string_view text, const Bounds& bounds, bool allIsHeader) noexcept
+      : m_text(text), m_bounds(bounds), m_allIsHeader(allIsHeader) {}
+
+  Extent read(LeadingEmptyLines emptyLines) {
+    m_at = m_begin = emptyLines == LeadingEmptyLines::skip ? afterEmptyLines() : 0;
+    bool goesOn = true;
+    while (goesOn && m_at < m_text.size()) goesOn = readLine();
+    if (goesOn) m_extent = {m_text.size(), m_text.size(), true, m_extent.limits};  // no empty line
+    m_extent.malformed |= m_anyNoField;
+    return m_extent;
+  }
+
+  bool anyOtherBreak() const noexcept { return m_anyOtherBreak; }
+  std::size_t fieldsBegin() const noexcept { return m_begin; }
+  std::size_t fieldsEnd() const noexcept { return m_count ? last().end() : m_begin; }
+
+  /// The rows in one allocation of the right size, offsets counted from the first field.
+  void giveRows(std::vector<Field>& rows) const {
+    rows.reserve(m_count);
+    const auto shift = static_cast<std::uint32_t>(m_begin);
+    for (std::size_t i = 0; i < m_count; ++i) {
+      Field row = i < kInPlace ? m_first[i] : m_further[i - kInPlace];
+      row.nameOffset -= shift;
+      row.valueOffset -= shift;
+      rows.push_back(row);
+    }
+  }
+
+ private:
+  /// Where the first field begins when nothing but empty lines, or lines of blanks, stands before it, else 0.
+  std::size_t afterEmptyLines() const noexcept {
+    std::size_t begin = 0;
+    for (std::size_t at = 0; at < m_text.size() && isSpaceAscii(m_text[at]);
+         at = afterLineBreak(m_text, at)) {
+      while (at < m_text.size() && isBlankAscii(m_text[at])) ++at;
+      if (endOfLine(m_text, at) != at) return 0;
+      begin = afterLineBreak(m_text, at);
+    }
+    return readFieldStart(m_text.substr(begin, endOfLine(m_text, begin) - begin)).nameSize > 0 ? begin : 0;
+  }
+
+  /// False when the header ended; m_extent is then complete.
+  bool readLine() {
+    const std::size_t end = endOfLine(m_text, m_at);
+    if (end == m_at) return endHeader(m_at, afterLineBreak(m_text, m_at), false);
+    const std::size_t next = afterLineBreak(m_text, end);
+    const std::string_view line = m_text.substr(m_at, end - m_at);
+    m_anyOtherBreak |= next != end + 2;
+    const bool continues = isBlankAscii(line.front()) && m_count > 0;
+    if (m_count == 0 && trim(line).empty()) return endHeader(m_at, next, false);
+    const FieldStart start = continues ? FieldStart{} : readFieldStart(line);
+    if (!continues && start.nameSize == 0 && !m_allIsHeader && !fieldFollows(next))
+      return endHeader(m_at, m_at, true);
+
+    if (next - m_begin > m_bounds.bytes)
+      return endAtLimit(continues ? last().nameOffset : m_at, Limit::headerBytes);
+    if (!continues && m_count == m_bounds.fields) return endAtLimit(m_at, Limit::headerFields);
+    if (continues)
+      last().valueSize = static_cast<std::uint32_t>(end - last().valueOffset);
+    else
+      addRow(line, start);
+    m_at = next;
+    return true;
+  }
+
+  bool endHeader(std::size_t headerEnd, std::size_t bodyBegin, bool malformed) noexcept {
+    m_extent = {headerEnd, bodyBegin, malformed, m_extent.limits};
+    return false;
+  }
+
+  /// A field that does not fit belongs to the body as a whole.
+  bool endAtLimit(std::size_t fieldBegin, Limit limit) noexcept {
+    if (m_count > 0 && last().nameOffset == fieldBegin) dropLast();
+    m_extent.limits.add(limit);
+    return endHeader(fieldBegin, fieldBegin, true);
+  }
+
+  /// Whether a field stands between here and the next empty line. A field that was found is remembered, so
+  /// that no line is looked at for more than one of those before it.
+  bool fieldFollows(std::size_t at) noexcept {
+    if (at <= m_knownField) return true;
+    const std::size_t limit = std::min(m_text.size(), at + kFieldReach);
+    while (at < limit) {
+      const std::size_t end = endOfLine(m_text, at);
+      if (end == at) return false;
+      if (readFieldStart(m_text.substr(at, end - at)).nameSize > 0) {
+        m_knownField = at;
+        return true;
+      }
+      at = afterLineBreak(m_text, end);
+    }
+    return false;
+  }
+
+  void addRow(std::string_view line, const FieldStart& start) {
+    const bool isField = start.nameSize > 0;
+    const std::size_t value = isField ? m_at + start.colon + 1 : m_at;
+    const Field row = {static_cast<std::uint32_t>(m_at), static_cast<std::uint32_t>(start.nameSize),
+                       static_cast<std::uint32_t>(value),
+                       static_cast<std::uint32_t>(m_at + line.size() - value),
+                       isField ? Kind::received : Kind::noField};
+    m_anyNoField |= !isField;
+    if (m_count < kInPlace)
+      m_first[m_count] = row;
+    else
+      m_further.push_back(row);
+    ++m_count;
+  }
+
+  void dropLast() noexcept {
+    if (m_count > kInPlace) m_further.pop_back();
+    --m_count;
+  }
+
+  Field& last() noexcept { return m_count > kInPlace ? m_further.back() : m_first[m_count - 1]; }
+  const Field& last() const noexcept { return m_count > kInPlace ? m_further.back() : m_first[m_count - 1]; }
+
+  static constexpr std::size_t kInPlace = 64;  ///< Most headers have fewer fields.
+
+  std::string_view m_text;
+  Bounds m_bounds;
+  bool m_allIsHeader;
+  bool m_anyNoField = false;
+  bool m_anyOtherBreak = false;
+  std::size_t m_begin = 0;
+  std::size_t m_at = 0;
+  std::size_t m_knownField = 0;  ///< Begin of a field found by looking ahead.
+  std::size_t m_count = 0;
+  Extent m_extent{};
+  std::array<Field, kInPlace> m_first;  // not initialised: m_count says how many there are
+  std::vector<Field> m_further;
+};
+
+MimeHeader::Extent MimeHeader::loadFromEntity(std::string_view text, LeadingEmptyLines emptyLines) {
+  clear();
+  Reader reader(text, {kMaxHeaderFields, kMaxHeaderBytes}, /*allIsHeader=*/false);
+  const Extent extent = reader.read(emptyLines);
+  takeFields(reader, text);
+  return extent;
+}
+
+void MimeHeader::loadMimeHeaderText(std::string_view text, LogBase& log) {
+  loadMimeHeaderText(text, nullptr, nullptr, log);
+}
+
+void MimeHeader::loadMimeHeaderText(std::string_view text, _svCharset* charsetOut,
+                                    _svContentType* contentTypeOut, LogBase&) {
+  neverThrow(false, [&] {
+    clear();
+    // Offsets have 32 bits; nobody sends such a header.
+    text = text.substr(0, std::numeric_limits<std::uint32_t>::max() - 1);
+    Reader reader(text, {text.size(), text.size()}, /*allIsHeader=*/true);
+    reader.read(LeadingEmptyLines::skip);
+    takeFields(reader, text);
+    const int index = findField("Content-Type");
+    if (index < 0) return true;
+    std::string scratch;
+    _svCharset charset;
+    _svContentType contentType;
+    contentType.loadFromMimeHeaderValue(unfoldedValue(index, scratch), charset);
+    if (charsetOut) charsetOut->copy(charset);
+    if (contentTypeOut) *contentTypeOut = std::move(contentType);
+    return true;
+  });
+}
+
+void MimeHeader::takeFields(const Reader& reader, std::string_view text) {
+  m_block.assign(text.substr(reader.fieldsBegin(), reader.fieldsEnd() - reader.fieldsBegin()));
+  reader.giveRows(m_fields);
+  m_loadedFromText = true;
+  m_hasOtherBreaks = reader.anyOtherBreak();
+  m_has8bit = !isAscii(m_block);
+  if (m_has8bit) detectCodePageOf8bit();
+}
+
+// 8-bit text
+
+void MimeHeader::detectCodePageOf8bit() {
+  if (isValidUtf8(m_block)) {
+    m_detectedCodePage = kCpUtf8;
+    return;
+  }
+  std::string bytes;  // of the values that are no utf-8
+  for (const Field& field : m_fields)
+    if (!isValidUtf8(lineOf(field))) bytes.append(valueOf(field)).append("\n");
+  const int declared = declaredCodePage();
+  std::string scratch;
+  const bool isRight = declared > 0 && decodeToUtf8(declared, bytes, scratch);
+  m_detectedCodePage = isRight ? declared : detectHeaderCodePage(bytes);
+}
+
+/// Code page of the charset parameter, 0 when it says nothing about 8-bit text in a header.
+int MimeHeader::declaredCodePage() const {
+  std::string scratch;
+  const ParameterizedValue type = parseParameterizedValue(unfoldedValue(findField("Content-Type"), scratch));
+  const std::string* label = type.params.find("charset");
+  const int codePage = label ? codePageOfCharset(*label) : 0;
+  return codePage == writableCodePage(codePage) && !isStatefulCodePage(codePage) ? codePage : 0;
+}
+
+int MimeHeader::codePageOfValue(std::string_view raw) const noexcept {
+  if (isValidUtf8(raw)) return kCpUtf8;
+  return m_detectedCodePage > 0 && m_detectedCodePage != kCpUtf8 ? m_detectedCodePage : kLastResortCodePage;
+}
+
+void MimeHeader::encode8bitFields() {
+  if (!m_has8bit) return;
+  std::string scratch;
+  for (int i = 0; i < getNumFields(); ++i) {
+    Field& row = m_fields[static_cast<std::size_t>(i)];
+    if (row.kind != Kind::received || isAscii(lineOf(row))) continue;
+    const int codePage = codePageOfValue(valueOf(row));
+    const std::string name(nameOf(row));
+    const RenderedValue value = renderHeaderValue(name, unfolded(row, scratch), codePage);
+    if (value.complete && isAscii(value.text)) writeRow(row, name, value.text, Kind::asGiven);
+  }
+}
+
+}  // namespace mailtree

@@ -1,0 +1,184 @@
+// Laws of loading and writing together, over trees made here, over the samples, and over any folder of
+// messages named by the environment variable MAILTREE_CORPUS.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+#include "tests/support/messages.h"
+#include "tests/support/tree_notation.h"
+
+namespace mailtree {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// What must be the same after a message was written and loaded again, one line for each part.
+std::string describe(const Email2& node, int depth = 0) {
+  // Text without a type gets one when it has to be labelled.
+  const std::string_view type =
+      node.m_contentType.m_type.isEmpty() ? "text/plain" : node.m_contentType.m_type.view();
+  const bool isText = type.starts_with("text/");
+  StringBuffer body(node.m_body.view());
+  if (isText) body.toCRLF();
+  // A page may be given a structure and a charset tag when it is written.
+  if (type == "text/html") body.clear();
+  if (node.getNumParts()) body.clear();
+  std::string line(static_cast<std::size_t>(depth), ' ');
+  for (const std::string_view text : {type, node.m_contentType.m_name.view(), node.m_disposition.view(),
+                                      node.m_dispFilename.view(), node.m_contentId.view(), body.view()})
+    line.append("[").append(text).append("]");
+  line += "\n";
+  for (int i = 0; i < node.getNumParts(); ++i) line += describe(*node.getPartConst(i), depth + 1);
+  return line;
+}
+
+std::string headline(const Email2& node) {
+  std::string text;
+  for (const char* name : {"Subject", "From", "To", "Cc", "Date", "Message-ID"})
+    text += field(node, name) + "\n";
+  return text;
+}
+
+/// First place where two texts differ, with what stands around it.
+::testing::AssertionResult sameText(const std::string& a, const std::string& b) {
+  if (a == b) return ::testing::AssertionSuccess();
+  const auto at =
+      static_cast<std::size_t>(std::mismatch(a.begin(), a.end(), b.begin(), b.end()).first - a.begin());
+  const std::size_t from = at < 60 ? 0 : at - 60;
+  return ::testing::AssertionFailure()
+         << "differ at " << at << ":\n  " << ::testing::PrintToString(a.substr(from, 120)) << "\n  "
+         << ::testing::PrintToString(b.substr(from, 120));
+}
+
+void checkLaws(const std::string& message, const std::string& name) {
+  const EmailPtr first = load(message);
+  ASSERT_TRUE(first) << name;
+  const std::string before = describe(*first), headlineBefore = headline(*first);
+  const std::string written = write(*first);
+  const EmailPtr second = load(written);
+  EXPECT_TRUE(sameText(before, describe(*second))) << name << ": loaded, written, loaded";
+  EXPECT_TRUE(sameText(headlineBefore, headline(*second))) << name << ": header loaded, written, loaded";
+  EXPECT_TRUE(sameText(written, write(*second))) << name << ": written, loaded, written";
+  EXPECT_TRUE(sameText(written, write(*first))) << name << ": written twice";
+}
+
+std::string contentOf(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+std::vector<fs::path> messagesIn(const fs::path& folder) {
+  std::vector<fs::path> paths;
+  for (const auto& entry : fs::recursive_directory_iterator(folder))
+    if (entry.is_regular_file() && entry.path().extension() == ".eml") paths.push_back(entry.path());
+  std::sort(paths.begin(), paths.end());
+  return paths;
+}
+
+TEST(RoundTrip, holds_for_trees_made_by_hand) {
+  LogNull log;
+  const char* const trees[] = {
+      "plain",
+      "plain[enc=base64]",
+      "html[enc=quoted-printable]",
+      "none[body=words]",
+      "alternative(plain,html)",
+      "mixed(alternative(plain,related(html,png[cid=<a@b>,name=a.png])),pdf[name=a b.pdf]:attachment)",
+      "mixed(plain,plain[file=a.txt,body=x  y]:attachment,html[file=a.html]:inline)",
+      "mixed(mixed(mixed(plain)),mixed)",
+      "digest(rfc822[body=Subject: a],rfc822[body=Subject: b])",
+      "report(plain,delivery,rfc822[enc=8bit])",
+      "signed(plain,p7s[file=smime.p7s]:attachment)",
+      "mixed(plain[body=.],plain[body=--],plain[body=From x],plain[body= ])",
+  };
+  for (const char* tree : trees) {
+    for (const int codePage : {0, kCpUtf8, 1252, 20866, kCpUsAscii}) {
+      const EmailPtr made = buildTree(tree);
+      made->use_codepage(codePage);
+      made->setHeaderField("Subject", "na\xC3\xAFve \xD0\xB4\xD0\xB0 =?x?= \"\xE6\x97\xA5\"", log);
+      made->setHeaderField("X-Long", std::string(700, 'x').c_str(), log);
+      made->addRecipient(1, "D\xC3\xBCrer, Albrecht", "ad@x.org", log);
+      const std::string name = std::string(tree) + " in " + std::to_string(codePage);
+      const std::string written = write(*made);
+      const EmailPtr loaded = load(written);
+      EXPECT_EQ(printTree(loaded), printTree(made)) << name;
+      EXPECT_TRUE(sameText(headline(*made), headline(*loaded))) << name;
+      EXPECT_TRUE(sameText(written, write(*loaded))) << name;
+      EXPECT_TRUE(sameText(written, writeToSink(*loaded))) << name;
+    }
+  }
+}
+
+TEST(RoundTrip, holds_for_text_of_every_kind_in_every_encoding) {
+  const std::string_view bodies[] = {
+      "",
+      "words",
+      "words\r\n",
+      "\r\n",
+      "\r\n\r\nwords\r\n\r\n",
+      "trailing blank \r\n\t\r\n",
+      "=3D = ==\r\n",
+      ".\r\n..\r\n",
+      "--b=_\r\nno boundary\r\n",
+      "gr\xC3\xBC\xC3\x9F\r\n",
+      "\xD0\xB4\xD0\xB0\r\n",
+      "\xE6\x97\xA5\xE6\x9C\xAC\r\n",
+  };
+  LogNull log;
+  for (const std::string_view body : bodies) {
+    for (const char* encoding : {"7bit", "8bit", "quoted-printable", "base64", "binary"}) {
+      for (const int codePage : {kCpUtf8, 1252, 20866, 50220, kCpUsAscii, 54936}) {
+        const EmailPtr made = buildTree("mixed(plain,pdf)");
+        made->use_codepage(codePage);
+        for (int i = 0; i < 2; ++i) {
+          made->getPart(i)->m_body.clear();
+          made->getPart(i)->m_body.append(body);
+          made->getPart(i)->setContentEncodingNonRecursive(encoding, log);
+        }
+        const std::string name = std::string(body) + " as " + encoding + " in " + std::to_string(codePage);
+        const std::string written = write(*made);
+        const EmailPtr loaded = load(written);
+        ASSERT_EQ(printTree(loaded), "mixed(plain,pdf)") << name;
+        EXPECT_EQ(loaded->getPart(0)->m_body.view(), body) << name;
+        EXPECT_EQ(loaded->getPart(1)->m_body.view(), body) << name;
+        EXPECT_TRUE(sameText(written, write(*loaded))) << name;
+      }
+    }
+  }
+}
+
+TEST(RoundTrip, keeps_received_fields_as_they_were_folded) {
+  const std::string header =
+      "Received: from a\r\n\tby b;\r\n  Mon, 2 Mar 2020 00:00:00 +0000\r\nSUBJECT:no blank\r\nsubject :  two "
+      " \r\n"
+      "X-Odd:\r\n =?utf-8?Q?=C3=BC?=\r\n =?utf-8?Q?=C3=BC?=\r\nX-Empty:\r\nFrom: \"A\" <a@x.org>\r\n"
+      "Content-Type: Text/Plain;\r\n\tCHARSET=\"UTF-8\"\r\n";
+  for (const char* body : {"body", ""})
+    EXPECT_EQ(write(*load(header + "\r\n" + body)), header + "\r\n" + body);
+}
+
+TEST(RoundTrip, holds_for_the_samples) {
+  const std::vector<fs::path> paths = messagesIn(MAILTREE_SAMPLES);
+  ASSERT_GE(paths.size(), 12u) << MAILTREE_SAMPLES;
+  for (const fs::path& path : paths) {
+    const std::string message = contentOf(path);
+    checkLaws(message, path.filename().string());
+    checkLaws(crlf(message), path.filename().string() + " with CRLF");
+  }
+}
+
+TEST(RoundTrip, holds_for_a_folder_of_real_messages) {
+  const char* const folder = std::getenv("MAILTREE_CORPUS");
+  if (!folder) GTEST_SKIP() << "MAILTREE_CORPUS names no folder of messages";
+  const std::vector<fs::path> paths = messagesIn(folder);
+  ASSERT_FALSE(paths.empty()) << folder;
+  for (const fs::path& path : paths) checkLaws(contentOf(path), path.filename().string());
+}
+
+}  // namespace
+}  // namespace mailtree

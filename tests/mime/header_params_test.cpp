@@ -1,0 +1,193 @@
+// Parameters of header values: read from whatever is sent, written so that everybody can read them.
+#include "mailtree/mime/HeaderParams.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <random>
+#include <string>
+
+#include "mailtree/base/Utf.h"
+#include "mailtree/mime/Limits.h"
+
+namespace mailtree {
+namespace {
+
+/// "value|name=value|name=value"
+std::string show(std::string_view text) {
+  const ParameterizedValue parsed = parseParameterizedValue(text);
+  std::string out(parsed.value);
+  for (const auto& param : parsed.params.params()) out += "|" + param.name + "=" + param.value;
+  return out;
+}
+
+TEST(HeaderParams, reads_what_mailers_send) {
+  const struct {
+    const char* value;
+    const char* read;
+  } rows[] = {
+      {"text/plain", "text/plain"},
+      {"", ""},
+      {"text/plain; charset=utf-8; format=flowed", "text/plain|charset=utf-8|format=flowed"},
+      {"  text/plain ;; Charset = \"utf-8\" ; ", "text/plain|Charset=utf-8"},
+      {"text/plain (a; b) ; charset=us-ascii (plain; really)", "text/plain|charset=us-ascii"},
+      {"(first) text/plain; (odd (nested)) a=b", "text/plain|a=b"},
+      {"text/plain (never closed; charset=utf-8", "text/plain (never closed|charset=utf-8"},
+      // Quotes and what stands in for them
+      {"a/b; name=\"x \\\"y\\\" \\\\z; w\"", "a/b|name=x \"y\" \\z; w"},
+      {"a; filename=\"C:\\temp\\new.txt\"", "a|filename=C:\\temp\\new.txt"},
+      {"a; filename=\"C:\\temp\\\"; size=5", "a|filename=C:\\temp\\|size=5"},
+      {"a; filename=\"my \"best\" file.txt\"; size=1", "a|filename=my \"best\" file.txt|size=1"},
+      {"a; filename=\"never closed.txt", "a|filename=never closed.txt"},
+      {"a; filename=\"never; closed.txt", "a|filename=never; closed.txt"},
+      {"a; filename=\"never closed.txt; size=5", "a|filename=never closed.txt|size=5"},
+      {"a; boundary=\"abc; charset=\"utf-8\"", "a|boundary=abc|charset=utf-8"},
+      {"a; boundary=\"abc\"rubbish; name=\"x\"", "a|boundary=abc|name=x"},
+      {"a; charset='utf-8'; boundary='x'", "a|charset=utf-8|boundary='x'"},
+      {"a; name=\"\"; b=", "a|name=|b="},
+      // Characters that need quotes, and blanks
+      {"multipart/mixed; boundary=----=_Next; type=x/y", "multipart/mixed|boundary=----=_Next|type=x/y"},
+      {"a; boundary=a:b?c,(d)=e", "a|boundary=a:b?c,(d)=e"},
+      {"a; filename=my file (1).txt ; size=5", "a|filename=my file (1).txt|size=5"},
+      {"a; boundary", "a"},
+      {"a; flowed; charset=x", "a|charset=x"},
+      // Missing and odd separators
+      {"text/html charset=utf-8", "text/html|charset=utf-8"},
+      {"text/html, charset = utf-8", "text/html|charset=utf-8"},
+      {"text/html; charset=utf-8 format=flowed", "text/html|charset=utf-8|format=flowed"},
+      {"a; name=\"a.txt\" filename=\"b.txt\"", "a|name=a.txt|filename=b.txt"},
+      {"filename=x.txt", "|filename=x.txt"},
+      {"; filename=x.txt", "|filename=x.txt"},
+      {"\"attachment\"; filename=x", "attachment|filename=x"},
+      {"a; =x; b=y", "a|b=y"},
+      {"a; x=1; X=2", "a|x=1"},
+      // RFC 2231
+      {"a; filename*=utf-8''caf%C3%A9.txt", "a|filename=café.txt"},
+      {"a; filename*=iso-8859-1'fr'caf%E9", "a|filename=café"},
+      {"a; filename*=\"utf-8''caf%C3%A9\"", "a|filename=café"},
+      {"a; filename=\"fallback\"; filename*=utf-8''%C3%A9", "a|filename=é"},
+      {"a; filename*=utf-8''%C3%A9; filename=\"fallback\"; size=1", "a|filename=é|size=1"},
+      {"a; n*0=\"one \"; n*1=two; n*2*=%20th%72ee", "a|n=one two three"},
+      {"a; n*1*=%A9x; n*0*=utf-8''caf%C3", "a|n=caféx"},
+      {"a; n*0*=''a; n*1=%41", "a|n=a%41"},
+      {"a; n*0=a; n*0=b; n*2=c", "a|n=ac"},
+      {"a; n*=it's 100%", "a|n=it's 100%"},
+      {"a; n*=x-nobody'en'caf%C3%A9", "a|n=café"},
+      {"a; n*10=k; n*9=j; n*0=a", "a|n=ajk"},
+      {"a; n*x=1; n*-1=2", "a|n*x=1|n*-1=2"},
+      {"a; n*=utf-8''a%0D%0Ab%00c", "a|n=abc"},
+      // Encoded words where none belong
+      {"a; filename=\"=?utf-8?Q?caf=C3=A9?=.txt\"", "a|filename=café.txt"},
+      {"a; filename==?utf-8?Q?caf=C3=A9?=", "a|filename=café"},
+      {"a; name=\"=?utf-8?B?w6k=?= =?utf-8?B?w6k=?=\"", "a|name=éé"},
+      {"a; n*0=\"=?utf-8?Q?caf\"; n*1=\"=C3=A9?=\"", "a|n=café"},
+  };
+  for (const auto& row : rows) EXPECT_EQ(show(row.value), row.read) << row.value;
+}
+
+TEST(HeaderParams, the_rest_beyond_the_limit_is_not_read_and_said_so) {
+  std::string text = "a/b";
+  for (int i = 0; i < kMaxParameters; ++i) text += "; p" + std::to_string(i) + "=v";
+  EXPECT_FALSE(parseParameterizedValue(text).overLimit);
+  const ParameterizedValue parsed = parseParameterizedValue(text + "; more=v");
+  EXPECT_TRUE(parsed.overLimit);
+  EXPECT_EQ(parsed.params.params().size(), static_cast<std::size_t>(kMaxParameters));
+}
+
+TEST(HeaderParams, hostile_values_are_read_in_linear_time) {
+  for (const char* piece : {"(", "\"", "; a=\"x", "; a=\"\\\"", "a=\"x b", ";", " ", "; a*0=b", "; a=(",
+                            "; a==?", "\\", "; a=\"x b@=\"", "; a*=utf-8''%FF"}) {
+    std::string text = "a/b; c=\"";
+    while (text.size() < 2'000'000) text += piece;
+    const auto begin = std::chrono::steady_clock::now();
+    parseParameterizedValue(text);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2)) << piece;
+  }
+}
+
+TEST(HeaderParams, set_keeps_order_and_takes_by_name) {
+  _svParamSet params;
+  params.addParam("Method", "REQUEST\r\nX: y");
+  params.addParam("a", "1");
+  params.addParam("method", "2");
+  ASSERT_NE(params.find("METHOD"), nullptr);
+  EXPECT_EQ(*params.find("METHOD"), "REQUESTX: y");
+  std::string value;
+  EXPECT_TRUE(params.take("method", value));
+  EXPECT_EQ(params.params().size(), 1u);
+  EXPECT_FALSE(params.take("method", value));
+}
+
+TEST(HeaderParams, writes_the_simplest_form_that_carries_the_value) {
+  const struct {
+    const char* value;
+    int codePage;
+    bool withFallback;
+    const char* written;
+  } rows[] = {
+      {"utf-8", 65001, true, "; n=utf-8"},
+      {"", 65001, true, "; n=\"\""},
+      {"my file.txt", 65001, true, "; n=\"my file.txt\""},
+      {"a\"b\\c", 65001, true, "; n=\"a\\\"b\\\\c\""},
+      {"'x'", 65001, true, "; n=\"'x'\""},
+      {"café.txt", 65001, false, "; n*=utf-8''caf%C3%A9.txt"},
+      {"café.txt", 65001, true, "; n=cafe.txt; n*=utf-8''caf%C3%A9.txt"},
+      {"café.txt", 28591, false, "; n*=iso-8859-1''caf%E9.txt"},
+      {"日本.txt", 28591, true, "; n=_.txt; n*=utf-8''%E6%97%A5%E6%9C%AC.txt"},
+      {"=?utf-8?Q?x?=", 65001, false, "; n*=utf-8''%3D%3Futf-8%3FQ%3Fx%3F%3D"},
+      {"a\r\nBcc: b", 65001, true, "; n=\"aBcc: b\""},
+      {"a\tb", 65001, false, "; n*=utf-8''a%09b"},
+  };
+  for (const auto& row : rows) {
+    std::string out;
+    appendParam("n", row.value, row.codePage, row.withFallback, out);
+    EXPECT_EQ(out, row.written) << row.value;
+  }
+  std::string forged;
+  appendParam("n; x", "v", 65001, false, forged);
+  EXPECT_EQ(forged, "");
+}
+
+TEST(HeaderParams, what_is_written_reads_back_the_same) {
+  static const std::string pieces[] = {"\"",
+                                       "\\",
+                                       ";",
+                                       " ",
+                                       "=",
+                                       "'",
+                                       "%",
+                                       "a",
+                                       "b*0",
+                                       "é",
+                                       "日",
+                                       "😀",
+                                       "(",
+                                       ")",
+                                       "=?",
+                                       "?=",
+                                       "=?utf-8?Q?x?=",
+                                       "\x01",
+                                       "; x=\"",
+                                       "\\\"",
+                                       ",",
+                                       "C:\\",
+                                       std::string(80, 'a'),
+                                       std::string(500, 'x')};
+  std::mt19937 random(7);
+  const int codePages[] = {65001, 28591, 50220, 932};
+  for (int round = 0; round < 5000; ++round) {
+    std::string value;
+    for (std::size_t n = 1 + random() % 10; n > 0; --n) value += pieces[random() % std::size(pieces)];
+    std::string text = "attachment";
+    appendParam("filename", value, codePages[random() % std::size(codePages)], round % 2 == 0, text);
+    appendParam("size", "5", 0, false, text);
+    ASSERT_TRUE(isAscii(text));
+    const ParameterizedValue parsed = parseParameterizedValue(text);
+    ASSERT_EQ(parsed.value, "attachment") << text;
+    ASSERT_EQ(parsed.params.params().size(), 2u) << text;
+    ASSERT_EQ(*parsed.params.find("filename"), value) << text;
+  }
+}
+
+}  // namespace
+}  // namespace mailtree

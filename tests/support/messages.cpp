@@ -1,0 +1,59 @@
+#include "tests/support/messages.h"
+
+namespace mailtree {
+namespace {
+
+std::string writeTo(Email2& node, const WriteOptions& options, StringBuffer& text, _svOutput* sink) {
+  LogNull log;
+  ProgressContext progress(nullptr);
+  const bool written = node.assembleMimeBody2(text, sink, options.dotStuff, options.omitPrefix, progress, log,
+                                              /*depth=*/0, options.qpFor8bit, options.isTop);
+  return written ? "" : "FAILED";
+}
+
+}  // namespace
+
+EmailPtr load(std::string_view message) {
+  LogNull log;
+  SystemCerts certs;
+  StringBuffer mime(message);
+  return EmailPtr(Email2::createFromMimeText2(*new _svEmailCommon, mime, /*discardInput=*/true,
+                                              /*unwrap=*/false, certs, log, /*parseOption=*/false));
+}
+
+EmailPtr loadPop3(std::string_view message) {
+  LogNull log;
+  SystemCerts certs;
+  DataBuffer raw;
+  raw.append(message);
+  return EmailPtr(Email2::createFromPop3(*new _svEmailCommon, raw, /*unwrap=*/false, certs, log));
+}
+
+std::string write(Email2& node, const WriteOptions& options) {
+  StringBuffer text;
+  const std::string failure = writeTo(node, options, text, nullptr);
+  return failure.empty() ? text.extractString() : failure;
+}
+
+std::string writeToSink(Email2& node, const WriteOptions& options) {
+  StringBuffer unused;
+  DataBuffer bytes;
+  MemoryOutput sink(bytes);
+  const std::string failure = writeTo(node, options, unused, &sink);
+  if (!unused.isEmpty()) return "TEXT TOUCHED";
+  return failure.empty() ? std::string(bytes.view()) : failure;
+}
+
+std::string crlf(std::string_view text) {
+  std::string out;
+  for (const char c : text) out.append(c == '\n' ? "\r\n" : std::string(1, c));
+  return out;
+}
+
+std::string field(const Email2& node, const char* name) {
+  LogNull log;
+  StringBuffer value;
+  return node.getHeaderFieldUtf8(name, value, log) ? value.extractString() : "(absent)";
+}
+
+}  // namespace mailtree
