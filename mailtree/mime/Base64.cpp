@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "mailtree/base/Ascii.h"
 #include "mailtree/mime/Base64Internal.h"
 
 namespace mailtree::base64 {
@@ -49,6 +50,19 @@ char* encodeRun(const std::uint8_t* data, std::size_t size, char* out) noexcept 
   return out + 4;
 }
 
+/// Where decoding goes on behind the padding at p. Mailing lists put their footers, in clear, behind a padded text: once the
+/// padding ends its line, the next line must look like base64 or all that follows is left alone.
+const char* afterPadding(const char* p, const char* end) noexcept {
+  constexpr std::ptrdiff_t kEnough = 256;
+  const char* at = p;
+  while (at < end && (*at == '=' || *at == ' ' || *at == '\t')) ++at;
+  if (at == end || (*at != '\r' && *at != '\n')) return p;
+  while (at < end && isSpaceAscii(*at)) ++at;
+  for (const char* const stop = at + std::min(kEnough, end - at); at < stop && *at != '\r' && *at != '\n'; ++at)
+    if (digitValue(*at) == kNoDigit && *at != '=') return end;
+  return p;
+}
+
 }  // namespace
 
 void decodeGroup(const char*& p, const char* end, std::uint8_t*& out) noexcept {
@@ -61,6 +75,7 @@ void decodeGroup(const char*& p, const char* end, std::uint8_t*& out) noexcept {
       bits = bits << 6 | value;
       ++digits;
     } else if (c == '=' && digits) {
+      p = afterPadding(p, end);
       break;
     }
   }
