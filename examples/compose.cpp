@@ -3,7 +3,7 @@
 
 #include "mailtree/email/Email2.h"
 
-using namespace mailtree;  // NOLINT(google-build-using-namespace): an example
+using namespace mailtree;
 
 int main() {
   LogMemory log;

@@ -10,7 +10,7 @@
 #include "mailtree/mime/ContentCoding.h"
 #include "mailtree/mime/Uu.h"
 
-using namespace mailtree;  // NOLINT(google-build-using-namespace): a program, not a header
+using namespace mailtree;
 
 namespace {
 

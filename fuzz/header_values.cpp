@@ -12,7 +12,7 @@
 #include "mailtree/mime/Html.h"
 #include "mailtree/mime/MimeHeader.h"
 
-using namespace mailtree;  // NOLINT(google-build-using-namespace): a program, not a header
+using namespace mailtree;
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include "fuzz/target.h"
 #include "mailtree/email/Email2.h"
 
-using namespace mailtree;  // NOLINT(google-build-using-namespace): a program, not a header
+using namespace mailtree;
 
 namespace {
 

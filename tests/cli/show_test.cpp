@@ -120,7 +120,7 @@ TEST(Show, draws_the_tree_for_a_person) {
   EXPECT_THAT(result.out, HasSubstr("From:    \"Ortiz, Carmen\" <carmen.ortiz@atlas.example>\n"));
   EXPECT_THAT(result.out, HasSubstr("Date:    Mon, 20 Apr 2026 20:45:09 +0000\n"))
       << "in the reader's own zone";
-  EXPECT_THAT(result.out, HasSubstr("|- 1 text/plain  iso-8859-1  quoted-printable  81 B  [body]\n"));
+  EXPECT_THAT(result.out, HasSubstr("|- 1 text/plain  iso-8859-1  quoted-printable  91 B  [body]\n"));
   EXPECT_THAT(result.out, HasSubstr("Preisliste Straßen.csv  [attachment: Yes (disposition=attachment)]\n"));
   EXPECT_THAT(result.out, HasSubstr("`- 5 application/zip"));
   EXPECT_THAT(result.out,
