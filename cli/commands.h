@@ -1,5 +1,4 @@
-// cli/commands.h - the verbs. Each adds itself to the command line and stores what to do when it was asked
-// for.
+// cli/commands.h - the verbs. Each adds itself to the command line and stores what to do when it is named.
 #pragma once
 
 #include <functional>

@@ -4,6 +4,7 @@
 #include <iostream>
 #include <memory>
 
+#include "cli/arguments.h"
 #include "cli/commands.h"
 #include "cli/input.h"
 #include "cli/views/terminal.h"
@@ -69,8 +70,8 @@ Exit headers(const HeadersOptions& options) {
 void addHeaders(CLI::App& app, Action& action) {
   auto options = std::make_shared<HeadersOptions>();
   CLI::App* verb = app.add_subcommand("headers", "Print header fields, decoded");
-  verb->add_option("FILE", options->file, "Message; - is standard input")->required();
-  verb->add_option("NAME", options->names, "Only these fields, values alone; status 1 when there is none");
+  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
+  addTexts(*verb, "NAME", options->names, "Only these fields, values alone; status 1 when there is none");
   verb->add_flag("--raw", options->raw, "Values as they are: folded and encoded");
   verb->footer("Example:\n  mailtree headers mail.eml\n  mailtree headers mail.eml subject date");
   verb->callback([options, &action] { action = [options] { return headers(*options); }; });

@@ -1,20 +1,38 @@
 #include "cli/input.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <iostream>
+#include <system_error>
 
 #include "cli/views/terminal.h"
 
 namespace mailtree::cli {
 namespace {
 
-constexpr const char* kStandardInput = "/dev/stdin";
+constexpr std::size_t kReadChunk = std::size_t{64} * 1024;
+
+/// Reads the descriptor itself, from where it stands to its end; 0 or the errno that stopped it. Opening
+/// /dev/stdin instead would start a file anew, and fails for sockets and for files only the opener may read.
+int readStandardInput(DataBuffer& bytes) {
+  for (;;) {
+    unsigned char* const room = bytes.appendUninitialized(kReadChunk);
+    if (!room) return ENOMEM;
+    const ssize_t count = ::read(STDIN_FILENO, room, kReadChunk);
+    const int error = count < 0 ? errno : 0;
+    bytes.shorten(kReadChunk - static_cast<std::size_t>(count < 0 ? 0 : count));
+    if (error == EINTR) continue;
+    if (count <= 0) return error;
+  }
+}
 
 }  // namespace
 
+void complain(std::string_view problem) { std::cerr << "mailtree: " << printable(problem) << '\n'; }
+
 void complain(std::string_view file, std::string_view problem) {
-  std::cerr << "mailtree: ";
-  if (!file.empty()) std::cerr << printable(file) << ": ";
-  std::cerr << printable(problem) << '\n';
+  complain((file.empty() ? "''" : std::string(file)).append(": ").append(problem));
 }
 
 std::string lastError(const LogMemory& log, std::string_view otherwise) {
@@ -31,8 +49,13 @@ Exit finishStandardOutput() {
 }
 
 bool readFile(const std::string& path, DataBuffer& bytes) {
+  if (path == "-") {
+    const int error = readStandardInput(bytes);
+    if (error) complain(path, std::generic_category().message(error));
+    return error == 0;
+  }
   LogMemory log;
-  if (bytes.loadFileUtf8(path == "-" ? kStandardInput : path.c_str(), log)) return true;
+  if (bytes.loadFileUtf8(path.c_str(), log)) return true;
   complain(path, lastError(log, "cannot be read"));
   return false;
 }

@@ -10,7 +10,9 @@
 
 namespace mailtree::cli {
 
-/// Writes "mailtree: FILE: what is wrong" to standard error; without a file "mailtree: what is wrong".
+/// Writes "mailtree: what is wrong" to standard error.
+void complain(std::string_view problem);
+/// Writes "mailtree: FILE: what is wrong"; an empty name shows as ''.
 void complain(std::string_view file, std::string_view problem);
 
 /// The last error of a log; `otherwise` when it holds none.

@@ -3,6 +3,7 @@
 #include <exception>
 #include <iostream>
 
+#include "cli/arguments.h"
 #include "cli/commands.h"
 #include "cli/input.h"
 
@@ -16,7 +17,7 @@ constexpr const char* kFooter =
 
 int usageError(const CLI::App& app, const CLI::ParseError& error) {
   if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
-  complain("", error.what());
+  complain(error.what());
   std::cerr << "Run with --help for usage.\n";
   return static_cast<int>(Exit::usage);
 }
@@ -32,7 +33,7 @@ int run(int argc, char** argv) {
   addWrite(app, action);
   addHeaders(app, action);
   try {
-    app.parse(argc, argv);
+    app.parse(protectedArguments(argc, argv));
   } catch (const CLI::ParseError& error) {
     return usageError(app, error);
   }
@@ -46,7 +47,7 @@ int main(int argc, char** argv) {
   try {
     return mailtree::cli::run(argc, argv);
   } catch (const std::exception& error) {  // out of memory, or a stream that throws
-    mailtree::cli::complain("", error.what());
+    mailtree::cli::complain(error.what());
     return static_cast<int>(mailtree::cli::Exit::unreadable);
   }
 }

@@ -3,6 +3,7 @@
 #include <iostream>
 #include <memory>
 
+#include "cli/arguments.h"
 #include "cli/commands.h"
 #include "cli/input.h"
 #include "cli/views/json_view.h"
@@ -57,7 +58,7 @@ Exit show(const ShowOptions& options) {
 void addShow(CLI::App& app, Action& action) {
   auto options = std::make_shared<ShowOptions>();
   CLI::App* verb = app.add_subcommand("show", "Show messages: who, what, the tree of parts, the first lines");
-  verb->add_option("FILE", options->files, "Messages; - is standard input")->required();
+  addTexts(*verb, "FILE", options->files, "Messages; - is standard input")->required();
   verb->add_flag("--json", options->json, "One JSON object per message, one line each");
   verb->add_flag("--headers", options->headers, "Every header field, decoded");
   verb->add_flag("-v,--verbose", options->verbose, "Why a part is an attachment, what was repaired");

@@ -3,6 +3,7 @@
 #include <iostream>
 #include <memory>
 
+#include "cli/arguments.h"
 #include "cli/commands.h"
 #include "cli/input.h"
 
@@ -56,9 +57,10 @@ Exit write(const WriteOptions& options) {
 void addWrite(CLI::App& app, Action& action) {
   auto options = std::make_shared<WriteOptions>();
   CLI::App* verb = app.add_subcommand("write", "Load a message and write it back as MIME");
-  verb->add_option("FILE", options->file, "Message; - is standard input")->required();
-  verb->add_option("-o,--output", options->output,
-                   "File to write, whole or not at all; standard output without it");
+  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
+  addText(*verb, "-o,--output", options->output,
+          "File to write, whole or not at all; standard output without it")
+      ->check([](const std::string& name) { return std::string(name.empty() ? "the name is empty" : ""); });
   verb->add_flag("--8bit-to-qp", options->qpFor8bit, "Write 8bit parts as quoted-printable");
   verb->add_flag("--dot-stuff", options->dotStuff,
                  "Double leading dots of unencoded bodies, as SMTP asks for");

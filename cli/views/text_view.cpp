@@ -5,12 +5,15 @@
 #include <ctime>
 #include <ostream>
 
+#include "mailtree/base/Utf.h"
+
 namespace mailtree::cli {
 namespace {
 
 constexpr std::size_t kLabelWidth = 9;
 constexpr std::size_t kMaxTextLines = 12;
 constexpr std::size_t kMaxLineWidth = 100;
+constexpr std::size_t kMaxLineBytes = 8 * kMaxLineWidth;  ///< No more of a line is measured.
 constexpr std::size_t kMaxAddressesShown = 10;
 
 struct Drawing {
@@ -138,9 +141,12 @@ void writeFirstLines(std::ostream& out, std::string_view text) {
       return;
     }
     const std::size_t end = std::min(text.find('\n'), text.size());
-    const std::string line = printable(trimRight(text.substr(0, std::min(end, 8 * kMaxLineWidth))));
+    const std::string_view whole = trimRight(text.substr(0, end));
+    const std::string_view measured = whole.substr(0, utf8PrefixLength(whole, kMaxLineBytes));
+    const std::string line = printable(measured);
     const std::string_view shown = fitWidth(line, kMaxLineWidth);
-    out << (shown.empty() ? "" : "  ") << shown << (shown.size() < line.size() ? "..." : "") << '\n';
+    const bool isCut = measured.size() < whole.size() || shown.size() < line.size();
+    out << (shown.empty() ? "" : "  ") << shown << (isCut ? "..." : "") << '\n';
     text.remove_prefix(std::min(end + 1, text.size()));
   }
 }

@@ -1,8 +1,7 @@
 // base/DataBuffer.h - growable byte buffer: bodies, files, whole messages.
 //
 //   Memory     Grows without initialising what it adds; moves, never copies, with takeData. After borrowData
-//   the
-//              bytes belong to somebody else: they are copied at the first change.
+//              the bytes belong to somebody else: they are copied at the first change.
 //   Failure    false when memory ran out (the bytes are then unchanged) or when the operation says so.
 #pragma once
 

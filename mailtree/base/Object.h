@@ -1,10 +1,9 @@
 // base/Object.h - roots of the object model: validity markers, ownership, reference counts.
 //
 //   Marker     Every object carries a 32-bit marker while it is alive and loses it when it is destroyed, so
-//   that
-//              a use after destruction can be refused instead of followed.
+//              that a use after destruction can be refused instead of followed.
 //   Ownership  Owned<T> is the owner used inside; ObjectOwner and deleteObject serve the operations' raw
-//   edge.
+//              edge.
 #pragma once
 
 #include <atomic>

@@ -1,8 +1,7 @@
 // base/Output.h - byte sinks, and the progress of one operation.
 //
 //   Failure    A write returns false when the sink failed or the operation was aborted. A sink that failed,
-//   and a
-//              progress that was aborted, stay so: every later write fails too.
+//              and a progress that was aborted, stay so: every later write fails too.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,4 @@
-// base/Utf.h - utf-8 and utf-16: validation, code points, conversion. Malformed input becomes U+FFFD, never
-// an error.
+// base/Utf.h - utf-8 and utf-16: validation, code points, conversion. Malformed input becomes U+FFFD.
 #pragma once
 
 #include <cstddef>

@@ -1,14 +1,13 @@
-// email/Email2.h - one node of an email tree: a whole message or one MIME part. The one header a user
-// includes.
+// email/Email2.h - a node of an email tree: a message or a part of one. The one header a user includes.
 //
 //   Ownership  A parent owns its subparts. get*/find* lend; create*/extract* hand over; insert*/add* take.
-//   EmailPtr is the
-//              owner to use; lists filled by enumerations hold borrowed pointers.
+//              EmailPtr is the owner to use; lists filled by enumerations hold borrowed pointers.
 //   Failure    false, 0, -1 or null, with the reason in the LogBase. Nothing throws. Each operation says what
-//   outputs hold. Text       UTF-8 in and out, unless the name ends in Ansi or Mb. Sizes are bytes, indexes
-//   start at 0. Liveness   Every operation first checks the node's validity marker; on a destroyed node it
-//   does nothing and returns false,
-//              0, null or an empty result, without a message. Where that is not so the operation says it.
+//              outputs hold.
+//   Text       UTF-8 in and out, unless the name ends in Ansi or Mb. Sizes are bytes, indexes start at 0.
+//   Liveness   Every operation first checks the node's validity marker; on a destroyed node it does nothing
+//              and returns false, 0, null or an empty result, without a message. Where that is not so the
+//              operation says it.
 //   Threads    One tree, one thread at a time; different trees are independent.
 #pragma once
 
@@ -50,19 +49,22 @@ enum class RecipientKind : int { to = 1, cc = 2, bcc = 3 };
 
 class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
  public:
-  // Contents                                      defined in                           tested in
-  //   1  Life, subparts, shared settings          email/model/node.cpp tests/email/node_test.cpp 2  Header
-  //   fields                            email/model/headers.cpp              tests/email/headers_test.cpp 3
-  //   Content attributes                       email/model/content_attributes.cpp
-  //   tests/email/content_attributes_test.cpp 4  Identifiers, dates, file names email/model/identifiers.cpp
-  //   tests/email/identifiers_test.cpp 5  Loading                                  email/loading/*.cpp
-  //   tests/email/loading_test.cpp 6  Output                                   email/output/*.cpp
-  //   tests/email/assembly_test.cpp 7  Structure: enclosures and alternatives
-  //   email/structure/{enclosures,construction,alternatives}.cpp
-  //                                                                                    tests/email/structure_test.cpp
-  //   8  Attachments                              email/structure/attachments.cpp
-  //   tests/email/attachments_test.cpp 9  Addresses                                email/addresses/*.cpp
-  //   tests/email/addresses_test.cpp
+  // Contents                                     defined in email/             tested in tests/email/
+  //   1  Life, subparts, shared settings         model/node.cpp                node_test.cpp
+  //   2  Header fields                           model/headers.cpp             headers_test.cpp
+  //   3  Content attributes                      model/content_attributes.cpp  content_attributes_test.cpp
+  //   4  Identifiers, dates, file names          model/identifiers.cpp         identifiers_test.cpp
+  //   5  Loading                                 loading/*.cpp                 loading_test.cpp
+  //   6  Output                                  output/*.cpp                  assembly_test.cpp
+  //                                                                            encoded_words_test.cpp
+  //                                                                            roundtrip_test.cpp
+  //                                                                            received_content_test.cpp
+  //   7  Structure: enclosures and alternatives  structure/enclosures.cpp      structure_test.cpp
+  //                                              structure/construction.cpp
+  //                                              structure/alternatives.cpp
+  //                                              bodies/*.cpp
+  //   8  Attachments                             structure/attachments.cpp     attachments_test.cpp
+  //   9  Addresses                               addresses/*.cpp               addresses_test.cpp
 
   /// @name 1. Life, subparts, shared settings
   /// @{

@@ -1,4 +1,4 @@
-// email/internal.h - what the files of email/ and secure/ share and nobody else sees.
+// email/internal.h - what the files of email/ share and nobody else sees.
 #pragma once
 
 #include <array>

@@ -20,6 +20,13 @@ namespace {
 constexpr std::size_t kFirstColumn = 10;
 constexpr std::size_t kFoldedColumn = 1;
 
+// A line holds 998 bytes and an address cannot be folded: cut in two it would read as somebody else's
+// (RFC 5321, 4.5.3.1, allows 254).
+constexpr std::size_t kMaxAddress = 900;
+// A name in quotes of at most twice the size, its escapes counted, stands on a line; a longer one is cut into
+// encoded words.
+constexpr std::size_t kMaxPlainName = 400;
+
 void assign(_svEmailAddress& target, const ReadAddress& read) {
   target.m_name.getUtf8Sb_rw().setString(std::string_view(read.name));
   target.m_address.getUtf8Sb_rw().setString(std::string_view(read.address));
@@ -43,7 +50,7 @@ std::string singleLine(std::string_view text) {
 }
 
 bool needsEncoding(std::string_view name) noexcept {
-  return !isAscii(name) || mayHoldEncodedWord(name) ||
+  return !isAscii(name) || mayHoldEncodedWord(name) || name.size() > kMaxPlainName ||
          std::any_of(name.begin(), name.end(), [](char c) { return isControlAscii(c) && c != '\t'; });
 }
 
@@ -124,6 +131,7 @@ void appendEntry(const _svEmailAddress& entry, const Style& style, bool isFirst,
   const std::string name = singleLine(trim(entry.m_name.view()));
   const std::string address = harmlessAddress(trim(entry.m_address.view()));
   if (name.empty() && address.empty()) return;
+  if (style.forHeader && address.size() > kMaxAddress) return;
   if (!isFirst) out += ", ";
   if (!name.empty()) appendName(name, style, isFirst ? kFirstColumn : kFoldedColumn, out);
   if (address.empty()) return;

@@ -1,10 +1,9 @@
 // mime/Address.h - email addresses with display names, and lists of them (RFC 5322, 6532).
 //
 //   Read      Structure first, names decoded afterwards, so that an encoded word can never forge an address.
-//   Groups are
-//             flattened, comments dropped (one alone becomes the name), routes dropped, quoted strings
-//             unquoted; lists as people send them: semicolons, unquoted commas in "Last, First <a@b>", stray
-//             dots, missing brackets.
+//             Groups are flattened, comments dropped (one alone becomes the name), routes dropped, quoted
+//             strings unquoted; lists as people send them: semicolons, unquoted commas in "Last, First
+//             <a@b>", stray dots, missing brackets.
 //   Held      Name and address in utf-8, decoded.
 //   Written   Names quoted where RFC 5322 asks for it, or as encoded words; CR, LF and NUL never come out.
 #pragma once
@@ -42,7 +41,7 @@ class _svEmailAddress final : public SorvikObject {
   /// Appends a list of _svEmailAddress as one header value, ", " between entries. An entry reads back as the
   /// one address it is, whatever was set: local parts are quoted where they must be, and what could begin
   /// another address is left out. An entry without an address is written as its name alone, one without both
-  /// not at all.
+  /// not at all, nor in a header one whose address is too long for a line.
   /// @param codePage     of encoded words; 0, or one that cannot carry a name, means utf-8.
   /// @param first        always true.
   /// @param forHeader    true: a header value, names as encoded words where needed; false: for display, plain

@@ -1,5 +1,4 @@
-// mime/AddressLexer.h - the tokens of address lists (RFC 5322, 3.2 and 6532), read tolerantly and in linear
-// time.
+// mime/AddressLexer.h - tokens of address lists (RFC 5322, 3.2 and 6532), read tolerantly, in linear time.
 #pragma once
 
 #include <cstddef>

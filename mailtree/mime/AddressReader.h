@@ -1,9 +1,8 @@
 // mime/AddressReader.h - takes an address list apart (RFC 5322, 3.4 and 4.4), tolerantly and in linear time.
 //
 // Tokens are gathered into entries, which end at commas, semicolons and colons; what an entry holds (angle
-// brackets, an
-// "@", or neither) says what in it is name and what is address. Only names are decoded, and last of all, so
-// that nothing inside an encoded word is ever taken for structure.
+// brackets, an "@", or neither) says what in it is name and what is address. Only names are decoded, and last
+// of all, so that nothing inside an encoded word is ever taken for structure.
 #pragma once
 
 #include <cstddef>

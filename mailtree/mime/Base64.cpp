@@ -50,17 +50,24 @@ char* encodeRun(const std::uint8_t* data, std::size_t size, char* out) noexcept 
   return out + 4;
 }
 
+/// Whether a line is text in clear rather than base64 that was damaged: it has words, or hardly any digits.
+bool isClearText(std::string_view line) noexcept {
+  const auto isStray = [](char c) { return digitValue(c) == kNoDigit && c != '='; };
+  const std::string_view text = trim(line);
+  const auto strays = static_cast<std::size_t>(std::count_if(text.begin(), text.end(), isStray));
+  return 2 * strays > text.size() || (strays > 0 && text.find(' ') != std::string_view::npos);
+}
+
 /// Where decoding goes on behind the padding at p. Mailing lists put their footers, in clear, behind a padded text: once the
-/// padding ends its line, the next line must look like base64 or all that follows is left alone.
+/// padding ends its line and the next line is such text, all that follows is left alone.
 const char* afterPadding(const char* p, const char* end) noexcept {
   constexpr std::ptrdiff_t kEnough = 256;
   const char* at = p;
   while (at < end && (*at == '=' || *at == ' ' || *at == '\t')) ++at;
   if (at == end || (*at != '\r' && *at != '\n')) return p;
   while (at < end && isSpaceAscii(*at)) ++at;
-  for (const char* const stop = at + std::min(kEnough, end - at); at < stop && *at != '\r' && *at != '\n'; ++at)
-    if (digitValue(*at) == kNoDigit && *at != '=') return end;
-  return p;
+  const std::string_view rest(at, static_cast<std::size_t>(std::min(kEnough, end - at)));
+  return isClearText(rest.substr(0, rest.find_first_of("\r\n"))) ? end : p;
 }
 
 }  // namespace

@@ -13,8 +13,8 @@ namespace mailtree::base64 {
 constexpr std::size_t decodedCapacity(std::size_t size) noexcept { return size / 4 * 3 + 3; }
 
 /// Decodes tolerantly (see ContentCoding) into `out`, which holds decodedCapacity(text.size()) bytes.
-/// @return bytes written. Padding ends a group, not the text: what follows it is decoded too, unless padding ends
-/// its line and the next line is no base64 (the footer of a mailing list).
+/// @return bytes written. Padding ends a group, not the text: what follows it is decoded too, unless padding
+/// ends its line and the next line is no base64 (the footer of a mailing list).
 std::size_t decode(std::string_view text, std::uint8_t* out) noexcept;
 
 /// Exact size of encode()'s output: lines of `lineLength` characters, CRLF after each; 0: one line without a

@@ -1,11 +1,9 @@
 // mime/Charset.h - charsets by name and by code page, and conversion between code pages.
 //
 //   Code pages  Windows numbers: 65001 utf-8, 20127 us-ascii, 28591 iso-8859-1, 1200 and 1201 utf-16LE and
-//   BE, 50220 to
-//               50222 iso-2022-jp, 54936 gb18030 ... Below 1: none chosen.
+//               BE, 50220 to 50222 iso-2022-jp, 54936 gb18030 ... Below 1: none chosen.
 //   Labels      Read as the web reads them: iso-8859-1 as windows-1252 in 0x80-0x9F, gb2312 and gbk as
-//   gb18030,
-//               ks_c_5601-1987 as cp949, shift_jis as cp932. Written strictly: no best fits, no "?".
+//               gb18030, ks_c_5601-1987 as cp949, shift_jis as cp932. Written strictly: no best fits, no "?".
 #pragma once
 
 #include <string>

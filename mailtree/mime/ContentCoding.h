@@ -2,9 +2,8 @@
 //
 //   Standards  RFC 2045 (base64, quoted-printable), RFC 2047 (encoded words).
 //   Decoding   Takes what is broken: stray characters are skipped, padding may miss or stand in the middle,
-//   lines may have
-//              any length, soft line breaks may have blanks before them. Nothing decodable is lost; nothing
-//              fails.
+//              lines may have any length, soft line breaks may have blanks before them. Nothing decodable is
+//              lost; nothing fails.
 //   Encoding   Base64 lines are 76 bytes, quoted-printable lines at most 76, CRLF between lines.
 #pragma once
 

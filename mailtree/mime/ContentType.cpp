@@ -56,7 +56,7 @@ void appendMember(const _svContentType& type, const MemberParam& row, int codePa
   const std::string_view value = (type.*row.member).view();
   if (value.empty()) return;
   const bool needsNoRfc2231 =
-      !contains(value, "\"") && !contains(value, "\\") &&
+      value.size() <= kMaxPlainParameter && !contains(value, "\"") && !contains(value, "\\") &&
       std::none_of(value.begin(), value.end(), [](char c) { return is8bit(c) || isControlAscii(c); });
   // Quotes around a boundary are never wrong, and readers exist that cut bare ones short.
   if (row.member == &_svContentType::m_boundary && needsNoRfc2231) {

@@ -1,5 +1,4 @@
-// mime/ContentTypeTable.h - which media type a file extension belongs to, and which extension a media type
-// usually has.
+// mime/ContentTypeTable.h - the media type of a file extension, and the usual extension of a media type.
 #pragma once
 
 #include <string_view>

@@ -50,14 +50,17 @@ class WordScanner {
   /// sense.
   bool readWord(Word& word) noexcept {
     if (!readCharset(word) || !readEncoding(word)) return false;
-    const std::size_t end = endOfPayload(word);
+    std::size_t end = terminatorFrom(m_at);
     if (end == npos) return false;
-    word.payload = m_text.substr(m_at, end - m_at);
-    // A word that never ended must not swallow the one behind it.
-    if (const std::size_t inner = word.payload.find("=?"); inner != npos) {
+    // A word that never ended must not swallow the one behind it. Asked before the end is looked for any
+    // further, or all words that never ended would share one far end and each would walk there.
+    if (const std::size_t inner = m_text.substr(m_at, end - m_at).find("=?"); inner != npos) {
       m_at += inner;
       return false;
     }
+    if (!word.isBase64)
+      while (isBareQuestionMark(end)) end = m_text.find("?=", end + 2);
+    word.payload = m_text.substr(m_at, end - m_at);
     m_at = word.end = end + 2;
     return true;
   }
@@ -80,13 +83,6 @@ class WordScanner {
     word.isBase64 = letter == 'b';
     m_at += 2;
     return true;
-  }
-
-  std::size_t endOfPayload(const Word& word) noexcept {
-    std::size_t end = terminatorFrom(m_at);
-    if (end == npos || word.isBase64) return end;
-    while (isBareQuestionMark(end)) end = m_text.find("?=", end + 2);
-    return end;
   }
 
   /// Whether "?=" in a Q payload is a question mark that somebody forgot to escape, followed by an escape:

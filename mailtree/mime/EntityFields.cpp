@@ -83,7 +83,7 @@ void MimeMessage2::readContentField(ContentField which, int row, LimitSet& limit
   const std::string_view value = m_header.unfoldedValue(row, scratch);
   switch (which) {
     case ContentField::type: return readContentType(value, limits);
-    case ContentField::disposition: return readDisposition(value);
+    case ContentField::disposition: return readDisposition(value, limits);
     case ContentField::transferEncoding: m_transferEncoding.setString(transferEncodingOf(value)); return;
     case ContentField::id: m_contentId.setString(trim(value)); return;
   }
@@ -97,8 +97,9 @@ void MimeMessage2::readContentType(std::string_view value, LimitSet& limits) {
     limits.add(Limit::parameters);
 }
 
-void MimeMessage2::readDisposition(std::string_view value) {
+void MimeMessage2::readDisposition(std::string_view value, LimitSet& limits) {
   ParameterizedValue parsed = parseParameterizedValue(value);
+  if (parsed.overLimit) limits.add(Limit::parameters);
   std::string_view type = parsed.value;
   const std::size_t stray = strayParameter(type);
   std::string mended;
@@ -207,6 +208,19 @@ void MimeMessage2::addReplaceHeaderFieldUtf8(const char* name, const char* value
   if (row >= 0 || which != ContentField::type) return readContentField(which, row, limits);
   m_charset.clear();
   m_parsedCharset.clear();
+}
+
+void MimeMessage2::copyContentFields(const MimeMessage2& from) {
+  LogNull quiet;
+  for (const char* field : {kTypeField, kDispositionField, kTransferEncodingField}) {
+    std::string scratch;
+    const int row = from.m_header.findField(field);
+    if (row < 0) continue;
+    const std::string value(from.m_header.unfoldedValue(row, scratch));
+    m_header.replaceMimeFieldUtf8_a(field, value.c_str(), /*asGiven=*/true, /*ordinary=*/true, quiet);
+  }
+  LimitSet limits;
+  readContentFields(limits);
 }
 
 void MimeMessage2::extractHeader(MimeHeader& out) {

@@ -12,7 +12,6 @@ namespace {
 
 constexpr std::size_t kMaxSection =
     75;  // "name*N*=value" with the blank before it and the ";" behind it in 78
-constexpr std::size_t kMaxPlainValue = 800;  // longer ones could pass the 998 of a line
 constexpr std::size_t kMaxFallback = 120;
 constexpr std::string_view kHexDigits = "0123456789ABCDEF";
 
@@ -33,10 +32,12 @@ bool allOf(std::string_view text, Predicate predicate) noexcept {
   return true;
 }
 
-/// Whether the value can be read back from a token or a quoted string just as it is.
-bool isPlain(std::string_view value) noexcept {
+/// Whether the value can be read back from a token or a quoted string just as it is. Nobody looks for encoded
+/// words in a boundary.
+bool isPlain(std::string_view name, std::string_view value) noexcept {
   const auto isPrintable = [](char c) { return !is8bit(c) && !isControlAscii(c); };
-  return value.size() <= kMaxPlainValue && !mayHoldEncodedWord(value) && allOf(value, isPrintable);
+  const bool mayBeDecoded = mayHoldEncodedWord(value) && !equalsNoCase(name, "boundary");
+  return value.size() <= kMaxPlainParameter && !mayBeDecoded && allOf(value, isPrintable);
 }
 
 void appendTokenOrQuoted(std::string_view value, std::string& out) {
@@ -154,7 +155,7 @@ void appendParam(std::string_view name, std::string_view value, int codePage, bo
     appendParam(name, clean, codePage, withFallback, out);
     return;
   }
-  if (isPlain(value)) {
+  if (isPlain(name, value)) {
     out.append("; ").append(name).append("=");
     appendTokenOrQuoted(value, out);
     return;

@@ -39,6 +39,8 @@ bool isFileName(std::string_view name) noexcept {
   return equalsNoCase(name, "filename") || equalsNoCase(name, "name");
 }
 
+bool isBoundary(std::string_view name) noexcept { return equalsNoCase(name, "boundary"); }
+
 std::string_view withoutQuotes(std::string_view text, char quote) noexcept {
   if (text.size() < 2 || text.front() != quote || text.back() != quote) return text;
   return text.substr(1, text.size() - 2);
@@ -181,7 +183,7 @@ class ParamReader {
     std::string_view value = trim(m_text.substr(begin, m_at - begin));
     if (!isFileName(segment.name)) value = trim(value.substr(0, value.find(" (")));  // a comment
     // A boundary may truly begin and end with a single quote.
-    return equalsNoCase(segment.name, "boundary") ? value : withoutQuotes(value, '\'');
+    return isBoundary(segment.name) ? value : withoutQuotes(value, '\'');
   }
 
   /// Reads from the quote at m_at. A quote inside that nothing reasonable follows belongs to the value.
@@ -307,7 +309,9 @@ std::string decodeGroup(Group group) {
     anyExtended = true;
     appendPercentDecoded(text, bytes);
   }
-  if (!anyExtended) return mayHoldEncodedWord(bytes) ? decodeEncodedWords(bytes) : bytes;
+  // A boundary is compared with the lines of the body byte by byte, whatever it looks like.
+  const bool mayDecode = mayHoldEncodedWord(bytes) && !isBoundary(group.begin->name);
+  if (!anyExtended) return mayDecode ? decodeEncodedWords(bytes) : bytes;
   std::string value;
   appendBytesAsUtf8(codePage > 0 ? codePage : kCpUtf8, bytes, value);
   return value;

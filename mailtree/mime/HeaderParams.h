@@ -1,10 +1,9 @@
 // mime/HeaderParams.h - the "value; name=value; ..." form of Content-Type and Content-Disposition.
 //
 //   Read      RFC 2045 and RFC 2231 (continuations, charsets, percent escapes in any mixture), and what
-//   mailers really send:
-//             unquoted values with characters that need quotes, encoded words inside values, missing
-//             semicolons' leftovers, comments, single quotes, unterminated quotes, backslashes in Windows
-//             paths.
+//             mailers really send: unquoted values with characters that need quotes, encoded words inside
+//             values, missing semicolons' leftovers, comments, single quotes, unterminated quotes,
+//             backslashes in Windows paths.
 //   Written   Tokens bare, other ASCII quoted, non-ASCII by RFC 2231 in utf-8 or the given code page.
 #pragma once
 
@@ -48,7 +47,11 @@ struct ParameterizedValue {
   bool overLimit = false;  ///< More parameters than Limits allow: the rest was not read.
 };
 
-/// Reads an unfolded header value.
+/// Longer values are written in sections (RFC 2231), for no line could be trusted to hold them, nor a run of
+/// blanks in them to survive folding.
+constexpr std::size_t kMaxPlainParameter = 500;
+
+/// Reads an unfolded header value. Encoded words in values are decoded, but never in a boundary.
 ParameterizedValue parseParameterizedValue(std::string_view headerValue);
 
 /// Appends "; name=value" the way a header needs it; `codePage` is what non-ASCII values are written in

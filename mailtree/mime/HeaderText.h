@@ -1,5 +1,4 @@
-// mime/HeaderText.h - what the readers and writers of header values share: line breaks, bytes to utf-8, code
-// pages.
+// mime/HeaderText.h - what all header values share: line breaks, bytes to utf-8, code pages.
 #pragma once
 
 #include <string>

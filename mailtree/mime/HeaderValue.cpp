@@ -1,6 +1,7 @@
 #include "mailtree/mime/HeaderValue.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Log.h"
@@ -13,6 +14,8 @@
 namespace mailtree {
 
 namespace {
+
+constexpr std::string_view kDisposition = "Content-Disposition";
 
 struct GrammarRow {
   std::string_view name;
@@ -41,16 +44,17 @@ constexpr GrammarRow kGrammars[] = {
     {"Apparently-To", FieldGrammar::addresses},
     {"Content-Type", FieldGrammar::parameters},
     {"Content-Disposition", FieldGrammar::parameters},
-    {"Message-ID", FieldGrammar::structured},
-    {"In-Reply-To", FieldGrammar::structured},
-    {"References", FieldGrammar::structured},
-    {"Content-ID", FieldGrammar::structured},
+    {"Message-ID", FieldGrammar::identifiers},
+    {"In-Reply-To", FieldGrammar::identifiers},
+    {"References", FieldGrammar::identifiers},
+    {"Content-ID", FieldGrammar::identifiers},
+    {"SVX-Bounce-Address", FieldGrammar::identifiers},
     {"Content-Location", FieldGrammar::structured},
     {"Content-Transfer-Encoding", FieldGrammar::structured},
     {"MIME-Version", FieldGrammar::structured},
     {"Date", FieldGrammar::structured},
     {"Resent-Date", FieldGrammar::structured},
-    {"Resent-Message-ID", FieldGrammar::structured},
+    {"Resent-Message-ID", FieldGrammar::identifiers},
     {"Received", FieldGrammar::structured},
     {"DKIM-Signature", FieldGrammar::structured},
     {"Authentication-Results", FieldGrammar::structured},
@@ -76,8 +80,22 @@ std::ptrdiff_t countAtSigns(std::string_view text) noexcept {
   return std::count(text.begin(), text.end(), '@');
 }
 
+/// Whether folding would have to change the text: a piece without blanks may be longer than a line, or a run
+/// of blanks is cut short.
+bool isUnfoldable(std::string_view text) noexcept {
+  constexpr std::size_t kMaxPiece = 900, kMaxBlanks = 500;
+  std::size_t piece = 0, blanks = 0;
+  for (const char c : text) {
+    const bool isBlank = isBlankAscii(c);
+    piece = isBlank ? 0 : piece + 1;
+    blanks = isBlank ? blanks + 1 : 0;
+    if (piece > kMaxPiece || blanks > kMaxBlanks) return true;
+  }
+  return false;
+}
+
 /// Only names may be encoded: the list is taken apart and written anew. The value stays when that would lose
-/// an address.
+/// an address, unless one is too long for any line.
 RenderedValue renderAddresses(std::string_view fieldName, std::string_view utf8, int codePage) {
   if (!contains(utf8, "@")) return {encodeFreeText(fieldName, utf8, codePage)};
   ExtPtrArray list;
@@ -87,25 +105,32 @@ RenderedValue renderAddresses(std::string_view fieldName, std::string_view utf8,
     const auto& address = *list.at<_svEmailAddress>(i);
     atSigns += countAtSigns(address.m_name.getUtf8()) + countAtSigns(address.m_address.getUtf8());
   }
-  if (atSigns < countAtSigns(utf8)) return {std::string(utf8), false};
+  const bool mustChange = isUnfoldable(utf8);
+  if (atSigns < countAtSigns(utf8) && !mustChange) return {std::string(utf8), false};
 
   LogNull quiet;
   StringBuffer out;
   const bool useQ = preferredWordEncoding(codePage) == WordEncoding::q;
   _svEmailAddress::emitAsMimeField(list, codePage, /*first=*/true, /*forHeader=*/true, useQ, out, quiet);
-  return {out.extractString()};
+  return {out.extractString(), !mustChange};
+}
+
+/// What stands before the parameters, without what only an encoded word could carry: none may stand there.
+std::string asciiType(std::string_view fieldName, std::string_view type) {
+  std::string out;
+  std::copy_if(type.begin(), type.end(), std::back_inserter(out),
+               [](char c) { return c > ' ' && c < 0x7F && c != '"'; });
+  if (out.empty() && equalsNoCase(fieldName, kDisposition)) out = "attachment";  // RFC 2183, 2.8
+  return out;
 }
 
 RenderedValue renderParameters(std::string_view fieldName, std::string_view utf8, int codePage) {
   const ParameterizedValue parsed = parseParameterizedValue(utf8);
   if (parsed.overLimit) return {std::string(utf8), false};
-  const auto& params = parsed.params.params();
-  const auto isForeign = [](const auto& param) { return !isAscii(param.value); };
-  // What is foreign must stand in a parameter's value; anywhere else the text is no parameter list.
-  if (!isAscii(parsed.value) || std::none_of(params.begin(), params.end(), isForeign))
-    return {encodeFreeText(fieldName, utf8, codePage)};
-  std::string text(parsed.value);
-  for (const auto& param : params) {
+  std::string text = isAscii(parsed.value) && !isUnfoldable(parsed.value)
+                         ? std::string(parsed.value)
+                         : asciiType(fieldName, parsed.value.substr(0, kMaxPlainParameter));
+  for (const auto& param : parsed.params.params()) {
     const bool isName = equalsNoCase(param.name, "filename") || equalsNoCase(param.name, "name");
     appendParam(param.name, param.value, codePage, isName, text);
   }
@@ -114,9 +139,9 @@ RenderedValue renderParameters(std::string_view fieldName, std::string_view utf8
 
 /// Whether a quoted string can hold the name just as it stands, and every reader gets it right.
 bool isHarmlessInQuotes(std::string_view name) noexcept {
-  return !mayHoldEncodedWord(name) && std::none_of(name.begin(), name.end(), [](char c) {
-    return c == '"' || c == '\\' || is8bit(c) || isControlAscii(c);
-  });
+  return name.size() <= kMaxPlainParameter && !mayHoldEncodedWord(name) &&
+         std::none_of(name.begin(), name.end(),
+                      [](char c) { return c == '"' || c == '\\' || is8bit(c) || isControlAscii(c); });
 }
 
 }  // namespace
@@ -132,7 +157,9 @@ RenderedValue renderHeaderValue(std::string_view fieldName, std::string_view utf
   utf8 = trim(utf8);
   const FieldGrammar grammar = grammarOf(fieldName);
   if (grammar == FieldGrammar::unstructured) return {encodeFreeText(fieldName, utf8, codePage)};
-  if (isAscii(utf8)) return {std::string(utf8)};
+  if (grammar == FieldGrammar::identifiers) return {std::string(utf8)};
+  if (isAscii(utf8) && (grammar == FieldGrammar::structured || !isUnfoldable(utf8)))
+    return {std::string(utf8)};
   if (grammar == FieldGrammar::addresses) return renderAddresses(fieldName, utf8, codePage);
   if (grammar == FieldGrammar::parameters) return renderParameters(fieldName, utf8, codePage);
   return {encodeFreeText(fieldName, utf8, codePage)};
@@ -140,15 +167,14 @@ RenderedValue renderHeaderValue(std::string_view fieldName, std::string_view utf
 
 RenderedValue renderRawFilename(std::string_view value, int codePage) {
   constexpr std::string_view kOpening = "; filename=\"";
-  constexpr std::string_view kField = "Content-Disposition";
   const std::size_t opening = value.find(kOpening);
   if (opening == std::string_view::npos || !value.ends_with('"') || value.size() <= opening + kOpening.size())
-    return renderHeaderValue(kField, value, codePage);
+    return renderHeaderValue(kDisposition, value, codePage);
 
   const std::string_view name =
       value.substr(opening + kOpening.size(), value.size() - opening - kOpening.size() - 1);
-  if (isHarmlessInQuotes(name)) return renderHeaderValue(kField, value, codePage);
-  std::string text = renderHeaderValue(kField, value.substr(0, opening), codePage).text;
+  if (isHarmlessInQuotes(name)) return renderHeaderValue(kDisposition, value, codePage);
+  std::string text = renderHeaderValue(kDisposition, value.substr(0, opening), codePage).text;
   appendParam("filename", name, codePage, /*withFallback=*/true, text);
   return {std::move(text)};
 }

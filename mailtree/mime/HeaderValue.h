@@ -1,9 +1,8 @@
 // mime/HeaderValue.h - from a utf-8 value to what a header line may hold, field by field.
 //
 //   Grammar    An encoded word means something else to a parser than the text in it, so where one may stand
-//   depends on the
-//              field: anywhere in a Subject, in the display names of an address list, nowhere in a parameter
-//              or a Message-ID.
+//              depends on the field: anywhere in a Subject, in the display names of an address list, nowhere
+//              in a parameter or a Message-ID.
 #pragma once
 
 #include <string>
@@ -16,7 +15,8 @@ enum class FieldGrammar {
   unstructured,  ///< Free text, and every field nobody knows.
   addresses,     ///< An address list.
   parameters,    ///< Content-Type, Content-Disposition.
-  structured     ///< Identifiers, dates, tokens.
+  identifiers,   ///< Message identifiers and bare addresses: never decoded, so never encoded.
+  structured     ///< Dates, tokens, and phrases or comments around them.
 };
 
 /// By the field's name, ignoring case.

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "mailtree/base/FlagSet.h"
+
 namespace mailtree {
 
 /// Depth of nested parts. Real mail stays under 10; recursion over a tree is bounded by this.
@@ -32,18 +34,8 @@ enum class Limit : std::uint32_t {
   layers = 32,
 };
 
-/// The limits met, as a set.
-class LimitSet {
- public:
-  constexpr void add(Limit limit) noexcept { m_bits |= static_cast<std::uint32_t>(limit); }
-  constexpr void add(LimitSet other) noexcept { m_bits |= other.m_bits; }
-  constexpr bool has(Limit limit) const noexcept { return m_bits & static_cast<std::uint32_t>(limit); }
-  constexpr bool isEmpty() const noexcept { return m_bits == 0; }
-  constexpr void clear() noexcept { m_bits = 0; }
-
- private:
-  std::uint32_t m_bits = 0;
-};
+/// The limits met.
+using LimitSet = FlagSet<Limit>;
 
 struct LimitName {
   Limit limit;

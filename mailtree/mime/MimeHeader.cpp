@@ -68,6 +68,11 @@ std::string_view MimeHeader::rawValue(int index) const noexcept {
   return field ? valueOf(*field) : std::string_view();
 }
 
+bool MimeHeader::isReceived(int index) const noexcept {
+  const Field* field = fieldAt(index);
+  return field && field->kind == Kind::received;
+}
+
 std::string_view MimeHeader::unfoldedValue(int index, std::string& scratch) const {
   const Field* field = fieldAt(index);
   return field ? unfolded(*field, scratch) : std::string_view();

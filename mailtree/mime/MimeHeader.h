@@ -1,15 +1,14 @@
 // mime/MimeHeader.h - the ordered header-field list of one part.
 //
 //   Storage    One block of text with offsets: a received header costs one copy of its bytes and one row per
-//   field. A value
-//              is unfolded and decoded when somebody asks for it.
+//              field. A value is unfolded and decoded when somebody asks for it.
 //   Fidelity   A field that nobody changed is written as it was received, folding included (line ends as
-//   CRLF). A field
-//              that was set is encoded for the code page at hand and folded at 78.
+//              CRLF). A field that was set is encoded for the code page at hand and folded at 78.
 //   Names      Matched without regard to case. What a field name cannot hold is dropped from a name that is
-//   set. Safety     CR, LF and NUL never come out of a received value nor get into a set one (but for the raw
-//   file name that
-//              replaceMimeFieldUtf8 allows); what is written cannot end a field early or forge another.
+//              set.
+//   Safety     CR, LF and NUL never come out of a received value nor get into a set one (but for the raw file
+//              name that replaceMimeFieldUtf8 allows); what is written cannot end a field early or forge
+//              another.
 #pragma once
 
 #include <cstddef>
@@ -66,8 +65,8 @@ class MimeHeader final : public SorvikObject {
 
   /// Rewrites every received field that holds 8-bit bytes as a finished value with encoded words, by the code
   /// page in which it was read, so that its lines are ASCII when written. Left as they are: lines that are no
-  /// fields, address lists that would lose an address, utf-8 addresses (RFC 6532). No work for an ASCII
-  /// header.
+  /// fields, address lists that would lose an address, utf-8 addresses and identifiers (RFC 6532). No work for
+  /// an ASCII header.
   void encode8bitFields();
 
   // Reading
@@ -89,6 +88,8 @@ class MimeHeader final : public SorvikObject {
   /// Index of the first field of that name at or after `from`, -1 when absent.
   int findField(std::string_view name, int from = 0) const noexcept;
   std::string_view fieldName(int index) const noexcept;
+  /// Whether the field stands as it was received; false when it was set since, or the index is out of range.
+  bool isReceived(int index) const noexcept;
   /// The value as it stands, without the line end: a received one folded, encoded, trimmed; a set one as it
   /// was given.
   std::string_view rawValue(int index) const noexcept;

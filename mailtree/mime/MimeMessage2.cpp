@@ -7,6 +7,7 @@
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Log.h"
 #include "mailtree/base/Platform.h"
+#include "mailtree/base/Utf.h"
 #include "mailtree/mime/Address.h"
 #include "mailtree/mime/MimeParser.h"
 
@@ -158,7 +159,8 @@ bool MimeMessage2::setBodyFromText(std::string_view bytes, const char* charset) 
   const DecodedText decoded = receivedTextToUtf8(viewOf(charset), bytes, text);
   const bool wasGuessed = decoded.origin == TextOrigin::byteOrderMark ||
                           decoded.origin == TextOrigin::validUtf8 || decoded.origin == TextOrigin::detected;
-  if (wasGuessed && decoded.codePage != m_parsedCharset.getCodePage()) {
+  // Plain ASCII says nothing about its charset, so a label nobody knows stays unjudged.
+  if (wasGuessed && !isAscii(bytes) && decoded.codePage != m_parsedCharset.getCodePage()) {
     m_repairs.add(Repair::charset);
     m_parsedCharset.setByCodePage(decoded.codePage);
   }

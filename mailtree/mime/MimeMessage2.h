@@ -105,6 +105,9 @@ class MimeMessage2 final : public SorvikObject {
   void setMimeBody8Bit_2(const void* data, unsigned size, const _svCharset& charset, bool isText,
                          LogBase& log);
   void setMimeBodyBinary2(const unsigned char* data, unsigned size, LogBase& log);  ///< Null or 0 empties it.
+  /// Takes over type, disposition and transfer encoding of another entity, field by field as they were
+  /// received.
+  void copyContentFields(const MimeMessage2& from);
   /// Makes this empty entity a multipart/alternative with a fresh boundary.
   void newMultipartAlternative(LogBase& log);
   void addPart(MimeMessage2* part);         ///< Takes ownership; null is ignored.
@@ -157,7 +160,7 @@ class MimeMessage2 final : public SorvikObject {
   void readContentFields(LimitSet& limits);
   void readContentField(ContentField which, int row, LimitSet& limits);
   void readContentType(std::string_view value, LimitSet& limits);
-  void readDisposition(std::string_view value);
+  void readDisposition(std::string_view value, LimitSet& limits);
   void refreshContentTypeField();
   void refreshDispositionField();
 

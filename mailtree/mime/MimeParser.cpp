@@ -12,7 +12,7 @@
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Log.h"
 #include "mailtree/mime/Base64.h"
-#include "mailtree/mime/HeaderLines.h"
+#include "mailtree/mime/BoundaryLines.h"
 #include "mailtree/mime/QuotedPrintable.h"
 
 // How it works. One cursor runs over the text and only ever stops at lines that begin with "--". Such a line
@@ -31,8 +31,6 @@ constexpr std::size_t kNowhere = std::string_view::npos;
 /// without a bound every level of a nest of them would be searched to its end.
 constexpr std::size_t kBrokenHeaderReach = 64u << 10;
 
-bool isLineBreak(char c) noexcept { return c == '\n' || c == '\r'; }
-
 /// Where the line break begins that ends right before `position`, which is the beginning of a line. Of CR CR
 /// LF only CRLF: the first CR may be the last byte of a binary body.
 std::size_t beforeLineBreak(std::string_view text, std::size_t position) noexcept {
@@ -41,22 +39,6 @@ std::size_t beforeLineBreak(std::string_view text, std::size_t position) noexcep
   for (const std::string_view lineBreak : kLineBreaks)
     if (before.ends_with(lineBreak)) return position - lineBreak.size();
   return position;
-}
-
-/// The next line at or after `from` that begins with "--". A search for dashes, not for line breaks: the bulk
-/// of most mail is base64, which has no dash at all.
-std::size_t findDashLine(std::string_view text, std::size_t from) noexcept {
-  const char* const begin = text.data();
-  const char* const end = begin + text.size();
-  const char* dash = begin + from;
-  while (dash < end) {
-    dash = static_cast<const char*>(std::memchr(dash, '-', static_cast<std::size_t>(end - dash)));
-    if (!dash) return kNowhere;
-    const bool beginsLine = dash == begin || isLineBreak(dash[-1]);
-    if (beginsLine && dash + 1 < end && dash[1] == '-') return static_cast<std::size_t>(dash - begin);
-    while (dash < end && *dash == '-') ++dash;
-  }
-  return kNowhere;
 }
 
 /// The next empty line at or after `from`, which is the beginning of a line.
@@ -89,19 +71,6 @@ class Finder {
   std::size_t m_from = kNowhere;
   std::size_t m_found = 0;
 };
-
-/// A line beginning with "--": what stands behind the dashes, trailing blanks cut, and where the next line
-/// begins.
-struct DashLine {
-  std::string_view content;
-  std::size_t next;
-};
-
-DashLine dashLineAt(std::string_view text, std::size_t position) noexcept {
-  const std::size_t begin = position + 2;
-  const std::size_t end = endOfLine(text, begin);
-  return {trimRight(text.substr(begin, end - begin)), afterLineBreak(text, end)};
-}
 
 /// The boundary as it stands in the text; empty when there is none that could be found.
 std::string_view boundaryOf(const _svContentType& type) noexcept { return trimRight(type.m_boundary); }
@@ -187,6 +156,7 @@ class MimeParser::Run {
   struct Leaf {
     MimeMessage2* entity = nullptr;
     std::size_t bodyBegin = 0;
+    bool isFork = false;  ///< Of a Macintosh file, which will be an attachment: its bytes are the file's.
   };
 
   // Boundaries
@@ -215,8 +185,9 @@ class MimeParser::Run {
 
   // Bodies
 
-  void storeBody(MimeMessage2& entity, std::size_t begin, std::size_t end);
+  void storeBody(MimeMessage2& entity, std::size_t begin, std::size_t end, bool mayConvert = true);
   bool splitDecoded(const Open& multipart);
+  bool holdsOpenBoundary(std::string_view text) const;
   bool splitBodyOf(const Open& multipart);
 
   int level() const noexcept { return m_level + static_cast<int>(m_open.size()); }
@@ -240,11 +211,9 @@ std::optional<MimeParser::Run::Boundary> MimeParser::Run::match(std::size_t posi
                                                                 const DashLine& line) const {
   if (line.content.size() < m_open.back().shortest) return std::nullopt;
   for (std::size_t i = m_open.size(); i-- > 0;) {
-    const std::string_view boundary = m_open[i].boundary;
-    if (!line.content.starts_with(boundary)) continue;
-    const std::string_view rest = line.content.substr(boundary.size());
-    if (rest.empty() || rest == "--")
-      return Boundary{i, !rest.empty(), beforeLineBreak(m_text, position), line.next};
+    if (!line.isBoundary(m_open[i].boundary)) continue;
+    const bool closes = line.content.size() != m_open[i].boundary.size();
+    return Boundary{i, closes, beforeLineBreak(m_text, position), line.next};
   }
   return std::nullopt;
 }
@@ -335,7 +304,8 @@ void MimeParser::Run::splitParts() {
 }
 
 void MimeParser::Run::open(MimeMessage2& entity, std::size_t begin, std::size_t bodyBegin) {
-  m_last = {&entity, bodyBegin};
+  const bool isFork = !m_open.empty() && equalsNoCase(m_open.back().entity->m_contentType.m_type, "multipart/appledouble");
+  m_last = {&entity, bodyBegin, isFork};
   if (!m_open.empty()) m_open.back().partBegin = begin;
   if (!openMultipart(entity, bodyBegin)) m_leaf = m_last;
   m_cursor = bodyBegin;
@@ -385,7 +355,7 @@ void MimeParser::Run::endPart(std::size_t end) {
 /// Ends the running body, and every multipart above the first `stackSize` of the stack.
 void MimeParser::Run::endTo(std::size_t stackSize, std::size_t end) {
   const Leaf leaf = std::exchange(m_leaf, Leaf());
-  if (leaf.entity) storeBody(*leaf.entity, leaf.bodyBegin, end);
+  if (leaf.entity) storeBody(*leaf.entity, leaf.bodyBegin, end, !leaf.isFork);
   while (m_open.size() > stackSize) closeUnasked(end);
 }
 
@@ -419,14 +389,15 @@ void MimeParser::Run::keepRestInLastPart() {
   m_last.entity->m_transferEncoding.clear();
   m_last.entity->m_body.clear();
   storeBody(*m_last.entity, m_last.bodyBegin, end);
+  for (; !m_open.empty(); m_open.pop_back()) endPart(end);
 }
 
 // Bodies
 
-void MimeParser::Run::storeBody(MimeMessage2& entity, std::size_t begin, std::size_t end) {
+void MimeParser::Run::storeBody(MimeMessage2& entity, std::size_t begin, std::size_t end, bool mayConvert) {
   const std::string_view raw = m_text.substr(begin, std::max(begin, end) - begin);
   const Coding coding = codingOf(entity.m_transferEncoding);
-  const bool isText = !entity.m_charset.isEmpty() && isConvertibleText(entity.ownTraits());
+  const bool isText = mayConvert && !entity.m_charset.isEmpty() && isConvertibleText(entity.ownTraits());
   if (!isText) return appendBody(entity.m_body, raw, coding);
 
   const char* const charset = entity.m_charset.getString();
@@ -448,7 +419,8 @@ bool MimeParser::Run::splitDecoded(const Open& multipart) {
   body.takeData(entity.m_body);
   Run inner(body.view(), level(), m_budget);
   inner.m_isDecoded = true;
-  if (!inner.splitBodyOf(multipart)) {
+  // In the clear, a line like an outer boundary would end that multipart: such a body stays packed.
+  if (holdsOpenBoundary(body.view()) || !inner.splitBodyOf(multipart)) {
     entity.m_body.takeData(body);
     return false;
   }
@@ -456,6 +428,18 @@ bool MimeParser::Run::splitDecoded(const Open& multipart) {
   entity.m_transferEncoding.clear();
   entity.m_header.removeMimeField("Content-Transfer-Encoding", /*all=*/true);
   return true;
+}
+
+bool MimeParser::Run::holdsOpenBoundary(std::string_view text) const {
+  if (m_open.empty()) return false;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t position = findDashLine(text, at);
+    if (position == kNowhere) return false;
+    const DashLine line = dashLineAt(text, position);
+    if (match(position, line)) return true;
+    at = line.next;
+  }
+  return false;
 }
 
 /// Splits the whole text as the body of a multipart whose header stood elsewhere.

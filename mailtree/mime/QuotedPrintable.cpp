@@ -172,9 +172,12 @@ class PieceEncoder {
     return breakAt(position) || (m_last && position == m_data.size());
   }
 
-  /// Mail transports change a leading dot and a leading "From ".
+  /// Mail transports change a leading dot and a leading "From "; two dashes with something behind them could be the
+  /// boundary of a multipart around this text.
   bool opensWithTrouble() const noexcept {
-    return m_data[m_position] == '.' || m_data.substr(m_position, kLookahead) == "From ";
+    const std::string_view ahead = m_data.substr(m_position, kLookahead);
+    const bool mayBeBoundary = ahead.size() > 2 && ahead.starts_with("--") && !isSpaceAscii(ahead[2]);
+    return ahead[0] == '.' || mayBeBoundary || ahead == "From ";
   }
 
   /// Literal bytes at the position, one more than fits on a line at most, without a blank that would end the

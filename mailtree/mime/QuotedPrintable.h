@@ -1,5 +1,4 @@
-// mime/QuotedPrintable.h - the quoted-printable codec proper (RFC 2045, 6.7) and the Q payload of encoded
-// words.
+// mime/QuotedPrintable.h - the quoted-printable codec proper (RFC 2045, 6.7) and the Q of encoded words.
 #pragma once
 
 #include <cstddef>

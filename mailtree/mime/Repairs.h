@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "mailtree/base/FlagSet.h"
+
 namespace mailtree {
 
 /// A repair made to one part while loading; values are bits.
@@ -19,15 +21,7 @@ enum class Repair : std::uint32_t {
   notHtml = 128,          ///< An attachment typed text/html is a PDF by its name.
 };
 
-class RepairSet {
- public:
-  constexpr void add(Repair repair) noexcept { m_bits |= static_cast<std::uint32_t>(repair); }
-  constexpr bool has(Repair repair) const noexcept { return m_bits & static_cast<std::uint32_t>(repair); }
-  constexpr bool isEmpty() const noexcept { return m_bits == 0; }
-
- private:
-  std::uint32_t m_bits = 0;
-};
+using RepairSet = FlagSet<Repair>;
 
 struct RepairName {
   Repair repair;

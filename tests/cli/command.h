@@ -49,13 +49,25 @@ inline std::string readFile(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-/// `arguments` is a shell line after the command's name, such as "show 'a file.eml' < /dev/null".
-inline Result mailtree(const std::string& arguments, const std::string& environment = "") {
+/// Runs a line of shell in which $mailtree is the command.
+inline Result shell(const std::string& line) {
   const Workspace work;
-  const std::string line = environment + " TZ=UTC '" MAILTREE_COMMAND "' " + arguments + " > '" +
-                           work.path("out") + "' 2> '" + work.path("err") + "'";
-  const int raw = std::system(line.c_str());
+  const std::string whole = "export TZ=UTC mailtree='" MAILTREE_COMMAND "'; exec > '" + work.path("out") +
+                            "' 2> '" + work.path("err") + "'; " + line;
+  const int raw = std::system(whole.c_str());
   return {WIFEXITED(raw) ? WEXITSTATUS(raw) : 128, readFile(work.path("out")), readFile(work.path("err"))};
+}
+
+/// `arguments` is a shell line after the command's name, such as "show 'a file.eml' < /dev/null".
+inline Result mailtree(const std::string& arguments) { return shell("\"$mailtree\" " + arguments); }
+
+/// Whether there is a program that runs another one on a terminal.
+inline bool hasTerminal() { return shell("script -qec true /dev/null < /dev/null").status == 0; }
+
+/// The same with standard output on a terminal and these variables in the environment, such as "NO_COLOR=1".
+inline Result mailtreeOnTerminal(const std::string& arguments, const std::string& environment) {
+  return shell("env -u NO_COLOR " + environment + " script -qec '\"$mailtree\" " + arguments +
+               "' /dev/null < /dev/null");
 }
 
 inline std::string sample(const std::string& name) { return MAILTREE_SAMPLES "/" + name + ".eml"; }

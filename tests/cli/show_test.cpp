@@ -133,6 +133,50 @@ TEST(Show, colours_only_when_asked_away_from_a_terminal) {
   EXPECT_THAT(mailtree("show --color --no-color " + sample("plain")).status, 2);
 }
 
+TEST(Show, draws_lines_on_a_terminal_and_colours_unless_told_not_to) {
+  if (!hasTerminal()) GTEST_SKIP() << "no script(1) here";
+  const struct {
+    const char *options, *environment;
+    bool coloured;
+  } rows[] = {
+      {"", "", true},
+      {"", "NO_COLOR=", true},
+      {"", "NO_COLOR=1", false},
+      {"--no-color ", "", false},
+      {"--color ", "NO_COLOR=1", true},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::string(row.options) + row.environment);
+    const Result result = mailtreeOnTerminal("show " + (row.options + sample("newsletter")), row.environment);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.out, HasSubstr("├─ 1"));
+    EXPECT_THAT(result.out, HasSubstr("   └─ 4"));
+    EXPECT_EQ(result.out.find('\033') != std::string::npos, row.coloured) << result.out;
+  }
+}
+
+TEST(Show, marks_a_line_that_it_cut) {
+  const Workspace work;
+  std::string accents = "a";
+  for (int i = 0; i < 500; ++i) accents += "\xCC\x81";  // combining: no column of its own
+  const struct {
+    const char* what;
+    std::string line, shown;
+  } rows[] = {
+      {"fits", std::string(100, 'x'), std::string(100, 'x')},
+      {"too wide", std::string(101, 'x'), std::string(100, 'x') + "..."},
+      {"many bytes, all of them blank in the end", "x" + std::string(2000, ' '), "x"},
+      {"many bytes, few columns", accents, accents.substr(0, 799) + "..."},
+      {"blanks, then a word far out", "x" + std::string(2000, ' ') + "y", "x" + std::string(99, ' ') + "..."},
+  };
+  for (const auto& row : rows)
+    EXPECT_THAT(mailtree("show " + work.write("m", "Content-Type: text/plain; charset=utf-8\r\n\r\n" +
+                                                       row.line + "\r\nend\r\n"))
+                    .out,
+                HasSubstr("\n\n  " + row.shown + "\n  end\n"))
+        << row.what;
+}
+
 TEST(Show, lets_no_control_character_of_a_mail_reach_the_terminal) {
   const Workspace work;
   const std::string file = work.write("evil\x1b[1m.eml",
@@ -168,12 +212,39 @@ TEST(Show, goes_on_after_a_file_it_cannot_read) {
   EXPECT_THAT(result.out, HasSubstr("no MIME at all"));
   EXPECT_THAT(result.err, HasSubstr("mailtree: " + work.path("missing") + ": No such file or directory\n"));
   EXPECT_THAT(result.err, HasSubstr("mailtree: " + work.folder().string() + ": Is a directory\n"));
+  EXPECT_EQ(mailtree("show ''").err, "mailtree: '': No such file or directory\n");
 }
 
 TEST(Show, reads_standard_input) {
   EXPECT_THAT(mailtree("show - < " + sample("plain")).out, HasSubstr("Boat for Saturday"));
   EXPECT_THAT(mailtree("show --json - < " + sample("plain")).out, HasSubstr("\"file\":\"-\""));
   EXPECT_THAT(mailtree("show - < /dev/null").status, 0);
+  EXPECT_EQ(mailtree("show - <&-").err, "mailtree: -: Bad file descriptor\n");
+  EXPECT_EQ(mailtree("show - < /").err, "mailtree: -: Is a directory\n");
+}
+
+TEST(Command, reads_standard_input_from_where_it_stands) {
+  const Workspace work;
+  const std::string file = work.write("m", "Subject: first\nSubject: second\n\ntext\n");
+  EXPECT_EQ(shell("(read line; \"$mailtree\" headers - subject) < " + file).out, "second\n");
+  const std::string large = work.write("large", "Subject: s\n\n" + std::string(300'000, 'x') + "\n");
+  EXPECT_EQ(shell("cat " + large + " | \"$mailtree\" write -").out.size(),
+            mailtree("write " + large).out.size());
+}
+
+TEST(Command, takes_brackets_and_braces_in_arguments_literally) {
+  const Workspace work;
+  for (const char* name : {"[draft]", "[a,b]", "[]", "{}", "[", "[[x]]", "a,b"}) {
+    work.write(name, std::string("Subject: in ") + name + "\n[Subject]: odd\n\ntext\n");
+    const std::string inside = "cd " + work.folder().string() + " && \"$mailtree\" ";
+    const std::string quoted = std::string("'") + name + "'";
+    EXPECT_THAT(shell(inside + "show " + quoted).out, HasSubstr(std::string("Subject: in ") + name + "\n"));
+    EXPECT_THAT(shell(inside + "show --json " + quoted + " " + quoted).out,
+                HasSubstr("\"file\":\"" + std::string(name) + "\""));
+    EXPECT_EQ(shell(inside + "headers " + quoted + " '[Subject]'").out, "odd\n") << name;
+    EXPECT_EQ(shell(inside + "write " + quoted + " -o '[out]'").status, 0) << name;
+    EXPECT_TRUE(std::filesystem::remove(work.path("[out]"))) << name;
+  }
 }
 
 TEST(Show, reports_a_limit_and_still_gives_the_result) {
@@ -190,7 +261,8 @@ TEST(Show, reports_a_limit_and_still_gives_the_result) {
 }
 
 TEST(Command, answers_wrong_usage_with_status_2_and_help_with_an_example) {
-  for (const char* line : {"", "nosuchverb", "show", "show --nosuch x", "write", "headers", "write a b c"}) {
+  for (const char* line :
+       {"", "nosuchverb", "show", "show --nosuch x", "write", "headers", "write a b c", "write a -o ''"}) {
     const Result result = mailtree(line);
     EXPECT_EQ(result.status, 2) << line;
     EXPECT_THAT(result.err, HasSubstr("mailtree: ")) << line;

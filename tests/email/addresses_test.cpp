@@ -172,6 +172,38 @@ TEST(Sender, reverse_path_comes_from_the_first_source_that_has_one_deliberately_
   }
 }
 
+TEST(Sender, encoded_words_never_become_an_envelope_sender) {
+  const char* word = "=?utf-8?q?victim=40bank.test?=@evil.test";
+  for (const char* sender : {word, "j\xC3\xB6rg@b\xC3\xBC.test"}) {
+    const EmailPtr node = bareNode();
+    node->setFromFullUtf8(sender, quiet);
+    EXPECT_EQ(reversePath(*node), sender);
+    const EmailPtr again = bareNode();
+    again->m_header.loadMimeHeaderText(writtenHeader(*node), quiet);
+    EXPECT_EQ(reversePath(*again), sender) << writtenHeader(*node);
+  }
+  for (const char* field : {"SVX-Bounce-Address", "Return-Path", "Reply-To"}) {
+    const EmailPtr node = bareNode();
+    node->m_header.loadMimeHeaderText(std::string(field) + ": <" + word + ">\r\n", quiet);
+    EXPECT_EQ(reversePath(*node), word) << field;
+  }
+}
+
+TEST(Sender, envelope_sender_holds_no_line_break) {
+  const EmailPtr node = bareNode();
+  node->m_fromAddr.m_address.setFromUtf8N("a@b\r\nRCPT TO:\0x", 16);
+  EXPECT_EQ(reversePath(*node), "a@bRCPT TO:x");
+  const EmailPtr received = bareNode();
+  received->m_header.loadMimeHeaderText(std::string_view("Return-Path: a@b\r\n .te\0st\n", 27), quiet);
+  EXPECT_EQ(reversePath(*received), "a@b .test");
+}
+
+TEST(Sender, too_long_for_a_line_is_in_no_field) {
+  const EmailPtr node = bareNode();
+  node->setFromAddr((std::string(991, 'a') + "boss@corp.test").c_str(), quiet);
+  EXPECT_EQ(writtenHeader(*node), "From:");
+}
+
 TEST(Sender, reply_to_is_one_address_or_none) {
   const struct {
     const char* text;

@@ -205,6 +205,31 @@ TEST(Disposition, deliberate_line_breaks_of_a_file_name_reach_the_list_but_no_ou
   EXPECT_EQ(written.find("\r\n\r\n"), std::string::npos) << written;
 }
 
+TEST(Disposition, type_can_neither_forge_a_file_name_nor_hold_what_a_type_may_not) {
+  const struct {
+    const char* type;
+    const char* written;
+  } rows[] = {
+      {"attach; filename=\"a\"", "Content-Disposition: attach; filename=\"f.txt\""},
+      {"attach; x=\"; filename=\"b.exe", "Content-Disposition: attach; filename=\"f.txt\""},
+      {"att\xC3\xA9", "Content-Disposition: att; filename=f.txt"},
+  };
+  for (const auto& row : rows) {
+    const EmailPtr node = bareNode();
+    node->setContentDispositionUtf8(row.type, "f.txt", quiet);
+    EXPECT_EQ(writtenHeader(*node), row.written) << row.type;
+  }
+}
+
+TEST(ContentId, beyond_ascii_comes_back_from_what_is_written) {
+  const EmailPtr node = bareNode();
+  node->setContentId("<caf\xC3\xA9@x>", quiet);
+  const EmailPtr again = bareNode();
+  again->m_header.loadMimeHeaderText(writtenHeader(*node), quiet);
+  EXPECT_EQ(fieldOf(*again, "Content-ID"), "<caf\xC3\xA9@x>");
+  EXPECT_EQ(writtenHeader(*node), "Content-ID: <caf\xC3\xA9@x>");
+}
+
 TEST(Disposition, file_name_with_quotes_comes_back_from_what_is_written) {
   for (const char* name : {"a.txt", "a \"b\".txt", "a\\b.txt", "M\xC3\xBCller; x=y.txt",
                            "a\"; filename=\"b.exe", "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E.txt"}) {

@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "mailtree/base/Log.h"
+#include "mailtree/mime/EncodedWord.h"
 
 namespace mailtree {
 namespace {
@@ -264,6 +266,44 @@ TEST(AddressWriting, WritesNothingThatReadsBackAsMore) {
       EXPECT_STREQ(list.at<_svEmailAddress>(2)->m_address.getUtf8(), "2@x") << text;
       EXPECT_EQ(text.find_first_of("\r\n"), std::string::npos) << text;
     }
+  }
+}
+
+// A line is cut by force where it has no blank: in an address that would make another one of it.
+TEST(AddressWriting, KeepsWhatIsTooLongForALineOutOfHeadersAndCutsNames) {
+  const std::string a = std::string(900, 'a'), kept = std::string(890, 'a') + "@b.test";
+  const struct {
+    std::string name;
+    std::string address;
+    std::string found;  // From the folded field.
+  } rows[] = {
+      {"", std::string(996, 'a') + "boss@corp.test", ""},
+      {"Jane", "a@" + std::string(990, 'd') + ".victim.test", ""},
+      {"", a + "@b", ""},
+      {"", kept, "|" + kept},
+      {"", "\"" + std::string(450, '"') + "\"@b", ""},  // every quote in it takes an escape
+      {std::string(1500, 'n'), "a@b", std::string(1500, 'n') + "|a@b"},
+      {"." + std::string(1500, 'n'), kept, "." + std::string(1500, 'n') + "|" + kept},
+      {std::string(401, '"'), kept, std::string(401, '"') + "|" + kept},
+      {"a" + std::string(700, ' ') + "b", "a@b", "a" + std::string(700, ' ') + "b|a@b"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name.substr(0, 20) + " " + row.address.substr(0, 20));
+    const Entry entry{row.name.c_str(), row.address.c_str()};
+    const std::string text = written({{"First", "1@x"}, entry, {"Last", "2@x"}}, /*forHeader=*/true);
+    std::string line = foldHeaderLine("To: " + text);
+    std::size_t longest = 0, begin = 0;
+    for (std::size_t end; (end = line.find("\r\n", begin)) != std::string::npos;) {
+      longest = std::max(longest, end - begin);
+      line.erase(end, 2);
+      begin = end;
+    }
+    EXPECT_LE(std::max(longest, line.size() - begin), 998u);
+    const std::string between = row.found.empty() ? "" : row.found + "; ";
+    EXPECT_EQ(listOf(line.substr(4)), "First|1@x; " + between + "Last|2@x");
+    EXPECT_EQ(written({entry}, /*forHeader=*/false).find(row.address) == std::string::npos,
+              row.address.starts_with('"'))
+        << "shown whole";
   }
 }
 

@@ -68,6 +68,8 @@ TEST(EncodedWord, hostile_text_is_read_in_linear_time) {
       repeat("=?utf-8?Q?x?=20", 200'000),
       repeat("=?utf-8?Q?x=?=20 ?=", 100'000),
       "=?utf-8?Q?" + repeat("?=20", 500'000),
+      repeat("=?a?q? ", 100'000) + repeat("?=41", 100'000),
+      repeat("=?utf-8?Q?x?=41 ", 100'000) + repeat("?=41", 100'000),
       repeat("=?utf-8?B?w6k=?= ", 100'000),
       repeat("=?utf-8?Q?=FF?= =?koi8-r?Q?a?= ", 30'000),
   };

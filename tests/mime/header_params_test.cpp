@@ -81,6 +81,9 @@ TEST(HeaderParams, reads_what_mailers_send) {
       {"a; filename==?utf-8?Q?caf=C3=A9?=", "a|filename=café"},
       {"a; name=\"=?utf-8?B?w6k=?= =?utf-8?B?w6k=?=\"", "a|name=éé"},
       {"a; n*0=\"=?utf-8?Q?caf\"; n*1=\"=C3=A9?=\"", "a|n=café"},
+      {"a; boundary=\"=?utf-8?Q?x?=\"", "a|boundary==?utf-8?Q?x?="},
+      {"a; Boundary==?utf-8?Q?x?=; b=c", "a|Boundary==?utf-8?Q?x?=|b=c"},
+      {"a; boundary*0=\"=?utf-8\"; boundary*1=\"?Q?x?=\"", "a|boundary==?utf-8?Q?x?="},
   };
   for (const auto& row : rows) EXPECT_EQ(show(row.value), row.read) << row.value;
 }
@@ -143,6 +146,9 @@ TEST(HeaderParams, writes_the_simplest_form_that_carries_the_value) {
     appendParam("n", row.value, row.codePage, row.withFallback, out);
     EXPECT_EQ(out, row.written) << row.value;
   }
+  std::string boundary;
+  appendParam("boundary", "=?utf-8?Q?x?=", 65001, false, boundary);
+  EXPECT_EQ(boundary, "; boundary=\"=?utf-8?Q?x?=\"") << "compared with lines of the body, never decoded";
   std::string forged;
   appendParam("n; x", "v", 65001, false, forged);
   EXPECT_EQ(forged, "");
@@ -172,7 +178,9 @@ TEST(HeaderParams, what_is_written_reads_back_the_same) {
                                        ",",
                                        "C:\\",
                                        std::string(80, 'a'),
-                                       std::string(500, 'x')};
+                                       std::string(500, 'x'),
+                                       std::string(501, ' '),
+                                       std::string(1000, 'y')};
   std::mt19937 random(7);
   const int codePages[] = {65001, 28591, 50220, 932};
   for (int round = 0; round < 5000; ++round) {

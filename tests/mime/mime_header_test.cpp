@@ -344,6 +344,15 @@ TEST(MimeHeader, set_values_are_encoded_by_the_grammar_of_their_field) {
        "Content-Type: text/plain; name=e; name*=iso-8859-1''%E9"},
       {"Content-Type", "text/plain; name=\"a\\\"b\"; x=\"c\"", 0,
        "Content-Type: text/plain; name=\"a\\\"b\"; x=\"c\""},
+      {"Message-ID", "<café@x>", 65001, "Message-ID: <café@x>"},
+      {"Content-ID", "<café@x>", 28591, "Content-ID: <café@x>"},
+      {"References", "<a@x> <é@x>", 0, "References: <a@x> <é@x>"},
+      {"SVX-Bounce-Address", "=?utf-8?q?a=40b?=@é.test", 0, "SVX-Bounce-Address: =?utf-8?q?a=40b?=@é.test"},
+      {"List-Id", "Café <l.x>", 65001, "List-Id: =?utf-8?Q?Caf=C3=A9?= <l.x>"},
+      {"Content-Disposition", "atté; filename=\"f.txt\"", 65001, "Content-Disposition: att; filename=f.txt"},
+      {"Content-Disposition", "é; filename=\"é\"", 65001,
+       "Content-Disposition: attachment; filename=e; filename*=utf-8''%C3%A9"},
+      {"Content-Type", "téxt/plain; name=x", 65001, "Content-Type: txt/plain; name=x"},
       {"Subject", "a\r\nBcc: b\rc\nd", 0, "Subject: a Bcc: b c d"},
       {"Sub\r\nBcc: x\xC3\xA9", "a", 0, "SubBccx: a"},
       {"\r\n: ", "a", 0, ""},
@@ -367,6 +376,15 @@ TEST(MimeHeader, a_finished_value_is_only_folded) {
       << "never longer than 998";
 }
 
+TEST(MimeHeader, a_list_that_was_set_is_written_without_addresses_too_long_for_a_line) {
+  for (const std::string& tooLong :
+       {std::string(991, 'a') + "boss@corp.test", "a@" + std::string(1000, 'd') + ".test"}) {
+    MimeHeader header;
+    header.replaceMimeFieldUtf8("To", ("x@y, " + tooLong + " (a@b), z@y").c_str(), quiet);
+    EXPECT_EQ(written(header), "To: x@y, z@y") << tooLong.substr(0, 20);
+  }
+}
+
 /// The file name that a reader of the written field gets.
 std::string filenameWritten(const std::string& field, int codePage) {
   MimeHeader header = withField("Content-Disposition", field.c_str());
@@ -380,23 +398,26 @@ std::string filenameWritten(const std::string& field, int codePage) {
 }
 
 TEST(MimeHeader, a_raw_file_name_reads_back_and_forges_nothing) {
-  const char* names[] = {"plain.txt",
-                         "a b.txt",
-                         "a\"b.txt",
-                         "C:\\dir\\x.txt",
-                         "x\\",
-                         "x\\\"",
-                         "\"",
-                         "\\\\server\\x",
-                         "a.txt\"; filename*=utf-8''evil.exe; x=\"",
-                         "日本語のとても長いファイル名です、本当に長いですよ.pdf",
-                         "=?utf-8?Q?x?=",
-                         "a;b=c",
-                         "(x)",
-                         "été\".txt",
-                         "%41",
-                         "'q'"};
-  for (const std::string name : names)
+  const std::string names[] = {"plain.txt",
+                               "a b.txt",
+                               "a\"b.txt",
+                               "C:\\dir\\x.txt",
+                               "x\\",
+                               "x\\\"",
+                               "\"",
+                               "\\\\server\\x",
+                               "a.txt\"; filename*=utf-8''evil.exe; x=\"",
+                               "日本語のとても長いファイル名です、本当に長いですよ.pdf",
+                               "=?utf-8?Q?x?=",
+                               "a;b=c",
+                               "(x)",
+                               "été\".txt",
+                               "%41",
+                               "'q'",
+                               std::string(1500, 'n'),
+                               std::string(400, 'n') + std::string(700, ' ') + ".txt",
+                               std::string(950, 'n') + "\"; filename=\"x"};
+  for (const std::string& name : names)
     for (const int codePage : {0, 65001, 28591, 50220})
       EXPECT_EQ(filenameWritten("attachment; filename=\"" + name + "\"", codePage), name);
   EXPECT_EQ(filenameWritten("attachment; filename=\"a\r\nBcc: b\r\n\r\nbody\"", 0), "aBcc: bbody");

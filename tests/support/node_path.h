@@ -1,5 +1,4 @@
-// tests/support/node_path.h - places in an email tree as text: "/" is the root, "/1/0" the first child of its
-// second child.
+// tests/support/node_path.h - places in an email tree as text: "/" is the root, "/1/0" a grandchild.
 #pragma once
 
 #include <string>

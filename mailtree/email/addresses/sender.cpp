@@ -4,6 +4,7 @@
 
 #include "mailtree/email/internal.h"
 #include "mailtree/mime/EncodedWord.h"
+#include "mailtree/mime/HeaderText.h"
 
 namespace mailtree {
 namespace {
@@ -37,14 +38,19 @@ StringBuffer nameFromFieldText(const StringBuffer& from) {
   return name;
 }
 
+/// The value of a field as it stands. Not the decoded one: an encoded word must never forge an address.
+StringBuffer undecodedValue(const Email2& email, std::string_view field) {
+  StringBuffer value;
+  neverThrow(false, [&] {
+    std::string scratch;
+    return value.setString(email.m_header.unfoldedValue(email.m_header.findField(field), scratch));
+  });
+  return value;
+}
+
 /// Reads the sender anew from the From field.
 void reloadSender(Email2& email, LogBase& log) {
-  neverThrow(false, [&] {
-    // Not the decoded value: an encoded word must never forge an address.
-    std::string scratch;
-    const StringBuffer value(email.m_header.unfoldedValue(email.m_header.findField("from"), scratch));
-    return email.m_fromAddr.loadSingleEmailAddr(value.getString(), /*relaxed=*/false, log);
-  });
+  email.m_fromAddr.loadSingleEmailAddr(undecodedValue(email, "from").getString(), /*relaxed=*/false, log);
 }
 
 enum class Candidate { field, sender, reloadedSender };
@@ -68,7 +74,7 @@ constexpr ReversePathSource kReversePathSources[] = {
 /// Replaces `out` by what the source holds.
 void fetchCandidate(Email2& email, const ReversePathSource& source, StringBuffer& out, LogBase& log) {
   if (source.candidate == Candidate::field) {
-    email.m_header.getMimeFieldUtf8(source.field, out, log);
+    out.setString(undecodedValue(email, source.field));
     return;
   }
   if (source.candidate == Candidate::reloadedSender) reloadSender(email, log);
@@ -85,9 +91,11 @@ bool Email2::qbChooseForEmailAddrEncoding(int codePage) {
 
 void Email2::updateFromInHeader(LogBase& log) {
   if (!isLive()) return;
-  replaceFinished(*this, "From", asHeaderValue(*this, m_fromAddr, log), log);
+  const StringBuffer value = asHeaderValue(*this, m_fromAddr, log);
+  replaceFinished(*this, "From", value, log);
+  const bool isTooLong = value.isEmpty() && !m_fromAddr.m_address.isEmpty();  // for any header line
   // Bounces keep going to the first sender: a caller may have chosen that address on purpose.
-  if (!m_header.hasField("SVX-Bounce-Address", log))
+  if (!isTooLong && !m_header.hasField("SVX-Bounce-Address", log))
     m_header.addMimeField("SVX-Bounce-Address", m_fromAddr.m_address.getUtf8(), /*asGiven=*/false, log);
 }
 
@@ -148,6 +156,7 @@ void Email2::getSmtpReversePathUtf8(StringBuffer& out, LogBase& log) {
   LogContextExitor context(log, "getSmtpReversePath", log.m_verboseLogging);
   for (const ReversePathSource& source : kReversePathSources) {
     fetchCandidate(*this, source, out, log);
+    eraseBreaks(out.text());
     out.removeCharOccurances('<');
     out.removeCharOccurances('>');
     out.trim2();

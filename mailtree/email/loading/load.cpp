@@ -25,10 +25,22 @@ void mergeRelated(Email2& parent) {
   parts.removeAll();
 }
 
+/// Whether a signature covers the children of an enclosure: mending them would break it.
+bool isSigned(const Email2& root, const Email2& enclosure) {
+  bool inside = isType(enclosure.m_contentType.m_type, "multipart/signed");
+  walkTree(root, [&](const Email2& node) {
+    if (!node.m_received) return Walk::onward;
+    inside |= walkTree(node, [&](const Email2& below) { return &below == &enclosure ? Walk::stop : Walk::onward; }) == Walk::stop;
+    return inside ? Walk::stop : Walk::skipChildren;
+  });
+  return inside;
+}
+
 void mergeSplitRelated(Email2& root) {
   _svParentEmailPtr found;
   root.findMultipartEnclosureV2(static_cast<int>(EnclosureKind::related), 0, found);
-  if (found.m_parent && found.m_parent->isLive()) mergeRelated(*found.m_parent);
+  if (!found.m_parent || !found.m_parent->isLive() || isSigned(root, *found.m_parent)) return;
+  mergeRelated(*found.m_parent);
 }
 
 }  // namespace

@@ -24,15 +24,11 @@ bool isLoneAttachment(const MimeMessage2& tree) {
          !containsNoCase(type, "edifact");
 }
 
-/// The charset is the message's, or where it names none, what its header was found to be written in.
+/// A message that names no charset has the one its header was found to be written in.
 void copyCharset(const MimeMessage2& tree, MimeMessage2& text, MimeMessage2& attachment, LogBase& log) {
   StringBuffer name;
   tree.getCharset(name);
-  if (!name.isEmpty()) {
-    attachment.setCharset(name.getString(), log);
-    return;
-  }
-  if (tree.getHeaderDetectedCP() == 0) return;
+  if (!name.isEmpty() || tree.getHeaderDetectedCP() == 0) return;
   _svCharset detected;
   detected.setByCodePage(tree.getHeaderDetectedCP());
   text.setCharset(detected, log);
@@ -41,14 +37,9 @@ void copyCharset(const MimeMessage2& tree, MimeMessage2& text, MimeMessage2& att
 
 /// Moves what makes the message an attachment to a part of its own.
 void moveToAttachment(MimeMessage2& tree, MimeMessage2& attachment, LogBase& log) {
+  attachment.copyContentFields(tree);  // with every parameter, such as method or size
   attachment.setDisposition("attachment", log);
-  StringBuffer filename;
-  tree.getMimeFilename(filename);
-  if (!filename.isEmpty()) attachment.setFilenameUtf8(filename.getString(), log);
-  const char* const encoding = tree.getContentEncoding();
-  if (*encoding) attachment.setContentEncoding(encoding, log);
-  // The bytes of an attachment stand as they were received, text or not, so there is nothing to convert on
-  // the way.
+  // The bytes of an attachment stand as they were received, text or not, so there is nothing to convert on the way.
   attachment.getMimeBodyDb()->takeData(*tree.getMimeBodyDb());
 }
 
@@ -71,11 +62,8 @@ void wrapLoneAttachment(MimeMessage2& tree, LogBase& log) {
 
   Owned<MimeMessage2> attachment(MimeMessage2::createNewObject());
   if (!attachment) return;
-  attachment->setContentType(tree.getContentType(), true, log);
-  const StringBuffer& name = tree.contentType().m_name;
-  if (!name.isEmpty()) attachment->setNameUtf8(name.getString(), log);
-  copyCharset(tree, text, *attachment, log);
   moveToAttachment(tree, *attachment, log);
+  copyCharset(tree, text, *attachment, log);
   tree.addPart(attachment.release());
   becomeMixed(tree, log);
   tree.addRepair(Repair::loneAttachment);

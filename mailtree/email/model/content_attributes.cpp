@@ -43,6 +43,13 @@ bool takesTextEncoding(const Email2& node) {
   return beginsWithNoCase(type, "text/") || containsNoCase(type, "edifact");
 }
 
+/// Whether a label leaves the byte order open, which what is written never does: it carries no byte order mark.
+bool leavesByteOrderOpen(const _svCharset& charset) {
+  const int codePage = charset.getCodePage();
+  return (codePage == kCpUtf16LE || codePage == kCpUtf16BE) &&
+         !equalsNoCase(viewOf(charset.getName()), charsetNameOf(codePage));
+}
+
 /// Whether two Content-Type values say the same. An empty one says nothing, not text/plain.
 bool saysTheSame(std::string_view present, std::string_view wanted) {
   if (present == wanted) return true;
@@ -51,14 +58,16 @@ bool saysTheSame(std::string_view present, std::string_view wanted) {
   _svCharset presentCharset, wantedCharset;
   presentType.loadFromMimeHeaderValue(present, presentCharset);
   wantedType.loadFromMimeHeaderValue(wanted, wantedCharset);
-  return presentType.sameMeaning(wantedType) && presentCharset.equals(wantedCharset);
+  return presentType.sameMeaning(wantedType) && presentCharset.equals(wantedCharset) &&
+         !leavesByteOrderOpen(presentCharset);
 }
 
-bool fieldSaysTheSame(const MimeHeader& header, std::string_view wanted) {
+/// Whether the field was received and needs no change. One that was set has no form of its own to keep.
+bool receivedFieldSaysTheSame(const MimeHeader& header, std::string_view wanted) {
   return neverThrow(false, [&] {
     std::string unfolded;
     const int index = header.findField("Content-Type");
-    return index >= 0 && saysTheSame(header.unfoldedValue(index, unfolded), wanted);
+    return header.isReceived(index) && saysTheSame(header.unfoldedValue(index, unfolded), wanted);
   });
 }
 
@@ -82,9 +91,11 @@ const char* encodingForCodePage(int codePage) noexcept {
 }
 
 /// Deliberate: the file name stands in the value as it was passed, line breaks and quotes included. The
-/// header list neutralises them when it writes the field.
+/// header list neutralises them when it writes the field. Parameters behind the disposition would be taken for
+/// the begin of the name, so they go.
 void setDispositionField(Email2& node, std::string_view disposition, std::string_view filename,
                          LogBase& log) {
+  if (!filename.empty()) disposition = disposition.substr(0, disposition.find(';'));
   StringBuffer value = copyOf(disposition);
   if (!filename.empty()) {
     value.append("; filename=\"");
@@ -167,6 +178,8 @@ void Email2::setContentTypeUtf8(const char* type, const char* name, const char* 
   if (carriesText(m_contentType)) use_codepage(codePage);
   for (const auto& param : params)
     if (param.value) param.member.setString(*param.value);
+  // It is written as a line of its own, where a line break would end it.
+  for (const char c : {'\r', '\n', '\0'}) m_contentType.m_boundary.removeCharOccurances(c);
   refreshContentTypeHeader(log);
 }
 
@@ -183,7 +196,7 @@ void Email2::refreshContentTypeHeader(LogBase& log) {
                                        log);
   }
 
-  if (fieldSaysTheSame(m_header, value)) return;
+  if (receivedFieldSaysTheSame(m_header, value)) return;
   m_header.replaceMimeFieldUtf8_a("Content-Type", value.getString(), /*asGiven=*/true, /*ordinary=*/false,
                                   log);
 }

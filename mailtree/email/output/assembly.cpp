@@ -9,6 +9,7 @@
 #include "mailtree/email/internal.h"
 #include "mailtree/email/output/text_body.h"
 #include "mailtree/email/output/unencoded.h"
+#include "mailtree/mime/BoundaryLines.h"
 #include "mailtree/mime/ContentCoding.h"
 
 namespace mailtree {
@@ -16,6 +17,12 @@ namespace {
 
 /// How deep the walk goes, which recurses. Loading stays far below; a tree deeper than this was made by hand.
 constexpr int kMaxWrittenDepth = 1'000;
+
+/// The boundaries of the multiparts around a node, innermost first.
+struct Enclosing {
+  std::string_view boundary;
+  const Enclosing* outer;
+};
 
 /// One walk over a subtree: where it goes to, and what holds for every node below.
 struct Assembly {
@@ -26,10 +33,12 @@ struct Assembly {
   bool qpFor8bit;
   bool isTop;
   int level = 0;
+  const Enclosing* around = nullptr;
   bool* tooDeep;  ///< Set for the whole walk when something was left out.
 
-  Assembly below(bool qpBelow) const {
+  Assembly below(bool qpBelow, const Enclosing& enclosing) const {
     Assembly child = *this;
+    child.around = &enclosing;
     child.qpFor8bit = qpBelow;
     child.isTop = false;
     ++child.level;
@@ -126,7 +135,8 @@ bool writeSubpart(Email2& part, std::string_view delimiter, const Assembly& job)
 }
 
 bool writeSubparts(Email2& node, const Assembly& job) {
-  const Assembly below = job.below(job.qpFor8bit && !isAttachedMessage(node));
+  const Enclosing enclosing{trimRight(node.m_contentType.m_boundary), job.around};
+  const Assembly below = job.below(job.qpFor8bit && !isAttachedMessage(node), enclosing);
   const std::string boundary = "--" + std::string(node.m_contentType.m_boundary.view());
   const std::string delimiter = boundary + "\r\n";
   for (int i = 0; i < node.m_subParts.getSize(); ++i) {
@@ -135,6 +145,30 @@ bool writeSubparts(Email2& node, const Assembly& job) {
     if (!node.isLive()) return false;
   }
   return job.to.write(boundary + "--\r\n") && node.isLive();
+}
+
+bool holdsBoundary(std::string_view body, const Enclosing* around) noexcept {
+  for (std::size_t at = 0; around && at < body.size();) {
+    const std::size_t position = findDashLine(body, at);
+    if (position == std::string_view::npos) return false;
+    const DashLine line = dashLineAt(body, position);
+    for (const Enclosing* open = around; open; open = open->outer)
+      if (line.isBoundary(open->boundary)) return true;
+    at = line.next;
+  }
+  return false;
+}
+
+bool isEncoded(const Email2& node) noexcept {
+  return node.m_transferEncoding.equalsIgnoreCase("base64") ||
+         node.m_transferEncoding.equalsIgnoreCase("quoted-printable");
+}
+
+/// A line that had been encoded, or came out of a conversion, may read like the boundary of a multipart around it. In the
+/// clear it would end this part and begin another one, which nobody sent.
+void encodeHiddenBoundary(Email2& node, const OutgoingBody& body, const Assembly& job) {
+  if (hasChildren(node) || isEncoded(node) || !holdsBoundary(body.bytesOf(node).view(), job.around)) return;
+  setTransferEncoding(node, body.normalizeLineEnds ? "quoted-printable" : "base64", job.log);
 }
 
 /// Makes the node fit to be written and chooses what its body will be.
@@ -149,6 +183,7 @@ bool prepare(Email2& node, const Assembly& job, OutgoingBody& body) {
   dropEncodingOfAlternative(node);
   if (!node.isLive()) return false;
   body = chooseBody(node, isAttachment, job.log);
+  encodeHiddenBoundary(node, body, job);
   return node.isLive();
 }
 

@@ -52,7 +52,8 @@ void Email2::qEncodeData(const unsigned char* data, long length, const char* cha
 }
 
 void Email2::getQBEncodedMimeHeader(StringBuffer& out, LogBase& log, bool) const {
-  if (isLive()) m_header.getMimeHeader(out, nullptr, emailCodePage(), /*isTop=*/false, log);
+  // Every field: what a written body part leaves out belongs to this rendering.
+  if (isLive()) m_header.getMimeHeader(out, nullptr, emailCodePage(), /*isTop=*/true, log);
 }
 
 }  // namespace mailtree
