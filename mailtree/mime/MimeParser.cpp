@@ -304,7 +304,8 @@ void MimeParser::Run::splitParts() {
 }
 
 void MimeParser::Run::open(MimeMessage2& entity, std::size_t begin, std::size_t bodyBegin) {
-  const bool isFork = !m_open.empty() && equalsNoCase(m_open.back().entity->m_contentType.m_type, "multipart/appledouble");
+  const bool isFork =
+      !m_open.empty() && equalsNoCase(m_open.back().entity->m_contentType.m_type, "multipart/appledouble");
   m_last = {&entity, bodyBegin, isFork};
   if (!m_open.empty()) m_open.back().partBegin = begin;
   if (!openMultipart(entity, bodyBegin)) m_leaf = m_last;

@@ -54,7 +54,7 @@ TEST(Base64, decodes_what_is_broken) {
       {"Zm8=Zm8=", "fofo"},        // two texts in one
       {"Zm8=\r\nZm8=\r\n", "fofo"},
       {"Zm8=\r\n\r\n_____\r\nList mailing list\r\n", "fo"},  // a footer in clear
-      {"QQ==\r\nQ!UJD\r\nREVG", "AABCDEF"},                          // not a footer, damage
+      {"QQ==\r\nQ!UJD\r\nREVG", "AABCDEF"},                  // not a footer, damage
       {"=Zm9v", "foo"},
       {"Z m\t9\r\nv", "foo"},
       {"Zm9v!#\x80\xFF-_YmFy", "foobar"},  // strangers

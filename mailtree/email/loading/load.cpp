@@ -30,7 +30,9 @@ bool isSigned(const Email2& root, const Email2& enclosure) {
   bool inside = isType(enclosure.m_contentType.m_type, "multipart/signed");
   walkTree(root, [&](const Email2& node) {
     if (!node.m_received) return Walk::onward;
-    inside |= walkTree(node, [&](const Email2& below) { return &below == &enclosure ? Walk::stop : Walk::onward; }) == Walk::stop;
+    inside |= walkTree(node, [&](const Email2& below) {
+                return &below == &enclosure ? Walk::stop : Walk::onward;
+              }) == Walk::stop;
     return inside ? Walk::stop : Walk::skipChildren;
   });
   return inside;
