@@ -106,6 +106,14 @@ TEST(HiddenStructure, split_related_blocks_are_joined_but_not_below_a_signature)
       << write(*covered);
 }
 
+TEST(HiddenStructure, an_unclosed_signed_part_does_not_swallow_the_end_of_what_is_around_it) {
+  const EmailPtr root = load(
+      "Content-Type: multipart/signed; boundary=s\n\n--s\nContent-Type: multipart/signed; "
+      "boundary=s\n\n--s\n\nx\n");
+  const std::string once = write(*root);
+  EXPECT_EQ(write(*load(once)), once);
+}
+
 TEST(HiddenStructure, a_wrapped_attachment_keeps_every_parameter) {
   const EmailPtr root = load(
       "Content-Type: text/calendar; method=REQUEST; charset=utf-8\n"

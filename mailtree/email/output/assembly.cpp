@@ -159,6 +159,15 @@ bool holdsBoundary(std::string_view body, const Enclosing* around) noexcept {
   return false;
 }
 
+/// Whether received bytes hold a multipart that never closes and has the boundary of one around them: whoever reads them back
+/// takes the end of the outer one for its own.
+bool swallowsBoundary(const Email2& node, std::string_view received, const Enclosing* around) {
+  const auto isUnclosed = [](const Email2& part) {
+    return part.m_repairs.has(Repair::boundaryUnclosed) ? Walk::stop : Walk::onward;
+  };
+  return walkTree(node, isUnclosed) == Walk::stop && holdsBoundary(received, around);
+}
+
 bool isEncoded(const Email2& node) noexcept {
   return node.m_transferEncoding.equalsIgnoreCase("base64") ||
          node.m_transferEncoding.equalsIgnoreCase("quoted-printable");
@@ -203,7 +212,8 @@ bool assemble(Email2& node, const Assembly& job) {
     return false;
   }
   LogContextExitor context(job.log, "assembleMimeBody");
-  if (const DataBuffer* const received = unchangedReceivedContent(node))
+  const DataBuffer* const received = unchangedReceivedContent(node);
+  if (received && !swallowsBoundary(node, received->view(), job.around))
     return writeUnencoded(received->view(), job.dotStuff, job.to);
   return writeNodeItself(node, job) && (!hasChildren(node) || writeSubparts(node, job));
 }
