@@ -49,10 +49,13 @@ void look(Email2& root) {
   root.getEmailSize(log);
 }
 
-/// Loading joins loose alternatives, one pair at a time and under a boundary of its own each time; such a
-/// message is another one after every load.
-bool wasReshaped(const Email2& root) {
-  return root.m_repairs.has(Repair::looseAlternative) || root.m_repairs.has(Repair::loneAttachment);
+/// Whether loading had to mend anything: a message that was broken may become a different one with every repair, such as a
+/// label that says what its text was found to be.
+bool wasMended(const Email2& node) {
+  if (!node.m_repairs.isEmpty()) return true;
+  for (int i = 0; i < node.getNumParts(); ++i)
+    if (wasMended(*node.getPartConst(i))) return true;
+  return false;
 }
 
 }  // namespace
@@ -68,6 +71,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fuzz::require(second != nullptr, "what was written loads");
   const std::string twice = write(*second, option);
   const EmailPtr third = load(twice, false);
-  if (!wasReshaped(*third)) fuzz::require(write(*third, option) == twice, "writing settles");
+  if (!wasMended(*second) && !wasMended(*third))
+    fuzz::require(write(*third, option) == twice, "writing settles");
   return 0;
 }
