@@ -114,9 +114,12 @@ std::size_t decode(std::string_view text, std::uint8_t* out) noexcept {
     const char* const escape = p;
     decodeEscapes(p, end, out);
     if (p != escape) continue;
-    const char* const after = afterSoftBreak(p, end);
-    if (!after) *out++ = byteOf(*p++);
-    if (after) p = after;
+    if (const char* const after = afterSoftBreak(p, end)) {
+      p = after;
+    } else {
+      *out++ = '=';
+      ++p;
+    }
   }
   return static_cast<std::size_t>(out - begin);
 }
