@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 
 #include "mailtree/base/Utf.h"
 
@@ -67,12 +68,9 @@ std::string printable(std::string_view text) {
 std::string humanSize(std::uint64_t bytes) {
   if (bytes < 1000) return std::to_string(bytes) + " B";
   constexpr const char* kUnits[] = {"kB", "MB", "GB", "TB", "PB", "EB"};
-  double value = static_cast<double>(bytes);
-  int unit = -1;
-  while (value >= 999.5 && unit < 5) {
-    value /= 1000;
-    ++unit;
-  }
+  double value = static_cast<double>(bytes) / 1000;
+  std::size_t unit = 0;
+  for (; value >= 999.5 && unit + 1 < std::size(kUnits); ++unit) value /= 1000;
   std::array<char, 32> text{};
   std::snprintf(text.data(), text.size(), value < 9.95 ? "%.1f %s" : "%.0f %s", value, kUnits[unit]);
   return text.data();
