@@ -1,5 +1,5 @@
-// A whole message: load, look at everything, write, load what was written, write again. The second and the
-// third text are equal.
+// A whole message: load, look at everything, write, load what was written, write again. Where nothing had to be
+// mended, the second and the third text are equal.
 #include <memory>
 #include <string>
 
