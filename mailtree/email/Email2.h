@@ -62,9 +62,11 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   //   7  Structure: enclosures and alternatives  structure/enclosures.cpp      structure_test.cpp
   //                                              structure/construction.cpp
   //                                              structure/alternatives.cpp
-  //                                              bodies/*.cpp
-  //   8  Attachments                             structure/attachments.cpp     attachments_test.cpp
-  //   9  Addresses                               addresses/*.cpp               addresses_test.cpp
+  //   8  Bodies                                  bodies/*.cpp                  bodies_test.cpp
+  //                                                                            body_charset_test.cpp
+  //   9  Attachments                             structure/attachments.cpp     attachments_test.cpp
+  //  10  Making attachments                      creation/attachments.cpp      creation_test.cpp
+  //  11  Addresses                               addresses/*.cpp               addresses_test.cpp
 
   /// @name 1. Life, subparts, shared settings
   /// @{
@@ -231,6 +233,11 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   static Email2* createFromMimeObject2(_svEmailCommon& common, MimeMessage2& entity, bool extractBody,
                                        bool unwrap, LogBase& log, SystemCerts& certs);
 
+  /// Splits a text in which an HTML page and files were pasted as uuencoded blocks: what stands before the first
+  /// block becomes the plain-text body, the first block named ".htm" the HTML body, every other an attachment.
+  /// @return false when there is no block; `email` is then untouched. `text` is only read.
+  static bool splitOutlookHtmlUU(StringBuffer& text, Email2& email, LogBase& log);
+
   void getRawBodyThisPart(DataBuffer& out) const;  ///< Replaces `out` by a copy of the body.
   void getRawBodyUtf8(XString& out);               ///< Appends the body as text. Does not check the marker.
   void getNonMultipartBodyData(DataBuffer& out) const;  ///< Appends the body.
@@ -321,20 +328,86 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   Email2* getAlternativeByContentType(const char* contentType);
   Email2* getPlainTextAlternative();
   Email2* getHtmlAlternative();
-  /// Appends the bytes of the leaf that a reader would see as this node's body. (email/bodies/read.cpp)
+  /// @}
+
+  /// @name 8. Bodies
+  /// A part's body is stored decoded, text in utf-8. `root` is passed on to the enumeration of the alternatives.
+  /// @{
+
+  /// Appends the plain-text or HTML body as utf-8. A delivery report's plain text is its first part.
+  /// @return false when there is none; an empty body is a success.
+  bool getPlainTextBodyUtf8(const Email2& root, StringBuffer& out, LogBase& log);
+  bool getHtmlBodyUtf8(const Email2& root, StringBuffer& out, LogBase& log);
+  /// The same in quoted-printable, without charset conversion. Deliberate: these look at the first part of each
+  /// multipart on the way down and at nothing beside it. The second buffer is neither read nor written.
+  bool getPlainTextBodyQP(const Email2& root, StringBuffer& out, StringBuffer&, LogBase& log);
+  bool getHtmlBodyQP(const Email2& root, StringBuffer& out, StringBuffer&, LogBase& log);
+  /// Whether such a body is found on the way of the QP forms.
+  bool hasPlainTextBody();
+  bool hasHtmlBody();
+  Email2* findPlainTextPart();  ///< Borrowed.
+  /// Appends the bytes of the leaf that a reader would see as this node's body.
   /// Deliberate: when that leaf is application, image, video or audio, `out` is emptied instead.
   /// @return false when there is no such leaf or it is one of those.
   bool getEffectiveBodyData(const Email2& root, DataBuffer& out, LogBase& log) const;
+  /// Replaces `out` by the effective body in a code page; below 1 and 65001: as it is stored. Characters that the
+  /// code page does not have become "?".
+  void getEffectiveBodyMb(const Email2& root, int codePage, DataBuffer& out, LogBase& log) const;
+  int get_charset_codepage() const;  ///< 0 without shared settings.
+  bool equalsContentType(const char* type) const;
+
+  /// Sets the body of a type wherever it belongs: an existing body of that type is replaced, a second text joins
+  /// the first in a multipart/alternative.
+  /// @param data      moved from when it is stored, as in all of these but setBodyDb; utf-8 when `isText`.
+  /// @param type      overwritten when it is a multipart, which no body can be: by text/plain or
+  ///                  application/octet-stream, with an error in the log.
+  /// @param outPart   receives the node that holds the body, borrowed; null when it failed. Deliberate: also null
+  ///                  when HTML replaced an empty first text part of a multipart/mixed. May be null.
+  bool setBody(DataBuffer& data, bool isText, StringBuffer& type, Email2** outPart, LogBase& log);
+  /// Adds or replaces an alternative, making the enclosure when there is none. HTML goes into a
+  /// multipart/related when there is one.
+  bool addAlternativeBody(DataBuffer& data, bool isText, StringBuffer& type, Email2** outPart, LogBase& log);
+  /// Replaces the first subpart of that type in an enclosure, or inserts a new one: plain text first, HTML first
+  /// when asked for, everything else last.
+  bool replaceOrAddNonMultipart(Email2* enclosure, bool htmlFirst, DataBuffer& data, bool isText,
+                                StringBuffer& type, Email2** outPart, LogBase& log);
+  /// Makes a node hold this body. An empty type keeps the present one; a text body in code page 0 keeps its
+  /// transfer encoding, everything that is no text gets base64.
+  static bool replaceEmailBody(Email2* target, DataBuffer& data, bool isText, int codePage,
+                               StringBuffer& type, LogBase& log);
+  /// A new part with these settings, owned by the caller; null without shared settings.
+  Email2* createNonMultipart(DataBuffer& data, bool isText, int codePage, StringBuffer& type, LogBase& log);
+  /// Puts a ready part into the alternative enclosure in place of the alternative of that type. Takes `part` over
+  /// when it returns true.
+  bool addReplaceAlternative(Email2* part, const char* type, LogBase& log);
+  void setBodyDb(const DataBuffer& data);  ///< Copies; nothing else changes.
+
+  /// Chooses the email's charset for a new text, or widens it to utf-8 when the text does not fit.
+  void chooseCharsetIfNecessary(const DataBuffer& utf8Text, LogBase& log);
+  void chooseCharsetIfNecessaryX(XString& text, LogBase& log);
   /// Brings a received 8-bit body that names no charset to utf-8: utf-8 as it is, else by the header's code
   /// page, iso-8859-1, iso-8859-2. An email that has no charset yet gets the one found.
-  /// (email/bodies/charset.cpp)
   void detectAndSetCharset(LogBase& log);
   /// Converts the body from a code page to utf-8; false, with the body untouched, when something in it has no
   /// meaning there.
   bool checkConvertBody(int codePage, LogBase& log);
+  /// Repairs of received bodies: utf-16 to utf-8 and NULs to blanks in text; utf-16 to utf-8 in HTML; a PDF
+  /// labelled as HTML; quoted-printable for HTML with lines of 2000 characters or more.
+  void checkFixEmailTextBody(LogBase& log);
+  void checkFixUnicodeHtml(LogBase& log);
+  void checkFixNotReallyHtml();
+  void checkHtmlLongLineLength(LogBase& log);
+  /// Completes the structure of a page and makes its charset META tag name the email's charset.
+  void prepHtmlBody(DataBuffer& html, LogBase& log);
+  /// The same for the HTML body; false when there is none or no charset is chosen.
+  bool updateHtmlMetaCharset(LogBase& log);
+  /// Appends the hyperlink URLs of the bodies, repeated ones repeated.
+  void captureHyperlinkUrls(ExtPtrArraySb& urls);
+  /// Cost of sending by size; signing adds, encrypting multiplies, on every level.
+  unsigned getSendCost() const;
   /// @}
 
-  /// @name 8. Attachments
+  /// @name 9. Attachments
   /// @{
 
   /// Whether this node is an attachment; `inMixed` says that its parent is a mixed enclosure.
@@ -357,7 +430,35 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   Email2* findHtmlPart();
   /// @}
 
-  /// @name 9. Addresses
+  /// @name 10. Making attachments
+  /// A new attachment is the last subpart of the node asked, which becomes a multipart/mixed unless it is one.
+  /// `contentType` may be null: then the extension of the file name decides. Nothing is added on failure.
+  /// @{
+
+  /// A new attachment, owned by the caller. Without a name: "attach.dat". The bytes are copied.
+  static Email2* createAttachmentFromDataUtf8(_svEmailCommon& common, const char* fileName,
+                                              const char* contentType, const unsigned char* data, int size,
+                                              LogBase& log);
+  /// Null, with the reason logged, when the file cannot be read.
+  static Email2* createAttachmentFromFileX(_svEmailCommon& common, XString& path, const char* contentType,
+                                           LogBase& log);
+  /// A message/rfc822 part that holds the bytes unchanged, owned by the caller.
+  static Email2* createRfc822AttachedMessage(_svEmailCommon& common, DataBuffer& mime, LogBase& log);
+  /// @param codePage        that of a text file; 0 when unknown or no text.
+  /// @param outContentType  receives the type that the attachment has.
+  bool addDataAttachmentUtf8(const char* fileName, const char* contentType, int codePage,
+                             const DataBuffer& data, StringBuffer& outContentType, LogBase& log);
+  bool addFileAttachmentX(XString& path, const char* contentType, StringBuffer& outContentType, LogBase& log);
+  /// Takes `part` over when it returns true.
+  bool addAttachment(Email2* part, StringBuffer& outContentType, LogBase& log);
+  bool attachMessage(DataBuffer& mime, LogBase& log);
+  /// Appends the type of an extension. Deliberate: its first letter must be lower case to be found.
+  static void getTypeFromExtension(const char* extension, StringBuffer& out);
+  static bool getExtensionFromType(const char* contentType, StringBuffer& out);
+  void getContentDisposition(StringBuffer& disposition, StringBuffer& fileName);
+  /// @}
+
+  /// @name 11. Addresses
   /// Recipient kinds: 1 To, 2 Cc, 3 Bcc. What other numbers do differs per operation and is kept as it
   /// stands.
   /// @{

@@ -1,6 +1,7 @@
 // mime/ContentType.h - the parsed Content-Type of a part (RFC 2045, 5).
 #pragma once
 
+#include <atomic>
 #include <string_view>
 
 #include "mailtree/base/StringBuffer.h"
@@ -28,6 +29,8 @@ class _svContentType {
   StringBuffer m_smimeType;  ///< smime-type parameter.
   StringBuffer m_subtype;    ///< type parameter (of a multipart/related, its main part's type), lower case.
   bool m_formatFlowed = false;  ///< format=flowed (RFC 3676).
+  /// Process-wide: no new text/plain body is declared format=flowed.
+  static inline std::atomic<bool> m_noFormatFlowed = false;
   _svParamSet
       m_otherParams;  ///< Parameters without a member of their own, in order: method, report-type, delsp, ...
                       ///< Of the charsets: one of a text type that nobody knows, any one of another type.
