@@ -122,6 +122,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   int getIdOnServer() const;  ///< -1 without shared settings.
   /// Name of the email's charset; the empty string without shared settings. Never null.
   const char* get_charset_name() const;
+  int get_charset_codepage() const;  ///< 0 without shared settings.
   void use_charset(_svCharset& charset);
   /// Sets the email's charset by code page; 0 is ignored.
   void use_codepage(int codePage);
@@ -353,7 +354,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// Replaces `out` by the effective body in a code page; below 1 and 65001: as it is stored. Characters that the
   /// code page does not have become "?".
   void getEffectiveBodyMb(const Email2& root, int codePage, DataBuffer& out, LogBase& log) const;
-  int get_charset_codepage() const;  ///< 0 without shared settings.
+  /// The body that holds this part's content, to be read or changed in place; borrowed, null when there is none.
+  DataBuffer* getEffectiveBodyObject3(const Email2& root);
   bool equalsContentType(const char* type) const;
 
   /// Sets the body of a type wherever it belongs: an existing body of that type is replaced, a second text joins

@@ -17,8 +17,12 @@ enum class Repair : std::uint32_t {
   headerSyntax = 16,      ///< Lines of the header were no fields, or the blank line after it was missing.
   loneAttachment = 32,    ///< A message that was an attachment and nothing else became a multipart/mixed.
   looseAlternative = 64,  ///< Loose plain text and HTML became a multipart/alternative.
-  noCharset = 256,        ///< 8-bit text without a charset; one was found that carries it.
   notHtml = 128,          ///< An attachment typed text/html is a PDF by its name.
+  noCharset = 256,        ///< 8-bit text without a charset; one was found that carries it.
+  utf16 = 512,            ///< Text in utf-16 that did not say so.
+  nulBytes = 1024,        ///< NUL bytes in a utf-8 text became blanks.
+  longLines = 2048,       ///< Unencoded HTML with lines too long for mail; it is written encoded.
+  uuencoded = 4096,       ///< Files stood uuencoded in the text; they became attachments.
 };
 
 using RepairSet = FlagSet<Repair>;
@@ -39,6 +43,10 @@ inline constexpr RepairName kRepairNames[] = {
     {Repair::looseAlternative, "loose alternatives joined"},
     {Repair::noCharset, "no charset declared"},
     {Repair::notHtml, "PDF labelled as HTML"},
+    {Repair::utf16, "unlabelled utf-16"},
+    {Repair::nulBytes, "NUL bytes"},
+    {Repair::longLines, "lines too long for mail"},
+    {Repair::uuencoded, "uuencoded files taken out"},
 };
 
 }  // namespace mailtree

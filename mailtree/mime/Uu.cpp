@@ -78,18 +78,29 @@ class BlockReader {
   /// was.
   bool next(DataBuffer& out, std::string_view& name) {
     const std::size_t size = out.getSize();
+    const std::size_t searchedFrom = m_at;
     while (findBegin(name)) {
-      if (readData(out)) return true;
+      const std::size_t begin = m_beginLine;
+      if (readData(out)) {
+        m_textBefore = !trim(m_text.substr(searchedFrom, begin - searchedFrom)).empty();
+        return true;
+      }
       out.shorten(out.getSize() - size);
     }
     return false;
   }
 
+  /// Whether text stands between the last block and the one before it, or the begin.
+  bool hadTextBefore() const noexcept { return m_textBefore; }
+  std::string_view rest() const noexcept { return m_text.substr(m_at); }
+
  private:
   /// Moves behind the next "begin MODE NAME" line.
   bool findBegin(std::string_view& name) noexcept {
-    while (m_at < m_text.size())
+    while (m_at < m_text.size()) {
+      m_beginLine = m_at;
       if (readBegin(readLine(), name)) return true;
+    }
     return false;
   }
 
@@ -129,6 +140,8 @@ class BlockReader {
 
   std::string_view m_text;
   std::size_t m_at = 0;
+  std::size_t m_beginLine = 0;
+  bool m_textBefore = false;
 };
 
 }  // namespace
@@ -140,17 +153,23 @@ bool Uu::uu_decode(std::string_view text, DataBuffer& out) {
   return true;
 }
 
-int Uu::uu_decodeMultipleDb(std::string_view text, ExtPtrArray& data, ExtPtrArraySb& names) {
+int Uu::uu_decodeMultipleDb(std::string_view text, ExtPtrArray& data, ExtPtrArraySb& names,
+                            bool* textFollows) {
   return neverThrow(0, [&] {
     BlockReader blocks(text);
     int count = 0;
+    bool otherText = false;
+    std::string_view behindLast;
     std::string_view name;
     for (auto block = std::make_unique<DataBuffer>(); blocks.next(*block, name);
          block = std::make_unique<DataBuffer>()) {
       if (!names.appendString(name) || !data.appendObject(block.get())) break;
       block.release();  // now the list's
+      otherText = otherText || (count > 0 && blocks.hadTextBefore());
+      behindLast = blocks.rest();
       ++count;
     }
+    if (textFollows) *textFollows = otherText || !trim(behindLast).empty();
     return count;
   });
 }

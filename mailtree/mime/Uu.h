@@ -21,8 +21,10 @@ class Uu {
   void uu_getFilename(StringBuffer& out) const { out.append(m_filename); }
   /// Decodes every block of the text: one owned DataBuffer in `data` and one string in `names` for each, in
   /// order.
+  /// @param textFollows  when not null, receives whether there is text between or behind the blocks.
   /// @return how many.
-  static int uu_decodeMultipleDb(std::string_view text, ExtPtrArray& data, ExtPtrArraySb& names);
+  static int uu_decodeMultipleDb(std::string_view text, ExtPtrArray& data, ExtPtrArraySb& names,
+                                 bool* textFollows = nullptr);
 
  private:
   StringBuffer m_filename;

@@ -1,7 +1,8 @@
-// email/bodies/charset.cpp - received text that names no charset brought to utf-8.
+// email/bodies/charset.cpp - the email's one charset: chosen for a new text, found out for a received one.
 
 #include "mailtree/base/Utf.h"
 #include "mailtree/email/internal.h"
+#include "mailtree/mime/UnicodeInfo.h"
 
 namespace mailtree {
 namespace {
@@ -14,7 +15,108 @@ bool looksLikeUtf8(std::string_view bytes) noexcept {
   return false;
 }
 
+constexpr int kCpLatin2 = 28592;
+
+bool carries(int codePage, const DataBuffer& utf8, LogBase& log) {
+  DataBuffer scratch;
+  return EncodingConvert::EncConvert(kCpUtf8, codePage, utf8.getData2(), utf8.getSize(), scratch, log);
+}
+
+/// What a text in us-ascii that no longer is 7-bit is tried in: the preferred charset, if there is one.
+int codePageBeyondAscii(_svEmailCommon& common) {
+  if (common.m_preferredCharset.isEmpty()) return kCpUsAscii;
+  _svCharset preferred;
+  preferred.setByName(common.m_preferredCharset.getUtf8());
+  return preferred.getCodePage() != 0 ? preferred.getCodePage() : kCpUsAscii;
+}
+
+/// Chooses the charset of an email from the first text it gets.
+class FirstChoice {
+ public:
+  FirstChoice(const Email2& email, const DataBuffer& utf8, LogBase& log) noexcept
+      : m_email(email), m_common(*email.m_common), m_text(utf8), m_log(log) {}
+
+  void choose() {
+    if (m_text.isEmpty()) return;
+    if (m_text.is7bit(0)) {
+      if (m_log.m_debugLogging) m_log.logInfo("Choosing us-ascii because body is 7bit");
+      m_common.m_charset.setByCodePage(kCpUsAscii);
+      return;
+    }
+    LogContextExitor context(m_log, "chooseCharsetIfNecessary");
+    if (!takeDetected() && !takeSuggested()) takeFirstThatCarries();
+  }
+
+ private:
+  void take(int codePage, const char* reason) {
+    if (m_log.m_verboseLogging) m_log.logInfo(reason);
+    m_common.m_charset.setByCodePage(codePage);
+  }
+
+  bool takeDetected() {
+    const int detected = m_email.m_header.getDetectedCP();
+    if (detected < 1) return false;
+    if (m_log.m_verboseLogging) m_log.LogDataLong("cpDetectedInHeader", detected);
+    if (!carries(detected, m_text, m_log)) {
+      if (m_log.m_verboseLogging)
+        m_log.logInfo("Charset detected in header not sufficient for this text body...");
+      return false;
+    }
+    take(detected, "Setting charset to what was detected in the MIME header.");
+    return true;
+  }
+
+  bool takeSuggested() {
+    XString& preferred = m_common.m_preferredCharset;
+    if (!preferred.isEmpty() && m_log.m_verboseLogging)
+      m_log.LogDataSb("preferredCharset", preferred.getUtf8Sb());
+    UnicodeInfo info;
+    info.ExamineUnicode(m_text.view());
+    _svCharset suggestion;
+    info.suggestCharset(suggestion, preferred.isEmpty() ? nullptr : preferred.getUtf8(), m_text.view(),
+                        m_log);
+    if (suggestion.getCodePage() == 0) return false;
+    if (m_log.m_verboseLogging) m_log.LogDataLong("examineUnicodeChosenCharset", suggestion.getCodePage());
+    m_common.m_charset.setByCodePage(suggestion.getCodePage());
+    return true;
+  }
+
+  void takeFirstThatCarries() {
+    if (carries(kCpLatin1, m_text, m_log))
+      return take(kCpLatin1, "Choosing iso-8859-1 because conversion was success.");
+    if (carries(kCpLatin2, m_text, m_log))
+      return take(kCpLatin2, "Choosing iso-8859-2 because conversion was success.");
+    take(kCpUtf8, "Choosing utf-8 as fallback for 8bit text.");
+  }
+
+  const Email2& m_email;
+  _svEmailCommon& m_common;
+  const DataBuffer& m_text;
+  LogBase& m_log;
+};
+
 }  // namespace
+
+void Email2::chooseCharsetIfNecessary(const DataBuffer& utf8Text, LogBase& log) {
+  if (!isLive() || !m_common) return;
+  int codePage = emailCodePage();
+  if (codePage == kCpUsAscii && !utf8Text.is7bit(0)) codePage = codePageBeyondAscii(*m_common);
+  // Deliberate: an email in us-ascii whose preference is utf-8 stays us-ascii; output relabels its parts.
+  if (codePage == kCpUtf16LE || codePage == kCpUtf16BE || codePage == kCpUtf8) return;
+  if (codePage == 0) return FirstChoice(*this, utf8Text, log).choose();
+
+  if (carries(codePage, utf8Text, log)) return use_codepage(codePage);
+  if (log.m_verboseLogging)
+    log.logInfo("Unable to convert text body to existing code page.  Choosing utf-8 for all text bodies...");
+  use_codepage(kCpUtf8);
+}
+
+void Email2::chooseCharsetIfNecessaryX(XString& text, LogBase& log) {
+  if (!isLive()) return;
+  DataBuffer utf8;
+  utf8.append(text.getUtf8Sb());
+  chooseCharsetIfNecessary(utf8, log);
+}
 
 void Email2::detectAndSetCharset(LogBase& log) {
   if (!isLive()) return;
@@ -25,7 +127,6 @@ void Email2::detectAndSetCharset(LogBase& log) {
     return;
   }
   const int ofHeader = m_header.getDetectedCP();
-  constexpr int kCpLatin2 = 28592;
   if (ofHeader >= 1 && checkConvertBody(ofHeader, log)) return;
   if (checkConvertBody(kCpLatin1, log) || checkConvertBody(kCpLatin2, log)) return;
   if (m_common && m_common->m_charset.getCodePage() == 0) m_common->m_charset.setByCodePage(kCpUtf8);

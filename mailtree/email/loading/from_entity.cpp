@@ -7,28 +7,12 @@
 #include <utility>
 
 #include "mailtree/email/internal.h"
+#include "mailtree/email/loading/received_body.h"
 #include "mailtree/email/loading/received_date.h"
 #include "mailtree/mime/MimeMessage2.h"
 
 namespace mailtree {
 namespace {
-
-/// Some mailers label the PDF files they attach as HTML.
-void relabelPdf(Email2& node) {
-  if (!node.m_contentType.m_type.equals("text/html") || !node.m_disposition.equals("attachment") ||
-      !node.m_dispFilename.endsWithIgnoreCase(".pdf"))
-    return;
-  node.m_contentType.m_type.setString("application/pdf");
-  node.m_repairs.add(Repair::notHtml);
-}
-
-/// Whether this is 8-bit text that nobody labelled and output would have to guess at.
-bool isUnlabelled8bitText(const Email2& node, bool hasCharset) {
-  const std::string_view type = node.m_contentType.m_type.view();
-  if (hasCharset || !(type.empty() || containsNoCase(type, "text/"))) return false;
-  if (judgeAttachment(node.traits(), /*inMixed=*/false).isAttachment) return false;
-  return !node.m_body.is7bit(0) && !node.m_body.containsChar('\0');
-}
 
 class TreeBuilder {
  public:
@@ -46,6 +30,7 @@ class TreeBuilder {
   void moveHeader(MimeMessage2& entity, Email2& node);
   void recordCharset(const _svCharset& charset, Email2& node);
   void resetSendSettings() noexcept;
+  void takeBody(MimeMessage2& entity, Email2& node, const StringBuffer& charset);
   void moveBody(MimeMessage2& entity, Email2& node);
   void addChildren(MimeMessage2& entity, Email2& node, int depth);
   MimeMessage2& unpackChild(MimeMessage2& parent, int index, MimeMessage2& child);
@@ -66,9 +51,7 @@ EmailPtr TreeBuilder::convert(MimeMessage2& entity, int depth) {
   readEnvelope(entity, *node);
   moveHeader(entity, *node);
   resetSendSettings();
-  moveBody(entity, *node);
-  relabelPdf(*node);
-  if (isUnlabelled8bitText(*node, !charset.isEmpty())) node->detectAndSetCharset(m_log);
+  takeBody(entity, *node, charset);
   addChildren(entity, *node, depth);
   return node;
 }
@@ -119,6 +102,19 @@ void TreeBuilder::resetSendSettings() noexcept {
   m_common.m_sendSigned = false;
   m_common.m_sendEncrypted = false;
   m_common.m_idOnServer = -1;
+}
+
+void TreeBuilder::takeBody(MimeMessage2& entity, Email2& node, const StringBuffer& charset) {
+  if (!takeUuencoded(node, *entity.getMimeBodyDb(), charset, m_log)) {
+    // What has parts is no single file, whatever its fields say.
+    if (entity.getNumParts() == 0) unpackAttachmentOnly(node, *entity.getMimeBodyDb(), m_log);
+    moveBody(entity, node);
+    mendReceivedText(node, m_log);
+  }
+  node.checkFixNotReallyHtml();
+  if (node.m_disposition.equalsIgnoreCase("attachment")) return;
+  if (isUnlabelled8bitText(node, !charset.isEmpty())) node.detectAndSetCharset(m_log);
+  node.checkHtmlLongLineLength(m_log);
 }
 
 void TreeBuilder::moveBody(MimeMessage2& entity, Email2& node) {

@@ -148,6 +148,8 @@ const char* Email2::get_charset_name() const {
   return isLive() && m_common ? m_common->m_charset.getName() : "";
 }
 
+int Email2::get_charset_codepage() const { return isLive() ? emailCodePage() : 0; }
+
 void Email2::use_charset(_svCharset& charset) {
   if (isLive() && m_common) m_common->m_charset.copy(charset);
 }

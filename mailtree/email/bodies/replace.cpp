@@ -1,0 +1,238 @@
+// email/bodies/replace.cpp - a new body put where it belongs: in place of the old one, beside it as an
+// alternative, or into the related enclosure that its images live in.
+
+#include "mailtree/email/internal.h"
+
+namespace mailtree {
+namespace {
+
+/// Longer lines do not travel unencoded: SMTP allows 998 bytes (RFC 5321, 4.5.3.1.6), and some leave room.
+constexpr std::size_t kMaxLine7bit = 990;
+
+constexpr int kAlternative = static_cast<int>(EnclosureKind::alternative);
+constexpr int kRelated = static_cast<int>(EnclosureKind::related);
+
+void setOut(Email2** outPart, Email2* part) noexcept {
+  if (outPart) *outPart = part;
+}
+
+bool isPlain(const StringBuffer& type) noexcept { return equalsNoCase(type, "text/plain"); }
+bool isHtml(const StringBuffer& type) noexcept { return equalsNoCase(type, "text/html"); }
+
+void logVerbose(LogBase& log, const char* text) {
+  if (log.m_verboseLogging) log.logInfo(text);
+}
+
+void logDebug(LogBase& log, const char* text) {
+  if (log.m_debugLogging) log.logInfo(text);
+}
+
+/// No body is a multipart. One that claims to be is stored as what it can be.
+void refuseMultipart(StringBuffer& type, bool isText, LogBase& log) {
+  if (!beginsWithNoCase(type, "multipart/")) return;
+  log.logError("Invalid body content type.");
+  type.setString(isText ? "text/plain" : "application/octet-stream");
+}
+
+bool mayBeFlowed() noexcept { return !_svContentType::m_noFormatFlowed; }
+
+void encodeLongLines(Email2& part, const char* message, LogBase& log) {
+  if (!part.m_transferEncoding.equals("7bit") || !part.m_body.hasLineLonger(kMaxLine7bit)) return;
+  log.logInfo(message);
+  setTransferEncoding(part, "quoted-printable", log);
+}
+
+/// The subpart of an enclosure that a body of this type replaces. An attached file is not one.
+Email2* findReplaceable(const Email2& enclosure, const StringBuffer& type) {
+  for (int i = 0; i < enclosure.getNumParts(); ++i) {
+    Email2* const part = enclosure.getPart(i);
+    if (part && part->equalsContentType(type.getString()) && !part->isStrictAttachment(nullptr)) return part;
+  }
+  return nullptr;
+}
+
+/// Type, Content-Type field and charset stay as they are: output names the email's charset in any case.
+void replaceInPlace(Email2& part, DataBuffer& data, bool isText, const StringBuffer& type, LogBase& log) {
+  part.m_body.takeData(data);
+  if (!isText) return setTransferEncoding(part, "base64", log);
+  if (part.emailCodePage() != 0) part.setEncodingViaCodePage(part.emailCodePage(), 0, log);
+  if (isPlain(type)) part.m_contentType.m_formatFlowed = mayBeFlowed();
+  encodeLongLines(part,
+                  "Automatically setting Content-Transfer-Encoding equal to quoted-printable because of long "
+                  "line length. (2)",
+                  log);
+}
+
+/// Readers show the last alternative they understand, so plain text stands first (RFC 2046, 5.1.4).
+void insertByType(Email2& enclosure, Email2* part, bool htmlFirst, const StringBuffer& type) {
+  if (isPlain(type)) part->m_contentType.m_formatFlowed = mayBeFlowed();
+  const bool goesFirst = isPlain(type) || (htmlFirst && isHtml(type));
+  enclosure.insertSubPartAtIndex(part, goesFirst ? 0 : -1);
+}
+
+/// The text that stood first in a multipart/mixed joins the enclosure that was put before it: left behind, it
+/// would count as an attachment.
+void adoptLooseText(Email2& mixed, Email2& alternative) {
+  if (mixed.getPart(0) != &alternative) return;
+  Email2* const text = mixed.getPart(1);
+  LogNull quiet;
+  if (!text || !text->equalsContentType("text/plain") || text->isEmailAttachment(/*inMixed=*/true, quiet))
+    return;
+  alternative.insertSubPartAtIndex(mixed.extractSubpartByIndex(1), 0);
+}
+
+Email2* makeAlternative(Email2& email, LogBase& log) {
+  if (!email.addAlternativeEnclosure(log)) return nullptr;
+  Email2* const enclosure = email.findMultipartEnclosure(kAlternative, 0);
+  if (enclosure) adoptLooseText(email, *enclosure);
+  return enclosure;
+}
+
+/// A first body for a multipart that has no enclosure for it.
+bool addToMultipart(Email2& email, DataBuffer& data, bool isText, StringBuffer& type, Email2** outPart,
+                    LogBase& log) {
+  logDebug(log, "Adding new non-multipart body...");
+  Email2* const first = email.getPart(0);
+  // Deliberate: only a true multipart/mixed, not what is treated like one.
+  if (isHtml(type) && email.m_contentType.m_type.equals("multipart/mixed") && first &&
+      first->equalsContentType("text/plain")) {
+    if (!first->m_body.isEmpty()) return email.addAlternativeBody(data, isText, type, outPart, log);
+    // Deliberate: on this way the caller is not told which part it was.
+    return Email2::replaceEmailBody(first, data, isText, email.emailCodePage(), type, log);
+  }
+  logVerbose(log, "Inserting new MIME part...");
+  return email.replaceOrAddNonMultipart(&email, false, data, isText, type, outPart, log);
+}
+
+}  // namespace
+
+bool Email2::setBody(DataBuffer& data, bool isText, StringBuffer& type, Email2** outPart, LogBase& log) {
+  if (!isLive()) return false;
+  LogContextExitor context(log, "setBody");
+  if (log.m_verboseLogging) {
+    log.LogDataSb("content-type", type);
+    log.LogDataLong("isText", isText);
+  }
+  if (isText) chooseCharsetIfNecessary(data, log);
+  const int codePage = emailCodePage();
+  setOut(outPart, nullptr);
+  const bool isHtmlText = isText && isHtml(type);
+
+  if (Email2* const html = isHtmlText ? findHtmlPart() : nullptr) {
+    logVerbose(log, "Found existing HTML body.");
+    setOut(outPart, html);
+    return replaceEmailBody(html, data, true, codePage, type, log);
+  }
+  refuseMultipart(type, isText, log);
+  if (findMultipartEnclosure(kAlternative, 0)) {
+    logVerbose(log, "Found multipart/alternative enclosure.");
+    return addAlternativeBody(data, isText, type, outPart, log);
+  }
+  logDebug(log, "No multipart/alternative enclosure found to exist yet.");
+  if (isHtmlText) {
+    if (findMultipartEnclosure(kRelated, 0)) {
+      logVerbose(log, "Found multipart/related enclosure.");
+      return addAlternativeBody(data, true, type, outPart, log);
+    }
+    logDebug(log, "No multipart/related enclosure found to exist yet.");
+    prepHtmlBody(data, log);
+  }
+  if (isMultipart()) return addToMultipart(*this, data, isText, type, outPart, log);
+
+  logDebug(log, "Replacing THIS body...");
+  setOut(outPart, this);
+  replaceEmailBody(this, data, isText, codePage, type, log);
+  return true;
+}
+
+bool Email2::addAlternativeBody(DataBuffer& data, bool isText, StringBuffer& type, Email2** outPart,
+                                LogBase& log) {
+  if (!isLive()) return false;
+  LogContextExitor context(log, "addAlternativeBody");
+  setOut(outPart, nullptr);
+  refuseMultipart(type, isText, log);
+  if (isText) chooseCharsetIfNecessary(data, log);
+  if (isText && isHtml(type)) {
+    prepHtmlBody(data, log);
+    if (Email2* const related = findMultipartEnclosure(kRelated, 0)) {
+      logVerbose(log, "Adding/replacing HTML body under pre-existing RELATED enclosure.");
+      return replaceOrAddNonMultipart(related, true, data, isText, type, outPart, log);
+    }
+  }
+
+  logVerbose(log, "Looking for an existing ALTERNATIVE enclosure.");
+  Email2* alternative = findMultipartEnclosure(kAlternative, 0);
+  if (!alternative) {
+    logVerbose(log, "Did not find an existing ALTERNATIVE enclosure, adding one..");
+    alternative = makeAlternative(*this, log);
+  }
+  if (!alternative) {
+    log.logError("Failed to find alternative enclosure after just adding it.");
+    return false;
+  }
+  return replaceOrAddNonMultipart(alternative, false, data, isText, type, outPart, log);
+}
+
+bool Email2::replaceOrAddNonMultipart(Email2* enclosure, bool htmlFirst, DataBuffer& data, bool isText,
+                                      StringBuffer& type, Email2** outPart, LogBase& log) {
+  if (!isLive() || !enclosure) return false;
+  setOut(outPart, nullptr);
+  if (Email2* const part = findReplaceable(*enclosure, type)) {
+    replaceInPlace(*part, data, isText, type, log);
+    setOut(outPart, part);
+    return true;
+  }
+  EmailPtr part(createNonMultipart(data, isText, emailCodePage(), type, log));
+  if (!part) return false;
+  setOut(outPart, part.get());
+  insertByType(*enclosure, part.release(), htmlFirst, type);
+  return true;
+}
+
+bool Email2::replaceEmailBody(Email2* target, DataBuffer& data, bool isText, int codePage, StringBuffer& type,
+                              LogBase& log) {
+  if (!target) return false;
+  LogContextExitor context(log, "replaceBody");
+  _svContentType& contentType = target->m_contentType;
+  if (!type.isEmpty()) {
+    contentType.m_type.setString(trim(type));
+    contentType.m_type.toLowerCase();
+  }
+  if (!isText)
+    setTransferEncoding(*target, "base64", log);
+  else if (codePage != 0)
+    target->setEncodingViaCodePage(codePage, 0, log);
+  contentType.m_formatFlowed = isPlain(type) && mayBeFlowed();
+  target->refreshContentTypeHeader(log);
+  target->m_body.takeData(data);
+  encodeLongLines(*target,
+                  "Automatically setting Content-Transfer-Encoding equal to quoted-printable because of long "
+                  "line length.",
+                  log);
+  return true;
+}
+
+Email2* Email2::createNonMultipart(DataBuffer& data, bool isText, int codePage, StringBuffer& type,
+                                   LogBase& log) {
+  if (!isLive() || !m_common) return nullptr;
+  EmailPtr part(createNewObject(*m_common));
+  if (!part) return nullptr;
+  replaceEmailBody(part.get(), data, isText, codePage, type, log);
+  return part.release();
+}
+
+bool Email2::addReplaceAlternative(Email2* part, const char* type, LogBase& log) {
+  if (!isLive() || !part) return false;
+  Email2* const enclosure = ensureAlternativeEnclosure(log);
+  if (!enclosure) return false;
+  removeAlternative(type, log);
+  return enclosure->m_subParts.appendObject(part);
+}
+
+void Email2::setBodyDb(const DataBuffer& data) {
+  if (!isLive() || &data == &m_body) return;
+  DataBuffer copy;
+  if (copy.append(data)) m_body.takeData(copy);
+}
+
+}  // namespace mailtree

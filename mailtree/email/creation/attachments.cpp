@@ -1,0 +1,188 @@
+// email/creation/attachments.cpp - attachments made of bytes, files and messages, and their place in the tree.
+
+#include <string_view>
+#include <utility>
+
+#include "mailtree/base/Platform.h"
+#include "mailtree/email/internal.h"
+#include "mailtree/mime/ContentTypeTable.h"
+
+namespace mailtree {
+namespace {
+
+constexpr std::string_view kUnknownType = "application/octet-stream";
+
+/// What a new message has and no part of one needs.
+constexpr const char* kMessageFields[] = {"Date", "X-Mailer", "X-Priority", "MIME-Version", "Message-ID"};
+
+EmailPtr createPart(_svEmailCommon& common) {
+  EmailPtr part(Email2::createNewObject(common));
+  if (!part) return part;
+  for (const char* field : kMessageFields) part->removeHeaderField(field);
+  return part;
+}
+
+/// A path in one style of separators: with both in it, the backslashes are taken for slashes.
+StringBuffer workingName(std::string_view path) {
+  StringBuffer name(path);
+  if (name.containsChar('/')) name.replaceCharUtf8('\\', '/');
+  return name;
+}
+
+std::string_view shortName(std::string_view path) noexcept {
+  const std::size_t slash = path.rfind('/');
+  const std::size_t separator = slash != std::string_view::npos ? slash : path.rfind('\\');
+  return separator == std::string_view::npos ? path : path.substr(separator + 1);
+}
+
+std::string_view typeByName(std::string_view name) noexcept {
+  const std::size_t dot = name.rfind('.');
+  return dot == std::string_view::npos ? kUnknownType : contentTypeOfExtension(name.substr(dot + 1));
+}
+
+std::string_view typeFor(const char* given, std::string_view name) noexcept {
+  const std::string_view type = trim(given ? viewOf(given) : typeByName(name));
+  return type.empty() ? kUnknownType : type;
+}
+
+/// An attachment without its bytes yet.
+EmailPtr createAttachment(_svEmailCommon& common, std::string_view path, const char* contentType,
+                          LogBase& log) {
+  EmailPtr part = createPart(common);
+  if (!part) return part;
+  const StringBuffer name = workingName(path);
+  const StringBuffer type = copyOf(typeFor(contentType, name));
+  const StringBuffer filename = copyOf(shortName(name));
+  part->setContentDispositionUtf8("attachment", filename.getString(), log);
+  part->setContentTypeUtf8(type.getString(), filename.getString(), nullptr, nullptr, 0, nullptr, nullptr,
+                           nullptr, log);
+  setTransferEncoding(*part, type.beginsWithIgnoreCase("text") ? "quoted-printable" : "base64", log);
+  return part;
+}
+
+EmailPtr createFromBytes(_svEmailCommon& common, const char* fileName, const char* contentType,
+                         std::string_view bytes, LogBase& log) {
+  const std::string_view name = viewOf(fileName).empty() ? "attach.dat" : viewOf(fileName);
+  EmailPtr part = createAttachment(common, name, contentType, log);
+  if (!part || !part->m_body.append(bytes)) return EmailPtr();
+  return part;
+}
+
+bool loadIntoAttachmentBody(Email2& part, const char* path, LogBase& log) {
+  LogContextExitor context(log, "loadIntoAttachmentBody");
+  return part.m_body.loadFileUtf8(path, log);
+}
+
+/// Makes a part the last subpart of a node that is, or becomes, a multipart/mixed. False: it still is the caller's.
+bool appendToMixed(Email2& node, Email2& part, LogBase& log) {
+  if (!node.isMultipartMixed()) node.convertToMultipartX("multipart/mixed", log);
+  return node.isMultipartMixed() && node.m_subParts.appendObject(&part);
+}
+
+bool appendNew(Email2& node, EmailPtr part, LogBase& log) {
+  if (!part || !appendToMixed(node, *part, log)) return false;
+  part.release();  // now the node's
+  return true;
+}
+
+}  // namespace
+
+Email2* Email2::createAttachmentFromDataUtf8(_svEmailCommon& common, const char* fileName,
+                                             const char* contentType, const unsigned char* data, int size,
+                                             LogBase& log) {
+  const bool hasBytes = data && size > 0;
+  const std::string_view bytes(reinterpret_cast<const char*>(data),
+                               hasBytes ? static_cast<std::size_t>(size) : 0);
+  return neverThrow<Email2*>(
+      nullptr, [&] { return createFromBytes(common, fileName, contentType, bytes, log).release(); });
+}
+
+Email2* Email2::createAttachmentFromFileX(_svEmailCommon& common, XString& path, const char* contentType,
+                                          LogBase& log) {
+  return neverThrow<Email2*>(nullptr, [&]() -> Email2* {
+    LogContextExitor context(log, "createEmailAttachmentFromFile");
+    if (!FileSys::fileExistsUtf8(path.getUtf8())) {
+      log.logError("file does not exist");
+      return nullptr;
+    }
+    EmailPtr part = createAttachment(common, path.view(), contentType, log);
+    if (!part) return nullptr;
+    if (loadIntoAttachmentBody(*part, path.getUtf8(), log)) return part.release();
+    log.logError("Failed to load file.");
+    return nullptr;
+  });
+}
+
+Email2* Email2::createRfc822AttachedMessage(_svEmailCommon& common, DataBuffer& mime, LogBase& log) {
+  EmailPtr part = createPart(common);
+  if (!part) return nullptr;
+  part->removeHeaderField("Content-transfer-encoding");
+  part->setContentTypeUtf8("message/rfc822", nullptr, nullptr, nullptr, 0, nullptr, nullptr, nullptr, log);
+  part->m_body.takeData(mime);
+  return part.release();
+}
+
+bool Email2::addDataAttachmentUtf8(const char* fileName, const char* contentType, int codePage,
+                                   const DataBuffer& data, StringBuffer& outContentType, LogBase& log) {
+  if (!isLive() || !m_common) return false;
+  return neverThrow(false, [&] {
+    LogNull quiet;
+    EmailPtr part = createFromBytes(*m_common, fileName, contentType, data.view(), quiet);
+    if (!part) return false;
+    if (codePage != 0) {
+      part->m_attachCodePage = codePage;
+      part->refreshContentTypeHeader(quiet);  // so that the label says it
+    }
+    outContentType.setString(part->m_contentType.m_type);
+    return appendNew(*this, std::move(part), log);
+  });
+}
+
+bool Email2::addFileAttachmentX(XString& path, const char* contentType, StringBuffer& outContentType,
+                                LogBase& log) {
+  if (!isLive()) return false;
+  LogContextExitor context(log, "addFileAttachmentX");
+  if (!m_common) {
+    log.logError("No internal pointer...");
+    return false;
+  }
+  EmailPtr part(createAttachmentFromFileX(*m_common, path, contentType, log));
+  if (!part) {
+    log.logError("Failed to create attachment from file.");
+    return false;
+  }
+  outContentType.setString(part->m_contentType.m_type);
+  return appendNew(*this, std::move(part), log);
+}
+
+bool Email2::addAttachment(Email2* part, StringBuffer& outContentType, LogBase& log) {
+  if (!isLive()) return false;
+  outContentType.clear();
+  if (!part || !appendToMixed(*this, *part, log)) return false;
+  outContentType.setString(part->m_contentType.m_type);
+  return true;
+}
+
+bool Email2::attachMessage(DataBuffer& mime, LogBase& log) {
+  if (!isLive() || !m_common) return false;
+  return appendNew(*this, EmailPtr(createRfc822AttachedMessage(*m_common, mime, log)), log);
+}
+
+void Email2::getTypeFromExtension(const char* extension, StringBuffer& out) {
+  const std::string_view wanted = viewOf(extension);
+  // Deliberate: the first letter is compared as it is, and the table has no capitals.
+  if (!wanted.empty() && toLowerAscii(wanted[0]) == wanted[0]) out.append(contentTypeOfExtension(wanted));
+}
+
+bool Email2::getExtensionFromType(const char* contentType, StringBuffer& out) {
+  const std::string_view extension = extensionOfContentType(viewOf(contentType));
+  return !extension.empty() && out.append(extension);
+}
+
+void Email2::getContentDisposition(StringBuffer& disposition, StringBuffer& fileName) {
+  if (!isLive()) return;
+  disposition.setString(m_disposition);
+  fileName.setString(m_dispFilename);
+}
+
+}  // namespace mailtree

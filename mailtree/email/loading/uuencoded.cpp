@@ -1,0 +1,191 @@
+// email/loading/uuencoded.cpp - files that stand uuencoded in a text, as mailers sent them before MIME and some did
+// long after.
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <tuple>
+
+#include "mailtree/base/Search.h"
+#include "mailtree/base/Utf.h"
+#include "mailtree/email/internal.h"
+#include "mailtree/email/loading/received_body.h"
+#include "mailtree/mime/Html.h"
+#include "mailtree/mime/Uu.h"
+
+namespace mailtree {
+namespace {
+
+constexpr const char* kAnyBegin = "begin 6";
+/// How far into a body a first block is looked for: far enough for any letter, cheap for any file.
+constexpr std::size_t kSniffedBytes = 50'000;
+
+/// The openings of a block, by file mode, in the order in which they are preferred.
+constexpr std::array<std::string_view, 4> kBegins = {"begin 666", "begin 644", "begin 664", "begin 600"};
+
+bool holdsBegin(const DataBuffer& body) {
+  return std::ranges::any_of(
+      kBegins, [&](std::string_view begin) { return body.containsSubstring(begin.data(), kSniffedBytes); });
+}
+
+/// What is said of a body that holds uuencoded files; null when it does not look like one. Three ways to find them,
+/// told apart by their dots.
+const char* sniff(const Email2& node, const DataBuffer& body) {
+  if (!body.containsSubstring(kAnyBegin, kSniffedBytes)) return nullptr;
+  if (!node.m_contentType.m_type.isEmpty())
+    return holdsBegin(body) ? "UU decoding MIME body and adding as attachment..." : nullptr;
+  if (hasAttachMark(node))
+    return body.containsSubstring("<<", kSniffedBytes) ? "UU decoding MIME body and adding as attachment."
+                                                       : nullptr;
+  return holdsBegin(body) ? "UU decoding MIME body and adding as attachment.." : nullptr;
+}
+
+/// The bytes of attached files are the user's; attached messages are not looked into before they are opened.
+bool mayHoldUuencoded(const Email2& node) {
+  return !isType(node.m_contentType.m_type, "message/rfc822") && !node.isStrictAttachment(nullptr);
+}
+
+/// A file name as utf-8: old mailers wrote it in their own charset.
+void nameToUtf8(StringBuffer& name) {
+  if (isValidUtf8(name)) return;
+  std::string decoded;
+  const int detected = detectCodePage(name);
+  if (decodeToUtf8(detected > 0 ? detected : kCpLatin1, name, decoded)) name.setString(decoded);
+}
+
+void addFiles(Email2& node, ExtPtrArray& files, ExtPtrArraySb& names, LogBase& log) {
+  for (int i = 0; i < files.getSize(); ++i) {
+    StringBuffer& name = *names.sbAt(i);
+    nameToUtf8(name);
+    EmailPtr part(
+        Email2::createAttachmentFromDataUtf8(*node.m_common, name.getString(), nullptr, nullptr, 0, log));
+    if (!part) continue;
+    part->m_body.takeData(*files.at<DataBuffer>(i));
+    StringBuffer type;
+    if (node.addAttachment(part.get(), type, log)) std::ignore = part.release();  // now the node's
+  }
+}
+
+/// The text before the first block, in utf-8.
+DataBuffer takeText(Email2& node, DataBuffer& body, std::string_view charset, LogBase& log) {
+  const std::size_t begin = findSubstring(body.view(), kAnyBegin);
+  body.shorten(body.getSize() - std::min(begin, body.getSize()));
+  node.m_body.takeData(body);
+  if (isUnlabelled8bitText(node, !charset.empty())) node.detectAndSetCharset(log);
+  DataBuffer text;
+  // What was no text body before has still its own bytes; where it was, they are utf-8.
+  if (isConvertibleText(node.traits()) || !receivedTextToUtf8(charset, node.m_body.view(), text).converted)
+    text.takeData(node.m_body);
+  node.m_body.clear();
+  return text;
+}
+
+/// A page that came as a file, in utf-8: by its own label, else by the email's.
+void pageToUtf8(const Email2& email, DataBuffer& page) {
+  StringBuffer label;
+  if (!_svHtmlHelp::getCharset(StringBuffer(page.view()), label)) label.setString(email.get_charset_name());
+  DataBuffer converted;
+  if (receivedTextToUtf8(label, page.view(), converted).converted) page.takeData(converted);
+}
+
+/// Finds the next opening, going forward only, so that a text is searched once for each kind however many blocks
+/// it holds.
+class BeginFinder {
+ public:
+  explicit BeginFinder(std::string_view text) noexcept : m_text(text) { m_next.fill(0); }
+
+  /// Position of the preferred kind that still occurs at or behind `from`; npos when none does.
+  std::size_t next(std::size_t from) {
+    for (std::size_t kind = 0; kind < kBegins.size(); ++kind) {
+      std::size_t& at = m_next[kind];
+      if (at != std::string_view::npos && (at < from || !m_searched[kind]))
+        at = findSubstring(m_text, kBegins[kind], from);
+      m_searched[kind] = true;
+      if (at != std::string_view::npos) return at;
+    }
+    return std::string_view::npos;
+  }
+
+ private:
+  std::string_view m_text;
+  std::array<std::size_t, kBegins.size()> m_next;
+  std::array<bool, kBegins.size()> m_searched = {};
+};
+
+void setTextBefore(Email2& email, std::string_view text, LogBase& log) {
+  DataBuffer body;
+  const std::string_view trimmed = trim(text);
+  const int codePage = email.emailCodePage();
+  const bool isForeign = codePage != 0 && codePage != kCpUtf8;
+  if (!isForeign ||
+      !EncodingConvert::EncConvert(codePage, kCpUtf8, trimmed.data(), trimmed.size(), body, log)) {
+    body.clear();
+    body.append(trimmed);
+  }
+  StringBuffer type("text/plain");
+  email.setBody(body, true, type, nullptr, log);
+}
+
+/// Adds one decoded block: the first page as the HTML body, everything else as an attachment.
+void addBlock(Email2& email, const StringBuffer& name, DataBuffer& data, bool& hasPage, LogBase& log) {
+  StringBuffer type;
+  if (hasPage || !name.containsSubstringNoCase(".htm")) {
+    email.addDataAttachmentUtf8(name.getString(), nullptr, 0, data, type, log);
+    return;
+  }
+  hasPage = true;
+  pageToUtf8(email, data);
+  type.setString("text/html");
+  email.addAlternativeBody(data, true, type, nullptr, log);
+}
+
+void addBlocks(Email2& email, std::string_view text, BeginFinder& begins, std::size_t begin, LogBase& log) {
+  constexpr std::string_view kEnd = "\nend";
+  bool hasPage = false;
+  while (begin != std::string_view::npos) {
+    const std::size_t end = findSubstring(text, kEnd, begin);
+    if (end == std::string_view::npos) return;
+    const std::size_t behind = end + kEnd.size();
+    Uu decoder;
+    DataBuffer data;
+    if (!decoder.uu_decode(text.substr(begin, behind - begin), data)) return;
+    StringBuffer name;
+    decoder.uu_getFilename(name);
+    nameToUtf8(name);
+    addBlock(email, name, data, hasPage, log);
+    begin = begins.next(behind);
+  }
+}
+
+}  // namespace
+
+bool takeUuencoded(Email2& node, DataBuffer& body, std::string_view charset, LogBase& log) {
+  const char* const message = mayHoldUuencoded(node) ? sniff(node, body) : nullptr;
+  if (!message) return false;
+  if (log.m_verboseLogging) log.logInfo(message);
+  ExtPtrArray files;
+  ExtPtrArraySb names;
+  bool textFollows = false;
+  if (Uu::uu_decodeMultipleDb(body.view(), files, names, &textFollows) == 0) return false;
+  if (textFollows) log.logInfo("Text between or behind uuencoded files was left out.");
+
+  DataBuffer text = takeText(node, body, charset, log);
+  addFiles(node, files, names, log);
+  StringBuffer type("text/plain");
+  node.setBody(text, true, type, nullptr, log);
+  node.m_repairs.add(Repair::uuencoded);
+  return true;
+}
+
+bool Email2::splitOutlookHtmlUU(StringBuffer& text, Email2& email, LogBase& log) {
+  return neverThrow(false, [&] {
+    BeginFinder begins(text.view());
+    const std::size_t first = begins.next(0);
+    if (first == std::string_view::npos) return false;
+    setTextBefore(email, text.view().substr(0, first), log);
+    addBlocks(email, text.view(), begins, first, log);
+    return true;
+  });
+}
+
+}  // namespace mailtree
