@@ -49,7 +49,7 @@ MimeMessage2* MimeMessage2::getAppleDoubleAttachment(LogBase& log) {
 
 void MimeMessage2::uuDecodeAttachment(LogBase& log) {
   neverThrow(false, [&] {
-    if (!m_transferEncoding.equalsIgnoreCase("X-UUencode")) return false;
+    if (!isUuTransferEncoding(m_transferEncoding)) return false;
     Uu decoder;
     DataBuffer decoded;
     if (!decoder.uu_decode(m_body.view(), decoded)) return false;

@@ -122,7 +122,7 @@ class MimeMessage2 final : public SorvikObject {
   /// application/applefile) as an attachment, owned by the caller; null elsewhere. The data fork's body is
   /// moved out.
   MimeMessage2* getAppleDoubleAttachment(LogBase& log);
-  /// Decodes a body whose transfer encoding is X-UUencode in place; the encoding becomes base64. A body
+  /// Decodes a body whose transfer encoding is X-UUencode, or another name of it, in place; the encoding becomes base64. A body
   /// without a block that decodes stays as it is.
   void uuDecodeAttachment(LogBase& log);
 

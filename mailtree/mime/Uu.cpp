@@ -146,6 +146,11 @@ class BlockReader {
 
 }  // namespace
 
+bool isUuTransferEncoding(std::string_view encoding) noexcept {
+  constexpr std::string_view kNames[] = {"x-uuencode", "x-uue", "uuencode", "uue"};
+  return std::ranges::any_of(kNames, [&](std::string_view name) { return equalsNoCase(encoding, name); });
+}
+
 bool Uu::uu_decode(std::string_view text, DataBuffer& out) {
   std::string_view name;
   if (!BlockReader(text).next(out, name)) return false;

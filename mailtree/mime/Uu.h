@@ -12,6 +12,9 @@
 
 namespace mailtree {
 
+/// Whether a Content-Transfer-Encoding names uuencoding, in any of the ways in which mailers wrote it.
+bool isUuTransferEncoding(std::string_view encoding) noexcept;
+
 class Uu {
  public:
   /// Decodes the first block of the text, appending its bytes to `out`. False, with `out`

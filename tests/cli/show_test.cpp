@@ -46,7 +46,7 @@ TEST(Show, tells_the_shape_of_every_sample) {
        {4},
        2,
        -1},
-      {"uuencoded", "text/plain", {}, 0, -1},
+      {"uuencoded", "multipart/mixed(text/plain,image/png)", {2}, 1, -1},
       {"signed",
        "multipart/signed(multipart/mixed(text/plain,text/plain),application/pkcs7-signature)",
        {3, 4},

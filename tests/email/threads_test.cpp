@@ -35,6 +35,8 @@ std::string loadChangeWrite(const std::string& message) {
   mail->genEmailFilename(scratch);
   ProgressContext progress(nullptr);
   EXPECT_TRUE(mail->assembleMimeBody2(text, nullptr, false, "SVX-", progress, log, 0, true, true));
+  // Loading makes boundaries of its own where it takes files out of a text.
+  text.replaceAllOccurances(mail->m_contentType.m_boundary.getString(), "boundary");
   return text.extractString();
 }
 

@@ -10,6 +10,7 @@
 #include "mailtree/email/loading/received_body.h"
 #include "mailtree/email/loading/received_date.h"
 #include "mailtree/mime/MimeMessage2.h"
+#include "mailtree/mime/Uu.h"
 
 namespace mailtree {
 namespace {
@@ -153,7 +154,7 @@ MimeMessage2& TreeBuilder::unpackChild(MimeMessage2& parent, int index, MimeMess
       part = dataFork;
     }
   }
-  if (equalsNoCase(viewOf(part->getContentEncoding()), "X-UUencode")) part->uuDecodeAttachment(m_log);
+  if (isUuTransferEncoding(viewOf(part->getContentEncoding()))) part->uuDecodeAttachment(m_log);
   return *part;
 }
 
