@@ -65,6 +65,20 @@ std::string quotedPrintable(std::string_view data) {
   return text.extractString();
 }
 
+/// One line of uuencoded data.
+std::string uuLine(std::string_view bytes) {
+  const auto digit = [](unsigned value) { return value ? static_cast<char>(value + ' ') : '`'; };
+  const auto byte = [&](std::size_t i) {
+    return i < bytes.size() ? static_cast<unsigned char>(bytes[i]) : 0U;
+  };
+  std::string line(1, digit(static_cast<unsigned>(bytes.size())));
+  for (std::size_t i = 0; i < bytes.size(); i += 3) {
+    const unsigned bits = byte(i) << 16 | byte(i + 1) << 8 | byte(i + 2);
+    for (const int shift : {18, 12, 6, 0}) line += digit(bits >> shift & 63);
+  }
+  return line + "\r\n";
+}
+
 std::string encodedWord(std::string_view utf8) {
   std::string text = base64(utf8);
   while (!text.empty() && text.back() < ' ') text.pop_back();
@@ -235,6 +249,41 @@ std::string manyAddresses(int count) {
   for (int i = 0; i < count; ++i)
     text += ",\r\n \"" + w.word() + " " + w.word() + "\" <" + w.word() + "@example.org>";
   return text + "\r\n\r\nbody\r\n";
+}
+
+std::string unlabelled(const char* fields, const char* sentence) {
+  std::string text = "From: a@example.org\r\n" + std::string(fields) + "\r\n";
+  while (text.size() < 64 * 1024) text += sentence;
+  return text;
+}
+
+std::string uuencodedFile(std::size_t size) {
+  Writer w(9);
+  const std::string bytes = w.bytes(size);
+  std::string text =
+      "From: a@example.org\r\nSubject: a file\r\n\r\nHere it is.\r\n\r\nbegin 644 file.bin\r\n";
+  for (std::size_t at = 0; at < bytes.size(); at += 45)
+    text += uuLine(std::string_view(bytes).substr(at, 45));
+  return text + "`\r\nend\r\n";
+}
+
+std::size_t Draft::bytes() const {
+  std::size_t sum = text.size() + html.size();
+  for (const File& file : files) sum += file.bytes.size();
+  return sum;
+}
+
+const Draft& draft() {
+  static const Draft kDraft = [] {
+    Writer w(10);
+    Draft draft;
+    draft.text = w.prose(4'000, {"Größe", "für", "Straße"}, 7);
+    draft.html = "<html><head></head><body><p>" + w.prose(12'000, {"Größe", "für", "Straße"}, 7) +
+                 "</p></body></html>";
+    draft.files = {{"report.pdf", w.bytes(3'000'000)}, {"photo.jpg", w.bytes(2'000'000)}};
+    return draft;
+  }();
+  return kDraft;
 }
 
 const std::vector<MessageSet>& allSets() {

@@ -25,6 +25,23 @@ std::string deep(int levels);
 std::string manyFields(int count);
 std::string manyAddresses(int count);
 
+std::string uuencodedFile(std::size_t bytes);  ///< A text with one uuencoded file of that size.
+std::string unlabelled(const char* fields, const char* sentence);  ///< 64 kB of a text that names no charset.
+
+/// What a person sends: a text, the same in HTML, 5 MB in files.
+struct Draft {
+  struct File {
+    const char* name;
+    std::string bytes;
+  };
+  std::string text, html;
+  std::vector<File> files;
+
+  std::size_t bytes() const;
+};
+
+const Draft& draft();
+
 /// The four sets and the two odd shapes.
 const std::vector<MessageSet>& allSets();
 

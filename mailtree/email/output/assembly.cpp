@@ -248,6 +248,16 @@ unsigned sizeOnServer(const Email2& node, LogBase& log) {
   return size.uintValue();
 }
 
+/// Room for the whole message at once: growing on the way copies what is there already. A guess is enough.
+void reserveFor(const Email2& root, StringBuffer& text) {
+  std::uint64_t size = 0;
+  walkTree(root, [&](const Email2& node) {
+    size += sizeOfNode(node);
+    return Walk::onward;
+  });
+  text.text().reserve(text.getSize() + static_cast<std::size_t>(size));
+}
+
 }  // namespace
 
 bool Email2::assembleMimeBody2(StringBuffer& text, _svOutput* sink, bool dotStuff, const char* omitPrefix,
@@ -255,6 +265,7 @@ bool Email2::assembleMimeBody2(StringBuffer& text, _svOutput* sink, bool dotStuf
                                bool isTop) {
   return neverThrow(false, [&] {
     bool tooDeep = false;
+    if (!sink && isTop && isLive()) reserveFor(*this, text);
     const bool written = assemble(*this, {.to = {text, sink, progress, log},
                                           .dotStuff = dotStuff,
                                           .omitPrefix = omitPrefix,
