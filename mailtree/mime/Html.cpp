@@ -9,181 +9,16 @@
 
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Log.h"
+#include "mailtree/mime/HtmlScanner.h"
 
 namespace mailtree {
 namespace {
 
 constexpr std::size_t kNowhere = std::string_view::npos;
 
-template <std::size_t N>
-bool isOneOf(std::string_view name, const std::string_view (&names)[N]) noexcept {
-  return std::any_of(std::begin(names), std::end(names),
-                     [name](std::string_view n) { return equalsNoCase(n, name); });
-}
-
-// Elements whose content is text up to their own end tag, whatever it looks like.
-constexpr std::string_view kRawText[] = {"script", "style",   "title",    "textarea", "xmp",
-                                         "iframe", "noembed", "noframes", "plaintext"};
 // Elements that do not end a head whose end tag is missing.
 constexpr std::string_view kHeadContent[] = {"html", "head",     "title",   "meta",  "link",
                                              "base", "basefont", "bgsound", "style", "script"};
-
-struct Markup {
-  enum class Kind { startTag, endTag, prologue, comment, unclosed };  // prologue: doctype or XML declaration
-  Kind kind = Kind::comment;
-  std::size_t begin = 0, end = 0;  // In the text; of a raw text element, `end` is that of its start tag.
-  std::string_view name;           // Of tags.
-  std::string_view attributes;     // Of start tags.
-
-  bool isStartOf(std::string_view element) const noexcept {
-    return kind == Kind::startTag && equalsNoCase(name, element);
-  }
-  bool isEndOf(std::string_view element) const noexcept {
-    return kind == Kind::endTag && equalsNoCase(name, element);
-  }
-};
-
-// Steps from markup to markup. What is never closed (a comment, a tag, the text of a script) takes all the
-// rest, as in a browser, and is reported as `unclosed`; each byte is looked at a fixed number of times.
-class HtmlScanner {
- public:
-  explicit HtmlScanner(std::string_view html) noexcept : m_html(html) {}
-
-  std::optional<Markup> next() noexcept {
-    while (true) {
-      const std::size_t open = m_html.find('<', m_position);
-      if (open == kNowhere || open + 1 >= m_html.size()) return std::nullopt;
-      m_position = open + 1;
-      const char c = m_html[open + 1];
-      if (isAlphaAscii(c)) return tag(open, Markup::Kind::startTag, open + 1);
-      if (c == '!') return declaration(open);
-      if (c == '?') return upTo(open, ">", Markup::Kind::prologue);
-      if (c != '/' || open + 2 >= m_html.size()) continue;
-      if (isAlphaAscii(m_html[open + 2])) return tag(open, Markup::Kind::endTag, open + 2);
-      return upTo(open, ">", Markup::Kind::comment);
-    }
-  }
-
- private:
-  Markup closed(Markup::Kind kind, std::size_t begin, std::size_t end) noexcept {
-    m_position = end;
-    return {kind, begin, end, {}, {}};
-  }
-
-  Markup unclosed(std::size_t begin) noexcept { return closed(Markup::Kind::unclosed, begin, m_html.size()); }
-
-  Markup upTo(std::size_t begin, std::string_view terminator, Markup::Kind kind) noexcept {
-    const std::size_t found = m_html.find(terminator, m_position);
-    return found == kNowhere ? unclosed(begin) : closed(kind, begin, found + terminator.size());
-  }
-
-  Markup declaration(std::size_t begin) noexcept {
-    const std::string_view rest = m_html.substr(begin);
-    if (rest.starts_with("<!-->")) return closed(Markup::Kind::comment, begin, begin + 5);
-    if (rest.starts_with("<!--->")) return closed(Markup::Kind::comment, begin, begin + 6);
-    if (rest.starts_with("<!--")) {
-      m_position = begin + 4;
-      return upTo(begin, "-->", Markup::Kind::comment);
-    }
-    const bool isDoctype = beginsWithNoCase(rest, "<!doctype");
-    return upTo(begin, ">", isDoctype ? Markup::Kind::prologue : Markup::Kind::comment);
-  }
-
-  Markup tag(std::size_t begin, Markup::Kind kind, std::size_t nameAt) noexcept {
-    std::size_t nameEnd = nameAt;
-    while (nameEnd < m_html.size() && !isSpaceAscii(m_html[nameEnd]) && m_html[nameEnd] != '/' &&
-           m_html[nameEnd] != '>')
-      ++nameEnd;
-    const std::size_t close = findTagEnd(nameEnd);
-    if (close == kNowhere) return unclosed(begin);
-
-    Markup markup = closed(kind, begin, close + 1);
-    markup.name = m_html.substr(nameAt, nameEnd - nameAt);
-    markup.attributes = m_html.substr(nameEnd, close - nameEnd);
-    if (kind == Markup::Kind::startTag && isOneOf(markup.name, kRawText) && !skipRawText(markup.name))
-      return unclosed(begin);
-    return markup;
-  }
-
-  // A quote counts only where a value begins, after "=": <p title=it's> ends at its ">".
-  std::size_t findTagEnd(std::size_t at) const noexcept {
-    bool valueExpected = false;
-    for (; at < m_html.size(); ++at) {
-      const char c = m_html[at];
-      if (c == '>') return at;
-      if (valueExpected && (c == '"' || c == '\'')) {
-        at = m_html.find(c, at + 1);
-        if (at == kNowhere) return kNowhere;
-      }
-      if (!isSpaceAscii(c)) valueExpected = c == '=';
-    }
-    return kNowhere;
-  }
-
-  // Moves to the end tag; false without one.
-  bool skipRawText(std::string_view name) noexcept {
-    for (std::size_t at = m_position; (at = m_html.find("</", at)) != kNowhere; at += 2) {
-      const std::string_view rest = m_html.substr(at + 2);
-      if (!beginsWithNoCase(rest, name) || rest.size() == name.size()) continue;
-      const char after = rest[name.size()];
-      if (!isSpaceAscii(after) && after != '/' && after != '>') continue;
-      m_position = at;
-      return findTagEnd(at + 2 + name.size()) != kNowhere;
-    }
-    return false;
-  }
-
-  std::string_view m_html;
-  std::size_t m_position = 0;
-};
-
-// Steps through the attributes of a start tag.
-class AttributeReader {
- public:
-  explicit AttributeReader(std::string_view attributes) noexcept : m_rest(attributes) {}
-
-  bool next(std::string_view& name, std::string_view& value) noexcept {
-    while (!m_rest.empty() && (isSpaceAscii(m_rest.front()) || m_rest.front() == '/'))
-      m_rest.remove_prefix(1);
-    if (m_rest.empty()) return false;
-    name = take(std::max<std::size_t>(1, nameLength()));  // a stray "=" begins a name
-    value = {};
-    const std::string_view afterName = trimLeft(m_rest);
-    if (!afterName.starts_with('=')) return true;
-    m_rest = trimLeft(afterName.substr(1));
-    value = takeValue();
-    return true;
-  }
-
- private:
-  std::size_t nameLength() const noexcept {
-    std::size_t length = 0;
-    while (length < m_rest.size() && !isSpaceAscii(m_rest[length]) && m_rest[length] != '/' &&
-           (m_rest[length] != '=' || length == 0))
-      ++length;
-    return length;
-  }
-
-  std::string_view takeValue() noexcept {
-    if (!m_rest.empty() && (m_rest.front() == '"' || m_rest.front() == '\'')) {
-      const char quote = take(1).front();
-      const std::string_view value = take(m_rest.find(quote));
-      if (!m_rest.empty()) m_rest.remove_prefix(1);
-      return value;
-    }
-    std::size_t length = 0;
-    while (length < m_rest.size() && !isSpaceAscii(m_rest[length])) ++length;
-    return take(length);
-  }
-
-  std::string_view take(std::size_t length) noexcept {
-    const std::string_view taken = m_rest.substr(0, length);
-    m_rest.remove_prefix(taken.size());
-    return taken;
-  }
-
-  std::string_view m_rest;
-};
 
 // The charset in "text/html; charset=utf-8", quotes around it allowed.
 std::string_view charsetInContent(std::string_view content) noexcept {
@@ -223,8 +58,6 @@ std::optional<Markup> nextCharsetMeta(HtmlScanner& scanner, std::string_view& ch
   }
   return std::nullopt;
 }
-
-bool looksLikeUtf16(std::string_view html) noexcept { return html.find('\0') != kNowhere; }
 
 // Where the elements of a page begin and where missing ones would. kNowhere: not there.
 struct Structure {
@@ -282,7 +115,7 @@ class StructureFinder {
       m_found.hasFrames = true;
     }
     if (!isOneOf(tag.name, kHeadContent)) noticeContent(tag.begin);
-    m_isInRawText = isOneOf(tag.name, kRawText);
+    m_isInRawText = isRawTextElement(tag.name);
   }
 
   void seeEnd(const Markup& tag) noexcept {
