@@ -8,6 +8,7 @@
 #include "mailtree/mime/Base64.h"
 #include "mailtree/mime/Charset.h"
 #include "mailtree/mime/ContentCoding.h"
+#include "mailtree/mime/UnicodeInfo.h"
 #include "mailtree/mime/Uu.h"
 
 using namespace mailtree;
@@ -58,6 +59,22 @@ void charsets(std::string_view bytes) {
   if (decoded.converted) fuzz::require(isValidUtf8(text.view()), "converted text is utf-8");
 }
 
+void suggestedCharsets(std::string_view bytes) {
+  LogNull log;
+  UnicodeInfo info;
+  info.ExamineUnicode(bytes);
+  for (const char* preferred : {"", "koi8-r", "iso-2022-jp", "gb2312", "windows-1258", "utf-16"}) {
+    _svCharset charset;
+    info.suggestCharset(charset, preferred, bytes, log);
+    const int codePage = charset.getCodePage();
+    if (codePage == 0 || codePage == kCpUtf8) continue;
+    std::string encoded, back;
+    fuzz::require(encodeFromUtf8(codePage, bytes, encoded), "a suggested charset carries the text");
+    fuzz::require(decodeToUtf8(codePage, encoded, back) && back == bytes,
+                  "a suggested charset gives the text back");
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -65,5 +82,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   transferEncodings(bytes);
   decoders(bytes);
   charsets(bytes);
+  suggestedCharsets(bytes);
   return 0;
 }
