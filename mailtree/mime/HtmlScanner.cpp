@@ -12,7 +12,9 @@ constexpr std::string_view kRawText[] = {"script", "style",   "title",    "texta
 
 }  // namespace
 
-bool isRawTextElement(std::string_view name) noexcept { return isOneOf(name, kRawText); }
+bool isRawTextElement(std::string_view name) noexcept {
+  return name.size() >= 3 && isOneOf(name, kRawText);  // most tags are shorter: p, b, a, td
+}
 
 std::optional<Markup> HtmlScanner::next() noexcept {
   while (true) {
@@ -69,15 +71,15 @@ Markup HtmlScanner::tag(std::size_t begin, Markup::Kind kind, std::size_t nameAt
 
 // A quote counts only where a value begins, after "=": <p title=it's> ends at its ">".
 std::size_t HtmlScanner::findTagEnd(std::size_t at) const noexcept {
-  bool valueExpected = false;
-  for (; at < m_html.size(); ++at) {
-    const char c = m_html[at];
-    if (c == '>') return at;
-    if (valueExpected && (c == '"' || c == '\'')) {
-      at = m_html.find(c, at + 1);
-      if (at == kNowhere) return kNowhere;
-    }
-    if (!isSpaceAscii(c)) valueExpected = c == '=';
+  while (at < m_html.size()) {
+    const char c = m_html[at++];
+    if (c == '>') return at - 1;
+    if (c != '=') continue;
+    while (at < m_html.size() && isSpaceAscii(m_html[at])) ++at;
+    if (at == m_html.size() || (m_html[at] != '"' && m_html[at] != '\'')) continue;
+    at = m_html.find(m_html[at], at + 1);
+    if (at == kNowhere) return kNowhere;
+    ++at;
   }
   return kNowhere;
 }

@@ -1,6 +1,8 @@
 #include <algorithm>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "mailtree/base/Log.h"
