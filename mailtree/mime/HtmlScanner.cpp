@@ -41,14 +41,21 @@ Markup HtmlScanner::upTo(std::size_t begin, std::string_view terminator, Markup:
   return found == kNowhere ? unclosed(begin) : closed(kind, begin, found + terminator.size());
 }
 
+// Ends at "-->", and at "--!>" as browsers take it.
+Markup HtmlScanner::comment(std::size_t begin) noexcept {
+  for (std::size_t at = begin + 4; (at = m_html.find("--", at)) != kNowhere; ++at) {
+    const std::string_view behind = m_html.substr(at + 2);
+    if (behind.starts_with('>')) return closed(Markup::Kind::comment, begin, at + 3);
+    if (behind.starts_with("!>")) return closed(Markup::Kind::comment, begin, at + 4);
+  }
+  return unclosed(begin);
+}
+
 Markup HtmlScanner::declaration(std::size_t begin) noexcept {
   const std::string_view rest = m_html.substr(begin);
   if (rest.starts_with("<!-->")) return closed(Markup::Kind::comment, begin, begin + 5);
   if (rest.starts_with("<!--->")) return closed(Markup::Kind::comment, begin, begin + 6);
-  if (rest.starts_with("<!--")) {
-    m_position = begin + 4;
-    return upTo(begin, "-->", Markup::Kind::comment);
-  }
+  if (rest.starts_with("<!--")) return comment(begin);
   const bool isDoctype = beginsWithNoCase(rest, "<!doctype");
   return upTo(begin, ">", isDoctype ? Markup::Kind::prologue : Markup::Kind::comment);
 }
@@ -69,19 +76,33 @@ Markup HtmlScanner::tag(std::size_t begin, Markup::Kind kind, std::size_t nameAt
   return markup;
 }
 
-// A quote counts only where a value begins, after "=": <p title=it's> ends at its ">".
+// A quote counts only where a value begins, behind a name and "=": <p title=it's> and <a href=x?a="b> end at
+// their first ">".
 std::size_t HtmlScanner::findTagEnd(std::size_t at) const noexcept {
+  bool hasName = false;
   while (at < m_html.size()) {
     const char c = m_html[at++];
     if (c == '>') return at - 1;
-    if (c != '=') continue;
-    while (at < m_html.size() && isSpaceAscii(m_html[at])) ++at;
-    if (at == m_html.size() || (m_html[at] != '"' && m_html[at] != '\'')) continue;
-    at = m_html.find(m_html[at], at + 1);
+    if (c != '=' || !hasName) {
+      if (!isSpaceAscii(c)) hasName = c != '/';
+      continue;
+    }
+    at = valueEnd(at);
     if (at == kNowhere) return kNowhere;
-    ++at;
+    hasName = false;
   }
   return kNowhere;
+}
+
+// Behind the value that an "=" announces; kNowhere when its quote never closes.
+std::size_t HtmlScanner::valueEnd(std::size_t at) const noexcept {
+  while (at < m_html.size() && isSpaceAscii(m_html[at])) ++at;
+  if (at < m_html.size() && (m_html[at] == '"' || m_html[at] == '\'')) {
+    const std::size_t close = m_html.find(m_html[at], at + 1);
+    return close == kNowhere ? kNowhere : close + 1;
+  }
+  while (at < m_html.size() && !isSpaceAscii(m_html[at]) && m_html[at] != '>') ++at;
+  return at;
 }
 
 // Moves to the end tag; false without one.

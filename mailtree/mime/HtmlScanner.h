@@ -57,8 +57,10 @@ class HtmlScanner {
   Markup unclosed(std::size_t begin) noexcept { return closed(Markup::Kind::unclosed, begin, m_html.size()); }
   Markup upTo(std::size_t begin, std::string_view terminator, Markup::Kind kind) noexcept;
   Markup declaration(std::size_t begin) noexcept;
+  Markup comment(std::size_t begin) noexcept;
   Markup tag(std::size_t begin, Markup::Kind kind, std::size_t nameAt) noexcept;
   std::size_t findTagEnd(std::size_t at) const noexcept;
+  std::size_t valueEnd(std::size_t at) const noexcept;
   bool skipRawText(std::string_view name) noexcept;
 
   std::string_view m_html;
