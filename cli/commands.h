@@ -17,5 +17,8 @@ using Action = std::function<Exit()>;
 void addShow(CLI::App& app, Action& action);
 void addWrite(CLI::App& app, Action& action);
 void addHeaders(CLI::App& app, Action& action);
+void addBody(CLI::App& app, Action& action);
+void addAttachments(CLI::App& app, Action& action);
+void addExtract(CLI::App& app, Action& action);
 
 }  // namespace mailtree::cli

@@ -32,6 +32,9 @@ int run(int argc, char** argv) {
   addShow(app, action);
   addWrite(app, action);
   addHeaders(app, action);
+  addBody(app, action);
+  addAttachments(app, action);
+  addExtract(app, action);
   try {
     app.parse(protectedArguments(argc, argv));
   } catch (const CLI::ParseError& error) {

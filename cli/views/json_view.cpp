@@ -61,7 +61,7 @@ std::string comparableText(std::string_view text) {
   return out;
 }
 
-Json partOf(const PartRow& row, int id) {
+Json factsOf(const PartRow& row, int id) {
   const Email2& node = *row.node;
   return {{"id", id},
           {"content_type", row.contentType},
@@ -72,8 +72,20 @@ Json partOf(const PartRow& row, int id) {
           {"content_id", textOrNull(node.m_contentId)},
           {"size", node.m_body.getSize()},
           {"sha256", sha256Hex(node.m_body.view())},
-          {"text_sha256", row.isText() ? Json(sha256Hex(comparableText(textOf(row)))) : Json()},
-          {"parts", Json::array()}};
+          {"text_sha256", row.isText() ? Json(sha256Hex(comparableText(textOf(row)))) : Json()}};
+}
+
+Json partOf(const PartRow& row, int id) {
+  Json part = factsOf(row, id);
+  part["parts"] = Json::array();
+  return part;
+}
+
+Json attachmentOf(const PartRow& row, int number, int id) {
+  Json attachment = {{"number", number}};
+  attachment.update(factsOf(row, id));
+  attachment["reason"] = textOrNull(row.reason);
+  return attachment;
 }
 
 /// Rows stand depth-first: going backwards, every part has all its children, last one first, before it moves
@@ -136,6 +148,10 @@ std::string escapeControls(const std::string& json) {
   return out;
 }
 
+std::string lineOf(const Json& json) {
+  return escapeControls(json.dump(-1, ' ', false, Json::error_handler_t::replace));
+}
+
 }  // namespace
 
 std::string jsonOf(const std::string& file, Message& message, const JsonOptions& options) {
@@ -157,7 +173,15 @@ std::string jsonOf(const std::string& file, Message& message, const JsonOptions&
                {"security", securityOf(*message.common)},
                {"limits", limitsOf(message.limits())}};
   if (options.headers) json["headers"] = headersOf(root);
-  return escapeControls(json.dump(-1, ' ', false, Json::error_handler_t::replace));
+  return lineOf(json);
+}
+
+std::string attachmentsJsonOf(const std::string& file, const Message& message, const Outline& outline) {
+  Json list = Json::array();
+  for (const int id : outline.attachments)
+    list.push_back(attachmentOf(outline.row(id), static_cast<int>(list.size()), id));
+  return lineOf(
+      {{"schema", kSchema}, {"file", file}, {"attachments", list}, {"limits", limitsOf(message.limits())}});
 }
 
 }  // namespace mailtree::cli

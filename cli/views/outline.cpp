@@ -1,5 +1,6 @@
 #include "cli/views/outline.h"
 
+#include <algorithm>
 #include <unordered_map>
 
 #include "mailtree/base/Utf.h"
@@ -85,6 +86,17 @@ void markBodies(Email2& root, const RowOfNode& rowOf, Outline& outline) {
   bodies.removeAll();
 }
 
+/// A report has no alternatives: its text is what a reader sees of its first part.
+void markReportText(Email2& root, Outline& outline) {
+  Email2* const first = root.isMultipartReport() ? root.getPart(0) : nullptr;
+  const DataBuffer* const text = first ? first->getEffectiveBodyObject3(root) : nullptr;
+  const auto row =
+      std::ranges::find_if(outline.rows, [text](const PartRow& r) { return &r.node->m_body == text; });
+  if (row == outline.rows.end() || row->node->isNotAlternativeBody()) return;
+  row->isBody = true;
+  outline.plainText = static_cast<int>(row - outline.rows.begin());
+}
+
 void markAttachments(Email2& root, const RowOfNode& rowOf, Outline& outline) {
   ExtPtrArray found;
   ReasonLog log;
@@ -115,6 +127,7 @@ Outline outlineOf(Email2& root) {
   for (std::size_t i = 0; i < outline.rows.size(); ++i)
     ids.emplace(outline.rows[i].node, static_cast<int>(i));
   markBodies(root, ids, outline);
+  markReportText(root, outline);
   markAttachments(root, ids, outline);
   return outline;
 }

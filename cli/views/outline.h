@@ -33,6 +33,8 @@ struct Outline {
   std::vector<int> attachments;  ///< Rows, in the order in which attachments are numbered.
   int plainText = -1;            ///< Row of the plain-text body, -1 when there is none.
   int html = -1;
+
+  const PartRow& row(int id) const { return rows[static_cast<std::size_t>(id)]; }
 };
 
 Outline outlineOf(Email2& root);

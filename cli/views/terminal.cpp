@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -47,20 +48,41 @@ std::size_t columnsOf(char32_t c) {
 constexpr std::array kInkCodes = {"", "2", "1", "36", "32", "33", "31"};
 static_assert(kInkCodes.size() == static_cast<std::size_t>(Ink::warning) + 1);
 
-}  // namespace
-
-std::string printable(std::string_view text) {
-  std::string out;
-  out.reserve(text.size());
+/// Appends one line; what is not harmless becomes U+FFFD.
+void appendHarmless(std::string& out, std::string_view text, std::string_view tab) {
   for (std::size_t at = 0; at < text.size();) {
     const std::size_t begin = at;
     const char32_t c = nextCodePoint(text, at);
     if (c == '\t')
-      out += ' ';
-    else if (c == kReplacementCharacter || isIn(c, kUnsafe))
-      appendUtf8(out, kReplacementCharacter);
-    else
+      out += tab;
+    else if (isHarmless(c))
       out.append(text.substr(begin, at - begin));
+    else
+      appendUtf8(out, kReplacementCharacter);
+  }
+}
+
+}  // namespace
+
+bool isHarmless(char32_t c) { return c != kReplacementCharacter && !isIn(c, kUnsafe); }
+
+std::string printable(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  appendHarmless(out, text, " ");
+  return out;
+}
+
+std::string printableLines(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    std::string_view line = text.substr(0, end);
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    appendHarmless(out, line, "\t");
+    out += '\n';
+    text.remove_prefix(std::min(end + 1, text.size()));
   }
   return out;
 }

@@ -46,10 +46,10 @@ std::string nameBeside(const fs::path& target) {
 
 FileOutput::~FileOutput() { discard(); }
 
-bool FileOutput::open(const char* path, LogBase& log) {
+bool FileOutput::open(const char* path, LogBase& log, Existing existing) {
   const LogContextExitor context(log, "openOutputFile", log.m_verboseLogging);
   discard();
-  const int error = neverThrow(ENOMEM, [&] { return start(viewOf(path)); });
+  const int error = neverThrow(ENOMEM, [&] { return start(viewOf(path), existing); });
   if (error == 0) return true;
   discard();
   setFailed();
@@ -58,23 +58,21 @@ bool FileOutput::open(const char* path, LogBase& log) {
 }
 
 /// Opens the stream that bytes go to; 0 or an errno.
-int FileOutput::start(std::string_view path) {
+int FileOutput::start(std::string_view path, Existing existing) {
   m_path = path;
   m_buffer = std::make_unique<char[]>(kBufferSize);
+  if (existing == Existing::refuse) return startNew();
+
   const fs::path named(m_path);
+  const bool follows = existing == Existing::replace;
   std::error_code error;
-  const fs::file_status status = fs::status(named, error);
-  if (!fs::exists(status)) return named.has_filename() ? startBeside(std::string(path)) : ENOENT;
+  const fs::file_status status = follows ? fs::status(named, error) : fs::symlink_status(named, error);
+  if (!fs::exists(status) || fs::is_symlink(status))
+    return named.has_filename() ? startBeside(std::string(path)) : ENOENT;
+  if (!fs::is_regular_file(status) || namesOpenStream(path))
+    return follows ? openStream(m_path, "abe") : fs::is_directory(status) ? EISDIR : EEXIST;
 
-  if (!fs::is_regular_file(status) || namesOpenStream(path)) {
-    errno = 0;
-    m_file.reset(std::fopen(m_path.c_str(), "abe"));
-    if (!m_file) return lastError();
-    std::setvbuf(m_file.get(), m_buffer.get(), _IOFBF, kBufferSize);
-    return 0;
-  }
-
-  const fs::path target = fs::canonical(named, error);  // through symbolic links, which stay
+  const fs::path target = follows ? fs::canonical(named, error) : named;
   if (error) return error.value();
   if (const int refused = mayWrite(target)) return refused;
   if (const int failed = startBeside(target.string())) return failed;
@@ -82,19 +80,32 @@ int FileOutput::start(std::string_view path) {
   return error.value();
 }
 
+/// The file is its own temporary: removed when it was not finished, and renaming it to itself does nothing.
+int FileOutput::startNew() {
+  if (const int failed = openStream(m_path, "wbxe")) return failed;
+  m_temporaryPath = m_path;
+  return 0;
+}
+
 int FileOutput::startBeside(const std::string& target) {
   for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
     std::string name = nameBeside(target);
-    errno = 0;
-    m_file.reset(std::fopen(name.c_str(), "wbxe"));
-    if (!m_file && errno == EEXIST) continue;
-    if (!m_file) return lastError();
-    std::setvbuf(m_file.get(), m_buffer.get(), _IOFBF, kBufferSize);
+    const int failed = openStream(name, "wbxe");
+    if (failed == EEXIST) continue;
+    if (failed) return failed;
     m_temporaryPath = std::move(name);
     m_path = target;
     return 0;
   }
   return EEXIST;
+}
+
+int FileOutput::openStream(const std::string& name, const char* mode) {
+  errno = 0;
+  m_file.reset(std::fopen(name.c_str(), mode));
+  if (!m_file) return lastError();
+  std::setvbuf(m_file.get(), m_buffer.get(), _IOFBF, kBufferSize);
+  return 0;
 }
 
 bool FileOutput::put(std::string_view bytes, LogBase& log) {

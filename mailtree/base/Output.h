@@ -97,10 +97,22 @@ class StreamOutput final : public _svOutput {
   std::ostream& m_stream;
 };
 
+/// What FileOutput does where its name is taken.
+enum class Existing {
+  /// The file is replaced and keeps its permission bits; a symbolic link keeps pointing to it. What is no
+  /// regular file (a fifo, a terminal, standard output) is written to directly.
+  replace,
+  /// The file under this very name is replaced: a symbolic link gives way to the new file and what it pointed
+  /// to stays. What is neither is refused.
+  replaceEntry,
+  /// Whatever has the name is refused, a symbolic link that leads nowhere too. The new file has its name from
+  /// the start, which nobody can take in between.
+  refuse
+};
+
 /// Writes to a file, buffered. A file exists under its name only when it is whole: bytes go beside it, to a
-/// name of their own, until commit() renames it into place; without commit() nothing is left behind. A file
-/// that was there keeps its permission bits, a symbolic link keeps pointing to it. What is no regular file (a
-/// fifo, a terminal, standard output) is written to directly. One object writes one file.
+/// name of their own, until commit() renames it into place. Without commit() nothing is left behind. One
+/// object writes one file.
 class FileOutput final : public _svOutput {
  public:
   FileOutput() noexcept = default;
@@ -108,7 +120,7 @@ class FileOutput final : public _svOutput {
   FileOutput& operator=(const FileOutput&) = delete;
   ~FileOutput() override;
   /// Starts a file (path in utf-8). False, with the reason logged, when it cannot be made.
-  bool open(const char* path, LogBase& log);
+  bool open(const char* path, LogBase& log, Existing existing = Existing::replace);
   /// Flushes, closes and renames into place; false, with the reason logged, when any of it failed.
   bool commit(LogBase& log);
 
@@ -116,15 +128,17 @@ class FileOutput final : public _svOutput {
   bool put(std::string_view bytes, LogBase& log) override;
 
  private:
-  int start(std::string_view path);
+  int start(std::string_view path, Existing existing);
+  int startNew();
   int startBeside(const std::string& target);
+  int openStream(const std::string& name, const char* mode);
   int finish() noexcept;
   void discard() noexcept;
 
   std::unique_ptr<char[]> m_buffer;  ///< The stream's, so it must outlive it.
   FilePtr m_file;
   std::string m_path;
-  std::string m_temporaryPath;  ///< Empty while the target itself is written, which is no regular file.
+  std::string m_temporaryPath;  ///< Goes without commit(). Empty while what is no regular file is written.
 };
 
 }  // namespace mailtree

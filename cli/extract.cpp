@@ -1,0 +1,206 @@
+// cli/extract.cpp - mailtree extract: parts of a message into files.
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <numeric>
+#include <system_error>
+
+#include "cli/arguments.h"
+#include "cli/commands.h"
+#include "cli/file_names.h"
+#include "cli/input.h"
+#include "cli/views/outline.h"
+#include "cli/views/terminal.h"
+#include "mailtree/mime/ContentTypeTable.h"
+
+namespace mailtree::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct ExtractOptions {
+  std::string file;
+  std::string folder = ".";
+  std::string output;
+  std::optional<int> part;
+  std::optional<int> attachment;
+  bool all = false;
+  bool force = false;
+  bool dryRun = false;
+};
+
+std::vector<int> onlyIf(bool exists, int id) { return exists ? std::vector<int>{id} : std::vector<int>{}; }
+
+std::vector<int> leavesOf(const Outline& outline) {
+  std::vector<int> ids(outline.rows.size());
+  std::iota(ids.begin(), ids.end(), 0);
+  std::erase_if(ids, [&](int id) { return !outline.row(id).isLeaf(); });
+  return ids;
+}
+
+std::vector<int> selectedParts(const Outline& outline, const ExtractOptions& options) {
+  const auto isIn = [](int index, const auto& list) {
+    return index >= 0 && static_cast<std::size_t>(index) < list.size();
+  };
+  if (options.all) return leavesOf(outline);
+  if (options.part)
+    return onlyIf(isIn(*options.part, outline.rows) && outline.row(*options.part).isLeaf(), *options.part);
+  if (!options.attachment) return outline.attachments;
+  const bool exists = isIn(*options.attachment, outline.attachments);
+  return onlyIf(exists, exists ? outline.attachments[static_cast<std::size_t>(*options.attachment)] : 0);
+}
+
+std::string whatIsMissing(const ExtractOptions& options) {
+  if (options.part) return "no part " + std::to_string(*options.part) + " with content of its own";
+  if (options.attachment) return "no attachment " + std::to_string(*options.attachment);
+  return "no attachments; other parts: --all or --part";
+}
+
+/// "Offer 1/2" is no folder with a file in it.
+std::string nameOfSubject(std::string_view message) {
+  MimeHeader header;
+  header.loadFromEntity(message);
+  StringBuffer subject;
+  LogNull log;
+  header.getMimeFieldUtf8("Subject", subject, log);
+  std::string name = subject.extractString();
+  std::replace_if(
+      name.begin(), name.end(), [](char c) { return c == '/' || c == '\\'; }, '_');
+  return trim(name).empty() ? std::string() : name + ".eml";
+}
+
+/// What the mail calls a part; an attached message without a name is called like its subject. Empty when there
+/// is nothing to go by.
+std::string givenName(const PartRow& row) {
+  const Email2& node = *row.node;
+  if (!row.filename.empty() || node.m_header.findField("Content-Location") >= 0) {
+    StringBuffer name;
+    LogNull log;
+    node.getFilenameUtf8(name, log);
+    return name.extractString();
+  }
+  return row.contentType == "message/rfc822" ? nameOfSubject(node.m_body.view()) : std::string();
+}
+
+std::string fileNameOf(const PartRow& row, int id) {
+  const std::string_view extension = extensionOfContentType(row.contentType);
+  const std::string otherwise =
+      "part-" + std::to_string(id) + "." + std::string(extension.empty() ? "dat" : extension);
+  return safeFileName(givenName(row), otherwise);
+}
+
+bool saveFile(const std::string& path, std::string_view bytes, Existing existing) {
+  LogMemory log;
+  ProgressContext progress(nullptr);
+  FileOutput sink;
+  if (sink.open(path.c_str(), log, existing) && sink.write(bytes, progress, log) && sink.commit(log))
+    return true;
+  complain(path, lastError(log, "cannot be written"));
+  return false;
+}
+
+void report(const std::string& path) { std::cout << printable(path) << '\n'; }
+
+bool makeFolder(const std::string& folder) {
+  std::error_code error;
+  fs::create_directories(folder, error);
+  if (!error) return true;
+  complain(folder, error.message());
+  return false;
+}
+
+/// The name is the user's own: with --force it is written to as any program would, through a symbolic link too.
+Exit writeToOutput(std::string_view bytes, const ExtractOptions& options) {
+  if (options.output == "-") {
+    std::cout << (standardOutputIsTerminal() ? printableLines(bytes) : bytes);
+    return finishStandardOutput();
+  }
+  if (!saveFile(options.output, bytes, options.force ? Existing::replace : Existing::refuse))
+    return Exit::unreadable;
+  report(options.output);
+  return finishStandardOutput();
+}
+
+/// A file that cannot be written does not stop the others.
+Exit writeToFolder(const Outline& outline, const std::vector<int>& ids, const ExtractOptions& options) {
+  if (!options.dryRun && !makeFolder(options.folder)) return Exit::unreadable;
+  const bool isHere = options.folder == ".";
+  FreeNames names(isHere ? fs::path() : fs::path(options.folder), options.force);
+  Exit result = Exit::fine;
+  for (const int id : ids) {
+    const PartRow& row = outline.row(id);
+    const std::string path = names.pick(fileNameOf(row, id));
+    if (options.dryRun ||
+        saveFile(path, row.node->m_body.view(), options.force ? Existing::replaceEntry : Existing::refuse))
+      report(path);
+    else
+      result = Exit::unreadable;
+  }
+  return graver(result, finishStandardOutput());
+}
+
+Exit extract(const ExtractOptions& options) {
+  std::optional<Message> message = loadMessage(options.file);
+  if (!message) return Exit::unreadable;
+  const Exit result = reportLimits(options.file, message->limits());
+  const Outline outline = outlineOf(*message->root);
+  const std::vector<int> ids = selectedParts(outline, options);
+  if (ids.empty()) {
+    complain(options.file, whatIsMissing(options));
+    return graver(result, Exit::negative);
+  }
+  if (options.output.empty()) return graver(result, writeToFolder(outline, ids, options));
+  return graver(result, writeToOutput(outline.row(ids.front()).node->m_body.view(), options));
+}
+
+std::string checkNotEmpty(const std::string& name) { return name.empty() ? "the name is empty" : ""; }
+
+void addSelectors(CLI::App& verb, ExtractOptions& options) {
+  CLI::Option* part =
+      verb.add_option("--part", options.part, "Only the part that show draws with this number");
+  CLI::Option* attachment =
+      verb.add_option("--attachment", options.attachment, "Only the attachment with this number, from 0 on");
+  CLI::Option* all = verb.add_flag("--all", options.all, "Every part that is no multipart, bodies too");
+  attachment->excludes(part);
+  all->excludes(part)->excludes(attachment);
+}
+
+void addDestinations(CLI::App& verb, ExtractOptions& options) {
+  CLI::Option* folder = addText(verb, "--dir", options.folder,
+                                "Folder to write to, made when it is missing; this one without it")
+                            ->check(checkNotEmpty);
+  CLI::Option* dryRun =
+      verb.add_flag("--dry-run", options.dryRun, "Write nothing, print what would be written");
+  addText(verb, "-o,--output", options.output,
+          "With --part or --attachment: the file to write it to; - is standard output")
+      ->check(checkNotEmpty)
+      ->excludes(folder)
+      ->excludes(dryRun);
+  verb.add_flag("--force", options.force, "Replace files that are there");
+}
+
+}  // namespace
+
+void addExtract(CLI::App& app, Action& action) {
+  auto options = std::make_shared<ExtractOptions>();
+  CLI::App* verb = app.add_subcommand(
+      "extract",
+      "Write the attachments of a message, or other parts, to files; status 1 when there are none");
+  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
+  addSelectors(*verb, *options);
+  addDestinations(*verb, *options);
+  verb->footer(
+      "Attached files come out byte for byte, bodies as utf-8 text, attached messages as they were sent.\n"
+      "Names from the mail are made safe; a name that is taken gets a number. Every name is printed.\n\n"
+      "Example:\n  mailtree extract mail.eml --dir attached\n"
+      "  mailtree extract mail.eml --attachment 0 -o - | file -");
+  verb->callback([options, &action] {
+    if (!options->output.empty() && !options->part && !options->attachment)
+      throw CLI::ValidationError("--output", "goes with --part or --attachment");
+    action = [options] { return extract(*options); };
+  });
+}
+
+}  // namespace mailtree::cli
