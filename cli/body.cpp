@@ -23,24 +23,16 @@ struct BodyOptions {
   const char* wanted() const { return text ? "no plain-text body" : html ? "no HTML body" : "no body"; }
 };
 
-/// Mail that names no type is plain text (RFC 2045, 5.2), which the library leaves to its callers. Its bytes are
-/// as they came, for they are no text to it.
-bool readUntyped(Email2& root, StringBuffer& out) {
-  if (!root.m_contentType.m_type.isEmpty()) return false;
-  const Outline outline = outlineOf(root);
-  return outline.plainText >= 0 && out.append(textOf(outline.row(outline.plainText)));
-}
-
-bool readBody(Email2& root, const BodyOptions& options, StringBuffer& out) {
-  LogNull log;
-  if (!options.html && (root.getPlainTextBodyUtf8(root, out, log) || readUntyped(root, out))) return true;
-  return !options.text && root.getHtmlBodyUtf8(root, out, log);
+/// The row of the body that is asked for; -1 when there is none.
+int bodyRow(const Outline& outline, const BodyOptions& options) {
+  if (options.html || (outline.plainText < 0 && !options.text)) return outline.html;
+  return outline.plainText;
 }
 
 /// Complains about what the charset does not have.
-std::string inCharset(const BodyOptions& options, std::string_view text) {
+std::string inCharset(const BodyOptions& options, std::string text) {
   const int codePage = options.charset.empty() ? kCpUtf8 : codePageOfCharset(options.charset);
-  if (codePage == kCpUtf8) return std::string(text);
+  if (codePage == kCpUtf8) return text;
   std::string encoded;
   if (!encodeFromUtf8(codePage, text, encoded))
     complain(options.file,
@@ -52,12 +44,16 @@ Exit body(const BodyOptions& options) {
   std::optional<Message> message = loadMessage(options.file);
   if (!message) return Exit::unreadable;
   const Exit result = reportLimits(options.file, message->limits());
-  StringBuffer text;
-  if (!readBody(*message->root, options, text)) {
+  const Outline outline = outlineOf(*message->root);
+  const int id = bodyRow(outline, options);
+  if (id < 0) {
     complain(options.file, options.wanted());
     return graver(result, Exit::negative);
   }
-  std::cout << inCharset(options, standardOutputIsTerminal() ? printableLines(text) : text.extractString());
+  // Not every body is stored as text: mail without a type and inline text with a file name keep their bytes.
+  std::string text = textOf(outline.row(id));
+  if (standardOutputIsTerminal()) text = printableLines(text);
+  std::cout << inCharset(options, std::move(text));
   return graver(result, finishStandardOutput());
 }
 

@@ -24,14 +24,12 @@ struct ExtractOptions {
   std::string file;
   std::string folder = ".";
   std::string output;
-  std::optional<int> part;
-  std::optional<int> attachment;
+  std::optional<std::size_t> part;
+  std::optional<std::size_t> attachment;
   bool all = false;
   bool force = false;
   bool dryRun = false;
 };
-
-std::vector<int> onlyIf(bool exists, int id) { return exists ? std::vector<int>{id} : std::vector<int>{}; }
 
 std::vector<int> leavesOf(const Outline& outline) {
   std::vector<int> ids(outline.rows.size());
@@ -40,16 +38,16 @@ std::vector<int> leavesOf(const Outline& outline) {
   return ids;
 }
 
+/// Empty when there is no such part, or when it is a multipart, which has no content of its own.
 std::vector<int> selectedParts(const Outline& outline, const ExtractOptions& options) {
-  const auto isIn = [](int index, const auto& list) {
-    return index >= 0 && static_cast<std::size_t>(index) < list.size();
-  };
   if (options.all) return leavesOf(outline);
-  if (options.part)
-    return onlyIf(isIn(*options.part, outline.rows) && outline.row(*options.part).isLeaf(), *options.part);
+  if (options.part) {
+    if (*options.part >= outline.rows.size() || !outline.rows[*options.part].isLeaf()) return {};
+    return {static_cast<int>(*options.part)};
+  }
   if (!options.attachment) return outline.attachments;
-  const bool exists = isIn(*options.attachment, outline.attachments);
-  return onlyIf(exists, exists ? outline.attachments[static_cast<std::size_t>(*options.attachment)] : 0);
+  if (*options.attachment >= outline.attachments.size()) return {};
+  return {outline.attachments[*options.attachment]};
 }
 
 std::string whatIsMissing(const ExtractOptions& options) {
@@ -91,6 +89,13 @@ std::string fileNameOf(const PartRow& row, int id) {
   return safeFileName(givenName(row), otherwise);
 }
 
+/// Attached files keep their bytes; a body is text, and text is utf-8.
+std::string_view contentOf(const PartRow& row, std::string& scratch) {
+  if (row.isAttachment || !row.isBody) return row.node->m_body.view();
+  scratch = textOf(row);
+  return scratch;
+}
+
 bool saveFile(const std::string& path, std::string_view bytes, Existing existing) {
   LogMemory log;
   ProgressContext progress(nullptr);
@@ -114,7 +119,10 @@ bool makeFolder(const std::string& folder) {
 /// The name is the user's own: with --force it is written to as any program would, through a symbolic link too.
 Exit writeToOutput(std::string_view bytes, const ExtractOptions& options) {
   if (options.output == "-") {
-    std::cout << (standardOutputIsTerminal() ? printableLines(bytes) : bytes);
+    if (standardOutputIsTerminal())
+      std::cout << printableLines(bytes);
+    else
+      std::cout << bytes;
     return finishStandardOutput();
   }
   if (!saveFile(options.output, bytes, options.force ? Existing::replace : Existing::refuse))
@@ -128,12 +136,13 @@ Exit writeToFolder(const Outline& outline, const std::vector<int>& ids, const Ex
   if (!options.dryRun && !makeFolder(options.folder)) return Exit::unreadable;
   const bool isHere = options.folder == ".";
   FreeNames names(isHere ? fs::path() : fs::path(options.folder), options.force);
+  std::string scratch;
   Exit result = Exit::fine;
   for (const int id : ids) {
     const PartRow& row = outline.row(id);
     const std::string path = names.pick(fileNameOf(row, id));
     if (options.dryRun ||
-        saveFile(path, row.node->m_body.view(), options.force ? Existing::replaceEntry : Existing::refuse))
+        saveFile(path, contentOf(row, scratch), options.force ? Existing::replaceEntry : Existing::refuse))
       report(path);
     else
       result = Exit::unreadable;
@@ -152,16 +161,19 @@ Exit extract(const ExtractOptions& options) {
     return graver(result, Exit::negative);
   }
   if (options.output.empty()) return graver(result, writeToFolder(outline, ids, options));
-  return graver(result, writeToOutput(outline.row(ids.front()).node->m_body.view(), options));
+  std::string scratch;
+  return graver(result, writeToOutput(contentOf(outline.row(ids.front()), scratch), options));
 }
 
 std::string checkNotEmpty(const std::string& name) { return name.empty() ? "the name is empty" : ""; }
 
 void addSelectors(CLI::App& verb, ExtractOptions& options) {
   CLI::Option* part =
-      verb.add_option("--part", options.part, "Only the part that show draws with this number");
+      verb.add_option("--part", options.part, "Only the part that show draws with this number")
+          ->check(CLI::NonNegativeNumber);
   CLI::Option* attachment =
-      verb.add_option("--attachment", options.attachment, "Only the attachment with this number, from 0 on");
+      verb.add_option("--attachment", options.attachment, "Only the attachment with this number, from 0 on")
+          ->check(CLI::NonNegativeNumber);
   CLI::Option* all = verb.add_flag("--all", options.all, "Every part that is no multipart, bodies too");
   attachment->excludes(part);
   all->excludes(part)->excludes(attachment);

@@ -86,9 +86,9 @@ class FileOutputTest : public testing::Test {
   void TearDown() override { fs::remove_all(m_folder); }
   std::string path(const char* name) const { return (m_folder / name).string(); }
   long entries() const { return std::distance(fs::directory_iterator(m_folder), fs::directory_iterator()); }
-  bool save(const std::string& target, std::string_view bytes) {
+  bool save(const std::string& target, std::string_view bytes, Existing existing = Existing::replace) {
     FileOutput output;
-    return output.open(target.c_str(), m_log) && output.write(bytes, m_progress, m_log) &&
+    return output.open(target.c_str(), m_log, existing) && output.write(bytes, m_progress, m_log) &&
            output.commit(m_log);
   }
 
@@ -140,6 +140,43 @@ TEST_F(FileOutputTest, writes_through_a_symbolic_link) {
   EXPECT_TRUE(save(path("link"), "new"));
   EXPECT_TRUE(fs::is_symlink(path("link")));
   EXPECT_EQ(contentOf(path("below/real")), "new");
+}
+
+TEST_F(FileOutputTest, replaces_the_entry_or_refuses_it_when_told_so) {
+  const struct {
+    const char* name;
+    bool replaced;  // when entries may be replaced
+  } rows[] = {{"file", true}, {"link", true}, {"dangling", true}, {"folder", false}, {"fifo", false}};
+  std::ofstream(path("target")) << "precious";
+  std::ofstream(path("file")) << "old";
+  fs::permissions(path("file"), fs::perms(0600));
+  fs::create_symlink(path("target"), path("link"));
+  fs::create_symlink(path("nowhere"), path("dangling"));
+  fs::create_directory(path("folder"));
+  ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600), 0);
+  const long before = entries();
+  for (const auto& row : rows) {
+    const fs::file_type type = fs::symlink_status(path(row.name)).type();
+    EXPECT_FALSE(save(path(row.name), "new", Existing::refuse)) << row.name;
+    EXPECT_EQ(fs::symlink_status(path(row.name)).type(), type) << row.name;
+    EXPECT_EQ(save(path(row.name), "new", Existing::replaceEntry), row.replaced) << row.name;
+    EXPECT_EQ(fs::symlink_status(path(row.name)).type(), row.replaced ? fs::file_type::regular : type)
+        << row.name;
+  }
+  EXPECT_EQ(entries(), before);
+  EXPECT_EQ(contentOf(path("target")), "precious");
+  EXPECT_EQ(fs::status(path("file")).permissions(), fs::perms(0600));
+}
+
+TEST_F(FileOutputTest, keeps_its_new_name_only_when_it_was_finished) {
+  EXPECT_TRUE(save(path("whole"), "x", Existing::refuse));
+  {
+    FileOutput unfinished;
+    ASSERT_TRUE(unfinished.open(path("half").c_str(), m_log, Existing::refuse));
+    EXPECT_FALSE(save(path("half"), "y", Existing::refuse)) << "the name is taken from the start";
+  }
+  EXPECT_EQ(entries(), 1);
+  EXPECT_EQ(contentOf(path("whole")), "x");
 }
 
 TEST_F(FileOutputTest, takes_names_of_any_length_the_host_takes) {

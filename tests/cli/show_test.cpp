@@ -38,7 +38,7 @@ TEST(Show, tells_the_shape_of_every_sample) {
        -1},
       {"japanese", "text/plain", {}, 0, -1},
       {"cyrillic", "text/plain", {}, 0, -1},
-      {"delivery-report", "multipart/report(text/plain,message/delivery-status,message/rfc822)", {}, -1, -1},
+      {"delivery-report", "multipart/report(text/plain,message/delivery-status,message/rfc822)", {}, 1, -1},
       {"digest", "multipart/mixed(text/plain,multipart/digest(message/rfc822,message/rfc822))", {}, 1, -1},
       {"forwarded", "multipart/mixed(text/plain,message/rfc822)", {}, 1, -1},
       {"invitation",
