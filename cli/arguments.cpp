@@ -18,6 +18,16 @@ std::string literal(std::string argument) {
   return argument;
 }
 
+template <class Target>
+CLI::Option* addLiteral(CLI::App& verb, const std::string& name, Target& target,
+                        const std::string& description) {
+  const auto take = [&target](const CLI::results_t& values) {
+    target = literal(values.front());
+    return true;
+  };
+  return verb.add_option(name, take, description)->type_name("TEXT");
+}
+
 }  // namespace
 
 std::vector<std::string> protectedArguments(int argc, const char* const* argv) {
@@ -31,11 +41,12 @@ std::vector<std::string> protectedArguments(int argc, const char* const* argv) {
 
 CLI::Option* addText(CLI::App& verb, const std::string& name, std::string& target,
                      const std::string& description) {
-  const auto take = [&target](const CLI::results_t& values) {
-    target = literal(values.front());
-    return true;
-  };
-  return verb.add_option(name, take, description)->type_name("TEXT");
+  return addLiteral(verb, name, target, description);
+}
+
+CLI::Option* addText(CLI::App& verb, const std::string& name, std::optional<std::string>& target,
+                     const std::string& description) {
+  return addLiteral(verb, name, target, description);
 }
 
 CLI::Option* addTexts(CLI::App& verb, const std::string& name, std::vector<std::string>& target,
@@ -49,6 +60,11 @@ CLI::Option* addTexts(CLI::App& verb, const std::string& name, std::vector<std::
       ->type_name("TEXT")
       ->expected(1, CLI::detail::expected_max_vector_size)
       ->allow_extra_args();
+}
+
+CLI::Option* addRepeated(CLI::App& verb, const std::string& name, std::vector<std::string>& target,
+                         const std::string& description) {
+  return addTexts(verb, name, target, description)->allow_extra_args(false);
 }
 
 }  // namespace mailtree::cli

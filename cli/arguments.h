@@ -4,6 +4,7 @@
 // names of files and of fields like any other.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,7 +21,12 @@ std::vector<std::string> protectedArguments(int argc, const char* const* argv);
 /// Options and positional arguments that receive text literally. The targets outlive the parsing.
 CLI::Option* addText(CLI::App& verb, const std::string& name, std::string& target,
                      const std::string& description);
+CLI::Option* addText(CLI::App& verb, const std::string& name, std::optional<std::string>& target,
+                     const std::string& description);
 CLI::Option* addTexts(CLI::App& verb, const std::string& name, std::vector<std::string>& target,
                       const std::string& description);
+/// An option that takes one text each time it is given.
+CLI::Option* addRepeated(CLI::App& verb, const std::string& name, std::vector<std::string>& target,
+                         const std::string& description);
 
 }  // namespace mailtree::cli

@@ -20,5 +20,7 @@ void addHeaders(CLI::App& app, Action& action);
 void addBody(CLI::App& app, Action& action);
 void addAttachments(CLI::App& app, Action& action);
 void addExtract(CLI::App& app, Action& action);
+void addCompose(CLI::App& app, Action& action);
+void addEdit(CLI::App& app, Action& action);
 
 }  // namespace mailtree::cli

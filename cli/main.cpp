@@ -35,6 +35,8 @@ int run(int argc, char** argv) {
   addBody(app, action);
   addAttachments(app, action);
   addExtract(app, action);
+  addCompose(app, action);
+  addEdit(app, action);
   try {
     app.parse(protectedArguments(argc, argv));
   } catch (const CLI::ParseError& error) {

@@ -1,0 +1,77 @@
+#include "cli/output.h"
+
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+#include "cli/arguments.h"
+#include "cli/input.h"
+
+namespace mailtree::cli {
+namespace {
+
+/// Fields of the library's own; they never leave through the command. Those in "SVZ-" are never written at
+/// all.
+constexpr const char* kInternalPrefix = "SVX-";
+
+bool assemble(Email2& root, const WriteForm& form, _svOutput& sink, LogBase& log) {
+  StringBuffer unused;
+  ProgressContext progress(nullptr);
+  return root.assembleMimeBody2(unused, &sink, form.dotStuff, kInternalPrefix, progress, log, /*depth=*/0,
+                                form.qpFor8bit, /*isTop=*/true) &&
+         !sink.failed();
+}
+
+bool writeToFile(Email2& root, const std::string& path, const WriteForm& form, LogBase& log) {
+  FileOutput sink;
+  return sink.open(path.c_str(), log) && assemble(root, form, sink, log) && sink.commit(log);
+}
+
+Exit writeToStandardOutput(Email2& root, const WriteForm& form, LogMemory& log) {
+  StreamOutput sink(std::cout);
+  const bool isWhole = assemble(root, form, sink, log);
+  const Exit result = finishStandardOutput();
+  if (isWhole || result != Exit::fine) return result;
+  complain("standard output", lastError(log, "the message could not be written whole"));
+  return Exit::unreadable;
+}
+
+}  // namespace
+
+void addOutput(CLI::App& verb, std::string& target) {
+  addText(verb, "-o,--output", target, "File to write, whole or not at all; standard output without it")
+      ->check([](const std::string& name) { return std::string(name.empty() ? "the name is empty" : ""); });
+}
+
+bool isStandardOutput(std::string_view path) { return path.empty() || path == "-"; }
+
+Exit writeMessage(Email2& root, const std::string& path, const WriteForm& form) {
+  LogMemory log;
+  if (isStandardOutput(path)) return writeToStandardOutput(root, form, log);
+  if (writeToFile(root, path, form, log)) return Exit::fine;
+  complain(path, lastError(log, "cannot be written"));
+  return Exit::unreadable;
+}
+
+bool TextFile::write(const std::string& text) {
+  m_text = text;
+  if (isStandardOutput(m_path)) return true;
+  LogMemory log;
+  ProgressContext progress(nullptr);
+  return complainUnless(m_sink.open(m_path.c_str(), log) && m_sink.write(text, progress, log), log);
+}
+
+bool TextFile::commit() {
+  if (isStandardOutput(m_path)) {
+    std::cout << m_text;
+    return finishStandardOutput() == Exit::fine;
+  }
+  LogMemory log;
+  return complainUnless(m_sink.commit(log), log);
+}
+
+bool TextFile::complainUnless(bool done, const LogMemory& log) const {
+  if (!done) complain(m_path, lastError(log, "cannot be written"));
+  return done;
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,144 @@
+#include "cli/writing/addresses.h"
+
+#include <algorithm>
+#include <span>
+#include <vector>
+
+#include "mailtree/base/Ascii.h"
+#include "mailtree/base/Utf.h"
+#include "mailtree/mime/Address.h"
+#include "mailtree/mime/AddressLexer.h"
+
+namespace mailtree::cli {
+namespace {
+
+using Kind = AddressToken::Kind;
+using Tokens = std::span<const AddressToken>;
+using Problem = const char*;  // null: none
+
+/// RFC 5321 (4.5.3.1.3): 256 bytes with the brackets.
+constexpr std::size_t kMaxAddress = 254;
+
+struct Entry {
+  std::string_view text;
+  std::vector<AddressToken> tokens;  ///< Without comments.
+};
+
+/// Cuts a list at its commas; those in quotes and comments belong to the entry.
+std::vector<Entry> entriesOf(std::string_view list) {
+  std::vector<Entry> entries(1);
+  const char* begin = list.data();
+  const auto close = [&](const char* end) {
+    entries.back().text = trim(std::string_view(begin, static_cast<std::size_t>(end - begin)));
+  };
+  AddressLexer lexer(list);
+  for (AddressToken token = lexer.next(); token.kind != Kind::end; token = lexer.next()) {
+    if (token.is(',')) {
+      close(token.text.data());
+      begin = token.text.data() + 1;
+      entries.emplace_back();
+    } else if (token.kind != Kind::comment) {
+      entries.back().tokens.push_back(token);
+    }
+  }
+  close(list.data() + list.size());
+  return entries;
+}
+
+std::size_t countOf(Tokens tokens, char special) {
+  return static_cast<std::size_t>(std::count_if(tokens.begin(), tokens.end(),
+                                                [special](const auto& token) { return token.is(special); }));
+}
+
+/// Tokens before the first special of that kind; all when there is none.
+std::size_t positionOf(Tokens tokens, char special) {
+  return static_cast<std::size_t>(
+      std::find_if(tokens.begin(), tokens.end(), [special](const auto& token) { return token.is(special); }) -
+      tokens.begin());
+}
+
+Problem problemOfLocalPart(Tokens tokens) {
+  if (tokens.empty()) return "nothing stands before the at sign";
+  if (tokens.size() == 1 && tokens.front().kind == Kind::quoted) return nullptr;
+  const bool isWord = tokens.size() == 1 && tokens.front().kind == Kind::word;
+  if (!isWord || !isBareLocalPart(tokens.front().text))
+    return "a character that needs quotes before the at sign";
+  return nullptr;
+}
+
+bool isLabel(std::string_view label) noexcept {
+  return !label.empty() && std::all_of(label.begin(), label.end(), isAtomCharacter);
+}
+
+bool isDomain(std::string_view domain) noexcept {
+  if (domain.size() > 2 && domain.front() == '[' && domain.back() == ']') return true;
+  for (;;) {
+    const std::size_t dot = domain.find('.');
+    if (!isLabel(domain.substr(0, dot))) return false;
+    if (dot == std::string_view::npos) return true;
+    domain.remove_prefix(dot + 1);
+  }
+}
+
+Problem problemOfDomain(Tokens tokens) {
+  if (tokens.empty()) return "nothing stands after the at sign";
+  const bool isWord = tokens.size() == 1 && tokens.front().kind == Kind::word;
+  return isWord && isDomain(tokens.front().text) ? nullptr : "the domain is not one";
+}
+
+/// local@domain, nothing around it.
+Problem problemOfBare(Tokens tokens) {
+  if (tokens.empty()) return "there is no address";
+  for (const AddressToken& token : tokens.subspan(1))
+    if (token.afterBlank) return "a blank stands in the address";
+  const std::size_t at = positionOf(tokens, '@');
+  if (at == tokens.size()) return "there is no at sign";
+  if (countOf(tokens, '@') > 1) return "there is more than one at sign";
+  const Problem problem = problemOfLocalPart(tokens.first(at));
+  return problem ? problem : problemOfDomain(tokens.subspan(at + 1));
+}
+
+/// Name <local@domain>
+Problem problemOfAngle(Tokens tokens) {
+  if (!tokens.back().is('>')) return "the bracket is not closed at the end";
+  const std::size_t name = positionOf(tokens, '<');
+  for (const AddressToken& token : tokens.first(name))
+    if (token.kind == Kind::special) return "a character that needs quotes stands in the name";
+  return problemOfBare(tokens.subspan(name + 1, tokens.size() - name - 2));
+}
+
+/// What the library will take the entry for must be one address that a header and an envelope can hold.
+Problem problemAsRead(const Entry& entry) {
+  ExtPtrArray read;
+  if (_svEmailAddress::parseAndLoadList(entry.text, read) != 1) return "it does not read as one address";
+  const bool fits = read.at<_svEmailAddress>(0)->m_address.view().size() <= kMaxAddress;
+  return fits ? nullptr : "it is longer than 254 bytes";
+}
+
+Problem problemOf(const Entry& entry) {
+  if (entry.tokens.empty()) return "there is no address";
+  const Problem problem =
+      countOf(entry.tokens, '<') > 0 ? problemOfAngle(entry.tokens) : problemOfBare(entry.tokens);
+  return problem ? problem : problemAsRead(entry);
+}
+
+std::string describe(std::string_view entry, std::string_view problem) {
+  return "'" + std::string(entry) + "': " + std::string(problem);
+}
+
+}  // namespace
+
+std::optional<std::string> whyBadAddresses(std::string_view text, AddressCount count) {
+  text = trim(text);
+  if (!isValidUtf8(text)) return describe(text, "it is not utf-8");
+  if (std::any_of(text.begin(), text.end(), isControlAscii))
+    return describe(text, "a control character stands in it");
+  const std::vector<Entry> entries = entriesOf(text);
+  for (const Entry& entry : entries)
+    if (const Problem problem = problemOf(entry)) return describe(entry.text, problem);
+  if (count == AddressCount::one && entries.size() > 1)
+    return describe(text, "more than one address where one is asked for");
+  return std::nullopt;
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,44 @@
+// cli/writing/bodies.h - the texts of a message that is being written.
+//
+//   Read     Files are utf-8, utf-16 with its byte-order mark, or in the charset that the user names. A text
+//            that is none of it is refused: mail with the wrong letters in it is worse than none.
+//   Written  Lines end in CRLF. A text from the command line is ended like a line, a file stays as it is.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "cli/exit_codes.h"
+#include "mailtree/email/Email2.h"
+
+namespace CLI {
+class App;
+}
+
+namespace mailtree::cli {
+
+struct BodyOptions {
+  std::optional<std::string> text, textFile, html, htmlFile, textCharset;
+
+  bool any() const { return text || textFile || html || htmlFile; }
+  int readsStandardInput() const { return (textFile == "-") + (htmlFile == "-"); }
+};
+
+void addBodyOptions(CLI::App& verb, BodyOptions& options);
+
+/// Texts ready for a message: utf-8, CRLF.
+struct Bodies {
+  std::optional<std::string> plain, html;
+};
+
+/// usage or unreadable after a complaint.
+Exit readBodies(const BodyOptions& options, Bodies& bodies);
+
+/// Whether mail text can be in that charset: it is known and no form of utf-16 or utf-32 (RFC 2046, 4.1.1).
+bool isMailCharset(const std::string& name);
+/// Lets a new message prefer a charset: the texts are written in it, or in utf-8 when they do not fit.
+void preferCharset(Email2& email, const std::string& name, const Bodies& bodies);
+/// Puts the texts where they belong; what is there of the same kind is replaced.
+bool putBodies(Email2& email, const Bodies& bodies, LogBase& log);
+
+}  // namespace mailtree::cli

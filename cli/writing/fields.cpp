@@ -1,0 +1,143 @@
+#include "cli/writing/fields.h"
+
+#include <algorithm>
+#include <regex>
+
+#include "cli/writing/addresses.h"
+#include "mailtree/base/Utf.h"
+#include "mailtree/mime/HeaderValue.h"
+
+namespace mailtree::cli {
+namespace {
+
+/// They follow from the content; any other value would make it unreadable.
+constexpr std::string_view kContentFields[] = {"MIME-Version", "Content-Type", "Content-Transfer-Encoding"};
+
+/// A message has one of each at most (RFC 5322, 3.6); the last is one that new messages are given.
+constexpr std::string_view kSingleFields[] = {"Date",       "From",       "Sender",      "Reply-To",
+                                              "Message-ID", "Content-ID", "In-Reply-To", "References",
+                                              "Subject",    "X-Priority"};
+
+/// Of these the model keeps one address.
+constexpr std::string_view kOneAddressFields[] = {"From", "Sender", "Reply-To", "Return-Path"};
+
+struct RecipientField {
+  std::string_view name;
+  RecipientKind kind;
+  ExtPtrArray Email2::*list;
+};
+
+constexpr RecipientField kRecipientFields[] = {
+    {"To", RecipientKind::to, &Email2::m_toAddrs},
+    {"Cc", RecipientKind::cc, &Email2::m_ccAddrs},
+    {"Bcc", RecipientKind::bcc, &Email2::m_bccAddrs},
+};
+
+template <std::size_t N>
+bool isOneOf(const std::string_view (&names)[N], std::string_view name) {
+  return std::any_of(names, names + N, [name](std::string_view other) { return equalsNoCase(name, other); });
+}
+
+const RecipientField* recipientFieldOf(std::string_view name) {
+  for (const RecipientField& field : kRecipientFields)
+    if (equalsNoCase(name, field.name)) return &field;
+  return nullptr;
+}
+
+/// ftext of RFC 5322 (3.6.8).
+bool isFieldName(std::string_view name) {
+  return !name.empty() &&
+         std::all_of(name.begin(), name.end(), [](char c) { return c > ' ' && c < 0x7F && c != ':'; });
+}
+
+/// A date that is written as it is given: the parser alone would also take forms that no header may hold.
+bool isDate(const std::string& text) {
+  static const std::regex form(
+      "((mon|tue|wed|thu|fri|sat|sun), )?[0-9]{1,2} "
+      "(jan|feb|mar|apr|may|jun|jul|aug|sep|oct|nov|dec) [0-9]{4} "
+      "[0-9]{2}:[0-9]{2}(:[0-9]{2})? ([+-][0-9]{4}|ut|gmt)",
+      std::regex::icase);
+  SorvikSysTime unused;
+  return std::regex_match(text, form) && _svDateParser::parse(text, unused);
+}
+
+void addRecipients(Email2& email, const RecipientField& field, const std::string& value, LogBase& log) {
+  const bool isShown = field.kind == RecipientKind::bcc && email.hasHeaderField("Bcc", log);
+  email.addMultipleRecip(static_cast<int>(field.kind), value.c_str(), log);
+  if (isShown) showBcc(email, log);
+}
+
+/// The field keeps its place in the header, so only the list is emptied.
+void setRecipients(Email2& email, const RecipientField& field, const std::string& value, LogBase& log) {
+  (email.*field.list).removeAllObjects();
+  email.addMultipleRecip(static_cast<int>(field.kind), value.c_str(), log);
+  if (field.kind == RecipientKind::bcc) showBcc(email, log);
+}
+
+bool hasSeveral(const Email2& email, std::string_view name) {
+  const int first = email.m_header.findField(name);
+  return first >= 0 && email.m_header.findField(name, first + 1) >= 0;
+}
+
+}  // namespace
+
+HeaderField fieldOfText(std::string_view text) {
+  const std::size_t colon = text.find(':');
+  if (colon == std::string_view::npos) return {};
+  return {std::string(text.substr(0, colon)), std::string(trim(text.substr(colon + 1)))};
+}
+
+std::optional<std::string> whyBadFieldName(std::string_view name) {
+  if (!isFieldName(name))
+    return "a field has a name of visible ASCII characters and a colon, such as 'X-Name: value'";
+  if (isOneOf(kContentFields, name)) return "this field follows from the content";
+  return std::nullopt;
+}
+
+std::optional<std::string> whyBadValue(std::string_view value) {
+  if (!isValidUtf8(value)) return "not utf-8";
+  if (value.find_first_of("\r\n") != std::string_view::npos)
+    return "a line break, which would begin another field";
+  const bool isPlain =
+      std::none_of(value.begin(), value.end(), [](char c) { return isControlAscii(c) && c != '\t'; });
+  return isPlain ? std::nullopt : std::optional<std::string>("a control character");
+}
+
+std::optional<std::string> whyBadField(const HeaderField& field) {
+  if (const auto problem = whyBadFieldName(field.name)) return problem;
+  if (const auto problem = whyBadValue(field.value)) return problem;
+  if (equalsNoCase(field.name, "Date") && !isDate(field.value))
+    return "no date such as 'Sat, 21 Nov 2026 08:30:00 +0100'";
+  const bool isNullPath = field.value == "<>" && equalsNoCase(field.name, "Return-Path");
+  if (isNullPath || grammarOf(field.name) != FieldGrammar::addresses) return std::nullopt;
+  const bool one = isOneOf(kOneAddressFields, field.name);
+  return whyBadAddresses(field.value, one ? AddressCount::one : AddressCount::several);
+}
+
+void setField(Email2& email, const HeaderField& field, LogBase& log) {
+  if (hasSeveral(email, field.name)) email.m_header.removeMimeField(field.name.c_str(), /*all=*/true);
+  if (const RecipientField* recipients = recipientFieldOf(field.name))
+    return setRecipients(email, *recipients, field.value, log);
+  email.setHeaderField(field.name.c_str(), field.value.c_str(), log);
+}
+
+void addField(Email2& email, const HeaderField& field, LogBase& log) {
+  if (const RecipientField* recipients = recipientFieldOf(field.name))
+    return addRecipients(email, *recipients, field.value, log);
+  if (isOneOf(kSingleFields, field.name)) return setField(email, field, log);
+  email.addHeaderField2(field.name.c_str(), field.value.c_str(), log);
+}
+
+void removeField(Email2& email, const std::string& name) {
+  email.removeHeaderField(name.c_str());
+  // The library keeps the hidden recipients for sending; who removes the field means them.
+  if (equalsNoCase(name, "Bcc")) email.clearRecipients(static_cast<int>(RecipientKind::bcc));
+}
+
+void showBcc(Email2& email, LogBase& log) {
+  StringBuffer value;
+  email.getAllRecipients(static_cast<int>(RecipientKind::bcc), value, log);
+  if (!value.isEmpty()) email.setHeaderField_a("Bcc", value.getString(), /*asGiven=*/true, log);
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,123 @@
+#include "cli/writing/files.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <filesystem>
+
+#include "cli/arguments.h"
+#include "cli/input.h"
+#include "mailtree/base/Utf.h"
+
+namespace mailtree::cli {
+namespace {
+
+constexpr std::string_view kMessageType = "message/rfc822";
+
+struct FileArgument {
+  std::string path;
+  std::string type;
+};
+
+/// token of RFC 2045 (5.1).
+bool isToken(std::string_view text) {
+  return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
+    return c > ' ' && c < 0x7F && std::string_view("()<>@,;:\\\"/[]?=").find(c) == std::string_view::npos;
+  });
+}
+
+bool isMediaType(std::string_view text) {
+  const std::size_t slash = text.find('/');
+  return slash != std::string_view::npos && isToken(text.substr(0, slash)) && isToken(text.substr(slash + 1));
+}
+
+/// What stands behind the last colon is a type when it looks like one, unless the whole names a file.
+FileArgument fileOf(const std::string& argument) {
+  std::error_code ignored;
+  const std::size_t colon = argument.rfind(':');
+  const bool isWhole = colon == std::string::npos || !isMediaType(argument.substr(colon + 1)) ||
+                       std::filesystem::exists(argument, ignored);
+  if (isWhole) return {argument, {}};
+  return {argument.substr(0, colon), argument.substr(colon + 1)};
+}
+
+std::string typeByName(const std::string& name) {
+  const std::size_t dot = name.rfind('.');
+  if (dot == std::string::npos) return {};
+  StringBuffer extension(std::string_view(name).substr(dot + 1)), type;
+  extension.toLowerCase();
+  Email2::getTypeFromExtension(extension.getString(), type);
+  return type.extractString();
+}
+
+Exit readAttachment(const std::string& argument, AttachedFile& file) {
+  const FileArgument given = fileOf(argument);
+  if (beginsWithNoCase(given.type, "multipart/")) {
+    complain("--attach", "'" + argument + "': a file cannot be of a multipart type");
+    return Exit::usage;
+  }
+  if (!readFile(given.path, file.bytes)) return Exit::unreadable;
+  if (given.path != "-") file.name = std::filesystem::path(given.path).filename().string();
+  file.type = given.type.empty() ? typeByName(file.name) : given.type;
+  // Base64, which files get, is not allowed for messages (RFC 2046, 5.2.1).
+  file.isMessage = equalsNoCase(file.type, kMessageType);
+  return Exit::fine;
+}
+
+/// The code page that a text file is labelled with; 0: none, as nobody knows it.
+int codePageOf(const DataBuffer& bytes) {
+  return !bytes.is7bit(0) && isValidUtf8(bytes.view()) ? kCpUtf8 : 0;
+}
+
+bool attachMessage(Email2& email, AttachedFile& file, LogBase& log) {
+  DataBuffer mime;
+  if (file.bytes.containsBareCRLF()) {
+    StringBuffer lines(file.bytes.view());
+    if (!lines.toCRLF() || !mime.append(lines)) return false;
+  } else {
+    mime.takeData(file.bytes);
+  }
+  const bool is7bit = mime.is7bit(0);
+  if (!email.attachMessage(mime, log)) return false;
+  Email2& part = *email.getPart(email.getNumParts() - 1);
+  if (!is7bit) part.setContentEncodingNonRecursive("8bit", log);
+  if (!file.name.empty()) part.setContentDispositionUtf8("attachment", file.name.c_str(), log);
+  return true;
+}
+
+}  // namespace
+
+int AttachOptions::readsStandardInput() const {
+  int count = 0;
+  for (const std::string& argument : files) count += fileOf(argument).path == "-";
+  for (const std::string& path : messages) count += path == "-";
+  return count;
+}
+
+void addAttachOptions(CLI::App& verb, AttachOptions& options) {
+  addRepeated(
+      verb, "--attach", options.files,
+      "File to attach; FILE:TYPE, such as a:text/csv, gives its type when no file has the whole name");
+  addRepeated(verb, "--attach-message", options.messages, "Message to attach as one");
+}
+
+Exit readAttachedFiles(const AttachOptions& options, std::vector<AttachedFile>& files) {
+  for (const std::string& argument : options.files) {
+    const Exit result = readAttachment(argument, files.emplace_back());
+    if (result != Exit::fine) return result;
+  }
+  for (const std::string& path : options.messages) {
+    AttachedFile& file = files.emplace_back();
+    file.isMessage = true;
+    if (!readFile(path, file.bytes)) return Exit::unreadable;
+  }
+  return Exit::fine;
+}
+
+bool attach(Email2& email, AttachedFile& file, LogBase& log) {
+  if (file.isMessage) return attachMessage(email, file, log);
+  StringBuffer unused;
+  return email.addDataAttachmentUtf8(file.name.c_str(), file.type.empty() ? nullptr : file.type.c_str(),
+                                     codePageOf(file.bytes), file.bytes, unused, log);
+}
+
+}  // namespace mailtree::cli
