@@ -52,7 +52,7 @@ class FieldReader {
   void take(const char* option, const char* name, const std::vector<std::string>& values) {
     for (const std::string& value : values) take(option, name, value);
   }
-  void take(const char* option, HeaderField field) {
+  void take(const std::string& option, HeaderField field) {
     if (const auto problem = whyBadField(field)) m_result = refuse(option, *problem);
     m_fields.push_back(std::move(field));
   }
@@ -72,7 +72,8 @@ Exit readFields(const ComposeOptions& options, std::vector<HeaderField>& fields)
   reader.take("--bcc", "Bcc", options.bcc);
   reader.take("--reply-to", "Reply-To", options.replyTo);
   reader.take("--subject", "Subject", options.subject);
-  for (const std::string& header : options.headers) reader.take("--header", fieldOfText(header));
+  for (const std::string& header : options.headers)
+    reader.take("--header '" + header + "'", fieldOfText(header));
   return reader.result();
 }
 

@@ -41,10 +41,11 @@ Exit refuse(std::string_view option, std::string_view problem) {
 
 Exit checkOptions(const EditOptions& options, Changes& changes) {
   for (const std::string& name : options.remove)
-    if (const auto problem = whyBadFieldName(name)) return refuse("--remove", "'" + name + "': " + *problem);
+    if (const auto problem = whyBadFieldName(name)) return refuse("--remove '" + name + "'", *problem);
   for (const std::string& text : options.set) {
     changes.fields.push_back(fieldOfText(text));
-    if (const auto problem = whyBadField(changes.fields.back())) return refuse("--set", *problem);
+    if (const auto problem = whyBadField(changes.fields.back()))
+      return refuse("--set '" + text + "'", *problem);
   }
   if ((options.file == "-") + options.bodies.readsStandardInput() + options.attached.readsStandardInput() > 1)
     return refuse("-", "standard input can be only one of the files");

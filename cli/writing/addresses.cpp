@@ -19,6 +19,8 @@ using Problem = const char*;  // null: none
 /// RFC 5321 (4.5.3.1.3): 256 bytes with the brackets.
 constexpr std::size_t kMaxAddress = 254;
 
+constexpr Problem kNeedsQuotes = "a character stands in it that has a meaning of its own outside quotes";
+
 struct Entry {
   std::string_view text;
   std::vector<AddressToken> tokens;  ///< Without comments.
@@ -61,8 +63,7 @@ Problem problemOfLocalPart(Tokens tokens) {
   if (tokens.empty()) return "nothing stands before the at sign";
   if (tokens.size() == 1 && tokens.front().kind == Kind::quoted) return nullptr;
   const bool isWord = tokens.size() == 1 && tokens.front().kind == Kind::word;
-  if (!isWord || !isBareLocalPart(tokens.front().text))
-    return "a character that needs quotes before the at sign";
+  if (!isWord || !isBareLocalPart(tokens.front().text)) return kNeedsQuotes;
   return nullptr;
 }
 
@@ -89,6 +90,8 @@ Problem problemOfDomain(Tokens tokens) {
 /// local@domain, nothing around it.
 Problem problemOfBare(Tokens tokens) {
   if (tokens.empty()) return "there is no address";
+  for (const AddressToken& token : tokens)
+    if (token.kind == Kind::special && !token.is('@')) return kNeedsQuotes;
   for (const AddressToken& token : tokens.subspan(1))
     if (token.afterBlank) return "a blank stands in the address";
   const std::size_t at = positionOf(tokens, '@');
@@ -103,7 +106,7 @@ Problem problemOfAngle(Tokens tokens) {
   if (!tokens.back().is('>')) return "the bracket is not closed at the end";
   const std::size_t name = positionOf(tokens, '<');
   for (const AddressToken& token : tokens.first(name))
-    if (token.kind == Kind::special) return "a character that needs quotes stands in the name";
+    if (token.kind == Kind::special) return kNeedsQuotes;
   return problemOfBare(tokens.subspan(name + 1, tokens.size() - name - 2));
 }
 

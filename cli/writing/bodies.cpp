@@ -12,6 +12,8 @@ namespace mailtree::cli {
 namespace {
 
 constexpr int kCpUtf32LE = 12000, kCpUtf32BE = 12001;
+constexpr const char* kPlain = "text/plain";
+constexpr const char* kHtml = "text/html";
 
 struct ByteOrderMark {
   std::string_view bytes;
@@ -84,16 +86,45 @@ Exit readBody(const char* option, const std::optional<std::string>& text,
   return Exit::fine;
 }
 
-bool isWritten(Email2* body) { return body && !body->m_body.isEmpty(); }
+/// Replaces the text that a reader sees, wherever it stands: the library looks for one at the top, which would put a
+/// second text beside one that was signed.
+bool replaceText(Email2& email, Email2& part, DataBuffer& data, StringBuffer& type, LogBase& log) {
+  email.chooseCharsetIfNecessary(data, log);
+  return Email2::replaceEmailBody(&part, data, /*isText=*/true, email.emailCodePage(), type, log);
+}
 
-/// The library takes a text set into a single part of the other kind for its replacement; a user who adds a
-/// text means to keep both.
-bool putBody(Email2& email, const std::string& text, const char* type, bool isOther, LogBase& log) {
+/// Where a text joins the one of the other kind: in the enclosure that is there, else in one made around that text (and
+/// its images), so that neither of them ends as an attachment.
+Email2& placeBeside(Email2& email, Email2& other, bool isHtml) {
+  if (email.findMultipartEnclosure(static_cast<int>(EnclosureKind::alternative), 0)) return email;
+  Email2* const related = email.findMultipartEnclosure(static_cast<int>(EnclosureKind::related), 0);
+  if (related) return isHtml ? email : *related;
+  return other;
+}
+
+/// The library takes a text set into a single part of the other kind for its replacement; a user who adds a text
+/// means to keep both.
+bool addBody(Email2& email, Email2* other, DataBuffer& data, StringBuffer& type, LogBase& log) {
+  if (!other || other->m_body.isEmpty()) return email.setBody(data, /*isText=*/true, type, nullptr, log);
+  Email2& place = placeBeside(email, *other, type.equals(kHtml));
+  return place.addAlternativeBody(data, /*isText=*/true, type, nullptr, log);
+}
+
+bool putPlain(Email2& email, const std::string& text, LogBase& log) {
   DataBuffer data;
+  StringBuffer type(kPlain);
   if (!data.append(std::string_view(text))) return false;
-  StringBuffer contentType(type);
-  return isOther ? email.addAlternativeBody(data, /*isText=*/true, contentType, nullptr, log)
-                 : email.setBody(data, /*isText=*/true, contentType, nullptr, log);
+  if (Email2* const present = email.getPlainTextAlternative())
+    return replaceText(email, *present, data, type, log);
+  return addBody(email, email.getHtmlAlternative(), data, type, log);
+}
+
+bool putHtml(Email2& email, const std::string& html, LogBase& log) {
+  DataBuffer data;
+  StringBuffer type(kHtml);
+  if (!data.append(std::string_view(html))) return false;
+  Email2* const other = email.getHtmlAlternative() ? nullptr : email.getPlainTextAlternative();
+  return addBody(email, other, data, type, log);
 }
 
 }  // namespace
@@ -136,15 +167,11 @@ void preferCharset(Email2& email, const std::string& name, const Bodies& bodies)
 }
 
 bool putBodies(Email2& email, const Bodies& bodies, LogBase& log) {
-  if (bodies.plain) {
-    const bool joinsHtml = !email.getPlainTextAlternative() && isWritten(email.getHtmlAlternative());
-    if (!putBody(email, *bodies.plain, "text/plain", joinsHtml, log)) return false;
-  }
-  if (bodies.html) {
-    const bool joinsPlain = !email.getHtmlAlternative() && isWritten(email.getPlainTextAlternative());
-    if (!putBody(email, *bodies.html, "text/html", joinsPlain, log)) return false;
-  }
-  return true;
+  // Readers of a flowed text join the lines that end in a blank and take leading blanks away (RFC 3676); the user's
+  // lines are to stay as they are.
+  _svContentType::m_noFormatFlowed = true;
+  if (bodies.plain && !putPlain(email, *bodies.plain, log)) return false;
+  return !bodies.html || putHtml(email, *bodies.html, log);
 }
 
 }  // namespace mailtree::cli

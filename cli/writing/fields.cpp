@@ -33,6 +33,9 @@ constexpr RecipientField kRecipientFields[] = {
     {"Bcc", RecipientKind::bcc, &Email2::m_bccAddrs},
 };
 
+/// Fields that the library keeps for itself are never written.
+constexpr std::string_view kInternalPrefixes[] = {"SVX-", "SVZ-"};
+
 template <std::size_t N>
 bool isOneOf(const std::string_view (&names)[N], std::string_view name) {
   return std::any_of(names, names + N, [name](std::string_view other) { return equalsNoCase(name, other); });
@@ -90,7 +93,7 @@ HeaderField fieldOfText(std::string_view text) {
 std::optional<std::string> whyBadFieldName(std::string_view name) {
   if (!isFieldName(name))
     return "a field has a name of visible ASCII characters and a colon, such as 'X-Name: value'";
-  if (isOneOf(kContentFields, name)) return "this field follows from the content";
+  if (isOneOf(kContentFields, name)) return "it follows from the content";
   return std::nullopt;
 }
 
@@ -105,6 +108,8 @@ std::optional<std::string> whyBadValue(std::string_view value) {
 
 std::optional<std::string> whyBadField(const HeaderField& field) {
   if (const auto problem = whyBadFieldName(field.name)) return problem;
+  for (const std::string_view prefix : kInternalPrefixes)
+    if (beginsWithNoCase(field.name, prefix)) return "fields of that name are never written";
   if (const auto problem = whyBadValue(field.value)) return problem;
   if (equalsNoCase(field.name, "Date") && !isDate(field.value))
     return "no date such as 'Sat, 21 Nov 2026 08:30:00 +0100'";

@@ -2,9 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <nlohmann/json.hpp>
-
-#include "tests/cli/command.h"
+#include "tests/cli/shown.h"
 
 namespace mailtree::cli_test {
 namespace {
@@ -12,14 +10,6 @@ namespace {
 using nlohmann::json;
 using testing::HasSubstr;
 using testing::Not;
-
-std::string shapeOf(const json& node) {
-  std::string text = node["content_type"];
-  if (node["parts"].empty()) return text;
-  text += '(';
-  for (const json& part : node["parts"]) text += (text.back() == '(' ? "" : ",") + shapeOf(part);
-  return text + ')';
-}
 
 TEST(Show, tells_the_shape_of_every_sample) {
   const struct {
