@@ -32,11 +32,6 @@ struct Draft {
   std::vector<AttachedFile> files;
 };
 
-Exit refuse(std::string_view option, std::string_view problem) {
-  complain(option, problem);
-  return Exit::usage;
-}
-
 /// Turns the options that are header fields into fields, in the order in which they will stand; the problem
 /// goes to standard error.
 class FieldReader {
@@ -83,6 +78,7 @@ Exit checkOptions(const ComposeOptions& options) {
   if (options.bodies.readsStandardInput() + options.attached.readsStandardInput() > 1)
     return refuse("-", "standard input can be only one of the files");
   if (!options.envelope) return Exit::fine;
+  if (options.envelope->empty()) return refuse("--envelope-out", "the name is empty");
   const bool isSame = *options.envelope == options.output ||
                       (isStandardOutput(*options.envelope) && isStandardOutput(options.output));
   return isSame ? refuse("--envelope-out", "the message goes there") : Exit::fine;

@@ -34,11 +34,6 @@ struct Changes {
   std::vector<AttachedFile> files;
 };
 
-Exit refuse(std::string_view option, std::string_view problem) {
-  complain(option, problem);
-  return Exit::usage;
-}
-
 Exit checkOptions(const EditOptions& options, Changes& changes) {
   for (const std::string& name : options.remove)
     if (const auto problem = whyBadFieldName(name)) return refuse("--remove '" + name + "'", *problem);

@@ -35,6 +35,11 @@ void complain(std::string_view file, std::string_view problem) {
   complain((file.empty() ? "''" : std::string(file)).append(": ").append(problem));
 }
 
+Exit refuse(std::string_view option, std::string_view problem) {
+  complain(option, problem);
+  return Exit::usage;
+}
+
 std::string lastError(const LogMemory& log, std::string_view otherwise) {
   const auto& entries = log.entries();
   for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry)

@@ -15,6 +15,9 @@ void complain(std::string_view problem);
 /// Writes "mailtree: FILE: what is wrong"; an empty name shows as ''.
 void complain(std::string_view file, std::string_view problem);
 
+/// Complains about an option or argument of the command line; usage.
+Exit refuse(std::string_view option, std::string_view problem);
+
 /// The last error of a log; `otherwise` when it holds none.
 std::string lastError(const LogMemory& log, std::string_view otherwise);
 

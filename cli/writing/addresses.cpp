@@ -67,12 +67,22 @@ Problem problemOfLocalPart(Tokens tokens) {
   return nullptr;
 }
 
+bool isHostCharacter(char c) noexcept { return isAlnumAscii(c) || c == '-' || c == '_' || is8bit(c); }
+
 bool isLabel(std::string_view label) noexcept {
-  return !label.empty() && std::all_of(label.begin(), label.end(), isAtomCharacter);
+  return !label.empty() && std::all_of(label.begin(), label.end(), isHostCharacter);
 }
 
+/// The inside of "[192.0.2.1]" or "[IPv6:2001:db8::1]".
+bool isLiteral(std::string_view text) noexcept {
+  return std::all_of(text.begin(), text.end(),
+                     [](char c) { return isAlnumAscii(c) || c == '.' || c == ':'; });
+}
+
+/// Names of hosts as RFC 5321 and 6531 know them, and underscores.
 bool isDomain(std::string_view domain) noexcept {
-  if (domain.size() > 2 && domain.front() == '[' && domain.back() == ']') return true;
+  if (domain.size() > 2 && domain.front() == '[' && domain.back() == ']')
+    return isLiteral(domain.substr(1, domain.size() - 2));
   for (;;) {
     const std::size_t dot = domain.find('.');
     if (!isLabel(domain.substr(0, dot))) return false;

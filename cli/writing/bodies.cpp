@@ -44,10 +44,7 @@ std::string withCrlf(std::string_view text) {
 
 /// A text of the command line is a line or more, and the last one ends too.
 Exit takeText(const char* option, const std::string& given, std::string& out) {
-  if (!isValidUtf8(given)) {
-    complain(option, "the text is not utf-8");
-    return Exit::usage;
-  }
+  if (!isValidUtf8(given)) return refuse(option, "the text is not utf-8");
   out = withCrlf(given);
   if (!out.empty() && !out.ends_with('\n')) out += "\r\n";
   return Exit::fine;
@@ -56,11 +53,12 @@ Exit takeText(const char* option, const std::string& given, std::string& out) {
 /// Why the bytes of a file are no text in the code page (0: utf-8); null when `out` holds them.
 const char* decode(std::string_view bytes, int codePage, std::string& out) {
   const int marked = takeMark(bytes);
-  const int actual = marked ? marked : codePage ? codePage : kCpUtf8;
-  if (actual == kCpUtf8) {
+  if (marked) codePage = marked;
+  if (codePage == 0) codePage = kCpUtf8;
+  if (codePage == kCpUtf8) {
     if (!isValidUtf8(bytes)) return "the text is not utf-8; --text-charset says what it is";
     out = bytes;
-  } else if (!decodeToUtf8(actual, bytes, out)) {
+  } else if (!decodeToUtf8(codePage, bytes, out)) {
     return marked ? "the text is not the utf-16 that it says it is" : "the text is not in the charset given";
   }
   return contains(out, std::string_view("\0", 1)) ? "NUL bytes stand in it: it is no text" : nullptr;
@@ -86,15 +84,15 @@ Exit readBody(const char* option, const std::optional<std::string>& text,
   return Exit::fine;
 }
 
-/// Replaces the text that a reader sees, wherever it stands: the library looks for one at the top, which would put a
-/// second text beside one that was signed.
+/// Replaces the text that a reader sees, wherever it stands: the library looks for one at the top, which would
+/// put a second text beside one that was signed.
 bool replaceText(Email2& email, Email2& part, DataBuffer& data, StringBuffer& type, LogBase& log) {
   email.chooseCharsetIfNecessary(data, log);
   return Email2::replaceEmailBody(&part, data, /*isText=*/true, email.emailCodePage(), type, log);
 }
 
-/// Where a text joins the one of the other kind: in the enclosure that is there, else in one made around that text (and
-/// its images), so that neither of them ends as an attachment.
+/// Where a text joins the one of the other kind: in the enclosure that is there, else in one made around that
+/// text (and its images), so that neither of them ends as an attachment.
 Email2& placeBeside(Email2& email, Email2& other, bool isHtml) {
   if (email.findMultipartEnclosure(static_cast<int>(EnclosureKind::alternative), 0)) return email;
   Email2* const related = email.findMultipartEnclosure(static_cast<int>(EnclosureKind::related), 0);
@@ -140,10 +138,8 @@ void addBodyOptions(CLI::App& verb, BodyOptions& options) {
 
 Exit readBodies(const BodyOptions& options, Bodies& bodies) {
   const int codePage = options.textCharset ? codePageOfCharset(*options.textCharset) : 0;
-  if (options.textCharset && codePage == 0) {
-    complain("--text-charset", "'" + *options.textCharset + "': no charset of that name is known");
-    return Exit::usage;
-  }
+  if (options.textCharset && codePage == 0)
+    return refuse("--text-charset", "'" + *options.textCharset + "': no charset of that name is known");
   const Exit result = readBody("--text", options.text, options.textFile, codePage, bodies.plain);
   if (result != Exit::fine) return result;
   return readBody("--html", options.html, options.htmlFile, codePage, bodies.html);
@@ -167,8 +163,8 @@ void preferCharset(Email2& email, const std::string& name, const Bodies& bodies)
 }
 
 bool putBodies(Email2& email, const Bodies& bodies, LogBase& log) {
-  // Readers of a flowed text join the lines that end in a blank and take leading blanks away (RFC 3676); the user's
-  // lines are to stay as they are.
+  // Readers of a flowed text join the lines that end in a blank and take leading blanks away (RFC 3676); the
+  // user's lines are to stay as they are.
   _svContentType::m_noFormatFlowed = true;
   if (bodies.plain && !putPlain(email, *bodies.plain, log)) return false;
   return !bodies.html || putHtml(email, *bodies.html, log);

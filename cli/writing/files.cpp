@@ -51,10 +51,8 @@ std::string typeByName(const std::string& name) {
 
 Exit readAttachment(const std::string& argument, AttachedFile& file) {
   const FileArgument given = fileOf(argument);
-  if (beginsWithNoCase(given.type, "multipart/")) {
-    complain("--attach", "'" + argument + "': a file cannot be of a multipart type");
-    return Exit::usage;
-  }
+  if (beginsWithNoCase(given.type, "multipart/"))
+    return refuse("--attach", "'" + argument + "': a file cannot be of a multipart type");
   if (!readFile(given.path, file.bytes)) return Exit::unreadable;
   if (given.path != "-") file.name = std::filesystem::path(given.path).filename().string();
   file.type = given.type.empty() ? typeByName(file.name) : given.type;
@@ -96,7 +94,7 @@ int AttachOptions::readsStandardInput() const {
 void addAttachOptions(CLI::App& verb, AttachOptions& options) {
   addRepeated(
       verb, "--attach", options.files,
-      "File to attach; FILE:TYPE, such as a:text/csv, gives its type when no file has the whole name");
+      "File to attach; FILE:TYPE, such as list:text/csv, unless that is a file's name, gives its type");
   addRepeated(verb, "--attach-message", options.messages, "Message to attach as one");
 }
 
