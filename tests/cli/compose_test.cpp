@@ -168,7 +168,7 @@ TEST(Compose, refuses_what_is_no_address_and_says_which_and_why) {
       {"a@x y", "'a@x y'", "blank"},
       {"a@x..y", "'a@x..y'", "domain"},
       {"a@x.", "'a@x.'", "domain"},
-      {"a@[1>]", "'a@[1>]'", "domain"},
+      {"a@[1*2]", "'a@[1*2]'", "domain"},
       {"a@=?utf-8?Q?x?=", "'a@=?utf-8?Q?x?='", "domain"},
       {"<a@x", "'<a@x'", "bracket"},
       {"Bob <a@x> foo", "'Bob <a@x> foo'", "bracket"},
