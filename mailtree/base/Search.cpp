@@ -25,6 +25,8 @@ std::size_t findSubstring(std::string_view text, std::string_view wanted, std::s
   // Its memmem is linear also when both texts come from the same hostile message; string_view::find is not.
   if (from > text.size()) return std::string_view::npos;
   if (wanted.empty()) return from;
+  // An empty text may have no address at all.
+  if (wanted.size() > text.size() - from) return std::string_view::npos;
   const void* const found = memmem(text.data() + from, text.size() - from, wanted.data(), wanted.size());
   return found ? static_cast<std::size_t>(static_cast<const char*>(found) - text.data())
                : std::string_view::npos;
