@@ -160,11 +160,11 @@ void appendParam(std::string_view name, std::string_view value, int codePage, bo
     appendTokenOrQuoted(value, out);
     return;
   }
-  if (withFallback) {
-    out.append("; ").append(name).append("=");
-    appendTokenOrQuoted(asciiFallback(value), out);
-  }
+  // The true value stands first: of two with one name many readers take the first.
   ExtendedWriter(name, value, codePage).write(out);
+  if (!withFallback) return;
+  out.append("; ").append(name).append("=");
+  appendTokenOrQuoted(asciiFallback(value), out);
 }
 
 }  // namespace mailtree

@@ -55,7 +55,7 @@ constexpr std::size_t kMaxPlainParameter = 500;
 ParameterizedValue parseParameterizedValue(std::string_view headerValue);
 
 /// Appends "; name=value" the way a header needs it; `codePage` is what non-ASCII values are written in
-/// (utf-8 when it cannot carry them). Non-ASCII: RFC 2231, with a readable ASCII fallback before it when
+/// (utf-8 when it cannot carry them). Non-ASCII: RFC 2231, with a readable ASCII fallback behind it when
 /// `withFallback`.
 void appendParam(std::string_view name, std::string_view value, int codePage, bool withFallback,
                  std::string& out);

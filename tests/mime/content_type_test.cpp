@@ -103,7 +103,7 @@ TEST(ContentType, names_are_written_for_every_reader_or_not_at_all) {
   type.m_type.setString("application/pdf");
   type.m_name.setString("Größe \"2\".pdf");
   EXPECT_EQ(built(type, {}),
-            "application/pdf; name=\"Grose _2_.pdf\"; name*=utf-8''Gr%C3%B6%C3%9Fe%20%222%22.pdf");
+            "application/pdf; name*=utf-8''Gr%C3%B6%C3%9Fe%20%222%22.pdf; name=\"Grose _2_.pdf\"");
   EXPECT_EQ(built(type, {}, true, false), "application/pdf");
   type.clear();
   EXPECT_EQ(built(type, {}), "");

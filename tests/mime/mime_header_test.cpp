@@ -341,7 +341,7 @@ TEST(MimeHeader, set_values_are_encoded_by_the_grammar_of_their_field) {
       {"To", "=?utf-8?Q?=2C?= <j@x.org>", 65001, "To: =?utf-8?Q?=2C?= <j@x.org>"},
       {"Message-ID", "<=?utf-8?Q?a?=@x>", 65001, "Message-ID: <=?utf-8?Q?a?=@x>"},
       {"Content-Type", "text/plain; name=\"é\"", 28591,
-       "Content-Type: text/plain; name=e; name*=iso-8859-1''%E9"},
+       "Content-Type: text/plain; name*=iso-8859-1''%E9; name=e"},
       {"Content-Type", "text/plain; name=\"a\\\"b\"; x=\"c\"", 0,
        "Content-Type: text/plain; name=\"a\\\"b\"; x=\"c\""},
       {"Message-ID", "<café@x>", 65001, "Message-ID: <café@x>"},
@@ -351,7 +351,7 @@ TEST(MimeHeader, set_values_are_encoded_by_the_grammar_of_their_field) {
       {"List-Id", "Café <l.x>", 65001, "List-Id: =?utf-8?Q?Caf=C3=A9?= <l.x>"},
       {"Content-Disposition", "atté; filename=\"f.txt\"", 65001, "Content-Disposition: att; filename=f.txt"},
       {"Content-Disposition", "é; filename=\"é\"", 65001,
-       "Content-Disposition: attachment; filename=e; filename*=utf-8''%C3%A9"},
+       "Content-Disposition: attachment; filename*=utf-8''%C3%A9; filename=e"},
       {"Content-Type", "téxt/plain; name=x", 65001, "Content-Type: txt/plain; name=x"},
       {"Subject", "a\r\nBcc: b\rc\nd", 0, "Subject: a Bcc: b c d"},
       {"Sub\r\nBcc: x\xC3\xA9", "a", 0, "SubBccx: a"},
@@ -444,7 +444,7 @@ TEST(MimeHeader, 8bit_fields_become_ascii_and_mean_the_same) {
        "Subject: =?iso-8859-1?Q?caf=E9_=E9?=\r\nContent-Type: text/plain; charset=iso-8859-1"},
       {"From: J\xC3\xB6rg <j@x.org>\r\n", "From: =?utf-8?Q?J=C3=B6rg?= <j@x.org>"},
       {"Content-Type: a/b; name=\"\xC3\xA9.txt\"; boundary=x\r\n",
-       "Content-Type: a/b; name=e.txt; name*=utf-8''%C3%A9.txt; boundary=x"},
+       "Content-Type: a/b; name*=utf-8''%C3%A9.txt; name=e.txt; boundary=x"},
   };
   for (const auto& row : rows) {
     MimeHeader header = loaded(row.text);
