@@ -5,6 +5,8 @@
 #include <string>
 
 #include "fuzz/target.h"
+#include "mailtree/base/Search.h"
+#include "mailtree/base/Utf.h"
 #include "mailtree/email/Email2.h"
 
 using namespace mailtree;
@@ -98,6 +100,11 @@ std::string plainText(Email2& root) {
   LogNull log;
   StringBuffer text;
   return root.getPlainTextBodyUtf8(root, text, log) ? text.extractString() : "(none)";
+}
+
+/// Text that any encoding carries as it is: outside of utf-8, and with line ends that mail has not, it may not stay.
+bool canTravel(std::string_view text) {
+  return isValidUtf8(text) && !hasBareLineEnd(text) && text.find('\0') == std::string_view::npos;
 }
 
 class Composer {
@@ -264,10 +271,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   composer.run();
 
   const int attachments = numAttachments(*root);
+  const std::string text = plainText(*root);
   const EmailPtr second = load(write(*root, option));
   const bool secondMended = wasMended(*second);
-  if (composer.isOurs() && !secondMended)
+  if (composer.isOurs() && !secondMended) {
     fuzz::require(numAttachments(*second) == attachments, "attachments survive writing and loading");
+    if (canTravel(text)) fuzz::require(plainText(*second) == text, "the text survives writing and loading");
+  }
   const std::string twice = write(*second, option);
   const EmailPtr third = load(twice);
   if (!secondMended && !wasMended(*third)) fuzz::require(write(*third, option) == twice, "writing settles");
