@@ -177,8 +177,12 @@ std::string utf8Of(std::u16string_view units) {
   return utf8;
 }
 
+/// U+FFFD in gb18030, the one character that ICU's answer does not tell from bytes that mean nothing.
+constexpr std::string_view kReplacementForm = "\x84\x31\xA4\x37";
+
 /// A form that no table holds, asked of the family's converters; empty when it means nothing.
 std::string rareCharacter(const Family& family, std::string_view bytes) {
+  if (family.longForm == LongForm::fourWithFigures && bytes == kReplacementForm) return "\xEF\xBF\xBD";
   for (const char* const converter : {family.converter, family.fallback}) {
     if (!converter) continue;
     const std::u16string units = decodeFewWithIcu(converter, bytes);

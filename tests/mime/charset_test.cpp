@@ -189,6 +189,14 @@ TEST(Charset, says_what_could_not_be_converted_and_converts_the_rest) {
     EXPECT_EQ(converted(row.from, row.to, row.bytes, false), row.result) << row.bytes;
 }
 
+TEST(Charset, the_replacement_character_itself_is_a_character) {
+  for (const int codePage : {1200, 54936, 65001}) {
+    std::string bytes;
+    ASSERT_TRUE(encodeFromUtf8(codePage, "a\xEF\xBF\xBDz", bytes)) << codePage;
+    EXPECT_EQ(converted(codePage, 65001, bytes, true), "a\xEF\xBF\xBDz") << codePage;
+  }
+}
+
 TEST(Charset, unknown_code_pages_hand_back_the_input) {
   EXPECT_EQ(converted(4711, 65001, "x\xE9", false), "x\xE9");
   EXPECT_EQ(converted(1252, 0, "x\xE9", false), "x\xE9");
