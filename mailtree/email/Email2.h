@@ -358,8 +358,9 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   DataBuffer* getEffectiveBodyObject3(const Email2& root);
   bool equalsContentType(const char* type) const;
 
-  /// Sets the body of a type wherever it belongs: an existing body of that type is replaced, a second text joins
-  /// the first in a multipart/alternative.
+  /// Sets the body of a type wherever it belongs: an existing body of that type is replaced, in a multipart a body
+  /// of another type joins it, and a single part is replaced whatever it holds: to keep what is there, use
+  /// addAlternativeBody.
   /// @param data      moved from when it is stored, as in all of these but setBodyDb; utf-8 when `isText`.
   /// @param type      overwritten when it is a multipart, which no body can be: by text/plain or
   ///                  application/octet-stream, with an error in the log.

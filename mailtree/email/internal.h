@@ -62,6 +62,16 @@ inline StringBuffer copyOf(std::string_view text) noexcept {
 inline StringBuffer copyOf(const char* text) noexcept { return copyOf(viewOf(text)); }
 inline StringBuffer copyOf(const StringBuffer& text) noexcept { return copyOf(text.view()); }
 
+/// The charset that the Content-Type field of a part names; without code page when it names none.
+_svCharset labelledCharset(const Email2& node);
+/// Makes the Content-Type field of a part say utf-8, whatever the email's charset is.
+void labelUtf8(Email2& node, LogBase& log);
+
+/// Whether a body is written as it stands and promised to be 7-bit.
+inline bool promises7bit(const Email2& node) noexcept {
+  return node.m_transferEncoding.isEmpty() || node.m_transferEncoding.equalsIgnoreCase("7bit");
+}
+
 /// Sets the member and its field in one place. Null empties the one and removes the other.
 void setTransferEncoding(Email2& node, const char* encoding, LogBase& log);
 

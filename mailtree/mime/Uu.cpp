@@ -90,8 +90,9 @@ class BlockReader {
     return false;
   }
 
-  /// Whether text stands between the last block and the one before it, or the begin.
+  // Of the last block: whether text stands between it and what was read before, where it begins, what follows.
   bool hadTextBefore() const noexcept { return m_textBefore; }
+  std::size_t blockBegin() const noexcept { return m_beginLine; }
   std::string_view rest() const noexcept { return m_text.substr(m_at); }
 
  private:
@@ -159,22 +160,25 @@ bool Uu::uu_decode(std::string_view text, DataBuffer& out) {
 }
 
 int Uu::uu_decodeMultipleDb(std::string_view text, ExtPtrArray& data, ExtPtrArraySb& names,
-                            bool* textFollows) {
+                            UuSurroundings* around) {
   return neverThrow(0, [&] {
     BlockReader blocks(text);
-    int count = 0;
-    bool otherText = false;
+    UuSurroundings found;
     std::string_view behindLast;
+    int count = 0;
     std::string_view name;
     for (auto block = std::make_unique<DataBuffer>(); blocks.next(*block, name);
          block = std::make_unique<DataBuffer>()) {
       if (!names.appendString(name) || !data.appendObject(block.get())) break;
       block.release();  // now the list's
-      otherText = otherText || (count > 0 && blocks.hadTextBefore());
+      if (count++ == 0)
+        found.firstBlock = blocks.blockBegin();
+      else
+        found.textFollows = found.textFollows || blocks.hadTextBefore();
       behindLast = blocks.rest();
-      ++count;
     }
-    if (textFollows) *textFollows = otherText || !trim(behindLast).empty();
+    found.textFollows = found.textFollows || !trim(behindLast).empty();
+    if (around) *around = found;
     return count;
   });
 }

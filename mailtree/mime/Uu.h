@@ -4,6 +4,7 @@
 // block that does not decode is no block.
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
 #include "mailtree/base/Containers.h"
@@ -15,6 +16,12 @@ namespace mailtree {
 /// Whether a Content-Transfer-Encoding names uuencoding, in any of the ways in which mailers wrote it.
 bool isUuTransferEncoding(std::string_view encoding) noexcept;
 
+/// What stands around the blocks of a text.
+struct UuSurroundings {
+  std::size_t firstBlock = 0;  ///< Position of the first one.
+  bool textFollows = false;    ///< There is text between or behind the blocks.
+};
+
 class Uu {
  public:
   /// Decodes the first block of the text, appending its bytes to `out`. False, with `out`
@@ -24,10 +31,10 @@ class Uu {
   void uu_getFilename(StringBuffer& out) const { out.append(m_filename); }
   /// Decodes every block of the text: one owned DataBuffer in `data` and one string in `names` for each, in
   /// order.
-  /// @param textFollows  when not null, receives whether there is text between or behind the blocks.
+  /// @param around  when not null, receives what stands around the blocks.
   /// @return how many.
   static int uu_decodeMultipleDb(std::string_view text, ExtPtrArray& data, ExtPtrArraySb& names,
-                                 bool* textFollows = nullptr);
+                                 UuSurroundings* around = nullptr);
 
  private:
   StringBuffer m_filename;

@@ -105,6 +105,10 @@ TEST(BodyCharset, of_unlabelled_text_is_found_out) {
       {"", "\xE6\x97\xA5\xE6\x9C\xAC", "日本", 65001},
       {"Subject: \xCF\xF0\xE8\xE2\xE5\xF2, \xEA\xE0\xEA \xE4\xE5\xEB\xE0\n", "\xCF\xF0\xE8\xE2\xE5\xF2",
        "Привет", 1251},
+      // C2 and C3 are Cyrillic letters too
+      {"", "\xC2\xF1\xE5 \xED\xE0\xF8\xE8", "Âñå íàøè", 28591},
+      {"Subject: \xCF\xF0\xE8\xE2\xE5\xF2, \xEA\xE0\xEA \xE4\xE5\xEB\xE0\n", "\xC2\xF1\xE5", "Все", 1251},
+      {"", "caf\xC3\xA9 cut \xC3", "caf\xC3\xA9 cut \xC3", 65001},
       {"Content-Type: text/html\n", "<p>\xE9</p>", "<p>é</p>", 28591},
       {"Content-Type: text/plain; charset=iso-8859-7\n", "\xE1\xE2", "αβ", 28597},
       {"Content-Type: text/plain\nContent-Disposition: inline; filename=a.txt\n", "\xE9", "\xE9", 0},
@@ -221,6 +225,50 @@ TEST(BodyCharset, text_outside_the_charset_is_written_in_utf8) {
   EXPECT_THAT(written, HasSubstr("=CE=A9"));
   EXPECT_THAT(written, HasSubstr("text/plain; charset=utf-8"));
   EXPECT_THAT(written, Not(HasSubstr("charset=iso-8859-1")));
+}
+
+TEST(BodyCharset, no_part_promises_7bit_when_its_charset_no_longer_is) {
+  const EmailPtr mail = buildTree("alt(plain[body=日本],html[body=<p>日本</p>])");
+  mail->use_codepage(50220);
+  XString text("😀");
+  LogNull log;
+  mail->chooseCharsetIfNecessaryX(text, log);
+  EXPECT_EQ(mail->get_charset_codepage(), 65001);
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(mail->getPart(i)->m_transferEncoding.view(), "quoted-printable") << i;
+}
+
+/// A text that counts as a file of its own, as patches are sent.
+EmailPtr inlinePatch() {
+  return load(
+      "Content-Type: text/plain; charset=iso-8859-1\nContent-Disposition: inline; filename=fix.patch\n"
+      "Content-Transfer-Encoding: 8bit\n\ncaf\xE9\n");
+}
+
+TEST(BodyCharset, text_with_a_file_name_is_kept_in_the_charset_of_its_label) {
+  const struct {
+    const char* text;
+    const char* label;
+    const char* bytes;
+  } rows[] = {{"grüß", "charset=iso-8859-1", "gr=FC=DF"}, {"Ω", "charset=utf-8", "=CE=A9"}};
+  for (const auto& row : rows) {
+    const EmailPtr mail = inlinePatch();
+    DataBuffer text;
+    text.append(row.text);
+    StringBuffer type("text/plain");
+    LogNull log;
+    mail->setBody(text, true, type, nullptr, log);
+    EXPECT_THAT(write(*mail), HasSubstr(row.label)) << row.text;
+    EXPECT_THAT(write(*mail), HasSubstr(row.bytes)) << row.text;
+  }
+}
+
+TEST(BodyCharset, text_with_a_file_name_becomes_a_body_when_it_gets_an_enclosure) {
+  const EmailPtr mail = inlinePatch();
+  LogNull log;
+  mail->convertToMultipartX("multipart/mixed", log);
+  EXPECT_EQ(mail->getPart(0)->m_body.view(), "café\n");
+  EXPECT_THAT(write(*mail), HasSubstr("charset=iso-8859-1"));
+  EXPECT_THAT(write(*mail), HasSubstr("caf\xE9"));
 }
 
 TEST(BodyCharset, hyperlinks_of_every_body_are_collected) {

@@ -38,6 +38,10 @@ TEST(Uuencoded, files_in_a_text_become_attachments) {
       {"block that does not decode", "\nbegin 644 a\n\x01\x02\nend\n", "none",
        "begin 644 a\n\x01\x02\nend\n"},
       {"beyond what is looked at", "\n" + far + "\n" + kCat, "none", far + "\n" + kCat},
+      {"prose before it", "\nWe begin 6 days later.\nLost.\n" + kCat,
+       "mixed(plain,plain[name=cat.txt,file=cat.txt]:attachment)", "We "},
+      {"a page", "Content-Type: text/html\n\n<p>hello\n" + kCat,
+       "mixed(plain,plain[name=cat.txt,file=cat.txt]:attachment)", "<p>hello\n"},
       {"attached file", "Content-Type: text/plain\nContent-Disposition: attachment; filename=c.uu\n\n" + kCat,
        "mixed(plain,plain[file=c.uu]:attachment)", ""},
       {"latin-1 before it", "\ncaf\xE9\n" + kCat, "mixed(plain,plain[name=cat.txt,file=cat.txt]:attachment)",
@@ -63,6 +67,7 @@ TEST(Uuencoded, what_was_done_is_logged) {
   } rows[] = {
       {"Content-Type: text/plain\n", "UU decoding MIME body and adding as attachment...\n"},
       {"", "UU decoding MIME body and adding as attachment..\n"},
+      {"\nWe begin 6 days later.\n", "UU decoding MIME body and adding as attachment..\n"},
       {"X-MS-Has-Attach: yes\n", "UU decoding MIME body and adding as attachment.\n"},
   };
   for (const auto& row : rows) {

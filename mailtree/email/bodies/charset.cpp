@@ -8,11 +8,37 @@ namespace mailtree {
 namespace {
 
 /// Whether a byte C2 or C3 is followed by one that is no ASCII: how every accented Latin letter begins in
-/// utf-8, and rarely anything else in another charset.
+/// utf-8. In Cyrillic code pages they are letters too, so most of what is no ASCII must be utf-8: a few broken
+/// characters do not make it another charset.
 bool looksLikeUtf8(std::string_view bytes) noexcept {
-  for (std::size_t i = 0; i + 1 < bytes.size(); ++i)
-    if ((bytes[i] == '\xC2' || bytes[i] == '\xC3') && is8bit(bytes[i + 1])) return true;
-  return false;
+  bool isMarked = false;
+  for (std::size_t i = 0; i + 1 < bytes.size() && !isMarked; ++i)
+    isMarked = (bytes[i] == '\xC2' || bytes[i] == '\xC3') && is8bit(bytes[i + 1]);
+  if (!isMarked) return false;
+  std::size_t good = 0, broken = 0;
+  for (std::size_t at = 0; at < bytes.size();) {
+    if (!is8bit(bytes[at])) {
+      ++at;
+      continue;
+    }
+    const std::size_t begin = at;
+    ++(nextCodePoint(bytes, at) == kReplacementCharacter && at - begin < 3 ? broken : good);
+  }
+  return good > 0 && good >= broken;
+}
+
+/// What is in the charset that an email leaves behind may have looked 7-bit: the labels of its parts must not
+/// promise that any longer.
+void keepPromises(Email2& email, int before, LogBase& log) {
+  if (before == 0 || before == email.emailCodePage()) return;
+  neverThrow(Walk::stop, [&] {
+    return walkTree(email, [&](Email2& node) {
+      if (promises7bit(node) && isConvertibleText(node.traits()) && node.getNumParts() == 0 &&
+          !node.m_body.is7bit(0))
+        node.setEncodingViaCodePage(email.emailCodePage(), 0, log);
+      return Walk::onward;
+    });
+  });
 }
 
 constexpr int kCpLatin2 = 28592;
@@ -99,16 +125,22 @@ class FirstChoice {
 
 void Email2::chooseCharsetIfNecessary(const DataBuffer& utf8Text, LogBase& log) {
   if (!isLive() || !m_common) return;
-  int codePage = emailCodePage();
+  const int before = emailCodePage();
+  int codePage = before;
   if (codePage == kCpUsAscii && !utf8Text.is7bit(0)) codePage = codePageBeyondAscii(*m_common);
   // Deliberate: an email in us-ascii whose preference is utf-8 stays us-ascii; output relabels its parts.
   if (codePage == kCpUtf16LE || codePage == kCpUtf16BE || codePage == kCpUtf8) return;
   if (codePage == 0) return FirstChoice(*this, utf8Text, log).choose();
 
-  if (carries(codePage, utf8Text, log)) return use_codepage(codePage);
-  if (log.m_verboseLogging)
-    log.logInfo("Unable to convert text body to existing code page.  Choosing utf-8 for all text bodies...");
-  use_codepage(kCpUtf8);
+  if (carries(codePage, utf8Text, log)) {
+    use_codepage(codePage);
+  } else {
+    if (log.m_verboseLogging)
+      log.logInfo(
+          "Unable to convert text body to existing code page.  Choosing utf-8 for all text bodies...");
+    use_codepage(kCpUtf8);
+  }
+  keepPromises(*this, before, log);
 }
 
 void Email2::chooseCharsetIfNecessaryX(XString& text, LogBase& log) {

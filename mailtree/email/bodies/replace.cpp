@@ -51,9 +51,33 @@ Email2* findReplaceable(const Email2& enclosure, const StringBuffer& type) {
   return nullptr;
 }
 
+/// Stores a text. One that counts as a file of its own is written as it stands, so it must be in the charset that
+/// its label names, or the label must change.
+void storeText(Email2& part, DataBuffer& utf8, LogBase& log) {
+  part.m_body.takeData(utf8);
+  if (isConvertibleText(part.traits()) || !beginsWithNoCase(part.m_contentType.m_type, "text/")) return;
+  neverThrow(false, [&] {
+    const int codePage = labelledCharset(part).getCodePage();
+    if (codePage == kCpUtf8 || (codePage == 0 && part.m_body.is7bit(0))) return true;
+    DataBuffer own;
+    const DataBuffer& body = part.m_body;
+    if (codePage != 0 &&
+        EncodingConvert::EncConvert(kCpUtf8, codePage, body.getData2(), body.getSize(), own, log))
+      part.m_body.takeData(own);
+    else
+      labelUtf8(part, log);
+    return true;
+  });
+}
+
+void storeBody(Email2& part, DataBuffer& data, bool isText, LogBase& log) {
+  if (isText) return storeText(part, data, log);
+  part.m_body.takeData(data);
+}
+
 /// Type, Content-Type field and charset stay as they are: output names the email's charset in any case.
 void replaceInPlace(Email2& part, DataBuffer& data, bool isText, const StringBuffer& type, LogBase& log) {
-  part.m_body.takeData(data);
+  storeBody(part, data, isText, log);
   if (!isText) return setTransferEncoding(part, "base64", log);
   if (part.emailCodePage() != 0) part.setEncodingViaCodePage(part.emailCodePage(), 0, log);
   if (isPlain(type)) part.m_contentType.m_formatFlowed = mayBeFlowed();
@@ -175,8 +199,9 @@ bool Email2::addAlternativeBody(DataBuffer& data, bool isText, StringBuffer& typ
 
 bool Email2::replaceOrAddNonMultipart(Email2* enclosure, bool htmlFirst, DataBuffer& data, bool isText,
                                       StringBuffer& type, Email2** outPart, LogBase& log) {
-  if (!isLive() || !enclosure) return false;
+  if (!isLive()) return false;
   setOut(outPart, nullptr);
+  if (!enclosure) return false;
   if (Email2* const part = findReplaceable(*enclosure, type)) {
     replaceInPlace(*part, data, isText, type, log);
     setOut(outPart, part);
@@ -204,7 +229,7 @@ bool Email2::replaceEmailBody(Email2* target, DataBuffer& data, bool isText, int
     target->setEncodingViaCodePage(codePage, 0, log);
   contentType.m_formatFlowed = isPlain(type) && mayBeFlowed();
   target->refreshContentTypeHeader(log);
-  target->m_body.takeData(data);
+  storeBody(*target, data, isText, log);
   encodeLongLines(*target,
                   "Automatically setting Content-Transfer-Encoding equal to quoted-printable because of long "
                   "line length.",

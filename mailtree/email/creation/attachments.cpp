@@ -52,7 +52,8 @@ EmailPtr createAttachment(_svEmailCommon& common, std::string_view path, const c
   if (!part) return part;
   const StringBuffer name = workingName(path);
   const StringBuffer type = copyOf(typeFor(contentType, name));
-  const StringBuffer filename = copyOf(shortName(name));
+  StringBuffer filename = copyOf(shortName(name));
+  for (const char c : {'\r', '\n'}) filename.removeCharOccurances(c);
   part->setContentDispositionUtf8("attachment", filename.getString(), log);
   part->setContentTypeUtf8(type.getString(), filename.getString(), nullptr, nullptr, 0, nullptr, nullptr,
                            nullptr, log);

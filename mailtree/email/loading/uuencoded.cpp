@@ -45,18 +45,18 @@ bool mayHoldUuencoded(const Email2& node) {
   return !isType(node.m_contentType.m_type, "message/rfc822") && !node.isStrictAttachment(nullptr);
 }
 
-/// A file name as utf-8: old mailers wrote it in their own charset.
-void nameToUtf8(StringBuffer& name) {
-  if (isValidUtf8(name)) return;
+/// Text of which nobody says the charset, as utf-8: old mailers wrote names and texts in their own.
+void guessUtf8(StringBuffer& text) {
+  if (isValidUtf8(text)) return;
   std::string decoded;
-  const int detected = detectCodePage(name);
-  if (decodeToUtf8(detected > 0 ? detected : kCpLatin1, name, decoded)) name.setString(decoded);
+  const int detected = detectCodePage(text);
+  if (decodeToUtf8(detected > 0 ? detected : kCpLatin1, text, decoded)) text.setString(decoded);
 }
 
 void addFiles(Email2& node, ExtPtrArray& files, ExtPtrArraySb& names, LogBase& log) {
   for (int i = 0; i < files.getSize(); ++i) {
     StringBuffer& name = *names.sbAt(i);
-    nameToUtf8(name);
+    guessUtf8(name);
     EmailPtr part(
         Email2::createAttachmentFromDataUtf8(*node.m_common, name.getString(), nullptr, nullptr, 0, log));
     if (!part) continue;
@@ -67,6 +67,7 @@ void addFiles(Email2& node, ExtPtrArray& files, ExtPtrArraySb& names, LogBase& l
 }
 
 /// The text before the first block, in utf-8.
+/// Deliberate: it ends at the first thing that looks like a begin, be it prose.
 DataBuffer takeText(Email2& node, DataBuffer& body, std::string_view charset, LogBase& log) {
   const std::size_t begin = findSubstring(body.view(), kAnyBegin);
   body.shorten(body.getSize() - std::min(begin, body.getSize()));
@@ -78,6 +79,12 @@ DataBuffer takeText(Email2& node, DataBuffer& body, std::string_view charset, Lo
     text.takeData(node.m_body);
   node.m_body.clear();
   return text;
+}
+
+/// Whether text is lost between the first thing that looks like a begin and the first true one.
+bool isTextCut(std::string_view body, std::size_t firstBlock) {
+  const std::size_t cut = findSubstring(body, kAnyBegin);
+  return cut < firstBlock && !trim(body.substr(cut, firstBlock - cut)).empty();
 }
 
 /// A page that came as a file, in utf-8: by its own label, else by the email's.
@@ -113,15 +120,14 @@ class BeginFinder {
 };
 
 void setTextBefore(Email2& email, std::string_view text, LogBase& log) {
-  DataBuffer body;
-  const std::string_view trimmed = trim(text);
+  StringBuffer trimmed(trim(text));
   const int codePage = email.emailCodePage();
-  const bool isForeign = codePage != 0 && codePage != kCpUtf8;
-  if (!isForeign ||
-      !EncodingConvert::EncConvert(codePage, kCpUtf8, trimmed.data(), trimmed.size(), body, log)) {
-    body.clear();
-    body.append(trimmed);
-  }
+  if (codePage != 0 && codePage != kCpUtf8)
+    trimmed.convertEncoding(codePage, kCpUtf8, log);
+  else
+    guessUtf8(trimmed);
+  DataBuffer body;
+  body.append(trimmed);
   StringBuffer type("text/plain");
   email.setBody(body, true, type, nullptr, log);
 }
@@ -151,7 +157,7 @@ void addBlocks(Email2& email, std::string_view text, BeginFinder& begins, std::s
     if (!decoder.uu_decode(text.substr(begin, behind - begin), data)) return;
     StringBuffer name;
     decoder.uu_getFilename(name);
-    nameToUtf8(name);
+    guessUtf8(name);
     addBlock(email, name, data, hasPage, log);
     begin = begins.next(behind);
   }
@@ -165,11 +171,13 @@ bool takeUuencoded(Email2& node, DataBuffer& body, std::string_view charset, Log
   if (log.m_verboseLogging) log.logInfo(message);
   ExtPtrArray files;
   ExtPtrArraySb names;
-  bool textFollows = false;
-  if (Uu::uu_decodeMultipleDb(body.view(), files, names, &textFollows) == 0) return false;
-  if (textFollows) log.logInfo("Text between or behind uuencoded files was left out.");
+  UuSurroundings around;
+  if (Uu::uu_decodeMultipleDb(body.view(), files, names, &around) == 0) return false;
+  if (around.textFollows || isTextCut(body.view(), around.firstBlock))
+    log.logInfo("Text between or behind uuencoded files was left out.");
 
   DataBuffer text = takeText(node, body, charset, log);
+  if (!node.isMultipart()) node.m_contentType.m_type.setString("text/plain");  // what is left of it
   addFiles(node, files, names, log);
   StringBuffer type("text/plain");
   node.setBody(text, true, type, nullptr, log);

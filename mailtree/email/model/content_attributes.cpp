@@ -134,6 +134,24 @@ void setTransferEncoding(Email2& node, const char* encoding, LogBase& log) {
                                      log);
 }
 
+_svCharset labelledCharset(const Email2& node) {
+  std::string scratch;
+  _svContentType unused;
+  _svCharset charset;
+  unused.loadFromMimeHeaderValue(
+      node.m_header.unfoldedValue(node.m_header.findField("Content-Type"), scratch), charset);
+  return charset;
+}
+
+void labelUtf8(Email2& node, LogBase& log) {
+  _svCharset utf8;
+  utf8.setByCodePage(kCpUtf8);
+  StringBuffer value;
+  node.m_contentType.buildMimeHeaderValue(value, utf8, /*withFlowed=*/true, /*withName=*/true, log);
+  node.m_header.replaceMimeFieldUtf8_a("Content-Type", value.getString(), /*asGiven=*/true,
+                                       /*ordinary=*/false, log);
+}
+
 void Email2::getContentType(StringBuffer& out) const {
   if (isLive()) out.setString(m_contentType.m_type);
 }

@@ -59,16 +59,8 @@ bool convertText(const Email2& node, int codePage, DataBuffer& out, LogBase& log
 }
 
 void relabelUtf8(Email2& node, LogBase& log) {
-  _svCharset utf8;
-  utf8.setByCodePage(kCpUtf8);
-  StringBuffer value;
-  node.m_contentType.buildMimeHeaderValue(value, utf8, true, true, log);
-  node.m_header.replaceMimeFieldUtf8_a("Content-Type", value.getString(), /*asGiven=*/true,
-                                       /*ordinary=*/false, log);
-
-  const StringBuffer& encoding = node.m_transferEncoding;
-  const bool promises7bit = encoding.isEmpty() || encoding.equalsIgnoreCase("7bit");
-  if (promises7bit && !node.m_body.is7bit(0)) setTransferEncoding(node, "quoted-printable", log);
+  labelUtf8(node, log);
+  if (promises7bit(node) && !node.m_body.is7bit(0)) setTransferEncoding(node, "quoted-printable", log);
 }
 
 }  // namespace

@@ -25,13 +25,25 @@ Email2* createEmptyMultipart(_svEmailCommon& common, const char* type, LogBase& 
   });
 }
 
+/// The disposition stays behind, so that an attached text, which had its own bytes, may become one that output
+/// converts from utf-8.
+void moveBody(Email2& from, Email2& to) {
+  const bool hadOwnBytes = !isConvertibleText(from.traits());
+  to.m_body.takeData(from.m_body);
+  if (!hadOwnBytes || !isConvertibleText(to.traits())) return;
+  DataBuffer utf8;
+  if (receivedTextToUtf8(labelledCharset(from).getName(), to.m_body.view(), utf8).converted)
+    to.m_body.takeData(utf8);
+}
+
 /// Moves what a node holds, children or body, into another node that takes over its type and encoding.
 bool moveContent(Email2& from, Email2& to, LogBase& log) {
   to.m_contentType.copyFrom(from.m_contentType);
   to.refreshContentTypeHeader(log);
   setTransferEncoding(to, from.m_transferEncoding.getString(), log);
-  if (from.isMultipart()) return from.m_subParts.transferPtrs(to.m_subParts);
-  to.m_body.takeData(from.m_body);
+  if (from.isMultipart() && !from.m_subParts.transferPtrs(to.m_subParts)) return false;
+  // A multipart that could not be split into parts has its content as a body.
+  if (to.m_subParts.getSize() == 0) moveBody(from, to);
   return true;
 }
 
