@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <iostream>
 #include <system_error>
@@ -42,9 +43,9 @@ Exit refuse(std::string_view option, std::string_view problem) {
 
 std::string lastError(const LogMemory& log, std::string_view otherwise) {
   const auto& entries = log.entries();
-  for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry)
-    if (entry->kind == LogEntry::Kind::Error) return entry->text;
-  return std::string(otherwise);
+  const auto last = std::find_if(entries.rbegin(), entries.rend(),
+                                 [](const LogEntry& entry) { return entry.kind == LogEntry::Kind::Error; });
+  return last == entries.rend() ? std::string(otherwise) : last->text;
 }
 
 Exit finishStandardOutput() {

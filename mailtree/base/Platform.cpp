@@ -74,9 +74,8 @@ void Psdk::getComputerName(StringBuffer& out) {
 }
 
 std::uint32_t Psdk::getTickCount() {
-  using namespace std::chrono;
-  return static_cast<std::uint32_t>(
-      duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
+  const auto ticks = std::chrono::steady_clock::now().time_since_epoch();
+  return static_cast<std::uint32_t>(std::chrono::duration_cast<std::chrono::milliseconds>(ticks).count());
 }
 
 void Psdk::sleepMs(unsigned milliseconds) {

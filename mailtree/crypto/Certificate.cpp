@@ -1,5 +1,7 @@
 #include "mailtree/crypto/Certificate.h"
 
+#include <tuple>
+
 namespace mailtree {
 
 Certificate* CertificateHolder::getNthCert(const ExtPtrArray& holders, int index) noexcept {
@@ -14,7 +16,7 @@ bool CertificateHolder::copyCertHolders(const ExtPtrArray& from, ExtPtrArray& to
       if (!certificate) continue;
       Owned<CertificateHolder> copy(new CertificateHolder(*certificate));
       if (!to.appendObject(copy.get())) return false;
-      copy.release();
+      std::ignore = copy.release();
     }
     return true;
   });

@@ -12,7 +12,7 @@ std::string sha256Hex(std::string_view bytes) {
   if (EVP_Digest(bytes.data(), bytes.size(), digest.data(), &size, EVP_sha256(), nullptr) != 1) return {};
   static constexpr char kDigits[] = "0123456789abcdef";
   std::string hex;
-  hex.reserve(size * 2);
+  hex.reserve(std::size_t{size} * 2);
   for (unsigned i = 0; i < size; ++i) {
     hex += kDigits[digest[i] >> 4];
     hex += kDigits[digest[i] & 15];

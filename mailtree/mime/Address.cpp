@@ -4,6 +4,7 @@
 #include <iterator>
 #include <new>
 #include <string>
+#include <tuple>
 
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Log.h"
@@ -181,7 +182,7 @@ int _svEmailAddress::parseAndLoadList(std::string_view text, ExtPtrArray& out) {
       if (!address) return false;
       assign(*address, *read);
       if (!out.appendObject(address.get())) return false;
-      address.release();  // now the list's
+      std::ignore = address.release();  // now the list's
       ++appended;
     }
     return true;

@@ -130,22 +130,18 @@ void AddressReader::seeColon(const AddressToken& colon) {
 }
 
 void AddressReader::seeAngle(const AddressToken& angle) {
-  if (m_angle == kNone) {
-    openAngle(angle);
-  } else if (isAngleOpen()) {
+  const bool isFirst = m_angle == kNone;
+  if (!isFirst && isAngleOpen()) {
     if (m_tokens.size() == m_angle + 1) return;  // doubled
     if (m_hasAt) finishEntry();                  // the ">" and the comma are missing
-    openAngle(angle);
-  } else if (m_hasAt) {  // the comma is missing: what follows the ">" is the next one's name
+  } else if (!isFirst && m_hasAt) {  // the comma is missing: what follows the ">" is the next one's name
     const std::vector<AddressToken> nextName(m_tokens.begin() + static_cast<std::ptrdiff_t>(m_angleEnd) + 1,
                                              m_tokens.end());
     m_tokens.resize(m_angleEnd + 1);
     finishEntry();
     m_tokens = nextName;
-    openAngle(angle);
-  } else {
-    openAngle(angle);  // "Name <remark> <a@b>": the first pair was part of the name
   }
+  openAngle(angle);  // also of "Name <remark> <a@b>", whose first pair was part of the name
 }
 
 void AddressReader::openAngle(const AddressToken& angle) {

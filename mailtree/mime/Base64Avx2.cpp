@@ -229,7 +229,7 @@ MAILTREE_AVX2 std::size_t decodeAvx2(std::string_view text, std::uint8_t* out) n
       if (!shape.digits) decodeBlocks(p, end, out);  // a text without line breaks so far
       continue;
     }
-    const unsigned whole = static_cast<unsigned>(__builtin_ctz(strange)) & ~3U;
+    const std::size_t whole = static_cast<unsigned>(__builtin_ctz(strange)) & ~3U;
     p += whole;
     out += whole / 4 * 3;
     if (digitValue(*p) != kNoDigit) {
@@ -258,7 +258,8 @@ MAILTREE_AVX2 std::size_t encodeAvx2(const std::uint8_t* data, std::size_t size,
     for (; size >= bytesPerLine + kOverread; data += bytesPerLine, size -= bytesPerLine) {
       for (std::size_t i = 0; i < lastBlock; i += kBlock) storeEncoded(data + i / 4 * 3, out + i);
       storeEncoded(data + lastBlock / 4 * 3, out + lastBlock);
-      std::memcpy(out + lineLength, "\r\n", 2);
+      out[lineLength] = '\r';
+      out[lineLength + 1] = '\n';
       out += lineLength + 2;
     }
   }

@@ -48,7 +48,7 @@ struct ZeroCounts {
   std::size_t odd = 0;
 };
 
-constexpr std::size_t kSample = 64 * 1024;
+constexpr std::size_t kSample = std::size_t{64} * 1024;
 
 ZeroCounts countZeros(std::string_view bytes) noexcept {
   ZeroCounts zeros;

@@ -28,7 +28,7 @@ char* storePair(char16_t lead, char16_t trail, char* to) noexcept {
 
 /// Bytes whose room is asked for in one go, so that text of one byte per character does not claim three times
 /// its size.
-constexpr std::size_t kChunk = 16 * 1024;
+constexpr std::size_t kChunk = std::size_t{16} * 1024;
 
 }  // namespace
 

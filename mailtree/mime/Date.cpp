@@ -59,6 +59,10 @@ constexpr std::int64_t daysFromDate(int year, int month, int day) noexcept {
 }
 static_assert(daysFromDate(1970, 1, 1) == 0 && daysFromDate(2000, 3, 1) == 11'017);
 
+constexpr std::int64_t secondOfDay(int hour, int minute, int second) noexcept {
+  return std::int64_t{hour} * 3600 + std::int64_t{minute} * 60 + second;
+}
+
 constexpr std::int64_t kFirstSecond = daysFromDate(1, 1, 1) * kSecondsPerDay;
 constexpr std::int64_t kLastSecond = daysFromDate(kMaxYear + 1, 1, 1) * kSecondsPerDay - 1;
 
@@ -300,7 +304,7 @@ class DateReader {
   std::optional<SorvikSysTime> inGmt(int year, int month, int day) const noexcept {
     if (day < 1 || day > daysInMonth(year, month)) return std::nullopt;
     const std::int64_t local =
-        daysFromDate(year, month, day) * kSecondsPerDay + hourOfDay() * 3600 + m_minute * 60 + m_second;
+        daysFromDate(year, month, day) * kSecondsPerDay + secondOfDay(hourOfDay(), m_minute, m_second);
     const std::int64_t gmt = local - (m_haveOffset ? m_offsetSeconds : m_zoneSeconds);
     if (gmt < kFirstSecond || gmt > kLastSecond) return std::nullopt;
 
@@ -329,16 +333,16 @@ class DateReader {
 }  // namespace
 
 void SorvikSysTime::getCurrentGmt() {
-  using namespace std::chrono;
-  const auto now = system_clock::now().time_since_epoch();
-  const auto seconds = floor<std::chrono::seconds>(now);
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(now);
+  const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(now - seconds);
   fromUnixTime(seconds.count());
-  m_milliseconds = static_cast<std::uint16_t>(duration_cast<milliseconds>(now - seconds).count());
+  m_milliseconds = static_cast<std::uint16_t>(rest.count());
 }
 
 std::int64_t SorvikSysTime::toUnixTime() const noexcept {
   const int month = std::clamp<int>(m_month, 1, 12);
-  return daysFromDate(m_year, month, m_day) * kSecondsPerDay + m_hour * 3600 + m_minute * 60 + m_second;
+  return daysFromDate(m_year, month, m_day) * kSecondsPerDay + secondOfDay(m_hour, m_minute, m_second);
 }
 
 void SorvikSysTime::fromUnixTime(std::int64_t seconds) noexcept {

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 #include <memory>
+#include <tuple>
 
 #include "mailtree/base/Ascii.h"
 
@@ -35,7 +36,7 @@ int dataLength(std::string_view line) noexcept {
     if (!isUuChar(c)) return -1;
   if (line.empty()) return 0;
   const unsigned length = uuValue(line[0]);
-  const std::size_t needed = (length + 2) / 3 * 4;
+  const std::size_t needed = std::size_t{(length + 2) / 3} * 4;
   return line.size() - 1 <= needed + kMaxTrailer ? static_cast<int>(length) : -1;
 }
 
@@ -170,7 +171,7 @@ int Uu::uu_decodeMultipleDb(std::string_view text, ExtPtrArray& data, ExtPtrArra
     for (auto block = std::make_unique<DataBuffer>(); blocks.next(*block, name);
          block = std::make_unique<DataBuffer>()) {
       if (!names.appendString(name) || !data.appendObject(block.get())) break;
-      block.release();  // now the list's
+      std::ignore = block.release();  // now the list's
       if (count++ == 0)
         found.firstBlock = blocks.blockBegin();
       else

@@ -2,6 +2,7 @@
 
 #include <iterator>
 #include <string_view>
+#include <tuple>
 #include <unordered_set>
 #include <utility>
 
@@ -88,7 +89,7 @@ TextSet textsOf(const ExtPtrArraySb& list) {
 bool appendUnique(Owned<StringBuffer> text, ExtPtrArraySb& out, TextSet& known) {
   if (!known.insert(*text).second) return true;
   if (!out.appendSb(text.get())) return false;
-  text.release();  // now the list's
+  std::ignore = text.release();  // now the list's
   return true;
 }
 
@@ -105,7 +106,7 @@ bool Email2::addRecipient(int kind, const char* name, const char* address, LogBa
 
   const KindRow& row = rowOf(kind);
   if (!(this->*row.changed).appendObject(recipient.get())) return false;
-  recipient.release();  // now the list's
+  std::ignore = recipient.release();  // now the list's
   if (mayWriteField(kind, log)) rewriteField(*this, row.addedOne, kind, log);
   return true;
 }

@@ -1,6 +1,7 @@
 // email/creation/attachments.cpp - attachments made of bytes, files and messages, and their place in the tree.
 
 #include <string_view>
+#include <tuple>
 #include <utility>
 
 #include "mailtree/base/Platform.h"
@@ -82,7 +83,7 @@ bool appendToMixed(Email2& node, Email2& part, LogBase& log) {
 
 bool appendNew(Email2& node, EmailPtr part, LogBase& log) {
   if (!part || !appendToMixed(node, *part, log)) return false;
-  part.release();  // now the node's
+  std::ignore = part.release();  // now the node's
   return true;
 }
 

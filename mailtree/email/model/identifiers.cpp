@@ -56,7 +56,9 @@ void appendIdentifierHost(std::string_view computerName, StringBuffer& out) {
 bool Email2::generateMessageID(LogBase& log) {
   if (!isLive()) return false;
   DataBuffer random;
-  if (!drawMessageIdBytes(random) && !drawMessageIdBytes(random)) {
+  bool isDrawn = drawMessageIdBytes(random);
+  if (!isDrawn) isDrawn = drawMessageIdBytes(random);
+  if (!isDrawn) {
     log.logError("Failed to generate random bytes for email Message-ID");
     return false;
   }

@@ -25,7 +25,7 @@ class PieceWriter {
   }
 
  private:
-  static constexpr std::size_t kEnough = 16 * 1024;
+  static constexpr std::size_t kEnough = std::size_t{16} * 1024;
 
   const Destination& m_to;
   std::string m_gathered;

@@ -160,7 +160,8 @@ bool dropChildren(Email2& node, IsDoomed&& isDoomed) {
       kept.push_back(child);
     }
   }
-  for (auto child = kept.rbegin(); child != kept.rend(); ++child) node.m_subParts.appendPtr(*child);
+  std::reverse(kept.begin(), kept.end());
+  for (Email2* const child : kept) node.m_subParts.appendPtr(child);
   return intact;
 }
 
