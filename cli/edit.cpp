@@ -1,8 +1,9 @@
 // cli/edit.cpp - mailtree edit: fields, texts and attachments of a message changed.
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <functional>
 #include <memory>
+#include <numeric>
+#include <unordered_set>
 
 #include "cli/arguments.h"
 #include "cli/commands.h"
@@ -11,6 +12,7 @@
 #include "cli/writing/bodies.h"
 #include "cli/writing/fields.h"
 #include "cli/writing/files.h"
+#include "cli/writing/structure.h"
 
 namespace mailtree::cli {
 namespace {
@@ -54,35 +56,89 @@ Exit read(const EditOptions& options, Changes& changes) {
   return readAttachedFiles(options.attached, changes.files);
 }
 
-/// Attachments are numbered as the message was given: the last one goes first.
-Exit dropAttachments(const EditOptions& options, Email2& email, LogBase& log) {
+/// Numbers are those of the message as it was given: all are looked up before anything goes.
+Exit dropAttachments(const EditOptions& options, Email2& email) {
+  LogNull quiet;
+  ExtPtrArray listed;
+  email.attachmentIterate2(email.isMultipartMixedForAttachmentPurposes(), listed, /*target=*/-1, quiet);
   std::vector<int> numbers = options.drop;
-  std::sort(numbers.begin(), numbers.end(), std::greater<>());
-  numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
-  const int count = email.getNumAttachments(log);
-  if (!numbers.empty() && (numbers.front() >= count || numbers.back() < 0)) {
-    const int bad = numbers.front() >= count ? numbers.front() : numbers.back();
-    complain(options.file, "there is no attachment " + std::to_string(bad));
+  if (options.dropAll) {
+    numbers.resize(static_cast<std::size_t>(listed.getSize()));
+    std::iota(numbers.begin(), numbers.end(), 0);
+  }
+  std::unordered_set<const SorvikObject*> doomed;
+  std::string problem;
+  for (const int number : numbers) {
+    const SorvikObject* const part = listed.elementAt(number);
+    if (!part)
+      problem = "there is no attachment " + std::to_string(number);
+    else if (part == &email)
+      problem = "attachment " + std::to_string(number) + " is the whole message";
+    doomed.insert(part);
+  }
+  listed.removeAll();
+  if (!problem.empty()) {
+    complain(options.file, problem);
     return Exit::negative;
   }
-  for (const int number : numbers) email.dropSingleAttachment(number, log);
-  if (options.dropAll) email.dropAttachments();
+  if (!doomed.empty()) removeNodes(email, doomed);
   return Exit::fine;
 }
 
-bool change(const EditOptions& options, Changes& changes, Email2& email, LogBase& log) {
+void changeFields(const EditOptions& options, const Changes& changes, Email2& email, LogBase& log) {
   for (const std::string& name : options.remove) removeField(email, name);
   for (const HeaderField& field : changes.fields) setField(email, field, log);
-  if (!putBodies(email, changes.bodies, log)) return false;
+}
+
+Exit fail(const EditOptions& options, const LogMemory& log) {
+  complain(options.file, lastError(log, "not enough memory"));
+  return Exit::unreadable;
+}
+
+/// Texts are read back before anything is attached: around signed content that makes an enclosure of its own.
+Exit changeTexts(const EditOptions& options, const Bodies& bodies, Email2& email) {
+  LogMemory log;
+  const std::string type(email.m_contentType.m_type.view());
+  if (!putBodies(email, bodies, log)) return fail(options, log);
+  if (bodiesReadBack(email, bodies, log)) return Exit::fine;
+  complain(options.file, "a text set in this message would not be read as its body (" + type + ")");
+  return Exit::negative;
+}
+
+Exit change(const EditOptions& options, Changes& changes, Email2& email) {
+  if (const Exit result = dropAttachments(options, email); result != Exit::fine) return result;
+  LogMemory log;
+  changeFields(options, changes, email, log);
+  if (const Exit result = changeTexts(options, changes.bodies, email); result != Exit::fine) return result;
   for (AttachedFile& file : changes.files)
-    if (!attach(email, file, log)) return false;
-  return true;
+    if (!attach(email, file, log)) return fail(options, log);
+  // Without it what the content says of itself does not count (RFC 2045, 4).
+  if (options.changesContent() && !email.hasHeaderField("MIME-Version", log))
+    email.setHeaderField("MIME-Version", "1.0", log);
+  return Exit::fine;
+}
+
+bool isPkcs7Mime(const Email2& part) {
+  return part.equalsContentType("application/pkcs7-mime") ||
+         part.equalsContentType("application/x-pkcs7-mime");
 }
 
 /// A signature covers the content, not the fields of the message.
-bool isSigned(const Email2& email) {
-  return email.findContentType("multipart/signed") || email.findContentType("application/pkcs7-mime") ||
-         email.findContentType("application/x-pkcs7-mime");
+bool isSigned(Email2& email) {
+  bool found = false;
+  walk(email, [&](const Email2& part) {
+    found = found || part.equalsContentType("multipart/signed") ||
+            (isPkcs7Mime(part) && equalsNoCase(part.m_contentType.m_smimeType, "signed-data"));
+  });
+  return found;
+}
+
+bool isEncrypted(const Email2& email) {
+  constexpr std::string_view kEnveloped[] = {"", "enveloped-data", "authenveloped-data"};
+  if (email.equalsContentType("multipart/encrypted")) return true;
+  return isPkcs7Mime(email) && std::ranges::any_of(kEnveloped, [&](std::string_view type) {
+           return equalsNoCase(email.m_contentType.m_smimeType, type);
+         });
 }
 
 Exit edit(const EditOptions& options) {
@@ -93,14 +149,13 @@ Exit edit(const EditOptions& options) {
   const Exit limits = reportLimits(options.file, message->limits());
 
   Email2& email = *message->root;
+  if (options.bodies.any() && isEncrypted(email)) {
+    complain(options.file, "the message is encrypted: its text cannot be changed");
+    return Exit::negative;
+  }
   if (options.changesContent() && isSigned(email))
     complain(options.file, "warning: the message is signed, and its signature may no longer fit");
-  LogMemory log;
-  if (const Exit result = dropAttachments(options, email, log); result != Exit::fine) return result;
-  if (!change(options, changes, email, log)) {
-    complain(options.file, lastError(log, "not enough memory"));
-    return Exit::unreadable;
-  }
+  if (const Exit result = change(options, changes, email); result != Exit::fine) return result;
   return graver(limits, writeMessage(email, options.output));
 }
 
@@ -121,9 +176,15 @@ void addEdit(CLI::App& app, Action& action) {
   addAttachOptions(*verb, options->attached);
   addOutput(*verb, options->output);
   verb->footer(
-      "What is not named stays as it came. Attachments are numbered from 0, as in the message given; they "
-      "are\n"
-      "dropped first. Then fields are removed, fields set, texts put in, files attached.\n"
+      "What is not named stays as it came. Attachments have the numbers of \"mailtree attachments\", in the\n"
+      "message given; they are dropped first. Then fields are removed, fields set, texts put in, files "
+      "attached.\n"
+      "A text replaces the one of its kind that readers see, or joins the one of the other kind. Anything "
+      "else\n"
+      "stays: a message that is one file gets the text in front of it. The text of an encrypted message "
+      "cannot\n"
+      "be changed; one that would not be read as the body is refused (status 1).\n"
+      "HTML in another charset than utf-8 is written with its charset declared in the page.\n"
       "Example:\n  mailtree edit mail.eml --set 'Subject: New plan' --drop-attachment 0 --attach plan.pdf -o "
       "new.eml");
   verb->callback([options, &action] { action = [options] { return edit(*options); }; });

@@ -28,6 +28,12 @@ class ReasonLog final : public LogBase {
   std::vector<std::string> m_reasons;
 };
 
+bool isUntypedText(Email2& node, bool inMixed) {
+  LogNull quiet;
+  return node.getNumParts() == 0 && node.m_contentType.m_type.isEmpty() &&
+         !node.isEmailAttachment(inMixed, quiet);
+}
+
 using RowOfNode = std::unordered_map<const SorvikObject*, int>;
 
 std::string charsetOf(const Email2& node) {
@@ -86,6 +92,13 @@ void markBodies(Email2& root, const RowOfNode& rowOf, Outline& outline) {
   bodies.removeAll();
 }
 
+void markUntypedBody(Email2& root, const RowOfNode& rowOf, Outline& outline) {
+  Email2* const text = outline.plainText < 0 ? untypedBody(root) : nullptr;
+  if (!text) return;
+  outline.plainText = rowOf.at(text);
+  outline.rows[static_cast<std::size_t>(outline.plainText)].isBody = true;
+}
+
 /// A report has no alternatives: its text is what a reader sees of its first part.
 void markReportText(Email2& root, Outline& outline) {
   Email2* const first = root.isMultipartReport() ? root.getPart(0) : nullptr;
@@ -127,9 +140,22 @@ Outline outlineOf(Email2& root) {
   for (std::size_t i = 0; i < outline.rows.size(); ++i)
     ids.emplace(outline.rows[i].node, static_cast<int>(i));
   markBodies(root, ids, outline);
+  markUntypedBody(root, ids, outline);
   markReportText(root, outline);
   markAttachments(root, ids, outline);
   return outline;
+}
+
+Email2* untypedBody(Email2& root) {
+  if (root.getNumParts() == 0) return isUntypedText(root, /*inMixed=*/false) ? &root : nullptr;
+  if (!root.isMultipartMixed() || root.getPlainTextAlternative()) return nullptr;
+  for (int i = 0; i < root.getNumParts(); ++i) {
+    Email2& part = *root.getPart(i);
+    // What follows them is attached.
+    if (part.isMultipartAlternative() || part.isMultipartRelated()) return nullptr;
+    if (isUntypedText(part, /*inMixed=*/true)) return &part;
+  }
+  return nullptr;
 }
 
 std::string textOf(const PartRow& row) {

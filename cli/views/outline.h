@@ -39,6 +39,10 @@ struct Outline {
 
 Outline outlineOf(Email2& root);
 
+/// The text of a message that says nothing of its type, which is plain then (RFC 2045, 5.2): the message itself, or
+/// the first such part of a multipart/mixed in which no plain text is found. Borrowed; null when there is none.
+Email2* untypedBody(Email2& root);
+
 /// The text of a text part in utf-8: stored text as it is; an attached file, which keeps its bytes, by its
 /// own label, else by detection. Bytes that nothing explains stay.
 std::string textOf(const PartRow& row);

@@ -6,6 +6,7 @@
 
 #include "cli/arguments.h"
 #include "cli/input.h"
+#include "cli/writing/structure.h"
 #include "mailtree/base/Utf.h"
 
 namespace mailtree::cli {
@@ -84,45 +85,121 @@ Exit readBody(const char* option, const std::optional<std::string>& text,
   return Exit::fine;
 }
 
+/// A text about to be put into a message.
+struct NewText {
+  DataBuffer data;
+  StringBuffer type;
+
+  bool isHtml() const { return type.equals(kHtml); }
+  const char* otherType() const { return isHtml() ? kPlain : kHtml; }
+};
+
+bool hasEnclosure(const Email2& email, EnclosureKind kind) {
+  return email.findMultipartEnclosure(static_cast<int>(kind), 0) != nullptr;
+}
+
 /// Replaces the text that a reader sees, wherever it stands: the library looks for one at the top, which would
-/// put a second text beside one that was signed.
-bool replaceText(Email2& email, Email2& part, DataBuffer& data, StringBuffer& type, LogBase& log) {
-  email.chooseCharsetIfNecessary(data, log);
-  return Email2::replaceEmailBody(&part, data, /*isText=*/true, email.emailCodePage(), type, log);
+/// put a second text beside one that was signed, or take an attached page for the text.
+bool replaceText(Email2& email, Email2& part, NewText& text, LogBase& log) {
+  return Email2::replaceEmailBody(&part, text.data, /*isText=*/true, email.emailCodePage(), text.type, log);
 }
 
 /// Where a text joins the one of the other kind: in the enclosure that is there, else in one made around that
 /// text (and its images), so that neither of them ends as an attachment.
-Email2& placeBeside(Email2& email, Email2& other, bool isHtml) {
-  if (email.findMultipartEnclosure(static_cast<int>(EnclosureKind::alternative), 0)) return email;
+Email2* placeBeside(Email2& email, Email2& other, bool isHtml, LogBase& log) {
+  if (hasEnclosure(email, EnclosureKind::alternative)) return &email;
   Email2* const related = email.findMultipartEnclosure(static_cast<int>(EnclosureKind::related), 0);
-  if (related) return isHtml ? email : *related;
-  return other;
+  if (related) return isHtml ? &email : related;
+  if (&other != &email) return encloseBelow(email, other, log);
+  return enclose(email, "multipart/alternative", log) ? &email : nullptr;
+}
+
+/// The text that a new one is to stand beside: of the other kind, or whatever else the message has as its only
+/// text, such as a calendar. Not `file`, which only looks like one.
+Email2* neighbour(Email2& email, const NewText& text, const Email2* file) {
+  if (email.getNumParts() == 0) return email.isMultipart() ? nullptr : &email;
+  Email2* const other = email.getAlternativeByContentType(text.otherType());
+  return other == file ? nullptr : other;
+}
+
+/// Whether a text without a neighbour has no enclosure to go to and stands in front of everything. The library
+/// would take an attached text of its type for the one to replace.
+bool goesFirst(const Email2& email, const NewText& text) {
+  if (!email.isMultipartMixed() || hasEnclosure(email, EnclosureKind::alternative)) return false;
+  return !text.isHtml() || !hasEnclosure(email, EnclosureKind::related);
+}
+
+bool insertFirst(Email2& email, NewText& text, LogBase& log) {
+  if (text.isHtml()) email.prepHtmlBody(text.data, log);
+  Email2* const part =
+      email.createNonMultipart(text.data, /*isText=*/true, email.emailCodePage(), text.type, log);
+  email.insertSubPartAtIndex(part, 0);
+  return part != nullptr;
 }
 
 /// The library takes a text set into a single part of the other kind for its replacement; a user who adds a text
 /// means to keep both.
-bool addBody(Email2& email, Email2* other, DataBuffer& data, StringBuffer& type, LogBase& log) {
-  if (!other || other->m_body.isEmpty()) return email.setBody(data, /*isText=*/true, type, nullptr, log);
-  Email2& place = placeBeside(email, *other, type.equals(kHtml));
-  return place.addAlternativeBody(data, /*isText=*/true, type, nullptr, log);
+bool addBody(Email2& email, NewText& text, const Email2* file, LogBase& log) {
+  Email2* const other = neighbour(email, text, file);
+  if (other && !other->m_body.isEmpty()) {
+    Email2* const place = placeBeside(email, *other, text.isHtml(), log);
+    return place && place->addAlternativeBody(text.data, /*isText=*/true, text.type, nullptr, log);
+  }
+  if (!other && goesFirst(email, text)) return insertFirst(email, text, log);
+  // A page that is no alternative is an attached one, and setBody would replace it.
+  if (text.isHtml() && email.getNumParts() > 0 && email.findHtmlPart())
+    return email.addAlternativeBody(text.data, /*isText=*/true, text.type, nullptr, log);
+  return email.setBody(text.data, /*isText=*/true, text.type, nullptr, log);
 }
 
-bool putPlain(Email2& email, const std::string& text, LogBase& log) {
-  DataBuffer data;
-  StringBuffer type(kPlain);
-  if (!data.append(std::string_view(text))) return false;
-  if (Email2* const present = email.getPlainTextAlternative())
-    return replaceText(email, *present, data, type, log);
-  return addBody(email, email.getHtmlAlternative(), data, type, log);
+/// @param file  what the whole message was before there was a text; null when it was something else.
+bool putText(Email2& email, const char* type, const std::string& body, const Email2* file, LogBase& log) {
+  NewText text;
+  if (!text.type.setString(type) || !text.data.append(std::string_view(body))) return false;
+  // At the root, so that every part follows.
+  email.chooseCharsetIfNecessary(text.data, log);
+  Email2* const present = email.getAlternativeByContentType(type);
+  if (present && present != file) return replaceText(email, *present, text, log);
+  return addBody(email, text, file, log);
 }
 
-bool putHtml(Email2& email, const std::string& html, LogBase& log) {
-  DataBuffer data;
-  StringBuffer type(kHtml);
-  if (!data.append(std::string_view(html))) return false;
-  Email2* const other = email.getHtmlAlternative() ? nullptr : email.getPlainTextAlternative();
-  return addBody(email, other, data, type, log);
+/// A page that nobody changed names the charset in which it came.
+void declareCharset(Email2& email, LogBase& log) {
+  Email2* const page = email.getHtmlAlternative();
+  if (page && isConvertibleText(page->traits())) email.prepHtmlBody(page->m_body, log);
+}
+
+/// Whether a text went into a multipart so broken that its parts were not found: what stood there is not written
+/// once it has parts.
+bool hidesBrokenContent(Email2& email) {
+  bool found = false;
+  walk(email, [&](const Email2& node) {
+    found = found || (node.isMultipart() && node.getNumParts() > 0 && !node.m_body.isEmpty());
+  });
+  return found;
+}
+
+/// The part that a reader takes for the text of that type.
+Email2* textReadAs(Email2& email, const char* type) {
+  const bool isReportText = email.isMultipartReport() && equalsNoCase(type, kPlain);
+  return isReportText ? email.getPart(0) : email.getAlternativeByContentType(type);
+}
+
+/// Whether a text comes out as it was put in. One that counts as a file is in a charset of its own, and not looked
+/// at.
+bool readsBack(Email2& email, const char* type, const std::string& wanted, LogBase& log) {
+  Email2* const part = textReadAs(email, type);
+  if (!part) return false;
+  if (part->getNumParts() == 0 && !isConvertibleText(part->traits())) return true;
+  StringBuffer found;
+  if (equalsNoCase(type, kPlain))
+    return email.getPlainTextBodyUtf8(email, found, log) && found.equals(wanted.c_str());
+  if (!email.getHtmlBodyUtf8(email, found, log)) return false;
+  if (found.equals(wanted.c_str())) return true;
+  DataBuffer page;
+  if (!page.append(std::string_view(wanted))) return false;
+  email.prepHtmlBody(page, log);
+  return found.view() == page.view();
 }
 
 }  // namespace
@@ -166,8 +243,21 @@ bool putBodies(Email2& email, const Bodies& bodies, LogBase& log) {
   // Readers of a flowed text join the lines that end in a blank and take leading blanks away (RFC 3676); the
   // user's lines are to stay as they are.
   _svContentType::m_noFormatFlowed = true;
-  if (bodies.plain && !putPlain(email, *bodies.plain, log)) return false;
-  return !bodies.html || putHtml(email, *bodies.html, log);
+  if (!bodies.plain && !bodies.html) return true;
+  labelUntypedBody(email, log);
+  const Email2* const file = makeRoom(email, log);
+  const int codePage = email.emailCodePage();
+  if (bodies.plain && !putText(email, kPlain, *bodies.plain, file, log)) return false;
+  if (bodies.html && !putText(email, kHtml, *bodies.html, file, log)) return false;
+  const int chosen = email.emailCodePage();
+  if (chosen != codePage && chosen != kCpUsAscii) declareCharset(email, log);
+  return true;
+}
+
+bool bodiesReadBack(Email2& email, const Bodies& bodies, LogBase& log) {
+  if (hidesBrokenContent(email)) return false;
+  if (bodies.plain && !readsBack(email, kPlain, *bodies.plain, log)) return false;
+  return !bodies.html || readsBack(email, kHtml, *bodies.html, log);
 }
 
 }  // namespace mailtree::cli

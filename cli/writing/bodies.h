@@ -38,7 +38,9 @@ Exit readBodies(const BodyOptions& options, Bodies& bodies);
 bool isMailCharset(const std::string& name);
 /// Lets a new message prefer a charset: the texts are written in it, or in utf-8 when they do not fit.
 void preferCharset(Email2& email, const std::string& name, const Bodies& bodies);
-/// Puts the texts where they belong; what is there of the same kind is replaced.
+/// Puts the texts where they belong; what is there of the same kind is replaced, anything else stays.
 bool putBodies(Email2& email, const Bodies& bodies, LogBase& log);
+/// Whether a reader gets the texts that were put in. Some enclosures, such as a digest, have no place for a text.
+bool bodiesReadBack(Email2& email, const Bodies& bodies, LogBase& log);
 
 }  // namespace mailtree::cli

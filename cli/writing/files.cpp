@@ -6,6 +6,7 @@
 
 #include "cli/arguments.h"
 #include "cli/input.h"
+#include "cli/writing/structure.h"
 #include "mailtree/base/Utf.h"
 
 namespace mailtree::cli {
@@ -61,6 +62,13 @@ Exit readAttachment(const std::string& argument, AttachedFile& file) {
   return Exit::fine;
 }
 
+/// The library makes a multipart/mixed too, but would leave the disposition of the text or file on it.
+void becomeMixed(Email2& email, LogBase& log) {
+  labelUntypedBody(email, log);
+  if (!makeRoom(email, log) && email.getNumParts() == 0 && !email.isMultipart())
+    enclose(email, "multipart/mixed", log);
+}
+
 /// The code page that a text file is labelled with; 0: none, as nobody knows it.
 int codePageOf(const DataBuffer& bytes) {
   return !bytes.is7bit(0) && isValidUtf8(bytes.view()) ? kCpUtf8 : 0;
@@ -112,6 +120,7 @@ Exit readAttachedFiles(const AttachOptions& options, std::vector<AttachedFile>& 
 }
 
 bool attach(Email2& email, AttachedFile& file, LogBase& log) {
+  becomeMixed(email, log);
   if (file.isMessage) return attachMessage(email, file, log);
   StringBuffer unused;
   return email.addDataAttachmentUtf8(file.name.c_str(), file.type.empty() ? nullptr : file.type.c_str(),

@@ -35,6 +35,7 @@ struct AttachedFile {
 /// complaint.
 Exit readAttachedFiles(const AttachOptions& options, std::vector<AttachedFile>& files);
 
+/// Puts a file behind everything else. What the message was, a text or a file, stays a part of its own.
 bool attach(Email2& email, AttachedFile& file, LogBase& log);
 
 }  // namespace mailtree::cli

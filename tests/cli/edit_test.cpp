@@ -91,6 +91,71 @@ TEST(Edit, puts_a_text_in_place_of_the_old_one_or_beside_the_other_kind) {
   EXPECT_EQ(shapeOf(shown(work.path("n"))["tree"]), shapeOf(newsletter["tree"]));
 }
 
+TEST(Edit, destroys_nothing_to_make_room_for_a_text_or_file) {
+  const Workspace work;
+  const std::string pdf = " --attach " + work.write("a.pdf", "%PDF");
+  const std::string loose = "Content-Type: multipart/mixed; boundary=b\n\n--b\n\nold\n--b\n";
+  const struct {
+    std::string message, options, shape, kept;
+  } rows[] = {
+      {"\nold\n", "--text new", "text/plain", "MIME-Version: 1.0"},
+      {"\nold\n", "--html new", "multipart/alternative(text/plain,text/html)", "old"},
+      {"\nold \xE9t\xE9\n", "--text new" + pdf, "multipart/mixed(text/plain,application/pdf)", "new"},
+      {loose + "Content-Type: image/png\n\nPNG\n--b--\n", "--html new",
+       "multipart/mixed(multipart/alternative(text/plain,text/html),image/png)", "PNG"},
+      {"Content-Type: text/calendar\n\nBEGIN:VCALENDAR\n", "--text new",
+       "multipart/alternative(text/plain,text/calendar)", "BEGIN:VCALENDAR"},
+      {"Content-Type: image/png\nContent-Disposition: inline; filename=p.png\n\nPNG\n",
+       "--text new --html new", "multipart/mixed(multipart/alternative(text/plain,text/html),image/png)",
+       "filename=\"p.png\"\r\n\r\nPNG"},
+      {"Content-Type: text/plain; charset=koi8-r\nContent-Disposition: inline; filename=k.txt\n\n\xC1\n",
+       "--text new\xC3\xA9", "multipart/mixed(text/plain,text/plain)",
+       "charset=koi8-r\r\nContent-Disposition: inline; filename=\"k.txt\"\r\n\r\n\xC1\n"},
+      {"Content-Type: message/rfc822\n\nSubject: inner\n\nold\n", "--text new" + pdf,
+       "multipart/mixed(text/plain,message/rfc822,application/pdf)", "Subject: inner"},
+      {loose + "Content-Type: text/html\nContent-Disposition: attachment\n\n<p>page</p>\n--b--\n",
+       "--html new", "multipart/mixed(multipart/alternative(text/plain,text/html),text/html)", "<p>page</p>"},
+      {"Content-Type: multipart/mixed; boundary=b\n\n--b\nContent-Type: text/plain; name=log.txt\n"
+       "Content-Transfer-Encoding: base64\n\nbG9n\n--b--\n",
+       "--text new", "multipart/mixed(text/plain,text/plain)", "bG9n"},
+      {"Content-Type: application/pkcs7-mime; smime-type=enveloped-data\n\nMII=\n", "--set 'X-A: 1'" + pdf,
+       "multipart/mixed(application/pkcs7-mime,application/pdf)", "MII="},
+  };
+  for (const auto& row : rows) {
+    const std::string file = work.write("m", "From: a@x\n" + row.message), out = work.path("out");
+    ASSERT_EQ(mailtree("edit " + file + ' ' + row.options + " -o " + out).status, 0)
+        << row.message << row.options;
+    EXPECT_EQ(shapeOf(shown(out)["tree"]), row.shape) << row.message << row.options;
+    EXPECT_THAT(readFile(out), HasSubstr(row.kept)) << row.message << row.options;
+    if (row.options.find("new") == std::string::npos) continue;
+    EXPECT_THAT(mailtree("body " + out).out, HasSubstr(row.options.starts_with("--text") ? "new" : "old"))
+        << row.message << row.options;
+  }
+}
+
+TEST(Edit, refuses_what_would_hide_or_destroy_the_message) {
+  const Workspace work;
+  const struct {
+    std::string message, options, complaint;
+  } rows[] = {
+      {"application/pkcs7-mime", "--text new", "encrypted: its text cannot be changed"},
+      {"multipart/encrypted; boundary=b", "--html new", "encrypted: its text cannot be changed"},
+      {"multipart/digest; boundary=b\n\n--b\n\nSubject: s\n\nx\n--b--", "--text new",
+       "would not be read as its body (multipart/digest)"},
+      {"multipart/mixed; boundary=b\n\n--b\nContent-Type: multipart/alternative; boundary=c\n\nlost\n--b--",
+       "--html new", "would not be read as its body (multipart/mixed)"},
+      {"application/pdf", "--drop-attachments", "attachment 0 is the whole message"},
+      {"application/pdf", "--drop-attachment 0", "attachment 0 is the whole message"},
+  };
+  for (const auto& row : rows) {
+    const std::string file = work.write("m", "Content-Type: " + row.message + "\n\nx\n");
+    const Result result = mailtree("edit " + file + ' ' + row.options);
+    EXPECT_EQ(result.status, 1) << row.message << row.options;
+    EXPECT_EQ(result.out, "") << row.message << row.options;
+    EXPECT_THAT(result.err, HasSubstr(row.complaint)) << row.message << row.options;
+  }
+}
+
 TEST(Edit, keeps_recipients_and_fields_in_step) {
   const Workspace work;
   const std::string file = work.write(

@@ -1,0 +1,97 @@
+#include "cli/writing/structure.h"
+
+#include <utility>
+
+#include "cli/views/outline.h"
+
+namespace mailtree::cli {
+namespace {
+
+constexpr const char* kMixed = "multipart/mixed";
+
+/// Whether a message of one part has content that a text must not replace.
+bool isNoText(Email2& leaf) {
+  if (leaf.isMultipart()) return !leaf.m_body.isEmpty();
+  LogNull quiet;
+  const std::string_view type = leaf.m_contentType.m_type.view();
+  const bool isTextType = type.empty() || beginsWithNoCase(type, "text/");
+  return !isTextType || leaf.isEmailAttachment(/*inMixed=*/false, quiet);
+}
+
+/// Parent of a node and its index there.
+struct Place {
+  Email2* parent = nullptr;
+  int index = 0;
+};
+
+Place placeOf(Email2& root, const Email2& wanted) {
+  Place place;
+  walk(root, [&](Email2& node) {
+    for (int i = 0; i < node.getNumParts(); ++i)
+      if (node.getPart(i) == &wanted) place = {&node, i};
+  });
+  return place;
+}
+
+bool hasChildAmong(const Email2& node, const std::unordered_set<const SorvikObject*>& nodes) {
+  for (int i = 0; i < node.getNumParts(); ++i)
+    if (nodes.contains(node.getPartConst(i))) return true;
+  return false;
+}
+
+/// Taken apart from the end and put together again: linear however many go.
+void removeChildren(Email2& parent, const std::unordered_set<const SorvikObject*>& doomed) {
+  std::vector<EmailPtr> kept;
+  while (parent.getNumParts() > 0) {
+    EmailPtr child(parent.extractSubpartByIndex(parent.getNumParts() - 1));
+    if (!doomed.contains(child.get())) kept.push_back(std::move(child));
+  }
+  for (auto child = kept.rbegin(); child != kept.rend(); ++child)
+    parent.insertSubPartAtIndex(child->release(), -1);
+}
+
+}  // namespace
+
+void labelUntypedBody(Email2& email, LogBase& log) {
+  Email2* const text = untypedBody(email);
+  if (!text) return;
+  text->fixContentTypeUtf8("text/plain", log);
+  // Without a type its bytes were kept; text is utf-8 here.
+  if (!text->m_body.is7bit(0)) text->detectAndSetCharset(log);
+}
+
+Email2* enclose(Email2& leaf, const char* multipartType, LogBase& log) {
+  const std::string disposition(leaf.m_disposition.view()), name(leaf.m_dispFilename.view());
+  const int codePage = std::exchange(leaf.m_attachCodePage, 0);
+  leaf.removeHeaderField("Content-Disposition");
+  leaf.convertToMultipartX(multipartType, log);
+  Email2* const part = leaf.getPart(0);
+  if (!part) return nullptr;
+  part->m_attachCodePage = codePage;
+  if (!disposition.empty()) part->setContentDispositionUtf8(disposition.c_str(), name.c_str(), log);
+  part->m_dispFilename.setString(name);  // without a disposition too: it may have come from the type
+  part->refreshContentTypeHeader(log);
+  return part;
+}
+
+Email2* makeRoom(Email2& email, LogBase& log) {
+  return email.getNumParts() == 0 && isNoText(email) ? enclose(email, kMixed, log) : nullptr;
+}
+
+Email2* encloseBelow(Email2& root, Email2& part, LogBase& log) {
+  const Place place = placeOf(root, part);
+  if (!place.parent) return nullptr;
+  Email2* const enclosure = Email2::createEmptyMultipartAlternative(*root.m_common, log);
+  if (!enclosure) return nullptr;
+  enclosure->insertSubPartAtIndex(place.parent->extractSubpartByIndex(place.index), 0);
+  place.parent->insertSubPartAtIndex(enclosure, place.index);
+  return enclosure;
+}
+
+void removeNodes(Email2& root, const std::unordered_set<const SorvikObject*>& doomed) {
+  walk(root, [&](Email2& node) {
+    if (hasChildAmong(node, doomed)) removeChildren(node, doomed);
+  });
+}
+
+}  // namespace mailtree::cli

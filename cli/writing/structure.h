@@ -1,0 +1,44 @@
+// cli/writing/structure.h - what has to happen to the tree of a received message before something is put into it.
+#pragma once
+
+#include <unordered_set>
+#include <vector>
+
+#include "mailtree/email/Email2.h"
+
+namespace mailtree::cli {
+
+/// Visits every node, parents first. The visitor may take children away from the node that it is given.
+template <class Visit>
+void walk(Email2& root, Visit&& visit) {
+  std::vector<Email2*> open{&root};
+  while (!open.empty()) {
+    Email2& node = *open.back();
+    open.pop_back();
+    visit(node);
+    for (int i = node.getNumParts() - 1; i >= 0; --i)
+      if (Email2* child = node.getPart(i)) open.push_back(child);
+  }
+}
+
+/// Labels the text of a message that says nothing of types, so that it still is found once the message says more.
+void labelUntypedBody(Email2& email, LogBase& log);
+
+/// Makes a leaf the only child of a new enclosure. What belongs to the content goes with it: type, charset,
+/// disposition and file name.
+/// @return the child, borrowed; null when there is none, as an empty text leaves nothing behind.
+Email2* enclose(Email2& leaf, const char* multipartType, LogBase& log);
+
+/// Moves into a multipart/mixed what a message of one part is when that is no text: a file, a message, encrypted
+/// content, or a multipart so broken that its parts were not found.
+/// @return the part moved, borrowed; null when there was nothing to move.
+Email2* makeRoom(Email2& email, LogBase& log);
+
+/// Puts a part below the root into a new multipart/alternative at its place.
+/// @return the enclosure, borrowed; null when `part` is the root or memory ran out.
+Email2* encloseBelow(Email2& root, Email2& part, LogBase& log);
+
+/// Destroys these nodes; the root is never one of them.
+void removeNodes(Email2& root, const std::unordered_set<const SorvikObject*>& doomed);
+
+}  // namespace mailtree::cli
