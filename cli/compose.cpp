@@ -1,7 +1,9 @@
 // cli/compose.cpp - mailtree compose: a new message from texts, files and addresses.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <unordered_set>
 
 #include "cli/arguments.h"
 #include "cli/commands.h"
@@ -58,6 +60,27 @@ class FieldReader {
   Exit m_result = Exit::fine;
 };
 
+/// Fields that have a place of their own on the command line.
+struct OwnOption {
+  std::string_view field;
+  const char* advice;
+};
+
+constexpr OwnOption kOwnOptions[] = {
+    {"From", "use --from"},
+    {"Subject", "use --subject"},
+    {"Date", "use --date"},
+    {"Reply-To", "use --reply-to"},
+    {"Return-Path", "the envelope's sender is --from's address"},
+    {"Resent-Bcc", "hidden recipients are given with --bcc"},
+};
+
+const char* adviceFor(std::string_view field) {
+  for (const OwnOption& row : kOwnOptions)
+    if (equalsNoCase(row.field, field)) return row.advice;
+  return nullptr;
+}
+
 Exit readFields(const ComposeOptions& options, std::vector<HeaderField>& fields) {
   FieldReader reader(fields);
   reader.take("--date", "Date", options.date);
@@ -67,21 +90,32 @@ Exit readFields(const ComposeOptions& options, std::vector<HeaderField>& fields)
   reader.take("--bcc", "Bcc", options.bcc);
   reader.take("--reply-to", "Reply-To", options.replyTo);
   reader.take("--subject", "Subject", options.subject);
-  for (const std::string& header : options.headers)
-    reader.take("--header '" + header + "'", fieldOfText(header));
+  for (const std::string& header : options.headers) {
+    HeaderField field = fieldOfText(header);
+    const std::string option = "--header '" + header + "'";
+    if (const char* const advice = adviceFor(field.name)) return refuse(option, advice);
+    reader.take(option, std::move(field));
+  }
   return reader.result();
 }
 
+Exit checkCharset(const std::string& name) {
+  const int codePage = codePageOfCharset(name);
+  if (isMailCodePage(codePage)) return Exit::fine;
+  return refuse("--charset",
+                "'" + name + "': " +
+                    (codePage ? "mail text cannot be written in it" : "no charset of that name is known"));
+}
+
 Exit checkOptions(const ComposeOptions& options) {
-  if (options.charset && !isMailCharset(*options.charset))
-    return refuse("--charset", "'" + *options.charset + "': mail text cannot be written in it");
-  if (options.bodies.readsStandardInput() + options.attached.readsStandardInput() > 1)
+  if (options.charset)
+    if (const Exit result = checkCharset(*options.charset); result != Exit::fine) return result;
+  if (options.bodies.countOfStandardInput() + options.attached.countOfStandardInput() > 1)
     return refuse("-", "standard input can be only one of the files");
   if (!options.envelope) return Exit::fine;
   if (options.envelope->empty()) return refuse("--envelope-out", "the name is empty");
-  const bool isSame = *options.envelope == options.output ||
-                      (isStandardOutput(*options.envelope) && isStandardOutput(options.output));
-  return isSame ? refuse("--envelope-out", "the message goes there") : Exit::fine;
+  return isSameOutput(*options.envelope, options.output) ? refuse("--envelope-out", "the message goes there")
+                                                         : Exit::fine;
 }
 
 /// Reads and checks everything before anything is written.
@@ -96,11 +130,20 @@ Exit read(const ComposeOptions& options, Draft& draft) {
 bool build(const ComposeOptions& options, Draft& draft, Email2& email, LogBase& log) {
   if (options.charset) preferCharset(email, *options.charset, draft.bodies);
   if (!putBodies(email, draft.bodies, log)) return false;
-  for (const HeaderField& field : draft.fields) addField(email, field, log);
+  addFields(email, draft.fields, log);
   if (options.keepBcc) showBcc(email, log);
   for (AttachedFile& file : draft.files)
     if (!attach(email, file, log)) return false;
   return true;
+}
+
+/// What tells one mailbox from another: hosts have no case, and what their local parts mean they alone know.
+std::string mailboxKey(std::string_view address) {
+  std::string key(address);
+  const std::size_t at = std::min(key.rfind('@'), key.size());
+  std::transform(key.begin() + static_cast<std::ptrdiff_t>(at), key.end(),
+                 key.begin() + static_cast<std::ptrdiff_t>(at), toLowerAscii);
+  return key;
 }
 
 /// Sender and recipients for the program that sends, hidden ones included, each once.
@@ -110,7 +153,11 @@ std::string envelopeOf(Email2& email, LogBase& log) {
   ExtPtrArraySb addresses;
   email.getAllRecipientAddressesA(addresses, ExtPtrArray(), log);
   nlohmann::ordered_json recipients = nlohmann::ordered_json::array();
-  for (int i = 0; i < addresses.getSize(); ++i) recipients.push_back(addresses.sbAt(i)->view());
+  std::unordered_set<std::string> known;
+  for (int i = 0; i < addresses.getSize(); ++i) {
+    const std::string_view address = addresses.sbAt(i)->view();
+    if (known.insert(mailboxKey(address)).second) recipients.push_back(address);
+  }
   const nlohmann::ordered_json envelope = {{"reverse_path", reversePath.view()}, {"recipients", recipients}};
   return envelope.dump() + '\n';
 }
@@ -152,8 +199,10 @@ void addCompose(CLI::App& app, Action& action) {
   addText(*verb, "--subject", options->subject, "Subject")->required();
   addBodyOptions(*verb, options->bodies);
   addAttachOptions(*verb, options->attached);
-  addRepeated(*verb, "--header", options->headers, "Another field, 'Name: value'");
-  addText(*verb, "--charset", options->charset, "Charset of the texts when they fit in it; else utf-8");
+  addRepeated(*verb, "--header", options->headers,
+              "Another field, 'Name: value', of those without an option of their own");
+  addText(*verb, "--charset", options->charset,
+          "Charset of the texts when they fit in it, else utf-8; any but utf-7, utf-16 and utf-32");
   addText(*verb, "--date", options->date, "Date, such as 'Sat, 21 Nov 2026 08:30:00 +0100'; else now");
   addOutput(*verb, options->output);
   addText(*verb, "--envelope-out", options->envelope, "File for the SMTP sender and all recipients, as JSON");

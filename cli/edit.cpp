@@ -44,7 +44,9 @@ Exit checkOptions(const EditOptions& options, Changes& changes) {
     if (const auto problem = whyBadField(changes.fields.back()))
       return refuse("--set '" + text + "'", *problem);
   }
-  if ((options.file == "-") + options.bodies.readsStandardInput() + options.attached.readsStandardInput() > 1)
+  if ((options.file == "-") + options.bodies.countOfStandardInput() +
+          options.attached.countOfStandardInput() >
+      1)
     return refuse("-", "standard input can be only one of the files");
   return Exit::fine;
 }

@@ -1,6 +1,7 @@
 #include "cli/output.h"
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <iostream>
 
 #include "cli/arguments.h"
@@ -9,9 +10,20 @@
 namespace mailtree::cli {
 namespace {
 
+namespace fs = std::filesystem;
+
 /// Fields of the library's own; they never leave through the command. Those in "SVZ-" are never written at
 /// all.
 constexpr const char* kInternalPrefix = "SVX-";
+
+/// The path of an output, from the root and without links as far as there is something.
+fs::path whole(const std::string& path) {
+  if (isStandardOutput(path)) return "/dev/stdout";
+  std::error_code ignored;
+  const fs::path absolute = fs::absolute(path, ignored);
+  const fs::path resolved = fs::weakly_canonical(absolute, ignored);
+  return resolved.empty() ? absolute.lexically_normal() : resolved;
+}
 
 bool assemble(Email2& root, const WriteForm& form, _svOutput& sink, LogBase& log) {
   StringBuffer unused;
@@ -43,6 +55,12 @@ void addOutput(CLI::App& verb, std::string& target) {
 }
 
 bool isStandardOutput(std::string_view path) { return path.empty() || path == "-"; }
+
+bool isSameOutput(const std::string& a, const std::string& b) {
+  const fs::path first = whole(a), second = whole(b);
+  std::error_code ignored;
+  return first == second || fs::equivalent(first, second, ignored);
+}
 
 Exit writeMessage(Email2& root, const std::string& path, const WriteForm& form) {
   LogMemory log;

@@ -20,6 +20,9 @@ void addOutput(CLI::App& verb, std::string& target);
 /// Whether a name stands for standard output: "-" or nothing.
 bool isStandardOutput(std::string_view path);
 
+/// Whether two names, however they are spelled, lead to one place.
+bool isSameOutput(const std::string& a, const std::string& b);
+
 struct WriteForm {
   bool qpFor8bit = false;
   bool dotStuff = false;

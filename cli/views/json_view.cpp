@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "cli/views/terminal.h"
+#include "mailtree/base/Utf.h"
 #include "mailtree/crypto/Digest.h"
 
 namespace mailtree::cli {
@@ -129,27 +131,33 @@ Json headersOf(const Email2& root) {
 
 Json idOrNull(int id) { return id < 0 ? Json() : Json(id); }
 
-/// JSON lets DEL and the C1 controls stand; a terminal may obey them.
-std::string escapeControls(const std::string& json) {
+void appendEscape(std::string& out, char16_t unit) {
+  std::array<char, 8> escape{};
+  std::snprintf(escape.data(), escape.size(), "\\u%04x", static_cast<unsigned>(unit));
+  out += escape.data();
+}
+
+/// JSON lets DEL, the C1 controls and direction overrides stand; a terminal may obey them.
+std::string escapeHarmful(const std::string& json) {
   std::string out;
   out.reserve(json.size());
-  for (std::size_t i = 0; i < json.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(json[i]);
-    const bool isC1 = byte == 0xC2 && i + 1 < json.size() && static_cast<unsigned char>(json[i + 1]) < 0xA0;
-    if (byte != 0x7F && !isC1) {
-      out += json[i];
-      continue;
+  for (std::size_t at = 0; at < json.size();) {
+    const std::size_t begin = at;
+    const char32_t c = nextCodePoint(json, at);
+    if (isHarmless(c) || c == kReplacementCharacter) {
+      out.append(json, begin, at - begin);
+    } else if (c < 0x10000) {
+      appendEscape(out, static_cast<char16_t>(c));
+    } else {  // a surrogate pair
+      appendEscape(out, static_cast<char16_t>(0xD7C0 + (c >> 10)));
+      appendEscape(out, static_cast<char16_t>(0xDC00 + (c & 0x3FF)));
     }
-    std::array<char, 8> escape{};
-    std::snprintf(escape.data(), escape.size(), "\\u%04x",
-                  isC1 ? static_cast<unsigned char>(json[++i]) : byte);
-    out += escape.data();
   }
   return out;
 }
 
 std::string lineOf(const Json& json) {
-  return escapeControls(json.dump(-1, ' ', false, Json::error_handler_t::replace));
+  return escapeHarmful(json.dump(-1, ' ', false, Json::error_handler_t::replace));
 }
 
 }  // namespace

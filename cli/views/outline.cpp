@@ -125,9 +125,17 @@ void markAttachments(Email2& root, const RowOfNode& rowOf, Outline& outline) {
   found.removeAll();
 }
 
-std::string decodedBy(int codePage, std::string_view bytes) {
+/// Text that nothing explains: by the code page of the header, else by a guess. Nobody writes utf-16 without
+/// NULs in it, so that the guess is not that; what is left to it are the letters of iso-8859-1.
+std::string decodedBy(int ofHeader, std::string_view bytes) {
+  const int detected = detectCodePage(bytes);
+  const bool isWild = hasWideUnits(detected) && !contains(bytes, std::string_view("\0", 1));
   std::string text;
-  return codePage > 0 && decodeToUtf8(codePage, bytes, text) ? text : std::string(bytes);
+  for (const int codePage : {ofHeader, isWild ? 0 : detected, kCpLatin1}) {
+    if (codePage > 0 && codePage != kCpUtf8 && decodeToUtf8(codePage, bytes, text)) return text;
+    text.clear();
+  }
+  return std::string(bytes);
 }
 
 }  // namespace
@@ -166,8 +174,7 @@ std::string textOf(const PartRow& row) {
   const DecodedText decoded = receivedTextToUtf8(row.charset, bytes, converted);
   if (decoded.converted) return std::string(converted.view());
   if (isValidUtf8(bytes)) return std::string(bytes);
-  const int ofHeader = node.m_header.getDetectedCP();
-  return decodedBy(ofHeader > 0 && ofHeader != kCpUtf8 ? ofHeader : detectCodePage(bytes), bytes);
+  return decodedBy(node.m_header.getDetectedCP(), bytes);
 }
 
 std::optional<SorvikSysTime> dateOf(const Email2& root) {

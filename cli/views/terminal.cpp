@@ -23,15 +23,18 @@ bool isIn(char32_t c, const auto& ranges) {
   return false;
 }
 
-/// Characters that change how a terminal draws what follows: C0, DEL, C1, line and paragraph separators,
-/// bidirectional embeddings, overrides and isolates, interlinear marks, tag characters.
-constexpr Range kUnsafe[] = {{0x00, 0x1F},     {0x7F, 0x9F},     {0x061C, 0x061C},
-                             {0x200E, 0x200F}, {0x2028, 0x202E}, {0x2066, 0x2069},
-                             {0xFEFF, 0xFEFF}, {0xFFF9, 0xFFFB}, {0xE0000, 0xE007F}};
+/// Characters that change how a terminal draws what follows, or that nobody sees: C0, DEL, C1, soft hyphens,
+/// line and paragraph separators, all that directs bidirectional text, zero-width marks, interlinear marks, tag
+/// characters. Words and emoji need U+200C and U+200D, which stay.
+// Deliberate: the flags of England, Scotland and Wales, whose letters are tag characters, lose them: so could
+// whole sentences be hidden.
+constexpr Range kUnsafe[] = {{0x00, 0x1F},     {0x7F, 0x9F},     {0xAD, 0xAD},     {0x061C, 0x061C},
+                             {0x180E, 0x180E}, {0x200B, 0x200B}, {0x200E, 0x200F}, {0x2028, 0x202E},
+                             {0x2060, 0x206F}, {0xFEFF, 0xFEFF}, {0xFFF9, 0xFFFB}, {0xE0000, 0xE007F}};
 
 constexpr Range kCombining[] = {{0x0300, 0x036F}, {0x0483, 0x0489}, {0x0591, 0x05BD}, {0x0610, 0x061A},
                                 {0x064B, 0x065F}, {0x0E31, 0x0E31}, {0x0E34, 0x0E3A}, {0x0E47, 0x0E4E},
-                                {0x1AB0, 0x1AFF}, {0x1DC0, 0x1DFF}, {0x200B, 0x200D}, {0x20D0, 0x20FF},
+                                {0x1AB0, 0x1AFF}, {0x1DC0, 0x1DFF}, {0x200C, 0x200D}, {0x20D0, 0x20FF},
                                 {0x3099, 0x309A}, {0xFE00, 0xFE0F}, {0xFE20, 0xFE2F}};
 
 constexpr Range kWide[] = {{0x1100, 0x115F},   {0x2E80, 0x303E},   {0x3041, 0x33FF},  {0x3400, 0x4DBF},

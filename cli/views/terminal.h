@@ -7,15 +7,15 @@
 
 namespace mailtree::cli {
 
-/// The text as one harmless line: control characters, line breaks, direction overrides and malformed bytes
-/// become U+FFFD, a tab becomes a space. Whoever wrote a mail does not get to drive the reader's terminal.
+/// The text as one harmless line: control characters, line breaks, what is not harmless otherwise, and malformed
+/// bytes become U+FFFD, a tab becomes a space. Whoever wrote a mail does not get to drive the reader's terminal.
 std::string printable(std::string_view text);
 
 /// The same for a text of several lines, which stay lines (each ends in LF); tabs stay too.
 std::string printableLines(std::string_view text);
 
 /// Whether a character is drawn in its place and does nothing else to a terminal: no control character, no
-/// direction override, no invisible mark that changes what follows.
+/// direction override, no invisible mark.
 bool isHarmless(char32_t c);
 
 /// "980 B", "1.2 kB", "34 MB": powers of 1000, two digits where they tell something.

@@ -26,6 +26,25 @@ struct Entry {
   std::vector<AddressToken> tokens;  ///< Without comments.
 };
 
+/// Whether every quote and comment that begins ends too. The lexer makes the best of one that does not.
+bool closesWhatItOpens(std::string_view list) {
+  bool isQuoted = false;
+  int depth = 0;
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    const char c = list[i];
+    if (c == '\\' && (isQuoted || depth > 0)) {
+      ++i;
+    } else if (c == '"' && depth == 0) {
+      isQuoted = !isQuoted;
+    } else if (!isQuoted && c == '(') {
+      ++depth;
+    } else if (!isQuoted && c == ')' && --depth < 0) {
+      return false;
+    }
+  }
+  return !isQuoted && depth == 0;
+}
+
 /// Cuts a list at its commas; those in quotes and comments belong to the entry.
 std::vector<Entry> entriesOf(std::string_view list) {
   std::vector<Entry> entries(1);
@@ -59,18 +78,26 @@ std::size_t positionOf(Tokens tokens, char special) {
       tokens.begin());
 }
 
+/// Mailboxes such as "a..b" exist, but only quotes make them addresses (RFC 5322, 3.2.3).
+bool hasStrayDot(std::string_view word) noexcept {
+  return word.front() == '.' || word.back() == '.' || contains(word, "..");
+}
+
 Problem problemOfLocalPart(Tokens tokens) {
-  if (tokens.empty()) return "nothing stands before the at sign";
-  if (tokens.size() == 1 && tokens.front().kind == Kind::quoted) return nullptr;
-  const bool isWord = tokens.size() == 1 && tokens.front().kind == Kind::word;
-  if (!isWord || !isBareLocalPart(tokens.front().text)) return kNeedsQuotes;
-  return nullptr;
+  const bool isOne = tokens.size() == 1;
+  const bool isQuoted = isOne && tokens.front().kind == Kind::quoted;
+  if (tokens.empty() || (isQuoted && tokens.front().text.empty())) return "nothing stands before the at sign";
+  if (isQuoted) return nullptr;
+  if (!isOne || tokens.front().kind != Kind::word || !isBareLocalPart(tokens.front().text))
+    return kNeedsQuotes;
+  return hasStrayDot(tokens.front().text) ? "a dot stands at the edge or beside another one" : nullptr;
 }
 
 bool isHostCharacter(char c) noexcept { return isAlnumAscii(c) || c == '-' || c == '_' || is8bit(c); }
 
 bool isLabel(std::string_view label) noexcept {
-  return !label.empty() && std::all_of(label.begin(), label.end(), isHostCharacter);
+  if (label.empty() || label.front() == '-' || label.back() == '-') return false;
+  return std::all_of(label.begin(), label.end(), isHostCharacter);
 }
 
 /// The inside of "[192.0.2.1]" or "[IPv6:2001:db8::1]".
@@ -146,6 +173,7 @@ std::optional<std::string> whyBadAddresses(std::string_view text, AddressCount c
   if (!isValidUtf8(text)) return describe(text, "it is not utf-8");
   if (std::any_of(text.begin(), text.end(), isControlAscii))
     return describe(text, "a control character stands in it");
+  if (!closesWhatItOpens(text)) return describe(text, "a quote or a comment begins or ends alone");
   const std::vector<Entry> entries = entriesOf(text);
   for (const Entry& entry : entries)
     if (const Problem problem = problemOf(entry)) return describe(entry.text, problem);

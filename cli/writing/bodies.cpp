@@ -1,8 +1,6 @@
 #include "cli/writing/bodies.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
-#include <iterator>
 
 #include "cli/arguments.h"
 #include "cli/input.h"
@@ -12,25 +10,44 @@
 namespace mailtree::cli {
 namespace {
 
-constexpr int kCpUtf32LE = 12000, kCpUtf32BE = 12001;
 constexpr const char* kPlain = "text/plain";
 constexpr const char* kHtml = "text/html";
+
+/// What the files are in.
+struct TextCharset {
+  int codePage = 0;          ///< 0: utf-8, unless their marks say otherwise.
+  bool isOrderOpen = false;  ///< The name is of both byte orders; without a mark, little-endian.
+};
+
+TextCharset charsetOf(const std::string& name) {
+  const bool isOrderOpen = equalsNoCase(name, "utf-16") || equalsNoCase(name, "utf-32");
+  return {codePageOfCharset(name), isOrderOpen};
+}
 
 struct ByteOrderMark {
   std::string_view bytes;
   int codePage;
+  int swapped;  ///< The code page of the other order.
 };
 
 constexpr ByteOrderMark kMarks[] = {
-    {"\xEF\xBB\xBF", kCpUtf8},
-    {"\xFF\xFE", kCpUtf16LE},
-    {"\xFE\xFF", kCpUtf16BE},
+    {"\xEF\xBB\xBF", kCpUtf8, kCpUtf8},
+    {std::string_view("\xFF\xFE\0\0", 4), kCpUtf32LE, kCpUtf32BE},
+    {std::string_view("\0\0\xFE\xFF", 4), kCpUtf32BE, kCpUtf32LE},
+    {"\xFF\xFE", kCpUtf16LE, kCpUtf16BE},
+    {"\xFE\xFF", kCpUtf16BE, kCpUtf16LE},
 };
 
-/// Drops a byte-order mark and says what it promises; 0 without one.
-int takeMark(std::string_view& bytes) {
+bool mayStandIn(const ByteOrderMark& mark, TextCharset charset) {
+  const int given = charset.codePage;
+  return given == 0 || mark.codePage == given || (charset.isOrderOpen && mark.swapped == given);
+}
+
+/// Drops a byte-order mark that the charset has and says what it promises; 0 without one. In any other charset
+/// its bytes are letters.
+int takeMark(TextCharset charset, std::string_view& bytes) {
   for (const ByteOrderMark& mark : kMarks) {
-    if (!bytes.starts_with(mark.bytes)) continue;
+    if (!bytes.starts_with(mark.bytes) || !mayStandIn(mark, charset)) continue;
     bytes.remove_prefix(mark.bytes.size());
     return mark.codePage;
   }
@@ -51,25 +68,25 @@ Exit takeText(const char* option, const std::string& given, std::string& out) {
   return Exit::fine;
 }
 
-/// Why the bytes of a file are no text in the code page (0: utf-8); null when `out` holds them.
-const char* decode(std::string_view bytes, int codePage, std::string& out) {
-  const int marked = takeMark(bytes);
-  if (marked) codePage = marked;
-  if (codePage == 0) codePage = kCpUtf8;
-  if (codePage == kCpUtf8) {
+/// Why the bytes of a file are no text in the charset; null when `out` holds them.
+const char* decode(std::string_view bytes, TextCharset charset, std::string& out) {
+  const int marked = takeMark(charset, bytes);
+  const int codePage = marked ? marked : charset.codePage;
+  if (codePage == 0 || codePage == kCpUtf8) {
     if (!isValidUtf8(bytes)) return "the text is not utf-8; --text-charset says what it is";
     out = bytes;
   } else if (!decodeToUtf8(codePage, bytes, out)) {
-    return marked ? "the text is not the utf-16 that it says it is" : "the text is not in the charset given";
+    return charset.codePage ? "the text is not in the charset given"
+                            : "the text is not what its byte-order mark says";
   }
   return contains(out, std::string_view("\0", 1)) ? "NUL bytes stand in it: it is no text" : nullptr;
 }
 
-Exit readTextFile(const std::string& path, int codePage, std::string& out) {
+Exit readTextFile(const std::string& path, TextCharset charset, std::string& out) {
   DataBuffer bytes;
   if (!readFile(path, bytes)) return Exit::unreadable;
   std::string text;
-  if (const char* problem = decode(bytes.view(), codePage, text)) {
+  if (const char* problem = decode(bytes.view(), charset, text)) {
     complain(path, problem);
     return Exit::unreadable;
   }
@@ -79,9 +96,9 @@ Exit readTextFile(const std::string& path, int codePage, std::string& out) {
 
 /// One body, from the command line or a file.
 Exit readBody(const char* option, const std::optional<std::string>& text,
-              const std::optional<std::string>& file, int codePage, std::optional<std::string>& out) {
+              const std::optional<std::string>& file, TextCharset charset, std::optional<std::string>& out) {
   if (text) return takeText(option, *text, out.emplace());
-  if (file) return readTextFile(*file, codePage, out.emplace());
+  if (file) return readTextFile(*file, charset, out.emplace());
   return Exit::fine;
 }
 
@@ -210,22 +227,19 @@ void addBodyOptions(CLI::App& verb, BodyOptions& options) {
   CLI::Option* html = addText(verb, "--html", options.html, "The HTML");
   addText(verb, "--html-file", options.htmlFile, "File that holds it; - is standard input")->excludes(html);
   addText(verb, "--text-charset", options.textCharset,
-          "Charset of both files; without it utf-8, or utf-16 with its byte-order mark");
+          "Charset of both files; without it utf-8, or utf-16 or utf-32 with its byte-order mark");
 }
 
 Exit readBodies(const BodyOptions& options, Bodies& bodies) {
-  const int codePage = options.textCharset ? codePageOfCharset(*options.textCharset) : 0;
-  if (options.textCharset && codePage == 0)
-    return refuse("--text-charset", "'" + *options.textCharset + "': no charset of that name is known");
-  const Exit result = readBody("--text", options.text, options.textFile, codePage, bodies.plain);
+  TextCharset charset;
+  if (options.textCharset) {
+    charset = charsetOf(*options.textCharset);
+    if (charset.codePage == 0)
+      return refuse("--text-charset", "'" + *options.textCharset + "': no charset of that name is known");
+  }
+  const Exit result = readBody("--text", options.text, options.textFile, charset, bodies.plain);
   if (result != Exit::fine) return result;
-  return readBody("--html", options.html, options.htmlFile, codePage, bodies.html);
-}
-
-bool isMailCharset(const std::string& name) {
-  const int codePage = codePageOfCharset(name);
-  constexpr int kWide[] = {0, kCpUtf16LE, kCpUtf16BE, kCpUtf32LE, kCpUtf32BE};
-  return std::find(std::begin(kWide), std::end(kWide), codePage) == std::end(kWide);
+  return readBody("--html", options.html, options.htmlFile, charset, bodies.html);
 }
 
 void preferCharset(Email2& email, const std::string& name, const Bodies& bodies) {

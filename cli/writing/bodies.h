@@ -1,7 +1,7 @@
 // cli/writing/bodies.h - the texts of a message that is being written.
 //
-//   Read     Files are utf-8, utf-16 with its byte-order mark, or in the charset that the user names. A text
-//            that is none of it is refused: mail with the wrong letters in it is worse than none.
+//   Read     Files are in the charset that the user names; else utf-8, or utf-16 or utf-32 with its byte-order
+//            mark. A text that is none of it is refused: mail with the wrong letters in it is worse than none.
 //   Written  Lines end in CRLF. A text from the command line is ended like a line, a file stays as it is.
 #pragma once
 
@@ -21,7 +21,8 @@ struct BodyOptions {
   std::optional<std::string> text, textFile, html, htmlFile, textCharset;
 
   bool any() const { return text || textFile || html || htmlFile; }
-  int readsStandardInput() const { return (textFile == "-") + (htmlFile == "-"); }
+  /// How often standard input is one of the files.
+  int countOfStandardInput() const { return (textFile == "-") + (htmlFile == "-"); }
 };
 
 void addBodyOptions(CLI::App& verb, BodyOptions& options);
@@ -34,8 +35,6 @@ struct Bodies {
 /// usage or unreadable after a complaint.
 Exit readBodies(const BodyOptions& options, Bodies& bodies);
 
-/// Whether mail text can be in that charset: it is known and no form of utf-16 or utf-32 (RFC 2046, 4.1.1).
-bool isMailCharset(const std::string& name);
 /// Lets a new message prefer a charset: the texts are written in it, or in utf-8 when they do not fit.
 void preferCharset(Email2& email, const std::string& name, const Bodies& bodies);
 /// Puts the texts where they belong; what is there of the same kind is replaced, anything else stays.

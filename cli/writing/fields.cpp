@@ -1,7 +1,10 @@
 #include "cli/writing/fields.h"
 
 #include <algorithm>
+#include <chrono>
+#include <map>
 #include <regex>
+#include <utility>
 
 #include "cli/writing/addresses.h"
 #include "mailtree/base/Utf.h"
@@ -53,15 +56,34 @@ bool isFieldName(std::string_view name) {
          std::all_of(name.begin(), name.end(), [](char c) { return c > ' ' && c < 0x7F && c != ':'; });
 }
 
-/// A date that is written as it is given: the parser alone would also take forms that no header may hold.
+constexpr std::string_view kWeekdays[] = {"sun", "mon", "tue", "wed", "thu", "fri", "sat"};
+constexpr std::string_view kMonths[] = {"jan", "feb", "mar", "apr", "may", "jun",
+                                        "jul", "aug", "sep", "oct", "nov", "dec"};
+
+/// Position of a name in its table, ignoring case.
+template <std::size_t N>
+unsigned positionIn(const std::string_view (&names)[N], std::string_view name) {
+  const auto isName = [name](std::string_view other) { return equalsNoCase(name, other); };
+  return static_cast<unsigned>(std::find_if(names, names + N, isName) - names);
+}
+
+/// A date that is written as it is given: the parser alone would also take forms that no header may hold
+/// (RFC 5322, 3.3), and days of the week that are others.
 bool isDate(const std::string& text) {
   static const std::regex form(
-      "((mon|tue|wed|thu|fri|sat|sun), )?[0-9]{1,2} "
-      "(jan|feb|mar|apr|may|jun|jul|aug|sep|oct|nov|dec) [0-9]{4} "
-      "[0-9]{2}:[0-9]{2}(:[0-9]{2})? ([+-][0-9]{4}|ut|gmt)",
+      "(?:(mon|tue|wed|thu|fri|sat|sun), )?([0-9]{1,2}) "
+      "(jan|feb|mar|apr|may|jun|jul|aug|sep|oct|nov|dec) ((?:19|[2-9][0-9])[0-9]{2}) "
+      "[0-9]{2}:[0-9]{2}(?::[0-9]{2})? (?:[+-][0-9]{2}[0-5][0-9]|ut|gmt)",
       std::regex::icase);
+  std::smatch parts;
   SorvikSysTime unused;
-  return std::regex_match(text, form) && _svDateParser::parse(text, unused);
+  if (!std::regex_match(text, parts, form) || !_svDateParser::parse(text, unused)) return false;
+  if (!parts[1].matched) return true;
+  namespace time = std::chrono;
+  const time::year_month_day day(time::year(std::stoi(parts[4])),
+                                 time::month(positionIn(kMonths, parts[3].str()) + 1),
+                                 time::day(static_cast<unsigned>(std::stoi(parts[2]))));
+  return time::weekday(time::sys_days(day)).c_encoding() == positionIn(kWeekdays, parts[1].str());
 }
 
 void addRecipients(Email2& email, const RecipientField& field, const std::string& value, LogBase& log) {
@@ -112,7 +134,7 @@ std::optional<std::string> whyBadField(const HeaderField& field) {
     if (beginsWithNoCase(field.name, prefix)) return "fields of that name are never written";
   if (const auto problem = whyBadValue(field.value)) return problem;
   if (equalsNoCase(field.name, "Date") && !isDate(field.value))
-    return "no date such as 'Sat, 21 Nov 2026 08:30:00 +0100'";
+    return "no date such as 'Sat, 21 Nov 2026 08:30:00 +0100', or not that day of the week";
   const bool isNullPath = field.value == "<>" && equalsNoCase(field.name, "Return-Path");
   if (isNullPath || grammarOf(field.name) != FieldGrammar::addresses) return std::nullopt;
   const bool one = isOneOf(kOneAddressFields, field.name);
@@ -131,6 +153,26 @@ void addField(Email2& email, const HeaderField& field, LogBase& log) {
     return addRecipients(email, *recipients, field.value, log);
   if (isOneOf(kSingleFields, field.name)) return setField(email, field, log);
   email.addHeaderField2(field.name.c_str(), field.value.c_str(), log);
+}
+
+void addFields(Email2& email, const std::vector<HeaderField>& fields, LogBase& log) {
+  std::map<const RecipientField*, std::string> lists;
+  for (const HeaderField& field : fields) {
+    const RecipientField* const recipients = recipientFieldOf(field.name);
+    if (!recipients) continue;
+    std::string& list = lists[recipients];
+    if (!list.empty()) list += ", ";
+    list += field.value;
+  }
+  for (const HeaderField& field : fields) {
+    const auto list = lists.find(recipientFieldOf(field.name));
+    if (list == lists.end()) {
+      addField(email, field, log);
+      continue;
+    }
+    // The first of its kind brings all; once taken, the list is empty.
+    if (!list->second.empty()) addField(email, {field.name, std::exchange(list->second, {})}, log);
+  }
 }
 
 void removeField(Email2& email, const std::string& name) {

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "mailtree/email/Email2.h"
 
@@ -28,6 +29,9 @@ std::optional<std::string> whyBadValue(std::string_view value);
 void setField(Email2& email, const HeaderField& field, LogBase& log);
 /// Adds a field beside those of its name; where a message has one only, sets it.
 void addField(Email2& email, const HeaderField& field, LogBase& log);
+/// Adds several. The recipients of one kind go in together, in the place of the first: each that is added
+/// alone writes the whole list anew.
+void addFields(Email2& email, const std::vector<HeaderField>& fields, LogBase& log);
 void removeField(Email2& email, const std::string& name);
 
 /// Writes the hidden recipients into the header, where every recipient sees them.

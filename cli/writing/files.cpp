@@ -92,7 +92,7 @@ bool attachMessage(Email2& email, AttachedFile& file, LogBase& log) {
 
 }  // namespace
 
-int AttachOptions::readsStandardInput() const {
+int AttachOptions::countOfStandardInput() const {
   int count = 0;
   for (const std::string& argument : files) count += fileOf(argument).path == "-";
   for (const std::string& path : messages) count += path == "-";

@@ -18,7 +18,8 @@ struct AttachOptions {
   std::vector<std::string> messages;  ///< Files that hold messages.
 
   bool any() const { return !files.empty() || !messages.empty(); }
-  int readsStandardInput() const;
+  /// How often standard input is one of the files.
+  int countOfStandardInput() const;
 };
 
 void addAttachOptions(CLI::App& verb, AttachOptions& options);

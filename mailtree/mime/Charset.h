@@ -20,14 +20,25 @@ class LogBase;
 inline constexpr int kCpUtf8 = 65001;
 inline constexpr int kCpUsAscii = 20127;
 inline constexpr int kCpLatin1 = 28591;
+inline constexpr int kCpLatin2 = 28592;
 inline constexpr int kCpUtf16LE = 1200;
 inline constexpr int kCpUtf16BE = 1201;
+inline constexpr int kCpUtf32LE = 12000;
+inline constexpr int kCpUtf32BE = 12001;
+inline constexpr int kCpUtf7 = 65000;
 
 /// Code page of a charset label (any registered name or alias met in mail, any case, quotes and blanks around
 /// it ignored); 0 when unknown.
 int codePageOfCharset(std::string_view name) noexcept;
 /// Preferred MIME name of a code page, in lower case; empty when unknown.
 std::string_view charsetNameOf(int codePage) noexcept;
+
+/// Whether a code page has units of two or four bytes (utf-16, utf-32): neither markup nor line ends can be
+/// read in its bytes.
+bool hasWideUnits(int codePage) noexcept;
+/// Whether the text of a mail can be written in a code page: not in one of wide units (RFC 2046, 4.1.1), nor
+/// in utf-7, which no reader has to know any more, nor in an unknown one.
+bool isMailCodePage(int codePage) noexcept;
 
 /// A charset: a name and a code page.
 class _svCharset {

@@ -67,17 +67,21 @@ bool converting(int codePage, Run&& run) noexcept {
 
 }  // namespace
 
+bool hasWideUnits(int codePage) noexcept {
+  return codePage == kCpUtf16LE || codePage == kCpUtf16BE || codePage == kCpUtf32LE || codePage == kCpUtf32BE;
+}
+
+bool isMailCodePage(int codePage) noexcept {
+  return codePage > 0 && codePage != kCpUtf7 && !hasWideUnits(codePage);
+}
+
 bool isAsciiCompatible(int codePage) noexcept {
   switch (codePage) {
-    case kCpUtf16LE:
-    case kCpUtf16BE:
-    case kCpUtf32LE:
-    case kCpUtf32BE:
     case kCpUtf7:
     case kCpHz:
     case kCpIso2022Kr:
     case 50227: return false;
-    default: return !isIso2022Jp(codePage);
+    default: return !hasWideUnits(codePage) && !isIso2022Jp(codePage);
   }
 }
 

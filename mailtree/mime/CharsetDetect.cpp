@@ -142,7 +142,7 @@ struct Sister {
 };
 
 constexpr Sister kSisters[] = {
-    {kCpLatin1, kCpWindows1252}, {28592, 1250}, {28597, 1253}, {28598, 1255}, {28599, 1254}};
+    {kCpLatin1, kCpWindows1252}, {kCpLatin2, 1250}, {28597, 1253}, {28598, 1255}, {28599, 1254}};
 
 bool hasC1(std::string_view bytes) noexcept {
   return std::any_of(bytes.begin(), bytes.end(),

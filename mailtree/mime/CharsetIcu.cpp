@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "mailtree/base/Utf.h"
+#include "mailtree/mime/Charset.h"
 #include "mailtree/mime/CharsetInternal.h"
 
 namespace mailtree {

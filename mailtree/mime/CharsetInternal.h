@@ -20,15 +20,12 @@ inline constexpr std::string_view kReplacementUtf8 = "\xEF\xBF\xBD";
 
 /// Code pages that have no name in Charset.h because nobody outside these files asks for them.
 inline constexpr int kCpWindows1252 = 1252;
-inline constexpr int kCpUtf32LE = 12000;
-inline constexpr int kCpUtf32BE = 12001;
 inline constexpr int kCpIso2022Jp = 50220;
 inline constexpr int kCpIso2022JpKana = 50221;
 inline constexpr int kCpIso2022JpShift = 50222;
 inline constexpr int kCpIso2022Kr = 50225;
 inline constexpr int kCpEucJp = 51932;
 inline constexpr int kCpHz = 52936;
-inline constexpr int kCpUtf7 = 65000;
 
 /// Appends to a string or a buffer, whichever the caller has.
 class ByteSink {

@@ -81,10 +81,8 @@ int detectHeaderCodePage(std::string_view bytes) {
 }
 
 int writableCodePage(int wanted) noexcept {
-  const bool isWideOrEscaped =
-      wanted == kCpUtf16LE || wanted == kCpUtf16BE || wanted == 12000 || wanted == 12001 || wanted == 65000;
-  if (wanted <= 0 || wanted == kCpUsAscii || isWideOrEscaped || charsetNameOf(wanted).empty()) return kCpUtf8;
-  return wanted;
+  const bool isUsable = isMailCodePage(wanted) && wanted != kCpUsAscii && !charsetNameOf(wanted).empty();
+  return isUsable ? wanted : kCpUtf8;
 }
 
 }  // namespace mailtree

@@ -27,20 +27,28 @@ class _svHtml {
   /// What it does:
   ///
   ///   - Invisible elements go with their content: "display:none" and "opacity:0" in the style attribute, the
-  ///     `hidden` attribute, boxes of no height ("height" or "max-height" 0 with "overflow:hidden", no padding
-  ///     and no "min-height"), also where the sender meant well, as with the preview line of a newsletter.
+  ///     `hidden` attribute, boxes of no height ("height" or "max-height" a length of 0 with "overflow:hidden",
+  ///     no padding, no "min-height" and no "display" but block or inline-block), also where the sender meant
+  ///     well, as with the preview line of a newsletter.
   ///   - Those with "font-size:0" or "visibility:hidden" go when they hold nothing but text in bare
   ///     inline tags: whatever else is in them may be visible again, and newsletters set their boxes to font
   ///     size 0.
   ///   - Either only where the element is of inline text, a div, p or center, its end tag is found, and what it
   ///     holds is text, comments, images, line breaks and properly nested elements of these kinds. Tables,
-  ///     cells, lists, unclosed and void elements stay. Style sheets are not read, and "mso-hide", which hides
-  ///     a thing from one program only, does not count.
+  ///     cells, lists, unclosed and void elements stay, and "mso-hide", which hides a thing from one program
+  ///     only, does not count.
+  ///   - Style elements hide nothing here, but they may show: where one holds "!important" and the word that is
+  ///     an element's class or id, only what the style attribute itself calls important hides that element.
+  ///     Responsive newsletters keep parts for small screens so.
   ///   - Inside words, which inline tags do not end: comments, "</>", and elements of inline text that are
   ///     empty and have no attributes but color, face and lang. Comments between words stay, and so does
   ///     every conditional comment.
   ///   - Numeric references to ASCII letters and digits in text become those letters and digits. All other
   ///     references stay, and those in attributes.
+  ///
+  /// Out of reach, so that it stays: text in the colour of its background or in tiny letters, boxes moved off
+  /// the screen or clipped, what only a style sheet hides, soft hyphens and zero-width characters, and elements
+  /// of unknown names inside words.
   ///
   /// Nothing of this happens inside script, style, title, textarea and the like, nor behind markup that is never
   /// closed, nor where it would turn text into a tag or a character reference. A page in utf-16, known by its

@@ -148,7 +148,7 @@ class InvisibleFinder {
     bool holdsMore = false;  // Than text in bare elements.
   };
 
-  explicit InvisibleFinder(std::string_view html) noexcept : m_html(html) {}
+  explicit InvisibleFinder(std::string_view html) : m_html(html), m_sheets(html) {}
 
   void see(const Markup& markup) {
     switch (markup.kind) {
@@ -175,8 +175,8 @@ class InvisibleFinder {
     if (endsAnother) m_open.clear();
     if (isBox) m_mayBeInParagraph = equalsNoCase(tag.name, "p");
     if (equalsNoCase(tag.name, "a")) m_mayBeInLink = true;
-    m_open.push_back(
-        {tag.name, tag.begin, endsAnother ? Visibility::shown : visibilityOf(tag, isBox), isBare(tag)});
+    m_open.push_back({tag.name, tag.begin,
+                      endsAnother ? Visibility::shown : visibilityOf(tag, isBox, m_sheets), isBare(tag)});
   }
 
   void seeEnd(const Markup& tag) {
@@ -205,6 +205,7 @@ class InvisibleFinder {
   }
 
   std::string_view m_html;
+  StyleSheets m_sheets;
   std::vector<Element> m_open;
   std::vector<Range> m_found;
   bool m_mayBeInParagraph = false;

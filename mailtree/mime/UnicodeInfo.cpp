@@ -107,7 +107,7 @@ struct Family {
 
 constexpr Family kFamilies[] = {
     {kLatin, {1252, 28605}, {kCpLatin1, 850, 858, 437, 10000}},  // West European
-    {kLatin, {1250, 28592, 28606}, {852, 10029}},                // Central European
+    {kLatin, {1250, kCpLatin2, 28606}, {852, 10029}},            // Central European
     {kLatin, {1254, 28599}, {857, 10081, 28593}},                // Turkish
     {kLatin, {1257, 28603, 28594, 28600}, {775}},                // Baltic, Nordic
     {kLatin, {1258}, {}},                                        // Vietnamese
@@ -137,14 +137,7 @@ bool carries(int codePage, std::string_view utf8, LogBase& log) {
 // The code page of a preference that mail can be written in; 0 without one.
 int usableCodePage(const char* preferred) noexcept {
   const int codePage = codePageOfCharset(viewOf(preferred));
-  switch (codePage) {
-    case kCpUtf16LE:
-    case kCpUtf16BE:
-    case kCpUtf32LE:
-    case kCpUtf32BE:
-    case kCpUtf7: return 0;
-    default: return codePage;
-  }
+  return isMailCodePage(codePage) ? codePage : 0;
 }
 
 // A sister of the preferred charset that carries the text; 0 when there is none.
@@ -161,7 +154,7 @@ int sisterFor(int preferred, Scripts scripts, std::string_view utf8, LogBase& lo
 int suggestedCodePage(int preferred, Scripts scripts, std::string_view utf8, LogBase& log) {
   if (preferred != 0 && carries(preferred, utf8, log)) return preferred;
   const bool isLatin = (scripts & ~kLatin) == 0;
-  if (isLatin && (carries(kCpLatin1, utf8, log) || carries(28592, utf8, log))) return 0;
+  if (isLatin && (carries(kCpLatin1, utf8, log) || carries(kCpLatin2, utf8, log))) return 0;
   // Text of ASCII letters is Latin, whatever quotes and dashes are in it.
   const int sister = sisterFor(preferred, scripts == kCommon ? kLatin : scripts, utf8, log);
   return sister != 0 ? sister : kCpUtf8;

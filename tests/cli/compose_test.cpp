@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+
 #include "mailtree/crypto/Digest.h"
 #include "tests/cli/shown.h"
 
@@ -109,7 +111,8 @@ TEST(Compose, takes_a_type_behind_the_last_colon_and_paths_that_hold_one) {
 
 TEST(Compose, reads_text_files_by_their_mark_or_by_the_charset_given) {
   const Workspace work;
-  const std::string u16("\xFF\xFE\xFC\0\n\0", 6);
+  const std::string u16("\xFF\xFE\xFC\0\n\0", 6), big("\xFE\xFF\0\xFC", 4);
+  const std::string u32("\xFF\xFE\0\0\xFC\0\0\0", 8);
   const struct {
     std::string bytes;
     const char* option;
@@ -119,7 +122,14 @@ TEST(Compose, reads_text_files_by_their_mark_or_by_the_charset_given) {
       {"\xEF\xBB\xBFü", "", "ü"},
       {u16, "", "ü\r\n"},
       {"\xFC\x80\n", "--text-charset windows-1252", "ü€\r\n"},
-      {"\xEF\xBB\xBFü", "--text-charset windows-1252", "ü"},
+      {"\xEF\xBB\xBFü", "--text-charset utf-8", "ü"},
+      {"\xEF\xBB\xBFx", "--text-charset windows-1252", "ï»¿x"},
+      {"\xFF\xFEx", "--text-charset iso-8859-1", "ÿþx"},
+      {u32, "", "ü"},
+      {u32, "--text-charset utf-32", "ü"},
+      {big, "--text-charset utf-16", "ü"},
+      {big, "--text-charset UTF-16BE", "ü"},
+      {big.substr(2) + big.substr(2), "--text-charset utf-16be", "üü"},
       {"\xFC\n", "", nullptr},
       {std::string("a\0b", 3), "", nullptr},
       {u16 + "x", "", nullptr},
@@ -168,6 +178,16 @@ TEST(Compose, refuses_what_is_no_address_and_says_which_and_why) {
       {"a@x y", "'a@x y'", "blank"},
       {"a@x..y", "'a@x..y'", "domain"},
       {"a@x.", "'a@x.'", "domain"},
+      {"a@-x.example", "'a@-x.example'", "domain"},
+      {"a@x-.example", "'a@x-.example'", "domain"},
+      {"\"\"@x", "'\"\"@x'", "before the at sign"},
+      {".a@x", "'.a@x'", "a dot"},
+      {"a.@x", "'a.@x'", "a dot"},
+      {"a..b@x", "'a..b@x'", "a dot"},
+      {"\"unclosed <a@x>", "'\"unclosed <a@x>'", "a quote or a comment"},
+      {"\"a\\\" <a@x>", "'\"a\\\" <a@x>'", "a quote or a comment"},
+      {"(c <a@x>", "'(c <a@x>'", "a quote or a comment"},
+      {"c) <a@x>", "'c) <a@x>'", "a quote or a comment"},
       {"a@[1*2]", "'a@[1*2]'", "domain"},
       {"a@=?utf-8?Q?x?=", "'a@=?utf-8?Q?x?='", "domain"},
       {"<a@x", "'<a@x'", "bracket"},
@@ -196,12 +216,13 @@ TEST(Compose, refuses_what_is_no_address_and_says_which_and_why) {
 
 TEST(Compose, takes_addresses_in_every_good_form) {
   const json message = composed(
-      "--to 'a@x, \"Berg, B\" <b@[1.2.3.4]>' --to 'c@y (Jo)' --to '\"d e\"@z' --cc 'Dieter (Köln) "
-      "<d@bücher.example>'");
+      "--to 'a@x, \"Berg, B\" <b@[1.2.3.4]>' --to 'c@y (Jo)' --to '\"d e\"@z' --to '\"(\" (\"\\)) <e@x-1.z>' "
+      "--cc 'Dieter (Köln) <d@bücher.example>'");
   const json to = {{{"name", ""}, {"address", "a@x"}},
                    {{"name", "Berg, B"}, {"address", "b@[1.2.3.4]"}},
                    {{"name", "Jo"}, {"address", "c@y"}},
-                   {{"name", ""}, {"address", "\"d e\"@z"}}};
+                   {{"name", ""}, {"address", "\"d e\"@z"}},
+                   {{"name", "("}, {"address", "e@x-1.z"}}};
   EXPECT_EQ(message["to"], to);
   EXPECT_EQ(message["cc"][0]["address"], "d@bücher.example");
 }
@@ -209,18 +230,34 @@ TEST(Compose, takes_addresses_in_every_good_form) {
 TEST(Compose, tells_hidden_recipients_to_the_envelope_only) {
   const Workspace work;
   const std::string options =
-      "--to 'b@x, B <b@x>' --cc c@x --bcc h@x --bcc b@x --envelope-out " + work.path("e");
+      "--to 'b@x, B <b@X>' --cc c@x --cc C@x --bcc h@x --bcc b@x --header 'Sender: s@x' --envelope-out " +
+      work.path("e");
   EXPECT_THAT(compose(options).out, Not(HasSubstr("h@x")));
-  const json envelope = {{"reverse_path", "a@x.example"}, {"recipients", {"b@x", "c@x", "h@x"}}};
+  const json envelope = {{"reverse_path", "a@x.example"}, {"recipients", {"b@x", "c@x", "C@x", "h@x"}}};
   EXPECT_EQ(json::parse(readFile(work.path("e"))), envelope);
   EXPECT_THAT(compose(options + " --keep-bcc").out, HasSubstr("\r\nBcc: h@x, b@x\r\n"));
   EXPECT_EQ(json::parse(readFile(work.path("e"))), envelope);
+}
+
+TEST(Compose, takes_very_many_recipients) {
+  const Workspace work;
+  const auto start = std::chrono::steady_clock::now();
+  std::string recipients;
+  for (int i = 0; i < 20000; ++i) recipients += "--to\na" + std::to_string(i) + "@x.example\n";
+  const Result result = shell("xargs -s 1900000 < " + work.write("r", recipients) +
+                              " \"$mailtree\" compose --from a@x --subject s --envelope-out " +
+                              work.path("e") + " -o " + work.path("m"));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+  ASSERT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(json::parse(readFile(work.path("e")))["recipients"].size(), 20000U);
+  EXPECT_EQ(shown(work.path("m"))["to"].size(), 20000U);
 }
 
 TEST(Compose, writes_nothing_when_something_is_wrong) {
   const Workspace work;
   const std::string out = work.write("out", "before"), envelope = work.write("e", "before");
   const std::string both = " -o " + out + " --envelope-out ";
+  std::filesystem::create_symlink(out, work.path("link"));
   const struct {
     std::string options;
     int status;
@@ -233,12 +270,19 @@ TEST(Compose, writes_nothing_when_something_is_wrong) {
       {"--attach " + out + ":multipart/mixed" + both + envelope, 2, "--attach: "},
       {"--text a --text-file b" + both + envelope, 2, "excludes"},
       {"--text-file - --attach -" + both + envelope, 2, "standard input"},
-      {"--charset nix" + both + envelope, 2, "--charset: 'nix'"},
-      {"--charset utf-16" + both + envelope, 2, "--charset: 'utf-16'"},
+      {"--charset nix" + both + envelope, 2, "--charset: 'nix': no charset of that name"},
+      {"--charset utf-16" + both + envelope, 2, "--charset: 'utf-16': mail text cannot"},
+      {"--charset utf-7" + both + envelope, 2, "--charset: 'utf-7': mail text cannot"},
       {"--text-charset nix" + both + envelope, 2, "--text-charset: 'nix'"},
       {"--date 2026-01-01" + both + envelope, 2, "--date: "},
       {"--date 'Fri, 30 Feb 2026 10:00:00 +0000'" + both + envelope, 2, "--date: "},
+      {"--date 'Fri, 21 Nov 2026 08:30:00 +0100'" + both + envelope, 2, "day of the week"},
+      {"--date '21 Nov 2026 08:30:00 +0160'" + both + envelope, 2, "--date: "},
+      {"--date '21 Nov 1899 08:30:00 +0100'" + both + envelope, 2, "--date: "},
       {"--text t" + both + out, 2, "--envelope-out: "},
+      {"--text t" + both + work.path("./new/../out"), 2, "--envelope-out: "},
+      {"--text t" + both + work.path("link"), 2, "--envelope-out: "},
+      {"--text t -o " + work.path("./new") + " --envelope-out " + work.path("new"), 2, "--envelope-out: "},
       {"--text t --envelope-out -", 2, "--envelope-out: "},
       {"--text t" + both + work.path("no/folder"), 3, work.path("no/folder") + ": "},
       {"--text t -o " + work.path("no/folder") + " --envelope-out " + envelope, 3,
@@ -263,8 +307,9 @@ TEST(Compose, takes_further_fields_and_refuses_what_would_forge_them) {
   EXPECT_THAT(out, Not(HasSubstr("3 (Normal)")));
 
   for (const char* field : {"X: a\nBcc: evil@x", "X: a\rb", "X y: a", "X-ü: a", ": a", "none", "X: \x01",
-                            "X: \xFF", "Content-Type: text/html", "SVX-Bounce-Address: a@x", "Date: soon",
-                            "Reply-To: nobody", "Resent-To: nobody"}) {
+                            "X: \xFF", "Content-Type: text/html", "SVX-Bounce-Address: a@x", "from: b@x",
+                            "Subject: t", "Date: Sat, 21 Nov 2026 08:30:00 +0100", "Reply-To: b@x",
+                            "Return-Path: <b@x>", "Resent-Bcc: b@x", "Resent-To: nobody"}) {
     const Result result = compose("--header '" + std::string(field) + "'");
     EXPECT_EQ(result.status, 2) << field;
     EXPECT_EQ(result.out, "") << field;

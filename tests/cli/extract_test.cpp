@@ -56,6 +56,8 @@ TEST(Extract, makes_every_name_safe) {
       {"a\tb\x1b[2J\x7F.txt", "a_b_[2J_.txt"},
       {"photo\xE2\x80\xAEgpj.exe", "photo_gpj.exe"},
       {"\xEF\xBB\xBF\xC2\x85.txt", "__.txt"},
+      {"p\u00ADa\u180Ey\u200Bp\u2060a\u206Fl\U000E0041.e\u2064xe", "p_a_y_p_a_l_.e_xe"},
+      {"\u0645\u200C\u200D.txt", "\u0645\u200C\u200D.txt"},
       {"stream:hidden<1>|?*\".txt", "stream_hidden_1_____.txt"},
       {"CON", "_CON"},
       {"nul.tar.gz", "_nul.tar.gz"},

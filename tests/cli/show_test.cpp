@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "mailtree/crypto/Digest.h"
 #include "tests/cli/shown.h"
 
 namespace mailtree::cli_test {
@@ -182,6 +183,35 @@ TEST(Show, lets_no_control_character_of_a_mail_reach_the_terminal) {
   }
   EXPECT_THAT(mailtree("show '" + file + "'").out, Not(HasSubstr("\xE2\x80\xAE")))
       << "no direction override either";
+}
+
+TEST(Show, escapes_for_programs_what_a_terminal_may_obey) {
+  const Workspace work;
+  const std::string file = work.write("m", "Subject: a\u202Eb\u2066\u061C\U000E0041\u200Dü\n\n");
+  const std::string out = mailtree("show --json " + file).out;
+  EXPECT_THAT(out, HasSubstr("\"a\\u202eb\\u2066\\u061c\\udb40\\udc41\u200Dü\""));
+  EXPECT_EQ(json::parse(out)["subject"], "a\u202Eb\u2066\u061C\U000E0041\u200Dü");
+}
+
+TEST(Show, reads_8bit_text_without_a_label_as_letters) {
+  const struct {
+    const char *text, *read;
+  } rows[] = {
+      {"Gr\xFC\xDF"
+       "e",
+       "Grüße"},
+      {"\xFF\xFE"
+       "ab",
+       "ÿþab"},
+      {"\xFE\xFF"
+       "abcd",
+       "þÿabcd"},
+  };
+  const Workspace work;
+  for (const auto& row : rows)
+    EXPECT_EQ(shown(work.write("m", "Subject: s\n\n" + std::string(row.text)))["tree"]["text_sha256"],
+              sha256Hex(row.read))
+        << row.read;
 }
 
 TEST(Show, names_what_it_repaired) {

@@ -102,6 +102,19 @@ TEST(Charset, reads_labels_as_mail_writes_them) {
   for (const auto& row : rows) EXPECT_EQ(codePageOfCharset(row.label), row.codePage) << row.label;
 }
 
+TEST(Charset, tells_what_mail_can_be_written_in) {
+  const struct {
+    const char* name;
+    bool isWide, isForMail;
+  } rows[] = {{"utf-8", false, true},    {"us-ascii", false, true}, {"iso-2022-jp", false, true},
+              {"utf-16le", true, false}, {"utf-16be", true, false}, {"utf-32le", true, false},
+              {"utf-32be", true, false}, {"utf-7", false, false},   {"unknown", false, false}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(hasWideUnits(codePageOfCharset(row.name)), row.isWide) << row.name;
+    EXPECT_EQ(isMailCodePage(codePageOfCharset(row.name)), row.isForMail) << row.name;
+  }
+}
+
 TEST(Charset, keeps_its_name_and_compares_by_code_page) {
   _svCharset named, numbered, unknown, unknownToo;
   named.setByName("Latin1");

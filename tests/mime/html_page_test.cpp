@@ -101,6 +101,60 @@ TEST(HtmlUnspam, RemovesInvisibleElements) {
   expectCleaned(rows);
 }
 
+TEST(HtmlUnspam, RemovesOnlyWhatTheStyleHidesForBrowsers) {
+  const Row rows[] = {
+      {"a<i style=opacity:0%>x</i><i style='opacity:.0'>y</i><i style='font-size:0%'>z</i>b", "ab"},
+      {"a<i style='font-size:0vmin'>x</i><p style='height:0Q;overflow:hidden;display:block'>y</p>b", "ab"},
+      {"a<i style='background:url(x;y);display:none'>x</i>b", "ab"},
+      {"a<i style='content:\"\\\";\";/* ; */display:none'>x</i>b", "ab"},
+  };
+  expectCleaned(rows);
+  const char* const shown[] = {
+      "<i style=opacity:0px>x</i>",
+      "<i style=opacity:0.>x</i>",
+      "<i style=font-size:0foo>x</i>",
+      "<i style=font-size:0.0.0>x</i>",
+      "<p style='height:0%;overflow:hidden'>x</p>",
+      "<p style='max-height:0%;overflow:hidden'>x</p>",
+      "<p style='height:0;overflow:hidden;display:inline'>x</p>",
+      "<p style='height:0;overflow:hidden;display:table'>x</p>",
+      "<i style='background:url(data:x;display:none;y)'>x</i>",
+      "<i style='content:\";display:none;\"'>x</i>",
+      "<i style='/*;display:none;*/'>x</i>",
+      "<i style='a:\";display:none'>x</i>",
+  };
+  for (const char* page : shown) EXPECT_EQ(cleaned(page), page);
+}
+
+TEST(HtmlUnspam, LeavesWhatAStyleSheetMayShow) {
+  const struct {
+    const char *sheet, *element;
+    bool stays;
+  } rows[] = {
+      {"@media (max-width:9px){.Wide.m{display:block!important}}", "<p class='n M' style=display:none>x</p>",
+       true},
+      {"#m{display:block ! IMPORTANT}", "<p id=m style=display:none>x</p>", true},
+      {"p[class=\"m\"]{display:block!important}", "<p class=m hidden>x</p>", true},
+      {"p[class*=\"mob\"]{display:block!important}", "<p class=mobile hidden>x</p>", true},
+      {".sm\\:m{display:block!important}", "<p class=sm:m style=opacity:0>x</p>", true},
+      {".\\6d{display:block!important}", "<p class=m style=opacity:0>x</p>", true},
+      {".m{height:auto!important}", "<p class=m style='height:0;overflow:hidden'>x</p>", true},
+      {".m{display:block!important}", "<p class=&#109; style=display:none>x</p>", true},
+      {".m{display:block!important}", "<p class=m style='display:none!important'>x</p>", false},
+      {".m{display:block}", "<p class=m style=display:none>x</p>", false},
+      {".mm{display:block!important}", "<p class=m style=display:none>x</p>", false},
+      {".m{display:block!important}", "<p style=display:none>x</p>", false},
+      {"p[class*=m]{display:block!important}", "<p class='' style=display:none>x</p>", false},
+  };
+  for (const auto& row : rows) {
+    const std::string sheet = std::string("<style>") + row.sheet + "</style>";
+    const std::string kept = row.stays ? row.element : "";
+    EXPECT_EQ(cleaned(sheet + row.element), sheet + kept) << row.sheet << row.element;
+    const std::string unclosed = std::string("<style>") + row.sheet;
+    EXPECT_EQ(cleaned(row.element + unclosed), kept + unclosed) << row.sheet << row.element;
+  }
+}
+
 TEST(HtmlUnspam, LeavesInvisibleElementsThatAreNotNestedAsTheyStand) {
   const char* const pages[] = {
       "<img style='display:none'><div style='display:none'>x",
@@ -154,9 +208,21 @@ TEST(HtmlUnspam, IsDoneAfterOneRound) {
 }
 
 TEST(HtmlUnspam, IsLinear) {
-  const char* const pieces[] = {
-      "<b>", "</b>",        "<!--", "a<!---->",       "<span hidden>", "&",
-      "&#",  "<p hidden>x", "a<b>", "<a hidden></a>", "<i a=",         "<div hidden>x</div>y"};
+  const char* const pieces[] = {"<b>",
+                                "</b>",
+                                "<!--",
+                                "a<!---->",
+                                "<span hidden>",
+                                "&",
+                                "&#",
+                                "<p hidden>x",
+                                "a<b>",
+                                "<a hidden></a>",
+                                "<i a=",
+                                "<div hidden>x</div>y",
+                                "<style>!important .a\\",
+                                "<style>.a{!important}</style><p hidden class='a b'>x</p>",
+                                "<i style='/*(\">x</i>"};
   for (const char* piece : pieces) {
     std::string html;
     while (html.size() < 1'000'000) html += piece;

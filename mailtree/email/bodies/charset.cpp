@@ -41,8 +41,6 @@ void keepPromises(Email2& email, int before, LogBase& log) {
   });
 }
 
-constexpr int kCpLatin2 = 28592;
-
 bool carries(int codePage, const DataBuffer& utf8, LogBase& log) {
   DataBuffer scratch;
   return EncodingConvert::EncConvert(kCpUtf8, codePage, utf8.getData2(), utf8.getSize(), scratch, log);

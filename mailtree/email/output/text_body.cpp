@@ -7,13 +7,6 @@
 namespace mailtree {
 namespace {
 
-/// Whether a code page has units of two or four bytes (utf-16, utf-32): neither markup nor line ends can be
-/// read in its bytes.
-bool hasWideUnits(int codePage) noexcept {
-  constexpr int kCpUtf32LE = 12000, kCpUtf32BE = 12001;
-  return codePage == kCpUtf16LE || codePage == kCpUtf16BE || codePage == kCpUtf32LE || codePage == kCpUtf32BE;
-}
-
 /// Gives a page a whole structure and a META tag that names the charset in which it travels.
 void declareCharset(StringBuffer& html, const char* charset, LogBase& log) {
   LogContextExitor context(log, "processHtmlMeta");
