@@ -55,6 +55,15 @@ std::size_t declarationEnd(std::string_view style) noexcept {
   return style.size();
 }
 
+std::string_view withoutCommentsBefore(std::string_view text) noexcept {
+  for (text = trimLeft(text); text.starts_with("/*"); text = trimLeft(text)) {
+    const std::size_t end = text.find("*/", 2);
+    if (end == std::string_view::npos) return {};
+    text.remove_prefix(end + 2);
+  }
+  return text;
+}
+
 // A property as it stands after all declarations: the last one counts, an important one before others.
 class Property {
  public:
@@ -101,9 +110,10 @@ struct Style {
 
  private:
   void declare(std::string_view declaration, bool isImportantOnly) noexcept {
+    declaration = withoutCommentsBefore(declaration);
     const std::size_t colon = declaration.find(':');
     if (colon == std::string_view::npos) return;
-    const std::string_view name = trim(declaration.substr(0, colon));
+    const std::string_view name = trimRight(declaration.substr(0, colon));
     std::string_view value = trim(declaration.substr(colon + 1));
     const std::size_t mark = value.rfind('!');
     const bool isImportant =

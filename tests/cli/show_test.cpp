@@ -193,7 +193,7 @@ TEST(Show, escapes_for_programs_what_a_terminal_may_obey) {
   EXPECT_EQ(json::parse(out)["subject"], "a\u202Eb\u2066\u061C\U000E0041\u200Dü");
 }
 
-TEST(Show, reads_8bit_text_without_a_label_as_letters) {
+TEST(Show, reads_attached_8bit_text_without_a_label_as_letters) {
   const struct {
     const char *text, *read;
   } rows[] = {
@@ -207,9 +207,12 @@ TEST(Show, reads_8bit_text_without_a_label_as_letters) {
        "abcd",
        "þÿabcd"},
   };
+  const std::string head =
+      "Content-Type: multipart/mixed; boundary=b\n\n--b\nContent-Type: text/csv\n"
+      "Content-Disposition: attachment\n\n";
   const Workspace work;
   for (const auto& row : rows)
-    EXPECT_EQ(shown(work.write("m", "Subject: s\n\n" + std::string(row.text)))["tree"]["text_sha256"],
+    EXPECT_EQ(shown(work.write("m", head + row.text + "\n--b--\n"))["tree"]["parts"][0]["text_sha256"],
               sha256Hex(row.read))
         << row.read;
 }
