@@ -197,9 +197,9 @@ TEST(Show, reads_attached_8bit_text_without_a_label_as_letters) {
   const struct {
     const char *text, *read;
   } rows[] = {
-      {"Gr\xFC\xDF"
+      {"Viele Gr\xFC\xDF"
        "e",
-       "Grüße"},
+       "Viele Grüße"},
       {"\xFF\xFE"
        "ab",
        "ÿþab"},
