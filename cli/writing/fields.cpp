@@ -1,12 +1,11 @@
 #include "cli/writing/fields.h"
 
 #include <algorithm>
-#include <chrono>
 #include <map>
-#include <regex>
 #include <utility>
 
 #include "cli/writing/addresses.h"
+#include "cli/writing/dates.h"
 #include "mailtree/base/Utf.h"
 #include "mailtree/mime/HeaderValue.h"
 
@@ -56,36 +55,6 @@ bool isFieldName(std::string_view name) {
          std::all_of(name.begin(), name.end(), [](char c) { return c > ' ' && c < 0x7F && c != ':'; });
 }
 
-constexpr std::string_view kWeekdays[] = {"sun", "mon", "tue", "wed", "thu", "fri", "sat"};
-constexpr std::string_view kMonths[] = {"jan", "feb", "mar", "apr", "may", "jun",
-                                        "jul", "aug", "sep", "oct", "nov", "dec"};
-
-/// Position of a name in its table, ignoring case.
-template <std::size_t N>
-unsigned positionIn(const std::string_view (&names)[N], std::string_view name) {
-  const auto isName = [name](std::string_view other) { return equalsNoCase(name, other); };
-  return static_cast<unsigned>(std::find_if(names, names + N, isName) - names);
-}
-
-/// A date that is written as it is given: the parser alone would also take forms that no header may hold
-/// (RFC 5322, 3.3), and days of the week that are others.
-bool isDate(const std::string& text) {
-  static const std::regex form(
-      "(?:(mon|tue|wed|thu|fri|sat|sun), )?([0-9]{1,2}) "
-      "(jan|feb|mar|apr|may|jun|jul|aug|sep|oct|nov|dec) ((?:19|[2-9][0-9])[0-9]{2}) "
-      "[0-9]{2}:[0-9]{2}(?::[0-9]{2})? (?:[+-][0-9]{2}[0-5][0-9]|ut|gmt)",
-      std::regex::icase);
-  std::smatch parts;
-  SorvikSysTime unused;
-  if (!std::regex_match(text, parts, form) || !_svDateParser::parse(text, unused)) return false;
-  if (!parts[1].matched) return true;
-  namespace time = std::chrono;
-  const time::year_month_day day(time::year(std::stoi(parts[4])),
-                                 time::month(positionIn(kMonths, parts[3].str()) + 1),
-                                 time::day(static_cast<unsigned>(std::stoi(parts[2]))));
-  return time::weekday(time::sys_days(day)).c_encoding() == positionIn(kWeekdays, parts[1].str());
-}
-
 void addRecipients(Email2& email, const RecipientField& field, const std::string& value, LogBase& log) {
   const bool isShown = field.kind == RecipientKind::bcc && email.hasHeaderField("Bcc", log);
   email.addMultipleRecip(static_cast<int>(field.kind), value.c_str(), log);
@@ -133,7 +102,7 @@ std::optional<std::string> whyBadField(const HeaderField& field) {
   for (const std::string_view prefix : kInternalPrefixes)
     if (beginsWithNoCase(field.name, prefix)) return "fields of that name are never written";
   if (const auto problem = whyBadValue(field.value)) return problem;
-  if (equalsNoCase(field.name, "Date") && !isDate(field.value))
+  if (equalsNoCase(field.name, "Date") && !isHeaderDate(field.value))
     return "no date such as 'Sat, 21 Nov 2026 08:30:00 +0100', or not that day of the week";
   const bool isNullPath = field.value == "<>" && equalsNoCase(field.name, "Return-Path");
   if (isNullPath || grammarOf(field.name) != FieldGrammar::addresses) return std::nullopt;
