@@ -110,6 +110,18 @@ void markReportText(Email2& root, Outline& outline) {
   outline.plainText = static_cast<int>(row - outline.rows.begin());
 }
 
+/// What was attached to a signed message or a report stands beside it in a mixed enclosure, where no alternative
+/// is looked for; a reader still sees its text.
+void markEnclosedBodies(Email2& root, const RowOfNode& rowOf, Outline& outline) {
+  if (!root.isMultipartMixed()) return;
+  for (int i = 0; i < root.getNumParts() && outline.plainText < 0 && outline.html < 0; ++i) {
+    Email2& part = *root.getPart(i);
+    if (!part.isMultipartReport() && !part.equalsContentType("multipart/signed")) continue;
+    markBodies(part, rowOf, outline);
+    markReportText(part, outline);
+  }
+}
+
 void markAttachments(Email2& root, const RowOfNode& rowOf, Outline& outline) {
   ExtPtrArray found;
   ReasonLog log;
@@ -150,6 +162,7 @@ Outline outlineOf(Email2& root) {
   markBodies(root, ids, outline);
   markUntypedBody(root, ids, outline);
   markReportText(root, outline);
+  markEnclosedBodies(root, ids, outline);
   markAttachments(root, ids, outline);
   return outline;
 }

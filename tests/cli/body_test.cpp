@@ -40,6 +40,12 @@ TEST(Body, is_plain_text_else_html_and_status_1_without_one) {
        "Content-Type: multipart/mixed; boundary=b\n\n--b\nContent-Type: text/plain; charset=iso-8859-1\n"
        "Content-Disposition: inline; filename=a.txt\n\ncaf\xE9\n--b--\n",
        0, "café"},
+      {"a signed text with a file attached beside it", "",
+       "Content-Type: multipart/mixed; boundary=a\n\n--a\nContent-Type: multipart/signed; boundary=b\n\n"
+       "--b\nContent-Type: text/plain\n\nsigned\n--b\n"
+       "Content-Type: application/pkcs7-signature\n\nx\n--b--\n"
+       "--a\nContent-Disposition: attachment; filename=f.txt\nContent-Type: text/plain\n\nfile\n--a--\n",
+       0, "signed"},
       {"a report, by the alternatives of its first part", "",
        "Content-Type: multipart/report; boundary=b\n\n--b\nContent-Type: multipart/alternative; "
        "boundary=c\n\n"
