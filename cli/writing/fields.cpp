@@ -98,10 +98,10 @@ std::optional<std::string> whyBadValue(std::string_view value) {
 }
 
 std::optional<std::string> whyBadField(const HeaderField& field) {
-  if (const auto problem = whyBadFieldName(field.name)) return problem;
+  if (auto problem = whyBadFieldName(field.name)) return problem;
   for (const std::string_view prefix : kInternalPrefixes)
     if (beginsWithNoCase(field.name, prefix)) return "fields of that name are never written";
-  if (const auto problem = whyBadValue(field.value)) return problem;
+  if (auto problem = whyBadValue(field.value)) return problem;
   if (equalsNoCase(field.name, "Date") && !isHeaderDate(field.value))
     return "no date such as 'Sat, 21 Nov 2026 08:30:00 +0100', or not that day of the week";
   const bool isNullPath = field.value == "<>" && equalsNoCase(field.name, "Return-Path");

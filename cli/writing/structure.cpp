@@ -46,8 +46,7 @@ void removeChildren(Email2& parent, const std::unordered_set<const SorvikObject*
     EmailPtr child(parent.extractSubpartByIndex(parent.getNumParts() - 1));
     if (!doomed.contains(child.get())) kept.push_back(std::move(child));
   }
-  for (auto child = kept.rbegin(); child != kept.rend(); ++child)
-    parent.insertSubPartAtIndex(child->release(), -1);
+  for (; !kept.empty(); kept.pop_back()) parent.insertSubPartAtIndex(kept.back().release(), -1);
 }
 
 }  // namespace
