@@ -22,5 +22,15 @@ void addAttachments(CLI::App& app, Action& action);
 void addExtract(CLI::App& app, Action& action);
 void addCompose(CLI::App& app, Action& action);
 void addEdit(CLI::App& app, Action& action);
+void addReply(CLI::App& app, Action& action);
+void addForward(CLI::App& app, Action& action);
+void addMessages(CLI::App& app, Action& action);
+void addReport(CLI::App& app, Action& action);
+void addRelated(CLI::App& app, Action& action);
+void addMerge(CLI::App& app, Action& action);
+void addMht(CLI::App& app, Action& action);
+void addXml(CLI::App& app, Action& action);
+void addTree(CLI::App& app, Action& action);
+void addTidy(CLI::App& app, Action& action);
 
 }  // namespace mailtree::cli

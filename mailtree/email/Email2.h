@@ -35,6 +35,8 @@
 
 namespace mailtree {
 
+class ClsStringArray;
+class ClsXml;
 class MimeMessage2;
 struct ReceivedContent;
 
@@ -67,6 +69,17 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   //   9  Attachments                             structure/attachments.cpp     attachments_test.cpp
   //  10  Making attachments                      creation/attachments.cpp      creation_test.cpp
   //  11  Addresses                               addresses/*.cpp               addresses_test.cpp
+  //  12  Related items and calendars             structure/related.cpp         related_test.cpp
+  //                                              creation/related.cpp
+  //                                              creation/calendar.cpp
+  //  13  Attached messages, digests, reports     structure/messages.cpp        messages_test.cpp
+  //                                              structure/reports.cpp         reports_test.cpp
+  //  14  Transformations of whole messages       transform/reply_forward.cpp   reply_forward_test.cpp
+  //                                              transform/clone.cpp           clone_test.cpp
+  //                                              transform/mht.cpp             mht_test.cpp
+  //                                              transform/tidy.cpp            tidy_test.cpp
+  //  15  XML and diagnostics                     output/xml.cpp                xml_test.cpp
+  //                                              output/diagnostics.cpp        diagnostics_test.cpp
 
   /// @name 1. Life, subparts, shared settings
   /// @{
@@ -495,6 +508,121 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   bool getAllRecipientAddressesA(ExtPtrArraySb& out, const ExtPtrArray& replacements, LogBase& log);
   bool addRecipientsForType(int kind, ExtPtrArraySb& out, const ExtPtrArray& replacements, LogBase& log);
   static void replaceStringsSb(const ExtPtrArray& replacements, StringBuffer& text);
+  /// @}
+
+  /// @name 12. Related items and calendars
+  /// Related items are what an HTML body refers to by Content-ID or location. They are numbered from 0 in the
+  /// multipart/related enclosure, without its first subpart when that is the HTML body.
+  /// @{
+
+  int getNumRelatedItems(LogBase& log);
+  /// 1 when the first subpart of this enclosure is the HTML body; else 0.
+  int firstPartNotRelatedItem(LogBase& log);
+  Email2* getRelatedItem(int index, LogBase& log);  ///< Borrowed.
+  bool setRelatedHeader(int index, const char* name, const char* value, LogBase& log);
+  /// Puts a ready item where it belongs, making the enclosure and moving the HTML body into it when there is none.
+  /// Takes `item` over, but for a failure to make the enclosure: then it stays the caller's.
+  void addRelatedContent(Email2* item, LogBase& log);
+  /// Deliberate: counts from the second subpart, whether or not the first is the HTML body.
+  void dropRelatedItem(int index);
+  /// Destroys every subpart of the enclosure but the first.
+  void dropRelatedItems();
+  /// Moves attachments to which the HTML refers by Content-ID into the related enclosure. A mixed enclosure that
+  /// is left with nothing but the alternatives becomes them.
+  void fixRelated(LogBase& log);
+
+  /// New items, owned by the caller; null when there is no name, or the file cannot be read. A type that is not
+  /// given follows from the extension of the name. Deliberate: an unknown extension gives no type at all.
+  static Email2* createRelatedFromFileUtf8(_svEmailCommon& common, const char* path, const char* contentType,
+                                           LogBase& log);
+  static Email2* createRelatedFromDataUtf8(_svEmailCommon& common, const char* name, const char* contentType,
+                                           const DataBuffer& data, LogBase& log);
+  /// The same, referred to by `name` as its Content-Location instead of a generated Content-ID.
+  static Email2* createRelatedFromFileNoCid(_svEmailCommon& common, XString& path, XString& name,
+                                            LogBase& log);
+  static Email2* createRelatedFromDataNoCid(_svEmailCommon& common, const char* name, const DataBuffer& data,
+                                            LogBase& log);
+  /// A text/calendar body (RFC 6047) with its method, such as "REQUEST"; owned by the caller. `data` is moved from.
+  static Email2* createCalendarAlternativeUtf8(_svEmailCommon& common, DataBuffer& data, const char* method,
+                                               int codePage, LogBase& log);
+  /// @}
+
+  /// @name 13. Attached messages, digests, reports
+  /// Positions start at 0. Deliberate: getting an attached message counts through nested enclosures, removing one
+  /// and reading a report count afresh in each.
+  /// @{
+
+  int getNumAttachedMessages(LogBase& log);
+  /// Parses the index-th attached message into a tree of its own that shares these settings; owned by the caller,
+  /// null when there is none. What loading sets in the settings (charset when none was chosen, limits) is set for
+  /// both. `counter` is 0 at the call.
+  Email2* getAttachedMessage(int index, int& counter, SystemCerts& certs, LogBase& log);
+  /// A parameter of a header field of the part that holds the index-th attached message.
+  bool getAttachedMessageAttr(int index, int& counter, XString& fieldName, XString& attrName, LogBase& log,
+                              XString& out);
+  bool removeAttachedMessage(int index);
+  void removeAttachedMessages();
+  int getNumDigests();
+  Email2* getNthDigest(int index, SystemCerts& certs, LogBase& log);  ///< Owned by the caller.
+  /// Whether this is a part of a report: message/* but no attached message, or text/rfc822-headers.
+  bool isReportPart() const;
+  int getNumReports();
+  /// Replaces `out` by the body of the index-th part of a report.
+  bool getReport(int index, LogBase& log, StringBuffer& out);
+  /// Replaces `out` by a parameter of one of this node's own header fields.
+  void getHeaderFieldAttr(const char* fieldName, const char* attrName, XString& out, LogBase& log);
+  /// A field of the delivery status, of the first recipient when it is one of those (RFC 3464).
+  bool getDeliveryStatusInfo(const char* fieldName, XString& out, LogBase& log);
+  /// Appends the address of each Final-Recipient.
+  bool getDsnFinalRecipients(ClsStringArray& out, LogBase& log);
+  bool getDeliveryStatusContent(XString& out, LogBase& log);
+  /// @}
+
+  /// @name 14. Transformations of whole messages
+  /// @{
+
+  /// Turn a received message into an answer to its sender or into one to pass on: its text quoted behind a head
+  /// that names it, tracing fields gone, new date and identifier, no sender yet.
+  void convertToReply(LogBase& log);
+  void convertToForward(LogBase& log);
+  void removeHdrsForwRepl(LogBase& log);
+
+  /// A deep copy with settings of its own; owned by the caller, null when memory ran out. With `shareImageData`
+  /// the copies of images and PDFs refer to the bytes of this tree, which must then outlive them unchanged.
+  Email2* clone_v3(bool shareImageData, LogBase& log);
+  Email2* clone_v3_inner(_svEmailCommon& common, bool shareImageData, LogBase& log);
+  /// A copy in which every key of the pairs (StringPair) is replaced by its value, in their order.
+  Email2* cloneAndReplace_v3(bool shareImageData, const ExtPtrArray& pairs, LogBase& log);
+  /// Replaces in text bodies, header fields and addresses of the whole tree, matching case.
+  void replaceStrings(const ExtPtrArray& pairs, LogBase& log);
+
+  /// A copy without attachments that has an HTML body, ready to be kept as a web archive; owned by the caller.
+  /// Deliberate: text that becomes HTML is not escaped. `html` is what may refer to attachments.
+  Email2* cloneToMht2(StringBuffer& html, LogBase& log);
+
+  /// In a multipart/mixed without alternatives: moves a first text/plain into a new alternative enclosure.
+  void moveMtMixedPlainTextToAlt(LogBase& log);
+  /// Moves the first text/html subpart of one node to the end of another's.
+  static void checkMoveHtmlToRelated(Email2& from, Email2& to, LogBase& log);
+  /// Gives every part a transfer encoding that survives transport.
+  void safeguardBodies(LogBase& log);
+  /// Reduces every file name to its last component.
+  void removeAttachmentPaths(LogBase& log);
+  /// Replaces the HTML body by what _svHtml::unSpam leaves of it.
+  void unSpamify(LogBase& log);
+  /// @}
+
+  /// @name 15. XML and diagnostics
+  /// @{
+
+  /// Replaces `out` by the tree as an XML document, compact or indented. Changes transfer encodings as
+  /// safeguardBodies does.
+  bool getEmailXml(bool compact, StringBuffer& out, LogBase& log);
+  /// Fills an element with this node and everything below it.
+  bool getEmailXmlR(ClsXml& node, LogBase& log);
+  /// Logs the tree, one context per node. Only for nodes with shared settings. `scratch` is overwritten.
+  void logEmailStructure(StringBuffer& scratch, LogBase& log);
+  void logContentTypeAndEncoding(LogBase& log);
   /// @}
 
   /// What the attachment decision looks at; views into this node.
