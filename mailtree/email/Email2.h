@@ -587,13 +587,21 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void convertToForward(LogBase& log);
   void removeHdrsForwRepl(LogBase& log);
 
-  /// A deep copy with settings of its own; owned by the caller, null when memory ran out. With `shareImageData`
-  /// the copies of images and PDFs refer to the bytes of this tree, which must then outlive them unchanged.
+  /// A deep copy with settings of its own; owned by the caller, null when memory ran out. It is written as this
+  /// tree is, signed content byte for byte.
+  /// @param shareImageData  the copies of images and PDFs refer to the bytes of this tree instead of copying them.
+  ///                        This tree must then outlive the copy, those bodies unchanged; a copy whose body is
+  ///                        changed gets bytes of its own first.
   Email2* clone_v3(bool shareImageData, LogBase& log);
+  /// The same with nodes that share `common`, whatever the settings of this tree are.
   Email2* clone_v3_inner(_svEmailCommon& common, bool shareImageData, LogBase& log);
-  /// A copy in which every key of the pairs (StringPair) is replaced by its value, in their order.
+  /// A copy in which every key of the pairs (StringPair) is replaced by its value; ownership and lifetime as for
+  /// clone_v3. Cheaper than both steps: a text that changes is not copied first.
   Email2* cloneAndReplace_v3(bool shareImageData, const ExtPtrArray& pairs, LogBase& log);
-  /// Replaces in text bodies, header fields and addresses of the whole tree, matching case.
+  /// Replaces every key by its value, pair by pair, in the text bodies, header fields and addresses of the whole
+  /// tree. Keys match case, and what the reader sees: bodies as utf-8, names and subjects decoded. What a key does
+  /// not occur in is not touched; what changes is encoded for what it now holds, and members follow their fields.
+  /// No line break gets into a header field. The pairs must not be part of the tree.
   void replaceStrings(const ExtPtrArray& pairs, LogBase& log);
 
   /// A copy without attachments that has an HTML body, ready to be kept as a web archive; owned by the caller.

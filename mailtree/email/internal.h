@@ -67,6 +67,10 @@ _svCharset labelledCharset(const Email2& node);
 /// Makes the Content-Type field of a part say utf-8, whatever the email's charset is.
 void labelUtf8(Email2& node, LogBase& log);
 
+/// Stores a text as a part's body, taking it. One that counts as a file of its own is written as it stands, so it
+/// is brought to the charset that its label names, or the label changes.
+void storeText(Email2& part, DataBuffer& utf8, LogBase& log);
+
 /// Whether a body is written as it stands and promised to be 7-bit.
 inline bool promises7bit(const Email2& node) noexcept {
   return node.m_transferEncoding.isEmpty() || node.m_transferEncoding.equalsIgnoreCase("7bit");

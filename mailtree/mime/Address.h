@@ -53,7 +53,7 @@ class _svEmailAddress final : public SorvikObject {
                            LogBase& log) const;
 
   void copyEmailAddress(const _svEmailAddress& other);
-  /// Replaces every occurrence of a text in name and address.
+  /// Replaces every occurrence of a text in name and address, matching case; an empty one matches nothing.
   void replaceString(const char* a, const char* b);
   void clearEmailAddress();
 };

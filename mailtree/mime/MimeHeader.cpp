@@ -8,9 +8,12 @@
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Log.h"
 #include "mailtree/base/Utf.h"
+#include "mailtree/mime/Charset.h"
 #include "mailtree/mime/EncodedWord.h"
 #include "mailtree/mime/HeaderLines.h"
 #include "mailtree/mime/HeaderText.h"
+#include "mailtree/mime/HeaderValue.h"
+#include "mailtree/mime/Replacements.h"
 
 namespace mailtree {
 
@@ -185,6 +188,14 @@ void MimeHeader::copyMimeHeaderFrom(const MimeHeader& other, LogBase&) {
   m_foldLongValues = foldLongValues;
 }
 
+bool MimeHeader::cloneMimeHeader(const MimeHeader& other) {
+  return neverThrow(false, [&] {
+    MimeHeader copy(other);
+    *this = std::move(copy);
+    return true;
+  });
+}
+
 void MimeHeader::clear() {
   const bool foldLongValues = m_foldLongValues;
   *this = MimeHeader();
@@ -214,6 +225,36 @@ void MimeHeader::joinFields(std::string_view name) {
     return true;
   };
   m_fields.erase(std::remove_if(m_fields.begin() + first + 1, m_fields.end(), isFurther), m_fields.end());
+}
+
+bool MimeHeader::replacePattern(const char* key, const char* value) {
+  return neverThrow(false, [&] {
+    Replacements single;
+    single.add(viewOf(key), viewOf(value));
+    return !replacePatterns(single).empty();
+  });
+}
+
+std::vector<int> MimeHeader::replacePatterns(const Replacements& replacements) {
+  std::vector<int> changed;
+  for (int i = 0; i < getNumFields(); ++i)
+    if (replaceInRow(m_fields[static_cast<std::size_t>(i)], replacements)) changed.push_back(i);
+  return changed;
+}
+
+/// The new value is a finished one: it was encoded where its grammar allows, so that a value which looks like an
+/// encoded word is not read as one.
+bool MimeHeader::replaceInRow(Field& row, const Replacements& replacements) {
+  if (row.kind == Kind::noField) return false;
+  std::string scratch;
+  std::string_view value = unfolded(row, scratch);
+  if (row.kind == Kind::rawFilename) {
+    scratch = renderRawFilename(withoutBreaks(value), kCpUtf8).text;
+    value = scratch;
+  }
+  const std::string name(nameOf(row));
+  const auto replaced = replacedHeaderValue(name, value, replacements);
+  return replaced && writeRow(row, name, *replaced, Kind::asGiven);
 }
 
 /// The first field of the name takes the value, or a new one does.

@@ -24,6 +24,7 @@
 namespace mailtree {
 
 class LogBase;
+class Replacements;
 class _svCharset;
 class _svContentType;
 
@@ -113,7 +114,14 @@ class MimeHeader final : public SorvikObject {
   void addMimeField(const char* name, const char* value, bool asGiven, LogBase& log);
   void removeMimeField(const char* name, bool all);
   void copyMimeHeaderFrom(const MimeHeader& other, LogBase& log);
+  /// Becomes an exact copy of another list, its options included. False, and unchanged, when memory ran out.
+  bool cloneMimeHeader(const MimeHeader& other);
   void clear();
+  /// Replaces a literal text in every value as it reads decoded, matching case; names stay. A field without it
+  /// keeps its bytes as they were received. @return whether a field changed.
+  bool replacePattern(const char* key, const char* value);
+  /// The same for a whole list, each value decoded once. @return the indexes of the fields that changed.
+  std::vector<int> replacePatterns(const Replacements& replacements);
   /// Joins all fields of that name into the first, a comma between the values; the others go. Nothing for
   /// fewer than two.
   void joinFields(std::string_view name);
@@ -175,6 +183,7 @@ class MimeHeader final : public SorvikObject {
 
   void setQuietly(const char* name, const char* value, Kind kind);
   void append(std::string_view name, std::string_view value, Kind kind);
+  bool replaceInRow(Field& row, const Replacements& replacements);
   bool writeRow(Field& row, std::string_view name, std::string_view value, Kind kind);
   void compact();
 

@@ -51,25 +51,6 @@ Email2* findReplaceable(const Email2& enclosure, const StringBuffer& type) {
   return nullptr;
 }
 
-/// Stores a text. One that counts as a file of its own is written as it stands, so it must be in the charset that
-/// its label names, or the label must change.
-void storeText(Email2& part, DataBuffer& utf8, LogBase& log) {
-  part.m_body.takeData(utf8);
-  if (isConvertibleText(part.traits()) || !beginsWithNoCase(part.m_contentType.m_type, "text/")) return;
-  neverThrow(false, [&] {
-    const int codePage = labelledCharset(part).getCodePage();
-    if (codePage == kCpUtf8 || (codePage == 0 && part.m_body.is7bit(0))) return true;
-    DataBuffer own;
-    const DataBuffer& body = part.m_body;
-    if (codePage != 0 &&
-        EncodingConvert::EncConvert(kCpUtf8, codePage, body.getData2(), body.getSize(), own, log))
-      part.m_body.takeData(own);
-    else
-      labelUtf8(part, log);
-    return true;
-  });
-}
-
 void storeBody(Email2& part, DataBuffer& data, bool isText, LogBase& log) {
   if (isText) return storeText(part, data, log);
   part.m_body.takeData(data);
@@ -129,6 +110,23 @@ bool addToMultipart(Email2& email, DataBuffer& data, bool isText, StringBuffer& 
 }
 
 }  // namespace
+
+void storeText(Email2& part, DataBuffer& utf8, LogBase& log) {
+  part.m_body.takeData(utf8);
+  if (isConvertibleText(part.traits()) || !beginsWithNoCase(part.m_contentType.m_type, "text/")) return;
+  neverThrow(false, [&] {
+    const int codePage = labelledCharset(part).getCodePage();
+    if (codePage == kCpUtf8 || (codePage == 0 && part.m_body.is7bit(0))) return true;
+    DataBuffer own;
+    const DataBuffer& body = part.m_body;
+    if (codePage != 0 &&
+        EncodingConvert::EncConvert(kCpUtf8, codePage, body.getData2(), body.getSize(), own, log))
+      part.m_body.takeData(own);
+    else
+      labelUtf8(part, log);
+    return true;
+  });
+}
 
 bool Email2::setBody(DataBuffer& data, bool isText, StringBuffer& type, Email2** outPart, LogBase& log) {
   if (!isLive()) return false;
