@@ -609,14 +609,17 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   Email2* cloneToMht2(StringBuffer& html, LogBase& log);
 
   /// In a multipart/mixed without alternatives: moves a first text/plain into a new alternative enclosure.
+  /// Deliberate: an attached text too; who must not move one asks first.
   void moveMtMixedPlainTextToAlt(LogBase& log);
   /// Moves the first text/html subpart of one node to the end of another's.
   static void checkMoveHtmlToRelated(Email2& from, Email2& to, LogBase& log);
-  /// Gives every part a transfer encoding that survives transport.
+  /// Gives every part a transfer encoding that survives transport, whatever is done to 8-bit bytes on the way.
+  /// Multiparts stay as they are.
   void safeguardBodies(LogBase& log);
-  /// Reduces every file name to its last component.
+  /// Reduces every file name, in both fields that may hold one, to what follows its last "/" or "\\". A part
+  /// without a Content-Disposition gets none.
   void removeAttachmentPaths(LogBase& log);
-  /// Replaces the HTML body by what _svHtml::unSpam leaves of it.
+  /// Replaces the HTML body by what _svHtml::unSpam leaves of it. Nothing for an empty one.
   void unSpamify(LogBase& log);
   /// @}
 

@@ -76,6 +76,9 @@ inline bool promises7bit(const Email2& node) noexcept {
   return node.m_transferEncoding.isEmpty() || node.m_transferEncoding.equalsIgnoreCase("7bit");
 }
 
+/// Decodes encoded words in a file name, as some senders put them where no encoded word belongs.
+void decodeFilename(StringBuffer& name, LogBase& log);
+
 /// Sets the member and its field in one place. Null empties the one and removes the other.
 void setTransferEncoding(Email2& node, const char* encoding, LogBase& log);
 

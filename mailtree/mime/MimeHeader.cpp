@@ -178,6 +178,16 @@ void MimeHeader::removeMimeField(const char* name, bool all) {
   m_fields.erase(std::remove_if(m_fields.begin(), m_fields.end(), isUnwanted), m_fields.end());
 }
 
+void MimeHeader::removeHeadersBeginningWith(const char* prefix) {
+  const std::string_view wanted = viewOf(prefix);
+  if (wanted.empty()) return;
+  std::erase_if(m_fields, [&](const Field& field) {
+    if (!beginsWithNoCase(nameOf(field), wanted)) return false;
+    m_unusedBytes += field.lineSize();
+    return true;
+  });
+}
+
 void MimeHeader::copyMimeHeaderFrom(const MimeHeader& other, LogBase&) {
   const bool foldLongValues = m_foldLongValues;
   neverThrow(false, [&] {

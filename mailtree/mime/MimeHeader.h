@@ -113,6 +113,8 @@ class MimeHeader final : public SorvikObject {
   /// Appends a field even if one of that name exists.
   void addMimeField(const char* name, const char* value, bool asGiven, LogBase& log);
   void removeMimeField(const char* name, bool all);
+  /// Removes every field whose name begins with the prefix, ignoring case; none for an empty one.
+  void removeHeadersBeginningWith(const char* prefix);
   void copyMimeHeaderFrom(const MimeHeader& other, LogBase& log);
   /// Becomes an exact copy of another list, its options included. False, and unchanged, when memory ran out.
   bool cloneMimeHeader(const MimeHeader& other);

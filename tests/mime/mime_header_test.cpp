@@ -212,6 +212,15 @@ TEST(MimeHeader, changes_keep_the_place_and_take_the_callers_name) {
   EXPECT_EQ(show(header), "b=two|D=five");
 }
 
+TEST(MimeHeader, fields_go_by_the_begin_of_their_name) {
+  MimeHeader header = loaded("X-A: 1\r\nMax-X-: 2\r\nno field\r\nx-b: 3\r\nX: 4\r\n\r\n");
+  header.removeHeadersBeginningWith("");
+  header.removeHeadersBeginningWith(nullptr);
+  EXPECT_EQ(header.getNumFields(), 5);
+  header.removeHeadersBeginningWith("x-");
+  EXPECT_EQ(written(header), "Max-X-: 2\r\nno field\r\nX: 4");
+}
+
 TEST(MimeHeader, replacing_again_and_again_does_not_grow_the_list) {
   MimeHeader header = loaded("A: 1\r\nB: 2\r\n\r\n");
   for (int i = 0; i < 20'000; ++i)

@@ -75,22 +75,18 @@ void insertByType(Email2& enclosure, Email2* part, bool htmlFirst, const StringB
   enclosure.insertSubPartAtIndex(part, goesFirst ? 0 : -1);
 }
 
-/// The text that stood first in a multipart/mixed joins the enclosure that was put before it: left behind, it
-/// would count as an attachment.
-void adoptLooseText(Email2& mixed, Email2& alternative) {
-  if (mixed.getPart(0) != &alternative) return;
-  Email2* const text = mixed.getPart(1);
+/// Whether the text stands first in a multipart/mixed. Left there, it would count as an attachment once an
+/// enclosure is put before it.
+bool beginsWithLooseText(const Email2& email) {
   LogNull quiet;
-  if (!text || !text->equalsContentType("text/plain") || text->isEmailAttachment(/*inMixed=*/true, quiet))
-    return;
-  alternative.insertSubPartAtIndex(mixed.extractSubpartByIndex(1), 0);
+  Email2* const first = email.isMultipartMixed() ? email.getPart(0) : nullptr;
+  return first && first->m_contentType.m_type.equals("text/plain") &&
+         !first->isEmailAttachment(/*inMixed=*/true, quiet);
 }
 
 Email2* makeAlternative(Email2& email, LogBase& log) {
-  if (!email.addAlternativeEnclosure(log)) return nullptr;
-  Email2* const enclosure = email.findMultipartEnclosure(kAlternative, 0);
-  if (enclosure) adoptLooseText(email, *enclosure);
-  return enclosure;
+  if (beginsWithLooseText(email)) email.moveMtMixedPlainTextToAlt(log);
+  return email.ensureAlternativeEnclosure(log);
 }
 
 /// A first body for a multipart that has no enclosure for it.

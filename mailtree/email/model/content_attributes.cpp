@@ -127,6 +127,12 @@ bool holdsIso2022JpEscapes(const StringBuffer& text) noexcept {
 
 }  // namespace
 
+void decodeFilename(StringBuffer& name, LogBase& log) {
+  if (name.containsSubstringNoCase("?Q?") || name.containsSubstringNoCase("?B?"))
+    ContentCoding::QB_DecodeToUtf8(name, log);
+  if (holdsIso2022JpEscapes(name)) name.convertEncoding(kCpIso2022Jp, kCpUtf8, log);
+}
+
 void setTransferEncoding(Email2& node, const char* encoding, LogBase& log) {
   const StringBuffer given = copyOf(encoding);
   node.m_transferEncoding.setString(trim(given));
@@ -301,9 +307,7 @@ void Email2::getFilenameUtf8(StringBuffer& out, LogBase& log) const {
   if (!isLive()) return;
   out.clear();
   rawFilename(*this, out, log);
-  if (out.containsSubstringNoCase("?Q?") || out.containsSubstringNoCase("?B?"))
-    ContentCoding::QB_DecodeToUtf8(out, log);
-  if (holdsIso2022JpEscapes(out)) out.convertEncoding(kCpIso2022Jp, kCpUtf8, log);
+  decodeFilename(out, log);
 }
 
 }  // namespace mailtree
