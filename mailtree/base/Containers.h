@@ -73,6 +73,22 @@ class ExtPtrArraySb final : public SorvikObject {
   ExtPtrArray m_strings;
 };
 
+/// Array of utf-8 strings.
+class ClsStringArray final : public SorvikObject {
+ public:
+  bool appendUtf8(const char* text) { return m_strings.appendString(viewOf(text)); }
+  bool appendUtf8(std::string_view text) { return m_strings.appendString(text); }
+  int getSize() const noexcept { return m_strings.getSize(); }
+  /// Null when out of range.
+  const char* getUtf8(int index) const noexcept {
+    const StringBuffer* const text = m_strings.sbAt(index);
+    return text ? text->getString() : nullptr;
+  }
+
+ private:
+  ExtPtrArraySb m_strings;
+};
+
 /// First-in first-out queue of borrowed pointers.
 class _svQueue {
  public:

@@ -35,7 +35,6 @@
 
 namespace mailtree {
 
-class ClsStringArray;
 class ClsXml;
 class MimeMessage2;
 struct ReceivedContent;
@@ -548,33 +547,59 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// @}
 
   /// @name 13. Attached messages, digests, reports
-  /// Positions start at 0. Deliberate: getting an attached message counts through nested enclosures, removing one
-  /// and reading a report count afresh in each.
+  /// Positions start at 0. They are found in multipart/mixed and multipart/report, and there in nested
+  /// multipart/mixed (parts of reports in nested multipart/report too); below any other node every child is
+  /// looked at. Deliberate: getting an attached message counts through nested enclosures, removing one and
+  /// reading a part of a report count afresh in each.
   /// @{
 
+  /// An attached message is a part of type message/rfc822, this node included. Its type and that of every node
+  /// on the way are logged, however quiet the log.
   int getNumAttachedMessages(LogBase& log);
-  /// Parses the index-th attached message into a tree of its own that shares these settings; owned by the caller,
-  /// null when there is none. What loading sets in the settings (charset when none was chosen, limits) is set for
-  /// both. `counter` is 0 at the call.
+  /// Parses the index-th attached message into a tree of its own; owned by the caller, null when there is none.
+  /// What is attached to it in turn is not parsed. This tree is not changed, but the new one shares its settings:
+  /// loading records the limits it met there, and the message's charset when none was recorded yet; otherwise the
+  /// charset in which new text goes out is the one that is there already. Whether and how this message is to be
+  /// sent stays.
+  /// @param counter  0 at the call; afterwards how many were passed over.
+  /// @param certs    what signed and encrypted layers are opened with. The log option "NoUnwrapAttachedMessage"
+  ///                 leaves them on.
   Email2* getAttachedMessage(int index, int& counter, SystemCerts& certs, LogBase& log);
-  /// A parameter of a header field of the part that holds the index-th attached message.
+  /// Replaces `out` by a parameter of a header field of the part that holds the index-th attached message; for
+  /// filename of Content-Disposition, by the name that the part has. False when it is empty or there is none.
+  /// Deliberate: where a nested enclosure was searched in vain and the next message would be the one, the
+  /// enclosure around it is given up.
   bool getAttachedMessageAttr(int index, int& counter, XString& fieldName, XString& attrName, LogBase& log,
                               XString& out);
+  /// Destroys the index-th attached message of some enclosure. Deliberate: one that is not directly in a
+  /// multipart/mixed or multipart/report stays, and what follows a destroyed node there is not reached.
   bool removeAttachedMessage(int index);
-  void removeAttachedMessages();
+  void removeAttachedMessages();  ///< All that can be removed.
+  /// Entries of this multipart/digest; 0 for any other node, whatever is below it.
   int getNumDigests();
-  Email2* getNthDigest(int index, SystemCerts& certs, LogBase& log);  ///< Owned by the caller.
+  /// Like getAttachedMessage, for an entry of this multipart/digest; layers are always opened. Deliberate: no
+  /// entry above position 10000 is given.
+  Email2* getNthDigest(int index, SystemCerts& certs, LogBase& log);
   /// Whether this is a part of a report: message/* but no attached message, or text/rfc822-headers.
   bool isReportPart() const;
   int getNumReports();
-  /// Replaces `out` by the body of the index-th part of a report.
+  /// Replaces `out` by the body of the index-th part of a report; false, with `out` emptied, when there is none.
   bool getReport(int index, LogBase& log, StringBuffer& out);
-  /// Replaces `out` by a parameter of one of this node's own header fields.
-  void getHeaderFieldAttr(const char* fieldName, const char* attrName, XString& out, LogBase& log);
-  /// A field of the delivery status, of the first recipient when it is one of those (RFC 3464).
+  /// Replaces `out` by a parameter of one of this node's own header fields; false, with `out` emptied, when field
+  /// or parameter is absent.
+  bool getHeaderFieldAttr(const char* fieldName, const char* attrName, XString& out, LogBase& log);
+
+  /// The delivery status is the first message/delivery-status in the tree, else the first
+  /// message/disposition-notification, else the first message/feedback-report (RFC 3464, 8098, 5965). Without
+  /// one, or when it is empty: false, with an error.
+
+  /// Replaces `out` by a field of the delivery status; false when it is absent or empty. Of a field that every
+  /// recipient has, this is the first recipient's.
   bool getDeliveryStatusInfo(const char* fieldName, XString& out, LogBase& log);
-  /// Appends the address of each Final-Recipient.
+  /// Appends the address of each Final-Recipient; true when there is none, too. Deliberate: what follows two
+  /// empty lines in a row is not seen.
   bool getDsnFinalRecipients(ClsStringArray& out, LogBase& log);
+  /// Replaces `out` by the delivery status as it stands; bytes that are no utf-8 become U+FFFD.
   bool getDeliveryStatusContent(XString& out, LogBase& log);
   /// @}
 

@@ -11,6 +11,7 @@
 #include "mailtree/mime/Charset.h"
 #include "mailtree/mime/EncodedWord.h"
 #include "mailtree/mime/HeaderLines.h"
+#include "mailtree/mime/HeaderParams.h"
 #include "mailtree/mime/HeaderText.h"
 #include "mailtree/mime/HeaderValue.h"
 #include "mailtree/mime/Replacements.h"
@@ -127,6 +128,18 @@ bool MimeHeader::getFieldValueUtf8(int index, StringBuffer& out, LogBase&) const
     std::string scratch;
     const std::string_view value = unfoldedValue(index, scratch);
     return mayHoldEncodedWord(value) ? out.append(decodeEncodedWords(value)) : out.append(value);
+  });
+}
+
+bool MimeHeader::getSubFieldUtf8(const char* fieldName, const char* attrName, StringBuffer& out,
+                                 LogBase&) const {
+  out.weakClear();
+  return neverThrow(false, [&] {
+    std::string scratch;
+    const ParameterizedValue field =
+        parseParameterizedValue(unfoldedValue(findField(viewOf(fieldName)), scratch));
+    const std::string* const value = field.params.find(viewOf(attrName));
+    return value && out.append(std::string_view(*value));
   });
 }
 

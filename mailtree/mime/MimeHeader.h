@@ -79,6 +79,9 @@ class MimeHeader final : public SorvikObject {
   int getNumFields() const noexcept { return static_cast<int>(m_fields.size()); }
   bool getFieldNameUtf8(int index, StringBuffer& out, LogBase& log) const;
   bool getFieldValueUtf8(int index, StringBuffer& out, LogBase& log) const;
+  /// A parameter of the first field of that name, decoded to utf-8, replacing `out`; false, with `out` emptied,
+  /// when field or parameter is absent.
+  bool getSubFieldUtf8(const char* fieldName, const char* attrName, StringBuffer& out, LogBase& log) const;
   bool hasField(const char* name, LogBase& log) const;
   /// Whether a field of that name has a decoded value matching the wildcard pattern.
   bool hasHeaderMatchingUtf8(const char* name, const char* pattern, bool caseSensitive, LogBase& log) const;
