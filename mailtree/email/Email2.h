@@ -511,37 +511,44 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
 
   /// @name 12. Related items and calendars
   /// Related items are what an HTML body refers to by Content-ID or location. They are numbered from 0 in the
-  /// multipart/related enclosure, without its first subpart when that is the HTML body.
+  /// multipart/related that findMultipartEnclosure finds, without its first subpart when that is the HTML body.
   /// @{
 
   int getNumRelatedItems(LogBase& log);
   /// 1 when the first subpart of this enclosure is the HTML body; else 0.
+  /// Deliberate: a body that is not text/html itself, such as an alternative, counts as an item.
   int firstPartNotRelatedItem(LogBase& log);
-  Email2* getRelatedItem(int index, LogBase& log);  ///< Borrowed.
+  Email2* getRelatedItem(int index, LogBase& log);  ///< Borrowed; null when out of range.
+  /// Sets a field of an item; false, with an error, when there is none.
   bool setRelatedHeader(int index, const char* name, const char* value, LogBase& log);
-  /// Puts a ready item where it belongs, making the enclosure and moving the HTML body into it when there is none.
+  /// Puts a ready item where it belongs: into the related enclosure, else beside the HTML of an alternative, else
+  /// beside the text of a multipart/mixed, else beside all that this node holds, in a new enclosure.
   /// Takes `item` over, but for a failure to make the enclosure: then it stays the caller's.
   void addRelatedContent(Email2* item, LogBase& log);
-  /// Deliberate: counts from the second subpart, whether or not the first is the HTML body.
+  /// Deliberate: counts from the second subpart, whether or not the first is the HTML body. Where it is not, this
+  /// drops the item that getRelatedItem(index + 1) gives.
   void dropRelatedItem(int index);
-  /// Destroys every subpart of the enclosure but the first.
+  /// Destroys every subpart of the enclosure but the first, whatever that is.
   void dropRelatedItems();
-  /// Moves attachments to which the HTML refers by Content-ID into the related enclosure. A mixed enclosure that
-  /// is left with nothing but the alternatives becomes them.
+  /// Moves attachments whose Content-ID stands in the HTML, byte for byte, into the related enclosure, the last of
+  /// them first. A mixed enclosure that is left with nothing but the alternatives becomes them.
   void fixRelated(LogBase& log);
 
   /// New items, owned by the caller; null when there is no name, or the file cannot be read. A type that is not
-  /// given follows from the extension of the name. Deliberate: an unknown extension gives no type at all.
+  /// given follows from the extension of the name. Deliberate: an unknown extension gives no type at all, and the
+  /// part no Content-Type field.
   static Email2* createRelatedFromFileUtf8(_svEmailCommon& common, const char* path, const char* contentType,
                                            LogBase& log);
   static Email2* createRelatedFromDataUtf8(_svEmailCommon& common, const char* name, const char* contentType,
                                            const DataBuffer& data, LogBase& log);
-  /// The same, referred to by `name` as its Content-Location instead of a generated Content-ID.
+  /// The same, referred to by `name` as its Content-Location (RFC 2557) instead of a generated Content-ID.
   static Email2* createRelatedFromFileNoCid(_svEmailCommon& common, XString& path, XString& name,
                                             LogBase& log);
   static Email2* createRelatedFromDataNoCid(_svEmailCommon& common, const char* name, const DataBuffer& data,
                                             LogBase& log);
-  /// A text/calendar body (RFC 6047) with its method, such as "REQUEST"; owned by the caller. `data` is moved from.
+  /// A text/calendar body (RFC 6047) with its method, such as "REQUEST"; owned by the caller, who places it.
+  /// @param data      moved from; utf-8, like every text body.
+  /// @param codePage  becomes the charset of the whole email; 0 leaves that as it is.
   static Email2* createCalendarAlternativeUtf8(_svEmailCommon& common, DataBuffer& data, const char* method,
                                                int codePage, LogBase& log);
   /// @}

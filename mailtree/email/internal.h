@@ -62,6 +62,14 @@ inline StringBuffer copyOf(std::string_view text) noexcept {
 inline StringBuffer copyOf(const char* text) noexcept { return copyOf(viewOf(text)); }
 inline StringBuffer copyOf(const StringBuffer& text) noexcept { return copyOf(text.view()); }
 
+/// A copy that cannot end its field.
+inline StringBuffer oneLine(std::string_view value) noexcept {
+  StringBuffer line = copyOf(value);
+  for (const char c : {'\r', '\n'}) line.removeCharOccurances(c);
+  return line;
+}
+inline StringBuffer oneLine(const char* value) noexcept { return oneLine(viewOf(value)); }
+
 /// The charset that the Content-Type field of a part names; without code page when it names none.
 _svCharset labelledCharset(const Email2& node);
 /// Makes the Content-Type field of a part say utf-8, whatever the email's charset is.

@@ -377,12 +377,16 @@ void addGroups(Segments& segments, _svParamSet& params) {
 
 }  // namespace
 
-void _svParamSet::addParam(const char* name, const char* value) { addParam(viewOf(name), viewOf(value)); }
-
 void _svParamSet::addParam(std::string_view name, std::string_view value) {
   Param& param = m_params.emplace_back(Param{std::string(name), std::string(value)});
   eraseBreaks(param.name);
   eraseBreaks(param.value);
+}
+
+void _svParamSet::addParam(const char* name, const char* value, bool replace) {
+  std::string unused;
+  if (replace) take(viewOf(name), unused);
+  addParam(viewOf(name), viewOf(value));
 }
 
 const std::string* _svParamSet::find(std::string_view name) const noexcept {

@@ -24,9 +24,10 @@ class _svParamSet {
     std::string value;
   };
 
-  /// Appends one; CR, LF and NUL are removed from both.
-  void addParam(const char* name, const char* value);
+  /// Appends one, even when there is one of that name; CR, LF and NUL are removed from both.
   void addParam(std::string_view name, std::string_view value);
+  /// @param replace  whether those of that name go first; false only appends. A null value counts as empty.
+  void addParam(const char* name, const char* value, bool replace);
   /// Null when absent.
   const std::string* find(std::string_view name) const noexcept;
   /// Removes every one of that name and gives the first's value back; false when absent.

@@ -118,6 +118,12 @@ TEST(HeaderParams, set_keeps_order_and_takes_by_name) {
   std::string value;
   EXPECT_TRUE(params.take("method", value));
   EXPECT_EQ(params.params().size(), 1u);
+  params.addParam("A", "2", /*replace=*/false);
+  EXPECT_EQ(params.params().size(), 2u);
+  params.addParam("a", "3", /*replace=*/true);
+  ASSERT_EQ(params.params().size(), 1u);
+  EXPECT_EQ(*params.find("a"), "3");
+  params.clear();
   EXPECT_FALSE(params.take("method", value));
 }
 

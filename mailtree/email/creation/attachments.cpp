@@ -5,41 +5,11 @@
 #include <utility>
 
 #include "mailtree/base/Platform.h"
-#include "mailtree/email/internal.h"
+#include "mailtree/email/creation/internal.h"
 #include "mailtree/mime/ContentTypeTable.h"
 
 namespace mailtree {
 namespace {
-
-constexpr std::string_view kUnknownType = "application/octet-stream";
-
-/// What a new message has and no part of one needs.
-constexpr const char* kMessageFields[] = {"Date", "X-Mailer", "X-Priority", "MIME-Version", "Message-ID"};
-
-EmailPtr createPart(_svEmailCommon& common) {
-  EmailPtr part(Email2::createNewObject(common));
-  if (!part) return part;
-  for (const char* field : kMessageFields) part->removeHeaderField(field);
-  return part;
-}
-
-/// A path in one style of separators: with both in it, the backslashes are taken for slashes.
-StringBuffer workingName(std::string_view path) {
-  StringBuffer name(path);
-  if (name.containsChar('/')) name.replaceCharUtf8('\\', '/');
-  return name;
-}
-
-std::string_view shortName(std::string_view path) noexcept {
-  const std::size_t slash = path.rfind('/');
-  const std::size_t separator = slash != std::string_view::npos ? slash : path.rfind('\\');
-  return separator == std::string_view::npos ? path : path.substr(separator + 1);
-}
-
-std::string_view typeByName(std::string_view name) noexcept {
-  const std::size_t dot = name.rfind('.');
-  return dot == std::string_view::npos ? kUnknownType : contentTypeOfExtension(name.substr(dot + 1));
-}
 
 std::string_view typeFor(const char* given, std::string_view name) noexcept {
   const std::string_view type = trim(given ? viewOf(given) : typeByName(name));
@@ -52,13 +22,9 @@ EmailPtr createAttachment(_svEmailCommon& common, std::string_view path, const c
   EmailPtr part = createPart(common);
   if (!part) return part;
   const StringBuffer name = workingName(path);
-  const StringBuffer type = copyOf(typeFor(contentType, name));
-  StringBuffer filename = copyOf(shortName(name));
-  for (const char c : {'\r', '\n'}) filename.removeCharOccurances(c);
+  const StringBuffer filename = shortName(name);
   part->setContentDispositionUtf8("attachment", filename.getString(), log);
-  part->setContentTypeUtf8(type.getString(), filename.getString(), nullptr, nullptr, 0, nullptr, nullptr,
-                           nullptr, log);
-  setTransferEncoding(*part, type.beginsWithIgnoreCase("text") ? "quoted-printable" : "base64", log);
+  setTypeAndEncoding(*part, typeFor(contentType, name), filename, log);
   return part;
 }
 

@@ -29,14 +29,6 @@ Routed routeOf(std::string_view name) noexcept {
   return Routed::none;
 }
 
-/// A copy that cannot end its field.
-StringBuffer oneLine(const char* value) {
-  StringBuffer line = copyOf(value);
-  line.removeCharOccurances('\n');
-  line.removeCharOccurances('\r');
-  return line;
-}
-
 bool loadSender(Email2& node, const char* value, LogBase& log) {
   if (!node.m_fromAddr.loadSingleEmailAddr(value, /*relaxed=*/false, log)) return false;
   node.updateFromInHeader(log);

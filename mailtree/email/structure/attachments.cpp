@@ -39,7 +39,9 @@ bool isLeafAttachment(Email2& node, bool inMixed, LogBase& log) {
 class AttachmentWalk {
  public:
   /// @param target  number of the attachment to take out; below 0 all are listed.
-  AttachmentWalk(ExtPtrArray& out, int target, LogBase& log) : m_out(out), m_target(target), m_log(log) {}
+  /// @param places  receives where each attachment that is listed stands; may be null.
+  AttachmentWalk(ExtPtrArray& out, int target, LogBase& log, std::vector<AttachmentPlace>* places = nullptr)
+      : m_out(out), m_target(target), m_log(log), m_places(places) {}
 
   bool run(Email2& start, bool inMixed) {
     const Entered entered = enter(start, inMixed);
@@ -78,6 +80,7 @@ class AttachmentWalk {
     if (isLeafAttachment(node, inMixed, m_log)) {
       if (isTakingOut()) return Entered::nothing;
       m_out.appendPtr(&node);
+      notePlace(node, nullptr, 0);
       return Entered::listed;
     }
     const bool several = isTakingOut() && node.m_subParts.getSize() > 1;
@@ -88,6 +91,17 @@ class AttachmentWalk {
   /// Looks below a child. True when the search is over.
   bool descend(Email2& child, bool inMixed) {
     return enter(child, inMixed) != Entered::opened && hasTarget();
+  }
+
+  /// An attachment among alternatives is listed like one without a parent, but it has one that gives it away.
+  bool descendFromAlternative(Email2* alternative, Email2& child, int index) {
+    const Entered entered = enter(child, false);
+    if (entered == Entered::listed && m_places) m_places->back() = {&child, alternative, index};
+    return entered != Entered::opened && hasTarget();
+  }
+
+  void notePlace(Email2& node, Email2* parent, int index) {
+    if (m_places) m_places->push_back({&node, parent, index});
   }
 
   /// True when the search is over.
@@ -105,7 +119,7 @@ class AttachmentWalk {
       case Enclosing::alternative:
         if (frame.several && isLeafAttachment(child, frame.inMixed, m_log) && isTargetNext())
           return take(frame, child, index, nullptr);
-        return descend(child, false);
+        return descendFromAlternative(frame.node, child, index);
       case Enclosing::signedContent: return descend(child, false);
       case Enclosing::other: break;
     }
@@ -133,6 +147,7 @@ class AttachmentWalk {
     if (reason && m_log.m_verboseLogging) child.logAttachmentReason(m_log, reason);
     const bool isTarget = isTakingOut() && isTargetNext();
     if (!m_out.appendPtr(&child)) return false;
+    notePlace(child, frame.node, index);
     if (isTarget) frame.node->extractSubpartByIndex(index);
     return isTarget;
   }
@@ -140,6 +155,7 @@ class AttachmentWalk {
   ExtPtrArray& m_out;
   const int m_target;
   LogBase& m_log;
+  std::vector<AttachmentPlace>* const m_places;
   std::vector<Frame> m_frames;
 };
 
@@ -238,6 +254,14 @@ bool pushChildren(const Email2& node, _svQueue& queue) {
 }
 
 }  // namespace
+
+std::vector<AttachmentPlace> placesOfAttachments(Email2& root, LogBase& log) {
+  ExtPtrArray attachments;
+  std::vector<AttachmentPlace> places;
+  AttachmentWalk(attachments, /*target=*/-1, log, &places)
+      .run(root, root.isMultipartMixedForAttachmentPurposes());
+  return places;
+}
 
 bool Email2::isEmailAttachment(bool inMixed, LogBase& log) {
   LogContextExitor context(log, "isEmailAttachment", log.m_verboseLogging);

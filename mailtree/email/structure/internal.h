@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string_view>
+#include <vector>
 
 #include "mailtree/email/Email2.h"
 #include "mailtree/email/internal.h"
@@ -34,5 +35,15 @@ void forEachChild(const Email2& node, Visit&& visit) {
   for (int i = 0; i < node.m_subParts.getSize(); ++i)
     if (Email2* child = liveChild(node, i)) visit(*child);
 }
+
+/// Where an attachment stands. Without a parent it cannot be taken out: it is the whole message, or what was signed.
+struct AttachmentPlace {
+  Email2* node = nullptr;  ///< Borrowed.
+  Email2* parent = nullptr;
+  int index = 0;  ///< Among the children of the parent.
+};
+
+/// The attachments in the order in which attachmentIterate2 lists them.
+std::vector<AttachmentPlace> placesOfAttachments(Email2& root, LogBase& log);
 
 }  // namespace mailtree

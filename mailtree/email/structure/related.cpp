@@ -1,0 +1,209 @@
+// email/structure/related.cpp - the items that an HTML body shows, most often images: finding them, placing new
+// ones, and putting those in their place that were sent as attachments.
+#include <algorithm>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "mailtree/base/Search.h"
+#include "mailtree/email/structure/internal.h"
+
+namespace mailtree {
+namespace {
+
+Email2* findEnclosure(const Email2& node, EnclosureKind kind) {
+  return node.findMultipartEnclosure(static_cast<int>(kind), 0);
+}
+
+Email2* findRelated(const Email2& node) { return findEnclosure(node, EnclosureKind::related); }
+
+EmailPtr newRelatedEnclosure(const Email2& node) {
+  LogNull quiet;
+  return EmailPtr(node.m_common ? Email2::createEmptyMultipartRelated(*node.m_common, quiet) : nullptr);
+}
+
+/// Moves the first text/html child of an alternative to an enclosure that will stand in its place.
+void moveHtml(Email2& alternative, Email2& enclosure) {
+  for (int i = 0; i < alternative.m_subParts.getSize(); ++i) {
+    const Email2* const child = liveChild(alternative, i);
+    if (!child || !hasType(*child, "text/html")) continue;
+    enclosure.insertSubPartAtIndex(alternative.extractSubpartByIndex(i), -1);
+    return;
+  }
+}
+
+/// Whether a child of a multipart/mixed belongs to its text.
+bool isBodyOfMixed(Email2& child, LogBase& log) {
+  return child.isLive() && !child.isMultipart() && !child.isEmailAttachment(/*inMixed=*/true, log);
+}
+
+/// Moves what is text in a multipart/mixed. The children are taken out from the end and put together again, which
+/// is linear however many there are.
+void moveBodies(Email2& mixed, Email2& enclosure, LogBase& log) {
+  std::vector<Email2*> children;
+  children.reserve(static_cast<std::size_t>(mixed.m_subParts.getSize()));
+  while (mixed.m_subParts.getSize() > 0)
+    children.push_back(mixed.extractSubpartByIndex(mixed.m_subParts.getSize() - 1));
+  std::reverse(children.begin(), children.end());
+  for (Email2* const child : children) {
+    Email2& place = child && isBodyOfMixed(*child, log) ? enclosure : mixed;
+    place.m_subParts.appendPtr(child);
+  }
+}
+
+// The places for a new item, as they are tried in turn. Each is false when the item was not placed; it then still
+// is the caller's.
+
+bool placeInAlternative(Email2& alternative, Email2& item) {
+  EmailPtr enclosure = newRelatedEnclosure(alternative);
+  if (!enclosure) return false;
+  moveHtml(alternative, *enclosure);
+  enclosure->insertSubPartAtIndex(&item, -1);
+  alternative.insertSubPartAtIndex(enclosure.release(), -1);
+  return true;
+}
+
+bool placeAroundContent(Email2& node, Email2& item, LogBase& log) {
+  node.convertToMultipartX("multipart/related", log);
+  if (!node.isMultipartRelated()) return false;
+  node.insertSubPartAtIndex(&item, -1);
+  return true;
+}
+
+bool placeInMixed(Email2& mixed, Email2& item, LogBase& log) {
+  EmailPtr enclosure = newRelatedEnclosure(mixed);
+  if (!enclosure) return false;
+  moveBodies(mixed, *enclosure, log);
+  enclosure->insertSubPartAtIndex(&item, -1);
+  mixed.insertSubPartAtIndex(enclosure.release(), 0);
+  return true;
+}
+
+bool place(Email2& node, Email2& item, LogBase& log) {
+  if (Email2* const related = findRelated(node)) {
+    related->insertSubPartAtIndex(&item, -1);
+    return true;
+  }
+  Email2* const alternative = findEnclosure(node, EnclosureKind::alternative);
+  if (alternative && node.m_common) return placeInAlternative(*alternative, item);
+  return node.isMultipartMixed() ? placeInMixed(node, item, log) : placeAroundContent(node, item, log);
+}
+
+/// The Content-ID of a part without its brackets; empty when there is none.
+StringBuffer bareContentId(const Email2& part, LogBase& log) {
+  StringBuffer id;
+  part.getHeaderFieldUtf8("Content-ID", id, log);
+  std::string_view bare = trim(id);
+  if (bare.starts_with('<')) bare.remove_prefix(1);
+  if (bare.ends_with('>')) bare.remove_suffix(1);
+  return copyOf(bare);
+}
+
+/// The search is exact, as the bytes stand. An empty Content-ID, which stands in every text, is none.
+bool refersTo(const Email2& html, const Email2& part, LogBase& log) {
+  const StringBuffer id = bareContentId(part, log);
+  return !id.isEmpty() && findSubstring(html.m_body.view(), id) != std::string_view::npos;
+}
+
+/// Takes an attachment from its parent; null when there is no parent, or it would be left an alternative of nothing.
+EmailPtr detach(const AttachmentPlace& at) {
+  if (!at.parent || (at.parent->isMultipartAlternative() && at.parent->getNumParts() < 2)) return EmailPtr();
+  return EmailPtr(at.parent->extractSubpartByIndex(at.index));
+}
+
+/// All are taken out before the first is placed, for an item keeps the word "attachment" and would be counted
+/// among them in its new place. From the last to the first: the places of those before stay valid.
+void moveReferencedAttachments(Email2& root, const Email2& html,
+                               const std::vector<AttachmentPlace>& attachments, LogBase& log) {
+  std::vector<EmailPtr> items;
+  for (std::size_t i = attachments.size(); i-- > 0;)
+    if (attachments[i].node != &html && refersTo(html, *attachments[i].node, log))
+      if (EmailPtr item = detach(attachments[i])) items.push_back(std::move(item));
+  for (EmailPtr& item : items) {
+    if (!place(root, *item, log)) root.insertSubPartAtIndex(item.get(), -1);
+    std::ignore = item.release();  // the tree's again, wherever
+  }
+}
+
+/// A mixed enclosure that has lost all its attachments becomes the alternative that it held.
+/// Deliberate: only the type changes; the boundary stays that of the mixed enclosure.
+void collapseToAlternative(Email2& mixed, LogBase& log) {
+  Email2* const only = mixed.m_subParts.getSize() == 1 ? liveChild(mixed, 0) : nullptr;
+  if (!mixed.isMultipartMixed() || !only || !only->isMultipartAlternative()) return;
+  const EmailPtr alternative(mixed.extractSubpartByIndex(0));
+  if (!alternative->m_subParts.transferPtrs(mixed.m_subParts)) return;
+  mixed.m_contentType.m_type.setString(kMultipartAlternative);
+  mixed.refreshContentTypeHeader(log);
+}
+
+}  // namespace
+
+int Email2::getNumRelatedItems(LogBase& log) {
+  Email2* const related = findRelated(*this);
+  return related ? related->m_subParts.getSize() - related->firstPartNotRelatedItem(log) : 0;
+}
+
+int Email2::firstPartNotRelatedItem(LogBase&) {
+  // Deliberate: compared with regard to case; types are lower case from loading on.
+  return isLive() && mediaType(m_subParts.at<Email2>(0)) == "text/html" ? 1 : 0;
+}
+
+Email2* Email2::getRelatedItem(int index, LogBase& log) {
+  Email2* const related = findRelated(*this);
+  if (!related || index < 0 || index >= related->m_subParts.getSize()) return nullptr;
+  return related->m_subParts.at<Email2>(related->firstPartNotRelatedItem(log) + index);
+}
+
+bool Email2::setRelatedHeader(int index, const char* name, const char* value, LogBase& log) {
+  if (!isLive()) return false;
+  Email2* const item = getRelatedItem(index, log);
+  if (!item) {
+    log.logError("Failed to find related sub-part.");
+    return false;
+  }
+  item->setHeaderField_a(name, value, /*asGiven=*/false, log);
+  return true;
+}
+
+void Email2::addRelatedContent(Email2* item, LogBase& log) {
+  if (!item || !isLive()) return;
+  neverThrow(false, [&] { return place(*this, *item, log); });
+}
+
+void Email2::dropRelatedItem(int index) {
+  Email2* const related = findRelated(*this);
+  if (!related || index < 0) return;
+  int before = -1;  // the first subpart is no item, whatever it is
+  for (int i = 0; i < related->m_subParts.getSize(); ++i) {
+    const Email2* const child = related->m_subParts.at<Email2>(i);
+    if (!child) continue;
+    if (!child->isLive()) return;  // Deliberate: a damaged child ends it.
+    if (before++ != index) continue;
+    const EmailPtr dropped(related->extractSubpartByIndex(i));
+    return;
+  }
+}
+
+void Email2::dropRelatedItems() {
+  Email2* const related = findRelated(*this);
+  if (!related) return;
+  Email2* const first = related->extractSubpartByIndex(0);
+  related->removeAllSubparts();
+  related->insertSubPartAtIndex(first, 0);
+}
+
+void Email2::fixRelated(LogBase& log) {
+  if (!isLive()) return;
+  LogContextExitor context(log, "fixRelated");
+  neverThrow(false, [&] {
+    const Email2* const html = findHtmlPart();
+    const std::vector<AttachmentPlace> attachments =
+        html ? placesOfAttachments(*this, log) : std::vector<AttachmentPlace>();
+    if (attachments.empty()) return false;
+    moveReferencedAttachments(*this, *html, attachments, log);
+    collapseToAlternative(*this, log);
+    return true;
+  });
+}
+
+}  // namespace mailtree
