@@ -613,10 +613,15 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// @name 14. Transformations of whole messages
   /// @{
 
-  /// Turn a received message into an answer to its sender or into one to pass on: its text quoted behind a head
-  /// that names it, tracing fields gone, new date and identifier, no sender yet.
+  /// Turn a received message, in place, into an answer to its sender or into one to pass on. Its text is quoted
+  /// behind a head that names it, in the plain text and in the HTML; received recipients, tracing fields and every
+  /// "X-" field go; date and Message-ID are new. There is no sender until the caller sets one, and threading fields
+  /// are left to the caller too. The answer goes to the From address, whatever Reply-To says.
+  /// Deliberate: where the parts hold no body to quote, all stops with the fields half changed. What came to its
+  /// end has an X-Priority field.
   void convertToReply(LogBase& log);
   void convertToForward(LogBase& log);
+  /// Removes what delivery left in the header: Received and all that begins with "DKIM-", "SVX-" or "X-".
   void removeHdrsForwRepl(LogBase& log);
 
   /// A deep copy with settings of its own; owned by the caller, null when memory ran out. It is written as this
@@ -648,7 +653,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// Gives every part a transfer encoding that survives transport, whatever is done to 8-bit bytes on the way.
   /// Multiparts stay as they are.
   void safeguardBodies(LogBase& log);
-  /// Reduces every file name, in both fields that may hold one, to what follows its last "/" or "\\". A part
+  /// Reduces every file name, in both fields that may hold one, to what follows its last "/" or "\". A part
   /// without a Content-Disposition gets none.
   void removeAttachmentPaths(LogBase& log);
   /// Replaces the HTML body by what _svHtml::unSpam leaves of it. Nothing for an empty one.

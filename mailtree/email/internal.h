@@ -79,6 +79,9 @@ void labelUtf8(Email2& node, LogBase& log);
 /// is brought to the charset that its label names, or the label changes.
 void storeText(Email2& part, DataBuffer& utf8, LogBase& log);
 
+/// Longer lines do not travel unencoded: SMTP allows 998 bytes (RFC 5321, 4.5.3.1.6), and some leave room.
+inline constexpr std::size_t kMaxLine7bit = 990;
+
 /// Whether a body is written as it stands and promised to be 7-bit.
 inline bool promises7bit(const Email2& node) noexcept {
   return node.m_transferEncoding.isEmpty() || node.m_transferEncoding.equalsIgnoreCase("7bit");

@@ -6,9 +6,6 @@
 namespace mailtree {
 namespace {
 
-/// Longer lines do not travel unencoded: SMTP allows 998 bytes (RFC 5321, 4.5.3.1.6), and some leave room.
-constexpr std::size_t kMaxLine7bit = 990;
-
 constexpr int kAlternative = static_cast<int>(EnclosureKind::alternative);
 constexpr int kRelated = static_cast<int>(EnclosureKind::related);
 

@@ -12,8 +12,6 @@
 namespace mailtree {
 namespace {
 
-constexpr std::size_t kMaxUnencodedLine = 990;
-
 // Cloning
 
 /// Which bodies of a copy refer to the bytes of the original.
@@ -146,7 +144,7 @@ void encodeForWhatItHolds(Email2& node, LogBase& log) {
     if (promises7bit(node)) node.setEncodingViaCodePage(node.emailCodePage(), 0, log);
   }
   const bool isPlainEncoding = promises7bit(node) || node.m_transferEncoding.equalsIgnoreCase("8bit");
-  if (isPlainEncoding && node.m_body.hasLineLonger(kMaxUnencodedLine))
+  if (isPlainEncoding && node.m_body.hasLineLonger(kMaxLine7bit))
     setTransferEncoding(node, "quoted-printable", log);
 }
 

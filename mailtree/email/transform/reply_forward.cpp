@@ -1,0 +1,297 @@
+// email/transform/reply_forward.cpp - a received message turned into an answer to it, or into one to pass on.
+//
+// What is quoted stays where it stood, with a head in front of it: one form for plain text, one for HTML. They
+// never meet in one body.
+
+#include <string>
+
+#include "mailtree/base/Utf.h"
+#include "mailtree/email/internal.h"
+#include "mailtree/mime/ContentCoding.h"
+#include "mailtree/mime/EncodedWord.h"
+#include "mailtree/mime/Html.h"
+
+namespace mailtree {
+namespace {
+
+constexpr int kAlternative = static_cast<int>(EnclosureKind::alternative);
+constexpr int kTo = static_cast<int>(RecipientKind::to);
+constexpr int kCc = static_cast<int>(RecipientKind::cc);
+constexpr int kBcc = static_cast<int>(RecipientKind::bcc);
+
+/// How far into a text a page's first tags are looked for.
+constexpr std::size_t kSearchedForTags = 2000;
+
+/// What makes the two conversions different.
+struct Conversion {
+  const char* context;
+  const char* subjectPrefix;
+  bool isReply;
+};
+
+constexpr Conversion kReply = {"convertToReply", "RE: ", true};
+constexpr Conversion kForward = {"convertToForward", "FW: ", false};
+
+/// How a head is written.
+struct HeadForm {
+  const char* begin;
+  const char* lineEnd;
+  const char* end;  ///< After the subject.
+};
+
+constexpr HeadForm kPlainHead = {"-----Original Message-----\r\n", "\r\n", "\r\n\r\n"};
+// Deliberate: the values are not escaped, and the list of recipients is the same in both forms.
+constexpr HeadForm kHtmlHead = {"<p>-----Original Message-----<br>", "<br>", "<p>"};
+
+/// What a head says of the received message.
+struct Origin {
+  StringBuffer sender, sent, to, cc, subject;
+};
+
+/// The list as its field is written. Deliberate: where that is folded it has "<br>", in plain text too.
+StringBuffer recipientsOf(Email2& email, int kind, std::string_view field, LogBase& log) {
+  StringBuffer list;
+  email.getAllRecipients(kind, list, log);
+  const std::string line = foldHeaderLine(std::string(field).append(" ").append(list.view()));
+  StringBuffer folded(trim(std::string_view(line).substr(field.size())));
+  folded.replaceAllOccurances("\r\n", "<br>");
+  ContentCoding::QB_DecodeToUtf8(folded, log);
+  return folded;
+}
+
+Origin originOf(Email2& email, LogBase& log) {
+  Origin origin;
+  email.getSubjectUtf8(origin.subject, log);
+  email.getFromFullUtf8(origin.sender, log);
+  email.getHeaderFieldUtf8("Date", origin.sent, log);
+  origin.to = recipientsOf(email, kTo, "To:", log);
+  origin.cc = recipientsOf(email, kCc, "Cc:", log);
+  return origin;
+}
+
+std::string headOf(const Origin& origin, const HeadForm& form) {
+  std::string head = form.begin;
+  const auto add = [&](const char* name, const StringBuffer& value, const char* end) {
+    head.append(name).append(value.view()).append(end);
+  };
+  add("From: ", origin.sender, form.lineEnd);
+  add("Sent: ", origin.sent, form.lineEnd);
+  if (!origin.to.isEmpty()) add("To: ", origin.to, form.lineEnd);
+  if (!origin.cc.isEmpty()) add("CC: ", origin.cc, form.lineEnd);
+  add("Subject: ", origin.subject, form.end);
+  return head;
+}
+
+// Where to quote
+
+/// The node below a part, or the part itself, that holds what a reader would see of it; null when there is none.
+Email2* holderOfBody(Email2* part) {
+  const DataBuffer* const body = part ? part->getEffectiveBodyObject3(*part) : nullptr;
+  Email2* holder = nullptr;
+  if (!body) return nullptr;
+  walkTree(*part, [&](Email2& node) {
+    if (&node.m_body != body) return Walk::onward;
+    holder = &node;
+    return Walk::stop;
+  });
+  return holder;
+}
+
+/// Whether a head may go in front of what a part holds: not into an image, an appointment or an attached file. A
+/// part without a type is plain text (RFC 2045, 5.2).
+bool isQuotable(const Email2& email, Email2* part) {
+  if (!part || part->getNumParts() != 0) return false;
+  const std::string_view type = part->m_contentType.m_type;
+  const bool isText = type.empty() || isType(type, "text/plain") || isType(type, "text/html");
+  return isText && (part == &email || !part->isNotAlternativeBody());
+}
+
+/// The parts to quote into; either may be null.
+struct QuotedParts {
+  Email2* plain;
+  Email2* html;
+  bool isCutShort = false;  ///< A part that was chosen holds no body.
+};
+
+Email2* plainPartOf(Email2& email) {
+  const bool isAlternative = email.equalsContentType("multipart/alternative");
+  Email2* const part = isAlternative ? email.getPlainTextAlternative() : nullptr;
+  return part ? part : &email;
+}
+
+/// A first part that is no text does not keep the text behind it from being quoted.
+Email2* quotablePlain(Email2& email) {
+  for (Email2* const part :
+       {holderOfBody(plainPartOf(email)), email.findPlainTextPart(), email.getPlainTextAlternative()})
+    if (isQuotable(email, part)) return part;
+  return nullptr;
+}
+
+Email2* htmlPartOf(Email2& email) {
+  Email2* const alternative = email.findMultipartEnclosure(kAlternative, 0);
+  return (alternative ? alternative : &email)->getHtmlAlternative();
+}
+
+bool isReallyHtml(const Email2& part) {
+  if (part.equalsContentType("text/html")) return true;
+  for (const char* const tag : {"<html", "<HTML", "<BODY", "<body"})
+    if (part.m_body.containsSubstring(tag, kSearchedForTags)) return true;
+  return false;
+}
+
+QuotedParts partsToQuote(Email2& email) {
+  QuotedParts parts{quotablePlain(email), htmlPartOf(email)};
+  if (!parts.plain && !parts.html) return {nullptr, nullptr, /*isCutShort=*/true};
+  if (parts.plain && isReallyHtml(*parts.plain)) {
+    if (!parts.html) parts.html = parts.plain;
+    parts.plain = nullptr;
+  }
+  if (!parts.html) return parts;
+  parts.html = holderOfBody(parts.html);
+  parts.isCutShort = !parts.html;
+  if (parts.html == parts.plain) parts.plain = nullptr;  // compared as bodies: parts may lead to the same one
+  return parts;
+}
+
+bool lacksText(Email2& email) { return !quotablePlain(email) && !htmlPartOf(email); }
+
+void addEmptyText(Email2& email, LogBase& log) {
+  log.logInfo("This email has no plain-text or HTML body...");
+  DataBuffer empty;
+  StringBuffer type("text/plain");
+  email.addAlternativeBody(empty, /*isText=*/true, type, nullptr, log);
+}
+
+// Quoting
+
+bool prepend(DataBuffer& body, std::string_view text) { return body.prepend(text.data(), text.size()); }
+
+/// A text that counts as a file is in the charset that its label names.
+bool prependToFile(Email2& part, std::string_view head, LogBase& log) {
+  const int codePage = labelledCharset(part).getCodePage();
+  if (codePage == 0 || codePage == kCpUtf8) return prepend(part.m_body, head);
+  DataBuffer converted;
+  if (EncodingConvert::EncConvert(kCpUtf8, codePage, head.data(), head.size(), converted, log))
+    return prepend(part.m_body, converted.view());
+  converted.clear();
+  EncodingConvert::EncConvert(codePage, kCpUtf8, part.m_body.getData2(), part.m_body.getSize(), converted,
+                              log);
+  part.m_body.takeData(converted);
+  labelUtf8(part, log);
+  return prepend(part.m_body, head);
+}
+
+/// A page that declares another charset than it will travel in is mended, but not completed: the head stands
+/// ahead of all its tags.
+void agreeWithCharset(Email2& email, DataBuffer& body, LogBase& log) {
+  StringBuffer html(body.view()), declared;
+  if (!_svHtmlHelp::getCharset(html, declared)) return;
+  if (declared.equalsIgnoreCase(email.get_charset_name())) return;
+  _svHtmlHelp::removeCharsetMetaTag(html, log);
+  _svHtmlHelp::addCharsetMetaTag(html, email.get_charset_name(), log);
+  body.clear();
+  body.append(html);
+}
+
+/// As for a new body: what came in us-ascii and 7bit may not be either any longer.
+void chooseFormAnew(Email2& email, Email2& part, LogBase& log) {
+  const int before = email.emailCodePage();
+  email.chooseCharsetIfNecessary(part.m_body, log);
+  const int codePage = email.emailCodePage();
+  if (codePage != 0) part.setEncodingViaCodePage(codePage, 0, log);
+  part.refreshContentTypeHeader(log);
+  if (codePage == before || codePage == kCpUsAscii) return;
+  if (Email2* const page = htmlPartOf(email); page && isConvertibleText(page->traits()))
+    agreeWithCharset(email, page->m_body, log);
+}
+
+void quote(Email2& email, Email2& part, const std::string& head, LogBase& log) {
+  if (part.m_contentType.m_type.isEmpty()) {
+    part.fixContentTypeUtf8("text/plain", log);
+    if (!part.m_body.is7bit(0)) part.detectAndSetCharset(log);
+  }
+  if (!isConvertibleText(part.traits())) {
+    prependToFile(part, head, log);
+  } else if (prepend(part.m_body, head) && !isAscii(head)) {
+    chooseFormAnew(email, part, log);
+  }
+  if (promises7bit(part) && (!part.m_body.is7bit(0) || part.m_body.hasLineLonger(kMaxLine7bit)))
+    setTransferEncoding(part, "quoted-printable", log);
+}
+
+// The header
+
+void removeFields(Email2& email, const Conversion& conversion) {
+  for (const char* const name : {"x-sender", "x-rcpt-to", "x-uidl", "status", "received"})
+    email.removeHeaderField(name);
+  if (!conversion.isReply) email.removeHeaderField("SVX-Bounce-Address");
+  for (const char* const name : {"return-path", "From", "Reply-To"}) email.removeHeaderField(name);
+  email.m_fromAddr.clearEmailAddress();
+}
+
+void setRecipients(Email2& email, const Conversion& conversion, LogBase& log) {
+  email.clearRecipients(kTo);
+  if (conversion.isReply) {
+    StringBuffer name, address;
+    email.getFromNameUtf8(name, log);
+    email.getFromAddrUtf8(address);
+    email.addRecipient(kTo, name.getString(), address.getString(), log);
+  }
+  email.clearRecipients(kBcc);
+  email.clearRecipients(kCc);
+}
+
+void setFields(Email2& email, LogBase& log) {
+  email.setHeaderField("MIME-Version", "1.0", log);
+  email.resetDate(log);
+  email.generateMessageID(log);
+  email.setHeaderField("X-Priority", "3 (Normal)", log);
+}
+
+/// False when the conversion must stop.
+bool quoteInBodies(Email2& email, const Origin& origin, LogBase& log) {
+  const QuotedParts parts = partsToQuote(email);
+  if (parts.plain) {
+    log.logInfo("Prepending to plain-text body");
+    quote(email, *parts.plain, headOf(origin, kPlainHead), log);
+  }
+  if (parts.html) {
+    log.logInfo("Prepending to HTML body");
+    quote(email, *parts.html, headOf(origin, kHtmlHead), log);
+  }
+  return !parts.isCutShort;
+}
+
+bool convert(Email2& email, const Conversion& conversion, LogBase& log) {
+  LogContextExitor context(log, conversion.context);
+  email.removeHdrsForwRepl(log);
+  if (lacksText(email)) addEmptyText(email, log);
+  const Origin origin = originOf(email, log);
+  StringBuffer subject(conversion.subjectPrefix);
+  subject.append(origin.subject);
+  email.setHeaderField_a("Subject", subject.getString(), /*asGiven=*/false, log);
+  // Deliberate: what was changed so far stays changed.
+  if (!quoteInBodies(email, origin, log)) return false;
+  setRecipients(email, conversion, log);
+  removeFields(email, conversion);
+  setFields(email, log);
+  return true;
+}
+
+}  // namespace
+
+void Email2::convertToReply(LogBase& log) {
+  if (isLive()) neverThrow(false, [&] { return convert(*this, kReply, log); });
+}
+
+void Email2::convertToForward(LogBase& log) {
+  if (isLive()) neverThrow(false, [&] { return convert(*this, kForward, log); });
+}
+
+void Email2::removeHdrsForwRepl(LogBase&) {
+  if (!isLive()) return;
+  removeHeaderField("received");
+  for (const char* const prefix : {"dkim-", "svx-", "x-"}) m_header.removeHeadersBeginningWith(prefix);
+}
+
+}  // namespace mailtree
