@@ -37,6 +37,9 @@ int run(int argc, char** argv) {
   addExtract(app, action);
   addCompose(app, action);
   addEdit(app, action);
+  addMht(app, action);
+  addXml(app, action);
+  addTree(app, action);
   try {
     app.parse(protectedArguments(argc, argv));
   } catch (const CLI::ParseError& error) {

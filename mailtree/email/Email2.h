@@ -641,8 +641,11 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// No line break gets into a header field. The pairs must not be part of the tree.
   void replaceStrings(const ExtPtrArray& pairs, LogBase& log);
 
-  /// A copy without attachments that has an HTML body, ready to be kept as a web archive; owned by the caller.
-  /// Deliberate: text that becomes HTML is not escaped. `html` is what may refer to attachments.
+  /// A copy without attachments, ready to be kept as a web archive: an only text/plain body, or alternative, gets a
+  /// page made from it. Owned by the caller. What is neither, such as a multipart/mixed, comes without a page.
+  /// Deliberate: text that becomes HTML is not escaped, and a charset META tag is added to the page of a single
+  /// part, not to an alternative. Output and tag name the same charset in any case.
+  /// @param html  what may refer to parts: those whose Content-ID stands in it are kept.
   Email2* cloneToMht2(StringBuffer& html, LogBase& log);
 
   /// In a multipart/mixed without alternatives: moves a first text/plain into a new alternative enclosure.
@@ -663,13 +666,20 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// @name 15. XML and diagnostics
   /// @{
 
-  /// Replaces `out` by the tree as an XML document, compact or indented. Changes transfer encodings as
+  /// Replaces `out` by the tree as an XML document, compact or indented: a `mime_message` with the header fields and
+  /// one `body`, which holds the parts (`subpart`, each with a `mime_message`) and then the node's own body in its
+  /// transfer encoding, text in utf-8 whatever the Content-Type says. Parts nested deeper than 80 levels, which XML
+  /// parsers would refuse, are given as MIME in the text of the part that holds them. Changes transfer encodings as
   /// safeguardBodies does.
+  /// @return false, with `out` untouched, only when no document could be made.
   bool getEmailXml(bool compact, StringBuffer& out, LogBase& log);
-  /// Fills an element with this node and everything below it.
+  /// Fills an element (base/Xml.h), named mime_message by the caller, with this node and everything below it.
+  /// @return false when the node is not live or memory ran out. Deliberate: a failing subpart does not make it
+  ///         false.
   bool getEmailXmlR(ClsXml& node, LogBase& log);
-  /// Logs the tree, one context per node. Only for nodes with shared settings. `scratch` is overwritten.
+  /// Logs the tree, one context per node, named by its type with "_" for "/". `scratch` is overwritten.
   void logEmailStructure(StringBuffer& scratch, LogBase& log);
+  /// Logs the transfer encoding and the two fields behind it and the type, empty ones too.
   void logContentTypeAndEncoding(LogBase& log);
   /// @}
 

@@ -23,6 +23,8 @@
 
 namespace mailtree {
 
+class ClsXml;
+class ExtPtrArray;
 class LogBase;
 class Replacements;
 class _svCharset;
@@ -146,6 +148,14 @@ class MimeHeader final : public SorvikObject {
   unsigned getMimeHeaderSize() const noexcept;
   unsigned getSendCost() const noexcept { return getMimeHeaderSize(); }
   bool wasLoadedFromText() const noexcept { return m_loadedFromText; }
+  /// Adds the fields to an XML element, one child each, named by the field in lower case, its value decoded. A field
+  /// of addresses holds a pair of `addr` and `name` for each address (the name may be empty), or its text when there
+  /// is none in it. All Bcc addresses, of the fields and of the list, stand once in one `bcc`. Left out are lines
+  /// without a name and the "SVZ-" fields. (mime/MimeHeaderXml.cpp)
+  /// @param codePage      has no effect: fields are decoded by what they say themselves.
+  /// @param bccAddresses  _svEmailAddress; may be null.
+  /// @return false when memory ran out.
+  bool mimeHeaderToXml(ClsXml& element, int codePage, ExtPtrArray* bccAddresses, LogBase& log) const;
 
   std::size_t heapUsage() const override { return m_block.capacity() + m_fields.capacity() * sizeof(Field); }
 

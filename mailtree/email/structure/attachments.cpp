@@ -193,10 +193,9 @@ void openEnclosures(const Email2& node, std::vector<Email2*>& open) {
 bool isReferenced(const Email2& part, std::string_view html, LogBase& log) {
   StringBuffer contentId;
   part.getHeaderFieldUtf8("Content-ID", contentId, log);
-  if (contentId.isEmpty()) return false;
   contentId.removeCharOccurances('>');
   contentId.removeCharOccurances('<');
-  if (findSubstring(html, contentId) == std::string_view::npos) return false;
+  if (contentId.isEmpty() || findSubstring(html, contentId) == std::string_view::npos) return false;
   if (log.m_verboseLogging) {
     log.logInfo("Not removing attachment because Content-ID is found in HTML body.");
     log.LogDataSb("contentId", contentId);

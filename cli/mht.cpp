@@ -1,0 +1,187 @@
+// cli/mht.cpp - mailtree mht: a message as a web archive, one file with the page and its images (RFC 2557).
+//
+// Browsers show the first part of a multipart/related and take from the others what the page refers to. They know
+// parts by Content-ID and by Content-Location, the latter only when it is an absolute URL.
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "cli/arguments.h"
+#include "cli/commands.h"
+#include "cli/input.h"
+#include "cli/output.h"
+#include "mailtree/base/Search.h"
+
+namespace mailtree::cli {
+namespace {
+
+struct MhtOptions {
+  std::string file;
+  std::string output;
+};
+
+/// Where a page stands that does not say so: a host that cannot exist (RFC 2606).
+constexpr std::string_view kNowhere = "http://message.invalid/";
+
+std::string escaped(std::string_view text) {
+  std::string html;
+  html.reserve(text.size() + text.size() / 16);
+  for (const char c : text) {
+    switch (c) {
+      case '&': html += "&amp;"; break;
+      case '<': html += "&lt;"; break;
+      case '>': html += "&gt;"; break;
+      default: html += c;
+    }
+  }
+  return html;
+}
+
+std::string fieldOf(const Email2& node, const char* name) {
+  LogNull quiet;
+  StringBuffer value;
+  node.getHeaderFieldUtf8(name, value, quiet);
+  return value.extractString();
+}
+
+/// What a page is made of, taken from a message that may be changed.
+class Archive {
+ public:
+  explicit Archive(Email2& mail) : m_mail(mail), m_htmlPart(mail.findHtmlPart()) {}
+
+  EmailPtr make() {
+    if (!m_mail.getHtmlBodyUtf8(m_mail, m_html, m_log)) m_html = pageOfText();
+    EmailPtr archive(new Email2);
+    archive->use_codepage(65001);
+    copyFields(*archive);
+    setPage(*archive);
+    takeItems(m_mail, *archive);
+    return archive;
+  }
+
+ private:
+  StringBuffer pageOfText() {
+    StringBuffer text;
+    m_mail.getPlainTextBodyUtf8(m_mail, text, m_log);
+    return StringBuffer("<!DOCTYPE html>\r\n<html><head><title>" + escaped(fieldOf(m_mail, "Subject")) +
+                        "</title></head><body><pre style=\"white-space: pre-wrap\">" + escaped(text) +
+                        "</pre></body></html>\r\n");
+  }
+
+  void copyFields(Email2& archive) {
+    for (const char* name : {"From", "To", "Cc", "Subject", "Date"}) {
+      const std::string value = fieldOf(m_mail, name);
+      archive.setHeaderField(name, value.empty() ? nullptr : value.c_str(), m_log);
+    }
+    for (const char* name : {"Message-ID", "X-Priority"}) archive.removeHeaderField(name);
+  }
+
+  void setPage(Email2& archive) {
+    DataBuffer page;
+    page.append(m_html);
+    StringBuffer type("text/html");
+    archive.setBody(page, /*isText=*/true, type, nullptr, m_log);
+    archive.convertToMultipartX("multipart/related", m_log);
+    archive.setContentSubtype("text/html", m_log);
+    m_base = m_htmlPart ? locationOf(*m_htmlPart) : std::string();
+    if (m_base.empty()) m_base = locationOf(m_mail);
+    m_base = resolve(m_base);
+    if (Email2* const part = archive.getPart(0))
+      part->setHeaderField("Content-Location", m_base.c_str(), m_log);
+  }
+
+  /// Moves what the page may refer to behind it.
+  void takeItems(Email2& node, Email2& archive) {
+    for (int i = 0; i < node.getNumParts();) {
+      Email2* const part = node.getPart(i);
+      if (part && isItem(*part, node)) {
+        const std::string location = locationOf(*part);
+        if (!location.empty()) part->setHeaderField("Content-Location", resolve(location).c_str(), m_log);
+        archive.insertSubPartAtIndex(node.extractSubpartByIndex(i), -1);
+        continue;
+      }
+      if (part) takeItems(*part, archive);
+      ++i;
+    }
+  }
+
+  /// What a style sheet refers to is not seen in the page, so everything in the enclosure of the page that is no
+  /// attachment counts too.
+  bool isItem(Email2& part, Email2& parent) {
+    if (part.getNumParts() > 0 || &part == m_htmlPart) return false;
+    const std::string location = locationOf(part);
+    std::string id = fieldOf(part, "Content-ID");
+    std::erase_if(id, [](char c) { return c == '<' || c == '>' || isSpaceAscii(c); });
+    if (isInPage(id) || isInPage(location)) return true;
+    return !(id.empty() && location.empty()) && parent.isMultipartRelated() &&
+           !part.isStrictAttachment(&m_log);
+  }
+
+  bool isInPage(std::string_view name) const {
+    return !name.empty() && findSubstring(m_html, name) != std::string_view::npos;
+  }
+
+  /// A URL may be folded anywhere (RFC 2557, 4.4).
+  static std::string locationOf(const Email2& part) {
+    std::string location = fieldOf(part, "Content-Location");
+    std::erase_if(location, [](char c) { return c == '\t' || c == '\r' || c == '\n'; });
+    return std::string(trim(location));
+  }
+
+  static bool hasScheme(std::string_view url) {
+    const std::size_t end = url.find_first_of(":/?#");
+    return end != std::string_view::npos && end > 0 && url[end] == ':';
+  }
+
+  /// A location as a browser would resolve it on the page, in ASCII.
+  std::string resolve(std::string_view location) const {
+    const std::string_view base =
+        m_base.find("://") == std::string::npos ? kNowhere : std::string_view(m_base);
+    std::string url;
+    if (!hasScheme(location)) {
+      const std::size_t host = base.find("://") + 3;
+      const std::size_t path = std::min(base.find('/', host), base.size());
+      const bool fromRoot = location.starts_with('/');
+      const std::size_t folder = base.substr(0, base.find_first_of("?#", path)).rfind('/');
+      url = base.substr(0, fromRoot || folder < path ? path : folder);
+      if (!fromRoot) url += '/';
+      while (location.starts_with("./")) location.remove_prefix(2);
+    }
+    for (const char c : location) {
+      constexpr const char* kDigits = "0123456789ABCDEF";
+      const auto byte = static_cast<unsigned char>(c);
+      if (byte > 0x20 && byte < 0x7F)
+        url += c;
+      else
+        url.append({'%', kDigits[byte >> 4], kDigits[byte & 15]});
+    }
+    return url;
+  }
+
+  Email2& m_mail;
+  Email2* m_htmlPart;
+  StringBuffer m_html;
+  std::string m_base;
+  LogNull m_log;
+};
+
+Exit mht(const MhtOptions& options) {
+  std::optional<Message> message = loadMessage(options.file);
+  if (!message) return Exit::unreadable;
+  const Exit result = reportLimits(options.file, message->limits());
+  const EmailPtr archive = Archive(*message->root).make();
+  return graver(result, writeMessage(*archive, options.output));
+}
+
+}  // namespace
+
+void addMht(CLI::App& app, Action& action) {
+  auto options = std::make_shared<MhtOptions>();
+  CLI::App* verb =
+      app.add_subcommand("mht", "Keep a message as a web archive: the page with its images, no attachments");
+  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
+  addOutput(*verb, options->output);
+  verb->footer("Example:\n  mailtree mht samples/newsletter.eml -o page.mht && chromium page.mht");
+  verb->callback([options, &action] { action = [options] { return mht(*options); }; });
+}
+
+}  // namespace mailtree::cli

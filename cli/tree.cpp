@@ -1,0 +1,36 @@
+// cli/tree.cpp - mailtree tree: how a message is put together.
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <memory>
+
+#include "cli/arguments.h"
+#include "cli/commands.h"
+#include "cli/input.h"
+#include "cli/views/terminal.h"
+
+namespace mailtree::cli {
+namespace {
+
+Exit tree(const std::string& file) {
+  std::optional<Message> message = loadMessage(file);
+  if (!message) return Exit::unreadable;
+  const Exit result = reportLimits(file, message->limits());
+  LogMemory log;
+  StringBuffer scratch;
+  message->root->logEmailStructure(scratch, log);
+  std::cout << printableLines(log.text());
+  return graver(result, finishStandardOutput());
+}
+
+}  // namespace
+
+void addTree(CLI::App& app, Action& action) {
+  auto file = std::make_shared<std::string>();
+  CLI::App* verb = app.add_subcommand(
+      "tree", "Show how a message is put together: type, encoding, names and size of each part");
+  addText(*verb, "FILE", *file, "Message; - is standard input")->required();
+  verb->footer("Example:\n  mailtree tree samples/newsletter.eml");
+  verb->callback([file, &action] { action = [file] { return tree(*file); }; });
+}
+
+}  // namespace mailtree::cli

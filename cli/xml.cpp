@@ -1,0 +1,61 @@
+// cli/xml.cpp - mailtree xml: a message as an XML document.
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "cli/arguments.h"
+#include "cli/commands.h"
+#include "cli/input.h"
+#include "cli/output.h"
+
+namespace mailtree::cli {
+namespace {
+
+struct XmlOptions {
+  std::string file;
+  std::string output;
+  bool indent = false;
+};
+
+/// Fields of the library's own never leave through the command.
+void dropInternalFields(Email2& node) {
+  LogNull quiet;
+  StringBuffer name;
+  for (int i = node.getNumHeaderFields() - 1; i >= 0; --i)
+    if (node.getHeaderFieldName(i, name, quiet) && name.beginsWithIgnoreCase("SVX-")) {
+      node.removeHeaderField(name.getString());
+      i = node.getNumHeaderFields();  // it may have stood there several times
+    }
+  for (int i = 0; i < node.getNumParts(); ++i)
+    if (Email2* const part = node.getPart(i)) dropInternalFields(*part);
+}
+
+Exit xml(const XmlOptions& options) {
+  std::optional<Message> message = loadMessage(options.file);
+  if (!message) return Exit::unreadable;
+  const Exit result = reportLimits(options.file, message->limits());
+  dropInternalFields(*message->root);
+  LogMemory log;
+  StringBuffer document;
+  if (!message->root->getEmailXml(/*compact=*/!options.indent, document, log) || document.isEmpty()) {
+    complain(options.file, lastError(log, "cannot be made XML"));
+    return Exit::unreadable;
+  }
+  if (!options.indent) document.appendChar('\n');
+  TextFile file(options.output);
+  const bool written = file.write(document.text()) && file.commit();
+  return graver(result, written ? Exit::fine : Exit::unreadable);
+}
+
+}  // namespace
+
+void addXml(CLI::App& app, Action& action) {
+  auto options = std::make_shared<XmlOptions>();
+  CLI::App* verb = app.add_subcommand("xml", "Give a message as XML: header fields, parts, bodies");
+  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
+  addOutput(*verb, options->output);
+  verb->add_flag("--indent", options->indent, "One element a line, indented; else all on one line");
+  verb->footer("Example:\n  mailtree xml --indent mail.eml | xmllint --xpath '//subject/text()' -");
+  verb->callback([options, &action] { action = [options] { return xml(*options); }; });
+}
+
+}  // namespace mailtree::cli

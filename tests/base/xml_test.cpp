@@ -1,0 +1,104 @@
+#include "mailtree/base/Xml.h"
+
+#include <gtest/gtest.h>
+
+#include "mailtree/base/Log.h"
+
+namespace mailtree {
+namespace {
+
+std::string render(const ClsXml& element, bool fragment = true) {
+  StringBuffer out;
+  LogNull log;
+  return element.getXml(fragment, out, log) ? std::string(out.view()) : "FAILED";
+}
+
+XmlHandle element(const char* tag, const std::string& content, bool cdata = false) {
+  XmlHandle made(ClsXml::createNewCls());
+  made->put_TagUtf8(tag);
+  made->takeContent(std::string(content));
+  made->put_Cdata(cdata);
+  made->put_EmitCompact(true);
+  return made;
+}
+
+TEST(Xml, any_text_becomes_well_formed) {
+  const struct {
+    std::string text, plain, cdata;
+  } rows[] = {
+      {"a<b & c>d", "a&lt;b &amp; c&gt;d", "<![CDATA[a<b & c>d]]>"},
+      {"x]]>y", "x]]&gt;y", "<![CDATA[x]]]]><![CDATA[>y]]>"},
+      {"]]]>]", "]]]&gt;]", "<![CDATA[]]]]]><![CDATA[>]]]>"},
+      {"a\r\nb", "a&#13;\nb", "<![CDATA[a]]>&#13;<![CDATA[\nb]]>"},
+      {std::string("\0\x1B\t\n\x7F", 5), "\uFFFD\uFFFD\t\n\x7F", "<![CDATA[\uFFFD\uFFFD\t\n\x7F]]>"},
+      {"\xEF\xBF\xBE \xEF\xBF\xBF \xEF\xBB\xBF \xEF\xBF\xBD", "\uFFFD \uFFFD \uFEFF \uFFFD",
+       "<![CDATA[\uFFFD \uFFFD \uFEFF \uFFFD]]>"},
+      {"\xE4 \xED\xA0\x80 Grüße", "\uFFFD \uFFFD\uFFFD\uFFFD Grüße", ""},
+      {std::string(70, 'a') + "<" + std::string(40, 'b'),
+       std::string(70, 'a') + "&lt;" + std::string(40, 'b'), ""},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(render(*element("t", row.text)), "<t>" + row.plain + "</t>");
+    if (!row.cdata.empty()) EXPECT_EQ(render(*element("t", row.text, true)), "<t>" + row.cdata + "</t>");
+  }
+}
+
+TEST(Xml, any_name_becomes_one) {
+  const struct {
+    const char *name, *tag;
+  } rows[] = {{"subject", "subject"},
+              {"x-a.b_c", "x-a.b_c"},
+              {"a b<c>", "a-b-c-"},
+              {"1st", "_1st"},
+              {"-", "_-"},
+              {"", "_"},
+              {"ns:tag", "ns-tag"},
+              {"gr\xC3\xB6\xC3\x9F", "größ"},
+              {"\xFF", "_-"}};
+  for (const auto& row : rows) EXPECT_EQ(element(row.name, "")->tag(), row.tag) << row.name;
+}
+
+TEST(Xml, indents_only_where_there_is_no_text) {
+  const XmlHandle root = element("r", "");
+  const XmlHandle list(root->newChild("list", nullptr, nullptr));
+  XmlHandle(list->newChild("item", "1", nullptr));
+  const XmlHandle mixed(root->newChild("mixed", "text", nullptr));
+  const XmlHandle inner(mixed->newChild("inner", nullptr, nullptr));
+  XmlHandle(inner->newChild("leaf", nullptr, nullptr));
+  EXPECT_EQ(render(*root), "<r><list><item>1</item></list><mixed><inner><leaf/></inner>text</mixed></r>");
+  root->put_EmitCompact(false);
+  EXPECT_EQ(render(*root, /*fragment=*/false),
+            "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<r>\n  <list>\n    <item>1</item>\n  </list>\n"
+            "  <mixed><inner><leaf/></inner>text</mixed>\n</r>\n");
+}
+
+TEST(Xml, text_too_long_for_a_parser_is_interrupted_between_characters) {
+  const std::string text = "a" + [] {
+    std::string umlauts;
+    for (int i = 0; i < 5'000'000; ++i) umlauts += "ä";
+    return umlauts;
+  }();
+  for (const bool cdata : {false, true}) {
+    std::string xml = render(*element("t", text, cdata));
+    std::size_t longest = 0, breaks = 0;
+    for (std::size_t at; (at = xml.find("<!---->")) != std::string::npos; xml.erase(0, at + 7), ++breaks)
+      longest = std::max(longest, at);
+    EXPECT_EQ(breaks, 1u) << cdata;
+    EXPECT_LT(longest, 9'000'000u) << cdata;
+    EXPECT_EQ(xml.find("\xEF\xBF\xBD"), std::string::npos) << cdata;
+  }
+}
+
+TEST(Xml, a_handle_outlives_its_document_and_depth_costs_no_stack) {
+  XmlHandle root = element("r", "");
+  XmlHandle deepest(root->newChild("e", nullptr, nullptr));
+  for (int i = 0; i < 200'000; ++i) deepest.reset(deepest->newChild("e", nullptr, nullptr));
+  deepest->put_ContentUtf8("kept");
+  EXPECT_NE(render(*root).find("<e>kept</e>"), std::string::npos);
+  root.reset();
+  deepest->put_EmitCompact(true);
+  EXPECT_EQ(render(*deepest), "<e>kept</e>");
+}
+
+}  // namespace
+}  // namespace mailtree
