@@ -1,7 +1,5 @@
 // cli/attachments.cpp - mailtree attachments: what is attached to a message, as a table or as JSON.
 #include <CLI/CLI.hpp>
-#include <algorithm>
-#include <array>
 #include <iostream>
 #include <memory>
 
@@ -9,6 +7,7 @@
 #include "cli/commands.h"
 #include "cli/input.h"
 #include "cli/views/json_view.h"
+#include "cli/views/table.h"
 #include "cli/views/terminal.h"
 
 namespace mailtree::cli {
@@ -20,60 +19,29 @@ struct AttachmentsOptions {
   bool verbose = false;
 };
 
-/// A wider cell pushes what follows out of its column.
-constexpr std::size_t kMaxColumnWidth = 40;
-
-struct Column {
-  const char* title;
-  bool rightAligned;
-};
-constexpr std::array<Column, 6> kColumns = {
-    {{"No", true}, {"Part", true}, {"Name", false}, {"Type", false}, {"Size", true}, {"Reason", false}}};
-
-/// One text for each column; the last only when it is shown.
-using Cells = std::vector<std::string>;
-
-Cells titles(bool verbose) {
-  Cells cells;
-  for (const Column& column : kColumns) cells.emplace_back(column.title);
-  if (!verbose) cells.pop_back();
-  return cells;
+/// The last column is there only when it is asked for.
+std::vector<Column> columnsOf(bool verbose) {
+  std::vector<Column> columns = {{"No", true}, {"Part", true}, {"Name"},
+                                 {"Type"},     {"Size", true}, {"Reason"}};
+  if (!verbose) columns.pop_back();
+  return columns;
 }
 
-Cells cellsOf(const PartRow& row, std::size_t number, int id, bool verbose) {
-  Cells cells = {std::to_string(number), std::to_string(id),
-                 row.filename.empty() ? "-" : printable(row.filename), printable(row.contentType),
-                 humanSize(row.node->m_body.getSize())};
+std::vector<std::string> cellsOf(const PartRow& row, std::size_t number, int id, bool verbose) {
+  std::vector<std::string> cells = {std::to_string(number), std::to_string(id),
+                                    row.filename.empty() ? "-" : printable(row.filename),
+                                    printable(row.contentType), humanSize(row.node->m_body.getSize())};
   if (verbose) cells.push_back(printable(row.reason));
   return cells;
 }
 
-std::vector<std::size_t> widthsOf(const std::vector<Cells>& table) {
-  std::vector<std::size_t> widths(kColumns.size());
-  for (const Cells& cells : table)
-    for (std::size_t i = 0; i < cells.size(); ++i)
-      widths[i] = std::max(widths[i], std::min(displayWidth(cells[i]), kMaxColumnWidth));
-  return widths;
-}
-
-void writeLine(const Cells& cells, const std::vector<std::size_t>& widths) {
-  std::string line;
-  for (std::size_t i = 0; i < cells.size(); ++i) {
-    const std::string padding(widths[i] - std::min(displayWidth(cells[i]), widths[i]), ' ');
-    if (i > 0) line += "  ";
-    line += kColumns[i].rightAligned ? padding + cells[i] : cells[i] + padding;
-  }
-  std::cout << trimRight(line) << '\n';
-}
-
 void writeTable(const Outline& outline, bool verbose) {
-  std::vector<Cells> table = {titles(verbose)};
+  Table table(columnsOf(verbose));
   for (std::size_t number = 0; number < outline.attachments.size(); ++number) {
     const int id = outline.attachments[number];
-    table.push_back(cellsOf(outline.row(id), number, id, verbose));
+    table.add(cellsOf(outline.row(id), number, id, verbose));
   }
-  const std::vector<std::size_t> widths = widthsOf(table);
-  for (const Cells& cells : table) writeLine(cells, widths);
+  table.write(std::cout);
 }
 
 Exit attachments(const AttachmentsOptions& options) {

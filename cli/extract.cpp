@@ -2,17 +2,15 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
-#include <iostream>
 #include <memory>
 #include <numeric>
-#include <system_error>
 
 #include "cli/arguments.h"
 #include "cli/commands.h"
 #include "cli/file_names.h"
 #include "cli/input.h"
+#include "cli/saving.h"
 #include "cli/views/outline.h"
-#include "cli/views/terminal.h"
 #include "mailtree/mime/ContentTypeTable.h"
 
 namespace mailtree::cli {
@@ -96,41 +94,6 @@ std::string_view contentOf(const PartRow& row, std::string& scratch) {
   return scratch;
 }
 
-bool saveFile(const std::string& path, std::string_view bytes, Existing existing) {
-  LogMemory log;
-  ProgressContext progress(nullptr);
-  FileOutput sink;
-  if (sink.open(path.c_str(), log, existing) && sink.write(bytes, progress, log) && sink.commit(log))
-    return true;
-  complain(path, lastError(log, "cannot be written"));
-  return false;
-}
-
-void report(const std::string& path) { std::cout << printable(path) << '\n'; }
-
-bool makeFolder(const std::string& folder) {
-  std::error_code error;
-  fs::create_directories(folder, error);
-  if (!error) return true;
-  complain(folder, error.message());
-  return false;
-}
-
-/// The name is the user's own: with --force it is written to as any program would, through a symbolic link too.
-Exit writeToOutput(std::string_view bytes, const ExtractOptions& options) {
-  if (options.output == "-") {
-    if (standardOutputIsTerminal())
-      std::cout << printableLines(bytes);
-    else
-      std::cout << bytes;
-    return finishStandardOutput();
-  }
-  if (!saveFile(options.output, bytes, options.force ? Existing::replace : Existing::refuse))
-    return Exit::unreadable;
-  report(options.output);
-  return finishStandardOutput();
-}
-
 /// A file that cannot be written does not stop the others.
 Exit writeToFolder(const Outline& outline, const std::vector<int>& ids, const ExtractOptions& options) {
   if (!options.dryRun && !makeFolder(options.folder)) return Exit::unreadable;
@@ -143,7 +106,7 @@ Exit writeToFolder(const Outline& outline, const std::vector<int>& ids, const Ex
     const std::string path = names.pick(fileNameOf(row, id));
     if (options.dryRun ||
         saveFile(path, contentOf(row, scratch), options.force ? Existing::replaceEntry : Existing::refuse))
-      report(path);
+      tellPath(path);
     else
       result = Exit::unreadable;
   }
@@ -162,10 +125,9 @@ Exit extract(const ExtractOptions& options) {
   }
   if (options.output.empty()) return graver(result, writeToFolder(outline, ids, options));
   std::string scratch;
-  return graver(result, writeToOutput(contentOf(outline.row(ids.front()), scratch), options));
+  return graver(result,
+                saveToOutput(contentOf(outline.row(ids.front()), scratch), options.output, options.force));
 }
-
-std::string checkNotEmpty(const std::string& name) { return name.empty() ? "the name is empty" : ""; }
 
 void addSelectors(CLI::App& verb, ExtractOptions& options) {
   CLI::Option* part =
@@ -182,12 +144,12 @@ void addSelectors(CLI::App& verb, ExtractOptions& options) {
 void addDestinations(CLI::App& verb, ExtractOptions& options) {
   CLI::Option* folder = addText(verb, "--dir", options.folder,
                                 "Folder to write to, made when it is missing; this one without it")
-                            ->check(checkNotEmpty);
+                            ->check(checkNameGiven);
   CLI::Option* dryRun =
       verb.add_flag("--dry-run", options.dryRun, "Write nothing, print what would be written");
   addText(verb, "-o,--output", options.output,
           "With --part or --attachment: the file to write it to; - is standard output")
-      ->check(checkNotEmpty)
+      ->check(checkNameGiven)
       ->excludes(folder)
       ->excludes(dryRun);
   verb.add_flag("--force", options.force, "Replace files that are there");

@@ -40,6 +40,8 @@ int run(int argc, char** argv) {
   addMht(app, action);
   addXml(app, action);
   addTree(app, action);
+  addMessages(app, action);
+  addReport(app, action);
   try {
     app.parse(protectedArguments(argc, argv));
   } catch (const CLI::ParseError& error) {

@@ -1,50 +1,22 @@
 #include "cli/views/json_view.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
-#include <nlohmann/json.hpp>
 
-#include "cli/views/terminal.h"
-#include "mailtree/base/Utf.h"
+#include "cli/views/json_values.h"
 #include "mailtree/crypto/Digest.h"
 
 namespace mailtree::cli {
 namespace {
-
-using Json = nlohmann::ordered_json;
-
-constexpr int kSchema = 1;
-
-Json textOrNull(std::string_view text) { return text.empty() ? Json() : Json(text); }
 
 Json fieldOrNull(const Email2& root, const char* name) {
   const std::optional<std::string> value = fieldOf(root, name);
   return value ? Json(*value) : Json();
 }
 
-Json addressOf(const _svEmailAddress& address) {
-  return {{"name", address.m_name.view()}, {"address", address.m_address.view()}};
-}
-
 Json addressesOf(const ExtPtrArray& list) {
   Json out = Json::array();
   for (int i = 0; i < list.getSize(); ++i) out.push_back(addressOf(*list.at<_svEmailAddress>(i)));
   return out;
-}
-
-Json senderOrNull(const Email2& root) {
-  const std::optional<_svEmailAddress> sender = senderOf(root);
-  return sender ? addressOf(*sender) : Json();
-}
-
-Json dateField(const Email2& root) {
-  const std::optional<SorvikSysTime> date = dateOf(root);
-  if (!date) return {};
-  std::array<char, 40> text{};
-  std::snprintf(text.data(), text.size(), "%04u-%02u-%02uT%02u:%02u:%02uZ", date->m_year, date->m_month,
-                date->m_day, date->m_hour, date->m_minute, date->m_second);
-  return text.data();
 }
 
 /// The text as it is compared: LF line ends, no white space at its end.
@@ -115,13 +87,6 @@ Json securityOf(const _svEmailCommon& common) {
           {"signers", Json::array()}};
 }
 
-Json limitsOf(LimitSet limits) {
-  Json out = Json::array();
-  for (const LimitName& row : kLimitNames)
-    if (limits.has(row.limit)) out.push_back(row.name);
-  return out;
-}
-
 Json headersOf(const Email2& root) {
   Json out = Json::array();
   for (int i = 0; i < root.m_header.getNumFields(); ++i)
@@ -131,35 +96,6 @@ Json headersOf(const Email2& root) {
 
 Json idOrNull(int id) { return id < 0 ? Json() : Json(id); }
 
-void appendEscape(std::string& out, char16_t unit) {
-  std::array<char, 8> escape{};
-  std::snprintf(escape.data(), escape.size(), "\\u%04x", static_cast<unsigned>(unit));
-  out += escape.data();
-}
-
-/// JSON lets DEL, the C1 controls and direction overrides stand; a terminal may obey them.
-std::string escapeHarmful(const std::string& json) {
-  std::string out;
-  out.reserve(json.size());
-  for (std::size_t at = 0; at < json.size();) {
-    const std::size_t begin = at;
-    const char32_t c = nextCodePoint(json, at);
-    if (isHarmless(c) || c == kReplacementCharacter) {
-      out.append(json, begin, at - begin);
-    } else if (c < 0x10000) {
-      appendEscape(out, static_cast<char16_t>(c));
-    } else {  // a surrogate pair
-      appendEscape(out, static_cast<char16_t>(0xD7C0 + (c >> 10)));
-      appendEscape(out, static_cast<char16_t>(0xDC00 + (c & 0x3FF)));
-    }
-  }
-  return out;
-}
-
-std::string lineOf(const Json& json) {
-  return escapeHarmful(json.dump(-1, ' ', false, Json::error_handler_t::replace));
-}
-
 }  // namespace
 
 std::string jsonOf(const std::string& file, Message& message, const JsonOptions& options) {
@@ -168,11 +104,11 @@ std::string jsonOf(const std::string& file, Message& message, const JsonOptions&
   Json json = {{"schema", kSchema},
                {"file", file},
                {"subject", fieldOrNull(root, "Subject")},
-               {"from", senderOrNull(root)},
+               {"from", addressOrNull(senderOf(root))},
                {"to", addressesOf(root.m_toAddrs)},
                {"cc", addressesOf(root.m_ccAddrs)},
                {"bcc", addressesOf(root.m_bccAddrs)},
-               {"date", dateField(root)},
+               {"date", dateOrNull(dateOf(root))},
                {"message_id", fieldOrNull(root, "Message-ID")},
                {"tree", treeOf(outline)},
                {"attachments", outline.attachments},

@@ -206,6 +206,13 @@ std::optional<_svEmailAddress> senderOf(const Email2& root) {
   return *entries.at<_svEmailAddress>(0);
 }
 
+std::string displayForm(const _svEmailAddress& address) {
+  StringBuffer text;
+  LogNull log;
+  address.emitSelfAsMimeField(kCpUtf8, /*first=*/true, /*forHeader=*/false, /*useQ=*/true, text, log);
+  return text.extractString();
+}
+
 std::optional<std::string> fieldOf(const Email2& root, const char* name) {
   StringBuffer value;
   LogNull log;

@@ -54,6 +54,9 @@ std::optional<SorvikSysTime> dateOf(const Email2& root);
 /// "@"; nothing when there is none.
 std::optional<_svEmailAddress> senderOf(const Email2& root);
 
+/// "Name <address>" in utf-8, or what there is of it.
+std::string displayForm(const _svEmailAddress& address);
+
 /// A decoded header field; nothing when it is absent.
 std::optional<std::string> fieldOf(const Email2& root, const char* name);
 

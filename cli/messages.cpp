@@ -1,0 +1,193 @@
+// cli/messages.cpp - mailtree messages: the messages inside a message, listed or written to files.
+#include <CLI/CLI.hpp>
+#include <array>
+#include <ctime>
+#include <iostream>
+#include <memory>
+
+#include "cli/arguments.h"
+#include "cli/commands.h"
+#include "cli/file_names.h"
+#include "cli/inner_messages.h"
+#include "cli/input.h"
+#include "cli/saving.h"
+#include "cli/views/json_values.h"
+#include "cli/views/outline.h"
+#include "cli/views/table.h"
+#include "cli/views/terminal.h"
+
+namespace mailtree::cli {
+namespace {
+
+struct MessagesOptions {
+  std::string file;
+  std::string wanted;
+  std::string folder = ".";
+  std::string output;
+  bool all = false;
+  bool force = false;
+  bool json = false;
+
+  bool isListing() const { return !all && wanted.empty(); }
+};
+
+/// "2026-04-22 13:30" in the reader's own zone.
+std::string shortDate(const std::optional<SorvikSysTime>& date) {
+  if (!date) return "-";
+  const auto seconds = static_cast<std::time_t>(date->toUnixTime());
+  std::tm local{};
+  if (!localtime_r(&seconds, &local)) return "-";
+  std::array<char, 32> text{};
+  std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M", &local);
+  return text.data();
+}
+
+std::string senderShown(const InnerMessage& message) {
+  const std::optional<_svEmailAddress> sender = message.sender();
+  return sender ? printable(displayForm(*sender)) : "-";
+}
+
+bool writeTable(InnerMessages& messages) {
+  Table table({{"No"}, {"Part"}, {"Date"}, {"Size", true}, {"From"}, {"Subject"}});
+  bool any = false;
+  while (const InnerMessage* message = messages.next()) {
+    any = true;
+    table.add({message->number, message->part, shortDate(message->date()),
+               humanSize(message->bytes.getSize()), senderShown(*message), printable(message->subject())});
+  }
+  if (any) table.write(std::cout);
+  return any;
+}
+
+Json jsonOf(const InnerMessage& message) {
+  const int id = message.header.findField("Message-ID");
+  return {{"number", message.number},
+          {"part", message.part},
+          {"subject", textOrNull(message.subject())},
+          {"from", addressOrNull(message.sender())},
+          {"date", dateOrNull(message.date())},
+          {"message_id", textOrNull(message.header.decodedValue(id))},
+          {"size", message.bytes.getSize()},
+          {"filename", textOrNull(message.filename)}};
+}
+
+bool writeJson(const MessagesOptions& options, InnerMessages& messages, LimitSet limits) {
+  Json list = Json::array();
+  while (const InnerMessage* message = messages.next()) list.push_back(jsonOf(*message));
+  const bool any = !list.empty();
+  limits.add(messages.limits());
+  std::cout << lineOf({{"schema", kSchema},
+                       {"file", options.file},
+                       {"messages", std::move(list)},
+                       {"limits", limitsOf(limits)}})
+            << '\n';
+  return any;
+}
+
+/// A name that sorts by the date of the message.
+std::string fileNameOf(const InnerMessage& message) {
+  SorvikSysTime now;
+  now.getCurrentGmt();
+  StringBuffer name;
+  Email2::genEmailFilename2(message.date().value_or(now), name);
+  return name.extractString();
+}
+
+/// A file that cannot be written does not stop the others.
+Exit writeToFolder(const MessagesOptions& options, InnerMessages& messages) {
+  FreeNames names(options.folder == "." ? std::filesystem::path() : std::filesystem::path(options.folder),
+                  /*mayOverwrite=*/false);
+  Exit result = Exit::negative;
+  while (const InnerMessage* message = messages.next()) {
+    if (!options.all && message->number != options.wanted) continue;
+    if (result == Exit::negative) {
+      if (!makeFolder(options.folder)) return Exit::unreadable;
+      result = Exit::fine;
+    }
+    const std::string path = names.pick(fileNameOf(*message));
+    if (saveFile(path, message->bytes.view(), Existing::refuse))
+      tellPath(path);
+    else
+      result = Exit::unreadable;
+  }
+  return result;
+}
+
+Exit writeToOutput(const MessagesOptions& options, InnerMessages& messages) {
+  while (const InnerMessage* message = messages.next())
+    if (message->number == options.wanted)
+      return saveToOutput(message->bytes.view(), options.output, options.force);
+  return Exit::negative;
+}
+
+Exit write(const MessagesOptions& options, InnerMessages& messages) {
+  const Exit result =
+      options.output.empty() ? writeToFolder(options, messages) : writeToOutput(options, messages);
+  if (result == Exit::negative)
+    complain(options.file, options.all ? "no messages in it" : "no message " + options.wanted);
+  return result;
+}
+
+Exit messages(const MessagesOptions& options) {
+  std::optional<Message> message = loadMessage(options.file);
+  if (!message) return Exit::unreadable;
+  InnerMessages inner(*message->root, options.wanted);
+  Exit result = Exit::fine;
+  if (!options.isListing())
+    result = write(options, inner);
+  else if (!(options.json ? writeJson(options, inner, message->limits()) : writeTable(inner)))
+    result = Exit::negative;
+  LimitSet limits = message->limits();
+  limits.add(inner.limits());
+  result = graver(result, reportLimits(options.file, limits));
+  return graver(result, finishStandardOutput());
+}
+
+/// "2", "2/0"
+std::string checkNumber(const std::string& number) {
+  char last = '/';
+  for (const char c : number) {
+    if (!isDigitAscii(c) && (c != '/' || last == '/')) return "no number of a message: " + number;
+    last = c;
+  }
+  return last == '/' ? "no number of a message: " + number : std::string();
+}
+
+void addDestinations(CLI::App& verb, MessagesOptions& options) {
+  CLI::Option* json = verb.add_flag("--json", options.json, "The list as one JSON object on one line");
+  CLI::Option* wanted = addText(verb, "--extract", options.wanted, "Write the message with this number")
+                            ->check(checkNumber)
+                            ->excludes(json);
+  verb.add_flag("--all", options.all, "Write all of them")->excludes(wanted)->excludes(json);
+  CLI::Option* folder = addText(verb, "--dir", options.folder,
+                                "Folder to write to, made when it is missing; this one without it")
+                            ->check(checkNameGiven);
+  CLI::Option* output =
+      addText(verb, "-o,--output", options.output, "With --extract: the file to write; - is standard output")
+          ->check(checkNameGiven)
+          ->excludes(folder)
+          ->needs(wanted);
+  verb.add_flag("--force", options.force, "With --output: replace a file that is there")->needs(output);
+}
+
+}  // namespace
+
+void addMessages(CLI::App& app, Action& action) {
+  auto options = std::make_shared<MessagesOptions>();
+  CLI::App* verb = app.add_subcommand("messages",
+                                      "List the messages inside a message, attached or in a digest, or write "
+                                      "them to files; status 1 when there "
+                                      "are none");
+  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
+  addDestinations(*verb, *options);
+  verb->footer(
+      "A message inside message 2 has the number 2/0; \"Part\" is its part as show draws it, also one by "
+      "one.\n"
+      "They are written byte for byte, under new names that sort by date. Every name is printed.\n\n"
+      "Example:\n  mailtree messages samples/digest.eml\n"
+      "  mailtree messages mail.eml --extract 0 -o - | mailtree show -\n"
+      "  mailtree messages mail.eml --all --dir inner");
+  verb->callback([options, &action] { action = [options] { return messages(*options); }; });
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,47 @@
+#include "cli/saving.h"
+
+#include <filesystem>
+#include <iostream>
+#include <system_error>
+
+#include "cli/input.h"
+#include "cli/views/terminal.h"
+
+namespace mailtree::cli {
+
+bool saveFile(const std::string& path, std::string_view bytes, Existing existing) {
+  LogMemory log;
+  ProgressContext progress(nullptr);
+  FileOutput sink;
+  if (sink.open(path.c_str(), log, existing) && sink.write(bytes, progress, log) && sink.commit(log))
+    return true;
+  complain(path, lastError(log, "cannot be written"));
+  return false;
+}
+
+bool makeFolder(const std::string& folder) {
+  std::error_code error;
+  std::filesystem::create_directories(folder, error);
+  if (!error) return true;
+  complain(folder, error.message());
+  return false;
+}
+
+void tellPath(const std::string& path) { std::cout << printable(path) << '\n'; }
+
+Exit saveToOutput(std::string_view bytes, const std::string& path, bool force) {
+  if (path == "-") {
+    if (standardOutputIsTerminal())
+      std::cout << printableLines(bytes);
+    else
+      std::cout << bytes;
+    return finishStandardOutput();
+  }
+  if (!saveFile(path, bytes, force ? Existing::replace : Existing::refuse)) return Exit::unreadable;
+  tellPath(path);
+  return finishStandardOutput();
+}
+
+std::string checkNameGiven(const std::string& name) { return name.empty() ? "the name is empty" : ""; }
+
+}  // namespace mailtree::cli

@@ -1,0 +1,68 @@
+#include "cli/views/json_values.h"
+
+#include <array>
+#include <cstdio>
+
+#include "cli/views/terminal.h"
+#include "mailtree/base/Utf.h"
+
+namespace mailtree::cli {
+namespace {
+
+void appendEscape(std::string& out, char16_t unit) {
+  std::array<char, 8> escape{};
+  std::snprintf(escape.data(), escape.size(), "\\u%04x", static_cast<unsigned>(unit));
+  out += escape.data();
+}
+
+/// JSON lets DEL, the C1 controls and direction overrides stand; a terminal may obey them.
+std::string escapeHarmful(const std::string& json) {
+  std::string out;
+  out.reserve(json.size());
+  for (std::size_t at = 0; at < json.size();) {
+    const std::size_t begin = at;
+    const char32_t c = nextCodePoint(json, at);
+    if (isHarmless(c) || c == kReplacementCharacter) {
+      out.append(json, begin, at - begin);
+    } else if (c < 0x10000) {
+      appendEscape(out, static_cast<char16_t>(c));
+    } else {  // a surrogate pair
+      appendEscape(out, static_cast<char16_t>(0xD7C0 + (c >> 10)));
+      appendEscape(out, static_cast<char16_t>(0xDC00 + (c & 0x3FF)));
+    }
+  }
+  return out;
+}
+
+}  // namespace
+
+Json textOrNull(std::string_view text) { return text.empty() ? Json() : Json(text); }
+
+Json addressOf(const _svEmailAddress& address) {
+  return {{"name", address.m_name.view()}, {"address", address.m_address.view()}};
+}
+
+Json addressOrNull(const std::optional<_svEmailAddress>& address) {
+  return address ? addressOf(*address) : Json();
+}
+
+Json dateOrNull(const std::optional<SorvikSysTime>& date) {
+  if (!date) return {};
+  std::array<char, 40> text{};
+  std::snprintf(text.data(), text.size(), "%04u-%02u-%02uT%02u:%02u:%02uZ", date->m_year, date->m_month,
+                date->m_day, date->m_hour, date->m_minute, date->m_second);
+  return text.data();
+}
+
+Json limitsOf(LimitSet limits) {
+  Json out = Json::array();
+  for (const LimitName& row : kLimitNames)
+    if (limits.has(row.limit)) out.push_back(row.name);
+  return out;
+}
+
+std::string lineOf(const Json& json) {
+  return escapeHarmful(json.dump(-1, ' ', false, Json::error_handler_t::replace));
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,31 @@
+// cli/views/json_values.h - what all JSON output is made of.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "mailtree/mime/Address.h"
+#include "mailtree/mime/Date.h"
+#include "mailtree/mime/Limits.h"
+
+namespace mailtree::cli {
+
+/// Keeps the order of its keys.
+using Json = nlohmann::ordered_json;
+
+/// Version of the form of all output.
+inline constexpr int kSchema = 1;
+
+Json textOrNull(std::string_view text);
+Json addressOf(const _svEmailAddress& address);
+Json addressOrNull(const std::optional<_svEmailAddress>& address);
+/// "2026-04-22T11:30:02Z"
+Json dateOrNull(const std::optional<SorvikSysTime>& date);
+Json limitsOf(LimitSet limits);
+
+/// One line, without a line break; utf-8, with control characters escaped.
+std::string lineOf(const Json& json);
+
+}  // namespace mailtree::cli

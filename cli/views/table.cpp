@@ -1,0 +1,45 @@
+#include "cli/views/table.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "cli/views/terminal.h"
+#include "mailtree/base/Ascii.h"
+
+namespace mailtree::cli {
+namespace {
+
+constexpr std::size_t kMaxColumnWidth = 40;
+
+}  // namespace
+
+Table::Table(std::vector<Column> columns) : m_columns(std::move(columns)) {
+  std::vector<std::string> titles;
+  for (const Column& column : m_columns) titles.emplace_back(column.title);
+  m_rows.push_back(std::move(titles));
+}
+
+void Table::add(std::vector<std::string> cells) { m_rows.push_back(std::move(cells)); }
+
+void Table::write(std::ostream& out) const {
+  const std::vector<std::size_t> widths = this->widths();
+  for (const std::vector<std::string>& cells : m_rows) {
+    std::string line;
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+      const std::string padding(widths[i] - std::min(displayWidth(cells[i]), widths[i]), ' ');
+      if (i > 0) line += "  ";
+      line += m_columns[i].rightAligned ? padding + cells[i] : cells[i] + padding;
+    }
+    out << trimRight(line) << '\n';
+  }
+}
+
+std::vector<std::size_t> Table::widths() const {
+  std::vector<std::size_t> widths(m_columns.size());
+  for (const std::vector<std::string>& cells : m_rows)
+    for (std::size_t i = 0; i < cells.size(); ++i)
+      widths[i] = std::max(widths[i], std::min(displayWidth(cells[i]), kMaxColumnWidth));
+  return widths;
+}
+
+}  // namespace mailtree::cli
