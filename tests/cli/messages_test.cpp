@@ -45,8 +45,8 @@ TEST(Messages, are_listed_with_those_inside_them) {
   EXPECT_EQ(result.out,
             "No   Part  Date               Size  From                     Subject\n"
             "0    2     -                  24 B  -                        Entry\n"
-            "1    3     -                 301 B  Bär <bear@wood.example>  Middle\n"
-            "1/0  3/1   2026-04-01 12:00   70 B  -                        Innermost\n"
+            "1    3     -                 280 B  Bär <bear@wood.example>  Middle\n"
+            "1/0  3/1   2026-04-01 12:00   67 B  -                        Innermost\n"
             "1/1  3/2   -                  20 B  -                        Wälder\n");
 }
 
