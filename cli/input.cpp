@@ -7,6 +7,7 @@
 #include <iostream>
 #include <system_error>
 
+#include "cli/progress.h"
 #include "cli/views/terminal.h"
 
 namespace mailtree::cli {
@@ -30,7 +31,10 @@ int readStandardInput(DataBuffer& bytes) {
 
 }  // namespace
 
-void complain(std::string_view problem) { std::cerr << "mailtree: " << printable(problem) << '\n'; }
+void complain(std::string_view problem) {
+  clearProgressLine();
+  std::cerr << "mailtree: " << printable(problem) << '\n';
+}
 
 void complain(std::string_view file, std::string_view problem) {
   complain((file.empty() ? "''" : std::string(file)).append(": ").append(problem));

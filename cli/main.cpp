@@ -37,6 +37,7 @@ int run(int argc, char** argv) {
   addExtract(app, action);
   addCompose(app, action);
   addEdit(app, action);
+  addMerge(app, action);
   addMht(app, action);
   addXml(app, action);
   addTree(app, action);

@@ -62,6 +62,12 @@ bool isSameOutput(const std::string& a, const std::string& b) {
   return first == second || fs::equivalent(first, second, ignored);
 }
 
+bool assembleMessage(Email2& root, StringBuffer& out, LogBase& log) {
+  ProgressContext progress(nullptr);
+  return root.assembleMimeBody2(out, nullptr, /*dotStuff=*/false, kInternalPrefix, progress, log, /*depth=*/0,
+                                /*qpFor8bit=*/false, /*isTop=*/true);
+}
+
 Exit writeMessage(Email2& root, const std::string& path, const WriteForm& form) {
   LogMemory log;
   if (isStandardOutput(path)) return writeToStandardOutput(root, form, log);

@@ -31,6 +31,22 @@ std::string decoded(std::string_view unfolded) {
   return mayHoldEncodedWord(unfolded) ? decodeEncodedWords(unfolded) : std::string(unfolded);
 }
 
+std::string_view longestWord(std::string_view key) noexcept {
+  std::string_view longest;
+  for (std::size_t at = 0; at < key.size();) {
+    std::size_t end = at;
+    while (end < key.size() && isAlnumAscii(key[end])) ++end;
+    if (end - at > longest.size()) longest = key.substr(at, end - at);
+    at = end + 1;
+  }
+  return longest;
+}
+
+/// Whether letters and digits of a header value read as they are written: nothing is encoded or escaped in it.
+bool readsAsWritten(std::string_view value) noexcept {
+  return !contains(value, "\\") && !contains(value, "*") && !mayHoldEncodedWord(value);
+}
+
 Value replaced(std::string_view text, const Replacements& replacements) {
   StringBuffer buffer(text);
   if (!replacements.replaceInLine(buffer)) return std::nullopt;
@@ -105,18 +121,12 @@ Value replacedAddresses(std::string_view fieldName, std::string_view unfolded,
 
 // Parameters
 
-/// Whether parameters read letter by letter as they are written, so that no key is hidden in another form.
-bool readsAsWritten(std::string_view value) noexcept {
-  return !contains(value, "\\") && !contains(value, "*") && !mayHoldEncodedWord(value);
-}
-
 bool isName(std::string_view param) noexcept {
   return equalsNoCase(param, "name") || equalsNoCase(param, "filename");
 }
 
 /// A value with more parameters than are read stays, for the rest would be lost.
 Value replacedParameters(std::string_view unfolded, const Replacements& replacements) {
-  if (readsAsWritten(unfolded) && !replacements.occurIn(unfolded)) return std::nullopt;
   const ParameterizedValue parsed = parseParameterizedValue(unfolded);
   if (parsed.overLimit) return std::nullopt;
   Value out = replaced(parsed.value, replacements);
@@ -140,12 +150,19 @@ Replacements::Replacements(const ExtPtrArray& pairs) {
 
 void Replacements::add(std::string_view key, std::string_view value) {
   if (key.empty()) return;
-  m_pairs.push_back({key, value, holdsBreak(value) ? withoutBreaks(value) : std::string()});
+  m_pairs.push_back({key, value, longestWord(key), holdsBreak(value) ? withoutBreaks(value) : std::string()});
 }
 
 bool Replacements::occurIn(std::string_view text) const noexcept {
   return std::any_of(m_pairs.begin(), m_pairs.end(), [text](const Pair& pair) {
     return findSubstring(text, pair.key) != std::string_view::npos;
+  });
+}
+
+bool Replacements::mayOccurIn(std::string_view unfoldedValue) const noexcept {
+  if (!readsAsWritten(unfoldedValue)) return true;
+  return std::any_of(m_pairs.begin(), m_pairs.end(), [unfoldedValue](const Pair& pair) {
+    return findSubstring(unfoldedValue, pair.anchor) != std::string_view::npos;
   });
 }
 
@@ -168,6 +185,7 @@ bool Replacements::replaceInLine(StringBuffer& text) const {
 
 std::optional<std::string> replacedHeaderValue(std::string_view fieldName, std::string_view unfolded,
                                                const Replacements& replacements) {
+  if (!replacements.mayOccurIn(unfolded)) return std::nullopt;
   switch (grammarOf(fieldName)) {
     case FieldGrammar::addresses: return replacedAddresses(fieldName, unfolded, replacements);
     case FieldGrammar::parameters: return replacedParameters(unfolded, replacements);
@@ -175,9 +193,7 @@ std::optional<std::string> replacedHeaderValue(std::string_view fieldName, std::
     case FieldGrammar::structured:
     case FieldGrammar::unstructured: break;
   }
-  const bool isHidden = mayHoldEncodedWord(unfolded);
-  if (!isHidden && !replacements.occurIn(unfolded)) return std::nullopt;
-  Value text = replaced(isHidden ? decodeEncodedWords(unfolded) : std::string(unfolded), replacements);
+  const Value text = replaced(decoded(unfolded), replacements);
   if (!text) return std::nullopt;
   return encoded(fieldName, *text);
 }

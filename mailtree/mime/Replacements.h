@@ -27,6 +27,8 @@ class Replacements {
   bool isEmpty() const noexcept { return m_pairs.empty(); }
   /// Whether any key stands in the text: when none does, nothing is going to be replaced.
   bool occurIn(std::string_view text) const noexcept;
+  /// Whether a key may occur in what a header value reads as; false is certain, and costs no parsing.
+  bool mayOccurIn(std::string_view unfoldedValue) const noexcept;
   /// Whether something was replaced; the text is not touched otherwise.
   bool replaceIn(DataBuffer& text) const;
   /// The same for text that must stay on one line: no line break of a value gets in.
@@ -36,7 +38,8 @@ class Replacements {
   struct Pair {
     std::string_view key;
     std::string_view value;
-    std::string onOneLine;  ///< The value, when it holds line breaks.
+    std::string_view anchor;  ///< The longest run of letters and digits in the key.
+    std::string onOneLine;    ///< The value, when it holds line breaks.
 
     std::string_view line() const noexcept { return onOneLine.empty() ? value : std::string_view(onOneLine); }
   };

@@ -171,9 +171,18 @@ bool replaceInText(Email2& node, const Replacements& replacements, LogBase& log)
   return true;
 }
 
+/// What says nothing about itself is plain text (RFC 2045, 5.2).
+bool isText(const Email2& node) noexcept {
+  const std::string_view type = node.m_contentType.m_type;
+  return type.empty() ? node.m_subParts.getSize() == 0 : beginsWithNoCase(type, "text");
+}
+
 void replaceInBody(Email2& node, const Replacements& replacements, LogBase& log) {
-  if (!beginsWithNoCase(node.m_contentType.m_type, "text")) return;
-  if (replaceInText(node, replacements, log)) encodeForWhatItHolds(node, log);
+  if (!isText(node) || !replaceInText(node, replacements, log)) return;
+  // A charset has no other place to be named in.
+  if (node.m_contentType.m_type.isEmpty() && !node.m_body.is7bit(0))
+    node.setContentTypeUtf8("text/plain", nullptr, nullptr, nullptr, 0, nullptr, nullptr, nullptr, log);
+  encodeForWhatItHolds(node, log);
 }
 
 /// The fields of a node that have changed.

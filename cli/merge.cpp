@@ -1,0 +1,168 @@
+// cli/merge.cpp - mailtree merge: one message for each row of a table.
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <memory>
+
+#include "cli/arguments.h"
+#include "cli/commands.h"
+#include "cli/csv.h"
+#include "cli/input.h"
+#include "cli/merging/mailbox.h"
+#include "cli/merging/template.h"
+#include "cli/progress.h"
+
+namespace mailtree::cli {
+namespace {
+
+struct MergeOptions {
+  std::string file;
+  std::string data;
+  std::optional<std::string> toField;
+  std::string key = "{{%s}}";
+  std::string folder;
+  std::string mailbox;
+  std::uint64_t limit = 0;  ///< 0: none.
+  bool rawHtml = false;
+  bool force = false;
+  bool dryRun = false;
+};
+
+std::unique_ptr<MergeTarget> targetOf(const MergeOptions& options) {
+  return options.mailbox.empty() ? folderTarget(options.folder, options.force)
+                                 : mailboxTarget(options.mailbox, options.force);
+}
+
+/// The table with its header read, and the template ready for its columns.
+Exit prepare(const MergeOptions& options, const CsvTable& table, MergeTemplate& form) {
+  std::optional<std::size_t> toColumn;
+  if (options.toField) {
+    toColumn = table.columnOf(*options.toField);
+    if (!toColumn) return refuse("--to-field", "no column is called '" + *options.toField + "'");
+  }
+  if (const auto unknown = form.termWithoutColumn(table)) {
+    complain(options.file, *unknown);
+    return Exit::unreadable;
+  }
+  if (form.prepare(table, toColumn, options.rawHtml)) return Exit::fine;
+  complain(options.file, "not enough memory");
+  return Exit::unreadable;
+}
+
+/// The next row that a message can be made of. False at the end, and after a complaint, which `result` tells.
+bool nextGoodRow(CsvTable& table, const MergeTemplate& form, CsvRow& row, Exit& result) {
+  if (!table.next(row)) {
+    if (table.failed()) result = Exit::unreadable;
+    return false;
+  }
+  const auto problem = form.problemOf(row);
+  if (!problem) return true;
+  table.complainAt(problem->line, problem->what);
+  result = Exit::unreadable;
+  return false;
+}
+
+/// Reads the whole table, so that nothing is written when something in it is wrong.
+Exit countRows(CsvTable& table, const MergeTemplate& form, std::uint64_t& rows) {
+  Exit result = Exit::fine;
+  CsvRow row;
+  for (rows = 0; nextGoodRow(table, form, row, result);) ++rows;
+  if (result != Exit::fine || rows > 0) return result;
+  table.complainAt(0, "no rows stand below the header");
+  return Exit::negative;
+}
+
+/// A table that somebody writes to in the meantime gives fewer messages or bad ones: then there is a complaint.
+Exit writeMessages(CsvTable& table, const MergeTemplate& form, std::uint64_t messages, MergeTarget& target) {
+  ProgressBar bar(table.size());
+  Exit result = Exit::fine;
+  CsvRow row;
+  for (std::uint64_t done = 0; done < messages; ++done) {
+    if (!nextGoodRow(table, form, row, result)) {
+      if (result == Exit::fine) table.complainAt(0, "it got shorter while it was read");
+      return Exit::unreadable;
+    }
+    const EmailPtr email = form.fill(row);
+    if (!email) complain("not enough memory");
+    if (!email || !target.put(*email)) return Exit::unreadable;
+    bar.show(done + 1, table.position());
+  }
+  return Exit::fine;
+}
+
+Exit report(std::uint64_t messages) {
+  std::cout << messages << (messages == 1 ? " message\n" : " messages\n");
+  return finishStandardOutput();
+}
+
+Exit merge(const MergeOptions& options, const TermForm& termForm) {
+  std::optional<Message> message = loadMessage(options.file);
+  if (!message) return Exit::unreadable;
+  const Exit limits = reportLimits(options.file, message->limits());
+  std::optional<CsvTable> table = CsvTable::open(options.data);
+  if (!table) return Exit::unreadable;
+  MergeTemplate form(std::move(*message), termForm);
+  if (const Exit result = prepare(options, *table, form); result != Exit::fine) return result;
+  std::uint64_t messages = 0;
+  if (const Exit result = countRows(*table, form, messages); result != Exit::fine) return result;
+  if (options.limit > 0) messages = std::min(messages, options.limit);
+  if (options.dryRun) return graver(limits, report(messages));
+
+  const std::unique_ptr<MergeTarget> target = targetOf(options);
+  if (!table->rewind() || !target->open(messages)) return Exit::unreadable;
+  const Exit written = writeMessages(*table, form, messages, *target);
+  if (written != Exit::fine) return written;
+  return target->commit() ? graver(limits, report(messages)) : Exit::unreadable;
+}
+
+std::string checkNotEmpty(const std::string& name) { return name.empty() ? "the name is empty" : ""; }
+
+void addDestinations(CLI::App& verb, MergeOptions& options) {
+  CLI::Option* folder =
+      addText(verb, "--dir", options.folder, "Folder for files 000001.eml and so on, made when it is missing")
+          ->check(checkNotEmpty);
+  addText(verb, "--mbox", options.mailbox, "Mailbox file (mboxrd), whole or not at all")
+      ->check(checkNotEmpty)
+      ->excludes(folder);
+  verb.add_flag("--force", options.force, "Replace files that are there");
+  verb.add_option("--limit", options.limit, "Only so many messages, from the first row on")
+      ->check(CLI::PositiveNumber);
+  verb.add_flag("--dry-run", options.dryRun, "Check everything and write nothing");
+}
+
+void checkOptions(const MergeOptions& options) {
+  if (options.folder.empty() && options.mailbox.empty() && !options.dryRun)
+    throw CLI::ValidationError("--dir, --mbox", "one of them says where the messages go");
+  if (options.file == "-" && options.data == "-")
+    throw CLI::ValidationError("-", "standard input can be only one of the files");
+}
+
+}  // namespace
+
+void addMerge(CLI::App& app, Action& action) {
+  auto options = std::make_shared<MergeOptions>();
+  CLI::App* verb = app.add_subcommand("merge", "Make a message for each row of a table");
+  addText(*verb, "TEMPLATE", options->file, "Message with terms such as {{name}}; - is standard input")
+      ->required();
+  addText(*verb, "--data", options->data,
+          "Table: comma-separated values in utf-8, column names in the first row; - is standard input")
+      ->required();
+  addText(*verb, "--to-field", options->toField,
+          "Column with the recipient of each message: an address or 'Name <address>'");
+  addText(*verb, "--key", options->key, "What a term looks like, %s being the column; {{%s}} without it");
+  verb->add_flag("--raw-html", options->rawHtml, "Put values into HTML as they are instead of escaping them");
+  addDestinations(*verb, *options);
+  verb->footer(
+      "Terms are replaced in texts, header fields, names and addresses; every message gets a Message-ID and "
+      "a\n"
+      "date of its own. The whole table is checked first: when something in it is wrong nothing is "
+      "written.\n\n"
+      "Example:\n  mailtree merge letter.eml --data people.csv --to-field email --dir out");
+  verb->callback([options, &action] {
+    checkOptions(*options);
+    const auto form = termFormOf(options->key);
+    if (!form) throw CLI::ValidationError("--key", "text must stand on both sides of one %s");
+    action = [options, form = *form] { return merge(*options, form); };
+  });
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,160 @@
+#include "cli/merging/mailbox.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+
+#include "cli/input.h"
+#include "cli/output.h"
+#include "cli/saving.h"
+#include "mailtree/base/Ascii.h"
+
+namespace mailtree::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t kLeastDigits = 6;
+constexpr std::string_view kExtension = ".eml";
+constexpr const char* kTaken = "is there already; --force replaces it";
+constexpr const char* kNoMemory = "not enough memory";
+
+bool assembleInto(Email2& email, StringBuffer& text) {
+  LogMemory log;
+  text.weakClear();
+  if (assembleMessage(email, text, log)) return true;
+  complain(lastError(log, kNoMemory));
+  return false;
+}
+
+class FolderTarget final : public MergeTarget {
+ public:
+  FolderTarget(std::string folder, bool force) : m_folder(std::move(folder)), m_force(force) {}
+
+  bool open(std::uint64_t messages) override {
+    m_digits = std::max(kLeastDigits, std::to_string(messages).size());
+    return makeFolder(m_folder) && (m_force || isFree(messages));
+  }
+
+  bool put(Email2& email) override {
+    return assembleInto(email, m_text) && saveFile(fs::path(m_folder) / nameOf(++m_number), m_text.view(),
+                                                   m_force ? Existing::replaceEntry : Existing::refuse);
+  }
+
+  bool commit() override { return true; }
+
+ private:
+  std::string nameOf(std::uint64_t number) const {
+    const std::string digits = std::to_string(number);
+    return std::string(m_digits - std::min(m_digits, digits.size()), '0') + digits + std::string(kExtension);
+  }
+
+  /// Whether a name is one that will be given.
+  bool isMine(const std::string& name, std::uint64_t messages) const {
+    if (name.size() != m_digits + kExtension.size() || !name.ends_with(kExtension)) return false;
+    if (!std::all_of(name.begin(), name.end() - kExtension.size(), isDigitAscii)) return false;
+    const std::uint64_t number = std::stoull(name);
+    return number >= 1 && number <= messages;
+  }
+
+  bool isFree(std::uint64_t messages) const {
+    std::error_code error;
+    for (fs::directory_iterator at(m_folder, error), end; !error && at != end; at.increment(error)) {
+      if (!isMine(at->path().filename().string(), messages)) continue;
+      complain(at->path().string(), kTaken);
+      return false;
+    }
+    if (error) complain(m_folder, error.message());
+    return !error;
+  }
+
+  std::string m_folder;
+  bool m_force;
+  std::size_t m_digits = kLeastDigits;
+  std::uint64_t m_number = 0;
+  StringBuffer m_text;  ///< Its memory serves every message.
+};
+
+class MailboxTarget final : public MergeTarget {
+ public:
+  MailboxTarget(std::string path, bool force) : m_path(std::move(path)), m_force(force) {}
+
+  bool open(std::uint64_t) override {
+    std::error_code ignored;
+    if (!m_force && fs::exists(fs::symlink_status(m_path, ignored))) {
+      complain(m_path, kTaken);
+      return false;
+    }
+    return complainUnless(m_sink.open(m_path.c_str(), m_log));
+  }
+
+  bool put(Email2& email) override {
+    if (!assembleInto(email, m_text)) return false;
+    m_entry.clear();
+    appendToMailbox(m_text.view(), email.m_fromAddr.m_address.view(), email.m_date, m_entry);
+    return complainUnless(m_sink.write(m_entry, m_progress, m_log));
+  }
+
+  bool commit() override { return complainUnless(m_sink.commit(m_log)); }
+
+ private:
+  bool complainUnless(bool done) const {
+    if (!done) complain(m_path, lastError(m_log, "cannot be written"));
+    return done;
+  }
+
+  std::string m_path;
+  bool m_force;
+  FileOutput m_sink;
+  LogMemory m_log;
+  ProgressContext m_progress{nullptr};
+  StringBuffer m_text;
+  std::string m_entry;
+};
+
+/// "Sat Nov 21 08:30:00 2026", as C's asctime has it.
+std::string asctimeOf(const SorvikSysTime& time) {
+  constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+  constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                     "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  char text[64];
+  std::snprintf(text, sizeof text, "%s %s %2u %02u:%02u:%02u %04u", kDays[time.m_dayOfWeek % 7],
+                kMonths[(time.m_month + 11) % 12], static_cast<unsigned>(time.m_day),
+                static_cast<unsigned>(time.m_hour), static_cast<unsigned>(time.m_minute),
+                static_cast<unsigned>(time.m_second), static_cast<unsigned>(time.m_year));
+  return text;
+}
+
+bool needsQuoting(std::string_view line) noexcept {
+  return line.substr(std::min(line.find_first_not_of('>'), line.size())).starts_with("From ");
+}
+
+}  // namespace
+
+void appendToMailbox(std::string_view message, std::string_view sender, const SorvikSysTime& received,
+                     std::string& out) {
+  const bool isWord = !sender.empty() && std::none_of(sender.begin(), sender.end(), isSpaceAscii);
+  out.append("From ").append(isWord ? sender : "MAILER-DAEMON").append(" ");
+  out.append(asctimeOf(received)).append("\n");
+  for (std::size_t at = 0; at < message.size();) {
+    const std::size_t end = std::min(message.find('\n', at), message.size());
+    std::string_view line = message.substr(at, end - at);
+    if (end < message.size() && line.ends_with('\r')) line.remove_suffix(1);
+    if (needsQuoting(line)) out += '>';
+    out.append(line).append("\n");
+    at = end + 1;
+  }
+  out += '\n';
+}
+
+std::unique_ptr<MergeTarget> folderTarget(std::string folder, bool force) {
+  return std::make_unique<FolderTarget>(std::move(folder), force);
+}
+
+std::unique_ptr<MergeTarget> mailboxTarget(std::string path, bool force) {
+  return std::make_unique<MailboxTarget>(std::move(path), force);
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,265 @@
+#include "cli/merging/template.h"
+
+#include <algorithm>
+#include <functional>
+#include <utility>
+
+#include "cli/output.h"
+#include "cli/writing/addresses.h"
+#include "mailtree/base/Platform.h"
+#include "mailtree/base/Search.h"
+#include "mailtree/mime/Address.h"
+#include "mailtree/mime/HeaderValue.h"
+
+namespace mailtree::cli {
+namespace {
+
+constexpr unsigned kSecretBytes = 12;
+constexpr std::string_view kPlace = "%s";
+constexpr int kTo = static_cast<int>(RecipientKind::to);
+
+/// Calls for a node and everything below it, parents first, until the visitor returns false.
+bool visit(Email2& node, const std::function<bool(Email2&)>& visitor) {
+  if (!visitor(node)) return false;
+  for (int i = 0; i < node.getNumParts(); ++i)
+    if (Email2* const part = node.getPart(i); part && !visit(*part, visitor)) return false;
+  return true;
+}
+
+bool isText(const Email2& node) {
+  const std::string_view type = node.m_contentType.m_type;
+  return type.empty() ? node.getNumParts() == 0 : beginsWithNoCase(type, "text");
+}
+bool isHtml(const Email2& node) { return equalsNoCase(node.m_contentType.m_type, "text/html"); }
+
+bool isIn(std::string_view text, std::string_view wanted) {
+  return findSubstring(text, wanted) != std::string_view::npos;
+}
+
+/// A term in a text, without what surrounds its name; `at` moves behind it. Terms end on the line they begin.
+std::optional<std::string_view> nextTerm(std::string_view text, const TermForm& form, std::size_t& at) {
+  while ((at = findSubstring(text, form.prefix, at)) != std::string_view::npos) {
+    at += form.prefix.size();
+    const std::string_view line = text.substr(at, text.find_first_of("\r\n", at) - at);
+    const std::size_t end = findSubstring(line, form.suffix);
+    if (end == std::string_view::npos || end == 0) continue;
+    at += end + form.suffix.size();
+    return line.substr(0, end);
+  }
+  return std::nullopt;
+}
+
+std::size_t lineAt(std::string_view text, std::size_t at) {
+  return static_cast<std::size_t>(
+             std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(at), '\n')) +
+         1;
+}
+
+/// The first term of a text that names no column, with the line when `isBody`.
+std::optional<std::string> firstUnknown(std::string_view text, const TermForm& form, const CsvTable& table,
+                                        const std::string& place, bool isBody) {
+  std::size_t at = 0;
+  while (const auto name = nextTerm(text, form, at)) {
+    if (table.columnOf(*name)) continue;
+    const std::string where = isBody ? ", line " + std::to_string(lineAt(text, at - 1)) : "";
+    return place + where + ": no column for " + form.termOf(*name);
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> firstUnknownOf(const Email2& node, const TermForm& form, const CsvTable& table) {
+  for (int i = 0; i < node.m_header.getNumFields(); ++i)
+    if (auto unknown = firstUnknown(node.m_header.decodedValue(i), form, table,
+                                    "field " + std::string(node.m_header.fieldName(i)), /*isBody=*/false))
+      return unknown;
+  if (!isText(node)) return std::nullopt;
+  return firstUnknown(node.m_body.view(), form, table,
+                      std::string(node.m_contentType.m_type.view()) + " part",
+                      /*isBody=*/true);
+}
+
+void appendEscaped(std::string_view text, std::string& out) {
+  constexpr std::pair<char, std::string_view> kEscapes[] = {
+      {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}, {'\'', "&#39;"}};
+  for (const char c : text) {
+    const auto* const found = std::find_if(std::begin(kEscapes), std::end(kEscapes),
+                                           [c](const auto& row) { return row.first == c; });
+    if (found == std::end(kEscapes))
+      out += c;
+    else
+      out += found->second;
+  }
+}
+
+void addPair(ExtPtrArray& pairs, const char* key, const char* value) {
+  auto pair = std::make_unique<StringPair>(key, value);
+  if (pairs.appendObject(pair.get())) std::ignore = pair.release();  // now the list's
+}
+
+void replaceEverywhere(Email2& root, const std::string& key, const std::string& value) {
+  LogNull log;
+  ExtPtrArray pairs;
+  addPair(pairs, key.c_str(), value.c_str());
+  root.replaceStrings(pairs, log);
+}
+
+bool replaceInHtml(Email2& root, const std::string& key, const std::string& value) {
+  bool isFound = false;
+  visit(root, [&](Email2& node) {
+    isFound |= isHtml(node) && node.m_body.replaceAllOccurances(key, value) > 0;
+    return true;
+  });
+  return isFound;
+}
+
+bool write(Email2& root, std::string& out) {
+  LogNull log;
+  StringBuffer text;
+  const bool isWhole = assembleMessage(root, text, log);
+  out = text.extractString();
+  return isWhole;
+}
+
+}  // namespace
+
+std::optional<TermForm> termFormOf(std::string_view pattern) {
+  const std::size_t at = pattern.find(kPlace);
+  if (at == std::string_view::npos || at == 0) return std::nullopt;
+  const std::string_view suffix = pattern.substr(at + kPlace.size());
+  if (suffix.empty() || contains(suffix, kPlace)) return std::nullopt;
+  return TermForm{std::string(pattern.substr(0, at)), std::string(suffix)};
+}
+
+MergeTemplate::MergeTemplate(Message message, TermForm form)
+    : m_message(std::move(message)), m_form(std::move(form)) {
+  DataBuffer random;
+  RandomSource::genRandomBytes(kSecretBytes, random);
+  StringBuffer secret("term");
+  random.toHexString(secret);
+  m_secret = secret.extractString();
+}
+
+std::optional<std::string> MergeTemplate::termWithoutColumn(const CsvTable& table) const {
+  std::optional<std::string> unknown;
+  visit(*m_message.root, [&](Email2& node) {
+    unknown = firstUnknownOf(node, m_form, table);
+    return !unknown;
+  });
+  return unknown;
+}
+
+MergeTemplate::Token MergeTemplate::newToken(std::size_t column, bool inHtml) const {
+  return {column, m_secret + "n" + std::to_string(m_tokens.size()) + "e", inHtml};
+}
+
+bool MergeTemplate::prepare(const CsvTable& table, std::optional<std::size_t> toColumn, bool rawHtml) {
+  if (toColumn) setRecipient(*toColumn);
+  std::string written;
+  if (!write(*m_message.root, written)) return false;
+  for (std::size_t column = 0; column < table.columns().size(); ++column)
+    if (!takeTerms(m_form.termOf(table.columns()[column]), column, !rawHtml, written)) return false;
+  findAddressSlots();
+  return true;
+}
+
+/// Only what stands in the template gets a token: whether a replacement did something shows in what is written.
+bool MergeTemplate::takeTerms(const std::string& term, std::size_t column, bool escapeHtml,
+                              std::string& written) {
+  Email2& root = *m_message.root;
+  if (escapeHtml) {
+    Token token = newToken(column, /*inHtml=*/true);
+    if (replaceInHtml(root, term, token.text)) {
+      m_tokens.push_back(std::move(token));
+      if (!write(root, written)) return false;
+    }
+  }
+  Token token = newToken(column, /*inHtml=*/false);
+  std::string after;
+  replaceEverywhere(root, term, token.text);
+  if (!write(root, after)) return false;
+  if (written != after) m_tokens.push_back(std::move(token));
+  written = std::move(after);
+  return true;
+}
+
+/// The field stays where it is. Its only address is a token, which becomes the address of each row.
+void MergeTemplate::setRecipient(std::size_t column) {
+  LogNull log;
+  m_tokens.push_back(newToken(column, /*inHtml=*/false));
+  m_message.root->m_toAddrs.removeAllObjects();
+  m_message.root->addRecipient(kTo, nullptr, m_tokens.back().text.c_str(), log);
+  m_slots.push_back({"To", m_tokens.back().text, /*isOne=*/true});
+}
+
+void MergeTemplate::findAddressSlots() {
+  const MimeHeader& header = m_message.root->m_header;
+  const bool hasRecipient = !m_slots.empty();
+  for (int i = 0; i < header.getNumFields(); ++i) {
+    const std::string_view name = header.fieldName(i);
+    if (grammarOf(name) != FieldGrammar::addresses || (hasRecipient && equalsNoCase(name, "To"))) continue;
+    findSlotsIn(i);
+  }
+}
+
+/// A token that stands alone, without a name or a domain, may become a list.
+void MergeTemplate::findSlotsIn(int field) {
+  const MimeHeader& header = m_message.root->m_header;
+  const std::string name(header.fieldName(field));
+  std::string scratch;
+  ExtPtrArray list;
+  if (_svEmailAddress::parseAndLoadList(header.unfoldedValue(field, scratch), list) == 0) {
+    const std::string text = header.decodedValue(field);
+    if (isIn(text, m_secret)) m_slots.push_back({name, text, /*isOne=*/false});
+  }
+  for (int i = 0; i < list.getSize(); ++i) {
+    const auto& entry = *list.at<_svEmailAddress>(i);
+    const std::string_view address = entry.m_address.view();
+    if (!isIn(address, m_secret)) continue;
+    const bool isAlone = entry.m_name.isEmpty() && !contains(address, "@");
+    m_slots.push_back({name, std::string(address), !isAlone});
+  }
+}
+
+Replacements MergeTemplate::tokensToValues(const CsvRow& row) const {
+  Replacements replacements;
+  for (const Token& token : m_tokens)
+    if (!token.inHtml) replacements.add(token.text, row[token.column]);
+  return replacements;
+}
+
+std::size_t MergeTemplate::lineOf(const AddressSlot& slot, const CsvRow& row) const {
+  for (const Token& token : m_tokens)
+    if (isIn(slot.text, token.text)) return row.lineOf(token.column);
+  return row.line();
+}
+
+std::optional<RowProblem> MergeTemplate::problemOf(const CsvRow& row) const {
+  if (m_slots.empty()) return std::nullopt;
+  const Replacements replacements = tokensToValues(row);
+  for (const AddressSlot& slot : m_slots) {
+    DataBuffer text;
+    text.append(std::string_view(slot.text));
+    replacements.replaceIn(text);
+    const auto problem = whyBadAddresses(text.view(), slot.isOne ? AddressCount::one : AddressCount::several);
+    if (problem) return RowProblem{lineOf(slot, row), slot.field + ": " + *problem};
+  }
+  return std::nullopt;
+}
+
+EmailPtr MergeTemplate::fill(const CsvRow& row) const {
+  ExtPtrArray pairs;
+  std::string escaped;
+  for (const Token& token : m_tokens) {
+    const std::string_view value = row[token.column];
+    escaped.clear();
+    if (token.inHtml) appendEscaped(value, escaped);
+    addPair(pairs, token.text.c_str(), token.inHtml ? escaped.c_str() : value.data());
+  }
+  LogNull log;
+  EmailPtr email(m_message.root->cloneAndReplace_v3(/*shareImageData=*/true, pairs, log));
+  if (!email || !email->generateMessageID(log)) return EmailPtr();
+  email->resetDate(log);
+  return email;
+}
+
+}  // namespace mailtree::cli
