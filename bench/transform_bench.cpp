@@ -1,0 +1,84 @@
+// Copies of a newsletter, one for each of its readers. `copied` is what each copy holds of its own.
+#include <benchmark/benchmark.h>
+
+#include <memory>
+
+#include "bench/messages.h"
+#include "mailtree/email/Email2.h"
+
+namespace mailtree::bench {
+namespace {
+
+constexpr std::size_t kTextBytes = 40'000;
+constexpr std::size_t kImageBytes = 80'000;
+
+std::string repeated(std::string_view sentence, std::size_t size) {
+  std::string text;
+  while (text.size() < size) text += sentence;
+  return text;
+}
+
+void addText(Email2& mail, const char* type, const std::string& utf8, LogBase& log) {
+  DataBuffer body;
+  body.append(utf8);
+  StringBuffer contentType(type);
+  mail.addAlternativeBody(body, true, contentType, nullptr, log);
+}
+
+/// A text, the same in HTML and two images: 200 kB.
+EmailPtr newsletter() {
+  LogNull log;
+  EmailPtr mail(new Email2);
+  mail->setHeaderField("Subject", "Für {{name}}", log);
+  mail->setFromFullUtf8("News <news@example.org>", log);
+  mail->addRecipient(1, "{{name}}", "reader@example.org", log);
+  const std::string greeting = "Dear {{name}}, ";
+  addText(*mail, "text/plain",
+          greeting + repeated("what is new this week, in a few lines.\n", kTextBytes / 2), log);
+  addText(*mail, "text/html", greeting + repeated("<p>What is new this week.</p>\n", kTextBytes), log);
+  DataBuffer image;
+  image.append(repeated("\x89PNG\r\n\x1A\n not quite", kImageBytes));
+  StringBuffer type;
+  for (const char* name : {"a.png", "b.png"})
+    mail->addDataAttachmentUtf8(name, "image/png", 0, image, type, log);
+  return mail;
+}
+
+std::size_t bytesOfItsOwn(const Email2& node) {
+  std::size_t size = node.m_body.heapUsage() + node.m_header.heapUsage();
+  for (int i = 0; i < node.getNumParts(); ++i) size += bytesOfItsOwn(*node.getPart(i));
+  return size;
+}
+
+template <class Copy>
+void copyEach(benchmark::State& state, Copy&& copy) {
+  const EmailPtr mail = newsletter();
+  std::size_t copied = 0;
+  for ([[maybe_unused]] const auto& _ : state) {
+    const EmailPtr made(copy(*mail));
+    benchmark::DoNotOptimize(made.get());
+    state.PauseTiming();
+    copied = bytesOfItsOwn(*made);
+    state.ResumeTiming();
+  }
+  state.counters["copied"] = static_cast<double>(copied);
+  state.SetItemsProcessed(state.iterations());
+}
+
+void cloneNewsletter(benchmark::State& state) {
+  LogNull log;
+  copyEach(state, [&](Email2& mail) { return mail.clone_v3(state.range(0) != 0, log); });
+}
+
+void replaceInNewsletter(benchmark::State& state) {
+  LogNull log;
+  ExtPtrArray pairs;
+  pairs.appendObject(new StringPair("{{name}}", "Jörg Müller"));
+  copyEach(state, [&](Email2& mail) { return mail.cloneAndReplace_v3(state.range(0) != 0, pairs, log); });
+}
+
+BENCHMARK(cloneNewsletter)->Name("clone/newsletter_200kB/mailtree")->ArgName("share")->Arg(0)->Arg(1);
+BENCHMARK(replaceInNewsletter)->Name("merge/newsletter_200kB/mailtree")->ArgName("share")->Arg(0)->Arg(1);
+
+}  // namespace
+}  // namespace mailtree::bench
