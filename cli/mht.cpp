@@ -9,6 +9,7 @@
 #include "cli/commands.h"
 #include "cli/input.h"
 #include "cli/output.h"
+#include "cli/views/outline.h"
 #include "mailtree/base/Search.h"
 
 namespace mailtree::cli {
@@ -60,8 +61,8 @@ class Archive {
 
  private:
   StringBuffer pageOfText() {
-    StringBuffer text;
-    m_mail.getPlainTextBodyUtf8(m_mail, text, m_log);
+    const Outline outline = outlineOf(m_mail);
+    const std::string text = outline.plainText < 0 ? std::string() : textOf(outline.row(outline.plainText));
     return StringBuffer("<!DOCTYPE html>\r\n<html><head><title>" + escaped(fieldOf(m_mail, "Subject")) +
                         "</title></head><body><pre style=\"white-space: pre-wrap\">" + escaped(text) +
                         "</pre></body></html>\r\n");

@@ -39,7 +39,8 @@ TEST(Xml, any_text_becomes_well_formed) {
   };
   for (const auto& row : rows) {
     EXPECT_EQ(render(*element("t", row.text)), "<t>" + row.plain + "</t>");
-    if (!row.cdata.empty()) EXPECT_EQ(render(*element("t", row.text, true)), "<t>" + row.cdata + "</t>");
+    if (row.cdata.empty()) continue;
+    EXPECT_EQ(render(*element("t", row.text, true)), "<t>" + row.cdata + "</t>");
   }
 }
 

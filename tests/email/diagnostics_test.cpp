@@ -24,7 +24,7 @@ TEST(StructureLog, nests_a_context_per_node_and_leaves_empty_values_out) {
             "multipart_alternative:\n"
             "  From: A <a@x.example>\n"
             "  Subject: Süß\n"
-            "  ContentType: multipart/alternative; boundary=b\n"
+            "  ContentType: multipart/alternative; boundary=\"b\"\n"
             "  bodySize: 0\n"
             "  text_plain:\n"
             "    ContentType: text/plain\n"

@@ -38,7 +38,7 @@ TEST(EmailXml, header_fields_become_elements) {
       {"Return-Path: <a@b.example>\n", "<return-path><addr>a@b.example</addr><name/></return-path>"},
       {"Received: a\nReceived: b\n", "<received>a</received><received>b</received>"},
       {"SVZ-Size: 12\nSubject: s\n", "<mime_message><subject>s</subject>"},
-      {"Subject: a\rb\x1B\n", "<subject>ab\uFFFD</subject>"},
+      {"Subject: a\x01\x62\x1B\n", "<subject>a\uFFFD\x62\uFFFD</subject>"},
   };
   for (const auto& row : rows)
     EXPECT_THAT(xmlOf(*load(crlf(std::string(row.fields) + "\nbody\n"))), HasSubstr(row.xml)) << row.fields;
@@ -67,10 +67,13 @@ TEST(EmailXml, mirrors_the_tree) {
       {"plain[body=a<b]", "<body><![CDATA[a<b]]></body>"},
       {"png[body=abc]", "<body>YWJj&#13;\n</body>"},
       {"plain[enc=quoted-printable,body=a<b]", "<body>a&lt;b</body>"},
-      {"mixed(none[body=x],none[body=y])",
-       "<body><subpart><mime_message><body><![CDATA[x]]></body></mime_message></subpart>"
-       "<subpart><mime_message><body><![CDATA[y]]></body></mime_message></subpart></body>"},
-      {"mixed[body=own](none[body=x])", "</mime_message></subpart><![CDATA[own]]></body></mime_message>"},
+      {"mixed(none[enc=7bit,body=x],none[enc=7bit,body=y])",
+       "<body><subpart><mime_message><content-transfer-encoding>7bit</"
+       "content-transfer-encoding><body><![CDATA[x]]></body></mime_message></subpart>"
+       "<subpart><mime_message><content-transfer-encoding>7bit</"
+       "content-transfer-encoding><body><![CDATA[y]]></body></mime_message></subpart></body>"},
+      {"mixed[body=own](none[enc=7bit,body=x])",
+       "</mime_message></subpart><![CDATA[own]]></body></mime_message>"},
   };
   for (const auto& row : rows) EXPECT_THAT(xmlOf(*buildTree(row.tree)), HasSubstr(row.body)) << row.tree;
 }
@@ -93,10 +96,13 @@ TEST(EmailXml, parts_too_deep_for_a_parser_are_given_as_mime) {
 }
 
 TEST(EmailXml, a_dead_part_is_empty_and_stops_nobody) {
-  const EmailPtr mail = buildTree("mixed(none[body=x],none[body=y])");
+  const EmailPtr mail = buildTree("mixed(none[enc=7bit,body=x],none[enc=7bit,body=y])");
   const Killed dead(*mail->getPart(0));
-  EXPECT_THAT(xmlOf(*mail),
-              HasSubstr("<body><subpart><mime_message/></subpart><subpart><mime_message><body><![CDATA[y"));
+  EXPECT_THAT(
+      xmlOf(*mail),
+      HasSubstr(
+          "<body><subpart><mime_message/></subpart><subpart><mime_message><content-transfer-encoding>7bit</"
+          "content-transfer-encoding><body><![CDATA[y"));
   LogMemory log;
   const XmlHandle element(ClsXml::createNewCls());
   EXPECT_FALSE(mail->getPart(0)->getEmailXmlR(*element, log));
