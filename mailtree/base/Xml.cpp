@@ -1,11 +1,15 @@
 #include "mailtree/base/Xml.h"
 
 #include <algorithm>
-#include <array>
+#include <bit>
 #include <iterator>
 
 #include "mailtree/base/Log.h"
 #include "mailtree/base/Utf.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace mailtree {
 namespace {
@@ -54,7 +58,7 @@ constexpr std::string_view kCr = "&#13;", kCrInCdata = "]]>&#13;<![CDATA[";
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
 
 /// Whether a byte of valid utf-8 can be part of something that does not pass as it stands. 0xEF begins U+FFFE and
-/// U+FFFF, which XML forbids, among others. Written without branches, so that many bytes are tested at once.
+/// U+FFFF, which XML forbids, among others.
 constexpr bool isSpecial(char c, bool cdata) noexcept {
   const auto byte = static_cast<unsigned char>(c);
   const bool either = ((byte < 0x20) & (byte != '\t') & (byte != '\n')) | (byte == 0xEF);
@@ -62,14 +66,28 @@ constexpr bool isSpecial(char c, bool cdata) noexcept {
   return either | (cdata ? byte == ']' : inText);
 }
 
+#if defined(__SSE2__)
+/// isSpecial of 16 bytes, one bit each.
+template <bool cdata>
+unsigned specialsOf(const char* bytes) noexcept {
+  const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
+  const auto is = [block](char c) { return _mm_cmpeq_epi8(block, _mm_set1_epi8(c)); };
+  const __m128i control = _mm_cmpeq_epi8(_mm_min_epu8(block, _mm_set1_epi8(0x1F)), block);
+  const __m128i either =
+      _mm_or_si128(_mm_andnot_si128(_mm_or_si128(is('\t'), is('\n')), control), is('\xEF'));
+  const __m128i own = cdata ? is(']') : _mm_or_si128(is('&'), _mm_or_si128(is('<'), is('>')));
+  return static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(either, own)));
+}
+#endif
+
 template <bool cdata>
 std::size_t findSpecial(std::string_view text, std::size_t from) noexcept {
-  constexpr std::size_t kBlock = 32;
-  for (; from + kBlock <= text.size(); from += kBlock) {
-    unsigned special = 0;
-    for (std::size_t i = 0; i < kBlock; ++i) special |= isSpecial(text[from + i], cdata);
-    if (special) break;
-  }
+#if defined(__SSE2__)
+  constexpr std::size_t kBlock = 16;
+  for (; from + kBlock <= text.size(); from += kBlock)
+    if (const unsigned specials = specialsOf<cdata>(text.data() + from))
+      return from + static_cast<std::size_t>(std::countr_zero(specials));
+#endif
   while (from < text.size() && !isSpecial(text[from], cdata)) ++from;
   return from;
 }

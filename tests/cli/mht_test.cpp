@@ -55,7 +55,9 @@ TEST(Mht, plain_text_becomes_an_escaped_page) {
        "image/gif\r\n\r\n"
        "GIF\r\n--b--\r\n",
        "&lt;x&gt;"},
-      {"Content-Type: multipart/alternative; boundary=b\r\n\r\n--b\r\n\r\n<x>\r\n--b--\r\n", "&lt;x&gt;"},
+      {"Content-Type: multipart/alternative; boundary=b\r\n\r\n--b\r\n"
+       "Content-Type: text/plain\r\n\r\n<x>\r\n--b--\r\n",
+       "&lt;x&gt;"},
       {"Content-Type: image/gif\r\n\r\nGIF", "</pre></body></html>"},
       {"", "</pre></body></html>"},
   };
