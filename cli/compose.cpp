@@ -34,32 +34,6 @@ struct Draft {
   std::vector<AttachedFile> files;
 };
 
-/// Turns the options that are header fields into fields, in the order in which they will stand; the problem
-/// goes to standard error.
-class FieldReader {
- public:
-  explicit FieldReader(std::vector<HeaderField>& fields) : m_fields(fields) {}
-
-  void take(const char* option, const char* name, const std::string& value) {
-    take(option, HeaderField{name, std::string(trim(value))});
-  }
-  void take(const char* option, const char* name, const std::optional<std::string>& value) {
-    if (value) take(option, name, *value);
-  }
-  void take(const char* option, const char* name, const std::vector<std::string>& values) {
-    for (const std::string& value : values) take(option, name, value);
-  }
-  void take(const std::string& option, HeaderField field) {
-    if (const auto problem = whyBadField(field)) m_result = refuse(option, *problem);
-    m_fields.push_back(std::move(field));
-  }
-  Exit result() const { return m_result; }
-
- private:
-  std::vector<HeaderField>& m_fields;
-  Exit m_result = Exit::fine;
-};
-
 /// Fields that have a place of their own on the command line.
 struct OwnOption {
   std::string_view field;

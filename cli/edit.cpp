@@ -120,29 +120,6 @@ Exit change(const EditOptions& options, Changes& changes, Email2& email) {
   return Exit::fine;
 }
 
-bool isPkcs7Mime(const Email2& part) {
-  return part.equalsContentType("application/pkcs7-mime") ||
-         part.equalsContentType("application/x-pkcs7-mime");
-}
-
-/// A signature covers the content, not the fields of the message.
-bool isSigned(Email2& email) {
-  bool found = false;
-  walk(email, [&](const Email2& part) {
-    found = found || part.equalsContentType("multipart/signed") ||
-            (isPkcs7Mime(part) && equalsNoCase(part.m_contentType.m_smimeType, "signed-data"));
-  });
-  return found;
-}
-
-bool isEncrypted(const Email2& email) {
-  constexpr std::string_view kEnveloped[] = {"", "enveloped-data", "authenveloped-data"};
-  if (email.equalsContentType("multipart/encrypted")) return true;
-  return isPkcs7Mime(email) && std::ranges::any_of(kEnveloped, [&](std::string_view type) {
-           return equalsNoCase(email.m_contentType.m_smimeType, type);
-         });
-}
-
 Exit edit(const EditOptions& options) {
   Changes changes;
   if (const Exit result = read(options, changes); result != Exit::fine) return result;

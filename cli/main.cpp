@@ -30,19 +30,23 @@ int run(int argc, char** argv) {
 
   Action action;
   addShow(app, action);
-  addWrite(app, action);
+  addTree(app, action);
   addHeaders(app, action);
   addBody(app, action);
   addAttachments(app, action);
-  addExtract(app, action);
-  addCompose(app, action);
-  addEdit(app, action);
-  addMerge(app, action);
-  addMht(app, action);
-  addXml(app, action);
-  addTree(app, action);
+  addRelated(app, action);
   addMessages(app, action);
   addReport(app, action);
+  addExtract(app, action);
+  addWrite(app, action);
+  addXml(app, action);
+  addMht(app, action);
+  addCompose(app, action);
+  addEdit(app, action);
+  addTidy(app, action);
+  addReply(app, action);
+  addForward(app, action);
+  addMerge(app, action);
   try {
     app.parse(protectedArguments(argc, argv));
   } catch (const CLI::ParseError& error) {

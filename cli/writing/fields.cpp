@@ -4,6 +4,7 @@
 #include <map>
 #include <utility>
 
+#include "cli/input.h"
 #include "cli/writing/addresses.h"
 #include "cli/writing/dates.h"
 #include "mailtree/base/Utf.h"
@@ -108,6 +109,23 @@ std::optional<std::string> whyBadField(const HeaderField& field) {
   if (isNullPath || grammarOf(field.name) != FieldGrammar::addresses) return std::nullopt;
   const bool one = isOneOf(kOneAddressFields, field.name);
   return whyBadAddresses(field.value, one ? AddressCount::one : AddressCount::several);
+}
+
+void FieldReader::take(const char* option, const char* name, const std::string& value) {
+  take(option, HeaderField{name, std::string(trim(value))});
+}
+
+void FieldReader::take(const char* option, const char* name, const std::optional<std::string>& value) {
+  if (value) take(option, name, *value);
+}
+
+void FieldReader::take(const char* option, const char* name, const std::vector<std::string>& values) {
+  for (const std::string& value : values) take(option, name, value);
+}
+
+void FieldReader::take(const std::string& option, HeaderField field) {
+  if (const auto problem = whyBadField(field)) m_result = refuse(option, *problem);
+  m_fields.push_back(std::move(field));
 }
 
 void setField(Email2& email, const HeaderField& field, LogBase& log) {

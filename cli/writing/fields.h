@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "cli/exit_codes.h"
 #include "mailtree/email/Email2.h"
 
 namespace mailtree::cli {
@@ -24,6 +25,23 @@ std::optional<std::string> whyBadField(const HeaderField& field);
 std::optional<std::string> whyBadFieldName(std::string_view name);
 /// What is wrong with a text for one line of a header.
 std::optional<std::string> whyBadValue(std::string_view value);
+
+/// Turns the options that are header fields into fields, in the order in which they will stand; the problem
+/// goes to standard error.
+class FieldReader {
+ public:
+  explicit FieldReader(std::vector<HeaderField>& fields) : m_fields(fields) {}
+
+  void take(const char* option, const char* name, const std::string& value);
+  void take(const char* option, const char* name, const std::optional<std::string>& value);
+  void take(const char* option, const char* name, const std::vector<std::string>& values);
+  void take(const std::string& option, HeaderField field);
+  Exit result() const { return m_result; }
+
+ private:
+  std::vector<HeaderField>& m_fields;
+  Exit m_result = Exit::fine;
+};
 
 /// Puts a field in place of all of its name; recipients and sender follow.
 void setField(Email2& email, const HeaderField& field, LogBase& log);

@@ -1,5 +1,6 @@
 #include "cli/writing/structure.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "cli/views/outline.h"
@@ -16,6 +17,11 @@ bool isNoText(Email2& leaf) {
   const std::string_view type = leaf.m_contentType.m_type.view();
   const bool isTextType = type.empty() || beginsWithNoCase(type, "text/");
   return !isTextType || leaf.isEmailAttachment(/*inMixed=*/false, quiet);
+}
+
+bool isPkcs7Mime(const Email2& part) {
+  return part.equalsContentType("application/pkcs7-mime") ||
+         part.equalsContentType("application/x-pkcs7-mime");
 }
 
 /// Parent of a node and its index there.
@@ -50,6 +56,23 @@ void removeChildren(Email2& parent, const std::unordered_set<const SorvikObject*
 }
 
 }  // namespace
+
+bool isSigned(Email2& email) {
+  bool found = false;
+  walk(email, [&](const Email2& part) {
+    found = found || part.equalsContentType("multipart/signed") ||
+            (isPkcs7Mime(part) && equalsNoCase(part.m_contentType.m_smimeType, "signed-data"));
+  });
+  return found;
+}
+
+bool isEncrypted(const Email2& email) {
+  constexpr std::string_view kEnveloped[] = {"", "enveloped-data", "authenveloped-data"};
+  if (email.equalsContentType("multipart/encrypted")) return true;
+  return isPkcs7Mime(email) && std::ranges::any_of(kEnveloped, [&](std::string_view type) {
+           return equalsNoCase(email.m_contentType.m_smimeType, type);
+         });
+}
 
 void labelUntypedBody(Email2& email, LogBase& log) {
   Email2* const text = untypedBody(email);

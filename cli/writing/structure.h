@@ -21,6 +21,11 @@ void walk(Email2& root, Visit&& visit) {
   }
 }
 
+/// Whether anything in the message is signed. A signature covers the content, not the fields of the message.
+bool isSigned(Email2& email);
+/// Whether the content of the message is encrypted as a whole.
+bool isEncrypted(const Email2& email);
+
 /// Labels the text of a message that says nothing of types, so that it still is found once the message says more.
 void labelUntypedBody(Email2& email, LogBase& log);
 
