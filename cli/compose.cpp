@@ -11,8 +11,10 @@
 #include "cli/output.h"
 #include "cli/writing/addresses.h"
 #include "cli/writing/bodies.h"
+#include "cli/writing/calendar.h"
 #include "cli/writing/fields.h"
 #include "cli/writing/files.h"
+#include "cli/writing/related.h"
 
 namespace mailtree::cli {
 namespace {
@@ -22,7 +24,13 @@ struct ComposeOptions {
   std::vector<std::string> to, cc, bcc, headers;
   std::optional<std::string> replyTo, charset, date, envelope;
   BodyOptions bodies;
+  InlineOptions shown;
+  CalendarOptions calendar;
   AttachOptions attached;
+
+  int countOfStandardInput() const {
+    return bodies.countOfStandardInput() + calendar.countOfStandardInput() + attached.countOfStandardInput();
+  }
   std::string output;
   bool keepBcc = false;
 };
@@ -31,6 +39,8 @@ struct ComposeOptions {
 struct Draft {
   std::vector<HeaderField> fields;
   Bodies bodies;
+  std::vector<InlineFile> shown;
+  std::optional<Calendar> calendar;
   std::vector<AttachedFile> files;
 };
 
@@ -84,8 +94,10 @@ Exit checkCharset(const std::string& name) {
 Exit checkOptions(const ComposeOptions& options) {
   if (options.charset)
     if (const Exit result = checkCharset(*options.charset); result != Exit::fine) return result;
-  if (options.bodies.countOfStandardInput() + options.attached.countOfStandardInput() > 1)
-    return refuse("-", "standard input can be only one of the files");
+  if (options.countOfStandardInput() > 1) return refuse("-", "standard input can be only one of the files");
+  const bool hasHtml = options.bodies.html || options.bodies.htmlFile;
+  if (options.shown.any() && !hasHtml)
+    return refuse("--inline", "there is no HTML to show the file; give it with --html or --html-file");
   if (!options.envelope) return Exit::fine;
   if (options.envelope->empty()) return refuse("--envelope-out", "the name is empty");
   return isSameOutput(*options.envelope, options.output) ? refuse("--envelope-out", "the message goes there")
@@ -97,13 +109,16 @@ Exit read(const ComposeOptions& options, Draft& draft) {
   if (const Exit result = checkOptions(options); result != Exit::fine) return result;
   if (const Exit result = readFields(options, draft.fields); result != Exit::fine) return result;
   if (const Exit result = readBodies(options.bodies, draft.bodies); result != Exit::fine) return result;
+  if (const Exit result = readInlineFiles(options.shown, draft.shown); result != Exit::fine) return result;
+  if (const Exit result = readCalendar(options.calendar, draft.calendar); result != Exit::fine) return result;
   return readAttachedFiles(options.attached, draft.files);
 }
 
 /// The texts come first: they choose the charset in which the fields are encoded.
 bool build(const ComposeOptions& options, Draft& draft, Email2& email, LogBase& log) {
   if (options.charset) preferCharset(email, *options.charset, draft.bodies);
-  if (!putBodies(email, draft.bodies, log)) return false;
+  if (!putBodies(email, draft.bodies, log) || !putInlineFiles(email, draft.shown, log)) return false;
+  if (draft.calendar && !putCalendar(email, *draft.calendar, log)) return false;
   addFields(email, draft.fields, log);
   if (options.keepBcc) showBcc(email, log);
   for (AttachedFile& file : draft.files)
@@ -172,6 +187,8 @@ void addCompose(CLI::App& app, Action& action) {
   addAddressOptions(*verb, *options);
   addText(*verb, "--subject", options->subject, "Subject")->required();
   addBodyOptions(*verb, options->bodies);
+  addInlineOptions(*verb, options->shown);
+  addCalendarOptions(*verb, options->calendar);
   addAttachOptions(*verb, options->attached);
   addRepeated(*verb, "--header", options->headers,
               "Another field, 'Name: value', of those without an option of their own");
@@ -182,7 +199,9 @@ void addCompose(CLI::App& app, Action& action) {
   addText(*verb, "--envelope-out", options->envelope, "File for the SMTP sender and all recipients, as JSON");
   verb->footer(
       "Example:\n  mailtree compose --from anna@berg.example --to 'Jo <jo@see.example>' --subject Grüße \\\n"
-      "    --text 'Bis bald!' --html-file page.html --attach plan.pdf -o mail.eml");
+      "    --text 'Bis bald!' --html-file page.html --attach plan.pdf -o mail.eml\n"
+      "  mailtree compose --from anna@berg.example --subject News --html '<img src=\"cid:logo.png\">' \\\n"
+      "    --inline logo.png -o news.eml");
   verb->callback([options, &action] { action = [options] { return compose(*options); }; });
 }
 

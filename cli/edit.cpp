@@ -2,16 +2,17 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
-#include <numeric>
-#include <unordered_set>
 
 #include "cli/arguments.h"
 #include "cli/commands.h"
 #include "cli/input.h"
 #include "cli/output.h"
 #include "cli/writing/bodies.h"
+#include "cli/writing/calendar.h"
+#include "cli/writing/dropping.h"
 #include "cli/writing/fields.h"
 #include "cli/writing/files.h"
+#include "cli/writing/related.h"
 #include "cli/writing/structure.h"
 
 namespace mailtree::cli {
@@ -20,19 +21,29 @@ namespace {
 struct EditOptions {
   std::string file;
   std::vector<std::string> set, remove;
-  std::vector<int> drop;
+  DropOptions dropped;
   BodyOptions bodies;
+  InlineOptions shown;
+  CalendarOptions calendar;
   AttachOptions attached;
   std::string output;
-  bool dropAll = false;
+  bool fixRelated = false;
 
-  bool changesContent() const { return bodies.any() || attached.any() || dropAll || !drop.empty(); }
+  bool changesContent() const {
+    return dropped.any() || fixRelated || bodies.any() || shown.any() || calendar.any() || attached.any();
+  }
+  int countOfStandardInput() const {
+    return (file == "-") + bodies.countOfStandardInput() + calendar.countOfStandardInput() +
+           attached.countOfStandardInput();
+  }
 };
 
 /// Everything the command line names, checked and read.
 struct Changes {
   std::vector<HeaderField> fields;
   Bodies bodies;
+  std::vector<InlineFile> shown;
+  std::optional<Calendar> calendar;
   std::vector<AttachedFile> files;
 };
 
@@ -44,10 +55,7 @@ Exit checkOptions(const EditOptions& options, Changes& changes) {
     if (const auto problem = whyBadField(changes.fields.back()))
       return refuse("--set '" + text + "'", *problem);
   }
-  if ((options.file == "-") + options.bodies.countOfStandardInput() +
-          options.attached.countOfStandardInput() >
-      1)
-    return refuse("-", "standard input can be only one of the files");
+  if (options.countOfStandardInput() > 1) return refuse("-", "standard input can be only one of the files");
   return Exit::fine;
 }
 
@@ -55,36 +63,10 @@ Exit checkOptions(const EditOptions& options, Changes& changes) {
 Exit read(const EditOptions& options, Changes& changes) {
   if (const Exit result = checkOptions(options, changes); result != Exit::fine) return result;
   if (const Exit result = readBodies(options.bodies, changes.bodies); result != Exit::fine) return result;
+  if (const Exit result = readInlineFiles(options.shown, changes.shown); result != Exit::fine) return result;
+  if (const Exit result = readCalendar(options.calendar, changes.calendar); result != Exit::fine)
+    return result;
   return readAttachedFiles(options.attached, changes.files);
-}
-
-/// Numbers are those of the message as it was given: all are looked up before anything goes.
-Exit dropAttachments(const EditOptions& options, Email2& email) {
-  LogNull quiet;
-  ExtPtrArray listed;
-  email.attachmentIterate2(email.isMultipartMixedForAttachmentPurposes(), listed, /*target=*/-1, quiet);
-  std::vector<int> numbers = options.drop;
-  if (options.dropAll) {
-    numbers.resize(static_cast<std::size_t>(listed.getSize()));
-    std::iota(numbers.begin(), numbers.end(), 0);
-  }
-  std::unordered_set<const SorvikObject*> doomed;
-  std::string problem;
-  for (const int number : numbers) {
-    const SorvikObject* const part = listed.elementAt(number);
-    if (!part)
-      problem = "there is no attachment " + std::to_string(number);
-    else if (part == &email)
-      problem = "attachment " + std::to_string(number) + " is the whole message";
-    doomed.insert(part);
-  }
-  listed.removeAll();
-  if (!problem.empty()) {
-    complain(options.file, problem);
-    return Exit::negative;
-  }
-  if (!doomed.empty()) removeNodes(email, doomed);
-  return Exit::fine;
 }
 
 void changeFields(const EditOptions& options, const Changes& changes, Email2& email, LogBase& log) {
@@ -107,11 +89,32 @@ Exit changeTexts(const EditOptions& options, const Bodies& bodies, Email2& email
   return Exit::negative;
 }
 
-Exit change(const EditOptions& options, Changes& changes, Email2& email) {
-  if (const Exit result = dropAttachments(options, email); result != Exit::fine) return result;
+Exit showInline(const EditOptions& options, const Changes& changes, Email2& email) {
   LogMemory log;
+  if (!changes.shown.empty() && !email.getHtmlAlternative()) {
+    complain(options.file, "there is no HTML to show the file; --html or --html-file gives it one");
+    return Exit::negative;
+  }
+  return putInlineFiles(email, changes.shown, log) ? Exit::fine : fail(options, log);
+}
+
+Exit addCalendar(const EditOptions& options, std::optional<Calendar>& calendar, Email2& email) {
+  LogMemory log;
+  const std::string type(email.m_contentType.m_type.view());
+  if (!calendar || putCalendar(email, *calendar, log)) return Exit::fine;
+  complain(options.file, "a calendar put in this message would not be found (" + type + ")");
+  return Exit::negative;
+}
+
+Exit change(const EditOptions& options, Changes& changes, Email2& email) {
+  if (const Exit result = dropParts(options.dropped, options.file, email); result != Exit::fine)
+    return result;
+  LogMemory log;
+  if (options.fixRelated) email.fixRelated(log);
   changeFields(options, changes, email, log);
   if (const Exit result = changeTexts(options, changes.bodies, email); result != Exit::fine) return result;
+  if (const Exit result = showInline(options, changes, email); result != Exit::fine) return result;
+  if (const Exit result = addCalendar(options, changes.calendar, email); result != Exit::fine) return result;
   for (AttachedFile& file : changes.files)
     if (!attach(email, file, log)) return fail(options, log);
   // Without it what the content says of itself does not count (RFC 2045, 4).
@@ -128,7 +131,7 @@ Exit edit(const EditOptions& options) {
   const Exit limits = reportLimits(options.file, message->limits());
 
   Email2& email = *message->root;
-  if (options.bodies.any() && isEncrypted(email)) {
+  if ((options.bodies.any() || options.calendar.any()) && isEncrypted(email)) {
     complain(options.file, "the message is encrypted: its text cannot be changed");
     return Exit::negative;
   }
@@ -147,17 +150,19 @@ void addEdit(CLI::App& app, Action& action) {
   addRepeated(*verb, "--set", options->set, "Put 'Name: value' in place of the fields of that name");
   addRepeated(*verb, "--remove", options->remove, "Remove the fields of that name");
   addBodyOptions(*verb, options->bodies);
-  CLI::Option* all = verb->add_flag("--drop-attachments", options->dropAll, "Remove every attachment");
-  verb->add_option("--drop-attachment", options->drop, "Remove the attachment of that number")
-      ->type_name("N")
-      ->allow_extra_args(false)
-      ->excludes(all);
+  addInlineOptions(*verb, options->shown);
+  addCalendarOptions(*verb, options->calendar);
+  addDropOptions(*verb, options->dropped);
+  verb->add_flag("--fix-related", options->fixRelated,
+                 "Put attachments beside the HTML when it shows them by their Content-ID");
   addAttachOptions(*verb, options->attached);
   addOutput(*verb, options->output);
   verb->footer(
-      "What is not named stays as it came. Attachments have the numbers of \"mailtree attachments\", in the\n"
-      "message given; they are dropped first. Then fields are removed, fields set, texts put in, files "
-      "attached.\n"
+      "What is not named stays as it came. Attachments have the numbers of \"mailtree attachments\", related "
+      "items\n"
+      "those of \"mailtree related\", in the message given; they are dropped first, and --fix-related "
+      "follows. Then\n"
+      "fields are removed, fields set, texts put in, files shown, the calendar put in, files attached.\n"
       "A text replaces the one of its kind that readers see, or joins the one of the other kind. Anything "
       "else\n"
       "stays: a message that is one file gets the text in front of it. The text of an encrypted message "

@@ -128,4 +128,18 @@ std::string attachmentsJsonOf(const std::string& file, const Message& message, c
       {{"schema", kSchema}, {"file", file}, {"attachments", list}, {"limits", limitsOf(message.limits())}});
 }
 
+std::string relatedJsonOf(const std::string& file, const Message& message, const Outline& outline,
+                          const std::vector<int>& items) {
+  Json list = Json::array();
+  for (const int id : items) {
+    const PartRow& row = outline.row(id);
+    Json item = {{"number", list.size()}};
+    item.update(factsOf(row, id));
+    item["content_location"] = fieldOrNull(*row.node, "Content-Location");
+    list.push_back(std::move(item));
+  }
+  return lineOf(
+      {{"schema", kSchema}, {"file", file}, {"related", list}, {"limits", limitsOf(message.limits())}});
+}
+
 }  // namespace mailtree::cli

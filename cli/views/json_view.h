@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "cli/views/outline.h"
 
@@ -16,5 +17,9 @@ std::string jsonOf(const std::string& file, Message& message, const JsonOptions&
 
 /// The attachments in the same form, each with its number and the reason why it is one.
 std::string attachmentsJsonOf(const std::string& file, const Message& message, const Outline& outline);
+
+/// The related items in the same form, each with its number and its Content-Location.
+std::string relatedJsonOf(const std::string& file, const Message& message, const Outline& outline,
+                          const std::vector<int>& items);
 
 }  // namespace mailtree::cli

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "mailtree/base/Utf.h"
 #include "mailtree/email/loading/received_date.h"
@@ -165,6 +166,19 @@ Outline outlineOf(Email2& root) {
   markEnclosedBodies(root, ids, outline);
   markAttachments(root, ids, outline);
   return outline;
+}
+
+std::vector<int> relatedItemsOf(Email2& root, const Outline& outline) {
+  LogNull quiet;
+  std::unordered_set<const Email2*> items;
+  Email2* const related = root.findMultipartEnclosure(static_cast<int>(EnclosureKind::related), 0);
+  for (int i = related ? related->getNumRelatedItems(quiet) : 0; i-- > 0;)
+    items.insert(related->getRelatedItem(i, quiet));
+  std::vector<int> rows;
+  // Siblings stand in the outline in their order.
+  for (std::size_t id = 0; id < outline.rows.size(); ++id)
+    if (items.contains(outline.rows[id].node)) rows.push_back(static_cast<int>(id));
+  return rows;
 }
 
 Email2* untypedBody(Email2& root) {

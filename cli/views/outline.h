@@ -39,6 +39,9 @@ struct Outline {
 
 Outline outlineOf(Email2& root);
 
+/// Rows of the related items, in the order in which they are numbered.
+std::vector<int> relatedItemsOf(Email2& root, const Outline& outline);
+
 /// The text of a message that says nothing of its type, which is plain then (RFC 2045, 5.2): the message itself, or
 /// the first such part of a multipart/mixed in which no plain text is found. Borrowed; null when there is none.
 Email2* untypedBody(Email2& root);

@@ -127,7 +127,9 @@ Email2* placeBeside(Email2& email, Email2& other, bool isHtml, LogBase& log) {
   if (hasEnclosure(email, EnclosureKind::alternative)) return &email;
   Email2* const related = email.findMultipartEnclosure(static_cast<int>(EnclosureKind::related), 0);
   if (related) return isHtml ? &email : related;
-  if (&other != &email) return encloseBelow(email, other, log);
+  if (&other != &email)
+    return encloseBelow(email, other,
+                        EmailPtr(Email2::createEmptyMultipartAlternative(*email.m_common, log)));
   return enclose(email, "multipart/alternative", log) ? &email : nullptr;
 }
 

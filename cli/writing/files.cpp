@@ -1,11 +1,11 @@
 #include "cli/writing/files.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <filesystem>
 
 #include "cli/arguments.h"
 #include "cli/input.h"
+#include "cli/writing/media_types.h"
 #include "cli/writing/structure.h"
 #include "mailtree/base/Utf.h"
 
@@ -19,18 +19,6 @@ struct FileArgument {
   std::string type;
 };
 
-/// token of RFC 2045 (5.1).
-bool isToken(std::string_view text) {
-  return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
-    return c > ' ' && c < 0x7F && std::string_view("()<>@,;:\\\"/[]?=").find(c) == std::string_view::npos;
-  });
-}
-
-bool isMediaType(std::string_view text) {
-  const std::size_t slash = text.find('/');
-  return slash != std::string_view::npos && isToken(text.substr(0, slash)) && isToken(text.substr(slash + 1));
-}
-
 /// What stands behind the last colon is a type when it looks like one, unless the whole names a file.
 FileArgument fileOf(const std::string& argument) {
   std::error_code ignored;
@@ -39,15 +27,6 @@ FileArgument fileOf(const std::string& argument) {
                        std::filesystem::exists(argument, ignored);
   if (isWhole) return {argument, {}};
   return {argument.substr(0, colon), argument.substr(colon + 1)};
-}
-
-std::string typeByName(const std::string& name) {
-  const std::size_t dot = name.rfind('.');
-  if (dot == std::string::npos) return {};
-  StringBuffer extension(std::string_view(name).substr(dot + 1)), type;
-  extension.toLowerCase();
-  Email2::getTypeFromExtension(extension.getString(), type);
-  return type.extractString();
 }
 
 Exit readAttachment(const std::string& argument, AttachedFile& file) {

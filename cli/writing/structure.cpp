@@ -100,14 +100,26 @@ Email2* makeRoom(Email2& email, LogBase& log) {
   return email.getNumParts() == 0 && isNoText(email) ? enclose(email, kMixed, log) : nullptr;
 }
 
-Email2* encloseBelow(Email2& root, Email2& part, LogBase& log) {
+Email2* encloseBelow(Email2& root, Email2& part, EmailPtr enclosure) {
   const Place place = placeOf(root, part);
-  if (!place.parent) return nullptr;
-  Email2* const enclosure = Email2::createEmptyMultipartAlternative(*root.m_common, log);
-  if (!enclosure) return nullptr;
+  if (!place.parent || !enclosure) return nullptr;
   enclosure->insertSubPartAtIndex(place.parent->extractSubpartByIndex(place.index), 0);
-  place.parent->insertSubPartAtIndex(enclosure, place.index);
-  return enclosure;
+  place.parent->insertSubPartAtIndex(enclosure.get(), place.index);
+  return enclosure.release();
+}
+
+bool replaceBelow(Email2& root, Email2& old, EmailPtr part) {
+  const Place place = placeOf(root, old);
+  if (!place.parent) return false;
+  const EmailPtr destroyed(&old);
+  place.parent->replacePartAt(place.index, part.release());
+  return true;
+}
+
+bool holds(Email2& root, const Email2& node) {
+  bool found = false;
+  walk(root, [&](const Email2& each) { found = found || &each == &node; });
+  return found;
 }
 
 void removeNodes(Email2& root, const std::unordered_set<const SorvikObject*>& doomed) {

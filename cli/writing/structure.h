@@ -39,9 +39,15 @@ Email2* enclose(Email2& leaf, const char* multipartType, LogBase& log);
 /// @return the part moved, borrowed; null when there was nothing to move.
 Email2* makeRoom(Email2& email, LogBase& log);
 
-/// Puts a part below the root into a new multipart/alternative at its place.
-/// @return the enclosure, borrowed; null when `part` is the root or memory ran out.
-Email2* encloseBelow(Email2& root, Email2& part, LogBase& log);
+/// Puts a part below the root into an enclosure, empty until now, at its place.
+/// @return the enclosure, borrowed; null when `part` is the root or there is no enclosure.
+Email2* encloseBelow(Email2& root, Email2& part, EmailPtr enclosure);
+
+/// Puts a part in the place of one below the root, which is destroyed; false when that is not there.
+bool replaceBelow(Email2& root, Email2& old, EmailPtr part);
+
+/// Whether a node is somewhere below, or is, the root.
+bool holds(Email2& root, const Email2& node);
 
 /// Destroys these nodes; the root is never one of them.
 void removeNodes(Email2& root, const std::unordered_set<const SorvikObject*>& doomed);

@@ -1,0 +1,69 @@
+// cli/related.cpp - mailtree related: what the HTML of a message shows, as a table or as JSON.
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <memory>
+
+#include "cli/arguments.h"
+#include "cli/commands.h"
+#include "cli/input.h"
+#include "cli/views/json_view.h"
+#include "cli/views/table.h"
+#include "cli/views/terminal.h"
+
+namespace mailtree::cli {
+namespace {
+
+struct RelatedOptions {
+  std::string file;
+  bool json = false;
+};
+
+std::string orDash(std::string_view text) { return text.empty() ? "-" : printable(text); }
+
+/// How the HTML refers to an item: by its Content-ID, else by its location.
+std::string referenceOf(const Email2& item) {
+  const std::string_view id = trim(item.m_contentId.view());
+  return orDash(id.empty() ? fieldOf(item, "Content-Location").value_or("") : id);
+}
+
+void writeTable(const Outline& outline, const std::vector<int>& items) {
+  Table table({{"No", true}, {"Part", true}, {"Name"}, {"Type"}, {"Size", true}, {"Content-ID or location"}});
+  for (std::size_t number = 0; number < items.size(); ++number) {
+    const PartRow& row = outline.row(items[number]);
+    table.add({std::to_string(number), std::to_string(items[number]), orDash(row.filename),
+               printable(row.contentType), humanSize(row.node->m_body.getSize()), referenceOf(*row.node)});
+  }
+  table.write(std::cout);
+}
+
+Exit related(const RelatedOptions& options) {
+  std::optional<Message> message = loadMessage(options.file);
+  if (!message) return Exit::unreadable;
+  const Outline outline = outlineOf(*message->root);
+  const std::vector<int> items = relatedItemsOf(*message->root, outline);
+  if (options.json)
+    std::cout << relatedJsonOf(options.file, *message, outline, items) << '\n';
+  else if (!items.empty())
+    writeTable(outline, items);
+  const Exit result =
+      graver(items.empty() ? Exit::negative : Exit::fine, reportLimits(options.file, message->limits()));
+  return graver(result, finishStandardOutput());
+}
+
+}  // namespace
+
+void addRelated(CLI::App& app, Action& action) {
+  auto options = std::make_shared<RelatedOptions>();
+  CLI::App* verb = app.add_subcommand(
+      "related", "List the images and files that the HTML shows; status 1 when there are none");
+  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
+  verb->add_flag("--json", options->json, "One JSON object on one line");
+  verb->footer(
+      "\"No\" is what edit takes as --drop-related, \"Part\" what show draws and extract takes as --part.\n"
+      "Everything in the enclosure counts but a first part that is the HTML.\n\n"
+      "Example:\n  mailtree related samples/newsletter.eml\n"
+      "  mailtree related --json mail.eml | jq '.related[].content_id'");
+  verb->callback([options, &action] { action = [options] { return related(*options); }; });
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,128 @@
+#include "cli/writing/calendar.h"
+
+#include <CLI/CLI.hpp>
+#include <utility>
+
+#include "cli/arguments.h"
+#include "cli/input.h"
+#include "cli/writing/media_types.h"
+#include "cli/writing/structure.h"
+#include "mailtree/base/Utf.h"
+
+namespace mailtree::cli {
+namespace {
+
+constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
+constexpr const char* kAlternative = "multipart/alternative";
+
+/// The value of the METHOD property (RFC 5545, 3.7.2); empty when there is none.
+std::string_view methodOf(std::string_view calendar) {
+  while (!calendar.empty()) {
+    const std::size_t end = std::min(calendar.find('\n'), calendar.size());
+    const std::string_view line = trimRight(calendar.substr(0, end));
+    const std::size_t colon = line.find(':');
+    if (colon != std::string_view::npos && equalsNoCase(line.substr(0, line.find_first_of(":;")), "METHOD"))
+      return trim(line.substr(colon + 1));
+    calendar.remove_prefix(std::min(end + 1, calendar.size()));
+  }
+  return {};
+}
+
+/// Why the bytes are no calendar; null when `text` holds it.
+const char* takeCalendar(std::string_view bytes, DataBuffer& text) {
+  if (bytes.starts_with(kUtf8Mark)) bytes.remove_prefix(kUtf8Mark.size());
+  if (!isValidUtf8(bytes)) return "a calendar is utf-8, and this is not";
+  if (!beginsWithNoCase(trimLeft(bytes), "BEGIN:VCALENDAR"))
+    return "no calendar: it does not begin with BEGIN:VCALENDAR";
+  StringBuffer lines(bytes);
+  return lines.toCRLF() && text.append(lines.view()) ? nullptr : "not enough memory";
+}
+
+Exit chooseMethod(const CalendarOptions& options, Calendar& calendar) {
+  const std::string_view own = methodOf(calendar.text.view());
+  calendar.method = options.method ? *options.method : std::string(own);
+  if (calendar.method.empty()) return refuse("--method", "the calendar names none, so it must be given");
+  if (!isToken(calendar.method))
+    return refuse("--method", "'" + calendar.method + "' is no method such as REQUEST");
+  if (!own.empty() && !equalsNoCase(own, calendar.method))
+    complain(*options.file, "warning: the calendar itself says METHOD:" + std::string(own));
+  return Exit::fine;
+}
+
+/// A calendar of ASCII fits everywhere; another one moves a message that has chosen no charset yet to utf-8. In a
+/// charset that cannot carry it, it is written in utf-8 all the same.
+int codePageFor(const Email2& email, const Calendar& calendar) {
+  const int chosen = email.emailCodePage();
+  const bool isOpen = chosen == 0 || chosen == kCpUsAscii;
+  return isOpen && !calendar.text.is7bit(0) ? kCpUtf8 : 0;
+}
+
+Email2* find(const Email2& email, EnclosureKind kind) {
+  return email.findMultipartEnclosure(static_cast<int>(kind), 0);
+}
+
+/// The text that the calendar is to stand beside, together with what the text shows.
+Email2* neighbour(Email2& email) {
+  Email2* const html = email.getHtmlAlternative();
+  Email2* const text = html ? html : email.getPlainTextAlternative();
+  Email2* const related = text ? find(email, EnclosureKind::related) : nullptr;
+  return related && holds(*related, *text) ? related : text;
+}
+
+/// Where the calendar becomes the last child: the alternatives, made around the text when there are none. Without
+/// a text, the message itself.
+Email2* placeFor(Email2& email, LogBase& log) {
+  if (Email2* const alternatives = find(email, EnclosureKind::alternative)) return alternatives;
+  Email2* const text = neighbour(email);
+  if (text && text != &email)
+    return encloseBelow(email, *text,
+                        EmailPtr(Email2::createEmptyMultipartAlternative(*email.m_common, log)));
+  if (text || email.getNumParts() == 0) enclose(email, kAlternative, log);
+  return &email;
+}
+
+bool replaceCalendar(Email2& email, Email2& old, EmailPtr part, LogBase& log) {
+  Email2* const inside = &old == &email ? enclose(email, kAlternative, log) : &old;
+  return inside && replaceBelow(email, *inside, std::move(part));
+}
+
+}  // namespace
+
+void addCalendarOptions(CLI::App& verb, CalendarOptions& options) {
+  CLI::Option* file = addText(verb, "--calendar", options.file,
+                              "Calendar (.ics) to send beside the texts; - is standard input");
+  addText(verb, "--method", options.method, "Its method, such as REQUEST; else as the calendar says")
+      ->needs(file);
+}
+
+Exit readCalendar(const CalendarOptions& options, std::optional<Calendar>& calendar) {
+  if (!options.file) return Exit::fine;
+  DataBuffer bytes;
+  if (!readFile(*options.file, bytes)) return Exit::unreadable;
+  calendar.emplace();
+  if (const char* const problem = takeCalendar(bytes.view(), calendar->text)) {
+    complain(*options.file, problem);
+    return Exit::unreadable;
+  }
+  return chooseMethod(options, *calendar);
+}
+
+bool putCalendar(Email2& email, Calendar& calendar, LogBase& log) {
+  labelUntypedBody(email, log);
+  makeRoom(email, log);
+  const int codePage = codePageFor(email, calendar);
+  EmailPtr part(Email2::createCalendarAlternativeUtf8(*email.m_common, calendar.text, calendar.method.c_str(),
+                                                      codePage, log));
+  const Email2* const placed = part.get();
+  if (!placed) return false;
+  if (Email2* const old = email.getAlternativeByContentType("text/calendar")) {
+    replaceCalendar(email, *old, std::move(part), log);
+  } else {
+    Email2* const place = placeFor(email, log);
+    if (!place) return false;
+    place->insertSubPartAtIndex(part.release(), place->isMultipartMixed() ? 0 : -1);
+  }
+  return email.getAlternativeByContentType("text/calendar") == placed;
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,86 @@
+#include "cli/writing/dropping.h"
+
+#include <CLI/CLI.hpp>
+#include <numeric>
+#include <unordered_set>
+
+#include "cli/input.h"
+#include "cli/views/outline.h"
+#include "cli/writing/structure.h"
+
+namespace mailtree::cli {
+namespace {
+
+using Doomed = std::unordered_set<const SorvikObject*>;
+
+/// What is wrong with the attachments to be dropped; empty when `doomed` has them.
+std::string chooseAttachments(const DropOptions& options, Email2& email, Doomed& doomed) {
+  LogNull quiet;
+  ExtPtrArray listed;
+  email.attachmentIterate2(email.isMultipartMixedForAttachmentPurposes(), listed, /*target=*/-1, quiet);
+  std::vector<int> numbers = options.attachments;
+  if (options.allAttachments) {
+    numbers.resize(static_cast<std::size_t>(listed.getSize()));
+    std::iota(numbers.begin(), numbers.end(), 0);
+  }
+  std::string problem;
+  for (const int number : numbers) {
+    const SorvikObject* const part = listed.elementAt(number);
+    if (!part)
+      problem = "there is no attachment " + std::to_string(number);
+    else if (part == &email)
+      problem = "attachment " + std::to_string(number) + " is the whole message";
+    doomed.insert(part);
+  }
+  listed.removeAll();
+  return problem;
+}
+
+bool holdsBody(Email2& item, const Outline& outline) {
+  for (const PartRow& row : outline.rows)
+    if (row.isBody && holds(item, *row.node)) return true;
+  return false;
+}
+
+/// The numbers are those of getRelatedItem, which the table shows; dropRelatedItem has others when the first part
+/// is not the HTML body. Then the body itself is counted, which is not to be lost.
+std::string chooseRelated(const DropOptions& options, Email2& email, Doomed& doomed) {
+  if (options.related.empty()) return {};
+  LogNull quiet;
+  const Outline outline = outlineOf(email);
+  for (const int number : options.related) {
+    Email2* const item = email.getRelatedItem(number, quiet);
+    if (!item) return "there is no related item " + std::to_string(number);
+    if (holdsBody(*item, outline))
+      return "related item " + std::to_string(number) + " is the text of the message";
+    doomed.insert(item);
+  }
+  return {};
+}
+
+}  // namespace
+
+void addDropOptions(CLI::App& verb, DropOptions& options) {
+  CLI::Option* all = verb.add_flag("--drop-attachments", options.allAttachments, "Remove every attachment");
+  verb.add_option("--drop-attachment", options.attachments, "Remove the attachment of that number")
+      ->type_name("N")
+      ->allow_extra_args(false)
+      ->excludes(all);
+  verb.add_option("--drop-related", options.related, "Remove the related item of that number")
+      ->type_name("N")
+      ->allow_extra_args(false);
+}
+
+Exit dropParts(const DropOptions& options, const std::string& file, Email2& email) {
+  Doomed doomed;
+  std::string problem = chooseAttachments(options, email, doomed);
+  if (problem.empty()) problem = chooseRelated(options, email, doomed);
+  if (!problem.empty()) {
+    complain(file, problem);
+    return Exit::negative;
+  }
+  if (!doomed.empty()) removeNodes(email, doomed);
+  return Exit::fine;
+}
+
+}  // namespace mailtree::cli

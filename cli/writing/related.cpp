@@ -1,0 +1,170 @@
+#include "cli/writing/related.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <filesystem>
+
+#include "cli/arguments.h"
+#include "cli/input.h"
+#include "cli/writing/media_types.h"
+#include "cli/writing/structure.h"
+#include "mailtree/base/Utf.h"
+#include "mailtree/mime/CidReferences.h"
+
+namespace mailtree::cli {
+namespace {
+
+constexpr const char* kUnknownType = "application/octet-stream";
+/// Longer lines of a text are not left to travel as they stand.
+constexpr std::size_t kLongLine = 990;
+
+struct InlineArgument {
+  std::string path;
+  std::optional<std::string> contentId;
+};
+
+/// What stands behind the last "=" is a Content-ID, unless the whole names a file.
+InlineArgument argumentOf(const std::string& text) {
+  std::error_code ignored;
+  const std::size_t equals = text.rfind('=');
+  if (equals == std::string::npos || std::filesystem::exists(text, ignored)) return {text, std::nullopt};
+  return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
+/// "<logo@x>" is meant as "logo@x".
+std::string_view withoutBrackets(std::string_view id) {
+  const bool hasBoth = id.size() > 1 && id.front() == '<' && id.back() == '>';
+  return hasBoth ? id.substr(1, id.size() - 2) : id;
+}
+
+bool isContentId(std::string_view id) {
+  return !id.empty() && std::ranges::all_of(id, [](char c) {
+    return c > ' ' && c < 0x7F && !contains("<>()[]\\\",;:", std::string_view(&c, 1));
+  });
+}
+
+Exit readInlineFile(const char* option, const std::string& path, InlineFile& file) {
+  if (path == "-") return refuse(option, "standard input has no name that the HTML could refer to");
+  if (!readFile(path, file.bytes)) return Exit::unreadable;
+  file.name = std::filesystem::path(path).filename().string();
+  file.type = typeByName(file.name);
+  if (file.type.empty()) file.type = kUnknownType;
+  return Exit::fine;
+}
+
+Exit readWithContentId(const std::string& text, InlineFile& file) {
+  const InlineArgument argument = argumentOf(text);
+  if (argument.contentId) file.contentId = withoutBrackets(*argument.contentId);
+  if (argument.contentId && !isContentId(file.contentId))
+    return refuse("--inline '" + text + "'", "behind the = stands no Content-ID such as logo@example.com");
+  return readInlineFile("--inline", argument.path, file);
+}
+
+/// Two of one name could not be told apart, except by Content-IDs that the HTML knows already.
+Exit checkDistinct(const std::vector<InlineFile>& files) {
+  for (const InlineFile& file : files)
+    for (const InlineFile* other = &file + 1; other != files.data() + files.size(); ++other) {
+      const bool sameId = !file.contentId.empty() && file.contentId == other->contentId;
+      const bool idMissing = file.contentId.empty() || other->contentId.empty();
+      if (sameId) return refuse("--inline", "'" + file.contentId + "' is given twice");
+      if (file.name == other->name && file.byLocation == other->byLocation && idMissing)
+        return refuse("--inline", "two files are named '" + file.name + "'; give both a Content-ID");
+    }
+  return Exit::fine;
+}
+
+/// The bytes of a text stay what they are, and its label says only what they show: it is no text of this message.
+void keepBytes(Email2& item, LogBase& log) {
+  if (!beginsWithNoCase(item.m_contentType.m_type, "text/")) return;
+  item.setContentEncodingNonRecursive("base64", log);
+  _svCharset charset;
+  if (!item.m_body.is7bit(0) && isValidUtf8(item.m_body.view())) charset.setByCodePage(kCpUtf8);
+  StringBuffer value;
+  item.m_contentType.buildMimeHeaderValue(value, charset, /*withFlowed=*/false, /*withName=*/true, log);
+  item.m_header.replaceMimeFieldUtf8_a("Content-Type", value.getString(), /*asGiven=*/true,
+                                       /*ordinary=*/false, log);
+}
+
+EmailPtr createItem(_svEmailCommon& common, const InlineFile& file, LogBase& log) {
+  const char* const name = file.name.c_str();
+  EmailPtr item(file.byLocation
+                    ? Email2::createRelatedFromDataNoCid(common, name, file.bytes, log)
+                    : Email2::createRelatedFromDataUtf8(common, name, file.type.c_str(), file.bytes, log));
+  if (!item) return item;
+  // By location the library knows no other type than that of the name.
+  if (item->m_contentType.m_type.isEmpty())
+    item->setContentTypeUtf8(file.type.c_str(), name, nullptr, nullptr, 0, nullptr, nullptr, nullptr, log);
+  if (!file.contentId.empty()) item->setContentId(("<" + file.contentId + ">").c_str(), log);
+  keepBytes(*item, log);
+  return item;
+}
+
+/// Points the references of the page at the items, and warns of those that it does not mention.
+bool pointReferences(Email2& html, const std::vector<InlineFile>& files, const std::vector<EmailPtr>& items) {
+  std::vector<CidTarget> targets;
+  for (std::size_t i = 0; i < files.size(); ++i)
+    if (!files[i].byLocation)
+      targets.push_back({files[i].name, std::string(withoutBrackets(items[i]->m_contentId.view()))});
+  std::string page;
+  if (pointCidReferences(html.m_body.view(), targets, page) > 0) {
+    const bool wasLong = html.m_body.hasLineLonger(kLongLine);
+    html.m_body.clear();
+    if (!html.m_body.append(std::string_view(page))) return false;
+    LogNull quiet;
+    const bool isEncoded = html.m_transferEncoding.equalsIgnoreCase("base64") ||
+                           html.m_transferEncoding.equalsIgnoreCase("quoted-printable");
+    if (!isEncoded && !wasLong && html.m_body.hasLineLonger(kLongLine))
+      html.setContentEncodingNonRecursive("quoted-printable", quiet);
+  }
+  for (const CidTarget& target : targets)
+    if (!contains(page, cidUrlPart(target.contentId)))
+      complain("warning: the HTML does not refer to cid:" + target.name);
+  return true;
+}
+
+/// The enclosure in which the HTML stands, or a new one around it.
+Email2* relatedEnclosure(Email2& email, Email2& html, LogBase& log) {
+  Email2* const related = email.findMultipartEnclosure(static_cast<int>(EnclosureKind::related), 0);
+  if (related && holds(*related, html)) return related;
+  if (&html == &email) return enclose(email, "multipart/related", log) ? &email : nullptr;
+  return encloseBelow(email, html, EmailPtr(Email2::createEmptyMultipartRelated(*email.m_common, log)));
+}
+
+}  // namespace
+
+void addInlineOptions(CLI::App& verb, InlineOptions& options) {
+  addRepeated(
+      verb, "--inline", options.files,
+      "File that the HTML shows as cid:NAME; FILE=CID, such as logo.png=logo@x, gives its Content-ID");
+  addRepeated(verb, "--inline-location", options.locations, "File that the HTML shows as NAME");
+}
+
+Exit readInlineFiles(const InlineOptions& options, std::vector<InlineFile>& files) {
+  for (const std::string& argument : options.files)
+    if (const Exit result = readWithContentId(argument, files.emplace_back()); result != Exit::fine)
+      return result;
+  for (const std::string& path : options.locations) {
+    InlineFile& file = files.emplace_back();
+    file.byLocation = true;
+    if (const Exit result = readInlineFile("--inline-location", path, file); result != Exit::fine)
+      return result;
+  }
+  return checkDistinct(files);
+}
+
+bool putInlineFiles(Email2& email, const std::vector<InlineFile>& files, LogBase& log) {
+  if (files.empty()) return true;
+  Email2* const html = email.getHtmlAlternative();
+  std::vector<EmailPtr> items;
+  for (const InlineFile& file : files) {
+    items.push_back(createItem(*email.m_common, file, log));
+    if (!items.back()) return false;
+  }
+  if (!html || !pointReferences(*html, files, items)) return false;
+  Email2* const enclosure = relatedEnclosure(email, *html, log);
+  if (!enclosure) return false;
+  for (EmailPtr& item : items) enclosure->addRelatedContent(item.release(), log);
+  return true;
+}
+
+}  // namespace mailtree::cli
