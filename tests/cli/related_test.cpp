@@ -44,7 +44,7 @@ TEST(Related, files_are_shown_by_the_html_whose_other_bytes_stay) {
   EXPECT_THAT(mailtree("body --html " + files.mail).out,
               HasSubstr("<p>cid:logo.png <img src=\"cid:" + id.substr(1, id.size() - 2) +
                         "\"><img src=\"cid:photo@x\"><img src=\"cid:other\"></p>"));
-  EXPECT_EQ(mailtree("extract --part " + listed[1]["id"].dump() + ' ' + files.mail).out, "JPG\2");
+  EXPECT_EQ(mailtree("extract -o - --part " + listed[1]["id"].dump() + ' ' + files.mail).out, "JPG\2");
 }
 
 TEST(Related, files_and_calendars_stand_beside_the_texts) {
@@ -139,7 +139,8 @@ TEST(Related, the_item_dropped_is_the_one_that_the_table_names) {
               .status,
           0);
       const std::string message = readFile(work.path("n"));
-      const std::string part = mailtree("extract --part " + item["id"].dump() + ' ' + file).out;
+      const std::string part = mailtree("extract -o - --part " + item["id"].dump() + ' ' + file).out;
+      ASSERT_THAT(part, testing::StartsWith("body ")) << first << item;
       EXPECT_EQ(shown(work.path("n"))["tree"]["parts"].size(), 2U) << first << item;
       EXPECT_THAT(message, Not(HasSubstr(part.substr(0, 6)))) << first << item;
     }
