@@ -8,6 +8,7 @@
 #include "cli/output.h"
 #include "cli/writing/bodies.h"
 #include "cli/writing/fields.h"
+#include "cli/writing/quoted.h"
 #include "cli/writing/structure.h"
 
 namespace mailtree::cli {
@@ -57,10 +58,10 @@ void makePlaceForText(Email2& email, LogBase& log) {
 /// A conversion that stopped before its end has not set the last of the fields that it sets.
 bool isConverted(const Email2& email, LogBase& log) { return email.hasHeaderField("X-Priority", log); }
 
-Exit complete(const AnswerOptions& options, const Answer& answer, Email2& email) {
+Exit complete(const AnswerOptions& options, const Answer& answer, const QuotedTexts& quoted, Email2& email) {
   LogMemory log;
   for (const char* const name : kReceiptFields) email.removeHeaderField(name);
-  if (answer.bodies.plain && !putTextInFront(email, *answer.bodies.plain, log)) {
+  if (answer.bodies.plain && !quoted.putInFront(*answer.bodies.plain, log)) {
     complain(options.file, lastError(log, "the message has no text to put another one in front of"));
     return Exit::negative;
   }
@@ -80,12 +81,13 @@ Exit convert(const AnswerOptions& options, Conversion conversion) {
     complain(options.file, "warning: the message is signed, and its signature may no longer fit");
   LogNull log;
   makePlaceForText(email, log);
+  const QuotedTexts quoted(email);
   (email.*conversion)(log);
   if (!isConverted(email, log)) {
     complain(options.file, "the message has no text that could be quoted");
     return Exit::negative;
   }
-  if (const Exit result = complete(options, answer, email); result != Exit::fine) return result;
+  if (const Exit result = complete(options, answer, quoted, email); result != Exit::fine) return result;
   return graver(limits, writeMessage(email, options.output));
 }
 

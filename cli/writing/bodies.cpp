@@ -204,41 +204,6 @@ Email2* textReadAs(Email2& email, const char* type) {
   return isReportText ? email.getPart(0) : email.getAlternativeByContentType(type);
 }
 
-/// A text as HTML that shows it line by line.
-std::string asHtml(std::string_view text) {
-  std::string html = "<p>";
-  for (const char c : trimRight(text)) {
-    switch (c) {
-      case '&': html += "&amp;"; break;
-      case '<': html += "&lt;"; break;
-      case '>': html += "&gt;"; break;
-      case '\n': html += "<br>\n"; break;
-      default: html += c;
-    }
-  }
-  return html + "</p>\r\n";
-}
-
-/// The same where a single part of the enclosure that is read holds it.
-Email2* leafReadAs(Email2& email, const char* type) {
-  Email2* const part = textReadAs(email, type);
-  return part && part->getNumParts() > 0 ? part->getAlternativeByContentType(type) : part;
-}
-
-/// A page that is labelled as plain text is quoted as the page it is.
-bool isQuotedAsHtml(const Email2& leaf) {
-  return leaf.equalsContentType(kHtml) || leaf.m_body.view().starts_with("<p>-----Original Message-----");
-}
-
-bool putInFront(Email2& email, Email2& leaf, const std::string& text, LogBase& log) {
-  NewText whole;
-  if (!whole.type.setString(leaf.m_contentType.m_type)) return false;
-  if (!whole.data.append(std::string_view(isQuotedAsHtml(leaf) ? asHtml(text) : text + "\r\n"))) return false;
-  if (!whole.data.append(leaf.m_body)) return false;
-  email.chooseCharsetIfNecessary(whole.data, log);
-  return replaceText(email, leaf, whole, log);
-}
-
 /// Whether a text comes out as it was put in. One that counts as a file is in a charset of its own, and not looked
 /// at.
 bool readsBack(Email2& email, const char* type, const std::string& wanted, LogBase& log) {
@@ -307,17 +272,6 @@ bool putBodies(Email2& email, const Bodies& bodies, LogBase& log) {
   const int chosen = email.emailCodePage();
   if (chosen != codePage && chosen != kCpUsAscii) declareCharset(email, log);
   return true;
-}
-
-bool putTextInFront(Email2& email, const std::string& text, LogBase& log) {
-  _svContentType::m_noFormatFlowed = true;  // as above
-  const int codePage = email.emailCodePage();
-  Email2* const plain = leafReadAs(email, kPlain);
-  Email2* const html = leafReadAs(email, kHtml);
-  for (Email2* const leaf : {plain, html == plain ? nullptr : html})
-    if (leaf && !putInFront(email, *leaf, text, log)) return false;
-  if (email.emailCodePage() != codePage && html) declareCharset(email, log);
-  return plain || html;
 }
 
 bool bodiesReadBack(Email2& email, const Bodies& bodies, LogBase& log) {

@@ -42,10 +42,6 @@ Exit readBodies(const BodyOptions& options, Bodies& bodies);
 void preferCharset(Email2& email, const std::string& name, const Bodies& bodies);
 /// Puts the texts where they belong; what is there of the same kind is replaced, anything else stays.
 bool putBodies(Email2& email, const Bodies& bodies, LogBase& log);
-/// Puts a text in front of what readers see: as it is before the plain text, escaped before the HTML. The encoding of
-/// both is chosen again.
-/// @return false when there is neither, or memory ran out.
-bool putTextInFront(Email2& email, const std::string& text, LogBase& log);
 /// Whether a reader gets the texts that were put in. Some enclosures, such as a digest, have no place for a text.
 bool bodiesReadBack(Email2& email, const Bodies& bodies, LogBase& log);
 

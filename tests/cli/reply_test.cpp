@@ -29,7 +29,7 @@ TEST(Reply, goes_to_the_sender_and_whom_else_the_user_names) {
         mailtree(row.verb + (" " + file) +
                  " --from 'Jo <jo@see.example>' --to 'Cy <cy@see.example>' --cc di@see.example");
     EXPECT_EQ(result.status, 0) << result.err;
-    for (const char* line : {row.subject, row.to, "From: Jo <jo@see.example>", "Cc: di@see.example",
+    for (const char* line : {row.subject, row.to, "From: Jo <jo@see.example>", "CC: di@see.example",
                              "References: <1@see.example>", "X-Priority: 3 (Normal)"})
       EXPECT_THAT(result.out, HasSubstr(std::string(line) + "\r\n")) << row.verb;
     for (const char* gone : {"Disposition-Notification-To", "Return-Receipt-To", "In-Reply-To"})
@@ -43,10 +43,11 @@ TEST(Reply, puts_the_text_in_front_of_both_quotes) {
   const std::string answer = work.path("answer.eml");
   ASSERT_EQ(mailtree("reply " + file + " -o " + answer + " --text 'Yes, 2 < 3 & grüße\nJo'").status, 0);
   EXPECT_THAT(mailtree("body --text " + answer).out,
-              testing::StartsWith(
-                  "Yes, 2 < 3 & grüße\nJo\n\n-----Original Message-----\nFrom: Anna <anna@berg.example>\n"));
+              testing::StartsWith("Yes, 2 < 3 & grüße\r\nJo\r\n\r\n-----Original Message-----\r\nFrom: Anna "
+                                  "<anna@berg.example>\r\n"));
   const std::string page = mailtree("body --html " + answer).out;
-  EXPECT_THAT(page, HasSubstr("<p>Yes, 2 &lt; 3 &amp; grüße<br>\nJo</p>\n<p>-----Original Message-----<br>"));
+  EXPECT_THAT(page,
+              HasSubstr("<p>Yes, 2 &lt; 3 &amp; grüße<br>\r\nJo</p>\r\n<p>-----Original Message-----<br>"));
   EXPECT_THAT(page, HasSubstr("Shall <b>we</b>?"));
 }
 
@@ -73,6 +74,17 @@ TEST(Reply, page_labelled_as_plain_text_gets_the_text_as_html) {
       work.write("mail.eml", "From: a@b.example\r\nSubject: x\r\n\r\n<html><body>page</body></html>\r\n");
   EXPECT_THAT(mailtree("reply " + file + " --text '<>'").out,
               HasSubstr("<p>&lt;&gt;</p>\r\n<p>-----Original Message-----<br>"));
+}
+
+TEST(Reply, text_stands_in_front_of_the_very_body_that_is_quoted) {
+  const Workspace work;
+  const std::string file = work.write(
+      "mail.eml",
+      "From: a@x\r\nMIME-Version: 1.0\r\nContent-Type: multipart/mixed; boundary=m\r\n\r\n--m\r\n"
+      "Content-Type: multipart/signed; boundary=s\r\n\r\n--s\r\n\r\nThe mail.\r\n--s\r\n"
+      "Content-Type: application/pgp-signature\r\n\r\nx\r\n--s--\r\n--m\r\n\r\nFrom the list.\r\n--m--\r\n");
+  EXPECT_THAT(mailtree("reply " + file + " --text Yes").out,
+              HasSubstr("\r\nYes\r\n\r\n-----Original Message-----\r\n"));
 }
 
 TEST(Reply, refuses_what_it_cannot_do) {

@@ -1,0 +1,73 @@
+#include "cli/writing/quoted.h"
+
+#include <string_view>
+
+#include "cli/views/outline.h"
+#include "cli/writing/structure.h"
+
+namespace mailtree::cli {
+namespace {
+
+constexpr std::string_view kPlainHead = "-----Original Message-----\r\n";
+constexpr std::string_view kHtmlHead = "<p>-----Original Message-----<br>";
+
+/// A text as HTML that shows it line by line.
+std::string asHtml(std::string_view text) {
+  std::string html = "<p>";
+  for (const char c : trimRight(text)) {
+    switch (c) {
+      case '&': html += "&amp;"; break;
+      case '<': html += "&lt;"; break;
+      case '>': html += "&gt;"; break;
+      case '\r': break;
+      case '\n': html += "<br>\r\n"; break;
+      default: html += c;
+    }
+  }
+  return html + "</p>\r\n";
+}
+
+/// A page that is labelled as plain text is quoted as the page it is.
+bool isQuotedAsHtml(std::string_view body) { return body.starts_with(kHtmlHead); }
+
+bool isQuoted(std::string_view body) { return isQuotedAsHtml(body) || body.starts_with(kPlainHead); }
+
+/// A new charset is declared in the page that is written in it.
+bool put(Email2& email, Email2& leaf, bool isPage, const std::string& text, LogBase& log) {
+  DataBuffer whole;
+  StringBuffer type;
+  if (!whole.append(std::string_view(text)) || !type.setString(leaf.m_contentType.m_type)) return false;
+  const int before = email.emailCodePage();
+  email.chooseCharsetIfNecessary(whole, log);
+  const int after = email.emailCodePage();
+  if (isPage && after != before && isConvertibleText(leaf.traits())) email.prepHtmlBody(whole, log);
+  return Email2::replaceEmailBody(&leaf, whole, /*isText=*/true, after, type, log);
+}
+
+}  // namespace
+
+QuotedTexts::QuotedTexts(Email2& email) : m_email(email) {
+  walk(email, [this](const Email2& node) { m_sizes.emplace(&node, node.m_body.getSize()); });
+}
+
+bool QuotedTexts::isChanged(const Email2& node) const {
+  const auto known = m_sizes.find(&node);
+  return known == m_sizes.end() || known->second != node.m_body.getSize();
+}
+
+bool QuotedTexts::putInFront(const std::string& text, LogBase& log) const {
+  // Readers of a flowed text would join its lines (RFC 3676).
+  _svContentType::m_noFormatFlowed = true;
+  bool found = false;
+  for (const PartRow& row : outlineOf(m_email).rows) {
+    if (!row.isText() || !isChanged(*row.node)) continue;
+    const std::string body = textOf(row);
+    if (!isQuoted(body)) continue;
+    const bool isPage = isQuotedAsHtml(body);
+    if (!put(m_email, *row.node, isPage, (isPage ? asHtml(text) : text + "\r\n") + body, log)) return false;
+    found = true;
+  }
+  return found;
+}
+
+}  // namespace mailtree::cli
