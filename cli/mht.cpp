@@ -7,6 +7,7 @@
 
 #include "cli/arguments.h"
 #include "cli/commands.h"
+#include "cli/html_text.h"
 #include "cli/input.h"
 #include "cli/output.h"
 #include "cli/views/outline.h"
@@ -22,20 +23,6 @@ struct MhtOptions {
 
 /// Where a page stands that does not say so: a host that cannot exist (RFC 2606).
 constexpr std::string_view kNowhere = "http://message.invalid/";
-
-std::string escaped(std::string_view text) {
-  std::string html;
-  html.reserve(text.size() + text.size() / 16);
-  for (const char c : text) {
-    switch (c) {
-      case '&': html += "&amp;"; break;
-      case '<': html += "&lt;"; break;
-      case '>': html += "&gt;"; break;
-      default: html += c;
-    }
-  }
-  return html;
-}
 
 std::string fieldOf(const Email2& node, const char* name) {
   LogNull quiet;
@@ -63,8 +50,8 @@ class Archive {
   StringBuffer pageOfText() {
     const Outline outline = outlineOf(m_mail);
     const std::string text = outline.plainText < 0 ? std::string() : textOf(outline.row(outline.plainText));
-    return StringBuffer("<!DOCTYPE html>\r\n<html><head><title>" + escaped(fieldOf(m_mail, "Subject")) +
-                        "</title></head><body><pre style=\"white-space: pre-wrap\">" + escaped(text) +
+    return StringBuffer("<!DOCTYPE html>\r\n<html><head><title>" + htmlText(fieldOf(m_mail, "Subject")) +
+                        "</title></head><body><pre style=\"white-space: pre-wrap\">" + htmlText(text) +
                         "</pre></body></html>\r\n");
   }
 

@@ -4,6 +4,7 @@
 #include <functional>
 #include <utility>
 
+#include "cli/html_text.h"
 #include "cli/output.h"
 #include "cli/writing/addresses.h"
 #include "mailtree/base/Platform.h"
@@ -76,19 +77,6 @@ std::optional<std::string> firstUnknownOf(const Email2& node, const TermForm& fo
   return firstUnknown(node.m_body.view(), form, table,
                       std::string(node.m_contentType.m_type.view()) + " part",
                       /*isBody=*/true);
-}
-
-void appendEscaped(std::string_view text, std::string& out) {
-  constexpr std::pair<char, std::string_view> kEscapes[] = {
-      {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}, {'\'', "&#39;"}};
-  for (const char c : text) {
-    const auto* const found = std::find_if(std::begin(kEscapes), std::end(kEscapes),
-                                           [c](const auto& row) { return row.first == c; });
-    if (found == std::end(kEscapes))
-      out += c;
-    else
-      out += found->second;
-  }
 }
 
 void addPair(ExtPtrArray& pairs, const char* key, const char* value) {
@@ -248,12 +236,9 @@ std::optional<RowProblem> MergeTemplate::problemOf(const CsvRow& row) const {
 
 EmailPtr MergeTemplate::fill(const CsvRow& row) const {
   ExtPtrArray pairs;
-  std::string escaped;
   for (const Token& token : m_tokens) {
     const std::string_view value = row[token.column];
-    escaped.clear();
-    if (token.inHtml) appendEscaped(value, escaped);
-    addPair(pairs, token.text.c_str(), token.inHtml ? escaped.c_str() : value.data());
+    addPair(pairs, token.text.c_str(), token.inHtml ? htmlText(value).c_str() : value.data());
   }
   LogNull log;
   EmailPtr email(m_message.root->cloneAndReplace_v3(/*shareImageData=*/true, pairs, log));

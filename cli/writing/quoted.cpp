@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "cli/html_text.h"
 #include "cli/views/outline.h"
 #include "cli/writing/structure.h"
 
@@ -13,18 +14,9 @@ constexpr std::string_view kHtmlHead = "<p>-----Original Message-----<br>";
 
 /// A text as HTML that shows it line by line.
 std::string asHtml(std::string_view text) {
-  std::string html = "<p>";
-  for (const char c : trimRight(text)) {
-    switch (c) {
-      case '&': html += "&amp;"; break;
-      case '<': html += "&lt;"; break;
-      case '>': html += "&gt;"; break;
-      case '\r': break;
-      case '\n': html += "<br>\r\n"; break;
-      default: html += c;
-    }
-  }
-  return html + "</p>\r\n";
+  StringBuffer lines(htmlText(trimRight(text)));
+  lines.replaceAllOccurances("\r\n", "<br>\r\n");
+  return "<p>" + lines.extractString() + "</p>\r\n";
 }
 
 /// A page that is labelled as plain text is quoted as the page it is.
