@@ -126,7 +126,7 @@ Exit change(const EditOptions& options, Changes& changes, Email2& email) {
 Exit edit(const EditOptions& options) {
   Changes changes;
   if (const Exit result = read(options, changes); result != Exit::fine) return result;
-  std::optional<Message> message = loadMessage(options.file);
+  std::optional<Message> message = loadMessageToWrite(options.file);
   if (!message) return Exit::unreadable;
   const Exit limits = reportLimits(options.file, message->limits());
 

@@ -29,6 +29,49 @@ int readStandardInput(DataBuffer& bytes) {
   }
 }
 
+std::optional<Message> load(const std::string& path, DataBuffer& bytes) {
+  Message message{RefPtr<_svEmailCommon>(new _svEmailCommon), nullptr};
+  SystemCerts certs;
+  LogNull log;
+  message.root.reset(Email2::createFromMimeDb(*message.common, bytes, /*discardInput=*/true, /*unwrap=*/true,
+                                              certs, log,
+                                              /*parseOption=*/false));
+  if (message.root) return message;
+  complain(path, "not enough memory");
+  return std::nullopt;
+}
+
+bool hasUnixLines(std::string_view message) {
+  const std::size_t end = message.find('\n');
+  return end != std::string_view::npos && (end == 0 || message[end - 1] != '\r');
+}
+
+/// Whether the line ends of a body are line ends of the mail: base64 and binary carry bytes, and in
+/// quoted-printable only those of a text cannot be told from encoded ones.
+bool hasLinesOfMail(const Email2& leaf) {
+  const std::string_view encoding = leaf.m_transferEncoding;
+  if (encoding.empty() || equalsNoCase(encoding, "7bit") || equalsNoCase(encoding, "8bit")) return true;
+  const std::string_view type = leaf.m_contentType.m_type;
+  return equalsNoCase(encoding, "quoted-printable") && (type.empty() || beginsWithNoCase(type, "text/"));
+}
+
+void completeLineEnds(Email2& root) {
+  std::vector<Email2*> open{&root};
+  while (!open.empty()) {
+    Email2& node = *open.back();
+    open.pop_back();
+    if (node.m_received) continue;
+    for (int i = 0; i < node.getNumParts(); ++i)
+      if (Email2* child = node.getPart(i)) open.push_back(child);
+    if (node.getNumParts() > 0 || !hasLinesOfMail(node) || !node.m_body.containsBareCRLF() ||
+        node.m_body.containsChar('\0'))
+      continue;  // where NULs stand, LF may be half a letter
+    StringBuffer lines(node.m_body.view());
+    DataBuffer body;
+    if (lines.toCRLF() && body.append(lines)) node.m_body.takeData(body);
+  }
+}
+
 }  // namespace
 
 void complain(std::string_view problem) {
@@ -73,15 +116,16 @@ bool readFile(const std::string& path, DataBuffer& bytes) {
 std::optional<Message> loadMessage(const std::string& path) {
   DataBuffer bytes;
   if (!readFile(path, bytes)) return std::nullopt;
-  Message message{RefPtr<_svEmailCommon>(new _svEmailCommon), nullptr};
-  SystemCerts certs;
-  LogNull log;
-  message.root.reset(Email2::createFromMimeDb(*message.common, bytes, /*discardInput=*/true, /*unwrap=*/true,
-                                              certs, log,
-                                              /*parseOption=*/false));
-  if (message.root) return message;
-  complain(path, "not enough memory");
-  return std::nullopt;
+  return load(path, bytes);
+}
+
+std::optional<Message> loadMessageToWrite(const std::string& path) {
+  DataBuffer bytes;
+  if (!readFile(path, bytes)) return std::nullopt;
+  const bool isUnixFile = hasUnixLines(bytes.view());
+  std::optional<Message> message = load(path, bytes);
+  if (message && isUnixFile) completeLineEnds(*message->root);
+  return message;
 }
 
 Exit reportLimits(const std::string& path, LimitSet limits) {

@@ -39,6 +39,10 @@ struct Message {
 /// Reads and loads a message; nothing after a complaint.
 std::optional<Message> loadMessage(const std::string& path);
 
+/// The same for a message that is going to be written. A file with the line ends of Unix gets those of mail: what
+/// is encoded anew would take a bare LF for a character (RFC 2045, 6.7). Signed content stays as it came.
+std::optional<Message> loadMessageToWrite(const std::string& path);
+
 /// Complains about every limit met; the exit status that goes with them.
 Exit reportLimits(const std::string& path, LimitSet limits);
 

@@ -10,6 +10,8 @@
 #include "cli/merging/mailbox.h"
 #include "cli/merging/template.h"
 #include "cli/progress.h"
+#include "cli/saving.h"
+#include "cli/writing/structure.h"
 
 namespace mailtree::cli {
 namespace {
@@ -43,6 +45,8 @@ Exit prepare(const MergeOptions& options, const CsvTable& table, MergeTemplate& 
     complain(options.file, *unknown);
     return Exit::unreadable;
   }
+  if (form.hasTermsOutOfReach(table))
+    complain(options.file, "warning: terms in an attached message are left as they are");
   if (form.prepare(table, toColumn, options.rawHtml)) return Exit::fine;
   complain(options.file, "not enough memory");
   return Exit::unreadable;
@@ -95,9 +99,11 @@ Exit report(std::uint64_t messages) {
 }
 
 Exit merge(const MergeOptions& options, const TermForm& termForm) {
-  std::optional<Message> message = loadMessage(options.file);
+  std::optional<Message> message = loadMessageToWrite(options.file);
   if (!message) return Exit::unreadable;
   const Exit limits = reportLimits(options.file, message->limits());
+  if (isSigned(*message->root))
+    complain(options.file, "warning: the message is signed, and its signature may no longer fit");
   std::optional<CsvTable> table = CsvTable::open(options.data);
   if (!table) return Exit::unreadable;
   MergeTemplate form(std::move(*message), termForm);
@@ -114,18 +120,23 @@ Exit merge(const MergeOptions& options, const TermForm& termForm) {
   return target->commit() ? graver(limits, report(messages)) : Exit::unreadable;
 }
 
-std::string checkNotEmpty(const std::string& name) { return name.empty() ? "the name is empty" : ""; }
+std::string checkFileName(const std::string& name) {
+  if (name == "-") return "standard output holds no folder, and no mailbox that is whole or not at all";
+  return checkNameGiven(name);
+}
 
 void addDestinations(CLI::App& verb, MergeOptions& options) {
   CLI::Option* folder =
       addText(verb, "--dir", options.folder, "Folder for files 000001.eml and so on, made when it is missing")
-          ->check(checkNotEmpty);
+          ->check(checkFileName);
   addText(verb, "--mbox", options.mailbox, "Mailbox file (mboxrd), whole or not at all")
-      ->check(checkNotEmpty)
+      ->check(checkFileName)
       ->excludes(folder);
   verb.add_flag("--force", options.force, "Replace files that are there");
   verb.add_option("--limit", options.limit, "Only so many messages, from the first row on")
-      ->check(CLI::PositiveNumber);
+      ->check([](const std::string& number) {
+        return number == "0" || number.starts_with('-') ? "at least one message" : std::string();
+      });
   verb.add_flag("--dry-run", options.dryRun, "Check everything and write nothing");
 }
 
@@ -154,7 +165,8 @@ void addMerge(CLI::App& app, Action& action) {
   verb->footer(
       "Terms are replaced in texts, header fields, names and addresses; every message gets a Message-ID and "
       "a\n"
-      "date of its own. The whole table is checked first: when something in it is wrong nothing is "
+      "date of its own. Attached messages stay as they are, and so does a Bcc, for the program that sends.\n"
+      "The whole table is checked first: when something in it is wrong nothing is "
       "written.\n\n"
       "Example:\n  mailtree merge letter.eml --data people.csv --to-field email --dir out");
   verb->callback([options, &action] {

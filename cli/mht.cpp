@@ -153,7 +153,7 @@ class Archive {
 };
 
 Exit mht(const MhtOptions& options) {
-  std::optional<Message> message = loadMessage(options.file);
+  std::optional<Message> message = loadMessageToWrite(options.file);
   if (!message) return Exit::unreadable;
   const Exit result = reportLimits(options.file, message->limits());
   const EmailPtr archive = Archive(*message->root).make();

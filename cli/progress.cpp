@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 namespace mailtree::cli {
@@ -39,7 +40,7 @@ std::string progressLine(std::uint64_t rows, std::uint64_t bytesDone, std::uint6
                      std::to_string(rows) + " rows";
   if (seconds <= 0 || part <= 0) return line;
   line += "  " + std::to_string(static_cast<std::uint64_t>(static_cast<double>(rows) / seconds)) + "/s  ";
-  return line + asTime(static_cast<std::uint64_t>(seconds / part * (1 - part) + 0.5)) + " left";
+  return line + asTime(static_cast<std::uint64_t>(std::ceil(seconds / part * (1 - part)))) + " left";
 }
 
 ProgressBar::ProgressBar(std::uint64_t bytesInAll)

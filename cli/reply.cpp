@@ -1,11 +1,13 @@
 // cli/reply.cpp - mailtree reply and forward: a received message answered or passed on.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <memory>
 
 #include "cli/arguments.h"
 #include "cli/commands.h"
 #include "cli/input.h"
 #include "cli/output.h"
+#include "cli/views/outline.h"
 #include "cli/writing/bodies.h"
 #include "cli/writing/fields.h"
 #include "cli/writing/quoted.h"
@@ -44,14 +46,19 @@ Exit read(const AnswerOptions& options, Answer& answer) {
 /// Asking for receipts is for who sends, not for who sent.
 constexpr const char* kReceiptFields[] = {"Disposition-Notification-To", "Return-Receipt-To"};
 
+bool hasTextToQuote(Email2& email) {
+  const DataBuffer* const first = email.getEffectiveBodyObject3(email);
+  return std::ranges::any_of(outlineOf(email).rows, [first](const PartRow& row) {
+    return row.isBody || (row.isText() && &row.node->m_body == first && !row.node->isNotAlternativeBody());
+  });
+}
+
 /// What has no text of its own becomes a part beside the one that the answer begins with, so that it stays whole
 /// and in sight.
 void makePlaceForText(Email2& email, LogBase& log) {
   labelUntypedBody(email, log);
   makeRoom(email, log);
-  const bool hasText = email.hasPlainTextBody() || email.hasHtmlBody() || email.getPlainTextAlternative() ||
-                       email.getHtmlAlternative();
-  if (email.isMultipart() && !hasText && !email.isMultipartMixed())
+  if (email.isMultipart() && !email.isMultipartMixed() && !hasTextToQuote(email))
     email.convertToMultipartX("multipart/mixed", log);
 }
 
@@ -72,7 +79,7 @@ Exit complete(const AnswerOptions& options, const Answer& answer, const QuotedTe
 Exit convert(const AnswerOptions& options, Conversion conversion) {
   Answer answer;
   if (const Exit result = read(options, answer); result != Exit::fine) return result;
-  std::optional<Message> message = loadMessage(options.file);
+  std::optional<Message> message = loadMessageToWrite(options.file);
   if (!message) return Exit::unreadable;
   const Exit limits = reportLimits(options.file, message->limits());
 

@@ -7,6 +7,7 @@
 #include "cli/input.h"
 #include "cli/output.h"
 #include "cli/writing/structure.h"
+#include "mailtree/mime/HtmlPage.h"
 
 namespace mailtree::cli {
 namespace {
@@ -17,12 +18,27 @@ struct TidyOptions {
   std::string output;
 };
 
+/// The page that is read is cleaned where it stands: the library looks for the place of a new one, and would put a
+/// second page beside one that is no alternative of the text.
+void cleanPage(Email2& email, LogBase& log) {
+  Email2* const page = email.getHtmlAlternative();
+  if (!page || page->getNumParts() > 0 || !isConvertibleText(page->traits())) return;
+  _svHtml html;
+  html.setHtmlN(page->m_body.view().data(), page->m_body.getSize());
+  html.unSpam(log);
+  StringBuffer cleaned, type(page->m_contentType.m_type.view());
+  html.getHtml(cleaned);
+  DataBuffer body;
+  if (cleaned.view() == page->m_body.view() || !body.append(cleaned)) return;
+  Email2::replaceEmailBody(page, body, /*isText=*/true, email.emailCodePage(), type, log);
+}
+
 Exit tidy(const TidyOptions& options) {
   if (!options.unspam && !options.stripPaths && !options.safeEncodings) {
     complain("one of --unspam, --strip-paths and --safe-encodings is needed");
     return Exit::usage;
   }
-  std::optional<Message> message = loadMessage(options.file);
+  std::optional<Message> message = loadMessageToWrite(options.file);
   if (!message) return Exit::unreadable;
   const Exit limits = reportLimits(options.file, message->limits());
 
@@ -30,7 +46,7 @@ Exit tidy(const TidyOptions& options) {
   if (isSigned(email))
     complain(options.file, "warning: the message is signed, and its signature may no longer fit");
   LogNull log;
-  if (options.unspam) email.unSpamify(log);
+  if (options.unspam) cleanPage(email, log);
   if (options.stripPaths) email.removeAttachmentPaths(log);
   if (options.safeEncodings) email.safeguardBodies(log);
   return graver(limits, writeMessage(email, options.output));
@@ -45,7 +61,7 @@ void addTidy(CLI::App& app, Action& action) {
   verb->add_flag("--unspam", options->unspam, "Take out of the HTML what is there to defeat filters");
   verb->add_flag("--strip-paths", options->stripPaths, "Reduce the names of attachments to the file's own");
   verb->add_flag("--safe-encodings", options->safeEncodings,
-                 "Encode 8-bit and binary content, so that any server passes it on");
+                 "Encode 8-bit texts and what is called binary, so that any server passes them on");
   addOutput(*verb, options->output);
   verb->footer(
       "At least one of the three is needed. What is shown of a page is not made safe by --unspam.\n"

@@ -17,7 +17,7 @@ struct WriteOptions {
 };
 
 Exit write(const WriteOptions& options) {
-  std::optional<Message> message = loadMessage(options.file);
+  std::optional<Message> message = loadMessageToWrite(options.file);
   if (!message) return Exit::unreadable;
   const Exit result = reportLimits(options.file, message->limits());
   return graver(result, writeMessage(*message->root, options.output, options.form));

@@ -17,6 +17,8 @@ namespace {
 
 constexpr unsigned kSecretBytes = 12;
 constexpr std::string_view kPlace = "%s";
+/// How far the end of a term is looked for on the lines after its beginning.
+constexpr std::size_t kMaxTerm = 200;
 constexpr int kTo = static_cast<int>(RecipientKind::to);
 
 /// Calls for a node and everything below it, parents first, until the visitor returns false.
@@ -68,15 +70,38 @@ std::optional<std::string> firstUnknown(std::string_view text, const TermForm& f
   return std::nullopt;
 }
 
+std::string typeOf(const Email2& node) {
+  return node.m_contentType.m_type.isEmpty() ? "text/plain" : std::string(node.m_contentType.m_type.view());
+}
+
+/// The first term that a mail program broke over two lines, where it is no term any longer.
+std::optional<std::string> firstBroken(std::string_view text, const TermForm& form, const CsvTable& table,
+                                       const std::string& place) {
+  std::size_t at = 0;
+  while ((at = findSubstring(text, form.prefix, at)) != std::string_view::npos) {
+    at += form.prefix.size();
+    const std::string_view after = text.substr(at, kMaxTerm);
+    std::string name(after.substr(0, findSubstring(after, form.suffix)));
+    if (name.size() == after.size() || name.find('\n') == std::string::npos) continue;
+    std::erase(name, '\r');
+    std::ranges::replace(name, '\n', ' ');
+    for (std::size_t twice; (twice = name.find("  ")) != std::string::npos;) name.erase(twice, 1);
+    if (table.columnOf(name))
+      return place + ", line " + std::to_string(lineAt(text, at)) + ": " + form.termOf(name) +
+             " is broken over two lines";
+  }
+  return std::nullopt;
+}
+
 std::optional<std::string> firstUnknownOf(const Email2& node, const TermForm& form, const CsvTable& table) {
   for (int i = 0; i < node.m_header.getNumFields(); ++i)
     if (auto unknown = firstUnknown(node.m_header.decodedValue(i), form, table,
                                     "field " + std::string(node.m_header.fieldName(i)), /*isBody=*/false))
       return unknown;
   if (!isText(node)) return std::nullopt;
-  return firstUnknown(node.m_body.view(), form, table,
-                      std::string(node.m_contentType.m_type.view()) + " part",
-                      /*isBody=*/true);
+  const std::string place = typeOf(node) + " part";
+  auto unknown = firstUnknown(node.m_body.view(), form, table, place, /*isBody=*/true);
+  return unknown ? unknown : firstBroken(node.m_body.view(), form, table, place);
 }
 
 void addPair(ExtPtrArray& pairs, const char* key, const char* value) {
@@ -98,6 +123,21 @@ bool replaceInHtml(Email2& root, const std::string& key, const std::string& valu
     return true;
   });
   return isFound;
+}
+
+/// A value of several lines has those of mail.
+std::string asLines(std::string value) {
+  if (!contains(value, "\n")) return value;
+  StringBuffer lines(value);
+  lines.toCRLF();
+  return lines.extractString();
+}
+
+void removeWhenEmpty(Email2& email, const std::string& field) {
+  std::string scratch;
+  const int at = email.m_header.findField(field);
+  if (at >= 0 && trim(email.m_header.unfoldedValue(at, scratch)).empty())
+    email.removeHeaderField(field.c_str());
 }
 
 bool write(Email2& root, std::string& out) {
@@ -136,11 +176,21 @@ std::optional<std::string> MergeTemplate::termWithoutColumn(const CsvTable& tabl
   return unknown;
 }
 
+bool MergeTemplate::hasTermsOutOfReach(const CsvTable& table) const {
+  return !visit(*m_message.root, [&](Email2& node) {
+    if (!beginsWithNoCase(node.m_contentType.m_type, "message/")) return true;
+    return std::ranges::none_of(table.columns(), [&](const std::string& column) {
+      return isIn(node.m_body.view(), m_form.termOf(column));
+    });
+  });
+}
+
 MergeTemplate::Token MergeTemplate::newToken(std::size_t column, bool inHtml) const {
   return {column, m_secret + "n" + std::to_string(m_tokens.size()) + "e", inHtml};
 }
 
 bool MergeTemplate::prepare(const CsvTable& table, std::optional<std::size_t> toColumn, bool rawHtml) {
+  removeTraces();
   if (toColumn) setRecipient(*toColumn);
   std::string written;
   if (!write(*m_message.root, written)) return false;
@@ -168,6 +218,14 @@ bool MergeTemplate::takeTerms(const std::string& term, std::size_t column, bool 
   if (written != after) m_tokens.push_back(std::move(token));
   written = std::move(after);
   return true;
+}
+
+/// How the template came is nothing that its messages tell. A second Message-ID or Date would stand in all of them.
+void MergeTemplate::removeTraces() {
+  Email2& root = *m_message.root;
+  for (const char* const name : {"Received", "Return-Path"}) root.removeHeaderField(name);
+  for (const char* const name : {"Message-ID", "Date"})
+    if (root.m_header.findField(name, root.m_header.findField(name) + 1) >= 0) root.removeHeaderField(name);
 }
 
 /// The field stays where it is. Its only address is a token, which becomes the address of each row.
@@ -221,6 +279,11 @@ std::size_t MergeTemplate::lineOf(const AddressSlot& slot, const CsvRow& row) co
   return row.line();
 }
 
+/// A message may do without copies.
+bool MergeTemplate::mayBeEmpty(const AddressSlot& slot) noexcept {
+  return !slot.isOne && (equalsNoCase(slot.field, "Cc") || equalsNoCase(slot.field, "Bcc"));
+}
+
 std::optional<RowProblem> MergeTemplate::problemOf(const CsvRow& row) const {
   if (m_slots.empty()) return std::nullopt;
   const Replacements replacements = tokensToValues(row);
@@ -228,6 +291,7 @@ std::optional<RowProblem> MergeTemplate::problemOf(const CsvRow& row) const {
     DataBuffer text;
     text.append(std::string_view(slot.text));
     replacements.replaceIn(text);
+    if (mayBeEmpty(slot) && trim(text.view()).empty()) continue;
     const auto problem = whyBadAddresses(text.view(), slot.isOne ? AddressCount::one : AddressCount::several);
     if (problem) return RowProblem{lineOf(slot, row), slot.field + ": " + *problem};
   }
@@ -238,12 +302,14 @@ EmailPtr MergeTemplate::fill(const CsvRow& row) const {
   ExtPtrArray pairs;
   for (const Token& token : m_tokens) {
     const std::string_view value = row[token.column];
-    addPair(pairs, token.text.c_str(), token.inHtml ? htmlText(value).c_str() : value.data());
+    addPair(pairs, token.text.c_str(), asLines(token.inHtml ? htmlText(value) : std::string(value)).c_str());
   }
   LogNull log;
   EmailPtr email(m_message.root->cloneAndReplace_v3(/*shareImageData=*/true, pairs, log));
   if (!email || !email->generateMessageID(log)) return EmailPtr();
   email->resetDate(log);
+  for (const AddressSlot& slot : m_slots)
+    if (mayBeEmpty(slot)) removeWhenEmpty(*email, slot.field);
   return email;
 }
 

@@ -37,6 +37,8 @@ class MergeTemplate {
 
   /// The first term without a column, with where it stands; nothing when there is none.
   std::optional<std::string> termWithoutColumn(const CsvTable& table) const;
+  /// Whether terms stand in an attached message, which is passed on as it is.
+  bool hasTermsOutOfReach(const CsvTable& table) const;
   /// Turns terms into tokens. `toColumn`: whose values are the recipients, one a message. `rawHtml`: values are
   /// put into HTML as they are, not escaped. False when memory ran out.
   bool prepare(const CsvTable& table, std::optional<std::size_t> toColumn, bool rawHtml);
@@ -62,9 +64,11 @@ class MergeTemplate {
 
   Token newToken(std::size_t column, bool inHtml) const;
   bool takeTerms(const std::string& term, std::size_t column, bool escapeHtml, std::string& written);
+  void removeTraces();
   void setRecipient(std::size_t column);
   void findAddressSlots();
   void findSlotsIn(int field);
+  static bool mayBeEmpty(const AddressSlot& slot) noexcept;
   Replacements tokensToValues(const CsvRow& row) const;
   std::size_t lineOf(const AddressSlot& slot, const CsvRow& row) const;
 

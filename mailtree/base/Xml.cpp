@@ -33,9 +33,12 @@ bool isIn(char32_t c, const auto& ranges) noexcept {
                      [c](const Range& range) { return c >= range.first && c <= range.last; });
 }
 
+/// Parsers guard against longer names; nobody else gives any.
+constexpr std::size_t kMaxName = 10'000;
+
 std::string validName(std::string_view name) {
   std::string valid;
-  for (std::size_t at = 0; at < name.size();) {
+  for (std::size_t at = 0; at < name.size() && valid.size() < kMaxName;) {
     const char32_t c = nextCodePoint(name, at);
     const bool mayStart = isIn(c, kNameStart);
     if (valid.empty() && !mayStart) valid += '_';
@@ -46,9 +49,9 @@ std::string validName(std::string_view name) {
 
 // Text
 
-/// Parsers guard against text of more than 10,000,000 bytes between two pieces of markup. An empty comment, which
-/// is no part of the text, keeps longer ones readable.
-constexpr std::size_t kMaxRun = 8'000'000;
+/// Parsers guard against text of more than 10,000,000 bytes between two pieces of markup, and a byte takes up to five
+/// when it is escaped. An empty comment, which is no part of the text, keeps longer ones readable.
+constexpr std::size_t kMaxRun = 1'900'000;
 constexpr std::string_view kRunBreak = "<!---->";
 
 constexpr std::string_view kCdataBegin = "<![CDATA[", kCdataEnd = "]]>";

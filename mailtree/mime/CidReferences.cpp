@@ -103,6 +103,8 @@ class Rewriter {
       if (!endsWithNoCase(text.substr(0, behind), kScheme)) continue;
       const std::size_t begin = behind - kScheme.size();
       if (begin > 0 && !mayStandBefore(text[begin - 1])) continue;
+      if (static_cast<std::size_t>(text.data() - m_html.data()) + behind < m_done)
+        continue;  // part of a name
       point(text.substr(behind), hasReferences);
     }
   }

@@ -60,6 +60,7 @@ class HeaderToXml {
       ExtPtrArray addresses;
       readAddresses(i, addresses);
       addPairs(*field, addresses, &seen);
+      if (addresses.getSize() == 0 && seen.empty()) field->takeContent(m_header.decodedValue(i));
     }
   }
 

@@ -110,7 +110,7 @@ TEST(Edit, destroys_nothing_to_make_room_for_a_text_or_file) {
        "filename=\"p.png\"\r\n\r\nPNG"},
       {"Content-Type: text/plain; charset=koi8-r\nContent-Disposition: inline; filename=k.txt\n\n\xC1\n",
        "--text new\xC3\xA9", "multipart/mixed(text/plain,text/plain)",
-       "charset=koi8-r\r\nContent-Disposition: inline; filename=\"k.txt\"\r\n\r\n\xC1\n"},
+       "charset=koi8-r\r\nContent-Disposition: inline; filename=\"k.txt\"\r\n\r\n\xC1\r\n"},
       {"Content-Type: message/rfc822\n\nSubject: inner\n\nold\n", "--text new" + pdf,
        "multipart/mixed(text/plain,message/rfc822,application/pdf)", "Subject: inner"},
       {loose + "Content-Type: text/html\nContent-Disposition: attachment\n\n<p>page</p>\n--b--\n",

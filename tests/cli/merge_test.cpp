@@ -52,6 +52,34 @@ TEST(Merge, reads_every_form_of_table) {
   }
 }
 
+TEST(Merge, template_tells_nothing_of_itself_and_need_not_have_copies) {
+  const Workspace work;
+  const std::string file =
+      work.write("t.eml",
+                 "Received: from a by b\nMessage-ID: <1@x>\nMessage-ID: <2@x>\nTo: {{to}}\nCc: {{cc}}\n"
+                 "MIME-Version: 1.0\n\nHi {{name}},\nbye\n");
+  const std::string table = work.write("d.csv", "to,cc,name\na@x.org,,Jörg\nb@x.org,c@x.org,\"A\nB\"\n");
+  ASSERT_EQ(mailtree("merge " + file + " --data " + table + " --dir " + work.path("out")).status, 0);
+  const std::string one = first(work), two = readFile(work.path("out/000002.eml"));
+  for (const char* gone : {"Received", "@x>", "Cc:", "=0A", "{{"}) EXPECT_THAT(one, Not(HasSubstr(gone)));
+  EXPECT_THAT(one, HasSubstr("Hi J=F6rg,\r\nbye"));
+  EXPECT_THAT(two, HasSubstr("\r\nCc: c@x.org\r\n"));
+  EXPECT_THAT(two, HasSubstr("Hi A\r\nB,\r\nbye"));
+}
+
+TEST(Merge, names_terms_that_it_cannot_fill) {
+  const Workspace work;
+  const std::string table = work.write("d.csv", "to,first name\na@x.org,Ann\n");
+  const auto complaint = [&](const std::string& message) {
+    return mailtree("merge --dry-run --to-field to --data " + table + ' ' + work.write("t.eml", message)).err;
+  };
+  EXPECT_THAT(complaint("From: a@x\n\n\nHi {{first\nname}}\n"),
+              HasSubstr("text/plain part, line 2: {{first name}} is broken over two lines"));
+  EXPECT_THAT(
+      complaint("From: a@x\nMIME-Version: 1.0\nContent-Type: message/rfc822\n\nSubject: {{first name}}\n\n"),
+      HasSubstr("warning: terms in an attached message"));
+}
+
 TEST(Merge, names_the_line_of_what_is_wrong_and_writes_nothing) {
   const struct {
     const char *table, *complaint;

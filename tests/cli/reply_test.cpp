@@ -87,6 +87,22 @@ TEST(Reply, text_stands_in_front_of_the_very_body_that_is_quoted) {
               HasSubstr("\r\nYes\r\n\r\n-----Original Message-----\r\n"));
 }
 
+TEST(Reply, quotes_a_report_in_its_own_text_and_page) {
+  const Workspace work;
+  const std::string file =
+      work.write("mail.eml",
+                 "From: a@x\nMIME-Version: 1.0\nContent-Type: multipart/report; boundary=r\n\n--r\n"
+                 "Content-Type: multipart/alternative; boundary=a\n\n--a\n\nfailed grüße\n--a\n"
+                 "Content-Type: text/html\n\n<p>failed\n--a--\n--r\nContent-Type: "
+                 "message/delivery-status\n\nAction: x\n--r--\n");
+  const Result result = mailtree("reply " + file + " --text Yes");
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.out, HasSubstr("Content-Type: multipart/report"));
+  EXPECT_THAT(result.out, HasSubstr("\r\nYes\r\n\r\n=2D----Original"));
+  EXPECT_THAT(result.out, HasSubstr("<p>Yes</p>\r\n<p>-----Original"));
+  EXPECT_THAT(result.out, Not(HasSubstr("=0A")));
+}
+
 TEST(Reply, refuses_what_it_cannot_do) {
   const Workspace work;
   const std::string mail = work.write("mail.eml", kMail);

@@ -44,6 +44,17 @@ TEST(Tidy, does_what_each_option_says_and_nothing_else) {
   }
 }
 
+TEST(Tidy, page_beside_a_text_is_cleaned_where_it_stands) {
+  const Workspace work;
+  const std::string file = work.write(
+      "mail.eml",
+      "From: a@x\nMIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=b\n\n--b\n\ntext\n--b\n"
+      "Content-Type: text/html\n\n<p>vi<!-- x -->agra\n--b--\n");
+  const std::string clean = mailtree("tidy --unspam " + file).out;
+  EXPECT_THAT(clean, HasSubstr("<p>viagra"));
+  EXPECT_THAT(clean, Not(HasSubstr("<!-- x -->")));
+}
+
 TEST(Tidy, writes_to_standard_output_for_a_dash) {
   const Result result = shell("\"$mailtree\" tidy - --strip-paths -o - < " + sample("attachments"));
   EXPECT_EQ(result.status, 0) << result.err;

@@ -3,9 +3,10 @@
 // The decision about one part is in mime/AttachmentRules.h. Here is what depends on its place in the tree.
 // Walks keep their own stack: a tree made by hand may be deeper than any call stack.
 #include <algorithm>
+#include <unordered_set>
 #include <vector>
 
-#include "mailtree/base/Search.h"
+#include "mailtree/base/SubstringSet.h"
 #include "mailtree/email/structure/internal.h"
 
 namespace mailtree {
@@ -189,18 +190,36 @@ void openEnclosures(const Email2& node, std::vector<Email2*>& open) {
   }
 }
 
-/// Whether the HTML text refers to a part by its Content-ID.
-bool isReferenced(const Email2& part, std::string_view html, LogBase& log) {
+StringBuffer bareContentId(const Email2& part, LogBase& log) {
   StringBuffer contentId;
   part.getHeaderFieldUtf8("Content-ID", contentId, log);
   contentId.removeCharOccurances('>');
   contentId.removeCharOccurances('<');
-  if (contentId.isEmpty() || findSubstring(html, contentId) == std::string_view::npos) return false;
-  if (log.m_verboseLogging) {
-    log.logInfo("Not removing attachment because Content-ID is found in HTML body.");
-    log.LogDataSb("contentId", contentId);
-  }
-  return true;
+  return contentId;
+}
+
+/// The strict attachments to which the HTML text refers by Content-ID, in one search for all of them.
+std::unordered_set<const Email2*> referencedAttachments(Email2& root, std::string_view html) {
+  LogNull quiet;
+  std::vector<const Email2*> parts;
+  SubstringSet ids;
+  walkTree(root, [&](const Email2& part) {
+    if (!part.isStrictAttachment(nullptr)) return Walk::onward;
+    parts.push_back(&part);
+    ids.add(bareContentId(part, quiet));
+    return Walk::onward;
+  });
+  const std::vector<bool> found = ids.findIn(html);
+  std::unordered_set<const Email2*> referenced;
+  for (std::size_t i = 0; i < parts.size(); ++i)
+    if (found[i]) referenced.insert(parts[i]);
+  return referenced;
+}
+
+void logReferencedPart(const Email2& part, LogBase& log) {
+  if (!log.m_verboseLogging) return;
+  log.logInfo("Not removing attachment because Content-ID is found in HTML body.");
+  log.LogDataSb("contentId", bareContentId(part, log));
 }
 
 struct LoggedField {
@@ -363,13 +382,18 @@ void Email2::dropAttachments() {
 
 void Email2::dropAttachmentsForTempMht(StringBuffer& html, LogBase& log) {
   neverThrow(false, [&] {
+    const std::unordered_set<const Email2*> referenced = referencedAttachments(*this, html.view());
     std::vector<Email2*> open{this};
     while (!open.empty()) {
       Email2& node = *open.back();
       open.pop_back();
       if (!node.isLive()) continue;
       const bool intact = dropChildren(node, [&](Email2& child) {
-        if (!child.isStrictAttachment(&log) || isReferenced(child, html, log)) return false;
+        if (!child.isStrictAttachment(&log)) return false;
+        if (referenced.contains(&child)) {
+          logReferencedPart(child, log);
+          return false;
+        }
         logDroppedPart(child, log);
         return true;
       });

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "mailtree/base/Search.h"
+#include "mailtree/base/SubstringSet.h"
 #include "mailtree/email/structure/internal.h"
 
 namespace mailtree {
@@ -99,10 +99,13 @@ StringBuffer bareContentId(const Email2& part, LogBase& log) {
   return copyOf(bare);
 }
 
-/// The search is exact, as the bytes stand. An empty Content-ID, which stands in every text, is none.
-bool refersTo(const Email2& html, const Email2& part, LogBase& log) {
-  const StringBuffer id = bareContentId(part, log);
-  return !id.isEmpty() && findSubstring(html.m_body.view(), id) != std::string_view::npos;
+/// For each attachment whether the HTML refers to it. The search is exact, as the bytes stand, and one for all. An
+/// empty Content-ID is none.
+std::vector<bool> referencedIn(const Email2& html, const std::vector<AttachmentPlace>& attachments,
+                               LogBase& log) {
+  SubstringSet ids;
+  for (const AttachmentPlace& attachment : attachments) ids.add(bareContentId(*attachment.node, log));
+  return ids.findIn(html.m_body.view());
 }
 
 /// Takes an attachment from its parent; null when there is no parent, or it would be left an alternative of nothing.
@@ -115,12 +118,19 @@ EmailPtr detach(const AttachmentPlace& at) {
 /// among them in its new place. From the last to the first: the places of those before stay valid.
 void moveReferencedAttachments(Email2& root, const Email2& html,
                                const std::vector<AttachmentPlace>& attachments, LogBase& log) {
+  const std::vector<bool> isReferenced = referencedIn(html, attachments, log);
   std::vector<EmailPtr> items;
   for (std::size_t i = attachments.size(); i-- > 0;)
-    if (attachments[i].node != &html && refersTo(html, *attachments[i].node, log))
+    if (attachments[i].node != &html && isReferenced[i])
       if (EmailPtr item = detach(attachments[i])) items.push_back(std::move(item));
+  Email2* related = nullptr;  // looked for once: each search goes through all parts
   for (EmailPtr& item : items) {
-    if (!place(root, *item, log)) root.insertSubPartAtIndex(item.get(), -1);
+    if (related)
+      related->insertSubPartAtIndex(item.get(), -1);
+    else if (place(root, *item, log))
+      related = findRelated(root);
+    else
+      root.insertSubPartAtIndex(item.get(), -1);
     std::ignore = item.release();  // the tree's again, wherever
   }
 }

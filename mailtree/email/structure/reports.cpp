@@ -97,6 +97,7 @@ bool Email2::getHeaderFieldAttr(const char* fieldName, const char* attrName, XSt
 }
 
 bool Email2::getDeliveryStatusInfo(const char* fieldName, XString& out, LogBase& log) {
+  out.clear();
   if (!isLive()) return false;
   LogContextExitor context(log, "getDeliveryStatusInfo");
   StringBuffer text;
