@@ -4,6 +4,7 @@
 // parts by Content-ID and by Content-Location, the latter only when it is an absolute URL.
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <unordered_set>
 
 #include "cli/arguments.h"
 #include "cli/commands.h"
@@ -11,7 +12,8 @@
 #include "cli/input.h"
 #include "cli/output.h"
 #include "cli/views/outline.h"
-#include "mailtree/base/Search.h"
+#include "cli/writing/structure.h"
+#include "mailtree/base/SubstringSet.h"
 
 namespace mailtree::cli {
 namespace {
@@ -41,6 +43,7 @@ class Archive {
     EmailPtr archive(new Email2);
     archive->use_codepage(65001);
     copyFields(*archive);
+    findReferenced();
     setPage(*archive);
     takeItems(m_mail, *archive);
     return archive;
@@ -96,16 +99,29 @@ class Archive {
   /// attachment counts too.
   bool isItem(Email2& part, Email2& parent) {
     if (part.getNumParts() > 0 || &part == m_htmlPart) return false;
-    const std::string location = locationOf(part);
-    std::string id = fieldOf(part, "Content-ID");
-    std::erase_if(id, [](char c) { return c == '<' || c == '>' || isSpaceAscii(c); });
-    if (isInPage(id) || isInPage(location)) return true;
-    return !(id.empty() && location.empty()) && parent.isMultipartRelated() &&
+    if (m_referenced.contains(&part)) return true;
+    return !(idOf(part).empty() && locationOf(part).empty()) && parent.isMultipartRelated() &&
            !part.isStrictAttachment(&m_log);
   }
 
-  bool isInPage(std::string_view name) const {
-    return !name.empty() && findSubstring(m_html, name) != std::string_view::npos;
+  /// Finds the parts whose Content-ID or location stands in the page, in one search for all.
+  void findReferenced() {
+    std::vector<const Email2*> parts;
+    SubstringSet names;
+    walk(m_mail, [&](const Email2& part) {
+      parts.push_back(&part);
+      names.add(idOf(part));
+      names.add(locationOf(part));
+    });
+    const std::vector<bool> found = names.findIn(m_html.view());
+    for (std::size_t i = 0; i < parts.size(); ++i)
+      if (found[2 * i] || found[2 * i + 1]) m_referenced.insert(parts[i]);
+  }
+
+  static std::string idOf(const Email2& part) {
+    std::string id = fieldOf(part, "Content-ID");
+    std::erase_if(id, [](char c) { return c == '<' || c == '>' || isSpaceAscii(c); });
+    return id;
   }
 
   /// A URL may be folded anywhere (RFC 2557, 4.4).
@@ -149,6 +165,7 @@ class Archive {
   Email2* m_htmlPart;
   StringBuffer m_html;
   std::string m_base;
+  std::unordered_set<const Email2*> m_referenced;
   LogNull m_log;
 };
 
