@@ -1,4 +1,5 @@
-// Copies of a newsletter, one for each of its readers. `copied` is what each copy holds of its own.
+// Copies of a newsletter, one for each of its readers, and answers to a long page. `copied` is what each copy holds
+// of its own.
 #include <benchmark/benchmark.h>
 
 #include <memory>
@@ -11,6 +12,7 @@ namespace {
 
 constexpr std::size_t kTextBytes = 40'000;
 constexpr std::size_t kImageBytes = 80'000;
+constexpr std::size_t kPageBytes = 1'000'000;
 
 std::string repeated(std::string_view sentence, std::size_t size) {
   std::string text;
@@ -77,6 +79,22 @@ void replaceInNewsletter(benchmark::State& state) {
   copyEach(state, [&](Email2& mail) { return mail.cloneAndReplace_v3(state.range(0) != 0, pairs, log); });
 }
 
+/// The answer is made of a clone; what that costs is in it.
+void answerPage(benchmark::State& state) {
+  LogNull log;
+  Email2 mail;
+  mail.setFromFullUtf8("Anna <anna@example.org>", log);
+  const std::string html = "<html><body>" + repeated("<p>Größe und Maß.</p>\n", kPageBytes);
+  addText(mail, "text/html", html, log);
+  for ([[maybe_unused]] const auto& _ : state) {
+    const EmailPtr answer(mail.clone_v3(/*shareImageData=*/false, log));
+    answer->convertToReply(log);
+    benchmark::DoNotOptimize(answer->m_body.getData2());
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * html.size()));
+}
+
+BENCHMARK(answerPage)->Name("reply/html_1MB/mailtree");
 BENCHMARK(cloneNewsletter)->Name("clone/newsletter_200kB/mailtree")->ArgName("share")->Arg(0)->Arg(1);
 BENCHMARK(replaceInNewsletter)->Name("merge/newsletter_200kB/mailtree")->ArgName("share")->Arg(0)->Arg(1);
 

@@ -80,7 +80,7 @@ int FileOutput::start(std::string_view path, Existing existing) {
   return error.value();
 }
 
-/// The file is its own temporary: removed when it was not finished, and renaming it to itself does nothing.
+/// The file is its own temporary: removed when it was not finished.
 int FileOutput::startNew() {
   if (const int failed = openStream(m_path, "wbxe")) return failed;
   m_temporaryPath = m_path;
@@ -133,8 +133,9 @@ bool FileOutput::commit(LogBase& log) {
 int FileOutput::finish() noexcept {
   errno = 0;
   if (std::fclose(m_file.release()) != 0) return lastError();
-  if (m_temporaryPath.empty()) return 0;
-  if (std::rename(m_temporaryPath.c_str(), m_path.c_str()) != 0) return lastError();
+  if (!m_temporaryPath.empty() && m_temporaryPath != m_path &&
+      std::rename(m_temporaryPath.c_str(), m_path.c_str()) != 0)
+    return lastError();
   m_temporaryPath.clear();
   return 0;
 }
