@@ -21,11 +21,12 @@ FORCE:
 demo: $(BUILD)/demo/bin/mailtree ## Build the command and run it on the sample messages
 	@scripts/demo $<
 
-test: ## Build and run all tests
+PRESET ?= dev
+test: ## Build and run all tests; PRESET=asan: under sanitizers
 	@scripts/setup test
-	@$(CMAKE) --preset dev >/dev/null
-	@cmake --build --preset dev
-	@ctest --preset dev -j2 && echo "make test: all tests passed"
+	@$(CMAKE) --preset $(PRESET) >/dev/null
+	@cmake --build --preset $(PRESET)
+	@ctest --preset $(PRESET) -j2 && echo "make test: all tests passed"
 
 bench: ## Build and run the benchmarks, with GMime beside them
 	@scripts/setup bench
@@ -35,9 +36,7 @@ bench: ## Build and run the benchmarks, with GMime beside them
 
 asan tsan: ## Build and run the tests under sanitizers
 	@scripts/setup check
-	@$(CMAKE) --preset $@ >/dev/null
-	@cmake --build --preset $@
-	@ctest --preset $@ -j2 && echo "make $@: no finding"
+	@$(MAKE) --no-print-directory test PRESET=$@ && echo "make $@: no finding"
 
 fuzz: ## Replay the seeds and fuzz each target for FUZZ_SECONDS (60)
 	@scripts/setup check

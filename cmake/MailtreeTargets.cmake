@@ -13,3 +13,10 @@ function(mailtree_settings target)
     target_link_options(${target} PUBLIC -fsanitize=${MAILTREE_SANITIZE})
   endif()
 endfunction()
+
+# What is built for sanitizers takes long to optimise; of the tests and the command, which do little themselves, that is not worth it.
+function(mailtree_quick_build target)
+  if(MAILTREE_SANITIZE)
+    target_compile_options(${target} PRIVATE -O0)
+  endif()
+endfunction()
