@@ -207,8 +207,8 @@ void Email2::fixRelated(LogBase& log) {
   LogContextExitor context(log, "fixRelated");
   neverThrow(false, [&] {
     const Email2* const html = findHtmlPart();
-    const std::vector<AttachmentPlace> attachments =
-        html ? placesOfAttachments(*this, log) : std::vector<AttachmentPlace>();
+    if (!html) return false;
+    const std::vector<AttachmentPlace> attachments = placesOfAttachments(*this, log);
     if (attachments.empty()) return false;
     moveReferencedAttachments(*this, *html, attachments, log);
     collapseToAlternative(*this, log);
