@@ -56,7 +56,8 @@ bool QuotedTexts::putInFront(const std::string& text, LogBase& log) const {
     const std::string body = textOf(row);
     if (!isQuoted(body)) continue;
     const bool isPage = isQuotedAsHtml(body);
-    if (!put(m_email, *row.node, isPage, (isPage ? asHtml(text) : text + "\r\n") + body, log)) return false;
+    const std::string head = isPage ? asHtml(text) : text + "\r\n";
+    if (!put(m_email, *row.node, isPage, head + body, log)) return false;
     found = true;
   }
   return found;
