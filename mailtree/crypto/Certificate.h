@@ -1,21 +1,85 @@
-// crypto/Certificate.h - an X.509 certificate, and lists of certificates.
+// crypto/Certificate.h - an X.509 certificate, with or without its private key, and lists of certificates.
+//
+//   Ownership  Shared by reference count; RefPtr<Certificate> is the owner to use.
+//   Secrets    A private key is held by the cryptographic library, is never logged, and is wiped with the last
+//              reference. Nothing here gives its bytes away.
+//   Threads    Immutable once made; the same certificate may be used from several threads.
 #pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "mailtree/base/Containers.h"
 #include "mailtree/base/DataBuffer.h"
 #include "mailtree/base/Object.h"
+#include "mailtree/base/XString.h"
 
 namespace mailtree {
 
-/// One certificate, shared by reference count.
+class LogBase;
+struct NativeCertificate;  ///< What the cryptographic library holds; opaque outside crypto/*.cpp.
+struct NativeKey;
+
+/// What a certificate's key may be used for.
+enum class CertificateUse { sign, encrypt };
+
 class Certificate final : public RefCountedObject {
  public:
-  /// The certificate's DER encoding; empty for one that was never loaded.
+  /// Parses one DER certificate (RFC 5280); null when it is none or memory ran out. Uncounted: the first RefPtr
+  /// owns it.
+  static Certificate* createFromDer(std::string_view der, LogBase& log);
+
+  /// The DER encoding.
   const DataBuffer& der() const noexcept { return m_der; }
-  DataBuffer& der() noexcept { return m_der; }
+
+  /// Subject and issuer as one line (RFC 2253 order, utf-8), replacing `out`. False when it has none.
+  bool getSubjectDN(XString& out, LogBase& log) const;
+  bool getIssuerDN(XString& out, LogBase& log) const;
+  /// Upper-case hexadecimal.
+  const std::string& serialNumber() const noexcept { return m_serialNumber; }
+  /// SHA-256 of the DER, lower-case hexadecimal: what tells certificates apart.
+  const std::string& fingerprint() const noexcept { return m_fingerprint; }
+  /// Addresses of the subjectAltName (rfc822Name), then of the subject's emailAddress; as written.
+  const std::vector<std::string>& emailAddresses() const noexcept { return m_emailAddresses; }
+  /// Whether it is issued to this address; letter case counts in the local part only.
+  bool isForAddress(std::string_view address) const noexcept;
+
+  /// Validity in Unix seconds, both ends included.
+  std::int64_t notBefore() const noexcept { return m_notBefore; }
+  std::int64_t notAfter() const noexcept { return m_notAfter; }
+  bool isValidAt(std::int64_t unixSeconds) const noexcept;
+  /// Whether key usage and extended key usage, where present, allow it (RFC 8551, 4.4). Does not look at the
+  /// validity.
+  bool isFitFor(CertificateUse use) const noexcept;
+  /// "RSA", "EC", "ED25519", ...
+  const std::string& keyAlgorithm() const noexcept { return m_keyAlgorithm; }
+  int keyBits() const noexcept { return m_keyBits; }
+  bool hasPrivateKey() const noexcept { return m_key != nullptr; }
+  /// Whether subject and issuer are the same.
+  bool isSelfIssued() const noexcept { return m_isSelfIssued; }
+
+  /// For the files of crypto/. Never null, and null without a private key.
+  NativeCertificate* native() const noexcept { return m_native; }
+  NativeKey* nativeKey() const noexcept { return m_key; }
 
  private:
+  friend class CertificateReader;
+  Certificate() = default;
+  ~Certificate() override;
+
   DataBuffer m_der;
+  NativeCertificate* m_native = nullptr;
+  NativeKey* m_key = nullptr;
+  std::string m_serialNumber;
+  std::string m_fingerprint;
+  std::vector<std::string> m_emailAddresses;
+  std::string m_keyAlgorithm;
+  std::int64_t m_notBefore = 0;
+  std::int64_t m_notAfter = 0;
+  int m_keyBits = 0;
+  bool m_isSelfIssued = false;
 };
 
 /// Keeps one reference to a certificate, so that arrays can own it.
@@ -24,8 +88,14 @@ class CertificateHolder final : public SorvikObject {
   explicit CertificateHolder(Certificate& certificate) noexcept : m_certificate(&certificate) {}
   /// Borrowed; never null.
   Certificate* getCert() const noexcept { return m_certificate.get(); }
+
+  /// A new holder, owned by the caller; null for a null certificate or when memory ran out.
+  static CertificateHolder* createFromCert(Certificate* certificate, LogBase& log);
+  /// Appends a holder. False for a null certificate or when memory ran out.
+  static bool appendNewCertHolder(Certificate* certificate, ExtPtrArray& holders, LogBase& log);
   /// Certificate of the index-th holder in a list of holders; null when out of range.
   static Certificate* getNthCert(const ExtPtrArray& holders, int index) noexcept;
+  static Certificate* getNthCert(const ExtPtrArray& holders, int index, LogBase& log) noexcept;
   /// Appends to `to` a holder of its own for every certificate in `from`. False when memory ran out.
   static bool copyCertHolders(const ExtPtrArray& from, ExtPtrArray& to);
 

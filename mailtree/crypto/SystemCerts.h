@@ -1,20 +1,78 @@
-// crypto/SystemCerts.h - the certificates a message may be checked and opened with.
+// crypto/SystemCerts.h - the certificates, keys, trust anchors and revocation lists that a message is signed,
+// encrypted, checked and opened with. In memory; nothing of the host's own store is looked at.
 #pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "mailtree/base/Containers.h"
 #include "mailtree/crypto/Certificate.h"
 
 namespace mailtree {
 
-/// A store of certificates in memory. Borrowed by every loading operation.
+class LogBase;
+
+/// What became of the way from a certificate to a trust anchor.
+struct ChainVerdict {
+  bool trusted = false;
+  bool revoked = false;  ///< By a revocation list held here.
+  std::string problem;   ///< Why it is not trusted, in words; empty when it is.
+};
+
+/// A store in memory. Borrowed by every loading and writing operation.
+///
+///   Failure  Adding says how many were added; 0, with the reason logged, when nothing could be read. What was
+///            added before an unreadable piece stays.
+///   Threads  Not to be changed while another thread uses it.
 class SystemCerts {
  public:
-  /// Keeps a reference; false when memory ran out.
+  SystemCerts();
+  SystemCerts(const SystemCerts&) = delete;
+  SystemCerts& operator=(const SystemCerts&) = delete;
+  ~SystemCerts();
+
+  /// Keeps a reference; one that is held already is not added twice, but one with a private key takes the place
+  /// of the same one without. False when memory ran out.
   bool addCertificate(Certificate& certificate);
+  /// Certificates and private keys in PEM (several in one text), DER, PKCS#12 or a PKCS#7 bundle, found out by
+  /// looking. A key joins the certificate it fits, whichever came first.
+  /// @param password  utf-8, of PKCS#12 files and encrypted keys; null: none.
+  int addFromData(std::string_view bytes, const char* password, LogBase& log);
+  int addFromFile(const char* path, const char* password, LogBase& log);
+  /// Every file of the folder that holds certificates or keys; others are passed over. Not recursive.
+  int addFromDirectory(const char* path, const char* password, LogBase& log);
+  /// Trust anchors, from a file or every file of a folder. An anchor need not be self-signed.
+  int addTrustAnchors(const char* path, LogBase& log);
+  int addTrustAnchorsFromData(std::string_view bytes, LogBase& log);
+  /// Revocation lists (PEM or DER). With any held, a chain whose issuers have none among them is not revoked.
+  int addRevocationLists(const char* path, LogBase& log);
+
   int getNumCertificates() const noexcept { return m_certificates.getSize(); }
+  /// Borrowed; null when out of range.
+  Certificate* getCertificate(int index) const noexcept;
+  bool hasTrustAnchors() const noexcept;
+
+  /// The best certificate for an address: valid today before expired ones, then the one that is valid longest.
+  /// Letter case counts in the local part only.
+  /// @param forEncryption  true: one fit to encrypt to; false: one fit to sign, with its private key.
+  /// @return borrowed; null when there is none. Expired ones, and ones not fit for the use, are never given.
+  Certificate* findByEmailAddr(const char* address, bool forEncryption, LogBase& log);
+
+  /// Whether a way leads from the certificate to a trust anchor, at a time, for mail (S/MIME signing).
+  /// @param others  certificates that came with the message, DER each; they may help but are not trusted.
+  ChainVerdict checkChain(const Certificate& certificate, const std::vector<RefPtr<Certificate>>& others,
+                          std::int64_t unixSeconds) const;
+  /// The certificates above this one, nearest first, as far as they are held here; the anchor last, when found.
+  std::vector<RefPtr<Certificate>> chainOf(const Certificate& certificate) const;
 
  private:
+  struct Trust;  ///< Anchors and revocation lists, as the cryptographic library holds them.
+
   ExtPtrArray m_certificates;
+  std::unique_ptr<Trust> m_trust;
 };
 
 }  // namespace mailtree

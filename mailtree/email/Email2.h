@@ -37,6 +37,9 @@ namespace mailtree {
 
 class ClsXml;
 class MimeMessage2;
+class SymmetricCipher;
+class _clsCades;
+class _svSymSettings;
 struct ReceivedContent;
 
 /// Validity marker of a live node.
@@ -79,6 +82,9 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   //                                              transform/tidy.cpp            tidy_test.cpp
   //  15  XML and diagnostics                     output/xml.cpp                xml_test.cpp
   //                                              output/diagnostics.cpp        diagnostics_test.cpp
+  //  16  Secure mail                             ../secure/signing.cpp         signing_test.cpp (tests/secure/)
+  //                                              ../secure/enveloping.cpp      enveloping_test.cpp
+  //                                              ../secure/security_state.cpp  security_state_test.cpp
 
   /// @name 1. Life, subparts, shared settings
   /// @{
@@ -681,6 +687,71 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void logEmailStructure(StringBuffer& scratch, LogBase& log);
   /// Logs the transfer encoding and the two fields behind it and the type, empty ones too.
   void logContentTypeAndEncoding(LogBase& log);
+  /// @}
+
+  /// @name 16. Secure mail
+  /// Signing and encrypting make a new message, owned by the caller; the one they are called on stays as it is.
+  /// Certificates are borrowed from the caller and counted.
+  /// @{
+
+  /// A multipart/signed (RFC 8551, 3.5.3): the message as output writes it, without internal "SVX-" fields, and
+  /// a signature over exactly those bytes. The first part of the result is written as it was signed for as long
+  /// as nothing in it is changed.
+  /// @param signingTime         the time of signing and the ciphers understood go along.
+  /// @param signingCertificate  ties the signature to this very certificate (signing-certificate-v2).
+  /// @param includeChain        the certificates above the signer's go along.
+  /// @param filename            of the signature part; null: none.
+  /// @return null without shared settings, without a certificate, or when signing failed. A certificate found by
+  ///         the sender's address is remembered in the shared settings.
+  Email2* createMultipartSigned(bool signingTime, bool signingCertificate, bool includeChain,
+                                _clsCades& cades, const char* filename, SystemCerts& certs, LogBase& log);
+  /// An application/pkcs7-mime that holds content and signature (RFC 8551, 3.5.2). Internal fields are signed
+  /// along.
+  Email2* createSignedData(bool signingTime, bool signingCertificate, bool includeChain, _clsCades& cades,
+                           const char* filename, SystemCerts& certs, LogBase& log);
+  /// Appends the fields of `source`, but for those that belong to its content or ask for a receipt. true.
+  bool copyHeadersForMultipartSigned(MimeHeader& source, LogBase& log);
+  /// The digest named in the Content-Type, which is also the one that signing uses; empty is sha1.
+  /// Deliberate: blanks around it stay, those around the protocol go.
+  void setMicalg(const char* micalg, LogBase& log);
+  void getMicalg(StringBuffer& out);
+
+  /// An application/pkcs7-mime encrypted to the certificates set here, or else to those of every recipient.
+  /// Null also when one recipient has no certificate; the log names every one of them.
+  /// @param cipher, keyBits, keyTransport, oaepHash, bySubjectKeyId  as Pkcs7Builder::createPkcs7Enveloped has
+  ///                 them.
+  Email2* createPkcs7Mime(int cipher, int keyBits, int keyTransport, int oaepHash, bool bySubjectKeyId,
+                          const char* filename, SystemCerts& certs, LogBase& log);
+  /// Encrypts every body in place; the tree and its header fields stay readable. Deliberate: the ciphertext is
+  /// base64 text under a base64 transfer encoding, so it travels encoded twice. Nodes done before a failure
+  /// stay changed.
+  bool aesStandardEncryptAnsi(SymmetricCipher& cipher, _svSymSettings& settings, LogBase& log);
+  /// @param bodyIsBinary  false: bodies that are base64 text are decoded first.
+  bool aesStandardDecryptAnsi(SymmetricCipher& cipher, bool bodyIsBinary, _svSymSettings& settings,
+                              LogBase& log);
+
+  void setSigningCert(Certificate* certificate);  ///< Must not be null.
+  Certificate* getSigningCert(LogBase& log);      ///< Borrowed; null when there is none.
+  void addEncryptCert(Certificate* certificate);  ///< Null is ignored.
+  void setEncryptCert(Certificate* certificate);
+  void clearEncryptCerts();
+  Certificate* getEncryptCert(LogBase& log);  ///< The first; borrowed.
+
+  /// Records one unwrapped layer. The first report sets a flag, later ones can only clear it.
+  void accumulateSecurityInfo(bool secure, bool signaturesValid, bool decrypted, int numSigned,
+                              int numEncrypted);
+  bool getAllSignaturesValid() const;  ///< These four do not check the marker.
+  bool getAllDataDecrypted() const;
+  bool getSendSigned() const;
+  bool getSendEncrypted() const;
+  void setSendSigned(bool sendSigned);
+  void setSendEncrypted(bool sendEncrypted);
+  /// Whether a signed layer was taken off, or this very node is a signature that was left in place.
+  bool getReceivedSigned() const;
+  /// Whether an encrypted layer was taken off, or this very node is application/pkcs7-mime, of whatever kind.
+  bool getReceivedEncrypted() const;
+  Certificate* getSignedBy(int index, LogBase& log);     ///< Borrowed; null beyond the end.
+  Certificate* getEncryptedBy(int index, LogBase& log);  ///< Borrowed; null beyond the end.
   /// @}
 
   /// What the attachment decision looks at; views into this node.

@@ -1,10 +1,13 @@
 // email/EmailCommon.h - the settings that all nodes of one message share.
 #pragma once
 
+#include <vector>
+
 #include "mailtree/base/Containers.h"
 #include "mailtree/base/Object.h"
 #include "mailtree/base/XString.h"
 #include "mailtree/crypto/Certificate.h"
+#include "mailtree/crypto/UnwrapInfo.h"
 #include "mailtree/mime/Charset.h"
 #include "mailtree/mime/Limits.h"
 
@@ -36,9 +39,11 @@ class _svEmailCommon final : public RefCountedObject {
   ExtPtrArray m_decryptCerts;  ///< CertificateHolder with which layers were decrypted.
   bool m_sendSigned = false;
   bool m_sendEncrypted = false;
-  Certificate* m_signingCert = nullptr;  ///< Holds one reference.
-  ExtPtrArray m_encryptCerts;            ///< CertificateHolder of the recipients.
-  LimitSet m_limits;                     ///< Limits met while loading.
+  Certificate* m_signingCert = nullptr;     ///< Holds one reference.
+  ExtPtrArray m_encryptCerts;               ///< CertificateHolder of the recipients.
+  std::vector<SecureLayer> m_secureLayers;  ///< Met while loading, from outside in.
+  std::vector<InnerField> m_innerFields;    ///< Fields that a layer says otherwise than the header does.
+  LimitSet m_limits;                        ///< Limits met while loading.
 
  private:
   ~_svEmailCommon() override;

@@ -1,0 +1,33 @@
+// crypto/DataSource.h - where the bytes to be signed or encrypted come from.
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+#include "mailtree/base/StringBuffer.h"
+
+namespace mailtree {
+
+/// A stream of bytes read once, from its beginning to its end.
+class _svDataSource {
+ public:
+  virtual ~_svDataSource() = default;
+  /// The next piece, borrowed until the next call; empty at the end. Nothing when reading failed.
+  virtual std::optional<std::string_view> next() = 0;
+};
+
+/// Bytes in memory, given out in one piece.
+class _svMemoryDataSource final : public _svDataSource {
+ public:
+  /// Borrows the bytes.
+  void initializeMemSource(const char* bytes, unsigned size) noexcept;
+  /// Takes a text over, leaving `text` empty.
+  void takeStringBuffer(StringBuffer& text);
+  std::optional<std::string_view> next() override;
+
+ private:
+  StringBuffer m_owned;
+  std::string_view m_rest;
+};
+
+}  // namespace mailtree

@@ -1,0 +1,34 @@
+// crypto/UnwrapInfo.h - what unwrapping a message found: the sum, and each layer.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "mailtree/base/Containers.h"
+#include "mailtree/crypto/SecureLayer.h"
+
+namespace mailtree {
+
+/// A header field that stands otherwise inside a layer than outside, where it is displayed from.
+struct InnerField {
+  std::string part;  ///< Of the layer it stands in.
+  std::string name;
+  std::string inside;
+  std::string outside;  ///< Empty when there is none outside.
+};
+
+class UnwrapInfo {
+ public:
+  bool m_hasSecureLayer = false;
+  /// True also when there was none: no false alarm for a message that is only encrypted.
+  bool m_allSignaturesValid = true;
+  bool m_allDataDecrypted = true;
+  int m_numSigned = 0;
+  int m_numEncrypted = 0;
+  ExtPtrArray m_signerCerts;          ///< CertificateHolder of every signer found.
+  ExtPtrArray m_decryptCerts;         ///< CertificateHolder of every certificate that opened a layer.
+  std::vector<SecureLayer> m_layers;  ///< From outside in.
+  std::vector<InnerField> m_innerFields;
+};
+
+}  // namespace mailtree

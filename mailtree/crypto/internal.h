@@ -1,0 +1,35 @@
+// crypto/internal.h - what the files of crypto/ share and nobody else sees.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "mailtree/crypto/Certificate.h"
+
+namespace mailtree {
+
+template <auto release>
+struct Releases {
+  template <class T>
+  void operator()(T* object) const noexcept {
+    release(object);
+  }
+};
+/// Owner of an object of the cryptographic library, by the function that releases it.
+template <class T, auto release>
+using Handle = std::unique_ptr<T, Releases<release>>;
+
+/// The library's own object behind a certificate; T is the type that the including file knows it by.
+template <class T>
+T* nativeAs(const Certificate& certificate) noexcept {
+  return reinterpret_cast<T*>(certificate.native());
+}
+template <class T>
+T* nativeKeyAs(const Certificate& certificate) noexcept {
+  return reinterpret_cast<T*>(certificate.nativeKey());
+}
+
+/// What the cryptographic library says went wrong last, in words; its list of errors is emptied.
+std::string lastCryptoError();
+
+}  // namespace mailtree
