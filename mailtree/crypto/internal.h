@@ -29,6 +29,15 @@ T* nativeKeyAs(const Certificate& certificate) noexcept {
   return reinterpret_cast<T*>(certificate.nativeKey());
 }
 
+struct NativeContext;
+/// The context that everything here runs in: the algorithms of old messages beside today's. Its own, so that the
+/// host program's stays as the host set it up. Made at the first call; null when that failed.
+NativeContext* cryptoContext() noexcept;
+template <class T>
+T* contextAs() noexcept {
+  return reinterpret_cast<T*>(cryptoContext());
+}
+
 /// What the cryptographic library says went wrong last, in words; its list of errors is emptied.
 std::string lastCryptoError();
 
