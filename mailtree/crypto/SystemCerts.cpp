@@ -1,16 +1,249 @@
 #include "mailtree/crypto/SystemCerts.h"
 
-#include <tuple>
+#include <openssl/evp.h>
+
+#include <algorithm>
+#include <chrono>
+#include <unordered_map>
+
+#include "mailtree/base/Log.h"
+#include "mailtree/crypto/CertificateFiles.h"
+#include "mailtree/crypto/CertificateReader.h"
+#include "mailtree/crypto/Trust.h"
+#include "mailtree/crypto/internal.h"
 
 namespace mailtree {
+namespace {
+
+std::int64_t now() noexcept {
+  using namespace std::chrono;
+  return std::int64_t{duration_cast<seconds>(system_clock::now().time_since_epoch()).count()};
+}
+
+bool areSameKey(const NativeKey* a, const NativeKey* b) noexcept {
+  return EVP_PKEY_eq(reinterpret_cast<const EVP_PKEY*>(a), reinterpret_cast<const EVP_PKEY*>(b)) == 1;
+}
+
+/// Why a certificate of the right address does not do; null when it does.
+const char* objectionTo(const Certificate& certificate, CertificateUse use, std::int64_t when) noexcept {
+  if (!certificate.isValidAt(when)) return "it is not valid now";
+  if (use == CertificateUse::sign && !certificate.hasPrivateKey()) return "its private key is not held";
+  if (!certificate.isFitFor(use)) return "its key usage does not allow it";
+  return nullptr;
+}
+
+void logPassedOver(const Certificate& certificate, const char* objection, LogBase& log) {
+  if (!log.m_verboseLogging) return;
+  XString subject;
+  certificate.getSubjectDN(subject, log);
+  log.LogDataSb("subjectDN", subject.view());
+  log.logInfo("Certificate passed over: " + std::string(objection));
+}
+
+/// How what could not be read is told of: a file that was named must be readable; one of a folder need not be.
+enum class Problems { areErrors, areInformation };
+
+void logProblems(const std::vector<std::string>& problems, Problems how, LogBase& log) {
+  for (const std::string& problem : problems) {
+    if (how == Problems::areErrors)
+      log.logError("Cannot be read: " + problem);
+    else if (log.m_verboseLogging)
+      log.logInfo("Passed over: " + problem);
+  }
+}
+
+/// Hands each file at a path, or in the folder there, to `take(bytes, how)`, which says how many it took.
+template <class Take>
+int addFilesAt(const char* path, const char* nothingFound, LogBase& log, Take&& take) {
+  const std::vector<std::string> files = certificateFilesAt(path);
+  const bool isFolder = files.size() != 1 || files.front() != viewOf(path);
+  LogNull quiet;
+  LogBase& fileLog = isFolder && !log.m_verboseLogging ? quiet : log;
+  int added = 0;
+  for (const std::string& file : files) {
+    DataBuffer bytes;
+    const WipedAtEnd wiped(bytes);
+    if (isFolder && log.m_verboseLogging) log.LogDataSb("file", file);
+    if (!loadCertificateFile(file.c_str(), bytes, fileLog)) continue;
+    added += take(bytes.view(), isFolder ? Problems::areInformation : Problems::areErrors);
+  }
+  if (added == 0 && isFolder) {
+    log.LogDataSb("path", viewOf(path));
+    log.logError(nothingFound);
+  }
+  return added;
+}
+
+}  // namespace
+
+struct SystemCerts::Held {
+  std::vector<RefPtr<Certificate>> certificates;
+  std::unordered_map<std::string, std::size_t> positions;  ///< By fingerprint.
+  std::vector<KeyPtr> keys;                                ///< All of them: a renewed certificate may follow.
+  Trust trust;
+
+  void addCertificate(Certificate& certificate);
+  void addKey(KeyPtr key);
+  int add(KeyMaterial found);
+  RefPtr<Certificate> withKnownKey(Certificate& certificate) const;
+};
+
+/// The certificate with a key that is held, or as it is.
+RefPtr<Certificate> SystemCerts::Held::withKnownKey(Certificate& certificate) const {
+  if (certificate.hasPrivateKey()) return RefPtr<Certificate>(&certificate);
+  for (const KeyPtr& key : keys)
+    if (Owned<Certificate> joined = CertificateReader::withKey(certificate, *key))
+      return RefPtr<Certificate>(joined.release());
+  return RefPtr<Certificate>(&certificate);
+}
+
+void SystemCerts::Held::addCertificate(Certificate& certificate) {
+  const auto known = positions.find(certificate.fingerprint());
+  if (known != positions.end()) {
+    RefPtr<Certificate>& same = certificates[known->second];
+    if (certificate.hasPrivateKey() && !same->hasPrivateKey()) same = RefPtr<Certificate>(&certificate);
+    return;
+  }
+  certificates.push_back(withKnownKey(certificate));
+  positions.emplace(certificate.fingerprint(), certificates.size() - 1);
+}
+
+void SystemCerts::Held::addKey(KeyPtr key) {
+  const auto isKnown = [&](const KeyPtr& known) { return areSameKey(known.get(), key.get()); };
+  if (std::ranges::any_of(keys, isKnown)) return;
+  for (RefPtr<Certificate>& each : certificates) {
+    if (each->hasPrivateKey()) continue;
+    if (Owned<Certificate> joined = CertificateReader::withKey(*each, *key))
+      each = RefPtr<Certificate>(joined.release());
+  }
+  keys.push_back(std::move(key));
+}
+
+int SystemCerts::Held::add(KeyMaterial found) {
+  const QuietErrors quiet;
+  const std::size_t count = found.certificates.size() + found.keys.size();
+  for (const RefPtr<Certificate>& certificate : found.certificates) addCertificate(*certificate);
+  for (KeyPtr& key : found.keys) addKey(std::move(key));
+  return static_cast<int>(count);
+}
+
+// ---- life and filling -----------------------------------------------------------------------------------------
+
+SystemCerts::SystemCerts() : m_held(std::make_unique<Held>()) {}
+
+SystemCerts::~SystemCerts() = default;
 
 bool SystemCerts::addCertificate(Certificate& certificate) {
   return neverThrow(false, [&] {
-    Owned<CertificateHolder> holder(new CertificateHolder(certificate));
-    if (!m_certificates.appendObject(holder.get())) return false;
-    std::ignore = holder.release();
+    const QuietErrors quiet;
+    m_held->addCertificate(certificate);
     return true;
   });
+}
+
+int SystemCerts::addFromData(std::string_view bytes, const char* password, LogBase& log) {
+  return neverThrow(0, [&] {
+    KeyMaterial found = readKeyMaterial(bytes, password);
+    logProblems(found.problems, Problems::areErrors, log);
+    return m_held->add(std::move(found));
+  });
+}
+
+int SystemCerts::addFromFile(const char* path, const char* password, LogBase& log) {
+  return neverThrow(0, [&] {
+    const LogContextExitor context(log, "addFromFile", log.m_verboseLogging);
+    DataBuffer bytes;
+    const WipedAtEnd wiped(bytes);
+    if (!loadCertificateFile(path, bytes, log)) return 0;
+    const int added = addFromData(bytes.view(), password, log);
+    if (added == 0) log.LogDataSb("path", viewOf(path));
+    return added;
+  });
+}
+
+int SystemCerts::addFromDirectory(const char* path, const char* password, LogBase& log) {
+  return neverThrow(0, [&] {
+    const LogContextExitor context(log, "addFromDirectory", log.m_verboseLogging);
+    return addFilesAt(path, "No certificates and no keys there", log,
+                      [&](std::string_view bytes, Problems how) {
+                        KeyMaterial found = readKeyMaterial(bytes, password);
+                        logProblems(found.problems, how, log);
+                        return m_held->add(std::move(found));
+                      });
+  });
+}
+
+int SystemCerts::addTrustAnchors(const char* path, LogBase& log) {
+  return neverThrow(0, [&] {
+    const LogContextExitor context(log, "addTrustAnchors", log.m_verboseLogging);
+    return addFilesAt(path, "No trust anchors there", log, [&](std::string_view bytes, Problems how) {
+      LogNull quiet;
+      return addTrustAnchorsFromData(bytes, how == Problems::areErrors ? log : quiet);
+    });
+  });
+}
+
+int SystemCerts::addTrustAnchorsFromData(std::string_view bytes, LogBase& log) {
+  return neverThrow(0, [&] {
+    const KeyMaterial found = readKeyMaterial(bytes, nullptr);
+    const auto add = [&](const RefPtr<Certificate>& anchor) { return m_held->trust.addAnchor(*anchor); };
+    const auto added = std::ranges::count_if(found.certificates, add);
+    logProblems(found.problems, Problems::areErrors, log);
+    if (added == 0 && found.problems.empty()) log.logError("No certificate to be a trust anchor");
+    return static_cast<int>(added);
+  });
+}
+
+int SystemCerts::addRevocationLists(const char* path, LogBase& log) {
+  return neverThrow(0, [&] {
+    const LogContextExitor context(log, "addRevocationLists", log.m_verboseLogging);
+    return addFilesAt(path, "No revocation lists there", log, [&](std::string_view bytes, Problems how) {
+      const int added = m_held->trust.addLists(bytes);
+      if (added == 0) logProblems({"no revocation list"}, how, log);
+      return added;
+    });
+  });
+}
+
+// ---- asking ---------------------------------------------------------------------------------------------------
+
+int SystemCerts::getNumCertificates() const noexcept { return static_cast<int>(m_held->certificates.size()); }
+
+Certificate* SystemCerts::getCertificate(int index) const noexcept {
+  const bool inRange = index >= 0 && index < getNumCertificates();
+  return inRange ? m_held->certificates[static_cast<std::size_t>(index)].get() : nullptr;
+}
+
+bool SystemCerts::hasTrustAnchors() const noexcept { return m_held->trust.hasAnchors(); }
+
+Certificate* SystemCerts::findByEmailAddr(const char* address, bool forEncryption, LogBase& log) {
+  return neverThrow<Certificate*>(nullptr, [&] {
+    const LogContextExitor context(log, "findByEmailAddr", log.m_verboseLogging);
+    const CertificateUse use = forEncryption ? CertificateUse::encrypt : CertificateUse::sign;
+    const std::int64_t when = now();
+    Certificate* best = nullptr;
+    for (const RefPtr<Certificate>& candidate : m_held->certificates) {
+      if (!candidate->isForAddress(viewOf(address))) continue;
+      if (const char* objection = objectionTo(*candidate, use, when))
+        logPassedOver(*candidate, objection, log);
+      else if (!best || candidate->notAfter() > best->notAfter())
+        best = candidate.get();
+    }
+    return best;
+  });
+}
+
+ChainVerdict SystemCerts::checkChain(const Certificate& certificate,
+                                     const std::vector<RefPtr<Certificate>>& others,
+                                     std::int64_t unixSeconds) const {
+  return neverThrow(ChainVerdict(), [&] {
+    return m_held->trust.check(certificate, m_held->certificates, others, unixSeconds);
+  });
+}
+
+std::vector<RefPtr<Certificate>> SystemCerts::chainOf(const Certificate& certificate) const {
+  return neverThrow(std::vector<RefPtr<Certificate>>(),
+                    [&] { return m_held->trust.chainOf(certificate, m_held->certificates); });
 }
 
 }  // namespace mailtree

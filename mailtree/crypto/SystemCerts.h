@@ -19,13 +19,15 @@ class LogBase;
 struct ChainVerdict {
   bool trusted = false;
   bool revoked = false;  ///< By a revocation list held here.
-  std::string problem;   ///< Why it is not trusted, in words; empty when it is.
+  std::string problem;   ///< Why it is not trusted, in words; empty when it is and nothing is to be noted.
 };
 
 /// A store in memory. Borrowed by every loading and writing operation.
 ///
-///   Failure  Adding says how many were added; 0, with the reason logged, when nothing could be read. What was
-///            added before an unreadable piece stays.
+///   Failure  Adding says how many certificates and keys (or lists) were read, those held before included; 0,
+///            with the reason logged, when there were none. What was read beside an unreadable piece stays, and
+///            that piece is logged.
+///   Limits   A file of more than 16 MiB is refused.
 ///   Threads  Not to be changed while another thread uses it.
 class SystemCerts {
  public:
@@ -39,10 +41,12 @@ class SystemCerts {
   bool addCertificate(Certificate& certificate);
   /// Certificates and private keys in PEM (several in one text), DER, PKCS#12 or a PKCS#7 bundle, found out by
   /// looking. A key joins the certificate it fits, whichever came first.
-  /// @param password  utf-8, of PKCS#12 files and encrypted keys; null: none.
+  /// @param password  utf-8, of PKCS#12 files and encrypted keys; null: none. What needs none is read whatever
+  ///                  password is given.
   int addFromData(std::string_view bytes, const char* password, LogBase& log);
   int addFromFile(const char* path, const char* password, LogBase& log);
-  /// Every file of the folder that holds certificates or keys; others are passed over. Not recursive.
+  /// Every file of the folder that holds certificates or keys, in the order of their names; others are passed
+  /// over, the reason being logged as information. Not recursive.
   int addFromDirectory(const char* path, const char* password, LogBase& log);
   /// Trust anchors, from a file or every file of a folder. An anchor need not be self-signed.
   int addTrustAnchors(const char* path, LogBase& log);
@@ -50,29 +54,33 @@ class SystemCerts {
   /// Revocation lists (PEM or DER). With any held, a chain whose issuers have none among them is not revoked.
   int addRevocationLists(const char* path, LogBase& log);
 
-  int getNumCertificates() const noexcept { return m_certificates.getSize(); }
-  /// Borrowed; null when out of range.
+  int getNumCertificates() const noexcept;
+  /// Borrowed until the store changes; null when out of range.
   Certificate* getCertificate(int index) const noexcept;
   bool hasTrustAnchors() const noexcept;
 
-  /// The best certificate for an address: valid today before expired ones, then the one that is valid longest.
+  /// The best certificate for an address: the one that is valid longest, the first one held among equals.
   /// Letter case counts in the local part only.
   /// @param forEncryption  true: one fit to encrypt to; false: one fit to sign, with its private key.
   /// @return borrowed; null when there is none. Expired ones, and ones not fit for the use, are never given.
   Certificate* findByEmailAddr(const char* address, bool forEncryption, LogBase& log);
 
   /// Whether a way leads from the certificate to a trust anchor, at a time, for mail (S/MIME signing).
-  /// @param others  certificates that came with the message, DER each; they may help but are not trusted.
+  /// @param others  certificates that came with the message; they may help but are not trusted.
+  ///
+  /// The authorities on the way must be such, for mail; what the certificate itself may be used for is another
+  /// question (Certificate::isFitFor), and so are weak algorithms. A revoked certificate is so at any time asked
+  /// about: only its own signer says when a signature was made. A list whose next issue is overdue still revokes;
+  /// the chain stays trusted, as without a list, and `problem` tells.
   ChainVerdict checkChain(const Certificate& certificate, const std::vector<RefPtr<Certificate>>& others,
                           std::int64_t unixSeconds) const;
   /// The certificates above this one, nearest first, as far as they are held here; the anchor last, when found.
   std::vector<RefPtr<Certificate>> chainOf(const Certificate& certificate) const;
 
  private:
-  struct Trust;  ///< Anchors and revocation lists, as the cryptographic library holds them.
+  struct Held;
 
-  ExtPtrArray m_certificates;
-  std::unique_ptr<Trust> m_trust;
+  std::unique_ptr<Held> m_held;
 };
 
 }  // namespace mailtree

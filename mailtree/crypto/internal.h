@@ -41,4 +41,30 @@ T* contextAs() noexcept {
 /// What the cryptographic library says went wrong last, in words; its list of errors is emptied.
 std::string lastCryptoError();
 
+/// Takes back, at the end of its scope, what the cryptographic library noted as errors in it: what was only tried
+/// is nobody's error, and the host program reads the same list.
+class QuietErrors {
+ public:
+  QuietErrors() noexcept;
+  QuietErrors(const QuietErrors&) = delete;
+  QuietErrors& operator=(const QuietErrors&) = delete;
+  ~QuietErrors();
+};
+
+/// Overwrites the bytes, then empties the buffer: for what held keys or opened content. Borrowed bytes are left
+/// alone.
+void wipe(DataBuffer& bytes) noexcept;
+
+/// Wipes a buffer at the end of its scope.
+class WipedAtEnd {
+ public:
+  explicit WipedAtEnd(DataBuffer& bytes) noexcept : m_bytes(bytes) {}
+  WipedAtEnd(const WipedAtEnd&) = delete;
+  WipedAtEnd& operator=(const WipedAtEnd&) = delete;
+  ~WipedAtEnd() { wipe(m_bytes); }
+
+ private:
+  DataBuffer& m_bytes;
+};
+
 }  // namespace mailtree

@@ -1,0 +1,187 @@
+#include "mailtree/crypto/Trust.h"
+
+#include <openssl/x509.h>
+#include <openssl/x509_vfy.h>
+#include <openssl/x509v3.h>
+
+#include <algorithm>
+
+#include "mailtree/crypto/Pem.h"
+#include "mailtree/crypto/internal.h"
+
+namespace mailtree {
+namespace {
+
+/// Certificates between one and its anchor; nobody has more than a handful.
+constexpr std::size_t kMaxChain = 32;
+
+using CertificateStack = STACK_OF(X509);
+void freeStack(CertificateStack* stack) { sk_X509_free(stack); }  // the certificates in it are borrowed
+using StackHandle = Handle<CertificateStack, freeStack>;
+using Check = Handle<X509_STORE_CTX, X509_STORE_CTX_free>;
+
+bool pushAll(CertificateStack& stack, const Trust::Certificates& certificates) {
+  return std::all_of(certificates.begin(), certificates.end(), [&](const RefPtr<Certificate>& each) {
+    return !each || sk_X509_push(&stack, nativeAs<X509>(*each)) > 0;
+  });
+}
+
+/// What one check found, collected while it goes on: the first error must not hide a revocation.
+struct Findings {
+  int firstError = X509_V_OK;
+  bool revoked = false;
+  bool listIsStale = false;
+  const X509_CRL* unprovenList = nullptr;  ///< One that no authority on the way signed: it revokes nothing.
+};
+
+/// Whether an error says that a list is missing or not about this, rather than that something is wrong.
+bool isAboutNoList(int error) noexcept {
+  return error == X509_V_ERR_UNABLE_TO_GET_CRL || error == X509_V_ERR_DIFFERENT_CRL_SCOPE;
+}
+
+bool isUnprovenList(int error) noexcept {
+  return error == X509_V_ERR_CRL_SIGNATURE_FAILURE || error == X509_V_ERR_UNABLE_TO_GET_CRL_ISSUER ||
+         error == X509_V_ERR_UNABLE_TO_DECRYPT_CRL_SIGNATURE || error == X509_V_ERR_KEYUSAGE_NO_CRL_SIGN ||
+         error == X509_V_ERR_CRL_PATH_VALIDATION_ERROR;
+}
+
+void note(Findings& findings, int error, const X509_CRL* list) {
+  // Looking at a time in the past, every list of today is of the future.
+  if (isAboutNoList(error) || error == X509_V_ERR_CRL_NOT_YET_VALID) return;
+  if (error == X509_V_ERR_CRL_HAS_EXPIRED) {
+    findings.listIsStale = true;
+    return;
+  }
+  if (isUnprovenList(error)) findings.unprovenList = list;
+  if (error == X509_V_ERR_CERT_REVOKED) {
+    if (list && list == findings.unprovenList) return;
+    findings.revoked = true;
+  }
+  if (findings.firstError == X509_V_OK) findings.firstError = error;
+}
+
+/// Called at each step; going on after an error is what finds out the rest.
+int goOn(int ok, X509_STORE_CTX* check) {
+  auto* const findings = static_cast<Findings*>(X509_STORE_CTX_get_app_data(check));
+  if (!ok && findings)
+    note(*findings, X509_STORE_CTX_get_error(check), X509_STORE_CTX_get0_current_crl(check));
+  return 1;
+}
+
+/// The authorities on the way: one that is for other things than mail vouches for no mail.
+bool areForMail(const CertificateStack* chain) {
+  for (int i = 1; chain && i < sk_X509_num(chain); ++i)
+    if ((X509_get_extended_key_usage(sk_X509_value(chain, i)) & (XKU_SMIME | XKU_ANYEKU)) == 0) return false;
+  return true;
+}
+
+void setUp(X509_STORE_CTX& check, Findings& findings, bool withLists, std::int64_t unixSeconds) {
+  X509_STORE_CTX_set_app_data(&check, &findings);
+  X509_STORE_CTX_set_verify_cb(&check, goOn);
+  X509_VERIFY_PARAM* const settings = X509_STORE_CTX_get0_param(&check);
+  X509_VERIFY_PARAM_set_time(settings, static_cast<time_t>(unixSeconds));
+  // Weak keys are told of elsewhere; here they would hide who signed old mail.
+  X509_VERIFY_PARAM_set_auth_level(settings, 0);
+  const unsigned long lists = withLists ? X509_V_FLAG_CRL_CHECK | X509_V_FLAG_CRL_CHECK_ALL : 0;
+  X509_VERIFY_PARAM_set_flags(settings, X509_V_FLAG_PARTIAL_CHAIN | lists);
+}
+
+std::string problemOf(const Findings& findings) {
+  if (findings.firstError != X509_V_OK) return X509_verify_cert_error_string(findings.firstError);
+  return findings.listIsStale ? X509_verify_cert_error_string(X509_V_ERR_CRL_HAS_EXPIRED) : "";
+}
+
+X509_STORE* storeOf(NativeTrust* store) noexcept { return reinterpret_cast<X509_STORE*>(store); }
+
+bool hasIssued(const Certificate& issuer, const Certificate& certificate) {
+  auto* const upper = nativeAs<X509>(issuer);
+  auto* const lower = nativeAs<X509>(certificate);
+  EVP_PKEY* const key = X509_get0_pubkey(upper);
+  return key && X509_check_issued(upper, lower) == X509_V_OK && X509_verify(lower, key) == 1;
+}
+
+}  // namespace
+
+void Trust::Release::operator()(NativeTrust* store) const noexcept { X509_STORE_free(storeOf(store)); }
+
+bool Trust::hasStore() {
+  if (!m_store) m_store.reset(reinterpret_cast<NativeTrust*>(X509_STORE_new()));
+  return m_store != nullptr;
+}
+
+bool Trust::addAnchor(Certificate& certificate) {
+  if (isAnchor(certificate)) return true;
+  if (!hasStore() || X509_STORE_add_cert(storeOf(m_store.get()), nativeAs<X509>(certificate)) != 1)
+    return false;
+  m_anchors.emplace_back(&certificate);
+  return true;
+}
+
+bool Trust::isAnchor(const Certificate& certificate) const noexcept {
+  return std::any_of(m_anchors.begin(), m_anchors.end(), [&](const RefPtr<Certificate>& anchor) {
+    return anchor->fingerprint() == certificate.fingerprint();
+  });
+}
+
+bool Trust::addList(std::string_view der) {
+  const auto* bytes = reinterpret_cast<const unsigned char*>(der.data());
+  X509_CRL* list = X509_CRL_new_ex(contextAs<OSSL_LIB_CTX>(), nullptr);
+  if (!list || !d2i_X509_CRL(&list, &bytes, static_cast<long>(der.size()))) return false;
+  const Handle<X509_CRL, X509_CRL_free> owner(list);
+  if (!hasStore() || X509_STORE_add_crl(storeOf(m_store.get()), list) != 1) return false;
+  m_hasLists = true;
+  return true;
+}
+
+int Trust::addLists(std::string_view bytes) {
+  const QuietErrors quiet;
+  if (!PemReader::looksLikePem(bytes)) return addList(bytes) ? 1 : 0;
+  int added = 0;
+  PemReader reader(bytes);
+  DataBuffer der;
+  while (const auto block = reader.next())
+    if (block->name == "X509 CRL" && decodePemBody(*block, der) && addList(der.view())) ++added;
+  return added;
+}
+
+ChainVerdict Trust::check(const Certificate& certificate, const Certificates& held,
+                          const Certificates& others, std::int64_t unixSeconds) const {
+  const QuietErrors quiet;
+  const StackHandle helpers(sk_X509_new_null());
+  const Check check(X509_STORE_CTX_new_ex(contextAs<OSSL_LIB_CTX>(), nullptr));
+  Findings findings;
+  if (!helpers || !check || !pushAll(*helpers, held) || !pushAll(*helpers, others) ||
+      X509_STORE_CTX_init(check.get(), storeOf(m_store.get()), nativeAs<X509>(certificate), helpers.get()) !=
+          1)
+    return {false, false, "the chain could not be checked"};
+
+  setUp(*check, findings, m_hasLists, unixSeconds);
+  if (X509_verify_cert(check.get()) != 1 && findings.firstError == X509_V_OK)
+    findings.firstError = std::max(X509_STORE_CTX_get_error(check.get()), X509_V_ERR_UNSPECIFIED);
+  if (findings.firstError == X509_V_OK && !areForMail(X509_STORE_CTX_get0_chain(check.get())))
+    findings.firstError = X509_V_ERR_INVALID_PURPOSE;
+  if (!hasAnchors()) return {false, findings.revoked, "no trust anchors were given"};
+  return {findings.firstError == X509_V_OK, findings.revoked, problemOf(findings)};
+}
+
+Certificate* Trust::issuerOf(const Certificate& certificate, const Certificates& held) const {
+  for (const Certificates* among : {&m_anchors, &held})
+    for (const RefPtr<Certificate>& candidate : *among)
+      if (hasIssued(*candidate, certificate)) return candidate.get();
+  return nullptr;
+}
+
+Trust::Certificates Trust::chainOf(const Certificate& certificate, const Certificates& held) const {
+  const QuietErrors quiet;
+  Certificates chain;
+  const Certificate* top = &certificate;
+  while (chain.size() < kMaxChain && !isAnchor(*top) && !top->isSelfIssued()) {
+    Certificate* const issuer = issuerOf(*top, held);
+    if (!issuer) break;
+    chain.emplace_back(issuer);
+    top = issuer;
+  }
+  return chain;
+}
+
+}  // namespace mailtree
