@@ -11,7 +11,8 @@ class LogBase;
 
 enum class CipherMode { cbc, ctr, gcm };
 
-/// Algorithm, mode and key. The key is wiped at the end. Copies are not made by accident.
+/// Algorithm, mode and key. The key is wiped at the end and when another takes its place. Copies are not made by
+/// accident.
 class _svSymSettings {
  public:
   _svSymSettings() = default;
@@ -50,7 +51,9 @@ class _svCrypt {
   virtual bool decryptAll(_svSymSettings& settings, const DataBuffer& in, DataBuffer& out, LogBase& log) = 0;
 };
 
-/// AES: CBC with PKCS#7 padding, CTR, and GCM with a tag of 16 bytes behind the ciphertext.
+/// AES: CBC with PKCS#7 padding, CTR, and GCM with a tag of 16 bytes behind the ciphertext. The vector in front is
+/// 16 bytes long, in GCM 12. `in` and `out` may be the same buffer. No bytes decrypt to no bytes: an empty body
+/// stays one.
 class SymmetricCipher final : public _svCrypt {
  public:
   bool encryptAll(_svSymSettings& settings, const DataBuffer& in, DataBuffer& out, LogBase& log) override;

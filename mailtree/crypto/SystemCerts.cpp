@@ -236,7 +236,7 @@ Certificate* SystemCerts::findByEmailAddr(const char* address, bool forEncryptio
 ChainVerdict SystemCerts::checkChain(const Certificate& certificate,
                                      const std::vector<RefPtr<Certificate>>& others,
                                      std::int64_t unixSeconds) const {
-  return neverThrow(ChainVerdict(), [&] {
+  return neverThrow(ChainVerdict{false, false, "out of memory"}, [&] {
     return m_held->trust.check(certificate, m_held->certificates, others, unixSeconds);
   });
 }
