@@ -14,7 +14,7 @@ namespace {
 
 /// Rounds of key derivation that one file may ask for in all. Honest files ask for thousands, up to some hundred
 /// thousand for each key; one that asks for billions would hold its reader up for hours.
-constexpr std::int64_t kMaxRounds = 20'000'000;
+constexpr std::int64_t kMaxRounds = 10'000'000;
 /// Bags in bags: nobody writes them, and a few levels are enough for whoever does.
 constexpr int kMaxBagDepth = 8;
 
