@@ -1,0 +1,68 @@
+// crypto/Pkcs7Internal.h - the outer shape of a CMS structure (RFC 5652), apart from its content.
+//
+// The cryptographic library is given the structure without its content, and the content where it lies: megabytes
+// are then neither copied into the library's objects nor out of them, and whether the encoding came in pieces is
+// decided in one place.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "mailtree/base/DataBuffer.h"
+#include "mailtree/crypto/Der.h"
+#include "mailtree/crypto/SecureLayer.h"
+#include "mailtree/crypto/SystemCerts.h"
+
+namespace mailtree {
+
+/// Private keys asked for one layer, and certificates tried for one signer: a hostile message may name the same
+/// one a million times.
+inline constexpr int kMaxKeyTrials = 64;
+inline constexpr int kMaxSignerCandidates = 8;
+inline constexpr int kMaxSigners = 64;
+inline constexpr int kMaxRecipients = 10'000;
+inline constexpr int kMaxLayerCertificates = 1000;
+
+/// A ContentInfo taken apart; all views are borrowed.
+struct Pkcs7Frame {
+  LayerKind kind = LayerKind::unknown;
+  std::string_view type;      ///< The outer content type, a whole element.
+  std::string_view before;    ///< Elements in front of the one that describes the content.
+  std::string_view describe;  ///< What is in that one, the content left out.
+  std::string_view after;     ///< Elements behind it.
+  std::string_view contentType;          ///< Octets of the inner object identifier.
+  std::optional<DerElement> content;     ///< The octet string; nothing when the content is elsewhere.
+  std::string_view mac;                  ///< authEnveloped: the tag.
+  bool hasAuthenticatedAttributes = false;
+};
+
+/// Nothing when the bytes are no CMS structure. Of a known kind with something missing: unknown.
+std::optional<Pkcs7Frame> readPkcs7Frame(std::string_view ber) noexcept;
+
+/// The structure with its content left out.
+std::string withoutContent(const Pkcs7Frame& frame);
+
+/// The octets of the frame's content: where they lie, or put together in `joined` when they came in pieces.
+/// Nothing when they are malformed or memory ran out.
+std::optional<std::string_view> contentOctets(const Pkcs7Frame& frame, DataBuffer& joined);
+
+/// Where the caller is to write in an encoding whose other bytes are all there.
+struct Pkcs7Room {
+  unsigned char* content = nullptr;
+  unsigned char* mac = nullptr;
+};
+/// Replaces `der` by the encoding of a frame that has no content (and, with macSize, an empty mac as its last
+/// element) with room for both. Nothing when memory ran out.
+std::optional<Pkcs7Room> encodeWithRoom(const Pkcs7Frame& frame, std::size_t contentSize, std::size_t macSize,
+                                        DataBuffer& der);
+
+/// SignedData over these bytes: fills the layer's signers and certificates. False when it is no SignedData.
+bool verifySignedData(const Pkcs7Frame& frame, std::string_view content, SystemCerts& certs,
+                      SecureLayer& layer);
+/// EnvelopedData and AuthEnvelopedData. `content` is replaced when the result is true.
+bool decryptEnvelope(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& content, SecureLayer& layer);
+/// CompressedData (RFC 3274).
+bool unpackCompressed(const Pkcs7Frame& frame, DataBuffer& content, SecureLayer& layer);
+
+}  // namespace mailtree
