@@ -152,7 +152,7 @@ class TextSource final : public _svDataSource {
 /// which would otherwise move the content through in pieces of four kilobytes.
 bool encryptInto(CMS_ContentInfo* cms, const EVP_CIPHER* cipher, _svDataSource& content, std::size_t size,
                  DataBuffer& der) {
-  const Bio filter(CMS_dataInit(cms, BIO_new(BIO_s_null())));
+  const Bio filter(CMS_dataInit(cms, nullptr));
   EVP_CIPHER_CTX* state = nullptr;
   if (!filter || BIO_get_cipher_ctx(filter.get(), &state) <= 0 || !state) return false;
   const std::size_t tagSize = isGcm(cipher) ? kGcmTagSize : 0;

@@ -57,6 +57,10 @@ struct Pkcs7Room {
 std::optional<Pkcs7Room> encodeWithRoom(const Pkcs7Frame& frame, std::size_t contentSize, std::size_t macSize,
                                         DataBuffer& der);
 
+struct NativeCms;
+/// The library's own object of a frame without its content, owned by the caller; null when it is malformed.
+NativeCms* parseWithoutContent(const Pkcs7Frame& frame);
+
 /// SignedData over these bytes: fills the layer's signers and certificates. False when it is no SignedData.
 bool verifySignedData(const Pkcs7Frame& frame, std::string_view content, SystemCerts& certs,
                       SecureLayer& layer);

@@ -1,0 +1,132 @@
+#include "mailtree/crypto/Pkcs7Opener.h"
+
+#include <openssl/cms.h>
+#include <openssl/pem.h>
+
+#include <string>
+
+#include "mailtree/base/Ascii.h"
+#include "mailtree/base/Log.h"
+#include "mailtree/crypto/Pkcs7Internal.h"
+#include "mailtree/crypto/internal.h"
+
+namespace mailtree {
+namespace {
+
+constexpr std::string_view kArmour = "-----BEGIN ";
+constexpr std::string_view kDataType = "\x2A\x86\x48\x86\xF7\x0D\x01\x07\x01";
+
+/// The bytes inside a PEM armour, put in `decoded`; the bytes themselves without one.
+std::string_view withoutArmour(std::string_view bytes, DataBuffer& decoded) {
+  const std::string_view text = trimLeft(bytes);
+  if (!text.starts_with(kArmour)) return bytes;
+  const Handle<BIO, BIO_free_all> source(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
+  char* name = nullptr;
+  char* header = nullptr;
+  unsigned char* data = nullptr;
+  long size = 0;
+  if (!source || PEM_read_bio(source.get(), &name, &header, &data, &size) != 1) {
+    std::ignore = lastCryptoError();
+    return {};
+  }
+  decoded.append(data, static_cast<std::size_t>(size));
+  OPENSSL_free(name);
+  OPENSSL_free(header);
+  OPENSSL_free(data);
+  return decoded.view();
+}
+
+bool failed(SecureLayer& layer, std::string_view problem, LogBase& log) {
+  layer.problem = problem;
+  log.logError(problem);
+  return false;
+}
+
+bool openSigned(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& content, SecureLayer& layer,
+                LogBase& log) {
+  DataBuffer joined;
+  const auto octets = contentOctets(frame, joined);
+  if (!octets) return failed(layer, "the signed content is malformed", log);
+  if (!verifySignedData(frame, *octets, certs, layer)) return failed(layer, layer.problem, log);
+  if (frame.contentType != kDataType) log.logInfo("The signed content is of another type than data.");
+  if (joined.isEmpty() && !joined.append(*octets)) return failed(layer, "out of memory", log);
+  content.takeData(joined);
+  return true;
+}
+
+bool openLayer(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& content, SecureLayer& layer,
+               LogBase& log) {
+  switch (frame.kind) {
+    case LayerKind::opaqueSignature: return openSigned(frame, certs, content, layer, log);
+    case LayerKind::enveloped:
+    case LayerKind::authEnveloped:
+      return decryptEnvelope(frame, certs, content, layer) || failed(layer, layer.problem, log);
+    case LayerKind::compressed: return unpackCompressed(frame, content, layer) || failed(layer, layer.problem, log);
+    case LayerKind::certificatesOnly: verifySignedData(frame, {}, certs, layer); return false;
+    case LayerKind::detachedSignature: return failed(layer, "the signed content is not part of the signature", log);
+    case LayerKind::unknown: break;
+  }
+  return failed(layer, "not a kind of secure content that is known", log);
+}
+
+/// A detached signature that carries a content all the same: what it covers is the part beside it.
+void compareWithEmbedded(const Pkcs7Frame& frame, std::string_view content, SecureLayer& layer) {
+  if (!frame.content || !layer.problem.empty()) return;
+  DataBuffer joined;
+  const auto embedded = contentOctets(frame, joined);
+  if (!embedded || *embedded != content)
+    layer.problem = "the signature carries a content of its own, which is not the one beside it";
+}
+
+}  // namespace
+
+NativeCms* parseWithoutContent(const Pkcs7Frame& frame) {
+  const std::string bare = withoutContent(frame);
+  CMS_ContentInfo* cms = CMS_ContentInfo_new_ex(contextAs<OSSL_LIB_CTX>(), nullptr);
+  if (!cms) return nullptr;
+  const auto* at = reinterpret_cast<const unsigned char*>(bare.data());
+  if (!d2i_CMS_ContentInfo(&cms, &at, static_cast<long>(bare.size()))) {
+    std::ignore = lastCryptoError();
+    CMS_ContentInfo_free(cms);
+    return nullptr;
+  }
+  return reinterpret_cast<NativeCms*>(cms);
+}
+
+bool Pkcs7Opener::verifyDetached(std::string_view der, std::string_view content, SystemCerts& certs,
+                                 SecureLayer& layer, LogBase& log) {
+  return neverThrow(false, [&] {
+    DataBuffer decoded;
+    const auto frame = readPkcs7Frame(withoutArmour(der, decoded));
+    layer.kind = LayerKind::detachedSignature;
+    const bool isSignedData = frame && (frame->kind == LayerKind::opaqueSignature ||
+                                        frame->kind == LayerKind::detachedSignature ||
+                                        frame->kind == LayerKind::certificatesOnly);
+    if (!isSignedData) return failed(layer, "the signature is malformed", log);
+    if (!verifySignedData(*frame, content, certs, layer)) return failed(layer, layer.problem, log);
+    if (layer.signers.empty() && layer.problem.empty()) layer.problem = "there is no signature";
+    compareWithEmbedded(*frame, content, layer);
+    return true;
+  });
+}
+
+bool Pkcs7Opener::open(std::string_view der, SystemCerts& certs, DataBuffer& content, SecureLayer& layer,
+                       LogBase& log) {
+  return neverThrow(false, [&] {
+    DataBuffer decoded;
+    const auto frame = readPkcs7Frame(withoutArmour(der, decoded));
+    if (!frame) return failed(layer, "not a kind of secure content that is known", log);
+    layer.kind = frame->kind;
+    return openLayer(*frame, certs, content, layer, log);
+  });
+}
+
+LayerKind Pkcs7Opener::kindOf(std::string_view der) noexcept {
+  return neverThrow(LayerKind::unknown, [&] {
+    DataBuffer decoded;
+    const auto frame = readPkcs7Frame(withoutArmour(der, decoded));
+    return frame ? frame->kind : LayerKind::unknown;
+  });
+}
+
+}  // namespace mailtree

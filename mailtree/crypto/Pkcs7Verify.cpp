@@ -1,0 +1,318 @@
+// What a SignedData is worth: each signer's mathematics, and what else there is to say about who signed.
+#include <openssl/cms.h>
+#include <openssl/evp.h>
+#include <openssl/objects.h>
+#include <openssl/x509.h>
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "mailtree/base/Ascii.h"
+#include "mailtree/base/Log.h"
+#include "mailtree/crypto/Pkcs7Internal.h"
+#include "mailtree/crypto/internal.h"
+
+namespace mailtree {
+namespace {
+
+using Cms = Handle<CMS_ContentInfo, CMS_ContentInfo_free>;
+using Bio = Handle<BIO, BIO_free_all>;
+using Hash = Handle<EVP_MD, EVP_MD_free>;
+using Time = Handle<ASN1_TIME, ASN1_TIME_free>;
+
+struct FreeCertificates {
+  void operator()(STACK_OF(X509)* stack) const noexcept { sk_X509_pop_free(stack, X509_free); }
+};
+using Certificates = std::unique_ptr<STACK_OF(X509), FreeCertificates>;
+
+constexpr int kWeakRsaBits = 2048;
+/// Digest algorithms that one message is hashed with.
+constexpr int kMaxDigests = 8;
+/// What one write to a filter takes: its sizes are ints.
+constexpr std::size_t kHashPiece = std::size_t{1} << 30;
+constexpr std::string_view kDataType = "\x2A\x86\x48\x86\xF7\x0D\x01\x07\x01";
+constexpr std::string_view kAttributePrefix = "\x2A\x86\x48\x86\xF7\x0D\x01\x09";
+
+std::string_view octetsOf(const ASN1_STRING* text) {
+  return {reinterpret_cast<const char*>(ASN1_STRING_get0_data(text)),
+          static_cast<std::size_t>(ASN1_STRING_length(text))};
+}
+
+/// The first problem stays: what follows is most often its consequence.
+void note(std::string& problem, std::string_view words) {
+  if (problem.empty()) problem = words;
+}
+
+int digestOf(CMS_SignerInfo* signer) {
+  X509_ALGOR* digest = nullptr;
+  CMS_SignerInfo_get0_algs(signer, nullptr, nullptr, &digest, nullptr);
+  const ASN1_OBJECT* name = nullptr;
+  if (digest) X509_ALGOR_get0(&name, nullptr, nullptr, digest);
+  return name ? OBJ_obj2nid(name) : NID_undef;
+}
+
+int signatureAlgorithmOf(CMS_SignerInfo* signer) {
+  X509_ALGOR* algorithm = nullptr;
+  CMS_SignerInfo_get0_algs(signer, nullptr, nullptr, nullptr, &algorithm);
+  const ASN1_OBJECT* name = nullptr;
+  if (algorithm) X509_ALGOR_get0(&name, nullptr, nullptr, algorithm);
+  return name ? OBJ_obj2nid(name) : NID_undef;
+}
+
+/// The content hashed once for each algorithm that the signers use, not for each that the message lists: it may
+/// list one a million times.
+class ContentHashes {
+ public:
+  ContentHashes(const std::vector<CMS_SignerInfo*>& signers, std::string_view content) {
+    for (CMS_SignerInfo* const signer : signers) add(digestOf(signer));
+    while (m_chain && !content.empty()) {
+      const std::string_view piece = content.substr(0, kHashPiece);
+      if (BIO_write(m_chain.get(), piece.data(), static_cast<int>(piece.size())) <= 0) m_chain.reset();
+      content.remove_prefix(piece.size());
+    }
+  }
+
+  /// As the library asks for them. Null without any.
+  BIO* chain() const noexcept { return m_chain.get(); }
+  /// Empty for an algorithm that is not known.
+  std::string_view valueOf(int nid) {
+    for (auto& hash : m_hashes)
+      if (hash.nid == nid) return finished(hash);
+    return {};
+  }
+
+ private:
+  struct ContentHash {
+    int nid;
+    Hash algorithm;
+    BIO* filter;  ///< In the chain.
+    std::string value;
+  };
+
+  void add(int nid) {
+    for (const auto& hash : m_hashes)
+      if (hash.nid == nid) return;
+    if (nid == NID_undef || m_hashes.size() == kMaxDigests) return;
+    if (!m_chain) m_chain.reset(BIO_new(BIO_s_null()));
+    Hash algorithm(EVP_MD_fetch(contextAs<OSSL_LIB_CTX>(), OBJ_nid2sn(nid), nullptr));
+    Bio filter(BIO_new(BIO_f_md()));
+    if (!m_chain || !algorithm || !filter || BIO_set_md(filter.get(), algorithm.get()) <= 0) return;
+    BIO* const head = filter.get();
+    BIO_push(filter.release(), m_chain.release());
+    m_chain.reset(head);
+    m_hashes.push_back({nid, std::move(algorithm), head, {}});
+  }
+
+  static std::string_view finished(ContentHash& hash) {
+    if (!hash.value.empty()) return hash.value;
+    EVP_MD_CTX* running = nullptr;
+    const Handle<EVP_MD_CTX, EVP_MD_CTX_free> copy(EVP_MD_CTX_new());
+    std::array<unsigned char, EVP_MAX_MD_SIZE> octets{};
+    unsigned size = 0;
+    if (BIO_get_md_ctx(hash.filter, &running) <= 0 || !copy || EVP_MD_CTX_copy_ex(copy.get(), running) != 1 ||
+        EVP_DigestFinal_ex(copy.get(), octets.data(), &size) != 1)
+      return {};
+    hash.value.assign(reinterpret_cast<const char*>(octets.data()), size);
+    return hash.value;
+  }
+
+  std::vector<ContentHash> m_hashes;  // before the chain, which uses the algorithms to its end
+  Bio m_chain;
+};
+
+struct Verification {
+  SystemCerts& certs;
+  const std::vector<RefPtr<Certificate>>& others;
+  std::string_view content;
+  std::string_view contentType;
+  ContentHashes& hashes;
+};
+
+/// One value of one attribute (RFC 5652, 11.1 and 11.2); empty otherwise.
+std::string_view singleAttribute(CMS_SignerInfo* signer, int nid, int type) {
+  constexpr int kExactlyOne = -3;
+  const void* value = CMS_signed_get0_data_by_OBJ(signer, OBJ_nid2obj(nid), kExactlyOne, type);
+  if (!value) return {};
+  if (type != V_ASN1_OBJECT) return octetsOf(static_cast<const ASN1_STRING*>(value));
+  const auto* object = static_cast<const ASN1_OBJECT*>(value);
+  return {reinterpret_cast<const char*>(OBJ_get0_data(object)), OBJ_length(object)};
+}
+
+std::optional<std::int64_t> claimedTime(CMS_SignerInfo* signer) {
+  const int at = CMS_signed_get_attr_by_NID(signer, NID_pkcs9_signingTime, -1);
+  if (at < 0) return {};
+  X509_ATTRIBUTE* const attribute = CMS_signed_get_attr(signer, at);
+  const ASN1_TYPE* const value = X509_ATTRIBUTE_get0_type(attribute, 0);
+  if (!value || (value->type != V_ASN1_UTCTIME && value->type != V_ASN1_GENERALIZEDTIME)) return {};
+  const Time epoch(ASN1_TIME_set(nullptr, 0));
+  int days = 0;
+  int seconds = 0;
+  constexpr std::int64_t kSecondsOfDay = 86'400;
+  if (!epoch || ASN1_TIME_diff(&days, &seconds, epoch.get(), value->value.asn1_string) != 1) return {};
+  return days * kSecondsOfDay + seconds;
+}
+
+/// Whether a content is itself a set of signed attributes. Without attributes of its own a signature over such
+/// bytes may be one that was made over another message's attributes (RFC 5652, 5.3).
+bool looksLikeSignedAttributes(std::string_view content) {
+  DerReader reader(content);
+  const auto set = reader.nextIf(kDerSet);
+  if (!set || !reader.atEnd()) return false;
+  const auto attribute = DerReader(set->content).nextIf(kDerSequence);
+  if (!attribute) return false;
+  const auto type = DerReader(attribute->content).nextIf(kDerObjectId);
+  return type && type->content.starts_with(kAttributePrefix);
+}
+
+void verifyWithAttributes(CMS_SignerInfo* signer, Verification& in, SignerVerdict& verdict) {
+  verdict.signatureVerified = CMS_SignerInfo_verify(signer) == 1;
+  const std::string_view claimed = singleAttribute(signer, NID_pkcs9_messageDigest, V_ASN1_OCTET_STRING);
+  const std::string_view computed = in.hashes.valueOf(digestOf(signer));
+  verdict.digestMatched = !computed.empty() && claimed == computed;
+  if (computed.empty()) note(verdict.problem, "the digest algorithm is not known");
+  if (singleAttribute(signer, NID_pkcs9_contentType, V_ASN1_OBJECT) != in.contentType) {
+    verdict.digestMatched = false;
+    note(verdict.problem, "the signature is for a content of another type");
+  }
+}
+
+/// The signature is over the content itself: there is no digest apart from it.
+void verifyWithoutAttributes(CMS_SignerInfo* signer, Verification& in, SignerVerdict& verdict) {
+  if (in.contentType != kDataType) {
+    note(verdict.problem, "signed attributes are missing");
+    return;
+  }
+  if (looksLikeSignedAttributes(in.content)) {
+    note(verdict.problem, "the content may be the attributes of another signature");
+    return;
+  }
+  verdict.signatureVerified = in.hashes.chain() && CMS_SignerInfo_verify_content(signer, in.hashes.chain()) == 1;
+  verdict.digestMatched = verdict.signatureVerified;
+}
+
+void verifyMathematics(CMS_SignerInfo* signer, Verification& in, SignerVerdict& verdict) {
+  if (CMS_signed_get_attr_count(signer) >= 0)
+    verifyWithAttributes(signer, in, verdict);
+  else
+    verifyWithoutAttributes(signer, in, verdict);
+  std::ignore = lastCryptoError();
+}
+
+/// Certificates that the signer may have meant: issuer and serial number, or the key's identifier, are no proof.
+std::vector<Certificate*> candidatesFor(CMS_SignerInfo* signer, const Verification& in) {
+  std::vector<Certificate*> found;
+  const auto consider = [&](Certificate* certificate) {
+    if (found.size() < kMaxSignerCandidates &&
+        CMS_SignerInfo_cert_cmp(signer, nativeAs<X509>(*certificate)) == 0)
+      found.push_back(certificate);
+  };
+  for (const auto& certificate : in.others) consider(certificate.get());
+  for (int i = 0; i < in.certs.getNumCertificates(); ++i) consider(in.certs.getCertificate(i));
+  return found;
+}
+
+std::string algorithmName(CMS_SignerInfo* signer, const Certificate& certificate) {
+  if (signatureAlgorithmOf(signer) == NID_rsassaPss) return "rsa-pss";
+  if (certificate.keyAlgorithm() == "EC") return "ecdsa";
+  std::string name = certificate.keyAlgorithm();
+  std::transform(name.begin(), name.end(), name.begin(), toLowerAscii);
+  return name;
+}
+
+std::string digestName(int nid) {
+  std::string name = nid == NID_undef ? "unknown" : OBJ_nid2sn(nid);
+  std::transform(name.begin(), name.end(), name.begin(), toLowerAscii);
+  return name;
+}
+
+void judgeSigner(const Certificate& certificate, const Verification& in, SignerVerdict& verdict) {
+  const ChainVerdict now = in.certs.checkChain(certificate, in.others, std::time(nullptr));
+  verdict.chainTrusted = now.trusted;
+  verdict.revoked = now.revoked;
+  if (verdict.signingTime)
+    verdict.chainTrustedThen = in.certs.checkChain(certificate, in.others, *verdict.signingTime).trusted;
+  verdict.keyUsageFit = certificate.isFitFor(CertificateUse::sign);
+  verdict.weak = verdict.weak || (certificate.keyAlgorithm() == "RSA" && certificate.keyBits() < kWeakRsaBits);
+  if (!verdict.signatureVerified) note(verdict.problem, "the signature does not fit the signer's key");
+  if (!verdict.digestMatched) note(verdict.problem, "the content is not the one that was signed");
+  if (!now.trusted) note(verdict.problem, now.problem);
+  if (now.revoked) note(verdict.problem, "the certificate was revoked");
+  if (!verdict.keyUsageFit) note(verdict.problem, "the certificate does not allow signing mail");
+}
+
+SignerVerdict judge(CMS_SignerInfo* signer, Verification& in) {
+  const int digest = digestOf(signer);
+  SignerVerdict claimed;
+  claimed.digest = digestName(digest);
+  claimed.weak = digest == NID_md5 || digest == NID_sha1;
+  claimed.signingTime = claimedTime(signer);
+  SignerVerdict verdict = claimed;
+  Certificate* chosen = nullptr;
+  for (Certificate* const candidate : candidatesFor(signer, in)) {
+    SignerVerdict trial = claimed;
+    CMS_SignerInfo_set1_signer_cert(signer, nativeAs<X509>(*candidate));
+    verifyMathematics(signer, in, trial);
+    if (chosen && !trial.signatureVerified) continue;
+    chosen = candidate;
+    verdict = std::move(trial);
+    if (verdict.signatureVerified) break;
+  }
+  if (!chosen) {
+    verdict.problem = "the signer's certificate is not at hand";
+    return verdict;
+  }
+  verdict.certificate = RefPtr<Certificate>(chosen);
+  verdict.algorithm = algorithmName(signer, *chosen);
+  judgeSigner(*chosen, in, verdict);
+  return verdict;
+}
+
+void collectCertificates(CMS_ContentInfo* cms, SecureLayer& layer) {
+  const Certificates stack(CMS_get1_certs(cms));
+  const int count = stack ? std::min(sk_X509_num(stack.get()), kMaxLayerCertificates) : 0;
+  LogNull log;
+  for (int i = 0; i < count; ++i) {
+    unsigned char* der = nullptr;
+    const int size = i2d_X509(sk_X509_value(stack.get(), i), &der);
+    if (size <= 0) continue;
+    RefPtr<Certificate> certificate(Certificate::createFromDer(
+        {reinterpret_cast<const char*>(der), static_cast<std::size_t>(size)}, log));
+    OPENSSL_free(der);
+    if (certificate) layer.certificates.push_back(std::move(certificate));
+  }
+}
+
+std::vector<CMS_SignerInfo*> signersOf(CMS_ContentInfo* cms, SecureLayer& layer) {
+  STACK_OF(CMS_SignerInfo)* const stack = CMS_get0_SignerInfos(cms);
+  std::vector<CMS_SignerInfo*> signers;
+  const int count = stack ? sk_CMS_SignerInfo_num(stack) : 0;
+  if (count > kMaxSigners) {
+    layer.problem = "too many signers";
+    return signers;
+  }
+  for (int i = 0; i < count; ++i) signers.push_back(sk_CMS_SignerInfo_value(stack, i));
+  return signers;
+}
+
+}  // namespace
+
+bool verifySignedData(const Pkcs7Frame& frame, std::string_view content, SystemCerts& certs,
+                      SecureLayer& layer) {
+  const Cms cms(reinterpret_cast<CMS_ContentInfo*>(parseWithoutContent(frame)));
+  if (!cms) {
+    layer.problem = "the signature is malformed";
+    return false;
+  }
+  collectCertificates(cms.get(), layer);
+  const std::vector<CMS_SignerInfo*> signers = signersOf(cms.get(), layer);
+  ContentHashes hashes(signers, content);
+  Verification verification{certs, layer.certificates, content, frame.contentType, hashes};
+  for (CMS_SignerInfo* const signer : signers) layer.signers.push_back(judge(signer, verification));
+  std::ignore = lastCryptoError();
+  return true;
+}
+
+}  // namespace mailtree
