@@ -1,6 +1,7 @@
 #include "mailtree/crypto/Pkcs7Builder.h"
 
 #include <openssl/cms.h>
+#include <openssl/err.h>
 #include <openssl/ess.h>
 #include <openssl/evp.h>
 #include <openssl/rsa.h>
@@ -41,9 +42,8 @@ struct Signing {
 
 enum class KeyKind { rsa, ecdsa, unknown };
 
-bool failed(LogBase& log, std::string_view what) {
+bool refused(LogBase& log, std::string_view what) {
   log.logError(what);
-  if (const std::string reason = lastCryptoError(); !reason.empty()) log.LogDataSb("reason", reason);
   return false;
 }
 
@@ -208,17 +208,17 @@ bool signAttributes(CMS_SignerInfo* signer, EVP_PKEY* key, KeyKind kind, const S
 
 bool addSigner(CMS_ContentInfo* cms, const Certificate& certificate, const Signing& signing, LogBase& log) {
   auto* const key = nativeKeyAs<EVP_PKEY>(certificate);
-  if (!key) return failed(log, "A signer's certificate is without its private key.");
+  if (!key) return refused(log, "A signer's certificate is without its private key.");
   const KeyKind kind = keyKind(key);
   if (kind == KeyKind::unknown) {
     log.LogDataSb("keyAlgorithm", certificate.keyAlgorithm());
-    return failed(log, "Cannot sign mail with a key of this kind: RSA and EC over P-256, P-384 or P-521 are known.");
+    return refused(log, "Cannot sign mail with a key of this kind: RSA and EC over P-256, P-384 or P-521 are known.");
   }
   auto* const native = nativeAs<X509>(certificate);
   CMS_SignerInfo* const signer = CMS_add1_signer(cms, native, key, signing.hash,
                                                  CMS_NOCERTS | CMS_NOSMIMECAP | CMS_BINARY | CMS_PARTIAL);
   if (!signer || !addAttributes(signer, native, signing) || !signAttributes(signer, key, kind, signing))
-    return failed(log, "Cannot make the signature.");
+    return buildFailed(log, "Cannot make the signature.");
   return true;
 }
 
@@ -267,30 +267,37 @@ bool haveCertificates(const ExtPtrArray& holders) {
 
 }  // namespace
 
+bool buildFailed(LogBase& log, std::string_view what) {
+  log.logError(what);
+  if (ERR_peek_last_error()) log.LogDataSb("reason", lastCryptoError());
+  return false;
+}
+
 bool Pkcs7Builder::createPkcs7Signature(_svDataSource& content, DataBuffer& /*unused*/, bool detached,
                                         bool includeChain, int hashId, bool signingTime,
                                         bool signingCertificate, _clsCades& cades, ExtPtrArray& signerCerts,
                                         SystemCerts& certs, DataBuffer& der, LogBase& log) {
   der.clear();
+  const QuietErrors quiet;
   const bool done = neverThrow(false, [&] {
     const std::string hashName(_svHash::nameOf(hashId));
-    if (hashName.empty()) return failed(log, "Unknown digest algorithm: nothing was signed.");
-    if (!haveCertificates(signerCerts)) return failed(log, "No certificate to sign with.");
+    if (hashName.empty()) return refused(log, "Unknown digest algorithm: nothing was signed.");
+    if (!haveCertificates(signerCerts)) return refused(log, "No certificate to sign with.");
     auto* const context = contextAs<OSSL_LIB_CTX>();
     const Hash hash(EVP_MD_fetch(context, hashName.c_str(), nullptr));
     const Cms cms(CMS_sign_ex(nullptr, nullptr, nullptr, nullptr, CMS_PARTIAL | CMS_DETACHED | CMS_BINARY, context,
                               nullptr));
-    if (!hash || !cms) return failed(log, "The cryptographic library cannot sign.");
+    if (!hash || !cms) return buildFailed(log, "The cryptographic library cannot sign.");
     DataBuffer kept;
     std::string digest;
     if (!readContent(content, hash.get(), detached ? nullptr : &kept, digest))
-      return failed(log, "Cannot read what is to be signed.");
+      return refused(log, "Cannot read what is to be signed.");
     const Signing signing{hash.get(), digest, signingTime, signingCertificate, cades.m_rsaPss};
     for (int i = 0; i < signerCerts.getSize(); ++i)
       if (!addSigner(cms.get(), *CertificateHolder::getNthCert(signerCerts, i), signing, log)) return false;
     if (!addCertificates(cms.get(), signerCerts, includeChain ? &certs : nullptr) ||
         !encodeSignature(cms.get(), detached ? nullptr : &kept, der))
-      return failed(log, "Cannot encode the signature.");
+      return buildFailed(log, "Cannot encode the signature.");
     return true;
   });
   if (!done) der.clear();

@@ -234,8 +234,7 @@ bool decryptEnvelope(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& co
   layer.weakCipher = isWeak(layer.cipher);
   const auto fail = [&](std::string_view problem) {
     layer.problem = problem;
-    std::ignore = lastCryptoError();
-    return false;
+      return false;
   };
   const Cms cms(reinterpret_cast<CMS_ContentInfo*>(parseWithoutContent(frame)));
   if (!cms) return fail("the envelope is malformed");
@@ -256,7 +255,6 @@ bool decryptEnvelope(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& co
   plain.release(size, content);
   layer.keyTransport = transportOf(opened->recipient);
   layer.recipient = RefPtr<Certificate>(opened->certificate);
-  std::ignore = lastCryptoError();
   return true;
 }
 

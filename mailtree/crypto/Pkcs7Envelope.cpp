@@ -51,9 +51,8 @@ struct KeyWay {
   bool bySubjectKeyId;
 };
 
-bool failed(LogBase& log, std::string_view what) {
+bool refused(LogBase& log, std::string_view what) {
   log.logError(what);
-  if (const std::string reason = lastCryptoError(); !reason.empty()) log.LogDataSb("reason", reason);
   return false;
 }
 
@@ -69,26 +68,26 @@ bool addRecipient(CMS_ContentInfo* cms, const Certificate& certificate, const Ke
   const bool isRsa = key && EVP_PKEY_is_a(key, "RSA");
   if (!isRsa && !(key && EVP_PKEY_is_a(key, "EC"))) {
     log.LogDataSb("keyAlgorithm", certificate.keyAlgorithm());
-    return failed(log, "Cannot encrypt to a recipient with a key of this kind: RSA and EC are known.");
+    return refused(log, "Cannot encrypt to a recipient with a key of this kind: RSA and EC are known.");
   }
   const bool byKeyId = way.bySubjectKeyId && X509_get0_subject_key_id(native);
   CMS_RecipientInfo* const recipient =
       CMS_add1_recipient_cert(cms, native, CMS_KEY_PARAM | (byKeyId ? CMS_USE_KEYID : 0U));
-  if (!recipient) return failed(log, "Cannot encrypt to a recipient.");
+  if (!recipient) return buildFailed(log, "Cannot encrypt to a recipient.");
   EVP_PKEY_CTX* const options = CMS_RecipientInfo_get0_pkey_ctx(recipient);
   // The library's own choice for EC would be sha1.
   const bool isSet = isRsa ? !way.oaep || setOaep(options, way.oaepHash)
                            : EVP_PKEY_CTX_set_ecdh_kdf_md(options, EVP_sha256()) > 0;
-  return isSet || failed(log, "Cannot encrypt to a recipient in the way asked for.");
+  return isSet || buildFailed(log, "Cannot encrypt to a recipient in the way asked for.");
 }
 
 bool addRecipients(CMS_ContentInfo* cms, const ExtPtrArray& recipients, const KeyWay& way, LogBase& log) {
   for (int i = 0; i < recipients.getSize(); ++i) {
     const Certificate* const certificate = CertificateHolder::getNthCert(recipients, i);
-    if (!certificate) return failed(log, "A recipient is without a certificate.");
+    if (!certificate) return refused(log, "A recipient is without a certificate.");
     if (!addRecipient(cms, *certificate, way, log)) return false;
   }
-  return recipients.getSize() > 0 || failed(log, "No recipients to encrypt to.");
+  return recipients.getSize() > 0 || refused(log, "No recipients to encrypt to.");
 }
 
 /// Bytes of a source, written once encrypted to where they belong.
@@ -189,26 +188,27 @@ bool Pkcs7Builder::createPkcs7Enveloped(_svDataSource& content, long long size, 
                                         ExtPtrArray& recipients, int keyTransport, int oaepHash,
                                         bool bySubjectKeyId, SystemCerts& /*certs*/, DataBuffer& der, LogBase& log) {
   der.clear();
+  const QuietErrors quiet;
   const bool done = neverThrow(false, [&] {
     const EVP_CIPHER* const method = findCipher(cipher, keyBits);
-    if (!method) return failed(log, "Unknown cipher or key length: nothing was encrypted.");
+    if (!method) return refused(log, "Unknown cipher or key length: nothing was encrypted.");
     const bool oaep = keyTransport == static_cast<int>(KeyTransport::oaep);
     if (!oaep && keyTransport != static_cast<int>(KeyTransport::pkcs1))
-      return failed(log, "Unknown key transport: nothing was encrypted.");
+      return refused(log, "Unknown key transport: nothing was encrypted.");
     const KeyWay way{oaep, std::string(_svHash::nameOf(oaepHash ? oaepHash : static_cast<int>(HashId::sha256))),
                      bySubjectKeyId};
-    if (oaep && way.oaepHash.empty()) return failed(log, "Unknown digest algorithm: nothing was encrypted.");
-    if (size < 0) return failed(log, "The size of what is to be encrypted is not known.");
+    if (oaep && way.oaepHash.empty()) return refused(log, "Unknown digest algorithm: nothing was encrypted.");
+    if (size < 0) return refused(log, "The size of what is to be encrypted is not known.");
     const Cms cms = makeEnvelope(method);
-    if (!cms) return failed(log, "The cryptographic library cannot encrypt.");
+    if (!cms) return buildFailed(log, "The cryptographic library cannot encrypt.");
     if (!addRecipients(cms.get(), recipients, way, log)) return false;
     if (binary)
       return encryptInto(cms.get(), method, content, static_cast<std::size_t>(size), der) ||
-             failed(log, "Cannot encrypt.");
+             buildFailed(log, "Cannot encrypt.");
     StringBuffer text;
-    if (!readAll(content, size, text) || !text.toCRLF()) return failed(log, "Cannot read what is to be encrypted.");
+    if (!readAll(content, size, text) || !text.toCRLF()) return refused(log, "Cannot read what is to be encrypted.");
     TextSource converted(text.view());
-    return encryptInto(cms.get(), method, converted, text.view().size(), der) || failed(log, "Cannot encrypt.");
+    return encryptInto(cms.get(), method, converted, text.view().size(), der) || buildFailed(log, "Cannot encrypt.");
   });
   if (!done) der.clear();
   return done;

@@ -16,6 +16,8 @@
 
 namespace mailtree {
 
+class LogBase;
+
 /// Private keys asked for one layer, and certificates tried for one signer: a hostile message may name the same
 /// one a million times.
 inline constexpr int kMaxKeyTrials = 64;
@@ -56,6 +58,9 @@ struct Pkcs7Room {
 /// element) with room for both. Nothing when memory ran out.
 std::optional<Pkcs7Room> encodeWithRoom(const Pkcs7Frame& frame, std::size_t contentSize, std::size_t macSize,
                                         DataBuffer& der);
+
+/// Logs why nothing was built, with what the cryptographic library has to say about it. False.
+bool buildFailed(LogBase& log, std::string_view what);
 
 struct NativeCms;
 /// The library's own object of a frame without its content, owned by the caller; null when it is malformed.

@@ -1,12 +1,12 @@
 #include "mailtree/crypto/Pkcs7Opener.h"
 
 #include <openssl/cms.h>
-#include <openssl/pem.h>
 
 #include <string>
 
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Log.h"
+#include "mailtree/crypto/Pem.h"
 #include "mailtree/crypto/Pkcs7Internal.h"
 #include "mailtree/crypto/internal.h"
 
@@ -18,21 +18,9 @@ constexpr std::string_view kDataType = "\x2A\x86\x48\x86\xF7\x0D\x01\x07\x01";
 
 /// The bytes inside a PEM armour, put in `decoded`; the bytes themselves without one.
 std::string_view withoutArmour(std::string_view bytes, DataBuffer& decoded) {
-  const std::string_view text = trimLeft(bytes);
-  if (!text.starts_with(kArmour)) return bytes;
-  const Handle<BIO, BIO_free_all> source(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
-  char* name = nullptr;
-  char* header = nullptr;
-  unsigned char* data = nullptr;
-  long size = 0;
-  if (!source || PEM_read_bio(source.get(), &name, &header, &data, &size) != 1) {
-    std::ignore = lastCryptoError();
-    return {};
-  }
-  decoded.append(data, static_cast<std::size_t>(size));
-  OPENSSL_free(name);
-  OPENSSL_free(header);
-  OPENSSL_free(data);
+  if (!trimLeft(bytes).starts_with(kArmour)) return bytes;
+  const auto block = PemReader(bytes).next();
+  if (!block || !decodePemBody(*block, decoded)) return {};
   return decoded.view();
 }
 
@@ -86,7 +74,6 @@ NativeCms* parseWithoutContent(const Pkcs7Frame& frame) {
   if (!cms) return nullptr;
   const auto* at = reinterpret_cast<const unsigned char*>(bare.data());
   if (!d2i_CMS_ContentInfo(&cms, &at, static_cast<long>(bare.size()))) {
-    std::ignore = lastCryptoError();
     CMS_ContentInfo_free(cms);
     return nullptr;
   }
@@ -96,6 +83,7 @@ NativeCms* parseWithoutContent(const Pkcs7Frame& frame) {
 bool Pkcs7Opener::verifyDetached(std::string_view der, std::string_view content, SystemCerts& certs,
                                  SecureLayer& layer, LogBase& log) {
   return neverThrow(false, [&] {
+    const QuietErrors quiet;
     DataBuffer decoded;
     const auto frame = readPkcs7Frame(withoutArmour(der, decoded));
     layer.kind = LayerKind::detachedSignature;
@@ -113,6 +101,7 @@ bool Pkcs7Opener::verifyDetached(std::string_view der, std::string_view content,
 bool Pkcs7Opener::open(std::string_view der, SystemCerts& certs, DataBuffer& content, SecureLayer& layer,
                        LogBase& log) {
   return neverThrow(false, [&] {
+    const QuietErrors quiet;
     DataBuffer decoded;
     const auto frame = readPkcs7Frame(withoutArmour(der, decoded));
     if (!frame) return failed(layer, "not a kind of secure content that is known", log);

@@ -198,7 +198,6 @@ void verifyMathematics(CMS_SignerInfo* signer, Verification& in, SignerVerdict& 
     verifyWithAttributes(signer, in, verdict);
   else
     verifyWithoutAttributes(signer, in, verdict);
-  std::ignore = lastCryptoError();
 }
 
 /// Certificates that the signer may have meant: issuer and serial number, or the key's identifier, are no proof.
@@ -311,7 +310,6 @@ bool verifySignedData(const Pkcs7Frame& frame, std::string_view content, SystemC
   ContentHashes hashes(signers, content);
   Verification verification{certs, layer.certificates, content, frame.contentType, hashes};
   for (CMS_SignerInfo* const signer : signers) layer.signers.push_back(judge(signer, verification));
-  std::ignore = lastCryptoError();
   return true;
 }
 
