@@ -137,8 +137,9 @@ std::string pssParameters(const EVP_MD* hash) {
   static constexpr std::string_view kMgf1 = "\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x01\x08";
   if (EVP_MD_is_a(hash, "SHA1")) return {"\x30\x00", 2};
   const Algorithm algorithm(X509_ALGOR_new());
-  if (!algorithm) return {};
-  X509_ALGOR_set_md(algorithm.get(), hash);
+  if (!algorithm ||
+      X509_ALGOR_set0(algorithm.get(), OBJ_nid2obj(EVP_MD_get_type(hash)), V_ASN1_NULL, nullptr) != 1)
+    return {};
   const std::string hashDer = encoded(i2d_X509_ALGOR, algorithm.get());
   return derOf([&](DerBackwardWriter& out) {
     const char salt = static_cast<char>(EVP_MD_get_size(hash));
