@@ -23,11 +23,6 @@ using Bio = Handle<BIO, BIO_free_all>;
 using Hash = Handle<EVP_MD, EVP_MD_free>;
 using Time = Handle<ASN1_TIME, ASN1_TIME_free>;
 
-struct FreeCertificates {
-  void operator()(STACK_OF(X509)* stack) const noexcept { sk_X509_pop_free(stack, X509_free); }
-};
-using Certificates = std::unique_ptr<STACK_OF(X509), FreeCertificates>;
-
 constexpr int kWeakRsaBits = 2048;
 /// Digest algorithms that one message is hashed with.
 constexpr int kMaxDigests = 8;
@@ -228,11 +223,10 @@ std::string digestName(int nid) {
 }
 
 void judgeSigner(const Certificate& certificate, const Verification& in, SignerVerdict& verdict) {
-  const ChainVerdict now = in.certs.checkChain(certificate, in.others, std::time(nullptr));
+  const ChainVerdict now = in.certs.checkChain(certificate, in.others, std::time(nullptr), verdict.signingTime);
   verdict.chainTrusted = now.trusted;
+  verdict.chainTrustedThen = now.trustedThen;
   verdict.revoked = now.revoked;
-  if (verdict.signingTime)
-    verdict.chainTrustedThen = in.certs.checkChain(certificate, in.others, *verdict.signingTime).trusted;
   verdict.keyUsageFit = certificate.isFitFor(CertificateUse::sign);
   verdict.weak = verdict.weak || (certificate.keyAlgorithm() == "RSA" && certificate.keyBits() < kWeakRsaBits);
   if (!verdict.signatureVerified) note(verdict.problem, "the signature does not fit the signer's key");
@@ -269,19 +263,36 @@ SignerVerdict judge(CMS_SignerInfo* signer, Verification& in) {
   return verdict;
 }
 
-void collectCertificates(CMS_ContentInfo* cms, SecureLayer& layer) {
-  const Certificates stack(CMS_get1_certs(cms));
-  const int count = stack ? std::min(sk_X509_num(stack.get()), kMaxLayerCertificates) : 0;
+/// One that is held already need not be read again.
+RefPtr<Certificate> readCertificate(std::string_view der, const SystemCerts& certs, LogBase& log) {
+  for (int i = 0; i < certs.getNumCertificates(); ++i)
+    if (certs.getCertificate(i)->der().view() == der) return RefPtr<Certificate>(certs.getCertificate(i));
+  return RefPtr<Certificate>(Certificate::createFromDer(der, log));
+}
+
+/// Every certificate of the frame; the other things that may stand there are passed over.
+void collectCertificates(const Pkcs7Frame& frame, const SystemCerts& certs, SecureLayer& layer) {
+  const auto list = DerReader(frame.after).nextIf(derContext(0));
+  if (!list) return;
   LogNull log;
-  for (int i = 0; i < count; ++i) {
-    unsigned char* der = nullptr;
-    const int size = i2d_X509(sk_X509_value(stack.get(), i), &der);
-    if (size <= 0) continue;
-    RefPtr<Certificate> certificate(Certificate::createFromDer(
-        {reinterpret_cast<const char*>(der), static_cast<std::size_t>(size)}, log));
-    OPENSSL_free(der);
+  DerReader elements(list->content);
+  for (int left = kMaxLayerCertificates; left > 0; --left) {
+    const auto element = elements.next();
+    if (!element) break;
+    if (element->tag != kDerSequence) continue;
+    RefPtr<Certificate> certificate = readCertificate(element->whole, certs, log);
     if (certificate) layer.certificates.push_back(std::move(certificate));
   }
+}
+
+/// The frame without its certificates and revocation lists, which are read here and not by the library: it
+/// would read all, however many a hostile message brings along.
+Pkcs7Frame signersAlone(Pkcs7Frame frame) {
+  DerReader fields(frame.after);
+  fields.nextIf(derContext(0));
+  fields.nextIf(derContext(1));
+  frame.after = fields.rest();
+  return frame;
 }
 
 std::vector<CMS_SignerInfo*> signersOf(CMS_ContentInfo* cms, SecureLayer& layer) {
@@ -300,12 +311,12 @@ std::vector<CMS_SignerInfo*> signersOf(CMS_ContentInfo* cms, SecureLayer& layer)
 
 bool verifySignedData(const Pkcs7Frame& frame, std::string_view content, SystemCerts& certs,
                       SecureLayer& layer) {
-  const Cms cms(reinterpret_cast<CMS_ContentInfo*>(parseWithoutContent(frame)));
+  const Cms cms(reinterpret_cast<CMS_ContentInfo*>(parseWithoutContent(signersAlone(frame))));
   if (!cms) {
     layer.problem = "the signature is malformed";
     return false;
   }
-  collectCertificates(cms.get(), layer);
+  collectCertificates(frame, certs, layer);
   const std::vector<CMS_SignerInfo*> signers = signersOf(cms.get(), layer);
   ContentHashes hashes(signers, content);
   Verification verification{certs, layer.certificates, content, frame.contentType, hashes};

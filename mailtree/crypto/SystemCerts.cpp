@@ -235,9 +235,14 @@ Certificate* SystemCerts::findByEmailAddr(const char* address, bool forEncryptio
 
 ChainVerdict SystemCerts::checkChain(const Certificate& certificate,
                                      const std::vector<RefPtr<Certificate>>& others,
-                                     std::int64_t unixSeconds) const {
+                                     std::int64_t unixSeconds, std::optional<std::int64_t> then) const {
   return neverThrow(ChainVerdict{false, false, "out of memory"}, [&] {
-    return m_held->trust.check(certificate, m_held->certificates, others, unixSeconds);
+    const auto check = [&](std::int64_t at) {
+      return m_held->trust.check(certificate, m_held->certificates, others, at, then);
+    };
+    ChainVerdict verdict = check(unixSeconds);
+    if (then && !verdict.trustedThen) verdict.trustedThen = check(*then).trusted;
+    return verdict;
   });
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,6 +21,7 @@ struct ChainVerdict {
   bool trusted = false;
   bool revoked = false;  ///< By a revocation list held here.
   std::string problem;   ///< Why it is not trusted, in words; empty when it is and nothing is to be noted.
+  bool trustedThen = false;  ///< At the other time asked about.
 };
 
 /// A store in memory. Borrowed by every loading and writing operation.
@@ -67,13 +69,14 @@ class SystemCerts {
 
   /// Whether a way leads from the certificate to a trust anchor, at a time, for mail (S/MIME signing).
   /// @param others  certificates that came with the message; they may help but are not trusted.
+  /// @param then    another time to ask about: seldom more work, for most often the same way was open then.
   ///
   /// The authorities on the way must be such, for mail; what the certificate itself may be used for is another
   /// question (Certificate::isFitFor), and so are weak algorithms. A revoked certificate is so at any time asked
   /// about: only its own signer says when a signature was made. A list whose next issue is overdue still revokes;
   /// the chain stays trusted, as without a list, and `problem` tells.
   ChainVerdict checkChain(const Certificate& certificate, const std::vector<RefPtr<Certificate>>& others,
-                          std::int64_t unixSeconds) const;
+                          std::int64_t unixSeconds, std::optional<std::int64_t> then = {}) const;
   /// The certificates above this one, nearest first, as far as they are held here; the anchor last, when found.
   std::vector<RefPtr<Certificate>> chainOf(const Certificate& certificate) const;
 

@@ -75,6 +75,17 @@ bool areForMail(const CertificateStack* chain) {
   return true;
 }
 
+bool isValidAt(const CertificateStack* chain, std::int64_t unixSeconds) {
+  auto at = static_cast<time_t>(unixSeconds);
+  for (int i = 0; chain && i < sk_X509_num(chain); ++i) {
+    const X509* const certificate = sk_X509_value(chain, i);
+    if (X509_cmp_time(X509_get0_notBefore(certificate), &at) >= 0 ||
+        X509_cmp_time(X509_get0_notAfter(certificate), &at) <= 0)
+      return false;
+  }
+  return chain != nullptr;
+}
+
 void setUp(X509_STORE_CTX& check, Findings& findings, bool withLists, std::int64_t unixSeconds) {
   X509_STORE_CTX_set_app_data(&check, &findings);
   X509_STORE_CTX_set_verify_cb(&check, goOn);
@@ -145,7 +156,8 @@ int Trust::addLists(std::string_view bytes) {
 }
 
 ChainVerdict Trust::check(const Certificate& certificate, const Certificates& held,
-                          const Certificates& others, std::int64_t unixSeconds) const {
+                          const Certificates& others, std::int64_t unixSeconds,
+                          std::optional<std::int64_t> then) const {
   const QuietErrors quiet;
   const StackHandle helpers(sk_X509_new_null());
   const Check check(X509_STORE_CTX_new_ex(contextAs<OSSL_LIB_CTX>(), nullptr));
@@ -161,7 +173,9 @@ ChainVerdict Trust::check(const Certificate& certificate, const Certificates& he
   if (findings.firstError == X509_V_OK && !areForMail(X509_STORE_CTX_get0_chain(check.get())))
     findings.firstError = X509_V_ERR_INVALID_PURPOSE;
   if (!hasAnchors()) return {false, findings.revoked, "no trust anchors were given"};
-  return {findings.firstError == X509_V_OK, findings.revoked, problemOf(findings)};
+  const bool trusted = findings.firstError == X509_V_OK;
+  const bool trustedThen = trusted && then && isValidAt(X509_STORE_CTX_get0_chain(check.get()), *then);
+  return {trusted, findings.revoked, problemOf(findings), trustedThen};
 }
 
 Certificate* Trust::issuerOf(const Certificate& certificate, const Certificates& held) const {

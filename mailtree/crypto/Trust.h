@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "mailtree/crypto/SystemCerts.h"
@@ -20,9 +21,10 @@ class Trust {
   int addLists(std::string_view bytes);
   bool hasAnchors() const noexcept { return !m_anchors.empty(); }
 
-  /// See SystemCerts. `held` and `others` may stand on the way, and are not trusted for that.
+  /// See SystemCerts. `held` and `others` may stand on the way, and are not trusted for that. trustedThen is set
+  /// when the way that is open at the first time was open at the other too; there may have been another one.
   ChainVerdict check(const Certificate& certificate, const Certificates& held, const Certificates& others,
-                     std::int64_t unixSeconds) const;
+                     std::int64_t unixSeconds, std::optional<std::int64_t> then) const;
   Certificates chainOf(const Certificate& certificate, const Certificates& held) const;
 
  private:
