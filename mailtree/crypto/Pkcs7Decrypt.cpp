@@ -218,6 +218,7 @@ bool isCipherFit(int nid, LayerKind kind) {
 /// What speaks against trying; empty when nothing does.
 std::string_view obstacle(const Pkcs7Frame& frame, int cipher) {
   if (!frame.content) return "the encrypted content is missing";
+  if (countOfFirstSet(frame.before, kMaxRecipients) > kMaxRecipients) return "too many recipients";
   if (!isCipherFit(cipher, frame.kind)) return "encrypted with a cipher that is not supported";
   if (frame.kind != LayerKind::authEnveloped) return {};
   if (frame.hasAuthenticatedAttributes) return "authenticated attributes are not supported";
@@ -236,12 +237,12 @@ bool decryptEnvelope(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& co
     layer.problem = problem;
       return false;
   };
+  if (const std::string_view problem = obstacle(frame, cipher); !problem.empty()) return fail(problem);
   const Cms cms(reinterpret_cast<CMS_ContentInfo*>(parseWithoutContent(frame)));
   if (!cms) return fail("the envelope is malformed");
   STACK_OF(CMS_RecipientInfo)* const recipients = CMS_get0_RecipientInfos(cms.get());
   if (recipients && sk_CMS_RecipientInfo_num(recipients) > 0)
     layer.keyTransport = transportOf(sk_CMS_RecipientInfo_value(recipients, 0));
-  if (const std::string_view problem = obstacle(frame, cipher); !problem.empty()) return fail(problem);
   const std::vector<KeyTrial> trials = TrialFinder(certificatesWithKey(certs)).find(recipients);
   if (trials.empty()) return fail("no key for any recipient is at hand");
   DataBuffer joined;

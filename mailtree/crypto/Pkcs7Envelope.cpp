@@ -51,6 +51,8 @@ struct KeyWay {
   bool bySubjectKeyId;
 };
 
+constexpr std::string_view kOtherSize = "The content is of another size than was announced.";
+
 bool refused(LogBase& log, std::string_view what) {
   log.logError(what);
   return false;
@@ -96,9 +98,10 @@ class Encryption {
   Encryption(EVP_CIPHER_CTX* cipher, unsigned char* out, std::size_t size) noexcept
       : m_cipher(cipher), m_out(out), m_left(size) {}
 
-  /// False when it is more than was announced, or the cipher fails.
+  /// Bytes still to come, of those announced.
+  std::size_t left() const noexcept { return m_left; }
+  /// At most left() bytes.
   bool add(std::string_view bytes) {
-    if (bytes.size() > m_left) return false;
     m_left -= bytes.size();
     while (!bytes.empty()) {
       const std::string_view piece = bytes.substr(0, kCipherPiece);
@@ -111,10 +114,10 @@ class Encryption {
     }
     return true;
   }
-  /// The last block. False when bytes are missing.
+  /// The last block.
   bool finish() {
     int written = 0;
-    return m_left == 0 && EVP_EncryptFinal_ex(m_cipher, m_out, &written) == 1;
+    return EVP_EncryptFinal_ex(m_cipher, m_out, &written) == 1;
   }
 
  private:
@@ -150,7 +153,7 @@ class TextSource final : public _svDataSource {
 /// Encodes the envelope and encrypts the content into it. The ciphers' state comes from the library's filter,
 /// which would otherwise move the content through in pieces of four kilobytes.
 bool encryptInto(CMS_ContentInfo* cms, const EVP_CIPHER* cipher, _svDataSource& content, std::size_t size,
-                 DataBuffer& der) {
+                 DataBuffer& der, LogBase& log) {
   const Bio filter(CMS_dataInit(cms, nullptr));
   EVP_CIPHER_CTX* state = nullptr;
   if (!filter || BIO_get_cipher_ctx(filter.get(), &state) <= 0 || !state) return false;
@@ -168,9 +171,12 @@ bool encryptInto(CMS_ContentInfo* cms, const EVP_CIPHER* cipher, _svDataSource& 
   Encryption encryption(state, room->content, size);
   for (;;) {
     const auto piece = content.next();
-    if (!piece || !encryption.add(*piece)) return false;
+    if (!piece) return false;
     if (piece->empty()) break;
+    if (piece->size() > encryption.left()) return refused(log, kOtherSize);
+    if (!encryption.add(*piece)) return false;
   }
+  if (encryption.left() > 0) return refused(log, kOtherSize);
   return encryption.finish() &&
          (!tagSize || EVP_CIPHER_CTX_ctrl(state, EVP_CTRL_AEAD_GET_TAG, kGcmTagSize, room->mac) == 1);
 }
@@ -203,12 +209,12 @@ bool Pkcs7Builder::createPkcs7Enveloped(_svDataSource& content, long long size, 
     if (!cms) return buildFailed(log, "The cryptographic library cannot encrypt.");
     if (!addRecipients(cms.get(), recipients, way, log)) return false;
     if (binary)
-      return encryptInto(cms.get(), method, content, static_cast<std::size_t>(size), der) ||
+      return encryptInto(cms.get(), method, content, static_cast<std::size_t>(size), der, log) ||
              buildFailed(log, "Cannot encrypt.");
     StringBuffer text;
     if (!readAll(content, size, text) || !text.toCRLF()) return refused(log, "Cannot read what is to be encrypted.");
     TextSource converted(text.view());
-    return encryptInto(cms.get(), method, converted, text.view().size(), der) || buildFailed(log, "Cannot encrypt.");
+    return encryptInto(cms.get(), method, converted, text.view().size(), der, log) || buildFailed(log, "Cannot encrypt.");
   });
   if (!done) der.clear();
   return done;

@@ -165,6 +165,18 @@ std::optional<Pkcs7Frame> readPkcs7Frame(std::string_view ber) noexcept {
   return frame;
 }
 
+int countOfFirstSet(std::string_view fields, int most) noexcept {
+  DerReader reader(fields);
+  while (const auto field = reader.next()) {
+    if (field->tag != kDerSet) continue;
+    DerReader elements(field->content);
+    int count = 0;
+    while (count <= most && elements.next()) ++count;
+    return count;
+  }
+  return 0;
+}
+
 std::string withoutContent(const Pkcs7Frame& frame) {
   return derOf([&](DerBackwardWriter& out) { writeFrame(out, frame, std::nullopt, 0); });
 }

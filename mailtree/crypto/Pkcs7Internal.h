@@ -42,6 +42,10 @@ struct Pkcs7Frame {
 /// Nothing when the bytes are no CMS structure. Of a known kind with something missing: unknown.
 std::optional<Pkcs7Frame> readPkcs7Frame(std::string_view ber) noexcept;
 
+/// Elements of the first set among some fields, up to one more than `most`: to be known before the library is
+/// made to read them all.
+int countOfFirstSet(std::string_view fields, int most) noexcept;
+
 /// The structure with its content left out.
 std::string withoutContent(const Pkcs7Frame& frame);
 

@@ -295,14 +295,10 @@ Pkcs7Frame signersAlone(Pkcs7Frame frame) {
   return frame;
 }
 
-std::vector<CMS_SignerInfo*> signersOf(CMS_ContentInfo* cms, SecureLayer& layer) {
+std::vector<CMS_SignerInfo*> signersOf(CMS_ContentInfo* cms) {
   STACK_OF(CMS_SignerInfo)* const stack = CMS_get0_SignerInfos(cms);
   std::vector<CMS_SignerInfo*> signers;
   const int count = stack ? sk_CMS_SignerInfo_num(stack) : 0;
-  if (count > kMaxSigners) {
-    layer.problem = "too many signers";
-    return signers;
-  }
   for (int i = 0; i < count; ++i) signers.push_back(sk_CMS_SignerInfo_value(stack, i));
   return signers;
 }
@@ -311,13 +307,17 @@ std::vector<CMS_SignerInfo*> signersOf(CMS_ContentInfo* cms, SecureLayer& layer)
 
 bool verifySignedData(const Pkcs7Frame& frame, std::string_view content, SystemCerts& certs,
                       SecureLayer& layer) {
+  collectCertificates(frame, certs, layer);
+  if (countOfFirstSet(frame.after, kMaxSigners) > kMaxSigners) {
+    layer.problem = "too many signers";
+    return true;
+  }
   const Cms cms(reinterpret_cast<CMS_ContentInfo*>(parseWithoutContent(signersAlone(frame))));
   if (!cms) {
     layer.problem = "the signature is malformed";
     return false;
   }
-  collectCertificates(frame, certs, layer);
-  const std::vector<CMS_SignerInfo*> signers = signersOf(cms.get(), layer);
+  const std::vector<CMS_SignerInfo*> signers = signersOf(cms.get());
   ContentHashes hashes(signers, content);
   Verification verification{certs, layer.certificates, content, frame.contentType, hashes};
   for (CMS_SignerInfo* const signer : signers) layer.signers.push_back(judge(signer, verification));
