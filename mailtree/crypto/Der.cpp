@@ -74,7 +74,8 @@ std::optional<DerElement> DerReader::next() noexcept {
     contentSize = *end - header->size;
     wholeSize = *end + kEndMark.size();
   }
-  const DerElement element{header->tag, m_rest.substr(0, wholeSize), m_rest.substr(header->size, contentSize)};
+  const DerElement element{header->tag, m_rest.substr(0, wholeSize),
+                           m_rest.substr(header->size, contentSize)};
   m_rest.remove_prefix(wholeSize);
   return element;
 }

@@ -164,7 +164,8 @@ bool setAlgorithm(X509_ALGOR* algorithm, KeyKind kind, const Signing& signing) {
     return OBJ_find_sigid_by_algs(&nid, EVP_MD_get_type(signing.hash), NID_X9_62_id_ecPublicKey) == 1 &&
            X509_ALGOR_set0(algorithm, OBJ_nid2obj(nid), V_ASN1_UNDEF, nullptr) == 1;
   }
-  if (!signing.pss) return X509_ALGOR_set0(algorithm, OBJ_nid2obj(NID_rsaEncryption), V_ASN1_NULL, nullptr) == 1;
+  if (!signing.pss)
+    return X509_ALGOR_set0(algorithm, OBJ_nid2obj(NID_rsaEncryption), V_ASN1_NULL, nullptr) == 1;
   const std::string der = pssParameters(signing.hash);
   Octets octets(ASN1_STRING_new());
   if (!octets || ASN1_STRING_set(octets.get(), der.data(), static_cast<int>(der.size())) != 1 ||
@@ -174,11 +175,12 @@ bool setAlgorithm(X509_ALGOR* algorithm, KeyKind kind, const Signing& signing) {
   return true;
 }
 
-bool makeSignature(const std::string& text, EVP_PKEY* key, bool pss, const EVP_MD* hash, std::string& signature) {
+bool makeSignature(const std::string& text, EVP_PKEY* key, bool pss, const EVP_MD* hash,
+                   std::string& signature) {
   const Hashing hashing(EVP_MD_CTX_new());
   EVP_PKEY_CTX* options = nullptr;
-  if (!hashing || EVP_DigestSignInit_ex(hashing.get(), &options, EVP_MD_get0_name(hash), contextAs<OSSL_LIB_CTX>(),
-                                        nullptr, key, nullptr) != 1)
+  if (!hashing || EVP_DigestSignInit_ex(hashing.get(), &options, EVP_MD_get0_name(hash),
+                                        contextAs<OSSL_LIB_CTX>(), nullptr, key, nullptr) != 1)
     return false;
   if (pss && (EVP_PKEY_CTX_set_rsa_padding(options, RSA_PKCS1_PSS_PADDING) <= 0 ||
               EVP_PKEY_CTX_set_rsa_pss_saltlen(options, RSA_PSS_SALTLEN_DIGEST) <= 0))
@@ -213,7 +215,8 @@ bool addSigner(CMS_ContentInfo* cms, const Certificate& certificate, const Signi
   const KeyKind kind = keyKind(key);
   if (kind == KeyKind::unknown) {
     log.LogDataSb("keyAlgorithm", certificate.keyAlgorithm());
-    return refused(log, "Cannot sign mail with a key of this kind: RSA and EC over P-256, P-384 or P-521 are known.");
+    return refused(
+        log, "Cannot sign mail with a key of this kind: RSA and EC over P-256, P-384 or P-521 are known.");
   }
   auto* const native = nativeAs<X509>(certificate);
   CMS_SignerInfo* const signer = CMS_add1_signer(cms, native, key, signing.hash,
@@ -286,8 +289,8 @@ bool Pkcs7Builder::createPkcs7Signature(_svDataSource& content, DataBuffer& /*un
     if (!haveCertificates(signerCerts)) return refused(log, "No certificate to sign with.");
     auto* const context = contextAs<OSSL_LIB_CTX>();
     const Hash hash(EVP_MD_fetch(context, hashName.c_str(), nullptr));
-    const Cms cms(CMS_sign_ex(nullptr, nullptr, nullptr, nullptr, CMS_PARTIAL | CMS_DETACHED | CMS_BINARY, context,
-                              nullptr));
+    const Cms cms(CMS_sign_ex(nullptr, nullptr, nullptr, nullptr, CMS_PARTIAL | CMS_DETACHED | CMS_BINARY,
+                              context, nullptr));
     if (!hash || !cms) return buildFailed(log, "The cryptographic library cannot sign.");
     DataBuffer kept;
     std::string digest;

@@ -89,7 +89,7 @@ class TrialFinder {
  public:
   explicit TrialFinder(std::vector<Certificate*> keys) : m_keys(std::move(keys)) {}
 
-  std::vector<KeyTrial> find(STACK_OF(CMS_RecipientInfo)* recipients) {
+  std::vector<KeyTrial> find(STACK_OF(CMS_RecipientInfo) * recipients) {
     const int count = recipients ? sk_CMS_RecipientInfo_num(recipients) : 0;
     for (int i = 0; i < count && !isFull(); ++i) {
       CMS_RecipientInfo* const recipient = sk_CMS_RecipientInfo_value(recipients, i);
@@ -235,7 +235,7 @@ bool decryptEnvelope(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& co
   layer.weakCipher = isWeak(layer.cipher);
   const auto fail = [&](std::string_view problem) {
     layer.problem = problem;
-      return false;
+    return false;
   };
   if (const std::string_view problem = obstacle(frame, cipher); !problem.empty()) return fail(problem);
   const Cms cms(reinterpret_cast<CMS_ContentInfo*>(parseWithoutContent(frame)));

@@ -29,9 +29,9 @@ const struct {
   int keyBits;  // 0: any
   const EVP_CIPHER* (*make)();
 } kCiphers[] = {
-    {ContentCipher::aesCbc, 128, EVP_aes_128_cbc},    {ContentCipher::aesCbc, 192, EVP_aes_192_cbc},
-    {ContentCipher::aesCbc, 256, EVP_aes_256_cbc},    {ContentCipher::aesGcm, 128, EVP_aes_128_gcm},
-    {ContentCipher::aesGcm, 192, EVP_aes_192_gcm},    {ContentCipher::aesGcm, 256, EVP_aes_256_gcm},
+    {ContentCipher::aesCbc, 128, EVP_aes_128_cbc},   {ContentCipher::aesCbc, 192, EVP_aes_192_cbc},
+    {ContentCipher::aesCbc, 256, EVP_aes_256_cbc},   {ContentCipher::aesGcm, 128, EVP_aes_128_gcm},
+    {ContentCipher::aesGcm, 192, EVP_aes_192_gcm},   {ContentCipher::aesGcm, 256, EVP_aes_256_gcm},
     {ContentCipher::tripleDes, 0, EVP_des_ede3_cbc},
 };
 
@@ -190,9 +190,10 @@ Cms makeEnvelope(const EVP_CIPHER* cipher) {
 
 }  // namespace
 
-bool Pkcs7Builder::createPkcs7Enveloped(_svDataSource& content, long long size, bool binary, int cipher, int keyBits,
-                                        ExtPtrArray& recipients, int keyTransport, int oaepHash,
-                                        bool bySubjectKeyId, SystemCerts& /*certs*/, DataBuffer& der, LogBase& log) {
+bool Pkcs7Builder::createPkcs7Enveloped(_svDataSource& content, long long size, bool binary, int cipher,
+                                        int keyBits, ExtPtrArray& recipients, int keyTransport, int oaepHash,
+                                        bool bySubjectKeyId, SystemCerts& /*certs*/, DataBuffer& der,
+                                        LogBase& log) {
   der.clear();
   const QuietErrors quiet;
   const bool done = neverThrow(false, [&] {
@@ -201,7 +202,8 @@ bool Pkcs7Builder::createPkcs7Enveloped(_svDataSource& content, long long size, 
     const bool oaep = keyTransport == static_cast<int>(KeyTransport::oaep);
     if (!oaep && keyTransport != static_cast<int>(KeyTransport::pkcs1))
       return refused(log, "Unknown key transport: nothing was encrypted.");
-    const KeyWay way{oaep, std::string(_svHash::nameOf(oaepHash ? oaepHash : static_cast<int>(HashId::sha256))),
+    const KeyWay way{oaep,
+                     std::string(_svHash::nameOf(oaepHash ? oaepHash : static_cast<int>(HashId::sha256))),
                      bySubjectKeyId};
     if (oaep && way.oaepHash.empty()) return refused(log, "Unknown digest algorithm: nothing was encrypted.");
     if (size < 0) return refused(log, "The size of what is to be encrypted is not known.");
@@ -212,9 +214,11 @@ bool Pkcs7Builder::createPkcs7Enveloped(_svDataSource& content, long long size, 
       return encryptInto(cms.get(), method, content, static_cast<std::size_t>(size), der, log) ||
              buildFailed(log, "Cannot encrypt.");
     StringBuffer text;
-    if (!readAll(content, size, text) || !text.toCRLF()) return refused(log, "Cannot read what is to be encrypted.");
+    if (!readAll(content, size, text) || !text.toCRLF())
+      return refused(log, "Cannot read what is to be encrypted.");
     TextSource converted(text.view());
-    return encryptInto(cms.get(), method, converted, text.view().size(), der, log) || buildFailed(log, "Cannot encrypt.");
+    return encryptInto(cms.get(), method, converted, text.view().size(), der, log) ||
+           buildFailed(log, "Cannot encrypt.");
   });
   if (!done) der.clear();
   return done;

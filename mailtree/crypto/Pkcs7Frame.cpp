@@ -95,7 +95,8 @@ bool readBody(std::string_view body, Pkcs7Frame& frame) noexcept {
   frame.before = body.substr(0, static_cast<std::size_t>(description->whole.data() - body.data()));
   frame.after = tailFrom(body, description->whole.data() + description->whole.size());
   if (frame.kind == LayerKind::authEnveloped) return readMac(frame);
-  if (frame.kind == LayerKind::opaqueSignature && !frame.content) frame.kind = kindWithoutContent(frame.after);
+  if (frame.kind == LayerKind::opaqueSignature && !frame.content)
+    frame.kind = kindWithoutContent(frame.after);
   return frame.kind != LayerKind::unknown;
 }
 

@@ -29,13 +29,13 @@ inline constexpr int kMaxLayerCertificates = 1000;
 /// A ContentInfo taken apart; all views are borrowed.
 struct Pkcs7Frame {
   LayerKind kind = LayerKind::unknown;
-  std::string_view type;      ///< The outer content type, a whole element.
-  std::string_view before;    ///< Elements in front of the one that describes the content.
-  std::string_view describe;  ///< What is in that one, the content left out.
-  std::string_view after;     ///< Elements behind it.
-  std::string_view contentType;          ///< Octets of the inner object identifier.
-  std::optional<DerElement> content;     ///< The octet string; nothing when the content is elsewhere.
-  std::string_view mac;                  ///< authEnveloped: the tag.
+  std::string_view type;              ///< The outer content type, a whole element.
+  std::string_view before;            ///< Elements in front of the one that describes the content.
+  std::string_view describe;          ///< What is in that one, the content left out.
+  std::string_view after;             ///< Elements behind it.
+  std::string_view contentType;       ///< Octets of the inner object identifier.
+  std::optional<DerElement> content;  ///< The octet string; nothing when the content is elsewhere.
+  std::string_view mac;               ///< authEnveloped: the tag.
   bool hasAuthenticatedAttributes = false;
 };
 

@@ -49,9 +49,11 @@ bool openLayer(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& content,
     case LayerKind::enveloped:
     case LayerKind::authEnveloped:
       return decryptEnvelope(frame, certs, content, layer) || failed(layer, layer.problem, log);
-    case LayerKind::compressed: return unpackCompressed(frame, content, layer) || failed(layer, layer.problem, log);
+    case LayerKind::compressed:
+      return unpackCompressed(frame, content, layer) || failed(layer, layer.problem, log);
     case LayerKind::certificatesOnly: verifySignedData(frame, {}, certs, layer); return false;
-    case LayerKind::detachedSignature: return failed(layer, "the signed content is not part of the signature", log);
+    case LayerKind::detachedSignature:
+      return failed(layer, "the signed content is not part of the signature", log);
     case LayerKind::unknown: break;
   }
   return failed(layer, "not a kind of secure content that is known", log);
@@ -87,9 +89,9 @@ bool Pkcs7Opener::verifyDetached(std::string_view der, std::string_view content,
     DataBuffer decoded;
     const auto frame = readPkcs7Frame(withoutArmour(der, decoded));
     layer.kind = LayerKind::detachedSignature;
-    const bool isSignedData = frame && (frame->kind == LayerKind::opaqueSignature ||
-                                        frame->kind == LayerKind::detachedSignature ||
-                                        frame->kind == LayerKind::certificatesOnly);
+    const bool isSignedData =
+        frame && (frame->kind == LayerKind::opaqueSignature || frame->kind == LayerKind::detachedSignature ||
+                  frame->kind == LayerKind::certificatesOnly);
     if (!isSignedData) return failed(layer, "the signature is malformed", log);
     if (!verifySignedData(*frame, content, certs, layer)) return failed(layer, layer.problem, log);
     if (layer.signers.empty() && layer.problem.empty()) layer.problem = "there is no signature";

@@ -184,7 +184,8 @@ void verifyWithoutAttributes(CMS_SignerInfo* signer, Verification& in, SignerVer
     note(verdict.problem, "the content may be the attributes of another signature");
     return;
   }
-  verdict.signatureVerified = in.hashes.chain() && CMS_SignerInfo_verify_content(signer, in.hashes.chain()) == 1;
+  verdict.signatureVerified =
+      in.hashes.chain() && CMS_SignerInfo_verify_content(signer, in.hashes.chain()) == 1;
   verdict.digestMatched = verdict.signatureVerified;
 }
 
@@ -223,12 +224,14 @@ std::string digestName(int nid) {
 }
 
 void judgeSigner(const Certificate& certificate, const Verification& in, SignerVerdict& verdict) {
-  const ChainVerdict now = in.certs.checkChain(certificate, in.others, std::time(nullptr), verdict.signingTime);
+  const ChainVerdict now =
+      in.certs.checkChain(certificate, in.others, std::time(nullptr), verdict.signingTime);
   verdict.chainTrusted = now.trusted;
   verdict.chainTrustedThen = now.trustedThen;
   verdict.revoked = now.revoked;
   verdict.keyUsageFit = certificate.isFitFor(CertificateUse::sign);
-  verdict.weak = verdict.weak || (certificate.keyAlgorithm() == "RSA" && certificate.keyBits() < kWeakRsaBits);
+  verdict.weak =
+      verdict.weak || (certificate.keyAlgorithm() == "RSA" && certificate.keyBits() < kWeakRsaBits);
   if (!verdict.signatureVerified) note(verdict.problem, "the signature does not fit the signer's key");
   if (!verdict.digestMatched) note(verdict.problem, "the content is not the one that was signed");
   if (!now.trusted) note(verdict.problem, now.problem);

@@ -26,7 +26,9 @@ TEST(Pkcs7Envelope, every_recipient_opens_every_cipher) {
     int transport;
     int hash;
     const char* name;
-  } ways[] = {{0, 0, "rsa"}, {kOaep, 0, "rsa-oaep"}, {kOaep, static_cast<int>(HashId::sha1), "rsa-oaep"},
+  } ways[] = {{0, 0, "rsa"},
+              {kOaep, 0, "rsa-oaep"},
+              {kOaep, static_cast<int>(HashId::sha1), "rsa-oaep"},
               {kOaep, static_cast<int>(HashId::sha384), "rsa-oaep"}};
   const std::vector<std::string> people = {"alice", "bob", "carol", "dave"};
   std::vector<std::unique_ptr<Holder>> holders;
@@ -34,13 +36,16 @@ TEST(Pkcs7Envelope, every_recipient_opens_every_cipher) {
   for (const auto& cipher : ciphers)
     for (const auto& way : ways)
       for (const bool byKeyId : {false, true}) {
-        const std::string blob = envelope(kText, {people, cipher.cipher, cipher.bits, way.transport, way.hash, byKeyId});
+        const std::string blob =
+            envelope(kText, {people, cipher.cipher, cipher.bits, way.transport, way.hash, byKeyId});
         for (std::size_t i = 0; i < people.size(); ++i) {
-          SCOPED_TRACE(testing::Message() << cipher.name << " " << way.name << way.hash << " " << byKeyId << " " << people[i]);
+          SCOPED_TRACE(testing::Message()
+                       << cipher.name << " " << way.name << way.hash << " " << byKeyId << " " << people[i]);
           const Opened opened = openBlob(blob, holders[i]->certs);
           EXPECT_TRUE(opened.done) << opened.layer.problem;
           EXPECT_EQ(opened.content, kText);
-          EXPECT_EQ(opened.layer.kind, cipher.cipher == kGcm ? LayerKind::authEnveloped : LayerKind::enveloped);
+          EXPECT_EQ(opened.layer.kind,
+                    cipher.cipher == kGcm ? LayerKind::authEnveloped : LayerKind::enveloped);
           EXPECT_EQ(opened.layer.cipher, cipher.name);
           EXPECT_EQ(opened.layer.weakCipher, cipher.cipher == kTriple);
           EXPECT_EQ(opened.layer.keyTransport, i < 2 ? way.name : "ecdh");

@@ -21,8 +21,9 @@ inline SystemCerts& everybody() {
   static SystemCerts certs;
   static const bool filled = [] {
     LogMemory log;
-    addIdentities(certs, {"chain.pem", "alice.pem", "alice.key", "bob.pem", "bob.key", "carol.pem", "carol.key", "dave.pem",
-                          "dave.key", "weak.pem", "weak.key", "ed25519.pem", "ed25519.key"});
+    addIdentities(certs,
+                  {"chain.pem", "alice.pem", "alice.key", "bob.pem", "bob.key", "carol.pem", "carol.key",
+                   "dave.pem", "dave.key", "weak.pem", "weak.key", "ed25519.pem", "ed25519.key"});
     return certs.addTrustAnchors(identityFile("root.pem").c_str(), log) == 1;
   }();
   EXPECT_TRUE(filled);
@@ -33,13 +34,16 @@ inline SystemCerts& everybody() {
 inline Certificate* person(const std::string& name) {
   const RefPtr<Certificate> wanted = identity(name + ".pem");
   for (int i = 0; i < everybody().getNumCertificates(); ++i)
-    if (everybody().getCertificate(i)->fingerprint() == wanted->fingerprint()) return everybody().getCertificate(i);
+    if (everybody().getCertificate(i)->fingerprint() == wanted->fingerprint())
+      return everybody().getCertificate(i);
   return nullptr;
 }
 
 /// A store with one person's certificate and key.
 struct Holder {
-  explicit Holder(const std::string& name) { addIdentities(certs, {(name + ".pem").c_str(), (name + ".key").c_str()}); }
+  explicit Holder(const std::string& name) {
+    addIdentities(certs, {(name + ".pem").c_str(), (name + ".key").c_str()});
+  }
   SystemCerts certs;
 };
 
@@ -74,8 +78,8 @@ inline bool trySign(std::string_view text, const SignAs& as, DataBuffer& der, Lo
   DataBuffer unused;
   _clsCades cades;
   cades.m_rsaPss = as.pss;
-  return Pkcs7Builder::createPkcs7Signature(source, unused, as.detached, as.chain, static_cast<int>(as.hash), as.time,
-                                            as.certificate, cades, signers, everybody(), der, log);
+  return Pkcs7Builder::createPkcs7Signature(source, unused, as.detached, as.chain, static_cast<int>(as.hash),
+                                            as.time, as.certificate, cades, signers, everybody(), der, log);
 }
 
 inline std::string signedBlob(std::string_view text, const SignAs& as = {}) {
@@ -98,11 +102,12 @@ struct EncryptAs {
 
 inline bool tryEncrypt(std::string_view text, const EncryptAs& as, DataBuffer& der, LogBase& log) {
   ExtPtrArray recipients;
-  for (const auto& name : as.recipients) CertificateHolder::appendNewCertHolder(person(name), recipients, log);
+  for (const auto& name : as.recipients)
+    CertificateHolder::appendNewCertHolder(person(name), recipients, log);
   Pieces source(text, 100'000);
-  return Pkcs7Builder::createPkcs7Enveloped(source, static_cast<long long>(text.size()) + as.sizeOff, as.binary, as.cipher,
-                                            as.keyBits, recipients, as.transport, as.oaepHash, as.bySubjectKeyId,
-                                            everybody(), der, log);
+  return Pkcs7Builder::createPkcs7Enveloped(source, static_cast<long long>(text.size()) + as.sizeOff,
+                                            as.binary, as.cipher, as.keyBits, recipients, as.transport,
+                                            as.oaepHash, as.bySubjectKeyId, everybody(), der, log);
 }
 
 inline std::string envelope(std::string_view text, const EncryptAs& as = {}) {
@@ -128,7 +133,8 @@ inline Opened openBlob(std::string_view der, SystemCerts& certs = everybody()) {
   return opened;
 }
 
-inline SecureLayer verifyBlob(std::string_view der, std::string_view content, SystemCerts& certs = everybody()) {
+inline SecureLayer verifyBlob(std::string_view der, std::string_view content,
+                              SystemCerts& certs = everybody()) {
   SecureLayer layer;
   LogNull log;
   Pkcs7Opener::verifyDetached(der, content, certs, layer, log);
@@ -137,8 +143,16 @@ inline SecureLayer verifyBlob(std::string_view der, std::string_view content, Sy
 
 /// Contents that a careless hand would change: each is to come back as it was.
 inline std::vector<std::string> difficultContents() {
-  return {"", "x", "bare\nline\nfeeds", "bare\rreturns\r", "trailing blanks  \r\n \t\r\n", "no final line break",
-          std::string("nul\0inside", 10), std::string(15, 'a'), std::string(16, 'b'), std::string(17, 'c'),
+  return {"",
+          "x",
+          "bare\nline\nfeeds",
+          "bare\rreturns\r",
+          "trailing blanks  \r\n \t\r\n",
+          "no final line break",
+          std::string("nul\0inside", 10),
+          std::string(15, 'a'),
+          std::string(16, 'b'),
+          std::string(17, 'c'),
           std::string(std::size_t{8} << 20, 'm')};
 }
 

@@ -42,9 +42,10 @@ std::string inPieces(const Pkcs7Frame& frame, std::string_view content) {
   const bool isEncrypted = frame.kind == LayerKind::enveloped || frame.kind == LayerKind::authEnveloped;
   const std::string tagged =
       indefinite(derContext(0), isEncrypted ? pieces : indefinite(kDerOctetString | kDerConstructed, pieces));
-  const std::string body = indefinite(
-      kDerSequence, std::string(frame.before) + indefinite(kDerSequence, std::string(frame.describe) + tagged) +
-                        std::string(frame.after));
+  const std::string body =
+      indefinite(kDerSequence, std::string(frame.before) +
+                                   indefinite(kDerSequence, std::string(frame.describe) + tagged) +
+                                   std::string(frame.after));
   return indefinite(kDerSequence, std::string(frame.type) + indefinite(derContext(0), body));
 }
 
@@ -58,22 +59,27 @@ std::string armoured(const std::string& der) {
   std::string text = "-----BEGIN CMS-----\n";
   for (std::size_t at = 0; at < der.size(); at += 3) {
     unsigned bits = 0;
-    for (std::size_t i = 0; i < 3; ++i) bits = bits << 8 | (at + i < der.size() ? static_cast<unsigned char>(der[at + i]) : 0);
-    for (std::size_t i = 0; i < 4; ++i) text += at + i <= der.size() ? kDigits[bits >> (18 - 6 * i) & 63] : '=';
+    for (std::size_t i = 0; i < 3; ++i)
+      bits = bits << 8 | (at + i < der.size() ? static_cast<unsigned char>(der[at + i]) : 0);
+    for (std::size_t i = 0; i < 4; ++i)
+      text += at + i <= der.size() ? kDigits[bits >> (18 - 6 * i) & 63] : '=';
     if (at % 48 == 45) text += '\n';
   }
   return text + "\n-----END CMS-----\n";
 }
 
-std::string compressed(std::string_view text, std::string_view algorithm = "\x2A\x86\x48\x86\xF7\x0D\x01\x09\x10\x03\x08"sv) {
+std::string compressed(std::string_view text,
+                       std::string_view algorithm = "\x2A\x86\x48\x86\xF7\x0D\x01\x09\x10\x03\x08"sv) {
   std::string packed(compressBound(static_cast<uLong>(text.size())), '\0');
   uLongf size = static_cast<uLongf>(packed.size());
   compress2(reinterpret_cast<Bytef*>(packed.data()), &size, reinterpret_cast<const Bytef*>(text.data()),
             static_cast<uLong>(text.size()), 1);
   packed.resize(size);
-  const std::string info = element(kDerSequence, element(kDerObjectId, "\x2A\x86\x48\x86\xF7\x0D\x01\x07\x01") +
-                                                     element(derContext(0), element(kDerOctetString, packed)));
-  const std::string body = element(kDerInteger, "\0"sv) + element(kDerSequence, element(kDerObjectId, algorithm)) + info;
+  const std::string info =
+      element(kDerSequence, element(kDerObjectId, "\x2A\x86\x48\x86\xF7\x0D\x01\x07\x01") +
+                                element(derContext(0), element(kDerOctetString, packed)));
+  const std::string body =
+      element(kDerInteger, "\0"sv) + element(kDerSequence, element(kDerObjectId, algorithm)) + info;
   return element(kDerSequence, element(kDerObjectId, "\x2A\x86\x48\x86\xF7\x0D\x01\x09\x10\x01\x09") +
                                    element(derContext(0), element(kDerSequence, body)));
 }
@@ -92,7 +98,8 @@ TEST(Pkcs7Open, every_encoding_opens_alike) {
   gcm.cipher = kGcm;
   for (const std::string& der : {signedBlob(text), envelope(text), envelope(text, gcm), compressed(text)}) {
     const std::string_view kind = nameOf(Pkcs7Opener::kindOf(der));
-    for (const std::string& form : {der, inPieces(der), armoured(der), "\r\n" + armoured(inPieces(der)), der + "behind"}) {
+    for (const std::string& form :
+         {der, inPieces(der), armoured(der), "\r\n" + armoured(inPieces(der)), der + "behind"}) {
       SCOPED_TRACE(testing::Message() << kind << " " << shown(form));
       EXPECT_EQ(nameOf(Pkcs7Opener::kindOf(form)), kind);
       const Opened opened = openBlob(form);
@@ -121,7 +128,8 @@ TEST(Pkcs7Open, the_kind_is_told_from_the_first_fields) {
               {"From: somebody\r\n", LayerKind::unknown},
               {"-----BEGIN CMS-----\nno end", LayerKind::unknown},
               {detached.substr(0, 200), LayerKind::unknown}};
-  for (const auto& row : rows) EXPECT_EQ(nameOf(Pkcs7Opener::kindOf(row.bytes)), nameOf(row.kind)) << shown(row.bytes);
+  for (const auto& row : rows)
+    EXPECT_EQ(nameOf(Pkcs7Opener::kindOf(row.bytes)), nameOf(row.kind)) << shown(row.bytes);
 
   const Opened opened = openBlob(certificatesOnly);
   EXPECT_FALSE(opened.done);
@@ -182,7 +190,8 @@ TEST(Pkcs7Open, failures_to_decrypt_look_alike) {
     for (const int cipher : {kCbc, kGcm}) {
       const std::string blob = envelope(text, {{who}, cipher});
       const auto frame = readPkcs7Frame(blob);
-      const auto set = frame->before.size() + static_cast<std::size_t>(frame->before.data() - blob.data()) - 3;
+      const auto set =
+          frame->before.size() + static_cast<std::size_t>(frame->before.data() - blob.data()) - 3;
       const auto content = static_cast<std::size_t>(frame->content->content.data() - blob.data());
       const struct {
         const char* what;
@@ -219,12 +228,13 @@ TEST(Pkcs7Open, a_tag_that_can_be_guessed_and_authenticated_attributes_are_refus
   const struct {
     std::string after;
     const char* problem;
-  } rows[] = {{element(kDerOctetString, tag), ""},
-              {element(kDerOctetString, tag.substr(0, 11)), "no safe size"},
-              {element(kDerOctetString, tag.substr(0, 1)), "no safe size"},
-              {element(kDerOctetString, ""), "no safe size"},
-              {element(kDerOctetString, tag + "x"), "no safe size"},
-              {element(derContext(1), attribute) + element(kDerOctetString, tag), "authenticated attributes"}};
+  } rows[] = {
+      {element(kDerOctetString, tag), ""},
+      {element(kDerOctetString, tag.substr(0, 11)), "no safe size"},
+      {element(kDerOctetString, tag.substr(0, 1)), "no safe size"},
+      {element(kDerOctetString, ""), "no safe size"},
+      {element(kDerOctetString, tag + "x"), "no safe size"},
+      {element(derContext(1), attribute) + element(kDerOctetString, tag), "authenticated attributes"}};
   for (const auto& row : rows) {
     Pkcs7Frame changed = *frame;
     changed.after = row.after;
@@ -322,7 +332,8 @@ TEST(Pkcs7Open, what_is_wrong_with_a_signer_is_told) {
   for (const auto& row : weak) {
     const Opened opened = openBlob(signedBlob("x", row.as));
     EXPECT_TRUE(opened.layer.allSignaturesValid());
-    EXPECT_EQ(opened.layer.signers.at(0).weak, row.weak) << row.as.signers[0] << static_cast<int>(row.as.hash);
+    EXPECT_EQ(opened.layer.signers.at(0).weak, row.weak)
+        << row.as.signers[0] << static_cast<int>(row.as.hash);
   }
 
   SystemCerts strangers;
@@ -383,9 +394,11 @@ TEST(Pkcs7Open, hostile_bytes_are_read_in_bounded_time) {
 TEST(Pkcs7Open, no_damage_makes_it_fall) {
   std::mt19937 random(7);
   const std::string text(300, 't');
-  for (const std::string& der : {signedBlob(text, {{"carol"}}), envelope(text, {{"carol"}, kGcm}), envelope(text, {{"carol"}}),
-                                 compressed(text), inPieces(signedBlob(text, {{"carol"}}))}) {
-    for (std::size_t size = 0; size < der.size(); size += 3) EXPECT_FALSE(openBlob(der.substr(0, size)).layer.allSignaturesValid());
+  for (const std::string& der :
+       {signedBlob(text, {{"carol"}}), envelope(text, {{"carol"}, kGcm}), envelope(text, {{"carol"}}),
+        compressed(text), inPieces(signedBlob(text, {{"carol"}}))}) {
+    for (std::size_t size = 0; size < der.size(); size += 3)
+      EXPECT_FALSE(openBlob(der.substr(0, size)).layer.allSignaturesValid());
     for (int round = 0; round < 500; ++round) {
       std::string bytes = der;
       for (int change = 0; change < 3; ++change) bytes[random() % bytes.size()] = static_cast<char>(random());

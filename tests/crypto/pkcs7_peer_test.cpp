@@ -34,7 +34,8 @@ class Pkcs7Peer : public testing::Test {
 
   std::string path(const char* name) const { return (m_folder / name).string(); }
   void write(const char* name, std::string_view bytes) const {
-    std::ofstream(path(name), std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    std::ofstream(path(name), std::ios::binary)
+        .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   }
   std::string read(const char* name) const {
     std::ifstream file(path(name), std::ios::binary);
@@ -43,13 +44,15 @@ class Pkcs7Peer : public testing::Test {
   /// Runs "openssl cms" on exact bytes in DER; false when it said no.
   bool cms(const std::string& arguments) const {
     std::filesystem::remove(path("out"));
-    const std::string command = "cd '" + std::string(MAILTREE_TEST_DATA "/secure") + "' && openssl cms -binary -out '" +
-                                path("out") + "' " + arguments + " 2>'" + path("errors") + "'";
+    const std::string command = "cd '" + std::string(MAILTREE_TEST_DATA "/secure") +
+                                "' && openssl cms -binary -out '" + path("out") + "' " + arguments + " 2>'" +
+                                path("errors") + "'";
     return std::system(command.c_str()) == 0;
   }
   std::string in() const { return " -in '" + path("in") + "'"; }
 
-  const std::vector<std::string> m_texts = {"", "x", "bare\nline feeds  \nno last", std::string(100'000, 'l')};
+  const std::vector<std::string> m_texts = {"", "x", "bare\nline feeds  \nno last",
+                                            std::string(100'000, 'l')};
 
  private:
   std::filesystem::path m_folder;
@@ -88,7 +91,8 @@ TEST_F(Pkcs7Peer, decrypts_what_was_encrypted_here) {
     for (const std::string& text : m_texts)
       for (const std::string& who : row.recipients) {
         write("in", envelope(text, row));
-        EXPECT_TRUE(cms("-decrypt -inform DER -recip " + who + ".pem -inkey " + who + ".key" + in()) && read("out") == text)
+        EXPECT_TRUE(cms("-decrypt -inform DER -recip " + who + ".pem -inkey " + who + ".key" + in()) &&
+                    read("out") == text)
             << &row - rows << " " << who << " " << shown(text) << read("errors");
       }
 }
@@ -131,7 +135,8 @@ TEST_F(Pkcs7Peer, encrypts_what_is_decrypted_here) {
       {"-aes256 -stream alice.pem bob.pem", "aes-256-cbc", "rsa"},
       {"-aes-256-gcm alice.pem", "aes-256-gcm", "rsa"},
       {"-aes-128-gcm -stream -keyid carol.pem", "aes-128-gcm", "ecdh"},
-      {"-aes192 -recip alice.pem -keyopt rsa_padding_mode:oaep -keyopt rsa_oaep_md:sha256", "aes-192-cbc", "rsa-oaep"},
+      {"-aes192 -recip alice.pem -keyopt rsa_padding_mode:oaep -keyopt rsa_oaep_md:sha256", "aes-192-cbc",
+       "rsa-oaep"},
       {"-aes256 -recip dave.pem -keyopt ecdh_kdf_md:sha384", "aes-256-cbc", "ecdh"},
       {"-aes256 -recip carol.pem -keyopt ecdh_cofactor_mode:1", "aes-256-cbc", "ecdh"},
       {"-des3 alice.pem", "3des-cbc", "rsa"},

@@ -21,23 +21,28 @@ TEST(Pkcs7Sign, every_key_signs_with_every_digest_attached_and_detached) {
     const char* who;
     bool pss;
     const char* algorithm;
-  } keys[] = {{"alice", false, "rsa"}, {"alice", true, "rsa-pss"}, {"bob", false, "rsa"},
-              {"bob", true, "rsa-pss"}, {"carol", false, "ecdsa"}, {"dave", false, "ecdsa"}};
+  } keys[] = {{"alice", false, "rsa"},  {"alice", true, "rsa-pss"}, {"bob", false, "rsa"},
+              {"bob", true, "rsa-pss"}, {"carol", false, "ecdsa"},  {"dave", false, "ecdsa"}};
   const struct {
     HashId hash;
     const char* name;
-  } digests[] = {{HashId::sha1, "sha1"}, {HashId::sha256, "sha256"}, {HashId::sha384, "sha384"}, {HashId::sha512, "sha512"}};
+  } digests[] = {{HashId::sha1, "sha1"},
+                 {HashId::sha256, "sha256"},
+                 {HashId::sha384, "sha384"},
+                 {HashId::sha512, "sha512"}};
   for (const auto& key : keys)
     for (const auto& digest : digests)
       for (const bool detached : {false, true}) {
-        SCOPED_TRACE(testing::Message() << key.who << " " << key.algorithm << " " << digest.name << " " << detached);
+        SCOPED_TRACE(testing::Message()
+                     << key.who << " " << key.algorithm << " " << digest.name << " " << detached);
         SignAs as{{key.who}, detached, digest.hash, key.pss};
         const std::string blob = signedBlob(kText, as);
         const SecureLayer layer = detached ? verifyBlob(blob, kText) : openBlob(blob).layer;
         EXPECT_EQ(layer.kind, detached ? LayerKind::detachedSignature : LayerKind::opaqueSignature);
         ASSERT_EQ(layer.signers.size(), 1U);
         const SignerVerdict& signer = layer.signers[0];
-        EXPECT_TRUE(signer.isValid() && signer.chainTrusted && signer.keyUsageFit && !signer.revoked) << signer.problem;
+        EXPECT_TRUE(signer.isValid() && signer.chainTrusted && signer.keyUsageFit && !signer.revoked)
+            << signer.problem;
         EXPECT_EQ(signer.problem, "");
         EXPECT_EQ(signer.digest, digest.name);
         EXPECT_EQ(signer.algorithm, key.algorithm);
@@ -71,7 +76,8 @@ TEST(Pkcs7Sign, attributes_are_there_when_asked_for) {
   EXPECT_THAT(timed, HasSubstr(std::string(kCapabilities)));
   EXPECT_THAT(timed, Not(HasSubstr(std::string(kSigningCertificate2))));
   const SignerVerdict signer = openBlob(timed).layer.signers.at(0);
-  EXPECT_NEAR(static_cast<double>(signer.signingTime.value_or(0)), static_cast<double>(std::time(nullptr)), 60.0);
+  EXPECT_NEAR(static_cast<double>(signer.signingTime.value_or(0)), static_cast<double>(std::time(nullptr)),
+              60.0);
   EXPECT_TRUE(signer.isValid() && signer.chainTrustedThen);
 
   for (const HashId hash : {HashId::sha1, HashId::sha256}) {
@@ -96,9 +102,11 @@ TEST(Pkcs7Sign, the_chain_goes_along_when_asked_for) {
 }
 
 TEST(Pkcs7Sign, several_sign_one_content) {
-  const SecureLayer layer = verifyBlob(signedBlob(kText, {{"alice", "carol", "dave"}, true, HashId::sha384, true}), kText);
+  const SecureLayer layer =
+      verifyBlob(signedBlob(kText, {{"alice", "carol", "dave"}, true, HashId::sha384, true}), kText);
   ASSERT_EQ(layer.signers.size(), 3U);
-  for (const auto& signer : layer.signers) EXPECT_TRUE(signer.isValid() && signer.chainTrusted) << signer.problem;
+  for (const auto& signer : layer.signers)
+    EXPECT_TRUE(signer.isValid() && signer.chainTrusted) << signer.problem;
 }
 
 TEST(Pkcs7Sign, what_cannot_be_signed_is_refused_with_a_reason) {
@@ -132,8 +140,9 @@ TEST(Pkcs7Sign, a_certificate_without_its_key_signs_nothing) {
   DataBuffer unused;
   DataBuffer der;
   _clsCades cades;
-  EXPECT_FALSE(Pkcs7Builder::createPkcs7Signature(source, unused, false, false, static_cast<int>(HashId::sha256), false, false,
-                                                  cades, signers, everybody(), der, log));
+  EXPECT_FALSE(Pkcs7Builder::createPkcs7Signature(source, unused, false, false,
+                                                  static_cast<int>(HashId::sha256), false, false, cades,
+                                                  signers, everybody(), der, log));
   EXPECT_THAT(log.text(), HasSubstr("without its private key"));
 }
 
