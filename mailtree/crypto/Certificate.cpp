@@ -101,9 +101,10 @@ std::vector<std::string> addressesOf(const X509* x509) {
 std::int64_t secondsOf(const ASN1_TIME* time, std::int64_t unreadable) {
   std::tm parts{};
   if (!time || ASN1_TIME_to_tm(time, &parts) != 1) return unreadable;
-  using namespace std::chrono;
-  const sys_days day = year(parts.tm_year + 1900) / (parts.tm_mon + 1) / parts.tm_mday;
-  const auto at = day + hours(parts.tm_hour) + minutes(parts.tm_min) + seconds(parts.tm_sec);
+  namespace chrono = std::chrono;
+  const chrono::sys_days day = chrono::year(parts.tm_year + 1900) / (parts.tm_mon + 1) / parts.tm_mday;
+  const auto at =
+      day + chrono::hours(parts.tm_hour) + chrono::minutes(parts.tm_min) + chrono::seconds(parts.tm_sec);
   return std::int64_t{at.time_since_epoch().count()};
 }
 

@@ -16,8 +16,8 @@ namespace mailtree {
 namespace {
 
 std::int64_t now() noexcept {
-  using namespace std::chrono;
-  return std::int64_t{duration_cast<seconds>(system_clock::now().time_since_epoch()).count()};
+  const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
+  return std::int64_t{std::chrono::duration_cast<std::chrono::seconds>(sinceEpoch).count()};
 }
 
 bool areSameKey(const NativeKey* a, const NativeKey* b) noexcept {

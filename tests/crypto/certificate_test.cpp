@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "mailtree/base/Log.h"
@@ -118,6 +119,22 @@ TEST(Certificate, passes_over_an_address_that_hides_something_behind_a_control_c
     EXPECT_TRUE(certificate->emailAddresses().empty()) << int{hidden};
     EXPECT_FALSE(certificate->isForAddress("alice@example")) << int{hidden};
   }
+}
+
+TEST(Certificate, is_read_by_several_threads_of_which_any_is_the_first) {
+  DataBuffer der;
+  LogNull log;
+  ASSERT_TRUE(der.loadFileUtf8(identityFile("formats/certificate.der").c_str(), log));
+  std::vector<std::string> algorithms(8);
+  std::vector<std::thread> threads;
+  for (std::string& algorithm : algorithms)
+    threads.emplace_back([&] {
+      LogNull quiet;
+      const RefPtr<Certificate> certificate(Certificate::createFromDer(der.view(), quiet));
+      if (certificate) algorithm = certificate->keyAlgorithm();
+    });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_THAT(algorithms, testing::Each("RSA"));
 }
 
 TEST(CertificateHolder, keeps_its_certificate_when_others_let_go) {
