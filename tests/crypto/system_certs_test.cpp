@@ -385,6 +385,8 @@ TEST(SystemCerts, trusts_what_leads_to_an_anchor) {
       {"erin.pem", "root.pem", "other-root.crl", "chain.pem", nullptr, k2025, true, false,
        ""},  // not its issuer's
       {"alice.pem", "root.pem", "revoked.crl", "chain.pem", nullptr, k2025, true, false, ""},
+      {"alice.pem", "root.pem", "revoked.crl", "chain.pem", nullptr, k2001, false, false,
+       "certificate is not yet"},
       {"alice.pem", "root.pem", "revoked-stale.crl", "chain.pem", nullptr, k2025, true, false,
        "CRL has expired"},
       {"alice.pem", "root.pem", "revoked-stale.crl", "chain.pem", nullptr, k2021 - 9, true, false, ""},
