@@ -15,6 +15,7 @@ namespace mailtree {
 /// fingerprints, not by trusting setters.
 struct ReceivedContent {
   DataBuffer bytes;
+  StringBuffer text;  ///< What the bytes are borrowed from, if they are.
   std::array<std::uint64_t, 2> fingerprint = {0, 0};
 };
 
@@ -23,9 +24,15 @@ std::array<std::uint64_t, 2> contentFingerprint(const Email2& node);
 
 /// Keeps the bytes as which a complete subtree was received. The subtree must not be changed before.
 void keepReceivedContent(Email2& node, DataBuffer&& bytes);
+/// The same for a text that the subtree was loaded from, without a copy.
+void keepReceivedContent(Email2& node, StringBuffer&& text);
 /// The bytes as which a subtree was received, for as long as it says the same as then; null otherwise.
 /// Borrowed.
 const DataBuffer* unchangedReceivedContent(const Email2& node);
+
+/// Loads a text that output wrote: nothing is mended or reshaped, no layer taken off, and nothing of the shared
+/// settings changes. Null when memory ran out.
+EmailPtr loadWrittenContent(_svEmailCommon& common, std::string_view text, LogBase& log);
 
 enum class Walk { onward, skipChildren, stop };
 

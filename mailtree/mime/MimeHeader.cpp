@@ -201,6 +201,23 @@ void MimeHeader::removeHeadersBeginningWith(const char* prefix) {
   });
 }
 
+void MimeHeader::takeFieldsBeginningWith(const char* prefix, const MimeHeader& from) {
+  removeHeadersBeginningWith(prefix);
+  for (const Field& field : from.m_fields) {
+    const std::string_view line = from.lineOf(field);
+    if (!beginsWithNoCase(from.nameOf(field), viewOf(prefix))) continue;
+    if (m_block.size() + line.size() > std::numeric_limits<std::uint32_t>::max()) break;
+    Field row = field;
+    row.nameOffset = static_cast<std::uint32_t>(m_block.size());
+    row.valueOffset = row.nameOffset + (field.valueOffset - field.nameOffset);
+    m_block += line;
+    m_fields.push_back(row);
+  }
+  m_has8bit |= from.m_has8bit;
+  m_hasOtherBreaks |= from.m_hasOtherBreaks;
+  if (m_detectedCodePage == 0) m_detectedCodePage = from.m_detectedCodePage;
+}
+
 void MimeHeader::copyMimeHeaderFrom(const MimeHeader& other, LogBase&) {
   const bool foldLongValues = m_foldLongValues;
   neverThrow(false, [&] {

@@ -120,6 +120,8 @@ class MimeHeader final : public SorvikObject {
   void removeMimeField(const char* name, bool all);
   /// Removes every field whose name begins with the prefix, ignoring case; none for an empty one.
   void removeHeadersBeginningWith(const char* prefix);
+  /// Replaces every field whose name begins with the prefix by those of another list, as they stand there.
+  void takeFieldsBeginningWith(const char* prefix, const MimeHeader& from);
   void copyMimeHeaderFrom(const MimeHeader& other, LogBase& log);
   /// Becomes an exact copy of another list, its options included. False, and unchanged, when memory ran out.
   bool cloneMimeHeader(const MimeHeader& other);

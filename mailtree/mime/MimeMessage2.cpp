@@ -51,6 +51,7 @@ void MimeMessage2::reset() {
   m_receivedBytes.reset();
   m_limits.clear();
   m_repairs = RepairSet();
+  m_isUnwrapped = false;
 }
 
 // Parsing
@@ -61,6 +62,22 @@ bool MimeMessage2::loadText(std::string_view mime, LogBase& log) {
     MimeParser::parse(mime, *this, log);
     return true;
   });
+}
+
+bool MimeMessage2::loadContent(std::string_view mime, int level, LogBase& log) {
+  return neverThrow(false, [&] {
+    reset();
+    MimeParser::parseContent(mime, *this, level, log);
+    return true;
+  });
+}
+
+bool MimeMessage2::reloadReceived(int level, LogBase& log) {
+  if (!m_receivedBytes) return false;
+  std::unique_ptr<DataBuffer> received = std::move(m_receivedBytes);
+  const bool loaded = loadContent(received->view(), level, log);
+  m_receivedBytes = std::move(received);
+  return loaded;
 }
 
 bool MimeMessage2::loadMimeComplete(const StringBuffer& mime, LogBase& log, bool /*option*/) {
@@ -190,6 +207,23 @@ void MimeMessage2::copyMimeBody(DataBuffer& out, LogBase& log) const {
 void MimeMessage2::extractMimeBody(DataBuffer& out, LogBase&) { out.takeData(m_body); }
 
 // Parts
+
+void MimeMessage2::adoptContent(MimeMessage2& content) {
+  m_header.takeFieldsBeginningWith("Content-", content.m_header);
+  m_contentType = std::move(content.m_contentType);
+  m_charset = std::move(content.m_charset);
+  m_parsedCharset = std::move(content.m_parsedCharset);
+  m_disposition = std::move(content.m_disposition);
+  m_filename = std::move(content.m_filename);
+  m_transferEncoding = std::move(content.m_transferEncoding);
+  m_contentId = std::move(content.m_contentId);
+  m_body.takeData(content.m_body);
+  deleteParts();
+  m_parts = std::move(content.m_parts);
+  m_receivedBytes.reset();
+  m_limits.add(content.m_limits);
+  m_repairs.add(content.m_repairs);
+}
 
 void MimeMessage2::newMultipartAlternative(LogBase& log) {
   m_contentType.m_type.setString("multipart/alternative");

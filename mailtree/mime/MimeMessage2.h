@@ -51,6 +51,12 @@ class MimeMessage2 final : public SorvikObject {
   bool loadMimeCompleteDb(DataBuffer& mime, LogBase& log);
   /// The parser under the three above.
   bool loadText(std::string_view mime, LogBase& log);
+  /// The same for what was found inside an entity at that level of a tree, the message itself being at 1: nothing
+  /// may stand before its header, which ends at the first empty line.
+  bool loadContent(std::string_view mime, int level, LogBase& log);
+  /// Parses this entity anew from the bytes as which it was received, and keeps them. The multiparts signed inside
+  /// it get theirs that way, which the parser gives to the outermost alone. Without them nothing happens.
+  bool reloadReceived(int level, LogBase& log);
   /// Strips directory parts from every attachment file name in the tree.
   void makeAttachmentFilenamesRelative(LogBase& log);
 
@@ -108,6 +114,8 @@ class MimeMessage2 final : public SorvikObject {
   /// Takes over type, disposition and transfer encoding of another entity, field by field as they were
   /// received.
   void copyContentFields(const MimeMessage2& from);
+  /// Becomes what another entity holds: its Content- fields, body and parts come here. All other fields stay.
+  void adoptContent(MimeMessage2& content);
   /// Makes this empty entity a multipart/alternative with a fresh boundary.
   void newMultipartAlternative(LogBase& log);
   void addPart(MimeMessage2* part);         ///< Takes ownership; null is ignored.
@@ -126,7 +134,9 @@ class MimeMessage2 final : public SorvikObject {
   /// without a block that decodes stays as it is.
   void uuDecodeAttachment(LogBase& log);
 
-  /// Verifies and strips signed layers and decrypts encrypted ones throughout the tree. (secure/)
+  /// Verifies and strips signed layers and decrypts encrypted ones throughout the tree, from outside in. What
+  /// cannot be opened stays as it is. An entity that was looked at before, or stands below one, is not looked at
+  /// again. (secure/unwrap.cpp)
   void unwrapSecurity3(UnwrapInfo& info, _clsCades& cades, SystemCerts& certs, LogBase& log);
 
   // Moving out, for loading
@@ -139,11 +149,15 @@ class MimeMessage2 final : public SorvikObject {
   /// For a child of a multipart/signed: its bytes exactly as received, header and all; null elsewhere.
   /// Moved out.
   std::unique_ptr<DataBuffer> extractReceivedBytes() noexcept { return std::move(m_receivedBytes); }
+  const DataBuffer* receivedBytes() const noexcept { return m_receivedBytes.get(); }
   bool isSignedContent() const noexcept { return m_receivedBytes != nullptr; }
 
   LimitSet limits() const noexcept { return m_limits; }  ///< Met while parsing; on the root.
   RepairSet repairs() const noexcept { return m_repairs; }
   void addRepair(Repair repair) noexcept { m_repairs.add(repair); }
+  void addLimit(Limit limit) noexcept { m_limits.add(limit); }
+  bool isUnwrapped() const noexcept { return m_isUnwrapped; }
+  void markUnwrapped() noexcept { m_isUnwrapped = true; }
 
  private:
   friend class MimeParser;
@@ -181,6 +195,7 @@ class MimeMessage2 final : public SorvikObject {
   std::unique_ptr<DataBuffer> m_receivedBytes;
   LimitSet m_limits;
   RepairSet m_repairs;
+  bool m_isUnwrapped = false;       ///< Security layers were looked for here.
   MimeMessage2* m_above = nullptr;  ///< The way back up while a tree is destroyed; set and read only there.
 };
 

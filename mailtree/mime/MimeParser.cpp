@@ -130,7 +130,11 @@ class MimeParser::Run {
   /// @param level  of the entity that the text belongs to, the message itself being at level 1.
   Run(std::string_view text, int level, Budget& budget) : m_text(text), m_level(level), m_budget(budget) {}
 
-  void parseMessage(MimeMessage2& root) {
+  /// A message of its own, or what stands inside another entity.
+  enum class Place { top, inside };
+
+  void parseEntity(MimeMessage2& root, Place place) {
+    m_place = place;
     --m_budget.parts;
     open(root, 0, readHeader(root, 0));
     splitParts();
@@ -195,6 +199,7 @@ class MimeParser::Run {
   const std::string_view m_text;
   const int m_level;
   Budget& m_budget;
+  Place m_place = Place::top;
   bool m_isDecoded = false;  ///< The text was found inside a transfer-encoded multipart.
   std::vector<Open> m_open;  ///< Outermost first.
   Leaf m_leaf;               ///< The part whose body is running; none in a preamble or epilogue.
@@ -265,7 +270,7 @@ std::size_t MimeParser::Run::readHeader(MimeMessage2& entity, std::size_t begin)
 std::size_t MimeParser::Run::loadHeader(MimeMessage2& entity, std::size_t begin, std::size_t end) {
   using EmptyLines = MimeHeader::LeadingEmptyLines;
   const std::string_view text = m_text.substr(begin, end - begin);
-  const bool isPart = !m_open.empty();
+  const bool isPart = m_place == Place::inside || !m_open.empty();
   const MimeHeader::Extent extent =
       entity.m_header.loadFromEntity(text, isPart ? EmptyLines::endHeader : EmptyLines::skip);
   if (extent.malformed && !text.empty()) entity.addRepair(Repair::headerSyntax);
@@ -456,11 +461,20 @@ bool MimeParser::Run::splitBodyOf(const Open& multipart) {
 
 void MimeParser::parse(std::string_view text, MimeMessage2& root, LogBase& log) {
   Budget budget;
-  Run run(skipPrologue(text), /*level=*/1, budget);
-  run.parseMessage(root);
-  root.m_limits = budget.limits;
+  Run(skipPrologue(text), /*level=*/1, budget).parseEntity(root, Run::Place::top);
+  finish(root, budget.limits, log);
+}
+
+void MimeParser::parseContent(std::string_view text, MimeMessage2& entity, int level, LogBase& log) {
+  Budget budget;
+  Run(text, level, budget).parseEntity(entity, Run::Place::inside);
+  finish(entity, budget.limits, log);
+}
+
+void MimeParser::finish(MimeMessage2& root, LimitSet limits, LogBase& log) {
+  root.m_limits = limits;
   for (const LimitName& limit : kLimitNames)
-    if (budget.limits.has(limit.limit)) log.logError(std::string("Limit met: ").append(limit.name));
+    if (limits.has(limit.limit)) log.logError(std::string("Limit met: ").append(limit.name));
 }
 
 }  // namespace mailtree

@@ -21,9 +21,13 @@ class MimeParser {
  public:
   /// Fills the empty entity `root`; the text must live until parse returns, not longer.
   static void parse(std::string_view text, MimeMessage2& root, LogBase& log);
+  /// The same for an entity found inside another one at that level, the message being at 1: a byte order mark or
+  /// an mbox line before it is none, and an empty line at its beginning ends its header.
+  static void parseContent(std::string_view text, MimeMessage2& entity, int level, LogBase& log);
 
  private:
   class Run;  ///< One pass over one text.
+  static void finish(MimeMessage2& root, LimitSet limits, LogBase& log);
 };
 
 }  // namespace mailtree

@@ -9,43 +9,56 @@
 #include "mailtree/email/internal.h"
 #include "mailtree/email/loading/received_body.h"
 #include "mailtree/email/loading/received_date.h"
+#include "mailtree/email/loading/settings_kept.h"
+#include "mailtree/email/loading/unwrapping.h"
 #include "mailtree/mime/MimeMessage2.h"
 #include "mailtree/mime/Uu.h"
 
 namespace mailtree {
 namespace {
 
+struct BuildOptions {
+  bool extractBody = true;
+  bool mend = true;              ///< Forms of other systems are unpacked, broken texts put right.
+  SystemCerts* certs = nullptr;  ///< What layers are opened with; null: none is looked for.
+};
+
 class TreeBuilder {
  public:
-  TreeBuilder(_svEmailCommon& common, bool extractBody, LogBase& log) noexcept
-      : m_common(common), m_extractBody(extractBody), m_log(log) {}
+  TreeBuilder(_svEmailCommon& common, const BuildOptions& options, LogBase& log) noexcept
+      : m_common(common), m_options(options), m_log(log) {}
 
   /// Null when memory ran out: the part is then left out of its parent, the rest of the message stays.
-  EmailPtr build(MimeMessage2& entity, int depth) noexcept {
-    return neverThrow(EmailPtr(), [&] { return convert(entity, depth); });
+  EmailPtr build(MimeMessage2& entity, int depth, bool unwrap) noexcept {
+    return neverThrow(EmailPtr(), [&] { return convert(entity, depth, unwrap); });
   }
 
  private:
-  EmailPtr convert(MimeMessage2& entity, int depth);
+  EmailPtr convert(MimeMessage2& entity, int depth, bool unwrap);
   void readEnvelope(const MimeMessage2& entity, Email2& node);
   void moveHeader(MimeMessage2& entity, Email2& node);
   void recordCharset(const _svCharset& charset, Email2& node);
   void resetSendSettings() noexcept;
   void takeBody(MimeMessage2& entity, Email2& node, const StringBuffer& charset);
   void moveBody(MimeMessage2& entity, Email2& node);
-  void addChildren(MimeMessage2& entity, Email2& node, int depth);
+  void addChildren(MimeMessage2& entity, Email2& node, int depth, bool unwrap);
   MimeMessage2& unpackChild(MimeMessage2& parent, int index, MimeMessage2& child);
 
   _svEmailCommon& m_common;
-  bool m_extractBody;
+  BuildOptions m_options;
   LogBase& m_log;
 };
 
-EmailPtr TreeBuilder::convert(MimeMessage2& entity, int depth) {
+EmailPtr TreeBuilder::convert(MimeMessage2& entity, int depth, bool unwrap) {
   LogContextExitor context(m_log, "createFromMimeObject");
+  // Deliberate: nothing is unwrapped below a multipart/mixed; whoever shows its parts looks there.
+  const bool unwrapHere = unwrap && !entity.isMultipartMixed();
+  const bool isMessage = equalsNoCase(viewOf(entity.getContentType()), "message/rfc822");
   EmailPtr node(Email2::createNewObject0(m_common));
   if (!node) return node;
 
+  if (unwrapHere && !isMessage && m_options.certs) unwrapReceived(entity, *node, *m_options.certs, m_log);
+  m_common.m_limits.add(entity.limits());
   node->m_repairs = entity.repairs();
   StringBuffer charset;
   entity.getCharset(charset);
@@ -53,7 +66,7 @@ EmailPtr TreeBuilder::convert(MimeMessage2& entity, int depth) {
   moveHeader(entity, *node);
   resetSendSettings();
   takeBody(entity, *node, charset);
-  addChildren(entity, *node, depth);
+  addChildren(entity, *node, depth, unwrapHere);
   return node;
 }
 
@@ -106,6 +119,7 @@ void TreeBuilder::resetSendSettings() noexcept {
 }
 
 void TreeBuilder::takeBody(MimeMessage2& entity, Email2& node, const StringBuffer& charset) {
+  if (!m_options.mend) return moveBody(entity, node);
   if (!takeUuencoded(node, *entity.getMimeBodyDb(), charset, m_log)) {
     // What has parts is no single file, whatever its fields say.
     if (entity.getNumParts() == 0) unpackAttachmentOnly(node, *entity.getMimeBodyDb(), m_log);
@@ -119,14 +133,14 @@ void TreeBuilder::takeBody(MimeMessage2& entity, Email2& node, const StringBuffe
 }
 
 void TreeBuilder::moveBody(MimeMessage2& entity, Email2& node) {
-  if (m_log.m_debugLogging) m_log.logInfo(m_extractBody ? "extractMimeBody..." : "copyMimeBody...");
-  if (m_extractBody)
+  if (m_log.m_debugLogging) m_log.logInfo(m_options.extractBody ? "extractMimeBody..." : "copyMimeBody...");
+  if (m_options.extractBody)
     entity.extractMimeBody(node.m_body, m_log);
   else
     entity.copyMimeBody(node.m_body, m_log);
 }
 
-void TreeBuilder::addChildren(MimeMessage2& entity, Email2& node, int depth) {
+void TreeBuilder::addChildren(MimeMessage2& entity, Email2& node, int depth, bool unwrap) {
   if (entity.getNumParts() == 0) return;
   if (depth >= kMaxDepth) {
     m_common.m_limits.add(Limit::depth);
@@ -135,7 +149,8 @@ void TreeBuilder::addChildren(MimeMessage2& entity, Email2& node, int depth) {
   for (int i = 0; i < entity.getNumParts(); ++i) {
     MimeMessage2& child = *entity.getPart(i);
     const std::unique_ptr<DataBuffer> received = child.extractReceivedBytes();
-    EmailPtr part = build(unpackChild(entity, i, child), depth + 1);
+    MimeMessage2& unpacked = m_options.mend ? unpackChild(entity, i, child) : child;
+    EmailPtr part = build(unpacked, depth + 1, unwrap);
     if (!part) continue;
     if (received) keepReceivedContent(*part, std::move(*received));
     if (node.m_subParts.appendObject(part.get())) std::ignore = part.release();  // now the parent's
@@ -161,11 +176,19 @@ MimeMessage2& TreeBuilder::unpackChild(MimeMessage2& parent, int index, MimeMess
 }  // namespace
 
 Email2* Email2::createFromMimeObject2(_svEmailCommon& common, MimeMessage2& entity, bool extractBody,
-                                      bool /*unwrap*/, LogBase& log, SystemCerts& /*certs*/) {
-  const LimitSet limits = entity.limits();
-  EmailPtr root = TreeBuilder(common, extractBody, log).build(entity, 0);
-  if (root) common.m_limits.add(limits);
-  return root.release();
+                                      bool unwrap, LogBase& log, SystemCerts& certs) {
+  const BuildOptions options{.extractBody = extractBody, .certs = &certs};
+  return TreeBuilder(common, options, log).build(entity, 0, unwrap).release();
+}
+
+EmailPtr loadWrittenContent(_svEmailCommon& common, std::string_view text, LogBase& log) {
+  return neverThrow(EmailPtr(), [&] {
+    LogContextExitor context(log, "createFromMimeText");
+    const SettingsKept kept(common);
+    MimeMessage2 tree;
+    if (!tree.loadText(text, log)) return EmailPtr();
+    return TreeBuilder(common, {.mend = false}, log).build(tree, 0, /*unwrap=*/false);
+  });
 }
 
 }  // namespace mailtree

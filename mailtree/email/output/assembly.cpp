@@ -93,9 +93,14 @@ void logLeaf(const Email2& node, bool isText, LogBase& log) {
   if (isText) log.LogDataLong("cp", node.emailCodePage());
 }
 
+/// Whether the body is ciphertext in the place of the text that the Content-Type tells of: to be written as it is.
+bool isEncryptedInPlace(const Email2& node) noexcept {
+  return node.m_header.findField("x-original-encoding") >= 0;
+}
+
 OutgoingBody chooseBody(Email2& node, bool isAttachment, LogBase& log) {
-  const bool isText =
-      !isAttachment && !hasChildren(node) && beginsWithNoCase(node.m_contentType.m_type, "text/");
+  const bool isText = !isAttachment && !hasChildren(node) &&
+                      beginsWithNoCase(node.m_contentType.m_type, "text/") && !isEncryptedInPlace(node);
   if (isText) node.refreshContentTypeHeader(log);
   logLeaf(node, isText, log);
   return isText ? outgoingText(node, log) : storedBody(node);

@@ -111,6 +111,14 @@ void keepReceivedContent(Email2& node, DataBuffer&& bytes) {
   node.m_received = std::move(received);
 }
 
+void keepReceivedContent(Email2& node, StringBuffer&& text) {
+  auto received = std::make_unique<ReceivedContent>();
+  received->text = std::move(text);
+  received->bytes.borrowData(received->text.getString(), received->text.getSize());
+  received->fingerprint = contentFingerprint(node);
+  node.m_received = std::move(received);
+}
+
 const DataBuffer* unchangedReceivedContent(const Email2& node) {
   if (!node.m_received || contentFingerprint(node) != node.m_received->fingerprint) return nullptr;
   return &node.m_received->bytes;

@@ -1,6 +1,7 @@
 // email/structure/messages.cpp - messages inside a message: attached ones and the entries of a digest.
 #include <vector>
 
+#include "mailtree/email/loading/settings_kept.h"
 #include "mailtree/email/structure/enclosure_walk.h"
 
 namespace mailtree {
@@ -132,32 +133,9 @@ void removeMessagesFrom(Email2& enclosure) {
   parts.removeAll();
 }
 
-/// Loading takes for granted that what comes in is not to be sent signed or encrypted and is on no server. An
-/// attached message shares its settings with a message of which that may be untrue.
-class SendSettingsKept {
- public:
-  explicit SendSettingsKept(_svEmailCommon& common) noexcept
-      : m_common(common),
-        m_sendSigned(common.m_sendSigned),
-        m_sendEncrypted(common.m_sendEncrypted),
-        m_idOnServer(common.m_idOnServer) {}
-  SendSettingsKept(const SendSettingsKept&) = delete;
-  SendSettingsKept& operator=(const SendSettingsKept&) = delete;
-  ~SendSettingsKept() {
-    m_common.m_sendSigned = m_sendSigned;
-    m_common.m_sendEncrypted = m_sendEncrypted;
-    m_common.m_idOnServer = m_idOnServer;
-  }
-
- private:
-  _svEmailCommon& m_common;
-  bool m_sendSigned, m_sendEncrypted;
-  int m_idOnServer;
-};
-
 Email2* loadInner(_svEmailCommon& common, std::string_view message, bool unwrap, SystemCerts& certs,
                   LogBase& log) {
-  const SendSettingsKept kept(common);
+  const OutcomeKept kept(common);  // of the message around it, whose settings are shared
   StringBuffer mime;
   if (!mime.setString(message)) return nullptr;
   return Email2::createFromMimeText2(common, mime, /*discardInput=*/true, unwrap, certs, log,

@@ -1,0 +1,22 @@
+// secure/inner_content.h - what was found inside a layer, put in the place of the layer.
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+#include "mailtree/crypto/UnwrapInfo.h"
+#include "mailtree/mime/MimeMessage2.h"
+#include "mailtree/secure/part_path.h"
+
+namespace mailtree {
+
+/// Parses the content of an opened layer. One that is no MIME entity, as some programs encrypt, becomes a text/plain
+/// with every byte of it in the body.
+void loadLayerContent(std::string_view bytes, int level, MimeMessage2& content, LogBase& log);
+
+/// Puts the content in the place of its layer: the Content- fields come from inside, all others stay as they stand
+/// outside, where the message is displayed from. `differing` receives those that say something else inside.
+void replaceLayer(MimeMessage2& layer, MimeMessage2& content, const PartPath& path,
+                  std::vector<InnerField>& differing);
+
+}  // namespace mailtree

@@ -1,0 +1,43 @@
+#include "mailtree/secure/received_signature.h"
+
+#include <algorithm>
+#include <new>
+#include <utility>
+
+#include "mailtree/base/Log.h"
+#include "mailtree/base/StringBuffer.h"
+#include "mailtree/crypto/Pkcs7Opener.h"
+
+namespace mailtree {
+namespace {
+
+bool anyDigestMatched(const SecureLayer& layer) noexcept {
+  return std::ranges::any_of(layer.signers, &SignerVerdict::digestMatched);
+}
+
+bool isStoredWithLf(std::string_view content) noexcept {
+  return content.find('\n') != std::string_view::npos && content.find('\r') == std::string_view::npos;
+}
+
+/// As it travelled. Takes the place of the first verdict only when it is better.
+void verifyWithCrlf(std::string_view der, std::string_view content, SystemCerts& certs, SecureLayer& layer,
+                    LogBase& log) {
+  StringBuffer travelled(content);
+  if (!travelled.toCRLF()) throw std::bad_alloc();
+  SecureLayer second;
+  if (Pkcs7Opener::verifyDetached(der, travelled, certs, second, log) && anyDigestMatched(second))
+    layer = std::move(second);
+}
+
+}  // namespace
+
+bool verifyReceived(std::string_view der, std::string_view content, SystemCerts& certs, SecureLayer& layer,
+                    LogBase& log) {
+  if (!isStoredWithLf(content)) return Pkcs7Opener::verifyDetached(der, content, certs, layer, log);
+  LogNull quiet;  // a first try that fails is nothing to report
+  if (!Pkcs7Opener::verifyDetached(der, content, certs, layer, quiet)) return false;
+  if (!anyDigestMatched(layer)) verifyWithCrlf(der, content, certs, layer, log);
+  return true;
+}
+
+}  // namespace mailtree

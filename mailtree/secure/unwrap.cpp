@@ -1,0 +1,206 @@
+// secure/unwrap.cpp - security layers taken off a parse tree, from outside in.
+//
+// One walk from the top. Where a layer stands, it is opened and what it holds takes its place, which is then looked
+// at again, for layers come nested in any order. A layer that cannot be opened stays, wholly. Content is parsed a
+// second time only where the first parse lacks something: the bytes as received of a multipart/signed that stands
+// inside another one.
+
+#include <algorithm>
+#include <new>
+#include <string>
+#include <tuple>
+#include <utility>
+
+#include "mailtree/base/Log.h"
+#include "mailtree/crypto/Pkcs7Opener.h"
+#include "mailtree/crypto/UnwrapInfo.h"
+#include "mailtree/mime/MimeMessage2.h"
+#include "mailtree/secure/coverage.h"
+#include "mailtree/secure/inner_content.h"
+#include "mailtree/secure/layer_forms.h"
+#include "mailtree/secure/received_signature.h"
+
+namespace mailtree {
+namespace {
+
+class Unwrapper {
+ public:
+  Unwrapper(MimeMessage2& message, UnwrapInfo& info, SystemCerts& certs, LogBase& log) noexcept
+      : m_message(message), m_info(info), m_certs(certs), m_log(log) {}
+
+  void run() {
+    visit(m_message, PartPath());
+    listUncovered(m_message, m_info.m_layers);
+  }
+
+ private:
+  enum class Found { nothing, anotherContent };
+
+  void visit(MimeMessage2& entity, const PartPath& path);
+  Found takeOff(MimeMessage2& entity, const PartPath& path);
+  bool isEnough();
+
+  Found takeOffSignature(MimeMessage2& entity, const PartPath& path);
+  Found open(MimeMessage2& entity, const PartPath& path);
+  bool verify(MimeMessage2& entity, SecureLayer& layer);
+  Owned<MimeMessage2> takeSignedContent(MimeMessage2& entity, int level);
+  void becomeMixed(MimeMessage2& entity, Owned<MimeMessage2> content);
+  void showBytesOfInnerSignatures(MimeMessage2& entity, int level);
+  void record(SecureLayer&& layer);
+
+  MimeMessage2& m_message;
+  UnwrapInfo& m_info;
+  SystemCerts& m_certs;
+  LogBase& m_log;
+  std::string m_sender;  ///< Read when the first layer is met: most messages have none.
+  int m_reloads = 0;
+};
+
+/// The recursion is bounded: whatever is found in a layer is parsed as deep as it stands.
+void Unwrapper::visit(MimeMessage2& entity, const PartPath& path) {
+  const auto layersBefore = static_cast<std::ptrdiff_t>(m_info.m_layers.size());
+  while (takeOff(entity, path) == Found::anotherContent) continue;
+  entity.markUnwrapped();
+  if (isMultipartSigned(entity)) showBytesOfInnerSignatures(entity, path.level + 1);
+  for (int i = 0; i < entity.getNumParts(); ++i) visit(*entity.getPart(i), path.part(i));
+
+  // A layer taken off here or below: the bytes as received hold what is no longer there.
+  if (std::any_of(m_info.m_layers.begin() + layersBefore, m_info.m_layers.end(),
+                  [](const SecureLayer& layer) { return layer.opened; }))
+    std::ignore = entity.extractReceivedBytes();
+}
+
+Unwrapper::Found Unwrapper::takeOff(MimeMessage2& entity, const PartPath& path) {
+  if (hasDetachedSignature(entity)) return isEnough() ? Found::nothing : takeOffSignature(entity, path);
+  if (isPkcs7Mime(entity)) return isEnough() ? Found::nothing : open(entity, path);
+  return Found::nothing;
+}
+
+/// Whether a message has had all the layers that one may have. Those that could not be opened count: each costs a
+/// look at every key.
+bool Unwrapper::isEnough() {
+  if (m_info.m_layers.empty()) m_sender = soleSender(m_message, m_log);
+  if (m_info.m_layers.size() < static_cast<std::size_t>(kMaxUnwrappedLayers)) return false;
+  m_message.addLimit(Limit::layers);
+  return true;
+}
+
+// Detached signatures
+
+Unwrapper::Found Unwrapper::takeOffSignature(MimeMessage2& entity, const PartPath& path) {
+  constexpr int kContentAndSignature = 2;
+  const bool hasMore = entity.getNumParts() > kContentAndSignature;
+  SecureLayer layer;
+  layer.opened = verify(entity, layer);
+  layer.kind = LayerKind::detachedSignature;
+  layer.part = layer.opened && hasMore ? path.part(0).text() : path.text();
+  matchSender(layer, m_sender);
+  const bool opened = layer.opened;
+  record(std::move(layer));
+  if (!opened) return Found::nothing;
+
+  Owned<MimeMessage2> content = takeSignedContent(entity, hasMore ? path.level + 1 : path.level);
+  if (hasMore) {
+    becomeMixed(entity, std::move(content));
+    return Found::nothing;
+  }
+  replaceLayer(entity, *content, path, m_info.m_innerFields);
+  return Found::anotherContent;
+}
+
+bool Unwrapper::verify(MimeMessage2& entity, SecureLayer& layer) {
+  const MimeMessage2* const content = entity.getPart(0);
+  const MimeMessage2* const signature = signaturePart(entity);
+  const DataBuffer* const received = content ? content->receivedBytes() : nullptr;
+  if (received && signature &&
+      verifyReceived(signature->getMimeBodyDb()->view(), received->view(), m_certs, layer, m_log))
+    return true;
+  if (layer.problem.empty()) layer.problem = "there is no signature that can be read";
+  return false;
+}
+
+/// The content, as parsed with the message; anew when signatures inside it need their own bytes.
+Owned<MimeMessage2> Unwrapper::takeSignedContent(MimeMessage2& entity, int level) {
+  Owned<MimeMessage2> content(entity.extractPart(0));
+  if (holdsDetachedSignature(*content) && !content->reloadReceived(level, m_log)) throw std::bad_alloc();
+  std::ignore = content->extractReceivedBytes();
+  return content;
+}
+
+/// What somebody put behind the signature is not lost, and stands where it is seen not to be signed: beside the
+/// signed content.
+void Unwrapper::becomeMixed(MimeMessage2& entity, Owned<MimeMessage2> content) {
+  for (int i = 0; i < entity.getNumParts(); ++i) std::ignore = entity.getPart(i)->extractReceivedBytes();
+  entity.addPartInFront(content.release());
+  const MimeMessage2* const signature = signaturePart(entity);
+  int index = 1;
+  while (entity.getPart(index) != signature) ++index;
+  const Owned<MimeMessage2> removed(entity.extractPart(index));
+  const StringBuffer boundary(entity.contentType().m_boundary);
+  // Replaced as a whole: protocol and digest were those of the signature.
+  entity.addReplaceHeaderFieldUtf8("Content-Type", "multipart/mixed", m_log);
+  entity.setBoundary(boundary.getString(), m_log);
+}
+
+/// The parser keeps the bytes as received for the outermost multipart/signed alone. Where that one stays, such as a
+/// signature by OpenPGP, those inside it get theirs by a second parse; not too often, for each is a copy.
+void Unwrapper::showBytesOfInnerSignatures(MimeMessage2& entity, int level) {
+  for (int i = 0; i < entity.getNumParts(); ++i) {
+    MimeMessage2& part = *entity.getPart(i);
+    if (!part.receivedBytes() || !holdsDetachedSignature(part)) continue;
+    if (m_reloads++ >= kMaxUnwrappedLayers) return m_message.addLimit(Limit::layers);
+    if (!part.reloadReceived(level, m_log)) throw std::bad_alloc();
+  }
+}
+
+// Everything else
+
+Unwrapper::Found Unwrapper::open(MimeMessage2& entity, const PartPath& path) {
+  SecureLayer layer;
+  DataBuffer bytes;
+  const bool opened = Pkcs7Opener::open(entity.getMimeBodyDb()->view(), m_certs, bytes, layer, m_log);
+  if (layer.kind == LayerKind::unknown) layer.kind = claimedKind(entity);
+  layer.opened = opened;
+  layer.part = path.text();
+  matchSender(layer, m_sender);
+  record(std::move(layer));
+  if (!opened) return Found::nothing;
+
+  MimeMessage2 content;
+  loadLayerContent(bytes.view(), path.level, content, m_log);
+  replaceLayer(entity, content, path, m_info.m_innerFields);
+  return Found::anotherContent;
+}
+
+void Unwrapper::record(SecureLayer&& layer) {
+  if (layer.isSigned()) {
+    ++m_info.m_numSigned;
+    m_info.m_allSignaturesValid &= layer.opened && layer.allSignaturesValid();
+    for (const SignerVerdict& signer : layer.signers)
+      if (signer.certificate)
+        CertificateHolder::appendNewCertHolder(signer.certificate.get(), m_info.m_signerCerts, m_log);
+  }
+  if (layer.isEncrypted()) {
+    ++m_info.m_numEncrypted;
+    m_info.m_allDataDecrypted &= layer.opened;
+    if (layer.opened && layer.recipient)
+      CertificateHolder::appendNewCertHolder(layer.recipient.get(), m_info.m_decryptCerts, m_log);
+  }
+  m_info.m_hasSecureLayer |= layer.isSigned() || layer.isEncrypted();
+  m_info.m_layers.push_back(std::move(layer));
+}
+
+}  // namespace
+
+void MimeMessage2::unwrapSecurity3(UnwrapInfo& info, _clsCades& /*cades*/, SystemCerts& certs, LogBase& log) {
+  if (m_isUnwrapped) return;
+  const bool finished = neverThrow(false, [&] {
+    Unwrapper(*this, info, certs, log).run();
+    return true;
+  });
+  if (finished) return;
+  info.m_allSignaturesValid = info.m_allDataDecrypted = false;
+  log.logError("No memory for the content of a security layer.");
+}
+
+}  // namespace mailtree
