@@ -421,6 +421,12 @@ TEST(Node, does_without_shared_settings) {
 /// Settings on the heap with one reference held here.
 RefPtr<_svEmailCommon> newCommon() { return RefPtr<_svEmailCommon>(new _svEmailCommon); }
 
+RefPtr<Certificate> certificateOf(const std::string& name) {
+  SystemCerts certs;
+  certs.addFromFile((MAILTREE_TEST_DATA "/secure/" + name + ".pem").c_str(), nullptr, quiet);
+  return RefPtr<Certificate>(certs.getCertificate(0));
+}
+
 TEST(SharedSettings, are_copied_one_by_one) {
   const auto from = newCommon(), to = newCommon();
   from->m_charset.setByCodePage(936);
@@ -434,7 +440,7 @@ TEST(SharedSettings, are_copied_one_by_one) {
   from->m_limits.add(Limit::depth);
   ExtPtrArray* lists[] = {&from->m_signerCerts, &from->m_decryptCerts, &from->m_encryptCerts};
   for (int i = 0; i < 3; ++i)
-    for (int n = 0; n <= i; ++n) lists[i]->appendObject(new CertificateHolder(*new Certificate));
+    for (int n = 0; n <= i; ++n) lists[i]->appendObject(new CertificateHolder(*certificateOf("bob")));
   from->copyFrom(*from);
   EXPECT_EQ(from->m_encryptCerts.getSize(), 3) << "copied onto itself";
 
@@ -456,7 +462,7 @@ TEST(SharedSettings, are_copied_one_by_one) {
 }
 
 TEST(SharedSettings, deliberate_signing_certificate_is_overwritten_unreleased_and_never_cleared) {
-  const RefPtr<Certificate> held(new Certificate), given(new Certificate);
+  const RefPtr<Certificate> held = certificateOf("alice"), given = certificateOf("bob");
   {
     const auto from = newCommon(), to = newCommon();
     to->m_signingCert = held.get();

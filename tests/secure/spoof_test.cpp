@@ -1,0 +1,234 @@
+// What is done to make a reader believe that somebody said something which nobody signed.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "tests/secure/secure_mail.h"
+#include "tests/support/messages.h"
+#include "tests/support/tree_notation.h"
+
+namespace mailtree {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+using Uncovered = std::vector<std::string>;
+
+const std::string kText = "Content-Type: text/plain\r\n\r\nPay Bob 10.\r\n";
+const std::string kForged = "Content-Type: text/plain\r\n\r\nPay Mallory 1000.\r\n";
+const std::string kFrom = "From: alice@example.com\r\n";
+
+class Spoof : public ::testing::Test {
+ protected:
+  EmailPtr receive(const std::string& message) { return mailtree::receive(message, m_people.certs); }
+  std::string sign(const std::string& content) { return multipartSigned(content, *m_people["alice"]); }
+  static const SecureLayer& layerOf(const EmailPtr& mail, std::size_t index = 0) {
+    return mail->m_common->m_secureLayers.at(index);
+  }
+
+  Identities m_people{"alice", "bob"};
+  LogNull m_log;
+};
+
+std::string alternative(const std::string& first, const std::string& second) {
+  return "Content-Type: multipart/alternative; boundary=alt\r\n\r\n--alt\r\n" + first + "\r\n--alt\r\n" +
+         second + "\r\n--alt--\r\n";
+}
+
+TEST_F(Spoof, a_part_beside_a_signed_one_is_named_as_not_covered) {
+  const struct {
+    const char* what;
+    std::string message;
+    const char* part;
+    Uncovered uncovered;
+  } rows[] = {
+      {"all of it signed", kFrom + sign(alternative(kText, kText)), "1", {}},
+      {"behind", kFrom + alternative(sign(kText), kForged), "1.1", {"1.2"}},
+      {"in front", kFrom + alternative(kForged, sign(kText)), "1.2", {"1.1"}},
+      {"a tree",
+       kFrom + alternative(sign(kText), sign(alternative(kForged, kForged))),
+       "1.1",
+       {"1.2.1", "1.2.2"}},
+  };
+  for (const auto& row : rows) {
+    const EmailPtr mail = receive(row.message);
+    EXPECT_EQ(layerOf(mail).part, row.part) << row.what;
+    EXPECT_EQ(layerOf(mail).uncovered, row.uncovered) << row.what;
+  }
+}
+
+TEST_F(Spoof, a_part_behind_the_signature_is_kept_beside_the_signed_content) {
+  std::string message = kFrom + sign(kText);
+  const std::size_t end = message.rfind("--\r\n");
+  const std::size_t line = message.rfind("\r\n--", end);
+  message.insert(line, message.substr(line, end - line) + "\r\n" + kForged);
+  const EmailPtr mail = receive(message);
+  EXPECT_EQ(printTree(mail), "mixed(plain,plain)");
+  EXPECT_EQ(layersOf(*mail), "detached-signature 1.1 valid");
+  EXPECT_EQ(layerOf(mail).uncovered, (Uncovered{"1.2"}));
+  EXPECT_EQ(mail->getPart(0)->m_body.view(), "Pay Bob 10.\r\n");
+  EXPECT_THAT(write(*mail), Not(HasSubstr("micalg")));
+}
+
+TEST_F(Spoof, only_one_sender_can_be_the_signer) {
+  const struct {
+    const char* header;
+    bool matches;
+  } rows[] = {
+      {"From: alice@example.com\r\n", true},
+      {"From: \"Bob\" <alice@EXAMPLE.com>\r\n", true},
+      {"From: Alice@example.com\r\n", false},
+      {"From: bob@example.com\r\n", false},
+      {"From: \"alice@example.com\" <bob@example.com>\r\n", false},
+      {"From: =?utf-8?Q?alice=40example.com?= <bob@example.com>\r\n", false},
+      {"From: alice@example.com\r\nFrom: bob@example.com\r\n", false},
+      {"From: bob@example.com\r\nfrom: alice@example.com\r\n", false},
+      {"From: alice@example.com, bob@example.com\r\n", false},
+      {"Sender: alice@example.com\r\n", false},
+      {"Subject: x\r\n", false},
+  };
+  for (const auto& row : rows) {
+    for (const std::string& entity : {sign(kFrom + kText), opaque(kFrom + kText, *m_people["alice"])}) {
+      const EmailPtr mail = receive(row.header + entity);
+      ASSERT_TRUE(layerOf(mail).allSignaturesValid()) << row.header;
+      EXPECT_EQ(layerOf(mail).signers.at(0).addressMatches, row.matches) << row.header;
+    }
+  }
+}
+
+TEST_F(Spoof, a_signature_over_something_else_is_worth_nothing) {
+  Certificate& alice = *m_people["alice"];
+  const struct {
+    const char* what;
+    std::string der;
+  } rows[] = {
+      {"detached, over nothing", signedDer("", alice, /*detached=*/true)},
+      {"over an empty content of its own", signedDer("", alice, /*detached=*/false)},
+      {"over another content of its own", signedDer(kText, alice, /*detached=*/false)},
+      {"of another message", signedDer(kText, alice, /*detached=*/true)},
+  };
+  for (const auto& row : rows) {
+    const EmailPtr mail = receive(kFrom + multipartSignedAs(kForged, row.der));
+    EXPECT_FALSE(mail->getAllSignaturesValid()) << row.what;
+    EXPECT_EQ(layersOf(*mail), "detached-signature 1 invalid") << row.what;
+  }
+  const EmailPtr empty = receive(kFrom + pkcs7Mime(signedDer("", alice, /*detached=*/false), "signed-data"));
+  EXPECT_TRUE(empty->m_body.isEmpty()) << "nothing is shown that was not signed";
+}
+
+TEST_F(Spoof, html_around_an_encrypted_part_is_not_joined_with_it) {
+  const auto html = [](const char* text) {
+    return std::string("Content-Type: text/html\r\n\r\n") + text + "\r\n";
+  };
+  const std::string secret = enveloped(html("secret"), *m_people["bob"]);
+  for (const char* subtype : {"related", "mixed"}) {
+    const EmailPtr mail = receive(kFrom + "Content-Type: multipart/" + subtype +
+                                  "; boundary=b\r\n\r\n--b\r\n" + html("<img src=\"http://evil/") +
+                                  "\r\n--b\r\n" + secret + "\r\n--b\r\n" + html("\">") + "\r\n--b--\r\n");
+    ASSERT_EQ(mail->getNumParts(), 3) << subtype;
+    for (int i = 0; i < 3; ++i) {
+      const std::string_view body = mail->getPart(i)->m_body.view();
+      EXPECT_FALSE(contains(body, "secret") && (contains(body, "evil") || contains(body, "\">"))) << body;
+    }
+  }
+}
+
+TEST_F(Spoof, a_signed_message_inside_another_does_not_speak_for_it) {
+  const std::string forwarded = kFrom + sign(kText);
+  const EmailPtr mail =
+      receive("From: mallory@example.com\r\nContent-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\n" +
+              kForged + "\r\n--b\r\nContent-Type: message/rfc822\r\n\r\n" + forwarded + "\r\n--b--\r\n");
+  EXPECT_EQ(layersOf(*mail), "");
+  int counter = 0;
+  const EmailPtr inner(mail->getAttachedMessage(0, counter, m_people.certs, m_log));
+  ASSERT_TRUE(inner);
+  EXPECT_EQ(printTree(inner), "plain") << "its layer is taken off";
+  EXPECT_FALSE(mail->m_common->m_receivedSecure || mail->getReceivedSigned() ||
+               mail->getAllSignaturesValid());
+  EXPECT_EQ(layersOf(*mail), "");
+  EXPECT_FALSE(mail->getSignedBy(0, m_log));
+}
+
+TEST_F(Spoof, an_attached_message_takes_nothing_from_the_signed_one_around_it) {
+  const std::string bad = kFrom + multipartSignedAs(kForged, signedDer(kText, *m_people["alice"], true));
+  const EmailPtr mail =
+      receive(kFrom + sign("Content-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\n" + kText +
+                           "\r\n--b\r\nContent-Type: message/rfc822\r\n\r\n" + bad + "\r\n--b--\r\n"));
+  for (const char* options : {"", "NoUnwrapAttachedMessage"}) {
+    LogNull log;
+    log.m_options.setString(options);
+    int counter = 0;
+    const EmailPtr inner(mail->getAttachedMessage(0, counter, m_people.certs, log));
+    EXPECT_EQ(printTree(inner), *options ? "signed(plain,p7s)" : "plain");
+    EXPECT_TRUE(mail->getAllSignaturesValid());
+    EXPECT_EQ(layersOf(*mail), "detached-signature 1 valid");
+    EXPECT_TRUE(mail->getSignedBy(0, m_log) && !mail->getSignedBy(1, m_log));
+  }
+}
+
+TEST_F(Spoof, a_failed_decryption_releases_nothing) {
+  for (const ContentCipher cipher : {ContentCipher::aesCbc, ContentCipher::aesGcm}) {
+    std::string der = envelopedDer(kText, *m_people["bob"], cipher);
+    for (const std::size_t fromEnd : {1u, 17u, 40u}) {
+      std::string changed = der;
+      changed[changed.size() - fromEnd] ^= 1;
+      const EmailPtr mail = receive(kFrom + pkcs7Mime(changed, "enveloped-data"));
+      if (mail->getAllDataDecrypted() && cipher == ContentCipher::aesCbc) continue;  // garbage, by its nature
+      EXPECT_EQ(layersOf(*mail).find("open"), std::string::npos) << fromEnd;
+      EXPECT_EQ(mail->m_body.view(), changed) << fromEnd;
+    }
+  }
+}
+
+// Tampering
+
+/// The signed content as a reader sees it: everything of the tree but the outer header.
+std::string shown(const Email2& node) {
+  std::string out(node.m_contentType.m_type.view());
+  out.append(":").append(node.m_body.view()).append("(");
+  for (int i = 0; i < node.getNumParts(); ++i) out += shown(*node.getPartConst(i));
+  return out + ")";
+}
+
+/// Whether every displayed part is covered by a good signature.
+bool claimsToBeGood(const Email2& mail) {
+  const auto& layers = mail.m_common->m_secureLayers;
+  if (!mail.getAllSignaturesValid()) return false;
+  for (const SecureLayer& layer : layers)
+    if (layer.isSigned() && layer.allSignaturesValid() && layer.part == "1" && layer.uncovered.empty())
+      return true;
+  return false;
+}
+
+TEST_F(Spoof, no_changed_byte_of_what_was_signed_is_called_valid) {
+  const std::string content = alternative(
+      kText,
+      "Content-Type: text/html\r\nContent-Transfer-Encoding: base64\r\n\r\nPHA+UGF5IEJvYiAxMC48L3A+\r\n");
+  const struct {
+    const char* what;
+    std::string message;
+  } rows[] = {
+      {"detached", kFrom + sign(content)},
+      {"opaque", kFrom + opaque(content, *m_people["alice"])},
+      {"cbc", kFrom + enveloped(sign(content), *m_people["bob"])},
+      {"gcm", kFrom + enveloped(sign(content), *m_people["bob"], ContentCipher::aesGcm)},
+  };
+  constexpr std::size_t kPositions = 500;  // of each of the four
+  for (const auto& row : rows) {
+    const std::string good = shown(*receive(row.message));
+    const std::size_t step = std::max<std::size_t>(1, row.message.size() / kPositions);
+    for (std::size_t at = kFrom.size() + 1; at < row.message.size(); at += step) {
+      std::string changed = row.message;
+      changed[at] = static_cast<char>(changed[at] ^ (1 << (at % 7)));
+      const EmailPtr mail = receive(changed);
+      const bool isOpenGcm =
+          std::string_view(row.what) == "gcm" && mail->getReceivedEncrypted() && mail->getAllDataDecrypted();
+      if (!claimsToBeGood(*mail) && !isOpenGcm) continue;
+      EXPECT_EQ(shown(*mail), good) << row.what << " at " << at << ": " << changed.substr(at - 1, 20);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace mailtree

@@ -1,0 +1,115 @@
+#include <gtest/gtest.h>
+
+#include "mailtree/crypto/SymmetricCipher.h"
+#include "mailtree/mime/ContentCoding.h"
+#include "tests/secure/secure_mail.h"
+#include "tests/support/dead_node.h"
+#include "tests/support/messages.h"
+#include "tests/support/tree_notation.h"
+
+namespace mailtree {
+namespace {
+
+constexpr const char* kMark = "x-original-encoding";
+
+class Symmetric : public ::testing::Test {
+ protected:
+  Symmetric() { m_settings.setKey("0123456789abcdef"); }
+  bool encrypt(Email2& mail) { return mail.aesStandardEncryptAnsi(m_cipher, m_settings, m_log); }
+  bool decrypt(Email2& mail, bool isBinary = false) {
+    return mail.aesStandardDecryptAnsi(m_cipher, isBinary, m_settings, m_log);
+  }
+
+  SymmetricCipher m_cipher;
+  _svSymSettings m_settings;
+  LogMemory m_log;
+};
+
+TEST_F(Symmetric, bodies_and_encodings_come_back_and_the_mark_goes) {
+  for (const CipherMode mode : {CipherMode::cbc, CipherMode::ctr, CipherMode::gcm}) {
+    m_settings.m_mode = mode;
+    const EmailPtr mail =
+        buildTree("mixed(plain[enc=quoted-printable,body=Hello],calendar[body=],pdf[enc=binary]:attachment)");
+    const std::string before = write(*mail);
+    ASSERT_TRUE(encrypt(*mail)) << m_log.text();
+    EXPECT_EQ(field(*mail, kMark), "(absent)") << "it has no body";
+    EXPECT_EQ(field(*mail->getPart(0), kMark), "quoted-printable");
+    EXPECT_EQ(field(*mail->getPart(1), kMark), "(absent)");
+    EXPECT_EQ(field(*mail->getPart(0), "Content-Transfer-Encoding"), "base64");
+    EXPECT_TRUE(ContentCoding::isBase64(mail->getPart(2)->m_body.view()));
+    const EmailPtr travelled = load(write(*mail));
+    for (Email2* each : {mail.get(), travelled.get()}) {
+      ASSERT_TRUE(decrypt(*each)) << m_log.text();
+      EXPECT_EQ(each->getPart(0)->m_body.view(), "Hello");
+      EXPECT_EQ(each->getPart(0)->m_transferEncoding.view(), "quoted-printable");
+      EXPECT_EQ(field(*each->getPart(0), kMark), "(absent)");
+      EXPECT_EQ(each->getPart(2)->m_transferEncoding.view(), "binary");
+    }
+    EXPECT_EQ(write(*mail), before) << static_cast<int>(mode);
+  }
+}
+
+TEST_F(Symmetric, ciphertext_is_written_as_it_stands_whatever_the_charset) {
+  for (const int codePage : {28591, 1200, 50220, 65000}) {
+    const EmailPtr mail = buildTree("html[body=<p>x</p>]");
+    mail->use_codepage(codePage);
+    ASSERT_TRUE(encrypt(*mail));
+    StringBuffer twice;
+    ContentCoding::encodeBase64(mail->m_body.getData2(), mail->m_body.getSize(), twice);
+    const std::string written = write(*mail);
+    EXPECT_EQ(written.substr(written.find("\r\n\r\n") + 4), twice.view()) << codePage;
+  }
+}
+
+TEST_F(Symmetric, a_wrong_key_is_noticed_in_gcm_and_the_body_stays) {
+  m_settings.m_mode = CipherMode::gcm;
+  const EmailPtr mail = buildTree("mixed(plain,html)");
+  ASSERT_TRUE(encrypt(*mail));
+  const std::string before(mail->getPart(0)->m_body.view());
+  m_settings.setKey("0123456789abcdeF");
+  EXPECT_FALSE(decrypt(*mail));
+  EXPECT_EQ(mail->getPart(0)->m_body.view(), before);
+  EXPECT_EQ(m_log.entries().back().kind, LogEntry::Kind::ContextClose);
+}
+
+TEST_F(Symmetric, deliberately_nodes_done_before_a_failure_stay_changed) {
+  const EmailPtr mail = buildTree("mixed(plain,html)");
+  ASSERT_TRUE(encrypt(*mail));
+  mail->getPart(1)->m_body.clear();
+  mail->getPart(1)->m_body.append("no whole block");
+  EXPECT_FALSE(decrypt(*mail, /*isBinary=*/false));
+  EXPECT_EQ(mail->getPart(0)->m_body.view(), "plain");
+  EXPECT_EQ(mail->getPart(1)->m_body.view(), "no whole block");
+}
+
+TEST_F(Symmetric, ciphertext_that_is_no_base64_text_or_said_to_be_binary_is_taken_as_it_is) {
+  for (const bool isBinary : {false, true}) {
+    Email2 mail;
+    DataBuffer plain, ciphertext;
+    plain.append("Hello");
+    ASSERT_TRUE(m_cipher.encryptAll(m_settings, plain, ciphertext, m_log));
+    mail.m_body.takeData(ciphertext);
+    EXPECT_TRUE(decrypt(mail, isBinary));
+    EXPECT_EQ(mail.m_body.view(), "Hello");
+    EXPECT_TRUE(mail.m_transferEncoding.isEmpty()) << "no former one is known";
+  }
+}
+
+TEST_F(Symmetric, an_empty_body_decrypts_to_an_empty_body) {
+  Email2 mail;
+  mail.setHeaderField(kMark, "8bit", m_log);
+  EXPECT_TRUE(decrypt(mail));
+  EXPECT_TRUE(mail.m_body.isEmpty());
+  EXPECT_EQ(mail.m_transferEncoding.view(), "8bit");
+}
+
+TEST_F(Symmetric, a_destroyed_node_stops_the_walk) {
+  const EmailPtr mail = buildTree("mixed(plain,html)");
+  const Killed killed(*mail->getPart(0));
+  EXPECT_FALSE(encrypt(*mail));
+  EXPECT_FALSE(decrypt(*mail));
+  EXPECT_EQ(mail->getPart(1)->m_body.view(), "html");
+}
+
+}  // namespace
+}  // namespace mailtree
