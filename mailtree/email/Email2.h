@@ -84,6 +84,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   //                                              output/diagnostics.cpp        diagnostics_test.cpp
   //  16  Secure mail                             ../secure/signing.cpp         signing_test.cpp (tests/secure/)
   //                                              ../secure/enveloping.cpp      enveloping_test.cpp
+  //                                              ../secure/symmetric.cpp       symmetric_test.cpp
+  //                                              ../secure/certificates.cpp
   //                                              ../secure/security_state.cpp  security_state_test.cpp
 
   /// @name 1. Life, subparts, shared settings
@@ -235,7 +237,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// @name 5. Loading
   /// Every node of the result shares `common`. The result is owned by the caller; null when memory ran out.
   /// No input is refused. `certs` is what signed and encrypted layers are opened with, `unwrap` whether they
-  /// are.
+  /// are: throughout a message, but not below a multipart/mixed at its top. What they were worth is in `common`.
   /// @{
   static Email2* createFromMimeText2(_svEmailCommon& common, StringBuffer& mime, bool discardInput,
                                      bool unwrap, SystemCerts& certs, LogBase& log, bool parseOption);

@@ -39,6 +39,7 @@ class Unwrapper {
   void visit(MimeMessage2& entity, const PartPath& path);
   Found takeOff(MimeMessage2& entity, const PartPath& path);
   bool isEnough();
+  void reportLimit();
 
   Found takeOffSignature(MimeMessage2& entity, const PartPath& path);
   Found open(MimeMessage2& entity, const PartPath& path);
@@ -81,8 +82,14 @@ Unwrapper::Found Unwrapper::takeOff(MimeMessage2& entity, const PartPath& path) 
 bool Unwrapper::isEnough() {
   if (m_info.m_layers.empty()) m_sender = soleSender(m_message, m_log);
   if (m_info.m_layers.size() < static_cast<std::size_t>(kMaxUnwrappedLayers)) return false;
-  m_message.addLimit(Limit::layers);
+  reportLimit();
   return true;
+}
+
+void Unwrapper::reportLimit() {
+  if (m_message.limits().has(Limit::layers)) return;
+  m_message.addLimit(Limit::layers);
+  m_log.logError("Limit met: security layers; what is inside the next one stays there.");
 }
 
 // Detached signatures
@@ -148,7 +155,7 @@ void Unwrapper::showBytesOfInnerSignatures(MimeMessage2& entity, int level) {
   for (int i = 0; i < entity.getNumParts(); ++i) {
     MimeMessage2& part = *entity.getPart(i);
     if (!part.receivedBytes() || !holdsDetachedSignature(part)) continue;
-    if (m_reloads++ >= kMaxUnwrappedLayers) return m_message.addLimit(Limit::layers);
+    if (m_reloads++ >= kMaxUnwrappedLayers) return reportLimit();
     if (!part.reloadReceived(level, m_log)) throw std::bad_alloc();
   }
 }

@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "mailtree/email/internal.h"
 #include "tests/secure/secure_mail.h"
 #include "tests/support/dead_node.h"
@@ -78,6 +80,8 @@ TEST_F(Signing, whatever_is_signed_verifies_when_it_comes_back) {
           << row.what;
       EXPECT_EQ(write(*load(written), {.omitPrefix = "SVX-"}), written) << row.what << " is kept by writing";
       EXPECT_TRUE(received->m_common->m_secureLayers.at(0).signers.at(0).addressMatches) << row.what;
+      const auto isForeign = [](const InnerField& f) { return f.name != "SVX-Bounce-Address"; };
+      EXPECT_TRUE(std::ranges::none_of(received->m_common->m_innerFields, isForeign)) << row.what;
     }
   }
 }

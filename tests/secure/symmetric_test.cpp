@@ -58,6 +58,9 @@ TEST_F(Symmetric, ciphertext_is_written_as_it_stands_whatever_the_charset) {
     ContentCoding::encodeBase64(mail->m_body.getData2(), mail->m_body.getSize(), twice);
     const std::string written = write(*mail);
     EXPECT_EQ(written.substr(written.find("\r\n\r\n") + 4), twice.view()) << codePage;
+    const EmailPtr travelled = load(written);
+    EXPECT_TRUE(decrypt(*travelled)) << codePage;
+    EXPECT_EQ(travelled->m_body.view(), "<p>x</p>") << codePage;
   }
 }
 
