@@ -1,6 +1,8 @@
 #include "mailtree/secure/coverage.h"
 
 #include <algorithm>
+#include <iterator>
+#include <vector>
 
 #include "mailtree/mime/Address.h"
 #include "mailtree/secure/part_path.h"
@@ -31,7 +33,7 @@ void matchSender(SecureLayer& layer, const std::string& sender) {
     signer.addressMatches = !sender.empty() && signer.certificate && signer.certificate->isForAddress(sender);
 }
 
-void listUncovered(const MimeMessage2& message, std::vector<SecureLayer>& layers) {
+void listUncovered(const MimeMessage2& message, std::span<SecureLayer> layers) {
   const std::string root = PartPath().text();
   const auto mayLeaveOut = [&](const SecureLayer& layer) { return layer.isSigned() && layer.part != root; };
   if (std::ranges::none_of(layers, mayLeaveOut)) return;

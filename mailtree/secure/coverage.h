@@ -2,8 +2,8 @@
 // in the message that was not signed.
 #pragma once
 
+#include <span>
 #include <string>
-#include <vector>
 
 #include "mailtree/crypto/SecureLayer.h"
 #include "mailtree/mime/MimeMessage2.h"
@@ -18,6 +18,6 @@ std::string soleSender(const MimeMessage2& message, LogBase& log);
 void matchSender(SecureLayer& layer, const std::string& sender);
 
 /// Names, for each signed layer, the leaves of the finished tree that stand beside it.
-void listUncovered(const MimeMessage2& message, std::vector<SecureLayer>& layers);
+void listUncovered(const MimeMessage2& message, std::span<SecureLayer> layers);
 
 }  // namespace mailtree

@@ -15,11 +15,12 @@ constexpr std::string_view kMimeVersion = "MIME-Version";
 
 bool isLineBreak(char c) noexcept { return c == '\r' || c == '\n'; }
 
-/// A text may begin with a word and a colon. Only a field that describes content makes it a header; nothing that
-/// was signed or encrypted may vanish into one.
+/// A text may begin with a word and a colon. Only a field that describes content makes it a header, and only when its
+/// first line is a field too; nothing that was signed or encrypted may vanish into one.
 bool isMimeEntity(std::string_view bytes, const MimeMessage2& content) noexcept {
   if (bytes.empty() || isLineBreak(bytes.front())) return true;
   const MimeHeader& header = content.header();
+  if (header.fieldName(0).empty()) return false;
   for (int i = 0; i < header.getNumFields(); ++i) {
     const std::string_view name = header.fieldName(i);
     if (beginsWithNoCase(name, kContentPrefix) || equalsNoCase(name, kMimeVersion)) return true;

@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <new>
+#include <optional>
+#include <span>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -26,11 +28,11 @@ namespace {
 class Unwrapper {
  public:
   Unwrapper(MimeMessage2& message, UnwrapInfo& info, SystemCerts& certs, LogBase& log) noexcept
-      : m_message(message), m_info(info), m_certs(certs), m_log(log) {}
+      : m_message(message), m_info(info), m_certs(certs), m_log(log), m_layersBefore(info.m_layers.size()) {}
 
   void run() {
     visit(m_message, PartPath());
-    listUncovered(m_message, m_info.m_layers);
+    listUncovered(m_message, std::span(m_info.m_layers).subspan(m_layersBefore));
   }
 
  private:
@@ -53,7 +55,8 @@ class Unwrapper {
   UnwrapInfo& m_info;
   SystemCerts& m_certs;
   LogBase& m_log;
-  std::string m_sender;  ///< Read when the first layer is met: most messages have none.
+  std::size_t m_layersBefore;           ///< What the caller's list held already.
+  std::optional<std::string> m_sender;  ///< Read when the first layer is met: most messages have none.
   int m_reloads = 0;
 };
 
@@ -80,7 +83,7 @@ Unwrapper::Found Unwrapper::takeOff(MimeMessage2& entity, const PartPath& path) 
 /// Whether a message has had all the layers that one may have. Those that could not be opened count: each costs a
 /// look at every key.
 bool Unwrapper::isEnough() {
-  if (m_info.m_layers.empty()) m_sender = soleSender(m_message, m_log);
+  if (!m_sender) m_sender = soleSender(m_message, m_log);
   if (m_info.m_layers.size() < static_cast<std::size_t>(kMaxUnwrappedLayers)) return false;
   reportLimit();
   return true;
@@ -101,7 +104,7 @@ Unwrapper::Found Unwrapper::takeOffSignature(MimeMessage2& entity, const PartPat
   layer.opened = verify(entity, layer);
   layer.kind = LayerKind::detachedSignature;
   layer.part = layer.opened && hasMore ? path.part(0).text() : path.text();
-  matchSender(layer, m_sender);
+  matchSender(layer, *m_sender);
   const bool opened = layer.opened;
   record(std::move(layer));
   if (!opened) return Found::nothing;
@@ -169,7 +172,7 @@ Unwrapper::Found Unwrapper::open(MimeMessage2& entity, const PartPath& path) {
   if (layer.kind == LayerKind::unknown) layer.kind = claimedKind(entity);
   layer.opened = opened;
   layer.part = path.text();
-  matchSender(layer, m_sender);
+  matchSender(layer, *m_sender);
   record(std::move(layer));
   if (!opened) return Found::nothing;
 

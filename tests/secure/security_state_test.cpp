@@ -37,6 +37,14 @@ TEST(SecurityState, the_first_report_decides_and_later_ones_only_take_back) {
   }
 }
 
+TEST(SecurityState, deliberately_a_report_that_counts_nothing_is_followed_by_another_first) {
+  Email2 mail;
+  mail.accumulateSecurityInfo(true, false, false, 0, 1);
+  mail.accumulateSecurityInfo(true, true, true, 1, 0);
+  EXPECT_TRUE(mail.getAllSignaturesValid());
+  EXPECT_FALSE(mail.getAllDataDecrypted()) << "which counted";
+}
+
 TEST(SecurityState, what_was_received_is_told_by_counts_or_by_the_node_itself) {
   const struct {
     const char* type;
