@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <ctime>
+#include <ranges>
 #include <string>
 #include <vector>
 
@@ -122,12 +123,13 @@ bool addAttributes(CMS_SignerInfo* signer, X509* certificate, const Signing& sig
 /// What is signed: the attributes as a SET OF (RFC 5652, 5.4), which is sorted in DER.
 std::string attributesToSign(CMS_SignerInfo* signer) {
   std::vector<std::string> attributes;
-  for (int i = 0; i < CMS_signed_get_attr_count(signer); ++i)
+  const int count = CMS_signed_get_attr_count(signer);
+  attributes.reserve(static_cast<std::size_t>(std::max(count, 0)));
+  for (int i = 0; i < count; ++i)
     attributes.push_back(encoded(i2d_X509_ATTRIBUTE, CMS_signed_get_attr(signer, i)));
   std::sort(attributes.begin(), attributes.end());
   return derOf([&](DerBackwardWriter& out) {
-    for (auto attribute = attributes.rbegin(); attribute != attributes.rend(); ++attribute)
-      out.put(*attribute);
+    for (const std::string& attribute : std::views::reverse(attributes)) out.put(attribute);
     out.wrap(kDerSet, 0);
   });
 }

@@ -302,6 +302,7 @@ std::vector<CMS_SignerInfo*> signersOf(CMS_ContentInfo* cms) {
   STACK_OF(CMS_SignerInfo)* const stack = CMS_get0_SignerInfos(cms);
   std::vector<CMS_SignerInfo*> signers;
   const int count = stack ? sk_CMS_SignerInfo_num(stack) : 0;
+  signers.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i) signers.push_back(sk_CMS_SignerInfo_value(stack, i));
   return signers;
 }
