@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <array>
 #include <ctime>
-#include <ranges>
 #include <string>
 #include <vector>
 
@@ -42,11 +41,6 @@ struct Signing {
 };
 
 enum class KeyKind { rsa, ecdsa, unknown };
-
-bool refused(LogBase& log, std::string_view what) {
-  log.logError(what);
-  return false;
-}
 
 KeyKind keyKind(const EVP_PKEY* key) {
   if (EVP_PKEY_is_a(key, "RSA")) return KeyKind::rsa;
@@ -129,7 +123,7 @@ std::string attributesToSign(CMS_SignerInfo* signer) {
     attributes.push_back(encoded(i2d_X509_ATTRIBUTE, CMS_signed_get_attr(signer, i)));
   std::sort(attributes.begin(), attributes.end());
   return derOf([&](DerBackwardWriter& out) {
-    for (const std::string& attribute : std::views::reverse(attributes)) out.put(attribute);
+    for (std::size_t i = attributes.size(); i > 0; --i) out.put(attributes[i - 1]);
     out.wrap(kDerSet, 0);
   });
 }
@@ -213,11 +207,11 @@ bool signAttributes(CMS_SignerInfo* signer, EVP_PKEY* key, KeyKind kind, const S
 
 bool addSigner(CMS_ContentInfo* cms, const Certificate& certificate, const Signing& signing, LogBase& log) {
   auto* const key = nativeKeyAs<EVP_PKEY>(certificate);
-  if (!key) return refused(log, "A signer's certificate is without its private key.");
+  if (!key) return buildRefused(log, "A signer's certificate is without its private key.");
   const KeyKind kind = keyKind(key);
   if (kind == KeyKind::unknown) {
     log.LogDataSb("keyAlgorithm", certificate.keyAlgorithm());
-    return refused(
+    return buildRefused(
         log, "Cannot sign mail with a key of this kind: RSA and EC over P-256, P-384 or P-521 are known.");
   }
   auto* const native = nativeAs<X509>(certificate);
@@ -273,8 +267,13 @@ bool haveCertificates(const ExtPtrArray& holders) {
 
 }  // namespace
 
-bool buildFailed(LogBase& log, std::string_view what) {
+bool buildRefused(LogBase& log, std::string_view what) {
   log.logError(what);
+  return false;
+}
+
+bool buildFailed(LogBase& log, std::string_view what) {
+  buildRefused(log, what);
   if (ERR_peek_last_error()) log.LogDataSb("reason", lastCryptoError());
   return false;
 }
@@ -287,8 +286,8 @@ bool Pkcs7Builder::createPkcs7Signature(_svDataSource& content, DataBuffer& /*un
   const QuietErrors quiet;
   const bool done = neverThrow(false, [&] {
     const std::string hashName(_svHash::nameOf(hashId));
-    if (hashName.empty()) return refused(log, "Unknown digest algorithm: nothing was signed.");
-    if (!haveCertificates(signerCerts)) return refused(log, "No certificate to sign with.");
+    if (hashName.empty()) return buildRefused(log, "Unknown digest algorithm: nothing was signed.");
+    if (!haveCertificates(signerCerts)) return buildRefused(log, "No certificate to sign with.");
     auto* const context = contextAs<OSSL_LIB_CTX>();
     const Hash hash(EVP_MD_fetch(context, hashName.c_str(), nullptr));
     const Cms cms(CMS_sign_ex(nullptr, nullptr, nullptr, nullptr, CMS_PARTIAL | CMS_DETACHED | CMS_BINARY,
@@ -297,7 +296,7 @@ bool Pkcs7Builder::createPkcs7Signature(_svDataSource& content, DataBuffer& /*un
     DataBuffer kept;
     std::string digest;
     if (!readContent(content, hash.get(), detached ? nullptr : &kept, digest))
-      return refused(log, "Cannot read what is to be signed.");
+      return buildRefused(log, "Cannot read what is to be signed.");
     const Signing signing{hash.get(), digest, signingTime, signingCertificate, cades.m_rsaPss};
     for (int i = 0; i < signerCerts.getSize(); ++i)
       if (!addSigner(cms.get(), *CertificateHolder::getNthCert(signerCerts, i), signing, log)) return false;

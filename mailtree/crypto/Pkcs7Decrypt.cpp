@@ -23,8 +23,6 @@ using Bio = Handle<BIO, BIO_free_all>;
 /// could have a message decrypted by asking often enough (RFC 3218).
 constexpr std::string_view kFailure = "could not be decrypted";
 
-/// What one call of the cipher takes: its sizes are ints.
-constexpr std::size_t kCipherPiece = std::size_t{1} << 30;
 /// RFC 5084: a shorter tag can be guessed.
 constexpr std::size_t kLeastTagSize = 12;
 constexpr std::size_t kGreatestTagSize = 16;
@@ -167,7 +165,7 @@ bool decryptAll(CMS_ContentInfo* cms, std::string_view ciphertext, PrivateBuffer
   unsigned char* at = begin;
   int written = 0;
   while (!ciphertext.empty()) {
-    const std::string_view piece = ciphertext.substr(0, kCipherPiece);
+    const std::string_view piece = ciphertext.substr(0, kMostPerCall);
     if (EVP_DecryptUpdate(state, at, &written, reinterpret_cast<const unsigned char*>(piece.data()),
                           static_cast<int>(piece.size())) != 1)
       return false;

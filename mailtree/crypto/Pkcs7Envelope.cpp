@@ -21,8 +21,6 @@ using Bio = Handle<BIO, BIO_free_all>;
 
 constexpr int kDefaultKeyBits = 256;
 constexpr std::size_t kGcmTagSize = 16;
-/// What one call of the cipher takes: its sizes are ints.
-constexpr std::size_t kCipherPiece = std::size_t{1} << 30;
 
 const struct {
   ContentCipher cipher;
@@ -53,11 +51,6 @@ struct KeyWay {
 
 constexpr std::string_view kOtherSize = "The content is of another size than was announced.";
 
-bool refused(LogBase& log, std::string_view what) {
-  log.logError(what);
-  return false;
-}
-
 bool setOaep(EVP_PKEY_CTX* options, const std::string& hash) {
   return options && EVP_PKEY_CTX_set_rsa_padding(options, RSA_PKCS1_OAEP_PADDING) > 0 &&
          EVP_PKEY_CTX_set_rsa_oaep_md_name(options, hash.c_str(), nullptr) > 0 &&
@@ -70,7 +63,7 @@ bool addRecipient(CMS_ContentInfo* cms, const Certificate& certificate, const Ke
   const bool isRsa = key && EVP_PKEY_is_a(key, "RSA");
   if (!isRsa && !(key && EVP_PKEY_is_a(key, "EC"))) {
     log.LogDataSb("keyAlgorithm", certificate.keyAlgorithm());
-    return refused(log, "Cannot encrypt to a recipient with a key of this kind: RSA and EC are known.");
+    return buildRefused(log, "Cannot encrypt to a recipient with a key of this kind: RSA and EC are known.");
   }
   const bool byKeyId = way.bySubjectKeyId && X509_get0_subject_key_id(native);
   CMS_RecipientInfo* const recipient =
@@ -86,10 +79,10 @@ bool addRecipient(CMS_ContentInfo* cms, const Certificate& certificate, const Ke
 bool addRecipients(CMS_ContentInfo* cms, const ExtPtrArray& recipients, const KeyWay& way, LogBase& log) {
   for (int i = 0; i < recipients.getSize(); ++i) {
     const Certificate* const certificate = CertificateHolder::getNthCert(recipients, i);
-    if (!certificate) return refused(log, "A recipient is without a certificate.");
+    if (!certificate) return buildRefused(log, "A recipient is without a certificate.");
     if (!addRecipient(cms, *certificate, way, log)) return false;
   }
-  return recipients.getSize() > 0 || refused(log, "No recipients to encrypt to.");
+  return recipients.getSize() > 0 || buildRefused(log, "No recipients to encrypt to.");
 }
 
 /// Bytes of a source, written once encrypted to where they belong.
@@ -104,7 +97,7 @@ class Encryption {
   bool add(std::string_view bytes) {
     m_left -= bytes.size();
     while (!bytes.empty()) {
-      const std::string_view piece = bytes.substr(0, kCipherPiece);
+      const std::string_view piece = bytes.substr(0, kMostPerCall);
       int written = 0;
       if (EVP_EncryptUpdate(m_cipher, m_out, &written, reinterpret_cast<const unsigned char*>(piece.data()),
                             static_cast<int>(piece.size())) != 1)
@@ -173,10 +166,10 @@ bool encryptInto(CMS_ContentInfo* cms, const EVP_CIPHER* cipher, _svDataSource& 
     const auto piece = content.next();
     if (!piece) return false;
     if (piece->empty()) break;
-    if (piece->size() > encryption.left()) return refused(log, kOtherSize);
+    if (piece->size() > encryption.left()) return buildRefused(log, kOtherSize);
     if (!encryption.add(*piece)) return false;
   }
-  if (encryption.left() > 0) return refused(log, kOtherSize);
+  if (encryption.left() > 0) return buildRefused(log, kOtherSize);
   return encryption.finish() &&
          (!tagSize || EVP_CIPHER_CTX_ctrl(state, EVP_CTRL_AEAD_GET_TAG, kGcmTagSize, room->mac) == 1);
 }
@@ -198,15 +191,16 @@ bool Pkcs7Builder::createPkcs7Enveloped(_svDataSource& content, long long size, 
   const QuietErrors quiet;
   const bool done = neverThrow(false, [&] {
     const EVP_CIPHER* const method = findCipher(cipher, keyBits);
-    if (!method) return refused(log, "Unknown cipher or key length: nothing was encrypted.");
+    if (!method) return buildRefused(log, "Unknown cipher or key length: nothing was encrypted.");
     const bool oaep = keyTransport == static_cast<int>(KeyTransport::oaep);
     if (!oaep && keyTransport != static_cast<int>(KeyTransport::pkcs1))
-      return refused(log, "Unknown key transport: nothing was encrypted.");
+      return buildRefused(log, "Unknown key transport: nothing was encrypted.");
     const KeyWay way{oaep,
                      std::string(_svHash::nameOf(oaepHash ? oaepHash : static_cast<int>(HashId::sha256))),
                      bySubjectKeyId};
-    if (oaep && way.oaepHash.empty()) return refused(log, "Unknown digest algorithm: nothing was encrypted.");
-    if (size < 0) return refused(log, "The size of what is to be encrypted is not known.");
+    if (oaep && way.oaepHash.empty())
+      return buildRefused(log, "Unknown digest algorithm: nothing was encrypted.");
+    if (size < 0) return buildRefused(log, "The size of what is to be encrypted is not known.");
     const Cms cms = makeEnvelope(method);
     if (!cms) return buildFailed(log, "The cryptographic library cannot encrypt.");
     if (!addRecipients(cms.get(), recipients, way, log)) return false;
@@ -215,7 +209,7 @@ bool Pkcs7Builder::createPkcs7Enveloped(_svDataSource& content, long long size, 
              buildFailed(log, "Cannot encrypt.");
     StringBuffer text;
     if (!readAll(content, size, text) || !text.toCRLF())
-      return refused(log, "Cannot read what is to be encrypted.");
+      return buildRefused(log, "Cannot read what is to be encrypted.");
     TextSource converted(text.view());
     return encryptInto(cms.get(), method, converted, text.view().size(), der, log) ||
            buildFailed(log, "Cannot encrypt.");

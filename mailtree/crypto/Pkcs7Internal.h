@@ -26,6 +26,11 @@ inline constexpr int kMaxSigners = 64;
 inline constexpr int kMaxRecipients = 10'000;
 inline constexpr int kMaxLayerCertificates = 1000;
 
+/// Bytes that one call of the cryptographic library takes: its sizes are ints.
+inline constexpr std::size_t kMostPerCall = std::size_t{1} << 30;
+/// Object identifier of a content that is only bytes.
+inline constexpr std::string_view kDataType = "\x2A\x86\x48\x86\xF7\x0D\x01\x07\x01";
+
 /// A ContentInfo taken apart; all views are borrowed.
 struct Pkcs7Frame {
   LayerKind kind = LayerKind::unknown;
@@ -63,7 +68,9 @@ struct Pkcs7Room {
 std::optional<Pkcs7Room> encodeWithRoom(const Pkcs7Frame& frame, std::size_t contentSize, std::size_t macSize,
                                         DataBuffer& der);
 
-/// Logs why nothing was built, with what the cryptographic library has to say about it. False.
+/// Logs why nothing was built. False.
+bool buildRefused(LogBase& log, std::string_view what);
+/// The same, with what the cryptographic library has to say about it. False.
 bool buildFailed(LogBase& log, std::string_view what);
 
 struct NativeCms;

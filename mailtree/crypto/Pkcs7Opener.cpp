@@ -14,7 +14,6 @@ namespace mailtree {
 namespace {
 
 constexpr std::string_view kArmour = "-----BEGIN ";
-constexpr std::string_view kDataType = "\x2A\x86\x48\x86\xF7\x0D\x01\x07\x01";
 
 /// The bytes inside a PEM armour, put in `decoded`; the bytes themselves without one.
 std::string_view withoutArmour(std::string_view bytes, DataBuffer& decoded) {

@@ -26,9 +26,6 @@ using Time = Handle<ASN1_TIME, ASN1_TIME_free>;
 constexpr int kWeakRsaBits = 2048;
 /// Digest algorithms that one message is hashed with.
 constexpr int kMaxDigests = 8;
-/// What one write to a filter takes: its sizes are ints.
-constexpr std::size_t kHashPiece = std::size_t{1} << 30;
-constexpr std::string_view kDataType = "\x2A\x86\x48\x86\xF7\x0D\x01\x07\x01";
 constexpr std::string_view kAttributePrefix = "\x2A\x86\x48\x86\xF7\x0D\x01\x09";
 
 std::string_view octetsOf(const ASN1_STRING* text) {
@@ -41,20 +38,22 @@ void note(std::string& problem, std::string_view words) {
   if (problem.empty()) problem = words;
 }
 
+int nidOf(const X509_ALGOR* algorithm) {
+  const ASN1_OBJECT* name = nullptr;
+  if (algorithm) X509_ALGOR_get0(&name, nullptr, nullptr, algorithm);
+  return name ? OBJ_obj2nid(name) : NID_undef;
+}
+
 int digestOf(CMS_SignerInfo* signer) {
   X509_ALGOR* digest = nullptr;
   CMS_SignerInfo_get0_algs(signer, nullptr, nullptr, &digest, nullptr);
-  const ASN1_OBJECT* name = nullptr;
-  if (digest) X509_ALGOR_get0(&name, nullptr, nullptr, digest);
-  return name ? OBJ_obj2nid(name) : NID_undef;
+  return nidOf(digest);
 }
 
 int signatureAlgorithmOf(CMS_SignerInfo* signer) {
   X509_ALGOR* algorithm = nullptr;
   CMS_SignerInfo_get0_algs(signer, nullptr, nullptr, nullptr, &algorithm);
-  const ASN1_OBJECT* name = nullptr;
-  if (algorithm) X509_ALGOR_get0(&name, nullptr, nullptr, algorithm);
-  return name ? OBJ_obj2nid(name) : NID_undef;
+  return nidOf(algorithm);
 }
 
 /// The content hashed once for each algorithm that the signers use, not for each that the message lists: it may
@@ -63,10 +62,9 @@ class ContentHashes {
  public:
   ContentHashes(const std::vector<CMS_SignerInfo*>& signers, std::string_view content) {
     for (CMS_SignerInfo* const signer : signers) add(digestOf(signer));
-    while (m_chain && !content.empty()) {
-      const std::string_view piece = content.substr(0, kHashPiece);
-      if (BIO_write(m_chain.get(), piece.data(), static_cast<int>(piece.size())) <= 0) m_chain.reset();
-      content.remove_prefix(piece.size());
+    if (m_chain && !hash(content)) {
+      m_hashes.clear();
+      m_chain.reset();
     }
   }
 
@@ -99,6 +97,15 @@ class ContentHashes {
     BIO_push(filter.release(), m_chain.release());
     m_chain.reset(head);
     m_hashes.push_back({nid, std::move(algorithm), head, {}});
+  }
+
+  bool hash(std::string_view content) {
+    while (!content.empty()) {
+      const std::string_view piece = content.substr(0, kMostPerCall);
+      if (BIO_write(m_chain.get(), piece.data(), static_cast<int>(piece.size())) <= 0) return false;
+      content.remove_prefix(piece.size());
+    }
+    return true;
   }
 
   static std::string_view finished(ContentHash& hash) {
