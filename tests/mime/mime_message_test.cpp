@@ -288,6 +288,63 @@ TEST_F(MimeMessage, each_way_of_loading_replaces_what_was_there) {
   EXPECT_EQ(entity.header().getNumFields(), 0);
 }
 
+TEST_F(MimeMessage, content_of_another_entity_begins_with_its_first_byte) {
+  const struct {
+    const char *text, *type, *body;
+  } rows[] = {
+      {"Content-Type: text/html\n\nx", "text/html", "x"},
+      {"\nContent-Type: text/html\n\nx", "", "Content-Type: text/html\n\nx"},
+      {"From me Sat\nContent-Type: text/html\n\nx", "text/html", "x"},
+      {"", "", ""},
+  };
+  for (const auto& row : rows) {
+    MimeMessage2 entity;
+    ASSERT_TRUE(entity.loadContent(row.text, /*level=*/2, log));
+    EXPECT_STREQ(entity.getContentType(), row.type) << row.text;
+    EXPECT_EQ(entity.getMimeBodyDb()->view(), row.body) << row.text;
+  }
+  MimeMessage2 deep;
+  deep.loadContent("Content-Type: multipart/mixed; boundary=b\n\n--b\n\nx\n--b--\n", kMaxDepth, log);
+  EXPECT_EQ(deep.getNumParts(), 0) << "no deeper than the tree in which it stands may be";
+  EXPECT_TRUE(deep.limits().has(Limit::depth));
+}
+
+TEST_F(MimeMessage, takes_over_what_another_entity_holds_but_not_who_sent_it) {
+  MimeMessage2 outer, inner;
+  outer.loadText(
+      "Subject: out\nContent-Type: image/png; name=a\nContent-Transfer-Encoding: base64\n"
+      "Content-Disposition: attachment; filename=a\nContent-ID: <a>\nX-A: 1\n\nAAAA",
+      log);
+  inner.loadText(
+      "Subject: in\ncontent-type: multipart/mixed;\n\tboundary=b\nX-B: 2\nContent-X: "
+      "gr\xC3\xBC\xC3\x9F\n\n--b\n\nx\n--b--\n",
+      log);
+  outer.adoptContent(inner);
+  EXPECT_EQ(header(outer),
+            "Subject: out\r\nX-A: 1\r\ncontent-type: multipart/mixed;\r\n\tboundary=b\r\n"
+            "Content-X: =?utf-8?Q?gr=C3=BC=C3=9F?=");
+  expectFieldsAgree(outer);
+  EXPECT_EQ(outer.getNumParts(), 1);
+  EXPECT_TRUE(outer.getMimeBodyDb()->isEmpty());
+  EXPECT_EQ(filename(outer) + disposition(outer) + outer.getContentEncoding(), "");
+}
+
+TEST_F(MimeMessage, is_parsed_anew_from_the_bytes_it_was_received_as) {
+  MimeMessage2 tree;
+  tree.loadText(
+      "Content-Type: multipart/signed; boundary=o\n\n--o\nContent-Type: multipart/signed; boundary=i\n\n"
+      "--i\n\nx\n--i\n\ny\n--i--\n\n--o\n\nz\n--o--\n",
+      log);
+  MimeMessage2& inner = *tree.getPart(0);
+  const std::string received(inner.receivedBytes()->view());
+  EXPECT_FALSE(inner.getPart(0)->receivedBytes());
+  ASSERT_TRUE(inner.reloadReceived(/*level=*/2, log));
+  EXPECT_EQ(inner.receivedBytes()->view(), received);
+  ASSERT_TRUE(inner.getPart(0)->receivedBytes());
+  EXPECT_EQ(inner.getPart(0)->receivedBytes()->view(), "\nx");
+  EXPECT_FALSE(tree.reloadReceived(1, log)) << "it has none";
+}
+
 TEST_F(MimeMessage, a_tree_of_any_depth_is_destroyed_without_recursion) {
   auto top = Owned<MimeMessage2>(MimeMessage2::createNewObject());
   for (int i = 0; i < 200'000; ++i) {
