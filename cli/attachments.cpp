@@ -6,6 +6,7 @@
 #include "cli/arguments.h"
 #include "cli/commands.h"
 #include "cli/input.h"
+#include "cli/secure/keys.h"
 #include "cli/views/json_view.h"
 #include "cli/views/table.h"
 #include "cli/views/terminal.h"
@@ -17,6 +18,7 @@ struct AttachmentsOptions {
   std::string file;
   bool json = false;
   bool verbose = false;
+  KeyOptions keys;
 };
 
 /// The last column is there only when it is asked for.
@@ -45,7 +47,9 @@ void writeTable(const Outline& outline, bool verbose) {
 }
 
 Exit attachments(const AttachmentsOptions& options) {
-  std::optional<Message> message = loadMessage(options.file);
+  Keys keys;
+  if (const Exit failed = readKeys(options.keys, keys); failed != Exit::fine) return failed;
+  std::optional<Message> message = loadMessage(options.file, keys.store);
   if (!message) return Exit::unreadable;
   const Outline outline = outlineOf(*message->root);
   const bool none = outline.attachments.empty();
@@ -67,6 +71,7 @@ void addAttachments(CLI::App& app, Action& action) {
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   verb->add_flag("--json", options->json, "One JSON object on one line");
   verb->add_flag("-v,--verbose", options->verbose, "Also the reason why each counts as one");
+  addReadingKeyOptions(*verb, options->keys);
   verb->footer(
       "\"No\" is what extract takes as --attachment, \"Part\" what show draws and extract takes as --part.\n"
       "Attached messages are parts, not attachments.\n\n"

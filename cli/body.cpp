@@ -6,6 +6,7 @@
 #include "cli/arguments.h"
 #include "cli/commands.h"
 #include "cli/input.h"
+#include "cli/secure/keys.h"
 #include "cli/views/outline.h"
 #include "cli/views/terminal.h"
 #include "mailtree/mime/Charset.h"
@@ -18,6 +19,7 @@ struct BodyOptions {
   std::string charset;
   bool text = false;
   bool html = false;
+  KeyOptions keys;
 
   /// What is missing when there is no such body.
   const char* wanted() const { return text ? "no plain-text body" : html ? "no HTML body" : "no body"; }
@@ -41,7 +43,9 @@ std::string inCharset(const BodyOptions& options, std::string text) {
 }
 
 Exit body(const BodyOptions& options) {
-  std::optional<Message> message = loadMessage(options.file);
+  Keys keys;
+  if (const Exit failed = readKeys(options.keys, keys); failed != Exit::fine) return failed;
+  std::optional<Message> message = loadMessage(options.file, keys.store);
   if (!message) return Exit::unreadable;
   const Exit result = reportLimits(options.file, message->limits());
   const Outline outline = outlineOf(*message->root);
@@ -74,6 +78,7 @@ void addBody(CLI::App& app, Action& action) {
   addText(*verb, "--charset", options->charset,
           "Convert to this charset instead of utf-8; \"?\" for what it does not have")
       ->check(checkCharset);
+  addReadingKeyOptions(*verb, options->keys);
   verb->footer(
       "Example:\n  mailtree body samples/newsletter.eml\n  mailtree body --html mail.eml > page.html");
   verb->callback([options, &action] { action = [options] { return body(*options); }; });

@@ -32,5 +32,10 @@ void addMht(CLI::App& app, Action& action);
 void addXml(CLI::App& app, Action& action);
 void addTree(CLI::App& app, Action& action);
 void addTidy(CLI::App& app, Action& action);
+void addSign(CLI::App& app, Action& action);
+void addEncrypt(CLI::App& app, Action& action);
+void addDecrypt(CLI::App& app, Action& action);
+void addVerify(CLI::App& app, Action& action);
+void addAes(CLI::App& app, Action& action);
 
 }  // namespace mailtree::cli

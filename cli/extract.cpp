@@ -10,6 +10,7 @@
 #include "cli/file_names.h"
 #include "cli/input.h"
 #include "cli/saving.h"
+#include "cli/secure/keys.h"
 #include "cli/views/outline.h"
 #include "mailtree/mime/ContentTypeTable.h"
 
@@ -27,6 +28,7 @@ struct ExtractOptions {
   bool all = false;
   bool force = false;
   bool dryRun = false;
+  KeyOptions keys;
 };
 
 std::vector<int> leavesOf(const Outline& outline) {
@@ -114,7 +116,9 @@ Exit writeToFolder(const Outline& outline, const std::vector<int>& ids, const Ex
 }
 
 Exit extract(const ExtractOptions& options) {
-  std::optional<Message> message = loadMessage(options.file);
+  Keys keys;
+  if (const Exit failed = readKeys(options.keys, keys); failed != Exit::fine) return failed;
+  std::optional<Message> message = loadMessage(options.file, keys.store);
   if (!message) return Exit::unreadable;
   const Exit result = reportLimits(options.file, message->limits());
   const Outline outline = outlineOf(*message->root);
@@ -165,6 +169,7 @@ void addExtract(CLI::App& app, Action& action) {
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   addSelectors(*verb, *options);
   addDestinations(*verb, *options);
+  addReadingKeyOptions(*verb, options->keys);
   verb->footer(
       "Attached files come out byte for byte, bodies as utf-8 text, attached messages as they were sent.\n"
       "Names from the mail are made safe; a name that is taken gets a number. Every name is printed.\n\n"

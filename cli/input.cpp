@@ -29,12 +29,11 @@ int readStandardInput(DataBuffer& bytes) {
   }
 }
 
-std::optional<Message> load(const std::string& path, DataBuffer& bytes) {
+std::optional<Message> load(const std::string& path, DataBuffer& bytes, bool discardInput, bool unwrap,
+                            SystemCerts& certs) {
   Message message{RefPtr<_svEmailCommon>(new _svEmailCommon), nullptr};
-  SystemCerts certs;
   LogNull log;
-  message.root.reset(Email2::createFromMimeDb(*message.common, bytes, /*discardInput=*/true, /*unwrap=*/true,
-                                              certs, log,
+  message.root.reset(Email2::createFromMimeDb(*message.common, bytes, discardInput, unwrap, certs, log,
                                               /*parseOption=*/false));
   if (message.root) return message;
   complain(path, "not enough memory");
@@ -113,17 +112,27 @@ bool readFile(const std::string& path, DataBuffer& bytes) {
   return false;
 }
 
-std::optional<Message> loadMessage(const std::string& path) {
+std::optional<Message> loadMessage(const std::string& path, SystemCerts& certs) {
   DataBuffer bytes;
   if (!readFile(path, bytes)) return std::nullopt;
-  return load(path, bytes);
+  return load(path, bytes, /*discardInput=*/true, /*unwrap=*/true, certs);
+}
+
+std::optional<Message> loadMessage(const std::string& path) {
+  SystemCerts none;
+  return loadMessage(path, none);
+}
+
+std::optional<Message> loadMessage(const std::string& path, DataBuffer& bytes, SystemCerts& certs) {
+  return load(path, bytes, /*discardInput=*/false, /*unwrap=*/true, certs);
 }
 
 std::optional<Message> loadMessageToWrite(const std::string& path) {
   DataBuffer bytes;
   if (!readFile(path, bytes)) return std::nullopt;
   const bool isUnixFile = hasUnixLines(bytes.view());
-  std::optional<Message> message = load(path, bytes);
+  SystemCerts none;
+  std::optional<Message> message = load(path, bytes, /*discardInput=*/true, /*unwrap=*/false, none);
   if (message && isUnixFile) completeLineEnds(*message->root);
   return message;
 }

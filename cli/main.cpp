@@ -47,6 +47,11 @@ int run(int argc, char** argv) {
   addReply(app, action);
   addForward(app, action);
   addMerge(app, action);
+  addSign(app, action);
+  addEncrypt(app, action);
+  addDecrypt(app, action);
+  addVerify(app, action);
+  addAes(app, action);
   try {
     app.parse(protectedArguments(argc, argv));
   } catch (const CLI::ParseError& error) {

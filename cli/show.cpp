@@ -6,6 +6,7 @@
 #include "cli/arguments.h"
 #include "cli/commands.h"
 #include "cli/input.h"
+#include "cli/secure/examination.h"
 #include "cli/views/json_view.h"
 #include "cli/views/text_view.h"
 
@@ -19,6 +20,7 @@ struct ShowOptions {
   bool verbose = false;
   bool colour = false;
   bool noColour = false;
+  KeyOptions keys;
 };
 
 ColourChoice choiceOf(const ShowOptions& options) {
@@ -30,24 +32,27 @@ void writeTitle(const std::string& file, bool isFirst, const Style& style) {
   std::cout << (isFirst ? "" : "\n") << style.paint(Ink::bold, "== " + printable(file) + " ==") << '\n';
 }
 
-Exit showOne(const std::string& file, const ShowOptions& options, const Style& style, bool isFirst) {
-  std::optional<Message> message = loadMessage(file);
-  if (!message) return Exit::unreadable;
+Exit showOne(const std::string& file, const ShowOptions& options, Keys& keys, const Style& style,
+             bool isFirst) {
+  std::optional<Examined> examined = examine(file, keys);
+  if (!examined) return Exit::unreadable;
   if (options.json) {
-    std::cout << jsonOf(file, *message, {options.headers}) << '\n';
+    std::cout << jsonOf(file, *examined, {options.headers}) << '\n';
   } else {
     if (options.files.size() > 1) writeTitle(file, isFirst, style);
-    writeText(std::cout, *message, {style, options.headers, options.verbose});
+    writeText(std::cout, *examined, {style, options.headers, options.verbose});
   }
-  return reportLimits(file, message->limits());
+  return reportLimits(file, examined->message.limits());
 }
 
 Exit show(const ShowOptions& options) {
+  Keys keys;
+  if (const Exit result = readKeys(options.keys, keys); result != Exit::fine) return result;
   const Style style = styleOfStandardOutput(choiceOf(options));
   Exit result = Exit::fine;
   bool isFirst = true;
   for (const std::string& file : options.files) {
-    result = graver(result, showOne(file, options, style, isFirst));
+    result = graver(result, showOne(file, options, keys, style, isFirst));
     isFirst = false;
   }
   return graver(result, finishStandardOutput());
@@ -65,8 +70,10 @@ void addShow(CLI::App& app, Action& action) {
   CLI::Option* colour = verb->add_flag("--color", options->colour, "Colour, also when output is no terminal");
   verb->add_flag("--no-color", options->noColour, "No colour (as with NO_COLOR in the environment)")
       ->excludes(colour);
+  addReadingKeyOptions(*verb, options->keys);
   verb->footer(
-      "Example:\n  mailtree show samples/newsletter.eml\n  mailtree show --json *.eml | jq .subject");
+      "Example:\n  mailtree show samples/newsletter.eml\n  mailtree show --json *.eml | jq .subject\n"
+      "  mailtree show --p12 jo.p12 --trust ca.pem secret.eml");
   verb->callback([options, &action] { action = [options] { return show(*options); }; });
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "cli/views/json_values.h"
+#include "cli/views/security_json.h"
 #include "mailtree/crypto/Digest.h"
 
 namespace mailtree::cli {
@@ -77,16 +78,6 @@ Json treeOf(const Outline& outline) {
   return std::move(parts.front());
 }
 
-Json securityOf(const _svEmailCommon& common) {
-  return {{"received_signed", common.m_numSignedLayers > 0},
-          {"received_encrypted", common.m_numEncryptedLayers > 0},
-          {"signatures_valid", common.m_allSignaturesValid},
-          {"decrypted", common.m_allDataDecrypted},
-          {"signed_layers", common.m_numSignedLayers},
-          {"encrypted_layers", common.m_numEncryptedLayers},
-          {"signers", Json::array()}};
-}
-
 Json headersOf(const Email2& root) {
   Json out = Json::array();
   for (int i = 0; i < root.m_header.getNumFields(); ++i)
@@ -98,8 +89,8 @@ Json idOrNull(int id) { return id < 0 ? Json() : Json(id); }
 
 }  // namespace
 
-std::string jsonOf(const std::string& file, Message& message, const JsonOptions& options) {
-  Email2& root = *message.root;
+std::string jsonOf(const std::string& file, Examined& examined, const JsonOptions& options) {
+  Email2& root = *examined.message.root;
   const Outline outline = outlineOf(root);
   Json json = {{"schema", kSchema},
                {"file", file},
@@ -114,8 +105,8 @@ std::string jsonOf(const std::string& file, Message& message, const JsonOptions&
                {"attachments", outline.attachments},
                {"plain_text", idOrNull(outline.plainText)},
                {"html", idOrNull(outline.html)},
-               {"security", securityOf(*message.common)},
-               {"limits", limitsOf(message.limits())}};
+               {"security", securityOf(examined)},
+               {"limits", limitsOf(examined.message.limits())}};
   if (options.headers) json["headers"] = headersOf(root);
   return lineOf(json);
 }

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/secure/examination.h"
 #include "cli/views/outline.h"
 
 namespace mailtree::cli {
@@ -13,7 +14,7 @@ struct JsonOptions {
 };
 
 /// One object on one line, without a line break; utf-8, with control characters escaped.
-std::string jsonOf(const std::string& file, Message& message, const JsonOptions& options);
+std::string jsonOf(const std::string& file, Examined& examined, const JsonOptions& options);
 
 /// The attachments in the same form, each with its number and the reason why it is one.
 std::string attachmentsJsonOf(const std::string& file, const Message& message, const Outline& outline);

@@ -5,6 +5,8 @@
 #include <ctime>
 #include <ostream>
 
+#include "cli/views/layers.h"
+#include "cli/views/security_badges.h"
 #include "mailtree/base/Utf.h"
 
 namespace mailtree::cli {
@@ -67,6 +69,19 @@ void writeAllFields(std::ostream& out, const Email2& root, const Style& style) {
         << printable(root.m_header.decodedValue(i)) << '\n';
 }
 
+/// A line for each layer, and one for what contradicts or is left out by all of them.
+void writeSecurity(std::ostream& out, const Examined& examined, const Style& style) {
+  for (const SecureLayer& layer : examined.layers) {
+    const LayerSummary summary = summaryOf(layer, examined);
+    std::string text = summary.text;
+    if (layer.isSigned() && !layer.signers.empty() && layer.signers.front().certificate)
+      text += "; signer " + nameOf(*layer.signers.front().certificate);
+    writeField(out, style, layer.isSigned() ? "Signed" : "Layer", text);
+  }
+  for (const InnerField& field : examined.innerFields)
+    if (isDisplayedField(field.name)) writeField(out, style, "Inside", field.name + ": " + field.inside);
+}
+
 /// The lines to the left of a row: one column for each ancestor that has later siblings.
 std::string branchOf(const Outline& outline, const PartRow& row, const Drawing& drawing) {
   if (row.parent < 0) return {};
@@ -116,13 +131,21 @@ std::string detailsOf(const PartRow& row) {
   return line;
 }
 
-void writeTree(std::ostream& out, const Outline& outline, const TextOptions& options) {
+std::string securityOf(const std::vector<LayerSummary>& badges, const Style& style) {
+  std::string line;
+  for (const LayerSummary& badge : badges)
+    addBadge(line, style, badge.isGood ? Ink::body : Ink::warning, badge.text);
+  return line;
+}
+
+void writeTree(std::ostream& out, const Outline& outline, const Examined& examined, const TextOptions& options) {
+  const auto badges = securityBadgesOf(outline, examined);
   const Drawing& drawing = options.style.lines ? kLines : kAscii;
   for (std::size_t id = 0; id < outline.rows.size(); ++id) {
     const PartRow& row = outline.rows[id];
     out << options.style.paint(Ink::faint, branchOf(outline, row, drawing) + std::to_string(id)) << ' '
         << options.style.paint(Ink::type, printable(row.contentType)) << detailsOf(row)
-        << badgesOf(row, options) << '\n';
+        << badgesOf(row, options) << securityOf(badges[id], options.style) << '\n';
   }
 }
 
@@ -146,14 +169,16 @@ void writeFirstLines(std::ostream& out, std::string_view text) {
 
 }  // namespace
 
-void writeText(std::ostream& out, Message& message, const TextOptions& options) {
-  const Outline outline = outlineOf(*message.root);
+void writeText(std::ostream& out, Examined& examined, const TextOptions& options) {
+  Email2& root = *examined.message.root;
+  const Outline outline = outlineOf(root);
   if (options.headers)
-    writeAllFields(out, *message.root, options.style);
+    writeAllFields(out, root, options.style);
   else
-    writeSummary(out, *message.root, options.style);
+    writeSummary(out, root, options.style);
+  writeSecurity(out, examined, options.style);
   out << '\n';
-  writeTree(out, outline, options);
+  writeTree(out, outline, examined, options);
   const int body = outline.plainText >= 0 ? outline.plainText : outline.html;
   if (body < 0) return;
   const std::string text = textOf(outline.rows[static_cast<std::size_t>(body)]);

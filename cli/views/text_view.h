@@ -3,6 +3,7 @@
 
 #include <iosfwd>
 
+#include "cli/secure/examination.h"
 #include "cli/views/outline.h"
 #include "cli/views/terminal.h"
 
@@ -14,6 +15,6 @@ struct TextOptions {
   bool verbose = false;  ///< The reason of each attachment, the name of each repair.
 };
 
-void writeText(std::ostream& out, Message& message, const TextOptions& options);
+void writeText(std::ostream& out, Examined& examined, const TextOptions& options);
 
 }  // namespace mailtree::cli

@@ -1,0 +1,201 @@
+// cli/aes.cpp - mailtree aes: the bodies of a message encrypted in place under one key, and decrypted again.
+#include <sys/random.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <memory>
+
+#include "cli/arguments.h"
+#include "cli/commands.h"
+#include "cli/input.h"
+#include "cli/output.h"
+#include "cli/secure/passwords.h"
+#include "cli/secure/sending.h"
+#include "mailtree/crypto/SymmetricCipher.h"
+
+namespace mailtree::cli {
+namespace {
+
+constexpr int kIterations = 600'000;
+constexpr std::size_t kSaltSize = 16;
+/// The salt that a key was derived with, in hexadecimal: whoever has the password needs nothing else.
+constexpr const char* kSaltField = "X-Mailtree-Salt";
+
+struct AesOptions {
+  std::string file;
+  std::string mode = "gcm";
+  int bits = 256;
+  std::optional<std::string> keyFile;
+  PasswordOptions passwords;
+  std::string output;
+};
+
+struct ModeRow {
+  std::string_view name;
+  CipherMode mode;
+};
+constexpr ModeRow kModes[] = {{"cbc", CipherMode::cbc}, {"ctr", CipherMode::ctr}, {"gcm", CipherMode::gcm}};
+
+const ModeRow* modeOf(std::string_view name) {
+  const auto* const row =
+      std::ranges::find_if(kModes, [name](const ModeRow& mode) { return equalsNoCase(mode.name, name); });
+  return row == std::end(kModes) ? nullptr : row;
+}
+
+std::string checkMode(const std::string& name) {
+  return modeOf(name) ? std::string() : "'" + name + "': it must be cbc, ctr or gcm";
+}
+
+std::string hexOf(std::string_view bytes) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  std::string text;
+  for (const char c : bytes) {
+    const auto byte = static_cast<unsigned char>(c);
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 15];
+  }
+  return text;
+}
+
+bool isHex(std::string_view text) {
+  return !text.empty() && text.size() % 2 == 0 &&
+         std::ranges::all_of(text, [](char c) { return hexValue(c) >= 0; });
+}
+
+std::string bytesOfHex(std::string_view text) {
+  std::string bytes;
+  for (std::size_t i = 0; i + 1 < text.size(); i += 2)
+    bytes += static_cast<char>(hexValue(text[i]) * 16 + hexValue(text[i + 1]));
+  return bytes;
+}
+
+void wipe(const DataBuffer& bytes) {
+  if (!bytes.isEmpty()) ::explicit_bzero(const_cast<unsigned char*>(bytes.getData2()), bytes.getSize());
+}
+
+/// A key in hexadecimal digits, or else its very bytes.
+bool setKeyOf(std::string_view content, int bits, _svSymSettings& settings) {
+  const auto size = static_cast<std::size_t>(bits / 8);
+  const std::string_view text = trim(content);
+  if (text.size() != 2 * size || !isHex(text)) return content.size() == size && settings.setKey(content);
+  std::string key = bytesOfHex(text);
+  const bool isSet = settings.setKey(key);
+  ::explicit_bzero(key.data(), key.size());
+  return isSet;
+}
+
+Exit readKeyFile(const AesOptions& options, _svSymSettings& settings) {
+  DataBuffer content;
+  if (!readFile(*options.keyFile, content)) return Exit::unreadable;
+  const bool isKey = setKeyOf(content.view(), options.bits, settings);
+  wipe(content);
+  if (isKey) return Exit::fine;
+  complain(*options.keyFile,
+           "is no key of " + std::to_string(options.bits) + " bits, neither in hexadecimal nor as bytes");
+  return Exit::unreadable;
+}
+
+Exit deriveKey(const AesOptions& options, std::string_view salt, _svSymSettings& settings) {
+  Passwords passwords;
+  if (const Exit result = passwords.read(options.passwords); result != Exit::fine) return result;
+  if (passwords.all().empty()) passwords.ask(options.file);
+  if (passwords.all().empty())
+    return refuse("aes", "--key-file, --password-file, --password-fd or MAILTREE_PASSWORD is needed");
+  if (settings.deriveKey(passwords.all().front().view(), salt, kIterations, options.bits)) return Exit::fine;
+  complain("no key could be derived from the password");
+  return Exit::unreadable;
+}
+
+Exit failWith(const AesOptions& options, const char* what, const LogMemory& log) {
+  const std::string problem = lastError(log, "");
+  complain(options.file, problem.empty() ? std::string(what) : std::string(what) + ": " + problem);
+  return Exit::negative;
+}
+
+Exit encrypt(const AesOptions& options, Email2& email, _svSymSettings& settings) {
+  LogMemory log;
+  if (email.hasHeaderField(kSaltField, log)) email.removeHeaderField(kSaltField);
+  if (options.keyFile) {
+    if (const Exit result = readKeyFile(options, settings); result != Exit::fine) return result;
+  } else {
+    std::array<char, kSaltSize> salt{};
+    if (::getentropy(salt.data(), salt.size()) != 0)
+      return failWith(options, "there are no random numbers", log);
+    const std::string_view bytes(salt.data(), salt.size());
+    if (const Exit result = deriveKey(options, bytes, settings); result != Exit::fine) return result;
+    email.setHeaderField(kSaltField, hexOf(bytes).c_str(), log);
+  }
+  SymmetricCipher cipher;
+  if (email.aesStandardEncryptAnsi(cipher, settings, log)) return Exit::fine;
+  return failWith(options, "could not be encrypted", log);
+}
+
+Exit decrypt(const AesOptions& options, Email2& email, _svSymSettings& settings) {
+  LogMemory log;
+  if (options.keyFile) {
+    if (const Exit result = readKeyFile(options, settings); result != Exit::fine) return result;
+  } else {
+    StringBuffer salt;
+    email.getHeaderFieldUtf8(kSaltField, salt, log);
+    if (!isHex(trim(salt.view())))
+      return failWith(options, "was not encrypted with a password: there is no X-Mailtree-Salt field", log);
+    if (const Exit result = deriveKey(options, bytesOfHex(trim(salt.view())), settings); result != Exit::fine)
+      return result;
+  }
+  email.removeHeaderField(kSaltField);
+  SymmetricCipher cipher;
+  if (email.aesStandardDecryptAnsi(cipher, /*bodyIsBinary=*/false, settings, log)) return Exit::fine;
+  return failWith(options, "could not be decrypted; the key is another one, or the message was changed", log);
+}
+
+using Work = Exit (*)(const AesOptions&, Email2&, _svSymSettings&);
+
+Exit run(const AesOptions& options, Work work) {
+  std::optional<Message> message = loadMessageToWrite(options.file);
+  if (!message) return Exit::unreadable;
+  const Exit limits = reportLimits(options.file, message->limits());
+  _svSymSettings settings;
+  settings.m_mode = modeOf(options.mode)->mode;
+  if (const Exit result = work(options, *message->root, settings); result != Exit::fine) return result;
+  return graver(limits, writeMessage(*message->root, options.output));
+}
+
+void addDirection(CLI::App& aes, Action& action, const char* name, const char* description, Work work) {
+  auto options = std::make_shared<AesOptions>();
+  CLI::App* verb = aes.add_subcommand(name, description);
+  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
+  CLI::Option* key =
+      addText(*verb, "--key-file", options->keyFile, "File with the key, in hexadecimal or as bytes");
+  addPasswordOptions(*verb, options->passwords);
+  verb->get_option("--password-file")->excludes(key);
+  verb->get_option("--password-fd")->excludes(key);
+  addText(*verb, "--mode", options->mode, "gcm (without it: a change is noticed), cbc or ctr")
+      ->check(checkMode);
+  verb->add_option("--bits", options->bits, "Size of the key: 128, 192 or 256 (without it)")
+      ->check(CLI::IsMember({128, 192, 256}));
+  addOutput(*verb, options->output);
+  verb->callback([options, work, &action] { action = [options, work] { return run(*options, work); }; });
+}
+
+}  // namespace
+
+void addAes(CLI::App& app, Action& action) {
+  CLI::App* verb =
+      app.add_subcommand("aes", "Encrypt or decrypt the bodies of a message in place, under one key");
+  verb->require_subcommand(1);
+  addDirection(*verb, action, "encrypt", "Encrypt every body; the header and the tree stay readable",
+               encrypt);
+  addDirection(*verb, action, "decrypt", "Decrypt what aes encrypt made; status 1 when the key does not fit",
+               decrypt);
+  verb->footer(
+      "A key comes from a file, or from a password (PBKDF2 with HMAC-SHA-256, 600,000 rounds), whose salt "
+      "travels in "
+      "the\nfield X-Mailtree-Salt. Mode and bits are not in the message: who decrypts gives the same.\n"
+      "Only gcm notices every change and every wrong key. For mail to others use encrypt, which needs no "
+      "common key.\n"
+      "Example:\n  openssl rand -hex 32 > key\n  mailtree aes encrypt --key-file key mail.eml -o hidden.eml");
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,64 @@
+// cli/decrypt.cpp - mailtree decrypt: an encrypted message as a readable one.
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "cli/arguments.h"
+#include "cli/commands.h"
+#include "cli/input.h"
+#include "cli/output.h"
+#include "cli/secure/keys.h"
+#include "cli/secure/opening.h"
+
+namespace mailtree::cli {
+namespace {
+
+struct DecryptOptions {
+  std::string file;
+  KeyOptions keys;
+  std::string output;
+};
+
+void tellWhatChanged(const std::string& file, const OpenedMessage& opened) {
+  if (opened.lostSignature)
+    complain(file, "warning: a signature stood around what is encrypted, and is not in what is written");
+  for (const std::string& field : opened.fields)
+    complain(file,
+             "warning: the field " + field + " is the encrypted one, which is another one than outside");
+  if (!opened.problem.empty()) complain(file, "warning: a further layer stays closed: " + opened.problem);
+}
+
+Exit decrypt(const DecryptOptions& options) {
+  Keys keys;
+  if (const Exit result = readKeys(options.keys, keys); result != Exit::fine) return result;
+  DataBuffer bytes;
+  if (!readFile(options.file, bytes)) return Exit::unreadable;
+  const OpenedMessage opened = openMessage(bytes.view(), keys.store);
+  if (opened.bytes.empty()) {
+    complain(options.file, "nothing could be decrypted: " + opened.problem);
+    return Exit::negative;
+  }
+  tellWhatChanged(options.file, opened);
+  TextFile out(options.output);
+  return out.write(opened.bytes) && out.commit() ? Exit::fine : Exit::unreadable;
+}
+
+}  // namespace
+
+void addDecrypt(CLI::App& app, Action& action) {
+  auto options = std::make_shared<DecryptOptions>();
+  CLI::App* verb = app.add_subcommand(
+      "decrypt", "Write an encrypted message as a readable one; status 1 when it cannot be opened");
+  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
+  addCertificateOptions(*verb, options->keys);
+  addPrivateKeyOptions(*verb, options->keys);
+  addOutput(*verb, options->output);
+  verb->footer(
+      "Every encrypted layer that a key is there for is taken off; a signature inside stays as it is and can "
+      "be "
+      "verified.\nThe fields are those outside; where the encrypted content has one of the same name, that "
+      "one.\n"
+      "Example:\n  mailtree decrypt --p12 jo.p12 secret.eml -o mail.eml");
+  verb->callback([options, &action] { action = [options] { return decrypt(*options); }; });
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,218 @@
+#include "cli/secure/examination.h"
+
+#include <algorithm>
+
+#include "cli/writing/structure.h"
+#include "mailtree/crypto/Cades.h"
+#include "mailtree/crypto/UnwrapInfo.h"
+#include "mailtree/mime/MimeMessage2.h"
+
+namespace mailtree::cli {
+namespace {
+
+constexpr std::string_view kWholeMessage = "1";
+constexpr std::string_view kDisplayedFields[] = {"From", "Sender", "Reply-To", "To", "Cc", "Date", "Subject"};
+
+bool mayHoldLayers(Email2& root) {
+  bool found = false;
+  walk(root, [&found](const Email2& node) {
+    const std::string_view type = node.m_contentType.m_type.view();
+    found = found || equalsNoCase(type, "multipart/signed") || containsNoCase(type, "pkcs7-mime");
+  });
+  return found;
+}
+
+/// Layers number their parts from the entity that was looked into.
+std::string numberedBelow(const std::string& entity, const std::string& part) {
+  return part.starts_with(kWholeMessage) ? entity + part.substr(kWholeMessage.size()) : entity + '.' + part;
+}
+
+void unwrapPart(MimeMessage2& entity, const std::string& number, SystemCerts& certs, Examined& examined) {
+  UnwrapInfo info;
+  _clsCades cades;
+  LogNull log;
+  entity.unwrapSecurity3(info, cades, certs, log);
+  for (SecureLayer& layer : info.m_layers) {
+    layer.part = numberedBelow(number, layer.part);
+    for (std::string& part : layer.uncovered) part = numberedBelow(number, part);
+    examined.layers.push_back(std::move(layer));
+  }
+}
+
+/// Loading takes nothing off below a multipart/mixed. What is there is looked at in a parse tree of its own.
+void lookBelowMixed(std::string_view bytes, SystemCerts& certs, Examined& examined) {
+  MimeMessage2 root;
+  LogNull log;
+  if (!root.loadText(bytes, log) || !root.isMultipartMixed()) return;
+  struct Open {
+    MimeMessage2* entity;
+    std::string number;
+  };
+  std::vector<Open> open{{&root, std::string(kWholeMessage)}};
+  while (!open.empty()) {
+    const Open next = std::move(open.back());
+    open.pop_back();
+    if (!next.entity->isMultipartMixed()) unwrapPart(*next.entity, next.number, certs, examined);
+    for (int i = next.entity->isMultipartMixed() ? next.entity->getNumParts() : 0; i-- > 0;)
+      open.push_back({next.entity->getPart(i), next.number + '.' + std::to_string(i + 1)});
+  }
+}
+
+/// A reader who sees one of two From fields, or one of two addresses, must not be told that a signature is by it.
+void readFrom(Examined& examined) {
+  const MimeHeader& header = examined.message.root->m_header;
+  ExtPtrArray addresses;
+  std::string scratch;
+  for (int row = header.findField("From"); row >= 0; row = header.findField("From", row + 1))
+    _svEmailAddress::parseAndLoadList(header.unfoldedValue(row, scratch), addresses);
+  if (addresses.getSize() == 1)
+    examined.from = addresses.at<_svEmailAddress>(0)->m_address.view();
+  else
+    examined.fromProblem =
+        addresses.getSize() == 0 ? "there is no From address" : "there is more than one From address";
+}
+
+void compareAddresses(Examined& examined) {
+  for (SecureLayer& layer : examined.layers)
+    for (SignerVerdict& signer : layer.signers)
+      signer.addressMatches =
+          !examined.from.empty() && signer.certificate && signer.certificate->isForAddress(examined.from);
+}
+
+std::string withProblem(std::string text, const std::string& problem) {
+  return problem.empty() ? text : text + ": " + problem;
+}
+
+/// The gravest thing that is wrong with a signature; empty when nothing is.
+std::string faultOf(const SignerVerdict& signer, const Examined& examined) {
+  if (!signer.digestMatched) return withProblem("the content is not what was signed", signer.problem);
+  if (!signer.signatureVerified) return withProblem("the signature is wrong", signer.problem);
+  if (!signer.certificate) return "the signer's certificate is missing";
+  if (signer.revoked) return "the signer's certificate is revoked";
+  if (!signer.keyUsageFit) return "the signer's certificate is not meant for signing mail";
+  if (!signer.addressMatches)
+    return examined.fromProblem.empty() ? "the signer's certificate is not issued to " + examined.from
+                                        : examined.fromProblem;
+  if (!examined.trustGiven) return "the chain was not checked: no trust anchors given (--trust)";
+  return signer.chainTrusted ? std::string() : withProblem("the chain is not trusted", signer.problem);
+}
+
+/// Empty when the mathematics of every signer holds and everything is right about one of them.
+std::string faultOf(const SecureLayer& layer, const Examined& examined) {
+  if (layer.signers.empty()) return withProblem("a signature could not be checked", layer.problem);
+  std::string first;
+  bool hasGood = false;
+  for (const SignerVerdict& signer : layer.signers) {
+    std::string fault = faultOf(signer, examined);
+    if (!signer.isValid()) return fault;
+    hasGood = hasGood || fault.empty();
+    if (first.empty()) first = std::move(fault);
+  }
+  return hasGood ? std::string() : first;
+}
+
+/// What stands beside an outer layer is not covered by one inside it either.
+std::string uncoveredUpTo(const std::vector<SecureLayer>& layers, const SecureLayer& last) {
+  std::string parts;
+  for (const SecureLayer& layer : layers) {
+    for (const std::string& part : layer.uncovered) parts += (parts.empty() ? "" : ", ") + part;
+    if (&layer == &last) break;
+  }
+  return parts;
+}
+
+std::string faultOfHeader(const Examined& examined) {
+  for (const InnerField& field : examined.innerFields)
+    if (isDisplayedField(field.name) && !field.outside.empty())
+      return "the field " + field.name + " is another one inside than the one displayed";
+  return {};
+}
+
+std::string unopenedProblem(const Examined& examined) {
+  for (const SecureLayer& layer : examined.layers)
+    if (layer.isEncrypted() && !layer.opened)
+      return withProblem("encrypted, and could not be opened", layer.problem);
+  return {};
+}
+
+std::string signerOf(const SecureLayer& layer, const Examined& examined) {
+  std::string weak;
+  for (const SignerVerdict& signer : layer.signers)
+    if (signer.weak) weak = ", but by something weak: " + signer.algorithm + " with " + signer.digest;
+  return "all of the content is signed by " + examined.from + weak;
+}
+
+/// A signature that covers everything and in which everything is right; null when there is none, with the reason.
+const SecureLayer* goodLayer(const Examined& examined, std::string& reason) {
+  for (const SecureLayer& layer : examined.layers) {
+    if (!layer.isSigned()) continue;
+    std::string fault = faultOf(layer, examined);
+    if (fault.empty() && layer.part != kWholeMessage)
+      fault = "only part " + layer.part + " is covered by a signature";
+    if (fault.empty())
+      if (const std::string parts = uncoveredUpTo(examined.layers, layer); !parts.empty())
+        fault = "not covered by the signature: part " + parts;
+    if (fault.empty()) return &layer;
+    if (reason.empty()) reason = std::move(fault);
+  }
+  return nullptr;
+}
+
+Verdict judge(const Examined& examined) {
+  if (!examined.isSigned()) {
+    std::string unopened = unopenedProblem(examined);
+    return {false, unopened.empty() ? "not signed" : std::move(unopened)};
+  }
+  // A wrong signature anywhere is a wrong message, whatever another one says.
+  for (const SecureLayer& layer : examined.layers)
+    if (layer.isSigned() && !layer.allSignaturesValid()) return {false, faultOf(layer, examined)};
+  std::string reason;
+  const SecureLayer* const good = goodLayer(examined, reason);
+  if (!good) return {false, reason};
+  if (std::string fault = faultOfHeader(examined); !fault.empty()) return {false, std::move(fault)};
+  return {true, signerOf(*good, examined)};
+}
+
+template <class Wanted>
+bool anyLayer(const Examined& examined, Wanted&& wanted) {
+  return std::ranges::any_of(examined.layers, wanted);
+}
+
+}  // namespace
+
+bool Examined::isSigned() const { return anyLayer(*this, &SecureLayer::isSigned); }
+
+bool Examined::isEncrypted() const { return anyLayer(*this, &SecureLayer::isEncrypted); }
+
+bool Examined::allSignaturesValid() const {
+  return isSigned() && !anyLayer(*this, [](const SecureLayer& layer) {
+           return layer.isSigned() && !layer.allSignaturesValid();
+         });
+}
+
+bool Examined::allDecrypted() const {
+  return isEncrypted() &&
+         !anyLayer(*this, [](const SecureLayer& layer) { return layer.isEncrypted() && !layer.opened; });
+}
+
+std::optional<Examined> examine(const std::string& path, Keys& keys) {
+  DataBuffer bytes;
+  if (!readFile(path, bytes)) return std::nullopt;
+  std::optional<Message> message = loadMessage(path, bytes, keys.store);
+  if (!message) return std::nullopt;
+  Examined examined{std::move(*message), {}, {}, {}, {}, keys.store.hasTrustAnchors(), {}};
+  examined.layers = std::move(examined.message.common->m_secureLayers);
+  examined.innerFields = std::move(examined.message.common->m_innerFields);
+  if (mayHoldLayers(*examined.message.root)) lookBelowMixed(bytes.view(), keys.store, examined);
+  readFrom(examined);
+  compareAddresses(examined);
+  examined.verdict = judge(examined);
+  return examined;
+}
+
+bool isDisplayedField(std::string_view name) {
+  return std::ranges::any_of(kDisplayedFields,
+                             [name](std::string_view field) { return equalsNoCase(field, name); });
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,44 @@
+// cli/secure/examination.h - a received message together with what its signatures are worth.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cli/input.h"
+#include "cli/secure/keys.h"
+
+namespace mailtree::cli {
+
+/// The one answer to whether a message is what its From says. Yes only when all of the content is covered by a
+/// signature in which everything is right.
+struct Verdict {
+  bool valid = false;
+  std::string text;  ///< Who signed it, or the gravest thing that is wrong.
+};
+
+struct Examined {
+  Message message;
+  /// Those that loading took off, from outside in; then those below a multipart/mixed, which loading leaves alone.
+  std::vector<SecureLayer> layers;
+  std::vector<InnerField> innerFields;
+  std::string from;         ///< The one address in From; empty when there is none or more than one.
+  std::string fromProblem;  ///< Why there is none.
+  bool trustGiven = false;
+  Verdict verdict;
+
+  bool isSigned() const;
+  bool isEncrypted() const;
+  /// Signed, and the mathematics of every signature holds.
+  bool allSignaturesValid() const;
+  /// Encrypted, and every layer was opened.
+  bool allDecrypted() const;
+};
+
+/// Reads, loads and judges a message; nothing after a complaint.
+std::optional<Examined> examine(const std::string& path, Keys& keys);
+
+/// Whether a header field is one that readers display: a layer that says otherwise contradicts what is seen.
+bool isDisplayedField(std::string_view name);
+
+}  // namespace mailtree::cli

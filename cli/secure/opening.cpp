@@ -1,0 +1,177 @@
+#include "cli/secure/opening.h"
+
+#include <algorithm>
+
+#include "cli/secure/examination.h"
+#include "mailtree/crypto/Pkcs7Opener.h"
+#include "mailtree/mime/HeaderLines.h"
+#include "mailtree/mime/MimeMessage2.h"
+
+namespace mailtree::cli {
+namespace {
+
+constexpr int kMaxLayers = 20;
+
+struct RawField {
+  std::string_view name;
+  std::string_view lines;  ///< The whole field as it was received, without its last line break.
+};
+
+/// The header that an entity begins with, field by field, and its body. Lines that are no fields are left out.
+struct RawEntity {
+  std::vector<RawField> fields;
+  std::string_view body;
+};
+
+std::vector<RawField> fieldsOf(std::string_view header) {
+  std::vector<RawField> fields;
+  for (std::size_t at = 0; at < header.size();) {
+    const std::size_t begin = at, firstEnd = endOfLine(header, at);
+    std::size_t end = firstEnd;
+    for (at = afterLineBreak(header, end); at < header.size() && isBlankAscii(header[at]);) {
+      end = endOfLine(header, at);
+      at = afterLineBreak(header, end);
+    }
+    const FieldStart start = readFieldStart(header.substr(begin, firstEnd - begin));
+    if (start.nameSize > 0)
+      fields.push_back({header.substr(begin, start.nameSize), header.substr(begin, end - begin)});
+  }
+  return fields;
+}
+
+RawEntity takeApart(std::string_view entity, MimeHeader::LeadingEmptyLines emptyLines) {
+  MimeHeader header;
+  const MimeHeader::Extent extent = header.loadFromEntity(entity, emptyLines);
+  return {fieldsOf(entity.substr(0, extent.headerSize)),
+          entity.substr(std::min(extent.bodyOffset, entity.size()))};
+}
+
+const RawField* findField(const RawEntity& entity, std::string_view name) {
+  const auto found = std::ranges::find_if(
+      entity.fields, [name](const RawField& field) { return equalsNoCase(field.name, name); });
+  return found == entity.fields.end() ? nullptr : &*found;
+}
+
+bool isInternal(std::string_view name) {
+  return beginsWithNoCase(name, "SVX-") || beginsWithNoCase(name, "SVZ-");
+}
+
+bool describesContent(std::string_view name) {
+  return beginsWithNoCase(name, "Content-") || equalsNoCase(name, "MIME-Version") ||
+         equalsNoCase(name, "X-MS-Has-Attach");
+}
+
+/// A header with line ends of Unix before a content with those of mail would be a message of neither kind.
+void appendField(const RawField& field, std::string& out) {
+  for (std::size_t at = 0; at < field.lines.size();) {
+    const std::size_t end = endOfLine(field.lines, at);
+    out.append(field.lines.substr(at, end - at)).append("\r\n");
+    at = afterLineBreak(field.lines, end);
+  }
+}
+
+std::string unfolded(const RawField& field) {
+  std::string value;
+  for (const char c : field.lines.substr(field.name.size()))
+    if (!isSpaceAscii(c)) value += c;
+  return value;
+}
+
+void appendOuterFields(const RawEntity& outer, const RawEntity& inner, OpenedMessage& opened) {
+  for (const RawField& field : outer.fields) {
+    if (describesContent(field.name) || isInternal(field.name)) continue;
+    const RawField* const inside = findField(inner, field.name);
+    if (!inside) appendField(field, opened.bytes);
+    if (inside && isDisplayedField(field.name) && unfolded(field) != unfolded(*inside))
+      opened.fields.emplace_back(field.name);
+  }
+}
+
+void join(std::string_view message, std::string_view content, OpenedMessage& opened) {
+  const RawEntity outer = takeApart(message, MimeHeader::LeadingEmptyLines::skip);
+  const RawEntity inner = takeApart(content, MimeHeader::LeadingEmptyLines::endHeader);
+  opened.bytes.clear();
+  opened.bytes.reserve(content.size() + message.size() - outer.body.size() + 32);
+  appendOuterFields(outer, inner, opened);
+  if (!findField(inner, "MIME-Version")) opened.bytes += "MIME-Version: 1.0\r\n";
+  for (const RawField& field : inner.fields)
+    if (!isInternal(field.name)) appendField(field, opened.bytes);
+  opened.bytes.append("\r\n").append(inner.body);
+}
+
+bool isPkcs7(const MimeMessage2& entity) {
+  if (containsNoCase(viewOf(entity.getContentType()), "pkcs7-mime")) return true;
+  StringBuffer name;
+  entity.getMimeFilename(name);
+  return equalsNoCase(viewOf(entity.getContentType()), "application/octet-stream") &&
+         endsWithNoCase(name.view(), ".p7m");
+}
+
+/// Goes from layer to layer as long as each covers the whole of what the one around it holds.
+class Peeling {
+ public:
+  Peeling(std::string_view message, SystemCerts& certs) : m_message(message), m_certs(certs) {}
+
+  OpenedMessage run() {
+    m_entity.borrowData(m_message.data(), m_message.size());
+    for (int i = 0; i < kMaxLayers && takeOff();) ++i;
+    if (m_hasContent) join(m_message, m_content.view(), m_opened);
+    if (!m_hasContent && m_opened.problem.empty()) m_opened.problem = "it is not encrypted as a whole";
+    return std::move(m_opened);
+  }
+
+ private:
+  /// Whether there is something inside to look at next.
+  bool takeOff() {
+    MimeMessage2 entity;
+    LogNull log;
+    if (!entity.loadText(m_entity.view(), log)) return false;
+    if (equalsNoCase(viewOf(entity.getContentType()), "multipart/signed") && entity.getNumParts() > 0)
+      return enterSigned(*entity.getPart(0));
+    return isPkcs7(entity) && open(entity.getMimeBodyDb()->view());
+  }
+
+  bool enterSigned(MimeMessage2& content) {
+    const std::unique_ptr<DataBuffer> bytes = content.extractReceivedBytes();
+    if (!bytes) return false;
+    m_entity.takeData(*bytes);
+    m_isInsideSigned = true;
+    return true;
+  }
+
+  bool open(std::string_view der) {
+    SecureLayer layer;
+    DataBuffer content;
+    LogNull log;
+    if (!Pkcs7Opener::open(der, m_certs, content, layer, log)) {
+      if (layer.isEncrypted() || !m_hasContent) m_opened.problem = layer.problem;
+      return false;
+    }
+    if (layer.isEncrypted()) {
+      m_opened.lostSignature = m_opened.lostSignature || m_isInsideSigned;
+      m_isInsideSigned = false;
+      m_hasContent = true;
+      m_content = content;
+    } else if (layer.isSigned()) {
+      m_isInsideSigned = true;
+    }
+    m_entity.takeData(content);
+    return true;
+  }
+
+  std::string_view m_message;
+  SystemCerts& m_certs;
+  DataBuffer m_entity;   ///< What is looked at now.
+  DataBuffer m_content;  ///< Of the innermost encrypted layer so far.
+  bool m_hasContent = false;
+  bool m_isInsideSigned = false;
+  OpenedMessage m_opened;
+};
+
+}  // namespace
+
+OpenedMessage openMessage(std::string_view message, SystemCerts& certs) {
+  return Peeling(message, certs).run();
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,157 @@
+#include "cli/secure/passwords.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <system_error>
+
+#include "cli/arguments.h"
+#include "cli/input.h"
+#include "cli/views/terminal.h"
+
+namespace mailtree::cli {
+namespace {
+
+constexpr const char* kVariable = "MAILTREE_PASSWORD";
+constexpr char kInterrupt = '\x03';
+
+class Descriptor {
+ public:
+  Descriptor(const char* path, int flags) : m_number(::open(path, flags | O_CLOEXEC)) {}
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  ~Descriptor() {
+    if (isOpen()) ::close(m_number);
+  }
+  bool isOpen() const noexcept { return m_number >= 0; }
+  int number() const noexcept { return m_number; }
+
+ private:
+  int m_number;
+};
+
+/// Reads up to the end of the line and no further: what follows may be for somebody else. 0, or the errno that
+/// stopped it.
+int readLine(int descriptor, Secret& secret) {
+  for (;;) {
+    char c = 0;
+    const ssize_t count = ::read(descriptor, &c, 1);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return errno;
+    if (count == 0 || c == '\n') return 0;
+    if (c == '\r') continue;
+    if (!secret.append(c)) return EMSGSIZE;
+    if (c == kInterrupt) return 0;
+  }
+}
+
+/// A terminal that shows nothing of what is typed, for the length of a scope. Ctrl-C ends the line instead of the
+/// program, which could not put things right again.
+class SilentTerminal {
+ public:
+  explicit SilentTerminal(int descriptor) : m_descriptor(descriptor) {
+    if (::tcgetattr(m_descriptor, &m_before) != 0) return;
+    termios silent = m_before;
+    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO | ISIG);
+    silent.c_cc[VEOL] = static_cast<cc_t>(kInterrupt);
+    m_isSilent = ::tcsetattr(m_descriptor, TCSAFLUSH, &silent) == 0;
+  }
+  SilentTerminal(const SilentTerminal&) = delete;
+  SilentTerminal& operator=(const SilentTerminal&) = delete;
+  ~SilentTerminal() {
+    if (m_isSilent) ::tcsetattr(m_descriptor, TCSAFLUSH, &m_before);
+  }
+  bool isSilent() const noexcept { return m_isSilent; }
+
+ private:
+  int m_descriptor;
+  termios m_before{};
+  bool m_isSilent = false;
+};
+
+bool say(int descriptor, std::string_view text) {
+  return ::write(descriptor, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
+bool askOn(int terminal, std::string_view purpose, Secret& secret) {
+  int error = 0;
+  {
+    const SilentTerminal silence(terminal);
+    if (!silence.isSilent() || !say(terminal, "Password for " + printable(purpose) + ": ")) return false;
+    error = readLine(terminal, secret);
+  }
+  if (!say(terminal, "\n") || error != 0) return false;
+  if (secret.view().ends_with(kInterrupt)) {
+    secret.wipe();
+    ::raise(SIGINT);
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool Secret::append(char c) noexcept {
+  if (m_size == kMaxSize) return false;
+  m_bytes[m_size++] = c;
+  return true;
+}
+
+void Secret::wipe() noexcept {
+  ::explicit_bzero(m_bytes.data(), m_bytes.size());
+  m_size = 0;
+}
+
+void addPasswordOptions(CLI::App& verb, PasswordOptions& options) {
+  addRepeated(verb, "--password-file", options.files,
+              "File whose first line is a password; with several, each is tried");
+  verb.add_option("--password-fd", options.descriptor,
+                  "Open file descriptor to read a line with a password from")
+      ->check(CLI::NonNegativeNumber);
+}
+
+Exit Passwords::read(const PasswordOptions& options) {
+  for (const std::string& path : options.files)
+    if (const Exit result = readFile(path); result != Exit::fine) return result;
+  if (options.descriptor) return readDescriptor(*options.descriptor, "--password-fd");
+  if (options.files.empty()) readEnvironment();
+  return Exit::fine;
+}
+
+const Secret* Passwords::ask(std::string_view purpose) {
+  const Descriptor terminal("/dev/tty", O_RDWR | O_NOCTTY);
+  if (!terminal.isOpen()) return nullptr;
+  if (askOn(terminal.number(), purpose, m_secrets.emplace_back())) return &m_secrets.back();
+  m_secrets.pop_back();
+  return nullptr;
+}
+
+Exit Passwords::readFile(const std::string& path) {
+  const Descriptor file(path.c_str(), O_RDONLY);
+  if (file.isOpen()) return readDescriptor(file.number(), path);
+  complain(path, std::generic_category().message(errno));
+  return Exit::unreadable;
+}
+
+Exit Passwords::readDescriptor(int descriptor, std::string_view name) {
+  const int error = readLine(descriptor, m_secrets.emplace_back());
+  if (error == 0) return Exit::fine;
+  complain(name, error == EMSGSIZE ? "the first line is too long for a password"
+                                   : std::generic_category().message(error));
+  return Exit::unreadable;
+}
+
+void Passwords::readEnvironment() {
+  const char* value = std::getenv(kVariable);
+  if (!value) return;
+  Secret& secret = m_secrets.emplace_back();
+  while (*value && secret.append(*value)) ++value;
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,68 @@
+// cli/secure/passwords.h - passwords, from anywhere but the command line, which every user of the machine can read.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <list>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cli/exit_codes.h"
+
+namespace CLI {
+class App;
+}
+
+namespace mailtree::cli {
+
+/// A password in a place of its own, which is wiped; it is never copied.
+class Secret {
+ public:
+  static constexpr std::size_t kMaxSize = 1023;
+
+  Secret() = default;
+  Secret(const Secret&) = delete;
+  Secret& operator=(const Secret&) = delete;
+  ~Secret() { wipe(); }
+
+  /// False when it is full.
+  bool append(char c) noexcept;
+  void wipe() noexcept;
+  const char* text() const noexcept { return m_bytes.data(); }  ///< Null-terminated.
+  std::string_view view() const noexcept { return {m_bytes.data(), m_size}; }
+
+ private:
+  std::array<char, kMaxSize + 1> m_bytes{};
+  std::size_t m_size = 0;
+};
+
+struct PasswordOptions {
+  std::vector<std::string> files;
+  std::optional<int> descriptor;
+};
+
+/// The options --password-file and --password-fd.
+void addPasswordOptions(CLI::App& verb, PasswordOptions& options);
+
+class Passwords {
+ public:
+  /// Reads the first line of each file and of the descriptor, and MAILTREE_PASSWORD when there are neither.
+  /// unreadable after a complaint.
+  Exit read(const PasswordOptions& options);
+  /// Asks on the terminal, without showing what is typed.
+  /// @return null without a terminal, or when nothing was entered there.
+  const Secret* ask(std::string_view purpose);
+
+  const std::list<Secret>& all() const noexcept { return m_secrets; }
+
+ private:
+  Exit readFile(const std::string& path);
+  Exit readDescriptor(int descriptor, std::string_view name);
+  void readEnvironment();
+
+  std::list<Secret> m_secrets;  ///< A list never moves what it holds.
+};
+
+}  // namespace mailtree::cli

@@ -1,0 +1,137 @@
+// cli/sign.cpp - mailtree sign: a message with an S/MIME signature.
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <memory>
+
+#include "cli/arguments.h"
+#include "cli/commands.h"
+#include "cli/input.h"
+#include "cli/output.h"
+#include "cli/secure/keys.h"
+#include "cli/secure/sending.h"
+#include "mailtree/crypto/Cades.h"
+
+namespace mailtree::cli {
+namespace {
+
+struct SignOptions {
+  std::string file;
+  std::string digest = "sha256";
+  std::optional<std::string> filename;
+  bool opaque = false, pss = false;
+  bool noChain = false, noTime = false, noCertificateId = false;
+  KeyOptions keys;
+  std::string output;
+};
+
+/// Digests that are still worth something, and what a Content-Type calls them (RFC 8551, 3.5.3.2).
+struct DigestRow {
+  std::string_view name;
+  const char* micalg;
+};
+constexpr DigestRow kDigests[] = {{"sha256", "sha-256"}, {"sha384", "sha-384"}, {"sha512", "sha-512"}};
+
+const DigestRow* digestOf(std::string_view name) {
+  std::string plain(name);
+  std::erase(plain, '-');
+  const auto* const row = std::ranges::find_if(
+      kDigests, [&](const DigestRow& digest) { return equalsNoCase(digest.name, plain); });
+  return row == std::end(kDigests) ? nullptr : row;
+}
+
+std::string checkDigest(const std::string& name) {
+  return digestOf(name) ? std::string() : "'" + name + "': it must be sha256, sha384 or sha512";
+}
+
+std::string fromOf(Email2& email) {
+  StringBuffer address;
+  email.getFromAddrUtf8(address);
+  return address.extractString();
+}
+
+/// Of the certificates that were named the one for From, else the first. Null after a complaint.
+Certificate* signerFor(const std::string& file, const std::string& from, Keys& keys) {
+  const std::vector<Certificate*> named = keys.withPrivateKey();
+  const auto own = std::ranges::find_if(
+      named, [&](const Certificate* certificate) { return certificate->isForAddress(from); });
+  if (own != named.end()) return *own;
+  if (!named.empty()) return named.front();
+  if (!keys.named.empty()) {
+    complain(file, "the certificate given has no private key (--key, or --p12 for both)");
+    return nullptr;
+  }
+  LogNull log;
+  Certificate* const found = keys.store.findByEmailAddr(from.c_str(), /*forEncryption=*/false, log);
+  if (!found)
+    complain(file, from.empty() ? "there is no From address to find a certificate by"
+                                : "no certificate with a private key, fit to sign, for " + from);
+  return found;
+}
+
+/// What a reader will hold against the signature, said beforehand.
+void warnOf(const std::string& file, const std::string& from, const Certificate& signer) {
+  if (!signer.isForAddress(from))
+    complain(file, "warning: the certificate is not issued to " + (from.empty() ? "anybody in From" : from));
+  if (!signer.isFitFor(CertificateUse::sign))
+    complain(file, "warning: the certificate is not meant for signing mail");
+}
+
+EmailPtr signedBy(Email2& email, const SignOptions& options, Certificate& signer, SystemCerts& certs,
+                  LogBase& log) {
+  // Into the member only: around a signature that is there already the field must go on naming that one's digest.
+  email.m_contentType.m_micalg.setString(std::string_view(digestOf(options.digest)->micalg));
+  email.setSigningCert(&signer);
+  _clsCades cades;
+  cades.m_rsaPss = options.pss;
+  const char* const filename = options.filename ? options.filename->c_str() : nullptr;
+  const auto operation = options.opaque ? &Email2::createSignedData : &Email2::createMultipartSigned;
+  const char* const name = filename ? filename : options.opaque ? "smime.p7m" : "smime.p7s";
+  return EmailPtr((email.*operation)(!options.noTime, !options.noCertificateId, !options.noChain, cades, name,
+                                     certs, log));
+}
+
+Exit sign(const SignOptions& options) {
+  Keys keys;
+  if (const Exit result = readKeys(options.keys, keys); result != Exit::fine) return result;
+  std::optional<Message> message = loadToSecure(options.file);
+  if (!message) return Exit::unreadable;
+  const Exit limits = reportLimits(options.file, message->limits());
+  const std::string from = fromOf(*message->root);
+  Certificate* const signer = signerFor(options.file, from, keys);
+  if (!signer) return Exit::negative;
+  warnOf(options.file, from, *signer);
+  LogMemory log;
+  const EmailPtr result = signedBy(*message->root, options, *signer, keys.store, log);
+  if (result) return graver(limits, writeMessage(*result, options.output));
+  complain(options.file, lastError(log, "could not be signed"));
+  return Exit::negative;
+}
+
+}  // namespace
+
+void addSign(CLI::App& app, Action& action) {
+  auto options = std::make_shared<SignOptions>();
+  CLI::App* verb = app.add_subcommand("sign", "Sign a message (S/MIME)");
+  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
+  addCertificateOptions(*verb, options->keys);
+  addPrivateKeyOptions(*verb, options->keys);
+  verb->add_flag("--opaque", options->opaque,
+                 "Put content and signature into one file, which any server leaves alone");
+  addText(*verb, "--digest", options->digest, "sha256 (without it), sha384 or sha512")->check(checkDigest);
+  verb->add_flag("--pss", options->pss, "RSA in PSS instead of PKCS#1 v1.5");
+  addText(*verb, "--filename", options->filename,
+          "Name of the signature file; smime.p7s or smime.p7m without it");
+  verb->add_flag("--no-chain", options->noChain, "Only the signer's certificate goes along, none above it");
+  verb->add_flag("--no-time", options->noTime, "Without the time of signing and the ciphers understood");
+  verb->add_flag("--no-certificate-id", options->noCertificateId,
+                 "Without the tie to this very certificate (signing-certificate-v2)");
+  addOutput(*verb, options->output);
+  verb->footer(
+      "The signer is the certificate of --cert and --key or --p12, else the one in --certs that From's "
+      "address has.\n"
+      "Bcc is taken out. A message that is signed or encrypted is signed as it is, its layers untouched.\n"
+      "Example:\n  mailtree sign --p12 anna.p12 mail.eml -o signed.eml");
+  verb->callback([options, &action] { action = [options] { return sign(*options); }; });
+}
+
+}  // namespace mailtree::cli

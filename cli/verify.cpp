@@ -1,0 +1,92 @@
+// cli/verify.cpp - mailtree verify: what the signatures of a message cover, and whether everything about them is right.
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <memory>
+
+#include "cli/arguments.h"
+#include "cli/commands.h"
+#include "cli/input.h"
+#include "cli/secure/examination.h"
+#include "cli/views/layers.h"
+#include "cli/views/security_json.h"
+#include "cli/views/terminal.h"
+
+namespace mailtree::cli {
+namespace {
+
+struct VerifyOptions {
+  std::string file;
+  bool json = false;
+  KeyOptions keys;
+};
+
+constexpr std::size_t kNameWidth = 11;
+
+const char* signOf(Check::Mark mark) {
+  switch (mark) {
+    case Check::Mark::good: return "ok  ";
+    case Check::Mark::bad: return "NO  ";
+    case Check::Mark::note: break;
+  }
+  return "    ";
+}
+
+void writeCheck(const Check& check) {
+  std::string name = check.name;
+  name.resize(kNameWidth, ' ');
+  std::cout << "  " << signOf(check.mark) << name << printable(check.text) << '\n';
+}
+
+void writeLayer(const SecureLayer& layer, std::size_t number, const Examined& examined) {
+  std::cout << "layer " << number << ": " << mailtree::nameOf(layer.kind) << '\n';
+  for (const Check& check : checksOf(layer, examined)) writeCheck(check);
+}
+
+void writeChecklist(const Examined& examined) {
+  for (std::size_t i = 0; i < examined.layers.size(); ++i) writeLayer(examined.layers[i], i + 1, examined);
+  for (const InnerField& field : examined.innerFields)
+    std::cout << "field " << printable(field.name) << ": inside part " << printable(field.part) << " it is \""
+              << printable(field.inside) << "\", displayed is "
+              << (field.outside.empty() ? "none" : '"' + printable(field.outside) + '"') << '\n';
+  std::cout << (examined.verdict.valid ? "valid: " : "NOT valid: ") << printable(examined.verdict.text)
+            << '\n';
+}
+
+Exit verify(const VerifyOptions& options) {
+  Keys keys;
+  if (const Exit result = readKeys(options.keys, keys); result != Exit::fine) return result;
+  const std::optional<Examined> examined = examine(options.file, keys);
+  if (!examined) return Exit::unreadable;
+  if (options.json)
+    std::cout << lineOf({{"schema", kSchema}, {"file", options.file}, {"security", securityOf(*examined)}})
+              << '\n';
+  else
+    writeChecklist(*examined);
+  const Exit answer = examined->verdict.valid ? Exit::fine : Exit::negative;
+  return graver(graver(answer, reportLimits(options.file, examined->message.limits())),
+                finishStandardOutput());
+}
+
+}  // namespace
+
+void addVerify(CLI::App& app, Action& action) {
+  auto options = std::make_shared<VerifyOptions>();
+  CLI::App* verb = app.add_subcommand(
+      "verify",
+      "Check the signatures of a message; status 1 unless they cover all of it and everything is right");
+  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
+  verb->add_flag("--json", options->json, "One JSON object on one line");
+  addReadingKeyOptions(*verb, options->keys);
+  verb->footer(
+      "Status 0 takes all of this: every signature is right; one of them covers all of the content; its "
+      "signer's\n"
+      "certificate leads to an anchor of --trust, is not revoked, is meant for signing, and is issued to the "
+      "one "
+      "address\nin From; no field that is displayed stands otherwise inside. Other fields than From are not "
+      "part of "
+      "what S/MIME\nsigns. Encrypted layers are opened with --p12, or --cert and --key.\n"
+      "Example:\n  mailtree verify --trust ca.pem mail.eml");
+  verb->callback([options, &action] { action = [options] { return verify(*options); }; });
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,172 @@
+#include "cli/views/layers.h"
+
+#include <ctime>
+
+#include "cli/views/json_values.h"
+
+namespace mailtree::cli {
+namespace {
+
+using Mark = Check::Mark;
+
+Mark markOf(bool isGood) { return isGood ? Mark::good : Mark::bad; }
+
+std::string subjectOf(const Certificate& certificate) {
+  XString subject;
+  LogNull log;
+  certificate.getSubjectDN(subject, log);
+  return std::string(subject.view());
+}
+
+std::string issuerOf(const Certificate& certificate) {
+  XString issuer;
+  LogNull log;
+  certificate.getIssuerDN(issuer, log);
+  return std::string(issuer.view());
+}
+
+std::string listOf(const std::vector<std::string>& texts) {
+  std::string list;
+  for (const std::string& text : texts) list += (list.empty() ? "" : ", ") + text;
+  return list;
+}
+
+std::string coverageOf(const SecureLayer& layer) {
+  std::string text = layer.part == "1" ? "the content" : "part " + layer.part + " only";
+  if (!layer.uncovered.empty()) return text + ", but not part " + listOf(layer.uncovered);
+  return layer.part == "1" ? "all of the content" : text;
+}
+
+bool coversAll(const SecureLayer& layer) { return layer.part == "1" && layer.uncovered.empty(); }
+
+Check checkChain(const SignerVerdict& signer, const Examined& examined) {
+  if (!examined.trustGiven) return {Mark::bad, "chain", "not checked: no trust anchors given (--trust)"};
+  if (signer.revoked) return {Mark::bad, "chain", "revoked"};
+  if (signer.chainTrusted)
+    return {Mark::good, "chain",
+            signer.chainTrustedThen || !signer.signingTime ? "trusted"
+                                                           : "trusted now, but not at the signing time"};
+  const std::string problem = signer.problem.empty() ? std::string() : ": " + signer.problem;
+  return {Mark::bad, "chain",
+          (signer.chainTrustedThen ? "trusted at the signing time, but not now" : "not trusted") + problem};
+}
+
+Check checkTime(const SignerVerdict& signer) {
+  if (!signer.signingTime) return {Mark::note, "time", "not said"};
+  const bool isAhead = *signer.signingTime > std::time(nullptr);
+  return {Mark::note, "time",
+          timeText(*signer.signingTime) + (isAhead ? ", which is still to come" : ", as the signer says")};
+}
+
+Check checkAddress(const SignerVerdict& signer, const Examined& examined) {
+  if (!examined.fromProblem.empty()) return {Mark::bad, "address", examined.fromProblem};
+  if (signer.addressMatches) return {Mark::good, "address", examined.from + ", as in From"};
+  return {Mark::bad, "address",
+          "the certificate is not issued to " + examined.from + ", which stands in From"};
+}
+
+void addCertificateChecks(const SignerVerdict& signer, const Examined& examined, std::vector<Check>& checks) {
+  checks.push_back(checkChain(signer, examined));
+  checks.push_back({markOf(signer.keyUsageFit), "usage",
+                    signer.keyUsageFit ? "the certificate is meant for signing mail"
+                                       : "the certificate is not meant for signing mail"});
+  checks.push_back(checkTime(signer));
+  checks.push_back(checkAddress(signer, examined));
+}
+
+void addSignerChecks(const SignerVerdict& signer, const Examined& examined, std::vector<Check>& checks) {
+  const Certificate* const certificate = signer.certificate.get();
+  checks.push_back(certificate
+                       ? Check{Mark::note, "signer",
+                               nameOf(*certificate) + " (" + subjectOf(*certificate) + "), issued by " +
+                                   issuerOf(*certificate) + ", serial number " + certificate->serialNumber()}
+                       : Check{Mark::bad, "signer", "unknown: the certificate is missing"});
+  checks.push_back({markOf(signer.digestMatched), "digest",
+                    signer.digest + (signer.digestMatched ? ", the content is the one signed"
+                                                          : ", the content is not the one signed")});
+  const std::string key = certificate ? ", " + certificate->keyAlgorithm() + " " +
+                                            std::to_string(certificate->keyBits()) + " bits"
+                                      : "";
+  checks.push_back({markOf(signer.signatureVerified), "signature",
+                    signer.algorithm + key + (signer.signatureVerified ? ", verified" : ", not verified")});
+  if (certificate) addCertificateChecks(signer, examined, checks);
+  if (signer.weak) checks.push_back({Mark::note, "weak", signer.digest + ", " + signer.algorithm + key});
+}
+
+void addEncryptionChecks(const SecureLayer& layer, std::vector<Check>& checks) {
+  checks.push_back(
+      {markOf(layer.opened), "content",
+       layer.opened ? "opened" : "not opened" + (layer.problem.empty() ? "" : ": " + layer.problem)});
+  if (layer.recipient) checks.push_back({Mark::note, "recipient", nameOf(*layer.recipient)});
+  if (!layer.cipher.empty())
+    checks.push_back({Mark::note, "cipher",
+                      layer.cipher + (layer.keyTransport.empty() ? "" : ", key by " + layer.keyTransport)});
+  if (layer.weakCipher) checks.push_back({Mark::note, "weak", layer.cipher});
+}
+
+/// What else is to be known of a signature whose mathematics holds; empty when everything is right.
+std::string reservationsOn(const SignerVerdict& signer, const Examined& examined) {
+  std::string text;
+  const auto add = [&text](bool holds, std::string_view words) {
+    if (holds) text.append(", ").append(words);
+  };
+  add(!signer.certificate, "signer unknown");
+  add(signer.revoked, "certificate revoked");
+  add(examined.trustGiven && !signer.chainTrusted && !signer.revoked, "signer not trusted");
+  add(!examined.trustGiven, "trust not checked");
+  add(!signer.keyUsageFit, "certificate not for signing");
+  add(!signer.addressMatches, "signer is not the sender");
+  return text;
+}
+
+LayerSummary summaryOfSigned(const SecureLayer& layer, const Examined& examined) {
+  if (layer.signers.empty()) return {false, "signature could not be checked"};
+  if (!layer.allSignaturesValid()) return {false, "signature INVALID"};
+  std::string worst;
+  bool hasGood = false;
+  for (const SignerVerdict& signer : layer.signers) {
+    const std::string text = reservationsOn(signer, examined);
+    hasGood = hasGood || text.empty();
+    if (worst.empty()) worst = text;
+  }
+  LayerSummary summary{hasGood && coversAll(layer), "signature valid"};
+  if (!hasGood) summary.text += worst;
+  if (!coversAll(layer)) summary.text += ", covers " + coverageOf(layer);
+  for (const SignerVerdict& signer : layer.signers)
+    if (signer.weak) return {summary.isGood, summary.text + ", weak"};
+  return summary;
+}
+
+}  // namespace
+
+std::vector<Check> checksOf(const SecureLayer& layer, const Examined& examined) {
+  std::vector<Check> checks;
+  checks.push_back({layer.isSigned() ? markOf(coversAll(layer)) : Mark::note, "covers", coverageOf(layer)});
+  for (const SignerVerdict& signer : layer.signers) addSignerChecks(signer, examined, checks);
+  if (layer.isSigned() && !layer.problem.empty()) checks.push_back({Mark::bad, "problem", layer.problem});
+  if (!layer.isSigned()) addEncryptionChecks(layer, checks);
+  return checks;
+}
+
+LayerSummary summaryOf(const SecureLayer& layer, const Examined& examined) {
+  if (layer.isSigned()) return summaryOfSigned(layer, examined);
+  if (layer.kind == LayerKind::certificatesOnly) return {true, "certificates only"};
+  const std::string where = layer.part == "1" ? "" : ", part " + layer.part;
+  const std::string weak = layer.weakCipher ? ", weak" : "";
+  const std::string kind = layer.isEncrypted()                   ? "encrypted"
+                           : layer.kind == LayerKind::compressed ? "compressed"
+                                                                 : "unknown layer";
+  return {layer.opened, kind + (layer.opened ? "" : ", not opened") + where + weak};
+}
+
+std::string nameOf(const Certificate& certificate) {
+  return certificate.emailAddresses().empty() ? subjectOf(certificate) : certificate.emailAddresses().front();
+}
+
+std::string timeText(std::int64_t unixSeconds) {
+  SorvikSysTime time;
+  time.fromUnixTime(unixSeconds);
+  return dateOrNull(time).get<std::string>();
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,34 @@
+// cli/views/layers.h - signed and encrypted layers in words, for people.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "cli/secure/examination.h"
+
+namespace mailtree::cli {
+
+/// A line of the list that a layer is checked by.
+struct Check {
+  enum class Mark { good, bad, note };
+  Mark mark;
+  std::string name, text;
+};
+
+std::vector<Check> checksOf(const SecureLayer& layer, const Examined& examined);
+
+/// What the checks come to, in a few words: "signature valid, signer trusted". What a signature does not cover is
+/// always said with it.
+struct LayerSummary {
+  bool isGood;
+  std::string text;
+};
+
+LayerSummary summaryOf(const SecureLayer& layer, const Examined& examined);
+
+/// "anna@berg.example", else the subject.
+std::string nameOf(const Certificate& certificate);
+/// "2026-04-22T11:30:02Z"
+std::string timeText(std::int64_t unixSeconds);
+
+}  // namespace mailtree::cli

@@ -1,0 +1,15 @@
+// cli/views/security_badges.h - which parts of a drawn tree are signed, encrypted, or left out by a signature.
+#pragma once
+
+#include <vector>
+
+#include "cli/secure/examination.h"
+#include "cli/views/layers.h"
+#include "cli/views/outline.h"
+
+namespace mailtree::cli {
+
+/// The badges of every row of the outline.
+std::vector<std::vector<LayerSummary>> securityBadgesOf(const Outline& outline, const Examined& examined);
+
+}  // namespace mailtree::cli
