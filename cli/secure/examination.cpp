@@ -39,6 +39,17 @@ void unwrapPart(MimeMessage2& entity, const std::string& number, SystemCerts& ce
   }
 }
 
+bool standsIn(std::string_view part, std::string_view entity) {
+  return part.starts_with(entity) && (part.size() == entity.size() || part[entity.size()] == '.');
+}
+
+/// What stands beside the entity that a signature is in.
+void listUncovered(const std::vector<std::string>& entities, std::vector<SecureLayer>& layers) {
+  for (SecureLayer& layer : layers)
+    for (const std::string& entity : entities)
+      if (layer.isSigned() && !standsIn(layer.part, entity)) layer.uncovered.push_back(entity);
+}
+
 /// Loading takes nothing off below a multipart/mixed. What is there is looked at in a parse tree of its own.
 void lookBelowMixed(std::string_view bytes, SystemCerts& certs, Examined& examined) {
   MimeMessage2 root;
@@ -49,13 +60,19 @@ void lookBelowMixed(std::string_view bytes, SystemCerts& certs, Examined& examin
     std::string number;
   };
   std::vector<Open> open{{&root, std::string(kWholeMessage)}};
+  std::vector<std::string> entities;
   while (!open.empty()) {
     const Open next = std::move(open.back());
     open.pop_back();
-    if (!next.entity->isMultipartMixed()) unwrapPart(*next.entity, next.number, certs, examined);
-    for (int i = next.entity->isMultipartMixed() ? next.entity->getNumParts() : 0; i-- > 0;)
+    if (!next.entity->isMultipartMixed()) {
+      unwrapPart(*next.entity, next.number, certs, examined);
+      entities.push_back(next.number);
+      continue;
+    }
+    for (int i = next.entity->getNumParts(); i-- > 0;)
       open.push_back({next.entity->getPart(i), next.number + '.' + std::to_string(i + 1)});
   }
+  listUncovered(entities, examined.layers);
 }
 
 /// A reader who sees one of two From fields, or one of two addresses, must not be told that a signature is by it.
@@ -111,23 +128,6 @@ std::string faultOf(const SecureLayer& layer, const Examined& examined) {
   return hasGood ? std::string() : first;
 }
 
-/// What stands beside an outer layer is not covered by one inside it either.
-std::string uncoveredUpTo(const std::vector<SecureLayer>& layers, const SecureLayer& last) {
-  std::string parts;
-  for (const SecureLayer& layer : layers) {
-    for (const std::string& part : layer.uncovered) parts += (parts.empty() ? "" : ", ") + part;
-    if (&layer == &last) break;
-  }
-  return parts;
-}
-
-std::string faultOfHeader(const Examined& examined) {
-  for (const InnerField& field : examined.innerFields)
-    if (isDisplayedField(field.name) && !field.outside.empty())
-      return "the field " + field.name + " is another one inside than the one displayed";
-  return {};
-}
-
 std::string unopenedProblem(const Examined& examined) {
   for (const SecureLayer& layer : examined.layers)
     if (layer.isEncrypted() && !layer.opened)
@@ -147,11 +147,8 @@ const SecureLayer* goodLayer(const Examined& examined, std::string& reason) {
   for (const SecureLayer& layer : examined.layers) {
     if (!layer.isSigned()) continue;
     std::string fault = faultOf(layer, examined);
-    if (fault.empty() && layer.part != kWholeMessage)
+    if (fault.empty() && (layer.part != kWholeMessage || !layer.uncovered.empty()))
       fault = "only part " + layer.part + " is covered by a signature";
-    if (fault.empty())
-      if (const std::string parts = uncoveredUpTo(examined.layers, layer); !parts.empty())
-        fault = "not covered by the signature: part " + parts;
     if (fault.empty()) return &layer;
     if (reason.empty()) reason = std::move(fault);
   }
@@ -169,7 +166,8 @@ Verdict judge(const Examined& examined) {
   std::string reason;
   const SecureLayer* const good = goodLayer(examined, reason);
   if (!good) return {false, reason};
-  if (std::string fault = faultOfHeader(examined); !fault.empty()) return {false, std::move(fault)};
+  if (const InnerField* const field = examined.contradiction())
+    return {false, "the field " + field->name + " is another one inside than the one displayed"};
   return {true, signerOf(*good, examined)};
 }
 
@@ -195,15 +193,25 @@ bool Examined::allDecrypted() const {
          !anyLayer(*this, [](const SecureLayer& layer) { return layer.isEncrypted() && !layer.opened; });
 }
 
+const InnerField* Examined::contradiction() const {
+  const auto found = std::ranges::find_if(innerFields, [](const InnerField& field) {
+    return isDisplayedField(field.name) && !field.outside.empty();
+  });
+  return found == innerFields.end() ? nullptr : &*found;
+}
+
 std::optional<Examined> examine(const std::string& path, Keys& keys) {
   DataBuffer bytes;
   if (!readFile(path, bytes)) return std::nullopt;
   std::optional<Message> message = loadMessage(path, bytes, keys.store);
   if (!message) return std::nullopt;
-  Examined examined{std::move(*message), {}, {}, {}, {}, keys.store.hasTrustAnchors(), {}};
+  Examined examined{std::move(*message), {}, {}, false, {}, {}, keys.store.hasTrustAnchors(), {}};
   examined.layers = std::move(examined.message.common->m_secureLayers);
   examined.innerFields = std::move(examined.message.common->m_innerFields);
-  if (mayHoldLayers(*examined.message.root)) lookBelowMixed(bytes.view(), keys.store, examined);
+  if (examined.layers.empty() && mayHoldLayers(*examined.message.root)) {
+    lookBelowMixed(bytes.view(), keys.store, examined);
+    examined.layersInPlace = true;
+  }
   readFrom(examined);
   compareAddresses(examined);
   examined.verdict = judge(examined);

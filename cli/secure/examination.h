@@ -19,11 +19,12 @@ struct Verdict {
 
 struct Examined {
   Message message;
-  /// Those that loading took off, from outside in; then those below a multipart/mixed, which loading leaves alone.
+  /// Those that loading took off, from outside in; or those below a multipart/mixed, which loading leaves alone.
   std::vector<SecureLayer> layers;
   std::vector<InnerField> innerFields;
-  std::string from;         ///< The one address in From; empty when there is none or more than one.
-  std::string fromProblem;  ///< Why there is none.
+  bool layersInPlace = false;  ///< The layers still stand in the tree: they are below a multipart/mixed.
+  std::string from;            ///< The one address in From; empty when there is none or more than one.
+  std::string fromProblem;     ///< Why there is none.
   bool trustGiven = false;
   Verdict verdict;
 
@@ -33,6 +34,8 @@ struct Examined {
   bool allSignaturesValid() const;
   /// Encrypted, and every layer was opened.
   bool allDecrypted() const;
+  /// A field that is displayed, but stands otherwise inside a layer; null when there is none.
+  const InnerField* contradiction() const;
 };
 
 /// Reads, loads and judges a message; nothing after a complaint.

@@ -31,13 +31,13 @@ std::string listOf(const std::vector<std::string>& texts) {
   return list;
 }
 
-std::string coverageOf(const SecureLayer& layer) {
-  std::string text = layer.part == "1" ? "the content" : "part " + layer.part + " only";
-  if (!layer.uncovered.empty()) return text + ", but not part " + listOf(layer.uncovered);
-  return layer.part == "1" ? "all of the content" : text;
-}
-
 bool coversAll(const SecureLayer& layer) { return layer.part == "1" && layer.uncovered.empty(); }
+
+std::string coverageOf(const SecureLayer& layer) {
+  if (coversAll(layer)) return "all of the content";
+  std::string text = "part " + layer.part + " only";
+  return layer.uncovered.empty() ? text : text + ", not part " + listOf(layer.uncovered);
+}
 
 Check checkChain(const SignerVerdict& signer, const Examined& examined) {
   if (!examined.trustGiven) return {Mark::bad, "chain", "not checked: no trust anchors given (--trust)"};
@@ -129,8 +129,10 @@ LayerSummary summaryOfSigned(const SecureLayer& layer, const Examined& examined)
     hasGood = hasGood || text.empty();
     if (worst.empty()) worst = text;
   }
-  LayerSummary summary{hasGood && coversAll(layer), "signature valid"};
+  LayerSummary summary{hasGood && coversAll(layer) && !examined.contradiction(), "signature valid"};
   if (!hasGood) summary.text += worst;
+  if (const InnerField* const field = examined.contradiction())
+    summary.text += ", not for this " + field->name;
   if (!coversAll(layer)) summary.text += ", covers " + coverageOf(layer);
   for (const SignerVerdict& signer : layer.signers)
     if (signer.weak) return {summary.isGood, summary.text + ", weak"};

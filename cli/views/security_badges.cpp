@@ -22,12 +22,6 @@ std::vector<std::string> partNumbersOf(const Outline& outline) {
   return numbers;
 }
 
-/// Loading may rebuild a tree; only what still is a layer to see, or the message itself, is named one.
-bool carriesLayer(const PartRow& row) {
-  return row.parent < 0 || equalsNoCase(row.contentType, "multipart/signed") ||
-         containsNoCase(row.contentType, "pkcs7-mime");
-}
-
 class Badges {
  public:
   Badges(const Outline& outline, const Examined& examined)
@@ -43,10 +37,10 @@ class Badges {
   }
 
  private:
-  bool isLeftOut(std::size_t id) const {
-    return std::ranges::any_of(m_examined.layers, [&](const SecureLayer& layer) {
-      return std::ranges::find(layer.uncovered, m_numbers[id]) != layer.uncovered.end();
-    });
+  /// A part that still is a layer must look like one: what stands where is for the tree to say.
+  bool carriesLayer(const PartRow& row) const {
+    return !m_examined.layersInPlace || equalsNoCase(row.contentType, "multipart/signed") ||
+           containsNoCase(row.contentType, "pkcs7-mime");
   }
 
   bool isSignedItself(std::size_t id) const {
@@ -56,12 +50,10 @@ class Badges {
            });
   }
 
-  /// Whether a layer covers the part or one that it stands in, and none leaves it out on the way.
+  /// Whether a layer covers the part or one that it stands in.
   bool isCovered(std::size_t id) const {
-    for (int at = static_cast<int>(id); at >= 0; at = m_outline.row(at).parent) {
-      if (isLeftOut(static_cast<std::size_t>(at))) return false;
+    for (int at = static_cast<int>(id); at >= 0; at = m_outline.row(at).parent)
       if (isSignedItself(static_cast<std::size_t>(at))) return true;
-    }
     return false;
   }
 

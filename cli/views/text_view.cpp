@@ -138,7 +138,8 @@ std::string securityOf(const std::vector<LayerSummary>& badges, const Style& sty
   return line;
 }
 
-void writeTree(std::ostream& out, const Outline& outline, const Examined& examined, const TextOptions& options) {
+void writeTree(std::ostream& out, const Outline& outline, const Examined& examined,
+               const TextOptions& options) {
   const auto badges = securityBadgesOf(outline, examined);
   const Drawing& drawing = options.style.lines ? kLines : kAscii;
   for (std::size_t id = 0; id < outline.rows.size(); ++id) {

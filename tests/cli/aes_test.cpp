@@ -1,0 +1,74 @@
+// What `mailtree aes` makes of a message and back.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/cli/shown.h"
+
+namespace mailtree::cli_test {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+std::string keyOf(const Workspace& work, int bits, char digit) {
+  return " --bits " + std::to_string(bits) + " --key-file " +
+         work.write("key", std::string(static_cast<std::size_t>(bits) / 4, digit) + "\n");
+}
+
+TEST(Aes, every_mode_and_size_gives_the_samples_back) {
+  const Workspace work;
+  for (const char* name : {"plain", "cyrillic", "newsletter", "attachments"}) {
+    ASSERT_EQ(mailtree("write " + sample(name) + " -o " + work.path("before")).status, 0);
+    for (const std::string mode : {"cbc", "ctr", "gcm"}) {
+      for (const int bits : {128, 192, 256}) {
+        const std::string options = " --mode " + mode + keyOf(work, bits, 'a');
+        ASSERT_EQ(
+            mailtree("aes encrypt " + work.path("before") + options + " -o " + work.path("hidden")).status,
+            0);
+        EXPECT_THAT(readFile(work.path("hidden")), HasSubstr("x-original-encoding: ")) << name;
+        const Result result =
+            mailtree("aes decrypt " + work.path("hidden") + options + " -o " + work.path("after"));
+        EXPECT_EQ(result.status, 0) << name << options << result.err;
+        const auto before = shown(work.path("before")), after = shown(work.path("after"));
+        EXPECT_EQ(after["tree"], before["tree"]) << name << options;
+      }
+    }
+  }
+}
+
+TEST(Aes, password_needs_nothing_but_itself) {
+  const Workspace work;
+  const std::string right = " --password-file " + work.write("right", "grüße\n");
+  const std::string hidden = work.path("hidden");
+  ASSERT_EQ(mailtree("aes encrypt " + sample("plain") + right + " -o " + hidden).status, 0);
+  const Result again = mailtree("aes encrypt " + sample("plain") + right);
+  EXPECT_NE(again.out, readFile(hidden)) << "the same salt twice";
+  const Result opened = mailtree("aes decrypt " + hidden + right);
+  EXPECT_EQ(opened.status, 0) << opened.err;
+  EXPECT_THAT(opened.out, Not(HasSubstr("X-Mailtree-Salt")));
+  EXPECT_EQ(opened.out, readFile(sample("plain")));
+}
+
+TEST(Aes, refuses_and_writes_nothing) {
+  const Workspace work;
+  const std::string hidden = work.path("hidden"), right = keyOf(work, 256, 'a');
+  ASSERT_EQ(mailtree("aes encrypt " + sample("plain") + right + " -o " + hidden).status, 0);
+  const struct {
+    std::string options;
+    int status;
+    const char* message;
+  } rows[] = {{" --key-file " + work.write("other", std::string(64, 'b')), 1, "the key is another one"},
+              {" --key-file " + work.write("short", "abc"), 3, "is no key of 256 bits"},
+              {" --password-file " + work.write("pw", "x"), 1, "X-Mailtree-Salt"},
+              {right + " --mode ecb", 2, "cbc, ctr or gcm"},
+              {right + " --bits 512", 2, "--bits"}};
+  for (const auto& row : rows) {
+    const Result result = mailtree("aes decrypt " + hidden + row.options);
+    EXPECT_EQ(result.status, row.status) << row.options << '\n' << result.err;
+    EXPECT_THAT(result.err, HasSubstr(row.message)) << row.options;
+    EXPECT_EQ(result.out, "") << row.options;
+  }
+}
+
+}  // namespace
+}  // namespace mailtree::cli_test
