@@ -102,8 +102,8 @@ std::string withProblem(std::string text, const std::string& problem) {
 
 /// The gravest thing that is wrong with a signature; empty when nothing is.
 std::string faultOf(const SignerVerdict& signer, const Examined& examined) {
-  if (!signer.digestMatched) return withProblem("the content is not what was signed", signer.problem);
-  if (!signer.signatureVerified) return withProblem("the signature is wrong", signer.problem);
+  if (!signer.digestMatched) return "the content is not what was signed";
+  if (!signer.signatureVerified) return "the signature does not fit the signer's key";
   if (!signer.certificate) return "the signer's certificate is missing";
   if (signer.revoked) return "the signer's certificate is revoked";
   if (!signer.keyUsageFit) return "the signer's certificate is not meant for signing mail";
@@ -121,7 +121,7 @@ std::string faultOf(const SecureLayer& layer, const Examined& examined) {
   bool hasGood = false;
   for (const SignerVerdict& signer : layer.signers) {
     std::string fault = faultOf(signer, examined);
-    if (!signer.isValid()) return fault;
+    if (!signer.isValid()) return withProblem(fault, layer.problem);
     hasGood = hasGood || fault.empty();
     if (first.empty()) first = std::move(fault);
   }

