@@ -25,12 +25,15 @@ bool holdsEncryptedPem(const std::string& path) {
 /// Adds files to a store, each with the password that opens most of it.
 class KeyReader {
  public:
-  KeyReader(Keys& keys, Passwords& passwords) : m_keys(keys), m_passwords(passwords) {}
+  KeyReader(Keys& keys, Passwords& passwords)
+      : m_keys(keys), m_passwords(passwords), m_mayAsk(passwords.all().empty()) {}
 
   Exit addFile(const std::string& path, bool isPkcs12) {
     const bool isLocked = isPkcs12 || holdsEncryptedPem(path);
     if (isLocked && m_passwords.all().empty()) m_passwords.ask(path);
-    const Opening best = bestOpening(path);
+    Opening best = bestOpening(path);
+    // Mistyped, or the password of an earlier file is not that of this one.
+    if (best.count == 0 && isLocked && m_mayAsk && m_passwords.ask(path)) best = bestOpening(path);
     if (best.count == 0) return fail(path, isLocked && m_passwords.all().empty());
     if (!best.meant.empty()) m_keys.named.push_back(best.meant);
     LogNull log;
@@ -89,6 +92,7 @@ class KeyReader {
 
   Keys& m_keys;
   Passwords& m_passwords;
+  bool m_mayAsk;  ///< Whoever gave passwords is not asked for more.
   LogMemory m_log;
 };
 
