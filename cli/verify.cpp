@@ -42,12 +42,15 @@ void writeLayer(const SecureLayer& layer, std::size_t number, const Examined& ex
   for (const Check& check : checksOf(layer, examined)) writeCheck(check);
 }
 
+std::string quotedOrNone(const std::string& value) {
+  return value.empty() ? "none" : '"' + printable(value) + '"';
+}
+
 void writeChecklist(const Examined& examined) {
   for (std::size_t i = 0; i < examined.layers.size(); ++i) writeLayer(examined.layers[i], i + 1, examined);
   for (const InnerField& field : examined.innerFields)
-    std::cout << "field " << printable(field.name) << ": inside part " << printable(field.part) << " it is \""
-              << printable(field.inside) << "\", displayed is "
-              << (field.outside.empty() ? "none" : '"' + printable(field.outside) + '"') << '\n';
+    std::cout << "field " << printable(field.name) << ": inside part " << printable(field.part) << " it is "
+              << quotedOrNone(field.inside) << ", displayed is " << quotedOrNone(field.outside) << '\n';
   std::cout << (examined.verdict.valid ? "valid: " : "NOT valid: ") << printable(examined.verdict.text)
             << '\n';
 }

@@ -10,7 +10,6 @@
 namespace mailtree::cli {
 namespace {
 
-constexpr std::string_view kWholeMessage = "1";
 constexpr std::string_view kDisplayedFields[] = {"From", "Sender", "Reply-To", "To", "Cc", "Date", "Subject"};
 
 bool mayHoldLayers(Email2& root) {
@@ -22,57 +21,17 @@ bool mayHoldLayers(Email2& root) {
   return found;
 }
 
-/// Layers number their parts from the entity that was looked into.
-std::string numberedBelow(const std::string& entity, const std::string& part) {
-  return part.starts_with(kWholeMessage) ? entity + part.substr(kWholeMessage.size()) : entity + '.' + part;
-}
-
-void unwrapPart(MimeMessage2& entity, const std::string& number, SystemCerts& certs, Examined& examined) {
-  UnwrapInfo info;
-  _clsCades cades;
-  LogNull log;
-  entity.unwrapSecurity3(info, cades, certs, log);
-  for (SecureLayer& layer : info.m_layers) {
-    layer.part = numberedBelow(number, layer.part);
-    for (std::string& part : layer.uncovered) part = numberedBelow(number, part);
-    examined.layers.push_back(std::move(layer));
-  }
-}
-
-bool standsIn(std::string_view part, std::string_view entity) {
-  return part.starts_with(entity) && (part.size() == entity.size() || part[entity.size()] == '.');
-}
-
-/// What stands beside the entity that a signature is in.
-void listUncovered(const std::vector<std::string>& entities, std::vector<SecureLayer>& layers) {
-  for (SecureLayer& layer : layers)
-    for (const std::string& entity : entities)
-      if (layer.isSigned() && !standsIn(layer.part, entity)) layer.uncovered.push_back(entity);
-}
-
 /// Loading takes nothing off below a multipart/mixed. What is there is looked at in a parse tree of its own.
 void lookBelowMixed(std::string_view bytes, SystemCerts& certs, Examined& examined) {
   MimeMessage2 root;
+  UnwrapInfo info;
+  _clsCades cades;
   LogNull log;
   if (!root.loadText(bytes, log) || !root.isMultipartMixed()) return;
-  struct Open {
-    MimeMessage2* entity;
-    std::string number;
-  };
-  std::vector<Open> open{{&root, std::string(kWholeMessage)}};
-  std::vector<std::string> entities;
-  while (!open.empty()) {
-    const Open next = std::move(open.back());
-    open.pop_back();
-    if (!next.entity->isMultipartMixed()) {
-      unwrapPart(*next.entity, next.number, certs, examined);
-      entities.push_back(next.number);
-      continue;
-    }
-    for (int i = next.entity->getNumParts(); i-- > 0;)
-      open.push_back({next.entity->getPart(i), next.number + '.' + std::to_string(i + 1)});
-  }
-  listUncovered(entities, examined.layers);
+  root.unwrapSecurity3(info, cades, certs, log);
+  examined.layers = std::move(info.m_layers);
+  examined.innerFields = std::move(info.m_innerFields);
+  examined.message.common->m_limits.add(root.limits());
 }
 
 /// A reader who sees one of two From fields, or one of two addresses, must not be told that a signature is by it.
@@ -147,7 +106,7 @@ const SecureLayer* goodLayer(const Examined& examined, std::string& reason) {
   for (const SecureLayer& layer : examined.layers) {
     if (!layer.isSigned()) continue;
     std::string fault = faultOf(layer, examined);
-    if (fault.empty() && (layer.part != kWholeMessage || !layer.uncovered.empty()))
+    if (fault.empty() && (layer.part != SecureLayer::kWholeMessage || !layer.uncovered.empty()))
       fault = "only part " + layer.part + " is covered by a signature";
     if (fault.empty()) return &layer;
     if (reason.empty()) reason = std::move(fault);
@@ -167,7 +126,9 @@ Verdict judge(const Examined& examined) {
   const SecureLayer* const good = goodLayer(examined, reason);
   if (!good) return {false, reason};
   if (const InnerField* const field = examined.contradiction())
-    return {false, "the field " + field->name + " is another one inside than the one displayed"};
+    return {false, "the field " + field->name +
+                       (field->inside.empty() ? " that is displayed is not in the signed content"
+                                              : " is another one inside than the one displayed")};
   return {true, signerOf(*good, examined)};
 }
 

@@ -64,7 +64,7 @@ Json layerOf(const SecureLayer& layer, const Examined& examined) {
 Json innerFieldOf(const InnerField& field) {
   return {{"part", field.part},
           {"name", field.name},
-          {"inside", field.inside},
+          {"inside", textOrNull(field.inside)},
           {"outside", textOrNull(field.outside)}};
 }
 

@@ -79,7 +79,8 @@ void writeSecurity(std::ostream& out, const Examined& examined, const Style& sty
     writeField(out, style, layer.isSigned() ? "Signed" : "Layer", text);
   }
   for (const InnerField& field : examined.innerFields)
-    if (isDisplayedField(field.name)) writeField(out, style, "Inside", field.name + ": " + field.inside);
+    if (isDisplayedField(field.name))
+      writeField(out, style, "Inside", field.name + (field.inside.empty() ? ": none" : ": " + field.inside));
 }
 
 /// The lines to the left of a row: one column for each ancestor that has later siblings.

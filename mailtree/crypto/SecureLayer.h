@@ -49,6 +49,8 @@ struct SignerVerdict {
 };
 
 struct SecureLayer {
+  static constexpr std::string_view kWholeMessage = "1";
+
   LayerKind kind = LayerKind::unknown;
   std::string part;     ///< The part that it covers: "1" the message itself, "1.2" its second part; numbered
                         ///< as it was received, layers taken off not counted.

@@ -9,11 +9,12 @@
 
 namespace mailtree {
 
-/// A header field that stands otherwise inside a layer than outside, where it is displayed from.
+/// A header field that stands otherwise inside a layer than outside, where it is displayed from. One that stands only
+/// outside is one too where it is of those that a message has once and readers display, and the layer has such fields.
 struct InnerField {
   std::string part;  ///< Of the layer it stands in.
   std::string name;
-  std::string inside;
+  std::string inside;   ///< Empty when there is none inside.
   std::string outside;  ///< Empty when there is none outside.
 };
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "mailtree/crypto/Certificate.h"
+#include "mailtree/crypto/Wipe.h"
 
 namespace mailtree {
 
@@ -49,22 +50,6 @@ class QuietErrors {
   QuietErrors(const QuietErrors&) = delete;
   QuietErrors& operator=(const QuietErrors&) = delete;
   ~QuietErrors();
-};
-
-/// Overwrites the bytes, then empties the buffer: for what held keys or opened content. Borrowed bytes are left
-/// alone.
-void wipe(DataBuffer& bytes) noexcept;
-
-/// Wipes a buffer at the end of its scope.
-class WipedAtEnd {
- public:
-  explicit WipedAtEnd(DataBuffer& bytes) noexcept : m_bytes(bytes) {}
-  WipedAtEnd(const WipedAtEnd&) = delete;
-  WipedAtEnd& operator=(const WipedAtEnd&) = delete;
-  ~WipedAtEnd() { wipe(m_bytes); }
-
- private:
-  DataBuffer& m_bytes;
 };
 
 }  // namespace mailtree

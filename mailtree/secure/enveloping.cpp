@@ -5,6 +5,7 @@
 
 #include "mailtree/crypto/Pkcs7Builder.h"
 #include "mailtree/crypto/Pkcs7Opener.h"
+#include "mailtree/crypto/Wipe.h"
 #include "mailtree/email/internal.h"
 #include "mailtree/secure/internal.h"
 
@@ -96,6 +97,7 @@ Email2* Email2::createPkcs7Mime(int cipher, int keyBits, int keyTransport, int o
     LogContextExitor context(log, "createPkcs7Mime");
     if (!isLive() || !m_common) return nullptr;
     StringBuffer text;
+    const WipedAtEnd wiped(text);
     if (!assembleWhole(*this, /*omitPrefix=*/nullptr, text, log)) return nullptr;
 
     ExtPtrArray found;

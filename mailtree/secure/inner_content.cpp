@@ -1,6 +1,8 @@
 #include "mailtree/secure/inner_content.h"
 
+#include <algorithm>
 #include <new>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -42,33 +44,74 @@ std::string singleSpaced(std::string_view value) {
   return out;
 }
 
+/// Fields that a message has once (RFC 5322, 3.6) and that readers display.
+constexpr std::string_view kDisplayedOnce[] = {"From", "Sender", "Reply-To", "To", "Cc", "Date", "Subject"};
+
+bool isDisplayedOnce(std::string_view name) noexcept {
+  return std::ranges::any_of(kDisplayedOnce,
+                             [name](std::string_view field) { return equalsNoCase(field, name); });
+}
+
 /// The fields of a header, to be asked many times: a header may have thousands, and so may the one it is compared
 /// with.
 class OuterFields {
  public:
   explicit OuterFields(const MimeHeader& header) {
-    for (int i = 0; i < header.getNumFields(); ++i) {
-      const std::string name = lowerCase(header.fieldName(i));
-      const std::string value = header.decodedValue(i);
-      m_lines.insert(name + ':' + singleSpaced(value));
-      m_first.emplace(name, value);
-    }
+    for (int i = 0; i < header.getNumFields(); ++i)
+      add(lowerCase(header.fieldName(i)), header.decodedValue(i));
   }
-  bool has(const std::string& lowerName, std::string_view value) const {
-    return m_lines.contains(lowerName + ':' + singleSpaced(value));
+
+  /// What stands here in place of a value, empty when nothing does; nothing when it says the same. Of a field that a
+  /// message has once every one must: nobody knows which one a reader is shown.
+  std::optional<std::string> otherThan(const std::string& lowerName, std::string_view value) const {
+    const auto found = m_values.find(lowerName);
+    if (found == m_values.end()) return std::string();
+    const std::string compared = singleSpaced(value);
+    const Values& values = found->second;
+    if (!m_lines.contains(lowerName + ':' + compared)) return values.first;
+    if (!isDisplayedOnce(lowerName) || !values.another) return std::nullopt;
+    return compared == values.comparedFirst ? values.another : values.first;
   }
-  std::string first(const std::string& lowerName) const {
-    const auto found = m_first.find(lowerName);
-    return found == m_first.end() ? std::string() : found->second;
+  /// Null when there is none of that name.
+  const std::string* first(const std::string& lowerName) const {
+    const auto found = m_values.find(lowerName);
+    return found == m_values.end() ? nullptr : &found->second.first;
   }
 
  private:
+  struct Values {
+    std::string first, comparedFirst;
+    std::optional<std::string> another;  ///< That says something else than the first.
+  };
+
+  void add(std::string lowerName, std::string value) {
+    std::string compared = singleSpaced(value);
+    m_lines.insert(lowerName + ':' + compared);
+    Values& values = m_values[std::move(lowerName)];
+    if (values.first.empty() && values.comparedFirst.empty() && !values.another) {
+      values.first = std::move(value);
+      values.comparedFirst = std::move(compared);
+    } else if (!values.another && compared != values.comparedFirst) {
+      values.another = std::move(value);
+    }
+  }
+
   std::unordered_set<std::string> m_lines;
-  std::unordered_map<std::string, std::string> m_first;
+  std::unordered_map<std::string, Values> m_values;
 };
 
 bool isCompared(std::string_view name) noexcept {
   return !name.empty() && !beginsWithNoCase(name, kContentPrefix) && !equalsNoCase(name, kMimeVersion);
+}
+
+/// A content with a sender carries the message's own fields: one that stands only outside was put there later.
+void listAdded(const MimeHeader& inside, const OuterFields& outer, const PartPath& path,
+               std::vector<InnerField>& differing) {
+  if (inside.findField("From") < 0) return;
+  for (const std::string_view name : kDisplayedOnce) {
+    const std::string* const added = inside.findField(name) < 0 ? outer.first(lowerCase(name)) : nullptr;
+    if (added) differing.push_back({path.text(), std::string(name), {}, *added});
+  }
 }
 
 void listDiffering(const MimeHeader& inside, const MimeHeader& outside, const PartPath& path,
@@ -77,11 +120,11 @@ void listDiffering(const MimeHeader& inside, const MimeHeader& outside, const Pa
   for (int i = 0; i < inside.getNumFields(); ++i) {
     const std::string_view name = inside.fieldName(i);
     if (!isCompared(name)) continue;
-    const std::string lowerName = lowerCase(name);
     std::string value = inside.decodedValue(i);
-    if (outer.has(lowerName, value)) continue;
-    differing.push_back({path.text(), std::string(name), std::move(value), outer.first(lowerName)});
+    std::optional<std::string> other = outer.otherThan(lowerCase(name), value);
+    if (other) differing.push_back({path.text(), std::string(name), std::move(value), std::move(*other)});
   }
+  listAdded(inside, outer, path, differing);
 }
 
 }  // namespace

@@ -85,6 +85,11 @@ bool isPkcs7Mime(const MimeMessage2& entity) {
   return isNamed && Pkcs7Opener::kindOf(entity.getMimeBodyDb()->view()) != LayerKind::unknown;
 }
 
+LayerKind kindOf(const MimeMessage2& entity) {
+  const LayerKind kind = Pkcs7Opener::kindOf(entity.getMimeBodyDb()->view());
+  return kind == LayerKind::unknown ? claimedKind(entity) : kind;
+}
+
 LayerKind claimedKind(const MimeMessage2& entity) {
   const std::string_view smimeType = trim(entity.contentType().m_smimeType);
   for (const KindName& row : kSmimeTypes)

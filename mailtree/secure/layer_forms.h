@@ -19,6 +19,8 @@ bool holdsDetachedSignature(const MimeMessage2& entity);
 /// Whether the body is a layer: by the media type, or by the name together with the octets where a gateway lost
 /// the type.
 bool isPkcs7Mime(const MimeMessage2& entity);
+/// The kind it is by its octets, else the one it says it is.
+LayerKind kindOf(const MimeMessage2& entity);
 /// The kind it says it is, for a body that says nothing: by smime-type, then by name, else enveloped.
 LayerKind claimedKind(const MimeMessage2& entity);
 

@@ -1,6 +1,7 @@
 // secure/symmetric.cpp - every body of a tree encrypted in place under one key. Tree and header fields stay readable.
 
 #include "mailtree/crypto/SymmetricCipher.h"
+#include "mailtree/crypto/Wipe.h"
 #include "mailtree/email/internal.h"
 #include "mailtree/mime/ContentCoding.h"
 
@@ -20,6 +21,7 @@ bool encryptBody(Email2& node, SymmetricCipher& cipher, _svSymSettings& settings
     return false;
   DataBuffer body;
   if (!body.append(text)) return false;
+  wipe(node.m_body);
   node.m_body.takeData(body);
   const StringBuffer original = copyOf(node.m_transferEncoding);
   node.setHeaderField_a(kOriginalEncoding, original.getString(), /*asGiven=*/false, log);

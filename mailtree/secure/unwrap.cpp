@@ -16,6 +16,7 @@
 #include "mailtree/base/Log.h"
 #include "mailtree/crypto/Pkcs7Opener.h"
 #include "mailtree/crypto/UnwrapInfo.h"
+#include "mailtree/crypto/Wipe.h"
 #include "mailtree/mime/MimeMessage2.h"
 #include "mailtree/secure/coverage.h"
 #include "mailtree/secure/inner_content.h"
@@ -40,7 +41,7 @@ class Unwrapper {
 
   void visit(MimeMessage2& entity, const PartPath& path);
   Found takeOff(MimeMessage2& entity, const PartPath& path);
-  bool isEnough();
+  void leaveClosed(LayerKind kind, const PartPath& path);
   void reportLimit();
 
   Found takeOffSignature(MimeMessage2& entity, const PartPath& path);
@@ -50,6 +51,7 @@ class Unwrapper {
   void becomeMixed(MimeMessage2& entity, Owned<MimeMessage2> content);
   void showBytesOfInnerSignatures(MimeMessage2& entity, int level);
   void record(SecureLayer&& layer);
+  void count(const SecureLayer& layer);
 
   MimeMessage2& m_message;
   UnwrapInfo& m_info;
@@ -57,7 +59,9 @@ class Unwrapper {
   LogBase& m_log;
   std::size_t m_layersBefore;           ///< What the caller's list held already.
   std::optional<std::string> m_sender;  ///< Read when the first layer is met: most messages have none.
+  std::size_t m_unpackable = kMaxUnpackedBytes;  ///< Bytes that compressed layers may still grow to.
   int m_reloads = 0;
+  bool m_hasClosed = false;  ///< A layer was left as it is because there were enough.
 };
 
 /// The recursion is bounded: whatever is found in a layer is parsed as deep as it stands.
@@ -75,18 +79,27 @@ void Unwrapper::visit(MimeMessage2& entity, const PartPath& path) {
 }
 
 Unwrapper::Found Unwrapper::takeOff(MimeMessage2& entity, const PartPath& path) {
-  if (hasDetachedSignature(entity)) return isEnough() ? Found::nothing : takeOffSignature(entity, path);
-  if (isPkcs7Mime(entity)) return isEnough() ? Found::nothing : open(entity, path);
-  return Found::nothing;
+  const bool isDetached = hasDetachedSignature(entity);
+  if (!isDetached && !isPkcs7Mime(entity)) return Found::nothing;
+  if (!m_sender) m_sender = soleSender(m_message, m_log);
+  // Those that could not be opened count too: each costs a look at every key.
+  if (m_info.m_layers.size() >= static_cast<std::size_t>(kMaxUnwrappedLayers)) {
+    leaveClosed(isDetached ? LayerKind::detachedSignature : kindOf(entity), path);
+    return Found::nothing;
+  }
+  return isDetached ? takeOffSignature(entity, path) : open(entity, path);
 }
 
-/// Whether a message has had all the layers that one may have. Those that could not be opened count: each costs a
-/// look at every key.
-bool Unwrapper::isEnough() {
-  if (!m_sender) m_sender = soleSender(m_message, m_log);
-  if (m_info.m_layers.size() < static_cast<std::size_t>(kMaxUnwrappedLayers)) return false;
+/// A layer more than a message may have: it was met, and nothing good is known of it. The first is listed, for there
+/// may be thousands.
+void Unwrapper::leaveClosed(LayerKind kind, const PartPath& path) {
+  SecureLayer layer;
+  layer.kind = kind;
+  layer.part = path.text();
+  layer.problem = "not looked into: the message has more layers than are taken off";
   reportLimit();
-  return true;
+  if (std::exchange(m_hasClosed, true)) return count(layer);
+  record(std::move(layer));
 }
 
 void Unwrapper::reportLimit() {
@@ -168,8 +181,11 @@ void Unwrapper::showBytesOfInnerSignatures(MimeMessage2& entity, int level) {
 Unwrapper::Found Unwrapper::open(MimeMessage2& entity, const PartPath& path) {
   SecureLayer layer;
   DataBuffer bytes;
-  const bool opened = Pkcs7Opener::open(entity.getMimeBodyDb()->view(), m_certs, bytes, layer, m_log);
+  const WipedAtEnd wiped(bytes);
+  const bool opened =
+      Pkcs7Opener::open(entity.getMimeBodyDb()->view(), m_certs, bytes, layer, m_log, m_unpackable);
   if (layer.kind == LayerKind::unknown) layer.kind = claimedKind(entity);
+  if (layer.kind == LayerKind::compressed) m_unpackable -= bytes.getSize();
   layer.opened = opened;
   layer.part = path.text();
   matchSender(layer, *m_sender);
@@ -183,21 +199,25 @@ Unwrapper::Found Unwrapper::open(MimeMessage2& entity, const PartPath& path) {
 }
 
 void Unwrapper::record(SecureLayer&& layer) {
+  count(layer);
+  for (const SignerVerdict& signer : layer.signers)
+    if (signer.certificate)
+      CertificateHolder::appendNewCertHolder(signer.certificate.get(), m_info.m_signerCerts, m_log);
+  if (layer.opened && layer.recipient)
+    CertificateHolder::appendNewCertHolder(layer.recipient.get(), m_info.m_decryptCerts, m_log);
+  m_info.m_layers.push_back(std::move(layer));
+}
+
+void Unwrapper::count(const SecureLayer& layer) {
   if (layer.isSigned()) {
     ++m_info.m_numSigned;
     m_info.m_allSignaturesValid &= layer.opened && layer.allSignaturesValid();
-    for (const SignerVerdict& signer : layer.signers)
-      if (signer.certificate)
-        CertificateHolder::appendNewCertHolder(signer.certificate.get(), m_info.m_signerCerts, m_log);
   }
   if (layer.isEncrypted()) {
     ++m_info.m_numEncrypted;
     m_info.m_allDataDecrypted &= layer.opened;
-    if (layer.opened && layer.recipient)
-      CertificateHolder::appendNewCertHolder(layer.recipient.get(), m_info.m_decryptCerts, m_log);
   }
   m_info.m_hasSecureLayer |= layer.isSigned() || layer.isEncrypted();
-  m_info.m_layers.push_back(std::move(layer));
 }
 
 }  // namespace

@@ -230,5 +230,90 @@ TEST_F(Spoof, no_changed_byte_of_what_was_signed_is_called_valid) {
   }
 }
 
+TEST_F(Spoof, split_related_blocks_are_not_joined_across_the_edge_of_a_layer) {
+  const auto related = [](const std::string& text) {
+    return "Content-Type: multipart/related; boundary=rel\r\n\r\n--rel\r\nContent-Type: text/html\r\n\r\n" +
+           text + "\r\n--rel--\r\n";
+  };
+  const std::string forged = related("FORGED"), genuine = related("GENUINE");
+  const std::string joined = "alternative(related(html,html))",
+                    apart = "alternative(related(html),related(html))";
+  const struct {
+    const char* what;
+    std::string message;
+    std::string tree;
+  } rows[] = {
+      {"decrypted and plain", alternative(forged, enveloped(genuine, *m_people["bob"])), apart},
+      {"signed and not signed", alternative(sign(genuine), forged), apart},
+      {"both inside one signature", sign(alternative(genuine, genuine)), joined},
+      {"no layer", alternative(genuine, genuine), joined},
+  };
+  for (const auto& row : rows) {
+    DataBuffer bytes;
+    bytes.append(kFrom + row.message);
+    const RefPtr<_svEmailCommon> common(new _svEmailCommon());
+    const EmailPtr mail(Email2::createFromMimeDb(*common, bytes, /*discardInput=*/false, /*unwrap=*/true,
+                                                 m_people.certs, m_log, /*parseOption=*/false));
+    EXPECT_EQ(printTree(mail), row.tree) << row.what;
+  }
+}
+
+TEST_F(Spoof, a_layer_too_many_is_met_and_not_believed) {
+  std::string nested = kText,
+              signedTen = multipartSignedAs(kForged, signedDer(kText, *m_people["alice"], true));
+  std::string siblings;
+  for (int i = 0; i < 10; ++i) {
+    nested = enveloped(nested, *m_people["bob"]);
+    signedTen = sign(signedTen);
+    siblings += "--alt\r\n" + opaque(kText, *m_people["alice"]) + "\r\n";
+  }
+  nested = enveloped(nested, *m_people["bob"]);
+  siblings = "Content-Type: multipart/alternative; boundary=alt\r\n\r\n" + siblings + "--alt\r\n" +
+             multipartSignedAs(kForged, signedDer(kText, *m_people["alice"], true)) + "\r\n--alt\r\n" +
+             multipartSignedAs(kForged, signedDer(kText, *m_people["alice"], true)) + "\r\n--alt--\r\n";
+  const struct {
+    const char* what;
+    std::string message;
+    int numSigned, numEncrypted;
+    bool valid, decrypted;
+    std::size_t listed;
+  } rows[] = {
+      {"envelopes", nested, 0, 11, true, false, 11},
+      {"signatures", signedTen, 11, 0, false, true, 11},
+      {"side by side", siblings, 12, 0, false, true, 11},
+  };
+  for (const auto& row : rows) {
+    const EmailPtr mail = receive(kFrom + row.message);
+    EXPECT_EQ(mail->m_common->m_numSignedLayers, row.numSigned) << row.what;
+    EXPECT_EQ(mail->m_common->m_numEncryptedLayers, row.numEncrypted) << row.what;
+    EXPECT_EQ(mail->getAllSignaturesValid(), row.valid) << row.what;
+    EXPECT_EQ(mail->getAllDataDecrypted(), row.decrypted) << row.what;
+    EXPECT_EQ(mail->m_common->m_secureLayers.size(), row.listed) << row.what;
+  }
+}
+
+TEST_F(Spoof, a_field_added_around_the_signed_ones_is_listed) {
+  const std::string inner = "From: alice@example.com\r\nSubject: Boat\r\n" + kText;
+  const struct {
+    const char* header;
+    std::string name, inside, outside;  // no name: nothing is listed
+  } rows[] = {
+      {"Subject: Boat\r\n", "", "", ""},
+      {"Subject: Boat\r\nReceived: here\r\n", "", "", ""},
+      {"Subject: Fraud\r\nSubject: Boat\r\n", "Subject", "Boat", "Fraud"},
+      {"Subject: Boat\r\nSubject: Fraud\r\n", "Subject", "Boat", "Fraud"},
+      {"Subject: Boat\r\nReply-To: mallory@example.net\r\n", "Reply-To", "", "mallory@example.net"},
+  };
+  for (const auto& row : rows) {
+    const EmailPtr mail = receive(kFrom + row.header + sign(inner));
+    const std::vector<InnerField>& fields = mail->m_common->m_innerFields;
+    ASSERT_EQ(fields.size(), row.name.empty() ? 0 : 1) << row.header;
+    if (fields.empty()) continue;
+    EXPECT_EQ(fields[0].name, row.name) << row.header;
+    EXPECT_EQ(fields[0].inside, row.inside) << row.header;
+    EXPECT_EQ(fields[0].outside, row.outside) << row.header;
+  }
+}
+
 }  // namespace
 }  // namespace mailtree

@@ -1,5 +1,8 @@
 // email/loading/load.cpp - the four ways in: text, bytes, and what a POP3 server sends.
 
+#include <algorithm>
+#include <vector>
+
 #include "mailtree/email/internal.h"
 #include "mailtree/mime/MimeMessage2.h"
 
@@ -36,6 +39,13 @@ bool isSigned(const Email2& root, const Email2& enclosure) {
     return inside ? Walk::stop : Walk::skipChildren;
   });
   return inside;
+}
+
+/// Whether a layer was taken off that did not hold the whole message. What stood inside one must not be joined with
+/// what stood outside: that would show the one under the seal of the other, or send it where the other says.
+bool heldPartOfIt(const std::vector<SecureLayer>& layers, std::size_t before) {
+  return std::any_of(layers.begin() + static_cast<std::ptrdiff_t>(before), layers.end(),
+                     [](const SecureLayer& layer) { return layer.part != SecureLayer::kWholeMessage; });
 }
 
 void mergeSplitRelated(Email2& root) {
@@ -81,8 +91,9 @@ Email2* Email2::createFromMimeDb(_svEmailCommon& common, DataBuffer& mime, bool 
     if (!tree.loadText(mime.view(), log)) return nullptr;
     if (discardInput) mime.clear();
     loadFromMimeTextProcessing(tree, log);
+    const std::size_t layersBefore = common.m_secureLayers.size();
     EmailPtr root(createFromMimeObject2(common, tree, /*extractBody=*/true, unwrap, log, certs));
-    if (root) mergeSplitRelated(*root);
+    if (root && !heldPartOfIt(common.m_secureLayers, layersBefore)) mergeSplitRelated(*root);
     return root.release();
   });
 }
