@@ -18,7 +18,8 @@ constexpr std::size_t kInputPiece = std::size_t{1} << 30;
 
 class Inflation {
  public:
-  explicit Inflation(std::string_view packed) noexcept : m_rest(packed) {}
+  Inflation(std::string_view packed, std::size_t most) noexcept
+      : m_rest(packed), m_most(std::min(most, kMaxUnpackedBytes)) {}
   Inflation(const Inflation&) = delete;
   Inflation& operator=(const Inflation&) = delete;
   ~Inflation() { inflateEnd(&m_stream); }
@@ -28,9 +29,9 @@ class Inflation {
     if (inflateInit(&m_stream) != Z_OK) return kMalformed;
     for (std::size_t piece = kFirstPiece;; piece = std::min(piece * 2, kGreatestPiece)) {
       // One byte beyond what is allowed: to see whether there is more.
-      const std::size_t room = std::min(piece, kMaxUnpackedBytes + 1 - out.getSize());
+      const std::size_t room = std::min(piece, m_most + 1 - out.getSize());
       const int state = inflateInto(out, room);
-      if (out.getSize() > kMaxUnpackedBytes) return "unpacks to more than is allowed";
+      if (out.getSize() > m_most) return "unpacks to more than is allowed";
       if (state == Z_STREAM_END) return {};
       if (state != Z_OK) return kMalformed;
     }
@@ -57,6 +58,7 @@ class Inflation {
 
   z_stream m_stream{};
   std::string_view m_rest;
+  std::size_t m_most;
 };
 
 bool isZlib(const Pkcs7Frame& frame) noexcept {
@@ -70,7 +72,7 @@ bool isZlib(const Pkcs7Frame& frame) noexcept {
 
 }  // namespace
 
-bool unpackCompressed(const Pkcs7Frame& frame, DataBuffer& content, SecureLayer& layer) {
+bool unpackCompressed(const Pkcs7Frame& frame, std::size_t most, DataBuffer& content, SecureLayer& layer) {
   DataBuffer joined;
   const auto packed = contentOctets(frame, joined);
   if (!packed) {
@@ -82,7 +84,7 @@ bool unpackCompressed(const Pkcs7Frame& frame, DataBuffer& content, SecureLayer&
     return false;
   }
   DataBuffer unpacked;
-  layer.problem = Inflation(*packed).run(unpacked);
+  layer.problem = Inflation(*packed, most).run(unpacked);
   if (!layer.problem.empty()) return false;
   content.takeData(unpacked);
   return true;

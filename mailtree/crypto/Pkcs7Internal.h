@@ -82,7 +82,7 @@ bool verifySignedData(const Pkcs7Frame& frame, std::string_view content, SystemC
                       SecureLayer& layer);
 /// EnvelopedData and AuthEnvelopedData. `content` is replaced when the result is true.
 bool decryptEnvelope(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& content, SecureLayer& layer);
-/// CompressedData (RFC 3274).
-bool unpackCompressed(const Pkcs7Frame& frame, DataBuffer& content, SecureLayer& layer);
+/// CompressedData (RFC 3274), unpacked to at most so many bytes.
+bool unpackCompressed(const Pkcs7Frame& frame, std::size_t most, DataBuffer& content, SecureLayer& layer);
 
 }  // namespace mailtree

@@ -42,14 +42,14 @@ bool openSigned(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& content
 }
 
 bool openLayer(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& content, SecureLayer& layer,
-               LogBase& log) {
+               LogBase& log, std::size_t maxUnpacked) {
   switch (frame.kind) {
     case LayerKind::opaqueSignature: return openSigned(frame, certs, content, layer, log);
     case LayerKind::enveloped:
     case LayerKind::authEnveloped:
       return decryptEnvelope(frame, certs, content, layer) || failed(layer, layer.problem, log);
     case LayerKind::compressed:
-      return unpackCompressed(frame, content, layer) || failed(layer, layer.problem, log);
+      return unpackCompressed(frame, maxUnpacked, content, layer) || failed(layer, layer.problem, log);
     case LayerKind::certificatesOnly: verifySignedData(frame, {}, certs, layer); return false;
     case LayerKind::detachedSignature:
       return failed(layer, "the signed content is not part of the signature", log);
@@ -100,14 +100,14 @@ bool Pkcs7Opener::verifyDetached(std::string_view der, std::string_view content,
 }
 
 bool Pkcs7Opener::open(std::string_view der, SystemCerts& certs, DataBuffer& content, SecureLayer& layer,
-                       LogBase& log) {
+                       LogBase& log, std::size_t maxUnpacked) {
   return neverThrow(false, [&] {
     const QuietErrors quiet;
     DataBuffer decoded;
     const auto frame = readPkcs7Frame(withoutArmour(der, decoded));
     if (!frame) return failed(layer, "not a kind of secure content that is known", log);
     layer.kind = frame->kind;
-    return openLayer(*frame, certs, content, layer, log);
+    return openLayer(*frame, certs, content, layer, log, maxUnpacked);
   });
 }
 

@@ -15,7 +15,7 @@ namespace mailtree {
 
 class LogBase;
 
-/// Bytes that one compressed layer may unpack to.
+/// Bytes that one compressed layer may unpack to, at most.
 inline constexpr std::size_t kMaxUnpackedBytes = std::size_t{256} << 20;
 
 class Pkcs7Opener {
@@ -28,12 +28,14 @@ class Pkcs7Opener {
                              SecureLayer& layer, LogBase& log);
 
   /// Opens a layer of any kind: verifies and takes out a signed content, decrypts with a key held in `certs`,
-  /// decompresses (never beyond kMaxUnpackedBytes).
+  /// decompresses.
   /// @param content  receives the content, only when the result is true; replaced.
+  /// @param maxUnpacked  bytes that a compressed layer may unpack to, to bound what the layers of a message unpack
+  ///                 to together: what one took is `content.getSize()`. Never beyond kMaxUnpackedBytes.
   /// @return whether the content was taken out. A signed content is given out whatever its signatures are worth:
   ///         the verdicts are in `layer`. False for certificates only, with `layer.certificates` filled.
   static bool open(std::string_view der, SystemCerts& certs, DataBuffer& content, SecureLayer& layer,
-                   LogBase& log);
+                   LogBase& log, std::size_t maxUnpacked = kMaxUnpackedBytes);
 
   /// What kind of layer the bytes are, from their first fields; unknown for anything else.
   static LayerKind kindOf(std::string_view der) noexcept;

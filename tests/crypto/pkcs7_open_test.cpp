@@ -268,6 +268,22 @@ TEST(Pkcs7Open, compressed_content_is_unpacked_within_bounds) {
   }
 }
 
+TEST(Pkcs7Open, a_caller_bounds_what_is_unpacked) {
+  const std::string blob = compressed(std::string(1000, 'z'));
+  const struct {
+    std::size_t most;
+    bool fits;
+  } rows[] = {{0, false}, {999, false}, {1000, true}, {std::string::npos, true}};
+  for (const auto& row : rows) {
+    DataBuffer content;
+    SecureLayer layer;
+    LogNull log;
+    EXPECT_EQ(Pkcs7Opener::open(blob, everybody(), content, layer, log, row.most), row.fits) << row.most;
+    EXPECT_EQ(content.getSize(), row.fits ? 1000U : 0U) << row.most;
+    EXPECT_EQ(layer.problem.empty(), row.fits) << row.most << layer.problem;
+  }
+}
+
 TEST(Pkcs7Open, a_signature_with_a_content_of_its_own_covers_the_one_beside_it) {
   const std::string blob = signedBlob("inside");
   const SecureLayer other = verifyBlob(blob, "beside");
