@@ -108,6 +108,7 @@ void readBlockWithHeader(const PemBlock& block, const char* password, KeyMateria
 }
 
 void readBlock(const PemBlock& block, const char* password, KeyMaterial& found) {
+  const QuietErrors quiet;
   const auto* const kind = std::ranges::find(kBlockKinds, block.name, &BlockKind::name);
   if (kind == std::end(kBlockKinds)) return;  // parameters, public keys, revocation lists
   if (kind->read == readPlainKey && contains(block.body, "Proc-Type:"))
@@ -127,7 +128,10 @@ void readPem(std::string_view text, const char* password, KeyMaterial& found) {
 
 void readDer(std::string_view der, const char* password, KeyMaterial& found) {
   constexpr DerReader kReaders[] = {readCertificate, readPkcs12, readBundle, readEncryptedKey, readPlainKey};
-  std::ranges::any_of(kReaders, [&](DerReader read) { return read(der, password, found); });
+  std::ranges::any_of(kReaders, [&](DerReader read) {
+    const QuietErrors quiet;
+    return read(der, password, found);
+  });
 }
 
 std::size_t likelySize(const char* path) {

@@ -179,7 +179,8 @@ class Pkcs12Reader {
 
   void note(std::string_view what) {
     const std::string reason = m_isTooSlow ? "too many rounds of key derivation" : lastCryptoError();
-    m_found.problems.push_back(std::string(what) + " that cannot be opened: " + reason);
+    m_found.problems.push_back(std::string(what) + " that cannot be opened" +
+                               (reason.empty() ? "" : ": " + reason));
   }
 
   PKCS12& m_file;

@@ -157,7 +157,11 @@ bool _svSymSettings::deriveKey(std::string_view password, std::string_view salt,
                                int keyBits) {
   if (iterations < 1 || keyBits < 0 || keyBits % 8 != 0) return false;
   const auto size = static_cast<std::size_t>(keyBits / 8);
-  if (!isKeySize(size)) return false;
+  return isKeySize(size) && neverThrow(false, [&] { return deriveKeyOf(size, password, salt, iterations); });
+}
+
+bool _svSymSettings::deriveKeyOf(std::size_t size, std::string_view password, std::string_view salt,
+                                 int iterations) {
   const QuietErrors quiet;
   const Handle<EVP_KDF, EVP_KDF_free> method(EVP_KDF_fetch(contextAs<OSSL_LIB_CTX>(), "PBKDF2", nullptr));
   const Handle<EVP_KDF_CTX, EVP_KDF_CTX_free> derivation(EVP_KDF_CTX_new(method.get()));

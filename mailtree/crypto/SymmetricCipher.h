@@ -37,6 +37,8 @@ class _svSymSettings {
   std::string_view iv() const noexcept { return m_iv.view(); }
 
  private:
+  bool deriveKeyOf(std::size_t size, std::string_view password, std::string_view salt, int iterations);
+
   DataBuffer m_key;
   DataBuffer m_iv;
 };

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "mailtree/crypto/Certificate.h"
 #include "mailtree/crypto/Wipe.h"
@@ -32,18 +33,21 @@ T* nativeKeyAs(const Certificate& certificate) noexcept {
 
 struct NativeContext;
 /// The context that everything here runs in: the algorithms of old messages beside today's. Its own, so that the
-/// host program's stays as the host set it up. Made at the first call; null when that failed.
-NativeContext* cryptoContext() noexcept;
+/// host program's stays as the host set it up. Made at the first call. Throws std::bad_alloc when that failed, and
+/// the next call tries again: a null context would be the host's.
+NativeContext* cryptoContext();
 template <class T>
-T* contextAs() noexcept {
+T* contextAs() {
   return reinterpret_cast<T*>(cryptoContext());
 }
 
-/// What the cryptographic library says went wrong last, in words; its list of errors is emptied.
+/// What the cryptographic library says went wrong last since the innermost QuietErrors began, in words; empty when
+/// nothing did. To be called inside of one only: takes that scope's errors back, and leaves those before it.
 std::string lastCryptoError();
 
 /// Takes back, at the end of its scope, what the cryptographic library noted as errors in it: what was only tried
-/// is nobody's error, and the host program reads the same list.
+/// is nobody's error, and the host program reads the same list. The list holds the last fifteen: whoever tries
+/// several things in a row puts each in a scope of its own, or the host's are pushed out.
 class QuietErrors {
  public:
   QuietErrors() noexcept;
@@ -51,5 +55,8 @@ class QuietErrors {
   QuietErrors& operator=(const QuietErrors&) = delete;
   ~QuietErrors();
 };
+
+/// Appends, and wipes what the buffer outgrows: nothing of it stays behind in memory that was given back.
+bool appendWiping(DataBuffer& bytes, std::string_view more);
 
 }  // namespace mailtree
