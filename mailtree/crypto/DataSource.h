@@ -19,6 +19,12 @@ class _svDataSource {
 /// Bytes in memory, given out in one piece.
 class _svMemoryDataSource final : public _svDataSource {
  public:
+  _svMemoryDataSource() = default;
+  _svMemoryDataSource(const _svMemoryDataSource&) = delete;
+  _svMemoryDataSource& operator=(const _svMemoryDataSource&) = delete;
+  /// Wipes a text that was taken over.
+  ~_svMemoryDataSource() override { m_owned.strongClear(); }
+
   /// Borrows the bytes.
   void initializeMemSource(const char* bytes, unsigned size) noexcept;
   /// Takes a text over, leaving `text` empty.

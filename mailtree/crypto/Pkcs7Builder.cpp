@@ -1,7 +1,6 @@
 #include "mailtree/crypto/Pkcs7Builder.h"
 
 #include <openssl/cms.h>
-#include <openssl/err.h>
 #include <openssl/ess.h>
 #include <openssl/evp.h>
 #include <openssl/rsa.h>
@@ -61,7 +60,7 @@ bool readContent(_svDataSource& source, const EVP_MD* hash, DataBuffer* kept, st
     if (!piece) return false;
     if (piece->empty()) break;
     if (EVP_DigestUpdate(hashing.get(), piece->data(), piece->size()) != 1) return false;
-    if (kept && !kept->append(*piece)) return false;
+    if (kept && !appendWiping(*kept, *piece)) return false;
   }
   std::array<unsigned char, EVP_MAX_MD_SIZE> octets{};
   unsigned size = 0;
@@ -274,7 +273,8 @@ bool buildRefused(LogBase& log, std::string_view what) {
 
 bool buildFailed(LogBase& log, std::string_view what) {
   buildRefused(log, what);
-  if (ERR_peek_last_error()) log.LogDataSb("reason", lastCryptoError());
+  const std::string reason = lastCryptoError();
+  if (!reason.empty()) log.LogDataSb("reason", reason);
   return false;
 }
 
@@ -294,6 +294,7 @@ bool Pkcs7Builder::createPkcs7Signature(_svDataSource& content, DataBuffer& /*un
                               context, nullptr));
     if (!hash || !cms) return buildFailed(log, "The cryptographic library cannot sign.");
     DataBuffer kept;
+    const WipedAtEnd wiped(kept);
     std::string digest;
     if (!readContent(content, hash.get(), detached ? nullptr : &kept, digest))
       return buildRefused(log, "Cannot read what is to be signed.");

@@ -124,22 +124,45 @@ std::size_t encryptedSize(const EVP_CIPHER* cipher, std::size_t size) {
   return block == 1 ? size : size / block * block + block;
 }
 
-bool readAll(_svDataSource& source, long long size, StringBuffer& text) {
+bool readAll(_svDataSource& source, long long size, DataBuffer& text) {
   for (;;) {
     const auto piece = source.next();
     if (!piece) return false;
-    if (piece->empty()) return static_cast<long long>(text.view().size()) == size;
-    if (!text.append(*piece)) return false;
+    if (piece->empty()) return static_cast<long long>(text.getSize()) == size;
+    if (!appendWiping(text, *piece)) return false;
   }
 }
 
-/// A text whose line ends are made what they are on the wire.
+/// A text whose line ends are made what they are on the wire, while it is read: no copy of it is made.
 class TextSource final : public _svDataSource {
  public:
   explicit TextSource(std::string_view text) noexcept : m_text(text) {}
-  std::optional<std::string_view> next() override { return std::exchange(m_text, {}); }
+  std::optional<std::string_view> next() override {
+    const std::size_t bare = findBareLineEnd();
+    if (bare == 0 && !m_text.empty()) {
+      m_text.remove_prefix(1);
+      return "\r\n";
+    }
+    const std::string_view piece = m_text.substr(0, bare);
+    m_text.remove_prefix(piece.size());
+    return piece;
+  }
+  /// Bytes that are still to be read.
+  std::size_t size() const {
+    std::size_t total = 0;
+    TextSource copy(m_text);
+    for (auto piece = copy.next(); piece && !piece->empty(); piece = copy.next()) total += piece->size();
+    return total;
+  }
 
  private:
+  std::size_t findBareLineEnd() const noexcept {
+    for (std::size_t at = 0;; at += 2) {
+      at = m_text.find_first_of("\r\n", at);
+      if (at == std::string_view::npos || m_text.substr(at, 2) != "\r\n") return at;
+    }
+  }
+
   std::string_view m_text;
 };
 
@@ -207,11 +230,11 @@ bool Pkcs7Builder::createPkcs7Enveloped(_svDataSource& content, long long size, 
     if (binary)
       return encryptInto(cms.get(), method, content, static_cast<std::size_t>(size), der, log) ||
              buildFailed(log, "Cannot encrypt.");
-    StringBuffer text;
-    if (!readAll(content, size, text) || !text.toCRLF())
-      return buildRefused(log, "Cannot read what is to be encrypted.");
+    DataBuffer text;
+    const WipedAtEnd wiped(text);
+    if (!readAll(content, size, text)) return buildRefused(log, "Cannot read what is to be encrypted.");
     TextSource converted(text.view());
-    return encryptInto(cms.get(), method, converted, text.view().size(), der, log) ||
+    return encryptInto(cms.get(), method, converted, converted.size(), der, log) ||
            buildFailed(log, "Cannot encrypt.");
   });
   if (!done) der.clear();

@@ -67,7 +67,15 @@ TEST(Pkcs7Envelope, the_bytes_come_back_as_they_went_in) {
 TEST(Pkcs7Envelope, a_text_gets_the_line_ends_of_the_wire) {
   EncryptAs as;
   as.binary = false;
-  EXPECT_EQ(openBlob(envelope("a\nb\r\nc\rd", as)).content, "a\r\nb\r\nc\r\nd");
+  const struct {
+    const char* text;
+    const char* wire;
+  } rows[] = {{"", ""},
+              {"a\nb\r\nc\rd", "a\r\nb\r\nc\r\nd"},
+              {"\n\r\r\n\n", "\r\n\r\n\r\n\r\n"},
+              {"as it is\r\n", "as it is\r\n"}};
+  for (const auto& row : rows)
+    EXPECT_EQ(openBlob(envelope(row.text, as)).content, row.wire) << testing::PrintToString(row.text);
 }
 
 TEST(Pkcs7Envelope, recipients_are_named_by_key_identifier_when_asked_for) {
