@@ -23,6 +23,8 @@ class LogBase;
 inline constexpr int kMaxKeyTrials = 64;
 inline constexpr int kMaxSignerCandidates = 8;
 inline constexpr int kMaxSigners = 64;
+/// Ways to an anchor looked for in one layer.
+inline constexpr int kMaxChainChecks = 8;
 inline constexpr int kMaxRecipients = 10'000;
 inline constexpr int kMaxLayerCertificates = 1000;
 

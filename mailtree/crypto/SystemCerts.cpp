@@ -32,6 +32,11 @@ const char* objectionTo(const Certificate& certificate, CertificateUse use, std:
   return nullptr;
 }
 
+bool isRevoked(const Certificate& certificate, const Trust& trust,
+               const std::vector<RefPtr<Certificate>>& held, std::int64_t when) {
+  return trust.hasLists() && trust.check(certificate, held, {}, when, {}).revoked;
+}
+
 void logPassedOver(const Certificate& certificate, const char* objection, LogBase& log) {
   if (!log.m_verboseLogging) return;
   XString subject;
@@ -224,7 +229,10 @@ Certificate* SystemCerts::findByEmailAddr(const char* address, bool forEncryptio
     Certificate* best = nullptr;
     for (const RefPtr<Certificate>& candidate : m_held->certificates) {
       if (!candidate->isForAddress(viewOf(address))) continue;
-      if (const char* objection = objectionTo(*candidate, use, when))
+      const char* objection = objectionTo(*candidate, use, when);
+      if (!objection && isRevoked(*candidate, m_held->trust, m_held->certificates, when))
+        objection = "it was revoked";
+      if (objection)
         logPassedOver(*candidate, objection, log);
       else if (!best || candidate->notAfter() > best->notAfter())
         best = candidate.get();
@@ -234,8 +242,8 @@ Certificate* SystemCerts::findByEmailAddr(const char* address, bool forEncryptio
 }
 
 ChainVerdict SystemCerts::checkChain(const Certificate& certificate,
-                                     const std::vector<RefPtr<Certificate>>& others,
-                                     std::int64_t unixSeconds, std::optional<std::int64_t> then) const {
+                                     const std::vector<RefPtr<Certificate>>& others, std::int64_t unixSeconds,
+                                     std::optional<std::int64_t> then) const {
   return neverThrow(ChainVerdict{false, false, "out of memory"}, [&] {
     const auto check = [&](std::int64_t at) {
       return m_held->trust.check(certificate, m_held->certificates, others, at, then);

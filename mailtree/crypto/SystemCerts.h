@@ -64,7 +64,8 @@ class SystemCerts {
   /// The best certificate for an address: the one that is valid longest, the first one held among equals.
   /// Letter case counts in the local part only.
   /// @param forEncryption  true: one fit to encrypt to; false: one fit to sign, with its private key.
-  /// @return borrowed; null when there is none. Expired ones, and ones not fit for the use, are never given.
+  /// @return borrowed; null when there is none. Expired ones, ones not fit for the use, and ones that a
+  ///         list held here revokes are never given.
   Certificate* findByEmailAddr(const char* address, bool forEncryption, LogBase& log);
 
   /// Whether a way leads from the certificate to a trust anchor, at a time, for mail (S/MIME signing).
@@ -74,7 +75,9 @@ class SystemCerts {
   /// The authorities on the way must be such, for mail; what the certificate itself may be used for is another
   /// question (Certificate::isFitFor), and so are weak algorithms. A revoked certificate is so at any time asked
   /// about: only its own signer says when a signature was made. A list whose next issue is overdue still revokes;
-  /// the chain stays trusted, as without a list, and `problem` tells.
+  /// the chain stays trusted, as without a list, and `problem` tells. Where no way leads to an anchor a revocation
+  /// is found only if the authorities are all held here: what came along is then not looked into any further.
+  /// More than ten authorities below the anchor are too many.
   ChainVerdict checkChain(const Certificate& certificate, const std::vector<RefPtr<Certificate>>& others,
                           std::int64_t unixSeconds, std::optional<std::int64_t> then = {}) const;
   /// The certificates above this one, nearest first, as far as they are held here; the anchor last, when found.

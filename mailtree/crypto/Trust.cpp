@@ -13,7 +13,7 @@ namespace mailtree {
 namespace {
 
 /// Certificates between one and its anchor; nobody has more than a handful.
-constexpr std::size_t kMaxChain = 32;
+constexpr int kMaxChain = 10;
 
 using CertificateStack = STACK_OF(X509);
 void freeStack(CertificateStack* stack) { sk_X509_free(stack); }  // the certificates in it are borrowed
@@ -32,6 +32,7 @@ struct Findings {
   bool revoked = false;
   bool listIsStale = false;
   const X509_CRL* unprovenList = nullptr;  ///< One that no authority on the way signed: it revokes nothing.
+  const Trust::Certificates& held;
 };
 
 /// Whether an error says that a list is missing or not about this, rather than that something is wrong.
@@ -60,12 +61,42 @@ void note(Findings& findings, int error, const X509_CRL* list) {
   if (findings.firstError == X509_V_OK) findings.firstError = error;
 }
 
-/// Called at each step; going on after an error is what finds out the rest.
+/// Errors after which there is no way to an anchor, whatever else the certificates are.
+bool endsTheWay(int error) noexcept {
+  constexpr int kEnds[] = {X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT,
+                           X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY,
+                           X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE,
+                           X509_V_ERR_UNABLE_TO_DECODE_ISSUER_PUBLIC_KEY,
+                           X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT,
+                           X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN,
+                           X509_V_ERR_CERT_CHAIN_TOO_LONG,
+                           X509_V_ERR_CERT_SIGNATURE_FAILURE,
+                           X509_V_ERR_INVALID_CA,
+                           X509_V_ERR_PATH_LENGTH_EXCEEDED,
+                           X509_V_ERR_KEYUSAGE_NO_CERTSIGN};
+  return std::ranges::find(kEnds, error) != std::end(kEnds);
+}
+
+/// Whether the store's own certificates are all that stands above the one that is asked about.
+bool isWayHeld(const CertificateStack* chain, const Trust::Certificates& held) {
+  for (int i = 1; chain && i < sk_X509_num(chain); ++i) {
+    const X509* const upper = sk_X509_value(chain, i);
+    const auto isUpper = [&](const RefPtr<Certificate>& each) {
+      return each && nativeAs<X509>(*each) == upper;
+    };
+    if (std::ranges::none_of(held, isUpper)) return false;
+  }
+  return true;
+}
+
+/// Called at each step; going on after an error is what finds out the rest. Not so where there is no way: keys
+/// that a hostile message brought along are not worked with, be they as big as they like.
 int goOn(int ok, X509_STORE_CTX* check) {
   auto* const findings = static_cast<Findings*>(X509_STORE_CTX_get_app_data(check));
-  if (!ok && findings)
-    note(*findings, X509_STORE_CTX_get_error(check), X509_STORE_CTX_get0_current_crl(check));
-  return 1;
+  if (ok || !findings) return 1;
+  const int error = X509_STORE_CTX_get_error(check);
+  note(*findings, error, X509_STORE_CTX_get0_current_crl(check));
+  return !endsTheWay(error) || isWayHeld(X509_STORE_CTX_get0_chain(check), findings->held) ? 1 : 0;
 }
 
 /// The authorities on the way: one that is for other things than mail vouches for no mail.
@@ -91,6 +122,7 @@ void setUp(X509_STORE_CTX& check, Findings& findings, bool withLists, std::int64
   X509_STORE_CTX_set_verify_cb(&check, goOn);
   X509_VERIFY_PARAM* const settings = X509_STORE_CTX_get0_param(&check);
   X509_VERIFY_PARAM_set_time(settings, static_cast<time_t>(unixSeconds));
+  X509_VERIFY_PARAM_set_depth(settings, kMaxChain);
   // Weak keys are told of elsewhere; here they would hide who signed old mail.
   X509_VERIFY_PARAM_set_auth_level(settings, 0);
   const unsigned long lists = withLists ? X509_V_FLAG_CRL_CHECK | X509_V_FLAG_CRL_CHECK_ALL : 0;
@@ -161,7 +193,7 @@ ChainVerdict Trust::check(const Certificate& certificate, const Certificates& he
   const QuietErrors quiet;
   const StackHandle helpers(sk_X509_new_null());
   const Check check(X509_STORE_CTX_new_ex(contextAs<OSSL_LIB_CTX>(), nullptr));
-  Findings findings;
+  Findings findings{.held = held};
   if (!helpers || !check || !pushAll(*helpers, held) || !pushAll(*helpers, others) ||
       X509_STORE_CTX_init(check.get(), storeOf(m_store.get()), nativeAs<X509>(certificate), helpers.get()) !=
           1)
@@ -189,7 +221,7 @@ Trust::Certificates Trust::chainOf(const Certificate& certificate, const Certifi
   const QuietErrors quiet;
   Certificates chain;
   const Certificate* top = &certificate;
-  while (chain.size() < kMaxChain && !isAnchor(*top) && !top->isSelfIssued()) {
+  while (chain.size() <= kMaxChain && !isAnchor(*top) && !top->isSelfIssued()) {
     Certificate* const issuer = issuerOf(*top, held);
     if (!issuer) break;
     chain.emplace_back(issuer);

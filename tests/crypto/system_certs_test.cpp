@@ -323,6 +323,22 @@ TEST(SystemCerts, finds_only_certificates_that_do) {
   }
 }
 
+TEST(SystemCerts, a_revoked_certificate_is_not_found) {
+  for (const bool forEncryption : {true, false})
+    for (const char* anchor : {"root.pem", ""}) {
+      SystemCerts certs;
+      LogMemory log;
+      log.m_verboseLogging = true;
+      addIdentities(certs, {"chain.pem", "erin.pem", "erin.key", "alice.pem", "alice.key"});
+      if (*anchor) certs.addTrustAnchors(identityFile(anchor).c_str(), log);
+      EXPECT_NE(certs.findByEmailAddr("erin@example.com", forEncryption, log), nullptr) << anchor;
+      certs.addRevocationLists(identityFile("revoked.crl").c_str(), log);
+      EXPECT_EQ(certs.findByEmailAddr("erin@example.com", forEncryption, log), nullptr) << anchor;
+      EXPECT_THAT(log.text(), HasSubstr("it was revoked")) << anchor;
+      EXPECT_NE(certs.findByEmailAddr("alice@example.com", forEncryption, log), nullptr) << anchor;
+    }
+}
+
 TEST(SystemCerts, says_why_a_certificate_was_passed_over) {
   const struct {
     const char* address;

@@ -1,0 +1,155 @@
+// Signers and chains that nobody honest has: made here, with the cryptographic library itself.
+#include <gmock/gmock.h>
+#include <openssl/bn.h>
+#include <openssl/cms.h>
+#include <openssl/ec.h>
+#include <openssl/evp.h>
+#include <openssl/rsa.h>
+#include <openssl/x509.h>
+#include <openssl/x509v3.h>
+
+#include "mailtree/crypto/internal.h"
+#include "tests/crypto/pkcs7_fixtures.h"
+
+namespace mailtree {
+namespace {
+
+using testing::HasSubstr;
+
+using Key = Handle<EVP_PKEY, EVP_PKEY_free>;
+using X509Handle = Handle<X509, X509_free>;
+
+struct Signer {
+  Key key;
+  X509Handle certificate;
+};
+
+Key rsaKey(const char* exponent) {
+  const Handle<EVP_PKEY_CTX, EVP_PKEY_CTX_free> maker(EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr));
+  BIGNUM* number = nullptr;
+  EVP_PKEY* key = nullptr;
+  BN_hex2bn(&number, exponent);
+  const Handle<BIGNUM, BN_free> owner(number);
+  EVP_PKEY_keygen_init(maker.get());
+  EVP_PKEY_CTX_set_rsa_keygen_bits(maker.get(), 2048);
+  EVP_PKEY_CTX_set1_rsa_keygen_pubexp(maker.get(), number);
+  EXPECT_EQ(EVP_PKEY_generate(maker.get(), &key), 1) << exponent;
+  return Key(key);
+}
+
+void setName(X509_NAME* name, const std::string& text) {
+  X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC, reinterpret_cast<const unsigned char*>(text.data()),
+                             static_cast<int>(text.size()), -1, 0);
+}
+
+/// An authority, which signs mail too; the n-th is issued by the one before, the first by itself.
+Signer makeSigner(int number, Key key, const Signer* issuer) {
+  X509Handle made(X509_new());
+  X509* const x509 = made.get();
+  X509_set_version(x509, X509_VERSION_3);
+  ASN1_INTEGER_set(X509_get_serialNumber(x509), number + 1);
+  X509_gmtime_adj(X509_getm_notBefore(x509), -1000);
+  X509_gmtime_adj(X509_getm_notAfter(x509), 1'000'000);
+  setName(X509_get_subject_name(x509), "Signer " + std::to_string(number));
+  setName(X509_get_issuer_name(x509), "Signer " + std::to_string(issuer ? number - 1 : number));
+  X509_set_pubkey(x509, key.get());
+  const Handle<X509_EXTENSION, X509_EXTENSION_free> authority(
+      X509V3_EXT_conf_nid(nullptr, nullptr, NID_basic_constraints, "critical,CA:TRUE"));
+  X509_add_ext(x509, authority.get(), -1);
+  EXPECT_GT(X509_sign(x509, issuer ? issuer->key.get() : key.get(), EVP_sha256()), 0);
+  return {std::move(key), std::move(made)};
+}
+
+std::vector<Signer> makeSigners(int count, const char* curve, bool chained) {
+  std::vector<Signer> signers;
+  for (int i = 0; i < count; ++i)
+    signers.push_back(makeSigner(i, Key(EVP_EC_gen(curve)), chained && i > 0 ? &signers.back() : nullptr));
+  return signers;
+}
+
+RefPtr<Certificate> certificateOf(const Signer& signer) {
+  unsigned char* der = nullptr;
+  const int size = i2d_X509(signer.certificate.get(), &der);
+  LogNull log;
+  RefPtr<Certificate> made(
+      Certificate::createFromDer({reinterpret_cast<const char*>(der), static_cast<std::size_t>(size)}, log));
+  OPENSSL_free(der);
+  return made;
+}
+
+SecureLayer layerSignedBy(const std::vector<Signer>& signers, int times = 1) {
+  const Handle<BIO, BIO_free_all> text(BIO_new_mem_buf("x", 1));
+  const Handle<CMS_ContentInfo, CMS_ContentInfo_free> cms(
+      CMS_sign(nullptr, nullptr, nullptr, text.get(), CMS_PARTIAL | CMS_BINARY));
+  for (int i = 0; i < times; ++i)
+    for (const Signer& signer : signers)
+      CMS_add1_signer(cms.get(), signer.certificate.get(), signer.key.get(), EVP_sha256(),
+                      CMS_BINARY | (i > 0 ? CMS_NOCERTS : 0U));
+  EXPECT_EQ(CMS_final(cms.get(), text.get(), nullptr, CMS_BINARY), 1);
+  unsigned char* der = nullptr;
+  const int size = i2d_CMS_ContentInfo(cms.get(), &der);
+  SystemCerts nobody;
+  SecureLayer layer =
+      openBlob({reinterpret_cast<const char*>(der), static_cast<std::size_t>(size)}, nobody).layer;
+  OPENSSL_free(der);
+  return layer;
+}
+
+TEST(Pkcs7Signers, only_so_many_chains_are_looked_into) {
+  const std::vector<Signer> signers = makeSigners(9, "P-256", false);
+  const SecureLayer layer = layerSignedBy(signers, 2);
+  ASSERT_EQ(layer.signers.size(), 18U);
+  int left = 0;
+  for (const SignerVerdict& verdict : layer.signers) {
+    EXPECT_TRUE(verdict.isValid()) << verdict.problem;
+    EXPECT_FALSE(verdict.chainTrusted);
+    left += contains(verdict.problem, "too many different signers") ? 1 : 0;
+  }
+  EXPECT_EQ(left, 2);  // the ninth, both times
+}
+
+TEST(Pkcs7Signers, only_so_much_work_is_done_for_big_keys) {
+  const SecureLayer layer = layerSignedBy(makeSigners(8, "P-521", false), 2);
+  ASSERT_EQ(layer.signers.size(), 16U);
+  int checked = 0;
+  for (const SignerVerdict& verdict : layer.signers) {
+    checked += verdict.signatureVerified ? 1 : 0;
+    EXPECT_EQ(verdict.isValid(), !contains(verdict.problem, "was not checked")) << verdict.problem;
+  }
+  EXPECT_EQ(checked, 8);
+}
+
+TEST(Pkcs7Signers, an_exponent_that_nobody_uses_is_not_worked_with) {
+  const struct {
+    const char* exponent;
+    bool isUsed;
+  } rows[] = {{"10001", true}, {"FFFFFFFFFFFFFFC5", true}, {"1000000000000000D", false}};
+  for (const auto& row : rows) {
+    std::vector<Signer> signers;
+    signers.push_back(makeSigner(0, rsaKey(row.exponent), nullptr));
+    const SecureLayer layer = layerSignedBy(signers);
+    ASSERT_EQ(layer.signers.size(), 1U) << row.exponent;
+    EXPECT_EQ(layer.signers[0].isValid(), row.isUsed) << row.exponent << layer.signers[0].problem;
+    EXPECT_EQ(contains(layer.signers[0].problem, "too big"), !row.isUsed) << row.exponent;
+  }
+}
+
+TEST(Pkcs7Signers, a_way_of_more_than_ten_authorities_is_none) {
+  const std::vector<Signer> signers = makeSigners(13, "P-256", true);
+  std::vector<RefPtr<Certificate>> all;
+  for (const Signer& signer : signers) all.push_back(certificateOf(signer));
+  const struct {
+    std::size_t anchor;
+    bool trusted;
+  } rows[] = {{0, false}, {1, true}};
+  for (const auto& row : rows) {
+    SystemCerts certs;
+    LogNull log;
+    ASSERT_EQ(certs.addTrustAnchorsFromData(all[row.anchor]->der().view(), log), 1);
+    const ChainVerdict verdict = certs.checkChain(*all.back(), all, std::time(nullptr));
+    EXPECT_EQ(verdict.trusted, row.trusted) << row.anchor << verdict.problem;
+  }
+}
+
+}  // namespace
+}  // namespace mailtree
