@@ -1,5 +1,4 @@
 // Signers and chains that nobody honest has: made here, with the cryptographic library itself.
-#include <gmock/gmock.h>
 #include <openssl/bn.h>
 #include <openssl/cms.h>
 #include <openssl/ec.h>
@@ -13,8 +12,6 @@
 
 namespace mailtree {
 namespace {
-
-using testing::HasSubstr;
 
 using Key = Handle<EVP_PKEY, EVP_PKEY_free>;
 using X509Handle = Handle<X509, X509_free>;
@@ -62,6 +59,7 @@ Signer makeSigner(int number, Key key, const Signer* issuer) {
 
 std::vector<Signer> makeSigners(int count, const char* curve, bool chained) {
   std::vector<Signer> signers;
+  signers.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i)
     signers.push_back(makeSigner(i, Key(EVP_EC_gen(curve)), chained && i > 0 ? &signers.back() : nullptr));
   return signers;
@@ -137,6 +135,7 @@ TEST(Pkcs7Signers, an_exponent_that_nobody_uses_is_not_worked_with) {
 TEST(Pkcs7Signers, a_way_of_more_than_ten_authorities_is_none) {
   const std::vector<Signer> signers = makeSigners(13, "P-256", true);
   std::vector<RefPtr<Certificate>> all;
+  all.reserve(signers.size());
   for (const Signer& signer : signers) all.push_back(certificateOf(signer));
   const struct {
     std::size_t anchor;

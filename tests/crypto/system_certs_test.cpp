@@ -398,6 +398,8 @@ TEST(SystemCerts, trusts_what_leads_to_an_anchor) {
       {"erin.pem", "root.pem", "revoked.crl", "chain.pem", nullptr, k2001, false, true, ""},  // at any time
       {"erin.pem", "root.pem", "revoked.crl", "chain.pem", nullptr, k2071, false, true, "revoked"},
       {"erin.pem", nullptr, "revoked.crl", "chain.pem", nullptr, k2025, false, true, "no trust anchors"},
+      {"erin.pem", nullptr, "revoked.crl", nullptr, "intermediate.pem", k2025, false, false,
+       "no trust anchors"},  // what came along is not looked into
       {"erin.pem", "root.pem", "other-root.crl", "chain.pem", nullptr, k2025, true, false,
        ""},  // not its issuer's
       {"alice.pem", "root.pem", "revoked.crl", "chain.pem", nullptr, k2025, true, false, ""},
