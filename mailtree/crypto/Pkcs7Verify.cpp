@@ -2,6 +2,7 @@
 #include <openssl/bn.h>
 #include <openssl/cms.h>
 #include <openssl/core_names.h>
+#include <openssl/ess.h>
 #include <openssl/evp.h>
 #include <openssl/objects.h>
 #include <openssl/x509.h>
@@ -279,6 +280,34 @@ void verifyMathematics(CMS_SignerInfo* signer, Verification& in, SignerVerdict& 
     verifyWithoutAttributes(signer, in, verdict);
 }
 
+using CertificateStack = STACK_OF(X509);
+void freeStack(CertificateStack* stack) { sk_X509_free(stack); }  // the certificates in it are borrowed
+using Borrowed = Handle<CertificateStack, freeStack>;
+
+template <class T>
+using Decode = T* (*)(T**, const unsigned char**, long);
+
+template <class T>
+T* decodedAttribute(CMS_SignerInfo* signer, int nid, Decode<T> decode) {
+  const std::string_view der = singleAttribute(signer, nid, V_ASN1_SEQUENCE);
+  const auto* at = reinterpret_cast<const unsigned char*>(der.data());
+  return der.empty() ? nullptr : decode(nullptr, &at, static_cast<long>(der.size()));
+}
+
+/// Whether a signature that names its certificate (RFC 5035) names another one than this: a key may be in more than
+/// one, and somebody else may have put it in theirs.
+bool isTiedToAnother(CMS_SignerInfo* signer, const Certificate& certificate) {
+  using First = Handle<ESS_SIGNING_CERT, ESS_SIGNING_CERT_free>;
+  using Second = Handle<ESS_SIGNING_CERT_V2, ESS_SIGNING_CERT_V2_free>;
+  const First first(decodedAttribute(signer, NID_id_smime_aa_signingCertificate, d2i_ESS_SIGNING_CERT));
+  const Second second(
+      decodedAttribute(signer, NID_id_smime_aa_signingCertificateV2, d2i_ESS_SIGNING_CERT_V2));
+  if (!first && !second) return false;
+  const Borrowed chain(sk_X509_new_null());
+  if (!chain || sk_X509_push(chain.get(), nativeAs<X509>(certificate)) <= 0) return true;
+  return OSSL_ESS_check_signing_certs(first.get(), second.get(), chain.get(), /*require=*/0) <= 0;
+}
+
 /// Certificates that the signer may have meant: issuer and serial number, or the key's identifier, are no proof.
 std::vector<Certificate*> candidatesFor(CMS_SignerInfo* signer, const Verification& in) {
   std::vector<Certificate*> found;
@@ -334,6 +363,10 @@ SignerVerdict judge(CMS_SignerInfo* signer, Verification& in) {
     trial.problem = in.work.objectionTo(*candidate);
     CMS_SignerInfo_set1_signer_cert(signer, nativeAs<X509>(*candidate));
     if (trial.problem.empty()) verifyMathematics(signer, in, trial);
+    if (trial.signatureVerified && isTiedToAnother(signer, *candidate)) {
+      trial.signatureVerified = false;
+      trial.problem = "the signature was made for another certificate";
+    }
     if (chosen && !trial.signatureVerified) continue;
     chosen = candidate;
     verdict = std::move(trial);

@@ -17,17 +17,11 @@ constexpr std::string_view kMimeVersion = "MIME-Version";
 
 bool isLineBreak(char c) noexcept { return c == '\r' || c == '\n'; }
 
-/// A text may begin with a word and a colon. Only a field that describes content makes it a header, and only when its
-/// first line is a field too; nothing that was signed or encrypted may vanish into one.
-bool isMimeEntity(std::string_view bytes, const MimeMessage2& content) noexcept {
-  if (bytes.empty() || isLineBreak(bytes.front())) return true;
-  const MimeHeader& header = content.header();
-  if (header.fieldName(0).empty()) return false;
-  for (int i = 0; i < header.getNumFields(); ++i) {
-    const std::string_view name = header.fieldName(i);
-    if (beginsWithNoCase(name, kContentPrefix) || equalsNoCase(name, kMimeVersion)) return true;
-  }
-  return false;
+/// Whether a field tells a header from a text that begins with words and colons: one that describes content, or a
+/// message's sender.
+bool tellsOfHeader(std::string_view name) noexcept {
+  return beginsWithNoCase(name, kContentPrefix) || equalsNoCase(name, kMimeVersion) ||
+         equalsNoCase(name, "From");
 }
 
 std::string lowerCase(std::string_view text) {
@@ -87,8 +81,9 @@ class OuterFields {
   void add(std::string lowerName, std::string value) {
     std::string compared = singleSpaced(value);
     m_lines.insert(lowerName + ':' + compared);
-    Values& values = m_values[std::move(lowerName)];
-    if (values.first.empty() && values.comparedFirst.empty() && !values.another) {
+    const auto [place, isFirst] = m_values.try_emplace(std::move(lowerName));
+    Values& values = place->second;
+    if (isFirst) {
       values.first = std::move(value);
       values.comparedFirst = std::move(compared);
     } else if (!values.another && compared != values.comparedFirst) {
@@ -129,10 +124,20 @@ void listDiffering(const MimeHeader& inside, const MimeHeader& outside, const Pa
 
 }  // namespace
 
+bool isMimeEntity(std::string_view bytes) {
+  if (bytes.empty() || isLineBreak(bytes.front())) return true;
+  MimeHeader header;
+  header.loadFromEntity(bytes, MimeHeader::LeadingEmptyLines::endHeader);
+  if (header.fieldName(0).empty()) return false;
+  for (int i = 0; i < header.getNumFields(); ++i)
+    if (tellsOfHeader(header.fieldName(i))) return true;
+  return false;
+}
+
 void loadLayerContent(std::string_view bytes, int level, MimeMessage2& content, LogBase& log) {
-  if (!content.loadContent(bytes, level, log)) throw std::bad_alloc();
-  if (isMimeEntity(bytes, content)) return;
-  if (!content.loadContent({}, level, log)) throw std::bad_alloc();
+  const bool isEntity = isMimeEntity(bytes);
+  if (!content.loadContent(isEntity ? bytes : std::string_view(), level, log)) throw std::bad_alloc();
+  if (isEntity) return;
   content.setContentType("text/plain", /*refreshHeader=*/true, log);
   if (!content.getMimeBodyDb()->append(bytes)) throw std::bad_alloc();
 }

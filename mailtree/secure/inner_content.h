@@ -10,6 +10,11 @@
 
 namespace mailtree {
 
+/// Whether the content of a layer is a MIME entity. A text may begin with a word and a colon: only a field that
+/// describes content, or names a sender, makes that a header, and only when the first line is a field too. Nothing that
+/// was signed or encrypted may vanish into one.
+bool isMimeEntity(std::string_view bytes);
+
 /// Parses the content of an opened layer. One that is no MIME entity, as some programs encrypt, becomes a text/plain
 /// with every byte of it in the body.
 void loadLayerContent(std::string_view bytes, int level, MimeMessage2& content, LogBase& log);

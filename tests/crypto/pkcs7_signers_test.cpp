@@ -150,5 +150,44 @@ TEST(Pkcs7Signers, a_way_of_more_than_ten_authorities_is_none) {
   }
 }
 
+/// By Alice's key, named by its identifier alone, so that any certificate with that key fits.
+std::string signedByKey(const std::string& content, unsigned flags) {
+  const Handle<CMS_ContentInfo, CMS_ContentInfo_free> cms(CMS_sign_ex(
+      nullptr, nullptr, nullptr, nullptr, CMS_PARTIAL | CMS_BINARY, contextAs<OSSL_LIB_CTX>(), nullptr));
+  const Certificate& alice = *person("alice");
+  CMS_add1_signer(cms.get(), nativeAs<X509>(alice), nativeKeyAs<EVP_PKEY>(alice), EVP_sha256(),
+                  CMS_USE_KEYID | CMS_NOCERTS | CMS_BINARY | flags);
+  const Handle<BIO, BIO_free_all> text(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
+  EXPECT_EQ(CMS_final(cms.get(), text.get(), nullptr, CMS_BINARY), 1);
+  unsigned char* der = nullptr;
+  const int size = i2d_CMS_ContentInfo(cms.get(), &der);
+  const std::string out(reinterpret_cast<const char*>(der), static_cast<std::size_t>(size));
+  OPENSSL_free(der);
+  return out;
+}
+
+TEST(Pkcs7Signers, a_signature_that_names_its_certificate_holds_with_no_other_of_the_same_key) {
+  const struct {
+    unsigned flags;
+    const char* held;
+    bool valid;
+  } rows[] = {
+      {0, "alice.pem", true},
+      {0, "alice-older.pem", true},
+      {CMS_CADES, "alice.pem", true},
+      {CMS_CADES, "alice-older.pem", false},
+  };
+  for (const auto& row : rows) {
+    SystemCerts certs;
+    addIdentities(certs, {row.held});
+    SecureLayer layer;
+    DataBuffer content;
+    LogNull log;
+    ASSERT_TRUE(Pkcs7Opener::open(signedByKey("Hello", row.flags), certs, content, layer, log));
+    ASSERT_EQ(layer.signers.size(), 1U);
+    EXPECT_EQ(layer.signers[0].isValid(), row.valid) << row.flags << " with " << row.held;
+  }
+}
+
 }  // namespace
 }  // namespace mailtree

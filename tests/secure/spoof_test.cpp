@@ -302,6 +302,8 @@ TEST_F(Spoof, a_field_added_around_the_signed_ones_is_listed) {
       {"Subject: Boat\r\nReceived: here\r\n", "", "", ""},
       {"Subject: Fraud\r\nSubject: Boat\r\n", "Subject", "Boat", "Fraud"},
       {"Subject: Boat\r\nSubject: Fraud\r\n", "Subject", "Boat", "Fraud"},
+      {"Subject: \r\nSubject: Boat\r\n", "Subject", "Boat", ""},
+      {"", "Subject", "Boat", ""},
       {"Subject: Boat\r\nReply-To: mallory@example.net\r\n", "Reply-To", "", "mallory@example.net"},
   };
   for (const auto& row : rows) {

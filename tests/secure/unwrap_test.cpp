@@ -258,6 +258,7 @@ TEST_F(Unwrapping, content_that_is_no_mime_entity_becomes_text_and_loses_nothing
       {"From me\r\n\r\nx", "text/plain", "From me\r\n\r\nx"},
       {"Dear Bob\r\nContent-Type: text/html\r\n\r\nx", "text/plain",
        "Dear Bob\r\nContent-Type: text/html\r\n\r\nx"},
+      {"From: alice@example.com\r\nSubject: Boat\r\n\r\nx", "", "x"},
       {"", "", ""},
       {"\r\nContent-Type: text/html\r\n\r\nx", "", "Content-Type: text/html\r\n\r\nx"},
       {"Content-Type: text/html\r\n\r\nx", "text/html", "x"},
