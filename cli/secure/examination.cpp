@@ -179,6 +179,10 @@ std::optional<Examined> examine(const std::string& path, Keys& keys) {
   return examined;
 }
 
+bool isGood(const SignerVerdict& signer, const Examined& examined) {
+  return faultOf(signer, examined).empty();
+}
+
 bool isDisplayedField(std::string_view name) {
   return std::ranges::any_of(kDisplayedFields,
                              [name](std::string_view field) { return equalsNoCase(field, name); });

@@ -1,6 +1,8 @@
 #include "cli/views/layers.h"
 
+#include <algorithm>
 #include <ctime>
+#include <iterator>
 
 #include "cli/views/json_values.h"
 
@@ -122,15 +124,15 @@ std::string reservationsOn(const SignerVerdict& signer, const Examined& examined
 LayerSummary summaryOfSigned(const SecureLayer& layer, const Examined& examined) {
   if (layer.signers.empty()) return {false, "signature could not be checked"};
   if (!layer.allSignaturesValid()) return {false, "signature INVALID"};
-  std::string worst;
-  bool hasGood = false;
-  for (const SignerVerdict& signer : layer.signers) {
-    const std::string text = reservationsOn(signer, examined);
-    hasGood = hasGood || text.empty();
-    if (worst.empty()) worst = text;
-  }
-  LayerSummary summary{hasGood && coversAll(layer) && !examined.contradiction(), "signature valid"};
-  if (!hasGood) summary.text += worst;
+  const auto good = std::ranges::count_if(
+      layer.signers, [&](const SignerVerdict& signer) { return isGood(signer, examined); });
+  const auto others = std::ssize(layer.signers) - good;
+  LayerSummary summary{good > 0 && coversAll(layer) && !examined.contradiction(), "signature valid"};
+  if (good == 0)
+    summary.text += reservationsOn(layer.signers.front(), examined);
+  else if (others > 0)
+    summary.text += ", but " + std::to_string(others) + " other " +
+                    (others == 1 ? "signer is" : "signers are") + " not good";
   if (const InnerField* const field = examined.contradiction())
     summary.text += ", not for this " + field->name;
   if (!coversAll(layer)) summary.text += ", covers " + coverageOf(layer);
@@ -159,6 +161,13 @@ LayerSummary summaryOf(const SecureLayer& layer, const Examined& examined) {
                            : layer.kind == LayerKind::compressed ? "compressed"
                                                                  : "unknown layer";
   return {layer.opened, kind + (layer.opened ? "" : ", not opened") + where + weak};
+}
+
+std::string nameOfSigner(const SecureLayer& layer, const Examined& examined) {
+  for (const SignerVerdict& signer : layer.signers)
+    if (isGood(signer, examined)) return examined.from;
+  const bool isKnown = !layer.signers.empty() && layer.signers.front().certificate;
+  return isKnown ? nameOf(*layer.signers.front().certificate) : std::string();
 }
 
 std::string nameOf(const Certificate& certificate) {

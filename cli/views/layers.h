@@ -26,6 +26,9 @@ struct LayerSummary {
 
 LayerSummary summaryOf(const SecureLayer& layer, const Examined& examined);
 
+/// Who signed: somebody about whom everything is right, by the address in From; else the first, by nameOf. Empty when
+/// that one is unknown.
+std::string nameOfSigner(const SecureLayer& layer, const Examined& examined);
 /// "anna@berg.example", else the subject.
 std::string nameOf(const Certificate& certificate);
 /// "2026-04-22T11:30:02Z"

@@ -74,8 +74,8 @@ void writeSecurity(std::ostream& out, const Examined& examined, const Style& sty
   for (const SecureLayer& layer : examined.layers) {
     const LayerSummary summary = summaryOf(layer, examined);
     std::string text = summary.text;
-    if (layer.isSigned() && !layer.signers.empty() && layer.signers.front().certificate)
-      text += "; signer " + nameOf(*layer.signers.front().certificate);
+    if (const std::string signer = nameOfSigner(layer, examined); !signer.empty())
+      text += "; signer " + signer;
     writeField(out, style, layer.isSigned() ? "Signed" : "Layer", text);
   }
   for (const InnerField& field : examined.innerFields)

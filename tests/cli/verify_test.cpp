@@ -113,6 +113,29 @@ TEST(Verify, shows_what_a_signature_leaves_out) {
   }
 }
 
+TEST(Verify, names_the_signer_who_was_found_good_and_counts_the_others) {
+  if (shell("openssl version").status != 0) GTEST_SKIP() << "there is no openssl command";
+  const Workspace work;
+  const std::string content = work.write("content", "Content-Type: text/plain\r\n\r\nx\r\n");
+  const auto signer = [](const std::string& name) {
+    return " -signer " + identity(name + ".pem") + " -inkey " + identity(name + ".key");
+  };
+  const std::string both = signer("impostor") + signer("bob");
+  const struct {
+    const char *from, *line, *verdict;
+  } rows[] = {
+      {"bob", "signature valid, but 1 other signer is not good; signer bob@example.com\n", "\nvalid: "},
+      {"alice", "signature valid, signer not trusted; signer alice@example.com\n", "\nNOT valid: "}};
+  for (const auto& row : rows) {
+    const Result made =
+        shell("openssl cms -sign -in " + content + both + " -certfile " + identity("intermediate.pem") +
+              " -from " + row.from + "@example.com > " + work.path("m"));
+    ASSERT_EQ(made.status, 0) << made.err;
+    EXPECT_THAT(mailtree("show " + work.path("m") + trusted()).out, HasSubstr(row.line)) << row.from;
+    EXPECT_THAT(mailtree("verify " + work.path("m") + trusted()).out, HasSubstr(row.verdict)) << row.from;
+  }
+}
+
 TEST(Verify, names_everything_it_looked_at) {
   const Workspace work;
   const std::string file = signedMail(work, kLetter, as("alice") + " --pss");
