@@ -87,13 +87,6 @@ std::string faultOf(const SecureLayer& layer, const Examined& examined) {
   return hasGood ? std::string() : first;
 }
 
-std::string unopenedProblem(const Examined& examined) {
-  for (const SecureLayer& layer : examined.layers)
-    if (layer.isEncrypted() && !layer.opened)
-      return withProblem("encrypted, and could not be opened", layer.problem);
-  return {};
-}
-
 std::string signerOf(const SecureLayer& layer, const Examined& examined) {
   std::string weak;
   for (const SignerVerdict& signer : layer.signers)
@@ -115,16 +108,19 @@ const SecureLayer* goodLayer(const Examined& examined, std::string& reason) {
 }
 
 Verdict judge(const Examined& examined) {
-  if (!examined.isSigned()) {
-    std::string unopened = unopenedProblem(examined);
-    return {false, unopened.empty() ? "not signed" : std::move(unopened)};
-  }
+  const SecureLayer* const unopened = examined.unopened();
+  if (!examined.isSigned())
+    return {false,
+            unopened ? withProblem("encrypted, and could not be opened", unopened->problem) : "not signed"};
   // A wrong signature anywhere is a wrong message, whatever another one says.
   for (const SecureLayer& layer : examined.layers)
     if (layer.isSigned() && !layer.allSignaturesValid()) return {false, faultOf(layer, examined)};
   std::string reason;
   const SecureLayer* const good = goodLayer(examined, reason);
   if (!good) return {false, reason};
+  // What nobody here can read may be anything, the work of somebody else included.
+  if (unopened)
+    return {false, withProblem("the signed content is encrypted and could not be opened", unopened->problem)};
   if (const InnerField* const field = examined.contradiction())
     return {false, "the field " + field->name +
                        (field->inside.empty() ? " that is displayed is not in the signed content"
@@ -149,9 +145,12 @@ bool Examined::allSignaturesValid() const {
          });
 }
 
-bool Examined::allDecrypted() const {
-  return isEncrypted() &&
-         !anyLayer(*this, [](const SecureLayer& layer) { return layer.isEncrypted() && !layer.opened; });
+bool Examined::allDecrypted() const { return isEncrypted() && !unopened(); }
+
+const SecureLayer* Examined::unopened() const {
+  const auto found = std::ranges::find_if(
+      layers, [](const SecureLayer& layer) { return layer.isEncrypted() && !layer.opened; });
+  return found == layers.end() ? nullptr : &*found;
 }
 
 const InnerField* Examined::contradiction() const {

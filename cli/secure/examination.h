@@ -34,6 +34,8 @@ struct Examined {
   bool allSignaturesValid() const;
   /// Encrypted, and every layer was opened.
   bool allDecrypted() const;
+  /// An encrypted layer that was not opened; null when there is none.
+  const SecureLayer* unopened() const;
   /// A field that is displayed, but stands otherwise inside a layer; null when there is none.
   const InnerField* contradiction() const;
 };

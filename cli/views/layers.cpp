@@ -127,7 +127,8 @@ LayerSummary summaryOfSigned(const SecureLayer& layer, const Examined& examined)
   const auto good = std::ranges::count_if(
       layer.signers, [&](const SignerVerdict& signer) { return isGood(signer, examined); });
   const auto others = std::ssize(layer.signers) - good;
-  LayerSummary summary{good > 0 && coversAll(layer) && !examined.contradiction(), "signature valid"};
+  LayerSummary summary{good > 0 && coversAll(layer) && !examined.contradiction() && !examined.unopened(),
+                       "signature valid"};
   if (good == 0)
     summary.text += reservationsOn(layer.signers.front(), examined);
   else if (others > 0)
@@ -136,6 +137,7 @@ LayerSummary summaryOfSigned(const SecureLayer& layer, const Examined& examined)
   if (const InnerField* const field = examined.contradiction())
     summary.text += ", not for this " + field->name;
   if (!coversAll(layer)) summary.text += ", covers " + coverageOf(layer);
+  if (examined.unopened()) summary.text += ", not all is opened";
   for (const SignerVerdict& signer : layer.signers)
     if (signer.weak) return {summary.isGood, summary.text + ", weak"};
   return summary;

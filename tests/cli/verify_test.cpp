@@ -46,6 +46,11 @@ TEST(Verify, says_yes_only_when_everything_is_right) {
   const std::string erin = readFile(signedMail(work, "From: erin@example.com\r\n\r\nx\r\n", as("erin")));
   const std::string judy = readFile(signedMail(work, "From: judy@example.com\r\n\r\nx\r\n", as("judy")));
   const std::string oscar = readFile(signedMail(work, "From: oscar@example.com\r\n\r\nx\r\n", as("oscar")));
+  ASSERT_EQ(mailtree("encrypt " + work.write("m", kLetter) + " --cert " + identity("bob.pem") + " -o " +
+                     work.path("sealed"))
+                .status,
+            0);
+  const std::string signedSeal = readFile(signedMail(work, readFile(work.path("sealed")), as("alice")));
   const std::string impostor = readFile(signedMail(work, kLetter, as("impostor")));
   const struct {
     const char* name;
@@ -76,6 +81,9 @@ TEST(Verify, says_yes_only_when_everything_is_right) {
        "\nNOT valid: only part 1.1 is covered by a signature\n"},
       {"passed on by a list", inMixed(good), trusted(),
        "\nNOT valid: only part 1.1 is covered by a signature\n"},
+      {"encrypted inside, opened", signedSeal, trusted() + as("bob"), "\nvalid: "},
+      {"encrypted inside, closed", signedSeal, trusted(),
+       "\nNOT valid: the signed content is encrypted and could not be opened"},
       {"in an attached message", attached(good), trusted(), "NOT valid: not signed\n"},
       {"plain", kLetter, trusted(), "NOT valid: not signed\n"},
       {"sample", readFile(sample("signed")), " --trust " + identity("sample-signer.pem"), "\nvalid: "},
