@@ -34,14 +34,18 @@ void lookBelowMixed(std::string_view bytes, SystemCerts& certs, Examined& examin
   examined.message.common->m_limits.add(root.limits());
 }
 
-/// A reader who sees one of two From fields, or one of two addresses, must not be told that a signature is by it.
+/// A reader who sees one of two From fields, or one of two addresses, must not be told that a signature is by it: not
+/// even where one of the fields is empty.
 void readFrom(Examined& examined) {
   const MimeHeader& header = examined.message.root->m_header;
   ExtPtrArray addresses;
   std::string scratch;
-  for (int row = header.findField("From"); row >= 0; row = header.findField("From", row + 1))
+  int fields = 0;
+  for (int row = header.findField("From"); row >= 0; row = header.findField("From", row + 1), ++fields)
     _svEmailAddress::parseAndLoadList(header.unfoldedValue(row, scratch), addresses);
-  if (addresses.getSize() == 1)
+  if (fields > 1)
+    examined.fromProblem = "there is more than one From field";
+  else if (addresses.getSize() == 1)
     examined.from = addresses.at<_svEmailAddress>(0)->m_address.view();
   else
     examined.fromProblem =
@@ -107,6 +111,12 @@ const SecureLayer* goodLayer(const Examined& examined, std::string& reason) {
   return nullptr;
 }
 
+const char* contradictionOf(const InnerField& field) {
+  if (field.inside.empty()) return " that is displayed is not in the signed content";
+  if (field.outside.empty()) return " of the signed content is not the one displayed";
+  return " is another one inside than the one displayed";
+}
+
 Verdict judge(const Examined& examined) {
   const SecureLayer* const unopened = examined.unopened();
   if (!examined.isSigned())
@@ -122,9 +132,7 @@ Verdict judge(const Examined& examined) {
   if (unopened)
     return {false, withProblem("the signed content is encrypted and could not be opened", unopened->problem)};
   if (const InnerField* const field = examined.contradiction())
-    return {false, "the field " + field->name +
-                       (field->inside.empty() ? " that is displayed is not in the signed content"
-                                              : " is another one inside than the one displayed")};
+    return {false, "the field " + field->name + contradictionOf(*field)};
   return {true, signerOf(*good, examined)};
 }
 
@@ -155,7 +163,7 @@ const SecureLayer* Examined::unopened() const {
 
 const InnerField* Examined::contradiction() const {
   const auto found = std::ranges::find_if(innerFields, [](const InnerField& field) {
-    return isDisplayedField(field.name) && !field.outside.empty();
+    return field.part == SecureLayer::kWholeMessage && isDisplayedField(field.name);
   });
   return found == innerFields.end() ? nullptr : &*found;
 }

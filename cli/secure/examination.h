@@ -36,7 +36,8 @@ struct Examined {
   bool allDecrypted() const;
   /// An encrypted layer that was not opened; null when there is none.
   const SecureLayer* unopened() const;
-  /// A field that is displayed, but stands otherwise inside a layer; null when there is none.
+  /// A displayed field of the message that stands otherwise inside a layer of the whole of it, or in one of the two
+  /// alone; null when there is none. What a signed part says of itself is not about the message.
   const InnerField* contradiction() const;
 };
 

@@ -51,6 +51,8 @@ TEST(Verify, says_yes_only_when_everything_is_right) {
                 .status,
             0);
   const std::string signedSeal = readFile(signedMail(work, readFile(work.path("sealed")), as("alice")));
+  const std::string withSignedPart = readFile(
+      signedMail(work, replaced(inMixed(good), "multipart/mixed", "multipart/related"), as("alice")));
   const std::string impostor = readFile(signedMail(work, kLetter, as("impostor")));
   const struct {
     const char* name;
@@ -72,11 +74,17 @@ TEST(Verify, says_yes_only_when_everything_is_right) {
       {"another sender", replaced(good, "alice@example.com", "bob@example.com"), trusted(),
        "\nNOT valid: the signer's certificate is not issued to bob@example.com\n"},
       {"second From field", "From: bob@example.com\r\n" + good, trusted(),
-       "\nNOT valid: there is more than one From address\n"},
+       "\nNOT valid: there is more than one From field\n"},
+      {"empty From field", "From:\r\n" + good, trusted(), "\nNOT valid: there is more than one From field\n"},
       {"second From address", replaced(good, "<alice@example.com>", "<alice@example.com>, bob@example.com"),
        trusted(), "\nNOT valid: there is more than one From address\n"},
       {"another subject", replaced(good, "Subject: Boat", "Subject: Money"), trusted(),
        "\nNOT valid: the field Subject is another one inside than the one displayed\n"},
+      {"no subject", replaced(good, "Subject: Boat\r\n", ""), trusted(),
+       "\nNOT valid: the field Subject of the signed content is not the one displayed\n"},
+      {"empty subject", replaced(good, "Subject: Boat", "Subject:"), trusted(),
+       "\nNOT valid: the field Subject of the signed content is not the one displayed\n"},
+      {"signed part with fields of its own", withSignedPart, trusted(), "\nvalid: "},
       {"part behind the signature", withFooter(good), trusted(),
        "\nNOT valid: only part 1.1 is covered by a signature\n"},
       {"passed on by a list", inMixed(good), trusted(),
