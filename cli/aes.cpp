@@ -13,6 +13,7 @@
 #include "cli/output.h"
 #include "cli/secure/passwords.h"
 #include "cli/secure/sending.h"
+#include "cli/writing/structure.h"
 #include "mailtree/crypto/SymmetricCipher.h"
 
 namespace mailtree::cli {
@@ -22,6 +23,8 @@ constexpr int kIterations = 600'000;
 constexpr std::size_t kSaltSize = 16;
 /// The salt that a key was derived with, in hexadecimal: whoever has the password needs nothing else.
 constexpr const char* kSaltField = "X-Mailtree-Salt";
+/// What the library remembers the transfer encoding of an encrypted body in.
+constexpr const char* kOriginalEncodingField = "x-original-encoding";
 
 struct AesOptions {
   std::string file;
@@ -114,9 +117,19 @@ Exit failWith(const AesOptions& options, const char* what, const LogMemory& log)
   return Exit::negative;
 }
 
+/// One field each is all there is to keep an encoding and a salt: those of a first time would be lost.
+bool isEncryptedAlready(Email2& email) {
+  bool found = email.m_header.findField(kSaltField) >= 0;
+  walk(email, [&found](const Email2& node) {
+    found = found || node.m_header.findField(kOriginalEncodingField) >= 0;
+  });
+  return found;
+}
+
 Exit encrypt(const AesOptions& options, Email2& email, _svSymSettings& settings) {
   LogMemory log;
-  if (email.hasHeaderField(kSaltField, log)) email.removeHeaderField(kSaltField);
+  if (isEncryptedAlready(email))
+    return failWith(options, "is encrypted already; a second time it could not be decrypted again", log);
   if (options.keyFile) {
     if (const Exit result = readKeyFile(options, settings); result != Exit::fine) return result;
   } else {
@@ -144,7 +157,7 @@ Exit decrypt(const AesOptions& options, Email2& email, _svSymSettings& settings)
     if (const Exit result = deriveKey(options, bytesOfHex(trim(salt.view())), settings); result != Exit::fine)
       return result;
   }
-  email.removeHeaderField(kSaltField);
+  if (!options.keyFile) email.removeHeaderField(kSaltField);
   SymmetricCipher cipher;
   if (email.aesStandardDecryptAnsi(cipher, /*bodyIsBinary=*/false, settings, log)) return Exit::fine;
   return failWith(options, "could not be decrypted; the key is another one, or the message was changed", log);

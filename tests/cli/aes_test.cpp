@@ -49,6 +49,29 @@ TEST(Aes, password_needs_nothing_but_itself) {
   EXPECT_EQ(opened.out, readFile(sample("plain")));
 }
 
+TEST(Aes, is_not_done_twice) {
+  const Workspace work;
+  const std::string key = keyOf(work, 256, 'a'), password = " --password-file " + work.write("pw", "x");
+  const std::string hidden = work.path("hidden");
+  for (const std::string& first : {key, password}) {
+    ASSERT_EQ(mailtree("aes encrypt " + sample("attachments") + first + " -o " + hidden).status, 0);
+    for (const std::string& second : {key, password}) {
+      const Result result = mailtree("aes encrypt " + hidden + second);
+      EXPECT_EQ(result.status, 1) << first << second;
+      EXPECT_THAT(result.err, HasSubstr("is encrypted already")) << first << second;
+      EXPECT_EQ(result.out, "") << first << second;
+    }
+  }
+}
+
+TEST(Aes, leaves_a_salt_alone_that_it_did_not_need) {
+  const Workspace work;
+  const std::string key = keyOf(work, 256, 'a'), hidden = work.path("hidden");
+  ASSERT_EQ(mailtree("aes encrypt " + sample("plain") + key + " -o " + hidden).status, 0);
+  const std::string salted = work.write("salted", "X-Mailtree-Salt: 00\r\n" + readFile(hidden));
+  EXPECT_THAT(mailtree("aes decrypt " + salted + key).out, HasSubstr("X-Mailtree-Salt: 00"));
+}
+
 TEST(Aes, refuses_and_writes_nothing) {
   const Workspace work;
   const std::string hidden = work.path("hidden"), right = keyOf(work, 256, 'a');
