@@ -100,13 +100,17 @@ Exit readKeyFile(const AesOptions& options, _svSymSettings& settings) {
   return Exit::unreadable;
 }
 
-Exit deriveKey(const AesOptions& options, std::string_view salt, _svSymSettings& settings) {
-  Passwords passwords;
+Exit readPasswords(const AesOptions& options, bool isNew, Passwords& passwords) {
   if (const Exit result = passwords.read(options.passwords); result != Exit::fine) return result;
-  if (passwords.all().empty()) passwords.ask(options.file);
-  if (passwords.all().empty())
-    return refuse("aes", "--key-file, --password-file, --password-fd or MAILTREE_PASSWORD is needed");
-  if (settings.deriveKey(passwords.all().front().view(), salt, kIterations, options.bits)) return Exit::fine;
+  if (passwords.all().empty() && !isNew) passwords.ask(options.file);
+  if (passwords.all().empty() && isNew && !passwords.askForNew(options.file)) return Exit::unreadable;
+  if (!passwords.all().empty()) return Exit::fine;
+  return refuse("aes", "--key-file, --password-file, --password-fd or MAILTREE_PASSWORD is needed");
+}
+
+Exit deriveKey(const AesOptions& options, const Secret& password, std::string_view salt,
+               _svSymSettings& settings) {
+  if (settings.deriveKey(password.view(), salt, kIterations, options.bits)) return Exit::fine;
   complain("no key could be derived from the password");
   return Exit::unreadable;
 }
@@ -126,52 +130,87 @@ bool isEncryptedAlready(Email2& email) {
   return found;
 }
 
-Exit encrypt(const AesOptions& options, Email2& email, _svSymSettings& settings) {
+/// A key from a password, and the salt in the header.
+Exit setPassword(const AesOptions& options, Email2& email, _svSymSettings& settings) {
+  Passwords passwords;
+  if (const Exit result = readPasswords(options, /*isNew=*/true, passwords); result != Exit::fine)
+    return result;
+  const Secret& password = passwords.all().front();
+  LogMemory log;
+  if (password.view().empty()) return failWith(options, "is not encrypted with an empty password", log);
+  std::array<char, kSaltSize> salt{};
+  if (::getentropy(salt.data(), salt.size()) != 0)
+    return failWith(options, "there are no random numbers", log);
+  const std::string_view bytes(salt.data(), salt.size());
+  email.setHeaderField(kSaltField, hexOf(bytes).c_str(), log);
+  return deriveKey(options, password, bytes, settings);
+}
+
+Exit encrypt(const AesOptions& options, DataBuffer& /*bytes*/, Message& message, _svSymSettings& settings) {
+  Email2& email = *message.root;
   LogMemory log;
   if (isEncryptedAlready(email))
     return failWith(options, "is encrypted already; a second time it could not be decrypted again", log);
-  if (options.keyFile) {
-    if (const Exit result = readKeyFile(options, settings); result != Exit::fine) return result;
-  } else {
-    std::array<char, kSaltSize> salt{};
-    if (::getentropy(salt.data(), salt.size()) != 0)
-      return failWith(options, "there are no random numbers", log);
-    const std::string_view bytes(salt.data(), salt.size());
-    if (const Exit result = deriveKey(options, bytes, settings); result != Exit::fine) return result;
-    email.setHeaderField(kSaltField, hexOf(bytes).c_str(), log);
-  }
+  const Exit result =
+      options.keyFile ? readKeyFile(options, settings) : setPassword(options, email, settings);
+  if (result != Exit::fine) return result;
   SymmetricCipher cipher;
   if (email.aesStandardEncryptAnsi(cipher, settings, log)) return Exit::fine;
   return failWith(options, "could not be encrypted", log);
 }
 
-Exit decrypt(const AesOptions& options, Email2& email, _svSymSettings& settings) {
+Exit decryptWith(const AesOptions& options, Email2& email, _svSymSettings& settings) {
   LogMemory log;
-  if (options.keyFile) {
-    if (const Exit result = readKeyFile(options, settings); result != Exit::fine) return result;
-  } else {
-    StringBuffer salt;
-    email.getHeaderFieldUtf8(kSaltField, salt, log);
-    if (!isHex(trim(salt.view())))
-      return failWith(options, "was not encrypted with a password: there is no X-Mailtree-Salt field", log);
-    if (const Exit result = deriveKey(options, bytesOfHex(trim(salt.view())), settings); result != Exit::fine)
-      return result;
-  }
-  if (!options.keyFile) email.removeHeaderField(kSaltField);
   SymmetricCipher cipher;
   if (email.aesStandardDecryptAnsi(cipher, /*bodyIsBinary=*/false, settings, log)) return Exit::fine;
   return failWith(options, "could not be decrypted; the key is another one, or the message was changed", log);
 }
 
-using Work = Exit (*)(const AesOptions&, Email2&, _svSymSettings&);
+/// A wrong password may have opened the first bodies by chance: every try begins with the message as it came.
+Exit tryPasswords(const AesOptions& options, DataBuffer& bytes, std::string_view salt, Message& message,
+                  _svSymSettings& settings) {
+  Passwords passwords;
+  if (const Exit result = readPasswords(options, /*isNew=*/false, passwords); result != Exit::fine)
+    return result;
+  SymmetricCipher cipher;
+  LogNull log;
+  for (const Secret& password : passwords.all()) {
+    if (const Exit result = deriveKey(options, password, salt, settings); result != Exit::fine) return result;
+    message.root->removeHeaderField(kSaltField);
+    if (&password == &passwords.all().back()) break;
+    if (message.root->aesStandardDecryptAnsi(cipher, /*bodyIsBinary=*/false, settings, log))
+      return Exit::fine;
+    std::optional<Message> again = loadMessageToWrite(options.file, bytes);
+    if (!again) return Exit::unreadable;
+    message = std::move(*again);
+  }
+  return decryptWith(options, *message.root, settings);
+}
+
+Exit decrypt(const AesOptions& options, DataBuffer& bytes, Message& message, _svSymSettings& settings) {
+  if (options.keyFile) {
+    const Exit result = readKeyFile(options, settings);
+    return result == Exit::fine ? decryptWith(options, *message.root, settings) : result;
+  }
+  LogMemory log;
+  StringBuffer salt;
+  message.root->getHeaderFieldUtf8(kSaltField, salt, log);
+  if (!isHex(trim(salt.view())))
+    return failWith(options, "was not encrypted with a password: there is no X-Mailtree-Salt field", log);
+  return tryPasswords(options, bytes, bytesOfHex(trim(salt.view())), message, settings);
+}
+
+using Work = Exit (*)(const AesOptions&, DataBuffer&, Message&, _svSymSettings&);
 
 Exit run(const AesOptions& options, Work work) {
-  std::optional<Message> message = loadMessageToWrite(options.file);
+  DataBuffer bytes;
+  if (!readFile(options.file, bytes)) return Exit::unreadable;
+  std::optional<Message> message = loadMessageToWrite(options.file, bytes);
   if (!message) return Exit::unreadable;
   const Exit limits = reportLimits(options.file, message->limits());
   _svSymSettings settings;
   settings.m_mode = modeOf(options.mode)->mode;
-  if (const Exit result = work(options, *message->root, settings); result != Exit::fine) return result;
+  if (const Exit result = work(options, bytes, *message, settings); result != Exit::fine) return result;
   return graver(limits, writeMessage(*message->root, options.output));
 }
 

@@ -71,6 +71,14 @@ void completeLineEnds(Email2& root) {
   }
 }
 
+std::optional<Message> loadToWrite(const std::string& path, DataBuffer& bytes, bool discardInput) {
+  const bool isUnixFile = hasUnixLines(bytes.view());
+  SystemCerts none;
+  std::optional<Message> message = load(path, bytes, discardInput, /*unwrap=*/false, none);
+  if (message && isUnixFile) completeLineEnds(*message->root);
+  return message;
+}
+
 }  // namespace
 
 void complain(std::string_view problem) {
@@ -130,11 +138,11 @@ std::optional<Message> loadMessage(const std::string& path, DataBuffer& bytes, S
 std::optional<Message> loadMessageToWrite(const std::string& path) {
   DataBuffer bytes;
   if (!readFile(path, bytes)) return std::nullopt;
-  const bool isUnixFile = hasUnixLines(bytes.view());
-  SystemCerts none;
-  std::optional<Message> message = load(path, bytes, /*discardInput=*/true, /*unwrap=*/false, none);
-  if (message && isUnixFile) completeLineEnds(*message->root);
-  return message;
+  return loadToWrite(path, bytes, /*discardInput=*/true);
+}
+
+std::optional<Message> loadMessageToWrite(const std::string& path, DataBuffer& bytes) {
+  return loadToWrite(path, bytes, /*discardInput=*/false);
 }
 
 Exit reportLimits(const std::string& path, LimitSet limits) {

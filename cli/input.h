@@ -48,6 +48,8 @@ std::optional<Message> loadMessage(const std::string& path, DataBuffer& bytes, S
 /// is encoded anew would take a bare LF for a character (RFC 2045, 6.7). Signed content stays as it came, and no layer
 /// is taken off.
 std::optional<Message> loadMessageToWrite(const std::string& path);
+/// The same from bytes in memory, which stay as they are.
+std::optional<Message> loadMessageToWrite(const std::string& path, DataBuffer& bytes);
 
 /// Complains about every limit met; the exit status that goes with them.
 Exit reportLimits(const std::string& path, LimitSet limits);

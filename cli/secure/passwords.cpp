@@ -132,6 +132,16 @@ const Secret* Passwords::ask(std::string_view purpose) {
   return nullptr;
 }
 
+bool Passwords::askForNew(std::string_view purpose) {
+  const Secret* const first = ask(purpose);
+  if (!first || first->view().empty()) return true;
+  const Secret* const again = ask(std::string(purpose) + ", again");
+  const bool isSame = again && again->view() == first->view();
+  if (again) m_secrets.pop_back();
+  if (!isSame) complain(purpose, "the two passwords are not the same");
+  return isSame;
+}
+
 Exit Passwords::readFile(const std::string& path) {
   const Descriptor file(path.c_str(), O_RDONLY);
   if (file.isOpen()) return readDescriptor(file.number(), path);

@@ -54,6 +54,9 @@ class Passwords {
   /// Asks on the terminal, without showing what is typed.
   /// @return null without a terminal, or when nothing was entered there.
   const Secret* ask(std::string_view purpose);
+  /// Asks, and once more to compare: nothing would open again what is locked with a password mistyped. False after a
+  /// complaint when the two differ.
+  bool askForNew(std::string_view purpose);
 
   const std::list<Secret>& all() const noexcept { return m_secrets; }
 

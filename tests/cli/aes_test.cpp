@@ -72,6 +72,49 @@ TEST(Aes, leaves_a_salt_alone_that_it_did_not_need) {
   EXPECT_THAT(mailtree("aes decrypt " + salted + key).out, HasSubstr("X-Mailtree-Salt: 00"));
 }
 
+TEST(Aes, tries_every_password) {
+  const Workspace work;
+  const std::string right = " --password-file " + work.write("right", "right"),
+                    wrong = " --password-file " + work.write("wrong", "wrong"), hidden = work.path("hidden");
+  for (const std::string mode : {" --mode gcm", " --mode cbc"}) {
+    ASSERT_EQ(mailtree("aes encrypt " + sample("plain") + right + mode + " -o " + hidden).status, 0);
+    for (const std::string& given : {right + wrong, wrong + wrong + right}) {
+      const Result result = mailtree("aes decrypt " + hidden + given + mode);
+      EXPECT_EQ(result.out, readFile(sample("plain"))) << given << mode << result.err;
+    }
+    EXPECT_EQ(mailtree("aes decrypt " + hidden + wrong + wrong + mode).status, 1) << mode;
+  }
+}
+
+TEST(Aes, an_empty_password_locks_nothing) {
+  const Workspace work;
+  for (const std::string& given :
+       {" --password-file " + work.write("pw", "\nrest\n"), " --password-fd 3 3< " + work.write("no", "")}) {
+    const Result result = mailtree("aes encrypt " + sample("plain") + given);
+    EXPECT_EQ(result.status, 1) << given;
+    EXPECT_THAT(result.err, HasSubstr("empty password")) << given;
+    EXPECT_EQ(result.out, "") << given;
+  }
+}
+
+TEST(Aes, asks_twice_for_a_password_to_encrypt_with) {
+  if (!hasTerminal()) GTEST_SKIP() << "there is no script(1)";
+  const Workspace work;
+  const std::string out = work.path("hidden");
+  const struct {
+    const char *typed, *again;
+    bool isDone;
+  } rows[] = {{"right", "right", true}, {"right", "wrong", false}, {"", "", false}};
+  for (const auto& row : rows) {
+    std::filesystem::remove(out);
+    const Result result = shell(std::string("(sleep 1; echo '") + row.typed + "'; sleep 1; echo '" +
+                                row.again + "') | script -qec '\"$mailtree\" aes encrypt " + sample("plain") +
+                                " -o " + out + "' /dev/null");
+    EXPECT_EQ(std::filesystem::exists(out), row.isDone) << row.typed << ", " << row.again << '\n'
+                                                        << result.out;
+  }
+}
+
 TEST(Aes, refuses_and_writes_nothing) {
   const Workspace work;
   const std::string hidden = work.path("hidden"), right = keyOf(work, 256, 'a');
