@@ -182,6 +182,7 @@ Exit tryPasswords(const AesOptions& options, DataBuffer& bytes, std::string_view
       return Exit::fine;
     std::optional<Message> again = loadMessageToWrite(options.file, bytes);
     if (!again) return Exit::unreadable;
+    message.root.reset();  // before what it shares with its parts goes
     message = std::move(*again);
   }
   return decryptWith(options, *message.root, settings);

@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
+#include <unordered_set>
 
 #include "cli/arguments.h"
 #include "cli/commands.h"
@@ -64,9 +65,15 @@ Exit takeNamed(const EncryptOptions& options, const Keys& keys, Email2& email) {
   return Exit::fine;
 }
 
-/// Complains about every recipient who has no certificate.
+std::string lowerCase(std::string text) {
+  for (char& c : text) c = toLowerAscii(c);
+  return text;
+}
+
+/// Complains about every recipient who has no certificate, once.
 Exit findAll(const EncryptOptions& options, Keys& keys, const Email2& email) {
   const std::vector<Recipient> recipients = recipientsOf(email);
+  std::unordered_set<std::string> missing;
   if (recipients.empty()) {
     complain(options.file, "there are no recipients to encrypt to");
     return Exit::negative;
@@ -77,6 +84,7 @@ Exit findAll(const EncryptOptions& options, Keys& keys, const Email2& email) {
     LogNull log;
     const bool isHidden = std::string_view(recipient.field) == "Bcc";
     if (!keys.store.findByEmailAddr(recipient.address.c_str(), /*forEncryption=*/true, log)) {
+      if (!missing.insert(lowerCase(recipient.address)).second) continue;
       complain(options.file, "no certificate for " + recipient.address + " (" + recipient.field + ")");
       result = Exit::negative;
     } else if (isHidden && !isTold) {

@@ -3,6 +3,8 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 
 #include "cli/arguments.h"
 #include "cli/input.h"
@@ -43,6 +45,10 @@ class KeyReader {
 
   Exit addFolder(const std::string& path) {
     m_log.clear();
+    if (std::error_code error; !std::filesystem::is_directory(path, error)) {
+      complain(path, error ? error.message() : "is no folder");
+      return Exit::unreadable;
+    }
     int count = m_keys.store.addFromDirectory(path.c_str(), nullptr, m_log);
     for (const Secret& password : m_passwords.all())
       count += m_keys.store.addFromDirectory(path.c_str(), password.text(), m_log);

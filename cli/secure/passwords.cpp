@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -36,18 +37,21 @@ class Descriptor {
   int m_number;
 };
 
-/// Reads up to the end of the line and no further: what follows may be for somebody else. 0, or the errno that
-/// stopped it.
-int readLine(int descriptor, Secret& secret) {
-  for (;;) {
+/// Reads up to the end of the line and no further: what follows may be for somebody else. A second character may end
+/// it too, and is then part of it. 0, or the errno that stopped it.
+int readLine(int descriptor, Secret& secret, char otherEnd = '\n') {
+  for (bool hasReturn = false;;) {
     char c = 0;
     const ssize_t count = ::read(descriptor, &c, 1);
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return errno;
     if (count == 0 || c == '\n') return 0;
-    if (c == '\r') continue;
+    // Only one before the line break belongs to it.
+    if (hasReturn && !secret.append('\r')) return EMSGSIZE;
+    hasReturn = c == '\r';
+    if (hasReturn) continue;
     if (!secret.append(c)) return EMSGSIZE;
-    if (c == kInterrupt) return 0;
+    if (c == otherEnd) return 0;
   }
 }
 
@@ -84,7 +88,7 @@ bool askOn(int terminal, std::string_view purpose, Secret& secret) {
   {
     const SilentTerminal silence(terminal);
     if (!silence.isSilent() || !say(terminal, "Password for " + printable(purpose) + ": ")) return false;
-    error = readLine(terminal, secret);
+    error = readLine(terminal, secret, kInterrupt);
   }
   if (!say(terminal, "\n") || error != 0) return false;
   if (secret.view().ends_with(kInterrupt)) {
@@ -93,6 +97,12 @@ bool askOn(int terminal, std::string_view purpose, Secret& secret) {
     return false;
   }
   return true;
+}
+
+std::string checkDescriptor(const std::string& text) {
+  constexpr std::size_t kMaxDigits = 9;
+  const bool isNumber = !text.empty() && text.size() <= kMaxDigits && std::ranges::all_of(text, isDigitAscii);
+  return isNumber ? std::string() : "'" + text + "': it must be the number of an open file";
 }
 
 }  // namespace
@@ -113,15 +123,14 @@ void addPasswordOptions(CLI::App& verb, PasswordOptions& options) {
               "File whose first line is a password; with several, each is tried");
   verb.add_option("--password-fd", options.descriptor,
                   "Open file descriptor to read a line with a password from")
-      ->check(CLI::NonNegativeNumber);
+      ->check(checkDescriptor);
 }
 
 Exit Passwords::read(const PasswordOptions& options) {
   for (const std::string& path : options.files)
     if (const Exit result = readFile(path); result != Exit::fine) return result;
   if (options.descriptor) return readDescriptor(*options.descriptor, "--password-fd");
-  if (options.files.empty()) readEnvironment();
-  return Exit::fine;
+  return options.files.empty() ? readEnvironment() : Exit::fine;
 }
 
 const Secret* Passwords::ask(std::string_view purpose) {
@@ -157,11 +166,14 @@ Exit Passwords::readDescriptor(int descriptor, std::string_view name) {
   return Exit::unreadable;
 }
 
-void Passwords::readEnvironment() {
+Exit Passwords::readEnvironment() {
   const char* value = std::getenv(kVariable);
-  if (!value) return;
+  if (!value) return Exit::fine;
   Secret& secret = m_secrets.emplace_back();
   while (*value && secret.append(*value)) ++value;
+  if (!*value) return Exit::fine;
+  complain(kVariable, "is too long for a password");
+  return Exit::unreadable;
 }
 
 }  // namespace mailtree::cli

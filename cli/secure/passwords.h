@@ -63,7 +63,7 @@ class Passwords {
  private:
   Exit readFile(const std::string& path);
   Exit readDescriptor(int descriptor, std::string_view name);
-  void readEnvironment();
+  Exit readEnvironment();
 
   std::list<Secret> m_secrets;  ///< A list never moves what it holds.
 };

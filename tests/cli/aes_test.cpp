@@ -72,6 +72,37 @@ TEST(Aes, leaves_a_salt_alone_that_it_did_not_need) {
   EXPECT_THAT(mailtree("aes decrypt " + salted + key).out, HasSubstr("X-Mailtree-Salt: 00"));
 }
 
+TEST(Aes, a_password_is_the_first_line_and_nothing_less) {
+  const Workspace work;
+  const std::string hidden = work.path("hidden"), mail = sample("plain"), longest(1023, 'x');
+  const struct {
+    const char* name;
+    std::string locked, opened;
+    int status;
+  } rows[] = {{"line end of mail", "a\nrest", "a\r\n", 0},
+              {"control character",
+               "a\x03"
+               "b",
+               "a\x03", 1},
+              {"return inside", "a\rb", "ab", 1},
+              {"two returns", "a\r\r\n", "a\n", 1},
+              {"longest", longest + "\r\n", longest, 0},
+              {"too long", longest, longest + "y", 3}};
+  for (const auto& row : rows) {
+    ASSERT_EQ(
+        mailtree("aes encrypt " + mail + " --password-file " + work.write("a", row.locked) + " -o " + hidden)
+            .status,
+        0)
+        << row.name;
+    const Result result =
+        mailtree("aes decrypt " + hidden + " --password-file " + work.write("b", row.opened));
+    EXPECT_EQ(result.status, row.status) << row.name << result.err;
+  }
+  const Result cut = shell("MAILTREE_PASSWORD=" + longest + "y \"$mailtree\" aes decrypt " + hidden);
+  EXPECT_EQ(cut.status, 3);
+  EXPECT_THAT(cut.err, HasSubstr("MAILTREE_PASSWORD: is too long"));
+}
+
 TEST(Aes, tries_every_password) {
   const Workspace work;
   const std::string right = " --password-file " + work.write("right", "right"),
@@ -126,6 +157,8 @@ TEST(Aes, refuses_and_writes_nothing) {
   } rows[] = {{" --key-file " + work.write("other", std::string(64, 'b')), 1, "the key is another one"},
               {" --key-file " + work.write("short", "abc"), 3, "is no key of 256 bits"},
               {" --password-file " + work.write("pw", "x"), 1, "X-Mailtree-Salt"},
+              {" --password-fd abc", 2, "'abc': it must be the number of an open file"},
+              {" --password-fd=-1", 2, "'-1': it must be the number of an open file"},
               {right + " --mode ecb", 2, "cbc, ctr or gcm"},
               {right + " --bits 512", 2, "--bits"}};
   for (const auto& row : rows) {

@@ -34,16 +34,17 @@ TEST(Encrypt, everybody_named_reads_it_by_every_cipher) {
 TEST(Encrypt, looks_up_every_recipient_and_names_all_that_are_missing) {
   const Workspace work;
   const std::string people = " --certs " + identity("");
-  const std::string mail = work.write(
-      "m.eml",
-      "From: alice@example.com\r\nTo: bob@example.com, no1@example.com\r\nCc: no2@example.com\r\nBcc: "
-      "no3@example.com, carol@example.com\r\n\r\nx\r\n");
+  const std::string mail = work.write("m.eml",
+                                      "From: alice@example.com\r\nTo: bob@example.com, "
+                                      "no1@example.com\r\nCc: no2@example.com, no1@EXAMPLE.com\r\nBcc: "
+                                      "no3@example.com, carol@example.com\r\n\r\nx\r\n");
   const Result result = mailtree("encrypt " + mail + people);
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.out, "");
   for (const char* line : {"no1@example.com (To)", "no2@example.com (Cc)", "no3@example.com (Bcc)"})
     EXPECT_THAT(result.err, HasSubstr(line));
   EXPECT_THAT(result.err, Not(HasSubstr("no certificate for bob@")));
+  EXPECT_THAT(result.err, Not(HasSubstr("no1@EXAMPLE.com"))) << "named already";
 }
 
 TEST(Encrypt, hidden_recipients_can_read_and_are_not_named) {
@@ -71,7 +72,8 @@ TEST(Encrypt, refuses_before_it_writes) {
   } rows[] = {{"", 2, "--cert or --certs"},
               {" --cert " + identity("mallory.pem"), 1, "not meant for encryption"},
               {" --cert " + identity("bob.pem") + " --cipher rc2", 2, "aes-256-gcm"},
-              {" --certs " + work.path("missing"), 3, "missing"}};
+              {" --certs " + work.path("missing"), 3, "missing"},
+              {" --certs " + identity("bob.pem"), 3, "bob.pem: is no folder"}};
   for (const auto& row : rows) {
     const Result result = mailtree("encrypt " + mail + row.options);
     EXPECT_EQ(result.status, row.status) << row.options << '\n' << result.err;
