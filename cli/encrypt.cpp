@@ -52,12 +52,13 @@ std::string checkCipher(const std::string& name) {
 /// Certificates that were named are the recipients, whoever the message is addressed to.
 Exit takeNamed(const EncryptOptions& options, const Keys& keys, Email2& email) {
   for (Certificate* const certificate : keys.certificates()) {
-    if (!certificate->isFitFor(CertificateUse::encrypt)) {
+    std::string problem = invalidityOf(*certificate);
+    if (!certificate->isFitFor(CertificateUse::encrypt)) problem = "is not meant for encryption";
+    if (!problem.empty()) {
       XString subject;
       LogNull log;
       certificate->getSubjectDN(subject, log);
-      complain(options.file,
-               "the certificate of " + std::string(subject.view()) + " is not meant for encryption");
+      complain(options.file, "the certificate of " + std::string(subject.view()) + " " + problem);
       return Exit::negative;
     }
     email.addEncryptCert(certificate);
@@ -118,7 +119,7 @@ Exit encrypt(const EncryptOptions& options) {
       static_cast<int>(cipher.cipher), cipher.keyBits, static_cast<int>(transport), /*oaepHash=*/0,
       /*bySubjectKeyId=*/false, options.filename ? options.filename->c_str() : "smime.p7m", keys.store, log));
   if (result) return graver(limits, writeMessage(*result, options.output));
-  complain(options.file, lastError(log, "could not be encrypted"));
+  complain(options.file, reasonOf(log, "could not be encrypted"));
   return Exit::negative;
 }
 

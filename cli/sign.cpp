@@ -69,11 +69,15 @@ Certificate* signerFor(const std::string& file, const std::string& from, Keys& k
 }
 
 /// What a reader will hold against the signature, said beforehand.
-void warnOf(const std::string& file, const std::string& from, const Certificate& signer) {
+void warnOf(const std::string& file, const std::string& from, bool isPss, const Certificate& signer) {
   if (!signer.isForAddress(from))
     complain(file, "warning: the certificate is not issued to " + (from.empty() ? "anybody in From" : from));
   if (!signer.isFitFor(CertificateUse::sign))
     complain(file, "warning: the certificate is not meant for signing mail");
+  if (const std::string problem = invalidityOf(signer); !problem.empty())
+    complain(file, "warning: the certificate " + problem);
+  if (isPss && signer.keyAlgorithm() != "RSA")
+    complain(file, "warning: --pss has no effect with a key of " + signer.keyAlgorithm());
 }
 
 EmailPtr signedBy(Email2& email, const SignOptions& options, Certificate& signer, SystemCerts& certs,
@@ -99,11 +103,11 @@ Exit sign(const SignOptions& options) {
   const std::string from = fromOf(*message->root);
   Certificate* const signer = signerFor(options.file, from, keys);
   if (!signer) return Exit::negative;
-  warnOf(options.file, from, *signer);
+  warnOf(options.file, from, options.pss, *signer);
   LogMemory log;
   const EmailPtr result = signedBy(*message->root, options, *signer, keys.store, log);
   if (result) return graver(limits, writeMessage(*result, options.output));
-  complain(options.file, lastError(log, "could not be signed"));
+  complain(options.file, reasonOf(log, "could not be signed"));
   return Exit::negative;
 }
 

@@ -1,5 +1,10 @@
 #include "cli/secure/sending.h"
 
+#include <algorithm>
+#include <ctime>
+
+#include "cli/views/layers.h"
+
 namespace mailtree::cli {
 namespace {
 
@@ -25,7 +30,27 @@ std::optional<Message> loadToSecure(const std::string& path) {
   if (!message) return message;
   removeInternalFields(*message->root);
   message->root->removeHeaderField("Bcc");
+  message->root->removeHeaderField("Resent-Bcc");
+  // What gets around the content would be no MIME without it, to readers who look.
+  LogNull log;
+  if (!message->root->hasHeaderField("MIME-Version", log))
+    message->root->setHeaderField("MIME-Version", "1.0", log);
   return message;
+}
+
+std::string reasonOf(const LogMemory& log, std::string what) {
+  const auto isError = [](const LogEntry& entry) { return entry.kind == LogEntry::Kind::Error; };
+  const auto first = std::ranges::find_if(log.entries(), isError);
+  if (first != log.entries().end()) what += ": " + std::string(first->text);
+  return what;
+}
+
+std::string invalidityOf(const Certificate& certificate) {
+  const std::int64_t now = std::time(nullptr);
+  if (now > certificate.notAfter())
+    return "has expired: it was valid until " + timeText(certificate.notAfter());
+  if (now < certificate.notBefore()) return "is not valid before " + timeText(certificate.notBefore());
+  return {};
 }
 
 std::vector<Recipient> recipientsOf(const Email2& email) {

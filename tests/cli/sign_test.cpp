@@ -43,6 +43,14 @@ TEST(Sign, what_it_writes_verifies_and_survives_write) {
   }
 }
 
+TEST(Sign, says_that_it_is_mime) {
+  const Workspace work;
+  for (const char* options : {"", " --opaque"})
+    EXPECT_THAT(readFile(signedMail(work, "From: alice@example.com\r\n\r\nx\r\n", as("alice") + options)),
+                HasSubstr("MIME-Version: 1.0\r\n"))
+        << options;
+}
+
 TEST(Sign, every_kind_of_key_signs) {
   const Workspace work;
   for (const std::string name : {"alice", "bob", "carol", "dave"}) {
@@ -55,10 +63,12 @@ TEST(Sign, every_kind_of_key_signs) {
 TEST(Sign, hidden_and_internal_fields_do_not_get_inside) {
   const Workspace work;
   for (const char* options : {"", " --opaque"}) {
-    const std::string file = signedMail(
-        work,
-        std::string("Bcc: dave@example.com\r\nSVX-Bounce-Address: a@b.example\r\nsvz-size: 3\r\n") + kLetter,
-        as("alice") + options);
+    const std::string file =
+        signedMail(work,
+                   std::string("Bcc: dave@example.com\r\nResent-Bcc: dave@example.com\r\nSVX-Bounce-Address: "
+                               "a@b.example\r\nsvz-size: 3\r\n") +
+                       kLetter,
+                   as("alice") + options);
     const std::string inside = mailtree("body " + file).out + readFile(file);
     for (const char* gone : {"Bcc", "dave@", "SVX-", "svz-"})
       EXPECT_THAT(inside, Not(HasSubstr(gone))) << options;
@@ -122,6 +132,23 @@ TEST(Sign, asks_for_a_password_on_the_terminal_and_does_not_show_it) {
   EXPECT_EQ(mailtree("verify " + work.path("out.eml") + trusted()).status, 0);
 }
 
+TEST(Sign, warns_of_what_will_be_held_against_it) {
+  const Workspace work;
+  const std::string mail = work.write("m.eml", kLetter);
+  const struct {
+    std::string options;
+    const char* warning;
+  } rows[] = {{as("expired"), "warning: the certificate has expired: it was valid until 2001"},
+              {as("carol") + "--pss", "warning: --pss has no effect"},
+              {as("bob"), "warning: the certificate is not issued to alice@example.com"}};
+  for (const auto& row : rows) {
+    const Result result = mailtree("sign " + mail + row.options);
+    EXPECT_EQ(result.status, 0) << row.options;
+    EXPECT_THAT(result.err, HasSubstr(row.warning)) << row.options;
+  }
+  EXPECT_EQ(mailtree("sign " + mail + as("alice") + "--pss").err, "");
+}
+
 TEST(Sign, refuses_what_would_be_worth_nothing) {
   const Workspace work;
   const std::string mail = work.write("m.eml", kLetter);
@@ -134,7 +161,7 @@ TEST(Sign, refuses_what_would_be_worth_nothing) {
               {" --cert " + identity("alice.pem"), 1, "has no private key"},
               {" --cert " + work.path("missing.pem"), 3, "missing.pem"},
               {" --cert " + mail, 3, "m.eml"},
-              {as("ed25519"), 1, "m.eml"}};
+              {as("ed25519"), 1, "could not be signed: Cannot sign mail with a key of this kind"}};
   for (const auto& row : rows) {
     const Result result = mailtree("sign " + mail + row.options);
     EXPECT_EQ(result.status, row.status) << row.options << '\n' << result.err;
