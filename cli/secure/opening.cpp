@@ -5,12 +5,13 @@
 #include "cli/secure/examination.h"
 #include "mailtree/crypto/Pkcs7Opener.h"
 #include "mailtree/mime/HeaderLines.h"
+#include "mailtree/mime/Limits.h"
 #include "mailtree/mime/MimeMessage2.h"
+#include "mailtree/secure/inner_content.h"
+#include "mailtree/secure/layer_forms.h"
 
 namespace mailtree::cli {
 namespace {
-
-constexpr int kMaxLayers = 20;
 
 struct RawField {
   std::string_view name;
@@ -56,6 +57,13 @@ bool isInternal(std::string_view name) {
   return beginsWithNoCase(name, "SVX-") || beginsWithNoCase(name, "SVZ-");
 }
 
+/// Whether servers on the way write a field, or take it out: the sender of a content has no say in it.
+bool isOfTransport(std::string_view name) {
+  constexpr std::string_view kFields[] = {"Received",     "Return-Path", "Authentication-Results",
+                                          "Delivered-To", "Bcc",         "Resent-Bcc"};
+  return std::ranges::any_of(kFields, [name](std::string_view field) { return equalsNoCase(field, name); });
+}
+
 bool describesContent(std::string_view name) {
   return beginsWithNoCase(name, "Content-") || equalsNoCase(name, "MIME-Version") ||
          equalsNoCase(name, "X-MS-Has-Attach");
@@ -87,9 +95,18 @@ void appendOuterFields(const RawEntity& outer, const RawEntity& inner, OpenedMes
   }
 }
 
+/// The entity that was encrypted. What is none, as some programs encrypt, is all text: a line of it that looks like a
+/// field must not get into the header.
+RawEntity takeContentApart(std::string_view content) {
+  if (!isMimeEntity(content)) return {{{"Content-Type", "Content-Type: text/plain"}}, content};
+  RawEntity inner = takeApart(content, MimeHeader::LeadingEmptyLines::endHeader);
+  std::erase_if(inner.fields, [](const RawField& field) { return isOfTransport(field.name); });
+  return inner;
+}
+
 void join(std::string_view message, std::string_view content, OpenedMessage& opened) {
   const RawEntity outer = takeApart(message, MimeHeader::LeadingEmptyLines::skip);
-  const RawEntity inner = takeApart(content, MimeHeader::LeadingEmptyLines::endHeader);
+  const RawEntity inner = takeContentApart(content);
   opened.bytes.clear();
   opened.bytes.reserve(content.size() + message.size() - outer.body.size() + 32);
   appendOuterFields(outer, inner, opened);
@@ -99,14 +116,6 @@ void join(std::string_view message, std::string_view content, OpenedMessage& ope
   opened.bytes.append("\r\n").append(inner.body);
 }
 
-bool isPkcs7(const MimeMessage2& entity) {
-  if (containsNoCase(viewOf(entity.getContentType()), "pkcs7-mime")) return true;
-  StringBuffer name;
-  entity.getMimeFilename(name);
-  return equalsNoCase(viewOf(entity.getContentType()), "application/octet-stream") &&
-         endsWithNoCase(name.view(), ".p7m");
-}
-
 /// Goes from layer to layer as long as each covers the whole of what the one around it holds.
 class Peeling {
  public:
@@ -114,7 +123,7 @@ class Peeling {
 
   OpenedMessage run() {
     m_entity.borrowData(m_message.data(), m_message.size());
-    for (int i = 0; i < kMaxLayers && takeOff();) ++i;
+    for (int i = 0; i < kMaxUnwrappedLayers && takeOff();) ++i;
     if (m_hasContent) join(m_message, m_content.view(), m_opened);
     if (!m_hasContent && m_opened.problem.empty()) m_opened.problem = "it is not encrypted as a whole";
     return std::move(m_opened);
@@ -128,7 +137,7 @@ class Peeling {
     if (!entity.loadText(m_entity.view(), log)) return false;
     if (equalsNoCase(viewOf(entity.getContentType()), "multipart/signed") && entity.getNumParts() > 0)
       return enterSigned(*entity.getPart(0));
-    return isPkcs7(entity) && open(entity.getMimeBodyDb()->view());
+    return isPkcs7Mime(entity) && open(entity.getMimeBodyDb()->view());
   }
 
   bool enterSigned(MimeMessage2& content) {

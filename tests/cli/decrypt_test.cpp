@@ -52,13 +52,29 @@ TEST(Decrypt, goes_through_a_signature_and_says_that_it_is_gone) {
 TEST(Decrypt, content_that_is_no_message_becomes_its_text) {
   if (shell("openssl version").status != 0) GTEST_SKIP() << "there is no openssl command";
   const Workspace work;
-  const std::string text = work.write("t", "no header: here\r\n, is there?\r\n\r\nend\r\n");
-  const Result made =
-      shell("printf 'just text\\r\\n' | openssl cms -encrypt -binary -aes256 -subject Hi -outform SMIME " +
-            identity("bob.pem") + " > " + work.path("m"));
-  ASSERT_EQ(made.status, 0) << made.err;
-  EXPECT_EQ(mailtree("decrypt " + work.path("m") + as("bob")).out,
-            "Subject: Hi\r\nMIME-Version: 1.0\r\n\r\njust text\r\n");
+  for (const std::string text : {"just text\r\n", "Subject: other\r\n\r\nend\r\n", "Note: x\r\nmore\r\n"}) {
+    const Result made = shell("openssl cms -encrypt -binary -aes256 -subject Hi -outform SMIME -in " +
+                              work.write("t", text) + " " + identity("bob.pem") + " > " + work.path("m"));
+    ASSERT_EQ(made.status, 0) << made.err;
+    EXPECT_EQ(mailtree("decrypt " + work.path("m") + as("bob")).out,
+              "Subject: Hi\r\nMIME-Version: 1.0\r\nContent-Type: text/plain\r\n\r\n" + text);
+  }
+}
+
+TEST(Decrypt, takes_no_field_of_transport_from_inside) {
+  const Workspace work;
+  const std::string mail = work.write(
+      "m.eml", std::string("Received: by inside\r\nDelivered-To: a@inside\r\nAuthentication-Results: inside; "
+                           "spf=pass\r\nReturn-Path: <a@inside>\r\nX-Own: kept\r\n") +
+                   kLetter);
+  std::string changed = readFile(sealed(work, mail, "sealed"));
+  for (std::size_t at = 0; (at = changed.find("inside", at)) != std::string::npos;)
+    changed.replace(at, 6, "outside");
+  const std::string out = mailtree("decrypt " + work.write("s", changed) + as("bob")).out;
+  EXPECT_THAT(out, HasSubstr("Received: by outside\r\n"));
+  EXPECT_THAT(out, Not(HasSubstr(" inside"))) << out;
+  EXPECT_THAT(out, Not(HasSubstr("@inside"))) << out;
+  EXPECT_THAT(out, HasSubstr("X-Own: kept\r\n"));
 }
 
 TEST(Decrypt, writes_nothing_when_it_cannot) {
