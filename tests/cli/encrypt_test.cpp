@@ -71,7 +71,7 @@ TEST(Encrypt, refuses_before_it_writes) {
     const char* message;
   } rows[] = {{"", 2, "--cert or --certs"},
               {" --cert " + identity("mallory.pem"), 1, "not meant for encryption"},
-              {" --cert " + identity("expired.pem"), 1, "has expired: it was valid until 2001"},
+              {" --cert " + identity("expired.pem"), 1, "has expired: it was valid until 2002-01-01"},
               {" --cert " + identity("bob.pem") + " --cipher rc2", 2, "aes-256-gcm"},
               {" --certs " + work.path("missing"), 3, "missing"},
               {" --certs " + identity("bob.pem"), 3, "bob.pem: is no folder"}};
