@@ -215,7 +215,8 @@ Exit run(const AesOptions& options, Work work) {
   return graver(limits, writeMessage(*message->root, options.output));
 }
 
-void addDirection(CLI::App& aes, Action& action, const char* name, const char* description, Work work) {
+void addDirection(CLI::App& aes, Action& action, const char* name, const char* description,
+                  const char* example, Work work) {
   auto options = std::make_shared<AesOptions>();
   CLI::App* verb = aes.add_subcommand(name, description);
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
@@ -229,6 +230,7 @@ void addDirection(CLI::App& aes, Action& action, const char* name, const char* d
   verb->add_option("--bits", options->bits, "Size of the key: 128, 192 or 256 (without it)")
       ->check(CLI::IsMember({128, 192, 256}));
   addOutput(*verb, options->output);
+  verb->footer(std::string("Example:\n  ") + example);
   verb->callback([options, work, &action] { action = [options, work] { return run(*options, work); }; });
 }
 
@@ -239,13 +241,14 @@ void addAes(CLI::App& app, Action& action) {
       app.add_subcommand("aes", "Encrypt or decrypt the bodies of a message in place, under one key");
   verb->require_subcommand(1);
   addDirection(*verb, action, "encrypt", "Encrypt every body; the header and the tree stay readable",
-               encrypt);
+               "mailtree aes encrypt --key-file key mail.eml -o hidden.eml", encrypt);
   addDirection(*verb, action, "decrypt", "Decrypt what aes encrypt made; status 1 when the key does not fit",
-               decrypt);
+               "mailtree aes decrypt --key-file key hidden.eml -o mail.eml", decrypt);
   verb->footer(
       "A key comes from a file, or from a password (PBKDF2 with HMAC-SHA-256, 600,000 rounds), whose salt "
       "travels in "
-      "the\nfield X-Mailtree-Salt. Mode and bits are not in the message: who decrypts gives the same.\n"
+      "the\nfield X-Mailtree-Salt. Mode and bits are not in the message: who decrypts gives the same; "
+      "without --mode and --bits they\nare gcm and 256.\n"
       "Only gcm notices every change and every wrong key. For mail to others use encrypt, which needs no "
       "common key.\n"
       "Example:\n  openssl rand -hex 32 > key\n  mailtree aes encrypt --key-file key mail.eml -o hidden.eml");
