@@ -103,6 +103,7 @@ Exit sign(const SignOptions& options) {
   const std::string from = fromOf(*message->root);
   Certificate* const signer = signerFor(options.file, from, keys);
   if (!signer) return Exit::negative;
+  if (!options.opaque) encodeForTransport(*message->root);
   warnOf(options.file, from, options.pss, *signer);
   LogMemory log;
   const EmailPtr result = signedBy(*message->root, options, *signer, keys.store, log);

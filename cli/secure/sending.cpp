@@ -23,6 +23,33 @@ void removeInternalFields(Email2& root) {
   }
 }
 
+bool isText(const Email2& leaf) {
+  const std::string_view type = leaf.m_contentType.m_type;
+  return type.empty() || beginsWithNoCase(type, "text/");
+}
+
+bool hasLongLine(std::string_view body) {
+  constexpr std::size_t kMaxLine = 998;  // without the line break (RFC 5322, 2.1.1)
+  while (body.size() > kMaxLine) {
+    const std::size_t end = body.find('\n');
+    if (std::min(end, body.size()) > kMaxLine + 1) return true;
+    if (end == std::string_view::npos) return false;
+    body.remove_prefix(end + 1);
+  }
+  return false;
+}
+
+/// A message in a part must not be encoded (RFC 2046, 5.2.1), nor what holds parts.
+bool needsEncoding(const Email2& node) {
+  const std::string_view encoding = node.m_transferEncoding;
+  if (node.getNumParts() > 0 || node.isMultipart() ||
+      beginsWithNoCase(node.m_contentType.m_type.view(), "message/"))
+    return false;
+  if (equalsNoCase(encoding, "quoted-printable") || equalsNoCase(encoding, "base64")) return false;
+  return equalsNoCase(encoding, "8bit") || equalsNoCase(encoding, "binary") || !node.m_body.is7bit(0) ||
+         hasLongLine(node.m_body.view());
+}
+
 }  // namespace
 
 std::optional<Message> loadToSecure(const std::string& path) {
@@ -36,6 +63,20 @@ std::optional<Message> loadToSecure(const std::string& path) {
   if (!message->root->hasHeaderField("MIME-Version", log))
     message->root->setHeaderField("MIME-Version", "1.0", log);
   return message;
+}
+
+void encodeForTransport(Email2& root) {
+  std::vector<Email2*> open{&root};
+  LogNull log;
+  while (!open.empty()) {
+    Email2& node = *open.back();
+    open.pop_back();
+    if (node.m_received) continue;
+    for (int i = 0; i < node.getNumParts(); ++i)
+      if (Email2* child = node.getPart(i)) open.push_back(child);
+    if (needsEncoding(node))
+      node.setContentEncodingNonRecursive(isText(node) ? "quoted-printable" : "base64", log);
+  }
 }
 
 std::string reasonOf(const LogMemory& log, std::string what) {

@@ -15,6 +15,10 @@ namespace mailtree::cli {
 /// complaint.
 std::optional<Message> loadToSecure(const std::string& path);
 
+/// Encodes what is not plain ASCII of short lines, which servers may change on the way and break a detached signature
+/// with (RFC 8551, 3.1.3). What is signed already stays as it is.
+void encodeForTransport(Email2& root);
+
 /// `what` could not be done, and the first error that says why: later ones only tell what came of it.
 std::string reasonOf(const LogMemory& log, std::string what);
 

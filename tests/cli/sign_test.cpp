@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "tests/cli/identities.h"
 #include "tests/cli/shown.h"
 
@@ -49,6 +51,33 @@ TEST(Sign, says_that_it_is_mime) {
     EXPECT_THAT(readFile(signedMail(work, "From: alice@example.com\r\n\r\nx\r\n", as("alice") + options)),
                 HasSubstr("MIME-Version: 1.0\r\n"))
         << options;
+}
+
+TEST(Sign, nothing_is_left_that_servers_would_change) {
+  const Workspace work;
+  const std::string files =
+      "From: alice@example.com\r\nMIME-Version: 1.0\r\nContent-Type: multipart/mixed; "
+      "boundary=b\r\n\r\n--b\r\n"
+      "Content-Type: application/octet-stream\r\nContent-Transfer-Encoding: "
+      "binary\r\n\r\n\xFF\xFE\r\n--b--\r\n";
+  const struct {
+    const char* name;
+    std::string mail;
+    const char* encoding;
+  } rows[] = {{"8bit", letterWith("gr\xC3\xBC\xC3\x9F\r\n"), "quoted-printable"},
+              {"long line", letterWith(std::string(1500, 'x') + "\r\n"), "quoted-printable"},
+              {"binary file", files, "base64"}};
+  for (const auto& row : rows) {
+    const std::string file = signedMail(work, row.mail, as("alice")), out = readFile(file);
+    const std::string content = out.substr(out.find("\r\n--"));
+    EXPECT_THAT(content, HasSubstr(std::string("Content-Transfer-Encoding: ") + row.encoding)) << row.name;
+    EXPECT_TRUE(std::ranges::all_of(out, [](char c) { return static_cast<unsigned char>(c) < 128; }))
+        << row.name;
+    EXPECT_THAT(out, Not(HasSubstr(std::string(999, 'x')))) << row.name;
+    EXPECT_EQ(mailtree("verify " + file + trusted()).status, 0) << row.name;
+    const std::string plain = work.write("m.eml", row.mail);
+    EXPECT_EQ(mailtree("body " + file).out, mailtree("body " + plain).out) << row.name;
+  }
 }
 
 TEST(Sign, every_kind_of_key_signs) {
@@ -138,7 +167,7 @@ TEST(Sign, warns_of_what_will_be_held_against_it) {
   const struct {
     std::string options;
     const char* warning;
-  } rows[] = {{as("expired"), "warning: the certificate has expired: it was valid until 2001"},
+  } rows[] = {{as("expired"), "warning: the certificate has expired: it was valid until 2002-01-01"},
               {as("carol") + "--pss", "warning: --pss has no effect"},
               {as("bob"), "warning: the certificate is not issued to alice@example.com"}};
   for (const auto& row : rows) {
