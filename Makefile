@@ -5,6 +5,7 @@ BUILD := build
 LAUNCHER := $(if $(shell command -v ccache),-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 CMAKE := cmake -G Ninja $(LAUNCHER)
 CORPUS ?=
+DEMO_FLAGS ?=
 
 .PHONY: help demo test bench fuzz asan tsan format format-check lint check clean
 
@@ -13,7 +14,7 @@ help: ## Show the targets
 
 $(BUILD)/demo/bin/mailtree: FORCE
 	@scripts/setup build
-	@$(CMAKE) -S . -B $(BUILD)/demo -DCMAKE_BUILD_TYPE=Release >/dev/null
+	@$(CMAKE) -S . -B $(BUILD)/demo -DCMAKE_BUILD_TYPE=Release $(DEMO_FLAGS) >/dev/null
 	@cmake --build $(BUILD)/demo
 
 FORCE:
