@@ -1,78 +1,200 @@
-// bench/charset_bench.cpp - conversion to and from utf-8, per code page, in bytes of the code page.
+// bench/charset_bench.cpp - conversion to utf-8 beside ICU and iconv, and validation beside ICU.
+//
+// Each side writes into memory that it has written to before, and each converter was opened before. Rates are
+// in bytes of the code page.
 #include <benchmark/benchmark.h>
+#include <iconv.h>
+#include <unicode/ucnv.h>
+#include <unicode/ustring.h>
+#include <unicode/utf8.h>
 
+#include <algorithm>
+#include <memory>
 #include <string>
+#include <vector>
 
+#include "bench/texts.h"
+#include "mailtree/base/Utf.h"
 #include "mailtree/mime/Charset.h"
 
+namespace mailtree::bench {
 namespace {
 
-using namespace mailtree;
-
-constexpr std::size_t kSize = 1 << 20;
-
-/// What people write in a code page, in utf-8.
-struct Language {
-  int codePage;
-  const char* text;
-};
-
-constexpr Language kLanguages[] = {
-    {20127, "Plain words, nothing else in them.\r\n"},
-    {28591, "Smørrebrød à la carte, déjà vu, und viele Grüße aus Köln an den Müller.\r\n"},
-    {1252, "Smørrebrød “à la carte” – 20 €, déjà vu, und viele Grüße an alle.\r\n"},
-    {1250, "Příliš žluťoučký kůň úpěl ďábelské ódy.\r\n"},
-    {1251, "Съешь ещё этих мягких французских булок, да выпей чаю.\r\n"},
-    {20866, "Съешь ещё этих мягких французских булок, да выпей чаю.\r\n"},
-    {1253, "Ξεσκεπάζω τήν ψυχοφθόρα βδελυγμία.\r\n"},
-    {932, "これは日本語の文章です。文字コードを変えてみます。\r\n"},
-    {51932, "これは日本語の文章です。文字コードを変えてみます。\r\n"},
-    {50220, "これは日本語の文章です。文字コードを変えてみます。\r\n"},
-    {936, "这是一段普通的中文文字，用来测试字符编码的转换。\r\n"},
-    {950, "這是一段普通的中文文字，用來測試字元編碼的轉換。\r\n"},
-    {949, "이것은 문자 인코딩을 바꾸는 시험을 위한 문장입니다.\r\n"},
-    {1200, "Two bytes for each, und viele Grüße.\r\n"},
-};
-
-struct Text {
-  std::string utf8, bytes;
-};
-
-Text textOf(const Language& language) {
-  Text text;
-  while (text.utf8.size() < kSize) text.utf8 += language.text;
-  encodeFromUtf8(language.codePage, text.utf8, text.bytes);
-  return text;
+void rate(benchmark::State& state, std::size_t bytes) {
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes));
 }
 
-void decode(benchmark::State& state, const Language& language) {
-  const Text text = textOf(language);
+std::string inCodePage(const LanguageText& text) {
+  std::string bytes;
+  encodeFromUtf8(text.language->codePage, text.utf8, bytes);
+  return bytes;
+}
+
+void decode(benchmark::State& state, const LanguageText& text) {
+  const std::string bytes = inCodePage(text);
+  DataBuffer out;
   for (auto _ : state) {
-    DataBuffer out;
-    if (!decodeToUtf8(language.codePage, text.bytes, out)) return state.SkipWithError("text was not decoded");
+    out.shorten(out.getSize());
+    if (!decodeToUtf8(text.language->codePage, bytes, out)) return state.SkipWithError("not decoded");
     benchmark::DoNotOptimize(out.getData2());
   }
-  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.bytes.size()));
+  if (out.view() != text.utf8) state.SkipWithError("decoded to something else");
+  rate(state, bytes.size());
 }
 
-void encode(benchmark::State& state, const Language& language) {
-  const Text text = textOf(language);
+void encode(benchmark::State& state, const LanguageText& text) {
+  std::string out;
   for (auto _ : state) {
-    std::string out;
-    if (!encodeFromUtf8(language.codePage, text.utf8, out))
-      return state.SkipWithError("text was not encoded");
+    out.clear();
+    if (!encodeFromUtf8(text.language->codePage, text.utf8, out)) return state.SkipWithError("not encoded");
     benchmark::DoNotOptimize(out.data());
   }
-  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.bytes.size()));
+  rate(state, out.size());
+}
+
+struct CloseConverter {
+  void operator()(UConverter* converter) const noexcept { ucnv_close(converter); }
+};
+using Converter = std::unique_ptr<UConverter, CloseConverter>;
+
+Converter open(const char* name) {
+  UErrorCode error = U_ZERO_ERROR;
+  Converter converter(ucnv_open(name, &error));
+  return U_SUCCESS(error) ? std::move(converter) : nullptr;
+}
+
+/// One of ICU's ways from bytes to utf-8; how many bytes came out, negative when it failed.
+using IcuWay = std::int32_t (*)(UConverter* from, const std::string& bytes, std::vector<UChar>& between,
+                                std::string& out);
+
+std::int32_t sizeOf(const std::string& bytes) { return static_cast<std::int32_t>(bytes.size()); }
+
+std::int32_t throughUtf16(UConverter* from, const std::string& bytes, std::vector<UChar>& between,
+                          std::string& out) {
+  UErrorCode error = U_ZERO_ERROR;
+  ucnv_resetToUnicode(from);
+  UChar* units = between.data();
+  const char* source = bytes.data();
+  ucnv_toUnicode(from, &units, between.data() + between.size(), &source, source + bytes.size(), nullptr, true,
+                 &error);
+  std::int32_t size = 0;
+  u_strToUTF8(out.data(), sizeOf(out), &size, between.data(),
+              static_cast<std::int32_t>(units - between.data()), &error);
+  return U_SUCCESS(error) ? size : -1;
+}
+
+std::int32_t toAlgorithmic(UConverter* from, const std::string& bytes, std::vector<UChar>&,
+                           std::string& out) {
+  UErrorCode error = U_ZERO_ERROR;
+  const std::int32_t size =
+      ucnv_toAlgorithmic(UCNV_UTF8, from, out.data(), sizeOf(out), bytes.data(), sizeOf(bytes), &error);
+  return U_SUCCESS(error) ? size : -1;
+}
+
+void decodeWithIcu(benchmark::State& state, const LanguageText& text, IcuWay way) {
+  const std::string bytes = inCodePage(text);
+  const Converter from = open(text.language->icuName);
+  if (!from) return state.SkipWithError("no such converter");
+  std::vector<UChar> between(2 * text.utf8.size());
+  std::string out(2 * text.utf8.size(), '\0');
+  std::int32_t size = 0;
+  for (auto _ : state) {
+    size = way(from.get(), bytes, between, out);
+    benchmark::ClobberMemory();
+  }
+  if (size != sizeOf(text.utf8) || !out.starts_with(text.utf8))
+    state.SkipWithError("decoded to something else");
+  rate(state, bytes.size());
+}
+
+void decodeWithIconv(benchmark::State& state, const LanguageText& text) {
+  std::string bytes = inCodePage(text);
+  const iconv_t converter = iconv_open("UTF-8", text.language->iconvName);
+  if (converter == reinterpret_cast<iconv_t>(-1)) return state.SkipWithError("no such converter");
+  std::string out(2 * text.utf8.size(), '\0');
+  std::size_t written = 0;
+  for (auto _ : state) {
+    char *from = bytes.data(), *to = out.data();
+    std::size_t left = bytes.size(), room = out.size();
+    iconv(converter, nullptr, nullptr, nullptr, nullptr);
+    iconv(converter, &from, &left, &to, &room);
+    written = out.size() - room;
+    benchmark::ClobberMemory();
+  }
+  iconv_close(converter);
+  if (out.compare(0, written, text.utf8) != 0) state.SkipWithError("decoded to something else");
+  rate(state, bytes.size());
+}
+
+/// What is in utf-8 already has only to be looked at.
+void validate(benchmark::State& state, const std::string& utf8) {
+  for (auto _ : state) benchmark::DoNotOptimize(isValidUtf8(utf8));
+  rate(state, utf8.size());
+}
+
+/// The least that ICU can be asked: read character by character, by the macro that it reads utf-8 with itself.
+void validateByMacro(benchmark::State& state, const std::string& utf8) {
+  const auto* const bytes = reinterpret_cast<const std::uint8_t*>(utf8.data());
+  for (auto _ : state) {
+    UChar32 worst = 0;
+    for (std::int32_t i = 0; i < sizeOf(utf8);) {
+      UChar32 c;
+      U8_NEXT(bytes, i, sizeOf(utf8), c);
+      worst = std::min(worst, c);
+    }
+    benchmark::DoNotOptimize(worst);
+  }
+  rate(state, utf8.size());
+}
+
+/// Preflighting: ICU counts and checks, and writes nothing.
+void validateByCounting(benchmark::State& state, const std::string& utf8) {
+  for (auto _ : state) {
+    UErrorCode error = U_ZERO_ERROR;
+    std::int32_t size = 0;
+    u_strFromUTF8(nullptr, 0, &size, utf8.data(), sizeOf(utf8), &error);
+    benchmark::DoNotOptimize(size);
+  }
+  rate(state, utf8.size());
+}
+
+struct Sentence {
+  const char* name;
+  std::string_view text;
+};
+constexpr Sentence kSentences[] = {
+    {"ascii", "Plain words, nothing else in them.\r\n"},
+    {"german", "Viele Grüße aus Köln an den Müller in Österreich.\r\n"},
+    {"russian", "Съешь ещё этих мягких французских булок, да выпей чаю.\r\n"},
+    {"japanese", "これは日本語の文章です。文字コードを変えてみます。\r\n"},
+    {"emoji", "\xF0\x9F\x98\x80\xF0\x9F\x91\x8D\xF0\x9F\x8E\x89"},
+};
+
+void registerConversions() {
+  using benchmark::RegisterBenchmark;
+  static const auto texts = languageTexts();
+  for (const LanguageText& text : texts) {
+    const std::string decoding = "decode/" + text.name;
+    RegisterBenchmark((decoding + "/mailtree").c_str(), decode, text);
+    RegisterBenchmark((decoding + "/icu").c_str(), decodeWithIcu, text, throughUtf16);
+    RegisterBenchmark((decoding + "/icu_alg").c_str(), decodeWithIcu, text, toAlgorithmic);
+    RegisterBenchmark((decoding + "/iconv").c_str(), decodeWithIconv, text);
+    RegisterBenchmark(("encode/" + text.name + "/mailtree").c_str(), encode, text);
+  }
 }
 
 const bool kRegistered = [] {
-  for (const Language& language : kLanguages) {
-    const std::string name(charsetNameOf(language.codePage));
-    benchmark::RegisterBenchmark(("decode/" + name).c_str(), decode, language);
-    benchmark::RegisterBenchmark(("encode/" + name).c_str(), encode, language);
+  using benchmark::RegisterBenchmark;
+  registerConversions();
+  for (const Sentence& sentence : kSentences) {
+    const std::string name = std::string("validate/utf8_") + sentence.name;
+    const std::string text = repeated(sentence.text, 1 << 16);
+    RegisterBenchmark((name + "/mailtree").c_str(), validate, text);
+    RegisterBenchmark((name + "/icu").c_str(), validateByMacro, text);
+    RegisterBenchmark((name + "/icu_cnt").c_str(), validateByCounting, text);
   }
   return true;
 }();
 
 }  // namespace
+}  // namespace mailtree::bench
