@@ -6,9 +6,10 @@
 
 #include <cstring>
 
-// 32 digits at a time. Both directions work on whole lines where they can: a line of 76 is two blocks and a
-// third one that ends where the line ends and does some of the second once more, which costs less than any
-// handling of the rest.
+// 32 digits at a time. Both directions work on whole lines where they can, and on lines of 76, which is what
+// mail has, by pairs: two blocks, one that is half the end of the first line and half the beginning of the
+// second, two blocks. The bytes of the two halves are neighbours, so the seam costs no more than any block. A
+// line that does not fill its blocks does some digits twice, which costs less than any handling of the rest.
 //
 // The file is compiled for any x86-64 processor; only the functions marked here may use the wider
 // instructions, and they run only on a processor that has them.
@@ -20,12 +21,14 @@ namespace {
 constexpr std::size_t kBlock = 32;       ///< Digits.
 constexpr std::size_t kBlockBytes = 24;  ///< What they stand for.
 
-/// A block's store is 32 bytes for 24, and its output buffer has 3 bytes for 4 digits: with this many digits
+/// A block's store is 28 bytes for 24, and its output buffer has 3 bytes for 4 digits: with this many digits
 /// left the store stays inside.
 constexpr std::ptrdiff_t kDecodeMargin = 44;
 
 /// A block's load is 28 bytes for 24.
 constexpr std::size_t kOverread = 4;
+
+constexpr std::size_t kBreakSize = 2;  ///< CRLF
 
 struct alignas(32) Lookup {
   std::int8_t bytes[32];
@@ -39,61 +42,79 @@ constexpr Lookup makeLookup(Entry entry) {
   return table;
 }
 
-/// High nibbles that the digits share: 2 ("+", "/"), 3 (figures), 4 and 6, 5 and 7 (letters); the last class
-/// has none.
-constexpr int classOf(int highNibble) {
-  constexpr int kClasses[16] = {4, 4, 0, 1, 2, 3, 2, 3, 4, 4, 4, 4, 4, 4, 4, 4};
-  return kClasses[highNibble];
+// A digit is checked and turned into its value by one hash. The low nibble of a byte says where in a row of
+// sixteen slots its column begins, the high nibble how far from there: each slot holds what is added to a byte
+// and the largest value that may come out. What is no digit comes to a slot in which it ends above that, or
+// below zero, which is above it when read without a sign. The columns overlap in the row, with no slot to
+// spare; classesAreExact() goes through all bytes.
+
+/// Upper case, lower case, figures, plus, slash: the digits that a slot is for.
+constexpr char kSlots[17] = "UPLUSLUULDUULLDU";
+
+/// Where a column begins, by low nibble. Most hold a figure and a letter of each kind.
+constexpr int columnOf(int lowNibble) {
+  constexpr int kColumns[16] = {11, 6, 6, 6, 6, 6, 6, 6, 6, 6, 6, 15, 6, 6, 6, 2};
+  return kColumns[lowNibble];
 }
 
-constexpr bool isDigit(int high, int low) {
-  return kDigitValues[static_cast<unsigned>(high * 16 + low)] != kNoDigit;
+struct Slot {
+  int offset, largest;
+};
+
+constexpr Slot slotOf(char kind) {
+  switch (kind) {
+    case 'U': return {0 - 'A', 25};
+    case 'L': return {26 - 'a', 51};
+    case 'D': return {52 - '0', 61};
+    case 'P': return {62 - '+', 62};
+    default: return {63 - '/', 63};
+  }
 }
 
-/// The class of a high nibble as one bit.
-constexpr Lookup kClassBits = makeLookup([](int high) { return 1 << classOf(high); });
-
-/// The classes in which a low nibble makes no digit. A byte is no digit when this and its class have a bit in
-/// common.
-constexpr Lookup kWrongClasses = makeLookup([](int low) {
-  int classes = 1 << 4;
-  for (int high = 2; high <= 5; ++high)
-    if (!isDigit(high, low)) classes |= 1 << classOf(high);
-  return classes;
-});
+constexpr Lookup kColumns = makeLookup(columnOf);
+constexpr Lookup kOffsets = makeLookup([](int slot) { return slotOf(kSlots[slot]).offset; });
+constexpr Lookup kLargest = makeLookup([](int slot) { return slotOf(kSlots[slot]).largest; });
 
 constexpr bool classesAreExact() {
-  for (int high = 0; high < 16; ++high)
-    for (int low = 0; low < 16; ++low)
-      if (isDigit(high, low) != ((kClassBits.bytes[high] & kWrongClasses.bytes[low]) == 0)) return false;
+  for (int c = 0; c < 256; ++c) {
+    const int column =
+        c < 0x80 ? columnOf(c & 15) : 0;  // a shuffle gives 0 for an index with its top bit set
+    const Slot slot = slotOf(kSlots[(column + (c >> 4)) & 15]);
+    const int value = (c < 0x80 ? c : c - 256) + slot.offset;
+    const bool accepted = value >= 0 && value <= slot.largest;
+    const std::uint8_t wanted = kDigitValues[static_cast<unsigned>(c)];
+    if (accepted ? value != wanted : wanted != kNoDigit) return false;
+  }
   return true;
 }
 static_assert(classesAreExact());
-
-/// What turns a digit into its value, by high nibble; "/" looks one to the left of the others that begin
-/// with 2.
-constexpr Lookup kValueOffsets = makeLookup([](int high) {
-  constexpr int kOffsets[16] = {0, 63 - '/', 62 - '+', 52 - '0', -'A', -'A', 26 - 'a', 26 - 'a'};
-  return kOffsets[high];
-});
 
 /// From four 24-bit groups, each in the low end of 32 bits, to twelve bytes.
 constexpr Lookup kGather = makeLookup([](int i) { return i < 12 ? i / 3 * 4 + 2 - i % 3 : 0x80; });
 
 /// From twelve bytes to the middle, low, high, middle byte of each triple, so that every digit's bits are in
 /// one unit.
-constexpr Lookup kSpread = makeLookup([](int i) {
+constexpr int spread(int i) {
   constexpr int kOrder[4] = {1, 0, 2, 1};
   return i / 4 * 3 + kOrder[i % 4];
-});
+}
+constexpr Lookup kSpread = makeLookup(spread);
 
-/// What turns a value into its digit, by range: 0 is 26-51, 1-10 the figures, 11 "+", 12 "/", 13 is 0-25.
+/// The same for a block that was loaded with kAhead bytes before it: its halves are the last twelve bytes of
+/// one lane and the first twelve of the other.
+constexpr std::size_t kAhead = 4;
+constexpr Lookup kSpreadAcross = [] {
+  Lookup table = kSpread;
+  for (int i = 0; i < 16; ++i) table.bytes[i] = static_cast<std::int8_t>(spread(i) + int{kAhead});
+  return table;
+}();
+
+/// What turns a value into its digit, by range: 0-25, 26-51, the figures, "+", "/".
 constexpr Lookup kDigitOffsets = makeLookup([](int range) {
-  if (range == 0) return 'a' - 26;
-  if (range <= 10) return '0' - 52;
-  if (range == 11) return '+' - 62;
-  if (range == 12) return '/' - 63;
-  return range == 13 ? 'A' + 0 : 0;
+  if (range == 0) return 'A' - 0;
+  if (range == 1) return 'a' - 26;
+  if (range <= 11) return '0' - 52;
+  return range == 12 ? '+' - 62 : '/' - 63;
 });
 
 MAILTREE_AVX2 inline __m256i load(const void* p) noexcept {
@@ -104,43 +125,62 @@ MAILTREE_AVX2 inline __m256i load(const Lookup& table) noexcept {
   return _mm256_load_si256(reinterpret_cast<const __m256i*>(table.bytes));
 }
 
-MAILTREE_AVX2 inline __m256i highNibbles(__m256i text) noexcept {
-  return _mm256_and_si256(_mm256_srli_epi32(text, 4), _mm256_set1_epi8(0x0F));
+MAILTREE_AVX2 inline __m128i loadHalf(const void* p) noexcept {
+  return _mm_loadu_si128(static_cast<const __m128i*>(p));
 }
 
-/// Non-zero where a byte is no digit.
-MAILTREE_AVX2 inline __m256i strangers(__m256i text) noexcept {
-  const __m256i low = _mm256_and_si256(text, _mm256_set1_epi8(0x0F));
-  return _mm256_and_si256(_mm256_shuffle_epi8(load(kClassBits), highNibbles(text)),
-                          _mm256_shuffle_epi8(load(kWrongClasses), low));
+/// 16 bytes from each of two places.
+MAILTREE_AVX2 inline __m256i loadHalves(const void* low, const void* high) noexcept {
+  return _mm256_inserti128_si256(_mm256_castsi128_si256(loadHalf(low)), loadHalf(high), 1);
+}
+
+MAILTREE_AVX2 inline void store(char* out, __m256i bytes) noexcept {
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), bytes);
+}
+
+/// Stores the lower half at one place and the upper half at another.
+MAILTREE_AVX2 inline void storeHalves(void* low, void* high, __m256i bytes) noexcept {
+  _mm_storeu_si128(static_cast<__m128i*>(low), _mm256_castsi256_si128(bytes));
+  _mm_storeu_si128(static_cast<__m128i*>(high), _mm256_extracti128_si256(bytes, 1));
+}
+
+struct Values {
+  __m256i values;
+  __m256i strange;  ///< Non-zero where a byte is no digit.
+};
+
+MAILTREE_AVX2 inline Values valuesOf(__m256i text) noexcept {
+  const __m256i high = _mm256_and_si256(_mm256_srli_epi32(text, 4), _mm256_set1_epi8(0x0F));
+  const __m256i slots = _mm256_add_epi8(_mm256_shuffle_epi8(load(kColumns), text), high);
+  const __m256i values = _mm256_adds_epi8(text, _mm256_shuffle_epi8(load(kOffsets), slots));
+  return {values, _mm256_subs_epu8(values, _mm256_shuffle_epi8(load(kLargest), slots))};
 }
 
 /// One bit per byte that is no digit.
-MAILTREE_AVX2 inline std::uint32_t strangerMask(__m256i text) noexcept {
-  const __m256i digits = _mm256_cmpeq_epi8(strangers(text), _mm256_setzero_si256());
+MAILTREE_AVX2 inline std::uint32_t maskOf(__m256i strange) noexcept {
+  const __m256i digits = _mm256_cmpeq_epi8(strange, _mm256_setzero_si256());
   return ~static_cast<std::uint32_t>(_mm256_movemask_epi8(digits));
 }
 
-/// Stores the 24 bytes of 32 digits, and 8 of nothing behind them.
-MAILTREE_AVX2 inline void storeDecoded(__m256i text, std::uint8_t* out) noexcept {
-  const __m256i slash = _mm256_cmpeq_epi8(text, _mm256_set1_epi8('/'));
-  const __m256i offsets = _mm256_shuffle_epi8(load(kValueOffsets), _mm256_add_epi8(highNibbles(text), slash));
-  const __m256i values = _mm256_add_epi8(text, offsets);
+/// Stores the 24 bytes of 32 values, and 4 of nothing behind them. Two stores of 16 bytes are cheaper than
+/// moving the halves together.
+MAILTREE_AVX2 inline void storeDecoded(__m256i values, std::uint8_t* out) noexcept {
   // Six bits to twelve, twelve to twenty-four: first value times 64 plus second, first pair times 4096 plus
   // second.
   const __m256i pairs = _mm256_maddubs_epi16(values, _mm256_set1_epi32(0x01400140));
   const __m256i groups = _mm256_madd_epi16(pairs, _mm256_set1_epi32(0x00011000));
-  const __m256i lanes = _mm256_shuffle_epi8(groups, load(kGather));
-  const __m256i joined = _mm256_permutevar8x32_epi32(lanes, _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7));
-  _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), joined);
+  storeHalves(out, out + kBlockBytes / 2, _mm256_shuffle_epi8(groups, load(kGather)));
 }
 
-/// Stores the 32 digits of 24 bytes; reads 28.
-MAILTREE_AVX2 inline void storeEncoded(const std::uint8_t* data, char* out) noexcept {
-  const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data));
-  const __m128i second = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + 12));
-  const __m256i bytes = _mm256_inserti128_si256(_mm256_castsi128_si256(first), second, 1);
-  const __m256i spread = _mm256_shuffle_epi8(bytes, load(kSpread));
+/// Decodes a block and adds to `wrong` what is no digit in it.
+MAILTREE_AVX2 inline void decodeBlock(__m256i text, std::uint8_t* out, __m256i& wrong) noexcept {
+  const Values block = valuesOf(text);
+  wrong = _mm256_or_si256(wrong, block.strange);
+  storeDecoded(block.values, out);
+}
+
+/// The digits of bytes that were spread.
+MAILTREE_AVX2 inline __m256i digitsOf(__m256i spread) noexcept {
   // Multiplications shift each 16-bit unit by an amount of its own: first and third digit down, second and
   // fourth up.
   const __m256i odd = _mm256_mulhi_epu16(_mm256_and_si256(spread, _mm256_set1_epi32(0x0FC0FC00)),
@@ -148,11 +188,19 @@ MAILTREE_AVX2 inline void storeEncoded(const std::uint8_t* data, char* out) noex
   const __m256i even = _mm256_mullo_epi16(_mm256_and_si256(spread, _mm256_set1_epi32(0x003F03F0)),
                                           _mm256_set1_epi32(0x01000010));
   const __m256i values = _mm256_or_si256(odd, even);
-  const __m256i ranges = _mm256_subs_epu8(values, _mm256_set1_epi8(51));
-  const __m256i upper =
-      _mm256_and_si256(_mm256_cmpgt_epi8(_mm256_set1_epi8(26), values), _mm256_set1_epi8(13));
-  const __m256i offsets = _mm256_shuffle_epi8(load(kDigitOffsets), _mm256_or_si256(ranges, upper));
-  _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), _mm256_add_epi8(values, offsets));
+  const __m256i letters = _mm256_cmpgt_epi8(values, _mm256_set1_epi8(25));  // -1 for all ranges but the first
+  const __m256i ranges = _mm256_sub_epi8(_mm256_subs_epu8(values, _mm256_set1_epi8(51)), letters);
+  return _mm256_add_epi8(values, _mm256_shuffle_epi8(load(kDigitOffsets), ranges));
+}
+
+/// The 32 digits of 24 bytes; reads 28.
+MAILTREE_AVX2 inline __m256i encodedBlock(const std::uint8_t* data) noexcept {
+  return digitsOf(_mm256_shuffle_epi8(loadHalves(data, data + kBlockBytes / 2), load(kSpread)));
+}
+
+/// The same where there are bytes before the block: one load less. Reads from data - kAhead on.
+MAILTREE_AVX2 inline __m256i encodedInnerBlock(const std::uint8_t* data) noexcept {
+  return digitsOf(_mm256_shuffle_epi8(load(data - kAhead), load(kSpreadAcross)));
 }
 
 /// Lines of one length: how the lines of the text so far were broken.
@@ -169,41 +217,80 @@ struct LineShape {
     breakSize = usable ? junkSize : 0;
   }
 
-  bool endsAt(const char* p) const noexcept {
-    return breakSize == 2 ? p[0] == '\r' && p[1] == '\n' : p[0] == '\n';
+  bool endsAt(const char* p) const noexcept { return breakSize == 2 ? isBreak<2>(p) : isBreak<1>(p); }
+
+  template <std::size_t BreakSize>
+  static bool isBreak(const char* p) noexcept {
+    return BreakSize == 2 ? p[0] == '\r' && p[1] == '\n' : p[0] == '\n';
   }
 };
 
-/// Decodes lines of the shape for as long as they come; stops before the first that is different.
-MAILTREE_AVX2 void decodeLines(const LineShape& shape, const char*& p, const char* end,
-                               std::uint8_t*& out) noexcept {
-  const std::ptrdiff_t step = static_cast<std::ptrdiff_t>(shape.digits + shape.breakSize);
-  const std::size_t lastBlock = shape.digits - kBlock;
-  while (end - p >= step + kDecodeMargin && shape.endsAt(p + shape.digits)) {
+/// Lines of mail, and where in a pair of them the blocks begin; `step` is a line with its break.
+constexpr std::size_t kMailLine = 76;
+constexpr std::size_t kMailLineBytes = kMailLine / 4 * 3;
+constexpr std::size_t kSeam = kMailLine - kBlock / 2;  ///< The block of half of each line.
+constexpr std::size_t kSeamBytes = kSeam / 4 * 3;
+
+/// How far decoding came. Passed by value: as references the two would be in memory, and stored again after
+/// each block.
+struct Progress {
+  const char* p;
+  std::uint8_t* out;
+};
+
+/// Decodes pairs of lines of 76 for as long as they come. On its own, since within its caller the tables do
+/// not stay in registers.
+template <std::size_t BreakSize>
+[[gnu::noinline]] MAILTREE_AVX2 Progress decodeLinePairs(Progress at, const char* end) noexcept {
+  constexpr std::size_t kStep = kMailLine + BreakSize;
+  while (end - at.p >= std::ptrdiff_t{2 * kStep} + kDecodeMargin &&
+         LineShape::isBreak<BreakSize>(at.p + kMailLine) &&
+         LineShape::isBreak<BreakSize>(at.p + kStep + kMailLine)) {
+    const char* const second = at.p + kStep;
+    std::uint8_t* const secondOut = at.out + kMailLineBytes;
     __m256i wrong = _mm256_setzero_si256();
-    for (std::size_t i = 0; i < lastBlock; i += kBlock) {
-      const __m256i text = load(p + i);
-      wrong = _mm256_or_si256(wrong, strangers(text));
-      storeDecoded(text, out + i / 4 * 3);
-    }
-    const __m256i text = load(p + lastBlock);
-    wrong = _mm256_or_si256(wrong, strangers(text));
-    storeDecoded(text, out + lastBlock / 4 * 3);
-    if (!_mm256_testz_si256(wrong, wrong)) return;
-    p += step;
-    out += shape.digits / 4 * 3;
+    decodeBlock(load(at.p), at.out, wrong);
+    decodeBlock(load(at.p + kBlock), at.out + kBlockBytes, wrong);
+    decodeBlock(loadHalves(at.p + kSeam, second), at.out + kSeamBytes, wrong);
+    decodeBlock(load(second + kBlock / 2), secondOut + kBlockBytes / 2, wrong);
+    decodeBlock(load(second + kMailLine - kBlock), secondOut + kMailLineBytes - kBlockBytes, wrong);
+    if (!_mm256_testz_si256(wrong, wrong)) break;
+    at.p += 2 * kStep;
+    at.out += 2 * kMailLineBytes;
   }
+  return at;
+}
+
+/// Decodes lines of the shape for as long as they come; stops before the first that is different.
+MAILTREE_AVX2 Progress decodeLines(const LineShape& shape, Progress at, const char* end) noexcept {
+  if (shape.digits == kMailLine)
+    at = shape.breakSize == 2 ? decodeLinePairs<2>(at, end) : decodeLinePairs<1>(at, end);
+  const std::size_t step = shape.digits + shape.breakSize;
+  const std::size_t lastBlock = shape.digits - kBlock;
+  while (end - at.p >= static_cast<std::ptrdiff_t>(step) + kDecodeMargin &&
+         shape.endsAt(at.p + shape.digits)) {
+    __m256i wrong = _mm256_setzero_si256();
+    for (std::size_t i = 0; i < lastBlock; i += kBlock)
+      decodeBlock(load(at.p + i), at.out + i / 4 * 3, wrong);
+    decodeBlock(load(at.p + lastBlock), at.out + lastBlock / 4 * 3, wrong);
+    if (!_mm256_testz_si256(wrong, wrong)) break;
+    at.p += step;
+    at.out += shape.digits / 4 * 3;
+  }
+  return at;
 }
 
 /// Decodes pairs of blocks for as long as they hold nothing but digits.
-MAILTREE_AVX2 void decodeBlocks(const char*& p, const char* end, std::uint8_t*& out) noexcept {
-  for (; end - p >= kDecodeMargin + std::ptrdiff_t{kBlock}; p += 2 * kBlock, out += 2 * kBlockBytes) {
-    const __m256i first = load(p), second = load(p + kBlock);
-    const __m256i wrong = _mm256_or_si256(strangers(first), strangers(second));
-    if (!_mm256_testz_si256(wrong, wrong)) return;
-    storeDecoded(first, out);
-    storeDecoded(second, out + kBlockBytes);
+MAILTREE_AVX2 Progress decodeBlocks(Progress at, const char* end) noexcept {
+  while (end - at.p >= kDecodeMargin + std::ptrdiff_t{kBlock}) {
+    __m256i wrong = _mm256_setzero_si256();
+    decodeBlock(load(at.p), at.out, wrong);
+    decodeBlock(load(at.p + kBlock), at.out + kBlockBytes, wrong);
+    if (!_mm256_testz_si256(wrong, wrong)) break;
+    at.p += 2 * kBlock;
+    at.out += 2 * kBlockBytes;
   }
+  return at;
 }
 
 }  // namespace
@@ -216,17 +303,21 @@ MAILTREE_AVX2 std::size_t decodeAvx2(std::string_view text, std::uint8_t* out) n
   LineShape shape;
   while (end - p >= kDecodeMargin) {
     if (shape.digits && p == lineStart) {
-      decodeLines(shape, p, end, out);
-      lineStart = p;
+      const Progress reached = decodeLines(shape, {p, out}, end);
+      p = lineStart = reached.p;
+      out = reached.out;
       if (end - p < kDecodeMargin) break;
     }
-    const __m256i block = load(p);
-    const std::uint32_t strange = strangerMask(block);
-    storeDecoded(block, out);
+    const Values block = valuesOf(load(p));
+    const std::uint32_t strange = maskOf(block.strange);
+    storeDecoded(block.values, out);
     if (strange == 0) {
       p += kBlock;
       out += kBlockBytes;
-      if (!shape.digits) decodeBlocks(p, end, out);  // a text without line breaks so far
+      if (shape.digits) continue;
+      const Progress reached = decodeBlocks({p, out}, end);  // a text without line breaks so far
+      p = reached.p;
+      out = reached.out;
       continue;
     }
     const std::size_t whole = static_cast<unsigned>(__builtin_ctz(strange)) & ~3U;
@@ -246,24 +337,83 @@ MAILTREE_AVX2 std::size_t decodeAvx2(std::string_view text, std::uint8_t* out) n
   return static_cast<std::size_t>(out - begin) + decodePortable(std::string_view(p, rest), out);
 }
 
+namespace {
+
+inline void breakLine(char* out) noexcept {
+  out[0] = '\r';
+  out[1] = '\n';
+}
+
+/// Bytes to encode, and where to.
+struct Piece {
+  const std::uint8_t* data;
+  std::size_t size;
+  char* out;
+
+  void advance(std::size_t bytes, std::size_t written) noexcept {
+    data += bytes;
+    size -= bytes;
+    out += written;
+  }
+};
+
+/// All blocks of a text without line breaks.
+MAILTREE_AVX2 Piece encodeBlocks(Piece piece) noexcept {
+  if (piece.size < kBlockBytes + kOverread) return piece;
+  store(piece.out, encodedBlock(piece.data));
+  piece.advance(kBlockBytes, kBlock);
+  for (; piece.size >= kBlockBytes + kOverread; piece.advance(kBlockBytes, kBlock))
+    store(piece.out, encodedInnerBlock(piece.data));
+  return piece;
+}
+
+/// As many lines as there are, at most `count`.
+MAILTREE_AVX2 Piece encodeLines(Piece piece, std::size_t lineLength, std::size_t count) noexcept {
+  const std::size_t bytesPerLine = lineLength / 4 * 3;
+  const std::size_t lastBlock = lineLength - kBlock;
+  for (; count && piece.size >= bytesPerLine + kOverread; --count) {
+    for (std::size_t i = 0; i < lastBlock; i += kBlock)
+      store(piece.out + i, encodedBlock(piece.data + i / 4 * 3));
+    store(piece.out + lastBlock, encodedBlock(piece.data + lastBlock / 4 * 3));
+    breakLine(piece.out + lineLength);
+    piece.advance(bytesPerLine, lineLength + kBreakSize);
+  }
+  return piece;
+}
+
+/// All pairs of lines of 76, of bytes that others stand before.
+MAILTREE_AVX2 Piece encodeLinePairs(Piece piece) noexcept {
+  constexpr std::size_t kStep = kMailLine + kBreakSize;
+  for (; piece.size >= 2 * kMailLineBytes + kOverread; piece.advance(2 * kMailLineBytes, 2 * kStep)) {
+    char* const out = piece.out;
+    char* const second = out + kStep;
+    const std::uint8_t* const secondData = piece.data + kMailLineBytes;
+    store(out, encodedInnerBlock(piece.data));
+    store(out + kBlock, encodedInnerBlock(piece.data + kBlockBytes));
+    storeHalves(out + kSeam, second, encodedInnerBlock(piece.data + kSeamBytes));
+    store(second + kBlock / 2, encodedInnerBlock(secondData + kBlockBytes / 2));
+    store(second + kMailLine - kBlock, encodedInnerBlock(secondData + kMailLineBytes - kBlockBytes));
+    breakLine(out + kMailLine);
+    breakLine(second + kMailLine);
+  }
+  return piece;
+}
+
+}  // namespace
+
 MAILTREE_AVX2 std::size_t encodeAvx2(const std::uint8_t* data, std::size_t size, char* out,
                                      std::size_t lineLength) noexcept {
-  const char* const begin = out;
+  Piece piece{data, size, out};
   if (lineLength == 0) {
-    for (; size >= kBlockBytes + kOverread; data += kBlockBytes, size -= kBlockBytes, out += kBlock)
-      storeEncoded(data, out);
+    piece = encodeBlocks(piece);
+  } else if (lineLength == kMailLine) {
+    piece = encodeLinePairs(encodeLines(piece, lineLength, 1));
+    piece = encodeLines(piece, lineLength, 1);
   } else if (lineLength >= kBlock) {
-    const std::size_t bytesPerLine = lineLength / 4 * 3;
-    const std::size_t lastBlock = lineLength - kBlock;
-    for (; size >= bytesPerLine + kOverread; data += bytesPerLine, size -= bytesPerLine) {
-      for (std::size_t i = 0; i < lastBlock; i += kBlock) storeEncoded(data + i / 4 * 3, out + i);
-      storeEncoded(data + lastBlock / 4 * 3, out + lastBlock);
-      out[lineLength] = '\r';
-      out[lineLength + 1] = '\n';
-      out += lineLength + 2;
-    }
+    piece = encodeLines(piece, lineLength, size);
   }
-  return static_cast<std::size_t>(out - begin) + encodePortable(data, size, out, lineLength);
+  const std::size_t written = static_cast<std::size_t>(piece.out - out);
+  return written + encodePortable(piece.data, piece.size, piece.out, lineLength);
 }
 
 }  // namespace mailtree::base64
