@@ -9,21 +9,13 @@
 #endif
 
 #include "mailtree/base/Ascii.h"
+#include "mailtree/mime/QuotedPrintableInternal.h"
 
 namespace mailtree::quotedPrintable {
 namespace {
 
-constexpr std::size_t kMaxLine = 76;
-constexpr std::size_t kEscapeSize = 3;
-constexpr char kUpperHex[] = "0123456789ABCDEF";
-
-constexpr unsigned char byteOf(char c) noexcept { return static_cast<unsigned char>(c); }
-
 // Both searches below are the inner loops of this file: 16 bytes at a time where the compiler says that every
 // processor it builds for can do that.
-
-/// Bytes that an encoded text may hold as they are, blanks included.
-constexpr bool isLiteral(char c) noexcept { return (c >= ' ' && c <= '~' && c != '=') || c == '\t'; }
 
 /// Length of the run of literal bytes at p, at most `limit`.
 std::size_t literalRun(const char* p, std::size_t limit) noexcept {
@@ -59,22 +51,6 @@ void copyPlain(const char*& p, const char* end, std::uint8_t*& out) noexcept {
   while (p < end && *p != '=') *out++ = byteOf(*p++);
 }
 
-constexpr std::uint16_t kNoHex = 0x100;
-
-/// Value of each hexadecimal digit, kNoHex for anything else, shifted left by Shift.
-template <int Shift>
-constexpr std::array<std::uint16_t, 256> kHex = [] {
-  std::array<std::uint16_t, 256> values{};
-  for (int c = 0; c < 256; ++c) {
-    const int value = hexValue(static_cast<char>(c));
-    values[static_cast<unsigned>(c)] = value < 0 ? kNoHex : static_cast<std::uint16_t>(value << Shift);
-  }
-  return values;
-}();
-
-/// The byte of two hexadecimal digits, or something of kNoHex and above.
-std::uint16_t hexPair(const char* p) noexcept { return kHex<4>[byteOf(p[0])] | kHex<0>[byteOf(p[1])]; }
-
 /// Decodes "=XX" for as long as they follow one another.
 void decodeEscapes(const char*& p, const char* end, std::uint8_t*& out) noexcept {
   while (end - p >= 3 && *p == '=') {
@@ -104,145 +80,166 @@ const char* afterSoftBreak(const char* p, const char* end) noexcept {
 
 }  // namespace
 
-std::size_t decode(std::string_view text, std::uint8_t* out) noexcept {
+void decodeOddEquals(const char*& p, const char* end, std::uint8_t*& out) noexcept {
+  if (const char* const after = afterSoftBreak(p, end)) {
+    p = after;
+  } else {
+    *out++ = '=';
+    ++p;
+  }
+}
+
+std::size_t decodePortable(std::string_view text, std::uint8_t* out) noexcept {
   const std::uint8_t* const begin = out;
   const char* p = text.data();
   const char* const end = p + text.size();
   while (p < end) {
     copyPlain(p, end, out);
-    if (p == end) break;
     const char* const escape = p;
     decodeEscapes(p, end, out);
-    if (p != escape) continue;
-    if (const char* const after = afterSoftBreak(p, end)) {
-      p = after;
-    } else {
-      *out++ = '=';
-      ++p;
-    }
+    if (p == escape && p < end) decodeOddEquals(p, end, out);
   }
   return static_cast<std::size_t>(out - begin);
 }
 
 namespace {
 
-/// Each byte's escape, and a fourth byte so that a copy is one store.
-constexpr std::array<std::array<char, kEscapeSize + 1>, 256> kEscapes = [] {
-  std::array<std::array<char, kEscapeSize + 1>, 256> escapes{};
-  for (unsigned c = 0; c < 256; ++c) escapes[c] = {'=', kUpperHex[c >> 4], kUpperHex[c & 15], '\0'};
-  return escapes;
-}();
+char* putEscape(char c, char* to) noexcept {
+  to[0] = '=';
+  to[1] = kUpperHex[byteOf(c) >> 4];
+  to[2] = kUpperHex[byteOf(c) & 15];
+  return to + kEscapeSize;
+}
 
-/// How far ahead a decision may look: "From " from its first byte, a blank and the line break behind it.
-constexpr std::size_t kLookahead = 5;
+}  // namespace
 
-/// One piece of text on its way out, through a small buffer so that the string grows by pages and not by
-/// bytes.
-class PieceEncoder {
- public:
-  PieceEncoder(std::string_view data, bool last, std::size_t lineLength, std::string& out) noexcept
-      : m_data(data), m_last(last), m_lineLength(lineLength), m_out(out) {}
-
-  /// Encodes what can be decided without more text; how many bytes that was.
-  std::size_t run() {
-    while (m_position < m_data.size() && (m_last || m_data.size() - m_position > kLookahead)) step();
-    flush();
-    return m_position;
-  }
-
-  std::size_t lineLength() const noexcept { return m_lineLength; }
-
- private:
-  void step() {
-    if (m_used > m_buffer.size() - 2 * kMaxLine) flush();
-    const char c = m_data[m_position];
-    if (c == '\r' && breakAt(m_position)) {
-      put("\r\n");
-      m_lineLength = 0;
-      m_position += 2;
-    } else if (m_lineLength == 0 && opensWithTrouble()) {
-      putEscape();
+char* encodeUnbrokenPortable(std::string_view bytes, char* to) noexcept {
+  constexpr std::size_t kBlock = 16;
+  const char* p = bytes.data();
+  const char* const end = p + bytes.size();
+  while (end - p >= std::ptrdiff_t{kBlock}) {
+    if (literalRun(p, kBlock) == kBlock) {
+      std::memcpy(to, p, kBlock);
+      to += kBlock;
     } else {
-      const std::size_t run = usableRun();
-      run ? putRun(run) : putEscape();
+      for (std::size_t i = 0; i < kBlock; ++i) to = putCode(p[i], to);
     }
+    p += kBlock;
+  }
+  while (p < end) to = putCode(*p++, to);
+  return to;
+}
+
+bool opensWithTrouble(std::string_view line) noexcept {
+  if (line.empty()) return false;
+  switch (line[0]) {
+    case '.': return true;
+    case 'F': return line.starts_with("From ") || line == "From=20";
+    case '-': break;
+    default: return false;
+  }
+  if (line.size() < 3 || line[1] != '-') return false;
+  if (line[2] != '=') return !isSpaceAscii(line[2]);
+  return !isSpaceAscii(static_cast<char>(hexPair(line.data() + 3)));
+}
+
+std::size_t plainLinesPortable(std::string_view text) noexcept {
+  std::size_t done = 0;
+  for (;;) {
+    const std::string_view rest = text.substr(done);
+    const std::size_t n = literalRun(rest.data(), std::min(rest.size(), kMaxLine + 1));
+    if (n > kMaxLine || rest.substr(n, kBreak.size()) != kBreak) return done;
+    const std::string_view line = rest.substr(0, n);
+    if (n && (isBlankAscii(line.back()) || opensWithTrouble(line))) return done;
+    done += n + kBreak.size();
+  }
+}
+
+#if MAILTREE_QP_AVX2
+
+namespace {
+
+const bool kHasAvx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi");
+
+char* encodeUnbroken(std::string_view bytes, std::size_t readable, char* to) noexcept {
+  return kHasAvx2 ? encodeUnbrokenAvx2(bytes, readable, to) : encodeUnbrokenPortable(bytes, to);
+}
+
+std::size_t plainLines(std::string_view text) noexcept {
+  return kHasAvx2 ? plainLinesAvx2(text) : plainLinesPortable(text);
+}
+
+}  // namespace
+
+std::size_t decode(std::string_view text, std::uint8_t* out) noexcept {
+  return kHasAvx2 ? decodeAvx2(text, out) : decodePortable(text, out);
+}
+
+#else
+
+namespace {
+
+char* encodeUnbroken(std::string_view bytes, std::size_t, char* to) noexcept {
+  return encodeUnbrokenPortable(bytes, to);
+}
+std::size_t plainLines(std::string_view text) noexcept { return plainLinesPortable(text); }
+
+}  // namespace
+
+std::size_t decode(std::string_view text, std::uint8_t* out) noexcept { return decodePortable(text, out); }
+
+#endif
+
+namespace {
+
+/// Whether what is left of an encoded line needs no soft break.
+bool fitsLine(std::string_view text) noexcept {
+  return text.size() <= (opensWithTrouble(text) ? kMaxLine + 1 - kEscapeSize : kMaxLine);
+}
+
+/// How much of an encoded text goes on a line with `room` left that is broken softly: an escape is not torn
+/// apart.
+std::size_t softLength(const char* text, std::size_t room) noexcept {
+  if (text[room - 1] == '=') return room - 1;
+  return text[room - 2] == '=' ? room - 2 : room;
+}
+
+/// Brings text on its way to lines of the right length, through a small buffer so that the string grows by
+/// pages and not by bytes.
+class LineWriter {
+ public:
+  explicit LineWriter(std::string& out) noexcept : m_out(out) {}
+
+  /// Whole lines as they are.
+  void putLines(std::string_view lines) {
+    flush();
+    m_out.append(lines);
   }
 
-  bool breakAt(std::size_t position) const noexcept { return m_data.substr(position, 2) == "\r\n"; }
+  // Text that comes here is copied by whole lines, which costs less than by its length: kMaxLine bytes can be
+  // read from any place in it.
 
-  /// Whether a line ends here for good: nothing but the text's end or a hard break follows.
-  bool lineEndsAt(std::size_t position) const noexcept {
-    return breakAt(position) || (m_last && position == m_data.size());
+  /// Fills a line with encoded text and breaks it softly; how much of the text that was. The text is longer
+  /// than a line.
+  std::size_t putFull(std::string_view text) {
+    char* const to = makeRoom();
+    const std::size_t opening = putOpening(text, to);
+    const std::size_t n = softLength(text.data() + opening, kMaxLine - 1 - opening * kEscapeSize);
+    std::memcpy(to + opening * kEscapeSize, text.data() + opening, kMaxLine);
+    m_used += opening * kEscapeSize + n;
+    std::memcpy(m_buffer.data() + m_used, kSoftBreak.data(), kSoftBreak.size());
+    m_used += kSoftBreak.size();
+    return opening + n;
   }
 
-  /// Mail transports change a leading dot and a leading "From "; two dashes with something behind them could be the
-  /// boundary of a multipart around this text.
-  bool opensWithTrouble() const noexcept {
-    const std::string_view ahead = m_data.substr(m_position, kLookahead);
-    const bool mayBeBoundary = ahead.size() > 2 && ahead.starts_with("--") && !isSpaceAscii(ahead[2]);
-    return ahead[0] == '.' || mayBeBoundary || ahead == "From ";
-  }
-
-  /// Literal bytes at the position, one more than fits on a line at most, without a blank that would end the
-  /// line.
-  std::size_t usableRun() const noexcept {
-    const std::size_t known = m_last ? m_data.size() - m_position : m_data.size() - m_position - kLookahead;
-    const std::size_t run = literalRun(m_data.data() + m_position, std::min(known, kMaxLine + 1));
-    const bool endsInBlank =
-        run && isBlankAscii(m_data[m_position + run - 1]) && lineEndsAt(m_position + run);
-    return endsInBlank ? run - 1 : run;
-  }
-
-  /// A line may be full only when it ends for good; otherwise its last place belongs to the "=" of a soft
-  /// break.
-  bool fits(std::size_t size, std::size_t next) const noexcept {
-    const std::size_t length = m_lineLength + size;
-    return length < kMaxLine || (length == kMaxLine && lineEndsAt(next));
-  }
-
-  void putRun(std::size_t run) {
-    if (fits(run, m_position + run)) {
-      putOnLine(m_data.substr(m_position, run));
-      m_position += run;
-      return;
-    }
-    const std::size_t part = kMaxLine - 1 - m_lineLength;
-    put(m_data.substr(m_position, part));
-    m_position += part;
-    breakSoftly();
-  }
-
-  void putEscape() {
-    if (!fits(kEscapeSize, m_position + 1)) return breakSoftly();
-    // Text that is not ASCII comes in runs: as many as leave room for the "=" of a soft break go the same way
-    // at once.
-    const std::size_t room = (kMaxLine - 1 - std::min(kMaxLine - 1, m_lineLength)) / kEscapeSize;
-    const std::size_t most = std::min(std::max<std::size_t>(room, 1), m_data.size() - m_position);
-    const char* p = m_data.data() + m_position;
-    char* to = m_buffer.data() + m_used;
-    std::size_t n = 0;
-    do {
-      std::memcpy(to, kEscapes[byteOf(p[n])].data(), kEscapeSize + 1);
-      to += kEscapeSize;
-    } while (++n < most && is8bit(p[n]));
-    m_used += n * kEscapeSize;
-    m_lineLength += n * kEscapeSize;
-    m_position += n;
-  }
-
-  void breakSoftly() {
-    put("=\r\n");
-    m_lineLength = 0;
-  }
-
-  void putOnLine(std::string_view bytes) {
-    put(bytes);
-    m_lineLength += bytes.size();
-  }
-
-  void put(std::string_view bytes) {
-    std::memcpy(m_buffer.data() + m_used, bytes.data(), bytes.size());
-    m_used += bytes.size();
+  /// The rest of a line, which fits on one, and its break or nothing.
+  void putLast(std::string_view text, std::string_view lineBreak) {
+    char* const to = makeRoom();
+    const std::size_t opening = putOpening(text, to);
+    std::memcpy(to + opening * kEscapeSize, text.data() + opening, kMaxLine);
+    m_used += opening * kEscapeSize + text.size() - opening;
+    std::memcpy(m_buffer.data() + m_used, kBreak.data(), kBreak.size());
+    m_used += lineBreak.size();
   }
 
   void flush() {
@@ -250,41 +247,119 @@ class PieceEncoder {
     m_used = 0;
   }
 
-  std::string_view m_data;
-  bool m_last;
-  std::size_t m_lineLength;
+ private:
+  static constexpr std::string_view kSoftBreak = "=\r\n";
+
+  char* makeRoom() {
+    if (m_used > m_buffer.size() - 2 * kMaxLine) flush();
+    return m_buffer.data() + m_used;
+  }
+
+  /// Escapes the first byte when it must be; how many bytes of the text that took.
+  static std::size_t putOpening(std::string_view text, char* to) noexcept {
+    if (!opensWithTrouble(text)) return 0;
+    putEscape(text[0], to);
+    return 1;
+  }
+
   std::string& m_out;
-  std::size_t m_position = 0;
   std::size_t m_used = 0;
   std::array<char, 4096> m_buffer;
+};
+
+/// Encodes one piece of a text: its bytes first, then, in the encoded text, the lines.
+class PieceEncoder {
+ public:
+  PieceEncoder(std::string_view unfinished, std::string& out) noexcept
+      : m_lines(out), m_end(unfinished.copy(m_text.data(), m_text.size())) {}
+
+  /// What is left is a CR that may belong to a line break, or nothing.
+  std::string_view encode(std::string_view data, bool last) {
+    while (!data.empty()) {
+      if (unfinished().empty() && takePlainLines(data)) continue;
+      std::string_view piece = data.substr(0, kPiece);
+      const std::size_t lineEnd = piece.find(kBreak);
+      const bool isOpen = lineEnd == std::string_view::npos && !(last && piece.size() == data.size());
+      piece = piece.substr(0, lineEnd);
+      if (isOpen && piece.ends_with('\r')) piece.remove_suffix(1);
+      append(piece, data.size());
+      data.remove_prefix(piece.size());
+      if (lineEnd != std::string_view::npos) {
+        finishLine(kBreak);
+        data.remove_prefix(kBreak.size());
+      } else if (data == "\r" && !last) {
+        break;
+      }
+    }
+    if (last && !unfinished().empty()) finishLine({});
+    m_lines.flush();
+    return data;
+  }
+
+  /// Appends bytes of a line whose end is not in sight; so many can be read from the first one on.
+  void append(std::string_view piece, std::size_t readable) {
+    if (m_begin) moveToFront();
+    m_end = offsetOf(encodeUnbroken(piece, readable, m_text.data() + m_end));
+    while (unfinished().size() > kKeep) m_begin += m_lines.putFull(unfinished());
+  }
+
+  /// The line ends for good.
+  void finishLine(std::string_view lineBreak) {
+    if (!unfinished().empty() && isBlankAscii(unfinished().back()))
+      m_end = offsetOf(putEscape(unfinished().back(), m_text.data() + m_end - 1));
+    while (!fitsLine(unfinished())) m_begin += m_lines.putFull(unfinished());
+    m_lines.putLast(unfinished(), lineBreak);
+    m_begin = m_end = 0;
+  }
+
+  /// Encoded text of a line whose end was not seen.
+  std::string_view unfinished() const noexcept { return {m_text.data() + m_begin, m_end - m_begin}; }
+
+ private:
+  static constexpr std::size_t kPiece = 512;
+  /// What may turn out to be the end of a line, which holds one byte more than the others and whose last blank
+  /// is escaped, is kept back; and what an opening is told by.
+  static constexpr std::size_t kKeep = kMaxLine + kEscapeSize;
+
+  /// Takes lines that need nothing done to them off the front, as many as stay in the cache while they are
+  /// read twice.
+  bool takePlainLines(std::string_view& data) {
+    constexpr std::size_t kMost = 8192;
+    const std::size_t n = plainLines(data.substr(0, kMost));
+    if (n == 0) return false;
+    m_lines.putLines(data.substr(0, n));
+    data.remove_prefix(n);
+    return true;
+  }
+
+  std::size_t offsetOf(const char* p) const noexcept { return static_cast<std::size_t>(p - m_text.data()); }
+
+  void moveToFront() noexcept {
+    m_end -= m_begin;
+    std::memmove(m_text.data(), m_text.data() + m_begin, m_end);
+    m_begin = 0;
+  }
+
+  LineWriter m_lines;
+  std::array<char, kEscapeSize * kPiece + 2 * kMaxLine + kUnbrokenMargin> m_text;
+  std::size_t m_begin = 0;
+  std::size_t m_end;
 };
 
 }  // namespace
 
 void Encoder::encode(std::string_view data, bool last, std::string& out) {
-  const auto encodePiece = [&](std::string_view piece, bool isLast) {
-    PieceEncoder encoder(piece, isLast, m_lineLength, out);
-    const std::size_t done = encoder.run();
-    m_lineLength = encoder.lineLength();
-    return done;
-  };
-
-  if (!m_pending.empty()) {
-    // What was kept back, and enough behind it to decide on all of it.
-    const std::size_t kept = m_pending.size();
-    const std::string_view ahead = data.substr(0, kLookahead);
-    m_pending.append(ahead);
-    const std::size_t done = encodePiece(m_pending, last && ahead.size() == data.size());
-    if (done < kept) {
-      m_pending.erase(0, done);
-      return;
-    }
-    m_pending.clear();
-    data.remove_prefix(done - kept);
+  PieceEncoder encoder(m_unfinished, out);
+  if (m_carriageReturn && data.starts_with('\n')) {
+    encoder.finishLine(kBreak);
+    data.remove_prefix(1);
+  } else if (m_carriageReturn && (last || !data.empty())) {
+    encoder.append("\r", 1);
+  } else if (m_carriageReturn) {
+    return;
   }
-  data.remove_prefix(encodePiece(data, last));
-  m_pending.assign(data);
-  if (last) m_lineLength = 0;
+  m_carriageReturn = !encoder.encode(data, last).empty();
+  m_unfinished.assign(encoder.unfinished());
 }
 
 void decodeQ(std::string_view payload, std::string& out) {

@@ -1,4 +1,7 @@
-// mime/QuotedPrintable.h - the quoted-printable codec proper (RFC 2045, 6.7) and the Q of encoded words.
+// mime/QuotedPrintable.h - the quoted-printable codec proper (RFC 2045, 6.7) and the Q of encoded words, in the
+// widest vector instructions the processor has.
+//
+// Chosen once at run time; the portable path is always there and gives the same bytes.
 #pragma once
 
 #include <cstddef>
@@ -16,6 +19,9 @@ namespace mailtree::quotedPrintable {
 /// @return bytes written.
 std::size_t decode(std::string_view text, std::uint8_t* out) noexcept;
 
+/// The portable twin, which the vector path is tested against.
+std::size_t decodePortable(std::string_view text, std::uint8_t* out) noexcept;
+
 /// Encodes data piece by piece with one line state, so that a sink needs a bounded buffer only.
 class Encoder {
  public:
@@ -23,8 +29,8 @@ class Encoder {
   void encode(std::string_view data, bool last, std::string& out);
 
  private:
-  std::string m_pending;         ///< Bytes whose encoding depends on what follows: a blank, a CR, "From".
-  std::size_t m_lineLength = 0;  ///< Bytes already on the current output line.
+  std::string m_unfinished;       ///< Encoded text of a line whose end was not seen.
+  bool m_carriageReturn = false;  ///< A CR came last, which may belong to a line break.
 };
 
 /// Decodes a Q payload of an encoded word (RFC 2047, 4.2), appended.
