@@ -204,6 +204,10 @@ std::size_t softLength(const char* text, std::size_t room) noexcept {
   return text[room - 2] == '=' ? room - 2 : room;
 }
 
+/// What goes to the string at once: more than this is copied by one string instruction, which is slow where the
+/// two places lie badly to each other.
+constexpr std::size_t kPortion = 2048;
+
 /// Brings text on its way to lines of the right length, through a small buffer so that the string grows by
 /// pages and not by bytes.
 class LineWriter {
@@ -264,7 +268,7 @@ class LineWriter {
 
   std::string& m_out;
   std::size_t m_used = 0;
-  std::array<char, 4096> m_buffer;
+  std::array<char, kPortion> m_buffer;
 };
 
 /// Encodes one piece of a text: its bytes first, then, in the encoded text, the lines.
@@ -321,11 +325,9 @@ class PieceEncoder {
   /// is escaped, is kept back; and what an opening is told by.
   static constexpr std::size_t kKeep = kMaxLine + kEscapeSize;
 
-  /// Takes lines that need nothing done to them off the front, as many as stay in the cache while they are
-  /// read twice.
+  /// Takes lines that need nothing done to them off the front.
   bool takePlainLines(std::string_view& data) {
-    constexpr std::size_t kMost = 8192;
-    const std::size_t n = plainLines(data.substr(0, kMost));
+    const std::size_t n = plainLines(data.substr(0, kPortion));
     if (n == 0) return false;
     m_lines.putLines(data.substr(0, n));
     data.remove_prefix(n);
