@@ -65,6 +65,8 @@ constexpr PackedUtf8 kAskIcu =
 struct Table {
   std::array<PackedUtf8, 256> single;
   std::array<std::array<PackedUtf8, 256>, 128> pair;  ///< By lead byte without its top bit, and trail byte.
+
+  PackedUtf8 pairAt(const char* p) const noexcept { return pair[byteOf(p[0]) & 0x7F][byteOf(p[1])]; }
 };
 
 constexpr bool isSurrogate(char16_t c) noexcept { return (c & 0xF800) == 0xD800; }
@@ -205,8 +207,9 @@ class Decoder {
   bool run() {
     while (m_p < m_end) {
       decodeByTable();
+      const bool isFull = m_used > kRoom - kMostPerStep;
       flush();
-      if (m_p < m_end && !fromTable(m_p)) decodeRare();
+      if (m_p < m_end && !isFull) decodeRare();
     }
     flush();
     return m_whole;
@@ -214,38 +217,54 @@ class Decoder {
 
  private:
   static constexpr std::size_t kRoom = 8192;
-  static constexpr std::size_t kMostPerStep = 8;
+  static constexpr std::size_t kMostPerStep = 16;
 
-  /// The entry of the character at p; null when the table holds none.
-  const PackedUtf8* fromTable(const char* p) const noexcept {
-    const PackedUtf8& single = m_table.single[byteOf(*p)];
-    if (single != kLead) return &single;
-    if (m_end - p < 2) return nullptr;
-    const PackedUtf8& pair = m_table.pair[byteOf(*p) & 0x7F][byteOf(p[1])];
-    return pair & kPackedDamage ? nullptr : &pair;
-  }
-
-  /// As far as the table and the buffer go.
+  /// As far as the table and the buffer go. In locals, since the bytes that are stored could be any member's.
   void decodeByTable() noexcept {
+    const Table& table = m_table;
+    const char* p = m_p;
+    const char* const end = m_end;
     char* to = m_buffer.data() + m_used;
     const char* const full = m_buffer.data() + kRoom - kMostPerStep;
-    while (m_p < m_end && to <= full) {
-      if (copyAsciiWord(to)) continue;
-      const PackedUtf8* const c = fromTable(m_p);
-      if (!c) break;
-      m_p += m_table.single[byteOf(*m_p)] == kLead ? 2 : 1;
-      to = storePacked(*c, to);
+    while (p < end && to <= full) {
+      if (!is8bit(*p)) {
+        if (!copyAsciiWord(p, end, to)) *to++ = *p++;
+        continue;
+      }
+      if (takeFourPairs(table, p, end, to)) continue;
+      PackedUtf8 c = table.single[byteOf(*p)];
+      std::ptrdiff_t size = 1;
+      if (c == kLead) {
+        if (end - p < 2) break;
+        c = table.pairAt(p);
+        if (c & kPackedDamage) break;
+        size = 2;
+      }
+      p += size;
+      to = storePacked(c, to);
     }
+    m_p = p;
     m_used = static_cast<std::size_t>(to - m_buffer.data());
   }
 
-  bool copyAsciiWord(char*& to) noexcept {
+  static bool copyAsciiWord(const char*& p, const char* end, char*& to) noexcept {
     std::uint64_t word = ~std::uint64_t{0};
-    if (m_end - m_p >= 8) std::memcpy(&word, m_p, 8);
+    if (end - p >= 8) std::memcpy(&word, p, 8);
     if (word & 0x8080808080808080) return false;
     std::memcpy(to, &word, 8);
-    m_p += 8;
+    p += 8;
     to += 8;
+    return true;
+  }
+
+  /// Four characters of two bytes that the table holds. Rows of bytes that stand for themselves hold none.
+  static bool takeFourPairs(const Table& table, const char*& p, const char* end, char*& to) noexcept {
+    if (end - p < 8 || !(is8bit(p[0]) && is8bit(p[2]) && is8bit(p[4]) && is8bit(p[6]))) return false;
+    const PackedUtf8 pairs[] = {table.pairAt(p), table.pairAt(p + 2), table.pairAt(p + 4),
+                                table.pairAt(p + 6)};
+    if ((pairs[0] | pairs[1] | pairs[2] | pairs[3]) & kPackedDamage) return false;
+    for (const PackedUtf8 c : pairs) to = storePacked(c, to);
+    p += 8;
     return true;
   }
 
