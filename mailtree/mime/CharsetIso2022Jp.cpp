@@ -4,6 +4,8 @@
 // set. So the rows that Windows added (circled figures, names with rare kanji) and half-width kana are read
 // and written too.
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 #include <iterator>
 
 #include "mailtree/mime/CharsetInternal.h"
@@ -38,6 +40,42 @@ constexpr bool isGraphic(char c) noexcept { return c > ' ' && c < '\x7F'; }
 constexpr char withTopBit(char c) noexcept { return static_cast<char>(byteOf(c) | 0x80); }
 constexpr char withoutTopBit(char c) noexcept { return static_cast<char>(byteOf(c) & 0x7F); }
 
+// Runs are measured a word of eight bytes at a time.
+
+constexpr std::uint64_t eightTimes(unsigned byte) noexcept {
+  return std::uint64_t{0x0101010101010101} * byte;
+}
+constexpr std::uint64_t kTopBits = eightTimes(0x80);
+
+constexpr bool anyIs(std::uint64_t word, char c) noexcept {
+  const std::uint64_t zeroes = word ^ eightTimes(byteOf(c));
+  return ((zeroes - eightTimes(1)) & ~zeroes & kTopBits) != 0;
+}
+
+constexpr bool allGraphic(std::uint64_t word) noexcept {
+  if (word & kTopBits) return false;
+  const std::uint64_t above = word + eightTimes(0x80 - '!'), beyond = word + eightTimes(0x80 - '\x7F');
+  return (above & ~beyond & kTopBits) == kTopBits;
+}
+
+constexpr bool isPlain(char c) noexcept { return c != kEscape && c != kShiftOut && byteOf(c) < 0x80; }
+constexpr bool allPlain(std::uint64_t word) noexcept {
+  return !(word & kTopBits) && !anyIs(word, kEscape) && !anyIs(word, kShiftOut);
+}
+
+/// The longest front of a text whose words, and then bytes, are of a kind.
+template <class AreWords, class AreBytes>
+std::string_view runOf(std::string_view text, AreWords areWords, AreBytes areBytes) noexcept {
+  std::uint64_t word = 0;
+  std::size_t n = 0;
+  for (; text.size() - n >= sizeof word; n += sizeof word) {
+    std::memcpy(&word, text.data() + n, sizeof word);
+    if (!areWords(word)) break;
+  }
+  while (n < text.size() && areBytes(text[n])) ++n;
+  return text.substr(0, n);
+}
+
 class Reader {
  public:
   Reader(std::string_view bytes, ByteSink& out) noexcept : m_rest(bytes), m_out(out) {}
@@ -48,12 +86,15 @@ class Reader {
         designate();
       else
         take();
+      if (m_euc.size() > kEnough) flush();
     }
     flush();
     return m_whole;
   }
 
  private:
+  static constexpr std::size_t kEnough = 4096;  ///< What may wait, so that it is still in the cache.
+
   void designate() {
     m_rest.remove_prefix(1);
     if (m_rest.starts_with(kRevision)) return m_rest.remove_prefix(kRevision.size());
@@ -69,7 +110,8 @@ class Reader {
   void take() {
     const char c = m_rest.front();
     const bool single = m_set == Set::ascii || m_set == Set::roman;
-    if (single && c != kShiftOut && byteOf(c) < 0x80 && !m_shifted) return takeRun();
+    if (single && isPlain(c) && !m_shifted) return takeRun();
+    if (m_set == Set::kanji && !m_shifted && takePairs()) return;
     m_rest.remove_prefix(1);
     if (c == '\r' || c == '\n') m_set = Set::ascii, m_shifted = false;  // whatever the line before forgot
     if (c == kShiftOut || c == kShiftIn) {
@@ -88,9 +130,7 @@ class Reader {
 
   /// Plain characters up to whatever needs a closer look.
   void takeRun() {
-    const auto end = std::find_if(m_rest.begin(), m_rest.end(),
-                                  [](char c) { return c == kEscape || c == kShiftOut || byteOf(c) >= 0x80; });
-    const std::string_view run = m_rest.substr(0, static_cast<std::size_t>(end - m_rest.begin()));
+    const std::string_view run = runOf(m_rest, allPlain, isPlain);
     m_rest.remove_prefix(run.size());
     if (m_set == Set::ascii) {
       m_euc += run;
@@ -105,6 +145,17 @@ class Reader {
         m_euc += c;
       }
     }
+  }
+
+  /// Whole pairs up to whatever is no part of one; false when there are none.
+  bool takePairs() {
+    const std::size_t size = runOf(m_rest, allGraphic, isGraphic).size() & ~std::size_t{1};
+    const std::size_t before = m_euc.size();
+    m_euc += m_rest.substr(0, size);
+    std::transform(m_euc.begin() + static_cast<std::ptrdiff_t>(before), m_euc.end(),
+                   m_euc.begin() + static_cast<std::ptrdiff_t>(before), withTopBit);
+    m_rest.remove_prefix(size);
+    return size != 0;
   }
 
   void takePair(char first) {
