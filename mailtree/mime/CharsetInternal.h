@@ -14,6 +14,12 @@
 
 #include "mailtree/base/DataBuffer.h"
 
+#if defined(__x86_64__) && defined(__GNUC__)
+#define MAILTREE_CHARSET_AVX2 1
+#else
+#define MAILTREE_CHARSET_AVX2 0
+#endif
+
 namespace mailtree {
 
 inline constexpr std::string_view kReplacementUtf8 = "\xEF\xBF\xBD";
@@ -89,7 +95,9 @@ struct SingleByteCodec {
   static constexpr std::size_t kBlocks = 18;
 
   int codePage;
-  std::array<PackedUtf8, 256> utf8;      ///< By byte.
+  std::array<PackedUtf8, 256> utf8;  ///< By byte.
+  /// By byte from 0x80 on: the two bytes of its character; zeroes where there are not two.
+  std::array<std::uint8_t, 128> first, second;
   std::array<std::uint8_t, 1024> block;  ///< By the upper bits of a code point; block 0 is empty.
   std::array<std::uint8_t, 64 * kBlocks>
       bytes;  ///< By block and lower six bits; 0 where there is no such byte.
@@ -98,11 +106,15 @@ struct SingleByteCodec {
 using HighHalf = std::array<char16_t, 128>;
 
 constexpr SingleByteCodec makeSingleByteCodec(int codePage, const HighHalf& read, const HighHalf& written) {
-  SingleByteCodec codec{codePage, {}, {}, {}};
+  SingleByteCodec codec{codePage, {}, {}, {}, {}, {}};
   std::uint8_t blocks = 1;
   for (unsigned i = 0; i < 128; ++i) {
     codec.utf8[i] = packUtf8(static_cast<char16_t>(i));
     codec.utf8[i + 128] = read[i] ? packUtf8(read[i]) : kPackedReplacement;
+    if (packedLength(codec.utf8[i + 128]) == 2) {
+      codec.first[i] = static_cast<std::uint8_t>(codec.utf8[i + 128]);
+      codec.second[i] = static_cast<std::uint8_t>(codec.utf8[i + 128] >> 8);
+    }
     if (!written[i]) continue;
     std::uint8_t& block = codec.block[written[i] >> 6];
     if (!block) block = blocks++;
@@ -118,6 +130,19 @@ extern const SingleByteCodec kSingleByteCodecs[kSingleByteCodecCount];
 const SingleByteCodec* singleByteCodec(int codePage) noexcept;
 bool decodeSingleByte(const SingleByteCodec& codec, std::string_view bytes, ByteSink& out);
 bool encodeSingleByte(const SingleByteCodec& codec, std::string_view utf8, ByteSink& out);
+
+/// The work of decodeSingleByte: what it writes to `to`, which has room for all characters and
+/// kSingleByteMargin more, and where that ended. `whole` becomes false where a byte meant nothing. The vector
+/// path is tested against its portable twin.
+inline constexpr std::size_t kSingleByteMargin = 16;
+std::size_t count8bitPortable(std::string_view bytes) noexcept;
+char* decodeSingleBytePortable(const SingleByteCodec& codec, std::string_view bytes, char* to,
+                               bool& whole) noexcept;
+#if MAILTREE_CHARSET_AVX2
+std::size_t count8bitAvx2(std::string_view bytes) noexcept;
+char* decodeSingleByteAvx2(const SingleByteCodec& codec, std::string_view bytes, char* to,
+                           bool& whole) noexcept;
+#endif
 
 bool decodeUtf16(std::string_view bytes, bool bigEndian, ByteSink& out);
 bool encodeUtf16(std::string_view utf8, bool bigEndian, ByteSink& out);

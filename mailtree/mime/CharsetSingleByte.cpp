@@ -31,16 +31,6 @@ void copyAscii(const char*& p, const char* end, char*& to) noexcept {
   }
 }
 
-std::size_t count8bit(std::string_view bytes) noexcept {
-  constexpr std::uint64_t kOnes = 0x0101010101010101;
-  std::size_t count = 0;
-  std::size_t i = 0;
-  for (; bytes.size() - i >= kWord; i += kWord)
-    count += (loadWord(bytes.data() + i) >> 7 & kOnes) * kOnes >> 56;
-  for (; i < bytes.size(); ++i) count += byteOf(bytes[i]) >> 7;
-  return count;
-}
-
 }  // namespace
 
 const SingleByteCodec* singleByteCodec(int codePage) noexcept {
@@ -50,11 +40,18 @@ const SingleByteCodec* singleByteCodec(int codePage) noexcept {
   return found != std::end(kSingleByteCodecs) && found->codePage == codePage ? found : nullptr;
 }
 
-bool decodeSingleByte(const SingleByteCodec& codec, std::string_view bytes, ByteSink& out) {
-  // A character has three bytes at most, and the last one stores four.
-  const std::size_t capacity = bytes.size() + 2 * count8bit(bytes) + 3;
-  char* const begin = out.grow(capacity);
-  char* to = begin;
+std::size_t count8bitPortable(std::string_view bytes) noexcept {
+  constexpr std::uint64_t kOnes = 0x0101010101010101;
+  std::size_t count = 0;
+  std::size_t i = 0;
+  for (; bytes.size() - i >= kWord; i += kWord)
+    count += (loadWord(bytes.data() + i) >> 7 & kOnes) * kOnes >> 56;
+  for (; i < bytes.size(); ++i) count += byteOf(bytes[i]) >> 7;
+  return count;
+}
+
+char* decodeSingleBytePortable(const SingleByteCodec& codec, std::string_view bytes, char* to,
+                               bool& whole) noexcept {
   const char* p = bytes.data();
   const char* const end = p + bytes.size();
   PackedUtf8 seen = 0;
@@ -67,8 +64,45 @@ bool decodeSingleByte(const SingleByteCodec& codec, std::string_view bytes, Byte
       to = storePacked(c, to);
     }
   }
-  out.shrink(capacity - static_cast<std::size_t>(to - begin));
-  return (seen & kPackedDamage) == 0;
+  whole &= (seen & kPackedDamage) == 0;
+  return to;
+}
+
+namespace {
+
+#if MAILTREE_CHARSET_AVX2
+
+const bool kHasAvx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt");
+
+std::size_t count8bit(std::string_view bytes) noexcept {
+  return kHasAvx2 ? count8bitAvx2(bytes) : count8bitPortable(bytes);
+}
+
+char* decodeAll(const SingleByteCodec& codec, std::string_view bytes, char* to, bool& whole) noexcept {
+  return kHasAvx2 ? decodeSingleByteAvx2(codec, bytes, to, whole)
+                  : decodeSingleBytePortable(codec, bytes, to, whole);
+}
+
+#else
+
+std::size_t count8bit(std::string_view bytes) noexcept { return count8bitPortable(bytes); }
+
+char* decodeAll(const SingleByteCodec& codec, std::string_view bytes, char* to, bool& whole) noexcept {
+  return decodeSingleBytePortable(codec, bytes, to, whole);
+}
+
+#endif
+
+}  // namespace
+
+bool decodeSingleByte(const SingleByteCodec& codec, std::string_view bytes, ByteSink& out) {
+  // A character has three bytes at most, and each store is rounded up.
+  const std::size_t capacity = bytes.size() + 2 * count8bit(bytes) + kSingleByteMargin;
+  char* const begin = out.grow(capacity);
+  bool whole = true;
+  const char* const end = decodeAll(codec, bytes, begin, whole);
+  out.shrink(capacity - static_cast<std::size_t>(end - begin));
+  return whole;
 }
 
 namespace {
