@@ -25,8 +25,7 @@ constexpr std::size_t kBlockBytes = 24;  ///< What they stand for.
 /// left the store stays inside.
 constexpr std::ptrdiff_t kDecodeMargin = 44;
 
-/// A block's load is 28 bytes for 24.
-constexpr std::size_t kOverread = 4;
+constexpr std::size_t kOverread = 4;  ///< What a block's load may read behind it.
 
 constexpr std::size_t kBreakSize = 2;  ///< CRLF
 
@@ -93,21 +92,22 @@ static_assert(classesAreExact());
 constexpr Lookup kGather = makeLookup([](int i) { return i < 12 ? i / 3 * 4 + 2 - i % 3 : 0x80; });
 
 /// From twelve bytes to the middle, low, high, middle byte of each triple, so that every digit's bits are in
-/// one unit.
-constexpr int spread(int i) {
+/// one unit. `first`: where in each lane the twelve bytes begin.
+constexpr Lookup makeSpread(int firstOfLow, int firstOfHigh) {
   constexpr int kOrder[4] = {1, 0, 2, 1};
-  return i / 4 * 3 + kOrder[i % 4];
-}
-constexpr Lookup kSpread = makeLookup(spread);
-
-/// The same for a block that was loaded with kAhead bytes before it: its halves are the last twelve bytes of
-/// one lane and the first twelve of the other.
-constexpr std::size_t kAhead = 4;
-constexpr Lookup kSpreadAcross = [] {
-  Lookup table = kSpread;
-  for (int i = 0; i < 16; ++i) table.bytes[i] = static_cast<std::int8_t>(spread(i) + int{kAhead});
+  Lookup table{};
+  for (int i = 0; i < 32; ++i)
+    table.bytes[i] =
+        static_cast<std::int8_t>((i < 16 ? firstOfLow : firstOfHigh) + i % 16 / 4 * 3 + kOrder[i % 4]);
   return table;
-}();
+}
+
+/// Of two loads that read the block and nothing else: its first 16 bytes, its last 16.
+constexpr Lookup kSpreadWithin = makeSpread(0, 4);
+
+/// Of one load that begins kAhead bytes before the block.
+constexpr std::size_t kAhead = 4;
+constexpr Lookup kSpreadAcross = makeSpread(kAhead, 0);
 
 /// What turns a value into its digit, by range: 0-25, 26-51, the figures, "+", "/".
 constexpr Lookup kDigitOffsets = makeLookup([](int range) {
@@ -193,12 +193,13 @@ MAILTREE_AVX2 inline __m256i digitsOf(__m256i spread) noexcept {
   return _mm256_add_epi8(values, _mm256_shuffle_epi8(load(kDigitOffsets), ranges));
 }
 
-/// The 32 digits of 24 bytes; reads 28.
+/// The 32 digits of 24 bytes.
 MAILTREE_AVX2 inline __m256i encodedBlock(const std::uint8_t* data) noexcept {
-  return digitsOf(_mm256_shuffle_epi8(loadHalves(data, data + kBlockBytes / 2), load(kSpread)));
+  const __m256i bytes = loadHalves(data, data + kBlockBytes - 16);
+  return digitsOf(_mm256_shuffle_epi8(bytes, load(kSpreadWithin)));
 }
 
-/// The same where there are bytes before the block: one load less. Reads from data - kAhead on.
+/// The same between other bytes: one load less. Reads kAhead bytes before the block and kOverread behind it.
 MAILTREE_AVX2 inline __m256i encodedInnerBlock(const std::uint8_t* data) noexcept {
   return digitsOf(_mm256_shuffle_epi8(load(data - kAhead), load(kSpreadAcross)));
 }
@@ -359,11 +360,12 @@ struct Piece {
 
 /// All blocks of a text without line breaks.
 MAILTREE_AVX2 Piece encodeBlocks(Piece piece) noexcept {
-  if (piece.size < kBlockBytes + kOverread) return piece;
+  const std::uint8_t* const first = piece.data;
+  for (; piece.size >= kBlockBytes + kOverread; piece.advance(kBlockBytes, kBlock))
+    store(piece.out, piece.data == first ? encodedBlock(piece.data) : encodedInnerBlock(piece.data));
+  if (piece.size < kBlockBytes) return piece;
   store(piece.out, encodedBlock(piece.data));
   piece.advance(kBlockBytes, kBlock);
-  for (; piece.size >= kBlockBytes + kOverread; piece.advance(kBlockBytes, kBlock))
-    store(piece.out, encodedInnerBlock(piece.data));
   return piece;
 }
 
@@ -371,7 +373,7 @@ MAILTREE_AVX2 Piece encodeBlocks(Piece piece) noexcept {
 MAILTREE_AVX2 Piece encodeLines(Piece piece, std::size_t lineLength, std::size_t count) noexcept {
   const std::size_t bytesPerLine = lineLength / 4 * 3;
   const std::size_t lastBlock = lineLength - kBlock;
-  for (; count && piece.size >= bytesPerLine + kOverread; --count) {
+  for (; count && piece.size >= bytesPerLine; --count) {
     for (std::size_t i = 0; i < lastBlock; i += kBlock)
       store(piece.out + i, encodedBlock(piece.data + i / 4 * 3));
     store(piece.out + lastBlock, encodedBlock(piece.data + lastBlock / 4 * 3));
@@ -408,7 +410,7 @@ MAILTREE_AVX2 std::size_t encodeAvx2(const std::uint8_t* data, std::size_t size,
     piece = encodeBlocks(piece);
   } else if (lineLength == kMailLine) {
     piece = encodeLinePairs(encodeLines(piece, lineLength, 1));
-    piece = encodeLines(piece, lineLength, 1);
+    piece = encodeLines(piece, lineLength, 2);
   } else if (lineLength >= kBlock) {
     piece = encodeLines(piece, lineLength, size);
   }
