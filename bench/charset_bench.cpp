@@ -83,8 +83,7 @@ std::int32_t throughUtf16(UConverter* from, const std::string& bytes, std::vecto
   return U_SUCCESS(error) ? size : -1;
 }
 
-std::int32_t toAlgorithmic(UConverter* from, const std::string& bytes, std::vector<UChar>&,
-                           std::string& out) {
+std::int32_t direct(UConverter* from, const std::string& bytes, std::vector<UChar>&, std::string& out) {
   UErrorCode error = U_ZERO_ERROR;
   const std::int32_t size =
       ucnv_toAlgorithmic(UCNV_UTF8, from, out.data(), sizeOf(out), bytes.data(), sizeOf(bytes), &error);
@@ -177,7 +176,7 @@ void registerConversions() {
     const std::string decoding = "decode/" + text.name;
     RegisterBenchmark((decoding + "/mailtree").c_str(), decode, text);
     RegisterBenchmark((decoding + "/icu").c_str(), decodeWithIcu, text, throughUtf16);
-    RegisterBenchmark((decoding + "/icu_alg").c_str(), decodeWithIcu, text, toAlgorithmic);
+    RegisterBenchmark((decoding + "/icu_direct").c_str(), decodeWithIcu, text, direct);
     RegisterBenchmark((decoding + "/iconv").c_str(), decodeWithIconv, text);
     RegisterBenchmark(("encode/" + text.name + "/mailtree").c_str(), encode, text);
   }
@@ -191,7 +190,7 @@ const bool kRegistered = [] {
     const std::string text = repeated(sentence.text, 1 << 16);
     RegisterBenchmark((name + "/mailtree").c_str(), validate, text);
     RegisterBenchmark((name + "/icu").c_str(), validateByMacro, text);
-    RegisterBenchmark((name + "/icu_cnt").c_str(), validateByCounting, text);
+    RegisterBenchmark((name + "/icu_preflight").c_str(), validateByCounting, text);
   }
   return true;
 }();

@@ -178,13 +178,14 @@ MAILTREE_AVX2 inline void putSparse(const char* p, std::uint32_t escapes, char* 
   store(to, load(p));
 }
 
-constexpr int kFew = 6;  ///< Escapes in 32 bytes, up to which each on its own is cheaper.
+constexpr int kFew = 3;  ///< Escapes in 32 bytes, up to which each on its own is cheaper.
 
-/// Encodes 32 bytes; reads as many more.
-MAILTREE_AVX2 inline void putHalf(const char* p, __m256i text, std::uint32_t escapes, char* to) noexcept {
+/// Encodes 32 bytes, of which `size` are wanted; reads as many more.
+MAILTREE_AVX2 inline void putHalf(const char* p, __m256i text, std::size_t size, std::uint32_t escapes,
+                                  char* to) noexcept {
   if (_mm_popcnt_u32(escapes) <= kFew) return putSparse(p, escapes, to);
   to = putSixteen(_mm256_castsi256_si128(text), escapes, to);
-  putSixteen(_mm256_extracti128_si256(text, 1), escapes >> 16, to);
+  if (size > kHalf / 2) putSixteen(_mm256_extracti128_si256(text, 1), escapes >> 16, to);
 }
 
 }  // namespace
@@ -198,7 +199,7 @@ MAILTREE_AVX2 char* encodeUnbrokenAvx2(std::string_view bytes, std::size_t reada
     const std::size_t size = std::min(kHalf, static_cast<std::size_t>(end - p));
     const __m256i text = load(p);
     const std::uint32_t escapes = strangersIn(text) & static_cast<std::uint32_t>((1ULL << size) - 1);
-    putHalf(p, text, escapes, to);
+    putHalf(p, text, size, escapes, to);
     to += size + (kEscapeSize - 1) * static_cast<std::size_t>(_mm_popcnt_u32(escapes));
     p += size;
   }
