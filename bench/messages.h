@@ -18,24 +18,28 @@ struct MessageSet {
 MessageSet shortText();            ///< 1-6 kB, folded Received and DKIM-Signature fields, encoded words.
 MessageSet htmlQuotedPrintable();  ///< Text and HTML in quoted-printable, 20-80 kB.
 MessageSet base64Attachments();    ///< Attachments of 0.5-4 MB.
-MessageSet mixedCharsets();        ///< Text in eight charsets, base64 and quoted-printable.
+MessageSet mixedCharsets();        ///< Text in six charsets, base64 and quoted-printable.
 
+// Messages that grow in one direction, each count including everything of its kind.
 std::string manyParts(int count);
 std::string deep(int levels);
 std::string manyFields(int count);
 std::string manyAddresses(int count);
+std::string longText(int bytes);   ///< One text in utf-8.
+std::string largeFile(int bytes);  ///< One file in base64.
 
 std::string uuencodedFile(std::size_t bytes);  ///< A text with one uuencoded file of that size.
 std::string unlabelled(const char* fields, const char* sentence);  ///< 64 kB of a text that names no charset.
 
-/// What a person sends: a text, the same in HTML, 5 MB in files.
+/// What a person sends: a text, the same in HTML with two images in it, three files; 5 MB.
 struct Draft {
   struct File {
-    const char* name;
+    const char* name;  ///< Of an image, also its Content-ID.
+    const char* type;
     std::string bytes;
   };
   std::string text, html;
-  std::vector<File> files;
+  std::vector<File> images, files;
 
   std::size_t bytes() const;
 };

@@ -20,18 +20,18 @@ void load(benchmark::State& state, const std::string& message) {
 }
 
 BENCHMARK_CAPTURE(load, unlabelled_utf8, unlabelled("", "Съешь ещё этих мягких булок, да выпей чаю.\r\n"))
-    ->Name("repair/unlabelled_utf8");
+    ->Name("repair/unlabelled_utf8/mailtree");
 BENCHMARK_CAPTURE(load, unlabelled_latin1,
                   unlabelled("",
                              "Viele Gr\xFC\xDF"
                              "e aus K\xF6ln an alle.\r\n"))
-    ->Name("repair/unlabelled_latin1");
+    ->Name("repair/unlabelled_latin1/mailtree");
 BENCHMARK_CAPTURE(
     load, unlabelled_cp1251,
     unlabelled("Subject: \xD1\xFA\xE5\xF8\xFC \xE5\xF9\xB8 \xFD\xF2\xE8\xF5 \xE1\xF3\xEB\xEE\xEA\r\n",
                "\xD1\xFA\xE5\xF8\xFC \xE5\xF9\xB8 \xFD\xF2\xE8\xF5 \xE1\xF3\xEB\xEE\xEA.\r\n"))
-    ->Name("repair/unlabelled_cp1251_by_header");
-BENCHMARK_CAPTURE(load, uuencoded, uuencodedFile(5'000'000))->Name("repair/uuencoded_5MB");
+    ->Name("repair/unlabelled_cp1251_by_header/mailtree");
+BENCHMARK_CAPTURE(load, uuencoded, uuencodedFile(5'000'000))->Name("repair/uuencoded_5MB/mailtree");
 
 }  // namespace
 }  // namespace mailtree::bench

@@ -247,33 +247,42 @@ void decryptByLibrary(benchmark::State& state, Who who, const EVP_CIPHER* cipher
   });
 }
 
+/// One job, done by both.
+template <class Ours, class Theirs>
+void compare(const std::string& job, Ours ours, Theirs theirs) {
+  const auto ofSizes = [](benchmark::internal::Benchmark* one) {
+    one->ArgName("MB")->Arg(1)->Arg(25)->Unit(benchmark::kMillisecond);
+  };
+  ofSizes(benchmark::RegisterBenchmark(("secure/" + job + "/mailtree").c_str(), ours));
+  ofSizes(benchmark::RegisterBenchmark(("secure/" + job + "/libcrypto").c_str(), theirs));
+}
+
+void compareCipher(const std::string& name, Who who, ContentCipher ours, const EVP_CIPHER* theirs) {
+  using State = benchmark::State;
+  compare(
+      "encrypt_" + name, [=](State& state) { encryptMail(state, who, ours); },
+      [=](State& state) { encryptByLibrary(state, who, theirs); });
+  compare(
+      "decrypt_" + name, [=](State& state) { decryptMail(state, who, ours); },
+      [=](State& state) { decryptByLibrary(state, who, theirs); });
+}
+
+const bool kRegistered = [] {
+  using State = benchmark::State;
+  compare(
+      "sign_detached", [](State& state) { signMail(state, true); },
+      [](State& state) { signByLibrary(state, CMS_DETACHED); });
+  compare(
+      "sign_opaque", [](State& state) { signMail(state, false); },
+      [](State& state) { signByLibrary(state, 0); });
+  compare("verify_detached", verifyMail, verifyByLibrary);
+  compare("verify_opaque", openSigned, openSignedByLibrary);
+  compareCipher("cbc_rsa", alice, ContentCipher::aesCbc, EVP_aes_256_cbc());
+  compareCipher("cbc_ec", carol, ContentCipher::aesCbc, EVP_aes_256_cbc());
+  compareCipher("gcm_rsa", alice, ContentCipher::aesGcm, EVP_aes_256_gcm());
+  compareCipher("gcm_ec", carol, ContentCipher::aesGcm, EVP_aes_256_gcm());
+  return true;
+}();
+
 }  // namespace
-
-#define MAILTREE_SIZES ->ArgName("MB")->Arg(1)->Arg(25)->Unit(benchmark::kMillisecond)
-
-BENCHMARK_CAPTURE(signMail, detached, true) MAILTREE_SIZES;
-BENCHMARK_CAPTURE(signByLibrary, detached, CMS_DETACHED) MAILTREE_SIZES;
-BENCHMARK_CAPTURE(signMail, opaque, false) MAILTREE_SIZES;
-BENCHMARK_CAPTURE(signByLibrary, opaque, 0) MAILTREE_SIZES;
-BENCHMARK(verifyMail) MAILTREE_SIZES;
-BENCHMARK(verifyByLibrary) MAILTREE_SIZES;
-BENCHMARK(openSigned) MAILTREE_SIZES;
-BENCHMARK(openSignedByLibrary) MAILTREE_SIZES;
-BENCHMARK_CAPTURE(encryptMail, rsa_aes_256_cbc, alice, ContentCipher::aesCbc) MAILTREE_SIZES;
-BENCHMARK_CAPTURE(encryptByLibrary, rsa_aes_256_cbc, alice, EVP_aes_256_cbc()) MAILTREE_SIZES;
-BENCHMARK_CAPTURE(encryptMail, ec_aes_256_cbc, carol, ContentCipher::aesCbc) MAILTREE_SIZES;
-BENCHMARK_CAPTURE(encryptByLibrary, ec_aes_256_cbc, carol, EVP_aes_256_cbc()) MAILTREE_SIZES;
-BENCHMARK_CAPTURE(encryptMail, rsa_aes_256_gcm, alice, ContentCipher::aesGcm) MAILTREE_SIZES;
-BENCHMARK_CAPTURE(encryptByLibrary, rsa_aes_256_gcm, alice, EVP_aes_256_gcm()) MAILTREE_SIZES;
-BENCHMARK_CAPTURE(encryptMail, ec_aes_256_gcm, carol, ContentCipher::aesGcm) MAILTREE_SIZES;
-BENCHMARK_CAPTURE(encryptByLibrary, ec_aes_256_gcm, carol, EVP_aes_256_gcm()) MAILTREE_SIZES;
-BENCHMARK_CAPTURE(decryptMail, rsa_aes_256_cbc, alice, ContentCipher::aesCbc) MAILTREE_SIZES;
-BENCHMARK_CAPTURE(decryptByLibrary, rsa_aes_256_cbc, alice, EVP_aes_256_cbc()) MAILTREE_SIZES;
-BENCHMARK_CAPTURE(decryptMail, ec_aes_256_cbc, carol, ContentCipher::aesCbc) MAILTREE_SIZES;
-BENCHMARK_CAPTURE(decryptByLibrary, ec_aes_256_cbc, carol, EVP_aes_256_cbc()) MAILTREE_SIZES;
-BENCHMARK_CAPTURE(decryptMail, rsa_aes_256_gcm, alice, ContentCipher::aesGcm) MAILTREE_SIZES;
-BENCHMARK_CAPTURE(decryptByLibrary, rsa_aes_256_gcm, alice, EVP_aes_256_gcm()) MAILTREE_SIZES;
-BENCHMARK_CAPTURE(decryptMail, ec_aes_256_gcm, carol, ContentCipher::aesGcm) MAILTREE_SIZES;
-BENCHMARK_CAPTURE(decryptByLibrary, ec_aes_256_gcm, carol, EVP_aes_256_gcm()) MAILTREE_SIZES;
-
 }  // namespace mailtree::bench
