@@ -173,10 +173,10 @@ std::size_t MessageSet::bytes() const {
   return sum;
 }
 
-MessageSet shortText() {
+MessageSet shortText(std::size_t count) {
   Writer w(1);
   MessageSet set{"short_text", {}};
-  for (int i = 0; i < 200; ++i)
+  for (std::size_t i = 0; i < count; ++i)
     set.messages.push_back(
         head(w) + part("text/plain; charset=utf-8", "8bit", w.prose(w.between(200, 3000), kGerman, 12)));
   return set;
@@ -199,17 +199,20 @@ MessageSet htmlQuotedPrintable() {
   return set;
 }
 
-MessageSet base64Attachments() {
+std::string withAttachment(std::size_t bytes) {
   Writer w(3);
+  return head(w) +
+         multipart(
+             "mixed", "=_mixed",
+             {part("text/plain; charset=us-ascii", "7bit", w.prose(800, {}, 1)),
+              part("application/pdf; name=\"a.pdf\"\r\nContent-Disposition: attachment; filename=\"a.pdf\"",
+                   "base64", base64(w.bytes(bytes)))});
+}
+
+MessageSet base64Attachments() {
   MessageSet set{"base64", {}};
   for (const std::size_t size : {500'000u, 1'500'000u, 4'000'000u})
-    set.messages.push_back(
-        head(w) +
-        multipart(
-            "mixed", "=_mixed",
-            {part("text/plain; charset=us-ascii", "7bit", w.prose(800, {}, 1)),
-             part("application/pdf; name=\"a.pdf\"\r\nContent-Disposition: attachment; filename=\"a.pdf\"",
-                  "base64", base64(w.bytes(size)))}));
+    set.messages.push_back(withAttachment(size));
   return set;
 }
 
@@ -313,7 +316,7 @@ const Draft& draft() {
 const std::vector<MessageSet>& allSets() {
   static const std::vector<MessageSet> kSets = [] {
     std::vector<MessageSet> sets;
-    sets.push_back(shortText());
+    sets.push_back(shortText(200));
     sets.push_back(htmlQuotedPrintable());
     sets.push_back(base64Attachments());
     sets.push_back(mixedCharsets());

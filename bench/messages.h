@@ -15,10 +15,13 @@ struct MessageSet {
   std::size_t bytes() const;
 };
 
-MessageSet shortText();            ///< 1-6 kB, folded Received and DKIM-Signature fields, encoded words.
+MessageSet shortText(
+    std::size_t count);            ///< 1-6 kB, folded Received and DKIM-Signature fields, encoded words.
 MessageSet htmlQuotedPrintable();  ///< Text and HTML in quoted-printable, 20-80 kB.
 MessageSet base64Attachments();    ///< Attachments of 0.5-4 MB.
 MessageSet mixedCharsets();        ///< Text in six charsets, base64 and quoted-printable.
+
+std::string withAttachment(std::size_t bytes);  ///< A text and one file of that size in base64.
 
 // Messages that grow in one direction, each count including everything of its kind.
 std::string manyParts(int count);
