@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <iostream>
 #include <system_error>
 
@@ -105,6 +106,23 @@ std::string lastError(const LogMemory& log, std::string_view otherwise) {
 Exit finishStandardOutput() {
   if (std::cout.flush()) return Exit::fine;
   complain("standard output", "cannot be written");
+  return Exit::unreadable;
+}
+
+Exit appendFiles(const std::string& path, std::vector<std::string>& files) {
+  namespace fs = std::filesystem;
+  std::error_code error, ignored;
+  if (path == "-" || !fs::is_directory(path, ignored)) {
+    files.push_back(path);
+    return Exit::fine;
+  }
+  const auto before = static_cast<std::ptrdiff_t>(files.size());
+  for (fs::directory_iterator entry(path, error), end; !error && entry != end; entry.increment(error))
+    if (!entry->path().filename().string().starts_with('.') && entry->is_regular_file(ignored))
+      files.push_back(entry->path().string());
+  std::sort(files.begin() + before, files.end());
+  if (!error) return Exit::fine;
+  complain(path, error.message());
   return Exit::unreadable;
 }
 

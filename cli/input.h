@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "cli/exit_codes.h"
 #include "mailtree/email/Email2.h"
@@ -23,6 +24,10 @@ std::string lastError(const LogMemory& log, std::string_view otherwise);
 
 /// Flushes standard output; unreadable, after a complaint, when not all of it could be written.
 Exit finishStandardOutput();
+
+/// Appends the files that an argument stands for: itself, or when it is a folder the files in it, in the order of their
+/// names, without hidden ones and without those of folders below. unreadable after a complaint.
+Exit appendFiles(const std::string& path, std::vector<std::string>& files);
 
 /// Reads a whole file, or standard input for "-". False after a complaint.
 bool readFile(const std::string& path, DataBuffer& bytes);

@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
+#include <utility>
 
 #include "cli/arguments.h"
 #include "cli/commands.h"
@@ -45,11 +46,20 @@ Exit showOne(const std::string& file, const ShowOptions& options, Keys& keys, co
   return reportLimits(file, examined->message.limits());
 }
 
-Exit show(const ShowOptions& options) {
+/// Puts the files of folders in their place.
+Exit openFolders(ShowOptions& options) {
+  Exit result = Exit::fine;
+  std::vector<std::string> files;
+  for (const std::string& path : options.files) result = graver(result, appendFiles(path, files));
+  options.files = std::move(files);
+  return result;
+}
+
+Exit show(ShowOptions options) {
   Keys keys;
   if (const Exit result = readKeys(options.keys, keys); result != Exit::fine) return result;
   const Style style = styleOfStandardOutput(choiceOf(options));
-  Exit result = Exit::fine;
+  Exit result = openFolders(options);
   bool isFirst = true;
   for (const std::string& file : options.files) {
     result = graver(result, showOne(file, options, keys, style, isFirst));
@@ -63,7 +73,7 @@ Exit show(const ShowOptions& options) {
 void addShow(CLI::App& app, Action& action) {
   auto options = std::make_shared<ShowOptions>();
   CLI::App* verb = app.add_subcommand("show", "Show messages: who, what, the tree of parts, the first lines");
-  addTexts(*verb, "FILE", options->files, "Messages; - is standard input")->required();
+  addTexts(*verb, "FILE", options->files, "Messages, or folders of them; - is standard input")->required();
   verb->add_flag("--json", options->json, "One JSON object per message, one line each");
   verb->add_flag("--headers", options->headers, "Every header field, decoded");
   verb->add_flag("-v,--verbose", options->verbose, "Why a part is an attachment, what was repaired");
@@ -72,7 +82,7 @@ void addShow(CLI::App& app, Action& action) {
       ->excludes(colour);
   addReadingKeyOptions(*verb, options->keys);
   verb->footer(
-      "Example:\n  mailtree show samples/newsletter.eml\n  mailtree show --json *.eml | jq .subject\n"
+      "Example:\n  mailtree show samples/newsletter.eml\n  mailtree show --json mails | jq .subject\n"
       "  mailtree show --p12 jo.p12 --trust ca.pem secret.eml");
   verb->callback([options, &action] { action = [options] { return show(*options); }; });
 }

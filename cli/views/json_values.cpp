@@ -9,29 +9,36 @@
 namespace mailtree::cli {
 namespace {
 
-void appendEscape(std::string& out, char16_t unit) {
+void appendUnit(std::string& out, char16_t unit) {
   std::array<char, 8> escape{};
   std::snprintf(escape.data(), escape.size(), "\\u%04x", static_cast<unsigned>(unit));
   out += escape.data();
 }
 
+void appendEscape(std::string& out, char32_t c) {
+  if (c < 0x10000) return appendUnit(out, static_cast<char16_t>(c));
+  appendUnit(out, static_cast<char16_t>(0xD7C0 + (c >> 10)));  // a surrogate pair
+  appendUnit(out, static_cast<char16_t>(0xDC00 + (c & 0x3FF)));
+}
+
 /// JSON lets DEL, the C1 controls and direction overrides stand; a terminal may obey them.
-std::string escapeHarmful(const std::string& json) {
+std::string escapeHarmful(std::string json) {
   std::string out;
-  out.reserve(json.size());
+  std::size_t done = 0;  // up to there it is in `out`
   for (std::size_t at = 0; at < json.size();) {
+    if (json[at] >= ' ' && json[at] < '\x7F') {  // nearly all of it
+      ++at;
+      continue;
+    }
     const std::size_t begin = at;
     const char32_t c = nextCodePoint(json, at);
-    if (isHarmless(c) || c == kReplacementCharacter) {
-      out.append(json, begin, at - begin);
-    } else if (c < 0x10000) {
-      appendEscape(out, static_cast<char16_t>(c));
-    } else {  // a surrogate pair
-      appendEscape(out, static_cast<char16_t>(0xD7C0 + (c >> 10)));
-      appendEscape(out, static_cast<char16_t>(0xDC00 + (c & 0x3FF)));
-    }
+    if (isHarmless(c) || c == kReplacementCharacter) continue;
+    out.append(json, done, begin - done);
+    appendEscape(out, c);
+    done = at;
   }
-  return out;
+  if (done == 0) return json;
+  return out.append(json, done);
 }
 
 }  // namespace

@@ -24,13 +24,11 @@ Json addressesOf(const ExtPtrArray& list) {
 std::string comparableText(std::string_view text) {
   std::string out;
   out.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '\r') {
-      out += text[i];
-    } else {
-      out += '\n';
-      if (i + 1 < text.size() && text[i + 1] == '\n') ++i;
-    }
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = std::min(text.find('\r', at), text.size());
+    out += text.substr(at, end - at);
+    if (end < text.size()) out += '\n';
+    at = end + (text.substr(end).starts_with("\r\n") ? 2 : 1);
   }
   out.resize(trimRight(out).size());
   return out;

@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "mailtree/crypto/Digest.h"
 #include "tests/cli/shown.h"
 
@@ -99,6 +101,21 @@ TEST(Show, says_null_for_what_is_not_there) {
       mailtree("show --json " + work.write("d", "Date: soon\r\nReceived: x; 1 Jan 2026 00:00 +0000\r\n\r\n"))
           .out);
   EXPECT_TRUE(badDate["date"].is_null()) << "an unreadable Date does not fall through to Received";
+}
+
+TEST(Show, takes_a_folder_for_the_files_in_it_by_name) {
+  const Workspace work;
+  std::filesystem::create_directories(work.path("mails/below"));
+  for (const char* name : {"b.eml", "a.eml", ".hidden", "below/c.eml"})
+    work.write(std::string("mails/") + name, "Subject: x\r\n\r\n");
+  const Result result =
+      shell("cd " + work.folder().string() +
+            "; mkdir empty; \"$mailtree\" show --json - mails empty mails/below/ < mails/.hidden");
+  EXPECT_EQ(result.status, 0) << result.err;
+  std::vector<std::string> shown;
+  std::istringstream lines(result.out);
+  for (std::string line; std::getline(lines, line);) shown.push_back(json::parse(line)["file"]);
+  EXPECT_THAT(shown, testing::ElementsAre("-", "mails/a.eml", "mails/b.eml", "mails/below/c.eml"));
 }
 
 TEST(Show, draws_the_tree_for_a_person) {
