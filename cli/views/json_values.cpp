@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdio>
+#include <utility>
 
 #include "cli/views/terminal.h"
 #include "mailtree/base/Utf.h"
@@ -43,10 +44,17 @@ std::string escapeHarmful(std::string json) {
 
 }  // namespace
 
+Json objectOf(std::initializer_list<Member> members) {
+  Json::object_t object;
+  object.reserve(members.size());
+  for (const Member& member : members) object.emplace_back(member.key, std::move(member.value));
+  return object;
+}
+
 Json textOrNull(std::string_view text) { return text.empty() ? Json() : Json(text); }
 
 Json addressOf(const _svEmailAddress& address) {
-  return {{"name", address.m_name.view()}, {"address", address.m_address.view()}};
+  return objectOf({{"name", address.m_name.view()}, {"address", address.m_address.view()}});
 }
 
 Json addressOrNull(const std::optional<_svEmailAddress>& address) {

@@ -1,6 +1,7 @@
 // cli/views/json_values.h - what all JSON output is made of.
 #pragma once
 
+#include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -17,6 +18,14 @@ using Json = nlohmann::ordered_json;
 
 /// Version of the form of all output.
 inline constexpr int kSchema = 1;
+
+/// A member of an object that is being made; its value is moved from.
+struct Member {
+  const char* key;
+  mutable Json value;
+};
+/// An object of members with different keys. What an initializer list of Json makes of them, without an array for each.
+Json objectOf(std::initializer_list<Member> members);
 
 Json textOrNull(std::string_view text);
 Json addressOf(const _svEmailAddress& address);

@@ -36,16 +36,16 @@ std::string comparableText(std::string_view text) {
 
 Json factsOf(const PartRow& row, int id) {
   const Email2& node = *row.node;
-  return {{"id", id},
-          {"content_type", row.contentType},
-          {"charset", textOrNull(row.charset)},
-          {"transfer_encoding", textOrNull(node.m_transferEncoding)},
-          {"disposition", textOrNull(node.m_disposition)},
-          {"filename", textOrNull(row.filename)},
-          {"content_id", textOrNull(node.m_contentId)},
-          {"size", node.m_body.getSize()},
-          {"sha256", sha256Hex(node.m_body.view())},
-          {"text_sha256", row.isText() ? Json(sha256Hex(comparableText(textOf(row)))) : Json()}};
+  return objectOf({{"id", id},
+                   {"content_type", row.contentType},
+                   {"charset", textOrNull(row.charset)},
+                   {"transfer_encoding", textOrNull(node.m_transferEncoding)},
+                   {"disposition", textOrNull(node.m_disposition)},
+                   {"filename", textOrNull(row.filename)},
+                   {"content_id", textOrNull(node.m_contentId)},
+                   {"size", node.m_body.getSize()},
+                   {"sha256", sha256Hex(node.m_body.view())},
+                   {"text_sha256", row.isText() ? Json(sha256Hex(comparableText(textOf(row)))) : Json()}});
 }
 
 Json partOf(const PartRow& row, int id) {
@@ -90,21 +90,21 @@ Json idOrNull(int id) { return id < 0 ? Json() : Json(id); }
 std::string jsonOf(const std::string& file, Examined& examined, const JsonOptions& options) {
   Email2& root = *examined.message.root;
   const Outline outline = outlineOf(root);
-  Json json = {{"schema", kSchema},
-               {"file", file},
-               {"subject", fieldOrNull(root, "Subject")},
-               {"from", addressOrNull(senderOf(root))},
-               {"to", addressesOf(root.m_toAddrs)},
-               {"cc", addressesOf(root.m_ccAddrs)},
-               {"bcc", addressesOf(root.m_bccAddrs)},
-               {"date", dateOrNull(dateOf(root))},
-               {"message_id", fieldOrNull(root, "Message-ID")},
-               {"tree", treeOf(outline)},
-               {"attachments", outline.attachments},
-               {"plain_text", idOrNull(outline.plainText)},
-               {"html", idOrNull(outline.html)},
-               {"security", securityOf(examined)},
-               {"limits", limitsOf(examined.message.limits())}};
+  Json json = objectOf({{"schema", kSchema},
+                        {"file", file},
+                        {"subject", fieldOrNull(root, "Subject")},
+                        {"from", addressOrNull(senderOf(root))},
+                        {"to", addressesOf(root.m_toAddrs)},
+                        {"cc", addressesOf(root.m_ccAddrs)},
+                        {"bcc", addressesOf(root.m_bccAddrs)},
+                        {"date", dateOrNull(dateOf(root))},
+                        {"message_id", fieldOrNull(root, "Message-ID")},
+                        {"tree", treeOf(outline)},
+                        {"attachments", outline.attachments},
+                        {"plain_text", idOrNull(outline.plainText)},
+                        {"html", idOrNull(outline.html)},
+                        {"security", securityOf(examined)},
+                        {"limits", limitsOf(examined.message.limits())}});
   if (options.headers) json["headers"] = headersOf(root);
   return lineOf(json);
 }

@@ -1,6 +1,7 @@
 #include "cli/views/security_json.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "cli/views/layers.h"
 
@@ -88,17 +89,17 @@ Json securityOf(const Examined& examined) {
   Json layers = Json::array(), fields = Json::array();
   for (const SecureLayer& layer : examined.layers) layers.push_back(layerOf(layer, examined));
   for (const InnerField& field : examined.innerFields) fields.push_back(innerFieldOf(field));
-  Json json = {{"received_signed", examined.isSigned()},
-               {"received_encrypted", examined.isEncrypted()},
-               {"signatures_valid", examined.allSignaturesValid()},
-               {"decrypted", examined.allDecrypted()},
-               {"signed_layers", std::ranges::count_if(examined.layers, &SecureLayer::isSigned)},
-               {"encrypted_layers", std::ranges::count_if(examined.layers, &SecureLayer::isEncrypted)},
-               {"signers", signersOf(examined)},
-               {"layers", layers},
-               {"inner_fields", fields}};
-  json["verdict"] = {{"valid", examined.verdict.valid}, {"text", examined.verdict.text}};
-  return json;
+  return objectOf(
+      {{"received_signed", examined.isSigned()},
+       {"received_encrypted", examined.isEncrypted()},
+       {"signatures_valid", examined.allSignaturesValid()},
+       {"decrypted", examined.allDecrypted()},
+       {"signed_layers", std::ranges::count_if(examined.layers, &SecureLayer::isSigned)},
+       {"encrypted_layers", std::ranges::count_if(examined.layers, &SecureLayer::isEncrypted)},
+       {"signers", signersOf(examined)},
+       {"layers", std::move(layers)},
+       {"inner_fields", std::move(fields)},
+       {"verdict", objectOf({{"valid", examined.verdict.valid}, {"text", examined.verdict.text}})}});
 }
 
 }  // namespace mailtree::cli

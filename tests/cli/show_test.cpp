@@ -241,13 +241,14 @@ TEST(Show, names_what_it_repaired) {
 
 TEST(Show, goes_on_after_a_file_it_cannot_read) {
   const Workspace work;
-  const Result result = mailtree("show " + sample("plain") + " " + work.path("missing") + " " +
-                                 work.folder().string() + " " + sample("no-mime"));
+  const std::string inFile = sample("plain") + "/x";
+  const Result result = mailtree("show " + sample("plain") + " " + work.path("missing") + " " + inFile + " " +
+                                 sample("no-mime"));
   EXPECT_EQ(result.status, 3);
   EXPECT_THAT(result.out, HasSubstr("Boat for Saturday"));
   EXPECT_THAT(result.out, HasSubstr("no MIME at all"));
   EXPECT_THAT(result.err, HasSubstr("mailtree: " + work.path("missing") + ": No such file or directory\n"));
-  EXPECT_THAT(result.err, HasSubstr("mailtree: " + work.folder().string() + ": Is a directory\n"));
+  EXPECT_THAT(result.err, HasSubstr("mailtree: " + inFile + ": Not a directory\n"));
   EXPECT_EQ(mailtree("show ''").err, "mailtree: '': No such file or directory\n");
 }
 
