@@ -14,9 +14,7 @@ def addresses_of(message, field):
 
 def part_of(part, number):
     facts = {"id": number, "content_type": part.get_content_type(), "filename": part.get_filename()}
-    if part.get_content_maintype() == "text":
-        facts["size"] = len(part.get_content())
-    elif not part.is_multipart():
+    if not part.is_multipart():
         facts["size"] = len(part.get_content())
     return facts
 
