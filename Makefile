@@ -29,7 +29,7 @@ test: ## Build and run all tests; PRESET=asan: under sanitizers
 	@cmake --build --preset $(PRESET)
 	@ctest --preset $(PRESET) -j2 && echo "make test: all tests passed"
 
-bench: ## Build and run the benchmarks, with GMime beside them
+bench: ## Build and run the benchmarks beside their peers; prints one table
 	@scripts/setup bench
 	@$(CMAKE) -S . -B $(BUILD)/bench -DCMAKE_BUILD_TYPE=Release -DMAILTREE_BUILD_BENCH=ON >/dev/null
 	@cmake --build $(BUILD)/bench
