@@ -10,6 +10,7 @@
 
 #include "cli/progress.h"
 #include "cli/views/terminal.h"
+#include "cli/writing/structure.h"
 
 namespace mailtree::cli {
 namespace {
@@ -55,28 +56,20 @@ bool hasLinesOfMail(const Email2& leaf) {
   return equalsNoCase(encoding, "quoted-printable") && (type.empty() || beginsWithNoCase(type, "text/"));
 }
 
-void completeLineEnds(Email2& root) {
-  std::vector<Email2*> open{&root};
-  while (!open.empty()) {
-    Email2& node = *open.back();
-    open.pop_back();
-    if (node.m_received) continue;
-    for (int i = 0; i < node.getNumParts(); ++i)
-      if (Email2* child = node.getPart(i)) open.push_back(child);
-    if (node.getNumParts() > 0 || !hasLinesOfMail(node) || !node.m_body.containsBareCRLF() ||
-        node.m_body.containsChar('\0'))
-      continue;  // where NULs stand, LF may be half a letter
-    StringBuffer lines(node.m_body.view());
-    DataBuffer body;
-    if (lines.toCRLF() && body.append(lines)) node.m_body.takeData(body);
-  }
+void completeLineEnds(Email2& node) {
+  if (node.getNumParts() > 0 || !hasLinesOfMail(node) || !node.m_body.containsBareCRLF() ||
+      node.m_body.containsChar('\0'))
+    return;  // where NULs stand, LF may be half a letter
+  StringBuffer lines(node.m_body.view());
+  DataBuffer body;
+  if (lines.toCRLF() && body.append(lines)) node.m_body.takeData(body);
 }
 
 std::optional<Message> loadToWrite(const std::string& path, DataBuffer& bytes, bool discardInput) {
   const bool isUnixFile = hasUnixLines(bytes.view());
   SystemCerts none;
   std::optional<Message> message = load(path, bytes, discardInput, /*unwrap=*/false, none);
-  if (message && isUnixFile) completeLineEnds(*message->root);
+  if (message && isUnixFile) walkUnsigned(*message->root, completeLineEnds);
   return message;
 }
 

@@ -4,23 +4,15 @@
 #include <ctime>
 
 #include "cli/views/layers.h"
+#include "cli/writing/structure.h"
 
 namespace mailtree::cli {
 namespace {
 
 constexpr const char* kInternalPrefixes[] = {"SVX-", "SVZ-"};
 
-/// Signed content keeps its bytes whatever is in them, and nothing below it is looked at.
-void removeInternalFields(Email2& root) {
-  std::vector<Email2*> open{&root};
-  while (!open.empty()) {
-    Email2& node = *open.back();
-    open.pop_back();
-    if (node.m_received) continue;
-    for (const char* const prefix : kInternalPrefixes) node.m_header.removeHeadersBeginningWith(prefix);
-    for (int i = 0; i < node.getNumParts(); ++i)
-      if (Email2* child = node.getPart(i)) open.push_back(child);
-  }
+void removeInternalFields(Email2& node) {
+  for (const char* const prefix : kInternalPrefixes) node.m_header.removeHeadersBeginningWith(prefix);
 }
 
 bool isText(const Email2& leaf) {
@@ -55,7 +47,7 @@ bool needsEncoding(const Email2& node) {
 std::optional<Message> loadToSecure(const std::string& path) {
   std::optional<Message> message = loadMessageToWrite(path);
   if (!message) return message;
-  removeInternalFields(*message->root);
+  walkUnsigned(*message->root, removeInternalFields);
   message->root->removeHeaderField("Bcc");
   message->root->removeHeaderField("Resent-Bcc");
   // What gets around the content would be no MIME without it, to readers who look.
@@ -66,17 +58,11 @@ std::optional<Message> loadToSecure(const std::string& path) {
 }
 
 void encodeForTransport(Email2& root) {
-  std::vector<Email2*> open{&root};
   LogNull log;
-  while (!open.empty()) {
-    Email2& node = *open.back();
-    open.pop_back();
-    if (node.m_received) continue;
-    for (int i = 0; i < node.getNumParts(); ++i)
-      if (Email2* child = node.getPart(i)) open.push_back(child);
+  walkUnsigned(root, [&log](Email2& node) {
     if (needsEncoding(node))
       node.setContentEncodingNonRecursive(isText(node) ? "quoted-printable" : "base64", log);
-  }
+  });
 }
 
 std::string reasonOf(const LogMemory& log, std::string what) {

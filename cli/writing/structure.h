@@ -8,17 +8,31 @@
 
 namespace mailtree::cli {
 
-/// Visits every node, parents first. The visitor may take children away from the node that it is given.
-template <class Visit>
-void walk(Email2& root, Visit&& visit) {
+/// Visits, parents first, every node that is wanted, and looks at nothing below one that is not. The visitor may take
+/// children away from the node that it is given.
+template <class Visit, class Wanted>
+void walkWhere(Email2& root, Visit&& visit, Wanted&& isWanted) {
   std::vector<Email2*> open{&root};
   while (!open.empty()) {
     Email2& node = *open.back();
     open.pop_back();
+    if (!isWanted(node)) continue;
     visit(node);
     for (int i = node.getNumParts() - 1; i >= 0; --i)
       if (Email2* child = node.getPart(i)) open.push_back(child);
   }
+}
+
+/// Visits every node.
+template <class Visit>
+void walk(Email2& root, Visit&& visit) {
+  walkWhere(root, visit, [](const Email2&) { return true; });
+}
+
+/// Leaves out signed content, which keeps the bytes that it came with, whatever is in them.
+template <class Visit>
+void walkUnsigned(Email2& root, Visit&& visit) {
+  walkWhere(root, visit, [](const Email2& node) { return !node.m_received; });
 }
 
 /// Whether anything in the message is signed. A signature covers the content, not the fields of the message.
