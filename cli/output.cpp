@@ -6,15 +6,12 @@
 
 #include "cli/arguments.h"
 #include "cli/input.h"
+#include "cli/internal_fields.h"
 
 namespace mailtree::cli {
 namespace {
 
 namespace fs = std::filesystem;
-
-/// Fields of the library's own; they never leave through the command. Those in "SVZ-" are never written at
-/// all.
-constexpr const char* kInternalPrefix = "SVX-";
 
 /// The path of an output, from the root and without links as far as there is something.
 fs::path whole(const std::string& path) {
@@ -28,7 +25,7 @@ fs::path whole(const std::string& path) {
 bool assemble(Email2& root, const WriteForm& form, _svOutput& sink, LogBase& log) {
   StringBuffer unused;
   ProgressContext progress(nullptr);
-  return root.assembleMimeBody2(unused, &sink, form.dotStuff, kInternalPrefix, progress, log, /*depth=*/0,
+  return root.assembleMimeBody2(unused, &sink, form.dotStuff, kOmittedPrefix, progress, log, /*depth=*/0,
                                 form.qpFor8bit, /*isTop=*/true) &&
          !sink.failed();
 }
@@ -64,7 +61,7 @@ bool isSameOutput(const std::string& a, const std::string& b) {
 
 bool assembleMessage(Email2& root, StringBuffer& out, LogBase& log) {
   ProgressContext progress(nullptr);
-  return root.assembleMimeBody2(out, nullptr, /*dotStuff=*/false, kInternalPrefix, progress, log, /*depth=*/0,
+  return root.assembleMimeBody2(out, nullptr, /*dotStuff=*/false, kOmittedPrefix, progress, log, /*depth=*/0,
                                 /*qpFor8bit=*/false, /*isTop=*/true);
 }
 

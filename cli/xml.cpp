@@ -5,7 +5,9 @@
 #include "cli/arguments.h"
 #include "cli/commands.h"
 #include "cli/input.h"
+#include "cli/internal_fields.h"
 #include "cli/output.h"
+#include "cli/writing/structure.h"
 
 namespace mailtree::cli {
 namespace {
@@ -16,24 +18,11 @@ struct XmlOptions {
   bool indent = false;
 };
 
-/// Fields of the library's own never leave through the command.
-void dropInternalFields(Email2& node) {
-  LogNull quiet;
-  StringBuffer name;
-  for (int i = node.getNumHeaderFields() - 1; i >= 0; --i)
-    if (node.getHeaderFieldName(i, name, quiet) && name.beginsWithIgnoreCase("SVX-")) {
-      node.removeHeaderField(name.getString());
-      i = node.getNumHeaderFields();  // it may have stood there several times
-    }
-  for (int i = 0; i < node.getNumParts(); ++i)
-    if (Email2* const part = node.getPart(i)) dropInternalFields(*part);
-}
-
 Exit xml(const XmlOptions& options) {
   std::optional<Message> message = loadMessage(options.file);
   if (!message) return Exit::unreadable;
   const Exit result = reportLimits(options.file, message->limits());
-  dropInternalFields(*message->root);
+  walk(*message->root, [](Email2& node) { node.m_header.removeHeadersBeginningWith(kOmittedPrefix); });
   LogMemory log;
   StringBuffer document;
   if (!message->root->getEmailXml(/*compact=*/!options.indent, document, log) || document.isEmpty()) {

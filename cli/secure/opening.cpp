@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "cli/internal_fields.h"
 #include "cli/secure/examination.h"
 #include "mailtree/crypto/Pkcs7Opener.h"
 #include "mailtree/mime/HeaderLines.h"
@@ -53,10 +54,6 @@ const RawField* findField(const RawEntity& entity, std::string_view name) {
   return found == entity.fields.end() ? nullptr : &*found;
 }
 
-bool isInternal(std::string_view name) {
-  return beginsWithNoCase(name, "SVX-") || beginsWithNoCase(name, "SVZ-");
-}
-
 /// Whether servers on the way write a field, or take it out: the sender of a content has no say in it.
 bool isOfTransport(std::string_view name) {
   constexpr std::string_view kFields[] = {"Received",     "Return-Path", "Authentication-Results",
@@ -87,7 +84,7 @@ std::string unfolded(const RawField& field) {
 
 void appendOuterFields(const RawEntity& outer, const RawEntity& inner, OpenedMessage& opened) {
   for (const RawField& field : outer.fields) {
-    if (describesContent(field.name) || isInternal(field.name)) continue;
+    if (describesContent(field.name) || isInternalField(field.name)) continue;
     const RawField* const inside = findField(inner, field.name);
     if (!inside) appendField(field, opened.bytes);
     if (inside && isDisplayedField(field.name) && unfolded(field) != unfolded(*inside))
@@ -112,7 +109,7 @@ void join(std::string_view message, std::string_view content, OpenedMessage& ope
   appendOuterFields(outer, inner, opened);
   if (!findField(inner, "MIME-Version")) opened.bytes += "MIME-Version: 1.0\r\n";
   for (const RawField& field : inner.fields)
-    if (!isInternal(field.name)) appendField(field, opened.bytes);
+    if (!isInternalField(field.name)) appendField(field, opened.bytes);
   opened.bytes.append("\r\n").append(inner.body);
 }
 

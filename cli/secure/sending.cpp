@@ -3,13 +3,12 @@
 #include <algorithm>
 #include <ctime>
 
+#include "cli/internal_fields.h"
 #include "cli/views/layers.h"
 #include "cli/writing/structure.h"
 
 namespace mailtree::cli {
 namespace {
-
-constexpr const char* kInternalPrefixes[] = {"SVX-", "SVZ-"};
 
 void removeInternalFields(Email2& node) {
   for (const char* const prefix : kInternalPrefixes) node.m_header.removeHeadersBeginningWith(prefix);

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "cli/input.h"
+#include "cli/internal_fields.h"
 #include "cli/writing/addresses.h"
 #include "cli/writing/dates.h"
 #include "mailtree/base/Utf.h"
@@ -35,9 +36,6 @@ constexpr RecipientField kRecipientFields[] = {
     {"Cc", RecipientKind::cc, &Email2::m_ccAddrs},
     {"Bcc", RecipientKind::bcc, &Email2::m_bccAddrs},
 };
-
-/// Fields that the library keeps for itself are never written.
-constexpr std::string_view kInternalPrefixes[] = {"SVX-", "SVZ-"};
 
 template <std::size_t N>
 bool isOneOf(const std::string_view (&names)[N], std::string_view name) {
@@ -100,8 +98,7 @@ std::optional<std::string> whyBadValue(std::string_view value) {
 
 std::optional<std::string> whyBadField(const HeaderField& field) {
   if (auto problem = whyBadFieldName(field.name)) return problem;
-  for (const std::string_view prefix : kInternalPrefixes)
-    if (beginsWithNoCase(field.name, prefix)) return "fields of that name are never written";
+  if (isInternalField(field.name)) return "fields of that name are never written";
   if (auto problem = whyBadValue(field.value)) return problem;
   if (equalsNoCase(field.name, "Date") && !isHeaderDate(field.value))
     return "no date such as 'Sat, 21 Nov 2026 08:30:00 +0100', or not that day of the week";
