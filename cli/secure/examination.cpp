@@ -6,11 +6,10 @@
 #include "mailtree/crypto/Cades.h"
 #include "mailtree/crypto/UnwrapInfo.h"
 #include "mailtree/mime/MimeMessage2.h"
+#include "mailtree/secure/displayed_fields.h"
 
 namespace mailtree::cli {
 namespace {
-
-constexpr std::string_view kDisplayedFields[] = {"From", "Sender", "Reply-To", "To", "Cc", "Date", "Subject"};
 
 bool mayHoldLayers(Email2& root) {
   bool found = false;
@@ -188,11 +187,6 @@ std::optional<Examined> examine(const std::string& path, Keys& keys) {
 
 bool isGood(const SignerVerdict& signer, const Examined& examined) {
   return faultOf(signer, examined).empty();
-}
-
-bool isDisplayedField(std::string_view name) {
-  return std::ranges::any_of(kDisplayedFields,
-                             [name](std::string_view field) { return equalsNoCase(field, name); });
 }
 
 }  // namespace mailtree::cli

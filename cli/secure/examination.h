@@ -47,7 +47,4 @@ std::optional<Examined> examine(const std::string& path, Keys& keys);
 /// Whether everything is right about a signer: the mathematics, the certificate, its chain, and that it is the sender's.
 bool isGood(const SignerVerdict& signer, const Examined& examined);
 
-/// Whether a header field is one that readers display: a layer that says otherwise contradicts what is seen.
-bool isDisplayedField(std::string_view name);
-
 }  // namespace mailtree::cli

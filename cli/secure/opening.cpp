@@ -3,11 +3,12 @@
 #include <algorithm>
 
 #include "cli/internal_fields.h"
-#include "cli/secure/examination.h"
+#include "mailtree/base/Log.h"
 #include "mailtree/crypto/Pkcs7Opener.h"
 #include "mailtree/mime/HeaderLines.h"
 #include "mailtree/mime/Limits.h"
 #include "mailtree/mime/MimeMessage2.h"
+#include "mailtree/secure/displayed_fields.h"
 #include "mailtree/secure/inner_content.h"
 #include "mailtree/secure/layer_forms.h"
 

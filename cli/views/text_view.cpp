@@ -8,6 +8,7 @@
 #include "cli/views/layers.h"
 #include "cli/views/security_badges.h"
 #include "mailtree/base/Utf.h"
+#include "mailtree/secure/displayed_fields.h"
 
 namespace mailtree::cli {
 namespace {

@@ -1,6 +1,5 @@
 #include "mailtree/secure/inner_content.h"
 
-#include <algorithm>
 #include <new>
 #include <optional>
 #include <string>
@@ -8,6 +7,7 @@
 #include <unordered_set>
 
 #include "mailtree/base/Ascii.h"
+#include "mailtree/secure/displayed_fields.h"
 
 namespace mailtree {
 namespace {
@@ -38,14 +38,6 @@ std::string singleSpaced(std::string_view value) {
   return out;
 }
 
-/// Fields that a message has once (RFC 5322, 3.6) and that readers display.
-constexpr std::string_view kDisplayedOnce[] = {"From", "Sender", "Reply-To", "To", "Cc", "Date", "Subject"};
-
-bool isDisplayedOnce(std::string_view name) noexcept {
-  return std::ranges::any_of(kDisplayedOnce,
-                             [name](std::string_view field) { return equalsNoCase(field, name); });
-}
-
 /// The fields of a header, to be asked many times: a header may have thousands, and so may the one it is compared
 /// with.
 class OuterFields {
@@ -63,7 +55,7 @@ class OuterFields {
     const std::string compared = singleSpaced(value);
     const Values& values = found->second;
     if (!m_lines.contains(lowerName + ':' + compared)) return values.first;
-    if (!isDisplayedOnce(lowerName) || !values.another) return std::nullopt;
+    if (!isDisplayedField(lowerName) || !values.another) return std::nullopt;
     return compared == values.comparedFirst ? values.another : values.first;
   }
   /// Null when there is none of that name.
@@ -103,7 +95,7 @@ bool isCompared(std::string_view name) noexcept {
 void listAdded(const MimeHeader& inside, const OuterFields& outer, const PartPath& path,
                std::vector<InnerField>& differing) {
   if (inside.findField("From") < 0) return;
-  for (const std::string_view name : kDisplayedOnce) {
+  for (const std::string_view name : kDisplayedFields) {
     const std::string* const added = inside.findField(name) < 0 ? outer.first(lowerCase(name)) : nullptr;
     if (added) differing.push_back({path.text(), std::string(name), {}, *added});
   }
