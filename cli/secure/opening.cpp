@@ -121,7 +121,8 @@ class Peeling {
 
   OpenedMessage run() {
     m_entity.borrowData(m_message.data(), m_message.size());
-    for (int i = 0; i < kMaxUnwrappedLayers && takeOff();) ++i;
+    int layers = 0;
+    while (layers < kMaxUnwrappedLayers && takeOff()) ++layers;
     if (m_hasContent) join(m_message, m_content.view(), m_opened);
     if (!m_hasContent && m_opened.problem.empty()) m_opened.problem = "it is not encrypted as a whole";
     return std::move(m_opened);
@@ -158,18 +159,19 @@ class Peeling {
       m_opened.lostSignature = m_opened.lostSignature || m_isInsideSigned;
       m_isInsideSigned = false;
       m_hasContent = true;
-      m_content = content;
-    } else if (layer.isSigned()) {
-      m_isInsideSigned = true;
+      m_content.takeData(content);
+      m_entity.borrowData(m_content.getData2(), m_content.getSize());
+      return true;
     }
+    m_isInsideSigned = m_isInsideSigned || layer.isSigned();
     m_entity.takeData(content);
     return true;
   }
 
   std::string_view m_message;
   SystemCerts& m_certs;
-  DataBuffer m_entity;   ///< What is looked at now.
   DataBuffer m_content;  ///< Of the innermost encrypted layer so far.
+  DataBuffer m_entity;   ///< What is looked at now; borrowed from the message or the content, or its own.
   bool m_hasContent = false;
   bool m_isInsideSigned = false;
   OpenedMessage m_opened;
