@@ -28,8 +28,6 @@ inline constexpr int kMaxChainChecks = 8;
 inline constexpr int kMaxRecipients = 10'000;
 inline constexpr int kMaxLayerCertificates = 1000;
 
-/// Bytes that one call of the cryptographic library takes: its sizes are ints.
-inline constexpr std::size_t kMostPerCall = std::size_t{1} << 30;
 /// Object identifier of a content that is only bytes.
 inline constexpr std::string_view kDataType = "\x2A\x86\x48\x86\xF7\x0D\x01\x07\x01";
 

@@ -21,8 +21,6 @@ using Cipher = Handle<EVP_CIPHER, EVP_CIPHER_free>;
 using CipherRun = Handle<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>;
 
 constexpr std::size_t kBlock = 16;
-/// The library below counts in int.
-constexpr std::size_t kChunk = std::size_t{1} << 30;
 
 struct Mode {
   CipherMode mode;
@@ -67,7 +65,7 @@ std::optional<std::size_t> runAll(EVP_CIPHER_CTX& run, std::string_view in, unsi
   std::size_t written = 0;
   int size = 0;
   while (!in.empty()) {
-    const std::string_view chunk = in.substr(0, kChunk);
+    const std::string_view chunk = in.substr(0, kMostPerCall);
     if (EVP_CipherUpdate(&run, out + written, &size, bytesOf(chunk), static_cast<int>(chunk.size())) != 1)
       return std::nullopt;
     written += static_cast<std::size_t>(size);

@@ -1,6 +1,7 @@
 // crypto/internal.h - what the files of crypto/ share and nobody else sees.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -9,6 +10,9 @@
 #include "mailtree/crypto/Wipe.h"
 
 namespace mailtree {
+
+/// Bytes that one call of the cryptographic library takes: its sizes are ints.
+inline constexpr std::size_t kMostPerCall = std::size_t{1} << 30;
 
 template <auto release>
 struct Releases {
