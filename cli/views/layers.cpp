@@ -33,7 +33,9 @@ std::string listOf(const std::vector<std::string>& texts) {
   return list;
 }
 
-bool coversAll(const SecureLayer& layer) { return layer.part == "1" && layer.uncovered.empty(); }
+bool coversAll(const SecureLayer& layer) {
+  return layer.part == SecureLayer::kWholeMessage && layer.uncovered.empty();
+}
 
 std::string coverageOf(const SecureLayer& layer) {
   if (coversAll(layer)) return "all of the content";
@@ -157,7 +159,7 @@ std::vector<Check> checksOf(const SecureLayer& layer, const Examined& examined) 
 LayerSummary summaryOf(const SecureLayer& layer, const Examined& examined) {
   if (layer.isSigned()) return summaryOfSigned(layer, examined);
   if (layer.kind == LayerKind::certificatesOnly) return {true, "certificates only"};
-  const std::string where = layer.part == "1" ? "" : ", part " + layer.part;
+  const std::string where = layer.part == SecureLayer::kWholeMessage ? "" : ", part " + layer.part;
   const std::string weak = layer.weakCipher ? ", weak" : "";
   const std::string kind = layer.isEncrypted()                   ? "encrypted"
                            : layer.kind == LayerKind::compressed ? "compressed"
