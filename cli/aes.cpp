@@ -4,7 +4,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <memory>
 
 #include "cli/arguments.h"
@@ -15,6 +14,7 @@
 #include "cli/secure/sending.h"
 #include "cli/writing/structure.h"
 #include "mailtree/crypto/SymmetricCipher.h"
+#include "mailtree/crypto/Wipe.h"
 
 namespace mailtree::cli {
 namespace {
@@ -67,15 +67,13 @@ bool isHex(std::string_view text) {
          std::ranges::all_of(text, [](char c) { return hexValue(c) >= 0; });
 }
 
-std::string bytesOfHex(std::string_view text) {
-  std::string bytes;
+/// Room for all at once: what a growing buffer leaves behind could not be wiped.
+DataBuffer bytesOfHex(std::string_view text) {
+  DataBuffer bytes;
+  bytes.reserveMore(text.size() / 2);
   for (std::size_t i = 0; i + 1 < text.size(); i += 2)
-    bytes += static_cast<char>(hexValue(text[i]) * 16 + hexValue(text[i + 1]));
+    bytes.appendChar(static_cast<char>(hexValue(text[i]) * 16 + hexValue(text[i + 1])));
   return bytes;
-}
-
-void wipe(const DataBuffer& bytes) {
-  if (!bytes.isEmpty()) ::explicit_bzero(const_cast<unsigned char*>(bytes.getData2()), bytes.getSize());
 }
 
 /// A key in hexadecimal digits, or else its very bytes.
@@ -83,18 +81,16 @@ bool setKeyOf(std::string_view content, int bits, _svSymSettings& settings) {
   const auto size = static_cast<std::size_t>(bits / 8);
   const std::string_view text = trim(content);
   if (text.size() != 2 * size || !isHex(text)) return content.size() == size && settings.setKey(content);
-  std::string key = bytesOfHex(text);
-  const bool isSet = settings.setKey(key);
-  ::explicit_bzero(key.data(), key.size());
-  return isSet;
+  DataBuffer key = bytesOfHex(text);
+  const WipedAtEnd wiped(key);
+  return settings.setKey(key.view());
 }
 
 Exit readKeyFile(const AesOptions& options, _svSymSettings& settings) {
   DataBuffer content;
+  const WipedAtEnd wiped(content);
   if (!readFile(*options.keyFile, content)) return Exit::unreadable;
-  const bool isKey = setKeyOf(content.view(), options.bits, settings);
-  wipe(content);
-  if (isKey) return Exit::fine;
+  if (setKeyOf(content.view(), options.bits, settings)) return Exit::fine;
   complain(*options.keyFile,
            "is no key of " + std::to_string(options.bits) + " bits, neither in hexadecimal nor as bytes");
   return Exit::unreadable;
@@ -198,7 +194,7 @@ Exit decrypt(const AesOptions& options, DataBuffer& bytes, Message& message, _sv
   message.root->getHeaderFieldUtf8(kSaltField, salt, log);
   if (!isHex(trim(salt.view())))
     return failWith(options, "was not encrypted with a password: there is no X-Mailtree-Salt field", log);
-  return tryPasswords(options, bytes, bytesOfHex(trim(salt.view())), message, settings);
+  return tryPasswords(options, bytes, bytesOfHex(trim(salt.view())).view(), message, settings);
 }
 
 using Work = Exit (*)(const AesOptions&, DataBuffer&, Message&, _svSymSettings&);

@@ -2,12 +2,12 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cstring>
 #include <filesystem>
 #include <system_error>
 
 #include "cli/arguments.h"
 #include "cli/input.h"
+#include "mailtree/crypto/Wipe.h"
 
 namespace mailtree::cli {
 namespace {
@@ -17,11 +17,10 @@ constexpr const char* kGroup = "Certificates and keys";
 /// Whether a file holds a PEM block that says of itself that it is encrypted. The look at it leaves nothing behind.
 bool holdsEncryptedPem(const std::string& path) {
   DataBuffer bytes;
+  const WipedAtEnd wiped(bytes);
   LogNull log;
   if (!bytes.loadFileUtf8(path.c_str(), log)) return false;
-  const bool found = contains(bytes.view(), "-----BEGIN") && contains(bytes.view(), "ENCRYPTED");
-  ::explicit_bzero(const_cast<unsigned char*>(bytes.getData2()), bytes.getSize());
-  return found;
+  return contains(bytes.view(), "-----BEGIN") && contains(bytes.view(), "ENCRYPTED");
 }
 
 /// Adds files to a store, each with the password that opens most of it.
