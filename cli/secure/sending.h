@@ -10,9 +10,9 @@
 
 namespace mailtree::cli {
 
-/// Loads a message whose bytes are to be signed or encrypted: layers stay on, and fields go that must not be
-/// inside, which are the library's own, Bcc and Resent-Bcc; it says that it is MIME. Its hidden recipients stay known to the message. Nothing after a
-/// complaint.
+/// Loads a message whose bytes are to be signed or encrypted: layers stay on, and fields go that must not be inside,
+/// which are the library's own, Bcc and Resent-Bcc; it says that it is MIME. Its hidden recipients stay known to the
+/// message. Nothing after a complaint.
 std::optional<Message> loadToSecure(const std::string& path);
 
 /// Encodes what is not plain ASCII of short lines, which servers may change on the way and break a detached signature
