@@ -220,6 +220,13 @@ void Unwrapper::count(const SecureLayer& layer) {
   m_info.m_hasSecureLayer |= layer.isSigned() || layer.isEncrypted();
 }
 
+/// What could not be looked through is not tried again from below: a part would take itself for the whole message, and
+/// its own sender for the message's.
+void leaveAll(MimeMessage2& entity) noexcept {
+  entity.markUnwrapped();
+  for (int i = 0; i < entity.getNumParts(); ++i) leaveAll(*entity.getPart(i));
+}
+
 }  // namespace
 
 void MimeMessage2::unwrapSecurity3(UnwrapInfo& info, _clsCades& /*cades*/, SystemCerts& certs, LogBase& log) {
@@ -229,6 +236,7 @@ void MimeMessage2::unwrapSecurity3(UnwrapInfo& info, _clsCades& /*cades*/, Syste
     return true;
   });
   if (finished) return;
+  leaveAll(*this);
   info.m_allSignaturesValid = info.m_allDataDecrypted = false;
   log.logError("No memory for the content of a security layer.");
 }
