@@ -51,13 +51,6 @@ void readFrom(Examined& examined) {
         addresses.getSize() == 0 ? "there is no From address" : "there is more than one From address";
 }
 
-void compareAddresses(Examined& examined) {
-  for (SecureLayer& layer : examined.layers)
-    for (SignerVerdict& signer : layer.signers)
-      signer.addressMatches =
-          !examined.from.empty() && signer.certificate && signer.certificate->isForAddress(examined.from);
-}
-
 std::string withProblem(std::string text, const std::string& problem) {
   return problem.empty() ? text : text + ": " + problem;
 }
@@ -180,7 +173,6 @@ std::optional<Examined> examine(const std::string& path, Keys& keys) {
     examined.layersInPlace = true;
   }
   readFrom(examined);
-  compareAddresses(examined);
   examined.verdict = judge(examined);
   return examined;
 }
