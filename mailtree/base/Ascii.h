@@ -6,7 +6,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
+#include <type_traits>
 
 namespace mailtree {
 
@@ -39,9 +41,27 @@ constexpr int hexValue(char c) noexcept {
   return -1;
 }
 
+/// Eight characters at once, in any order of bytes.
+constexpr std::uint64_t toLowerAscii8(std::uint64_t chars) noexcept {
+  constexpr std::uint64_t kEach = 0x0101010101010101;
+  const std::uint64_t low = chars & (0x7F * kEach);
+  const std::uint64_t fromA = low + (0x80 - 'A') * kEach;
+  const std::uint64_t beyondZ = low + (0x7F - 'Z') * kEach;
+  const std::uint64_t upper = (fromA ^ beyondZ) & ~chars & (0x80 * kEach);
+  return chars | (upper >> 2);
+}
+
 constexpr bool equalsNoCase(std::string_view a, std::string_view b) noexcept {
   if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i)
+  std::size_t i = 0;
+  if (!std::is_constant_evaluated()) {
+    for (std::uint64_t left = 0, right = 0; i + sizeof left <= a.size(); i += sizeof left) {
+      std::memcpy(&left, a.data() + i, sizeof left);
+      std::memcpy(&right, b.data() + i, sizeof right);
+      if (left != right && toLowerAscii8(left) != toLowerAscii8(right)) return false;
+    }
+  }
+  for (; i < a.size(); ++i)
     if (toLowerAscii(a[i]) != toLowerAscii(b[i])) return false;
   return true;
 }

@@ -1,6 +1,7 @@
 #include "mailtree/base/Search.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 namespace mailtree {
@@ -18,9 +19,40 @@ bool disagrees(const char* bytes, std::size_t size) noexcept {
   return bad != 0;
 }
 
+#if defined(__SSE2__)
+
+/// Up to this size a comparison at every place is still cheap, so that the whole stays linear.
+constexpr std::size_t kShortWanted = 16;
+
+/// Looks at 16 places at once for the first and the last byte of `wanted`, and compares where both stand.
+std::size_t findShort(std::string_view text, std::string_view wanted, std::size_t from) noexcept {
+  constexpr std::size_t kWidth = sizeof(__m128i);
+  const __m128i first = _mm_set1_epi8(wanted.front()), last = _mm_set1_epi8(wanted.back());
+  const auto load = [text](std::size_t at) noexcept {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(text.data() + at));
+  };
+  const std::size_t toLast = wanted.size() - 1;
+  const auto findAmong16 = [&](std::size_t at) noexcept {
+    const __m128i both =
+        _mm_and_si128(_mm_cmpeq_epi8(load(at), first), _mm_cmpeq_epi8(load(at + toLast), last));
+    for (auto found = static_cast<unsigned>(_mm_movemask_epi8(both)); found; found &= found - 1) {
+      const std::size_t place = at + static_cast<unsigned>(std::countr_zero(found));
+      if (std::memcmp(text.data() + place, wanted.data(), wanted.size()) == 0) return place;
+    }
+    return std::string_view::npos;
+  };
+  if (text.size() - from < toLast + kWidth) return findSubstringPortable(text, wanted, from);
+  const std::size_t lastBlock = text.size() - toLast - kWidth;
+  for (; from < lastBlock; from += kWidth)
+    if (const std::size_t found = findAmong16(from); found != std::string_view::npos) return found;
+  return findAmong16(lastBlock);  // some of its places were looked at before, in vain
+}
+
+#endif
+
 }  // namespace
 
-std::size_t findSubstring(std::string_view text, std::string_view wanted, std::size_t from) noexcept {
+std::size_t findSubstringPortable(std::string_view text, std::string_view wanted, std::size_t from) noexcept {
 #if defined(__GLIBC__)
   // Its memmem is linear also when both texts come from the same hostile message; string_view::find is not.
   if (from > text.size()) return std::string_view::npos;
@@ -33,6 +65,14 @@ std::size_t findSubstring(std::string_view text, std::string_view wanted, std::s
 #else
   return text.find(wanted, from);
 #endif
+}
+
+std::size_t findSubstring(std::string_view text, std::string_view wanted, std::size_t from) noexcept {
+#if defined(__SSE2__)
+  const bool isShort = wanted.size() >= 2 && wanted.size() <= kShortWanted;
+  if (isShort && from < text.size()) return findShort(text, wanted, from);
+#endif
+  return findSubstringPortable(text, wanted, from);
 }
 
 bool hasBareLineEnd(std::string_view text) noexcept {

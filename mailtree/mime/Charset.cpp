@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
+#include <cstdint>
 #include <iterator>
 
 #include "mailtree/base/Ascii.h"
@@ -239,13 +241,50 @@ constexpr NameRow kNames[] = {
 };
 // clang-format on
 
-constexpr bool labelBefore(const LabelRow& row, std::string_view label) noexcept { return row.label < label; }
 constexpr bool nameBefore(const NameRow& row, int codePage) noexcept { return row.codePage < codePage; }
+
+/// Where a label may be found in kLabels: hashed at compile time, since every text part and every encoded word asks.
+class LabelIndex {
+ public:
+  constexpr LabelIndex() noexcept {
+    for (std::size_t row = 0; row < std::size(kLabels); ++row) {
+      std::size_t slot = slotOf(kLabels[row].label);
+      while (m_rows[slot] != kFree) slot = next(slot);
+      m_rows[slot] = static_cast<std::uint16_t>(row);
+    }
+  }
+
+  /// The row of a label in lower case; null when there is none.
+  constexpr const LabelRow* find(std::string_view label) const noexcept {
+    for (std::size_t slot = slotOf(label); m_rows[slot] != kFree; slot = next(slot))
+      if (kLabels[m_rows[slot]].label == label) return &kLabels[m_rows[slot]];
+    return nullptr;
+  }
+
+ private:
+  static constexpr std::size_t kSlots = std::bit_ceil(std::size(kLabels) * 3);
+  static constexpr std::uint16_t kFree = 0xFFFF;
+
+  /// FNV-1a.
+  static constexpr std::size_t slotOf(std::string_view label) noexcept {
+    std::uint32_t hash = 2166136261u;
+    for (const char c : label) hash = (hash ^ static_cast<unsigned char>(c)) * 16777619u;
+    return (hash ^ (hash >> 16)) % kSlots;
+  }
+  static constexpr std::size_t next(std::size_t slot) noexcept { return (slot + 1) % kSlots; }
+
+  std::array<std::uint16_t, kSlots> m_rows = [] {
+    std::array<std::uint16_t, kSlots> rows{};
+    rows.fill(kFree);
+    return rows;
+  }();
+};
+constexpr LabelIndex kLabelIndex;
 
 /// The code page of a label in lower case; 0 when unknown.
 constexpr int findLabel(std::string_view label) noexcept {
-  const auto* const found = std::lower_bound(std::begin(kLabels), std::end(kLabels), label, labelBefore);
-  return found != std::end(kLabels) && found->label == label ? found->codePage : 0;
+  const LabelRow* const row = kLabelIndex.find(label);
+  return row ? row->codePage : 0;
 }
 
 constexpr bool labelsAreInOrder() {
@@ -255,7 +294,7 @@ constexpr bool labelsAreInOrder() {
     return std::any_of(row.label.begin(), row.label.end(), isUpperAscii);
   });
 }
-static_assert(labelsAreInOrder(), "kLabels is searched by halves: sorted, no label twice, lower case");
+static_assert(labelsAreInOrder(), "kLabels is sorted, holds no label twice and is in lower case");
 
 constexpr bool namesAreInOrder() {
   for (std::size_t i = 1; i < std::size(kNames); ++i)
@@ -265,12 +304,15 @@ constexpr bool namesAreInOrder() {
 }
 static_assert(namesAreInOrder(), "kNames is searched by halves, and every name is a label too");
 
-/// Without the quotes, blanks and separators that labels are found in.
+/// Quotes, blanks and separators that labels are found in.
+constexpr bool surroundsLabel(char c) noexcept {
+  return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '"' || c == '\'' || c == ';' || c == ',';
+}
+
 constexpr std::string_view bareLabel(std::string_view label) noexcept {
-  constexpr std::string_view kAround = " \t\r\n\"';,";
-  const std::size_t first = label.find_first_not_of(kAround);
-  if (first == std::string_view::npos) return {};
-  return label.substr(first, label.find_last_not_of(kAround) - first + 1);
+  while (!label.empty() && surroundsLabel(label.front())) label.remove_prefix(1);
+  while (!label.empty() && surroundsLabel(label.back())) label.remove_suffix(1);
+  return label;
 }
 
 }  // namespace
@@ -294,9 +336,9 @@ void _svCharset::setByCodePage(int codePage) {
   m_name.setString(charsetNameOf(codePage));
 }
 
-void _svCharset::setByName(const char* name) {
+void _svCharset::setByName(std::string_view name) {
   // The name may be this charset's own.
-  const int codePage = codePageOfCharset(viewOf(name));
+  const int codePage = codePageOfCharset(name);
   m_name.setString(name);
   m_codePage = codePage;
 }

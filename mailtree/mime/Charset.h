@@ -48,7 +48,8 @@ class _svCharset {
   const char* getName() const noexcept { return m_name.getString(); }
   void setByCodePage(int codePage);
   /// Keeps the name as given; the code page is 0 when the name is unknown.
-  void setByName(const char* name);
+  void setByName(const char* name) { setByName(viewOf(name)); }
+  void setByName(std::string_view name);
   void copy(const _svCharset& other);
   /// Same code page, and, where that is 0, same name ignoring case.
   bool equals(const _svCharset& other) const noexcept;

@@ -350,15 +350,10 @@ void SorvikSysTime::fromUnixTime(std::int64_t seconds) noexcept {
   const std::int64_t days = (seconds - kFirstSecond) / kSecondsPerDay + kFirstSecond / kSecondsPerDay;
   const int clock = static_cast<int>(seconds - days * kSecondsPerDay);
 
-  int year = static_cast<int>(1970 + days / 366);  // never too late after 1970; the loops settle the rest
-  while (year > 1 && daysFromDate(year, 1, 1) > days) --year;
-  while (daysFromDate(year + 1, 1, 1) <= days) ++year;
-  int month = 1;
-  while (month < 12 && daysFromDate(year, month + 1, 1) <= days) ++month;
-
-  m_year = static_cast<std::uint16_t>(year);
-  m_month = static_cast<std::uint16_t>(month);
-  m_day = static_cast<std::uint16_t>(days - daysFromDate(year, month, 1) + 1);
+  const std::chrono::year_month_day date{std::chrono::sys_days{std::chrono::days{days}}};
+  m_year = static_cast<std::uint16_t>(static_cast<int>(date.year()));
+  m_month = static_cast<std::uint16_t>(static_cast<unsigned>(date.month()));
+  m_day = static_cast<std::uint16_t>(static_cast<unsigned>(date.day()));
   m_hour = static_cast<std::uint16_t>(clock / 3600);
   m_minute = static_cast<std::uint16_t>(clock / 60 % 60);
   m_second = static_cast<std::uint16_t>(clock % 60);

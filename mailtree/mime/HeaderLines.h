@@ -1,30 +1,18 @@
 // mime/HeaderLines.h - the lines of a header: where they end and whether they begin a field.
 #pragma once
 
-#include <algorithm>
+#include <bit>
 #include <cstddef>
-#include <cstring>
 #include <string_view>
 
 #include "mailtree/base/Ascii.h"
+#include "mailtree/base/Search.h"
 
 namespace mailtree {
 
-/// Where the line that `from` stands in ends: at its line break, or at the end of the text. Looks little
-/// further than that, whichever kind of line break the text has.
+/// Where the line that `from` stands in ends: at its line break, or at the end of the text.
 inline std::size_t endOfLine(std::string_view text, std::size_t from) noexcept {
-  constexpr std::size_t kWindow = 256;
-  while (from < text.size()) {
-    const char* const begin = text.data() + from;
-    const std::size_t size = std::min(kWindow, text.size() - from);
-    const auto* const lf = static_cast<const char*>(std::memchr(begin, '\n', size));
-    const std::size_t before = lf ? static_cast<std::size_t>(lf - begin) : size;
-    if (const void* cr = std::memchr(begin, '\r', before))
-      return from + static_cast<std::size_t>(static_cast<const char*>(cr) - begin);
-    if (lf) return from + before;
-    from += size;
-  }
-  return text.size();
+  return findAny<'\n', '\r'>(text, from);
 }
 
 /// Where the line behind the line break at `end` begins. Breaks: CRLF, LF, CR, and CR CR LF, which text files
@@ -45,11 +33,28 @@ struct FieldStart {
   std::size_t colon = 0;
 };
 
-/// Reads "name:" at the begin of a line. Blanks before the colon are accepted (RFC 5322, 4.5).
-constexpr FieldStart readFieldStart(std::string_view line) noexcept {
+/// How many characters of a field name the line begins with.
+inline std::size_t fieldNameSize(std::string_view line) noexcept {
   std::size_t at = 0;
+#if defined(__SSE2__)
+  constexpr std::size_t kWidth = sizeof(__m128i);
+  for (; at + kWidth <= line.size(); at += kWidth) {
+    const __m128i chars = _mm_loadu_si128(reinterpret_cast<const __m128i*>(line.data() + at));
+    const __m128i is8bitOrBlank = _mm_cmplt_epi8(chars, _mm_set1_epi8('!'));  // signed: 8-bit bytes are below
+    const __m128i isOther =
+        _mm_or_si128(_mm_cmpeq_epi8(chars, _mm_set1_epi8(':')), _mm_cmpeq_epi8(chars, _mm_set1_epi8(0x7F)));
+    const auto ends = static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(is8bitOrBlank, isOther)));
+    if (ends) return at + static_cast<unsigned>(std::countr_zero(ends));
+  }
+#endif
   while (at < line.size() && isFieldNameChar(line[at])) ++at;
-  const std::size_t nameSize = at;
+  return at;
+}
+
+/// Reads "name:" at the begin of a line. Blanks before the colon are accepted (RFC 5322, 4.5).
+inline FieldStart readFieldStart(std::string_view line) noexcept {
+  const std::size_t nameSize = fieldNameSize(line);
+  std::size_t at = nameSize;
   while (at < line.size() && isBlankAscii(line[at])) ++at;
   if (at == line.size() || line[at] != ':') return {};
   return {nameSize, at};

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "mailtree/base/Ascii.h"
+#include "mailtree/base/Search.h"
 #include "mailtree/base/Utf.h"
 #include "mailtree/mime/Charset.h"
 
@@ -12,7 +13,9 @@ namespace {
 
 constexpr std::string_view kBreaks("\r\n\0", 3);
 
-constexpr bool isBreak(char c) noexcept { return c == '\r' || c == '\n' || c == '\0'; }
+std::size_t findBreak(std::string_view text, std::size_t from) noexcept {
+  return findAny<'\n', '\r', '\0'>(text, from);
+}
 
 /// A few bad bytes in what is clearly utf-8 (a title cut in the middle of a character) do not make it
 /// something else.
@@ -30,11 +33,7 @@ bool isMostlyUtf8(std::string_view bytes) noexcept {
 
 }  // namespace
 
-bool holdsBreak(std::string_view text) noexcept {
-  if (text.empty()) return false;
-  const auto holds = [text](char c) { return std::memchr(text.data(), c, text.size()) != nullptr; };
-  return holds('\n') || holds('\r') || holds('\0');
-}
+bool holdsBreak(std::string_view text) noexcept { return findBreak(text, 0) != text.size(); }
 
 std::string withoutBreaks(std::string_view text) {
   std::string out;
@@ -52,7 +51,14 @@ std::string withoutBreaks(std::string_view text) {
 }
 
 void eraseBreaks(std::string& text) {
-  if (holdsBreak(text)) std::erase_if(text, isBreak);
+  std::size_t kept = findBreak(text, 0);
+  for (std::size_t from = kept; from < text.size();) {
+    const std::size_t next = findBreak(text, ++from);  // behind the break
+    std::memmove(text.data() + kept, text.data() + from, next - from);
+    kept += next - from;
+    from = next;
+  }
+  text.resize(kept);
 }
 
 void appendBytesAsUtf8(int codePage, std::string_view bytes, std::string& out) {

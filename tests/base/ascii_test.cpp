@@ -45,5 +45,18 @@ TEST(Ascii, finds_ignoring_case) {
     EXPECT_EQ(findNoCase(row.text, row.wanted), row.at) << row.text << " " << row.wanted;
 }
 
+TEST(Ascii, compares_ignoring_case_byte_for_byte_at_every_place) {
+  for (std::size_t size = 1; size <= 20; ++size)
+    for (std::size_t at = 0; at < size; ++at)
+      for (int left = 0; left < 256; ++left)
+        for (const int right : {left, left ^ 0x20, left ^ 0x80, left + 1, left - 1}) {
+          std::string a(size, 'Q'), b(size, 'q');
+          a[at] = static_cast<char>(left);
+          b[at] = static_cast<char>(right);
+          ASSERT_EQ(equalsNoCase(a, b), toLowerAscii(a[at]) == toLowerAscii(b[at]))
+              << size << " " << at << " " << left << " " << right;
+        }
+}
+
 }  // namespace
 }  // namespace mailtree
