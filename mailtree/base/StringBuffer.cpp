@@ -58,8 +58,7 @@ StringBuffer* StringBuffer::createNewSB(const char* text) {
 }
 
 std::size_t StringBuffer::heapUsage() const {
-  const std::size_t inPlace = std::string().capacity();
-  return m_text.capacity() > inPlace ? m_text.capacity() + 1 : 0;
+  return hasAllocation() ? m_text.capacity() + 1 : 0;
 }
 
 unsigned StringBuffer::uintValue() const noexcept {
@@ -72,14 +71,12 @@ unsigned StringBuffer::uintValue() const noexcept {
   return static_cast<unsigned>(value);
 }
 
-bool StringBuffer::setString(std::string_view text) {
+bool StringBuffer::assign(std::string_view text) {
   return neverThrow(false, [&] {
     m_text.assign(text);
     return true;
   });
 }
-
-void StringBuffer::clear() noexcept { std::string().swap(m_text); }
 
 void StringBuffer::weakClear() noexcept { m_text.clear(); }
 
@@ -87,8 +84,6 @@ void StringBuffer::strongClear() noexcept {
   overwriteWithZeros(m_text);
   clear();
 }
-
-void StringBuffer::minimizeMemoryUsage() { m_text.shrink_to_fit(); }
 
 std::string StringBuffer::extractString() noexcept { return std::exchange(m_text, std::string()); }
 

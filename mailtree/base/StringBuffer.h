@@ -24,7 +24,11 @@ class StringBuffer final : public SorvikObject {
   explicit StringBuffer(std::string_view text) : m_text(text) {}
   StringBuffer(const StringBuffer&) = default;
   StringBuffer(StringBuffer&&) noexcept = default;
-  StringBuffer& operator=(const StringBuffer&) = default;
+  StringBuffer& operator=(const StringBuffer& other) {
+    // Most of the many texts of a part are empty.
+    if (!m_text.empty() || !other.m_text.empty()) m_text = other.m_text;
+    return *this;
+  }
   StringBuffer& operator=(StringBuffer&&) noexcept = default;
 
   /// A new heap copy of `text` owned by the caller; null when memory ran out.
@@ -45,11 +49,22 @@ class StringBuffer final : public SorvikObject {
   // Replacing and clearing
   bool setString(const char* text) { return setString(viewOf(text)); }
   bool setString(const StringBuffer& text) { return setString(text.view()); }
-  bool setString(std::string_view text);
-  void clear() noexcept;        ///< Empty, allocation given back.
+  bool setString(std::string_view text) {
+    if (!text.empty()) return assign(text);
+    m_text.clear();
+    return true;
+  }
+  void clear() noexcept {  ///< Empty, allocation given back.
+    if (hasAllocation())
+      std::string().swap(m_text);
+    else
+      m_text.clear();
+  }
   void weakClear() noexcept;    ///< Empty, allocation kept.
   void strongClear() noexcept;  ///< Every byte wiped first, then empty, allocation given back.
-  void minimizeMemoryUsage();
+  void minimizeMemoryUsage() {
+    if (hasAllocation()) m_text.shrink_to_fit();
+  }
   /// Hands the text over, leaving this empty.
   std::string extractString() noexcept;
   /// The text itself, for code that builds it in place.
@@ -117,6 +132,9 @@ class StringBuffer final : public SorvikObject {
   std::size_t longestLineLength() const noexcept;
 
  private:
+  bool assign(std::string_view text);
+  bool hasAllocation() const noexcept { return m_text.capacity() > std::string().capacity(); }
+
   std::string m_text;
 };
 

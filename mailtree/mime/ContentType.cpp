@@ -1,6 +1,7 @@
 #include "mailtree/mime/ContentType.h"
 
 #include <algorithm>
+#include <array>
 #include <string>
 
 #include "mailtree/base/Ascii.h"
@@ -27,21 +28,31 @@ constexpr MemberParam kMemberParams[] = {
 
 bool isText(std::string_view type) noexcept { return beginsWithNoCase(type, "text/"); }
 
+constexpr bool isTypeChar(char c) noexcept {
+  constexpr std::string_view kNever = " ()<>@,;:\\\"[]?=";
+  return !isControlAscii(c) && !is8bit(c) && kNever.find(c) == std::string_view::npos;
+}
+
+/// What a type may consist of, in lower case; 0: nothing of the kind.
+constexpr std::array<char, 256> kTypeChars = [] {
+  std::array<char, 256> table{};
+  for (std::size_t c = 0; c < table.size(); ++c)
+    if (isTypeChar(static_cast<char>(c))) table[c] = toLowerAscii(static_cast<char>(c));
+  return table;
+}();
+
 /// Reads "type/subtype" in lower case, blanks around the slash allowed; false when it is nothing of the kind.
 bool readType(std::string_view value, std::string& type) {
   const std::size_t slash = value.find('/');
   if (slash == std::string_view::npos) return false;
-  const std::string_view major = trim(value.substr(0, slash)), minor = trim(value.substr(slash + 1));
-  if (major.empty() || minor.empty()) return false;
+  const std::string_view major = trimRight(value.substr(0, slash)), minor = trimLeft(value.substr(slash + 1));
+  if (major.empty() || minor.empty() || contains(minor, "/")) return false;
   type.append(major).append("/").append(minor);
-  std::size_t slashes = 0;
   for (char& c : type) {
-    if (isControlAscii(c) || is8bit(c) || contains(" ()<>@,;:\\\"[]?=", std::string_view(&c, 1)))
-      return false;
-    slashes += c == '/';
-    c = toLowerAscii(c);
+    c = kTypeChars[static_cast<unsigned char>(c)];
+    if (c == '\0') return false;
   }
-  return slashes == 1;
+  return true;
 }
 
 /// The member that holds the parameter, null when it has none.
@@ -99,30 +110,33 @@ bool _svContentType::loadFromMimeHeaderValue(const char* value, _svCharset& char
 bool _svContentType::loadFromMimeHeaderValue(std::string_view value, _svCharset& charset) {
   clear();
   charset.clear();
-  const ParameterizedValue parsed = parseParameterizedValue(value);
-  std::string type;
-  const bool usable = readType(parsed.value, type);
-  m_type.setString(usable ? std::string_view(type) : kAssumedType);
-  for (const _svParamSet::Param& param : parsed.params.params()) takeParam(param, charset);
+  bool usable = false;
+  readParameters(
+      value,
+      [&](std::string_view type) {
+        usable = readType(type, m_type.text());
+        if (!usable) m_type.setString(kAssumedType);
+      },
+      [&](std::string_view name, std::string_view text) { takeParam(name, text, charset); });
   m_subtype.toLowerCase();
   m_subtype.trim2();
   return usable;
 }
 
-void _svContentType::takeParam(const _svParamSet::Param& param, _svCharset& charset) {
-  if (StringBuffer* member = memberFor(*this, param.name)) {
-    member->setString(std::string_view(param.value));
+void _svContentType::takeParam(std::string_view name, std::string_view value, _svCharset& charset) {
+  if (StringBuffer* member = memberFor(*this, name)) {
+    member->setString(value);
     return;
   }
-  if (equalsNoCase(param.name, "format") && equalsNoCase(trim(param.value), "flowed")) {
+  if (equalsNoCase(name, "format") && equalsNoCase(trim(value), "flowed")) {
     m_formatFlowed = true;
     return;
   }
-  if (equalsNoCase(param.name, "charset")) {
-    charset.setByName(param.value.c_str());
+  if (equalsNoCase(name, "charset")) {
+    charset.setByName(value);
     if (charset.getCodePage() > 0 && isText(m_type)) return;
   }
-  m_otherParams.addParam(std::string_view(param.name), std::string_view(param.value));
+  m_otherParams.addParam(name, value);
 }
 
 void _svContentType::buildMimeHeaderValue(StringBuffer& out, _svCharset& charset, bool withFlowed,

@@ -60,7 +60,7 @@ class _svContentType {
   bool sameMeaning(const _svContentType& other) const noexcept;
 
  private:
-  void takeParam(const _svParamSet::Param& param, _svCharset& charset);
+  void takeParam(std::string_view name, std::string_view value, _svCharset& charset);
 };
 
 }  // namespace mailtree

@@ -42,7 +42,11 @@ std::string_view transferEncodingOf(std::string_view value) noexcept {
     else
       break;
   }
-  return value.substr(0, value.find_first_of(" \t\r\n;,(\"'"));
+  const auto endsName = [](char c) {
+    return isBlankAscii(c) || c == '\r' || c == '\n' || c == ';' || c == ',' || c == '(' || c == '"' ||
+           c == '\'';
+  };
+  return value.substr(0, static_cast<std::size_t>(std::ranges::find_if(value, endsName) - value.begin()));
 }
 
 std::string_view stripMarks(std::string_view type) noexcept {
@@ -66,16 +70,27 @@ std::size_t strayParameter(std::string_view type) noexcept {
 
 // Reading
 
-void MimeMessage2::readContentFields(LimitSet& limits) {
-  int rows[std::size(kContentFields)] = {-1, -1, -1, -1};
-  for (int i = 0; i < m_header.getNumFields(); ++i) {
-    const std::string_view name = m_header.fieldName(i);
-    if (name.empty() || toLowerAscii(name.front()) != 'c') continue;
-    for (std::size_t which = 0; which < std::size(kContentFields); ++which)
-      if (rows[which] < 0 && equalsNoCase(name, kContentFields[which])) rows[which] = i;
+void MimeMessage2::readContentFields(LimitSet& limits, const MimeMessage2* alike) {
+  for (std::size_t which = 0; which < std::size(kContentFields); ++which) {
+    const int row = m_header.findField(kContentFields[which]);
+    if (row < 0) continue;
+    const bool isType = static_cast<ContentField>(which) == ContentField::type;
+    if (isType && alike && copyContentType(row, *alike)) continue;
+    readContentField(static_cast<ContentField>(which), row, limits);
   }
-  for (std::size_t which = 0; which < std::size(kContentFields); ++which)
-    if (rows[which] >= 0) readContentField(static_cast<ContentField>(which), rows[which], limits);
+}
+
+/// Parts beside each other often say the same. False when this one does not, or the other no longer is what its field
+/// says.
+bool MimeMessage2::copyContentType(int row, const MimeMessage2& alike) {
+  const int other = alike.m_header.findField(kTypeField);
+  if (other < 0 || m_header.has8bit() || alike.m_header.has8bit()) return false;
+  if (alike.m_repairs.has(Repair::charset) || alike.m_repairs.has(Repair::contentType)) return false;
+  if (m_header.rawValue(row) != alike.m_header.rawValue(other)) return false;
+  m_contentType = alike.m_contentType;
+  m_parsedCharset = alike.m_parsedCharset;
+  m_charset = alike.m_charset;
+  return true;
 }
 
 void MimeMessage2::readContentField(ContentField which, int row, LimitSet& limits) {

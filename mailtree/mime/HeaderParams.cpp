@@ -3,9 +3,12 @@
 #include "mailtree/mime/HeaderParams.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
+#include <span>
 
 #include "mailtree/base/Ascii.h"
+#include "mailtree/base/Search.h"
 #include "mailtree/mime/Charset.h"
 #include "mailtree/mime/EncodedWord.h"
 #include "mailtree/mime/HeaderText.h"
@@ -30,6 +33,11 @@ struct Segment {
 constexpr bool isNameChar(char c) noexcept {
   return c > ' ' && c != '=' && c != ';' && c != '"' && c != 0x7F;
 }
+constexpr std::array<bool, 256> kIsNameChar = [] {
+  std::array<bool, 256> table{};
+  for (std::size_t c = 0; c < table.size(); ++c) table[c] = isNameChar(static_cast<char>(c));
+  return table;
+}();
 constexpr bool isPlainNameChar(char c) noexcept {
   return isAlnumAscii(c) || c == '-' || c == '_' || c == '*' || c == '.';
 }
@@ -55,12 +63,11 @@ class ParamReader {
     skipBlanksAndComments();
     const std::size_t begin = m_at;
     std::size_t end = npos;
-    for (; m_at < m_text.size() && m_text[m_at] != ';'; ++m_at) {
+    for (; (m_at = findAny<';', '=', '('>(m_text, m_at)) < m_text.size() && m_text[m_at] != ';'; ++m_at) {
       if (m_text[m_at] == '=') {  // the semicolon is missing
         m_at = beginOfNameBefore(m_at, begin);
         break;
       }
-      if (m_text[m_at] != '(') continue;
       const std::size_t close = endOfComment(m_at);
       if (close == npos) continue;
       end = std::min(end, m_at);
@@ -78,7 +85,7 @@ class ParamReader {
       skipSeparators();
       if (m_at >= m_text.size()) return false;
       const std::size_t begin = m_at;
-      while (m_at < m_text.size() && isNameChar(m_text[m_at])) ++m_at;
+      while (m_at < m_text.size() && kIsNameChar[static_cast<unsigned char>(m_text[m_at])]) ++m_at;
       const std::string_view name = m_text.substr(begin, m_at - begin);
       skipBlanks();
       if (m_at >= m_text.size() || m_text[m_at] != '=') {
@@ -190,7 +197,7 @@ class ParamReader {
   std::string_view readQuoted() noexcept {
     const std::size_t begin = ++m_at;
     std::size_t firstInner = npos, lastEscaped = npos;
-    for (std::size_t at = begin; (at = m_text.find_first_of("\"\\", at)) != npos; ++at) {
+    for (std::size_t at = begin; (at = findAny<'"', '\\'>(m_text, at)) < m_text.size(); ++at) {
       if (m_text[at] == '\\') {
         const char next = at + 1 < m_text.size() ? m_text[at + 1] : '\0';
         if (next == '"') lastEscaped = at + 1;
@@ -339,21 +346,40 @@ bool joinsBefore(const Segment& a, const Segment& b) noexcept {
   return a.order < b.order;
 }
 
-/// Whether the list is one that nearly all mail has: short, and without RFC 2231.
-bool isSimple(const Segments& segments) noexcept {
-  constexpr std::size_t kShort = 8;
-  return segments.size() <= kShort &&
-         std::none_of(segments.begin(), segments.end(),
-                      [](const Segment& segment) { return segment.extended || segment.section != kWhole; });
+bool isPlain(const Segment& segment) noexcept { return !segment.extended && segment.section == kWhole; }
+
+/// Nearly all mail has short lists without RFC 2231: they are given in order, without a list being made.
+constexpr std::size_t kShortList = 8;
+constexpr std::size_t kMost = kMaxParameters;
+
+bool isNamedBefore(std::span<const Segment> segments, std::size_t index) noexcept {
+  return std::any_of(
+      segments.begin(), segments.begin() + static_cast<std::ptrdiff_t>(index),
+      [&](const Segment& earlier) { return equalsNoCase(earlier.name, segments[index].name); });
 }
 
-void addInOrder(const Segments& segments, _svParamSet& params) {
-  for (auto it = segments.cbegin(); it != segments.cend(); ++it)
-    if (!params.find(it->name)) params.addParam(it->name, decodeGroup({it, it + 1}));
+void give(std::string_view name, std::string_view value, const TakeParameter& take) {
+  if (!holdsBreak(value)) return take(name, value);
+  std::string oneLine(value);
+  eraseBreaks(oneLine);
+  take(name, oneLine);
+}
+
+void givePlain(const Segment& segment, const TakeParameter& take) {
+  const bool isAsItStands =
+      !(segment.quoted && contains(segment.raw, "\\")) && !mayHoldEncodedWord(segment.raw);
+  if (isAsItStands) return give(segment.name, segment.raw, take);
+  const Segments single{segment};
+  give(segment.name, decodeGroup({single.begin(), single.end()}), take);
+}
+
+void giveInOrder(std::span<const Segment> segments, const TakeParameter& take) {
+  for (std::size_t i = 0; i < segments.size(); ++i)
+    if (!isNamedBefore(segments, i)) givePlain(segments[i], take);
 }
 
 /// The groups in the order in which their names first occur.
-void addGroups(Segments& segments, _svParamSet& params) {
+void giveGroups(Segments& segments, const TakeParameter& take) {
   std::sort(segments.begin(), segments.end(), joinsBefore);
   struct Found {
     int order;
@@ -372,7 +398,7 @@ void addGroups(Segments& segments, _svParamSet& params) {
     groups.push_back({order, {begin, winnersEnd}});
   }
   std::sort(groups.begin(), groups.end(), [](const Found& a, const Found& b) { return a.order < b.order; });
-  for (const Found& found : groups) params.addParam(found.group.begin->name, decodeGroup(found.group));
+  for (const Found& found : groups) give(found.group.begin->name, decodeGroup(found.group), take);
 }
 
 }  // namespace
@@ -406,25 +432,37 @@ bool _svParamSet::take(std::string_view name, std::string& value) {
 
 ParameterizedValue parseParameterizedValue(std::string_view headerValue) {
   ParameterizedValue result;
+  result.overLimit = !readParameters(
+      headerValue, [&result](std::string_view value) { result.value = value; },
+      [&result](std::string_view name, std::string_view value) { result.params.addParam(name, value); });
+  return result;
+}
+
+bool readParameters(std::string_view headerValue, const TakeValue& takeValue, const TakeParameter& take) {
   ParamReader reader(headerValue);
-  result.value = reader.readMainValue();
-  Segments segments;
+  takeValue(reader.readMainValue());
+  std::array<Segment, kShortList> first;
+  std::size_t count = 0;
+  bool allPlain = true, goesOn = true;
+  while (count < kShortList && (goesOn = reader.next(first[count]))) {
+    first[count].order = static_cast<int>(count);
+    allPlain = allPlain && isPlain(first[count]);
+    ++count;
+  }
+  if (!goesOn && allPlain) {
+    giveInOrder({first.data(), count}, take);
+    return true;
+  }
+
+  Segments segments(first.begin(), first.begin() + static_cast<std::ptrdiff_t>(count));
   Segment segment;
-  while (reader.next(segment)) {
-    if (segments.size() == static_cast<std::size_t>(kMaxParameters)) {
-      result.overLimit = true;
-      break;
-    }
-    if (segments.empty()) segments.reserve(8);
+  while (goesOn && segments.size() < kMost && (goesOn = reader.next(segment))) {
     segment.order = static_cast<int>(segments.size());
     segments.push_back(segment);
   }
-  result.params.reserve(segments.size());
-  if (isSimple(segments))
-    addInOrder(segments, result.params);
-  else
-    addGroups(segments, result.params);
-  return result;
+  const bool overLimit = goesOn && reader.next(segment);
+  giveGroups(segments, take);
+  return !overLimit;
 }
 
 }  // namespace mailtree

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -54,6 +55,13 @@ constexpr std::size_t kMaxPlainParameter = 500;
 
 /// Reads an unfolded header value. Encoded words in values are decoded, but never in a boundary.
 ParameterizedValue parseParameterizedValue(std::string_view headerValue);
+
+/// The same without a copy where nothing has to be decoded: gives what stands before the parameters first, then name and
+/// value of each in their order. The views are good for the call only.
+/// @return false when there are more parameters than Limits allow; the rest is not given then.
+using TakeValue = std::function<void(std::string_view value)>;
+using TakeParameter = std::function<void(std::string_view name, std::string_view value)>;
+bool readParameters(std::string_view headerValue, const TakeValue& takeValue, const TakeParameter& take);
 
 /// Appends "; name=value" the way a header needs it; `codePage` is what non-ASCII values are written in
 /// (utf-8 when it cannot carry them). Non-ASCII: RFC 2231, with a readable ASCII fallback behind it when

@@ -90,9 +90,12 @@ class MimeHeader final : public SorvikObject {
   /// Code page of the 8-bit text in the received header: 65001 when it is valid utf-8, else declared or
   /// detected; 0: none.
   int getDetectedCP() const noexcept { return m_detectedCodePage; }
+  bool has8bit() const noexcept { return m_has8bit; }  ///< In the header as it was received.
 
   /// Index of the first field of that name at or after `from`, -1 when absent.
-  int findField(std::string_view name, int from = 0) const noexcept;
+  int findField(std::string_view name, int from = 0) const noexcept {
+    return (m_nameSizes & sizeBit(name.size())) != 0 ? search(name, from) : -1;
+  }
   std::string_view fieldName(int index) const noexcept;
   /// Whether the field stands as it was received; false when it was set since, or the index is out of range.
   bool isReceived(int index) const noexcept;
@@ -187,6 +190,10 @@ class MimeHeader final : public SorvikObject {
   };
   class Reader;
 
+  static constexpr std::uint64_t sizeBit(std::size_t nameSize) noexcept {
+    return std::uint64_t{1} << (nameSize < 63 ? nameSize : 63);
+  }
+  int search(std::string_view name, int from) const noexcept;
   const Field* fieldAt(int index) const noexcept;
   std::string_view nameOf(const Field& field) const noexcept;
   std::string_view valueOf(const Field& field) const noexcept;
@@ -211,6 +218,8 @@ class MimeHeader final : public SorvikObject {
 
   std::string m_block;
   std::vector<Field> m_fields;
+  /// Bit n is set when a name of n bytes may be among the fields: most questions end here.
+  std::uint64_t m_nameSizes = 0;
   std::size_t m_unusedBytes = 0;  ///< Of the block: lines that were replaced or removed.
   int m_detectedCodePage = 0;
   bool m_loadedFromText = false;

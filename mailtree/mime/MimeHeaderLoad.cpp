@@ -205,6 +205,7 @@ void MimeHeader::loadMimeHeaderText(std::string_view text, _svCharset* charsetOu
 void MimeHeader::takeFields(const Reader& reader, std::string_view text) {
   m_block.assign(text.substr(reader.fieldsBegin(), reader.fieldsEnd() - reader.fieldsBegin()));
   reader.giveRows(m_fields);
+  for (const Field& field : m_fields) m_nameSizes |= sizeBit(field.nameSize);
   m_loadedFromText = true;
   m_hasOtherBreaks = reader.anyOtherBreak();
   m_has8bit = !isAscii(m_block);

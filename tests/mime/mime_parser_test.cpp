@@ -287,6 +287,29 @@ TEST(MimeParser, text_comes_in_utf8_unless_it_is_attached) {
   }
 }
 
+TEST(MimeParser, parts_with_the_same_content_type_are_each_judged_by_their_own_text) {
+#define ASCII_PART "--b\nContent-Type: text/plain; charset=us-ascii; x=y\n\n"
+  const std::string mime =
+      MIXED ASCII_PART "caf\xC3\xA9\n" ASCII_PART "cafe\n" ASCII_PART
+                       "caf\xC3\xA9\n--b\nContent-Type: text/plain; charset=us-ascii; x=z\n\nx\n--b--";
+#undef ASCII_PART
+  LogNull log;
+  MimeMessage2 root;
+  ASSERT_TRUE(root.loadText(mime, log));
+  EXPECT_EQ(print(root),
+            "m/mixed(text/plain!charset=caf\xC3\xA9, text/plain=cafe, text/plain!charset=caf\xC3\xA9, "
+            "text/plain=x)");
+  const struct {
+    int codePage;
+    const char* x;
+  } rows[] = {{kCpUtf8, "y"}, {kCpUsAscii, "y"}, {kCpUtf8, "y"}, {kCpUsAscii, "z"}};
+  for (int i = 0; i < 4; ++i) {
+    const MimeMessage2& part = *root.getPart(i);
+    EXPECT_EQ(part.charset().getCodePage(), rows[i].codePage) << i;
+    EXPECT_EQ(*part.contentType().m_otherParams.find("x"), rows[i].x) << i;
+  }
+}
+
 TEST(MimeParser, a_charset_that_was_wrong_is_still_told_as_written) {
   LogNull log;
   MimeMessage2 root;

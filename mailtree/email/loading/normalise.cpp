@@ -19,7 +19,7 @@ bool isLoneAttachment(const MimeMessage2& tree) {
   StringBuffer disposition;
   tree.getDisposition(disposition);
   if (!disposition.equals("attachment")) return false;
-  const std::string_view type = viewOf(tree.getContentType());
+  const std::string_view type = tree.contentType().m_type;
   return !beginsWithNoCase(type, "multipart") && !containsNoCase(type, "pkcs7") &&
          !containsNoCase(type, "edifact");
 }
@@ -70,7 +70,7 @@ void wrapLoneAttachment(MimeMessage2& tree, LogBase& log) {
 }
 
 bool isType(const MimeMessage2& part, std::string_view type) noexcept {
-  return equalsNoCase(viewOf(part.getContentType()), type);
+  return equalsNoCase(part.contentType().m_type, type);
 }
 
 bool hasNoFilename(const MimeMessage2& part) {

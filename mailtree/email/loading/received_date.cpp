@@ -1,6 +1,7 @@
 #include "mailtree/email/loading/received_date.h"
 
 #include <string>
+#include <string_view>
 
 #include "mailtree/base/Log.h"
 #include "mailtree/mime/Date.h"
@@ -10,7 +11,7 @@ namespace mailtree {
 
 bool receivedDate(const MimeHeader& header, SorvikSysTime& time, LogBase& log) {
   std::string scratch;
-  for (const char* name : {"Date", "Delivery-Date"}) {
+  for (const std::string_view name : {std::string_view("Date"), std::string_view("Delivery-Date")}) {
     const int field = header.findField(name);
     if (field >= 0) return _svDateParser::parse(header.unfoldedValue(field, scratch), time);
   }

@@ -166,7 +166,7 @@ void addBlocks(Email2& email, std::string_view text, BeginFinder& begins, std::s
 }  // namespace
 
 bool takeUuencoded(Email2& node, DataBuffer& body, std::string_view charset, LogBase& log) {
-  const char* const message = mayHoldUuencoded(node) ? sniff(node, body) : nullptr;
+  const char* const message = !body.isEmpty() && mayHoldUuencoded(node) ? sniff(node, body) : nullptr;
   if (!message) return false;
   if (log.m_verboseLogging) log.logInfo(message);
   ExtPtrArray files;
