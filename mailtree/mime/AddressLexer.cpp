@@ -1,8 +1,10 @@
 #include "mailtree/mime/AddressLexer.h"
 
 #include <algorithm>
+#include <array>
 
 #include "mailtree/base/Ascii.h"
+#include "mailtree/base/Search.h"
 #include "mailtree/mime/Limits.h"
 
 namespace mailtree {
@@ -16,7 +18,17 @@ constexpr bool isSpecial(char c) noexcept {
 
 constexpr bool isBlankHere(char c) noexcept { return isSpaceAscii(c) || c == '\0'; }
 
-constexpr bool endsWord(char c) noexcept { return isBlankHere(c) || isSpecial(c) || c == '"' || c == '('; }
+/// By byte: what ends a word.
+constexpr std::array<bool, 256> kEndsWord = [] {
+  std::array<bool, 256> table{};
+  for (std::size_t i = 0; i < table.size(); ++i) {
+    const char c = static_cast<char>(i);
+    table[i] = isBlankHere(c) || isSpecial(c) || c == '"' || c == '(';
+  }
+  return table;
+}();
+
+bool endsWord(char c) noexcept { return kEndsWord[static_cast<unsigned char>(c)]; }
 
 constexpr bool isDropped(char c) noexcept { return c == '\r' || c == '\n' || c == '\0'; }
 
@@ -146,6 +158,10 @@ bool isBareLocalPart(std::string_view text) noexcept {
 }
 
 void appendUnescaped(std::string_view inside, std::string& out) {
+  if (findAny<'\\', '\r', '\n', '\0'>(inside) == inside.size()) {
+    out.append(inside);
+    return;
+  }
   for (std::size_t i = 0; i < inside.size(); ++i) {
     if (inside[i] == '\\' && i + 1 < inside.size()) ++i;
     if (!isDropped(inside[i])) out.push_back(inside[i]);

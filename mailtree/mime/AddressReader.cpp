@@ -28,17 +28,26 @@ bool isPlainAddress(std::string_view text) noexcept {
          isBareLocalPart(text.substr(at + 1));
 }
 
-void appendVisible(std::string_view word, std::string& out) {
-  std::copy_if(word.begin(), word.end(), std::back_inserter(out), [](char c) { return !isControlAscii(c); });
+template <class Wanted>
+void appendOnly(std::string_view text, Wanted isWanted, std::string& out) {
+  if (std::all_of(text.begin(), text.end(), isWanted))
+    out.append(text);
+  else
+    std::copy_if(text.begin(), text.end(), std::back_inserter(out), isWanted);
 }
 
+void appendVisible(std::string_view word, std::string& out) {
+  appendOnly(
+      word, [](char c) { return !isControlAscii(c); }, out);
+}
+
+constexpr bool belongsToAddress(char c) noexcept { return !isControlAscii(c) && c != '(' && c != ')'; }
+
 void appendAddressToken(const AddressToken& token, std::string& out) {
-  if (token.kind == Kind::quoted) {
+  if (token.kind == Kind::quoted)
     appendUnescaped(token.text, out);
-    return;
-  }
-  std::copy_if(token.text.begin(), token.text.end(), std::back_inserter(out),
-               [](char c) { return !isControlAscii(c) && c != '(' && c != ')'; });
+  else
+    appendOnly(token.text, belongsToAddress, out);
 }
 
 std::string_view withoutSingleQuotes(std::string_view address) noexcept {

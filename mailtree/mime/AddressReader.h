@@ -24,11 +24,12 @@ struct ReadAddress {
 /// Gives the addresses of a list one by one; entries without an address are passed over.
 class AddressReader {
  public:
-  explicit AddressReader(std::string_view text) noexcept : m_lexer(text) {}
+  explicit AddressReader(std::string_view text) : m_lexer(text) { m_tokens.reserve(kFewTokens); }
   std::optional<ReadAddress> next();
 
  private:
   using Index = std::size_t;
+  static constexpr std::size_t kFewTokens = 12;  ///< More than "A Name <a@b>" has.
   static constexpr Index kNone = static_cast<Index>(-1);
 
   /// Some of m_tokens.
