@@ -1,5 +1,6 @@
 #include "mailtree/base/Containers.h"
 
+#include <algorithm>
 #include <memory>
 #include <tuple>
 #include <utility>
@@ -47,6 +48,13 @@ bool ExtPtrArray::insertAt(int index, SorvikObject* object) {
       isIndex(index, m_entries.size()) ? static_cast<std::size_t>(index) : m_entries.size();
   return neverThrow(false, [&] {
     m_entries.insert(m_entries.begin() + static_cast<std::ptrdiff_t>(at), {object, false});
+    return true;
+  });
+}
+
+bool ExtPtrArray::reserveMore(int count) {
+  return neverThrow(false, [&] {
+    m_entries.reserve(m_entries.size() + static_cast<std::size_t>(std::max(count, 0)));
     return true;
   });
 }

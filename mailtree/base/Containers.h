@@ -28,6 +28,8 @@ class ExtPtrArray final : public SorvikObject {
   bool appendPtr(SorvikObject* object);
   /// Inserts a borrowed pointer before `index`; an index beyond the end, or a negative one, appends.
   bool insertAt(int index, SorvikObject* object);
+  /// Room for so many more entries; false when memory ran out.
+  bool reserveMore(int count);
   /// Null when out of range.
   SorvikObject* elementAt(int index) const noexcept;
   int getSize() const noexcept { return static_cast<int>(m_entries.size()); }

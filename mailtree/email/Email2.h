@@ -20,6 +20,7 @@
 #include "mailtree/base/Log.h"
 #include "mailtree/base/Object.h"
 #include "mailtree/base/Output.h"
+#include "mailtree/base/Slab.h"
 #include "mailtree/base/StringBuffer.h"
 #include "mailtree/base/XString.h"
 #include "mailtree/crypto/SystemCerts.h"
@@ -99,10 +100,13 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// A bare node sharing `common`: no header fields, empty content type and transfer encoding, dated now. The
   /// integer only selects this overload.
   Email2(_svEmailCommon& common, int);
+  /// The same, dated `created`: who makes many nodes asks for the time once.
+  Email2(_svEmailCommon& common, const SorvikSysTime& created);
   Email2(const Email2&) = delete;
   Email2& operator=(const Email2&) = delete;
   /// Destroys the whole subtree, iteratively. A wrong marker is reported and ignored.
   ~Email2() override;
+  static void operator delete(Email2* node, std::destroying_delete_t) noexcept { destroyInSlab(node); }
 
   /// Like the second and third constructor; null when memory ran out.
   static Email2* createNewObject(_svEmailCommon& common);
@@ -783,6 +787,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   std::unique_ptr<ReceivedContent> m_received;
 
  private:
+  friend class SlabPool<Email2>;
+  friend void destroyInSlab<Email2>(Email2* object) noexcept;
   struct Blank {};
   /// What every constructor begins with: members empty, marker set, one reference to `common` taken.
   Email2(_svEmailCommon& common, Blank) noexcept;
@@ -790,6 +796,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   _svCharset& emailCharset(_svCharset& fallback) const noexcept {
     return m_common ? m_common->m_charset : fallback;
   }
+
+  Slab* m_slab = nullptr;  ///< In which it lives, if it does.
 };
 
 /// Owner of a node.

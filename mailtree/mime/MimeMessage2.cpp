@@ -171,9 +171,9 @@ MimeMessage2* MimeMessage2::getPart(int index) const noexcept {
 
 // Body
 
-bool MimeMessage2::setBodyFromText(std::string_view bytes, const char* charset) {
+bool MimeMessage2::setBodyFromText(std::string_view bytes, std::string_view charset) {
   DataBuffer text;
-  const DecodedText decoded = receivedTextToUtf8(viewOf(charset), bytes, text);
+  const DecodedText decoded = receivedTextToUtf8(charset, bytes, text);
   const bool wasGuessed = decoded.origin == TextOrigin::byteOrderMark ||
                           decoded.origin == TextOrigin::validUtf8 || decoded.origin == TextOrigin::detected;
   // Plain ASCII says nothing about its charset, so a label nobody knows stays unjudged.

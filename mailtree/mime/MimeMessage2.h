@@ -16,6 +16,7 @@
 #include "mailtree/base/Containers.h"
 #include "mailtree/base/DataBuffer.h"
 #include "mailtree/base/Object.h"
+#include "mailtree/base/Slab.h"
 #include "mailtree/base/StringBuffer.h"
 #include "mailtree/mime/AttachmentRules.h"
 #include "mailtree/mime/Charset.h"
@@ -37,6 +38,9 @@ class MimeMessage2 final : public SorvikObject {
   MimeMessage2(const MimeMessage2&) = delete;
   MimeMessage2& operator=(const MimeMessage2&) = delete;
   ~MimeMessage2() override;  ///< Iterative, whatever the depth.
+  static void operator delete(MimeMessage2* entity, std::destroying_delete_t) noexcept {
+    destroyInSlab(entity);
+  }
 
   /// A new empty heap entity owned by the caller; null when memory ran out.
   static MimeMessage2* createNewObject();
@@ -161,6 +165,8 @@ class MimeMessage2 final : public SorvikObject {
 
  private:
   friend class MimeParser;
+  friend class SlabPool<MimeMessage2>;
+  friend void destroyInSlab<MimeMessage2>(MimeMessage2* object) noexcept;
 
   void reset();
   void deleteParts() noexcept;
@@ -171,7 +177,9 @@ class MimeMessage2 final : public SorvikObject {
 
   enum class ContentField { type, disposition, transferEncoding, id };
   /// Reads all of them from the header list, the first field of a name; `limits` receives those met.
-  void readContentFields(LimitSet& limits);
+  /// @param alike  an entity that was just read and may well say the same; null: none.
+  void readContentFields(LimitSet& limits, const MimeMessage2* alike = nullptr);
+  bool copyContentType(int row, const MimeMessage2& alike);
   void readContentField(ContentField which, int row, LimitSet& limits);
   void readContentType(std::string_view value, LimitSet& limits);
   void readDisposition(std::string_view value, LimitSet& limits);
@@ -180,7 +188,7 @@ class MimeMessage2 final : public SorvikObject {
 
   /// Sets the body to the utf-8 of text in the declared charset, if that changes the bytes. False: they are
   /// right as they stand, or nothing explains them, and the body was left alone.
-  bool setBodyFromText(std::string_view bytes, const char* charset);
+  bool setBodyFromText(std::string_view bytes, std::string_view charset);
 
   MimeHeader m_header;
   _svContentType m_contentType;
@@ -196,6 +204,7 @@ class MimeMessage2 final : public SorvikObject {
   LimitSet m_limits;
   RepairSet m_repairs;
   bool m_isUnwrapped = false;       ///< Security layers were looked for here.
+  Slab* m_slab = nullptr;           ///< In which it lives, if it does.
   MimeMessage2* m_above = nullptr;  ///< The way back up while a tree is destroyed; set and read only there.
 };
 

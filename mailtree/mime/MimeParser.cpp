@@ -26,6 +26,7 @@ namespace mailtree {
 
 namespace {
 
+constexpr std::size_t kFewParts = 4;  // most multiparts have fewer
 constexpr std::size_t kNowhere = std::string_view::npos;
 /// How far a boundary is looked for in a header that has no empty line behind it. Such a header is short, and
 /// without a bound every level of a nest of them would be searched to its end.
@@ -204,6 +205,8 @@ class MimeParser::Run {
   std::vector<Open> m_open;  ///< Outermost first.
   Leaf m_leaf;               ///< The part whose body is running; none in a preamble or epilogue.
   Leaf m_last;               ///< The part that was begun last.
+  const MimeMessage2* m_lastLeaf = nullptr;
+  SlabPool<MimeMessage2> m_entities{kFewParts};
   std::size_t m_cursor = 0;
   Finder m_dashLines{findDashLine};
   Finder m_emptyLines{findEmptyLine};
@@ -275,7 +278,7 @@ std::size_t MimeParser::Run::loadHeader(MimeMessage2& entity, std::size_t begin,
       entity.m_header.loadFromEntity(text, isPart ? EmptyLines::endHeader : EmptyLines::skip);
   if (extent.malformed && !text.empty()) entity.addRepair(Repair::headerSyntax);
   m_budget.limits.add(extent.limits);
-  entity.readContentFields(m_budget.limits);
+  entity.readContentFields(m_budget.limits, m_lastLeaf);
   return begin + extent.bodyOffset;
 }
 
@@ -313,7 +316,10 @@ void MimeParser::Run::open(MimeMessage2& entity, std::size_t begin, std::size_t 
       !m_open.empty() && equalsNoCase(m_open.back().entity->m_contentType.m_type, "multipart/appledouble");
   m_last = {&entity, bodyBegin, isFork};
   if (!m_open.empty()) m_open.back().partBegin = begin;
-  if (!openMultipart(entity, bodyBegin)) m_leaf = m_last;
+  if (!openMultipart(entity, bodyBegin)) {
+    m_leaf = m_last;
+    m_lastLeaf = &entity;
+  }
   m_cursor = bodyBegin;
 }
 
@@ -339,8 +345,9 @@ bool MimeParser::Run::openMultipart(MimeMessage2& entity, std::size_t bodyBegin)
 void MimeParser::Run::addPart(std::size_t begin) {
   --m_budget.parts;
   MimeMessage2& parent = *m_open.back().entity;
-  Owned<MimeMessage2> owned(new MimeMessage2());
+  Owned<MimeMessage2> owned(m_entities.create());
   MimeMessage2& part = *owned;
+  if (parent.m_parts.empty()) parent.m_parts.reserve(kFewParts);
   parent.m_parts.push_back(std::move(owned));
   const std::size_t bodyBegin = readHeader(part, begin);
   const bool inDigest = equalsNoCase(parent.m_contentType.m_type, "multipart/digest");
@@ -406,7 +413,7 @@ void MimeParser::Run::storeBody(MimeMessage2& entity, std::size_t begin, std::si
   const bool isText = mayConvert && !entity.m_charset.isEmpty() && isConvertibleText(entity.ownTraits());
   if (!isText) return appendBody(entity.m_body, raw, coding);
 
-  const char* const charset = entity.m_charset.getString();
+  const std::string_view charset = entity.m_charset;
   if (coding == Coding::none) {
     if (!entity.setBodyFromText(raw, charset)) appendBytes(entity.m_body, raw);
     return;

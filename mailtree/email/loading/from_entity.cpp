@@ -23,10 +23,21 @@ struct BuildOptions {
   SystemCerts* certs = nullptr;  ///< What layers are opened with; null: none is looked for.
 };
 
+/// Exact for nearly all mail, which has two levels at most.
+std::size_t expectedNodes(const MimeMessage2& root) noexcept {
+  std::size_t count = 1;
+  for (int i = 0; i < root.getNumParts(); ++i)
+    count += 1 + static_cast<std::size_t>(root.getPart(i)->getNumParts());
+  return count;
+}
+
 class TreeBuilder {
  public:
-  TreeBuilder(_svEmailCommon& common, const BuildOptions& options, LogBase& log) noexcept
-      : m_common(common), m_options(options), m_log(log) {}
+  TreeBuilder(const MimeMessage2& root, _svEmailCommon& common, const BuildOptions& options,
+              LogBase& log) noexcept
+      : m_common(common), m_options(options), m_log(log), m_nodes(expectedNodes(root)) {
+    m_now.getCurrentGmt();
+  }
 
   /// Null when memory ran out: the part is then left out of its parent, the rest of the message stays.
   EmailPtr build(MimeMessage2& entity, int depth, bool unwrap) noexcept {
@@ -47,16 +58,16 @@ class TreeBuilder {
   _svEmailCommon& m_common;
   BuildOptions m_options;
   LogBase& m_log;
+  SorvikSysTime m_now;
+  SlabPool<Email2> m_nodes;
 };
 
 EmailPtr TreeBuilder::convert(MimeMessage2& entity, int depth, bool unwrap) {
   LogContextExitor context(m_log, "createFromMimeObject");
   // Deliberate: nothing is unwrapped below a multipart/mixed; whoever shows its parts looks there.
   const bool unwrapHere = unwrap && !entity.isMultipartMixed();
-  const bool isMessage = equalsNoCase(viewOf(entity.getContentType()), "message/rfc822");
-  EmailPtr node(Email2::createNewObject0(m_common));
-  if (!node) return node;
-
+  const bool isMessage = equalsNoCase(entity.contentType().m_type, "message/rfc822");
+  EmailPtr node(m_nodes.create(m_common, m_now));
   if (unwrapHere && !isMessage && m_options.certs) unwrapReceived(entity, *node, *m_options.certs, m_log);
   m_common.m_limits.add(entity.limits());
   node->m_repairs = entity.repairs();
@@ -79,9 +90,9 @@ void TreeBuilder::readEnvelope(const MimeMessage2& entity, Email2& node) {
     const std::string value(header.unfoldedValue(from, scratch));
     if (!value.empty()) node.m_fromAddr.loadSingleEmailAddr(value.c_str(), /*relaxed=*/false, m_log);
   }
-  entity.getEmailAddresses("To", node.m_toAddrs, m_log);
-  entity.getEmailAddresses("Cc", node.m_ccAddrs, m_log);
-  entity.getEmailAddresses("Bcc", node.m_bccAddrs, m_log);
+  if (header.findField("To") >= 0) entity.getEmailAddresses("To", node.m_toAddrs, m_log);
+  if (header.findField("Cc") >= 0) entity.getEmailAddresses("Cc", node.m_ccAddrs, m_log);
+  if (header.findField("Bcc") >= 0) entity.getEmailAddresses("Bcc", node.m_bccAddrs, m_log);
   receivedDate(header, node.m_date, m_log);
 }
 
@@ -146,6 +157,7 @@ void TreeBuilder::addChildren(MimeMessage2& entity, Email2& node, int depth, boo
     m_common.m_limits.add(Limit::depth);
     return;
   }
+  std::ignore = node.m_subParts.reserveMore(entity.getNumParts());  // without it they grow one by one
   for (int i = 0; i < entity.getNumParts(); ++i) {
     MimeMessage2& child = *entity.getPart(i);
     const std::unique_ptr<DataBuffer> received = child.extractReceivedBytes();
@@ -161,7 +173,7 @@ void TreeBuilder::addChildren(MimeMessage2& entity, Email2& node, int depth, boo
 /// child to use.
 MimeMessage2& TreeBuilder::unpackChild(MimeMessage2& parent, int index, MimeMessage2& child) {
   MimeMessage2* part = &child;
-  if (equalsNoCase(viewOf(child.getContentType()), "multipart/appledouble")) {
+  if (equalsNoCase(child.contentType().m_type, "multipart/appledouble")) {
     if (MimeMessage2* const dataFork = child.getAppleDoubleAttachment(m_log)) {
       const Owned<MimeMessage2> replaced(&child);
       parent.replacePart(index, dataFork, m_log);
@@ -178,7 +190,7 @@ MimeMessage2& TreeBuilder::unpackChild(MimeMessage2& parent, int index, MimeMess
 Email2* Email2::createFromMimeObject2(_svEmailCommon& common, MimeMessage2& entity, bool extractBody,
                                       bool unwrap, LogBase& log, SystemCerts& certs) {
   const BuildOptions options{.extractBody = extractBody, .certs = &certs};
-  return TreeBuilder(common, options, log).build(entity, 0, unwrap).release();
+  return TreeBuilder(entity, common, options, log).build(entity, 0, unwrap).release();
 }
 
 EmailPtr loadWrittenContent(_svEmailCommon& common, std::string_view text, LogBase& log) {
@@ -187,7 +199,7 @@ EmailPtr loadWrittenContent(_svEmailCommon& common, std::string_view text, LogBa
     const SettingsKept kept(common);
     MimeMessage2 tree;
     if (!tree.loadText(text, log)) return EmailPtr();
-    return TreeBuilder(common, {.mend = false}, log).build(tree, 0, /*unwrap=*/false);
+    return TreeBuilder(tree, common, {.mend = false}, log).build(tree, 0, /*unwrap=*/false);
   });
 }
 

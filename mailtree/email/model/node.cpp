@@ -36,9 +36,10 @@ Email2::Email2() : Email2(*new _svEmailCommon) {}
 
 Email2::Email2(_svEmailCommon& common) : Email2(common, Blank()) { initializeDefaults(); }
 
-Email2::Email2(_svEmailCommon& common, int) : Email2(common, Blank()) {
-  m_date.getCurrentGmt();
-  minimizeMemUsage();
+Email2::Email2(_svEmailCommon& common, int) : Email2(common, Blank()) { m_date.getCurrentGmt(); }
+
+Email2::Email2(_svEmailCommon& common, const SorvikSysTime& created) : Email2(common, Blank()) {
+  m_date.copyFrom(created);
 }
 
 void Email2::initializeDefaults() {
