@@ -57,9 +57,7 @@ StringBuffer* StringBuffer::createNewSB(const char* text) {
   return neverThrow<StringBuffer*>(nullptr, [&] { return std::make_unique<StringBuffer>(text).release(); });
 }
 
-std::size_t StringBuffer::heapUsage() const {
-  return hasAllocation() ? m_text.capacity() + 1 : 0;
-}
+std::size_t StringBuffer::heapUsage() const { return hasAllocation() ? m_text.capacity() + 1 : 0; }
 
 unsigned StringBuffer::uintValue() const noexcept {
   constexpr std::uint64_t kMost = std::numeric_limits<std::uint32_t>::max();
