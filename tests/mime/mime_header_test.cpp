@@ -13,6 +13,7 @@
 #include "mailtree/mime/Charset.h"
 #include "mailtree/mime/ContentType.h"
 #include "mailtree/mime/EncodedWord.h"
+#include "mailtree/mime/HeaderLines.h"
 #include "mailtree/mime/HeaderParams.h"
 
 namespace mailtree {
@@ -59,6 +60,31 @@ MimeHeader withField(const char* name, const char* text) {
 }
 
 // Loading
+
+TEST(MimeHeader, a_name_ends_at_the_first_byte_that_none_may_hold) {
+  for (int byte = 0; byte < 256; ++byte)
+    for (std::size_t at = 0; at < 40; ++at) {
+      std::string line(40, 'X');
+      line[at] = static_cast<char>(byte);
+      ASSERT_EQ(fieldNameSize(line), isFieldNameChar(line[at]) ? line.size() : at) << byte << " at " << at;
+    }
+}
+
+TEST(MimeHeader, finds_what_was_added_under_a_name_of_a_size_that_no_field_had) {
+  MimeHeader header, other;
+  header.loadMimeHeaderText("To: a\r\n", quiet);
+  header.addMimeField("X-Six", "1", false, quiet);
+  header.replaceMimeFieldUtf8("X-Seven", "2", quiet);
+  header.replaceMimeFieldUtf8(std::string(70, 'n').c_str(), "3", quiet);
+  other.loadMimeHeaderText("Content-Language: en\r\n", quiet);
+  header.takeFieldsBeginningWith("Content-", other);
+  MimeHeader copy(header), moved;
+  moved = std::move(header);
+  for (const std::string& name : {"to"s, "x-six"s, "x-seven"s, std::string(70, 'N'), "content-language"s}) {
+    EXPECT_GE(copy.findField(name), 0) << name;
+    EXPECT_GE(moved.findField(name), 0) << name;
+  }
+}
 
 TEST(MimeHeader, finds_the_fields_and_the_body) {
   const struct {
