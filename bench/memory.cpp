@@ -3,6 +3,7 @@
 //
 //   mailtree_memory CASE PATH    PATH is a message, for short_mails a folder of them
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -31,13 +32,20 @@ void print(const std::string& name, const char* what, double value, const char* 
   std::printf("memory/%s/%s %.3f %s\n", name.c_str(), what, value, unit);
 }
 
+/// What was not loaded takes no memory, and that would look like a good result.
+EmailPtr loaded(EmailPtr message) {
+  if (message) return message;
+  std::cerr << "mailtree_memory: the message was not loaded\n";
+  std::exit(1);
+}
+
 EmailPtr loadFile(const std::string& path, bool discardInput, DataBuffer& bytes) {
   LogNull log;
   SystemCerts certs;
   const RefPtr<_svEmailCommon> common(new _svEmailCommon);
-  if (!bytes.loadFileUtf8(path.c_str(), log)) return nullptr;
-  return EmailPtr(Email2::createFromMimeDb(*common, bytes, discardInput, /*unwrap=*/true, certs, log,
-                                           /*parseOption=*/false));
+  if (!bytes.loadFileUtf8(path.c_str(), log)) return loaded(nullptr);
+  return loaded(EmailPtr(Email2::createFromMimeDb(*common, bytes, discardInput, /*unwrap=*/true, certs, log,
+                                                  /*parseOption=*/false)));
 }
 
 EmailPtr loadText(const std::string& path, StringBuffer& text) {
@@ -47,9 +55,8 @@ EmailPtr loadText(const std::string& path, StringBuffer& text) {
   text.text().resize(std::filesystem::file_size(path));
   std::ifstream(path, std::ios::binary)
       .read(text.text().data(), static_cast<std::streamsize>(text.getSize()));
-  return EmailPtr(Email2::createFromMimeText2(*common, text, /*discardInput=*/true, /*unwrap=*/true, certs,
-                                              log,
-                                              /*parseOption=*/false));
+  return loaded(EmailPtr(Email2::createFromMimeText2(*common, text, /*discardInput=*/true, /*unwrap=*/true,
+                                                     certs, log, /*parseOption=*/false)));
 }
 
 /// Loads a message. The peak includes the input, and so does what is held unless it was discarded.

@@ -110,9 +110,16 @@ Exit appendFiles(const std::string& path, std::vector<std::string>& files) {
     return Exit::fine;
   }
   const auto before = static_cast<std::ptrdiff_t>(files.size());
-  for (fs::directory_iterator entry(path, error), end; !error && entry != end; entry.increment(error))
-    if (!entry->path().filename().string().starts_with('.') && entry->is_regular_file(ignored))
+  for (fs::directory_iterator entry(path, error), end; !error && entry != end; entry.increment(error)) {
+    const fs::file_type type = entry->status(ignored).type();
+    // A link to nowhere is complained of when it is read.
+    const bool isFile =
+        type == fs::file_type::regular || type == fs::file_type::not_found || type == fs::file_type::none;
+    if (isFile && !entry->path().filename().string().starts_with('.'))
       files.push_back(entry->path().string());
+  }
+  if (!error && static_cast<std::ptrdiff_t>(files.size()) == before)
+    complain(path, "no files in it; folders below are not looked into");
   std::sort(files.begin() + before, files.end());
   if (!error) return Exit::fine;
   complain(path, error.message());

@@ -28,6 +28,7 @@ constexpr std::size_t findAnyPortable(std::string_view text, std::size_t from = 
 
 template <char... kWanted>
 inline std::size_t findAny(std::string_view text, std::size_t from = 0) noexcept {
+  if (from >= text.size()) return text.size();
 #if defined(__SSE2__)
   constexpr std::size_t kWidth = sizeof(__m128i);
   const auto hits = [text](std::size_t at) noexcept {
@@ -36,9 +37,9 @@ inline std::size_t findAny(std::string_view text, std::size_t from = 0) noexcept
     ((found = _mm_or_si128(found, _mm_cmpeq_epi8(bytes, _mm_set1_epi8(kWanted)))), ...);
     return static_cast<unsigned>(_mm_movemask_epi8(found));
   };
-  for (; from + kWidth <= text.size(); from += kWidth)
+  for (; text.size() - from >= kWidth; from += kWidth)
     if (const unsigned found = hits(from)) return from + static_cast<unsigned>(std::countr_zero(found));
-  if (text.size() >= kWidth && from < text.size()) {
+  if (text.size() >= kWidth) {
     // The last block reaches back before `from`, where nothing counts.
     const std::size_t last = text.size() - kWidth;
     const unsigned found = hits(last) >> (from - last) << (from - last);

@@ -1,9 +1,9 @@
 // base/Slab.h - memory for the nodes of a tree: one allocation for many objects of one type.
 //
-//   Lifetime  Every object is destroyed on its own, in any order and on any thread, by the delete of its class. The slab
-//             goes when its pool has moved on and the last of its objects is gone.
-//   A class   whose objects may live in a slab has a member `Slab* m_slab = nullptr`, befriends SlabPool and destroyInSlab,
-//             and declares
+//   Lifetime  Every object is destroyed on its own, in any order and on any thread, by the delete of its class.
+//             The slab goes when its pool has moved on and the last of its objects is gone.
+//   A class   whose objects may live in a slab has a member `Slab* m_slab = nullptr`, befriends SlabPool and
+//             destroyInSlab, and declares
 //                 static void operator delete(T* object, std::destroying_delete_t) noexcept { destroyInSlab(object); }
 #pragma once
 

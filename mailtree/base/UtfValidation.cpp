@@ -2,14 +2,12 @@
 #include <cstdint>
 #include <cstring>
 
+#include "mailtree/base/Avx2.h"
 #include "mailtree/base/Utf.h"
 #include "mailtree/base/internal.h"
 
-#if defined(__x86_64__) && defined(__GNUC__)
-#define MAILTREE_HAS_AVX2_PATH 1
+#if MAILTREE_HAS_AVX2_PATH
 #include <immintrin.h>
-#else
-#define MAILTREE_HAS_AVX2_PATH 0
 #endif
 
 // Two ways to the same answer. The portable one is a state machine without branches, one table row per byte;
@@ -104,8 +102,6 @@ constexpr auto kFirstHigh = nibbleTable(&PairClass::firstHigh);
 constexpr auto kFirstLow = nibbleTable(&PairClass::firstLow);
 constexpr auto kSecondHigh = nibbleTable(&PairClass::secondHigh);
 
-#define MAILTREE_AVX2 __attribute__((target("avx2")))
-
 MAILTREE_AVX2 inline __m256i load(const char* bytes) noexcept {
   return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes));
 }
@@ -173,7 +169,7 @@ bool isValidUtf8Portable(std::string_view bytes) noexcept {
 
 bool isValidUtf8(std::string_view bytes) noexcept {
 #if MAILTREE_HAS_AVX2_PATH
-  if (bytes.size() >= 32 && __builtin_cpu_supports("avx2")) return isValidUtf8Avx2(bytes);
+  if (bytes.size() >= 32 && hasAvx2()) return isValidUtf8Avx2(bytes);
 #endif
   return isValidUtf8Portable(bytes);
 }

@@ -134,20 +134,14 @@ std::size_t encodePortable(const std::uint8_t* data, std::size_t size, char* out
   return static_cast<std::size_t>(out - begin);
 }
 
-#if MAILTREE_BASE64_AVX2
-
-namespace {
-
-const bool kHasAvx2 = __builtin_cpu_supports("avx2") != 0;
-
-}  // namespace
+#if MAILTREE_HAS_AVX2_PATH
 
 std::size_t decode(std::string_view text, std::uint8_t* out) noexcept {
-  return kHasAvx2 ? decodeAvx2(text, out) : decodePortable(text, out);
+  return hasAvx2() ? decodeAvx2(text, out) : decodePortable(text, out);
 }
 
 std::size_t encode(const std::uint8_t* data, std::size_t size, char* out, std::size_t lineLength) noexcept {
-  return kHasAvx2 ? encodeAvx2(data, size, out, lineLength) : encodePortable(data, size, out, lineLength);
+  return hasAvx2() ? encodeAvx2(data, size, out, lineLength) : encodePortable(data, size, out, lineLength);
 }
 
 #else

@@ -1,6 +1,6 @@
 #include "mailtree/mime/Base64Internal.h"
 
-#if MAILTREE_BASE64_AVX2
+#if MAILTREE_HAS_AVX2_PATH
 
 #include <immintrin.h>
 
@@ -13,8 +13,6 @@
 //
 // The file is compiled for any x86-64 processor; only the functions marked here may use the wider
 // instructions, and they run only on a processor that has them.
-#define MAILTREE_AVX2 __attribute__((target("avx2")))
-
 namespace mailtree::base64 {
 namespace {
 

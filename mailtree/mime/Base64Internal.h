@@ -6,13 +6,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "mailtree/base/Avx2.h"
 #include "mailtree/mime/Base64.h"
-
-#if defined(__x86_64__) && defined(__GNUC__)
-#define MAILTREE_BASE64_AVX2 1
-#else
-#define MAILTREE_BASE64_AVX2 0
-#endif
 
 namespace mailtree::base64 {
 
@@ -33,7 +28,7 @@ constexpr std::uint8_t digitValue(char c) noexcept { return kDigitValues[static_
 /// group, or at the end. Moves both pointers.
 void decodeGroup(const char*& p, const char* end, std::uint8_t*& out) noexcept;
 
-#if MAILTREE_BASE64_AVX2
+#if MAILTREE_HAS_AVX2_PATH
 std::size_t decodeAvx2(std::string_view text, std::uint8_t* out) noexcept;
 std::size_t encodeAvx2(const std::uint8_t* data, std::size_t size, char* out,
                        std::size_t lineLength) noexcept;

@@ -12,13 +12,8 @@
 #include <string>
 #include <string_view>
 
+#include "mailtree/base/Avx2.h"
 #include "mailtree/base/DataBuffer.h"
-
-#if defined(__x86_64__) && defined(__GNUC__)
-#define MAILTREE_CHARSET_AVX2 1
-#else
-#define MAILTREE_CHARSET_AVX2 0
-#endif
 
 namespace mailtree {
 
@@ -131,14 +126,16 @@ const SingleByteCodec* singleByteCodec(int codePage) noexcept;
 bool decodeSingleByte(const SingleByteCodec& codec, std::string_view bytes, ByteSink& out);
 bool encodeSingleByte(const SingleByteCodec& codec, std::string_view utf8, ByteSink& out);
 
-/// The work of decodeSingleByte: what it writes to `to`, which has room for all characters and
-/// kSingleByteMargin more, and where that ended. `whole` becomes false where a byte meant nothing. The vector
-/// path is tested against its portable twin.
+// The work of decodeSingleByte, each in both ways.
+
+/// How far behind its end decoding may write.
 inline constexpr std::size_t kSingleByteMargin = 16;
 std::size_t count8bitPortable(std::string_view bytes) noexcept;
+/// Writes the characters to `to`, which has room for all and kSingleByteMargin more; where that ended. `whole` becomes
+/// false where a byte meant nothing.
 char* decodeSingleBytePortable(const SingleByteCodec& codec, std::string_view bytes, char* to,
                                bool& whole) noexcept;
-#if MAILTREE_CHARSET_AVX2
+#if MAILTREE_HAS_AVX2_PATH
 std::size_t count8bitAvx2(std::string_view bytes) noexcept;
 char* decodeSingleByteAvx2(const SingleByteCodec& codec, std::string_view bytes, char* to,
                            bool& whole) noexcept;

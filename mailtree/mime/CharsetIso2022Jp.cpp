@@ -86,15 +86,12 @@ class Reader {
         designate();
       else
         take();
-      if (m_euc.size() > kEnough) flush();
     }
     flush();
     return m_whole;
   }
 
  private:
-  static constexpr std::size_t kEnough = 4096;  ///< What may wait, so that it is still in the cache.
-
   void designate() {
     m_rest.remove_prefix(1);
     if (m_rest.starts_with(kRevision)) return m_rest.remove_prefix(kRevision.size());

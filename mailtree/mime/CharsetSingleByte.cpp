@@ -70,17 +70,15 @@ char* decodeSingleBytePortable(const SingleByteCodec& codec, std::string_view by
 
 namespace {
 
-#if MAILTREE_CHARSET_AVX2
-
-const bool kHasAvx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt");
+#if MAILTREE_HAS_AVX2_PATH
 
 std::size_t count8bit(std::string_view bytes) noexcept {
-  return kHasAvx2 ? count8bitAvx2(bytes) : count8bitPortable(bytes);
+  return hasAvx2() ? count8bitAvx2(bytes) : count8bitPortable(bytes);
 }
 
 char* decodeAll(const SingleByteCodec& codec, std::string_view bytes, char* to, bool& whole) noexcept {
-  return kHasAvx2 ? decodeSingleByteAvx2(codec, bytes, to, whole)
-                  : decodeSingleBytePortable(codec, bytes, to, whole);
+  return hasAvx2() ? decodeSingleByteAvx2(codec, bytes, to, whole)
+                   : decodeSingleBytePortable(codec, bytes, to, whole);
 }
 
 #else

@@ -1,6 +1,6 @@
 #include "mailtree/mime/CharsetInternal.h"
 
-#if MAILTREE_CHARSET_AVX2
+#if MAILTREE_HAS_AVX2_PATH
 
 #include <immintrin.h>
 
@@ -11,8 +11,6 @@
 //
 // The file is compiled for any x86-64 processor; only the functions marked here may use the wider
 // instructions, and they run only on a processor that has them.
-#define MAILTREE_AVX2 __attribute__((target("avx2,popcnt")))
-
 namespace mailtree {
 namespace {
 

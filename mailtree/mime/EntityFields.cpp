@@ -80,8 +80,9 @@ void MimeMessage2::readContentFields(LimitSet& limits, const MimeMessage2* alike
   }
 }
 
-/// Parts beside each other often say the same. False when this one does not, or the other no longer is what its field
-/// says.
+/// Parts beside each other often say the same. False when this one does not, or the other no longer is what its
+/// field says: a charset that was changed while parsing is marked as a repair. Limits that the other met are known
+/// already, both being read in one run.
 bool MimeMessage2::copyContentType(int row, const MimeMessage2& alike) {
   const int other = alike.m_header.findField(kTypeField);
   if (other < 0 || m_header.has8bit() || alike.m_header.has8bit()) return false;

@@ -348,7 +348,7 @@ bool joinsBefore(const Segment& a, const Segment& b) noexcept {
 
 bool isPlain(const Segment& segment) noexcept { return !segment.extended && segment.section == kWhole; }
 
-/// Nearly all mail has short lists without RFC 2231: they are given in order, without a list being made.
+/// Nearly all mail has shorter lists without RFC 2231: they are given in order, without a list being made.
 constexpr std::size_t kShortList = 8;
 constexpr std::size_t kMost = kMaxParameters;
 

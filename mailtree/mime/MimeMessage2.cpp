@@ -178,7 +178,7 @@ bool MimeMessage2::setBodyFromText(std::string_view bytes, std::string_view char
                           decoded.origin == TextOrigin::validUtf8 || decoded.origin == TextOrigin::detected;
   // Plain ASCII says nothing about its charset, so a label nobody knows stays unjudged.
   if (wasGuessed && !isAscii(bytes) && decoded.codePage != m_parsedCharset.getCodePage()) {
-    m_repairs.add(Repair::charset);
+    m_repairs.add(Repair::charset);  // also tells copyContentType that the field is no longer the truth
     m_parsedCharset.setByCodePage(decoded.codePage);
   }
   if (decoded.converted) m_body = std::move(text);

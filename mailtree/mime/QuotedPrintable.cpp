@@ -155,24 +155,22 @@ std::size_t plainLinesPortable(std::string_view text) noexcept {
   }
 }
 
-#if MAILTREE_QP_AVX2
+#if MAILTREE_HAS_AVX2_PATH
 
 namespace {
 
-const bool kHasAvx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi");
-
 char* encodeUnbroken(std::string_view bytes, std::size_t readable, char* to) noexcept {
-  return kHasAvx2 ? encodeUnbrokenAvx2(bytes, readable, to) : encodeUnbrokenPortable(bytes, to);
+  return hasAvx2() ? encodeUnbrokenAvx2(bytes, readable, to) : encodeUnbrokenPortable(bytes, to);
 }
 
 std::size_t plainLines(std::string_view text) noexcept {
-  return kHasAvx2 ? plainLinesAvx2(text) : plainLinesPortable(text);
+  return hasAvx2() ? plainLinesAvx2(text) : plainLinesPortable(text);
 }
 
 }  // namespace
 
 std::size_t decode(std::string_view text, std::uint8_t* out) noexcept {
-  return kHasAvx2 ? decodeAvx2(text, out) : decodePortable(text, out);
+  return hasAvx2() ? decodeAvx2(text, out) : decodePortable(text, out);
 }
 
 #else
@@ -343,6 +341,7 @@ class PieceEncoder {
   }
 
   LineWriter m_lines;
+  /// What is kept back and one encoded piece; behind them the lines of kMaxLine bytes that m_lines reads from any place.
   std::array<char, kEscapeSize * kPiece + 2 * kMaxLine + kUnbrokenMargin> m_text;
   std::size_t m_begin = 0;
   std::size_t m_end;

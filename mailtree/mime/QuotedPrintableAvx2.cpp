@@ -1,6 +1,6 @@
 #include "mailtree/mime/QuotedPrintableInternal.h"
 
-#if MAILTREE_QP_AVX2
+#if MAILTREE_HAS_AVX2_PATH
 
 #include <immintrin.h>
 
@@ -12,8 +12,6 @@
 //
 // The file is compiled for any x86-64 processor; only the functions marked here may use the wider
 // instructions, and they run only on a processor that has them.
-#define MAILTREE_AVX2 __attribute__((target("avx2,bmi,popcnt")))
-
 namespace mailtree::quotedPrintable {
 namespace {
 

@@ -9,13 +9,8 @@
 #include <string_view>
 
 #include "mailtree/base/Ascii.h"
+#include "mailtree/base/Avx2.h"
 #include "mailtree/mime/QuotedPrintable.h"
-
-#if defined(__x86_64__) && defined(__GNUC__)
-#define MAILTREE_QP_AVX2 1
-#else
-#define MAILTREE_QP_AVX2 0
-#endif
 
 namespace mailtree::quotedPrintable {
 
@@ -71,16 +66,18 @@ inline char* putCode(char c, char* to) noexcept {
 /// text.
 bool opensWithTrouble(std::string_view line) noexcept;
 
-/// Encodes bytes without breaking lines; where that ended. `to` has room for three times as many and
-/// kUnbrokenMargin more; of `bytes` so many are `readable`, those behind their end too.
+/// How far behind its end the encoding of unbroken text may write.
 inline constexpr std::size_t kUnbrokenMargin = 96;
+/// Encodes bytes without breaking lines; where that ended. `to` has room for three times as many and
+/// kUnbrokenMargin more.
 char* encodeUnbrokenPortable(std::string_view bytes, char* to) noexcept;
 
 /// How many bytes at the front of a text are whole lines that stay as they are, breaks included.
 std::size_t plainLinesPortable(std::string_view text) noexcept;
 
-#if MAILTREE_QP_AVX2
+#if MAILTREE_HAS_AVX2_PATH
 std::size_t decodeAvx2(std::string_view text, std::uint8_t* out) noexcept;
+/// @param readable  how many bytes may be read from the beginning of `bytes`, those behind their end too.
 char* encodeUnbrokenAvx2(std::string_view bytes, std::size_t readable, char* to) noexcept;
 std::size_t plainLinesAvx2(std::string_view text) noexcept;
 #endif

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <ostream>
 #include <random>
 #include <string>
 
@@ -9,7 +10,7 @@
 namespace mailtree {
 namespace {
 
-#if MAILTREE_CHARSET_AVX2
+#if MAILTREE_HAS_AVX2_PATH
 
 using Decode = char* (*)(const SingleByteCodec&, std::string_view, char*, bool&) noexcept;
 
@@ -37,7 +38,7 @@ Decoded decoded(Decode how, const SingleByteCodec& codec, std::string_view bytes
 }
 
 TEST(CharsetSingleByte, vector_and_portable_paths_agree_in_every_code_page) {
-  if (!__builtin_cpu_supports("avx2")) GTEST_SKIP() << "no such processor";
+  if (!hasAvx2()) GTEST_SKIP() << "no such processor";
   std::mt19937 random(1);
   for (const SingleByteCodec& codec : kSingleByteCodecs) {
     for (int round = 0; round < 300; ++round) {
@@ -54,7 +55,7 @@ TEST(CharsetSingleByte, vector_and_portable_paths_agree_in_every_code_page) {
 }
 
 TEST(CharsetSingleByte, every_byte_of_every_code_page_is_the_same_in_every_place) {
-  if (!__builtin_cpu_supports("avx2")) GTEST_SKIP() << "no such processor";
+  if (!hasAvx2()) GTEST_SKIP() << "no such processor";
   for (const SingleByteCodec& codec : kSingleByteCodecs) {
     for (unsigned value = 0x80; value < 0x100; ++value) {
       std::string bytes(33, 'a');

@@ -150,10 +150,10 @@ TEST(QuotedPrintable, vector_and_portable_paths_agree_on_damaged_text) {
   }
 }
 
-#if MAILTREE_QP_AVX2
+#if MAILTREE_HAS_AVX2_PATH
 
 TEST(QuotedPrintable, vector_and_portable_encoders_agree_whatever_can_be_read_behind) {
-  if (!__builtin_cpu_supports("avx2")) GTEST_SKIP() << "no such processor";
+  if (!hasAvx2()) GTEST_SKIP() << "no such processor";
   std::mt19937 random(6);
   for (int round = 0; round < 4000; ++round) {
     std::string text = awkwardText(random() % 300, random);
@@ -174,7 +174,7 @@ TEST(QuotedPrintable, vector_and_portable_encoders_agree_whatever_can_be_read_be
 }
 
 TEST(QuotedPrintable, vector_and_portable_paths_find_the_same_plain_lines) {
-  if (!__builtin_cpu_supports("avx2")) GTEST_SKIP() << "no such processor";
+  if (!hasAvx2()) GTEST_SKIP() << "no such processor";
   for (std::size_t length = 0; length < 100; ++length) {
     for (const std::string_view end : {"", "\r", "\r\n", "\n", " \r\n", "=\r\n", "\x7F\r\n"}) {
       std::string text = "\r\nfirst\r\n" + std::string(length, 'x');
