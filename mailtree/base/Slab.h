@@ -29,9 +29,7 @@ namespace mailtree {
 class Slab {
  public:
   /// One reference is the caller's. Throws bad_alloc.
-  static Slab* create(std::size_t objects, std::size_t objectSize) {
-    return new (::operator new(sizeof(Slab) + objects * objectSize)) Slab(objects * objectSize);
-  }
+  static Slab* create(std::size_t objects, std::size_t objectSize);
 
   /// The next free place; null when there is none left.
   void* take(std::size_t size) noexcept {
@@ -39,9 +37,7 @@ class Slab {
     return reinterpret_cast<std::byte*>(this + 1) + std::exchange(m_used, m_used + size);
   }
   void hold() noexcept { m_references.fetch_add(1, std::memory_order_relaxed); }
-  void release() noexcept {
-    if (m_references.fetch_sub(1, std::memory_order_acq_rel) == 1) ::operator delete(this);
-  }
+  void release() noexcept;
 
  private:
   explicit Slab(std::size_t size) noexcept : m_size(size) {}
