@@ -103,18 +103,11 @@ BENCHMARK_CAPTURE(growth, parts, manyParts)
     ->Arg(10'000)
     ->Arg(50'000);
 BENCHMARK_CAPTURE(growth, levels, deep)->Name("growth/levels")->Arg(1)->Arg(3)->Arg(10)->Arg(30)->Arg(100);
-BENCHMARK_CAPTURE(growth, fields, manyFields)
-    ->Name("growth/fields")
-    ->Arg(10)
-    ->Arg(100)
-    ->Arg(1'000)
-    ->Arg(10'000);
+BENCHMARK_CAPTURE(growth, fields, manyFields)->Name("growth/fields")->RangeMultiplier(10)->Range(10, 10'000);
 BENCHMARK_CAPTURE(growth, addresses, manyAddresses)
     ->Name("growth/addresses")
-    ->Arg(10)
-    ->Arg(100)
-    ->Arg(1'000)
-    ->Arg(10'000);
+    ->RangeMultiplier(10)
+    ->Range(10, 10'000);
 BENCHMARK_CAPTURE(growth, text, longText)
     ->Name("growth/text_bytes")
     ->RangeMultiplier(10)

@@ -1,7 +1,8 @@
 // base/Search.h - searches over bytes that strings and buffers share: substrings, line ends, line lengths.
 //
 // All are linear in the text, whatever the text and the wanted bytes are; none allocates or throws. What every header
-// and body goes through looks at 16 bytes at once where the processor is known to; its portable twin says the same.
+// and body goes through looks at 16 bytes at once where every processor compiled for can; its portable twin says the
+// same.
 #pragma once
 
 #include <bit>

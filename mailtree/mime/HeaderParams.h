@@ -56,8 +56,8 @@ constexpr std::size_t kMaxPlainParameter = 500;
 /// Reads an unfolded header value. Encoded words in values are decoded, but never in a boundary.
 ParameterizedValue parseParameterizedValue(std::string_view headerValue);
 
-/// The same without a copy where nothing has to be decoded: gives what stands before the parameters first, then name and
-/// value of each in their order. The views are good for the call only.
+/// The same without a copy where nothing has to be decoded: gives what stands before the parameters first, then name
+/// and value of each in their order. The views are good for the call only.
 /// @return false when there are more parameters than Limits allow; the rest is not given then.
 using TakeValue = std::function<void(std::string_view value)>;
 using TakeParameter = std::function<void(std::string_view name, std::string_view value)>;

@@ -341,7 +341,7 @@ class PieceEncoder {
   }
 
   LineWriter m_lines;
-  /// What is kept back and one encoded piece; behind them the lines of kMaxLine bytes that m_lines reads from any place.
+  /// What is kept back and one encoded piece; behind them what m_lines may read, kMaxLine bytes from any place.
   std::array<char, kEscapeSize * kPiece + 2 * kMaxLine + kUnbrokenMargin> m_text;
   std::size_t m_begin = 0;
   std::size_t m_end;

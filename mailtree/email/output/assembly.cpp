@@ -253,8 +253,8 @@ unsigned sizeOnServer(const Email2& node, LogBase& log) {
   return size.uintValue();
 }
 
-/// Room for the whole message at once: growing on the way copies what is there already. A guess is enough, but one that is
-/// a few bytes short costs as much as none.
+/// Room for the whole message at once: growing on the way copies what is there already. A guess is enough, but one
+/// that is a few bytes short costs as much as none.
 void reserveFor(const Email2& root, StringBuffer& text) {
   constexpr std::uint64_t kSpare = 4096;
   std::uint64_t size = 0;
