@@ -11,6 +11,8 @@
 #include <iterator>
 #include <string>
 
+#include "tests/support/places.h"
+
 namespace mailtree::cli_test {
 
 struct Result {
@@ -52,8 +54,8 @@ inline std::string readFile(const std::string& path) {
 /// Runs a line of shell in which $mailtree is the command.
 inline Result shell(const std::string& line) {
   const Workspace work;
-  const std::string whole = "export TZ=UTC mailtree='" MAILTREE_COMMAND "'; exec > '" + work.path("out") +
-                            "' 2> '" + work.path("err") + "'; " + line;
+  const std::string whole = "export TZ=UTC mailtree='" + places::mailtreeCommand() + "'; exec > '" +
+                            work.path("out") + "' 2> '" + work.path("err") + "'; " + line;
   const int raw = std::system(whole.c_str());
   return {WIFEXITED(raw) ? WEXITSTATUS(raw) : 128, readFile(work.path("out")), readFile(work.path("err"))};
 }
@@ -70,6 +72,6 @@ inline Result mailtreeOnTerminal(const std::string& arguments, const std::string
                "' /dev/null < /dev/null");
 }
 
-inline std::string sample(const std::string& name) { return MAILTREE_SAMPLES "/" + name + ".eml"; }
+inline std::string sample(const std::string& name) { return places::samples() + "/" + name + ".eml"; }
 
 }  // namespace mailtree::cli_test

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/cli/shown.h"
+#include "tests/support/places.h"
 
 namespace mailtree::cli_test {
 namespace {
@@ -46,7 +47,7 @@ TEST(Edit, leaves_everything_else_byte_for_byte) {
 }
 
 TEST(Edit, changes_nothing_unasked) {
-  for (const auto& entry : std::filesystem::directory_iterator(MAILTREE_SAMPLES)) {
+  for (const auto& entry : std::filesystem::directory_iterator(places::samples())) {
     const std::string file = entry.path().string();
     if (file.find("uuencoded") != std::string::npos)
       continue;  // gets an enclosure with a boundary drawn anew

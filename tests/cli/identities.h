@@ -4,11 +4,12 @@
 #include <string>
 
 #include "tests/cli/command.h"
+#include "tests/support/places.h"
 
 namespace mailtree::cli_test {
 
 /// "alice.pem" in the folder of test identities.
-inline std::string identity(const std::string& file) { return MAILTREE_TEST_DATA "/secure/" + file; }
+inline std::string identity(const std::string& file) { return places::testData() + "/secure/" + file; }
 
 /// The options for somebody's certificate and key, and the authority between it and the root.
 inline std::string as(const std::string& name) {

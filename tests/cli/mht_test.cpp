@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/cli/command.h"
+#include "tests/support/places.h"
 
 namespace mailtree::cli_test {
 namespace {
@@ -71,7 +72,7 @@ TEST(Mht, plain_text_becomes_an_escaped_page) {
 
 TEST(Mht, every_sample_loads_again) {
   const Workspace work;
-  for (const auto& entry : std::filesystem::directory_iterator(MAILTREE_SAMPLES)) {
+  for (const auto& entry : std::filesystem::directory_iterator(places::samples())) {
     ASSERT_EQ(mailtree("mht " + entry.path().string() + " -o " + work.path("p.mht")).status, 0)
         << entry.path();
     EXPECT_EQ(mailtree("body --html " + work.path("p.mht")).status, 0) << entry.path();
@@ -92,8 +93,8 @@ TEST(Mht, a_browser_shows_page_and_images) {
   const Workspace work;
   const auto see = [&](const std::string& file) {
     EXPECT_EQ(mailtree("mht " + file + " -o " + work.path("p.mht")).status, 0) << file;
-    const Result seen = shell("timeout 60 python3 '" MAILTREE_SOURCE_DIR "/tests/cli/see_in_chromium.py' " +
-                              browser + " " + work.path("p.mht"));
+    const Result seen = shell("timeout 60 python3 '" + places::sourceFolder() +
+                              "/tests/cli/see_in_chromium.py' " + browser + " " + work.path("p.mht"));
     return seen.status == 0 ? json::parse(seen.out) : json(seen.err);
   };
   const json newsletter = see(sample("newsletter"));

@@ -3,13 +3,14 @@
 #include <gtest/gtest.h>
 
 #include "tests/cli/command.h"
+#include "tests/support/places.h"
 
 namespace mailtree::cli_test {
 namespace {
 
 TEST(Readme, secure_mail_goes_round_as_it_says) {
   if (shell("openssl version").status != 0) GTEST_SKIP() << "there is no openssl command";
-  const std::string readme = readFile(MAILTREE_SOURCE_DIR "/README.md");
+  const std::string readme = readFile(places::sourceFolder() + "/README.md");
   const std::size_t begin = readme.find("    for who in anna jo"), end = readme.find("\n\n", begin);
   ASSERT_NE(end, std::string::npos);
   const Workspace work;

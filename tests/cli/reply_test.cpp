@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/cli/shown.h"
+#include "tests/support/places.h"
 
 namespace mailtree::cli_test {
 namespace {
@@ -52,7 +53,7 @@ TEST(Reply, puts_the_text_in_front_of_both_quotes) {
 }
 
 TEST(Reply, keeps_what_is_attached_and_quotes_every_sample) {
-  for (const auto& entry : std::filesystem::directory_iterator(MAILTREE_SAMPLES)) {
+  for (const auto& entry : std::filesystem::directory_iterator(places::samples())) {
     const Workspace work;
     const std::string file = entry.path().string(), answer = work.path("answer.eml");
     const auto attachments = [](const std::string& mail) {

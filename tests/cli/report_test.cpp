@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/cli/command.h"
+#include "tests/support/places.h"
 
 namespace mailtree::cli_test {
 namespace {
@@ -12,7 +13,7 @@ namespace {
 using nlohmann::json;
 using testing::HasSubstr;
 
-std::string report(const std::string& name) { return MAILTREE_TEST_DATA "/reports/" + name + ".eml"; }
+std::string report(const std::string& name) { return places::testData() + "/reports/" + name + ".eml"; }
 
 std::string orDash(const json& value) { return value.is_null() ? "-" : value.get<std::string>(); }
 

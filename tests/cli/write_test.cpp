@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/cli/command.h"
+#include "tests/support/places.h"
 
 namespace mailtree::cli_test {
 namespace {
@@ -13,7 +14,7 @@ using testing::Not;
 TEST(Write, settles_after_one_pass_on_every_sample) {
   const Workspace work;
   int count = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(MAILTREE_SAMPLES)) {
+  for (const auto& entry : std::filesystem::directory_iterator(places::samples())) {
     ++count;
     for (const std::string options : {"", "--8bit-to-qp "}) {
       const std::string file = entry.path().string();
@@ -73,8 +74,8 @@ TEST(Write, leaves_no_half_written_file_behind) {
 
 TEST(Write, says_so_when_standard_output_is_full) {
   if (!std::filesystem::exists("/dev/full")) GTEST_SKIP();
-  const int raw =
-      std::system(("'" MAILTREE_COMMAND "' write " + sample("plain") + " > /dev/full 2> /dev/null").c_str());
+  const int raw = std::system(
+      ("'" + places::mailtreeCommand() + "' write " + sample("plain") + " > /dev/full 2> /dev/null").c_str());
   EXPECT_EQ(WEXITSTATUS(raw), 3);
 }
 

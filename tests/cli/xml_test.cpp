@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/cli/command.h"
+#include "tests/support/places.h"
 
 namespace mailtree::cli_test {
 namespace {
@@ -26,7 +27,7 @@ TEST(XmlCommand, a_parser_accepts_every_sample_in_both_forms) {
       "hostile",
       std::string("Subject: \x01 ]]> \xFF <&>\r\nX<>: 1\r\n-: 2\r\n\r\n]]> \0 \x1B \xEF\xBF\xBF\r\n", 52));
   std::string files = hostile;
-  for (const auto& entry : std::filesystem::directory_iterator(MAILTREE_SAMPLES))
+  for (const auto& entry : std::filesystem::directory_iterator(places::samples()))
     files += ' ' + entry.path().string();
   const Result result =
       shell("for f in " + files + "; do for form in '' --indent; do \"$mailtree\" xml $form \"$f\" | " +

@@ -7,6 +7,7 @@
 #include <iterator>
 
 #include "tests/crypto/pkcs7_fixtures.h"
+#include "tests/support/places.h"
 
 namespace mailtree {
 namespace {
@@ -44,9 +45,8 @@ class Pkcs7Peer : public testing::Test {
   /// Runs "openssl cms" on exact bytes in DER; false when it said no.
   bool cms(const std::string& arguments) const {
     std::filesystem::remove(path("out"));
-    const std::string command = "cd '" + std::string(MAILTREE_TEST_DATA "/secure") +
-                                "' && openssl cms -binary -out '" + path("out") + "' " + arguments + " 2>'" +
-                                path("errors") + "'";
+    const std::string command = "cd '" + places::testData() + "/secure" + "' && openssl cms -binary -out '" +
+                                path("out") + "' " + arguments + " 2>'" + path("errors") + "'";
     return std::system(command.c_str()) == 0;
   }
   std::string in() const { return " -in '" + path("in") + "'"; }

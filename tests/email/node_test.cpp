@@ -10,6 +10,7 @@
 #include "mailtree/base/Platform.h"
 #include "mailtree/email/Email2.h"
 #include "tests/support/fields.h"
+#include "tests/support/places.h"
 #include "tests/support/tree_notation.h"
 
 namespace mailtree {
@@ -423,7 +424,7 @@ RefPtr<_svEmailCommon> newCommon() { return RefPtr<_svEmailCommon>(new _svEmailC
 
 RefPtr<Certificate> certificateOf(const std::string& name) {
   SystemCerts certs;
-  certs.addFromFile((MAILTREE_TEST_DATA "/secure/" + name + ".pem").c_str(), nullptr, quiet);
+  certs.addFromFile((places::testData() + "/secure/" + name + ".pem").c_str(), nullptr, quiet);
   return RefPtr<Certificate>(certs.getCertificate(0));
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/support/messages.h"
+#include "tests/support/places.h"
 #include "tests/support/tree_notation.h"
 
 namespace mailtree {
@@ -163,8 +164,8 @@ TEST(RoundTrip, keeps_received_fields_as_they_were_folded) {
 }
 
 TEST(RoundTrip, holds_for_the_samples) {
-  const std::vector<fs::path> paths = messagesIn(MAILTREE_SAMPLES);
-  ASSERT_GE(paths.size(), 12u) << MAILTREE_SAMPLES;
+  const std::vector<fs::path> paths = messagesIn(places::samples());
+  ASSERT_GE(paths.size(), 12u) << places::samples();
   for (const fs::path& path : paths) {
     const std::string message = contentOf(path);
     checkLaws(message, path.filename().string());

@@ -12,6 +12,7 @@
 
 #include "mailtree/base/Log.h"
 #include "mailtree/base/Utf.h"
+#include "tests/support/places.h"
 
 namespace mailtree {
 
@@ -37,7 +38,7 @@ struct Sample {
 
 std::vector<Sample> samples() {
   std::vector<Sample> all;
-  std::ifstream file(MAILTREE_TEST_DATA "/charset_samples.tsv");
+  std::ifstream file(places::testData() + "/charset_samples.tsv");
   for (std::string line; std::getline(file, line);) {
     std::istringstream fields(line);
     std::string label, bytes, utf8;

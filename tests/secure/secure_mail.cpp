@@ -4,11 +4,12 @@
 
 #include "mailtree/mime/ContentCoding.h"
 #include "tests/support/messages.h"
+#include "tests/support/places.h"
 
 namespace mailtree {
 namespace {
 
-std::string pathOf(std::string_view name) { return std::string(MAILTREE_TEST_DATA "/secure/").append(name); }
+std::string pathOf(std::string_view name) { return (places::testData() + "/secure/").append(name); }
 
 ExtPtrArray& listed(Certificate& certificate, ExtPtrArray& list) {
   LogNull log;

@@ -8,14 +8,13 @@
 
 #include "mailtree/base/Log.h"
 #include "mailtree/crypto/SystemCerts.h"
+#include "tests/support/places.h"
 
 namespace mailtree {
 
 inline constexpr const char* kIdentityPassword = "secret";
 
-inline std::string identityFile(const std::string& name) {
-  return std::string(MAILTREE_TEST_DATA "/secure/") + name;
-}
+inline std::string identityFile(const std::string& name) { return places::testData() + "/secure/" + name; }
 
 /// Adds files of tests/data/secure; each must be readable.
 inline void addIdentities(SystemCerts& certs, std::initializer_list<const char*> files) {

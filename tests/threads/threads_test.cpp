@@ -9,13 +9,14 @@
 #include <vector>
 
 #include "mailtree/email/Email2.h"
+#include "tests/support/places.h"
 
 namespace mailtree {
 namespace {
 
 std::vector<std::string> sampleMessages() {
   std::vector<std::string> messages;
-  for (const auto& entry : std::filesystem::directory_iterator(MAILTREE_SAMPLES)) {
+  for (const auto& entry : std::filesystem::directory_iterator(places::samples())) {
     std::ifstream file(entry.path(), std::ios::binary);
     messages.emplace_back(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
   }
