@@ -60,7 +60,10 @@ class Archive {
 
   void copyFields(Email2& archive) {
     for (const char* name : {"From", "To", "Cc", "Subject", "Date"}) {
-      const std::string value = fieldOf(m_mail, name);
+      // Not decoded: the text of an encoded word is no address.
+      std::string scratch;
+      const MimeHeader& header = m_mail.m_header;
+      const std::string value(header.unfoldedValue(header.findField(name), scratch));
       archive.setHeaderField(name, value.empty() ? nullptr : value.c_str(), m_log);
     }
     for (const char* name : {"Message-ID", "X-Priority"}) archive.removeHeaderField(name);

@@ -50,14 +50,16 @@ std::string singleLine(std::string_view text) {
   return line;
 }
 
+// A reader takes the quotes off a name that stands in them twice.
 bool needsEncoding(std::string_view name) noexcept {
-  return !isAscii(name) || mayHoldEncodedWord(name) || name.size() > kMaxPlainName ||
+  return !isAscii(name) || mayHoldEncodedWord(name) || name.size() > kMaxPlainName || isInQuotes(name) ||
          std::any_of(name.begin(), name.end(), [](char c) { return isControlAscii(c) && c != '\t'; });
 }
 
 struct Style {
   HeaderEncoding encoding;
   bool forHeader;
+  bool isList;  ///< More than one entry.
 };
 
 void appendName(std::string_view name, const Style& style, std::size_t column, std::string& out) {
@@ -68,6 +70,18 @@ void appendName(std::string_view name, const Style& style, std::size_t column, s
   } else {
     appendQuotedString(name, out);
   }
+}
+
+// A name without an address. A quoted string with an "@" would read as one, and beside other entries a word
+// or an encoded word as the surname of the next, which no reader does with several words in quotes.
+void appendLoneName(std::string_view name, const Style& style, std::size_t column, std::string& out) {
+  if (!style.forHeader || !(style.isList || contains(name, "@"))) return appendName(name, style, column, out);
+  const bool mustEncode = needsEncoding(name) || contains(name, "@");
+  if (mustEncode)
+    appendEncodedWords(name, style.encoding, column, out);
+  else
+    appendQuotedString(name, out);
+  if (style.isList && (mustEncode || !contains(name, " "))) out += " <>";
 }
 
 // Writing an address
@@ -134,8 +148,9 @@ void appendEntry(const _svEmailAddress& entry, const Style& style, bool isFirst,
   if (name.empty() && address.empty()) return;
   if (style.forHeader && address.size() > kMaxAddress) return;
   if (!isFirst) out += ", ";
-  if (!name.empty()) appendName(name, style, isFirst ? kFirstColumn : kFoldedColumn, out);
-  if (address.empty()) return;
+  const std::size_t column = isFirst ? kFirstColumn : kFoldedColumn;
+  if (address.empty()) return appendLoneName(name, style, column, out);
+  if (!name.empty()) appendName(name, style, column, out);
   if (name.empty() && contains(address, "@")) {
     out += address;
     return;
@@ -144,8 +159,25 @@ void appendEntry(const _svEmailAddress& entry, const Style& style, bool isFirst,
   out.append("<").append(address).append(">");
 }
 
-Style styleOf(int codePage, bool forHeader, bool useQ) noexcept {
-  return {{codePage, useQ ? WordEncoding::q : WordEncoding::b}, forHeader};
+Style styleOf(int codePage, bool forHeader, bool useQ, bool isList) noexcept {
+  return {{codePage, useQ ? WordEncoding::q : WordEncoding::b}, forHeader, isList};
+}
+
+int appendEntries(std::string_view text, AddressReader::LoneNames loneNames, ExtPtrArray& out) {
+  int appended = 0;
+  neverThrow(false, [&] {
+    AddressReader reader(text, loneNames);
+    while (const std::optional<ReadAddress> read = reader.next()) {
+      Owned<_svEmailAddress> address(_svEmailAddress::createNewObject());
+      if (!address) return false;
+      assign(*address, *read);
+      if (!out.appendObject(address.get())) return false;
+      std::ignore = address.release();  // now the list's
+      ++appended;
+    }
+    return true;
+  });
+  return appended;
 }
 
 void appendText(const std::string& text, StringBuffer& out, LogBase& log) {
@@ -174,26 +206,17 @@ int _svEmailAddress::parseAndLoadList(const char* text, ExtPtrArray& out, bool /
 }
 
 int _svEmailAddress::parseAndLoadList(std::string_view text, ExtPtrArray& out) {
-  int appended = 0;
-  neverThrow(false, [&] {
-    AddressReader reader(text);
-    while (const std::optional<ReadAddress> read = reader.next()) {
-      Owned<_svEmailAddress> address(createNewObject());
-      if (!address) return false;
-      assign(*address, *read);
-      if (!out.appendObject(address.get())) return false;
-      std::ignore = address.release();  // now the list's
-      ++appended;
-    }
-    return true;
-  });
-  return appended;
+  return appendEntries(text, AddressReader::LoneNames::passOver, out);
+}
+
+int _svEmailAddress::parseAndLoadEntries(std::string_view text, ExtPtrArray& out) {
+  return appendEntries(text, AddressReader::LoneNames::give, out);
 }
 
 void _svEmailAddress::emitAsMimeField(const ExtPtrArray& list, int codePage, bool /*first*/, bool forHeader,
                                       bool useQ, StringBuffer& out, LogBase& log) {
   neverThrow(false, [&] {
-    const Style style = styleOf(codePage, forHeader, useQ);
+    const Style style = styleOf(codePage, forHeader, useQ, list.getSize() > 1);
     std::string text;
     for (int i = 0; i < list.getSize(); ++i)
       if (const auto* entry = list.at<_svEmailAddress>(i)) appendEntry(*entry, style, text.empty(), text);
@@ -206,7 +229,7 @@ void _svEmailAddress::emitSelfAsMimeField(int codePage, bool /*first*/, bool for
                                           StringBuffer& out, LogBase& log) const {
   neverThrow(false, [&] {
     std::string text;
-    appendEntry(*this, styleOf(codePage, forHeader, useQ), /*isFirst=*/true, text);
+    appendEntry(*this, styleOf(codePage, forHeader, useQ, /*isList=*/false), /*isFirst=*/true, text);
     appendText(text, out, log);
     return true;
   });
@@ -225,6 +248,16 @@ void _svEmailAddress::replaceString(const char* a, const char* b) {
 void _svEmailAddress::clearEmailAddress() {
   m_name.clear();
   m_address.clear();
+}
+
+bool readsAsEntries(std::string_view text, const ExtPtrArray& entries) {
+  AddressReader reader(text, AddressReader::LoneNames::give);
+  for (int i = 0; i < entries.getSize(); ++i) {
+    const auto& entry = *entries.at<_svEmailAddress>(i);
+    const std::optional<ReadAddress> read = reader.next();
+    if (!read || read->name != entry.m_name.view() || read->address != entry.m_address.view()) return false;
+  }
+  return !reader.next();
 }
 
 }  // namespace mailtree

@@ -32,16 +32,19 @@ class _svEmailAddress final : public SorvikObject {
   /// @param relaxed accepted for the callers' sake; reading is always tolerant.
   bool loadSingleEmailAddr(const char* text, bool relaxed, LogBase& log);
   /// Appends every address of a header value to `out` as owned _svEmailAddress objects; entries without an
-  /// address (a lone group name, an empty entry, several words without "@") are dropped, a single word
-  /// without "@" is kept as a bare local part. Local parts that need their quotes keep them.
+  /// address (a lone group name, an empty entry, several words without "@", a name in quotes) are dropped, a
+  /// single ASCII word without "@" is kept as a bare local part. Local parts that need their quotes keep them.
   /// @return how many were appended.
   static int parseAndLoadList(const char* text, ExtPtrArray& out, bool relaxed, LogBase& log);
   static int parseAndLoadList(std::string_view text, ExtPtrArray& out);
+  /// The same, and in their places the entries that are a name without an address: the address is empty.
+  static int parseAndLoadEntries(std::string_view text, ExtPtrArray& out);
 
   /// Appends a list of _svEmailAddress as one header value, ", " between entries. An entry reads back as the
   /// one address it is, whatever was set: local parts are quoted where they must be, and what could begin
-  /// another address is left out. An entry without an address is written as its name alone, one without both
-  /// not at all, nor in a header one whose address is too long for a line.
+  /// another address is left out. An entry without an address is written as its name alone, beside others in
+  /// quotes or with "<>" so that it is no part of the next one's name; one without both not at all, nor in a
+  /// header one whose address is too long for a line.
   /// @param codePage     of encoded words; 0, or one that cannot carry a name, means utf-8.
   /// @param first        always true.
   /// @param forHeader    true: a header value, names as encoded words where needed; false: for display, plain
@@ -57,5 +60,8 @@ class _svEmailAddress final : public SorvikObject {
   void replaceString(const char* a, const char* b);
   void clearEmailAddress();
 };
+
+/// Whether a header value reads as just these entries: as many, with these names and addresses.
+bool readsAsEntries(std::string_view text, const ExtPtrArray& entries);
 
 }  // namespace mailtree

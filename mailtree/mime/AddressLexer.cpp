@@ -157,6 +157,10 @@ bool isBareLocalPart(std::string_view text) noexcept {
          std::all_of(text.begin(), text.end(), [](char c) { return c == '.' || isAtomCharacter(c); });
 }
 
+bool isInQuotes(std::string_view text) noexcept {
+  return text.size() > 2 && text.front() == '"' && text.find('"', 1) == text.size() - 1;
+}
+
 void appendUnescaped(std::string_view inside, std::string& out) {
   if (findAny<'\\', '\r', '\n', '\0'>(inside) == inside.size()) {
     out.append(inside);

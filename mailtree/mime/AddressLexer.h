@@ -55,6 +55,9 @@ bool isBareLocalPart(std::string_view text) noexcept;
 /// atext of RFC 5322 (3.2.3), and every byte of utf-8.
 bool isAtomCharacter(char c) noexcept;
 
+/// Whether the text stands between double quotes, with none inside: a name that was quoted already.
+bool isInQuotes(std::string_view text) noexcept;
+
 /// Appends the inside of a quoted string or comment without the backslashes of its quoted pairs and without
 /// CR, LF, NUL.
 void appendUnescaped(std::string_view inside, std::string& out);

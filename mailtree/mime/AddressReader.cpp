@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "mailtree/base/Ascii.h"
+#include "mailtree/base/Utf.h"
 #include "mailtree/mime/EncodedWord.h"
 
 namespace mailtree {
@@ -56,6 +57,22 @@ std::string_view withoutSingleQuotes(std::string_view address) noexcept {
 }
 
 }  // namespace
+
+std::string nameOfTokens(std::span<const AddressToken> tokens) {
+  std::string raw;
+  for (const AddressToken& token : tokens) {
+    if (token.afterBlank && !raw.empty() && !token.is(',')) raw.push_back(' ');
+    if (token.kind == Kind::quoted) {
+      appendUnescaped(token.text, raw);
+    } else {
+      appendVisible(token.text, raw);  // "DOMAIN\\user": a backslash means something in quotes only
+    }
+  }
+  // Somebody quoted a name that was quoted already: "\"Jane Doe\"".
+  if (tokens.size() == 1 && tokens.front().kind == Kind::quoted && isInQuotes(raw))
+    raw = raw.substr(1, raw.size() - 2);
+  return decodedName(std::move(raw));
+}
 
 std::optional<ReadAddress> AddressReader::next() {
   while (m_given == m_ready.size()) {
@@ -182,17 +199,20 @@ void AddressReader::finishEntry() {
 void AddressReader::finishAngle() {
   Range name{m_part, m_angle};
   if (name.isEmpty()) {
+    name = takeDanglingName();
     finishEarlierParts();
-  } else if (!m_earlierParts.empty()) {
-    name.begin = m_earlierParts.front().begin;
+  } else {
+    finishQuotedParts();
+    if (!m_earlierParts.empty()) name.begin = m_earlierParts.front().begin;
   }
 
   const Index angleEnd = std::min(m_angleEnd, m_tokens.size());
   std::string address = addressOf(addressRun({m_angle + 1, angleEnd}, /*inAngle=*/true));
   if (address.empty()) {
+    if (name.begin < m_part && !m_earlierParts.empty()) name.begin = m_part;
     finishEarlierParts();
-    if (holdsAt({m_part, m_angle})) finishBare({m_part, m_angle});  // "a@b <>"
-    return;
+    if (holdsAt(name)) return finishBare(name);  // "a@b <>"
+    return giveLoneName({name.begin, angleEnd == m_angle + 1 ? name.end : m_tokens.size()});
   }
   const Range rest{std::min(angleEnd + 1, m_tokens.size()), m_tokens.size()};
   const bool restIsAddress = holdsAt(rest);
@@ -207,17 +227,29 @@ void AddressReader::finishEarlierParts() {
   m_earlierParts.clear();
 }
 
+// "Last", First <a@b> is one name; who puts a whole name in quotes means the comma behind it.
+void AddressReader::finishQuotedParts() {
+  const auto isWhole = [this](const Range& part) {
+    return isQuotedName(part) && contains(m_tokens[part.begin].text, " ");
+  };
+  const auto lastWhole = std::find_if(m_earlierParts.rbegin(), m_earlierParts.rend(), isWhole);
+  std::for_each(m_earlierParts.begin(), lastWhole.base(), [this](const Range& part) { finishBare(part); });
+  m_earlierParts.erase(m_earlierParts.begin(), lastWhole.base());
+}
+
+// The name in "Full Name", <a@b>, taken out of the earlier parts: what would otherwise be no address at all.
+AddressReader::Range AddressReader::takeDanglingName() {
+  if (m_earlierParts.empty()) return {m_angle, m_angle};
+  const Range last = m_earlierParts.back();
+  if (mayBeLocalPart(last)) return {m_angle, m_angle};
+  m_earlierParts.pop_back();
+  return last;
+}
+
 // Without angle brackets every run of tokens with an "@" is an address, and the words before it are its name.
-// Without an
-// "@" a single word is a local part, and more than one are nothing.
 void AddressReader::finishBare(Range range) {
   if (range.isEmpty()) return;
-  if (!holdsAt(range)) {
-    const bool isOneWord = firstRun(range, /*inAngle=*/false).end == range.end;
-    std::string localPart = isOneWord ? addressOf(range) : std::string();
-    if (!localPart.starts_with('"')) give({}, range, std::move(localPart));
-    return;
-  }
+  if (!holdsAt(range)) return finishWords(range);
 
   const std::size_t before = m_ready.size();
   Index nameBegin = range.begin;
@@ -230,6 +262,13 @@ void AddressReader::finishBare(Range range) {
   }
   if (m_ready.size() > before && m_ready.back().name.empty())
     m_ready.back().name = nameOf({nameBegin, range.end});
+}
+
+// Without an "@" a single word is a local part; one in quotes or not in ASCII and more than one are a name.
+void AddressReader::finishWords(Range range) {
+  std::string localPart = mayBeLocalPart(range) ? addressOf(range) : std::string();
+  if (localPart.empty() || localPart.starts_with('"')) return giveLoneName(range);
+  give({}, range, std::move(localPart));
 }
 
 void AddressReader::clearEntry() noexcept {
@@ -247,7 +286,26 @@ void AddressReader::give(std::string name, Range comments, std::string address) 
   m_ready.push_back({std::move(name), std::move(address)});
 }
 
+void AddressReader::giveLoneName(Range range) {
+  if (!m_givesLoneNames || range.isEmpty()) return;
+  std::string name = nameOf(range);
+  if (!name.empty()) m_ready.push_back({std::move(name), {}});
+}
+
 // Tokens to text
+
+// Whether the range is one quoted string, and not an address in quotes.
+bool AddressReader::isQuotedName(Range range) const {
+  if (range.end - range.begin != 1 || m_tokens[range.begin].kind != Kind::quoted) return false;
+  std::string text;
+  appendUnescaped(m_tokens[range.begin].text, text);
+  return !isPlainAddress(text);
+}
+
+bool AddressReader::mayBeLocalPart(Range range) const {
+  const bool isOneWord = firstRun(range, /*inAngle=*/false).end == range.end && !isQuotedName(range);
+  return isOneWord && isAscii(m_tokens[range.begin].text);
+}
 
 // Whether a token continues the address of the token before it. Obsolete syntax has blanks around "@" and
 // ".": within angle brackets they mean nothing, outside only a dot standing apart is read so, for "Dr. a@b"
@@ -310,17 +368,8 @@ std::string AddressReader::addressOf(Range range) const {
 }
 
 std::string AddressReader::nameOf(Range range) const {
-  std::string raw;
-  for (Index i = range.begin; i < range.end; ++i) {
-    const AddressToken& token = m_tokens[i];
-    if (token.afterBlank && !raw.empty() && !token.is(',')) raw.push_back(' ');
-    if (token.kind == Kind::quoted) {
-      appendUnescaped(token.text, raw);
-    } else {
-      appendVisible(token.text, raw);  // "DOMAIN\\user": a backslash means something in quotes only
-    }
-  }
-  return decodedName(std::move(raw));
+  if (range.isEmpty()) return {};
+  return nameOfTokens(std::span(m_tokens).subspan(range.begin, range.end - range.begin));
 }
 
 std::string AddressReader::commentIn(Range range) const {

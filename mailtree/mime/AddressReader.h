@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,10 +22,19 @@ struct ReadAddress {
   std::string address;
 };
 
-/// Gives the addresses of a list one by one; entries without an address are passed over.
+/// The name that words, quoted strings and what stands between them are read as, decoded.
+std::string nameOfTokens(std::span<const AddressToken> tokens);
+
+/// Gives the addresses of a list one by one.
 class AddressReader {
  public:
-  explicit AddressReader(std::string_view text) : m_lexer(text) { m_tokens.reserve(kFewTokens); }
+  /// What becomes of an entry that holds a name and no address.
+  enum class LoneNames { passOver, give };
+
+  explicit AddressReader(std::string_view text, LoneNames loneNames = LoneNames::passOver)
+      : m_lexer(text), m_givesLoneNames(loneNames == LoneNames::give) {
+    m_tokens.reserve(kFewTokens);
+  }
   std::optional<ReadAddress> next();
 
  private:
@@ -54,10 +64,16 @@ class AddressReader {
   void finishEntry();
   void finishAngle();
   void finishBare(Range range);
+  void finishWords(Range range);
   void finishEarlierParts();
+  void finishQuotedParts();
+  Range takeDanglingName();
   void clearEntry() noexcept;
   void give(std::string name, Range comments, std::string address);
+  void giveLoneName(Range range);
 
+  bool isQuotedName(Range range) const;
+  bool mayBeLocalPart(Range range) const;
   bool joins(Index token, bool inAngle) const noexcept;
   Range firstRun(Range range, bool inAngle) const noexcept;
   Range addressRun(Range range, bool inAngle) const noexcept;
@@ -68,6 +84,7 @@ class AddressReader {
   std::string commentIn(Range range) const;
 
   AddressLexer m_lexer;
+  bool m_givesLoneNames;
   std::vector<ReadAddress> m_ready;
   std::size_t m_given = 0;  // Of m_ready.
 

@@ -37,6 +37,10 @@ void appendEncodedWords(std::string_view utf8, const HeaderEncoding& encoding, s
 /// folding.
 std::string encodeUnstructured(std::string_view utf8, const HeaderEncoding& encoding, std::size_t column);
 
+/// The same for a structured field, which may hold encoded words already: they are encoded anew with what must
+/// be encoded beside them, and never left decoded, which would make structure of their text.
+std::string encodeStructured(std::string_view utf8, const HeaderEncoding& encoding, std::size_t column);
+
 /// B for the code pages whose readers expect it (East Asian, utf-16, KOI8, Arabic, Thai), Q for all others.
 WordEncoding preferredWordEncoding(int codePage) noexcept;
 

@@ -139,8 +139,9 @@ bool needsEncoding(std::string_view token) noexcept {
 /// that need it are gathered with the blanks between them, which would be lost between two encoded words.
 class UnstructuredWriter {
  public:
-  UnstructuredWriter(std::string_view text, const HeaderEncoding& encoding, std::size_t column)
-      : m_text(text), m_encoding(encoding), m_column(column) {}
+  /// @param decodes  Whether encoded words in the text are read before they are encoded with their neighbours.
+  UnstructuredWriter(std::string_view text, const HeaderEncoding& encoding, std::size_t column, bool decodes)
+      : m_text(text), m_encoding(encoding), m_column(column), m_decodes(decodes) {}
 
   std::string write() {
     for (std::size_t at = 0; at < m_text.size();) {
@@ -184,8 +185,11 @@ class UnstructuredWriter {
   void flush() {
     if (m_pendingEnd == m_pendingBegin) return;
     const std::size_t before = m_out.size();
-    appendEncodedWords(m_text.substr(m_pendingBegin, m_pendingEnd - m_pendingBegin), m_encoding, m_column,
-                       m_out);
+    const std::string_view run = m_text.substr(m_pendingBegin, m_pendingEnd - m_pendingBegin);
+    if (m_decodes && mayHoldEncodedWord(run))
+      appendEncodedWords(decodeEncodedWords(run), m_encoding, m_column, m_out);
+    else
+      appendEncodedWords(run, m_encoding, m_column, m_out);
     const std::size_t lastBlank = m_out.find_last_of(' ');
     const bool isOneWord = lastBlank == std::string::npos || lastBlank < before;
     m_column = isOneWord ? m_column + m_out.size() - before : m_out.size() - lastBlank;
@@ -196,6 +200,7 @@ class UnstructuredWriter {
   std::string_view m_text;
   const HeaderEncoding& m_encoding;
   std::size_t m_column;
+  bool m_decodes;
   std::size_t m_pendingBegin = 0;
   std::size_t m_pendingEnd = 0;
   std::string m_out;
@@ -219,7 +224,11 @@ void appendEncodedWords(std::string_view utf8, const HeaderEncoding& encoding, s
 
 std::string encodeUnstructured(std::string_view utf8, const HeaderEncoding& encoding, std::size_t column) {
   if (holdsBreak(utf8)) return encodeUnstructured(withoutBreaks(utf8), encoding, column);
-  return UnstructuredWriter(utf8, encoding, column).write();
+  return UnstructuredWriter(utf8, encoding, column, /*decodes=*/false).write();
+}
+
+std::string encodeStructured(std::string_view utf8, const HeaderEncoding& encoding, std::size_t column) {
+  return UnstructuredWriter(utf8, encoding, column, /*decodes=*/true).write();
 }
 
 WordEncoding preferredWordEncoding(int codePage) noexcept {

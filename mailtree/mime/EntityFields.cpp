@@ -7,6 +7,7 @@
 
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Log.h"
+#include "mailtree/mime/Address.h"
 #include "mailtree/mime/MimeMessage2.h"
 
 namespace mailtree {
@@ -158,7 +159,29 @@ void MimeMessage2::refreshDispositionField() {
   m_header.replaceMimeFieldUtf8_a(kDispositionField, text, /*asGiven=*/true, /*ordinary=*/true, quiet);
 }
 
-void MimeMessage2::collapseMultiple(const char* field, LogBase&) { m_header.joinFields(viewOf(field)); }
+void MimeMessage2::collapseMultiple(const char* field, LogBase& log) {
+  const std::string_view name = viewOf(field);
+  const int first = m_header.findField(name);
+  if (first < 0 || m_header.findField(name, first + 1) < 0) return;
+  ExtPtrArray entries;
+  std::string scratch;
+  for (int i = first; i >= 0; i = m_header.findField(name, i + 1))
+    _svEmailAddress::parseAndLoadEntries(m_header.unfoldedValue(i, scratch), entries);
+
+  // "Several words" in one field and "Otto <o@b.c>" in the next are not one name with a comma in it.
+  MimeHeader joined(m_header);
+  joined.joinFields(name);
+  if (!readsAsEntries(joined.unfoldedValue(first, scratch), entries)) {
+    StringBuffer value;
+    _svEmailAddress::emitAsMimeField(entries, kCpUtf8, /*first=*/true, /*forHeader=*/true, /*useQ=*/true,
+                                     value, log);
+    if (!readsAsEntries(value.view(), entries))
+      return;  // an address is too long for a line: they stay several
+    joined.replaceMimeFieldUtf8_a(std::string(m_header.fieldName(first)).c_str(), value.getString(),
+                                  /*asGiven=*/true, /*ordinary=*/true, log);
+  }
+  m_header = std::move(joined);
+}
 
 void MimeMessage2::setContentType(const char* type, bool refreshHeader, LogBase&) {
   m_contentType.m_type.setString(trim(viewOf(type)));

@@ -7,6 +7,8 @@
 #include "mailtree/base/Log.h"
 #include "mailtree/base/Utf.h"
 #include "mailtree/mime/Address.h"
+#include "mailtree/mime/AddressLexer.h"
+#include "mailtree/mime/AddressPhrases.h"
 #include "mailtree/mime/EncodedWord.h"
 #include "mailtree/mime/HeaderParams.h"
 #include "mailtree/mime/HeaderText.h"
@@ -65,9 +67,10 @@ constexpr GrammarRow kGrammars[] = {
     {"List-Unsubscribe", FieldGrammar::structured},
 };
 
+HeaderEncoding encodingFor(int codePage) noexcept { return {codePage, preferredWordEncoding(codePage)}; }
+
 std::string encodeText(std::string_view fieldName, std::string_view utf8, int codePage) {
-  const HeaderEncoding encoding{codePage, preferredWordEncoding(codePage)};
-  return encodeUnstructured(utf8, encoding, fieldName.size() + 2);
+  return encodeUnstructured(utf8, encodingFor(codePage), fieldName.size() + 2);
 }
 
 /// Encoded words that already stand in the text are read first, so that they are not encoded a second time.
@@ -94,25 +97,61 @@ bool isUnfoldable(std::string_view text) noexcept {
   return false;
 }
 
-/// Only names may be encoded: the list is taken apart and written anew. The value stays when that would lose
-/// an address, unless one is too long for any line.
-RenderedValue renderAddresses(std::string_view fieldName, std::string_view utf8, int codePage) {
-  if (!contains(utf8, "@")) return {encodeFreeText(fieldName, utf8, codePage)};
-  ExtPtrArray list;
-  _svEmailAddress::parseAndLoadList(utf8, list);
-  std::ptrdiff_t atSigns = 0;
-  for (int i = 0; i < list.getSize(); ++i) {
-    const auto& address = *list.at<_svEmailAddress>(i);
-    atSigns += countAtSigns(address.m_name.getUtf8()) + countAtSigns(address.m_address.getUtf8());
-  }
-  const bool mustChange = isUnfoldable(utf8);
-  if (atSigns < countAtSigns(utf8) && !mustChange) return {std::string(utf8), false};
+struct ListShape {
+  bool isPlain = true;  ///< No groups, routes or comments, which writing the entries anew would lose.
+  int parts = 0;        ///< Between separators.
+};
 
+ListShape shapeOf(std::string_view list) {
+  ListShape shape;
+  bool inPart = false;
+  AddressLexer lexer(list);
+  for (AddressToken token = lexer.next(); token.kind != AddressToken::Kind::end; token = lexer.next()) {
+    const bool isSeparator = token.is(',') || token.is(';');
+    if (token.kind == AddressToken::Kind::comment || token.is(':')) shape.isPlain = false;
+    if (!isSeparator && !inPart) ++shape.parts;
+    inPart = !isSeparator;
+  }
+  return shape;
+}
+
+std::ptrdiff_t countAtSigns(const ExtPtrArray& list) noexcept {
+  std::ptrdiff_t count = 0;
+  for (int i = 0; i < list.getSize(); ++i) {
+    const auto& entry = *list.at<_svEmailAddress>(i);
+    count += countAtSigns(entry.m_name.view()) + countAtSigns(entry.m_address.view());
+  }
+  return count;
+}
+
+std::string entriesAsText(const ExtPtrArray& entries, int codePage) {
   LogNull quiet;
   StringBuffer out;
   const bool useQ = preferredWordEncoding(codePage) == WordEncoding::q;
-  _svEmailAddress::emitAsMimeField(list, codePage, /*first=*/true, /*forHeader=*/true, useQ, out, quiet);
-  return {out.extractString(), !mustChange};
+  _svEmailAddress::emitAsMimeField(entries, codePage, /*first=*/true, /*forHeader=*/true, useQ, out, quiet);
+  return out.extractString();
+}
+
+/// Only names and comments may be encoded: where they are, or, in a list with commas inside names, by writing
+/// its entries anew. The value stays when either would read otherwise or lose an address, unless one is too
+/// long for any line.
+RenderedValue renderAddresses(std::string_view fieldName, std::string_view utf8, int codePage) {
+  const bool mustChange = isUnfoldable(utf8);
+  if (mustChange && !contains(utf8, "@"))
+    return {encodeStructured(utf8, encodingFor(codePage), fieldName.size() + 2)};
+  ExtPtrArray entries;
+  _svEmailAddress::parseAndLoadEntries(utf8, entries);
+  if (mustChange) return {entriesAsText(entries, codePage), false};
+
+  const ListShape shape = shapeOf(utf8);
+  std::string inPlace = encodePhrases(utf8, encodingFor(codePage));
+  const bool isSame = readsAsEntries(inPlace, entries);
+  if (isSame && shape.parts == entries.getSize()) return {std::move(inPlace)};
+  if (shape.isPlain && countAtSigns(entries) >= countAtSigns(utf8)) {
+    std::string anew = entriesAsText(entries, codePage);
+    if (readsAsEntries(anew, entries)) return {std::move(anew)};
+  }
+  return isSame ? RenderedValue{std::move(inPlace)} : RenderedValue{std::string(utf8), false};
 }
 
 /// What stands before the parameters, without what only an encoded word could carry: none may stand there.
@@ -162,7 +201,7 @@ RenderedValue renderHeaderValue(std::string_view fieldName, std::string_view utf
     return {std::string(utf8)};
   if (grammar == FieldGrammar::addresses) return renderAddresses(fieldName, utf8, codePage);
   if (grammar == FieldGrammar::parameters) return renderParameters(fieldName, utf8, codePage);
-  return {encodeFreeText(fieldName, utf8, codePage)};
+  return {encodeStructured(utf8, encodingFor(codePage), fieldName.size() + 2)};
 }
 
 RenderedValue renderRawFilename(std::string_view value, int codePage) {

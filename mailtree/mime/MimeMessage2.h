@@ -98,6 +98,7 @@ class MimeMessage2 final : public SorvikObject {
 
   // Changing
 
+  /// Joins the fields of a name into the first, which then reads as all of them did one by one.
   void collapseMultiple(const char* field, LogBase& log);
   /// Replaces the media type; `refreshHeader` also rewrites the field.
   void setContentType(const char* type, bool refreshHeader, LogBase& log);

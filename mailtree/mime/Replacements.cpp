@@ -112,8 +112,14 @@ Value replacedAddresses(std::string_view fieldName, std::string_view unfolded,
     if (!replaceInAddresses(list, replacements)) return std::nullopt;
     return listAsField(list);
   }
-  const Value text = replaced(decoded(unfolded), replacements);
+  const std::string before = decoded(unfolded);
+  const Value text = replaced(before, replacements);
   if (!text) return std::nullopt;
+  if (contains(before, "@")) {  // in an encoded word: that text is a name, and stays one
+    _svEmailAddress entry;
+    entry.m_name.setFromUtf8(text->c_str());
+    return entryAsField(entry);
+  }
   if (!contains(*text, "@")) return encoded(fieldName, *text);
   _svEmailAddress::parseAndLoadList(*text, list);
   return listAsField(list);

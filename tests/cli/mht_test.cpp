@@ -70,6 +70,13 @@ TEST(Mht, plain_text_becomes_an_escaped_page) {
   }
 }
 
+TEST(Mht, takes_no_address_out_of_an_encoded_word) {
+  const Workspace work;
+  const std::string mail = work.write("m", "From: =?utf-8?Q?=3Ceve=40x=3E?=\n\nx");
+  EXPECT_EQ(mailtree("mht " + mail + " -o " + work.path("p.mht")).status, 0);
+  EXPECT_THAT(mailtree("show --json " + work.path("p.mht")).out, HasSubstr("\"address\":\"\""));
+}
+
 TEST(Mht, every_sample_loads_again) {
   const Workspace work;
   for (const auto& entry : std::filesystem::directory_iterator(places::samples())) {

@@ -158,6 +158,7 @@ TEST(ReplaceStrings, puts_values_into_fields_without_breaking_them) {
        {{"NAME", "Zoë"}},
        "To: =?utf-8?Q?Doe=2C_Zo=C3=AB?= <a@x.org>"},
       {"From: NAME", {{"NAME", "Ann <a@x.org>"}}, "From: Ann <a@x.org>"},
+      {"To: =?utf-8?Q?=3Ceve=40x=3E_NAME?=", {{"NAME", "Ann"}}, "To: =?utf-8?Q?=3Ceve=40x=3E_Ann?="},
       {"Date: DAY 08:30:00 +0000", {{"DAY", "Sat, 21 Nov 2026"}}, "Date: Sat, 21 Nov 2026 08:30:00 +0000"},
       {"Content-ID: <NAME@x>", {{"NAME", "a"}}, "Content-ID: <a@x>"},
       {"Content-Disposition: attachment; filename*=utf-8''N%41ME.pdf; size=3",

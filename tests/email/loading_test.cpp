@@ -190,9 +190,24 @@ TEST(Loading, reads_sender_and_recipients) {
 }
 
 TEST(Loading, joins_repeated_recipient_fields_of_the_message) {
-  const EmailPtr root = load("To: a@x.org\nCc: k@x.org\nTo: b@x.org\nCc: l@x.org\n\n");
-  EXPECT_EQ(write(*root), "To: a@x.org,\r\n b@x.org\r\nCc: k@x.org,\r\n l@x.org\r\n\r\n");
-  EXPECT_EQ(addresses(root->m_ccAddrs), "<k@x.org>|<l@x.org>");
+  const struct {
+    const char* fields;
+    const char* written;
+    const char* to;
+  } rows[] = {
+      {"To: a@x.org\nCc: k@x.org\nTo: b@x.org\nCc: l@x.org\n",
+       "To: a@x.org,\r\n b@x.org\r\nCc: k@x.org,\r\n l@x.org\r\n\r\n", "<a@x.org>|<b@x.org>"},
+      {"To: Undisclosed recipients\nTo: Otto <o@b.c>\n",
+       "To: \"Undisclosed recipients\", Otto <o@b.c>\r\n\r\n", "Otto<o@b.c>"},
+      {"To: J\xC3\xB6rg <j@x>\nTo: J\xF6rg <k@x>\n",
+       "To: =?utf-8?Q?J=C3=B6rg?= <j@x>, =?utf-8?Q?J=C3=B6rg?= <k@x>\r\n\r\n",
+       "J\xC3\xB6rg<j@x>|J\xC3\xB6rg<k@x>"},
+  };
+  for (const auto& row : rows) {
+    const EmailPtr root = load(std::string(row.fields) + "\n");
+    EXPECT_EQ(write(*root), row.written) << row.fields;
+    EXPECT_EQ(addresses(root->m_toAddrs), row.to) << row.fields;
+  }
 }
 
 TEST(Loading, takes_the_charset_of_the_email_from_the_first_part_that_is_no_attachment) {

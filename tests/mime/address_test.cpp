@@ -104,6 +104,9 @@ TEST(AddressReading, TakesListsAsPeopleSendThem) {
       {"\"John <a@b>", "John|a@b"},
       {"John (unclosed <a@b>, c@d", "John (unclosed|a@b; |c@d"},
       {R"(DOMAIN\user <a@b>)", R"(DOMAIN\user|a@b)"},
+      {R"("Gr öße", <a@b>, "Doe, Jane", <jane@x>, root, <r@x>)", "Gr öße|a@b; Doe, Jane|jane@x; |root; |r@x"},
+      {R"("Two words", Otto <o@b>, "Doe", Jane <jane@x>)", "Otto|o@b; Doe, Jane|jane@x"},
+      {R"("\"Peter Müller\"" <p@x>)", "Peter Müller|p@x"},
       {"a@b@c", "|a@b@c"},
       {"Jörg <jörg@bücher.example>", "Jörg|jörg@bücher.example"},
       {"", ""},
@@ -180,6 +183,13 @@ struct Entry {
   const char* address;
 };
 
+std::string written(const ExtPtrArray& list, bool forHeader = true, int codePage = 65001, bool useQ = true) {
+  LogNull log;
+  StringBuffer out;
+  _svEmailAddress::emitAsMimeField(list, codePage, true, forHeader, useQ, out, log);
+  return out.getString();
+}
+
 std::string written(std::initializer_list<Entry> entries, bool forHeader, int codePage = 65001,
                     bool useQ = true) {
   ExtPtrArray list;
@@ -189,10 +199,7 @@ std::string written(std::initializer_list<Entry> entries, bool forHeader, int co
     address->m_address.setFromUtf8(entry.address);
     list.appendObject(address);
   }
-  LogNull log;
-  StringBuffer out;
-  _svEmailAddress::emitAsMimeField(list, codePage, true, forHeader, useQ, out, log);
-  return out.getString();
+  return written(list, forHeader, codePage, useQ);
 }
 
 TEST(AddressWriting, QuotesNamesAndEncodesThemForHeaders) {
@@ -210,6 +217,8 @@ TEST(AddressWriting, QuotesNamesAndEncodesThemForHeaders) {
       {{"Müller, J", "a@b"}, "\"Müller, J\" <a@b>", "=?utf-8?Q?M=C3=BCller=2C_J?= <a@b>"},
       {{"=?x?q?y?=", "a@b"}, "=?x?q?y?= <a@b>", "=?utf-8?Q?=3D=3Fx=3Fq=3Fy=3F=3D?= <a@b>"},
       {{"Jane", ""}, "Jane", "Jane"},
+      {{"eve@evil.test", ""}, "\"eve@evil.test\"", "=?utf-8?Q?eve=40evil=2Etest?="},
+      {{"\"Jane\"", "a@b"}, R"("\"Jane\"" <a@b>)", "=?utf-8?Q?=22Jane=22?= <a@b>"},
       {{"", ""}, "", ""},
       {{"", "root"}, "<root>", "<root>"},
   };
@@ -225,6 +234,23 @@ TEST(AddressWriting, TakesTheEncodingAsked) {
   EXPECT_EQ(written({{"Юрий", "a@b"}}, true, 28591, false),
             "=?utf-8?B?0K7RgNC40Lk=?= <a@b>");  // it cannot carry it
   EXPECT_EQ(written({{"Jürgen", "a@b"}}, true, 0, true), "=?utf-8?Q?J=C3=BCrgen?= <a@b>");
+}
+
+TEST(AddressReading, GivesNamesWithoutAnAddressToWhoAsks) {
+  const struct {
+    const char* text;
+    const char* found;
+  } rows[] = {
+      {R"("Drew Fossum", "Otto", root, Jörg)", "Drew Fossum|; Otto|; |root; Jörg|"},
+      {"=?utf-8?Q?eve@evil.test?=, Name <>, N <y z>", "eve@evil.test|; Name|; N <y z>|"},
+      {"undisclosed-recipients:; (none), <>", ""},
+  };
+  for (const auto& row : rows) {
+    ExtPtrArray list;
+    _svEmailAddress::parseAndLoadEntries(row.text, list);
+    EXPECT_EQ(shown(list), row.found) << row.text;
+    EXPECT_TRUE(readsAsEntries(written(list), list)) << written(list);
+  }
 }
 
 // Whatever was set, the text written reads back as exactly the entries that were meant.
