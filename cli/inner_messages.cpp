@@ -28,13 +28,7 @@ std::string pathBelow(const std::string& outer, std::size_t number) {
 
 }  // namespace
 
-std::optional<_svEmailAddress> InnerMessage::sender() const {
-  std::string scratch;
-  ExtPtrArray entries;
-  _svEmailAddress::parseAndLoadList(header.unfoldedValue(header.findField("From"), scratch), entries);
-  if (entries.getSize() == 0) return std::nullopt;
-  return *entries.at<_svEmailAddress>(0);
-}
+std::optional<_svEmailAddress> InnerMessage::sender() const { return senderIn(header); }
 
 std::string InnerMessage::subject() const { return header.decodedValue(header.findField("Subject")); }
 

@@ -14,7 +14,9 @@ Json fieldOrNull(const Email2& root, const char* name) {
   return value ? Json(*value) : Json();
 }
 
-Json addressesOf(const ExtPtrArray& list) {
+Json addressesOf(const Email2& root, std::string_view field) {
+  ExtPtrArray list;
+  entriesOf(root.m_header, field, list);
   Json out = Json::array();
   for (int i = 0; i < list.getSize(); ++i) out.push_back(addressOf(*list.at<_svEmailAddress>(i)));
   return out;
@@ -94,9 +96,9 @@ std::string jsonOf(const std::string& file, Examined& examined, const JsonOption
                         {"file", file},
                         {"subject", fieldOrNull(root, "Subject")},
                         {"from", addressOrNull(senderOf(root))},
-                        {"to", addressesOf(root.m_toAddrs)},
-                        {"cc", addressesOf(root.m_ccAddrs)},
-                        {"bcc", addressesOf(root.m_bccAddrs)},
+                        {"to", addressesOf(root, "To")},
+                        {"cc", addressesOf(root, "Cc")},
+                        {"bcc", addressesOf(root, "Bcc")},
                         {"date", dateOrNull(dateOf(root))},
                         {"message_id", fieldOrNull(root, "Message-ID")},
                         {"tree", treeOf(outline)},

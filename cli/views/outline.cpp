@@ -210,14 +210,24 @@ std::optional<SorvikSysTime> dateOf(const Email2& root) {
   return date;
 }
 
-std::optional<_svEmailAddress> senderOf(const Email2& root) {
-  if (!root.m_fromAddr.m_address.isEmpty()) return root.m_fromAddr;
+void entriesOf(const MimeHeader& header, std::string_view field, ExtPtrArray& entries) {
+  std::string scratch;
+  for (int i = header.findField(field); i >= 0; i = header.findField(field, i + 1))
+    _svEmailAddress::parseAndLoadEntries(header.unfoldedValue(i, scratch), entries);
+}
+
+std::optional<_svEmailAddress> senderIn(const MimeHeader& header) {
   std::string scratch;
   ExtPtrArray entries;
-  _svEmailAddress::parseAndLoadList(root.m_header.unfoldedValue(root.m_header.findField("From"), scratch),
-                                    entries);
+  _svEmailAddress::parseAndLoadEntries(header.unfoldedValue(header.findField("From"), scratch), entries);
+  for (int i = 0; i < entries.getSize(); ++i)
+    if (!entries.at<_svEmailAddress>(i)->m_address.isEmpty()) return *entries.at<_svEmailAddress>(i);
   if (entries.getSize() == 0) return std::nullopt;
   return *entries.at<_svEmailAddress>(0);
+}
+
+std::optional<_svEmailAddress> senderOf(const Email2& root) {
+  return root.m_fromAddr.m_address.isEmpty() ? senderIn(root.m_header) : root.m_fromAddr;
 }
 
 std::string displayForm(const _svEmailAddress& address) {

@@ -53,9 +53,14 @@ std::string textOf(const PartRow& row);
 /// The date of the message in GMT; nothing when no date field was usable.
 std::optional<SorvikSysTime> dateOf(const Email2& root);
 
-/// The sender: the parsed From, else the first entry of the field as it stands, which old mail writes without
-/// "@"; nothing when there is none.
+/// Appends the entries of every field of a name: addresses, and names without one, whose address is empty.
+void entriesOf(const MimeHeader& header, std::string_view field, ExtPtrArray& entries);
+
+/// The sender: the parsed From, else the first address of the field as it stands, which old mail writes without
+/// "@", else the first name in it; nothing when there is none.
 std::optional<_svEmailAddress> senderOf(const Email2& root);
+/// The same from the field alone.
+std::optional<_svEmailAddress> senderIn(const MimeHeader& header);
 
 /// "Name <address>" in utf-8, or what there is of it.
 std::string displayForm(const _svEmailAddress& address);

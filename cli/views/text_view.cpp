@@ -32,7 +32,9 @@ void writeField(std::ostream& out, const Style& style, std::string_view label, s
   out << style.paint(Ink::faint, head) << printable(value) << '\n';
 }
 
-std::string displayList(const ExtPtrArray& addresses) {
+std::string displayList(const Email2& root, std::string_view field) {
+  ExtPtrArray addresses;
+  entriesOf(root.m_header, field, addresses);
   std::string text;
   const auto count = static_cast<std::size_t>(addresses.getSize());
   for (std::size_t i = 0; i < std::min(count, kMaxAddressesShown); ++i) {
@@ -58,8 +60,8 @@ std::string localDate(const Email2& root) {
 void writeSummary(std::ostream& out, const Email2& root, const Style& style) {
   if (const std::optional<_svEmailAddress> sender = senderOf(root))
     writeField(out, style, "From", displayForm(*sender));
-  writeField(out, style, "To", displayList(root.m_toAddrs));
-  writeField(out, style, "Cc", displayList(root.m_ccAddrs));
+  writeField(out, style, "To", displayList(root, "To"));
+  writeField(out, style, "Cc", displayList(root, "Cc"));
   writeField(out, style, "Date", localDate(root));
   writeField(out, style, "Subject", fieldOf(root, "Subject").value_or(std::string()));
 }

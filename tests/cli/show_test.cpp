@@ -77,6 +77,16 @@ TEST(Show, gives_programs_decoded_header_facts) {
   EXPECT_TRUE(image["text_sha256"].is_null());
 }
 
+TEST(Show, gives_a_name_without_an_address_as_such) {
+  const Workspace work;
+  const std::string file = work.write("a", "From: \"Drew Fossum\"\nTo: Two words\nTo: Otto <o@b>\n\n");
+  const json message = json::parse(mailtree("show --json " + file).out);
+  EXPECT_EQ(message["from"], json({{"name", "Drew Fossum"}, {"address", ""}}));
+  EXPECT_EQ(message["to"].dump(), R"([{"address":"","name":"Two words"},{"address":"o@b","name":"Otto"}])");
+  EXPECT_THAT(mailtree("show " + file).out,
+              HasSubstr("From:    Drew Fossum\nTo:      Two words, Otto <o@b>\n"));
+}
+
 TEST(Show, hashes_text_as_utf8_with_plain_line_ends_and_bytes_as_stored) {
   const Workspace work;
   const std::string head = "Content-Type: text/plain; charset=iso-8859-1\r\n\r\n";
