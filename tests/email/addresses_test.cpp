@@ -109,6 +109,22 @@ TEST(Sender, bounces_go_to_the_first_one) {
   EXPECT_EQ(reversePath(*node), "first@example.com");
 }
 
+TEST(Sender, and_recipients_and_date_say_what_they_could_not_use) {
+  const EmailPtr node = bareNode();
+  LogMemory log;
+  node->setFromFullUtf8("root; Ann <ann@example.com>, b@x", log);
+  node->setReplyToUtf8("nobody else", log);
+  node->addMultipleRecip(1, "\"Two words\", c@x, root", log);
+  node->setDate("so\r\non", log, false);
+  std::string said;
+  for (const LogEntry& entry : log.entries())
+    if (entry.kind == LogEntry::Kind::Info) said += entry.text + "\n";
+  EXPECT_EQ(said,
+            "Not used as an address: <root>\nNot used as an address: b@x\n"
+            "Not used as an address: nobody else\nNot used as an address: Two words\n"
+            "Not used as a date: so on\n");
+}
+
 TEST(Sender, is_shown_from_the_record_or_else_from_the_field) {
   const struct {
     const char* name;

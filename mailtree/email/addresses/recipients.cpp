@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "mailtree/base/Platform.h"
+#include "mailtree/email/addresses/unused.h"
 
 namespace mailtree {
 namespace {
@@ -113,6 +114,7 @@ bool Email2::addRecipient(int kind, const char* name, const char* address, LogBa
 
 int Email2::addMultipleRecip(int kind, const char* list, LogBase& log) {
   if (!isLive() || !list) return 0;
+  reportUnused(list, Taken::all, log);
   const KindRow& row = rowOf(kind);
   const int added = _svEmailAddress::parseAndLoadList(list, this->*row.changed, /*relaxed=*/false, log);
   if (added > 0) rewriteField(*this, row.addedSeveral, kind, log);

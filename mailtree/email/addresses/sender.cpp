@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "mailtree/email/addresses/unused.h"
 #include "mailtree/email/internal.h"
 #include "mailtree/mime/EncodedWord.h"
 #include "mailtree/mime/HeaderText.h"
@@ -101,6 +102,7 @@ void Email2::updateFromInHeader(LogBase& log) {
 
 void Email2::setFromFullUtf8(const char* text, LogBase& log) {
   if (!isLive() || !text) return;
+  reportUnused(text, Taken::first, log);
   if (m_fromAddr.loadSingleEmailAddr(text, /*relaxed=*/false, log)) updateFromInHeader(log);
 }
 
@@ -116,7 +118,8 @@ void Email2::setFromName(const char* name, LogBase& log) {
 }
 
 void Email2::setFromAddr(const char* address, LogBase& log) {
-  if (!isLive() || !contains(viewOf(address), "@")) return;
+  if (!isLive()) return;
+  if (!contains(viewOf(address), "@")) return reportUnused(viewOf(address), Taken::first, log);
   m_fromAddr.m_address.setFromUtf8(address);
   updateFromInHeader(log);
 }
@@ -172,6 +175,7 @@ void Email2::getSmtpReversePathUtf8(StringBuffer& out, LogBase& log) {
 
 void Email2::setReplyToUtf8(const char* text, LogBase& log) {
   if (!isLive()) return;
+  reportUnused(viewOf(text), Taken::first, log);
   _svEmailAddress address;
   if (trim(viewOf(text)).empty() || !address.loadSingleEmailAddr(text, /*relaxed=*/false, log)) {
     m_header.removeMimeField("Reply-To", /*all=*/true);

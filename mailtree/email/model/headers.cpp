@@ -29,12 +29,6 @@ Routed routeOf(std::string_view name) noexcept {
   return Routed::none;
 }
 
-bool loadSender(Email2& node, const char* value, LogBase& log) {
-  if (!node.m_fromAddr.loadSingleEmailAddr(value, /*relaxed=*/false, log)) return false;
-  node.updateFromInHeader(log);
-  return true;
-}
-
 /// A sender given without an address: a friendly name only.
 void setBareSenderName(Email2& node, const char* name, LogBase& log) {
   node.m_fromAddr.m_name.setFromUtf8(name);
@@ -45,7 +39,7 @@ void setBareSenderName(Email2& node, const char* name, LogBase& log) {
 
 void setSender(Email2& node, const char* value, LogBase& log) {
   if (svStrChr(value, '@')) {
-    loadSender(node, value, log);
+    node.setFromFullUtf8(value, log);
   } else {
     setBareSenderName(node, value, log);
   }
@@ -180,7 +174,7 @@ void Email2::addHeaderField2_a(const char* name, const char* value, bool asGiven
   const Routed routed = routeOf(name);
   if (routed == Routed::from) {
     // Deliberate: unlike a set, an add knows no sender without an address.
-    loadSender(*this, line.getString(), log);
+    setFromFullUtf8(line.getString(), log);
   } else if (routed == Routed::contentType) {
     // Deliberate: a part has one Content-Type, so it is replaced, and the caller's flag has no say in it.
     setContentTypeField(*this, name, line.getString(), /*asGiven=*/false, log);

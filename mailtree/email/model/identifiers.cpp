@@ -4,6 +4,7 @@
 
 #include "mailtree/base/Platform.h"
 #include "mailtree/base/Stdio.h"
+#include "mailtree/email/addresses/unused.h"
 #include "mailtree/email/model/internal.h"
 
 namespace mailtree {
@@ -89,7 +90,8 @@ bool Email2::generateContentId(LogBase& log) {
 
 void Email2::setDate(const char* rfc822, LogBase& log, bool setField) {
   if (!isLive()) return;
-  _svDateParser::parseRFC822Date(rfc822, m_date);
+  if (!_svDateParser::parseRFC822Date(rfc822, m_date))
+    reportUnusedText("Not used as a date", viewOf(rfc822), log);
   if (setField) m_header.replaceMimeFieldUtf8("Date", rfc822, log);
 }
 
