@@ -1,6 +1,7 @@
 #include "cli/secure/opening.h"
 
 #include <algorithm>
+#include <map>
 
 #include "cli/internal_fields.h"
 #include "mailtree/base/Log.h"
@@ -9,6 +10,7 @@
 #include "mailtree/mime/Limits.h"
 #include "mailtree/mime/MimeMessage2.h"
 #include "mailtree/secure/displayed_fields.h"
+#include "mailtree/secure/field_meaning.h"
 #include "mailtree/secure/inner_content.h"
 #include "mailtree/secure/layer_forms.h"
 
@@ -76,19 +78,28 @@ void appendField(const RawField& field, std::string& out) {
   }
 }
 
-std::string unfolded(const RawField& field) {
-  std::string value;
-  for (const char c : field.lines.substr(field.name.size()))
-    if (!isSpaceAscii(c)) value += c;
-  return value;
+std::string comparedValue(const RawField& field) {
+  MimeHeader header;
+  header.loadFromEntity(field.lines);
+  return mailtree::comparedValue(header, 0);
+}
+
+/// What is displayed of the fields inside, as it is compared: read once, for there may be thousands outside.
+std::map<const RawField*, std::string> comparedFieldsOf(const RawEntity& inner) {
+  std::map<const RawField*, std::string> values;
+  for (const std::string_view name : kDisplayedFields)
+    if (const RawField* const field = findField(inner, name)) values.emplace(field, comparedValue(*field));
+  return values;
 }
 
 void appendOuterFields(const RawEntity& outer, const RawEntity& inner, OpenedMessage& opened) {
+  const auto compared = comparedFieldsOf(inner);
   for (const RawField& field : outer.fields) {
     if (describesContent(field.name) || isInternalField(field.name)) continue;
     const RawField* const inside = findField(inner, field.name);
     if (!inside) appendField(field, opened.bytes);
-    if (inside && isDisplayedField(field.name) && unfolded(field) != unfolded(*inside))
+    const auto displayed = compared.find(inside);
+    if (displayed != compared.end() && comparedValue(field) != displayed->second)
       opened.fields.emplace_back(field.name);
   }
 }

@@ -8,6 +8,7 @@
 
 #include "mailtree/base/Ascii.h"
 #include "mailtree/secure/displayed_fields.h"
+#include "mailtree/secure/field_meaning.h"
 
 namespace mailtree {
 namespace {
@@ -30,29 +31,20 @@ std::string lowerCase(std::string_view text) {
   return lower;
 }
 
-/// A value as it is compared: where a line was folded says nothing.
-std::string singleSpaced(std::string_view value) {
-  std::string out;
-  for (const char c : trim(value))
-    if (!isSpaceAscii(c) || !out.ends_with(' ')) out += isSpaceAscii(c) ? ' ' : c;
-  return out;
-}
-
 /// The fields of a header, to be asked many times: a header may have thousands, and so may the one it is compared
 /// with.
 class OuterFields {
  public:
   explicit OuterFields(const MimeHeader& header) {
     for (int i = 0; i < header.getNumFields(); ++i)
-      add(lowerCase(header.fieldName(i)), header.decodedValue(i));
+      add(lowerCase(header.fieldName(i)), header.decodedValue(i), comparedValue(header, i));
   }
 
   /// What stands here in place of a value, empty when nothing does; nothing when it says the same. Of a field that a
   /// message has once every one must: nobody knows which one a reader is shown.
-  std::optional<std::string> otherThan(const std::string& lowerName, std::string_view value) const {
+  std::optional<std::string> otherThan(const std::string& lowerName, const std::string& compared) const {
     const auto found = m_values.find(lowerName);
     if (found == m_values.end()) return std::string();
-    const std::string compared = singleSpaced(value);
     const Values& values = found->second;
     if (!m_lines.contains(lowerName + ':' + compared)) return values.first;
     if (!isDisplayedField(lowerName) || !values.another) return std::nullopt;
@@ -70,8 +62,7 @@ class OuterFields {
     std::optional<std::string> another;  ///< That says something else than the first.
   };
 
-  void add(std::string lowerName, std::string value) {
-    std::string compared = singleSpaced(value);
+  void add(std::string lowerName, std::string value, std::string compared) {
     m_lines.insert(lowerName + ':' + compared);
     const auto [place, isFirst] = m_values.try_emplace(std::move(lowerName));
     Values& values = place->second;
@@ -107,9 +98,9 @@ void listDiffering(const MimeHeader& inside, const MimeHeader& outside, const Pa
   for (int i = 0; i < inside.getNumFields(); ++i) {
     const std::string_view name = inside.fieldName(i);
     if (!isCompared(name)) continue;
-    std::string value = inside.decodedValue(i);
-    std::optional<std::string> other = outer.otherThan(lowerCase(name), value);
-    if (other) differing.push_back({path.text(), std::string(name), std::move(value), std::move(*other)});
+    std::optional<std::string> other = outer.otherThan(lowerCase(name), comparedValue(inside, i));
+    if (!other) continue;
+    differing.push_back({path.text(), std::string(name), inside.decodedValue(i), std::move(*other)});
   }
   listAdded(inside, outer, path, differing);
 }
