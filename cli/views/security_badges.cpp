@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <string>
 
+#include "mailtree/secure/layer_forms.h"
+
 namespace mailtree::cli {
 namespace {
 
@@ -39,8 +41,8 @@ class Badges {
  private:
   /// A part that still is a layer must look like one: what stands where is for the tree to say.
   bool carriesLayer(const PartRow& row) const {
-    return !m_examined.layersInPlace || equalsNoCase(row.contentType, "multipart/signed") ||
-           containsNoCase(row.contentType, "pkcs7-mime");
+    return !m_examined.layersInPlace || mayBeLayer(row.contentType, row.filename) ||
+           mayBeLayer(row.contentType, row.node->m_contentType.m_name);
   }
 
   bool isSignedItself(std::size_t id) const {

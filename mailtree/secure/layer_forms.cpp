@@ -1,6 +1,5 @@
 #include "mailtree/secure/layer_forms.h"
 
-#include <algorithm>
 #include <string_view>
 #include <vector>
 
@@ -19,13 +18,11 @@ bool isSignatureType(std::string_view type) noexcept {
   return isOneOf(type, "application/pkcs7-signature", "application/x-pkcs7-signature");
 }
 
-std::string_view typeOf(const MimeMessage2& entity) noexcept { return entity.contentType().m_type; }
-
-StringBuffer filenameOf(const MimeMessage2& entity) {
-  StringBuffer filename;
-  entity.getMimeFilename(filename);
-  return filename;
+bool isPkcs7MimeType(std::string_view type) noexcept {
+  return isOneOf(type, "application/pkcs7-mime", "application/x-pkcs7-mime");
 }
+
+std::string_view typeOf(const MimeMessage2& entity) noexcept { return entity.contentType().m_type; }
 
 struct KindName {
   std::string_view name;
@@ -43,7 +40,33 @@ constexpr KindName kSuffixes[] = {
     {".p7m", LayerKind::enveloped},
     {".p7c", LayerKind::certificatesOnly},
     {".p7z", LayerKind::compressed},
+    {".p7s", LayerKind::opaqueSignature},
 };
+
+/// What a gateway makes of a type that it does not know.
+bool isUntyped(std::string_view type) noexcept { return equalsNoCase(type, "application/octet-stream"); }
+
+const KindName* suffixOf(std::string_view filename) noexcept {
+  const std::string_view name = trim(filename);
+  for (const KindName& row : kSuffixes)
+    if (endsWithNoCase(name, row.name)) return &row;
+  return nullptr;
+}
+
+/// By the file name of the disposition, else by the name of the type: a gateway may have changed one of them.
+const KindName* suffixOf(const MimeMessage2& entity) {
+  StringBuffer filename;
+  entity.getMimeFilename(filename);
+  const KindName* const row = suffixOf(filename);
+  return row ? row : suffixOf(entity.contentType().m_name);
+}
+
+bool isTypedSignature(const MimeMessage2& part) { return isSignatureType(typeOf(part)); }
+
+bool isNamedSignature(const MimeMessage2& part) {
+  const KindName* const suffix = isUntyped(typeOf(part)) ? suffixOf(part) : nullptr;
+  return suffix && suffix->kind == LayerKind::opaqueSignature;
+}
 
 }  // namespace
 
@@ -52,8 +75,9 @@ bool isMultipartSigned(const MimeMessage2& entity) noexcept {
 }
 
 MimeMessage2* signaturePart(const MimeMessage2& entity) noexcept {
-  for (int i = 1; i < entity.getNumParts(); ++i)
-    if (isSignatureType(typeOf(*entity.getPart(i)))) return entity.getPart(i);
+  for (const auto isSignature : {isTypedSignature, isNamedSignature})
+    for (int i = 1; i < entity.getNumParts(); ++i)
+      if (isSignature(*entity.getPart(i))) return entity.getPart(i);
   return entity.getPart(1);
 }
 
@@ -61,7 +85,7 @@ bool hasDetachedSignature(const MimeMessage2& entity) noexcept {
   if (!isMultipartSigned(entity)) return false;
   if (isSignatureType(trim(entity.contentType().m_protocol))) return true;
   const MimeMessage2* const signature = signaturePart(entity);
-  return signature && isSignatureType(typeOf(*signature));
+  return signature && (isTypedSignature(*signature) || isNamedSignature(*signature));
 }
 
 bool holdsDetachedSignature(const MimeMessage2& entity) {
@@ -75,14 +99,19 @@ bool holdsDetachedSignature(const MimeMessage2& entity) {
   return false;
 }
 
+bool mayBeLayer(std::string_view mediaType, std::string_view filename) noexcept {
+  return equalsNoCase(mediaType, "multipart/signed") || isPkcs7MimeType(mediaType) ||
+         (isUntyped(mediaType) && suffixOf(filename));
+}
+
 bool isPkcs7Mime(const MimeMessage2& entity) {
-  const std::string_view type = typeOf(entity);
-  if (isOneOf(type, "application/pkcs7-mime", "application/x-pkcs7-mime")) return true;
-  if (!equalsNoCase(type, "application/octet-stream")) return false;
-  const StringBuffer filename = filenameOf(entity);
-  const bool isNamed = std::ranges::any_of(
-      kSuffixes, [&](const KindName& suffix) { return endsWithNoCase(filename, suffix.name); });
-  return isNamed && Pkcs7Opener::kindOf(entity.getMimeBodyDb()->view()) != LayerKind::unknown;
+  if (isPkcs7MimeType(typeOf(entity))) return true;
+  const KindName* const suffix = isUntyped(typeOf(entity)) ? suffixOf(entity) : nullptr;
+  if (!suffix) return false;
+  const LayerKind kind = Pkcs7Opener::kindOf(entity.getMimeBodyDb()->view());
+  // A signature that came apart from its content is an attachment like others: there is nothing in it to open.
+  const bool isApart = kind == LayerKind::detachedSignature && suffix->kind == LayerKind::opaqueSignature;
+  return kind != LayerKind::unknown && !isApart;
 }
 
 LayerKind kindOf(const MimeMessage2& entity) {
@@ -94,10 +123,8 @@ LayerKind claimedKind(const MimeMessage2& entity) {
   const std::string_view smimeType = trim(entity.contentType().m_smimeType);
   for (const KindName& row : kSmimeTypes)
     if (equalsNoCase(smimeType, row.name)) return row.kind;
-  const StringBuffer filename = filenameOf(entity);
-  for (const KindName& row : kSuffixes)
-    if (endsWithNoCase(filename, row.name)) return row.kind;
-  return LayerKind::enveloped;
+  const KindName* const suffix = suffixOf(entity);
+  return suffix ? suffix->kind : LayerKind::enveloped;
 }
 
 }  // namespace mailtree

@@ -1,7 +1,10 @@
 // secure/layer_forms.h - in what form a security layer stands in a message (RFC 8551, 3; RFC 1847).
 #pragma once
 
+#include <string_view>
+
 #include "mailtree/crypto/SecureLayer.h"
+#include "mailtree/email/loading/unwrapping.h"  // isPkcs7Mime
 #include "mailtree/mime/MimeMessage2.h"
 
 namespace mailtree {
@@ -16,9 +19,8 @@ MimeMessage2* signaturePart(const MimeMessage2& entity) noexcept;
 /// Whether such a multipart stands somewhere below, this entity included.
 bool holdsDetachedSignature(const MimeMessage2& entity);
 
-/// Whether the body is a layer: by the media type, or by the name together with the octets where a gateway lost
-/// the type.
-bool isPkcs7Mime(const MimeMessage2& entity);
+/// Whether a part may be a layer, by its type and its name. It is one when its octets say so too.
+bool mayBeLayer(std::string_view mediaType, std::string_view filename) noexcept;
 /// The kind it is by its octets, else the one it says it is.
 LayerKind kindOf(const MimeMessage2& entity);
 /// The kind it says it is, for a body that says nothing: by smime-type, then by name, else enveloped.

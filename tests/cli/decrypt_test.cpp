@@ -38,6 +38,17 @@ TEST(Decrypt, every_field_is_there_once_and_the_encrypted_one_wins) {
   EXPECT_EQ(result.out, "Received: by a.example; Sat, 21 Nov 2026 08:30:00 +0100\r\n" + std::string(kLetter));
 }
 
+TEST(Decrypt, every_command_opens_what_a_gateway_made_an_attachment) {
+  const Workspace work;
+  std::string mail = readFile(sealed(work, signedMail(work, kLetter, as("alice")), "sealed"));
+  mail.replace(mail.find("pkcs7-mime"), 10, "octet-stream");
+  const std::string file = work.write("m.eml", mail) + as("bob");
+  for (const char* verb : {"body ", "decrypt "})
+    EXPECT_THAT(mailtree(verb + file).out, HasSubstr("Shall we?\r\n")) << verb;
+  EXPECT_THAT(mailtree("show " + file).out, HasSubstr("[encrypted]"));
+  EXPECT_EQ(mailtree("verify " + file + trusted()).status, 0);
+}
+
 TEST(Decrypt, goes_through_a_signature_and_says_that_it_is_gone) {
   const Workspace work;
   for (const char* options : {"", " --opaque"}) {

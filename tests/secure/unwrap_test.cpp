@@ -100,6 +100,11 @@ TEST_F(Unwrapping, forms_in_which_layers_travel) {
     return text.replace(text.find(from), from.size(), to);
   };
   const std::string bare = replaced(pkcs7Mime(der, "x"), "; name=smime.p7m; smime-type=x", "");
+  const auto asSignatureFile = [&](bool detached) {
+    return "Content-Type: application/octet-stream; name=smime.p7s\r\nContent-Disposition: "
+           "attachment\r\n\r\n" +
+           signedDer(kText, *m_people["alice"], detached);
+  };
   const struct {
     const char* what;
     std::string entity;
@@ -111,8 +116,13 @@ TEST_F(Unwrapping, forms_in_which_layers_travel) {
       {"wrong smime-type", pkcs7Mime(der, "signed-data"), "enveloped 1 open"},
       {"octet-stream by name",
        replaced(replaced(bare, "pkcs7-mime", "octet-stream"), "attachment;", "inline;"), "enveloped 1 open"},
-      {"octet-stream attached, which becomes a file of a mixed message",
-       replaced(bare, "pkcs7-mime", "octet-stream"), ""},
+      {"octet-stream attached", replaced(bare, "pkcs7-mime", "octet-stream"), "enveloped 1 open"},
+      {"octet-stream by the name of its type alone, in capitals",
+       replaced(replaced(bare, "pkcs7-mime", "octet-stream; name=SMIME.P7M"), "; filename=smime.p7m",
+                "; filename=att1.dat"),
+       "enveloped 1 open"},
+      {"octet-stream signed, by the name of a signature", asSignatureFile(false), "opaque-signature 1 valid"},
+      {"octet-stream with a signature of something else", asSignatureFile(true), ""},
       {"octet-stream of another name",
        replaced(replaced(bare, "pkcs7-mime", "octet-stream"), "attachment; filename=smime.p7m",
                 "inline; filename=a.bin"),

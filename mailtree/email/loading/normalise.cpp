@@ -8,6 +8,7 @@
 
 #include "mailtree/base/Platform.h"
 #include "mailtree/email/Email2.h"
+#include "mailtree/email/loading/unwrapping.h"
 #include "mailtree/mime/MimeMessage2.h"
 
 namespace mailtree {
@@ -21,7 +22,7 @@ bool isLoneAttachment(const MimeMessage2& tree) {
   if (!disposition.equals("attachment")) return false;
   const std::string_view type = tree.contentType().m_type;
   return !beginsWithNoCase(type, "multipart") && !containsNoCase(type, "pkcs7") &&
-         !containsNoCase(type, "edifact");
+         !containsNoCase(type, "edifact") && !isPkcs7Mime(tree);
 }
 
 /// A message that names no charset has the one its header was found to be written in.
