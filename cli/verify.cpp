@@ -26,6 +26,7 @@ const char* signOf(Check::Mark mark) {
   switch (mark) {
     case Check::Mark::good: return "ok  ";
     case Check::Mark::bad: return "NO  ";
+    case Check::Mark::notChecked: return "?   ";
     case Check::Mark::note: break;
   }
   return "    ";
@@ -87,7 +88,8 @@ void addVerify(CLI::App& app, Action& action) {
       "one "
       "address\nin From; no field that is displayed stands otherwise inside. Other fields than From are not "
       "part of "
-      "what S/MIME\nsigns. Encrypted layers are opened with --p12, or --cert and --key.\n"
+      "what S/MIME\nsigns. ? marks what could not be checked. Encrypted layers are opened with --p12, or "
+      "--cert and --key.\n"
       "Example:\n  mailtree verify --trust ca.pem mail.eml");
   verb->callback([options, &action] { action = [options] { return verify(*options); }; });
 }

@@ -7,6 +7,7 @@
 #include "mailtree/crypto/UnwrapInfo.h"
 #include "mailtree/mime/MimeMessage2.h"
 #include "mailtree/secure/displayed_fields.h"
+#include "mailtree/secure/layer_forms.h"
 
 namespace mailtree::cli {
 namespace {
@@ -14,8 +15,8 @@ namespace {
 bool mayHoldLayers(Email2& root) {
   bool found = false;
   walk(root, [&found](const Email2& node) {
-    const std::string_view type = node.m_contentType.m_type.view();
-    found = found || equalsNoCase(type, "multipart/signed") || containsNoCase(type, "pkcs7-mime");
+    const std::string_view type = node.m_contentType.m_type;
+    found = found || mayBeLayer(type, node.m_dispFilename) || mayBeLayer(type, node.m_contentType.m_name);
   });
   return found;
 }
@@ -55,38 +56,49 @@ std::string withProblem(std::string text, const std::string& problem) {
   return problem.empty() ? text : text + ": " + problem;
 }
 
+/// Why the mathematics of a signature does not hold, or was not checked.
+std::string mathematicalFaultOf(const SignerVerdict& signer) {
+  if (signer.digestMatched == Answer::no) return "the content is not what was signed";
+  return signer.isInvalid() ? signer.problem : "the signature was not checked: " + signer.problem;
+}
+
 /// The gravest thing that is wrong with a signature; empty when nothing is.
 std::string faultOf(const SignerVerdict& signer, const Examined& examined) {
-  if (!signer.digestMatched) return "the content is not what was signed";
-  if (!signer.signatureVerified) return "the signature does not fit the signer's key";
-  if (!signer.certificate) return "the signer's certificate is missing";
-  if (signer.revoked) return "the signer's certificate is revoked";
-  if (!signer.keyUsageFit) return "the signer's certificate is not meant for signing mail";
-  if (!signer.addressMatches)
+  if (!signer.isValid()) return mathematicalFaultOf(signer);
+  if (signer.revoked == Answer::yes) return "the signer's certificate is revoked";
+  if (signer.keyUsageFit != Answer::yes) return "the signer's certificate is not meant for signing mail";
+  if (signer.addressMatches != Answer::yes)
     return examined.fromProblem.empty() ? "the signer's certificate is not issued to " + examined.from
                                         : examined.fromProblem;
   if (!examined.trustGiven) return "the chain was not checked: no trust anchors given (--trust)";
-  return signer.chainTrusted ? std::string() : withProblem("the chain is not trusted", signer.problem);
+  if (signer.chainTrusted == Answer::yes) return {};
+  const char* const answer =
+      signer.chainTrusted == Answer::no ? "the chain is not trusted" : "the chain was not checked";
+  return withProblem(answer, signer.chainProblem);
 }
 
 /// Empty when the mathematics of every signer holds and everything is right about one of them.
 std::string faultOf(const SecureLayer& layer, const Examined& examined) {
   if (layer.signers.empty()) return withProblem("a signature could not be checked", layer.problem);
+  // What is wrong goes before what was not checked.
+  for (const bool isWrong : {true, false})
+    for (const SignerVerdict& signer : layer.signers)
+      if (isWrong ? signer.isInvalid() : !signer.isValid())
+        return withProblem(mathematicalFaultOf(signer), layer.problem);
   std::string first;
-  bool hasGood = false;
   for (const SignerVerdict& signer : layer.signers) {
     std::string fault = faultOf(signer, examined);
-    if (!signer.isValid()) return withProblem(fault, layer.problem);
-    hasGood = hasGood || fault.empty();
+    if (fault.empty()) return {};
     if (first.empty()) first = std::move(fault);
   }
-  return hasGood ? std::string() : first;
+  return first;
 }
 
 std::string signerOf(const SecureLayer& layer, const Examined& examined) {
   std::string weak;
   for (const SignerVerdict& signer : layer.signers)
-    if (signer.weak) weak = ", but by something weak: " + signer.algorithm + " with " + signer.digest;
+    for (const std::string& weakness : signer.weaknesses)
+      weak += (weak.empty() ? ", but by something weak: " : ", ") + weakness;
   return "all of the content is signed by " + examined.from + weak;
 }
 
@@ -116,6 +128,8 @@ Verdict judge(const Examined& examined) {
             unopened ? withProblem("encrypted, and could not be opened", unopened->problem) : "not signed"};
   // A wrong signature anywhere is a wrong message, whatever another one says.
   for (const SecureLayer& layer : examined.layers)
+    if (layer.isSigned() && layer.hasInvalidSignature()) return {false, faultOf(layer, examined)};
+  for (const SecureLayer& layer : examined.layers)
     if (layer.isSigned() && !layer.allSignaturesValid()) return {false, faultOf(layer, examined)};
   std::string reason;
   const SecureLayer* const good = goodLayer(examined, reason);
@@ -139,10 +153,11 @@ bool Examined::isSigned() const { return anyLayer(*this, &SecureLayer::isSigned)
 
 bool Examined::isEncrypted() const { return anyLayer(*this, &SecureLayer::isEncrypted); }
 
-bool Examined::allSignaturesValid() const {
-  return isSigned() && !anyLayer(*this, [](const SecureLayer& layer) {
-           return layer.isSigned() && !layer.allSignaturesValid();
-         });
+Answer Examined::allSignaturesValid() const {
+  if (!isSigned() || anyLayer(*this, &SecureLayer::hasInvalidSignature)) return Answer::no;
+  const bool isAnyUnchecked = anyLayer(
+      *this, [](const SecureLayer& layer) { return layer.isSigned() && !layer.allSignaturesValid(); });
+  return isAnyUnchecked ? Answer::notChecked : Answer::yes;
 }
 
 bool Examined::allDecrypted() const { return isEncrypted() && !unopened(); }

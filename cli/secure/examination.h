@@ -31,7 +31,7 @@ struct Examined {
   bool isSigned() const;
   bool isEncrypted() const;
   /// Signed, and the mathematics of every signature holds.
-  bool allSignaturesValid() const;
+  Answer allSignaturesValid() const;
   /// Encrypted, and every layer was opened.
   bool allDecrypted() const;
   /// An encrypted layer that was not opened; null when there is none.

@@ -12,6 +12,17 @@ namespace {
 using Mark = Check::Mark;
 
 Mark markOf(bool isGood) { return isGood ? Mark::good : Mark::bad; }
+Mark markOf(Answer answer) {
+  return answer == Answer::notChecked ? Mark::notChecked : markOf(answer == Answer::yes);
+}
+
+/// An answer about a signer in words; where there is none, why not.
+std::string textOf(Answer answer, std::string_view yes, std::string_view no, const SignerVerdict& signer,
+                   const std::string& problem) {
+  if (answer == Answer::notChecked)
+    return "not checked: " + (signer.certificate ? problem : "no certificate of the signer");
+  return std::string(answer == Answer::yes ? yes : no);
+}
 
 std::string subjectOf(const Certificate& certificate) {
   XString subject;
@@ -44,15 +55,16 @@ std::string coverageOf(const SecureLayer& layer) {
 }
 
 Check checkChain(const SignerVerdict& signer, const Examined& examined) {
-  if (!examined.trustGiven) return {Mark::bad, "chain", "not checked: no trust anchors given (--trust)"};
-  if (signer.revoked) return {Mark::bad, "chain", "revoked"};
-  if (signer.chainTrusted)
-    return {Mark::good, "chain",
-            signer.chainTrustedThen || !signer.signingTime ? "trusted"
-                                                           : "trusted now, but not at the signing time"};
-  const std::string problem = signer.problem.empty() ? std::string() : ": " + signer.problem;
-  return {Mark::bad, "chain",
-          (signer.chainTrustedThen ? "trusted at the signing time, but not now" : "not trusted") + problem};
+  if (signer.certificate && !examined.trustGiven)
+    return {Mark::notChecked, "chain", "not checked: no trust anchors given (--trust)"};
+  if (signer.revoked == Answer::yes) return {Mark::bad, "chain", "revoked"};
+  const bool wasTrusted = signer.chainTrustedThen == Answer::yes;
+  const std::string problem = signer.chainProblem.empty() ? std::string() : ": " + signer.chainProblem;
+  return {markOf(signer.chainTrusted), "chain",
+          textOf(signer.chainTrusted,
+                 wasTrusted || !signer.signingTime ? "trusted" : "trusted now, but not at the signing time",
+                 (wasTrusted ? "trusted at the signing time, but not now" : "not trusted") + problem, signer,
+                 signer.chainProblem)};
 }
 
 Check checkTime(const SignerVerdict& signer) {
@@ -64,16 +76,17 @@ Check checkTime(const SignerVerdict& signer) {
 
 Check checkAddress(const SignerVerdict& signer, const Examined& examined) {
   if (!examined.fromProblem.empty()) return {Mark::bad, "address", examined.fromProblem};
-  if (signer.addressMatches) return {Mark::good, "address", examined.from + ", as in From"};
-  return {Mark::bad, "address",
-          "the certificate is not issued to " + examined.from + ", which stands in From"};
+  return {markOf(signer.addressMatches), "address",
+          textOf(signer.addressMatches, examined.from + ", as in From",
+                 "the certificate is not issued to " + examined.from + ", which stands in From", signer,
+                 examined.fromProblem)};
 }
 
 void addCertificateChecks(const SignerVerdict& signer, const Examined& examined, std::vector<Check>& checks) {
   checks.push_back(checkChain(signer, examined));
   checks.push_back({markOf(signer.keyUsageFit), "usage",
-                    signer.keyUsageFit ? "the certificate is meant for signing mail"
-                                       : "the certificate is not meant for signing mail"});
+                    textOf(signer.keyUsageFit, "the certificate is meant for signing mail",
+                           "the certificate is not meant for signing mail", signer, signer.problem)});
   checks.push_back(checkTime(signer));
   checks.push_back(checkAddress(signer, examined));
 }
@@ -84,17 +97,20 @@ void addSignerChecks(const SignerVerdict& signer, const Examined& examined, std:
                        ? Check{Mark::note, "signer",
                                nameOf(*certificate) + " (" + subjectOf(*certificate) + "), issued by " +
                                    issuerOf(*certificate) + ", serial number " + certificate->serialNumber()}
-                       : Check{Mark::bad, "signer", "unknown: the certificate is missing"});
+                       : Check{Mark::bad, "signer", "no certificate of the signer"});
   checks.push_back({markOf(signer.digestMatched), "digest",
-                    signer.digest + (signer.digestMatched ? ", the content is the one signed"
-                                                          : ", the content is not the one signed")});
-  const std::string key = certificate ? ", " + certificate->keyAlgorithm() + " " +
-                                            std::to_string(certificate->keyBits()) + " bits"
+                    signer.digest + ", " +
+                        textOf(signer.digestMatched, "the content is the one signed",
+                               "the content is not the one signed", signer, signer.problem)});
+  const std::string key = certificate ? signer.algorithm + ", " + certificate->keyAlgorithm() + " " +
+                                            std::to_string(certificate->keyBits()) + " bits, "
                                       : "";
   checks.push_back({markOf(signer.signatureVerified), "signature",
-                    signer.algorithm + key + (signer.signatureVerified ? ", verified" : ", not verified")});
-  if (certificate) addCertificateChecks(signer, examined, checks);
-  if (signer.weak) checks.push_back({Mark::note, "weak", signer.digest + ", " + signer.algorithm + key});
+                    key + textOf(signer.signatureVerified, "verified", "not verified", signer,
+                                 signer.digestMatched == Answer::no ? "its key or algorithm cannot be used"
+                                                                    : signer.problem)});
+  addCertificateChecks(signer, examined, checks);
+  if (!signer.weaknesses.empty()) checks.push_back({Mark::note, "weak", listOf(signer.weaknesses)});
 }
 
 void addEncryptionChecks(const SecureLayer& layer, std::vector<Check>& checks) {
@@ -109,30 +125,39 @@ void addEncryptionChecks(const SecureLayer& layer, std::vector<Check>& checks) {
 }
 
 /// What else is to be known of a signature whose mathematics holds; empty when everything is right.
-std::string reservationsOn(const SignerVerdict& signer, const Examined& examined) {
+std::string reservationsOn(const SignerVerdict& signer) {
   std::string text;
   const auto add = [&text](bool holds, std::string_view words) {
     if (holds) text.append(", ").append(words);
   };
-  add(!signer.certificate, "signer unknown");
-  add(signer.revoked, "certificate revoked");
-  add(examined.trustGiven && !signer.chainTrusted && !signer.revoked, "signer not trusted");
-  add(!examined.trustGiven, "trust not checked");
-  add(!signer.keyUsageFit, "certificate not for signing");
-  add(!signer.addressMatches, "signer is not the sender");
+  const bool isRevoked = signer.revoked == Answer::yes;
+  add(isRevoked, "certificate revoked");
+  add(signer.chainTrusted == Answer::no && !isRevoked, "signer not trusted");
+  add(signer.chainTrusted == Answer::notChecked, "trust not checked");
+  add(signer.keyUsageFit != Answer::yes, "certificate not for signing");
+  add(signer.addressMatches != Answer::yes, "signer is not the sender");
+  return text;
+}
+
+std::string weaknessesOf(const SecureLayer& layer) {
+  std::string text;
+  for (const SignerVerdict& signer : layer.signers)
+    if (!signer.weaknesses.empty()) text += (text.empty() ? ", weak: " : ", ") + listOf(signer.weaknesses);
   return text;
 }
 
 LayerSummary summaryOfSigned(const SecureLayer& layer, const Examined& examined) {
   if (layer.signers.empty()) return {false, "signature could not be checked"};
-  if (!layer.allSignaturesValid()) return {false, "signature INVALID"};
+  if (layer.hasInvalidSignature()) return {false, "signature INVALID"};
+  for (const SignerVerdict& signer : layer.signers)
+    if (!signer.isValid()) return {false, "signature not checked: " + signer.problem};
   const auto good = std::ranges::count_if(
       layer.signers, [&](const SignerVerdict& signer) { return isGood(signer, examined); });
   const auto others = std::ssize(layer.signers) - good;
   LayerSummary summary{good > 0 && coversAll(layer) && !examined.contradiction() && !examined.unopened(),
                        "signature valid"};
   if (good == 0)
-    summary.text += reservationsOn(layer.signers.front(), examined);
+    summary.text += reservationsOn(layer.signers.front());
   else if (others > 0)
     summary.text += ", but " + std::to_string(others) + " other " +
                     (others == 1 ? "signer is" : "signers are") + " not good";
@@ -140,8 +165,7 @@ LayerSummary summaryOfSigned(const SecureLayer& layer, const Examined& examined)
     summary.text += ", not for this " + field->name;
   if (!coversAll(layer)) summary.text += ", covers " + coverageOf(layer);
   if (examined.unopened()) summary.text += ", not all is opened";
-  for (const SignerVerdict& signer : layer.signers)
-    if (signer.weak) return {summary.isGood, summary.text + ", weak"};
+  summary.text += weaknessesOf(layer);
   return summary;
 }
 

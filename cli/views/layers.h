@@ -10,7 +10,7 @@ namespace mailtree::cli {
 
 /// A line of the list that a layer is checked by.
 struct Check {
-  enum class Mark { good, bad, note };
+  enum class Mark { good, bad, notChecked, note };
   Mark mark;
   std::string name, text;
 };

@@ -28,28 +28,36 @@ Json certificateOrNull(const RefPtr<Certificate>& certificate) {
   return certificate ? certificateOf(*certificate) : Json();
 }
 
-/// Null where nothing could be checked, for want of anchors.
-Json trustOf(bool trusted, const Examined& examined) { return examined.trustGiven ? Json(trusted) : Json(); }
+/// Null where nothing was checked.
+Json valueOf(Answer answer) { return answer == Answer::notChecked ? Json() : Json(answer == Answer::yes); }
 
-Json signerOf(const SignerVerdict& signer, const Examined& examined) {
+/// Null where the certificate was not there to be looked at, and nothing else is weak.
+Json weaknessOf(const SignerVerdict& signer) {
+  if (signer.weaknesses.empty() && !signer.certificate) return {};
+  return !signer.weaknesses.empty();
+}
+
+Json signerOf(const SignerVerdict& signer) {
   return {{"certificate", certificateOrNull(signer.certificate)},
           {"digest", textOrNull(signer.digest)},
           {"algorithm", textOrNull(signer.algorithm)},
           {"signing_time", signer.signingTime ? Json(timeText(*signer.signingTime)) : Json()},
-          {"digest_matched", signer.digestMatched},
-          {"signature_verified", signer.signatureVerified},
-          {"chain_trusted", trustOf(signer.chainTrusted, examined)},
-          {"chain_trusted_then", trustOf(signer.chainTrustedThen, examined)},
-          {"revoked", signer.revoked},
-          {"key_usage_fit", signer.keyUsageFit},
-          {"address_matches", signer.addressMatches},
-          {"weak", signer.weak},
-          {"problem", textOrNull(signer.problem)}};
+          {"digest_matched", valueOf(signer.digestMatched)},
+          {"signature_verified", valueOf(signer.signatureVerified)},
+          {"chain_trusted", valueOf(signer.chainTrusted)},
+          {"chain_trusted_then", valueOf(signer.chainTrustedThen)},
+          {"revoked", valueOf(signer.revoked)},
+          {"key_usage_fit", valueOf(signer.keyUsageFit)},
+          {"address_matches", valueOf(signer.addressMatches)},
+          {"weak", weaknessOf(signer)},
+          {"weaknesses", signer.weaknesses},
+          {"problem", textOrNull(signer.problem)},
+          {"chain_problem", textOrNull(signer.chainProblem)}};
 }
 
-Json layerOf(const SecureLayer& layer, const Examined& examined) {
+Json layerOf(const SecureLayer& layer) {
   Json signers = Json::array();
-  for (const SignerVerdict& signer : layer.signers) signers.push_back(signerOf(signer, examined));
+  for (const SignerVerdict& signer : layer.signers) signers.push_back(signerOf(signer));
   return {{"kind", mailtree::nameOf(layer.kind)},
           {"part", layer.part},
           {"opened", layer.opened},
@@ -87,12 +95,12 @@ Json signersOf(const Examined& examined) {
 
 Json securityOf(const Examined& examined) {
   Json layers = Json::array(), fields = Json::array();
-  for (const SecureLayer& layer : examined.layers) layers.push_back(layerOf(layer, examined));
+  for (const SecureLayer& layer : examined.layers) layers.push_back(layerOf(layer));
   for (const InnerField& field : examined.innerFields) fields.push_back(innerFieldOf(field));
   return objectOf(
       {{"received_signed", examined.isSigned()},
        {"received_encrypted", examined.isEncrypted()},
-       {"signatures_valid", examined.allSignaturesValid()},
+       {"signatures_valid", valueOf(examined.allSignaturesValid())},
        {"decrypted", examined.allDecrypted()},
        {"signed_layers", std::ranges::count_if(examined.layers, &SecureLayer::isSigned)},
        {"encrypted_layers", std::ranges::count_if(examined.layers, &SecureLayer::isEncrypted)},

@@ -1,7 +1,9 @@
 // What a SignedData is worth: each signer's mathematics, and what else there is to say about who signed.
 #include <openssl/bn.h>
 #include <openssl/cms.h>
+#include <openssl/cmserr.h>
 #include <openssl/core_names.h>
+#include <openssl/err.h>
 #include <openssl/ess.h>
 #include <openssl/evp.h>
 #include <openssl/objects.h>
@@ -16,6 +18,7 @@
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Log.h"
 #include "mailtree/crypto/Pkcs7Internal.h"
+#include "mailtree/crypto/Weakness.h"
 #include "mailtree/crypto/internal.h"
 
 namespace mailtree {
@@ -26,7 +29,6 @@ using Bio = Handle<BIO, BIO_free_all>;
 using Hash = Handle<EVP_MD, EVP_MD_free>;
 using Time = Handle<ASN1_TIME, ASN1_TIME_free>;
 
-constexpr int kWeakRsaBits = 2048;
 /// Digest algorithms that one message is hashed with.
 constexpr int kMaxDigests = 8;
 constexpr std::string_view kAttributePrefix = "\x2A\x86\x48\x86\xF7\x0D\x01\x09";
@@ -180,6 +182,8 @@ class ChainChecks {
     if (m_known.size() == kMaxChainChecks) {
       ChainVerdict refused;
       refused.problem = "too many different signers: the chain of this one was not checked";
+      listWeaknesses(certificate.native(), {}, /*signatureCounts=*/!certificate.isSelfIssued(),
+                     refused.weaknesses);
       return refused;
     }
     m_known.push_back(
@@ -246,38 +250,60 @@ bool looksLikeSignedAttributes(std::string_view content) {
   return type && type->content.starts_with(kAttributePrefix);
 }
 
-void verifyWithAttributes(CMS_SignerInfo* signer, Verification& in, SignerVerdict& verdict) {
-  verdict.signatureVerified = CMS_SignerInfo_verify(signer) == 1;
+bool hasSignedAttributes(CMS_SignerInfo* signer) { return CMS_signed_get_attr_count(signer) >= 0; }
+
+/// The digest that was signed, beside that of the content: no certificate is needed to compare them.
+void checkDigest(CMS_SignerInfo* signer, Verification& in, SignerVerdict& verdict) {
   const std::string_view claimed = singleAttribute(signer, NID_pkcs9_messageDigest, V_ASN1_OCTET_STRING);
   const std::string_view computed = in.hashes.valueOf(digestOf(signer));
-  verdict.digestMatched = !computed.empty() && claimed == computed;
-  if (computed.empty()) note(verdict.problem, "the digest algorithm is not known");
-  if (singleAttribute(signer, NID_pkcs9_contentType, V_ASN1_OBJECT) != in.contentType) {
-    verdict.digestMatched = false;
-    note(verdict.problem, "the signature is for a content of another type");
+  if (computed.empty()) return note(verdict.problem, "the digest algorithm is not known");
+  if (claimed.empty()) return note(verdict.problem, "there is no digest of the content in the signature");
+  verdict.digestMatched = answerOf(claimed == computed);
+  if (claimed != computed) note(verdict.problem, "the content is not the one that was signed");
+}
+
+void reject(SignerVerdict& verdict, std::string_view why) {
+  verdict.signatureVerified = Answer::no;
+  note(verdict.problem, why);
+}
+
+/// Why the library got no result, by the last of its errors; empty when it got one, which is a no.
+std::string_view obstacleOf(int result) {
+  const unsigned long error = ERR_peek_last_error();
+  const int reason = ERR_GET_LIB(error) == ERR_LIB_CMS ? ERR_GET_REASON(error) : 0;
+  if (result == 0 || reason == CMS_R_VERIFICATION_FAILURE) return {};
+  if (reason == CMS_R_UNKNOWN_DIGEST_ALGORITHM) return "the digest algorithm is not known";
+  if (reason == CMS_R_ATTRIBUTE_ERROR) return "the signed attributes are malformed";
+  return "the algorithm of the signature is not known, or not one of the signer's key";
+}
+
+/// Takes over what the library says of a signature: 1 is yes.
+void takeResult(int result, std::string_view wrong, SignerVerdict& verdict) {
+  if (result == 1) {
+    verdict.signatureVerified = Answer::yes;
+    return;
   }
+  const std::string_view obstacle = obstacleOf(result);
+  if (obstacle.empty()) return reject(verdict, wrong);
+  note(verdict.problem, obstacle);
+}
+
+void verifyWithAttributes(CMS_SignerInfo* signer, Verification& in, SignerVerdict& verdict) {
+  if (singleAttribute(signer, NID_pkcs9_contentType, V_ASN1_OBJECT) != in.contentType)
+    return reject(verdict, "the signature is for a content of another type");
+  takeResult(CMS_SignerInfo_verify(signer), "the signature does not fit the signer's key", verdict);
 }
 
 /// The signature is over the content itself: there is no digest apart from it.
 void verifyWithoutAttributes(CMS_SignerInfo* signer, Verification& in, SignerVerdict& verdict) {
-  if (in.contentType != kDataType) {
-    note(verdict.problem, "signed attributes are missing");
-    return;
-  }
-  if (looksLikeSignedAttributes(in.content)) {
-    note(verdict.problem, "the content may be the attributes of another signature");
-    return;
-  }
-  verdict.signatureVerified =
-      in.hashes.chain() && CMS_SignerInfo_verify_content(signer, in.hashes.chain()) == 1;
-  verdict.digestMatched = verdict.signatureVerified;
-}
-
-void verifyMathematics(CMS_SignerInfo* signer, Verification& in, SignerVerdict& verdict) {
-  if (CMS_signed_get_attr_count(signer) >= 0)
-    verifyWithAttributes(signer, in, verdict);
-  else
-    verifyWithoutAttributes(signer, in, verdict);
+  if (in.contentType != kDataType) return reject(verdict, "signed attributes are missing");
+  if (looksLikeSignedAttributes(in.content))
+    return reject(verdict, "the content may be the attributes of another signature");
+  if (in.hashes.valueOf(digestOf(signer)).empty())
+    return note(verdict.problem, "the digest algorithm is not known");
+  takeResult(CMS_SignerInfo_verify_content(signer, in.hashes.chain()),
+             "the signature does not fit the content and the signer's key", verdict);
+  if (verdict.signatureVerified == Answer::yes) verdict.digestMatched = Answer::yes;
 }
 
 using CertificateStack = STACK_OF(X509);
@@ -318,6 +344,7 @@ std::vector<Certificate*> candidatesFor(CMS_SignerInfo* signer, const Verificati
   };
   for (const auto& certificate : in.others) consider(certificate.get());
   for (int i = 0; i < in.certs.getNumCertificates(); ++i) consider(in.certs.getCertificate(i));
+  for (const auto& anchor : in.certs.trustAnchors()) consider(anchor.get());
   return found;
 }
 
@@ -329,51 +356,63 @@ std::string algorithmName(CMS_SignerInfo* signer, const Certificate& certificate
   return name;
 }
 
-std::string digestName(int nid) {
-  std::string name = nid == NID_undef ? "unknown" : OBJ_nid2sn(nid);
-  std::transform(name.begin(), name.end(), name.begin(), toLowerAscii);
-  return name;
+Answer revocationIn(const ChainVerdict& chain) {
+  if (chain.revoked) return Answer::yes;
+  return chain.isRevocationChecked ? Answer::no : Answer::notChecked;
 }
 
 void judgeSigner(const Certificate& certificate, Verification& in, SignerVerdict& verdict) {
   const ChainVerdict now = in.chains.of(certificate, verdict.signingTime);
-  verdict.chainTrusted = now.trusted;
-  verdict.chainTrustedThen = now.trustedThen;
-  verdict.revoked = now.revoked;
-  verdict.keyUsageFit = certificate.isFitFor(CertificateUse::sign);
-  verdict.weak =
-      verdict.weak || (certificate.keyAlgorithm() == "RSA" && certificate.keyBits() < kWeakRsaBits);
-  if (!verdict.signatureVerified) note(verdict.problem, "the signature does not fit the signer's key");
-  if (!verdict.digestMatched) note(verdict.problem, "the content is not the one that was signed");
+  if (now.isTrustChecked) verdict.chainTrusted = answerOf(now.trusted);
+  if (now.isTrustChecked && verdict.signingTime) verdict.chainTrustedThen = answerOf(now.trustedThen);
+  verdict.revoked = revocationIn(now);
+  const bool isFit = certificate.isFitFor(CertificateUse::sign);
+  verdict.keyUsageFit = answerOf(isFit);
+  verdict.weaknesses.insert(verdict.weaknesses.end(), now.weaknesses.begin(), now.weaknesses.end());
+  verdict.chainProblem = now.problem;
   if (!now.trusted) note(verdict.problem, now.problem);
   if (now.revoked) note(verdict.problem, "the certificate was revoked");
-  if (!verdict.keyUsageFit) note(verdict.problem, "the certificate does not allow signing mail");
+  if (!isFit) note(verdict.problem, "the certificate does not allow signing mail");
+}
+
+/// What a signer info says without any certificate.
+SignerVerdict claimsOf(CMS_SignerInfo* signer, Verification& in) {
+  const int digest = digestOf(signer);
+  SignerVerdict verdict;
+  verdict.digest = digestName(digest);
+  if (isWeakDigest(digest)) verdict.weaknesses.push_back("digest " + verdict.digest);
+  verdict.signingTime = claimedTime(signer);
+  if (hasSignedAttributes(signer)) checkDigest(signer, in, verdict);
+  return verdict;
+}
+
+void verifySignature(CMS_SignerInfo* signer, const Certificate& certificate, Verification& in,
+                     SignerVerdict& verdict) {
+  const std::string_view objection = in.work.objectionTo(certificate);
+  if (!objection.empty()) return note(verdict.problem, objection);
+  CMS_SignerInfo_set1_signer_cert(signer, nativeAs<X509>(certificate));
+  if (hasSignedAttributes(signer))
+    verifyWithAttributes(signer, in, verdict);
+  else
+    verifyWithoutAttributes(signer, in, verdict);
+  if (verdict.signatureVerified == Answer::yes && isTiedToAnother(signer, certificate))
+    reject(verdict, "the signature was made for another certificate");
 }
 
 SignerVerdict judge(CMS_SignerInfo* signer, Verification& in) {
-  const int digest = digestOf(signer);
-  SignerVerdict claimed;
-  claimed.digest = digestName(digest);
-  claimed.weak = digest == NID_md5 || digest == NID_sha1;
-  claimed.signingTime = claimedTime(signer);
+  const SignerVerdict claimed = claimsOf(signer, in);
   SignerVerdict verdict = claimed;
   Certificate* chosen = nullptr;
   for (Certificate* const candidate : candidatesFor(signer, in)) {
     SignerVerdict trial = claimed;
-    trial.problem = in.work.objectionTo(*candidate);
-    CMS_SignerInfo_set1_signer_cert(signer, nativeAs<X509>(*candidate));
-    if (trial.problem.empty()) verifyMathematics(signer, in, trial);
-    if (trial.signatureVerified && isTiedToAnother(signer, *candidate)) {
-      trial.signatureVerified = false;
-      trial.problem = "the signature was made for another certificate";
-    }
-    if (chosen && !trial.signatureVerified) continue;
+    verifySignature(signer, *candidate, in, trial);
+    if (chosen && trial.signatureVerified != Answer::yes) continue;
     chosen = candidate;
     verdict = std::move(trial);
-    if (verdict.signatureVerified) break;
+    if (verdict.signatureVerified == Answer::yes) break;
   }
   if (!chosen) {
-    verdict.problem = "the signer's certificate is not at hand";
+    note(verdict.problem, "no certificate of the signer");
     return verdict;
   }
   verdict.certificate = RefPtr<Certificate>(chosen);

@@ -22,4 +22,8 @@ bool SecureLayer::allSignaturesValid() const noexcept {
          std::all_of(signers.begin(), signers.end(), [](const SignerVerdict& s) { return s.isValid(); });
 }
 
+bool SecureLayer::hasInvalidSignature() const noexcept {
+  return std::ranges::any_of(signers, &SignerVerdict::isInvalid);
+}
+
 }  // namespace mailtree

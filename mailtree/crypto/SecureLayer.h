@@ -28,24 +28,34 @@ enum class LayerKind {
 /// "detached-signature", "opaque-signature", "enveloped", "auth-enveloped", "compressed", "certificates-only", "unknown".
 std::string_view nameOf(LayerKind kind) noexcept;
 
+/// The answer to one question about a signer. What was not checked is neither good nor a sign of tampering: `problem`
+/// says why it was not. No bool, for it must not be taken for a no.
+enum class Answer : std::uint8_t { notChecked, no, yes };
+
+constexpr Answer answerOf(bool isSo) noexcept { return isSo ? Answer::yes : Answer::no; }
+
 /// One signer of a layer.
 struct SignerVerdict {
   RefPtr<Certificate> certificate;          ///< Null when no certificate of the signer is at hand.
   std::string digest;                       ///< "sha256", ...
   std::string algorithm;                    ///< "rsa", "rsa-pss", "ecdsa", ...
   std::optional<std::int64_t> signingTime;  ///< Unix seconds, as the signer claims.
-  bool digestMatched = false;               ///< The content is the one that was signed.
-  bool signatureVerified = false;           ///< The signer's key made the signature.
-  bool chainTrusted = false;                ///< A way leads to a given trust anchor, now.
-  bool chainTrustedThen = false;            ///< The same at the signing time; false without one.
-  bool revoked = false;
-  bool keyUsageFit = false;     ///< The certificate allows signing mail.
-  bool addressMatches = false;  ///< The certificate is issued to the address in From.
-  bool weak = false;            ///< md5, sha1, or an RSA key under 2048 bits.
-  std::string problem;          ///< The first thing that is wrong, in words; empty when nothing is.
+  Answer digestMatched{};                   ///< The content is the one that was signed.
+  Answer signatureVerified{};               ///< The signer's key made the signature.
+  Answer chainTrusted{};                    ///< A certification path leads to a given trust anchor, now.
+  Answer chainTrustedThen{};                ///< The same at the signing time.
+  Answer revoked{};         ///< It, or an authority above it; not checked without a list of its issuer.
+  Answer keyUsageFit{};     ///< The certificate allows signing mail.
+  Answer addressMatches{};  ///< The certificate is issued to the one address in From.
+  /// "digest sha1", "key RSA 1024 bits", "authority 1: certificate signed with md5"; counted from the signer upwards.
+  std::vector<std::string> weaknesses;
+  std::string problem;       ///< The first thing that is wrong, in words; empty when nothing is.
+  std::string chainProblem;  ///< Why the chain is not trusted, or was not checked.
 
   /// What the mathematics says: nothing about who signed.
-  bool isValid() const noexcept { return digestMatched && signatureVerified; }
+  bool isValid() const noexcept { return digestMatched == Answer::yes && signatureVerified == Answer::yes; }
+  /// Whether it says no. Where neither this nor isValid() holds, something was not checked.
+  bool isInvalid() const noexcept { return digestMatched == Answer::no || signatureVerified == Answer::no; }
 };
 
 struct SecureLayer {
@@ -72,6 +82,8 @@ struct SecureLayer {
   }
   /// Every signer's mathematics holds, and there is one.
   bool allSignaturesValid() const noexcept;
+  /// Some signer's mathematics does not hold.
+  bool hasInvalidSignature() const noexcept;
 };
 
 }  // namespace mailtree

@@ -221,6 +221,10 @@ Certificate* SystemCerts::getCertificate(int index) const noexcept {
 
 bool SystemCerts::hasTrustAnchors() const noexcept { return m_held->trust.hasAnchors(); }
 
+const std::vector<RefPtr<Certificate>>& SystemCerts::trustAnchors() const noexcept {
+  return m_held->trust.anchors();
+}
+
 Certificate* SystemCerts::findByEmailAddr(const char* address, bool forEncryption, LogBase& log) {
   return neverThrow<Certificate*>(nullptr, [&] {
     const LogContextExitor context(log, "findByEmailAddr", log.m_verboseLogging);
@@ -244,7 +248,9 @@ Certificate* SystemCerts::findByEmailAddr(const char* address, bool forEncryptio
 ChainVerdict SystemCerts::checkChain(const Certificate& certificate,
                                      const std::vector<RefPtr<Certificate>>& others, std::int64_t unixSeconds,
                                      std::optional<std::int64_t> then) const {
-  return neverThrow(ChainVerdict{false, false, "out of memory"}, [&] {
+  ChainVerdict failed;
+  failed.problem = "out of memory";
+  return neverThrow(failed, [&] {
     const auto check = [&](std::int64_t at) {
       return m_held->trust.check(certificate, m_held->certificates, others, at, then);
     };

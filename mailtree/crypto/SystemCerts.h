@@ -21,7 +21,10 @@ struct ChainVerdict {
   bool trusted = false;
   bool revoked = false;  ///< By a revocation list held here.
   std::string problem;   ///< Why it is not trusted, in words; empty when it is and nothing is to be noted.
-  bool trustedThen = false;  ///< At the other time asked about.
+  bool trustedThen = false;             ///< At the other time asked about.
+  bool isTrustChecked = false;          ///< Anchors are held.
+  bool isRevocationChecked = false;     ///< The issuer's list is held, and was found to be the issuer's.
+  std::vector<std::string> weaknesses;  ///< As SignerVerdict has them; of what was found of the path.
 };
 
 /// A store in memory. Borrowed by every loading and writing operation.
@@ -60,6 +63,8 @@ class SystemCerts {
   /// Borrowed until the store changes; null when out of range.
   Certificate* getCertificate(int index) const noexcept;
   bool hasTrustAnchors() const noexcept;
+  /// Those given as trust anchors; getCertificate() does not give them.
+  const std::vector<RefPtr<Certificate>>& trustAnchors() const noexcept;
 
   /// The best certificate for an address: the one that is valid longest, the first one held among equals.
   /// Letter case counts in the local part only.
@@ -73,10 +78,11 @@ class SystemCerts {
   /// @param then    another time to ask about: seldom more work, for most often the same way was open then.
   ///
   /// The authorities on the way must be such, for mail; what the certificate itself may be used for is another
-  /// question (Certificate::isFitFor), and so are weak algorithms. A revoked certificate is so at any time asked
-  /// about: only its own signer says when a signature was made. A list whose next issue is overdue still revokes;
-  /// the chain stays trusted, as without a list, and `problem` tells. Where no way leads to an anchor a revocation
-  /// is found only if the authorities are all held here: what came along is then not looked into any further.
+  /// question (Certificate::isFitFor). Weak algorithms are named, and make nothing untrusted. A revoked certificate
+  /// is so at any time asked about: only its own signer says when a signature was made. A list whose next issue is
+  /// overdue still revokes; the chain stays trusted, as without a list, and `problem` tells. Where no way leads to
+  /// an anchor a revocation is found only if the authorities are all held here: what came along is then not looked
+  /// into any further.
   /// More than ten authorities below the anchor are too many.
   ChainVerdict checkChain(const Certificate& certificate, const std::vector<RefPtr<Certificate>>& others,
                           std::int64_t unixSeconds, std::optional<std::int64_t> then = {}) const;

@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "mailtree/crypto/Pem.h"
+#include "mailtree/crypto/Weakness.h"
 #include "mailtree/crypto/internal.h"
 
 namespace mailtree {
@@ -31,6 +32,7 @@ struct Findings {
   int firstError = X509_V_OK;
   bool revoked = false;
   bool listIsStale = false;
+  bool hasNoList = false;                  ///< Of the issuer of the one that is asked about.
   const X509_CRL* unprovenList = nullptr;  ///< One that no authority on the way signed: it revokes nothing.
   const Trust::Certificates& held;
 };
@@ -95,6 +97,7 @@ int goOn(int ok, X509_STORE_CTX* check) {
   auto* const findings = static_cast<Findings*>(X509_STORE_CTX_get_app_data(check));
   if (ok || !findings) return 1;
   const int error = X509_STORE_CTX_get_error(check);
+  if (isAboutNoList(error) && X509_STORE_CTX_get_error_depth(check) == 0) findings->hasNoList = true;
   note(*findings, error, X509_STORE_CTX_get0_current_crl(check));
   return !endsTheWay(error) || isWayHeld(X509_STORE_CTX_get0_chain(check), findings->held) ? 1 : 0;
 }
@@ -132,6 +135,28 @@ void setUp(X509_STORE_CTX& check, Findings& findings, bool withLists, std::int64
 std::string problemOf(const Findings& findings) {
   if (findings.firstError != X509_V_OK) return X509_verify_cert_error_string(findings.firstError);
   return findings.listIsStale ? X509_verify_cert_error_string(X509_V_ERR_CRL_HAS_EXPIRED) : "";
+}
+
+bool isSelfIssued(const X509* x509) {
+  return X509_NAME_cmp(X509_get_subject_name(x509), X509_get_issuer_name(x509)) == 0;
+}
+
+/// Of the certificates of a path, from the one asked about to the anchor, or as far as it was found. The signature of
+/// the last one is nobody's word for it when it is an anchor or its own issuer.
+std::vector<std::string> weaknessesOf(const CertificateStack* path, const Trust::Certificates& anchors) {
+  std::vector<std::string> weaknesses;
+  const int count = path ? sk_X509_num(path) : 0;
+  for (int i = 0; i < count; ++i) {
+    X509* const x509 = sk_X509_value(path, i);
+    const bool isAnchor = std::ranges::any_of(anchors, [x509](const RefPtr<Certificate>& anchor) {
+      return X509_cmp(x509, nativeAs<X509>(*anchor)) == 0;
+    });
+    const bool isTop = isAnchor || (i + 1 == count && isSelfIssued(x509));
+    listWeaknesses(reinterpret_cast<NativeCertificate*>(x509),
+                   i == 0 ? std::string() : "authority " + std::to_string(i) + ": ", !isTop, weaknesses);
+    if (isAnchor) break;
+  }
+  return weaknesses;
 }
 
 X509_STORE* storeOf(NativeTrust* store) noexcept { return reinterpret_cast<X509_STORE*>(store); }
@@ -194,20 +219,28 @@ ChainVerdict Trust::check(const Certificate& certificate, const Certificates& he
   const StackHandle helpers(sk_X509_new_null());
   const Check check(X509_STORE_CTX_new_ex(contextAs<OSSL_LIB_CTX>(), nullptr));
   Findings findings{.held = held};
+  ChainVerdict verdict;
+  verdict.problem = "the chain could not be checked";
   if (!helpers || !check || !pushAll(*helpers, held) || !pushAll(*helpers, others) ||
       X509_STORE_CTX_init(check.get(), storeOf(m_store.get()), nativeAs<X509>(certificate), helpers.get()) !=
           1)
-    return {false, false, "the chain could not be checked"};
+    return verdict;
 
   setUp(*check, findings, m_hasLists, unixSeconds);
-  if (X509_verify_cert(check.get()) != 1 && findings.firstError == X509_V_OK)
+  const bool isFinished = X509_verify_cert(check.get()) == 1;
+  if (!isFinished && findings.firstError == X509_V_OK)
     findings.firstError = std::max(X509_STORE_CTX_get_error(check.get()), X509_V_ERR_UNSPECIFIED);
-  if (findings.firstError == X509_V_OK && !areForMail(X509_STORE_CTX_get0_chain(check.get())))
-    findings.firstError = X509_V_ERR_INVALID_PURPOSE;
-  if (!hasAnchors()) return {false, findings.revoked, "no trust anchors were given"};
-  const bool trusted = findings.firstError == X509_V_OK;
-  const bool trustedThen = trusted && then && isValidAt(X509_STORE_CTX_get0_chain(check.get()), *then);
-  return {trusted, findings.revoked, problemOf(findings), trustedThen};
+  const CertificateStack* const path = X509_STORE_CTX_get0_chain(check.get());
+  if (findings.firstError == X509_V_OK && !areForMail(path)) findings.firstError = X509_V_ERR_INVALID_PURPOSE;
+
+  verdict.isTrustChecked = hasAnchors();
+  verdict.trusted = hasAnchors() && findings.firstError == X509_V_OK;
+  verdict.trustedThen = verdict.trusted && then && isValidAt(path, *then);
+  verdict.isRevocationChecked = m_hasLists && isFinished && !findings.hasNoList && !findings.unprovenList;
+  verdict.revoked = findings.revoked;
+  verdict.problem = hasAnchors() ? problemOf(findings) : "no trust anchors were given";
+  verdict.weaknesses = weaknessesOf(path, m_anchors);
+  return verdict;
 }
 
 Certificate* Trust::issuerOf(const Certificate& certificate, const Certificates& held) const {

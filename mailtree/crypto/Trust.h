@@ -20,6 +20,7 @@ class Trust {
   /// Revocation lists in PEM or DER; how many.
   int addLists(std::string_view bytes);
   bool hasAnchors() const noexcept { return !m_anchors.empty(); }
+  const Certificates& anchors() const noexcept { return m_anchors; }
   bool hasLists() const noexcept { return m_hasLists; }
 
   /// See SystemCerts. `held` and `others` may stand on the way, and are not trusted for that. trustedThen is set

@@ -30,7 +30,8 @@ std::string soleSender(const MimeMessage2& message, LogBase& log) {
 
 void matchSender(SecureLayer& layer, const std::string& sender) {
   for (SignerVerdict& signer : layer.signers)
-    signer.addressMatches = !sender.empty() && signer.certificate && signer.certificate->isForAddress(sender);
+    if (signer.certificate && !sender.empty())
+      signer.addressMatches = answerOf(signer.certificate->isForAddress(sender));
 }
 
 void listUncovered(const MimeMessage2& message, std::span<SecureLayer> layers) {

@@ -12,7 +12,8 @@ namespace mailtree {
 namespace {
 
 bool anyDigestMatched(const SecureLayer& layer) noexcept {
-  return std::ranges::any_of(layer.signers, &SignerVerdict::digestMatched);
+  return std::ranges::any_of(layer.signers,
+                             [](const SignerVerdict& signer) { return signer.digestMatched == Answer::yes; });
 }
 
 bool isStoredWithLf(std::string_view content) noexcept {

@@ -28,7 +28,7 @@ std::string withFooter(const std::string& mail) {
 
 /// As a mailing list passes a message on: in a part of its own, with a text behind it.
 std::string inMixed(const std::string& mail) {
-  const std::string content = mail.substr(mail.find("Content-Type: multipart/signed"));
+  const std::string content = mail.substr(mail.find("Content-Type: "));
   return "From: Alice <alice@example.com>\r\nMIME-Version: 1.0\r\nContent-Type: multipart/mixed; "
          "boundary=list\r\n\r\n--list\r\n" +
          content + "\r\n--list\r\n\r\nFrom the list.\r\n--list--\r\n";
@@ -54,6 +54,8 @@ TEST(Verify, says_yes_only_when_everything_is_right) {
   const std::string withSignedPart = readFile(
       signedMail(work, replaced(inMixed(good), "multipart/mixed", "multipart/related"), as("alice")));
   const std::string impostor = readFile(signedMail(work, kLetter, as("impostor")));
+  const std::string untyped =
+      replaced(readFile(signedMail(work, kLetter, as("alice") + "--opaque")), "pkcs7-mime", "octet-stream");
   const struct {
     const char* name;
     std::string mail, options;
@@ -89,6 +91,12 @@ TEST(Verify, says_yes_only_when_everything_is_right) {
        "\nNOT valid: only part 1.1 is covered by a signature\n"},
       {"passed on by a list", inMixed(good), trusted(),
        "\nNOT valid: only part 1.1 is covered by a signature\n"},
+      {"octet-stream by its name", untyped, trusted(), "\nvalid: "},
+      {"octet-stream, passed on by a list", inMixed(untyped), trusted(),
+       "\nNOT valid: only part 1.1 is covered by a signature\n"},
+      {"the same fields, written otherwise",
+       replaced(good, "Alice <alice@example.com>", "=?utf-8?q?Alice?= <alice@EXAMPLE.com>"), trusted(),
+       "\nvalid: all of the content is signed by alice@EXAMPLE.com\n"},
       {"encrypted inside, opened", signedSeal, trusted() + as("bob"), "\nvalid: "},
       {"encrypted inside, closed", signedSeal, trusted(),
        "\nNOT valid: the signed content is encrypted and could not be opened"},
@@ -127,6 +135,35 @@ TEST(Verify, shows_what_a_signature_leaves_out) {
     EXPECT_EQ(out.find("[not signed]"), out.rfind("[not signed]")) << out;
     EXPECT_GT(out.find("[not signed]"), out.find(row.leftOut)) << out;
   }
+}
+
+TEST(Verify, what_was_not_checked_says_so) {
+  if (shell("openssl version").status != 0) GTEST_SKIP() << "there is no openssl command";
+  const Workspace work;
+  const std::string content = work.write("content", "Content-Type: text/plain\r\n\r\nx\r\n");
+  const Result made =
+      shell("openssl cms -sign -nocerts -md sha1 -from alice@example.com -in " + content + " -signer " +
+            identity("alice.pem") + " -inkey " + identity("alice.key") + " > " + work.path("m"));
+  ASSERT_EQ(made.status, 0) << made.err;
+  const std::string file = work.path("m") + trusted() + "--cert " + identity("intermediate.pem") + " ";
+  const std::string none = "not checked: no certificate of the signer";
+  const std::string out = mailtree("verify " + file).out;
+  const std::string lines[] = {"ok  digest     sha1, the content is the one signed\n",
+                               "?   signature  " + none, "?   chain      " + none,
+                               "NOT valid: the signature was " + none + "\n"};
+  for (const std::string& line : lines) EXPECT_THAT(out, HasSubstr(line));
+  EXPECT_THAT(mailtree("show " + file).out, HasSubstr("signature " + none));
+  const auto signer = shown(file)["security"]["layers"][0]["signers"][0];
+  EXPECT_EQ(signer["digest_matched"], true);
+  for (const char* name :
+       {"certificate", "signature_verified", "chain_trusted", "revoked", "address_matches"})
+    EXPECT_TRUE(signer[name].is_null()) << name;
+  EXPECT_EQ(signer["weaknesses"], nlohmann::json({"digest sha1"}));
+
+  const std::string known = file + "--cert " + identity("alice.pem");
+  EXPECT_THAT(mailtree("verify " + known).out,
+              HasSubstr("alice@example.com, but by something weak: digest sha1\n"));
+  EXPECT_THAT(mailtree("show " + known).out, HasSubstr("signature valid, weak: digest sha1"));
 }
 
 TEST(Verify, names_the_signer_who_was_found_good_and_counts_the_others) {

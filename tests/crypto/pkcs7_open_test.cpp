@@ -304,8 +304,8 @@ TEST(Pkcs7Open, a_signature_is_for_the_type_that_it_names) {
   frame->describe = otherType;
   const Opened opened = openBlob(rebuilt(*frame, "inside"));
   ASSERT_EQ(opened.layer.signers.size(), 1U);
-  EXPECT_TRUE(opened.layer.signers[0].signatureVerified);
-  EXPECT_FALSE(opened.layer.signers[0].isValid());
+  EXPECT_EQ(opened.layer.signers[0].digestMatched, Answer::yes);
+  EXPECT_EQ(opened.layer.signers[0].signatureVerified, Answer::no);
   EXPECT_THAT(opened.layer.signers[0].problem, HasSubstr("another type"));
 }
 
@@ -340,34 +340,66 @@ TEST(Pkcs7Open, signed_attributes_do_not_pass_for_a_signed_content) {
 TEST(Pkcs7Open, what_is_wrong_with_a_signer_is_told) {
   const struct {
     SignAs as;
-    bool weak;
-  } weak[] = {{{{"alice"}, false, HashId::md5}, true},
-              {{{"alice"}, false, HashId::sha1}, true},
-              {{{"weak"}, false, HashId::sha256}, true},
-              {{{"alice"}, false, HashId::sha256}, false}};
+    std::vector<std::string> weaknesses;
+  } weak[] = {{{{"alice"}, false, HashId::md5}, {"digest md5"}},
+              {{{"weak"}, false, HashId::sha1}, {"digest sha1", "key RSA 1024 bits"}},
+              {{{"alice"}, false, HashId::sha256}, {}}};
   for (const auto& row : weak) {
     const Opened opened = openBlob(signedBlob("x", row.as));
     EXPECT_TRUE(opened.layer.allSignaturesValid());
-    EXPECT_EQ(opened.layer.signers.at(0).weak, row.weak)
-        << row.as.signers[0] << static_cast<int>(row.as.hash);
+    EXPECT_EQ(opened.layer.signers.at(0).weaknesses, row.weaknesses);
   }
 
   SystemCerts strangers;
   const SignerVerdict unknown = openBlob(signedBlob("x"), strangers).layer.signers.at(0);
   EXPECT_TRUE(unknown.isValid());
-  EXPECT_FALSE(unknown.chainTrusted);
+  EXPECT_EQ(unknown.chainTrusted, Answer::notChecked);
   EXPECT_THAT(unknown.problem, HasSubstr("no trust anchors"));
+}
 
-  const std::string blob = signedBlob("x");
+std::string withoutCertificates(const std::string& blob, std::string_view content) {
   auto frame = readPkcs7Frame(blob);
   DerReader fields(frame->after);
   fields.nextIf(derContext(0));
   frame->after = fields.rest();
-  const std::string bare = rebuilt(*frame, "x");
-  EXPECT_TRUE(openBlob(bare).layer.allSignaturesValid());
-  const SignerVerdict absent = openBlob(bare, strangers).layer.signers.at(0);
-  EXPECT_FALSE(absent.certificate || absent.isValid());
-  EXPECT_THAT(absent.problem, HasSubstr("not at hand"));
+  return rebuilt(*frame, content);
+}
+
+TEST(Pkcs7Open, what_was_not_checked_is_neither_right_nor_wrong) {
+  constexpr Answer kYes = Answer::yes, kNo = Answer::no, kNone = Answer::notChecked;
+  const auto changed = [](std::string blob, std::string_view from, std::string_view to) {
+    for (std::size_t at = 0; (at = blob.find(from, at)) != std::string::npos; at += to.size())
+      blob.replace(at, to.size(), to);
+    return blob;
+  };
+  const std::string blob = signedBlob("x");
+  LogNull log;
+  SystemCerts strangers, anchored;
+  anchored.addTrustAnchors(identityFile("alice.pem").c_str(), log);
+  const struct {
+    std::string blob;
+    SystemCerts& certs;
+    Answer digest, signature;
+    const char* problem;
+  } rows[] = {
+      {withoutCertificates(blob, "x"), strangers, kYes, kNone, "no certificate of the signer"},
+      {withoutCertificates(blob, "y"), strangers, kNo, kNone, "the content is not the one"},
+      {withoutCertificates(blob, "x"), everybody(), kYes, kYes, ""},
+      {withoutCertificates(blob, "x"), anchored, kYes, kYes, ""},
+      {rebuilt(*readPkcs7Frame(blob), "y"), everybody(), kNo, kYes, "the content is not the one"},
+      {changed(blob, "\x60\x86\x48\x01\x65\x03\x04\x02\x01"sv, "\x60\x86\x48\x01\x65\x03\x04\x02\x7F"sv),
+       everybody(), kNone, kNone, "the digest algorithm is not known"},
+      {changed(blob, "\x2A\x86\x48\x86\xF7\x0D\x01\x09\x04"sv, "\x2A\x86\x48\x86\xF7\x0D\x01\x09\x7F"sv),
+       everybody(), kNone, kNone, "there is no digest of the content in the signature"},
+      {changed(blob, "\x01\x01\x01\x05\x00\x04"sv, "\x01\x01\x7F\x05\x00\x04"sv), everybody(), kYes, kNone,
+       "the algorithm of the signature is not known"},
+  };
+  for (const auto& row : rows) {
+    const SignerVerdict signer = openBlob(row.blob, row.certs).layer.signers.at(0);
+    EXPECT_EQ(signer.digestMatched, row.digest) << &row - rows << signer.problem;
+    EXPECT_EQ(signer.signatureVerified, row.signature) << &row - rows << signer.problem;
+    EXPECT_THAT(signer.problem, HasSubstr(row.problem)) << &row - rows;
+  }
 }
 
 TEST(Pkcs7Open, hostile_bytes_are_read_in_bounded_time) {

@@ -41,12 +41,13 @@ TEST(Pkcs7Sign, every_key_signs_with_every_digest_attached_and_detached) {
         EXPECT_EQ(layer.kind, detached ? LayerKind::detachedSignature : LayerKind::opaqueSignature);
         ASSERT_EQ(layer.signers.size(), 1U);
         const SignerVerdict& signer = layer.signers[0];
-        EXPECT_TRUE(signer.isValid() && signer.chainTrusted && signer.keyUsageFit && !signer.revoked)
+        EXPECT_TRUE(signer.isValid() && signer.chainTrusted == Answer::yes &&
+                    signer.keyUsageFit == Answer::yes && signer.revoked == Answer::notChecked)
             << signer.problem;
         EXPECT_EQ(signer.problem, "");
         EXPECT_EQ(signer.digest, digest.name);
         EXPECT_EQ(signer.algorithm, key.algorithm);
-        EXPECT_EQ(signer.weak, digest.hash == HashId::sha1);
+        EXPECT_EQ(signer.weaknesses.empty(), digest.hash != HashId::sha1);
         EXPECT_EQ(signer.certificate.get(), person(key.who));
       }
 }
@@ -78,7 +79,7 @@ TEST(Pkcs7Sign, attributes_are_there_when_asked_for) {
   const SignerVerdict signer = openBlob(timed).layer.signers.at(0);
   EXPECT_NEAR(static_cast<double>(signer.signingTime.value_or(0)), static_cast<double>(std::time(nullptr)),
               60.0);
-  EXPECT_TRUE(signer.isValid() && signer.chainTrustedThen);
+  EXPECT_TRUE(signer.isValid() && signer.chainTrustedThen == Answer::yes);
 
   for (const HashId hash : {HashId::sha1, HashId::sha256}) {
     SignAs tied;
@@ -106,7 +107,7 @@ TEST(Pkcs7Sign, several_sign_one_content) {
       verifyBlob(signedBlob(kText, {{"alice", "carol", "dave"}, true, HashId::sha384, true}), kText);
   ASSERT_EQ(layer.signers.size(), 3U);
   for (const auto& signer : layer.signers)
-    EXPECT_TRUE(signer.isValid() && signer.chainTrusted) << signer.problem;
+    EXPECT_TRUE(signer.isValid() && signer.chainTrusted == Answer::yes) << signer.problem;
 }
 
 TEST(Pkcs7Sign, what_cannot_be_signed_is_refused_with_a_reason) {

@@ -40,7 +40,7 @@ void setName(X509_NAME* name, const std::string& text) {
 }
 
 /// An authority, which signs mail too; the n-th is issued by the one before, the first by itself.
-Signer makeSigner(int number, Key key, const Signer* issuer) {
+Signer makeSigner(int number, Key key, const Signer* issuer, const EVP_MD* digest = EVP_sha256()) {
   X509Handle made(X509_new());
   X509* const x509 = made.get();
   X509_set_version(x509, X509_VERSION_3);
@@ -53,7 +53,7 @@ Signer makeSigner(int number, Key key, const Signer* issuer) {
   const Handle<X509_EXTENSION, X509_EXTENSION_free> authority(
       X509V3_EXT_conf_nid(nullptr, nullptr, NID_basic_constraints, "critical,CA:TRUE"));
   X509_add_ext(x509, authority.get(), -1);
-  EXPECT_GT(X509_sign(x509, issuer ? issuer->key.get() : key.get(), EVP_sha256()), 0);
+  EXPECT_GT(X509_sign(x509, issuer ? issuer->key.get() : key.get(), digest), 0);
   return {std::move(key), std::move(made)};
 }
 
@@ -100,7 +100,7 @@ TEST(Pkcs7Signers, only_so_many_chains_are_looked_into) {
   int left = 0;
   for (const SignerVerdict& verdict : layer.signers) {
     EXPECT_TRUE(verdict.isValid()) << verdict.problem;
-    EXPECT_FALSE(verdict.chainTrusted);
+    EXPECT_EQ(verdict.chainTrusted, Answer::notChecked);
     left += contains(verdict.problem, "too many different signers") ? 1 : 0;
   }
   EXPECT_EQ(left, 2);  // the ninth, both times
@@ -111,7 +111,7 @@ TEST(Pkcs7Signers, only_so_much_work_is_done_for_big_keys) {
   ASSERT_EQ(layer.signers.size(), 16U);
   int checked = 0;
   for (const SignerVerdict& verdict : layer.signers) {
-    checked += verdict.signatureVerified ? 1 : 0;
+    checked += verdict.signatureVerified == Answer::yes ? 1 : 0;
     EXPECT_EQ(verdict.isValid(), !contains(verdict.problem, "was not checked")) << verdict.problem;
   }
   EXPECT_EQ(checked, 8);
@@ -147,6 +147,30 @@ TEST(Pkcs7Signers, a_way_of_more_than_ten_authorities_is_none) {
     ASSERT_EQ(certs.addTrustAnchorsFromData(all[row.anchor]->der().view(), log), 1);
     const ChainVerdict verdict = certs.checkChain(*all.back(), all, std::time(nullptr));
     EXPECT_EQ(verdict.trusted, row.trusted) << row.anchor << verdict.problem;
+  }
+}
+
+TEST(Pkcs7Signers, weak_keys_and_digests_are_named_up_to_the_anchor) {
+  const Signer root = makeSigner(0, Key(EVP_RSA_gen(1024)), nullptr, EVP_md5());
+  const Signer upper = makeSigner(1, Key(EVP_EC_gen("P-192")), &root, EVP_md5());
+  const Signer lower = makeSigner(2, Key(EVP_EC_gen("P-256")), &upper, EVP_sha1());
+  const std::vector<RefPtr<Certificate>> all = {certificateOf(root), certificateOf(upper),
+                                                certificateOf(lower)};
+  using Named = std::vector<std::string>;
+  const Named toUpper = {"certificate signed with sha1", "authority 1: key EC 192 bits"};
+  const Named toRoot = {toUpper[0], toUpper[1], "authority 1: certificate signed with md5",
+                        "authority 2: key RSA 1024 bits"};
+  const struct {
+    int anchor;  // -1: none
+    Named weaknesses;
+  } rows[] = {{0, toRoot}, {1, toUpper}, {2, {}}, {-1, toRoot}};
+  for (const auto& row : rows) {
+    SystemCerts certs;
+    LogNull log;
+    if (row.anchor >= 0)
+      certs.addTrustAnchorsFromData(all[static_cast<std::size_t>(row.anchor)]->der().view(), log);
+    EXPECT_EQ(certs.checkChain(*all.back(), all, std::time(nullptr)).weaknesses, row.weaknesses)
+        << row.anchor;
   }
 }
 
