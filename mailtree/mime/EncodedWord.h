@@ -19,6 +19,9 @@ constexpr bool mayHoldEncodedWord(std::string_view text) noexcept {
 /// stays as it is. The result never holds CR, LF or NUL.
 std::string decodeEncodedWords(std::string_view value);
 
+/// The longest line on which an encoded word may be (RFC 2047, 2).
+inline constexpr std::size_t kMaxLineWithWord = 76;
+
 enum class WordEncoding { q, b };
 
 /// How a header value is to be encoded.
@@ -28,7 +31,8 @@ struct HeaderEncoding {
 };
 
 /// Appends `utf8` as one or more encoded words separated by a space: each at most 75 characters, no character
-/// split. `column` is where the first one stands on its line: it is made to fit in 76.
+/// split. `column` is where the first one begins on its line: it is made to fit in 76, be it there or on a new line
+/// that begins with the blanks at the end of `out`.
 void appendEncodedWords(std::string_view utf8, const HeaderEncoding& encoding, std::size_t column,
                         std::string& out);
 
@@ -44,9 +48,9 @@ std::string encodeStructured(std::string_view utf8, const HeaderEncoding& encodi
 /// B for the code pages whose readers expect it (East Asian, utf-16, KOI8, Arabic, Thai), Q for all others.
 WordEncoding preferredWordEncoding(int codePage) noexcept;
 
-/// Folds a header line at 78 where it has white space, never inside an encoded word or a quoted string if
-/// avoidable, and at 998 by force, so that no line is longer. `line` is "Name: value" without its line break;
-/// CR, LF and NUL in it become spaces, so that no value can end its field.
+/// Folds a header line where it has white space, at 78, or 76 with an encoded word on the line; never inside an
+/// encoded word or a quoted string if avoidable, and at 998 by force, so that no line is longer. `line` is
+/// "Name: value" without its line break; CR, LF and NUL in it become spaces, so that no value can end its field.
 std::string foldHeaderLine(std::string_view line);
 
 }  // namespace mailtree

@@ -14,7 +14,6 @@ namespace mailtree {
 namespace {
 
 constexpr std::size_t kMaxWord = 75;          // RFC 2047, 2
-constexpr std::size_t kMaxLineWithWord = 76;  // RFC 2047, 2
 constexpr std::size_t kFoldColumn = 78;       // where foldHeaderLine breaks
 constexpr std::size_t kWidestCharacter = 12;  // four bytes in Q
 constexpr std::size_t kMaxRawToken = 900;     // longer ones could not be folded
@@ -53,6 +52,12 @@ void appendB(std::string_view bytes, std::string& out) {
   base64::encode(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size(), out.data() + before, 0);
 }
 
+std::size_t trailingBlanks(std::string_view text) noexcept {
+  std::size_t count = 0;
+  while (count < kMaxRawBlanks && text.size() > count && isBlankAscii(text[text.size() - count - 1])) ++count;
+  return count;
+}
+
 class WordWriter {
  public:
   WordWriter(std::string_view text, const HeaderEncoding& encoding)
@@ -65,9 +70,10 @@ class WordWriter {
   void write(std::size_t column, std::string& out) {
     const std::size_t frame = m_prefix.size() + 2;
     const std::size_t full = kMaxWord - frame;
-    // Where not even one character would fit, the line is going to be folded before the word.
+    // Where not even one character would fit, the line is going to be folded before the blanks before the word.
     const bool fits = column + frame + kWidestCharacter <= kMaxLineWithWord;
-    std::size_t room = fits ? std::min(full, kMaxLineWithWord - column - frame) : full;
+    const std::size_t begin = fits ? column : trailingBlanks(out);
+    std::size_t room = std::min(full, kMaxLineWithWord - begin - frame);
     while (!m_text.empty()) {
       writeWord(fittingPrefix(room), out);
       if (!m_text.empty()) out += ' ';
@@ -193,7 +199,7 @@ class UnstructuredWriter {
     const std::size_t lastBlank = m_out.find_last_of(' ');
     const bool isOneWord = lastBlank == std::string::npos || lastBlank < before;
     m_column = isOneWord ? m_column + m_out.size() - before : m_out.size() - lastBlank;
-    if (m_column > kFoldColumn) m_column = m_out.size() - before + 1;
+    if (m_column > kMaxLineWithWord) m_column = m_out.size() - before + 1;
     m_pendingBegin = m_pendingEnd = 0;
   }
 

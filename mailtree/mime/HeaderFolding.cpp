@@ -26,11 +26,12 @@ class Folder {
         followQuotes(at);
         continue;
       }
-      makeFit(at);
+      endPiece(at);
       addPlace(at, at == colon + 1);
       while (at + 1 < m_line.size() && isBlankAscii(m_line[at + 1])) ++at;
+      m_piece = at + 1;
     }
-    makeFit(m_line.size());
+    endPiece(m_line.size());
     m_out += m_line.substr(m_begin);
     return std::move(m_out);
   }
@@ -45,9 +46,18 @@ class Folder {
     (isAfterColon ? m_afterColon : m_inQuotes ? m_quoted : m_plain) = at;
   }
 
+  void endPiece(std::size_t end) {
+    if (mayHoldEncodedWord(m_line.substr(m_piece, end - m_piece))) m_lastWord = m_piece;
+    makeFit(end);
+  }
+
+  std::size_t limit() const noexcept {
+    return m_lastWord != npos && m_lastWord >= m_begin ? kMaxLineWithWord : kPreferredLine;
+  }
+
   /// Breaks lines until the text up to `end` fits, as far as there are places for it.
   void makeFit(std::size_t end) {
-    while (end - m_begin > kPreferredLine) {
+    while (end - m_begin > limit()) {
       const std::size_t place = choosePlace(end);
       if (place == npos) break;
       breakAt(place);
@@ -60,7 +70,7 @@ class Folder {
     if (isUsable(m_quoted)) return m_quoted;
     // A first line with nothing but the name looks odd to many readers: only when it helps.
     const bool helps =
-        isUsable(m_afterColon) && (end - m_afterColon <= kPreferredLine || end - m_begin > kLongestLine);
+        isUsable(m_afterColon) && (end - m_afterColon <= limit() || end - m_begin > kLongestLine);
     return helps ? m_afterColon : npos;
   }
 
@@ -82,7 +92,9 @@ class Folder {
 
   std::string_view m_line;
   std::string m_out;
-  std::size_t m_begin = 0;  ///< Of the output line at hand.
+  std::size_t m_begin = 0;        ///< Of the output line at hand.
+  std::size_t m_piece = 0;        ///< Begin of the text without blanks at hand.
+  std::size_t m_lastWord = npos;  ///< Begin of the last piece with an encoded word.
   std::size_t m_plain = npos;
   std::size_t m_quoted = npos;
   std::size_t m_afterColon = npos;
@@ -113,7 +125,8 @@ std::string withShortBlankRuns(std::string_view line) {
 std::string foldHeaderLine(std::string_view line) {
   if (holdsBreak(line)) return foldHeaderLine(withoutBreaks(line));
   line = trimRight(line);
-  if (line.size() <= kPreferredLine) return std::string(line);
+  const bool fits = line.size() <= kMaxLineWithWord || !mayHoldEncodedWord(line);
+  if (fits && line.size() <= kPreferredLine) return std::string(line);
   if (hasLongBlankRun(line)) return Folder(withShortBlankRuns(line)).fold();
   return Folder(line).fold();
 }

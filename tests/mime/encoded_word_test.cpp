@@ -261,6 +261,10 @@ TEST(EncodedWord, what_is_written_reads_back_the_same) {
     const std::string folded = foldHeaderLine(line);
     ASSERT_EQ(unfold(folded), line) << text;
     ASSERT_LE(longestLine(folded), 998u) << text;
+    for (std::size_t at = 0, end = 0; at < folded.size(); at = end + 2) {
+      end = std::min(folded.find("\r\n", at), folded.size());
+      ASSERT_TRUE(end - at <= 76 || !mayHoldEncodedWord(folded.substr(at, end - at))) << folded;
+    }
     ASSERT_EQ(decodeEncodedWords(line.substr(9)), text) << line;
   }
 }
