@@ -31,6 +31,8 @@ std::size_t expectedNodes(const MimeMessage2& root) noexcept {
   return count;
 }
 
+constexpr std::string_view kAppleDouble = "multipart/appledouble";
+
 class TreeBuilder {
  public:
   TreeBuilder(const MimeMessage2& root, _svEmailCommon& common, const BuildOptions& options,
@@ -53,6 +55,7 @@ class TreeBuilder {
   void takeBody(MimeMessage2& entity, Email2& node, const StringBuffer& charset);
   void moveBody(MimeMessage2& entity, Email2& node);
   void addChildren(MimeMessage2& entity, Email2& node, int depth, bool unwrap);
+  void forkToText(MimeMessage2& fork);
   MimeMessage2& unpackChild(MimeMessage2& parent, int index, MimeMessage2& child);
 
   _svEmailCommon& m_common;
@@ -132,6 +135,7 @@ void TreeBuilder::resetSendSettings() noexcept {
 void TreeBuilder::takeBody(MimeMessage2& entity, Email2& node, const StringBuffer& charset) {
   if (!m_options.mend) return moveBody(entity, node);
   if (!takeUuencoded(node, *entity.getMimeBodyDb(), charset, m_log)) {
+    decodeUuencodedBody(node, *entity.getMimeBodyDb(), charset, m_log);
     // What has parts is no single file, whatever its fields say.
     if (entity.getNumParts() == 0) unpackAttachmentOnly(node, *entity.getMimeBodyDb(), m_log);
     moveBody(entity, node);
@@ -157,9 +161,11 @@ void TreeBuilder::addChildren(MimeMessage2& entity, Email2& node, int depth, boo
     m_common.m_limits.add(Limit::depth);
     return;
   }
+  const bool isPair = isType(node.m_contentType.m_type, kAppleDouble);
   std::ignore = node.m_subParts.reserveMore(entity.getNumParts());  // without it they grow one by one
   for (int i = 0; i < entity.getNumParts(); ++i) {
     MimeMessage2& child = *entity.getPart(i);
+    if (isPair) forkToText(child);
     const std::unique_ptr<DataBuffer> received = child.extractReceivedBytes();
     MimeMessage2& unpacked = m_options.mend ? unpackChild(entity, i, child) : child;
     EmailPtr part = build(unpacked, depth + 1, unwrap);
@@ -169,11 +175,21 @@ void TreeBuilder::addChildren(MimeMessage2& entity, Email2& node, int depth, boo
   }
 }
 
+/// Parsing keeps the forks of a Macintosh file as they came. Those of a pair that stays one are parts like any other,
+/// and their text is converted when they are written.
+void TreeBuilder::forkToText(MimeMessage2& fork) {
+  const std::string_view name = viewOf(fork.charset().getName());
+  if (name.empty() || fork.getNumParts() > 0 || !isConvertibleText(fork.traits())) return;
+  const DataBuffer& body = *fork.getMimeBodyDb();
+  fork.setMimeBody8Bit_2(body.getData2(), static_cast<unsigned>(body.getSize()), fork.charset(),
+                         /*isText=*/true, m_log);
+}
+
 /// Brings a child whose content is packed in an old Macintosh or Unix form to the file it holds. @return the
 /// child to use.
 MimeMessage2& TreeBuilder::unpackChild(MimeMessage2& parent, int index, MimeMessage2& child) {
   MimeMessage2* part = &child;
-  if (equalsNoCase(child.contentType().m_type, "multipart/appledouble")) {
+  if (equalsNoCase(child.contentType().m_type, kAppleDouble)) {
     if (MimeMessage2* const dataFork = child.getAppleDoubleAttachment(m_log)) {
       const Owned<MimeMessage2> replaced(&child);
       parent.replacePart(index, dataFork, m_log);

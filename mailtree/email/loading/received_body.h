@@ -22,4 +22,8 @@ void unpackAttachmentOnly(Email2& node, DataBuffer& body, LogBase& log);
 /// a multipart/mixed. False, with nothing changed, when there is none. (uuencoded.cpp)
 bool takeUuencoded(Email2& node, DataBuffer& body, std::string_view charset, LogBase& log);
 
+/// Decodes the body of a node whose transfer encoding is uuencode, by any of its names; the encoding becomes base64.
+/// A body that holds anything else than one block that decodes to its end stays as it is. (uuencoded.cpp)
+void decodeUuencodedBody(Email2& node, DataBuffer& body, std::string_view charset, LogBase& log);
+
 }  // namespace mailtree

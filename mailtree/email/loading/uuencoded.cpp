@@ -185,6 +185,28 @@ bool takeUuencoded(Email2& node, DataBuffer& body, std::string_view charset, Log
   return true;
 }
 
+void decodeUuencodedBody(Email2& node, DataBuffer& body, std::string_view charset, LogBase& log) {
+  if (!isUuTransferEncoding(node.m_transferEncoding)) return;
+  ExtPtrArray files;
+  ExtPtrArraySb names;
+  UuSurroundings around;
+  const bool isOneFile = Uu::uu_decodeMultipleDb(body.view(), files, names, &around) == 1;
+  if (!isOneFile || around.textFollows || !trim(body.view().substr(0, around.firstBlock)).empty()) return;
+  setTransferEncoding(node, "base64", log);
+  StringBuffer& name = *names.sbAt(0);
+  name.stripDirectory();
+  // The block's own name is often the only one.
+  const bool isNamed = !node.m_dispFilename.isEmpty() || node.m_contentType.m_type.isEmpty();
+  if (!isNamed && !name.isEmpty() && isValidUtf8(name)) {
+    node.m_dispFilename.setString(name);
+    node.setName(name, log);
+  }
+  DataBuffer& file = *files.at<DataBuffer>(0);
+  DataBuffer text;
+  const bool isText = isConvertibleText(node.traits());
+  body.takeData(isText && receivedTextToUtf8(charset, file.view(), text).converted ? text : file);
+}
+
 bool Email2::splitOutlookHtmlUU(StringBuffer& text, Email2& email, LogBase& log) {
   return neverThrow(false, [&] {
     BeginFinder begins(text.view());
