@@ -59,10 +59,10 @@ bool isSameOutput(const std::string& a, const std::string& b) {
   return first == second || fs::equivalent(first, second, ignored);
 }
 
-bool assembleMessage(Email2& root, StringBuffer& out, LogBase& log) {
+bool assembleMessage(Email2& root, StringBuffer& out, LogBase& log, const WriteForm& form) {
   ProgressContext progress(nullptr);
   return root.assembleMimeBody2(out, nullptr, /*dotStuff=*/false, kOmittedPrefix, progress, log, /*depth=*/0,
-                                /*qpFor8bit=*/false, /*isTop=*/true);
+                                form.qpFor8bit, /*isTop=*/true);
 }
 
 Exit writeMessage(Email2& root, const std::string& path, const WriteForm& form) {

@@ -32,8 +32,8 @@ struct WriteForm {
 /// all. unreadable after a complaint.
 Exit writeMessage(Email2& root, const std::string& path, const WriteForm& form = {});
 
-/// Appends a message as writeMessage writes it. False when it is not whole.
-bool assembleMessage(Email2& root, StringBuffer& out, LogBase& log);
+/// Appends a message as writeMessage writes it, but never dot-stuffed. False when it is not whole.
+bool assembleMessage(Email2& root, StringBuffer& out, LogBase& log, const WriteForm& form = {});
 
 /// A small text for a file or standard output, written in two steps so that it can wait for something else to
 /// succeed. Both are false after a complaint.

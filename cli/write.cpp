@@ -1,11 +1,13 @@
 // cli/write.cpp - mailtree write: a message loaded and written back as MIME.
 #include <CLI/CLI.hpp>
+#include <iostream>
 #include <memory>
 
 #include "cli/arguments.h"
 #include "cli/commands.h"
 #include "cli/input.h"
 #include "cli/output.h"
+#include "cli/writing/differences.h"
 
 namespace mailtree::cli {
 namespace {
@@ -14,6 +16,7 @@ struct WriteOptions {
   std::string file;
   std::string output;
   WriteForm form;
+  bool check = false;
 };
 
 Exit write(const WriteOptions& options) {
@@ -23,6 +26,35 @@ Exit write(const WriteOptions& options) {
   return graver(result, writeMessage(*message->root, options.output, options.form));
 }
 
+/// Says what would differ. Nothing is written.
+Exit check(const WriteOptions& options) {
+  DataBuffer received, written;
+  if (!readFile(options.file, received)) return Exit::unreadable;
+  std::optional<Message> message = loadMessageToWrite(options.file, received);
+  if (!message) return Exit::unreadable;
+  const Exit result = reportLimits(options.file, message->limits());
+  StringBuffer text;
+  LogMemory log;
+  if (!assembleMessage(*message->root, text, log, options.form) || !written.append(text)) {
+    complain(options.file, lastError(log, "the message could not be written whole"));
+    return Exit::unreadable;
+  }
+  const std::vector<std::string> lines = differencesInBytes(received.view(), written.view());
+  for (const std::string& line : lines) std::cout << line << '\n';
+  if (lines.empty()) {
+    std::cout << "nothing differs\n";
+    return graver(result, finishStandardOutput());
+  }
+
+  message = loadMessageToWrite(options.file, received);
+  std::optional<Message> after = loadMessageToWrite(options.file, written);
+  if (!message || !after) return Exit::unreadable;
+  const std::vector<std::string> seen = differencesToReader(*message->root, *after->root);
+  for (const std::string& line : seen) std::cout << "a reader sees: " << line << '\n';
+  if (seen.empty()) std::cout << "a reader sees no difference\n";
+  return graver(graver(result, Exit::negative), finishStandardOutput());
+}
+
 }  // namespace
 
 void addWrite(CLI::App& app, Action& action) {
@@ -30,11 +62,17 @@ void addWrite(CLI::App& app, Action& action) {
   CLI::App* verb = app.add_subcommand("write", "Load a message and write it back as MIME");
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   addOutput(*verb, options->output);
+  verb->add_flag(
+          "--check", options->check,
+          "Write nothing, say what would differ from the message as it came in; status 1 when anything does")
+      ->excludes("--output");
   verb->add_flag("--8bit-to-qp", options->form.qpFor8bit, "Write 8bit parts as quoted-printable");
   verb->add_flag("--dot-stuff", options->form.dotStuff,
-                 "Double leading dots of unencoded bodies, as SMTP asks for");
+                 "Double the dot of every line that begins with one, as SMTP asks for");
   verb->footer("Example:\n  mailtree write --8bit-to-qp mail.eml -o clean.eml");
-  verb->callback([options, &action] { action = [options] { return write(*options); }; });
+  verb->callback([options, &action] {
+    action = [options] { return options->check ? check(*options) : write(*options); };
+  });
 }
 
 }  // namespace mailtree::cli

@@ -82,13 +82,6 @@ bool isMboxLine(std::string_view text) noexcept {
   return text.starts_with("From ") && !trimLeft(text.substr(5)).starts_with(':');
 }
 
-std::string_view skipPrologue(std::string_view text) noexcept {
-  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-  if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
-  while (isMboxLine(text)) text.remove_prefix(afterLineBreak(text, endOfLine(text, 0)));
-  return text;
-}
-
 /// Appends what `decode` makes of `text`, written straight into the buffer.
 template <class Decode>
 void appendDecoded(DataBuffer& out, std::string_view text, std::size_t capacity, Decode decode) {
@@ -464,6 +457,13 @@ bool MimeParser::Run::splitBodyOf(const Open& multipart) {
   m_last = {multipart.entity, 0};
   splitParts();
   return !multipart.entity->m_parts.empty();
+}
+
+std::string_view MimeParser::skipPrologue(std::string_view text) noexcept {
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+  if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
+  while (isMboxLine(text)) text.remove_prefix(afterLineBreak(text, endOfLine(text, 0)));
+  return text;
 }
 
 void MimeParser::parse(std::string_view text, MimeMessage2& root, LogBase& log) {

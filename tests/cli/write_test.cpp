@@ -50,6 +50,35 @@ TEST(Write, reencodes_and_stuffs_only_when_asked) {
               HasSubstr("quoted-printable\r\n\r\n=2Edot =C3=A4\r\n=2E.two\r\n"));
 }
 
+TEST(Write, says_what_would_differ) {
+  const struct {
+    const char* message;
+    int status;
+    const char* said;
+  } rows[] = {
+      {"Subject: s\r\n\r\nx\r\n", 0, "nothing differs\n"},
+      {"Subject: s\n\nx\n", 1, "line ends become CRLF\na reader sees no difference\n"},
+      {"Subject: gr\xC3\xBC\xC3\x9F\r\nSVX-a: b\r\nContent-Transfer-Encoding: base64;\r\n\r\naG\r\nk=\r\n", 1,
+       "part 0: field Subject written anew, says the same\npart 0: field SVX-a dropped\n"
+       "part 0: field Content-Transfer-Encoding changed\npart 0: base64 lines refolded\n"
+       "a reader sees no difference\n"},
+      {"Content-Type: multipart/mixed; boundary=b\r\n\r\npre\r\n--b\r\n\r\nx\r\n--b \r\n"
+       "Content-Transfer-Encoding: quoted-printable\r\n\r\n=41\r\n--b--\r\nepi",
+       1,
+       "part 0: text before the first part dropped\npart 0: text after the last part dropped\n"
+       "part 0: blanks after boundaries dropped\npart 2: quoted-printable encoded anew\n"
+       "a reader sees no difference\n"},
+      {"Content-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\n\r\nx", 1,
+       "part 0: closing boundary added\na reader sees no difference\n"},
+  };
+  const Workspace work;
+  for (const auto& row : rows) {
+    const Result result = mailtree("write --check " + work.write("m", row.message));
+    EXPECT_EQ(result.out, row.said) << row.message << result.err;
+    EXPECT_EQ(result.status, row.status) << row.message;
+  }
+}
+
 TEST(Write, leaves_internal_fields_out) {
   const Workspace work;
   const std::string file =
