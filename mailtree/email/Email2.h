@@ -277,7 +277,9 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// from utf-8 to the email's charset, a part that its charset cannot carry is relabelled utf-8.
   /// @param text         destination when `sink` is null; appended to.
   /// @param sink         destination when not null.
-  /// @param dotStuff     doubles leading dots of unencoded bodies, only when writing to a sink.
+  /// @param dotStuff     doubles the dot of every line that begins with one, only when writing to a sink. Leaves that
+  ///                     hold a bare CR, which some servers take for a line end, go in base64; signed content and
+  ///                     attached messages with a dot after one make the call fail.
   /// @param omitPrefix   header fields whose names begin with it are left out everywhere; may be null.
   /// @param depth        0 at the node the caller starts from.
   /// @param qpFor8bit    8bit parts become quoted-printable, except inside attached messages.

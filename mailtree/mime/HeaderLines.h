@@ -60,4 +60,21 @@ inline FieldStart readFieldStart(std::string_view line) noexcept {
   return {nameSize, at};
 }
 
+/// Whether a field says nothing when it is empty, and so is not written.
+constexpr bool isLeftOutEmpty(std::string_view name) noexcept {
+  return equalsNoCase(name, "Content-Type") || equalsNoCase(name, "Content-Transfer-Encoding");
+}
+
+/// Where a field begins that nothing but empty lines, or lines of blanks, precedes; npos when something else does.
+inline std::size_t findFirstField(std::string_view text) noexcept {
+  std::size_t begin = 0;
+  for (std::size_t at = 0; at < text.size() && isSpaceAscii(text[at]); at = afterLineBreak(text, at)) {
+    while (at < text.size() && isBlankAscii(text[at])) ++at;
+    if (endOfLine(text, at) != at) return std::string_view::npos;
+    begin = afterLineBreak(text, at);
+  }
+  const bool isField = readFieldStart(text.substr(begin, endOfLine(text, begin) - begin)).nameSize > 0;
+  return isField ? begin : std::string_view::npos;
+}
+
 }  // namespace mailtree

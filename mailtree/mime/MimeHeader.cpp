@@ -59,13 +59,18 @@ std::string_view MimeHeader::lineOf(const Field& field) const noexcept {
 int MimeHeader::search(std::string_view name, int from) const noexcept {
   if (name.empty()) return -1;
   const char* const block = m_block.data();
+  int empty = -1;
   for (std::size_t i = static_cast<std::size_t>(std::max(from, 0)); i < m_fields.size(); ++i) {
     const Field& field = m_fields[i];
     // The sizes tell nearly all of them apart before any letter is looked at.
-    if (field.nameSize == name.size() && equalsNoCase({block + field.nameOffset, name.size()}, name))
-      return static_cast<int>(i);
+    if (field.nameSize != name.size() || !equalsNoCase({block + field.nameOffset, name.size()}, name))
+      continue;
+    const int index = static_cast<int>(i);
+    if (!isLeftOutEmpty(name) || !trim(valueOf(field)).empty()) return index;
+    // It is not written, so that who reads the message elsewhere goes by the next of its name.
+    if (empty < 0) empty = index;
   }
-  return -1;
+  return empty;
 }
 
 std::string_view MimeHeader::fieldName(int index) const noexcept {

@@ -65,16 +65,9 @@ class MimeHeader::Reader {
   }
 
  private:
-  /// Where the first field begins when nothing but empty lines, or lines of blanks, stands before it, else 0.
   std::size_t afterEmptyLines() const noexcept {
-    std::size_t begin = 0;
-    for (std::size_t at = 0; at < m_text.size() && isSpaceAscii(m_text[at]);
-         at = afterLineBreak(m_text, at)) {
-      while (at < m_text.size() && isBlankAscii(m_text[at])) ++at;
-      if (endOfLine(m_text, at) != at) return 0;
-      begin = afterLineBreak(m_text, at);
-    }
-    return readFieldStart(m_text.substr(begin, endOfLine(m_text, begin) - begin)).nameSize > 0 ? begin : 0;
+    const std::size_t begin = findFirstField(m_text);
+    return begin == std::string_view::npos ? 0 : begin;
   }
 
   /// False when the header ended; m_extent is then complete.

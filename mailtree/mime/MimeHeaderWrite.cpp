@@ -13,7 +13,6 @@ namespace {
 
 constexpr std::size_t kLongestLine = 998;  // RFC 5322, 2.1.1
 constexpr std::string_view kInternalPrefix = "SVZ-";
-constexpr std::string_view kNeverEmpty[] = {"Content-Type", "Content-Transfer-Encoding"};
 /// What a new message carries and a body part has no use for.
 constexpr std::string_view kMessageOnly[] = {"MIME-Version", "Date", "Message-ID", "X-Priority"};
 /// Given to a line without a name that would not be read back as part of the header.
@@ -46,7 +45,7 @@ bool MimeHeader::isWritten(const Field& field, std::string_view prefix, bool isT
   if (beginsWithNoCase(name, kInternalPrefix)) return false;
   if (!prefix.empty() && beginsWithNoCase(name, prefix)) return false;
   if (!isTop && !m_loadedFromText && isOneOf(kMessageOnly, name)) return false;
-  return !trim(valueOf(field)).empty() || !isOneOf(kNeverEmpty, name);
+  return !trim(valueOf(field)).empty() || !isLeftOutEmpty(name);
 }
 
 void MimeHeader::getMimeHeader(StringBuffer& out, const char* prefix, int codePage, bool isTop,

@@ -315,6 +315,42 @@ TEST(EncodedBody, follows_encoding_line_ends_and_destination) {
   }
 }
 
+TEST(Assembly, says_in_the_header_what_the_body_is) {
+  const std::string bareCr = "Content-Type: application/x-y\n\na\r.b";
+  const std::string utf16 =
+      "Content-Type: multipart/appledouble; boundary=b\n\n--b\nContent-Type: text/plain; "
+      "charset=utf-16le\nContent-Transfer-Encoding: base64\n\naABpAA==\n\n--b--\n";
+  const struct {
+    std::string message;
+    std::string written;
+    bool dotStuff = false;
+  } rows[] = {
+      {"Content-Transfer-Encoding:\nContent-Transfer-Encoding: base64\n\naGk=\n",
+       "Content-Transfer-Encoding: base64\n\naGk=\n"},
+      {"Content-Transfer-Encoding: quoted-printable; (x)\n\n=41=20\n",
+       "Content-Transfer-Encoding: quoted-printable\n\nA=20\n"},
+      {"Content-Transfer-Encoding: BASE64\n\naGk=\n", "Content-Transfer-Encoding: BASE64\n\naGk=\n"},
+      {"Content-Transfer-Encoding: 7bit (x)\n\na", "Content-Transfer-Encoding: 7bit (x)\n\na"},
+      {"Content-Type: multipart/alternative\nContent-Transfer-Encoding: base64\n\naGk=\n",
+       "Content-Type: multipart/alternative\n\nhi"},
+      {"Content-Type: text/plain; charset=iso-8859-1\nx-original-encoding: 8bit\n\ngr\xFC\xDF",
+       "Content-Type: text/plain; charset=iso-8859-1\nx-original-encoding: 8bit\n\ngr\xFC\xDF"},
+      {utf16, utf16},
+      {"SVZ-x: y\n\n\nFrom: ceo@x.org\n", "MIME-Version: 1.0\n\n\nFrom: ceo@x.org\n"},
+      {"SVZ-x: y\n\nno field: x\n", "\nno field: x\n"},
+      {"Content-Type: multipart/mixed; boundary=b\n\n--b\n\nA: b\n\n--b--\n",
+       "Content-Type: multipart/mixed; boundary=b\n\n--b\n\nA: b\n\n--b--\n"},
+      {bareCr, bareCr},
+      {bareCr, "Content-Type: application/x-y\nContent-Transfer-Encoding: base64\n\nYQ0uYg==\n", true},
+      {"Content-Type: text/plain\n\na\r.b", "Content-Type: text/plain\n\na\n..b", true},
+      {"Content-Type: message/rfc822\n\nA: b\n\na\r.b", "FAILED", true},
+  };
+  for (const auto& row : rows) {
+    const std::string written = writeToSink(*load(crlf(row.message)), {.dotStuff = row.dotStuff});
+    EXPECT_EQ(written, crlf(row.written)) << row.message;
+  }
+}
+
 /// Counts writes, keeps nothing, and can be told to fail.
 class CountingSink final : public _svOutput {
  public:

@@ -60,6 +60,10 @@ TEST(SignedContent, is_dot_stuffed_for_transport) {
   const EmailPtr root = load(signedMessage(part));
   EXPECT_EQ(firstPartOf(writeToSink(*root, {.dotStuff = true})), "Content-Type: text/plain\n\n..a\n..b\n");
   EXPECT_EQ(firstPartOf(write(*root, {.dotStuff = true})), part) << "a text is no transport";
+
+  const EmailPtr smuggler = load(signedMessage("Content-Type: text/plain\n\na\r.\n"));
+  EXPECT_EQ(writeToSink(*smuggler, {.dotStuff = true}), "FAILED") << "nothing in it may change";
+  EXPECT_NE(writeToSink(*smuggler), "FAILED");
 }
 
 TEST(SignedContent, survives_being_the_only_thing_in_a_deeper_message) {

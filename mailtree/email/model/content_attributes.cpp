@@ -11,6 +11,7 @@ namespace mailtree {
 namespace {
 
 constexpr int kCpIso2022Jp = 50222;
+constexpr const char* kTransferEncodingField = "Content-Transfer-Encoding";
 
 /// A trimmed copy of an argument that may be null and may point into the node that is about to change.
 std::optional<StringBuffer> trimmedCopy(const char* text) {
@@ -136,8 +137,9 @@ void decodeFilename(StringBuffer& name, LogBase& log) {
 void setTransferEncoding(Email2& node, const char* encoding, LogBase& log) {
   const StringBuffer given = copyOf(encoding);
   node.m_transferEncoding.setString(trim(given));
-  node.m_header.replaceMimeFieldUtf8("Content-Transfer-Encoding", encoding ? given.getString() : nullptr,
-                                     log);
+  // Emptied, the first field would leave a second of its name in force.
+  if (node.m_transferEncoding.isEmpty()) node.m_header.removeMimeField(kTransferEncodingField, /*all=*/true);
+  node.m_header.replaceMimeFieldUtf8(kTransferEncodingField, encoding ? given.getString() : nullptr, log);
 }
 
 _svCharset labelledCharset(const Email2& node) {

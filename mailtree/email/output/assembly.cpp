@@ -2,15 +2,18 @@
 
 #include <algorithm>
 #include <limits>
+#include <optional>
 #include <string>
 #include <tuple>
 #include <utility>
 
+#include "mailtree/base/Search.h"
 #include "mailtree/email/internal.h"
 #include "mailtree/email/output/text_body.h"
 #include "mailtree/email/output/unencoded.h"
 #include "mailtree/mime/BoundaryLines.h"
 #include "mailtree/mime/ContentCoding.h"
+#include "mailtree/mime/HeaderLines.h"
 
 namespace mailtree {
 namespace {
@@ -24,17 +27,23 @@ struct Enclosing {
   const Enclosing* outer;
 };
 
+/// Why a message did not go out whole.
+struct Faults {
+  bool tooDeep = false;         ///< Parts were left out.
+  bool dotAfterBareCr = false;  ///< In bytes that must not change, on their way to SMTP. The walk stops.
+};
+
 /// One walk over a subtree: where it goes to, and what holds for every node below.
 struct Assembly {
   Destination to;
-  bool dotStuff;
+  bool forSmtp;  ///< The destination doubles leading dots.
   const char* omitPrefix;
   LogBase& log;
   bool qpFor8bit;
   bool isTop;
   int level = 0;
   const Enclosing* around = nullptr;
-  bool* tooDeep;  ///< Set for the whole walk when something was left out.
+  Faults* faults;  ///< Of the whole walk.
 
   Assembly below(bool qpBelow, const Enclosing& enclosing) const {
     Assembly child = *this;
@@ -60,10 +69,16 @@ bool isAttachedMessage(const Email2& node) noexcept {
 
 bool hasChildren(const Email2& node) noexcept { return node.m_subParts.getSize() != 0; }
 
+bool isEncoded(const Email2& node) noexcept {
+  return node.m_transferEncoding.equalsIgnoreCase("base64") ||
+         node.m_transferEncoding.equalsIgnoreCase("quoted-printable");
+}
+
 void turn8bitToQp(Email2& node, LogBase& log) {
   const int field = node.m_header.findField("content-transfer-encoding");
-  if (field >= 0 && equalsNoCase(node.m_header.rawValue(field), "8bit"))
-    setTransferEncoding(node, "quoted-printable", log);
+  const bool is8bit = field >= 0 && (equalsNoCase(node.m_header.rawValue(field), "8bit") ||
+                                     node.m_transferEncoding.equalsIgnoreCase("8bit"));
+  if (is8bit) setTransferEncoding(node, "quoted-printable", log);
 }
 
 /// Whether nothing says in what form this 8-bit text travels. The body is looked at last: that costs.
@@ -83,8 +98,9 @@ void labelUnlabelled8bitText(Email2& node, LogBase& log) {
 
 /// RFC 2045 allows a multipart only 7bit, 8bit and binary, which say nothing.
 void dropEncodingOfAlternative(Email2& node) {
-  if (node.m_contentType.m_type.equals("multipart/alternative"))
-    node.m_header.removeMimeField("Content-Transfer-Encoding", /*all=*/true);
+  if (!node.m_contentType.m_type.equals("multipart/alternative")) return;
+  node.m_header.removeMimeField("Content-Transfer-Encoding", /*all=*/true);
+  if (!hasChildren(node)) node.m_transferEncoding.clear();  // nobody would know of it
 }
 
 void logLeaf(const Email2& node, bool isText, LogBase& log) {
@@ -94,8 +110,10 @@ void logLeaf(const Email2& node, bool isText, LogBase& log) {
 }
 
 /// Whether the body is ciphertext in the place of the text that the Content-Type tells of: to be written as it is.
+/// Anybody can send a field of that name, so the body is looked at too.
 bool isEncryptedInPlace(const Email2& node) noexcept {
-  return node.m_header.findField("x-original-encoding") >= 0;
+  return node.m_header.findField("x-original-encoding") >= 0 &&
+         node.m_transferEncoding.equalsIgnoreCase("base64") && ContentCoding::isBase64(node.m_body.view());
 }
 
 OutgoingBody chooseBody(Email2& node, bool isAttachment, LogBase& log) {
@@ -106,27 +124,56 @@ OutgoingBody chooseBody(Email2& node, bool isAttachment, LogBase& log) {
   return isText ? outgoingText(node, log) : storedBody(node);
 }
 
-void appendHeader(const Email2& node, int codePage, const Assembly& job, StringBuffer& out) {
+/// Empty lines at the top of a message mean nothing to who reads it, so that after an empty header a body which looks
+/// like fields would become the header. This one says nothing and keeps the two apart.
+constexpr std::string_view kFieldBeforeBody = "MIME-Version: 1.0";
+
+bool becomesHeader(std::string_view body, const Assembly& job) noexcept {
+  return job.isTop && findFirstField(body) != std::string_view::npos;
+}
+
+void appendHeader(const Email2& node, const OutgoingBody& body, const Assembly& job, StringBuffer& out) {
   const std::size_t before = out.getSize();
-  node.m_header.getMimeHeader(out, job.omitPrefix, codePage, job.isTop, job.log);
+  node.m_header.getMimeHeader(out, job.omitPrefix, body.headerCodePage, job.isTop, job.log);
+  const bool isEmpty = out.getSize() == before;
+  if (isEmpty && !hasChildren(node) && becomesHeader(body.bytesOf(node).view(), job))
+    out.append(kFieldBeforeBody);
   if (out.getSize() != before) out.append("\r\n");
   out.append("\r\n");
 }
 
-bool writeHeader(const Email2& node, int codePage, const Assembly& job) {
+bool writeHeader(const Email2& node, const OutgoingBody& body, const Assembly& job) {
   LogContextExitor context(job.log, "writeMimeHeader", job.log.m_verboseLogging);
   if (!job.to.sink) {
-    appendHeader(node, codePage, job, job.to.text);
+    appendHeader(node, body, job, job.to.text);
     return true;
   }
   StringBuffer header;
-  appendHeader(node, codePage, job, header);
+  appendHeader(node, body, job, header);
   return job.to.write(header);
 }
 
+/// Whether bytes that must not change can go out. Some servers take a bare CR for a line end, and the dot after it
+/// for the end of the message.
+bool canTravel(std::string_view bytes, const Assembly& job) noexcept {
+  if (job.forSmtp && findSubstring(bytes, "\r.") != std::string_view::npos) job.faults->dotAfterBareCr = true;
+  return !job.faults->dotAfterBareCr;
+}
+
+bool writeReceived(std::string_view received, const Assembly& job) {
+  if (!canTravel(received, job)) return false;
+  const std::size_t headerEnd = endOfLine(received, 0);
+  const bool hasHeader = !trim(received.substr(0, headerEnd)).empty();
+  if (hasHeader || !becomesHeader(received, job)) return job.to.write(received);
+  return job.to.write(std::string(kFieldBeforeBody) + "\r\n\r\n") &&
+         job.to.write(received.substr(afterLineBreak(received, headerEnd)));
+}
+
 bool writeLeaf(const Email2& node, const OutgoingBody& body, const Assembly& job) {
-  return node.getEncodedBody(body.bytesOf(node), job.to.text, job.to.progress, job.log, false, job.to.sink,
-                             job.dotStuff, body.normalizeLineEnds);
+  const DataBuffer& bytes = body.bytesOf(node);
+  if (isAttachedMessage(node) && !isEncoded(node) && !canTravel(bytes.view(), job)) return false;
+  return node.getEncodedBody(bytes, job.to.text, job.to.progress, job.log, false, job.to.sink,
+                             /*dotStuff=*/false, body.normalizeLineEnds);
 }
 
 bool writeSubpart(Email2& part, std::string_view delimiter, const Assembly& job) {
@@ -136,7 +183,7 @@ bool writeSubpart(Email2& part, std::string_view delimiter, const Assembly& job)
   }
   // Deliberate: a failing subpart does not stop its siblings.
   std::ignore = assemble(part, job);
-  return job.to.write("\r\n");
+  return !job.faults->dotAfterBareCr && job.to.write("\r\n");
 }
 
 bool writeSubparts(Email2& node, const Assembly& job) {
@@ -173,16 +220,34 @@ bool swallowsBoundary(const Email2& node, std::string_view received, const Enclo
   return walkTree(node, isUnclosed) == Walk::stop && holdsBoundary(received, around);
 }
 
-bool isEncoded(const Email2& node) noexcept {
-  return node.m_transferEncoding.equalsIgnoreCase("base64") ||
-         node.m_transferEncoding.equalsIgnoreCase("quoted-printable");
-}
-
 /// A line that had been encoded, or came out of a conversion, may read like the boundary of a multipart around it. In the
 /// clear it would end this part and begin another one, which nobody sent.
 void encodeHiddenBoundary(Email2& node, const OutgoingBody& body, const Assembly& job) {
   if (hasChildren(node) || isEncoded(node) || !holdsBoundary(body.bytesOf(node).view(), job.around)) return;
   setTransferEncoding(node, body.normalizeLineEnds ? "quoted-printable" : "base64", job.log);
+}
+
+bool hasBareCr(std::string_view bytes) noexcept {
+  if (!hasBareLineEnd(bytes)) return false;
+  for (std::size_t at = 0; (at = bytes.find('\r', at)) != std::string_view::npos; ++at)
+    if (!bytes.substr(at + 1).starts_with('\n')) return true;
+  return false;
+}
+
+/// Some servers take a bare CR for a line end, and a dot after it for the end of the message.
+void encodeBareCr(Email2& node, const OutgoingBody& body, const Assembly& job) {
+  if (!job.forSmtp || hasChildren(node) || isEncoded(node) || isAttachedMessage(node)) return;
+  if (!body.normalizeLineEnds && hasBareCr(body.bytesOf(node).view()))
+    setTransferEncoding(node, "base64", job.log);
+}
+
+/// A body that is encoded anew gets the plain name of its encoding: to some readers "base64;" is none. Letter case
+/// matters to nobody.
+void nameEncodingPlainly(Email2& node, LogBase& log) {
+  const int field = node.m_header.findField("Content-Transfer-Encoding");
+  if (hasChildren(node) || !isEncoded(node) || field < 0) return;
+  if (!equalsNoCase(node.m_header.rawValue(field), node.m_transferEncoding))
+    setTransferEncoding(node, copyOf(node.m_transferEncoding).getString(), log);
 }
 
 /// Makes the node fit to be written and chooses what its body will be.
@@ -198,6 +263,8 @@ bool prepare(Email2& node, const Assembly& job, OutgoingBody& body) {
   if (!node.isLive()) return false;
   body = chooseBody(node, isAttachment, job.log);
   encodeHiddenBoundary(node, body, job);
+  encodeBareCr(node, body, job);
+  nameEncodingPlainly(node, job.log);
   return node.isLive();
 }
 
@@ -205,21 +272,20 @@ bool prepare(Email2& node, const Assembly& job, OutgoingBody& body) {
 /// descends.
 bool writeNodeItself(Email2& node, const Assembly& job) {
   OutgoingBody body;
-  if (!prepare(node, job, body) || !writeHeader(node, body.headerCodePage, job) || !node.isLive())
-    return false;
+  if (!prepare(node, job, body) || !writeHeader(node, body, job) || !node.isLive()) return false;
   return hasChildren(node) || writeLeaf(node, body, job);
 }
 
 bool assemble(Email2& node, const Assembly& job) {
   if (!node.isLive()) return false;
   if (job.level >= kMaxWrittenDepth) {
-    *job.tooDeep = true;
+    job.faults->tooDeep = true;
     return false;
   }
   LogContextExitor context(job.log, "assembleMimeBody");
   const DataBuffer* const received = unchangedReceivedContent(node);
   if (received && !swallowsBoundary(node, received->view(), job.around))
-    return writeUnencoded(received->view(), job.dotStuff, job.to);
+    return writeReceived(received->view(), job);
   return writeNodeItself(node, job) && (!hasChildren(node) || writeSubparts(node, job));
 }
 
@@ -271,17 +337,22 @@ bool Email2::assembleMimeBody2(StringBuffer& text, _svOutput* sink, bool dotStuf
                                ProgressContext& progress, LogBase& log, int /*depth*/, bool qpFor8bit,
                                bool isTop) {
   return neverThrow(false, [&] {
-    bool tooDeep = false;
     if (!sink && isTop && isLive()) reserveFor(*this, text);
-    const bool written = assemble(*this, {.to = {text, sink, progress, log},
-                                          .dotStuff = dotStuff,
+    const bool forSmtp = dotStuff && sink;
+    ProgressContext unwatched(nullptr);
+    std::optional<DotStuffedOutput> stuffed;
+    if (forSmtp) sink = &stuffed.emplace(*sink, progress);
+    Faults faults;
+    const bool written = assemble(*this, {.to = {text, sink, forSmtp ? unwatched : progress, log},
+                                          .forSmtp = forSmtp,
                                           .omitPrefix = omitPrefix,
                                           .log = log,
                                           .qpFor8bit = qpFor8bit,
                                           .isTop = isTop,
-                                          .tooDeep = &tooDeep});
-    if (tooDeep) log.logError("Parts nested too deep were left out.");
-    return written && !tooDeep;
+                                          .faults = &faults});
+    if (faults.tooDeep) log.logError("Parts nested too deep were left out.");
+    if (faults.dotAfterBareCr) log.logError("Content that must not change holds a dot after a bare CR.");
+    return written && !faults.tooDeep && !faults.dotAfterBareCr;
   });
 }
 
