@@ -8,6 +8,7 @@
 #include "cli/views/terminal.h"
 #include "mailtree/mime/BoundaryLines.h"
 #include "mailtree/mime/ContentCoding.h"
+#include "mailtree/mime/Html.h"
 #include "mailtree/mime/Limits.h"
 #include "mailtree/mime/MimeMessage2.h"
 #include "mailtree/mime/MimeParser.h"
@@ -256,20 +257,32 @@ class ReaderComparison {
   void compareNodes(Email2& from, Email2& to) {
     const int part = m_part++;
     if (from.getNumParts() != to.getNumParts()) return add(part, "another structure");
-    if (from.m_contentType.m_type.view() != to.m_contentType.m_type.view()) add(part, "another type");
+    if (typeOf(from) != typeOf(to)) add(part, "another type");
     if (nameOf(from) != nameOf(to)) add(part, "another file name");
     if (fieldsOf(from.m_header) != fieldsOf(to.m_header)) add(part, "other header fields");
-    const std::string_view body = from.m_body.view(), now = to.m_body.view();
-    if (from.getNumParts() == 0 && body != now && withCrlf(body) != withCrlf(now))
+    if (from.getNumParts() == 0 && from.m_body.view() != to.m_body.view() && shown(from) != shown(to))
       add(part, "another content");
     for (int i = 0; i < from.getNumParts(); ++i) compareNodes(*from.getPart(i), *to.getPart(i));
   }
 
-  static std::string nameOf(const Email2& node) {
+  static std::string_view typeOf(const Email2& node) {
+    return node.m_contentType.m_type.isEmpty() ? "text/plain" : node.m_contentType.m_type.view();
+  }
+
+  static std::string_view nameOf(const Email2& node) {
+    return node.m_dispFilename.isEmpty() ? node.m_contentType.m_name.view() : node.m_dispFilename.view();
+  }
+
+  /// The body; a page without the frame that writing completes and the charset in which it travels.
+  static std::string shown(const Email2& node) {
+    if (!equalsNoCase(typeOf(node), "text/html")) return withCrlf(node.m_body.view());
     LogNull quiet;
-    StringBuffer name;
-    node.getFilenameUtf8(name, quiet);
-    return name.extractString();
+    StringBuffer page(node.m_body.view());
+    _svHtmlHelp::ensureStructure(page);
+    _svHtmlHelp::removeCharsetMetaTag(page, quiet);
+    std::string text = withCrlf(page);
+    std::erase_if(text, isSpaceAscii);
+    return text;
   }
 
   /// What the header says to a person: Content- fields are judged by what they mean, internal ones are not written.
