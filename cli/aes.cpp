@@ -15,6 +15,7 @@
 #include "cli/writing/structure.h"
 #include "mailtree/crypto/SymmetricCipher.h"
 #include "mailtree/crypto/Wipe.h"
+#include "mailtree/mime/SealedBody.h"
 
 namespace mailtree::cli {
 namespace {
@@ -23,13 +24,12 @@ constexpr int kIterations = 600'000;
 constexpr std::size_t kSaltSize = 16;
 /// The salt that a key was derived with, in hexadecimal: whoever has the password needs nothing else.
 constexpr const char* kSaltField = "X-Mailtree-Salt";
-/// What the library remembers the transfer encoding of an encrypted body in.
-constexpr const char* kOriginalEncodingField = "x-original-encoding";
 
 struct AesOptions {
   std::string file;
   std::string mode = "gcm";
   int bits = 256;
+  bool isOld = false;
   std::optional<std::string> keyFile;
   PasswordOptions passwords;
   std::string output;
@@ -126,6 +126,31 @@ bool isEncryptedAlready(Email2& email) {
   return found;
 }
 
+struct SealedBody {
+  std::string type, body;
+  bool operator==(const SealedBody&) const = default;
+};
+
+/// The encrypted bodies in the order in which the library numbers them.
+std::vector<SealedBody> sealedBodies(Email2& email) {
+  std::vector<SealedBody> bodies;
+  walk(email, [&bodies](const Email2& node) {
+    if (!node.m_body.isEmpty())
+      bodies.push_back({std::string(node.m_contentType.m_type.view()), std::string(node.m_body.view())});
+  });
+  return bodies;
+}
+
+/// Whether loading leaves every body where it is: it joins loose alternatives and wraps lone attachments.
+bool comesBackInPlace(const AesOptions& options, Email2& email) {
+  StringBuffer text;
+  DataBuffer bytes;
+  LogNull log;
+  if (!assembleMessage(email, text, log) || !bytes.append(text)) return false;
+  const std::optional<Message> again = loadMessageToWrite(options.file, bytes);
+  return again && sealedBodies(*again->root) == sealedBodies(email);
+}
+
 /// A key from a password, and the salt in the header.
 Exit setPassword(const AesOptions& options, Email2& email, _svSymSettings& settings) {
   Passwords passwords;
@@ -151,15 +176,20 @@ Exit encrypt(const AesOptions& options, DataBuffer& /*bytes*/, Message& message,
       options.keyFile ? readKeyFile(options, settings) : setPassword(options, email, settings);
   if (result != Exit::fine) return result;
   SymmetricCipher cipher;
-  if (email.aesStandardEncryptAnsi(cipher, settings, log)) return Exit::fine;
-  return failWith(options, "could not be encrypted", log);
+  if (!email.aesStandardEncryptAnsi(cipher, settings, log))
+    return failWith(options, "could not be encrypted", log);
+  if (comesBackInPlace(options, email)) return Exit::fine;
+  return failWith(options, "would be loaded with its bodies in another order, and then not be decrypted",
+                  log);
 }
 
 Exit decryptWith(const AesOptions& options, Email2& email, _svSymSettings& settings) {
   LogMemory log;
   SymmetricCipher cipher;
   if (email.aesStandardDecryptAnsi(cipher, /*bodyIsBinary=*/false, settings, log)) return Exit::fine;
-  return failWith(options, "could not be decrypted; the key is another one, or the message was changed", log);
+  return failWith(
+      options, "could not be decrypted; the key is another one, the message was changed, or it needs --old",
+      log);
 }
 
 /// A wrong password may have opened the first bodies by chance: every try begins with the message as it came.
@@ -207,6 +237,7 @@ Exit run(const AesOptions& options, Work work) {
   const Exit limits = reportLimits(options.file, message->limits());
   _svSymSettings settings;
   settings.m_mode = modeOf(options.mode)->mode;
+  settings.m_bindsBodies = !options.isOld;
   if (const Exit result = work(options, bytes, *message, settings); result != Exit::fine) return result;
   return graver(limits, writeMessage(*message->root, options.output));
 }
@@ -225,6 +256,9 @@ void addDirection(CLI::App& aes, Action& action, const char* name, const char* d
       ->check(checkMode);
   verb->add_option("--bits", options->bits, "Size of the key: 128, 192 or 256 (without it)")
       ->check(CLI::IsMember({128, 192, 256}));
+  if (work == decrypt)
+    verb->add_flag("--old", options->isOld,
+                   "Encrypted in gcm by a mailtree that did not yet bind each body to its type and place");
   addOutput(*verb, options->output);
   verb->footer(std::string("Example:\n  ") + example);
   verb->callback([options, work, &action] { action = [options, work] { return run(*options, work); }; });
@@ -245,7 +279,8 @@ void addAes(CLI::App& app, Action& action) {
       "travels in "
       "the\nfield X-Mailtree-Salt. Mode and bits are not in the message: who decrypts gives the same; "
       "without --mode and --bits they\nare gcm and 256.\n"
-      "Only gcm notices every change and every wrong key. For mail to others use encrypt, which needs no "
+      "Only gcm notices every change, bodies that changed places, and every wrong key. For mail to others "
+      "use encrypt, which needs no "
       "common key.\n"
       "Example:\n  openssl rand -hex 32 > key\n  mailtree aes encrypt --key-file key mail.eml -o hidden.eml");
 }

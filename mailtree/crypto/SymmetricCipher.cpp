@@ -60,6 +60,15 @@ CipherRun start(const _svSymSettings& settings, const Mode& mode, const unsigned
   return started ? std::move(run) : nullptr;
 }
 
+/// Only a mode that makes a tag authenticates anything.
+bool addAssociatedData(EVP_CIPHER_CTX& run, const _svSymSettings& settings, const Mode& mode) {
+  const std::string_view data = settings.m_associatedData;
+  if (!mode.tagSize || data.empty()) return true;
+  int size = 0;
+  return data.size() <= kMostPerCall &&
+         EVP_CipherUpdate(&run, nullptr, &size, bytesOf(data), static_cast<int>(data.size())) == 1;
+}
+
 /// All of `in` and the last block; how many bytes were written to `out`, nothing when padding or tag are wrong.
 std::optional<std::size_t> runAll(EVP_CIPHER_CTX& run, std::string_view in, unsigned char* out) {
   std::size_t written = 0;
@@ -84,7 +93,8 @@ bool encrypt(const _svSymSettings& settings, const Mode& mode, std::string_view 
     return false;
 
   const CipherRun run = start(settings, mode, iv.data(), /*encrypting=*/true);
-  if (!run || (!isFixed && !out.append(iv.data(), mode.ivSize))) return false;
+  if (!run || !addAssociatedData(*run, settings, mode)) return false;
+  if (!isFixed && !out.append(iv.data(), mode.ivSize)) return false;
   const std::size_t room = in.size() + kBlock;  // a block more: the padding, or the tag
   unsigned char* const bytes = out.appendUninitialized(room);
   const auto written = bytes ? runAll(*run, in, bytes) : std::nullopt;
@@ -109,6 +119,7 @@ bool decrypt(const _svSymSettings& settings, const Mode& mode, std::string_view 
   if (mode.tagSize &&
       EVP_CIPHER_CTX_ctrl(run.get(), EVP_CTRL_AEAD_SET_TAG, static_cast<int>(tag.size()), tag.data()) != 1)
     return false;
+  if (!addAssociatedData(*run, settings, mode)) return false;
   const std::size_t room = text.size() + kBlock;
   unsigned char* const bytes = out.appendUninitialized(room);
   const auto written = bytes ? runAll(*run, text, bytes) : std::nullopt;

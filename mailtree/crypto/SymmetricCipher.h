@@ -1,6 +1,7 @@
 // crypto/SymmetricCipher.h - whole buffers encrypted under one key.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "mailtree/base/DataBuffer.h"
@@ -21,6 +22,10 @@ class _svSymSettings {
   ~_svSymSettings();
 
   CipherMode m_mode = CipherMode::cbc;
+  /// What GCM authenticates beside the next buffer: the same must be set to decrypt it. The other modes ignore it.
+  std::string m_associatedData;
+  /// Whether GCM binds each body of a tree to its type and place. False opens what was encrypted before it did.
+  bool m_bindsBodies = true;
 
   /// AES-128, -192 or -256 by the size of the key: 16, 24 or 32 bytes; false for any other.
   bool setKey(std::string_view key);

@@ -14,6 +14,7 @@
 #include "mailtree/mime/Base64.h"
 #include "mailtree/mime/BoundaryLines.h"
 #include "mailtree/mime/QuotedPrintable.h"
+#include "mailtree/mime/SealedBody.h"
 
 // How it works. One cursor runs over the text and only ever stops at lines that begin with "--". Such a line
 // is compared with the boundaries of the multiparts that are open at that moment, held on a stack. One that
@@ -412,6 +413,7 @@ void MimeParser::Run::storeBody(MimeMessage2& entity, std::size_t begin, std::si
     return;
   }
   appendBody(entity.m_body, raw, coding);
+  if (isSealedBody(entity.m_header, entity.m_transferEncoding, entity.m_body.view())) return;
   entity.setBodyFromText(entity.m_body.view(), charset);
 }
 

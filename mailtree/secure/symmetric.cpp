@@ -1,22 +1,61 @@
 // secure/symmetric.cpp - every body of a tree encrypted in place under one key. Tree and header fields stay readable.
 
+#include <string>
+
 #include "mailtree/crypto/SymmetricCipher.h"
 #include "mailtree/crypto/Wipe.h"
 #include "mailtree/email/internal.h"
 #include "mailtree/mime/ContentCoding.h"
+#include "mailtree/mime/SealedBody.h"
 
 namespace mailtree {
 namespace {
 
-constexpr const char* kOriginalEncoding = "x-original-encoding";
 /// The walk recurses. Loading stays far below; a tree deeper than this was made by hand.
 constexpr int kMaxCipherDepth = 1'000;
 
-bool encryptBody(Email2& node, SymmetricCipher& cipher, _svSymSettings& settings, LogBase& log) {
+/// One pass over a tree under one key.
+class Pass {
+ public:
+  Pass(SymmetricCipher& cipher, _svSymSettings& settings, LogBase& log) noexcept
+      : m_cipher(cipher), m_settings(settings), m_log(log) {}
+  Pass(const Pass&) = delete;
+  Pass& operator=(const Pass&) = delete;
+  ~Pass() { m_settings.m_associatedData.clear(); }
+
+  bool encrypt(Email2& node, int depth);
+  bool decrypt(Email2& node, bool isBinary, int depth);
+
+ private:
+  bool bindsBodies() const noexcept {
+    return m_settings.m_mode == CipherMode::gcm && m_settings.m_bindsBodies;
+  }
+  void bindNextBody(const Email2& node);
+  bool encryptBody(Email2& node);
+  bool decryptTo(const DataBuffer& body, bool isBinary, DataBuffer& plain);
+  bool decryptBody(Email2& node, bool isBinary);
+
+  SymmetricCipher& m_cipher;
+  _svSymSettings& m_settings;
+  LogBase& m_log;
+  int m_bodies = 0;
+};
+
+/// What is read in another place, or as another type, is not what was encrypted.
+void Pass::bindNextBody(const Email2& node) {
+  ++m_bodies;
+  if (!bindsBodies()) return;
+  StringBuffer type = copyOf(node.m_contentType.m_type);
+  type.toLowerCase();
+  m_settings.m_associatedData.assign(trim(type.view())).append(" ").append(std::to_string(m_bodies));
+}
+
+bool Pass::encryptBody(Email2& node) {
   if (node.m_body.isEmpty()) return true;
+  bindNextBody(node);
   DataBuffer ciphertext;
   StringBuffer text;
-  if (!cipher.encryptAll(settings, node.m_body, ciphertext, log) ||
+  if (!m_cipher.encryptAll(m_settings, node.m_body, ciphertext, m_log) ||
       !ContentCoding::encodeBase64(ciphertext.getData2(), ciphertext.getSize(), text))
     return false;
   DataBuffer body;
@@ -24,70 +63,70 @@ bool encryptBody(Email2& node, SymmetricCipher& cipher, _svSymSettings& settings
   wipe(node.m_body);
   node.m_body.takeData(body);
   const StringBuffer original = copyOf(node.m_transferEncoding);
-  node.setHeaderField_a(kOriginalEncoding, original.getString(), /*asGiven=*/false, log);
-  setTransferEncoding(node, "base64", log);
+  node.setHeaderField_a(kOriginalEncodingField, original.getString(), /*asGiven=*/false, m_log);
+  setTransferEncoding(node, "base64", m_log);
   return true;
 }
 
-bool encrypt(Email2& node, SymmetricCipher& cipher, _svSymSettings& settings, int depth, LogBase& log) {
-  if (!node.isLive() || depth >= kMaxCipherDepth || !encryptBody(node, cipher, settings, log)) return false;
+bool Pass::encrypt(Email2& node, int depth) {
+  if (!node.isLive() || depth >= kMaxCipherDepth || !encryptBody(node)) return false;
   for (int i = 0; i < node.getNumParts(); ++i)
-    if (Email2* const part = node.getPart(i); part && !encrypt(*part, cipher, settings, depth + 1, log))
-      return false;
+    if (Email2* const part = node.getPart(i); part && !encrypt(*part, depth + 1)) return false;
   return true;
 }
 
-bool decryptTo(const DataBuffer& body, bool isBinary, SymmetricCipher& cipher, _svSymSettings& settings,
-               DataBuffer& plain, LogBase& log) {
-  if (isBinary || !ContentCoding::isBase64(body.view())) return cipher.decryptAll(settings, body, plain, log);
+bool Pass::decryptTo(const DataBuffer& body, bool isBinary, DataBuffer& plain) {
+  if (isBinary || !ContentCoding::isBase64(body.view()))
+    return m_cipher.decryptAll(m_settings, body, plain, m_log);
   DataBuffer ciphertext;
   return ContentCoding::decodeBase64ToDb(body.view(), ciphertext) &&
-         cipher.decryptAll(settings, ciphertext, plain, log);
+         m_cipher.decryptAll(m_settings, ciphertext, plain, m_log);
 }
 
 void restoreEncoding(Email2& node, LogBase& log) {
   StringBuffer original;
-  node.getHeaderFieldUtf8(kOriginalEncoding, original, log);
+  node.getHeaderFieldUtf8(kOriginalEncodingField, original, log);
   setTransferEncoding(node, original.getString(), log);
-  node.setHeaderField_a(kOriginalEncoding, nullptr, /*asGiven=*/false, log);
+  node.setHeaderField_a(kOriginalEncodingField, nullptr, /*asGiven=*/false, log);
 }
 
 /// What was empty was not encrypted: it has no former encoding to go back to either.
 bool wasLeftAlone(const Email2& node) noexcept {
-  return node.m_body.isEmpty() && node.m_header.findField(kOriginalEncoding) < 0;
+  return node.m_body.isEmpty() && node.m_header.findField(kOriginalEncodingField) < 0;
 }
 
-bool decryptBody(Email2& node, bool isBinary, SymmetricCipher& cipher, _svSymSettings& settings,
-                 LogBase& log) {
+bool Pass::decryptBody(Email2& node, bool isBinary) {
   if (wasLeftAlone(node)) return true;
+  bindNextBody(node);
   DataBuffer plain;
-  if (!node.m_body.isEmpty() && !decryptTo(node.m_body, isBinary, cipher, settings, plain, log)) return false;
+  // Nothing is never what GCM made of a body: somebody took it out.
+  const bool isTakenOut = node.m_body.isEmpty() && bindsBodies();
+  if (isTakenOut) m_log.logError("An encrypted body is missing");
+  if (isTakenOut || (!node.m_body.isEmpty() && !decryptTo(node.m_body, isBinary, plain))) return false;
   node.m_body.takeData(plain);
-  restoreEncoding(node, log);
+  restoreEncoding(node, m_log);
   return true;
 }
 
-bool decrypt(Email2& node, bool isBinary, SymmetricCipher& cipher, _svSymSettings& settings, int depth,
-             LogBase& log) {
+bool Pass::decrypt(Email2& node, bool isBinary, int depth) {
   if (!node.isLive() || depth >= kMaxCipherDepth) return false;
-  LogContextExitor context(log, "email_aesDecrypt");
-  if (!decryptBody(node, isBinary, cipher, settings, log)) return false;
+  LogContextExitor context(m_log, "email_aesDecrypt");
+  if (!decryptBody(node, isBinary)) return false;
   for (int i = 0; i < node.getNumParts(); ++i)
-    if (Email2* const part = node.getPart(i);
-        part && !decrypt(*part, isBinary, cipher, settings, depth + 1, log))
-      return false;
+    if (Email2* const part = node.getPart(i); part && !decrypt(*part, isBinary, depth + 1)) return false;
   return true;
 }
 
 }  // namespace
 
 bool Email2::aesStandardEncryptAnsi(SymmetricCipher& cipher, _svSymSettings& settings, LogBase& log) {
-  return neverThrow(false, [&] { return encrypt(*this, cipher, settings, /*depth=*/0, log); });
+  return neverThrow(false, [&] { return Pass(cipher, settings, log).encrypt(*this, /*depth=*/0); });
 }
 
 bool Email2::aesStandardDecryptAnsi(SymmetricCipher& cipher, bool bodyIsBinary, _svSymSettings& settings,
                                     LogBase& log) {
-  return neverThrow(false, [&] { return decrypt(*this, bodyIsBinary, cipher, settings, /*depth=*/0, log); });
+  return neverThrow(false,
+                    [&] { return Pass(cipher, settings, log).decrypt(*this, bodyIsBinary, /*depth=*/0); });
 }
 
 }  // namespace mailtree

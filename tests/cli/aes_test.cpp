@@ -72,6 +72,29 @@ TEST(Aes, leaves_a_salt_alone_that_it_did_not_need) {
   EXPECT_THAT(mailtree("aes decrypt " + salted + key).out, HasSubstr("X-Mailtree-Salt: 00"));
 }
 
+TEST(Aes, opens_what_was_encrypted_before_bodies_were_bound_to_their_places) {
+  const Workspace work;
+  const std::string key = keyOf(work, 256, 'a');
+  const std::string old = work.write(
+      "old",
+      "Content-Type: text/plain\r\nx-original-encoding:\r\nContent-Transfer-Encoding: base64\r\n\r\n"
+      "VG5vQVpjR3dRSUNUcmdLRXd6SkxmVDNnc0daOHljUCtMQkxMTHQyMkdCMXANCg==\r\n");
+  EXPECT_EQ(mailtree("aes decrypt " + old + key).status, 1);
+  EXPECT_THAT(mailtree("aes decrypt --old " + old + key).out, HasSubstr("\r\n\r\nold"));
+}
+
+TEST(Aes, refuses_a_tree_that_loading_would_reorder) {
+  const Workspace work;
+  std::string texts = "Content-Type: multipart/mixed; boundary=b\n\n";
+  for (const std::string type : {"plain", "html", "plain", "html"})
+    texts += "--b\nContent-Type: text/" + type + "\n\nx\n";
+  const Result result =
+      mailtree("aes encrypt " + work.write("loose", texts + "--b--\n") + keyOf(work, 256, 'a'));
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("in another order"));
+  EXPECT_EQ(result.out, "");
+}
+
 TEST(Aes, a_password_is_the_first_line_and_nothing_less) {
   const Workspace work;
   const std::string hidden = work.path("hidden"), mail = sample("plain"), longest(1023, 'x');

@@ -64,6 +64,62 @@ TEST_F(Symmetric, ciphertext_is_written_as_it_stands_whatever_the_charset) {
   }
 }
 
+TEST_F(Symmetric, ciphertext_under_any_label_loads_as_it_was_written) {
+  const struct {
+    const char* fields;
+    std::string_view body;
+  } rows[] = {
+      {"text/plain; charset=utf-16\nContent-Transfer-Encoding: base64\n\nAG8AbABk", "old"},
+      {"text/plain; charset=utf-7\n\nold", "old"},
+      {"multipart/alternative\n\nold", "old"},
+      {"multipart/alternative\nContent-Transfer-Encoding: base64\n\nb2xk", "old"},
+  };
+  for (const auto& row : rows) {
+    const EmailPtr mail = load("Content-Type: " + std::string(row.fields));
+    ASSERT_TRUE(encrypt(*mail)) << row.fields;
+    const EmailPtr travelled = load(write(*mail));
+    EXPECT_TRUE(decrypt(*travelled)) << row.fields;
+    EXPECT_EQ(travelled->m_body.view(), row.body) << row.fields;
+    EXPECT_EQ(load(write(*travelled))->m_body.view(), row.body) << row.fields;
+  }
+}
+
+TEST_F(Symmetric, gcm_opens_a_body_only_in_its_place_and_as_its_type) {
+  m_settings.m_mode = CipherMode::gcm;
+  const struct {
+    const char* name;
+    void (*change)(Email2&);
+  } rows[] = {
+      {"moved", [](Email2& mail) { mail.insertSubPartAtIndex(mail.extractSubpartByIndex(0), -1); }},
+      {"swapped",
+       [](Email2& mail) {
+         DataBuffer first;
+         first.takeData(mail.getPart(0)->m_body);
+         mail.getPart(0)->m_body.takeData(mail.getPart(1)->m_body);
+         mail.getPart(1)->m_body.takeData(first);
+       }},
+      {"another type",
+       [](Email2& mail) {
+         LogNull log;
+         mail.getPart(0)->fixContentTypeUtf8("text/html", log);
+       }},
+      {"taken out", [](Email2& mail) { mail.getPart(1)->m_body.clear(); }},
+  };
+  for (const auto& row : rows) {
+    const EmailPtr mail = buildTree("mixed(plain[body=one],plain[body=two])");
+    ASSERT_TRUE(encrypt(*mail));
+    row.change(*mail);
+    EXPECT_FALSE(decrypt(*mail)) << row.name;
+  }
+  m_settings.m_bindsBodies = false;
+  const EmailPtr old = buildTree("plain[body=one]");
+  ASSERT_TRUE(encrypt(*old));
+  const EmailPtr same = load(write(*old));
+  EXPECT_TRUE(decrypt(*same));
+  m_settings.m_bindsBodies = true;
+  EXPECT_FALSE(decrypt(*old));
+}
+
 TEST_F(Symmetric, a_wrong_key_is_noticed_in_gcm_and_the_body_stays) {
   m_settings.m_mode = CipherMode::gcm;
   const EmailPtr mail = buildTree("mixed(plain,html)");

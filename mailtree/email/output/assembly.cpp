@@ -14,6 +14,7 @@
 #include "mailtree/mime/BoundaryLines.h"
 #include "mailtree/mime/ContentCoding.h"
 #include "mailtree/mime/HeaderLines.h"
+#include "mailtree/mime/SealedBody.h"
 
 namespace mailtree {
 namespace {
@@ -91,29 +92,31 @@ bool isUnlabelled8bitText(const Email2& node) noexcept {
 
 void labelUnlabelled8bitText(Email2& node, LogBase& log) {
   if (!isUnlabelled8bitText(node)) return;
+  // With its name a file stays one, which keeps its bytes the next time too.
+  const char* const name =
+      node.m_contentType.m_name.isEmpty() ? nullptr : node.m_contentType.m_name.getString();
   if (node.m_contentType.m_type.isEmpty())
-    node.setContentTypeUtf8("text/plain", nullptr, nullptr, nullptr, 0, nullptr, nullptr, nullptr, log);
+    node.setContentTypeUtf8("text/plain", name, nullptr, nullptr, 0, nullptr, nullptr, nullptr, log);
   if (node.m_transferEncoding.isEmpty()) setTransferEncoding(node, "quoted-printable", log);
 }
 
-/// RFC 2045 allows a multipart only 7bit, 8bit and binary, which say nothing.
+/// Whether the body is ciphertext in the place of the text that the Content-Type tells of: to be written as it is.
+bool isEncryptedInPlace(const Email2& node) noexcept {
+  return isSealedBody(node.m_header, node.m_transferEncoding, node.m_body.view());
+}
+
+/// RFC 2045 allows a multipart only 7bit, 8bit and binary, which say nothing. One whose parts were not found goes
+/// unencoded with its field, but ciphertext in its place is no multipart.
 void dropEncodingOfAlternative(Email2& node) {
-  if (!node.m_contentType.m_type.equals("multipart/alternative")) return;
+  if (!node.m_contentType.m_type.equals("multipart/alternative") || isEncryptedInPlace(node)) return;
   node.m_header.removeMimeField("Content-Transfer-Encoding", /*all=*/true);
-  if (!hasChildren(node)) node.m_transferEncoding.clear();  // nobody would know of it
+  if (!hasChildren(node)) node.m_transferEncoding.clear();
 }
 
 void logLeaf(const Email2& node, bool isText, LogBase& log) {
   if (!log.m_verboseLogging) return;
   if (!hasChildren(node)) log.LogDataSb("contentType", node.m_contentType.m_type);
   if (isText) log.LogDataLong("cp", node.emailCodePage());
-}
-
-/// Whether the body is ciphertext in the place of the text that the Content-Type tells of: to be written as it is.
-/// Anybody can send a field of that name, so the body is looked at too.
-bool isEncryptedInPlace(const Email2& node) noexcept {
-  return node.m_header.findField("x-original-encoding") >= 0 &&
-         node.m_transferEncoding.equalsIgnoreCase("base64") && ContentCoding::isBase64(node.m_body.view());
 }
 
 OutgoingBody chooseBody(Email2& node, bool isAttachment, LogBase& log) {
