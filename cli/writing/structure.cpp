@@ -12,7 +12,7 @@ constexpr const char* kMixed = "multipart/mixed";
 
 /// Whether a message of one part has content that a text must not replace.
 bool isNoText(Email2& leaf) {
-  if (leaf.isMultipart()) return !leaf.m_body.isEmpty();
+  if (leaf.isMultipart()) return false;  // the library makes a part of what it could not split
   LogNull quiet;
   const std::string_view type = leaf.m_contentType.m_type.view();
   const bool isTextType = type.empty() || beginsWithNoCase(type, "text/");
@@ -85,14 +85,18 @@ void labelUntypedBody(Email2& email, LogBase& log) {
 Email2* enclose(Email2& leaf, const char* multipartType, LogBase& log) {
   const std::string disposition(leaf.m_disposition.view()), name(leaf.m_dispFilename.view());
   const int codePage = std::exchange(leaf.m_attachCodePage, 0);
+  StringBuffer type;
+  leaf.getHeaderFieldUtf8("Content-Type", type, log);
   leaf.removeHeaderField("Content-Disposition");
   leaf.convertToMultipartX(multipartType, log);
   Email2* const part = leaf.getPart(0);
   if (!part) return nullptr;
-  part->m_attachCodePage = codePage;
   if (!disposition.empty()) part->setContentDispositionUtf8(disposition.c_str(), name.c_str(), log);
   part->m_dispFilename.setString(name);  // without a disposition too: it may have come from the type
-  part->refreshContentTypeHeader(log);
+  part->m_attachCodePage = codePage;
+  // The bytes are those that came, and so is the label of a file.
+  if (beginsWithNoCase(part->m_contentType.m_type, "text/") && !type.isEmpty())
+    part->setHeaderField_a("Content-Type", type.getString(), /*asGiven=*/true, log);
   return part;
 }
 

@@ -79,8 +79,12 @@ inline StringBuffer oneLine(const char* value) noexcept { return oneLine(viewOf(
 
 /// The charset that the Content-Type field of a part names; without code page when it names none.
 _svCharset labelledCharset(const Email2& node);
-/// Makes the Content-Type field of a part say utf-8, whatever the email's charset is.
-void labelUtf8(Email2& node, LogBase& log);
+/// Makes the Content-Type field of a part name a code page, whatever the email's charset is.
+void labelCodePage(Email2& node, int codePage, LogBase& log);
+inline void labelUtf8(Email2& node, LogBase& log) { labelCodePage(node, kCpUtf8, log); }
+/// Makes the label of a convertible text, if it was received, one of our own once the text is another: output may
+/// then name a charset that holds it.
+void ownLabel(Email2& node, LogBase& log);
 
 /// Stores a text as a part's body, taking it. One that counts as a file of its own is written as it stands, so it
 /// is brought to the charset that its label names, or the label changes.
@@ -93,6 +97,11 @@ inline constexpr std::size_t kMaxLine7bit = 990;
 inline bool promises7bit(const Email2& node) noexcept {
   return node.m_transferEncoding.isEmpty() || node.m_transferEncoding.equalsIgnoreCase("7bit");
 }
+
+/// Turns the bytes of a multipart that could not be split into a part of its own, under a fresh boundary: what has
+/// parts is written without its body. Text is brought to utf-8.
+/// @return the part, borrowed; null when the node is no such multipart.
+Email2* keepBytesAsPart(Email2& node, LogBase& log);
 
 /// Decodes encoded words in a file name, as some senders put them where no encoded word belongs.
 void decodeFilename(StringBuffer& name, LogBase& log);

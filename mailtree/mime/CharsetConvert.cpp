@@ -2,6 +2,7 @@
 #include "mailtree/base/Utf.h"
 #include "mailtree/mime/Charset.h"
 #include "mailtree/mime/CharsetInternal.h"
+#include "mailtree/mime/WrittenCharset.h"
 
 namespace mailtree {
 namespace {
@@ -73,6 +74,13 @@ bool hasWideUnits(int codePage) noexcept {
 
 bool isMailCodePage(int codePage) noexcept {
   return codePage > 0 && codePage != kCpUtf7 && !hasWideUnits(codePage);
+}
+
+int codePageToWrite(int codePage, std::string_view utf8) noexcept {
+  constexpr int kStrictGb2312 = 20936;
+  std::string scratch;
+  const bool isHeld = codePage != kCpChinese || isAscii(utf8) || encodeFromUtf8(kStrictGb2312, utf8, scratch);
+  return isHeld ? codePage : kCpGb18030;
 }
 
 bool isAsciiCompatible(int codePage) noexcept {

@@ -8,6 +8,7 @@
 #include "mailtree/mime/Charset.h"
 #include "mailtree/mime/EncodedWord.h"
 #include "mailtree/mime/HeaderText.h"
+#include "mailtree/mime/WrittenCharset.h"
 
 namespace mailtree {
 
@@ -83,7 +84,7 @@ class WordWriter {
 
  private:
   static int carrierOf(std::string_view text, int wanted) {
-    const int codePage = writableCodePage(wanted);
+    const int codePage = codePageToWrite(writableCodePage(wanted), text);
     if (codePage == kCpUtf8) return codePage;
     std::string scratch;
     return encodeFromUtf8(codePage, text, scratch) ? codePage : kCpUtf8;

@@ -5,6 +5,7 @@
 #include "mailtree/mime/EncodedWord.h"
 #include "mailtree/mime/HeaderParams.h"
 #include "mailtree/mime/HeaderText.h"
+#include "mailtree/mime/WrittenCharset.h"
 
 namespace mailtree {
 
@@ -94,7 +95,7 @@ class ExtendedWriter {
 
  private:
   static int carrierOf(std::string_view value, int wanted) {
-    const int codePage = writableCodePage(wanted);
+    const int codePage = codePageToWrite(writableCodePage(wanted), value);
     if (codePage == kCpUtf8 || isStatefulCodePage(codePage)) return kCpUtf8;
     std::string scratch;
     return encodeFromUtf8(codePage, value, scratch) ? codePage : kCpUtf8;

@@ -201,6 +201,8 @@ TEST(Assembly, writes_text_in_the_charset_of_the_email_or_relabels_it) {
       {1252, "8bit", japanese, "utf-8", japanese, "8bit"},
       {1252, "base64", japanese, "utf-8", "5pel\r\n", "base64"},
       {50220, "7bit", japanese, "iso-2022-jp", "\x1B$BF|\x1B(B", "7bit"},
+      {936, "8bit", japanese, "gb2312", "\xC8\xD5", "8bit"},
+      {936, "8bit", "\xE2\x82\xAC", "gb18030", "\xA2\xE3", "8bit"},
   };
   for (const auto& row : rows) {
     const EmailPtr leaf = node("text/plain", row.stored, row.encoding, row.codePage);

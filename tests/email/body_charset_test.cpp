@@ -16,6 +16,8 @@ using testing::HasSubstr;
 using testing::Not;
 using namespace std::string_literals;
 
+LogNull quiet;
+
 /// A message with one text, whose header was found to be in a code page.
 EmailPtr mailWithHeaderIn(std::string_view subject8bit) {
   return load("Subject: " + std::string(subject8bit) + "\n\nx\n");
@@ -259,6 +261,38 @@ TEST(BodyCharset, text_with_a_file_name_is_kept_in_the_charset_of_its_label) {
     mail->setBody(text, true, type, nullptr, log);
     EXPECT_THAT(write(*mail), HasSubstr(row.label)) << row.text;
     EXPECT_THAT(write(*mail), HasSubstr(row.bytes)) << row.text;
+  }
+}
+
+TEST(BodyCharset, label_says_what_is_stored_whatever_the_part_is_called) {
+  const struct {
+    const char* received;
+    void (*change)(Email2&);
+    const char* written;
+  } rows[] = {
+      {"text/plain; charset=koi8-r\nContent-Disposition: inline; filename=a\n\n\xC1",
+       [](Email2& mail) { mail.setName(StringBuffer("b"), quiet); }, "koi8-r; name=b\r\n"},
+      {"text/plain; charset=koi8-r\n\n\xC1",
+       [](Email2& mail) { mail.setFilenameUtf8("a", quiet), mail.setContentDisposition1("inline", quiet); },
+       "charset=utf-8\r\n"},
+      {"text/plain; charset=koi8-r\nContent-Disposition: attachment\n\n\xC1",
+       [](Email2& mail) { mail.setContentDisposition1("inline", quiet); }, "\r\n\xC1"},
+      {"text/plain; charset=gbk\nContent-Transfer-Encoding: 8bit\n\n\x80", [](Email2&) {},
+       "charset=gbk\r\nContent-Transfer-Encoding: 8bit\r\n\r\n\x80"},
+      {"text/plain; charset=gbk\n\n1",
+       [](Email2& mail) {
+         DataBuffer euro;
+         euro.append(std::string_view("€"));
+         StringBuffer type("text/plain");
+         mail.setBody(euro, true, type, nullptr, quiet);
+       },
+       "gb18030"},
+  };
+  for (const auto& row : rows) {
+    const EmailPtr mail = load("Subject: s\nContent-Type: " + std::string(row.received));
+    mail->use_codepage(std::string_view(row.received).find("gbk") == std::string_view::npos ? 20866 : 936);
+    row.change(*mail);
+    EXPECT_THAT(write(*mail), HasSubstr(row.written)) << row.received;
   }
 }
 

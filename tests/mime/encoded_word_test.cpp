@@ -107,6 +107,8 @@ TEST(EncodedWord, charset_follows_the_code_page_when_it_can_carry_the_text) {
       {28591, WordEncoding::q, "Привет", "=?utf-8?Q?=D0=9F=D1=80=D0=B8=D0=B2=D0=B5=D1=82?="},
       {20866, WordEncoding::b, "Привет", "=?koi8-r?B?8NLJ18XU?="},
       {50220, WordEncoding::b, "日本", "=?iso-2022-jp?B?GyRCRnxLXBsoQg==?="},
+      {936, WordEncoding::b, "中", "=?gb2312?B?1tA=?="},
+      {936, WordEncoding::b, "€", "=?gb18030?B?ouM=?="},
       {20127, WordEncoding::q, "é", "=?utf-8?Q?=C3=A9?="},
       {1200, WordEncoding::b, "é", "=?utf-8?B?w6k=?="},  // NUL bytes have no place in a header
       {0, WordEncoding::q, "é", "=?utf-8?Q?=C3=A9?="},

@@ -2,6 +2,7 @@
 // alternative, or into the related enclosure that its images live in.
 
 #include "mailtree/email/internal.h"
+#include "mailtree/mime/WrittenCharset.h"
 
 namespace mailtree {
 namespace {
@@ -39,11 +40,14 @@ void encodeLongLines(Email2& part, const char* message, LogBase& log) {
   setTransferEncoding(part, "quoted-printable", log);
 }
 
-/// The subpart of an enclosure that a body of this type replaces. An attached file is not one.
-Email2* findReplaceable(const Email2& enclosure, const StringBuffer& type) {
+/// The subpart of an enclosure that a body of this type replaces. An attached file is not one, nor is what was just
+/// `kept` of a multipart that could not be split.
+Email2* findReplaceable(const Email2& enclosure, const StringBuffer& type, const Email2* kept) {
   for (int i = 0; i < enclosure.getNumParts(); ++i) {
     Email2* const part = enclosure.getPart(i);
-    if (part && part->equalsContentType(type.getString()) && !part->isStrictAttachment(nullptr)) return part;
+    if (part && part != kept && part->equalsContentType(type.getString()) &&
+        !part->isStrictAttachment(nullptr))
+      return part;
   }
   return nullptr;
 }
@@ -72,6 +76,29 @@ void insertByType(Email2& enclosure, Email2* part, bool htmlFirst, const StringB
   enclosure.insertSubPartAtIndex(part, goesFirst ? 0 : -1);
 }
 
+bool put(Email2& email, Email2& enclosure, const Email2* kept, bool htmlFirst, DataBuffer& data, bool isText,
+         StringBuffer& type, Email2** outPart, LogBase& log) {
+  if (Email2* const part = findReplaceable(enclosure, type, kept)) {
+    replaceInPlace(*part, data, isText, type, log);
+    setOut(outPart, part);
+    return true;
+  }
+  EmailPtr part(email.createNonMultipart(data, isText, email.emailCodePage(), type, log));
+  if (!part) return false;
+  setOut(outPart, part.get());
+  insertByType(enclosure, part.release(), htmlFirst, type);
+  return true;
+}
+
+/// Two plain texts are no alternatives. The one that was kept goes beside its enclosure, in a multipart/mixed
+/// around both. @return the enclosure, now empty; null when memory ran out.
+Email2* putBeside(Email2& alternative, LogBase& log) {
+  alternative.convertToMultipartX("multipart/mixed", log);
+  Email2* const inner = alternative.isMultipartMixed() ? alternative.getPart(0) : nullptr;
+  if (inner) alternative.insertSubPartAtIndex(inner->extractSubpartByIndex(0), -1);
+  return inner;
+}
+
 /// Whether the text stands first in a multipart/mixed. Left there, it would count as an attachment once an
 /// enclosure is put before it.
 bool beginsWithLooseText(const Email2& email) {
@@ -90,6 +117,7 @@ Email2* makeAlternative(Email2& email, LogBase& log) {
 bool addToMultipart(Email2& email, DataBuffer& data, bool isText, StringBuffer& type, Email2** outPart,
                     LogBase& log) {
   logDebug(log, "Adding new non-multipart body...");
+  const Email2* const kept = keepBytesAsPart(email, log);
   Email2* const first = email.getPart(0);
   // Deliberate: only a true multipart/mixed, not what is treated like one.
   if (isHtml(type) && email.m_contentType.m_type.equals("multipart/mixed") && first &&
@@ -99,24 +127,25 @@ bool addToMultipart(Email2& email, DataBuffer& data, bool isText, StringBuffer& 
     return Email2::replaceEmailBody(first, data, isText, email.emailCodePage(), type, log);
   }
   logVerbose(log, "Inserting new MIME part...");
-  return email.replaceOrAddNonMultipart(&email, false, data, isText, type, outPart, log);
+  return put(email, email, kept, /*htmlFirst=*/false, data, isText, type, outPart, log);
 }
 
 }  // namespace
 
 void storeText(Email2& part, DataBuffer& utf8, LogBase& log) {
   part.m_body.takeData(utf8);
+  ownLabel(part, log);
   if (isConvertibleText(part.traits()) || !beginsWithNoCase(part.m_contentType.m_type, "text/")) return;
   neverThrow(false, [&] {
-    const int codePage = labelledCharset(part).getCodePage();
-    if (codePage == kCpUtf8 || (codePage == 0 && part.m_body.is7bit(0))) return true;
+    const int labelled = labelledCharset(part).getCodePage();
+    if (labelled == kCpUtf8 || (labelled == 0 && part.m_body.is7bit(0))) return true;
     DataBuffer own;
     const DataBuffer& body = part.m_body;
-    if (codePage != 0 &&
-        EncodingConvert::EncConvert(kCpUtf8, codePage, body.getData2(), body.getSize(), own, log))
-      part.m_body.takeData(own);
-    else
-      labelUtf8(part, log);
+    const int codePage = codePageToWrite(labelled, body.view());
+    const bool isCarried = codePage != 0 && EncodingConvert::EncConvert(kCpUtf8, codePage, body.getData2(),
+                                                                        body.getSize(), own, log);
+    if (isCarried) part.m_body.takeData(own);
+    if (!isCarried || codePage != labelled) labelCodePage(part, isCarried ? codePage : kCpUtf8, log);
     return true;
   });
 }
@@ -193,16 +222,10 @@ bool Email2::replaceOrAddNonMultipart(Email2* enclosure, bool htmlFirst, DataBuf
   if (!isLive()) return false;
   setOut(outPart, nullptr);
   if (!enclosure) return false;
-  if (Email2* const part = findReplaceable(*enclosure, type)) {
-    replaceInPlace(*part, data, isText, type, log);
-    setOut(outPart, part);
-    return true;
-  }
-  EmailPtr part(createNonMultipart(data, isText, emailCodePage(), type, log));
-  if (!part) return false;
-  setOut(outPart, part.get());
-  insertByType(*enclosure, part.release(), htmlFirst, type);
-  return true;
+  const Email2* const kept = keepBytesAsPart(*enclosure, log);
+  if (kept && enclosure->isMultipartAlternative() && kept->equalsContentType(type.getString()))
+    enclosure = putBeside(*enclosure, log);
+  return enclosure && put(*this, *enclosure, kept, htmlFirst, data, isText, type, outPart, log);
 }
 
 bool Email2::replaceEmailBody(Email2* target, DataBuffer& data, bool isText, int codePage, StringBuffer& type,
@@ -241,7 +264,8 @@ bool Email2::addReplaceAlternative(Email2* part, const char* type, LogBase& log)
   if (!isLive() || !part) return false;
   Email2* const enclosure = ensureAlternativeEnclosure(log);
   if (!enclosure) return false;
-  removeAlternative(type, log);
+  const Email2* const kept = keepBytesAsPart(*enclosure, log);
+  if (!kept || !kept->equalsContentType(type)) removeAlternative(type, log);
   return enclosure->m_subParts.appendObject(part);
 }
 

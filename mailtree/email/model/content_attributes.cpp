@@ -6,6 +6,7 @@
 #include "mailtree/email/internal.h"
 #include "mailtree/mime/ContentCoding.h"
 #include "mailtree/mime/ContentTypeTable.h"
+#include "mailtree/mime/WrittenCharset.h"
 
 namespace mailtree {
 namespace {
@@ -106,6 +107,35 @@ void setDispositionField(Email2& node, std::string_view disposition, std::string
   node.m_header.replaceMimeFieldUtf8("Content-Disposition", value.getString(), log);
 }
 
+void setTypeField(Email2& node, _svCharset& charset, bool withFlowed, LogBase& log) {
+  StringBuffer value;
+  node.m_contentType.buildMimeHeaderValue(value, charset, withFlowed, /*withName=*/true, log);
+  node.m_header.replaceMimeFieldUtf8_a("Content-Type", value.getString(), /*asGiven=*/true,
+                                       /*ordinary=*/false, log);
+}
+
+bool isText(const Email2& node) noexcept { return beginsWithNoCase(node.m_contentType.m_type, "text/"); }
+
+/// Whether a text is written as the bytes that it came in: it counts as a file, though nobody calls it attached.
+bool keepsItsBytes(const Email2& node) { return isText(node) && !isConvertibleText(node.traits()); }
+
+/// Output converts a text from utf-8, but writes one that counts as a file as it is stored. Where a disposition or
+/// name makes the one of the other, the label or the bytes follow.
+template <class Change>
+void changeNaming(Email2& node, Change&& change, LogBase& log) {
+  const bool wasFile = keepsItsBytes(node);
+  change();
+  if (!isText(node) || wasFile == keepsItsBytes(node) || node.m_body.is7bit(0)) return;
+  if (!wasFile) return labelUtf8(node, log);
+  neverThrow(false, [&] {
+    DataBuffer utf8;
+    const bool converted =
+        receivedTextToUtf8(labelledCharset(node).getName(), node.m_body.view(), utf8).converted;
+    if (converted) node.m_body.takeData(utf8);
+    return converted;
+  });
+}
+
 /// The name a part was given by its sender, or one made of its type.
 void rawFilename(const Email2& node, StringBuffer& out, LogBase& log) {
   for (const StringBuffer* name : {&node.m_dispFilename, &node.m_contentType.m_name}) {
@@ -151,13 +181,19 @@ _svCharset labelledCharset(const Email2& node) {
   return charset;
 }
 
-void labelUtf8(Email2& node, LogBase& log) {
-  _svCharset utf8;
-  utf8.setByCodePage(kCpUtf8);
-  StringBuffer value;
-  node.m_contentType.buildMimeHeaderValue(value, utf8, /*withFlowed=*/true, /*withName=*/true, log);
-  node.m_header.replaceMimeFieldUtf8_a("Content-Type", value.getString(), /*asGiven=*/true,
-                                       /*ordinary=*/false, log);
+void labelCodePage(Email2& node, int codePage, LogBase& log) {
+  _svCharset charset;
+  charset.setByCodePage(codePage);
+  if (node.isStrictAttachment(nullptr)) node.m_attachCodePage = codePage;
+  setTypeField(node, charset, /*withFlowed=*/true, log);
+}
+
+void ownLabel(Email2& node, LogBase& log) {
+  const int field = node.m_header.findField("Content-Type");
+  if (!node.m_header.isReceived(field) || !isConvertibleText(node.traits())) return;
+  _svCharset charset = labelledCharset(node);
+  if (codePageToWrite(charset.getCodePage(), node.m_body.view()) != charset.getCodePage())
+    setTypeField(node, charset, /*withFlowed=*/true, log);
 }
 
 void Email2::getContentType(StringBuffer& out) const {
@@ -207,19 +243,22 @@ void Email2::setContentTypeUtf8(const char* type, const char* name, const char* 
   // It is written as a line of its own, where a line break would end it.
   for (const char c : {'\r', '\n', '\0'}) m_contentType.m_boundary.removeCharOccurances(c);
   refreshContentTypeHeader(log);
+  if (codePage != 0 && keepsItsBytes(*this) && !isStrictAttachment(nullptr))
+    labelCodePage(*this, codePage, log);
 }
 
 void Email2::refreshContentTypeHeader(LogBase& log) {
   if (!isLive()) return;
   StringBuffer value;
   _svCharset charset;
-  if (m_contentType.m_type.beginsWithIgnoreCase("text/") && isStrictAttachment(nullptr)) {
+  if (isText(*this) && isStrictAttachment(nullptr)) {
     if (m_attachCodePage != 0) charset.setByCodePage(m_attachCodePage);
     m_contentType.m_formatFlowed = false;  // how an attached file is wrapped is the file's own business
     m_contentType.buildMimeHeaderValue(value, charset, /*withFlowed=*/false, /*withName=*/true, log);
   } else {
-    m_contentType.buildMimeHeaderValue(value, emailCharset(charset), /*withFlowed=*/true, /*withName=*/true,
-                                       log);
+    if (keepsItsBytes(*this)) charset = labelledCharset(*this);
+    _svCharset& label = keepsItsBytes(*this) ? charset : emailCharset(charset);
+    m_contentType.buildMimeHeaderValue(value, label, /*withFlowed=*/true, /*withName=*/true, log);
   }
 
   if (receivedFieldSaysTheSame(m_header, value)) return;
@@ -241,8 +280,11 @@ void Email2::setContentSubtype(const char* subtype, LogBase& log) {
 
 void Email2::setName(const StringBuffer& name, LogBase& log) {
   if (!isLive()) return;
-  m_contentType.m_name.setString(name);
-  refreshContentTypeHeader(log);
+  const auto change = [&] {
+    m_contentType.m_name.setString(name);
+    refreshContentTypeHeader(log);
+  };
+  changeNaming(*this, change, log);
 }
 
 void Email2::setContentId(const char* id, LogBase& log) {
@@ -284,19 +326,25 @@ void Email2::setEncodingViaCodePage(int codePage, int, LogBase& log) {
 
 void Email2::setContentDisposition1(const char* disposition, LogBase& log) {
   if (!isLive()) return;
-  m_disposition.setString(disposition);
-  setDispositionField(*this, m_disposition, m_dispFilename, log);
+  const auto change = [&] {
+    m_disposition.setString(disposition);
+    setDispositionField(*this, m_disposition, m_dispFilename, log);
+  };
+  changeNaming(*this, change, log);
 }
 
 void Email2::setContentDispositionUtf8(const char* disposition, const char* filename, LogBase& log) {
   if (!isLive()) return;
   const StringBuffer given = copyOf(filename);
-  m_disposition.setString(disposition);
-  m_dispFilename.setString(given);
-  m_dispFilename.removeCharOccurances('\r');
-  m_dispFilename.removeCharOccurances('\n');
-  setDispositionField(*this, m_disposition, m_dispFilename.isEmpty() ? std::string_view() : given.view(),
-                      log);
+  const auto change = [&] {
+    m_disposition.setString(disposition);
+    m_dispFilename.setString(given);
+    m_dispFilename.removeCharOccurances('\r');
+    m_dispFilename.removeCharOccurances('\n');
+    setDispositionField(*this, m_disposition, m_dispFilename.isEmpty() ? std::string_view() : given.view(),
+                        log);
+  };
+  changeNaming(*this, change, log);
 }
 
 void Email2::setFilenameUtf8(const char* filename, LogBase& log) {

@@ -1,8 +1,11 @@
 #include "mailtree/email/output/text_body.h"
 
+#include <string>
+
 #include "mailtree/base/Platform.h"
 #include "mailtree/email/internal.h"
 #include "mailtree/mime/Html.h"
+#include "mailtree/mime/WrittenCharset.h"
 
 namespace mailtree {
 namespace {
@@ -26,7 +29,9 @@ bool convert(std::string_view utf8, int codePage, DataBuffer& out, LogBase& log)
 /// but markup read after a conversion would see the double bytes of iso-2022-jp as tags.
 bool convertHtml(const Email2& node, int codePage, DataBuffer& out, LogBase& log) {
   StringBuffer html(node.m_body.view());
-  declareCharset(html, node.get_charset_name(), log);
+  const bool isEmails = codePage == node.emailCodePage();
+  const std::string charset(isEmails ? viewOf(node.get_charset_name()) : charsetNameOf(codePage));
+  declareCharset(html, charset.c_str(), log);
   return convert(html, codePage, out, log);
 }
 
@@ -51,6 +56,15 @@ bool convertText(const Email2& node, int codePage, DataBuffer& out, LogBase& log
   return isHtml ? convertHtml(node, codePage, out, log) : convert(node.m_body.view(), codePage, out, log);
 }
 
+/// A label of our own is the name of a small set. One that was received has been true to its bytes for as long as
+/// nobody changes them, and stays.
+int codePageOfText(Email2& node, int wanted, LogBase& log) {
+  if (node.m_header.isReceived(node.m_header.findField("Content-Type"))) return wanted;
+  const int codePage = codePageToWrite(wanted, node.m_body.view());
+  if (codePage != wanted) labelCodePage(node, codePage, log);
+  return codePage;
+}
+
 void relabelUtf8(Email2& node, LogBase& log) {
   labelUtf8(node, log);
   if (promises7bit(node) && !node.m_body.is7bit(0)) setTransferEncoding(node, "quoted-printable", log);
@@ -63,9 +77,10 @@ OutgoingBody outgoingText(Email2& node, LogBase& log) {
   body.normalizeLineEnds = true;
   if (body.headerCodePage == 0 || body.headerCodePage == kCpUtf8) return body;
 
-  body.isConverted = convertText(node, body.headerCodePage, body.converted, log);
+  const int codePage = codePageOfText(node, body.headerCodePage, log);
+  body.isConverted = convertText(node, codePage, body.converted, log);
   if (body.isConverted) {
-    body.normalizeLineEnds = !hasWideUnits(body.headerCodePage);
+    body.normalizeLineEnds = !hasWideUnits(codePage);
     return body;
   }
   relabelUtf8(node, log);

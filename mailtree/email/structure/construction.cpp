@@ -3,6 +3,8 @@
 //
 // The node that becomes an enclosure stays the same object, so that a caller's pointer to the root, and the
 // header fields of the message, stay where they are.
+#include <algorithm>
+
 #include "mailtree/base/Platform.h"
 #include "mailtree/email/structure/internal.h"
 
@@ -62,7 +64,59 @@ bool convertToEnclosure(Email2& node, const char* type, LogBase& log) {
   return true;
 }
 
+/// Whether bytes that nobody labelled read as text, which is then in `utf8`.
+bool readsAsText(const Email2& node, DataBuffer& utf8) {
+  const auto isNoText = [](char c) { return isControlAscii(c) && !isSpaceAscii(c) && c != '\x1B'; };
+  const std::string_view bytes = node.m_body.view();
+  if (std::ranges::any_of(bytes, isNoText)) return false;
+  const _svCharset charset = labelledCharset(node);
+  const char* const label = charset.getCodePage() != 0 ? charset.getName() : "unknown";
+  const DecodedText decoded = receivedTextToUtf8(label, bytes, utf8);
+  if (decoded.origin == TextOrigin::unexplained) return false;
+  return decoded.converted || utf8.append(bytes);
+}
+
+void fillWithText(Email2& part, DataBuffer& utf8, LogBase& log) {
+  part.m_body.takeData(utf8);
+  part.setContentTypeUtf8("text/plain", nullptr, nullptr, nullptr, 0, nullptr, nullptr, nullptr, log);
+  part.setEncodingViaCodePage(part.emailCodePage(), 0, log);
+  if (promises7bit(part) && part.m_body.hasLineLonger(kMaxLine7bit))
+    setTransferEncoding(part, "quoted-printable", log);
+}
+
+void fillWithBytes(Email2& part, DataBuffer& bytes, LogBase& log) {
+  part.m_body.takeData(bytes);
+  part.setContentTypeUtf8("application/octet-stream", nullptr, nullptr, nullptr, 0, nullptr, nullptr, nullptr,
+                          log);
+  setTransferEncoding(part, "base64", log);
+}
+
+Email2* moveBytesToPart(Email2& node, LogBase& log) {
+  EmailPtr owned(Email2::createNewObject0(*node.m_common));
+  DataBuffer utf8;
+  const bool isText = readsAsText(node, utf8);
+  if (!owned || !node.m_subParts.appendObject(owned.get())) return nullptr;
+  Email2* const part = owned.release();  // now the node's
+  if (isText) {
+    node.chooseCharsetIfNecessary(utf8, log);
+    fillWithText(*part, utf8, log);
+  } else {
+    fillWithBytes(*part, node.m_body, log);
+  }
+  node.m_body.clear();
+  node.removeHeaderField("Content-Transfer-Encoding");
+  Psdk::generateBoundary(node.m_contentType.m_boundary, log);
+  node.refreshContentTypeHeader(log);
+  return part;
+}
+
 }  // namespace
+
+Email2* keepBytesAsPart(Email2& node, LogBase& log) {
+  if (!node.isLive() || !node.m_common || !node.isMultipart()) return nullptr;
+  if (node.m_subParts.getSize() != 0 || node.m_body.isEmpty()) return nullptr;
+  return neverThrow<Email2*>(nullptr, [&] { return moveBytesToPart(node, log); });
+}
 
 void Email2::convertToMultipartX(const char* multipartType, LogBase& log) {
   if (!isLive()) return;
@@ -91,6 +145,7 @@ bool Email2::addAlternativeEnclosure(LogBase& log) {
   LogContextExitor context(log, "addAlternativeEnclosure");
   if (!isLive() || !m_common) return false;
   if (log.m_verboseLogging) log.logInfo("Adding an alternative MIME enclosure...");
+  keepBytesAsPart(*this, log);
   if (!isMultipartMixed()) {
     convertToMultipartX("multipart/alternative", log);  // this node becomes the enclosure
     return true;

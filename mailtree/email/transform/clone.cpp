@@ -157,7 +157,11 @@ bool convertFile(const Email2& node, int codePage, DataBuffer& utf8, LogBase& lo
 
 /// Whether something was replaced.
 bool replaceInText(Email2& node, const Replacements& replacements, LogBase& log) {
-  if (isConvertibleText(node.traits())) return replacements.replaceIn(node.m_body);
+  if (isConvertibleText(node.traits())) {
+    if (!replacements.replaceIn(node.m_body)) return false;
+    ownLabel(node, log);
+    return true;
+  }
   const int codePage = labelledCharset(node).getCodePage();
   DataBuffer utf8;
   if (codePage == 0 || codePage == kCpUtf8 || !convertFile(node, codePage, utf8, log)) {

@@ -10,6 +10,7 @@
 #include "mailtree/mime/ContentCoding.h"
 #include "mailtree/mime/EncodedWord.h"
 #include "mailtree/mime/Html.h"
+#include "mailtree/mime/WrittenCharset.h"
 
 namespace mailtree {
 namespace {
@@ -171,7 +172,8 @@ bool prependToFile(Email2& part, std::string_view head, LogBase& log) {
   const int codePage = labelledCharset(part).getCodePage();
   if (codePage == 0 || codePage == kCpUtf8) return prepend(part.m_body, head);
   DataBuffer converted;
-  if (EncodingConvert::EncConvert(kCpUtf8, codePage, head.data(), head.size(), converted, log))
+  if (codePageToWrite(codePage, head) == codePage &&
+      EncodingConvert::EncConvert(kCpUtf8, codePage, head.data(), head.size(), converted, log))
     return prepend(part.m_body, converted.view());
   converted.clear();
   EncodingConvert::EncConvert(codePage, kCpUtf8, part.m_body.getData2(), part.m_body.getSize(), converted,
@@ -213,6 +215,7 @@ void quote(Email2& email, Email2& part, const std::string& head, LogBase& log) {
   if (!isConvertibleText(part.traits())) {
     prependToFile(part, head, log);
   } else if (prepend(part.m_body, head) && !isAscii(head)) {
+    ownLabel(part, log);
     chooseFormAnew(email, part, log);
   }
   if (promises7bit(part) && (!part.m_body.is7bit(0) || part.m_body.hasLineLonger(kMaxLine7bit)))
