@@ -144,7 +144,8 @@ Email2* neighbour(Email2& email, const NewText& text, const Email2* file) {
 /// Whether a text without a neighbour has no enclosure to go to and stands in front of everything. The library
 /// would take an attached text of its type for the one to replace.
 bool goesFirst(const Email2& email, const NewText& text) {
-  if (!email.isMultipartMixed() || hasEnclosure(email, EnclosureKind::alternative)) return false;
+  if (!email.isMultipartMixed() || email.getNumParts() == 0) return false;
+  if (hasEnclosure(email, EnclosureKind::alternative)) return false;
   return !text.isHtml() || !hasEnclosure(email, EnclosureKind::related);
 }
 
@@ -186,16 +187,6 @@ bool putText(Email2& email, const char* type, const std::string& body, const Ema
 void declareCharset(Email2& email, LogBase& log) {
   Email2* const page = email.getHtmlAlternative();
   if (page && isConvertibleText(page->traits())) email.prepHtmlBody(page->m_body, log);
-}
-
-/// Whether a text went into a multipart so broken that its parts were not found: what stood there is not written
-/// once it has parts.
-bool hidesBrokenContent(Email2& email) {
-  bool found = false;
-  walk(email, [&](const Email2& node) {
-    found = found || (node.isMultipart() && node.getNumParts() > 0 && !node.m_body.isEmpty());
-  });
-  return found;
 }
 
 /// The part that a reader takes for the text of that type.
@@ -275,7 +266,6 @@ bool putBodies(Email2& email, const Bodies& bodies, LogBase& log) {
 }
 
 bool bodiesReadBack(Email2& email, const Bodies& bodies, LogBase& log) {
-  if (hidesBrokenContent(email)) return false;
   if (bodies.plain && !readsBack(email, kPlain, *bodies.plain, log)) return false;
   return !bodies.html || readsBack(email, kHtml, *bodies.html, log);
 }

@@ -72,7 +72,9 @@ Email2* neighbour(Email2& email) {
 /// Where the calendar becomes the last child: the alternatives, made around the text when there are none. Without
 /// a text, the message itself.
 Email2* placeFor(Email2& email, LogBase& log) {
-  if (Email2* const alternatives = find(email, EnclosureKind::alternative)) return alternatives;
+  Email2* const alternatives = find(email, EnclosureKind::alternative);
+  // What has bytes for parts stays what it is.
+  if (alternatives && alternatives->m_body.isEmpty()) return alternatives;
   Email2* const text = neighbour(email);
   if (text && text != &email)
     return encloseBelow(email, *text,

@@ -48,8 +48,8 @@ void labelUntypedBody(Email2& email, LogBase& log);
 /// @return the child, borrowed; null when there is none, as an empty text leaves nothing behind.
 Email2* enclose(Email2& leaf, const char* multipartType, LogBase& log);
 
-/// Moves into a multipart/mixed what a message of one part is when that is no text: a file, a message, encrypted
-/// content, or a multipart so broken that its parts were not found.
+/// Moves into a multipart/mixed what a message of one part is when that is no text: a file, a message, or encrypted
+/// content.
 /// @return the part moved, borrowed; null when there was nothing to move.
 Email2* makeRoom(Email2& email, LogBase& log);
 

@@ -119,6 +119,8 @@ TEST(Edit, destroys_nothing_to_make_room_for_a_text_or_file) {
       {"Content-Type: multipart/mixed; boundary=b\n\n--b\nContent-Type: text/plain; name=log.txt\n"
        "Content-Transfer-Encoding: base64\n\nbG9n\n--b--\n",
        "--text new", "multipart/mixed(text/plain,text/plain)", "bG9n"},
+      {"Content-Type: multipart/alternative; boundary=c\n\nlost\n", "--text new" + pdf,
+       "multipart/mixed(multipart/alternative(text/plain),text/plain,application/pdf)", "lost"},
       {"Content-Type: application/pkcs7-mime; smime-type=enveloped-data\n\nMII=\n", "--set 'X-A: 1'" + pdf,
        "multipart/mixed(application/pkcs7-mime,application/pdf)", "MII="},
   };
@@ -143,8 +145,6 @@ TEST(Edit, refuses_what_would_hide_or_destroy_the_message) {
       {"multipart/encrypted; boundary=b", "--html new", "encrypted: its text cannot be changed"},
       {"multipart/digest; boundary=b\n\n--b\n\nSubject: s\n\nx\n--b--", "--text new",
        "would not be read as its body (multipart/digest)"},
-      {"multipart/mixed; boundary=b\n\n--b\nContent-Type: multipart/alternative; boundary=c\n\nlost\n--b--",
-       "--html new", "would not be read as its body (multipart/mixed)"},
       {"application/pdf", "--drop-attachments", "attachment 0 is the whole message"},
       {"application/pdf", "--drop-attachment 0", "attachment 0 is the whole message"},
   };

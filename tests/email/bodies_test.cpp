@@ -251,6 +251,48 @@ TEST(Bodies, changed_one_leaves_the_rest_byte_for_byte) {
   EXPECT_THAT(written, HasSubstr("\r\n\r\nNEW\r\n"));
 }
 
+TEST(Bodies, what_a_multipart_held_that_could_not_be_split_becomes_a_part) {
+  using Change = void (*)(Email2&, LogBase&);
+  const Change attach = [](Email2& mail, LogBase& log) {
+    DataBuffer data;
+    StringBuffer type;
+    mail.addDataAttachmentUtf8("a.zip", nullptr, 0, data, type, log);
+  };
+  const Change setPlain = [](Email2& mail, LogBase& log) {
+    put(mail, &Email2::setBody, "text/plain", "new", log);
+  };
+  const Change setHtml = [](Email2& mail, LogBase& log) {
+    put(mail, &Email2::setBody, "text/html", "new", log);
+  };
+  const Change addItem = [](Email2& mail, LogBase& log) {
+    mail.addRelatedContent(buildTree("png").release(), log);
+  };
+  const std::string nested = "mixed; boundary=b\n\n--b\nContent-Type: multipart/alternative; boundary=c\n";
+  const struct {
+    std::string received;
+    Change change;
+    const char* after;
+  } rows[] = {
+      {"mixed\n", attach, "mixed(plain,zip:attachment)"},
+      {"alternative; boundary=c\n", attach, "mixed(alternative(plain),zip:attachment)"},
+      {"mixed\nContent-Transfer-Encoding: binary\n\n\x01", attach, "mixed(octet,zip:attachment)"},
+      {"mixed\n", setPlain, "mixed(plain,plain)"},
+      {"mixed\n", setHtml, "mixed(alternative(plain,html))"},
+      {"alternative; boundary=c\n", setPlain, "mixed(alternative(plain),plain)"},
+      {nested, setHtml, "mixed(alternative(plain,html))"},
+      {"related\n", addItem, "related(plain,png)"},
+  };
+  for (const auto& row : rows) {
+    const EmailPtr mail = load("Content-Type: multipart/" + row.received + "\nl\xC3\xB6st\n");
+    LogNull log;
+    row.change(*mail, log);
+    const EmailPtr again = load(write(*mail));
+    EXPECT_EQ(printTree(again), row.after) << row.received;
+    EXPECT_THAT(write(*again), testing::AnyOf(HasSubstr("l=F6st"), HasSubstr("l=C3=B6st"), HasSubstr("AQps")))
+        << row.received;
+  }
+}
+
 TEST(Bodies, ready_part_replaces_the_alternative_of_its_type) {
   const EmailPtr mail = buildTree("alt(plain,related(html,png))");
   mail->getPart(1)->m_contentType.m_subtype.setString("text/html");

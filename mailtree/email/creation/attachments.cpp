@@ -43,6 +43,7 @@ bool loadIntoAttachmentBody(Email2& part, const char* path, LogBase& log) {
 
 /// Makes a part the last subpart of a node that is, or becomes, a multipart/mixed. False: it still is the caller's.
 bool appendToMixed(Email2& node, Email2& part, LogBase& log) {
+  keepBytesAsPart(node, log);
   if (!node.isMultipartMixed()) node.convertToMultipartX("multipart/mixed", log);
   return node.isMultipartMixed() && node.m_subParts.appendObject(&part);
 }
