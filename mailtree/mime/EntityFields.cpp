@@ -135,52 +135,59 @@ void MimeMessage2::readDisposition(std::string_view value, LimitSet& limits) {
 // Changing
 
 void MimeMessage2::refreshContentTypeField() {
-  if (m_contentType.m_type.isEmpty()) return;
-  LogNull quiet;
-  StringBuffer value;
-  m_contentType.buildMimeHeaderValue(value, m_parsedCharset, /*withFlowed=*/true, /*withName=*/true, quiet);
-  m_header.replaceMimeFieldUtf8_a(kTypeField, value.getString(), /*asGiven=*/true, /*ordinary=*/false, quiet);
+  guarded([&] {
+    if (m_contentType.m_type.isEmpty()) return;
+    LogNull quiet;
+    StringBuffer value;
+    m_contentType.buildMimeHeaderValue(value, m_parsedCharset, /*withFlowed=*/true, /*withName=*/true, quiet);
+    m_header.replaceMimeFieldUtf8_a(kTypeField, value.getString(), /*asGiven=*/true, /*ordinary=*/false,
+                                    quiet);
+  });
 }
 
 /// Keeps the parameters that have no member here, such as size and dates.
 void MimeMessage2::refreshDispositionField() {
-  LogNull quiet;
-  std::string scratch;
-  const int row = m_header.findField(kDispositionField);
-  ParameterizedValue old = parseParameterizedValue(m_header.unfoldedValue(row, scratch));
-  std::string replaced;
-  old.params.take("filename", replaced);
+  guarded([&] {
+    LogNull quiet;
+    std::string scratch;
+    const int row = m_header.findField(kDispositionField);
+    ParameterizedValue old = parseParameterizedValue(m_header.unfoldedValue(row, scratch));
+    std::string replaced;
+    old.params.take("filename", replaced);
 
-  std::string value(m_disposition.view());
-  if (!m_filename.isEmpty()) appendParam("filename", m_filename, kCpUtf8, /*withFallback=*/true, value);
-  for (const auto& param : old.params.params())
-    appendParam(param.name, param.value, kCpUtf8, /*withFallback=*/false, value);
-  const char* text = m_disposition.isEmpty() && m_filename.isEmpty() ? nullptr : value.c_str();
-  m_header.replaceMimeFieldUtf8_a(kDispositionField, text, /*asGiven=*/true, /*ordinary=*/true, quiet);
+    std::string value(m_disposition.view());
+    if (!m_filename.isEmpty()) appendParam("filename", m_filename, kCpUtf8, /*withFallback=*/true, value);
+    for (const auto& param : old.params.params())
+      appendParam(param.name, param.value, kCpUtf8, /*withFallback=*/false, value);
+    const char* text = m_disposition.isEmpty() && m_filename.isEmpty() ? nullptr : value.c_str();
+    m_header.replaceMimeFieldUtf8_a(kDispositionField, text, /*asGiven=*/true, /*ordinary=*/true, quiet);
+  });
 }
 
 void MimeMessage2::collapseMultiple(const char* field, LogBase& log) {
-  const std::string_view name = viewOf(field);
-  const int first = m_header.findField(name);
-  if (first < 0 || m_header.findField(name, first + 1) < 0) return;
-  ExtPtrArray entries;
-  std::string scratch;
-  for (int i = first; i >= 0; i = m_header.findField(name, i + 1))
-    _svEmailAddress::parseAndLoadEntries(m_header.unfoldedValue(i, scratch), entries);
+  guarded([&] {
+    const std::string_view name = viewOf(field);
+    const int first = m_header.findField(name);
+    if (first < 0 || m_header.findField(name, first + 1) < 0) return;
+    ExtPtrArray entries;
+    std::string scratch;
+    for (int i = first; i >= 0; i = m_header.findField(name, i + 1))
+      _svEmailAddress::parseAndLoadEntries(m_header.unfoldedValue(i, scratch), entries);
 
-  // "Several words" in one field and "Otto <o@b.c>" in the next are not one name with a comma in it.
-  MimeHeader joined(m_header);
-  joined.joinFields(name);
-  if (!readsAsEntries(joined.unfoldedValue(first, scratch), entries)) {
-    StringBuffer value;
-    _svEmailAddress::emitAsMimeField(entries, kCpUtf8, /*first=*/true, /*forHeader=*/true, /*useQ=*/true,
-                                     value, log);
-    if (!readsAsEntries(value.view(), entries))
-      return;  // an address is too long for a line: they stay several
-    joined.replaceMimeFieldUtf8_a(std::string(m_header.fieldName(first)).c_str(), value.getString(),
-                                  /*asGiven=*/true, /*ordinary=*/true, log);
-  }
-  m_header = std::move(joined);
+    // "Several words" in one field and "Otto <o@b.c>" in the next are not one name with a comma in it.
+    MimeHeader joined(m_header);
+    joined.joinFields(name);
+    if (!readsAsEntries(joined.unfoldedValue(first, scratch), entries)) {
+      StringBuffer value;
+      _svEmailAddress::emitAsMimeField(entries, kCpUtf8, /*first=*/true, /*forHeader=*/true, /*useQ=*/true,
+                                       value, log);
+      if (!readsAsEntries(value.view(), entries))
+        return;  // an address is too long for a line: they stay several
+      joined.replaceMimeFieldUtf8_a(std::string(m_header.fieldName(first)).c_str(), value.getString(),
+                                    /*asGiven=*/true, /*ordinary=*/true, log);
+    }
+    m_header = std::move(joined);
+  });
 }
 
 void MimeMessage2::setContentType(const char* type, bool refreshHeader, LogBase&) {
@@ -231,42 +238,48 @@ void MimeMessage2::setContentEncoding(const char* encoding, LogBase& log) {
 }
 
 void MimeMessage2::addReplaceHeaderFieldUtf8(const char* name, const char* value, LogBase& log) {
-  // A duplicate must not come into force when the first one goes.
-  if (value)
-    m_header.replaceMimeFieldUtf8(name, value, log);
-  else
-    m_header.removeMimeField(name, /*all=*/true);
+  guarded([&] {
+    // A duplicate must not come into force when the first one goes.
+    if (value)
+      m_header.replaceMimeFieldUtf8(name, value, log);
+    else
+      m_header.removeMimeField(name, /*all=*/true);
 
-  const auto known = std::ranges::find_if(
-      kContentFields, [&](std::string_view field) { return equalsNoCase(field, viewOf(name)); });
-  if (known == std::end(kContentFields)) return;
-  const auto which = static_cast<ContentField>(known - std::begin(kContentFields));
-  if (which == ContentField::type) m_contentType.clear();
-  LimitSet limits;
-  const int row = m_header.findField(*known);
-  if (row >= 0 || which != ContentField::type) return readContentField(which, row, limits);
-  m_charset.clear();
-  m_parsedCharset.clear();
+    const auto known = std::ranges::find_if(
+        kContentFields, [&](std::string_view field) { return equalsNoCase(field, viewOf(name)); });
+    if (known == std::end(kContentFields)) return;
+    const auto which = static_cast<ContentField>(known - std::begin(kContentFields));
+    if (which == ContentField::type) m_contentType.clear();
+    LimitSet limits;
+    const int row = m_header.findField(*known);
+    if (row >= 0 || which != ContentField::type) return readContentField(which, row, limits);
+    m_charset.clear();
+    m_parsedCharset.clear();
+  });
 }
 
 void MimeMessage2::copyContentFields(const MimeMessage2& from) {
-  LogNull quiet;
-  for (const char* field : {kTypeField, kDispositionField, kTransferEncodingField}) {
-    std::string scratch;
-    const int row = from.m_header.findField(field);
-    if (row < 0) continue;
-    const std::string value(from.m_header.unfoldedValue(row, scratch));
-    m_header.replaceMimeFieldUtf8_a(field, value.c_str(), /*asGiven=*/true, /*ordinary=*/true, quiet);
-  }
-  LimitSet limits;
-  readContentFields(limits);
+  guarded([&] {
+    LogNull quiet;
+    for (const char* field : {kTypeField, kDispositionField, kTransferEncodingField}) {
+      std::string scratch;
+      const int row = from.m_header.findField(field);
+      if (row < 0) continue;
+      const std::string value(from.m_header.unfoldedValue(row, scratch));
+      m_header.replaceMimeFieldUtf8_a(field, value.c_str(), /*asGiven=*/true, /*ordinary=*/true, quiet);
+    }
+    LimitSet limits;
+    readContentFields(limits);
+  });
 }
 
 void MimeMessage2::extractHeader(MimeHeader& out) {
-  const bool foldLongValues = out.m_foldLongValues;
-  m_header.encode8bitFields();
-  out = std::move(m_header);
-  out.m_foldLongValues = foldLongValues;
+  guarded([&] {
+    const bool foldLongValues = out.m_foldLongValues;
+    m_header.encode8bitFields();
+    out = std::move(m_header);
+    out.m_foldLongValues = foldLongValues;
+  });
 }
 
 }  // namespace mailtree

@@ -51,6 +51,7 @@ void MimeMessage2::reset() {
   m_receivedBytes.reset();
   m_limits.clear();
   m_repairs = RepairSet();
+  m_isWhole = true;
   m_isUnwrapped = false;
 }
 
@@ -92,20 +93,22 @@ bool MimeMessage2::loadMimeComplete2(const char* data, unsigned size, bool /*kee
 bool MimeMessage2::loadMimeCompleteDb(DataBuffer& mime, LogBase& log) { return loadText(mime.view(), log); }
 
 void MimeMessage2::makeAttachmentFilenamesRelative(LogBase&) {
-  std::vector<MimeMessage2*> pending{this};
-  while (!pending.empty()) {
-    MimeMessage2& entity = *pending.back();
-    pending.pop_back();
-    for (const auto& part : entity.m_parts) pending.push_back(part.get());
-    if (baseName(entity.m_filename).size() != entity.m_filename.getSize()) {
-      entity.m_filename.stripDirectory();
-      entity.refreshDispositionField();
+  guarded([&] {
+    std::vector<MimeMessage2*> pending{this};
+    while (!pending.empty()) {
+      MimeMessage2& entity = *pending.back();
+      pending.pop_back();
+      for (const auto& part : entity.m_parts) pending.push_back(part.get());
+      if (baseName(entity.m_filename).size() != entity.m_filename.getSize()) {
+        entity.m_filename.stripDirectory();
+        entity.refreshDispositionField();
+      }
+      if (baseName(entity.m_contentType.m_name).size() != entity.m_contentType.m_name.getSize()) {
+        entity.m_contentType.m_name.stripDirectory();
+        entity.refreshContentTypeField();
+      }
     }
-    if (baseName(entity.m_contentType.m_name).size() != entity.m_contentType.m_name.getSize()) {
-      entity.m_contentType.m_name.stripDirectory();
-      entity.refreshContentTypeField();
-    }
-  }
+  });
 }
 
 // Reading
@@ -152,17 +155,21 @@ void MimeMessage2::getHeaderFieldUtf8(const char* name, StringBuffer& out, LogBa
 }
 
 void MimeMessage2::getEmailAddresses(const char* field, ExtPtrArray& out, LogBase&) const {
-  // Read before decoding, so that an encoded word cannot forge an address.
-  std::string scratch;
-  const std::string_view name = viewOf(field);
-  for (int i = m_header.findField(name); i >= 0; i = m_header.findField(name, i + 1))
-    _svEmailAddress::parseAndLoadList(m_header.unfoldedValue(i, scratch), out);
+  guarded([&] {
+    // Read before decoding, so that an encoded word cannot forge an address.
+    std::string scratch;
+    const std::string_view name = viewOf(field);
+    for (int i = m_header.findField(name); i >= 0; i = m_header.findField(name, i + 1))
+      _svEmailAddress::parseAndLoadList(m_header.unfoldedValue(i, scratch), out);
+  });
 }
 
 void MimeMessage2::getQBEncodedHeader(StringBuffer& out, LogBase& log) const {
-  MimeHeader encoded(m_header);
-  encoded.encode8bitFields();
-  encoded.getMimeHeader(out, nullptr, kCpUtf8, /*isTop=*/true, log);
+  guarded([&] {
+    MimeHeader encoded(m_header);
+    encoded.encode8bitFields();
+    encoded.getMimeHeader(out, nullptr, kCpUtf8, /*isTop=*/true, log);
+  });
 }
 
 MimeMessage2* MimeMessage2::getPart(int index) const noexcept {
@@ -187,11 +194,13 @@ bool MimeMessage2::setBodyFromText(std::string_view bytes, std::string_view char
 
 void MimeMessage2::setMimeBody8Bit_2(const void* data, unsigned size, const _svCharset& charset, bool isText,
                                      LogBase& log) {
-  const auto* bytes = static_cast<const unsigned char*>(data);
-  const std::string_view text(static_cast<const char*>(data), data ? size : 0);
-  const bool isConverted = isText && *charset.getName() && isConvertibleText(ownTraits()) &&
-                           setBodyFromText(text, charset.getName());
-  if (!isConverted) setMimeBodyBinary2(bytes, size, log);
+  guarded([&] {
+    const auto* bytes = static_cast<const unsigned char*>(data);
+    const std::string_view text(static_cast<const char*>(data), data ? size : 0);
+    const bool isConverted = isText && *charset.getName() && isConvertibleText(ownTraits()) &&
+                             setBodyFromText(text, charset.getName());
+    if (!isConverted) setMimeBodyBinary2(bytes, size, log);
+  });
 }
 
 void MimeMessage2::setMimeBodyBinary2(const unsigned char* data, unsigned size, LogBase& log) {
@@ -209,7 +218,7 @@ void MimeMessage2::extractMimeBody(DataBuffer& out, LogBase&) { out.takeData(m_b
 // Parts
 
 void MimeMessage2::adoptContent(MimeMessage2& content) {
-  m_header.takeFieldsBeginningWith("Content-", content.m_header);
+  guarded([&] { m_header.takeFieldsBeginningWith("Content-", content.m_header); });
   m_contentType = std::move(content.m_contentType);
   m_charset = std::move(content.m_charset);
   m_parsedCharset = std::move(content.m_parsedCharset);
@@ -223,22 +232,29 @@ void MimeMessage2::adoptContent(MimeMessage2& content) {
   m_receivedBytes.reset();
   m_limits.add(content.m_limits);
   m_repairs.add(content.m_repairs);
+  m_isWhole &= content.m_isWhole;
 }
 
 void MimeMessage2::newMultipartAlternative(LogBase& log) {
-  m_contentType.m_type.setString("multipart/alternative");
-  Psdk::generateBoundary(m_contentType.m_boundary, log);
-  refreshContentTypeField();
+  guarded([&] {
+    m_contentType.m_type.setString("multipart/alternative");
+    Psdk::generateBoundary(m_contentType.m_boundary, log);
+    refreshContentTypeField();
+  });
 }
 
 void MimeMessage2::addPart(MimeMessage2* part) {
-  Owned<MimeMessage2> owned(part);
-  if (owned) m_parts.push_back(std::move(owned));
+  guarded([&] {
+    Owned<MimeMessage2> owned(part);
+    if (owned) m_parts.push_back(std::move(owned));
+  });
 }
 
 void MimeMessage2::addPartInFront(MimeMessage2* part) {
-  Owned<MimeMessage2> owned(part);
-  if (owned) m_parts.insert(m_parts.begin(), std::move(owned));
+  guarded([&] {
+    Owned<MimeMessage2> owned(part);
+    if (owned) m_parts.insert(m_parts.begin(), std::move(owned));
+  });
 }
 
 MimeMessage2* MimeMessage2::extractPart(int index) {
@@ -250,8 +266,10 @@ MimeMessage2* MimeMessage2::extractPart(int index) {
 }
 
 void MimeMessage2::replacePart(int index, MimeMessage2* part, LogBase&) {
-  Owned<MimeMessage2> owned(part);
-  if (extractPart(index) && owned) m_parts.insert(m_parts.begin() + index, std::move(owned));
+  guarded([&] {
+    Owned<MimeMessage2> owned(part);
+    if (extractPart(index) && owned) m_parts.insert(m_parts.begin() + index, std::move(owned));
+  });
 }
 
 }  // namespace mailtree

@@ -6,6 +6,8 @@
 //   Bodies     Decoded from their transfer encoding; text that output converts back is in utf-8, an attached
 //              text file keeps its bytes. A multipart that could not be split, and a message/*, holds its raw
 //              bytes.
+//   Failure    Nothing throws. When memory ran out in an operation, the entity is no longer whole and becomes no
+//              node.
 #pragma once
 
 #include <cstddef>
@@ -161,6 +163,7 @@ class MimeMessage2 final : public SorvikObject {
   RepairSet repairs() const noexcept { return m_repairs; }
   void addRepair(Repair repair) noexcept { m_repairs.add(repair); }
   void addLimit(Limit limit) noexcept { m_limits.add(limit); }
+  bool isWhole() const noexcept { return m_isWhole; }  ///< No operation ran out of memory.
   bool isUnwrapped() const noexcept { return m_isUnwrapped; }
   void markUnwrapped() noexcept { m_isUnwrapped = true; }
 
@@ -171,6 +174,13 @@ class MimeMessage2 final : public SorvikObject {
 
   void reset();
   void deleteParts() noexcept;
+  template <class Work>
+  void guarded(Work&& work) const noexcept {
+    m_isWhole &= neverThrow(false, [&] {
+      work();
+      return true;
+    });
+  }
   /// The traits that cost nothing: without the look at Content-Class.
   PartTraits ownTraits() const noexcept;
 
@@ -204,6 +214,7 @@ class MimeMessage2 final : public SorvikObject {
   std::unique_ptr<DataBuffer> m_receivedBytes;
   LimitSet m_limits;
   RepairSet m_repairs;
+  mutable bool m_isWhole = true;
   bool m_isUnwrapped = false;       ///< Security layers were looked for here.
   Slab* m_slab = nullptr;           ///< In which it lives, if it does.
   MimeMessage2* m_above = nullptr;  ///< The way back up while a tree is destroyed; set and read only there.

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -229,6 +230,11 @@ TEST(AttachedMessages, give_any_parameter_of_the_part_that_holds_them) {
     EXPECT_EQ(root->getPart(0)->getHeaderFieldAttr(row.field, row.attribute, own, log), *row.value != '\0');
     EXPECT_STREQ(own.getUtf8(), row.value) << row.field << " " << row.attribute;
   }
+  XString field("Content-Type"), attribute("name"), value;
+  int counter = std::numeric_limits<int>::max();
+  LogNull log;
+  EXPECT_FALSE(root->getAttachedMessageAttr(0, counter, field, attribute, log, value));
+  EXPECT_EQ(counter, std::numeric_limits<int>::max());
 }
 
 TEST(Digests, are_only_the_node_asked_and_count_its_own_entries) {

@@ -81,7 +81,7 @@ EmailPtr TreeBuilder::convert(MimeMessage2& entity, int depth, bool unwrap) {
   resetSendSettings();
   takeBody(entity, *node, charset);
   addChildren(entity, *node, depth, unwrapHere);
-  return node;
+  return entity.isWhole() ? std::move(node) : EmailPtr();
 }
 
 void TreeBuilder::readEnvelope(const MimeMessage2& entity, Email2& node) {

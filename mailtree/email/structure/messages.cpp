@@ -1,4 +1,5 @@
 // email/structure/messages.cpp - messages inside a message: attached ones and the entries of a digest.
+#include <limits>
 #include <vector>
 
 #include "mailtree/email/loading/settings_kept.h"
@@ -40,7 +41,7 @@ class MessagePosition : public MessageVisitor {
   bool isHere() const noexcept { return m_counter == m_index; }
   bool pass() noexcept {
     if (isHere()) return false;
-    ++m_counter;
+    if (m_counter < std::numeric_limits<int>::max()) ++m_counter;
     return true;
   }
 
