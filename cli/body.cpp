@@ -70,7 +70,8 @@ std::string checkCharset(const std::string& name) {
 void addBody(CLI::App& app, Action& action) {
   auto options = std::make_shared<BodyOptions>();
   CLI::App* verb = app.add_subcommand(
-      "body", "Print the body: plain text, else HTML; exactly its bytes, unless onto a terminal");
+      "body",
+      "Print the body: plain text, else HTML; as it is but for damaged bytes, unless onto a terminal");
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   CLI::Option* text =
       verb->add_flag("--text", options->text, "The plain text only; status 1 when there is none");

@@ -138,10 +138,18 @@ void markAttachments(Email2& root, const RowOfNode& rowOf, Outline& outline) {
   found.removeAll();
 }
 
+/// Stored utf-8, with U+FFFD for what is damaged.
+std::string shownUtf8(std::string_view bytes) {
+  std::string text;
+  decodeToUtf8(kCpUtf8, bytes, text);
+  return text;
+}
+
 /// Text that nothing explains: by the code page of the header, else by a guess. Nobody writes utf-16 without
 /// NULs in it, so that the guess is not that; what is left to it are the letters of iso-8859-1.
 std::string decodedBy(int ofHeader, std::string_view bytes) {
   const int detected = detectCodePage(bytes);
+  if (detected == kCpUtf8) return shownUtf8(bytes);
   const bool isWild = hasWideUnits(detected) && !contains(bytes, std::string_view("\0", 1));
   std::string text;
   for (const int codePage : {ofHeader, isWild ? 0 : detected, kCpLatin1}) {
@@ -196,11 +204,13 @@ Email2* untypedBody(Email2& root) {
 std::string textOf(const PartRow& row) {
   Email2& node = *row.node;
   const std::string_view bytes = node.m_body.view();
-  if (isConvertibleText(node.traits()) && isValidUtf8(bytes)) return std::string(bytes);
+  const bool isUtf8 = isValidUtf8(bytes);
+  if (isConvertibleText(node.traits()) && (isUtf8 || node.m_repairs.has(Repair::damagedText)))
+    return shownUtf8(bytes);
   DataBuffer converted;
   const DecodedText decoded = receivedTextToUtf8(row.charset, bytes, converted);
   if (decoded.converted) return std::string(converted.view());
-  if (isValidUtf8(bytes)) return std::string(bytes);
+  if (isUtf8 || decoded.codePage == kCpUtf8) return shownUtf8(bytes);
   return decodedBy(node.m_header.getDetectedCP(), bytes);
 }
 

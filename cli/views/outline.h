@@ -47,7 +47,7 @@ std::vector<int> relatedItemsOf(Email2& root, const Outline& outline);
 Email2* untypedBody(Email2& root);
 
 /// The text of a text part in utf-8: stored text as it is; an attached file, which keeps its bytes, by its
-/// own label, else by detection. Bytes that nothing explains stay.
+/// own label, else by detection. What is damaged is U+FFFD; bytes that nothing explains stay.
 std::string textOf(const PartRow& row);
 
 /// The date of the message in GMT; nothing when no date field was usable.

@@ -102,8 +102,12 @@ std::string repairsOf(const Email2& node, bool verbose) {
   if (node.m_repairs.isEmpty()) return {};
   if (!verbose) return "repaired";
   std::string text = "repaired:";
-  for (const RepairName& row : kRepairNames)
-    if (node.m_repairs.has(row.repair)) text.append(text.ends_with(':') ? " " : ", ").append(row.name);
+  for (const RepairName& row : kRepairNames) {
+    if (!node.m_repairs.has(row.repair)) continue;
+    text.append(text.ends_with(':') ? " " : ", ").append(row.name);
+    if (row.repair == Repair::damagedText)
+      text += " (" + std::to_string(node.m_repairs.damagedSequences()) + ")";
+  }
   return text;
 }
 

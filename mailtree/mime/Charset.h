@@ -33,6 +33,8 @@ int codePageOfCharset(std::string_view name) noexcept;
 /// Preferred MIME name of a code page, in lower case; empty when unknown.
 std::string_view charsetNameOf(int codePage) noexcept;
 
+/// Whether characters of a known code page may take several bytes, so that damage to a text shows.
+bool isMultibyte(int codePage) noexcept;
 /// Whether a code page has units of two or four bytes (utf-16, utf-32): neither markup nor line ends can be
 /// read in its bytes.
 bool hasWideUnits(int codePage) noexcept;
@@ -96,13 +98,27 @@ enum class TextOrigin {
 
 struct DecodedText {
   TextOrigin origin;
-  int codePage;    ///< That carried the bytes; 0 for unlabelled and unexplained.
-  bool converted;  ///< Whether `out` holds new text; when false the bytes are already right as they stand.
+  int codePage;             ///< That carried the bytes; 0 for unlabelled and unexplained.
+  bool converted;           ///< Whether `out` holds new text; when false the bytes stay as they are.
+  std::size_t damaged = 0;  ///< Sequences without meaning: U+FFFD in `out`; utf-8 keeps them.
 };
 
 /// Brings received text to utf-8 by its label: the label is believed when it can decode every byte; else byte
-/// order mark, valid utf-8, detection. `out` is replaced only when `converted` comes back true (7-bit text in
-/// an ASCII-compatible charset and valid utf-8 need none). Never adds U+FFFD.
+/// order mark, valid utf-8, readDespiteDamage, detection. `out` is replaced only when `converted` comes back true
+/// (7-bit text in an ASCII-compatible charset and utf-8, even damaged, need none).
 DecodedText receivedTextToUtf8(std::string_view label, std::string_view bytes, DataBuffer& out);
+
+/// Whether a byte C2 or C3 is followed by one that is no ASCII: how every accented Latin letter begins in utf-8.
+bool holdsAccentInUtf8(std::string_view bytes) noexcept;
+
+struct DamagedReading {
+  int codePage;         ///< 0 when no reading explains enough.
+  std::size_t damaged;  ///< Sequences that mean nothing in it.
+};
+
+/// In which code page text is read that its label (`claimed`, 0 for none) does not explain wholly: a few damaged
+/// bytes do not make it something else. The label utf-8 is believed when valid sequences outnumber damaged ones,
+/// another multibyte one when nine in ten are valid or when just one is damaged; so is utf-8 without a label.
+DamagedReading readDespiteDamage(int claimed, std::string_view bytes);
 
 }  // namespace mailtree

@@ -68,6 +68,8 @@ bool converting(int codePage, Run&& run) noexcept {
 
 }  // namespace
 
+bool isMultibyte(int codePage) noexcept { return isKnown(codePage) && !singleByteCodec(codePage); }
+
 bool hasWideUnits(int codePage) noexcept {
   return codePage == kCpUtf16LE || codePage == kCpUtf16BE || codePage == kCpUtf32LE || codePage == kCpUtf32BE;
 }

@@ -43,6 +43,8 @@ const Mark* markOf(std::string_view bytes) noexcept {
 
 // utf-16 without a mark: the upper halves of its units are mostly the same byte, and that is mostly zero.
 
+constexpr bool isUtf16(int codePage) noexcept { return codePage == kCpUtf16LE || codePage == kCpUtf16BE; }
+
 struct ZeroCounts {
   std::size_t even = 0;
   std::size_t odd = 0;
@@ -171,17 +173,81 @@ int codePageByStatistics(std::string_view bytes) {
   return 0;
 }
 
+// Damage. Characters beyond ASCII say which charset a text is in, and so only they are counted.
+
+struct Sequences {
+  std::size_t valid = 0;
+  std::size_t damaged = 0;
+
+  bool mostlyValid() const noexcept { return valid > 0 && valid >= 9 * damaged; }
+  bool oneBesideValid() const noexcept { return valid > 0 && damaged == 1; }
+};
+
+Sequences utf8Sequences(std::string_view bytes) noexcept {
+  Sequences found;
+  for (std::size_t at = 0; at < bytes.size();) {
+    if (!is8bit(bytes[at])) {
+      ++at;
+      continue;
+    }
+    const std::size_t begin = at;
+    const bool isDamaged = nextCodePoint(bytes, at) == kReplacementCharacter &&
+                           bytes.substr(begin, at - begin) != kReplacementUtf8;
+    ++(isDamaged ? found.damaged : found.valid);
+  }
+  return found;
+}
+
+/// Counted in what a conversion gave. With wide units ASCII letters say as much as any other.
+Sequences sequencesIn(int codePage, std::string_view bytes) {
+  std::string utf8;
+  decodeToUtf8(codePage, bytes, utf8);
+  const bool countsAscii = hasWideUnits(codePage);
+  Sequences found;
+  for (std::size_t at = 0; at < utf8.size(); ++at) {
+    const bool begins = is8bit(utf8[at]) ? byteOf(utf8[at]) >= 0xC0 : countsAscii;
+    if (!begins) continue;
+    const bool isDamaged = utf8.compare(at, kReplacementUtf8.size(), kReplacementUtf8) == 0;
+    ++(isDamaged ? found.damaged : found.valid);
+  }
+  return found;
+}
+
+/// Whether a label that names a multibyte charset is wrong for all that some of the text can be read in it.
+bool contradicts(int claimed, std::string_view bytes) noexcept {
+  if (!hasWideUnits(claimed)) return isAsciiCompatible(claimed) && looksWestern(bytes);
+  const ZeroCounts zeros = countZeros(bytes);
+  if (zeros.even + zeros.odd == 0) return isAscii(bytes) || looksWestern(bytes);
+  // Zeros on both sides: a byte is lacking in the middle, and what follows is out of step.
+  const auto [fewer, more] = std::minmax(zeros.even, zeros.odd);
+  return isUtf16(claimed) && 4 * fewer > more;
+}
+
+DamagedReading readDamaged(int claimed, std::string_view bytes) {
+  if (isAsciiCompatible(claimed) && isValidUtf8(bytes)) return {kCpUtf8, 0};
+  const Sequences utf8 = utf8Sequences(bytes);
+  const bool isBelieved = claimed == kCpUtf8 && utf8.valid > utf8.damaged;
+  if (isBelieved || utf8.mostlyValid()) return {kCpUtf8, utf8.damaged};
+
+  if (claimed != kCpUtf8 && isMultibyte(claimed) && !contradicts(claimed, bytes)) {
+    const Sequences found = sequencesIn(claimed, bytes);
+    if (found.mostlyValid() || found.oneBesideValid()) return {claimed, found.damaged};
+  }
+  if (utf8.damaged == 0) return {kCpUtf8, 0};
+  // A capital before a closing quote, alone in a western text, is a sequence of utf-8 too.
+  const bool isUtf8 = utf8.oneBesideValid() && (holdsAccentInUtf8(bytes) || !looksWestern(bytes));
+  return isUtf8 ? DamagedReading{kCpUtf8, 1} : DamagedReading{0, 0};
+}
+
 int detect(std::string_view bytes) {
   if (bytes.empty()) return 0;
   if (const int codePage = codePageByEscapes(bytes)) return codePage;
   if (const int codePage = utf16ByZeros(bytes); codePage && explains(codePage, bytes)) return codePage;
-  if (isValidUtf8(bytes)) return kCpUtf8;
+  if (readDamaged(0, bytes).codePage == kCpUtf8) return kCpUtf8;
   return looksWestern(bytes) ? kCpWindows1252 : codePageByStatistics(bytes);
 }
 
 // A received text
-
-constexpr bool isUtf16(int codePage) noexcept { return codePage == kCpUtf16LE || codePage == kCpUtf16BE; }
 
 /// Which utf-16 a text is in whose label says utf-16. Without a mark and without a byte order in the label it
 /// is big-endian (RFC 2781, 4.3), unless its zeros say otherwise.
@@ -198,14 +264,16 @@ class Receiver {
 
   DecodedText run() {
     if (trim(m_label).empty()) return {TextOrigin::unlabelled, 0, false};
-    const int declared = codePageOfCharset(m_label);
-    if (declared && carries(isUtf16(declared) ? byUtf16Label(declared) : declared, TextOrigin::declared))
-      return m_result;
-    if (const Mark* const mark = markOf(m_bytes); mark && carries(mark->codePage, TextOrigin::byteOrderMark))
-      return m_result;
+    const int named = codePageOfCharset(m_label);
+    const int declared = isUtf16(named) ? byUtf16Label(named) : named;
+    const Mark* const mark = markOf(m_bytes);
+    if (declared && carries(declared, TextOrigin::declared)) return m_result;
+    if (mark && carries(mark->codePage, TextOrigin::byteOrderMark)) return m_result;
     if (const int escapes = codePageByEscapes(m_bytes); escapes && carries(escapes, TextOrigin::detected))
       return m_result;
-    if (carries(kCpUtf8, TextOrigin::validUtf8)) return m_result;
+    if (mark ? carriesDamaged(mark->codePage, TextOrigin::byteOrderMark)
+             : carriesDamaged(declared, TextOrigin::declared))
+      return m_result;
     if (const int detected = detectCodePage(m_bytes); detected && carries(detected, TextOrigin::detected))
       return m_result;
     return {TextOrigin::unexplained, 0, false};
@@ -223,11 +291,26 @@ class Receiver {
     m_result = {origin, codePage, false};
     if (codePage == kCpUtf8) return isValidUtf8(m_bytes);
     if (isAsciiCompatible(codePage) && isAscii(m_bytes)) return true;
+    return convert(codePage);
+  }
 
+  /// Whether a code page, `claimed` if it can be, explains enough of a text that none explains wholly.
+  bool carriesDamaged(int claimed, TextOrigin origin) {
+    const auto [codePage, damaged] = readDamaged(claimed, m_bytes);
+    if (codePage == 0) return false;
+    const TextOrigin other = damaged == 0 ? TextOrigin::validUtf8 : TextOrigin::detected;
+    m_result = {codePage == claimed ? origin : other, codePage, false, damaged};
+    if (codePage != kCpUtf8) convert(codePage);
+    return true;
+  }
+
+  /// False when some byte had no meaning; of a damaged text the rest is taken all the same.
+  bool convert(int codePage) {
     // utf-16's mark is no part of the text.
     const Mark* const mark = isUtf16(codePage) ? markOf(m_bytes) : nullptr;
     DataBuffer text;
-    if (!decodeToUtf8(codePage, m_bytes.substr(mark ? mark->bytes.size() : 0), text)) return false;
+    const bool whole = decodeToUtf8(codePage, m_bytes.substr(mark ? mark->bytes.size() : 0), text);
+    if (!whole && m_result.damaged == 0) return false;
     m_out.takeData(text);
     m_result.converted = true;
     return true;
@@ -241,8 +324,18 @@ class Receiver {
 
 }  // namespace
 
+bool holdsAccentInUtf8(std::string_view bytes) noexcept {
+  for (std::size_t i = 0; i + 1 < bytes.size(); ++i)
+    if ((bytes[i] == '\xC2' || bytes[i] == '\xC3') && is8bit(bytes[i + 1])) return true;
+  return false;
+}
+
 int detectCodePage(std::string_view bytes) {
   return neverThrow(0, [bytes] { return detect(bytes); });
+}
+
+DamagedReading readDespiteDamage(int claimed, std::string_view bytes) {
+  return neverThrow(DamagedReading{0, 0}, [=] { return readDamaged(claimed, bytes); });
 }
 
 DecodedText receivedTextToUtf8(std::string_view label, std::string_view bytes, DataBuffer& out) {

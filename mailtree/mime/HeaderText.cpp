@@ -17,20 +17,6 @@ std::size_t findBreak(std::string_view text, std::size_t from) noexcept {
   return findAny<'\n', '\r', '\0'>(text, from);
 }
 
-/// A few bad bytes in what is clearly utf-8 (a title cut in the middle of a character) do not make it
-/// something else.
-bool isMostlyUtf8(std::string_view bytes) noexcept {
-  std::size_t good = 0, bad = 0;
-  for (std::size_t at = 0; at < bytes.size();) {
-    if (!is8bit(bytes[at])) {
-      ++at;
-      continue;
-    }
-    ++(nextCodePoint(bytes, at) == kReplacementCharacter ? bad : good);
-  }
-  return good > bad;
-}
-
 }  // namespace
 
 bool holdsBreak(std::string_view text) noexcept { return findBreak(text, 0) != text.size(); }
@@ -64,12 +50,11 @@ void eraseBreaks(std::string& text) {
 void appendBytesAsUtf8(int codePage, std::string_view bytes, std::string& out) {
   const std::size_t before = out.size();
   if (codePage > 0 && decodeToUtf8(codePage, bytes, out)) return;
-  if (codePage == kCpUtf8 && isMostlyUtf8(bytes)) return;
 
   const std::string claimed = out.substr(before);
   out.resize(before);
-  if (isValidUtf8(bytes)) {
-    out += bytes;
+  if (const int damaged = readDespiteDamage(codePage, bytes).codePage) {
+    decodeToUtf8(damaged, bytes, out);
     return;
   }
   const int detected = detectHeaderCodePage(bytes);

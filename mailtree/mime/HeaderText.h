@@ -16,7 +16,8 @@ std::string withoutBreaks(std::string_view text);
 void eraseBreaks(std::string& text);
 
 /// Appends bytes that claim to be in a code page (0: no claim) as utf-8. A wrong claim falls through to valid
-/// utf-8 and to detection; what nothing explains becomes U+FFFD.
+/// utf-8, to what is only damaged (a title cut in the middle of a character), and to detection; what nothing
+/// explains becomes U+FFFD.
 void appendBytesAsUtf8(int codePage, std::string_view bytes, std::string& out);
 
 /// Best guess for 8-bit header text, 0 when nothing fits. Never a code page that ASCII text could not be

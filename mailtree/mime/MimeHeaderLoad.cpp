@@ -25,6 +25,15 @@ constexpr int kLastResortCodePage = 1252;
 /// headers looks for itself, so this bounds the whole.
 constexpr std::size_t kFieldReach = 64u << 10;
 
+bool explains(int codePage, std::string_view bytes) {
+  std::string scratch;
+  return decodeToUtf8(codePage, bytes, scratch);
+}
+
+bool isReadIn(int codePage, std::string_view bytes) {
+  return explains(codePage, bytes) || readDespiteDamage(codePage, bytes).codePage == codePage;
+}
+
 }  // namespace
 
 /// Walks over the lines of a header and collects rows, whose offsets count from the begin of the text.
@@ -212,13 +221,20 @@ void MimeHeader::detectCodePageOf8bit() {
     m_detectedCodePage = kCpUtf8;
     return;
   }
-  std::string bytes;  // of the values that are no utf-8
-  for (const Field& field : m_fields)
-    if (!isValidUtf8(lineOf(field))) bytes.append(valueOf(field)).append("\n");
   const int declared = declaredCodePage();
-  std::string scratch;
-  const bool isRight = declared > 0 && decodeToUtf8(declared, bytes, scratch);
-  m_detectedCodePage = isRight ? declared : detectHeaderCodePage(bytes);
+  // One of single bytes explains nearly everything, and so says little.
+  bool isDeclared = isMultibyte(declared);
+  std::string bytes;  // of the values that are no utf-8, not even a damaged one
+  for (const Field& field : m_fields) {
+    if (isValidUtf8(lineOf(field))) continue;
+    const std::string_view value = valueOf(field);
+    isDeclared = isDeclared && isReadIn(declared, value);
+    if (readDespiteDamage(0, value).codePage != kCpUtf8) bytes.append(value).append("\n");
+  }
+  if (isDeclared || (declared > 0 && !bytes.empty() && explains(declared, bytes)))
+    m_detectedCodePage = declared;
+  else
+    m_detectedCodePage = bytes.empty() ? kCpUtf8 : detectHeaderCodePage(bytes);
 }
 
 /// Code page of the charset parameter, 0 when it says nothing about 8-bit text in a header.
@@ -232,7 +248,10 @@ int MimeHeader::declaredCodePage() const {
 
 int MimeHeader::codePageOfValue(std::string_view raw) const noexcept {
   if (isValidUtf8(raw)) return kCpUtf8;
-  return m_detectedCodePage > 0 && m_detectedCodePage != kCpUtf8 ? m_detectedCodePage : kLastResortCodePage;
+  const int found = m_detectedCodePage;
+  if (isMultibyte(found) && found != kCpUtf8) return found;
+  if (readDespiteDamage(found == kCpUtf8 ? found : 0, raw).codePage == kCpUtf8) return kCpUtf8;
+  return found > 0 && found != kCpUtf8 ? found : kLastResortCodePage;
 }
 
 void MimeHeader::encode8bitFields() {

@@ -183,11 +183,13 @@ bool MimeMessage2::setBodyFromText(std::string_view bytes, std::string_view char
   const DecodedText decoded = receivedTextToUtf8(charset, bytes, text);
   const bool wasGuessed = decoded.origin == TextOrigin::byteOrderMark ||
                           decoded.origin == TextOrigin::validUtf8 || decoded.origin == TextOrigin::detected;
-  // Plain ASCII says nothing about its charset, so a label nobody knows stays unjudged.
-  if (wasGuessed && !isAscii(bytes) && decoded.codePage != m_parsedCharset.getCodePage()) {
+  // Plain ASCII says nothing about its charset, so a label nobody knows stays unjudged; escapes do.
+  if (wasGuessed && (decoded.converted || !isAscii(bytes)) &&
+      decoded.codePage != m_parsedCharset.getCodePage()) {
     m_repairs.add(Repair::charset);  // also tells copyContentType that the field is no longer the truth
     m_parsedCharset.setByCodePage(decoded.codePage);
   }
+  m_repairs.addDamage(decoded.damaged);
   if (decoded.converted) m_body = std::move(text);
   return decoded.converted;
 }

@@ -1,7 +1,10 @@
 // mime/Repairs.h - what had to be mended in a part to read it, so that it can be shown.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <string_view>
 
 #include "mailtree/base/FlagSet.h"
@@ -23,9 +26,27 @@ enum class Repair : std::uint32_t {
   nulBytes = 1024,        ///< NUL bytes in a utf-8 text became blanks.
   longLines = 2048,       ///< Unencoded HTML with lines too long for mail; it is written encoded.
   uuencoded = 4096,       ///< Files stood uuencoded in the text; they became attachments.
+  damagedText = 8192,     ///< Sequences without meaning in the text's charset; shown as U+FFFD.
 };
 
-using RepairSet = FlagSet<Repair>;
+class RepairSet : public FlagSet<Repair> {
+ public:
+  using FlagSet::add;
+  constexpr void add(RepairSet other) noexcept {
+    FlagSet::add(other);
+    m_damagedSequences = std::max(m_damagedSequences, other.m_damagedSequences);
+  }
+  constexpr void addDamage(std::size_t sequences) noexcept {
+    if (sequences == 0) return;
+    add(Repair::damagedText);
+    constexpr std::size_t kMost = std::numeric_limits<std::uint32_t>::max();
+    m_damagedSequences = static_cast<std::uint32_t>(std::min(sequences, kMost));
+  }
+  constexpr std::uint32_t damagedSequences() const noexcept { return m_damagedSequences; }
+
+ private:
+  std::uint32_t m_damagedSequences = 0;  ///< Of the text; those of utf-8 are still in the stored body.
+};
 
 struct RepairName {
   Repair repair;
@@ -47,6 +68,7 @@ inline constexpr RepairName kRepairNames[] = {
     {Repair::nulBytes, "NUL bytes"},
     {Repair::longLines, "lines too long for mail"},
     {Repair::uuencoded, "uuencoded files taken out"},
+    {Repair::damagedText, "damaged text"},
 };
 
 }  // namespace mailtree

@@ -20,6 +20,7 @@ TEST(Body, is_plain_text_else_html_and_status_1_without_one) {
       {"8-bit mail without a type", "", "Subject: s\n\nsch\xF6n und gr\xFC\xDFlich\n", 0,
        "schön und grüßlich\n"},
       {"latin-1", "", "Content-Type: text/plain; charset=iso-8859-1\n\ncaf\xE9", 0, "café"},
+      {"damaged utf-8", "", "Content-Type: text/plain; charset=utf-8\n\né é \xFF", 0, "é é \uFFFD"},
       {"both", "",
        "Content-Type: multipart/alternative; boundary=b\n\n--b\nContent-Type: text/plain\n\nt\n--b\n"
        "Content-Type: text/html\n\n<p>h\n--b--\n",

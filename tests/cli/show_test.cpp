@@ -96,6 +96,10 @@ TEST(Show, hashes_text_as_utf8_with_plain_line_ends_and_bytes_as_stored) {
   EXPECT_EQ(crlf["text_sha256"], lf["text_sha256"]);
   EXPECT_NE(crlf["sha256"], lf["sha256"]);
   EXPECT_EQ(lf["size"], 7) << "é takes two bytes in utf-8";
+  const json damaged = shown(work.write("c", "Content-Type: text/plain; charset=utf-8\n\né é \xFF"))["tree"];
+  EXPECT_EQ(damaged["sha256"], sha256Hex("é é \xFF"));
+  EXPECT_EQ(damaged["text_sha256"], sha256Hex("é é \uFFFD"));
+  EXPECT_THAT(mailtree("show -v " + work.path("c")).out, HasSubstr("damaged text (1)"));
 }
 
 TEST(Show, says_null_for_what_is_not_there) {

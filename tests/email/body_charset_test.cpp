@@ -148,6 +148,11 @@ TEST(BodyCharset, received_bodies_are_mended) {
       {"Content-Type: text/html\nContent-Transfer-Encoding: 7bit\n", longLine.substr(1), longLine.substr(1),
        Repair::longLines, false},
       {"Content-Type: text/html\n", longLine, longLine, Repair::longLines, false},
+      {"Content-Type: text/plain; charset=utf-8\n", "Gr\xC3\xB6\xC3\x9F \xFF", "Gr\xC3\xB6\xC3\x9F \xFF",
+       Repair::damagedText, true},
+      {"Content-Type: text/plain; charset=big5\n", "\xA4\xA4\xA4\xE5\xA4", "中文\uFFFD", Repair::damagedText,
+       true},
+      {"", "\xD0\xB4\xD0\xB0 \xD0", "\xD0\xB4\xD0\xB0 \xD0", Repair::damagedText, true},
   };
   for (const auto& row : rows) {
     const Received got = receive(row.fields, row.body);

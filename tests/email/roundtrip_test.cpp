@@ -150,6 +150,7 @@ TEST(RoundTrip, holds_for_text_of_every_kind_in_every_encoding) {
       "gr\xC3\xBC\xC3\x9F\r\n",
       "\xD0\xB4\xD0\xB0\r\n",
       "\xE6\x97\xA5\xE6\x9C\xAC\r\n",
+      "gr\xC3\xBC\xC3\x9F \xC3\r\n",
   };
   LogNull log;
   for (const std::string_view body : bodies) {

@@ -378,6 +378,22 @@ TEST(ReceivedText, believes_the_label_when_it_explains_every_byte) {
        "e",
        TextOrigin::detected, 1252, true, "Viele Grüße"},
       {"euc-jp", "\xFF\xFF\xFF", TextOrigin::unexplained, 0, false, ""},
+      // Damaged: the label holds, and so does utf-8 without one.
+      {"utf-8", "some plain words: é é \xFF \xE9", TextOrigin::detected, 1252, true,
+       "some plain words: Ã© Ã© ÿ é"},
+      {"utf-8", "é é é \xFF \xE9", TextOrigin::declared, 65001, false, ""},
+      {"us-ascii", "café \xC3", TextOrigin::detected, 65001, false, ""},
+      {"us-ascii",
+       "a \x93"
+       "CAF\xC9\x94",
+       TextOrigin::detected, 1252, true, "a “CAFÉ”"},
+      {"gb2312", "\xD6\xD0\xCE\xC4\xD6", TextOrigin::declared, 936, true, "中文\uFFFD"},
+      {"gb2312", "中文中文中文中文中\xE4\xB8", TextOrigin::detected, 65001, false, ""},
+      {"big5", "caf\xE9 na\xEFve", TextOrigin::detected, 1252, true, "café naïve"},
+      {"iso-2022-jp", "\x1B$BF|K", TextOrigin::declared, 50220, true, "日\uFFFD"},
+      {"utf-16le", std::string("a\0b\0c", 5), TextOrigin::declared, 1200, true, "ab\uFFFD"},
+      {"iso-2022-jp", "\x1B$BF|\x1B(B words \xFF", TextOrigin::declared, 50220, true, "日 words \uFFFD"},
+      {"utf-16", "hello", TextOrigin::validUtf8, 65001, false, ""},
   };
   for (const auto& row : rows) {
     DataBuffer out;

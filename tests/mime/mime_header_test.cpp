@@ -186,6 +186,11 @@ TEST(MimeHeader, code_page_of_8bit_text_is_utf8_then_declared_then_detected) {
       {"Subject: \xF0\xD2\xC9\xD7\xC5\xD4\r\nContent-Type: text/plain; charset=koi8-r\r\n", 20866, "Привет"},
       {"Subject: caf\xC3\xA9\r\nX: \xE9\r\nContent-Type: text/plain; charset=iso-8859-2\r\n", 28592, "café"},
       {"Subject: caf\xC3\xA9\r\nContent-Type: text/plain; charset=koi8-r\r\n", 65001, "café"},
+      // Damaged
+      {"Subject: caf\xC3\xA9 \xC3\r\nX: \xC3\xA9 \xC3\r\nContent-Type: a/b; charset=koi8-r\r\n", 65001,
+       "café \uFFFD"},
+      {"Subject: caf\xC3\xA9 \xC3\r\nX: caf\xE9\r\n", 1252, "café \uFFFD"},
+      {"Subject: \xD6\xD0\xCE\xC4\xD6\r\nContent-Type: a/b; charset=gb2312\r\n", 936, "中文\uFFFD"},
   };
   for (const auto& row : rows) {
     const MimeHeader header = loaded(row.text);

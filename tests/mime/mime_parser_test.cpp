@@ -265,6 +265,7 @@ TEST(MimeParser, text_comes_in_utf8_unless_it_is_attached) {
       {"Content-Type: text/plain; charset=us-ascii", "caf\xC3\xA9", "caf\xC3\xA9", kCpUtf8, true},
       {"Content-Type: text/plain; charset=x-nobody-knows", "caf\xC3\xA9", "caf\xC3\xA9", kCpUtf8, true},
       {"Content-Type: text/plain; charset=us-ascii", "cafe", "cafe", kCpUsAscii, false},
+      {"Content-Type: text/plain; charset=x-nobody-knows", "\x1B$BF|\x1B(B", "日", 50220, true},
       {"Content-Type: text/plain; charset=utf-16le\nContent-Transfer-Encoding: base64", "6QA=", "\xC3\xA9",
        kCpUtf16LE, false},
       {"Content-Type: text/plain; charset=iso-8859-1\nContent-Transfer-Encoding: quoted-printable", "=E9",

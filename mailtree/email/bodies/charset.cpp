@@ -7,24 +7,11 @@
 namespace mailtree {
 namespace {
 
-/// Whether a byte C2 or C3 is followed by one that is no ASCII: how every accented Latin letter begins in
-/// utf-8. In Cyrillic code pages they are letters too, so most of what is no ASCII must be utf-8: a few broken
-/// characters do not make it another charset.
-bool looksLikeUtf8(std::string_view bytes) noexcept {
-  bool isMarked = false;
-  for (std::size_t i = 0; i + 1 < bytes.size() && !isMarked; ++i)
-    isMarked = (bytes[i] == '\xC2' || bytes[i] == '\xC3') && is8bit(bytes[i + 1]);
-  if (!isMarked) return false;
-  std::size_t good = 0, broken = 0;
-  for (std::size_t at = 0; at < bytes.size();) {
-    if (!is8bit(bytes[at])) {
-      ++at;
-      continue;
-    }
-    const std::size_t begin = at;
-    ++(nextCodePoint(bytes, at) == kReplacementCharacter && at - begin < 3 ? broken : good);
-  }
-  return good > 0 && good >= broken;
+/// Text without a label as utf-8. An accented Latin letter there is as good as a label; but in Cyrillic code pages C2
+/// and C3 are letters too, and so most of what is no ASCII must be utf-8 as well.
+DamagedReading readUnlabelled(std::string_view bytes) {
+  if (isValidUtf8(bytes)) return {kCpUtf8, 0};
+  return readDespiteDamage(holdsAccentInUtf8(bytes) ? kCpUtf8 : 0, bytes);
 }
 
 /// What is in the charset that an email leaves behind may have looked 7-bit: the labels of its parts must not
@@ -151,8 +138,9 @@ void Email2::chooseCharsetIfNecessaryX(XString& text, LogBase& log) {
 void Email2::detectAndSetCharset(LogBase& log) {
   if (!isLive()) return;
   LogContextExitor context(log, "detectAndSetCharset");
-  const std::string_view bytes = m_body.view();
-  if (looksLikeUtf8(bytes) || isValidUtf8(bytes)) {
+  const DamagedReading utf8 = readUnlabelled(m_body.view());
+  if (utf8.codePage == kCpUtf8) {
+    m_repairs.addDamage(utf8.damaged);
     if (m_common && m_common->m_charset.getCodePage() == 0) m_common->m_charset.setByCodePage(kCpUtf8);
     return;
   }

@@ -45,12 +45,14 @@ bool mayHoldUuencoded(const Email2& node) {
   return !isType(node.m_contentType.m_type, "message/rfc822") && !node.isStrictAttachment(nullptr);
 }
 
-/// Text of which nobody says the charset, as utf-8: old mailers wrote names and texts in their own.
+/// Text of which nobody says the charset, as utf-8: old mailers wrote names and texts in their own. What is damaged
+/// becomes U+FFFD.
 void guessUtf8(StringBuffer& text) {
   if (isValidUtf8(text)) return;
   std::string decoded;
   const int detected = detectCodePage(text);
-  if (decodeToUtf8(detected > 0 ? detected : kCpLatin1, text, decoded)) text.setString(decoded);
+  const bool isWhole = decodeToUtf8(detected > 0 ? detected : kCpLatin1, text, decoded);
+  if (isWhole || detected == kCpUtf8) text.setString(decoded);
 }
 
 void addFiles(Email2& node, ExtPtrArray& files, ExtPtrArraySb& names, LogBase& log) {
@@ -124,7 +126,7 @@ void setTextBefore(Email2& email, std::string_view text, LogBase& log) {
   const int codePage = email.emailCodePage();
   if (codePage != 0 && codePage != kCpUtf8)
     trimmed.convertEncoding(codePage, kCpUtf8, log);
-  else
+  else if (detectCodePage(trimmed) != kCpUtf8)  // a body keeps damaged bytes
     guessUtf8(trimmed);
   DataBuffer body;
   body.append(trimmed);

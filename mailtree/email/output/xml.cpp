@@ -5,6 +5,7 @@
 #include "mailtree/base/Xml.h"
 
 #include "mailtree/base/Search.h"
+#include "mailtree/base/Utf.h"
 #include "mailtree/email/internal.h"
 
 namespace mailtree {
@@ -29,6 +30,21 @@ void addPartsAsText(Email2& node, ClsXml& body, LogBase& log) {
   const std::size_t headerEnd = findSubstring(mime, kEmptyLine);
   if (headerEnd != std::string_view::npos) mime.text().erase(0, headerEnd + kEmptyLine.size());
   setBodyText(body, node.m_transferEncoding, mime);
+}
+
+bool isDamagedUtf8(const Email2& node) noexcept {
+  return node.m_repairs.has(Repair::damagedText) && isConvertibleText(node.traits()) &&
+         !isValidUtf8(node.m_body.view());
+}
+
+/// The body in its transfer encoding. What is damaged is U+FFFD there too, as XML gives it in the clear.
+void encodeBody(Email2& node, StringBuffer& text, LogBase& log) {
+  if (!isDamagedUtf8(node)) return node.getMimeBodyEncodedUtf8(text, log);
+  DataBuffer stored;
+  stored.takeData(node.m_body);
+  decodeToUtf8(kCpUtf8, stored.view(), node.m_body);
+  node.getMimeBodyEncodedUtf8(text, log);
+  node.m_body.takeData(stored);
 }
 
 bool fillElement(Email2& node, ClsXml& element, int level, LogBase& log);
@@ -60,7 +76,7 @@ bool fillElement(Email2& node, ClsXml& element, int level, LogBase& log) {
   addSubparts(node, *body, level, log);
   if (node.m_body.isEmpty()) return true;
   StringBuffer text;
-  node.getMimeBodyEncodedUtf8(text, log);
+  encodeBody(node, text, log);
   setBodyText(*body, node.m_transferEncoding, text);
   return true;
 }
