@@ -110,6 +110,14 @@ class WordScanner {
   bool m_searched = false;
 };
 
+void appendPayload(const Word& word, std::string& out) {
+  if (!word.isBase64) return quotedPrintable::decodeQ(word.payload, out);
+  const std::size_t before = out.size();
+  out.resize(before + base64::decodedCapacity(word.payload.size()));
+  const std::size_t size = base64::decode(word.payload, reinterpret_cast<std::uint8_t*>(out.data()) + before);
+  out.resize(before + size);
+}
+
 /// Collects the bytes of adjacent words of one charset and converts them together.
 class WordJoiner {
  public:
@@ -118,12 +126,17 @@ class WordJoiner {
   void add(const Word& word, int codePage) {
     if (codePage != m_codePage) flush();
     m_codePage = codePage;
-    if (word.isBase64)
-      addBase64(word.payload);
-    else if (isAscii(word.payload) || !isValidUtf8(word.payload))
-      quotedPrintable::decodeQ(word.payload, m_bytes);
+    if (word.isBase64 || isAscii(word.payload) || !isValidUtf8(word.payload))
+      appendPayload(word, m_bytes);
     else
       addHalfEncoded(word.payload);
+  }
+
+  /// Joins what words of an unknown charset hold, which is utf-8.
+  void addUtf8(std::string_view bytes) {
+    if (m_codePage != kCpUtf8) flush();
+    m_codePage = kCpUtf8;
+    m_bytes += bytes;
   }
 
   void flush() {
@@ -132,14 +145,6 @@ class WordJoiner {
   }
 
  private:
-  void addBase64(std::string_view payload) {
-    const std::size_t before = m_bytes.size();
-    m_bytes.resize(before + base64::decodedCapacity(payload.size()));
-    const std::size_t size =
-        base64::decode(payload, reinterpret_cast<std::uint8_t*>(m_bytes.data()) + before);
-    m_bytes.resize(before + size);
-  }
-
   /// A Q payload in which somebody left 8-bit text: that text is utf-8 by now, whatever the word's charset
   /// is.
   void addHalfEncoded(std::string_view payload) {
@@ -176,17 +181,30 @@ std::string decodeEncodedWords(std::string_view value) {
   WordJoiner joiner(out);
   Word word{};
   std::size_t done = 0;  // what lies before is in `out` or in the joiner
-  while (scanner.next(word)) {
-    const int codePage = codePageOfCharset(word.charset);
-    if (codePage <= 0) continue;  // stays as it is
-    const std::string_view gap = value.substr(done, word.begin - done);
+  for (bool found = scanner.next(word); found;) {
+    const Word first = word;
+    const int codePage = codePageOfCharset(first.charset);
+    std::string unknown;  // what the words of a charset nobody knows hold; they join before it is judged
+    std::size_t end = word.end;
+    do {
+      if (codePage <= 0) appendPayload(word, unknown);
+      end = word.end;
+      found = scanner.next(word);
+    } while (codePage <= 0 && found && word.charset == first.charset &&
+             trim(value.substr(end, word.begin - end)).empty());
+    if (codePage <= 0 && !isValidUtf8(unknown)) continue;  // they stay as they are
+
+    const std::string_view gap = value.substr(done, first.begin - done);
     const bool isBetweenWords = done > 0 && trim(gap).empty();
     if (!isBetweenWords) {
       joiner.flush();
       out += gap;
     }
-    joiner.add(word, codePage);
-    done = word.end;
+    if (codePage > 0)
+      joiner.add(first, codePage);
+    else
+      joiner.addUtf8(unknown);
+    done = end;
   }
   joiner.flush();
   out += value.substr(done);

@@ -15,8 +15,8 @@ constexpr bool mayHoldEncodedWord(std::string_view text) noexcept {
 /// Decodes every encoded word of an unfolded header value to utf-8; other text passes through. Each word's
 /// payload is decoded to bytes on its own, then the bytes of adjacent words of one charset are joined and
 /// converted together, so that padding in the middle loses nothing and a split multibyte character survives.
-/// White space between two words is dropped. What is no well-formed word, or names a charset nobody knows,
-/// stays as it is. The result never holds CR, LF or NUL.
+/// White space between two words is dropped. What is no well-formed word, or names a charset nobody knows and is
+/// not utf-8 either, stays as it is. The result never holds CR, LF or NUL.
 std::string decodeEncodedWords(std::string_view value);
 
 /// The longest line on which an encoded word may be (RFC 2047, 2).

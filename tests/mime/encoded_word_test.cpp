@@ -44,7 +44,9 @@ TEST(EncodedWord, decodes_what_mailers_send) {
       {"=?utf-8?Q?what?=20now?=3F?=", "what? now??"},  // question marks not escaped
       {"=?utf-8?Q?what? now?=", "what? now"},
       {"=?utf-8?Q?a?=be=?utf-8?Q?b?=", "abeb"},
-      {"=?utf-8?Q?a?= =?x-nobody-knows?Q?b?= =?utf-8?Q?c?=", "a =?x-nobody-knows?Q?b?= c"},
+      {"=?utf-8?Q?a?= =?x-nobody-knows?Q?b?= =?utf-8?Q?c?=", "abc"},
+      {"=?x-nobody-knows?B?w6?= =?x-nobody-knows?B?qQ==?=", "é"},
+      {"=?utf-8?Q?a?= =?x-nobody-knows?Q?=E9?= =?utf-8?Q?c?=", "a =?x-nobody-knows?Q?=E9?= c"},
       {"=?utf-8?Q?never ended =?utf-8?Q?ended?=", "=?utf-8?Q?never ended ended"},
       {"=?utf-8?X?abc?=", "=?utf-8?X?abc?="},
       {"=?utf-8?Q?", "=?utf-8?Q?"},
@@ -55,6 +57,7 @@ TEST(EncodedWord, decodes_what_mailers_send) {
       {"=?utf-8?Q?=E6=97=A5=E6=9C=AC=E8?=", "日本\xEF\xBF\xBD"},  // cut by the sender: still utf-8
       {"=?iso-2022-jp?B?GyRCRnxLXBsoQg==?=", "日本"},
       {"=?gb2312?B?1tDOxA==?=", "中文"},
+      {"=?gb2312?B?1tDOxNY=?=", "中文\uFFFD"},
       {"=?koi8-r?B?8NLJ18XU?=", "Привет"},
   };
   for (const auto& row : rows) EXPECT_EQ(decodeEncodedWords(row.value), row.decoded) << row.value;
