@@ -2,9 +2,11 @@
 
 #include <algorithm>
 
+#include "cli/views/terminal.h"
 #include "cli/writing/structure.h"
 #include "mailtree/crypto/Cades.h"
 #include "mailtree/crypto/UnwrapInfo.h"
+#include "mailtree/email/loading/layer_places.h"
 #include "mailtree/mime/MimeMessage2.h"
 #include "mailtree/secure/displayed_fields.h"
 #include "mailtree/secure/layer_forms.h"
@@ -21,7 +23,8 @@ bool mayHoldLayers(Email2& root) {
   return found;
 }
 
-/// Loading takes nothing off below a multipart/mixed. What is there is looked at in a parse tree of its own.
+/// Loading takes nothing off below a multipart/mixed. What is there is looked at in a parse tree of its own, and found
+/// again in that of the message, where the layers stay.
 void lookBelowMixed(std::string_view bytes, SystemCerts& certs, Examined& examined) {
   MimeMessage2 root;
   UnwrapInfo info;
@@ -31,6 +34,7 @@ void lookBelowMixed(std::string_view bytes, SystemCerts& certs, Examined& examin
   root.unwrapSecurity3(info, cades, certs, log);
   examined.layers = std::move(info.m_layers);
   examined.innerFields = std::move(info.m_innerFields);
+  placeLayers(*examined.message.root, examined.layers, examined.innerFields);
   examined.message.common->m_limits.add(root.limits());
 }
 
@@ -46,7 +50,7 @@ void readFrom(Examined& examined) {
   if (fields > 1)
     examined.fromProblem = "there is more than one From field";
   else if (addresses.getSize() == 1)
-    examined.from = addresses.at<_svEmailAddress>(0)->m_address.view();
+    examined.from = wordOrQuoted(addresses.at<_svEmailAddress>(0)->m_address.view());
   else
     examined.fromProblem =
         addresses.getSize() == 0 ? "there is no From address" : "there is more than one From address";
@@ -180,13 +184,11 @@ std::optional<Examined> examine(const std::string& path, Keys& keys) {
   if (!readFile(path, bytes)) return std::nullopt;
   std::optional<Message> message = loadMessage(path, bytes, keys.store);
   if (!message) return std::nullopt;
-  Examined examined{std::move(*message), {}, {}, false, {}, {}, keys.store.hasTrustAnchors(), {}};
+  Examined examined{std::move(*message), {}, {}, {}, {}, keys.store.hasTrustAnchors(), {}};
   examined.layers = std::move(examined.message.common->m_secureLayers);
   examined.innerFields = std::move(examined.message.common->m_innerFields);
-  if (examined.layers.empty() && mayHoldLayers(*examined.message.root)) {
+  if (examined.layers.empty() && mayHoldLayers(*examined.message.root))
     lookBelowMixed(bytes.view(), keys.store, examined);
-    examined.layersInPlace = true;
-  }
   readFrom(examined);
   examined.verdict = judge(examined);
   return examined;

@@ -22,9 +22,8 @@ struct Examined {
   /// Those that loading took off, from outside in; or those below a multipart/mixed, which loading leaves alone.
   std::vector<SecureLayer> layers;
   std::vector<InnerField> innerFields;
-  bool layersInPlace = false;  ///< The layers still stand in the tree: they are below a multipart/mixed.
-  std::string from;            ///< The one address in From; empty when there is none or more than one.
-  std::string fromProblem;     ///< Why there is none.
+  std::string from;  ///< The one address in From, as it is shown; empty when there is none or more than one.
+  std::string fromProblem;  ///< Why there is none.
   bool trustGiven = false;
   Verdict verdict;
 

@@ -31,25 +31,18 @@ class Badges {
 
   std::vector<LayerSummary> of(std::size_t id) const {
     std::vector<LayerSummary> badges;
-    const PartRow& row = m_outline.rows[id];
     for (const SecureLayer& layer : m_examined.layers)
-      if (layer.part == m_numbers[id] && carriesLayer(row)) badges.push_back(summaryOf(layer, m_examined));
-    if (row.isLeaf() && m_examined.isSigned() && !isCovered(id)) badges.push_back({false, "not signed"});
+      if (layer.part == m_numbers[id]) badges.push_back(summaryOf(layer, m_examined));
+    if (m_outline.rows[id].isLeaf() && m_examined.isSigned() && !isCovered(id))
+      badges.push_back({false, "not signed"});
     return badges;
   }
 
  private:
-  /// A part that still is a layer must look like one: what stands where is for the tree to say.
-  bool carriesLayer(const PartRow& row) const {
-    return !m_examined.layersInPlace || mayBeLayer(row.contentType, row.filename) ||
-           mayBeLayer(row.contentType, row.node->m_contentType.m_name);
-  }
-
   bool isSignedItself(std::size_t id) const {
-    return carriesLayer(m_outline.rows[id]) &&
-           std::ranges::any_of(m_examined.layers, [&](const SecureLayer& layer) {
-             return layer.isSigned() && layer.part == m_numbers[id];
-           });
+    return std::ranges::any_of(m_examined.layers, [&](const SecureLayer& layer) {
+      return layer.isSigned() && layer.part == m_numbers[id];
+    });
   }
 
   /// Whether a layer covers the part or one that it stands in.

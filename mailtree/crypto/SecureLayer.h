@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "mailtree/base/Object.h"
+#include "mailtree/base/Origin.h"
 #include "mailtree/crypto/Certificate.h"
 
 namespace mailtree {
@@ -58,13 +59,20 @@ struct SignerVerdict {
   bool isInvalid() const noexcept { return digestMatched == Answer::no || signatureVerified == Answer::no; }
 };
 
+/// A part that a layer covers, or one around that.
+struct LayerPlace {
+  Origin origin = kNoOrigin;
+  std::string inside;  ///< What the layer covers, counted within the content of this part; empty: all of it.
+};
+
 struct SecureLayer {
   static constexpr std::string_view kWholeMessage = "1";
 
   LayerKind kind = LayerKind::unknown;
-  std::string part;     ///< The part that it covers: "1" the message itself, "1.2" its second part; numbered
-                        ///< as it was received, layers taken off not counted.
-  bool opened = false;  ///< Its content was taken out and stands in the tree.
+  std::string part;  ///< The part of the tree that it covers: "1" the message itself, "1.2" its second part.
+                     ///< "1.2/1.1" is the first part of what is inside part 1.2, which is still closed there.
+  std::vector<LayerPlace> places;  ///< From inside out; `part` is the first one that the tree has.
+  bool opened = false;             ///< Its content was taken out and stands in the tree.
   std::vector<SignerVerdict> signers;
   std::string cipher;        ///< "aes-256-gcm", "3des-cbc", ...; of encrypted layers.
   std::string keyTransport;  ///< "rsa", "rsa-oaep", "ecdh"; of the recipient that opened it, else the first.

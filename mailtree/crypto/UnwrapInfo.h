@@ -1,6 +1,7 @@
 // crypto/UnwrapInfo.h - what unwrapping a message found: the sum, and each layer.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -14,8 +15,9 @@ namespace mailtree {
 struct InnerField {
   std::string part;  ///< Of the layer it stands in.
   std::string name;
-  std::string inside;   ///< Empty when there is none inside.
-  std::string outside;  ///< Empty when there is none outside.
+  std::string inside;     ///< Empty when there is none inside.
+  std::string outside;    ///< Empty when there is none outside.
+  std::size_t layer = 0;  ///< Index of that layer.
 };
 
 class UnwrapInfo {

@@ -19,6 +19,7 @@
 #include "mailtree/base/DataBuffer.h"
 #include "mailtree/base/Log.h"
 #include "mailtree/base/Object.h"
+#include "mailtree/base/Origin.h"
 #include "mailtree/base/Output.h"
 #include "mailtree/base/Slab.h"
 #include "mailtree/base/StringBuffer.h"
@@ -784,6 +785,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   _svContentType m_contentType;
   StringBuffer m_dispFilename;  ///< filename parameter of the Content-Disposition.
   RepairSet m_repairs;          ///< What loading had to mend in this part.
+  Origin m_origin = kNoOrigin;  ///< Of the part in the text it was loaded from.
   /// For signed content as it was received: its exact bytes, written back for as long as nothing in it
   /// changed.
   std::unique_ptr<ReceivedContent> m_received;

@@ -52,6 +52,7 @@ void MimeMessage2::reset() {
   m_limits.clear();
   m_repairs = RepairSet();
   m_isWhole = true;
+  m_origin = kNoOrigin;
   m_isUnwrapped = false;
 }
 
@@ -65,10 +66,10 @@ bool MimeMessage2::loadText(std::string_view mime, LogBase& log) {
   });
 }
 
-bool MimeMessage2::loadContent(std::string_view mime, int level, LogBase& log) {
+bool MimeMessage2::loadContent(std::string_view mime, int level, Origin origin, LogBase& log) {
   return neverThrow(false, [&] {
     reset();
-    MimeParser::parseContent(mime, *this, level, log);
+    MimeParser::parseContent(mime, *this, level, origin, log);
     return true;
   });
 }
@@ -76,7 +77,7 @@ bool MimeMessage2::loadContent(std::string_view mime, int level, LogBase& log) {
 bool MimeMessage2::reloadReceived(int level, LogBase& log) {
   if (!m_receivedBytes) return false;
   std::unique_ptr<DataBuffer> received = std::move(m_receivedBytes);
-  const bool loaded = loadContent(received->view(), level, log);
+  const bool loaded = loadContent(received->view(), level, m_origin, log);
   m_receivedBytes = std::move(received);
   return loaded;
 }

@@ -18,6 +18,7 @@
 #include "mailtree/base/Containers.h"
 #include "mailtree/base/DataBuffer.h"
 #include "mailtree/base/Object.h"
+#include "mailtree/base/Origin.h"
 #include "mailtree/base/Slab.h"
 #include "mailtree/base/StringBuffer.h"
 #include "mailtree/mime/AttachmentRules.h"
@@ -59,7 +60,8 @@ class MimeMessage2 final : public SorvikObject {
   bool loadText(std::string_view mime, LogBase& log);
   /// The same for what was found inside an entity at that level of a tree, the message itself being at 1: nothing
   /// may stand before its header, which ends at the first empty line.
-  bool loadContent(std::string_view mime, int level, LogBase& log);
+  /// @param origin  of the entity.
+  bool loadContent(std::string_view mime, int level, Origin origin, LogBase& log);
   /// Parses this entity anew from the bytes as which it was received, and keeps them. The multiparts signed inside
   /// it get theirs that way, which the parser gives to the outermost alone. Without them nothing happens.
   bool reloadReceived(int level, LogBase& log);
@@ -164,6 +166,7 @@ class MimeMessage2 final : public SorvikObject {
   void addRepair(Repair repair) noexcept { m_repairs.add(repair); }
   void addLimit(Limit limit) noexcept { m_limits.add(limit); }
   bool isWhole() const noexcept { return m_isWhole; }  ///< No operation ran out of memory.
+  Origin origin() const noexcept { return m_origin; }
   bool isUnwrapped() const noexcept { return m_isUnwrapped; }
   void markUnwrapped() noexcept { m_isUnwrapped = true; }
 
@@ -215,6 +218,7 @@ class MimeMessage2 final : public SorvikObject {
   LimitSet m_limits;
   RepairSet m_repairs;
   mutable bool m_isWhole = true;
+  Origin m_origin = kNoOrigin;
   bool m_isUnwrapped = false;       ///< Security layers were looked for here.
   Slab* m_slab = nullptr;           ///< In which it lives, if it does.
   MimeMessage2* m_above = nullptr;  ///< The way back up while a tree is destroyed; set and read only there.

@@ -122,8 +122,10 @@ struct Budget {
 
 class MimeParser::Run {
  public:
-  /// @param level  of the entity that the text belongs to, the message itself being at level 1.
-  Run(std::string_view text, int level, Budget& budget) : m_text(text), m_level(level), m_budget(budget) {}
+  /// @param level   of the entity that the text belongs to, the message itself being at level 1.
+  /// @param origin  of the text.
+  Run(std::string_view text, int level, Origin origin, Budget& budget)
+      : m_text(text), m_level(level), m_origin(origin), m_budget(budget) {}
 
   /// A message of its own, or what stands inside another entity.
   enum class Place { top, inside };
@@ -193,6 +195,7 @@ class MimeParser::Run {
 
   const std::string_view m_text;
   const int m_level;
+  const Origin m_origin;
   Budget& m_budget;
   Place m_place = Place::top;
   bool m_isDecoded = false;  ///< The text was found inside a transfer-encoded multipart.
@@ -309,6 +312,7 @@ void MimeParser::Run::open(MimeMessage2& entity, std::size_t begin, std::size_t 
   const bool isFork =
       !m_open.empty() && equalsNoCase(m_open.back().entity->m_contentType.m_type, "multipart/appledouble");
   m_last = {&entity, bodyBegin, isFork};
+  entity.m_origin = m_origin + begin;
   if (!m_open.empty()) m_open.back().partBegin = begin;
   if (!openMultipart(entity, bodyBegin)) {
     m_leaf = m_last;
@@ -425,7 +429,8 @@ bool MimeParser::Run::splitDecoded(const Open& multipart) {
   if (m_isDecoded || codingOf(entity.m_transferEncoding) == Coding::none) return false;
   DataBuffer body;
   body.takeData(entity.m_body);
-  Run inner(body.view(), level(), m_budget);
+  // A decoded body is no longer than the encoded one, so that its parts begin where no other part does.
+  Run inner(body.view(), level(), m_origin + multipart.bodyBegin, m_budget);
   inner.m_isDecoded = true;
   // In the clear, a line like an outer boundary would end that multipart: such a body stays packed.
   if (holdsOpenBoundary(body.view()) || !inner.splitBodyOf(multipart)) {
@@ -470,13 +475,14 @@ std::string_view MimeParser::skipPrologue(std::string_view text) noexcept {
 
 void MimeParser::parse(std::string_view text, MimeMessage2& root, LogBase& log) {
   Budget budget;
-  Run(skipPrologue(text), /*level=*/1, budget).parseEntity(root, Run::Place::top);
+  Run(skipPrologue(text), /*level=*/1, /*origin=*/0, budget).parseEntity(root, Run::Place::top);
   finish(root, budget.limits, log);
 }
 
-void MimeParser::parseContent(std::string_view text, MimeMessage2& entity, int level, LogBase& log) {
+void MimeParser::parseContent(std::string_view text, MimeMessage2& entity, int level, Origin origin,
+                              LogBase& log) {
   Budget budget;
-  Run(text, level, budget).parseEntity(entity, Run::Place::inside);
+  Run(text, level, origin, budget).parseEntity(entity, Run::Place::inside);
   finish(entity, budget.limits, log);
 }
 

@@ -23,7 +23,9 @@ class MimeParser {
   static void parse(std::string_view text, MimeMessage2& root, LogBase& log);
   /// The same for an entity found inside another one at that level, the message being at 1: a byte order mark or
   /// an mbox line before it is none, and an empty line at its beginning ends its header.
-  static void parseContent(std::string_view text, MimeMessage2& entity, int level, LogBase& log);
+  /// @param origin  of the entity; those of its parts count on from there.
+  static void parseContent(std::string_view text, MimeMessage2& entity, int level, Origin origin,
+                           LogBase& log);
   /// The text without a byte order mark and the separator lines of a mailbox file, which are no part of the message.
   static std::string_view skipPrologue(std::string_view text) noexcept;
 

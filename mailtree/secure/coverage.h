@@ -1,8 +1,6 @@
-// secure/coverage.h - what a good signature does not say by itself: whether the signer is the sender, and what stands
-// in the message that was not signed.
+// secure/coverage.h - what a good signature does not say by itself: whether the signer is the sender.
 #pragma once
 
-#include <span>
 #include <string>
 
 #include "mailtree/crypto/SecureLayer.h"
@@ -16,8 +14,5 @@ std::string soleSender(const MimeMessage2& message, LogBase& log);
 
 /// Says of each signer whether the certificate is issued to the sender.
 void matchSender(SecureLayer& layer, const std::string& sender);
-
-/// Names, for each signed layer, the leaves of the finished tree that stand beside it.
-void listUncovered(const MimeMessage2& message, std::span<SecureLayer> layers);
 
 }  // namespace mailtree

@@ -117,9 +117,9 @@ bool isMimeEntity(std::string_view bytes) {
   return false;
 }
 
-void loadLayerContent(std::string_view bytes, int level, MimeMessage2& content, LogBase& log) {
+void loadLayerContent(std::string_view bytes, int level, Origin origin, MimeMessage2& content, LogBase& log) {
   const bool isEntity = isMimeEntity(bytes);
-  if (!content.loadContent(isEntity ? bytes : std::string_view(), level, log)) throw std::bad_alloc();
+  if (!content.loadContent(isEntity ? bytes : std::string_view(), level, origin, log)) throw std::bad_alloc();
   if (isEntity) return;
   content.setContentType("text/plain", /*refreshHeader=*/true, log);
   if (!content.getMimeBodyDb()->append(bytes)) throw std::bad_alloc();

@@ -2,26 +2,35 @@
 #pragma once
 
 #include <string>
-#include <string_view>
+#include <vector>
+
+#include "mailtree/crypto/SecureLayer.h"
 
 namespace mailtree {
 
 /// The way down to an entity, kept on the stack of the walk. The text is made only for those that need it.
 struct PartPath {
   const PartPath* above = nullptr;
-  int number = 1;
-  int level = 1;  ///< As the parser counts: the message itself is at 1.
+  int number = 1;  ///< 0: what was inside the entity above, now in its place.
+  int level = 1;   ///< As the parser counts: the message itself is at 1.
+  Origin origin = kNoOrigin;
 
-  PartPath part(int index) const noexcept { return {this, index + 1, level + 1}; }
+  PartPath part(int index, Origin of) const noexcept { return {this, index + 1, level + 1, of}; }
+  PartPath content(Origin of) const noexcept { return {this, 0, level, of}; }
   std::string text() const {
-    return above ? above->text() + "." + std::to_string(number) : std::to_string(number);
+    if (!above) return std::to_string(number);
+    return number == 0 ? above->text() : above->text() + "." + std::to_string(number);
+  }
+  /// The entity itself and all around it.
+  std::vector<LayerPlace> places() const {
+    std::vector<LayerPlace> places;
+    std::string below;
+    for (const PartPath* at = this; at; at = at->above) {
+      places.push_back({at->origin, below.empty() ? below : "1" + below});
+      if (at->number != 0) below.insert(0, "." + std::to_string(at->number));
+    }
+    return places;
   }
 };
-
-/// Whether a part is another one or stands below it.
-inline bool isWithin(std::string_view part, std::string_view other) noexcept {
-  if (!part.starts_with(other)) return false;
-  return part.size() == other.size() || part[other.size()] == '.';
-}
 
 }  // namespace mailtree

@@ -8,10 +8,10 @@
 #include <algorithm>
 #include <new>
 #include <optional>
-#include <span>
 #include <string>
 #include <tuple>
 #include <utility>
+#include <vector>
 
 #include "mailtree/base/Log.h"
 #include "mailtree/crypto/Pkcs7Opener.h"
@@ -26,26 +26,31 @@
 namespace mailtree {
 namespace {
 
+void cover(SecureLayer& layer, const PartPath& path) {
+  layer.part = path.text();
+  layer.places = path.places();
+}
+
 class Unwrapper {
  public:
   Unwrapper(MimeMessage2& message, UnwrapInfo& info, SystemCerts& certs, LogBase& log) noexcept
-      : m_message(message), m_info(info), m_certs(certs), m_log(log), m_layersBefore(info.m_layers.size()) {}
+      : m_message(message), m_info(info), m_certs(certs), m_log(log) {}
 
-  void run() {
-    visit(m_message, PartPath());
-    listUncovered(m_message, std::span(m_info.m_layers).subspan(m_layersBefore));
-  }
+  void run() { visit(m_message, {.origin = m_message.origin()}); }
 
  private:
-  enum class Found { nothing, anotherContent };
+  /// The origin of a content that took the place of its layer; nothing when none did.
+  using Content = std::optional<Origin>;
 
   void visit(MimeMessage2& entity, const PartPath& path);
-  Found takeOff(MimeMessage2& entity, const PartPath& path);
+  void visitParts(MimeMessage2& entity, const PartPath& path);
+  Content takeOff(MimeMessage2& entity, const PartPath& path);
   void leaveClosed(LayerKind kind, const PartPath& path);
   void reportLimit();
 
-  Found takeOffSignature(MimeMessage2& entity, const PartPath& path);
-  Found open(MimeMessage2& entity, const PartPath& path);
+  Content takeOffSignature(MimeMessage2& entity, const PartPath& path);
+  Content open(MimeMessage2& entity, const PartPath& path);
+  void replace(MimeMessage2& layer, MimeMessage2& content, const PartPath& path);
   bool verify(MimeMessage2& entity, SecureLayer& layer);
   Owned<MimeMessage2> takeSignedContent(MimeMessage2& entity, int level);
   void becomeMixed(MimeMessage2& entity, Owned<MimeMessage2> content);
@@ -57,20 +62,20 @@ class Unwrapper {
   UnwrapInfo& m_info;
   SystemCerts& m_certs;
   LogBase& m_log;
-  std::size_t m_layersBefore;           ///< What the caller's list held already.
   std::optional<std::string> m_sender;  ///< Read when the first layer is met: most messages have none.
   std::size_t m_unpackable = kMaxUnpackedBytes;  ///< Bytes that compressed layers may still grow to.
   int m_reloads = 0;
+  int m_opened = 0;
   bool m_hasClosed = false;  ///< A layer was left as it is because there were enough.
 };
 
 /// The recursion is bounded: whatever is found in a layer is parsed as deep as it stands.
 void Unwrapper::visit(MimeMessage2& entity, const PartPath& path) {
   const auto layersBefore = static_cast<std::ptrdiff_t>(m_info.m_layers.size());
-  while (takeOff(entity, path) == Found::anotherContent) continue;
-  entity.markUnwrapped();
-  if (isMultipartSigned(entity)) showBytesOfInnerSignatures(entity, path.level + 1);
-  for (int i = 0; i < entity.getNumParts(); ++i) visit(*entity.getPart(i), path.part(i));
+  if (const Content content = takeOff(entity, path))
+    visit(entity, path.content(*content));
+  else
+    visitParts(entity, path);
 
   // A layer taken off here or below: the bytes as received hold what is no longer there.
   if (std::any_of(m_info.m_layers.begin() + layersBefore, m_info.m_layers.end(),
@@ -78,14 +83,23 @@ void Unwrapper::visit(MimeMessage2& entity, const PartPath& path) {
     std::ignore = entity.extractReceivedBytes();
 }
 
-Unwrapper::Found Unwrapper::takeOff(MimeMessage2& entity, const PartPath& path) {
+void Unwrapper::visitParts(MimeMessage2& entity, const PartPath& path) {
+  entity.markUnwrapped();
+  if (isMultipartSigned(entity)) showBytesOfInnerSignatures(entity, path.level + 1);
+  for (int i = 0; i < entity.getNumParts(); ++i) {
+    MimeMessage2& part = *entity.getPart(i);
+    visit(part, path.part(i, part.origin()));
+  }
+}
+
+Unwrapper::Content Unwrapper::takeOff(MimeMessage2& entity, const PartPath& path) {
   const bool isDetached = hasDetachedSignature(entity);
-  if (!isDetached && !isPkcs7Mime(entity)) return Found::nothing;
+  if (!isDetached && !isPkcs7Mime(entity)) return std::nullopt;
   if (!m_sender) m_sender = soleSender(m_message, m_log);
   // Those that could not be opened count too: each costs a look at every key.
   if (m_info.m_layers.size() >= static_cast<std::size_t>(kMaxUnwrappedLayers)) {
     leaveClosed(isDetached ? LayerKind::detachedSignature : kindOf(entity), path);
-    return Found::nothing;
+    return std::nullopt;
   }
   return isDetached ? takeOffSignature(entity, path) : open(entity, path);
 }
@@ -95,7 +109,7 @@ Unwrapper::Found Unwrapper::takeOff(MimeMessage2& entity, const PartPath& path) 
 void Unwrapper::leaveClosed(LayerKind kind, const PartPath& path) {
   SecureLayer layer;
   layer.kind = kind;
-  layer.part = path.text();
+  cover(layer, path);
   layer.problem = "not looked into: the message has more layers than are taken off";
   reportLimit();
   if (std::exchange(m_hasClosed, true)) return count(layer);
@@ -110,25 +124,25 @@ void Unwrapper::reportLimit() {
 
 // Detached signatures
 
-Unwrapper::Found Unwrapper::takeOffSignature(MimeMessage2& entity, const PartPath& path) {
+Unwrapper::Content Unwrapper::takeOffSignature(MimeMessage2& entity, const PartPath& path) {
   constexpr int kContentAndSignature = 2;
   const bool hasMore = entity.getNumParts() > kContentAndSignature;
   SecureLayer layer;
   layer.opened = verify(entity, layer);
   layer.kind = LayerKind::detachedSignature;
-  layer.part = layer.opened && hasMore ? path.part(0).text() : path.text();
+  cover(layer, layer.opened && hasMore ? path.part(0, entity.getPart(0)->origin()) : path);
   matchSender(layer, *m_sender);
   const bool opened = layer.opened;
   record(std::move(layer));
-  if (!opened) return Found::nothing;
+  if (!opened) return std::nullopt;
 
   Owned<MimeMessage2> content = takeSignedContent(entity, hasMore ? path.level + 1 : path.level);
   if (hasMore) {
     becomeMixed(entity, std::move(content));
-    return Found::nothing;
+    return std::nullopt;
   }
-  replaceLayer(entity, *content, path, m_info.m_innerFields);
-  return Found::anotherContent;
+  replace(entity, *content, path);
+  return content->origin();
 }
 
 bool Unwrapper::verify(MimeMessage2& entity, SecureLayer& layer) {
@@ -178,7 +192,7 @@ void Unwrapper::showBytesOfInnerSignatures(MimeMessage2& entity, int level) {
 
 // Everything else
 
-Unwrapper::Found Unwrapper::open(MimeMessage2& entity, const PartPath& path) {
+Unwrapper::Content Unwrapper::open(MimeMessage2& entity, const PartPath& path) {
   SecureLayer layer;
   DataBuffer bytes;
   const WipedAtEnd wiped(bytes);
@@ -187,15 +201,25 @@ Unwrapper::Found Unwrapper::open(MimeMessage2& entity, const PartPath& path) {
   if (layer.kind == LayerKind::unknown) layer.kind = claimedKind(entity);
   if (layer.kind == LayerKind::compressed) m_unpackable -= bytes.getSize();
   layer.opened = opened;
-  layer.part = path.text();
+  cover(layer, path);
   matchSender(layer, *m_sender);
   record(std::move(layer));
-  if (!opened) return Found::nothing;
+  if (!opened) return std::nullopt;
 
+  // Beyond every message, and every other content.
+  const Origin origin = Origin(++m_opened) << 48;
   MimeMessage2 content;
-  loadLayerContent(bytes.view(), path.level, content, m_log);
-  replaceLayer(entity, content, path, m_info.m_innerFields);
-  return Found::anotherContent;
+  loadLayerContent(bytes.view(), path.level, origin, content, m_log);
+  replace(entity, content, path);
+  return origin;
+}
+
+/// The layer is the one that was recorded last.
+void Unwrapper::replace(MimeMessage2& layer, MimeMessage2& content, const PartPath& path) {
+  std::vector<InnerField>& fields = m_info.m_innerFields;
+  const std::size_t before = fields.size();
+  replaceLayer(layer, content, path, fields);
+  for (std::size_t i = before; i < fields.size(); ++i) fields[i].layer = m_info.m_layers.size() - 1;
 }
 
 void Unwrapper::record(SecureLayer&& layer) {

@@ -299,12 +299,12 @@ TEST_F(MimeMessage, content_of_another_entity_begins_with_its_first_byte) {
   };
   for (const auto& row : rows) {
     MimeMessage2 entity;
-    ASSERT_TRUE(entity.loadContent(row.text, /*level=*/2, log));
+    ASSERT_TRUE(entity.loadContent(row.text, /*level=*/2, /*origin=*/0, log));
     EXPECT_STREQ(entity.getContentType(), row.type) << row.text;
     EXPECT_EQ(entity.getMimeBodyDb()->view(), row.body) << row.text;
   }
   MimeMessage2 deep;
-  deep.loadContent("Content-Type: multipart/mixed; boundary=b\n\n--b\n\nx\n--b--\n", kMaxDepth, log);
+  deep.loadContent("Content-Type: multipart/mixed; boundary=b\n\n--b\n\nx\n--b--\n", kMaxDepth, /*origin=*/0, log);
   EXPECT_EQ(deep.getNumParts(), 0) << "no deeper than the tree in which it stands may be";
   EXPECT_TRUE(deep.limits().has(Limit::depth));
 }

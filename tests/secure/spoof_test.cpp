@@ -3,7 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <random>
+#include <sstream>
 
+#include "mailtree/crypto/Cades.h"
+#include "mailtree/crypto/Pkcs7Opener.h"
+#include "mailtree/crypto/UnwrapInfo.h"
+#include "mailtree/email/loading/layer_places.h"
+#include "mailtree/mime/MimeMessage2.h"
 #include "mailtree/secure/field_meaning.h"
 #include "tests/secure/secure_mail.h"
 #include "tests/support/messages.h"
@@ -70,6 +77,119 @@ TEST_F(Spoof, a_part_behind_the_signature_is_kept_beside_the_signed_content) {
   EXPECT_EQ(layerOf(mail).uncovered, (Uncovered{"1.2"}));
   EXPECT_EQ(mail->getPart(0)->m_body.view(), "Pay Bob 10.\r\n");
   EXPECT_THAT(write(*mail), Not(HasSubstr("micalg")));
+}
+
+/// "1.2" is the second part of the message.
+const Email2* partOf(const Email2& mail, const std::string& number) {
+  std::istringstream steps(number.substr(1));
+  const Email2* node = &mail;
+  char dot = 0;
+  for (int step = 0; node && steps >> dot >> step;) node = node->getPartConst(step - 1);
+  return node;
+}
+
+/// The texts of a part in their order, those in a closed layer too.
+std::string wordsOf(const Email2& node, SystemCerts& certs) {
+  std::string words;
+  if (equalsNoCase(node.m_contentType.m_type, "application/pkcs7-mime")) {
+    SecureLayer layer;
+    DataBuffer content;
+    LogNull log;
+    Pkcs7Opener::open(node.m_body.view(), certs, content, layer, log);
+    words.append(content.view().substr(content.view().rfind("\n\r\n") + 3));
+  } else if (beginsWithNoCase(node.m_contentType.m_type, "text/")) {
+    words.append(node.m_body.view());
+  }
+  if (!words.empty()) words = std::string(trim(words)) + " ";
+  for (int i = 0; i < node.getNumParts(); ++i) words += wordsOf(*node.getPartConst(i), certs);
+  return words;
+}
+
+/// Messages made by chance, with texts that all differ, and what their signatures say: "text text valid" for each.
+class RandomMessage {
+ public:
+  RandomMessage(unsigned seed, Certificate& signer) : m_random(seed), m_signer(signer), m_text(entity(0)) {}
+  std::string text() const { return kFrom + m_text; }
+  std::vector<std::string> said;
+
+ private:
+  int below(int limit) { return static_cast<int>(m_random() % static_cast<unsigned>(limit)); }
+
+  std::string entity(int depth) {
+    const int kind = below(depth == 0 ? 4 : 9);
+    if (kind < 5 && depth < 4) return multipart(depth);
+    if (kind < 7 && said.size() < 8) return signedPart(depth);
+    m_words += "t" + std::to_string(++m_texts) + " ";
+    return std::string("Content-Type: text/") + (below(2) ? "plain" : "html") + "\r\n\r\nt" +
+           std::to_string(m_texts) + "\r\n";
+  }
+  std::string multipart(int depth) {
+    const char* const kTypes[] = {"mixed", "mixed", "alternative", "related"};
+    const std::string name = "b" + std::to_string(++m_boundaries);
+    std::string text =
+        std::string("Content-Type: multipart/") + kTypes[below(4)] + "; boundary=" + name + "\r\n\r\n";
+    for (int i = 1 + below(4); i > 0; --i) text += "--" + name + "\r\n" + entity(depth + 1) + "\r\n";
+    return text + "--" + name + "--\r\n";
+  }
+  std::string signedPart(int depth) {
+    const std::size_t place = said.size(), begin = m_words.size();
+    said.emplace_back();
+    const std::string content = entity(depth + 1);
+    const bool isGood = below(3) > 0, isOpaque = content.starts_with("Content-Type: text/") && below(2);
+    said[place] = m_words.substr(begin) + (isGood || isOpaque ? "valid" : "invalid");
+    if (isOpaque) return opaque(content, m_signer);
+    return isGood ? multipartSigned(content, m_signer)
+                  : multipartSignedAs(content, signedDer(kText, m_signer, /*detached=*/true));
+  }
+
+  std::mt19937 m_random;
+  Certificate& m_signer;
+  std::string m_words;
+  int m_texts = 0, m_boundaries = 0;
+  std::string m_text;  // made last
+};
+
+TEST_F(Spoof, every_layer_points_at_what_it_covers) {
+  for (unsigned seed = 0; seed < 300; ++seed) {
+    const RandomMessage message(seed, *m_people["alice"]);
+    DataBuffer bytes;
+    bytes.append(message.text());
+    const RefPtr<_svEmailCommon> common(new _svEmailCommon());
+    const EmailPtr mail(Email2::createFromMimeDb(*common, bytes, /*discardInput=*/false, /*unwrap=*/true,
+                                                 m_people.certs, m_log, /*parseOption=*/false));
+    UnwrapInfo info;
+    if (common->m_secureLayers.empty()) {  // below a mixed root, where layers stay
+      MimeMessage2 tree;
+      _clsCades cades;
+      tree.loadText(bytes.view(), m_log);
+      tree.unwrapSecurity3(info, cades, m_people.certs, m_log);
+      placeLayers(*mail, info.m_layers, info.m_innerFields);
+    } else {
+      info.m_layers = common->m_secureLayers;
+    }
+    std::vector<std::string> said;
+    for (const SecureLayer& layer : info.m_layers)
+      said.push_back(wordsOf(*partOf(*mail, layer.part), m_people.certs) +
+                     (layer.allSignaturesValid() ? "valid" : "invalid"));
+    EXPECT_THAT(said, ::testing::UnorderedElementsAreArray(message.said)) << seed << '\n' << message.text();
+  }
+}
+
+TEST_F(Spoof, a_layer_in_a_part_that_is_still_closed_covers_what_is_inside) {
+  MimeMessage2 tree;
+  UnwrapInfo info;
+  _clsCades cades;
+  const std::string text = kFrom + "Content-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\n" + kForged +
+                           "\r\n--b\r\n" + enveloped(alternative(sign(kText), kForged), *m_people["bob"]) +
+                           "\r\n--b--\r\n";
+  const EmailPtr mail = receive(text);
+  tree.loadText(text, m_log);
+  tree.unwrapSecurity3(info, cades, m_people.certs, m_log);
+  placeLayers(*mail, info.m_layers, info.m_innerFields);
+  ASSERT_EQ(info.m_layers.size(), 2);
+  EXPECT_EQ(info.m_layers[0].part, "1.2");
+  EXPECT_EQ(info.m_layers[1].part, "1.2/1.1");
+  EXPECT_EQ(info.m_layers[1].uncovered, (Uncovered{"1.1", "1.2"}));
 }
 
 TEST_F(Spoof, only_one_sender_can_be_the_signer) {

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "mailtree/email/internal.h"
+#include "mailtree/email/loading/layer_places.h"
 #include "mailtree/email/loading/received_body.h"
 #include "mailtree/email/loading/received_date.h"
 #include "mailtree/email/loading/settings_kept.h"
@@ -74,6 +75,7 @@ EmailPtr TreeBuilder::convert(MimeMessage2& entity, int depth, bool unwrap) {
   if (unwrapHere && !isMessage && m_options.certs) unwrapReceived(entity, *node, *m_options.certs, m_log);
   m_common.m_limits.add(entity.limits());
   node->m_repairs = entity.repairs();
+  node->m_origin = entity.origin();
   StringBuffer charset;
   entity.getCharset(charset);
   readEnvelope(entity, *node);
@@ -206,7 +208,13 @@ MimeMessage2& TreeBuilder::unpackChild(MimeMessage2& parent, int index, MimeMess
 Email2* Email2::createFromMimeObject2(_svEmailCommon& common, MimeMessage2& entity, bool extractBody,
                                       bool unwrap, LogBase& log, SystemCerts& certs) {
   const BuildOptions options{.extractBody = extractBody, .certs = &certs};
-  return TreeBuilder(entity, common, options, log).build(entity, 0, unwrap).release();
+  const std::size_t layersBefore = common.m_secureLayers.size();
+  EmailPtr root = TreeBuilder(entity, common, options, log).build(entity, 0, unwrap);
+  std::ignore = neverThrow(false, [&] {
+    if (root) placeLayers(*root, common.m_secureLayers, common.m_innerFields, layersBefore);
+    return true;
+  });
+  return root.release();
 }
 
 EmailPtr loadWrittenContent(_svEmailCommon& common, std::string_view text, LogBase& log) {

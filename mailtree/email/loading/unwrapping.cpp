@@ -30,6 +30,7 @@ void remember(UnwrapInfo& info, Email2& node) {
   _svEmailCommon& common = *node.m_common;
   std::ignore = info.m_signerCerts.transferPtrs(common.m_signerCerts);
   std::ignore = info.m_decryptCerts.transferPtrs(common.m_decryptCerts);
+  for (InnerField& field : info.m_innerFields) field.layer += common.m_secureLayers.size();
   moveTo(common.m_secureLayers, info.m_layers);
   moveTo(common.m_innerFields, info.m_innerFields);
 }

@@ -1,0 +1,74 @@
+#include "mailtree/email/loading/layer_places.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <iterator>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace mailtree {
+namespace {
+
+/// Whether a part is another one or stands below it.
+bool isWithin(std::string_view part, std::string_view other) noexcept {
+  return part.starts_with(other) && (part.size() == other.size() || part[other.size()] == '.');
+}
+
+/// The numbers of all parts: "1" the message, "1.2" its second part.
+class PartNumbers {
+ public:
+  explicit PartNumbers(const Email2& root) {
+    std::vector<std::pair<const Email2*, std::string>> open;
+    open.emplace_back(&root, SecureLayer::kWholeMessage);
+    while (!open.empty()) {
+      const auto [node, number] = std::move(open.back());
+      open.pop_back();
+      if (node->m_origin != kNoOrigin) m_byOrigin.emplace(node->m_origin, number);
+      if (node->getNumParts() == 0) m_leaves.push_back(number);
+      for (int i = node->getNumParts(); i-- > 0;)
+        if (const Email2* const part = node->getPartConst(i))
+          open.emplace_back(part, number + "." + std::to_string(i + 1));
+    }
+  }
+
+  std::string of(const SecureLayer& layer) const {
+    for (const LayerPlace& place : layer.places)
+      if (const auto found = m_byOrigin.find(place.origin); found != m_byOrigin.end())
+        return place.inside.empty() ? found->second : found->second + "/" + place.inside;
+    return {};  // of no part, then, and good for nothing
+  }
+
+  std::vector<std::string> leavesBeside(std::string_view part) const {
+    std::vector<std::string> leaves;
+    std::ranges::copy_if(m_leaves, std::back_inserter(leaves),
+                         [part](std::string_view leaf) { return !isWithin(leaf, part); });
+    return leaves;
+  }
+
+ private:
+  std::unordered_map<Origin, std::string> m_byOrigin;
+  std::vector<std::string> m_leaves;
+};
+
+}  // namespace
+
+void placeLayers(const Email2& root, std::span<SecureLayer> layers, std::span<InnerField> fields,
+                 std::size_t first) {
+  const std::span<SecureLayer> own = layers.subspan(first);
+  if (own.empty()) return;
+  for (SecureLayer& layer : own) layer.part.clear();  // nothing wrong stays, should memory run out
+  const PartNumbers numbers(root);
+  for (SecureLayer& layer : own) {
+    layer.part = numbers.of(layer);
+    layer.uncovered.clear();
+    if (layer.isSigned() && layer.part != SecureLayer::kWholeMessage)
+      layer.uncovered = numbers.leavesBeside(layer.part);
+  }
+  for (InnerField& field : fields)
+    if (field.layer >= first) field.part = layers[field.layer].part;
+}
+
+}  // namespace mailtree
