@@ -46,6 +46,13 @@ Exit read(const AnswerOptions& options, Answer& answer) {
 /// Asking for receipts is for who sends, not for who sent.
 constexpr const char* kReceiptFields[] = {"Disposition-Notification-To", "Return-Receipt-To"};
 
+/// What delivery wrote, beside the fields that a conversion removes: who passed the message on, to whom it came, and
+/// what servers found out about it.
+constexpr const char* kDeliveryFields[] = {
+    "Return-Path",   "Delivered-To", "Envelope-To",        "Envelope-From",          "Apparently-To",
+    "Delivery-Date", "Received-SPF", "Original-Recipient", "Authentication-Results", "DomainKey-Signature"};
+constexpr const char* kDeliveryPrefixes[] = {"Resent-", "ARC-"};
+
 bool hasTextToQuote(Email2& email) {
   const DataBuffer* const first = email.getEffectiveBodyObject3(email);
   return std::ranges::any_of(outlineOf(email).rows, [first](const PartRow& row) {
@@ -68,6 +75,8 @@ bool isConverted(const Email2& email, LogBase& log) { return email.hasHeaderFiel
 Exit complete(const AnswerOptions& options, const Answer& answer, const QuotedTexts& quoted, Email2& email) {
   LogMemory log;
   for (const char* const name : kReceiptFields) email.removeHeaderField(name);
+  for (const char* const name : kDeliveryFields) email.removeHeaderField(name);
+  for (const char* const prefix : kDeliveryPrefixes) email.m_header.removeHeadersBeginningWith(prefix);
   if (answer.bodies.plain && !quoted.putInFront(*answer.bodies.plain, log)) {
     complain(options.file, lastError(log, "the message has no text to put another one in front of"));
     return Exit::negative;
