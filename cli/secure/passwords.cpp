@@ -1,15 +1,19 @@
 #include "cli/secure/passwords.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <system_error>
 
 #include "cli/arguments.h"
@@ -20,7 +24,6 @@ namespace mailtree::cli {
 namespace {
 
 constexpr const char* kVariable = "MAILTREE_PASSWORD";
-constexpr char kInterrupt = '\x03';
 
 class Descriptor {
  public:
@@ -37,10 +40,12 @@ class Descriptor {
   int m_number;
 };
 
-/// Reads up to the end of the line and no further: what follows may be for somebody else. A second character may end
-/// it too, and is then part of it. 0, or the errno that stopped it.
-int readLine(int descriptor, Secret& secret, char otherEnd = '\n') {
+/// Reads up to the end of the line and no further: what follows may be for somebody else. Before each character
+/// `mayRead` is asked, which waits for it. 0, or the errno that stopped it.
+template <class MayRead>
+int readLine(int descriptor, Secret& secret, MayRead&& mayRead) {
   for (bool hasReturn = false;;) {
+    if (!mayRead()) return EINTR;
     char c = 0;
     const ssize_t count = ::read(descriptor, &c, 1);
     if (count < 0 && errno == EINTR) continue;
@@ -49,21 +54,63 @@ int readLine(int descriptor, Secret& secret, char otherEnd = '\n') {
     // Only one before the line break belongs to it.
     if (hasReturn && !secret.append('\r')) return EMSGSIZE;
     hasReturn = c == '\r';
-    if (hasReturn) continue;
-    if (!secret.append(c)) return EMSGSIZE;
-    if (c == otherEnd) return 0;
+    if (!hasReturn && !secret.append(c)) return EMSGSIZE;
   }
 }
 
-/// A terminal that shows nothing of what is typed, for the length of a scope. Ctrl-C ends the line instead of the
-/// program, which could not put things right again.
+int readLine(int descriptor, Secret& secret) {
+  return readLine(descriptor, secret, [] { return true; });
+}
+
+/// What ends or stops a program from outside.
+constexpr int kCaughtSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP};
+volatile std::sig_atomic_t caughtSignal = 0;
+
+extern "C" void noteSignal(int signal) { caughtSignal = signal; }
+
+/// For the length of a scope these signals arrive only while somebody waits for input, and do nothing but end that
+/// wait. One that was ignored before stays so.
+class SignalsNoted {
+ public:
+  SignalsNoted() {
+    caughtSignal = 0;
+    sigset_t caught;
+    sigemptyset(&caught);
+    for (const int signal : kCaughtSignals) sigaddset(&caught, signal);
+    ::sigprocmask(SIG_BLOCK, &caught, &m_mask);
+    struct sigaction note {};
+    note.sa_handler = noteSignal;
+    for (std::size_t i = 0; i < m_before.size(); ++i) {
+      ::sigaction(kCaughtSignals[i], nullptr, &m_before[i]);
+      if (m_before[i].sa_handler != SIG_IGN) ::sigaction(kCaughtSignals[i], &note, nullptr);
+    }
+  }
+  SignalsNoted(const SignalsNoted&) = delete;
+  SignalsNoted& operator=(const SignalsNoted&) = delete;
+  ~SignalsNoted() {
+    for (std::size_t i = 0; i < m_before.size(); ++i) ::sigaction(kCaughtSignals[i], &m_before[i], nullptr);
+    ::sigprocmask(SIG_SETMASK, &m_mask, nullptr);
+  }
+  /// False when a signal came first.
+  bool waitFor(int descriptor) const {
+    pollfd waiting{descriptor, POLLIN, 0};
+    while (caughtSignal == 0)
+      if (::ppoll(&waiting, 1, nullptr, &m_mask) >= 0 || errno != EINTR) return true;
+    return false;
+  }
+
+ private:
+  std::array<struct sigaction, std::size(kCaughtSignals)> m_before{};
+  sigset_t m_mask{};
+};
+
+/// A terminal that shows nothing of what is typed, for the length of a scope.
 class SilentTerminal {
  public:
   explicit SilentTerminal(int descriptor) : m_descriptor(descriptor) {
     if (::tcgetattr(m_descriptor, &m_before) != 0) return;
     termios silent = m_before;
-    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO | ISIG);
-    silent.c_cc[VEOL] = static_cast<cc_t>(kInterrupt);
+    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
     m_isSilent = ::tcsetattr(m_descriptor, TCSAFLUSH, &silent) == 0;
   }
   SilentTerminal(const SilentTerminal&) = delete;
@@ -83,20 +130,29 @@ bool say(int descriptor, std::string_view text) {
   return ::write(descriptor, text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
-bool askOn(int terminal, std::string_view purpose, Secret& secret) {
-  int error = 0;
+/// 0, or the errno that stopped it: EINTR for a signal, of which the terminal is as it was again.
+int askOnce(int terminal, std::string_view purpose, Secret& secret) {
+  const SignalsNoted signals;
+  int error = EIO;
   {
     const SilentTerminal silence(terminal);
-    if (!silence.isSilent() || !say(terminal, "Password for " + printable(purpose) + ": ")) return false;
-    error = readLine(terminal, secret, kInterrupt);
+    if (!silence.isSilent() || !say(terminal, "Password for " + printable(purpose) + ": ")) return EIO;
+    error = readLine(terminal, secret, [&] { return signals.waitFor(terminal); });
   }
-  if (!say(terminal, "\n") || error != 0) return false;
-  if (secret.view().ends_with(kInterrupt)) {
+  return say(terminal, "\n") ? error : EIO;
+}
+
+/// A signal does what it would have done; a program that it stopped asks again when it goes on.
+bool askOn(int terminal, std::string_view purpose, Secret& secret) {
+  for (;;) {
+    const int error = askOnce(terminal, purpose, secret);
+    if (error == 0) return true;
     secret.wipe();
-    ::raise(SIGINT);
-    return false;
+    if (error != EINTR) return false;
+    const int signal = caughtSignal;
+    ::raise(signal);
+    if (signal != SIGTSTP) return false;
   }
-  return true;
 }
 
 std::string checkDescriptor(const std::string& text) {

@@ -161,6 +161,20 @@ TEST(Sign, asks_for_a_password_on_the_terminal_and_does_not_show_it) {
   EXPECT_EQ(mailtree("verify " + work.path("out.eml") + trusted()).status, 0);
 }
 
+TEST(Sign, leaves_the_terminal_as_it_was_when_a_signal_comes) {
+  if (!hasTerminal()) GTEST_SKIP() << "there is no script(1)";
+  const Workspace work;
+  for (const std::string signal : {"INT", "TERM", "HUP"}) {
+    const std::string pid = work.path("pid-" + signal);
+    const std::string session =
+        work.write("session", "(sleep 2; kill -" + signal + " $(cat " + pid + ")) &\nsh -c 'echo $$ > " +
+                                  pid + "; exec \"$mailtree\" sign " + work.write("m.eml", kLetter) +
+                                  " --p12 " + identity("alice.p12") + "'\nstty -a | grep -o -e '-*echo '\n");
+    EXPECT_THAT(shell("sleep 5 | script -qec 'sh " + session + "' /dev/null").out, HasSubstr("\necho "))
+        << signal;
+  }
+}
+
 TEST(Sign, warns_of_what_will_be_held_against_it) {
   const Workspace work;
   const std::string mail = work.write("m.eml", kLetter);
