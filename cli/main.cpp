@@ -1,4 +1,7 @@
 // mailtree: mail messages as trees, on the command line.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <iostream>
@@ -14,6 +17,15 @@ constexpr const char* kFooter =
     "Exit status: 0 fine, 1 a negative answer, 2 wrong usage, 3 a file that cannot be read or written,\n"
     "4 a limit was met (the result is still given).\n"
     "Each command has its own --help with an example.";
+
+/// A file that is opened must not get the number of a standard stream that the caller closed: what is said to that
+/// stream would go into it. Opened the wrong way round, the streams still fail as closed ones do.
+bool holdStandardStreams() {
+  constexpr int kModes[] = {O_WRONLY, O_RDONLY, O_RDONLY};
+  for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream)
+    if (::fcntl(stream, F_GETFD) < 0 && ::open("/dev/null", kModes[stream]) != stream) return false;
+  return true;
+}
 
 int usageError(const CLI::App& app, const CLI::ParseError& error) {
   if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
@@ -64,6 +76,7 @@ int run(int argc, char** argv) {
 }  // namespace mailtree::cli
 
 int main(int argc, char** argv) {
+  if (!mailtree::cli::holdStandardStreams()) return static_cast<int>(mailtree::cli::Exit::unreadable);
   try {
     return mailtree::cli::run(argc, argv);
   } catch (const std::exception& error) {  // out of memory, or a stream that throws
