@@ -31,8 +31,8 @@ std::vector<Column> columnsOf(bool verbose) {
 
 std::vector<std::string> cellsOf(const PartRow& row, std::size_t number, int id, bool verbose) {
   std::vector<std::string> cells = {std::to_string(number), std::to_string(id),
-                                    row.filename.empty() ? "-" : printable(row.filename),
-                                    printable(row.contentType), humanSize(row.node->m_body.getSize())};
+                                    row.filename.empty() ? "-" : cellOrQuoted(row.filename),
+                                    wordOrQuoted(row.contentType), humanSize(row.node->m_body.getSize())};
   if (verbose) cells.push_back(printable(row.reason));
   return cells;
 }

@@ -38,12 +38,13 @@ std::string rawText(std::string_view value) {
 }
 
 void writeField(const MimeHeader& header, int index, const HeadersOptions& options) {
-  if (options.names.empty()) {
-    std::cout << printable(header.fieldName(index));
-    if (!header.fieldName(index).empty()) std::cout << ": ";
-  }
-  std::cout << (options.raw ? rawText(header.rawValue(index)) : printable(header.decodedValue(index)))
-            << '\n';
+  std::string head;
+  if (options.names.empty()) head = header.fieldName(index);
+  if (!head.empty()) head += ": ";
+  if (options.raw)
+    std::cout << printable(head) << rawText(header.rawValue(index)) << '\n';
+  else
+    writeLine(std::cout, standardOutputColumns(), "", "    ", head + header.decodedValue(index));
 }
 
 /// Fields are read from the parse tree: there they stand as they came, before loading normalises the message.

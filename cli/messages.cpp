@@ -44,7 +44,7 @@ std::string shortDate(const std::optional<SorvikSysTime>& date) {
 
 std::string senderShown(const InnerMessage& message) {
   const std::optional<_svEmailAddress> sender = message.sender();
-  return sender ? printable(displayForm(*sender)) : "-";
+  return sender ? singleSpaced(displayForm(*sender)) : "-";
 }
 
 bool writeTable(InnerMessages& messages) {
@@ -53,7 +53,7 @@ bool writeTable(InnerMessages& messages) {
   while (const InnerMessage* message = messages.next()) {
     any = true;
     table.add({message->number, message->part, shortDate(message->date()),
-               humanSize(message->bytes.getSize()), senderShown(*message), printable(message->subject())});
+               humanSize(message->bytes.getSize()), senderShown(*message), singleSpaced(message->subject())});
   }
   if (any) table.write(std::cout);
   return any;

@@ -7,6 +7,7 @@
 #include "cli/arguments.h"
 #include "cli/input.h"
 #include "cli/internal_fields.h"
+#include "cli/views/terminal.h"
 
 namespace mailtree::cli {
 namespace {
@@ -22,22 +23,26 @@ fs::path whole(const std::string& path) {
   return resolved.empty() ? absolute.lexically_normal() : resolved;
 }
 
-bool assemble(Email2& root, const WriteForm& form, _svOutput& sink, LogBase& log) {
-  StringBuffer unused;
+/// @param sink  null: `text` receives it all.
+bool assemble(Email2& root, const WriteForm& form, _svOutput* sink, StringBuffer& text, LogBase& log) {
   ProgressContext progress(nullptr);
-  return root.assembleMimeBody2(unused, &sink, form.dotStuff, kOmittedPrefix, progress, log, /*depth=*/0,
+  return root.assembleMimeBody2(text, sink, form.dotStuff, kOmittedPrefix, progress, log, /*depth=*/0,
                                 form.qpFor8bit, /*isTop=*/true) &&
-         !sink.failed();
+         !(sink && sink->failed());
 }
 
 bool writeToFile(Email2& root, const std::string& path, const WriteForm& form, LogBase& log) {
   FileOutput sink;
-  return sink.open(path.c_str(), log) && assemble(root, form, sink, log) && sink.commit(log);
+  StringBuffer unused;
+  return sink.open(path.c_str(), log) && assemble(root, form, &sink, unused, log) && sink.commit(log);
 }
 
 Exit writeToStandardOutput(Email2& root, const WriteForm& form, LogMemory& log) {
   StreamOutput sink(std::cout);
-  const bool isWhole = assemble(root, form, sink, log);
+  StringBuffer shown;
+  const bool isTerminal = standardOutputIsTerminal();
+  const bool isWhole = assemble(root, form, isTerminal ? nullptr : &sink, shown, log);
+  writeGuarded(shown.view());
   const Exit result = finishStandardOutput();
   if (isWhole || result != Exit::fine) return result;
   complain("standard output", lastError(log, "the message could not be written whole"));
@@ -68,6 +73,12 @@ bool assembleMessage(Email2& root, StringBuffer& out, LogBase& log, const WriteF
 Exit writeMessage(Email2& root, const std::string& path, const WriteForm& form) {
   LogMemory log;
   if (isStandardOutput(path)) return writeToStandardOutput(root, form, log);
+  if (leadsToTerminal(path)) {
+    StringBuffer shown;
+    TextFile terminal(path);
+    if (assemble(root, form, nullptr, shown, log))
+      return terminal.write(shown.text()) && terminal.commit() ? Exit::fine : Exit::unreadable;
+  }
   if (writeToFile(root, path, form, log)) return Exit::fine;
   complain(path, lastError(log, "cannot be written"));
   return Exit::unreadable;
@@ -78,12 +89,13 @@ bool TextFile::write(const std::string& text) {
   if (isStandardOutput(m_path)) return true;
   LogMemory log;
   ProgressContext progress(nullptr);
-  return complainUnless(m_sink.open(m_path.c_str(), log) && m_sink.write(text, progress, log), log);
+  if (leadsToTerminal(m_path)) m_text = printableLines(text);
+  return complainUnless(m_sink.open(m_path.c_str(), log) && m_sink.write(m_text, progress, log), log);
 }
 
 bool TextFile::commit() {
   if (isStandardOutput(m_path)) {
-    std::cout << m_text;
+    writeGuarded(m_text);
     return finishStandardOutput() == Exit::fine;
   }
   LogMemory log;

@@ -29,7 +29,7 @@ struct WriteForm {
 };
 
 /// Writes a message as MIME, without the fields that are the library's own. A file is there whole or not at
-/// all. unreadable after a complaint.
+/// all; a terminal gets only the harmless part. unreadable after a complaint.
 Exit writeMessage(Email2& root, const std::string& path, const WriteForm& form = {});
 
 /// Appends a message as writeMessage writes it, but never dot-stuffed. False when it is not whole.

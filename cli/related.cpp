@@ -18,7 +18,7 @@ struct RelatedOptions {
   bool json = false;
 };
 
-std::string orDash(std::string_view text) { return text.empty() ? "-" : printable(text); }
+std::string orDash(std::string_view text) { return text.empty() ? "-" : cellOrQuoted(text); }
 
 /// How the HTML refers to an item: by its Content-ID, else by its location.
 std::string referenceOf(const Email2& item) {
@@ -31,7 +31,7 @@ void writeTable(const Outline& outline, const std::vector<int>& items) {
   for (std::size_t number = 0; number < items.size(); ++number) {
     const PartRow& row = outline.row(items[number]);
     table.add({std::to_string(number), std::to_string(items[number]), orDash(row.filename),
-               printable(row.contentType), humanSize(row.node->m_body.getSize()), referenceOf(*row.node)});
+               wordOrQuoted(row.contentType), humanSize(row.node->m_body.getSize()), referenceOf(*row.node)});
   }
   table.write(std::cout);
 }

@@ -110,17 +110,17 @@ void writeJson(const std::string& file, const std::optional<Report>& report, Lim
   std::cout << lineOf(json) << '\n';
 }
 
+void writeSaid(std::string_view line) { writeLine(std::cout, standardOutputColumns(), kSaid, kSaid, line); }
+
 void writeFields(const Report& report) {
   const Original original = originalOf(report);
-  std::vector<ReportField> lines = {{"Report", std::string(nameOf(report.kind))}};
+  std::cout << "Report: " << nameOf(report.kind) << '\n';
   const std::string about = original.subject + (original.subject.empty() ? "" : " ") + original.id;
-  if (!about.empty()) lines.push_back({"About", about});
-  lines.insert(lines.end(), report.fields.message.begin(), report.fields.message.end());
-  for (const ReportField& line : lines)
-    std::cout << printable(line.name) << ": " << printable(line.value) << '\n';
+  if (!about.empty()) writeLine("About:  ", about);
+  for (const ReportField& field : report.fields.message) writeSaid(field.name + ": " + field.value);
 }
 
-std::string cell(std::string_view text) { return text.empty() ? "-" : printable(text); }
+std::string cell(std::string_view text) { return text.empty() ? "-" : singleSpaced(text); }
 
 void writeText(const Report& report) {
   writeFields(report);
@@ -132,7 +132,12 @@ void writeText(const Report& report) {
     table.write(std::cout);
   }
   const std::string_view text = trimRight(report.text);
-  if (!text.empty()) std::cout << '\n' << printableLines(text);
+  if (!text.empty()) std::cout << '\n';
+  for (std::string_view rest = text; !rest.empty();) {
+    const std::size_t end = std::min(rest.find('\n'), rest.size());
+    writeSaid(trimRight(rest.substr(0, end)));
+    rest.remove_prefix(std::min(end + 1, rest.size()));
+  }
 }
 
 Exit report(const ReportOptions& options) {

@@ -31,10 +31,7 @@ void tellPath(const std::string& path) { std::cout << printable(path) << '\n'; }
 
 Exit saveToOutput(std::string_view bytes, const std::string& path, bool force) {
   if (path == "-") {
-    if (standardOutputIsTerminal())
-      std::cout << printableLines(bytes);
-    else
-      std::cout << bytes;
+    writeGuarded(bytes);
     return finishStandardOutput();
   }
   if (!saveFile(path, bytes, force ? Existing::replace : Existing::refuse)) return Exit::unreadable;

@@ -18,7 +18,13 @@ Exit tree(const std::string& file) {
   LogMemory log;
   StringBuffer scratch;
   message->root->logEmailStructure(scratch, log);
-  std::cout << printableLines(log.text());
+  const std::string text = log.text();
+  for (std::string_view rest = text; !rest.empty();) {
+    const std::size_t end = rest.find('\n'), begin = rest.find_first_not_of(' ');
+    const std::string indent(begin, ' ');
+    writeLine(std::cout, standardOutputColumns(), indent, indent + "    ", rest.substr(begin, end - begin));
+    rest.remove_prefix(end + 1);
+  }
   return graver(result, finishStandardOutput());
 }
 

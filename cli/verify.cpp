@@ -35,7 +35,7 @@ const char* signOf(Check::Mark mark) {
 void writeCheck(const Check& check) {
   std::string name = check.name;
   name.resize(kNameWidth, ' ');
-  std::cout << "  " << signOf(check.mark) << name << printable(check.text) << '\n';
+  writeLine(std::string("  ").append(signOf(check.mark)).append(name), check.text);
 }
 
 void writeLayer(const SecureLayer& layer, std::size_t number, const Examined& examined) {
@@ -43,17 +43,14 @@ void writeLayer(const SecureLayer& layer, std::size_t number, const Examined& ex
   for (const Check& check : checksOf(layer, examined)) writeCheck(check);
 }
 
-std::string quotedOrNone(const std::string& value) {
-  return value.empty() ? "none" : '"' + printable(value) + '"';
-}
+std::string quotedOrNone(const std::string& value) { return value.empty() ? "none" : inQuotes(value); }
 
 void writeChecklist(const Examined& examined) {
   for (std::size_t i = 0; i < examined.layers.size(); ++i) writeLayer(examined.layers[i], i + 1, examined);
   for (const InnerField& field : examined.innerFields)
-    std::cout << "field " << printable(field.name) << ": inside part " << printable(field.part) << " it is "
-              << quotedOrNone(field.inside) << ", displayed is " << quotedOrNone(field.outside) << '\n';
-  std::cout << (examined.verdict.valid ? "valid: " : "NOT valid: ") << printable(examined.verdict.text)
-            << '\n';
+    writeLine("field ", wordOrQuoted(field.name) + ": inside part " + field.part + " it is " +
+                            quotedOrNone(field.inside) + ", displayed is " + quotedOrNone(field.outside));
+  writeLine(examined.verdict.valid ? "valid: " : "NOT valid: ", examined.verdict.text);
 }
 
 Exit verify(const VerifyOptions& options) {

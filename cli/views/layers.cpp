@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "cli/views/json_values.h"
+#include "cli/views/terminal.h"
 
 namespace mailtree::cli {
 namespace {
@@ -93,11 +94,11 @@ void addCertificateChecks(const SignerVerdict& signer, const Examined& examined,
 
 void addSignerChecks(const SignerVerdict& signer, const Examined& examined, std::vector<Check>& checks) {
   const Certificate* const certificate = signer.certificate.get();
-  checks.push_back(certificate
-                       ? Check{Mark::note, "signer",
-                               nameOf(*certificate) + " (" + subjectOf(*certificate) + "), issued by " +
-                                   issuerOf(*certificate) + ", serial number " + certificate->serialNumber()}
-                       : Check{Mark::bad, "signer", "no certificate of the signer"});
+  checks.push_back(certificate ? Check{Mark::note, "signer",
+                                       nameOf(*certificate) + " (" + inQuotes(subjectOf(*certificate)) +
+                                           "), issued by " + inQuotes(issuerOf(*certificate)) +
+                                           ", serial number " + certificate->serialNumber()}
+                               : Check{Mark::bad, "signer", "no certificate of the signer"});
   checks.push_back({markOf(signer.digestMatched), "digest",
                     signer.digest + ", " +
                         textOf(signer.digestMatched, "the content is the one signed",
@@ -199,7 +200,8 @@ std::string nameOfSigner(const SecureLayer& layer, const Examined& examined) {
 }
 
 std::string nameOf(const Certificate& certificate) {
-  return certificate.emailAddresses().empty() ? subjectOf(certificate) : certificate.emailAddresses().front();
+  return wordOrQuoted(certificate.emailAddresses().empty() ? subjectOf(certificate)
+                                                           : certificate.emailAddresses().front());
 }
 
 std::string timeText(std::int64_t unixSeconds) {

@@ -29,7 +29,7 @@ LayerSummary summaryOf(const SecureLayer& layer, const Examined& examined);
 /// Who signed: somebody about whom everything is right, by the address in From; else the first, by nameOf. Empty when
 /// that one is unknown.
 std::string nameOfSigner(const SecureLayer& layer, const Examined& examined);
-/// "anna@berg.example", else the subject.
+/// "anna@berg.example", else the subject; what is more than one word in quotes.
 std::string nameOf(const Certificate& certificate);
 /// "2026-04-22T11:30:02Z"
 std::string timeText(std::int64_t unixSeconds);

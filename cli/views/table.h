@@ -18,8 +18,10 @@ class Table {
  public:
   /// Begins with the titles.
   explicit Table(std::vector<Column> columns);
-  /// One text for each column, printable already.
+  /// One text for each column, printable already and without a gap that could be taken for one between columns.
   void add(std::vector<std::string> cells);
+  /// To standard output. On a terminal, what does not fit into its line is cut: broken off, it could be taken for
+  /// another row.
   void write(std::ostream& out) const;
 
  private:

@@ -1,13 +1,18 @@
 #include "cli/views/terminal.h"
 
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <iostream>
 #include <iterator>
 
+#include "mailtree/base/Ascii.h"
 #include "mailtree/base/Utf.h"
 
 namespace mailtree::cli {
@@ -48,6 +53,32 @@ std::size_t columnsOf(char32_t c) {
   return isIn(c, kWide) ? 2 : 1;
 }
 
+/// No terminal gives a character more, whatever it takes it for.
+std::size_t mostColumnsOf(char32_t c) { return c < 0x1100 ? 1 : 2; }
+
+/// What looks like a square bracket in one typeface or another.
+constexpr Range kBracketLike[] = {{0x2045, 0x2046}, {0x23A1, 0x23A6}, {0x2772, 0x2773}, {0x27E6, 0x27E7},
+                                  {0x2983, 0x2998}, {0x2E22, 0x2E25}, {0x3010, 0x3011}, {0x3014, 0x301B},
+                                  {0xFF3B, 0xFF3B}, {0xFF3D, 0xFF3D}};
+
+/// All of Unicode that is nothing but a gap.
+constexpr Range kBlanks[] = {{0x20, 0x20},     {0xA0, 0xA0},     {0x1680, 0x1680}, {0x2000, 0x200A},
+                             {0x202F, 0x202F}, {0x205F, 0x205F}, {0x2800, 0x2800}, {0x3000, 0x3000},
+                             {0x3164, 0x3164}, {0xFFA0, 0xFFA0}};
+
+constexpr std::size_t kLongestWord = 80;
+
+/// Two gaps in a row, or one at an end, are what parts the columns of a table.
+bool hasGap(std::string_view text) {
+  bool afterBlank = true;
+  for (std::size_t at = 0; at < text.size();) {
+    const bool isBlank = isIn(nextCodePoint(text, at), kBlanks);
+    if (isBlank && afterBlank) return true;
+    afterBlank = isBlank;
+  }
+  return afterBlank;
+}
+
 constexpr std::array kInkCodes = {"", "2", "1", "36", "32", "33", "31"};
 static_assert(kInkCodes.size() == static_cast<std::size_t>(Ink::warning) + 1);
 
@@ -63,6 +94,13 @@ void appendHarmless(std::string& out, std::string_view text, std::string_view ta
     else
       appendUtf8(out, kReplacementCharacter);
   }
+}
+
+/// The first of the lines that a text is broken into: up to the last blank that fits, if there is one.
+std::string_view firstLineOf(std::string_view text, std::size_t columns) {
+  const std::string_view fitting = fitSurely(text, columns);
+  const std::size_t blank = fitting.size() < text.size() ? fitting.rfind(' ') : std::string_view::npos;
+  return blank == std::string_view::npos ? fitting : fitting.substr(0, blank + 1);
 }
 
 }  // namespace
@@ -88,6 +126,77 @@ std::string printableLines(std::string_view text) {
     text.remove_prefix(std::min(end + 1, text.size()));
   }
   return out;
+}
+
+void writeGuarded(std::string_view text) {
+  if (standardOutputIsTerminal())
+    std::cout << printableLines(text);
+  else
+    std::cout << text;
+}
+
+std::string inQuotes(std::string_view text) {
+  const std::string shown = printable(text);
+  std::string out = "\"";
+  for (std::size_t at = 0; at < shown.size();) {
+    const std::size_t begin = at;
+    const char32_t c = nextCodePoint(shown, at);
+    if (isIn(c, kBracketLike)) {
+      std::array<char, 16> escape{};
+      std::snprintf(escape.data(), escape.size(), "\\u{%x}", static_cast<unsigned>(c));
+      out += escape.data();
+      continue;
+    }
+    if (c < 0x80 && contains("\"\\[]", std::string_view(&shown[begin], 1))) out += '\\';
+    out.append(shown, begin, at - begin);
+  }
+  return out += '"';
+}
+
+std::string wordOrQuoted(std::string_view text) {
+  const bool isWord = !text.empty() && text.size() <= kLongestWord && std::ranges::all_of(text, [](char c) {
+    return c > ' ' && c < '\x7F' && std::string_view("\"\\[](){}<>,;:`").find(c) == std::string_view::npos;
+  });
+  return isWord ? std::string(text) : inQuotes(text);
+}
+
+std::string cellOrQuoted(std::string_view text) {
+  const std::string shown = printable(text);
+  const bool isCell = !hasGap(shown) && shown != "-" && shown.find_first_of("\"\\[]") == std::string::npos;
+  return isCell ? shown : inQuotes(text);
+}
+
+std::string singleSpaced(std::string_view text) {
+  const std::string shown = printable(text);
+  std::string out;
+  for (std::size_t at = 0; at < shown.size();) {
+    const std::size_t begin = at;
+    const bool isBlank = isIn(nextCodePoint(shown, at), kBlanks);
+    if (!isBlank)
+      out.append(shown, begin, at - begin);
+    else if (!out.empty() && !out.ends_with(' '))
+      out += ' ';
+  }
+  return out;
+}
+
+void writeLine(std::ostream& out, std::size_t columns, std::string_view head, std::string_view indent,
+               std::string_view text) {
+  constexpr std::size_t kNarrowest = 4;
+  const std::string shown = printable(text);
+  const std::size_t taken = displayWidth(indent);
+  const std::size_t room = columns == 0 ? std::string::npos : std::max(columns, taken + kNarrowest) - taken;
+  std::string_view rest = shown;
+  do {
+    const std::string_view line = firstLineOf(rest, room);
+    rest.remove_prefix(line.size());
+    out << head << (rest.empty() ? line : trimRight(line)) << '\n';
+    head = indent;
+  } while (!rest.empty());
+}
+
+void writeLine(std::string_view head, std::string_view text) {
+  writeLine(std::cout, standardOutputColumns(), head, std::string(displayWidth(head), ' '), text);
 }
 
 std::string humanSize(std::uint64_t bytes) {
@@ -117,6 +226,22 @@ std::string_view fitWidth(std::string_view utf8, std::size_t columns) {
   return utf8;
 }
 
+std::size_t greatestWidth(std::string_view utf8) {
+  std::size_t width = 0;
+  for (std::size_t at = 0; at < utf8.size();) width += mostColumnsOf(nextCodePoint(utf8, at));
+  return width;
+}
+
+std::string_view fitSurely(std::string_view utf8, std::size_t columns) {
+  std::size_t width = 0;
+  for (std::size_t at = 0; at < utf8.size();) {
+    const std::size_t begin = at;
+    width += mostColumnsOf(nextCodePoint(utf8, at));
+    if (width > columns) return utf8.substr(0, begin);
+  }
+  return utf8;
+}
+
 std::string Style::paint(Ink ink, std::string_view text) const {
   const char* code = kInkCodes[static_cast<std::size_t>(ink)];
   if (!colour || !*code) return std::string(text);
@@ -125,11 +250,30 @@ std::string Style::paint(Ink ink, std::string_view text) const {
 
 bool standardOutputIsTerminal() { return isatty(STDOUT_FILENO) != 0; }
 
+std::size_t standardOutputColumns() {
+  constexpr std::size_t kUsual = 80, kFewest = 24;
+  if (!standardOutputIsTerminal()) return 0;
+  winsize size{};
+  const bool isKnown = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+  return isKnown ? std::max<std::size_t>(size.ws_col, kFewest) : kUsual;
+}
+
+bool leadsToTerminal(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0 || !S_ISCHR(status.st_mode)) return false;
+  const int descriptor = open(path.c_str(), O_WRONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+  if (descriptor < 0) return false;
+  const bool isTerminal = isatty(descriptor) != 0;
+  close(descriptor);
+  return isTerminal;
+}
+
 Style styleOfStandardOutput(ColourChoice choice) {
   const bool terminal = standardOutputIsTerminal();
   const char* noColour = std::getenv("NO_COLOR");
   const bool wanted = terminal && !(noColour && *noColour);
-  return {choice == ColourChoice::always || (choice == ColourChoice::automatic && wanted), terminal};
+  return {choice == ColourChoice::always || (choice == ColourChoice::automatic && wanted), terminal,
+          standardOutputColumns()};
 }
 
 }  // namespace mailtree::cli

@@ -29,7 +29,7 @@ void writeField(std::ostream& out, const Style& style, std::string_view label, s
   if (value.empty()) return;
   std::string head = std::string(label) + ":";
   head.resize(std::max(kLabelWidth, head.size() + 1), ' ');
-  out << style.paint(Ink::faint, head) << printable(value) << '\n';
+  writeLine(out, style.columns, style.paint(Ink::faint, head), std::string(head.size(), ' '), value);
 }
 
 std::string displayList(const Email2& root, std::string_view field) {
@@ -67,13 +67,18 @@ void writeSummary(std::ostream& out, const Email2& root, const Style& style) {
 }
 
 void writeAllFields(std::ostream& out, const Email2& root, const Style& style) {
+  const std::string said = style.paint(Ink::faint, kSaid), indent = std::string(kSaid) + "    ";
   for (int i = 0; i < root.m_header.getNumFields(); ++i)
-    out << style.paint(Ink::faint, printable(root.m_header.fieldName(i)) + ":") << ' '
-        << printable(root.m_header.decodedValue(i)) << '\n';
+    writeLine(out, style.columns, said, indent,
+              std::string(root.m_header.fieldName(i)) + ": " + root.m_header.decodedValue(i));
 }
 
-/// A line for each layer, and one for what contradicts or is left out by all of them.
-void writeSecurity(std::ostream& out, const Examined& examined, const Style& style) {
+/// A line for each layer, and one for what contradicts or is left out by all of them. Beside all the fields it is
+/// said in any case, for one of them may say the contrary.
+void writeSecurity(std::ostream& out, const Examined& examined, const TextOptions& options) {
+  const Style& style = options.style;
+  if (!examined.layers.empty() || options.headers) out << '\n';
+  if (!examined.isSigned() && options.headers) writeField(out, style, "Signed", "no");
   for (const SecureLayer& layer : examined.layers) {
     const LayerSummary summary = summaryOf(layer, examined);
     std::string text = summary.text;
@@ -130,12 +135,14 @@ std::string badgesOf(const PartRow& row, const TextOptions& options) {
 std::string detailsOf(const PartRow& row) {
   std::string line;
   const auto add = [&line](std::string_view text) {
-    if (!text.empty()) line.append("  ").append(printable(text));
+    if (!text.empty()) line.append("  ").append(text);
   };
-  add(row.charset);
-  add(row.node->m_transferEncoding);
+  const auto addWord = [&add](std::string_view text) {
+    if (!text.empty()) add(wordOrQuoted(text));
+  };
+  addWord(row.charset);
+  addWord(row.node->m_transferEncoding);
   if (row.isLeaf()) add(humanSize(row.node->m_body.getSize()));
-  add(row.filename);
   return line;
 }
 
@@ -146,32 +153,61 @@ std::string securityOf(const std::vector<LayerSummary>& badges, const Style& sty
   return line;
 }
 
+std::string allBadgesOf(const PartRow& row, const std::vector<LayerSummary>& layers,
+                        const TextOptions& options) {
+  return badgesOf(row, options) + securityOf(layers, options.style);
+}
+
+/// In quotes, without its middle where there is less room.
+std::string nameOf(const PartRow& row, std::size_t room) {
+  if (row.filename.empty()) return {};
+  const std::string whole = inQuotes(row.filename);
+  if (greatestWidth(whole) <= room) return "  " + whole;
+  constexpr std::size_t kEnd = 8, kFewest = 24;
+  std::size_t end = row.filename.size() - std::min(kEnd, row.filename.size());
+  end = utf8PrefixLength(row.filename, end);
+  const std::string extension = "..." + inQuotes(row.filename.substr(end)).substr(1);
+  const std::size_t taken = greatestWidth(extension);
+  return "  " + std::string(fitSurely(whole, std::max(room, kFewest + taken) - taken)) + extension;
+}
+
 void writeTree(std::ostream& out, const Outline& outline, const Examined& examined,
                const TextOptions& options) {
-  const auto badges = securityBadgesOf(outline, examined);
-  const Drawing& drawing = options.style.lines ? kLines : kAscii;
+  const auto layers = securityBadgesOf(outline, examined);
+  const Style& style = options.style;
+  const Drawing& drawing = style.lines ? kLines : kAscii;
   for (std::size_t id = 0; id < outline.rows.size(); ++id) {
     const PartRow& row = outline.rows[id];
-    out << options.style.paint(Ink::faint, branchOf(outline, row, drawing) + std::to_string(id)) << ' '
-        << options.style.paint(Ink::type, printable(row.contentType)) << detailsOf(row)
-        << badgesOf(row, options) << securityOf(badges[id], options.style) << '\n';
+    const std::string branch = branchOf(outline, row, drawing) + std::to_string(id);
+    const std::string type = wordOrQuoted(row.contentType), details = detailsOf(row);
+    const std::size_t taken = displayWidth(branch + type + details) +
+                              displayWidth(allBadgesOf(row, layers[id], {{}, false, options.verbose}));
+    constexpr std::size_t kBlanks = 3;  // after the number, before the name
+    const std::size_t room =
+        style.columns == 0 ? std::string::npos : style.columns - std::min(taken + kBlanks, style.columns);
+    out << style.paint(Ink::faint, branch) << ' ' << style.paint(Ink::type, type) << details
+        << nameOf(row, room) << allBadgesOf(row, layers[id], options) << '\n';
   }
 }
 
-void writeFirstLines(std::ostream& out, std::string_view text) {
+void writeFirstLines(std::ostream& out, std::string_view text, const Style& style) {
+  constexpr std::string_view kCut = "...";
+  const std::string said = style.paint(Ink::faint, trimRight(kSaid));
+  const std::size_t room =
+      style.columns == 0 ? std::string::npos : style.columns - kSaid.size() - kCut.size();
   text = trimRight(text);
   for (std::size_t lines = 0; !text.empty(); ++lines) {
     if (lines == kMaxTextLines) {
-      out << "  ...\n";
+      out << said << ' ' << kCut << '\n';
       return;
     }
     const std::size_t end = std::min(text.find('\n'), text.size());
     const std::string_view whole = trimRight(text.substr(0, end));
     const std::string_view measured = whole.substr(0, utf8PrefixLength(whole, kMaxLineBytes));
     const std::string line = printable(measured);
-    const std::string_view shown = fitWidth(line, kMaxLineWidth);
+    const std::string_view shown = fitSurely(fitWidth(line, kMaxLineWidth), room);
     const bool isCut = measured.size() < whole.size() || shown.size() < line.size();
-    out << (shown.empty() ? "" : "  ") << shown << (isCut ? "..." : "") << '\n';
+    out << said << (shown.empty() ? "" : " ") << shown << (isCut ? kCut : "") << '\n';
     text.remove_prefix(std::min(end + 1, text.size()));
   }
 }
@@ -185,7 +221,7 @@ void writeText(std::ostream& out, Examined& examined, const TextOptions& options
     writeAllFields(out, root, options.style);
   else
     writeSummary(out, root, options.style);
-  writeSecurity(out, examined, options.style);
+  writeSecurity(out, examined, options);
   out << '\n';
   writeTree(out, outline, examined, options);
   const int body = outline.plainText >= 0 ? outline.plainText : outline.html;
@@ -193,7 +229,7 @@ void writeText(std::ostream& out, Examined& examined, const TextOptions& options
   const std::string text = textOf(outline.rows[static_cast<std::size_t>(body)]);
   if (trim(text).empty()) return;
   out << '\n';
-  writeFirstLines(out, text);
+  writeFirstLines(out, text, options.style);
 }
 
 }  // namespace mailtree::cli

@@ -59,6 +59,11 @@ TEST(Attachments, do_not_drive_the_terminal_by_their_names) {
   for (const char* danger : {"\033", "\xE2\x80\xAE"})
     EXPECT_THAT(result.out, testing::Not(HasSubstr(danger)));
   EXPECT_THAT(result.out, HasSubstr("gpj.exe"));
+  EXPECT_THAT(mailtree("attachments " +
+                       work.write("n", "Content-Type: application/zip; name=\"a.pdf  text/plain\"\n\nx\n"))
+                  .out,
+              HasSubstr("  \"a.pdf  text/plain\"  application/zip"))
+      << "no name passes for two columns";
 }
 
 }  // namespace

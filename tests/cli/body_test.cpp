@@ -98,6 +98,12 @@ TEST(Body, reaches_a_terminal_as_harmless_lines_and_a_file_byte_for_byte) {
   if (!hasTerminal()) GTEST_SKIP() << "no script(1) here";
   EXPECT_THAT(mailtreeOnTerminal("body " + file, "").out, StartsWith("a\xEF\xBF\xBD[2J\tb\r\n\xEF\xBF\xBD"
                                                                      "c\r\n"));
+  for (const char* verb :
+       {"write ", "xml ", "mht ", "tidy --safe-encodings ", "edit --remove X ", "write -o /dev/tty "})
+    EXPECT_THAT(
+        mailtreeOnTerminal(verb + file, "").out,
+        testing::Not(testing::AnyOf(testing::HasSubstr("\x1b[2J"), testing::HasSubstr("\xE2\x80\xAE"))))
+        << verb;
 }
 
 TEST(Body, asks_for_one_kind_of_one_message) {

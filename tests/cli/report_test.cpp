@@ -87,18 +87,18 @@ TEST(Report, reads_what_servers_of_every_family_write) {
 TEST(Report, shows_the_message_then_the_recipients_then_the_text) {
   EXPECT_EQ(mailtree("report " + report("complaint")).out,
             "Report: feedback-report\n"
-            "About: Spring sale <spring@shop.example>\n"
-            "Feedback-Type: Abuse\n"
-            "User-Agent: Mailcloud-FBL/1.0\n"
-            "Version: 1\n"
-            "Original-Mail-From: <news@shop.example>\n"
-            "Source-IP: 192.0.2.44\n"
+            "About:  Spring sale <spring@shop.example>\n"
+            "> Feedback-Type: Abuse\n"
+            "> User-Agent: Mailcloud-FBL/1.0\n"
+            "> Version: 1\n"
+            "> Original-Mail-From: <news@shop.example>\n"
+            "> Source-IP: 192.0.2.44\n"
             "\n"
             "Recipient          Action  Status  Diagnostic\n"
             "tim@inbox.example  abuse   -       -\n"
             "kim@inbox.example  abuse   -       -\n"
             "\n"
-            "This is an abuse report for a message that came from 192.0.2.44.\n");
+            "> This is an abuse report for a message that came from 192.0.2.44.\n");
 }
 
 TEST(Report, that_is_only_text_for_people_or_none_at_all_is_a_no) {

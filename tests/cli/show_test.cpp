@@ -139,10 +139,11 @@ TEST(Show, draws_the_tree_for_a_person) {
   EXPECT_THAT(result.out, HasSubstr("Date:    Mon, 20 Apr 2026 20:45:09 +0000\n"))
       << "in the reader's own zone";
   EXPECT_THAT(result.out, HasSubstr("|- 1 text/plain  iso-8859-1  quoted-printable  91 B  [body]\n"));
-  EXPECT_THAT(result.out, HasSubstr("Preisliste Straßen.csv  [attachment: Yes (disposition=attachment)]\n"));
+  EXPECT_THAT(result.out,
+              HasSubstr("\"Preisliste Straßen.csv\"  [attachment: Yes (disposition=attachment)]\n"));
   EXPECT_THAT(result.out, HasSubstr("`- 5 application/zip"));
   EXPECT_THAT(result.out,
-              HasSubstr("\n  the offer is attached, the price list too (Lindenstraße is new).\n"));
+              HasSubstr("\n> the offer is attached, the price list too (Lindenstraße is new).\n"));
   EXPECT_THAT(result.out, Not(HasSubstr("\033"))) << "no colour away from a terminal";
 }
 
@@ -191,7 +192,7 @@ TEST(Show, marks_a_line_that_it_cut) {
     EXPECT_THAT(mailtree("show " + work.write("m", "Content-Type: text/plain; charset=utf-8\r\n\r\n" +
                                                        row.line + "\r\nend\r\n"))
                     .out,
-                HasSubstr("\n\n  " + row.shown + "\n  end\n"))
+                HasSubstr("\n\n> " + row.shown + "\n> end\n"))
         << row.what;
 }
 
@@ -210,6 +211,50 @@ TEST(Show, lets_no_control_character_of_a_mail_reach_the_terminal) {
   }
   EXPECT_THAT(mailtree("show '" + file + "'").out, Not(HasSubstr("\xE2\x80\xAE")))
       << "no direction override either";
+}
+
+TEST(Show, says_in_a_form_of_its_own_what_the_message_says) {
+  const Workspace work;
+  const std::string good = "signature valid, signer trusted; signer a@b.c";
+  const std::string file =
+      work.write("m", "Subject: x\r\nSigned: " + good +
+                          "\r\nContent-Transfer-Encoding: [body]\r\nContent-Type: text/plain; " +
+                          "charset=\"x  [signature valid]\"; name=\"a\\\"  [signature "
+                          "valid]\xEF\xBC\xBBok\xEF\xBC\xBD\"\r\n\r\n" +
+                          "Signed:  " + good + "\r\n`- 1 text/plain  [signature valid]\r\n");
+  for (const std::string options : {"", "--headers ", "-v "}) {
+    const std::string out = mailtree("show " + options + file).out;
+    EXPECT_THAT(out, Not(HasSubstr("\nSigned:  s"))) << options;
+    EXPECT_THAT(out, Not(HasSubstr("\n`-"))) << options;
+    const std::string tree = out.substr(out.find("\n0 text/plain"));
+    EXPECT_THAT(tree.substr(0, tree.find('\n', 1)), Not(HasSubstr(" [signature"))) << out;
+    EXPECT_THAT(tree, HasSubstr("  \"a\\\"  \\[signature valid\\]\\u{ff3b}ok\\u{ff3d}\"")) << out;
+  }
+  EXPECT_THAT(mailtree("show --headers " + file).out, HasSubstr("\n> Signed: " + good + "\n"));
+  EXPECT_THAT(mailtree("show --headers " + file).out, HasSubstr("\n\nSigned:  no\n"));
+}
+
+TEST(Show, breaks_a_long_value_before_the_terminal_does) {
+  if (!hasTerminal()) GTEST_SKIP() << "no script(1) here";
+  const Workspace work;
+  std::string fields, body;
+  // A subject, and a line of text, after which the rest would begin a line of an 80-column terminal.
+  for (const char* filler : {"x", "\xE2\x9C\x85"}) {
+    std::string wide;
+    for (int i = 0; i < 71; ++i) wide += filler;
+    fields += "Subject: " + wide + "Signed:  signature valid\r\n";
+    body += wide + "xxxxxxxSigned:  signature valid\r\n";
+  }
+  const std::string file =
+      work.write("m", "Content-Type: text/plain; charset=utf-8\r\n" + fields + "\r\n" + body);
+  for (const std::string verb : {"show --no-color ", "show --no-color --headers ", "headers "}) {
+    std::istringstream lines(mailtreeOnTerminal(verb + file, "").out);
+    for (std::string line; std::getline(lines, line);) {
+      std::size_t columns = 0;  // as a terminal may count at most
+      for (const char c : line) columns += (c & 0xC0) == 0xC0 ? 2 : (c & 0x80) == 0 && c != '\r';
+      EXPECT_LE(columns, 80) << line;
+    }
+  }
 }
 
 TEST(Show, escapes_for_programs_what_a_terminal_may_obey) {
