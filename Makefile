@@ -4,7 +4,6 @@ SHELL := /bin/bash
 BUILD := build
 LAUNCHER := $(if $(shell command -v ccache),-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 CMAKE := cmake -G Ninja $(LAUNCHER)
-CORPUS ?=
 DEMO_FLAGS ?=
 
 .PHONY: help demo test bench fuzz asan tsan format format-check lint check clean

@@ -1,9 +1,8 @@
-// Laws of loading and writing together, over trees made here, over the samples, and over any folder of
-// messages named by the environment variable MAILTREE_CORPUS.
+// Laws of loading and writing together, over trees made here, over the samples, and over real mail
+// where there is some.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -219,11 +218,9 @@ TEST(RoundTrip, doubles_every_leading_dot_of_hostile_messages) {
 }
 
 TEST(RoundTrip, holds_for_a_folder_of_real_messages) {
-  const char* const folder = std::getenv("MAILTREE_CORPUS");
-  if (!folder) GTEST_SKIP() << "MAILTREE_CORPUS names no folder of messages";
-  const std::vector<fs::path> paths = messagesIn(folder);
-  ASSERT_FALSE(paths.empty()) << folder;
-  for (const fs::path& path : paths) checkLaws(contentOf(path), path.filename().string());
+  const std::string folder = places::corpus("messages");
+  if (folder.empty()) GTEST_SKIP() << "MAILTREE_CORPUS names no folder with messages";
+  for (const fs::path& path : messagesIn(folder)) checkLaws(contentOf(path), path.filename().string());
 }
 
 }  // namespace
