@@ -229,7 +229,8 @@ Exit decrypt(const AesOptions& options, DataBuffer& bytes, Message& message, _sv
 
 using Work = Exit (*)(const AesOptions&, DataBuffer&, Message&, _svSymSettings&);
 
-Exit run(const AesOptions& options, Work work) {
+/// @param form  how the result is written.
+Exit run(const AesOptions& options, Work work, const WriteForm& form) {
   DataBuffer bytes;
   if (!readFile(options.file, bytes)) return Exit::unreadable;
   std::optional<Message> message = loadMessageToWrite(options.file, bytes);
@@ -239,11 +240,11 @@ Exit run(const AesOptions& options, Work work) {
   settings.m_mode = modeOf(options.mode)->mode;
   settings.m_bindsBodies = !options.isOld;
   if (const Exit result = work(options, bytes, *message, settings); result != Exit::fine) return result;
-  return graver(limits, writeMessage(*message->root, options.output));
+  return graver(limits, writeMessage(*message->root, options.output, form));
 }
 
 void addDirection(CLI::App& aes, Action& action, const char* name, const char* description,
-                  const char* example, Work work) {
+                  const char* example, Work work, const WriteForm& form) {
   auto options = std::make_shared<AesOptions>();
   CLI::App* verb = aes.add_subcommand(name, description);
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
@@ -261,7 +262,9 @@ void addDirection(CLI::App& aes, Action& action, const char* name, const char* d
                    "Encrypted in gcm by a mailtree that did not yet bind each body to its type and place");
   addOutput(*verb, options->output);
   verb->footer(std::string("Example:\n  ") + example);
-  verb->callback([options, work, &action] { action = [options, work] { return run(*options, work); }; });
+  verb->callback([options, work, form, &action] {
+    action = [options, work, form] { return run(*options, work, form); };
+  });
 }
 
 }  // namespace
@@ -271,9 +274,10 @@ void addAes(CLI::App& app, Action& action) {
       app.add_subcommand("aes", "Encrypt or decrypt the bodies of a message in place, under one key");
   verb->require_subcommand(1);
   addDirection(*verb, action, "encrypt", "Encrypt every body; the header and the tree stay readable",
-               "mailtree aes encrypt --key-file key mail.eml -o hidden.eml", encrypt);
+               "mailtree aes encrypt --key-file key mail.eml -o hidden.eml", encrypt, {});
   addDirection(*verb, action, "decrypt", "Decrypt what aes encrypt made; status 1 when the key does not fit",
-               "mailtree aes decrypt --key-file key hidden.eml -o mail.eml", decrypt);
+               "mailtree aes decrypt --key-file key hidden.eml -o mail.eml", decrypt,
+               {.readers = Readers::owner});
   verb->footer(
       "A key comes from a file, or from a password (PBKDF2 with HMAC-SHA-256, 600,000 rounds), whose salt "
       "travels in "

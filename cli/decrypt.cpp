@@ -38,7 +38,7 @@ Exit decrypt(const DecryptOptions& options) {
     return Exit::negative;
   }
   tellWhatChanged(options.file, opened);
-  TextFile out(options.output);
+  TextFile out(options.output, Readers::owner);
   return out.write(opened.bytes) && out.commit() ? Exit::fine : Exit::unreadable;
 }
 

@@ -96,8 +96,17 @@ std::string_view contentOf(const PartRow& row, std::string& scratch) {
   return scratch;
 }
 
+/// What was encrypted is for its owner.
+Readers readersOf(const Message& message) {
+  const bool isDecrypted = std::ranges::any_of(message.common->m_secureLayers, [](const SecureLayer& layer) {
+    return layer.isEncrypted() && layer.opened;
+  });
+  return isDecrypted ? Readers::owner : Readers::usual;
+}
+
 /// A file that cannot be written does not stop the others.
-Exit writeToFolder(const Outline& outline, const std::vector<int>& ids, const ExtractOptions& options) {
+Exit writeToFolder(const Outline& outline, const std::vector<int>& ids, const ExtractOptions& options,
+                   Readers readers) {
   if (!options.dryRun && !makeFolder(options.folder)) return Exit::unreadable;
   const bool isHere = options.folder == ".";
   FreeNames names(isHere ? fs::path() : fs::path(options.folder), options.force);
@@ -106,8 +115,8 @@ Exit writeToFolder(const Outline& outline, const std::vector<int>& ids, const Ex
   for (const int id : ids) {
     const PartRow& row = outline.row(id);
     const std::string path = names.pick(fileNameOf(row, id));
-    if (options.dryRun ||
-        saveFile(path, contentOf(row, scratch), options.force ? Existing::replaceEntry : Existing::refuse))
+    if (options.dryRun || saveFile(path, contentOf(row, scratch),
+                                   options.force ? Existing::replaceEntry : Existing::refuse, readers))
       tellPath(path);
     else
       result = Exit::unreadable;
@@ -127,10 +136,11 @@ Exit extract(const ExtractOptions& options) {
     complain(options.file, whatIsMissing(options));
     return graver(result, Exit::negative);
   }
-  if (options.output.empty()) return graver(result, writeToFolder(outline, ids, options));
+  const Readers readers = readersOf(*message);
+  if (options.output.empty()) return graver(result, writeToFolder(outline, ids, options, readers));
   std::string scratch;
-  return graver(result,
-                saveToOutput(contentOf(outline.row(ids.front()), scratch), options.output, options.force));
+  const std::string_view content = contentOf(outline.row(ids.front()), scratch);
+  return graver(result, saveToOutput(content, options.output, options.force, readers));
 }
 
 void addSelectors(CLI::App& verb, ExtractOptions& options) {

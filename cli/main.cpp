@@ -1,5 +1,6 @@
 // mailtree: mail messages as trees, on the command line.
 #include <fcntl.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -9,6 +10,7 @@
 #include "cli/arguments.h"
 #include "cli/commands.h"
 #include "cli/input.h"
+#include "mailtree/base/Output.h"
 
 namespace mailtree::cli {
 namespace {
@@ -25,6 +27,29 @@ bool holdStandardStreams() {
   for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream)
     if (::fcntl(stream, F_GETFD) < 0 && ::open("/dev/null", kModes[stream]) != stream) return false;
   return true;
+}
+
+/// What ends a program that does not say otherwise: keys, other programs, and limits it was given.
+constexpr int kEndingSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM, SIGXCPU, SIGXFSZ};
+
+/// Leaves no unfinished file and ends as the signal would have ended it.
+extern "C" void endBySignal(int signal) {
+  FileOutput::removeUnfinished();
+  ::raise(signal);  // blocked until this returns, and has its default effect then
+}
+
+void cleanUpAtSignals() {
+  struct sigaction action {};
+  action.sa_handler = endBySignal;
+  action.sa_flags = SA_RESETHAND;
+  sigemptyset(&action.sa_mask);
+  for (const int signal : kEndingSignals) sigaddset(&action.sa_mask, signal);
+  for (const int signal : kEndingSignals) {
+    struct sigaction before {};
+    // Who started this with nohup wants it to go on.
+    if (::sigaction(signal, nullptr, &before) == 0 && before.sa_handler != SIG_IGN)
+      ::sigaction(signal, &action, nullptr);
+  }
 }
 
 int usageError(const CLI::App& app, const CLI::ParseError& error) {
@@ -78,6 +103,7 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
   if (!mailtree::cli::holdStandardStreams()) return static_cast<int>(mailtree::cli::Exit::unreadable);
   try {
+    mailtree::cli::cleanUpAtSignals();
     return mailtree::cli::run(argc, argv);
   } catch (const std::exception& error) {  // out of memory, or a stream that throws
     mailtree::cli::complain(error.what());

@@ -34,7 +34,8 @@ bool assemble(Email2& root, const WriteForm& form, _svOutput* sink, StringBuffer
 bool writeToFile(Email2& root, const std::string& path, const WriteForm& form, LogBase& log) {
   FileOutput sink;
   StringBuffer unused;
-  return sink.open(path.c_str(), log) && assemble(root, form, &sink, unused, log) && sink.commit(log);
+  return sink.open(path.c_str(), log, Existing::replace, form.readers) &&
+         assemble(root, form, &sink, unused, log) && sink.commit(log);
 }
 
 Exit writeToStandardOutput(Email2& root, const WriteForm& form, LogMemory& log) {
@@ -78,8 +79,9 @@ Exit writeMessage(Email2& root, const std::string& path, const WriteForm& form) 
     TextFile terminal(path);
     if (assemble(root, form, nullptr, shown, log))
       return terminal.write(shown.text()) && terminal.commit() ? Exit::fine : Exit::unreadable;
+  } else if (writeToFile(root, path, form, log)) {
+    return Exit::fine;
   }
-  if (writeToFile(root, path, form, log)) return Exit::fine;
   complain(path, lastError(log, "cannot be written"));
   return Exit::unreadable;
 }
@@ -90,7 +92,9 @@ bool TextFile::write(const std::string& text) {
   LogMemory log;
   ProgressContext progress(nullptr);
   if (leadsToTerminal(m_path)) m_text = printableLines(text);
-  return complainUnless(m_sink.open(m_path.c_str(), log) && m_sink.write(m_text, progress, log), log);
+  return complainUnless(
+      m_sink.open(m_path.c_str(), log, Existing::replace, m_readers) && m_sink.write(m_text, progress, log),
+      log);
 }
 
 bool TextFile::commit() {

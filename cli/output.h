@@ -26,6 +26,7 @@ bool isSameOutput(const std::string& a, const std::string& b);
 struct WriteForm {
   bool qpFor8bit = false;
   bool dotStuff = false;
+  Readers readers = Readers::usual;
 };
 
 /// Writes a message as MIME, without the fields that are the library's own. A file is there whole or not at
@@ -39,7 +40,8 @@ bool assembleMessage(Email2& root, StringBuffer& out, LogBase& log, const WriteF
 /// succeed. Both are false after a complaint.
 class TextFile {
  public:
-  explicit TextFile(std::string path) : m_path(std::move(path)) {}
+  explicit TextFile(std::string path, Readers readers = Readers::usual)
+      : m_path(std::move(path)), m_readers(readers) {}
   bool write(const std::string& text);
   bool commit();
 
@@ -47,6 +49,7 @@ class TextFile {
   bool complainUnless(bool done, const LogMemory& log) const;
 
   std::string m_path;
+  Readers m_readers;
   std::string m_text;  ///< For standard output, which takes nothing back.
   FileOutput m_sink;
 };

@@ -9,11 +9,11 @@
 
 namespace mailtree::cli {
 
-bool saveFile(const std::string& path, std::string_view bytes, Existing existing) {
+bool saveFile(const std::string& path, std::string_view bytes, Existing existing, Readers readers) {
   LogMemory log;
   ProgressContext progress(nullptr);
   FileOutput sink;
-  if (sink.open(path.c_str(), log, existing) && sink.write(bytes, progress, log) && sink.commit(log))
+  if (sink.open(path.c_str(), log, existing, readers) && sink.write(bytes, progress, log) && sink.commit(log))
     return true;
   complain(path, lastError(log, "cannot be written"));
   return false;
@@ -29,12 +29,12 @@ bool makeFolder(const std::string& folder) {
 
 void tellPath(const std::string& path) { std::cout << printable(path) << '\n'; }
 
-Exit saveToOutput(std::string_view bytes, const std::string& path, bool force) {
+Exit saveToOutput(std::string_view bytes, const std::string& path, bool force, Readers readers) {
   if (path == "-") {
     writeGuarded(bytes);
     return finishStandardOutput();
   }
-  if (!saveFile(path, bytes, force ? Existing::replace : Existing::refuse)) return Exit::unreadable;
+  if (!saveFile(path, bytes, force ? Existing::replace : Existing::refuse, readers)) return Exit::unreadable;
   tellPath(path);
   return finishStandardOutput();
 }

@@ -87,7 +87,7 @@ class MailboxTarget final : public MergeTarget {
       complain(m_path, kTaken);
       return false;
     }
-    return complainUnless(m_sink.open(m_path.c_str(), m_log));
+    return complainUnless(m_sink.open(m_path.c_str(), m_log, m_force ? Existing::replace : Existing::refuse));
   }
 
   bool put(Email2& email) override {

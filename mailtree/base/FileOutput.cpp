@@ -1,6 +1,12 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
 #include <system_error>
 
@@ -15,6 +21,25 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t kBufferSize = std::size_t{64} * 1024;
 constexpr int kNameAttempts = 8;
+
+/// Before the umask.
+constexpr mode_t kUsual = 0666, kOwnerOnly = 0600;
+constexpr mode_t kOwnerBits = 0700;
+
+/// Names of temporaries, for a signal handler, which can wait for no lock. Those beyond its room are removed by
+/// their objects alone.
+std::array<std::atomic<const char*>, 64> unfinished{};
+static_assert(std::atomic<const char*>::is_always_lock_free);
+
+void watch(const char* name) noexcept {
+  for (auto& slot : unfinished)
+    if (const char* none = nullptr; slot.compare_exchange_strong(none, name)) return;
+}
+
+void unwatch(const char* name) noexcept {
+  for (auto& slot : unfinished)
+    if (const char* mine = name; slot.compare_exchange_strong(mine, nullptr)) return;
+}
 
 int lastError() noexcept { return errno ? errno : EIO; }
 
@@ -42,14 +67,28 @@ std::string nameBeside(const fs::path& target) {
   return (target.parent_path() / name.getString()).string();
 }
 
+/// Moves a whole file to its name; 0 or an errno. Where no rename can leave alone what has the name, the file gets
+/// a second name and loses the first one.
+int giveName(const char* from, const char* to, bool mayReplace) noexcept {
+  errno = 0;
+  if (mayReplace) return std::rename(from, to) == 0 ? 0 : lastError();
+#ifdef RENAME_NOREPLACE
+  if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
+  if (errno != EINVAL && errno != ENOSYS) return lastError();
+#endif
+  if (::link(from, to) != 0) return lastError();
+  ::unlink(from);
+  return 0;
+}
+
 }  // namespace
 
 FileOutput::~FileOutput() { discard(); }
 
-bool FileOutput::open(const char* path, LogBase& log, Existing existing) {
+bool FileOutput::open(const char* path, LogBase& log, Existing existing, Readers readers) {
   const LogContextExitor context(log, "openOutputFile", log.m_verboseLogging);
   discard();
-  const int error = neverThrow(ENOMEM, [&] { return start(viewOf(path), existing); });
+  const int error = neverThrow(ENOMEM, [&] { return start(viewOf(path), existing, readers); });
   if (error == 0) return true;
   discard();
   setFailed();
@@ -58,53 +97,74 @@ bool FileOutput::open(const char* path, LogBase& log, Existing existing) {
 }
 
 /// Opens the stream that bytes go to; 0 or an errno.
-int FileOutput::start(std::string_view path, Existing existing) {
+int FileOutput::start(std::string_view path, Existing existing, Readers readers) {
   m_path = path;
   m_buffer = std::make_unique<char[]>(kBufferSize);
-  if (existing == Existing::refuse) return startNew();
+  m_mayReplace = existing != Existing::refuse;
 
   const fs::path named(m_path);
   const bool follows = existing == Existing::replace;
   std::error_code error;
   const fs::file_status status = follows ? fs::status(named, error) : fs::symlink_status(named, error);
+  if (fs::exists(status) && !m_mayReplace) return EEXIST;
   if (!fs::exists(status) || fs::is_symlink(status))
-    return named.has_filename() ? startBeside(std::string(path)) : ENOENT;
+    return named.has_filename() ? startBeside(m_path, readers == Readers::owner ? kOwnerOnly : kUsual)
+                                : ENOENT;
   if (!fs::is_regular_file(status) || namesOpenStream(path))
-    return follows ? openStream(m_path, "abe") : fs::is_directory(status) ? EISDIR : EEXIST;
+    return follows ? openStream() : fs::is_directory(status) ? EISDIR : EEXIST;
 
   const fs::path target = follows ? fs::canonical(named, error) : named;
   if (error) return error.value();
   if (const int refused = mayWrite(target)) return refused;
-  if (const int failed = startBeside(target.string())) return failed;
-  fs::permissions(m_temporaryPath, status.permissions() & fs::perms::all, error);
-  return error.value();
+  const auto before = static_cast<mode_t>(status.permissions() & fs::perms::all);
+  return startReplacing(target.string(), readers == Readers::owner ? before & kOwnerBits : before);
 }
 
-/// The file is its own temporary: removed when it was not finished.
-int FileOutput::startNew() {
-  if (const int failed = openStream(m_path, "wbxe")) return failed;
-  m_temporaryPath = m_path;
-  return 0;
+/// Nobody gets to open the new file who could not open the old one.
+int FileOutput::startReplacing(const std::string& target, unsigned permissions) {
+  if (const int failed = startBeside(target, kOwnerOnly)) return failed;
+  errno = 0;
+  return ::fchmod(::fileno(m_file.get()), permissions) == 0 ? 0 : lastError();
 }
 
-int FileOutput::startBeside(const std::string& target) {
+int FileOutput::startBeside(const std::string& target, unsigned permissions) {
   for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
-    std::string name = nameBeside(target);
-    const int failed = openStream(name, "wbxe");
-    if (failed == EEXIST) continue;
-    if (failed) return failed;
-    m_temporaryPath = std::move(name);
-    m_path = target;
-    return 0;
+    m_temporaryPath = nameBeside(target);
+    watch(m_temporaryPath.c_str());  // before it is there: no signal may come in between
+    const int failed = createStream(permissions);
+    if (!failed) {
+      m_path = target;
+      return 0;
+    }
+    forgetTemporary();
+    if (failed != EEXIST) return failed;
   }
   return EEXIST;
 }
 
-int FileOutput::openStream(const std::string& name, const char* mode) {
+int FileOutput::createStream(unsigned permissions) {
   errno = 0;
-  m_file.reset(std::fopen(name.c_str(), mode));
-  if (!m_file) return lastError();
-  std::setvbuf(m_file.get(), m_buffer.get(), _IOFBF, kBufferSize);
+  const int descriptor =
+      ::open(m_temporaryPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, permissions);
+  if (descriptor < 0) return lastError();
+  if (const int failed = takeStream(::fdopen(descriptor, "wb"))) {
+    ::close(descriptor);
+    ::unlink(m_temporaryPath.c_str());
+    return failed;
+  }
+  return 0;
+}
+
+/// What is no regular file is written to directly.
+int FileOutput::openStream() {
+  errno = 0;
+  return takeStream(std::fopen(m_path.c_str(), "abe"));
+}
+
+int FileOutput::takeStream(std::FILE* stream) {
+  if (!stream) return lastError();
+  m_file.reset(stream);
+  std::setvbuf(stream, m_buffer.get(), _IOFBF, kBufferSize);
   return 0;
 }
 
@@ -133,17 +193,26 @@ bool FileOutput::commit(LogBase& log) {
 int FileOutput::finish() noexcept {
   errno = 0;
   if (std::fclose(m_file.release()) != 0) return lastError();
-  if (!m_temporaryPath.empty() && m_temporaryPath != m_path &&
-      std::rename(m_temporaryPath.c_str(), m_path.c_str()) != 0)
-    return lastError();
-  m_temporaryPath.clear();
+  if (m_temporaryPath.empty()) return 0;
+  if (const int failed = giveName(m_temporaryPath.c_str(), m_path.c_str(), m_mayReplace)) return failed;
+  forgetTemporary();
   return 0;
 }
 
 void FileOutput::discard() noexcept {
   m_file.reset();
   if (!m_temporaryPath.empty()) std::remove(m_temporaryPath.c_str());
+  forgetTemporary();
+}
+
+void FileOutput::forgetTemporary() noexcept {
+  unwatch(m_temporaryPath.c_str());
   m_temporaryPath.clear();
+}
+
+void FileOutput::removeUnfinished() noexcept {
+  for (auto& slot : unfinished)
+    if (const char* const name = slot.exchange(nullptr)) ::unlink(name);
 }
 
 }  // namespace mailtree

@@ -105,14 +105,20 @@ enum class Existing {
   /// The file under this very name is replaced: a symbolic link gives way to the new file and what it pointed
   /// to stays. What is neither is refused.
   replaceEntry,
-  /// Whatever has the name is refused, a symbolic link that leads nowhere too. The new file has its name from
-  /// the start, which nobody can take in between.
+  /// Anything that has the name is refused, a symbolic link that leads nowhere too: by open(), and by commit()
+  /// when the name was taken in between.
   refuse
 };
 
+/// Who may read a file.
+enum class Readers {
+  usual,  ///< What the umask leaves, or who could read the file that is replaced.
+  owner   ///< Of these only the owner, from its first byte on.
+};
+
 /// Writes to a file, buffered. A file exists under its name only when it is whole: bytes go beside it, to a
-/// name of their own, until commit() renames it into place. Without commit() nothing is left behind. One
-/// object writes one file.
+/// name of their own (".mailtree-...tmp"), until commit() gives it its name. Without commit() nothing remains.
+/// One object writes one file.
 class FileOutput final : public _svOutput {
  public:
   FileOutput() noexcept = default;
@@ -120,25 +126,34 @@ class FileOutput final : public _svOutput {
   FileOutput& operator=(const FileOutput&) = delete;
   ~FileOutput() override;
   /// Starts a file (path in utf-8). False, with the reason logged, when it cannot be made.
-  bool open(const char* path, LogBase& log, Existing existing = Existing::replace);
-  /// Flushes, closes and renames into place; false, with the reason logged, when any of it failed.
+  bool open(const char* path, LogBase& log, Existing existing = Existing::replace,
+            Readers readers = Readers::usual);
+  /// Flushes, closes and gives the file its name; false, with the reason logged, when any of it failed.
   bool commit(LogBase& log);
+
+  /// Removes what files of this process that are not committed have written so far. For a signal handler that
+  /// ends the process: it is async-signal-safe, and no file may be written to afterwards.
+  static void removeUnfinished() noexcept;
 
  protected:
   bool put(std::string_view bytes, LogBase& log) override;
 
  private:
-  int start(std::string_view path, Existing existing);
-  int startNew();
-  int startBeside(const std::string& target);
-  int openStream(const std::string& name, const char* mode);
+  int start(std::string_view path, Existing existing, Readers readers);
+  int startReplacing(const std::string& target, unsigned permissions);
+  int startBeside(const std::string& target, unsigned permissions);
+  int createStream(unsigned permissions);
+  int openStream();
+  int takeStream(std::FILE* stream);
   int finish() noexcept;
+  void forgetTemporary() noexcept;
   void discard() noexcept;
 
   std::unique_ptr<char[]> m_buffer;  ///< The stream's, so it must outlive it.
   FilePtr m_file;
   std::string m_path;
   std::string m_temporaryPath;  ///< Goes without commit(). Empty while what is no regular file is written.
+  bool m_mayReplace = true;
 };
 
 }  // namespace mailtree

@@ -86,9 +86,10 @@ class FileOutputTest : public testing::Test {
   void TearDown() override { fs::remove_all(m_folder); }
   std::string path(const char* name) const { return (m_folder / name).string(); }
   long entries() const { return std::distance(fs::directory_iterator(m_folder), fs::directory_iterator()); }
-  bool save(const std::string& target, std::string_view bytes, Existing existing = Existing::replace) {
+  bool save(const std::string& target, std::string_view bytes, Existing existing = Existing::replace,
+            Readers readers = Readers::usual) {
     FileOutput output;
-    return output.open(target.c_str(), m_log, existing) && output.write(bytes, m_progress, m_log) &&
+    return output.open(target.c_str(), m_log, existing, readers) && output.write(bytes, m_progress, m_log) &&
            output.commit(m_log);
   }
 
@@ -128,9 +129,12 @@ TEST_F(FileOutputTest, honours_the_umask_and_keeps_permissions_of_what_it_replac
   std::ofstream(path("old")) << "x";
   fs::permissions(path("old"), fs::perms(0604));
   EXPECT_TRUE(save(path("old"), "y"));
+  std::ofstream(path("secret")) << "x";
+  EXPECT_TRUE(save(path("secret"), "y", Existing::replace, Readers::owner));
   umask(before);
   EXPECT_EQ(static_cast<int>(fs::status(path("fresh")).permissions()), 0640);
   EXPECT_EQ(static_cast<int>(fs::status(path("old")).permissions()), 0604);
+  EXPECT_EQ(static_cast<int>(fs::status(path("secret")).permissions()), 0600);
 }
 
 TEST_F(FileOutputTest, writes_through_a_symbolic_link) {
@@ -168,15 +172,17 @@ TEST_F(FileOutputTest, replaces_the_entry_or_refuses_it_when_told_so) {
   EXPECT_EQ(fs::status(path("file")).permissions(), fs::perms(0600));
 }
 
-TEST_F(FileOutputTest, keeps_its_new_name_only_when_it_was_finished) {
-  EXPECT_TRUE(save(path("whole"), "x", Existing::refuse));
-  {
-    FileOutput unfinished;
-    ASSERT_TRUE(unfinished.open(path("half").c_str(), m_log, Existing::refuse));
-    EXPECT_FALSE(save(path("half"), "y", Existing::refuse)) << "the name is taken from the start";
-  }
+TEST_F(FileOutputTest, does_not_take_a_name_that_was_taken_in_between) {
+  FileOutput late, unfinished;
+  ASSERT_TRUE(late.open(path("f").c_str(), m_log, Existing::refuse));
+  ASSERT_TRUE(unfinished.open(path("g").c_str(), m_log));
+  EXPECT_FALSE(fs::exists(path("f")));
+  EXPECT_TRUE(save(path("f"), "x", Existing::refuse));
+  EXPECT_FALSE(late.commit(m_log));
+  EXPECT_EQ(contentOf(path("f")), "x");
+  EXPECT_EQ(entries(), 2);
+  FileOutput::removeUnfinished();
   EXPECT_EQ(entries(), 1);
-  EXPECT_EQ(contentOf(path("whole")), "x");
 }
 
 TEST_F(FileOutputTest, takes_names_of_any_length_the_host_takes) {
