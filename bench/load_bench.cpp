@@ -1,33 +1,11 @@
 // Loading and writing whole messages: what a program that handles mail does all day.
 #include <benchmark/benchmark.h>
 
+#include "bench/loading.h"
 #include "bench/messages.h"
-#include "mailtree/email/Email2.h"
 
 namespace mailtree::bench {
 namespace {
-
-EmailPtr load(const std::string& message) {
-  const RefPtr<_svEmailCommon> common(new _svEmailCommon);
-  SystemCerts certs;
-  LogNull log;
-  return EmailPtr(Email2::createFromMimeText2a(*common, message.data(), static_cast<int>(message.size()),
-                                               certs, log, false));
-}
-
-std::size_t lengthOf(const _svEmailAddress& address) {
-  return address.m_name.view().size() + address.m_address.view().size();
-}
-
-/// Subject, sender, recipients and date, as every reader of mail asks for them.
-std::size_t readFacts(Email2& root) {
-  LogNull log;
-  StringBuffer subject;
-  root.getSubjectUtf8(subject, log);
-  std::size_t sum = subject.getSize() + lengthOf(root.m_fromAddr) + root.m_date.m_year;
-  for (int i = 0; i < root.m_toAddrs.getSize(); ++i) sum += lengthOf(*root.m_toAddrs.at<_svEmailAddress>(i));
-  return sum;
-}
 
 void count(benchmark::State& state, std::size_t bytes, std::size_t messages) {
   state.SetBytesProcessed(static_cast<std::int64_t>(bytes * state.iterations()));
@@ -36,7 +14,7 @@ void count(benchmark::State& state, std::size_t bytes, std::size_t messages) {
 
 void loadSet(benchmark::State& state, const MessageSet& set) {
   for ([[maybe_unused]] const auto& _ : state)
-    for (const std::string& message : set.messages) benchmark::DoNotOptimize(readFacts(*load(message)));
+    for (const std::string& message : set.messages) benchmark::DoNotOptimize(loadWithMailtree(message));
   count(state, set.bytes(), set.messages.size());
 }
 
@@ -67,9 +45,9 @@ void writeSet(benchmark::State& state, const MessageSet& set) {
 void growth(benchmark::State& state, std::string (*generate)(int)) {
   const std::string message = generate(static_cast<int>(state.range(0)));
   for ([[maybe_unused]] const auto& _ : state) {
-    const EmailPtr loaded = load(message);
-    if (!loaded) return state.SkipWithError("not enough memory");
-    benchmark::DoNotOptimize(readFacts(*loaded));
+    const std::size_t facts = loadWithMailtree(message);
+    if (facts == 0) return state.SkipWithError("not enough memory");
+    benchmark::DoNotOptimize(facts);
   }
   count(state, message.size(), static_cast<std::size_t>(state.range(0)));
 }

@@ -165,6 +165,71 @@ std::string encodedIn(const char* label, const std::string& utf8) {
   return bytes;
 }
 
+std::string shortMail(Writer& w) {
+  return head(w) + part("text/plain; charset=utf-8", "8bit", w.prose(w.between(200, 3000), kGerman, 12));
+}
+
+std::string htmlMail(Writer& w) {
+  std::string html = "<html><head><title>x</title></head><body>";
+  for (std::size_t size = w.between(16'000, 60'000); html.size() < size;)
+    html += "<p style=\"margin:0;color:#333\"><a href=\"https://example.org/?a=" + w.word() +
+            "&amp;b=" + w.word() + "\">" + w.prose(60, kGerman, 8) + "</a></p>";
+  return head(w) + multipart("alternative", "=_alt",
+                             {part("text/plain; charset=utf-8", "quoted-printable",
+                                   quotedPrintable(w.prose(4000, kGerman, 8))),
+                              part("text/html; charset=utf-8", "quoted-printable",
+                                   quotedPrintable(html + "</body></html>"))});
+}
+
+std::string attachmentMail(Writer& w, std::size_t bytes) {
+  return head(w) +
+         multipart(
+             "mixed", "=_mixed",
+             {part("text/plain; charset=us-ascii", "7bit", w.prose(800, {}, 1)),
+              part("application/pdf; name=\"a.pdf\"\r\nContent-Disposition: attachment; filename=\"a.pdf\"",
+                   "base64", base64(w.bytes(bytes)))});
+}
+
+/// Every charset in both encodings, in turns.
+std::string charsetMail(Writer& w, std::size_t number) {
+  const CharsetRow& row = kCharsets[number / 2 % std::size(kCharsets)];
+  const bool asBase64 = number % 2 == 0;
+  const std::string text = encodedIn(row.label, w.prose(12'000, *row.words, 2));
+  return head(w) + part("text/plain; charset=" + std::string(row.label),
+                        asBase64 ? "base64" : "quoted-printable",
+                        asBase64 ? base64(text) : quotedPrintable(text));
+}
+
+std::string partsMail(Writer& w, int count) {
+  std::vector<std::string> parts;
+  for (int i = 1; i < count; ++i)
+    parts.push_back(part("text/plain; charset=us-ascii", "7bit", w.prose(60, {}, 1)));
+  return head(w) + multipart("mixed", "=_many", parts);
+}
+
+std::string deepMail(Writer& w, int levels) {
+  std::string inner = part("text/plain; charset=us-ascii", "7bit", w.prose(400, {}, 1));
+  for (int i = 1; i < levels; ++i)
+    inner = multipart("mixed", "=_level" + std::to_string(i),
+                      {part("text/plain; charset=us-ascii", "7bit", w.prose(200, {}, 1)), inner});
+  return head(w) + inner;
+}
+
+constexpr int kParts = 2'001, kLevels = 30;
+
+/// Many times what the caches of a processor hold. The odd shapes take long for each byte, and get by with less.
+constexpr std::size_t kCold = std::size_t{256} << 20, kColdOdd = std::size_t{64} << 20;
+
+template <class Next>
+MessageSet filled(const char* name, std::size_t bytes, Next next) {
+  MessageSet set{name, {}};
+  for (std::size_t size = 0; size < bytes; size += set.messages.back().size()) {
+    set.messages.push_back(next());
+    set.messages.back().shrink_to_fit();
+  }
+  return set;
+}
+
 }  // namespace
 
 std::size_t MessageSet::bytes() const {
@@ -176,37 +241,20 @@ std::size_t MessageSet::bytes() const {
 MessageSet shortText(std::size_t count) {
   Writer w(1);
   MessageSet set{"short_text", {}};
-  for (std::size_t i = 0; i < count; ++i)
-    set.messages.push_back(
-        head(w) + part("text/plain; charset=utf-8", "8bit", w.prose(w.between(200, 3000), kGerman, 12)));
+  for (std::size_t i = 0; i < count; ++i) set.messages.push_back(shortMail(w));
   return set;
 }
 
 MessageSet htmlQuotedPrintable() {
   Writer w(2);
   MessageSet set{"html_qp", {}};
-  for (int i = 0; i < 24; ++i) {
-    std::string html = "<html><head><title>x</title></head><body>";
-    for (std::size_t size = w.between(16'000, 60'000); html.size() < size;)
-      html += "<p style=\"margin:0;color:#333\"><a href=\"https://example.org/?a=" + w.word() +
-              "&amp;b=" + w.word() + "\">" + w.prose(60, kGerman, 8) + "</a></p>";
-    set.messages.push_back(head(w) + multipart("alternative", "=_alt",
-                                               {part("text/plain; charset=utf-8", "quoted-printable",
-                                                     quotedPrintable(w.prose(4000, kGerman, 8))),
-                                                part("text/html; charset=utf-8", "quoted-printable",
-                                                     quotedPrintable(html + "</body></html>"))}));
-  }
+  for (int i = 0; i < 24; ++i) set.messages.push_back(htmlMail(w));
   return set;
 }
 
 std::string withAttachment(std::size_t bytes) {
   Writer w(3);
-  return head(w) +
-         multipart(
-             "mixed", "=_mixed",
-             {part("text/plain; charset=us-ascii", "7bit", w.prose(800, {}, 1)),
-              part("application/pdf; name=\"a.pdf\"\r\nContent-Disposition: attachment; filename=\"a.pdf\"",
-                   "base64", base64(w.bytes(bytes)))});
+  return attachmentMail(w, bytes);
 }
 
 MessageSet base64Attachments() {
@@ -219,31 +267,18 @@ MessageSet base64Attachments() {
 MessageSet mixedCharsets() {
   Writer w(4);
   MessageSet set{"charsets", {}};
-  for (const CharsetRow& row : kCharsets)
-    for (const bool asBase64 : {true, false}) {
-      const std::string text = encodedIn(row.label, w.prose(12'000, *row.words, 2));
-      set.messages.push_back(head(w) + part("text/plain; charset=" + std::string(row.label),
-                                            asBase64 ? "base64" : "quoted-printable",
-                                            asBase64 ? base64(text) : quotedPrintable(text)));
-    }
+  for (std::size_t i = 0; i < 2 * std::size(kCharsets); ++i) set.messages.push_back(charsetMail(w, i));
   return set;
 }
 
 std::string manyParts(int count) {
   Writer w(5);
-  std::vector<std::string> parts;
-  for (int i = 1; i < count; ++i)
-    parts.push_back(part("text/plain; charset=us-ascii", "7bit", w.prose(60, {}, 1)));
-  return head(w) + multipart("mixed", "=_many", parts);
+  return partsMail(w, count);
 }
 
 std::string deep(int levels) {
   Writer w(6);
-  std::string inner = part("text/plain; charset=us-ascii", "7bit", w.prose(400, {}, 1));
-  for (int i = 1; i < levels; ++i)
-    inner = multipart("mixed", "=_level" + std::to_string(i),
-                      {part("text/plain; charset=us-ascii", "7bit", w.prose(200, {}, 1)), inner});
-  return head(w) + inner;
+  return deepMail(w, levels);
 }
 
 std::string manyFields(int count) {
@@ -320,10 +355,44 @@ const std::vector<MessageSet>& allSets() {
     sets.push_back(htmlQuotedPrintable());
     sets.push_back(base64Attachments());
     sets.push_back(mixedCharsets());
-    sets.push_back({"parts_2000", {manyParts(2'001)}});
-    sets.push_back({"depth_30", {deep(30)}});
+    sets.push_back({"parts_2000", {manyParts(kParts)}});
+    sets.push_back({"depth_30", {deep(kLevels)}});
     return sets;
   }();
+  return kSets;
+}
+
+const std::vector<ColdSet>& coldSets() {
+  static const std::vector<ColdSet> kSets = {
+      {"short_text",
+       [](const char* name) {
+         return filled(name, kCold, [w = Writer(21)]() mutable { return shortMail(w); });
+       }},
+      {"html_qp",
+       [](const char* name) {
+         return filled(name, kCold, [w = Writer(22)]() mutable { return htmlMail(w); });
+       }},
+      {"base64",
+       [](const char* name) {
+         return filled(name, kCold, [w = Writer(23)]() mutable {
+           const std::size_t size = w.between(500'000, 4'000'000);
+           return attachmentMail(w, size);
+         });
+       }},
+      {"charsets",
+       [](const char* name) {
+         return filled(name, kCold,
+                       [w = Writer(24), i = std::size_t{0}]() mutable { return charsetMail(w, i++); });
+       }},
+      {"parts_2000",
+       [](const char* name) {
+         return filled(name, kColdOdd, [w = Writer(25)]() mutable { return partsMail(w, kParts); });
+       }},
+      {"depth_30",
+       [](const char* name) {
+         return filled(name, kColdOdd, [w = Writer(26)]() mutable { return deepMail(w, kLevels); });
+       }},
+  };
   return kSets;
 }
 

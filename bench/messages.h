@@ -52,4 +52,11 @@ const Draft& draft();
 /// The four sets and the two odd shapes.
 const std::vector<MessageSet>& allSets();
 
+/// The same shapes in sets that no cache holds, every message another one. Each is made when it is wanted.
+struct ColdSet {
+  const char* name;
+  MessageSet (*make)(const char* name);
+};
+const std::vector<ColdSet>& coldSets();
+
 }  // namespace mailtree::bench
