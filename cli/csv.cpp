@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <system_error>
-#include <unordered_set>
 
 #include "cli/input.h"
 #include "mailtree/base/Utf.h"
@@ -206,6 +205,7 @@ bool CsvTable::measure() {
 bool CsvTable::rewind() {
   if (::lseek(::fileno(m_file.get()), m_begin, SEEK_SET) < 0) return fail(0, textOfError(errno));
   m_columns.clear();
+  m_places.clear();
   return readHeader();
 }
 
@@ -216,11 +216,10 @@ bool CsvTable::readHeader() {
     if (const auto& problem = m_reader->problem()) return fail(problem->line, problem->what);
     return fail(0, "there is no header row");
   }
-  std::unordered_set<std::string_view> known;
   for (std::size_t i = 0; i < row.size(); ++i) {
     const std::string_view name = row[i];
     if (name.empty()) return fail(row.lineOf(i), "column " + std::to_string(i + 1) + " has no name");
-    if (!known.insert(name).second)
+    if (!m_places.emplace(name, i).second)
       return fail(row.lineOf(i), "the column '" + std::string(name) + "' stands there twice");
     m_columns.emplace_back(name);
   }
@@ -228,9 +227,9 @@ bool CsvTable::readHeader() {
 }
 
 std::optional<std::size_t> CsvTable::columnOf(std::string_view name) const {
-  const auto found = std::find(m_columns.begin(), m_columns.end(), name);
-  if (found == m_columns.end()) return std::nullopt;
-  return static_cast<std::size_t>(found - m_columns.begin());
+  const auto found = m_places.find(name);
+  if (found == m_places.end()) return std::nullopt;
+  return found->second;
 }
 
 bool CsvTable::next(CsvRow& row) {

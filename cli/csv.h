@@ -8,6 +8,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -109,6 +111,7 @@ class CsvTable {
   std::uint64_t m_size = 0;
   std::optional<CsvReader> m_reader;
   std::vector<std::string> m_columns;
+  std::map<std::string, std::size_t, std::less<>> m_places;  ///< Of the columns, by their names.
   bool m_failed = false;
 };
 

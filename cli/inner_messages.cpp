@@ -38,7 +38,8 @@ std::optional<SorvikSysTime> InnerMessage::date() const {
   return date;
 }
 
-InnerMessages::InnerMessages(Email2& outer, std::string wanted) : m_wanted(std::move(wanted)) {
+InnerMessages::InnerMessages(Email2& outer, std::string wanted)
+    : m_wanted(std::move(wanted)), m_budget(outer.m_common->m_budget) {
   add(outer, nullptr);
 }
 
@@ -62,12 +63,15 @@ void InnerMessages::lookInto(InnerMessage& message) {
     return;
   }
   const RefPtr<_svEmailCommon> common(new _svEmailCommon);
+  common->m_budget = m_budget;
+  common->m_sharesBudget = true;
   SystemCerts certs;
   LogNull log;
   const EmailPtr tree(Email2::createFromMimeDb(*common, message.bytes, /*discardInput=*/true, /*unwrap=*/true,
                                                certs, log, /*parseOption=*/false));
   if (tree) add(*tree, &message);
   m_limits.add(common->m_limits);
+  m_budget = common->m_budget;
 }
 
 void InnerMessages::add(Email2& tree, const InnerMessage* outer) {

@@ -44,6 +44,7 @@ class InnerMessages {
   std::optional<InnerMessage> m_current;
   std::vector<InnerMessage> m_pending;  ///< The next one last.
   LimitSet m_limits;
+  LoadBudget m_budget;  ///< Of the outer message and all in it.
 };
 
 }  // namespace mailtree::cli

@@ -37,8 +37,9 @@ std::optional<Message> load(const std::string& path, DataBuffer& bytes, bool dis
   LogNull log;
   message.root.reset(Email2::createFromMimeDb(*message.common, bytes, discardInput, unwrap, certs, log,
                                               /*parseOption=*/false));
-  if (message.root) return message;
-  complain(path, "not enough memory");
+  // A tree with something missing is no answer, and written it would replace the whole one.
+  if (message.root && message.common->m_isWhole) return message;
+  complain(path, kNoMemory);
   return std::nullopt;
 }
 
@@ -97,6 +98,10 @@ std::string lastError(const LogMemory& log, std::string_view otherwise) {
 }
 
 Exit finishStandardOutput() {
+  if (abandonedOperations() != 0) {
+    complain("standard output", kNoMemory);
+    return Exit::unreadable;
+  }
   if (std::cout.flush()) return Exit::fine;
   complain("standard output", "cannot be written");
   return Exit::unreadable;

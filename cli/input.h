@@ -11,6 +11,9 @@
 
 namespace mailtree::cli {
 
+/// Why nothing is given that would not be whole.
+inline constexpr std::string_view kNoMemory = "not enough memory";
+
 /// Writes "mailtree: what is wrong" to standard error.
 void complain(std::string_view problem);
 /// Writes "mailtree: FILE: what is wrong"; an empty name shows as ''.

@@ -113,12 +113,18 @@ class Archive {
     SubstringSet names;
     walk(m_mail, [&](const Email2& part) {
       parts.push_back(&part);
-      names.add(idOf(part));
-      names.add(locationOf(part));
+      names.add(nameInPage(idOf(part)));
+      names.add(nameInPage(locationOf(part)));
     });
     const std::vector<bool> found = names.findIn(m_html.view());
     for (std::size_t i = 0; i < parts.size(); ++i)
       if (found[2 * i] || found[2 * i + 1]) m_referenced.insert(parts[i]);
+  }
+
+  /// What is longer than any reference, or than the page, cannot occur in it; the search would keep every byte.
+  std::string nameInPage(std::string name) const {
+    constexpr std::size_t kMostBytes = 8'000;  // of a URL, as servers take them
+    return name.size() <= std::min(kMostBytes, m_html.getSize()) ? name : std::string();
   }
 
   static std::string idOf(const Email2& part) {

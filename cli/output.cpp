@@ -23,12 +23,35 @@ fs::path whole(const std::string& path) {
   return resolved.empty() ? absolute.lexically_normal() : resolved;
 }
 
+/// Keeps the last error alone: a log of all that is done for a deep tree is bigger than the tree.
+class ErrorLog final : public LogBase {
+ public:
+  void logError(std::string_view text) override { m_error = text; }
+  void logInfo(std::string_view) override {}
+  void LogDataSb(std::string_view, std::string_view) override {}
+  void LogDataLong(std::string_view, std::int64_t) override {}
+  void openContext(std::string_view) override {}
+  void closeContext() override {}
+  std::string errorOr(std::string_view otherwise) const {
+    return m_error.empty() ? std::string(otherwise) : m_error;
+  }
+
+ private:
+  std::string m_error;
+};
+
+/// Whether nothing was left out, while reading or since, for want of memory.
+bool isWhole(LogBase& log) {
+  if (abandonedOperations() != 0) log.logError(kNoMemory);
+  return abandonedOperations() == 0;
+}
+
 /// @param sink  null: `text` receives it all.
 bool assemble(Email2& root, const WriteForm& form, _svOutput* sink, StringBuffer& text, LogBase& log) {
   ProgressContext progress(nullptr);
   return root.assembleMimeBody2(text, sink, form.dotStuff, kOmittedPrefix, progress, log, /*depth=*/0,
                                 form.qpFor8bit, /*isTop=*/true) &&
-         !(sink && sink->failed());
+         !(sink && sink->failed()) && isWhole(log);
 }
 
 bool writeToFile(Email2& root, const std::string& path, const WriteForm& form, LogBase& log) {
@@ -38,15 +61,15 @@ bool writeToFile(Email2& root, const std::string& path, const WriteForm& form, L
          assemble(root, form, &sink, unused, log) && sink.commit(log);
 }
 
-Exit writeToStandardOutput(Email2& root, const WriteForm& form, LogMemory& log) {
+Exit writeToStandardOutput(Email2& root, const WriteForm& form, ErrorLog& log) {
   StreamOutput sink(std::cout);
   StringBuffer shown;
   const bool isTerminal = standardOutputIsTerminal();
-  const bool isWhole = assemble(root, form, isTerminal ? nullptr : &sink, shown, log);
+  const bool isWritten = assemble(root, form, isTerminal ? nullptr : &sink, shown, log);
   writeGuarded(shown.view());
   const Exit result = finishStandardOutput();
-  if (isWhole || result != Exit::fine) return result;
-  complain("standard output", lastError(log, "the message could not be written whole"));
+  if (isWritten || result != Exit::fine) return result;
+  complain("standard output", log.errorOr("the message could not be written whole"));
   return Exit::unreadable;
 }
 
@@ -68,11 +91,12 @@ bool isSameOutput(const std::string& a, const std::string& b) {
 bool assembleMessage(Email2& root, StringBuffer& out, LogBase& log, const WriteForm& form) {
   ProgressContext progress(nullptr);
   return root.assembleMimeBody2(out, nullptr, /*dotStuff=*/false, kOmittedPrefix, progress, log, /*depth=*/0,
-                                form.qpFor8bit, /*isTop=*/true);
+                                form.qpFor8bit, /*isTop=*/true) &&
+         isWhole(log);
 }
 
 Exit writeMessage(Email2& root, const std::string& path, const WriteForm& form) {
-  LogMemory log;
+  ErrorLog log;
   if (isStandardOutput(path)) return writeToStandardOutput(root, form, log);
   if (leadsToTerminal(path)) {
     StringBuffer shown;
@@ -82,7 +106,7 @@ Exit writeMessage(Email2& root, const std::string& path, const WriteForm& form) 
   } else if (writeToFile(root, path, form, log)) {
     return Exit::fine;
   }
-  complain(path, lastError(log, "cannot be written"));
+  complain(path, log.errorOr("cannot be written"));
   return Exit::unreadable;
 }
 

@@ -13,7 +13,10 @@ bool saveFile(const std::string& path, std::string_view bytes, Existing existing
   LogMemory log;
   ProgressContext progress(nullptr);
   FileOutput sink;
-  if (sink.open(path.c_str(), log, existing, readers) && sink.write(bytes, progress, log) && sink.commit(log))
+  if (abandonedOperations() != 0)
+    log.logError(kNoMemory);
+  else if (sink.open(path.c_str(), log, existing, readers) && sink.write(bytes, progress, log) &&
+           sink.commit(log))
     return true;
   complain(path, lastError(log, "cannot be written"));
   return false;

@@ -1,5 +1,6 @@
 // cli/tree.cpp - mailtree tree: how a message is put together.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 #include <memory>
 
@@ -23,7 +24,7 @@ Exit tree(const std::string& file) {
     const std::size_t end = rest.find('\n'), begin = rest.find_first_not_of(' ');
     const std::string indent(begin, ' ');
     writeLine(std::cout, standardOutputColumns(), indent, indent + "    ", rest.substr(begin, end - begin));
-    rest.remove_prefix(end + 1);
+    rest.remove_prefix(std::min(end, rest.size() - 1) + 1);
   }
   return graver(result, finishStandardOutput());
 }

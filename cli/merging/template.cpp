@@ -39,18 +39,34 @@ bool isIn(std::string_view text, std::string_view wanted) {
   return findSubstring(text, wanted) != std::string_view::npos;
 }
 
-/// A term in a text, without what surrounds its name; `at` moves behind it. Terms end on the line they begin.
-std::optional<std::string_view> nextTerm(std::string_view text, const TermForm& form, std::size_t& at) {
-  while ((at = findSubstring(text, form.prefix, at)) != std::string_view::npos) {
-    at += form.prefix.size();
-    const std::string_view line = text.substr(at, text.find_first_of("\r\n", at) - at);
-    const std::size_t end = findSubstring(line, form.suffix);
-    if (end == std::string_view::npos || end == 0) continue;
-    at += end + form.suffix.size();
-    return line.substr(0, end);
+/// The terms of a text one after the other, without what surrounds their names. They end on the line they
+/// begin. What was found ahead is remembered, so that a line with thousands of them is searched once.
+class TermReader {
+ public:
+  TermReader(std::string_view text, const TermForm& form) : m_text(text), m_form(form) {}
+
+  std::optional<std::string_view> next() {
+    while ((m_at = findSubstring(m_text, m_form.prefix, m_at)) != std::string_view::npos) {
+      m_at += m_form.prefix.size();
+      if (m_lineEnd < m_at) m_lineEnd = std::min(m_text.find_first_of("\r\n", m_at), m_text.size());
+      if (m_suffix < m_at) m_suffix = std::min(findSubstring(m_text, m_form.suffix, m_at), m_text.size());
+      const std::size_t begin = m_at;
+      if (m_suffix == begin || m_suffix + m_form.suffix.size() > m_lineEnd) continue;
+      m_at = m_suffix + m_form.suffix.size();
+      return m_text.substr(begin, m_suffix - begin);
+    }
+    return std::nullopt;
   }
-  return std::nullopt;
-}
+  /// Where the next one is looked for.
+  std::size_t position() const noexcept { return m_at; }
+
+ private:
+  std::string_view m_text;
+  const TermForm& m_form;
+  std::size_t m_at = 0;
+  std::size_t m_lineEnd = 0;
+  std::size_t m_suffix = 0;
+};
 
 std::size_t lineAt(std::string_view text, std::size_t at) {
   return static_cast<std::size_t>(
@@ -61,10 +77,10 @@ std::size_t lineAt(std::string_view text, std::size_t at) {
 /// The first term of a text that names no column, with the line when `isBody`.
 std::optional<std::string> firstUnknown(std::string_view text, const TermForm& form, const CsvTable& table,
                                         const std::string& place, bool isBody) {
-  std::size_t at = 0;
-  while (const auto name = nextTerm(text, form, at)) {
+  TermReader terms(text, form);
+  while (const auto name = terms.next()) {
     if (table.columnOf(*name)) continue;
-    const std::string where = isBody ? ", line " + std::to_string(lineAt(text, at - 1)) : "";
+    const std::string where = isBody ? ", line " + std::to_string(lineAt(text, terms.position() - 1)) : "";
     return place + where + ": no column for " + form.termOf(*name);
   }
   return std::nullopt;

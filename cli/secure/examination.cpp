@@ -30,7 +30,8 @@ void lookBelowMixed(std::string_view bytes, SystemCerts& certs, Examined& examin
   UnwrapInfo info;
   _clsCades cades;
   LogNull log;
-  if (!root.loadText(bytes, log) || !root.isMultipartMixed()) return;
+  info.m_budget = LoadBudget::ofMessage(bytes.size());
+  if (!root.loadText(bytes, info.m_budget.parts, log) || !root.isMultipartMixed()) return;
   root.unwrapSecurity3(info, cades, certs, log);
   examined.layers = std::move(info.m_layers);
   examined.innerFields = std::move(info.m_innerFields);

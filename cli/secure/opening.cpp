@@ -144,7 +144,7 @@ class Peeling {
   bool takeOff() {
     MimeMessage2 entity;
     LogNull log;
-    if (!entity.loadText(m_entity.view(), log)) return false;
+    if (!entity.loadText(m_entity.view(), m_budget.parts, log)) return false;
     if (equalsNoCase(viewOf(entity.getContentType()), "multipart/signed") && entity.getNumParts() > 0)
       return enterSigned(*entity.getPart(0));
     return isPkcs7Mime(entity) && open(entity.getMimeBodyDb()->view());
@@ -162,7 +162,7 @@ class Peeling {
     SecureLayer layer;
     DataBuffer content;
     LogNull log;
-    if (!Pkcs7Opener::open(der, m_certs, content, layer, log)) {
+    if (!Pkcs7Opener::open(der, m_certs, content, layer, m_budget, log)) {
       if (layer.isEncrypted() || !m_hasContent) m_opened.problem = layer.problem;
       return false;
     }
@@ -181,6 +181,7 @@ class Peeling {
 
   std::string_view m_message;
   SystemCerts& m_certs;
+  LoadBudget m_budget = LoadBudget::ofMessage(m_message.size());
   DataBuffer m_content;  ///< Of the innermost encrypted layer so far.
   DataBuffer m_entity;   ///< What is looked at now; borrowed from the message or the content, or its own.
   bool m_hasContent = false;

@@ -36,8 +36,15 @@ std::string comparableText(std::string_view text) {
   return out;
 }
 
+Json textHashOf(const PartRow& row, const std::string& hashOfBody) {
+  if (!row.isText()) return Json();
+  const std::string text = comparableText(textOf(row));
+  return text == row.node->m_body.view() ? hashOfBody : sha256Hex(text);
+}
+
 Json factsOf(const PartRow& row, int id) {
   const Email2& node = *row.node;
+  const std::string hash = sha256Hex(node.m_body.view());
   return objectOf({{"id", id},
                    {"content_type", row.contentType},
                    {"charset", textOrNull(row.charset)},
@@ -46,8 +53,8 @@ Json factsOf(const PartRow& row, int id) {
                    {"filename", textOrNull(row.filename)},
                    {"content_id", textOrNull(node.m_contentId)},
                    {"size", node.m_body.getSize()},
-                   {"sha256", sha256Hex(node.m_body.view())},
-                   {"text_sha256", row.isText() ? Json(sha256Hex(comparableText(textOf(row)))) : Json()}});
+                   {"sha256", hash},
+                   {"text_sha256", textHashOf(row, hash)}});
 }
 
 Json partOf(const PartRow& row, int id) {

@@ -27,13 +27,20 @@ std::vector<std::string> partNumbersOf(const Outline& outline) {
 class Badges {
  public:
   Badges(const Outline& outline, const Examined& examined)
-      : m_outline(outline), m_examined(examined), m_numbers(partNumbersOf(outline)) {}
+      : m_outline(outline), m_examined(examined), m_numbers(partNumbersOf(outline)) {
+    // Parents come before their parts.
+    for (std::size_t id = 0; id < outline.rows.size(); ++id) {
+      const int parent = outline.rows[id].parent;
+      m_isCovered.push_back((parent >= 0 && m_isCovered[static_cast<std::size_t>(parent)]) ||
+                            isSignedItself(id));
+    }
+  }
 
   std::vector<LayerSummary> of(std::size_t id) const {
     std::vector<LayerSummary> badges;
     for (const SecureLayer& layer : m_examined.layers)
       if (layer.part == m_numbers[id]) badges.push_back(summaryOf(layer, m_examined));
-    if (m_outline.rows[id].isLeaf() && m_examined.isSigned() && !isCovered(id))
+    if (m_outline.rows[id].isLeaf() && m_examined.isSigned() && !m_isCovered[id])
       badges.push_back({false, "not signed"});
     return badges;
   }
@@ -45,16 +52,10 @@ class Badges {
     });
   }
 
-  /// Whether a layer covers the part or one that it stands in.
-  bool isCovered(std::size_t id) const {
-    for (int at = static_cast<int>(id); at >= 0; at = m_outline.row(at).parent)
-      if (isSignedItself(static_cast<std::size_t>(at))) return true;
-    return false;
-  }
-
   const Outline& m_outline;
   const Examined& m_examined;
   std::vector<std::string> m_numbers;
+  std::vector<bool> m_isCovered;  ///< A layer covers the part, or one that it stands in.
 };
 
 }  // namespace

@@ -25,11 +25,17 @@ struct Drawing {
 constexpr Drawing kLines = {"├─ ", "└─ ", "│  ", "   "};
 constexpr Drawing kAscii = {"|- ", "`- ", "|  ", "   "};
 
+/// Off a terminal too: a pager would begin a line of its own where it has no more room, with text of the message.
+std::size_t columnsOf(const Style& style) {
+  constexpr std::size_t kUsual = 80;
+  return style.columns == 0 ? kUsual : style.columns;
+}
+
 void writeField(std::ostream& out, const Style& style, std::string_view label, std::string_view value) {
   if (value.empty()) return;
   std::string head = std::string(label) + ":";
   head.resize(std::max(kLabelWidth, head.size() + 1), ' ');
-  writeLine(out, style.columns, style.paint(Ink::faint, head), std::string(head.size(), ' '), value);
+  writeLine(out, columnsOf(style), style.paint(Ink::faint, head), std::string(head.size(), ' '), value);
 }
 
 std::string displayList(const Email2& root, std::string_view field) {
@@ -69,7 +75,7 @@ void writeSummary(std::ostream& out, const Email2& root, const Style& style) {
 void writeAllFields(std::ostream& out, const Email2& root, const Style& style) {
   const std::string said = style.paint(Ink::faint, kSaid), indent = std::string(kSaid) + "    ";
   for (int i = 0; i < root.m_header.getNumFields(); ++i)
-    writeLine(out, style.columns, said, indent,
+    writeLine(out, columnsOf(style), said, indent,
               std::string(root.m_header.fieldName(i)) + ": " + root.m_header.decodedValue(i));
 }
 
@@ -91,17 +97,25 @@ void writeSecurity(std::ostream& out, const Examined& examined, const TextOption
       writeField(out, style, "Inside", field.name + (field.inside.empty() ? ": none" : ": " + field.inside));
 }
 
-/// The lines to the left of a row: one column for each ancestor that has later siblings.
-std::string branchOf(const Outline& outline, const PartRow& row, const Drawing& drawing) {
-  if (row.parent < 0) return {};
-  std::string branch = row.isLastChild ? drawing.lastChild : drawing.child;
-  for (int at = row.parent; at >= 0;) {
-    const PartRow& ancestor = outline.rows[static_cast<std::size_t>(at)];
-    if (ancestor.parent >= 0) branch.insert(0, ancestor.isLastChild ? drawing.blank : drawing.below);
-    at = ancestor.parent;
+/// The lines to the left of a row: one column for each ancestor that has later siblings. Rows come
+/// depth-first.
+class Branches {
+ public:
+  explicit Branches(const Drawing& drawing) : m_drawing(drawing) {}
+
+  std::string of(const PartRow& row) {
+    if (row.parent < 0) return {};
+    const auto depth = static_cast<std::size_t>(row.depth);
+    m_columns.resize(depth);  // of the ancestors, the one below the root first
+    std::string branch = depth > 1 ? m_columns[depth - 2] : std::string();
+    m_columns.back() = branch + (row.isLastChild ? m_drawing.blank : m_drawing.below);
+    return branch + (row.isLastChild ? m_drawing.lastChild : m_drawing.child);
   }
-  return branch;
-}
+
+ private:
+  const Drawing& m_drawing;
+  std::vector<std::string> m_columns;
+};
 
 std::string repairsOf(const Email2& node, bool verbose) {
   if (node.m_repairs.isEmpty()) return {};
@@ -175,10 +189,10 @@ void writeTree(std::ostream& out, const Outline& outline, const Examined& examin
                const TextOptions& options) {
   const auto layers = securityBadgesOf(outline, examined);
   const Style& style = options.style;
-  const Drawing& drawing = style.lines ? kLines : kAscii;
+  Branches branches(style.lines ? kLines : kAscii);
   for (std::size_t id = 0; id < outline.rows.size(); ++id) {
     const PartRow& row = outline.rows[id];
-    const std::string branch = branchOf(outline, row, drawing) + std::to_string(id);
+    const std::string branch = branches.of(row) + std::to_string(id);
     const std::string type = wordOrQuoted(row.contentType), details = detailsOf(row);
     const std::size_t taken = displayWidth(branch + type + details) +
                               displayWidth(allBadgesOf(row, layers[id], {{}, false, options.verbose}));

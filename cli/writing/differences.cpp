@@ -72,12 +72,13 @@ std::unique_ptr<Entity> readEntity(std::string_view text, int depth) {
   const MimeHeader::Extent extent =
       entity->header.loadFromEntity(text, depth == 0 ? EmptyLines::skip : EmptyLines::endHeader);
   LogNull quiet;
+  int parts = kMaxParts;
   entity->headerText = text.substr(0, extent.bodyOffset);
   entity->body = text.substr(extent.bodyOffset);
   if (depth == 0)
     entity->fields.loadText(entity->headerText, quiet);
   else
-    entity->fields.loadContent(entity->headerText, depth + 1, quiet);
+    entity->fields.loadContent(entity->headerText, depth + 1, /*origin=*/0, parts, quiet);
   const std::string_view boundary = trimRight(entity->fields.contentType().m_boundary);
   if (entity->fields.isMultipart() && !boundary.empty() && depth < kMaxDepth)
     splitParts(*entity, boundary, depth);

@@ -87,7 +87,10 @@ Email2* enclose(Email2& leaf, const char* multipartType, LogBase& log) {
   const int codePage = std::exchange(leaf.m_attachCodePage, 0);
   StringBuffer type;
   leaf.getHeaderFieldUtf8("Content-Type", type, log);
-  leaf.removeHeaderField("Content-Disposition");
+  // It moves with the content, which stays the file that it is: no text to be brought to utf-8.
+  leaf.m_header.removeMimeField("Content-Disposition", /*all=*/true);
+  leaf.m_disposition.clear();
+  leaf.m_dispFilename.clear();
   leaf.convertToMultipartX(multipartType, log);
   Email2* const part = leaf.getPart(0);
   if (!part) return nullptr;

@@ -100,7 +100,10 @@ bool DataBuffer::own(std::size_t capacity) {
   const std::size_t roomy = std::max({capacity, m_capacity + m_capacity / 2, kLeastCapacity});
   const bool borrowed = m_capacity == 0;
   void* const fresh = borrowed ? std::malloc(roomy) : std::realloc(m_data, roomy);
-  if (!fresh) return false;
+  if (!fresh) {
+    ++abandonedCount();
+    return false;
+  }
   if (borrowed && m_size) std::memcpy(fresh, m_data, m_size);
   m_data = static_cast<unsigned char*>(fresh);
   m_capacity = roomy;

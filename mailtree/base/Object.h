@@ -119,6 +119,17 @@ class ObjectOwner {
   Owned<SorvikObject> m_object;
 };
 
+/// Counts what is given up because memory ran out; see abandonedOperations().
+inline std::uint64_t& abandonedCount() noexcept {
+  static thread_local constinit std::uint64_t count = 0;
+  return count;
+}
+
+/// How many operations were given up on this thread so far. Between the one that fails and the one that must be
+/// whole, many pass nothing on: a text stays empty, a part is left out. Who must know compares the number with
+/// that of before.
+inline std::uint64_t abandonedOperations() noexcept { return abandonedCount(); }
+
 /// Runs `body`; anything it throws, bad_alloc included, becomes `onFailure`. The only catch-all of the
 /// library.
 template <class Result, class Body>
@@ -126,6 +137,7 @@ Result neverThrow(Result onFailure, Body&& body) noexcept {
   try {
     return std::forward<Body>(body)();
   } catch (...) {
+    ++abandonedCount();
     return onFailure;
   }
 }

@@ -63,8 +63,11 @@ bool isPlainAddress(std::string_view address) {
   return !address.empty() && std::none_of(address.begin(), address.end(), isControlAscii);
 }
 
+/// Addresses read of one certificate. People have a handful.
+constexpr std::size_t kMaxAddresses = 100;
+
 void addAddress(std::vector<std::string>& addresses, const ASN1_STRING* text) {
-  if (!text) return;
+  if (!text || addresses.size() == kMaxAddresses) return;
   unsigned char* utf8 = nullptr;
   const int size = ASN1_STRING_to_UTF8(&utf8, text);
   if (size < 0) return;

@@ -18,11 +18,12 @@ constexpr std::size_t kInputPiece = std::size_t{1} << 30;
 
 class Inflation {
  public:
-  Inflation(std::string_view packed, std::size_t most) noexcept
-      : m_rest(packed), m_most(std::min(most, kMaxUnpackedBytes)) {}
+  Inflation(std::string_view packed, std::size_t most) noexcept : m_rest(packed), m_most(most) {}
   Inflation(const Inflation&) = delete;
   Inflation& operator=(const Inflation&) = delete;
   ~Inflation() { inflateEnd(&m_stream); }
+
+  static constexpr std::string_view kTooMuch = "unpacks to more than is allowed";
 
   /// Unpacks everything; empty, or what went wrong.
   std::string_view run(DataBuffer& out) {
@@ -31,7 +32,7 @@ class Inflation {
       // One byte beyond what is allowed: to see whether there is more.
       const std::size_t room = std::min(piece, m_most + 1 - out.getSize());
       const int state = inflateInto(out, room);
-      if (out.getSize() > m_most) return "unpacks to more than is allowed";
+      if (out.getSize() > m_most) return kTooMuch;
       if (state == Z_STREAM_END) return {};
       if (state != Z_OK) return kMalformed;
     }
@@ -72,7 +73,7 @@ bool isZlib(const Pkcs7Frame& frame) noexcept {
 
 }  // namespace
 
-bool unpackCompressed(const Pkcs7Frame& frame, std::size_t most, DataBuffer& content, SecureLayer& layer) {
+bool unpackCompressed(const Pkcs7Frame& frame, DataBuffer& content, SecureLayer& layer, LoadBudget& budget) {
   DataBuffer joined;
   const auto packed = contentOctets(frame, joined);
   if (!packed) {
@@ -84,8 +85,10 @@ bool unpackCompressed(const Pkcs7Frame& frame, std::size_t most, DataBuffer& con
     return false;
   }
   DataBuffer unpacked;
-  layer.problem = Inflation(*packed, most).run(unpacked);
+  layer.problem = Inflation(*packed, budget.layerBytes).run(unpacked);
+  budget.lackedBytes = layer.problem == Inflation::kTooMuch;
   if (!layer.problem.empty()) return false;
+  budget.layerBytes -= unpacked.getSize();
   content.takeData(unpacked);
   return true;
 }

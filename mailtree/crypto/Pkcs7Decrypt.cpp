@@ -85,7 +85,11 @@ std::vector<Certificate*> certificatesWithKey(const SystemCerts& certs) {
 /// Collects what the held keys could open, in the message's order.
 class TrialFinder {
  public:
-  explicit TrialFinder(std::vector<Certificate*> keys) : m_keys(std::move(keys)) {}
+  TrialFinder(std::vector<Certificate*> keys, int most)
+      : m_keys(std::move(keys)), m_most(static_cast<std::size_t>(most)) {}
+
+  /// Whether there were more than may be tried.
+  bool hasMore() const noexcept { return m_hasMore; }
 
   std::vector<KeyTrial> find(STACK_OF(CMS_RecipientInfo) * recipients) {
     const int count = recipients ? sk_CMS_RecipientInfo_num(recipients) : 0;
@@ -101,14 +105,19 @@ class TrialFinder {
   }
 
  private:
-  bool isFull() const noexcept { return m_looked >= kMaxRecipients || m_trials.size() >= kMaxKeyTrials; }
+  bool isFull() const noexcept { return m_looked >= kMaxRecipients || m_hasMore; }
+
+  void add(const KeyTrial& trial) {
+    m_hasMore = m_trials.size() >= m_most;
+    if (!m_hasMore) m_trials.push_back(trial);
+  }
 
   void findTransported(CMS_RecipientInfo* recipient) {
     ++m_looked;
     for (Certificate* const certificate : m_keys)
       if (EVP_PKEY_is_a(nativeKeyAs<EVP_PKEY>(*certificate), "RSA") &&
           CMS_RecipientInfo_ktri_cert_cmp(recipient, nativeAs<X509>(*certificate)) == 0)
-        m_trials.push_back({recipient, nullptr, certificate});
+        add({recipient, nullptr, certificate});
   }
 
   void findAgreed(CMS_RecipientInfo* recipient) {
@@ -120,12 +129,14 @@ class TrialFinder {
       for (Certificate* const certificate : m_keys)
         if (EVP_PKEY_is_a(nativeKeyAs<EVP_PKEY>(*certificate), "EC") &&
             CMS_RecipientEncryptedKey_cert_cmp(key, nativeAs<X509>(*certificate)) == 0)
-          m_trials.push_back({recipient, key, certificate});
+          add({recipient, key, certificate});
     }
   }
 
   std::vector<Certificate*> m_keys;
   std::vector<KeyTrial> m_trials;
+  std::size_t m_most;
+  bool m_hasMore = false;
   int m_looked = 0;
 };
 
@@ -146,8 +157,9 @@ bool tryAgreed(CMS_ContentInfo* cms, const KeyTrial& trial, EVP_PKEY* key) {
 }
 
 /// The first trial that gives a content key; null when none does.
-const KeyTrial* unwrapKey(CMS_ContentInfo* cms, const std::vector<KeyTrial>& trials) {
+const KeyTrial* unwrapKey(CMS_ContentInfo* cms, const std::vector<KeyTrial>& trials, int& left) {
   for (const KeyTrial& trial : trials) {
+    --left;
     auto* const key = nativeKeyAs<EVP_PKEY>(*trial.certificate);
     if (trial.agreedKey ? tryAgreed(cms, trial, key) : tryTransported(cms, trial, key)) return &trial;
   }
@@ -227,7 +239,8 @@ std::string_view obstacle(const Pkcs7Frame& frame, int cipher) {
 
 }  // namespace
 
-bool decryptEnvelope(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& content, SecureLayer& layer) {
+bool decryptEnvelope(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& content, SecureLayer& layer,
+                     LoadBudget& budget) {
   const int cipher = contentCipher(frame);
   layer.cipher = cipherName(cipher);
   layer.weakCipher = isWeak(layer.cipher);
@@ -241,16 +254,21 @@ bool decryptEnvelope(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& co
   STACK_OF(CMS_RecipientInfo)* const recipients = CMS_get0_RecipientInfos(cms.get());
   if (recipients && sk_CMS_RecipientInfo_num(recipients) > 0)
     layer.keyTransport = transportOf(sk_CMS_RecipientInfo_value(recipients, 0));
-  const std::vector<KeyTrial> trials = TrialFinder(certificatesWithKey(certs)).find(recipients);
+  TrialFinder finder(certificatesWithKey(certs), budget.keyTrials);
+  const std::vector<KeyTrial> trials = finder.find(recipients);
+  budget.lackedTrials = finder.hasMore();
+  if (trials.empty() && finder.hasMore())
+    return fail("not tried: the message asks for too many tries of keys");
   if (trials.empty()) return fail("no key for any recipient is at hand");
   DataBuffer joined;
   const auto ciphertext = contentOctets(frame, joined);
   if (!ciphertext) return fail("the envelope is malformed");
-  const KeyTrial* const opened = unwrapKey(cms.get(), trials);
+  const KeyTrial* const opened = unwrapKey(cms.get(), trials, budget.keyTrials);
   PrivateBuffer plain;
   std::size_t size = 0;
   const bool decrypted = decryptAll(cms.get(), *ciphertext, plain, size);
   if (!opened || !decrypted) return fail(kFailure);
+  budget.lackedTrials = false;
   plain.release(size, content);
   layer.keyTransport = transportOf(opened->recipient);
   layer.recipient = RefPtr<Certificate>(opened->certificate);

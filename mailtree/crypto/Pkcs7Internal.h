@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "mailtree/base/DataBuffer.h"
+#include "mailtree/base/LoadBudget.h"
 #include "mailtree/crypto/Der.h"
 #include "mailtree/crypto/SecureLayer.h"
 #include "mailtree/crypto/SystemCerts.h"
@@ -18,15 +19,15 @@ namespace mailtree {
 
 class LogBase;
 
-/// Private keys asked for one layer, and certificates tried for one signer: a hostile message may name the same
-/// one a million times.
-inline constexpr int kMaxKeyTrials = 64;
+/// Certificates tried for one signer: a hostile message may name the same one a million times.
 inline constexpr int kMaxSignerCandidates = 8;
-inline constexpr int kMaxSigners = 64;
 /// Ways to an anchor looked for in one layer.
 inline constexpr int kMaxChainChecks = 8;
 inline constexpr int kMaxRecipients = 10'000;
+/// Certificates read of one layer, bytes of one and of all of them. Those of people have two thousand bytes.
 inline constexpr int kMaxLayerCertificates = 1000;
+inline constexpr std::size_t kMaxCertificateBytes = std::size_t{64} << 10;
+inline constexpr std::size_t kMaxLayerCertificateBytes = std::size_t{512} << 10;
 
 /// Object identifier of a content that is only bytes.
 inline constexpr std::string_view kDataType = "\x2A\x86\x48\x86\xF7\x0D\x01\x07\x01";
@@ -77,12 +78,15 @@ struct NativeCms;
 /// The library's own object of a frame without its content, owned by the caller; null when it is malformed.
 NativeCms* parseWithoutContent(const Pkcs7Frame& frame);
 
+// What each of these costs is taken off the budget.
+
 /// SignedData over these bytes: fills the layer's signers and certificates. False when it is no SignedData.
 bool verifySignedData(const Pkcs7Frame& frame, std::string_view content, SystemCerts& certs,
-                      SecureLayer& layer);
+                      SecureLayer& layer, LoadBudget& budget);
 /// EnvelopedData and AuthEnvelopedData. `content` is replaced when the result is true.
-bool decryptEnvelope(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& content, SecureLayer& layer);
-/// CompressedData (RFC 3274), unpacked to at most so many bytes.
-bool unpackCompressed(const Pkcs7Frame& frame, std::size_t most, DataBuffer& content, SecureLayer& layer);
+bool decryptEnvelope(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& content, SecureLayer& layer,
+                     LoadBudget& budget);
+/// CompressedData (RFC 3274).
+bool unpackCompressed(const Pkcs7Frame& frame, DataBuffer& content, SecureLayer& layer, LoadBudget& budget);
 
 }  // namespace mailtree

@@ -14,6 +14,7 @@ namespace mailtree {
 namespace {
 
 constexpr std::string_view kArmour = "-----BEGIN ";
+constexpr std::string_view kTooMuch = "not looked into: the layers of the message hold more than is allowed";
 
 /// The bytes inside a PEM armour, put in `decoded`; the bytes themselves without one.
 std::string_view withoutArmour(std::string_view bytes, DataBuffer& decoded) {
@@ -30,11 +31,11 @@ bool failed(SecureLayer& layer, std::string_view problem, LogBase& log) {
 }
 
 bool openSigned(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& content, SecureLayer& layer,
-                LogBase& log) {
+                LoadBudget& budget, LogBase& log) {
   DataBuffer joined;
   const auto octets = contentOctets(frame, joined);
   if (!octets) return failed(layer, "the signed content is malformed", log);
-  if (!verifySignedData(frame, *octets, certs, layer)) return failed(layer, layer.problem, log);
+  if (!verifySignedData(frame, *octets, certs, layer, budget)) return failed(layer, layer.problem, log);
   if (frame.contentType != kDataType) log.logInfo("The signed content is of another type than data.");
   if (joined.isEmpty() && !joined.append(*octets)) return failed(layer, "out of memory", log);
   content.takeData(joined);
@@ -42,15 +43,15 @@ bool openSigned(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& content
 }
 
 bool openLayer(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& content, SecureLayer& layer,
-               LogBase& log, std::size_t maxUnpacked) {
+               LoadBudget& budget, LogBase& log) {
   switch (frame.kind) {
-    case LayerKind::opaqueSignature: return openSigned(frame, certs, content, layer, log);
+    case LayerKind::opaqueSignature: return openSigned(frame, certs, content, layer, budget, log);
     case LayerKind::enveloped:
     case LayerKind::authEnveloped:
-      return decryptEnvelope(frame, certs, content, layer) || failed(layer, layer.problem, log);
+      return decryptEnvelope(frame, certs, content, layer, budget) || failed(layer, layer.problem, log);
     case LayerKind::compressed:
-      return unpackCompressed(frame, maxUnpacked, content, layer) || failed(layer, layer.problem, log);
-    case LayerKind::certificatesOnly: verifySignedData(frame, {}, certs, layer); return false;
+      return unpackCompressed(frame, content, layer, budget) || failed(layer, layer.problem, log);
+    case LayerKind::certificatesOnly: verifySignedData(frame, {}, certs, layer, budget); return false;
     case LayerKind::detachedSignature:
       return failed(layer, "the signed content is not part of the signature", log);
     case LayerKind::unknown: break;
@@ -83,8 +84,15 @@ NativeCms* parseWithoutContent(const Pkcs7Frame& frame) {
 
 bool Pkcs7Opener::verifyDetached(std::string_view der, std::string_view content, SystemCerts& certs,
                                  SecureLayer& layer, LogBase& log) {
+  LoadBudget budget = LoadBudget::ofMessage(der.size() + content.size());
+  return verifyDetached(der, content, certs, layer, budget, log);
+}
+
+bool Pkcs7Opener::verifyDetached(std::string_view der, std::string_view content, SystemCerts& certs,
+                                 SecureLayer& layer, LoadBudget& budget, LogBase& log) {
   return neverThrow(false, [&] {
     const QuietErrors quiet;
+    if (!budget.takeLayerBytes(der.size() + content.size())) return failed(layer, kTooMuch, log);
     DataBuffer decoded;
     const auto frame = readPkcs7Frame(withoutArmour(der, decoded));
     layer.kind = LayerKind::detachedSignature;
@@ -92,7 +100,7 @@ bool Pkcs7Opener::verifyDetached(std::string_view der, std::string_view content,
         frame && (frame->kind == LayerKind::opaqueSignature || frame->kind == LayerKind::detachedSignature ||
                   frame->kind == LayerKind::certificatesOnly);
     if (!isSignedData) return failed(layer, "the signature is malformed", log);
-    if (!verifySignedData(*frame, content, certs, layer)) return failed(layer, layer.problem, log);
+    if (!verifySignedData(*frame, content, certs, layer, budget)) return failed(layer, layer.problem, log);
     if (layer.signers.empty() && layer.problem.empty()) layer.problem = "there is no signature";
     compareWithEmbedded(*frame, content, layer);
     return true;
@@ -100,14 +108,21 @@ bool Pkcs7Opener::verifyDetached(std::string_view der, std::string_view content,
 }
 
 bool Pkcs7Opener::open(std::string_view der, SystemCerts& certs, DataBuffer& content, SecureLayer& layer,
-                       LogBase& log, std::size_t maxUnpacked) {
+                       LogBase& log) {
+  LoadBudget budget = LoadBudget::ofMessage(der.size());
+  return open(der, certs, content, layer, budget, log);
+}
+
+bool Pkcs7Opener::open(std::string_view der, SystemCerts& certs, DataBuffer& content, SecureLayer& layer,
+                       LoadBudget& budget, LogBase& log) {
   return neverThrow(false, [&] {
     const QuietErrors quiet;
+    if (!budget.takeLayerBytes(der.size())) return failed(layer, kTooMuch, log);
     DataBuffer decoded;
     const auto frame = readPkcs7Frame(withoutArmour(der, decoded));
     if (!frame) return failed(layer, "not a kind of secure content that is known", log);
     layer.kind = frame->kind;
-    return openLayer(*frame, certs, content, layer, log, maxUnpacked);
+    return openLayer(*frame, certs, content, layer, budget, log);
   });
 }
 

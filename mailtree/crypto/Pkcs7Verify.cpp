@@ -130,11 +130,11 @@ class ContentHashes {
   Bio m_chain;
 };
 
-/// What checking signatures with keys costs, in operations on single bits: some 25 ms of work for each layer, or
-/// eight signers with P-521.
-/// A hostile message picks the biggest keys there are and names each of them for every signer.
+/// Takes the work of checking signatures with keys off what a message may cost.
 class KeyWork {
  public:
+  explicit KeyWork(std::uint64_t& left) noexcept : m_left(left) {}
+
   /// Why the key is not worked with; empty when it is, and its work is then taken off.
   std::string_view objectionTo(const Certificate& certificate) {
     const EVP_PKEY* const key = X509_get0_pubkey(nativeAs<X509>(certificate));
@@ -167,7 +167,7 @@ class KeyWork {
     return static_cast<std::uint64_t>(BN_num_bits(raw));
   }
 
-  std::uint64_t m_left = 64'000'000'000;
+  std::uint64_t& m_left;
 };
 
 /// What became of the ways to an anchor, each looked for once.
@@ -210,8 +210,8 @@ struct Verification {
   std::string_view content;
   std::string_view contentType;
   ContentHashes& hashes;
+  KeyWork work;
   ChainChecks chains{certs, others};
-  KeyWork work{};
 };
 
 /// One value of one attribute (RFC 5652, 11.1 and 11.2); empty otherwise.
@@ -434,10 +434,13 @@ void collectCertificates(const Pkcs7Frame& frame, const SystemCerts& certs, Secu
   if (!list) return;
   LogNull log;
   DerReader elements(list->content);
+  std::size_t bytesLeft = kMaxLayerCertificateBytes;
   for (int left = kMaxLayerCertificates; left > 0; --left) {
     const auto element = elements.next();
     if (!element) break;
-    if (element->tag != kDerSequence) continue;
+    const std::size_t size = element->whole.size();
+    if (element->tag != kDerSequence || size > std::min(kMaxCertificateBytes, bytesLeft)) continue;
+    bytesLeft -= size;
     RefPtr<Certificate> certificate = readCertificate(element->whole, certs, log);
     if (certificate) layer.certificates.push_back(std::move(certificate));
   }
@@ -465,12 +468,14 @@ std::vector<CMS_SignerInfo*> signersOf(CMS_ContentInfo* cms) {
 }  // namespace
 
 bool verifySignedData(const Pkcs7Frame& frame, std::string_view content, SystemCerts& certs,
-                      SecureLayer& layer) {
+                      SecureLayer& layer, LoadBudget& budget) {
   collectCertificates(frame, certs, layer);
-  if (countOfFirstSet(frame.after, kMaxSigners) > kMaxSigners) {
+  const int signerCount = countOfFirstSet(frame.after, budget.signers);
+  if (signerCount > budget.signers) {
     layer.problem = "too many signers";
     return true;
   }
+  budget.signers -= signerCount;
   const Cms cms(reinterpret_cast<CMS_ContentInfo*>(parseWithoutContent(signersAlone(frame))));
   if (!cms) {
     layer.problem = "the signature is malformed";
@@ -478,7 +483,8 @@ bool verifySignedData(const Pkcs7Frame& frame, std::string_view content, SystemC
   }
   const std::vector<CMS_SignerInfo*> signers = signersOf(cms.get());
   ContentHashes hashes(signers, content);
-  Verification verification{certs, layer.certificates, content, frame.contentType, hashes};
+  Verification verification{certs,  layer.certificates,     content, frame.contentType,
+                            hashes, KeyWork(budget.keyWork)};
   for (CMS_SignerInfo* const signer : signers) layer.signers.push_back(judge(signer, verification));
   return true;
 }

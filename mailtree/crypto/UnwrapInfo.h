@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "mailtree/base/Containers.h"
+#include "mailtree/base/LoadBudget.h"
 #include "mailtree/crypto/SecureLayer.h"
 
 namespace mailtree {
@@ -32,6 +33,7 @@ class UnwrapInfo {
   ExtPtrArray m_decryptCerts;         ///< CertificateHolder of every certificate that opened a layer.
   std::vector<SecureLayer> m_layers;  ///< From outside in.
   std::vector<InnerField> m_innerFields;
+  LoadBudget m_budget;  ///< What may be spent; afterwards what is left.
 };
 
 }  // namespace mailtree

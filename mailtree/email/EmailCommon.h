@@ -15,6 +15,17 @@ namespace mailtree {
 
 class LogBase;
 
+/// From what a field of recipients was written last, so that one more recipient need not render all of them
+/// again.
+struct RenderedRecipients {
+  const void* node = nullptr;
+  int kind = 0;
+  int codePage = 0;
+  int count = 0;
+  std::size_t entriesHash = 0;
+  std::size_t valueHash = 0;
+};
+
 /// Message-wide settings. Lives on the heap; every node of a tree holds one reference. Starts uncounted.
 class _svEmailCommon final : public RefCountedObject {
  public:
@@ -44,6 +55,11 @@ class _svEmailCommon final : public RefCountedObject {
   std::vector<SecureLayer> m_secureLayers;  ///< Met while loading, from outside in.
   std::vector<InnerField> m_innerFields;    ///< Fields that a layer says otherwise than the header does.
   LimitSet m_limits;                        ///< Limits met while loading.
+  LoadBudget m_budget;          ///< What is left for the messages attached to the one that was loaded.
+  bool m_sharesBudget = false;  ///< What is loaded next is attached: it lives on what is left.
+  /// False when memory ran out while loading: something of the message is missing. Never write such a tree.
+  bool m_isWhole = true;
+  RenderedRecipients m_rendered;
 
  private:
   ~_svEmailCommon() override;

@@ -186,7 +186,9 @@ void appendText(const std::string& text, StringBuffer& out, LogBase& log) {
 
 }  // namespace
 
-_svEmailAddress* _svEmailAddress::createNewObject() { return new (std::nothrow) _svEmailAddress; }
+_svEmailAddress* _svEmailAddress::createNewObject() {
+  return neverThrow<_svEmailAddress*>(nullptr, [] { return new _svEmailAddress; });
+}
 
 bool _svEmailAddress::loadSingleEmailAddr(const char* text, bool /*relaxed*/, LogBase& /*log*/) {
   return neverThrow(false, [&] {
@@ -221,6 +223,17 @@ void _svEmailAddress::emitAsMimeField(const ExtPtrArray& list, int codePage, boo
     for (int i = 0; i < list.getSize(); ++i)
       if (const auto* entry = list.at<_svEmailAddress>(i)) appendEntry(*entry, style, text.empty(), text);
     appendText(text, out, log);
+    return true;
+  });
+}
+
+void _svEmailAddress::emitAsNextInMimeField(int codePage, bool useQ, StringBuffer& value,
+                                            LogBase& log) const {
+  neverThrow(false, [&] {
+    std::string text;
+    const Style style = styleOf(codePage, /*forHeader=*/true, useQ, /*isList=*/true);
+    appendEntry(*this, style, value.isEmpty(), text);
+    appendText(text, value, log);
     return true;
   });
 }

@@ -52,6 +52,8 @@ class _svEmailAddress final : public SorvikObject {
   /// @param useQ         Q encoding, else B.
   static void emitAsMimeField(const ExtPtrArray& list, int codePage, bool first, bool forHeader, bool useQ,
                               StringBuffer& out, LogBase& log);
+  /// Appends one more entry to a header value that emitAsMimeField wrote of several.
+  void emitAsNextInMimeField(int codePage, bool useQ, StringBuffer& value, LogBase& log) const;
   void emitSelfAsMimeField(int codePage, bool first, bool forHeader, bool useQ, StringBuffer& out,
                            LogBase& log) const;
 

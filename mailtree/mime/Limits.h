@@ -1,5 +1,6 @@
 // mime/Limits.h - how much of a message is taken apart. Beyond a limit nothing is lost: the rest stays as
-// bytes of the part in which it stands, and the limit is reported.
+// bytes of the part in which it stands, and the limit is reported. What a message may cost in all is in
+// base/LoadBudget.h, where the folders beside this one see it too.
 #pragma once
 
 #include <cstddef>
@@ -7,13 +8,12 @@
 #include <string_view>
 
 #include "mailtree/base/FlagSet.h"
+#include "mailtree/base/LoadBudget.h"
 
 namespace mailtree {
 
 /// Depth of nested parts. Real mail stays under 10; recursion over a tree is bounded by this.
 inline constexpr int kMaxDepth = 100;
-/// Parts of one message, leaves and multiparts.
-inline constexpr int kMaxParts = 50'000;
 /// Header of one entity: bytes and fields.
 inline constexpr std::size_t kMaxHeaderBytes = 4u << 20;
 inline constexpr int kMaxHeaderFields = 10'000;
@@ -21,8 +21,6 @@ inline constexpr int kMaxHeaderFields = 10'000;
 inline constexpr int kMaxParameters = 1'000;
 /// Nested groups and comments in an address list or another structured value.
 inline constexpr int kMaxCommentDepth = 3;
-/// Security layers taken off one message.
-inline constexpr int kMaxUnwrappedLayers = 10;
 
 /// A limit that was met while loading; values are bits.
 enum class Limit : std::uint32_t {
@@ -32,6 +30,8 @@ enum class Limit : std::uint32_t {
   headerFields = 8,
   parameters = 16,
   layers = 32,
+  layerBytes = 64,
+  keyTrials = 128,
 };
 
 /// The limits met.
@@ -50,6 +50,8 @@ inline constexpr LimitName kLimitNames[] = {
     {Limit::headerFields, "a header of more than 10000 fields"},
     {Limit::parameters, "more than 1000 parameters"},
     {Limit::layers, "more than 10 security layers"},
+    {Limit::layerBytes, "more in security layers than a message of its size may hold"},
+    {Limit::keyTrials, "more than 16 tries of private keys"},
 };
 
 }  // namespace mailtree

@@ -34,6 +34,37 @@ bool isReadIn(int codePage, std::string_view bytes) {
   return explains(codePage, bytes) || readDespiteDamage(codePage, bytes).codePage == codePage;
 }
 
+/// Where sequences of utf-8 may begin: a byte that leads and one that goes on.
+std::size_t countOfSequences(std::string_view bytes) noexcept {
+  const auto begins = [](unsigned char lead, unsigned char next) {
+    return lead >= 0xC2 && (next & 0xC0) == 0x80;
+  };
+  std::size_t count = 0;
+  for (std::size_t at = 1; at < bytes.size(); ++at)
+    count +=
+        begins(static_cast<unsigned char>(bytes[at - 1]), static_cast<unsigned char>(bytes[at])) ? 1U : 0U;
+  return count;
+}
+
+/// Accented letters of western languages: in their own charsets few write such pairs.
+bool holdsAccentInUtf8(std::string_view bytes) noexcept {
+  const auto isPair = [](char lead, char next) { return (lead == '\xC2' || lead == '\xC3') && is8bit(next); };
+  return std::ranges::adjacent_find(bytes, isPair) != bytes.end();
+}
+
+/// Whether a value is utf-8, damaged or not. A code page of single bytes explains any, but where it may be the one of
+/// the header a short word in it, with one sequence that happens to be utf-8, is none: much of the value must be.
+bool isUtf8Rather(std::string_view value, int codePage) {
+  constexpr int kWestern[] = {1252, 28591, 28605};
+  constexpr std::size_t kForEachDamaged = 9;
+  const DamagedReading reading = readDespiteDamage(0, value);
+  if (reading.codePage != kCpUtf8) return false;
+  if (codePage <= 0 || isMultibyte(codePage) || !explains(codePage, value)) return true;
+  const bool isWestern = std::ranges::find(kWestern, codePage) != std::end(kWestern);
+  return (isWestern && holdsAccentInUtf8(value)) ||
+         countOfSequences(value) >= kForEachDamaged * reading.damaged;
+}
+
 }  // namespace
 
 /// Walks over the lines of a header and collects rows, whose offsets count from the begin of the text.
@@ -229,7 +260,7 @@ void MimeHeader::detectCodePageOf8bit() {
     if (isValidUtf8(lineOf(field))) continue;
     const std::string_view value = valueOf(field);
     isDeclared = isDeclared && isReadIn(declared, value);
-    if (readDespiteDamage(0, value).codePage != kCpUtf8) bytes.append(value).append("\n");
+    if (!isUtf8Rather(value, declared)) bytes.append(value).append("\n");
   }
   if (isDeclared || (declared > 0 && !bytes.empty() && explains(declared, bytes)))
     m_detectedCodePage = declared;
@@ -250,7 +281,9 @@ int MimeHeader::codePageOfValue(std::string_view raw) const noexcept {
   if (isValidUtf8(raw)) return kCpUtf8;
   const int found = m_detectedCodePage;
   if (isMultibyte(found) && found != kCpUtf8) return found;
-  if (readDespiteDamage(found == kCpUtf8 ? found : 0, raw).codePage == kCpUtf8) return kCpUtf8;
+  const bool isUtf8 =
+      found == kCpUtf8 ? readDespiteDamage(found, raw).codePage == found : isUtf8Rather(raw, found);
+  if (isUtf8) return kCpUtf8;
   return found > 0 && found != kCpUtf8 ? found : kLastResortCodePage;
 }
 

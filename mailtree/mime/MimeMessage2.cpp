@@ -17,7 +17,9 @@ namespace mailtree {
 
 MimeMessage2::~MimeMessage2() { deleteParts(); }
 
-MimeMessage2* MimeMessage2::createNewObject() { return new (std::nothrow) MimeMessage2(); }
+MimeMessage2* MimeMessage2::createNewObject() {
+  return neverThrow<MimeMessage2*>(nullptr, [] { return new MimeMessage2(); });
+}
 
 /// Walks down to a leaf, deletes it, goes on from the entity above it: no recursion and no memory, whatever
 /// the depth.
@@ -59,25 +61,30 @@ void MimeMessage2::reset() {
 // Parsing
 
 bool MimeMessage2::loadText(std::string_view mime, LogBase& log) {
+  int parts = kMaxParts;
+  return loadText(mime, parts, log);
+}
+
+bool MimeMessage2::loadText(std::string_view mime, int& parts, LogBase& log) {
   return neverThrow(false, [&] {
     reset();
-    MimeParser::parse(mime, *this, log);
+    MimeParser::parse(mime, *this, parts, log);
     return true;
   });
 }
 
-bool MimeMessage2::loadContent(std::string_view mime, int level, Origin origin, LogBase& log) {
+bool MimeMessage2::loadContent(std::string_view mime, int level, Origin origin, int& parts, LogBase& log) {
   return neverThrow(false, [&] {
     reset();
-    MimeParser::parseContent(mime, *this, level, origin, log);
+    MimeParser::parseContent(mime, *this, level, origin, parts, log);
     return true;
   });
 }
 
-bool MimeMessage2::reloadReceived(int level, LogBase& log) {
+bool MimeMessage2::reloadReceived(int level, int& parts, LogBase& log) {
   if (!m_receivedBytes) return false;
   std::unique_ptr<DataBuffer> received = std::move(m_receivedBytes);
-  const bool loaded = loadContent(received->view(), level, m_origin, log);
+  const bool loaded = loadContent(received->view(), level, m_origin, parts, log);
   m_receivedBytes = std::move(received);
   return loaded;
 }

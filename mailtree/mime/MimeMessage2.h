@@ -56,15 +56,17 @@ class MimeMessage2 final : public SorvikObject {
   bool loadMimeComplete2(const char* data, unsigned size, bool keepInput, StringBuffer& scratch, LogBase& log,
                          bool option);
   bool loadMimeCompleteDb(DataBuffer& mime, LogBase& log);
-  /// The parser under the three above.
+  /// The parser under the three above. `parts` is how many the message may have; what is left is given back.
+  bool loadText(std::string_view mime, int& parts, LogBase& log);
   bool loadText(std::string_view mime, LogBase& log);
   /// The same for what was found inside an entity at that level of a tree, the message itself being at 1: nothing
   /// may stand before its header, which ends at the first empty line.
   /// @param origin  of the entity.
-  bool loadContent(std::string_view mime, int level, Origin origin, LogBase& log);
+  /// @param parts   how many the message may still have; what is left is given back.
+  bool loadContent(std::string_view mime, int level, Origin origin, int& parts, LogBase& log);
   /// Parses this entity anew from the bytes as which it was received, and keeps them. The multiparts signed inside
   /// it get theirs that way, which the parser gives to the outermost alone. Without them nothing happens.
-  bool reloadReceived(int level, LogBase& log);
+  bool reloadReceived(int level, int& parts, LogBase& log);
   /// Strips directory parts from every attachment file name in the tree.
   void makeAttachmentFilenamesRelative(LogBase& log);
 

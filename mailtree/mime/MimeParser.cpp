@@ -114,8 +114,8 @@ void appendBody(DataBuffer& out, std::string_view raw, Coding coding) {
 
 /// What one message may still hold, and which limits it met.
 struct Budget {
-  int parts = kMaxParts;
-  LimitSet limits;
+  int& parts;
+  LimitSet limits = {};
 };
 
 }  // namespace
@@ -299,7 +299,7 @@ void MimeParser::Run::splitParts() {
   while (const auto boundary = nextBoundary()) {
     // At the end of the text a boundary begins nothing.
     const bool beginsPart = !boundary->closes && !trimLeft(m_text.substr(boundary->next)).empty();
-    if (beginsPart && m_budget.parts == 0) return keepRestInLastPart();
+    if (beginsPart && m_budget.parts <= 0) return keepRestInLastPart();
     endTo(boundary->open + 1, boundary->partEnd);
     endPart(boundary->partEnd);
     if (boundary->closes) close(boundary->partEnd);
@@ -473,15 +473,15 @@ std::string_view MimeParser::skipPrologue(std::string_view text) noexcept {
   return text;
 }
 
-void MimeParser::parse(std::string_view text, MimeMessage2& root, LogBase& log) {
-  Budget budget;
+void MimeParser::parse(std::string_view text, MimeMessage2& root, int& parts, LogBase& log) {
+  Budget budget{parts};
   Run(skipPrologue(text), /*level=*/1, /*origin=*/0, budget).parseEntity(root, Run::Place::top);
   finish(root, budget.limits, log);
 }
 
 void MimeParser::parseContent(std::string_view text, MimeMessage2& entity, int level, Origin origin,
-                              LogBase& log) {
-  Budget budget;
+                              int& parts, LogBase& log) {
+  Budget budget{parts};
   Run(text, level, origin, budget).parseEntity(entity, Run::Place::inside);
   finish(entity, budget.limits, log);
 }

@@ -20,11 +20,12 @@ class LogBase;
 class MimeParser {
  public:
   /// Fills the empty entity `root`; the text must live until parse returns, not longer.
-  static void parse(std::string_view text, MimeMessage2& root, LogBase& log);
+  /// @param parts  how many the message may have; what is left is given back.
+  static void parse(std::string_view text, MimeMessage2& root, int& parts, LogBase& log);
   /// The same for an entity found inside another one at that level, the message being at 1: a byte order mark or
   /// an mbox line before it is none, and an empty line at its beginning ends its header.
   /// @param origin  of the entity; those of its parts count on from there.
-  static void parseContent(std::string_view text, MimeMessage2& entity, int level, Origin origin,
+  static void parseContent(std::string_view text, MimeMessage2& entity, int level, Origin origin, int& parts,
                            LogBase& log);
   /// The text without a byte order mark and the separator lines of a mailbox file, which are no part of the message.
   static std::string_view skipPrologue(std::string_view text) noexcept;

@@ -161,14 +161,14 @@ bool Uu::uu_decode(std::string_view text, DataBuffer& out) {
 }
 
 int Uu::uu_decodeMultipleDb(std::string_view text, ExtPtrArray& data, ExtPtrArraySb& names,
-                            UuSurroundings* around) {
+                            UuSurroundings* around, int most) {
   return neverThrow(0, [&] {
     BlockReader blocks(text);
     UuSurroundings found;
     std::string_view behindLast;
     int count = 0;
     std::string_view name;
-    for (auto block = std::make_unique<DataBuffer>(); blocks.next(*block, name);
+    for (auto block = std::make_unique<DataBuffer>(); count <= most && blocks.next(*block, name);
          block = std::make_unique<DataBuffer>()) {
       if (!names.appendString(name) || !data.appendObject(block.get())) break;
       std::ignore = block.release();  // now the list's

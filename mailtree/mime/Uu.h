@@ -9,6 +9,7 @@
 
 #include "mailtree/base/Containers.h"
 #include "mailtree/base/DataBuffer.h"
+#include "mailtree/base/LoadBudget.h"
 #include "mailtree/base/StringBuffer.h"
 
 namespace mailtree {
@@ -32,9 +33,10 @@ class Uu {
   /// Decodes every block of the text: one owned DataBuffer in `data` and one string in `names` for each, in
   /// order.
   /// @param around  when not null, receives what stands around the blocks.
+  /// @param most    after one more than that the rest is not looked at.
   /// @return how many.
   static int uu_decodeMultipleDb(std::string_view text, ExtPtrArray& data, ExtPtrArraySb& names,
-                                 UuSurroundings* around = nullptr);
+                                 UuSurroundings* around = nullptr, int most = kMaxParts);
 
  private:
   StringBuffer m_filename;

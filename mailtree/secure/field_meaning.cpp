@@ -54,8 +54,21 @@ std::string comparedAddresses(std::string_view unfolded, std::string_view decode
   return read == countOfWordBytes(decoded) ? list : std::string();
 }
 
+/// Whether a value that was read as a date is one and no more, but for the name of a zone in a comment: a reader may be
+/// shown the rest.
+bool isDateAlone(std::string_view value) {
+  constexpr std::size_t kLongestDate = 40, kLongestZone = 5;
+  const std::size_t open = std::min(value.find('('), value.size());
+  if (open > kLongestDate) return false;
+  if (open == value.size()) return true;
+  const std::string_view comment = trimRight(value.substr(open + 1));
+  if (!comment.ends_with(')') || comment.size() > kLongestZone + 1) return false;
+  return std::ranges::all_of(comment.substr(0, comment.size() - 1), isAlnumAscii);
+}
+
 std::string comparedDate(std::string_view unfolded) {
   SorvikSysTime time;
+  if (!isDateAlone(trim(unfolded))) return {};
   return _svDateParser::parse(unfolded, time) ? std::to_string(time.toUnixTime()) + '\n' : std::string();
 }
 

@@ -7,6 +7,7 @@
 #include <unordered_set>
 
 #include "mailtree/base/Ascii.h"
+#include "mailtree/base/Utf.h"
 #include "mailtree/secure/displayed_fields.h"
 #include "mailtree/secure/field_meaning.h"
 
@@ -40,15 +41,16 @@ class OuterFields {
       add(lowerCase(header.fieldName(i)), header.decodedValue(i), comparedValue(header, i));
   }
 
-  /// What stands here in place of a value, empty when nothing does; nothing when it says the same. Of a field that a
+  /// What stands here in place of a value, empty when nothing does; null when it says the same. Of a field that a
   /// message has once every one must: nobody knows which one a reader is shown.
-  std::optional<std::string> otherThan(const std::string& lowerName, const std::string& compared) const {
+  const std::string* otherThan(const std::string& lowerName, const std::string& compared) const {
+    static const std::string kNothing;
     const auto found = m_values.find(lowerName);
-    if (found == m_values.end()) return std::string();
+    if (found == m_values.end()) return &kNothing;
     const Values& values = found->second;
-    if (!m_lines.contains(lowerName + ':' + compared)) return values.first;
-    if (!isDisplayedField(lowerName) || !values.another) return std::nullopt;
-    return compared == values.comparedFirst ? values.another : values.first;
+    if (!m_lines.contains(lowerName + ':' + compared)) return &values.first;
+    if (!isDisplayedField(lowerName) || !values.another) return nullptr;
+    return compared == values.comparedFirst ? &*values.another : &values.first;
   }
   /// Null when there is none of that name.
   const std::string* first(const std::string& lowerName) const {
@@ -92,15 +94,26 @@ void listAdded(const MimeHeader& inside, const OuterFields& outer, const PartPat
   }
 }
 
+/// Thousands of fields of one name inside must not copy one long value outside for each.
+constexpr std::size_t kShownAgain = 200;
+
+std::string shownAgain(const std::string& value) {
+  return value.size() <= kShownAgain ? value : value.substr(0, utf8PrefixLength(value, kShownAgain)) + "...";
+}
+
 void listDiffering(const MimeHeader& inside, const MimeHeader& outside, const PartPath& path,
                    std::vector<InnerField>& differing) {
   const OuterFields outer(outside);
+  std::unordered_set<std::string> listed;
   for (int i = 0; i < inside.getNumFields(); ++i) {
     const std::string_view name = inside.fieldName(i);
     if (!isCompared(name)) continue;
-    std::optional<std::string> other = outer.otherThan(lowerCase(name), comparedValue(inside, i));
+    std::string lowerName = lowerCase(name);
+    const std::string* const other = outer.otherThan(lowerName, comparedValue(inside, i));
     if (!other) continue;
-    differing.push_back({path.text(), std::string(name), inside.decodedValue(i), std::move(*other)});
+    const bool isFirst = listed.insert(std::move(lowerName)).second;
+    differing.push_back(
+        {path.text(), std::string(name), inside.decodedValue(i), isFirst ? *other : shownAgain(*other)});
   }
   listAdded(inside, outer, path, differing);
 }
@@ -117,9 +130,11 @@ bool isMimeEntity(std::string_view bytes) {
   return false;
 }
 
-void loadLayerContent(std::string_view bytes, int level, Origin origin, MimeMessage2& content, LogBase& log) {
+void loadLayerContent(std::string_view bytes, int level, Origin origin, MimeMessage2& content, int& parts,
+                      LogBase& log) {
   const bool isEntity = isMimeEntity(bytes);
-  if (!content.loadContent(isEntity ? bytes : std::string_view(), level, origin, log)) throw std::bad_alloc();
+  if (!content.loadContent(isEntity ? bytes : std::string_view(), level, origin, parts, log))
+    throw std::bad_alloc();
   if (isEntity) return;
   content.setContentType("text/plain", /*refreshHeader=*/true, log);
   if (!content.getMimeBodyDb()->append(bytes)) throw std::bad_alloc();

@@ -17,7 +17,9 @@ bool isMimeEntity(std::string_view bytes);
 
 /// Parses the content of an opened layer. One that is no MIME entity, as some programs encrypt, becomes a text/plain
 /// with every byte of it in the body.
-void loadLayerContent(std::string_view bytes, int level, Origin origin, MimeMessage2& content, LogBase& log);
+/// @param parts  how many the message may still have; what is left is given back.
+void loadLayerContent(std::string_view bytes, int level, Origin origin, MimeMessage2& content, int& parts,
+                      LogBase& log);
 
 /// Puts the content in the place of its layer: the Content- fields come from inside, all others stay as they stand
 /// outside, where the message is displayed from. `differing` receives those that say something else inside.

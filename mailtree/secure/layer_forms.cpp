@@ -53,18 +53,29 @@ const KindName* suffixOf(std::string_view filename) noexcept {
   return nullptr;
 }
 
+/// The name that mail programs give to a layer. A signed document, such as invoice.pdf.p7m, has one of its own: it is
+/// somebody's file, and no part of how the message was sent.
+const KindName* layerNameOf(std::string_view filename) noexcept {
+  constexpr std::string_view kStem = "smime";
+  const std::string_view name = trim(filename);
+  const bool isLayer = beginsWithNoCase(name, kStem) && name.find('.') == kStem.size();
+  return isLayer ? suffixOf(name) : nullptr;
+}
+
+using NameReader = const KindName* (*)(std::string_view) noexcept;
+
 /// By the file name of the disposition, else by the name of the type: a gateway may have changed one of them.
-const KindName* suffixOf(const MimeMessage2& entity) {
+const KindName* readName(const MimeMessage2& entity, NameReader read) {
   StringBuffer filename;
   entity.getMimeFilename(filename);
-  const KindName* const row = suffixOf(filename);
-  return row ? row : suffixOf(entity.contentType().m_name);
+  const KindName* const row = read(filename);
+  return row ? row : read(entity.contentType().m_name);
 }
 
 bool isTypedSignature(const MimeMessage2& part) { return isSignatureType(typeOf(part)); }
 
 bool isNamedSignature(const MimeMessage2& part) {
-  const KindName* const suffix = isUntyped(typeOf(part)) ? suffixOf(part) : nullptr;
+  const KindName* const suffix = isUntyped(typeOf(part)) ? readName(part, suffixOf) : nullptr;
   return suffix && suffix->kind == LayerKind::opaqueSignature;
 }
 
@@ -101,12 +112,12 @@ bool holdsDetachedSignature(const MimeMessage2& entity) {
 
 bool mayBeLayer(std::string_view mediaType, std::string_view filename) noexcept {
   return equalsNoCase(mediaType, "multipart/signed") || isPkcs7MimeType(mediaType) ||
-         (isUntyped(mediaType) && suffixOf(filename));
+         (isUntyped(mediaType) && layerNameOf(filename));
 }
 
 bool isPkcs7Mime(const MimeMessage2& entity) {
   if (isPkcs7MimeType(typeOf(entity))) return true;
-  const KindName* const suffix = isUntyped(typeOf(entity)) ? suffixOf(entity) : nullptr;
+  const KindName* const suffix = isUntyped(typeOf(entity)) ? readName(entity, layerNameOf) : nullptr;
   if (!suffix) return false;
   const LayerKind kind = Pkcs7Opener::kindOf(entity.getMimeBodyDb()->view());
   // A signature that came apart from its content is an attachment like others: there is nothing in it to open.
@@ -123,7 +134,7 @@ LayerKind claimedKind(const MimeMessage2& entity) {
   const std::string_view smimeType = trim(entity.contentType().m_smimeType);
   for (const KindName& row : kSmimeTypes)
     if (equalsNoCase(smimeType, row.name)) return row.kind;
-  const KindName* const suffix = suffixOf(entity);
+  const KindName* const suffix = readName(entity, suffixOf);
   return suffix ? suffix->kind : LayerKind::enveloped;
 }
 

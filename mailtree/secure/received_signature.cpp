@@ -22,22 +22,22 @@ bool isStoredWithLf(std::string_view content) noexcept {
 
 /// As it travelled. Takes the place of the first verdict only when it is better.
 void verifyWithCrlf(std::string_view der, std::string_view content, SystemCerts& certs, SecureLayer& layer,
-                    LogBase& log) {
+                    LoadBudget& budget, LogBase& log) {
   StringBuffer travelled(content);
   if (!travelled.toCRLF()) throw std::bad_alloc();
   SecureLayer second;
-  if (Pkcs7Opener::verifyDetached(der, travelled, certs, second, log) && anyDigestMatched(second))
+  if (Pkcs7Opener::verifyDetached(der, travelled, certs, second, budget, log) && anyDigestMatched(second))
     layer = std::move(second);
 }
 
 }  // namespace
 
 bool verifyReceived(std::string_view der, std::string_view content, SystemCerts& certs, SecureLayer& layer,
-                    LogBase& log) {
-  if (!isStoredWithLf(content)) return Pkcs7Opener::verifyDetached(der, content, certs, layer, log);
+                    LoadBudget& budget, LogBase& log) {
+  if (!isStoredWithLf(content)) return Pkcs7Opener::verifyDetached(der, content, certs, layer, budget, log);
   LogNull quiet;  // a first try that fails is nothing to report
-  if (!Pkcs7Opener::verifyDetached(der, content, certs, layer, quiet)) return false;
-  if (!anyDigestMatched(layer)) verifyWithCrlf(der, content, certs, layer, log);
+  if (!Pkcs7Opener::verifyDetached(der, content, certs, layer, budget, quiet)) return false;
+  if (!anyDigestMatched(layer)) verifyWithCrlf(der, content, certs, layer, budget, log);
   return true;
 }
 

@@ -3,6 +3,7 @@
 
 #include <string_view>
 
+#include "mailtree/base/LoadBudget.h"
 #include "mailtree/crypto/SecureLayer.h"
 #include "mailtree/crypto/SystemCerts.h"
 
@@ -13,6 +14,6 @@ namespace mailtree {
 /// travelled is tried too. A content with any CR in it is taken as it stands.
 /// @return whether it could be read as a signature; the verdicts are in `layer`.
 bool verifyReceived(std::string_view der, std::string_view content, SystemCerts& certs, SecureLayer& layer,
-                    LogBase& log);
+                    LoadBudget& budget, LogBase& log);
 
 }  // namespace mailtree

@@ -46,7 +46,8 @@ class Unwrapper {
   void visitParts(MimeMessage2& entity, const PartPath& path);
   Content takeOff(MimeMessage2& entity, const PartPath& path);
   void leaveClosed(LayerKind kind, const PartPath& path);
-  void reportLimit();
+  void reportLimit(Limit limit);
+  void reportLacks();
 
   Content takeOffSignature(MimeMessage2& entity, const PartPath& path);
   Content open(MimeMessage2& entity, const PartPath& path);
@@ -63,7 +64,6 @@ class Unwrapper {
   SystemCerts& m_certs;
   LogBase& m_log;
   std::optional<std::string> m_sender;  ///< Read when the first layer is met: most messages have none.
-  std::size_t m_unpackable = kMaxUnpackedBytes;  ///< Bytes that compressed layers may still grow to.
   int m_reloads = 0;
   int m_opened = 0;
   bool m_hasClosed = false;  ///< A layer was left as it is because there were enough.
@@ -97,10 +97,11 @@ Unwrapper::Content Unwrapper::takeOff(MimeMessage2& entity, const PartPath& path
   if (!isDetached && !isPkcs7Mime(entity)) return std::nullopt;
   if (!m_sender) m_sender = soleSender(m_message, m_log);
   // Those that could not be opened count too: each costs a look at every key.
-  if (m_info.m_layers.size() >= static_cast<std::size_t>(kMaxUnwrappedLayers)) {
+  if (m_info.m_budget.layers <= 0) {
     leaveClosed(isDetached ? LayerKind::detachedSignature : kindOf(entity), path);
     return std::nullopt;
   }
+  --m_info.m_budget.layers;
   return isDetached ? takeOffSignature(entity, path) : open(entity, path);
 }
 
@@ -111,15 +112,24 @@ void Unwrapper::leaveClosed(LayerKind kind, const PartPath& path) {
   layer.kind = kind;
   cover(layer, path);
   layer.problem = "not looked into: the message has more layers than are taken off";
-  reportLimit();
+  reportLimit(Limit::layers);
   if (std::exchange(m_hasClosed, true)) return count(layer);
   record(std::move(layer));
 }
 
-void Unwrapper::reportLimit() {
-  if (m_message.limits().has(Limit::layers)) return;
-  m_message.addLimit(Limit::layers);
-  m_log.logError("Limit met: security layers; what is inside the next one stays there.");
+void Unwrapper::reportLimit(Limit limit) {
+  if (m_message.limits().has(limit)) return;
+  m_message.addLimit(limit);
+  m_log.logError(limit == Limit::layers
+                     ? "Limit met: security layers; what is inside the next one stays there."
+                     : "Limit met: what a layer costs; what is inside it stays there.");
+}
+
+/// Why the layer that was just looked into stays closed, when it is for want of something.
+void Unwrapper::reportLacks() {
+  LoadBudget& budget = m_info.m_budget;
+  if (std::exchange(budget.lackedBytes, false)) reportLimit(Limit::layerBytes);
+  if (std::exchange(budget.lackedTrials, false)) reportLimit(Limit::keyTrials);
 }
 
 // Detached signatures
@@ -129,6 +139,7 @@ Unwrapper::Content Unwrapper::takeOffSignature(MimeMessage2& entity, const PartP
   const bool hasMore = entity.getNumParts() > kContentAndSignature;
   SecureLayer layer;
   layer.opened = verify(entity, layer);
+  reportLacks();
   layer.kind = LayerKind::detachedSignature;
   cover(layer, layer.opened && hasMore ? path.part(0, entity.getPart(0)->origin()) : path);
   matchSender(layer, *m_sender);
@@ -150,7 +161,8 @@ bool Unwrapper::verify(MimeMessage2& entity, SecureLayer& layer) {
   const MimeMessage2* const signature = signaturePart(entity);
   const DataBuffer* const received = content ? content->receivedBytes() : nullptr;
   if (received && signature &&
-      verifyReceived(signature->getMimeBodyDb()->view(), received->view(), m_certs, layer, m_log))
+      verifyReceived(signature->getMimeBodyDb()->view(), received->view(), m_certs, layer, m_info.m_budget,
+                     m_log))
     return true;
   if (layer.problem.empty()) layer.problem = "there is no signature that can be read";
   return false;
@@ -159,7 +171,8 @@ bool Unwrapper::verify(MimeMessage2& entity, SecureLayer& layer) {
 /// The content, as parsed with the message; anew when signatures inside it need their own bytes.
 Owned<MimeMessage2> Unwrapper::takeSignedContent(MimeMessage2& entity, int level) {
   Owned<MimeMessage2> content(entity.extractPart(0));
-  if (holdsDetachedSignature(*content) && !content->reloadReceived(level, m_log)) throw std::bad_alloc();
+  if (holdsDetachedSignature(*content) && !content->reloadReceived(level, m_info.m_budget.parts, m_log))
+    throw std::bad_alloc();
   std::ignore = content->extractReceivedBytes();
   return content;
 }
@@ -185,8 +198,8 @@ void Unwrapper::showBytesOfInnerSignatures(MimeMessage2& entity, int level) {
   for (int i = 0; i < entity.getNumParts(); ++i) {
     MimeMessage2& part = *entity.getPart(i);
     if (!part.receivedBytes() || !holdsDetachedSignature(part)) continue;
-    if (m_reloads++ >= kMaxUnwrappedLayers) return reportLimit();
-    if (!part.reloadReceived(level, m_log)) throw std::bad_alloc();
+    if (m_reloads++ >= kMaxUnwrappedLayers) return reportLimit(Limit::layers);
+    if (!part.reloadReceived(level, m_info.m_budget.parts, m_log)) throw std::bad_alloc();
   }
 }
 
@@ -197,9 +210,9 @@ Unwrapper::Content Unwrapper::open(MimeMessage2& entity, const PartPath& path) {
   DataBuffer bytes;
   const WipedAtEnd wiped(bytes);
   const bool opened =
-      Pkcs7Opener::open(entity.getMimeBodyDb()->view(), m_certs, bytes, layer, m_log, m_unpackable);
+      Pkcs7Opener::open(entity.getMimeBodyDb()->view(), m_certs, bytes, layer, m_info.m_budget, m_log);
+  reportLacks();
   if (layer.kind == LayerKind::unknown) layer.kind = claimedKind(entity);
-  if (layer.kind == LayerKind::compressed) m_unpackable -= bytes.getSize();
   layer.opened = opened;
   cover(layer, path);
   matchSender(layer, *m_sender);
@@ -209,7 +222,7 @@ Unwrapper::Content Unwrapper::open(MimeMessage2& entity, const PartPath& path) {
   // Beyond every message, and every other content.
   const Origin origin = Origin(++m_opened) << 48;
   MimeMessage2 content;
-  loadLayerContent(bytes.view(), path.level, origin, content, m_log);
+  loadLayerContent(bytes.view(), path.level, origin, content, m_info.m_budget.parts, m_log);
   replace(entity, content, path);
   return origin;
 }

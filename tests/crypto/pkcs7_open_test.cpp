@@ -253,7 +253,7 @@ TEST(Pkcs7Open, compressed_content_is_unpacked_within_bounds) {
     const char* problem;
   } rows[] = {{compressed(""), ""},
               {compressed(std::string(std::size_t{5} << 20, 'z')), ""},
-              {compressed(std::string(kMaxUnpackedBytes + 1, '\0')), "more than is allowed"},
+              {compressed(std::string(kLeastLayerBytes + 1, '\0')), "more than is allowed"},
               {compressed("x", "\x2A\x03"), "not known"},
               {rebuilt(*cut, packed.substr(0, packed.size() / 2)), "malformed"},
               {rebuilt(*cut, "no such stream"), "malformed"},
@@ -268,19 +268,33 @@ TEST(Pkcs7Open, compressed_content_is_unpacked_within_bounds) {
   }
 }
 
-TEST(Pkcs7Open, a_caller_bounds_what_is_unpacked) {
-  const std::string blob = compressed(std::string(1000, 'z'));
+TEST(Pkcs7Open, a_layer_that_costs_more_than_is_left_stays_closed) {
+  const std::string packed = compressed(std::string(1000, 'z')), locked = envelope("x"),
+                    sealed = signedBlob("x");
   const struct {
-    std::size_t most;
-    bool fits;
-  } rows[] = {{0, false}, {999, false}, {1000, true}, {std::string::npos, true}};
+    std::string bytes;
+    std::size_t bytesLeft;
+    int trialsLeft;
+    const char* problem;
+  } rows[] = {{packed, packed.size() - 1, 9, "hold more"},
+              {packed, packed.size() + 999, 9, "unpacks to more"},
+              {packed, packed.size() + 1000, 0, ""},
+              {sealed, sealed.size() - 1, 9, "hold more"},
+              {locked, locked.size() - 1, 9, "hold more"},
+              {locked, locked.size(), 0, "too many tries"},
+              {locked, locked.size(), 1, ""}};
   for (const auto& row : rows) {
     DataBuffer content;
     SecureLayer layer;
     LogNull log;
-    EXPECT_EQ(Pkcs7Opener::open(blob, everybody(), content, layer, log, row.most), row.fits) << row.most;
-    EXPECT_EQ(content.getSize(), row.fits ? 1000U : 0U) << row.most;
-    EXPECT_EQ(layer.problem.empty(), row.fits) << row.most << layer.problem;
+    LoadBudget budget;
+    budget.layerBytes = row.bytesLeft;
+    budget.keyTrials = row.trialsLeft;
+    const bool fits = *row.problem == '\0';
+    EXPECT_EQ(Pkcs7Opener::open(row.bytes, everybody(), content, layer, budget, log), fits) << row.problem;
+    EXPECT_THAT(layer.problem, HasSubstr(row.problem));
+    EXPECT_EQ(content.isEmpty() && (budget.lackedBytes || budget.lackedTrials), !fits) << row.problem;
+    EXPECT_TRUE(!fits || budget.layerBytes + budget.keyTrials == 0) << "all of it is spent";
   }
 }
 

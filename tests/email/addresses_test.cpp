@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 
 #include "mailtree/email/Email2.h"
@@ -345,6 +346,30 @@ TEST(Recipients, fields_hold_the_whole_list) {
   EXPECT_EQ(node->addMultipleRecip(1, "\"L, M\" <l@e.com>; n@e.com", quiet), 2);
   EXPECT_EQ(fieldOf(*node, "To"), "J\xC3\xB6rg <j@e.com>, k@e.com, \"L, M\" <l@e.com>, n@e.com");
   EXPECT_EQ(disagreeingFields(*node), "");
+}
+
+TEST(Recipients, field_says_what_the_list_says_whatever_happened_before) {
+  const std::function<void(Email2&)> changes[] = {
+      [](Email2&) {},
+      [](Email2& e) { e.m_toAddrs.at<_svEmailAddress>(0)->m_name.setFromUtf8("K\xC3\xB6nig"); },
+      [](Email2& e) { const Owned<SorvikObject> gone(e.m_toAddrs.removeAt(0)); },
+      [](Email2& e) { e.addRecipient(7, "Silent", "s@e.com", quiet); },
+      [](Email2& e) { e.addRecipient(2, "Copy", "c@e.com", quiet); },
+      [](Email2& e) { e.setHeaderField("To", "x@e.com", quiet); },
+      [](Email2& e) { e.removeHeaderField("To"); },
+      [](Email2& e) { e.use_codepage(932); },
+      [](Email2& e) { e.clearRecipients(1); },
+  };
+  const EmailPtr node = bareNode();
+  for (const auto& change : changes) {
+    for (int i = 0; i < 3; ++i)
+      node->addRecipient(1, i == 1 ? "J\xC3\xB6rg, \xE3\x81\x82" : nullptr, "j@e.com", quiet);
+    change(*node);
+    node->addRecipient(1, "Last", "l@e.com", quiet);
+    StringBuffer list;
+    node->getAllRecipients(1, list, quiet);
+    EXPECT_EQ(node->m_header.rawValue(node->m_header.findField("To")), list.view()) << &change - changes;
+  }
 }
 
 TEST(Recipients, are_copied_after_those_that_are_there) {

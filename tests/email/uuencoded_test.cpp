@@ -68,6 +68,14 @@ TEST(Uuencoded, files_in_a_text_become_attachments) {
   }
 }
 
+TEST(Uuencoded, more_files_than_a_message_may_have_parts_stay_in_the_text) {
+  std::string text;
+  for (int i = 0; i < kMaxParts; ++i) text += "begin 644 a\nend\n";
+  const EmailPtr mail = load("Content-Type: text/plain\n\n" + text);
+  EXPECT_EQ(mail->m_body.view(), text);
+  EXPECT_TRUE(mail->m_common->m_limits.has(Limit::parts));
+}
+
 TEST(Uuencoded, what_was_done_is_logged) {
   const struct {
     const char* fields;

@@ -187,9 +187,12 @@ TEST(MimeHeader, code_page_of_8bit_text_is_utf8_then_declared_then_detected) {
       {"Subject: caf\xC3\xA9\r\nX: \xE9\r\nContent-Type: text/plain; charset=iso-8859-2\r\n", 28592, "café"},
       {"Subject: caf\xC3\xA9\r\nContent-Type: text/plain; charset=koi8-r\r\n", 65001, "café"},
       // Damaged
-      {"Subject: caf\xC3\xA9 \xC3\r\nX: \xC3\xA9 \xC3\r\nContent-Type: a/b; charset=koi8-r\r\n", 65001,
+      {"Subject: caf\xC3\xA9 \xC3\r\nX: \xC3\xA9 \xC3\r\nContent-Type: a/b; charset=iso-8859-1\r\n", 65001,
        "café \uFFFD"},
       {"Subject: caf\xC3\xA9 \xC3\r\nX: caf\xE9\r\n", 1252, "café \uFFFD"},
+      {"Subject: \xD7\xD3\xA3\r\nContent-Type: a/b; charset=koi8-r\r\n", 20866, "всё"},
+      {"Subject: \xC2\xB3\xFE\r\nContent-Type: a/b; charset=windows-1251\r\n", 1251, "Вію"},
+      {"Subject: CAF\xC9\x99 \xDC\r\nContent-Type: a/b; charset=windows-1252\r\n", 1252, "CAFÉ™ Ü"},
       {"Subject: \xD6\xD0\xCE\xC4\xD6\r\nContent-Type: a/b; charset=gb2312\r\n", 936, "中文\uFFFD"},
   };
   for (const auto& row : rows) {
@@ -487,7 +490,7 @@ TEST(MimeHeader, 8bit_fields_become_ascii_and_mean_the_same) {
       {"To: =?utf-8?Q?=3Ceve=40x=3E=2C?=:\xC3\xA9<a@b>;, c@d (=?utf-8?Q?=29?= \xC3\xA9)\r\n",
        "To: =?utf-8?Q?=3Ceve=40x=3E=2C?=: =?utf-8?Q?=C3=A9?= <a@b>;, c@d\r\n (=?utf-8?Q?=29_=C3=A9?=)"},
       {"To: M\xC3\xBCller, J <a@b>; \"Two \xC3\xB6\", Otto <c@d>\r\n",
-       "To: =?utf-8?Q?M=C3=BCller=2C_J?= <a@b>, =?utf-8?Q?Two_=C3=B6?= <>, Otto <c@d>"},
+       "To: =?utf-8?Q?M=C3=BCller=2C_J?= <a@b>, =?utf-8?Q?Two_=C3=B6?= <>, Otto\r\n <c@d>"},
       {"List-Id: =?utf-8?Q?=3Ca.b=3E?= \xC3\xA9 x\r\n", "List-Id: =?utf-8?Q?=3Ca=2Eb=3E_=C3=A9?= x"},
       {"Content-Type: a/b; name=\"\xC3\xA9.txt\"; boundary=x\r\n",
        "Content-Type: a/b; name*=utf-8''%C3%A9.txt; name=e.txt; boundary=x"},

@@ -289,6 +289,7 @@ TEST_F(MimeMessage, each_way_of_loading_replaces_what_was_there) {
 }
 
 TEST_F(MimeMessage, content_of_another_entity_begins_with_its_first_byte) {
+  int parts = kMaxParts;
   const struct {
     const char *text, *type, *body;
   } rows[] = {
@@ -299,12 +300,13 @@ TEST_F(MimeMessage, content_of_another_entity_begins_with_its_first_byte) {
   };
   for (const auto& row : rows) {
     MimeMessage2 entity;
-    ASSERT_TRUE(entity.loadContent(row.text, /*level=*/2, /*origin=*/0, log));
+    ASSERT_TRUE(entity.loadContent(row.text, /*level=*/2, /*origin=*/0, parts, log));
     EXPECT_STREQ(entity.getContentType(), row.type) << row.text;
     EXPECT_EQ(entity.getMimeBodyDb()->view(), row.body) << row.text;
   }
   MimeMessage2 deep;
-  deep.loadContent("Content-Type: multipart/mixed; boundary=b\n\n--b\n\nx\n--b--\n", kMaxDepth, /*origin=*/0, log);
+  deep.loadContent("Content-Type: multipart/mixed; boundary=b\n\n--b\n\nx\n--b--\n", kMaxDepth, /*origin=*/0,
+                   parts, log);
   EXPECT_EQ(deep.getNumParts(), 0) << "no deeper than the tree in which it stands may be";
   EXPECT_TRUE(deep.limits().has(Limit::depth));
 }
@@ -338,11 +340,12 @@ TEST_F(MimeMessage, is_parsed_anew_from_the_bytes_it_was_received_as) {
   MimeMessage2& inner = *tree.getPart(0);
   const std::string received(inner.receivedBytes()->view());
   EXPECT_FALSE(inner.getPart(0)->receivedBytes());
-  ASSERT_TRUE(inner.reloadReceived(/*level=*/2, log));
+  int parts = kMaxParts;
+  ASSERT_TRUE(inner.reloadReceived(/*level=*/2, parts, log));
   EXPECT_EQ(inner.receivedBytes()->view(), received);
   ASSERT_TRUE(inner.getPart(0)->receivedBytes());
   EXPECT_EQ(inner.getPart(0)->receivedBytes()->view(), "\nx");
-  EXPECT_FALSE(tree.reloadReceived(1, log)) << "it has none";
+  EXPECT_FALSE(tree.reloadReceived(1, parts, log)) << "it has none";
 }
 
 TEST_F(MimeMessage, a_tree_of_any_depth_is_destroyed_without_recursion) {

@@ -292,6 +292,29 @@ TEST_F(Unwrapping, ten_layers_come_off_and_the_eleventh_stays) {
   EXPECT_EQ(printTree(eleven), "signed(plain,p7s)");
 }
 
+TEST_F(Unwrapping, layers_and_attached_messages_share_what_a_message_may_cost) {
+  std::string many = "Content-Type: multipart/mixed; boundary=m\n\n";
+  for (int i = 0; i < 30'000; ++i) many += "--m\n\n";
+  const EmailPtr parts = receive(multipart("related", {wrap(many), wrap(many)}));
+  EXPECT_TRUE(parts->m_common->m_limits.has(Limit::parts));
+  EXPECT_EQ(parts->getPart(0)->getNumParts(), 29'999);
+  EXPECT_LT(parts->getPart(1)->getNumParts(), 20'001);
+
+  // Those that cannot be opened count too, and a message this small has a right to one of its own.
+  const std::string closed = "Content-Type: application/pkcs7-mime\r\n\r\nx\r\n";
+  std::string attached = kTop + "Content-Type: multipart/mixed; boundary=a\r\n\r\n";
+  for (int i = 0; i < 4; ++i)
+    attached += "--a\r\nContent-Type: message/rfc822\r\n\r\n" +
+                multipart("related", {closed, closed, closed}) + "\r\n";
+  const EmailPtr outer = mailtree::receive(attached + "--a--\r\n", m_people.certs);
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_FALSE(outer->m_common->m_limits.has(Limit::layers)) << i;
+    int counter = 0;
+    const EmailPtr inner(outer->getAttachedMessage(i, counter, m_people.certs, m_log));
+  }
+  EXPECT_TRUE(outer->m_common->m_limits.has(Limit::layers));
+}
+
 TEST_F(Unwrapping, trees_in_layers_are_no_deeper_than_others) {
   std::string deep = kText;
   for (int i = 0; i < 60; ++i) deep = multipart("mixed", {deep});

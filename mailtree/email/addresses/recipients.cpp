@@ -1,5 +1,7 @@
 #include "mailtree/email/Email2.h"
 
+#include <cstdint>
+#include <functional>
 #include <iterator>
 #include <string_view>
 #include <tuple>
@@ -57,12 +59,62 @@ void emitList(Email2& email, const ExtPtrArray& list, StringBuffer& out, LogBase
                                    email.qbChooseForEmailAddrEncoding(codePage), out, log);
 }
 
-/// Rewrites a field from the whole list of its kind; null: no field.
-void rewriteField(Email2& email, const char* field, int kind, LogBase& log) {
-  if (!field) return;
+std::size_t hashOf(std::string_view text) noexcept { return std::hash<std::string_view>()(text); }
+
+/// Of the first entries of a list. Cheap beside rendering them.
+std::size_t hashOf(const ExtPtrArray& list, int count) noexcept {
+  constexpr std::size_t kOdd = 0x9E3779B97F4A7C15;
+  std::size_t hash = 0;
+  for (int i = 0; i < count; ++i)
+    if (const auto* entry = list.at<_svEmailAddress>(i))
+      hash = ((hash * kOdd + hashOf(entry->m_name.view())) * kOdd + hashOf(entry->m_address.view())) * kOdd;
+  return hash;
+}
+
+/// Whether the field was written from all entries but the last, and they and it are as they were then. One entry alone
+/// may be written otherwise than in a list.
+bool isWrittenUpToLast(const Email2& email, const char* field, int kind, int codePage,
+                       const ExtPtrArray& list) {
+  const RenderedRecipients& then = email.m_common->m_rendered;
+  const int before = list.getSize() - 1;
+  return before > 1 && then.node == &email && then.kind == kind && then.codePage == codePage &&
+         then.count == before &&
+         then.valueHash == hashOf(email.m_header.rawValue(email.m_header.findField(field))) &&
+         then.entriesHash == hashOf(list, before);
+}
+
+/// The value of a field: that of the whole list of its kind, whether it is made anew or added to.
+void renderField(Email2& email, const char* field, int kind, StringBuffer& value, LogBase& log) {
+  const RecipientList emitted = rowOf(kind).emitted;
+  if (!email.m_common || !emitted) return email.getAllRecipients(kind, value, log);
+  const ExtPtrArray& list = email.*emitted;
+  const int codePage = email.emailCodePage();
+  const auto* last = list.at<_svEmailAddress>(list.getSize() - 1);
+  if (last && isWrittenUpToLast(email, field, kind, codePage, list)) {
+    value.setString(email.m_header.rawValue(email.m_header.findField(field)));
+    last->emitAsNextInMimeField(codePage, email.qbChooseForEmailAddrEncoding(codePage), value, log);
+  } else {
+    email.getAllRecipients(kind, value, log);
+  }
+  email.m_common->m_rendered = {&email,       kind, codePage, list.getSize(), hashOf(list, list.getSize()),
+                                hashOf(value)};
+}
+
+/// Rewrites a field from the whole list of its kind; null: no field. False, with the field as it was, when
+/// memory ran out.
+bool rewriteField(Email2& email, const char* field, int kind, LogBase& log) {
+  if (!field) return true;
+  const std::uint64_t before = abandonedOperations();
   StringBuffer value;
-  email.getAllRecipients(kind, value, log);
+  renderField(email, field, kind, value, log);
+  if (abandonedOperations() != before) return false;
   email.m_header.replaceMimeFieldUtf8_a(field, value.getString(), /*asGiven=*/true, /*ordinary=*/true, log);
+  return abandonedOperations() == before;
+}
+
+/// Takes entries that were just added off a list again.
+void dropLast(ExtPtrArray& list, int count) noexcept {
+  while (count-- > 0) const Owned<SorvikObject> dropped(list.removeAt(list.getSize() - 1));
 }
 
 /// The Bcc field tells every recipient about the hidden ones, so it is only written for those who ask for it.
@@ -98,6 +150,7 @@ bool appendUnique(Owned<StringBuffer> text, ExtPtrArraySb& out, TextSet& known) 
 
 bool Email2::addRecipient(int kind, const char* name, const char* address, LogBase& log) {
   if (!isLive() || viewOf(address).empty()) return false;
+  const std::uint64_t before = abandonedOperations();
   Owned<_svEmailAddress> recipient(_svEmailAddress::createNewObject());
   if (!recipient) return false;
   if (name) recipient->m_name.appendUtf8(name);
@@ -105,20 +158,27 @@ bool Email2::addRecipient(int kind, const char* name, const char* address, LogBa
   recipient->m_address.appendUtf8(address);
   recipient->m_address.trim2();
 
+  if (abandonedOperations() != before) return false;
+
   const KindRow& row = rowOf(kind);
-  if (!(this->*row.changed).appendObject(recipient.get())) return false;
+  ExtPtrArray& list = this->*row.changed;
+  if (!list.appendObject(recipient.get())) return false;
   std::ignore = recipient.release();  // now the list's
-  if (mayWriteField(kind, log)) rewriteField(*this, row.addedOne, kind, log);
-  return true;
+  if (!mayWriteField(kind, log) || rewriteField(*this, row.addedOne, kind, log)) return true;
+  dropLast(list, 1);
+  return false;
 }
 
 int Email2::addMultipleRecip(int kind, const char* list, LogBase& log) {
   if (!isLive() || !list) return 0;
   reportUnused(list, Taken::all, log);
   const KindRow& row = rowOf(kind);
+  const std::uint64_t before = abandonedOperations();
   const int added = _svEmailAddress::parseAndLoadList(list, this->*row.changed, /*relaxed=*/false, log);
-  if (added > 0) rewriteField(*this, row.addedSeveral, kind, log);
-  return added;
+  const bool isWhole = abandonedOperations() == before;
+  if (isWhole && (added == 0 || rewriteField(*this, row.addedSeveral, kind, log))) return added;
+  dropLast(this->*row.changed, added);
+  return 0;
 }
 
 void Email2::copyRecipients(Email2& source) {

@@ -1,6 +1,7 @@
 // email/loading/from_entity.cpp - a parse tree turned into an email tree, one node per entity. Everything is
 // moved.
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <tuple>
@@ -169,9 +170,11 @@ void TreeBuilder::addChildren(MimeMessage2& entity, Email2& node, int depth, boo
     MimeMessage2& child = *entity.getPart(i);
     if (isPair) forkToText(child);
     const std::unique_ptr<DataBuffer> received = child.extractReceivedBytes();
+    const Origin origin = child.origin();  // also of the file in it, should that take its place
     MimeMessage2& unpacked = m_options.mend ? unpackChild(entity, i, child) : child;
     EmailPtr part = build(unpacked, depth + 1, unwrap);
     if (!part) continue;
+    part->m_origin = origin;
     if (received) keepReceivedContent(*part, std::move(*received));
     if (node.m_subParts.appendObject(part.get())) std::ignore = part.release();  // now the parent's
   }
@@ -208,12 +211,14 @@ MimeMessage2& TreeBuilder::unpackChild(MimeMessage2& parent, int index, MimeMess
 Email2* Email2::createFromMimeObject2(_svEmailCommon& common, MimeMessage2& entity, bool extractBody,
                                       bool unwrap, LogBase& log, SystemCerts& certs) {
   const BuildOptions options{.extractBody = extractBody, .certs = &certs};
+  const std::uint64_t before = abandonedOperations();
   const std::size_t layersBefore = common.m_secureLayers.size();
   EmailPtr root = TreeBuilder(entity, common, options, log).build(entity, 0, unwrap);
   std::ignore = neverThrow(false, [&] {
     if (root) placeLayers(*root, common.m_secureLayers, common.m_innerFields, layersBefore);
     return true;
   });
+  common.m_isWhole &= abandonedOperations() == before;
   return root.release();
 }
 
@@ -221,9 +226,11 @@ EmailPtr loadWrittenContent(_svEmailCommon& common, std::string_view text, LogBa
   return neverThrow(EmailPtr(), [&] {
     LogContextExitor context(log, "createFromMimeText");
     const SettingsKept kept(common);
+    const std::uint64_t before = abandonedOperations();
     MimeMessage2 tree;
     if (!tree.loadText(text, log)) return EmailPtr();
-    return TreeBuilder(tree, common, {.mend = false}, log).build(tree, 0, /*unwrap=*/false);
+    EmailPtr root = TreeBuilder(tree, common, {.mend = false}, log).build(tree, 0, /*unwrap=*/false);
+    return abandonedOperations() == before ? std::move(root) : EmailPtr();
   });
 }
 

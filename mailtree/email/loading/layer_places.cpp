@@ -1,8 +1,6 @@
 #include "mailtree/email/loading/layer_places.h"
 
-#include <algorithm>
 #include <cstddef>
-#include <iterator>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -11,6 +9,9 @@
 
 namespace mailtree {
 namespace {
+
+/// Leaves beside a signed part that are listed: each layer has a list of its own.
+constexpr std::size_t kMostListed = 1000;
 
 /// Whether a part is another one or stands below it.
 bool isWithin(std::string_view part, std::string_view other) noexcept {
@@ -43,8 +44,10 @@ class PartNumbers {
 
   std::vector<std::string> leavesBeside(std::string_view part) const {
     std::vector<std::string> leaves;
-    std::ranges::copy_if(m_leaves, std::back_inserter(leaves),
-                         [part](std::string_view leaf) { return !isWithin(leaf, part); });
+    for (const std::string& leaf : m_leaves) {
+      if (leaves.size() == kMostListed) break;
+      if (!isWithin(leaf, part)) leaves.push_back(leaf);
+    }
     return leaves;
   }
 

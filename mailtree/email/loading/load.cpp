@@ -48,6 +48,25 @@ bool heldPartOfIt(const std::vector<SecureLayer>& layers, std::size_t before) {
                      [](const SecureLayer& layer) { return layer.part != SecureLayer::kWholeMessage; });
 }
 
+/// A message that is loaded has its budget, and its settings say at the end whether it is whole: not every
+/// operation that lacks memory passes that on.
+class Loading {
+ public:
+  Loading(_svEmailCommon& common, std::size_t size) noexcept : m_common(common) {
+    if (common.m_sharesBudget)
+      common.m_budget.topUpFor(size);
+    else
+      common.m_budget = LoadBudget::ofMessage(size);
+  }
+  Loading(const Loading&) = delete;
+  Loading& operator=(const Loading&) = delete;
+  ~Loading() { m_common.m_isWhole &= abandonedOperations() == m_before; }
+
+ private:
+  _svEmailCommon& m_common;
+  std::uint64_t m_before = abandonedOperations();
+};
+
 void mergeSplitRelated(Email2& root) {
   _svParentEmailPtr found;
   root.findMultipartEnclosureV2(static_cast<int>(EnclosureKind::related), 0, found);
@@ -58,12 +77,13 @@ void mergeSplitRelated(Email2& root) {
 }  // namespace
 
 Email2* Email2::createFromMimeText2(_svEmailCommon& common, StringBuffer& mime, bool discardInput,
-                                    bool unwrap, SystemCerts& certs, LogBase& log, bool parseOption) {
+                                    bool unwrap, SystemCerts& certs, LogBase& log, bool /*parseOption*/) {
   return neverThrow<Email2*>(nullptr, [&]() -> Email2* {
     LogContextExitor context(log, "createFromMimeText");
     if (!mime.isValidObject()) return nullptr;
+    const Loading loading(common, mime.getSize());
     MimeMessage2 tree;
-    if (!tree.loadMimeComplete(mime, log, parseOption)) return nullptr;
+    if (!tree.loadText(mime.view(), common.m_budget.parts, log)) return nullptr;
     if (discardInput) mime.strongClear();
     loadFromMimeTextProcessing(tree, log);
     return createFromMimeObject2(common, tree, /*extractBody=*/true, unwrap, log, certs);
@@ -71,13 +91,13 @@ Email2* Email2::createFromMimeText2(_svEmailCommon& common, StringBuffer& mime, 
 }
 
 Email2* Email2::createFromMimeText2a(_svEmailCommon& common, const char* text, int size, SystemCerts& certs,
-                                     LogBase& log, bool parseOption) {
+                                     LogBase& log, bool /*parseOption*/) {
   return neverThrow<Email2*>(nullptr, [&]() -> Email2* {
     LogContextExitor context(log, "createFromMimeText2a");
     MimeMessage2 tree;
-    StringBuffer scratch;
-    const unsigned length = text && size > 0 ? static_cast<unsigned>(size) : 0;
-    if (!tree.loadMimeComplete2(text, length, /*keepInput=*/true, scratch, log, parseOption)) return nullptr;
+    const std::string_view mime(text ? text : "", text && size > 0 ? static_cast<std::size_t>(size) : 0);
+    const Loading loading(common, mime.size());
+    if (!tree.loadText(mime, common.m_budget.parts, log)) return nullptr;
     loadFromMimeTextProcessing(tree, log);
     return createFromMimeObject2(common, tree, /*extractBody=*/true, /*unwrap=*/true, log, certs);
   });
@@ -87,8 +107,9 @@ Email2* Email2::createFromMimeDb(_svEmailCommon& common, DataBuffer& mime, bool 
                                  SystemCerts& certs, LogBase& log, bool /*parseOption*/) {
   return neverThrow<Email2*>(nullptr, [&]() -> Email2* {
     LogContextExitor context(log, "createFromMimeDb");
+    const Loading loading(common, mime.getSize());
     MimeMessage2 tree;
-    if (!tree.loadText(mime.view(), log)) return nullptr;
+    if (!tree.loadText(mime.view(), common.m_budget.parts, log)) return nullptr;
     if (discardInput) mime.clear();
     loadFromMimeTextProcessing(tree, log);
     const std::size_t layersBefore = common.m_secureLayers.size();
@@ -105,8 +126,9 @@ Email2* Email2::createFromPop3(_svEmailCommon& common, DataBuffer& raw, bool unw
     if (raw.endsWithStr("\r\n.\r\n"))
       raw.shorten(3);  // the dot that ends the transfer; the last line break stays
     raw.processRawPopMime();
+    const Loading loading(common, raw.getSize());
     const Owned<MimeMessage2> tree(MimeMessage2::createNewObject());
-    if (!tree || !tree->loadMimeCompleteDb(raw, log)) return nullptr;
+    if (!tree || !tree->loadText(raw.view(), common.m_budget.parts, log)) return nullptr;
     tree->makeAttachmentFilenamesRelative(log);
     Email2* const root = createFromMimeObject2(common, *tree, /*extractBody=*/true, unwrap, log, certs);
     return root && root->isLive() ? root : nullptr;

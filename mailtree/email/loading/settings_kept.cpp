@@ -15,6 +15,7 @@ void putBack(ExtPtrArray& kept, ExtPtrArray& list) noexcept {
 
 OutcomeKept::OutcomeKept(_svEmailCommon& common)
     : m_common(common),
+      m_sharesBudget(std::exchange(common.m_sharesBudget, true)),
       m_sendSigned(common.m_sendSigned),
       m_sendEncrypted(common.m_sendEncrypted),
       m_idOnServer(common.m_idOnServer),
@@ -32,6 +33,7 @@ OutcomeKept::OutcomeKept(_svEmailCommon& common)
 }
 
 OutcomeKept::~OutcomeKept() {
+  m_common.m_sharesBudget = m_sharesBudget;
   m_common.m_sendSigned = m_sendSigned;
   m_common.m_sendEncrypted = m_sendEncrypted;
   m_common.m_idOnServer = m_idOnServer;

@@ -12,7 +12,7 @@
 namespace mailtree {
 
 /// Puts back, at the end of a scope, how the message is to be sent, its number on the server, and what its security
-/// layers were worth.
+/// layers were worth. What is loaded in it shares the budget of the message.
 class OutcomeKept {
  public:
   explicit OutcomeKept(_svEmailCommon& common);
@@ -22,6 +22,7 @@ class OutcomeKept {
 
  private:
   _svEmailCommon& m_common;
+  bool m_sharesBudget;
   bool m_sendSigned, m_sendEncrypted;
   int m_idOnServer;
   bool m_receivedSecure, m_allSignaturesValid, m_allDataDecrypted;

@@ -69,8 +69,11 @@ void unwrapReceived(MimeMessage2& entity, Email2& node, SystemCerts& certs, LogB
     logField(entity, "To", "ToHeader", log);
   }
   UnwrapInfo info;
+  LoadBudget& budget = node.m_common->m_budget;
+  info.m_budget = budget;
   _clsCades cades;
   entity.unwrapSecurity3(info, cades, certs, log);
+  budget = info.m_budget;
   remember(info, node);
   logOutcome(info, log);
 }

@@ -17,6 +17,8 @@ namespace mailtree {
 namespace {
 
 constexpr const char* kAnyBegin = "begin 6";
+/// What a block counts for: a part that is made costs twice as much as one that came with its header.
+constexpr int kPartsPerBlock = 2;
 /// How far into a body a first block is looked for: far enough for any letter, cheap for any file.
 constexpr std::size_t kSniffedBytes = 50'000;
 
@@ -174,7 +176,12 @@ bool takeUuencoded(Email2& node, DataBuffer& body, std::string_view charset, Log
   ExtPtrArray files;
   ExtPtrArraySb names;
   UuSurroundings around;
-  if (Uu::uu_decodeMultipleDb(body.view(), files, names, &around) == 0) return false;
+  _svEmailCommon& common = *node.m_common;
+  const int most = std::max(common.m_budget.parts, 0) / kPartsPerBlock;
+  const int count = Uu::uu_decodeMultipleDb(body.view(), files, names, &around, most);
+  if (count > most) common.m_limits.add(Limit::parts);
+  if (count == 0 || count > most) return false;
+  common.m_budget.parts -= count * kPartsPerBlock;
   if (around.textFollows || isTextCut(body.view(), around.firstBlock))
     log.logInfo("Text between or behind uuencoded files was left out.");
 

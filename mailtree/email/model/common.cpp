@@ -16,6 +16,8 @@ void _svEmailCommon::copyFrom(const _svEmailCommon& source) {
   m_sendSigned = source.m_sendSigned;
   m_sendEncrypted = source.m_sendEncrypted;
   m_limits = source.m_limits;
+  m_budget = source.m_budget;
+  m_isWhole = source.m_isWhole;
   m_secureLayers = source.m_secureLayers;
   m_innerFields = source.m_innerFields;
   CertificateHolder::copyCertHolders(source.m_signerCerts, m_signerCerts);

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "mailtree/email/internal.h"
+#include "mailtree/email/model/internal.h"
 #include "mailtree/mime/ContentCoding.h"
 #include "mailtree/mime/ContentTypeTable.h"
 #include "mailtree/mime/WrittenCharset.h"
@@ -125,14 +126,15 @@ template <class Change>
 void changeNaming(Email2& node, Change&& change, LogBase& log) {
   const bool wasFile = keepsItsBytes(node);
   change();
-  if (!isText(node) || wasFile == keepsItsBytes(node) || node.m_body.is7bit(0)) return;
-  if (!wasFile) return labelUtf8(node, log);
+  if (!isText(node) || wasFile == keepsItsBytes(node)) return;
   neverThrow(false, [&] {
     DataBuffer utf8;
     const bool converted =
         receivedTextToUtf8(labelledCharset(node).getName(), node.m_body.view(), utf8).converted;
-    if (converted) node.m_body.takeData(utf8);
-    return converted;
+    const bool isSameInAny = !converted && node.m_body.is7bit(0);
+    if (!wasFile && !isSameInAny) labelUtf8(node, log);
+    if (wasFile && converted) node.m_body.takeData(utf8);
+    return true;
   });
 }
 
@@ -157,6 +159,15 @@ bool holdsIso2022JpEscapes(const StringBuffer& text) noexcept {
 }
 
 }  // namespace
+
+void forgetDisposition(Email2& node) {
+  LogNull quiet;
+  const auto clear = [&] {
+    node.m_disposition.clear();
+    node.m_dispFilename.clear();
+  };
+  changeNaming(node, clear, quiet);
+}
 
 void decodeFilename(StringBuffer& name, LogBase& log) {
   if (name.containsSubstringNoCase("?Q?") || name.containsSubstringNoCase("?B?"))

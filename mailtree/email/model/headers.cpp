@@ -2,6 +2,7 @@
 
 #include "mailtree/base/Stdio.h"
 #include "mailtree/email/internal.h"
+#include "mailtree/email/model/internal.h"
 
 namespace mailtree {
 namespace {
@@ -78,11 +79,7 @@ constexpr ParsedMember kParsedMembers[] = {
     {"From", [](Email2& node) { node.m_fromAddr.clearEmailAddress(); }},
     {"Content-ID", [](Email2& node) { node.m_contentId.clear(); }},
     {"Content-Type", [](Email2& node) { node.m_contentType.clear(); }},
-    {"Content-Disposition",
-     [](Email2& node) {
-       node.m_disposition.clear();
-       node.m_dispFilename.clear();
-     }},
+    {"Content-Disposition", forgetDisposition},
     {"Content-Transfer-Encoding", [](Email2& node) { node.m_transferEncoding.clear(); }},
 };
 
