@@ -194,7 +194,7 @@ void writeTree(std::ostream& out, const Outline& outline, const Examined& examin
     const PartRow& row = outline.rows[id];
     const std::string branch = branches.of(row) + std::to_string(id);
     const std::string type = wordOrQuoted(row.contentType), details = detailsOf(row);
-    const std::size_t taken = displayWidth(branch + type + details) +
+    const std::size_t taken = displayWidth(branch) + displayWidth(type) + displayWidth(details) +
                               displayWidth(allBadgesOf(row, layers[id], {{}, false, options.verbose}));
     constexpr std::size_t kBlanks = 3;  // after the number, before the name
     const std::size_t room =
