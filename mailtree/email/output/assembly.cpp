@@ -344,9 +344,9 @@ bool Email2::assembleMimeBody2(StringBuffer& text, _svOutput* sink, bool dotStuf
     const bool forSmtp = dotStuff && sink;
     ProgressContext unwatched(nullptr);
     std::optional<DotStuffedOutput> stuffed;
-    if (forSmtp) sink = &stuffed.emplace(*sink, progress);
+    _svOutput* const destination = forSmtp ? &stuffed.emplace(*sink, progress) : sink;
     Faults faults;
-    const bool written = assemble(*this, {.to = {text, sink, forSmtp ? unwatched : progress, log},
+    const bool written = assemble(*this, {.to = {text, destination, forSmtp ? unwatched : progress, log},
                                           .forSmtp = forSmtp,
                                           .omitPrefix = omitPrefix,
                                           .log = log,
