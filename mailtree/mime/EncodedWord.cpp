@@ -185,7 +185,7 @@ std::string decodeEncodedWords(std::string_view value) {
     const Word first = word;
     const int codePage = codePageOfCharset(first.charset);
     std::string unknown;  // what the words of a charset nobody knows hold; they join before it is judged
-    std::size_t end = word.end;
+    std::size_t end = 0;
     do {
       if (codePage <= 0) appendPayload(word, unknown);
       end = word.end;
