@@ -210,36 +210,40 @@ std::string humanSize(std::uint64_t bytes) {
   return text.data();
 }
 
-std::size_t displayWidth(std::string_view utf8) {
+namespace {
+
+/// The columns of a text, each character measured by `columnsOfOne`.
+template <class Measure>
+std::size_t widthOf(std::string_view utf8, Measure columnsOfOne) {
   std::size_t width = 0;
-  for (std::size_t at = 0; at < utf8.size();) width += columnsOf(nextCodePoint(utf8, at));
+  for (std::size_t at = 0; at < utf8.size();) width += columnsOfOne(nextCodePoint(utf8, at));
   return width;
 }
+
+/// As much of the beginning of a text as has room.
+template <class Measure>
+std::string_view fit(std::string_view utf8, std::size_t columns, Measure columnsOfOne) {
+  std::size_t width = 0;
+  for (std::size_t at = 0; at < utf8.size();) {
+    const std::size_t begin = at;
+    width += columnsOfOne(nextCodePoint(utf8, at));
+    if (width > columns) return utf8.substr(0, begin);
+  }
+  return utf8;
+}
+
+}  // namespace
+
+std::size_t displayWidth(std::string_view utf8) { return widthOf(utf8, columnsOf); }
 
 std::string_view fitWidth(std::string_view utf8, std::size_t columns) {
-  std::size_t width = 0;
-  for (std::size_t at = 0; at < utf8.size();) {
-    const std::size_t begin = at;
-    width += columnsOf(nextCodePoint(utf8, at));
-    if (width > columns) return utf8.substr(0, begin);
-  }
-  return utf8;
+  return fit(utf8, columns, columnsOf);
 }
 
-std::size_t greatestWidth(std::string_view utf8) {
-  std::size_t width = 0;
-  for (std::size_t at = 0; at < utf8.size();) width += mostColumnsOf(nextCodePoint(utf8, at));
-  return width;
-}
+std::size_t greatestWidth(std::string_view utf8) { return widthOf(utf8, mostColumnsOf); }
 
 std::string_view fitSurely(std::string_view utf8, std::size_t columns) {
-  std::size_t width = 0;
-  for (std::size_t at = 0; at < utf8.size();) {
-    const std::size_t begin = at;
-    width += mostColumnsOf(nextCodePoint(utf8, at));
-    if (width > columns) return utf8.substr(0, begin);
-  }
-  return utf8;
+  return fit(utf8, columns, mostColumnsOf);
 }
 
 std::string Style::paint(Ink ink, std::string_view text) const {

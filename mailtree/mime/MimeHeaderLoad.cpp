@@ -46,12 +46,6 @@ std::size_t countOfSequences(std::string_view bytes) noexcept {
   return count;
 }
 
-/// Accented letters of western languages: in their own charsets few write such pairs.
-bool holdsAccentInUtf8(std::string_view bytes) noexcept {
-  const auto isPair = [](char lead, char next) { return (lead == '\xC2' || lead == '\xC3') && is8bit(next); };
-  return std::ranges::adjacent_find(bytes, isPair) != bytes.end();
-}
-
 /// Whether a value is utf-8, damaged or not. A code page of single bytes explains any, but where it may be the one of
 /// the header a short word in it, with one sequence that happens to be utf-8, is none: much of the value must be.
 bool isUtf8Rather(std::string_view value, int codePage) {
