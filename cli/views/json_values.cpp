@@ -22,26 +22,6 @@ void appendEscape(std::string& out, char32_t c) {
   appendUnit(out, static_cast<char16_t>(0xDC00 + (c & 0x3FF)));
 }
 
-/// JSON lets DEL, the C1 controls and direction overrides stand; a terminal may obey them.
-std::string escapeHarmful(std::string json) {
-  std::string out;
-  std::size_t done = 0;  // up to there it is in `out`
-  for (std::size_t at = 0; at < json.size();) {
-    if (json[at] >= ' ' && json[at] < '\x7F') {  // nearly all of it
-      ++at;
-      continue;
-    }
-    const std::size_t begin = at;
-    const char32_t c = nextCodePoint(json, at);
-    if (isHarmless(c) || c == kReplacementCharacter) continue;
-    out.append(json, done, begin - done);
-    appendEscape(out, c);
-    done = at;
-  }
-  if (done == 0) return json;
-  return out.append(json, done);
-}
-
 }  // namespace
 
 Json objectOf(std::initializer_list<Member> members) {
@@ -76,8 +56,28 @@ Json limitsOf(LimitSet limits) {
   return out;
 }
 
-std::string lineOf(const Json& json) {
-  return escapeHarmful(json.dump(-1, ' ', false, Json::error_handler_t::replace));
+std::string textOf(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
+
+/// JSON allows DEL, the C1 controls and direction overrides; a terminal may obey them.
+std::string lineOf(std::string text) {
+  std::string out;
+  std::size_t done = 0;  // up to there it is in `out`
+  for (std::size_t at = 0; at < text.size();) {
+    if (text[at] >= ' ' && text[at] < '\x7F') {  // nearly all of it
+      ++at;
+      continue;
+    }
+    const std::size_t begin = at;
+    const char32_t c = nextCodePoint(text, at);
+    if (isHarmless(c) || c == kReplacementCharacter) continue;
+    out.append(text, done, begin - done);
+    appendEscape(out, c);
+    done = at;
+  }
+  if (done == 0) return text;
+  return out.append(text, done);
 }
+
+std::string lineOf(const Json& json) { return lineOf(textOf(json)); }
 
 }  // namespace mailtree::cli

@@ -34,7 +34,10 @@ Json addressOrNull(const std::optional<_svEmailAddress>& address);
 Json dateOrNull(const std::optional<SorvikSysTime>& date);
 Json limitsOf(LimitSet limits);
 
+/// The text of a value; utf-8, as it is to be joined with other text.
+std::string textOf(const Json& json);
 /// One line, without a line break; utf-8, with control characters escaped.
+std::string lineOf(std::string text);
 std::string lineOf(const Json& json);
 
 }  // namespace mailtree::cli

@@ -1,6 +1,8 @@
 #include "cli/views/json_view.h"
 
 #include <algorithm>
+#include <utility>
+#include <vector>
 
 #include "cli/views/json_values.h"
 #include "cli/views/security_json.h"
@@ -57,12 +59,6 @@ Json factsOf(const PartRow& row, int id) {
                    {"text_sha256", textHashOf(row, hash)}});
 }
 
-Json partOf(const PartRow& row, int id) {
-  Json part = factsOf(row, id);
-  part["parts"] = Json::array();
-  return part;
-}
-
 Json attachmentOf(const PartRow& row, int number, int id) {
   Json attachment = {{"number", number}};
   attachment.update(factsOf(row, id));
@@ -70,19 +66,27 @@ Json attachmentOf(const PartRow& row, int number, int id) {
   return attachment;
 }
 
-/// Rows stand depth-first: going backwards, every part has all its children, last one first, before it moves
-/// into its parent.
-Json treeOf(const Outline& outline) {
-  std::vector<Json> parts;
-  parts.reserve(outline.rows.size());
-  for (std::size_t i = 0; i < outline.rows.size(); ++i)
-    parts.push_back(partOf(outline.rows[i], static_cast<int>(i)));
-  for (std::size_t i = parts.size(); i-- > 0;) {
-    std::reverse(parts[i]["parts"].begin(), parts[i]["parts"].end());
-    if (i > 0)
-      parts[static_cast<std::size_t>(outline.rows[i].parent)]["parts"].push_back(std::move(parts[i]));
+/// The tree as text, part by part: as values, the parts of a hostile message would cost more than loading them.
+std::string treeOf(const Outline& outline) {
+  std::string out;
+  std::vector<int> open;  // the last part and those it is in
+  for (int id = 0; const PartRow& row : outline.rows) {
+    for (; !open.empty() && open.back() != row.parent; open.pop_back()) out += "]}";
+    if (out.ends_with('}')) out += ',';
+    out += textOf(factsOf(row, id));
+    out.back() = ',';
+    out += R"("parts":[)";
+    open.push_back(id++);
   }
-  return std::move(parts.front());
+  for (; !open.empty(); open.pop_back()) out += "]}";
+  return out;
+}
+
+/// The members of two objects with a member in between whose value is text already.
+std::string joined(std::string head, const char* key, std::string_view value, std::string_view tail) {
+  head.back() = ',';
+  return std::move(
+      head.append("\"").append(key).append("\":").append(value).append(",").append(tail.substr(1)));
 }
 
 Json headersOf(const Email2& root) {
@@ -99,23 +103,22 @@ Json idOrNull(int id) { return id < 0 ? Json() : Json(id); }
 std::string jsonOf(const std::string& file, Examined& examined, const JsonOptions& options) {
   Email2& root = *examined.message.root;
   const Outline outline = outlineOf(root);
-  Json json = objectOf({{"schema", kSchema},
-                        {"file", file},
-                        {"subject", fieldOrNull(root, "Subject")},
-                        {"from", addressOrNull(senderOf(root))},
-                        {"to", addressesOf(root, "To")},
-                        {"cc", addressesOf(root, "Cc")},
-                        {"bcc", addressesOf(root, "Bcc")},
-                        {"date", dateOrNull(dateOf(root))},
-                        {"message_id", fieldOrNull(root, "Message-ID")},
-                        {"tree", treeOf(outline)},
-                        {"attachments", outline.attachments},
+  const Json head = objectOf({{"schema", kSchema},
+                              {"file", file},
+                              {"subject", fieldOrNull(root, "Subject")},
+                              {"from", addressOrNull(senderOf(root))},
+                              {"to", addressesOf(root, "To")},
+                              {"cc", addressesOf(root, "Cc")},
+                              {"bcc", addressesOf(root, "Bcc")},
+                              {"date", dateOrNull(dateOf(root))},
+                              {"message_id", fieldOrNull(root, "Message-ID")}});
+  Json tail = objectOf({{"attachments", outline.attachments},
                         {"plain_text", idOrNull(outline.plainText)},
                         {"html", idOrNull(outline.html)},
                         {"security", securityOf(examined)},
                         {"limits", limitsOf(examined.message.limits())}});
-  if (options.headers) json["headers"] = headersOf(root);
-  return lineOf(json);
+  if (options.headers) tail["headers"] = headersOf(root);
+  return lineOf(joined(textOf(head), "tree", treeOf(outline), textOf(tail)));
 }
 
 std::string attachmentsJsonOf(const std::string& file, const Message& message, const Outline& outline) {
