@@ -1,6 +1,7 @@
 // email/EmailCommon.h - the settings that all nodes of one message share.
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include "mailtree/base/Containers.h"
@@ -22,8 +23,8 @@ struct RenderedRecipients {
   int kind = 0;
   int codePage = 0;
   int count = 0;
-  std::size_t entriesHash = 0;
-  std::size_t valueHash = 0;
+  std::uint64_t entriesHash = 0;
+  StringBuffer value;
 };
 
 /// Message-wide settings. Lives on the heap; every node of a tree holds one reference. Starts uncounted.

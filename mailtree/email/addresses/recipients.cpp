@@ -1,7 +1,9 @@
 #include "mailtree/email/Email2.h"
 
+#include <algorithm>
+#include <bit>
 #include <cstdint>
-#include <functional>
+#include <cstring>
 #include <iterator>
 #include <string_view>
 #include <tuple>
@@ -59,15 +61,28 @@ void emitList(Email2& email, const ExtPtrArray& list, StringBuffer& out, LogBase
                                    email.qbChooseForEmailAddrEncoding(codePage), out, log);
 }
 
-std::size_t hashOf(std::string_view text) noexcept { return std::hash<std::string_view>()(text); }
+constexpr std::uint64_t kOdd = 0x9E3779B97F4A7C15;
 
-/// Of the first entries of a list. Cheap beside rendering them.
-std::size_t hashOf(const ExtPtrArray& list, int count) noexcept {
-  constexpr std::size_t kOdd = 0x9E3779B97F4A7C15;
-  std::size_t hash = 0;
-  for (int i = 0; i < count; ++i)
-    if (const auto* entry = list.at<_svEmailAddress>(i))
-      hash = ((hash * kOdd + hashOf(entry->m_name.view())) * kOdd + hashOf(entry->m_address.view())) * kOdd;
+std::uint64_t mixed(std::uint64_t hash, std::string_view text) noexcept {
+  hash ^= text.size();
+  while (!text.empty()) {
+    std::uint64_t word = 0;
+    const std::size_t size = std::min(text.size(), sizeof word);
+    std::memcpy(&word, text.data(), size);
+    hash = std::rotl((hash ^ word) * kOdd, 29);
+    text.remove_prefix(size);
+  }
+  return hash * kOdd;
+}
+
+std::uint64_t mixed(std::uint64_t hash, const _svEmailAddress* entry) noexcept {
+  return entry ? mixed(mixed(hash, entry->m_name.view()), entry->m_address.view()) : hash;
+}
+
+/// Of the first entries of a list. Far cheaper than rendering them.
+std::uint64_t hashOf(const ExtPtrArray& list, int count) noexcept {
+  std::uint64_t hash = 0;
+  for (int i = 0; i < count; ++i) hash = mixed(hash, list.at<_svEmailAddress>(i));
   return hash;
 }
 
@@ -79,7 +94,7 @@ bool isWrittenUpToLast(const Email2& email, const char* field, int kind, int cod
   const int before = list.getSize() - 1;
   return before > 1 && then.node == &email && then.kind == kind && then.codePage == codePage &&
          then.count == before &&
-         then.valueHash == hashOf(email.m_header.rawValue(email.m_header.findField(field))) &&
+         then.value.view() == email.m_header.rawValue(email.m_header.findField(field)) &&
          then.entriesHash == hashOf(list, before);
 }
 
@@ -90,14 +105,17 @@ void renderField(Email2& email, const char* field, int kind, StringBuffer& value
   const ExtPtrArray& list = email.*emitted;
   const int codePage = email.emailCodePage();
   const auto* last = list.at<_svEmailAddress>(list.getSize() - 1);
+  RenderedRecipients& rendered = email.m_common->m_rendered;
   if (last && isWrittenUpToLast(email, field, kind, codePage, list)) {
-    value.setString(email.m_header.rawValue(email.m_header.findField(field)));
-    last->emitAsNextInMimeField(codePage, email.qbChooseForEmailAddrEncoding(codePage), value, log);
+    last->emitAsNextInMimeField(codePage, email.qbChooseForEmailAddrEncoding(codePage), rendered.value, log);
+    rendered.entriesHash = mixed(rendered.entriesHash, last);
+    rendered.count = list.getSize();
   } else {
-    email.getAllRecipients(kind, value, log);
+    StringBuffer whole;
+    email.getAllRecipients(kind, whole, log);
+    rendered = {&email, kind, codePage, list.getSize(), hashOf(list, list.getSize()), std::move(whole)};
   }
-  email.m_common->m_rendered = {&email,       kind, codePage, list.getSize(), hashOf(list, list.getSize()),
-                                hashOf(value)};
+  value.setString(rendered.value.view());
 }
 
 /// Rewrites a field from the whole list of its kind; null: no field. False, with the field as it was, when
