@@ -15,7 +15,7 @@
 
 #include "bench/texts.h"
 #include "mailtree/base/Utf.h"
-#include "mailtree/mime/Charset.h"
+#include "mailtree/mime/charset/Charset.h"
 
 namespace mailtree::bench {
 namespace {

@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "bench/texts.h"
-#include "mailtree/mime/Base64.h"
-#include "mailtree/mime/ContentCoding.h"
-#include "mailtree/mime/QuotedPrintable.h"
+#include "mailtree/mime/coding/Base64.h"
+#include "mailtree/mime/coding/ContentCoding.h"
+#include "mailtree/mime/coding/QuotedPrintable.h"
 
 namespace mailtree::bench {
 namespace {

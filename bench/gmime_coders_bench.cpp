@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "bench/texts.h"
-#include "mailtree/mime/ContentCoding.h"
+#include "mailtree/mime/coding/ContentCoding.h"
 
 namespace mailtree::bench {
 namespace {

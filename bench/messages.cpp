@@ -2,8 +2,8 @@
 
 #include <random>
 
-#include "mailtree/mime/Charset.h"
-#include "mailtree/mime/ContentCoding.h"
+#include "mailtree/mime/charset/Charset.h"
+#include "mailtree/mime/coding/ContentCoding.h"
 
 namespace mailtree::bench {
 namespace {

@@ -6,13 +6,16 @@
 #include <array>
 #include <memory>
 
-#include "cli/arguments.h"
 #include "cli/commands.h"
-#include "cli/input.h"
-#include "cli/output.h"
+#include "cli/message/input.h"
+#include "cli/message/output.h"
+#include "cli/message/structure.h"
 #include "cli/secure/passwords.h"
 #include "cli/secure/sending.h"
-#include "cli/writing/structure.h"
+#include "cli/support/arguments.h"
+#include "cli/support/complaints.h"
+#include "cli/support/files.h"
+#include "cli/support/output_file.h"
 #include "mailtree/crypto/SymmetricCipher.h"
 #include "mailtree/crypto/Wipe.h"
 #include "mailtree/mime/SealedBody.h"

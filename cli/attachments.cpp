@@ -3,13 +3,14 @@
 #include <iostream>
 #include <memory>
 
-#include "cli/arguments.h"
 #include "cli/commands.h"
-#include "cli/input.h"
+#include "cli/message/input.h"
 #include "cli/secure/keys.h"
+#include "cli/support/arguments.h"
+#include "cli/support/complaints.h"
+#include "cli/support/table.h"
+#include "cli/support/terminal.h"
 #include "cli/views/json_view.h"
-#include "cli/views/table.h"
-#include "cli/views/terminal.h"
 
 namespace mailtree::cli {
 namespace {

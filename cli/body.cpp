@@ -3,13 +3,14 @@
 #include <iostream>
 #include <memory>
 
-#include "cli/arguments.h"
 #include "cli/commands.h"
-#include "cli/input.h"
+#include "cli/message/input.h"
+#include "cli/message/outline.h"
 #include "cli/secure/keys.h"
-#include "cli/views/outline.h"
-#include "cli/views/terminal.h"
-#include "mailtree/mime/Charset.h"
+#include "cli/support/arguments.h"
+#include "cli/support/complaints.h"
+#include "cli/support/terminal.h"
+#include "mailtree/mime/charset/Charset.h"
 
 namespace mailtree::cli {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <functional>
 
-#include "cli/exit_codes.h"
+#include "cli/support/exit_codes.h"
 
 namespace CLI {
 class App;

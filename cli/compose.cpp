@@ -5,10 +5,11 @@
 #include <nlohmann/json.hpp>
 #include <unordered_set>
 
-#include "cli/arguments.h"
 #include "cli/commands.h"
-#include "cli/input.h"
-#include "cli/output.h"
+#include "cli/message/output.h"
+#include "cli/support/arguments.h"
+#include "cli/support/complaints.h"
+#include "cli/support/output_file.h"
 #include "cli/writing/addresses.h"
 #include "cli/writing/bodies.h"
 #include "cli/writing/calendar.h"

@@ -2,12 +2,13 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
-#include "cli/arguments.h"
 #include "cli/commands.h"
-#include "cli/input.h"
-#include "cli/output.h"
 #include "cli/secure/keys.h"
 #include "cli/secure/opening.h"
+#include "cli/support/arguments.h"
+#include "cli/support/complaints.h"
+#include "cli/support/files.h"
+#include "cli/support/output_file.h"
 
 namespace mailtree::cli {
 namespace {

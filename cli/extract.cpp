@@ -5,14 +5,15 @@
 #include <memory>
 #include <numeric>
 
-#include "cli/arguments.h"
 #include "cli/commands.h"
-#include "cli/file_names.h"
-#include "cli/input.h"
-#include "cli/saving.h"
+#include "cli/message/input.h"
+#include "cli/message/outline.h"
 #include "cli/secure/keys.h"
-#include "cli/views/outline.h"
-#include "mailtree/mime/ContentTypeTable.h"
+#include "cli/support/arguments.h"
+#include "cli/support/complaints.h"
+#include "cli/support/file_names.h"
+#include "cli/support/saving.h"
+#include "mailtree/mime/header/ContentTypeTable.h"
 
 namespace mailtree::cli {
 namespace {

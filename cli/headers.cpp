@@ -4,10 +4,12 @@
 #include <iostream>
 #include <memory>
 
-#include "cli/arguments.h"
 #include "cli/commands.h"
-#include "cli/input.h"
-#include "cli/views/terminal.h"
+#include "cli/message/input.h"
+#include "cli/support/arguments.h"
+#include "cli/support/complaints.h"
+#include "cli/support/files.h"
+#include "cli/support/terminal.h"
 #include "mailtree/mime/MimeMessage2.h"
 
 namespace mailtree::cli {

@@ -7,9 +7,9 @@
 #include <exception>
 #include <iostream>
 
-#include "cli/arguments.h"
 #include "cli/commands.h"
-#include "cli/input.h"
+#include "cli/support/arguments.h"
+#include "cli/support/complaints.h"
 #include "mailtree/base/Output.h"
 
 namespace mailtree::cli {

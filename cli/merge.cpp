@@ -3,15 +3,16 @@
 #include <iostream>
 #include <memory>
 
-#include "cli/arguments.h"
 #include "cli/commands.h"
-#include "cli/csv.h"
-#include "cli/input.h"
 #include "cli/merging/mailbox.h"
 #include "cli/merging/template.h"
-#include "cli/progress.h"
-#include "cli/saving.h"
-#include "cli/writing/structure.h"
+#include "cli/message/input.h"
+#include "cli/message/structure.h"
+#include "cli/support/arguments.h"
+#include "cli/support/complaints.h"
+#include "cli/support/csv.h"
+#include "cli/support/progress.h"
+#include "cli/support/saving.h"
 
 namespace mailtree::cli {
 namespace {

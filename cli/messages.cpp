@@ -5,16 +5,17 @@
 #include <iostream>
 #include <memory>
 
-#include "cli/arguments.h"
 #include "cli/commands.h"
-#include "cli/file_names.h"
-#include "cli/inner_messages.h"
-#include "cli/input.h"
-#include "cli/saving.h"
-#include "cli/views/json_values.h"
-#include "cli/views/outline.h"
-#include "cli/views/table.h"
-#include "cli/views/terminal.h"
+#include "cli/message/inner_messages.h"
+#include "cli/message/input.h"
+#include "cli/message/outline.h"
+#include "cli/support/arguments.h"
+#include "cli/support/complaints.h"
+#include "cli/support/file_names.h"
+#include "cli/support/json_values.h"
+#include "cli/support/saving.h"
+#include "cli/support/table.h"
+#include "cli/support/terminal.h"
 
 namespace mailtree::cli {
 namespace {

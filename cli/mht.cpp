@@ -6,13 +6,14 @@
 #include <memory>
 #include <unordered_set>
 
-#include "cli/arguments.h"
 #include "cli/commands.h"
-#include "cli/html_text.h"
-#include "cli/input.h"
-#include "cli/output.h"
-#include "cli/views/outline.h"
-#include "cli/writing/structure.h"
+#include "cli/message/input.h"
+#include "cli/message/outline.h"
+#include "cli/message/output.h"
+#include "cli/message/structure.h"
+#include "cli/support/arguments.h"
+#include "cli/support/html_text.h"
+#include "cli/support/output_file.h"
 #include "mailtree/base/SubstringSet.h"
 
 namespace mailtree::cli {

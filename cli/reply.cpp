@@ -3,15 +3,17 @@
 #include <algorithm>
 #include <memory>
 
-#include "cli/arguments.h"
 #include "cli/commands.h"
-#include "cli/input.h"
-#include "cli/output.h"
-#include "cli/views/outline.h"
+#include "cli/message/input.h"
+#include "cli/message/outline.h"
+#include "cli/message/output.h"
+#include "cli/message/structure.h"
+#include "cli/support/arguments.h"
+#include "cli/support/complaints.h"
+#include "cli/support/output_file.h"
 #include "cli/writing/bodies.h"
 #include "cli/writing/fields.h"
 #include "cli/writing/quoted.h"
-#include "cli/writing/structure.h"
 
 namespace mailtree::cli {
 namespace {

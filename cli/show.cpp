@@ -4,10 +4,12 @@
 #include <memory>
 #include <utility>
 
-#include "cli/arguments.h"
 #include "cli/commands.h"
-#include "cli/input.h"
+#include "cli/message/input.h"
 #include "cli/secure/examination.h"
+#include "cli/support/arguments.h"
+#include "cli/support/complaints.h"
+#include "cli/support/files.h"
 #include "cli/views/json_view.h"
 #include "cli/views/text_view.h"
 

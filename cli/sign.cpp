@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <memory>
 
-#include "cli/arguments.h"
 #include "cli/commands.h"
-#include "cli/input.h"
-#include "cli/output.h"
+#include "cli/message/input.h"
+#include "cli/message/output.h"
 #include "cli/secure/keys.h"
 #include "cli/secure/sending.h"
+#include "cli/support/arguments.h"
+#include "cli/support/complaints.h"
+#include "cli/support/output_file.h"
 #include "mailtree/crypto/Cades.h"
 
 namespace mailtree::cli {

@@ -2,12 +2,14 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
-#include "cli/arguments.h"
 #include "cli/commands.h"
-#include "cli/input.h"
-#include "cli/output.h"
-#include "cli/writing/structure.h"
-#include "mailtree/mime/HtmlPage.h"
+#include "cli/message/input.h"
+#include "cli/message/output.h"
+#include "cli/message/structure.h"
+#include "cli/support/arguments.h"
+#include "cli/support/complaints.h"
+#include "cli/support/output_file.h"
+#include "mailtree/mime/html/HtmlPage.h"
 
 namespace mailtree::cli {
 namespace {

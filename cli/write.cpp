@@ -3,10 +3,13 @@
 #include <iostream>
 #include <memory>
 
-#include "cli/arguments.h"
 #include "cli/commands.h"
-#include "cli/input.h"
-#include "cli/output.h"
+#include "cli/message/input.h"
+#include "cli/message/output.h"
+#include "cli/support/arguments.h"
+#include "cli/support/complaints.h"
+#include "cli/support/files.h"
+#include "cli/support/output_file.h"
 #include "cli/writing/differences.h"
 
 namespace mailtree::cli {

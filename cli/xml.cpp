@@ -2,12 +2,13 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
-#include "cli/arguments.h"
 #include "cli/commands.h"
-#include "cli/input.h"
-#include "cli/internal_fields.h"
-#include "cli/output.h"
-#include "cli/writing/structure.h"
+#include "cli/message/input.h"
+#include "cli/message/internal_fields.h"
+#include "cli/message/structure.h"
+#include "cli/support/arguments.h"
+#include "cli/support/complaints.h"
+#include "cli/support/output_file.h"
 
 namespace mailtree::cli {
 namespace {

@@ -5,11 +5,11 @@
 
 #include "fuzz/target.h"
 #include "mailtree/base/Utf.h"
-#include "mailtree/mime/Base64.h"
-#include "mailtree/mime/Charset.h"
-#include "mailtree/mime/ContentCoding.h"
-#include "mailtree/mime/UnicodeInfo.h"
-#include "mailtree/mime/Uu.h"
+#include "mailtree/mime/charset/Charset.h"
+#include "mailtree/mime/charset/UnicodeInfo.h"
+#include "mailtree/mime/coding/Base64.h"
+#include "mailtree/mime/coding/ContentCoding.h"
+#include "mailtree/mime/coding/Uu.h"
 
 using namespace mailtree;
 

@@ -4,12 +4,12 @@
 #include "fuzz/target.h"
 #include "mailtree/base/Log.h"
 #include "mailtree/base/Utf.h"
-#include "mailtree/mime/Address.h"
-#include "mailtree/mime/ContentType.h"
-#include "mailtree/mime/Date.h"
-#include "mailtree/mime/EncodedWord.h"
-#include "mailtree/mime/HeaderParams.h"
-#include "mailtree/mime/MimeHeader.h"
+#include "mailtree/mime/address/Address.h"
+#include "mailtree/mime/coding/EncodedWord.h"
+#include "mailtree/mime/header/ContentType.h"
+#include "mailtree/mime/header/Date.h"
+#include "mailtree/mime/header/HeaderParams.h"
+#include "mailtree/mime/header/MimeHeader.h"
 
 using namespace mailtree;
 

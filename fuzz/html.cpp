@@ -3,9 +3,9 @@
 
 #include "fuzz/target.h"
 #include "mailtree/base/Log.h"
-#include "mailtree/mime/Html.h"
-#include "mailtree/mime/HtmlPage.h"
-#include "mailtree/mime/HtmlScanner.h"
+#include "mailtree/mime/html/Html.h"
+#include "mailtree/mime/html/HtmlPage.h"
+#include "mailtree/mime/html/HtmlScanner.h"
 
 using namespace mailtree;
 

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "fuzz/messages.h"
-#include "mailtree/mime/ContentCoding.h"
+#include "mailtree/mime/coding/ContentCoding.h"
 
 using namespace mailtree;
 

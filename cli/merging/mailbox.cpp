@@ -6,9 +6,9 @@
 #include <filesystem>
 #include <system_error>
 
-#include "cli/input.h"
-#include "cli/output.h"
-#include "cli/saving.h"
+#include "cli/message/output.h"
+#include "cli/support/complaints.h"
+#include "cli/support/saving.h"
 #include "mailtree/base/Ascii.h"
 
 namespace mailtree::cli {

@@ -4,13 +4,13 @@
 #include <functional>
 #include <utility>
 
-#include "cli/html_text.h"
-#include "cli/output.h"
+#include "cli/message/output.h"
+#include "cli/support/html_text.h"
 #include "cli/writing/addresses.h"
 #include "mailtree/base/Platform.h"
 #include "mailtree/base/Search.h"
-#include "mailtree/mime/Address.h"
-#include "mailtree/mime/HeaderValue.h"
+#include "mailtree/mime/address/Address.h"
+#include "mailtree/mime/header/HeaderValue.h"
 
 namespace mailtree::cli {
 namespace {

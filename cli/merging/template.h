@@ -10,9 +10,9 @@
 #include <string_view>
 #include <vector>
 
-#include "cli/csv.h"
-#include "cli/input.h"
-#include "mailtree/mime/Replacements.h"
+#include "cli/message/input.h"
+#include "cli/support/csv.h"
+#include "mailtree/mime/header/Replacements.h"
 
 namespace mailtree::cli {
 

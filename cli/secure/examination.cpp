@@ -2,8 +2,9 @@
 
 #include <algorithm>
 
-#include "cli/views/terminal.h"
-#include "cli/writing/structure.h"
+#include "cli/message/structure.h"
+#include "cli/support/files.h"
+#include "cli/support/terminal.h"
 #include "mailtree/crypto/Cades.h"
 #include "mailtree/crypto/UnwrapInfo.h"
 #include "mailtree/email/loading/layer_places.h"

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/input.h"
+#include "cli/message/input.h"
 #include "cli/secure/keys.h"
 
 namespace mailtree::cli {

@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <system_error>
 
-#include "cli/arguments.h"
-#include "cli/input.h"
+#include "cli/support/arguments.h"
+#include "cli/support/complaints.h"
 #include "mailtree/crypto/Wipe.h"
 
 namespace mailtree::cli {

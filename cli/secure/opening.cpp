@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <map>
 
-#include "cli/internal_fields.h"
+#include "cli/message/internal_fields.h"
 #include "mailtree/base/Log.h"
 #include "mailtree/crypto/Pkcs7Opener.h"
-#include "mailtree/mime/HeaderLines.h"
 #include "mailtree/mime/Limits.h"
 #include "mailtree/mime/MimeMessage2.h"
+#include "mailtree/mime/header/HeaderLines.h"
 #include "mailtree/secure/displayed_fields.h"
 #include "mailtree/secure/field_meaning.h"
 #include "mailtree/secure/inner_content.h"

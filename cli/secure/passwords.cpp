@@ -16,9 +16,10 @@
 #include <iterator>
 #include <system_error>
 
-#include "cli/arguments.h"
-#include "cli/input.h"
-#include "cli/views/terminal.h"
+#include "cli/support/arguments.h"
+#include "cli/support/complaints.h"
+#include "cli/support/files.h"
+#include "cli/support/terminal.h"
 
 namespace mailtree::cli {
 namespace {

@@ -9,7 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "cli/exit_codes.h"
+#include "cli/support/exit_codes.h"
+#include "cli/support/files.h"
 
 namespace CLI {
 class App;

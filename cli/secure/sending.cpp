@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <ctime>
 
-#include "cli/internal_fields.h"
-#include "cli/views/layers.h"
-#include "cli/writing/structure.h"
+#include "cli/message/internal_fields.h"
+#include "cli/message/structure.h"
+#include "cli/support/times.h"
 
 namespace mailtree::cli {
 namespace {

@@ -4,7 +4,8 @@
 #include <utility>
 #include <vector>
 
-#include "cli/views/json_values.h"
+#include "cli/message/input.h"
+#include "cli/support/json_values.h"
 #include "cli/views/security_json.h"
 #include "mailtree/crypto/Digest.h"
 

@@ -4,8 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "cli/message/input.h"
+#include "cli/message/outline.h"
 #include "cli/secure/examination.h"
-#include "cli/views/outline.h"
 
 namespace mailtree::cli {
 

@@ -4,8 +4,8 @@
 #include <ctime>
 #include <iterator>
 
-#include "cli/views/json_values.h"
-#include "cli/views/terminal.h"
+#include "cli/support/terminal.h"
+#include "cli/support/times.h"
 
 namespace mailtree::cli {
 namespace {
@@ -202,12 +202,6 @@ std::string nameOfSigner(const SecureLayer& layer, const Examined& examined) {
 std::string nameOf(const Certificate& certificate) {
   return wordOrQuoted(certificate.emailAddresses().empty() ? subjectOf(certificate)
                                                            : certificate.emailAddresses().front());
-}
-
-std::string timeText(std::int64_t unixSeconds) {
-  SorvikSysTime time;
-  time.fromUnixTime(unixSeconds);
-  return dateOrNull(time).get<std::string>();
 }
 
 }  // namespace mailtree::cli

@@ -31,7 +31,5 @@ LayerSummary summaryOf(const SecureLayer& layer, const Examined& examined);
 std::string nameOfSigner(const SecureLayer& layer, const Examined& examined);
 /// "anna@berg.example", else the subject; what is more than one word in quotes.
 std::string nameOf(const Certificate& certificate);
-/// "2026-04-22T11:30:02Z"
-std::string timeText(std::int64_t unixSeconds);
 
 }  // namespace mailtree::cli

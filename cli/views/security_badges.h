@@ -3,9 +3,9 @@
 
 #include <vector>
 
+#include "cli/message/outline.h"
 #include "cli/secure/examination.h"
 #include "cli/views/layers.h"
-#include "cli/views/outline.h"
 
 namespace mailtree::cli {
 

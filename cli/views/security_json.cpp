@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "cli/views/layers.h"
+#include "cli/support/times.h"
 
 namespace mailtree::cli {
 namespace {

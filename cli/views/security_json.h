@@ -2,7 +2,7 @@
 #pragma once
 
 #include "cli/secure/examination.h"
-#include "cli/views/json_values.h"
+#include "cli/support/json_values.h"
 
 namespace mailtree::cli {
 

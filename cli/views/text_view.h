@@ -3,9 +3,9 @@
 
 #include <iosfwd>
 
+#include "cli/message/outline.h"
 #include "cli/secure/examination.h"
-#include "cli/views/outline.h"
-#include "cli/views/terminal.h"
+#include "cli/support/terminal.h"
 
 namespace mailtree::cli {
 

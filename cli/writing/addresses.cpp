@@ -6,8 +6,8 @@
 
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Utf.h"
-#include "mailtree/mime/Address.h"
-#include "mailtree/mime/AddressLexer.h"
+#include "mailtree/mime/address/Address.h"
+#include "mailtree/mime/address/AddressLexer.h"
 
 namespace mailtree::cli {
 namespace {

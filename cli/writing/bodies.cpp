@@ -2,9 +2,10 @@
 
 #include <CLI/CLI.hpp>
 
-#include "cli/arguments.h"
-#include "cli/input.h"
-#include "cli/writing/structure.h"
+#include "cli/message/structure.h"
+#include "cli/support/arguments.h"
+#include "cli/support/complaints.h"
+#include "cli/support/files.h"
 #include "mailtree/base/Utf.h"
 
 namespace mailtree::cli {

@@ -5,7 +5,7 @@
 #include <initializer_list>
 
 #include "mailtree/base/Ascii.h"
-#include "mailtree/mime/Date.h"
+#include "mailtree/mime/header/Date.h"
 
 namespace mailtree::cli {
 namespace {

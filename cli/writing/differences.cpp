@@ -5,13 +5,13 @@
 #include <memory>
 #include <utility>
 
-#include "cli/views/terminal.h"
+#include "cli/support/terminal.h"
 #include "mailtree/mime/BoundaryLines.h"
-#include "mailtree/mime/ContentCoding.h"
-#include "mailtree/mime/Html.h"
 #include "mailtree/mime/Limits.h"
 #include "mailtree/mime/MimeMessage2.h"
 #include "mailtree/mime/MimeParser.h"
+#include "mailtree/mime/coding/ContentCoding.h"
+#include "mailtree/mime/html/Html.h"
 
 namespace mailtree::cli {
 namespace {

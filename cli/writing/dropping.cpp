@@ -4,9 +4,9 @@
 #include <numeric>
 #include <unordered_set>
 
-#include "cli/input.h"
-#include "cli/views/outline.h"
-#include "cli/writing/structure.h"
+#include "cli/message/outline.h"
+#include "cli/message/structure.h"
+#include "cli/support/complaints.h"
 
 namespace mailtree::cli {
 namespace {

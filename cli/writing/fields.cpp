@@ -4,12 +4,12 @@
 #include <map>
 #include <utility>
 
-#include "cli/input.h"
-#include "cli/internal_fields.h"
+#include "cli/message/internal_fields.h"
+#include "cli/support/complaints.h"
 #include "cli/writing/addresses.h"
 #include "cli/writing/dates.h"
 #include "mailtree/base/Utf.h"
-#include "mailtree/mime/HeaderValue.h"
+#include "mailtree/mime/header/HeaderValue.h"
 
 namespace mailtree::cli {
 namespace {

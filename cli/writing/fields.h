@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "cli/exit_codes.h"
+#include "cli/support/exit_codes.h"
 #include "mailtree/email/Email2.h"
 
 namespace mailtree::cli {

@@ -3,10 +3,11 @@
 #include <CLI/CLI.hpp>
 #include <filesystem>
 
-#include "cli/arguments.h"
-#include "cli/input.h"
+#include "cli/message/structure.h"
+#include "cli/support/arguments.h"
+#include "cli/support/complaints.h"
+#include "cli/support/files.h"
 #include "cli/writing/media_types.h"
-#include "cli/writing/structure.h"
 #include "mailtree/base/Utf.h"
 
 namespace mailtree::cli {

@@ -2,9 +2,9 @@
 
 #include <string_view>
 
-#include "cli/html_text.h"
-#include "cli/views/outline.h"
-#include "cli/writing/structure.h"
+#include "cli/message/outline.h"
+#include "cli/message/structure.h"
+#include "cli/support/html_text.h"
 
 namespace mailtree::cli {
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/exit_codes.h"
+#include "cli/support/exit_codes.h"
 #include "mailtree/email/Email2.h"
 
 namespace CLI {

@@ -28,12 +28,12 @@
 #include "mailtree/email/EmailCommon.h"
 #include "mailtree/email/ExpressionTermSource.h"
 #include "mailtree/email/ParentEmailPtr.h"
-#include "mailtree/mime/Address.h"
 #include "mailtree/mime/AttachmentRules.h"
-#include "mailtree/mime/ContentType.h"
-#include "mailtree/mime/Date.h"
-#include "mailtree/mime/MimeHeader.h"
 #include "mailtree/mime/Repairs.h"
+#include "mailtree/mime/address/Address.h"
+#include "mailtree/mime/header/ContentType.h"
+#include "mailtree/mime/header/Date.h"
+#include "mailtree/mime/header/MimeHeader.h"
 
 namespace mailtree {
 

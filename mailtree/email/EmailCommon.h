@@ -9,8 +9,8 @@
 #include "mailtree/base/XString.h"
 #include "mailtree/crypto/Certificate.h"
 #include "mailtree/crypto/UnwrapInfo.h"
-#include "mailtree/mime/Charset.h"
 #include "mailtree/mime/Limits.h"
+#include "mailtree/mime/charset/Charset.h"
 
 namespace mailtree {
 

@@ -3,7 +3,7 @@
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Utf.h"
 #include "mailtree/mime/MimeMessage2.h"
-#include "mailtree/mime/Uu.h"
+#include "mailtree/mime/coding/Uu.h"
 
 namespace mailtree {
 namespace {

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "mailtree/base/Ascii.h"
-#include "mailtree/mime/HeaderLines.h"
+#include "mailtree/mime/header/HeaderLines.h"
 
 namespace mailtree {
 

@@ -7,8 +7,8 @@
 
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Log.h"
-#include "mailtree/mime/Address.h"
 #include "mailtree/mime/MimeMessage2.h"
+#include "mailtree/mime/address/Address.h"
 
 namespace mailtree {
 

@@ -8,8 +8,8 @@
 #include "mailtree/base/Log.h"
 #include "mailtree/base/Platform.h"
 #include "mailtree/base/Utf.h"
-#include "mailtree/mime/Address.h"
 #include "mailtree/mime/MimeParser.h"
+#include "mailtree/mime/address/Address.h"
 
 namespace mailtree {
 

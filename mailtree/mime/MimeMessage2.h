@@ -22,11 +22,11 @@
 #include "mailtree/base/Slab.h"
 #include "mailtree/base/StringBuffer.h"
 #include "mailtree/mime/AttachmentRules.h"
-#include "mailtree/mime/Charset.h"
-#include "mailtree/mime/ContentType.h"
 #include "mailtree/mime/Limits.h"
-#include "mailtree/mime/MimeHeader.h"
 #include "mailtree/mime/Repairs.h"
+#include "mailtree/mime/charset/Charset.h"
+#include "mailtree/mime/header/ContentType.h"
+#include "mailtree/mime/header/MimeHeader.h"
 
 namespace mailtree {
 

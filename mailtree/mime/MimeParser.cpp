@@ -11,10 +11,10 @@
 
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Log.h"
-#include "mailtree/mime/Base64.h"
 #include "mailtree/mime/BoundaryLines.h"
-#include "mailtree/mime/QuotedPrintable.h"
 #include "mailtree/mime/SealedBody.h"
+#include "mailtree/mime/coding/Base64.h"
+#include "mailtree/mime/coding/QuotedPrintable.h"
 
 // How it works. One cursor runs over the text and only ever stops at lines that begin with "--". Such a line
 // is compared with the boundaries of the multiparts that are open at that moment, held on a stack. One that

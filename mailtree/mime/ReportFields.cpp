@@ -7,8 +7,8 @@
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Log.h"
 #include "mailtree/base/Utf.h"
-#include "mailtree/mime/HeaderLines.h"
-#include "mailtree/mime/MimeHeader.h"
+#include "mailtree/mime/header/HeaderLines.h"
+#include "mailtree/mime/header/MimeHeader.h"
 
 namespace mailtree {
 namespace {

@@ -4,8 +4,8 @@
 #include <string_view>
 
 #include "mailtree/base/Ascii.h"
-#include "mailtree/mime/ContentCoding.h"
-#include "mailtree/mime/MimeHeader.h"
+#include "mailtree/mime/coding/ContentCoding.h"
+#include "mailtree/mime/header/MimeHeader.h"
 
 namespace mailtree {
 

@@ -1,6 +1,6 @@
 #include "mailtree/secure/coverage.h"
 
-#include "mailtree/mime/Address.h"
+#include "mailtree/mime/address/Address.h"
 
 namespace mailtree {
 

@@ -4,9 +4,9 @@
 #include <string_view>
 
 #include "mailtree/base/Ascii.h"
-#include "mailtree/mime/AddressReader.h"
-#include "mailtree/mime/Date.h"
-#include "mailtree/mime/EncodedWord.h"
+#include "mailtree/mime/address/AddressReader.h"
+#include "mailtree/mime/coding/EncodedWord.h"
+#include "mailtree/mime/header/Date.h"
 
 namespace mailtree {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "mailtree/mime/MimeHeader.h"
+#include "mailtree/mime/header/MimeHeader.h"
 
 namespace mailtree {
 

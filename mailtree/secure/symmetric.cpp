@@ -5,8 +5,8 @@
 #include "mailtree/crypto/SymmetricCipher.h"
 #include "mailtree/crypto/Wipe.h"
 #include "mailtree/email/internal.h"
-#include "mailtree/mime/ContentCoding.h"
 #include "mailtree/mime/SealedBody.h"
+#include "mailtree/mime/coding/ContentCoding.h"
 
 namespace mailtree {
 namespace {

@@ -2,7 +2,7 @@
 // bytes whose order their label leaves open, content that a signature covers, parameters nobody asked for.
 #include <gtest/gtest.h>
 
-#include "mailtree/mime/ContentCoding.h"
+#include "mailtree/mime/coding/ContentCoding.h"
 #include "tests/support/messages.h"
 #include "tests/support/tree_notation.h"
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "mailtree/mime/ContentCoding.h"
 #include "mailtree/mime/MimeMessage2.h"
+#include "mailtree/mime/coding/ContentCoding.h"
 #include "tests/cli/identities.h"
 
 namespace mailtree::interop {

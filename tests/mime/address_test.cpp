@@ -1,4 +1,4 @@
-#include "mailtree/mime/Address.h"
+#include "mailtree/mime/address/Address.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <string>
 
 #include "mailtree/base/Log.h"
-#include "mailtree/mime/EncodedWord.h"
+#include "mailtree/mime/coding/EncodedWord.h"
 
 namespace mailtree {
 namespace {

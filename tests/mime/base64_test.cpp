@@ -1,4 +1,4 @@
-#include "mailtree/mime/Base64.h"
+#include "mailtree/mime/coding/Base64.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 #include <random>
 #include <string>
 
-#include "mailtree/mime/CharsetInternal.h"
+#include "mailtree/mime/charset/CharsetInternal.h"
 
 namespace mailtree {
 namespace {

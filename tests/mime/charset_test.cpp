@@ -1,4 +1,4 @@
-#include "mailtree/mime/Charset.h"
+#include "mailtree/mime/charset/Charset.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // References to the images of a page.
 #include <gtest/gtest.h>
 
-#include "mailtree/mime/CidReferences.h"
+#include "mailtree/mime/html/CidReferences.h"
 
 namespace mailtree {
 namespace {

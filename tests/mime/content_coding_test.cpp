@@ -1,4 +1,4 @@
-#include "mailtree/mime/ContentCoding.h"
+#include "mailtree/mime/coding/ContentCoding.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "mailtree/mime/ContentTypeTable.h"
+#include "mailtree/mime/header/ContentTypeTable.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // Content-Type: reading tolerantly, building in one order, comparing by meaning.
-#include "mailtree/mime/ContentType.h"
+#include "mailtree/mime/header/ContentType.h"
 
 #include <gtest/gtest.h>
 

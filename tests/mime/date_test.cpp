@@ -1,4 +1,4 @@
-#include "mailtree/mime/Date.h"
+#include "mailtree/mime/header/Date.h"
 
 #include <gtest/gtest.h>
 

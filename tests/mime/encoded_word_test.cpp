@@ -1,5 +1,5 @@
 // Encoded words: what real mailers send, what we write, and that one reads the other.
-#include "mailtree/mime/EncodedWord.h"
+#include "mailtree/mime/coding/EncodedWord.h"
 
 #include <gtest/gtest.h>
 

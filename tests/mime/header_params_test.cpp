@@ -1,5 +1,5 @@
 // Parameters of header values: read from whatever is sent, written so that everybody can read them.
-#include "mailtree/mime/HeaderParams.h"
+#include "mailtree/mime/header/HeaderParams.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "mailtree/mime/HtmlPage.h"
+#include "mailtree/mime/html/HtmlPage.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "mailtree/mime/Html.h"
+#include "mailtree/mime/html/Html.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // The header list: what is read from received text, what is kept, what is written, and that nothing can be
 // forged.
-#include "mailtree/mime/MimeHeader.h"
+#include "mailtree/mime/header/MimeHeader.h"
 
 #include <gtest/gtest.h>
 
@@ -10,11 +10,11 @@
 
 #include "mailtree/base/Log.h"
 #include "mailtree/base/Utf.h"
-#include "mailtree/mime/Charset.h"
-#include "mailtree/mime/ContentType.h"
-#include "mailtree/mime/EncodedWord.h"
-#include "mailtree/mime/HeaderLines.h"
-#include "mailtree/mime/HeaderParams.h"
+#include "mailtree/mime/charset/Charset.h"
+#include "mailtree/mime/coding/EncodedWord.h"
+#include "mailtree/mime/header/ContentType.h"
+#include "mailtree/mime/header/HeaderLines.h"
+#include "mailtree/mime/header/HeaderParams.h"
 
 namespace mailtree {
 namespace {

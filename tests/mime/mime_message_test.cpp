@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "mailtree/base/Log.h"
-#include "mailtree/mime/Address.h"
+#include "mailtree/mime/address/Address.h"
 
 namespace mailtree {
 namespace {

@@ -1,4 +1,4 @@
-#include "mailtree/mime/QuotedPrintable.h"
+#include "mailtree/mime/coding/QuotedPrintable.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 #include <string>
 
 #include "mailtree/base/DataBuffer.h"
-#include "mailtree/mime/QuotedPrintableInternal.h"
+#include "mailtree/mime/coding/QuotedPrintableInternal.h"
 
 namespace mailtree {
 namespace {

@@ -1,4 +1,4 @@
-#include "mailtree/mime/UnicodeInfo.h"
+#include "mailtree/mime/charset/UnicodeInfo.h"
 
 #include <gtest/gtest.h>
 

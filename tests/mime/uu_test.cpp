@@ -1,5 +1,5 @@
 // Uudecoding: what counts as a block, what it holds, and what broken ones still give.
-#include "mailtree/mime/Uu.h"
+#include "mailtree/mime/coding/Uu.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "mailtree/mime/ContentCoding.h"
+#include "mailtree/mime/coding/ContentCoding.h"
 #include "tests/support/messages.h"
 #include "tests/support/places.h"
 

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "mailtree/crypto/SymmetricCipher.h"
-#include "mailtree/mime/ContentCoding.h"
+#include "mailtree/mime/coding/ContentCoding.h"
 #include "tests/secure/secure_mail.h"
 #include "tests/support/dead_node.h"
 #include "tests/support/messages.h"

@@ -1,6 +1,6 @@
 #include "tests/support/fields.h"
 
-#include "mailtree/mime/HeaderParams.h"
+#include "mailtree/mime/header/HeaderParams.h"
 
 namespace mailtree {
 namespace {

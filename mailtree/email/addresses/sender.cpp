@@ -4,8 +4,8 @@
 
 #include "mailtree/email/addresses/unused.h"
 #include "mailtree/email/internal.h"
-#include "mailtree/mime/EncodedWord.h"
-#include "mailtree/mime/HeaderText.h"
+#include "mailtree/mime/coding/EncodedWord.h"
+#include "mailtree/mime/coding/HeaderText.h"
 
 namespace mailtree {
 namespace {

@@ -5,9 +5,9 @@
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Log.h"
 #include "mailtree/base/Utf.h"
-#include "mailtree/mime/Address.h"
-#include "mailtree/mime/Charset.h"
-#include "mailtree/mime/HeaderText.h"
+#include "mailtree/mime/address/Address.h"
+#include "mailtree/mime/charset/Charset.h"
+#include "mailtree/mime/coding/HeaderText.h"
 
 namespace mailtree {
 namespace {

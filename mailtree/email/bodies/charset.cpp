@@ -2,7 +2,7 @@
 
 #include "mailtree/base/Utf.h"
 #include "mailtree/email/internal.h"
-#include "mailtree/mime/UnicodeInfo.h"
+#include "mailtree/mime/charset/UnicodeInfo.h"
 
 namespace mailtree {
 namespace {

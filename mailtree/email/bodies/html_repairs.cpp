@@ -3,8 +3,8 @@
 
 #include "mailtree/base/Search.h"
 #include "mailtree/email/internal.h"
-#include "mailtree/mime/Html.h"
-#include "mailtree/mime/HtmlPage.h"
+#include "mailtree/mime/html/Html.h"
+#include "mailtree/mime/html/HtmlPage.h"
 
 namespace mailtree {
 namespace {

@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include "mailtree/email/Email2.h"
-#include "mailtree/mime/ContentCoding.h"
+#include "mailtree/mime/coding/ContentCoding.h"
 
 namespace mailtree {
 namespace {

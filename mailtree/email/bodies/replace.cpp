@@ -2,7 +2,7 @@
 // alternative, or into the related enclosure that its images live in.
 
 #include "mailtree/email/internal.h"
-#include "mailtree/mime/WrittenCharset.h"
+#include "mailtree/mime/charset/WrittenCharset.h"
 
 namespace mailtree {
 namespace {

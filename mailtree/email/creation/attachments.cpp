@@ -6,7 +6,7 @@
 
 #include "mailtree/base/Platform.h"
 #include "mailtree/email/creation/internal.h"
-#include "mailtree/mime/ContentTypeTable.h"
+#include "mailtree/mime/header/ContentTypeTable.h"
 
 namespace mailtree {
 namespace {

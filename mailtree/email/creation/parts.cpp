@@ -1,6 +1,6 @@
 // email/creation/parts.cpp - what new attachments and new related items have in common.
 #include "mailtree/email/creation/internal.h"
-#include "mailtree/mime/ContentTypeTable.h"
+#include "mailtree/mime/header/ContentTypeTable.h"
 
 namespace mailtree {
 namespace {

@@ -14,7 +14,7 @@
 #include "mailtree/email/loading/settings_kept.h"
 #include "mailtree/email/loading/unwrapping.h"
 #include "mailtree/mime/MimeMessage2.h"
-#include "mailtree/mime/Uu.h"
+#include "mailtree/mime/coding/Uu.h"
 
 namespace mailtree {
 namespace {

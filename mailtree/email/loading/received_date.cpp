@@ -4,8 +4,8 @@
 #include <string_view>
 
 #include "mailtree/base/Log.h"
-#include "mailtree/mime/Date.h"
-#include "mailtree/mime/MimeHeader.h"
+#include "mailtree/mime/header/Date.h"
+#include "mailtree/mime/header/MimeHeader.h"
 
 namespace mailtree {
 

@@ -10,8 +10,8 @@
 #include "mailtree/base/Utf.h"
 #include "mailtree/email/internal.h"
 #include "mailtree/email/loading/received_body.h"
-#include "mailtree/mime/Html.h"
-#include "mailtree/mime/Uu.h"
+#include "mailtree/mime/coding/Uu.h"
+#include "mailtree/mime/html/Html.h"
 
 namespace mailtree {
 namespace {

@@ -5,9 +5,9 @@
 
 #include "mailtree/email/internal.h"
 #include "mailtree/email/model/internal.h"
-#include "mailtree/mime/ContentCoding.h"
-#include "mailtree/mime/ContentTypeTable.h"
-#include "mailtree/mime/WrittenCharset.h"
+#include "mailtree/mime/charset/WrittenCharset.h"
+#include "mailtree/mime/coding/ContentCoding.h"
+#include "mailtree/mime/header/ContentTypeTable.h"
 
 namespace mailtree {
 namespace {

@@ -12,9 +12,9 @@
 #include "mailtree/email/output/text_body.h"
 #include "mailtree/email/output/unencoded.h"
 #include "mailtree/mime/BoundaryLines.h"
-#include "mailtree/mime/ContentCoding.h"
-#include "mailtree/mime/HeaderLines.h"
 #include "mailtree/mime/SealedBody.h"
+#include "mailtree/mime/coding/ContentCoding.h"
+#include "mailtree/mime/header/HeaderLines.h"
 
 namespace mailtree {
 namespace {

@@ -4,7 +4,7 @@
 #include <tuple>
 
 #include "mailtree/email/Email2.h"
-#include "mailtree/mime/ContentCoding.h"
+#include "mailtree/mime/coding/ContentCoding.h"
 
 namespace mailtree {
 namespace {

@@ -4,8 +4,8 @@
 
 #include "mailtree/base/Platform.h"
 #include "mailtree/email/internal.h"
-#include "mailtree/mime/Html.h"
-#include "mailtree/mime/WrittenCharset.h"
+#include "mailtree/mime/charset/WrittenCharset.h"
+#include "mailtree/mime/html/Html.h"
 
 namespace mailtree {
 namespace {

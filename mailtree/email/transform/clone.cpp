@@ -7,7 +7,7 @@
 #include "mailtree/email/internal.h"
 #include "mailtree/email/loading/received_date.h"
 #include "mailtree/mime/MimeMessage2.h"
-#include "mailtree/mime/Replacements.h"
+#include "mailtree/mime/header/Replacements.h"
 
 namespace mailtree {
 namespace {

@@ -1,6 +1,6 @@
 // email/transform/mht.cpp - a copy that is ready to be kept as a web archive.
 #include "mailtree/email/internal.h"
-#include "mailtree/mime/Html.h"
+#include "mailtree/mime/html/Html.h"
 
 namespace mailtree {
 namespace {

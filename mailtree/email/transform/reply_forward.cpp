@@ -7,10 +7,10 @@
 
 #include "mailtree/base/Utf.h"
 #include "mailtree/email/internal.h"
-#include "mailtree/mime/ContentCoding.h"
-#include "mailtree/mime/EncodedWord.h"
-#include "mailtree/mime/Html.h"
-#include "mailtree/mime/WrittenCharset.h"
+#include "mailtree/mime/charset/WrittenCharset.h"
+#include "mailtree/mime/coding/ContentCoding.h"
+#include "mailtree/mime/coding/EncodedWord.h"
+#include "mailtree/mime/html/Html.h"
 
 namespace mailtree {
 namespace {

@@ -2,7 +2,7 @@
 // survive transport, file names without directories, a page without spam tricks.
 
 #include "mailtree/email/internal.h"
-#include "mailtree/mime/HtmlPage.h"
+#include "mailtree/mime/html/HtmlPage.h"
 
 namespace mailtree {
 namespace {

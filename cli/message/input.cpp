@@ -1,0 +1,86 @@
+#include "cli/message/input.h"
+
+#include "cli/message/structure.h"
+#include "cli/support/complaints.h"
+#include "cli/support/files.h"
+
+namespace mailtree::cli {
+namespace {
+
+std::optional<Message> load(const std::string& path, DataBuffer& bytes, bool discardInput, bool unwrap,
+                            SystemCerts& certs) {
+  Message message{RefPtr<_svEmailCommon>(new _svEmailCommon), nullptr};
+  LogNull log;
+  message.root.reset(Email2::createFromMimeDb(*message.common, bytes, discardInput, unwrap, certs, log,
+                                              /*parseOption=*/false));
+  // A tree with something missing is no answer, and written it would replace the whole one.
+  if (message.root && message.common->m_isWhole) return message;
+  complain(path, kNoMemory);
+  return std::nullopt;
+}
+
+bool hasUnixLines(std::string_view message) {
+  const std::size_t end = message.find('\n');
+  return end != std::string_view::npos && (end == 0 || message[end - 1] != '\r');
+}
+
+/// Whether the line ends of a body are line ends of the mail: base64 and binary carry bytes, and in
+/// quoted-printable only those of a text cannot be told from encoded ones.
+bool hasLinesOfMail(const Email2& leaf) {
+  const std::string_view encoding = leaf.m_transferEncoding;
+  if (encoding.empty() || equalsNoCase(encoding, "7bit") || equalsNoCase(encoding, "8bit")) return true;
+  const std::string_view type = leaf.m_contentType.m_type;
+  return equalsNoCase(encoding, "quoted-printable") && (type.empty() || beginsWithNoCase(type, "text/"));
+}
+
+void completeLineEnds(Email2& node) {
+  if (node.getNumParts() > 0 || !hasLinesOfMail(node) || !node.m_body.containsBareCRLF() ||
+      node.m_body.containsChar('\0'))
+    return;  // where NULs stand, LF may be half a letter
+  StringBuffer lines(node.m_body.view());
+  DataBuffer body;
+  if (lines.toCRLF() && body.append(lines)) node.m_body.takeData(body);
+}
+
+std::optional<Message> loadToWrite(const std::string& path, DataBuffer& bytes, bool discardInput) {
+  const bool isUnixFile = hasUnixLines(bytes.view());
+  SystemCerts none;
+  std::optional<Message> message = load(path, bytes, discardInput, /*unwrap=*/false, none);
+  if (message && isUnixFile) walkUnsigned(*message->root, completeLineEnds);
+  return message;
+}
+
+}  // namespace
+
+std::optional<Message> loadMessage(const std::string& path, SystemCerts& certs) {
+  DataBuffer bytes;
+  if (!readFile(path, bytes)) return std::nullopt;
+  return load(path, bytes, /*discardInput=*/true, /*unwrap=*/true, certs);
+}
+
+std::optional<Message> loadMessage(const std::string& path) {
+  SystemCerts none;
+  return loadMessage(path, none);
+}
+
+std::optional<Message> loadMessage(const std::string& path, DataBuffer& bytes, SystemCerts& certs) {
+  return load(path, bytes, /*discardInput=*/false, /*unwrap=*/true, certs);
+}
+
+std::optional<Message> loadMessageToWrite(const std::string& path) {
+  DataBuffer bytes;
+  if (!readFile(path, bytes)) return std::nullopt;
+  return loadToWrite(path, bytes, /*discardInput=*/true);
+}
+
+std::optional<Message> loadMessageToWrite(const std::string& path, DataBuffer& bytes) {
+  return loadToWrite(path, bytes, /*discardInput=*/false);
+}
+
+Exit reportLimits(const std::string& path, LimitSet limits) {
+  for (const LimitName& row : kLimitNames)
+    if (limits.has(row.limit)) complain(path, std::string(row.name) + ": the rest was left as it is");
+  return limits.isEmpty() ? Exit::fine : Exit::limit;
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,257 @@
+#include "cli/message/outline.h"
+
+#include <algorithm>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "mailtree/base/Utf.h"
+#include "mailtree/email/loading/received_date.h"
+
+namespace mailtree::cli {
+namespace {
+
+/// Collects the reasons of the attachments that an iteration takes, in order: it writes one "Yes" line for
+/// each.
+class ReasonLog final : public LogBase {
+ public:
+  ReasonLog() { m_verboseLogging = true; }
+  void logError(std::string_view) override {}
+  void logInfo(std::string_view text) override {
+    if (text.starts_with("Yes")) m_reasons.emplace_back(text);
+  }
+  void LogDataSb(std::string_view, std::string_view) override {}
+  void LogDataLong(std::string_view, std::int64_t) override {}
+  void openContext(std::string_view) override {}
+  void closeContext() override {}
+  const std::vector<std::string>& reasons() const { return m_reasons; }
+
+ private:
+  std::vector<std::string> m_reasons;
+};
+
+bool isUntypedText(Email2& node, bool inMixed) {
+  LogNull quiet;
+  return node.getNumParts() == 0 && node.m_contentType.m_type.isEmpty() &&
+         !node.isEmailAttachment(inMixed, quiet);
+}
+
+using RowOfNode = std::unordered_map<const SorvikObject*, int>;
+
+std::string charsetOf(const Email2& node) {
+  std::string scratch;
+  const std::string_view value =
+      node.m_header.unfoldedValue(node.m_header.findField("Content-Type"), scratch);
+  if (value.empty()) return {};
+  _svContentType parsed;
+  _svCharset charset;
+  parsed.loadFromMimeHeaderValue(value, charset);
+  if (*charset.getName()) return charset.getName();
+  const std::string* unknown = parsed.m_otherParams.find("charset");
+  return unknown ? *unknown : std::string();
+}
+
+PartRow rowOf(Email2& node, int depth, int parent, bool isLastChild) {
+  PartRow row{&node, depth, parent, isLastChild, false, false, {}, {}, {}, {}};
+  const std::string_view type = node.m_contentType.m_type.view();
+  row.contentType = type.empty() ? "text/plain" : type;
+  row.charset = charsetOf(node);
+  row.filename =
+      node.m_dispFilename.isEmpty() ? node.m_contentType.m_name.view() : node.m_dispFilename.view();
+  return row;
+}
+
+std::vector<PartRow> numberedRows(Email2& root) {
+  struct Open {
+    Email2* node;
+    int depth, parent;
+    bool isLastChild;
+  };
+  std::vector<PartRow> rows;
+  std::vector<Open> open{{&root, 0, -1, true}};
+  while (!open.empty()) {
+    const Open next = open.back();
+    open.pop_back();
+    const int id = static_cast<int>(rows.size());
+    rows.push_back(rowOf(*next.node, next.depth, next.parent, next.isLastChild));
+    const int last = next.node->getNumParts() - 1;
+    for (int i = last; i >= 0; --i)
+      if (Email2* child = next.node->getPart(i)) open.push_back({child, next.depth + 1, id, i == last});
+  }
+  return rows;
+}
+
+void markBodies(Email2& root, const RowOfNode& rowOf, Outline& outline) {
+  ExtPtrArray bodies;
+  root.enumerateAlternatives(root, bodies);
+  for (int i = 0; i < bodies.getSize(); ++i) {
+    const int id = rowOf.at(bodies.elementAt(i));
+    PartRow& row = outline.rows[static_cast<std::size_t>(id)];
+    row.isBody = true;
+    if (outline.plainText < 0 && row.contentType == "text/plain") outline.plainText = id;
+    if (outline.html < 0 && row.contentType == "text/html") outline.html = id;
+  }
+  bodies.removeAll();
+}
+
+void markUntypedBody(Email2& root, const RowOfNode& rowOf, Outline& outline) {
+  Email2* const text = outline.plainText < 0 ? untypedBody(root) : nullptr;
+  if (!text) return;
+  outline.plainText = rowOf.at(text);
+  outline.rows[static_cast<std::size_t>(outline.plainText)].isBody = true;
+}
+
+/// A report has no alternatives: its text is what a reader sees of its first part.
+void markReportText(Email2& root, Outline& outline) {
+  Email2* const first = root.isMultipartReport() ? root.getPart(0) : nullptr;
+  const DataBuffer* const text = first ? first->getEffectiveBodyObject3(root) : nullptr;
+  const auto row =
+      std::ranges::find_if(outline.rows, [text](const PartRow& r) { return &r.node->m_body == text; });
+  if (row == outline.rows.end() || row->node->isNotAlternativeBody()) return;
+  row->isBody = true;
+  outline.plainText = static_cast<int>(row - outline.rows.begin());
+}
+
+/// What was attached to a signed message or a report stands beside it in a mixed enclosure, where no alternative
+/// is looked for; a reader still sees its text.
+void markEnclosedBodies(Email2& root, const RowOfNode& rowOf, Outline& outline) {
+  if (!root.isMultipartMixed()) return;
+  for (int i = 0; i < root.getNumParts() && outline.plainText < 0 && outline.html < 0; ++i) {
+    Email2& part = *root.getPart(i);
+    if (!part.isMultipartReport() && !part.equalsContentType("multipart/signed")) continue;
+    markBodies(part, rowOf, outline);
+    markReportText(part, outline);
+  }
+}
+
+void markAttachments(Email2& root, const RowOfNode& rowOf, Outline& outline) {
+  ExtPtrArray found;
+  ReasonLog log;
+  root.attachmentIterate2(root.isMultipartMixedForAttachmentPurposes(), found, /*target=*/-1, log);
+  const bool everyReasonKnown = log.reasons().size() == static_cast<std::size_t>(found.getSize());
+  for (int i = 0; i < found.getSize(); ++i) {
+    const int id = rowOf.at(found.elementAt(i));
+    PartRow& row = outline.rows[static_cast<std::size_t>(id)];
+    row.isAttachment = true;
+    if (everyReasonKnown) row.reason = log.reasons()[static_cast<std::size_t>(i)];
+    outline.attachments.push_back(id);
+  }
+  found.removeAll();
+}
+
+/// Stored utf-8, with U+FFFD for what is damaged.
+std::string shownUtf8(std::string_view bytes) {
+  std::string text;
+  decodeToUtf8(kCpUtf8, bytes, text);
+  return text;
+}
+
+/// Text that nothing explains: by the code page of the header, else by a guess. Nobody writes utf-16 without
+/// NULs in it, so that the guess is not that; what is left to it are the letters of iso-8859-1.
+std::string decodedBy(int ofHeader, std::string_view bytes) {
+  const int detected = detectCodePage(bytes);
+  if (detected == kCpUtf8) return shownUtf8(bytes);
+  const bool isWild = hasWideUnits(detected) && !contains(bytes, std::string_view("\0", 1));
+  std::string text;
+  for (const int codePage : {ofHeader, isWild ? 0 : detected, kCpLatin1}) {
+    if (codePage > 0 && codePage != kCpUtf8 && decodeToUtf8(codePage, bytes, text)) return text;
+    text.clear();
+  }
+  return std::string(bytes);
+}
+
+}  // namespace
+
+Outline outlineOf(Email2& root) {
+  Outline outline;
+  outline.rows = numberedRows(root);
+  RowOfNode ids;
+  ids.reserve(outline.rows.size());
+  for (std::size_t i = 0; i < outline.rows.size(); ++i)
+    ids.emplace(outline.rows[i].node, static_cast<int>(i));
+  markBodies(root, ids, outline);
+  markUntypedBody(root, ids, outline);
+  markReportText(root, outline);
+  markEnclosedBodies(root, ids, outline);
+  markAttachments(root, ids, outline);
+  return outline;
+}
+
+std::vector<int> relatedItemsOf(Email2& root, const Outline& outline) {
+  LogNull quiet;
+  std::unordered_set<const Email2*> items;
+  Email2* const related = root.findMultipartEnclosure(static_cast<int>(EnclosureKind::related), 0);
+  for (int i = related ? related->getNumRelatedItems(quiet) : 0; i-- > 0;)
+    items.insert(related->getRelatedItem(i, quiet));
+  std::vector<int> rows;
+  // Siblings stand in the outline in their order.
+  for (std::size_t id = 0; id < outline.rows.size(); ++id)
+    if (items.contains(outline.rows[id].node)) rows.push_back(static_cast<int>(id));
+  return rows;
+}
+
+Email2* untypedBody(Email2& root) {
+  if (root.getNumParts() == 0) return isUntypedText(root, /*inMixed=*/false) ? &root : nullptr;
+  if (!root.isMultipartMixed() || root.getPlainTextAlternative()) return nullptr;
+  for (int i = 0; i < root.getNumParts(); ++i) {
+    Email2& part = *root.getPart(i);
+    // What follows them is attached.
+    if (part.isMultipartAlternative() || part.isMultipartRelated()) return nullptr;
+    if (isUntypedText(part, /*inMixed=*/true)) return &part;
+  }
+  return nullptr;
+}
+
+std::string textOf(const PartRow& row) {
+  Email2& node = *row.node;
+  const std::string_view bytes = node.m_body.view();
+  const bool isUtf8 = isValidUtf8(bytes);
+  if (isConvertibleText(node.traits()) && (isUtf8 || node.m_repairs.has(Repair::damagedText)))
+    return shownUtf8(bytes);
+  DataBuffer converted;
+  const DecodedText decoded = receivedTextToUtf8(row.charset, bytes, converted);
+  if (decoded.converted) return std::string(converted.view());
+  if (isUtf8 || decoded.codePage == kCpUtf8) return shownUtf8(bytes);
+  return decodedBy(node.m_header.getDetectedCP(), bytes);
+}
+
+std::optional<SorvikSysTime> dateOf(const Email2& root) {
+  SorvikSysTime date;
+  if (!receivedDate(root.m_header, date)) return std::nullopt;
+  return date;
+}
+
+void entriesOf(const MimeHeader& header, std::string_view field, ExtPtrArray& entries) {
+  std::string scratch;
+  for (int i = header.findField(field); i >= 0; i = header.findField(field, i + 1))
+    _svEmailAddress::parseAndLoadEntries(header.unfoldedValue(i, scratch), entries);
+}
+
+std::optional<_svEmailAddress> senderIn(const MimeHeader& header) {
+  std::string scratch;
+  ExtPtrArray entries;
+  _svEmailAddress::parseAndLoadEntries(header.unfoldedValue(header.findField("From"), scratch), entries);
+  for (int i = 0; i < entries.getSize(); ++i)
+    if (!entries.at<_svEmailAddress>(i)->m_address.isEmpty()) return *entries.at<_svEmailAddress>(i);
+  if (entries.getSize() == 0) return std::nullopt;
+  return *entries.at<_svEmailAddress>(0);
+}
+
+std::optional<_svEmailAddress> senderOf(const Email2& root) {
+  return root.m_fromAddr.m_address.isEmpty() ? senderIn(root.m_header) : root.m_fromAddr;
+}
+
+std::string displayForm(const _svEmailAddress& address) {
+  StringBuffer text;
+  LogNull log;
+  address.emitSelfAsMimeField(kCpUtf8, /*first=*/true, /*forHeader=*/false, /*useQ=*/true, text, log);
+  return text.extractString();
+}
+
+std::optional<std::string> fieldOf(const Email2& root, const char* name) {
+  StringBuffer value;
+  LogNull log;
+  if (!root.getHeaderFieldUtf8(name, value, log)) return std::nullopt;
+  return value.extractString();
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,138 @@
+#include "cli/message/structure.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "cli/message/outline.h"
+
+namespace mailtree::cli {
+namespace {
+
+constexpr const char* kMixed = "multipart/mixed";
+
+/// Whether a message of one part has content that a text must not replace.
+bool isNoText(Email2& leaf) {
+  if (leaf.isMultipart()) return false;  // the library makes a part of what it could not split
+  LogNull quiet;
+  const std::string_view type = leaf.m_contentType.m_type.view();
+  const bool isTextType = type.empty() || beginsWithNoCase(type, "text/");
+  return !isTextType || leaf.isEmailAttachment(/*inMixed=*/false, quiet);
+}
+
+bool isPkcs7Mime(const Email2& part) {
+  return part.equalsContentType("application/pkcs7-mime") ||
+         part.equalsContentType("application/x-pkcs7-mime");
+}
+
+/// Parent of a node and its index there.
+struct Place {
+  Email2* parent = nullptr;
+  int index = 0;
+};
+
+Place placeOf(Email2& root, const Email2& wanted) {
+  Place place;
+  walk(root, [&](Email2& node) {
+    for (int i = 0; i < node.getNumParts(); ++i)
+      if (node.getPart(i) == &wanted) place = {&node, i};
+  });
+  return place;
+}
+
+bool hasChildAmong(const Email2& node, const std::unordered_set<const SorvikObject*>& nodes) {
+  for (int i = 0; i < node.getNumParts(); ++i)
+    if (nodes.contains(node.getPartConst(i))) return true;
+  return false;
+}
+
+/// Taken apart from the end and put together again: linear however many go.
+void removeChildren(Email2& parent, const std::unordered_set<const SorvikObject*>& doomed) {
+  std::vector<EmailPtr> kept;
+  while (parent.getNumParts() > 0) {
+    EmailPtr child(parent.extractSubpartByIndex(parent.getNumParts() - 1));
+    if (!doomed.contains(child.get())) kept.push_back(std::move(child));
+  }
+  for (; !kept.empty(); kept.pop_back()) parent.insertSubPartAtIndex(kept.back().release(), -1);
+}
+
+}  // namespace
+
+bool isSigned(Email2& email) {
+  bool found = false;
+  walk(email, [&](const Email2& part) {
+    found = found || part.equalsContentType("multipart/signed") ||
+            (isPkcs7Mime(part) && equalsNoCase(part.m_contentType.m_smimeType, "signed-data"));
+  });
+  return found;
+}
+
+bool isEncrypted(const Email2& email) {
+  constexpr std::string_view kEnveloped[] = {"", "enveloped-data", "authenveloped-data"};
+  if (email.equalsContentType("multipart/encrypted")) return true;
+  return isPkcs7Mime(email) && std::ranges::any_of(kEnveloped, [&](std::string_view type) {
+           return equalsNoCase(email.m_contentType.m_smimeType, type);
+         });
+}
+
+void labelUntypedBody(Email2& email, LogBase& log) {
+  Email2* const text = untypedBody(email);
+  if (!text) return;
+  text->fixContentTypeUtf8("text/plain", log);
+  // Without a type its bytes were kept; text is utf-8 here.
+  if (!text->m_body.is7bit(0)) text->detectAndSetCharset(log);
+}
+
+Email2* enclose(Email2& leaf, const char* multipartType, LogBase& log) {
+  const std::string disposition(leaf.m_disposition.view()), name(leaf.m_dispFilename.view());
+  const int codePage = std::exchange(leaf.m_attachCodePage, 0);
+  StringBuffer type;
+  leaf.getHeaderFieldUtf8("Content-Type", type, log);
+  // It moves with the content, which stays the file that it is: no text to be brought to utf-8.
+  leaf.m_header.removeMimeField("Content-Disposition", /*all=*/true);
+  leaf.m_disposition.clear();
+  leaf.m_dispFilename.clear();
+  leaf.convertToMultipartX(multipartType, log);
+  Email2* const part = leaf.getPart(0);
+  if (!part) return nullptr;
+  if (!disposition.empty()) part->setContentDispositionUtf8(disposition.c_str(), name.c_str(), log);
+  part->m_dispFilename.setString(name);  // without a disposition too: it may have come from the type
+  part->m_attachCodePage = codePage;
+  // The bytes are those that came, and so is the label of a file.
+  if (beginsWithNoCase(part->m_contentType.m_type, "text/") && !type.isEmpty())
+    part->setHeaderField_a("Content-Type", type.getString(), /*asGiven=*/true, log);
+  return part;
+}
+
+Email2* makeRoom(Email2& email, LogBase& log) {
+  return email.getNumParts() == 0 && isNoText(email) ? enclose(email, kMixed, log) : nullptr;
+}
+
+Email2* encloseBelow(Email2& root, Email2& part, EmailPtr enclosure) {
+  const Place place = placeOf(root, part);
+  if (!place.parent || !enclosure) return nullptr;
+  enclosure->insertSubPartAtIndex(place.parent->extractSubpartByIndex(place.index), 0);
+  place.parent->insertSubPartAtIndex(enclosure.get(), place.index);
+  return enclosure.release();
+}
+
+bool replaceBelow(Email2& root, Email2& old, EmailPtr part) {
+  const Place place = placeOf(root, old);
+  if (!place.parent) return false;
+  const EmailPtr destroyed(&old);
+  place.parent->replacePartAt(place.index, part.release());
+  return true;
+}
+
+bool holds(Email2& root, const Email2& node) {
+  bool found = false;
+  walk(root, [&](const Email2& each) { found = found || &each == &node; });
+  return found;
+}
+
+void removeNodes(Email2& root, const std::unordered_set<const SorvikObject*>& doomed) {
+  walk(root, [&](Email2& node) {
+    if (hasChildAmong(node, doomed)) removeChildren(node, doomed);
+  });
+}
+
+}  // namespace mailtree::cli

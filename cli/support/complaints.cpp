@@ -1,0 +1,43 @@
+#include "cli/support/complaints.h"
+
+#include <algorithm>
+#include <iostream>
+
+#include "cli/support/progress.h"
+#include "cli/support/terminal.h"
+#include "mailtree/base/Object.h"
+
+namespace mailtree::cli {
+
+void complain(std::string_view problem) {
+  clearProgressLine();
+  std::cerr << "mailtree: " << printable(problem) << '\n';
+}
+
+void complain(std::string_view file, std::string_view problem) {
+  complain((file.empty() ? "''" : std::string(file)).append(": ").append(problem));
+}
+
+Exit refuse(std::string_view option, std::string_view problem) {
+  complain(option, problem);
+  return Exit::usage;
+}
+
+std::string lastError(const LogMemory& log, std::string_view otherwise) {
+  const auto& entries = log.entries();
+  const auto last = std::find_if(entries.rbegin(), entries.rend(),
+                                 [](const LogEntry& entry) { return entry.kind == LogEntry::Kind::Error; });
+  return last == entries.rend() ? std::string(otherwise) : last->text;
+}
+
+Exit finishStandardOutput() {
+  if (abandonedOperations() != 0) {
+    complain("standard output", kNoMemory);
+    return Exit::unreadable;
+  }
+  if (std::cout.flush()) return Exit::fine;
+  complain("standard output", "cannot be written");
+  return Exit::unreadable;
+}
+
+}  // namespace mailtree::cli

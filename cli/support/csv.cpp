@@ -1,0 +1,255 @@
+#include "cli/support/csv.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+
+#include "cli/support/complaints.h"
+#include "mailtree/base/Utf.h"
+
+namespace mailtree::cli {
+namespace {
+
+constexpr std::size_t kBlock = std::size_t{128} * 1024;
+/// A quote that is never closed would take the rest of the file in.
+constexpr std::size_t kMaxRow = std::size_t{16} << 20;
+
+std::string textOfError(int error) { return std::generic_category().message(error); }
+
+/// Reads what there is, at most `size` bytes; -1 with errno set.
+ssize_t readSome(int descriptor, char* bytes, std::size_t size) {
+  for (;;) {
+    const ssize_t count = ::read(descriptor, bytes, size);
+    if (count >= 0 || errno != EINTR) return count;
+  }
+}
+
+bool isRegularFile(int descriptor) {
+  struct stat status;
+  return ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+/// A copy of everything the descriptor gives, at its beginning, in a file without a name; null with errno set.
+FilePtr spooled(int descriptor) {
+  FilePtr copy(std::tmpfile());
+  const auto block = std::make_unique<char[]>(kBlock);
+  while (copy) {
+    const ssize_t count = readSome(descriptor, block.get(), kBlock);
+    if (count < 0) return nullptr;
+    if (count == 0) break;
+    const auto size = static_cast<std::size_t>(count);
+    if (std::fwrite(block.get(), 1, size, copy.get()) != size) return nullptr;
+  }
+  if (copy && std::fflush(copy.get()) != 0) return nullptr;
+  if (copy) std::rewind(copy.get());
+  return copy;
+}
+
+FilePtr openStream(const std::string& path) {
+  errno = 0;
+  if (path != "-") return FilePtr(std::fopen(path.c_str(), "rbe"));
+  const int own = ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
+  return FilePtr(own < 0 ? nullptr : ::fdopen(own, "rb"));
+}
+
+FilePtr openTwiceReadable(const std::string& path) {
+  FilePtr file = openStream(path);
+  if (!file || isRegularFile(::fileno(file.get()))) return file;
+  return spooled(::fileno(file.get()));
+}
+
+std::string countOf(std::size_t number, const char* noun) {
+  return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
+}
+
+}  // namespace
+
+// Rows
+
+std::string_view CsvRow::operator[](std::size_t index) const noexcept {
+  const Field& field = m_fields[index];
+  return std::string_view(m_text).substr(field.offset, field.size);
+}
+
+// Reading
+
+CsvReader::CsvReader(int descriptor)
+    : m_descriptor(descriptor), m_block(std::make_unique_for_overwrite<char[]>(kBlock)) {
+  skipByteOrderMark();
+}
+
+bool CsvReader::fill() {
+  if (m_problem) return false;
+  m_blockBegin += m_size;
+  m_at = m_size = 0;
+  const ssize_t count = readSome(m_descriptor, m_block.get(), kBlock);
+  if (count < 0) return fail(0, textOfError(errno));
+  m_size = static_cast<std::size_t>(count);
+  return m_size > 0;
+}
+
+int CsvReader::take() {
+  const int c = peek();
+  if (c != kEnd) ++m_at;
+  return c;
+}
+
+bool CsvReader::fail(std::size_t line, std::string what) {
+  if (!m_problem) m_problem = {line, std::move(what)};
+  return false;
+}
+
+/// The first block is there whole or the file is shorter than the mark.
+void CsvReader::skipByteOrderMark() {
+  constexpr std::string_view kMark = "\xEF\xBB\xBF";
+  if (fill() && std::string_view(m_block.get(), m_size).starts_with(kMark)) m_at = kMark.size();
+}
+
+void CsvReader::takeLineBreak() {
+  if (take() == '\r' && peek() == '\n') take();
+  ++m_line;
+}
+
+void CsvReader::skipEmptyLines() {
+  while (peek() == '\r' || peek() == '\n') takeLineBreak();
+}
+
+bool CsvReader::next(CsvRow& row) {
+  row.m_text.clear();
+  row.m_fields.clear();
+  skipEmptyLines();
+  if (peek() == kEnd) return false;
+  for (;;) {
+    if (!readField(row) || !finishField(row)) return false;
+    if (peek() != ',') break;
+    take();
+  }
+  if (peek() != kEnd) takeLineBreak();
+  return !m_problem;
+}
+
+bool CsvReader::readField(CsvRow& row) {
+  const std::size_t line = m_line;
+  row.m_fields.push_back({row.m_text.size(), 0, line});
+  if (peek() != '"') return readBare(row);
+  take();
+  return readQuoted(row, line);
+}
+
+bool CsvReader::readBare(CsvRow& row) {
+  for (int c = peek(); c != kEnd && c != ',' && c != '\r' && c != '\n'; c = peek()) {
+    if (c == '"') return fail(m_line, "a quote stands in a field that does not begin with one");
+    if (!append(row, take())) return false;
+  }
+  return true;
+}
+
+/// Reads behind the opening quote, which stands in `line`, to the closing one.
+bool CsvReader::readQuoted(CsvRow& row, std::size_t line) {
+  for (;;) {
+    const int c = take();
+    if (c == kEnd) return fail(line, "a quote is never closed");
+    if (c == '"' && peek() != '"') break;
+    if (c == '"') take();
+    if (c == '\n' || (c == '\r' && peek() != '\n')) ++m_line;
+    if (!append(row, c)) return false;
+  }
+  const int c = peek();
+  if (c == kEnd || c == ',' || c == '\r' || c == '\n') return true;
+  return fail(m_line, "text stands behind a closing quote");
+}
+
+bool CsvReader::append(CsvRow& row, int c) {
+  if (row.m_text.size() >= kMaxRow)
+    return fail(row.line(), "the row is longer than 16 MiB; is a quote left open?");
+  row.m_text += static_cast<char>(c);
+  return true;
+}
+
+bool CsvReader::finishField(CsvRow& row) {
+  CsvRow::Field& field = row.m_fields.back();
+  field.size = row.m_text.size() - field.offset;
+  const std::string_view text = row[row.size() - 1];
+  if (text.find('\0') != std::string_view::npos) return fail(field.line, "a NUL byte stands in it");
+  if (!isValidUtf8(text)) return fail(field.line, "it is not utf-8");
+  row.m_text += '\0';
+  return true;
+}
+
+// Tables
+
+std::optional<CsvTable> CsvTable::open(const std::string& path) {
+  FilePtr file = openTwiceReadable(path);
+  if (!file) {
+    complain(path, textOfError(errno));
+    return std::nullopt;
+  }
+  CsvTable table(path, std::move(file));
+  if (!table.measure() || !table.readHeader()) return std::nullopt;
+  return table;
+}
+
+bool CsvTable::measure() {
+  const int descriptor = ::fileno(m_file.get());
+  struct stat status;
+  m_begin = ::lseek(descriptor, 0, SEEK_CUR);
+  if (m_begin < 0 || ::fstat(descriptor, &status) != 0) return fail(0, textOfError(errno));
+  m_size = static_cast<std::uint64_t>(std::max<std::int64_t>(status.st_size - m_begin, 0));
+  return true;
+}
+
+bool CsvTable::rewind() {
+  if (::lseek(::fileno(m_file.get()), m_begin, SEEK_SET) < 0) return fail(0, textOfError(errno));
+  m_columns.clear();
+  m_places.clear();
+  return readHeader();
+}
+
+bool CsvTable::readHeader() {
+  m_reader.emplace(::fileno(m_file.get()));
+  CsvRow row;
+  if (!m_reader->next(row)) {
+    if (const auto& problem = m_reader->problem()) return fail(problem->line, problem->what);
+    return fail(0, "there is no header row");
+  }
+  for (std::size_t i = 0; i < row.size(); ++i) {
+    const std::string_view name = row[i];
+    if (name.empty()) return fail(row.lineOf(i), "column " + std::to_string(i + 1) + " has no name");
+    if (!m_places.emplace(name, i).second)
+      return fail(row.lineOf(i), "the column '" + std::string(name) + "' stands there twice");
+    m_columns.emplace_back(name);
+  }
+  return true;
+}
+
+std::optional<std::size_t> CsvTable::columnOf(std::string_view name) const {
+  const auto found = m_places.find(name);
+  if (found == m_places.end()) return std::nullopt;
+  return found->second;
+}
+
+bool CsvTable::next(CsvRow& row) {
+  if (!m_reader->next(row)) {
+    if (const auto& problem = m_reader->problem()) return fail(problem->line, problem->what);
+    return false;
+  }
+  if (row.size() == m_columns.size()) return true;
+  return fail(row.line(),
+              countOf(row.size(), "field") + " where the header has " + std::to_string(m_columns.size()));
+}
+
+void CsvTable::complainAt(std::size_t line, std::string_view problem) const {
+  complain(m_path, (line ? "line " + std::to_string(line) + ": " : std::string()).append(problem));
+}
+
+bool CsvTable::fail(std::size_t line, std::string_view problem) {
+  complainAt(line, problem);
+  m_failed = true;
+  return false;
+}
+
+}  // namespace mailtree::cli

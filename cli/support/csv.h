@@ -1,0 +1,118 @@
+// cli/support/csv.h - tables of comma-separated values (RFC 4180), read row by row.
+//
+//   Read       utf-8 with or without a byte order mark; line ends of any kind; quoted fields with commas, doubled
+//              quotes and line breaks; empty lines are passed over. What is not exactly right is refused.
+//   Memory     One row at a time, whatever the file's size. What cannot be read twice (a pipe) is copied to a
+//              temporary file first.
+//   Failure    A complaint that names the file and the line.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "mailtree/base/Output.h"
+
+namespace mailtree::cli {
+
+/// One row. Its memory is used again for the next one.
+class CsvRow {
+ public:
+  std::size_t size() const noexcept { return m_fields.size(); }
+  /// A field; null-terminated.
+  std::string_view operator[](std::size_t index) const noexcept;
+  /// Where the row, and where a field of it, begins; lines count from 1.
+  std::size_t line() const noexcept { return m_fields.empty() ? 0 : m_fields.front().line; }
+  std::size_t lineOf(std::size_t index) const noexcept { return m_fields[index].line; }
+
+ private:
+  friend class CsvReader;
+  struct Field {
+    std::size_t offset;
+    std::size_t size;
+    std::size_t line;
+  };
+  std::string m_text;
+  std::vector<Field> m_fields;
+};
+
+struct CsvProblem {
+  std::size_t line;  ///< 0: of no line.
+  std::string what;
+};
+
+/// Takes rows out of an open file, from where it stands.
+class CsvReader {
+ public:
+  explicit CsvReader(int descriptor);
+  /// False at the end, and when there is a problem.
+  bool next(CsvRow& row);
+  const std::optional<CsvProblem>& problem() const noexcept { return m_problem; }
+  std::uint64_t bytesRead() const noexcept { return m_blockBegin + m_at; }
+
+ private:
+  static constexpr int kEnd = -1;
+
+  int peek() { return m_at < m_size || fill() ? static_cast<unsigned char>(m_block[m_at]) : kEnd; }
+  int take();
+  bool fill();
+  bool fail(std::size_t line, std::string what);
+  void skipEmptyLines();
+  void skipByteOrderMark();
+  void takeLineBreak();
+  bool readField(CsvRow& row);
+  bool readBare(CsvRow& row);
+  bool readQuoted(CsvRow& row, std::size_t line);
+  bool append(CsvRow& row, int c);
+  bool finishField(CsvRow& row);
+
+  int m_descriptor;
+  std::unique_ptr<char[]> m_block;
+  std::size_t m_at = 0, m_size = 0;
+  std::uint64_t m_blockBegin = 0;
+  std::size_t m_line = 1;
+  std::optional<CsvProblem> m_problem;
+};
+
+/// A file with a header row, which can be read again from the start.
+class CsvTable {
+ public:
+  /// Opens a file, or standard input for "-", and reads the header row: names, none of them empty or there
+  /// twice. Nothing after a complaint.
+  static std::optional<CsvTable> open(const std::string& path);
+
+  const std::vector<std::string>& columns() const noexcept { return m_columns; }
+  std::optional<std::size_t> columnOf(std::string_view name) const;
+  /// The next row, which has as many fields as there are columns. False at the end, and after a complaint.
+  bool next(CsvRow& row);
+  bool failed() const noexcept { return m_failed; }
+  /// Back to the first row below the header. False after a complaint.
+  bool rewind();
+  /// Complains about something at a line.
+  void complainAt(std::size_t line, std::string_view problem) const;
+
+  std::uint64_t size() const noexcept { return m_size; }
+  std::uint64_t position() const noexcept { return m_reader->bytesRead(); }
+
+ private:
+  CsvTable(std::string path, FilePtr file) : m_path(std::move(path)), m_file(std::move(file)) {}
+  bool measure();
+  bool readHeader();
+  bool fail(std::size_t line, std::string_view problem);
+
+  std::string m_path;
+  FilePtr m_file;
+  std::int64_t m_begin = 0;  ///< Where the table begins in the file.
+  std::uint64_t m_size = 0;
+  std::optional<CsvReader> m_reader;
+  std::vector<std::string> m_columns;
+  std::map<std::string, std::size_t, std::less<>> m_places;  ///< Of the columns, by their names.
+  bool m_failed = false;
+};
+
+}  // namespace mailtree::cli

@@ -1,0 +1,67 @@
+#include "cli/support/progress.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+namespace mailtree::cli {
+namespace {
+
+constexpr std::chrono::milliseconds kInterval(100);
+constexpr unsigned kCells = 24;
+
+/// There is one terminal, whoever draws on it.
+bool isLineDrawn = false;
+
+/// "0:05", "12:00", "3:00:00"
+std::string asTime(std::uint64_t seconds) {
+  char text[64];
+  const auto hours = static_cast<unsigned long long>(seconds / 3600);
+  const auto minutes = static_cast<unsigned>(seconds / 60 % 60), rest = static_cast<unsigned>(seconds % 60);
+  if (hours > 0)
+    std::snprintf(text, sizeof text, "%llu:%02u:%02u", hours, minutes, rest);
+  else
+    std::snprintf(text, sizeof text, "%u:%02u", minutes, rest);
+  return text;
+}
+
+}  // namespace
+
+std::string progressLine(std::uint64_t rows, std::uint64_t bytesDone, std::uint64_t bytesInAll,
+                         double seconds) {
+  const double done = bytesInAll ? static_cast<double>(bytesDone) / static_cast<double>(bytesInAll) : 1.0;
+  const double part = std::clamp(done, 0.0, 1.0);
+  const auto cells = static_cast<std::size_t>(part * kCells);
+  char percent[16];
+  std::snprintf(percent, sizeof percent, "] %3u %%  ", static_cast<unsigned>(part * 100));
+  std::string line = "[" + std::string(cells, '#') + std::string(kCells - cells, '.') + percent +
+                     std::to_string(rows) + " rows";
+  if (seconds <= 0 || part <= 0) return line;
+  line += "  " + std::to_string(static_cast<std::uint64_t>(static_cast<double>(rows) / seconds)) + "/s  ";
+  return line + asTime(static_cast<std::uint64_t>(std::ceil(seconds / part * (1 - part)))) + " left";
+}
+
+ProgressBar::ProgressBar(std::uint64_t bytesInAll)
+    : m_bytesInAll(bytesInAll),
+      m_isTerminal(::isatty(STDERR_FILENO) == 1),
+      m_begin(Clock::now()),
+      m_next(m_begin) {}
+
+void ProgressBar::show(std::uint64_t rows, std::uint64_t bytesDone) {
+  if (!m_isTerminal) return;
+  const Clock::time_point now = Clock::now();
+  if (now < m_next) return;
+  m_next = now + kInterval;
+  isLineDrawn = true;
+  const double seconds = std::chrono::duration<double>(now - m_begin).count();
+  std::fprintf(stderr, "\r%s\x1b[K", progressLine(rows, bytesDone, m_bytesInAll, seconds).c_str());
+}
+
+void clearProgressLine() {
+  if (isLineDrawn) std::fputs("\r\x1b[K", stderr);
+  isLineDrawn = false;
+}
+
+}  // namespace mailtree::cli

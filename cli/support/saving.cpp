@@ -1,0 +1,47 @@
+#include "cli/support/saving.h"
+
+#include <filesystem>
+#include <iostream>
+#include <system_error>
+
+#include "cli/support/complaints.h"
+#include "cli/support/terminal.h"
+
+namespace mailtree::cli {
+
+bool saveFile(const std::string& path, std::string_view bytes, Existing existing, Readers readers) {
+  LogMemory log;
+  ProgressContext progress(nullptr);
+  FileOutput sink;
+  if (abandonedOperations() != 0)
+    log.logError(kNoMemory);
+  else if (sink.open(path.c_str(), log, existing, readers) && sink.write(bytes, progress, log) &&
+           sink.commit(log))
+    return true;
+  complain(path, lastError(log, "cannot be written"));
+  return false;
+}
+
+bool makeFolder(const std::string& folder) {
+  std::error_code error;
+  std::filesystem::create_directories(folder, error);
+  if (!error) return true;
+  complain(folder, error.message());
+  return false;
+}
+
+void tellPath(const std::string& path) { std::cout << printable(path) << '\n'; }
+
+Exit saveToOutput(std::string_view bytes, const std::string& path, bool force, Readers readers) {
+  if (path == "-") {
+    writeGuarded(bytes);
+    return finishStandardOutput();
+  }
+  if (!saveFile(path, bytes, force ? Existing::replace : Existing::refuse, readers)) return Exit::unreadable;
+  tellPath(path);
+  return finishStandardOutput();
+}
+
+std::string checkNameGiven(const std::string& name) { return name.empty() ? "the name is empty" : ""; }
+
+}  // namespace mailtree::cli

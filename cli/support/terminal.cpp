@@ -1,0 +1,283 @@
+#include "cli/support/terminal.h"
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <iterator>
+
+#include "mailtree/base/Ascii.h"
+#include "mailtree/base/Utf.h"
+
+namespace mailtree::cli {
+namespace {
+
+struct Range {
+  char32_t first, last;
+};
+
+bool isIn(char32_t c, const auto& ranges) {
+  for (const Range& range : ranges)
+    if (c >= range.first && c <= range.last) return true;
+  return false;
+}
+
+/// Characters that change how a terminal draws what follows, or that nobody sees: C0, DEL, C1, soft hyphens,
+/// line and paragraph separators, all that directs bidirectional text, zero-width marks, interlinear marks, tag
+/// characters. Words and emoji need U+200C and U+200D, which stay.
+// Deliberate: the flags of England, Scotland and Wales, whose letters are tag characters, lose them: so could
+// whole sentences be hidden.
+constexpr Range kUnsafe[] = {{0x00, 0x1F},     {0x7F, 0x9F},     {0xAD, 0xAD},     {0x061C, 0x061C},
+                             {0x180E, 0x180E}, {0x200B, 0x200B}, {0x200E, 0x200F}, {0x2028, 0x202E},
+                             {0x2060, 0x206F}, {0xFEFF, 0xFEFF}, {0xFFF9, 0xFFFB}, {0xE0000, 0xE007F}};
+
+constexpr Range kCombining[] = {{0x0300, 0x036F}, {0x0483, 0x0489}, {0x0591, 0x05BD}, {0x0610, 0x061A},
+                                {0x064B, 0x065F}, {0x0E31, 0x0E31}, {0x0E34, 0x0E3A}, {0x0E47, 0x0E4E},
+                                {0x1AB0, 0x1AFF}, {0x1DC0, 0x1DFF}, {0x200C, 0x200D}, {0x20D0, 0x20FF},
+                                {0x3099, 0x309A}, {0xFE00, 0xFE0F}, {0xFE20, 0xFE2F}};
+
+constexpr Range kWide[] = {{0x1100, 0x115F},   {0x2E80, 0x303E},   {0x3041, 0x33FF},  {0x3400, 0x4DBF},
+                           {0x4E00, 0x9FFF},   {0xA000, 0xA4CF},   {0xAC00, 0xD7A3},  {0xF900, 0xFAFF},
+                           {0xFE30, 0xFE6F},   {0xFF00, 0xFF60},   {0xFFE0, 0xFFE6},  {0x1F300, 0x1F64F},
+                           {0x1F680, 0x1F6FF}, {0x1F900, 0x1FAFF}, {0x20000, 0x3FFFD}};
+
+std::size_t columnsOf(char32_t c) {
+  if (c < 0x300) return 1;
+  if (isIn(c, kCombining)) return 0;
+  return isIn(c, kWide) ? 2 : 1;
+}
+
+/// No terminal gives a character more, whatever it takes it for.
+std::size_t mostColumnsOf(char32_t c) { return c < 0x1100 ? 1 : 2; }
+
+/// What looks like a square bracket in one typeface or another.
+constexpr Range kBracketLike[] = {{0x2045, 0x2046}, {0x23A1, 0x23A6}, {0x2772, 0x2773}, {0x27E6, 0x27E7},
+                                  {0x2983, 0x2998}, {0x2E22, 0x2E25}, {0x3010, 0x3011}, {0x3014, 0x301B},
+                                  {0xFF3B, 0xFF3B}, {0xFF3D, 0xFF3D}};
+
+/// All of Unicode that is nothing but a gap.
+constexpr Range kBlanks[] = {{0x20, 0x20},     {0xA0, 0xA0},     {0x1680, 0x1680}, {0x2000, 0x200A},
+                             {0x202F, 0x202F}, {0x205F, 0x205F}, {0x2800, 0x2800}, {0x3000, 0x3000},
+                             {0x3164, 0x3164}, {0xFFA0, 0xFFA0}};
+
+constexpr std::size_t kLongestWord = 80;
+
+/// Two gaps in a row, or one at an end, are what parts the columns of a table.
+bool hasGap(std::string_view text) {
+  bool afterBlank = true;
+  for (std::size_t at = 0; at < text.size();) {
+    const bool isBlank = isIn(nextCodePoint(text, at), kBlanks);
+    if (isBlank && afterBlank) return true;
+    afterBlank = isBlank;
+  }
+  return afterBlank;
+}
+
+constexpr std::array kInkCodes = {"", "2", "1", "36", "32", "33", "31"};
+static_assert(kInkCodes.size() == static_cast<std::size_t>(Ink::warning) + 1);
+
+/// Appends one line; what is not harmless becomes U+FFFD.
+void appendHarmless(std::string& out, std::string_view text, std::string_view tab) {
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t begin = at;
+    const char32_t c = nextCodePoint(text, at);
+    if (c == '\t')
+      out += tab;
+    else if (isHarmless(c))
+      out.append(text.substr(begin, at - begin));
+    else
+      appendUtf8(out, kReplacementCharacter);
+  }
+}
+
+/// The first of the lines that a text is broken into: up to the last blank that fits, if there is one.
+std::string_view firstLineOf(std::string_view text, std::size_t columns) {
+  const std::string_view fitting = fitSurely(text, columns);
+  const std::size_t blank = fitting.size() < text.size() ? fitting.rfind(' ') : std::string_view::npos;
+  return blank == std::string_view::npos ? fitting : fitting.substr(0, blank + 1);
+}
+
+}  // namespace
+
+bool isHarmless(char32_t c) { return c != kReplacementCharacter && !isIn(c, kUnsafe); }
+
+std::string printable(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  appendHarmless(out, text, " ");
+  return out;
+}
+
+std::string printableLines(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    std::string_view line = text.substr(0, end);
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    appendHarmless(out, line, "\t");
+    out += '\n';
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return out;
+}
+
+void writeGuarded(std::string_view text) {
+  if (standardOutputIsTerminal())
+    std::cout << printableLines(text);
+  else
+    std::cout << text;
+}
+
+std::string inQuotes(std::string_view text) {
+  const std::string shown = printable(text);
+  std::string out = "\"";
+  for (std::size_t at = 0; at < shown.size();) {
+    const std::size_t begin = at;
+    const char32_t c = nextCodePoint(shown, at);
+    if (isIn(c, kBracketLike)) {
+      std::array<char, 16> escape{};
+      std::snprintf(escape.data(), escape.size(), "\\u{%x}", static_cast<unsigned>(c));
+      out += escape.data();
+      continue;
+    }
+    if (c < 0x80 && contains("\"\\[]", std::string_view(&shown[begin], 1))) out += '\\';
+    out.append(shown, begin, at - begin);
+  }
+  return out += '"';
+}
+
+std::string wordOrQuoted(std::string_view text) {
+  const bool isWord = !text.empty() && text.size() <= kLongestWord && std::ranges::all_of(text, [](char c) {
+    return c > ' ' && c < '\x7F' && std::string_view("\"\\[](){}<>,;:`").find(c) == std::string_view::npos;
+  });
+  return isWord ? std::string(text) : inQuotes(text);
+}
+
+std::string cellOrQuoted(std::string_view text) {
+  const std::string shown = printable(text);
+  const bool isCell = !hasGap(shown) && shown != "-" && shown.find_first_of("\"\\[]") == std::string::npos;
+  return isCell ? shown : inQuotes(text);
+}
+
+std::string singleSpaced(std::string_view text) {
+  const std::string shown = printable(text);
+  std::string out;
+  for (std::size_t at = 0; at < shown.size();) {
+    const std::size_t begin = at;
+    const bool isBlank = isIn(nextCodePoint(shown, at), kBlanks);
+    if (!isBlank)
+      out.append(shown, begin, at - begin);
+    else if (!out.empty() && !out.ends_with(' '))
+      out += ' ';
+  }
+  return out;
+}
+
+void writeLine(std::ostream& out, std::size_t columns, std::string_view head, std::string_view indent,
+               std::string_view text) {
+  constexpr std::size_t kNarrowest = 4;
+  const std::string shown = printable(text);
+  const std::size_t taken = displayWidth(indent);
+  const std::size_t room = columns == 0 ? std::string::npos : std::max(columns, taken + kNarrowest) - taken;
+  std::string_view rest = shown;
+  do {
+    const std::string_view line = firstLineOf(rest, room);
+    rest.remove_prefix(line.size());
+    out << head << (rest.empty() ? line : trimRight(line)) << '\n';
+    head = indent;
+  } while (!rest.empty());
+}
+
+void writeLine(std::string_view head, std::string_view text) {
+  writeLine(std::cout, standardOutputColumns(), head, std::string(displayWidth(head), ' '), text);
+}
+
+std::string humanSize(std::uint64_t bytes) {
+  if (bytes < 1000) return std::to_string(bytes) + " B";
+  constexpr const char* kUnits[] = {"kB", "MB", "GB", "TB", "PB", "EB"};
+  double value = static_cast<double>(bytes) / 1000;
+  std::size_t unit = 0;
+  for (; value >= 999.5 && unit + 1 < std::size(kUnits); ++unit) value /= 1000;
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), value < 9.95 ? "%.1f %s" : "%.0f %s", value, kUnits[unit]);
+  return text.data();
+}
+
+namespace {
+
+/// The columns of a text, each character measured by `columnsOfOne`.
+template <class Measure>
+std::size_t widthOf(std::string_view utf8, Measure columnsOfOne) {
+  std::size_t width = 0;
+  for (std::size_t at = 0; at < utf8.size();) width += columnsOfOne(nextCodePoint(utf8, at));
+  return width;
+}
+
+/// As much of the beginning of a text as has room.
+template <class Measure>
+std::string_view fit(std::string_view utf8, std::size_t columns, Measure columnsOfOne) {
+  std::size_t width = 0;
+  for (std::size_t at = 0; at < utf8.size();) {
+    const std::size_t begin = at;
+    width += columnsOfOne(nextCodePoint(utf8, at));
+    if (width > columns) return utf8.substr(0, begin);
+  }
+  return utf8;
+}
+
+}  // namespace
+
+std::size_t displayWidth(std::string_view utf8) { return widthOf(utf8, columnsOf); }
+
+std::string_view fitWidth(std::string_view utf8, std::size_t columns) {
+  return fit(utf8, columns, columnsOf);
+}
+
+std::size_t greatestWidth(std::string_view utf8) { return widthOf(utf8, mostColumnsOf); }
+
+std::string_view fitSurely(std::string_view utf8, std::size_t columns) {
+  return fit(utf8, columns, mostColumnsOf);
+}
+
+std::string Style::paint(Ink ink, std::string_view text) const {
+  const char* code = kInkCodes[static_cast<std::size_t>(ink)];
+  if (!colour || !*code) return std::string(text);
+  return std::string("\033[").append(code).append("m").append(text).append("\033[0m");
+}
+
+bool standardOutputIsTerminal() { return isatty(STDOUT_FILENO) != 0; }
+
+std::size_t standardOutputColumns() {
+  constexpr std::size_t kUsual = 80, kFewest = 24;
+  if (!standardOutputIsTerminal()) return 0;
+  winsize size{};
+  const bool isKnown = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+  return isKnown ? std::max<std::size_t>(size.ws_col, kFewest) : kUsual;
+}
+
+bool leadsToTerminal(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0 || !S_ISCHR(status.st_mode)) return false;
+  const int descriptor = open(path.c_str(), O_WRONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+  if (descriptor < 0) return false;
+  const bool isTerminal = isatty(descriptor) != 0;
+  close(descriptor);
+  return isTerminal;
+}
+
+Style styleOfStandardOutput(ColourChoice choice) {
+  const bool terminal = standardOutputIsTerminal();
+  const char* noColour = std::getenv("NO_COLOR");
+  const bool wanted = terminal && !(noColour && *noColour);
+  return {choice == ColourChoice::always || (choice == ColourChoice::automatic && wanted), terminal,
+          standardOutputColumns()};
+}
+
+}  // namespace mailtree::cli

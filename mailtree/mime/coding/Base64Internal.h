@@ -1,0 +1,37 @@
+// mime/coding/Base64Internal.h - what the portable and the vector base64 share.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "mailtree/base/Avx2.h"
+#include "mailtree/mime/coding/Base64.h"
+
+namespace mailtree::base64 {
+
+inline constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+inline constexpr std::uint8_t kNoDigit = 0xFF;
+
+/// Value of each character, kNoDigit for what is no digit (padding included).
+inline constexpr std::array<std::uint8_t, 256> kDigitValues = [] {
+  std::array<std::uint8_t, 256> values{};
+  values.fill(kNoDigit);
+  for (std::uint8_t i = 0; i < 64; ++i) values[static_cast<unsigned char>(kDigits[i])] = i;
+  return values;
+}();
+
+constexpr std::uint8_t digitValue(char c) noexcept { return kDigitValues[static_cast<unsigned char>(c)]; }
+
+/// Decodes one group: skips what is no digit, stops after four digits, after padding that closes a shorter
+/// group, or at the end. Moves both pointers.
+void decodeGroup(const char*& p, const char* end, std::uint8_t*& out) noexcept;
+
+#if MAILTREE_HAS_AVX2_PATH
+std::size_t decodeAvx2(std::string_view text, std::uint8_t* out) noexcept;
+std::size_t encodeAvx2(const std::uint8_t* data, std::size_t size, char* out,
+                       std::size_t lineLength) noexcept;
+#endif
+
+}  // namespace mailtree::base64

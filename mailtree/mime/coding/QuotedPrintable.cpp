@@ -1,0 +1,380 @@
+#include "mailtree/mime/coding/QuotedPrintable.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+#include "mailtree/base/Ascii.h"
+#include "mailtree/mime/coding/QuotedPrintableInternal.h"
+
+namespace mailtree::quotedPrintable {
+namespace {
+
+// Both searches below are the inner loops of this file: 16 bytes at a time where the compiler says that every
+// processor it builds for can do that.
+
+/// Length of the run of literal bytes at p, at most `limit`.
+std::size_t literalRun(const char* p, std::size_t limit) noexcept {
+  std::size_t n = 0;
+#if defined(__SSE2__)
+  for (; limit - n >= 16; n += 16) {
+    const __m128i text = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + n));
+    const __m128i printable = _mm_and_si128(_mm_cmpgt_epi8(text, _mm_set1_epi8(' ' - 1)),
+                                            _mm_cmplt_epi8(text, _mm_set1_epi8('~' + 1)));
+    const __m128i plain = _mm_andnot_si128(_mm_cmpeq_epi8(text, _mm_set1_epi8('=')), printable);
+    const __m128i literal = _mm_or_si128(plain, _mm_cmpeq_epi8(text, _mm_set1_epi8('\t')));
+    const unsigned others = ~static_cast<unsigned>(_mm_movemask_epi8(literal)) & 0xFFFF;
+    if (others) return n + static_cast<unsigned>(__builtin_ctz(others));
+  }
+#endif
+  while (n < limit && isLiteral(p[n])) ++n;
+  return n;
+}
+
+/// Copies bytes up to the first "=" and moves both pointers. `out` has as much room as there is text.
+void copyPlain(const char*& p, const char* end, std::uint8_t*& out) noexcept {
+#if defined(__SSE2__)
+  for (; end - p >= 16; p += 16, out += 16) {
+    const __m128i text = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), text);
+    const auto mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(text, _mm_set1_epi8('='))));
+    if (mask == 0) continue;
+    p += __builtin_ctz(mask);
+    out += __builtin_ctz(mask);
+    return;
+  }
+#endif
+  while (p < end && *p != '=') *out++ = byteOf(*p++);
+}
+
+/// Decodes "=XX" for as long as they follow one another.
+void decodeEscapes(const char*& p, const char* end, std::uint8_t*& out) noexcept {
+  while (end - p >= 3 && *p == '=') {
+    const std::uint16_t value = hexPair(p + 1);
+    if (value >= kNoHex) return;
+    *out++ = static_cast<std::uint8_t>(value);
+    p += kEscapeSize;
+  }
+}
+
+/// Where the line break at p ends: CRLF, LF or a lone CR. p itself when there is none.
+const char* afterLineBreak(const char* p, const char* end) noexcept {
+  if (p < end && *p == '\r') ++p;
+  if (p < end && *p == '\n') ++p;
+  return p;
+}
+
+/// Where the soft line break that begins with the "=" at p ends; null when it is none. The end of the text is
+/// one too.
+const char* afterSoftBreak(const char* p, const char* end) noexcept {
+  ++p;
+  while (p < end && isBlankAscii(*p)) ++p;
+  if (p == end) return p;
+  const char* const after = afterLineBreak(p, end);
+  return after == p ? nullptr : after;
+}
+
+}  // namespace
+
+void decodeOddEquals(const char*& p, const char* end, std::uint8_t*& out) noexcept {
+  if (const char* const after = afterSoftBreak(p, end)) {
+    p = after;
+  } else {
+    *out++ = '=';
+    ++p;
+  }
+}
+
+std::size_t decodePortable(std::string_view text, std::uint8_t* out) noexcept {
+  const std::uint8_t* const begin = out;
+  const char* p = text.data();
+  const char* const end = p + text.size();
+  while (p < end) {
+    copyPlain(p, end, out);
+    const char* const escape = p;
+    decodeEscapes(p, end, out);
+    if (p == escape && p < end) decodeOddEquals(p, end, out);
+  }
+  return static_cast<std::size_t>(out - begin);
+}
+
+namespace {
+
+char* putEscape(char c, char* to) noexcept {
+  to[0] = '=';
+  to[1] = kUpperHex[byteOf(c) >> 4];
+  to[2] = kUpperHex[byteOf(c) & 15];
+  return to + kEscapeSize;
+}
+
+}  // namespace
+
+char* encodeUnbrokenPortable(std::string_view bytes, char* to) noexcept {
+  constexpr std::size_t kBlock = 16;
+  const char* p = bytes.data();
+  const char* const end = p + bytes.size();
+  while (end - p >= std::ptrdiff_t{kBlock}) {
+    if (literalRun(p, kBlock) == kBlock) {
+      std::memcpy(to, p, kBlock);
+      to += kBlock;
+    } else {
+      for (std::size_t i = 0; i < kBlock; ++i) to = putCode(p[i], to);
+    }
+    p += kBlock;
+  }
+  while (p < end) to = putCode(*p++, to);
+  return to;
+}
+
+bool opensWithTrouble(std::string_view line) noexcept {
+  if (line.empty()) return false;
+  switch (line[0]) {
+    case '.': return true;
+    case 'F': return line.starts_with("From ") || line == "From=20";
+    case '-': break;
+    default: return false;
+  }
+  if (line.size() < 3 || line[1] != '-') return false;
+  if (line[2] != '=') return !isSpaceAscii(line[2]);
+  return !isSpaceAscii(static_cast<char>(hexPair(line.data() + 3)));
+}
+
+std::size_t plainLinesPortable(std::string_view text) noexcept {
+  std::size_t done = 0;
+  for (;;) {
+    const std::string_view rest = text.substr(done);
+    const std::size_t n = literalRun(rest.data(), std::min(rest.size(), kMaxLine + 1));
+    if (n > kMaxLine || rest.substr(n, kBreak.size()) != kBreak) return done;
+    const std::string_view line = rest.substr(0, n);
+    if (n && (isBlankAscii(line.back()) || opensWithTrouble(line))) return done;
+    done += n + kBreak.size();
+  }
+}
+
+#if MAILTREE_HAS_AVX2_PATH
+
+namespace {
+
+char* encodeUnbroken(std::string_view bytes, std::size_t readable, char* to) noexcept {
+  return hasAvx2() ? encodeUnbrokenAvx2(bytes, readable, to) : encodeUnbrokenPortable(bytes, to);
+}
+
+std::size_t plainLines(std::string_view text) noexcept {
+  return hasAvx2() ? plainLinesAvx2(text) : plainLinesPortable(text);
+}
+
+}  // namespace
+
+std::size_t decode(std::string_view text, std::uint8_t* out) noexcept {
+  return hasAvx2() ? decodeAvx2(text, out) : decodePortable(text, out);
+}
+
+#else
+
+namespace {
+
+char* encodeUnbroken(std::string_view bytes, std::size_t, char* to) noexcept {
+  return encodeUnbrokenPortable(bytes, to);
+}
+std::size_t plainLines(std::string_view text) noexcept { return plainLinesPortable(text); }
+
+}  // namespace
+
+std::size_t decode(std::string_view text, std::uint8_t* out) noexcept { return decodePortable(text, out); }
+
+#endif
+
+namespace {
+
+/// Whether what is left of an encoded line needs no soft break.
+bool fitsLine(std::string_view text) noexcept {
+  return text.size() <= (opensWithTrouble(text) ? kMaxLine + 1 - kEscapeSize : kMaxLine);
+}
+
+/// How much of an encoded text goes on a line with `room` left that is broken softly: an escape is not torn
+/// apart.
+std::size_t softLength(const char* text, std::size_t room) noexcept {
+  if (text[room - 1] == '=') return room - 1;
+  return text[room - 2] == '=' ? room - 2 : room;
+}
+
+/// What goes to the string at once: more than this is copied by one string instruction, which is slow where the
+/// two places lie badly to each other.
+constexpr std::size_t kPortion = 2048;
+
+/// Brings text on its way to lines of the right length, through a small buffer so that the string grows by
+/// pages and not by bytes.
+class LineWriter {
+ public:
+  explicit LineWriter(std::string& out) noexcept : m_out(out) {}
+
+  /// Whole lines as they are.
+  void putLines(std::string_view lines) {
+    flush();
+    m_out.append(lines);
+  }
+
+  // Text that comes here is copied by whole lines, which costs less than by its length: kMaxLine bytes can be
+  // read from any place in it.
+
+  /// Fills a line with encoded text and breaks it softly; how much of the text that was. The text is longer
+  /// than a line.
+  std::size_t putFull(std::string_view text) {
+    char* const to = makeRoom();
+    const std::size_t opening = putOpening(text, to);
+    const std::size_t n = softLength(text.data() + opening, kMaxLine - 1 - opening * kEscapeSize);
+    std::memcpy(to + opening * kEscapeSize, text.data() + opening, kMaxLine);
+    m_used += opening * kEscapeSize + n;
+    std::memcpy(m_buffer.data() + m_used, kSoftBreak.data(), kSoftBreak.size());
+    m_used += kSoftBreak.size();
+    return opening + n;
+  }
+
+  /// The rest of a line, which fits on one, and its break or nothing.
+  void putLast(std::string_view text, std::string_view lineBreak) {
+    char* const to = makeRoom();
+    const std::size_t opening = putOpening(text, to);
+    std::memcpy(to + opening * kEscapeSize, text.data() + opening, kMaxLine);
+    m_used += opening * kEscapeSize + text.size() - opening;
+    std::memcpy(m_buffer.data() + m_used, kBreak.data(), kBreak.size());
+    m_used += lineBreak.size();
+  }
+
+  void flush() {
+    m_out.append(m_buffer.data(), m_used);
+    m_used = 0;
+  }
+
+ private:
+  static constexpr std::string_view kSoftBreak = "=\r\n";
+
+  char* makeRoom() {
+    if (m_used > m_buffer.size() - 2 * kMaxLine) flush();
+    return m_buffer.data() + m_used;
+  }
+
+  /// Escapes the first byte when it must be; how many bytes of the text that took.
+  static std::size_t putOpening(std::string_view text, char* to) noexcept {
+    if (!opensWithTrouble(text)) return 0;
+    putEscape(text[0], to);
+    return 1;
+  }
+
+  std::string& m_out;
+  std::size_t m_used = 0;
+  std::array<char, kPortion> m_buffer;
+};
+
+/// Encodes one piece of a text: its bytes first, then, in the encoded text, the lines.
+class PieceEncoder {
+ public:
+  PieceEncoder(std::string_view unfinished, std::string& out) noexcept
+      : m_lines(out), m_end(unfinished.copy(m_text.data(), m_text.size())) {}
+
+  /// What is left is a CR that may belong to a line break, or nothing.
+  std::string_view encode(std::string_view data, bool last) {
+    while (!data.empty()) {
+      if (unfinished().empty() && takePlainLines(data)) continue;
+      std::string_view piece = data.substr(0, kPiece);
+      const std::size_t lineEnd = piece.find(kBreak);
+      const bool isOpen = lineEnd == std::string_view::npos && !(last && piece.size() == data.size());
+      piece = piece.substr(0, lineEnd);
+      if (isOpen && piece.ends_with('\r')) piece.remove_suffix(1);
+      append(piece, data.size());
+      data.remove_prefix(piece.size());
+      if (lineEnd != std::string_view::npos) {
+        finishLine(kBreak);
+        data.remove_prefix(kBreak.size());
+      } else if (data == "\r" && !last) {
+        break;
+      }
+    }
+    if (last && !unfinished().empty()) finishLine({});
+    m_lines.flush();
+    return data;
+  }
+
+  /// Appends bytes of a line whose end is not in sight; so many can be read from the first one on.
+  void append(std::string_view piece, std::size_t readable) {
+    if (m_begin) moveToFront();
+    m_end = offsetOf(encodeUnbroken(piece, readable, m_text.data() + m_end));
+    while (unfinished().size() > kKeep) m_begin += m_lines.putFull(unfinished());
+  }
+
+  /// The line ends for good.
+  void finishLine(std::string_view lineBreak) {
+    if (!unfinished().empty() && isBlankAscii(unfinished().back()))
+      m_end = offsetOf(putEscape(unfinished().back(), m_text.data() + m_end - 1));
+    while (!fitsLine(unfinished())) m_begin += m_lines.putFull(unfinished());
+    m_lines.putLast(unfinished(), lineBreak);
+    m_begin = m_end = 0;
+  }
+
+  /// Encoded text of a line whose end was not seen.
+  std::string_view unfinished() const noexcept { return {m_text.data() + m_begin, m_end - m_begin}; }
+
+ private:
+  static constexpr std::size_t kPiece = 512;
+  /// What may turn out to be the end of a line, which holds one byte more than the others and whose last blank
+  /// is escaped, is kept back; and what an opening is told by.
+  static constexpr std::size_t kKeep = kMaxLine + kEscapeSize;
+
+  /// Takes lines that need nothing done to them off the front.
+  bool takePlainLines(std::string_view& data) {
+    const std::size_t n = plainLines(data.substr(0, kPortion));
+    if (n == 0) return false;
+    m_lines.putLines(data.substr(0, n));
+    data.remove_prefix(n);
+    return true;
+  }
+
+  std::size_t offsetOf(const char* p) const noexcept { return static_cast<std::size_t>(p - m_text.data()); }
+
+  void moveToFront() noexcept {
+    m_end -= m_begin;
+    std::memmove(m_text.data(), m_text.data() + m_begin, m_end);
+    m_begin = 0;
+  }
+
+  LineWriter m_lines;
+  /// What is kept back and one encoded piece; behind them what m_lines may read, kMaxLine bytes from any place.
+  std::array<char, kEscapeSize * kPiece + 2 * kMaxLine + kUnbrokenMargin> m_text;
+  std::size_t m_begin = 0;
+  std::size_t m_end;
+};
+
+}  // namespace
+
+void Encoder::encode(std::string_view data, bool last, std::string& out) {
+  PieceEncoder encoder(m_unfinished, out);
+  if (m_carriageReturn && data.starts_with('\n')) {
+    encoder.finishLine(kBreak);
+    data.remove_prefix(1);
+  } else if (m_carriageReturn && (last || !data.empty())) {
+    encoder.append("\r", 1);
+  } else if (m_carriageReturn) {
+    return;
+  }
+  m_carriageReturn = !encoder.encode(data, last).empty();
+  m_unfinished.assign(encoder.unfinished());
+}
+
+void decodeQ(std::string_view payload, std::string& out) {
+  const std::size_t before = out.size();
+  out.resize(before + payload.size());
+  char* to = out.data() + before;
+  const char* p = payload.data();
+  const char* const end = p + payload.size();
+  while (p < end) {
+    const std::uint16_t value = *p == '=' && end - p >= 3 ? hexPair(p + 1) : kNoHex;
+    *to++ = value < kNoHex ? static_cast<char>(value) : *p == '_' ? ' ' : *p;
+    p += value < kNoHex ? kEscapeSize : 1;
+  }
+  out.resize(static_cast<std::size_t>(to - out.data()));
+}
+
+}  // namespace mailtree::quotedPrintable

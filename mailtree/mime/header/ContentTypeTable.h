@@ -1,0 +1,18 @@
+// mime/header/ContentTypeTable.h - the media type of a file extension, and the usual extension of a media type.
+#pragma once
+
+#include <string_view>
+
+namespace mailtree {
+
+/// The table entry by entry: a media type at each even index, its extension (lower case, no dot) at the next
+/// odd one. An empty string, never null, for a negative index and from the end of the last pair on.
+const char* svMimeContentType(int index) noexcept;
+
+/// The usual extension of a media type, ignoring case; empty when the table does not have the type.
+std::string_view extensionOfContentType(std::string_view type) noexcept;
+/// The usual media type of an extension without its dot, ignoring case; empty when the table does not have
+/// it.
+std::string_view contentTypeOfExtension(std::string_view extension) noexcept;
+
+}  // namespace mailtree

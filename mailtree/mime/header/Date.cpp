@@ -1,0 +1,407 @@
+#include "mailtree/mime/header/Date.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <iterator>
+#include <optional>
+
+#include "mailtree/base/Ascii.h"
+
+namespace mailtree {
+namespace {
+
+constexpr std::int64_t kSecondsPerDay = 86'400;
+constexpr int kMaxYear = 9999;
+
+// Names are matched by any prefix of three letters or more, so that "Sept" and "December" are read too.
+constexpr std::string_view kMonths[] = {"january",   "february", "march",    "april",
+                                        "may",       "june",     "july",     "august",
+                                        "september", "october",  "november", "december"};
+constexpr const char* kWeekdays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+static_assert(std::size(kMonths) == 12 && std::size(kWeekdays) == 7);
+
+struct Zone {
+  std::string_view name;
+  int minutes;  // East of Greenwich.
+};
+
+// Where one name is used in several parts of the world, the meaning most common in mail. Single letters are
+// not here: RFC 822 gave the military zones the wrong sign, so RFC 5322 (4.3) has them read as unknown, which
+// is GMT.
+constexpr Zone kZones[] = {
+    {"UT", 0},     {"UTC", 0},     {"GMT", 0},     {"WET", 0},    {"WEST", 60},  {"BST", 60},   {"IST", 330},
+    {"CET", 60},   {"MET", 60},    {"MEZ", 60},    {"CEST", 120}, {"MEST", 120}, {"MESZ", 120}, {"EET", 120},
+    {"EEST", 180}, {"SAST", 120},  {"MSK", 180},   {"MSD", 240},  {"PKT", 300},  {"NPT", 345},  {"ICT", 420},
+    {"WIB", 420},  {"HKT", 480},   {"SGT", 480},   {"PHT", 480},  {"AWST", 480}, {"JST", 540},  {"KST", 540},
+    {"KDT", 600},  {"ACST", 570},  {"ACDT", 630},  {"AEST", 600}, {"AEDT", 660}, {"NZST", 720}, {"NZDT", 780},
+    {"BRT", -180}, {"BRST", -120}, {"ART", -180},  {"NST", -210}, {"NDT", -150}, {"AST", -240}, {"ADT", -180},
+    {"EST", -300}, {"EDT", -240},  {"CST", -360},  {"CDT", -300}, {"MST", -420}, {"MDT", -360}, {"PST", -480},
+    {"PDT", -420}, {"AKST", -540}, {"AKDT", -480}, {"HST", -600}, {"HDT", -540}, {"SST", -660},
+};
+
+constexpr bool isLeapYear(int year) noexcept { return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0); }
+
+constexpr int daysInMonth(int year, int month) noexcept {
+  constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  return month == 2 && isLeapYear(year) ? 29 : kDays[month - 1];
+}
+
+// Days since 1970-01-01 of a day in the Gregorian calendar. Years are counted from March, so that the leap
+// day comes last.
+constexpr std::int64_t daysFromDate(int year, int month, int day) noexcept {
+  const std::int64_t y = month > 2 ? year : year - 1;
+  const std::int64_t monthFromMarch = (month + 9) % 12;
+  const std::int64_t dayOfYear = (153 * monthFromMarch + 2) / 5 + day - 1;
+  const std::int64_t leapDays = y / 4 - y / 100 + y / 400;
+  return 365 * y + leapDays + dayOfYear - 719'468;
+}
+static_assert(daysFromDate(1970, 1, 1) == 0 && daysFromDate(2000, 3, 1) == 11'017);
+
+constexpr std::int64_t secondOfDay(int hour, int minute, int second) noexcept {
+  return std::int64_t{hour} * 3600 + std::int64_t{minute} * 60 + second;
+}
+
+constexpr std::int64_t kFirstSecond = daysFromDate(1, 1, 1) * kSecondsPerDay;
+constexpr std::int64_t kLastSecond = daysFromDate(kMaxYear + 1, 1, 1) * kSecondsPerDay - 1;
+
+// RFC 5322, 4.3: two digits below 50 are of this century, from 50 on of the last; three digits count from
+// 1900.
+int fullYear(int year, std::size_t digits) noexcept {
+  if (year < 50) return year + 2000;
+  if (year < 100 || digits == 3) return year + 1900;
+  return year;
+}
+
+// 1 to 12, 0 for no month.
+int monthOfName(std::string_view word) noexcept {
+  if (word.size() < 3) return 0;
+  const auto* found = std::find_if(std::begin(kMonths), std::end(kMonths),
+                                   [word](std::string_view month) { return beginsWithNoCase(month, word); });
+  return found == std::end(kMonths) ? 0 : static_cast<int>(found - std::begin(kMonths)) + 1;
+}
+
+std::optional<int> minutesOfZone(std::string_view name) noexcept {
+  const auto* found = std::find_if(std::begin(kZones), std::end(kZones),
+                                   [name](const Zone& zone) { return equalsNoCase(zone.name, name); });
+  if (found == std::end(kZones)) return std::nullopt;
+  return found->minutes;
+}
+
+// Goes through the text once and takes every piece for what it looks like, in whatever order the pieces come:
+// a number before a colon begins the time, a name is a month or a zone, a sign after the time begins the
+// offset, and the numbers left over are day and year, or year, month and day. Weekdays and other words mean
+// nothing.
+class DateReader {
+ public:
+  explicit DateReader(std::string_view text) noexcept : m_rest(text) {}
+
+  std::optional<SorvikSysTime> read() noexcept {
+    while (!m_rest.empty()) {
+      if (!readPiece()) return std::nullopt;
+    }
+    return result();
+  }
+
+ private:
+  struct Number {
+    int value = 0;
+    std::size_t digits = 0;
+  };
+
+  bool readPiece() noexcept {
+    const char c = m_rest.front();
+    if (isDigitAscii(c)) return readNumber();
+    if (isAlphaAscii(c)) {
+      readWord();
+      return true;
+    }
+    if ((c == '+' || c == '-') && m_haveTime && m_rest.size() > 1 && isDigitAscii(m_rest[1])) {
+      readOffset();
+      return true;
+    }
+    if (c == '(') {
+      skipComment();
+      return true;
+    }
+    m_rest.remove_prefix(1);
+    return true;
+  }
+
+  bool readNumber() noexcept {
+    const Number number = takeNumber();
+    if (continuesTime()) return readTime(number);
+    if (isCompactTime(number)) return takeCompactTime(number);
+    if (number.digits == 8) return takeCompactDate(number);
+    if (number.digits == 4 && m_haveTime && m_month && m_numberCount == 2) {
+      setOffset(number, 1);  // the sign was forgotten
+      return true;
+    }
+    addDateNumber(number);
+    // The dash in "2002-12-13" is no sign of an offset, wherever the date stands.
+    if (!m_rest.empty() && m_rest.front() == '-' && !m_haveOffset && m_numberCount < 3 && !m_month)
+      m_rest.remove_prefix(1);
+    return true;
+  }
+
+  // Whether what follows a number makes it the hour: a colon, or a dot where day, month and year are already
+  // known.
+  bool continuesTime() noexcept {
+    if (m_haveTime) return false;
+    const std::string_view next = trimLeft(m_rest);
+    if (next.starts_with(':')) return true;
+    return m_month && m_numberCount == 2 && m_rest.size() > 1 && m_rest[0] == '.' && isDigitAscii(m_rest[1]);
+  }
+
+  bool readTime(Number hour) noexcept {
+    const char separator = trimLeft(m_rest).front();
+    const std::optional<Number> minute = takeTimePart(separator);
+    if (!minute || hour.digits > 2) return false;
+    const std::optional<Number> second = takeTimePart(separator);
+    if (second) takeFraction();
+    m_hour = hour.value;
+    m_minute = minute->value;
+    m_second = second ? second->value : 0;
+    m_haveTime = true;
+    return m_hour <= 23 && m_minute <= 59 && m_second <= 60;
+  }
+
+  // ":59" and its like, blanks allowed; nothing is taken when it is not there.
+  std::optional<Number> takeTimePart(char separator) noexcept {
+    std::string_view next = trimLeft(m_rest);
+    if (!next.starts_with(separator)) return std::nullopt;
+    next = trimLeft(next.substr(1));
+    if (next.empty() || !isDigitAscii(next.front())) return std::nullopt;
+    m_rest = next;
+    const Number number = takeNumber();
+    if (number.digits > 2) return std::nullopt;
+    return number;
+  }
+
+  void takeFraction() noexcept {
+    if (m_rest.size() < 2 || (m_rest[0] != '.' && m_rest[0] != ',') || !isDigitAscii(m_rest[1])) return;
+    m_rest.remove_prefix(1);
+    int weight = 100;
+    for (; !m_rest.empty() && isDigitAscii(m_rest.front()); m_rest.remove_prefix(1), weight /= 10)
+      m_milliseconds += weight * (m_rest.front() - '0');
+  }
+
+  // ISO 8601 without separators: 20021213T235959.
+  bool takeCompactDate(Number number) noexcept {
+    if (m_numberCount != 0 || m_month || m_rest.empty() || toUpperAscii(m_rest.front()) != 'T') return false;
+    addDateNumber({number.value / 10'000, 4});
+    addDateNumber({number.value / 100 % 100, 2});
+    addDateNumber({number.value % 100, 2});
+    m_compact = true;
+    m_rest.remove_prefix(1);
+    return true;
+  }
+
+  bool isCompactTime(Number number) const noexcept {
+    return m_compact && !m_haveTime && (number.digits == 6 || number.digits == 4);
+  }
+
+  bool takeCompactTime(Number number) noexcept {
+    const int clock = number.digits == 6 ? number.value : number.value * 100;
+    takeFraction();
+    m_hour = clock / 10'000;
+    m_minute = clock / 100 % 100;
+    m_second = clock % 100;
+    m_haveTime = true;
+    return m_hour <= 23 && m_minute <= 59 && m_second <= 60;
+  }
+
+  void addDateNumber(Number number) noexcept {
+    if (m_numberCount < std::size(m_numbers)) m_numbers[m_numberCount++] = number;
+  }
+
+  void readWord() noexcept {
+    std::size_t length = 1;
+    while (length < m_rest.size() && isAlphaAscii(m_rest[length])) ++length;
+    const std::string_view word = m_rest.substr(0, length);
+    m_rest.remove_prefix(length);
+
+    // Weekdays of other languages look like months ("mar", "jun"); the month itself comes after them.
+    const int month = m_month && m_haveTime ? 0 : monthOfName(word);
+    if (month) {
+      m_month = month;
+      if (m_rest.starts_with('-')) m_rest.remove_prefix(1);  // "13-Dec-02"
+      return;
+    }
+    if (!m_haveTime) return;
+    if (equalsNoCase(word, "AM") || equalsNoCase(word, "PM")) {
+      m_isHalfDay = true;
+      m_isAfternoon = equalsNoCase(word, "PM");
+    } else if (const auto minutes = minutesOfZone(word); minutes && !m_haveZone) {
+      m_haveZone = true;
+      m_zoneSeconds = *minutes * 60;
+    }
+  }
+
+  // "+0200", "+02:00", "+2".
+  void readOffset() noexcept {
+    const int sign = m_rest.front() == '-' ? -1 : 1;
+    m_rest.remove_prefix(1);
+    Number number = takeNumber();
+    if (number.digits <= 2 && m_rest.size() > 2 && m_rest[0] == ':' && isDigitAscii(m_rest[1])) {
+      m_rest.remove_prefix(1);
+      const Number minutes = takeNumber();
+      number = {number.value * 100 + minutes.value, 4};
+    }
+    setOffset(number, sign);
+  }
+
+  void setOffset(Number number, int sign) noexcept {
+    if (m_haveOffset || number.digits > 4) return;
+    const int hours = number.digits <= 2 ? number.value : number.value / 100;
+    const int minutes = number.digits <= 2 ? 0 : number.value % 100;
+    if (minutes > 59) return;
+    m_haveOffset = true;
+    m_offsetSeconds = sign * (hours * 3600 + minutes * 60);
+  }
+
+  void skipComment() noexcept {
+    int depth = 0;
+    for (std::size_t i = 0; i < m_rest.size(); ++i) {
+      if (m_rest[i] == '\\') {
+        ++i;
+      } else if (m_rest[i] == '(') {
+        ++depth;
+      } else if (m_rest[i] == ')' && --depth == 0) {
+        m_rest.remove_prefix(i + 1);
+        return;
+      }
+    }
+    m_rest = {};  // never closed: all the rest is comment
+  }
+
+  Number takeNumber() noexcept {
+    Number number;
+    for (; !m_rest.empty() && isDigitAscii(m_rest.front()); m_rest.remove_prefix(1), ++number.digits)
+      if (number.digits < 9) number.value = number.value * 10 + (m_rest.front() - '0');
+    return number;
+  }
+
+  std::optional<SorvikSysTime> result() const noexcept {
+    Number year, day;
+    int month = m_month;
+    if (month && m_numberCount >= 2) {
+      const bool yearFirst = m_numbers[0].digits > 2;
+      year = m_numbers[yearFirst ? 0 : 1];
+      day = m_numbers[yearFirst ? 1 : 0];
+    } else if (!month && m_numberCount == 3 && m_numbers[0].digits == 4) {
+      year = m_numbers[0];
+      month = m_numbers[1].value;
+      day = m_numbers[2];
+    } else {
+      return std::nullopt;  // "03/04/05" could be anything
+    }
+    if (year.digits < 2 || year.digits > 4 || day.digits > 2 || month < 1 || month > 12) return std::nullopt;
+    return inGmt(fullYear(year.value, year.digits), month, day.value);
+  }
+
+  std::optional<SorvikSysTime> inGmt(int year, int month, int day) const noexcept {
+    if (day < 1 || day > daysInMonth(year, month)) return std::nullopt;
+    const std::int64_t local =
+        daysFromDate(year, month, day) * kSecondsPerDay + secondOfDay(hourOfDay(), m_minute, m_second);
+    const std::int64_t gmt = local - (m_haveOffset ? m_offsetSeconds : m_zoneSeconds);
+    if (gmt < kFirstSecond || gmt > kLastSecond) return std::nullopt;
+
+    SorvikSysTime time;
+    time.fromUnixTime(gmt);
+    time.m_milliseconds = static_cast<std::uint16_t>(m_milliseconds);
+    return time;
+  }
+
+  int hourOfDay() const noexcept {
+    if (!m_isHalfDay || m_hour > 12) return m_hour;
+    return m_hour % 12 + (m_isAfternoon ? 12 : 0);
+  }
+
+  std::string_view m_rest;
+  Number m_numbers[3];
+  std::size_t m_numberCount = 0;
+  int m_month = 0;
+  int m_hour = 0, m_minute = 0, m_second = 0, m_milliseconds = 0;
+  int m_zoneSeconds = 0, m_offsetSeconds = 0;
+  bool m_haveTime = false, m_haveZone = false, m_haveOffset = false;
+  bool m_isHalfDay = false, m_isAfternoon = false;
+  bool m_compact = false;
+};
+
+}  // namespace
+
+void SorvikSysTime::getCurrentGmt() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(now);
+  const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(now - seconds);
+  fromUnixTime(seconds.count());
+  m_milliseconds = static_cast<std::uint16_t>(rest.count());
+}
+
+std::int64_t SorvikSysTime::toUnixTime() const noexcept {
+  const int month = std::clamp<int>(m_month, 1, 12);
+  return daysFromDate(m_year, month, m_day) * kSecondsPerDay + secondOfDay(m_hour, m_minute, m_second);
+}
+
+void SorvikSysTime::fromUnixTime(std::int64_t seconds) noexcept {
+  seconds = std::clamp(seconds, kFirstSecond, kLastSecond);
+  const std::int64_t days = (seconds - kFirstSecond) / kSecondsPerDay + kFirstSecond / kSecondsPerDay;
+  const int clock = static_cast<int>(seconds - days * kSecondsPerDay);
+
+  const std::chrono::year_month_day date{std::chrono::sys_days{std::chrono::days{days}}};
+  m_year = static_cast<std::uint16_t>(static_cast<int>(date.year()));
+  m_month = static_cast<std::uint16_t>(static_cast<unsigned>(date.month()));
+  m_day = static_cast<std::uint16_t>(static_cast<unsigned>(date.day()));
+  m_hour = static_cast<std::uint16_t>(clock / 3600);
+  m_minute = static_cast<std::uint16_t>(clock / 60 % 60);
+  m_second = static_cast<std::uint16_t>(clock % 60);
+  m_milliseconds = 0;
+  m_dayOfWeek = static_cast<std::uint16_t>(((days + 4) % 7 + 7) % 7);  // 1970-01-01 was a Thursday
+  m_isUtc = true;
+}
+
+bool SorvikSysTime::operator==(const SorvikSysTime& other) const noexcept {
+  return m_year == other.m_year && m_month == other.m_month && m_day == other.m_day &&
+         m_hour == other.m_hour && m_minute == other.m_minute && m_second == other.m_second &&
+         m_milliseconds == other.m_milliseconds && m_isUtc == other.m_isUtc;
+}
+
+bool _svDateParser::parseRFC822Date(const char* text, SorvikSysTime& time) {
+  return parse(viewOf(text), time);
+}
+
+bool _svDateParser::parse(std::string_view text, SorvikSysTime& time) {
+  const std::optional<SorvikSysTime> read = DateReader(text).read();
+  if (!read) return false;
+  time = *read;
+  return true;
+}
+
+void _svDateParser::generateCurrentDateRFC822(StringBuffer& out) {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  if (!localtime_r(&now, &local)) return;
+
+  SorvikSysTime wall;
+  wall.m_year = static_cast<std::uint16_t>(local.tm_year + 1900);
+  wall.m_month = static_cast<std::uint16_t>(local.tm_mon + 1);
+  wall.m_day = static_cast<std::uint16_t>(local.tm_mday);
+  wall.m_hour = static_cast<std::uint16_t>(local.tm_hour);
+  wall.m_minute = static_cast<std::uint16_t>(local.tm_min);
+  wall.m_second = static_cast<std::uint16_t>(local.tm_sec);
+  const int east = static_cast<int>((wall.toUnixTime() - now) / 60);
+  const int offset = east < 0 ? -east : east;
+
+  char month[4] = {toUpperAscii(kMonths[local.tm_mon][0]), kMonths[local.tm_mon][1], kMonths[local.tm_mon][2],
+                   0};
+  char date[128];
+  const int length =
+      std::snprintf(date, sizeof date, "%s, %02d %s %04d %02d:%02d:%02d %c%02d%02d", kWeekdays[local.tm_wday],
+                    local.tm_mday, month, local.tm_year + 1900, local.tm_hour, local.tm_min, local.tm_sec,
+                    east < 0 ? '-' : '+', offset / 60, offset % 60);
+  out.append(std::string_view(date, static_cast<std::size_t>(length)));
+}
+
+}  // namespace mailtree

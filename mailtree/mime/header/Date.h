@@ -1,0 +1,50 @@
+// mime/header/Date.h - dates in mail: RFC 5322 text to a record of fields and back.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "mailtree/base/Object.h"
+#include "mailtree/base/StringBuffer.h"
+
+namespace mailtree {
+
+/// A date and time as fields.
+class SorvikSysTime final : public SorvikObject {
+ public:
+  std::uint16_t m_year = 0;
+  std::uint16_t m_month = 0;  ///< 1 to 12.
+  std::uint16_t m_day = 0;    ///< 1 to 31.
+  std::uint16_t m_hour = 0;
+  std::uint16_t m_minute = 0;
+  std::uint16_t m_second = 0;
+  std::uint16_t m_milliseconds = 0;
+  std::uint16_t m_dayOfWeek = 0;  ///< 0 Sunday.
+  bool m_isUtc = true;
+
+  /// The current time in GMT.
+  void getCurrentGmt();
+  void copyFrom(const SorvikSysTime& other) { *this = other; }
+  /// Seconds since 1970-01-01 00:00 GMT, the fields taken as GMT.
+  std::int64_t toUnixTime() const noexcept;
+  /// Sets every field, milliseconds to 0. Seconds outside the years 1 to 9999 count as the nearest one
+  /// inside.
+  void fromUnixTime(std::int64_t seconds) noexcept;
+  /// Same fields; the day of the week, which follows from the others, is not looked at.
+  bool operator==(const SorvikSysTime& other) const noexcept;
+};
+
+class _svDateParser {
+ public:
+  /// Reads a date into `time`, in GMT. Takes RFC 5322, its obsolete forms, and what is met in the wild:
+  /// two-digit years, no weekday, no seconds, zone names, comments, asctime order, ISO 8601. A numeric offset
+  /// wins over a zone name beside it; without a known zone the time counts as GMT. A leap second is the first
+  /// second of the next minute.
+  /// @return false when the text is no date; `time` is then untouched.
+  static bool parseRFC822Date(const char* text, SorvikSysTime& time);
+  static bool parse(std::string_view text, SorvikSysTime& time);
+  /// Appends the current date with the host's zone offset, such as "Sat, 21 Nov 2026 08:30:00 +0100".
+  static void generateCurrentDateRFC822(StringBuffer& out);
+};
+
+}  // namespace mailtree

@@ -1,0 +1,120 @@
+// From rows to header lines.
+#include "mailtree/base/Ascii.h"
+#include "mailtree/base/Utf.h"
+#include "mailtree/mime/coding/EncodedWord.h"
+#include "mailtree/mime/coding/HeaderText.h"
+#include "mailtree/mime/header/HeaderLines.h"
+#include "mailtree/mime/header/HeaderValue.h"
+#include "mailtree/mime/header/MimeHeader.h"
+
+namespace mailtree {
+
+namespace {
+
+constexpr std::size_t kLongestLine = 998;  // RFC 5322, 2.1.1
+constexpr std::string_view kInternalPrefix = "SVZ-";
+/// What a new message carries and a body part has no use for.
+constexpr std::string_view kMessageOnly[] = {"MIME-Version", "Date", "Message-ID", "X-Priority"};
+/// Given to a line without a name that would not be read back as part of the header.
+constexpr std::string_view kNameForNameless = "X-Malformed-Line";
+/// What a reader takes off the begin of a message.
+constexpr std::string_view kNotPartOfMessage[] = {"From ", ">From ", "\xEF\xBB\xBF"};
+
+template <std::size_t N>
+bool isOneOf(const std::string_view (&names)[N], std::string_view name) noexcept {
+  for (const std::string_view candidate : names)
+    if (equalsNoCase(candidate, name)) return true;
+  return false;
+}
+
+/// Appends received text with every line break as CRLF.
+void appendWithCrlf(std::string_view text, std::string& out) {
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = endOfLine(text, at);
+    out.append(text, at, end - at);
+    if (end < text.size()) out += "\r\n";
+    at = afterLineBreak(text, end);
+  }
+}
+
+}  // namespace
+
+bool MimeHeader::isWritten(const Field& field, std::string_view prefix, bool isTop) const noexcept {
+  if (field.kind == Kind::noField) return true;
+  const std::string_view name = nameOf(field);
+  if (beginsWithNoCase(name, kInternalPrefix)) return false;
+  if (!prefix.empty() && beginsWithNoCase(name, prefix)) return false;
+  if (!isTop && !m_loadedFromText && isOneOf(kMessageOnly, name)) return false;
+  return !trim(valueOf(field)).empty() || !isLeftOutEmpty(name);
+}
+
+void MimeHeader::getMimeHeader(StringBuffer& out, const char* prefix, int codePage, bool isTop,
+                               LogBase&) const {
+  neverThrow(false, [&] {
+    const std::string_view omitted = viewOf(prefix);
+    std::size_t afterLastField = 0;
+    for (std::size_t i = m_fields.size(); i > 0 && afterLastField == 0; --i)
+      if (m_fields[i - 1].kind != Kind::noField && isWritten(m_fields[i - 1], omitted, isTop))
+        afterLastField = i;
+
+    std::string& text = out.text();
+    const std::size_t begin = text.size();
+    for (std::size_t i = 0; i < m_fields.size(); ++i) {
+      const Field& field = m_fields[i];
+      if (!isWritten(field, omitted, isTop)) continue;
+      const bool isFirst = text.size() == begin;
+      if (!isFirst) text += "\r\n";
+      if (field.kind == Kind::noField)
+        writeLineWithoutName(field, isFirst, i >= afterLastField, text);
+      else
+        writeField(field, codePage, text);
+    }
+    return true;
+  });
+}
+
+void MimeHeader::writeField(const Field& field, int codePage, std::string& out) const {
+  if (field.kind == Kind::received) return writeReceived(field, out);
+  std::string line(nameOf(field));
+  const std::string_view value = valueOf(field);
+  std::string rendered;
+  if (field.kind == Kind::rawFilename)
+    rendered = renderRawFilename(value, codePage).text;
+  else if (field.kind == Kind::set)
+    rendered = renderHeaderValue(line, value, codePage).text;
+  else
+    rendered = withoutBreaks(trim(value));
+  line += ':';
+  if (!rendered.empty()) line.append(" ").append(rendered);
+  out += m_foldLongValues || line.size() > kLongestLine ? foldHeaderLine(line) : line;
+}
+
+void MimeHeader::writeReceived(const Field& field, std::string& out) const {
+  if (m_hasOtherBreaks)
+    appendWithCrlf(lineOf(field), out);
+  else
+    out += lineOf(field);
+}
+
+/// Such a line is read back as part of the header only when a field follows it; and what looks like the
+/// envelope of a mailbox file would be cut off the begin. There it gets a name.
+void MimeHeader::writeLineWithoutName(const Field& field, bool isFirst, bool isLast, std::string& out) const {
+  const std::string_view line = lineOf(field);
+  bool needsName = isLast;
+  for (const std::string_view start : kNotPartOfMessage) needsName |= isFirst && line.starts_with(start);
+  if (!needsName) return writeReceived(field, out);
+  out.append(kNameForNameless).append(": ");
+  if (isAscii(line)) return writeReceived(field, out);
+  std::string scratch;
+  const std::string_view text = unfolded(field, scratch);
+  out += renderHeaderValue(kNameForNameless, text, codePageOfValue(valueOf(field))).text;
+}
+
+unsigned MimeHeader::getMimeHeaderSize() const noexcept {
+  std::size_t size = 0;
+  for (const Field& field : m_fields)
+    if (isWritten(field, {}, /*isTop=*/true)) size += field.lineSize() + 2;
+  return static_cast<unsigned>(size);
+}
+
+}  // namespace mailtree

@@ -1,0 +1,59 @@
+// mime/header/Replacements.h - literal texts to be replaced by others, in their order, and how that is done in a header
+// value without breaking it.
+//
+//   Order      A text that a value brought in is replaced too when a later pair names it.
+//   Matching   Case counts. An empty key matches nothing.
+//   Lifetime   Keys and values belong to the pairs, which must outlive the list.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace mailtree {
+
+class DataBuffer;
+class ExtPtrArray;
+class StringBuffer;
+
+class Replacements {
+ public:
+  Replacements() = default;
+  /// From a list of StringPair.
+  explicit Replacements(const ExtPtrArray& pairs);
+  void add(std::string_view key, std::string_view value);
+
+  bool isEmpty() const noexcept { return m_pairs.empty(); }
+  /// Whether any key stands in the text: when none does, nothing is going to be replaced.
+  bool occurIn(std::string_view text) const noexcept;
+  /// Whether a key may occur in what a header value reads as; false is certain, and costs no parsing.
+  bool mayOccurIn(std::string_view unfoldedValue) const noexcept;
+  /// Whether something was replaced; the text is not touched otherwise.
+  bool replaceIn(DataBuffer& text) const;
+  /// The same for text that must stay on one line: no line break of a value gets in.
+  bool replaceInLine(StringBuffer& text) const;
+
+ private:
+  struct Pair {
+    std::string_view key;
+    std::string_view value;
+    std::string_view anchor;  ///< The longest run of letters and digits in the key.
+    std::string onOneLine;    ///< The value, when it holds line breaks.
+
+    std::string_view line() const noexcept { return onOneLine.empty() ? value : std::string_view(onOneLine); }
+  };
+  std::vector<Pair> m_pairs;
+};
+
+/// Replaces in an unfolded header value as it reads decoded, and gives a finished value back; nothing when no
+/// key occurs. What is text stays text: no value can end an address, a file name or a parameter and begin
+/// another. Deliberate: the boundary of a Content-Type is no text and stays.
+std::optional<std::string> replacedHeaderValue(std::string_view fieldName, std::string_view unfolded,
+                                               const Replacements& replacements);
+
+/// Replaces in the names and addresses of a list of _svEmailAddress. An entry that was a bare word becomes all
+/// the addresses that its replacement holds; one without name and address goes. True when an entry changed.
+bool replaceInAddresses(ExtPtrArray& list, const Replacements& replacements);
+
+}  // namespace mailtree
