@@ -24,11 +24,15 @@
 #include "mailtree/base/Slab.h"
 #include "mailtree/base/StringBuffer.h"
 #include "mailtree/base/XString.h"
+#include "mailtree/base/Xml.h"
+#include "mailtree/crypto/Cades.h"
+#include "mailtree/crypto/SymmetricCipher.h"
 #include "mailtree/crypto/SystemCerts.h"
 #include "mailtree/email/EmailCommon.h"
 #include "mailtree/email/ExpressionTermSource.h"
 #include "mailtree/email/ParentEmailPtr.h"
 #include "mailtree/mime/AttachmentRules.h"
+#include "mailtree/mime/MimeMessage2.h"
 #include "mailtree/mime/Repairs.h"
 #include "mailtree/mime/address/Address.h"
 #include "mailtree/mime/header/ContentType.h"
@@ -37,11 +41,6 @@
 
 namespace mailtree {
 
-class ClsXml;
-class MimeMessage2;
-class SymmetricCipher;
-class _clsCades;
-class _svSymSettings;
 struct ReceivedContent;
 
 /// Validity marker of a live node.
