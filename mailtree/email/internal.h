@@ -93,6 +93,14 @@ void storeText(Email2& part, DataBuffer& utf8, LogBase& log);
 /// Longer lines do not travel unencoded: SMTP allows 998 bytes (RFC 5321, 4.5.3.1.6), and some leave room.
 inline constexpr std::size_t kMaxLine7bit = 990;
 
+/// Whether a body travels in base64 or quoted-printable.
+inline bool isEncoded(const Email2& node) noexcept {
+  return node.m_transferEncoding.equalsIgnoreCase("base64") ||
+         node.m_transferEncoding.equalsIgnoreCase("quoted-printable");
+}
+
+inline constexpr int kAlternative = static_cast<int>(EnclosureKind::alternative);
+
 /// Whether a body is written as it stands and promised to be 7-bit.
 inline bool promises7bit(const Email2& node) noexcept {
   return node.m_transferEncoding.isEmpty() || node.m_transferEncoding.equalsIgnoreCase("7bit");

@@ -26,12 +26,6 @@ bool tellsOfHeader(std::string_view name) noexcept {
          equalsNoCase(name, "From");
 }
 
-std::string lowerCase(std::string_view text) {
-  std::string lower(text);
-  for (char& c : lower) c = toLowerAscii(c);
-  return lower;
-}
-
 /// The fields of a header, to be asked many times: a header may have thousands, and so may the one it is compared
 /// with.
 class OuterFields {

@@ -17,6 +17,10 @@ int main() {
   const RefPtr<_svEmailCommon> common(new _svEmailCommon);
   const EmailPtr mail(Email2::createFromMimeDb(*common, bytes, true, true, certs, log, false));
   StringBuffer subject;
-  if (!mail || !mail->getSubjectUtf8(subject, log) || subject.view() != "Gr\xC3\xBC\xC3\x9F" "e") return 1;
+  if (!mail || !mail->getSubjectUtf8(subject, log) ||
+      subject.view() !=
+          "Gr\xC3\xBC\xC3\x9F"
+          "e")
+    return 1;
   std::cout << "installed: " << subject.view() << '\n';
 }

@@ -15,7 +15,6 @@
 namespace mailtree {
 namespace {
 
-constexpr int kAlternative = static_cast<int>(EnclosureKind::alternative);
 constexpr int kTo = static_cast<int>(RecipientKind::to);
 constexpr int kCc = static_cast<int>(RecipientKind::cc);
 constexpr int kBcc = static_cast<int>(RecipientKind::bcc);
