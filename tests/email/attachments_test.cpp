@@ -310,19 +310,6 @@ TEST(Attachments, the_html_part_is_followed_through_first_parts) {
   }
 }
 
-TEST(Attachments, walks_survive_a_chain_deeper_than_the_call_stack) {
-  const EmailPtr root = buildChain(100'000, "multipart/mixed", "application/pdf");
-  EXPECT_EQ(root->getNumAttachments(quiet), 1);
-  int count = 0;
-  EXPECT_EQ(root->getNthPartOfType(0, "application/*", false, false, count, quiet), root->getAttachment(0));
-  StringBuffer html;
-  const EmailPtr taken(root->extractAttachment(0));
-  EXPECT_EQ(printTree(taken), "pdf");
-  root->dropAttachments();
-  root->dropAttachmentsForTempMht(html, quiet);
-  EXPECT_EQ(root->getNumAttachments(quiet), 0);
-}
-
 TEST(Attachments, a_dead_node_answers_nothing_and_logs_no_message) {
   const EmailPtr node = buildTree("mixed(plain,pdf)");
   LogMemory log;

@@ -8,7 +8,6 @@
 
 #include "tests/support/fields.h"
 #include "tests/support/messages.h"
-#include "tests/support/node_path.h"
 #include "tests/support/tree_notation.h"
 
 namespace mailtree {
@@ -87,12 +86,6 @@ TEST(Clone, carries_signed_content_for_as_long_as_it_is_unchanged) {
   original->getPart(0)->m_body.append("more");
   const EmailPtr ofChanged(original->clone_v3(true, quiet));
   EXPECT_EQ(write(*ofChanged), write(*original));
-}
-
-TEST(Clone, does_not_nest_calls_however_deep_the_tree_is) {
-  const EmailPtr root = buildChain(100'000, "multipart/mixed", "text/plain");
-  root->findContentType("text/plain")->m_body.append("NAME");
-  EXPECT_EQ(copyWith(*root, kAnn)->findContentType("text/plain")->m_body.view(), "Ann");
 }
 
 TEST(ReplaceStrings, replaces_in_texts_fields_and_addresses_but_not_in_other_bodies) {

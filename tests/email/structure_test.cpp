@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <tuple>
 
@@ -92,15 +93,55 @@ TEST(Structure, enclosure_search_finds_the_nearest) {
   }
 }
 
-TEST(Structure, searches_survive_a_chain_deeper_than_the_call_stack) {
+/// How deep the contexts of a log go; keeps nothing else.
+class ContextDepth final : public LogBase {
+ public:
+  void logError(std::string_view) override {}
+  void logInfo(std::string_view) override {}
+  void LogDataSb(std::string_view, std::string_view) override {}
+  void LogDataLong(std::string_view, std::int64_t) override {}
+  void openContext(std::string_view) override { m_deepest = std::max(m_deepest, ++m_open); }
+  void closeContext() override { --m_open; }
+  int m_open = 0, m_deepest = 0;
+};
+
+TEST(Structure, every_walk_survives_a_chain_deeper_than_the_call_stack) {
   constexpr int kAbyss = 100'000;
-  const EmailPtr mixed = buildChain(kAbyss, "multipart/mixed", "text/html");
-  ASSERT_NE(mixed->findContentType("text/html"), nullptr);
-  EXPECT_EQ(mixed->findMultipartEnclosure(2, -kAbyss), nullptr);
-  EXPECT_EQ(mixed->getHtmlAlternativeIndex(), 0);
-  EXPECT_EQ(mixed->findHtmlPart(), mixed->findContentType("TEXT/html"));
+  EmailPtr root = buildChain(kAbyss, "multipart/mixed", "text/html");
+  const RefPtr<_svEmailCommon> common(root->m_common);
+  Email2* const leaf = root->findContentType("TEXT/html");
+  ASSERT_NE(leaf, nullptr);
+  EXPECT_EQ(root->findMultipartEnclosure(2, -kAbyss), nullptr);
+  EXPECT_EQ(root->getHtmlAlternative(), leaf);
+  EXPECT_EQ(root->findHtmlPart(), leaf);
   DataBuffer body;
-  EXPECT_TRUE(mixed->getEffectiveBodyData(*mixed, body, quiet));
+  EXPECT_TRUE(root->getEffectiveBodyData(*root, body, quiet));
+
+  leaf->m_body.append("NAME");
+  ExtPtrArray pairs;
+  pairs.appendObject(new StringPair("NAME", "Ann"));
+  const EmailPtr copy(root->cloneAndReplace_v3(false, pairs, quiet));
+  EXPECT_EQ(copy->findContentType("text/html")->m_body.view(), "Ann");
+
+  StringBuffer text;
+  ContextDepth depth;
+  root->logEmailStructure(text, depth);
+  EXPECT_EQ(std::pair(depth.m_deepest, depth.m_open), std::pair(kAbyss + 1, 0));
+  EXPECT_EQ(root->getEmailSize(quiet), 4u + kAbyss * (4u + 4 + 6) + 4);
+  ProgressContext progress(nullptr);
+  LogMemory log;
+  EXPECT_FALSE(root->assembleMimeBody2(text, nullptr, false, nullptr, progress, log, 0, false, true));
+  EXPECT_EQ(log.entries().back().text, "Parts nested too deep were left out.");
+
+  leaf->m_contentType.m_type.setString("application/pdf");
+  int count = 0;
+  EXPECT_EQ(root->getAttachment(0), leaf);
+  EXPECT_EQ(root->getNthPartOfType(0, "application/*", false, false, count, quiet), leaf);
+  root->dropAttachmentsForTempMht(text, quiet);
+  root->dropAttachments();
+  EXPECT_EQ(root->extractAttachment(0), nullptr);
+  root.reset();
+  EXPECT_EQ(common->refCount(), 1) << "all nodes are gone";
 }
 
 TEST(Structure, find_content_type_looks_at_parents_before_children) {
