@@ -79,10 +79,7 @@ std::string writtenHeader(const Email2& node) {
 }
 
 std::string disagreeingFields(const Email2& node) {
-  const struct {
-    const char* name;
-    bool agrees;
-  } fields[] = {
+  const std::pair<const char*, bool> fields[] = {
       {"Content-Type", contentTypeAgrees(node)},
       {"Content-Transfer-Encoding",
        trim(structuredValue(node, "Content-Transfer-Encoding")) == node.m_transferEncoding.view()},
@@ -94,8 +91,8 @@ std::string disagreeingFields(const Email2& node) {
       {"Cc", recipientsAgree(node, "Cc", node.m_ccAddrs)},
   };
   std::string names;
-  for (const auto& field : fields)
-    if (!field.agrees) names.append(names.empty() ? "" : " ").append(field.name);
+  for (const auto& [name, agrees] : fields)
+    if (!agrees) names.append(names.empty() ? "" : " ").append(name);
   return names;
 }
 
