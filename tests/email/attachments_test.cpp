@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "tests/support/dead_node.h"
 #include "tests/support/node_path.h"
+#include "tests/support/table.h"
 #include "tests/support/tree_notation.h"
 
 namespace mailtree {
@@ -102,40 +102,28 @@ TEST(Attachments, the_reason_is_logged_with_what_identifies_the_node) {
 }
 
 TEST(Attachments, are_listed_in_the_order_of_the_tree) {
-  const std::pair<const char*, const char*> rows[] = {
-      {"plain", ""},
-      {"pdf", "/"},
-      {"mixed(plain,pdf,png:attachment)", "/1 /2"},
-      {"mixed(plain,png:inline)", "/1"},
-      {"related(html,png:attachment,png:inline,pdf)", "/1 /3"},
-      {"fax(plain,image/x-tiff,pdf)", "/2"},
-      {"mixed(alternative(plain,html),plain)", "/1"},                // follows the body
-      {"mixed(related(html,png),plain,rfc822,mixed(plain))", "/1"},  // messages and multiparts do not follow
-      {"mixed(plain,mixed(plain,pdf),pdf)", "/1/1 /2"},
-      {"mixed(mixed(alternative(plain)),plain)", ""},  // only a direct sibling is followed
-      {"mixed(related(html,png:attachment),zip)", "/0/1 /1"},
-      {"mixed(fax(plain,pdf),png)", "/0/1"},
-      {"mixed(alternative(plain,html,pdf))", "/0/2"},
-      {"mixed(alternative(plain,png:inline))", ""},  // an alternative is no mixed enclosure
-      {"signed(png:inline,p7s)", ""},
-      {"alternative(plain,mixed(html,pdf),related(html,png:attachment))", "/1/1 /2/1"},
-      {"signed(mixed(plain,pdf),p7s:attachment)", "/0/1 /1"},
-      {"mixed(signed(mixed(plain,pdf),p7s),zip)", "/1"},  // signed below mixed is not looked into
-      {"related(mixed(pdf),html)", ""},                   // nor is anything below related
-      {"report(plain,pdf)", ""},
-      {"encrypted(application/pgp-encrypted,octet)", "/0 /1"},
-      {"multipart/voice-message(plain,audio/wav:inline)", "/1"},
-      {"mixed(rfc822:attachment,rfc822[file=a.mht]:attachment)", "/1"},
+  const auto byIndex = [](Email2& root) {
+    ExtPtrArray found;
+    for (int i = 0; i < root.getNumAttachments(quiet); ++i) found.appendPtr(root.getAttachment2(i, quiet));
+    EXPECT_FALSE(root.getAttachment(found.getSize()) || root.getAttachment(-1));
+    return pathsOf(root, found);
   };
-  for (const auto& [tree, attachments] : rows) {
-    const EmailPtr root = buildTree(tree);
-    EXPECT_EQ(attachmentsOf(*root), attachments) << tree;
-    ExtPtrArray byIndex;
-    for (int i = 0; i < root->getNumAttachments(quiet); ++i)
-      byIndex.appendPtr(root->getAttachment2(i, quiet));
-    EXPECT_EQ(pathsOf(*root, byIndex), attachments) << tree;
-    EXPECT_FALSE(root->getAttachment(byIndex.getSize()) || root->getAttachment(-1)) << tree;
-  }
+  const char* const kTable = R"(
+      plain |     pdf | /     mixed(plain,pdf,png:attachment) | /1 /2     mixed(plain,png:inline) | /1
+      related(html,png:attachment,png:inline,pdf) | /1 /3                 fax(plain,image/x-tiff,pdf) | /2
+      # Parts follow the body of a mixed message, but no messages and multiparts, and only direct siblings.
+      mixed(alternative(plain,html),plain) | /1     mixed(related(html,png),plain,rfc822,mixed(plain)) | /1
+      mixed(mixed(alternative(plain)),plain) |      mixed(plain,mixed(plain,pdf),pdf) | /1/1 /2
+      mixed(related(html,png:attachment),zip) | /0/1 /1                   mixed(fax(plain,pdf),png) | /0/1
+      # An alternative is no mixed enclosure; signed below mixed is not looked into, nor anything below related.
+      mixed(alternative(plain,png:inline)) |        mixed(alternative(plain,html,pdf)) | /0/2
+      alternative(plain,mixed(html,pdf),related(html,png:attachment)) | /1/1 /2/1
+      signed(png:inline,p7s) |                      signed(mixed(plain,pdf),p7s:attachment) | /0/1 /1
+      mixed(signed(mixed(plain,pdf),p7s),zip) | /1  related(mixed(pdf),html) |     report(plain,pdf) |
+      encrypted(octet,octet) | /0 /1                multipart/voice-message(plain,audio/wav:inline) | /1
+      mixed(rfc822:attachment,rfc822[file=a.mht]:attachment) | /1)";
+  expectOfTrees(attachmentsOf, kTable);
+  expectOfTrees(byIndex, kTable);
 }
 
 TEST(Attachments, deliberately_signed_is_matched_with_regard_to_case_and_fax_is_not) {
@@ -156,57 +144,47 @@ TEST(Attachments, the_place_of_an_attachment_is_logged_as_its_reason) {
 }
 
 TEST(Attachments, taking_one_out_leaves_the_rest) {
-  const std::tuple<const char*, int, const char*, const char*> rows[] = {
-      {"mixed(plain,pdf,zip)", 0, "pdf", "mixed(plain,zip)"},
-      {"mixed(plain,pdf,zip)", 1, "zip", "mixed(plain,pdf)"},
-      {"mixed(plain,pdf,zip)", 2, "null", "mixed(plain,pdf,zip)"},
-      {"mixed(plain,pdf,zip)", -1, "null", "mixed(plain,pdf,zip)"},
-      {"mixed(alternative(plain),plain,pdf)", 0, "plain", "mixed(alternative(plain),pdf)"},
-      {"mixed(related(html,png:attachment),pdf)", 0, "png:attachment", "mixed(related(html),pdf)"},
-      {"mixed(related(html,png:attachment),pdf)", 1, "pdf", "mixed(related(html,png:attachment))"},
-      {"mixed(mixed(pdf),mixed(zip,png:inline))", 2, "png:inline", "mixed(mixed(pdf),mixed(zip))"},
-      {"alternative(plain,pdf)", 0, "pdf", "alternative(plain)"},
-      {"alternative(pdf)", 0, "null", "alternative(pdf)"},  // an only child stays
-      {"pdf", 0, "null", "pdf"},                            // and so does the root
-      {"signed(mixed(plain,pdf),p7s:attachment)", 0, "pdf", "signed(mixed(plain),p7s:attachment)"},
-      {"signed(mixed(plain,pdf),p7s:attachment)", 1, "null", "signed(mixed(plain,pdf),p7s:attachment)"},
-      // deliberately numbered otherwise than listed: /0 and /1/1
-      {"signed(pdf,mixed(plain,zip))", 0, "zip", "signed(pdf,mixed(plain))"},
-      // deliberately, though it is not listed
-      {"mixed(alternative(plain,png:inline),pdf)", 0, "png:inline", "mixed(alternative(plain),pdf)"},
-  };
-  for (const auto& [tree, index, taken, after] : rows) {
+  const auto rows = casesOf<4>(R"(
+      mixed(plain,pdf,zip) | 0 | pdf | mixed(plain,zip)      mixed(plain,pdf,zip) | 1 | zip | mixed(plain,pdf)
+      mixed(plain,pdf) | 1 | null | mixed(plain,pdf)         mixed(plain,pdf) | -1 | null | mixed(plain,pdf)
+      mixed(alternative(plain),plain,pdf) | 0 | plain | mixed(alternative(plain),pdf)
+      mixed(related(html,png:attachment),pdf) | 0 | png:attachment | mixed(related(html),pdf)
+      mixed(related(html,png:attachment),pdf) | 1 | pdf | mixed(related(html,png:attachment))
+      mixed(mixed(pdf),mixed(zip,png:inline)) | 2 | png:inline | mixed(mixed(pdf),mixed(zip))
+      # An only child stays, and so does the root.
+      alternative(plain,pdf) | 0 | pdf | alternative(plain)  alternative(pdf) | 0 | null | alternative(pdf)
+      pdf | 0 | null | pdf
+      signed(mixed(plain,pdf),p7s:attachment) | 0 | pdf | signed(mixed(plain),p7s:attachment)
+      signed(mixed(plain,pdf),p7s:attachment) | 1 | null | signed(mixed(plain,pdf),p7s:attachment)
+      # Deliberately numbered otherwise than listed, which is /0 and /1/1, and found though it is not listed.
+      signed(pdf,mixed(plain,zip)) | 0 | zip | signed(pdf,mixed(plain))
+      mixed(alternative(plain,png:inline),pdf) | 0 | png:inline | mixed(alternative(plain),pdf))");
+  for (const auto& [tree, number, taken, after] : rows) {
+    const int index = std::stoi(number);
     const EmailPtr root = buildTree(tree), other = buildTree(tree);
     const EmailPtr out(root->extractAttachment(index));
     EXPECT_EQ(printTree(out), taken) << tree << " " << index;
-    EXPECT_EQ(printTree(root), after) << index;
+    EXPECT_EQ(printTree(root), after);
     LogMemory log;
     EXPECT_EQ(other->dropSingleAttachment(index, log), out != nullptr) << tree << " " << index;
-    EXPECT_EQ(printTree(other), after) << index;
+    EXPECT_EQ(printTree(other), after);
     EXPECT_EQ(textsOf(log, Kind::Error), out ? Texts() : Texts{"Internal error in iterating attachments."});
   }
 }
 
 TEST(Attachments, dropping_all_removes_what_each_enclosure_calls_an_attachment) {
-  const std::pair<const char*, const char*> rows[] = {
-      {"mixed(plain,pdf,png:inline,html,zip)", "mixed(plain,html)"},
-      {"mixed(related(html,png:attachment,png:inline),mixed(pdf,plain),zip)",
-       "mixed(related(html,png:inline),mixed(plain))"},
-      {"alternative(plain,pdf)", "alternative(plain,pdf)"},
-      {"mixed(alternative(plain,mixed(pdf)),signed(pdf))",
-       "mixed(alternative(plain,mixed(pdf)),signed(pdf))"},
-      {"mixed(encrypted(pdf),zip)", "mixed(encrypted(pdf))"},
-      {"encrypted(octet,mixed(pdf))", "encrypted(mixed)"},
-      {"alternative(related(html,pdf),mixed(plain,pdf))", "alternative(related(html),mixed(plain))"},
-      {"mixed(alternative(plain),html,pdf)",
-       "mixed(alternative(plain),html)"},  // deliberately not what follows
-      {"pdf", "pdf"},
+  const auto see = [](Email2& root) {
+    root.dropAttachments();
+    return printTree(root);
   };
-  for (const auto& [tree, after] : rows) {
-    const EmailPtr root = buildTree(tree);
-    root->dropAttachments();
-    EXPECT_EQ(printTree(root), after);
-  }
+  expectOfTrees(see, R"(
+      mixed(plain,pdf,png:inline,html,zip) | mixed(plain,html)  alternative(pdf) | alternative(pdf)  pdf | pdf
+      mixed(related(html,pdf,png:inline),mixed(pdf,plain)) | mixed(related(html,png:inline),mixed(plain))
+      mixed(alternative(plain,mixed(pdf)),signed(pdf)) | mixed(alternative(plain,mixed(pdf)),signed(pdf))
+      alternative(related(html,pdf),mixed(plain,pdf)) | alternative(related(html),mixed(plain))
+      mixed(encrypted(pdf),zip) | mixed(encrypted(pdf))         encrypted(octet,mixed(pdf)) | encrypted(mixed)
+      # Deliberately not what merely follows the body.
+      mixed(alternative(plain),html,pdf) | mixed(alternative(plain),html))");
 }
 
 TEST(Attachments, deliberately_a_dead_child_ends_dropping_for_its_parent_or_for_mht_wholly) {
@@ -223,23 +201,19 @@ TEST(Attachments, deliberately_a_dead_child_ends_dropping_for_its_parent_or_for_
 }
 
 TEST(Attachments, dropping_for_mht_keeps_what_the_html_refers_to) {
-  const std::pair<const char*, const char*> rows[] = {
-      {"related(html,png[cid=<logo@x>]:attachment,png[cid=<other@x>]:attachment)",
-       "related(html,png:attachment)"},
-      {"related(html,png[cid=<LOGO@x>]:attachment)", "related(html)"},
-      {"related(html,png:attachment,png)", "related(html,png)"},
-      {"alternative(html,pdf)", "alternative(html)"},  // strict attachments go whatever the enclosure
-      {"mixed(related(html,pdf),mixed(zip),signed(pdf),alternative(pdf))",
-       "mixed(related(html),mixed,signed(pdf),alternative(pdf))"},
-  };
-  for (const auto& [tree, after] : rows) {
-    const EmailPtr root = buildTree(tree);
+  const auto see = [](Email2& root) {
     StringBuffer html("<img src=\"cid:logo@x\">");
     LogMemory log;
-    root->dropAttachmentsForTempMht(html, log);
-    EXPECT_EQ(printTree(root), after) << tree;
-    EXPECT_EQ(log.text(), "") << tree;
-  }
+    root.dropAttachmentsForTempMht(html, log);
+    EXPECT_EQ(log.text(), "");
+    return printTree(root);
+  };
+  expectOfTrees(see, R"(
+      related(html,png[cid=<logo@x>]:attachment,zip[cid=<other@x>]) | related(html,png:attachment)
+      related(html,png[cid=<LOGO@x>]:attachment) | related(html)    related(html,pdf,png) | related(html,png)
+      # Strict attachments go whatever the enclosure.
+      alternative(html,pdf) | alternative(html)
+      mixed(related(html,pdf),mixed(zip),signed(pdf)) | mixed(related(html),mixed,signed(pdf)))");
 }
 
 TEST(Attachments, dropping_for_mht_says_what_goes_and_what_stays_when_asked) {
@@ -261,29 +235,27 @@ TEST(Attachments, dropping_for_mht_says_what_goes_and_what_stays_when_asked) {
 TEST(Attachments, nth_part_of_a_type_goes_level_by_level) {
   // Level by level: /1 is attached, /2 and /0/1 are inline.
   const char* const kTree = "mixed(related(html,png:inline),png:attachment,png:inline)";
-  const std::tuple<const char*, int, const char*, bool, bool, const char*, int> rows[] = {
-      {kTree, 0, "image/png", false, false, "/1", 1},
-      {kTree, 1, "IMAGE/PNG", false, false, "/2", 2},
-      {kTree, 2, "image/*", false, false, "/0/1", 3},
-      {kTree, 3, "image/*", false, false, "none", 3},
-      {kTree, 1, "image/*", false, true, "/0/1", 2},
-      {kTree, 0, "image/*", true, false, "/2", 1},
-      {kTree, 0, "multipart/related", false, false, "none", 0},  // a node with children never matches
-      {kTree, -1, "image/png", false, false, "none", 3},
-      {kTree, 0, nullptr, false, false, "none", 0},
-      {"png:attachment", 0, "image/*", true, true, "/", 1},  // a lone part is found whatever it says
-      {"png:attachment", 1, "image/*", false, false, "none", 0},
-      {"png:attachment", 0, "text/*", false, false, "none", 0},
-      {"mixed(mixed,pdf)", 0, "multipart/*", false, false, "/0", 1},
-  };
-  for (const auto& [tree, index, type, inlineOnly, excludeAttachments, found, expectedCount] : rows) {
+  const auto partOf = [](const char* tree, int index, const char* type, bool inlineOnly = false,
+                         bool excludeAttachments = false) {
     const EmailPtr root = buildTree(tree);
     int count = 99;
     const Email2* const part =
         root->getNthPartOfType(index, type, inlineOnly, excludeAttachments, count, quiet);
-    EXPECT_EQ(pathOf(*root, part), found) << tree << " " << viewOf(type) << " " << index;
-    EXPECT_EQ(count, expectedCount) << tree << " " << viewOf(type) << " " << index;
-  }
+    return pathOf(*root, part) + " of " + std::to_string(count);
+  };
+  EXPECT_EQ(partOf(kTree, 0, "image/png"), "/1 of 1");
+  EXPECT_EQ(partOf(kTree, 1, "IMAGE/PNG"), "/2 of 2");
+  EXPECT_EQ(partOf(kTree, 2, "image/*"), "/0/1 of 3");
+  EXPECT_EQ(partOf(kTree, 3, "image/*"), "none of 3");
+  EXPECT_EQ(partOf(kTree, 1, "image/*", false, true), "/0/1 of 2");
+  EXPECT_EQ(partOf(kTree, 0, "image/*", true), "/2 of 1");
+  EXPECT_EQ(partOf(kTree, 0, "multipart/related"), "none of 0") << "a node with children never matches";
+  EXPECT_EQ(partOf(kTree, -1, "image/png"), "none of 3");
+  EXPECT_EQ(partOf(kTree, 0, nullptr), "none of 0");
+  EXPECT_EQ(partOf("png:attachment", 0, "image/*", true, true), "/ of 1") << "a lone part is always found";
+  EXPECT_EQ(partOf("png:attachment", 1, "image/*"), "none of 0");
+  EXPECT_EQ(partOf("png:attachment", 0, "text/*"), "none of 0");
+  EXPECT_EQ(partOf("mixed(mixed,pdf)", 0, "multipart/*"), "/0 of 1");
 }
 
 TEST(Attachments, walks_pass_over_dead_and_missing_children) {
@@ -296,42 +268,9 @@ TEST(Attachments, walks_pass_over_dead_and_missing_children) {
 }
 
 TEST(Attachments, the_html_part_is_followed_through_first_parts) {
-  const std::pair<const char*, const char*> rows[] = {
-      {"plain", "none"},
-      {"mixed(related(html,png),pdf)", "/0/0"},
-      {"mixed(alternative(plain,related(html)),pdf)", "/0/1/0"},
-      {"mixed(plain,html)", "none"},
-      {"mixed", "none"},
-      {"alternative(plain)", "none"},
-  };
-  for (const auto& [tree, found] : rows) {
-    const EmailPtr root = buildTree(tree);
-    EXPECT_EQ(pathOf(*root, root->findHtmlPart()), found) << tree;
-  }
-}
-
-TEST(Attachments, a_dead_node_answers_nothing_and_logs_no_message) {
-  const EmailPtr node = buildTree("mixed(plain,pdf)");
-  LogMemory log;
-  log.m_verboseLogging = true;
-  StringBuffer html;
-  ExtPtrArray list;
-  int count = 7;
-  {
-    const Killed dead(*node);
-    EXPECT_FALSE(node->isEmailAttachment(true, log) || node->isStrictAttachment(&log));
-    node->logAttachmentReason(log, "Because.");
-    EXPECT_FALSE(node->isMultipartMixedForAttachmentPurposes() || node->isMultipartFax());
-    EXPECT_FALSE(node->attachmentIterate2(true, list, -1, log));
-    EXPECT_FALSE(node->getNumAttachments(log) || node->getAttachment2(0, log));
-    EXPECT_FALSE(node->extractAttachment(0) || node->dropSingleAttachment(0, log));
-    node->dropAttachments();
-    node->dropAttachmentsForTempMht(html, log);
-    EXPECT_FALSE(node->getNthPartOfType(0, "*", false, false, count, log) || node->findHtmlPart());
-  }
-  EXPECT_EQ(count, 7);
-  EXPECT_EQ(printTree(node), "mixed(plain,pdf)");
-  EXPECT_EQ(countMessages(log), 0) << log.text();
+  expectOfTrees([](Email2& root) { return pathOf(root, root.findHtmlPart()); }, R"(
+      mixed(related(html,png),pdf) | /0/0     mixed(alternative(plain,related(html)),pdf) | /0/1/0
+      plain | none      mixed(plain,html) | none      mixed | none      alternative(plain) | none)");
 }
 
 }  // namespace

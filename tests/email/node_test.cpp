@@ -7,8 +7,10 @@
 #include <vector>
 
 #include "mailtree/base/Platform.h"
+#include "tests/support/dead_node.h"
 #include "tests/support/fields.h"
 #include "tests/support/identities.h"
+#include "tests/support/messages.h"
 #include "tests/support/tree_notation.h"
 
 namespace mailtree {
@@ -110,86 +112,124 @@ TEST(Node, is_invalid_when_any_marked_member_is_destroyed) {
   EXPECT_TRUE(email->isValidEmailObject());
 }
 
-TEST(Node, operations_on_a_dead_node_give_nothing_and_log_nothing) {
+TEST(Node, a_destroyed_node_has_no_settings) {
   const DeadNode dead;
   Email2& node = *dead;
+  EXPECT_FALSE(node.isValidEmailObject() || node.getNumParts() || node.getPart(0));
+  EXPECT_TRUE(node.getOverwriteExisting() && node.getIdOnServer() == -1 && node.traits().type.empty());
+  EXPECT_STREQ(node.get_charset_name(), "");
+}
+
+TEST(Node, operations_on_a_dead_node_give_nothing_change_nothing_and_log_no_message) {
+  const EmailPtr whole = load(
+      "From: a@x.org\nTo: b@x.org\nSubject: s\nReply-To: c@x.org\nX-Mailer: m\nDate: Sat, 21 Nov 2026 "
+      "08:30:00 "
+      "+0100\nContent-Type: multipart/mixed; boundary=b; name=n\n\n--b\nContent-Type: text/plain\n\nx\n--b\n"
+      "Content-Type: application/pdf\n\nx\n--b--\n");
+  Email2& node = *whole;
+  const std::string written = write(node);
   const EmailPtr other(new Email2);
   LogMemory log;
   log.m_verboseLogging = true;
   StringBuffer out("untouched");
   XString outX("untouched");
+  DataBuffer bytes;
   SorvikSysTime time;
   _svCharset charset;
-  ExtPtrArray none;
-  ExtPtrArraySb list;
+  ExtPtrArray list;
+  ExtPtrArraySb texts;
+  _svParentEmailPtr place;
+  int count = 7;
+  {
+    const Killed dead(node);
+    node.minimizeMemUsage();
+    node.removeAllSubparts();
+    node.setOverwriteExisting(false);
+    node.setIdOnServer(7);
+    node.use_charset(charset);
+    node.use_codepage(65001);
+    node.supplyTermValue("Date", out);
+    node.supplyTermValue("body", out);
 
-  EXPECT_FALSE(node.isValidEmailObject() || node.getNumParts() || node.getPart(0) || node.getPartConst(0));
-  EXPECT_TRUE(node.getOverwriteExisting() && node.getIdOnServer() == -1 && node.traits().type.empty());
-  EXPECT_STREQ(node.get_charset_name(), "");
-  node.minimizeMemUsage();
-  node.removeAllSubparts();
-  node.setOverwriteExisting(false);
-  node.setIdOnServer(7);
-  node.use_charset(charset);
-  node.use_codepage(65001);
-  node.supplyTermValue("Date", out);
-  node.supplyTermValue("body", out);
+    EXPECT_FALSE(node.getHeaderFieldUtf8("Date", out, log) || node.getHeaderFieldX("Date", outX, log) ||
+                 node.getNumHeaderFields() || node.getHeaderFieldName(0, out, log) ||
+                 node.getHeaderFieldValue(0, out, log) || node.hasHeaderField("Date", log) ||
+                 node.hasHeaderMatchingUtf8("Date", "*", false, log));
+    for (const auto get :
+         {&Email2::getSubjectUtf8, &Email2::getReplyToUtf8, &Email2::getMailerUtf8, &Email2::getUidlUtf8})
+      EXPECT_FALSE((node.*get)(out, log));
+    node.setHeaderField("From", "a@b.example", log);
+    node.setHeaderField("Subject", nullptr, log);
+    for (const auto set : {&Email2::setHeaderField_a, &Email2::addHeaderField2_a})
+      (node.*set)("X-A", "b", true, log);
+    node.addHeaderField2("X-A", "b", log);
+    node.removeHeaderField("To");
+    EXPECT_FALSE(node.setAttachmentHeader(0, "X-A", "b", log));
+    node.copyHeader(*other, log);
 
-  EXPECT_FALSE(node.getHeaderFieldUtf8("Date", out, log) || node.getHeaderFieldX("Date", outX, log));
-  EXPECT_FALSE(node.getNumHeaderFields() || node.getHeaderFieldName(0, out, log));
-  EXPECT_FALSE(node.getHeaderFieldValue(0, out, log) || node.hasHeaderField("Date", log));
-  EXPECT_FALSE(node.hasHeaderMatchingUtf8("Date", "*", false, log));
-  for (const auto get :
-       {&Email2::getSubjectUtf8, &Email2::getReplyToUtf8, &Email2::getMailerUtf8, &Email2::getUidlUtf8})
-    EXPECT_FALSE((node.*get)(out, log));
-  node.setHeaderField("From", "a@b.example", log);
-  node.setHeaderField("X-A", nullptr, log);
-  node.setHeaderField_a("X-A", "b", true, log);
-  node.addHeaderField2("X-A", "b", log);
-  node.addHeaderField2_a("Date", "b", true, log);
-  node.removeHeaderField("To");
-  EXPECT_FALSE(node.setAttachmentHeader(0, "X-A", "b", log));
-  node.copyHeader(*other, log);
+    for (const auto get : {&Email2::getContentType, &Email2::getContentEncoding, &Email2::getContentId,
+                           &Email2::getAttachmentName, &Email2::genEmailFilename})
+      (node.*get)(out);
+    for (const auto get : {&Email2::getName, &Email2::getFromAddrUtf8, &Email2::getAllRecipientAddresses})
+      (node.*get)(out);
+    for (const auto set : {&Email2::fixContentTypeUtf8, &Email2::setContentSubtype, &Email2::setContentId,
+                           &Email2::setContentEncodingNonRecursive, &Email2::setContentEncodingRecursive,
+                           &Email2::setContentEncodingInner, &Email2::setContentDisposition1,
+                           &Email2::setFilenameUtf8, &Email2::setFromFullUtf8, &Email2::setFromName,
+                           &Email2::setFromAddr, &Email2::setReplyToUtf8, &Email2::convertToMultipartX})
+      (node.*set)("a@b.example", log);
+    node.setContentTypeUtf8("text/html", "n", "p", "m", 65001, "b", "s", "t", log);
+    node.setName("n", log);
+    node.setEncodingViaCodePage(936, 0, log);
+    node.setContentDispositionUtf8("inline", "f", log);
+    node.getFilenameUtf8(out, log);
 
-  for (const auto get : {&Email2::getContentType, &Email2::getContentEncoding, &Email2::getContentId,
-                         &Email2::getAttachmentName, &Email2::genEmailFilename})
-    (node.*get)(out);
-  for (const auto get : {&Email2::getName, &Email2::getFromAddrUtf8, &Email2::getAllRecipientAddresses})
-    (node.*get)(out);
-  for (const auto set :
-       {&Email2::fixContentTypeUtf8, &Email2::setContentSubtype, &Email2::setContentId,
-        &Email2::setContentEncodingNonRecursive, &Email2::setContentEncodingRecursive,
-        &Email2::setContentEncodingInner, &Email2::setContentDisposition1, &Email2::setFilenameUtf8,
-        &Email2::setFromFullUtf8, &Email2::setFromName, &Email2::setFromAddr, &Email2::setReplyToUtf8})
-    (node.*set)("a@b.example", log);
-  node.setContentTypeUtf8("text/html", "n", "p", "m", 65001, "b", "s", "t", log);
-  node.setName("n", log);
-  node.setEncodingViaCodePage(936, 0, log);
-  node.setContentDispositionUtf8("inline", "f", log);
-  node.getFilenameUtf8(out, log);
+    for (const auto act :
+         {&Email2::refreshContentTypeHeader, &Email2::resetDate, &Email2::updateFromInHeader})
+      (node.*act)(log);
+    EXPECT_FALSE(node.generateMessageID(log) || node.generateContentId(log));
+    node.setDate("Sat, 21 Nov 2026 08:30:00 +0100", log, true);
+    node.getDate(time);
 
-  for (const auto act : {&Email2::refreshContentTypeHeader, &Email2::resetDate, &Email2::updateFromInHeader})
-    (node.*act)(log);
-  EXPECT_FALSE(node.generateMessageID(log) || node.generateContentId(log));
-  node.setDate("Sat, 21 Nov 2026 08:30:00 +0100", log, true);
-  node.getDate(time);
-  EXPECT_EQ(time.m_year, 0);
+    for (const auto get :
+         {&Email2::getFromFullUtf8, &Email2::getFromNameUtf8, &Email2::getSmtpReversePathUtf8})
+      (node.*get)(out, log);
+    node.copyRecipients(*other);
+    node.clearRecipients(1);
+    node.clearBccFromHeader();
+    node.getAllRecipients(1, out, log);
+    EXPECT_FALSE(node.qbChooseForEmailAddrEncoding(65001) || node.addRecipient(1, "a", "a@x.org", log) ||
+                 node.addMultipleRecip(1, "a@b.example", log) || node.getNumRecipients(1) ||
+                 node.getRecipientFullUtf8(1, 0, out, log) || node.getRecipientNameUtf8(1, 0, out) ||
+                 node.getRecipientAddrUtf8(1, 0, out) || node.getAllRecipientAddressesA(texts, list, log) ||
+                 node.addRecipientsForType(1, texts, list, log));
 
-  for (const auto get : {&Email2::getFromFullUtf8, &Email2::getFromNameUtf8, &Email2::getSmtpReversePathUtf8})
-    (node.*get)(out, log);
-  EXPECT_FALSE(node.qbChooseForEmailAddrEncoding(65001) || node.addRecipient(1, "a", "a@b.example", log));
-  EXPECT_FALSE(node.addMultipleRecip(1, "a@b.example", log) || node.getNumRecipients(1));
-  node.copyRecipients(*other);
-  node.clearRecipients(1);
-  node.clearBccFromHeader();
-  EXPECT_FALSE(node.getRecipientFullUtf8(1, 0, out, log) || node.getRecipientNameUtf8(1, 0, out));
-  EXPECT_FALSE(node.getRecipientAddrUtf8(1, 0, out) || node.getAllRecipientAddressesA(list, none, log));
-  EXPECT_FALSE(node.addRecipientsForType(1, list, none, log));
-  node.getAllRecipients(1, out, log);
-
+    EXPECT_FALSE(node.isMultipart() || node.isMultipartMixed() || node.isNotAlternativeBody() ||
+                 node.findContentType("text/plain") || node.findMultipartEnclosureV2(1, 0, place) ||
+                 node.addAlternativeEnclosure(log) || node.ensureAlternativeEnclosure(log));
+    node.removeAlternative("text/plain", log);
+    node.checkAddEmailUniqueContentType(other.get(), list);
+    node.enumerateAlternatives(node, list);
+    EXPECT_EQ(node.getAlternativeIndexByContentType("text/calendar"), 0) << "deliberately not -1";
+    EXPECT_FALSE(node.getAlternative(node, 0) || node.getPlainTextAlternative() ||
+                 node.getAlternativeContentType(0, out, &log) ||
+                 node.getAlternativeBodyMb(node, 0, bytes, 0, log) ||
+                 node.getEffectiveBodyData(node, bytes, log));
+    EXPECT_FALSE(node.isEmailAttachment(true, log) || node.isStrictAttachment(&log) ||
+                 node.isMultipartMixedForAttachmentPurposes() || node.isMultipartFax() ||
+                 node.attachmentIterate2(true, list, -1, log) || node.getNumAttachments(log) ||
+                 node.getAttachment2(0, log) || node.extractAttachment(0) ||
+                 node.dropSingleAttachment(0, log) || node.findHtmlPart() ||
+                 node.getNthPartOfType(0, "*", false, false, count, log));
+    node.logAttachmentReason(log, "Because.");
+    node.dropAttachments();
+    node.dropAttachmentsForTempMht(out, log);
+  }
   EXPECT_EQ(out.view(), "untouched");
   EXPECT_EQ(outX.view(), "untouched");
-  EXPECT_EQ(log.text(), "");
+  EXPECT_EQ(countMessages(log), 0) << log.text();
+  EXPECT_EQ(list.getSize() + time.m_year + count, 7);
+  EXPECT_EQ(write(node), written);
 }
 
 // Subparts

@@ -1,14 +1,13 @@
 // Enclosures and alternatives: which multipart is found, which texts are the bodies of a message.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <string>
-#include <tuple>
 
 #include "tests/support/dead_node.h"
 #include "tests/support/fields.h"
 #include "tests/support/node_path.h"
+#include "tests/support/table.h"
 #include "tests/support/tree_notation.h"
 
 namespace mailtree {
@@ -25,23 +24,12 @@ std::string alternativesOf(Email2& root) {
 
 TEST(Structure, predicates_know_their_type_in_any_case_and_nothing_longer_or_shorter) {
   // Mixed, Alternative, Related, Digest, rePort, Fax, mixed-Like, mUltipart
-  const std::pair<const char*, const char*> rows[] = {
-      {"multipart/x-mixed-replace", "MLU"},
-      {"multipart/voice-message", "LU"},
-      {"Multipart/MIXED", "MLU"},
-      {"multipart/alternative", "AU"},
-      {"multipart/Related", "RU"},
-      {"multipart/digest", "DU"},
-      {"multipart/report", "PU"},
-      {"multipart/fax-message", "FU"},
-      {"multipart/*", "LU"},
-      {"multipart/encrypted", "LU"},
-      {"multipart/mixed2", "U"},
-      {"multipart/mixe", "U"},
-      {"multipartx", "U"},
-      {"nultipart/mixed", ""},
-      {"", ""},
-  };
+  const auto rows = casesOf<2>(R"(
+      Multipart/MIXED | MLU       multipart/x-mixed-replace | MLU   multipart/voice-message | LU
+      multipart/Related | RU      multipart/alternative | AU        multipart/encrypted | LU
+      multipart/digest | DU       multipart/report | PU             multipart/fax-message | FU
+      multipart/* | LU            multipart/mixed2 | U              multipart/mixe | U
+      multipartx | U              nultipart/mixed |                 text/plain |)");
   const std::pair<char, bool (Email2::*)() const> predicates[] = {
       {'M', &Email2::isMultipartMixed},
       {'A', &Email2::isMultipartAlternative},
@@ -63,33 +51,30 @@ TEST(Structure, predicates_know_their_type_in_any_case_and_nothing_longer_or_sho
 }
 
 TEST(Structure, enclosure_search_finds_the_nearest) {
-  // Path found, its parent ("none": left as it was), index (7: left as it was) and level.
-  const std::tuple<const char*, int, int, const char*> rows[] = {
-      {"mixed(plain)", 1, 0, "/ none 7 0"},
-      {"mixed(plain)", 1, 9, "/ none 7 9"},  // the node itself is seen at any level
-      {"mixed(alternative(plain,html),alternative)", 2, 0, "/0 / 0 1"},
-      {"mixed(related(alternative(plain)),alternative)", 2, 0, "/1 / 1 1"},  // a child beats a deeper one
-      {"mixed(report(report(related)),report(related))", 3, 0, "/0/0/0 /0/0 0 3"},  // and the first branch
-      {"mixed(plain,digest(rfc822))", 4, 0, "/1 / 1 1"},
-      {"mixed(report(plain,delivery))", 5, 0, "/0 / 0 1"},
-      {"mixed(report(report(report(alternative(plain)))))", 2, 0, "/0/0/0/0 /0/0/0 0 4"},
-      {"mixed(report(report(report(report(alternative(plain))))))", 2, 0, "none none 7 0"},
-      {"mixed(report(alternative(plain)))", 2, 2, "/0/0 /0 0 4"},
-      {"mixed(report(alternative(plain)))", 2, 3, "none none 7 0"},
-      {"mixed(plain)", 2, 0, "none none 7 0"},
-      {"mixed(plain)", 0, 0, "none none 7 0"},
-      {"mixed(plain)", 6, 0, "none none 7 0"},
-  };
+  // Tree, kind, level; path found, its parent ("none": left as it was), index (7: left as it was) and level.
+  const auto rows = casesOf<4>(R"(
+      mixed(plain) | 1 | 0 | / none 7 0
+      # The node itself is seen at any level, a child beats a deeper one, and the first branch a nearer one.
+      mixed(plain) | 1 | 9 | / none 7 9
+      mixed(alternative(plain,html),alternative) | 2 | 0 | /0 / 0 1
+      mixed(related(alternative(plain)),alternative) | 2 | 0 | /1 / 1 1
+      mixed(report(report(related)),report(related)) | 3 | 0 | /0/0/0 /0/0 0 3
+      mixed(plain,digest(rfc822)) | 4 | 0 | /1 / 1 1
+      mixed(report(plain,delivery)) | 5 | 0 | /0 / 0 1
+      mixed(report(report(report(alternative(plain))))) | 2 | 0 | /0/0/0/0 /0/0/0 0 4
+      mixed(report(report(report(report(alternative(plain)))))) | 2 | 0 | none none 7 0
+      mixed(report(alternative(plain))) | 2 | 2 | /0/0 /0 0 4
+      mixed(report(alternative(plain))) | 2 | 3 | none none 7 0
+      mixed(plain) | 2 | 0 | none none 7 0   mixed(plain) | 0 | 0 | none none 7 0
+      mixed(plain) | 6 | 0 | none none 7 0)");
   for (const auto& [tree, kind, level, expected] : rows) {
     const EmailPtr root = buildTree(tree);
     _svParentEmailPtr place;
     place.m_index = 7;
-    const Email2* const found = root->findMultipartEnclosureV2(kind, level, place);
-    EXPECT_EQ(pathOf(*root, found) + " " + pathOf(*root, place.m_parent) + " " +
-                  std::to_string(place.m_index) + " " + std::to_string(place.m_level),
-              expected)
-        << tree << " " << kind;
-    EXPECT_EQ(root->findMultipartEnclosure(kind, level), found) << tree << " " << kind;
+    const Email2* const found = root->findMultipartEnclosureV2(std::stoi(kind), std::stoi(level), place);
+    const std::string where = std::to_string(place.m_index) + " " + std::to_string(place.m_level);
+    EXPECT_EQ(pathOf(*root, found) + " " + pathOf(*root, place.m_parent) + " " + where, expected) << tree;
+    EXPECT_EQ(root->findMultipartEnclosure(std::stoi(kind), std::stoi(level)), found) << tree << " " << kind;
   }
 }
 
@@ -146,25 +131,20 @@ TEST(Structure, every_walk_survives_a_chain_deeper_than_the_call_stack) {
 
 TEST(Structure, find_content_type_looks_at_parents_before_children) {
   const EmailPtr root = buildTree("mixed(related(html),html,mixed(pdf))");
-  const std::pair<const char*, const char*> rows[] = {
-      {"text/html", "/0/0"}, {"MULTIPART/mixed", "/"}, {"application/pdf", "/2/0"}, {"text/plain", "none"}};
-  for (const auto& [type, found] : rows) EXPECT_EQ(pathOf(*root, root->findContentType(type)), found);
+  for (const auto& [type, found] :
+       casesOf<2>("text/html | /0/0   MULTIPART/mixed | /   application/pdf | /2/0   text/plain | none"))
+    EXPECT_EQ(pathOf(*root, root->findContentType(type.c_str())), found);
 }
 
 TEST(Structure, converting_moves_the_content_into_a_first_child) {
-  const std::tuple<const char*, const char*, const char*> rows[] = {
-      {"plain[body=Hello]", "multipart/mixed", "mixed(plain)"},
-      {"plain[body=]", "multipart/mixed", "mixed"},
-      {"none[body=]", "multipart/mixed", "mixed"},  // no type: a text like any other
-      {"html[body=]", "multipart/related", "related(html)"},
-      {"pdf[name=a.pdf]:attachment", "multipart/mixed", "mixed:attachment(pdf[name=a.pdf])"},
-      {"mixed(plain,alternative(html))", "multipart/alternative",
-       "alternative(mixed(plain,alternative(html)))"},
-      {"mixed", "multipart/mixed", "mixed(mixed)"},
-  };
+  const auto rows = casesOf<3>(R"(
+      plain | multipart/mixed | mixed(plain)      plain[body=] | multipart/mixed | mixed
+      none[body=] | multipart/mixed | mixed       html[body=] | multipart/related | related(html)
+      mixed | multipart/mixed | mixed(mixed)      pdf[name=a]:inline | m/x | m/x:inline(pdf[name=a])
+      mixed(plain,alternative(html)) | multipart/alternative | alternative(mixed(plain,alternative(html))))");
   for (const auto& [tree, type, after] : rows) {
     const EmailPtr root = buildTree(tree);
-    root->convertToMultipartX(type, quiet);
+    root->convertToMultipartX(type.c_str(), quiet);
     EXPECT_EQ(printTree(root, TreeDetail::names), after) << tree;
   }
 }
@@ -209,12 +189,10 @@ TEST(Structure, empty_enclosures_differ_in_their_boundary_only) {
 
 TEST(Structure, an_alternative_enclosure_is_made_where_none_is_in_reach) {
   // The tree, what ensuring one gives, and what adding one gives whether there is one or not.
-  const std::tuple<const char*, const char*, const char*> rows[] = {
-      {"html", "alternative(html)", "alternative(html)"},
-      {"mixed(plain,pdf)", "mixed(alternative,plain,pdf)", "mixed(alternative,plain,pdf)"},
-      {"mixed(related(alternative(html)))", "mixed(related(alternative(html)))",
-       "mixed(alternative,related(alternative(html)))"},
-  };
+  const auto rows = casesOf<3>(R"(
+      html | alternative(html) | alternative(html)
+      mixed(plain) | mixed(alternative,plain) | mixed(alternative,plain)
+      mixed(related(alternative)) | mixed(related(alternative)) | mixed(alternative,related(alternative)))");
   for (const auto& [tree, ensured, added] : rows) {
     const EmailPtr root = buildTree(tree), other = buildTree(tree);
     const Email2* const enclosure = root->ensureAlternativeEnclosure(quiet);
@@ -226,17 +204,16 @@ TEST(Structure, an_alternative_enclosure_is_made_where_none_is_in_reach) {
 }
 
 TEST(Structure, removing_an_alternative_takes_the_first_of_its_type) {
-  const std::tuple<const char*, const char*, const char*> rows[] = {
-      {"mixed(alternative(plain,html,html),pdf)", "TEXT/HTML", "mixed(alternative(plain,html),pdf)"},
-      {"alternative(plain,related(html,png))", "text/html", "alternative(plain)"},
-      {"alternative(plain,related(html,png))", "text/calendar", "alternative(plain,related(html,png))"},
-      {"mixed(plain,html)", "text/html", "mixed(plain,html)"},
-  };
+  const auto rows = casesOf<3>(R"(
+      mixed(alternative(plain,html,html),pdf) | TEXT/HTML | mixed(alternative(plain,html),pdf)
+      alternative(plain,related(html,png)) | text/html | alternative(plain)
+      alternative(plain,related(html,png)) | text/calendar | alternative(plain,related(html,png))
+      mixed(plain,html) | text/html | mixed(plain,html))");
   for (const auto& [tree, type, after] : rows) {
     const EmailPtr root = buildTree(tree);
     if (Email2* related = root->findContentType("multipart/related"))
       related->m_contentType.m_subtype.setString("text/html");
-    root->removeAlternative(type, quiet);
+    root->removeAlternative(type.c_str(), quiet);
     EXPECT_EQ(printTree(root), after) << type;
   }
   const EmailPtr root = buildTree("alternative(plain,html)");
@@ -248,25 +225,17 @@ TEST(Structure, removing_an_alternative_takes_the_first_of_its_type) {
 }
 
 TEST(Structure, alternatives_are_listed_once_per_type_in_the_order_of_the_bodies) {
-  const std::pair<const char*, const char*> rows[] = {
-      {"none", "/"},  // says nothing about itself: one text
-      {"none:inline", ""},
-      {"signed(none,p7s)", ""},
-      {"plain", "/"},
-      {"mixed(plain,html)", "/0 /1"},
-      {"mixed(html,alternative(plain,html),related(html))", "/2/0 /1/0"},  // related goes first
-      {"mixed(mixed(html),plain,html)", "/0/0 /1"},                        // loose texts go last
-      {"alternative(related(html,png),plain)", "/0/0 /1"},
-      {"alternative(mixed(calendar,plain),html,plain)", "/1 /2 /0/0"},  // mixed below alternative goes last
-      {"related(mixed(html),html)", "/1"},  // and below related is not looked into
-      {"alternative(plain:attachment,html)", "/1"},
-      {"signed(alternative(plain,html),p7s)", "/0/0 /0/1"},
-      {"signed(p7s,plain,html)", "/1"},
-      {"mixed(signed(alternative(plain,html),p7s),plain)", "/1"},  // deliberately what was signed is not seen
-      {"report(plain,delivery)", ""},
-  };
-  for (const auto& [tree, alternatives] : rows)
-    EXPECT_EQ(alternativesOf(*buildTree(tree)), alternatives) << tree;
+  expectOfTrees(alternativesOf, R"(
+      # What says nothing about itself is one text.
+      none | /               none:inline |          signed(none,p7s) |
+      plain | /              report(plain) |        mixed(plain,html) | /0 /1
+      # In mixed, related goes first and loose texts go last; in alternative, mixed does.
+      mixed(html,alternative(plain,html),related(html)) | /2/0 /1/0   mixed(mixed(html),plain,html) | /0/0 /1
+      alternative(mixed(calendar,plain),html,plain) | /1 /2 /0/0      related(mixed(html),html) | /1
+      alternative(related(html,png),plain) | /0/0 /1                  alternative(plain:attachment,html) | /1
+      # What was signed is the first that is no signature, and deliberately not seen in mixed.
+      signed(alternative(plain,html),p7s) | /0/0 /0/1                 signed(p7s,plain,html) | /1
+      mixed(signed(alternative(plain,html),p7s),plain) | /1)");
 
   const EmailPtr root = buildTree("signed(plain,html)");
   const Killed dead(*root->getPart(0));
@@ -274,13 +243,12 @@ TEST(Structure, alternatives_are_listed_once_per_type_in_the_order_of_the_bodies
 }
 
 TEST(Structure, some_parts_never_count_as_alternatives) {
-  for (const char* never : {"plain:ATTACHMENT", "plain[name=a.txt,enc=BASE64]", "plain[name=key.PEM]",
-                            "application/edifact", "application/smil", "rfc822[file=page.MHT]:attachment"})
-    EXPECT_TRUE(buildTree(never)->isNotAlternativeBody()) << never;
-  for (const char* may :
-       {"plain", "plain:inline", "plain[name=a.txt]", "plain[enc=base64]", "mixed:attachment",
-        "rfc822:attachment", "rfc822[file=page.mht]:inline", "rfc822[name=a.pem,enc=base64]"})
-    EXPECT_FALSE(buildTree(may)->isNotAlternativeBody()) << may;
+  expectOfTrees([](Email2& node) { return node.isNotAlternativeBody() ? "never" : "may"; }, R"(
+      plain:ATTACHMENT | never      plain[name=a.txt,enc=BASE64] | never      plain[name=key.PEM] | never
+      plain:inline | may            plain[name=a.txt] | may                   plain[enc=base64] | may
+      mixed:attachment | may        application/edifact | never               application/smil | never
+      rfc822:attachment | may       rfc822[file=page.MHT]:attachment | never  rfc822[file=page.mht]:inline | may
+      rfc822[name=a.pem] | may)");
 }
 
 TEST(Structure, alternatives_are_found_by_index_and_by_type) {
@@ -335,31 +303,21 @@ TEST(Structure, thousands_of_text_types_are_still_listed_once_each) {
 }
 
 TEST(Structure, effective_body_is_the_leaf_a_reader_would_see) {
-  const std::pair<const char*, const char*> rows[] = {
-      {"plain[body=]", "had:"},
-      {"png", "none"},  // media empties what the caller had
-      {"pdf", "none"},
-      {"video/mp4", "none"},
-      {"audio/wav", "none"},
-      {"rfc822[body=message]", "had:message"},
-      {"mixed(plain[body=first],html[body=second])", "had:first"},
-      {"mixed(plain[body=first]:attachment,html[body=second])", "had:second"},
-      {"mixed(plain[body=first]:attachment,html[body=second]:attachment)", "had:first"},
-      {"mixed(plain[body=first]:attachment)", "had:first"},
-      {"mixed(related(html[body=deep],png),pdf)", "had:deep"},
-      {"mixed[body=preserved]", "had:preserved"},  // a multipart that could not be split
-      // Children below something that is no multipart: the first leaf that is a body, then the first child.
-      {"rfc822(mixed(plain[body=deep]),plain[body=near])", "had:near"},
-      {"rfc822(plain[body=first]:attachment,plain[body=second])", "had:second"},
-      {"rfc822(mixed(plain[body=deep]),plain[body=near]:attachment)", "had:deep"},
-  };
-  for (const auto& [tree, expected] : rows) {
-    const EmailPtr root = buildTree(tree);
+  const auto see = [](Email2& root) {
     DataBuffer out;
     out.append("had:");
-    const bool found = root->getEffectiveBodyData(*root, out, quiet);
-    EXPECT_EQ(found ? out.view() : out.isEmpty() ? "none" : "LEFT", expected) << tree;
-  }
+    const bool found = root.getEffectiveBodyData(root, out, quiet);
+    return found ? std::string(out.view()) : out.isEmpty() ? "none" : "LEFT";
+  };
+  expectOfTrees(see, R"(
+      # Media empties what the caller had.
+      png | none      pdf | none      video/mp4 | none      audio/wav | none      plain[body=] | had:
+      mixed(plain:attachment,html) | had:html                 mixed(plain,html) | had:plain
+      mixed(plain:attachment,html:attachment) | had:plain     mixed(plain:attachment) | had:plain
+      mixed(related(html,png),pdf) | had:html                 mixed[body=not split] | had:not split
+      # Below something that is no multipart: the first leaf that is a body, then the first child.
+      rfc822 | had:rfc822                                     rfc822(mixed(plain),html) | had:html
+      rfc822(plain:attachment,html) | had:html                rfc822(mixed(plain),pdf:attachment) | had:plain)");
 }
 
 TEST(Structure, effective_body_passes_over_dead_and_missing_children_but_stops_at_a_dead_first_part) {
@@ -377,31 +335,6 @@ TEST(Structure, effective_body_passes_over_dead_and_missing_children_but_stops_a
   EXPECT_EQ(bodyOf(*holed), "only");
   EXPECT_EQ(alternativesOf(*holed), "/1");
   holed->m_subParts.removeAt(0);
-}
-
-TEST(Structure, a_dead_node_answers_nothing_and_logs_no_message) {
-  const EmailPtr node = buildTree("alternative(plain,html)"), alive = buildTree("plain");
-  const Killed dead(*node);
-  LogMemory log;
-  log.m_verboseLogging = true;
-  ExtPtrArray list;
-  StringBuffer text;
-  DataBuffer bytes;
-  _svParentEmailPtr place;
-  EXPECT_FALSE(node->isMultipart() || node->isMultipartAlternative() || node->isNotAlternativeBody());
-  EXPECT_FALSE(node->findContentType("text/plain") || node->findMultipartEnclosureV2(2, 0, place));
-  node->convertToMultipartX("multipart/mixed", log);
-  node->removeAlternative("text/plain", log);
-  EXPECT_FALSE(node->addAlternativeEnclosure(log) || node->ensureAlternativeEnclosure(log));
-  node->checkAddEmailUniqueContentType(alive.get(), list);
-  EXPECT_EQ(list.getSize(), 0);
-  EXPECT_EQ(alternativesOf(*node), "");
-  EXPECT_FALSE(node->getAlternative(*node, 0) || node->getPlainTextAlternative());
-  EXPECT_FALSE(node->getAlternativeContentType(0, text, &log) ||
-               node->getAlternativeBodyMb(*node, 0, bytes, 0, log));
-  EXPECT_FALSE(node->getEffectiveBodyData(*node, bytes, log));
-  EXPECT_EQ(countMessages(log), 0) << log.text();
-  EXPECT_EQ(node->getAlternativeIndexByContentType("text/calendar"), 0) << "deliberately not -1";
 }
 
 }  // namespace

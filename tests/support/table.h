@@ -10,12 +10,12 @@
 
 namespace mailtree {
 
-/// Cases of N cells. "|" ends a cell; a line break or three blanks end a case. What begins with "#" is a comment.
+/// Cases of N cells. "|" ends a cell; a line break or two blanks end a case. What begins with "#" is a comment.
 template <std::size_t N>
 std::vector<std::array<std::string, N>> casesOf(std::string_view table) {
   std::vector<std::array<std::string, N>> cases;
   for (std::string_view rest = trim(table); !rest.empty();) {
-    const std::size_t end = std::min({rest.find('\n'), rest.find("   "), rest.size()});
+    const std::size_t end = std::min({rest.find('\n'), rest.find("  "), rest.size()});
     std::string_view row = rest.substr(0, end);
     rest = trim(rest.substr(end));
     if (row.starts_with('#')) continue;

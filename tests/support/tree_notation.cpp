@@ -1,5 +1,7 @@
 #include "tests/support/tree_notation.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <map>
 #include <stdexcept>
@@ -180,6 +182,10 @@ std::string printTree(const Email2* node, TreeDetail detail) {
   std::string out;
   print(node, detail, out);
   return out;
+}
+
+void expectOfTrees(const std::function<std::string(Email2&)>& see, std::string_view table) {
+  for (const auto& [tree, result] : casesOf<2>(table)) EXPECT_EQ(see(*buildTree(tree)), result) << tree;
 }
 
 }  // namespace mailtree

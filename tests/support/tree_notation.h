@@ -17,6 +17,7 @@
 //               The root is a new message with its default fields, every other node a bare one.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -42,5 +43,8 @@ inline std::string printTree(const EmailPtr& node, TreeDetail detail = TreeDetai
 inline std::string printTree(const Email2& node, TreeDetail detail = TreeDetail::dispositions) {
   return printTree(&node, detail);
 }
+
+/// Checks what a function makes of trees: a table of "tree | result" (see table.h).
+void expectOfTrees(const std::function<std::string(Email2&)>& see, std::string_view table);
 
 }  // namespace mailtree
