@@ -90,30 +90,20 @@ TEST(Loading, moves_everything_about_a_lone_attachment_to_its_part) {
 
 TEST(Loading, gives_a_lone_attachment_the_charset_that_its_header_was_found_in) {
   const EmailPtr root = load("Subject: gr\xC3\xBC\xC3\x9F\n" + attached("application/pdf"));
-  ASSERT_EQ(printTree(root), "mixed(plain,pdf:attachment)");
   EXPECT_EQ(root->emailCodePage(), kCpUtf8);
   EXPECT_EQ(root->getPart(1)->m_attachCodePage, kCpUtf8);
 }
 
-TEST(Loading, keeps_the_boundary_when_a_mixed_of_two_becomes_an_alternative) {
-  const EmailPtr root = load(mixed({kPlain, kHtml}));
-  EXPECT_TRUE(root->m_repairs.has(Repair::looseAlternative));
-  EXPECT_EQ(field(*root, "Content-Type"), "multipart/alternative; boundary=\"b=_2\"");
-  EXPECT_EQ(root->m_contentType.m_boundary.view(), "b=_2");
-}
-
 TEST(Loading, takes_the_date_from_the_first_field_that_tells) {
   const std::pair<const char*, const char*> rows[] = {
-      {"Date: Tue, 3 Mar 2020 10:20:30 +0100\nReceived: by x; Mon, 2 Mar 2020 00:00:00 +0000\n",
+      {"Received: by x; Mon, 2 Mar 2020 00:00:00 +0000\nDelivery-Date: Wed, 4 Mar 2020 10:20:30 +0000\n"
+       "Date: Tue, 3 Mar 2020 10:20:30 +0100\n",
        "2020-3-3 9:20:30"},
-      {"Delivery-Date: Wed, 4 Mar 2020 10:20:30 +0000\nDate: Tue, 3 Mar 2020 10:20:30 +0000\n",
-       "2020-3-3 10:20:30"},
       {"Delivery-Date: Wed, 4 Mar 2020 10:20:30 +0000\n", "2020-3-4 10:20:30"},
       {"Received: from a; by b;\n Mon, 2 Mar 2020 23:30:00 -0200\nReceived: by x; Sun, 1 Mar 2020\n",
        "2020-3-3 1:30:0"},
       {"Received: by x\n", "now"},
       {"Date: soon\nReceived: by x; Mon, 2 Mar 2020 00:00:00 +0000\n", "now"},
-      {"Subject: x\n", "now"},
   };
   for (const auto& [header, expected] : rows) {
     const SorvikSysTime date = load(std::string(header) + "\nbody")->m_date;
@@ -127,50 +117,35 @@ TEST(Loading, takes_the_date_from_the_first_field_that_tells) {
   }
 }
 
-std::string textOf(const _svEmailAddress& address) {
-  return std::string(address.m_name.view()) + "<" + std::string(address.m_address.view()) + ">";
-}
-
-std::string addresses(const ExtPtrArray& list) {
-  std::string text;
-  for (int i = 0; i < list.getSize(); ++i) text += (i ? "|" : "") + textOf(*list.at<_svEmailAddress>(i));
+std::string addressesOf(const Email2& node) {
+  const auto textOf = [](const _svEmailAddress& address) {
+    return std::string(address.m_name.view()) + "<" + std::string(address.m_address.view()) + ">";
+  };
+  std::string text = textOf(node.m_fromAddr);
+  for (const ExtPtrArray* list : {&node.m_toAddrs, &node.m_ccAddrs, &node.m_bccAddrs})
+    for (int i = 0; i < list->getSize(); ++i) text += "|" + textOf(*list->at<_svEmailAddress>(i));
   return text;
 }
 
-TEST(Loading, reads_sender_and_recipients) {
-  const std::tuple<const char*, const char*, const char*> rows[] = {
-      {"From: Ann <ann@x.org>, bob@y.org\nTo: c@z.org, Dan <d@z.org>\n", "Ann<ann@x.org>",
-       "<c@z.org>|Dan<d@z.org>"},
-      {"From: first@x.org\nFrom: second@x.org\n", "<first@x.org>", ""},
-      {"To: a@x.org\nSubject: x\nto: b@x.org\nTO: c@x.org\n", "<>", "<a@x.org>|<b@x.org>|<c@x.org>"},
+TEST(Loading, reads_sender_and_recipients_and_joins_repeated_fields) {
+  // The fields; the addresses in them; the fields as they are written, unless that is as they came.
+  const std::tuple<std::string, const char*, const char*> rows[] = {
+      {"From: Ann <ann@x.org>\nFrom: no@x.org\nTo: c@z.org, Dan <d@z.org>\n",
+       "Ann<ann@x.org>|<c@z.org>|Dan<d@z.org>", nullptr},
+      {"To: a@x\nCc: k@x\nBcc: m@x\nto: b@x\nCc: l@x\nBcc: n@x\n", "<>|<a@x>|<b@x>|<k@x>|<l@x>|<m@x>|<n@x>",
+       "To: a@x,\n b@x\nCc: k@x,\n l@x\nBcc: m@x,\n n@x\n"},
+      {"To: Undisclosed recipients\nTo: J\xC3\xB6rg <j@x>\nTo: J\xF6rg <k@x>\n",
+       "<>|J\xC3\xB6rg<j@x>|J\xC3\xB6rg<k@x>",
+       "To: \"Undisclosed recipients\", =?utf-8?Q?J=C3=B6rg?= <j@x>,\n =?utf-8?Q?J=C3=B6rg?= <k@x>\n"},
       // an encoded word is a name, whatever it decodes to
-      {"From: =?utf-8?q?boss=40bank=2Ecom=2C?= <crook@x.org>\n", "boss@bank.com,<crook@x.org>", ""},
-      {"To: =?utf-8?q?a=40x=2Eorg=2C_b?= <c@x.org>\n", "<>", "a@x.org, b<c@x.org>"},
-      {"From: J\xC3\xB6rg <j@x.org>\n", "J\xC3\xB6rg<j@x.org>", ""},
+      {"From: =?utf-8?q?boss=40bank=2Ecom=2C?= <crook@x.org>\nTo: =?utf-8?q?a=40x=2Eorg=2C_b?= <c@x.org>\n",
+       "boss@bank.com,<crook@x.org>|a@x.org, b<c@x.org>", nullptr},
   };
-  for (const auto& [header, from, to] : rows) {
-    const std::string message = std::string(header) + "\nbody";
-    for (const EmailPtr& root : {load(message), loadPop3(message)}) {
-      EXPECT_EQ(textOf(root->m_fromAddr), from) << header;
-      EXPECT_EQ(addresses(root->m_toAddrs), to) << header;
-    }
-  }
-}
-
-TEST(Loading, joins_repeated_recipient_fields_of_the_message) {
-  const std::pair<const char*, const char*> rows[] = {
-      {"To: a@x.org\nCc: k@x.org\nBcc: m@x.org\nTo: b@x.org\nCc: l@x.org\nBcc: n@x.org\n",
-       "To: a@x.org,\r\n b@x.org\r\nCc: k@x.org,\r\n l@x.org\r\nBcc: m@x.org,\r\n n@x.org\r\n\r\n"},
-      {"To: Undisclosed recipients\nTo: Otto <o@b.c>\n",
-       "To: \"Undisclosed recipients\", Otto <o@b.c>\r\n\r\n"},
-      {"To: J\xC3\xB6rg <j@x>\nTo: J\xF6rg <k@x>\n",
-       "To: =?utf-8?Q?J=C3=B6rg?= <j@x>, =?utf-8?Q?J=C3=B6rg?= <k@x>\r\n\r\n"},
-  };
-  for (const auto& [fields, written] : rows) {
-    const EmailPtr root = load(std::string(fields) + "\n");
-    EXPECT_EQ(write(*root), written);
-    EXPECT_EQ(addresses(root->m_toAddrs), addresses(load(written)->m_toAddrs));
-    EXPECT_EQ(addresses(root->m_bccAddrs), addresses(load(written)->m_bccAddrs));
+  for (const auto& [fields, addresses, written] : rows) {
+    const EmailPtr root = load(crlf(fields + "\n"));
+    EXPECT_EQ(addressesOf(*root), addresses) << fields;
+    EXPECT_EQ(addressesOf(*loadPop3(fields + "\n")), addresses) << fields << "from POP3";
+    EXPECT_EQ(write(*root), crlf((written ? std::string(written) : fields) + "\n"));
   }
 }
 
