@@ -5,7 +5,6 @@
 
 #include "tests/support/dead_node.h"
 #include "tests/support/messages.h"
-#include "tests/support/table.h"
 #include "tests/support/tree_notation.h"
 
 namespace mailtree {

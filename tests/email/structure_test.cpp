@@ -7,7 +7,6 @@
 #include "tests/support/dead_node.h"
 #include "tests/support/fields.h"
 #include "tests/support/node_path.h"
-#include "tests/support/table.h"
 #include "tests/support/tree_notation.h"
 
 namespace mailtree {

@@ -2,13 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <map>
 #include <stdexcept>
 #include <utility>
 
 #include "mailtree/base/Platform.h"
-#include "tests/support/table.h"
 
 namespace mailtree {
 namespace {
