@@ -36,41 +36,29 @@ EmailPtr copyWith(Email2& node, const Pairs& pairs, bool share = false) {
 }
 
 const std::string kMessage =
-    "From: =?iso-8859-1?Q?J=F6rg?= <joerg@x.org>\nTo: Ann <ann@x.org>,\n\t\"B, C\" <b@x.org>\nSubject:  odd  "
-    " "
-    "folding\n\there\nX-Odd:none\nMIME-Version: 1.0 (odd)\nContent-Type: multipart/mixed;\n   "
-    "BOUNDARY=\"in  ner\"\n\n"
+    "From: =?iso-8859-1?Q?J=F6rg?= <joerg@x.org>\nTo: Ann <ann@x.org>,\n\t\"B, C\" <b@x.org>\n"
+    "Subject:  odd   folding\n\there\nX-Odd:none\nMIME-Version: 1.0 (odd)\n"
+    "Content-Type: multipart/mixed;\n   BOUNDARY=\"in  ner\"\n\n"
     "--in  ner\nContent-Type: text/plain; charset=iso-8859-1\nContent-Transfer-Encoding: 8bit\n\n"
-    "gr\xFC\xDF NAME\n--in  ner\nContent-Type: image/png; name=NAME.png\nContent-Transfer-Encoding: "
-    "base64\n\nTkFNRQ==\n"
-    "--in  ner\nContent-Type: application/pdf\nContent-Disposition: attachment;\n filename=NAME.pdf\n\n"
-    "NAME\n--in  ner--\n";
+    "gr\xFC\xDF NAME\n--in  ner\nContent-Type: image/png; name=NAME.png\n"
+    "Content-Transfer-Encoding: base64\n\nTkFNRQ==\n--in  ner\nContent-Type: application/pdf\n"
+    "Content-Disposition: attachment;\n filename=NAME.pdf\n\nNAME\n--in  ner--\n";
 
-TEST(Clone, is_written_like_the_original_and_independent_of_it) {
+TEST(Clone, is_written_like_the_original_and_shares_bytes_of_images_and_pdfs_only_when_asked) {
   const EmailPtr original = load(kMessage);
   const std::string written = write(*original);
   for (const bool share : {false, true}) {
     const EmailPtr copy(original->clone_v3(share, quiet));
-    ASSERT_TRUE(copy) << share;
     EXPECT_EQ(write(*copy), written) << share;
     EXPECT_EQ(copy->getNumRecipients(1), 2) << share;
     EXPECT_NE(copy->m_common, original->m_common) << share;
+    for (int i = 0; i < 3; ++i)
+      EXPECT_EQ(copy->getPart(i)->m_body.getData2() == original->getPart(i)->m_body.getData2(),
+                share && i > 0);
     copy->use_codepage(65001);
     copy->setHeaderField("Subject", "other", quiet);
     copy->getPart(1)->m_body.append("changed");
     EXPECT_EQ(write(*original), written) << share;
-  }
-}
-
-TEST(Clone, shares_the_bytes_of_images_and_pdfs_only_when_asked) {
-  const EmailPtr original = buildTree("mixed(plain,png,pdf,image/x-tiff,zip,html)");
-  for (const bool share : {false, true}) {
-    const EmailPtr copy(original->clone_v3(share, quiet));
-    for (int i = 0; i < original->getNumParts(); ++i) {
-      const DataBuffer &mine = original->getPart(i)->m_body, &its = copy->getPart(i)->m_body;
-      EXPECT_EQ(its.view(), mine.view()) << share << i;
-      EXPECT_EQ(its.getData2() == mine.getData2(), share && i >= 1 && i <= 3) << share << i;
-    }
   }
 }
 

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
-#include <iterator>
 #include <random>
 #include <vector>
 
@@ -19,6 +19,11 @@ namespace {
 namespace fs = std::filesystem;
 
 LogNull quiet;
+
+template <class... Text>
+std::array<std::string_view, sizeof...(Text)> listOf(Text... texts) {
+  return {texts...};
+}
 
 /// What must be the same after a message was written and loaded again, one line for each part.
 std::string describe(const Email2& node, std::size_t depth = 0) {
@@ -121,19 +126,10 @@ TEST(RoundTrip, holds_for_trees_made_by_hand) {
 }
 
 TEST(RoundTrip, holds_for_text_of_every_kind_in_every_encoding) {
-  const std::string_view bodies[] = {"",
-                                     "words",
-                                     "words\r\n",
-                                     "\r\n",
-                                     "\r\n\r\nwords\r\n\r\n",
-                                     "trailing blank \r\n\t\r\n",
-                                     "=3D = ==\r\n",
-                                     ".\r\n..\r\n",
-                                     "--b=_\r\nno boundary\r\n",
-                                     "gr\xC3\xBC\xC3\x9F\r\n",
-                                     "\xD0\xB4\xD0\xB0\r\n",
-                                     "\xE6\x97\xA5\xE6\x9C\xAC\r\n",
-                                     "gr\xC3\xBC\xC3\x9F \xC3\r\n"};
+  const auto bodies =
+      listOf("", "words", "words\r\n", "\r\n", "\r\n\r\nwords\r\n\r\n", "trailing blank \r\n\t\r\n",
+             "=3D = ==\r\n", ".\r\n..\r\n", "--b=_\r\nno boundary\r\n", "gr\xC3\xBC\xC3\x9F\r\n",
+             "\xD0\xB4\xD0\xB0\r\n", "\xE6\x97\xA5\xE6\x9C\xAC\r\n", "gr\xC3\xBC\xC3\x9F \xC3\r\n");
   for (const std::string_view body : bodies) {
     for (const char* encoding : {"7bit", "8bit", "quoted-printable", "base64", "binary"}) {
       for (const int codePage : {kCpUtf8, 1252, 20866, 50220, kCpUsAscii, 54936}) {
@@ -166,22 +162,13 @@ TEST(RoundTrip, keeps_received_fields_as_they_were_folded) {
 TEST(RoundTrip, holds_for_the_samples) { EXPECT_GE(checkLawsIn(places::samples()), 12); }
 
 TEST(RoundTrip, doubles_every_leading_dot_of_hostile_messages) {
-  const char* const pieces[] = {".\r\n",
-                                "..\n",
-                                ".h: 1\r\n",
-                                "\r\n",
-                                "\n",
-                                "X: y\r\n .\r\n",
-                                "MAIL FROM:<a@b>\r\n",
-                                "--b\r\n",
-                                "--b--\r\n",
-                                "Content-Type: multipart/signed; boundary=b\r\n",
-                                "Content-Type: message/rfc822\r\n",
-                                "."};
+  const auto pieces = listOf(
+      ".\r\n", "..\n", ".h: 1\r\n", "\r\n", "\n", "X: y\r\n .\r\n", "MAIL FROM:<a@b>\r\n", "--b\r\n",
+      "--b--\r\n", "Content-Type: multipart/signed; boundary=b\r\n", "Content-Type: message/rfc822\r\n", ".");
   std::mt19937 random(20261122);
   for (int round = 0; round < 2000; ++round) {
     std::string message;
-    for (std::size_t i = 0; i < 14; ++i) message += pieces[random() % std::size(pieces)];
+    for (std::size_t i = 0; i < 14; ++i) message += pieces[random() % pieces.size()];
     const EmailPtr mail = load(message);
     const std::string written = write(*mail);
     ASSERT_EQ(written, withoutDotStuffing(writeToSink(*mail, {.dotStuff = true}))) << message;
