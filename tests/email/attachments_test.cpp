@@ -114,7 +114,7 @@ TEST(Attachments, are_listed_in_the_order_of_the_tree) {
       mixed(alternative(plain,html),plain) | /1     mixed(related(html,png),plain,rfc822,mixed(plain)) | /1
       mixed(mixed(alternative(plain)),plain) |      mixed(plain,mixed(plain,pdf),pdf) | /1/1 /2
       mixed(related(html,png:attachment),zip) | /0/1 /1                   mixed(fax(plain,pdf),png) | /0/1
-      # An alternative is no mixed enclosure; signed below mixed is not looked into, nor anything below related.
+      # An alternative is no mixed enclosure; signed below mixed and all below related are not looked into.
       mixed(alternative(plain,png:inline)) |        mixed(alternative(plain,html,pdf)) | /0/2
       alternative(plain,mixed(html,pdf),related(html,png:attachment)) | /1/1 /2/1
       signed(png:inline,p7s) |                      signed(mixed(plain,pdf),p7s:attachment) | /0/1 /1
