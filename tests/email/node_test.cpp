@@ -129,13 +129,14 @@ TEST(Node, operations_on_a_dead_node_give_nothing_change_nothing_and_log_no_mess
     for (const auto act : {&Email2::minimizeMemUsage, &Email2::removeAllSubparts, &Email2::clearBccFromHeader,
                            &Email2::dropAttachments})
       (node.*act)();
-    for (const auto set : {&Email2::setIdOnServer, &Email2::use_codepage, &Email2::clearRecipients})
-      (node.*set)(1);
+    for (const auto set : {&Email2::setIdOnServer, &Email2::clearRecipients}) (node.*set)(1);
+    node.use_codepage(932);
     node.setOverwriteExisting(false);
     node.use_charset(charset);
     node.supplyTermValue("Date", out);
     node.supplyTermValue("body", out);
 
+    EXPECT_FALSE(node.isValidEmailObject() || node.getNumParts() || node.getPart(0));
     EXPECT_FALSE(node.getHeaderFieldUtf8("Date", out, log) || node.getHeaderFieldX("Date", outX, log) ||
                  node.getNumHeaderFields() || node.getHeaderFieldName(0, out, log) ||
                  node.getHeaderFieldValue(0, out, log) || node.hasHeaderField("Date", log) ||
@@ -211,6 +212,7 @@ TEST(Node, operations_on_a_dead_node_give_nothing_change_nothing_and_log_no_mess
   EXPECT_EQ(outX.view(), "untouched");
   EXPECT_EQ(countMessages(log), 0) << log.text();
   EXPECT_EQ(list.getSize() + time.m_year + count, 7);
+  EXPECT_TRUE(node.getOverwriteExisting() && node.getIdOnServer() == -1 && node.emailCodePage() == 0);
   EXPECT_EQ(write(node), written);
 }
 
