@@ -6,7 +6,6 @@
 #include <array>
 #include <filesystem>
 #include <random>
-#include <vector>
 
 #include "mailtree/mime/ContentCoding.h"
 #include "tests/support/messages.h"
