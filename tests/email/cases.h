@@ -1,6 +1,7 @@
 // tests/email/cases.h - tables of cases as text, and what several tests ask of a node or a log.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <string>
 #include <string_view>
