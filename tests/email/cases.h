@@ -1,36 +1,57 @@
 // tests/email/cases.h - tables of cases as text, and what several tests ask of a node or a log.
 #pragma once
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <array>
 #include <string>
-#include <string_view>
+#include <tuple>
+#include <utility>
 #include <vector>
 
-#include "mailtree/email/Email2.h"
+#include "tests/support/dead_node.h"
+#include "tests/support/fields.h"
+#include "tests/support/messages.h"
+#include "tests/support/node_path.h"
+#include "tests/support/tree_notation.h"
 
 namespace mailtree {
 
-/// The lines of a text, each as N cells that stand between "|" and are trimmed. In a cell \n is a line feed, \r a
-/// carriage return and \xNN a byte.
+inline LogNull quiet;
+
+/// The text of a cell: \n is a line feed, \r a carriage return and \xNN a byte.
+inline std::string cellOf(std::string_view text) {
+  std::string cell;
+  for (; !text.empty(); text.remove_prefix(1)) {
+    const char next = text.size() > 1 && text[0] == '\\' ? text[1] : '\0';
+    if (next == 'x') {
+      cell += static_cast<char>(std::stoi(std::string(text.substr(2, 2)), nullptr, 16));
+      text.remove_prefix(3);
+    } else if (next == 'n' || next == 'r') {
+      cell += next == 'n' ? '\n' : '\r';
+      text.remove_prefix(1);
+    } else {
+      cell += text[0];
+    }
+  }
+  return cell;
+}
+
+/// The rows of a table, which stand on lines of their own or are told apart by "||". A row is N cells between "|"; those
+/// at its end may be left out.
 template <std::size_t N>
 std::vector<std::array<std::string, N>> rowsOf(std::string_view table) {
   std::vector<std::array<std::string, N>> rows;
   while (!trim(table).empty()) {
     table = trim(table);
-    std::string_view line = table.substr(0, table.find('\n'));
-    table.remove_prefix(line.size());
+    std::string_view row = table.substr(0, std::min(table.find('\n'), table.find("||")));
+    table.remove_prefix(row.size() + (table.substr(row.size()).starts_with("||") ? 2 : 0));
     for (std::string& cell : rows.emplace_back()) {
-      std::string_view text = trim(line.substr(0, line.find('|')));
-      line.remove_prefix(std::min(line.find('|'), line.size() - 1) + 1);
-      for (; !text.empty(); text.remove_prefix(1)) {
-        const std::size_t escaped =
-            text[0] == '\\' && text.size() > 1 ? std::string_view("nrx").find(text[1]) : 3;
-        cell += escaped < 2 ? "\n\r"[escaped] : text[0];
-        if (escaped == 2)
-          cell.back() = static_cast<char>(std::stoi(std::string(text.substr(2, 2)), nullptr, 16));
-        if (escaped < 3) text.remove_prefix(escaped == 2 ? 3 : 1);
-      }
+      const std::string_view text = row.substr(0, row.find('|'));
+      cell = cellOf(trim(text));
+      row.remove_prefix(std::min(text.size() + 1, row.size()));
     }
   }
   return rows;
@@ -41,7 +62,6 @@ inline EmailPtr bareNode() { return EmailPtr(Email2::createNewObject00()); }
 
 /// The fields of a node in order, decoded, as "Name: value" lines.
 inline std::string fieldLines(const Email2& node) {
-  LogNull quiet;
   std::string lines;
   StringBuffer name, value;
   for (int i = 0; i < node.getNumHeaderFields(); ++i) {

@@ -1,17 +1,8 @@
 // Files that stand uuencoded in a text, and messages that are a file and nothing else.
-#include <gtest/gtest.h>
-
-#include <string>
-#include <tuple>
-
 #include "tests/email/cases.h"
-#include "tests/support/messages.h"
-#include "tests/support/tree_notation.h"
 
 namespace mailtree {
 namespace {
-
-LogNull quiet;
 
 const std::string kCat = "begin 644 cat.txt\n#0V%T\n`\nend\n";
 const std::string kDog = "begin 600 dog.pdf\n#1&]G\n`\nend\n";
@@ -77,10 +68,10 @@ TEST(Uuencoded, what_was_done_is_logged) {
 
 TEST(AttachmentOnly, message_gets_an_empty_text_and_its_file) {
   for (const auto& [header, tree] : rowsOf<2>(R"(
-    yes\nContent-Type: a/odd\nContent-Disposition: attachment; filename=a.pdf   | mixed(pdf:attachment)
-    no\nContent-Type: a/odd\nContent-Disposition: attachment; filename=a.pdf    | a/odd:attachment
+    yes\nContent-Type: a/odd\nContent-Disposition: attachment; filename=a.pdf    | mixed(pdf:attachment)
+    no\nContent-Type: a/odd\nContent-Disposition: attachment; filename=a.pdf     | a/odd:attachment
     yes\nContent-Type: a/pkcs7-mime\nContent-Disposition: attachment; filename=a | a/pkcs7-mime:attachment
-    yes\nContent-Type: application/pdf; name=a.pdf                              | pdf)")) {
+    yes\nContent-Type: application/pdf; name=a.pdf                               | pdf)")) {
     const EmailPtr mail = loadPop3(crlf("X-MS-Has-Attach: " + header + "\n\n%PDF\n"));
     EXPECT_EQ(printTree(mail), tree) << header;
     const Email2& file = mail->getNumParts() ? *mail->getPart(0) : *mail;
