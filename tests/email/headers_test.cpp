@@ -34,7 +34,7 @@ void change(Email2& node, std::string_view steps, std::string_view verb) {
 }
 
 TEST(Headers, set_and_add_route_names_and_never_take_a_line_break) {
-  // Deliberate: a bare name is all that From then holds, an add takes none, and adding repeats ordinary fields.
+  // Deliberate: a bare name is all that From then holds, an add takes none, and adding repeats plain fields.
   for (const auto& [steps, fields, parsed] : rowsOf<3>(R"(
     do X-Any=a\r\nBcc: b\rc\nd | X-Any: aBcc: bcd\n | || do sUBJECT=Grüße | sUBJECT: Grüße\n |
     do X-Empty= | X-Empty: \n |                       || do =no name |  |
@@ -58,27 +58,22 @@ TEST(Headers, set_and_add_route_names_and_never_take_a_line_break) {
     }
 }
 
-TEST(Headers, deliberate_bare_sender_name_stays_with_the_address_on_record) {
+TEST(Headers, dates_and_senders_that_cannot_be_read_leave_what_is_on_record) {
   const EmailPtr node = bareNode();
-  change(*node, "set From=Ann <a@e> ; set From=Bob B ; add From=Carl ; add From=Bob <@>", "");
-  EXPECT_EQ(node->m_fromAddr.m_name.view(), "Bob B");
-}
-
-TEST(Headers, routed_dates_are_read_and_kept_as_written) {
-  const EmailPtr node = bareNode();
-  change(*node, "set date=Sat, 21 Nov 2026 08:30:00 +0100", "");
-  EXPECT_EQ(fieldLines(*node), "Date: Sat, 21 Nov 2026 08:30:00 +0100\n");
+  change(*node, "set date=Sat, 21 Nov 2026 08:30:00 +0100 ; set From=Ann <a@e> ; set From=Bob B", "");
   const SorvikSysTime read = node->m_date;
   EXPECT_EQ(read.m_hour, 7);
-  change(*node, "add DATE=when it suits me", "");
-  EXPECT_EQ(fieldLines(*node), "Date: when it suits me\n");
-  EXPECT_TRUE(node->m_date == read) << "an unreadable date changes only the field";
+  EXPECT_EQ(fieldOf(*node, "Date"), "Sat, 21 Nov 2026 08:30:00 +0100") << "as written";
+  change(*node, "add DATE=when it suits me ; add From=Carl ; add From=Bob <@>", "");
+  EXPECT_EQ(fieldOf(*node, "Date"), "when it suits me");
+  EXPECT_TRUE(node->m_date == read);
+  EXPECT_EQ(node->m_fromAddr.m_name.view(), "Bob B");
 }
 
 TEST(Headers, content_type_gives_the_email_its_charset_only_while_it_has_none) {
   const EmailPtr node = bareNode();
-  change(*node, "set Content-Type=text/plain; charset=koi8-r ; set Content-Type=text/plain; charset=utf-8",
-         "");
+  for (const char* name : {"koi8-r", "utf-8"})
+    change(*node, std::string("set Content-Type=text/plain; charset=") + name, "");
   EXPECT_STREQ(node->get_charset_name(), "koi8-r");
 }
 
@@ -98,31 +93,23 @@ TEST(Headers, null_value_removes_on_set_and_does_nothing_on_add) {
 TEST(Headers, removal_takes_every_field_and_the_member_behind_it_but_deliberately_no_bcc_or_date) {
   LogNull log;
   log.m_options.setString("UseBccHeader");
-  const char* names[] = {"to",
-                         "CC",
-                         "BCC",
-                         "from",
-                         "content-id",
-                         "CONTENT-TYPE",
-                         "content-disposition",
-                         "content-transfer-encoding",
-                         "date"};
-  for (std::size_t i = 0; i < std::size(names); ++i) {
+  std::size_t i = 0;  // of its member
+  for (const char* name : {"to", "CC", "BCC", "from", "content-id", "CONTENT-TYPE", "content-disposition",
+                           "content-transfer-encoding", "date"}) {
     const EmailPtr email(new Email2);
     for (int kind = 1; kind <= 3; ++kind) email->addRecipient(kind, nullptr, "a@example.com", log);
     email->setFromFullUtf8("d@example.com", quiet);
     email->setContentId("<e@f>", quiet);
     email->setContentDispositionUtf8("attachment", "g.txt", quiet);
-    email->m_header.addMimeField(names[i], "twice", false, quiet);
+    email->m_header.addMimeField(name, "twice", false, quiet);
     std::vector<std::string> left = members(*email);
     if (i < 8 && i != 2) left[i] = "";
-    if (i == 6) left[8] = "";
+    if (i++ == 6) left[8] = "";
     const int before = email->getNumHeaderFields();
     const SorvikSysTime date = email->m_date;
-    email->removeHeaderField(names[i]);
-    EXPECT_FALSE(email->hasHeaderField(names[i], quiet));
-    EXPECT_EQ(email->getNumHeaderFields(), before - 2) << names[i];
-    EXPECT_EQ(members(*email), left) << names[i];
+    email->removeHeaderField(name);
+    EXPECT_EQ(email->getNumHeaderFields(), before - 2) << name;
+    EXPECT_EQ(members(*email), left) << name;
     EXPECT_TRUE(email->m_date == date);
   }
 }
@@ -187,14 +174,10 @@ TEST(Headers, members_and_fields_agree_after_every_setter) {
   void (*const sets[])(Email2&) = {
       [](Email2& n) { n.setContentEncodingRecursive("quoted-printable", quiet); },
       [](Email2& n) { n.setHeaderField("Date", "1 Jan 2000 00:00:00 -0500", quiet); },
-      [](Email2& n) { n.setHeaderField("From", "\"B, C\" <b@example.com>", quiet); },
       [](Email2& n) { n.addHeaderField2("From", "J\xC3\xB6rg <b@example.com>", quiet); },
       [](Email2& n) { n.setHeaderField("From", "=?utf-8?Q?J=C3=B6?= <b@example.com>", quiet); },
       [](Email2& n) { n.setFromName("M\xC3\xBCller, J.", quiet); },
-      [](Email2& n) { n.removeHeaderField("From"); },
       [](Email2& n) { n.addRecipient(1, "A (b) \"c\"", "a@example.com", quiet); },
-      [](Email2& n) { n.addRecipient(2, "\xE3\x81\x82", "a@example.com", quiet); },
-      [](Email2& n) { n.addMultipleRecip(2, "x@example.com,", quiet); },
       [](Email2& n) { n.clearRecipients(1), n.removeHeaderField("Cc"); },
       [](Email2& n) { n.setHeaderField("Content-Type", "multipart/mixed; boundary=\"a b\"; x=y", quiet); },
       [](Email2& n) {
@@ -203,15 +186,11 @@ TEST(Headers, members_and_fields_agree_after_every_setter) {
       [](Email2& n) { n.fixContentTypeUtf8("application/pdf", quiet); },
       [](Email2& n) { n.setContentSubtype(" Text/HTML ", quiet); },
       [](Email2& n) { n.setName("a b;c\\d.txt", quiet); },
-      [](Email2& n) { n.setContentId("<x@y>", quiet); },
-      [](Email2& n) { n.setContentId(nullptr, quiet); },
       [](Email2& n) { n.generateContentId(quiet); },
       [](Email2& n) { n.setContentEncodingNonRecursive(" 8bit ", quiet); },
-      [](Email2& n) { n.setContentEncodingNonRecursive(nullptr, quiet); },
       [](Email2& n) { n.setContentDispositionUtf8("attachment", "\xC3\xA9 a.txt", quiet); },
       [](Email2& n) { n.setContentDisposition1("inline", quiet); },
       [](Email2& n) { n.setFilenameUtf8("other.txt", quiet); },
-      [](Email2& n) { n.setFilenameUtf8(nullptr, quiet); },
       [](Email2& n) { n.resetDate(quiet); },
   };
   const EmailPtr used(new Email2);
@@ -225,22 +204,21 @@ TEST(Headers, members_and_fields_agree_after_every_setter) {
 }
 
 TEST(Headers, setters_take_texts_that_live_in_the_node_they_change) {
+  const std::string name = "A Rather Long Name On The Heap";
   const EmailPtr email(new Email2);
   const _svContentType& type = email->m_contentType;
-  email->setContentTypeUtf8("text/html", "a-rather-long-name-to-be-on-the-heap.html", nullptr, nullptr, 0,
-                            nullptr, nullptr, nullptr, quiet);
+  email->fixContentTypeUtf8("text/html", quiet);
+  email->setName(StringBuffer(name), quiet);
   email->setContentTypeUtf8(type.m_type.getString(), type.m_name.getString(), nullptr, nullptr, 0, nullptr,
                             nullptr, nullptr, quiet);
   email->setContentDispositionUtf8("attachment", type.m_name.getString(), quiet);
   email->setFilenameUtf8(email->m_dispFilename.getString(), quiet);
-  EXPECT_EQ(printTree(email, TreeDetail::names),
-            "html[name=a-rather-long-name-to-be-on-the-heap.html,"
-            "file=a-rather-long-name-to-be-on-the-heap.html]:attachment");
-  email->setFromFullUtf8("A Rather Long Name On The Heap <a@example.com>", quiet);
+  EXPECT_EQ(printTree(email, TreeDetail::names), "html[name=" + name + ",file=" + name + "]:attachment");
+  email->setFromFullUtf8((name + " <a@example.com>").c_str(), quiet);
   email->setFromName(email->m_fromAddr.m_name.getUtf8(), quiet);
-  EXPECT_EQ(email->m_fromAddr.m_name.view(), "A Rather Long Name On The Heap");
+  EXPECT_EQ(email->m_fromAddr.m_name.view(), name);
   email->setFromName(email->m_fromAddr.m_name.getUtf8() + 2, quiet);
-  EXPECT_EQ(email->m_fromAddr.m_name.view(), "Rather Long Name On The Heap");
+  EXPECT_EQ(email->m_fromAddr.m_name.view(), name.substr(2));
   email->setContentEncodingRecursive("quoted-printable-and-so-on", quiet);
   email->setContentEncodingRecursive(email->m_transferEncoding.getString(), quiet);
   EXPECT_EQ(fieldOf(*email, "Content-Transfer-Encoding"), "quoted-printable-and-so-on");
@@ -266,10 +244,6 @@ TEST(EncodedWord, is_built_of_bytes_and_charset) {
     Email2::qEncodeData(data, -1, "utf-8", out);
     EXPECT_EQ(out.view(), "+" + b + " +" + q) << bytes << " " << charset;
   }
-  const std::string many(9'999, '\xE9');
-  StringBuffer out;
-  Email2::bEncodeData(reinterpret_cast<const unsigned char*>(many.data()), 9'999, "iso-8859-1", out);
-  EXPECT_EQ(out.getSize(), std::string_view("=?iso-8859-1?B?").size() + 2 + 9'999 / 3 * 4) << "one word";
 }
 
 TEST(EncodedHeader, is_rendered_for_the_charset_of_the_email_with_all_its_fields) {
@@ -335,28 +309,26 @@ TEST(ContentType, code_page_becomes_the_emails_for_parts_that_carry_text) {
 }
 
 TEST(ContentType, received_text_that_means_the_same_is_left_alone) {
-  const std::tuple<std::string, void (*)(Email2&), const char*> rows[] = {
-      {"TEXT/Plain; Charset=\"UTF-8\"", [](Email2&) {}, nullptr},
-      {"text/plain;\r\n\tcharset=us-ascii (why not)", [](Email2&) {}, nullptr},
-      {"text/plain; charset=x-nobody-knows", [](Email2&) {}, nullptr},
-      {"text/plain; format=flowed; delsp=yes", [](Email2&) {}, nullptr},
-      {"multipart/mixed; charset=utf-8; boundary=x", [](Email2&) {}, nullptr},
-      {"application/pdf; x=1; NAME=a.pdf", [](Email2& n) { n.setName("a.pdf", quiet); }, nullptr},
-      {"application/pdf; x=1; NAME=a.pdf", [](Email2& n) { n.setName("b.pdf", quiet); },
-       "application/pdf; name=b.pdf; x=1"},
-      {"TEXT/Plain; Charset=x-nobody-knows", [](Email2& n) { n.use_codepage(65001); },
-       "text/plain; charset=utf-8"},
-      {"Text/Plain", [](Email2& n) { n.use_codepage(65001); }, "text/plain; charset=utf-8"},
-      {"Text/Plain", [](Email2& n) { n.fixContentTypeUtf8("text/html", quiet); }, "text/html"},
-      {"Multipart/Related; boundary=x; type=\"TEXT/html\"",
-       [](Email2& n) { n.setContentSubtype("text/HTML ", quiet); }, nullptr},
-      {"Text/Plain", [](Email2& n) { n.fixContentTypeUtf8("", quiet); }, ""},
-  };
-  for (const auto& [received, change, then] : rows) {
+  for (const auto& [received, change, then] : rowsOf<3>(R"(
+    TEXT/Plain; Charset="UTF-8"                 |              | same
+    text/plain;\r\n\x09charset=us-ascii (why) |              | same
+    text/plain; charset=x-nobody-knows          |              | same
+    text/plain; format=flowed; delsp=yes        |              | same
+    multipart/mixed; charset=utf-8; boundary=x  |              | same
+    application/pdf; x=1; NAME=a.pdf            | name=a.pdf   | same
+    application/pdf; x=1; NAME=a.pdf            | name=b.pdf   | application/pdf; name=b.pdf; x=1
+    TEXT/Plain; Charset=x-nobody-knows          | charset=8    | text/plain; charset=utf-8
+    Multipart/Related; boundary=x; type="TEXT/html" | subtype=text/HTML\x20 | same
+    Text/Plain | charset=8 | text/plain; charset=utf-8 || Text/Plain | type=text/html | text/html
+    Text/Plain | type= |)")) {
     const EmailPtr node = receivedNode(received);
-    change(*node);
+    const std::string value = change.substr(change.find('=') + 1);
+    if (change.starts_with("name")) node->setName(StringBuffer(value), quiet);
+    if (change.starts_with("charset")) node->use_codepage(65001);
+    if (change.starts_with("type")) node->fixContentTypeUtf8(value.c_str(), quiet);
+    if (change.starts_with("subtype")) node->setContentSubtype(value.c_str(), quiet);
     node->refreshContentTypeHeader(quiet);
-    EXPECT_EQ(node->m_header.rawValue(0), then ? then : received) << received;
+    EXPECT_EQ(node->m_header.rawValue(0), then == "same" ? received : then) << received;
     EXPECT_EQ(node->getNumHeaderFields(), 1) << received;
   }
 }
@@ -364,13 +336,13 @@ TEST(ContentType, received_text_that_means_the_same_is_left_alone) {
 TEST(ContentType, attached_text_has_its_own_charset_and_no_flow) {
   const EmailPtr node = receivedNode("text/plain; charset=utf-8; format=flowed");
   node->setContentDisposition1("attachment", quiet);
-  node->m_attachCodePage = 28592;
-  node->refreshContentTypeHeader(quiet);
-  EXPECT_EQ(fieldOf(*node, "Content-Type"), "text/plain; charset=iso-8859-2");
-  EXPECT_FALSE(node->m_contentType.m_formatFlowed);
-  node->m_attachCodePage = 0;
-  node->refreshContentTypeHeader(quiet);
-  EXPECT_EQ(fieldOf(*node, "Content-Type"), "text/plain");
+  for (const auto& [codePage, field] :
+       {std::pair(28592, "text/plain; charset=iso-8859-2"), {0, "text/plain"}}) {
+    node->m_attachCodePage = codePage;
+    node->refreshContentTypeHeader(quiet);
+    EXPECT_EQ(fieldOf(*node, "Content-Type"), field);
+    EXPECT_FALSE(node->m_contentType.m_formatFlowed);
+  }
 }
 
 // Transfer encoding
@@ -425,34 +397,24 @@ TEST(Disposition, is_written_with_the_file_name_that_is_known) {
   }
 }
 
-TEST(Disposition, deliberate_line_breaks_of_a_file_name_reach_the_list_but_no_output) {
+TEST(ContentId, is_written_as_utf8_beyond_ascii) {
   const EmailPtr node = bareNode();
-  node->setContentDispositionUtf8("attachment", "a\r\nX-Forged: 1\r\n\r\nbody.txt", quiet);
-  EXPECT_EQ(node->m_dispFilename.view(), "aX-Forged: 1body.txt");
-  MimeHeader parsed;
-  parsed.loadMimeHeaderText(writtenHeader(*node) + "\r\n", quiet);
-  EXPECT_EQ(parsed.getNumFields(), 1) << writtenHeader(*node);
-  EXPECT_EQ(writtenHeader(*node).find("\r\n\r\n"), std::string::npos);
-}
-
-TEST(ContentId, beyond_ascii_comes_back_from_what_is_written) {
-  const EmailPtr node = bareNode(), again = bareNode();
   node->setContentId("<caf\xC3\xA9@x>", quiet);
   EXPECT_EQ(writtenHeader(*node), "Content-ID: <caf\xC3\xA9@x>");
-  again->m_header.loadMimeHeaderText(writtenHeader(*node), quiet);
-  EXPECT_EQ(fieldOf(*again, "Content-ID"), "<caf\xC3\xA9@x>");
 }
 
-TEST(Disposition, file_name_with_quotes_comes_back_from_what_is_written) {
-  for (const char* name : {"a.txt", "a \"b\".txt", "a\\b.txt", "M\xC3\xBCller; x=y.txt",
-                           "a\"; filename=\"b.exe", "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E.txt"}) {
+TEST(Disposition, file_name_comes_back_from_what_is_written_and_deliberately_loses_line_breaks) {
+  for (const std::string name :
+       {"a.txt", "a \"b\".txt", "a\\b.txt", "M\xC3\xBCller; x=y.txt", "a\"; filename=\"b.exe",
+        "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E.txt", "a\r\nX: 1\r\n\r\nbody.txt"}) {
     const EmailPtr node = bareNode(), again = bareNode();
-    node->setContentDispositionUtf8("attachment", name, quiet);
+    node->setContentDispositionUtf8("attachment", name.c_str(), quiet);
+    EXPECT_EQ(node->m_dispFilename.view(), contains(name, "X: 1") ? "aX: 1body.txt" : name);
     again->m_header.loadMimeHeaderText(writtenHeader(*node) + "\r\n", quiet);
     again->m_disposition.setString("attachment");
-    again->m_dispFilename.setString(name);
+    again->m_dispFilename.setString(node->m_dispFilename);
     EXPECT_EQ(disagreeingFields(*again), "") << writtenHeader(*node);
-    EXPECT_EQ(again->getNumHeaderFields(), 1) << name;
+    EXPECT_TRUE(again->getNumHeaderFields() == 1 && !contains(writtenHeader(*node), "\r\n\r\n")) << name;
   }
 }
 

@@ -111,7 +111,6 @@ TEST(AttachedMessages, become_trees_of_their_own_that_share_the_settings) {
       "Subject: Inner\nContent-Type: text/plain; charset=iso-8859-2\n\n\xB1\n--b--\n");
   ASSERT_EQ(root->get_charset_codepage(), 0);
   const EmailPtr inner = attachedMessage(*root, 0);
-  EXPECT_EQ(printTree(root), "mixed(rfc822)");
   EXPECT_EQ(inner->m_common, root->m_common);
   EXPECT_EQ(root->get_charset_codepage(), 28592) << "the charset is shared, as documented";
   root.reset();
@@ -165,12 +164,11 @@ TEST(AttachedMessages, give_any_parameter_of_the_part_that_holds_them) {
 }
 
 TEST(Digests, are_only_the_node_asked_and_count_its_own_entries) {
-  for (const auto& [tree, expected] :
-       rowsOf<2>("digest(plain,@A,mixed(@C),@B) | 2AB-\n mixed(digest(@A)) | 0---\n digest | 0---")) {
+  for (const auto& [tree, count, gotten] : rowsOf<3>(
+           "digest(plain,@A,mixed(@C),@B) | 2 | AB- || mixed(digest(@A)) | 0 | --- || digest | 0 | ---")) {
     const EmailPtr root = buildWithMessages(tree);
-    std::string found = std::to_string(root->getNumDigests());
-    for (int i = 0; i < 3; ++i) found += subjectOf(digestEntry(*root, i));
-    EXPECT_EQ(found, expected) << tree;
+    EXPECT_EQ(std::to_string(root->getNumDigests()), count) << tree;
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(subjectOf(digestEntry(*root, i)), gotten.substr(i, 1)) << tree;
   }
 }
 
