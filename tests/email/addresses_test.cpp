@@ -64,25 +64,20 @@ TEST(Sender, setters_rewrite_the_field_unless_there_is_nothing_to_use_and_keep_w
   const EmailPtr node = bareNode();
   for (const auto& [set, from] : steps) {
     set(*node);
-    EXPECT_EQ(writtenHeader(*node), "From: " + from + "\r\nSVX-Bounce-Address: ann@e.com")
-        << &set - &steps[0].first;
+    EXPECT_EQ(writtenHeader(*node), "From: " + from + "\r\nSVX-Bounce-Address: ann@e.com");
   }
   EXPECT_EQ(disagreeingFields(*node) + reversePath(*node), "ann@e.com");
 }
 
-TEST(Sender, address_with_a_line_break_forges_no_field) {
-  const EmailPtr node = bareNode();
+TEST(Sender, address_with_a_line_break_forges_no_field_and_one_too_long_for_a_line_is_in_none) {
+  const EmailPtr node = bareNode(), longNode = bareNode();
   node->setFromAddr("ann@example.com\r\nBcc: all@example.com", quiet);
   StringBuffer address;
   node->getFromAddrUtf8(address);
   EXPECT_EQ(address.view(), "ann@example.comBcc: all@example.com");
   EXPECT_EQ(withHeader(writtenHeader(*node) + "\r\n")->m_header.findField("Bcc"), -1) << writtenHeader(*node);
-}
-
-TEST(Sender, too_long_for_a_line_is_in_no_field) {
-  const EmailPtr node = bareNode();
-  node->setFromAddr((std::string(991, 'a') + "boss@corp.test").c_str(), quiet);
-  EXPECT_EQ(writtenHeader(*node), "From:");
+  longNode->setFromAddr((std::string(991, 'a') + "boss@corp.test").c_str(), quiet);
+  EXPECT_EQ(writtenHeader(*longNode), "From:");
 }
 
 TEST(Sender, and_recipients_and_date_say_what_they_could_not_use) {
@@ -308,8 +303,7 @@ TEST(Recipients, distinct_addresses_are_collected_after_replacement) {
   LogMemory log;
   EXPECT_TRUE(node->getAllRecipientAddressesA(out, replacements, log));
   EXPECT_EQ(joined(out), "known@e.com a@e.com A@e.com b@new.com");
-  ASSERT_EQ(log.entries().size(), 8u) << "one context around three, of the same name deliberately\n"
-                                      << log.text();
+  ASSERT_EQ(log.entries().size(), 8u) << "one context around three, of the same name deliberately";
   for (const int i : {0, 1}) EXPECT_EQ(log.entries()[i].text, "getAllRecipientAddressesA");
 }
 

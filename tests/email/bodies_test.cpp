@@ -123,8 +123,7 @@ TEST(Bodies, long_lines_are_not_sent_as_7bit) {
       const EmailPtr mail = buildTree(tree);
       put(*mail, "set", "text/plain", "short\r\n" + std::string(length, 'x'));
       const Email2& part = mail->getNumParts() ? *mail->getPart(0) : *mail;
-      EXPECT_EQ(part.m_transferEncoding.view(), length == 990 ? "7bit" : "quoted-printable")
-          << tree << length;
+      EXPECT_EQ(part.m_transferEncoding.view(), length == 990 ? "7bit" : "quoted-printable") << tree;
       EXPECT_EQ(fieldOf(part, "Content-Transfer-Encoding"), part.m_transferEncoding.view()) << tree;
     }
 }
@@ -174,13 +173,13 @@ TEST(Bodies, ready_part_replaces_the_alternative_of_its_type) {
   EXPECT_EQ(printTree(mail) + " " + readingOf(*mail), "alternative(plain,html) plain new plain new plain");
 }
 
-int chosen(Email2& mail, int before, const char* preferred, const char* text) {
+std::string chosen(Email2& mail, int before, const char* preferred, const char* text) {
   mail.m_common->m_charset.clear();
   if (before) mail.m_common->m_charset.setByCodePage(before);
   mail.m_common->m_preferredCharset.setFromUtf8(preferred);
   XString given(text);
   mail.chooseCharsetIfNecessaryX(given, quiet);
-  return mail.get_charset_codepage();
+  return std::to_string(mail.get_charset_codepage());
 }
 
 TEST(BodyCharset, is_chosen_to_carry_the_text) {
@@ -194,15 +193,13 @@ TEST(BodyCharset, is_chosen_to_carry_the_text) {
     20127 | utf-8      | café        | 20127 || 28591 |            | café        | 28591
     28591 | iso-8859-7 | Ω           | 65001 || 1200  |            | ascii       | 1200
     1201  |            | ascii       | 1201  || 65001 | iso-8859-1 | ascii       | 65001)"))
-    EXPECT_EQ(chosen(*buildTree("plain"), std::stoi(before), preferred.c_str(), text.c_str()),
-              std::stoi(after))
-        << text << " from " << before << ", preferred " << preferred;
+    EXPECT_EQ(chosen(*buildTree("plain"), std::stoi(before), preferred.c_str(), text.c_str()), after) << text;
 }
 
 TEST(BodyCharset, follows_the_header_of_a_received_message_when_that_carries_the_text) {
   const EmailPtr mail = load("Subject: \xCF\xF0\xE8\xE2\xE5\xF2, \xEA\xE0\xEA \xE4\xE5\xEB\xE0\n\nx\n");
-  EXPECT_EQ(chosen(*mail, 0, "", "Привет"), 1251);
-  EXPECT_EQ(chosen(*mail, 0, "", "日本"), 65001);
+  EXPECT_EQ(chosen(*mail, 0, "", "Привет"), "1251");
+  EXPECT_EQ(chosen(*mail, 0, "", "日本"), "65001");
 }
 
 /// A received message: the code page of the email, what was mended in its text and the text.
@@ -288,7 +285,7 @@ TEST(BodyCharset, meta_tag_of_the_html_body_is_brought_up_to_date) {
 
 TEST(BodyCharset, of_a_text_outside_it_becomes_utf8_and_no_part_promises_7bit_any_longer) {
   const EmailPtr mail = buildTree("alt(plain[body=日本],html[body=<p>日本</p>])");
-  EXPECT_EQ(chosen(*mail, 50220, "", "😀"), 65001);
+  EXPECT_EQ(chosen(*mail, 50220, "", "😀"), "65001");
   for (int i = 0; i < 2; ++i) EXPECT_EQ(mail->getPart(i)->m_transferEncoding.view(), "quoted-printable") << i;
   mail->use_codepage(28591);
   put(*mail, "set", "text/plain", "Ω");

@@ -38,7 +38,7 @@ TEST(Headers, set_and_add_route_names_and_never_take_a_line_break) {
   for (const auto& [steps, fields, parsed] : rowsOf<3>(R"(
     do X-Any=a\r\nBcc: b\rc\nd | X-Any: aBcc: bcd\n | || do sUBJECT=Grüße | sUBJECT: Grüße\n |
     do X-Empty= | X-Empty: \n |                       || do =no name |  |
-    do cONTENT-iD=<a@b> | Content-ID: <a@b>\n | <a@b>
+    do cONTENT-iD=<ä@b> | Content-ID: <ä@b>\n | <ä@b>
     do content-transfer-encoding=base64\x20 | Content-Transfer-Encoding: base64 \n | base64
     do content-type=Text/HTML; charset=utf-8 | content-type: Text/HTML; charset=utf-8\n | text/html
     do reply-to=Ann <a@e> | Reply-To: Ann <a@e>\n |   || do reply-to=nobody |  |
@@ -172,8 +172,6 @@ TEST(Headers, copying_a_header_replaces_fields_members_and_recipients_only) {
 
 TEST(Headers, members_and_fields_agree_after_every_setter) {
   void (*const sets[])(Email2&) = {
-      [](Email2& n) { n.setContentEncodingRecursive("quoted-printable", quiet); },
-      [](Email2& n) { n.setHeaderField("Date", "1 Jan 2000 00:00:00 -0500", quiet); },
       [](Email2& n) { n.addHeaderField2("From", "J\xC3\xB6rg <b@example.com>", quiet); },
       [](Email2& n) { n.setHeaderField("From", "=?utf-8?Q?J=C3=B6?= <b@example.com>", quiet); },
       [](Email2& n) { n.setFromName("M\xC3\xBCller, J.", quiet); },
@@ -183,14 +181,9 @@ TEST(Headers, members_and_fields_agree_after_every_setter) {
       [](Email2& n) {
         n.setContentTypeUtf8("Text/X", "n\xC3\xA4m\"e", "p/q", "sha-256", 65001, "b=_b", "s", "T/U", quiet);
       },
-      [](Email2& n) { n.fixContentTypeUtf8("application/pdf", quiet); },
-      [](Email2& n) { n.setContentSubtype(" Text/HTML ", quiet); },
       [](Email2& n) { n.setName("a b;c\\d.txt", quiet); },
       [](Email2& n) { n.generateContentId(quiet); },
-      [](Email2& n) { n.setContentEncodingNonRecursive(" 8bit ", quiet); },
       [](Email2& n) { n.setContentDispositionUtf8("attachment", "\xC3\xA9 a.txt", quiet); },
-      [](Email2& n) { n.setContentDisposition1("inline", quiet); },
-      [](Email2& n) { n.setFilenameUtf8("other.txt", quiet); },
       [](Email2& n) { n.resetDate(quiet); },
   };
   const EmailPtr used(new Email2);
@@ -395,12 +388,6 @@ TEST(Disposition, is_written_with_the_file_name_that_is_known) {
     EXPECT_EQ(writtenHeader(*node), "Content-Disposition: " + value);
     EXPECT_EQ(node->m_dispFilename.isEmpty(), !contains(value, "filename")) << value;
   }
-}
-
-TEST(ContentId, is_written_as_utf8_beyond_ascii) {
-  const EmailPtr node = bareNode();
-  node->setContentId("<caf\xC3\xA9@x>", quiet);
-  EXPECT_EQ(writtenHeader(*node), "Content-ID: <caf\xC3\xA9@x>");
 }
 
 TEST(Disposition, file_name_comes_back_from_what_is_written_and_deliberately_loses_line_breaks) {

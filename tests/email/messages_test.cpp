@@ -155,8 +155,8 @@ TEST(AttachedMessages, give_any_parameter_of_the_part_that_holds_them) {
               value != "-");
     EXPECT_EQ(own.isEmpty() ? "-" : own.getUtf8(), value);
   }
-  EXPECT_EQ(attributeOf(*root, 0, "Content-Disposition", "filename"), "Grüße.eml")
-      << "though there is no such field";
+  // A field that there is not.
+  EXPECT_EQ(attributeOf(*root, 0, "Content-Disposition", "filename"), "Grüße.eml");
   XString name("Content-Type"), attribute("name"), value;
   int counter = std::numeric_limits<int>::max();
   EXPECT_FALSE(root->getAttachedMessageAttr(0, counter, name, attribute, quiet, value));
@@ -297,10 +297,9 @@ TEST(AttachedMessages, and_reports_of_a_destroyed_node_are_none) {
     {
       const Killed dead(*root);
       EXPECT_EQ(root->getNumAttachedMessages(log) + root->getNumDigests() + root->getNumReports(), 0) << tree;
-      EXPECT_FALSE(root->getAttachedMessage(0, counter, certs, log) || root->getNthDigest(0, certs, log))
-          << tree;
-      EXPECT_FALSE(root->getAttachedMessageAttr(0, counter, field, attribute, log, out)) << tree;
-      EXPECT_FALSE(root->getHeaderFieldAttr("Content-Disposition", "filename", own, log)) << tree;
+      EXPECT_FALSE(root->getAttachedMessage(0, counter, certs, log) || root->getNthDigest(0, certs, log));
+      EXPECT_FALSE(root->getAttachedMessageAttr(0, counter, field, attribute, log, out));
+      EXPECT_FALSE(root->getHeaderFieldAttr("Content-Disposition", "filename", own, log));
       EXPECT_FALSE(root->removeAttachedMessage(0) || root->isReportPart() || root->getReport(0, log, report));
       root->removeAttachedMessages();
       EXPECT_EQ(errorsOf(*root) + said(log), "");
