@@ -244,10 +244,10 @@ TEST(EncodedHeader, is_rendered_for_the_charset_of_the_email_with_all_its_fields
        {std::pair(0, "=?utf-8?Q?=C3=BC?="), std::pair(1252, "=?windows-1252?Q?=FC?=")}) {
     const EmailPtr root = bareNode();
     root->use_codepage(codePage);
-    change(*root, "set SVX-Kept=1 ; set Subject=\xC3\xBC", "");
+    change(*root, "set SVX-Kept=1 ; set Content-ID=<\xC3\xBC> ; set Subject=\xC3\xBC", "");
     StringBuffer out("+");
     root->getQBEncodedMimeHeader(out, quiet, true);
-    EXPECT_EQ(out.view(), "+SVX-Kept: 1\r\nSubject: " + std::string(word));
+    EXPECT_EQ(out.view(), "+SVX-Kept: 1\r\nContent-ID: <\xC3\xBC>\r\nSubject: " + std::string(word));
   }
 }
 

@@ -203,20 +203,5 @@ TEST(NewCalendar, lets_no_method_write_parameters_or_fields) {
   EXPECT_EQ(reread->m_contentType.m_name.view(), "");
 }
 
-TEST(RelatedItems, do_nothing_on_a_dead_node) {
-  const EmailPtr mail = buildTree("related(html,png)"), item = buildTree("zip");
-  LogMemory log;
-  {
-    const Killed dead(*mail);
-    EXPECT_EQ(mail->getNumRelatedItems(log) + mail->firstPartNotRelatedItem(log), 0);
-    EXPECT_FALSE(mail->getRelatedItem(0, log) || mail->setRelatedHeader(0, "X-A", "b", log));
-    mail->addRelatedContent(item.get(), log);
-    mail->dropRelatedItem(0);
-    mail->dropRelatedItems();
-    mail->fixRelated(log);
-  }
-  EXPECT_EQ(printTree(mail) + said(log), "related(html,png)");
-}
-
 }  // namespace
 }  // namespace mailtree

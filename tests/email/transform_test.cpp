@@ -357,24 +357,48 @@ TEST(CloneToMht, logs_what_it_found) {
   EXPECT_THAT(log.text(), HasSubstr("  NotMultipartAlternative:\n    contentType: text/html\n"));
 }
 
-TEST(DeadNodes, are_neither_answered_nor_tidied_nor_copied) {
-  const EmailPtr mail = buildTree("mixed(plain[enc=8bit,file=a/b],html[body=vi<!-- -->agra])");
-  const EmailPtr other = buildTree("related");
-  const std::string before = write(*mail);
-  LogMemory log;
-  {
-    const Killed root(*mail);
-    mail->convertToReply(log);
-    mail->convertToForward(log);
-    mail->removeHdrsForwRepl(log);
-    mail->moveMtMixedPlainTextToAlt(log);
-    Email2::checkMoveHtmlToRelated(*mail, *other, log);
-    mail->safeguardBodies(log);
-    mail->removeAttachmentPaths(log);
-    mail->unSpamify(log);
-    EXPECT_FALSE(mhtCopy(*mail, "", log));
+TEST(DeadNodes, hold_nothing_and_stay_as_they_are) {
+  for (const char* tree : {"mixed(plain[enc=8bit,file=a/b],html[body=vi<!-- -->agra])", "related(html,png)",
+                           "delivery", "mixed(rfc822[file=a])", "digest(rfc822)", "rfc822[file=a]"}) {
+    const EmailPtr mail = buildTree(tree), other = buildTree("related");
+    const std::string before = write(*mail);
+    LogMemory log;
+    SystemCerts certs;
+    int counter = 0;
+    XString field("Content-Disposition"), attribute("filename"), out[4];
+    for (XString& text : out) text.setFromUtf8("what was there");
+    StringBuffer report("what was there");
+    ClsStringArray list;
+    {
+      const Killed root(*mail);
+      mail->convertToReply(log);
+      mail->convertToForward(log);
+      mail->removeHdrsForwRepl(log);
+      mail->moveMtMixedPlainTextToAlt(log);
+      Email2::checkMoveHtmlToRelated(*mail, *other, log);
+      mail->safeguardBodies(log);
+      mail->removeAttachmentPaths(log);
+      mail->unSpamify(log);
+      mail->addRelatedContent(other.get(), log);
+      mail->dropRelatedItem(0);
+      mail->dropRelatedItems();
+      mail->fixRelated(log);
+      mail->removeAttachedMessages();
+      EXPECT_FALSE(mhtCopy(*mail, "", log) || mail->getRelatedItem(0, log) ||
+                   mail->setRelatedHeader(0, "X", "b", log));
+      EXPECT_EQ(mail->getNumRelatedItems(log) + mail->firstPartNotRelatedItem(log), 0);
+      EXPECT_EQ(mail->getNumAttachedMessages(log) + mail->getNumDigests() + mail->getNumReports(), 0);
+      EXPECT_FALSE(mail->getAttachedMessage(0, counter, certs, log) || mail->getNthDigest(0, certs, log));
+      EXPECT_FALSE(mail->getAttachedMessageAttr(0, counter, field, attribute, log, out[0]));
+      EXPECT_FALSE(mail->getHeaderFieldAttr("Content-Disposition", "filename", out[1], log));
+      EXPECT_FALSE(mail->removeAttachedMessage(0) || mail->isReportPart() || mail->getReport(0, log, report));
+      EXPECT_FALSE(mail->getDeliveryStatusInfo("Status", out[2], log) ||
+                   mail->getDsnFinalRecipients(list, log));
+      EXPECT_FALSE(mail->getDeliveryStatusContent(out[3], log));
+    }
+    for (const XString& text : out) EXPECT_TRUE(text.isEmpty() && report.isEmpty());
+    EXPECT_EQ(said(log) + write(*mail), before);
   }
-  EXPECT_EQ(said(log) + write(*mail), before);
 }
 
 }  // namespace
