@@ -25,8 +25,6 @@ std::string reversePath(Email2& email, LogBase& log = quiet) {
   return out.extractString();
 }
 
-// Sender
-
 TEST(Sender, code_pages_choose_between_q_and_b) {
   const EmailPtr node = bareNode();
   for (const int codePage : {874, 932, 936, 949, 950, 1361, 52936, 50001, 50220, 54936, 64999, 1200, 1201,
@@ -162,8 +160,6 @@ TEST(Sender, reply_to_is_one_address_or_none) {
     EXPECT_EQ(fieldOf(*node, "Reply-To"), written);
   }
 }
-
-// Recipients
 
 EmailPtr withRecipients() {
   EmailPtr node = bareNode();

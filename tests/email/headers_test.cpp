@@ -338,8 +338,6 @@ TEST(ContentType, attached_text_has_its_own_charset_and_no_flow) {
   }
 }
 
-// Transfer encoding
-
 /// Transfer encodings of a tree: member/field of each node, depth-first.
 std::string encodings(const Email2& node) {
   std::string out(node.m_transferEncoding.view());
@@ -367,8 +365,6 @@ TEST(TransferEncoding, recursion_reaches_text_and_edifact_and_deliberately_notes
   EXPECT_EQ(encodings(*inner), "a/a a/a b/b b/b a/a");
   EXPECT_EQ(encodings(*noted), "b/a a/a b/b b/b a/a");
 }
-
-// Disposition and file names
 
 TEST(Disposition, is_written_with_the_file_name_that_is_known) {
   const EmailPtr node = bareNode();
@@ -426,16 +422,15 @@ TEST(Filename, comes_from_the_first_place_that_has_one) {
 
 TEST(ContentAttributes, some_getters_replace_and_some_append) {
   const EmailPtr node = buildTree("pdf[name=n,cid=<i>,enc=base64]");
-  StringBuffer out;
-  node->getContentId(out);
-  node->getAttachmentName(out);
-  EXPECT_EQ(out.view(), "<i>n");
-  node->getContentType(out);
-  EXPECT_EQ(out.view(), "application/pdf");
-  node->getContentEncoding(out);
-  EXPECT_EQ(out.view(), "base64");
-  node->getName(out);
-  EXPECT_EQ(out.view(), "n");
+  StringBuffer appended, type("old"), encoding("old"), name("old");
+  node->getContentId(appended);
+  node->getAttachmentName(appended);
+  node->getContentType(type);
+  node->getContentEncoding(encoding);
+  node->getName(name);
+  EXPECT_EQ(
+      appended.extractString() + " " + type.getString() + " " + encoding.getString() + " " + name.getString(),
+      "<i>n application/pdf base64 n");
 }
 
 }  // namespace

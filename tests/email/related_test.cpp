@@ -61,9 +61,9 @@ TEST(RelatedItems, are_dropped_by_numbers_that_deliberately_skip_the_first_subpa
     EXPECT_EQ(printTree(mail), after) << before << " " << index;
   }
   const EmailPtr broken = buildTree("related(html,png,zip)");
-  const Killed dead(*broken->getPart(1));
+  const Killed dead(*broken->getPart(1));  // a damaged child ends it
   broken->dropRelatedItem(1);
-  EXPECT_EQ(broken->getNumParts(), 3) << "a damaged child ends it";
+  EXPECT_EQ(broken->getNumParts(), 3);
 }
 
 TEST(FixRelated, moves_attachments_that_the_html_shows) {
@@ -111,7 +111,8 @@ TEST(FixRelated, takes_many_attachments_in_linear_time) {
 /// An item of "bytes" in a file, or in memory when there is no path.
 EmailPtr makeItem(const std::string& path, const char* name, bool hasId, LogBase& log,
                   const char* type = nullptr) {
-  _svEmailCommon& common = *new _svEmailCommon;
+  const RefPtr<_svEmailCommon> settings(new _svEmailCommon);
+  _svEmailCommon& common = *settings;
   XString file(path.c_str()), shown(name);
   DataBuffer data;
   data.append("bytes");
@@ -196,9 +197,8 @@ TEST(NewCalendar, has_its_method_once_however_often_the_field_is_made_anew) {
 
 TEST(NewCalendar, lets_no_method_write_parameters_or_fields) {
   DataBuffer data;
-  const EmailPtr calendar(Email2::createCalendarAlternativeUtf8(
-      *new _svEmailCommon, data, "X\"; name=\"evil\r\nBcc: evil@example.com", 0, quiet));
-  const EmailPtr reread = load(write(*calendar));
+  const EmailPtr reread = load(write(*EmailPtr(Email2::createCalendarAlternativeUtf8(
+      *new _svEmailCommon, data, "X\"; name=\"evil\r\nBcc: evil@example.com", 0, quiet))));
   EXPECT_EQ(field(*reread, "Bcc"), "(absent)");
   EXPECT_EQ(reread->m_contentType.m_name.view(), "");
 }

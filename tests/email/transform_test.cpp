@@ -264,7 +264,7 @@ TEST(EmailXml, header_fields_become_elements) {
     Received: a\nReceived: b | <received>a</received><received>b</received>
     SVZ-Size: 12\nSubject: s | <subject>s</subject>
     Subject: a\x01\x62\x1B | <subject>a\xEF\xBF\xBDb\xEF\xBF\xBD</subject>
-    Bcc: A <a@x>\nX: t\nBcc: b@x | <bcc><addr>a@x</addr><name>A</name><addr>b@x</addr><name/></bcc><x>t</x>)"))
+    Bcc: A <a@x>\nX: t\nBcc:b@x | <bcc><addr>a@x</addr><name>A</name><addr>b@x</addr><name/></bcc><x>t</x>)"))
     EXPECT_THAT(xmlOf(*load(crlf(fields + "\n\nx"))), HasSubstr("<mime_message>" + xml + "<body><!["));
 }
 
