@@ -151,7 +151,7 @@ TEST(Bodies, what_a_multipart_held_that_could_not_be_split_becomes_a_part) {
     mixed\nContent-Transfer-Encoding: binary\n\n\x01 | attach | mixed(octet,zip:attachment)
     mixed\n | text/plain | mixed(plain,plain) || mixed\n | text/html | mixed(alternative(plain,html))
     alternative; boundary=c\n | text/plain | mixed(alternative(plain),plain)
-    mixed; boundary=b\n\n--b\nContent-Type:multipart/alternative\n | text/html | mixed(alternative(plain,html))
+    mixed;boundary=b\n\n--b\nContent-Type:multipart/alternative\n | text/html | mixed(alternative(plain,html))
     related\n | item | related(plain,png))")) {
     const EmailPtr mail = load("Content-Type: multipart/" + received + "\nl\xC3\xB6st\n");
     DataBuffer data;
