@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <random>
 
-#include "mailtree/mime/ContentCoding.h"
+#include "mailtree/mime/coding/ContentCoding.h"
 #include "tests/support/messages.h"
 #include "tests/support/places.h"
 #include "tests/support/tree_notation.h"
