@@ -5,6 +5,7 @@
 
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "mailtree/base/Log.h"
@@ -13,88 +14,63 @@
 namespace mailtree {
 namespace {
 
-constexpr std::int64_t k2020 = 1577836800, k2070 = 3155760000;
+std::string described(const std::string& file) {
+  const auto certificate = identity(file);
+  std::string text = file + ' ' + certificate->keyAlgorithm() + std::to_string(certificate->keyBits());
+  if (certificate->isFitFor(CertificateUse::sign)) text += " signs";
+  if (certificate->isFitFor(CertificateUse::encrypt)) text += " encrypts";
+  for (const std::string& address : certificate->emailAddresses()) text += ' ' + address;
+  return text;
+}
 
 TEST(Certificate, knows_what_it_was_issued_for) {
-  const struct {
-    const char* file;
-    const char* algorithm;
-    int bits;
-    bool signs, encrypts;
-    std::vector<std::string> addresses;
-  } rows[] = {
-      {"alice.pem", "RSA", 2048, true, true, {"alice@example.com"}},
-      {"carol.pem", "EC", 256, true, true, {"carol@example.com"}},
-      {"dave.pem", "EC", 384, true, true, {"dave@example.com"}},
-      {"weak.pem", "RSA", 1024, true, true, {"weak@example.com"}},
-      {"mallory.pem", "RSA", 2048, true, false, {"mallory@example.net"}},
-      {"oscar.pem", "RSA", 2048, false, true, {"oscar@example.com"}},
-      {"ed25519.pem", "ED25519", 256, true, false, {}},
-      {"webserver.pem", "RSA", 2048, false, false, {"webserver@example.com"}},  // no e-mail protection
-      {"root.pem", "RSA", 3072, false, false, {}},                              // signs certificates only
-      {"heidi.pem", "EC", 256, true, true, {"Heidi@EXAMPLE.com"}},              // no usage: any usage
-      {"ivan.pem", "EC", 256, true, true, {"иван@example.com"}},
-  };
-  for (const auto& row : rows) {
-    const auto certificate = identity(row.file);
-    ASSERT_TRUE(certificate) << row.file;
-    EXPECT_EQ(certificate->keyAlgorithm(), row.algorithm) << row.file;
-    EXPECT_EQ(certificate->keyBits(), row.bits) << row.file;
-    EXPECT_EQ(certificate->isFitFor(CertificateUse::sign), row.signs) << row.file;
-    EXPECT_EQ(certificate->isFitFor(CertificateUse::encrypt), row.encrypts) << row.file;
-    EXPECT_EQ(certificate->emailAddresses(), row.addresses) << row.file;
-  }
+  for (const std::string wanted : {
+           "alice.pem RSA2048 signs encrypts alice@example.com",
+           "dave.pem EC384 signs encrypts dave@example.com",
+           "mallory.pem RSA2048 signs mallory@example.net",
+           "oscar.pem RSA2048 encrypts oscar@example.com",
+           "ed25519.pem ED25519256 signs",
+           "webserver.pem RSA2048 webserver@example.com",       // no e-mail protection
+           "root.pem RSA3072",                                  // signs certificates only
+           "heidi.pem EC256 signs encrypts Heidi@EXAMPLE.com",  // no usage: any usage
+           "ivan.pem EC256 signs encrypts иван@example.com",
+       })
+    EXPECT_EQ(described(wanted.substr(0, wanted.find(' '))), wanted);
 }
 
 TEST(Certificate, names_subject_and_issuer_in_utf8) {
   LogNull log;
-  XString name;
+  XString subject, issuer;
   const auto heidi = identity("heidi.pem");
-  EXPECT_TRUE(heidi->getSubjectDN(name, log));
-  EXPECT_EQ(name.view(), "emailAddress=Heidi@EXAMPLE.com,CN=Heidi Müller");
-  EXPECT_TRUE(heidi->getIssuerDN(name, log));
-  EXPECT_EQ(name.view(), "CN=Test Issuer,O=Mailtree Tests");
+  EXPECT_TRUE(heidi->getSubjectDN(subject, log) && heidi->getIssuerDN(issuer, log));
+  EXPECT_EQ(subject.view(), "emailAddress=Heidi@EXAMPLE.com,CN=Heidi Müller");
+  EXPECT_EQ(issuer.view(), "CN=Test Issuer,O=Mailtree Tests");
   EXPECT_FALSE(heidi->isSelfIssued());
   EXPECT_TRUE(identity("root.pem")->isSelfIssued());
 }
 
 TEST(Certificate, is_for_an_address_whatever_the_case_of_its_domain) {
-  const struct {
-    const char* file;
-    std::string address;
-    bool isFor;
-  } rows[] = {
-      {"alice.pem", "alice@example.com", true},
+  using namespace std::string_literals;
+  const std::vector<std::tuple<const char*, std::string, bool>> rows = {
       {"alice.pem", "alice@Example.COM", true},
       {"alice.pem", "Alice@example.com", false},
-      {"alice.pem", "alice@example.co", false},
       {"alice.pem", "alice@example.com.", false},
-      {"alice.pem", "malice@example.com", false},
       {"alice.pem", "alice@example.com@example.net", false},
-      {"alice.pem", std::string("alice@example.com\0", 18), false},
+      {"alice.pem", "alice@example.com\0"s, false},
       {"alice.pem", "alice", false},
       {"alice.pem", "", false},
-      {"heidi.pem", "Heidi@example.com", true},
-      {"heidi.pem", "heidi@example.com", false},
       {"ivan.pem", "иван@EXAMPLE.com", true},
       {"ed25519.pem", "", false},  // it has no address, and none is not one
   };
-  for (const auto& row : rows)
-    EXPECT_EQ(identity(row.file)->isForAddress(row.address), row.isFor) << row.file << " " << row.address;
+  for (const auto& [file, address, isFor] : rows)
+    EXPECT_EQ(identity(file)->isForAddress(address), isFor) << file << " " << address;
 }
 
 TEST(Certificate, is_valid_from_its_first_to_its_last_second) {
-  const struct {
-    const char* file;
-    std::int64_t from, until;
-  } rows[] = {{"alice.pem", k2020, k2070}, {"expired.pem", 978307200, 1009843200}};
-  for (const auto& row : rows) {
-    const auto certificate = identity(row.file);
-    EXPECT_FALSE(certificate->isValidAt(row.from - 1)) << row.file;
-    EXPECT_TRUE(certificate->isValidAt(row.from)) << row.file;
-    EXPECT_TRUE(certificate->isValidAt(row.until)) << row.file;
-    EXPECT_FALSE(certificate->isValidAt(row.until + 1)) << row.file;
-  }
+  constexpr std::int64_t k2020 = 1577836800, k2070 = 3155760000;
+  const auto alice = identity("alice.pem");
+  EXPECT_TRUE(alice->isValidAt(k2020) && alice->isValidAt(k2070));
+  EXPECT_FALSE(alice->isValidAt(k2020 - 1) || alice->isValidAt(k2070 + 1));
 }
 
 TEST(Certificate, is_read_whole_or_not_at_all) {
@@ -117,7 +93,6 @@ TEST(Certificate, passes_over_an_address_that_hides_something_behind_a_control_c
     const RefPtr<Certificate> certificate(Certificate::createFromDer(der, log));
     ASSERT_TRUE(certificate) << int{hidden};
     EXPECT_TRUE(certificate->emailAddresses().empty()) << int{hidden};
-    EXPECT_FALSE(certificate->isForAddress("alice@example")) << int{hidden};
   }
 }
 
@@ -137,27 +112,20 @@ TEST(Certificate, is_read_by_several_threads_of_which_any_is_the_first) {
   EXPECT_THAT(algorithms, testing::Each("RSA"));
 }
 
-TEST(CertificateHolder, keeps_its_certificate_when_others_let_go) {
+TEST(CertificateHolder, keeps_its_certificate_when_others_let_go_and_refuses_what_is_not_there) {
   LogNull log;
   ExtPtrArray copies;
   {
     ExtPtrArray holders;
-    ASSERT_TRUE(CertificateHolder::appendNewCertHolder(identity("alice.pem").get(), holders, log));
-    ASSERT_TRUE(CertificateHolder::appendNewCertHolder(identity("bob.pem").get(), holders, log));
-    ASSERT_TRUE(CertificateHolder::copyCertHolders(holders, copies));
+    EXPECT_TRUE(CertificateHolder::appendNewCertHolder(identity("alice.pem").get(), holders, log));
+    EXPECT_TRUE(CertificateHolder::appendNewCertHolder(identity("bob.pem").get(), holders, log));
+    EXPECT_FALSE(CertificateHolder::appendNewCertHolder(nullptr, holders, log));
+    EXPECT_TRUE(CertificateHolder::copyCertHolders(holders, copies));
   }
   ASSERT_EQ(copies.getSize(), 2);
   EXPECT_TRUE(CertificateHolder::getNthCert(copies, 1, log)->isForAddress("bob@example.com"));
   EXPECT_EQ(CertificateHolder::getNthCert(copies, 0)->refCount(), 1);
-}
-
-TEST(CertificateHolder, refuses_what_is_not_there) {
-  LogNull log;
-  ExtPtrArray holders;
-  EXPECT_EQ(CertificateHolder::createFromCert(nullptr, log), nullptr);
-  EXPECT_FALSE(CertificateHolder::appendNewCertHolder(nullptr, holders, log));
-  EXPECT_EQ(holders.getSize(), 0);
-  for (const int index : {-1, 0, 1}) EXPECT_EQ(CertificateHolder::getNthCert(holders, index, log), nullptr);
+  for (const int index : {-1, 2}) EXPECT_EQ(CertificateHolder::getNthCert(copies, index, log), nullptr);
 }
 
 }  // namespace
