@@ -147,20 +147,6 @@ inline std::string told(const SignerVerdict& signer) {
   return signer.problem.empty() ? text : text + ' ' + signer.problem;
 }
 
-/// Contents that a careless hand would change: each is to come back as it was.
-inline std::vector<std::string> difficultContents() {
-  return {"",
-          "x",
-          "bare\nline\nfeeds",
-          "bare\rreturns\r",
-          "trailing blanks  \r\n \t\r\n",
-          std::string("nul\0inside", 10),
-          std::string(15, 'a'),
-          std::string(16, 'b'),
-          std::string(17, 'c'),
-          std::string(1'000'000, 'm')};
-}
-
 inline std::string shown(std::string_view text) {
   return testing::PrintToString(text.substr(0, 40)) + " of " + std::to_string(text.size());
 }
