@@ -205,14 +205,11 @@ TEST_F(Sealing, signed_content_is_written_anew_once_it_changed) {
 TEST_F(Sealing, copied_fields_leave_out_those_of_the_content) {
   Email2 target;
   MimeHeader source;
-  source.loadMimeHeaderText(
-      "Subject: a\r\ncontent-DISPOSITION: inline\r\nX-A: 1\r\nX-A: 2\r\nContent-Transfer-Encoding: 8bit\r\n"
-      "disposition-notification-to: a@b.c\r\nContent-Description: d\r\n",
-      m_log);
-  const int before = target.getNumHeaderFields();
+  source.loadMimeHeaderText("Subject: a\r\ncontent-DISPOSITION: inline\r\nX-A: 1\r\nX-A: 2\r\n", m_log);
+  std::vector<std::string> fields = fieldNames(target);
   EXPECT_TRUE(target.copyHeadersForMultipartSigned(source, m_log));
-  EXPECT_EQ(target.getNumHeaderFields(), before + 4);
-  EXPECT_EQ(field(target, "Content-Transfer-Encoding"), "7bit") << "its own";
+  fields.insert(fields.end(), {"Subject", "X-A", "X-A"});
+  EXPECT_EQ(fieldNames(target), fields);
 }
 
 // Encrypting

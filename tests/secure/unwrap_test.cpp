@@ -5,6 +5,7 @@
 
 #include "mailtree/mime/MimeMessage2.h"
 #include "tests/secure/secure_mail.h"
+#include "tests/support/dead_node.h"
 #include "tests/support/messages.h"
 #include "tests/support/tree_notation.h"
 
@@ -77,41 +78,33 @@ TEST_F(Unwrapping, forms_in_which_layers_travel) {
   const std::string sealed = envelope(kText, {{"bob"}}), signature = sign(kText);
   const std::string bare = replaced(pkcs7Mime(sealed, "x"), "; name=smime.p7m; smime-type=x", "");
   const std::string octets = replaced(bare, "pkcs7-mime", "octet-stream");
-  const auto asSignatureFile = [](bool detached) {
-    return "Content-Type: application/octet-stream; name=smime.p7s\r\nContent-Disposition: "
-           "attachment\r\n\r\n" +
-           signedBlob(kText, {{"alice"}, detached});
+  const std::string signatureFile =
+      "Content-Type: application/octet-stream; name=smime.p7s\r\nContent-Disposition: attachment\r\n\r\n";
+  const std::string apart = signedBlob(kText, {{"alice"}, true});
+  const std::pair<const char*, std::vector<std::string>> rows[] = {
+      {"enveloped 1 open",
+       {replaced(pkcs7Mime(sealed, "enveloped-data"), "pkcs7-mime", "x-pkcs7-mime"),
+        bare,  // nothing but the type
+        pkcs7Mime(sealed, "signed-data"), replaced(octets, "attachment;", "inline;"),
+        replaced(replaced(octets, "octet-stream", "octet-stream; name=SMIME.P7M"), "=smime.p7m",
+                 "=att1.dat")}},
+      {"opaque-signature 1 valid", {signatureFile + signedBlob(kText)}},
+      {"",  // a signature of something else, another name, other octets
+       {signatureFile + apart, replaced(octets, "=smime.p7m", "=a.bin"),
+        replaced(pkcs7Mime("MZ\1", "x"), "pkcs7-mime", "octet-stream")}},
+      {"detached-signature 1 valid",
+       {replaced(signature, "/pkcs7-signature; name", "/x-pkcs7-signature; name"),
+        replaced(signature, "protocol=\"application/pkcs7-signature\"; ", ""),
+        replaced(signature, "/pkcs7-signature; name", "/octet-stream; name")}},
+      {"opaque-signature 1 invalid", {pkcs7Mime("nonsense", "signed-data")}},
+      {"enveloped 1 closed", {pkcs7Mime("nonsense", "enveloped-data")}},
+      {"auth-enveloped 1 closed", {pkcs7Mime("", "authenveloped-data")}},
+      {"detached-signature 1 invalid",  // one that is none, and two without a content
+       {signedAs(kText, "nonsense"), pkcs7Mime(apart, "signed-data"),
+        "Content-Type: multipart/signed; protocol=\"application/pkcs7-signature\"; boundary=b\r\n\r\nx"}},
   };
-  const std::tuple<const char*, std::string, const char*> rows[] = {
-      {"x- type", replaced(pkcs7Mime(sealed, "enveloped-data"), "pkcs7-mime", "x-pkcs7-mime"),
-       "enveloped 1 open"},
-      {"nothing but the type", bare, "enveloped 1 open"},
-      {"wrong smime-type", pkcs7Mime(sealed, "signed-data"), "enveloped 1 open"},
-      {"octet-stream by name", replaced(octets, "attachment;", "inline;"), "enveloped 1 open"},
-      {"octet-stream by the name of its type alone, in capitals",
-       replaced(replaced(octets, "octet-stream", "octet-stream; name=SMIME.P7M"), "=smime.p7m", "=att1.dat"),
-       "enveloped 1 open"},
-      {"octet-stream signed, by the name of a signature", asSignatureFile(false), "opaque-signature 1 valid"},
-      {"octet-stream with a signature of something else", asSignatureFile(true), ""},
-      {"octet-stream of another name", replaced(octets, "=smime.p7m", "=a.bin"), ""},
-      {"octet-stream of other octets", replaced(pkcs7Mime("MZ\1", "x"), "pkcs7-mime", "octet-stream"), ""},
-      {"x- signature", replaced(signature, "/pkcs7-signature; name", "/x-pkcs7-signature; name"),
-       "detached-signature 1 valid"},
-      {"no protocol", replaced(signature, "protocol=\"application/pkcs7-signature\"; ", ""),
-       "detached-signature 1 valid"},
-      {"signature of no type", replaced(signature, "/pkcs7-signature; name", "/octet-stream; name"),
-       "detached-signature 1 valid"},
-      {"unreadable", pkcs7Mime("nonsense", "signed-data"), "opaque-signature 1 invalid"},
-      {"unreadable too", pkcs7Mime("nonsense", "enveloped-data"), "enveloped 1 closed"},
-      {"nothing", pkcs7Mime("", "authenveloped-data"), "auth-enveloped 1 closed"},
-      {"signature that is none", signedAs(kText, "nonsense"), "detached-signature 1 invalid"},
-      {"signature without a content",
-       "Content-Type: multipart/signed; protocol=\"application/pkcs7-signature\"; boundary=b\r\n\r\nx",
-       "detached-signature 1 invalid"},
-      {"opaque signature without its content", pkcs7Mime(signedBlob(kText, {{"alice"}, true}), "signed-data"),
-       "detached-signature 1 invalid"},
-  };
-  for (const auto& [what, entity, layers] : rows) EXPECT_EQ(layersOf(*receive(entity)), layers) << what;
+  for (const auto& [layers, entities] : rows)
+    for (const std::string& entity : entities) EXPECT_EQ(layersOf(*receive(entity)), layers) << entity;
 }
 
 TEST_F(Unwrapping, what_cannot_be_opened_stays_wholly_and_is_counted_once) {
@@ -328,6 +321,87 @@ TEST_F(Unwrapping, certificates_of_further_layers_are_added) {
   EXPECT_EQ(mail->getSignedBy(1, m_log), both["carol"]);
   EXPECT_FALSE(mail->getSignedBy(2, m_log));
   EXPECT_EQ(mail->getEncryptedBy(0, m_log), both["bob"]);
+}
+
+TEST(SecurityState, the_first_report_decides_and_later_ones_only_take_back) {
+  struct Report {
+    bool secure, valid, decrypted;
+    int numSigned, numEncrypted;
+  };
+  const std::pair<std::vector<Report>, const char*> rows[] = {
+      {{}, "nothing"},
+      {{{true, true, true, 1, 0}, {true, false, true, 1, 0}, {true, true, true, 1, 0}},
+       "3 signed, 0 encrypted, invalid, decrypted"},
+      {{{false, true, true, 1, 1}}, "nothing"},
+      {{{true, true, true, 0, 1}, {true, true, false, 0, 1}},
+       "0 signed, 2 encrypted, valid, not all decrypted"},
+      // Deliberate: a report that counts nothing is followed by another first.
+      {{{true, false, false, 0, 1}, {true, true, true, 1, 0}},
+       "1 signed, 1 encrypted, valid, not all decrypted"},
+  };
+  for (const auto& [reports, sum] : rows) {
+    Email2 mail;
+    for (const Report& r : reports)
+      mail.accumulateSecurityInfo(r.secure, r.valid, r.decrypted, r.numSigned, r.numEncrypted);
+    EXPECT_EQ(sumOf(mail), sum);
+  }
+}
+
+TEST(SecurityState, what_was_received_is_told_by_counts_or_by_the_node_itself) {
+  const std::tuple<const char*, int, int, bool, bool> rows[] = {
+      {"text/plain", 0, 0, false, false},
+      {"text/plain", 2, 1, true, true},
+      {"application/x-PKCS7-signature", 0, 0, true, false},
+      {"application/pkcs7", 0, 0, true, false},
+      {"Application/pkcs7", 0, 0, false, false},
+      {"application/X-pkcs7-MIME", 0, 0, false, true},
+  };
+  for (const auto& [type, numSigned, numEncrypted, isSigned, isEncrypted] : rows) {
+    Email2 mail;
+    mail.m_contentType.m_type.setString(type);
+    mail.accumulateSecurityInfo(true, true, true, numSigned, numEncrypted);
+    EXPECT_EQ(mail.getReceivedSigned(), isSigned) << type << numSigned;
+    EXPECT_EQ(mail.getReceivedEncrypted(), isEncrypted) << type << numSigned;
+  }
+}
+
+TEST(SecurityState, certificates_are_lent_by_index) {
+  Identities people{"-alice"};
+  LogNull log;
+  Email2 mail;
+  EXPECT_FALSE(mail.getSignedBy(0, log));
+  CertificateHolder::appendNewCertHolder(people["alice"], mail.m_common->m_signerCerts, log);
+  CertificateHolder::appendNewCertHolder(people["alice"], mail.m_common->m_decryptCerts, log);
+  EXPECT_EQ(mail.getSignedBy(0, log), people["alice"]);
+  EXPECT_EQ(mail.getEncryptedBy(0, log), people["alice"]);
+  EXPECT_FALSE(mail.getSignedBy(1, log) || mail.getEncryptedBy(-1, log));
+}
+
+TEST(SecurityState, a_destroyed_node_answers_the_plain_questions_and_does_nothing) {
+  Identities people{"alice"};
+  _clsCades cades;
+  LogMemory log;
+  const EmailPtr mail = letter("alice", "alice", "x");
+  mail->setSendSigned(true);
+  mail->accumulateSecurityInfo(true, true, true, 1, 1);
+  mail->addEncryptCert(people["alice"]);
+  CertificateHolder::appendNewCertHolder(people["alice"], mail->m_common->m_signerCerts, log);
+  const Killed killed(*mail);
+  mail->setSendSigned(false);
+  mail->setSendEncrypted(true);
+  mail->clearEncryptCerts();
+  mail->setSigningCert(people["alice"]);
+  mail->accumulateSecurityInfo(true, false, false, 1, 1);
+  EXPECT_TRUE(mail->getSendSigned());
+  EXPECT_EQ(sumOf(*mail), "1 signed, 1 encrypted, valid, decrypted");
+  EXPECT_FALSE(mail->getSendEncrypted());
+  EXPECT_EQ(mail->m_common->m_encryptCerts.getSize(), 1);
+  EXPECT_FALSE(mail->getReceivedSigned() || mail->getReceivedEncrypted());
+  EXPECT_FALSE(mail->getSigningCert(log) || mail->getEncryptCert(log) || mail->getSignedBy(0, log));
+  EXPECT_FALSE(mail->createMultipartSigned(true, true, true, cades, "a", people.certs, log) ||
+               mail->createSignedData(true, true, true, cades, "a", people.certs, log) ||
+               mail->createPkcs7Mime(0, 256, 0, 0, false, "a", people.certs, log));
+  EXPECT_EQ(countMessages(log), 0);
 }
 
 }  // namespace
