@@ -97,19 +97,22 @@ inline EmailPtr receive(const std::string& message, SystemCerts& certs, LogBase*
                                               /*parseOption=*/false));
 }
 
-/// "detached-signature 1 valid; enveloped 1.2 closed": the layers met, from outside in.
-inline std::string layersOf(const Email2& root) {
+/// "detached-signature 1.2 valid but not 1.1; enveloped 1.2 closed": the layers met, from outside in, and what is
+/// displayed beside a signed one.
+inline std::string layersOf(const std::vector<SecureLayer>& layers) {
   std::string out;
-  for (const SecureLayer& layer : root.m_common->m_secureLayers) {
+  for (const SecureLayer& layer : layers) {
     if (!out.empty()) out += "; ";
     out.append(nameOf(layer.kind)).append(" ").append(layer.part);
     if (layer.isSigned())
       out += layer.opened && layer.allSignaturesValid() ? " valid" : " invalid";
     else
       out += layer.opened ? " open" : " closed";
+    for (const std::string& part : layer.uncovered) out += " but not " + part;
   }
   return out;
 }
+inline std::string layersOf(const Email2& root) { return layersOf(root.m_common->m_secureLayers); }
 
 /// What is reported of all of them: "1 signed, 2 encrypted, valid, not all decrypted".
 inline std::string sumOf(const Email2& root) {

@@ -17,9 +17,6 @@
 namespace mailtree {
 namespace {
 
-using ::testing::Not;
-using Uncovered = std::vector<std::string>;
-
 const std::string kForged = "Content-Type: text/plain\r\n\r\nPay Mallory 1000.\r\n";
 
 /// A signature of something else.
@@ -58,30 +55,28 @@ class Spoof : public ::testing::Test {
 };
 
 TEST_F(Spoof, a_part_beside_a_signed_one_is_named_as_not_covered) {
-  const std::tuple<std::string, const char*, Uncovered> rows[] = {
-      {sign(alternative(kText, kText)), "1", {}},
-      {alternative(sign(kText), kForged), "1.1", {"1.2"}},
-      {alternative(kForged, sign(kText)), "1.2", {"1.1"}},
-      {alternative(sign(kText), sign(alternative(kForged, kForged))), "1.1", {"1.2.1", "1.2.2"}},
+  const std::string valid = "detached-signature 1.1 valid";
+  std::string behind = sign(kText);
+  const std::size_t end = behind.rfind("--\r\n");
+  const std::size_t line = behind.rfind("\r\n--", end);
+  behind.insert(line, behind.substr(line, end - line) + "\r\n" + kForged);
+  const std::tuple<std::string, const char*, std::string> rows[] = {
+      {sign(alternative(kText, kText)), "alternative(plain,plain)", "detached-signature 1 valid"},
+      {alternative(sign(kText), kForged), "alternative(plain,plain)", valid + " but not 1.2"},
+      {alternative(kForged, sign(kText)), "alternative(plain,plain)",
+       "detached-signature 1.2 valid but not 1.1"},
+      {alternative(sign(kText), sign(alternative(kForged, kForged))),
+       "alternative(plain,alternative(plain,plain))",
+       valid + " but not 1.2.1 but not 1.2.2; detached-signature 1.2 valid but not 1.1"},
+      {behind, "mixed(plain,plain)", valid + " but not 1.2"},  // as a third part of the multipart
   };
-  for (const auto& [entity, part, uncovered] : rows) {
+  for (const auto& [entity, tree, layers] : rows) {
     const EmailPtr mail = receive(kFrom + entity);
-    EXPECT_EQ(layerOf(mail).part, part) << entity;
-    EXPECT_EQ(layerOf(mail).uncovered, uncovered) << entity;
+    EXPECT_EQ(printTree(mail), tree);
+    EXPECT_EQ(layersOf(*mail), layers);
+    EXPECT_THAT(write(*mail), testing::Not(testing::HasSubstr("micalg"))) << tree;
   }
-}
-
-TEST_F(Spoof, a_part_behind_the_signature_is_kept_beside_the_signed_content) {
-  std::string message = kFrom + sign(kText);
-  const std::size_t end = message.rfind("--\r\n");
-  const std::size_t line = message.rfind("\r\n--", end);
-  message.insert(line, message.substr(line, end - line) + "\r\n" + kForged);
-  const EmailPtr mail = receive(message);
-  EXPECT_EQ(printTree(mail), "mixed(plain,plain)");
-  EXPECT_EQ(layersOf(*mail), "detached-signature 1.1 valid");
-  EXPECT_EQ(layerOf(mail).uncovered, (Uncovered{"1.2"}));
-  EXPECT_EQ(mail->getPart(0)->m_body.view(), "Pay Bob 10.\r\n");
-  EXPECT_THAT(write(*mail), Not(testing::HasSubstr("micalg")));
+  EXPECT_EQ(receive(kFrom + behind)->getPart(0)->m_body.view(), "Pay Bob 10.\r\n");
 }
 
 /// "1.2" is the second part of the message.
@@ -164,11 +159,8 @@ TEST_F(Spoof, every_layer_points_at_what_it_covers) {
 
 TEST_F(Spoof, a_layer_in_a_part_that_is_still_closed_covers_what_is_inside) {
   const std::string text = kFrom + multipart("mixed", {kForged, seal(alternative(sign(kText), kForged))});
-  const std::vector<SecureLayer> layers = layersIn(receive(text), text);
-  ASSERT_EQ(layers.size(), 2);
-  EXPECT_EQ(layers[0].part, "1.2");
-  EXPECT_EQ(layers[1].part, "1.2/1.1");
-  EXPECT_EQ(layers[1].uncovered, (Uncovered{"1.1", "1.2"}));
+  EXPECT_EQ(layersOf(layersIn(receive(text), text)),
+            "enveloped 1.2 open; detached-signature 1.2/1.1 valid but not 1.1 but not 1.2");
 }
 
 TEST_F(Spoof, only_one_sender_can_be_the_signer) {
@@ -197,6 +189,7 @@ TEST_F(Spoof, a_signature_over_something_else_is_worth_nothing) {
           receive(kFrom + signedAs(kForged, signedBlob(signedContent, {{"alice"}, detached})));
       EXPECT_EQ(sumOf(*mail), "1 signed, 0 encrypted, invalid, decrypted") << signedContent << detached;
       EXPECT_EQ(layersOf(*mail), "detached-signature 1 invalid") << signedContent << detached;
+      EXPECT_EQ(mail->m_body.view(), "Pay Mallory 1000.\r\n") << "shown all the same";
     }
   EXPECT_TRUE(receive(kFrom + wrap(""))->m_body.isEmpty()) << "nothing is shown that was not signed";
 }
