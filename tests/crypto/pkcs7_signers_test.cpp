@@ -30,7 +30,7 @@ Key rsaKey(const char* exponent) {
   BN_hex2bn(&number, exponent);
   const Handle<BIGNUM, BN_free> owner(number);
   EVP_PKEY_keygen_init(maker.get());
-  EVP_PKEY_CTX_set_rsa_keygen_bits(maker.get(), 2048);
+  EVP_PKEY_CTX_set_rsa_keygen_bits(maker.get(), 1024);  // quickly made
   EVP_PKEY_CTX_set1_rsa_keygen_pubexp(maker.get(), number);
   EXPECT_EQ(EVP_PKEY_generate(maker.get(), &key), 1) << exponent;
   return Key(key);
@@ -90,12 +90,13 @@ std::string finished(const Cms& cms) {
   return derOf(i2d_CMS_ContentInfo, cms);
 }
 
+/// Without a signing time: a chain is looked into once for each.
 std::vector<SignerVerdict> verdictsOn(const std::vector<Signer>& signers, int times = 1) {
   const Cms cms(CMS_sign(nullptr, nullptr, nullptr, nullptr, CMS_PARTIAL | CMS_BINARY));
   for (int i = 0; i < times; ++i)
     for (const Signer& signer : signers)
       CMS_add1_signer(cms.get(), signer.certificate.get(), signer.key.get(), EVP_sha256(),
-                      CMS_BINARY | (i > 0 ? CMS_NOCERTS : 0U));
+                      CMS_BINARY | CMS_NOATTR | (i > 0 ? CMS_NOCERTS : 0U));
   SystemCerts nobody;
   return openBlob(finished(cms), nobody).layer.signers;
 }
@@ -115,13 +116,14 @@ TEST(Pkcs7Signers, only_so_much_work_is_done_for_big_keys) {
   ASSERT_EQ(verdicts.size(), 32U);
   EXPECT_EQ(std::ranges::count_if(verdicts, &SignerVerdict::isValid), 16);
   for (const SignerVerdict& verdict : verdicts)
-    EXPECT_EQ(verdict.isValid(), !contains(verdict.problem, "was not checked")) << verdict.problem;
+    EXPECT_EQ(verdict.isValid(), !contains(verdict.problem, "too many signatures by big keys"))
+        << verdict.problem;
 }
 
 TEST(Pkcs7Signers, an_exponent_that_nobody_uses_is_not_worked_with) {
   const std::pair<const char*, const char*> rows[] = {
-      {"FFFFFFFFFFFFFFC5", "yy-y- rsa sha256 no trust anchors were given"},
-      {"1000000000000000D", "y--y- rsa sha256 the signer's key is too big to be used"}};
+      {"FFFFFFFFFFFFFFC5", "yy-y- rsa sha256 [key RSA 1024 bits] no trust anchors were given"},
+      {"1000000000000000D", "---y- rsa sha256 [key RSA 1024 bits] the signer's key is too big to be used"}};
   for (const auto& [exponent, verdict] : rows) {
     std::vector<Signer> signers;
     signers.push_back(makeSigner(0, rsaKey(exponent), nullptr));
