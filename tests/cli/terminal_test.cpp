@@ -113,15 +113,14 @@ TEST_F(Terminal, is_asked_twice_for_a_password_to_encrypt_with) {
 }
 
 TEST_F(Terminal, is_left_as_it_was_when_a_signal_comes) {
-  for (const std::string signal : {"INT", "TERM", "HUP"}) {
-    const std::string pid = m_work.path("pid-" + signal);
-    const std::string session =
-        m_work.write("session", "(sleep 2; kill -" + signal + " $(cat " + pid + ")) &\nsh -c 'echo $$ > " +
-                                    pid + "; exec \"$mailtree\" sign " + letter() + locked() +
-                                    "'\nstty -a | grep -o -e '-*echo '\n");
-    EXPECT_THAT(shell("sleep 5 | script -qec 'sh " + session + "' /dev/null").out, HasSubstr("\necho "))
-        << signal;
-  }
+  const std::string session = m_work.write(
+      "session", "(sleep 2; kill -$1 $(cat pid-$1)) &\nsh -c 'echo $$ > pid-'$1'; exec \"$mailtree\" sign " +
+                     letter() + locked() + "'\nstty -a | grep -o -e '-*echo '\n");
+  // All at once, for each takes seconds. What runs in the background ignores the first.
+  shell("cd " + m_work.path("") + "; run() { sleep 5 | timeout 60 script -qec \"sh " + session +
+        " $1\" /dev/null > $1; }; run TERM & run HUP & run INT; wait");
+  for (const char* signal : {"INT", "TERM", "HUP"})
+    EXPECT_THAT(readFile(m_work.path(signal)), HasSubstr("\necho ")) << signal;
 }
 
 }  // namespace
