@@ -118,11 +118,11 @@ std::string replayed(const std::string& transcript) {
 class Transcript : public testing::TestWithParam<std::string> {};
 
 TEST_P(Transcript, is_what_happens) {
-  const std::string file = folder() + GetParam() + ".txt", now = replayed(readFile(file));
+  const std::string file = folder() + GetParam() + ".txt", before = readFile(file), now = replayed(before);
   const Workspace work;
   if (std::getenv("MAILTREE_UPDATE_TRANSCRIPTS"))
     std::ofstream(file, std::ios::binary) << now;
-  else if (now != readFile(file))
+  else if (now != before)
     ADD_FAILURE()
         << shell("diff -u --label expected --label found '" + file + "' " + work.write("now", now)).out;
 }
