@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <ctime>
 #include <random>
 #include <string>
 #include <string_view>
@@ -71,9 +71,9 @@ void expectEndsSoon(const Function& read, const std::vector<std::string>& pieces
                     std::size_t size = 1'000'000, std::string_view begin = {}) {
   for (const std::string& piece : pieces) {
     const std::string text = std::string(begin) + repeat(piece, size / piece.size());
-    const auto start = std::chrono::steady_clock::now();
+    const std::clock_t start = std::clock();  // of the processor: others may be busy as well
     read(text);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5)) << piece.substr(0, 40);
+    EXPECT_LT(std::clock() - start, 10 * CLOCKS_PER_SEC) << piece.substr(0, 40);
   }
 }
 
