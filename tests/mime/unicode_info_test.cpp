@@ -1,22 +1,17 @@
 #include "mailtree/mime/UnicodeInfo.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
-#include "mailtree/base/Log.h"
+#include "tests/mime/tables.h"
 
 namespace mailtree {
 namespace {
 
 std::string suggestedFor(std::string_view text, const char* preferred) {
-  LogNull log;
   UnicodeInfo info;
   info.ExamineUnicode("\xE6\x97\xA5");  // an earlier scan leaves no trace
   info.ExamineUnicode(text);
   _svCharset suggestion;
   suggestion.setByName("old");
-  info.suggestCharset(suggestion, preferred, text, log);
+  info.suggestCharset(suggestion, preferred, text, quiet);
   EXPECT_STREQ(suggestion.getName(), std::string(charsetNameOf(suggestion.getCodePage())).c_str()) << text;
   return suggestion.getName();
 }
