@@ -65,13 +65,13 @@ TEST(Xml, indents_only_where_there_is_no_text) {
 TEST(Xml, text_too_long_for_a_parser_is_interrupted_between_characters) {
   for (const std::string_view piece : {"ä", "&", "\x01"}) {
     std::string text = "a";
-    while (text.size() < 5'000'000) text += piece;
+    while (text.size() < 2'000'000) text += piece;
     for (const bool cdata : {false, true}) {
       const std::string xml = render(*element("t", text, cdata));
       std::size_t longest = 0, done = 0;
       for (std::size_t at; (at = xml.find("<!---->", done)) != std::string::npos; done = at + 7)
         longest = std::max(longest, at - done);
-      EXPECT_LT(std::max(longest, xml.size() - done), 10'000'000u) << piece << cdata;
+      EXPECT_TRUE(done > 0 && std::max(longest, xml.size() - done) < 10'000'000) << piece << cdata;
       EXPECT_EQ(xml.find("\xEF\xBF\xBD") == std::string::npos, piece != "\x01") << piece << cdata;
     }
   }

@@ -1,10 +1,12 @@
 #include "mailtree/mime/Charset.h"
 
 #include <fstream>
-#include <sstream>
+#include <memory>
 #include <thread>
 
 #include "mailtree/base/Utf.h"
+#include "mailtree/mime/CharsetInternal.h"
+#include "mailtree/mime/UnicodeInfo.h"
 #include "tests/mime/tables.h"
 #include "tests/support/places.h"
 
@@ -295,6 +297,107 @@ TEST(ReceivedText, believes_the_label_when_it_explains_every_byte) {
     EXPECT_EQ(origins[static_cast<int>(decoded.origin)] + std::to_string(decoded.codePage) + text, result)
         << label << ": " << bytes;
   }
+}
+
+// The portable and the vector path for single bytes
+
+#if MAILTREE_HAS_AVX2_PATH
+
+using Decode = char* (*)(const SingleByteCodec&, std::string_view, char*, bool&) noexcept;
+
+/// The text and whether it is whole. In and out of buffers of exactly the promised size, so that a sanitizer sees any
+/// byte too many.
+std::pair<std::string, bool> decoded(Decode how, const SingleByteCodec& codec, std::string_view bytes) {
+  const auto exact = std::make_unique<char[]>(bytes.size());
+  bytes.copy(exact.get(), bytes.size());
+  std::size_t room = kSingleByteMargin;
+  for (const char c : bytes) room += packedLength(codec.utf8[static_cast<unsigned char>(c)]);
+  const auto out = std::make_unique<char[]>(room);
+  bool isWhole = true;
+  char* const end = how(codec, {exact.get(), bytes.size()}, out.get(), isWhole);
+  return {std::string(out.get(), end), isWhole};
+}
+
+TEST(CharsetSingleByte, vector_and_portable_paths_agree_in_every_code_page) {
+  if (!hasAvx2()) GTEST_SKIP() << "no such processor";
+  std::mt19937 random(1);
+  for (const SingleByteCodec& codec : kSingleByteCodecs) {
+    for (int round = 0; round < 300; ++round) {
+      // From ASCII with a few others to nothing but others.
+      const unsigned share = random() % 17;
+      std::string bytes(random() % 200, 'a');
+      for (char& c : bytes)
+        if (random() % 16 < share) c = static_cast<char>(random());
+      ASSERT_EQ(decoded(decodeSingleByteAvx2, codec, bytes), decoded(decodeSingleBytePortable, codec, bytes))
+          << codec.codePage << ": " << testing::PrintToString(bytes);
+      ASSERT_EQ(count8bitAvx2(bytes), count8bitPortable(bytes)) << testing::PrintToString(bytes);
+    }
+  }
+}
+
+TEST(CharsetSingleByte, every_byte_of_every_code_page_is_the_same_in_every_place) {
+  if (!hasAvx2()) GTEST_SKIP() << "no such processor";
+  for (const SingleByteCodec& codec : kSingleByteCodecs) {
+    for (unsigned value = 0x80; value < 0x100; ++value) {
+      std::string bytes(33, 'a');
+      bytes[value % 33] = static_cast<char>(value);
+      const PackedUtf8 packed = codec.utf8[value];
+      std::string utf8 = bytes;
+      char character[4];
+      storePacked(packed, character);
+      utf8.replace(value % 33, 1, character, packedLength(packed));
+      ASSERT_EQ(decoded(decodeSingleByteAvx2, codec, bytes), std::pair(utf8, (packed & kPackedDamage) == 0))
+          << codec.codePage << " " << value;
+    }
+  }
+}
+
+#endif
+
+// Suggestions
+
+std::string suggestedFor(std::string_view text, const char* preferred) {
+  UnicodeInfo info;
+  info.ExamineUnicode("\xE6\x97\xA5");  // an earlier scan leaves no trace
+  info.ExamineUnicode(text);
+  _svCharset suggestion;
+  suggestion.setByName("old");
+  info.suggestCharset(suggestion, preferred, text, quiet);
+  EXPECT_STREQ(suggestion.getName(), std::string(charsetNameOf(suggestion.getCodePage())).c_str()) << text;
+  return suggestion.getName();
+}
+
+TEST(SuggestCharset, FollowsPreferenceScriptAndTodaysReader) {
+  // The charset suggested, and texts with the preferred one for which it is.
+  const Row rows[] = {
+      // The preference carries the text.
+      {"koi8-r", "привет=KOI8-R"},
+      {"shift_jis", "日本語=shift_jis|日本語=sjis"},
+      {"gb18030", "привет 😀=gb18030"},
+      {"us-ascii", "plain=us-ascii"},
+      // None, where iso-8859-1 or iso-8859-2 carries it.
+      {"", "=|schön=|schön=us-ascii|schön=no such charset|schön=utf-16be|žluťoučký=koi8-r|2 × 3 ÷ 1 °C="},
+      // A sister of the preference.
+      {"windows-1251", "привет — «мир» №=iso-8859-5|привет — мир=koi8-r|Ђорђе=koi8-r"},
+      {"windows-1252", "It’s €5=iso-8859-1"},
+      {"windows-1250", "żółć – „tak”=iso-8859-2"},
+      {"windows-1253", "Ωμέγα „α”=iso-8859-7"},
+      {"windows-1255", "שלום – ₪=iso-8859-8"},
+      {"iso-2022-jp", "ﾃｽﾄ 日本=iso-2022-jp"},
+      {"ks_c_5601-1987", "똠방각하=euc-kr"},
+      {"gb2312", "朱镕基=gb2312"},
+      {"gb18030", "䶮=gb2312"},
+      // utf-8 for all else.
+      {"utf-8", "schön=utf-8|привет=|привет=iso-8859-7|привет=utf-16|привет=utf-7|日本語=windows-874"},
+      {"utf-8", "привет, schön=koi8-r|привет Ωμέγα —=iso-8859-5|It’s=koi8-u|schön 😀=iso-8859-1"},
+      {"utf-8", "a ❤️ b → c=iso-8859-1|привет — ☎=koi8-r|नमस्ते=windows-1252"},
+      {"utf-8", "caf\xE9=iso-8859-1|caf\xE9=|\xED\xA0\x80\xC3=utf-8"}};
+  for (const auto& [charset, cases] : rows)
+    for (const std::string& textAndPreference : split(cases, "|")) {
+      const auto parts = split(textAndPreference, "=");
+      EXPECT_EQ(suggestedFor(parts[0], parts[1].c_str()), charset) << textAndPreference;
+    }
+  EXPECT_EQ(suggestedFor("schön", nullptr), "");
 }
 
 }  // namespace
