@@ -262,9 +262,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   bool generateMessageID(LogBase& log);
   /// Sets a new Content-ID. False when the host has no random bytes: it is then set, but may not be unique.
   bool generateContentId(LogBase& log);
-  /// Sets the date from RFC 5322 text; a text that is no date is logged and leaves the date as it was.
-  /// @param setField  also stores the text in the Date field, even when it is no
-  ///                  date; null removes the field.
+  /// Sets the date from RFC 5322 text; other text is logged and does not change the date.
+  /// @param setField  also stores the text in the Date field, date or not; null removes the field.
   void setDate(const char* rfc822, LogBase& log, bool setField);
   void resetDate(LogBase& log);            ///< To the current time, in the host's zone.
   void getDate(SorvikSysTime& out) const;  ///< In GMT.
@@ -297,9 +296,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   static Email2* createFromPop3(_svEmailCommon& common, DataBuffer& raw, bool unwrap, SystemCerts& certs,
                                 LogBase& log);
 
-  /// Normalises the top level of a parsed message: joins duplicate To, Cc and Bcc fields, puts
-  /// a lone attachment into a multipart/mixed, and makes alternatives of a plain text and an
-  /// HTML page beside each other.
+  /// Normalises the top level of a parsed message: joins duplicate To, Cc and Bcc fields, puts a lone
+  /// attachment into a multipart/mixed, and makes alternatives of plain text and HTML side by side.
   static void loadFromMimeTextProcessing(MimeMessage2& tree, LogBase& log);
   /// Makes alternatives of the first plain text and the first HTML part of a multipart/mixed. With exactly
   /// two parts it becomes a multipart/alternative itself; otherwise a new one becomes its first part.
@@ -454,7 +452,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   bool equalsContentType(const char* type) const;  ///< Whether this node has the media type.
 
   /// Sets the body of a media type. An existing body of that type is replaced. A multipart keeps its bodies
-  /// of other types; a single part is replaced, whatever its type. To keep that one, use addAlternativeBody.
+  /// of other types; a single part of any type is replaced. To keep it, use addAlternativeBody.
   /// @param data      moved from, as in all of these but setBodyDb; utf-8 when `isText`.
   /// @param type      a multipart type is an error: it is logged and overwritten by text/plain or
   ///                  application/octet-stream.
@@ -667,7 +665,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// Destroys an item. Deliberate: always counts from the second subpart. When the first is not the HTML,
   /// this drops the item that getRelatedItem(index + 1) returns.
   void dropRelatedItem(int index);
-  /// Destroys every subpart of the enclosure but the first, whatever that is.
+  /// Destroys every subpart of the enclosure except the first, of any type.
   void dropRelatedItems();
   /// Moves attachments whose Content-ID occurs in the HTML into the related enclosure, the last one first. A
   /// mixed enclosure left with nothing but a multipart/alternative becomes that alternative.
@@ -777,7 +775,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   Email2* cloneAndReplace_v3(bool shareImageData, const ExtPtrArray& pairs, LogBase& log);
   /// Replaces every key by its value, pair by pair, in the text bodies, header fields and addresses of the
   /// whole tree. Keys are matched with case against decoded text. What contains no key keeps its bytes; what
-  /// changes is encoded anew. No line break gets into a header field. The pairs must not be part of the tree.
+  /// changes is re-encoded. No line break gets into a header field. The pairs must not be part of the tree.
   void replaceStrings(const ExtPtrArray& pairs, LogBase& log);
 
   /// A copy without attachments for a web archive (RFC 2557); owned by the caller. A page is made from
