@@ -57,18 +57,16 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   // Contents                                     defined in email/             tested in tests/email/
   //   1  Life, subparts, shared settings         model/node.cpp                node_test.cpp
   //   2  Header fields                           model/headers.cpp             headers_test.cpp
-  //   3  Content attributes                      model/content_attributes.cpp  content_attributes_test.cpp
+  //   3  Content attributes                      model/content_attributes.cpp  headers_test.cpp
   //   4  Identifiers, dates, file names          model/identifiers.cpp         identifiers_test.cpp
   //   5  Loading                                 loading/*.cpp                 loading_test.cpp
   //   6  Output                                  output/*.cpp                  assembly_test.cpp
-  //                                                                            encoded_words_test.cpp
   //                                                                            roundtrip_test.cpp
   //                                                                            received_content_test.cpp
   //   7  Structure: enclosures and alternatives  structure/enclosures.cpp      structure_test.cpp
   //                                              structure/construction.cpp
   //                                              structure/alternatives.cpp
   //   8  Bodies                                  bodies/*.cpp                  bodies_test.cpp
-  //                                                                            body_charset_test.cpp
   //   9  Attachments                             structure/attachments.cpp     attachments_test.cpp
   //  10  Making attachments                      creation/attachments.cpp      creation_test.cpp
   //  11  Addresses                               addresses/*.cpp               addresses_test.cpp
@@ -76,18 +74,18 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   //                                              creation/related.cpp
   //                                              creation/calendar.cpp
   //  13  Attached messages, digests, reports     structure/messages.cpp        messages_test.cpp
-  //                                              structure/reports.cpp         reports_test.cpp
-  //  14  Transformations of whole messages       transform/reply_forward.cpp   reply_forward_test.cpp
+  //                                              structure/reports.cpp         messages_test.cpp
+  //  14  Transformations of whole messages       transform/reply_forward.cpp   transform_test.cpp
   //                                              transform/clone.cpp           clone_test.cpp
-  //                                              transform/mht.cpp             mht_test.cpp
-  //                                              transform/tidy.cpp            tidy_test.cpp
-  //  15  XML and diagnostics                     output/xml.cpp                xml_test.cpp
+  //                                              transform/mht.cpp             transform_test.cpp
+  //                                              transform/tidy.cpp            transform_test.cpp
+  //  15  XML and diagnostics                     output/xml.cpp                transform_test.cpp
   //                                              output/diagnostics.cpp        diagnostics_test.cpp
   //  16  Secure mail                             ../secure/signing.cpp         signing_test.cpp (tests/secure/)
-  //                                              ../secure/enveloping.cpp      enveloping_test.cpp
+  //                                              ../secure/enveloping.cpp      signing_test.cpp
   //                                              ../secure/symmetric.cpp       symmetric_test.cpp
   //                                              ../secure/certificates.cpp
-  //                                              ../secure/security_state.cpp  security_state_test.cpp
+  //                                              ../secure/security_state.cpp  unwrap_test.cpp
 
   /// @name 1. Life, subparts, shared settings
   /// @{

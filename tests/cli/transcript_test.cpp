@@ -1,8 +1,8 @@
-// Sessions with the command, replayed: each file of tests/data/transcripts says what is typed and what comes back.
+// Dialogues with the command, replayed: each file of tests/data/transcripts says what is typed and what comes back.
 //
-//   # A comment. Empty lines may stand anywhere.
-//   $ mailtree body - <<.          a line of shell, run in a folder that the session has for itself
-//   > Subject: s                   more of it, right behind "$"
+//   # A comment. Empty lines may be anywhere.
+//   $ mailtree body - <<.          a line of shell, run in a folder of its own
+//   > Subject: s                   more of it, directly after "$"
 //   > .
 //   | text                         standard output
 //   ! mailtree: ...                standard error
@@ -10,7 +10,7 @@
 //
 // The folder holds samples/, reports/ and secure/: the messages and identities of the repository. Control
 // characters are shown as pictures (␍ is a carriage return), others that nobody sees as <202E>, bytes that
-// are no utf-8 as <xE9>, a blank at the end of a line as ␠; ⊣ stands behind a last line without an end. What
+// are no utf-8 as <xE9>, a blank at the end of a line as ␠; ⊣ follows a last line without an end. What
 // differs from run to run is replaced by words in capitals.
 //
 // With MAILTREE_UPDATE_TRANSCRIPTS=1 the answers are written anew, for review.
