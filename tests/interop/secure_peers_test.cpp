@@ -9,16 +9,25 @@
 
 #include "mailtree/mime/MimeMessage2.h"
 #include "mailtree/mime/coding/ContentCoding.h"
-#include "tests/cli/identities.h"
+#include "tests/cli/command.h"
+#include "tests/support/places.h"
 
 namespace mailtree::interop {
 namespace {
 
-using cli_test::as;
-using cli_test::identity;
 using cli_test::readFile;
 using cli_test::Result;
 using cli_test::shell;
+
+std::string identity(const std::string& file) { return places::testData() + "/secure/" + file; }
+
+/// The options for somebody's certificate and key, and the authority between it and the root.
+std::string as(const std::string& name) {
+  return " --cert " + identity(name + ".pem") + " --key " + identity(name + ".key") + " --cert " +
+         identity("intermediate.pem") + " ";
+}
+
+std::string trusted() { return " --trust " + identity("root.pem") + " "; }
 
 /// Who signs or reads, and how: options of the one that writes.
 struct How {
@@ -198,8 +207,8 @@ TEST_P(SecurePeer, signs_what_verifies_here) {
                "micalg=sha-256; boundary=peer\r\n\r\n--peer\r\n" +
                    (kEntity + body) + "\r\n--peer\r\n",
                base64Part("pkcs7-signature", read("made")) + "\r\n--peer--\r\n");
-      const Result result = cli_test::mailtree("verify " + file + cli_test::trusted() + "--cert " +
-                                               identity("intermediate.pem"));
+      const Result result =
+          cli_test::mailtree("verify " + file + trusted() + "--cert " + identity("intermediate.pem"));
       EXPECT_EQ(result.status, 0) << how.who << how.options << '\n' << result.out << result.err;
     }
 }
@@ -252,7 +261,7 @@ TEST_P(SecurePeer, puts_on_layers_in_any_order_that_are_taken_off_here) {
               step == "sign" ? How{"alice", ""} : How{"bob", "-crlfeol -aes256"});
     const std::string file = m_work.path("entity") + as("bob");
     EXPECT_EQ(cli_test::mailtree("body " + file).out, "Shall we?\r\n") << order;
-    EXPECT_EQ(cli_test::mailtree("verify " + file + cli_test::trusted()).status, 0) << order;
+    EXPECT_EQ(cli_test::mailtree("verify " + file + trusted()).status, 0) << order;
   }
 }
 
