@@ -8,8 +8,8 @@ namespace mailtree {
 
 namespace {
 
-// Deliberate: some tests below look at the letter case and their neighbours do not. The order of the tests
-// and their letter case are part of what makes the numbering of attachments stable, so they stay as they are.
+// Deliberate: some tests below are case-sensitive and their neighbours are not. The order of the tests and
+// their case sensitivity keep the numbering of attachments stable.
 
 constexpr AttachmentVerdict yes(const char* reason) { return {true, reason}; }
 constexpr AttachmentVerdict no(const char* reason) { return {false, reason}; }
@@ -37,8 +37,8 @@ AttachmentVerdict judgeInline(const PartTraits& part, bool inMixed) noexcept {
   return no("No, inline AND no filename");
 }
 
-// Deliberate: an inline part is judged by the name in its disposition, a part without one by the name in its
-// type.
+// Deliberate: an inline part is judged by the filename of its disposition, a part without
+// a disposition by the name of its type.
 AttachmentVerdict judgeUndisposed(const PartTraits& part, bool inMixed) noexcept {
   if (inMixed && part.hasMessageClass && part.type == "text/plain")
     return yes("Yes, because of Content-Class header.");

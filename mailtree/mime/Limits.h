@@ -1,6 +1,6 @@
-// mime/Limits.h - how much of a message is taken apart. Beyond a limit nothing is lost: the rest stays as
-// bytes of the part in which it stands, and the limit is reported. What a message may cost in all is in
-// base/LoadBudget.h, where the folders beside this one see it too.
+// mime/Limits.h - limits of parsing. Nothing is lost beyond a limit: the rest stays as bytes of the enclosing
+// part, and the limit is reported. The limits on the total cost of a message are in base/LoadBudget.h, which
+// other folders also use.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@
 
 namespace mailtree {
 
-/// Depth of nested parts. Real mail stays under 10; recursion over a tree is bounded by this.
+/// Depth of nested parts. Real mail stays under 10. Bounds the recursion over a tree.
 inline constexpr int kMaxDepth = 100;
 /// Header of one entity: bytes and fields.
 inline constexpr std::size_t kMaxHeaderBytes = 4u << 20;
@@ -22,7 +22,7 @@ inline constexpr int kMaxParameters = 1'000;
 /// Nested groups and comments in an address list or another structured value.
 inline constexpr int kMaxCommentDepth = 3;
 
-/// A limit that was met while loading; values are bits.
+/// A limit exceeded while loading; values are bits.
 enum class Limit : std::uint32_t {
   depth = 1,
   parts = 2,
@@ -34,7 +34,7 @@ enum class Limit : std::uint32_t {
   keyTrials = 128,
 };
 
-/// The limits met.
+/// The limits exceeded.
 using LimitSet = FlagSet<Limit>;
 
 struct LimitName {
@@ -42,7 +42,7 @@ struct LimitName {
   std::string_view name;
 };
 
-/// Every limit with the words in which it is reported.
+/// The text reported for each limit.
 inline constexpr LimitName kLimitNames[] = {
     {Limit::depth, "nesting deeper than 100 levels"},
     {Limit::parts, "more than 50000 parts"},

@@ -13,7 +13,7 @@
 
 namespace mailtree {
 
-// Life
+// Construction and destruction
 
 MimeMessage2::~MimeMessage2() { deleteParts(); }
 
@@ -21,8 +21,7 @@ MimeMessage2* MimeMessage2::createNewObject() {
   return neverThrow<MimeMessage2*>(nullptr, [] { return new MimeMessage2(); });
 }
 
-/// Walks down to a leaf, deletes it, goes on from the entity above it: no recursion and no memory, whatever
-/// the depth.
+/// Walks down to a leaf, deletes it and goes on from its parent: no recursion and no memory at any depth.
 void MimeMessage2::deleteParts() noexcept {
   MimeMessage2* entity = this;
   for (;;) {
@@ -134,7 +133,7 @@ PartTraits MimeMessage2::ownTraits() const noexcept {
   traits.type = m_contentType.m_type;
   traits.name = m_contentType.m_name;
   traits.disposition = m_disposition;
-  // The name parameter stands in, as it does in the email tree, so that both decide alike.
+  // The name parameter replaces a missing file name, as in the email tree, so both decide alike.
   traits.dispFilename = m_filename.isEmpty() ? m_contentType.m_name : m_filename;
   traits.transferEncoding = m_transferEncoding;
   return traits;
@@ -191,10 +190,11 @@ bool MimeMessage2::setBodyFromText(std::string_view bytes, std::string_view char
   const DecodedText decoded = receivedTextToUtf8(charset, bytes, text);
   const bool wasGuessed = decoded.origin == TextOrigin::byteOrderMark ||
                           decoded.origin == TextOrigin::validUtf8 || decoded.origin == TextOrigin::detected;
-  // Plain ASCII says nothing about its charset, so a label nobody knows stays unjudged; escapes do.
+  // Plain ASCII tells nothing about its charset, so an unknown label is not reported
+  // unless the text has escape sequences.
   if (wasGuessed && (decoded.converted || !isAscii(bytes)) &&
       decoded.codePage != m_parsedCharset.getCodePage()) {
-    m_repairs.add(Repair::charset);  // also tells copyContentType that the field is no longer the truth
+    m_repairs.add(Repair::charset);  // also tells copyContentType that the member differs from the field
     m_parsedCharset.setByCodePage(decoded.codePage);
   }
   m_repairs.addDamage(decoded.damaged);

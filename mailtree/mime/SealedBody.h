@@ -1,4 +1,4 @@
-// mime/SealedBody.h - bodies encrypted in place: ciphertext where the Content-Type tells of something else.
+// mime/EncryptedBody.h - bodies encrypted in place: ciphertext under the Content-Type of the plaintext.
 #pragma once
 
 #include <string_view>
@@ -9,11 +9,11 @@
 
 namespace mailtree {
 
-/// The field in which an encrypted body keeps the transfer encoding that it had.
+/// The field that keeps the original transfer encoding of an encrypted body.
 inline constexpr const char* kOriginalEncodingField = "x-original-encoding";
 
-/// Whether a body is ciphertext, stored as base64 text under a base64 transfer encoding. Nobody converts it by the
-/// label of the text that it will be again. The field alone proves nothing: anybody may write it.
+/// Whether a body is ciphertext, stored as base64 text under a base64 transfer encoding. Such a body is not
+/// converted by the charset of the decrypted text. The field alone proves nothing: anybody can write it.
 inline bool isSealedBody(const MimeHeader& header, std::string_view transferEncoding,
                          std::string_view body) noexcept {
   return header.findField(kOriginalEncodingField) >= 0 && equalsNoCase(transferEncoding, "base64") &&

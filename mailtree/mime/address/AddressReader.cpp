@@ -13,7 +13,7 @@ namespace {
 
 using Kind = AddressToken::Kind;
 
-// Commas that one name may hold: "Last, First, Title". More of them are a list of local parts.
+// Commas in one name: "Last, First, Title". With more, it is a list of local parts.
 constexpr std::size_t kMaxNameCommas = 3;
 
 std::string decodedName(std::string raw) {
@@ -22,7 +22,7 @@ std::string decodedName(std::string raw) {
   return trimmed.size() == name.size() ? name : std::string(trimmed);
 }
 
-// "a@b" in quotes, as some write where an address belongs.
+// "a@b" in quotes, which some mailers write as an address.
 bool isPlainAddress(std::string_view text) noexcept {
   const std::size_t at = text.find('@');
   return at != std::string_view::npos && isBareLocalPart(text.substr(0, at)) &&
@@ -65,10 +65,10 @@ std::string nameOfTokens(std::span<const AddressToken> tokens) {
     if (token.kind == Kind::quoted) {
       appendUnescaped(token.text, raw);
     } else {
-      appendVisible(token.text, raw);  // "DOMAIN\\user": a backslash means something in quotes only
+      appendVisible(token.text, raw);  // "DOMAIN\\user": a backslash escapes only inside quotes
     }
   }
-  // Somebody quoted a name that was quoted already: "\"Jane Doe\"".
+  // A name quoted twice: "\"Jane Doe\"".
   if (tokens.size() == 1 && tokens.front().kind == Kind::quoted && isInQuotes(raw))
     raw = raw.substr(1, raw.size() - 2);
   return decodedName(std::move(raw));
@@ -89,7 +89,7 @@ std::optional<ReadAddress> AddressReader::next() {
   return std::move(m_ready[m_given++]);
 }
 
-// Gathering tokens
+// Collecting tokens
 
 void AddressReader::see(AddressToken token) {
   token.afterBlank |= std::exchange(m_blankBefore, false);
@@ -151,7 +151,7 @@ void AddressReader::seeColon(const AddressToken& colon) {
     finishEntry();
     return;
   }
-  finishEarlierParts();  // what stands before the colon is the name of a group, or "mailto"
+  finishEarlierParts();  // before the colon is a group name, or "mailto"
   clearEntry();
 }
 
@@ -160,7 +160,7 @@ void AddressReader::seeAngle(const AddressToken& angle) {
   if (!isFirst && isAngleOpen()) {
     if (m_tokens.size() == m_angle + 1) return;  // doubled
     if (m_hasAt) finishEntry();                  // the ">" and the comma are missing
-  } else if (!isFirst && m_hasAt) {  // the comma is missing: what follows the ">" is the next one's name
+  } else if (!isFirst && m_hasAt) {              // the comma is missing: the next name follows the ">"
     const std::vector<AddressToken> nextName(m_tokens.begin() + static_cast<std::ptrdiff_t>(m_angleEnd) + 1,
                                              m_tokens.end());
     m_tokens.resize(m_angleEnd + 1);
@@ -184,7 +184,7 @@ void AddressReader::seeClosingAngle(const AddressToken& angle) {
   m_tokens.push_back(angle);
 }
 
-// Understanding an entry
+// Interpreting an entry
 
 void AddressReader::finishEntry() {
   if (m_angle != kNone) {
@@ -227,7 +227,7 @@ void AddressReader::finishEarlierParts() {
   m_earlierParts.clear();
 }
 
-// "Last", First <a@b> is one name; who puts a whole name in quotes means the comma behind it.
+// "Last", First <a@b> is one name; but after a whole name in quotes the comma is meant.
 void AddressReader::finishQuotedParts() {
   const auto isWhole = [this](const Range& part) {
     return isQuotedName(part) && contains(m_tokens[part.begin].text, " ");
@@ -237,7 +237,7 @@ void AddressReader::finishQuotedParts() {
   m_earlierParts.erase(m_earlierParts.begin(), lastWhole.base());
 }
 
-// The name in "Full Name", <a@b>, taken out of the earlier parts: what would otherwise be no address at all.
+// The name in "Full Name", <a@b>, taken from the earlier parts, which otherwise hold no address.
 AddressReader::Range AddressReader::takeDanglingName() {
   if (m_earlierParts.empty()) return {m_angle, m_angle};
   const Range last = m_earlierParts.back();
@@ -256,7 +256,7 @@ void AddressReader::finishBare(Range range) {
   for (Range run{range.begin, range.begin}; run.end < range.end;) {
     run = firstRun({run.end, range.end}, /*inAngle=*/false);
     if (!holdsAt(run)) continue;
-    const bool isFirst = nameBegin == range.begin;  // a comment between two addresses is the first one's
+    const bool isFirst = nameBegin == range.begin;  // a comment between addresses belongs to the first
     give(nameOf({nameBegin, run.begin}), {isFirst ? nameBegin : nameBegin + 1, run.end}, addressOf(run));
     nameBegin = run.end;
   }
@@ -264,7 +264,7 @@ void AddressReader::finishBare(Range range) {
     m_ready.back().name = nameOf({nameBegin, range.end});
 }
 
-// Without an "@" a single word is a local part; one in quotes or not in ASCII and more than one are a name.
+// Without an "@", a single bare ASCII word is a local part; anything else is a name.
 void AddressReader::finishWords(Range range) {
   std::string localPart = mayBeLocalPart(range) ? addressOf(range) : std::string();
   if (localPart.empty() || localPart.starts_with('"')) return giveLoneName(range);
@@ -294,7 +294,7 @@ void AddressReader::giveLoneName(Range range) {
 
 // Tokens to text
 
-// Whether the range is one quoted string, and not an address in quotes.
+// Whether the range is one quoted string that is not an address.
 bool AddressReader::isQuotedName(Range range) const {
   if (range.end - range.begin != 1 || m_tokens[range.begin].kind != Kind::quoted) return false;
   std::string text;
@@ -308,8 +308,8 @@ bool AddressReader::mayBeLocalPart(Range range) const {
 }
 
 // Whether a token continues the address of the token before it. Obsolete syntax has blanks around "@" and
-// ".": within angle brackets they mean nothing, outside only a dot standing apart is read so, for "Dr. a@b"
-// is no address.
+// ".". They are ignored within angle brackets; outside, only a dot with blanks on both sides is joined,
+// because "Dr. a@b" is not an address.
 bool AddressReader::joins(Index token, bool inAngle) const noexcept {
   const AddressToken& left = m_tokens[token - 1];
   const AddressToken& right = m_tokens[token];
@@ -330,7 +330,7 @@ AddressReader::Range AddressReader::firstRun(Range range, bool inAngle) const no
   return {range.begin, end};
 }
 
-// The first run with an "@"; without one the only run; else nothing.
+// The first run with an "@"; without one the only run; else an empty range.
 AddressReader::Range AddressReader::addressRun(Range range, bool inAngle) const noexcept {
   const Range only = firstRun(range, inAngle);
   if (only.end == range.end) return only;

@@ -1,4 +1,4 @@
-// mime/charset/CharsetDetect.cpp - which code page bytes are in, when their label does not say or says wrong.
+// mime/charset/CharsetDetect.cpp - finds the code page of bytes whose label is missing or wrong.
 #include <unicode/ucsdet.h>
 
 #include <algorithm>
@@ -15,7 +15,7 @@ namespace {
 
 constexpr unsigned byteOf(char c) noexcept { return static_cast<unsigned char>(c); }
 
-/// Whether the code page explains every byte.
+/// Whether the code page decodes every byte.
 bool explains(int codePage, std::string_view bytes) {
   std::string scratch;
   return decodeToUtf8(codePage, bytes, scratch);
@@ -34,14 +34,14 @@ constexpr Mark kMarks[] = {
     {"\xFE\xFF", kCpUtf16BE},
 };
 
-/// The byte order mark that the bytes begin with; null when there is none.
+/// The byte order mark at the beginning of the bytes; null when there is none.
 const Mark* markOf(std::string_view bytes) noexcept {
   const auto* const found = std::find_if(std::begin(kMarks), std::end(kMarks),
                                          [bytes](const Mark& mark) { return bytes.starts_with(mark.bytes); });
   return found == std::end(kMarks) ? nullptr : found;
 }
 
-// utf-16 without a mark: the upper halves of its units are mostly the same byte, and that is mostly zero.
+// utf-16 without a mark: the high bytes of its units are mostly equal, usually zero.
 
 constexpr bool isUtf16(int codePage) noexcept { return codePage == kCpUtf16LE || codePage == kCpUtf16BE; }
 
@@ -62,7 +62,7 @@ ZeroCounts countZeros(std::string_view bytes) noexcept {
   return zeros;
 }
 
-/// 0 when the zeros do not say.
+/// 0 when the zeros are inconclusive.
 int utf16ByZeros(std::string_view bytes) noexcept {
   const ZeroCounts zeros = countZeros(bytes);
   const std::size_t quarter = std::min(bytes.size(), kSample) / 8 + 1;  // of the units
@@ -90,11 +90,11 @@ int codePageByEscapes(std::string_view bytes) {
   return 0;
 }
 
-// Western text: a few accented letters and typographic signs among ASCII letters. The statistics of so few
-// bytes say anything, so this is decided by what stands around them.
+// Western text: a few accented letters and typographic signs among ASCII letters. So few bytes give no usable
+// statistics, so the bytes around them decide.
 
-/// Typographic signs that Windows puts between 0x80 and 0xBF: euro, ellipsis, quotes, bullet, dashes,
-/// section, degree...
+/// Typographic signs of Windows between 0x80 and 0xBF: euro, ellipsis,
+/// quotes, bullet, dashes, section, degree...
 constexpr std::string_view kWesternSigns =
     "\x80\x85\x91\x92\x93\x94\x95\x96\x97\x99\xA0\xA3\xA7\xA9\xAB\xAE\xB0\xB4\xB7\xBB";
 
@@ -102,8 +102,8 @@ constexpr bool isWesternLetter(char c) noexcept {
   return byteOf(c) >= 0xC0 && byteOf(c) != 0xD7 && byteOf(c) != 0xF7;
 }
 
-/// Whether the accented letters from `begin` to `end` stand in a word: one anywhere, two beside an ASCII
-/// letter, never three.
+/// Whether the accented letters from `begin` to `end` can be in a word: one anywhere,
+/// two next to an ASCII letter, never three.
 bool standsInWord(std::string_view bytes, std::size_t begin, std::size_t end) noexcept {
   if (end - begin != 2) return end - begin < 2;
   return (begin > 0 && isAlphaAscii(bytes[begin - 1])) || (end < bytes.size() && isAlphaAscii(bytes[end]));
@@ -137,7 +137,7 @@ struct CloseDetector {
 
 constexpr std::int32_t kLeastConfidence = 10;
 
-/// ISO pages have only controls between 0x80 and 0x9F, their Windows sisters letters and signs.
+/// ISO code pages have only controls between 0x80 and 0x9F, the related Windows code pages letters and signs.
 struct Sister {
   int isoPage;
   int windowsPage;
@@ -173,7 +173,7 @@ int codePageByStatistics(std::string_view bytes) {
   return 0;
 }
 
-// Damage. Characters beyond ASCII say which charset a text is in, and so only they are counted.
+// Damage. Only non-ASCII characters are counted, because they tell which charset a text is in.
 
 struct Sequences {
   std::size_t valid = 0;
@@ -198,7 +198,7 @@ Sequences utf8Sequences(std::string_view bytes) noexcept {
   return found;
 }
 
-/// Counted in what a conversion gave. With wide units ASCII letters say as much as any other.
+/// Counted in the result of a conversion. With wide units ASCII letters count like any other.
 Sequences sequencesIn(int codePage, std::string_view bytes) {
   std::string utf8;
   decodeToUtf8(codePage, bytes, utf8);
@@ -213,12 +213,12 @@ Sequences sequencesIn(int codePage, std::string_view bytes) {
   return found;
 }
 
-/// Whether a label that names a multibyte charset is wrong for all that some of the text can be read in it.
+/// Whether the bytes disprove a multibyte label although some of the text can be read in it.
 bool contradicts(int claimed, std::string_view bytes) noexcept {
   if (!hasWideUnits(claimed)) return isAsciiCompatible(claimed) && looksWestern(bytes);
   const ZeroCounts zeros = countZeros(bytes);
   if (zeros.even + zeros.odd == 0) return isAscii(bytes) || looksWestern(bytes);
-  // Zeros on both sides: a byte is lacking in the middle, and what follows is out of step.
+  // Zeros on both sides: a byte is missing in the middle, and the rest is misaligned.
   const auto [fewer, more] = std::minmax(zeros.even, zeros.odd);
   return isUtf16(claimed) && 4 * fewer > more;
 }
@@ -234,7 +234,7 @@ DamagedReading readDamaged(int claimed, std::string_view bytes) {
     if (found.mostlyValid() || found.oneBesideValid()) return {claimed, found.damaged};
   }
   if (utf8.damaged == 0) return {kCpUtf8, 0};
-  // A capital before a closing quote, alone in a western text, is a sequence of utf-8 too.
+  // In western text a capital before a closing quote is also a valid utf-8 sequence.
   const bool isUtf8 = utf8.oneBesideValid() && (holdsAccentInUtf8(bytes) || !looksWestern(bytes));
   return isUtf8 ? DamagedReading{kCpUtf8, 1} : DamagedReading{0, 0};
 }
@@ -249,8 +249,8 @@ int detect(std::string_view bytes) {
 
 // A received text
 
-/// Which utf-16 a text is in whose label says utf-16. Without a mark and without a byte order in the label it
-/// is big-endian (RFC 2781, 4.3), unless its zeros say otherwise.
+/// The utf-16 variant of a text labelled utf-16. Without a mark and without a byte order in the label it is
+/// big-endian (RFC 2781, 4.3), unless its zeros say otherwise.
 int utf16ByLabel(std::string_view label, int codePage, std::string_view bytes) noexcept {
   const bool saysOrder = codePage == kCpUtf16BE || containsNoCase(label, "le");
   if (saysOrder) return codePage;
@@ -285,8 +285,8 @@ class Receiver {
     return mark && isUtf16(mark->codePage) ? mark->codePage : utf16ByLabel(m_label, declared, m_bytes);
   }
 
-  /// Whether the code page explains every byte; m_result then says how, and m_out holds the text if it had to
-  /// be converted.
+  /// Tries a code page that must decode every byte; m_result then says how, and m_out
+  /// holds the text if it had to be converted.
   bool carries(int codePage, TextOrigin origin) {
     m_result = {origin, codePage, false};
     if (codePage == kCpUtf8) return isValidUtf8(m_bytes);
@@ -294,7 +294,7 @@ class Receiver {
     return convert(codePage);
   }
 
-  /// Whether a code page, `claimed` if it can be, explains enough of a text that none explains wholly.
+  /// Tries a code page, `claimed` if possible, that decodes enough of a text that none decodes completely.
   bool carriesDamaged(int claimed, TextOrigin origin) {
     const auto [codePage, damaged] = readDamaged(claimed, m_bytes);
     if (codePage == 0) return false;
@@ -304,9 +304,9 @@ class Receiver {
     return true;
   }
 
-  /// False when some byte had no meaning; of a damaged text the rest is taken all the same.
+  /// False when some byte was invalid; the rest of a damaged text is kept.
   bool convert(int codePage) {
-    // utf-16's mark is no part of the text.
+    // The mark of utf-16 does not belong to the text.
     const Mark* const mark = isUtf16(codePage) ? markOf(m_bytes) : nullptr;
     DataBuffer text;
     const bool whole = decodeToUtf8(codePage, m_bytes.substr(mark ? mark->bytes.size() : 0), text);

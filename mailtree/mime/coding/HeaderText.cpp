@@ -39,7 +39,7 @@ std::string withoutBreaks(std::string_view text) {
 void eraseBreaks(std::string& text) {
   std::size_t kept = findBreak(text, 0);
   for (std::size_t from = kept; from < text.size();) {
-    const std::size_t next = findBreak(text, ++from);  // behind the break
+    const std::size_t next = findBreak(text, ++from);  // after the break
     std::memmove(text.data() + kept, text.data() + from, next - from);
     kept += next - from;
     from = next;

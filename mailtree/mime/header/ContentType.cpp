@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::string_view kAssumedType = "text/plain";
 
-/// Parameters with a member of their own, in the order in which they are written.
+/// Parameters with a member of their own, in output order.
 struct MemberParam {
   std::string_view name;
   StringBuffer _svContentType::*member;
@@ -33,7 +33,7 @@ constexpr bool isTypeChar(char c) noexcept {
   return !isControlAscii(c) && !is8bit(c) && kNever.find(c) == std::string_view::npos;
 }
 
-/// What a type may consist of, in lower case; 0: nothing of the kind.
+/// Characters of a type, mapped to lower case; 0: not allowed.
 constexpr std::array<char, 256> kTypeChars = [] {
   std::array<char, 256> table{};
   for (std::size_t c = 0; c < table.size(); ++c)
@@ -41,7 +41,7 @@ constexpr std::array<char, 256> kTypeChars = [] {
   return table;
 }();
 
-/// Reads "type/subtype" in lower case, blanks around the slash allowed; false when it is nothing of the kind.
+/// Reads "type/subtype" in lower case, blanks around the slash allowed; false when the value is not one.
 bool readType(std::string_view value, std::string& type) {
   const std::size_t slash = value.find('/');
   if (slash == std::string_view::npos) return false;
@@ -69,7 +69,7 @@ void appendMember(const _svContentType& type, const MemberParam& row, int codePa
   const bool needsNoRfc2231 =
       value.size() <= kMaxPlainParameter && !contains(value, "\"") && !contains(value, "\\") &&
       std::none_of(value.begin(), value.end(), [](char c) { return is8bit(c) || isControlAscii(c); });
-  // Quotes around a boundary are never wrong, and readers exist that cut bare ones short.
+  // Quotes around a boundary are always valid, and some readers truncate an unquoted one.
   if (row.member == &_svContentType::m_boundary && needsNoRfc2231) {
     out.append("; ").append(row.name).append("=\"").append(value).append("\"");
     return;

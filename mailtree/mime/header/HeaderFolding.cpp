@@ -1,5 +1,5 @@
-// Folding of header lines (RFC 5322, 2.2.3): a line break is put before white space that is already there, so
-// that taking the breaks out again gives the same value.
+// Folding of header lines (RFC 5322, 2.2.3): a line break is inserted before existing white space, so
+// unfolding gives the same value.
 #include "mailtree/base/Ascii.h"
 #include "mailtree/mime/coding/EncodedWord.h"
 #include "mailtree/mime/coding/HeaderText.h"
@@ -11,8 +11,8 @@ namespace {
 constexpr std::size_t npos = std::string_view::npos;
 constexpr std::size_t kPreferredLine = 78;
 constexpr std::size_t kLongestLine = 998;
-/// A longer run of blanks could only be folded into a line of blanks alone, which some take for the end of
-/// the header.
+/// A longer run of blanks could only be folded into a blank line, which some
+/// readers take for the end of the header.
 constexpr std::size_t kMaxBlankRun = 500;
 
 class Folder {
@@ -55,7 +55,7 @@ class Folder {
     return m_lastWord != npos && m_lastWord >= m_begin ? kMaxLineWithWord : kPreferredLine;
   }
 
-  /// Breaks lines until the text up to `end` fits, as far as there are places for it.
+  /// Folds until the text up to `end` fits, where folding is possible.
   void makeFit(std::size_t end) {
     while (end - m_begin > limit()) {
       const std::size_t place = choosePlace(end);
@@ -68,7 +68,7 @@ class Folder {
   std::size_t choosePlace(std::size_t end) const noexcept {
     if (isUsable(m_plain)) return m_plain;
     if (isUsable(m_quoted)) return m_quoted;
-    // A first line with nothing but the name looks odd to many readers: only when it helps.
+    // A first line with only the name confuses many readers: done only when it helps.
     const bool helps =
         isUsable(m_afterColon) && (end - m_afterColon <= limit() || end - m_begin > kLongestLine);
     return helps ? m_afterColon : npos;
@@ -81,9 +81,9 @@ class Folder {
     m_begin = place;
   }
 
-  /// Nowhere to fold: the line is cut, not inside a utf-8 character, and a blank added.
+  /// No place to fold: the line is cut, but not inside a utf-8 character, and a blank is added.
   void breakByForce() {
-    std::size_t size = kLongestLine - 1;  // a blank already stands before what was cut the last time
+    std::size_t size = kLongestLine - 1;  // a blank already precedes the text cut last time
     while (size > kLongestLine - 4 && (static_cast<unsigned char>(m_line[m_begin + size]) & 0xC0) == 0x80)
       --size;
     breakAt(m_begin + size);
@@ -92,9 +92,9 @@ class Folder {
 
   std::string_view m_line;
   std::string m_out;
-  std::size_t m_begin = 0;        ///< Of the output line at hand.
-  std::size_t m_piece = 0;        ///< Begin of the text without blanks at hand.
-  std::size_t m_lastWord = npos;  ///< Begin of the last piece with an encoded word.
+  std::size_t m_begin = 0;        ///< Of the current output line.
+  std::size_t m_piece = 0;        ///< Beginning of the current text without blanks.
+  std::size_t m_lastWord = npos;  ///< Beginning of the last piece with an encoded word.
   std::size_t m_plain = npos;
   std::size_t m_quoted = npos;
   std::size_t m_afterColon = npos;

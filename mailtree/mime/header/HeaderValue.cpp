@@ -73,7 +73,7 @@ std::string encodeText(std::string_view fieldName, std::string_view utf8, int co
   return encodeUnstructured(utf8, encodingFor(codePage), fieldName.size() + 2);
 }
 
-/// Encoded words that already stand in the text are read first, so that they are not encoded a second time.
+/// Existing encoded words are decoded first, so they are not encoded twice.
 std::string encodeFreeText(std::string_view fieldName, std::string_view utf8, int codePage) {
   if (!mayHoldEncodedWord(utf8)) return encodeText(fieldName, utf8, codePage);
   return encodeText(fieldName, decodeEncodedWords(utf8), codePage);
@@ -83,8 +83,8 @@ std::ptrdiff_t countAtSigns(std::string_view text) noexcept {
   return std::count(text.begin(), text.end(), '@');
 }
 
-/// Whether folding would have to change the text: a piece without blanks may be longer than a line, or a run
-/// of blanks is cut short.
+/// Whether folding would change the text: a piece without blanks may be longer than a
+/// line, or a run of blanks is shortened.
 bool isUnfoldable(std::string_view text) noexcept {
   constexpr std::size_t kMaxPiece = 900, kMaxBlanks = 500;
   std::size_t piece = 0, blanks = 0;
@@ -98,7 +98,7 @@ bool isUnfoldable(std::string_view text) noexcept {
 }
 
 struct ListShape {
-  bool isPlain = true;  ///< No groups, routes or comments, which writing the entries anew would lose.
+  bool isPlain = true;  ///< No groups, routes or comments, which rewriting the entries would lose.
   int parts = 0;        ///< Between separators.
 };
 
@@ -132,9 +132,9 @@ std::string entriesAsText(const ExtPtrArray& entries, int codePage) {
   return out.extractString();
 }
 
-/// Only names and comments may be encoded: where they are, or, in a list with commas inside names, by writing
-/// its entries anew. The value stays when either would read otherwise or lose an address, unless one is too
-/// long for any line.
+/// Only names and comments may be encoded: in place, or, in a list with commas inside names, by
+/// rewriting its entries. The value stays when either would change its meaning or lose an address,
+/// unless an address is too long for any line.
 RenderedValue renderAddresses(std::string_view fieldName, std::string_view utf8, int codePage) {
   const bool mustChange = isUnfoldable(utf8);
   if (mustChange && !contains(utf8, "@"))
@@ -154,7 +154,7 @@ RenderedValue renderAddresses(std::string_view fieldName, std::string_view utf8,
   return isSame ? RenderedValue{std::move(inPlace)} : RenderedValue{std::string(utf8), false};
 }
 
-/// What stands before the parameters, without what only an encoded word could carry: none may stand there.
+/// The text before the parameters, without characters that need an encoded word: none is allowed there.
 std::string asciiType(std::string_view fieldName, std::string_view type) {
   std::string out;
   std::copy_if(type.begin(), type.end(), std::back_inserter(out),
@@ -176,7 +176,7 @@ RenderedValue renderParameters(std::string_view fieldName, std::string_view utf8
   return {std::move(text)};
 }
 
-/// Whether a quoted string can hold the name just as it stands, and every reader gets it right.
+/// Whether every reader reads the name unchanged from a quoted string.
 bool isHarmlessInQuotes(std::string_view name) noexcept {
   return name.size() <= kMaxPlainParameter && !mayHoldEncodedWord(name) &&
          std::none_of(name.begin(), name.end(),

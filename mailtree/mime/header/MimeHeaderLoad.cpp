@@ -1,5 +1,5 @@
-// From received text to rows. One pass finds the lines and makes a row per field; then the bytes are copied
-// once.
+// Turns received text into rows. One pass finds the lines and makes a row per
+// field; then the bytes are copied once.
 #include <algorithm>
 #include <array>
 #include <limits>
@@ -19,10 +19,10 @@ namespace mailtree {
 
 namespace {
 
-/// Carries any bytes: for text that nothing explains, so that what is read is always utf-8.
+/// Decodes any bytes. For text that no other charset decodes, because reading always gives utf-8.
 constexpr int kLastResortCodePage = 1252;
-/// How far behind a line that is no field another field is looked for. Every level of a nest of broken
-/// headers looks for itself, so this bounds the whole.
+/// How far to look for another field after a line that is not a field. Every level of nested broken headers
+/// looks again, so this bounds the total.
 constexpr std::size_t kFieldReach = 64u << 10;
 
 bool explains(int codePage, std::string_view bytes) {
@@ -34,7 +34,7 @@ bool isReadIn(int codePage, std::string_view bytes) {
   return explains(codePage, bytes) || readDespiteDamage(codePage, bytes).codePage == codePage;
 }
 
-/// Where sequences of utf-8 may begin: a byte that leads and one that goes on.
+/// The number of places where a utf-8 sequence may begin: a lead byte followed by a continuation byte.
 std::size_t countOfSequences(std::string_view bytes) noexcept {
   const auto begins = [](unsigned char lead, unsigned char next) {
     return lead >= 0xC2 && (next & 0xC0) == 0x80;
@@ -46,8 +46,9 @@ std::size_t countOfSequences(std::string_view bytes) noexcept {
   return count;
 }
 
-/// Whether a value is utf-8, damaged or not. A code page of single bytes explains any, but where it may be the one of
-/// the header a short word in it, with one sequence that happens to be utf-8, is none: much of the value must be.
+/// Whether a value is utf-8, damaged or not. A single-byte code page decodes any value. If the
+/// header may use one, a short word with a single sequence that happens to be utf-8 does not
+/// count: much of the value must be utf-8.
 bool isUtf8Rather(std::string_view value, int codePage) {
   constexpr int kWestern[] = {1252, 28591, 28605};
   constexpr std::size_t kForEachDamaged = 9;
@@ -61,7 +62,7 @@ bool isUtf8Rather(std::string_view value, int codePage) {
 
 }  // namespace
 
-/// Walks over the lines of a header and collects rows, whose offsets count from the begin of the text.
+/// Walks over the lines of a header and collects rows, with offsets from the beginning of the text.
 class MimeHeader::Reader {
  public:
   struct Bounds {
@@ -69,7 +70,7 @@ class MimeHeader::Reader {
     std::size_t bytes;
   };
 
-  /// @param allIsHeader  Whether a line that is no field always belongs to the header: there is no body.
+  /// @param allIsHeader  Whether a line that is not a field always belongs to the header: there is no body.
   Reader(std::string_view text, const Bounds& bounds, bool allIsHeader) noexcept
       : m_text(text), m_bounds(bounds), m_allIsHeader(allIsHeader) {}
 
@@ -86,7 +87,7 @@ class MimeHeader::Reader {
   std::size_t fieldsBegin() const noexcept { return m_begin; }
   std::size_t fieldsEnd() const noexcept { return m_count ? last().end() : m_begin; }
 
-  /// The rows in one allocation of the right size, offsets counted from the first field.
+  /// Moves the rows into one allocation of the right size, with offsets from the first field.
   void giveRows(std::vector<Field>& rows) const {
     rows.reserve(m_count);
     const auto shift = static_cast<std::uint32_t>(m_begin);
@@ -104,7 +105,7 @@ class MimeHeader::Reader {
     return begin == std::string_view::npos ? 0 : begin;
   }
 
-  /// False when the header ended; m_extent is then complete.
+  /// False at the end of the header; m_extent is then complete.
   bool readLine() {
     const std::size_t end = endOfLine(m_text, m_at);
     if (end == m_at) return endHeader(m_at, afterLineBreak(m_text, m_at), false);
@@ -133,15 +134,15 @@ class MimeHeader::Reader {
     return false;
   }
 
-  /// A field that does not fit belongs to the body as a whole.
+  /// A field beyond a limit belongs to the body as a whole.
   bool endAtLimit(std::size_t fieldBegin, Limit limit) noexcept {
     if (m_count > 0 && last().nameOffset == fieldBegin) dropLast();
     m_extent.limits.add(limit);
     return endHeader(fieldBegin, fieldBegin, true);
   }
 
-  /// Whether a field stands between here and the next empty line. A field that was found is remembered, so
-  /// that no line is looked at for more than one of those before it.
+  /// Whether there is a field before the next empty line. The result is remembered, so each line is examined
+  /// for only one of the lines before it.
   bool fieldFollows(std::size_t at) noexcept {
     if (at <= m_knownField) return true;
     const std::size_t limit = std::min(m_text.size(), at + kFieldReach);
@@ -189,7 +190,7 @@ class MimeHeader::Reader {
   bool m_anyOtherBreak = false;
   std::size_t m_begin = 0;
   std::size_t m_at = 0;
-  std::size_t m_knownField = 0;  ///< Begin of a field found by looking ahead.
+  std::size_t m_knownField = 0;  ///< Beginning of a field found by looking ahead.
   std::size_t m_count = 0;
   Extent m_extent{};
   std::array<Field, kInPlace> m_first;  // not initialised: m_count says how many there are
@@ -212,7 +213,7 @@ void MimeHeader::loadMimeHeaderText(std::string_view text, _svCharset* charsetOu
                                     _svContentType* contentTypeOut, LogBase&) {
   neverThrow(false, [&] {
     clear();
-    // Offsets have 32 bits; nobody sends such a header.
+    // Offsets have 32 bits; no real header is that large.
     text = text.substr(0, std::numeric_limits<std::uint32_t>::max() - 1);
     Reader reader(text, {text.size(), text.size()}, /*allIsHeader=*/true);
     reader.read(LeadingEmptyLines::skip);
@@ -247,9 +248,9 @@ void MimeHeader::detectCodePageOf8bit() {
     return;
   }
   const int declared = declaredCodePage();
-  // One of single bytes explains nearly everything, and so says little.
+  // A single-byte one decodes nearly everything, and so proves little.
   bool isDeclared = isMultibyte(declared);
-  std::string bytes;  // of the values that are no utf-8, not even a damaged one
+  std::string bytes;  // of the values that are not utf-8, not even damaged utf-8
   for (const Field& field : m_fields) {
     if (isValidUtf8(lineOf(field))) continue;
     const std::string_view value = valueOf(field);
@@ -262,7 +263,7 @@ void MimeHeader::detectCodePageOf8bit() {
     m_detectedCodePage = bytes.empty() ? kCpUtf8 : detectHeaderCodePage(bytes);
 }
 
-/// Code page of the charset parameter, 0 when it says nothing about 8-bit text in a header.
+/// Code page of the charset parameter, 0 when it cannot be that of 8-bit text in a header.
 int MimeHeader::declaredCodePage() const {
   std::string scratch;
   const ParameterizedValue type = parseParameterizedValue(unfoldedValue(findField("Content-Type"), scratch));

@@ -10,19 +10,19 @@ namespace {
 constexpr std::string_view kScheme = "cid:";
 constexpr std::string_view kUrlAttributes[] = {"src",    "href",        "background", "poster", "data",
                                                "srcset", "imagesrcset", "style",      "lowsrc", "dynsrc"};
-/// The longest character reference that matters here, such as "&percnt;".
+/// The longest relevant character reference, such as "&percnt;".
 constexpr std::size_t kMaxReference = 10;
 
-/// What may stand before a reference: nothing, or the end of what introduces it in a list or a style.
+/// What may precede a reference: nothing, or the end of its introduction in a list or a style.
 constexpr bool mayStandBefore(char c) noexcept {
   return isSpaceAscii(c) || contains("\"'(,;", std::string_view(&c, 1));
 }
-/// What ends one. Not "@": "cid:image1.png@01D2" refers to another part.
+/// Characters that end one. Not "@": "cid:image1.png@01D2" refers to another part.
 constexpr bool mayEnd(char c) noexcept {
   return isSpaceAscii(c) || contains("\"'()<>,#", std::string_view(&c, 1));
 }
 
-/// The bytes that a piece of markup means, and how long it is as it stands.
+/// The decoded bytes of a piece of markup, and its length in the markup.
 struct Unit {
   std::string bytes;
   std::size_t length = 1;
@@ -39,7 +39,7 @@ Unit unitAt(std::string_view text, bool hasReferences) {
   return {std::string(1, text.front()), 1};
 }
 
-/// How much of the text spells the name; 0 when it does not begin with it.
+/// The length of the spelling of the name at the beginning of the text; 0 when it does not begin with it.
 std::size_t spelledLength(std::string_view text, std::string_view name, bool hasReferences) {
   if (text.starts_with(name)) return name.size();
   std::size_t at = 0;
@@ -83,7 +83,7 @@ class Rewriter {
         rewrite(text.substr(styleFrom, markup->begin - styleFrom), /*hasReferences=*/false);
       styleFrom = markup->isStartOf("style") ? markup->end : std::string_view::npos;
       if (markup->kind == Markup::Kind::startTag) scanAttributes(markup->attributes);
-      // Conditional comments hold markup for one mail program; nothing is a comment within a comment.
+      // Conditional comments hold markup for one mail program; comments do not nest.
       if (markup->kind == Markup::Kind::comment && !inComment)
         scan(text.substr(markup->begin + 1, markup->end - markup->begin - 1), /*inComment=*/true);
     }
@@ -124,7 +124,7 @@ class Rewriter {
   std::string_view m_html;
   const std::vector<CidTarget>& m_targets;
   std::string& m_out;
-  std::size_t m_done = 0;  ///< Up to here the page is in `out`.
+  std::size_t m_done = 0;  ///< The page is in `out` up to here.
   std::size_t m_count = 0;
 };
 

@@ -11,7 +11,7 @@
 namespace mailtree {
 namespace {
 
-// The value of the first href; empty without one.
+// The value of the first href; empty when there is none.
 std::string_view hrefOf(const Markup& startTag) noexcept {
   std::string_view name, value;
   for (AttributeReader attributes(startTag.attributes); attributes.next(name, value);)
@@ -19,7 +19,7 @@ std::string_view hrefOf(const Markup& startTag) noexcept {
   return {};
 }
 
-// What a browser would go to.
+// The URL that a browser would use.
 std::string urlOf(std::string_view href) {
   std::string url = decodeReferences(href);
   const auto isAround = [](char c) { return static_cast<unsigned char>(c) <= ' '; };

@@ -11,25 +11,26 @@
 #include "mailtree/mime/html/HtmlScanner.h"
 #include "mailtree/mime/html/HtmlVisibility.h"
 
-// Three passes, in an order that leaves nothing to do for a second round: letters in references first, since
-// they end what looks like an unfinished reference; then invisible elements, since the words around them grow
-// together; then what stands inside words.
+// Three passes, ordered to leave nothing for a second call: first letters in references, because
+// they end what looks like an unfinished reference; then invisible elements, because the words
+// around them join; then markup inside words.
 
 namespace mailtree {
 namespace {
 
 using Kind = Markup::Kind;
 
-// Elements of inline text that mean nothing when they are empty.
+// Elements of inline text that mean nothing when empty.
 constexpr std::string_view kInline[] = {"span",  "font", "b",      "i",    "u",    "s",       "em",  "strong",
                                         "small", "big",  "sub",    "sup",  "tt",   "code",    "kbd", "samp",
                                         "var",   "cite", "dfn",    "abbr", "bdo",  "acronym", "q",   "del",
                                         "ins",   "mark", "strike", "bdi",  "label"};
-// Boxes that may go when they are invisible, and may stand in something that goes. Each ends an open paragraph.
+// Boxes that may be removed when invisible, and may be inside a removed element. Each ends an open paragraph.
 constexpr std::string_view kBoxes[] = {"div", "p", "center"};
-// Elements without content that may stand in something that goes.
+// Elements without content that may be inside a removed element.
 constexpr std::string_view kVoid[] = {"br", "img", "wbr"};
-// More elements that end an open paragraph; those met in mail are enough, as a missing one keeps things only.
+// More elements that end an open paragraph; those common in mail are enough,
+// because a missing one only keeps content.
 constexpr std::string_view kBlocks[] = {"table", "td", "th", "ul", "ol", "li", "h1",         "h2",
                                         "h3",    "h4", "h5", "h6", "hr", "dl", "blockquote", "body"};
 
@@ -46,13 +47,13 @@ bool isBare(const Markup& startTag) noexcept {
   return true;
 }
 
-// Comments that some programs take for more: "<!--[if mso]>", "<![endif]>".
+// Comments with a meaning for some programs: "<!--[if mso]>", "<![endif]>".
 bool isConditional(std::string_view comment) noexcept {
   return comment.starts_with("<![") || containsNoCase(comment, "[if") || containsNoCase(comment, "[endif");
 }
 
-// Whether the text before a position could become a tag or a character reference with text that moves up to
-// it. Looks no further back than the markup before, so that a page is looked at once in all.
+// Whether the text before a position could become a tag or a character reference when other text moves next
+// to it. Looks back no further than the previous markup, so a page is scanned once in total.
 bool isUnfinishedBefore(std::string_view html, std::size_t position) noexcept {
   std::size_t at = position;
   while (at > 0 && (isAlnumAscii(html[at - 1]) || html[at - 1] == '#')) --at;
@@ -61,7 +62,8 @@ bool isUnfinishedBefore(std::string_view html, std::size_t position) noexcept {
   return before.ends_with('<') || before.ends_with("</");
 }
 
-// Copies a page with the numeric references to ASCII letters and digits in its text replaced by these.
+// Copies a page and replaces the numeric references to ASCII letters and
+// digits in its text by these characters.
 class LetterDecoder {
  public:
   static std::string decode(std::string_view html) {
@@ -104,7 +106,7 @@ class LetterDecoder {
     m_mayDecode = !goesOn && !text.ends_with('<') && !text.ends_with("</");
   }
 
-  // The length of what was copied: a letter's reference, or an "&" alone.
+  // Returns the length copied: a letter's reference, or a lone "&".
   std::size_t copyReference(std::string_view text) {
     char32_t codePoint = 0;
     const std::size_t length = m_mayDecode ? readNumericReference(text, codePoint) : 0;
@@ -127,9 +129,8 @@ struct Range {
   std::size_t begin, end;
 };
 
-// Finds the invisible elements that may go. Whatever could make a browser nest the page in another way than its
-// tags stand there (an end tag that fits not, an element that ends another one) ends all elements that are
-// open, and they stay.
+// Finds the invisible elements to remove. Tags that a browser could nest differently than written (an end tag
+// that does not match, an element that ends another one) end all open elements, and these stay.
 class InvisibleFinder {
  public:
   static std::vector<Range> find(std::string_view html) {
@@ -145,7 +146,7 @@ class InvisibleFinder {
     std::size_t begin;
     Visibility visibility;
     bool isBare;
-    bool holdsMore = false;  // Than text in bare elements.
+    bool holdsMore = false;  // Content other than text in bare elements.
   };
 
   explicit InvisibleFinder(std::string_view html) : m_html(html), m_sheets(html) {}
@@ -196,7 +197,7 @@ class InvisibleFinder {
   }
 
   void take(Range range) {
-    while (!m_found.empty() && m_found.back().begin > range.begin) m_found.pop_back();  // what it holds
+    while (!m_found.empty() && m_found.back().begin > range.begin) m_found.pop_back();  // nested ranges
     m_found.push_back(range);
   }
 
@@ -226,7 +227,7 @@ std::string withoutInvisible(std::string html) {
 }
 
 // Copies a page without comments and empty elements inside words. A run is the markup between two texts; it
-// stands inside a word when it is inline throughout and neither text has white space beside it.
+// is inside a word when it is inline throughout and neither text has white space next to it.
 class WordMender {
  public:
   static std::string mend(std::string_view html) {
@@ -284,7 +285,7 @@ class WordMender {
   std::string_view m_html;
   std::string m_out;
   std::size_t m_runBegin = 0, m_runEnd = 0;
-  bool m_isInWord = false;  // The text before the run and the run so far.
+  bool m_isInWord = false;  // The text before the run and the run so far are.
   std::vector<Tag> m_kept;  // Of the run, when it is in a word.
 };
 
