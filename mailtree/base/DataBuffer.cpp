@@ -33,7 +33,7 @@ bool isInside(const void* p, const unsigned char* begin, std::size_t size) noexc
   return size && !before(p, begin) && before(p, begin + size);
 }
 
-/// Size of a regular file, 0 for anything whose size is not known beforehand.
+/// Size of a regular file, 0 for a file of unknown size.
 std::size_t expectedSize(const char* path) noexcept {
   return neverThrow<std::size_t>(0, [&]() -> std::size_t {
     std::error_code error;
@@ -95,8 +95,8 @@ bool DataBuffer::toHexString(StringBuffer& out) const { return out.appendHexData
 /// Makes the bytes this buffer's own, with room for `capacity` in all.
 bool DataBuffer::own(std::size_t capacity) {
   if (capacity <= m_capacity) return true;
-  // A first allocation is exact, since most buffers are filled by one append of known size; later ones are
-  // geometric.
+  // The first allocation is exact, because most buffers are filled by one append of
+  // known size; later ones are geometric.
   const std::size_t roomy = std::max({capacity, m_capacity + m_capacity / 2, kLeastCapacity});
   const bool borrowed = m_capacity == 0;
   void* const fresh = borrowed ? std::malloc(roomy) : std::realloc(m_data, roomy);
@@ -145,7 +145,7 @@ bool DataBuffer::reserveMore(std::size_t size) {
 
 unsigned char* DataBuffer::appendUninitialized(std::size_t size) {
   if (!reserveMore(std::max<std::size_t>(size, 1)))
-    return nullptr;  // null means failure, so even nothing has an address
+    return nullptr;  // null means failure, so an empty buffer needs an address too
   unsigned char* const added = m_data + m_size;
   m_size += size;
   return added;
@@ -227,12 +227,12 @@ bool DataBuffer::loadFileUtf8(const char* path, LogBase& log) {
   return false;
 }
 
-/// Appends a file's bytes; 0 or the errno that stopped it.
+/// Appends a file's bytes; 0 or an errno.
 int DataBuffer::readFile(const char* path) {
   const FilePtr file(std::fopen(path, "rbe"));
   if (!file) return errno;
-  std::setvbuf(file.get(), nullptr, _IONBF, 0);  // bytes go straight to their place
-  // One byte more than the file has, so that its end is found without growing again.
+  std::setvbuf(file.get(), nullptr, _IONBF, 0);  // unbuffered: bytes are read straight into place
+  // One byte more than the file has, to find its end without growing again.
   if (!reserveMore(expectedSize(path) + 1)) return ENOMEM;
   for (;;) {
     if (m_size == m_capacity && !reserveMore(kReadChunk)) return ENOMEM;

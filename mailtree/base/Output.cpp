@@ -14,7 +14,7 @@ bool ProgressContext::advance(std::size_t bytes) {
 
 bool _svOutput::write(std::string_view bytes, ProgressContext& progress, LogBase& log) {
   if (m_failed) return false;
-  // An abort fails the sink as well: what it holds is no longer whole, whoever goes on writing to it.
+  // An abort fails the sink as well: its content stays incomplete even if others write to it.
   m_failed = progress.aborted() || !neverThrow(false, [&] { return put(bytes, log); }) ||
              !progress.advance(bytes.size());
   return !m_failed;

@@ -18,7 +18,7 @@ std::string_view viewOfN(const char* text, std::size_t size) noexcept {
 }
 
 void overwriteWithZeros(std::string& text) noexcept {
-  text.resize(text.capacity());  // what an earlier, longer text left behind goes too
+  text.resize(text.capacity());  // includes the rest of an earlier, longer text
   volatile char* byte = text.data();
   for (std::size_t i = 0; i < text.size(); ++i) byte[i] = 0;
 }
@@ -112,7 +112,7 @@ bool StringBuffer::appendChar(char c) {
 bool StringBuffer::appendHexDataNoWS(const void* data, std::size_t size) {
   static constexpr char kDigits[] = "0123456789ABCDEF";
   return neverThrow(false, [&] {
-    std::string hex;  // apart, since the data may stand in this text
+    std::string hex;  // separate, because the data may be inside this text
     hex.reserve(2 * size);
     for (const char c : viewOfN(static_cast<const char*>(data), size)) {
       const auto byte = static_cast<unsigned char>(c);

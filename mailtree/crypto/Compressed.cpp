@@ -13,7 +13,7 @@ using namespace std::string_view_literals;
 constexpr std::string_view kZlibCompress = "\x2A\x86\x48\x86\xF7\x0D\x01\x09\x10\x03\x08"sv;
 constexpr std::size_t kFirstPiece = std::size_t{16} << 10;
 constexpr std::size_t kGreatestPiece = std::size_t{4} << 20;
-/// What one call of zlib takes: its sizes are unsigned ints.
+/// Input size of one call of zlib: its sizes are unsigned ints.
 constexpr std::size_t kInputPiece = std::size_t{1} << 30;
 
 class Inflation {
@@ -25,11 +25,11 @@ class Inflation {
 
   static constexpr std::string_view kTooMuch = "unpacks to more than is allowed";
 
-  /// Unpacks everything; empty, or what went wrong.
+  /// Decompresses everything; returns an error text, empty on success.
   std::string_view run(DataBuffer& out) {
     if (inflateInit(&m_stream) != Z_OK) return kMalformed;
     for (std::size_t piece = kFirstPiece;; piece = std::min(piece * 2, kGreatestPiece)) {
-      // One byte beyond what is allowed: to see whether there is more.
+      // One byte beyond the limit, to see whether there is more.
       const std::size_t room = std::min(piece, m_most + 1 - out.getSize());
       const int state = inflateInto(out, room);
       if (out.getSize() > m_most) return kTooMuch;

@@ -27,7 +27,7 @@ using Octets = Handle<ASN1_STRING, ASN1_STRING_free>;
 using Time = Handle<ASN1_TIME, ASN1_TIME_free>;
 using SigningCertificate = Handle<ESS_SIGNING_CERT_V2, ESS_SIGNING_CERT_V2_free>;
 
-/// What a reader of the answer may encrypt with, best first.
+/// Ciphers that a reply may use, best first.
 constexpr int kCapabilities[] = {NID_aes_256_gcm, NID_aes_128_gcm, NID_aes_256_cbc, NID_aes_192_cbc,
                                  NID_aes_128_cbc};
 
@@ -51,7 +51,7 @@ KeyKind keyKind(const EVP_PKEY* key) {
   return known ? KeyKind::ecdsa : KeyKind::unknown;
 }
 
-/// Content as it goes by: hashed, and kept when it is to go along.
+/// Reads the content: hashes it, and keeps it when it is included.
 bool readContent(_svDataSource& source, const EVP_MD* hash, DataBuffer* kept, std::string& digest) {
   const Hashing hashing(EVP_MD_CTX_new());
   if (!hashing || EVP_DigestInit_ex2(hashing.get(), hash, nullptr) != 1) return false;
@@ -113,7 +113,7 @@ bool addAttributes(CMS_SignerInfo* signer, X509* certificate, const Signing& sig
          (!signing.withCertificate || addSigningCertificate(signer, certificate));
 }
 
-/// What is signed: the attributes as a SET OF (RFC 5652, 5.4), which is sorted in DER.
+/// The bytes to sign: the attributes as a SET OF (RFC 5652, 5.4), which is sorted in DER.
 std::string attributesToSign(CMS_SignerInfo* signer) {
   std::vector<std::string> attributes;
   const int count = CMS_signed_get_attr_count(signer);
@@ -127,7 +127,8 @@ std::string attributesToSign(CMS_SignerInfo* signer) {
   });
 }
 
-/// RSASSA-PSS-params (RFC 4055): one hash for all, the salt as long as it. For sha1 these are the defaults.
+/// RSASSA-PSS-params (RFC 4055): one hash for everything, and a salt of the same
+/// length. For sha1 these are the defaults.
 std::string pssParameters(const EVP_MD* hash) {
   static constexpr std::string_view kMgf1 = "\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x01\x08";
   if (EVP_MD_is_a(hash, "SHA1")) return {"\x30\x00", 2};
@@ -191,8 +192,8 @@ bool makeSignature(const std::string& text, EVP_PKEY* key, bool pss, const EVP_M
   return true;
 }
 
-/// Deliberate: the attributes are signed here and not by CMS_final, which puts a signing time into every
-/// signature, asked for or not.
+/// Deliberate: the attributes are signed here and not by CMS_final, which adds a signing time to every
+/// signature, even when not requested.
 bool signAttributes(CMS_SignerInfo* signer, EVP_PKEY* key, KeyKind kind, const Signing& signing) {
   X509_ALGOR* algorithm = nullptr;
   CMS_SignerInfo_get0_algs(signer, nullptr, nullptr, nullptr, &algorithm);
@@ -221,7 +222,7 @@ bool addSigner(CMS_ContentInfo* cms, const Certificate& certificate, const Signi
   return true;
 }
 
-/// Each certificate once, however often the lists name it.
+/// Each certificate once, even if the lists repeat it.
 class CertificateSet {
  public:
   explicit CertificateSet(CMS_ContentInfo* cms) : m_cms(cms) {}

@@ -1,4 +1,4 @@
-// Takes an envelope off: finds the key, then decrypts in one go from where the ciphertext lies.
+// Opens an envelope: finds the key, then decrypts the ciphertext in place in one pass.
 #include <openssl/cms.h>
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
@@ -19,15 +19,15 @@ namespace {
 using Cms = Handle<CMS_ContentInfo, CMS_ContentInfo_free>;
 using Bio = Handle<BIO, BIO_free_all>;
 
-/// Deliberate: one wording for a wrong key, a wrong padding and a changed content. Whoever could tell them apart
-/// could have a message decrypted by asking often enough (RFC 3218).
+/// Deliberate: one message for a wrong key, wrong padding and a changed content. An attacker who could
+/// distinguish them could decrypt a message by repeated queries (RFC 3218).
 constexpr std::string_view kFailure = "could not be decrypted";
 
 /// RFC 5084: a shorter tag can be guessed.
 constexpr std::size_t kLeastTagSize = 12;
 constexpr std::size_t kGreatestTagSize = 16;
 
-/// Plaintext that nobody is to see until it is known to be whole.
+/// Plaintext that must not be released before it is verified.
 class PrivateBuffer {
  public:
   PrivateBuffer() = default;
@@ -54,7 +54,7 @@ class PrivateBuffer {
   std::size_t m_size = 0;
 };
 
-/// A key that may open the layer, and the way to use it.
+/// A key that may open the layer, and the recipient to use it for.
 struct KeyTrial {
   CMS_RecipientInfo* recipient;
   CMS_RecipientEncryptedKey* agreedKey;  ///< Null for key transport.
@@ -82,13 +82,13 @@ std::vector<Certificate*> certificatesWithKey(const SystemCerts& certs) {
   return found;
 }
 
-/// Collects what the held keys could open, in the message's order.
+/// Collects the recipients that a private key in the store may open, in the order of the message.
 class TrialFinder {
  public:
   TrialFinder(std::vector<Certificate*> keys, int most)
       : m_keys(std::move(keys)), m_most(static_cast<std::size_t>(most)) {}
 
-  /// Whether there were more than may be tried.
+  /// Whether there were more than the limit.
   bool hasMore() const noexcept { return m_hasMore; }
 
   std::vector<KeyTrial> find(STACK_OF(CMS_RecipientInfo) * recipients) {
@@ -156,7 +156,7 @@ bool tryAgreed(CMS_ContentInfo* cms, const KeyTrial& trial, EVP_PKEY* key) {
   return done;
 }
 
-/// The first trial that gives a content key; null when none does.
+/// The first trial that yields a content key; null when none does.
 const KeyTrial* unwrapKey(CMS_ContentInfo* cms, const std::vector<KeyTrial>& trials, int& left) {
   for (const KeyTrial& trial : trials) {
     --left;
@@ -166,8 +166,7 @@ const KeyTrial* unwrapKey(CMS_ContentInfo* cms, const std::vector<KeyTrial>& tri
   return nullptr;
 }
 
-/// Decrypts everything. Without a content key the library takes a random one, so that it takes as long as with
-/// one.
+/// Decrypts everything. Without a content key the library uses a random one, so the time is the same.
 bool decryptAll(CMS_ContentInfo* cms, std::string_view ciphertext, PrivateBuffer& plain, std::size_t& size) {
   const Bio filter(CMS_dataInit(cms, nullptr));
   EVP_CIPHER_CTX* state = nullptr;
@@ -190,7 +189,7 @@ bool decryptAll(CMS_ContentInfo* cms, std::string_view ciphertext, PrivateBuffer
   return true;
 }
 
-/// The cipher of the description's last element.
+/// The cipher in the last element of the description.
 int contentCipher(const Pkcs7Frame& frame) {
   DerReader fields(frame.describe);
   fields.nextIf(kDerObjectId);
@@ -216,8 +215,7 @@ bool isWeak(std::string_view cipher) noexcept {
   return cipher.starts_with("rc2") || cipher.starts_with("des") || cipher.starts_with("3des");
 }
 
-/// Whether the cipher is of a mode whose end tells a wrong key from the right one, and one that its kind of
-/// layer may have.
+/// Whether the cipher is allowed for its kind of layer, in a mode whose end reveals a wrong key.
 bool isCipherFit(int nid, LayerKind kind) {
   const EVP_CIPHER* const cipher = EVP_get_cipherbynid(nid);
   if (!cipher) return false;
@@ -225,7 +223,7 @@ bool isCipherFit(int nid, LayerKind kind) {
   return EVP_CIPHER_get_mode(cipher) == wanted;
 }
 
-/// What speaks against trying; empty when nothing does.
+/// A reason not to try; empty when there is none.
 std::string_view obstacle(const Pkcs7Frame& frame, int cipher) {
   if (!frame.content) return "the encrypted content is missing";
   if (countOfFirstSet(frame.before, kMaxRecipients) > kMaxRecipients) return "too many recipients";

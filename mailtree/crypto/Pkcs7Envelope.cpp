@@ -1,5 +1,5 @@
-// The envelope is made by the cryptographic library without its content; the content is then encrypted straight
-// to where it stands in the encoding.
+// The cryptographic library makes the envelope without its content; the content is then encrypted straight to
+// its place in the encoding.
 #include <openssl/cms.h>
 #include <openssl/evp.h>
 #include <openssl/rsa.h>
@@ -85,13 +85,13 @@ bool addRecipients(CMS_ContentInfo* cms, const ExtPtrArray& recipients, const Ke
   return recipients.getSize() > 0 || buildRefused(log, "No recipients to encrypt to.");
 }
 
-/// Bytes of a source, written once encrypted to where they belong.
+/// Bytes of a source, encrypted straight to their place.
 class Encryption {
  public:
   Encryption(EVP_CIPHER_CTX* cipher, unsigned char* out, std::size_t size) noexcept
       : m_cipher(cipher), m_out(out), m_left(size) {}
 
-  /// Bytes still to come, of those announced.
+  /// Announced bytes still missing.
   std::size_t left() const noexcept { return m_left; }
   /// At most left() bytes.
   bool add(std::string_view bytes) {
@@ -107,7 +107,7 @@ class Encryption {
     }
     return true;
   }
-  /// The last block.
+  /// Writes the last block.
   bool finish() {
     int written = 0;
     return EVP_EncryptFinal_ex(m_cipher, m_out, &written) == 1;
@@ -133,7 +133,7 @@ bool readAll(_svDataSource& source, long long size, DataBuffer& text) {
   }
 }
 
-/// A text whose line ends are made what they are on the wire, while it is read: no copy of it is made.
+/// A text whose line breaks become CRLF while it is read, without a copy.
 class TextSource final : public _svDataSource {
  public:
   explicit TextSource(std::string_view text) noexcept : m_text(text) {}
@@ -147,7 +147,7 @@ class TextSource final : public _svDataSource {
     m_text.remove_prefix(piece.size());
     return piece;
   }
-  /// Bytes that are still to be read.
+  /// Number of bytes still to read.
   std::size_t size() const {
     std::size_t total = 0;
     TextSource copy(m_text);
@@ -166,15 +166,15 @@ class TextSource final : public _svDataSource {
   std::string_view m_text;
 };
 
-/// Encodes the envelope and encrypts the content into it. The ciphers' state comes from the library's filter,
-/// which would otherwise move the content through in pieces of four kilobytes.
+/// Encodes the envelope and encrypts the content into it. The cipher state comes from the library's filter,
+/// which would otherwise process the content in pieces of four kilobytes.
 bool encryptInto(CMS_ContentInfo* cms, const EVP_CIPHER* cipher, _svDataSource& content, std::size_t size,
                  DataBuffer& der, LogBase& log) {
   const Bio filter(CMS_dataInit(cms, nullptr));
   EVP_CIPHER_CTX* state = nullptr;
   if (!filter || BIO_get_cipher_ctx(filter.get(), &state) <= 0 || !state) return false;
   const std::size_t tagSize = isGcm(cipher) ? kGcmTagSize : 0;
-  // Sets the version; the tag, which is not known yet, is put in below.
+  // Sets the version; the tag, not known yet, is inserted below.
   if (!tagSize && CMS_dataFinal(cms, filter.get()) != 1) return false;
   unsigned char* raw = nullptr;
   const int rawSize = i2d_CMS_ContentInfo(cms, &raw);

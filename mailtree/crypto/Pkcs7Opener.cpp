@@ -16,7 +16,7 @@ namespace {
 constexpr std::string_view kArmour = "-----BEGIN ";
 constexpr std::string_view kTooMuch = "not looked into: the layers of the message hold more than is allowed";
 
-/// The bytes inside a PEM armour, put in `decoded`; the bytes themselves without one.
+/// The bytes inside PEM armour, decoded into `decoded`; the bytes themselves without armour.
 std::string_view withoutArmour(std::string_view bytes, DataBuffer& decoded) {
   if (!trimLeft(bytes).starts_with(kArmour)) return bytes;
   const auto block = PemReader(bytes).next();
@@ -59,7 +59,7 @@ bool openLayer(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& content,
   return failed(layer, "not a kind of secure content that is known", log);
 }
 
-/// A detached signature that carries a content all the same: what it covers is the part beside it.
+/// A detached signature with an embedded content: what it covers is the part next to it.
 void compareWithEmbedded(const Pkcs7Frame& frame, std::string_view content, SecureLayer& layer) {
   if (!frame.content || !layer.problem.empty()) return;
   DataBuffer joined;

@@ -24,7 +24,7 @@ bool areSameKey(const NativeKey* a, const NativeKey* b) noexcept {
   return EVP_PKEY_eq(reinterpret_cast<const EVP_PKEY*>(a), reinterpret_cast<const EVP_PKEY*>(b)) == 1;
 }
 
-/// Why a certificate of the right address does not do; null when it does.
+/// Why a certificate with the right address cannot be used; null when it can.
 const char* objectionTo(const Certificate& certificate, CertificateUse use, std::int64_t when) noexcept {
   if (!certificate.isValidAt(when)) return "it is not valid now";
   if (use == CertificateUse::sign && !certificate.hasPrivateKey()) return "its private key is not held";
@@ -45,7 +45,8 @@ void logPassedOver(const Certificate& certificate, const char* objection, LogBas
   log.logInfo("Certificate passed over: " + std::string(objection));
 }
 
-/// How what could not be read is told of: a file that was named must be readable; one of a folder need not be.
+/// How unreadable input is logged: a file named by the caller must be
+/// readable, a file in a folder need not be.
 enum class Problems { areErrors, areInformation };
 
 void logProblems(const std::vector<std::string>& problems, Problems how, LogBase& log) {
@@ -57,7 +58,8 @@ void logProblems(const std::vector<std::string>& problems, Problems how, LogBase
   }
 }
 
-/// Hands each file at a path, or in the folder there, to `take(bytes, how)`, which says how many it took.
+/// Passes each file at a path, or in the folder there, to `take(bytes, how)`,
+/// which returns the number of items read.
 template <class Take>
 int addFilesAt(const char* path, const char* nothingFound, LogBase& log, Take&& take) {
   const std::vector<std::string> files = certificateFilesAt(path);
@@ -93,7 +95,7 @@ struct SystemCerts::Held {
   RefPtr<Certificate> withKnownKey(Certificate& certificate) const;
 };
 
-/// The certificate with a key that is held, or as it is.
+/// The certificate with its key, if known, or as it is.
 RefPtr<Certificate> SystemCerts::Held::withKnownKey(Certificate& certificate) const {
   if (certificate.hasPrivateKey()) return RefPtr<Certificate>(&certificate);
   for (const KeyPtr& key : keys)
@@ -132,7 +134,8 @@ int SystemCerts::Held::add(KeyMaterial found) {
   return static_cast<int>(count);
 }
 
-// ---- life and filling -----------------------------------------------------------------------------------------
+// ---- construction and filling
+// ---------------------------------------------------------------------------------
 
 SystemCerts::SystemCerts() : m_held(std::make_unique<Held>()) {}
 
@@ -210,7 +213,8 @@ int SystemCerts::addRevocationLists(const char* path, LogBase& log) {
   });
 }
 
-// ---- asking ---------------------------------------------------------------------------------------------------
+// ---- reading
+// --------------------------------------------------------------------------------------------------
 
 int SystemCerts::getNumCertificates() const noexcept { return static_cast<int>(m_held->certificates.size()); }
 

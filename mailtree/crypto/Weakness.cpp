@@ -19,7 +19,7 @@ constexpr LeastBits kLeastBits[] = {{"RSA", 2048}, {"RSA-PSS", 2048}, {"DSA", 20
 
 constexpr int kWeakDigests[] = {NID_md2, NID_md4, NID_md5, NID_md5_sha1, NID_sha, NID_sha1};
 
-/// Empty when it is strong, or of a kind with one strength only.
+/// Empty when it is strong, or of a kind with only one strength.
 std::string weakKeyOf(const X509* x509) {
   const EVP_PKEY* const key = X509_get0_pubkey(x509);
   const int bits = key ? EVP_PKEY_get_bits(key) : 0;
@@ -31,7 +31,7 @@ std::string weakKeyOf(const X509* x509) {
 
 int signatureDigestOf(X509* x509) {
   int digest = NID_undef;
-  // False for a digest that is not at hand, such as md2; its name is told all the same.
+  // Fails for an unavailable digest, such as md2; its name is reported all the same.
   X509_get_signature_info(x509, &digest, nullptr, nullptr, nullptr);
   return digest;
 }

@@ -56,7 +56,7 @@ class MimeMessage2 final : public SorvikObject {
   bool loadMimeComplete2(const char* data, unsigned size, bool keepInput, StringBuffer& scratch, LogBase& log,
                          bool option);
   bool loadMimeCompleteDb(DataBuffer& mime, LogBase& log);
-  /// The parser behind the three functions above. `parts` is the number of parts allowed;
+  /// The parser of the three functions above. `parts` is the number of parts allowed;
   /// the parts used are subtracted from it.
   bool loadText(std::string_view mime, int& parts, LogBase& log);
   bool loadText(std::string_view mime, LogBase& log);

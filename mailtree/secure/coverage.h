@@ -1,4 +1,4 @@
-// secure/coverage.h - what a good signature does not say by itself: whether the signer is the sender.
+// secure/coverage.h - whether the signer is the sender, which a valid signature does not prove.
 #pragma once
 
 #include <string>
@@ -8,11 +8,11 @@
 
 namespace mailtree {
 
-/// The address in From. Empty unless there is exactly one field with exactly one address in it: of several nobody
-/// knows which one a reader is shown.
+/// The address in From. Empty unless there is exactly one field with exactly one address: of several, it is
+/// unknown which one a reader displays.
 std::string soleSender(const MimeMessage2& message, LogBase& log);
 
-/// Says of each signer whether the certificate is issued to the sender.
+/// Sets for each signer whether the certificate is issued to the sender.
 void matchSender(SecureLayer& layer, const std::string& sender);
 
 }  // namespace mailtree

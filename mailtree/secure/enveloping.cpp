@@ -1,4 +1,4 @@
-// secure/enveloping.cpp - a whole message encrypted to the certificates of those who are to read it.
+// secure/enveloping.cpp - encrypts a whole message to the certificates of its recipients.
 
 #include <tuple>
 #include <utility>
@@ -12,7 +12,7 @@
 namespace mailtree {
 namespace {
 
-/// A kind of recipient and the tags of its lines in the log.
+/// A kind of recipient and the tags of its log lines.
 struct RecipientRow {
   ExtPtrArray Email2::*list;
   const char* addressTag;
@@ -25,7 +25,7 @@ constexpr RecipientRow kRecipientRows[] = {
     {&Email2::m_bccAddrs, "bccAddr", "bcc_certDN"},
 };
 
-/// Looks recipients up, every one of them before a miss is reported.
+/// Looks up recipients, all of them before a missing one is reported.
 class RecipientSearch {
  public:
   RecipientSearch(SystemCerts& certs, ExtPtrArray& found, LogBase& log) noexcept
@@ -59,7 +59,7 @@ class RecipientSearch {
   bool keep(Certificate& certificate) {
     Owned<CertificateHolder> holder(CertificateHolder::createFromCert(&certificate, m_log));
     if (!holder || !m_found.appendObject(holder.get())) return false;
-    std::ignore = holder.release();  // now the list's
+    std::ignore = holder.release();  // now owned by the list
     return true;
   }
 

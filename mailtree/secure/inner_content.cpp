@@ -19,8 +19,8 @@ constexpr std::string_view kMimeVersion = "MIME-Version";
 
 bool isLineBreak(char c) noexcept { return c == '\r' || c == '\n'; }
 
-/// Whether a field tells a header from a text that begins with words and colons: one that describes content, or a
-/// message's sender.
+/// Whether a field distinguishes a header from text that begins with words and colons: one that describes
+/// content, or names a sender.
 bool tellsOfHeader(std::string_view name) noexcept {
   return beginsWithNoCase(name, kContentPrefix) || equalsNoCase(name, kMimeVersion) ||
          equalsNoCase(name, "From");
@@ -32,8 +32,7 @@ std::string lowerCase(std::string_view text) {
   return lower;
 }
 
-/// The fields of a header, to be asked many times: a header may have thousands, and so may the one it is compared
-/// with.
+/// The fields of a header, indexed: it may have thousands, and so may the header it is compared with.
 class OuterFields {
  public:
   explicit OuterFields(const MimeHeader& header) {
@@ -41,8 +40,9 @@ class OuterFields {
       add(lowerCase(header.fieldName(i)), header.decodedValue(i), comparedValue(header, i));
   }
 
-  /// What stands here in place of a value, empty when nothing does; null when it says the same. Of a field that a
-  /// message has once every one must: nobody knows which one a reader is shown.
+  /// The value of this header that differs from another one, empty when the field is
+  /// missing; null when they agree. All fields of a name that a message has once must agree:
+  /// it is unknown which one a reader displays.
   const std::string* otherThan(const std::string& lowerName, const std::string& compared) const {
     static const std::string kNothing;
     const auto found = m_values.find(lowerName);
@@ -61,7 +61,7 @@ class OuterFields {
  private:
   struct Values {
     std::string first, comparedFirst;
-    std::optional<std::string> another;  ///< That says something else than the first.
+    std::optional<std::string> another;  ///< One that differs from the first.
   };
 
   void add(std::string lowerName, std::string value, std::string compared) {
@@ -84,7 +84,7 @@ bool isCompared(std::string_view name) noexcept {
   return !name.empty() && !beginsWithNoCase(name, kContentPrefix) && !equalsNoCase(name, kMimeVersion);
 }
 
-/// A content with a sender carries the message's own fields: one that stands only outside was put there later.
+/// A content with a sender has the fields of the message: a field that is only outside was added later.
 void listAdded(const MimeHeader& inside, const OuterFields& outer, const PartPath& path,
                std::vector<InnerField>& differing) {
   if (inside.findField("From") < 0) return;
@@ -94,7 +94,7 @@ void listAdded(const MimeHeader& inside, const OuterFields& outer, const PartPat
   }
 }
 
-/// Thousands of fields of one name inside must not copy one long value outside for each.
+/// A long outer value is not copied for each of thousands of inner fields of its name.
 constexpr std::size_t kShownAgain = 200;
 
 std::string shownAgain(const std::string& value) {

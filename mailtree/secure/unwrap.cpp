@@ -1,9 +1,9 @@
-// secure/unwrap.cpp - security layers taken off a parse tree, from outside in.
+// secure/unwrap.cpp - unwraps the security layers of a parse tree, outermost first.
 //
-// One walk from the top. Where a layer stands, it is opened and what it holds takes its place, which is then looked
-// at again, for layers come nested in any order. A layer that cannot be opened stays, wholly. Content is parsed a
-// second time only where the first parse lacks something: the bytes as received of a multipart/signed that stands
-// inside another one.
+// One walk from the top. A layer is opened and replaced by its content, which is then examined
+// again, because layers may be nested in any order. A layer that cannot be opened stays unchanged.
+// Content is parsed a second time only when the first parse lacks something: the received bytes of
+// a multipart/signed inside another one.
 
 #include <algorithm>
 #include <new>
@@ -39,7 +39,7 @@ class Unwrapper {
   void run() { visit(m_message, {.origin = m_message.origin()}); }
 
  private:
-  /// The origin of a content that took the place of its layer; nothing when none did.
+  /// The origin of a content that replaced its layer; nothing when none did.
   using Content = std::optional<Origin>;
 
   void visit(MimeMessage2& entity, const PartPath& path);
@@ -63,13 +63,13 @@ class Unwrapper {
   UnwrapInfo& m_info;
   SystemCerts& m_certs;
   LogBase& m_log;
-  std::optional<std::string> m_sender;  ///< Read when the first layer is met: most messages have none.
+  std::optional<std::string> m_sender;  ///< Read at the first layer: most messages have none.
   int m_reloads = 0;
   int m_opened = 0;
-  bool m_hasClosed = false;  ///< A layer was left as it is because there were enough.
+  bool m_hasClosed = false;  ///< A layer was not opened because there were too many.
 };
 
-/// The recursion is bounded: whatever is found in a layer is parsed as deep as it stands.
+/// The recursion is bounded: the content of a layer is parsed at its own depth.
 void Unwrapper::visit(MimeMessage2& entity, const PartPath& path) {
   const auto layersBefore = static_cast<std::ptrdiff_t>(m_info.m_layers.size());
   if (const Content content = takeOff(entity, path))
@@ -77,7 +77,7 @@ void Unwrapper::visit(MimeMessage2& entity, const PartPath& path) {
   else
     visitParts(entity, path);
 
-  // A layer taken off here or below: the bytes as received hold what is no longer there.
+  // A layer was unwrapped here or below: the received bytes contain what was replaced.
   if (std::any_of(m_info.m_layers.begin() + layersBefore, m_info.m_layers.end(),
                   [](const SecureLayer& layer) { return layer.opened; }))
     std::ignore = entity.extractReceivedBytes();
@@ -96,7 +96,7 @@ Unwrapper::Content Unwrapper::takeOff(MimeMessage2& entity, const PartPath& path
   const bool isDetached = hasDetachedSignature(entity);
   if (!isDetached && !isPkcs7Mime(entity)) return std::nullopt;
   if (!m_sender) m_sender = soleSender(m_message, m_log);
-  // Those that could not be opened count too: each costs a look at every key.
+  // Layers that could not be opened count too: each costs a check of every key.
   if (m_info.m_budget.layers <= 0) {
     leaveClosed(isDetached ? LayerKind::detachedSignature : kindOf(entity), path);
     return std::nullopt;
@@ -105,8 +105,8 @@ Unwrapper::Content Unwrapper::takeOff(MimeMessage2& entity, const PartPath& path
   return isDetached ? takeOffSignature(entity, path) : open(entity, path);
 }
 
-/// A layer more than a message may have: it was met, and nothing good is known of it. The first is listed, for there
-/// may be thousands.
+/// A layer beyond the limit: it was found, but nothing is known about it. Only the first is recorded, because
+/// there may be thousands.
 void Unwrapper::leaveClosed(LayerKind kind, const PartPath& path) {
   SecureLayer layer;
   layer.kind = kind;
@@ -125,7 +125,7 @@ void Unwrapper::reportLimit(Limit limit) {
                      : "Limit met: what a layer costs; what is inside it stays there.");
 }
 
-/// Why the layer that was just looked into stays closed, when it is for want of something.
+/// Reports the limits that kept the last layer closed.
 void Unwrapper::reportLacks() {
   LoadBudget& budget = m_info.m_budget;
   if (std::exchange(budget.lackedBytes, false)) reportLimit(Limit::layerBytes);
@@ -168,7 +168,7 @@ bool Unwrapper::verify(MimeMessage2& entity, SecureLayer& layer) {
   return false;
 }
 
-/// The content, as parsed with the message; anew when signatures inside it need their own bytes.
+/// The content, as parsed with the message; parsed again when signatures inside it need their received bytes.
 Owned<MimeMessage2> Unwrapper::takeSignedContent(MimeMessage2& entity, int level) {
   Owned<MimeMessage2> content(entity.extractPart(0));
   if (holdsDetachedSignature(*content) && !content->reloadReceived(level, m_info.m_budget.parts, m_log))
@@ -177,8 +177,7 @@ Owned<MimeMessage2> Unwrapper::takeSignedContent(MimeMessage2& entity, int level
   return content;
 }
 
-/// What somebody put behind the signature is not lost, and stands where it is seen not to be signed: beside the
-/// signed content.
+/// Parts added after the signature are kept, next to the signed content, where they are visibly unsigned.
 void Unwrapper::becomeMixed(MimeMessage2& entity, Owned<MimeMessage2> content) {
   for (int i = 0; i < entity.getNumParts(); ++i) std::ignore = entity.getPart(i)->extractReceivedBytes();
   entity.addPartInFront(content.release());
@@ -187,13 +186,13 @@ void Unwrapper::becomeMixed(MimeMessage2& entity, Owned<MimeMessage2> content) {
   while (entity.getPart(index) != signature) ++index;
   const Owned<MimeMessage2> removed(entity.extractPart(index));
   const StringBuffer boundary(entity.contentType().m_boundary);
-  // Replaced as a whole: protocol and digest were those of the signature.
+  // Replaces the whole field: protocol and digest were those of the signature.
   entity.addReplaceHeaderFieldUtf8("Content-Type", "multipart/mixed", m_log);
   entity.setBoundary(boundary.getString(), m_log);
 }
 
-/// The parser keeps the bytes as received for the outermost multipart/signed alone. Where that one stays, such as a
-/// signature by OpenPGP, those inside it get theirs by a second parse; not too often, for each is a copy.
+/// The parser keeps the received bytes for the outermost multipart/signed only. If that one stays, such as an
+/// OpenPGP signature, those inside it get theirs by a second parse; not too often, because each is a copy.
 void Unwrapper::showBytesOfInnerSignatures(MimeMessage2& entity, int level) {
   for (int i = 0; i < entity.getNumParts(); ++i) {
     MimeMessage2& part = *entity.getPart(i);
@@ -203,7 +202,7 @@ void Unwrapper::showBytesOfInnerSignatures(MimeMessage2& entity, int level) {
   }
 }
 
-// Everything else
+// Other layers
 
 Unwrapper::Content Unwrapper::open(MimeMessage2& entity, const PartPath& path) {
   SecureLayer layer;
@@ -219,7 +218,7 @@ Unwrapper::Content Unwrapper::open(MimeMessage2& entity, const PartPath& path) {
   record(std::move(layer));
   if (!opened) return std::nullopt;
 
-  // Beyond every message, and every other content.
+  // Beyond the origins of every message and every other content.
   const Origin origin = Origin(++m_opened) << 48;
   MimeMessage2 content;
   loadLayerContent(bytes.view(), path.level, origin, content, m_info.m_budget.parts, m_log);
@@ -227,7 +226,7 @@ Unwrapper::Content Unwrapper::open(MimeMessage2& entity, const PartPath& path) {
   return origin;
 }
 
-/// The layer is the one that was recorded last.
+/// The layer is the one recorded last.
 void Unwrapper::replace(MimeMessage2& layer, MimeMessage2& content, const PartPath& path) {
   std::vector<InnerField>& fields = m_info.m_innerFields;
   const std::size_t before = fields.size();
@@ -257,8 +256,8 @@ void Unwrapper::count(const SecureLayer& layer) {
   m_info.m_hasSecureLayer |= layer.isSigned() || layer.isEncrypted();
 }
 
-/// What could not be looked through is not tried again from below: a part would take itself for the whole message, and
-/// its own sender for the message's.
+/// The parts of a message that could not be examined are not unwrapped on their own: a part would count as
+/// the whole message, and its sender as the sender of the message.
 void leaveAll(MimeMessage2& entity) noexcept {
   entity.markUnwrapped();
   for (int i = 0; i < entity.getNumParts(); ++i) leaveAll(*entity.getPart(i));
