@@ -86,7 +86,7 @@ void Psdk::generateBoundary(StringBuffer& out, LogBase& log) {
   out.setString("----=_");
   if (UniqueIdSource::genUniqueId(out)) return;
   // Still unique in this process, and unlikely to equal one of another process.
-  log.logError("No random bytes for a boundary");
+  log.logError("No randomness for a boundary");
   const auto now = std::chrono::system_clock::now().time_since_epoch().count();
   out.appendHexDataNoWS(&now, sizeof now);
   appendSerial(out);

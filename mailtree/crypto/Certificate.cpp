@@ -246,7 +246,7 @@ bool Certificate::isFitFor(CertificateUse use) const noexcept {
 
 CertificateHolder* CertificateHolder::createFromCert(Certificate* certificate, LogBase& log) {
   if (!certificate) {
-    log.logError("No certificate to hold");
+    log.logError("No certificate");
     return nullptr;
   }
   return neverThrow<CertificateHolder*>(nullptr, [&] { return new CertificateHolder(*certificate); });

@@ -161,12 +161,12 @@ KeyMaterial readKeyMaterial(std::string_view bytes, const char* password) {
   const QuietErrors quiet;
   KeyMaterial found;
   if (bytes.size() > kMaxCertificateFile)
-    found.problems.emplace_back("too big for certificates");
+    found.problems.emplace_back("too large for certificates");
   else if (PemReader::looksLikePem(bytes))
     readPem(bytes, password, found);
   else
     readDer(bytes, password, found);
-  if (found.isEmpty() && found.problems.empty()) found.problems.emplace_back("no certificate and no key");
+  if (found.isEmpty() && found.problems.empty()) found.problems.emplace_back("no certificate or key");
   return found;
 }
 

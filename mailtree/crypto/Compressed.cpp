@@ -23,7 +23,7 @@ class Inflation {
   Inflation& operator=(const Inflation&) = delete;
   ~Inflation() { inflateEnd(&m_stream); }
 
-  static constexpr std::string_view kTooMuch = "unpacks to more than is allowed";
+  static constexpr std::string_view kTooMuch = "the decompressed content is too large";
 
   /// Decompresses everything; returns an error text, empty on success.
   std::string_view run(DataBuffer& out) {
@@ -81,7 +81,7 @@ bool unpackCompressed(const Pkcs7Frame& frame, DataBuffer& content, SecureLayer&
     return false;
   }
   if (!isZlib(frame)) {
-    layer.problem = "compressed in a way that is not known";
+    layer.problem = "unknown compression algorithm";
     return false;
   }
   DataBuffer unpacked;

@@ -208,7 +208,7 @@ bool readEncryptedKey(std::string_view der, const char* password, KeyMaterial& f
   if (!encrypted) return false;
   Budget budget;
   if (!budget.spend(algorithmOf(*encrypted)))
-    found.problems.emplace_back("a key that asks for too many rounds of key derivation");
+    found.problems.emplace_back("a key that needs too many rounds of key derivation");
   else if (!password || !*password)
     found.problems.emplace_back("a key that needs a password");
   else if (!addKey(decryptKey(*encrypted, password).get(), found))

@@ -207,18 +207,19 @@ bool signAttributes(CMS_SignerInfo* signer, EVP_PKEY* key, KeyKind kind, const S
 
 bool addSigner(CMS_ContentInfo* cms, const Certificate& certificate, const Signing& signing, LogBase& log) {
   auto* const key = nativeKeyAs<EVP_PKEY>(certificate);
-  if (!key) return buildRefused(log, "A signer's certificate is without its private key.");
+  if (!key) return buildRefused(log, "A signer's certificate has no private key.");
   const KeyKind kind = keyKind(key);
   if (kind == KeyKind::unknown) {
     log.LogDataSb("keyAlgorithm", certificate.keyAlgorithm());
     return buildRefused(
-        log, "Cannot sign mail with a key of this kind: RSA and EC over P-256, P-384 or P-521 are known.");
+        log,
+        "Cannot sign mail with a key of this type: only RSA and EC (P-256, P-384, P-521) are supported.");
   }
   auto* const native = nativeAs<X509>(certificate);
   CMS_SignerInfo* const signer = CMS_add1_signer(cms, native, key, signing.hash,
                                                  CMS_NOCERTS | CMS_NOSMIMECAP | CMS_BINARY | CMS_PARTIAL);
   if (!signer || !addAttributes(signer, native, signing) || !signAttributes(signer, key, kind, signing))
-    return buildFailed(log, "Cannot make the signature.");
+    return buildFailed(log, "Cannot create the signature.");
   return true;
 }
 
@@ -298,7 +299,7 @@ bool Pkcs7Builder::createPkcs7Signature(_svDataSource& content, DataBuffer& /*un
     const WipedAtEnd wiped(kept);
     std::string digest;
     if (!readContent(content, hash.get(), detached ? nullptr : &kept, digest))
-      return buildRefused(log, "Cannot read what is to be signed.");
+      return buildRefused(log, "Cannot read the content to sign.");
     const Signing signing{hash.get(), digest, signingTime, signingCertificate, cades.m_rsaPss};
     for (int i = 0; i < signerCerts.getSize(); ++i)
       if (!addSigner(cms.get(), *CertificateHolder::getNthCert(signerCerts, i), signing, log)) return false;

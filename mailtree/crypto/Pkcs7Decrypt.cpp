@@ -227,11 +227,11 @@ bool isCipherFit(int nid, LayerKind kind) {
 std::string_view obstacle(const Pkcs7Frame& frame, int cipher) {
   if (!frame.content) return "the encrypted content is missing";
   if (countOfFirstSet(frame.before, kMaxRecipients) > kMaxRecipients) return "too many recipients";
-  if (!isCipherFit(cipher, frame.kind)) return "encrypted with a cipher that is not supported";
+  if (!isCipherFit(cipher, frame.kind)) return "unsupported cipher";
   if (frame.kind != LayerKind::authEnveloped) return {};
   if (frame.hasAuthenticatedAttributes) return "authenticated attributes are not supported";
   if (frame.mac.size() < kLeastTagSize || frame.mac.size() > kGreatestTagSize)
-    return "the authentication tag is of no safe size";
+    return "the authentication tag has an unsafe size";
   return {};
 }
 
@@ -255,9 +255,8 @@ bool decryptEnvelope(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& co
   TrialFinder finder(certificatesWithKey(certs), budget.keyTrials);
   const std::vector<KeyTrial> trials = finder.find(recipients);
   budget.lackedTrials = finder.hasMore();
-  if (trials.empty() && finder.hasMore())
-    return fail("not tried: the message asks for too many tries of keys");
-  if (trials.empty()) return fail("no key for any recipient is at hand");
+  if (trials.empty() && finder.hasMore()) return fail("not tried: the message needs too many key trials");
+  if (trials.empty()) return fail("no private key of any recipient");
   DataBuffer joined;
   const auto ciphertext = contentOctets(frame, joined);
   if (!ciphertext) return fail("the envelope is malformed");

@@ -49,7 +49,7 @@ struct KeyWay {
   bool bySubjectKeyId;
 };
 
-constexpr std::string_view kOtherSize = "The content is of another size than was announced.";
+constexpr std::string_view kOtherSize = "The content does not have the announced size.";
 
 bool setOaep(EVP_PKEY_CTX* options, const std::string& hash) {
   return options && EVP_PKEY_CTX_set_rsa_padding(options, RSA_PKCS1_OAEP_PADDING) > 0 &&
@@ -63,7 +63,8 @@ bool addRecipient(CMS_ContentInfo* cms, const Certificate& certificate, const Ke
   const bool isRsa = key && EVP_PKEY_is_a(key, "RSA");
   if (!isRsa && !(key && EVP_PKEY_is_a(key, "EC"))) {
     log.LogDataSb("keyAlgorithm", certificate.keyAlgorithm());
-    return buildRefused(log, "Cannot encrypt to a recipient with a key of this kind: RSA and EC are known.");
+    return buildRefused(
+        log, "Cannot encrypt to a recipient with a key of this type: only RSA and EC are supported.");
   }
   const bool byKeyId = way.bySubjectKeyId && X509_get0_subject_key_id(native);
   CMS_RecipientInfo* const recipient =
@@ -73,13 +74,13 @@ bool addRecipient(CMS_ContentInfo* cms, const Certificate& certificate, const Ke
   // The library's own choice for EC would be sha1.
   const bool isSet = isRsa ? !way.oaep || setOaep(options, way.oaepHash)
                            : EVP_PKEY_CTX_set_ecdh_kdf_md(options, EVP_sha256()) > 0;
-  return isSet || buildFailed(log, "Cannot encrypt to a recipient in the way asked for.");
+  return isSet || buildFailed(log, "Cannot encrypt to a recipient with the requested options.");
 }
 
 bool addRecipients(CMS_ContentInfo* cms, const ExtPtrArray& recipients, const KeyWay& way, LogBase& log) {
   for (int i = 0; i < recipients.getSize(); ++i) {
     const Certificate* const certificate = CertificateHolder::getNthCert(recipients, i);
-    if (!certificate) return buildRefused(log, "A recipient is without a certificate.");
+    if (!certificate) return buildRefused(log, "A recipient has no certificate.");
     if (!addRecipient(cms, *certificate, way, log)) return false;
   }
   return recipients.getSize() > 0 || buildRefused(log, "No recipients to encrypt to.");
@@ -223,7 +224,7 @@ bool Pkcs7Builder::createPkcs7Enveloped(_svDataSource& content, long long size, 
                      bySubjectKeyId};
     if (oaep && way.oaepHash.empty())
       return buildRefused(log, "Unknown digest algorithm: nothing was encrypted.");
-    if (size < 0) return buildRefused(log, "The size of what is to be encrypted is not known.");
+    if (size < 0) return buildRefused(log, "The size of the content to encrypt is unknown.");
     const Cms cms = makeEnvelope(method);
     if (!cms) return buildFailed(log, "The cryptographic library cannot encrypt.");
     if (!addRecipients(cms.get(), recipients, way, log)) return false;
@@ -232,7 +233,7 @@ bool Pkcs7Builder::createPkcs7Enveloped(_svDataSource& content, long long size, 
              buildFailed(log, "Cannot encrypt.");
     DataBuffer text;
     const WipedAtEnd wiped(text);
-    if (!readAll(content, size, text)) return buildRefused(log, "Cannot read what is to be encrypted.");
+    if (!readAll(content, size, text)) return buildRefused(log, "Cannot read the content to encrypt.");
     TextSource converted(text.view());
     return encryptInto(cms.get(), method, converted, converted.size(), der, log) ||
            buildFailed(log, "Cannot encrypt.");

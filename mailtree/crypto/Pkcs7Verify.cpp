@@ -143,12 +143,12 @@ class KeyWork {
     const bool isRsa = EVP_PKEY_is_a(key, "RSA") || EVP_PKEY_is_a(key, "RSA-PSS");
     const std::uint64_t exponent = isRsa ? exponentBits(key) : 0;
     const auto bits = static_cast<std::uint64_t>(certificate.keyBits());
-    if (bits > kGreatestKey || exponent > kGreatestExponent) return "the signer's key is too big to be used";
+    if (bits > kGreatestKey || exponent > kGreatestExponent) return "the signer's key is too large";
     const std::uint64_t work = bits * bits *
                                (isRsa                       ? exponent
                                 : EVP_PKEY_is_a(key, "DSA") ? kDsa
                                                             : kCurve * bits);
-    if (work > m_left) return "too many signatures by big keys: this one was not checked";
+    if (work > m_left) return "too many signatures with large keys: this one was not checked";
     m_left -= work;
     return {};
   }
@@ -257,10 +257,10 @@ bool hasSignedAttributes(CMS_SignerInfo* signer) { return CMS_signed_get_attr_co
 void checkDigest(CMS_SignerInfo* signer, Verification& in, SignerVerdict& verdict) {
   const std::string_view claimed = singleAttribute(signer, NID_pkcs9_messageDigest, V_ASN1_OCTET_STRING);
   const std::string_view computed = in.hashes.valueOf(digestOf(signer));
-  if (computed.empty()) return note(verdict.problem, "the digest algorithm is not known");
-  if (claimed.empty()) return note(verdict.problem, "there is no digest of the content in the signature");
+  if (computed.empty()) return note(verdict.problem, "unknown digest algorithm");
+  if (claimed.empty()) return note(verdict.problem, "the signature has no digest of the content");
   verdict.digestMatched = answerOf(claimed == computed);
-  if (claimed != computed) note(verdict.problem, "the content is not the one that was signed");
+  if (claimed != computed) note(verdict.problem, "the content is not the signed content");
 }
 
 void reject(SignerVerdict& verdict, std::string_view why) {
@@ -273,9 +273,9 @@ std::string_view obstacleOf(int result) {
   const unsigned long error = ERR_peek_last_error();
   const int reason = ERR_GET_LIB(error) == ERR_LIB_CMS ? ERR_GET_REASON(error) : 0;
   if (result == 0 || reason == CMS_R_VERIFICATION_FAILURE) return {};
-  if (reason == CMS_R_UNKNOWN_DIGEST_ALGORITHM) return "the digest algorithm is not known";
+  if (reason == CMS_R_UNKNOWN_DIGEST_ALGORITHM) return "unknown digest algorithm";
   if (reason == CMS_R_ATTRIBUTE_ERROR) return "the signed attributes are malformed";
-  return "the algorithm of the signature is not known, or not one of the signer's key";
+  return "the signature algorithm is unknown or does not match the signer's key";
 }
 
 /// Stores the result of the library: 1 means valid.
@@ -291,8 +291,8 @@ void takeResult(int result, std::string_view wrong, SignerVerdict& verdict) {
 
 void verifyWithAttributes(CMS_SignerInfo* signer, Verification& in, SignerVerdict& verdict) {
   if (singleAttribute(signer, NID_pkcs9_contentType, V_ASN1_OBJECT) != in.contentType)
-    return reject(verdict, "the signature is for a content of another type");
-  takeResult(CMS_SignerInfo_verify(signer), "the signature does not fit the signer's key", verdict);
+    return reject(verdict, "the signature is for another content type");
+  takeResult(CMS_SignerInfo_verify(signer), "the signature does not match the signer's key", verdict);
 }
 
 /// The signature is over the content itself: there is no separate digest.
@@ -300,10 +300,9 @@ void verifyWithoutAttributes(CMS_SignerInfo* signer, Verification& in, SignerVer
   if (in.contentType != kDataType) return reject(verdict, "signed attributes are missing");
   if (looksLikeSignedAttributes(in.content))
     return reject(verdict, "the content may be the attributes of another signature");
-  if (in.hashes.valueOf(digestOf(signer)).empty())
-    return note(verdict.problem, "the digest algorithm is not known");
+  if (in.hashes.valueOf(digestOf(signer)).empty()) return note(verdict.problem, "unknown digest algorithm");
   takeResult(CMS_SignerInfo_verify_content(signer, in.hashes.chain()),
-             "the signature does not fit the content and the signer's key", verdict);
+             "the signature does not match the content and the signer's key", verdict);
   if (verdict.signatureVerified == Answer::yes) verdict.digestMatched = Answer::yes;
 }
 

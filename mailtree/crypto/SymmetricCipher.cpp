@@ -142,7 +142,7 @@ bool crypt(Direction direction, const char* failure, const _svSymSettings& setti
     const bool done = settings.hasKey() && mode && direction(settings, *mode, in.view(), result);
     out.clear();
     if (!done) {
-      log.logError(settings.hasKey() ? failure : "No key is set");
+      log.logError(settings.hasKey() ? failure : "No key set");
       return false;
     }
     out.takeData(result);
@@ -214,7 +214,7 @@ bool SymmetricCipher::encryptAll(_svSymSettings& settings, const DataBuffer& in,
 bool SymmetricCipher::decryptAll(_svSymSettings& settings, const DataBuffer& in, DataBuffer& out,
                                  LogBase& log) {
   if (!settings.hasKey() || !in.isEmpty())
-    return crypt(decrypt, "Decryption failed: wrong key, or not what was encrypted", settings, in, out, log);
+    return crypt(decrypt, "Decryption failed: wrong key or changed data", settings, in, out, log);
   out.clear();
   return true;
 }

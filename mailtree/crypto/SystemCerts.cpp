@@ -26,8 +26,8 @@ bool areSameKey(const NativeKey* a, const NativeKey* b) noexcept {
 
 /// Why a certificate with the right address cannot be used; null when it can.
 const char* objectionTo(const Certificate& certificate, CertificateUse use, std::int64_t when) noexcept {
-  if (!certificate.isValidAt(when)) return "it is not valid now";
-  if (use == CertificateUse::sign && !certificate.hasPrivateKey()) return "its private key is not held";
+  if (!certificate.isValidAt(when)) return "it is expired or not yet valid";
+  if (use == CertificateUse::sign && !certificate.hasPrivateKey()) return "it has no private key";
   if (!certificate.isFitFor(use)) return "its key usage does not allow it";
   return nullptr;
 }
@@ -42,7 +42,7 @@ void logPassedOver(const Certificate& certificate, const char* objection, LogBas
   XString subject;
   certificate.getSubjectDN(subject, log);
   log.LogDataSb("subjectDN", subject.view());
-  log.logInfo("Certificate passed over: " + std::string(objection));
+  log.logInfo("Certificate skipped: " + std::string(objection));
 }
 
 /// How unreadable input is logged: a file named by the caller must be
@@ -54,7 +54,7 @@ void logProblems(const std::vector<std::string>& problems, Problems how, LogBase
     if (how == Problems::areErrors)
       log.logError("Cannot be read: " + problem);
     else if (log.m_verboseLogging)
-      log.logInfo("Passed over: " + problem);
+      log.logInfo("Skipped: " + problem);
   }
 }
 
@@ -172,19 +172,18 @@ int SystemCerts::addFromFile(const char* path, const char* password, LogBase& lo
 int SystemCerts::addFromDirectory(const char* path, const char* password, LogBase& log) {
   return neverThrow(0, [&] {
     const LogContextExitor context(log, "addFromDirectory", log.m_verboseLogging);
-    return addFilesAt(path, "No certificates and no keys there", log,
-                      [&](std::string_view bytes, Problems how) {
-                        KeyMaterial found = readKeyMaterial(bytes, password);
-                        logProblems(found.problems, how, log);
-                        return m_held->add(std::move(found));
-                      });
+    return addFilesAt(path, "No certificates or keys found", log, [&](std::string_view bytes, Problems how) {
+      KeyMaterial found = readKeyMaterial(bytes, password);
+      logProblems(found.problems, how, log);
+      return m_held->add(std::move(found));
+    });
   });
 }
 
 int SystemCerts::addTrustAnchors(const char* path, LogBase& log) {
   return neverThrow(0, [&] {
     const LogContextExitor context(log, "addTrustAnchors", log.m_verboseLogging);
-    return addFilesAt(path, "No trust anchors there", log, [&](std::string_view bytes, Problems how) {
+    return addFilesAt(path, "No trust anchors found", log, [&](std::string_view bytes, Problems how) {
       LogNull quiet;
       return addTrustAnchorsFromData(bytes, how == Problems::areErrors ? log : quiet);
     });
@@ -197,7 +196,7 @@ int SystemCerts::addTrustAnchorsFromData(std::string_view bytes, LogBase& log) {
     const auto add = [&](const RefPtr<Certificate>& anchor) { return m_held->trust.addAnchor(*anchor); };
     const auto added = std::ranges::count_if(found.certificates, add);
     logProblems(found.problems, Problems::areErrors, log);
-    if (added == 0 && found.problems.empty()) log.logError("No certificate to be a trust anchor");
+    if (added == 0 && found.problems.empty()) log.logError("No certificate usable as a trust anchor");
     return static_cast<int>(added);
   });
 }
@@ -205,7 +204,7 @@ int SystemCerts::addTrustAnchorsFromData(std::string_view bytes, LogBase& log) {
 int SystemCerts::addRevocationLists(const char* path, LogBase& log) {
   return neverThrow(0, [&] {
     const LogContextExitor context(log, "addRevocationLists", log.m_verboseLogging);
-    return addFilesAt(path, "No revocation lists there", log, [&](std::string_view bytes, Problems how) {
+    return addFilesAt(path, "No revocation lists found", log, [&](std::string_view bytes, Problems how) {
       const int added = m_held->trust.addLists(bytes);
       if (added == 0) logProblems({"no revocation list"}, how, log);
       return added;

@@ -50,8 +50,8 @@ inline constexpr LimitName kLimitNames[] = {
     {Limit::headerFields, "a header of more than 10000 fields"},
     {Limit::parameters, "more than 1000 parameters"},
     {Limit::layers, "more than 10 security layers"},
-    {Limit::layerBytes, "more in security layers than a message of its size may hold"},
-    {Limit::keyTrials, "more than 16 tries of private keys"},
+    {Limit::layerBytes, "security layers too large for the size of the message"},
+    {Limit::keyTrials, "more than 16 private key trials"},
 };
 
 }  // namespace mailtree

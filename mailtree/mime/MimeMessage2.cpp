@@ -215,12 +215,13 @@ void MimeMessage2::setMimeBody8Bit_2(const void* data, unsigned size, const _svC
 
 void MimeMessage2::setMimeBodyBinary2(const unsigned char* data, unsigned size, LogBase& log) {
   DataBuffer body;
-  if (data && size && !body.append(data, size)) return log.logError("No memory for the body of a part.");
+  if (data && size && !body.append(data, size))
+    return log.logError("Out of memory while setting the body of a part.");
   m_body = std::move(body);
 }
 
 void MimeMessage2::copyMimeBody(DataBuffer& out, LogBase& log) const {
-  if (!out.append(m_body)) log.logError("No memory for a copy of the body of a part.");
+  if (!out.append(m_body)) log.logError("Out of memory while copying the body of a part.");
 }
 
 void MimeMessage2::extractMimeBody(DataBuffer& out, LogBase&) { out.takeData(m_body); }

@@ -487,7 +487,7 @@ void MimeParser::parseContent(std::string_view text, MimeMessage2& entity, int l
 void MimeParser::finish(MimeMessage2& root, LimitSet limits, LogBase& log) {
   root.m_limits = limits;
   for (const LimitName& limit : kLimitNames)
-    if (limits.has(limit.limit)) log.logError(std::string("Limit met: ").append(limit.name));
+    if (limits.has(limit.limit)) log.logError(std::string("Limit exceeded: ").append(limit.name));
 }
 
 }  // namespace mailtree

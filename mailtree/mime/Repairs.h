@@ -59,7 +59,7 @@ inline constexpr RepairName kRepairNames[] = {
     {Repair::boundaryMissing, "multipart without boundary"},
     {Repair::boundaryUnclosed, "closing boundary missing"},
     {Repair::contentType, "unusable content type"},
-    {Repair::headerSyntax, "broken header"},
+    {Repair::headerSyntax, "malformed header"},
     {Repair::loneAttachment, "lone attachment wrapped"},
     {Repair::looseAlternative, "loose alternatives joined"},
     {Repair::noCharset, "no charset declared"},
@@ -67,7 +67,7 @@ inline constexpr RepairName kRepairNames[] = {
     {Repair::utf16, "unlabelled utf-16"},
     {Repair::nulBytes, "NUL bytes"},
     {Repair::longLines, "lines too long for mail"},
-    {Repair::uuencoded, "uuencoded files taken out"},
+    {Repair::uuencoded, "uuencoded files extracted"},
     {Repair::damagedText, "damaged text"},
 };
 

@@ -111,7 +111,7 @@ void Unwrapper::leaveClosed(LayerKind kind, const PartPath& path) {
   SecureLayer layer;
   layer.kind = kind;
   cover(layer, path);
-  layer.problem = "not looked into: the message has more layers than are taken off";
+  layer.problem = "not opened: too many layers";
   reportLimit(Limit::layers);
   if (std::exchange(m_hasClosed, true)) return count(layer);
   record(std::move(layer));
@@ -121,8 +121,8 @@ void Unwrapper::reportLimit(Limit limit) {
   if (m_message.limits().has(limit)) return;
   m_message.addLimit(limit);
   m_log.logError(limit == Limit::layers
-                     ? "Limit met: security layers; what is inside the next one stays there."
-                     : "Limit met: what a layer costs; what is inside it stays there.");
+                     ? "Limit exceeded: too many security layers; the next one was not opened."
+                     : "Limit exceeded: cost of a security layer; it was not opened.");
 }
 
 /// Reports the limits that kept the last layer closed.
@@ -164,7 +164,7 @@ bool Unwrapper::verify(MimeMessage2& entity, SecureLayer& layer) {
       verifyReceived(signature->getMimeBodyDb()->view(), received->view(), m_certs, layer, m_info.m_budget,
                      m_log))
     return true;
-  if (layer.problem.empty()) layer.problem = "there is no signature that can be read";
+  if (layer.problem.empty()) layer.problem = "no readable signature";
   return false;
 }
 
@@ -274,7 +274,7 @@ void MimeMessage2::unwrapSecurity3(UnwrapInfo& info, _clsCades& /*cades*/, Syste
   if (finished) return;
   leaveAll(*this);
   info.m_allSignaturesValid = info.m_allDataDecrypted = false;
-  log.logError("No memory for the content of a security layer.");
+  log.logError("Out of memory while unwrapping security layers.");
 }
 
 }  // namespace mailtree
