@@ -43,11 +43,11 @@ constexpr int hexValue(char c) noexcept {
 
 /// Eight characters at once, in any byte order.
 constexpr std::uint64_t toLowerAscii8(std::uint64_t chars) noexcept {
-  constexpr std::uint64_t kEach = 0x0101010101010101;
-  const std::uint64_t low = chars & (0x7F * kEach);
-  const std::uint64_t fromA = low + (0x80 - 'A') * kEach;
-  const std::uint64_t beyondZ = low + (0x7F - 'Z') * kEach;
-  const std::uint64_t upper = (fromA ^ beyondZ) & ~chars & (0x80 * kEach);
+  constexpr std::uint64_t kOneInEachByte = 0x0101010101010101;
+  const std::uint64_t low = chars & (0x7F * kOneInEachByte);
+  const std::uint64_t fromA = low + (0x80 - 'A') * kOneInEachByte;
+  const std::uint64_t beyondZ = low + (0x7F - 'Z') * kOneInEachByte;
+  const std::uint64_t upper = (fromA ^ beyondZ) & ~chars & (0x80 * kOneInEachByte);
   return chars | (upper >> 2);
 }
 

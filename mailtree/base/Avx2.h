@@ -15,9 +15,9 @@ namespace mailtree {
 /// machine may hide some.
 inline bool hasAvx2() noexcept {
 #if MAILTREE_HAS_AVX2_PATH
-  static const bool kHas =
+  static const bool kIsSupported =
       __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") && __builtin_cpu_supports("popcnt");
-  return kHas;
+  return kIsSupported;
 #else
   return false;
 #endif

@@ -21,7 +21,7 @@
 namespace mailtree {
 namespace {
 
-constexpr std::size_t kLeastCapacity = 32;
+constexpr std::size_t kMinCapacity = 32;
 constexpr std::size_t kReadChunk = std::size_t{64} * 1024;
 
 std::string_view firstBytes(std::string_view bytes, std::size_t limit) noexcept {
@@ -97,25 +97,25 @@ bool DataBuffer::own(std::size_t capacity) {
   if (capacity <= m_capacity) return true;
   // The first allocation is exact, because most buffers are filled by one append of
   // known size; later ones are geometric.
-  const std::size_t roomy = std::max({capacity, m_capacity + m_capacity / 2, kLeastCapacity});
+  const std::size_t grown = std::max({capacity, m_capacity + m_capacity / 2, kMinCapacity});
   const bool borrowed = m_capacity == 0;
-  void* const fresh = borrowed ? std::malloc(roomy) : std::realloc(m_data, roomy);
+  void* const fresh = borrowed ? std::malloc(grown) : std::realloc(m_data, grown);
   if (!fresh) {
     ++abandonedCount();
     return false;
   }
   if (borrowed && m_size) std::memcpy(fresh, m_data, m_size);
   m_data = static_cast<unsigned char*>(fresh);
-  m_capacity = roomy;
+  m_capacity = grown;
   return true;
 }
 
 bool DataBuffer::append(const void* bytes, std::size_t size) {
   if (!bytes || size == 0) return true;
-  const bool ownBytes = isInside(bytes, m_data, m_size);
-  const std::ptrdiff_t offset = ownBytes ? static_cast<const unsigned char*>(bytes) - m_data : 0;
+  const bool isOwnData = isInside(bytes, m_data, m_size);
+  const std::ptrdiff_t offset = isOwnData ? static_cast<const unsigned char*>(bytes) - m_data : 0;
   if (!reserveMore(size)) return false;
-  std::memcpy(m_data + m_size, ownBytes ? m_data + offset : bytes, size);
+  std::memcpy(m_data + m_size, isOwnData ? m_data + offset : bytes, size);
   m_size += size;
   return true;
 }
@@ -130,11 +130,11 @@ bool DataBuffer::appendChar(char c) {
 
 bool DataBuffer::prepend(const void* bytes, std::size_t size) {
   if (!bytes || size == 0) return true;
-  const bool ownBytes = isInside(bytes, m_data, m_size);
-  const std::ptrdiff_t offset = ownBytes ? static_cast<const unsigned char*>(bytes) - m_data : 0;
+  const bool isOwnData = isInside(bytes, m_data, m_size);
+  const std::ptrdiff_t offset = isOwnData ? static_cast<const unsigned char*>(bytes) - m_data : 0;
   if (!reserveMore(size)) return false;
   std::memmove(m_data + size, m_data, m_size);
-  std::memcpy(m_data, ownBytes ? m_data + size + offset : bytes, size);
+  std::memcpy(m_data, isOwnData ? m_data + size + offset : bytes, size);
   m_size += size;
   return true;
 }

@@ -60,7 +60,7 @@ int mayWrite(const fs::path& file) noexcept {
 }
 
 /// A new name in the folder of `target`. Short, so it always fits.
-std::string nameBeside(const fs::path& target) {
+std::string temporaryNameFor(const fs::path& target) {
   StringBuffer name(".mailtree-");
   UniqueIdSource::genUniqueId(name);
   name.append(".tmp");
@@ -69,7 +69,7 @@ std::string nameBeside(const fs::path& target) {
 
 /// Renames a complete file; 0 or an errno. Where rename would always replace an existing file, the file gets
 /// a second link and loses the first.
-int giveName(const char* from, const char* to, bool mayReplace) noexcept {
+int renameFile(const char* from, const char* to, bool mayReplace) noexcept {
   errno = 0;
   if (mayReplace) return std::rename(from, to) == 0 ? 0 : lastError();
 #ifdef RENAME_NOREPLACE
@@ -108,7 +108,7 @@ int FileOutput::start(std::string_view path, Existing existing, Readers readers)
   const fs::file_status status = follows ? fs::status(named, error) : fs::symlink_status(named, error);
   if (fs::exists(status) && !m_mayReplace) return EEXIST;
   if (!fs::exists(status) || fs::is_symlink(status))
-    return named.has_filename() ? startBeside(m_path, readers == Readers::owner ? kOwnerOnly : kUsual)
+    return named.has_filename() ? startTemporary(m_path, readers == Readers::owner ? kOwnerOnly : kUsual)
                                 : ENOENT;
   if (!fs::is_regular_file(status) || namesOpenStream(path))
     return follows ? openStream() : fs::is_directory(status) ? EISDIR : EEXIST;
@@ -122,14 +122,14 @@ int FileOutput::start(std::string_view path, Existing existing, Readers readers)
 
 /// The new file must not be readable by anyone who could not read the old one.
 int FileOutput::startReplacing(const std::string& target, unsigned permissions) {
-  if (const int failed = startBeside(target, kOwnerOnly)) return failed;
+  if (const int failed = startTemporary(target, kOwnerOnly)) return failed;
   errno = 0;
   return ::fchmod(::fileno(m_file.get()), permissions) == 0 ? 0 : lastError();
 }
 
-int FileOutput::startBeside(const std::string& target, unsigned permissions) {
+int FileOutput::startTemporary(const std::string& target, unsigned permissions) {
   for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
-    m_temporaryPath = nameBeside(target);
+    m_temporaryPath = temporaryNameFor(target);
     watch(m_temporaryPath.c_str());  // registered before the file exists: a signal may come in between
     const int failed = createStream(permissions);
     if (!failed) {
@@ -194,7 +194,7 @@ int FileOutput::finish() noexcept {
   errno = 0;
   if (std::fclose(m_file.release()) != 0) return lastError();
   if (m_temporaryPath.empty()) return 0;
-  if (const int failed = giveName(m_temporaryPath.c_str(), m_path.c_str(), m_mayReplace)) return failed;
+  if (const int failed = renameFile(m_temporaryPath.c_str(), m_path.c_str(), m_mayReplace)) return failed;
   forgetTemporary();
   return 0;
 }

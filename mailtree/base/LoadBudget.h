@@ -19,7 +19,7 @@ inline constexpr int kMaxUnwrappedLayers = 10;
 /// Input and output bytes of the layers of a message: at least this many, and more for each
 /// byte received. Text compresses to a tenth of its size, and three layers around a large
 /// attachment take its bytes three times.
-inline constexpr std::size_t kLeastLayerBytes = std::size_t{16} << 20;
+inline constexpr std::size_t kMinLayerBytes = std::size_t{16} << 20;
 inline constexpr std::size_t kLayerBytesPerByte = 16;
 /// Private keys tried for one message. One trial per layer is usual; each takes milliseconds.
 inline constexpr int kMaxKeyTrials = 16;
@@ -32,16 +32,16 @@ inline constexpr std::uint64_t kMaxKeyWork = 128'000'000'000;
 struct LoadBudget {
   int parts = kMaxParts;
   int layers = kMaxUnwrappedLayers;
-  std::size_t layerBytes = kLeastLayerBytes;
+  std::size_t layerBytes = kMinLayerBytes;
   int keyTrials = kMaxKeyTrials;
   int signers = kMaxSigners;
   std::uint64_t keyWork = kMaxKeyWork;
-  bool lackedBytes = false;   ///< The last layer was not opened because it contains too much.
-  bool lackedTrials = false;  ///< The last layer was not opened because it needs too many keys.
+  bool outOfBytes = false;   ///< The last layer was not opened because it contains too much.
+  bool outOfTrials = false;  ///< The last layer was not opened because it needs too many keys.
 
   static LoadBudget ofMessage(std::size_t size) noexcept {
     LoadBudget budget;
-    budget.layerBytes = std::max(kLeastLayerBytes, size * kLayerBytesPerByte);
+    budget.layerBytes = std::max(kMinLayerBytes, size * kLayerBytesPerByte);
     return budget;
   }
 
@@ -51,24 +51,24 @@ struct LoadBudget {
     constexpr std::size_t kBytesPerPart = 1'000;
     constexpr std::size_t kBytesPerLayer = 1'500;
     constexpr std::uint64_t kWorkPerByte = 1'000'000;
-    const auto fair = [size](std::size_t bytesEach, int most) {
+    const auto shareOf = [size](std::size_t bytesEach, int most) {
       return static_cast<int>(std::min(size / bytesEach, static_cast<std::size_t>(most)));
     };
-    const int fairLayers = fair(kBytesPerLayer, kMaxUnwrappedLayers);
-    parts = std::max(parts, fair(kBytesPerPart, kMaxParts));
-    layers = std::max({layers, fairLayers, 1});
+    const int minLayers = shareOf(kBytesPerLayer, kMaxUnwrappedLayers);
+    parts = std::max(parts, shareOf(kBytesPerPart, kMaxParts));
+    layers = std::max({layers, minLayers, 1});
     layerBytes = std::max(layerBytes, size * kLayerBytesPerByte);
-    keyTrials = std::max(keyTrials, fairLayers);
-    signers = std::max({signers, fairLayers, 1});
+    keyTrials = std::max(keyTrials, minLayers);
+    signers = std::max({signers, minLayers, 1});
     keyWork = std::max(keyWork, std::min(size * kWorkPerByte, kMaxKeyWork));
-    lackedBytes = lackedTrials = false;
+    outOfBytes = outOfTrials = false;
   }
 
-  /// Spends bytes on a layer; false, with lackedBytes set, when too few are left.
+  /// Spends bytes on a layer; false, with outOfBytes set, when too few are left.
   bool takeLayerBytes(std::size_t size) noexcept {
-    lackedBytes = size > layerBytes;
-    if (!lackedBytes) layerBytes -= size;
-    return !lackedBytes;
+    outOfBytes = size > layerBytes;
+    if (!outOfBytes) layerBytes -= size;
+    return !outOfBytes;
   }
 };
 

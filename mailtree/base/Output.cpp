@@ -7,9 +7,10 @@ namespace mailtree {
 bool ProgressContext::advance(std::size_t bytes) {
   if (m_aborted) return false;
   m_bytesDone += bytes;
-  const bool goOn = !m_monitor || neverThrow(false, [&] { return m_monitor->onProgress(m_bytesDone); });
-  m_aborted = !goOn;
-  return goOn;
+  const bool isContinued =
+      !m_monitor || neverThrow(false, [&] { return m_monitor->onProgress(m_bytesDone); });
+  m_aborted = !isContinued;
+  return isContinued;
 }
 
 bool _svOutput::write(std::string_view bytes, ProgressContext& progress, LogBase& log) {

@@ -141,7 +141,7 @@ class FileOutput final : public _svOutput {
  private:
   int start(std::string_view path, Existing existing, Readers readers);
   int startReplacing(const std::string& target, unsigned permissions);
-  int startBeside(const std::string& target, unsigned permissions);
+  int startTemporary(const std::string& target, unsigned permissions);
   int createStream(unsigned permissions);
   int openStream();
   int takeStream(std::FILE* stream);

@@ -70,14 +70,14 @@ class SlabPool {
 
  private:
   /// Limits the memory that an object keeps when it outlives its tree.
-  static constexpr std::size_t kMost = 16;
-  static constexpr std::size_t kLeast = 1;
+  static constexpr std::size_t kMax = 16;
+  static constexpr std::size_t kMin = 1;
 
   void* place() {
     if (m_slab)
       if (void* const place = m_slab->take(sizeof(T))) return place;
     leaveSlab();
-    const std::size_t count = std::clamp(m_expected, kLeast, kMost);
+    const std::size_t count = std::clamp(m_expected, kMin, kMax);
     m_slab = Slab::create(count, sizeof(T));
     m_expected = m_expected > count ? m_expected - count : count * 2;
     return m_slab->take(sizeof(T));

@@ -67,10 +67,10 @@ bool setFlag(Directive& directive, char c) noexcept {
 }
 
 unsigned readNumber(const char*& format) noexcept {
-  constexpr unsigned kMost = 100000;  // larger than any caller's buffer
+  constexpr unsigned kMax = 100000;  // larger than any caller's buffer
   unsigned number = 0;
   for (; isDigitAscii(*format); ++format)
-    number = std::min(kMost, number * 10 + static_cast<unsigned>(*format - '0'));
+    number = std::min(kMax, number * 10 + static_cast<unsigned>(*format - '0'));
   return number;
 }
 

@@ -60,11 +60,11 @@ StringBuffer* StringBuffer::createNewSB(const char* text) {
 std::size_t StringBuffer::heapUsage() const { return hasAllocation() ? m_text.capacity() + 1 : 0; }
 
 unsigned StringBuffer::uintValue() const noexcept {
-  constexpr std::uint64_t kMost = std::numeric_limits<std::uint32_t>::max();
+  constexpr std::uint64_t kMax = std::numeric_limits<std::uint32_t>::max();
   std::uint64_t value = 0;
   for (const char c : trimLeft(m_text)) {
     if (!isDigitAscii(c)) break;
-    value = std::min(kMost, value * 10 + static_cast<std::uint64_t>(c - '0'));
+    value = std::min(kMax, value * 10 + static_cast<std::uint64_t>(c - '0'));
   }
   return static_cast<unsigned>(value);
 }

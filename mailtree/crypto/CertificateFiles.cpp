@@ -85,7 +85,7 @@ struct PasswordRequest {
   bool wasAsked = false;
 };
 
-int givePassword(char* out, int capacity, int, void* request) {
+int providePassword(char* out, int capacity, int, void* request) {
   auto& asked = *static_cast<PasswordRequest*>(request);
   asked.wasAsked = true;
   if (asked.password.empty() || asked.password.size() > static_cast<std::size_t>(capacity)) return -1;
@@ -98,7 +98,7 @@ void readBlockWithHeader(const PemBlock& block, const char* password, KeyMateria
   const Handle<BIO, BIO_free> text(BIO_new_mem_buf(block.text.data(), static_cast<int>(block.text.size())));
   PasswordRequest request{viewOf(password)};
   KeyPtr key(reinterpret_cast<NativeKey*>(PEM_read_bio_PrivateKey_ex(
-      text.get(), nullptr, givePassword, &request, contextAs<OSSL_LIB_CTX>(), nullptr)));
+      text.get(), nullptr, providePassword, &request, contextAs<OSSL_LIB_CTX>(), nullptr)));
   if (key) {
     found.keys.push_back(std::move(key));
     return;
@@ -135,7 +135,7 @@ void readDer(std::string_view der, const char* password, KeyMaterial& found) {
   });
 }
 
-std::size_t likelySize(const char* path) {
+std::size_t expectedSize(const char* path) {
   std::error_code error;
   const auto size = fs::file_size(path, error);
   return error || size == 0 ? kMaxCertificateFile : static_cast<std::size_t>(size);
@@ -176,7 +176,7 @@ bool loadCertificateFile(const char* path, DataBuffer& bytes, LogBase& log) {
   if (!file) return logHostError(log, path, errno), false;
   std::setvbuf(file.get(), nullptr, _IONBF, 0);  // no key in a buffer that is not wiped
   // Never grown, because growing would not wipe either; one byte more than allowed, to notice a larger file.
-  const std::size_t room = std::min(likelySize(path), kMaxCertificateFile) + 1;
+  const std::size_t room = std::min(expectedSize(path), kMaxCertificateFile) + 1;
   unsigned char* const out = bytes.appendUninitialized(room);
   if (!out) return logHostError(log, path, ENOMEM), false;
   errno = 0;

@@ -207,11 +207,11 @@ bool signAttributes(CMS_SignerInfo* signer, EVP_PKEY* key, KeyKind kind, const S
 
 bool addSigner(CMS_ContentInfo* cms, const Certificate& certificate, const Signing& signing, LogBase& log) {
   auto* const key = nativeKeyAs<EVP_PKEY>(certificate);
-  if (!key) return buildRefused(log, "A signer's certificate has no private key.");
+  if (!key) return failBuild(log, "A signer's certificate has no private key.");
   const KeyKind kind = keyKind(key);
   if (kind == KeyKind::unknown) {
     log.LogDataSb("keyAlgorithm", certificate.keyAlgorithm());
-    return buildRefused(
+    return failBuild(
         log,
         "Cannot sign mail with a key of this type: only RSA and EC (P-256, P-384, P-521) are supported.");
   }
@@ -219,7 +219,7 @@ bool addSigner(CMS_ContentInfo* cms, const Certificate& certificate, const Signi
   CMS_SignerInfo* const signer = CMS_add1_signer(cms, native, key, signing.hash,
                                                  CMS_NOCERTS | CMS_NOSMIMECAP | CMS_BINARY | CMS_PARTIAL);
   if (!signer || !addAttributes(signer, native, signing) || !signAttributes(signer, key, kind, signing))
-    return buildFailed(log, "Cannot create the signature.");
+    return failBuildWithCryptoError(log, "Cannot create the signature.");
   return true;
 }
 
@@ -268,13 +268,13 @@ bool haveCertificates(const ExtPtrArray& holders) {
 
 }  // namespace
 
-bool buildRefused(LogBase& log, std::string_view what) {
+bool failBuild(LogBase& log, std::string_view what) {
   log.logError(what);
   return false;
 }
 
-bool buildFailed(LogBase& log, std::string_view what) {
-  buildRefused(log, what);
+bool failBuildWithCryptoError(LogBase& log, std::string_view what) {
+  failBuild(log, what);
   const std::string reason = lastCryptoError();
   if (!reason.empty()) log.LogDataSb("reason", reason);
   return false;
@@ -288,24 +288,24 @@ bool Pkcs7Builder::createPkcs7Signature(_svDataSource& content, DataBuffer& /*un
   const QuietErrors quiet;
   const bool done = neverThrow(false, [&] {
     const std::string hashName(_svHash::nameOf(hashId));
-    if (hashName.empty()) return buildRefused(log, "Unknown digest algorithm: nothing was signed.");
-    if (!haveCertificates(signerCerts)) return buildRefused(log, "No certificate to sign with.");
+    if (hashName.empty()) return failBuild(log, "Unknown digest algorithm: nothing was signed.");
+    if (!haveCertificates(signerCerts)) return failBuild(log, "No certificate to sign with.");
     auto* const context = contextAs<OSSL_LIB_CTX>();
     const Hash hash(EVP_MD_fetch(context, hashName.c_str(), nullptr));
     const Cms cms(CMS_sign_ex(nullptr, nullptr, nullptr, nullptr, CMS_PARTIAL | CMS_DETACHED | CMS_BINARY,
                               context, nullptr));
-    if (!hash || !cms) return buildFailed(log, "The cryptographic library cannot sign.");
+    if (!hash || !cms) return failBuildWithCryptoError(log, "The cryptographic library cannot sign.");
     DataBuffer kept;
     const WipedAtEnd wiped(kept);
     std::string digest;
     if (!readContent(content, hash.get(), detached ? nullptr : &kept, digest))
-      return buildRefused(log, "Cannot read the content to sign.");
+      return failBuild(log, "Cannot read the content to sign.");
     const Signing signing{hash.get(), digest, signingTime, signingCertificate, cades.m_rsaPss};
     for (int i = 0; i < signerCerts.getSize(); ++i)
       if (!addSigner(cms.get(), *CertificateHolder::getNthCert(signerCerts, i), signing, log)) return false;
     if (!addCertificates(cms.get(), signerCerts, includeChain ? &certs : nullptr) ||
         !encodeSignature(cms.get(), detached ? nullptr : &kept, der))
-      return buildFailed(log, "Cannot encode the signature.");
+      return failBuildWithCryptoError(log, "Cannot encode the signature.");
     return true;
   });
   if (!done) der.clear();

@@ -24,8 +24,8 @@ using Bio = Handle<BIO, BIO_free_all>;
 constexpr std::string_view kFailure = "could not be decrypted";
 
 /// RFC 5084: a shorter tag can be guessed.
-constexpr std::size_t kLeastTagSize = 12;
-constexpr std::size_t kGreatestTagSize = 16;
+constexpr std::size_t kMinTagSize = 12;
+constexpr std::size_t kMaxTagSize = 16;
 
 /// Plaintext that must not be released before it is verified.
 class PrivateBuffer {
@@ -86,7 +86,7 @@ std::vector<Certificate*> certificatesWithKey(const SystemCerts& certs) {
 class TrialFinder {
  public:
   TrialFinder(std::vector<Certificate*> keys, int most)
-      : m_keys(std::move(keys)), m_most(static_cast<std::size_t>(most)) {}
+      : m_keys(std::move(keys)), m_max(static_cast<std::size_t>(most)) {}
 
   /// Whether there were more than the limit.
   bool hasMore() const noexcept { return m_hasMore; }
@@ -108,7 +108,7 @@ class TrialFinder {
   bool isFull() const noexcept { return m_looked >= kMaxRecipients || m_hasMore; }
 
   void add(const KeyTrial& trial) {
-    m_hasMore = m_trials.size() >= m_most;
+    m_hasMore = m_trials.size() >= m_max;
     if (!m_hasMore) m_trials.push_back(trial);
   }
 
@@ -135,7 +135,7 @@ class TrialFinder {
 
   std::vector<Certificate*> m_keys;
   std::vector<KeyTrial> m_trials;
-  std::size_t m_most;
+  std::size_t m_max;
   bool m_hasMore = false;
   int m_looked = 0;
 };
@@ -176,7 +176,7 @@ bool decryptAll(CMS_ContentInfo* cms, std::string_view ciphertext, PrivateBuffer
   unsigned char* at = begin;
   int written = 0;
   while (!ciphertext.empty()) {
-    const std::string_view piece = ciphertext.substr(0, kMostPerCall);
+    const std::string_view piece = ciphertext.substr(0, kMaxPerCall);
     if (EVP_DecryptUpdate(state, at, &written, reinterpret_cast<const unsigned char*>(piece.data()),
                           static_cast<int>(piece.size())) != 1)
       return false;
@@ -224,13 +224,13 @@ bool isCipherFit(int nid, LayerKind kind) {
 }
 
 /// A reason not to try; empty when there is none.
-std::string_view obstacle(const Pkcs7Frame& frame, int cipher) {
+std::string_view unsupportedReason(const Pkcs7Frame& frame, int cipher) {
   if (!frame.content) return "the encrypted content is missing";
-  if (countOfFirstSet(frame.before, kMaxRecipients) > kMaxRecipients) return "too many recipients";
+  if (countFirstSet(frame.before, kMaxRecipients) > kMaxRecipients) return "too many recipients";
   if (!isCipherFit(cipher, frame.kind)) return "unsupported cipher";
   if (frame.kind != LayerKind::authEnveloped) return {};
   if (frame.hasAuthenticatedAttributes) return "authenticated attributes are not supported";
-  if (frame.mac.size() < kLeastTagSize || frame.mac.size() > kGreatestTagSize)
+  if (frame.mac.size() < kMinTagSize || frame.mac.size() > kMaxTagSize)
     return "the authentication tag has an unsafe size";
   return {};
 }
@@ -246,7 +246,8 @@ bool decryptEnvelope(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& co
     layer.problem = problem;
     return false;
   };
-  if (const std::string_view problem = obstacle(frame, cipher); !problem.empty()) return fail(problem);
+  if (const std::string_view problem = unsupportedReason(frame, cipher); !problem.empty())
+    return fail(problem);
   const Cms cms(reinterpret_cast<CMS_ContentInfo*>(parseWithoutContent(frame)));
   if (!cms) return fail("the envelope is malformed");
   STACK_OF(CMS_RecipientInfo)* const recipients = CMS_get0_RecipientInfos(cms.get());
@@ -254,7 +255,7 @@ bool decryptEnvelope(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& co
     layer.keyTransport = transportOf(sk_CMS_RecipientInfo_value(recipients, 0));
   TrialFinder finder(certificatesWithKey(certs), budget.keyTrials);
   const std::vector<KeyTrial> trials = finder.find(recipients);
-  budget.lackedTrials = finder.hasMore();
+  budget.outOfTrials = finder.hasMore();
   if (trials.empty() && finder.hasMore()) return fail("not tried: the message needs too many key trials");
   if (trials.empty()) return fail("no private key of any recipient");
   DataBuffer joined;
@@ -265,7 +266,7 @@ bool decryptEnvelope(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& co
   std::size_t size = 0;
   const bool decrypted = decryptAll(cms.get(), *ciphertext, plain, size);
   if (!opened || !decrypted) return fail(kFailure);
-  budget.lackedTrials = false;
+  budget.outOfTrials = false;
   plain.release(size, content);
   layer.keyTransport = transportOf(opened->recipient);
   layer.recipient = RefPtr<Certificate>(opened->certificate);

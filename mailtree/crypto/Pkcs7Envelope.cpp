@@ -43,7 +43,7 @@ const EVP_CIPHER* findCipher(int cipher, int keyBits) noexcept {
 
 bool isGcm(const EVP_CIPHER* cipher) { return EVP_CIPHER_get_mode(cipher) == EVP_CIPH_GCM_MODE; }
 
-struct KeyWay {
+struct KeyTransportOptions {
   bool oaep;
   std::string oaepHash;
   bool bySubjectKeyId;
@@ -57,33 +57,35 @@ bool setOaep(EVP_PKEY_CTX* options, const std::string& hash) {
          EVP_PKEY_CTX_set_rsa_mgf1_md_name(options, hash.c_str(), nullptr) > 0;
 }
 
-bool addRecipient(CMS_ContentInfo* cms, const Certificate& certificate, const KeyWay& way, LogBase& log) {
+bool addRecipient(CMS_ContentInfo* cms, const Certificate& certificate, const KeyTransportOptions& keyOptions,
+                  LogBase& log) {
   auto* const native = nativeAs<X509>(certificate);
   const EVP_PKEY* const key = X509_get0_pubkey(native);
   const bool isRsa = key && EVP_PKEY_is_a(key, "RSA");
   if (!isRsa && !(key && EVP_PKEY_is_a(key, "EC"))) {
     log.LogDataSb("keyAlgorithm", certificate.keyAlgorithm());
-    return buildRefused(
-        log, "Cannot encrypt to a recipient with a key of this type: only RSA and EC are supported.");
+    return failBuild(log,
+                     "Cannot encrypt to a recipient with a key of this type: only RSA and EC are supported.");
   }
-  const bool byKeyId = way.bySubjectKeyId && X509_get0_subject_key_id(native);
+  const bool byKeyId = keyOptions.bySubjectKeyId && X509_get0_subject_key_id(native);
   CMS_RecipientInfo* const recipient =
       CMS_add1_recipient_cert(cms, native, CMS_KEY_PARAM | (byKeyId ? CMS_USE_KEYID : 0U));
-  if (!recipient) return buildFailed(log, "Cannot encrypt to a recipient.");
+  if (!recipient) return failBuildWithCryptoError(log, "Cannot encrypt to a recipient.");
   EVP_PKEY_CTX* const options = CMS_RecipientInfo_get0_pkey_ctx(recipient);
   // The library's own choice for EC would be sha1.
-  const bool isSet = isRsa ? !way.oaep || setOaep(options, way.oaepHash)
+  const bool isSet = isRsa ? !keyOptions.oaep || setOaep(options, keyOptions.oaepHash)
                            : EVP_PKEY_CTX_set_ecdh_kdf_md(options, EVP_sha256()) > 0;
-  return isSet || buildFailed(log, "Cannot encrypt to a recipient with the requested options.");
+  return isSet || failBuildWithCryptoError(log, "Cannot encrypt to a recipient with the requested options.");
 }
 
-bool addRecipients(CMS_ContentInfo* cms, const ExtPtrArray& recipients, const KeyWay& way, LogBase& log) {
+bool addRecipients(CMS_ContentInfo* cms, const ExtPtrArray& recipients, const KeyTransportOptions& keyOptions,
+                   LogBase& log) {
   for (int i = 0; i < recipients.getSize(); ++i) {
     const Certificate* const certificate = CertificateHolder::getNthCert(recipients, i);
-    if (!certificate) return buildRefused(log, "A recipient has no certificate.");
-    if (!addRecipient(cms, *certificate, way, log)) return false;
+    if (!certificate) return failBuild(log, "A recipient has no certificate.");
+    if (!addRecipient(cms, *certificate, keyOptions, log)) return false;
   }
-  return recipients.getSize() > 0 || buildRefused(log, "No recipients to encrypt to.");
+  return recipients.getSize() > 0 || failBuild(log, "No recipients to encrypt to.");
 }
 
 /// Bytes of a source, encrypted straight to their place.
@@ -98,7 +100,7 @@ class Encryption {
   bool add(std::string_view bytes) {
     m_left -= bytes.size();
     while (!bytes.empty()) {
-      const std::string_view piece = bytes.substr(0, kMostPerCall);
+      const std::string_view piece = bytes.substr(0, kMaxPerCall);
       int written = 0;
       if (EVP_EncryptUpdate(m_cipher, m_out, &written, reinterpret_cast<const unsigned char*>(piece.data()),
                             static_cast<int>(piece.size())) != 1)
@@ -190,10 +192,10 @@ bool encryptInto(CMS_ContentInfo* cms, const EVP_CIPHER* cipher, _svDataSource& 
     const auto piece = content.next();
     if (!piece) return false;
     if (piece->empty()) break;
-    if (piece->size() > encryption.left()) return buildRefused(log, kOtherSize);
+    if (piece->size() > encryption.left()) return failBuild(log, kOtherSize);
     if (!encryption.add(*piece)) return false;
   }
-  if (encryption.left() > 0) return buildRefused(log, kOtherSize);
+  if (encryption.left() > 0) return failBuild(log, kOtherSize);
   return encryption.finish() &&
          (!tagSize || EVP_CIPHER_CTX_ctrl(state, EVP_CTRL_AEAD_GET_TAG, kGcmTagSize, room->mac) == 1);
 }
@@ -215,28 +217,28 @@ bool Pkcs7Builder::createPkcs7Enveloped(_svDataSource& content, long long size, 
   const QuietErrors quiet;
   const bool done = neverThrow(false, [&] {
     const EVP_CIPHER* const method = findCipher(cipher, keyBits);
-    if (!method) return buildRefused(log, "Unknown cipher or key length: nothing was encrypted.");
+    if (!method) return failBuild(log, "Unknown cipher or key length: nothing was encrypted.");
     const bool oaep = keyTransport == static_cast<int>(KeyTransport::oaep);
     if (!oaep && keyTransport != static_cast<int>(KeyTransport::pkcs1))
-      return buildRefused(log, "Unknown key transport: nothing was encrypted.");
-    const KeyWay way{oaep,
-                     std::string(_svHash::nameOf(oaepHash ? oaepHash : static_cast<int>(HashId::sha256))),
-                     bySubjectKeyId};
-    if (oaep && way.oaepHash.empty())
-      return buildRefused(log, "Unknown digest algorithm: nothing was encrypted.");
-    if (size < 0) return buildRefused(log, "The size of the content to encrypt is unknown.");
+      return failBuild(log, "Unknown key transport: nothing was encrypted.");
+    const KeyTransportOptions keyOptions{
+        oaep, std::string(_svHash::nameOf(oaepHash ? oaepHash : static_cast<int>(HashId::sha256))),
+        bySubjectKeyId};
+    if (oaep && keyOptions.oaepHash.empty())
+      return failBuild(log, "Unknown digest algorithm: nothing was encrypted.");
+    if (size < 0) return failBuild(log, "The size of the content to encrypt is unknown.");
     const Cms cms = makeEnvelope(method);
-    if (!cms) return buildFailed(log, "The cryptographic library cannot encrypt.");
-    if (!addRecipients(cms.get(), recipients, way, log)) return false;
+    if (!cms) return failBuildWithCryptoError(log, "The cryptographic library cannot encrypt.");
+    if (!addRecipients(cms.get(), recipients, keyOptions, log)) return false;
     if (binary)
       return encryptInto(cms.get(), method, content, static_cast<std::size_t>(size), der, log) ||
-             buildFailed(log, "Cannot encrypt.");
+             failBuildWithCryptoError(log, "Cannot encrypt.");
     DataBuffer text;
     const WipedAtEnd wiped(text);
-    if (!readAll(content, size, text)) return buildRefused(log, "Cannot read the content to encrypt.");
+    if (!readAll(content, size, text)) return failBuild(log, "Cannot read the content to encrypt.");
     TextSource converted(text.view());
     return encryptInto(cms.get(), method, converted, converted.size(), der, log) ||
-           buildFailed(log, "Cannot encrypt.");
+           failBuildWithCryptoError(log, "Cannot encrypt.");
   });
   if (!done) der.clear();
   return done;

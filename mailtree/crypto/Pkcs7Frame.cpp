@@ -166,7 +166,7 @@ std::optional<Pkcs7Frame> readPkcs7Frame(std::string_view ber) noexcept {
   return frame;
 }
 
-int countOfFirstSet(std::string_view fields, int most) noexcept {
+int countFirstSet(std::string_view fields, int most) noexcept {
   DerReader reader(fields);
   while (const auto field = reader.next()) {
     if (field->tag != kDerSet) continue;

@@ -50,7 +50,7 @@ std::optional<Pkcs7Frame> readPkcs7Frame(std::string_view ber) noexcept;
 
 /// Number of elements of the first set among some fields, at most `most` + 1: allows a check before the
 /// library reads them all.
-int countOfFirstSet(std::string_view fields, int most) noexcept;
+int countFirstSet(std::string_view fields, int most) noexcept;
 
 /// The structure without its content.
 std::string withoutContent(const Pkcs7Frame& frame);
@@ -70,9 +70,9 @@ std::optional<Pkcs7Room> encodeWithRoom(const Pkcs7Frame& frame, std::size_t con
                                         DataBuffer& der);
 
 /// Logs why nothing was built. Returns false.
-bool buildRefused(LogBase& log, std::string_view what);
+bool failBuild(LogBase& log, std::string_view what);
 /// The same, with the error of the cryptographic library. Returns false.
-bool buildFailed(LogBase& log, std::string_view what);
+bool failBuildWithCryptoError(LogBase& log, std::string_view what);
 
 struct NativeCms;
 /// The library's object of a frame without its content, owned by the caller; null when it is malformed.
@@ -87,6 +87,6 @@ bool verifySignedData(const Pkcs7Frame& frame, std::string_view content, SystemC
 bool decryptEnvelope(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& content, SecureLayer& layer,
                      LoadBudget& budget);
 /// CompressedData (RFC 3274).
-bool unpackCompressed(const Pkcs7Frame& frame, DataBuffer& content, SecureLayer& layer, LoadBudget& budget);
+bool decompressContent(const Pkcs7Frame& frame, DataBuffer& content, SecureLayer& layer, LoadBudget& budget);
 
 }  // namespace mailtree

@@ -50,7 +50,7 @@ bool openLayer(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& content,
     case LayerKind::authEnveloped:
       return decryptEnvelope(frame, certs, content, layer, budget) || failed(layer, layer.problem, log);
     case LayerKind::compressed:
-      return unpackCompressed(frame, content, layer, budget) || failed(layer, layer.problem, log);
+      return decompressContent(frame, content, layer, budget) || failed(layer, layer.problem, log);
     case LayerKind::certificatesOnly: verifySignedData(frame, {}, certs, layer, budget); return false;
     case LayerKind::detachedSignature:
       return failed(layer, "the signature does not contain the signed content", log);

@@ -107,7 +107,7 @@ class ContentHashes {
 
   bool hash(std::string_view content) {
     while (!content.empty()) {
-      const std::string_view piece = content.substr(0, kMostPerCall);
+      const std::string_view piece = content.substr(0, kMaxPerCall);
       if (BIO_write(m_chain.get(), piece.data(), static_cast<int>(piece.size())) <= 0) return false;
       content.remove_prefix(piece.size());
     }
@@ -137,13 +137,13 @@ class KeyWork {
   explicit KeyWork(std::uint64_t& left) noexcept : m_left(left) {}
 
   /// Why the key is not used; empty when it may be used, and its cost is then subtracted.
-  std::string_view objectionTo(const Certificate& certificate) {
+  std::string_view rejectionReason(const Certificate& certificate) {
     const EVP_PKEY* const key = X509_get0_pubkey(nativeAs<X509>(certificate));
     if (!key) return "the signer's key cannot be read";
     const bool isRsa = EVP_PKEY_is_a(key, "RSA") || EVP_PKEY_is_a(key, "RSA-PSS");
     const std::uint64_t exponent = isRsa ? exponentBits(key) : 0;
     const auto bits = static_cast<std::uint64_t>(certificate.keyBits());
-    if (bits > kGreatestKey || exponent > kGreatestExponent) return "the signer's key is too large";
+    if (bits > kMaxKeyBits || exponent > kMaxExponentBits) return "the signer's key is too large";
     const std::uint64_t work = bits * bits *
                                (isRsa                       ? exponent
                                 : EVP_PKEY_is_a(key, "DSA") ? kDsa
@@ -154,8 +154,8 @@ class KeyWork {
   }
 
  private:
-  static constexpr std::uint64_t kGreatestKey = 16'384;
-  static constexpr std::uint64_t kGreatestExponent = 64;
+  static constexpr std::uint64_t kMaxKeyBits = 16'384;
+  static constexpr std::uint64_t kMaxExponentBits = 64;
   /// Two exponents of 256 bits.
   static constexpr std::uint64_t kDsa = 512;
   /// Measured for P-384; the slowest, binary curves, cost half as much again.
@@ -163,7 +163,7 @@ class KeyWork {
 
   static std::uint64_t exponentBits(const EVP_PKEY* key) {
     BIGNUM* raw = nullptr;
-    if (EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_E, &raw) != 1) return kGreatestExponent + 1;
+    if (EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_E, &raw) != 1) return kMaxExponentBits + 1;
     const Handle<BIGNUM, BN_free> exponent(raw);
     return static_cast<std::uint64_t>(BN_num_bits(raw));
   }
@@ -269,7 +269,7 @@ void reject(SignerVerdict& verdict, std::string_view why) {
 }
 
 /// Why the library has no result, from its last error; empty when the result is a plain "invalid".
-std::string_view obstacleOf(int result) {
+std::string_view failureReason(int result) {
   const unsigned long error = ERR_peek_last_error();
   const int reason = ERR_GET_LIB(error) == ERR_LIB_CMS ? ERR_GET_REASON(error) : 0;
   if (result == 0 || reason == CMS_R_VERIFICATION_FAILURE) return {};
@@ -279,20 +279,20 @@ std::string_view obstacleOf(int result) {
 }
 
 /// Stores the result of the library: 1 means valid.
-void takeResult(int result, std::string_view wrong, SignerVerdict& verdict) {
+void storeResult(int result, std::string_view wrong, SignerVerdict& verdict) {
   if (result == 1) {
     verdict.signatureVerified = Answer::yes;
     return;
   }
-  const std::string_view obstacle = obstacleOf(result);
-  if (obstacle.empty()) return reject(verdict, wrong);
-  note(verdict.problem, obstacle);
+  const std::string_view failure = failureReason(result);
+  if (failure.empty()) return reject(verdict, wrong);
+  note(verdict.problem, failure);
 }
 
 void verifyWithAttributes(CMS_SignerInfo* signer, Verification& in, SignerVerdict& verdict) {
   if (singleAttribute(signer, NID_pkcs9_contentType, V_ASN1_OBJECT) != in.contentType)
     return reject(verdict, "the signature is for another content type");
-  takeResult(CMS_SignerInfo_verify(signer), "the signature does not match the signer's key", verdict);
+  storeResult(CMS_SignerInfo_verify(signer), "the signature does not match the signer's key", verdict);
 }
 
 /// The signature is over the content itself: there is no separate digest.
@@ -301,8 +301,8 @@ void verifyWithoutAttributes(CMS_SignerInfo* signer, Verification& in, SignerVer
   if (looksLikeSignedAttributes(in.content))
     return reject(verdict, "the content may be the attributes of another signature");
   if (in.hashes.valueOf(digestOf(signer)).empty()) return note(verdict.problem, "unknown digest algorithm");
-  takeResult(CMS_SignerInfo_verify_content(signer, in.hashes.chain()),
-             "the signature does not match the content and the signer's key", verdict);
+  storeResult(CMS_SignerInfo_verify_content(signer, in.hashes.chain()),
+              "the signature does not match the content and the signer's key", verdict);
   if (verdict.signatureVerified == Answer::yes) verdict.digestMatched = Answer::yes;
 }
 
@@ -322,7 +322,7 @@ T* decodedAttribute(CMS_SignerInfo* signer, int nid, Decode<T> decode) {
 
 /// Whether the signing-certificate attribute (RFC 5035) names another certificate: a key may be in several,
 /// and someone else may have put it in theirs.
-bool isTiedToAnother(CMS_SignerInfo* signer, const Certificate& certificate) {
+bool namesAnotherCertificate(CMS_SignerInfo* signer, const Certificate& certificate) {
   using First = Handle<ESS_SIGNING_CERT, ESS_SIGNING_CERT_free>;
   using Second = Handle<ESS_SIGNING_CERT_V2, ESS_SIGNING_CERT_V2_free>;
   const First first(decodedAttribute(signer, NID_id_smime_aa_signingCertificate, d2i_ESS_SIGNING_CERT));
@@ -389,14 +389,14 @@ SignerVerdict claimsOf(CMS_SignerInfo* signer, Verification& in) {
 
 void verifySignature(CMS_SignerInfo* signer, const Certificate& certificate, Verification& in,
                      SignerVerdict& verdict) {
-  const std::string_view objection = in.work.objectionTo(certificate);
-  if (!objection.empty()) return note(verdict.problem, objection);
+  const std::string_view reason = in.work.rejectionReason(certificate);
+  if (!reason.empty()) return note(verdict.problem, reason);
   CMS_SignerInfo_set1_signer_cert(signer, nativeAs<X509>(certificate));
   if (hasSignedAttributes(signer))
     verifyWithAttributes(signer, in, verdict);
   else
     verifyWithoutAttributes(signer, in, verdict);
-  if (verdict.signatureVerified == Answer::yes && isTiedToAnother(signer, certificate))
+  if (verdict.signatureVerified == Answer::yes && namesAnotherCertificate(signer, certificate))
     reject(verdict, "the signature was made for another certificate");
 }
 
@@ -449,7 +449,7 @@ void collectCertificates(const Pkcs7Frame& frame, const SystemCerts& certs, Secu
 
 /// The frame without its certificates and revocation lists. They are read here, because the library would
 /// read all of them, however many a hostile message has.
-Pkcs7Frame signersAlone(Pkcs7Frame frame) {
+Pkcs7Frame withoutCertificates(Pkcs7Frame frame) {
   DerReader fields(frame.after);
   fields.nextIf(derContext(0));
   fields.nextIf(derContext(1));
@@ -471,13 +471,13 @@ std::vector<CMS_SignerInfo*> signersOf(CMS_ContentInfo* cms) {
 bool verifySignedData(const Pkcs7Frame& frame, std::string_view content, SystemCerts& certs,
                       SecureLayer& layer, LoadBudget& budget) {
   collectCertificates(frame, certs, layer);
-  const int signerCount = countOfFirstSet(frame.after, budget.signers);
+  const int signerCount = countFirstSet(frame.after, budget.signers);
   if (signerCount > budget.signers) {
     layer.problem = "too many signers";
     return true;
   }
   budget.signers -= signerCount;
-  const Cms cms(reinterpret_cast<CMS_ContentInfo*>(parseWithoutContent(signersAlone(frame))));
+  const Cms cms(reinterpret_cast<CMS_ContentInfo*>(parseWithoutContent(withoutCertificates(frame))));
   if (!cms) {
     layer.problem = "the signature is malformed";
     return false;

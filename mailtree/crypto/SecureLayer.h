@@ -34,7 +34,7 @@ std::string_view nameOf(LayerKind kind) noexcept;
 /// `problem` gives the reason. Not a bool, which would turn it into a no.
 enum class Answer : std::uint8_t { notChecked, no, yes };
 
-constexpr Answer answerOf(bool isSo) noexcept { return isSo ? Answer::yes : Answer::no; }
+constexpr Answer answerOf(bool value) noexcept { return value ? Answer::yes : Answer::no; }
 
 /// One signer of a layer.
 struct SignerVerdict {

@@ -65,7 +65,7 @@ bool addAssociatedData(EVP_CIPHER_CTX& run, const _svSymSettings& settings, cons
   const std::string_view data = settings.m_associatedData;
   if (!mode.tagSize || data.empty()) return true;
   int size = 0;
-  return data.size() <= kMostPerCall &&
+  return data.size() <= kMaxPerCall &&
          EVP_CipherUpdate(&run, nullptr, &size, bytesOf(data), static_cast<int>(data.size())) == 1;
 }
 
@@ -75,7 +75,7 @@ std::optional<std::size_t> runAll(EVP_CIPHER_CTX& run, std::string_view in, unsi
   std::size_t written = 0;
   int size = 0;
   while (!in.empty()) {
-    const std::string_view chunk = in.substr(0, kMostPerCall);
+    const std::string_view chunk = in.substr(0, kMaxPerCall);
     if (EVP_CipherUpdate(&run, out + written, &size, bytesOf(chunk), static_cast<int>(chunk.size())) != 1)
       return std::nullopt;
     written += static_cast<std::size_t>(size);

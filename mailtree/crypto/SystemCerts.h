@@ -94,9 +94,9 @@ class SystemCerts {
   std::vector<RefPtr<Certificate>> chainOf(const Certificate& certificate) const;
 
  private:
-  struct Held;
+  struct Contents;
 
-  std::unique_ptr<Held> m_held;
+  std::unique_ptr<Contents> m_contents;
 };
 
 }  // namespace mailtree

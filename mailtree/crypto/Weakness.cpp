@@ -11,11 +11,11 @@
 namespace mailtree {
 namespace {
 
-struct LeastBits {
+struct MinBits {
   const char* algorithm;
   int bits;
 };
-constexpr LeastBits kLeastBits[] = {{"RSA", 2048}, {"RSA-PSS", 2048}, {"DSA", 2048}, {"EC", 224}};
+constexpr MinBits kMinBits[] = {{"RSA", 2048}, {"RSA-PSS", 2048}, {"DSA", 2048}, {"EC", 224}};
 
 constexpr int kWeakDigests[] = {NID_md2, NID_md4, NID_md5, NID_md5_sha1, NID_sha, NID_sha1};
 
@@ -23,7 +23,7 @@ constexpr int kWeakDigests[] = {NID_md2, NID_md4, NID_md5, NID_md5_sha1, NID_sha
 std::string weakKeyOf(const X509* x509) {
   const EVP_PKEY* const key = X509_get0_pubkey(x509);
   const int bits = key ? EVP_PKEY_get_bits(key) : 0;
-  for (const LeastBits& row : kLeastBits)
+  for (const MinBits& row : kMinBits)
     if (key && EVP_PKEY_is_a(key, row.algorithm) && bits < row.bits)
       return std::string("key ") + row.algorithm + ' ' + std::to_string(bits) + " bits";
   return {};

@@ -12,7 +12,7 @@
 namespace mailtree {
 
 /// Input size of one call of the cryptographic library: its sizes are ints.
-inline constexpr std::size_t kMostPerCall = std::size_t{1} << 30;
+inline constexpr std::size_t kMaxPerCall = std::size_t{1} << 30;
 
 template <auto release>
 struct Releases {

@@ -58,7 +58,7 @@ std::string_view stripMarks(std::string_view type) noexcept {
 
 /// Where the first parameter begins in a disposition type that swallowed it because the semicolon or the type
 /// itself is missing ("attachment filename=x", "filename=x"); npos in a proper type.
-std::size_t strayParameter(std::string_view type) noexcept {
+std::size_t swallowedParameter(std::string_view type) noexcept {
   const std::size_t equals = type.find('=');
   if (equals == std::string_view::npos) return equals;
   const std::string_view name = trimRight(type.substr(0, equals));
@@ -70,12 +70,12 @@ std::size_t strayParameter(std::string_view type) noexcept {
 
 // Reading
 
-void MimeMessage2::readContentFields(LimitSet& limits, const MimeMessage2* alike) {
+void MimeMessage2::readContentFields(LimitSet& limits, const MimeMessage2* sibling) {
   for (std::size_t which = 0; which < std::size(kContentFields); ++which) {
     const int row = m_header.findField(kContentFields[which]);
     if (row < 0) continue;
     const bool isType = static_cast<ContentField>(which) == ContentField::type;
-    if (isType && alike && copyContentType(row, *alike)) continue;
+    if (isType && sibling && copyContentType(row, *sibling)) continue;
     readContentField(static_cast<ContentField>(which), row, limits);
   }
 }
@@ -83,14 +83,14 @@ void MimeMessage2::readContentFields(LimitSet& limits, const MimeMessage2* alike
 /// Sibling parts often have the same type. False when this one differs, or when the sibling no longer matches
 /// its field: a charset changed while parsing is marked as a repair. Limits that the sibling exceeded are
 /// already recorded, because one pass reads both.
-bool MimeMessage2::copyContentType(int row, const MimeMessage2& alike) {
-  const int other = alike.m_header.findField(kTypeField);
-  if (other < 0 || m_header.has8bit() || alike.m_header.has8bit()) return false;
-  if (alike.m_repairs.has(Repair::charset) || alike.m_repairs.has(Repair::contentType)) return false;
-  if (m_header.rawValue(row) != alike.m_header.rawValue(other)) return false;
-  m_contentType = alike.m_contentType;
-  m_parsedCharset = alike.m_parsedCharset;
-  m_charset = alike.m_charset;
+bool MimeMessage2::copyContentType(int row, const MimeMessage2& sibling) {
+  const int other = sibling.m_header.findField(kTypeField);
+  if (other < 0 || m_header.has8bit() || sibling.m_header.has8bit()) return false;
+  if (sibling.m_repairs.has(Repair::charset) || sibling.m_repairs.has(Repair::contentType)) return false;
+  if (m_header.rawValue(row) != sibling.m_header.rawValue(other)) return false;
+  m_contentType = sibling.m_contentType;
+  m_parsedCharset = sibling.m_parsedCharset;
+  m_charset = sibling.m_charset;
   return true;
 }
 
@@ -117,13 +117,13 @@ void MimeMessage2::readDisposition(std::string_view value, LimitSet& limits) {
   ParameterizedValue parsed = parseParameterizedValue(value);
   if (parsed.overLimit) limits.add(Limit::parameters);
   std::string_view type = parsed.value;
-  const std::size_t stray = strayParameter(type);
-  std::string mended;
+  const std::size_t stray = swallowedParameter(type);
+  std::string repaired;
   if (stray != std::string_view::npos) {
     const std::size_t offset = static_cast<std::size_t>(type.data() - value.data()) + stray;
     type = type.substr(0, stray);
-    mended.append("; ").append(value.substr(offset));
-    parsed = parseParameterizedValue(mended);
+    repaired.append("; ").append(value.substr(offset));
+    parsed = parseParameterizedValue(repaired);
   }
   m_disposition.setString(stripMarks(type));
   std::string filename;

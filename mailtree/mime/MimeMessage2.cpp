@@ -27,10 +27,10 @@ void MimeMessage2::deleteParts() noexcept {
   for (;;) {
     if (!entity->m_parts.empty()) {
       MimeMessage2* part = entity->m_parts.back().get();
-      part->m_above = entity;
+      part->m_parentInDeletion = entity;
       entity = part;
     } else if (entity != this) {
-      entity = entity->m_above;
+      entity = entity->m_parentInDeletion;
       entity->m_parts.pop_back();
     } else {
       return;
@@ -128,7 +128,7 @@ bool MimeMessage2::isMultipartMixed() const noexcept {
   return equalsNoCase(m_contentType.m_type, "multipart/mixed");
 }
 
-PartTraits MimeMessage2::ownTraits() const noexcept {
+PartTraits MimeMessage2::basicTraits() const noexcept {
   PartTraits traits;
   traits.type = m_contentType.m_type;
   traits.name = m_contentType.m_name;
@@ -140,7 +140,7 @@ PartTraits MimeMessage2::ownTraits() const noexcept {
 }
 
 PartTraits MimeMessage2::traits() const noexcept {
-  PartTraits traits = ownTraits();
+  PartTraits traits = basicTraits();
   traits.hasMessageClass = neverThrow(false, [&] {
     LogNull quiet;
     return m_header.hasHeaderMatchingUtf8("Content-Class", "*content-classes:message*",
@@ -150,7 +150,7 @@ PartTraits MimeMessage2::traits() const noexcept {
 }
 
 bool MimeMessage2::isAttachment(LogBase&) const {
-  return judgeAttachment(ownTraits(), /*inMixed=*/false).isAttachment;
+  return judgeAttachment(basicTraits(), /*inMixed=*/false).isAttachment;
 }
 
 void MimeMessage2::getMimeFilename(StringBuffer& out) const {
@@ -207,7 +207,7 @@ void MimeMessage2::setMimeBody8Bit_2(const void* data, unsigned size, const _svC
   guarded([&] {
     const auto* bytes = static_cast<const unsigned char*>(data);
     const std::string_view text(static_cast<const char*>(data), data ? size : 0);
-    const bool isConverted = isText && *charset.getName() && isConvertibleText(ownTraits()) &&
+    const bool isConverted = isText && *charset.getName() && isConvertibleText(basicTraits()) &&
                              setBodyFromText(text, charset.getName());
     if (!isConverted) setMimeBodyBinary2(bytes, size, log);
   });

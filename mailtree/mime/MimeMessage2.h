@@ -189,16 +189,16 @@ class MimeMessage2 final : public SorvikObject {
     });
   }
   /// The traits that are free to compute: without searching for Content-Class.
-  PartTraits ownTraits() const noexcept;
+  PartTraits basicTraits() const noexcept;
 
   // The members derived from the Content- fields (EntityFields.cpp)
 
   enum class ContentField { type, disposition, transferEncoding, id };
   /// Reads all members from the header list, from the first field of each name;
   /// adds the limits exceeded to `limits`.
-  /// @param alike  an entity read just before, probably with the same fields; null: none.
-  void readContentFields(LimitSet& limits, const MimeMessage2* alike = nullptr);
-  bool copyContentType(int row, const MimeMessage2& alike);
+  /// @param sibling  an entity read just before, probably with the same fields; null: none.
+  void readContentFields(LimitSet& limits, const MimeMessage2* sibling = nullptr);
+  bool copyContentType(int row, const MimeMessage2& sibling);
   void readContentField(ContentField which, int row, LimitSet& limits);
   void readContentType(std::string_view value, LimitSet& limits);
   void readDisposition(std::string_view value, LimitSet& limits);
@@ -224,9 +224,9 @@ class MimeMessage2 final : public SorvikObject {
   RepairSet m_repairs;
   mutable bool m_isWhole = true;
   Origin m_origin = kNoOrigin;
-  bool m_isUnwrapped = false;       ///< unwrapSecurity3 has processed this entity.
-  Slab* m_slab = nullptr;           ///< The slab that holds this entity, if any.
-  MimeMessage2* m_above = nullptr;  ///< The parent while a tree is destroyed; set and read only there.
+  bool m_isUnwrapped = false;                  ///< unwrapSecurity3 has processed this entity.
+  Slab* m_slab = nullptr;                      ///< The slab that holds this entity, if any.
+  MimeMessage2* m_parentInDeletion = nullptr;  ///< Set and read only while a tree is destroyed.
 };
 
 }  // namespace mailtree

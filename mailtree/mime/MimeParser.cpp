@@ -12,7 +12,7 @@
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Log.h"
 #include "mailtree/mime/BoundaryLines.h"
-#include "mailtree/mime/SealedBody.h"
+#include "mailtree/mime/EncryptedBody.h"
 #include "mailtree/mime/coding/Base64.h"
 #include "mailtree/mime/coding/QuotedPrintable.h"
 
@@ -119,11 +119,11 @@ struct Budget {
 
 }  // namespace
 
-class MimeParser::Run {
+class MimeParser::Pass {
  public:
   /// @param level   of the entity that the text belongs to; the message is level 1.
   /// @param origin  of the text.
-  Run(std::string_view text, int level, Origin origin, Budget& budget)
+  Pass(std::string_view text, int level, Origin origin, Budget& budget)
       : m_text(text), m_level(level), m_origin(origin), m_budget(budget) {}
 
   /// A message of its own, or the content of another entity.
@@ -138,12 +138,12 @@ class MimeParser::Run {
 
  private:
   /// A multipart whose closing delimiter was not found yet.
-  struct Open {
+  struct OpenMultipart {
     MimeMessage2* entity;
     std::string_view boundary;
     std::size_t bodyBegin;
-    std::size_t shortest;  ///< Size of the shortest boundary up to here on the stack.
-    bool keepsReceived;    ///< The parts keep their bytes as received.
+    std::size_t shortestBoundary;  ///< Size of the shortest boundary up to here on the stack.
+    bool keepsReceived;            ///< The parts keep their bytes as received.
     bool insideSigned;
     std::size_t partBegin = kNowhere;  ///< Where the current part begins.
   };
@@ -156,7 +156,7 @@ class MimeParser::Run {
   struct Leaf {
     MimeMessage2* entity = nullptr;
     std::size_t bodyBegin = 0;
-    bool isFork = false;  ///< Part of an AppleDouble file, an attachment: its bytes are not converted.
+    bool isAppleDouble = false;  ///< Part of an AppleDouble file, an attachment: its bytes are not converted.
   };
 
   // Boundaries
@@ -178,17 +178,17 @@ class MimeParser::Run {
   bool openMultipart(MimeMessage2& entity, std::size_t bodyBegin);
   void addPart(std::size_t begin);
   void endPart(std::size_t end);
-  void endTo(std::size_t stackSize, std::size_t end);
+  void closeDownTo(std::size_t stackSize, std::size_t end);
   void close(std::size_t end);
-  void closeUnasked(std::size_t end);
-  void keepRestInLastPart();
+  void closeUnterminated(std::size_t end);
+  void storeRestInLastPart();
 
   // Bodies
 
   void storeBody(MimeMessage2& entity, std::size_t begin, std::size_t end, bool mayConvert = true);
-  bool splitDecoded(const Open& multipart);
-  bool holdsOpenBoundary(std::string_view text) const;
-  bool splitBodyOf(const Open& multipart);
+  bool splitDecoded(const OpenMultipart& multipart);
+  bool containsOpenBoundary(std::string_view text) const;
+  bool splitBodyOf(const OpenMultipart& multipart);
 
   int level() const noexcept { return m_level + static_cast<int>(m_open.size()); }
 
@@ -197,10 +197,10 @@ class MimeParser::Run {
   const Origin m_origin;
   Budget& m_budget;
   Place m_place = Place::top;
-  bool m_isDecoded = false;  ///< The text was found inside a transfer-encoded multipart.
-  std::vector<Open> m_open;  ///< Outermost first.
-  Leaf m_leaf;               ///< The part whose body is being read; none in a preamble or epilogue.
-  Leaf m_last;               ///< The part begun last.
+  bool m_isDecoded = false;           ///< The text was found inside a transfer-encoded multipart.
+  std::vector<OpenMultipart> m_open;  ///< Outermost first.
+  Leaf m_leaf;                        ///< The part whose body is being read; none in a preamble or epilogue.
+  Leaf m_last;                        ///< The part begun last.
   const MimeMessage2* m_lastLeaf = nullptr;
   SlabPool<MimeMessage2> m_entities{kFewParts};
   std::size_t m_cursor = 0;
@@ -211,9 +211,9 @@ class MimeParser::Run {
 // Boundaries
 
 /// A line that matches several open multiparts belongs to the innermost.
-std::optional<MimeParser::Run::Boundary> MimeParser::Run::match(std::size_t position,
-                                                                const DashLine& line) const {
-  if (line.content.size() < m_open.back().shortest) return std::nullopt;
+std::optional<MimeParser::Pass::Boundary> MimeParser::Pass::match(std::size_t position,
+                                                                  const DashLine& line) const {
+  if (line.content.size() < m_open.back().shortestBoundary) return std::nullopt;
   for (std::size_t i = m_open.size(); i-- > 0;) {
     if (!line.isBoundary(m_open[i].boundary)) continue;
     const bool closes = line.content.size() != m_open[i].boundary.size();
@@ -222,7 +222,7 @@ std::optional<MimeParser::Run::Boundary> MimeParser::Run::match(std::size_t posi
   return std::nullopt;
 }
 
-std::optional<MimeParser::Run::Boundary> MimeParser::Run::nextBoundary() {
+std::optional<MimeParser::Pass::Boundary> MimeParser::Pass::nextBoundary() {
   if (m_open.empty()) return std::nullopt;
   while (m_cursor < m_text.size()) {
     const std::size_t position = m_dashLines.next(m_text, m_cursor);
@@ -237,7 +237,7 @@ std::optional<MimeParser::Run::Boundary> MimeParser::Run::nextBoundary() {
 // Headers
 
 /// The upper limit of the header that begins at `begin`: after its empty line, or at an earlier boundary.
-std::size_t MimeParser::Run::headerLimit(std::size_t begin) {
+std::size_t MimeParser::Pass::headerLimit(std::size_t begin) {
   if (m_open.empty()) return m_text.size();
   const std::size_t emptyLine = m_emptyLines.next(m_text, begin);
   const std::size_t reach = std::min(emptyLine, begin + kBrokenHeaderReach);
@@ -253,7 +253,7 @@ std::size_t MimeParser::Run::headerLimit(std::size_t begin) {
 }
 
 /// @return where the body begins.
-std::size_t MimeParser::Run::readHeader(MimeMessage2& entity, std::size_t begin) {
+std::size_t MimeParser::Pass::readHeader(MimeMessage2& entity, std::size_t begin) {
   const std::size_t bodyBegin = loadHeader(entity, begin, headerLimit(begin));
   if (!entity.isMultipart() || !entity.repairs().has(Repair::headerSyntax)) return bodyBegin;
 
@@ -265,7 +265,7 @@ std::size_t MimeParser::Run::readHeader(MimeMessage2& entity, std::size_t begin)
   return loadHeader(entity, begin, first);
 }
 
-std::size_t MimeParser::Run::loadHeader(MimeMessage2& entity, std::size_t begin, std::size_t end) {
+std::size_t MimeParser::Pass::loadHeader(MimeMessage2& entity, std::size_t begin, std::size_t end) {
   using EmptyLines = MimeHeader::LeadingEmptyLines;
   const std::string_view text = m_text.substr(begin, end - begin);
   const bool isPart = m_place == Place::inside || !m_open.empty();
@@ -277,8 +277,8 @@ std::size_t MimeParser::Run::loadHeader(MimeMessage2& entity, std::size_t begin,
   return begin + extent.bodyOffset;
 }
 
-std::size_t MimeParser::Run::firstBoundaryIn(std::size_t begin, std::size_t end,
-                                             std::string_view boundary) const {
+std::size_t MimeParser::Pass::firstBoundaryIn(std::size_t begin, std::size_t end,
+                                              std::string_view boundary) const {
   if (boundary.empty()) return kNowhere;
   const std::string_view header = m_text.substr(0, end);
   for (std::size_t at = begin; at < end;) {
@@ -293,23 +293,23 @@ std::size_t MimeParser::Run::firstBoundaryIn(std::size_t begin, std::size_t end,
 
 // Parts
 
-void MimeParser::Run::splitParts() {
+void MimeParser::Pass::splitParts() {
   while (const auto boundary = nextBoundary()) {
     // At the end of the text a boundary begins no part.
     const bool beginsPart = !boundary->closes && !trimLeft(m_text.substr(boundary->next)).empty();
-    if (beginsPart && m_budget.parts <= 0) return keepRestInLastPart();
-    endTo(boundary->open + 1, boundary->partEnd);
+    if (beginsPart && m_budget.parts <= 0) return storeRestInLastPart();
+    closeDownTo(boundary->open + 1, boundary->partEnd);
     endPart(boundary->partEnd);
     if (boundary->closes) close(boundary->partEnd);
     if (beginsPart) addPart(boundary->next);
   }
-  endTo(0, m_text.size());
+  closeDownTo(0, m_text.size());
 }
 
-void MimeParser::Run::open(MimeMessage2& entity, std::size_t begin, std::size_t bodyBegin) {
-  const bool isFork =
+void MimeParser::Pass::open(MimeMessage2& entity, std::size_t begin, std::size_t bodyBegin) {
+  const bool isAppleDouble =
       !m_open.empty() && equalsNoCase(m_open.back().entity->m_contentType.m_type, "multipart/appledouble");
-  m_last = {&entity, bodyBegin, isFork};
+  m_last = {&entity, bodyBegin, isAppleDouble};
   entity.m_origin = m_origin + begin;
   if (!m_open.empty()) m_open.back().partBegin = begin;
   if (!openMultipart(entity, bodyBegin)) {
@@ -319,7 +319,7 @@ void MimeParser::Run::open(MimeMessage2& entity, std::size_t begin, std::size_t 
   m_cursor = bodyBegin;
 }
 
-bool MimeParser::Run::openMultipart(MimeMessage2& entity, std::size_t bodyBegin) {
+bool MimeParser::Pass::openMultipart(MimeMessage2& entity, std::size_t bodyBegin) {
   if (!entity.isMultipart()) return false;
   const std::string_view boundary = boundaryOf(entity.m_contentType);
   if (boundary.empty()) {
@@ -332,13 +332,13 @@ bool MimeParser::Run::openMultipart(MimeMessage2& entity, std::size_t bodyBegin)
   }
   const bool insideSigned = !m_open.empty() && (m_open.back().insideSigned || m_open.back().keepsReceived);
   const bool isSigned = equalsNoCase(entity.m_contentType.m_type, "multipart/signed");
-  const std::size_t shortest =
-      m_open.empty() ? boundary.size() : std::min(m_open.back().shortest, boundary.size());
-  m_open.push_back({&entity, boundary, bodyBegin, shortest, isSigned && !insideSigned, insideSigned});
+  const std::size_t shortestBoundary =
+      m_open.empty() ? boundary.size() : std::min(m_open.back().shortestBoundary, boundary.size());
+  m_open.push_back({&entity, boundary, bodyBegin, shortestBoundary, isSigned && !insideSigned, insideSigned});
   return true;
 }
 
-void MimeParser::Run::addPart(std::size_t begin) {
+void MimeParser::Pass::addPart(std::size_t begin) {
   --m_budget.parts;
   MimeMessage2& parent = *m_open.back().entity;
   Owned<MimeMessage2> owned(m_entities.create());
@@ -352,8 +352,8 @@ void MimeParser::Run::addPart(std::size_t begin) {
 }
 
 /// Ends the current part of the innermost open multipart.
-void MimeParser::Run::endPart(std::size_t end) {
-  Open& multipart = m_open.back();
+void MimeParser::Pass::endPart(std::size_t end) {
+  OpenMultipart& multipart = m_open.back();
   const std::size_t begin = std::exchange(multipart.partBegin, kNowhere);
   if (!multipart.keepsReceived || begin == kNowhere) return;
   auto received = std::make_unique<DataBuffer>();
@@ -362,15 +362,15 @@ void MimeParser::Run::endPart(std::size_t end) {
 }
 
 /// Ends the current body and every multipart above the first `stackSize` of the stack.
-void MimeParser::Run::endTo(std::size_t stackSize, std::size_t end) {
+void MimeParser::Pass::closeDownTo(std::size_t stackSize, std::size_t end) {
   const Leaf leaf = std::exchange(m_leaf, Leaf());
-  if (leaf.entity) storeBody(*leaf.entity, leaf.bodyBegin, end, !leaf.isFork);
-  while (m_open.size() > stackSize) closeUnasked(end);
+  if (leaf.entity) storeBody(*leaf.entity, leaf.bodyBegin, end, !leaf.isAppleDouble);
+  while (m_open.size() > stackSize) closeUnterminated(end);
 }
 
 /// Closes the innermost open multipart. One without parts keeps its text as its body.
-void MimeParser::Run::close(std::size_t end) {
-  const Open multipart = m_open.back();
+void MimeParser::Pass::close(std::size_t end) {
+  const OpenMultipart multipart = m_open.back();
   m_open.pop_back();
   MimeMessage2& entity = *multipart.entity;
   if (!entity.m_parts.empty()) return;
@@ -379,7 +379,7 @@ void MimeParser::Run::close(std::size_t end) {
 }
 
 /// Closes the innermost open multipart without its closing delimiter.
-void MimeParser::Run::closeUnasked(std::size_t end) {
+void MimeParser::Pass::closeUnterminated(std::size_t end) {
   endPart(end);
   if (!m_open.back().entity->m_parts.empty()) m_open.back().entity->addRepair(Repair::boundaryUnclosed);
   close(end);
@@ -387,7 +387,7 @@ void MimeParser::Run::closeUnasked(std::size_t end) {
 
 /// One part too many: it and everything after it, up to where the outermost multipart closes, stays in the
 /// part before it. That part drops its transfer encoding, so it is written as received.
-void MimeParser::Run::keepRestInLastPart() {
+void MimeParser::Pass::storeRestInLastPart() {
   m_budget.limits.add(Limit::parts);
   std::size_t end = m_text.size();
   while (const auto boundary = nextBoundary()) {
@@ -403,10 +403,10 @@ void MimeParser::Run::keepRestInLastPart() {
 
 // Bodies
 
-void MimeParser::Run::storeBody(MimeMessage2& entity, std::size_t begin, std::size_t end, bool mayConvert) {
+void MimeParser::Pass::storeBody(MimeMessage2& entity, std::size_t begin, std::size_t end, bool mayConvert) {
   const std::string_view raw = m_text.substr(begin, std::max(begin, end) - begin);
   const Coding coding = codingOf(entity.m_transferEncoding);
-  const bool isText = mayConvert && !entity.m_charset.isEmpty() && isConvertibleText(entity.ownTraits());
+  const bool isText = mayConvert && !entity.m_charset.isEmpty() && isConvertibleText(entity.basicTraits());
   if (!isText) return appendBody(entity.m_body, raw, coding);
 
   const std::string_view charset = entity.m_charset;
@@ -415,23 +415,23 @@ void MimeParser::Run::storeBody(MimeMessage2& entity, std::size_t begin, std::si
     return;
   }
   appendBody(entity.m_body, raw, coding);
-  if (isSealedBody(entity.m_header, entity.m_transferEncoding, entity.m_body.view())) return;
+  if (isEncryptedBody(entity.m_header, entity.m_transferEncoding, entity.m_body.view())) return;
   entity.setBodyFromText(entity.m_body.view(), charset);
 }
 
 /// A multipart must not be transfer-encoded (RFC 2045, 6.4), but some are. Looks for the
 /// boundary in the decoded body, but not again inside parts found that way: the sender
 /// could make such a message arbitrarily deep.
-bool MimeParser::Run::splitDecoded(const Open& multipart) {
+bool MimeParser::Pass::splitDecoded(const OpenMultipart& multipart) {
   MimeMessage2& entity = *multipart.entity;
   if (m_isDecoded || codingOf(entity.m_transferEncoding) == Coding::none) return false;
   DataBuffer body;
   body.takeData(entity.m_body);
   // A decoded body is no longer than the encoded one, so the origins of its parts stay unique.
-  Run inner(body.view(), level(), m_origin + multipart.bodyBegin, m_budget);
+  Pass inner(body.view(), level(), m_origin + multipart.bodyBegin, m_budget);
   inner.m_isDecoded = true;
   // Decoded, a line that matches an outer boundary would end that multipart: such a body stays encoded.
-  if (holdsOpenBoundary(body.view()) || !inner.splitBodyOf(multipart)) {
+  if (containsOpenBoundary(body.view()) || !inner.splitBodyOf(multipart)) {
     entity.m_body.takeData(body);
     return false;
   }
@@ -441,7 +441,7 @@ bool MimeParser::Run::splitDecoded(const Open& multipart) {
   return true;
 }
 
-bool MimeParser::Run::holdsOpenBoundary(std::string_view text) const {
+bool MimeParser::Pass::containsOpenBoundary(std::string_view text) const {
   if (m_open.empty()) return false;
   for (std::size_t at = 0; at < text.size();) {
     const std::size_t position = findDashLine(text, at);
@@ -454,11 +454,11 @@ bool MimeParser::Run::holdsOpenBoundary(std::string_view text) const {
 }
 
 /// Splits the whole text as the body of a multipart whose header is elsewhere.
-bool MimeParser::Run::splitBodyOf(const Open& multipart) {
+bool MimeParser::Pass::splitBodyOf(const OpenMultipart& multipart) {
   if (firstBoundaryIn(0, m_text.size(), multipart.boundary) == kNowhere) return false;
   m_open.push_back(multipart);
   m_open.back().bodyBegin = 0;
-  m_open.back().shortest = multipart.boundary.size();
+  m_open.back().shortestBoundary = multipart.boundary.size();
   m_last = {multipart.entity, 0};
   splitParts();
   return !multipart.entity->m_parts.empty();
@@ -473,14 +473,14 @@ std::string_view MimeParser::skipPrologue(std::string_view text) noexcept {
 
 void MimeParser::parse(std::string_view text, MimeMessage2& root, int& parts, LogBase& log) {
   Budget budget{parts};
-  Run(skipPrologue(text), /*level=*/1, /*origin=*/0, budget).parseEntity(root, Run::Place::top);
+  Pass(skipPrologue(text), /*level=*/1, /*origin=*/0, budget).parseEntity(root, Pass::Place::top);
   finish(root, budget.limits, log);
 }
 
 void MimeParser::parseContent(std::string_view text, MimeMessage2& entity, int level, Origin origin,
                               int& parts, LogBase& log) {
   Budget budget{parts};
-  Run(text, level, origin, budget).parseEntity(entity, Run::Place::inside);
+  Pass(text, level, origin, budget).parseEntity(entity, Pass::Place::inside);
   finish(entity, budget.limits, log);
 }
 

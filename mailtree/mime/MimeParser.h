@@ -31,7 +31,7 @@ class MimeParser {
   static std::string_view skipPrologue(std::string_view text) noexcept;
 
  private:
-  class Run;  ///< One pass over one text.
+  class Pass;  ///< One pass over one text.
   static void finish(MimeMessage2& root, LimitSet limits, LogBase& log);
 };
 

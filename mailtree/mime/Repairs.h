@@ -39,8 +39,8 @@ class RepairSet : public FlagSet<Repair> {
   constexpr void addDamage(std::size_t sequences) noexcept {
     if (sequences == 0) return;
     add(Repair::damagedText);
-    constexpr std::size_t kMost = std::numeric_limits<std::uint32_t>::max();
-    m_damagedSequences = static_cast<std::uint32_t>(std::min(sequences, kMost));
+    constexpr std::size_t kMax = std::numeric_limits<std::uint32_t>::max();
+    m_damagedSequences = static_cast<std::uint32_t>(std::min(sequences, kMax));
   }
   constexpr std::uint32_t damagedSequences() const noexcept { return m_damagedSequences; }
 

@@ -63,7 +63,7 @@ const FieldRow* rowOf(ReportKind kind, std::string_view name) noexcept {
 }
 
 /// Fields of a MIME header, which some programs put before the text of a report and before each block.
-bool isOfMime(std::string_view name) noexcept {
+bool isMimeField(std::string_view name) noexcept {
   return beginsWithNoCase(name, "Content-") || equalsNoCase(name, "MIME-Version");
 }
 
@@ -90,7 +90,7 @@ std::vector<ReportField> fieldsOf(std::string_view block) {
   for (int i = 0; i < header.getNumFields(); ++i) {
     const std::string_view name = header.fieldName(i);
     if (!name.empty()) {
-      isLastOfMime = isOfMime(name);
+      isLastOfMime = isMimeField(name);
       if (!isLastOfMime) fields.push_back({std::string(name), withSingleBlanks(header.decodedValue(i))});
     } else if (!fields.empty() && !isLastOfMime) {
       fields.back().value.append(" ").append(withSingleBlanks(header.decodedValue(i)));
@@ -211,9 +211,9 @@ class ReportReader {
   }
 
   void openRecipientFor(const FieldRow& row) {
-    const bool isAnothers =
+    const bool isNewRecipient =
         row.once && m_inRecipient && findReportField(m_report.recipients.back().fields, row.name);
-    if (!m_inRecipient || isAnothers) m_report.recipients.emplace_back();
+    if (!m_inRecipient || isNewRecipient) m_report.recipients.emplace_back();
     m_inRecipient = true;
   }
 

@@ -37,7 +37,7 @@ class RecipientSearch {
         if (const auto* const recipient = (email.*row.list).at<_svEmailAddress>(i))
           lookUp(recipient->m_address, row);
   }
-  bool anyMissed() const noexcept { return m_anyMissed; }
+  bool anyMissing() const noexcept { return m_anyMissing; }
 
  private:
   void lookUp(const XString& address, const RecipientRow& row) {
@@ -48,7 +48,7 @@ class RecipientSearch {
         m_certs.findByEmailAddr(address.getUtf8(), /*forEncryption=*/true, quiet);
     if (!certificate || !keep(*certificate)) {
       m_log.LogDataSb("NoCertificateFound", address.view());
-      m_anyMissed = true;
+      m_anyMissing = true;
       return;
     }
     XString subject;
@@ -66,14 +66,14 @@ class RecipientSearch {
   SystemCerts& m_certs;
   ExtPtrArray& m_found;
   LogBase& m_log;
-  bool m_anyMissed = false;
+  bool m_anyMissing = false;
 };
 
 bool findRecipients(const Email2& email, SystemCerts& certs, ExtPtrArray& found, LogBase& log) {
   log.logInfo("Searching for encryption certificates based on recipient email addresses.");
   RecipientSearch search(certs, found, log);
   search.lookUp(email);
-  if (search.anyMissed()) {
+  if (search.anyMissing()) {
     log.logError("Failed to find one or more certificates for encryption");
     return false;
   }

@@ -21,7 +21,7 @@ bool isLineBreak(char c) noexcept { return c == '\r' || c == '\n'; }
 
 /// Whether a field distinguishes a header from text that begins with words and colons: one that describes
 /// content, or names a sender.
-bool tellsOfHeader(std::string_view name) noexcept {
+bool identifiesHeader(std::string_view name) noexcept {
   return beginsWithNoCase(name, kContentPrefix) || equalsNoCase(name, kMimeVersion) ||
          equalsNoCase(name, "From");
 }
@@ -43,7 +43,7 @@ class OuterFields {
   /// The value of this header that differs from another one, empty when the field is
   /// missing; null when they agree. All fields of a name that a message has once must agree:
   /// it is unknown which one a reader displays.
-  const std::string* otherThan(const std::string& lowerName, const std::string& compared) const {
+  const std::string* differingValue(const std::string& lowerName, const std::string& compared) const {
     static const std::string kNothing;
     const auto found = m_values.find(lowerName);
     if (found == m_values.end()) return &kNothing;
@@ -95,10 +95,12 @@ void listAdded(const MimeHeader& inside, const OuterFields& outer, const PartPat
 }
 
 /// A long outer value is not copied for each of thousands of inner fields of its name.
-constexpr std::size_t kShownAgain = 200;
+constexpr std::size_t kMaxRepeatedValue = 200;
 
-std::string shownAgain(const std::string& value) {
-  return value.size() <= kShownAgain ? value : value.substr(0, utf8PrefixLength(value, kShownAgain)) + "...";
+std::string shortened(const std::string& value) {
+  return value.size() <= kMaxRepeatedValue
+             ? value
+             : value.substr(0, utf8PrefixLength(value, kMaxRepeatedValue)) + "...";
 }
 
 void listDiffering(const MimeHeader& inside, const MimeHeader& outside, const PartPath& path,
@@ -109,11 +111,11 @@ void listDiffering(const MimeHeader& inside, const MimeHeader& outside, const Pa
     const std::string_view name = inside.fieldName(i);
     if (!isCompared(name)) continue;
     std::string lowerName = lowerCase(name);
-    const std::string* const other = outer.otherThan(lowerName, comparedValue(inside, i));
+    const std::string* const other = outer.differingValue(lowerName, comparedValue(inside, i));
     if (!other) continue;
     const bool isFirst = listed.insert(std::move(lowerName)).second;
     differing.push_back(
-        {path.text(), std::string(name), inside.decodedValue(i), isFirst ? *other : shownAgain(*other)});
+        {path.text(), std::string(name), inside.decodedValue(i), isFirst ? *other : shortened(*other)});
   }
   listAdded(inside, outer, path, differing);
 }
@@ -126,7 +128,7 @@ bool isMimeEntity(std::string_view bytes) {
   header.loadFromEntity(bytes, MimeHeader::LeadingEmptyLines::endHeader);
   if (header.fieldName(0).empty()) return false;
   for (int i = 0; i < header.getNumFields(); ++i)
-    if (tellsOfHeader(header.fieldName(i))) return true;
+    if (identifiesHeader(header.fieldName(i))) return true;
   return false;
 }
 

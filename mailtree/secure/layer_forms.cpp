@@ -99,7 +99,7 @@ bool hasDetachedSignature(const MimeMessage2& entity) noexcept {
   return signature && (isTypedSignature(*signature) || isNamedSignature(*signature));
 }
 
-bool holdsDetachedSignature(const MimeMessage2& entity) {
+bool containsDetachedSignature(const MimeMessage2& entity) {
   std::vector<const MimeMessage2*> open{&entity};
   while (!open.empty()) {
     const MimeMessage2& next = *open.back();
@@ -121,8 +121,8 @@ bool isPkcs7Mime(const MimeMessage2& entity) {
   if (!suffix) return false;
   const LayerKind kind = Pkcs7Opener::kindOf(entity.getMimeBodyDb()->view());
   // A signature separated from its content is an ordinary attachment: it has nothing to open.
-  const bool isApart = kind == LayerKind::detachedSignature && suffix->kind == LayerKind::opaqueSignature;
-  return kind != LayerKind::unknown && !isApart;
+  const bool isDetached = kind == LayerKind::detachedSignature && suffix->kind == LayerKind::opaqueSignature;
+  return kind != LayerKind::unknown && !isDetached;
 }
 
 LayerKind kindOf(const MimeMessage2& entity) {

@@ -17,7 +17,7 @@ bool hasDetachedSignature(const MimeMessage2& entity) noexcept;
 /// The part that holds the signature, never the first; null when there is none.
 MimeMessage2* signaturePart(const MimeMessage2& entity) noexcept;
 /// Whether there is such a multipart in the tree, this entity included.
-bool holdsDetachedSignature(const MimeMessage2& entity);
+bool containsDetachedSignature(const MimeMessage2& entity);
 
 /// Whether a part may be a layer, by its type and its name. It is one when its octets confirm it.
 bool mayBeLayer(std::string_view mediaType, std::string_view filename) noexcept;

@@ -23,10 +23,10 @@ bool isStoredWithLf(std::string_view content) noexcept {
 /// Verifies with CRLF, as mail travels. Replaces the first verdict only when the result is better.
 void verifyWithCrlf(std::string_view der, std::string_view content, SystemCerts& certs, SecureLayer& layer,
                     LoadBudget& budget, LogBase& log) {
-  StringBuffer travelled(content);
-  if (!travelled.toCRLF()) throw std::bad_alloc();
+  StringBuffer canonical(content);
+  if (!canonical.toCRLF()) throw std::bad_alloc();
   SecureLayer second;
-  if (Pkcs7Opener::verifyDetached(der, travelled, certs, second, budget, log) && anyDigestMatched(second))
+  if (Pkcs7Opener::verifyDetached(der, canonical, certs, second, budget, log) && anyDigestMatched(second))
     layer = std::move(second);
 }
 

@@ -179,7 +179,7 @@ Email2* Email2::createMultipartSigned(bool signingTime, bool signingCertificate,
     LogContextExitor context(log, "createMultipartSigned");
     if (!isLive() || !m_common) return nullptr;
     const SettingsKept kept(*m_common);
-    const bool isWithFiles = hasAttachments(*this, log);
+    const bool hasFiles = hasAttachments(*this, log);
     StringBuffer sender;
     getFromAddrUtf8(sender);
     log.LogDataSb("fromEmailAddress", sender);
@@ -197,7 +197,7 @@ Email2* Email2::createMultipartSigned(bool signingTime, bool signingCertificate,
     EmailPtr signature = createSignaturePart(*m_common, filename, der, log);
     keepReceivedContent(*content, std::move(text));
     if (!appendPart(*outer, std::move(content)) || !appendPart(*outer, std::move(signature))) return nullptr;
-    if (isWithFiles) outer->setHeaderField_a("X-MS-Has-Attach", "yes", /*asGiven=*/false, log);
+    if (hasFiles) outer->setHeaderField_a("X-MS-Has-Attach", "yes", /*asGiven=*/false, log);
     return outer.release();
   });
 }

@@ -6,7 +6,7 @@
 #include "mailtree/crypto/SymmetricCipher.h"
 #include "mailtree/crypto/Wipe.h"
 #include "mailtree/email/internal.h"
-#include "mailtree/mime/SealedBody.h"
+#include "mailtree/mime/EncryptedBody.h"
 #include "mailtree/mime/coding/ContentCoding.h"
 
 namespace mailtree {
@@ -92,18 +92,18 @@ void restoreEncoding(Email2& node, LogBase& log) {
 }
 
 /// An empty body was not encrypted, so there is no original encoding to restore.
-bool wasLeftAlone(const Email2& node) noexcept {
+bool wasNotEncrypted(const Email2& node) noexcept {
   return node.m_body.isEmpty() && node.m_header.findField(kOriginalEncodingField) < 0;
 }
 
 bool Pass::decryptBody(Email2& node, bool isBinary) {
-  if (wasLeftAlone(node)) return true;
+  if (wasNotEncrypted(node)) return true;
   bindNextBody(node);
   DataBuffer plain;
   // GCM never makes an empty body: it was removed.
-  const bool isTakenOut = node.m_body.isEmpty() && bindsBodies();
-  if (isTakenOut) m_log.logError("An encrypted body is missing");
-  if (isTakenOut || (!node.m_body.isEmpty() && !decryptTo(node.m_body, isBinary, plain))) return false;
+  const bool isRemoved = node.m_body.isEmpty() && bindsBodies();
+  if (isRemoved) m_log.logError("An encrypted body is missing");
+  if (isRemoved || (!node.m_body.isEmpty() && !decryptTo(node.m_body, isBinary, plain))) return false;
   node.m_body.takeData(plain);
   restoreEncoding(node, m_log);
   return true;

@@ -18,15 +18,15 @@
 #include "mailtree/crypto/UnwrapInfo.h"
 #include "mailtree/crypto/Wipe.h"
 #include "mailtree/mime/MimeMessage2.h"
-#include "mailtree/secure/coverage.h"
 #include "mailtree/secure/inner_content.h"
 #include "mailtree/secure/layer_forms.h"
 #include "mailtree/secure/received_signature.h"
+#include "mailtree/secure/signer_match.h"
 
 namespace mailtree {
 namespace {
 
-void cover(SecureLayer& layer, const PartPath& path) {
+void setPlaces(SecureLayer& layer, const PartPath& path) {
   layer.part = path.text();
   layer.places = path.places();
 }
@@ -44,18 +44,18 @@ class Unwrapper {
 
   void visit(MimeMessage2& entity, const PartPath& path);
   void visitParts(MimeMessage2& entity, const PartPath& path);
-  Content takeOff(MimeMessage2& entity, const PartPath& path);
-  void leaveClosed(LayerKind kind, const PartPath& path);
+  Content unwrapLayer(MimeMessage2& entity, const PartPath& path);
+  void recordUnopened(LayerKind kind, const PartPath& path);
   void reportLimit(Limit limit);
-  void reportLacks();
+  void reportExceededBudget();
 
-  Content takeOffSignature(MimeMessage2& entity, const PartPath& path);
+  Content unwrapSignature(MimeMessage2& entity, const PartPath& path);
   Content open(MimeMessage2& entity, const PartPath& path);
   void replace(MimeMessage2& layer, MimeMessage2& content, const PartPath& path);
   bool verify(MimeMessage2& entity, SecureLayer& layer);
   Owned<MimeMessage2> takeSignedContent(MimeMessage2& entity, int level);
   void becomeMixed(MimeMessage2& entity, Owned<MimeMessage2> content);
-  void showBytesOfInnerSignatures(MimeMessage2& entity, int level);
+  void reparseInnerSignatures(MimeMessage2& entity, int level);
   void record(SecureLayer&& layer);
   void count(const SecureLayer& layer);
 
@@ -66,13 +66,13 @@ class Unwrapper {
   std::optional<std::string> m_sender;  ///< Read at the first layer: most messages have none.
   int m_reloads = 0;
   int m_opened = 0;
-  bool m_hasClosed = false;  ///< A layer was not opened because there were too many.
+  bool m_hasUnopened = false;  ///< A layer was not opened because there were too many.
 };
 
 /// The recursion is bounded: the content of a layer is parsed at its own depth.
 void Unwrapper::visit(MimeMessage2& entity, const PartPath& path) {
   const auto layersBefore = static_cast<std::ptrdiff_t>(m_info.m_layers.size());
-  if (const Content content = takeOff(entity, path))
+  if (const Content content = unwrapLayer(entity, path))
     visit(entity, path.content(*content));
   else
     visitParts(entity, path);
@@ -85,35 +85,35 @@ void Unwrapper::visit(MimeMessage2& entity, const PartPath& path) {
 
 void Unwrapper::visitParts(MimeMessage2& entity, const PartPath& path) {
   entity.markUnwrapped();
-  if (isMultipartSigned(entity)) showBytesOfInnerSignatures(entity, path.level + 1);
+  if (isMultipartSigned(entity)) reparseInnerSignatures(entity, path.level + 1);
   for (int i = 0; i < entity.getNumParts(); ++i) {
     MimeMessage2& part = *entity.getPart(i);
     visit(part, path.part(i, part.origin()));
   }
 }
 
-Unwrapper::Content Unwrapper::takeOff(MimeMessage2& entity, const PartPath& path) {
+Unwrapper::Content Unwrapper::unwrapLayer(MimeMessage2& entity, const PartPath& path) {
   const bool isDetached = hasDetachedSignature(entity);
   if (!isDetached && !isPkcs7Mime(entity)) return std::nullopt;
   if (!m_sender) m_sender = soleSender(m_message, m_log);
   // Layers that could not be opened count too: each costs a check of every key.
   if (m_info.m_budget.layers <= 0) {
-    leaveClosed(isDetached ? LayerKind::detachedSignature : kindOf(entity), path);
+    recordUnopened(isDetached ? LayerKind::detachedSignature : kindOf(entity), path);
     return std::nullopt;
   }
   --m_info.m_budget.layers;
-  return isDetached ? takeOffSignature(entity, path) : open(entity, path);
+  return isDetached ? unwrapSignature(entity, path) : open(entity, path);
 }
 
 /// A layer beyond the limit: it was found, but nothing is known about it. Only the first is recorded, because
 /// there may be thousands.
-void Unwrapper::leaveClosed(LayerKind kind, const PartPath& path) {
+void Unwrapper::recordUnopened(LayerKind kind, const PartPath& path) {
   SecureLayer layer;
   layer.kind = kind;
-  cover(layer, path);
+  setPlaces(layer, path);
   layer.problem = "not opened: too many layers";
   reportLimit(Limit::layers);
-  if (std::exchange(m_hasClosed, true)) return count(layer);
+  if (std::exchange(m_hasUnopened, true)) return count(layer);
   record(std::move(layer));
 }
 
@@ -126,22 +126,22 @@ void Unwrapper::reportLimit(Limit limit) {
 }
 
 /// Reports the limits that kept the last layer closed.
-void Unwrapper::reportLacks() {
+void Unwrapper::reportExceededBudget() {
   LoadBudget& budget = m_info.m_budget;
-  if (std::exchange(budget.lackedBytes, false)) reportLimit(Limit::layerBytes);
-  if (std::exchange(budget.lackedTrials, false)) reportLimit(Limit::keyTrials);
+  if (std::exchange(budget.outOfBytes, false)) reportLimit(Limit::layerBytes);
+  if (std::exchange(budget.outOfTrials, false)) reportLimit(Limit::keyTrials);
 }
 
 // Detached signatures
 
-Unwrapper::Content Unwrapper::takeOffSignature(MimeMessage2& entity, const PartPath& path) {
+Unwrapper::Content Unwrapper::unwrapSignature(MimeMessage2& entity, const PartPath& path) {
   constexpr int kContentAndSignature = 2;
   const bool hasMore = entity.getNumParts() > kContentAndSignature;
   SecureLayer layer;
   layer.opened = verify(entity, layer);
-  reportLacks();
+  reportExceededBudget();
   layer.kind = LayerKind::detachedSignature;
-  cover(layer, layer.opened && hasMore ? path.part(0, entity.getPart(0)->origin()) : path);
+  setPlaces(layer, layer.opened && hasMore ? path.part(0, entity.getPart(0)->origin()) : path);
   matchSender(layer, *m_sender);
   const bool opened = layer.opened;
   record(std::move(layer));
@@ -171,7 +171,7 @@ bool Unwrapper::verify(MimeMessage2& entity, SecureLayer& layer) {
 /// The content, as parsed with the message; parsed again when signatures inside it need their received bytes.
 Owned<MimeMessage2> Unwrapper::takeSignedContent(MimeMessage2& entity, int level) {
   Owned<MimeMessage2> content(entity.extractPart(0));
-  if (holdsDetachedSignature(*content) && !content->reloadReceived(level, m_info.m_budget.parts, m_log))
+  if (containsDetachedSignature(*content) && !content->reloadReceived(level, m_info.m_budget.parts, m_log))
     throw std::bad_alloc();
   std::ignore = content->extractReceivedBytes();
   return content;
@@ -193,10 +193,10 @@ void Unwrapper::becomeMixed(MimeMessage2& entity, Owned<MimeMessage2> content) {
 
 /// The parser keeps the received bytes for the outermost multipart/signed only. If that one stays, such as an
 /// OpenPGP signature, those inside it get theirs by a second parse; not too often, because each is a copy.
-void Unwrapper::showBytesOfInnerSignatures(MimeMessage2& entity, int level) {
+void Unwrapper::reparseInnerSignatures(MimeMessage2& entity, int level) {
   for (int i = 0; i < entity.getNumParts(); ++i) {
     MimeMessage2& part = *entity.getPart(i);
-    if (!part.receivedBytes() || !holdsDetachedSignature(part)) continue;
+    if (!part.receivedBytes() || !containsDetachedSignature(part)) continue;
     if (m_reloads++ >= kMaxUnwrappedLayers) return reportLimit(Limit::layers);
     if (!part.reloadReceived(level, m_info.m_budget.parts, m_log)) throw std::bad_alloc();
   }
@@ -210,10 +210,10 @@ Unwrapper::Content Unwrapper::open(MimeMessage2& entity, const PartPath& path) {
   const WipedAtEnd wiped(bytes);
   const bool opened =
       Pkcs7Opener::open(entity.getMimeBodyDb()->view(), m_certs, bytes, layer, m_info.m_budget, m_log);
-  reportLacks();
+  reportExceededBudget();
   if (layer.kind == LayerKind::unknown) layer.kind = claimedKind(entity);
   layer.opened = opened;
-  cover(layer, path);
+  setPlaces(layer, path);
   matchSender(layer, *m_sender);
   record(std::move(layer));
   if (!opened) return std::nullopt;
@@ -258,9 +258,9 @@ void Unwrapper::count(const SecureLayer& layer) {
 
 /// The parts of a message that could not be examined are not unwrapped on their own: a part would count as
 /// the whole message, and its sender as the sender of the message.
-void leaveAll(MimeMessage2& entity) noexcept {
+void markAllUnwrapped(MimeMessage2& entity) noexcept {
   entity.markUnwrapped();
-  for (int i = 0; i < entity.getNumParts(); ++i) leaveAll(*entity.getPart(i));
+  for (int i = 0; i < entity.getNumParts(); ++i) markAllUnwrapped(*entity.getPart(i));
 }
 
 }  // namespace
@@ -272,7 +272,7 @@ void MimeMessage2::unwrapSecurity3(UnwrapInfo& info, _clsCades& /*cades*/, Syste
     return true;
   });
   if (finished) return;
-  leaveAll(*this);
+  markAllUnwrapped(*this);
   info.m_allSignaturesValid = info.m_allDataDecrypted = false;
   log.logError("Out of memory while unwrapping security layers.");
 }

@@ -86,7 +86,7 @@ void appendLoneName(std::string_view name, const Style& style, std::size_t colum
 
 // Addresses
 
-std::string insideOfQuotes(std::string_view quoted) {
+std::string quotedContent(std::string_view quoted) {
   std::string inside;
   appendUnescaped(quoted.substr(1, quoted.size() - 2), inside);
   return inside;
@@ -106,7 +106,7 @@ bool separatesAddresses(char c) noexcept {
 void appendLocalPart(std::string_view localPart, std::string& out) {
   std::string text;
   if (isQuoted(localPart)) {
-    text = insideOfQuotes(localPart);
+    text = quotedContent(localPart);
   } else {
     std::remove_copy_if(localPart.begin(), localPart.end(), std::back_inserter(text), separatesAddresses);
   }
@@ -131,7 +131,7 @@ void appendDomain(std::string_view domain, std::string& out) {
 }
 
 // The address as a header can hold it; empty when nothing is left.
-std::string harmlessAddress(std::string_view address) {
+std::string safeAddress(std::string_view address) {
   std::string out;
   const std::size_t at = address.rfind('@');
   appendLocalPart(address.substr(0, at), out);
@@ -144,7 +144,7 @@ std::string harmlessAddress(std::string_view address) {
 // A bare local part gets angle brackets, or a reader could take it for the last name in "Last, First <a@b>".
 void appendEntry(const _svEmailAddress& entry, const Style& style, bool isFirst, std::string& out) {
   const std::string name = singleLine(trim(entry.m_name.view()));
-  const std::string address = harmlessAddress(trim(entry.m_address.view()));
+  const std::string address = safeAddress(trim(entry.m_address.view()));
   if (name.empty() && address.empty()) return;
   if (style.forHeader && address.size() > kMaxAddress) return;
   if (!isFirst) out += ", ";
@@ -208,11 +208,11 @@ int _svEmailAddress::parseAndLoadList(const char* text, ExtPtrArray& out, bool /
 }
 
 int _svEmailAddress::parseAndLoadList(std::string_view text, ExtPtrArray& out) {
-  return appendEntries(text, AddressReader::LoneNames::passOver, out);
+  return appendEntries(text, AddressReader::LoneNames::skip, out);
 }
 
 int _svEmailAddress::parseAndLoadEntries(std::string_view text, ExtPtrArray& out) {
-  return appendEntries(text, AddressReader::LoneNames::give, out);
+  return appendEntries(text, AddressReader::LoneNames::keep, out);
 }
 
 void _svEmailAddress::emitAsMimeField(const ExtPtrArray& list, int codePage, bool /*first*/, bool forHeader,
@@ -264,7 +264,7 @@ void _svEmailAddress::clearEmailAddress() {
 }
 
 bool readsAsEntries(std::string_view text, const ExtPtrArray& entries) {
-  AddressReader reader(text, AddressReader::LoneNames::give);
+  AddressReader reader(text, AddressReader::LoneNames::keep);
   for (int i = 0; i < entries.getSize(); ++i) {
     const auto& entry = *entries.at<_svEmailAddress>(i);
     const std::optional<ReadAddress> read = reader.next();

@@ -16,14 +16,14 @@ constexpr bool isSpecial(char c) noexcept {
   return c == '<' || c == '>' || c == ',' || c == ';' || c == ':' || c == '@';
 }
 
-constexpr bool isBlankHere(char c) noexcept { return isSpaceAscii(c) || c == '\0'; }
+constexpr bool isBlankOrNul(char c) noexcept { return isSpaceAscii(c) || c == '\0'; }
 
 /// By byte: whether it ends a word.
 constexpr std::array<bool, 256> kEndsWord = [] {
   std::array<bool, 256> table{};
   for (std::size_t i = 0; i < table.size(); ++i) {
     const char c = static_cast<char>(i);
-    table[i] = isBlankHere(c) || isSpecial(c) || c == '"' || c == '(';
+    table[i] = isBlankOrNul(c) || isSpecial(c) || c == '"' || c == '(';
   }
   return table;
 }();
@@ -92,7 +92,7 @@ AddressToken AddressLexer::next() noexcept {
     if (c == '"') {
       const std::size_t close = closingQuote();
       if (close != kNowhere) return takeDelimited(Kind::quoted, close);
-    } else if (!isBlankHere(c)) {
+    } else if (!isBlankOrNul(c)) {
       return isSpecial(c) ? take(Kind::special, 1) : take(Kind::word, wordEnd() - m_position);
     }
     m_afterBlank = true;

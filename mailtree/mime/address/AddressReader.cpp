@@ -75,9 +75,9 @@ std::string nameOfTokens(std::span<const AddressToken> tokens) {
 }
 
 std::optional<ReadAddress> AddressReader::next() {
-  while (m_given == m_ready.size()) {
+  while (m_returned == m_ready.size()) {
     m_ready.clear();
-    m_given = 0;
+    m_returned = 0;
     const AddressToken token = m_lexer.next();
     if (token.kind != Kind::end) {
       see(token);
@@ -86,7 +86,7 @@ std::optional<ReadAddress> AddressReader::next() {
     finishEntry();
     if (m_ready.empty()) return std::nullopt;
   }
-  return std::move(m_ready[m_given++]);
+  return std::move(m_ready[m_returned++]);
 }
 
 // Collecting tokens
@@ -96,22 +96,22 @@ void AddressReader::see(AddressToken token) {
   if (token.kind == Kind::comment) {
     m_comments.push_back({m_tokens.size(), token.text});
   } else if (token.is(',')) {
-    seeComma(token);
+    onComma(token);
   } else if (token.is(';')) {
     finishEntry();
   } else if (token.is(':')) {
-    seeColon(token);
+    onColon(token);
   } else if (token.is('<')) {
-    seeAngle(token);
+    onOpeningAngle(token);
   } else if (token.is('>')) {
-    seeClosingAngle(token);
+    onClosingAngle(token);
   } else {
     if (token.is('@') && m_angleEnd == kNone) m_hasAt = true;
     m_tokens.push_back(token);
   }
 }
 
-void AddressReader::seeComma(const AddressToken& comma) {
+void AddressReader::onComma(const AddressToken& comma) {
   if (isInRoute()) {
     m_tokens.push_back(comma);
     return;
@@ -134,7 +134,7 @@ bool AddressReader::isInRoute() const noexcept {
   return following.is('@') || following.is(',');
 }
 
-void AddressReader::seeColon(const AddressToken& colon) {
+void AddressReader::onColon(const AddressToken& colon) {
   if (isAngleOpen()) {
     const Range inside{m_angle + 1, m_tokens.size()};
     const bool isRoute = !inside.isEmpty() && m_tokens[inside.begin].is('@');
@@ -155,7 +155,7 @@ void AddressReader::seeColon(const AddressToken& colon) {
   clearEntry();
 }
 
-void AddressReader::seeAngle(const AddressToken& angle) {
+void AddressReader::onOpeningAngle(const AddressToken& angle) {
   const bool isFirst = m_angle == kNone;
   if (!isFirst && isAngleOpen()) {
     if (m_tokens.size() == m_angle + 1) return;  // doubled
@@ -177,7 +177,7 @@ void AddressReader::openAngle(const AddressToken& angle) {
   m_tokens.push_back(angle);
 }
 
-void AddressReader::seeClosingAngle(const AddressToken& angle) {
+void AddressReader::onClosingAngle(const AddressToken& angle) {
   m_blankBefore = true;
   if (!isAngleOpen()) return;
   m_angleEnd = m_tokens.size();
@@ -199,7 +199,7 @@ void AddressReader::finishEntry() {
 void AddressReader::finishAngle() {
   Range name{m_part, m_angle};
   if (name.isEmpty()) {
-    name = takeDanglingName();
+    name = takeDetachedName();
     finishEarlierParts();
   } else {
     finishQuotedParts();
@@ -211,11 +211,11 @@ void AddressReader::finishAngle() {
   if (address.empty()) {
     if (name.begin < m_part && !m_earlierParts.empty()) name.begin = m_part;
     finishEarlierParts();
-    if (holdsAt(name)) return finishBare(name);  // "a@b <>"
-    return giveLoneName({name.begin, angleEnd == m_angle + 1 ? name.end : m_tokens.size()});
+    if (containsAt(name)) return finishBare(name);  // "a@b <>"
+    return addLoneName({name.begin, angleEnd == m_angle + 1 ? name.end : m_tokens.size()});
   }
   const Range rest{std::min(angleEnd + 1, m_tokens.size()), m_tokens.size()};
-  const bool restIsAddress = holdsAt(rest);
+  const bool restIsAddress = containsAt(rest);
   std::string text = nameOf(name);
   if (text.empty() && !restIsAddress) text = nameOf(rest);
   give(std::move(text), {name.begin, restIsAddress ? rest.begin : rest.end}, std::move(address));
@@ -238,7 +238,7 @@ void AddressReader::finishQuotedParts() {
 }
 
 // The name in "Full Name", <a@b>, taken from the earlier parts, which otherwise hold no address.
-AddressReader::Range AddressReader::takeDanglingName() {
+AddressReader::Range AddressReader::takeDetachedName() {
   if (m_earlierParts.empty()) return {m_angle, m_angle};
   const Range last = m_earlierParts.back();
   if (mayBeLocalPart(last)) return {m_angle, m_angle};
@@ -249,13 +249,13 @@ AddressReader::Range AddressReader::takeDanglingName() {
 // Without angle brackets every run of tokens with an "@" is an address, and the words before it are its name.
 void AddressReader::finishBare(Range range) {
   if (range.isEmpty()) return;
-  if (!holdsAt(range)) return finishWords(range);
+  if (!containsAt(range)) return finishWords(range);
 
   const std::size_t before = m_ready.size();
   Index nameBegin = range.begin;
   for (Range run{range.begin, range.begin}; run.end < range.end;) {
     run = firstRun({run.end, range.end}, /*inAngle=*/false);
-    if (!holdsAt(run)) continue;
+    if (!containsAt(run)) continue;
     const bool isFirst = nameBegin == range.begin;  // a comment between addresses belongs to the first
     give(nameOf({nameBegin, run.begin}), {isFirst ? nameBegin : nameBegin + 1, run.end}, addressOf(run));
     nameBegin = run.end;
@@ -267,7 +267,7 @@ void AddressReader::finishBare(Range range) {
 // Without an "@", a single bare ASCII word is a local part; anything else is a name.
 void AddressReader::finishWords(Range range) {
   std::string localPart = mayBeLocalPart(range) ? addressOf(range) : std::string();
-  if (localPart.empty() || localPart.starts_with('"')) return giveLoneName(range);
+  if (localPart.empty() || localPart.starts_with('"')) return addLoneName(range);
   give({}, range, std::move(localPart));
 }
 
@@ -286,8 +286,8 @@ void AddressReader::give(std::string name, Range comments, std::string address) 
   m_ready.push_back({std::move(name), std::move(address)});
 }
 
-void AddressReader::giveLoneName(Range range) {
-  if (!m_givesLoneNames || range.isEmpty()) return;
+void AddressReader::addLoneName(Range range) {
+  if (!m_keepsLoneNames || range.isEmpty()) return;
   std::string name = nameOf(range);
   if (!name.empty()) m_ready.push_back({std::move(name), {}});
 }
@@ -335,7 +335,7 @@ AddressReader::Range AddressReader::addressRun(Range range, bool inAngle) const 
   const Range only = firstRun(range, inAngle);
   if (only.end == range.end) return only;
   for (Range run = only; !run.isEmpty(); run = firstRun({run.end, range.end}, inAngle))
-    if (holdsAt(run)) return run;
+    if (containsAt(run)) return run;
   return {};
 }
 

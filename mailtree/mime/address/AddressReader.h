@@ -30,10 +30,10 @@ std::string nameOfTokens(std::span<const AddressToken> tokens);
 class AddressReader {
  public:
   /// What to do with an entry that has a name and no address.
-  enum class LoneNames { passOver, give };
+  enum class LoneNames { skip, keep };
 
-  explicit AddressReader(std::string_view text, LoneNames loneNames = LoneNames::passOver)
-      : m_lexer(text), m_givesLoneNames(loneNames == LoneNames::give) {
+  explicit AddressReader(std::string_view text, LoneNames loneNames = LoneNames::skip)
+      : m_lexer(text), m_keepsLoneNames(loneNames == LoneNames::keep) {
     m_tokens.reserve(kFewTokens);
   }
   std::optional<ReadAddress> next();
@@ -54,10 +54,10 @@ class AddressReader {
   };
 
   void see(AddressToken token);
-  void seeComma(const AddressToken& comma);
-  void seeColon(const AddressToken& colon);
-  void seeAngle(const AddressToken& angle);
-  void seeClosingAngle(const AddressToken& angle);
+  void onComma(const AddressToken& comma);
+  void onColon(const AddressToken& colon);
+  void onOpeningAngle(const AddressToken& angle);
+  void onClosingAngle(const AddressToken& angle);
   void openAngle(const AddressToken& angle);
   bool isAngleOpen() const noexcept { return m_angle != kNone && m_angleEnd == kNone; }
   bool isInRoute() const noexcept;
@@ -68,10 +68,10 @@ class AddressReader {
   void finishWords(Range range);
   void finishEarlierParts();
   void finishQuotedParts();
-  Range takeDanglingName();
+  Range takeDetachedName();
   void clearEntry() noexcept;
   void give(std::string name, Range comments, std::string address);
-  void giveLoneName(Range range);
+  void addLoneName(Range range);
 
   bool isQuotedName(Range range) const;
   bool mayBeLocalPart(Range range) const;
@@ -79,15 +79,15 @@ class AddressReader {
   Range firstRun(Range range, bool inAngle) const noexcept;
   Range addressRun(Range range, bool inAngle) const noexcept;
   Index lastAt(Range range) const noexcept;  ///< The end of the range when there is none.
-  bool holdsAt(Range range) const noexcept { return lastAt(range) < range.end; }
+  bool containsAt(Range range) const noexcept { return lastAt(range) < range.end; }
   std::string addressOf(Range range) const;
   std::string nameOf(Range range) const;
   std::string commentIn(Range range) const;
 
   AddressLexer m_lexer;
-  bool m_givesLoneNames;
+  bool m_keepsLoneNames;
   std::vector<ReadAddress> m_ready;
-  std::size_t m_given = 0;  // Entries of m_ready already returned.
+  std::size_t m_returned = 0;  // Entries of m_ready already returned.
 
   // The entry being read. Commas split it into parts while it may turn out to be "Last, First <a@b>".
   std::vector<AddressToken> m_tokens;

@@ -92,23 +92,23 @@ enum class TextOrigin {
   validUtf8,   ///< The label was unknown or wrong, the bytes are utf-8.
   detected,    ///< The label was unknown or wrong, a detected code page decoded the bytes.
   unlabelled,  ///< No label; not converted.
-  unexplained  ///< Nothing fits; not converted.
+  undetected   ///< Nothing fits; not converted.
 };
 
 struct DecodedText {
   TextOrigin origin;
-  int codePage;             ///< The one that decoded the bytes; 0 for unlabelled and unexplained.
+  int codePage;             ///< The one that decoded the bytes; 0 for unlabelled and undetected.
   bool converted;           ///< Whether `out` holds new text; when false the bytes stay as they are.
   std::size_t damaged = 0;  ///< Invalid sequences: U+FFFD in `out`; utf-8 keeps them.
 };
 
-/// Converts received text to utf-8. The label is trusted when it can decode every byte; else byte order mark,
-/// valid utf-8, readDespiteDamage and detection are tried. `out` is replaced only when `converted` is true
-/// (7-bit text in an ASCII-compatible charset and utf-8, even damaged, need no conversion).
+/// Converts received text to utf-8. The label is trusted when it can decode every byte; else byte order
+/// mark, valid utf-8, codePageDespiteDamage and detection are tried. `out` is replaced only when `converted`
+/// is true (7-bit text in an ASCII-compatible charset and utf-8, even damaged, need no conversion).
 DecodedText receivedTextToUtf8(std::string_view label, std::string_view bytes, DataBuffer& out);
 
 /// Whether a byte C2 or C3 is followed by a non-ASCII byte, as every accented Latin letter is in utf-8.
-bool holdsAccentInUtf8(std::string_view bytes) noexcept;
+bool containsUtf8Accent(std::string_view bytes) noexcept;
 
 struct DamagedReading {
   int codePage;         ///< 0 when none decodes enough.
@@ -118,6 +118,6 @@ struct DamagedReading {
 /// The code page of a text that its label (`claimed`, 0 for none) does not decode completely: a few damaged
 /// bytes do not disprove it. The label utf-8 is trusted when valid sequences outnumber damaged ones, another
 /// multibyte one when nine in ten are valid or only one is damaged; so is utf-8 without a label.
-DamagedReading readDespiteDamage(int claimed, std::string_view bytes);
+DamagedReading codePageDespiteDamage(int claimed, std::string_view bytes);
 
 }  // namespace mailtree

@@ -16,7 +16,7 @@ namespace {
 constexpr unsigned byteOf(char c) noexcept { return static_cast<unsigned char>(c); }
 
 /// Whether the code page decodes every byte.
-bool explains(int codePage, std::string_view bytes) {
+bool decodesAll(int codePage, std::string_view bytes) {
   std::string scratch;
   return decodeToUtf8(codePage, bytes, scratch);
 }
@@ -86,7 +86,7 @@ constexpr EscapeRow kEscapes[] = {
 int codePageByEscapes(std::string_view bytes) {
   if (bytes.find('\x1B') == std::string_view::npos || !isAscii(bytes)) return 0;
   for (const auto& [escape, codePage] : kEscapes)
-    if (bytes.find(escape) != std::string_view::npos && explains(codePage, bytes)) return codePage;
+    if (bytes.find(escape) != std::string_view::npos && decodesAll(codePage, bytes)) return codePage;
   return 0;
 }
 
@@ -104,7 +104,7 @@ constexpr bool isWesternLetter(char c) noexcept {
 
 /// Whether the accented letters from `begin` to `end` can be in a word: one anywhere,
 /// two next to an ASCII letter, never three.
-bool standsInWord(std::string_view bytes, std::size_t begin, std::size_t end) noexcept {
+bool fitsInWord(std::string_view bytes, std::size_t begin, std::size_t end) noexcept {
   if (end - begin != 2) return end - begin < 2;
   return (begin > 0 && isAlphaAscii(bytes[begin - 1])) || (end < bytes.size() && isAlphaAscii(bytes[end]));
 }
@@ -122,7 +122,7 @@ bool looksWestern(std::string_view bytes) noexcept {
     }
     const std::size_t begin = i;
     while (i < bytes.size() && isWesternLetter(bytes[i])) ++i;
-    if (i == begin || !standsInWord(bytes, begin, i)) return false;
+    if (i == begin || !fitsInWord(bytes, begin, i)) return false;
     accented += i - begin;
     --i;
   }
@@ -135,15 +135,15 @@ struct CloseDetector {
   void operator()(UCharsetDetector* detector) const noexcept { ucsdet_close(detector); }
 };
 
-constexpr std::int32_t kLeastConfidence = 10;
+constexpr std::int32_t kMinConfidence = 10;
 
 /// ISO code pages have only controls between 0x80 and 0x9F, the related Windows code pages letters and signs.
-struct Sister {
+struct RelatedPage {
   int isoPage;
   int windowsPage;
 };
 
-constexpr Sister kSisters[] = {
+constexpr RelatedPage kRelatedPages[] = {
     {kCpLatin1, kCpWindows1252}, {kCpLatin2, 1250}, {28597, 1253}, {28598, 1255}, {28599, 1254}};
 
 bool hasC1(std::string_view bytes) noexcept {
@@ -151,10 +151,11 @@ bool hasC1(std::string_view bytes) noexcept {
                      [](char c) { return byteOf(c) >= 0x80 && byteOf(c) < 0xA0; });
 }
 
-int withSister(int codePage, std::string_view bytes) noexcept {
-  const auto* const found = std::find_if(std::begin(kSisters), std::end(kSisters),
-                                         [codePage](const Sister& row) { return row.isoPage == codePage; });
-  return found != std::end(kSisters) && hasC1(bytes) ? found->windowsPage : codePage;
+int withRelatedPage(int codePage, std::string_view bytes) noexcept {
+  const auto* const found =
+      std::find_if(std::begin(kRelatedPages), std::end(kRelatedPages),
+                   [codePage](const RelatedPage& row) { return row.isoPage == codePage; });
+  return found != std::end(kRelatedPages) && hasC1(bytes) ? found->windowsPage : codePage;
 }
 
 int codePageByStatistics(std::string_view bytes) {
@@ -166,9 +167,10 @@ int codePageByStatistics(std::string_view bytes) {
   const UCharsetMatch** const matches = ucsdet_detectAll(detector.get(), &count, &error);
   if (U_FAILURE(error)) return 0;
   for (std::int32_t i = 0; i < count; ++i) {  // the best first
-    if (ucsdet_getConfidence(matches[i], &error) < kLeastConfidence) return 0;
-    const int codePage = withSister(codePageOfCharset(viewOf(ucsdet_getName(matches[i], &error))), bytes);
-    if (codePage && codePage != kCpUtf8 && explains(codePage, bytes)) return codePage;
+    if (ucsdet_getConfidence(matches[i], &error) < kMinConfidence) return 0;
+    const int codePage =
+        withRelatedPage(codePageOfCharset(viewOf(ucsdet_getName(matches[i], &error))), bytes);
+    if (codePage && codePage != kCpUtf8 && decodesAll(codePage, bytes)) return codePage;
   }
   return 0;
 }
@@ -180,7 +182,7 @@ struct Sequences {
   std::size_t damaged = 0;
 
   bool mostlyValid() const noexcept { return valid > 0 && valid >= 9 * damaged; }
-  bool oneBesideValid() const noexcept { return valid > 0 && damaged == 1; }
+  bool oneAmongValid() const noexcept { return valid > 0 && damaged == 1; }
 };
 
 Sequences utf8Sequences(std::string_view bytes) noexcept {
@@ -226,23 +228,23 @@ bool contradicts(int claimed, std::string_view bytes) noexcept {
 DamagedReading readDamaged(int claimed, std::string_view bytes) {
   if (isAsciiCompatible(claimed) && isValidUtf8(bytes)) return {kCpUtf8, 0};
   const Sequences utf8 = utf8Sequences(bytes);
-  const bool isBelieved = claimed == kCpUtf8 && utf8.valid > utf8.damaged;
-  if (isBelieved || utf8.mostlyValid()) return {kCpUtf8, utf8.damaged};
+  const bool isLabelTrusted = claimed == kCpUtf8 && utf8.valid > utf8.damaged;
+  if (isLabelTrusted || utf8.mostlyValid()) return {kCpUtf8, utf8.damaged};
 
   if (claimed != kCpUtf8 && isMultibyte(claimed) && !contradicts(claimed, bytes)) {
     const Sequences found = sequencesIn(claimed, bytes);
-    if (found.mostlyValid() || found.oneBesideValid()) return {claimed, found.damaged};
+    if (found.mostlyValid() || found.oneAmongValid()) return {claimed, found.damaged};
   }
   if (utf8.damaged == 0) return {kCpUtf8, 0};
   // In western text a capital before a closing quote is also a valid utf-8 sequence.
-  const bool isUtf8 = utf8.oneBesideValid() && (holdsAccentInUtf8(bytes) || !looksWestern(bytes));
+  const bool isUtf8 = utf8.oneAmongValid() && (containsUtf8Accent(bytes) || !looksWestern(bytes));
   return isUtf8 ? DamagedReading{kCpUtf8, 1} : DamagedReading{0, 0};
 }
 
 int detect(std::string_view bytes) {
   if (bytes.empty()) return 0;
   if (const int codePage = codePageByEscapes(bytes)) return codePage;
-  if (const int codePage = utf16ByZeros(bytes); codePage && explains(codePage, bytes)) return codePage;
+  if (const int codePage = utf16ByZeros(bytes); codePage && decodesAll(codePage, bytes)) return codePage;
   if (readDamaged(0, bytes).codePage == kCpUtf8) return kCpUtf8;
   return looksWestern(bytes) ? kCpWindows1252 : codePageByStatistics(bytes);
 }
@@ -252,8 +254,8 @@ int detect(std::string_view bytes) {
 /// The utf-16 variant of a text labelled utf-16. Without a mark and without a byte order in the label it is
 /// big-endian (RFC 2781, 4.3), unless its zeros say otherwise.
 int utf16ByLabel(std::string_view label, int codePage, std::string_view bytes) noexcept {
-  const bool saysOrder = codePage == kCpUtf16BE || containsNoCase(label, "le");
-  if (saysOrder) return codePage;
+  const bool namesByteOrder = codePage == kCpUtf16BE || containsNoCase(label, "le");
+  if (namesByteOrder) return codePage;
   return utf16ByZeros(bytes) == kCpUtf16LE ? kCpUtf16LE : kCpUtf16BE;
 }
 
@@ -267,16 +269,16 @@ class Receiver {
     const int named = codePageOfCharset(m_label);
     const int declared = isUtf16(named) ? byUtf16Label(named) : named;
     const Mark* const mark = markOf(m_bytes);
-    if (declared && carries(declared, TextOrigin::declared)) return m_result;
-    if (mark && carries(mark->codePage, TextOrigin::byteOrderMark)) return m_result;
-    if (const int escapes = codePageByEscapes(m_bytes); escapes && carries(escapes, TextOrigin::detected))
+    if (declared && tryCodePage(declared, TextOrigin::declared)) return m_result;
+    if (mark && tryCodePage(mark->codePage, TextOrigin::byteOrderMark)) return m_result;
+    if (const int escapes = codePageByEscapes(m_bytes); escapes && tryCodePage(escapes, TextOrigin::detected))
       return m_result;
-    if (mark ? carriesDamaged(mark->codePage, TextOrigin::byteOrderMark)
-             : carriesDamaged(declared, TextOrigin::declared))
+    if (mark ? tryDamaged(mark->codePage, TextOrigin::byteOrderMark)
+             : tryDamaged(declared, TextOrigin::declared))
       return m_result;
-    if (const int detected = detectCodePage(m_bytes); detected && carries(detected, TextOrigin::detected))
+    if (const int detected = detectCodePage(m_bytes); detected && tryCodePage(detected, TextOrigin::detected))
       return m_result;
-    return {TextOrigin::unexplained, 0, false};
+    return {TextOrigin::undetected, 0, false};
   }
 
  private:
@@ -287,7 +289,7 @@ class Receiver {
 
   /// Tries a code page that must decode every byte; m_result then says how, and m_out
   /// holds the text if it had to be converted.
-  bool carries(int codePage, TextOrigin origin) {
+  bool tryCodePage(int codePage, TextOrigin origin) {
     m_result = {origin, codePage, false};
     if (codePage == kCpUtf8) return isValidUtf8(m_bytes);
     if (isAsciiCompatible(codePage) && isAscii(m_bytes)) return true;
@@ -295,7 +297,7 @@ class Receiver {
   }
 
   /// Tries a code page, `claimed` if possible, that decodes enough of a text that none decodes completely.
-  bool carriesDamaged(int claimed, TextOrigin origin) {
+  bool tryDamaged(int claimed, TextOrigin origin) {
     const auto [codePage, damaged] = readDamaged(claimed, m_bytes);
     if (codePage == 0) return false;
     const TextOrigin other = damaged == 0 ? TextOrigin::validUtf8 : TextOrigin::detected;
@@ -319,12 +321,12 @@ class Receiver {
   std::string_view m_label;
   std::string_view m_bytes;
   DataBuffer& m_out;
-  DecodedText m_result{TextOrigin::unexplained, 0, false};
+  DecodedText m_result{TextOrigin::undetected, 0, false};
 };
 
 }  // namespace
 
-bool holdsAccentInUtf8(std::string_view bytes) noexcept {
+bool containsUtf8Accent(std::string_view bytes) noexcept {
   for (std::size_t i = 0; i + 1 < bytes.size(); ++i)
     if ((bytes[i] == '\xC2' || bytes[i] == '\xC3') && is8bit(bytes[i + 1])) return true;
   return false;
@@ -334,12 +336,12 @@ int detectCodePage(std::string_view bytes) {
   return neverThrow(0, [bytes] { return detect(bytes); });
 }
 
-DamagedReading readDespiteDamage(int claimed, std::string_view bytes) {
+DamagedReading codePageDespiteDamage(int claimed, std::string_view bytes) {
   return neverThrow(DamagedReading{0, 0}, [=] { return readDamaged(claimed, bytes); });
 }
 
 DecodedText receivedTextToUtf8(std::string_view label, std::string_view bytes, DataBuffer& out) {
-  return neverThrow(DecodedText{TextOrigin::unexplained, 0, false},
+  return neverThrow(DecodedText{TextOrigin::undetected, 0, false},
                     [&] { return Receiver(label, bytes, out).run(); });
 }
 

@@ -60,7 +60,7 @@ const FamilyRow* familyRow(int codePage) noexcept {
 
 constexpr PackedUtf8 kLead = 0;                        ///< Of a single byte: it begins a longer form.
 constexpr PackedUtf8 kUndefined = kPackedReplacement;  ///< Of a pair: no character.
-constexpr PackedUtf8 kAskIcu =
+constexpr PackedUtf8 kUseIcu =
     kPackedDamage;  ///< Of a pair: a longer form, or a character that does not fit.
 
 struct Table {
@@ -82,13 +82,13 @@ bool isCharacter(std::u16string_view units) noexcept {
 
 /// The table entry of a character.
 PackedUtf8 entryOf(std::u16string_view units) noexcept {
-  return units.size() == 1 && !isSurrogate(units[0]) ? packUtf8(units[0]) : kAskIcu;
+  return units.size() == 1 && !isSurrogate(units[0]) ? packUtf8(units[0]) : kUseIcu;
 }
 
 constexpr unsigned kFirstTrail = 0x30, kLastTrail = 0xFE;
 
 /// Fills the empty pairs of one row. The pairs are converted in one text, a line each.
-void fillRow(const char* converter, unsigned lead, bool privateUseToo, std::array<PackedUtf8, 256>& row) {
+void fillRow(const char* converter, unsigned lead, bool allowPrivateUse, std::array<PackedUtf8, 256>& row) {
   std::string text;
   for (unsigned trail = kFirstTrail; trail <= kLastTrail; ++trail) {
     text += static_cast<char>(lead);
@@ -103,7 +103,7 @@ void fillRow(const char* converter, unsigned lead, bool privateUseToo, std::arra
   for (unsigned trail = kFirstTrail; trail <= kLastTrail; ++trail) {
     const std::size_t end = std::min(rest.find(u'\n'), rest.size());
     const std::u16string_view one = rest.substr(0, end);
-    const bool wanted = isCharacter(one) && (!isPrivateUse(one[0]) || (privateUseToo && one.size() == 1));
+    const bool wanted = isCharacter(one) && (!isPrivateUse(one[0]) || (allowPrivateUse && one.size() == 1));
     if (row[trail] == kUndefined && wanted) row[trail] = entryOf(one);
     rest.remove_prefix(std::min(end + 1, rest.size()));
   }
@@ -111,8 +111,8 @@ void fillRow(const char* converter, unsigned lead, bool privateUseToo, std::arra
 
 /// Marks the pairs that begin a form of three or four bytes.
 void markLongForms(LongForm form, unsigned lead, std::array<PackedUtf8, 256>& row) {
-  if (form == LongForm::threeAfter8F && lead == 0x8F) row.fill(kAskIcu);
-  if (form == LongForm::fourWithFigures) std::fill(row.begin() + '0', row.begin() + '9' + 1, kAskIcu);
+  if (form == LongForm::threeAfter8F && lead == 0x8F) row.fill(kUseIcu);
+  if (form == LongForm::fourWithFigures) std::fill(row.begin() + '0', row.begin() + '9' + 1, kUseIcu);
 }
 
 /// The entry of a single byte, from the family's converters.
@@ -135,10 +135,10 @@ std::unique_ptr<const Table> makeTable(const Family& family) {
     row.fill(kUndefined);
     if (table->single[lead] != kLead) continue;
     markLongForms(family.longForm, lead, row);
-    fillRow(family.converter, lead, /*privateUseToo=*/!family.fallback, row);
+    fillRow(family.converter, lead, /*allowPrivateUse=*/!family.fallback, row);
     if (!family.fallback) continue;
-    fillRow(family.fallback, lead, /*privateUseToo=*/false, row);
-    fillRow(family.converter, lead, /*privateUseToo=*/true, row);
+    fillRow(family.fallback, lead, /*allowPrivateUse=*/false, row);
+    fillRow(family.converter, lead, /*allowPrivateUse=*/true, row);
   }
   return table;
 }
@@ -207,7 +207,7 @@ class Decoder {
   bool run() {
     while (m_p < m_end) {
       decodeByTable();
-      const bool isFull = m_used > kRoom - kMostPerStep;
+      const bool isFull = m_used > kRoom - kMaxPerStep;
       flush();
       if (m_p < m_end && !isFull) decodeRare();
     }
@@ -217,7 +217,7 @@ class Decoder {
 
  private:
   static constexpr std::size_t kRoom = 8192;
-  static constexpr std::size_t kMostPerStep = 16;
+  static constexpr std::size_t kMaxPerStep = 16;
 
   /// Decodes while table and buffer suffice. Uses locals, because the stored bytes could alias any member.
   void decodeByTable() noexcept {
@@ -225,7 +225,7 @@ class Decoder {
     const char* p = m_p;
     const char* const end = m_end;
     char* to = m_buffer.data() + m_used;
-    const char* const full = m_buffer.data() + kRoom - kMostPerStep;
+    const char* const full = m_buffer.data() + kRoom - kMaxPerStep;
     while (p < end && to <= full) {
       if (!is8bit(*p)) {
         if (!copyAsciiWord(p, end, to)) *to++ = *p++;

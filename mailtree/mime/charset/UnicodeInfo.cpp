@@ -101,8 +101,8 @@ const RangeRow* rowOf(char32_t c, const RangeRow* hint) noexcept {
 // Traditional charsets of one script, or of languages that share one.
 struct Family {
   Scripts scripts;
-  int sisters[4];  // Suggested, the best supported one first. 0: none.
-  int others[6];   // Not suggested, but as a preference they name the family.
+  int siblings[4];  // Suggested, the best supported one first. 0: none.
+  int others[6];    // Not suggested, but as a preference they name the family.
 };
 
 constexpr Family kFamilies[] = {
@@ -126,10 +126,10 @@ bool hasMember(const Family& family, int codePage) noexcept {
   const auto has = [codePage](const auto& codePages) {
     return std::find(std::begin(codePages), std::end(codePages), codePage) != std::end(codePages);
   };
-  return codePage > 0 && (has(family.sisters) || has(family.others));
+  return codePage > 0 && (has(family.siblings) || has(family.others));
 }
 
-bool carries(int codePage, std::string_view utf8, LogBase& log) {
+bool represents(int codePage, std::string_view utf8, LogBase& log) {
   DataBuffer scratch;
   return EncodingConvert::EncConvert(kCpUtf8, codePage, utf8.data(), utf8.size(), scratch, log);
 }
@@ -140,24 +140,24 @@ int usableCodePage(const char* preferred) noexcept {
   return isMailCodePage(codePage) ? codePage : 0;
 }
 
-// A sister of the preferred charset that can represent the text; 0 when there is none.
-int sisterFor(int preferred, Scripts scripts, std::string_view utf8, LogBase& log) {
+// A sibling of the preferred charset that can represent the text; 0 when there is none.
+int siblingFor(int preferred, Scripts scripts, std::string_view utf8, LogBase& log) {
   for (const Family& family : kFamilies) {
     const bool isOfFamily = (scripts & ~family.scripts) == 0;
     if (!isOfFamily || !hasMember(family, preferred)) continue;
-    for (const int sister : family.sisters)
-      if (sister != 0 && sister != preferred && carries(sister, utf8, log)) return sister;
+    for (const int sibling : family.siblings)
+      if (sibling != 0 && sibling != preferred && represents(sibling, utf8, log)) return sibling;
   }
   return 0;
 }
 
 int suggestedCodePage(int preferred, Scripts scripts, std::string_view utf8, LogBase& log) {
-  if (preferred != 0 && carries(preferred, utf8, log)) return preferred;
+  if (preferred != 0 && represents(preferred, utf8, log)) return preferred;
   const bool isLatin = (scripts & ~kLatin) == 0;
-  if (isLatin && (carries(kCpLatin1, utf8, log) || carries(kCpLatin2, utf8, log))) return 0;
+  if (isLatin && (represents(kCpLatin1, utf8, log) || represents(kCpLatin2, utf8, log))) return 0;
   // Text of ASCII letters is Latin, whatever quotes and dashes it contains.
-  const int sister = sisterFor(preferred, scripts == kCommon ? kLatin : scripts, utf8, log);
-  return sister != 0 ? sister : kCpUtf8;
+  const int sibling = siblingFor(preferred, scripts == kCommon ? kLatin : scripts, utf8, log);
+  return sibling != 0 ? sibling : kCpUtf8;
 }
 
 }  // namespace

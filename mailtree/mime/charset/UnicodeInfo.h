@@ -17,7 +17,7 @@ class UnicodeInfo {
   ///   1. the preferred one when it represents the text. utf-16, utf-32 and utf-7 do not count as a
   ///      preference: they do not work in text parts of mail;
   ///   2. none when iso-8859-1 or iso-8859-2 represents it;
-  ///   3. if the preference is a traditional charset of the text's one script, a sister that represents the
+  ///   3. if the preference is a traditional charset of the text's one script, a sibling that represents the
   ///      text: windows-1251 for "koi8-r" and a text with an em dash;
   ///   4. else utf-8: for mixed scripts, symbols, emoji, malformed text.
   /// To represent means that every character exists; best fits do not count.

@@ -54,8 +54,8 @@ char* encodeRun(const std::uint8_t* data, std::size_t size, char* out) noexcept 
 bool isClearText(std::string_view line) noexcept {
   const auto isStray = [](char c) { return digitValue(c) == kNoDigit && c != '='; };
   const std::string_view text = trim(line);
-  const auto strays = static_cast<std::size_t>(std::count_if(text.begin(), text.end(), isStray));
-  return 2 * strays > text.size() || (strays > 0 && text.find(' ') != std::string_view::npos);
+  const auto nonDigits = static_cast<std::size_t>(std::count_if(text.begin(), text.end(), isStray));
+  return 2 * nonDigits > text.size() || (nonDigits > 0 && text.find(' ') != std::string_view::npos);
 }
 
 /// Where decoding continues after the padding at p. Mailing lists append their footers in clear text: when

@@ -145,7 +145,7 @@ MAILTREE_AVX2 inline void storeHalves(void* low, void* high, __m256i bytes) noex
 
 struct Values {
   __m256i values;
-  __m256i strange;  ///< Non-zero where a byte is not a digit.
+  __m256i nonDigits;  ///< Non-zero where a byte is not a digit.
 };
 
 MAILTREE_AVX2 inline Values valuesOf(__m256i text) noexcept {
@@ -156,8 +156,8 @@ MAILTREE_AVX2 inline Values valuesOf(__m256i text) noexcept {
 }
 
 /// One bit per byte that is not a digit.
-MAILTREE_AVX2 inline std::uint32_t maskOf(__m256i strange) noexcept {
-  const __m256i digits = _mm256_cmpeq_epi8(strange, _mm256_setzero_si256());
+MAILTREE_AVX2 inline std::uint32_t maskOf(__m256i nonDigits) noexcept {
+  const __m256i digits = _mm256_cmpeq_epi8(nonDigits, _mm256_setzero_si256());
   return ~static_cast<std::uint32_t>(_mm256_movemask_epi8(digits));
 }
 
@@ -174,7 +174,7 @@ MAILTREE_AVX2 inline void storeDecoded(__m256i values, std::uint8_t* out) noexce
 /// Decodes a block and adds its bytes that are not digits to `wrong`.
 MAILTREE_AVX2 inline void decodeBlock(__m256i text, std::uint8_t* out, __m256i& wrong) noexcept {
   const Values block = valuesOf(text);
-  wrong = _mm256_or_si256(wrong, block.strange);
+  wrong = _mm256_or_si256(wrong, block.nonDigits);
   storeDecoded(block.values, out);
 }
 
@@ -310,9 +310,9 @@ MAILTREE_AVX2 std::size_t decodeAvx2(std::string_view text, std::uint8_t* out) n
       if (end - p < kDecodeMargin) break;
     }
     const Values block = valuesOf(load(p));
-    const std::uint32_t strange = maskOf(block.strange);
+    const std::uint32_t nonDigits = maskOf(block.nonDigits);
     storeDecoded(block.values, out);
-    if (strange == 0) {
+    if (nonDigits == 0) {
       p += kBlock;
       out += kBlockBytes;
       if (shape.digits) continue;
@@ -321,7 +321,7 @@ MAILTREE_AVX2 std::size_t decodeAvx2(std::string_view text, std::uint8_t* out) n
       out = reached.out;
       continue;
     }
-    const std::size_t whole = static_cast<unsigned>(__builtin_ctz(strange)) & ~3U;
+    const std::size_t whole = static_cast<unsigned>(__builtin_ctz(nonDigits)) & ~3U;
     p += whole;
     out += whole / 4 * 3;
     if (digitValue(*p) != kNoDigit) {

@@ -129,7 +129,7 @@ class WordJoiner {
     if (word.isBase64 || isAscii(word.payload) || !isValidUtf8(word.payload))
       appendPayload(word, m_bytes);
     else
-      addHalfEncoded(word.payload);
+      addUnescaped8bit(word.payload);
   }
 
   /// Joins the payloads of words with an unknown charset, which are utf-8.
@@ -146,7 +146,7 @@ class WordJoiner {
 
  private:
   /// A Q payload with unescaped 8-bit text. That text is already utf-8, whatever the charset of the word.
-  void addHalfEncoded(std::string_view payload) {
+  void addUnescaped8bit(std::string_view payload) {
     for (std::size_t at = 0; at < payload.size();) {
       const bool isText = is8bit(payload[at]);
       std::size_t end = at;
@@ -166,7 +166,7 @@ class WordJoiner {
 };
 
 void blankOutBreaks(std::string& text) noexcept {
-  if (!holdsBreak(text)) return;
+  if (!containsBreak(text)) return;
   for (char& c : text)
     if (c == '\r' || c == '\n' || c == '\0') c = ' ';
 }

@@ -62,7 +62,7 @@ std::size_t trailingBlanks(std::string_view text) noexcept {
 class WordWriter {
  public:
   WordWriter(std::string_view text, const HeaderEncoding& encoding)
-      : m_text(text), m_codePage(carrierOf(text, encoding.codePage)), m_words(encoding.words) {
+      : m_text(text), m_codePage(usableCodePage(text, encoding.codePage)), m_words(encoding.words) {
     const std::string_view charset =
         m_codePage == kCpUtf8 ? std::string_view("utf-8") : charsetNameOf(m_codePage);
     m_prefix.append("=?").append(charset).append(m_words == WordEncoding::b ? "?B?" : "?Q?");
@@ -83,7 +83,7 @@ class WordWriter {
   }
 
  private:
-  static int carrierOf(std::string_view text, int wanted) {
+  static int usableCodePage(std::string_view text, int wanted) {
     const int codePage = codePageToWrite(writableCodePage(wanted), text);
     if (codePage == kCpUtf8) return codePage;
     std::string scratch;
@@ -232,7 +232,7 @@ void appendEncodedWords(std::string_view utf8, const HeaderEncoding& encoding, s
 }
 
 std::string encodeUnstructured(std::string_view utf8, const HeaderEncoding& encoding, std::size_t column) {
-  if (holdsBreak(utf8)) return encodeUnstructured(withoutBreaks(utf8), encoding, column);
+  if (containsBreak(utf8)) return encodeUnstructured(withoutBreaks(utf8), encoding, column);
   return UnstructuredWriter(utf8, encoding, column, /*decodes=*/false).write();
 }
 

@@ -7,7 +7,7 @@
 namespace mailtree {
 
 /// Whether the text holds CR, LF or NUL, which no header value may.
-bool holdsBreak(std::string_view text) noexcept;
+bool containsBreak(std::string_view text) noexcept;
 
 /// The text on one line: a folding line break is removed, any other and NUL become one space.
 std::string withoutBreaks(std::string_view text);

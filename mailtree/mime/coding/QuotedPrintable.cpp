@@ -80,7 +80,7 @@ const char* afterSoftBreak(const char* p, const char* end) noexcept {
 
 }  // namespace
 
-void decodeOddEquals(const char*& p, const char* end, std::uint8_t*& out) noexcept {
+void decodeNonEscape(const char*& p, const char* end, std::uint8_t*& out) noexcept {
   if (const char* const after = afterSoftBreak(p, end)) {
     p = after;
   } else {
@@ -97,7 +97,7 @@ std::size_t decodePortable(std::string_view text, std::uint8_t* out) noexcept {
     copyPlain(p, end, out);
     const char* const escape = p;
     decodeEscapes(p, end, out);
-    if (p == escape && p < end) decodeOddEquals(p, end, out);
+    if (p == escape && p < end) decodeNonEscape(p, end, out);
   }
   return static_cast<std::size_t>(out - begin);
 }
@@ -130,7 +130,7 @@ char* encodeUnbrokenPortable(std::string_view bytes, char* to) noexcept {
   return to;
 }
 
-bool opensWithTrouble(std::string_view line) noexcept {
+bool needsEscapedStart(std::string_view line) noexcept {
   if (line.empty()) return false;
   switch (line[0]) {
     case '.': return true;
@@ -150,7 +150,7 @@ std::size_t plainLinesPortable(std::string_view text) noexcept {
     const std::size_t n = literalRun(rest.data(), std::min(rest.size(), kMaxLine + 1));
     if (n > kMaxLine || rest.substr(n, kBreak.size()) != kBreak) return done;
     const std::string_view line = rest.substr(0, n);
-    if (n && (isBlankAscii(line.back()) || opensWithTrouble(line))) return done;
+    if (n && (isBlankAscii(line.back()) || needsEscapedStart(line))) return done;
     done += n + kBreak.size();
   }
 }
@@ -192,7 +192,7 @@ namespace {
 
 /// Whether the rest of an encoded line needs no soft break.
 bool fitsLine(std::string_view text) noexcept {
-  return text.size() <= (opensWithTrouble(text) ? kMaxLine + 1 - kEscapeSize : kMaxLine);
+  return text.size() <= (needsEscapedStart(text) ? kMaxLine + 1 - kEscapeSize : kMaxLine);
 }
 
 /// How much of an encoded text fits in `room` before a soft break, without splitting an escape.
@@ -258,7 +258,7 @@ class LineWriter {
 
   /// Escapes the first byte if necessary; returns how many bytes of the text that took.
   static std::size_t putOpening(std::string_view text, char* to) noexcept {
-    if (!opensWithTrouble(text)) return 0;
+    if (!needsEscapedStart(text)) return 0;
     putEscape(text[0], to);
     return 1;
   }

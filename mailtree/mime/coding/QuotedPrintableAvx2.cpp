@@ -48,7 +48,7 @@ MAILTREE_AVX2 inline std::uint64_t equalsIn(const char* p) noexcept {
 }
 
 /// One bit per byte that is not literal.
-MAILTREE_AVX2 inline std::uint32_t strangersIn(__m256i text) noexcept {
+MAILTREE_AVX2 inline std::uint32_t nonLiteralsIn(__m256i text) noexcept {
   // Adding one makes the byte after "~" negative, like all bytes with the top bit set.
   const __m256i printable =
       _mm256_cmpgt_epi8(_mm256_add_epi8(text, _mm256_set1_epi8(1)), _mm256_set1_epi8(' '));
@@ -64,8 +64,8 @@ struct Progress {
 };
 
 /// Rare, and kept out of the fast path because it takes addresses.
-[[gnu::noinline]] Progress decodeOddOne(Progress at, const char* end) noexcept {
-  decodeOddEquals(at.p, end, at.out);
+[[gnu::noinline]] Progress decodeUncommon(Progress at, const char* end) noexcept {
+  decodeNonEscape(at.p, end, at.out);
   return at;
 }
 
@@ -79,7 +79,7 @@ MAILTREE_AVX2 inline Progress decodeFromEquals(Progress at, const char* end) noe
     *at.out++ = static_cast<std::uint8_t>(value);
     at.p += kEscapeSize;
   }
-  return at.p == begin ? decodeOddOne(at, end) : at;
+  return at.p == begin ? decodeUncommon(at, end) : at;
 }
 
 /// Decodes one block and moves on, beyond its end when an escape or soft break crosses it.
@@ -197,7 +197,7 @@ MAILTREE_AVX2 char* encodeUnbrokenAvx2(std::string_view bytes, std::size_t reada
     // before the end is known without counting.
     const std::size_t size = std::min(kHalf, static_cast<std::size_t>(end - p));
     const __m256i text = load(p);
-    const std::uint32_t escapes = strangersIn(text) & static_cast<std::uint32_t>((1ULL << size) - 1);
+    const std::uint32_t escapes = nonLiteralsIn(text) & static_cast<std::uint32_t>((1ULL << size) - 1);
     putHalf(p, text, size, escapes, to);
     to += size + (kEscapeSize - 1) * static_cast<std::size_t>(_mm_popcnt_u32(escapes));
     p += size;
@@ -210,12 +210,13 @@ MAILTREE_AVX2 std::size_t plainLinesAvx2(std::string_view text) noexcept {
   const char* p = text.data();
   const char* const end = p + text.size();
   while (end - p >= std::ptrdiff_t{kReach}) {
-    const std::uint64_t first = std::uint64_t{strangersIn(load(p + kHalf))} << kHalf | strangersIn(load(p));
+    const std::uint64_t first =
+        std::uint64_t{nonLiteralsIn(load(p + kHalf))} << kHalf | nonLiteralsIn(load(p));
     const std::size_t length =
         first ? lowestBit(first)
-              : kBlock + lowestBit(std::uint64_t{strangersIn(load(p + kBlock))} | 1ULL << kHalf);
+              : kBlock + lowestBit(std::uint64_t{nonLiteralsIn(load(p + kBlock))} | 1ULL << kHalf);
     if (length > kMaxLine || p[length] != '\r' || p[length + 1] != '\n') break;
-    if (length && (isBlankAscii(p[length - 1]) || opensWithTrouble(std::string_view(p, length)))) break;
+    if (length && (isBlankAscii(p[length - 1]) || needsEscapedStart(std::string_view(p, length)))) break;
     p += length + kBreak.size();
   }
   const std::size_t done = static_cast<std::size_t>(p - text.data());

@@ -41,7 +41,7 @@ inline constexpr std::array<std::uint16_t, 256> kHex = [] {
 inline std::uint16_t hexPair(const char* p) noexcept { return kHex<4>[byteOf(p[0])] | kHex<0>[byteOf(p[1])]; }
 
 /// Decodes the "=" at p when it begins no escape: a soft line break, or a literal "=".
-void decodeOddEquals(const char*& p, const char* end, std::uint8_t*& out) noexcept;
+void decodeNonEscape(const char*& p, const char* end, std::uint8_t*& out) noexcept;
 
 /// The encoding of a byte, and its length in the fourth place: copying it is one store, without a branch.
 inline constexpr std::array<std::array<char, kEscapeSize + 1>, 256> kCodes = [] {
@@ -63,7 +63,7 @@ inline char* putCode(char c, char* to) noexcept {
 
 /// Whether the beginning of a line of encoded text should be escaped. Mail transports change a leading dot
 /// and a leading "From "; text after two leading dashes could be the boundary of an enclosing multipart.
-bool opensWithTrouble(std::string_view line) noexcept;
+bool needsEscapedStart(std::string_view line) noexcept;
 
 /// How many bytes beyond its end the encoding of unbroken text may write.
 inline constexpr std::size_t kUnbrokenMargin = 96;

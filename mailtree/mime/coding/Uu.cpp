@@ -81,7 +81,7 @@ class BlockReader {
     while (findBegin(name)) {
       const std::size_t begin = m_beginLine;
       if (readData(out)) {
-        m_textBefore = !trim(m_text.substr(searchedFrom, begin - searchedFrom)).empty();
+        m_textPrecedes = !trim(m_text.substr(searchedFrom, begin - searchedFrom)).empty();
         return true;
       }
       out.shorten(out.getSize() - size);
@@ -90,7 +90,7 @@ class BlockReader {
   }
 
   // Of the last block: whether text precedes it since the previous one, where it begins, what follows.
-  bool hadTextBefore() const noexcept { return m_textBefore; }
+  bool textPrecedes() const noexcept { return m_textPrecedes; }
   std::size_t blockBegin() const noexcept { return m_beginLine; }
   std::string_view rest() const noexcept { return m_text.substr(m_at); }
 
@@ -140,7 +140,7 @@ class BlockReader {
   std::string_view m_text;
   std::size_t m_at = 0;
   std::size_t m_beginLine = 0;
-  bool m_textBefore = false;
+  bool m_textPrecedes = false;
 };
 
 }  // namespace
@@ -162,7 +162,7 @@ int Uu::uu_decodeMultipleDb(std::string_view text, ExtPtrArray& data, ExtPtrArra
   return neverThrow(0, [&] {
     BlockReader blocks(text);
     UuSurroundings found;
-    std::string_view behindLast;
+    std::string_view afterLast;
     int count = 0;
     std::string_view name;
     for (auto block = std::make_unique<DataBuffer>(); count <= most && blocks.next(*block, name);
@@ -172,10 +172,10 @@ int Uu::uu_decodeMultipleDb(std::string_view text, ExtPtrArray& data, ExtPtrArra
       if (count++ == 0)
         found.firstBlock = blocks.blockBegin();
       else
-        found.textFollows = found.textFollows || blocks.hadTextBefore();
-      behindLast = blocks.rest();
+        found.textFollows = found.textFollows || blocks.textPrecedes();
+      afterLast = blocks.rest();
     }
-    found.textFollows = found.textFollows || !trim(behindLast).empty();
+    found.textFollows = found.textFollows || !trim(afterLast).empty();
     if (around) *around = found;
     return count;
   });

@@ -29,8 +29,8 @@ constexpr MemberParam kMemberParams[] = {
 bool isText(std::string_view type) noexcept { return beginsWithNoCase(type, "text/"); }
 
 constexpr bool isTypeChar(char c) noexcept {
-  constexpr std::string_view kNever = " ()<>@,;:\\\"[]?=";
-  return !isControlAscii(c) && !is8bit(c) && kNever.find(c) == std::string_view::npos;
+  constexpr std::string_view kDelimiters = " ()<>@,;:\\\"[]?=";
+  return !isControlAscii(c) && !is8bit(c) && kDelimiters.find(c) == std::string_view::npos;
 }
 
 /// Characters of a type, mapped to lower case; 0: not allowed.
@@ -78,7 +78,7 @@ void appendMember(const _svContentType& type, const MemberParam& row, int codePa
   appendParam(row.name, value, codePage, isName, out);
 }
 
-bool holdsSame(const std::vector<_svParamSet::Param>& params, const _svParamSet::Param& wanted) noexcept {
+bool containsEqual(const std::vector<_svParamSet::Param>& params, const _svParamSet::Param& wanted) noexcept {
   return std::any_of(params.begin(), params.end(), [&wanted](const _svParamSet::Param& param) {
     return param.value == wanted.value && equalsNoCase(param.name, wanted.name);
   });
@@ -90,7 +90,7 @@ bool sameParams(const _svParamSet& left, const _svParamSet& right) noexcept {
   const auto holdsAll = [](const auto& all, const auto& wanted) {
     for (std::size_t i = 0; i < wanted.size(); ++i) {
       const bool isInPlace = all[i].value == wanted[i].value && equalsNoCase(all[i].name, wanted[i].name);
-      if (!isInPlace && !holdsSame(all, wanted[i])) return false;
+      if (!isInPlace && !containsEqual(all, wanted[i])) return false;
     }
     return true;
   };

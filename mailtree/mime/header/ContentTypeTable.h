@@ -1,4 +1,4 @@
-// mime/header/ContentTypeTable.h - the media type of a file extension, and the usual extension of a media type.
+// mime/header/ContentTypeTable.h - media types by file extension, and usual extensions by media type.
 #pragma once
 
 #include <string_view>

@@ -381,14 +381,14 @@ void _svDateParser::generateCurrentDateRFC822(StringBuffer& out) {
   std::tm local{};
   if (!localtime_r(&now, &local)) return;
 
-  SorvikSysTime wall;
-  wall.m_year = static_cast<std::uint16_t>(local.tm_year + 1900);
-  wall.m_month = static_cast<std::uint16_t>(local.tm_mon + 1);
-  wall.m_day = static_cast<std::uint16_t>(local.tm_mday);
-  wall.m_hour = static_cast<std::uint16_t>(local.tm_hour);
-  wall.m_minute = static_cast<std::uint16_t>(local.tm_min);
-  wall.m_second = static_cast<std::uint16_t>(local.tm_sec);
-  const int east = static_cast<int>((wall.toUnixTime() - now) / 60);
+  SorvikSysTime localTime;
+  localTime.m_year = static_cast<std::uint16_t>(local.tm_year + 1900);
+  localTime.m_month = static_cast<std::uint16_t>(local.tm_mon + 1);
+  localTime.m_day = static_cast<std::uint16_t>(local.tm_mday);
+  localTime.m_hour = static_cast<std::uint16_t>(local.tm_hour);
+  localTime.m_minute = static_cast<std::uint16_t>(local.tm_min);
+  localTime.m_second = static_cast<std::uint16_t>(local.tm_sec);
+  const int east = static_cast<int>((localTime.toUnixTime() - now) / 60);
   const int offset = east < 0 ? -east : east;
 
   char month[4] = {toUpperAscii(kMonths[local.tm_mon][0]), kMonths[local.tm_mon][1], kMonths[local.tm_mon][2],

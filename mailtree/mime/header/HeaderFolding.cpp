@@ -23,7 +23,7 @@ class Folder {
     const std::size_t colon = m_line.find(':');
     for (std::size_t at = colon == npos ? 0 : colon + 1; at < m_line.size(); ++at) {
       if (!isBlankAscii(m_line[at])) {
-        followQuotes(at);
+        trackQuotes(at);
         continue;
       }
       endPiece(at);
@@ -37,7 +37,7 @@ class Folder {
   }
 
  private:
-  void followQuotes(std::size_t& at) noexcept {
+  void trackQuotes(std::size_t& at) noexcept {
     if (m_line[at] == '"') m_inQuotes = !m_inQuotes;
     if (m_line[at] == '\\' && m_inQuotes && at + 1 < m_line.size() && !isBlankAscii(m_line[at + 1])) ++at;
   }
@@ -48,7 +48,7 @@ class Folder {
 
   void endPiece(std::size_t end) {
     if (mayHoldEncodedWord(m_line.substr(m_piece, end - m_piece))) m_lastWord = m_piece;
-    makeFit(end);
+    foldToFit(end);
   }
 
   std::size_t limit() const noexcept {
@@ -56,16 +56,16 @@ class Folder {
   }
 
   /// Folds until the text up to `end` fits, where folding is possible.
-  void makeFit(std::size_t end) {
+  void foldToFit(std::size_t end) {
     while (end - m_begin > limit()) {
-      const std::size_t place = choosePlace(end);
+      const std::size_t place = findFoldPosition(end);
       if (place == npos) break;
       breakAt(place);
     }
-    while (end - m_begin >= kLongestLine) breakByForce();
+    while (end - m_begin >= kLongestLine) forceBreak();
   }
 
-  std::size_t choosePlace(std::size_t end) const noexcept {
+  std::size_t findFoldPosition(std::size_t end) const noexcept {
     if (isUsable(m_plain)) return m_plain;
     if (isUsable(m_quoted)) return m_quoted;
     // A first line with only the name confuses many readers: done only when it helps.
@@ -82,7 +82,7 @@ class Folder {
   }
 
   /// No place to fold: the line is cut, but not inside a utf-8 character, and a blank is added.
-  void breakByForce() {
+  void forceBreak() {
     std::size_t size = kLongestLine - 1;  // a blank already precedes the text cut last time
     while (size > kLongestLine - 4 && (static_cast<unsigned char>(m_line[m_begin + size]) & 0xC0) == 0x80)
       --size;
@@ -123,7 +123,7 @@ std::string withShortBlankRuns(std::string_view line) {
 }  // namespace
 
 std::string foldHeaderLine(std::string_view line) {
-  if (holdsBreak(line)) return foldHeaderLine(withoutBreaks(line));
+  if (containsBreak(line)) return foldHeaderLine(withoutBreaks(line));
   line = trimRight(line);
   const bool fits = line.size() <= kMaxLineWithWord || !mayHoldEncodedWord(line);
   if (fits && line.size() <= kPreferredLine) return std::string(line);

@@ -61,7 +61,7 @@ inline FieldStart readFieldStart(std::string_view line) noexcept {
 }
 
 /// Whether a field is meaningless when empty, and then not written.
-constexpr bool isLeftOutEmpty(std::string_view name) noexcept {
+constexpr bool isOmittedWhenEmpty(std::string_view name) noexcept {
   return equalsNoCase(name, "Content-Type") || equalsNoCase(name, "Content-Transfer-Encoding");
 }
 

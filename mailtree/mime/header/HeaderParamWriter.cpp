@@ -77,7 +77,7 @@ std::string asciiFallback(std::string_view value) {
 class ExtendedWriter {
  public:
   ExtendedWriter(std::string_view name, std::string_view value, int codePage)
-      : m_name(name), m_value(value), m_codePage(carrierOf(value, codePage)) {}
+      : m_name(name), m_value(value), m_codePage(usableCodePage(value, codePage)) {}
 
   void write(std::string& out) {
     m_section = m_codePage == kCpUtf8 ? "utf-8" : std::string(charsetNameOf(m_codePage));
@@ -94,7 +94,7 @@ class ExtendedWriter {
   }
 
  private:
-  static int carrierOf(std::string_view value, int wanted) {
+  static int usableCodePage(std::string_view value, int wanted) {
     const int codePage = codePageToWrite(writableCodePage(wanted), value);
     if (codePage == kCpUtf8 || isStatefulCodePage(codePage)) return kCpUtf8;
     std::string scratch;
@@ -150,7 +150,7 @@ class ExtendedWriter {
 void appendParam(std::string_view name, std::string_view value, int codePage, bool withFallback,
                  std::string& out) {
   if (name.empty() || !allOf(name, isTokenChar)) return;
-  if (holdsBreak(value)) {
+  if (containsBreak(value)) {
     std::string clean(value);
     eraseBreaks(clean);
     appendParam(name, clean, codePage, withFallback, out);

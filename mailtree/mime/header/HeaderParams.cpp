@@ -347,7 +347,7 @@ bool isPlain(const Segment& segment) noexcept { return !segment.extended && segm
 
 /// Nearly all mail has shorter lists without RFC 2231: these are passed on in order, without building a list.
 constexpr std::size_t kShortList = 8;
-constexpr std::size_t kMost = kMaxParameters;
+constexpr std::size_t kMax = kMaxParameters;
 
 bool isNamedBefore(std::span<const Segment> segments, std::size_t index) noexcept {
   return std::any_of(
@@ -355,28 +355,28 @@ bool isNamedBefore(std::span<const Segment> segments, std::size_t index) noexcep
       [&](const Segment& earlier) { return equalsNoCase(earlier.name, segments[index].name); });
 }
 
-void give(std::string_view name, std::string_view value, const TakeParameter& take) {
-  if (!holdsBreak(value)) return take(name, value);
+void passParameter(std::string_view name, std::string_view value, const ParameterHandler& take) {
+  if (!containsBreak(value)) return take(name, value);
   std::string oneLine(value);
   eraseBreaks(oneLine);
   take(name, oneLine);
 }
 
-void givePlain(const Segment& segment, const TakeParameter& take) {
-  const bool isAsItStands =
+void passPlain(const Segment& segment, const ParameterHandler& take) {
+  const bool isPlainText =
       !(segment.quoted && contains(segment.raw, "\\")) && !mayHoldEncodedWord(segment.raw);
-  if (isAsItStands) return give(segment.name, segment.raw, take);
+  if (isPlainText) return passParameter(segment.name, segment.raw, take);
   const Segments single{segment};
-  give(segment.name, decodeGroup({single.begin(), single.end()}), take);
+  passParameter(segment.name, decodeGroup({single.begin(), single.end()}), take);
 }
 
-void giveInOrder(std::span<const Segment> segments, const TakeParameter& take) {
+void passInOrder(std::span<const Segment> segments, const ParameterHandler& take) {
   for (std::size_t i = 0; i < segments.size(); ++i)
-    if (!isNamedBefore(segments, i)) givePlain(segments[i], take);
+    if (!isNamedBefore(segments, i)) passPlain(segments[i], take);
 }
 
 /// Passes the groups on in the order in which their names first occur.
-void giveGroups(Segments& segments, const TakeParameter& take) {
+void passGroups(Segments& segments, const ParameterHandler& take) {
   std::sort(segments.begin(), segments.end(), joinsBefore);
   struct Found {
     int order;
@@ -386,16 +386,16 @@ void giveGroups(Segments& segments, const TakeParameter& take) {
   groups.reserve(segments.size());
   for (auto it = segments.cbegin(); it != segments.cend();) {
     const auto begin = it;
-    auto winnersEnd = it;
+    auto preferredEnd = it;
     int order = it->order;
     for (; it != segments.cend() && equalsNoCase(it->name, begin->name); ++it) {
       order = std::min(order, it->order);
-      if (formRank(*it) == formRank(*begin)) winnersEnd = it + 1;
+      if (formRank(*it) == formRank(*begin)) preferredEnd = it + 1;
     }
-    groups.push_back({order, {begin, winnersEnd}});
+    groups.push_back({order, {begin, preferredEnd}});
   }
   std::sort(groups.begin(), groups.end(), [](const Found& a, const Found& b) { return a.order < b.order; });
-  for (const Found& found : groups) give(found.group.begin->name, decodeGroup(found.group), take);
+  for (const Found& found : groups) passParameter(found.group.begin->name, decodeGroup(found.group), take);
 }
 
 }  // namespace
@@ -435,30 +435,31 @@ ParameterizedValue parseParameterizedValue(std::string_view headerValue) {
   return result;
 }
 
-bool readParameters(std::string_view headerValue, const TakeValue& takeValue, const TakeParameter& take) {
+bool readParameters(std::string_view headerValue, const ValueHandler& takeValue,
+                    const ParameterHandler& take) {
   ParamReader reader(headerValue);
   takeValue(reader.readMainValue());
   std::array<Segment, kShortList> first;
   std::size_t count = 0;
-  bool allPlain = true, goesOn = true;
-  while (count < kShortList && (goesOn = reader.next(first[count]))) {
+  bool allPlain = true, hasMore = true;
+  while (count < kShortList && (hasMore = reader.next(first[count]))) {
     first[count].order = static_cast<int>(count);
     allPlain = allPlain && isPlain(first[count]);
     ++count;
   }
-  if (!goesOn && allPlain) {
-    giveInOrder({first.data(), count}, take);
+  if (!hasMore && allPlain) {
+    passInOrder({first.data(), count}, take);
     return true;
   }
 
   Segments segments(first.begin(), first.begin() + static_cast<std::ptrdiff_t>(count));
   Segment segment;
-  while (goesOn && segments.size() < kMost && (goesOn = reader.next(segment))) {
+  while (hasMore && segments.size() < kMax && (hasMore = reader.next(segment))) {
     segment.order = static_cast<int>(segments.size());
     segments.push_back(segment);
   }
-  const bool overLimit = goesOn && reader.next(segment);
-  giveGroups(segments, take);
+  const bool overLimit = hasMore && reader.next(segment);
+  passGroups(segments, take);
   return !overLimit;
 }
 

@@ -59,9 +59,10 @@ ParameterizedValue parseParameterizedValue(std::string_view headerValue);
 /// The same without a copy where nothing has to be decoded: passes the text before the parameters first, then
 /// name and value of each in order. The views are valid during the call only.
 /// @return false when there are more parameters than Limits allow; the rest is not passed.
-using TakeValue = std::function<void(std::string_view value)>;
-using TakeParameter = std::function<void(std::string_view name, std::string_view value)>;
-bool readParameters(std::string_view headerValue, const TakeValue& takeValue, const TakeParameter& take);
+using ValueHandler = std::function<void(std::string_view value)>;
+using ParameterHandler = std::function<void(std::string_view name, std::string_view value)>;
+bool readParameters(std::string_view headerValue, const ValueHandler& takeValue,
+                    const ParameterHandler& take);
 
 /// Appends "; name=value", quoted or encoded as needed; non-ASCII values by RFC 2231 in `codePage` (utf-8
 /// when it cannot represent them), followed by a readable ASCII fallback when `withFallback`.

@@ -148,8 +148,8 @@ RenderedValue renderAddresses(std::string_view fieldName, std::string_view utf8,
   const bool isSame = readsAsEntries(inPlace, entries);
   if (isSame && shape.parts == entries.getSize()) return {std::move(inPlace)};
   if (shape.isPlain && countAtSigns(entries) >= countAtSigns(utf8)) {
-    std::string anew = entriesAsText(entries, codePage);
-    if (readsAsEntries(anew, entries)) return {std::move(anew)};
+    std::string rewritten = entriesAsText(entries, codePage);
+    if (readsAsEntries(rewritten, entries)) return {std::move(rewritten)};
   }
   return isSame ? RenderedValue{std::move(inPlace)} : RenderedValue{std::string(utf8), false};
 }
@@ -177,7 +177,7 @@ RenderedValue renderParameters(std::string_view fieldName, std::string_view utf8
 }
 
 /// Whether every reader reads the name unchanged from a quoted string.
-bool isHarmlessInQuotes(std::string_view name) noexcept {
+bool isSafeInQuotes(std::string_view name) noexcept {
   return name.size() <= kMaxPlainParameter && !mayHoldEncodedWord(name) &&
          std::none_of(name.begin(), name.end(),
                       [](char c) { return c == '"' || c == '\\' || is8bit(c) || isControlAscii(c); });
@@ -192,7 +192,7 @@ FieldGrammar grammarOf(std::string_view fieldName) noexcept {
 }
 
 RenderedValue renderHeaderValue(std::string_view fieldName, std::string_view utf8, int codePage) {
-  if (holdsBreak(utf8)) return renderHeaderValue(fieldName, withoutBreaks(utf8), codePage);
+  if (containsBreak(utf8)) return renderHeaderValue(fieldName, withoutBreaks(utf8), codePage);
   utf8 = trim(utf8);
   const FieldGrammar grammar = grammarOf(fieldName);
   if (grammar == FieldGrammar::unstructured) return {encodeFreeText(fieldName, utf8, codePage)};
@@ -212,7 +212,7 @@ RenderedValue renderRawFilename(std::string_view value, int codePage) {
 
   const std::string_view name =
       value.substr(opening + kOpening.size(), value.size() - opening - kOpening.size() - 1);
-  if (isHarmlessInQuotes(name)) return renderHeaderValue(kDisposition, value, codePage);
+  if (isSafeInQuotes(name)) return renderHeaderValue(kDisposition, value, codePage);
   std::string text = renderHeaderValue(kDisposition, value.substr(0, opening), codePage).text;
   appendParam("filename", name, codePage, /*withFallback=*/true, text);
   return {std::move(text)};

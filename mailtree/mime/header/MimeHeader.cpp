@@ -65,7 +65,7 @@ int MimeHeader::search(std::string_view name, int from) const noexcept {
     if (field.nameSize != name.size() || !equalsNoCase({block + field.nameOffset, name.size()}, name))
       continue;
     const int index = static_cast<int>(i);
-    if (!isLeftOutEmpty(name) || !trim(valueOf(field)).empty()) return index;
+    if (!isOmittedWhenEmpty(name) || !trim(valueOf(field)).empty()) return index;
     // An empty field is not written, so other readers would use the next of its name.
     if (empty < 0) empty = index;
   }
@@ -96,7 +96,7 @@ std::string_view MimeHeader::unfolded(const Field& field, std::string& scratch) 
   const std::string_view raw = valueOf(field);
   if (field.kind != Kind::received && field.kind != Kind::noField) return raw;
   const bool is8bitText = m_has8bit && !isValidUtf8(raw);
-  if (!is8bitText && !holdsBreak(raw)) return raw;
+  if (!is8bitText && !containsBreak(raw)) return raw;
 
   scratch.assign(raw);
   eraseBreaks(scratch);
@@ -168,13 +168,13 @@ void MimeHeader::replaceMimeFieldUtf8(const char* name, const char* value, LogBa
   if (!value) return removeMimeField(name, /*all=*/true);
   if (!equalsNoCase(viewOf(name), kDisposition))
     return replaceMimeFieldUtf8_a(name, value, /*asGiven=*/false, /*ordinary=*/true, log);
-  setQuietly(name, value, Kind::rawFilename);
+  storeField(name, value, Kind::rawFilename);
 }
 
 void MimeHeader::replaceMimeFieldUtf8_a(const char* name, const char* value, bool asGiven, bool /*ordinary*/,
                                         LogBase&) {
   if (!value) return removeMimeField(name, /*all=*/true);
-  setQuietly(name, value, asGiven ? Kind::asGiven : Kind::set);
+  storeField(name, value, asGiven ? Kind::asGiven : Kind::set);
 }
 
 void MimeHeader::addMimeField(const char* name, const char* value, bool asGiven, LogBase&) {
@@ -188,11 +188,11 @@ void MimeHeader::addMimeField(const char* name, const char* value, bool asGiven,
 void MimeHeader::removeMimeField(const char* name, bool all) {
   const std::string_view wanted = viewOf(name);
   if (wanted.empty()) return;
-  bool goesOn = true;
+  bool hasMore = true;
   const auto isUnwanted = [&](const Field& field) {
-    if (!goesOn || !equalsNoCase(nameOf(field), wanted)) return false;
+    if (!hasMore || !equalsNoCase(nameOf(field), wanted)) return false;
     m_unusedBytes += field.lineSize();
-    goesOn = all;
+    hasMore = all;
     return true;
   };
   m_fields.erase(std::remove_if(m_fields.begin(), m_fields.end(), isUnwanted), m_fields.end());
@@ -267,12 +267,12 @@ void MimeHeader::joinFields(std::string_view name) {
   const std::string ownName(fieldName(first));
   writeRow(m_fields[static_cast<std::size_t>(first)], ownName, joined,
            allReceived ? Kind::received : Kind::set);
-  const auto isFurther = [&](const Field& field) {
+  const auto isDuplicate = [&](const Field& field) {
     if (!equalsNoCase(nameOf(field), name)) return false;
     m_unusedBytes += field.lineSize();
     return true;
   };
-  m_fields.erase(std::remove_if(m_fields.begin() + first + 1, m_fields.end(), isFurther), m_fields.end());
+  m_fields.erase(std::remove_if(m_fields.begin() + first + 1, m_fields.end(), isDuplicate), m_fields.end());
 }
 
 bool MimeHeader::replacePattern(const char* key, const char* value) {
@@ -306,7 +306,7 @@ bool MimeHeader::replaceInRow(Field& row, const Replacements& replacements) {
 }
 
 /// The first field of the name takes the value, or a new one is appended.
-void MimeHeader::setQuietly(const char* name, const char* value, Kind kind) {
+void MimeHeader::storeField(const char* name, const char* value, Kind kind) {
   neverThrow(false, [&] {
     const int index = findField(cleanName(viewOf(name)));
     if (index < 0)
@@ -331,7 +331,7 @@ bool MimeHeader::writeRow(Field& row, std::string_view name, std::string_view va
   if (nameSize == 0) return false;
   const bool mayHoldBreaks = kind == Kind::rawFilename || kind == Kind::received;
   line += ": ";
-  if (!mayHoldBreaks && holdsBreak(value))
+  if (!mayHoldBreaks && containsBreak(value))
     line += withoutBreaks(value);
   else
     line += value;

@@ -204,7 +204,7 @@ class MimeHeader final : public SorvikObject {
   int declaredCodePage() const;
   int codePageOfValue(std::string_view raw) const noexcept;
 
-  void setQuietly(const char* name, const char* value, Kind kind);
+  void storeField(const char* name, const char* value, Kind kind);
   void append(std::string_view name, std::string_view value, Kind kind);
   bool replaceInRow(Field& row, const Replacements& replacements);
   bool writeRow(Field& row, std::string_view name, std::string_view value, Kind kind);

@@ -25,13 +25,13 @@ constexpr int kLastResortCodePage = 1252;
 /// looks again, so this bounds the total.
 constexpr std::size_t kFieldReach = 64u << 10;
 
-bool explains(int codePage, std::string_view bytes) {
+bool decodes(int codePage, std::string_view bytes) {
   std::string scratch;
   return decodeToUtf8(codePage, bytes, scratch);
 }
 
-bool isReadIn(int codePage, std::string_view bytes) {
-  return explains(codePage, bytes) || readDespiteDamage(codePage, bytes).codePage == codePage;
+bool fitsCodePage(int codePage, std::string_view bytes) {
+  return decodes(codePage, bytes) || codePageDespiteDamage(codePage, bytes).codePage == codePage;
 }
 
 /// The number of places where a utf-8 sequence may begin: a lead byte followed by a continuation byte.
@@ -49,14 +49,14 @@ std::size_t countOfSequences(std::string_view bytes) noexcept {
 /// Whether a value is utf-8, damaged or not. A single-byte code page decodes any value. If the
 /// header may use one, a short word with a single sequence that happens to be utf-8 does not
 /// count: much of the value must be utf-8.
-bool isUtf8Rather(std::string_view value, int codePage) {
+bool looksLikeUtf8(std::string_view value, int codePage) {
   constexpr int kWestern[] = {1252, 28591, 28605};
   constexpr std::size_t kForEachDamaged = 9;
-  const DamagedReading reading = readDespiteDamage(0, value);
+  const DamagedReading reading = codePageDespiteDamage(0, value);
   if (reading.codePage != kCpUtf8) return false;
-  if (codePage <= 0 || isMultibyte(codePage) || !explains(codePage, value)) return true;
+  if (codePage <= 0 || isMultibyte(codePage) || !decodes(codePage, value)) return true;
   const bool isWestern = std::ranges::find(kWestern, codePage) != std::end(kWestern);
-  return (isWestern && holdsAccentInUtf8(value)) ||
+  return (isWestern && containsUtf8Accent(value)) ||
          countOfSequences(value) >= kForEachDamaged * reading.damaged;
 }
 
@@ -76,9 +76,9 @@ class MimeHeader::Reader {
 
   Extent read(LeadingEmptyLines emptyLines) {
     m_at = m_begin = emptyLines == LeadingEmptyLines::skip ? afterEmptyLines() : 0;
-    bool goesOn = true;
-    while (goesOn && m_at < m_text.size()) goesOn = readLine();
-    if (goesOn) m_extent = {m_text.size(), m_text.size(), true, m_extent.limits};  // no empty line
+    bool hasMore = true;
+    while (hasMore && m_at < m_text.size()) hasMore = readLine();
+    if (hasMore) m_extent = {m_text.size(), m_text.size(), true, m_extent.limits};  // no empty line
     m_extent.malformed |= m_anyNoField;
     return m_extent;
   }
@@ -88,7 +88,7 @@ class MimeHeader::Reader {
   std::size_t fieldsEnd() const noexcept { return m_count ? last().end() : m_begin; }
 
   /// Moves the rows into one allocation of the right size, with offsets from the first field.
-  void giveRows(std::vector<Field>& rows) const {
+  void copyRows(std::vector<Field>& rows) const {
     rows.reserve(m_count);
     const auto shift = static_cast<std::uint32_t>(m_begin);
     for (std::size_t i = 0; i < m_count; ++i) {
@@ -232,7 +232,7 @@ void MimeHeader::loadMimeHeaderText(std::string_view text, _svCharset* charsetOu
 
 void MimeHeader::takeFields(const Reader& reader, std::string_view text) {
   m_block.assign(text.substr(reader.fieldsBegin(), reader.fieldsEnd() - reader.fieldsBegin()));
-  reader.giveRows(m_fields);
+  reader.copyRows(m_fields);
   for (const Field& field : m_fields) m_nameSizes |= sizeBit(field.nameSize);
   m_loadedFromText = true;
   m_hasOtherBreaks = reader.anyOtherBreak();
@@ -254,10 +254,10 @@ void MimeHeader::detectCodePageOf8bit() {
   for (const Field& field : m_fields) {
     if (isValidUtf8(lineOf(field))) continue;
     const std::string_view value = valueOf(field);
-    isDeclared = isDeclared && isReadIn(declared, value);
-    if (!isUtf8Rather(value, declared)) bytes.append(value).append("\n");
+    isDeclared = isDeclared && fitsCodePage(declared, value);
+    if (!looksLikeUtf8(value, declared)) bytes.append(value).append("\n");
   }
-  if (isDeclared || (declared > 0 && !bytes.empty() && explains(declared, bytes)))
+  if (isDeclared || (declared > 0 && !bytes.empty() && decodes(declared, bytes)))
     m_detectedCodePage = declared;
   else
     m_detectedCodePage = bytes.empty() ? kCpUtf8 : detectHeaderCodePage(bytes);
@@ -277,7 +277,7 @@ int MimeHeader::codePageOfValue(std::string_view raw) const noexcept {
   const int found = m_detectedCodePage;
   if (isMultibyte(found) && found != kCpUtf8) return found;
   const bool isUtf8 =
-      found == kCpUtf8 ? readDespiteDamage(found, raw).codePage == found : isUtf8Rather(raw, found);
+      found == kCpUtf8 ? codePageDespiteDamage(found, raw).codePage == found : looksLikeUtf8(raw, found);
   if (isUtf8) return kCpUtf8;
   return found > 0 && found != kCpUtf8 ? found : kLastResortCodePage;
 }

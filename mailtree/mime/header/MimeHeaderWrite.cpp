@@ -45,7 +45,7 @@ bool MimeHeader::isWritten(const Field& field, std::string_view prefix, bool isT
   if (beginsWithNoCase(name, kInternalPrefix)) return false;
   if (!prefix.empty() && beginsWithNoCase(name, prefix)) return false;
   if (!isTop && !m_loadedFromText && isOneOf(kMessageOnly, name)) return false;
-  return !trim(valueOf(field)).empty() || !isLeftOutEmpty(name);
+  return !trim(valueOf(field)).empty() || !isOmittedWhenEmpty(name);
 }
 
 void MimeHeader::getMimeHeader(StringBuffer& out, const char* prefix, int codePage, bool isTop,

@@ -156,7 +156,8 @@ Replacements::Replacements(const ExtPtrArray& pairs) {
 
 void Replacements::add(std::string_view key, std::string_view value) {
   if (key.empty()) return;
-  m_pairs.push_back({key, value, longestWord(key), holdsBreak(value) ? withoutBreaks(value) : std::string()});
+  m_pairs.push_back(
+      {key, value, longestWord(key), containsBreak(value) ? withoutBreaks(value) : std::string()});
 }
 
 bool Replacements::occurIn(std::string_view text) const noexcept {

@@ -18,8 +18,8 @@ struct CidTarget {
 /// byte changes. References are found in attributes with URLs or styles and in style sheets, also within
 /// conditional comments; they may be percent-encoded and, in attributes, use character references.
 /// @return the number changed.
-std::size_t pointCidReferences(std::string_view html, const std::vector<CidTarget>& targets,
-                               std::string& out);
+std::size_t redirectCidReferences(std::string_view html, const std::vector<CidTarget>& targets,
+                                  std::string& out);
 
 /// A Content-ID as written in a URL after "cid:".
 std::string cidUrlPart(std::string_view contentId);

@@ -78,7 +78,7 @@ class StructureFinder {
     StructureFinder finder(html);
     HtmlScanner scanner(html);
     while (const std::optional<Markup> markup = scanner.next()) finder.see(*markup);
-    finder.noticeText(html.size());
+    finder.recordText(html.size());
     return finder.m_found;
   }
 
@@ -88,7 +88,7 @@ class StructureFinder {
   }
 
   void see(const Markup& markup) noexcept {
-    noticeText(markup.begin);
+    recordText(markup.begin);
     m_textBegin = markup.end;
     switch (markup.kind) {
       case Markup::Kind::prologue: {
@@ -97,14 +97,14 @@ class StructureFinder {
         if (isFirst) m_found.start = markup.end;
         break;
       }
-      case Markup::Kind::startTag: seeStart(markup); break;
-      case Markup::Kind::endTag: seeEnd(markup); break;
-      case Markup::Kind::unclosed: noticeContent(markup.begin); break;
+      case Markup::Kind::startTag: onStartTag(markup); break;
+      case Markup::Kind::endTag: onEndTag(markup); break;
+      case Markup::Kind::unclosed: recordContent(markup.begin); break;
       case Markup::Kind::comment: break;
     }
   }
 
-  void seeStart(const Markup& tag) noexcept {
+  void onStartTag(const Markup& tag) noexcept {
     if (tag.isStartOf("html")) {
       if (m_found.html == kNowhere) m_found.html = tag.end;
     } else if (tag.isStartOf("head")) {
@@ -114,11 +114,11 @@ class StructureFinder {
     } else if (tag.isStartOf("frameset")) {
       m_found.hasFrames = true;
     }
-    if (!isOneOf(tag.name, kHeadContent)) noticeContent(tag.begin);
+    if (!isOneOf(tag.name, kHeadContent)) recordContent(tag.begin);
     m_isInRawText = isRawTextElement(tag.name);
   }
 
-  void seeEnd(const Markup& tag) noexcept {
+  void onEndTag(const Markup& tag) noexcept {
     m_isInRawText = false;
     if (tag.isEndOf("html")) m_found.htmlEnd = tag.begin;
     const bool mayEndHead = m_found.head != kNowhere || m_found.content == kNowhere;
@@ -126,17 +126,17 @@ class StructureFinder {
       m_found.headEnd = tag.end;
       m_found.content = kNowhere;  // the supposed content was in the head after all
     }
-    if (tag.isEndOf("html") || tag.isEndOf("body")) noticeContent(tag.begin);
+    if (tag.isEndOf("html") || tag.isEndOf("body")) recordContent(tag.begin);
   }
 
-  void noticeText(std::size_t end) noexcept {
+  void recordText(std::size_t end) noexcept {
     if (m_isInRawText) return;
     const std::string_view text = m_html.substr(m_textBegin, end - m_textBegin);
     const std::string_view visible = trimLeft(text);
-    if (!visible.empty()) noticeContent(end - visible.size());
+    if (!visible.empty()) recordContent(end - visible.size());
   }
 
-  void noticeContent(std::size_t at) noexcept {
+  void recordContent(std::size_t at) noexcept {
     if (m_found.content == kNowhere) m_found.content = at;
   }
 
@@ -193,7 +193,7 @@ bool completeStructure(std::string_view html, std::string& out) {
 }
 
 // A charset name comes from mail: it must not end the attribute it is written in.
-std::string harmlessName(std::string_view charset) {
+std::string safeName(std::string_view charset) {
   std::string name;
   std::copy_if(charset.begin(), charset.end(), std::back_inserter(name),
                [](char c) { return isAlnumAscii(c) || std::string_view("-_.:+").find(c) != kNowhere; });
@@ -233,7 +233,7 @@ bool _svHtmlHelp::getCharset(const StringBuffer& html, StringBuffer& out) {
 
 void _svHtmlHelp::addCharsetMetaTag(StringBuffer& html, const char* charset, LogBase& log) {
   const bool added = neverThrow(false, [&] {
-    const std::string name = harmlessName(viewOf(charset));
+    const std::string name = safeName(viewOf(charset));
     if (name.empty() || looksLikeUtf16(html)) return true;
     std::size_t head = StructureFinder::find(html).head;
     if (head == kNowhere) {

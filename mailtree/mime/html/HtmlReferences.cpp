@@ -29,7 +29,7 @@ constexpr ReferenceRow kNamed[] = {
 constexpr char32_t kBeyondUnicode = 0x110000;
 
 // References to the C1 controls mean the windows-1252 characters.
-char32_t meantBy(char32_t number) noexcept {
+char32_t windows1252Character(char32_t number) noexcept {
   // 0x80 to 0x9F; 0 where windows-1252 is undefined.
   constexpr char16_t kWindows[] = {0x20AC, 0,      0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
                                    0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0,      0x017D, 0,
@@ -70,7 +70,7 @@ std::size_t readNumericReference(std::string_view text, char32_t& codePoint) noe
     number = std::min<char32_t>(kBeyondUnicode, number * (isHex ? 16 : 10) + static_cast<char32_t>(value));
   }
   if (at == digits) return 0;
-  codePoint = meantBy(number);
+  codePoint = windows1252Character(number);
   return at + (at < text.size() && text[at] == ';' ? 1 : 0);
 }
 

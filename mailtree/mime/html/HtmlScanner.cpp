@@ -44,9 +44,9 @@ Markup HtmlScanner::upTo(std::size_t begin, std::string_view terminator, Markup:
 // Ends at "-->", and at "--!>" as in browsers.
 Markup HtmlScanner::comment(std::size_t begin) noexcept {
   for (std::size_t at = begin + 4; (at = m_html.find("--", at)) != kNowhere; ++at) {
-    const std::string_view behind = m_html.substr(at + 2);
-    if (behind.starts_with('>')) return closed(Markup::Kind::comment, begin, at + 3);
-    if (behind.starts_with("!>")) return closed(Markup::Kind::comment, begin, at + 4);
+    const std::string_view tail = m_html.substr(at + 2);
+    if (tail.starts_with('>')) return closed(Markup::Kind::comment, begin, at + 3);
+    if (tail.starts_with("!>")) return closed(Markup::Kind::comment, begin, at + 4);
   }
   return unclosed(begin);
 }

@@ -102,8 +102,8 @@ class LetterDecoder {
   void copyPlain(std::string_view text) {
     if (text.empty()) return;
     m_out.append(text);
-    const bool goesOn = !m_mayDecode && std::all_of(text.begin(), text.end(), isReferenceByte);
-    m_mayDecode = !goesOn && !text.ends_with('<') && !text.ends_with("</");
+    const bool mayBeReference = !m_mayDecode && std::all_of(text.begin(), text.end(), isReferenceByte);
+    m_mayDecode = !mayBeReference && !text.ends_with('<') && !text.ends_with("</");
   }
 
   // Returns the length copied: a letter's reference, or a lone "&".
@@ -146,15 +146,15 @@ class InvisibleFinder {
     std::size_t begin;
     Visibility visibility;
     bool isBare;
-    bool holdsMore = false;  // Content other than text in bare elements.
+    bool hasOtherContent = false;  // Content other than text in bare elements.
   };
 
   explicit InvisibleFinder(std::string_view html) : m_html(html), m_sheets(html) {}
 
   void see(const Markup& markup) {
     switch (markup.kind) {
-      case Kind::startTag: seeStart(markup); break;
-      case Kind::endTag: seeEnd(markup); break;
+      case Kind::startTag: onStartTag(markup); break;
+      case Kind::endTag: onEndTag(markup); break;
       case Kind::comment:
         if (!m_open.empty() && isConditional(m_html.substr(markup.begin, markup.end - markup.begin)))
           m_open.clear();
@@ -164,8 +164,8 @@ class InvisibleFinder {
     }
   }
 
-  void seeStart(const Markup& tag) {
-    if (isOneOf(tag.name, kVoid)) return noticeMore();
+  void onStartTag(const Markup& tag) {
+    if (isOneOf(tag.name, kVoid)) return recordOtherContent();
     const bool isBox = isOneOf(tag.name, kBoxes);
     if (!isBox && !isInline(tag.name)) {
       m_open.clear();
@@ -180,19 +180,19 @@ class InvisibleFinder {
                       endsAnother ? Visibility::shown : visibilityOf(tag, isBox, m_sheets), isBare(tag)});
   }
 
-  void seeEnd(const Markup& tag) {
+  void onEndTag(const Markup& tag) {
     if (equalsNoCase(tag.name, "p")) m_mayBeInParagraph = false;
     if (equalsNoCase(tag.name, "a")) m_mayBeInLink = false;
     if (m_open.empty() || !equalsNoCase(m_open.back().name, tag.name)) return m_open.clear();
     const Element element = m_open.back();
     m_open.pop_back();
-    if (mayGo(element)) return take({element.begin, tag.end});
-    if (!element.isBare || element.holdsMore) noticeMore();
+    if (mayBeRemoved(element)) return take({element.begin, tag.end});
+    if (!element.isBare || element.hasOtherContent) recordOtherContent();
   }
 
-  bool mayGo(const Element& element) const noexcept {
+  bool mayBeRemoved(const Element& element) const noexcept {
     if (element.visibility == Visibility::shown) return false;
-    if (element.visibility == Visibility::textHidden && element.holdsMore) return false;
+    if (element.visibility == Visibility::textHidden && element.hasOtherContent) return false;
     return !isUnfinishedBefore(m_html, element.begin);
   }
 
@@ -201,8 +201,8 @@ class InvisibleFinder {
     m_found.push_back(range);
   }
 
-  void noticeMore() noexcept {
-    if (!m_open.empty()) m_open.back().holdsMore = true;
+  void recordOtherContent() noexcept {
+    if (!m_open.empty()) m_open.back().hasOtherContent = true;
   }
 
   std::string_view m_html;
@@ -228,18 +228,18 @@ std::string withoutInvisible(std::string html) {
 
 // Copies a page without comments and empty elements inside words. A run is the markup between two texts; it
 // is inside a word when it is inline throughout and neither text has white space next to it.
-class WordMender {
+class WordRepairer {
  public:
-  static std::string mend(std::string_view html) {
-    WordMender mender(html);
+  static std::string repair(std::string_view html) {
+    WordRepairer repairer(html);
     HtmlScanner scanner(html);
     while (const std::optional<Markup> markup = scanner.next()) {
-      mender.seeText(markup->begin);
-      mender.seeMarkup(*markup);
+      repairer.onText(markup->begin);
+      repairer.onMarkup(*markup);
     }
-    mender.seeText(html.size());
-    mender.endRun(false);
-    return std::move(mender.m_out);
+    repairer.onText(html.size());
+    repairer.endRun(false);
+    return std::move(repairer.m_out);
   }
 
  private:
@@ -248,9 +248,9 @@ class WordMender {
     std::string_view openName;  // Of the start tag of a bare element; else empty.
   };
 
-  explicit WordMender(std::string_view html) : m_html(html) { m_out.reserve(html.size()); }
+  explicit WordRepairer(std::string_view html) : m_html(html) { m_out.reserve(html.size()); }
 
-  void seeText(std::size_t end) {
+  void onText(std::size_t end) {
     if (m_runEnd == end) return;
     const std::string_view text = m_html.substr(m_runEnd, end - m_runEnd);
     endRun(!isSpaceAscii(text.front()));
@@ -259,7 +259,7 @@ class WordMender {
     m_isInWord = !isSpaceAscii(text.back()) && !isUnfinishedBefore(m_html, end);
   }
 
-  void seeMarkup(const Markup& markup) {
+  void onMarkup(const Markup& markup) {
     m_runEnd = markup.end;
     if (!m_isInWord) return;
     const bool isTag = markup.kind == Kind::startTag || markup.kind == Kind::endTag;
@@ -273,8 +273,8 @@ class WordMender {
     m_kept.push_back({markup.begin, markup.end, opens ? markup.name : std::string_view()});
   }
 
-  void endRun(bool isWordBehind) {
-    if (m_isInWord && isWordBehind) {
+  void endRun(bool wordFollows) {
+    if (m_isInWord && wordFollows) {
       for (const Tag& tag : m_kept) m_out.append(m_html.substr(tag.begin, tag.end - tag.begin));
     } else {
       m_out.append(m_html.substr(m_runBegin, m_runEnd - m_runBegin));
@@ -294,7 +294,7 @@ class WordMender {
 void _svHtml::unSpam(LogBase& log) {
   const bool cleaned = neverThrow(false, [&] {
     if (looksLikeUtf16(m_html)) return true;
-    m_html.text() = WordMender::mend(withoutInvisible(LetterDecoder::decode(m_html)));
+    m_html.text() = WordRepairer::repair(withoutInvisible(LetterDecoder::decode(m_html)));
     return true;
   });
   if (!cleaned) log.logError("Failed to clean up the HTML.");

@@ -188,7 +188,7 @@ bool isHexDigit(char c) noexcept {
 }
 
 // Whether a style sheet may match names by substrings or write them with escapes.
-bool namesByParts(std::string_view sheet) noexcept {
+bool hasPartialMatches(std::string_view sheet) noexcept {
   for (std::size_t i = 0; i + 1 < sheet.size(); ++i) {
     const std::string_view pair = sheet.substr(i, 2);
     if (pair == "*=" || pair == "^=" || pair == "$=" || pair == "|=") return true;
@@ -213,7 +213,7 @@ StyleSheets::StyleSheets(std::string_view html) {
 
 void StyleSheets::read(std::string_view sheet) {
   if (!containsNoCase(sheet, "important")) return;
-  m_mayMeanAnyName = m_mayMeanAnyName || namesByParts(sheet);
+  m_matchesAnyName = m_matchesAnyName || hasPartialMatches(sheet);
   while (!sheet.empty()) {
     std::string name = takeName(sheet);
     if (!name.empty()) m_names.insert(std::move(name));
@@ -222,7 +222,7 @@ void StyleSheets::read(std::string_view sheet) {
 
 bool StyleSheets::mayName(std::string_view names) const {
   while (!(names = trim(names)).empty()) {
-    if (m_mayMeanAnyName) return true;
+    if (m_matchesAnyName) return true;
     const auto* const end = std::find_if(names.begin(), names.end(), isSpaceAscii);
     std::string name(names.begin(), end);
     std::transform(name.begin(), name.end(), name.begin(), toLowerAscii);

@@ -30,7 +30,7 @@ class StyleSheets {
   void read(std::string_view sheet);
 
   std::unordered_set<std::string> m_names;  ///< Every word of these sheets, in lower case.
-  bool m_mayMeanAnyName = false;
+  bool m_matchesAnyName = false;
 };
 
 /// Decides by the style and hidden attributes of a start tag. If a style sheet may override them, only their

@@ -1,4 +1,4 @@
-// secure/coverage.h - whether the signer is the sender, which a valid signature does not prove.
+// secure/signer_match.h - whether the signer is the sender, which a valid signature does not prove.
 #pragma once
 
 #include <string>
