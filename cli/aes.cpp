@@ -18,7 +18,7 @@
 #include "cli/support/output_file.h"
 #include "mailtree/crypto/SymmetricCipher.h"
 #include "mailtree/crypto/Wipe.h"
-#include "mailtree/mime/SealedBody.h"
+#include "mailtree/mime/EncryptedBody.h"
 
 namespace mailtree::cli {
 namespace {

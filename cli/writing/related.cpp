@@ -107,7 +107,7 @@ bool pointReferences(Email2& html, const std::vector<InlineFile>& files, const s
     if (!files[i].byLocation)
       targets.push_back({files[i].name, std::string(withoutBrackets(items[i]->m_contentId.view()))});
   std::string page;
-  if (pointCidReferences(html.m_body.view(), targets, page) > 0) {
+  if (redirectCidReferences(html.m_body.view(), targets, page) > 0) {
     const bool wasLong = html.m_body.hasLineLonger(kLongLine);
     html.m_body.clear();
     if (!html.m_body.append(std::string_view(page))) return false;

@@ -1,7 +1,7 @@
-// base/Ascii.h - the one family of ASCII helpers: case, classes, compare, find, trim.
+// base/Ascii.h - ASCII helpers: case, classes, compare, find, trim.
 //
-// Everything here is locale-independent; all but lowerCase allocates nothing and never throws. Bytes of 0x80 and above are
-// no letters, no blanks and equal only themselves, so utf-8 passes through unharmed.
+// Everything here is locale-independent; nothing but lowerCase allocates or throws. Bytes of 0x80 and above are
+// neither letters nor blanks and equal only themselves, so utf-8 passes through unchanged.
 #pragma once
 
 #include <cstddef>
@@ -13,7 +13,7 @@
 
 namespace mailtree {
 
-/// A view of a C string; null counts as empty. The one place where null meets string_view.
+/// A view of a C string; null counts as empty.
 constexpr std::string_view viewOf(const char* text) noexcept {
   return text ? std::string_view(text) : std::string_view();
 }
@@ -25,7 +25,7 @@ constexpr bool isDigitAscii(char c) noexcept { return c >= '0' && c <= '9'; }
 constexpr bool isAlnumAscii(char c) noexcept { return isAlphaAscii(c) || isDigitAscii(c); }
 /// Space, tab, CR, LF, vertical tab, form feed.
 constexpr bool isSpaceAscii(char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r'); }
-/// Space or tab: what may fold a header line.
+/// Space or tab, the white space of folded header lines.
 constexpr bool isBlankAscii(char c) noexcept { return c == ' ' || c == '\t'; }
 constexpr bool is8bit(char c) noexcept { return static_cast<unsigned char>(c) >= 0x80; }
 /// C0 control or DEL.
@@ -47,13 +47,13 @@ constexpr int hexValue(char c) noexcept {
   return -1;
 }
 
-/// Eight characters at once, in any order of bytes.
+/// Eight characters at once, in any byte order.
 constexpr std::uint64_t toLowerAscii8(std::uint64_t chars) noexcept {
-  constexpr std::uint64_t kEach = 0x0101010101010101;
-  const std::uint64_t low = chars & (0x7F * kEach);
-  const std::uint64_t fromA = low + (0x80 - 'A') * kEach;
-  const std::uint64_t beyondZ = low + (0x7F - 'Z') * kEach;
-  const std::uint64_t upper = (fromA ^ beyondZ) & ~chars & (0x80 * kEach);
+  constexpr std::uint64_t kOneInEachByte = 0x0101010101010101;
+  const std::uint64_t low = chars & (0x7F * kOneInEachByte);
+  const std::uint64_t fromA = low + (0x80 - 'A') * kOneInEachByte;
+  const std::uint64_t beyondZ = low + (0x7F - 'Z') * kOneInEachByte;
+  const std::uint64_t upper = (fromA ^ beyondZ) & ~chars & (0x80 * kOneInEachByte);
   return chars | (upper >> 2);
 }
 
@@ -109,14 +109,14 @@ constexpr std::string_view trimRight(std::string_view text) noexcept {
 /// Without white space (isSpaceAscii) at both ends.
 constexpr std::string_view trim(std::string_view text) noexcept { return trimLeft(trimRight(text)); }
 
-/// What follows the last "/" or "\".
+/// The text after the last "/" or "\".
 constexpr std::string_view baseName(std::string_view path) noexcept {
   const std::size_t slash = path.find_last_of("/\\");
   return slash == std::string_view::npos ? path : path.substr(slash + 1);
 }
 
-/// Wildcard match of the whole text: "*" stands for any run of bytes, also none. Linear in practice, no
-/// recursion.
+/// Wildcard match of the whole text: "*" matches any run of bytes, including
+/// none. Linear in practice, no recursion.
 constexpr bool matchesWildcard(std::string_view text, std::string_view pattern, bool caseSensitive) noexcept {
   std::size_t t = 0, p = 0, star = std::string_view::npos, retry = 0;
   while (t < text.size()) {

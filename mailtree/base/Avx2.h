@@ -1,4 +1,4 @@
-// base/Avx2.h - vector code of 32 bytes: where it can be compiled, and whether this processor runs it.
+// base/Avx2.h - 32-byte vector code: where it can be compiled, and whether this processor runs it.
 #pragma once
 
 #if defined(__x86_64__) && defined(__GNUC__)
@@ -11,12 +11,13 @@
 
 namespace mailtree {
 
-/// Whether this processor has all that MAILTREE_AVX2 lets the compiler use. A virtual machine may hide any of it.
+/// Whether this processor has all instructions that MAILTREE_AVX2 allows the compiler to use. A virtual
+/// machine may hide some.
 inline bool hasAvx2() noexcept {
 #if MAILTREE_HAS_AVX2_PATH
-  static const bool kHas =
+  static const bool kIsSupported =
       __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") && __builtin_cpu_supports("popcnt");
-  return kHas;
+  return kIsSupported;
 #else
   return false;
 #endif

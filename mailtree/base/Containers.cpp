@@ -8,13 +8,13 @@
 namespace mailtree {
 namespace {
 
-/// Whether `index` names one of `size` entries; negative ones become huge.
+/// Whether `index` is a valid index of `size` entries; negative ones become huge.
 bool isIndex(int index, std::size_t size) noexcept { return static_cast<std::size_t>(index) < size; }
 
 }  // namespace
 
-// Arrays are emptied before what they held is deleted: a destructor that looks back at its array finds none
-// of it.
+// Arrays are emptied before their objects are deleted: a destructor that
+// accesses its array finds none of them.
 
 ExtPtrArray::~ExtPtrArray() {
   const std::vector<Entry> entries = std::exchange(m_entries, {});
@@ -85,7 +85,7 @@ bool ExtPtrArraySb::appendString(std::string_view text) {
   return neverThrow(false, [&] {
     auto copy = std::make_unique<StringBuffer>(text);
     if (!appendSb(copy.get())) return false;
-    std::ignore = copy.release();  // now the array's
+    std::ignore = copy.release();  // now owned by the array
     return true;
   });
 }

@@ -1,7 +1,7 @@
 // base/Containers.h - arrays of object pointers, arrays of strings, a queue, a pair.
 //
-//   Ownership  An ExtPtrArray deletes at its end only what appendObject gave it. insertAt and appendPtr lend;
-//              removeAt disowns; removeAllObjects deletes everything, lent or owned.
+//   Ownership  The destructor of an ExtPtrArray deletes only what appendObject added. insertAt and appendPtr
+//              lend; removeAt disowns; removeAllObjects deletes everything, lent or owned.
 #pragma once
 
 #include <cstddef>
@@ -28,19 +28,19 @@ class ExtPtrArray final : public SorvikObject {
   bool appendPtr(SorvikObject* object);
   /// Inserts a borrowed pointer before `index`; an index beyond the end, or a negative one, appends.
   bool insertAt(int index, SorvikObject* object);
-  /// Room for so many more entries; false when memory ran out.
+  /// Room for `count` more entries; false when memory ran out.
   bool reserveMore(int count);
   /// Null when out of range.
   SorvikObject* elementAt(int index) const noexcept;
   int getSize() const noexcept { return static_cast<int>(m_entries.size()); }
-  /// Takes the entry out without deleting it and hands it to the caller; null when out of range.
+  /// Removes the entry without deleting it and passes ownership to the caller; null when out of range.
   SorvikObject* removeAt(int index) noexcept;
-  /// Forgets all without deleting any.
+  /// Removes all without deleting any.
   void removeAll() noexcept { m_entries.clear(); }
-  /// Deletes every entry, however it came in.
+  /// Deletes every entry, owned or lent.
   void removeAllObjects() noexcept;
-  /// Moves all entries, with their ownership, to the end of another array. False when memory ran out; nothing
-  /// moved then.
+  /// Moves all entries, with their ownership, to the end of another array. False,
+  /// with nothing moved, when memory ran out.
   bool transferPtrs(ExtPtrArray& destination);
 
   /// elementAt for a list that holds only T.
@@ -62,7 +62,7 @@ class ExtPtrArray final : public SorvikObject {
 /// Owning array of StringBuffer.
 class ExtPtrArraySb final : public SorvikObject {
  public:
-  /// Takes the string over; false when it is null or memory ran out (it then stays the caller's).
+  /// Takes ownership of the string; false when it is null or memory ran out (the caller then keeps it).
   bool appendSb(StringBuffer* text) { return m_strings.appendObject(text); }
   bool appendString(std::string_view text);
   /// Null when out of range.

@@ -21,7 +21,7 @@
 namespace mailtree {
 namespace {
 
-constexpr std::size_t kLeastCapacity = 32;
+constexpr std::size_t kMinCapacity = 32;
 constexpr std::size_t kReadChunk = std::size_t{64} * 1024;
 
 std::string_view firstBytes(std::string_view bytes, std::size_t limit) noexcept {
@@ -33,7 +33,7 @@ bool isInside(const void* p, const unsigned char* begin, std::size_t size) noexc
   return size && !before(p, begin) && before(p, begin + size);
 }
 
-/// Size of a regular file, 0 for anything whose size is not known beforehand.
+/// Size of a regular file, 0 for a file of unknown size.
 std::size_t expectedSize(const char* path) noexcept {
   return neverThrow<std::size_t>(0, [&]() -> std::size_t {
     std::error_code error;
@@ -95,27 +95,27 @@ bool DataBuffer::toHexString(StringBuffer& out) const { return out.appendHexData
 /// Makes the bytes this buffer's own, with room for `capacity` in all.
 bool DataBuffer::own(std::size_t capacity) {
   if (capacity <= m_capacity) return true;
-  // A first allocation is exact, since most buffers are filled by one append of known size; later ones are
-  // geometric.
-  const std::size_t roomy = std::max({capacity, m_capacity + m_capacity / 2, kLeastCapacity});
+  // The first allocation is exact, because most buffers are filled by one append of
+  // known size; later ones are geometric.
+  const std::size_t grown = std::max({capacity, m_capacity + m_capacity / 2, kMinCapacity});
   const bool borrowed = m_capacity == 0;
-  void* const fresh = borrowed ? std::malloc(roomy) : std::realloc(m_data, roomy);
+  void* const fresh = borrowed ? std::malloc(grown) : std::realloc(m_data, grown);
   if (!fresh) {
     ++abandonedCount();
     return false;
   }
   if (borrowed && m_size) std::memcpy(fresh, m_data, m_size);
   m_data = static_cast<unsigned char*>(fresh);
-  m_capacity = roomy;
+  m_capacity = grown;
   return true;
 }
 
 bool DataBuffer::append(const void* bytes, std::size_t size) {
   if (!bytes || size == 0) return true;
-  const bool ownBytes = isInside(bytes, m_data, m_size);
-  const std::ptrdiff_t offset = ownBytes ? static_cast<const unsigned char*>(bytes) - m_data : 0;
+  const bool isOwnData = isInside(bytes, m_data, m_size);
+  const std::ptrdiff_t offset = isOwnData ? static_cast<const unsigned char*>(bytes) - m_data : 0;
   if (!reserveMore(size)) return false;
-  std::memcpy(m_data + m_size, ownBytes ? m_data + offset : bytes, size);
+  std::memcpy(m_data + m_size, isOwnData ? m_data + offset : bytes, size);
   m_size += size;
   return true;
 }
@@ -130,11 +130,11 @@ bool DataBuffer::appendChar(char c) {
 
 bool DataBuffer::prepend(const void* bytes, std::size_t size) {
   if (!bytes || size == 0) return true;
-  const bool ownBytes = isInside(bytes, m_data, m_size);
-  const std::ptrdiff_t offset = ownBytes ? static_cast<const unsigned char*>(bytes) - m_data : 0;
+  const bool isOwnData = isInside(bytes, m_data, m_size);
+  const std::ptrdiff_t offset = isOwnData ? static_cast<const unsigned char*>(bytes) - m_data : 0;
   if (!reserveMore(size)) return false;
   std::memmove(m_data + size, m_data, m_size);
-  std::memcpy(m_data, ownBytes ? m_data + size + offset : bytes, size);
+  std::memcpy(m_data, isOwnData ? m_data + size + offset : bytes, size);
   m_size += size;
   return true;
 }
@@ -145,7 +145,7 @@ bool DataBuffer::reserveMore(std::size_t size) {
 
 unsigned char* DataBuffer::appendUninitialized(std::size_t size) {
   if (!reserveMore(std::max<std::size_t>(size, 1)))
-    return nullptr;  // null means failure, so even nothing has an address
+    return nullptr;  // null means failure, so an empty buffer needs an address too
   unsigned char* const added = m_data + m_size;
   m_size += size;
   return added;
@@ -227,12 +227,12 @@ bool DataBuffer::loadFileUtf8(const char* path, LogBase& log) {
   return false;
 }
 
-/// Appends a file's bytes; 0 or the errno that stopped it.
+/// Appends a file's bytes; 0 or an errno.
 int DataBuffer::readFile(const char* path) {
   const FilePtr file(std::fopen(path, "rbe"));
   if (!file) return errno;
-  std::setvbuf(file.get(), nullptr, _IONBF, 0);  // bytes go straight to their place
-  // One byte more than the file has, so that its end is found without growing again.
+  std::setvbuf(file.get(), nullptr, _IONBF, 0);  // unbuffered: bytes are read straight into place
+  // One byte more than the file has, to find its end without growing again.
   if (!reserveMore(expectedSize(path) + 1)) return ENOMEM;
   for (;;) {
     if (m_size == m_capacity && !reserveMore(kReadChunk)) return ENOMEM;

@@ -1,8 +1,8 @@
 // base/DataBuffer.h - growable byte buffer: bodies, files, whole messages.
 //
-//   Memory     Grows without initialising what it adds; moves, never copies, with takeData. After borrowData
-//              the bytes belong to somebody else: they are copied at the first change.
-//   Failure    false when memory ran out (the bytes are then unchanged) or when the operation says so.
+//   Memory     Grows without initialising new bytes; takeData moves, never copies. After borrowData the bytes
+//              belong to the lender: they are copied at the first change.
+//   Failure    false when memory ran out (the bytes are then unchanged) or as described at the operation.
 #pragma once
 
 #include <cstddef>
@@ -21,7 +21,7 @@ class StringBuffer;
 class DataBuffer final : public SorvikObject {
  public:
   DataBuffer() noexcept = default;
-  /// A copy; borrowed bytes become its own. Empty when memory ran out: where that matters, append() tells.
+  /// A copy; borrowed bytes become its own. Empty when memory ran out: use append() to detect that.
   DataBuffer(const DataBuffer& other);
   DataBuffer(DataBuffer&& other) noexcept;
   DataBuffer& operator=(const DataBuffer& other);
@@ -41,14 +41,14 @@ class DataBuffer final : public SorvikObject {
   bool containsChar(char c) const noexcept;
   /// Searches the first `limit` bytes only; 0 means all.
   bool containsSubstring(const char* text, std::size_t limit) const noexcept;
-  /// Whether a CR without LF or an LF without CR stands somewhere.
+  /// Whether there is a CR without LF or an LF without CR.
   bool containsBareCRLF() const noexcept;
   /// Position of the first occurrence of the bytes, -1 when absent.
   std::ptrdiff_t findBytes(const void* bytes, std::size_t size) const noexcept;
   bool endsWithStr(const char* text) const noexcept;
-  /// Whether a line holds more than n bytes; CR and LF do not count.
+  /// Whether a line has more than n bytes; CR and LF do not count.
   bool hasLineLonger(std::size_t n) const noexcept;
-  /// Whether no byte is 0x80 or above among the first `limit` bytes; 0 means all.
+  /// Whether all of the first `limit` bytes are below 0x80; 0 means all.
   bool is7bit(std::size_t limit) const noexcept;
   /// Upper-case hexadecimal of the bytes, appended.
   bool toHexString(StringBuffer& out) const;
@@ -63,12 +63,11 @@ class DataBuffer final : public SorvikObject {
   bool prepend(const void* bytes, std::size_t size);
   /// Room for `size` more bytes; false when memory ran out.
   bool reserveMore(std::size_t size);
-  /// Adds `size` bytes whose content the caller writes; null when memory ran out. shorten() gives back what
-  /// is not used.
+  /// Adds `size` bytes that the caller writes; null when memory ran out. shorten() returns the unused part.
   unsigned char* appendUninitialized(std::size_t size);
 
-  // Replacing, handing over, cutting
-  void clear() noexcept;                      ///< Empty, allocation given back.
+  // Replacing, moving, cutting
+  void clear() noexcept;                      ///< Empty, memory freed.
   void shorten(std::size_t n) noexcept;       ///< Drops n trailing bytes (all when n is larger).
   void takeData(DataBuffer& other) noexcept;  ///< Moves the other's bytes in, leaving it empty.
   /// Refers to bytes without copying; they must outlive this buffer or its next change.
@@ -77,19 +76,18 @@ class DataBuffer final : public SorvikObject {
 
   // Changing
   std::size_t replaceChar(char a, char b);
-  /// How many were replaced; an empty `a` matches nothing. One pass whatever the count.
+  /// Returns how many were replaced; an empty `a` matches nothing. One pass for any number.
   std::size_t replaceAllOccurances(std::string_view a, std::string_view b);
   /// utf-16LE to utf-8, a byte-order mark dropped, appended to `out`. A lone surrogate or a half unit becomes
   /// U+FFFD.
   bool cvUnicodeToUtf8(StringBuffer& out) const;
   bool cvUnicodeToUtf8_db(DataBuffer& out) const;
 
-  /// Replaces the bytes by those of a file (path in utf-8). False, with the reason logged, when it cannot be
-  /// read; the buffer is then empty.
+  /// Replaces the bytes by those of a file (path in utf-8). False, with the reason logged and the buffer
+  /// empty, when it cannot be read.
   bool loadFileUtf8(const char* path, LogBase& log);
 
-  /// Normalises a message as received from a POP3 server before parsing: undoes the dot-stuffing.
-  /// (mime/PopText.cpp)
+  /// Removes the dot-stuffing of a message received from a POP3 server, before parsing. (mime/PopText.cpp)
   void processRawPopMime();
 
  private:

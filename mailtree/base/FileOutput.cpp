@@ -26,8 +26,8 @@ constexpr int kNameAttempts = 8;
 constexpr mode_t kUsual = 0666, kOwnerOnly = 0600;
 constexpr mode_t kOwnerBits = 0700;
 
-/// Names of temporaries, for a signal handler, which can wait for no lock. Those beyond its room are removed by
-/// their objects alone.
+/// Names of temporary files, for a signal handler, which cannot wait for a lock. Names beyond its size are
+/// removed only by their objects.
 std::array<std::atomic<const char*>, 64> unfinished{};
 static_assert(std::atomic<const char*>::is_always_lock_free);
 
@@ -43,8 +43,8 @@ void unwatch(const char* name) noexcept {
 
 int lastError() noexcept { return errno ? errno : EIO; }
 
-/// Names of streams that are open already. They may lead to a regular file, which must not be replaced under
-/// the process that opened it.
+/// Names of streams that are already open. They may lead to a regular file, which must not be replaced while
+/// another process has it open.
 bool namesOpenStream(std::string_view path) noexcept {
   static constexpr std::array<std::string_view, 4> kPrefixes = {"/dev/stdout", "/dev/stderr", "/dev/fd/",
                                                                 "/proc/"};
@@ -52,24 +52,24 @@ bool namesOpenStream(std::string_view path) noexcept {
                      [&](std::string_view p) { return path.starts_with(p); });
 }
 
-/// 0 when this process may write to an existing file, else the errno. A folder that lets us replace a file
-/// does not mean that its owner does.
+/// 0 when this process may write to an existing file, else the errno. Permission to replace a file in its
+/// folder does not mean permission to change the file.
 int mayWrite(const fs::path& file) noexcept {
   errno = 0;
   return FilePtr(std::fopen(file.c_str(), "r+be")) ? 0 : lastError();
 }
 
-/// A fresh name in the folder of `target`. Short, whatever the target is called, so that it always fits.
-std::string nameBeside(const fs::path& target) {
+/// A new name in the folder of `target`. Short, so it always fits.
+std::string temporaryNameFor(const fs::path& target) {
   StringBuffer name(".mailtree-");
   UniqueIdSource::genUniqueId(name);
   name.append(".tmp");
   return (target.parent_path() / name.getString()).string();
 }
 
-/// Moves a whole file to its name; 0 or an errno. Where no rename can leave alone what has the name, the file gets
-/// a second name and loses the first one.
-int giveName(const char* from, const char* to, bool mayReplace) noexcept {
+/// Renames a complete file; 0 or an errno. Where rename would always replace an existing file, the file gets
+/// a second link and loses the first.
+int renameFile(const char* from, const char* to, bool mayReplace) noexcept {
   errno = 0;
   if (mayReplace) return std::rename(from, to) == 0 ? 0 : lastError();
 #ifdef RENAME_NOREPLACE
@@ -96,7 +96,7 @@ bool FileOutput::open(const char* path, LogBase& log, Existing existing, Readers
   return false;
 }
 
-/// Opens the stream that bytes go to; 0 or an errno.
+/// Opens the stream for the bytes; 0 or an errno.
 int FileOutput::start(std::string_view path, Existing existing, Readers readers) {
   m_path = path;
   m_buffer = std::make_unique<char[]>(kBufferSize);
@@ -108,7 +108,7 @@ int FileOutput::start(std::string_view path, Existing existing, Readers readers)
   const fs::file_status status = follows ? fs::status(named, error) : fs::symlink_status(named, error);
   if (fs::exists(status) && !m_mayReplace) return EEXIST;
   if (!fs::exists(status) || fs::is_symlink(status))
-    return named.has_filename() ? startBeside(m_path, readers == Readers::owner ? kOwnerOnly : kUsual)
+    return named.has_filename() ? startTemporary(m_path, readers == Readers::owner ? kOwnerOnly : kUsual)
                                 : ENOENT;
   if (!fs::is_regular_file(status) || namesOpenStream(path))
     return follows ? openStream() : fs::is_directory(status) ? EISDIR : EEXIST;
@@ -120,17 +120,17 @@ int FileOutput::start(std::string_view path, Existing existing, Readers readers)
   return startReplacing(target.string(), readers == Readers::owner ? before & kOwnerBits : before);
 }
 
-/// Nobody gets to open the new file who could not open the old one.
+/// The new file must not be readable by anyone who could not read the old one.
 int FileOutput::startReplacing(const std::string& target, unsigned permissions) {
-  if (const int failed = startBeside(target, kOwnerOnly)) return failed;
+  if (const int failed = startTemporary(target, kOwnerOnly)) return failed;
   errno = 0;
   return ::fchmod(::fileno(m_file.get()), permissions) == 0 ? 0 : lastError();
 }
 
-int FileOutput::startBeside(const std::string& target, unsigned permissions) {
+int FileOutput::startTemporary(const std::string& target, unsigned permissions) {
   for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
-    m_temporaryPath = nameBeside(target);
-    watch(m_temporaryPath.c_str());  // before it is there: no signal may come in between
+    m_temporaryPath = temporaryNameFor(target);
+    watch(m_temporaryPath.c_str());  // registered before the file exists: a signal may come in between
     const int failed = createStream(permissions);
     if (!failed) {
       m_path = target;
@@ -155,7 +155,7 @@ int FileOutput::createStream(unsigned permissions) {
   return 0;
 }
 
-/// What is no regular file is written to directly.
+/// Anything but a regular file is written to directly.
 int FileOutput::openStream() {
   errno = 0;
   return takeStream(std::fopen(m_path.c_str(), "abe"));
@@ -177,7 +177,7 @@ bool FileOutput::put(std::string_view bytes, LogBase& log) {
 
 bool FileOutput::commit(LogBase& log) {
   const LogContextExitor context(log, "commitOutputFile", log.m_verboseLogging);
-  if (failed()) {  // the write that failed said why
+  if (failed()) {  // the write that failed logged the reason
     discard();
     return false;
   }
@@ -189,12 +189,12 @@ bool FileOutput::commit(LogBase& log) {
   return false;
 }
 
-/// Closes the stream and gives the file its name; 0 or an errno.
+/// Closes the stream and renames the file; 0 or an errno.
 int FileOutput::finish() noexcept {
   errno = 0;
   if (std::fclose(m_file.release()) != 0) return lastError();
   if (m_temporaryPath.empty()) return 0;
-  if (const int failed = giveName(m_temporaryPath.c_str(), m_path.c_str(), m_mayReplace)) return failed;
+  if (const int failed = renameFile(m_temporaryPath.c_str(), m_path.c_str(), m_mayReplace)) return failed;
   forgetTemporary();
   return 0;
 }

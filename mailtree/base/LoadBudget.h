@@ -1,9 +1,9 @@
-// base/LoadBudget.h - what taking one message apart may cost in all, in any of its parts and layers.
+// base/LoadBudget.h - limits the total cost of one message, including all its parts and layers.
 //
-// A few hundred bytes can hold layers of packed content nested in each other, each with as many parts as a
-// message may have, and can be attached a thousand times. So there is one budget for a message, its layers and
-// the messages attached to it. The figures keep any input under 1 MB within half a second and 256 MB. What
-// grows with the bytes received needs no budget: attachments in base64 may be of any size.
+// A few hundred bytes can contain nested layers of compressed content, each with as many parts as a message
+// may have, attached a thousand times. So a message, its layers and the messages attached to it share one
+// budget. The figures keep any input under 1 MB within half a second and 256 MB. Cost that grows with the
+// bytes received needs no budget: attachments in base64 may have any size.
 #pragma once
 
 #include <algorithm>
@@ -12,64 +12,63 @@
 
 namespace mailtree {
 
-/// Parts of one message, leaves and multiparts; blocks of uuencoding count too.
+/// Parts of one message, leaves and multiparts; uuencoded blocks count too.
 inline constexpr int kMaxParts = 50'000;
 /// Security layers unwrapped in one message.
 inline constexpr int kMaxUnwrappedLayers = 10;
-/// Bytes that go into and come out of the layers of a message: at least so many, and more for each byte
-/// received. Texts are packed to a tenth of their size, and three layers around a big attachment take its bytes
-/// three times.
-inline constexpr std::size_t kLeastLayerBytes = std::size_t{16} << 20;
+/// Input and output bytes of the layers of a message: at least this many, and more for each
+/// byte received. Text compresses to a tenth of its size, and three layers around a large
+/// attachment take its bytes three times.
+inline constexpr std::size_t kMinLayerBytes = std::size_t{16} << 20;
 inline constexpr std::size_t kLayerBytesPerByte = 16;
-/// Private keys tried for one message. One trial a layer is usual; each takes milliseconds.
+/// Private keys tried for one message. One trial per layer is usual; each takes milliseconds.
 inline constexpr int kMaxKeyTrials = 16;
 /// Signers of one message.
 inline constexpr int kMaxSigners = 64;
-/// What checking signatures with keys costs, in operations on single bits: some 50 ms of work, or sixteen
-/// signers with P-521. A hostile message takes the biggest keys there are, and names each of them for every
-/// signer.
+/// Cost of verifying signatures, in operations on single bits: some 50 ms of work, or sixteen signers with
+/// P-521. A hostile message uses the largest keys, and lists each of them for every signer.
 inline constexpr std::uint64_t kMaxKeyWork = 128'000'000'000;
 
 struct LoadBudget {
   int parts = kMaxParts;
   int layers = kMaxUnwrappedLayers;
-  std::size_t layerBytes = kLeastLayerBytes;
+  std::size_t layerBytes = kMinLayerBytes;
   int keyTrials = kMaxKeyTrials;
   int signers = kMaxSigners;
   std::uint64_t keyWork = kMaxKeyWork;
-  bool lackedBytes = false;   ///< The last layer stays closed because it holds too much.
-  bool lackedTrials = false;  ///< The last layer stays closed because it asks for too many keys.
+  bool outOfBytes = false;   ///< The last layer was not opened because it contains too much.
+  bool outOfTrials = false;  ///< The last layer was not opened because it needs too many keys.
 
   static LoadBudget ofMessage(std::size_t size) noexcept {
     LoadBudget budget;
-    budget.layerBytes = std::max(kLeastLayerBytes, size * kLayerBytesPerByte);
+    budget.layerBytes = std::max(kMinLayerBytes, size * kLayerBytesPerByte);
     return budget;
   }
 
-  /// Goes on with a message that is attached to the first one. It has what is left, but no less than an honest
-  /// message of its size needs: a digest may hold thousands, and a reader opens the same one again and again.
+  /// Continues with a message attached to the first one. It gets what is left, but at least what an ordinary
+  /// message of its size needs: a digest may hold thousands, and a reader opens the same one repeatedly.
   void topUpFor(std::size_t size) noexcept {
     constexpr std::size_t kBytesPerPart = 1'000;
     constexpr std::size_t kBytesPerLayer = 1'500;
     constexpr std::uint64_t kWorkPerByte = 1'000'000;
-    const auto fair = [size](std::size_t bytesEach, int most) {
+    const auto shareOf = [size](std::size_t bytesEach, int most) {
       return static_cast<int>(std::min(size / bytesEach, static_cast<std::size_t>(most)));
     };
-    const int fairLayers = fair(kBytesPerLayer, kMaxUnwrappedLayers);
-    parts = std::max(parts, fair(kBytesPerPart, kMaxParts));
-    layers = std::max({layers, fairLayers, 1});
+    const int minLayers = shareOf(kBytesPerLayer, kMaxUnwrappedLayers);
+    parts = std::max(parts, shareOf(kBytesPerPart, kMaxParts));
+    layers = std::max({layers, minLayers, 1});
     layerBytes = std::max(layerBytes, size * kLayerBytesPerByte);
-    keyTrials = std::max(keyTrials, fairLayers);
-    signers = std::max({signers, fairLayers, 1});
+    keyTrials = std::max(keyTrials, minLayers);
+    signers = std::max({signers, minLayers, 1});
     keyWork = std::max(keyWork, std::min(size * kWorkPerByte, kMaxKeyWork));
-    lackedBytes = lackedTrials = false;
+    outOfBytes = outOfTrials = false;
   }
 
-  /// Spends bytes on a layer; false, with the lack noted, when there are not so many left.
+  /// Spends bytes on a layer; false, with outOfBytes set, when too few are left.
   bool takeLayerBytes(std::size_t size) noexcept {
-    lackedBytes = size > layerBytes;
-    if (!lackedBytes) layerBytes -= size;
-    return !lackedBytes;
+    outOfBytes = size > layerBytes;
+    if (!outOfBytes) layerBytes -= size;
+    return !outOfBytes;
   }
 };
 

@@ -6,8 +6,7 @@
 namespace mailtree {
 namespace {
 
-/// One line of a terminal: what an entry quotes from a message can neither break the line nor steer the
-/// terminal.
+/// One line of a terminal: text quoted from a message can neither break the line nor control the terminal.
 void appendOneLine(std::string& out, std::string_view text) {
   std::transform(text.begin(), text.end(), std::back_inserter(out),
                  [](char c) { return isControlAscii(c) ? ' ' : c; });
@@ -75,7 +74,7 @@ std::string LogMemory::text() const {
   return out;
 }
 
-/// Without memory for it an entry is lost, never the operation that logs.
+/// When memory runs out, the entry is lost, but the logging operation does not fail.
 void LogMemory::keep(Kind kind, std::string_view tag, std::string_view text) {
   neverThrow(false, [&] {
     m_entries.push_back({kind, m_context, std::string(tag), std::string(text)});

@@ -1,6 +1,6 @@
-// base/Log.h - where operations say what they did and why they failed.
+// base/Log.h - logs: what operations did and why they failed.
 //
-// Every operation takes a LogBase. Errors always go there; information mostly only when m_verboseLogging is
+// Every operation takes a LogBase. Errors are always logged; information mostly only when m_verboseLogging is
 // set. Nothing is formatted for a log that will not keep it.
 #pragma once
 
@@ -28,8 +28,8 @@ class LogBase {
   /// Whether an option keyword was given, anywhere in m_options, ignoring case.
   bool hasOption(const char* keyword) const noexcept { return m_options.containsSubstringNoCase(keyword); }
 
-  bool m_verboseLogging = false;  ///< Most information lines and context names ask for it.
-  bool m_debugLogging = false;    ///< A few more do for this one.
+  bool m_verboseLogging = false;  ///< Enables most information lines and context names.
+  bool m_debugLogging = false;    ///< Enables a few more.
   StringBuffer m_options;         ///< The caller's option keywords, such as "UseBccHeader".
 };
 
@@ -65,7 +65,7 @@ class LogNull final : public LogBase {
 struct LogEntry {
   enum class Kind { Error, Info, Data, ContextOpen, ContextClose };
   Kind kind;
-  std::string context;  ///< Path of the contexts around the entry, outermost first, joined by "/".
+  std::string context;  ///< Path of the contexts of the entry, outermost first, joined by "/".
   std::string tag;      ///< Data entries only.
   std::string text;     ///< For a context entry, its name.
 };
@@ -84,7 +84,7 @@ class LogMemory final : public LogBase {
 
   const std::vector<LogEntry>& entries() const noexcept { return m_entries; }
   void clear();
-  /// The entries for a person: one line each, indented by context.
+  /// The entries as readable text: one line each, indented by context.
   std::string text() const;
 
  private:

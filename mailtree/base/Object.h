@@ -1,9 +1,9 @@
-// base/Object.h - roots of the object model: validity markers, ownership, reference counts.
+// base/Object.h - base classes of the object model: validity markers, ownership, reference counts.
 //
-//   Marker     Every object carries a 32-bit marker while it is alive and loses it when it is destroyed, so
-//              that a use after destruction can be refused instead of followed.
-//   Ownership  Owned<T> is the owner used inside; ObjectOwner and deleteObject serve the operations' raw
-//              edge.
+//   Marker     Every object has a 32-bit marker while it is alive and loses it when it is destroyed, so a use
+//              after destruction can be detected and refused.
+//   Ownership  Owned<T> is the owner used inside; ObjectOwner and deleteObject are
+//              for operations with raw pointers.
 #pragma once
 
 #include <atomic>
@@ -14,20 +14,20 @@
 
 namespace mailtree {
 
-/// Writes a marker in a way the optimiser must keep: a plain store in a destructor is dead code to it.
+/// Writes a marker in a way the optimiser must keep: it removes a plain store in a destructor.
 inline void writeMarker(std::uint32_t& marker, std::uint32_t value) noexcept {
   *static_cast<volatile std::uint32_t*>(&marker) = value;
 }
 
-/// Reads a marker with a load the optimiser may not assume away.
+/// Reads a marker with a load the optimiser must not remove.
 inline bool hasMarker(const std::uint32_t& marker, std::uint32_t value) noexcept {
   return *static_cast<const volatile std::uint32_t*>(&marker) == value;
 }
 
-/// Marker of every value type of this library while it is alive.
+/// Marker of every live value type of this library.
 inline constexpr std::uint32_t kObjectMarker = 0x62CB09E3;
 
-/// Root of every heap object that an owning array can hold, and of the value types that carry the marker.
+/// Base of every heap object that an owning array can hold, and of the value types that carry the marker.
 class SorvikObject {
  public:
   SorvikObject() noexcept { writeMarker(m_objectMarker, kObjectMarker); }
@@ -35,10 +35,10 @@ class SorvikObject {
   SorvikObject& operator=(const SorvikObject&) noexcept { return *this; }
   virtual ~SorvikObject() { writeMarker(m_objectMarker, 0); }
 
-  /// Bytes this object holds on the heap, itself not counted. 0 where a type does not measure itself.
+  /// Heap bytes of this object, without the object itself. 0 for a type that does not measure itself.
   virtual std::size_t heapUsage() const { return 0; }
 
-  /// Deletes this heap object through the root.
+  /// Deletes this heap object through the base class.
   void deleteObject() { delete this; }
 
   /// Whether the library-wide marker is intact: false once the object was destroyed.
@@ -48,10 +48,10 @@ class SorvikObject {
   std::uint32_t m_objectMarker;
 };
 
-/// An object with a single owner: whoever holds the pointer.
+/// An object with a single owner.
 class NonRefCountedObj : public SorvikObject {};
 
-/// An object that counts its holders and deletes itself when the last one leaves. Starts uncounted: the
+/// A reference-counted object that deletes itself when the last reference is released. Starts uncounted: the
 /// creator's first incRefCount makes the count 1. The count is atomic; the object's content is not protected.
 class RefCountedObject : public SorvikObject {
  public:
@@ -97,7 +97,7 @@ class RefPtr {
   T* m_object = nullptr;
 };
 
-/// Deleter that goes through the root, for unique_ptr.
+/// Deleter through the base class, for unique_ptr.
 struct DeleteObject {
   void operator()(SorvikObject* object) const noexcept { object->deleteObject(); }
 };
@@ -110,7 +110,7 @@ class ObjectOwner {
  public:
   ObjectOwner() noexcept = default;
   explicit ObjectOwner(SorvikObject* object) noexcept : m_object(object) {}
-  /// Takes another object; the one held before is deleted.
+  /// Takes ownership of another object; deletes the previous one.
   void own(SorvikObject* object) noexcept { m_object.reset(object); }
   SorvikObject* get() const noexcept { return m_object.get(); }
   SorvikObject* release() noexcept { return m_object.release(); }
@@ -119,15 +119,14 @@ class ObjectOwner {
   Owned<SorvikObject> m_object;
 };
 
-/// Counts what is given up because memory ran out; see abandonedOperations().
+/// Number of operations abandoned for lack of memory; see abandonedOperations().
 inline std::uint64_t& abandonedCount() noexcept {
   static thread_local constinit std::uint64_t count = 0;
   return count;
 }
 
-/// How many operations were given up on this thread so far. Between the one that fails and the one that must be
-/// whole, many pass nothing on: a text stays empty, a part is left out. Who must know compares the number with
-/// that of before.
+/// Number of operations abandoned on this thread so far. Many do not report it: a text stays empty, a part is
+/// left out. A caller that must know compares the number with an earlier one.
 inline std::uint64_t abandonedOperations() noexcept { return abandonedCount(); }
 
 /// Runs `body`; anything it throws, bad_alloc included, becomes `onFailure`. The only catch-all of the

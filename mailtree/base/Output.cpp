@@ -7,14 +7,15 @@ namespace mailtree {
 bool ProgressContext::advance(std::size_t bytes) {
   if (m_aborted) return false;
   m_bytesDone += bytes;
-  const bool goOn = !m_monitor || neverThrow(false, [&] { return m_monitor->onProgress(m_bytesDone); });
-  m_aborted = !goOn;
-  return goOn;
+  const bool isContinued =
+      !m_monitor || neverThrow(false, [&] { return m_monitor->onProgress(m_bytesDone); });
+  m_aborted = !isContinued;
+  return isContinued;
 }
 
 bool _svOutput::write(std::string_view bytes, ProgressContext& progress, LogBase& log) {
   if (m_failed) return false;
-  // An abort fails the sink as well: what it holds is no longer whole, whoever goes on writing to it.
+  // An abort fails the sink as well: its content stays incomplete even if others write to it.
   m_failed = progress.aborted() || !neverThrow(false, [&] { return put(bytes, log); }) ||
              !progress.advance(bytes.size());
   return !m_failed;

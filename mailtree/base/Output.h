@@ -1,7 +1,7 @@
 // base/Output.h - byte sinks, and the progress of one operation.
 //
-//   Failure    A write returns false when the sink failed or the operation was aborted. A sink that failed,
-//              and a progress that was aborted, stay so: every later write fails too.
+//   Failure    A write returns false when the sink failed or the operation was aborted. Both are permanent:
+//              every later write fails too.
 #pragma once
 
 #include <cstddef>
@@ -24,11 +24,11 @@ struct CloseFile {
 };
 using FilePtr = std::unique_ptr<std::FILE, CloseFile>;
 
-/// What a caller implements to follow an operation.
+/// Interface for a caller that follows an operation.
 class ProgressMonitor {
  public:
   virtual ~ProgressMonitor() = default;
-  /// Told how many bytes are done; false aborts the operation.
+  /// Called with the number of bytes done; false aborts the operation.
   virtual bool onProgress(std::uint64_t bytesDone) = 0;
 };
 
@@ -37,7 +37,7 @@ class ProgressContext {
  public:
   /// The monitor is borrowed and may be null.
   explicit ProgressContext(ProgressMonitor* monitor) noexcept : m_monitor(monitor) {}
-  /// Counts bytes and asks the monitor; false when the operation is to stop.
+  /// Counts bytes and calls the monitor; false when the operation must stop.
   bool advance(std::size_t bytes);
   bool aborted() const noexcept { return m_aborted; }
   std::uint64_t bytesDone() const noexcept { return m_bytesDone; }
@@ -65,7 +65,7 @@ class _svOutput {
   bool failed() const noexcept { return m_failed; }
 
  protected:
-  /// Puts the bytes at the current end; false, with the reason logged, when that failed.
+  /// Appends the bytes; false, with the reason logged, on failure.
   virtual bool put(std::string_view bytes, LogBase& log) = 0;
   void setFailed() noexcept { m_failed = true; }
 
@@ -85,7 +85,7 @@ class MemoryOutput final : public _svOutput {
   DataBuffer& m_destination;
 };
 
-/// Writes to any stream, which is borrowed; what the stream throws becomes false.
+/// Writes to any stream, which is borrowed; an exception of the stream becomes false.
 class StreamOutput final : public _svOutput {
  public:
   explicit StreamOutput(std::ostream& stream) noexcept : m_stream(stream) {}
@@ -97,27 +97,27 @@ class StreamOutput final : public _svOutput {
   std::ostream& m_stream;
 };
 
-/// What FileOutput does where its name is taken.
+/// What FileOutput does when the name exists.
 enum class Existing {
-  /// The file is replaced and keeps its permission bits; a symbolic link keeps pointing to it. What is no
-  /// regular file (a fifo, a terminal, standard output) is written to directly.
+  /// Replaces the file and keeps its permission bits; follows a symbolic link. Writes directly to anything
+  /// that is not a regular file (a fifo, a terminal, standard output).
   replace,
-  /// The file under this very name is replaced: a symbolic link gives way to the new file and what it pointed
-  /// to stays. What is neither is refused.
+  /// Replaces the directory entry: a symbolic link is replaced by the new file, and its target stays. Refuses
+  /// anything but files and symbolic links.
   replaceEntry,
-  /// Anything that has the name is refused, a symbolic link that leads nowhere too: by open(), and by commit()
-  /// when the name was taken in between.
+  /// Refuses any existing name, including a dangling symbolic link: in open(), and in
+  /// commit() when the name appeared in between.
   refuse
 };
 
 /// Who may read a file.
 enum class Readers {
-  usual,  ///< What the umask leaves, or who could read the file that is replaced.
-  owner   ///< Of these only the owner, from its first byte on.
+  usual,  ///< As the umask allows, or as for the file that is replaced.
+  owner   ///< The owner only, from the first byte on.
 };
 
-/// Writes to a file, buffered. A file exists under its name only when it is whole: bytes go beside it, to a
-/// name of their own (".mailtree-...tmp"), until commit() gives it its name. Without commit() nothing remains.
+/// Writes to a file, buffered. The file appears under its name only when complete: bytes go to a temporary
+/// file in the same folder (".mailtree-...tmp"), which commit() renames. Without commit() nothing remains.
 /// One object writes one file.
 class FileOutput final : public _svOutput {
  public:
@@ -125,14 +125,14 @@ class FileOutput final : public _svOutput {
   FileOutput(const FileOutput&) = delete;
   FileOutput& operator=(const FileOutput&) = delete;
   ~FileOutput() override;
-  /// Starts a file (path in utf-8). False, with the reason logged, when it cannot be made.
+  /// Starts a file (path in utf-8). False, with the reason logged, when it cannot be created.
   bool open(const char* path, LogBase& log, Existing existing = Existing::replace,
             Readers readers = Readers::usual);
-  /// Flushes, closes and gives the file its name; false, with the reason logged, when any of it failed.
+  /// Flushes, closes and renames the file; false, with the reason logged, on failure.
   bool commit(LogBase& log);
 
-  /// Removes what files of this process that are not committed have written so far. For a signal handler that
-  /// ends the process: it is async-signal-safe, and no file may be written to afterwards.
+  /// Removes the temporary files of this process. For a signal handler that ends the process: it is
+  /// async-signal-safe, and no file may be written to afterwards.
   static void removeUnfinished() noexcept;
 
  protected:
@@ -141,7 +141,7 @@ class FileOutput final : public _svOutput {
  private:
   int start(std::string_view path, Existing existing, Readers readers);
   int startReplacing(const std::string& target, unsigned permissions);
-  int startBeside(const std::string& target, unsigned permissions);
+  int startTemporary(const std::string& target, unsigned permissions);
   int createStream(unsigned permissions);
   int openStream();
   int takeStream(std::FILE* stream);
@@ -149,10 +149,10 @@ class FileOutput final : public _svOutput {
   void forgetTemporary() noexcept;
   void discard() noexcept;
 
-  std::unique_ptr<char[]> m_buffer;  ///< The stream's, so it must outlive it.
+  std::unique_ptr<char[]> m_buffer;  ///< Of the stream, so it must outlive it.
   FilePtr m_file;
   std::string m_path;
-  std::string m_temporaryPath;  ///< Goes without commit(). Empty while what is no regular file is written.
+  std::string m_temporaryPath;  ///< Removed without commit(). Empty when writing directly.
   bool m_mayReplace = true;
 };
 

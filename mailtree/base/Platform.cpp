@@ -32,7 +32,7 @@ std::uint32_t nextSerial() noexcept {
   return serial.fetch_add(1, std::memory_order_relaxed);
 }
 
-/// Fills bytes from the system call; how many it gave.
+/// Fills bytes from the system call; returns how many.
 std::size_t fillFromKernel([[maybe_unused]] unsigned char* bytes,
                            [[maybe_unused]] std::size_t size) noexcept {
   std::size_t done = 0;
@@ -47,7 +47,7 @@ std::size_t fillFromKernel([[maybe_unused]] unsigned char* bytes,
   return done;
 }
 
-/// Fills bytes from the standard library's device; how many it gave.
+/// Fills bytes from the standard library's device; returns how many.
 std::size_t fillFromDevice(unsigned char* bytes, std::size_t size) noexcept {
   std::size_t done = 0;
   neverThrow(false, [&] {
@@ -85,8 +85,8 @@ void Psdk::sleepMs(unsigned milliseconds) {
 void Psdk::generateBoundary(StringBuffer& out, LogBase& log) {
   out.setString("----=_");
   if (UniqueIdSource::genUniqueId(out)) return;
-  // Still unique in this process, and unlikely to meet another's.
-  log.logError("No random bytes for a boundary");
+  // Still unique in this process, and unlikely to equal one of another process.
+  log.logError("No randomness for a boundary");
   const auto now = std::chrono::system_clock::now().time_since_epoch().count();
   out.appendHexDataNoWS(&now, sizeof now);
   appendSerial(out);

@@ -1,6 +1,6 @@
-// base/Platform.h - what the library asks of its host: name, clock ticks, randomness, files.
+// base/Platform.h - services of the host: name, clock ticks, randomness, files.
 //
-// Everything here is safe to call from several threads at once.
+// Everything here may be called from several threads at once.
 #pragma once
 
 #include <cstdint>
@@ -14,22 +14,20 @@ class LogBase;
 
 class Psdk {
  public:
-  /// Appends the host's name (the part before the first dot is not cut off); nothing when it has none.
+  /// Appends the host name, not cut at the first dot; nothing when it has none.
   static void getComputerName(StringBuffer& out);
-  /// Milliseconds since some fixed moment; wraps.
+  /// Milliseconds since a fixed time; wraps around.
   static std::uint32_t getTickCount();
   static void sleepMs(unsigned milliseconds);
-  /// Replaces `out` by a fresh multipart boundary: unique, at most 60 bytes, of letters, digits, "_", "=" and
-  /// "-", with a "=_" in it, which no quoted-printable text can hold.
+  /// Replaces `out` by a new multipart boundary: unique, at most 60 bytes, of letters, digits, "_", "=" and
+  /// "-", with a "=_" in it, which cannot occur in quoted-printable text.
   static void generateBoundary(StringBuffer& out, LogBase& log);
-  /// The host's ANSI code page: 20127 on a host that has none, which is every one but Windows; never the
-  /// locale's.
+  /// The host's ANSI code page: 20127 on every host but Windows; never that of the locale.
   static int getAnsiCodePage();
-  /// Takes note of an operation on an object whose marker is wrong; `object` may be null. Only counts and
-  /// returns.
+  /// Records an operation on an object whose marker is wrong; `object` may be null. Only counts and returns.
   static void corruptObjectFound(const void* object) noexcept;
   static void badObjectFound(const void* object) noexcept;
-  /// How often the two above were called in this process.
+  /// How often the two functions above were called in this process.
   static unsigned corruptObjectsSeen() noexcept;
 };
 

@@ -11,7 +11,7 @@ std::size_t lengthWithoutCr(std::string_view line) noexcept {
   return line.size() - static_cast<std::size_t>(std::count(line.begin(), line.end(), '\r'));
 }
 
-/// Whether a CR at i-1 and an LF at i disagree for some i in [1, size).
+/// Whether CR at i-1 and LF at i do not occur together for some i in [1, size).
 bool disagrees(const char* bytes, std::size_t size) noexcept {
   unsigned char bad = 0;
   for (std::size_t i = 1; i < size; ++i)
@@ -21,10 +21,11 @@ bool disagrees(const char* bytes, std::size_t size) noexcept {
 
 #if defined(__SSE2__)
 
-/// Up to this size a comparison at every place is still cheap, so that the whole stays linear.
+/// Up to this size comparing at every position is cheap, and the search stays linear.
 constexpr std::size_t kShortWanted = 16;
 
-/// Looks at 16 places at once for the first and the last byte of `wanted`, and compares where both stand.
+/// Compares 16 positions at once with the first and the last byte of
+/// `wanted`, and the whole where both match.
 std::size_t findShort(std::string_view text, std::string_view wanted, std::size_t from) noexcept {
   constexpr std::size_t kWidth = sizeof(__m128i);
   const __m128i first = _mm_set1_epi8(wanted.front()), last = _mm_set1_epi8(wanted.back());
@@ -45,7 +46,7 @@ std::size_t findShort(std::string_view text, std::string_view wanted, std::size_
   const std::size_t lastBlock = text.size() - toLast - kWidth;
   for (; from < lastBlock; from += kWidth)
     if (const std::size_t found = findAmong16(from); found != std::string_view::npos) return found;
-  return findAmong16(lastBlock);  // some of its places were looked at before, in vain
+  return findAmong16(lastBlock);  // some of its positions were searched before, without a match
 }
 
 #endif
@@ -54,10 +55,10 @@ std::size_t findShort(std::string_view text, std::string_view wanted, std::size_
 
 std::size_t findSubstringPortable(std::string_view text, std::string_view wanted, std::size_t from) noexcept {
 #if defined(__GLIBC__)
-  // Its memmem is linear also when both texts come from the same hostile message; string_view::find is not.
+  // Its memmem is linear even when both texts come from the same hostile message; string_view::find is not.
   if (from > text.size()) return std::string_view::npos;
   if (wanted.empty()) return from;
-  // An empty text may have no address at all.
+  // An empty text may have a null pointer.
   if (wanted.size() > text.size() - from) return std::string_view::npos;
   const void* const found = memmem(text.data() + from, text.size() - from, wanted.data(), wanted.size());
   return found ? static_cast<std::size_t>(static_cast<const char*>(found) - text.data())
@@ -79,7 +80,7 @@ bool hasBareLineEnd(std::string_view text) noexcept {
   if (text.empty()) return false;
   if (text.front() == '\n' || text.back() == '\r') return true;
   // Blocks of fixed size: the compiler turns the comparison into vector code, and a hit near the start ends
-  // it early. Neighbouring blocks share one byte.
+  // it early. Adjacent blocks share one byte.
   constexpr std::size_t kBlock = 257;
   std::size_t at = 0;
   for (; text.size() - at >= kBlock; at += kBlock - 1)

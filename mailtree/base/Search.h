@@ -1,8 +1,7 @@
-// base/Search.h - searches over bytes that strings and buffers share: substrings, line ends, line lengths.
+// base/Search.h - searches in bytes for strings and buffers: substrings, line breaks, line lengths.
 //
-// All are linear in the text, whatever the text and the wanted bytes are; none allocates or throws. What every header
-// and body goes through looks at 16 bytes at once where every processor compiled for can; its portable twin says the
-// same.
+// All are linear in the text for any input; none allocates or throws. The searches on every header and body
+// examine 16 bytes at once if all target processors can; the portable versions give the same results.
 #pragma once
 
 #include <bit>
@@ -20,7 +19,7 @@ std::size_t findSubstring(std::string_view text, std::string_view wanted, std::s
 std::size_t findSubstringPortable(std::string_view text, std::string_view wanted,
                                   std::size_t from = 0) noexcept;
 
-/// Position of the first byte at or after `from` that is one of `kWanted`; the size of the text when there is none.
+/// Position of the first byte at or after `from` that is one of `kWanted`; the text size when absent.
 template <char... kWanted>
 constexpr std::size_t findAnyPortable(std::string_view text, std::size_t from = 0) noexcept {
   while (from < text.size() && !((text[from] == kWanted) || ...)) ++from;
@@ -41,7 +40,7 @@ inline std::size_t findAny(std::string_view text, std::size_t from = 0) noexcept
   for (; text.size() - from >= kWidth; from += kWidth)
     if (const unsigned found = hits(from)) return from + static_cast<unsigned>(std::countr_zero(found));
   if (text.size() >= kWidth) {
-    // The last block reaches back before `from`, where nothing counts.
+    // The last block begins before `from`; matches there are ignored.
     const std::size_t last = text.size() - kWidth;
     const unsigned found = hits(last) >> (from - last) << (from - last);
     return found ? last + static_cast<unsigned>(std::countr_zero(found)) : text.size();
@@ -50,16 +49,16 @@ inline std::size_t findAny(std::string_view text, std::size_t from = 0) noexcept
   return findAnyPortable<kWanted...>(text, from);
 }
 
-/// Whether a CR without LF or an LF without CR stands somewhere.
+/// Whether there is a CR without LF or an LF without CR.
 bool hasBareLineEnd(std::string_view text) noexcept;
 
-/// Bytes of the longest line. Lines end at LF; CR and LF do not count, so that a bare CR, which no transport
-/// takes for a line end, cannot hide a long line. Returns as soon as a line longer than `enough` was seen.
+/// Bytes of the longest line. Lines end at LF; CR and LF do not count. A bare CR, which no transport treats
+/// as a line break, cannot hide a long line. Returns as soon as a line longer than `enough` was found.
 std::size_t longestLine(std::string_view text, std::size_t enough = std::string_view::npos) noexcept;
 
-/// Appends `text` to `out` with every `a` replaced by `b`, in one pass. `out` is any type with a bool
-/// append(string_view).
-/// @return how many were replaced; 0, with `out` to be thrown away, when there was none or memory ran out.
+/// Appends `text` to `out` with every `a` replaced by `b`, in one pass. `out` is
+/// any type with a bool append(string_view).
+/// @return the number replaced; 0, with `out` unusable, when there was none or memory ran out.
 template <class Buffer>
 std::size_t replaceAllInto(Buffer& out, std::string_view text, std::string_view a, std::string_view b) {
   if (a.empty()) return 0;

@@ -1,8 +1,8 @@
 // base/Slab.h - memory for the nodes of a tree: one allocation for many objects of one type.
 //
-//   Lifetime  Every object is destroyed on its own, in any order and on any thread, by the delete of its class.
-//             The slab goes when its pool has moved on and the last of its objects is gone.
-//   A class   whose objects may live in a slab has a member `Slab* m_slab = nullptr`, befriends SlabPool and
+//   Lifetime  Every object is destroyed on its own, in any order and on any thread, by the delete of its
+//             class. The slab is freed when its pool no longer uses it and the last of its objects is gone.
+//   A class   whose objects may be in a slab has a member `Slab* m_slab = nullptr`, befriends SlabPool and
 //             destroyInSlab, and declares
 //                 static void operator delete(T* object, std::destroying_delete_t) noexcept { destroyInSlab(object); }
 #pragma once
@@ -28,10 +28,10 @@ namespace mailtree {
 
 class Slab {
  public:
-  /// One reference is the caller's. Throws bad_alloc.
+  /// The caller owns one reference. Throws bad_alloc.
   static Slab* create(std::size_t objects, std::size_t objectSize);
 
-  /// The next free place; null when there is none left.
+  /// The next free place; null when the slab is full.
   void* take(std::size_t size) noexcept {
     if (m_size - m_used < size) return nullptr;
     return reinterpret_cast<std::byte*>(this + 1) + std::exchange(m_used, m_used + size);
@@ -44,21 +44,21 @@ class Slab {
 
   std::size_t m_size;
   std::size_t m_used = 0;
-  // Beside each other in memory stand objects that different threads may destroy.
+  // Different threads may destroy adjacent objects.
   alignas(std::max_align_t) std::atomic<unsigned> m_references{1};
 };
 
-/// Makes objects, several to a slab.
+/// Creates objects, several to a slab.
 template <class T>
 class SlabPool {
  public:
-  /// @param expected  how many will be made; more may be.
+  /// @param expected  how many will be made; more are possible.
   explicit SlabPool(std::size_t expected) noexcept : m_expected(expected) {}
   SlabPool(const SlabPool&) = delete;
   SlabPool& operator=(const SlabPool&) = delete;
   ~SlabPool() { leaveSlab(); }
 
-  /// A new object; whoever gets it deletes it. Throws what its constructor does, and bad_alloc.
+  /// A new object, owned by the caller. Throws bad_alloc and what its constructor throws.
   template <class... Args>
   T* create(Args&&... args) {
     static_assert(alignof(T) <= alignof(std::max_align_t));
@@ -69,15 +69,15 @@ class SlabPool {
   }
 
  private:
-  /// An object that outlives its tree keeps no more than its neighbours' places.
-  static constexpr std::size_t kMost = 16;
-  static constexpr std::size_t kLeast = 1;
+  /// Limits the memory that an object keeps when it outlives its tree.
+  static constexpr std::size_t kMax = 16;
+  static constexpr std::size_t kMin = 1;
 
   void* place() {
     if (m_slab)
       if (void* const place = m_slab->take(sizeof(T))) return place;
     leaveSlab();
-    const std::size_t count = std::clamp(m_expected, kLeast, kMost);
+    const std::size_t count = std::clamp(m_expected, kMin, kMax);
     m_slab = Slab::create(count, sizeof(T));
     m_expected = m_expected > count ? m_expected - count : count * 2;
     return m_slab->take(sizeof(T));
@@ -91,7 +91,7 @@ class SlabPool {
   std::size_t m_expected;
 };
 
-/// What the delete of such a class does, for objects in slabs and for those made by new.
+/// The delete of such a class, for objects in slabs and for those made by new.
 template <class T>
 void destroyInSlab(T* object) noexcept {
   Slab* const slab = object->m_slab;

@@ -15,8 +15,7 @@ namespace {
 
 using Kind = FormatArgument::Kind;
 
-/// One directive: %[flags][width][.precision][length]conversion. The length is skipped: an argument knows its
-/// own.
+/// One directive: %[flags][width][.precision][length]conversion. The length is skipped: arguments are typed.
 struct Directive {
   bool left = false;
   bool zeros = false;
@@ -68,14 +67,14 @@ bool setFlag(Directive& directive, char c) noexcept {
 }
 
 unsigned readNumber(const char*& format) noexcept {
-  constexpr unsigned kMost = 100000;  // beyond any buffer a caller has
+  constexpr unsigned kMax = 100000;  // larger than any caller's buffer
   unsigned number = 0;
   for (; isDigitAscii(*format); ++format)
-    number = std::min(kMost, number * 10 + static_cast<unsigned>(*format - '0'));
+    number = std::min(kMax, number * 10 + static_cast<unsigned>(*format - '0'));
   return number;
 }
 
-/// Reads what follows a "%" and moves past it; at the end of the format the conversion is 0.
+/// Reads the text after a "%" and moves past it; at the end of the format the conversion is 0.
 Directive readDirective(const char*& format) noexcept {
   Directive directive;
   while (setFlag(directive, *format)) ++format;
@@ -87,7 +86,7 @@ Directive readDirective(const char*& format) noexcept {
   return directive;
 }
 
-/// sign or prefix, zeros, digits, each as the standard functions place them.
+/// sign or prefix, zeros, digits, placed as the standard functions do.
 void putNumber(Target& target, const Directive& directive, std::string_view sign,
                std::string_view digits) noexcept {
   const auto least = static_cast<std::size_t>(std::max(directive.precision, 0));
@@ -110,7 +109,7 @@ void putText(Target& target, const Directive& directive, std::string_view text) 
   if (directive.left) target.put(' ', padding);
 }
 
-/// The bits an unsigned conversion shows: those of the type the argument came as.
+/// The bits an unsigned conversion prints: those of the argument's type.
 std::uint64_t bitsOf(const FormatArgument& argument) noexcept {
   const bool isNegativeInt =
       argument.number < 0 && argument.number >= std::numeric_limits<std::int32_t>::min();
@@ -137,7 +136,7 @@ void putSigned(Target& target, const Directive& directive, std::int64_t value) n
   putNumber(target, directive, sign, {digits, static_cast<std::size_t>(end - digits)});
 }
 
-/// Formats one argument; false when it is not what the directive wants, or there is no such directive.
+/// Formats one argument; false when it does not match the directive, or the directive is unknown.
 bool putArgument(Target& target, const Directive& directive, const FormatArgument& argument) noexcept {
   if (directive.conversion == 's') {
     if (argument.kind != Kind::Text) return false;

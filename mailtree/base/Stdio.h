@@ -22,10 +22,10 @@ struct FormatArgument {
 
 class _svStdio {
  public:
-  /// Format like the standard ones, with %d %u %x %X %c %s %% and their width flags, plus %w for a 16-bit
-  /// field of a date record. At most `size` bytes are written, the terminating null included.
-  /// @return bytes written without the null, -1 when the text did not fit or the format asks for more than
-  /// was given.
+  /// Formats like the standard functions, with %d %u %x %X %c %s %% and their width flags, plus %w for a
+  /// 16-bit field of a date record. At most `size` bytes are written, including the terminating null.
+  /// @return bytes written without the null, -1 when the text did not fit or
+  ///   arguments are missing or do not match.
   static int _svSprintf2(char* out, unsigned size, const char* format, FormatArgument a, FormatArgument b);
   static int _svSprintf6(char* out, unsigned size, const char* format, FormatArgument a, FormatArgument b,
                          FormatArgument c, FormatArgument d, FormatArgument e, FormatArgument f);

@@ -18,7 +18,7 @@ std::string_view viewOfN(const char* text, std::size_t size) noexcept {
 }
 
 void overwriteWithZeros(std::string& text) noexcept {
-  text.resize(text.capacity());  // what an earlier, longer text left behind goes too
+  text.resize(text.capacity());  // includes the rest of an earlier, longer text
   volatile char* byte = text.data();
   for (std::size_t i = 0; i < text.size(); ++i) byte[i] = 0;
 }
@@ -60,11 +60,11 @@ StringBuffer* StringBuffer::createNewSB(const char* text) {
 std::size_t StringBuffer::heapUsage() const { return hasAllocation() ? m_text.capacity() + 1 : 0; }
 
 unsigned StringBuffer::uintValue() const noexcept {
-  constexpr std::uint64_t kMost = std::numeric_limits<std::uint32_t>::max();
+  constexpr std::uint64_t kMax = std::numeric_limits<std::uint32_t>::max();
   std::uint64_t value = 0;
   for (const char c : trimLeft(m_text)) {
     if (!isDigitAscii(c)) break;
-    value = std::min(kMost, value * 10 + static_cast<std::uint64_t>(c - '0'));
+    value = std::min(kMax, value * 10 + static_cast<std::uint64_t>(c - '0'));
   }
   return static_cast<unsigned>(value);
 }
@@ -112,7 +112,7 @@ bool StringBuffer::appendChar(char c) {
 bool StringBuffer::appendHexDataNoWS(const void* data, std::size_t size) {
   static constexpr char kDigits[] = "0123456789ABCDEF";
   return neverThrow(false, [&] {
-    std::string hex;  // apart, since the data may stand in this text
+    std::string hex;  // separate, because the data may be inside this text
     hex.reserve(2 * size);
     for (const char c : viewOfN(static_cast<const char*>(data), size)) {
       const auto byte = static_cast<unsigned char>(c);

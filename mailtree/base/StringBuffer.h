@@ -1,7 +1,7 @@
 // base/StringBuffer.h - growable 8-bit string, always null-terminated, utf-8 unless a name says otherwise.
 //
 //   Null       Every `const char*` argument may be null and then counts as empty.
-//   Failure    false only when memory ran out (the text is then unchanged) or when the operation says so.
+//   Failure    false only when memory ran out (the text is then unchanged) or as described at the operation.
 //   Self       Arguments may point into the buffer itself.
 #pragma once
 
@@ -43,7 +43,8 @@ class StringBuffer final : public SorvikObject {
   bool isEmpty() const noexcept { return m_text.empty(); }
   std::string_view view() const noexcept { return m_text; }
   operator std::string_view() const noexcept { return m_text; }
-  /// The decimal number the text begins with (blanks skipped), 0 when there is none; stops at 4294967295.
+  /// The decimal number at the beginning of the text (blanks skipped), 0
+  /// when there is none; at most 4294967295.
   unsigned uintValue() const noexcept;
 
   // Replacing and clearing
@@ -54,18 +55,18 @@ class StringBuffer final : public SorvikObject {
     m_text.clear();
     return true;
   }
-  void clear() noexcept {  ///< Empty, allocation given back.
+  void clear() noexcept {  ///< Empty, memory freed.
     if (hasAllocation())
       std::string().swap(m_text);
     else
       m_text.clear();
   }
-  void weakClear() noexcept;    ///< Empty, allocation kept.
-  void strongClear() noexcept;  ///< Every byte wiped first, then empty, allocation given back.
+  void weakClear() noexcept;    ///< Empty, memory kept.
+  void strongClear() noexcept;  ///< Wipes every byte, then empty, memory freed.
   void minimizeMemoryUsage() {
     if (hasAllocation()) m_text.shrink_to_fit();
   }
-  /// Hands the text over, leaving this empty.
+  /// Moves the text out, leaving this empty.
   std::string extractString() noexcept;
   /// The text itself, for code that builds it in place.
   std::string& text() noexcept { return m_text; }
@@ -84,24 +85,24 @@ class StringBuffer final : public SorvikObject {
 
   // Cutting
   void shorten(std::size_t n) noexcept;      ///< Drops n trailing bytes (all when n is larger).
-  void chopAtFirstChar(char c) noexcept;     ///< Cuts before the first c; unchanged without one.
+  void chopAtFirstChar(char c) noexcept;     ///< Cuts before the first c; unchanged when absent.
   void trim2() noexcept;                     ///< Trims white space at both ends.
-  void stripDirectory();                     ///< Keeps what follows the last "/" or "\".
-  std::size_t removeCharOccurances(char c);  ///< How many were removed.
+  void stripDirectory();                     ///< Keeps the text after the last "/" or "\".
+  std::size_t removeCharOccurances(char c);  ///< Returns how many were removed.
 
   // Changing
   void toLowerCase() noexcept;  ///< ASCII letters only.
   void toUpperCase() noexcept;  ///< ASCII letters only.
   bool toCRLF();                ///< Every bare LF or CR becomes CRLF.
   void toAlphaNumUsAscii();     ///< Keeps US-ASCII letters and digits only.
-  /// Converts between code pages in place; false when something could not be converted (the text then holds
-  /// what could).
+  /// Converts between code pages in place; false when some characters could not be
+  /// converted (the text then holds the others).
   bool convertEncoding(int fromCodePage, int toCodePage, LogBase& log);
-  std::size_t replaceAllOccurances(const char* a, const char* b);  ///< How many; an empty a matches nothing.
+  std::size_t replaceAllOccurances(const char* a, const char* b);  ///< Returns how many.
   bool replaceFirstOccurance(const char* a, const char* b);
   bool replaceLastOccurance(const char* a, const char* b);
   std::size_t replaceCharAnsi(char a, char b) noexcept;
-  /// Replaces one ASCII character; bytes of multibyte utf-8 characters are never touched.
+  /// Replaces one ASCII character; bytes of multibyte utf-8 characters are not affected.
   std::size_t replaceCharUtf8(char a, char b) noexcept;
 
   // Comparing
@@ -128,7 +129,7 @@ class StringBuffer final : public SorvikObject {
   bool matches(const char* pattern, bool caseSensitive) const noexcept {
     return matchesWildcard(m_text, viewOf(pattern), caseSensitive);
   }
-  /// Bytes of the longest line; line ends (CR, LF) do not count.
+  /// Bytes of the longest line; line breaks (CR, LF) do not count.
   std::size_t longestLineLength() const noexcept;
 
  private:

@@ -31,7 +31,7 @@ std::uint32_t SubstringSet::step(std::uint32_t node, char byte) const noexcept {
     if (const std::uint32_t child = childOf(node, byte); child != 0 || node == 0) return child;
 }
 
-/// By depth: a fallback is always shorter than what falls back to it.
+/// By depth, because a fallback is always shorter than the nodes that use it.
 void SubstringSet::link() {
   std::vector<std::uint32_t> depth(m_nodes.size());
   for (const std::uint64_t key : m_inOrder) depth[m_edges.at(key)] = depth[key >> 8] + 1;
@@ -51,7 +51,7 @@ std::vector<bool> SubstringSet::findIn(std::string_view text) {
   std::uint32_t at = 0;
   for (const char byte : text) {
     at = step(at, byte);
-    // What was found already has been followed to its end.
+    // Texts found before were followed to their end.
     for (std::uint32_t found = at; found != 0 && !m_nodes[found].isFound; found = m_nodes[found].shorter)
       m_nodes[found].isFound = true;
   }

@@ -1,4 +1,4 @@
-// base/SubstringSet.h - which of many texts stand in one.
+// base/SubstringSet.h - finds which of many texts occur in another.
 #pragma once
 
 #include <array>
@@ -10,15 +10,15 @@
 
 namespace mailtree {
 
-/// A search for many substrings at once, in time linear in all their bytes and the text's (Aho and Corasick). Matches
-/// bytes exactly. May throw bad_alloc.
+/// Searches for many substrings at once, in time linear in all their bytes and the text's (Aho and Corasick).
+/// Matches bytes exactly. May throw bad_alloc.
 class SubstringSet {
  public:
   SubstringSet() : m_nodes(1) {}
 
-  /// Adds a wanted text; the first is number 0. An empty one stands nowhere.
+  /// Adds a wanted text; the first is number 0. An empty one is never found.
   void add(std::string_view wanted);
-  /// For each wanted text, by its number, whether it stands in `text`.
+  /// For each wanted text, by number, whether it occurs in `text`.
   std::vector<bool> findIn(std::string_view text);
 
  private:
@@ -38,8 +38,8 @@ class SubstringSet {
 
   std::vector<Node> m_nodes;  ///< The first is the empty text.
   std::unordered_map<std::uint64_t, std::uint32_t> m_edges;
-  std::array<std::uint32_t, 256> m_first{};  ///< Edges of the first node, where most of a text is spent.
-  std::vector<std::uint64_t> m_inOrder;      ///< Edges as they were added: parents before children.
+  std::array<std::uint32_t, 256> m_first{};  ///< Edges of the first node, the most frequent one.
+  std::vector<std::uint64_t> m_inOrder;      ///< Edges in the order they were added: parents before children.
   std::vector<std::uint32_t> m_ends;         ///< By number; 0 for an empty text.
 };
 

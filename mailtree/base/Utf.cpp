@@ -6,8 +6,8 @@
 namespace mailtree {
 namespace {
 
-/// What a lead byte promises: how many bytes follow, and the range of the first of them (the others
-/// are 80..BF).
+/// What a lead byte requires: the number of trail bytes, and the range of the
+/// first of them (the others are 80..BF).
 struct Lead {
   unsigned trail;
   unsigned char low;
@@ -34,7 +34,7 @@ constexpr char32_t joinSurrogates(char32_t high, char32_t low) noexcept {
   return 0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00);
 }
 
-/// Writes one code point; how many bytes it took, at most 4.
+/// Writes one code point; returns the number of bytes, at most 4.
 std::size_t encode(char* to, char32_t codePoint) noexcept {
   if (isSurrogate(codePoint) || codePoint > 0x10FFFF) codePoint = kReplacementCharacter;
   const auto trail = [&](unsigned shift) { return static_cast<char>(0x80 | ((codePoint >> shift) & 0x3F)); };
@@ -134,8 +134,8 @@ std::size_t utf8PrefixLength(std::string_view utf8, std::size_t limit) noexcept 
   if (limit >= utf8.size()) return utf8.size();
   std::size_t begin = limit;
   while (begin > 0 && limit - begin < 3 && isTrail(utf8[begin])) --begin;
-  // A character that reaches over the limit is left out whole; stray bytes belong to none and may be cut
-  // anywhere.
+  // A character that crosses the limit is left out completely; stray bytes
+  // belong to none and may be cut anywhere.
   const std::size_t size = leadOf(static_cast<unsigned char>(utf8[begin])).trail + 1;
   return begin + size > limit ? begin : limit;
 }

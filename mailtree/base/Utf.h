@@ -13,7 +13,7 @@ inline constexpr char32_t kReplacementCharacter = 0xFFFD;
 /// Whether the bytes are well-formed utf-8 (no surrogates, no overlong forms, nothing above U+10FFFF).
 bool isValidUtf8(std::string_view bytes) noexcept;
 
-/// Whether no byte is 0x80 or above.
+/// Whether all bytes are below 0x80.
 bool isAscii(std::string_view bytes) noexcept;
 
 /// Reads one code point at `position` (which must be inside) and moves past it. A malformed sequence gives

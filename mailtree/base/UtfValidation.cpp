@@ -10,15 +10,15 @@
 #include <immintrin.h>
 #endif
 
-// Two ways to the same answer. The portable one is a state machine without branches, one table row per byte;
-// the other checks 32 bytes at once. Both skip runs of ASCII.
+// Two implementations. The portable one is a state machine without branches, one table row per byte; the
+// other checks 32 bytes at once. Both skip runs of ASCII.
 
 namespace mailtree {
 namespace {
 
-// The state machine. A state is the bit offset of its field in a row; a row holds, for one byte, the state
-// that follows each state, so that a step is one shift: state = row >> state. Six bits a field, nine states,
-// one 64-bit row.
+// The state machine. A state is the bit offset of its field in a row. The row of a byte
+// holds the next state for each state, so a step is one shift: state = row >> state. Six
+// bits per field, nine states, one 64-bit row.
 enum State : unsigned {
   kBad = 0,       // stays bad: all its fields are 0
   kStart = 6,     // between characters
@@ -72,10 +72,9 @@ std::uint64_t step(std::uint64_t state, std::string_view bytes) noexcept {
 
 #if MAILTREE_HAS_AVX2_PATH
 
-// Every malformed pair of neighbouring bytes falls into one of eight classes, and each class is three sets of
-// nibbles: high and low nibble of the first byte, high nibble of the second. One bit per class; a pair is in
-// a class when all three nibbles carry its bit. Pairs of trail bytes are right where an earlier lead byte
-// asks for them.
+// Every malformed pair of adjacent bytes is in one of eight classes. A class is three sets of nibbles: high
+// and low nibble of the first byte, high nibble of the second. One bit per class; a pair is in a class when
+// all three nibbles have its bit. Pairs of trail bytes are valid where an earlier lead byte requires them.
 struct PairClass {
   std::uint16_t firstHigh, firstLow, secondHigh;  // bit n: nibble n
 };
@@ -115,7 +114,7 @@ MAILTREE_AVX2 inline __m256i highNibbles(__m256i bytes) noexcept {
   return _mm256_and_si256(_mm256_srli_epi16(bytes, 4), _mm256_set1_epi8(0x0F));
 }
 
-/// Not zero where a byte of `block` cannot follow what precedes it; `before` is the block ahead.
+/// Non-zero where a byte of `block` cannot follow the bytes before it; `before` is the previous block.
 MAILTREE_AVX2 inline __m256i wrongBytes(__m256i block, __m256i before) noexcept {
   const __m256i seam = _mm256_permute2x128_si256(before, block, 0x21);
   const __m256i first = _mm256_alignr_epi8(block, seam, 15);
@@ -123,8 +122,8 @@ MAILTREE_AVX2 inline __m256i wrongBytes(__m256i block, __m256i before) noexcept 
       _mm256_and_si256(_mm256_and_si256(lookUp(kFirstHigh, highNibbles(first)),
                                         lookUp(kFirstLow, _mm256_and_si256(first, _mm256_set1_epi8(0x0F)))),
                        lookUp(kSecondHigh, highNibbles(block)));
-  // Two bytes after E0 and above, or three after F0 and above, a second trail byte is due: the top bit is set
-  // exactly there, and so cancels the class of two trail bytes or reports that it is missing.
+  // Two bytes after E0 and above, or three after F0 and above, a second trail byte is required: the top bit
+  // is set exactly there. It cancels the class of two trail bytes or reports that the byte is missing.
   const __m256i thirdDue =
       _mm256_subs_epu8(_mm256_alignr_epi8(block, seam, 14), _mm256_set1_epi8(0xE0 - 0x80));
   const __m256i fourthDue =
@@ -140,12 +139,12 @@ MAILTREE_AVX2 bool isValidUtf8Avx2(std::string_view bytes) noexcept {
   __m256i before = _mm256_setzero_si256();
   for (; bytes.size() >= kBlock; bytes.remove_prefix(kBlock)) {
     const __m256i block = load(bytes.data());
-    // Two neighbouring blocks of ASCII: nothing open from the first, nothing wrong in the second.
+    // Two adjacent blocks of ASCII: no character is incomplete in the first, none is malformed in the second.
     if (_mm256_movemask_epi8(_mm256_or_si256(block, before)) != 0)
       wrong = _mm256_or_si256(wrong, wrongBytes(block, before));
     before = block;
   }
-  char tail[kBlock] = {};  // at least one zero follows the text, which shows a character that ends too early
+  char tail[kBlock] = {};  // at least one zero follows the text, which reveals a truncated character
   std::memcpy(tail, bytes.data(), bytes.size());
   wrong = _mm256_or_si256(wrong, wrongBytes(load(tail), before));
   return _mm256_testz_si256(wrong, wrong) != 0;

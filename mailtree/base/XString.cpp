@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::string_view kReplacementUtf8 = "\xEF\xBF\xBD";
 
-/// Appends well-formed utf-8 as it is and each other 8-bit byte as U+FFFD.
+/// Appends well-formed utf-8 unchanged and each other 8-bit byte as U+FFFD.
 void appendRepaired(std::string& out, std::string_view text) {
   for (std::size_t at = 0; at < text.size();) {
     const std::size_t begin = at;

@@ -1,4 +1,4 @@
-// base/XString.h - a string held as utf-8 that gives itself as utf-16 on demand and takes utf-8 or ANSI text.
+// base/XString.h - a utf-8 string that converts to utf-16 on demand and accepts utf-8 or ANSI text.
 #pragma once
 
 #include <cstddef>
@@ -22,8 +22,8 @@ class XString final : public SorvikObject {
   bool setFromSbUtf8(const StringBuffer& text) { return m_utf8.setString(text); }
   bool appendUtf8(const char* text) { return m_utf8.append(text); }
   bool appendUtf8N(const char* text, std::size_t size) { return m_utf8.appendN(text, size); }
-  /// Appends text in the host's ANSI code page: valid utf-8 is taken as it is, any other 8-bit byte as
-  /// U+FFFD.
+  /// Appends text in the host's ANSI code page: valid utf-8 is appended
+  /// unchanged, any other 8-bit byte as U+FFFD.
   bool appendAnsiN(const char* text, std::size_t size);
   bool copyFromX(const XString& other) { return m_utf8.setString(other.m_utf8); }
 
@@ -31,7 +31,7 @@ class XString final : public SorvikObject {
   const StringBuffer& getUtf8Sb() const noexcept { return m_utf8; }
   StringBuffer& getUtf8Sb_rw() noexcept { return m_utf8; }
   std::string_view view() const noexcept { return m_utf8.view(); }
-  /// utf-16 in the host's byte order, null-terminated, made anew at each call and valid until the next one.
+  /// utf-16 in the host's byte order, null-terminated, converted at each call and valid until the next one.
   const char16_t* getUtf16_xe();
   /// Characters (code points), not bytes.
   std::size_t getNumChars() const noexcept;

@@ -20,7 +20,7 @@ struct Range {
   char32_t first, last;
 };
 
-/// NameStartChar and, with what follows, NameChar (XML 1.0, 2.3), both without the colon.
+/// NameStartChar, and with the next table NameChar (XML 1.0, 2.3), both without the colon.
 constexpr Range kNameStart[] = {
     {'A', 'Z'},       {'_', '_'},       {'a', 'z'},       {0xC0, 0xD6},     {0xD8, 0xF6},
     {0xF8, 0x2FF},    {0x370, 0x37D},   {0x37F, 0x1FFF},  {0x200C, 0x200D}, {0x2070, 0x218F},
@@ -33,7 +33,7 @@ bool isIn(char32_t c, const auto& ranges) noexcept {
                      [c](const Range& range) { return c >= range.first && c <= range.last; });
 }
 
-/// Parsers guard against longer names; nobody else gives any.
+/// Parsers limit the length of names; real ones are far shorter.
 constexpr std::size_t kMaxName = 10'000;
 
 std::string validName(std::string_view name) {
@@ -49,19 +49,20 @@ std::string validName(std::string_view name) {
 
 // Text
 
-/// Parsers guard against text of more than 10,000,000 bytes between two pieces of markup, and a byte takes up to five
-/// when it is escaped. An empty comment, which is no part of the text, keeps longer ones readable.
+/// Parsers limit text to 10,000,000 bytes between two pieces of markup, and a byte takes up to five when
+/// escaped. An empty comment, which does not belong to the text, keeps longer texts readable.
 constexpr std::size_t kMaxRun = 1'900'000;
 constexpr std::string_view kRunBreak = "<!---->";
 
 constexpr std::string_view kCdataBegin = "<![CDATA[", kCdataEnd = "]]>";
-// A parser takes a bare CR, and the CR of CRLF, for a line end and gives LF. Only a reference survives, and a
-// CDATA section has no references. The LF stays inside: readers that drop white space between markup keep it.
+// A parser takes a bare CR, and the CR of CRLF, for a line break and returns LF. Only a
+// reference preserves it, and a CDATA section has no references. The LF stays inside: readers
+// that drop white space between markup keep it.
 constexpr std::string_view kCr = "&#13;", kCrInCdata = "]]>&#13;<![CDATA[";
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
 
-/// Whether a byte of valid utf-8 can be part of something that does not pass as it stands. 0xEF begins U+FFFE and
-/// U+FFFF, which XML forbids, among others.
+/// Whether a byte of valid utf-8 may be part of something that needs escaping. 0xEF begins U+FFFE and U+FFFF,
+/// which XML forbids, among others.
 constexpr bool isSpecial(char c, bool cdata) noexcept {
   const auto byte = static_cast<unsigned char>(c);
   const bool either = ((byte < 0x20) & (byte != '\t') & (byte != '\n')) | (byte == 0xEF);
@@ -95,7 +96,7 @@ std::size_t findSpecial(std::string_view text, std::size_t from) noexcept {
   return from;
 }
 
-/// What stands at a special byte: how long it is, and what is written for it (itself when it is harmless).
+/// The character at a special byte: its length and its replacement (itself when it is harmless).
 struct Escape {
   std::size_t size;
   std::string_view written;
@@ -152,7 +153,7 @@ void appendText(std::string& out, std::string_view text, bool cdata) {
   }
 }
 
-/// Bytes that a text is likely to take. Line ends are counted, since they alone come in numbers.
+/// Estimated size of a text. Only line breaks are counted, the only escaped characters that are frequent.
 std::size_t sizeOfText(std::string_view text, bool cdata) noexcept {
   const auto lineEnds = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\r'));
   return text.size() + lineEnds * (cdata ? kCrInCdata : kCr).size() + text.size() / 64;
@@ -193,9 +194,10 @@ class XmlWriter {
   struct Level {
     const ClsXml* element;
     std::size_t next = 0;   ///< Child.
-    bool indented = false;  ///< Whether the children stand on lines of their own.
+    bool indented = false;  ///< Whether the children are on separate lines.
   };
-  /// Deeper elements are not indented further, or the white space alone would grow with the square of the depth.
+  /// Deeper elements are not indented further, because the white space
+  /// would grow with the square of the depth.
   static constexpr std::size_t kMaxIndent = 100;
 
   static bool isEmpty(const ClsXml& element) noexcept {
@@ -243,8 +245,8 @@ ClsXml* ClsXml::createNewCls() {
 }
 
 ClsXml::~ClsXml() {
-  // A child whose only holder is this tree is emptied before it goes, so that destruction does not recurse. Nobody
-  // else can be holding it, hence nobody can begin to.
+  // A child held only by this tree is emptied before it is deleted, so destruction does not recurse. No other
+  // holder exists, so none can be added.
   std::vector<RefPtr<ClsXml>> doomed = std::move(m_children);
   while (!doomed.empty()) {
     const RefPtr<ClsXml> element = std::move(doomed.back());

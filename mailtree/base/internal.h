@@ -1,4 +1,4 @@
-// base/internal.h - what the files of this folder share and nobody else needs.
+// base/internal.h - shared by the files of this folder only.
 #pragma once
 
 #include <string_view>
@@ -7,11 +7,10 @@ namespace mailtree {
 
 class LogBase;
 
-/// Logs why the host refused something about a file: the path as data, the reason (of an errno) as an error
-/// line.
+/// Logs a file error of the host: the path as data, the reason (of an errno) as an error line.
 void logHostError(LogBase& log, const char* path, int error);
 
-/// isValidUtf8 without vector instructions; what every host has and the others are tested against.
+/// isValidUtf8 without vector instructions: for every host, and to test the others.
 bool isValidUtf8Portable(std::string_view bytes) noexcept;
 
 }  // namespace mailtree

@@ -1,4 +1,4 @@
-// crypto/Cades.h - what a signature is to be like, beyond what the operations' flags say.
+// crypto/Cades.h - signature options beyond the flags of the operations.
 #pragma once
 
 namespace mailtree {
@@ -6,8 +6,8 @@ namespace mailtree {
 /// Options of a signature.
 class _clsCades {
  public:
-  /// RSA signatures in PSS (RFC 4056), the salt as long as the digest, instead of PKCS#1 v1.5. Other keys have
-  /// one way to sign.
+  /// RSA signatures with PSS (RFC 4056), the salt as long as the digest, instead of PKCS#1 v1.5. Other keys
+  /// have only one scheme.
   bool m_rsaPss = false;
 };
 

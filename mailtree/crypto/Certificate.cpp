@@ -22,7 +22,7 @@ namespace {
 
 using X509Handle = Handle<X509, X509_free>;
 
-/// What keys of an algorithm can do, and the key usage that encrypting to one takes.
+/// What keys of an algorithm can do, and the key usage required to encrypt to one.
 struct KeyKind {
   std::string_view algorithm;
   bool signs;
@@ -47,7 +47,7 @@ X509Handle parse(std::string_view der) {
   const auto size = std::min<std::size_t>(der.size(), std::numeric_limits<long>::max());
   X509* x509 = X509_new_ex(contextAs<OSSL_LIB_CTX>(), nullptr);
   if (!x509 || !bytes) return X509Handle(nullptr, {});
-  if (!d2i_X509(&x509, &bytes, static_cast<long>(size))) x509 = nullptr;  // which has freed it
+  if (!d2i_X509(&x509, &bytes, static_cast<long>(size))) x509 = nullptr;  // d2i_X509 has freed it
   return X509Handle(x509);
 }
 
@@ -58,12 +58,13 @@ bool encode(const X509* x509, DataBuffer& der) {
   return bytes && i2d_X509(x509, &bytes) == size;
 }
 
-/// An address that a list or a log can carry. One with a NUL or a line break in it is a trick, not an address.
+/// Whether an address is safe in a list or a log: one with a NUL or a
+/// line break is an attack, not an address.
 bool isPlainAddress(std::string_view address) {
   return !address.empty() && std::none_of(address.begin(), address.end(), isControlAscii);
 }
 
-/// Addresses read of one certificate. People have a handful.
+/// Addresses read from one certificate. Real ones have a handful.
 constexpr std::size_t kMaxAddresses = 100;
 
 void addAddress(std::vector<std::string>& addresses, const ASN1_STRING* text) {
@@ -78,7 +79,7 @@ void addAddress(std::vector<std::string>& addresses, const ASN1_STRING* text) {
     addresses.emplace_back(address);
 }
 
-/// An rfc822Name, or the mailbox in utf-8 of RFC 9598; null for any other name.
+/// An rfc822Name, or the utf-8 mailbox of RFC 9598; null for any other name.
 const ASN1_STRING* mailboxOf(const GENERAL_NAME& name) {
   if (name.type == GEN_EMAIL) return name.d.rfc822Name;
   if (name.type != GEN_OTHERNAME) return nullptr;
@@ -100,7 +101,7 @@ std::vector<std::string> addressesOf(const X509* x509) {
   return addresses;
 }
 
-/// Unix seconds; `unreadable` for a time that is none.
+/// Unix seconds; `unreadable` for an invalid time.
 std::int64_t secondsOf(const ASN1_TIME* time, std::int64_t unreadable) {
   std::tm parts{};
   if (!time || ASN1_TIME_to_tm(time, &parts) != 1) return unreadable;
@@ -149,7 +150,8 @@ Mailbox splitAddress(std::string_view address) {
 
 }  // namespace
 
-// ---- making ---------------------------------------------------------------------------------------------------
+// ---- construction
+// ---------------------------------------------------------------------------------------------
 
 void ReleaseKey::operator()(NativeKey* key) const noexcept {
   EVP_PKEY_free(reinterpret_cast<EVP_PKEY*>(key));
@@ -168,7 +170,7 @@ Owned<Certificate> CertificateReader::withKey(const Certificate& certificate, Na
   return make(certificate.native(), &key);
 }
 
-/// Takes references of its own.
+/// Adds references of its own.
 Owned<Certificate> CertificateReader::make(NativeCertificate* native, NativeKey* key) {
   const QuietErrors quiet;
   auto* const x509 = reinterpret_cast<X509*>(native);
@@ -204,7 +206,8 @@ Certificate::~Certificate() {
   ReleaseKey()(m_key);
 }
 
-// ---- asking ---------------------------------------------------------------------------------------------------
+// ---- reading
+// --------------------------------------------------------------------------------------------------
 
 bool Certificate::getSubjectDN(XString& out, LogBase&) const {
   return neverThrow(false, [&] { return writeName(X509_get_subject_name(nativeAs<X509>(*this)), out); });
@@ -232,18 +235,18 @@ bool Certificate::isFitFor(CertificateUse use) const noexcept {
       std::ranges::find(kKeyKinds, std::string_view(m_keyAlgorithm), &KeyKind::algorithm);
   if (kind == std::end(kKeyKinds)) return false;
   auto* const x509 = nativeAs<X509>(*this);
-  // Both are "all bits" where the extension is absent.
+  // The library reports all bits set when the extension is absent.
   if ((X509_get_extended_key_usage(x509) & (XKU_SMIME | XKU_ANYEKU)) == 0) return false;
   const std::uint32_t usage = X509_get_key_usage(x509);
   if (use == CertificateUse::encrypt) return (usage & kind->encryptUsage) != 0;
   return kind->signs && (usage & (KU_DIGITAL_SIGNATURE | KU_NON_REPUDIATION)) != 0;
 }
 
-// ---- lists of certificates ------------------------------------------------------------------------------------
+// ---- lists of certificates --------------------------------------------------------------------------------
 
 CertificateHolder* CertificateHolder::createFromCert(Certificate* certificate, LogBase& log) {
   if (!certificate) {
-    log.logError("No certificate to hold");
+    log.logError("No certificate");
     return nullptr;
   }
   return neverThrow<CertificateHolder*>(nullptr, [&] { return new CertificateHolder(*certificate); });

@@ -25,7 +25,8 @@ namespace fs = std::filesystem;
 using CertificateStack = STACK_OF(X509);
 void freeStack(CertificateStack* stack) { sk_X509_pop_free(stack, X509_free); }
 
-// ---- one structure in DER: each reader says whether the bytes are its own ---------------------------------------
+// ---- one DER structure: each reader returns whether it recognized
+// the bytes --------------------------------------
 
 bool readCertificate(std::string_view der, const char*, KeyMaterial& found) {
   Owned<Certificate> certificate = CertificateReader::read(der);
@@ -34,7 +35,7 @@ bool readCertificate(std::string_view der, const char*, KeyMaterial& found) {
   return true;
 }
 
-/// A PKCS#7 structure with certificates and nothing signed.
+/// A PKCS#7 structure with certificates and no signature.
 bool readBundle(std::string_view der, const char*, KeyMaterial& found) {
   const auto* bytes = reinterpret_cast<const unsigned char*>(der.data());
   CMS_ContentInfo* content = CMS_ContentInfo_new_ex(contextAs<OSSL_LIB_CTX>(), nullptr);
@@ -58,7 +59,7 @@ bool readPlainKey(std::string_view der, const char*, KeyMaterial& found) {
 
 using DerReader = bool (*)(std::string_view der, const char* password, KeyMaterial& found);
 
-// ---- PEM --------------------------------------------------------------------------------------------------------
+// ---- PEM --------------------------------------------------------------------------------------------------
 
 struct BlockKind {
   std::string_view name;
@@ -67,7 +68,7 @@ struct BlockKind {
 constexpr BlockKind kBlockKinds[] = {
     {"CERTIFICATE", readCertificate},
     {"X509 CERTIFICATE", readCertificate},
-    {"TRUSTED CERTIFICATE", readCertificate},  // what it is trusted for stands behind it, and is not asked
+    {"TRUSTED CERTIFICATE", readCertificate},  // ignores the trust settings after the certificate
     {"PKCS7", readBundle},
     {"PKCS #7 SIGNED DATA", readBundle},
     {"CMS", readBundle},
@@ -78,13 +79,13 @@ constexpr BlockKind kBlockKinds[] = {
     {"DSA PRIVATE KEY", readPlainKey},
 };
 
-/// What the callback below is given, and what it tells back.
+/// Input and result of the callback below.
 struct PasswordRequest {
   std::string_view password;
   bool wasAsked = false;
 };
 
-int givePassword(char* out, int capacity, int, void* request) {
+int providePassword(char* out, int capacity, int, void* request) {
   auto& asked = *static_cast<PasswordRequest*>(request);
   asked.wasAsked = true;
   if (asked.password.empty() || asked.password.size() > static_cast<std::size_t>(capacity)) return -1;
@@ -92,12 +93,12 @@ int givePassword(char* out, int capacity, int, void* request) {
   return static_cast<int>(asked.password.size());
 }
 
-/// A key in the old form whose encryption is told in the block's own header lines.
+/// A key in the traditional form, whose encryption is described in the header lines of the block.
 void readBlockWithHeader(const PemBlock& block, const char* password, KeyMaterial& found) {
   const Handle<BIO, BIO_free> text(BIO_new_mem_buf(block.text.data(), static_cast<int>(block.text.size())));
   PasswordRequest request{viewOf(password)};
   KeyPtr key(reinterpret_cast<NativeKey*>(PEM_read_bio_PrivateKey_ex(
-      text.get(), nullptr, givePassword, &request, contextAs<OSSL_LIB_CTX>(), nullptr)));
+      text.get(), nullptr, providePassword, &request, contextAs<OSSL_LIB_CTX>(), nullptr)));
   if (key) {
     found.keys.push_back(std::move(key));
     return;
@@ -124,7 +125,7 @@ void readPem(std::string_view text, const char* password, KeyMaterial& found) {
   while (const auto block = reader.next()) readBlock(*block, password, found);
 }
 
-// ---- DER --------------------------------------------------------------------------------------------------------
+// ---- DER --------------------------------------------------------------------------------------------------
 
 void readDer(std::string_view der, const char* password, KeyMaterial& found) {
   constexpr DerReader kReaders[] = {readCertificate, readPkcs12, readBundle, readEncryptedKey, readPlainKey};
@@ -134,7 +135,7 @@ void readDer(std::string_view der, const char* password, KeyMaterial& found) {
   });
 }
 
-std::size_t likelySize(const char* path) {
+std::size_t expectedSize(const char* path) {
   std::error_code error;
   const auto size = fs::file_size(path, error);
   return error || size == 0 ? kMaxCertificateFile : static_cast<std::size_t>(size);
@@ -160,12 +161,12 @@ KeyMaterial readKeyMaterial(std::string_view bytes, const char* password) {
   const QuietErrors quiet;
   KeyMaterial found;
   if (bytes.size() > kMaxCertificateFile)
-    found.problems.emplace_back("too big for certificates");
+    found.problems.emplace_back("too large for certificates");
   else if (PemReader::looksLikePem(bytes))
     readPem(bytes, password, found);
   else
     readDer(bytes, password, found);
-  if (found.isEmpty() && found.problems.empty()) found.problems.emplace_back("no certificate and no key");
+  if (found.isEmpty() && found.problems.empty()) found.problems.emplace_back("no certificate or key");
   return found;
 }
 
@@ -173,9 +174,9 @@ bool loadCertificateFile(const char* path, DataBuffer& bytes, LogBase& log) {
   wipe(bytes);
   const FilePtr file(std::fopen(path ? path : "", "rbe"));
   if (!file) return logHostError(log, path, errno), false;
-  std::setvbuf(file.get(), nullptr, _IONBF, 0);  // no key in a buffer that nobody wipes
-  // Never grown, for the same reason; one byte more than there may be, to notice that there is more.
-  const std::size_t room = std::min(likelySize(path), kMaxCertificateFile) + 1;
+  std::setvbuf(file.get(), nullptr, _IONBF, 0);  // no key in a buffer that is not wiped
+  // Never grown, because growing would not wipe either; one byte more than allowed, to notice a larger file.
+  const std::size_t room = std::min(expectedSize(path), kMaxCertificateFile) + 1;
   unsigned char* const out = bytes.appendUninitialized(room);
   if (!out) return logHostError(log, path, ENOMEM), false;
   errno = 0;

@@ -1,4 +1,4 @@
-// crypto/CertificateFiles.h - reads certificates and private keys in every form they are handed around in.
+// crypto/CertificateFiles.h - reads certificates and private keys in all usual file formats.
 #pragma once
 
 #include <cstddef>
@@ -13,35 +13,36 @@ namespace mailtree {
 
 class LogBase;
 
-/// Bytes that one file of certificates may have; a bigger one is refused.
+/// Maximum size of a certificate file in bytes; a larger one is refused.
 inline constexpr std::size_t kMaxCertificateFile = std::size_t{16} << 20;
 
-/// What was found in a file.
+/// The content of a file.
 struct KeyMaterial {
   std::vector<RefPtr<Certificate>> certificates;
   std::vector<KeyPtr> keys;
-  std::vector<std::string> problems;  ///< What could not be read, and why, in words.
+  std::vector<std::string> problems;  ///< What could not be read, with the reason.
 
   void add(Owned<Certificate> certificate);
   bool isEmpty() const noexcept { return certificates.empty() && keys.empty(); }
 };
 
-/// Reads PEM, DER, PKCS#12 and PKCS#7, found out by looking. Null is no password.
+/// Reads PEM, DER, PKCS#12 and PKCS#7, and detects the format. Null means no password.
 KeyMaterial readKeyMaterial(std::string_view bytes, const char* password);
 
-/// Adds what a PKCS#12 file holds (crypto/Pkcs12Files.cpp). False when the bytes are none.
+/// Adds the content of a PKCS#12 file (crypto/Pkcs12Files.cpp). False when the bytes are not one.
 bool readPkcs12(std::string_view der, const char* password, KeyMaterial& found);
 
-/// Adds the key in an encrypted PKCS#8 structure (crypto/Pkcs12Files.cpp). False when the bytes are none.
+/// Adds the key of an encrypted PKCS#8 structure (crypto/Pkcs12Files.cpp). False when the bytes are not one.
 bool readEncryptedKey(std::string_view der, const char* password, KeyMaterial& found);
 
-/// Adds a certificate made in another context than ours, by reading it again. False when that failed.
+/// Adds a certificate of another library context by reading it again. False when that failed.
 bool addNativeCertificate(NativeCertificate* native, KeyMaterial& found);
 
-/// Loads a file, or what a pipe gives. False, with the reason logged, when it cannot be read or is too big.
+/// Loads a file or the content of a pipe. False, with the reason logged,
+/// when it cannot be read or is too large.
 bool loadCertificateFile(const char* path, DataBuffer& bytes, LogBase& log);
 
-/// The regular files of a folder, in the order of their names; just `path` when it is no folder.
+/// The regular files of a folder, sorted by name; just `path` when it is not a folder.
 std::vector<std::string> certificateFilesAt(const char* path);
 
 }  // namespace mailtree

@@ -1,4 +1,4 @@
-// crypto/CertificateReader.h - makes certificates, and joins private keys to them.
+// crypto/CertificateReader.h - creates certificates and attaches private keys to them.
 #pragma once
 
 #include <memory>
@@ -11,15 +11,15 @@ namespace mailtree {
 struct ReleaseKey {
   void operator()(NativeKey* key) const noexcept;
 };
-/// Owner of a private key that no certificate has yet.
+/// Owner of a private key that has no certificate yet.
 using KeyPtr = std::unique_ptr<NativeKey, ReleaseKey>;
 
 class CertificateReader {
  public:
-  /// Reads the certificate that the bytes begin with; what follows it (trust settings, a line break) is left
-  /// aside. Null when they begin with none.
+  /// Reads the certificate at the beginning of the bytes and ignores what follows it (trust settings, a line
+  /// break). Null when there is none.
   static Owned<Certificate> read(std::string_view der);
-  /// The same certificate with its private key, which is shared; null when the key is another's.
+  /// The same certificate with its private key, which is shared; null when the key does not match.
   static Owned<Certificate> withKey(const Certificate& certificate, NativeKey& key);
 
  private:

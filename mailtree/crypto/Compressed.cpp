@@ -12,27 +12,27 @@ using namespace std::string_view_literals;
 
 constexpr std::string_view kZlibCompress = "\x2A\x86\x48\x86\xF7\x0D\x01\x09\x10\x03\x08"sv;
 constexpr std::size_t kFirstPiece = std::size_t{16} << 10;
-constexpr std::size_t kGreatestPiece = std::size_t{4} << 20;
-/// What one call of zlib takes: its sizes are unsigned ints.
+constexpr std::size_t kMaxPiece = std::size_t{4} << 20;
+/// Input size of one call of zlib: its sizes are unsigned ints.
 constexpr std::size_t kInputPiece = std::size_t{1} << 30;
 
 class Inflation {
  public:
-  Inflation(std::string_view packed, std::size_t most) noexcept : m_rest(packed), m_most(most) {}
+  Inflation(std::string_view packed, std::size_t most) noexcept : m_rest(packed), m_max(most) {}
   Inflation(const Inflation&) = delete;
   Inflation& operator=(const Inflation&) = delete;
   ~Inflation() { inflateEnd(&m_stream); }
 
-  static constexpr std::string_view kTooMuch = "unpacks to more than is allowed";
+  static constexpr std::string_view kTooMuch = "the decompressed content is too large";
 
-  /// Unpacks everything; empty, or what went wrong.
+  /// Decompresses everything; returns an error text, empty on success.
   std::string_view run(DataBuffer& out) {
     if (inflateInit(&m_stream) != Z_OK) return kMalformed;
-    for (std::size_t piece = kFirstPiece;; piece = std::min(piece * 2, kGreatestPiece)) {
-      // One byte beyond what is allowed: to see whether there is more.
-      const std::size_t room = std::min(piece, m_most + 1 - out.getSize());
+    for (std::size_t piece = kFirstPiece;; piece = std::min(piece * 2, kMaxPiece)) {
+      // One byte beyond the limit, to see whether there is more.
+      const std::size_t room = std::min(piece, m_max + 1 - out.getSize());
       const int state = inflateInto(out, room);
-      if (out.getSize() > m_most) return kTooMuch;
+      if (out.getSize() > m_max) return kTooMuch;
       if (state == Z_STREAM_END) return {};
       if (state != Z_OK) return kMalformed;
     }
@@ -59,7 +59,7 @@ class Inflation {
 
   z_stream m_stream{};
   std::string_view m_rest;
-  std::size_t m_most;
+  std::size_t m_max;
 };
 
 bool isZlib(const Pkcs7Frame& frame) noexcept {
@@ -73,7 +73,7 @@ bool isZlib(const Pkcs7Frame& frame) noexcept {
 
 }  // namespace
 
-bool unpackCompressed(const Pkcs7Frame& frame, DataBuffer& content, SecureLayer& layer, LoadBudget& budget) {
+bool decompressContent(const Pkcs7Frame& frame, DataBuffer& content, SecureLayer& layer, LoadBudget& budget) {
   DataBuffer joined;
   const auto packed = contentOctets(frame, joined);
   if (!packed) {
@@ -81,12 +81,12 @@ bool unpackCompressed(const Pkcs7Frame& frame, DataBuffer& content, SecureLayer&
     return false;
   }
   if (!isZlib(frame)) {
-    layer.problem = "compressed in a way that is not known";
+    layer.problem = "unknown compression algorithm";
     return false;
   }
   DataBuffer unpacked;
   layer.problem = Inflation(*packed, budget.layerBytes).run(unpacked);
-  budget.lackedBytes = layer.problem == Inflation::kTooMuch;
+  budget.outOfBytes = layer.problem == Inflation::kTooMuch;
   if (!layer.problem.empty()) return false;
   budget.layerBytes -= unpacked.getSize();
   content.takeData(unpacked);

@@ -14,13 +14,13 @@ OSSL_LIB_CTX* makeContext() {
   const QuietErrors quiet;
   Handle<OSSL_LIB_CTX, OSSL_LIB_CTX_free> context(OSSL_LIB_CTX_new());
   if (!context || !OSSL_PROVIDER_load(context.get(), "default")) throw std::bad_alloc();
-  // RC2 and single DES, which old mail and old PKCS#12 files are kept in. Where it is not installed, these stay
-  // closed and all else works.
+  // RC2 and single DES, used in old mail and old PKCS#12 files. If the provider is not installed, these
+  // cannot be opened and all else works.
   OSSL_PROVIDER_load(context.get(), "legacy");
   return context.release();
 }
 
-/// An entry of the list of errors: what went wrong, and which line said so.
+/// An entry of the error queue: the error, and the source line that reported it.
 struct ErrorEntry {
   unsigned long code = 0;
   const char* file = nullptr;
@@ -37,8 +37,8 @@ struct ErrorEntry {
 }  // namespace
 
 NativeContext* cryptoContext() {
-  // Deliberate: never freed. Static objects that hold keys may outlive anything that could free it.
-  // One whose making throws is not made, and is tried again at the next call.
+  // Deliberate: never freed. Static objects that hold keys may outlive any owner. When creation throws, the
+  // next call tries again.
   static OSSL_LIB_CTX* const context = makeContext();
   return reinterpret_cast<NativeContext*>(context);
 }
@@ -46,9 +46,9 @@ NativeContext* cryptoContext() {
 std::string lastCryptoError() {
   const ErrorEntry error = ErrorEntry::last();
   ERR_pop_to_mark();
-  ERR_set_mark();  // which the scope takes away at its end
+  ERR_set_mark();  // removed at the end of the scope
   if (error.code == 0 || error == ErrorEntry::last()) return {};
-  // The reason alone: the data beside it may quote what was being read.
+  // The reason alone: the data with it may quote the input.
   const char* const reason = ERR_reason_error_string(error.code);
   return reason ? reason : "unknown reason";
 }
@@ -58,7 +58,7 @@ QuietErrors::QuietErrors() noexcept { ERR_set_mark(); }
 QuietErrors::~QuietErrors() { ERR_pop_to_mark(); }
 
 void wipe(DataBuffer& bytes) noexcept {
-  // Bytes lent to the buffer are not its own to wipe. What it grew to and gave up again is wiped too.
+  // Borrowed bytes are not wiped. Capacity left from a larger size is wiped too.
   if (const std::size_t capacity = bytes.heapUsage())
     OPENSSL_cleanse(const_cast<unsigned char*>(bytes.getData2()), capacity);
   bytes.clear();

@@ -1,4 +1,4 @@
-// crypto/DataSource.h - where the bytes to be signed or encrypted come from.
+// crypto/DataSource.h - sources of bytes to sign or encrypt.
 #pragma once
 
 #include <optional>
@@ -12,11 +12,11 @@ namespace mailtree {
 class _svDataSource {
  public:
   virtual ~_svDataSource() = default;
-  /// The next piece, borrowed until the next call; empty at the end. Nothing when reading failed.
+  /// The next piece, borrowed until the next call; empty at the end. Nullopt when reading failed.
   virtual std::optional<std::string_view> next() = 0;
 };
 
-/// Bytes in memory, given out in one piece.
+/// Bytes in memory, returned in one piece.
 class _svMemoryDataSource final : public _svDataSource {
  public:
   _svMemoryDataSource() = default;

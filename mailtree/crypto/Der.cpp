@@ -18,7 +18,7 @@ unsigned char octetAt(std::string_view bytes, std::size_t at) noexcept {
   return static_cast<unsigned char>(bytes[at]);
 }
 
-/// The header at the beginning; a definite content is sure to be there in full.
+/// The header at the beginning; a definite content is known to be complete.
 std::optional<Header> readHeader(std::string_view bytes) noexcept {
   if (bytes.size() < 2) return {};
   Header header;
@@ -43,8 +43,8 @@ std::optional<Header> readHeader(std::string_view bytes) noexcept {
   return header;
 }
 
-/// Position of the end mark that closes an indefinite content beginning at `at`. Counts the open elements
-/// instead of calling itself for each.
+/// Position of the end-of-contents octets of an indefinite content that begins at `at`. Counts the open
+/// elements instead of recursing.
 std::optional<std::size_t> findEndMark(std::string_view bytes, std::size_t at) noexcept {
   for (std::size_t open = 1; at < bytes.size();) {
     const std::string_view rest = bytes.substr(at);

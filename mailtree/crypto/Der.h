@@ -1,4 +1,4 @@
-// crypto/Der.h - ASN.1 elements in their encoding (X.690): walking over BER, writing DER.
+// crypto/Der.h - ASN.1 encodings (X.690): reads BER, writes DER.
 #pragma once
 
 #include <cstddef>
@@ -22,40 +22,40 @@ constexpr unsigned char derContext(unsigned n) noexcept { return static_cast<uns
 /// One element, borrowed from the bytes it was read from.
 struct DerElement {
   unsigned char tag = 0;
-  std::string_view whole;    ///< Header, content, and the end mark of an indefinite length.
-  std::string_view content;  ///< Without the end mark.
+  std::string_view whole;    ///< Header, content, and the end-of-contents octets of an indefinite length.
+  std::string_view content;  ///< Without the end-of-contents octets.
 
   bool isConstructed() const noexcept { return (tag & kDerConstructed) != 0; }
 };
 
-/// Reads elements that stand one behind the other. Linear in the bytes and without recursion, whatever their
-/// nesting. Tags above 30, which take more than one octet, count as malformed.
+/// Reads consecutive elements. Linear in the bytes and without recursion at any nesting. Tags above 30, which
+/// take more than one octet, count as malformed.
 class DerReader {
  public:
   explicit DerReader(std::string_view bytes) noexcept : m_rest(bytes) {}
 
   bool atEnd() const noexcept { return m_rest.empty(); }
-  /// What was not read yet.
+  /// The unread bytes.
   std::string_view rest() const noexcept { return m_rest; }
-  /// Nothing at the end, and for what is malformed or longer than what is there.
+  /// Nullopt at the end, and for an element that is malformed or truncated.
   std::optional<DerElement> next() noexcept;
-  /// The next element when it has this tag; nothing, and nothing read, otherwise.
+  /// The next element when it has this tag; otherwise nullopt, and nothing is read.
   std::optional<DerElement> nextIf(unsigned char tag) noexcept;
 
  private:
   std::string_view m_rest;
 };
 
-/// Writes from the end to the beginning, so that every length is known when its turn comes. Without room given
-/// it only counts, so that a first run tells the size of the second.
+/// Writes from the end to the beginning, because then every length is known when it is written. Without a
+/// buffer it only counts: the first run measures for the second.
 class DerBackwardWriter {
  public:
   DerBackwardWriter() noexcept = default;
-  /// Fills exactly `size` bytes, the number that the same calls counted before.
+  /// Fills exactly `size` bytes, the number counted by the same calls before.
   DerBackwardWriter(unsigned char* begin, std::size_t size) noexcept : m_end(begin + size) {}
 
   std::size_t size() const noexcept { return m_size; }
-  /// Leaves room for `size` bytes; returns where they begin, null while counting.
+  /// Reserves `size` bytes; returns where they begin, null while counting.
   unsigned char* leave(std::size_t size) noexcept {
     m_size += size;
     return m_end ? m_end - m_size : nullptr;
@@ -64,7 +64,7 @@ class DerBackwardWriter {
     unsigned char* const at = leave(bytes.size());
     if (at && !bytes.empty()) std::memcpy(at, bytes.data(), bytes.size());
   }
-  /// The header of an element that holds everything written since size() was `mark`.
+  /// Writes the header of an element that contains everything written since size() was `mark`.
   void wrap(unsigned char tag, std::size_t mark) noexcept;
 
  private:
@@ -72,7 +72,7 @@ class DerBackwardWriter {
   std::size_t m_size = 0;
 };
 
-/// What `build` writes; it is run twice.
+/// The output of `build`, which is run twice.
 template <class Build>
 std::string derOf(Build&& build) {
   DerBackwardWriter counter;

@@ -12,7 +12,7 @@ namespace {
 
 const EVP_MD* fetchSha256() {
   const EVP_MD* found = EVP_MD_fetch(contextAs<OSSL_LIB_CTX>(), "SHA256", nullptr);
-  return found ? found : throw std::bad_alloc();  // and the next call tries again
+  return found ? found : throw std::bad_alloc();  // the next call tries again
 }
 
 }  // namespace
@@ -20,7 +20,7 @@ const EVP_MD* fetchSha256() {
 std::string sha256Hex(std::string_view bytes) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned size = 0;
-  static const EVP_MD* const kSha256 = fetchSha256();  // takes as long as the digest of a short text
+  static const EVP_MD* const kSha256 = fetchSha256();  // fetching takes as long as the digest of a short text
   if (EVP_Digest(bytes.data(), bytes.size(), digest.data(), &size, kSha256, nullptr) != 1) return {};
   static constexpr char kDigits[] = "0123456789abcdef";
   std::string hex;

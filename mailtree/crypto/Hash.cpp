@@ -19,7 +19,7 @@ constexpr HashRow kHashes[] = {
 
 constexpr bool isSeparator(char c) noexcept { return c == '-' || isSpaceAscii(c); }
 
-/// Whether a name as somebody wrote it is this one.
+/// Whether a name, ignoring case, hyphens and blanks, is this one.
 bool isNamed(std::string_view written, std::string_view name) noexcept {
   for (const char c : written) {
     if (isSeparator(c)) continue;

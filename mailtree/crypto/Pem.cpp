@@ -13,7 +13,7 @@ constexpr std::string_view kBegin = "-----BEGIN ";
 constexpr std::string_view kEnd = "-----END ";
 constexpr std::string_view kDashes = "-----";
 
-/// The name in a marking line that begins `text`; nothing when the line does not end as one.
+/// The name in the marker line at the beginning of `text`; nothing when the line is not terminated as one.
 std::optional<std::string_view> nameIn(std::string_view text, std::string_view mark) noexcept {
   const std::string_view line = text.substr(0, text.find_first_of("\r\n"));
   const std::size_t end = line.find(kDashes, mark.size());
@@ -27,7 +27,7 @@ bool PemReader::looksLikePem(std::string_view bytes) noexcept { return contains(
 
 std::optional<PemBlock> PemReader::next() noexcept {
   for (;;) {
-    // From the end backwards: a beginning that has no end costs no second look at what follows it.
+    // Searches backwards from the end line: a begin line without an end line does not cause a second search.
     const std::size_t end = m_rest.find(kEnd);
     if (end == std::string_view::npos) return std::nullopt;
     const std::size_t begin = m_rest.substr(0, end).rfind(kBegin);

@@ -1,4 +1,4 @@
-// crypto/Pem.h - the armoured blocks of a text (RFC 7468), whatever stands around them.
+// crypto/Pem.h - PEM blocks (RFC 7468) in any surrounding text.
 #pragma once
 
 #include <optional>
@@ -10,11 +10,11 @@ namespace mailtree {
 
 struct PemBlock {
   std::string_view name;  ///< "CERTIFICATE", ...
-  std::string_view body;  ///< Between the lines that mark beginning and end.
-  std::string_view text;  ///< With these lines.
+  std::string_view body;  ///< Between the begin and end lines.
+  std::string_view text;  ///< Including these lines.
 };
 
-/// Gives out one block after the other. One pass; a beginning without its end is passed over.
+/// Returns the blocks one by one, in one pass; a begin line without an end line is skipped.
 class PemReader {
  public:
   explicit PemReader(std::string_view text) noexcept : m_rest(text) {}
@@ -26,7 +26,7 @@ class PemReader {
   std::string_view m_rest;
 };
 
-/// The bytes that the body stands for, lines of any length; replaces `der`. False when it is no base64.
+/// Decodes the body, with lines of any length, and replaces `der`. False when it is not base64.
 bool decodePemBody(const PemBlock& block, DataBuffer& der);
 
 }  // namespace mailtree

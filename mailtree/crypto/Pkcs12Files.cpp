@@ -12,10 +12,10 @@
 namespace mailtree {
 namespace {
 
-/// Rounds of key derivation that one file may ask for in all. Honest files ask for thousands, up to some hundred
-/// thousand for each key; one that asks for billions would hold its reader up for hours.
+/// Total rounds of key derivation allowed for one file. Normal files need thousands, up to some hundred
+/// thousand, for each key; a file that needs billions would block its reader for hours.
 constexpr std::int64_t kMaxRounds = 10'000'000;
-/// Bags in bags: nobody writes them, and a few levels are enough for whoever does.
+/// Nested bags: rare in practice, so a few levels are enough.
 constexpr int kMaxBagDepth = 8;
 
 using Bags = STACK_OF(PKCS12_SAFEBAG);
@@ -25,7 +25,8 @@ using Safes = STACK_OF(PKCS7);
 void freeSafes(Safes* safes) { sk_PKCS7_pop_free(safes, PKCS7_free); }
 using KeyInfo = Handle<PKCS8_PRIV_KEY_INFO, PKCS8_PRIV_KEY_INFO_free>;
 
-// ---- what opening costs -----------------------------------------------------------------------------------------
+// ---- cost of opening
+// ------------------------------------------------------------------------------------------
 
 template <class T, auto release>
 Handle<T, release> parametersAs(const ASN1_ITEM* item, const X509_ALGOR& algorithm) {
@@ -76,7 +77,7 @@ class Budget {
   std::int64_t m_left = kMaxRounds;
 };
 
-// ---- keys -------------------------------------------------------------------------------------------------------
+// ---- keys -------------------------------------------------------------------------------------------------
 
 bool addKey(const PKCS8_PRIV_KEY_INFO* info, KeyMaterial& found) {
   KeyPtr key(info ? reinterpret_cast<NativeKey*>(EVP_PKCS82PKEY_ex(info, contextAs<OSSL_LIB_CTX>(), nullptr))
@@ -97,15 +98,15 @@ KeyInfo decryptKey(const X509_SIG& encrypted, const char* password) {
   return KeyInfo(PKCS8_decrypt_ex(&encrypted, password, size, contextAs<OSSL_LIB_CTX>(), nullptr));
 }
 
-// ---- the bags of a PKCS#12 file -----------------------------------------------------------------------------------
+// ---- the bags of a PKCS#12 file ---------------------------------------------------------------------------
 
 class Pkcs12Reader {
  public:
   Pkcs12Reader(PKCS12& file, KeyMaterial& found) noexcept : m_file(file), m_found(found) {}
 
   void read(const char* password) {
-    // No password may mean either of two: none, or one of no characters. And in a folder, a file may need none
-    // where another one does.
+    // No password may mean none or an empty one. And in a folder, one file
+    // may need a password and another none.
     for (const char* candidate : {password, static_cast<const char*>(nullptr), ""})
       if (isPassword(candidate)) return readSafes(candidate);
     if (m_isTooSlow) return note("a PKCS#12 file");
@@ -119,7 +120,7 @@ class Pkcs12Reader {
     return !m_isTooSlow;
   }
 
-  /// Without a seal over the whole, the first one is as good as any.
+  /// Without a MAC any candidate is accepted.
   bool isPassword(const char* password) {
     if (!PKCS12_mac_present(&m_file)) return true;
     const ASN1_INTEGER* rounds = nullptr;
@@ -207,7 +208,7 @@ bool readEncryptedKey(std::string_view der, const char* password, KeyMaterial& f
   if (!encrypted) return false;
   Budget budget;
   if (!budget.spend(algorithmOf(*encrypted)))
-    found.problems.emplace_back("a key that asks for too many rounds of key derivation");
+    found.problems.emplace_back("a key that needs too many rounds of key derivation");
   else if (!password || !*password)
     found.problems.emplace_back("a key that needs a password");
   else if (!addKey(decryptKey(*encrypted, password).get(), found))

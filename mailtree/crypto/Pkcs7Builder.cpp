@@ -27,7 +27,7 @@ using Octets = Handle<ASN1_STRING, ASN1_STRING_free>;
 using Time = Handle<ASN1_TIME, ASN1_TIME_free>;
 using SigningCertificate = Handle<ESS_SIGNING_CERT_V2, ESS_SIGNING_CERT_V2_free>;
 
-/// What a reader of the answer may encrypt with, best first.
+/// Ciphers that a reply may use, best first.
 constexpr int kCapabilities[] = {NID_aes_256_gcm, NID_aes_128_gcm, NID_aes_256_cbc, NID_aes_192_cbc,
                                  NID_aes_128_cbc};
 
@@ -51,7 +51,7 @@ KeyKind keyKind(const EVP_PKEY* key) {
   return known ? KeyKind::ecdsa : KeyKind::unknown;
 }
 
-/// Content as it goes by: hashed, and kept when it is to go along.
+/// Reads the content: hashes it, and keeps it when it is included.
 bool readContent(_svDataSource& source, const EVP_MD* hash, DataBuffer* kept, std::string& digest) {
   const Hashing hashing(EVP_MD_CTX_new());
   if (!hashing || EVP_DigestInit_ex2(hashing.get(), hash, nullptr) != 1) return false;
@@ -113,7 +113,7 @@ bool addAttributes(CMS_SignerInfo* signer, X509* certificate, const Signing& sig
          (!signing.withCertificate || addSigningCertificate(signer, certificate));
 }
 
-/// What is signed: the attributes as a SET OF (RFC 5652, 5.4), which is sorted in DER.
+/// The bytes to sign: the attributes as a SET OF (RFC 5652, 5.4), which is sorted in DER.
 std::string attributesToSign(CMS_SignerInfo* signer) {
   std::vector<std::string> attributes;
   const int count = CMS_signed_get_attr_count(signer);
@@ -127,7 +127,8 @@ std::string attributesToSign(CMS_SignerInfo* signer) {
   });
 }
 
-/// RSASSA-PSS-params (RFC 4055): one hash for all, the salt as long as it. For sha1 these are the defaults.
+/// RSASSA-PSS-params (RFC 4055): one hash for everything, and a salt of the same
+/// length. For sha1 these are the defaults.
 std::string pssParameters(const EVP_MD* hash) {
   static constexpr std::string_view kMgf1 = "\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x01\x08";
   if (EVP_MD_is_a(hash, "SHA1")) return {"\x30\x00", 2};
@@ -191,8 +192,8 @@ bool makeSignature(const std::string& text, EVP_PKEY* key, bool pss, const EVP_M
   return true;
 }
 
-/// Deliberate: the attributes are signed here and not by CMS_final, which puts a signing time into every
-/// signature, asked for or not.
+/// Deliberate: the attributes are signed here and not by CMS_final, which adds a signing time to every
+/// signature, even when not requested.
 bool signAttributes(CMS_SignerInfo* signer, EVP_PKEY* key, KeyKind kind, const Signing& signing) {
   X509_ALGOR* algorithm = nullptr;
   CMS_SignerInfo_get0_algs(signer, nullptr, nullptr, nullptr, &algorithm);
@@ -206,22 +207,23 @@ bool signAttributes(CMS_SignerInfo* signer, EVP_PKEY* key, KeyKind kind, const S
 
 bool addSigner(CMS_ContentInfo* cms, const Certificate& certificate, const Signing& signing, LogBase& log) {
   auto* const key = nativeKeyAs<EVP_PKEY>(certificate);
-  if (!key) return buildRefused(log, "A signer's certificate is without its private key.");
+  if (!key) return failBuild(log, "A signer's certificate has no private key.");
   const KeyKind kind = keyKind(key);
   if (kind == KeyKind::unknown) {
     log.LogDataSb("keyAlgorithm", certificate.keyAlgorithm());
-    return buildRefused(
-        log, "Cannot sign mail with a key of this kind: RSA and EC over P-256, P-384 or P-521 are known.");
+    return failBuild(
+        log,
+        "Cannot sign mail with a key of this type: only RSA and EC (P-256, P-384, P-521) are supported.");
   }
   auto* const native = nativeAs<X509>(certificate);
   CMS_SignerInfo* const signer = CMS_add1_signer(cms, native, key, signing.hash,
                                                  CMS_NOCERTS | CMS_NOSMIMECAP | CMS_BINARY | CMS_PARTIAL);
   if (!signer || !addAttributes(signer, native, signing) || !signAttributes(signer, key, kind, signing))
-    return buildFailed(log, "Cannot make the signature.");
+    return failBuildWithCryptoError(log, "Cannot create the signature.");
   return true;
 }
 
-/// Each certificate once, however often the lists name it.
+/// Each certificate once, even if the lists repeat it.
 class CertificateSet {
  public:
   explicit CertificateSet(CMS_ContentInfo* cms) : m_cms(cms) {}
@@ -266,13 +268,13 @@ bool haveCertificates(const ExtPtrArray& holders) {
 
 }  // namespace
 
-bool buildRefused(LogBase& log, std::string_view what) {
+bool failBuild(LogBase& log, std::string_view what) {
   log.logError(what);
   return false;
 }
 
-bool buildFailed(LogBase& log, std::string_view what) {
-  buildRefused(log, what);
+bool failBuildWithCryptoError(LogBase& log, std::string_view what) {
+  failBuild(log, what);
   const std::string reason = lastCryptoError();
   if (!reason.empty()) log.LogDataSb("reason", reason);
   return false;
@@ -286,24 +288,24 @@ bool Pkcs7Builder::createPkcs7Signature(_svDataSource& content, DataBuffer& /*un
   const QuietErrors quiet;
   const bool done = neverThrow(false, [&] {
     const std::string hashName(_svHash::nameOf(hashId));
-    if (hashName.empty()) return buildRefused(log, "Unknown digest algorithm: nothing was signed.");
-    if (!haveCertificates(signerCerts)) return buildRefused(log, "No certificate to sign with.");
+    if (hashName.empty()) return failBuild(log, "Unknown digest algorithm: nothing was signed.");
+    if (!haveCertificates(signerCerts)) return failBuild(log, "No certificate to sign with.");
     auto* const context = contextAs<OSSL_LIB_CTX>();
     const Hash hash(EVP_MD_fetch(context, hashName.c_str(), nullptr));
     const Cms cms(CMS_sign_ex(nullptr, nullptr, nullptr, nullptr, CMS_PARTIAL | CMS_DETACHED | CMS_BINARY,
                               context, nullptr));
-    if (!hash || !cms) return buildFailed(log, "The cryptographic library cannot sign.");
+    if (!hash || !cms) return failBuildWithCryptoError(log, "The cryptographic library cannot sign.");
     DataBuffer kept;
     const WipedAtEnd wiped(kept);
     std::string digest;
     if (!readContent(content, hash.get(), detached ? nullptr : &kept, digest))
-      return buildRefused(log, "Cannot read what is to be signed.");
+      return failBuild(log, "Cannot read the content to sign.");
     const Signing signing{hash.get(), digest, signingTime, signingCertificate, cades.m_rsaPss};
     for (int i = 0; i < signerCerts.getSize(); ++i)
       if (!addSigner(cms.get(), *CertificateHolder::getNthCert(signerCerts, i), signing, log)) return false;
     if (!addCertificates(cms.get(), signerCerts, includeChain ? &certs : nullptr) ||
         !encodeSignature(cms.get(), detached ? nullptr : &kept, der))
-      return buildFailed(log, "Cannot encode the signature.");
+      return failBuildWithCryptoError(log, "Cannot encode the signature.");
     return true;
   });
   if (!done) der.clear();

@@ -10,27 +10,26 @@
 
 namespace mailtree {
 
-/// Content ciphers as the enveloping operations number them.
+/// Content ciphers as numbered by the enveloping operations.
 enum class ContentCipher : int {
-  aesCbc = 0,     ///< RFC 3565; what every reader of encrypted mail knows.
-  aesGcm = 1,     ///< RFC 5084: AuthEnvelopedData (RFC 5083), which a change is noticed in.
-  tripleDes = 2,  ///< For readers that know nothing younger.
+  aesCbc = 0,     ///< RFC 3565; supported by every reader of encrypted mail.
+  aesGcm = 1,     ///< RFC 5084: AuthEnvelopedData (RFC 5083), which detects changes.
+  tripleDes = 2,  ///< For old readers.
 };
 
-/// How the content key travels to an RSA recipient; an EC recipient always gets it by ECDH (RFC 5753).
+/// How the content key is encrypted for an RSA recipient; an EC recipient always gets it by ECDH (RFC 5753).
 enum class KeyTransport : int { pkcs1 = 0, oaep = 1 };
 
-/// Failure: false, with the reason logged, and `der` empty.
+/// On failure every function returns false with the reason logged and `der` empty.
 class Pkcs7Builder {
  public:
-  /// SignedData over the bytes of a source, exactly as they stand.
+  /// SignedData over the exact bytes of a source.
   /// @param detached         true: the content is left out of `der`.
-  /// @param includeChain     all certificates up to the anchor go along, as far as they are held; else the
-  ///                         signer's alone.
+  /// @param includeChain     includes all known certificates up to the trust anchor; else only the signer's.
   /// @param hashId           a HashId; unknown ones fail.
-  /// @param signingTime      the time and the ciphers understood go along as signed attributes.
-  /// @param signingCertificate  the signing-certificate-v2 attribute ties the signature to this very certificate
-  ///                         (RFC 5035; CAdES-BES).
+  /// @param signingTime      includes signing time and supported ciphers as signed attributes.
+  /// @param signingCertificate  includes the signing-certificate-v2 attribute, which ties the signature to
+  ///                            the certificate (RFC 5035; CAdES-BES).
   /// @param signerCerts      CertificateHolder of every signer, each with its private key.
   static bool createPkcs7Signature(_svDataSource& content, DataBuffer& unused, bool detached,
                                    bool includeChain, int hashId, bool signingTime, bool signingCertificate,
@@ -38,14 +37,14 @@ class Pkcs7Builder {
                                    DataBuffer& der, LogBase& log);
 
   /// EnvelopedData, or AuthEnvelopedData for GCM, over the bytes of a source.
-  /// @param size             bytes of the content; a source that gives another number fails.
-  /// @param binary           true: the bytes as they stand; false: a text whose line ends become CRLF.
+  /// @param size             bytes of the content; a source with a different size fails.
+  /// @param binary           true: the exact bytes; false: a text whose line breaks become CRLF.
   /// @param cipher           a ContentCipher.
-  /// @param keyBits          128, 192 or 256 for AES; 0: 256. Without meaning for triple DES.
+  /// @param keyBits          128, 192 or 256 for AES; 0: 256. Ignored for triple DES.
   /// @param recipients       CertificateHolder of every recipient.
   /// @param keyTransport     a KeyTransport.
   /// @param oaepHash         a HashId, of the OAEP padding; 0: sha256.
-  /// @param bySubjectKeyId   recipients are named by subject key identifier, where they have one, instead of
+  /// @param bySubjectKeyId   identifies recipients by subject key identifier, where they have one, instead of
   ///                         issuer and serial number.
   static bool createPkcs7Enveloped(_svDataSource& content, long long size, bool binary, int cipher,
                                    int keyBits, ExtPtrArray& recipients, int keyTransport, int oaepHash,

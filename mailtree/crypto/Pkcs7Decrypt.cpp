@@ -1,4 +1,4 @@
-// Takes an envelope off: finds the key, then decrypts in one go from where the ciphertext lies.
+// Opens an envelope: finds the key, then decrypts the ciphertext in place in one pass.
 #include <openssl/cms.h>
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
@@ -19,15 +19,15 @@ namespace {
 using Cms = Handle<CMS_ContentInfo, CMS_ContentInfo_free>;
 using Bio = Handle<BIO, BIO_free_all>;
 
-/// Deliberate: one wording for a wrong key, a wrong padding and a changed content. Whoever could tell them apart
-/// could have a message decrypted by asking often enough (RFC 3218).
+/// Deliberate: one message for a wrong key, wrong padding and a changed content. An attacker who could
+/// distinguish them could decrypt a message by repeated queries (RFC 3218).
 constexpr std::string_view kFailure = "could not be decrypted";
 
 /// RFC 5084: a shorter tag can be guessed.
-constexpr std::size_t kLeastTagSize = 12;
-constexpr std::size_t kGreatestTagSize = 16;
+constexpr std::size_t kMinTagSize = 12;
+constexpr std::size_t kMaxTagSize = 16;
 
-/// Plaintext that nobody is to see until it is known to be whole.
+/// Plaintext that must not be released before it is verified.
 class PrivateBuffer {
  public:
   PrivateBuffer() = default;
@@ -54,7 +54,7 @@ class PrivateBuffer {
   std::size_t m_size = 0;
 };
 
-/// A key that may open the layer, and the way to use it.
+/// A key that may open the layer, and the recipient to use it for.
 struct KeyTrial {
   CMS_RecipientInfo* recipient;
   CMS_RecipientEncryptedKey* agreedKey;  ///< Null for key transport.
@@ -76,13 +76,13 @@ std::vector<Certificate*> certificatesWithKey(const SystemCerts& certs) {
   return found;
 }
 
-/// Collects what the held keys could open, in the message's order.
+/// Collects the recipients that a private key in the store may open, in the order of the message.
 class TrialFinder {
  public:
   TrialFinder(std::vector<Certificate*> keys, int most)
-      : m_keys(std::move(keys)), m_most(static_cast<std::size_t>(most)) {}
+      : m_keys(std::move(keys)), m_max(static_cast<std::size_t>(most)) {}
 
-  /// Whether there were more than may be tried.
+  /// Whether there were more than the limit.
   bool hasMore() const noexcept { return m_hasMore; }
 
   std::vector<KeyTrial> find(STACK_OF(CMS_RecipientInfo) * recipients) {
@@ -102,7 +102,7 @@ class TrialFinder {
   bool isFull() const noexcept { return m_looked >= kMaxRecipients || m_hasMore; }
 
   void add(const KeyTrial& trial) {
-    m_hasMore = m_trials.size() >= m_most;
+    m_hasMore = m_trials.size() >= m_max;
     if (!m_hasMore) m_trials.push_back(trial);
   }
 
@@ -129,7 +129,7 @@ class TrialFinder {
 
   std::vector<Certificate*> m_keys;
   std::vector<KeyTrial> m_trials;
-  std::size_t m_most;
+  std::size_t m_max;
   bool m_hasMore = false;
   int m_looked = 0;
 };
@@ -150,7 +150,7 @@ bool tryAgreed(CMS_ContentInfo* cms, const KeyTrial& trial, EVP_PKEY* key) {
   return done;
 }
 
-/// The first trial that gives a content key; null when none does.
+/// The first trial that yields a content key; null when none does.
 const KeyTrial* unwrapKey(CMS_ContentInfo* cms, const std::vector<KeyTrial>& trials, int& left) {
   for (const KeyTrial& trial : trials) {
     --left;
@@ -160,8 +160,7 @@ const KeyTrial* unwrapKey(CMS_ContentInfo* cms, const std::vector<KeyTrial>& tri
   return nullptr;
 }
 
-/// Decrypts everything. Without a content key the library takes a random one, so that it takes as long as with
-/// one.
+/// Decrypts everything. Without a content key the library uses a random one, so the time is the same.
 bool decryptAll(CMS_ContentInfo* cms, std::string_view ciphertext, PrivateBuffer& plain, std::size_t& size) {
   const Bio filter(CMS_dataInit(cms, nullptr));
   EVP_CIPHER_CTX* state = nullptr;
@@ -171,7 +170,7 @@ bool decryptAll(CMS_ContentInfo* cms, std::string_view ciphertext, PrivateBuffer
   unsigned char* at = begin;
   int written = 0;
   while (!ciphertext.empty()) {
-    const std::string_view piece = ciphertext.substr(0, kMostPerCall);
+    const std::string_view piece = ciphertext.substr(0, kMaxPerCall);
     if (EVP_DecryptUpdate(state, at, &written, reinterpret_cast<const unsigned char*>(piece.data()),
                           static_cast<int>(piece.size())) != 1)
       return false;
@@ -184,7 +183,7 @@ bool decryptAll(CMS_ContentInfo* cms, std::string_view ciphertext, PrivateBuffer
   return true;
 }
 
-/// The cipher of the description's last element.
+/// The cipher in the last element of the description.
 int contentCipher(const Pkcs7Frame& frame) {
   DerReader fields(frame.describe);
   fields.nextIf(kDerObjectId);
@@ -208,8 +207,7 @@ bool isWeak(std::string_view cipher) noexcept {
   return cipher.starts_with("rc2") || cipher.starts_with("des") || cipher.starts_with("3des");
 }
 
-/// Whether the cipher is of a mode whose end tells a wrong key from the right one, and one that its kind of
-/// layer may have.
+/// Whether the cipher is allowed for its kind of layer, in a mode whose end reveals a wrong key.
 bool isCipherFit(int nid, LayerKind kind) {
   const EVP_CIPHER* const cipher = EVP_get_cipherbynid(nid);
   if (!cipher) return false;
@@ -217,15 +215,15 @@ bool isCipherFit(int nid, LayerKind kind) {
   return EVP_CIPHER_get_mode(cipher) == wanted;
 }
 
-/// What speaks against trying; empty when nothing does.
-std::string_view obstacle(const Pkcs7Frame& frame, int cipher) {
+/// A reason not to try; empty when there is none.
+std::string_view unsupportedReason(const Pkcs7Frame& frame, int cipher) {
   if (!frame.content) return "the encrypted content is missing";
-  if (countOfFirstSet(frame.before, kMaxRecipients) > kMaxRecipients) return "too many recipients";
-  if (!isCipherFit(cipher, frame.kind)) return "encrypted with a cipher that is not supported";
+  if (countFirstSet(frame.before, kMaxRecipients) > kMaxRecipients) return "too many recipients";
+  if (!isCipherFit(cipher, frame.kind)) return "unsupported cipher";
   if (frame.kind != LayerKind::authEnveloped) return {};
   if (frame.hasAuthenticatedAttributes) return "authenticated attributes are not supported";
-  if (frame.mac.size() < kLeastTagSize || frame.mac.size() > kGreatestTagSize)
-    return "the authentication tag is of no safe size";
+  if (frame.mac.size() < kMinTagSize || frame.mac.size() > kMaxTagSize)
+    return "the authentication tag has an unsafe size";
   return {};
 }
 
@@ -240,7 +238,8 @@ bool decryptEnvelope(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& co
     layer.problem = problem;
     return false;
   };
-  if (const std::string_view problem = obstacle(frame, cipher); !problem.empty()) return fail(problem);
+  if (const std::string_view problem = unsupportedReason(frame, cipher); !problem.empty())
+    return fail(problem);
   const Cms cms(reinterpret_cast<CMS_ContentInfo*>(parseWithoutContent(frame)));
   if (!cms) return fail("the envelope is malformed");
   STACK_OF(CMS_RecipientInfo)* const recipients = CMS_get0_RecipientInfos(cms.get());
@@ -248,10 +247,9 @@ bool decryptEnvelope(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& co
     layer.keyTransport = transportOf(sk_CMS_RecipientInfo_value(recipients, 0));
   TrialFinder finder(certificatesWithKey(certs), budget.keyTrials);
   const std::vector<KeyTrial> trials = finder.find(recipients);
-  budget.lackedTrials = finder.hasMore();
-  if (trials.empty() && finder.hasMore())
-    return fail("not tried: the message asks for too many tries of keys");
-  if (trials.empty()) return fail("no key for any recipient is at hand");
+  budget.outOfTrials = finder.hasMore();
+  if (trials.empty() && finder.hasMore()) return fail("not tried: the message needs too many key trials");
+  if (trials.empty()) return fail("no private key of any recipient");
   DataBuffer joined;
   const auto ciphertext = contentOctets(frame, joined);
   if (!ciphertext) return fail("the envelope is malformed");
@@ -260,7 +258,7 @@ bool decryptEnvelope(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& co
   std::size_t size = 0;
   const bool decrypted = decryptAll(cms.get(), *ciphertext, plain, size);
   if (!opened || !decrypted) return fail(kFailure);
-  budget.lackedTrials = false;
+  budget.outOfTrials = false;
   plain.release(size, content);
   layer.keyTransport = transportOf(opened->recipient);
   layer.recipient = RefPtr<Certificate>(opened->certificate);

@@ -1,5 +1,5 @@
-// The envelope is made by the cryptographic library without its content; the content is then encrypted straight
-// to where it stands in the encoding.
+// The cryptographic library makes the envelope without its content; the content is then encrypted straight to
+// its place in the encoding.
 #include <openssl/cms.h>
 #include <openssl/evp.h>
 #include <openssl/rsa.h>
@@ -43,13 +43,13 @@ const EVP_CIPHER* findCipher(int cipher, int keyBits) noexcept {
 
 bool isGcm(const EVP_CIPHER* cipher) { return EVP_CIPHER_get_mode(cipher) == EVP_CIPH_GCM_MODE; }
 
-struct KeyWay {
+struct KeyTransportOptions {
   bool oaep;
   std::string oaepHash;
   bool bySubjectKeyId;
 };
 
-constexpr std::string_view kOtherSize = "The content is of another size than was announced.";
+constexpr std::string_view kOtherSize = "The content does not have the announced size.";
 
 bool setOaep(EVP_PKEY_CTX* options, const std::string& hash) {
   return options && EVP_PKEY_CTX_set_rsa_padding(options, RSA_PKCS1_OAEP_PADDING) > 0 &&
@@ -57,47 +57,50 @@ bool setOaep(EVP_PKEY_CTX* options, const std::string& hash) {
          EVP_PKEY_CTX_set_rsa_mgf1_md_name(options, hash.c_str(), nullptr) > 0;
 }
 
-bool addRecipient(CMS_ContentInfo* cms, const Certificate& certificate, const KeyWay& way, LogBase& log) {
+bool addRecipient(CMS_ContentInfo* cms, const Certificate& certificate, const KeyTransportOptions& keyOptions,
+                  LogBase& log) {
   auto* const native = nativeAs<X509>(certificate);
   const EVP_PKEY* const key = X509_get0_pubkey(native);
   const bool isRsa = key && EVP_PKEY_is_a(key, "RSA");
   if (!isRsa && !(key && EVP_PKEY_is_a(key, "EC"))) {
     log.LogDataSb("keyAlgorithm", certificate.keyAlgorithm());
-    return buildRefused(log, "Cannot encrypt to a recipient with a key of this kind: RSA and EC are known.");
+    return failBuild(log,
+                     "Cannot encrypt to a recipient with a key of this type: only RSA and EC are supported.");
   }
-  const bool byKeyId = way.bySubjectKeyId && X509_get0_subject_key_id(native);
+  const bool byKeyId = keyOptions.bySubjectKeyId && X509_get0_subject_key_id(native);
   CMS_RecipientInfo* const recipient =
       CMS_add1_recipient_cert(cms, native, CMS_KEY_PARAM | (byKeyId ? CMS_USE_KEYID : 0U));
-  if (!recipient) return buildFailed(log, "Cannot encrypt to a recipient.");
+  if (!recipient) return failBuildWithCryptoError(log, "Cannot encrypt to a recipient.");
   EVP_PKEY_CTX* const options = CMS_RecipientInfo_get0_pkey_ctx(recipient);
   // The library's own choice for EC would be sha1.
-  const bool isSet = isRsa ? !way.oaep || setOaep(options, way.oaepHash)
+  const bool isSet = isRsa ? !keyOptions.oaep || setOaep(options, keyOptions.oaepHash)
                            : EVP_PKEY_CTX_set_ecdh_kdf_md(options, EVP_sha256()) > 0;
-  return isSet || buildFailed(log, "Cannot encrypt to a recipient in the way asked for.");
+  return isSet || failBuildWithCryptoError(log, "Cannot encrypt to a recipient with the requested options.");
 }
 
-bool addRecipients(CMS_ContentInfo* cms, const ExtPtrArray& recipients, const KeyWay& way, LogBase& log) {
+bool addRecipients(CMS_ContentInfo* cms, const ExtPtrArray& recipients, const KeyTransportOptions& keyOptions,
+                   LogBase& log) {
   for (int i = 0; i < recipients.getSize(); ++i) {
     const Certificate* const certificate = CertificateHolder::getNthCert(recipients, i);
-    if (!certificate) return buildRefused(log, "A recipient is without a certificate.");
-    if (!addRecipient(cms, *certificate, way, log)) return false;
+    if (!certificate) return failBuild(log, "A recipient has no certificate.");
+    if (!addRecipient(cms, *certificate, keyOptions, log)) return false;
   }
-  return recipients.getSize() > 0 || buildRefused(log, "No recipients to encrypt to.");
+  return recipients.getSize() > 0 || failBuild(log, "No recipients to encrypt to.");
 }
 
-/// Bytes of a source, written once encrypted to where they belong.
+/// Bytes of a source, encrypted straight to their place.
 class Encryption {
  public:
   Encryption(EVP_CIPHER_CTX* cipher, unsigned char* out, std::size_t size) noexcept
       : m_cipher(cipher), m_out(out), m_left(size) {}
 
-  /// Bytes still to come, of those announced.
+  /// Announced bytes still missing.
   std::size_t left() const noexcept { return m_left; }
   /// At most left() bytes.
   bool add(std::string_view bytes) {
     m_left -= bytes.size();
     while (!bytes.empty()) {
-      const std::string_view piece = bytes.substr(0, kMostPerCall);
+      const std::string_view piece = bytes.substr(0, kMaxPerCall);
       int written = 0;
       if (EVP_EncryptUpdate(m_cipher, m_out, &written, reinterpret_cast<const unsigned char*>(piece.data()),
                             static_cast<int>(piece.size())) != 1)
@@ -107,7 +110,7 @@ class Encryption {
     }
     return true;
   }
-  /// The last block.
+  /// Writes the last block.
   bool finish() {
     int written = 0;
     return EVP_EncryptFinal_ex(m_cipher, m_out, &written) == 1;
@@ -133,7 +136,7 @@ bool readAll(_svDataSource& source, long long size, DataBuffer& text) {
   }
 }
 
-/// A text whose line ends are made what they are on the wire, while it is read: no copy of it is made.
+/// A text whose line breaks become CRLF while it is read, without a copy.
 class TextSource final : public _svDataSource {
  public:
   explicit TextSource(std::string_view text) noexcept : m_text(text) {}
@@ -147,7 +150,7 @@ class TextSource final : public _svDataSource {
     m_text.remove_prefix(piece.size());
     return piece;
   }
-  /// Bytes that are still to be read.
+  /// Number of bytes still to read.
   std::size_t size() const {
     std::size_t total = 0;
     TextSource copy(m_text);
@@ -166,15 +169,15 @@ class TextSource final : public _svDataSource {
   std::string_view m_text;
 };
 
-/// Encodes the envelope and encrypts the content into it. The ciphers' state comes from the library's filter,
-/// which would otherwise move the content through in pieces of four kilobytes.
+/// Encodes the envelope and encrypts the content into it. The cipher state comes from the library's filter,
+/// which would otherwise process the content in pieces of four kilobytes.
 bool encryptInto(CMS_ContentInfo* cms, const EVP_CIPHER* cipher, _svDataSource& content, std::size_t size,
                  DataBuffer& der, LogBase& log) {
   const Bio filter(CMS_dataInit(cms, nullptr));
   EVP_CIPHER_CTX* state = nullptr;
   if (!filter || BIO_get_cipher_ctx(filter.get(), &state) <= 0 || !state) return false;
   const std::size_t tagSize = isGcm(cipher) ? kGcmTagSize : 0;
-  // Sets the version; the tag, which is not known yet, is put in below.
+  // Sets the version; the tag, not known yet, is inserted below.
   if (!tagSize && CMS_dataFinal(cms, filter.get()) != 1) return false;
   unsigned char* raw = nullptr;
   const int rawSize = i2d_CMS_ContentInfo(cms, &raw);
@@ -189,10 +192,10 @@ bool encryptInto(CMS_ContentInfo* cms, const EVP_CIPHER* cipher, _svDataSource& 
     const auto piece = content.next();
     if (!piece) return false;
     if (piece->empty()) break;
-    if (piece->size() > encryption.left()) return buildRefused(log, kOtherSize);
+    if (piece->size() > encryption.left()) return failBuild(log, kOtherSize);
     if (!encryption.add(*piece)) return false;
   }
-  if (encryption.left() > 0) return buildRefused(log, kOtherSize);
+  if (encryption.left() > 0) return failBuild(log, kOtherSize);
   return encryption.finish() &&
          (!tagSize || EVP_CIPHER_CTX_ctrl(state, EVP_CTRL_AEAD_GET_TAG, kGcmTagSize, room->mac) == 1);
 }
@@ -214,28 +217,28 @@ bool Pkcs7Builder::createPkcs7Enveloped(_svDataSource& content, long long size, 
   const QuietErrors quiet;
   const bool done = neverThrow(false, [&] {
     const EVP_CIPHER* const method = findCipher(cipher, keyBits);
-    if (!method) return buildRefused(log, "Unknown cipher or key length: nothing was encrypted.");
+    if (!method) return failBuild(log, "Unknown cipher or key length: nothing was encrypted.");
     const bool oaep = keyTransport == static_cast<int>(KeyTransport::oaep);
     if (!oaep && keyTransport != static_cast<int>(KeyTransport::pkcs1))
-      return buildRefused(log, "Unknown key transport: nothing was encrypted.");
-    const KeyWay way{oaep,
-                     std::string(_svHash::nameOf(oaepHash ? oaepHash : static_cast<int>(HashId::sha256))),
-                     bySubjectKeyId};
-    if (oaep && way.oaepHash.empty())
-      return buildRefused(log, "Unknown digest algorithm: nothing was encrypted.");
-    if (size < 0) return buildRefused(log, "The size of what is to be encrypted is not known.");
+      return failBuild(log, "Unknown key transport: nothing was encrypted.");
+    const KeyTransportOptions keyOptions{
+        oaep, std::string(_svHash::nameOf(oaepHash ? oaepHash : static_cast<int>(HashId::sha256))),
+        bySubjectKeyId};
+    if (oaep && keyOptions.oaepHash.empty())
+      return failBuild(log, "Unknown digest algorithm: nothing was encrypted.");
+    if (size < 0) return failBuild(log, "The size of the content to encrypt is unknown.");
     const Cms cms = makeEnvelope(method);
-    if (!cms) return buildFailed(log, "The cryptographic library cannot encrypt.");
-    if (!addRecipients(cms.get(), recipients, way, log)) return false;
+    if (!cms) return failBuildWithCryptoError(log, "The cryptographic library cannot encrypt.");
+    if (!addRecipients(cms.get(), recipients, keyOptions, log)) return false;
     if (binary)
       return encryptInto(cms.get(), method, content, static_cast<std::size_t>(size), der, log) ||
-             buildFailed(log, "Cannot encrypt.");
+             failBuildWithCryptoError(log, "Cannot encrypt.");
     DataBuffer text;
     const WipedAtEnd wiped(text);
-    if (!readAll(content, size, text)) return buildRefused(log, "Cannot read what is to be encrypted.");
+    if (!readAll(content, size, text)) return failBuild(log, "Cannot read the content to encrypt.");
     TextSource converted(text.view());
     return encryptInto(cms.get(), method, converted, converted.size(), der, log) ||
-           buildFailed(log, "Cannot encrypt.");
+           failBuildWithCryptoError(log, "Cannot encrypt.");
   });
   if (!done) der.clear();
   return done;

@@ -29,13 +29,13 @@ bool isEncryptedKind(LayerKind kind) noexcept {
   return kind == LayerKind::enveloped || kind == LayerKind::authEnveloped;
 }
 
-/// From the first byte of `begin` to the end of `all`, which it lies in.
+/// From the first byte of `begin` to the end of `all`, which contains it.
 std::string_view tailFrom(std::string_view all, const char* begin) noexcept {
   return all.substr(static_cast<std::size_t>(begin - all.data()));
 }
 
-/// The element that describes the content is the first sequence; of CompressedData the second, behind the
-/// algorithm.
+/// The element that describes the content is the first sequence; in
+/// CompressedData the second, after the algorithm.
 std::optional<DerElement> findDescription(DerReader& fields, LayerKind kind) noexcept {
   for (int sequencesBefore = kind == LayerKind::compressed ? 1 : 0;;) {
     const auto field = fields.next();
@@ -44,7 +44,7 @@ std::optional<DerElement> findDescription(DerReader& fields, LayerKind kind) noe
   }
 }
 
-/// The optional [0] at the end of the description: implicit and encrypted, or explicit around an octet string.
+/// The optional [0] at the end of the description: encrypted and implicit, or an explicit octet string.
 bool readContent(DerReader& description, Pkcs7Frame& frame) noexcept {
   if (description.atEnd()) return true;
   const auto tagged = description.next();
@@ -69,7 +69,7 @@ bool readDescription(std::string_view fields, Pkcs7Frame& frame) noexcept {
   return readContent(description, frame);
 }
 
-/// What stands behind the description of an AuthEnvelopedData.
+/// The fields after the description of an AuthEnvelopedData.
 bool readMac(Pkcs7Frame& frame) noexcept {
   DerReader fields(frame.after);
   frame.hasAuthenticatedAttributes = fields.nextIf(derContext(1)).has_value();
@@ -79,7 +79,7 @@ bool readMac(Pkcs7Frame& frame) noexcept {
   return true;
 }
 
-/// A SignedData without content carries a signature of something else, or only certificates.
+/// A SignedData without content is a detached signature, or certificates only.
 LayerKind kindWithoutContent(std::string_view after) noexcept {
   DerReader fields(after);
   while (const auto field = fields.next())
@@ -100,7 +100,7 @@ bool readBody(std::string_view body, Pkcs7Frame& frame) noexcept {
   return frame.kind != LayerKind::unknown;
 }
 
-/// The frame around `content`, from its end to its beginning.
+/// Writes the frame around `content`, from its end to its beginning.
 Pkcs7Room writeFrame(DerBackwardWriter& out, const Pkcs7Frame& frame, std::optional<std::size_t> contentSize,
                      std::size_t macSize) noexcept {
   Pkcs7Room room;
@@ -127,7 +127,7 @@ Pkcs7Room writeFrame(DerBackwardWriter& out, const Pkcs7Frame& frame, std::optio
   return room;
 }
 
-/// Appends the octets of a string that came in pieces, which may be in pieces themselves.
+/// Appends the octets of a string split into pieces, which may be split again.
 bool joinPieces(std::string_view pieces, DataBuffer& joined) {
   if (!joined.reserveMore(pieces.size())) return false;
   std::vector<DerReader> open{DerReader(pieces)};
@@ -166,7 +166,7 @@ std::optional<Pkcs7Frame> readPkcs7Frame(std::string_view ber) noexcept {
   return frame;
 }
 
-int countOfFirstSet(std::string_view fields, int most) noexcept {
+int countFirstSet(std::string_view fields, int most) noexcept {
   DerReader reader(fields);
   while (const auto field = reader.next()) {
     if (field->tag != kDerSet) continue;

@@ -14,9 +14,9 @@ namespace mailtree {
 namespace {
 
 constexpr std::string_view kArmour = "-----BEGIN ";
-constexpr std::string_view kTooMuch = "not looked into: the layers of the message hold more than is allowed";
+constexpr std::string_view kTooMuch = "not opened: the layers of the message are too large";
 
-/// The bytes inside a PEM armour, put in `decoded`; the bytes themselves without one.
+/// The bytes inside PEM armour, decoded into `decoded`; the bytes themselves without armour.
 std::string_view withoutArmour(std::string_view bytes, DataBuffer& decoded) {
   if (!trimLeft(bytes).starts_with(kArmour)) return bytes;
   const auto block = PemReader(bytes).next();
@@ -36,7 +36,7 @@ bool openSigned(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& content
   const auto octets = contentOctets(frame, joined);
   if (!octets) return failed(layer, "the signed content is malformed", log);
   if (!verifySignedData(frame, *octets, certs, layer, budget)) return failed(layer, layer.problem, log);
-  if (frame.contentType != kDataType) log.logInfo("The signed content is of another type than data.");
+  if (frame.contentType != kDataType) log.logInfo("The type of the signed content is not data.");
   if (joined.isEmpty() && !joined.append(*octets)) return failed(layer, "out of memory", log);
   content.takeData(joined);
   return true;
@@ -50,22 +50,22 @@ bool openLayer(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& content,
     case LayerKind::authEnveloped:
       return decryptEnvelope(frame, certs, content, layer, budget) || failed(layer, layer.problem, log);
     case LayerKind::compressed:
-      return unpackCompressed(frame, content, layer, budget) || failed(layer, layer.problem, log);
+      return decompressContent(frame, content, layer, budget) || failed(layer, layer.problem, log);
     case LayerKind::certificatesOnly: verifySignedData(frame, {}, certs, layer, budget); return false;
     case LayerKind::detachedSignature:
-      return failed(layer, "the signed content is not part of the signature", log);
+      return failed(layer, "the signature does not contain the signed content", log);
     case LayerKind::unknown: break;
   }
-  return failed(layer, "not a kind of secure content that is known", log);
+  return failed(layer, "unknown kind of security layer", log);
 }
 
-/// A detached signature that carries a content all the same: what it covers is the part beside it.
+/// A detached signature with an embedded content: what it covers is the part next to it.
 void compareWithEmbedded(const Pkcs7Frame& frame, std::string_view content, SecureLayer& layer) {
   if (!frame.content || !layer.problem.empty()) return;
   DataBuffer joined;
   const auto embedded = contentOctets(frame, joined);
   if (!embedded || *embedded != content)
-    layer.problem = "the signature carries a content of its own, which is not the one beside it";
+    layer.problem = "the signature contains different content than the part it signs";
 }
 
 }  // namespace
@@ -107,7 +107,7 @@ bool Pkcs7Opener::verifyDetached(std::string_view der, std::string_view content,
                   frame->kind == LayerKind::certificatesOnly);
     if (!isSignedData) return failed(layer, "the signature is malformed", log);
     if (!verifySignedData(*frame, content, certs, layer, budget)) return failed(layer, layer.problem, log);
-    if (layer.signers.empty() && layer.problem.empty()) layer.problem = "there is no signature";
+    if (layer.signers.empty() && layer.problem.empty()) layer.problem = "no signature";
     compareWithEmbedded(*frame, content, layer);
     return true;
   });
@@ -126,7 +126,7 @@ bool Pkcs7Opener::open(std::string_view der, SystemCerts& certs, DataBuffer& con
     if (!budget.takeLayerBytes(der.size())) return failed(layer, kTooMuch, log);
     DataBuffer decoded;
     const auto frame = readPkcs7Frame(withoutArmour(der, decoded));
-    if (!frame) return failed(layer, "not a kind of secure content that is known", log);
+    if (!frame) return failed(layer, "unknown kind of security layer", log);
     layer.kind = frame->kind;
     return openLayer(*frame, certs, content, layer, budget, log);
   });

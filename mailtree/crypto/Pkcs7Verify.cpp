@@ -1,4 +1,5 @@
-// What a SignedData is worth: each signer's mathematics, and what else there is to say about who signed.
+// Verifies a SignedData: whether each signature is cryptographically
+// valid, and what is known about its signer.
 #include <openssl/bn.h>
 #include <openssl/cms.h>
 #include <openssl/cmserr.h>
@@ -29,7 +30,7 @@ using Bio = Handle<BIO, BIO_free_all>;
 using Hash = Handle<EVP_MD, EVP_MD_free>;
 using Time = Handle<ASN1_TIME, ASN1_TIME_free>;
 
-/// Digest algorithms that one message is hashed with.
+/// Maximum number of digest algorithms computed for one message.
 constexpr int kMaxDigests = 8;
 constexpr std::string_view kAttributePrefix = "\x2A\x86\x48\x86\xF7\x0D\x01\x09";
 
@@ -38,7 +39,7 @@ std::string_view octetsOf(const ASN1_STRING* text) {
           static_cast<std::size_t>(ASN1_STRING_length(text))};
 }
 
-/// The first problem stays: what follows is most often its consequence.
+/// Keeps the first problem: later ones are mostly its consequences.
 void note(std::string& problem, std::string_view words) {
   if (problem.empty()) problem = words;
 }
@@ -55,8 +56,8 @@ int signatureAlgorithmOf(CMS_SignerInfo* signer) {
   return nidOf(algorithm);
 }
 
-/// The content hashed once for each algorithm that the signers use, not for each that the message lists: it may
-/// list one a million times.
+/// The content hashed once for each algorithm that the signers use, not for each that the message lists: a
+/// message may list one a million times.
 class ContentHashes {
  public:
   ContentHashes(const std::vector<CMS_SignerInfo*>& signers, std::string_view content) {
@@ -67,9 +68,9 @@ class ContentHashes {
     }
   }
 
-  /// As the library asks for them. Null without any.
+  /// The form the library needs. Null without any.
   BIO* chain() const noexcept { return m_chain.get(); }
-  /// Empty for an algorithm that is not known.
+  /// Empty for an unknown algorithm.
   std::string_view valueOf(int nid) {
     for (auto& hash : m_hashes)
       if (hash.nid == nid) return finished(hash);
@@ -100,7 +101,7 @@ class ContentHashes {
 
   bool hash(std::string_view content) {
     while (!content.empty()) {
-      const std::string_view piece = content.substr(0, kMostPerCall);
+      const std::string_view piece = content.substr(0, kMaxPerCall);
       if (BIO_write(m_chain.get(), piece.data(), static_cast<int>(piece.size())) <= 0) return false;
       content.remove_prefix(piece.size());
     }
@@ -120,43 +121,43 @@ class ContentHashes {
     return hash.value;
   }
 
-  std::vector<ContentHash> m_hashes;  // before the chain, which uses the algorithms to its end
+  std::vector<ContentHash> m_hashes;  // before the chain, which uses the algorithms until its end
   Bio m_chain;
 };
 
-/// Takes the work of checking signatures with keys off what a message may cost.
+/// Subtracts the cost of verifying signatures from the budget of the message.
 class KeyWork {
  public:
   explicit KeyWork(std::uint64_t& left) noexcept : m_left(left) {}
 
-  /// Why the key is not worked with; empty when it is, and its work is then taken off.
-  std::string_view objectionTo(const Certificate& certificate) {
+  /// Why the key is not used; empty when it may be used, and its cost is then subtracted.
+  std::string_view rejectionReason(const Certificate& certificate) {
     const EVP_PKEY* const key = X509_get0_pubkey(nativeAs<X509>(certificate));
     if (!key) return "the signer's key cannot be read";
     const bool isRsa = EVP_PKEY_is_a(key, "RSA") || EVP_PKEY_is_a(key, "RSA-PSS");
     const std::uint64_t exponent = isRsa ? exponentBits(key) : 0;
     const auto bits = static_cast<std::uint64_t>(certificate.keyBits());
-    if (bits > kGreatestKey || exponent > kGreatestExponent) return "the signer's key is too big to be used";
+    if (bits > kMaxKeyBits || exponent > kMaxExponentBits) return "the signer's key is too large";
     const std::uint64_t work = bits * bits *
                                (isRsa                       ? exponent
                                 : EVP_PKEY_is_a(key, "DSA") ? kDsa
                                                             : kCurve * bits);
-    if (work > m_left) return "too many signatures by big keys: this one was not checked";
+    if (work > m_left) return "too many signatures with large keys: this one was not checked";
     m_left -= work;
     return {};
   }
 
  private:
-  static constexpr std::uint64_t kGreatestKey = 16'384;
-  static constexpr std::uint64_t kGreatestExponent = 64;
+  static constexpr std::uint64_t kMaxKeyBits = 16'384;
+  static constexpr std::uint64_t kMaxExponentBits = 64;
   /// Two exponents of 256 bits.
   static constexpr std::uint64_t kDsa = 512;
-  /// As P-384 was measured; the slowest, binary ones cost half as much again.
+  /// Measured for P-384; the slowest, binary curves, cost half as much again.
   static constexpr std::uint64_t kCurve = 55;
 
   static std::uint64_t exponentBits(const EVP_PKEY* key) {
     BIGNUM* raw = nullptr;
-    if (EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_E, &raw) != 1) return kGreatestExponent + 1;
+    if (EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_E, &raw) != 1) return kMaxExponentBits + 1;
     const Handle<BIGNUM, BN_free> exponent(raw);
     return static_cast<std::uint64_t>(BN_num_bits(raw));
   }
@@ -164,7 +165,7 @@ class KeyWork {
   std::uint64_t& m_left;
 };
 
-/// What became of the ways to an anchor, each looked for once.
+/// The results of path validation, each computed once.
 class ChainChecks {
  public:
   ChainChecks(const SystemCerts& certs, const std::vector<RefPtr<Certificate>>& others) noexcept
@@ -232,8 +233,8 @@ std::optional<std::int64_t> claimedTime(CMS_SignerInfo* signer) {
   return days * kSecondsOfDay + seconds;
 }
 
-/// Whether a content is itself a set of signed attributes. Without attributes of its own a signature over such
-/// bytes may be one that was made over another message's attributes (RFC 5652, 5.3).
+/// Whether a content is itself a set of signed attributes. A signature without attributes over such bytes may
+/// have been made over another message's attributes (RFC 5652, 5.3).
 bool looksLikeSignedAttributes(std::string_view content) {
   DerReader reader(content);
   const auto set = reader.nextIf(kDerSet);
@@ -246,14 +247,14 @@ bool looksLikeSignedAttributes(std::string_view content) {
 
 bool hasSignedAttributes(CMS_SignerInfo* signer) { return CMS_signed_get_attr_count(signer) >= 0; }
 
-/// The digest that was signed, beside that of the content: no certificate is needed to compare them.
+/// Compares the signed digest with that of the content, which takes no certificate.
 void checkDigest(CMS_SignerInfo* signer, Verification& in, SignerVerdict& verdict) {
   const std::string_view claimed = singleAttribute(signer, NID_pkcs9_messageDigest, V_ASN1_OCTET_STRING);
   const std::string_view computed = in.hashes.valueOf(digestOf(signer));
-  if (computed.empty()) return note(verdict.problem, "the digest algorithm is not known");
-  if (claimed.empty()) return note(verdict.problem, "there is no digest of the content in the signature");
+  if (computed.empty()) return note(verdict.problem, "unknown digest algorithm");
+  if (claimed.empty()) return note(verdict.problem, "the signature has no digest of the content");
   verdict.digestMatched = answerOf(claimed == computed);
-  if (claimed != computed) note(verdict.problem, "the content is not the one that was signed");
+  if (claimed != computed) note(verdict.problem, "the content is not the signed content");
 }
 
 void reject(SignerVerdict& verdict, std::string_view why) {
@@ -261,42 +262,41 @@ void reject(SignerVerdict& verdict, std::string_view why) {
   note(verdict.problem, why);
 }
 
-/// Why the library got no result, by the last of its errors; empty when it got one, which is a no.
-std::string_view obstacleOf(int result) {
+/// Why the library has no result, from its last error; empty when the result is a plain "invalid".
+std::string_view failureReason(int result) {
   const unsigned long error = ERR_peek_last_error();
   const int reason = ERR_GET_LIB(error) == ERR_LIB_CMS ? ERR_GET_REASON(error) : 0;
   if (result == 0 || reason == CMS_R_VERIFICATION_FAILURE) return {};
-  if (reason == CMS_R_UNKNOWN_DIGEST_ALGORITHM) return "the digest algorithm is not known";
+  if (reason == CMS_R_UNKNOWN_DIGEST_ALGORITHM) return "unknown digest algorithm";
   if (reason == CMS_R_ATTRIBUTE_ERROR) return "the signed attributes are malformed";
-  return "the algorithm of the signature is not known, or not one of the signer's key";
+  return "the signature algorithm is unknown or does not match the signer's key";
 }
 
-/// Takes over what the library says of a signature: 1 is yes.
-void takeResult(int result, std::string_view wrong, SignerVerdict& verdict) {
+/// Stores the result of the library: 1 means valid.
+void storeResult(int result, std::string_view wrong, SignerVerdict& verdict) {
   if (result == 1) {
     verdict.signatureVerified = Answer::yes;
     return;
   }
-  const std::string_view obstacle = obstacleOf(result);
-  if (obstacle.empty()) return reject(verdict, wrong);
-  note(verdict.problem, obstacle);
+  const std::string_view failure = failureReason(result);
+  if (failure.empty()) return reject(verdict, wrong);
+  note(verdict.problem, failure);
 }
 
 void verifyWithAttributes(CMS_SignerInfo* signer, Verification& in, SignerVerdict& verdict) {
   if (singleAttribute(signer, NID_pkcs9_contentType, V_ASN1_OBJECT) != in.contentType)
-    return reject(verdict, "the signature is for a content of another type");
-  takeResult(CMS_SignerInfo_verify(signer), "the signature does not fit the signer's key", verdict);
+    return reject(verdict, "the signature is for another content type");
+  storeResult(CMS_SignerInfo_verify(signer), "the signature does not match the signer's key", verdict);
 }
 
-/// The signature is over the content itself: there is no digest apart from it.
+/// The signature is over the content itself: there is no separate digest.
 void verifyWithoutAttributes(CMS_SignerInfo* signer, Verification& in, SignerVerdict& verdict) {
   if (in.contentType != kDataType) return reject(verdict, "signed attributes are missing");
   if (looksLikeSignedAttributes(in.content))
     return reject(verdict, "the content may be the attributes of another signature");
-  if (in.hashes.valueOf(digestOf(signer)).empty())
-    return note(verdict.problem, "the digest algorithm is not known");
-  takeResult(CMS_SignerInfo_verify_content(signer, in.hashes.chain()),
-             "the signature does not fit the content and the signer's key", verdict);
+  if (in.hashes.valueOf(digestOf(signer)).empty()) return note(verdict.problem, "unknown digest algorithm");
+  storeResult(CMS_SignerInfo_verify_content(signer, in.hashes.chain()),
+              "the signature does not match the content and the signer's key", verdict);
   if (verdict.signatureVerified == Answer::yes) verdict.digestMatched = Answer::yes;
 }
 
@@ -314,9 +314,9 @@ T* decodedAttribute(CMS_SignerInfo* signer, int nid, Decode<T> decode) {
   return der.empty() ? nullptr : decode(nullptr, &at, static_cast<long>(der.size()));
 }
 
-/// Whether a signature that names its certificate (RFC 5035) names another one than this: a key may be in more than
-/// one, and somebody else may have put it in theirs.
-bool isTiedToAnother(CMS_SignerInfo* signer, const Certificate& certificate) {
+/// Whether the signing-certificate attribute (RFC 5035) names another certificate: a key may be in several,
+/// and someone else may have put it in theirs.
+bool namesAnotherCertificate(CMS_SignerInfo* signer, const Certificate& certificate) {
   using First = Handle<ESS_SIGNING_CERT, ESS_SIGNING_CERT_free>;
   using Second = Handle<ESS_SIGNING_CERT_V2, ESS_SIGNING_CERT_V2_free>;
   const First first(decodedAttribute(signer, NID_id_smime_aa_signingCertificate, d2i_ESS_SIGNING_CERT));
@@ -328,7 +328,8 @@ bool isTiedToAnother(CMS_SignerInfo* signer, const Certificate& certificate) {
   return OSSL_ESS_check_signing_certs(first.get(), second.get(), chain.get(), /*require=*/0) <= 0;
 }
 
-/// Certificates that the signer may have meant: issuer and serial number, or the key's identifier, are no proof.
+/// Certificates that may belong to the signer: issuer and serial
+/// number, or the key identifier, prove nothing.
 std::vector<Certificate*> candidatesFor(CMS_SignerInfo* signer, const Verification& in) {
   std::vector<Certificate*> found;
   const auto consider = [&](Certificate* certificate) {
@@ -367,7 +368,7 @@ void judgeSigner(const Certificate& certificate, Verification& in, SignerVerdict
   if (!isFit) note(verdict.problem, "the certificate does not allow signing mail");
 }
 
-/// What a signer info says without any certificate.
+/// The claims of a signer info that need no certificate.
 SignerVerdict claimsOf(CMS_SignerInfo* signer, Verification& in) {
   const int digest = digestOf(signer);
   SignerVerdict verdict;
@@ -380,14 +381,14 @@ SignerVerdict claimsOf(CMS_SignerInfo* signer, Verification& in) {
 
 void verifySignature(CMS_SignerInfo* signer, const Certificate& certificate, Verification& in,
                      SignerVerdict& verdict) {
-  const std::string_view objection = in.work.objectionTo(certificate);
-  if (!objection.empty()) return note(verdict.problem, objection);
+  const std::string_view reason = in.work.rejectionReason(certificate);
+  if (!reason.empty()) return note(verdict.problem, reason);
   CMS_SignerInfo_set1_signer_cert(signer, nativeAs<X509>(certificate));
   if (hasSignedAttributes(signer))
     verifyWithAttributes(signer, in, verdict);
   else
     verifyWithoutAttributes(signer, in, verdict);
-  if (verdict.signatureVerified == Answer::yes && isTiedToAnother(signer, certificate))
+  if (verdict.signatureVerified == Answer::yes && namesAnotherCertificate(signer, certificate))
     reject(verdict, "the signature was made for another certificate");
 }
 
@@ -413,14 +414,14 @@ SignerVerdict judge(CMS_SignerInfo* signer, Verification& in) {
   return verdict;
 }
 
-/// One that is held already need not be read again.
+/// A certificate already in the store is not read again.
 RefPtr<Certificate> readCertificate(std::string_view der, const SystemCerts& certs, LogBase& log) {
   for (int i = 0; i < certs.getNumCertificates(); ++i)
     if (certs.getCertificate(i)->der().view() == der) return RefPtr<Certificate>(certs.getCertificate(i));
   return RefPtr<Certificate>(Certificate::createFromDer(der, log));
 }
 
-/// Every certificate of the frame; the other things that may stand there are passed over.
+/// Collects every certificate of the frame and skips the other choices.
 void collectCertificates(const Pkcs7Frame& frame, const SystemCerts& certs, SecureLayer& layer) {
   const auto list = DerReader(frame.after).nextIf(derContext(0));
   if (!list) return;
@@ -438,9 +439,9 @@ void collectCertificates(const Pkcs7Frame& frame, const SystemCerts& certs, Secu
   }
 }
 
-/// The frame without its certificates and revocation lists, which are read here and not by the library: it
-/// would read all, however many a hostile message brings along.
-Pkcs7Frame signersAlone(Pkcs7Frame frame) {
+/// The frame without its certificates and revocation lists. They are read here, because the library would
+/// read all of them, however many a hostile message has.
+Pkcs7Frame withoutCertificates(Pkcs7Frame frame) {
   DerReader fields(frame.after);
   fields.nextIf(derContext(0));
   fields.nextIf(derContext(1));
@@ -462,13 +463,13 @@ std::vector<CMS_SignerInfo*> signersOf(CMS_ContentInfo* cms) {
 bool verifySignedData(const Pkcs7Frame& frame, std::string_view content, SystemCerts& certs,
                       SecureLayer& layer, LoadBudget& budget) {
   collectCertificates(frame, certs, layer);
-  const int signerCount = countOfFirstSet(frame.after, budget.signers);
+  const int signerCount = countFirstSet(frame.after, budget.signers);
   if (signerCount > budget.signers) {
     layer.problem = "too many signers";
     return true;
   }
   budget.signers -= signerCount;
-  const Cms cms(reinterpret_cast<CMS_ContentInfo*>(parseWithoutContent(signersAlone(frame))));
+  const Cms cms(reinterpret_cast<CMS_ContentInfo*>(parseWithoutContent(withoutCertificates(frame))));
   if (!cms) {
     layer.problem = "the signature is malformed";
     return false;

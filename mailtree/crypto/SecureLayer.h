@@ -1,7 +1,7 @@
-// crypto/SecureLayer.h - what was found out about one signed, encrypted or packed layer of a message.
+// crypto/SecureLayer.h - the verification result of one signed, encrypted or compressed layer of a message.
 //
-//   A verdict is no single bool: whether the mathematics holds, whether the signer is who it says, and whether
-//   what is displayed was covered are three questions, each answered for itself.
+//   A verdict is not a single bool: whether the signature is cryptographically valid, whether the signer is
+//   who it claims to be, and whether it covers what is displayed are three separate questions.
 #pragma once
 
 #include <cstdint>
@@ -26,61 +26,64 @@ enum class LayerKind {
   unknown
 };
 
-/// "detached-signature", "opaque-signature", "enveloped", "auth-enveloped", "compressed", "certificates-only", "unknown".
+/// "detached-signature", "opaque-signature", "enveloped", "auth-enveloped", "compressed",
+/// "certificates-only", "unknown".
 std::string_view nameOf(LayerKind kind) noexcept;
 
-/// The answer to one question about a signer. What was not checked is neither good nor a sign of tampering: `problem`
-/// says why it was not. No bool, for it must not be taken for a no.
+/// The answer to one question about a signer. "Not checked" is neither good nor a sign of tampering;
+/// `problem` gives the reason. Not a bool, which would turn it into a no.
 enum class Answer : std::uint8_t { notChecked, no, yes };
 
-constexpr Answer answerOf(bool isSo) noexcept { return isSo ? Answer::yes : Answer::no; }
+constexpr Answer answerOf(bool value) noexcept { return value ? Answer::yes : Answer::no; }
 
 /// One signer of a layer.
 struct SignerVerdict {
-  RefPtr<Certificate> certificate;          ///< Null when no certificate of the signer is at hand.
+  RefPtr<Certificate> certificate;          ///< Null when no certificate of the signer is available.
   std::string digest;                       ///< "sha256", ...
   std::string algorithm;                    ///< "rsa", "rsa-pss", "ecdsa", ...
   std::optional<std::int64_t> signingTime;  ///< Unix seconds, as the signer claims.
-  Answer digestMatched{};                   ///< The content is the one that was signed.
+  Answer digestMatched{};                   ///< The content is the signed one.
   Answer signatureVerified{};               ///< The signer's key made the signature.
-  Answer chainTrusted{};                    ///< A certification path leads to a given trust anchor, now.
+  Answer chainTrusted{};                    ///< A certification path leads to a trust anchor now.
   Answer chainTrustedThen{};                ///< The same at the signing time.
   Answer revoked{};         ///< It, or an authority above it; not checked without a list of its issuer.
   Answer keyUsageFit{};     ///< The certificate allows signing mail.
   Answer addressMatches{};  ///< The certificate is issued to the one address in From.
-  /// "digest sha1", "key RSA 1024 bits", "authority 1: certificate signed with md5"; counted from the signer upwards.
+  /// "digest sha1", "key RSA 1024 bits", "authority 1: certificate signed with
+  /// md5"; counted from the signer upwards.
   std::vector<std::string> weaknesses;
-  std::string problem;       ///< The first thing that is wrong, in words; empty when nothing is.
+  std::string problem;       ///< The first problem as text; empty when there is none.
   std::string chainProblem;  ///< Why the chain is not trusted, or was not checked.
 
-  /// What the mathematics says: nothing about who signed.
+  /// Cryptographically valid. Tells nothing about who signed.
   bool isValid() const noexcept { return digestMatched == Answer::yes && signatureVerified == Answer::yes; }
-  /// Whether it says no. Where neither this nor isValid() holds, something was not checked.
+  /// Cryptographically invalid. When neither this nor isValid() is true, something was not checked.
   bool isInvalid() const noexcept { return digestMatched == Answer::no || signatureVerified == Answer::no; }
 };
 
-/// A part that a layer covers, or one around that.
+/// A part that a layer covers, or a part enclosing it.
 struct LayerPlace {
   Origin origin = kNoOrigin;
-  std::string inside;  ///< What the layer covers, counted within the content of this part; empty: all of it.
+  std::string inside;  ///< What the layer covers, numbered within the content of this part; empty: all of it.
 };
 
 struct SecureLayer {
   static constexpr std::string_view kWholeMessage = "1";
 
   LayerKind kind = LayerKind::unknown;
-  std::string part;  ///< The part of the tree that it covers: "1" the message itself, "1.2" its second part.
-                     ///< "1.2/1.1" is the first part of what is inside part 1.2, which is still closed there.
-  std::vector<LayerPlace> places;  ///< From inside out; `part` is the first one that the tree has.
-  bool opened = false;             ///< Its content was taken out and stands in the tree.
+  std::string part;  ///< Part of the tree that it covers: "1" is the message itself, "1.2" its second part.
+                     ///< "1.2/1.1" is the first part of the content of part 1.2,
+                     ///< which is not opened in the tree.
+  std::vector<LayerPlace> places;  ///< Innermost first; `part` is the first one that the tree has.
+  bool opened = false;             ///< Its content was extracted and is in the tree.
   std::vector<SignerVerdict> signers;
   std::string cipher;        ///< "aes-256-gcm", "3des-cbc", ...; of encrypted layers.
   std::string keyTransport;  ///< "rsa", "rsa-oaep", "ecdh"; of the recipient that opened it, else the first.
-  RefPtr<Certificate> recipient;  ///< Whose key opened it.
+  RefPtr<Certificate> recipient;  ///< The recipient whose key opened it.
   bool weakCipher = false;        ///< RC2, DES, triple DES.
   std::string problem;            ///< Why it was not opened or not verified; empty when it was.
-  std::vector<RefPtr<Certificate>> certificates;  ///< All that came along.
-  std::vector<std::string> uncovered;             ///< Displayed parts beside it that it does not cover.
+  std::vector<RefPtr<Certificate>> certificates;  ///< All certificates included in it.
+  std::vector<std::string> uncovered;             ///< Displayed parts next to it that it does not cover.
 
   bool isSigned() const noexcept {
     return kind == LayerKind::detachedSignature || kind == LayerKind::opaqueSignature;
@@ -88,9 +91,9 @@ struct SecureLayer {
   bool isEncrypted() const noexcept {
     return kind == LayerKind::enveloped || kind == LayerKind::authEnveloped;
   }
-  /// Every signer's mathematics holds, and there is one.
+  /// There is a signer, and every signature is cryptographically valid.
   bool allSignaturesValid() const noexcept;
-  /// Some signer's mathematics does not hold.
+  /// Some signature is cryptographically invalid.
   bool hasInvalidSignature() const noexcept;
 };
 

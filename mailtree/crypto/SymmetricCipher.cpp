@@ -41,7 +41,7 @@ const Mode* modeOf(const _svSymSettings& settings) noexcept {
 
 bool isKeySize(std::size_t bytes) noexcept { return bytes == 16 || bytes == 24 || bytes == 32; }
 
-/// Deliberate: a fixed vector is for CBC alone. In CTR and GCM one that is used twice gives both texts away.
+/// Deliberate: a fixed vector is for CBC only. In CTR and GCM, using one twice reveals both texts.
 bool isIvFixed(const _svSymSettings& settings) noexcept {
   return settings.m_mode == CipherMode::cbc && !settings.iv().empty();
 }
@@ -60,21 +60,22 @@ CipherRun start(const _svSymSettings& settings, const Mode& mode, const unsigned
   return started ? std::move(run) : nullptr;
 }
 
-/// Only a mode that makes a tag authenticates anything.
+/// Only a mode with a tag authenticates anything.
 bool addAssociatedData(EVP_CIPHER_CTX& run, const _svSymSettings& settings, const Mode& mode) {
   const std::string_view data = settings.m_associatedData;
   if (!mode.tagSize || data.empty()) return true;
   int size = 0;
-  return data.size() <= kMostPerCall &&
+  return data.size() <= kMaxPerCall &&
          EVP_CipherUpdate(&run, nullptr, &size, bytesOf(data), static_cast<int>(data.size())) == 1;
 }
 
-/// All of `in` and the last block; how many bytes were written to `out`, nothing when padding or tag are wrong.
+/// Processes all of `in` and the last block; returns the bytes written to `out`,
+/// nullopt when padding or tag are wrong.
 std::optional<std::size_t> runAll(EVP_CIPHER_CTX& run, std::string_view in, unsigned char* out) {
   std::size_t written = 0;
   int size = 0;
   while (!in.empty()) {
-    const std::string_view chunk = in.substr(0, kMostPerCall);
+    const std::string_view chunk = in.substr(0, kMaxPerCall);
     if (EVP_CipherUpdate(&run, out + written, &size, bytesOf(chunk), static_cast<int>(chunk.size())) != 1)
       return std::nullopt;
     written += static_cast<std::size_t>(size);
@@ -95,7 +96,7 @@ bool encrypt(const _svSymSettings& settings, const Mode& mode, std::string_view 
   const CipherRun run = start(settings, mode, iv.data(), /*encrypting=*/true);
   if (!run || !addAssociatedData(*run, settings, mode)) return false;
   if (!isFixed && !out.append(iv.data(), mode.ivSize)) return false;
-  const std::size_t room = in.size() + kBlock;  // a block more: the padding, or the tag
+  const std::size_t room = in.size() + kBlock;  // one block more: the padding, or the tag
   unsigned char* const bytes = out.appendUninitialized(room);
   const auto written = bytes ? runAll(*run, in, bytes) : std::nullopt;
   if (!written) return false;
@@ -130,7 +131,7 @@ bool decrypt(const _svSymSettings& settings, const Mode& mode, std::string_view 
 
 using Direction = bool (*)(const _svSymSettings&, const Mode&, std::string_view, DataBuffer&);
 
-/// Runs one direction into a buffer of its own, so that no failure leaves half a text behind.
+/// Runs one direction into a separate buffer, so no failure leaves partial text.
 bool crypt(Direction direction, const char* failure, const _svSymSettings& settings, const DataBuffer& in,
            DataBuffer& out, LogBase& log) {
   return neverThrow(false, [&] {
@@ -141,7 +142,7 @@ bool crypt(Direction direction, const char* failure, const _svSymSettings& setti
     const bool done = settings.hasKey() && mode && direction(settings, *mode, in.view(), result);
     out.clear();
     if (!done) {
-      log.logError(settings.hasKey() ? failure : "No key is set");
+      log.logError(settings.hasKey() ? failure : "No key set");
       return false;
     }
     out.takeData(result);
@@ -175,13 +176,13 @@ bool _svSymSettings::deriveKeyOf(std::size_t size, std::string_view password, st
   const Handle<EVP_KDF, EVP_KDF_free> method(EVP_KDF_fetch(contextAs<OSSL_LIB_CTX>(), "PBKDF2", nullptr));
   const Handle<EVP_KDF_CTX, EVP_KDF_CTX_free> derivation(EVP_KDF_CTX_new(method.get()));
   std::array<unsigned char, 32> key{};
-  // The library takes what it only reads by pointers to what could be written.
+  // The library takes read-only data by pointers to non-const.
   char digest[] = "SHA256", none[] = "";
   const auto octets = [&](const char* name, std::string_view text) {
     return OSSL_PARAM_construct_octet_string(name, text.empty() ? none : const_cast<char*>(text.data()),
                                              text.size());
   };
-  int anySize = 1;  // short salts and small counts too: the caller says what they are to be
+  int anySize = 1;  // allows short salts and small counts: the caller decides
   auto count = static_cast<unsigned>(iterations);
   const OSSL_PARAM parameters[] = {
       octets(OSSL_KDF_PARAM_PASSWORD, password),
@@ -213,7 +214,7 @@ bool SymmetricCipher::encryptAll(_svSymSettings& settings, const DataBuffer& in,
 bool SymmetricCipher::decryptAll(_svSymSettings& settings, const DataBuffer& in, DataBuffer& out,
                                  LogBase& log) {
   if (!settings.hasKey() || !in.isEmpty())
-    return crypt(decrypt, "Decryption failed: wrong key, or not what was encrypted", settings, in, out, log);
+    return crypt(decrypt, "Decryption failed: wrong key or changed data", settings, in, out, log);
   out.clear();
   return true;
 }

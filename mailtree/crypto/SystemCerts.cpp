@@ -24,10 +24,10 @@ bool areSameKey(const NativeKey* a, const NativeKey* b) noexcept {
   return EVP_PKEY_eq(reinterpret_cast<const EVP_PKEY*>(a), reinterpret_cast<const EVP_PKEY*>(b)) == 1;
 }
 
-/// Why a certificate of the right address does not do; null when it does.
-const char* objectionTo(const Certificate& certificate, CertificateUse use, std::int64_t when) noexcept {
-  if (!certificate.isValidAt(when)) return "it is not valid now";
-  if (use == CertificateUse::sign && !certificate.hasPrivateKey()) return "its private key is not held";
+/// Why a certificate with the right address cannot be used; null when it can.
+const char* rejectionReason(const Certificate& certificate, CertificateUse use, std::int64_t when) noexcept {
+  if (!certificate.isValidAt(when)) return "it is expired or not yet valid";
+  if (use == CertificateUse::sign && !certificate.hasPrivateKey()) return "it has no private key";
   if (!certificate.isFitFor(use)) return "its key usage does not allow it";
   return nullptr;
 }
@@ -37,27 +37,29 @@ bool isRevoked(const Certificate& certificate, const Trust& trust,
   return trust.hasLists() && trust.check(certificate, held, {}, when, {}).revoked;
 }
 
-void logPassedOver(const Certificate& certificate, const char* objection, LogBase& log) {
+void logSkipped(const Certificate& certificate, const char* reason, LogBase& log) {
   if (!log.m_verboseLogging) return;
   XString subject;
   certificate.getSubjectDN(subject, log);
   log.LogDataSb("subjectDN", subject.view());
-  log.logInfo("Certificate passed over: " + std::string(objection));
+  log.logInfo("Certificate skipped: " + std::string(reason));
 }
 
-/// How what could not be read is told of: a file that was named must be readable; one of a folder need not be.
-enum class Problems { areErrors, areInformation };
+/// How unreadable input is logged: a file named by the caller must be
+/// readable, a file in a folder need not be.
+enum class Problems { asErrors, asInformation };
 
 void logProblems(const std::vector<std::string>& problems, Problems how, LogBase& log) {
   for (const std::string& problem : problems) {
-    if (how == Problems::areErrors)
+    if (how == Problems::asErrors)
       log.logError("Cannot be read: " + problem);
     else if (log.m_verboseLogging)
-      log.logInfo("Passed over: " + problem);
+      log.logInfo("Skipped: " + problem);
   }
 }
 
-/// Hands each file at a path, or in the folder there, to `take(bytes, how)`, which says how many it took.
+/// Passes each file at a path, or in the folder there, to `take(bytes, how)`,
+/// which returns the number of items read.
 template <class Take>
 int addFilesAt(const char* path, const char* nothingFound, LogBase& log, Take&& take) {
   const std::vector<std::string> files = certificateFilesAt(path);
@@ -70,7 +72,7 @@ int addFilesAt(const char* path, const char* nothingFound, LogBase& log, Take&& 
     const WipedAtEnd wiped(bytes);
     if (isFolder && log.m_verboseLogging) log.LogDataSb("file", file);
     if (!loadCertificateFile(file.c_str(), bytes, fileLog)) continue;
-    added += take(bytes.view(), isFolder ? Problems::areInformation : Problems::areErrors);
+    added += take(bytes.view(), isFolder ? Problems::asInformation : Problems::asErrors);
   }
   if (added == 0 && isFolder) {
     log.LogDataSb("path", viewOf(path));
@@ -81,7 +83,7 @@ int addFilesAt(const char* path, const char* nothingFound, LogBase& log, Take&& 
 
 }  // namespace
 
-struct SystemCerts::Held {
+struct SystemCerts::Contents {
   std::vector<RefPtr<Certificate>> certificates;
   std::unordered_map<std::string, std::size_t> positions;  ///< By fingerprint.
   std::vector<KeyPtr> keys;                                ///< All of them: a renewed certificate may follow.
@@ -93,8 +95,8 @@ struct SystemCerts::Held {
   RefPtr<Certificate> withKnownKey(Certificate& certificate) const;
 };
 
-/// The certificate with a key that is held, or as it is.
-RefPtr<Certificate> SystemCerts::Held::withKnownKey(Certificate& certificate) const {
+/// The certificate with its key, if known, or as it is.
+RefPtr<Certificate> SystemCerts::Contents::withKnownKey(Certificate& certificate) const {
   if (certificate.hasPrivateKey()) return RefPtr<Certificate>(&certificate);
   for (const KeyPtr& key : keys)
     if (Owned<Certificate> joined = CertificateReader::withKey(certificate, *key))
@@ -102,7 +104,7 @@ RefPtr<Certificate> SystemCerts::Held::withKnownKey(Certificate& certificate) co
   return RefPtr<Certificate>(&certificate);
 }
 
-void SystemCerts::Held::addCertificate(Certificate& certificate) {
+void SystemCerts::Contents::addCertificate(Certificate& certificate) {
   const auto known = positions.find(certificate.fingerprint());
   if (known != positions.end()) {
     RefPtr<Certificate>& same = certificates[known->second];
@@ -113,7 +115,7 @@ void SystemCerts::Held::addCertificate(Certificate& certificate) {
   positions.emplace(certificate.fingerprint(), certificates.size() - 1);
 }
 
-void SystemCerts::Held::addKey(KeyPtr key) {
+void SystemCerts::Contents::addKey(KeyPtr key) {
   const auto isKnown = [&](const KeyPtr& known) { return areSameKey(known.get(), key.get()); };
   if (std::ranges::any_of(keys, isKnown)) return;
   for (RefPtr<Certificate>& each : certificates) {
@@ -124,7 +126,7 @@ void SystemCerts::Held::addKey(KeyPtr key) {
   keys.push_back(std::move(key));
 }
 
-int SystemCerts::Held::add(KeyMaterial found) {
+int SystemCerts::Contents::add(KeyMaterial found) {
   const QuietErrors quiet;
   const std::size_t count = found.certificates.size() + found.keys.size();
   for (const RefPtr<Certificate>& certificate : found.certificates) addCertificate(*certificate);
@@ -132,16 +134,17 @@ int SystemCerts::Held::add(KeyMaterial found) {
   return static_cast<int>(count);
 }
 
-// ---- life and filling -----------------------------------------------------------------------------------------
+// ---- construction and filling
+// ---------------------------------------------------------------------------------
 
-SystemCerts::SystemCerts() : m_held(std::make_unique<Held>()) {}
+SystemCerts::SystemCerts() : m_contents(std::make_unique<Contents>()) {}
 
 SystemCerts::~SystemCerts() = default;
 
 bool SystemCerts::addCertificate(Certificate& certificate) {
   return neverThrow(false, [&] {
     const QuietErrors quiet;
-    m_held->addCertificate(certificate);
+    m_contents->addCertificate(certificate);
     return true;
   });
 }
@@ -149,8 +152,8 @@ bool SystemCerts::addCertificate(Certificate& certificate) {
 int SystemCerts::addFromData(std::string_view bytes, const char* password, LogBase& log) {
   return neverThrow(0, [&] {
     KeyMaterial found = readKeyMaterial(bytes, password);
-    logProblems(found.problems, Problems::areErrors, log);
-    return m_held->add(std::move(found));
+    logProblems(found.problems, Problems::asErrors, log);
+    return m_contents->add(std::move(found));
   });
 }
 
@@ -169,21 +172,20 @@ int SystemCerts::addFromFile(const char* path, const char* password, LogBase& lo
 int SystemCerts::addFromDirectory(const char* path, const char* password, LogBase& log) {
   return neverThrow(0, [&] {
     const LogContextExitor context(log, "addFromDirectory", log.m_verboseLogging);
-    return addFilesAt(path, "No certificates and no keys there", log,
-                      [&](std::string_view bytes, Problems how) {
-                        KeyMaterial found = readKeyMaterial(bytes, password);
-                        logProblems(found.problems, how, log);
-                        return m_held->add(std::move(found));
-                      });
+    return addFilesAt(path, "No certificates or keys found", log, [&](std::string_view bytes, Problems how) {
+      KeyMaterial found = readKeyMaterial(bytes, password);
+      logProblems(found.problems, how, log);
+      return m_contents->add(std::move(found));
+    });
   });
 }
 
 int SystemCerts::addTrustAnchors(const char* path, LogBase& log) {
   return neverThrow(0, [&] {
     const LogContextExitor context(log, "addTrustAnchors", log.m_verboseLogging);
-    return addFilesAt(path, "No trust anchors there", log, [&](std::string_view bytes, Problems how) {
+    return addFilesAt(path, "No trust anchors found", log, [&](std::string_view bytes, Problems how) {
       LogNull quiet;
-      return addTrustAnchorsFromData(bytes, how == Problems::areErrors ? log : quiet);
+      return addTrustAnchorsFromData(bytes, how == Problems::asErrors ? log : quiet);
     });
   });
 }
@@ -191,10 +193,10 @@ int SystemCerts::addTrustAnchors(const char* path, LogBase& log) {
 int SystemCerts::addTrustAnchorsFromData(std::string_view bytes, LogBase& log) {
   return neverThrow(0, [&] {
     const KeyMaterial found = readKeyMaterial(bytes, nullptr);
-    const auto add = [&](const RefPtr<Certificate>& anchor) { return m_held->trust.addAnchor(*anchor); };
+    const auto add = [&](const RefPtr<Certificate>& anchor) { return m_contents->trust.addAnchor(*anchor); };
     const auto added = std::ranges::count_if(found.certificates, add);
-    logProblems(found.problems, Problems::areErrors, log);
-    if (added == 0 && found.problems.empty()) log.logError("No certificate to be a trust anchor");
+    logProblems(found.problems, Problems::asErrors, log);
+    if (added == 0 && found.problems.empty()) log.logError("No certificate usable as a trust anchor");
     return static_cast<int>(added);
   });
 }
@@ -202,27 +204,30 @@ int SystemCerts::addTrustAnchorsFromData(std::string_view bytes, LogBase& log) {
 int SystemCerts::addRevocationLists(const char* path, LogBase& log) {
   return neverThrow(0, [&] {
     const LogContextExitor context(log, "addRevocationLists", log.m_verboseLogging);
-    return addFilesAt(path, "No revocation lists there", log, [&](std::string_view bytes, Problems how) {
-      const int added = m_held->trust.addLists(bytes);
+    return addFilesAt(path, "No revocation lists found", log, [&](std::string_view bytes, Problems how) {
+      const int added = m_contents->trust.addLists(bytes);
       if (added == 0) logProblems({"no revocation list"}, how, log);
       return added;
     });
   });
 }
 
-// ---- asking ---------------------------------------------------------------------------------------------------
+// ---- reading
+// --------------------------------------------------------------------------------------------------
 
-int SystemCerts::getNumCertificates() const noexcept { return static_cast<int>(m_held->certificates.size()); }
+int SystemCerts::getNumCertificates() const noexcept {
+  return static_cast<int>(m_contents->certificates.size());
+}
 
 Certificate* SystemCerts::getCertificate(int index) const noexcept {
   const bool inRange = index >= 0 && index < getNumCertificates();
-  return inRange ? m_held->certificates[static_cast<std::size_t>(index)].get() : nullptr;
+  return inRange ? m_contents->certificates[static_cast<std::size_t>(index)].get() : nullptr;
 }
 
-bool SystemCerts::hasTrustAnchors() const noexcept { return m_held->trust.hasAnchors(); }
+bool SystemCerts::hasTrustAnchors() const noexcept { return m_contents->trust.hasAnchors(); }
 
 const std::vector<RefPtr<Certificate>>& SystemCerts::trustAnchors() const noexcept {
-  return m_held->trust.anchors();
+  return m_contents->trust.anchors();
 }
 
 Certificate* SystemCerts::findByEmailAddr(const char* address, bool forEncryption, LogBase& log) {
@@ -231,13 +236,13 @@ Certificate* SystemCerts::findByEmailAddr(const char* address, bool forEncryptio
     const CertificateUse use = forEncryption ? CertificateUse::encrypt : CertificateUse::sign;
     const std::int64_t when = now();
     Certificate* best = nullptr;
-    for (const RefPtr<Certificate>& candidate : m_held->certificates) {
+    for (const RefPtr<Certificate>& candidate : m_contents->certificates) {
       if (!candidate->isForAddress(viewOf(address))) continue;
-      const char* objection = objectionTo(*candidate, use, when);
-      if (!objection && isRevoked(*candidate, m_held->trust, m_held->certificates, when))
-        objection = "it was revoked";
-      if (objection)
-        logPassedOver(*candidate, objection, log);
+      const char* reason = rejectionReason(*candidate, use, when);
+      if (!reason && isRevoked(*candidate, m_contents->trust, m_contents->certificates, when))
+        reason = "it was revoked";
+      if (reason)
+        logSkipped(*candidate, reason, log);
       else if (!best || candidate->notAfter() > best->notAfter())
         best = candidate.get();
     }
@@ -252,7 +257,7 @@ ChainVerdict SystemCerts::checkChain(const Certificate& certificate,
   failed.problem = "out of memory";
   return neverThrow(failed, [&] {
     const auto check = [&](std::int64_t at) {
-      return m_held->trust.check(certificate, m_held->certificates, others, at, then);
+      return m_contents->trust.check(certificate, m_contents->certificates, others, at, then);
     };
     ChainVerdict verdict = check(unixSeconds);
     if (then && !verdict.trustedThen) verdict.trustedThen = check(*then).trusted;
@@ -262,7 +267,7 @@ ChainVerdict SystemCerts::checkChain(const Certificate& certificate,
 
 std::vector<RefPtr<Certificate>> SystemCerts::chainOf(const Certificate& certificate) const {
   return neverThrow(std::vector<RefPtr<Certificate>>(),
-                    [&] { return m_held->trust.chainOf(certificate, m_held->certificates); });
+                    [&] { return m_contents->trust.chainOf(certificate, m_contents->certificates); });
 }
 
 }  // namespace mailtree

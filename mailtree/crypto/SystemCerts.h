@@ -1,5 +1,5 @@
-// crypto/SystemCerts.h - the certificates, keys, trust anchors and revocation lists that a message is signed,
-// encrypted, checked and opened with. In memory; nothing of the host's own store is looked at.
+// crypto/SystemCerts.h - the certificates, keys, trust anchors and revocation lists to sign, encrypt, verify
+// and decrypt messages with. In memory; the host's own store is not used.
 #pragma once
 
 #include <cstdint>
@@ -16,24 +16,24 @@ namespace mailtree {
 
 class LogBase;
 
-/// What became of the way from a certificate to a trust anchor.
+/// The result of validating the certification path of a certificate.
 struct ChainVerdict {
   bool trusted = false;
-  bool revoked = false;  ///< By a revocation list held here.
-  std::string problem;   ///< Why it is not trusted, in words; empty when it is and nothing is to be noted.
+  bool revoked = false;                 ///< By a revocation list in the store.
+  std::string problem;                  ///< Why it is not trusted, or a note when it is; mostly empty then.
   bool trustedThen = false;             ///< At the other time asked about.
-  bool isTrustChecked = false;          ///< Anchors are held.
-  bool isRevocationChecked = false;     ///< The issuer's list is held, and was found to be the issuer's.
-  std::vector<std::string> weaknesses;  ///< As SignerVerdict has them; of what was found of the path.
+  bool isTrustChecked = false;          ///< The store has trust anchors.
+  bool isRevocationChecked = false;     ///< The store has the issuer's list, verified as the issuer's.
+  std::vector<std::string> weaknesses;  ///< As in SignerVerdict; of the part of the path that was found.
 };
 
 /// A store in memory. Borrowed by every loading and writing operation.
 ///
-///   Failure  Adding says how many certificates and keys (or lists) were read, those held before included; 0,
-///            with the reason logged, when there were none. What was read beside an unreadable piece stays, and
-///            that piece is logged.
+///   Failure  Adding returns the number of certificates and keys (or lists) read, those already
+///            in the store included; 0, with the reason logged, when there were none. An
+///            unreadable item is logged; the others stay.
 ///   Limits   A file of more than 16 MiB is refused.
-///   Threads  Not to be changed while another thread uses it.
+///   Threads  Must not be changed while another thread uses it.
 class SystemCerts {
  public:
   SystemCerts();
@@ -41,58 +41,62 @@ class SystemCerts {
   SystemCerts& operator=(const SystemCerts&) = delete;
   ~SystemCerts();
 
-  /// Keeps a reference; one that is held already is not added twice, but one with a private key takes the place
-  /// of the same one without. False when memory ran out.
+  /// Adds a reference. A certificate already in the store is not added twice, but one with a private key
+  /// replaces the same one without. False when memory ran out.
   bool addCertificate(Certificate& certificate);
-  /// Certificates and private keys in PEM (several in one text), DER, PKCS#12 or a PKCS#7 bundle, found out by
-  /// looking. A key joins the certificate it fits, whichever came first.
-  /// @param password  utf-8, of PKCS#12 files and encrypted keys; null: none. What needs none is read whatever
-  ///                  password is given.
+  /// Certificates and private keys in PEM (several in one text), DER, PKCS#12 or a PKCS#7 bundle; the format
+  /// is detected. A key joins the certificate it matches, in either order.
+  /// @param password  utf-8, of PKCS#12 files and encrypted keys; null: none. Unencrypted
+  ///                  items are read with any password.
   int addFromData(std::string_view bytes, const char* password, LogBase& log);
   int addFromFile(const char* path, const char* password, LogBase& log);
-  /// Every file of the folder that holds certificates or keys, in the order of their names; others are passed
-  /// over, the reason being logged as information. Not recursive.
+  /// Every file of the folder that holds certificates or keys, sorted by name; others are skipped, with the
+  /// reason logged as information. Not recursive.
   int addFromDirectory(const char* path, const char* password, LogBase& log);
   /// Trust anchors, from a file or every file of a folder. An anchor need not be self-signed.
   int addTrustAnchors(const char* path, LogBase& log);
   int addTrustAnchorsFromData(std::string_view bytes, LogBase& log);
-  /// Revocation lists (PEM or DER). With any held, a chain whose issuers have none among them is not revoked.
+  /// Revocation lists (PEM or DER). Once there are any, a chain whose
+  /// issuers have no list counts as not revoked.
   int addRevocationLists(const char* path, LogBase& log);
 
   int getNumCertificates() const noexcept;
   /// Borrowed until the store changes; null when out of range.
   Certificate* getCertificate(int index) const noexcept;
   bool hasTrustAnchors() const noexcept;
-  /// Those given as trust anchors; getCertificate() does not give them.
+  /// Those given as trust anchors; getCertificate() does not return them.
   const std::vector<RefPtr<Certificate>>& trustAnchors() const noexcept;
 
-  /// The best certificate for an address: the one that is valid longest, the first one held among equals.
-  /// Letter case counts in the local part only.
-  /// @param forEncryption  true: one fit to encrypt to; false: one fit to sign, with its private key.
-  /// @return borrowed; null when there is none. Expired ones, ones not fit for the use, and ones that a
-  ///         list held here revokes are never given.
+  /// The best certificate for an address: the one that is valid longest, the first added among equals. The
+  /// local part is case-sensitive.
+  /// @param forEncryption  true: one usable for encryption; false: one usable for
+  ///                       signing, with its private key.
+  /// @return borrowed; null when there is none. Never one that is expired, revoked by a list in the store,
+  ///   or not allowed for the use.
   Certificate* findByEmailAddr(const char* address, bool forEncryption, LogBase& log);
 
-  /// Whether a way leads from the certificate to a trust anchor, at a time, for mail (S/MIME signing).
-  /// @param others  certificates that came with the message; they may help but are not trusted.
-  /// @param then    another time to ask about: seldom more work, for most often the same way was open then.
+  /// Whether there is a certification path from the certificate to a trust anchor,
+  /// at a time, for mail (S/MIME signing).
+  /// @param others  certificates that came with the message; they may be on the path but are not trusted.
+  /// @param then    another time to check: rarely more work, because usually the same path was valid then.
   ///
-  /// The authorities on the way must be such, for mail; what the certificate itself may be used for is another
-  /// question (Certificate::isFitFor). Weak algorithms are named, and make nothing untrusted. A revoked certificate
-  /// is so at any time asked about: only its own signer says when a signature was made. A list whose next issue is
-  /// overdue still revokes; the chain stays trusted, as without a list, and `problem` tells. Where no way leads to
-  /// an anchor a revocation is found only if the authorities are all held here: what came along is then not looked
-  /// into any further.
+  /// The authorities on the path must be authorities for mail. The allowed use of the certificate itself is a
+  /// separate question (Certificate::isFitFor). Weak algorithms are reported but do not affect trust. A
+  /// revoked certificate counts as revoked at any time: only its own signer claims when a signature was made.
+  /// A list past its next update still revokes; the chain stays trusted, as without a list, and `problem`
+  /// says so. Without a path to an anchor, a revocation is found only if all authorities are in the store:
+  /// certificates from the message are then not examined further.
   /// More than ten authorities below the anchor are too many.
   ChainVerdict checkChain(const Certificate& certificate, const std::vector<RefPtr<Certificate>>& others,
                           std::int64_t unixSeconds, std::optional<std::int64_t> then = {}) const;
-  /// The certificates above this one, nearest first, as far as they are held here; the anchor last, when found.
+  /// The certificates above this one, nearest first, as far as they are in the
+  /// store; the trust anchor last, when found.
   std::vector<RefPtr<Certificate>> chainOf(const Certificate& certificate) const;
 
  private:
-  struct Held;
+  struct Contents;
 
-  std::unique_ptr<Held> m_held;
+  std::unique_ptr<Contents> m_contents;
 };
 
 }  // namespace mailtree

@@ -13,7 +13,7 @@
 namespace mailtree {
 namespace {
 
-/// Certificates between one and its anchor; nobody has more than a handful.
+/// Certificates between one and its trust anchor; real chains have a handful.
 constexpr int kMaxChain = 10;
 
 using CertificateStack = STACK_OF(X509);
@@ -27,44 +27,44 @@ bool pushAll(CertificateStack& stack, const Trust::Certificates& certificates) {
   });
 }
 
-/// What one check found, collected while it goes on: the first error must not hide a revocation.
+/// The findings of one check: the first error must not hide a revocation.
 struct Findings {
   int firstError = X509_V_OK;
   bool revoked = false;
   bool listIsStale = false;
-  bool hasNoList = false;                  ///< Of the issuer of the one that is asked about.
-  const X509_CRL* unprovenList = nullptr;  ///< One that no authority on the way signed: it revokes nothing.
+  bool hasNoList = false;                    ///< Of the issuer of the certificate to check.
+  const X509_CRL* unverifiedList = nullptr;  ///< Signed by no authority on the path: it revokes nothing.
   const Trust::Certificates& held;
 };
 
-/// Whether an error says that a list is missing or not about this, rather than that something is wrong.
-bool isAboutNoList(int error) noexcept {
+/// Whether an error means that a list is missing or does not apply, rather than a problem.
+bool isMissingList(int error) noexcept {
   return error == X509_V_ERR_UNABLE_TO_GET_CRL || error == X509_V_ERR_DIFFERENT_CRL_SCOPE;
 }
 
-bool isUnprovenList(int error) noexcept {
+bool isUnverifiedList(int error) noexcept {
   return error == X509_V_ERR_CRL_SIGNATURE_FAILURE || error == X509_V_ERR_UNABLE_TO_GET_CRL_ISSUER ||
          error == X509_V_ERR_UNABLE_TO_DECRYPT_CRL_SIGNATURE || error == X509_V_ERR_KEYUSAGE_NO_CRL_SIGN ||
          error == X509_V_ERR_CRL_PATH_VALIDATION_ERROR;
 }
 
 void note(Findings& findings, int error, const X509_CRL* list) {
-  // Looking at a time in the past, every list of today is of the future.
-  if (isAboutNoList(error) || error == X509_V_ERR_CRL_NOT_YET_VALID) return;
+  // At a time in the past, every current list is in the future.
+  if (isMissingList(error) || error == X509_V_ERR_CRL_NOT_YET_VALID) return;
   if (error == X509_V_ERR_CRL_HAS_EXPIRED) {
     findings.listIsStale = true;
     return;
   }
-  if (isUnprovenList(error)) findings.unprovenList = list;
+  if (isUnverifiedList(error)) findings.unverifiedList = list;
   if (error == X509_V_ERR_CERT_REVOKED) {
-    if (list && list == findings.unprovenList) return;
+    if (list && list == findings.unverifiedList) return;
     findings.revoked = true;
   }
   if (findings.firstError == X509_V_OK) findings.firstError = error;
 }
 
-/// Errors after which there is no way to an anchor, whatever else the certificates are.
-bool endsTheWay(int error) noexcept {
+/// Errors that rule out a path to a trust anchor.
+bool rulesOutPath(int error) noexcept {
   constexpr int kEnds[] = {X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT,
                            X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY,
                            X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE,
@@ -79,8 +79,8 @@ bool endsTheWay(int error) noexcept {
   return std::ranges::find(kEnds, error) != std::end(kEnds);
 }
 
-/// Whether the store's own certificates are all that stands above the one that is asked about.
-bool isWayHeld(const CertificateStack* chain, const Trust::Certificates& held) {
+/// Whether the store has all certificates found above the one to check.
+bool isPathInStore(const CertificateStack* chain, const Trust::Certificates& held) {
   for (int i = 1; chain && i < sk_X509_num(chain); ++i) {
     const X509* const upper = sk_X509_value(chain, i);
     const auto isUpper = [&](const RefPtr<Certificate>& each) {
@@ -91,18 +91,18 @@ bool isWayHeld(const CertificateStack* chain, const Trust::Certificates& held) {
   return true;
 }
 
-/// Called at each step; going on after an error is what finds out the rest. Not so where there is no way: keys
-/// that a hostile message brought along are not worked with, be they as big as they like.
-int goOn(int ok, X509_STORE_CTX* check) {
+/// Called at each step. Continuing after an error finds the remaining ones. Stops when there is no path: keys
+/// from a hostile message, which may be huge, are not used.
+int onVerifyStep(int ok, X509_STORE_CTX* check) {
   auto* const findings = static_cast<Findings*>(X509_STORE_CTX_get_app_data(check));
   if (ok || !findings) return 1;
   const int error = X509_STORE_CTX_get_error(check);
-  if (isAboutNoList(error) && X509_STORE_CTX_get_error_depth(check) == 0) findings->hasNoList = true;
+  if (isMissingList(error) && X509_STORE_CTX_get_error_depth(check) == 0) findings->hasNoList = true;
   note(*findings, error, X509_STORE_CTX_get0_current_crl(check));
-  return !endsTheWay(error) || isWayHeld(X509_STORE_CTX_get0_chain(check), findings->held) ? 1 : 0;
+  return !rulesOutPath(error) || isPathInStore(X509_STORE_CTX_get0_chain(check), findings->held) ? 1 : 0;
 }
 
-/// The authorities on the way: one that is for other things than mail vouches for no mail.
+/// Whether the authorities on the path are for mail: one that is not cannot vouch for mail.
 bool areForMail(const CertificateStack* chain) {
   for (int i = 1; chain && i < sk_X509_num(chain); ++i)
     if ((X509_get_extended_key_usage(sk_X509_value(chain, i)) & (XKU_SMIME | XKU_ANYEKU)) == 0) return false;
@@ -122,11 +122,11 @@ bool isValidAt(const CertificateStack* chain, std::int64_t unixSeconds) {
 
 void setUp(X509_STORE_CTX& check, Findings& findings, bool withLists, std::int64_t unixSeconds) {
   X509_STORE_CTX_set_app_data(&check, &findings);
-  X509_STORE_CTX_set_verify_cb(&check, goOn);
+  X509_STORE_CTX_set_verify_cb(&check, onVerifyStep);
   X509_VERIFY_PARAM* const settings = X509_STORE_CTX_get0_param(&check);
   X509_VERIFY_PARAM_set_time(settings, static_cast<time_t>(unixSeconds));
   X509_VERIFY_PARAM_set_depth(settings, kMaxChain);
-  // Weak keys are told of elsewhere; here they would hide who signed old mail.
+  // Weak keys are reported elsewhere; here they would hide who signed old mail.
   X509_VERIFY_PARAM_set_auth_level(settings, 0);
   const unsigned long lists = withLists ? X509_V_FLAG_CRL_CHECK | X509_V_FLAG_CRL_CHECK_ALL : 0;
   X509_VERIFY_PARAM_set_flags(settings, X509_V_FLAG_PARTIAL_CHAIN | lists);
@@ -141,8 +141,8 @@ bool isSelfIssued(const X509* x509) {
   return X509_NAME_cmp(X509_get_subject_name(x509), X509_get_issuer_name(x509)) == 0;
 }
 
-/// Of the certificates of a path, from the one asked about to the anchor, or as far as it was found. The signature of
-/// the last one is nobody's word for it when it is an anchor or its own issuer.
+/// Of the certificates of a path, from the one to check to the anchor, or as far as it was found. The
+/// signature of the last one does not matter when it is an anchor or self-issued.
 std::vector<std::string> weaknessesOf(const CertificateStack* path, const Trust::Certificates& anchors) {
   std::vector<std::string> weaknesses;
   const int count = path ? sk_X509_num(path) : 0;
@@ -216,14 +216,14 @@ ChainVerdict Trust::check(const Certificate& certificate, const Certificates& he
                           const Certificates& others, std::int64_t unixSeconds,
                           std::optional<std::int64_t> then) const {
   const QuietErrors quiet;
-  const StackHandle helpers(sk_X509_new_null());
+  const StackHandle intermediates(sk_X509_new_null());
   const Check check(X509_STORE_CTX_new_ex(contextAs<OSSL_LIB_CTX>(), nullptr));
   Findings findings{.held = held};
   ChainVerdict verdict;
   verdict.problem = "the chain could not be checked";
-  if (!helpers || !check || !pushAll(*helpers, held) || !pushAll(*helpers, others) ||
-      X509_STORE_CTX_init(check.get(), storeOf(m_store.get()), nativeAs<X509>(certificate), helpers.get()) !=
-          1)
+  if (!intermediates || !check || !pushAll(*intermediates, held) || !pushAll(*intermediates, others) ||
+      X509_STORE_CTX_init(check.get(), storeOf(m_store.get()), nativeAs<X509>(certificate),
+                          intermediates.get()) != 1)
     return verdict;
 
   setUp(*check, findings, m_hasLists, unixSeconds);
@@ -236,7 +236,7 @@ ChainVerdict Trust::check(const Certificate& certificate, const Certificates& he
   verdict.isTrustChecked = hasAnchors();
   verdict.trusted = hasAnchors() && findings.firstError == X509_V_OK;
   verdict.trustedThen = verdict.trusted && then && isValidAt(path, *then);
-  verdict.isRevocationChecked = m_hasLists && isFinished && !findings.hasNoList && !findings.unprovenList;
+  verdict.isRevocationChecked = m_hasLists && isFinished && !findings.hasNoList && !findings.unverifiedList;
   verdict.revoked = findings.revoked;
   verdict.problem = hasAnchors() ? problemOf(findings) : "no trust anchors were given";
   verdict.weaknesses = weaknessesOf(path, m_anchors);

@@ -1,4 +1,4 @@
-// crypto/Trust.h - trust anchors and revocation lists, and the way from a certificate to an anchor.
+// crypto/Trust.h - trust anchors, revocation lists, and certification paths to an anchor.
 #pragma once
 
 #include <cstdint>
@@ -10,21 +10,21 @@
 
 namespace mailtree {
 
-struct NativeTrust;  ///< Anchors and lists as the cryptographic library holds them.
+struct NativeTrust;  ///< Anchors and lists as objects of the cryptographic library.
 
 class Trust {
  public:
   using Certificates = std::vector<RefPtr<Certificate>>;
 
   bool addAnchor(Certificate& certificate);
-  /// Revocation lists in PEM or DER; how many.
+  /// Revocation lists in PEM or DER; returns how many.
   int addLists(std::string_view bytes);
   bool hasAnchors() const noexcept { return !m_anchors.empty(); }
   const Certificates& anchors() const noexcept { return m_anchors; }
   bool hasLists() const noexcept { return m_hasLists; }
 
-  /// See SystemCerts. `held` and `others` may stand on the way, and are not trusted for that. trustedThen is set
-  /// when the way that is open at the first time was open at the other too; there may have been another one.
+  /// See SystemCerts. `held` and `others` may be on the path, but are not trusted. trustedThen is set when
+  /// the path valid at the first time was valid at the other too; another path may have been.
   ChainVerdict check(const Certificate& certificate, const Certificates& held, const Certificates& others,
                      std::int64_t unixSeconds, std::optional<std::int64_t> then) const;
   Certificates chainOf(const Certificate& certificate, const Certificates& held) const;

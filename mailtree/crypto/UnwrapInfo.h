@@ -1,4 +1,4 @@
-// crypto/UnwrapInfo.h - what unwrapping a message found: the sum, and each layer.
+// crypto/UnwrapInfo.h - the result of unwrapping a message: the totals, and each layer.
 #pragma once
 
 #include <cstddef>
@@ -11,14 +11,15 @@
 
 namespace mailtree {
 
-/// A header field that stands otherwise inside a layer than outside, where it is displayed from. One that stands only
-/// outside is one too where it is of those that a message has once and readers display, and the layer has such fields.
+/// A header field that differs between the inside of a layer and the outside, which is
+/// displayed. A field that is only outside counts too when readers display it, a message has
+/// it once, and the layer has such fields.
 struct InnerField {
-  std::string part;  ///< Of the layer it stands in.
+  std::string part;  ///< Of the layer.
   std::string name;
   std::string inside;     ///< Empty when there is none inside.
   std::string outside;    ///< Empty when there is none outside.
-  std::size_t layer = 0;  ///< Index of that layer.
+  std::size_t layer = 0;  ///< Index of the layer.
 };
 
 class UnwrapInfo {
@@ -31,9 +32,9 @@ class UnwrapInfo {
   int m_numEncrypted = 0;
   ExtPtrArray m_signerCerts;          ///< CertificateHolder of every signer found.
   ExtPtrArray m_decryptCerts;         ///< CertificateHolder of every certificate that opened a layer.
-  std::vector<SecureLayer> m_layers;  ///< From outside in.
+  std::vector<SecureLayer> m_layers;  ///< Outermost first.
   std::vector<InnerField> m_innerFields;
-  LoadBudget m_budget;  ///< What may be spent; afterwards what is left.
+  LoadBudget m_budget;  ///< The budget; afterwards what is left of it.
 };
 
 }  // namespace mailtree

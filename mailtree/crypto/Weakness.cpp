@@ -11,19 +11,19 @@
 namespace mailtree {
 namespace {
 
-struct LeastBits {
+struct MinBits {
   const char* algorithm;
   int bits;
 };
-constexpr LeastBits kLeastBits[] = {{"RSA", 2048}, {"RSA-PSS", 2048}, {"DSA", 2048}, {"EC", 224}};
+constexpr MinBits kMinBits[] = {{"RSA", 2048}, {"RSA-PSS", 2048}, {"DSA", 2048}, {"EC", 224}};
 
 constexpr int kWeakDigests[] = {NID_md2, NID_md4, NID_md5, NID_md5_sha1, NID_sha, NID_sha1};
 
-/// Empty when it is strong, or of a kind with one strength only.
+/// Empty when it is strong, or of a kind with only one strength.
 std::string weakKeyOf(const X509* x509) {
   const EVP_PKEY* const key = X509_get0_pubkey(x509);
   const int bits = key ? EVP_PKEY_get_bits(key) : 0;
-  for (const LeastBits& row : kLeastBits)
+  for (const MinBits& row : kMinBits)
     if (key && EVP_PKEY_is_a(key, row.algorithm) && bits < row.bits)
       return std::string("key ") + row.algorithm + ' ' + std::to_string(bits) + " bits";
   return {};
@@ -31,7 +31,7 @@ std::string weakKeyOf(const X509* x509) {
 
 int signatureDigestOf(X509* x509) {
   int digest = NID_undef;
-  // False for a digest that is not at hand, such as md2; its name is told all the same.
+  // Fails for an unavailable digest, such as md2; its name is reported all the same.
   X509_get_signature_info(x509, &digest, nullptr, nullptr, nullptr);
   return digest;
 }

@@ -1,4 +1,4 @@
-// crypto/Weakness.h - digests and keys that no longer protect what is signed with them, by name.
+// crypto/Weakness.h - names the digests and keys that no longer protect a signature.
 #pragma once
 
 #include <string>
@@ -11,12 +11,12 @@ struct NativeCertificate;
 
 /// "sha256"; "unknown" for one without a name.
 std::string digestName(int nid);
-/// md5, sha1, and what was before them: two contents with the same one can be made.
+/// md5, sha1 and older: collisions can be made.
 bool isWeakDigest(int nid) noexcept;
 
-/// Appends what is weak about a certificate: "key RSA 1024 bits", "certificate signed with sha1".
-/// @param whose  put in front of each: "authority 1: ".
-/// @param signatureCounts  false for an anchor: whoever trusts one trusts its key, with any signature or none.
+/// Appends the weaknesses of a certificate: "key RSA 1024 bits", "certificate signed with sha1".
+/// @param whose  prefix of each: "authority 1: ".
+/// @param signatureCounts  false for a trust anchor, whose key is trusted with any signature or none.
 void listWeaknesses(NativeCertificate* certificate, std::string_view whose, bool signatureCounts,
                     std::vector<std::string>& weaknesses);
 

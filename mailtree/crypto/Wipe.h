@@ -1,4 +1,4 @@
-// crypto/Wipe.h - memory that held secrets, overwritten before it is given back.
+// crypto/Wipe.h - overwrites memory that held secrets before it is freed.
 #pragma once
 
 #include "mailtree/base/DataBuffer.h"
@@ -6,8 +6,8 @@
 
 namespace mailtree {
 
-/// Overwrites the bytes, then empties the buffer: for what held keys or opened content. Borrowed bytes are left
-/// alone.
+/// Overwrites the bytes, then empties the buffer: for keys and decrypted
+/// content. Borrowed bytes are not changed.
 void wipe(DataBuffer& bytes) noexcept;
 inline void wipe(StringBuffer& text) noexcept { text.strongClear(); }
 

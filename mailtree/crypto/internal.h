@@ -1,4 +1,4 @@
-// crypto/internal.h - what the files of crypto/ share and nobody else sees.
+// crypto/internal.h - shared by the files of crypto/ only.
 #pragma once
 
 #include <cstddef>
@@ -11,8 +11,8 @@
 
 namespace mailtree {
 
-/// Bytes that one call of the cryptographic library takes: its sizes are ints.
-inline constexpr std::size_t kMostPerCall = std::size_t{1} << 30;
+/// Input size of one call of the cryptographic library: its sizes are ints.
+inline constexpr std::size_t kMaxPerCall = std::size_t{1} << 30;
 
 template <auto release>
 struct Releases {
@@ -21,11 +21,11 @@ struct Releases {
     release(object);
   }
 };
-/// Owner of an object of the cryptographic library, by the function that releases it.
+/// Owner of an object of the cryptographic library, by the function that frees it.
 template <class T, auto release>
 using Handle = std::unique_ptr<T, Releases<release>>;
 
-/// The library's own object behind a certificate; T is the type that the including file knows it by.
+/// The library's object of a certificate; T is its type in the including file.
 template <class T>
 T* nativeAs(const Certificate& certificate) noexcept {
   return reinterpret_cast<T*>(certificate.native());
@@ -36,22 +36,23 @@ T* nativeKeyAs(const Certificate& certificate) noexcept {
 }
 
 struct NativeContext;
-/// The context that everything here runs in: the algorithms of old messages beside today's. Its own, so that the
-/// host program's stays as the host set it up. Made at the first call. Throws std::bad_alloc when that failed, and
-/// the next call tries again: a null context would be the host's.
+/// The library context of everything here, which includes the algorithms of old messages. Separate from the
+/// host program's context, which stays unchanged. Made at the first call. Throws std::bad_alloc on failure,
+/// and the next call tries again: a null context would be the host's.
 NativeContext* cryptoContext();
 template <class T>
 T* contextAs() {
   return reinterpret_cast<T*>(cryptoContext());
 }
 
-/// What the cryptographic library says went wrong last since the innermost QuietErrors began, in words; empty when
-/// nothing did. To be called inside of one only: takes that scope's errors back, and leaves those before it.
+/// The last error of the cryptographic library since the innermost QuietErrors began, as
+/// text; empty when there is none. Call it only inside a QuietErrors: it removes the
+/// errors of that scope and keeps earlier ones.
 std::string lastCryptoError();
 
-/// Takes back, at the end of its scope, what the cryptographic library noted as errors in it: what was only tried
-/// is nobody's error, and the host program reads the same list. The list holds the last fifteen: whoever tries
-/// several things in a row puts each in a scope of its own, or the host's are pushed out.
+/// Removes, at the end of its scope, the errors that the cryptographic library queued in it: a failed attempt
+/// is not an error, and the host program uses the same queue. The queue holds the last fifteen: put each of
+/// several attempts in its own scope, or the host's errors are pushed out.
 class QuietErrors {
  public:
   QuietErrors() noexcept;
@@ -60,7 +61,7 @@ class QuietErrors {
   ~QuietErrors();
 };
 
-/// Appends, and wipes what the buffer outgrows: nothing of it stays behind in memory that was given back.
+/// Appends; when the buffer is reallocated, wipes the old memory.
 bool appendWiping(DataBuffer& bytes, std::string_view more);
 
 }  // namespace mailtree

@@ -1,5 +1,4 @@
-// mime/AttachmentForms.cpp - attachments in the forms of older systems: AppleDouble pairs and uuencoded
-// bodies.
+// mime/AttachmentForms.cpp - attachments in legacy formats: AppleDouble pairs and uuencoded bodies.
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Utf.h"
 #include "mailtree/mime/MimeMessage2.h"
@@ -58,7 +57,7 @@ void MimeMessage2::uuDecodeAttachment(LogBase& log) {
     StringBuffer name;
     decoder.uu_getFilename(name);
     name.stripDirectory();
-    // The block's own name is the only one that many of these parts have.
+    // Many of these parts have no name but the one in the uuencode block.
     if (!name.isEmpty() && isValidUtf8(name) && !hasFilename(*this)) setNameUtf8(name.getString(), log);
     if (isConvertibleText(traits())) {
       setMimeBody8Bit_2(decoded.getData2(), static_cast<unsigned>(decoded.getSize()), m_parsedCharset,

@@ -8,8 +8,8 @@ namespace mailtree {
 
 namespace {
 
-// Deliberate: some tests below look at the letter case and their neighbours do not. The order of the tests
-// and their letter case are part of what makes the numbering of attachments stable, so they stay as they are.
+// Deliberate: some tests below are case-sensitive and their neighbours are not. The order of the tests and
+// their case sensitivity keep the numbering of attachments stable.
 
 constexpr AttachmentVerdict yes(const char* reason) { return {true, reason}; }
 constexpr AttachmentVerdict no(const char* reason) { return {false, reason}; }
@@ -17,7 +17,9 @@ constexpr AttachmentVerdict no(const char* reason) { return {false, reason}; }
 constexpr std::string_view kMediaTypes[] = {"image/", "application/", "audio/", "video/"};
 constexpr std::string_view kKeyFileSuffixes[] = {".pem", ".pmi", ".gtr"};
 
-bool saysAttachment(const PartTraits& part) noexcept { return equalsNoCase(part.disposition, "attachment"); }
+bool hasAttachmentDisposition(const PartTraits& part) noexcept {
+  return equalsNoCase(part.disposition, "attachment");
+}
 
 bool isMedia(std::string_view type) noexcept {
   return std::ranges::any_of(kMediaTypes, [&](std::string_view prefix) { return type.starts_with(prefix); });
@@ -37,9 +39,9 @@ AttachmentVerdict judgeInline(const PartTraits& part, bool inMixed) noexcept {
   return no("No, inline AND no filename");
 }
 
-// Deliberate: an inline part is judged by the name in its disposition, a part without one by the name in its
-// type.
-AttachmentVerdict judgeUndisposed(const PartTraits& part, bool inMixed) noexcept {
+// Deliberate: an inline part is judged by the filename of its disposition, a part without
+// a disposition by the name of its type.
+AttachmentVerdict judgeWithoutDisposition(const PartTraits& part, bool inMixed) noexcept {
   if (inMixed && part.hasMessageClass && part.type == "text/plain")
     return yes("Yes, because of Content-Class header.");
   if (!part.name.empty() && equalsNoCase(part.transferEncoding, "base64"))
@@ -53,17 +55,17 @@ AttachmentVerdict judgeUndisposed(const PartTraits& part, bool inMixed) noexcept
 AttachmentVerdict judgeAttachment(const PartTraits& part, bool inMixed) noexcept {
   if (beginsWithNoCase(part.type, "multipart/")) return no("No (multipart enclosure)");
   if (equalsNoCase(part.type, "message/rfc822")) {
-    const bool isMht = saysAttachment(part) && endsWithNoCase(part.dispFilename, ".mht");
+    const bool isMht = hasAttachmentDisposition(part) && endsWithNoCase(part.dispFilename, ".mht");
     return isMht ? yes("Yes (MHT)") : no("No (message/rfc822)");
   }
   if (containsNoCase(part.type, "pkcs7-signature")) {
-    return saysAttachment(part) ? yes("Yes (pkcs7-signature AND disposition=attachment)")
-                                : no("No (pkcs7-signature)");
+    return hasAttachmentDisposition(part) ? yes("Yes (pkcs7-signature AND disposition=attachment)")
+                                          : no("No (pkcs7-signature)");
   }
-  if (saysAttachment(part)) return yes("Yes (disposition=attachment)");
+  if (hasAttachmentDisposition(part)) return yes("Yes (disposition=attachment)");
   if (part.type.starts_with("application/")) return yes("Yes (content-type=application)");
   if (equalsNoCase(part.disposition, "inline")) return judgeInline(part, inMixed);
-  return judgeUndisposed(part, inMixed);
+  return judgeWithoutDisposition(part, inMixed);
 }
 
 StrictVerdict judgeStrictAttachment(const PartTraits& part) noexcept {
@@ -74,7 +76,7 @@ StrictVerdict judgeStrictAttachment(const PartTraits& part) noexcept {
     if (!isUrl) return {true, nullptr};
     return {false, "Not strict attachment because of special chars in name attribute."};
   }
-  if (saysAttachment(part)) return {true, nullptr};
+  if (hasAttachmentDisposition(part)) return {true, nullptr};
   return {false, "Not strict attachment because 'attachment' keyword not found in disposition."};
 }
 

@@ -1,13 +1,13 @@
-// mime/AttachmentRules.h - the one home of the decision "is this part an attachment".
+// mime/AttachmentRules.h - decides whether a part is an attachment, in one place.
 //
-// Works on plain texts, so that the parse tree and the email tree decide alike.
+// Works on plain texts, so the parse tree and the email tree share the rules.
 #pragma once
 
 #include <string_view>
 
 namespace mailtree {
 
-/// What the decision looks at.
+/// The input of the decision.
 struct PartTraits {
   std::string_view type = {};          ///< Media type, lower case; may be empty.
   std::string_view name = {};          ///< name parameter of the Content-Type.
@@ -19,24 +19,23 @@ struct PartTraits {
 
 struct AttachmentVerdict {
   bool isAttachment;
-  const char* reason;  ///< Why, in the words of the log.
+  const char* reason;  ///< The reason, as logged.
 };
 
-/// Decides, for a part whose parent is a mixed enclosure (`inMixed`) or not. The first rule that
-/// applies wins.
+/// Decides for a part whose parent is a mixed enclosure (`inMixed`) or not. The first matching rule wins.
 AttachmentVerdict judgeAttachment(const PartTraits& part, bool inMixed) noexcept;
 
 struct StrictVerdict {
   bool isStrict;
-  const char* reason;  ///< Null where there is nothing to say.
+  const char* reason;  ///< Null when there is no reason to log.
 };
 
-/// The narrower test: application types and whatever says "attachment". A name that looks like a URL with a
-/// query marks a web resource, not a file.
+/// The narrower test: application types and dispositions that contain "attachment". A name that looks like a
+/// URL with a query marks a web resource, not a file.
 StrictVerdict judgeStrictAttachment(const PartTraits& part) noexcept;
 
-/// Whether a text body is stored as utf-8 and converted on output: a text leaf that is no attachment. An
-/// attached text file keeps its bytes.
+/// Whether a text body is stored in utf-8 and converted on output: true for a text leaf that is not an
+/// attachment. An attached text file keeps its bytes.
 bool isConvertibleText(const PartTraits& part) noexcept;
 
 }  // namespace mailtree

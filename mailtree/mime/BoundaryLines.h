@@ -1,4 +1,5 @@
-// mime/BoundaryLines.h - lines that could be the boundary of a multipart: what the parser looks for and the writer avoids.
+// mime/BoundaryLines.h - lines that could be a boundary delimiter: the parser
+// looks for them, the writer avoids them.
 #pragma once
 
 #include <cstring>
@@ -11,8 +12,8 @@ namespace mailtree {
 
 constexpr bool isLineBreak(char c) noexcept { return c == '\n' || c == '\r'; }
 
-/// The next line at or after `from` that begins with "--", npos when there is none. A search for dashes, not for line breaks:
-/// the bulk of most mail is base64, which has no dash at all.
+/// The next line at or after `from` that begins with "--", npos when there is none. Searches for dashes, not
+/// line breaks: most mail is base64, which has no dashes.
 inline std::size_t findDashLine(std::string_view text, std::size_t from) noexcept {
   const char* const begin = text.data();
   const char* const end = begin + text.size();
@@ -27,12 +28,13 @@ inline std::size_t findDashLine(std::string_view text, std::size_t from) noexcep
   return std::string_view::npos;
 }
 
-/// A line beginning with "--": what stands behind the dashes, trailing blanks cut, and where the next line begins.
+/// A line beginning with "--": the text after the dashes without trailing
+/// blanks, and the offset of the next line.
 struct DashLine {
   std::string_view content;
   std::size_t next;
 
-  /// Whether the line begins or ends a part of a multipart with this boundary.
+  /// Whether the line is a delimiter of a multipart with this boundary, closing or not.
   bool isBoundary(std::string_view boundary) const noexcept {
     return content.starts_with(boundary) &&
            (content.size() == boundary.size() || content.substr(boundary.size()) == "--");

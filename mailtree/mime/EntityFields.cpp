@@ -1,5 +1,5 @@
-// The members that an entity keeps of its Content- fields: read from the header list, changed, written back
-// to it. Whoever changes a member here also rewrites the field, so that the two always agree.
+// The members that an entity derives from its Content- fields: read from the header list, changed, written
+// back to it. Every function that changes a member also rewrites the field, so the two always agree.
 
 #include <algorithm>
 #include <string>
@@ -22,7 +22,7 @@ constexpr const char* kIdField = "Content-ID";
 constexpr std::string_view kContentFields[] = {kTypeField, kDispositionField, kTransferEncodingField,
                                                kIdField};
 
-/// What stands behind a comment at the beginning of `value`; nothing when it never closes.
+/// The text after a comment at the beginning of `value`; empty when the comment is unterminated.
 std::string_view skipComment(std::string_view value) noexcept {
   int depth = 0;
   for (std::size_t i = 0; i < value.size(); ++i) {
@@ -32,8 +32,7 @@ std::string_view skipComment(std::string_view value) noexcept {
   return {};
 }
 
-/// The mechanism named by a Content-Transfer-Encoding value, without the comments, quotes and leftovers
-/// around it.
+/// The mechanism named by a Content-Transfer-Encoding value, without comments, quotes or trailing text.
 std::string_view transferEncodingOf(std::string_view value) noexcept {
   for (value = trim(value); !value.empty(); value = trimLeft(value)) {
     if (value.front() == '(')
@@ -57,9 +56,9 @@ std::string_view stripMarks(std::string_view type) noexcept {
   return type;
 }
 
-/// Where the first parameter begins in a disposition type that swallowed it because its semicolon, or the
-/// type itself, is missing ("attachment filename=x", "filename=x"); npos in a proper type.
-std::size_t strayParameter(std::string_view type) noexcept {
+/// Where the first parameter begins in a disposition type that swallowed it because the semicolon or the type
+/// itself is missing ("attachment filename=x", "filename=x"); npos in a proper type.
+std::size_t swallowedParameter(std::string_view type) noexcept {
   const std::size_t equals = type.find('=');
   if (equals == std::string_view::npos) return equals;
   const std::string_view name = trimRight(type.substr(0, equals));
@@ -71,27 +70,27 @@ std::size_t strayParameter(std::string_view type) noexcept {
 
 // Reading
 
-void MimeMessage2::readContentFields(LimitSet& limits, const MimeMessage2* alike) {
+void MimeMessage2::readContentFields(LimitSet& limits, const MimeMessage2* sibling) {
   for (std::size_t which = 0; which < std::size(kContentFields); ++which) {
     const int row = m_header.findField(kContentFields[which]);
     if (row < 0) continue;
     const bool isType = static_cast<ContentField>(which) == ContentField::type;
-    if (isType && alike && copyContentType(row, *alike)) continue;
+    if (isType && sibling && copyContentType(row, *sibling)) continue;
     readContentField(static_cast<ContentField>(which), row, limits);
   }
 }
 
-/// Parts beside each other often say the same. False when this one does not, or the other no longer is what its
-/// field says: a charset that was changed while parsing is marked as a repair. Limits that the other met are known
-/// already, both being read in one run.
-bool MimeMessage2::copyContentType(int row, const MimeMessage2& alike) {
-  const int other = alike.m_header.findField(kTypeField);
-  if (other < 0 || m_header.has8bit() || alike.m_header.has8bit()) return false;
-  if (alike.m_repairs.has(Repair::charset) || alike.m_repairs.has(Repair::contentType)) return false;
-  if (m_header.rawValue(row) != alike.m_header.rawValue(other)) return false;
-  m_contentType = alike.m_contentType;
-  m_parsedCharset = alike.m_parsedCharset;
-  m_charset = alike.m_charset;
+/// Sibling parts often have the same type. False when this one differs, or when the sibling no longer matches
+/// its field: a charset changed while parsing is marked as a repair. Limits that the sibling exceeded are
+/// already recorded, because one pass reads both.
+bool MimeMessage2::copyContentType(int row, const MimeMessage2& sibling) {
+  const int other = sibling.m_header.findField(kTypeField);
+  if (other < 0 || m_header.has8bit() || sibling.m_header.has8bit()) return false;
+  if (sibling.m_repairs.has(Repair::charset) || sibling.m_repairs.has(Repair::contentType)) return false;
+  if (m_header.rawValue(row) != sibling.m_header.rawValue(other)) return false;
+  m_contentType = sibling.m_contentType;
+  m_parsedCharset = sibling.m_parsedCharset;
+  m_charset = sibling.m_charset;
   return true;
 }
 
@@ -109,7 +108,7 @@ void MimeMessage2::readContentField(ContentField which, int row, LimitSet& limit
 void MimeMessage2::readContentType(std::string_view value, LimitSet& limits) {
   if (!m_contentType.loadFromMimeHeaderValue(value, m_parsedCharset)) m_repairs.add(Repair::contentType);
   m_charset.setString(m_parsedCharset.getName());
-  // A value with fewer semicolons cannot be over the limit, so ordinary mail never pays for reading it twice.
+  // A value with fewer semicolons cannot exceed the limit, so ordinary mail is not parsed twice.
   if (std::ranges::count(value, ';') > kMaxParameters && parseParameterizedValue(value).overLimit)
     limits.add(Limit::parameters);
 }
@@ -118,13 +117,13 @@ void MimeMessage2::readDisposition(std::string_view value, LimitSet& limits) {
   ParameterizedValue parsed = parseParameterizedValue(value);
   if (parsed.overLimit) limits.add(Limit::parameters);
   std::string_view type = parsed.value;
-  const std::size_t stray = strayParameter(type);
-  std::string mended;
+  const std::size_t stray = swallowedParameter(type);
+  std::string repaired;
   if (stray != std::string_view::npos) {
     const std::size_t offset = static_cast<std::size_t>(type.data() - value.data()) + stray;
     type = type.substr(0, stray);
-    mended.append("; ").append(value.substr(offset));
-    parsed = parseParameterizedValue(mended);
+    repaired.append("; ").append(value.substr(offset));
+    parsed = parseParameterizedValue(repaired);
   }
   m_disposition.setString(stripMarks(type));
   std::string filename;
@@ -174,7 +173,8 @@ void MimeMessage2::collapseMultiple(const char* field, LogBase& log) {
     for (int i = first; i >= 0; i = m_header.findField(name, i + 1))
       _svEmailAddress::parseAndLoadEntries(m_header.unfoldedValue(i, scratch), entries);
 
-    // "Several words" in one field and "Otto <o@b.c>" in the next are not one name with a comma in it.
+    // "Several words" in one field and "Otto <o@b.c>" in the next must
+    // not become one name with a comma in it.
     MimeHeader joined(m_header);
     joined.joinFields(name);
     if (!readsAsEntries(joined.unfoldedValue(first, scratch), entries)) {
@@ -182,7 +182,7 @@ void MimeMessage2::collapseMultiple(const char* field, LogBase& log) {
       _svEmailAddress::emitAsMimeField(entries, kCpUtf8, /*first=*/true, /*forHeader=*/true, /*useQ=*/true,
                                        value, log);
       if (!readsAsEntries(value.view(), entries))
-        return;  // an address is too long for a line: they stay several
+        return;  // an address is too long for a line: the fields stay separate
       joined.replaceMimeFieldUtf8_a(std::string(m_header.fieldName(first)).c_str(), value.getString(),
                                     /*asGiven=*/true, /*ordinary=*/true, log);
     }
@@ -193,7 +193,7 @@ void MimeMessage2::collapseMultiple(const char* field, LogBase& log) {
 void MimeMessage2::setContentType(const char* type, bool refreshHeader, LogBase&) {
   m_contentType.m_type.setString(trim(viewOf(type)));
   m_contentType.m_type.toLowerCase();
-  if (isMultipart()) {  // which is text of no charset
+  if (isMultipart()) {  // text without a charset
     m_charset.clear();
     m_parsedCharset.clear();
   }
@@ -239,7 +239,7 @@ void MimeMessage2::setContentEncoding(const char* encoding, LogBase& log) {
 
 void MimeMessage2::addReplaceHeaderFieldUtf8(const char* name, const char* value, LogBase& log) {
   guarded([&] {
-    // A duplicate must not come into force when the first one goes.
+    // A duplicate must not take effect when the first field is removed.
     if (value)
       m_header.replaceMimeFieldUtf8(name, value, log);
     else

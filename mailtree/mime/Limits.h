@@ -1,6 +1,6 @@
-// mime/Limits.h - how much of a message is taken apart. Beyond a limit nothing is lost: the rest stays as
-// bytes of the part in which it stands, and the limit is reported. What a message may cost in all is in
-// base/LoadBudget.h, where the folders beside this one see it too.
+// mime/Limits.h - limits of parsing. Nothing is lost beyond a limit: the rest stays as bytes of the enclosing
+// part, and the limit is reported. The limits on the total cost of a message are in base/LoadBudget.h, which
+// other folders also use.
 #pragma once
 
 #include <cstddef>
@@ -13,7 +13,7 @@
 
 namespace mailtree {
 
-/// Depth of nested parts. Real mail stays under 10; recursion over a tree is bounded by this.
+/// Depth of nested parts. Real mail stays under 10. Bounds the recursion over a tree.
 inline constexpr int kMaxDepth = 100;
 /// Header of one entity: bytes and fields.
 inline constexpr std::size_t kMaxHeaderBytes = 4u << 20;
@@ -23,7 +23,7 @@ inline constexpr int kMaxParameters = 1'000;
 /// Nested groups and comments in an address list or another structured value.
 inline constexpr int kMaxCommentDepth = 3;
 
-/// A limit that was met while loading; values are bits.
+/// A limit exceeded while loading; values are bits.
 enum class Limit : std::uint32_t {
   depth = 1,
   parts = 2,
@@ -35,7 +35,7 @@ enum class Limit : std::uint32_t {
   keyTrials = 128,
 };
 
-/// The limits met.
+/// The limits exceeded.
 using LimitSet = FlagSet<Limit>;
 
 /// The words in which a limit is reported: the number goes between them.
@@ -52,6 +52,7 @@ struct LimitText {
   }
 };
 
+/// The text reported for each limit.
 inline constexpr LimitText kLimitTexts[] = {
     {Limit::depth, "nesting deeper than ", kMaxDepth, " levels"},
     {Limit::parts, "more than ", kMaxParts, " parts"},
@@ -59,8 +60,8 @@ inline constexpr LimitText kLimitTexts[] = {
     {Limit::headerFields, "a header of more than ", kMaxHeaderFields, " fields"},
     {Limit::parameters, "more than ", kMaxParameters, " parameters"},
     {Limit::layers, "more than ", kMaxUnwrappedLayers, " security layers"},
-    {Limit::layerBytes, "more in security layers than a message of its size may hold"},
-    {Limit::keyTrials, "more than ", kMaxKeyTrials, " tries of private keys"},
+    {Limit::layerBytes, "security layers too large for the size of the message"},
+    {Limit::keyTrials, "more than ", kMaxKeyTrials, " private key trials"},
 };
 
 }  // namespace mailtree

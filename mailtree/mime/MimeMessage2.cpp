@@ -13,7 +13,7 @@
 
 namespace mailtree {
 
-// Life
+// Construction and destruction
 
 MimeMessage2::~MimeMessage2() { deleteParts(); }
 
@@ -21,17 +21,16 @@ MimeMessage2* MimeMessage2::createNewObject() {
   return neverThrow<MimeMessage2*>(nullptr, [] { return new MimeMessage2(); });
 }
 
-/// Walks down to a leaf, deletes it, goes on from the entity above it: no recursion and no memory, whatever
-/// the depth.
+/// Walks down to a leaf, deletes it and goes on from its parent: no recursion and no memory at any depth.
 void MimeMessage2::deleteParts() noexcept {
   MimeMessage2* entity = this;
   for (;;) {
     if (!entity->m_parts.empty()) {
       MimeMessage2* part = entity->m_parts.back().get();
-      part->m_above = entity;
+      part->m_parentInDeletion = entity;
       entity = part;
     } else if (entity != this) {
-      entity = entity->m_above;
+      entity = entity->m_parentInDeletion;
       entity->m_parts.pop_back();
     } else {
       return;
@@ -129,19 +128,19 @@ bool MimeMessage2::isMultipartMixed() const noexcept {
   return equalsNoCase(m_contentType.m_type, "multipart/mixed");
 }
 
-PartTraits MimeMessage2::ownTraits() const noexcept {
+PartTraits MimeMessage2::basicTraits() const noexcept {
   PartTraits traits;
   traits.type = m_contentType.m_type;
   traits.name = m_contentType.m_name;
   traits.disposition = m_disposition;
-  // The name parameter stands in, as it does in the email tree, so that both decide alike.
+  // The name parameter replaces a missing file name, as in the email tree, so both decide alike.
   traits.dispFilename = m_filename.isEmpty() ? m_contentType.m_name : m_filename;
   traits.transferEncoding = m_transferEncoding;
   return traits;
 }
 
 PartTraits MimeMessage2::traits() const noexcept {
-  PartTraits traits = ownTraits();
+  PartTraits traits = basicTraits();
   traits.hasMessageClass = neverThrow(false, [&] {
     LogNull quiet;
     return m_header.hasHeaderMatchingUtf8("Content-Class", "*content-classes:message*",
@@ -151,7 +150,7 @@ PartTraits MimeMessage2::traits() const noexcept {
 }
 
 bool MimeMessage2::isAttachment(LogBase&) const {
-  return judgeAttachment(ownTraits(), /*inMixed=*/false).isAttachment;
+  return judgeAttachment(basicTraits(), /*inMixed=*/false).isAttachment;
 }
 
 void MimeMessage2::getMimeFilename(StringBuffer& out) const {
@@ -191,10 +190,11 @@ bool MimeMessage2::setBodyFromText(std::string_view bytes, std::string_view char
   const DecodedText decoded = receivedTextToUtf8(charset, bytes, text);
   const bool wasGuessed = decoded.origin == TextOrigin::byteOrderMark ||
                           decoded.origin == TextOrigin::validUtf8 || decoded.origin == TextOrigin::detected;
-  // Plain ASCII says nothing about its charset, so a label nobody knows stays unjudged; escapes do.
+  // Plain ASCII tells nothing about its charset, so an unknown label is not reported
+  // unless the text has escape sequences.
   if (wasGuessed && (decoded.converted || !isAscii(bytes)) &&
       decoded.codePage != m_parsedCharset.getCodePage()) {
-    m_repairs.add(Repair::charset);  // also tells copyContentType that the field is no longer the truth
+    m_repairs.add(Repair::charset);  // also tells copyContentType that the member differs from the field
     m_parsedCharset.setByCodePage(decoded.codePage);
   }
   m_repairs.addDamage(decoded.damaged);
@@ -207,7 +207,7 @@ void MimeMessage2::setMimeBody8Bit_2(const void* data, unsigned size, const _svC
   guarded([&] {
     const auto* bytes = static_cast<const unsigned char*>(data);
     const std::string_view text(static_cast<const char*>(data), data ? size : 0);
-    const bool isConverted = isText && *charset.getName() && isConvertibleText(ownTraits()) &&
+    const bool isConverted = isText && *charset.getName() && isConvertibleText(basicTraits()) &&
                              setBodyFromText(text, charset.getName());
     if (!isConverted) setMimeBodyBinary2(bytes, size, log);
   });
@@ -215,12 +215,13 @@ void MimeMessage2::setMimeBody8Bit_2(const void* data, unsigned size, const _svC
 
 void MimeMessage2::setMimeBodyBinary2(const unsigned char* data, unsigned size, LogBase& log) {
   DataBuffer body;
-  if (data && size && !body.append(data, size)) return log.logError("No memory for the body of a part.");
+  if (data && size && !body.append(data, size))
+    return log.logError("Out of memory while setting the body of a part.");
   m_body = std::move(body);
 }
 
 void MimeMessage2::copyMimeBody(DataBuffer& out, LogBase& log) const {
-  if (!out.append(m_body)) log.logError("No memory for a copy of the body of a part.");
+  if (!out.append(m_body)) log.logError("Out of memory while copying the body of a part.");
 }
 
 void MimeMessage2::extractMimeBody(DataBuffer& out, LogBase&) { out.takeData(m_body); }

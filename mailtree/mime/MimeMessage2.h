@@ -1,13 +1,13 @@
-// mime/MimeMessage2.h - one MIME entity of a parse tree: what loading reads, edits and takes apart.
+// mime/MimeMessage2.h - one MIME entity of a parse tree: loading reads it, edits it and takes its content.
 //
 //   Lifetime   A parse tree lives for one load. Bodies are moved out of it, never copied.
-//   Ownership  A parent owns its parts. createNewObject, extractPart and getAppleDoubleAttachment hand over;
-//              add*/replacePart take.
-//   Bodies     Decoded from their transfer encoding; text that output converts back is in utf-8, an attached
-//              text file keeps its bytes. A multipart that could not be split, and a message/*, holds its raw
-//              bytes.
-//   Failure    Nothing throws. When memory ran out in an operation, the entity is no longer whole and becomes no
-//              node.
+//   Ownership  A parent owns its parts. createNewObject, extractPart and getAppleDoubleAttachment transfer
+//              ownership to the caller; add*/replacePart take it.
+//   Bodies     Decoded from their transfer encoding. Text that output converts back is in utf-8;
+//              an attached text file keeps its bytes. A message/*, and a multipart that could
+//              not be split, holds its raw bytes.
+//   Failure    Nothing throws. An entity in which an operation ran out of memory
+//              is incomplete and becomes no node.
 #pragma once
 
 #include <cstddef>
@@ -40,7 +40,7 @@ class MimeMessage2 final : public SorvikObject {
   MimeMessage2() = default;
   MimeMessage2(const MimeMessage2&) = delete;
   MimeMessage2& operator=(const MimeMessage2&) = delete;
-  ~MimeMessage2() override;  ///< Iterative, whatever the depth.
+  ~MimeMessage2() override;  ///< Iterative at any depth.
   static void operator delete(MimeMessage2* entity, std::destroying_delete_t) noexcept {
     destroyInSlab(entity);
   }
@@ -48,24 +48,26 @@ class MimeMessage2 final : public SorvikObject {
   /// A new empty heap entity owned by the caller; null when memory ran out.
   static MimeMessage2* createNewObject();
 
-  // Parsing. Each replaces what the entity held. Nothing in the input makes them fail; false only when memory
-  // ran out.
+  // Parsing. Each function replaces the content of the entity. No input makes it
+  // fail; false only when memory ran out.
 
   bool loadMimeComplete(const StringBuffer& mime, LogBase& log, bool option);
-  /// The first flag and `scratch` are accepted for the callers' sake: the bytes are parsed where they stand.
+  /// The first flag and `scratch` have no effect: the bytes are parsed in place.
   bool loadMimeComplete2(const char* data, unsigned size, bool keepInput, StringBuffer& scratch, LogBase& log,
                          bool option);
   bool loadMimeCompleteDb(DataBuffer& mime, LogBase& log);
-  /// The parser under the three above. `parts` is how many the message may have; what is left is given back.
+  /// The parser of the three functions above. `parts` is the number of parts allowed;
+  /// the parts used are subtracted from it.
   bool loadText(std::string_view mime, int& parts, LogBase& log);
   bool loadText(std::string_view mime, LogBase& log);
-  /// The same for what was found inside an entity at that level of a tree, the message itself being at 1: nothing
-  /// may stand before its header, which ends at the first empty line.
+  /// The same for the content of an entity at that level of a tree (the message is level 1). Nothing may
+  /// precede its header, which ends at the first empty line.
   /// @param origin  of the entity.
-  /// @param parts   how many the message may still have; what is left is given back.
+  /// @param parts   parts still allowed; the parts used are subtracted from it.
   bool loadContent(std::string_view mime, int level, Origin origin, int& parts, LogBase& log);
-  /// Parses this entity anew from the bytes as which it was received, and keeps them. The multiparts signed inside
-  /// it get theirs that way, which the parser gives to the outermost alone. Without them nothing happens.
+  /// Parses this entity again from its received bytes, and keeps them. The signed multiparts
+  /// inside it get their received bytes that way: the parser keeps them for the outermost one
+  /// only. Does nothing without received bytes.
   bool reloadReceived(int level, int& parts, LogBase& log);
   /// Strips directory parts from every attachment file name in the tree.
   void makeAttachmentFilenamesRelative(LogBase& log);
@@ -75,15 +77,15 @@ class MimeMessage2 final : public SorvikObject {
   const char* getContentType() const noexcept { return m_contentType.m_type.getString(); }
   bool isMultipart() const noexcept;
   bool isMultipartMixed() const noexcept;
-  /// By disposition or naming.
+  /// Whether the disposition or the file name makes the part an attachment.
   bool isAttachment(LogBase& log) const;
   void getDisposition(StringBuffer& out) const { out.setString(m_disposition); }
   const char* getContentEncoding() const noexcept { return m_transferEncoding.getString(); }
   void getContentEncoding(StringBuffer& out) const { out.setString(m_transferEncoding); }
   void getContentId(StringBuffer& out) const { out.setString(m_contentId); }
-  /// The charset parameter as it was written, empty when none.
+  /// The charset parameter as written, empty when absent.
   void getCharset(StringBuffer& out) const { out.setString(m_charset); }
-  /// Of 8-bit text in the header; 0 when none.
+  /// Code page of the 8-bit text in the header; 0 when there is none.
   int getHeaderDetectedCP() const noexcept { return m_header.getDetectedCP(); }
   /// Disposition filename, else name parameter; utf-8.
   void getMimeFilename(StringBuffer& out) const;
@@ -104,7 +106,7 @@ class MimeMessage2 final : public SorvikObject {
 
   // Changing
 
-  /// Joins the fields of a name into the first, which then reads as all of them did one by one.
+  /// Joins the fields of a name into the first. Reading it gives what the separate fields gave.
   void collapseMultiple(const char* field, LogBase& log);
   /// Replaces the media type; `refreshHeader` also rewrites the field.
   void setContentType(const char* type, bool refreshHeader, LogBase& log);
@@ -125,14 +127,14 @@ class MimeMessage2 final : public SorvikObject {
   /// Takes over type, disposition and transfer encoding of another entity, field by field as they were
   /// received.
   void copyContentFields(const MimeMessage2& from);
-  /// Becomes what another entity holds: its Content- fields, body and parts come here. All other fields stay.
+  /// Takes the Content- fields, body and parts of another entity. All other fields stay.
   void adoptContent(MimeMessage2& content);
   /// Makes this empty entity a multipart/alternative with a fresh boundary.
   void newMultipartAlternative(LogBase& log);
   void addPart(MimeMessage2* part);         ///< Takes ownership; null is ignored.
   void addPartInFront(MimeMessage2* part);  ///< Takes ownership; null is ignored.
   MimeMessage2* extractPart(int index);     ///< Owned by the caller; null when out of range.
-  /// Puts a part where one stands; the old one is forgotten, its owner being the caller.
+  /// Replaces a part. Does not delete the old one, which the caller owns.
   void replacePart(int index, MimeMessage2* part, LogBase& log);
   void copyMimeBody(DataBuffer& out, LogBase& log) const;  ///< Appends.
   void extractMimeBody(DataBuffer& out, LogBase& log);     ///< Moves; this body is empty afterwards.
@@ -141,29 +143,29 @@ class MimeMessage2 final : public SorvikObject {
   /// application/applefile) as an attachment, owned by the caller; null elsewhere. The data fork's body is
   /// moved out.
   MimeMessage2* getAppleDoubleAttachment(LogBase& log);
-  /// Decodes a body whose transfer encoding is X-UUencode, or another name of it, in place; the encoding becomes base64. A body
-  /// without a block that decodes stays as it is.
+  /// Decodes a body whose transfer encoding is X-UUencode, or an alias of it, in place; the encoding becomes
+  /// base64. A body without a decodable block stays as it is.
   void uuDecodeAttachment(LogBase& log);
 
-  /// Verifies and strips signed layers and decrypts encrypted ones throughout the tree, from outside in. What
-  /// cannot be opened stays as it is. An entity that was looked at before, or stands below one, is not looked at
-  /// again. (secure/unwrap.cpp)
+  /// Verifies and strips signed layers and decrypts encrypted ones throughout the tree, outermost first.
+  /// A layer that cannot be opened stays as it is. Entities already unwrapped, and everything below
+  /// them, are skipped. (secure/unwrap.cpp)
   void unwrapSecurity3(UnwrapInfo& info, _clsCades& cades, SystemCerts& certs, LogBase& log);
 
-  // Moving out, for loading
+  // Moving content out, for loading
 
   /// Moves the header list out, 8-bit fields rewritten as encoded words.
   void extractHeader(MimeHeader& out);
   void extractContentType(_svContentType& out) { out = std::move(m_contentType); }
   const _svCharset& charset() const noexcept { return m_parsedCharset; }
 
-  /// For a child of a multipart/signed: its bytes exactly as received, header and all; null elsewhere.
-  /// Moved out.
+  /// For a child of a multipart/signed: its bytes exactly as received, including
+  /// the header; null elsewhere. Moved out.
   std::unique_ptr<DataBuffer> extractReceivedBytes() noexcept { return std::move(m_receivedBytes); }
   const DataBuffer* receivedBytes() const noexcept { return m_receivedBytes.get(); }
   bool isSignedContent() const noexcept { return m_receivedBytes != nullptr; }
 
-  LimitSet limits() const noexcept { return m_limits; }  ///< Met while parsing; on the root.
+  LimitSet limits() const noexcept { return m_limits; }  ///< Limits exceeded while parsing; on the root only.
   RepairSet repairs() const noexcept { return m_repairs; }
   void addRepair(Repair repair) noexcept { m_repairs.add(repair); }
   void addLimit(Limit limit) noexcept { m_limits.add(limit); }
@@ -186,24 +188,25 @@ class MimeMessage2 final : public SorvikObject {
       return true;
     });
   }
-  /// The traits that cost nothing: without the look at Content-Class.
-  PartTraits ownTraits() const noexcept;
+  /// The traits that are free to compute: without searching for Content-Class.
+  PartTraits basicTraits() const noexcept;
 
-  // The members kept of the Content- fields (EntityFields.cpp)
+  // The members derived from the Content- fields (EntityFields.cpp)
 
   enum class ContentField { type, disposition, transferEncoding, id };
-  /// Reads all of them from the header list, the first field of a name; `limits` receives those met.
-  /// @param alike  an entity that was just read and may well say the same; null: none.
-  void readContentFields(LimitSet& limits, const MimeMessage2* alike = nullptr);
-  bool copyContentType(int row, const MimeMessage2& alike);
+  /// Reads all members from the header list, from the first field of each name;
+  /// adds the limits exceeded to `limits`.
+  /// @param sibling  an entity read just before, probably with the same fields; null: none.
+  void readContentFields(LimitSet& limits, const MimeMessage2* sibling = nullptr);
+  bool copyContentType(int row, const MimeMessage2& sibling);
   void readContentField(ContentField which, int row, LimitSet& limits);
   void readContentType(std::string_view value, LimitSet& limits);
   void readDisposition(std::string_view value, LimitSet& limits);
   void refreshContentTypeField();
   void refreshDispositionField();
 
-  /// Sets the body to the utf-8 of text in the declared charset, if that changes the bytes. False: they are
-  /// right as they stand, or nothing explains them, and the body was left alone.
+  /// Sets the body to the utf-8 of text in the declared charset, if that changes the bytes. False: the body
+  /// was left alone, because it is right already or no charset can decode it.
   bool setBodyFromText(std::string_view bytes, std::string_view charset);
 
   MimeHeader m_header;
@@ -221,9 +224,9 @@ class MimeMessage2 final : public SorvikObject {
   RepairSet m_repairs;
   mutable bool m_isWhole = true;
   Origin m_origin = kNoOrigin;
-  bool m_isUnwrapped = false;       ///< Security layers were looked for here.
-  Slab* m_slab = nullptr;           ///< In which it lives, if it does.
-  MimeMessage2* m_above = nullptr;  ///< The way back up while a tree is destroyed; set and read only there.
+  bool m_isUnwrapped = false;                  ///< unwrapSecurity3 has processed this entity.
+  Slab* m_slab = nullptr;                      ///< The slab that holds this entity, if any.
+  MimeMessage2* m_parentInDeletion = nullptr;  ///< Set and read only while a tree is destroyed.
 };
 
 }  // namespace mailtree

@@ -12,16 +12,16 @@
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Log.h"
 #include "mailtree/mime/BoundaryLines.h"
-#include "mailtree/mime/SealedBody.h"
+#include "mailtree/mime/EncryptedBody.h"
 #include "mailtree/mime/coding/Base64.h"
 #include "mailtree/mime/coding/QuotedPrintable.h"
 
-// How it works. One cursor runs over the text and only ever stops at lines that begin with "--". Such a line
-// is compared with the boundaries of the multiparts that are open at that moment, held on a stack. One that
-// matches ends the part before it, and every multipart inside its own that was never closed; unless it closes
-// its multipart, a new part begins behind it: its header is read, and it becomes either the current leaf,
-// whose body ends at the next matching line, or, being a multipart itself, one more entry on the stack. No
-// byte is searched again because of the depth at which it stands.
+// One cursor runs over the text and stops only at lines that begin with "--". Each is compared with
+// the boundaries of the multiparts open at that point, which are on a stack. A match ends the part
+// before it and every unterminated multipart inside its own. Unless it is a closing delimiter, a
+// new part begins after it: its header is read, and the part becomes either the current leaf, whose
+// body ends at the next matching line, or, if it is a multipart, one more entry on the stack. No
+// byte is searched again because of its depth.
 
 namespace mailtree {
 
@@ -29,12 +29,12 @@ namespace {
 
 constexpr std::size_t kFewParts = 4;  // most multiparts have fewer
 constexpr std::size_t kNowhere = std::string_view::npos;
-/// How far a boundary is looked for in a header that has no empty line behind it. Such a header is short, and
-/// without a bound every level of a nest of them would be searched to its end.
+/// How far to look for a boundary in a header that no empty line ends. Such a header is short. Without a
+/// bound every level of nested broken headers would be searched to its end.
 constexpr std::size_t kBrokenHeaderReach = 64u << 10;
 
-/// Where the line break begins that ends right before `position`, which is the beginning of a line. Of CR CR
-/// LF only CRLF: the first CR may be the last byte of a binary body.
+/// Where the line break begins that ends right before `position`, the beginning of a line. Of CR CR LF only
+/// CRLF: the first CR may be the last byte of a binary body.
 std::size_t beforeLineBreak(std::string_view text, std::size_t position) noexcept {
   constexpr std::string_view kLineBreaks[] = {"\r\n", "\n", "\r"};
   const std::string_view before = text.substr(0, position);
@@ -43,7 +43,7 @@ std::size_t beforeLineBreak(std::string_view text, std::size_t position) noexcep
   return position;
 }
 
-/// The next empty line at or after `from`, which is the beginning of a line.
+/// The next empty line at or after `from`, the beginning of a line.
 std::size_t findEmptyLine(std::string_view text, std::size_t from) noexcept {
   while (from < text.size()) {
     const std::size_t end = endOfLine(text, from);
@@ -53,8 +53,7 @@ std::size_t findEmptyLine(std::string_view text, std::size_t from) noexcept {
   return kNowhere;
 }
 
-/// Finds the next of something, remembering the last find: as long as the questions move forward, no byte is
-/// looked at twice.
+/// Finds the next match and remembers it. While queries move forward, no byte is examined twice.
 class Finder {
  public:
   using Find = std::size_t (*)(std::string_view text, std::size_t from) noexcept;
@@ -74,16 +73,16 @@ class Finder {
   std::size_t m_found = 0;
 };
 
-/// The boundary as it stands in the text; empty when there is none that could be found.
+/// The boundary as written in the text; empty when there is no usable one.
 std::string_view boundaryOf(const _svContentType& type) noexcept { return trimRight(type.m_boundary); }
 
-/// A mbox separator, which some stores leave at the top. "From :" is a field with a blank before its colon.
+/// An mbox separator, which some stores leave at the top. "From :" is a field with a blank before its colon.
 bool isMboxLine(std::string_view text) noexcept {
   if (text.starts_with('>')) text.remove_prefix(1);
   return text.starts_with("From ") && !trimLeft(text.substr(5)).starts_with(':');
 }
 
-/// Appends what `decode` makes of `text`, written straight into the buffer.
+/// Appends the output of `decode` for `text`, written straight into the buffer.
 template <class Decode>
 void appendDecoded(DataBuffer& out, std::string_view text, std::size_t capacity, Decode decode) {
   unsigned char* const target = out.appendUninitialized(capacity);
@@ -97,7 +96,7 @@ void appendBytes(DataBuffer& out, std::string_view bytes) {
 
 enum class Coding { none, base64, quotedPrintable };
 
-/// Others, 7bit to x-uuencode, leave the bytes as they are.
+/// All other encodings, 7bit to x-uuencode, leave the bytes as they are.
 Coding codingOf(std::string_view transferEncoding) noexcept {
   if (equalsNoCase(transferEncoding, "base64")) return Coding::base64;
   if (equalsNoCase(transferEncoding, "quoted-printable")) return Coding::quotedPrintable;
@@ -112,7 +111,7 @@ void appendBody(DataBuffer& out, std::string_view raw, Coding coding) {
   }
 }
 
-/// What one message may still hold, and which limits it met.
+/// The parts a message may still have, and the limits exceeded.
 struct Budget {
   int& parts;
   LimitSet limits = {};
@@ -120,14 +119,14 @@ struct Budget {
 
 }  // namespace
 
-class MimeParser::Run {
+class MimeParser::Pass {
  public:
-  /// @param level   of the entity that the text belongs to, the message itself being at level 1.
+  /// @param level   of the entity that the text belongs to; the message is level 1.
   /// @param origin  of the text.
-  Run(std::string_view text, int level, Origin origin, Budget& budget)
+  Pass(std::string_view text, int level, Origin origin, Budget& budget)
       : m_text(text), m_level(level), m_origin(origin), m_budget(budget) {}
 
-  /// A message of its own, or what stands inside another entity.
+  /// A message of its own, or the content of another entity.
   enum class Place { top, inside };
 
   void parseEntity(MimeMessage2& root, Place place) {
@@ -138,26 +137,26 @@ class MimeParser::Run {
   }
 
  private:
-  /// A multipart whose end was not met yet.
-  struct Open {
+  /// A multipart whose closing delimiter was not found yet.
+  struct OpenMultipart {
     MimeMessage2* entity;
     std::string_view boundary;
     std::size_t bodyBegin;
-    std::size_t shortest;  ///< Boundary size up to here on the stack.
-    bool keepsReceived;    ///< Its parts' bytes are kept as received.
+    std::size_t shortestBoundary;  ///< Size of the shortest boundary up to here on the stack.
+    bool keepsReceived;            ///< The parts keep their bytes as received.
     bool insideSigned;
-    std::size_t partBegin = kNowhere;  ///< Of the part that is not yet ended.
+    std::size_t partBegin = kNowhere;  ///< Where the current part begins.
   };
   struct Boundary {
-    std::size_t open;  ///< Index of the multipart that it belongs to.
+    std::size_t open;  ///< Index of the multipart it belongs to.
     bool closes;
-    std::size_t partEnd;  ///< The line break before a boundary is part of it.
+    std::size_t partEnd;  ///< The line break before a boundary delimiter belongs to it.
     std::size_t next;
   };
   struct Leaf {
     MimeMessage2* entity = nullptr;
     std::size_t bodyBegin = 0;
-    bool isFork = false;  ///< Of a Macintosh file, which will be an attachment: its bytes are the file's.
+    bool isAppleDouble = false;  ///< Part of an AppleDouble file, an attachment: its bytes are not converted.
   };
 
   // Boundaries
@@ -179,17 +178,17 @@ class MimeParser::Run {
   bool openMultipart(MimeMessage2& entity, std::size_t bodyBegin);
   void addPart(std::size_t begin);
   void endPart(std::size_t end);
-  void endTo(std::size_t stackSize, std::size_t end);
+  void closeDownTo(std::size_t stackSize, std::size_t end);
   void close(std::size_t end);
-  void closeUnasked(std::size_t end);
-  void keepRestInLastPart();
+  void closeUnterminated(std::size_t end);
+  void storeRestInLastPart();
 
   // Bodies
 
   void storeBody(MimeMessage2& entity, std::size_t begin, std::size_t end, bool mayConvert = true);
-  bool splitDecoded(const Open& multipart);
-  bool holdsOpenBoundary(std::string_view text) const;
-  bool splitBodyOf(const Open& multipart);
+  bool splitDecoded(const OpenMultipart& multipart);
+  bool containsOpenBoundary(std::string_view text) const;
+  bool splitBodyOf(const OpenMultipart& multipart);
 
   int level() const noexcept { return m_level + static_cast<int>(m_open.size()); }
 
@@ -198,10 +197,10 @@ class MimeParser::Run {
   const Origin m_origin;
   Budget& m_budget;
   Place m_place = Place::top;
-  bool m_isDecoded = false;  ///< The text was found inside a transfer-encoded multipart.
-  std::vector<Open> m_open;  ///< Outermost first.
-  Leaf m_leaf;               ///< The part whose body is running; none in a preamble or epilogue.
-  Leaf m_last;               ///< The part that was begun last.
+  bool m_isDecoded = false;           ///< The text was found inside a transfer-encoded multipart.
+  std::vector<OpenMultipart> m_open;  ///< Outermost first.
+  Leaf m_leaf;                        ///< The part whose body is being read; none in a preamble or epilogue.
+  Leaf m_last;                        ///< The part begun last.
   const MimeMessage2* m_lastLeaf = nullptr;
   SlabPool<MimeMessage2> m_entities{kFewParts};
   std::size_t m_cursor = 0;
@@ -211,10 +210,10 @@ class MimeParser::Run {
 
 // Boundaries
 
-/// A line that fits several open multiparts belongs to the innermost.
-std::optional<MimeParser::Run::Boundary> MimeParser::Run::match(std::size_t position,
-                                                                const DashLine& line) const {
-  if (line.content.size() < m_open.back().shortest) return std::nullopt;
+/// A line that matches several open multiparts belongs to the innermost.
+std::optional<MimeParser::Pass::Boundary> MimeParser::Pass::match(std::size_t position,
+                                                                  const DashLine& line) const {
+  if (line.content.size() < m_open.back().shortestBoundary) return std::nullopt;
   for (std::size_t i = m_open.size(); i-- > 0;) {
     if (!line.isBoundary(m_open[i].boundary)) continue;
     const bool closes = line.content.size() != m_open[i].boundary.size();
@@ -223,7 +222,7 @@ std::optional<MimeParser::Run::Boundary> MimeParser::Run::match(std::size_t posi
   return std::nullopt;
 }
 
-std::optional<MimeParser::Run::Boundary> MimeParser::Run::nextBoundary() {
+std::optional<MimeParser::Pass::Boundary> MimeParser::Pass::nextBoundary() {
   if (m_open.empty()) return std::nullopt;
   while (m_cursor < m_text.size()) {
     const std::size_t position = m_dashLines.next(m_text, m_cursor);
@@ -237,9 +236,8 @@ std::optional<MimeParser::Run::Boundary> MimeParser::Run::nextBoundary() {
 
 // Headers
 
-/// Where the header that begins at `begin` has ended at the latest: behind its empty line, or at a boundary
-/// before that.
-std::size_t MimeParser::Run::headerLimit(std::size_t begin) {
+/// The upper limit of the header that begins at `begin`: after its empty line, or at an earlier boundary.
+std::size_t MimeParser::Pass::headerLimit(std::size_t begin) {
   if (m_open.empty()) return m_text.size();
   const std::size_t emptyLine = m_emptyLines.next(m_text, begin);
   const std::size_t reach = std::min(emptyLine, begin + kBrokenHeaderReach);
@@ -255,11 +253,11 @@ std::size_t MimeParser::Run::headerLimit(std::size_t begin) {
 }
 
 /// @return where the body begins.
-std::size_t MimeParser::Run::readHeader(MimeMessage2& entity, std::size_t begin) {
+std::size_t MimeParser::Pass::readHeader(MimeMessage2& entity, std::size_t begin) {
   const std::size_t bodyBegin = loadHeader(entity, begin, headerLimit(begin));
   if (!entity.isMultipart() || !entity.repairs().has(Repair::headerSyntax)) return bodyBegin;
 
-  // Without an empty line behind it, the header of a multipart ends at its first part at the latest.
+  // Without an empty line after it, the header of a multipart ends at its first part at the latest.
   const std::size_t first = firstBoundaryIn(begin, bodyBegin, boundaryOf(entity.m_contentType));
   if (first == kNowhere) return bodyBegin;
   entity.reset();
@@ -267,7 +265,7 @@ std::size_t MimeParser::Run::readHeader(MimeMessage2& entity, std::size_t begin)
   return loadHeader(entity, begin, first);
 }
 
-std::size_t MimeParser::Run::loadHeader(MimeMessage2& entity, std::size_t begin, std::size_t end) {
+std::size_t MimeParser::Pass::loadHeader(MimeMessage2& entity, std::size_t begin, std::size_t end) {
   using EmptyLines = MimeHeader::LeadingEmptyLines;
   const std::string_view text = m_text.substr(begin, end - begin);
   const bool isPart = m_place == Place::inside || !m_open.empty();
@@ -279,8 +277,8 @@ std::size_t MimeParser::Run::loadHeader(MimeMessage2& entity, std::size_t begin,
   return begin + extent.bodyOffset;
 }
 
-std::size_t MimeParser::Run::firstBoundaryIn(std::size_t begin, std::size_t end,
-                                             std::string_view boundary) const {
+std::size_t MimeParser::Pass::firstBoundaryIn(std::size_t begin, std::size_t end,
+                                              std::string_view boundary) const {
   if (boundary.empty()) return kNowhere;
   const std::string_view header = m_text.substr(0, end);
   for (std::size_t at = begin; at < end;) {
@@ -295,23 +293,23 @@ std::size_t MimeParser::Run::firstBoundaryIn(std::size_t begin, std::size_t end,
 
 // Parts
 
-void MimeParser::Run::splitParts() {
+void MimeParser::Pass::splitParts() {
   while (const auto boundary = nextBoundary()) {
-    // At the end of the text a boundary begins nothing.
+    // At the end of the text a boundary begins no part.
     const bool beginsPart = !boundary->closes && !trimLeft(m_text.substr(boundary->next)).empty();
-    if (beginsPart && m_budget.parts <= 0) return keepRestInLastPart();
-    endTo(boundary->open + 1, boundary->partEnd);
+    if (beginsPart && m_budget.parts <= 0) return storeRestInLastPart();
+    closeDownTo(boundary->open + 1, boundary->partEnd);
     endPart(boundary->partEnd);
     if (boundary->closes) close(boundary->partEnd);
     if (beginsPart) addPart(boundary->next);
   }
-  endTo(0, m_text.size());
+  closeDownTo(0, m_text.size());
 }
 
-void MimeParser::Run::open(MimeMessage2& entity, std::size_t begin, std::size_t bodyBegin) {
-  const bool isFork =
+void MimeParser::Pass::open(MimeMessage2& entity, std::size_t begin, std::size_t bodyBegin) {
+  const bool isAppleDouble =
       !m_open.empty() && equalsNoCase(m_open.back().entity->m_contentType.m_type, "multipart/appledouble");
-  m_last = {&entity, bodyBegin, isFork};
+  m_last = {&entity, bodyBegin, isAppleDouble};
   entity.m_origin = m_origin + begin;
   if (!m_open.empty()) m_open.back().partBegin = begin;
   if (!openMultipart(entity, bodyBegin)) {
@@ -321,7 +319,7 @@ void MimeParser::Run::open(MimeMessage2& entity, std::size_t begin, std::size_t 
   m_cursor = bodyBegin;
 }
 
-bool MimeParser::Run::openMultipart(MimeMessage2& entity, std::size_t bodyBegin) {
+bool MimeParser::Pass::openMultipart(MimeMessage2& entity, std::size_t bodyBegin) {
   if (!entity.isMultipart()) return false;
   const std::string_view boundary = boundaryOf(entity.m_contentType);
   if (boundary.empty()) {
@@ -334,13 +332,13 @@ bool MimeParser::Run::openMultipart(MimeMessage2& entity, std::size_t bodyBegin)
   }
   const bool insideSigned = !m_open.empty() && (m_open.back().insideSigned || m_open.back().keepsReceived);
   const bool isSigned = equalsNoCase(entity.m_contentType.m_type, "multipart/signed");
-  const std::size_t shortest =
-      m_open.empty() ? boundary.size() : std::min(m_open.back().shortest, boundary.size());
-  m_open.push_back({&entity, boundary, bodyBegin, shortest, isSigned && !insideSigned, insideSigned});
+  const std::size_t shortestBoundary =
+      m_open.empty() ? boundary.size() : std::min(m_open.back().shortestBoundary, boundary.size());
+  m_open.push_back({&entity, boundary, bodyBegin, shortestBoundary, isSigned && !insideSigned, insideSigned});
   return true;
 }
 
-void MimeParser::Run::addPart(std::size_t begin) {
+void MimeParser::Pass::addPart(std::size_t begin) {
   --m_budget.parts;
   MimeMessage2& parent = *m_open.back().entity;
   Owned<MimeMessage2> owned(m_entities.create());
@@ -353,9 +351,9 @@ void MimeParser::Run::addPart(std::size_t begin) {
   open(part, begin, bodyBegin);
 }
 
-/// The part of the innermost open multipart ends.
-void MimeParser::Run::endPart(std::size_t end) {
-  Open& multipart = m_open.back();
+/// Ends the current part of the innermost open multipart.
+void MimeParser::Pass::endPart(std::size_t end) {
+  OpenMultipart& multipart = m_open.back();
   const std::size_t begin = std::exchange(multipart.partBegin, kNowhere);
   if (!multipart.keepsReceived || begin == kNowhere) return;
   auto received = std::make_unique<DataBuffer>();
@@ -363,16 +361,16 @@ void MimeParser::Run::endPart(std::size_t end) {
   multipart.entity->m_parts.back()->m_receivedBytes = std::move(received);
 }
 
-/// Ends the running body, and every multipart above the first `stackSize` of the stack.
-void MimeParser::Run::endTo(std::size_t stackSize, std::size_t end) {
+/// Ends the current body and every multipart above the first `stackSize` of the stack.
+void MimeParser::Pass::closeDownTo(std::size_t stackSize, std::size_t end) {
   const Leaf leaf = std::exchange(m_leaf, Leaf());
-  if (leaf.entity) storeBody(*leaf.entity, leaf.bodyBegin, end, !leaf.isFork);
-  while (m_open.size() > stackSize) closeUnasked(end);
+  if (leaf.entity) storeBody(*leaf.entity, leaf.bodyBegin, end, !leaf.isAppleDouble);
+  while (m_open.size() > stackSize) closeUnterminated(end);
 }
 
-/// The innermost open multipart was closed. One that has no parts must not lose what it has.
-void MimeParser::Run::close(std::size_t end) {
-  const Open multipart = m_open.back();
+/// Closes the innermost open multipart. One without parts keeps its text as its body.
+void MimeParser::Pass::close(std::size_t end) {
+  const OpenMultipart multipart = m_open.back();
   m_open.pop_back();
   MimeMessage2& entity = *multipart.entity;
   if (!entity.m_parts.empty()) return;
@@ -380,16 +378,16 @@ void MimeParser::Run::close(std::size_t end) {
   if (!splitDecoded(multipart)) entity.addRepair(Repair::boundaryMissing);
 }
 
-/// The innermost open multipart ends where something around it does.
-void MimeParser::Run::closeUnasked(std::size_t end) {
+/// Closes the innermost open multipart without its closing delimiter.
+void MimeParser::Pass::closeUnterminated(std::size_t end) {
   endPart(end);
   if (!m_open.back().entity->m_parts.empty()) m_open.back().entity->addRepair(Repair::boundaryUnclosed);
   close(end);
 }
 
-/// One part too many: it and all behind it, up to where the outermost multipart closes, stay in the part
-/// before it, which is no longer taken for encoded, so that it is written as it came.
-void MimeParser::Run::keepRestInLastPart() {
+/// One part too many: it and everything after it, up to where the outermost multipart closes, stays in the
+/// part before it. That part drops its transfer encoding, so it is written as received.
+void MimeParser::Pass::storeRestInLastPart() {
   m_budget.limits.add(Limit::parts);
   std::size_t end = m_text.size();
   while (const auto boundary = nextBoundary()) {
@@ -405,10 +403,10 @@ void MimeParser::Run::keepRestInLastPart() {
 
 // Bodies
 
-void MimeParser::Run::storeBody(MimeMessage2& entity, std::size_t begin, std::size_t end, bool mayConvert) {
+void MimeParser::Pass::storeBody(MimeMessage2& entity, std::size_t begin, std::size_t end, bool mayConvert) {
   const std::string_view raw = m_text.substr(begin, std::max(begin, end) - begin);
   const Coding coding = codingOf(entity.m_transferEncoding);
-  const bool isText = mayConvert && !entity.m_charset.isEmpty() && isConvertibleText(entity.ownTraits());
+  const bool isText = mayConvert && !entity.m_charset.isEmpty() && isConvertibleText(entity.basicTraits());
   if (!isText) return appendBody(entity.m_body, raw, coding);
 
   const std::string_view charset = entity.m_charset;
@@ -417,33 +415,33 @@ void MimeParser::Run::storeBody(MimeMessage2& entity, std::size_t begin, std::si
     return;
   }
   appendBody(entity.m_body, raw, coding);
-  if (isSealedBody(entity.m_header, entity.m_transferEncoding, entity.m_body.view())) return;
+  if (isEncryptedBody(entity.m_header, entity.m_transferEncoding, entity.m_body.view())) return;
   entity.setBodyFromText(entity.m_body.view(), charset);
 }
 
-/// A multipart must not be transfer-encoded (RFC 2045, 6.4), but some are. Looks for the boundary in the
-/// decoded body, but not again inside what was found that way: that would make a message as deep as its
-/// sender likes.
-bool MimeParser::Run::splitDecoded(const Open& multipart) {
+/// A multipart must not be transfer-encoded (RFC 2045, 6.4), but some are. Looks for the
+/// boundary in the decoded body, but not again inside parts found that way: the sender
+/// could make such a message arbitrarily deep.
+bool MimeParser::Pass::splitDecoded(const OpenMultipart& multipart) {
   MimeMessage2& entity = *multipart.entity;
   if (m_isDecoded || codingOf(entity.m_transferEncoding) == Coding::none) return false;
   DataBuffer body;
   body.takeData(entity.m_body);
-  // A decoded body is no longer than the encoded one, so that its parts begin where no other part does.
-  Run inner(body.view(), level(), m_origin + multipart.bodyBegin, m_budget);
+  // A decoded body is no longer than the encoded one, so the origins of its parts stay unique.
+  Pass inner(body.view(), level(), m_origin + multipart.bodyBegin, m_budget);
   inner.m_isDecoded = true;
-  // In the clear, a line like an outer boundary would end that multipart: such a body stays packed.
-  if (holdsOpenBoundary(body.view()) || !inner.splitBodyOf(multipart)) {
+  // Decoded, a line that matches an outer boundary would end that multipart: such a body stays encoded.
+  if (containsOpenBoundary(body.view()) || !inner.splitBodyOf(multipart)) {
     entity.m_body.takeData(body);
     return false;
   }
-  // Its parts stand in the clear now.
+  // The parts are no longer encoded.
   entity.m_transferEncoding.clear();
   entity.m_header.removeMimeField("Content-Transfer-Encoding", /*all=*/true);
   return true;
 }
 
-bool MimeParser::Run::holdsOpenBoundary(std::string_view text) const {
+bool MimeParser::Pass::containsOpenBoundary(std::string_view text) const {
   if (m_open.empty()) return false;
   for (std::size_t at = 0; at < text.size();) {
     const std::size_t position = findDashLine(text, at);
@@ -455,12 +453,12 @@ bool MimeParser::Run::holdsOpenBoundary(std::string_view text) const {
   return false;
 }
 
-/// Splits the whole text as the body of a multipart whose header stood elsewhere.
-bool MimeParser::Run::splitBodyOf(const Open& multipart) {
+/// Splits the whole text as the body of a multipart whose header is elsewhere.
+bool MimeParser::Pass::splitBodyOf(const OpenMultipart& multipart) {
   if (firstBoundaryIn(0, m_text.size(), multipart.boundary) == kNowhere) return false;
   m_open.push_back(multipart);
   m_open.back().bodyBegin = 0;
-  m_open.back().shortest = multipart.boundary.size();
+  m_open.back().shortestBoundary = multipart.boundary.size();
   m_last = {multipart.entity, 0};
   splitParts();
   return !multipart.entity->m_parts.empty();
@@ -475,21 +473,21 @@ std::string_view MimeParser::skipPrologue(std::string_view text) noexcept {
 
 void MimeParser::parse(std::string_view text, MimeMessage2& root, int& parts, LogBase& log) {
   Budget budget{parts};
-  Run(skipPrologue(text), /*level=*/1, /*origin=*/0, budget).parseEntity(root, Run::Place::top);
+  Pass(skipPrologue(text), /*level=*/1, /*origin=*/0, budget).parseEntity(root, Pass::Place::top);
   finish(root, budget.limits, log);
 }
 
 void MimeParser::parseContent(std::string_view text, MimeMessage2& entity, int level, Origin origin,
                               int& parts, LogBase& log) {
   Budget budget{parts};
-  Run(text, level, origin, budget).parseEntity(entity, Run::Place::inside);
+  Pass(text, level, origin, budget).parseEntity(entity, Pass::Place::inside);
   finish(entity, budget.limits, log);
 }
 
 void MimeParser::finish(MimeMessage2& root, LimitSet limits, LogBase& log) {
   root.m_limits = limits;
   for (const LimitText& row : kLimitTexts)
-    if (limits.has(row.limit)) log.logError("Limit met: " + row.text());
+    if (limits.has(row.limit)) log.logError("Limit exceeded: " + row.text());
 }
 
 }  // namespace mailtree

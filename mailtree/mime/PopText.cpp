@@ -7,8 +7,8 @@
 namespace mailtree {
 namespace {
 
-/// Position of the second dot of the next line behind `from` that begins with two; the text's size when there
-/// is none.
+/// Position of the second dot of the next line after `from` that begins with
+/// two; the text's size when there is none.
 std::size_t nextDoubledDot(std::string_view text, std::size_t from) noexcept {
   const std::size_t found = text.find("\n..", from);
   return found == std::string_view::npos ? text.size() : found + 2;
@@ -20,7 +20,7 @@ void DataBuffer::processRawPopMime() {
   std::size_t dot = view().starts_with("..") ? 1 : nextDoubledDot(view(), 0);
   if (dot == m_size || !own(m_size)) return;
 
-  // What stands between two dropped dots moves down, once.
+  // The text between two dropped dots moves down, once.
   std::size_t written = dot;
   while (dot < m_size) {
     const std::size_t kept = dot + 1;

@@ -25,13 +25,13 @@ constexpr KindRow kKinds[] = {
     {"message/feedback-report", ReportKind::feedback},
 };
 
-/// Where a field belongs that can stand on one side only.
+/// Where a field belongs that only one side can have.
 enum class Side { message, recipient };
 struct FieldRow {
   ReportKind kind;
   std::string_view name;
   Side side;
-  bool once = false;  ///< A second one is another recipient's.
+  bool once = false;  ///< A second one starts another recipient.
 };
 constexpr FieldRow kFields[] = {
     {ReportKind::deliveryStatus, "Original-Envelope-Id", Side::message},
@@ -62,12 +62,12 @@ const FieldRow* rowOf(ReportKind kind, std::string_view name) noexcept {
   return row == std::end(kFields) ? nullptr : row;
 }
 
-/// Fields of a MIME header, which some programs put before the text of a report, and again before each block.
-bool isOfMime(std::string_view name) noexcept {
+/// Fields of a MIME header, which some programs put before the text of a report and before each block.
+bool isMimeField(std::string_view name) noexcept {
   return beginsWithNoCase(name, "Content-") || equalsNoCase(name, "MIME-Version");
 }
 
-/// Folding leaves blanks behind, which mean no more than one.
+/// Unfolding leaves runs of blanks, which count as one.
 std::string withSingleBlanks(std::string_view value) {
   std::string out;
   out.reserve(value.size());
@@ -80,7 +80,7 @@ std::string withSingleBlanks(std::string_view value) {
   return out;
 }
 
-/// The fields of a block. A line that is none goes on with what was said before it.
+/// The fields of a block. A line that is not a field continues the one before it.
 std::vector<ReportField> fieldsOf(std::string_view block) {
   MimeHeader header;
   LogNull log;
@@ -90,7 +90,7 @@ std::vector<ReportField> fieldsOf(std::string_view block) {
   for (int i = 0; i < header.getNumFields(); ++i) {
     const std::string_view name = header.fieldName(i);
     if (!name.empty()) {
-      isLastOfMime = isOfMime(name);
+      isLastOfMime = isMimeField(name);
       if (!isLastOfMime) fields.push_back({std::string(name), withSingleBlanks(header.decodedValue(i))});
     } else if (!fields.empty() && !isLastOfMime) {
       fields.back().value.append(" ").append(withSingleBlanks(header.decodedValue(i)));
@@ -99,7 +99,7 @@ std::vector<ReportField> fieldsOf(std::string_view block) {
   return fields;
 }
 
-/// Cuts the next block off; empty lines before it, also of blanks, go.
+/// Removes the next block from the text, and the empty or blank lines before it.
 std::string_view takeBlock(std::string_view& text) noexcept {
   std::size_t begin = 0, end = 0;
   bool inBlock = false;
@@ -126,7 +126,7 @@ TypedValue typedValue(std::string_view value) noexcept {
   return {type, trim(value.substr(semicolon + 1))};
 }
 
-/// Reads "{C4}" behind "\x" (RFC 6533, 3); moves past it. Nothing, and nowhere, when it is none.
+/// Reads "{C4}" after "\x" (RFC 6533, 3) and moves past it. Nullopt, and no move, when there is none.
 std::optional<char32_t> takeEmbedded(std::string_view text, std::size_t& at) noexcept {
   if (!text.substr(at).starts_with("\\x{")) return std::nullopt;
   char32_t c = 0;
@@ -156,7 +156,7 @@ std::string addressIn(std::string_view value) {
   return equalsNoCase(type, "utf-8") ? decodeEmbedded(address) : std::string(address);
 }
 
-/// What stands before a comment.
+/// The text before a comment.
 std::string wordIn(std::string_view value) {
   value = trim(value);
   return lowerCase(value.substr(0, value.find_first_of(" \t(;")));
@@ -182,14 +182,14 @@ class ReportReader {
   }
 
  private:
-  /// Only a delivery status is in blocks; elsewhere an empty line says nothing.
+  /// Only a delivery status has blocks; elsewhere an empty line means nothing.
   void beginBlock(const std::vector<ReportField>& fields) {
     if (m_kind != ReportKind::deliveryStatus) return;
     m_inRecipient = isAboutRecipient(fields);
     if (m_inRecipient) m_report.recipients.emplace_back();
   }
 
-  /// Whether a block is about one recipient from its first field on, whatever that is.
+  /// Whether a block is about one recipient from its first field on, even if that field is unknown.
   bool isAboutRecipient(const std::vector<ReportField>& fields) const noexcept {
     bool anyOfRecipient = false;
     for (const ReportField& field : fields) {
@@ -209,9 +209,9 @@ class ReportReader {
   }
 
   void openRecipientFor(const FieldRow& row) {
-    const bool isAnothers =
+    const bool isNewRecipient =
         row.once && m_inRecipient && findReportField(m_report.recipients.back().fields, row.name);
-    if (!m_inRecipient || isAnothers) m_report.recipients.emplace_back();
+    if (!m_inRecipient || isNewRecipient) m_report.recipients.emplace_back();
     m_inRecipient = true;
   }
 
@@ -247,7 +247,7 @@ class ReportReader {
   }
 
   ReportKind m_kind;
-  bool m_inRecipient = false;  ///< The fields read now are about the last recipient.
+  bool m_inRecipient = false;  ///< The fields being read are about the last recipient.
   ReportFields m_report;
 };
 

@@ -1,4 +1,4 @@
-// secure/displayed_fields.h - the header fields by which a reader knows a message.
+// secure/displayed_fields.h - the header fields that readers display.
 #pragma once
 
 #include <algorithm>
@@ -8,12 +8,12 @@
 
 namespace mailtree {
 
-/// Fields that a message has once (RFC 5322, 3.6) and that readers display. A layer that says otherwise contradicts
-/// what is seen; where one stands twice, nobody knows which of the two is shown.
+/// Fields that a message has once (RFC 5322, 3.6) and that readers display. A layer with a different value
+/// contradicts the display; of duplicates, it is unknown which one is displayed.
 inline constexpr std::string_view kDisplayedFields[] = {"From", "Sender", "Reply-To", "To",
                                                         "Cc",   "Date",   "Subject"};
 
-/// Whether a name is that of one of them, ignoring case.
+/// Whether a name is one of them, ignoring case.
 inline bool isDisplayedField(std::string_view name) noexcept {
   return std::ranges::any_of(kDisplayedFields,
                              [name](std::string_view field) { return equalsNoCase(name, field); });

@@ -1,4 +1,4 @@
-// secure/enveloping.cpp - a whole message encrypted to the certificates of those who are to read it.
+// secure/enveloping.cpp - encrypts a whole message to the certificates of its recipients.
 
 #include <tuple>
 #include <utility>
@@ -12,7 +12,7 @@
 namespace mailtree {
 namespace {
 
-/// A kind of recipient and the tags of its lines in the log.
+/// A kind of recipient and the tags of its log lines.
 struct RecipientRow {
   ExtPtrArray Email2::*list;
   const char* addressTag;
@@ -25,7 +25,7 @@ constexpr RecipientRow kRecipientRows[] = {
     {&Email2::m_bccAddrs, "bccAddr", "bcc_certDN"},
 };
 
-/// Looks recipients up, every one of them before a miss is reported.
+/// Looks up recipients, all of them before a missing one is reported.
 class RecipientSearch {
  public:
   RecipientSearch(SystemCerts& certs, ExtPtrArray& found, LogBase& log) noexcept
@@ -37,7 +37,7 @@ class RecipientSearch {
         if (const auto* const recipient = (email.*row.list).at<_svEmailAddress>(i))
           lookUp(recipient->m_address, row);
   }
-  bool anyMissed() const noexcept { return m_anyMissed; }
+  bool anyMissing() const noexcept { return m_anyMissing; }
 
  private:
   void lookUp(const XString& address, const RecipientRow& row) {
@@ -48,7 +48,7 @@ class RecipientSearch {
         m_certs.findByEmailAddr(address.getUtf8(), /*forEncryption=*/true, quiet);
     if (!certificate || !keep(*certificate)) {
       m_log.LogDataSb("NoCertificateFound", address.view());
-      m_anyMissed = true;
+      m_anyMissing = true;
       return;
     }
     XString subject;
@@ -59,21 +59,21 @@ class RecipientSearch {
   bool keep(Certificate& certificate) {
     Owned<CertificateHolder> holder(CertificateHolder::createFromCert(&certificate, m_log));
     if (!holder || !m_found.appendObject(holder.get())) return false;
-    std::ignore = holder.release();  // now the list's
+    std::ignore = holder.release();  // now owned by the list
     return true;
   }
 
   SystemCerts& m_certs;
   ExtPtrArray& m_found;
   LogBase& m_log;
-  bool m_anyMissed = false;
+  bool m_anyMissing = false;
 };
 
 bool findRecipients(const Email2& email, SystemCerts& certs, ExtPtrArray& found, LogBase& log) {
   log.logInfo("Searching for encryption certificates based on recipient email addresses.");
   RecipientSearch search(certs, found, log);
   search.lookUp(email);
-  if (search.anyMissed()) {
+  if (search.anyMissing()) {
     log.logError("Failed to find one or more certificates for encryption");
     return false;
   }

@@ -28,7 +28,7 @@ std::string singleSpaced(std::string_view value) {
   return out;
 }
 
-/// Letters and digits: what is left of a text when all that structures it is gone.
+/// Number of letters, digits and 8-bit bytes: what remains of a text without its structure.
 std::ptrdiff_t countOfWordBytes(std::string_view text) {
   return std::ranges::count_if(text, [](char c) { return isAlnumAscii(c) || is8bit(c); });
 }
@@ -41,8 +41,8 @@ std::string withDomainInLowerCase(std::string address) {
   return address;
 }
 
-/// The entries of a list, each on a line of its own; empty when the reader passed anything over, such as a name without
-/// an address or a second comment: a reader may be shown it.
+/// The entries of a list, one per line; empty when the parser skipped something, such as a name without an
+/// address or a second comment, because a reader may display it.
 std::string comparedAddresses(std::string_view unfolded, std::string_view decoded) {
   AddressReader reader(unfolded);
   std::string list;
@@ -54,8 +54,8 @@ std::string comparedAddresses(std::string_view unfolded, std::string_view decode
   return read == countOfWordBytes(decoded) ? list : std::string();
 }
 
-/// Whether a value that was read as a date is one and no more, but for the name of a zone in a comment: a reader may be
-/// shown the rest.
+/// Whether a value read as a date contains nothing else but a zone name in a
+/// comment: a reader may display the rest.
 bool isDateAlone(std::string_view value) {
   constexpr std::size_t kLongestDate = 40, kLongestZone = 5;
   const std::size_t open = std::min(value.find('('), value.size());
@@ -79,7 +79,7 @@ std::string comparedValue(const MimeHeader& header, int index) {
   const std::string_view unfolded = header.unfoldedValue(index, scratch);
   const std::string decoded = header.decodedValue(index);
   const std::string_view name = header.fieldName(index);
-  // A line break at the end tells these from text, which has none.
+  // A final line break distinguishes these from text, which has none.
   std::string meaning;
   if (isOneOf(name, kAddressFields)) meaning = comparedAddresses(unfolded, decoded);
   if (isOneOf(name, kDateFields)) meaning = comparedDate(unfolded);

@@ -1,4 +1,4 @@
-// secure/field_meaning.h - header fields compared by what they say, not by how they are written.
+// secure/field_meaning.h - compares header fields by meaning, not by spelling.
 #pragma once
 
 #include <string>
@@ -7,9 +7,10 @@
 
 namespace mailtree {
 
-/// A field's value as it is compared with that of another field of the same name. Addresses count by display name and
-/// address, the domain without letter case; dates as instants; in any other value white space is folded. Encoded words
-/// are decoded first. What cannot be read as addresses or a date, wholly, is compared as text.
+/// The normalized value of a field, for comparison with another field of the same name. Addresses are
+/// compared by display name and address, with the domain in lower case; dates as instants; in any other value
+/// runs of white space count as one. Encoded words are decoded first. A value that does not parse completely
+/// as addresses or a date is compared as text.
 std::string comparedValue(const MimeHeader& header, int index);
 
 }  // namespace mailtree

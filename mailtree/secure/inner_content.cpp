@@ -19,15 +19,14 @@ constexpr std::string_view kMimeVersion = "MIME-Version";
 
 bool isLineBreak(char c) noexcept { return c == '\r' || c == '\n'; }
 
-/// Whether a field tells a header from a text that begins with words and colons: one that describes content, or a
-/// message's sender.
-bool tellsOfHeader(std::string_view name) noexcept {
+/// Whether a field distinguishes a header from text that begins with words and colons: one that describes
+/// content, or names a sender.
+bool identifiesHeader(std::string_view name) noexcept {
   return beginsWithNoCase(name, kContentPrefix) || equalsNoCase(name, kMimeVersion) ||
          equalsNoCase(name, "From");
 }
 
-/// The fields of a header, to be asked many times: a header may have thousands, and so may the one it is compared
-/// with.
+/// The fields of a header, indexed: it may have thousands, and so may the header it is compared with.
 class OuterFields {
  public:
   explicit OuterFields(const MimeHeader& header) {
@@ -35,9 +34,10 @@ class OuterFields {
       add(lowerCase(header.fieldName(i)), header.decodedValue(i), comparedValue(header, i));
   }
 
-  /// What stands here in place of a value, empty when nothing does; null when it says the same. Of a field that a
-  /// message has once every one must: nobody knows which one a reader is shown.
-  const std::string* otherThan(const std::string& lowerName, const std::string& compared) const {
+  /// The value of this header that differs from another one, empty when the field is
+  /// missing; null when they agree. All fields of a name that a message has once must agree:
+  /// it is unknown which one a reader displays.
+  const std::string* differingValue(const std::string& lowerName, const std::string& compared) const {
     static const std::string kNothing;
     const auto found = m_values.find(lowerName);
     if (found == m_values.end()) return &kNothing;
@@ -55,7 +55,7 @@ class OuterFields {
  private:
   struct Values {
     std::string first, comparedFirst;
-    std::optional<std::string> another;  ///< That says something else than the first.
+    std::optional<std::string> another;  ///< One that differs from the first.
   };
 
   void add(std::string lowerName, std::string value, std::string compared) {
@@ -78,7 +78,7 @@ bool isCompared(std::string_view name) noexcept {
   return !name.empty() && !beginsWithNoCase(name, kContentPrefix) && !equalsNoCase(name, kMimeVersion);
 }
 
-/// A content with a sender carries the message's own fields: one that stands only outside was put there later.
+/// A content with a sender has the fields of the message: a field that is only outside was added later.
 void listAdded(const MimeHeader& inside, const OuterFields& outer, const PartPath& path,
                std::vector<InnerField>& differing) {
   if (inside.findField("From") < 0) return;
@@ -88,11 +88,13 @@ void listAdded(const MimeHeader& inside, const OuterFields& outer, const PartPat
   }
 }
 
-/// Thousands of fields of one name inside must not copy one long value outside for each.
-constexpr std::size_t kShownAgain = 200;
+/// A long outer value is not copied for each of thousands of inner fields of its name.
+constexpr std::size_t kMaxRepeatedValue = 200;
 
-std::string shownAgain(const std::string& value) {
-  return value.size() <= kShownAgain ? value : value.substr(0, utf8PrefixLength(value, kShownAgain)) + "...";
+std::string shortened(const std::string& value) {
+  return value.size() <= kMaxRepeatedValue
+             ? value
+             : value.substr(0, utf8PrefixLength(value, kMaxRepeatedValue)) + "...";
 }
 
 void listDiffering(const MimeHeader& inside, const MimeHeader& outside, const PartPath& path,
@@ -103,11 +105,11 @@ void listDiffering(const MimeHeader& inside, const MimeHeader& outside, const Pa
     const std::string_view name = inside.fieldName(i);
     if (!isCompared(name)) continue;
     std::string lowerName = lowerCase(name);
-    const std::string* const other = outer.otherThan(lowerName, comparedValue(inside, i));
+    const std::string* const other = outer.differingValue(lowerName, comparedValue(inside, i));
     if (!other) continue;
     const bool isFirst = listed.insert(std::move(lowerName)).second;
     differing.push_back(
-        {path.text(), std::string(name), inside.decodedValue(i), isFirst ? *other : shownAgain(*other)});
+        {path.text(), std::string(name), inside.decodedValue(i), isFirst ? *other : shortened(*other)});
   }
   listAdded(inside, outer, path, differing);
 }
@@ -120,7 +122,7 @@ bool isMimeEntity(std::string_view bytes) {
   header.loadFromEntity(bytes, MimeHeader::LeadingEmptyLines::endHeader);
   if (header.fieldName(0).empty()) return false;
   for (int i = 0; i < header.getNumFields(); ++i)
-    if (tellsOfHeader(header.fieldName(i))) return true;
+    if (identifiesHeader(header.fieldName(i))) return true;
   return false;
 }
 

@@ -13,7 +13,7 @@ bool isOneOf(std::string_view type, std::string_view official, std::string_view 
   return equalsNoCase(type, official) || equalsNoCase(type, experimental);
 }
 
-/// The old name is still written by some (RFC 8551, 3.2).
+/// Some mailers still write the old name (RFC 8551, 3.2).
 bool isSignatureType(std::string_view type) noexcept {
   return isOneOf(type, "application/pkcs7-signature", "application/x-pkcs7-signature");
 }
@@ -43,7 +43,7 @@ constexpr KindName kSuffixes[] = {
     {".p7s", LayerKind::opaqueSignature},
 };
 
-/// What a gateway makes of a type that it does not know.
+/// The type that a gateway substitutes for an unknown one.
 bool isUntyped(std::string_view type) noexcept { return equalsNoCase(type, "application/octet-stream"); }
 
 const KindName* suffixOf(std::string_view filename) noexcept {
@@ -53,8 +53,8 @@ const KindName* suffixOf(std::string_view filename) noexcept {
   return nullptr;
 }
 
-/// The name that mail programs give to a layer. A signed document, such as invoice.pdf.p7m, has one of its own: it is
-/// somebody's file, and no part of how the message was sent.
+/// The name that mail programs give to a layer. A signed document, such as invoice.pdf.p7m, has a name of its
+/// own: it is a user's file, not a layer of the message.
 const KindName* layerNameOf(std::string_view filename) noexcept {
   constexpr std::string_view kStem = "smime";
   const std::string_view name = trim(filename);
@@ -99,7 +99,7 @@ bool hasDetachedSignature(const MimeMessage2& entity) noexcept {
   return signature && (isTypedSignature(*signature) || isNamedSignature(*signature));
 }
 
-bool holdsDetachedSignature(const MimeMessage2& entity) {
+bool containsDetachedSignature(const MimeMessage2& entity) {
   std::vector<const MimeMessage2*> open{&entity};
   while (!open.empty()) {
     const MimeMessage2& next = *open.back();
@@ -120,9 +120,9 @@ bool isPkcs7Mime(const MimeMessage2& entity) {
   const KindName* const suffix = isUntyped(typeOf(entity)) ? readName(entity, layerNameOf) : nullptr;
   if (!suffix) return false;
   const LayerKind kind = Pkcs7Opener::kindOf(entity.getMimeBodyDb()->view());
-  // A signature that came apart from its content is an attachment like others: there is nothing in it to open.
-  const bool isApart = kind == LayerKind::detachedSignature && suffix->kind == LayerKind::opaqueSignature;
-  return kind != LayerKind::unknown && !isApart;
+  // A signature separated from its content is an ordinary attachment: it has nothing to open.
+  const bool isDetached = kind == LayerKind::detachedSignature && suffix->kind == LayerKind::opaqueSignature;
+  return kind != LayerKind::unknown && !isDetached;
 }
 
 LayerKind kindOf(const MimeMessage2& entity) {

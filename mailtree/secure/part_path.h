@@ -1,4 +1,4 @@
-// secure/part_path.h - where an entity stands in a message: "1" the message itself, "1.2" its second part.
+// secure/part_path.h - the position of an entity in a message: "1" the message itself, "1.2" its second part.
 #pragma once
 
 #include <string>
@@ -8,11 +8,11 @@
 
 namespace mailtree {
 
-/// The way down to an entity, kept on the stack of the walk. The text is made only for those that need it.
+/// The path to an entity, kept on the stack of the walk. The text is made only when needed.
 struct PartPath {
   const PartPath* above = nullptr;
-  int number = 1;  ///< 0: what was inside the entity above, now in its place.
-  int level = 1;   ///< As the parser counts: the message itself is at 1.
+  int number = 1;  ///< 0: the content of the entity above, which it replaced.
+  int level = 1;   ///< As in the parser: the message itself is at 1.
   Origin origin = kNoOrigin;
 
   PartPath part(int index, Origin of) const noexcept { return {this, index + 1, level + 1, of}; }
@@ -21,7 +21,7 @@ struct PartPath {
     if (!above) return std::to_string(number);
     return number == 0 ? above->text() : above->text() + "." + std::to_string(number);
   }
-  /// The entity itself and all around it.
+  /// The entity itself and everything enclosing it.
   std::vector<LayerPlace> places() const {
     std::vector<LayerPlace> places;
     std::string below;

@@ -20,13 +20,13 @@ bool isStoredWithLf(std::string_view content) noexcept {
   return content.find('\n') != std::string_view::npos && content.find('\r') == std::string_view::npos;
 }
 
-/// As it travelled. Takes the place of the first verdict only when it is better.
+/// Verifies with CRLF, as mail travels. Replaces the first verdict only when the result is better.
 void verifyWithCrlf(std::string_view der, std::string_view content, SystemCerts& certs, SecureLayer& layer,
                     LoadBudget& budget, LogBase& log) {
-  StringBuffer travelled(content);
-  if (!travelled.toCRLF()) throw std::bad_alloc();
+  StringBuffer canonical(content);
+  if (!canonical.toCRLF()) throw std::bad_alloc();
   SecureLayer second;
-  if (Pkcs7Opener::verifyDetached(der, travelled, certs, second, budget, log) && anyDigestMatched(second))
+  if (Pkcs7Opener::verifyDetached(der, canonical, certs, second, budget, log) && anyDigestMatched(second))
     layer = std::move(second);
 }
 
@@ -35,7 +35,7 @@ void verifyWithCrlf(std::string_view der, std::string_view content, SystemCerts&
 bool verifyReceived(std::string_view der, std::string_view content, SystemCerts& certs, SecureLayer& layer,
                     LoadBudget& budget, LogBase& log) {
   if (!isStoredWithLf(content)) return Pkcs7Opener::verifyDetached(der, content, certs, layer, budget, log);
-  LogNull quiet;  // a first try that fails is nothing to report
+  LogNull quiet;  // a failed first attempt is not an error
   if (!Pkcs7Opener::verifyDetached(der, content, certs, layer, budget, quiet)) return false;
   if (!anyDigestMatched(layer)) verifyWithCrlf(der, content, certs, layer, budget, log);
   return true;

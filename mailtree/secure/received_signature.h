@@ -1,4 +1,4 @@
-// secure/received_signature.h - a detached signature verified over a content as it was received.
+// secure/received_signature.h - verifies a detached signature over the content as received.
 #pragma once
 
 #include <string_view>
@@ -9,9 +9,9 @@
 
 namespace mailtree {
 
-/// Verifies over the very bytes received. Mail travels with CRLF (RFC 8551, 3.1.1), and a file that a Unix host
-/// stored has LF instead: where the digest of such a content is not the signed one, that of the content as it
-/// travelled is tried too. A content with any CR in it is taken as it stands.
+/// Verifies over the exact bytes received. Mail travels with CRLF (RFC 8551, 3.1.1), but a file stored by a
+/// Unix host has LF: if the digest of such a content differs from the signed one, the content with CRLF is
+/// tried too. A content with any CR in it is not changed.
 /// @return whether it could be read as a signature; the verdicts are in `layer`.
 bool verifyReceived(std::string_view der, std::string_view content, SystemCerts& certs, SecureLayer& layer,
                     LoadBudget& budget, LogBase& log);

@@ -1,11 +1,11 @@
-// secure/security_state.cpp - what came of the layers of a received message, and how one is to be sent.
+// secure/security_state.cpp - the state of the layers of a received message, and how to send one.
 
 #include "mailtree/email/Email2.h"
 
 namespace mailtree {
 namespace {
 
-/// The first report decides, later ones can only take back.
+/// The first report decides, later ones can only turn it to false.
 void accumulate(bool& all, bool isFirst, bool reported) noexcept { all = reported && (isFirst || all); }
 
 }  // namespace
@@ -14,8 +14,8 @@ void Email2::accumulateSecurityInfo(bool secure, bool signaturesValid, bool decr
                                     int numEncrypted) {
   if (!isLive() || !m_common || !secure) return;
   m_common->m_receivedSecure = true;
-  // Deliberate: what was counted before says which report is the first, so one that counts nothing is followed by
-  // another first.
+  // Deliberate: the previous count tells which report is the first, so the report after one that counts
+  // nothing is a first one too.
   accumulate(m_common->m_allSignaturesValid, m_common->m_numSignedLayers == 0, signaturesValid);
   accumulate(m_common->m_allDataDecrypted, m_common->m_numEncryptedLayers == 0, decrypted);
   m_common->m_numSignedLayers += numSigned;

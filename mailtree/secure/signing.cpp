@@ -1,4 +1,4 @@
-// secure/signing.cpp - a message and a signature over the very bytes as which it is written.
+// secure/signing.cpp - signs a message over the exact bytes that are written.
 
 #include <algorithm>
 #include <limits>
@@ -27,7 +27,7 @@ constexpr const char* kNotOnSignature[] = {"MIME-Version",
                                            "content-type",
                                            "content-transfer-encoding"};
 
-/// How a signature is to be made.
+/// How to make a signature.
 struct SignatureOptions {
   bool detached;
   bool signingTime;
@@ -36,7 +36,7 @@ struct SignatureOptions {
   _clsCades& cades;
 };
 
-/// The words of the log, in which the two shapes of a signature differ.
+/// Log texts, which differ between the two forms of signature.
 struct SearchTexts {
   const char* given;
   const char* searching;
@@ -57,8 +57,8 @@ const char* labelOf(const StringBuffer& micalg) noexcept {
   return micalg.isEmpty() ? "sha1" : micalg.getString();
 }
 
-/// The certificate set beforehand, else the one of the sender, which later signings use again. Null, with the reason
-/// logged, when there is none.
+/// The certificate set beforehand, else the one of the sender, which later signings reuse. Null, with the
+/// reason logged, when there is none.
 Certificate* chooseSigner(Email2& email, const SearchTexts& texts, SystemCerts& certs, LogBase& log) {
   if (Certificate* const given = email.getSigningCert(log)) {
     if (texts.given) log.logInfo(texts.given);
@@ -77,7 +77,7 @@ Certificate* chooseSigner(Email2& email, const SearchTexts& texts, SystemCerts& 
   return nullptr;
 }
 
-/// The signature over a text, made by the digest that the email names.
+/// The signature over a text, with the digest algorithm set in the email.
 bool makeSignature(Email2& email, const StringBuffer& text, Certificate& signer,
                    const SignatureOptions& options, SystemCerts& certs, DataBuffer& der, LogBase& log) {
   const StringBuffer micalg = storedMicalg(email);
@@ -111,7 +111,7 @@ bool hasAttachments(Email2& email, LogBase& log) {
   return any;
 }
 
-/// Copying the From field made one of its own; bounces go where those of the source go.
+/// Copying the From field set the bounce address from it; bounces must go where those of the source go.
 void copyBounceAddress(const Email2& source, Email2& outer, LogBase& log) {
   StringBuffer address;
   if (!source.getHeaderFieldUtf8(kBounceAddress, address, log)) return;
@@ -126,12 +126,12 @@ bool copyAddresses(const ExtPtrArray& from, ExtPtrArray& to) {
     if (!copy) continue;
     copy->copyEmailAddress(*address);
     if (!to.appendObject(copy.get())) return false;
-    std::ignore = copy.release();  // now the list's
+    std::ignore = copy.release();  // now owned by the list
   }
   return true;
 }
 
-/// The recipients as records, which sending and encrypting look at. The fields were copied as they stand.
+/// Copies the recipients as records, for sending and encrypting. The fields were copied unchanged.
 bool copyRecipientRecords(const Email2& source, Email2& outer) {
   return copyAddresses(source.m_toAddrs, outer.m_toAddrs) &&
          copyAddresses(source.m_ccAddrs, outer.m_ccAddrs) &&
@@ -166,7 +166,7 @@ EmailPtr createSignaturePart(_svEmailCommon& common, const char* filename, DataB
 
 bool appendPart(Email2& parent, EmailPtr part) {
   if (!part || !parent.m_subParts.appendObject(part.get())) return false;
-  std::ignore = part.release();  // now the parent's
+  std::ignore = part.release();  // now owned by the parent
   return true;
 }
 
@@ -179,7 +179,7 @@ Email2* Email2::createMultipartSigned(bool signingTime, bool signingCertificate,
     LogContextExitor context(log, "createMultipartSigned");
     if (!isLive() || !m_common) return nullptr;
     const SettingsKept kept(*m_common);
-    const bool isWithFiles = hasAttachments(*this, log);
+    const bool hasFiles = hasAttachments(*this, log);
     StringBuffer sender;
     getFromAddrUtf8(sender);
     log.LogDataSb("fromEmailAddress", sender);
@@ -197,7 +197,7 @@ Email2* Email2::createMultipartSigned(bool signingTime, bool signingCertificate,
     EmailPtr signature = createSignaturePart(*m_common, filename, der, log);
     keepReceivedContent(*content, std::move(text));
     if (!appendPart(*outer, std::move(content)) || !appendPart(*outer, std::move(signature))) return nullptr;
-    if (isWithFiles) outer->setHeaderField_a("X-MS-Has-Attach", "yes", /*asGiven=*/false, log);
+    if (hasFiles) outer->setHeaderField_a("X-MS-Has-Attach", "yes", /*asGiven=*/false, log);
     return outer.release();
   });
 }
@@ -227,7 +227,7 @@ Email2* Email2::createSignedData(bool signingTime, bool signingCertificate, bool
 
 bool Email2::copyHeadersForMultipartSigned(MimeHeader& source, LogBase& log) {
   if (!isLive()) return false;
-  const MimeHeader fields(source);  // which may be this node's own
+  const MimeHeader fields(source);  // a copy: the source may be this node's own header
   StringBuffer name, value;
   for (int i = 0; i < fields.getNumFields(); ++i) {
     const auto isField = [&](std::string_view other) { return equalsNoCase(fields.fieldName(i), other); };
@@ -243,7 +243,7 @@ void Email2::setMicalg(const char* micalg, LogBase& log) {
   if (!isLive()) return;
   const StringBuffer given = copyOf(micalg);
   m_contentType.m_micalg.setString(given);
-  // Deliberate: the protocol loses the blanks around it, and the digest keeps them.
+  // Deliberate: blanks around the protocol are removed, those around the digest name stay.
   m_contentType.m_protocol.trim2();
   refreshContentTypeHeader(log);
 }

@@ -1,17 +1,18 @@
-// secure/symmetric.cpp - every body of a tree encrypted in place under one key. Tree and header fields stay readable.
+// secure/symmetric.cpp - encrypts every body of a tree in place under one
+// key. Tree and header fields stay readable.
 
 #include <string>
 
 #include "mailtree/crypto/SymmetricCipher.h"
 #include "mailtree/crypto/Wipe.h"
 #include "mailtree/email/internal.h"
-#include "mailtree/mime/SealedBody.h"
+#include "mailtree/mime/EncryptedBody.h"
 #include "mailtree/mime/coding/ContentCoding.h"
 
 namespace mailtree {
 namespace {
 
-/// The walk recurses. Loading stays far below; a tree deeper than this was made by hand.
+/// The walk recurses. Loaded trees are far less deep; a deeper one was built by a program.
 constexpr int kMaxCipherDepth = 1'000;
 
 /// One pass over a tree under one key.
@@ -41,7 +42,7 @@ class Pass {
   int m_bodies = 0;
 };
 
-/// What is read in another place, or as another type, is not what was encrypted.
+/// A body that was moved, or whose type was changed, does not decrypt.
 void Pass::bindNextBody(const Email2& node) {
   ++m_bodies;
   if (!bindsBodies()) return;
@@ -90,19 +91,19 @@ void restoreEncoding(Email2& node, LogBase& log) {
   node.setHeaderField_a(kOriginalEncodingField, nullptr, /*asGiven=*/false, log);
 }
 
-/// What was empty was not encrypted: it has no former encoding to go back to either.
-bool wasLeftAlone(const Email2& node) noexcept {
+/// An empty body was not encrypted, so there is no original encoding to restore.
+bool wasNotEncrypted(const Email2& node) noexcept {
   return node.m_body.isEmpty() && node.m_header.findField(kOriginalEncodingField) < 0;
 }
 
 bool Pass::decryptBody(Email2& node, bool isBinary) {
-  if (wasLeftAlone(node)) return true;
+  if (wasNotEncrypted(node)) return true;
   bindNextBody(node);
   DataBuffer plain;
-  // Nothing is never what GCM made of a body: somebody took it out.
-  const bool isTakenOut = node.m_body.isEmpty() && bindsBodies();
-  if (isTakenOut) m_log.logError("An encrypted body is missing");
-  if (isTakenOut || (!node.m_body.isEmpty() && !decryptTo(node.m_body, isBinary, plain))) return false;
+  // GCM never makes an empty body: it was removed.
+  const bool isRemoved = node.m_body.isEmpty() && bindsBodies();
+  if (isRemoved) m_log.logError("An encrypted body is missing");
+  if (isRemoved || (!node.m_body.isEmpty() && !decryptTo(node.m_body, isBinary, plain))) return false;
   node.m_body.takeData(plain);
   restoreEncoding(node, m_log);
   return true;

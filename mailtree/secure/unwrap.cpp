@@ -1,9 +1,9 @@
-// secure/unwrap.cpp - security layers taken off a parse tree, from outside in.
+// secure/unwrap.cpp - unwraps the security layers of a parse tree, outermost first.
 //
-// One walk from the top. Where a layer stands, it is opened and what it holds takes its place, which is then looked
-// at again, for layers come nested in any order. A layer that cannot be opened stays, wholly. Content is parsed a
-// second time only where the first parse lacks something: the bytes as received of a multipart/signed that stands
-// inside another one.
+// One walk from the top. A layer is opened and replaced by its content, which is then examined
+// again, because layers may be nested in any order. A layer that cannot be opened stays unchanged.
+// Content is parsed a second time only when the first parse lacks something: the received bytes of
+// a multipart/signed inside another one.
 
 #include <algorithm>
 #include <new>
@@ -18,15 +18,15 @@
 #include "mailtree/crypto/UnwrapInfo.h"
 #include "mailtree/crypto/Wipe.h"
 #include "mailtree/mime/MimeMessage2.h"
-#include "mailtree/secure/coverage.h"
 #include "mailtree/secure/inner_content.h"
 #include "mailtree/secure/layer_forms.h"
 #include "mailtree/secure/received_signature.h"
+#include "mailtree/secure/signer_match.h"
 
 namespace mailtree {
 namespace {
 
-void cover(SecureLayer& layer, const PartPath& path) {
+void setPlaces(SecureLayer& layer, const PartPath& path) {
   layer.part = path.text();
   layer.places = path.places();
 }
@@ -39,23 +39,23 @@ class Unwrapper {
   void run() { visit(m_message, {.origin = m_message.origin()}); }
 
  private:
-  /// The origin of a content that took the place of its layer; nothing when none did.
+  /// The origin of a content that replaced its layer; nothing when none did.
   using Content = std::optional<Origin>;
 
   void visit(MimeMessage2& entity, const PartPath& path);
   void visitParts(MimeMessage2& entity, const PartPath& path);
-  Content takeOff(MimeMessage2& entity, const PartPath& path);
-  void leaveClosed(LayerKind kind, const PartPath& path);
+  Content unwrapLayer(MimeMessage2& entity, const PartPath& path);
+  void recordUnopened(LayerKind kind, const PartPath& path);
   void reportLimit(Limit limit);
-  void reportLacks();
+  void reportExceededBudget();
 
-  Content takeOffSignature(MimeMessage2& entity, const PartPath& path);
+  Content unwrapSignature(MimeMessage2& entity, const PartPath& path);
   Content open(MimeMessage2& entity, const PartPath& path);
   void replace(MimeMessage2& layer, MimeMessage2& content, const PartPath& path);
   bool verify(MimeMessage2& entity, SecureLayer& layer);
   Owned<MimeMessage2> takeSignedContent(MimeMessage2& entity, int level);
   void becomeMixed(MimeMessage2& entity, Owned<MimeMessage2> content);
-  void showBytesOfInnerSignatures(MimeMessage2& entity, int level);
+  void reparseInnerSignatures(MimeMessage2& entity, int level);
   void record(SecureLayer&& layer);
   void count(const SecureLayer& layer);
 
@@ -63,21 +63,21 @@ class Unwrapper {
   UnwrapInfo& m_info;
   SystemCerts& m_certs;
   LogBase& m_log;
-  std::optional<std::string> m_sender;  ///< Read when the first layer is met: most messages have none.
+  std::optional<std::string> m_sender;  ///< Read at the first layer: most messages have none.
   int m_reloads = 0;
   int m_opened = 0;
-  bool m_hasClosed = false;  ///< A layer was left as it is because there were enough.
+  bool m_hasUnopened = false;  ///< A layer was not opened because there were too many.
 };
 
-/// The recursion is bounded: whatever is found in a layer is parsed as deep as it stands.
+/// The recursion is bounded: the content of a layer is parsed at its own depth.
 void Unwrapper::visit(MimeMessage2& entity, const PartPath& path) {
   const auto layersBefore = static_cast<std::ptrdiff_t>(m_info.m_layers.size());
-  if (const Content content = takeOff(entity, path))
+  if (const Content content = unwrapLayer(entity, path))
     visit(entity, path.content(*content));
   else
     visitParts(entity, path);
 
-  // A layer taken off here or below: the bytes as received hold what is no longer there.
+  // A layer was unwrapped here or below: the received bytes contain what was replaced.
   if (std::any_of(m_info.m_layers.begin() + layersBefore, m_info.m_layers.end(),
                   [](const SecureLayer& layer) { return layer.opened; }))
     std::ignore = entity.extractReceivedBytes();
@@ -85,35 +85,35 @@ void Unwrapper::visit(MimeMessage2& entity, const PartPath& path) {
 
 void Unwrapper::visitParts(MimeMessage2& entity, const PartPath& path) {
   entity.markUnwrapped();
-  if (isMultipartSigned(entity)) showBytesOfInnerSignatures(entity, path.level + 1);
+  if (isMultipartSigned(entity)) reparseInnerSignatures(entity, path.level + 1);
   for (int i = 0; i < entity.getNumParts(); ++i) {
     MimeMessage2& part = *entity.getPart(i);
     visit(part, path.part(i, part.origin()));
   }
 }
 
-Unwrapper::Content Unwrapper::takeOff(MimeMessage2& entity, const PartPath& path) {
+Unwrapper::Content Unwrapper::unwrapLayer(MimeMessage2& entity, const PartPath& path) {
   const bool isDetached = hasDetachedSignature(entity);
   if (!isDetached && !isPkcs7Mime(entity)) return std::nullopt;
   if (!m_sender) m_sender = soleSender(m_message, m_log);
-  // Those that could not be opened count too: each costs a look at every key.
+  // Layers that could not be opened count too: each costs a check of every key.
   if (m_info.m_budget.layers <= 0) {
-    leaveClosed(isDetached ? LayerKind::detachedSignature : kindOf(entity), path);
+    recordUnopened(isDetached ? LayerKind::detachedSignature : kindOf(entity), path);
     return std::nullopt;
   }
   --m_info.m_budget.layers;
-  return isDetached ? takeOffSignature(entity, path) : open(entity, path);
+  return isDetached ? unwrapSignature(entity, path) : open(entity, path);
 }
 
-/// A layer more than a message may have: it was met, and nothing good is known of it. The first is listed, for there
-/// may be thousands.
-void Unwrapper::leaveClosed(LayerKind kind, const PartPath& path) {
+/// A layer beyond the limit: it was found, but nothing is known about it. Only the first is recorded, because
+/// there may be thousands.
+void Unwrapper::recordUnopened(LayerKind kind, const PartPath& path) {
   SecureLayer layer;
   layer.kind = kind;
-  cover(layer, path);
-  layer.problem = "not looked into: the message has more layers than are taken off";
+  setPlaces(layer, path);
+  layer.problem = "not opened: too many layers";
   reportLimit(Limit::layers);
-  if (std::exchange(m_hasClosed, true)) return count(layer);
+  if (std::exchange(m_hasUnopened, true)) return count(layer);
   record(std::move(layer));
 }
 
@@ -121,27 +121,27 @@ void Unwrapper::reportLimit(Limit limit) {
   if (m_message.limits().has(limit)) return;
   m_message.addLimit(limit);
   m_log.logError(limit == Limit::layers
-                     ? "Limit met: security layers; what is inside the next one stays there."
-                     : "Limit met: what a layer costs; what is inside it stays there.");
+                     ? "Limit exceeded: too many security layers; the next one was not opened."
+                     : "Limit exceeded: cost of a security layer; it was not opened.");
 }
 
-/// Why the layer that was just looked into stays closed, when it is for want of something.
-void Unwrapper::reportLacks() {
+/// Reports the limits that kept the last layer closed.
+void Unwrapper::reportExceededBudget() {
   LoadBudget& budget = m_info.m_budget;
-  if (std::exchange(budget.lackedBytes, false)) reportLimit(Limit::layerBytes);
-  if (std::exchange(budget.lackedTrials, false)) reportLimit(Limit::keyTrials);
+  if (std::exchange(budget.outOfBytes, false)) reportLimit(Limit::layerBytes);
+  if (std::exchange(budget.outOfTrials, false)) reportLimit(Limit::keyTrials);
 }
 
 // Detached signatures
 
-Unwrapper::Content Unwrapper::takeOffSignature(MimeMessage2& entity, const PartPath& path) {
+Unwrapper::Content Unwrapper::unwrapSignature(MimeMessage2& entity, const PartPath& path) {
   constexpr int kContentAndSignature = 2;
   const bool hasMore = entity.getNumParts() > kContentAndSignature;
   SecureLayer layer;
   layer.opened = verify(entity, layer);
-  reportLacks();
+  reportExceededBudget();
   layer.kind = LayerKind::detachedSignature;
-  cover(layer, layer.opened && hasMore ? path.part(0, entity.getPart(0)->origin()) : path);
+  setPlaces(layer, layer.opened && hasMore ? path.part(0, entity.getPart(0)->origin()) : path);
   matchSender(layer, *m_sender);
   const bool opened = layer.opened;
   record(std::move(layer));
@@ -164,21 +164,20 @@ bool Unwrapper::verify(MimeMessage2& entity, SecureLayer& layer) {
       verifyReceived(signature->getMimeBodyDb()->view(), received->view(), m_certs, layer, m_info.m_budget,
                      m_log))
     return true;
-  if (layer.problem.empty()) layer.problem = "there is no signature that can be read";
+  if (layer.problem.empty()) layer.problem = "no readable signature";
   return false;
 }
 
-/// The content, as parsed with the message; anew when signatures inside it need their own bytes.
+/// The content, as parsed with the message; parsed again when signatures inside it need their received bytes.
 Owned<MimeMessage2> Unwrapper::takeSignedContent(MimeMessage2& entity, int level) {
   Owned<MimeMessage2> content(entity.extractPart(0));
-  if (holdsDetachedSignature(*content) && !content->reloadReceived(level, m_info.m_budget.parts, m_log))
+  if (containsDetachedSignature(*content) && !content->reloadReceived(level, m_info.m_budget.parts, m_log))
     throw std::bad_alloc();
   std::ignore = content->extractReceivedBytes();
   return content;
 }
 
-/// What somebody put behind the signature is not lost, and stands where it is seen not to be signed: beside the
-/// signed content.
+/// Parts added after the signature are kept, next to the signed content, where they are visibly unsigned.
 void Unwrapper::becomeMixed(MimeMessage2& entity, Owned<MimeMessage2> content) {
   for (int i = 0; i < entity.getNumParts(); ++i) std::ignore = entity.getPart(i)->extractReceivedBytes();
   entity.addPartInFront(content.release());
@@ -187,23 +186,23 @@ void Unwrapper::becomeMixed(MimeMessage2& entity, Owned<MimeMessage2> content) {
   while (entity.getPart(index) != signature) ++index;
   const Owned<MimeMessage2> removed(entity.extractPart(index));
   const StringBuffer boundary(entity.contentType().m_boundary);
-  // Replaced as a whole: protocol and digest were those of the signature.
+  // Replaces the whole field: protocol and digest were those of the signature.
   entity.addReplaceHeaderFieldUtf8("Content-Type", "multipart/mixed", m_log);
   entity.setBoundary(boundary.getString(), m_log);
 }
 
-/// The parser keeps the bytes as received for the outermost multipart/signed alone. Where that one stays, such as a
-/// signature by OpenPGP, those inside it get theirs by a second parse; not too often, for each is a copy.
-void Unwrapper::showBytesOfInnerSignatures(MimeMessage2& entity, int level) {
+/// The parser keeps the received bytes for the outermost multipart/signed only. If that one stays, such as an
+/// OpenPGP signature, those inside it get theirs by a second parse; not too often, because each is a copy.
+void Unwrapper::reparseInnerSignatures(MimeMessage2& entity, int level) {
   for (int i = 0; i < entity.getNumParts(); ++i) {
     MimeMessage2& part = *entity.getPart(i);
-    if (!part.receivedBytes() || !holdsDetachedSignature(part)) continue;
+    if (!part.receivedBytes() || !containsDetachedSignature(part)) continue;
     if (m_reloads++ >= kMaxUnwrappedLayers) return reportLimit(Limit::layers);
     if (!part.reloadReceived(level, m_info.m_budget.parts, m_log)) throw std::bad_alloc();
   }
 }
 
-// Everything else
+// Other layers
 
 Unwrapper::Content Unwrapper::open(MimeMessage2& entity, const PartPath& path) {
   SecureLayer layer;
@@ -211,15 +210,15 @@ Unwrapper::Content Unwrapper::open(MimeMessage2& entity, const PartPath& path) {
   const WipedAtEnd wiped(bytes);
   const bool opened =
       Pkcs7Opener::open(entity.getMimeBodyDb()->view(), m_certs, bytes, layer, m_info.m_budget, m_log);
-  reportLacks();
+  reportExceededBudget();
   if (layer.kind == LayerKind::unknown) layer.kind = claimedKind(entity);
   layer.opened = opened;
-  cover(layer, path);
+  setPlaces(layer, path);
   matchSender(layer, *m_sender);
   record(std::move(layer));
   if (!opened) return std::nullopt;
 
-  // Beyond every message, and every other content.
+  // Beyond the origins of every message and every other content.
   const Origin origin = Origin(++m_opened) << 48;
   MimeMessage2 content;
   loadLayerContent(bytes.view(), path.level, origin, content, m_info.m_budget.parts, m_log);
@@ -227,7 +226,7 @@ Unwrapper::Content Unwrapper::open(MimeMessage2& entity, const PartPath& path) {
   return origin;
 }
 
-/// The layer is the one that was recorded last.
+/// The layer is the one recorded last.
 void Unwrapper::replace(MimeMessage2& layer, MimeMessage2& content, const PartPath& path) {
   std::vector<InnerField>& fields = m_info.m_innerFields;
   const std::size_t before = fields.size();
@@ -257,11 +256,11 @@ void Unwrapper::count(const SecureLayer& layer) {
   m_info.m_hasSecureLayer |= layer.isSigned() || layer.isEncrypted();
 }
 
-/// What could not be looked through is not tried again from below: a part would take itself for the whole message, and
-/// its own sender for the message's.
-void leaveAll(MimeMessage2& entity) noexcept {
+/// The parts of a message that could not be examined are not unwrapped on their own: a part would count as
+/// the whole message, and its sender as the sender of the message.
+void markAllUnwrapped(MimeMessage2& entity) noexcept {
   entity.markUnwrapped();
-  for (int i = 0; i < entity.getNumParts(); ++i) leaveAll(*entity.getPart(i));
+  for (int i = 0; i < entity.getNumParts(); ++i) markAllUnwrapped(*entity.getPart(i));
 }
 
 }  // namespace
@@ -273,9 +272,9 @@ void MimeMessage2::unwrapSecurity3(UnwrapInfo& info, _clsCades& /*cades*/, Syste
     return true;
   });
   if (finished) return;
-  leaveAll(*this);
+  markAllUnwrapped(*this);
   info.m_allSignaturesValid = info.m_allDataDecrypted = false;
-  log.logError("No memory for the content of a security layer.");
+  log.logError("Out of memory while unwrapping security layers.");
 }
 
 }  // namespace mailtree

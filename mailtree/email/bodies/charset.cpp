@@ -11,7 +11,7 @@ namespace {
 /// and C3 are letters too, and so most of what is no ASCII must be utf-8 as well.
 DamagedReading readUnlabelled(std::string_view bytes) {
   if (isValidUtf8(bytes)) return {kCpUtf8, 0};
-  return readDespiteDamage(holdsAccentInUtf8(bytes) ? kCpUtf8 : 0, bytes);
+  return codePageDespiteDamage(containsUtf8Accent(bytes) ? kCpUtf8 : 0, bytes);
 }
 
 /// What is in the charset that an email leaves behind may have looked 7-bit: the labels of its parts must not

@@ -12,7 +12,7 @@
 #include "mailtree/email/output/text_body.h"
 #include "mailtree/email/output/unencoded.h"
 #include "mailtree/mime/BoundaryLines.h"
-#include "mailtree/mime/SealedBody.h"
+#include "mailtree/mime/EncryptedBody.h"
 #include "mailtree/mime/coding/ContentCoding.h"
 #include "mailtree/mime/header/HeaderLines.h"
 
@@ -97,7 +97,7 @@ void labelUnlabelled8bitText(Email2& node, LogBase& log) {
 
 /// Whether the body is ciphertext in the place of the text that the Content-Type tells of: to be written as it is.
 bool isEncryptedInPlace(const Email2& node) noexcept {
-  return isSealedBody(node.m_header, node.m_transferEncoding, node.m_body.view());
+  return isEncryptedBody(node.m_header, node.m_transferEncoding, node.m_body.view());
 }
 
 /// RFC 2045 allows a multipart only 7bit, 8bit and binary, which say nothing. One whose parts were not found goes

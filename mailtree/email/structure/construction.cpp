@@ -72,7 +72,7 @@ bool readsAsText(const Email2& node, DataBuffer& utf8) {
   const _svCharset charset = labelledCharset(node);
   const char* const label = charset.getCodePage() != 0 ? charset.getName() : "unknown";
   const DecodedText decoded = receivedTextToUtf8(label, bytes, utf8);
-  if (decoded.origin == TextOrigin::unexplained) return false;
+  if (decoded.origin == TextOrigin::undetected) return false;
   return decoded.converted || utf8.append(bytes);
 }
 

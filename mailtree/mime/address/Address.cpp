@@ -16,16 +16,15 @@
 namespace mailtree {
 namespace {
 
-// Columns where an entry may come to stand: the first behind "Reply-To: ", others behind the blank of a
-// folded line.
+// Columns where an entry may begin: the first after "Reply-To: ", others after the blank of a folded line.
 constexpr std::size_t kFirstColumn = 10;
 constexpr std::size_t kFoldedColumn = 1;
 
-// A line holds 998 bytes and an address cannot be folded: cut in two it would read as somebody else's
-// (RFC 5321, 4.5.3.1, allows 254).
+// A line holds 998 bytes and an address cannot be folded: cut in two it would read as another address (RFC
+// 5321, 4.5.3.1, allows 254).
 constexpr std::size_t kMaxAddress = 900;
-// A name in quotes of at most twice the size, its escapes counted, stands on a line; a longer one is cut into
-// encoded words.
+// A quoted name with its escapes takes at most twice this size and fits on a line; a
+// longer one is split into encoded words.
 constexpr std::size_t kMaxPlainName = 400;
 
 void assign(_svEmailAddress& target, const ReadAddress& read) {
@@ -33,15 +32,15 @@ void assign(_svEmailAddress& target, const ReadAddress& read) {
   target.m_address.getUtf8Sb_rw().setString(std::string_view(read.address));
 }
 
-// Writing a name
+// Names
 
-// Whether a phrase of the header can hold the text as it is: atoms with single blanks between them.
+// Whether a header phrase can hold the text unquoted: atoms with single blanks between them.
 bool isBarePhrase(std::string_view text) noexcept {
   if (text.empty() || text.front() == ' ' || text.back() == ' ' || contains(text, "  ")) return false;
   return std::all_of(text.begin(), text.end(), [](char c) { return c == ' ' || isAtomCharacter(c); });
 }
 
-// What may stand in a line: CR, LF and NUL would end it, or make others end it.
+// The text on one line: CR, LF and NUL end a line for some readers.
 std::string singleLine(std::string_view text) {
   std::string line;
   line.reserve(text.size());
@@ -50,7 +49,7 @@ std::string singleLine(std::string_view text) {
   return line;
 }
 
-// A reader takes the quotes off a name that stands in them twice.
+// A reader strips the quotes of a name that is itself in quotes.
 bool needsEncoding(std::string_view name) noexcept {
   return !isAscii(name) || mayHoldEncodedWord(name) || name.size() > kMaxPlainName || isInQuotes(name) ||
          std::any_of(name.begin(), name.end(), [](char c) { return isControlAscii(c) && c != '\t'; });
@@ -72,8 +71,9 @@ void appendName(std::string_view name, const Style& style, std::size_t column, s
   }
 }
 
-// A name without an address. A quoted string with an "@" would read as one, and beside other entries a word
-// or an encoded word as the surname of the next, which no reader does with several words in quotes.
+// A name without an address. A quoted string with an "@" would read as an address. Beside other
+// entries, a word or an encoded word would read as the surname of the next entry; no reader
+// does that with several words in quotes.
 void appendLoneName(std::string_view name, const Style& style, std::size_t column, std::string& out) {
   if (!style.forHeader || !(style.isList || contains(name, "@"))) return appendName(name, style, column, out);
   const bool mustEncode = needsEncoding(name) || contains(name, "@");
@@ -84,9 +84,9 @@ void appendLoneName(std::string_view name, const Style& style, std::size_t colum
   if (style.isList && (mustEncode || !contains(name, " "))) out += " <>";
 }
 
-// Writing an address
+// Addresses
 
-std::string insideOfQuotes(std::string_view quoted) {
+std::string quotedContent(std::string_view quoted) {
   std::string inside;
   appendUnescaped(quoted.substr(1, quoted.size() - 2), inside);
   return inside;
@@ -96,17 +96,17 @@ bool isQuoted(std::string_view text) noexcept {
   return text.size() >= 2 && text.front() == '"' && text.back() == '"';
 }
 
-// Blanks and the characters that, outside quotes, end an address or begin another.
+// Blanks and the characters that end an address or begin another when outside quotes.
 bool separatesAddresses(char c) noexcept {
   return isSpaceAscii(c) || isControlAscii(c) || c == '<' || c == '>' || c == ',';
 }
 
-// What could begin an encoded word, and so swallow the addresses behind it, stands in quotes; in a domain it
-// is broken up.
+// Text that could begin an encoded word, and so swallow the addresses after it,
+// is quoted; in a domain it is broken up.
 void appendLocalPart(std::string_view localPart, std::string& out) {
   std::string text;
   if (isQuoted(localPart)) {
-    text = insideOfQuotes(localPart);
+    text = quotedContent(localPart);
   } else {
     std::remove_copy_if(localPart.begin(), localPart.end(), std::back_inserter(text), separatesAddresses);
   }
@@ -130,8 +130,8 @@ void appendDomain(std::string_view domain, std::string& out) {
   out += text;
 }
 
-// The address as a header can hold it; empty when nothing of it can.
-std::string harmlessAddress(std::string_view address) {
+// The address as a header can hold it; empty when nothing is left.
+std::string safeAddress(std::string_view address) {
   std::string out;
   const std::size_t at = address.rfind('@');
   appendLocalPart(address.substr(0, at), out);
@@ -141,10 +141,10 @@ std::string harmlessAddress(std::string_view address) {
   return out.size() == 1 ? std::string() : out;
 }
 
-// A bare local part stands in brackets, or a reader could take it for the last name in "Last, First <a@b>".
+// A bare local part gets angle brackets, or a reader could take it for the last name in "Last, First <a@b>".
 void appendEntry(const _svEmailAddress& entry, const Style& style, bool isFirst, std::string& out) {
   const std::string name = singleLine(trim(entry.m_name.view()));
-  const std::string address = harmlessAddress(trim(entry.m_address.view()));
+  const std::string address = safeAddress(trim(entry.m_address.view()));
   if (name.empty() && address.empty()) return;
   if (style.forHeader && address.size() > kMaxAddress) return;
   if (!isFirst) out += ", ";
@@ -172,7 +172,7 @@ int appendEntries(std::string_view text, AddressReader::LoneNames loneNames, Ext
       if (!address) return false;
       assign(*address, *read);
       if (!out.appendObject(address.get())) return false;
-      std::ignore = address.release();  // now the list's
+      std::ignore = address.release();  // now owned by the list
       ++appended;
     }
     return true;
@@ -208,11 +208,11 @@ int _svEmailAddress::parseAndLoadList(const char* text, ExtPtrArray& out, bool /
 }
 
 int _svEmailAddress::parseAndLoadList(std::string_view text, ExtPtrArray& out) {
-  return appendEntries(text, AddressReader::LoneNames::passOver, out);
+  return appendEntries(text, AddressReader::LoneNames::skip, out);
 }
 
 int _svEmailAddress::parseAndLoadEntries(std::string_view text, ExtPtrArray& out) {
-  return appendEntries(text, AddressReader::LoneNames::give, out);
+  return appendEntries(text, AddressReader::LoneNames::keep, out);
 }
 
 void _svEmailAddress::emitAsMimeField(const ExtPtrArray& list, int codePage, bool /*first*/, bool forHeader,
@@ -264,7 +264,7 @@ void _svEmailAddress::clearEmailAddress() {
 }
 
 bool readsAsEntries(std::string_view text, const ExtPtrArray& entries) {
-  AddressReader reader(text, AddressReader::LoneNames::give);
+  AddressReader reader(text, AddressReader::LoneNames::keep);
   for (int i = 0; i < entries.getSize(); ++i) {
     const auto& entry = *entries.at<_svEmailAddress>(i);
     const std::optional<ReadAddress> read = reader.next();

@@ -16,14 +16,14 @@ constexpr bool isSpecial(char c) noexcept {
   return c == '<' || c == '>' || c == ',' || c == ';' || c == ':' || c == '@';
 }
 
-constexpr bool isBlankHere(char c) noexcept { return isSpaceAscii(c) || c == '\0'; }
+constexpr bool isBlankOrNul(char c) noexcept { return isSpaceAscii(c) || c == '\0'; }
 
-/// By byte: what ends a word.
+/// By byte: whether it ends a word.
 constexpr std::array<bool, 256> kEndsWord = [] {
   std::array<bool, 256> table{};
   for (std::size_t i = 0; i < table.size(); ++i) {
     const char c = static_cast<char>(i);
-    table[i] = isBlankHere(c) || isSpecial(c) || c == '"' || c == '(';
+    table[i] = isBlankOrNul(c) || isSpecial(c) || c == '"' || c == '(';
   }
   return table;
 }();
@@ -32,8 +32,8 @@ bool endsWord(char c) noexcept { return kEndsWord[static_cast<unsigned char>(c)]
 
 constexpr bool isDropped(char c) noexcept { return c == '\r' || c == '\n' || c == '\0'; }
 
-// Where the comment beginning at `open` ends; parentheses nested deeper than `depthLimit` are ordinary
-// characters.
+// Where the comment that begins at `open` ends; parentheses nested deeper
+// than `depthLimit` are ordinary characters.
 std::size_t commentEnd(std::string_view text, std::size_t open, int depthLimit) noexcept {
   int depth = 0;
   for (std::size_t i = open; i < text.size(); ++i) {
@@ -48,9 +48,9 @@ std::size_t commentEnd(std::string_view text, std::size_t open, int depthLimit) 
   return kNowhere;
 }
 
-// Length of the encoded word the text begins with, 0 without one. Blanks, commas and other characters that
-// must not stand in one but do are part of it, so that they are not taken for structure; angle brackets are
-// not. The search stops where the next word would begin, so no byte is looked at twice.
+// Length of the encoded word at the beginning of the text, 0 when there is none. It may contain blanks,
+// commas and other characters that are not allowed in one, which are then no structure, but no angle
+// brackets. The search stops where the next word would begin, so no byte is examined twice.
 std::size_t encodedWordLength(std::string_view text) noexcept {
   if (!text.starts_with("=?")) return 0;
   const std::size_t charsetEnd = text.find_first_of("? \t\r\n()<>@,;:\"/[]=", 2);
@@ -69,7 +69,7 @@ std::size_t encodedWordLength(std::string_view text) noexcept {
   return 0;
 }
 
-// Length of the domain literal the text begins with, such as "[192.0.2.1]", 0 without one.
+// Length of the domain literal at the beginning of the text, such as "[192.0.2.1]", 0 when there is none.
 std::size_t domainLiteralLength(std::string_view text) noexcept {
   if (!text.starts_with('[')) return 0;
   const std::size_t end = text.find_first_of("[]<>,;\" \t\r\n", 1);
@@ -92,7 +92,7 @@ AddressToken AddressLexer::next() noexcept {
     if (c == '"') {
       const std::size_t close = closingQuote();
       if (close != kNowhere) return takeDelimited(Kind::quoted, close);
-    } else if (!isBlankHere(c)) {
+    } else if (!isBlankOrNul(c)) {
       return isSpecial(c) ? take(Kind::special, 1) : take(Kind::word, wordEnd() - m_position);
     }
     m_afterBlank = true;

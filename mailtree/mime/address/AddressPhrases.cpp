@@ -15,7 +15,7 @@ namespace {
 using Kind = AddressToken::Kind;
 using Tokens = std::span<const AddressToken>;
 
-/// Where words may come to be on their line: after the blank of a folded one, or after a parenthesis too.
+/// Where words may begin on a folded line: after its blank, or after a parenthesis too.
 constexpr std::size_t kFoldedColumn = 1;
 constexpr std::size_t kLongestBeforeParenthesis = 73;
 
@@ -25,7 +25,7 @@ bool isWord(const AddressToken& token) noexcept {
 
 bool is8bitToken(const AddressToken& token) noexcept { return !isAscii(token.text); }
 
-/// With its quotes or parentheses.
+/// The token with its quotes or parentheses.
 std::string_view wholeOf(const AddressToken& token, std::string_view list) noexcept {
   const bool isDelimited = token.kind == Kind::quoted || token.kind == Kind::comment;
   const std::size_t delimiter = isDelimited ? 1 : 0;
@@ -66,7 +66,7 @@ class PhraseEncoder {
 
   bool isAt(std::size_t token) const noexcept { return token < m_tokens.size() && m_tokens[token].is('@'); }
 
-  /// What touches an "@" is no name.
+  /// A token that touches an "@" is not a name.
   void encodeWords(std::size_t begin, std::size_t end) {
     if (begin > 0 && isAt(begin - 1)) {
       ++begin;
@@ -94,7 +94,7 @@ class PhraseEncoder {
     const std::size_t lastBlank = m_out.rfind(' ');
     const std::size_t lastWord =
         lastBlank == std::string::npos || lastBlank < before ? before : lastBlank + 1;
-    if (m_out.size() - lastWord > kLongestBeforeParenthesis) m_out += ' ';  // where the line can be folded
+    if (m_out.size() - lastWord > kLongestBeforeParenthesis) m_out += ' ';  // a place to fold the line
     skip(comment.text);
   }
 
@@ -107,7 +107,7 @@ class PhraseEncoder {
   const HeaderEncoding& m_encoding;
   std::vector<AddressToken> m_tokens;
   std::string m_out;
-  std::size_t m_copied = 0;  ///< Of the list: copied, or replaced.
+  std::size_t m_copied = 0;  ///< How much of the list was copied or replaced.
 };
 
 }  // namespace

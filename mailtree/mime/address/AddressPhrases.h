@@ -1,4 +1,4 @@
-// mime/address/AddressPhrases.h - the names and comments of an address list encoded in their places.
+// mime/address/AddressPhrases.h - encodes the names and comments of an address list in place.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@ namespace mailtree {
 
 /// Renders a list (utf-8, on one line) with every name and comment that holds 8-bit text as encoded words.
 /// Groups, separators, addresses and all ASCII stay as they are, addresses with 8-bit text too (RFC 6532).
-/// Encoded words beside such text are encoded anew with it, so that nothing in them comes out as structure.
+/// Encoded words next to such text are encoded again with it, so no decoded text is left as structure.
 std::string encodePhrases(std::string_view list, const HeaderEncoding& encoding);
 
 }  // namespace mailtree

@@ -13,7 +13,7 @@ namespace {
 
 using Kind = AddressToken::Kind;
 
-// Commas that one name may hold: "Last, First, Title". More of them are a list of local parts.
+// Commas in one name: "Last, First, Title". With more, it is a list of local parts.
 constexpr std::size_t kMaxNameCommas = 3;
 
 std::string decodedName(std::string raw) {
@@ -22,7 +22,7 @@ std::string decodedName(std::string raw) {
   return trimmed.size() == name.size() ? name : std::string(trimmed);
 }
 
-// "a@b" in quotes, as some write where an address belongs.
+// "a@b" in quotes, which some mailers write as an address.
 bool isPlainAddress(std::string_view text) noexcept {
   const std::size_t at = text.find('@');
   return at != std::string_view::npos && isBareLocalPart(text.substr(0, at)) &&
@@ -65,19 +65,19 @@ std::string nameOfTokens(std::span<const AddressToken> tokens) {
     if (token.kind == Kind::quoted) {
       appendUnescaped(token.text, raw);
     } else {
-      appendVisible(token.text, raw);  // "DOMAIN\\user": a backslash means something in quotes only
+      appendVisible(token.text, raw);  // "DOMAIN\\user": a backslash escapes only inside quotes
     }
   }
-  // Somebody quoted a name that was quoted already: "\"Jane Doe\"".
+  // A name quoted twice: "\"Jane Doe\"".
   if (tokens.size() == 1 && tokens.front().kind == Kind::quoted && isInQuotes(raw))
     raw = raw.substr(1, raw.size() - 2);
   return decodedName(std::move(raw));
 }
 
 std::optional<ReadAddress> AddressReader::next() {
-  while (m_given == m_ready.size()) {
+  while (m_returned == m_ready.size()) {
     m_ready.clear();
-    m_given = 0;
+    m_returned = 0;
     const AddressToken token = m_lexer.next();
     if (token.kind != Kind::end) {
       see(token);
@@ -86,32 +86,32 @@ std::optional<ReadAddress> AddressReader::next() {
     finishEntry();
     if (m_ready.empty()) return std::nullopt;
   }
-  return std::move(m_ready[m_given++]);
+  return std::move(m_ready[m_returned++]);
 }
 
-// Gathering tokens
+// Collecting tokens
 
 void AddressReader::see(AddressToken token) {
   token.afterBlank |= std::exchange(m_blankBefore, false);
   if (token.kind == Kind::comment) {
     m_comments.push_back({m_tokens.size(), token.text});
   } else if (token.is(',')) {
-    seeComma(token);
+    onComma(token);
   } else if (token.is(';')) {
     finishEntry();
   } else if (token.is(':')) {
-    seeColon(token);
+    onColon(token);
   } else if (token.is('<')) {
-    seeAngle(token);
+    onOpeningAngle(token);
   } else if (token.is('>')) {
-    seeClosingAngle(token);
+    onClosingAngle(token);
   } else {
     if (token.is('@') && m_angleEnd == kNone) m_hasAt = true;
     m_tokens.push_back(token);
   }
 }
 
-void AddressReader::seeComma(const AddressToken& comma) {
+void AddressReader::onComma(const AddressToken& comma) {
   if (isInRoute()) {
     m_tokens.push_back(comma);
     return;
@@ -134,7 +134,7 @@ bool AddressReader::isInRoute() const noexcept {
   return following.is('@') || following.is(',');
 }
 
-void AddressReader::seeColon(const AddressToken& colon) {
+void AddressReader::onColon(const AddressToken& colon) {
   if (isAngleOpen()) {
     const Range inside{m_angle + 1, m_tokens.size()};
     const bool isRoute = !inside.isEmpty() && m_tokens[inside.begin].is('@');
@@ -151,16 +151,16 @@ void AddressReader::seeColon(const AddressToken& colon) {
     finishEntry();
     return;
   }
-  finishEarlierParts();  // what stands before the colon is the name of a group, or "mailto"
+  finishEarlierParts();  // before the colon is a group name, or "mailto"
   clearEntry();
 }
 
-void AddressReader::seeAngle(const AddressToken& angle) {
+void AddressReader::onOpeningAngle(const AddressToken& angle) {
   const bool isFirst = m_angle == kNone;
   if (!isFirst && isAngleOpen()) {
     if (m_tokens.size() == m_angle + 1) return;  // doubled
     if (m_hasAt) finishEntry();                  // the ">" and the comma are missing
-  } else if (!isFirst && m_hasAt) {  // the comma is missing: what follows the ">" is the next one's name
+  } else if (!isFirst && m_hasAt) {              // the comma is missing: the next name follows the ">"
     const std::vector<AddressToken> nextName(m_tokens.begin() + static_cast<std::ptrdiff_t>(m_angleEnd) + 1,
                                              m_tokens.end());
     m_tokens.resize(m_angleEnd + 1);
@@ -177,14 +177,14 @@ void AddressReader::openAngle(const AddressToken& angle) {
   m_tokens.push_back(angle);
 }
 
-void AddressReader::seeClosingAngle(const AddressToken& angle) {
+void AddressReader::onClosingAngle(const AddressToken& angle) {
   m_blankBefore = true;
   if (!isAngleOpen()) return;
   m_angleEnd = m_tokens.size();
   m_tokens.push_back(angle);
 }
 
-// Understanding an entry
+// Interpreting an entry
 
 void AddressReader::finishEntry() {
   if (m_angle != kNone) {
@@ -199,7 +199,7 @@ void AddressReader::finishEntry() {
 void AddressReader::finishAngle() {
   Range name{m_part, m_angle};
   if (name.isEmpty()) {
-    name = takeDanglingName();
+    name = takeDetachedName();
     finishEarlierParts();
   } else {
     finishQuotedParts();
@@ -211,11 +211,11 @@ void AddressReader::finishAngle() {
   if (address.empty()) {
     if (name.begin < m_part && !m_earlierParts.empty()) name.begin = m_part;
     finishEarlierParts();
-    if (holdsAt(name)) return finishBare(name);  // "a@b <>"
-    return giveLoneName({name.begin, angleEnd == m_angle + 1 ? name.end : m_tokens.size()});
+    if (containsAt(name)) return finishBare(name);  // "a@b <>"
+    return addLoneName({name.begin, angleEnd == m_angle + 1 ? name.end : m_tokens.size()});
   }
   const Range rest{std::min(angleEnd + 1, m_tokens.size()), m_tokens.size()};
-  const bool restIsAddress = holdsAt(rest);
+  const bool restIsAddress = containsAt(rest);
   std::string text = nameOf(name);
   if (text.empty() && !restIsAddress) text = nameOf(rest);
   give(std::move(text), {name.begin, restIsAddress ? rest.begin : rest.end}, std::move(address));
@@ -227,7 +227,7 @@ void AddressReader::finishEarlierParts() {
   m_earlierParts.clear();
 }
 
-// "Last", First <a@b> is one name; who puts a whole name in quotes means the comma behind it.
+// "Last", First <a@b> is one name; but after a whole name in quotes the comma is meant.
 void AddressReader::finishQuotedParts() {
   const auto isWhole = [this](const Range& part) {
     return isQuotedName(part) && contains(m_tokens[part.begin].text, " ");
@@ -237,8 +237,8 @@ void AddressReader::finishQuotedParts() {
   m_earlierParts.erase(m_earlierParts.begin(), lastWhole.base());
 }
 
-// The name in "Full Name", <a@b>, taken out of the earlier parts: what would otherwise be no address at all.
-AddressReader::Range AddressReader::takeDanglingName() {
+// The name in "Full Name", <a@b>, taken from the earlier parts, which otherwise hold no address.
+AddressReader::Range AddressReader::takeDetachedName() {
   if (m_earlierParts.empty()) return {m_angle, m_angle};
   const Range last = m_earlierParts.back();
   if (mayBeLocalPart(last)) return {m_angle, m_angle};
@@ -249,14 +249,14 @@ AddressReader::Range AddressReader::takeDanglingName() {
 // Without angle brackets every run of tokens with an "@" is an address, and the words before it are its name.
 void AddressReader::finishBare(Range range) {
   if (range.isEmpty()) return;
-  if (!holdsAt(range)) return finishWords(range);
+  if (!containsAt(range)) return finishWords(range);
 
   const std::size_t before = m_ready.size();
   Index nameBegin = range.begin;
   for (Range run{range.begin, range.begin}; run.end < range.end;) {
     run = firstRun({run.end, range.end}, /*inAngle=*/false);
-    if (!holdsAt(run)) continue;
-    const bool isFirst = nameBegin == range.begin;  // a comment between two addresses is the first one's
+    if (!containsAt(run)) continue;
+    const bool isFirst = nameBegin == range.begin;  // a comment between addresses belongs to the first
     give(nameOf({nameBegin, run.begin}), {isFirst ? nameBegin : nameBegin + 1, run.end}, addressOf(run));
     nameBegin = run.end;
   }
@@ -264,10 +264,10 @@ void AddressReader::finishBare(Range range) {
     m_ready.back().name = nameOf({nameBegin, range.end});
 }
 
-// Without an "@" a single word is a local part; one in quotes or not in ASCII and more than one are a name.
+// Without an "@", a single bare ASCII word is a local part; anything else is a name.
 void AddressReader::finishWords(Range range) {
   std::string localPart = mayBeLocalPart(range) ? addressOf(range) : std::string();
-  if (localPart.empty() || localPart.starts_with('"')) return giveLoneName(range);
+  if (localPart.empty() || localPart.starts_with('"')) return addLoneName(range);
   give({}, range, std::move(localPart));
 }
 
@@ -286,15 +286,15 @@ void AddressReader::give(std::string name, Range comments, std::string address) 
   m_ready.push_back({std::move(name), std::move(address)});
 }
 
-void AddressReader::giveLoneName(Range range) {
-  if (!m_givesLoneNames || range.isEmpty()) return;
+void AddressReader::addLoneName(Range range) {
+  if (!m_keepsLoneNames || range.isEmpty()) return;
   std::string name = nameOf(range);
   if (!name.empty()) m_ready.push_back({std::move(name), {}});
 }
 
 // Tokens to text
 
-// Whether the range is one quoted string, and not an address in quotes.
+// Whether the range is one quoted string that is not an address.
 bool AddressReader::isQuotedName(Range range) const {
   if (range.end - range.begin != 1 || m_tokens[range.begin].kind != Kind::quoted) return false;
   std::string text;
@@ -308,8 +308,8 @@ bool AddressReader::mayBeLocalPart(Range range) const {
 }
 
 // Whether a token continues the address of the token before it. Obsolete syntax has blanks around "@" and
-// ".": within angle brackets they mean nothing, outside only a dot standing apart is read so, for "Dr. a@b"
-// is no address.
+// ".". They are ignored within angle brackets; outside, only a dot with blanks on both sides is joined,
+// because "Dr. a@b" is not an address.
 bool AddressReader::joins(Index token, bool inAngle) const noexcept {
   const AddressToken& left = m_tokens[token - 1];
   const AddressToken& right = m_tokens[token];
@@ -330,12 +330,12 @@ AddressReader::Range AddressReader::firstRun(Range range, bool inAngle) const no
   return {range.begin, end};
 }
 
-// The first run with an "@"; without one the only run; else nothing.
+// The first run with an "@"; without one the only run; else an empty range.
 AddressReader::Range AddressReader::addressRun(Range range, bool inAngle) const noexcept {
   const Range only = firstRun(range, inAngle);
   if (only.end == range.end) return only;
   for (Range run = only; !run.isEmpty(); run = firstRun({run.end, range.end}, inAngle))
-    if (holdsAt(run)) return run;
+    if (containsAt(run)) return run;
   return {};
 }
 

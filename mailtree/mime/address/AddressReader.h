@@ -1,8 +1,9 @@
-// mime/address/AddressReader.h - takes an address list apart (RFC 5322, 3.4 and 4.4), tolerantly and in linear time.
+// mime/address/AddressReader.h - parses an address list (RFC 5322, 3.4
+// and 4.4), tolerantly and in linear time.
 //
-// Tokens are gathered into entries, which end at commas, semicolons and colons; what an entry holds (angle
-// brackets, an "@", or neither) says what in it is name and what is address. Only names are decoded, and last
-// of all, so that nothing inside an encoded word is ever taken for structure.
+// Tokens are collected into entries, which end at commas, semicolons and colons. The form of an entry (angle
+// brackets, an "@", or neither) tells its name from its address. Only names are decoded, last of all, so text
+// inside an encoded word is never taken for structure.
 #pragma once
 
 #include <cstddef>
@@ -22,41 +23,41 @@ struct ReadAddress {
   std::string address;
 };
 
-/// The name that words, quoted strings and what stands between them are read as, decoded.
+/// The decoded name that the tokens make: words, quoted strings and the text between them.
 std::string nameOfTokens(std::span<const AddressToken> tokens);
 
-/// Gives the addresses of a list one by one.
+/// Returns the addresses of a list one by one.
 class AddressReader {
  public:
-  /// What becomes of an entry that holds a name and no address.
-  enum class LoneNames { passOver, give };
+  /// What to do with an entry that has a name and no address.
+  enum class LoneNames { skip, keep };
 
-  explicit AddressReader(std::string_view text, LoneNames loneNames = LoneNames::passOver)
-      : m_lexer(text), m_givesLoneNames(loneNames == LoneNames::give) {
+  explicit AddressReader(std::string_view text, LoneNames loneNames = LoneNames::skip)
+      : m_lexer(text), m_keepsLoneNames(loneNames == LoneNames::keep) {
     m_tokens.reserve(kFewTokens);
   }
   std::optional<ReadAddress> next();
 
  private:
   using Index = std::size_t;
-  static constexpr std::size_t kFewTokens = 12;  ///< More than "A Name <a@b>" has.
+  static constexpr std::size_t kFewTokens = 12;  ///< "A Name <a@b>" and most others have fewer.
   static constexpr Index kNone = static_cast<Index>(-1);
 
-  /// Some of m_tokens.
+  /// A range of m_tokens.
   struct Range {
     Index begin = 0, end = 0;
     bool isEmpty() const noexcept { return begin >= end; }
   };
   struct Comment {
-    Index before;  ///< The token it stands in front of.
+    Index before;  ///< The token after it.
     std::string_view inside;
   };
 
   void see(AddressToken token);
-  void seeComma(const AddressToken& comma);
-  void seeColon(const AddressToken& colon);
-  void seeAngle(const AddressToken& angle);
-  void seeClosingAngle(const AddressToken& angle);
+  void onComma(const AddressToken& comma);
+  void onColon(const AddressToken& colon);
+  void onOpeningAngle(const AddressToken& angle);
+  void onClosingAngle(const AddressToken& angle);
   void openAngle(const AddressToken& angle);
   bool isAngleOpen() const noexcept { return m_angle != kNone && m_angleEnd == kNone; }
   bool isInRoute() const noexcept;
@@ -67,36 +68,36 @@ class AddressReader {
   void finishWords(Range range);
   void finishEarlierParts();
   void finishQuotedParts();
-  Range takeDanglingName();
+  Range takeDetachedName();
   void clearEntry() noexcept;
   void give(std::string name, Range comments, std::string address);
-  void giveLoneName(Range range);
+  void addLoneName(Range range);
 
   bool isQuotedName(Range range) const;
   bool mayBeLocalPart(Range range) const;
   bool joins(Index token, bool inAngle) const noexcept;
   Range firstRun(Range range, bool inAngle) const noexcept;
   Range addressRun(Range range, bool inAngle) const noexcept;
-  Index lastAt(Range range) const noexcept;  ///< The end of the range without one.
-  bool holdsAt(Range range) const noexcept { return lastAt(range) < range.end; }
+  Index lastAt(Range range) const noexcept;  ///< The end of the range when there is none.
+  bool containsAt(Range range) const noexcept { return lastAt(range) < range.end; }
   std::string addressOf(Range range) const;
   std::string nameOf(Range range) const;
   std::string commentIn(Range range) const;
 
   AddressLexer m_lexer;
-  bool m_givesLoneNames;
+  bool m_keepsLoneNames;
   std::vector<ReadAddress> m_ready;
-  std::size_t m_given = 0;  // Of m_ready.
+  std::size_t m_returned = 0;  // Entries of m_ready already returned.
 
-  // The entry being read. Commas cut it into parts for as long as it may turn out to be "Last, First <a@b>".
+  // The entry being read. Commas split it into parts while it may turn out to be "Last, First <a@b>".
   std::vector<AddressToken> m_tokens;
   std::vector<Comment> m_comments;
   std::vector<Range> m_earlierParts;
   Index m_part = 0;            // Where the last part begins.
-  Index m_angle = kNone;       // The "<" that counts,
+  Index m_angle = kNone;       // The "<" of the address,
   Index m_angleEnd = kNone;    // and its ">".
   bool m_hasAt = false;        // An "@" was seen, within the angle brackets if there are any.
-  bool m_blankBefore = false;  // The next token is to be taken for one after a blank.
+  bool m_blankBefore = false;  // The next token counts as following a blank.
 };
 
 }  // namespace mailtree

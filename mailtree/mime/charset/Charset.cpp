@@ -16,9 +16,9 @@ struct LabelRow {
   int codePage;
 };
 
-// Every label met in mail: the registered names and aliases, what the web knows, and what mailers make up. In
-// lower case, sorted by bytes. Labels that say nothing ("default", "x-user-defined", "unknown-8bit") are left
-// out: they are unknown.
+// Every label found in mail: registered names and aliases, web labels, and labels mailers made up.
+// In lower case, sorted by bytes. Labels without a meaning ("default", "x-user-defined",
+// "unknown-8bit") are missing, that is, unknown.
 // clang-format off
 constexpr LabelRow kLabels[] = {
     {"437", 437}, {"5601", 51949}, {"646", 20127}, {"737", 737}, {"775", 775}, {"7bit", 20127},
@@ -218,7 +218,7 @@ struct NameRow {
   std::string_view name;
 };
 
-/// What a code page is called in a mail that is written.
+/// The name of a code page in written mail.
 // clang-format off
 constexpr NameRow kNames[] = {
     {437, "ibm437"}, {737, "ibm737"}, {775, "ibm775"}, {850, "ibm850"}, {852, "ibm852"}, {855, "ibm855"},
@@ -243,7 +243,7 @@ constexpr NameRow kNames[] = {
 
 constexpr bool nameBefore(const NameRow& row, int codePage) noexcept { return row.codePage < codePage; }
 
-/// Where a label may be found in kLabels: hashed at compile time, since every text part and every encoded word asks.
+/// Index of kLabels, hashed at compile time, because every text part and every encoded word is looked up.
 class LabelIndex {
  public:
   constexpr LabelIndex() noexcept {
@@ -304,7 +304,7 @@ constexpr bool namesAreInOrder() {
 }
 static_assert(namesAreInOrder(), "kNames is searched by halves, and every name is a label too");
 
-/// Quotes, blanks and separators that labels are found in.
+/// Quotes, blanks and separators around labels.
 constexpr bool surroundsLabel(char c) noexcept {
   return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '"' || c == '\'' || c == ';' || c == ',';
 }

@@ -24,7 +24,7 @@ bool isKnown(int codePage) noexcept {
          singleByteCodec(codePage) || isIso2022Jp(codePage) || icuConverterOf(codePage);
 }
 
-/// The code page is a known one.
+/// The code page must be known.
 bool decode(int codePage, std::string_view bytes, ByteSink& out) {
   if (codePage == kCpUtf8) return decodeUtf8(bytes, out);
   if (codePage == kCpUtf16LE || codePage == kCpUtf16BE)
@@ -36,7 +36,7 @@ bool decode(int codePage, std::string_view bytes, ByteSink& out) {
   return decodeWithIcu(icuConverterOf(codePage), bytes, out);
 }
 
-/// The code page is a known one.
+/// The code page must be known.
 bool encode(int codePage, std::string_view utf8, ByteSink& out) {
   if (codePage == kCpUtf8) return decodeUtf8(utf8, out);
   if (codePage == kCpUtf16LE || codePage == kCpUtf16BE) return encodeUtf16(utf8, codePage == kCpUtf16BE, out);
@@ -46,7 +46,7 @@ bool encode(int codePage, std::string_view utf8, ByteSink& out) {
   return encodeWithIcu(icuConverterOf(codePage), utf8, out);
 }
 
-/// Through utf-8. Two code pages that differ keep the same bytes only when both are utf-8's.
+/// Converts by way of utf-8. Two different code pages share the same bytes only when both are utf-8.
 bool convert(int from, int to, std::string_view bytes, DataBuffer& out) {
   ByteSink sink(out);
   if (to == kCpUtf8) return decode(from, bytes, sink);
@@ -60,7 +60,7 @@ bool convert(int from, int to, std::string_view bytes, DataBuffer& out) {
   return decoded;
 }
 
-/// Runs a conversion that appends; what it threw becomes false.
+/// Runs a conversion that appends; an exception becomes false.
 template <class Run>
 bool converting(int codePage, Run&& run) noexcept {
   return isKnown(codePage) && neverThrow(false, std::forward<Run>(run));
@@ -99,7 +99,7 @@ bool EncodingConvert::EncConvert(int fromCodePage, int toCodePage, const void* b
                                  DataBuffer& out, LogBase& log) {
   const std::string_view input(static_cast<const char*>(bytes), bytes ? size : 0);
   const bool known = isKnown(fromCodePage) && isKnown(toCodePage);
-  // The input may be what `out` holds.
+  // The input may be in `out`.
   DataBuffer result;
   const bool whole = neverThrow(false, [&] {
     return known ? convert(fromCodePage, toCodePage, input, result) : result.append(input) && false;

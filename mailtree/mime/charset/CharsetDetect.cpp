@@ -1,4 +1,4 @@
-// mime/charset/CharsetDetect.cpp - which code page bytes are in, when their label does not say or says wrong.
+// mime/charset/CharsetDetect.cpp - finds the code page of bytes whose label is missing or wrong.
 #include <unicode/ucsdet.h>
 
 #include <algorithm>
@@ -15,8 +15,8 @@ namespace {
 
 constexpr unsigned byteOf(char c) noexcept { return static_cast<unsigned char>(c); }
 
-/// Whether the code page explains every byte.
-bool explains(int codePage, std::string_view bytes) {
+/// Whether the code page decodes every byte.
+bool decodesAll(int codePage, std::string_view bytes) {
   std::string scratch;
   return decodeToUtf8(codePage, bytes, scratch);
 }
@@ -34,14 +34,14 @@ constexpr Mark kMarks[] = {
     {"\xFE\xFF", kCpUtf16BE},
 };
 
-/// The byte order mark that the bytes begin with; null when there is none.
+/// The byte order mark at the beginning of the bytes; null when there is none.
 const Mark* markOf(std::string_view bytes) noexcept {
   const auto* const found = std::find_if(std::begin(kMarks), std::end(kMarks),
                                          [bytes](const Mark& mark) { return bytes.starts_with(mark.bytes); });
   return found == std::end(kMarks) ? nullptr : found;
 }
 
-// utf-16 without a mark: the upper halves of its units are mostly the same byte, and that is mostly zero.
+// utf-16 without a mark: the high bytes of its units are mostly equal, usually zero.
 
 constexpr bool isUtf16(int codePage) noexcept { return codePage == kCpUtf16LE || codePage == kCpUtf16BE; }
 
@@ -62,7 +62,7 @@ ZeroCounts countZeros(std::string_view bytes) noexcept {
   return zeros;
 }
 
-/// 0 when the zeros do not say.
+/// 0 when the zeros are inconclusive.
 int utf16ByZeros(std::string_view bytes) noexcept {
   const ZeroCounts zeros = countZeros(bytes);
   const std::size_t quarter = std::min(bytes.size(), kSample) / 8 + 1;  // of the units
@@ -86,15 +86,15 @@ constexpr EscapeRow kEscapes[] = {
 int codePageByEscapes(std::string_view bytes) {
   if (bytes.find('\x1B') == std::string_view::npos || !isAscii(bytes)) return 0;
   for (const auto& [escape, codePage] : kEscapes)
-    if (bytes.find(escape) != std::string_view::npos && explains(codePage, bytes)) return codePage;
+    if (bytes.find(escape) != std::string_view::npos && decodesAll(codePage, bytes)) return codePage;
   return 0;
 }
 
-// Western text: a few accented letters and typographic signs among ASCII letters. The statistics of so few
-// bytes say anything, so this is decided by what stands around them.
+// Western text: a few accented letters and typographic signs among ASCII letters. So few bytes give no usable
+// statistics, so the bytes around them decide.
 
-/// Typographic signs that Windows puts between 0x80 and 0xBF: euro, ellipsis, quotes, bullet, dashes,
-/// section, degree...
+/// Typographic signs of Windows between 0x80 and 0xBF: euro, ellipsis,
+/// quotes, bullet, dashes, section, degree...
 constexpr std::string_view kWesternSigns =
     "\x80\x85\x91\x92\x93\x94\x95\x96\x97\x99\xA0\xA3\xA7\xA9\xAB\xAE\xB0\xB4\xB7\xBB";
 
@@ -102,9 +102,9 @@ constexpr bool isWesternLetter(char c) noexcept {
   return byteOf(c) >= 0xC0 && byteOf(c) != 0xD7 && byteOf(c) != 0xF7;
 }
 
-/// Whether the accented letters from `begin` to `end` stand in a word: one anywhere, two beside an ASCII
-/// letter, never three.
-bool standsInWord(std::string_view bytes, std::size_t begin, std::size_t end) noexcept {
+/// Whether the accented letters from `begin` to `end` can be in a word: one anywhere,
+/// two next to an ASCII letter, never three.
+bool fitsInWord(std::string_view bytes, std::size_t begin, std::size_t end) noexcept {
   if (end - begin != 2) return end - begin < 2;
   return (begin > 0 && isAlphaAscii(bytes[begin - 1])) || (end < bytes.size() && isAlphaAscii(bytes[end]));
 }
@@ -122,7 +122,7 @@ bool looksWestern(std::string_view bytes) noexcept {
     }
     const std::size_t begin = i;
     while (i < bytes.size() && isWesternLetter(bytes[i])) ++i;
-    if (i == begin || !standsInWord(bytes, begin, i)) return false;
+    if (i == begin || !fitsInWord(bytes, begin, i)) return false;
     accented += i - begin;
     --i;
   }
@@ -135,15 +135,15 @@ struct CloseDetector {
   void operator()(UCharsetDetector* detector) const noexcept { ucsdet_close(detector); }
 };
 
-constexpr std::int32_t kLeastConfidence = 10;
+constexpr std::int32_t kMinConfidence = 10;
 
-/// ISO pages have only controls between 0x80 and 0x9F, their Windows sisters letters and signs.
-struct Sister {
+/// ISO code pages have only controls between 0x80 and 0x9F, the related Windows code pages letters and signs.
+struct RelatedPage {
   int isoPage;
   int windowsPage;
 };
 
-constexpr Sister kSisters[] = {
+constexpr RelatedPage kRelatedPages[] = {
     {kCpLatin1, kCpWindows1252}, {kCpLatin2, 1250}, {28597, 1253}, {28598, 1255}, {28599, 1254}};
 
 bool hasC1(std::string_view bytes) noexcept {
@@ -151,10 +151,11 @@ bool hasC1(std::string_view bytes) noexcept {
                      [](char c) { return byteOf(c) >= 0x80 && byteOf(c) < 0xA0; });
 }
 
-int withSister(int codePage, std::string_view bytes) noexcept {
-  const auto* const found = std::find_if(std::begin(kSisters), std::end(kSisters),
-                                         [codePage](const Sister& row) { return row.isoPage == codePage; });
-  return found != std::end(kSisters) && hasC1(bytes) ? found->windowsPage : codePage;
+int withRelatedPage(int codePage, std::string_view bytes) noexcept {
+  const auto* const found =
+      std::find_if(std::begin(kRelatedPages), std::end(kRelatedPages),
+                   [codePage](const RelatedPage& row) { return row.isoPage == codePage; });
+  return found != std::end(kRelatedPages) && hasC1(bytes) ? found->windowsPage : codePage;
 }
 
 int codePageByStatistics(std::string_view bytes) {
@@ -166,21 +167,22 @@ int codePageByStatistics(std::string_view bytes) {
   const UCharsetMatch** const matches = ucsdet_detectAll(detector.get(), &count, &error);
   if (U_FAILURE(error)) return 0;
   for (std::int32_t i = 0; i < count; ++i) {  // the best first
-    if (ucsdet_getConfidence(matches[i], &error) < kLeastConfidence) return 0;
-    const int codePage = withSister(codePageOfCharset(viewOf(ucsdet_getName(matches[i], &error))), bytes);
-    if (codePage && codePage != kCpUtf8 && explains(codePage, bytes)) return codePage;
+    if (ucsdet_getConfidence(matches[i], &error) < kMinConfidence) return 0;
+    const int codePage =
+        withRelatedPage(codePageOfCharset(viewOf(ucsdet_getName(matches[i], &error))), bytes);
+    if (codePage && codePage != kCpUtf8 && decodesAll(codePage, bytes)) return codePage;
   }
   return 0;
 }
 
-// Damage. Characters beyond ASCII say which charset a text is in, and so only they are counted.
+// Damage. Only non-ASCII characters are counted, because they tell which charset a text is in.
 
 struct Sequences {
   std::size_t valid = 0;
   std::size_t damaged = 0;
 
   bool mostlyValid() const noexcept { return valid > 0 && valid >= 9 * damaged; }
-  bool oneBesideValid() const noexcept { return valid > 0 && damaged == 1; }
+  bool oneAmongValid() const noexcept { return valid > 0 && damaged == 1; }
 };
 
 Sequences utf8Sequences(std::string_view bytes) noexcept {
@@ -198,7 +200,7 @@ Sequences utf8Sequences(std::string_view bytes) noexcept {
   return found;
 }
 
-/// Counted in what a conversion gave. With wide units ASCII letters say as much as any other.
+/// Counted in the result of a conversion. With wide units ASCII letters count like any other.
 Sequences sequencesIn(int codePage, std::string_view bytes) {
   std::string utf8;
   decodeToUtf8(codePage, bytes, utf8);
@@ -213,12 +215,12 @@ Sequences sequencesIn(int codePage, std::string_view bytes) {
   return found;
 }
 
-/// Whether a label that names a multibyte charset is wrong for all that some of the text can be read in it.
+/// Whether the bytes disprove a multibyte label although some of the text can be read in it.
 bool contradicts(int claimed, std::string_view bytes) noexcept {
   if (!hasWideUnits(claimed)) return isAsciiCompatible(claimed) && looksWestern(bytes);
   const ZeroCounts zeros = countZeros(bytes);
   if (zeros.even + zeros.odd == 0) return isAscii(bytes) || looksWestern(bytes);
-  // Zeros on both sides: a byte is lacking in the middle, and what follows is out of step.
+  // Zeros on both sides: a byte is missing in the middle, and the rest is misaligned.
   const auto [fewer, more] = std::minmax(zeros.even, zeros.odd);
   return isUtf16(claimed) && 4 * fewer > more;
 }
@@ -226,34 +228,34 @@ bool contradicts(int claimed, std::string_view bytes) noexcept {
 DamagedReading readDamaged(int claimed, std::string_view bytes) {
   if (isAsciiCompatible(claimed) && isValidUtf8(bytes)) return {kCpUtf8, 0};
   const Sequences utf8 = utf8Sequences(bytes);
-  const bool isBelieved = claimed == kCpUtf8 && utf8.valid > utf8.damaged;
-  if (isBelieved || utf8.mostlyValid()) return {kCpUtf8, utf8.damaged};
+  const bool isLabelTrusted = claimed == kCpUtf8 && utf8.valid > utf8.damaged;
+  if (isLabelTrusted || utf8.mostlyValid()) return {kCpUtf8, utf8.damaged};
 
   if (claimed != kCpUtf8 && isMultibyte(claimed) && !contradicts(claimed, bytes)) {
     const Sequences found = sequencesIn(claimed, bytes);
-    if (found.mostlyValid() || found.oneBesideValid()) return {claimed, found.damaged};
+    if (found.mostlyValid() || found.oneAmongValid()) return {claimed, found.damaged};
   }
   if (utf8.damaged == 0) return {kCpUtf8, 0};
-  // A capital before a closing quote, alone in a western text, is a sequence of utf-8 too.
-  const bool isUtf8 = utf8.oneBesideValid() && (holdsAccentInUtf8(bytes) || !looksWestern(bytes));
+  // In western text a capital before a closing quote is also a valid utf-8 sequence.
+  const bool isUtf8 = utf8.oneAmongValid() && (containsUtf8Accent(bytes) || !looksWestern(bytes));
   return isUtf8 ? DamagedReading{kCpUtf8, 1} : DamagedReading{0, 0};
 }
 
 int detect(std::string_view bytes) {
   if (bytes.empty()) return 0;
   if (const int codePage = codePageByEscapes(bytes)) return codePage;
-  if (const int codePage = utf16ByZeros(bytes); codePage && explains(codePage, bytes)) return codePage;
+  if (const int codePage = utf16ByZeros(bytes); codePage && decodesAll(codePage, bytes)) return codePage;
   if (readDamaged(0, bytes).codePage == kCpUtf8) return kCpUtf8;
   return looksWestern(bytes) ? kCpWindows1252 : codePageByStatistics(bytes);
 }
 
 // A received text
 
-/// Which utf-16 a text is in whose label says utf-16. Without a mark and without a byte order in the label it
-/// is big-endian (RFC 2781, 4.3), unless its zeros say otherwise.
+/// The utf-16 variant of a text labelled utf-16. Without a mark and without a byte order in the label it is
+/// big-endian (RFC 2781, 4.3), unless its zeros say otherwise.
 int utf16ByLabel(std::string_view label, int codePage, std::string_view bytes) noexcept {
-  const bool saysOrder = codePage == kCpUtf16BE || containsNoCase(label, "le");
-  if (saysOrder) return codePage;
+  const bool namesByteOrder = codePage == kCpUtf16BE || containsNoCase(label, "le");
+  if (namesByteOrder) return codePage;
   return utf16ByZeros(bytes) == kCpUtf16LE ? kCpUtf16LE : kCpUtf16BE;
 }
 
@@ -267,16 +269,16 @@ class Receiver {
     const int named = codePageOfCharset(m_label);
     const int declared = isUtf16(named) ? byUtf16Label(named) : named;
     const Mark* const mark = markOf(m_bytes);
-    if (declared && carries(declared, TextOrigin::declared)) return m_result;
-    if (mark && carries(mark->codePage, TextOrigin::byteOrderMark)) return m_result;
-    if (const int escapes = codePageByEscapes(m_bytes); escapes && carries(escapes, TextOrigin::detected))
+    if (declared && tryCodePage(declared, TextOrigin::declared)) return m_result;
+    if (mark && tryCodePage(mark->codePage, TextOrigin::byteOrderMark)) return m_result;
+    if (const int escapes = codePageByEscapes(m_bytes); escapes && tryCodePage(escapes, TextOrigin::detected))
       return m_result;
-    if (mark ? carriesDamaged(mark->codePage, TextOrigin::byteOrderMark)
-             : carriesDamaged(declared, TextOrigin::declared))
+    if (mark ? tryDamaged(mark->codePage, TextOrigin::byteOrderMark)
+             : tryDamaged(declared, TextOrigin::declared))
       return m_result;
-    if (const int detected = detectCodePage(m_bytes); detected && carries(detected, TextOrigin::detected))
+    if (const int detected = detectCodePage(m_bytes); detected && tryCodePage(detected, TextOrigin::detected))
       return m_result;
-    return {TextOrigin::unexplained, 0, false};
+    return {TextOrigin::undetected, 0, false};
   }
 
  private:
@@ -285,17 +287,17 @@ class Receiver {
     return mark && isUtf16(mark->codePage) ? mark->codePage : utf16ByLabel(m_label, declared, m_bytes);
   }
 
-  /// Whether the code page explains every byte; m_result then says how, and m_out holds the text if it had to
-  /// be converted.
-  bool carries(int codePage, TextOrigin origin) {
+  /// Tries a code page that must decode every byte; m_result then says how, and m_out
+  /// holds the text if it had to be converted.
+  bool tryCodePage(int codePage, TextOrigin origin) {
     m_result = {origin, codePage, false};
     if (codePage == kCpUtf8) return isValidUtf8(m_bytes);
     if (isAsciiCompatible(codePage) && isAscii(m_bytes)) return true;
     return convert(codePage);
   }
 
-  /// Whether a code page, `claimed` if it can be, explains enough of a text that none explains wholly.
-  bool carriesDamaged(int claimed, TextOrigin origin) {
+  /// Tries a code page, `claimed` if possible, that decodes enough of a text that none decodes completely.
+  bool tryDamaged(int claimed, TextOrigin origin) {
     const auto [codePage, damaged] = readDamaged(claimed, m_bytes);
     if (codePage == 0) return false;
     const TextOrigin other = damaged == 0 ? TextOrigin::validUtf8 : TextOrigin::detected;
@@ -304,9 +306,9 @@ class Receiver {
     return true;
   }
 
-  /// False when some byte had no meaning; of a damaged text the rest is taken all the same.
+  /// False when some byte was invalid; the rest of a damaged text is kept.
   bool convert(int codePage) {
-    // utf-16's mark is no part of the text.
+    // The mark of utf-16 does not belong to the text.
     const Mark* const mark = isUtf16(codePage) ? markOf(m_bytes) : nullptr;
     DataBuffer text;
     const bool whole = decodeToUtf8(codePage, m_bytes.substr(mark ? mark->bytes.size() : 0), text);
@@ -319,12 +321,12 @@ class Receiver {
   std::string_view m_label;
   std::string_view m_bytes;
   DataBuffer& m_out;
-  DecodedText m_result{TextOrigin::unexplained, 0, false};
+  DecodedText m_result{TextOrigin::undetected, 0, false};
 };
 
 }  // namespace
 
-bool holdsAccentInUtf8(std::string_view bytes) noexcept {
+bool containsUtf8Accent(std::string_view bytes) noexcept {
   for (std::size_t i = 0; i + 1 < bytes.size(); ++i)
     if ((bytes[i] == '\xC2' || bytes[i] == '\xC3') && is8bit(bytes[i + 1])) return true;
   return false;
@@ -334,12 +336,12 @@ int detectCodePage(std::string_view bytes) {
   return neverThrow(0, [bytes] { return detect(bytes); });
 }
 
-DamagedReading readDespiteDamage(int claimed, std::string_view bytes) {
+DamagedReading codePageDespiteDamage(int claimed, std::string_view bytes) {
   return neverThrow(DamagedReading{0, 0}, [=] { return readDamaged(claimed, bytes); });
 }
 
 DecodedText receivedTextToUtf8(std::string_view label, std::string_view bytes, DataBuffer& out) {
-  return neverThrow(DecodedText{TextOrigin::unexplained, 0, false},
+  return neverThrow(DecodedText{TextOrigin::undetected, 0, false},
                     [&] { return Receiver(label, bytes, out).run(); });
 }
 

@@ -1,7 +1,8 @@
 // mime/charset/CharsetDoubleByte.cpp - the East Asian charsets of one and two bytes, by table.
 //
-// A table is made of ICU's mappings when its code page is first met; after that a text costs a look-up per
-// character. What does not fit into two bytes in and three out is asked of ICU each time: it is rare in mail.
+// A table is built from ICU's mappings when its code page is first used; after that a text costs a look-up
+// per character. Characters of more than two bytes, or more than three in utf-8, are converted by ICU each
+// time: they are rare in mail.
 #include <algorithm>
 #include <cstring>
 #include <iterator>
@@ -19,13 +20,13 @@ constexpr unsigned byteOf(char c) noexcept { return static_cast<unsigned char>(c
 enum class LongForm {
   none,
   threeAfter8F,     ///< 8F and two bytes: the supplementary set of euc-jp.
-  fourWithFigures,  ///< gb18030: the second byte is a figure.
+  fourWithFigures,  ///< gb18030: the second byte is an ASCII digit.
 };
 
-/// Where the characters of a family come from.
+/// The source of a family's characters.
 struct Family {
   const char* converter;
-  const char* fallback;  ///< Has what `converter` has not, or has for private use only. May be null.
+  const char* fallback;  ///< For characters that `converter` lacks or maps to private use. May be null.
   LongForm longForm;
 };
 
@@ -45,7 +46,7 @@ struct FamilyRow {
   FamilyIndex family;
 };
 
-/// Read as the web reads them: each as the largest charset of its kind.
+/// Decoded as on the web: each as the largest charset of its kind.
 constexpr FamilyRow kFamilyOf[] = {
     {932, shiftJis},  {936, chinese},  {949, korean},     {950, big5},      {951, hongKong}, {20932, eucJp},
     {20936, chinese}, {20949, korean}, {kCpEucJp, eucJp}, {51936, chinese}, {51949, korean}, {54936, chinese},
@@ -59,7 +60,7 @@ const FamilyRow* familyRow(int codePage) noexcept {
 
 constexpr PackedUtf8 kLead = 0;                        ///< Of a single byte: it begins a longer form.
 constexpr PackedUtf8 kUndefined = kPackedReplacement;  ///< Of a pair: no character.
-constexpr PackedUtf8 kAskIcu =
+constexpr PackedUtf8 kUseIcu =
     kPackedDamage;  ///< Of a pair: a longer form, or a character that does not fit.
 
 struct Table {
@@ -72,23 +73,22 @@ struct Table {
 constexpr bool isSurrogate(char16_t c) noexcept { return (c & 0xF800) == 0xD800; }
 constexpr bool isPrivateUse(char16_t c) noexcept { return c >= 0xE000 && c <= 0xF8FF; }
 
-/// Whether the converter read a form as one, not as a byte without meaning and another character behind it.
-/// ICU hands on some undefined bytes as C1 controls.
+/// Whether the converter read a form as one character, not as an invalid byte followed by another character.
+/// ICU passes some undefined bytes through as C1 controls.
 bool isCharacter(std::u16string_view units) noexcept {
   return !units.empty() && std::all_of(units.begin(), units.end(),
                                        [](char16_t c) { return c >= 0xA0 && c != kReplacementCharacter; });
 }
 
-/// What a table holds of a character.
+/// The table entry of a character.
 PackedUtf8 entryOf(std::u16string_view units) noexcept {
-  return units.size() == 1 && !isSurrogate(units[0]) ? packUtf8(units[0]) : kAskIcu;
+  return units.size() == 1 && !isSurrogate(units[0]) ? packUtf8(units[0]) : kUseIcu;
 }
 
 constexpr unsigned kFirstTrail = 0x30, kLastTrail = 0xFE;
 
-/// Fills one row of pairs where it has nothing yet. The pairs go through the converter in one text, a line
-/// each.
-void fillRow(const char* converter, unsigned lead, bool privateUseToo, std::array<PackedUtf8, 256>& row) {
+/// Fills the empty pairs of one row. The pairs are converted in one text, a line each.
+void fillRow(const char* converter, unsigned lead, bool allowPrivateUse, std::array<PackedUtf8, 256>& row) {
   std::string text;
   for (unsigned trail = kFirstTrail; trail <= kLastTrail; ++trail) {
     text += static_cast<char>(lead);
@@ -103,19 +103,19 @@ void fillRow(const char* converter, unsigned lead, bool privateUseToo, std::arra
   for (unsigned trail = kFirstTrail; trail <= kLastTrail; ++trail) {
     const std::size_t end = std::min(rest.find(u'\n'), rest.size());
     const std::u16string_view one = rest.substr(0, end);
-    const bool wanted = isCharacter(one) && (!isPrivateUse(one[0]) || (privateUseToo && one.size() == 1));
+    const bool wanted = isCharacter(one) && (!isPrivateUse(one[0]) || (allowPrivateUse && one.size() == 1));
     if (row[trail] == kUndefined && wanted) row[trail] = entryOf(one);
     rest.remove_prefix(std::min(end + 1, rest.size()));
   }
 }
 
-/// Pairs that begin a form of three or four bytes.
+/// Marks the pairs that begin a form of three or four bytes.
 void markLongForms(LongForm form, unsigned lead, std::array<PackedUtf8, 256>& row) {
-  if (form == LongForm::threeAfter8F && lead == 0x8F) row.fill(kAskIcu);
-  if (form == LongForm::fourWithFigures) std::fill(row.begin() + '0', row.begin() + '9' + 1, kAskIcu);
+  if (form == LongForm::threeAfter8F && lead == 0x8F) row.fill(kUseIcu);
+  if (form == LongForm::fourWithFigures) std::fill(row.begin() + '0', row.begin() + '9' + 1, kUseIcu);
 }
 
-/// A byte on its own, asked of the family's converters.
+/// The entry of a single byte, from the family's converters.
 PackedUtf8 singleOf(const Family& family, unsigned byte) {
   const char c = static_cast<char>(byte);
   for (const char* const converter : {family.converter, family.fallback}) {
@@ -135,10 +135,10 @@ std::unique_ptr<const Table> makeTable(const Family& family) {
     row.fill(kUndefined);
     if (table->single[lead] != kLead) continue;
     markLongForms(family.longForm, lead, row);
-    fillRow(family.converter, lead, /*privateUseToo=*/!family.fallback, row);
+    fillRow(family.converter, lead, /*allowPrivateUse=*/!family.fallback, row);
     if (!family.fallback) continue;
-    fillRow(family.fallback, lead, /*privateUseToo=*/false, row);
-    fillRow(family.converter, lead, /*privateUseToo=*/true, row);
+    fillRow(family.fallback, lead, /*allowPrivateUse=*/false, row);
+    fillRow(family.converter, lead, /*allowPrivateUse=*/true, row);
   }
   return table;
 }
@@ -160,7 +160,7 @@ const Table& tableOf(FamilyIndex family) {
   }
 }
 
-/// How many bytes the form at p has; 0 when they cannot be one.
+/// The size of the form at p; 0 when the bytes cannot be one.
 std::size_t formSize(LongForm form, const char* p, std::size_t left) noexcept {
   if (form == LongForm::threeAfter8F && byteOf(p[0]) == 0x8F)
     return left >= 3 && byteOf(p[1]) >= 0xA1 && byteOf(p[2]) >= 0xA1 ? 3 : 0;
@@ -179,10 +179,10 @@ std::string utf8Of(std::u16string_view units) {
   return utf8;
 }
 
-/// U+FFFD in gb18030, the one character that ICU's answer does not tell from bytes that mean nothing.
+/// U+FFFD in gb18030, the only character that ICU's result does not distinguish from invalid bytes.
 constexpr std::string_view kReplacementForm = "\x84\x31\xA4\x37";
 
-/// A form that no table holds, asked of the family's converters; empty when it means nothing.
+/// A form that no table holds, from the family's converters; empty when it is invalid.
 std::string rareCharacter(const Family& family, std::string_view bytes) {
   if (family.longForm == LongForm::fourWithFigures && bytes == kReplacementForm) return "\xEF\xBF\xBD";
   for (const char* const converter : {family.converter, family.fallback}) {
@@ -203,11 +203,11 @@ class Decoder {
         m_end(m_p + bytes.size()),
         m_out(out) {}
 
-  /// False when some byte meant nothing.
+  /// False when some byte was invalid.
   bool run() {
     while (m_p < m_end) {
       decodeByTable();
-      const bool isFull = m_used > kRoom - kMostPerStep;
+      const bool isFull = m_used > kRoom - kMaxPerStep;
       flush();
       if (m_p < m_end && !isFull) decodeRare();
     }
@@ -217,15 +217,15 @@ class Decoder {
 
  private:
   static constexpr std::size_t kRoom = 8192;
-  static constexpr std::size_t kMostPerStep = 16;
+  static constexpr std::size_t kMaxPerStep = 16;
 
-  /// As far as the table and the buffer go. In locals, since the bytes that are stored could be any member's.
+  /// Decodes while table and buffer suffice. Uses locals, because the stored bytes could alias any member.
   void decodeByTable() noexcept {
     const Table& table = m_table;
     const char* p = m_p;
     const char* const end = m_end;
     char* to = m_buffer.data() + m_used;
-    const char* const full = m_buffer.data() + kRoom - kMostPerStep;
+    const char* const full = m_buffer.data() + kRoom - kMaxPerStep;
     while (p < end && to <= full) {
       if (!is8bit(*p)) {
         if (!copyAsciiWord(p, end, to)) *to++ = *p++;
@@ -257,7 +257,7 @@ class Decoder {
     return true;
   }
 
-  /// Four characters of two bytes that the table holds. Rows of bytes that stand for themselves hold none.
+  /// Decodes four two-byte characters of the table. Rows of single-byte characters have none.
   static bool takeFourPairs(const Table& table, const char*& p, const char* end, char*& to) noexcept {
     if (end - p < 8 || !(is8bit(p[0]) && is8bit(p[2]) && is8bit(p[4]) && is8bit(p[6]))) return false;
     const PackedUtf8 pairs[] = {table.pairAt(p), table.pairAt(p + 2), table.pairAt(p + 4),
@@ -280,7 +280,7 @@ class Decoder {
         return;
       }
     }
-    // An ASCII byte behind a stray lead byte is itself, so that no line break or "<" is swallowed.
+    // An ASCII byte after a stray lead byte is kept, so no line break or "<" is swallowed.
     m_p += left >= 2 && byteOf(m_p[1]) >= 0x80 ? 2 : 1;
     m_out.append(kReplacementUtf8);
     m_whole = false;

@@ -22,7 +22,7 @@ struct ConverterRow {
 };
 
 constexpr ConverterRow kConverters[] = {
-    {932, "ibm-943_P15A-2003"},  // what Windows calls Shift_JIS, mapping for mapping
+    {932, "ibm-943_P15A-2003"},  // the Shift_JIS of Windows, mapping for mapping
     {936, "windows-936-2000"},  {949, "windows-949-2000"},
     {950, "windows-950-2000"},  {951, "ibm-1375_P100-2008"},
     {kCpUtf32LE, "UTF-32LE"},   {kCpUtf32BE, "UTF-32BE"},
@@ -41,12 +41,12 @@ struct CloseConverter {
 };
 
 struct OpenConverter {
-  std::string_view name;  // of a literal
+  std::string_view name;  // points to a literal
   std::unique_ptr<UConverter, CloseConverter> converter;
 };
 
-/// Opening a converter costs more than converting a header with it, so every thread keeps those it has
-/// opened. Null when there is no such converter.
+/// Opening a converter costs more than converting a header with it, so every thread keeps the ones it opened.
+/// Null when there is no such converter.
 UConverter* converterNamed(const char* name) {
   thread_local std::vector<OpenConverter> opened;
   for (const OpenConverter& one : opened)
@@ -61,7 +61,7 @@ UConverter* converterNamed(const char* name) {
 
 void noteDamage(const void* context) noexcept { *static_cast<bool*>(const_cast<void*>(context)) = true; }
 
-/// Whether a callback was called about bytes or characters, not about the life of its converter.
+/// Whether a callback is about bytes or characters, not about the lifetime of its converter.
 constexpr bool isAboutText(UConverterCallbackReason reason) noexcept { return reason <= UCNV_IRREGULAR; }
 
 void replaceBytes(const void* context, UConverterToUnicodeArgs* args, const char*, std::int32_t,
@@ -83,8 +83,8 @@ void replaceCharacter(const void* context, UConverterFromUnicodeArgs* args, cons
   ucnv_cbFromUWriteUChars(args, &source, source + 1, 0, error);
 }
 
-/// Appends utf-16 as utf-8. A surrogate whose other half comes in the next piece is left out; how many units
-/// were taken.
+/// Appends utf-16 as utf-8 and returns the number of units used. A surrogate whose other
+/// half is in the next piece is left out.
 std::size_t appendUnits(const UChar* units, std::size_t count, bool more, ByteSink& out) {
   if (more && count && U16_IS_LEAD(units[count - 1])) --count;
   const std::size_t capacity = count * 3 + 1;
@@ -106,7 +106,7 @@ std::size_t appendUnits(const UChar* units, std::size_t count, bool more, ByteSi
   return count;
 }
 
-/// ibm-943 rotates three control characters, as the hosts of its name did.
+/// ibm-943 rotates three control characters, as IBM hosts did.
 constexpr std::string_view kRotating = "ibm-943_P15A-2003";
 
 char unrotated(char c) noexcept {
@@ -118,7 +118,7 @@ char unrotated(char c) noexcept {
   }
 }
 
-/// Puts the control characters back. No second byte of a character is one of them.
+/// Restores the control characters. No second byte of a character is one of them.
 void unrotate(char* bytes, std::size_t size) noexcept {
   std::transform(bytes, bytes + size, bytes, unrotated);
 }
@@ -141,7 +141,7 @@ bool decodeWithIcu(const char* name, std::string_view bytes, ByteSink& out) {
   ucnv_setToUCallBack(converter, replaceBytes, &damaged, nullptr, nullptr, &error);
 
   std::array<UChar, 2048> units;
-  std::size_t kept = 0;  // a surrogate from the piece before
+  std::size_t kept = 0;  // a surrogate from the previous piece
   const char* source = bytes.data();
   bool more = true;
   while (more) {

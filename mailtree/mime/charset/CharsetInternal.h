@@ -1,8 +1,8 @@
-// mime/charset/CharsetInternal.h - what the charset files share: the sink they write to, the single-byte tables, and
+// mime/charset/CharsetInternal.h - shared by the charset files: the output sink, the single-byte tables, and
 // one decoder and encoder per family of charsets.
 //
-// Decoders and encoders write the whole input: what has no meaning becomes U+FFFD or "?", and the answer is
-// then false. They throw bad_alloc only; the operations in Charset.h turn that into a failure.
+// Decoders and encoders process the whole input: invalid input becomes U+FFFD or "?", and the result is then
+// false. They throw only bad_alloc; the operations in Charset.h turn that into a failure.
 #pragma once
 
 #include <array>
@@ -19,7 +19,7 @@ namespace mailtree {
 
 inline constexpr std::string_view kReplacementUtf8 = "\xEF\xBF\xBD";
 
-/// Code pages that have no name in Charset.h because nobody outside these files asks for them.
+/// Code pages used only in these files, so without a name in Charset.h.
 inline constexpr int kCpWindows1252 = 1252;
 inline constexpr int kCpIso2022Jp = 50220;
 inline constexpr int kCpIso2022JpKana = 50221;
@@ -28,13 +28,13 @@ inline constexpr int kCpIso2022Kr = 50225;
 inline constexpr int kCpEucJp = 51932;
 inline constexpr int kCpHz = 52936;
 
-/// Appends to a string or a buffer, whichever the caller has.
+/// Appends to a string or a buffer.
 class ByteSink {
  public:
   explicit ByteSink(std::string& text) noexcept : m_text(&text) {}
   explicit ByteSink(DataBuffer& bytes) noexcept : m_bytes(&bytes) {}
 
-  /// Room for n more bytes, which the caller writes; shrink() gives back what is not used.
+  /// Room for n more bytes, which the caller writes; shrink() returns the unused part.
   char* grow(std::size_t n) {
     if (m_text) {
       m_text->resize(m_text->size() + n);
@@ -60,13 +60,12 @@ class ByteSink {
   DataBuffer* m_bytes = nullptr;
 };
 
-/// A character as utf-8 in one number: its bytes, the first one lowest, and their count in the top byte. So a
-/// decoder stores four bytes and moves on by the count, without a branch. Characters of four bytes do not fit
-/// in.
+/// A character as utf-8 in one number: its bytes, the first one lowest, and their count
+/// in the top byte. A decoder stores four bytes and advances by the count, without a
+/// branch. Characters of four bytes do not fit.
 using PackedUtf8 = std::uint32_t;
 inline constexpr PackedUtf8 kPackedLength = 0x07000000;
-inline constexpr PackedUtf8 kPackedDamage =
-    0x80000000;  ///< Stands for nothing; the bytes are those of U+FFFD.
+inline constexpr PackedUtf8 kPackedDamage = 0x80000000;  ///< Invalid; the bytes are those of U+FFFD.
 
 constexpr PackedUtf8 packUtf8(char16_t c) noexcept {
   const std::uint32_t u = c;
@@ -79,7 +78,7 @@ inline constexpr PackedUtf8 kPackedReplacement = packUtf8(0xFFFD) | kPackedDamag
 
 constexpr std::size_t packedLength(PackedUtf8 c) noexcept { return c >> 24 & 7; }
 
-/// Stores four bytes, of which packedLength() count; where the next character goes.
+/// Stores four bytes, packedLength() of them valid; returns where the next character goes.
 inline char* storePacked(PackedUtf8 c, char* to) noexcept {
   for (int i = 0; i < 4; ++i) to[i] = static_cast<char>(c >> (8 * i));
   return to + packedLength(c);
@@ -91,7 +90,7 @@ struct SingleByteCodec {
 
   int codePage;
   std::array<PackedUtf8, 256> utf8;  ///< By byte.
-  /// By byte from 0x80 on: the two bytes of its character; zeroes where there are not two.
+  /// By byte from 0x80 on: the two bytes of its character; zeros if it does not have two.
   std::array<std::uint8_t, 128> first, second;
   std::array<std::uint8_t, 1024> block;  ///< By the upper bits of a code point; block 0 is empty.
   std::array<std::uint8_t, 64 * kBlocks>
@@ -121,18 +120,18 @@ constexpr SingleByteCodec makeSingleByteCodec(int codePage, const HighHalf& read
 inline constexpr std::size_t kSingleByteCodecCount = 50;
 extern const SingleByteCodec kSingleByteCodecs[kSingleByteCodecCount];
 
-/// Null when the code page is none of a single byte.
+/// Null when the code page is not a single-byte one.
 const SingleByteCodec* singleByteCodec(int codePage) noexcept;
 bool decodeSingleByte(const SingleByteCodec& codec, std::string_view bytes, ByteSink& out);
 bool encodeSingleByte(const SingleByteCodec& codec, std::string_view utf8, ByteSink& out);
 
-// The work of decodeSingleByte, each in both ways.
+// The inner loop of decodeSingleByte, in a portable and a vector version.
 
-/// How far behind its end decoding may write.
+/// How many bytes beyond its end decoding may write.
 inline constexpr std::size_t kSingleByteMargin = 16;
 std::size_t count8bitPortable(std::string_view bytes) noexcept;
-/// Writes the characters to `to`, which has room for all and kSingleByteMargin more; where that ended. `whole` becomes
-/// false where a byte meant nothing.
+/// Writes the characters to `to`, which has room for all and kSingleByteMargin more; returns the end. `whole`
+/// becomes false when a byte was invalid.
 char* decodeSingleBytePortable(const SingleByteCodec& codec, std::string_view bytes, char* to,
                                bool& whole) noexcept;
 #if MAILTREE_HAS_AVX2_PATH
@@ -144,21 +143,21 @@ char* decodeSingleByteAvx2(const SingleByteCodec& codec, std::string_view bytes,
 bool decodeUtf16(std::string_view bytes, bool bigEndian, ByteSink& out);
 bool encodeUtf16(std::string_view utf8, bool bigEndian, ByteSink& out);
 
-/// The East Asian charsets of one and two bytes, through tables made of ICU's at first use.
+/// The East Asian charsets of one and two bytes, through tables built from ICU's at first use.
 bool isDoubleByte(int codePage) noexcept;
 bool decodeDoubleByte(int codePage, std::string_view bytes, ByteSink& out);
 
-/// iso-2022-jp in all the forms met in mail.
+/// iso-2022-jp in all the forms found in mail.
 bool isIso2022Jp(int codePage) noexcept;
 bool decodeIso2022Jp(std::string_view bytes, ByteSink& out);
 bool encodeIso2022Jp(std::string_view utf8, ByteSink& out);
 
-/// ICU's name of the converter that writes a code page (and, unless a table does it, reads it); null when
-/// there is none.
+/// ICU's name of the converter that encodes a code page (and, unless a table does
+/// it, decodes it); null when there is none.
 const char* icuConverterOf(int codePage) noexcept;
 bool decodeWithIcu(const char* converter, std::string_view bytes, ByteSink& out);
 bool encodeWithIcu(const char* converter, std::string_view utf8, ByteSink& out);
-/// The utf-16 of a few bytes; empty when some of them mean nothing.
+/// The utf-16 of a few bytes; empty when some of them are invalid.
 std::u16string decodeFewWithIcu(const char* converter, std::string_view bytes);
 
 /// Whether 7-bit bytes are ASCII in the code page.

@@ -1,8 +1,7 @@
 // mime/charset/CharsetIso2022Jp.cpp - iso-2022-jp (RFC 1468), as mailers really write it.
 //
-// Both directions go by way of euc-jp, which holds the same characters in the same rows with the top bits
-// set. So the rows that Windows added (circled figures, names with rare kanji) and half-width kana are read
-// and written too.
+// Both directions use euc-jp, which holds the same characters in the same rows with the top bits set. This
+// also covers the rows that Windows added (circled numbers, names with rare kanji) and half-width kana.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -24,7 +23,7 @@ constexpr unsigned byteOf(char c) noexcept { return static_cast<unsigned char>(c
 enum class Set { ascii, roman, kana, kanji, supplement };
 
 struct Designation {
-  std::string_view sequence;  ///< Behind ESC.
+  std::string_view sequence;  ///< After ESC.
   Set set;
 };
 
@@ -33,14 +32,14 @@ constexpr Designation kDesignations[] = {
     {"$@", Set::kanji}, {"$(B", Set::kanji}, {"$(@", Set::kanji}, {"$(D", Set::supplement},
 };
 
-/// Announces that a newer edition of a set follows; the designation behind it says all that matters.
+/// Announces a newer edition of the set that follows; only the designation after it matters.
 constexpr std::string_view kRevision = "&@";
 
 constexpr bool isGraphic(char c) noexcept { return c > ' ' && c < '\x7F'; }
 constexpr char withTopBit(char c) noexcept { return static_cast<char>(byteOf(c) | 0x80); }
 constexpr char withoutTopBit(char c) noexcept { return static_cast<char>(byteOf(c) & 0x7F); }
 
-// Runs are measured a word of eight bytes at a time.
+// Runs are measured in words of eight bytes.
 
 constexpr std::uint64_t eightTimes(unsigned byte) noexcept {
   return std::uint64_t{0x0101010101010101} * byte;
@@ -63,7 +62,7 @@ constexpr bool allPlain(std::uint64_t word) noexcept {
   return !(word & kTopBits) && !anyIs(word, kEscape) && !anyIs(word, kShiftOut);
 }
 
-/// The longest front of a text whose words, and then bytes, are of a kind.
+/// The longest prefix of a text whose words, and then bytes, are of a kind.
 template <class AreWords, class AreBytes>
 std::string_view runOf(std::string_view text, AreWords areWords, AreBytes areBytes) noexcept {
   std::uint64_t word = 0;
@@ -110,7 +109,7 @@ class Reader {
     if (single && isPlain(c) && !m_shifted) return takeRun();
     if (m_set == Set::kanji && !m_shifted && takePairs()) return;
     m_rest.remove_prefix(1);
-    if (c == '\r' || c == '\n') m_set = Set::ascii, m_shifted = false;  // whatever the line before forgot
+    if (c == '\r' || c == '\n') m_set = Set::ascii, m_shifted = false;  // every line begins in ASCII
     if (c == kShiftOut || c == kShiftIn) {
       m_shifted = c == kShiftOut;
     } else if (byteOf(c) >= 0x80) {
@@ -125,7 +124,7 @@ class Reader {
     }
   }
 
-  /// Plain characters up to whatever needs a closer look.
+  /// Copies plain characters up to the next special one.
   void takeRun() {
     const std::string_view run = runOf(m_rest, allPlain, isPlain);
     m_rest.remove_prefix(run.size());
@@ -144,7 +143,7 @@ class Reader {
     }
   }
 
-  /// Whole pairs up to whatever is no part of one; false when there are none.
+  /// Copies whole pairs; false when there are none.
   bool takePairs() {
     const std::size_t size = runOf(m_rest, allGraphic, isGraphic).size() & ~std::size_t{1};
     const std::size_t before = m_euc.size();
@@ -182,13 +181,13 @@ class Reader {
   std::string_view m_rest;
   ByteSink& m_out;
   Set m_set = Set::ascii;
-  bool m_shifted = false;  ///< Between SO and SI: half-width kana, an older way.
+  bool m_shifted = false;  ///< Between SO and SI: half-width kana in the old 7-bit form.
   bool m_whole = true;
-  std::string m_euc;  ///< Waits to be decoded.
+  std::string m_euc;  ///< Not decoded yet.
 };
 
-/// Whether the text uses the Chinese, Korean, Latin or Greek sets of iso-2022-jp-2 (RFC 1554), which are left
-/// to ICU.
+/// Whether the text uses the Chinese, Korean, Latin or Greek sets of
+/// iso-2022-jp-2 (RFC 1554), which ICU decodes.
 bool designatesOtherLanguages(std::string_view bytes) noexcept {
   constexpr std::string_view kOthers[] = {"\x1B$A", "\x1B$(A", "\x1B$(C", "\x1B.A", "\x1B.F"};
   return std::any_of(std::begin(kOthers), std::end(kOthers), [bytes](std::string_view sequence) {
@@ -237,14 +236,14 @@ bool encodeIso2022Jp(std::string_view utf8, ByteSink& out) {
     const char c = euc[i++];
     if (byteOf(c) <= 0xA0 && c != kEucKana && c != kEucSupplement) {
       switchTo(Set::ascii, set, text);
-      // A shift of the text's own would be read as one of ours; C1 controls have no 7-bit form.
+      // A shift character of the text would be read as one of ours; C1 controls have no 7-bit form.
       const bool unwritable = c == kEscape || c == kShiftOut || c == kShiftIn || byteOf(c) >= 0x80;
       whole &= !unwritable;
       text += unwritable ? '?' : c;
       continue;
     }
     if (c == kEucSupplement) {
-      // Few readers know the supplementary set, and RFC 1468 has no way to write it.
+      // Few readers know the supplementary set, and RFC 1468 cannot express it.
       switchTo(Set::ascii, set, text);
       text += '?';
       whole = false;

@@ -20,8 +20,8 @@ constexpr bool isAsciiWord(std::uint64_t word) noexcept { return (word & 0x80808
 
 constexpr unsigned byteOf(char c) noexcept { return static_cast<unsigned char>(c); }
 
-/// Copies ASCII, sixteen bytes at a time, and moves both pointers; stops before the first sixteen that hold
-/// another byte.
+/// Copies ASCII, sixteen bytes at a time, and moves both pointers; stops before the
+/// first sixteen that contain another byte.
 void copyAscii(const char*& p, const char* end, char*& to) noexcept {
   for (; end - p >= 16; p += 16, to += 16) {
     const std::uint64_t first = loadWord(p), second = loadWord(p + kWord);
@@ -94,7 +94,7 @@ char* decodeAll(const SingleByteCodec& codec, std::string_view bytes, char* to, 
 }  // namespace
 
 bool decodeSingleByte(const SingleByteCodec& codec, std::string_view bytes, ByteSink& out) {
-  // A character has three bytes at most, and each store is rounded up.
+  // A character has at most three bytes, and each store is rounded up.
   const std::size_t capacity = bytes.size() + 2 * count8bit(bytes) + kSingleByteMargin;
   char* const begin = out.grow(capacity);
   bool whole = true;
@@ -105,13 +105,13 @@ bool decodeSingleByte(const SingleByteCodec& codec, std::string_view bytes, Byte
 
 namespace {
 
-/// The byte of the well-formed character of two or three bytes at p; 0 when it is none, or has no byte.
+/// The byte of the well-formed character of two or three bytes at p; 0 when it is malformed or has no byte.
 std::uint8_t byteOfCharacter(const SingleByteCodec& codec, const char* p, std::size_t left,
                              std::size_t& size) noexcept {
   const auto isTrail = [](char c) { return (byteOf(c) & 0xC0) == 0x80; };
   const unsigned lead = byteOf(p[0]);
-  // utf-8 carries six bits in every byte after the first, so the blocks of 64 code points are in the bytes
-  // before the last.
+  // utf-8 has six bits in every byte after the first, so the bytes before the
+  // last select the block of 64 code points.
   if (lead >= 0xC2 && lead < 0xE0 && left >= 2 && isTrail(p[1])) {
     size = 2;
     return codec.bytes[codec.block[lead & 0x1F] * 64U + (byteOf(p[1]) & 0x3F)];
@@ -134,7 +134,7 @@ bool encodeSingleByte(const SingleByteCodec& codec, std::string_view utf8, ByteS
   bool whole = true;
   while (p < end) {
     copyAscii(p, end, to);
-    // Back to the search for long runs of ASCII after a while, not after every character.
+    // Looks for long runs of ASCII again after a while, not after every character.
     const char* const stop = p + std::min<std::ptrdiff_t>(end - p, 16);
     while (p < stop) {
       if (byteOf(*p) < 0x80) {

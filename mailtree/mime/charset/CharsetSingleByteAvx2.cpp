@@ -4,10 +4,10 @@
 
 #include <immintrin.h>
 
-// 32 bytes at a time: ASCII is copied; of the others, both bytes of utf-8 are looked up for all at once, sixteen
-// bytes of the code page to a table, and then written out by eights, two bytes for each character that has two.
-// Characters of three bytes are rare where words are made of one byte for each letter; eights that hold one go
-// the portable way.
+// 32 bytes at a time. ASCII is copied. For the others, both bytes of utf-8 are looked up for all at
+// once, with one table per sixteen bytes of the code page, and then written in groups of eight, two
+// bytes for each character that has two. Characters of three bytes are rare in alphabetic text;
+// groups with one use the portable code.
 //
 // The file is compiled for any x86-64 processor; only the functions marked here may use the wider
 // instructions, and they run only on a processor that has them.
@@ -18,7 +18,7 @@ constexpr std::size_t kBlock = 32;
 constexpr std::size_t kGroup = 8;
 constexpr unsigned kRow = 16;
 
-/// Which of eight pairs of bytes keep their second byte, by one bit per pair: what a shuffle moves where.
+/// The shuffle that drops unused second bytes of eight pairs, by one bit per pair that keeps it.
 using PairShuffles = std::array<std::array<std::uint8_t, 2 * kGroup>, 1 << kGroup>;
 alignas(16) constexpr PairShuffles kPairShuffles = [] {
   PairShuffles shuffles{};
@@ -40,7 +40,7 @@ MAILTREE_AVX2 inline std::uint32_t bitsOf(__m256i bytes) noexcept {
   return static_cast<std::uint32_t>(_mm256_movemask_epi8(bytes));
 }
 
-/// What a row of a table holds for each index, 0 where an index has its top bit set.
+/// The entry of a table row for each index, 0 where an index has its top bit set.
 MAILTREE_AVX2 inline __m256i lookUp(const std::uint8_t* row, __m256i indexes) noexcept {
   const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row));
   return _mm256_shuffle_epi8(_mm256_broadcastsi128_si256(bytes), indexes);
@@ -50,11 +50,11 @@ struct Pairs {
   __m256i first, second;
 };
 
-/// Both bytes of the characters that have two; zeroes for all others.
+/// Both bytes of the characters that have two; zeros for all others.
 MAILTREE_AVX2 inline Pairs pairsOf(const SingleByteCodec& codec, __m256i text) noexcept {
   Pairs pairs{_mm256_setzero_si256(), _mm256_setzero_si256()};
   for (unsigned row = 0; row < codec.first.size(); row += kRow) {
-    // In this row an index is below 16, elsewhere above; adding moves the border to where the top bit is.
+    // Indexes in this row are below 16, others above; adding moves the limit to the top bit.
     const __m256i offsets = _mm256_xor_si256(text, _mm256_set1_epi8(static_cast<char>(0x80 + row)));
     const __m256i indexes = _mm256_adds_epu8(offsets, _mm256_set1_epi8(0x80 - kRow));
     pairs.first = _mm256_or_si256(pairs.first, lookUp(codec.first.data() + row, indexes));
@@ -63,7 +63,7 @@ MAILTREE_AVX2 inline Pairs pairsOf(const SingleByteCodec& codec, __m256i text) n
   return pairs;
 }
 
-/// Writes eight characters, of which those with a bit have two bytes; stores sixteen.
+/// Writes eight characters; the bits mark those of two bytes. Stores sixteen bytes.
 MAILTREE_AVX2 inline char* putGroup(__m128i pairs, std::uint32_t twos, char* to) noexcept {
   twos &= kPairShuffles.size() - 1;
   const __m128i shuffle = _mm_load_si128(reinterpret_cast<const __m128i*>(kPairShuffles[twos].data()));

@@ -26,8 +26,8 @@ char* storePair(char16_t lead, char16_t trail, char* to) noexcept {
   return to;
 }
 
-/// Bytes whose room is asked for in one go, so that text of one byte per character does not claim three times
-/// its size.
+/// Bytes decoded with one allocation. Reserving for the whole text would claim
+/// three times the size of single-byte text.
 constexpr std::size_t kChunk = std::size_t{16} * 1024;
 
 }  // namespace
@@ -38,7 +38,7 @@ bool decodeUtf16(std::string_view bytes, bool bigEndian, ByteSink& out) {
   bool whole = bytes.size() % 2 == 0;
   while (p < end) {
     const char* const stop = p + std::min<std::ptrdiff_t>(end - p, kChunk);
-    // Three bytes for two, the last stores four, and a pair may reach over the chunk's end.
+    // Three bytes for two, the last store writes four, and a surrogate pair may extend beyond the chunk.
     const std::size_t capacity = static_cast<std::size_t>(stop - p) / 2 * 3 + 4;
     char* const begin = out.grow(capacity);
     char* to = begin;

@@ -25,7 +25,7 @@ constexpr Scripts kHan = 1 << 6;
 constexpr Scripts kKana = 1 << 7;
 constexpr Scripts kHangul = 1 << 8;
 constexpr Scripts kBopomofo = 1 << 9;
-constexpr Scripts kOther = 1 << 10;  // Only Unicode carries it.
+constexpr Scripts kOther = 1 << 10;  // Only Unicode has it.
 constexpr Scripts kSymbol = 1 << 11;
 constexpr Scripts kEmoji = 1 << 12;
 constexpr Scripts kMalformed = 1 << 13;
@@ -72,7 +72,7 @@ constexpr RangeRow kRanges[] =
         {0xF900, kHan},      {0xFB00, kLatin},                       // ligatures
         {0xFB13, kOther},    {0xFB1D, kHebrew},   {0xFB50, kArabic},
         {0xFE00, kCommon},                                            // variation selectors
-        {0xFE0F, kEmoji},                                             // the one that asks for an emoji
+        {0xFE0F, kEmoji},                                             // the one that selects emoji style
         {0xFE10, kCommon},   {0xFE70, kArabic},   {0xFEFF, kCommon},  // byte-order mark, full-width ASCII
         {0xFF65, kKana},                                              // half-width
         {0xFFA0, kHangul},   {0xFFE0, kCommon},   {0xFFF0, kOther},
@@ -101,8 +101,8 @@ const RangeRow* rowOf(char32_t c, const RangeRow* hint) noexcept {
 // Traditional charsets of one script, or of languages that share one.
 struct Family {
   Scripts scripts;
-  int sisters[4];  // Suggested, the one that today's readers know best first. 0: none.
-  int others[6];   // Not suggested, but as a preference they name the family.
+  int siblings[4];  // Suggested, the best supported one first. 0: none.
+  int others[6];    // Not suggested, but as a preference they name the family.
 };
 
 constexpr Family kFamilies[] = {
@@ -126,38 +126,38 @@ bool hasMember(const Family& family, int codePage) noexcept {
   const auto has = [codePage](const auto& codePages) {
     return std::find(std::begin(codePages), std::end(codePages), codePage) != std::end(codePages);
   };
-  return codePage > 0 && (has(family.sisters) || has(family.others));
+  return codePage > 0 && (has(family.siblings) || has(family.others));
 }
 
-bool carries(int codePage, std::string_view utf8, LogBase& log) {
+bool represents(int codePage, std::string_view utf8, LogBase& log) {
   DataBuffer scratch;
   return EncodingConvert::EncConvert(kCpUtf8, codePage, utf8.data(), utf8.size(), scratch, log);
 }
 
-// The code page of a preference that mail can be written in; 0 without one.
+// The code page of a preferred charset if mail can be written in it, else 0.
 int usableCodePage(const char* preferred) noexcept {
   const int codePage = codePageOfCharset(viewOf(preferred));
   return isMailCodePage(codePage) ? codePage : 0;
 }
 
-// A sister of the preferred charset that carries the text; 0 when there is none.
-int sisterFor(int preferred, Scripts scripts, std::string_view utf8, LogBase& log) {
+// A sibling of the preferred charset that can represent the text; 0 when there is none.
+int siblingFor(int preferred, Scripts scripts, std::string_view utf8, LogBase& log) {
   for (const Family& family : kFamilies) {
     const bool isOfFamily = (scripts & ~family.scripts) == 0;
     if (!isOfFamily || !hasMember(family, preferred)) continue;
-    for (const int sister : family.sisters)
-      if (sister != 0 && sister != preferred && carries(sister, utf8, log)) return sister;
+    for (const int sibling : family.siblings)
+      if (sibling != 0 && sibling != preferred && represents(sibling, utf8, log)) return sibling;
   }
   return 0;
 }
 
 int suggestedCodePage(int preferred, Scripts scripts, std::string_view utf8, LogBase& log) {
-  if (preferred != 0 && carries(preferred, utf8, log)) return preferred;
+  if (preferred != 0 && represents(preferred, utf8, log)) return preferred;
   const bool isLatin = (scripts & ~kLatin) == 0;
-  if (isLatin && (carries(kCpLatin1, utf8, log) || carries(kCpLatin2, utf8, log))) return 0;
-  // Text of ASCII letters is Latin, whatever quotes and dashes are in it.
-  const int sister = sisterFor(preferred, scripts == kCommon ? kLatin : scripts, utf8, log);
-  return sister != 0 ? sister : kCpUtf8;
+  if (isLatin && (represents(kCpLatin1, utf8, log) || represents(kCpLatin2, utf8, log))) return 0;
+  // Text of ASCII letters is Latin, whatever quotes and dashes it contains.
+  const int sibling = siblingFor(preferred, scripts == kCommon ? kLatin : scripts, utf8, log);
+  return sibling != 0 ? sibling : kCpUtf8;
 }
 
 }  // namespace
@@ -177,7 +177,7 @@ void UnicodeInfo::ExamineUnicode(std::string_view utf8) {
 
 void UnicodeInfo::suggestCharset(_svCharset& suggestion, const char* preferred, std::string_view utf8,
                                  LogBase& log) const {
-  // Without memory for a trial, utf-8 is never wrong.
+  // If memory runs out during a trial, utf-8 is always correct.
   suggestion.setByCodePage(neverThrow(
       kCpUtf8, [&] { return suggestedCodePage(usableCodePage(preferred), m_scripts, utf8, log); }));
 }

@@ -1,4 +1,5 @@
-// mime/charset/WrittenCharset.h - the charset that a text is really written in, where that is not the one asked for.
+// mime/charset/WrittenCharset.h - the charset a text is actually written in,
+// when the requested one cannot hold it.
 #pragma once
 
 #include <string_view>
@@ -8,8 +9,8 @@ namespace mailtree {
 inline constexpr int kCpChinese = 936;  ///< Simplified Chinese: gb2312 by its name, gbk by its bytes.
 inline constexpr int kCpGb18030 = 54936;
 
-/// The code page that a text is written in which is to go in `codePage` under its name. The name of 936 is that of
-/// the small set gb2312: what this does not hold goes in gb18030. All others stay.
+/// The code page used for a text that is to be written in `codePage` under the name of that code page. The
+/// name of 936 is gb2312, a small set: text beyond it uses gb18030. All others are unchanged.
 int codePageToWrite(int codePage, std::string_view utf8) noexcept;
 
 }  // namespace mailtree

@@ -11,8 +11,8 @@ namespace {
 
 constexpr std::uint32_t kBadQuad = 0x80000000;
 
-/// What a digit adds to the 24 bits of its group, by its place in it; the bytes come out first byte lowest,
-/// so that they can be stored as they are on a little-endian host.
+/// The bits a digit adds to the 24 bits of its group, by its position. The first byte is the lowest, so the
+/// bytes can be stored directly on a little-endian host.
 using QuadTable = std::array<std::array<std::uint32_t, 256>, 4>;
 
 constexpr QuadTable kQuads = [] {
@@ -38,7 +38,7 @@ void encodeTriple(const std::uint8_t* in, char* out) noexcept {
   for (unsigned place = 0; place < 4; ++place) out[place] = kDigits[bits >> (18 - 6 * place) & 0x3F];
 }
 
-/// Encodes a run without line breaks, padding at its end; where it ended in `out`.
+/// Encodes a run without line breaks, padding at its end; returns the end of the output.
 char* encodeRun(const std::uint8_t* data, std::size_t size, char* out) noexcept {
   for (; size >= 3; data += 3, size -= 3, out += 4) encodeTriple(data, out);
   if (size == 0) return out;
@@ -50,16 +50,16 @@ char* encodeRun(const std::uint8_t* data, std::size_t size, char* out) noexcept 
   return out + 4;
 }
 
-/// Whether a line is text in clear rather than base64 that was damaged: it has words, or hardly any digits.
+/// Whether a line is clear text rather than damaged base64: it has words, or hardly any digits.
 bool isClearText(std::string_view line) noexcept {
   const auto isStray = [](char c) { return digitValue(c) == kNoDigit && c != '='; };
   const std::string_view text = trim(line);
-  const auto strays = static_cast<std::size_t>(std::count_if(text.begin(), text.end(), isStray));
-  return 2 * strays > text.size() || (strays > 0 && text.find(' ') != std::string_view::npos);
+  const auto nonDigits = static_cast<std::size_t>(std::count_if(text.begin(), text.end(), isStray));
+  return 2 * nonDigits > text.size() || (nonDigits > 0 && text.find(' ') != std::string_view::npos);
 }
 
-/// Where decoding goes on behind the padding at p. Mailing lists put their footers, in clear, behind a padded text: once the
-/// padding ends its line and the next line is such text, all that follows is left alone.
+/// Where decoding continues after the padding at p. Mailing lists append their footers in clear text: when
+/// the padding ends its line and the next line is clear text, the rest is ignored.
 const char* afterPadding(const char* p, const char* end) noexcept {
   constexpr std::ptrdiff_t kEnough = 256;
   const char* at = p;
@@ -86,7 +86,7 @@ void decodeGroup(const char*& p, const char* end, std::uint8_t*& out) noexcept {
       break;
     }
   }
-  // A single digit holds no whole byte.
+  // A single digit does not make a byte.
   if (digits < 2) return;
   bits <<= 6 * (4 - digits);
   for (unsigned i = 0; i + 1 < digits; ++i) *out++ = static_cast<std::uint8_t>(bits >> (16 - 8 * i));

@@ -1,6 +1,6 @@
-// mime/coding/Base64.h - the base64 codec proper, in the widest vector instructions the processor has.
+// mime/coding/Base64.h - the base64 codec, in the widest vector instructions of the processor.
 //
-// Chosen once at run time; the portable path is always there and gives the same bytes.
+// Chosen once at run time; the portable code gives the same bytes.
 #pragma once
 
 #include <cstddef>
@@ -13,18 +13,18 @@ namespace mailtree::base64 {
 constexpr std::size_t decodedCapacity(std::size_t size) noexcept { return size / 4 * 3 + 3; }
 
 /// Decodes tolerantly (see ContentCoding) into `out`, which holds decodedCapacity(text.size()) bytes.
-/// @return bytes written. Padding ends a group, not the text: what follows it is decoded too, unless padding
-/// ends its line and the next line is no base64 (the footer of a mailing list).
+/// @return bytes written. Padding ends a group, not the text: decoding continues after it, unless padding
+///   ends its line and the next line is not base64 (the footer of a mailing list).
 std::size_t decode(std::string_view text, std::uint8_t* out) noexcept;
 
-/// Exact size of encode()'s output: lines of `lineLength` characters, CRLF after each; 0: one line without a
-/// break.
+/// Exact size of encode()'s output: lines of `lineLength` characters, CRLF
+/// after each; 0: one line without a break.
 std::size_t encodedSize(std::size_t size, std::size_t lineLength) noexcept;
 /// Encodes into `out`, which holds encodedSize(size, lineLength) bytes; returns that size. `lineLength` is a
 /// multiple of 4.
 std::size_t encode(const std::uint8_t* data, std::size_t size, char* out, std::size_t lineLength) noexcept;
 
-/// The portable twins, which the vector paths are tested against.
+/// The portable versions; tests compare the vector code with them.
 std::size_t decodePortable(std::string_view text, std::uint8_t* out) noexcept;
 std::size_t encodePortable(const std::uint8_t* data, std::size_t size, char* out,
                            std::size_t lineLength) noexcept;

@@ -6,10 +6,11 @@
 
 #include <cstring>
 
-// 32 digits at a time. Both directions work on whole lines where they can, and on lines of 76, which is what
-// mail has, by pairs: two blocks, one that is half the end of the first line and half the beginning of the
-// second, two blocks. The bytes of the two halves are neighbours, so the seam costs no more than any block. A
-// line that does not fill its blocks does some digits twice, which costs less than any handling of the rest.
+// 32 digits at a time. Both directions work on whole lines where they can. Lines of 76, the usual length in
+// mail, are processed in pairs: two blocks, one block of the end of the first line and the beginning of the
+// second, two blocks. The decoded bytes of the two halves are adjacent, so the middle block costs no more
+// than the others. In a line that is no multiple of a block some digits are processed twice, which is cheaper
+// than handling the rest separately.
 //
 // The file is compiled for any x86-64 processor; only the functions marked here may use the wider
 // instructions, and they run only on a processor that has them.
@@ -17,13 +18,13 @@ namespace mailtree::base64 {
 namespace {
 
 constexpr std::size_t kBlock = 32;       ///< Digits.
-constexpr std::size_t kBlockBytes = 24;  ///< What they stand for.
+constexpr std::size_t kBlockBytes = 24;  ///< The bytes they encode.
 
-/// A block's store is 28 bytes for 24, and its output buffer has 3 bytes for 4 digits: with this many digits
-/// left the store stays inside.
+/// A block stores 28 bytes for 24, and its output buffer has 3 bytes for 4 digits: with this many digits left
+/// the store stays inside.
 constexpr std::ptrdiff_t kDecodeMargin = 44;
 
-constexpr std::size_t kOverread = 4;  ///< What a block's load may read behind it.
+constexpr std::size_t kOverread = 4;  ///< Bytes that a block may load after its end.
 
 constexpr std::size_t kBreakSize = 2;  ///< CRLF
 
@@ -39,16 +40,16 @@ constexpr Lookup makeLookup(Entry entry) {
   return table;
 }
 
-// A digit is checked and turned into its value by one hash. The low nibble of a byte says where in a row of
-// sixteen slots its column begins, the high nibble how far from there: each slot holds what is added to a byte
-// and the largest value that may come out. What is no digit comes to a slot in which it ends above that, or
-// below zero, which is above it when read without a sign. The columns overlap in the row, with no slot to
-// spare; classesAreExact() goes through all bytes.
+// One hash checks a digit and gives its value. The low nibble of a byte selects where its column
+// begins in a row of sixteen slots, the high nibble the position in the column. Each slot holds the
+// number to add to the byte and the largest valid result. A byte that is not a digit hits a slot where
+// the result is larger, or negative, which is larger when read as unsigned. The columns overlap and
+// use all slots; classesAreExact() checks all bytes.
 
-/// Upper case, lower case, figures, plus, slash: the digits that a slot is for.
+/// The class of digits of each slot: upper case, lower case, decimal, plus, slash.
 constexpr char kSlots[17] = "UPLUSLUULDUULLDU";
 
-/// Where a column begins, by low nibble. Most hold a figure and a letter of each kind.
+/// Where a column begins, by low nibble. Most hold a decimal digit and an upper-case and a lower-case letter.
 constexpr int columnOf(int lowNibble) {
   constexpr int kColumns[16] = {11, 6, 6, 6, 6, 6, 6, 6, 6, 6, 6, 15, 6, 6, 6, 2};
   return kColumns[lowNibble];
@@ -86,11 +87,11 @@ constexpr bool classesAreExact() {
 }
 static_assert(classesAreExact());
 
-/// From four 24-bit groups, each in the low end of 32 bits, to twelve bytes.
+/// Packs four 24-bit groups, each in the low end of 32 bits, into twelve bytes.
 constexpr Lookup kGather = makeLookup([](int i) { return i < 12 ? i / 3 * 4 + 2 - i % 3 : 0x80; });
 
-/// From twelve bytes to the middle, low, high, middle byte of each triple, so that every digit's bits are in
-/// one unit. `first`: where in each lane the twelve bytes begin.
+/// Spreads twelve bytes into the middle, low, high, middle byte of each triple, so the bits of every digit
+/// are in one unit. The arguments: where in each lane the twelve bytes begin.
 constexpr Lookup makeSpread(int firstOfLow, int firstOfHigh) {
   constexpr int kOrder[4] = {1, 0, 2, 1};
   Lookup table{};
@@ -100,14 +101,14 @@ constexpr Lookup makeSpread(int firstOfLow, int firstOfHigh) {
   return table;
 }
 
-/// Of two loads that read the block and nothing else: its first 16 bytes, its last 16.
+/// For two loads inside the block: its first 16 bytes, its last 16.
 constexpr Lookup kSpreadWithin = makeSpread(0, 4);
 
-/// Of one load that begins kAhead bytes before the block.
+/// For one load that begins kAhead bytes before the block.
 constexpr std::size_t kAhead = 4;
 constexpr Lookup kSpreadAcross = makeSpread(kAhead, 0);
 
-/// What turns a value into its digit, by range: 0-25, 26-51, the figures, "+", "/".
+/// The difference of digit and value, by range: 0-25, 26-51, decimal digits, "+", "/".
 constexpr Lookup kDigitOffsets = makeLookup([](int range) {
   if (range == 0) return 'A' - 0;
   if (range == 1) return 'a' - 26;
@@ -144,7 +145,7 @@ MAILTREE_AVX2 inline void storeHalves(void* low, void* high, __m256i bytes) noex
 
 struct Values {
   __m256i values;
-  __m256i strange;  ///< Non-zero where a byte is no digit.
+  __m256i nonDigits;  ///< Non-zero where a byte is not a digit.
 };
 
 MAILTREE_AVX2 inline Values valuesOf(__m256i text) noexcept {
@@ -154,33 +155,33 @@ MAILTREE_AVX2 inline Values valuesOf(__m256i text) noexcept {
   return {values, _mm256_subs_epu8(values, _mm256_shuffle_epi8(load(kLargest), slots))};
 }
 
-/// One bit per byte that is no digit.
-MAILTREE_AVX2 inline std::uint32_t maskOf(__m256i strange) noexcept {
-  const __m256i digits = _mm256_cmpeq_epi8(strange, _mm256_setzero_si256());
+/// One bit per byte that is not a digit.
+MAILTREE_AVX2 inline std::uint32_t maskOf(__m256i nonDigits) noexcept {
+  const __m256i digits = _mm256_cmpeq_epi8(nonDigits, _mm256_setzero_si256());
   return ~static_cast<std::uint32_t>(_mm256_movemask_epi8(digits));
 }
 
-/// Stores the 24 bytes of 32 values, and 4 of nothing behind them. Two stores of 16 bytes are cheaper than
-/// moving the halves together.
+/// Stores the 24 bytes of 32 values, and 4 zero bytes after them. Two stores of 16
+/// bytes are cheaper than joining the halves.
 MAILTREE_AVX2 inline void storeDecoded(__m256i values, std::uint8_t* out) noexcept {
-  // Six bits to twelve, twelve to twenty-four: first value times 64 plus second, first pair times 4096 plus
-  // second.
+  // Joins six bits to twelve, then twelve to twenty-four: first value times 64 plus
+  // second, first pair times 4096 plus second.
   const __m256i pairs = _mm256_maddubs_epi16(values, _mm256_set1_epi32(0x01400140));
   const __m256i groups = _mm256_madd_epi16(pairs, _mm256_set1_epi32(0x00011000));
   storeHalves(out, out + kBlockBytes / 2, _mm256_shuffle_epi8(groups, load(kGather)));
 }
 
-/// Decodes a block and adds to `wrong` what is no digit in it.
+/// Decodes a block and adds its bytes that are not digits to `wrong`.
 MAILTREE_AVX2 inline void decodeBlock(__m256i text, std::uint8_t* out, __m256i& wrong) noexcept {
   const Values block = valuesOf(text);
-  wrong = _mm256_or_si256(wrong, block.strange);
+  wrong = _mm256_or_si256(wrong, block.nonDigits);
   storeDecoded(block.values, out);
 }
 
-/// The digits of bytes that were spread.
+/// The digits of spread bytes.
 MAILTREE_AVX2 inline __m256i digitsOf(__m256i spread) noexcept {
-  // Multiplications shift each 16-bit unit by an amount of its own: first and third digit down, second and
-  // fourth up.
+  // Multiplications shift each 16-bit unit by its own amount: first and
+  // third digit down, second and fourth up.
   const __m256i odd = _mm256_mulhi_epu16(_mm256_and_si256(spread, _mm256_set1_epi32(0x0FC0FC00)),
                                          _mm256_set1_epi32(0x04000040));
   const __m256i even = _mm256_mullo_epi16(_mm256_and_si256(spread, _mm256_set1_epi32(0x003F03F0)),
@@ -197,17 +198,18 @@ MAILTREE_AVX2 inline __m256i encodedBlock(const std::uint8_t* data) noexcept {
   return digitsOf(_mm256_shuffle_epi8(bytes, load(kSpreadWithin)));
 }
 
-/// The same between other bytes: one load less. Reads kAhead bytes before the block and kOverread behind it.
+/// The same for a block between other bytes: one load less. Reads kAhead bytes
+/// before the block and kOverread after it.
 MAILTREE_AVX2 inline __m256i encodedInnerBlock(const std::uint8_t* data) noexcept {
   return digitsOf(_mm256_shuffle_epi8(load(data - kAhead), load(kSpreadAcross)));
 }
 
-/// Lines of one length: how the lines of the text so far were broken.
+/// The length and line break of the lines so far.
 struct LineShape {
-  std::size_t digits = 0;  ///< 0 while no line was seen that whole blocks can be laid over.
+  std::size_t digits = 0;  ///< 0 until a line long enough for whole blocks was seen.
   std::size_t breakSize = 0;
 
-  /// Learns from a line that ended: `junk` bytes stood between its last digit and the next line.
+  /// Learns from a line that ended: `junk` is the text between its last digit and the next line.
   void learn(std::size_t length, const char* junk, std::size_t junkSize) noexcept {
     const bool plainBreak =
         junkSize == 1 ? junk[0] == '\n' : junkSize == 2 && junk[0] == '\r' && junk[1] == '\n';
@@ -224,21 +226,21 @@ struct LineShape {
   }
 };
 
-/// Lines of mail, and where in a pair of them the blocks begin; `step` is a line with its break.
+/// Lines of usual mail, and where the blocks begin in a pair of them; `step` is a line with its break.
 constexpr std::size_t kMailLine = 76;
 constexpr std::size_t kMailLineBytes = kMailLine / 4 * 3;
-constexpr std::size_t kSeam = kMailLine - kBlock / 2;  ///< The block of half of each line.
+constexpr std::size_t kSeam = kMailLine - kBlock / 2;  ///< The block across the two lines.
 constexpr std::size_t kSeamBytes = kSeam / 4 * 3;
 
-/// How far decoding came. Passed by value: as references the two would be in memory, and stored again after
-/// each block.
+/// The position of decoding. Passed by value: references would keep both pointers in
+/// memory and store them after each block.
 struct Progress {
   const char* p;
   std::uint8_t* out;
 };
 
-/// Decodes pairs of lines of 76 for as long as they come. On its own, since within its caller the tables do
-/// not stay in registers.
+/// Decodes pairs of lines of 76 while they follow. A separate function, because inside its caller the tables
+/// do not stay in registers.
 template <std::size_t BreakSize>
 [[gnu::noinline]] MAILTREE_AVX2 Progress decodeLinePairs(Progress at, const char* end) noexcept {
   constexpr std::size_t kStep = kMailLine + BreakSize;
@@ -260,7 +262,7 @@ template <std::size_t BreakSize>
   return at;
 }
 
-/// Decodes lines of the shape for as long as they come; stops before the first that is different.
+/// Decodes lines of the shape while they follow; stops before the first that differs.
 MAILTREE_AVX2 Progress decodeLines(const LineShape& shape, Progress at, const char* end) noexcept {
   if (shape.digits == kMailLine)
     at = shape.breakSize == 2 ? decodeLinePairs<2>(at, end) : decodeLinePairs<1>(at, end);
@@ -279,7 +281,7 @@ MAILTREE_AVX2 Progress decodeLines(const LineShape& shape, Progress at, const ch
   return at;
 }
 
-/// Decodes pairs of blocks for as long as they hold nothing but digits.
+/// Decodes pairs of blocks while they contain only digits.
 MAILTREE_AVX2 Progress decodeBlocks(Progress at, const char* end) noexcept {
   while (end - at.p >= kDecodeMargin + std::ptrdiff_t{kBlock}) {
     __m256i wrong = _mm256_setzero_si256();
@@ -308,9 +310,9 @@ MAILTREE_AVX2 std::size_t decodeAvx2(std::string_view text, std::uint8_t* out) n
       if (end - p < kDecodeMargin) break;
     }
     const Values block = valuesOf(load(p));
-    const std::uint32_t strange = maskOf(block.strange);
+    const std::uint32_t nonDigits = maskOf(block.nonDigits);
     storeDecoded(block.values, out);
-    if (strange == 0) {
+    if (nonDigits == 0) {
       p += kBlock;
       out += kBlockBytes;
       if (shape.digits) continue;
@@ -319,11 +321,11 @@ MAILTREE_AVX2 std::size_t decodeAvx2(std::string_view text, std::uint8_t* out) n
       out = reached.out;
       continue;
     }
-    const std::size_t whole = static_cast<unsigned>(__builtin_ctz(strange)) & ~3U;
+    const std::size_t whole = static_cast<unsigned>(__builtin_ctz(nonDigits)) & ~3U;
     p += whole;
     out += whole / 4 * 3;
     if (digitValue(*p) != kNoDigit) {
-      decodeGroup(p, end, out);  // a group that something stands in
+      decodeGroup(p, end, out);  // a group with other characters in it
       continue;
     }
     const char* const junk = p;
@@ -343,7 +345,7 @@ inline void breakLine(char* out) noexcept {
   out[1] = '\n';
 }
 
-/// Bytes to encode, and where to.
+/// Bytes to encode, and their destination.
 struct Piece {
   const std::uint8_t* data;
   std::size_t size;
@@ -367,7 +369,7 @@ MAILTREE_AVX2 Piece encodeBlocks(Piece piece) noexcept {
   return piece;
 }
 
-/// As many lines as there are, at most `count`.
+/// At most `count` lines.
 MAILTREE_AVX2 Piece encodeLines(Piece piece, std::size_t lineLength, std::size_t count) noexcept {
   const std::size_t bytesPerLine = lineLength / 4 * 3;
   const std::size_t lastBlock = lineLength - kBlock;
@@ -381,7 +383,7 @@ MAILTREE_AVX2 Piece encodeLines(Piece piece, std::size_t lineLength, std::size_t
   return piece;
 }
 
-/// All pairs of lines of 76, of bytes that others stand before.
+/// All pairs of lines of 76; other bytes must precede them.
 MAILTREE_AVX2 Piece encodeLinePairs(Piece piece) noexcept {
   constexpr std::size_t kStep = kMailLine + kBreakSize;
   for (; piece.size >= 2 * kMailLineBytes + kOverread; piece.advance(2 * kMailLineBytes, 2 * kStep)) {

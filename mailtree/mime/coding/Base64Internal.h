@@ -1,4 +1,4 @@
-// mime/coding/Base64Internal.h - what the portable and the vector base64 share.
+// mime/coding/Base64Internal.h - code shared by the portable and the vector base64.
 #pragma once
 
 #include <array>
@@ -14,7 +14,7 @@ namespace mailtree::base64 {
 inline constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 inline constexpr std::uint8_t kNoDigit = 0xFF;
 
-/// Value of each character, kNoDigit for what is no digit (padding included).
+/// Value of each character, kNoDigit for characters that are not digits (padding included).
 inline constexpr std::array<std::uint8_t, 256> kDigitValues = [] {
   std::array<std::uint8_t, 256> values{};
   values.fill(kNoDigit);
@@ -24,8 +24,8 @@ inline constexpr std::array<std::uint8_t, 256> kDigitValues = [] {
 
 constexpr std::uint8_t digitValue(char c) noexcept { return kDigitValues[static_cast<unsigned char>(c)]; }
 
-/// Decodes one group: skips what is no digit, stops after four digits, after padding that closes a shorter
-/// group, or at the end. Moves both pointers.
+/// Decodes one group: skips characters that are not digits, stops after four digits, after padding that
+/// closes a shorter group, or at the end. Moves both pointers.
 void decodeGroup(const char*& p, const char* end, std::uint8_t*& out) noexcept;
 
 #if MAILTREE_HAS_AVX2_PATH

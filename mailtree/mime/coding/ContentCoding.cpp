@@ -15,7 +15,7 @@ namespace {
 constexpr std::size_t kLineLength = 76;
 constexpr std::size_t kBytesPerLine = kLineLength / 4 * 3;
 
-/// What is encoded in one go: whole lines whose output stays in the first-level cache.
+/// Lines encoded at a time: their output stays in the first-level cache.
 constexpr std::size_t kChunkLines = 192;
 constexpr std::size_t kChunkBytes = kChunkLines * kBytesPerLine;
 using EncodedChunk = std::array<char, kChunkLines*(kLineLength + 2)>;
@@ -28,7 +28,7 @@ const std::uint8_t* unsignedOf(std::string_view bytes) noexcept {
   return reinterpret_cast<const std::uint8_t*>(bytes.data());
 }
 
-/// Encodes chunk by chunk; `take` gets each and says whether to go on.
+/// Encodes chunk by chunk; `take` gets each and returns whether to continue.
 template <class Take>
 bool encodeBase64Chunks(std::string_view data, Take&& take) {
   EncodedChunk chunk;
@@ -53,7 +53,7 @@ constexpr std::array<Base64Char, 256> kBase64Chars = [] {
   return kinds;
 }();
 
-/// What a Q payload may hold where an address's display name stands (RFC 2047, 5 (3)).
+/// Characters allowed unescaped in a Q payload in a display name (RFC 2047, 5 (3)).
 constexpr bool isPhraseLiteral(char c) noexcept {
   return isAlnumAscii(c) || c == '!' || c == '*' || c == '+' || c == '-' || c == '/';
 }

@@ -1,9 +1,10 @@
-// mime/coding/ContentCoding.h - transfer encodings: base64, quoted-printable, and the payloads of encoded words.
+// mime/coding/ContentCoding.h - transfer encodings: base64,
+// quoted-printable, and the payloads of encoded words.
 //
 //   Standards  RFC 2045 (base64, quoted-printable), RFC 2047 (encoded words).
-//   Decoding   Takes what is broken: stray characters are skipped, padding may miss or stand in the middle,
-//              lines may have any length, soft line breaks may have blanks before them. Nothing decodable is
-//              lost; nothing fails.
+//   Decoding   Tolerant: stray characters are skipped, padding may be missing or in the middle,
+//              lines may have any length, blanks may precede soft line breaks. Nothing
+//              decodable is lost; nothing fails.
 //   Encoding   Base64 lines are 76 bytes, quoted-printable lines at most 76, CRLF between lines.
 #pragma once
 
@@ -43,9 +44,8 @@ class ContentCoding {
   /// Payload of a B encoded word: base64 without line breaks, as a new null-terminated array that the caller
   /// frees with delete[]; null when memory ran out. `outLength` receives its length.
   static char* B_Encode(const void* data, std::size_t size, std::size_t* outLength);
-  /// Payload of a Q encoded word that may stand in an address list: everything but letters, digits, "!", "*",
-  /// "+", "-",
-  /// "/" is escaped, space becomes "_". Freed with delete[].
+  /// Payload of a Q encoded word that is allowed in an address list: everything but letters, digits, "!",
+  /// "*", "+", "-", "/" is escaped, space becomes "_". Freed with delete[].
   static char* Q_EncodeCommaToo(const void* data, std::size_t size, std::size_t* outLength);
 
   /// Decodes every encoded word of a header value to utf-8 in place.

@@ -1,5 +1,5 @@
-// Reading encoded words. The scanner looks at every byte a bounded number of times, whatever the text: a
-// search for the end of a word that failed is remembered, not repeated for every "=?" that follows.
+// Reads encoded words. The scanner examines every byte a bounded number of times: a failed search for the end
+// of a word is remembered, not repeated for every later "=?".
 #include "mailtree/mime/coding/EncodedWord.h"
 
 #include <algorithm>
@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::size_t npos = std::string_view::npos;
 
-/// No registered charset name comes near; what is longer is no encoded word.
+/// Far above any registered charset name; longer text is not an encoded word.
 constexpr std::size_t kMaxCharsetLabel = 64;
 
 struct Word {
@@ -46,14 +46,14 @@ class WordScanner {
   }
 
  private:
-  /// Reads what follows "=?" at m_at. Leaves m_at behind the word, or where looking for another one makes
-  /// sense.
+  /// Reads the text after "=?" at m_at. Leaves m_at after the word, or where the
+  /// search for the next one should begin.
   bool readWord(Word& word) noexcept {
     if (!readCharset(word) || !readEncoding(word)) return false;
     std::size_t end = terminatorFrom(m_at);
     if (end == npos) return false;
-    // A word that never ended must not swallow the one behind it. Asked before the end is looked for any
-    // further, or all words that never ended would share one far end and each would walk there.
+    // An unterminated word must not swallow the next one. Checked before the search for the end goes further:
+    // otherwise all unterminated words would each search up to the same far end.
     if (const std::size_t inner = m_text.substr(m_at, end - m_at).find("=?"); inner != npos) {
       m_at += inner;
       return false;
@@ -85,8 +85,8 @@ class WordScanner {
     return true;
   }
 
-  /// Whether "?=" in a Q payload is a question mark that somebody forgot to escape, followed by an escape:
-  /// more of the word must follow, and no other word before its end.
+  /// Whether "?=" in a Q payload is an unescaped question mark followed by an escape: more of the word must
+  /// follow, and no other word before its end.
   bool isBareQuestionMark(std::size_t end) const noexcept {
     if (end + 3 >= m_text.size() || hexValue(m_text[end + 2]) < 0 || hexValue(m_text[end + 3]) < 0)
       return false;
@@ -129,10 +129,10 @@ class WordJoiner {
     if (word.isBase64 || isAscii(word.payload) || !isValidUtf8(word.payload))
       appendPayload(word, m_bytes);
     else
-      addHalfEncoded(word.payload);
+      addUnescaped8bit(word.payload);
   }
 
-  /// Joins what words of an unknown charset hold, which is utf-8.
+  /// Joins the payloads of words with an unknown charset, which are utf-8.
   void addUtf8(std::string_view bytes) {
     if (m_codePage != kCpUtf8) flush();
     m_codePage = kCpUtf8;
@@ -145,9 +145,8 @@ class WordJoiner {
   }
 
  private:
-  /// A Q payload in which somebody left 8-bit text: that text is utf-8 by now, whatever the word's charset
-  /// is.
-  void addHalfEncoded(std::string_view payload) {
+  /// A Q payload with unescaped 8-bit text. That text is already utf-8, whatever the charset of the word.
+  void addUnescaped8bit(std::string_view payload) {
     for (std::size_t at = 0; at < payload.size();) {
       const bool isText = is8bit(payload[at]);
       std::size_t end = at;
@@ -167,7 +166,7 @@ class WordJoiner {
 };
 
 void blankOutBreaks(std::string& text) noexcept {
-  if (!holdsBreak(text)) return;
+  if (!containsBreak(text)) return;
   for (char& c : text)
     if (c == '\r' || c == '\n' || c == '\0') c = ' ';
 }
@@ -180,11 +179,11 @@ std::string decodeEncodedWords(std::string_view value) {
   WordScanner scanner(value);
   WordJoiner joiner(out);
   Word word{};
-  std::size_t done = 0;  // what lies before is in `out` or in the joiner
+  std::size_t done = 0;  // everything before is in `out` or in the joiner
   for (bool found = scanner.next(word); found;) {
     const Word first = word;
     const int codePage = codePageOfCharset(first.charset);
-    std::string unknown;  // what the words of a charset nobody knows hold; they join before it is judged
+    std::string unknown;  // payloads of words with an unknown charset, joined before they are judged
     std::size_t end = 0;
     do {
       if (codePage <= 0) appendPayload(word, unknown);
@@ -192,7 +191,7 @@ std::string decodeEncodedWords(std::string_view value) {
       found = scanner.next(word);
     } while (codePage <= 0 && found && word.charset == first.charset &&
              trim(value.substr(end, word.begin - end)).empty());
-    if (codePage <= 0 && !isValidUtf8(unknown)) continue;  // they stay as they are
+    if (codePage <= 0 && !isValidUtf8(unknown)) continue;  // they stay encoded
 
     const std::string_view gap = value.substr(done, first.begin - done);
     const bool isBetweenWords = done > 0 && trim(gap).empty();

@@ -1,4 +1,4 @@
-// Writing encoded words: choosing what to encode, and cutting it into words that fit a line.
+// Writes encoded words: chooses the text to encode and splits it into words that fit a line.
 #include <array>
 #include <cstdint>
 
@@ -21,7 +21,7 @@ constexpr std::size_t kMaxRawToken = 900;     // longer ones could not be folded
 constexpr std::size_t kMaxRawBlanks = 16;     // longer runs would not survive trimming relays
 constexpr std::string_view kHexDigits = "0123456789ABCDEF";
 
-/// What may stand for itself in a Q word wherever the word stands (RFC 2047, 5, rule 3).
+/// Characters allowed unescaped in a Q word anywhere (RFC 2047, 5, rule 3).
 constexpr bool isPlainInQ(char c) noexcept {
   return isAlnumAscii(c) || c == '!' || c == '*' || c == '+' || c == '-' || c == '/';
 }
@@ -62,7 +62,7 @@ std::size_t trailingBlanks(std::string_view text) noexcept {
 class WordWriter {
  public:
   WordWriter(std::string_view text, const HeaderEncoding& encoding)
-      : m_text(text), m_codePage(carrierOf(text, encoding.codePage)), m_words(encoding.words) {
+      : m_text(text), m_codePage(usableCodePage(text, encoding.codePage)), m_words(encoding.words) {
     const std::string_view charset =
         m_codePage == kCpUtf8 ? std::string_view("utf-8") : charsetNameOf(m_codePage);
     m_prefix.append("=?").append(charset).append(m_words == WordEncoding::b ? "?B?" : "?Q?");
@@ -71,7 +71,7 @@ class WordWriter {
   void write(std::size_t column, std::string& out) {
     const std::size_t frame = m_prefix.size() + 2;
     const std::size_t full = kMaxWord - frame;
-    // Where not even one character would fit, the line is going to be folded before the blanks before the word.
+    // When not even one character fits, the line will be folded at the blanks before the word.
     const bool fits = column + frame + kWidestCharacter <= kMaxLineWithWord;
     const std::size_t begin = fits ? column : trailingBlanks(out);
     std::size_t room = std::min(full, kMaxLineWithWord - begin - frame);
@@ -83,7 +83,7 @@ class WordWriter {
   }
 
  private:
-  static int carrierOf(std::string_view text, int wanted) {
+  static int usableCodePage(std::string_view text, int wanted) {
     const int codePage = codePageToWrite(writableCodePage(wanted), text);
     if (codePage == kCpUtf8) return codePage;
     std::string scratch;
@@ -97,8 +97,8 @@ class WordWriter {
     return m_scratch;
   }
 
-  /// Bytes of the most whole characters, at least one, whose payload has room. Searched by halves: the size
-  /// of an encoding with escapes cannot be summed up by character.
+  /// Size of the longest prefix of whole characters, at least one, whose payload fits. A binary search,
+  /// because the size of an encoding with escapes is not the sum over its characters.
   std::size_t fittingPrefix(std::size_t room) {
     std::array<std::size_t, kMaxWord + 1> ends{};
     std::size_t count = 0;
@@ -142,11 +142,13 @@ bool needsEncoding(std::string_view token) noexcept {
   return false;
 }
 
-/// Renders a text token by token: tokens that need no encoding pass with the blanks before them; neighbours
-/// that need it are gathered with the blanks between them, which would be lost between two encoded words.
+/// Renders a text token by token. Tokens that need no encoding pass with the blanks before
+/// them. Adjacent tokens that need it are collected with the blanks between them, which
+/// would be lost between two encoded words.
 class UnstructuredWriter {
  public:
-  /// @param decodes  Whether encoded words in the text are read before they are encoded with their neighbours.
+  /// @param decodes  Whether encoded words in the text are decoded before they
+  ///                 are encoded with their neighbours.
   UnstructuredWriter(std::string_view text, const HeaderEncoding& encoding, std::size_t column, bool decodes)
       : m_text(text), m_encoding(encoding), m_column(column), m_decodes(decodes) {}
 
@@ -230,7 +232,7 @@ void appendEncodedWords(std::string_view utf8, const HeaderEncoding& encoding, s
 }
 
 std::string encodeUnstructured(std::string_view utf8, const HeaderEncoding& encoding, std::size_t column) {
-  if (holdsBreak(utf8)) return encodeUnstructured(withoutBreaks(utf8), encoding, column);
+  if (containsBreak(utf8)) return encodeUnstructured(withoutBreaks(utf8), encoding, column);
   return UnstructuredWriter(utf8, encoding, column, /*decodes=*/false).write();
 }
 

@@ -19,7 +19,7 @@ std::size_t findBreak(std::string_view text, std::size_t from) noexcept {
 
 }  // namespace
 
-bool holdsBreak(std::string_view text) noexcept { return findBreak(text, 0) != text.size(); }
+bool containsBreak(std::string_view text) noexcept { return findBreak(text, 0) != text.size(); }
 
 std::string withoutBreaks(std::string_view text) {
   std::string out;
@@ -39,7 +39,7 @@ std::string withoutBreaks(std::string_view text) {
 void eraseBreaks(std::string& text) {
   std::size_t kept = findBreak(text, 0);
   for (std::size_t from = kept; from < text.size();) {
-    const std::size_t next = findBreak(text, ++from);  // behind the break
+    const std::size_t next = findBreak(text, ++from);  // after the break
     std::memmove(text.data() + kept, text.data() + from, next - from);
     kept += next - from;
     from = next;
@@ -53,7 +53,7 @@ void appendBytesAsUtf8(int codePage, std::string_view bytes, std::string& out) {
 
   const std::string claimed = out.substr(before);
   out.resize(before);
-  if (const int damaged = readDespiteDamage(codePage, bytes).codePage) {
+  if (const int damaged = codePageDespiteDamage(codePage, bytes).codePage) {
     decodeToUtf8(damaged, bytes, out);
     return;
   }

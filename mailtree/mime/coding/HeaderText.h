@@ -1,4 +1,4 @@
-// mime/coding/HeaderText.h - what all header values share: line breaks, bytes to utf-8, code pages.
+// mime/coding/HeaderText.h - text functions for all header values: line breaks, bytes to utf-8, code pages.
 #pragma once
 
 #include <string>
@@ -7,28 +7,27 @@
 namespace mailtree {
 
 /// Whether the text holds CR, LF or NUL, which no header value may.
-bool holdsBreak(std::string_view text) noexcept;
+bool containsBreak(std::string_view text) noexcept;
 
-/// The text on one line: a folding line break goes, any other becomes one space, and so does NUL.
+/// The text on one line: a folding line break is removed, any other and NUL become one space.
 std::string withoutBreaks(std::string_view text);
 
 /// Erases every CR, LF and NUL.
 void eraseBreaks(std::string& text);
 
-/// Appends bytes that claim to be in a code page (0: no claim) as utf-8. A wrong claim falls through to valid
-/// utf-8, to what is only damaged (a title cut in the middle of a character), and to detection; what nothing
-/// explains becomes U+FFFD.
+/// Appends bytes declared to be in a code page (0: undeclared) as utf-8. If they are not,
+/// tries valid utf-8, damaged text (a title cut in the middle of a character), and detection;
+/// bytes that nothing decodes become U+FFFD.
 void appendBytesAsUtf8(int codePage, std::string_view bytes, std::string& out);
 
-/// Best guess for 8-bit header text, 0 when nothing fits. Never a code page that ASCII text could not be
-/// mixed with.
+/// Best guess for 8-bit header text, 0 when nothing fits. Never a code page that is not ASCII-compatible.
 int detectHeaderCodePage(std::string_view bytes);
 
-/// The code page in which header text is written when `wanted` was asked for: utf-8 for none, for us-ascii,
-/// for one without a charset name and for the Unicode forms that hold NUL bytes or escapes.
+/// The code page for writing header text when `wanted` was requested: utf-8 for none, for us-ascii, for one
+/// without a charset name and for the Unicode forms with NUL bytes or escapes.
 int writableCodePage(int wanted) noexcept;
 
-/// Whether a code page switches its state by escapes, so that a single character cannot be encoded alone.
+/// Whether a code page switches its state by escapes: its characters cannot be encoded one by one.
 constexpr bool isStatefulCodePage(int codePage) noexcept {
   return (codePage >= 50220 && codePage <= 50229) || codePage == 52936;
 }

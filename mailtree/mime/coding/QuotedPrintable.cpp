@@ -14,8 +14,8 @@
 namespace mailtree::quotedPrintable {
 namespace {
 
-// Both searches below are the inner loops of this file: 16 bytes at a time where the compiler says that every
-// processor it builds for can do that.
+// Both searches below are the inner loops of this file: 16 bytes at a time if all
+// target processors of the build can do that.
 
 /// Length of the run of literal bytes at p, at most `limit`.
 std::size_t literalRun(const char* p, std::size_t limit) noexcept {
@@ -51,7 +51,7 @@ void copyPlain(const char*& p, const char* end, std::uint8_t*& out) noexcept {
   while (p < end && *p != '=') *out++ = byteOf(*p++);
 }
 
-/// Decodes "=XX" for as long as they follow one another.
+/// Decodes consecutive "=XX" escapes.
 void decodeEscapes(const char*& p, const char* end, std::uint8_t*& out) noexcept {
   while (end - p >= 3 && *p == '=') {
     const std::uint16_t value = hexPair(p + 1);
@@ -68,8 +68,8 @@ const char* afterLineBreak(const char* p, const char* end) noexcept {
   return p;
 }
 
-/// Where the soft line break that begins with the "=" at p ends; null when it is none. The end of the text is
-/// one too.
+/// Where the soft line break that begins with the "=" at p ends; null when there is none. The end of the text
+/// counts as a line break.
 const char* afterSoftBreak(const char* p, const char* end) noexcept {
   ++p;
   while (p < end && isBlankAscii(*p)) ++p;
@@ -80,7 +80,7 @@ const char* afterSoftBreak(const char* p, const char* end) noexcept {
 
 }  // namespace
 
-void decodeOddEquals(const char*& p, const char* end, std::uint8_t*& out) noexcept {
+void decodeNonEscape(const char*& p, const char* end, std::uint8_t*& out) noexcept {
   if (const char* const after = afterSoftBreak(p, end)) {
     p = after;
   } else {
@@ -97,7 +97,7 @@ std::size_t decodePortable(std::string_view text, std::uint8_t* out) noexcept {
     copyPlain(p, end, out);
     const char* const escape = p;
     decodeEscapes(p, end, out);
-    if (p == escape && p < end) decodeOddEquals(p, end, out);
+    if (p == escape && p < end) decodeNonEscape(p, end, out);
   }
   return static_cast<std::size_t>(out - begin);
 }
@@ -130,7 +130,7 @@ char* encodeUnbrokenPortable(std::string_view bytes, char* to) noexcept {
   return to;
 }
 
-bool opensWithTrouble(std::string_view line) noexcept {
+bool needsEscapedStart(std::string_view line) noexcept {
   if (line.empty()) return false;
   switch (line[0]) {
     case '.': return true;
@@ -150,7 +150,7 @@ std::size_t plainLinesPortable(std::string_view text) noexcept {
     const std::size_t n = literalRun(rest.data(), std::min(rest.size(), kMaxLine + 1));
     if (n > kMaxLine || rest.substr(n, kBreak.size()) != kBreak) return done;
     const std::string_view line = rest.substr(0, n);
-    if (n && (isBlankAscii(line.back()) || opensWithTrouble(line))) return done;
+    if (n && (isBlankAscii(line.back()) || needsEscapedStart(line))) return done;
     done += n + kBreak.size();
   }
 }
@@ -190,39 +190,38 @@ std::size_t decode(std::string_view text, std::uint8_t* out) noexcept { return d
 
 namespace {
 
-/// Whether what is left of an encoded line needs no soft break.
+/// Whether the rest of an encoded line needs no soft break.
 bool fitsLine(std::string_view text) noexcept {
-  return text.size() <= (opensWithTrouble(text) ? kMaxLine + 1 - kEscapeSize : kMaxLine);
+  return text.size() <= (needsEscapedStart(text) ? kMaxLine + 1 - kEscapeSize : kMaxLine);
 }
 
-/// How much of an encoded text goes on a line with `room` left that is broken softly: an escape is not torn
-/// apart.
+/// How much of an encoded text fits in `room` before a soft break, without splitting an escape.
 std::size_t softLength(const char* text, std::size_t room) noexcept {
   if (text[room - 1] == '=') return room - 1;
   return text[room - 2] == '=' ? room - 2 : room;
 }
 
-/// What goes to the string at once: more than this is copied by one string instruction, which is slow where the
-/// two places lie badly to each other.
+/// Bytes copied to the string at a time. The compiler copies more with one string instruction, which is slow
+/// at unfavourable alignments.
 constexpr std::size_t kPortion = 2048;
 
-/// Brings text on its way to lines of the right length, through a small buffer so that the string grows by
-/// pages and not by bytes.
+/// Breaks text into lines of the right length, through a small buffer so
+/// the string grows by pages, not by bytes.
 class LineWriter {
  public:
   explicit LineWriter(std::string& out) noexcept : m_out(out) {}
 
-  /// Whole lines as they are.
+  /// Copies whole lines unchanged.
   void putLines(std::string_view lines) {
     flush();
     m_out.append(lines);
   }
 
-  // Text that comes here is copied by whole lines, which costs less than by its length: kMaxLine bytes can be
-  // read from any place in it.
+  // Text is copied by whole lines here, which is cheaper than copying its exact length: kMaxLine bytes are
+  // readable from any place in it.
 
-  /// Fills a line with encoded text and breaks it softly; how much of the text that was. The text is longer
-  /// than a line.
+  /// Fills a line with encoded text and breaks it softly; returns how much text that
+  /// took. The text is longer than a line.
   std::size_t putFull(std::string_view text) {
     char* const to = makeRoom();
     const std::size_t opening = putOpening(text, to);
@@ -234,7 +233,7 @@ class LineWriter {
     return opening + n;
   }
 
-  /// The rest of a line, which fits on one, and its break or nothing.
+  /// Writes the rest of a line, which fits, and its line break if any.
   void putLast(std::string_view text, std::string_view lineBreak) {
     char* const to = makeRoom();
     const std::size_t opening = putOpening(text, to);
@@ -257,9 +256,9 @@ class LineWriter {
     return m_buffer.data() + m_used;
   }
 
-  /// Escapes the first byte when it must be; how many bytes of the text that took.
+  /// Escapes the first byte if necessary; returns how many bytes of the text that took.
   static std::size_t putOpening(std::string_view text, char* to) noexcept {
-    if (!opensWithTrouble(text)) return 0;
+    if (!needsEscapedStart(text)) return 0;
     putEscape(text[0], to);
     return 1;
   }
@@ -269,13 +268,13 @@ class LineWriter {
   std::array<char, kPortion> m_buffer;
 };
 
-/// Encodes one piece of a text: its bytes first, then, in the encoded text, the lines.
+/// Encodes one piece of a text: first its bytes, then the lines of the encoded text.
 class PieceEncoder {
  public:
   PieceEncoder(std::string_view unfinished, std::string& out) noexcept
       : m_lines(out), m_end(unfinished.copy(m_text.data(), m_text.size())) {}
 
-  /// What is left is a CR that may belong to a line break, or nothing.
+  /// Returns the unencoded rest: a CR that may belong to a line break, or nothing.
   std::string_view encode(std::string_view data, bool last) {
     while (!data.empty()) {
       if (unfinished().empty() && takePlainLines(data)) continue;
@@ -298,14 +297,14 @@ class PieceEncoder {
     return data;
   }
 
-  /// Appends bytes of a line whose end is not in sight; so many can be read from the first one on.
+  /// Appends bytes of a line whose end was not seen; `readable` bytes are readable from the first one on.
   void append(std::string_view piece, std::size_t readable) {
     if (m_begin) moveToFront();
     m_end = offsetOf(encodeUnbroken(piece, readable, m_text.data() + m_end));
     while (unfinished().size() > kKeep) m_begin += m_lines.putFull(unfinished());
   }
 
-  /// The line ends for good.
+  /// Ends the line with a line break or at the end of the text.
   void finishLine(std::string_view lineBreak) {
     if (!unfinished().empty() && isBlankAscii(unfinished().back()))
       m_end = offsetOf(putEscape(unfinished().back(), m_text.data() + m_end - 1));
@@ -314,16 +313,16 @@ class PieceEncoder {
     m_begin = m_end = 0;
   }
 
-  /// Encoded text of a line whose end was not seen.
+  /// Encoded text of the unfinished line.
   std::string_view unfinished() const noexcept { return {m_text.data() + m_begin, m_end - m_begin}; }
 
  private:
   static constexpr std::size_t kPiece = 512;
-  /// What may turn out to be the end of a line, which holds one byte more than the others and whose last blank
-  /// is escaped, is kept back; and what an opening is told by.
+  /// Kept back: the possible end of a line, which may be one byte longer than the others and whose last blank
+  /// is escaped, and the bytes that decide about escaping the beginning of a line.
   static constexpr std::size_t kKeep = kMaxLine + kEscapeSize;
 
-  /// Takes lines that need nothing done to them off the front.
+  /// Removes lines that need no change from the front.
   bool takePlainLines(std::string_view& data) {
     const std::size_t n = plainLines(data.substr(0, kPortion));
     if (n == 0) return false;
@@ -341,7 +340,8 @@ class PieceEncoder {
   }
 
   LineWriter m_lines;
-  /// What is kept back and one encoded piece; behind them what m_lines may read, kMaxLine bytes from any place.
+  /// The text kept back and one encoded piece; after them the bytes that
+  /// m_lines may read, kMaxLine from any place.
   std::array<char, kEscapeSize * kPiece + 2 * kMaxLine + kUnbrokenMargin> m_text;
   std::size_t m_begin = 0;
   std::size_t m_end;

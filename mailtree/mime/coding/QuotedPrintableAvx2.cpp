@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <cstring>
 
-// 64 bytes at a time, and one bit for each that needs something done. A bit costs a few instructions, a block
-// without any nearly none.
+// 64 bytes at a time, with one bit for each byte that is not copied. A bit costs a few instructions, a block
+// without any almost none.
 //
 // The file is compiled for any x86-64 processor; only the functions marked here may use the wider
 // instructions, and they run only on a processor that has them.
@@ -34,7 +34,7 @@ MAILTREE_AVX2 inline unsigned lowestBit(std::uint64_t bits) noexcept {
   return static_cast<unsigned>(_tzcnt_u64(bits));
 }
 
-/// Copies a block; half of it where no more is wanted.
+/// Copies a block; only half of it when no more is wanted.
 MAILTREE_AVX2 inline void copyBlock(const char* from, void* to, std::size_t wanted) noexcept {
   store(to, load(from));
   if (wanted > kHalf) store(static_cast<char*>(to) + kHalf, load(from + kHalf));
@@ -48,28 +48,28 @@ MAILTREE_AVX2 inline std::uint64_t equalsIn(const char* p) noexcept {
 }
 
 /// One bit per byte that is not literal.
-MAILTREE_AVX2 inline std::uint32_t strangersIn(__m256i text) noexcept {
-  // One more than "~" is beyond all others when read with a sign, as is whatever has the top bit set.
+MAILTREE_AVX2 inline std::uint32_t nonLiteralsIn(__m256i text) noexcept {
+  // Adding one makes the byte after "~" negative, like all bytes with the top bit set.
   const __m256i printable =
       _mm256_cmpgt_epi8(_mm256_add_epi8(text, _mm256_set1_epi8(1)), _mm256_set1_epi8(' '));
   const __m256i plain = _mm256_andnot_si256(_mm256_cmpeq_epi8(text, _mm256_set1_epi8('=')), printable);
   return ~bitsOf(_mm256_or_si256(plain, _mm256_cmpeq_epi8(text, _mm256_set1_epi8('\t'))));
 }
 
-/// How far decoding came. Passed by value: as references the two would be in memory, and stored again after
-/// each step.
+/// The position of decoding. Passed by value: references would keep both pointers in
+/// memory and store them after each step.
 struct Progress {
   const char* p;
   std::uint8_t* out;
 };
 
-/// Rare, and kept away from what is not: it takes addresses.
-[[gnu::noinline]] Progress decodeOddOne(Progress at, const char* end) noexcept {
-  decodeOddEquals(at.p, end, at.out);
+/// Rare, and kept out of the fast path because it takes addresses.
+[[gnu::noinline]] Progress decodeUncommon(Progress at, const char* end) noexcept {
+  decodeNonEscape(at.p, end, at.out);
   return at;
 }
 
-/// Decodes what begins with "=": mostly escapes, one behind the other, or a soft line break.
+/// Decodes the text at a "=": mostly consecutive escapes, or a soft line break.
 MAILTREE_AVX2 inline Progress decodeFromEquals(Progress at, const char* end) noexcept {
   if (at.p[1] == '\r' && at.p[2] == '\n') return {at.p + kEscapeSize, at.out};
   const char* const begin = at.p;
@@ -79,10 +79,10 @@ MAILTREE_AVX2 inline Progress decodeFromEquals(Progress at, const char* end) noe
     *at.out++ = static_cast<std::uint8_t>(value);
     at.p += kEscapeSize;
   }
-  return at.p == begin ? decodeOddOne(at, end) : at;
+  return at.p == begin ? decodeUncommon(at, end) : at;
 }
 
-/// Decodes one block and moves on, over its end where something reaches over it.
+/// Decodes one block and moves on, beyond its end when an escape or soft break crosses it.
 MAILTREE_AVX2 inline Progress decodeBlock(Progress at, const char* end) noexcept {
   const char* const block = at.p;
   std::uint64_t equals = equalsIn(block);
@@ -113,12 +113,12 @@ MAILTREE_AVX2 std::size_t decodeAvx2(std::string_view text, std::uint8_t* out) n
 
 namespace {
 
-/// Four bytes, which are text or escape each.
+/// Four bytes, each text or escape.
 constexpr std::size_t kGroup = 4;
 constexpr std::size_t kLayouts = 1 << kGroup;
 
-/// How a group is encoded: from four bytes, their upper digits, their lower digits and "=" to what stands for
-/// them. By one bit per byte to escape.
+/// How a group is encoded: selects from four bytes, their high digits, their low digits and "=". Indexed by
+/// one bit per byte to escape.
 struct Layout {
   std::array<std::array<std::uint8_t, 16>, kLayouts> order;
   std::array<std::uint8_t, kLayouts> size;
@@ -149,7 +149,7 @@ MAILTREE_AVX2 inline char* putGroup(__m128i group, std::uint32_t escapes, char* 
   return to + kLayout.size[escapes % kLayouts];
 }
 
-/// Encodes 16 bytes, of which those with a bit are escaped.
+/// Encodes 16 bytes; the bits mark those to escape.
 MAILTREE_AVX2 inline char* putSixteen(__m128i text, std::uint32_t escapes, char* to) noexcept {
   const __m128i digits = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kUpperHex));
   const __m128i nibble = _mm_set1_epi8(0x0F);
@@ -164,7 +164,7 @@ MAILTREE_AVX2 inline char* putSixteen(__m128i text, std::uint32_t escapes, char*
   return putGroup(_mm_unpackhi_epi64(lastTwo, lastEnds), escapes >> 3 * kGroup, to);
 }
 
-/// Encodes 32 bytes in which escapes are few: text between them is moved whole.
+/// Encodes 32 bytes with few escapes: the text between them is copied whole.
 MAILTREE_AVX2 inline void putSparse(const char* p, std::uint32_t escapes, char* to) noexcept {
   for (const char* const begin = p; escapes; escapes &= escapes - 1) {
     const char* const at = begin + lowestBit(escapes);
@@ -176,9 +176,9 @@ MAILTREE_AVX2 inline void putSparse(const char* p, std::uint32_t escapes, char* 
   store(to, load(p));
 }
 
-constexpr int kFew = 3;  ///< Escapes in 32 bytes, up to which each on its own is cheaper.
+constexpr int kFew = 3;  ///< Up to so many escapes in 32 bytes, encoding them one by one is cheaper.
 
-/// Encodes 32 bytes, of which `size` are wanted; reads as many more.
+/// Encodes `size` of 32 bytes; reads 32 bytes after them too.
 MAILTREE_AVX2 inline void putHalf(const char* p, __m256i text, std::size_t size, std::uint32_t escapes,
                                   char* to) noexcept {
   if (_mm_popcnt_u32(escapes) <= kFew) return putSparse(p, escapes, to);
@@ -193,10 +193,11 @@ MAILTREE_AVX2 char* encodeUnbrokenAvx2(std::string_view bytes, std::size_t reada
   const char* const end = p + bytes.size();
   const char* const readableEnd = p + readable;
   while (p < end && readableEnd - p >= std::ptrdiff_t{2 * kHalf}) {
-    // What is behind the end is encoded too, as text; where the bytes before it end is known without a look.
+    // Bytes after the end are encoded too, as text; the output size of the bytes
+    // before the end is known without counting.
     const std::size_t size = std::min(kHalf, static_cast<std::size_t>(end - p));
     const __m256i text = load(p);
-    const std::uint32_t escapes = strangersIn(text) & static_cast<std::uint32_t>((1ULL << size) - 1);
+    const std::uint32_t escapes = nonLiteralsIn(text) & static_cast<std::uint32_t>((1ULL << size) - 1);
     putHalf(p, text, size, escapes, to);
     to += size + (kEscapeSize - 1) * static_cast<std::size_t>(_mm_popcnt_u32(escapes));
     p += size;
@@ -209,12 +210,13 @@ MAILTREE_AVX2 std::size_t plainLinesAvx2(std::string_view text) noexcept {
   const char* p = text.data();
   const char* const end = p + text.size();
   while (end - p >= std::ptrdiff_t{kReach}) {
-    const std::uint64_t first = std::uint64_t{strangersIn(load(p + kHalf))} << kHalf | strangersIn(load(p));
+    const std::uint64_t first =
+        std::uint64_t{nonLiteralsIn(load(p + kHalf))} << kHalf | nonLiteralsIn(load(p));
     const std::size_t length =
         first ? lowestBit(first)
-              : kBlock + lowestBit(std::uint64_t{strangersIn(load(p + kBlock))} | 1ULL << kHalf);
+              : kBlock + lowestBit(std::uint64_t{nonLiteralsIn(load(p + kBlock))} | 1ULL << kHalf);
     if (length > kMaxLine || p[length] != '\r' || p[length + 1] != '\n') break;
-    if (length && (isBlankAscii(p[length - 1]) || opensWithTrouble(std::string_view(p, length)))) break;
+    if (length && (isBlankAscii(p[length - 1]) || needsEscapedStart(std::string_view(p, length)))) break;
     p += length + kBreak.size();
   }
   const std::size_t done = static_cast<std::size_t>(p - text.data());

@@ -1,5 +1,5 @@
-// mime/coding/QuotedPrintableInternal.h - what the portable and the vector quoted-printable share: the parts in which
-// the time goes, each in both ways.
+// mime/coding/QuotedPrintableInternal.h - the hot loops of quoted-printable, each in a portable and a vector
+// version, and the code they share.
 #pragma once
 
 #include <array>
@@ -21,7 +21,7 @@ inline constexpr char kUpperHex[] = "0123456789ABCDEF";
 
 constexpr unsigned char byteOf(char c) noexcept { return static_cast<unsigned char>(c); }
 
-/// Bytes that an encoded text may hold as they are, blanks included.
+/// Bytes that encoded text may contain unescaped, blanks included.
 constexpr bool isLiteral(char c) noexcept { return (c >= ' ' && c <= '~' && c != '=') || c == '\t'; }
 
 inline constexpr std::uint16_t kNoHex = 0x100;
@@ -37,13 +37,13 @@ inline constexpr std::array<std::uint16_t, 256> kHex = [] {
   return values;
 }();
 
-/// The byte of two hexadecimal digits, or something of kNoHex and above.
+/// The byte of two hexadecimal digits, or a number of at least kNoHex.
 inline std::uint16_t hexPair(const char* p) noexcept { return kHex<4>[byteOf(p[0])] | kHex<0>[byteOf(p[1])]; }
 
-/// Decodes what begins with the "=" at p when that is no escape: a soft line break, or nothing.
-void decodeOddEquals(const char*& p, const char* end, std::uint8_t*& out) noexcept;
+/// Decodes the "=" at p when it begins no escape: a soft line break, or a literal "=".
+void decodeNonEscape(const char*& p, const char* end, std::uint8_t*& out) noexcept;
 
-/// What stands for a byte, and its length in the fourth place: a copy is one store, without a branch.
+/// The encoding of a byte, and its length in the fourth place: copying it is one store, without a branch.
 inline constexpr std::array<std::array<char, kEscapeSize + 1>, 256> kCodes = [] {
   std::array<std::array<char, kEscapeSize + 1>, 256> codes{};
   for (unsigned c = 0; c < 256; ++c) {
@@ -54,30 +54,29 @@ inline constexpr std::array<std::array<char, kEscapeSize + 1>, 256> kCodes = [] 
   return codes;
 }();
 
-/// Stores kEscapeSize + 1 bytes; where the next byte's go.
+/// Stores kEscapeSize + 1 bytes; returns where the next byte goes.
 inline char* putCode(char c, char* to) noexcept {
   const std::array<char, kEscapeSize + 1>& code = kCodes[byteOf(c)];
   std::memcpy(to, code.data(), code.size());
   return to + code[kEscapeSize];
 }
 
-/// Whether what begins a line of encoded text had better be escaped. Mail transports change a leading dot and
-/// a leading "From "; two dashes with something behind them could be the boundary of a multipart around this
-/// text.
-bool opensWithTrouble(std::string_view line) noexcept;
+/// Whether the beginning of a line of encoded text should be escaped. Mail transports change a leading dot
+/// and a leading "From "; text after two leading dashes could be the boundary of an enclosing multipart.
+bool needsEscapedStart(std::string_view line) noexcept;
 
-/// How far behind its end the encoding of unbroken text may write.
+/// How many bytes beyond its end the encoding of unbroken text may write.
 inline constexpr std::size_t kUnbrokenMargin = 96;
-/// Encodes bytes without breaking lines; where that ended. `to` has room for three times as many and
-/// kUnbrokenMargin more.
+/// Encodes bytes without breaking lines; returns the end of the output. `to` has room for three times as many
+/// bytes and kUnbrokenMargin more.
 char* encodeUnbrokenPortable(std::string_view bytes, char* to) noexcept;
 
-/// How many bytes at the front of a text are whole lines that stay as they are, breaks included.
+/// The number of bytes at the front of a text that are whole lines needing no change, breaks included.
 std::size_t plainLinesPortable(std::string_view text) noexcept;
 
 #if MAILTREE_HAS_AVX2_PATH
 std::size_t decodeAvx2(std::string_view text, std::uint8_t* out) noexcept;
-/// @param readable  how many bytes may be read from the beginning of `bytes`, those behind their end too.
+/// @param readable  how many bytes are readable from the beginning of `bytes`, including bytes after its end.
 char* encodeUnbrokenAvx2(std::string_view bytes, std::size_t readable, char* to) noexcept;
 std::size_t plainLinesAvx2(std::string_view text) noexcept;
 #endif

@@ -13,12 +13,12 @@ namespace {
 
 constexpr std::string_view kEnd = "end";
 
-/// A length is a 6-bit number, so a line stands for at most 63 bytes in 84 characters.
+/// The length is a 6-bit number, so a line encodes at most 63 bytes in 84 characters.
 constexpr std::size_t kMaxLineChars = 84;
-/// Characters beyond what the length asks for: some encoders add a checksum, or a group of their own.
+/// Extra characters of a line: some encoders add a checksum, or an additional group.
 constexpr std::size_t kMaxTrailer = 4;
 
-/// Bytes that stand in a line of data: six bits counted from the space, with "`" as a second zero.
+/// Bytes of a line of data: six bits counted from the space, with "`" as a second zero.
 constexpr bool isUuChar(char c) noexcept { return c >= ' ' && c <= '`'; }
 constexpr unsigned uuValue(char c) noexcept { return (static_cast<unsigned char>(c) - 32u) & 63u; }
 
@@ -27,10 +27,10 @@ std::string_view trimTrailing(std::string_view text, std::string_view chars) noe
   return last == std::string_view::npos ? std::string_view() : text.substr(0, last + 1);
 }
 
-/// Without the zeros at its end, written or not: lines lose trailing blanks on their way.
+/// Without trailing zeros: lines lose trailing blanks in transport.
 std::string_view withoutZeros(std::string_view line) noexcept { return trimTrailing(line, " \t`"); }
 
-/// Bytes that a line of data, without its zeros, stands for; -1 when it is none.
+/// Number of bytes that a line of data, without its zeros, encodes; -1 when it is not one.
 int dataLength(std::string_view line) noexcept {
   for (const char c : line)
     if (!isUuChar(c)) return -1;
@@ -58,8 +58,7 @@ bool decodeLine(std::string_view line, int length, DataBuffer& out) {
   return out.append(bytes.data(), size);
 }
 
-/// Whether a line is "begin", three or four octal digits and a name, which may be missing but not the blank
-/// before it.
+/// Whether a line is "begin", three or four octal digits, a blank and a name, which may be empty.
 bool readBegin(std::string_view line, std::string_view& name) noexcept {
   constexpr std::string_view kBegin = "begin ";
   if (!line.starts_with(kBegin)) return false;
@@ -70,20 +69,19 @@ bool readBegin(std::string_view line, std::string_view& name) noexcept {
   return true;
 }
 
-/// Reads the blocks of a text one after the other. Every byte is looked at a fixed number of times.
+/// Reads the blocks of a text one after the other. Every byte is examined a fixed number of times.
 class BlockReader {
  public:
   explicit BlockReader(std::string_view text) : m_text(text) {}
 
-  /// Appends the bytes of the next block; false when there is none, or memory ran out, and `out` is as it
-  /// was.
+  /// Appends the bytes of the next block; false, with `out` unchanged, when there is none or memory ran out.
   bool next(DataBuffer& out, std::string_view& name) {
     const std::size_t size = out.getSize();
     const std::size_t searchedFrom = m_at;
     while (findBegin(name)) {
       const std::size_t begin = m_beginLine;
       if (readData(out)) {
-        m_textBefore = !trim(m_text.substr(searchedFrom, begin - searchedFrom)).empty();
+        m_textPrecedes = !trim(m_text.substr(searchedFrom, begin - searchedFrom)).empty();
         return true;
       }
       out.shorten(out.getSize() - size);
@@ -91,13 +89,13 @@ class BlockReader {
     return false;
   }
 
-  // Of the last block: whether text stands between it and what was read before, where it begins, what follows.
-  bool hadTextBefore() const noexcept { return m_textBefore; }
+  // Of the last block: whether text precedes it since the previous one, where it begins, what follows.
+  bool textPrecedes() const noexcept { return m_textPrecedes; }
   std::size_t blockBegin() const noexcept { return m_beginLine; }
   std::string_view rest() const noexcept { return m_text.substr(m_at); }
 
  private:
-  /// Moves behind the next "begin MODE NAME" line.
+  /// Moves after the next "begin MODE NAME" line.
   bool findBegin(std::string_view& name) noexcept {
     while (m_at < m_text.size()) {
       m_beginLine = m_at;
@@ -106,7 +104,7 @@ class BlockReader {
     return false;
   }
 
-  /// The bytes up to a line end of any kind, which is passed.
+  /// Reads up to a line break of any kind and moves after it.
   std::string_view readLine() noexcept {
     std::size_t end = m_at;
     while (end < m_text.size() && m_text[end] != '\n' && m_text[end] != '\r') ++end;
@@ -117,11 +115,10 @@ class BlockReader {
     return line;
   }
 
-  /// Stops behind "end", or before the first line that is no data. False when that leaves nothing that is a
-  /// block.
+  /// Stops after "end", or before the first line that is not data. False when what was read is not a block.
   bool readData(DataBuffer& out) {
     bool hasData = false;
-    bool isClosed = false;  // a line of length zero was written out, not made by losing its blanks
+    bool isClosed = false;  // a real line of length zero, not one that lost its blanks
     while (m_at < m_text.size()) {
       const std::size_t lineStart = m_at;
       const std::string_view received = readLine();
@@ -143,7 +140,7 @@ class BlockReader {
   std::string_view m_text;
   std::size_t m_at = 0;
   std::size_t m_beginLine = 0;
-  bool m_textBefore = false;
+  bool m_textPrecedes = false;
 };
 
 }  // namespace
@@ -165,20 +162,20 @@ int Uu::uu_decodeMultipleDb(std::string_view text, ExtPtrArray& data, ExtPtrArra
   return neverThrow(0, [&] {
     BlockReader blocks(text);
     UuSurroundings found;
-    std::string_view behindLast;
+    std::string_view afterLast;
     int count = 0;
     std::string_view name;
     for (auto block = std::make_unique<DataBuffer>(); count <= most && blocks.next(*block, name);
          block = std::make_unique<DataBuffer>()) {
       if (!names.appendString(name) || !data.appendObject(block.get())) break;
-      std::ignore = block.release();  // now the list's
+      std::ignore = block.release();  // now owned by the list
       if (count++ == 0)
         found.firstBlock = blocks.blockBegin();
       else
-        found.textFollows = found.textFollows || blocks.hadTextBefore();
-      behindLast = blocks.rest();
+        found.textFollows = found.textFollows || blocks.textPrecedes();
+      afterLast = blocks.rest();
     }
-    found.textFollows = found.textFollows || !trim(behindLast).empty();
+    found.textFollows = found.textFollows || !trim(afterLast).empty();
     if (around) *around = found;
     return count;
   });

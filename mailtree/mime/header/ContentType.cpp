@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::string_view kAssumedType = "text/plain";
 
-/// Parameters with a member of their own, in the order in which they are written.
+/// Parameters with a member of their own, in output order.
 struct MemberParam {
   std::string_view name;
   StringBuffer _svContentType::*member;
@@ -29,11 +29,11 @@ constexpr MemberParam kMemberParams[] = {
 bool isText(std::string_view type) noexcept { return beginsWithNoCase(type, "text/"); }
 
 constexpr bool isTypeChar(char c) noexcept {
-  constexpr std::string_view kNever = " ()<>@,;:\\\"[]?=";
-  return !isControlAscii(c) && !is8bit(c) && kNever.find(c) == std::string_view::npos;
+  constexpr std::string_view kDelimiters = " ()<>@,;:\\\"[]?=";
+  return !isControlAscii(c) && !is8bit(c) && kDelimiters.find(c) == std::string_view::npos;
 }
 
-/// What a type may consist of, in lower case; 0: nothing of the kind.
+/// Characters of a type, mapped to lower case; 0: not allowed.
 constexpr std::array<char, 256> kTypeChars = [] {
   std::array<char, 256> table{};
   for (std::size_t c = 0; c < table.size(); ++c)
@@ -41,7 +41,7 @@ constexpr std::array<char, 256> kTypeChars = [] {
   return table;
 }();
 
-/// Reads "type/subtype" in lower case, blanks around the slash allowed; false when it is nothing of the kind.
+/// Reads "type/subtype" in lower case, blanks around the slash allowed; false when the value is not one.
 bool readType(std::string_view value, std::string& type) {
   const std::size_t slash = value.find('/');
   if (slash == std::string_view::npos) return false;
@@ -69,7 +69,7 @@ void appendMember(const _svContentType& type, const MemberParam& row, int codePa
   const bool needsNoRfc2231 =
       value.size() <= kMaxPlainParameter && !contains(value, "\"") && !contains(value, "\\") &&
       std::none_of(value.begin(), value.end(), [](char c) { return is8bit(c) || isControlAscii(c); });
-  // Quotes around a boundary are never wrong, and readers exist that cut bare ones short.
+  // Quotes around a boundary are always valid, and some readers truncate an unquoted one.
   if (row.member == &_svContentType::m_boundary && needsNoRfc2231) {
     out.append("; ").append(row.name).append("=\"").append(value).append("\"");
     return;
@@ -78,7 +78,7 @@ void appendMember(const _svContentType& type, const MemberParam& row, int codePa
   appendParam(row.name, value, codePage, isName, out);
 }
 
-bool holdsSame(const std::vector<_svParamSet::Param>& params, const _svParamSet::Param& wanted) noexcept {
+bool containsEqual(const std::vector<_svParamSet::Param>& params, const _svParamSet::Param& wanted) noexcept {
   return std::any_of(params.begin(), params.end(), [&wanted](const _svParamSet::Param& param) {
     return param.value == wanted.value && equalsNoCase(param.name, wanted.name);
   });
@@ -90,7 +90,7 @@ bool sameParams(const _svParamSet& left, const _svParamSet& right) noexcept {
   const auto holdsAll = [](const auto& all, const auto& wanted) {
     for (std::size_t i = 0; i < wanted.size(); ++i) {
       const bool isInPlace = all[i].value == wanted[i].value && equalsNoCase(all[i].name, wanted[i].name);
-      if (!isInPlace && !holdsSame(all, wanted[i])) return false;
+      if (!isInPlace && !containsEqual(all, wanted[i])) return false;
     }
     return true;
   };

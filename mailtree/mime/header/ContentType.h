@@ -33,22 +33,20 @@ class _svContentType {
   static inline std::atomic<bool> m_noFormatFlowed = false;
   _svParamSet
       m_otherParams;  ///< Parameters without a member of their own, in order: method, report-type, delsp, ...
-                      ///< Of the charsets: one of a text type that nobody knows, any one of another type.
+                      ///< Charset names: an unknown one of a text type, any one of another type.
 
   /// Reads a Content-Type value. A value without a slash or with broken syntax counts as text/plain; its
-  /// parameters are read all the same.
+  /// parameters are still read.
   /// @param charset receives the charset parameter (cleared when there is none).
   /// @return false when the value was unusable and text/plain was assumed.
   bool loadFromMimeHeaderValue(const char* value, _svCharset& charset, LogBase& log);
   bool loadFromMimeHeaderValue(std::string_view value, _svCharset& charset);
 
   /// Appends the members as a Content-Type value, unfolded; nothing when there is no type.
-  /// @param charset      written as the charset parameter of text types when it has a name, and then instead
-  /// of one among
-  ///                     m_otherParams; its code page carries non-ASCII values.
-  /// @param withFlowed   whether format=flowed, and the delsp that goes with it, is written when
-  /// m_formatFlowed is set.
-  /// @param withName     whether the name parameter is written.
+  /// @param charset      written as the charset parameter of text types when it has a name, instead of one in
+  ///                     m_otherParams; its code page encodes non-ASCII values.
+  /// @param withFlowed   whether to write format=flowed, and delsp with it, when m_formatFlowed is set.
+  /// @param withName     whether to write the name parameter.
   void buildMimeHeaderValue(StringBuffer& out, _svCharset& charset, bool withFlowed, bool withName,
                             LogBase& log) const;
 
@@ -56,7 +54,7 @@ class _svContentType {
   void clear();
 
   /// Whether both mean the same: type and every parameter (boundary, protocol ... exactly, names of types
-  /// ignoring case; the order of m_otherParams does not matter).
+  /// ignoring case, m_otherParams in any order).
   bool sameMeaning(const _svContentType& other) const noexcept;
 
  private:

@@ -13,11 +13,11 @@ struct Row {
   const char* extension;
 };
 
-/// Types met in mail. The first row of a type holds its usual extension, the first row of an extension its
-/// usual type. To add one, write its row into the group it belongs to; where that makes it the first of its
-/// kind, mean it.
+/// Media types found in mail. The first row of a type holds its usual extension, the first row of an
+/// extension its usual type. Add a row to the group it belongs to, and mind whether it becomes the first of
+/// its type or extension.
 constexpr Row kRows[] = {
-    // Bytes of no known kind
+    // Unknown
     {"application/octet-stream", "bin"},
     {"application/octet-stream", "dat"},
     // Text
@@ -93,13 +93,13 @@ constexpr Row kRows[] = {
     {"image/g3fax", "g3"},
     {"image/wmf", "wmf"},
     {"image/emf", "emf"},
-    // Alternative labels of the types above and below
+    // Aliases of other types here
     {"image/jpg", "jpg"},
     {"image/pjpeg", "jpg"},
     {"image/x-png", "png"},
     {"image/x-ms-bmp", "bmp"},
     {"image/vnd.microsoft.icon", "ico"},
-    // Sound
+    // Audio
     {"audio/mpeg", "mp3"},
     {"audio/mpeg", "mp2"},
     {"audio/mp4", "m4a"},
@@ -121,7 +121,7 @@ constexpr Row kRows[] = {
     {"audio/webm", "weba"},
     {"audio/3gpp", "3ga"},
     {"audio/mp3", "mp3"},
-    // Moving pictures
+    // Video
     {"video/mp4", "mp4"},
     {"video/mp4", "m4v"},
     {"video/mpeg", "mpg"},
@@ -314,7 +314,7 @@ constexpr bool isLowerToken(std::string_view text, std::string_view punctuation)
   return !text.empty();
 }
 
-/// Whether every row is a lower-case "type/subtype" with an extension that has no dot.
+/// Whether every row is a lower-case "type/subtype" and an extension without a dot.
 constexpr bool areRowsWellFormed() noexcept {
   for (const Row& row : kRows) {
     const std::string_view type = row.type;

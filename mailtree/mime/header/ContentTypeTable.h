@@ -1,4 +1,4 @@
-// mime/header/ContentTypeTable.h - the media type of a file extension, and the usual extension of a media type.
+// mime/header/ContentTypeTable.h - media types by file extension, and usual extensions by media type.
 #pragma once
 
 #include <string_view>
@@ -6,7 +6,7 @@
 namespace mailtree {
 
 /// The table entry by entry: a media type at each even index, its extension (lower case, no dot) at the next
-/// odd one. An empty string, never null, for a negative index and from the end of the last pair on.
+/// odd one. An index out of range gives an empty string, never null.
 const char* svMimeContentType(int index) noexcept;
 
 /// The usual extension of a media type, ignoring case; empty when the table does not have the type.

@@ -15,7 +15,7 @@ namespace {
 constexpr std::int64_t kSecondsPerDay = 86'400;
 constexpr int kMaxYear = 9999;
 
-// Names are matched by any prefix of three letters or more, so that "Sept" and "December" are read too.
+// Any prefix of three letters or more matches, which covers "Sept" and "December".
 constexpr std::string_view kMonths[] = {"january",   "february", "march",    "april",
                                         "may",       "june",     "july",     "august",
                                         "september", "october",  "november", "december"};
@@ -27,9 +27,8 @@ struct Zone {
   int minutes;  // East of Greenwich.
 };
 
-// Where one name is used in several parts of the world, the meaning most common in mail. Single letters are
-// not here: RFC 822 gave the military zones the wrong sign, so RFC 5322 (4.3) has them read as unknown, which
-// is GMT.
+// A name used in several parts of the world has the meaning most common in mail. Single letters are missing:
+// RFC 822 gave the military zones the wrong sign, so RFC 5322 (4.3) has them read as unknown, which is GMT.
 constexpr Zone kZones[] = {
     {"UT", 0},     {"UTC", 0},     {"GMT", 0},     {"WET", 0},    {"WEST", 60},  {"BST", 60},   {"IST", 330},
     {"CET", 60},   {"MET", 60},    {"MEZ", 60},    {"CEST", 120}, {"MEST", 120}, {"MESZ", 120}, {"EET", 120},
@@ -48,8 +47,8 @@ constexpr int daysInMonth(int year, int month) noexcept {
   return month == 2 && isLeapYear(year) ? 29 : kDays[month - 1];
 }
 
-// Days since 1970-01-01 of a day in the Gregorian calendar. Years are counted from March, so that the leap
-// day comes last.
+// Days since 1970-01-01 of a day in the Gregorian calendar. Years begin
+// in March, which puts the leap day last.
 constexpr std::int64_t daysFromDate(int year, int month, int day) noexcept {
   const std::int64_t y = month > 2 ? year : year - 1;
   const std::int64_t monthFromMarch = (month + 9) % 12;
@@ -66,15 +65,15 @@ constexpr std::int64_t secondOfDay(int hour, int minute, int second) noexcept {
 constexpr std::int64_t kFirstSecond = daysFromDate(1, 1, 1) * kSecondsPerDay;
 constexpr std::int64_t kLastSecond = daysFromDate(kMaxYear + 1, 1, 1) * kSecondsPerDay - 1;
 
-// RFC 5322, 4.3: two digits below 50 are of this century, from 50 on of the last; three digits count from
-// 1900.
+// RFC 5322, 4.3: two digits below 50 are in this century, from 50 on in
+// the last; three digits count from 1900.
 int fullYear(int year, std::size_t digits) noexcept {
   if (year < 50) return year + 2000;
   if (year < 100 || digits == 3) return year + 1900;
   return year;
 }
 
-// 1 to 12, 0 for no month.
+// 1 to 12, 0 when it is no month.
 int monthOfName(std::string_view word) noexcept {
   if (word.size() < 3) return 0;
   const auto* found = std::find_if(std::begin(kMonths), std::end(kMonths),
@@ -89,10 +88,9 @@ std::optional<int> minutesOfZone(std::string_view name) noexcept {
   return found->minutes;
 }
 
-// Goes through the text once and takes every piece for what it looks like, in whatever order the pieces come:
-// a number before a colon begins the time, a name is a month or a zone, a sign after the time begins the
-// offset, and the numbers left over are day and year, or year, month and day. Weekdays and other words mean
-// nothing.
+// Reads the pieces of the text once, in any order: a number before a colon begins the time, a name is a month
+// or a zone, a sign after the time begins the offset, and the remaining numbers are day and year, or year,
+// month and day. Weekdays and other words are ignored.
 class DateReader {
  public:
   explicit DateReader(std::string_view text) noexcept : m_rest(text) {}
@@ -135,18 +133,17 @@ class DateReader {
     if (isCompactTime(number)) return takeCompactTime(number);
     if (number.digits == 8) return takeCompactDate(number);
     if (number.digits == 4 && m_haveTime && m_month && m_numberCount == 2) {
-      setOffset(number, 1);  // the sign was forgotten
+      setOffset(number, 1);  // the sign is missing
       return true;
     }
     addDateNumber(number);
-    // The dash in "2002-12-13" is no sign of an offset, wherever the date stands.
+    // The dash in "2002-12-13" does not begin an offset, wherever the date is.
     if (!m_rest.empty() && m_rest.front() == '-' && !m_haveOffset && m_numberCount < 3 && !m_month)
       m_rest.remove_prefix(1);
     return true;
   }
 
-  // Whether what follows a number makes it the hour: a colon, or a dot where day, month and year are already
-  // known.
+  // Whether the text after a number makes it the hour: a colon, or a dot once day, month and year are known.
   bool continuesTime() noexcept {
     if (m_haveTime) return false;
     const std::string_view next = trimLeft(m_rest);
@@ -167,7 +164,7 @@ class DateReader {
     return m_hour <= 23 && m_minute <= 59 && m_second <= 60;
   }
 
-  // ":59" and its like, blanks allowed; nothing is taken when it is not there.
+  // ":59" and the like, blanks allowed; consumes nothing when absent.
   std::optional<Number> takeTimePart(char separator) noexcept {
     std::string_view next = trimLeft(m_rest);
     if (!next.starts_with(separator)) return std::nullopt;
@@ -222,7 +219,7 @@ class DateReader {
     const std::string_view word = m_rest.substr(0, length);
     m_rest.remove_prefix(length);
 
-    // Weekdays of other languages look like months ("mar", "jun"); the month itself comes after them.
+    // Foreign weekdays look like months ("mar", "jun"); the month comes after them.
     const int month = m_month && m_haveTime ? 0 : monthOfName(word);
     if (month) {
       m_month = month;
@@ -273,7 +270,7 @@ class DateReader {
         return;
       }
     }
-    m_rest = {};  // never closed: all the rest is comment
+    m_rest = {};  // unterminated: the rest is comment
   }
 
   Number takeNumber() noexcept {
@@ -295,7 +292,7 @@ class DateReader {
       month = m_numbers[1].value;
       day = m_numbers[2];
     } else {
-      return std::nullopt;  // "03/04/05" could be anything
+      return std::nullopt;  // "03/04/05" is ambiguous
     }
     if (year.digits < 2 || year.digits > 4 || day.digits > 2 || month < 1 || month > 12) return std::nullopt;
     return inGmt(fullYear(year.value, year.digits), month, day.value);
@@ -384,14 +381,14 @@ void _svDateParser::generateCurrentDateRFC822(StringBuffer& out) {
   std::tm local{};
   if (!localtime_r(&now, &local)) return;
 
-  SorvikSysTime wall;
-  wall.m_year = static_cast<std::uint16_t>(local.tm_year + 1900);
-  wall.m_month = static_cast<std::uint16_t>(local.tm_mon + 1);
-  wall.m_day = static_cast<std::uint16_t>(local.tm_mday);
-  wall.m_hour = static_cast<std::uint16_t>(local.tm_hour);
-  wall.m_minute = static_cast<std::uint16_t>(local.tm_min);
-  wall.m_second = static_cast<std::uint16_t>(local.tm_sec);
-  const int east = static_cast<int>((wall.toUnixTime() - now) / 60);
+  SorvikSysTime localTime;
+  localTime.m_year = static_cast<std::uint16_t>(local.tm_year + 1900);
+  localTime.m_month = static_cast<std::uint16_t>(local.tm_mon + 1);
+  localTime.m_day = static_cast<std::uint16_t>(local.tm_mday);
+  localTime.m_hour = static_cast<std::uint16_t>(local.tm_hour);
+  localTime.m_minute = static_cast<std::uint16_t>(local.tm_min);
+  localTime.m_second = static_cast<std::uint16_t>(local.tm_sec);
+  const int east = static_cast<int>((localTime.toUnixTime() - now) / 60);
   const int offset = east < 0 ? -east : east;
 
   char month[4] = {toUpperAscii(kMonths[local.tm_mon][0]), kMonths[local.tm_mon][1], kMonths[local.tm_mon][2],

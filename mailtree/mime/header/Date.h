@@ -27,20 +27,19 @@ class SorvikSysTime final : public SorvikObject {
   void copyFrom(const SorvikSysTime& other) { *this = other; }
   /// Seconds since 1970-01-01 00:00 GMT, the fields taken as GMT.
   std::int64_t toUnixTime() const noexcept;
-  /// Sets every field, milliseconds to 0. Seconds outside the years 1 to 9999 count as the nearest one
-  /// inside.
+  /// Sets every field, milliseconds to 0. Seconds outside the years 1 to 9999 are clamped to that range.
   void fromUnixTime(std::int64_t seconds) noexcept;
-  /// Same fields; the day of the week, which follows from the others, is not looked at.
+  /// Compares all fields but the day of the week, which follows from the others.
   bool operator==(const SorvikSysTime& other) const noexcept;
 };
 
 class _svDateParser {
  public:
-  /// Reads a date into `time`, in GMT. Takes RFC 5322, its obsolete forms, and what is met in the wild:
+  /// Reads a date into `time`, in GMT. Accepts RFC 5322, its obsolete forms, and forms found in real mail:
   /// two-digit years, no weekday, no seconds, zone names, comments, asctime order, ISO 8601. A numeric offset
-  /// wins over a zone name beside it; without a known zone the time counts as GMT. A leap second is the first
-  /// second of the next minute.
-  /// @return false when the text is no date; `time` is then untouched.
+  /// takes precedence over a zone name; without a known zone the time counts as GMT. A leap second is the
+  /// first second of the next minute.
+  /// @return false when the text is not a date; `time` is then unchanged.
   static bool parseRFC822Date(const char* text, SorvikSysTime& time);
   static bool parse(std::string_view text, SorvikSysTime& time);
   /// Appends the current date with the host's zone offset, such as "Sat, 21 Nov 2026 08:30:00 +0100".

@@ -1,5 +1,5 @@
-// Folding of header lines (RFC 5322, 2.2.3): a line break is put before white space that is already there, so
-// that taking the breaks out again gives the same value.
+// Folding of header lines (RFC 5322, 2.2.3): a line break is inserted before existing white space, so
+// unfolding gives the same value.
 #include "mailtree/base/Ascii.h"
 #include "mailtree/mime/LineLengths.h"
 #include "mailtree/mime/coding/EncodedWord.h"
@@ -10,8 +10,8 @@ namespace mailtree {
 namespace {
 
 constexpr std::size_t npos = std::string_view::npos;
-/// A longer run of blanks could only be folded into a line of blanks alone, which some take for the end of
-/// the header.
+/// A longer run of blanks could only be folded into a blank line, which some
+/// readers take for the end of the header.
 constexpr std::size_t kMaxBlankRun = 500;
 
 class Folder {
@@ -22,7 +22,7 @@ class Folder {
     const std::size_t colon = m_line.find(':');
     for (std::size_t at = colon == npos ? 0 : colon + 1; at < m_line.size(); ++at) {
       if (!isBlankAscii(m_line[at])) {
-        followQuotes(at);
+        trackQuotes(at);
         continue;
       }
       endPiece(at);
@@ -36,7 +36,7 @@ class Folder {
   }
 
  private:
-  void followQuotes(std::size_t& at) noexcept {
+  void trackQuotes(std::size_t& at) noexcept {
     if (m_line[at] == '"') m_inQuotes = !m_inQuotes;
     if (m_line[at] == '\\' && m_inQuotes && at + 1 < m_line.size() && !isBlankAscii(m_line[at + 1])) ++at;
   }
@@ -47,27 +47,27 @@ class Folder {
 
   void endPiece(std::size_t end) {
     if (mayHoldEncodedWord(m_line.substr(m_piece, end - m_piece))) m_lastWord = m_piece;
-    makeFit(end);
+    foldToFit(end);
   }
 
   std::size_t limit() const noexcept {
     return m_lastWord != npos && m_lastWord >= m_begin ? kMaxLineWithWord : kPreferredLine;
   }
 
-  /// Breaks lines until the text up to `end` fits, as far as there are places for it.
-  void makeFit(std::size_t end) {
+  /// Folds until the text up to `end` fits, where folding is possible.
+  void foldToFit(std::size_t end) {
     while (end - m_begin > limit()) {
-      const std::size_t place = choosePlace(end);
+      const std::size_t place = findFoldPosition(end);
       if (place == npos) break;
       breakAt(place);
     }
-    while (end - m_begin >= kLongestLine) breakByForce();
+    while (end - m_begin >= kLongestLine) forceBreak();
   }
 
-  std::size_t choosePlace(std::size_t end) const noexcept {
+  std::size_t findFoldPosition(std::size_t end) const noexcept {
     if (isUsable(m_plain)) return m_plain;
     if (isUsable(m_quoted)) return m_quoted;
-    // A first line with nothing but the name looks odd to many readers: only when it helps.
+    // A first line with only the name confuses many readers: done only when it helps.
     const bool helps =
         isUsable(m_afterColon) && (end - m_afterColon <= limit() || end - m_begin > kLongestLine);
     return helps ? m_afterColon : npos;
@@ -80,9 +80,9 @@ class Folder {
     m_begin = place;
   }
 
-  /// Nowhere to fold: the line is cut, not inside a utf-8 character, and a blank added.
-  void breakByForce() {
-    std::size_t size = kLongestLine - 1;  // a blank already stands before what was cut the last time
+  /// No place to fold: the line is cut, but not inside a utf-8 character, and a blank is added.
+  void forceBreak() {
+    std::size_t size = kLongestLine - 1;  // a blank already precedes the text cut last time
     while (size > kLongestLine - 4 && (static_cast<unsigned char>(m_line[m_begin + size]) & 0xC0) == 0x80)
       --size;
     breakAt(m_begin + size);
@@ -91,9 +91,9 @@ class Folder {
 
   std::string_view m_line;
   std::string m_out;
-  std::size_t m_begin = 0;        ///< Of the output line at hand.
-  std::size_t m_piece = 0;        ///< Begin of the text without blanks at hand.
-  std::size_t m_lastWord = npos;  ///< Begin of the last piece with an encoded word.
+  std::size_t m_begin = 0;        ///< Of the current output line.
+  std::size_t m_piece = 0;        ///< Beginning of the current text without blanks.
+  std::size_t m_lastWord = npos;  ///< Beginning of the last piece with an encoded word.
   std::size_t m_plain = npos;
   std::size_t m_quoted = npos;
   std::size_t m_afterColon = npos;
@@ -122,7 +122,7 @@ std::string withShortBlankRuns(std::string_view line) {
 }  // namespace
 
 std::string foldHeaderLine(std::string_view line) {
-  if (holdsBreak(line)) return foldHeaderLine(withoutBreaks(line));
+  if (containsBreak(line)) return foldHeaderLine(withoutBreaks(line));
   line = trimRight(line);
   const bool fits = line.size() <= kMaxLineWithWord || !mayHoldEncodedWord(line);
   if (fits && line.size() <= kPreferredLine) return std::string(line);

@@ -1,4 +1,4 @@
-// mime/header/HeaderLines.h - the lines of a header: where they end and whether they begin a field.
+// mime/header/HeaderLines.h - header lines: where they end and whether they begin a field.
 #pragma once
 
 #include <bit>
@@ -10,13 +10,13 @@
 
 namespace mailtree {
 
-/// Where the line that `from` stands in ends: at its line break, or at the end of the text.
+/// The end of the line that holds `from`: its line break, or the end of the text.
 inline std::size_t endOfLine(std::string_view text, std::size_t from) noexcept {
   return findAny<'\n', '\r'>(text, from);
 }
 
-/// Where the line behind the line break at `end` begins. Breaks: CRLF, LF, CR, and CR CR LF, which text files
-/// that went through two conversions have.
+/// The beginning of the line after the line break at `end`. Line breaks: CRLF, LF, CR, and CR CR LF, which a
+/// text converted twice has.
 constexpr std::size_t afterLineBreak(std::string_view text, std::size_t end) noexcept {
   if (end >= text.size()) return text.size();
   if (text[end] == '\n') return end + 1;
@@ -25,15 +25,15 @@ constexpr std::size_t afterLineBreak(std::string_view text, std::size_t end) noe
   return rest.starts_with('\n') ? end + 2 : end + 1;
 }
 
-/// What a field name may consist of (RFC 5322, 3.6.8).
+/// A character of a field name (RFC 5322, 3.6.8).
 constexpr bool isFieldNameChar(char c) noexcept { return c > ' ' && c < 0x7F && c != ':'; }
 
 struct FieldStart {
-  std::size_t nameSize = 0;  ///< 0: the line begins no field.
+  std::size_t nameSize = 0;  ///< 0: the line does not begin a field.
   std::size_t colon = 0;
 };
 
-/// How many characters of a field name the line begins with.
+/// The number of field-name characters at the beginning of the line.
 inline std::size_t fieldNameSize(std::string_view line) noexcept {
   std::size_t at = 0;
 #if defined(__SSE2__)
@@ -51,7 +51,7 @@ inline std::size_t fieldNameSize(std::string_view line) noexcept {
   return at;
 }
 
-/// Reads "name:" at the begin of a line. Blanks before the colon are accepted (RFC 5322, 4.5).
+/// Reads "name:" at the beginning of a line. Blanks before the colon are accepted (RFC 5322, 4.5).
 inline FieldStart readFieldStart(std::string_view line) noexcept {
   const std::size_t nameSize = fieldNameSize(line);
   std::size_t at = nameSize;
@@ -60,12 +60,12 @@ inline FieldStart readFieldStart(std::string_view line) noexcept {
   return {nameSize, at};
 }
 
-/// Whether a field says nothing when it is empty, and so is not written.
-constexpr bool isLeftOutEmpty(std::string_view name) noexcept {
+/// Whether a field is meaningless when empty, and then not written.
+constexpr bool isOmittedWhenEmpty(std::string_view name) noexcept {
   return equalsNoCase(name, "Content-Type") || equalsNoCase(name, "Content-Transfer-Encoding");
 }
 
-/// Where a field begins that nothing but empty lines, or lines of blanks, precedes; npos when something else does.
+/// Where the first field begins, if only empty or blank lines precede it; npos otherwise.
 inline std::size_t findFirstField(std::string_view text) noexcept {
   std::size_t begin = 0;
   for (std::size_t at = 0; at < text.size() && isSpaceAscii(text[at]); at = afterLineBreak(text, at)) {

@@ -1,4 +1,4 @@
-// Writing one parameter: bare, quoted, or by RFC 2231 in as many sections as lines of 78 ask for.
+// Writes one parameter: bare, quoted, or by RFC 2231 in as many sections as lines of 78 characters need.
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Utf.h"
 #include "mailtree/mime/LineLengths.h"
@@ -34,8 +34,8 @@ bool allOf(std::string_view text, Predicate predicate) noexcept {
   return true;
 }
 
-/// Whether the value can be read back from a token or a quoted string just as it is. Nobody looks for encoded
-/// words in a boundary.
+/// Whether the value reads back from a token or a quoted string unchanged.
+/// Encoded words are not decoded in a boundary.
 bool isPlain(std::string_view name, std::string_view value) noexcept {
   const auto isPrintable = [](char c) { return !is8bit(c) && !isControlAscii(c); };
   const bool mayBeDecoded = mayHoldEncodedWord(value) && !equalsNoCase(name, "boundary");
@@ -43,7 +43,7 @@ bool isPlain(std::string_view name, std::string_view value) noexcept {
 }
 
 void appendTokenOrQuoted(std::string_view value, std::string& out) {
-  // A single quote at both ends would be taken for one that means nothing.
+  // A single quote at both ends would be read as quoting.
   if (!value.empty() && value.front() != '\'' && allOf(value, isTokenChar)) {
     out += value;
     return;
@@ -60,7 +60,7 @@ void appendTokenOrQuoted(std::string_view value, std::string& out) {
 constexpr std::string_view kLatinBase = "AAAAAAACEEEEIIIIDNOOOOOxOUUUUYTsaaaaaaaceeeeiiiidnooooo-ouuuuyty";
 static_assert(kLatinBase.size() == 0x40);
 
-/// What a reader that knows nothing of RFC 2231 gets to see: base letters, "_" for what has none.
+/// The value for a reader without RFC 2231: base letters, "_" for other characters.
 std::string asciiFallback(std::string_view value) {
   std::string out;
   for (std::size_t at = 0; at < value.size() && out.size() < kMaxFallback;) {
@@ -78,7 +78,7 @@ std::string asciiFallback(std::string_view value) {
 class ExtendedWriter {
  public:
   ExtendedWriter(std::string_view name, std::string_view value, int codePage)
-      : m_name(name), m_value(value), m_codePage(carrierOf(value, codePage)) {}
+      : m_name(name), m_value(value), m_codePage(usableCodePage(value, codePage)) {}
 
   void write(std::string& out) {
     m_section = m_codePage == kCpUtf8 ? "utf-8" : std::string(charsetNameOf(m_codePage));
@@ -95,7 +95,7 @@ class ExtendedWriter {
   }
 
  private:
-  static int carrierOf(std::string_view value, int wanted) {
+  static int usableCodePage(std::string_view value, int wanted) {
     const int codePage = codePageToWrite(writableCodePage(wanted), value);
     if (codePage == kCpUtf8 || isStatefulCodePage(codePage)) return kCpUtf8;
     std::string scratch;
@@ -151,7 +151,7 @@ class ExtendedWriter {
 void appendParam(std::string_view name, std::string_view value, int codePage, bool withFallback,
                  std::string& out) {
   if (name.empty() || !allOf(name, isTokenChar)) return;
-  if (holdsBreak(value)) {
+  if (containsBreak(value)) {
     std::string clean(value);
     eraseBreaks(clean);
     appendParam(name, clean, codePage, withFallback, out);
@@ -162,7 +162,7 @@ void appendParam(std::string_view name, std::string_view value, int codePage, bo
     appendTokenOrQuoted(value, out);
     return;
   }
-  // The true value stands first: of two with one name many readers take the first.
+  // The RFC 2231 value comes first: of two values with one name many readers take the first.
   ExtendedWriter(name, value, codePage).write(out);
   if (!withFallback) return;
   out.append("; ").append(name).append("=");

@@ -1,5 +1,5 @@
-// Reading parameter lists. Three steps: the text is cut into raw segments, segments of one name are brought
-// together, each group is decoded once. Nothing is copied before the last step.
+// Reads parameter lists in three steps: the text is cut into raw segments, the segments of one name are
+// grouped, each group is decoded once. Only the last step copies.
 #include "mailtree/mime/header/HeaderParams.h"
 
 #include <algorithm>
@@ -19,14 +19,14 @@ namespace mailtree {
 namespace {
 
 constexpr std::size_t npos = std::string_view::npos;
-constexpr int kWhole = -1;  // section of a segment that is no RFC 2231 continuation
+constexpr int kWhole = -1;  // section of a segment that is not an RFC 2231 continuation
 
 struct Segment {
   std::string_view name;  ///< Without the RFC 2231 suffix.
-  std::string_view raw;   ///< Without the quotes around it.
+  std::string_view raw;   ///< Without the surrounding quotes.
   int section = kWhole;
-  int order = 0;          ///< Place in the header value.
-  bool extended = false;  ///< Percent escapes, and a charset in the first one.
+  int order = 0;          ///< Position in the header value.
+  bool extended = false;  ///< Percent-encoded, with a charset in the first section.
   bool quoted = false;    ///< Backslashes escape.
 };
 
@@ -42,7 +42,7 @@ constexpr bool isPlainNameChar(char c) noexcept {
   return isAlnumAscii(c) || c == '-' || c == '_' || c == '*' || c == '.';
 }
 
-/// A file name may well hold parentheses and blanks where any other value would hold a comment.
+/// A file name may contain parentheses and blanks where any other value would have a comment.
 bool isFileName(std::string_view name) noexcept {
   return equalsNoCase(name, "filename") || equalsNoCase(name, "name");
 }
@@ -58,7 +58,7 @@ class ParamReader {
  public:
   explicit ParamReader(std::string_view text) noexcept : m_text(text) {}
 
-  /// What stands before the parameters.
+  /// The text before the parameters.
   std::string_view readMainValue() noexcept {
     skipBlanksAndComments();
     const std::size_t begin = m_at;
@@ -90,7 +90,7 @@ class ParamReader {
       skipBlanks();
       if (m_at >= m_text.size() || m_text[m_at] != '=') {
         if (m_at == begin) ++m_at;  // a stray character
-        continue;                   // a name without a value says nothing
+        continue;                   // a name without a value is ignored
       }
       ++m_at;
       skipBlanks();
@@ -123,8 +123,7 @@ class ParamReader {
       ++m_at;
   }
 
-  /// Position behind the comment that begins at `at`; npos when it never ends, and then no other one is
-  /// looked for.
+  /// Position after the comment that begins at `at`; npos when it is unterminated, and from then on always.
   std::size_t endOfComment(std::size_t at) noexcept {
     if (m_commentsEnded) return npos;
     std::size_t depth = 0;
@@ -147,8 +146,7 @@ class ParamReader {
     return at;
   }
 
-  /// Whether "name=" stands there: the begin of the next parameter where a semicolon or a quote was
-  /// forgotten.
+  /// Whether "name=" is there: the beginning of the next parameter after a missing semicolon or quote.
   bool isParamAt(std::size_t at) const noexcept {
     const std::size_t begin = at;
     while (at < m_text.size() && isPlainNameChar(m_text[at])) ++at;
@@ -189,11 +187,11 @@ class ParamReader {
     }
     std::string_view value = trim(m_text.substr(begin, m_at - begin));
     if (!isFileName(segment.name)) value = trim(value.substr(0, value.find(" (")));  // a comment
-    // A boundary may truly begin and end with a single quote.
+    // A boundary may really begin and end with a single quote.
     return isBoundary(segment.name) ? value : withoutQuotes(value, '\'');
   }
 
-  /// Reads from the quote at m_at. A quote inside that nothing reasonable follows belongs to the value.
+  /// Reads from the quote at m_at. An inner quote that no delimiter follows belongs to the value.
   std::string_view readQuoted() noexcept {
     const std::size_t begin = ++m_at;
     std::size_t firstInner = npos, lastEscaped = npos;
@@ -225,8 +223,7 @@ class ParamReader {
     return next >= m_text.size() || m_text[next] == ';' || m_text[next] == '(' || isParamAt(next);
   }
 
-  /// Whether the quote opens the value of another parameter, so that the one that began before it was never
-  /// closed.
+  /// Whether the quote opens the value of another parameter, because the previous one is unterminated.
   bool opensAnother(std::size_t begin, std::size_t quote) const noexcept {
     std::size_t at = quote;
     while (at > begin && isSpaceAscii(m_text[at - 1])) --at;
@@ -237,7 +234,7 @@ class ParamReader {
     return at > begin && m_text[at - 1] == ';';
   }
 
-  /// A quoted value without its closing quote: it ends at a quote that did not look like one, at the next
+  /// An unterminated quoted value: it ends at an inner quote, at the next
   /// parameter, or at the end of the text.
   std::string_view readUnterminated(std::size_t begin, std::size_t firstInner, std::size_t limit) noexcept {
     if (firstInner != npos) return endQuoted(begin, firstInner, firstInner + 1);
@@ -251,8 +248,8 @@ class ParamReader {
 
   std::string_view m_text;
   std::size_t m_at = 0;
-  bool m_commentsEnded = false;  ///< One was found that never ends: parentheses are text.
-  bool m_quotesEnded = false;  ///< A quoted value was found that never ends: no second look at inner quotes.
+  bool m_commentsEnded = false;  ///< An unterminated comment was found: parentheses are text.
+  bool m_quotesEnded = false;  ///< An unterminated quoted value was found: inner quotes are not tried again.
 };
 
 void appendUnescaped(const Segment& segment, std::string& out) {
@@ -261,7 +258,7 @@ void appendUnescaped(const Segment& segment, std::string& out) {
     return;
   }
   for (std::size_t i = 0; i < segment.raw.size(); ++i) {
-    // Only quotes and backslashes are unescaped: every other backslash comes from a Windows path.
+    // Only quotes and backslashes are unescaped: any other backslash comes from a Windows path.
     const char next = i + 1 < segment.raw.size() ? segment.raw[i + 1] : '\0';
     if (segment.raw[i] == '\\' && (next == '"' || next == '\\')) ++i;
     out += segment.raw[i];
@@ -281,7 +278,7 @@ void appendPercentDecoded(std::string_view text, std::string& out) {
   }
 }
 
-/// Cuts "charset'language'" off the front; the code page, 0 when there is none.
+/// Removes "charset'language'" from the front and returns the code page, 0 when there is none.
 int takeCharset(std::string_view& text) noexcept {
   const std::size_t first = text.find('\'');
   if (first == npos) return 0;
@@ -316,7 +313,7 @@ std::string decodeGroup(Group group) {
     anyExtended = true;
     appendPercentDecoded(text, bytes);
   }
-  // A boundary is compared with the lines of the body byte by byte, whatever it looks like.
+  // A boundary is compared with the body byte by byte, so it is never decoded.
   const bool mayDecode = mayHoldEncodedWord(bytes) && !isBoundary(group.begin->name);
   if (!anyExtended) return mayDecode ? decodeEncodedWords(bytes) : bytes;
   std::string value;
@@ -333,7 +330,7 @@ int compareNames(std::string_view a, std::string_view b) noexcept {
   return a.size() < b.size() ? -1 : static_cast<int>(a.size() > b.size());
 }
 
-/// 0 for the form that wins when a name has several: `name*`, then `name*0`, then the plain one.
+/// Order of preference when a name has several forms: `name*` (0), then `name*0`, then the plain one.
 int formRank(const Segment& segment) noexcept {
   if (segment.section != kWhole) return 1;
   return segment.extended ? 0 : 2;
@@ -348,9 +345,9 @@ bool joinsBefore(const Segment& a, const Segment& b) noexcept {
 
 bool isPlain(const Segment& segment) noexcept { return !segment.extended && segment.section == kWhole; }
 
-/// Nearly all mail has shorter lists without RFC 2231: they are given in order, without a list being made.
+/// Nearly all mail has shorter lists without RFC 2231: these are passed on in order, without building a list.
 constexpr std::size_t kShortList = 8;
-constexpr std::size_t kMost = kMaxParameters;
+constexpr std::size_t kMax = kMaxParameters;
 
 bool isNamedBefore(std::span<const Segment> segments, std::size_t index) noexcept {
   return std::any_of(
@@ -358,28 +355,28 @@ bool isNamedBefore(std::span<const Segment> segments, std::size_t index) noexcep
       [&](const Segment& earlier) { return equalsNoCase(earlier.name, segments[index].name); });
 }
 
-void give(std::string_view name, std::string_view value, const TakeParameter& take) {
-  if (!holdsBreak(value)) return take(name, value);
+void passParameter(std::string_view name, std::string_view value, const ParameterHandler& take) {
+  if (!containsBreak(value)) return take(name, value);
   std::string oneLine(value);
   eraseBreaks(oneLine);
   take(name, oneLine);
 }
 
-void givePlain(const Segment& segment, const TakeParameter& take) {
-  const bool isAsItStands =
+void passPlain(const Segment& segment, const ParameterHandler& take) {
+  const bool isPlainText =
       !(segment.quoted && contains(segment.raw, "\\")) && !mayHoldEncodedWord(segment.raw);
-  if (isAsItStands) return give(segment.name, segment.raw, take);
+  if (isPlainText) return passParameter(segment.name, segment.raw, take);
   const Segments single{segment};
-  give(segment.name, decodeGroup({single.begin(), single.end()}), take);
+  passParameter(segment.name, decodeGroup({single.begin(), single.end()}), take);
 }
 
-void giveInOrder(std::span<const Segment> segments, const TakeParameter& take) {
+void passInOrder(std::span<const Segment> segments, const ParameterHandler& take) {
   for (std::size_t i = 0; i < segments.size(); ++i)
-    if (!isNamedBefore(segments, i)) givePlain(segments[i], take);
+    if (!isNamedBefore(segments, i)) passPlain(segments[i], take);
 }
 
-/// The groups in the order in which their names first occur.
-void giveGroups(Segments& segments, const TakeParameter& take) {
+/// Passes the groups on in the order in which their names first occur.
+void passGroups(Segments& segments, const ParameterHandler& take) {
   std::sort(segments.begin(), segments.end(), joinsBefore);
   struct Found {
     int order;
@@ -389,16 +386,16 @@ void giveGroups(Segments& segments, const TakeParameter& take) {
   groups.reserve(segments.size());
   for (auto it = segments.cbegin(); it != segments.cend();) {
     const auto begin = it;
-    auto winnersEnd = it;
+    auto preferredEnd = it;
     int order = it->order;
     for (; it != segments.cend() && equalsNoCase(it->name, begin->name); ++it) {
       order = std::min(order, it->order);
-      if (formRank(*it) == formRank(*begin)) winnersEnd = it + 1;
+      if (formRank(*it) == formRank(*begin)) preferredEnd = it + 1;
     }
-    groups.push_back({order, {begin, winnersEnd}});
+    groups.push_back({order, {begin, preferredEnd}});
   }
   std::sort(groups.begin(), groups.end(), [](const Found& a, const Found& b) { return a.order < b.order; });
-  for (const Found& found : groups) give(found.group.begin->name, decodeGroup(found.group), take);
+  for (const Found& found : groups) passParameter(found.group.begin->name, decodeGroup(found.group), take);
 }
 
 }  // namespace
@@ -438,30 +435,31 @@ ParameterizedValue parseParameterizedValue(std::string_view headerValue) {
   return result;
 }
 
-bool readParameters(std::string_view headerValue, const TakeValue& takeValue, const TakeParameter& take) {
+bool readParameters(std::string_view headerValue, const ValueHandler& takeValue,
+                    const ParameterHandler& take) {
   ParamReader reader(headerValue);
   takeValue(reader.readMainValue());
   std::array<Segment, kShortList> first;
   std::size_t count = 0;
-  bool allPlain = true, goesOn = true;
-  while (count < kShortList && (goesOn = reader.next(first[count]))) {
+  bool allPlain = true, hasMore = true;
+  while (count < kShortList && (hasMore = reader.next(first[count]))) {
     first[count].order = static_cast<int>(count);
     allPlain = allPlain && isPlain(first[count]);
     ++count;
   }
-  if (!goesOn && allPlain) {
-    giveInOrder({first.data(), count}, take);
+  if (!hasMore && allPlain) {
+    passInOrder({first.data(), count}, take);
     return true;
   }
 
   Segments segments(first.begin(), first.begin() + static_cast<std::ptrdiff_t>(count));
   Segment segment;
-  while (goesOn && segments.size() < kMost && (goesOn = reader.next(segment))) {
+  while (hasMore && segments.size() < kMax && (hasMore = reader.next(segment))) {
     segment.order = static_cast<int>(segments.size());
     segments.push_back(segment);
   }
-  const bool overLimit = goesOn && reader.next(segment);
-  giveGroups(segments, take);
+  const bool overLimit = hasMore && reader.next(segment);
+  passGroups(segments, take);
   return !overLimit;
 }
 

@@ -73,7 +73,7 @@ std::string encodeText(std::string_view fieldName, std::string_view utf8, int co
   return encodeUnstructured(utf8, encodingFor(codePage), fieldName.size() + 2);
 }
 
-/// Encoded words that already stand in the text are read first, so that they are not encoded a second time.
+/// Existing encoded words are decoded first, so they are not encoded twice.
 std::string encodeFreeText(std::string_view fieldName, std::string_view utf8, int codePage) {
   if (!mayHoldEncodedWord(utf8)) return encodeText(fieldName, utf8, codePage);
   return encodeText(fieldName, decodeEncodedWords(utf8), codePage);
@@ -83,8 +83,8 @@ std::ptrdiff_t countAtSigns(std::string_view text) noexcept {
   return std::count(text.begin(), text.end(), '@');
 }
 
-/// Whether folding would have to change the text: a piece without blanks may be longer than a line, or a run
-/// of blanks is cut short.
+/// Whether folding would change the text: a piece without blanks may be longer than a
+/// line, or a run of blanks is shortened.
 bool isUnfoldable(std::string_view text) noexcept {
   constexpr std::size_t kMaxPiece = 900, kMaxBlanks = 500;
   std::size_t piece = 0, blanks = 0;
@@ -98,7 +98,7 @@ bool isUnfoldable(std::string_view text) noexcept {
 }
 
 struct ListShape {
-  bool isPlain = true;  ///< No groups, routes or comments, which writing the entries anew would lose.
+  bool isPlain = true;  ///< No groups, routes or comments, which rewriting the entries would lose.
   int parts = 0;        ///< Between separators.
 };
 
@@ -132,9 +132,9 @@ std::string entriesAsText(const ExtPtrArray& entries, int codePage) {
   return out.extractString();
 }
 
-/// Only names and comments may be encoded: where they are, or, in a list with commas inside names, by writing
-/// its entries anew. The value stays when either would read otherwise or lose an address, unless one is too
-/// long for any line.
+/// Only names and comments may be encoded: in place, or, in a list with commas inside names, by
+/// rewriting its entries. The value stays when either would change its meaning or lose an address,
+/// unless an address is too long for any line.
 RenderedValue renderAddresses(std::string_view fieldName, std::string_view utf8, int codePage) {
   const bool mustChange = isUnfoldable(utf8);
   if (mustChange && !contains(utf8, "@"))
@@ -148,13 +148,13 @@ RenderedValue renderAddresses(std::string_view fieldName, std::string_view utf8,
   const bool isSame = readsAsEntries(inPlace, entries);
   if (isSame && shape.parts == entries.getSize()) return {std::move(inPlace)};
   if (shape.isPlain && countAtSigns(entries) >= countAtSigns(utf8)) {
-    std::string anew = entriesAsText(entries, codePage);
-    if (readsAsEntries(anew, entries)) return {std::move(anew)};
+    std::string rewritten = entriesAsText(entries, codePage);
+    if (readsAsEntries(rewritten, entries)) return {std::move(rewritten)};
   }
   return isSame ? RenderedValue{std::move(inPlace)} : RenderedValue{std::string(utf8), false};
 }
 
-/// What stands before the parameters, without what only an encoded word could carry: none may stand there.
+/// The text before the parameters, without characters that need an encoded word: none is allowed there.
 std::string asciiType(std::string_view fieldName, std::string_view type) {
   std::string out;
   std::copy_if(type.begin(), type.end(), std::back_inserter(out),
@@ -176,8 +176,8 @@ RenderedValue renderParameters(std::string_view fieldName, std::string_view utf8
   return {std::move(text)};
 }
 
-/// Whether a quoted string can hold the name just as it stands, and every reader gets it right.
-bool isHarmlessInQuotes(std::string_view name) noexcept {
+/// Whether every reader reads the name unchanged from a quoted string.
+bool isSafeInQuotes(std::string_view name) noexcept {
   return name.size() <= kMaxPlainParameter && !mayHoldEncodedWord(name) &&
          std::none_of(name.begin(), name.end(),
                       [](char c) { return c == '"' || c == '\\' || is8bit(c) || isControlAscii(c); });
@@ -192,7 +192,7 @@ FieldGrammar grammarOf(std::string_view fieldName) noexcept {
 }
 
 RenderedValue renderHeaderValue(std::string_view fieldName, std::string_view utf8, int codePage) {
-  if (holdsBreak(utf8)) return renderHeaderValue(fieldName, withoutBreaks(utf8), codePage);
+  if (containsBreak(utf8)) return renderHeaderValue(fieldName, withoutBreaks(utf8), codePage);
   utf8 = trim(utf8);
   const FieldGrammar grammar = grammarOf(fieldName);
   if (grammar == FieldGrammar::unstructured) return {encodeFreeText(fieldName, utf8, codePage)};
@@ -212,7 +212,7 @@ RenderedValue renderRawFilename(std::string_view value, int codePage) {
 
   const std::string_view name =
       value.substr(opening + kOpening.size(), value.size() - opening - kOpening.size() - 1);
-  if (isHarmlessInQuotes(name)) return renderHeaderValue(kDisposition, value, codePage);
+  if (isSafeInQuotes(name)) return renderHeaderValue(kDisposition, value, codePage);
   std::string text = renderHeaderValue(kDisposition, value.substr(0, opening), codePage).text;
   appendParam("filename", name, codePage, /*withFallback=*/true, text);
   return {std::move(text)};

@@ -1,5 +1,4 @@
-// The list itself: reading and changing fields. Loading is in MimeHeaderLoad.cpp, writing in
-// MimeHeaderWrite.cpp.
+// Reads and changes fields of the list. Loading is in MimeHeaderLoad.cpp, writing in MimeHeaderWrite.cpp.
 #include "mailtree/mime/header/MimeHeader.h"
 
 #include <algorithm>
@@ -22,7 +21,7 @@ namespace mailtree {
 namespace {
 
 constexpr std::string_view kDisposition = "Content-Disposition";
-/// Together with a value that can be folded it leaves every line far below 998.
+/// With a value that can be folded, every line stays far below 998.
 constexpr std::size_t kMaxSetName = 256;
 constexpr std::size_t kCompactAbove = 4096;
 
@@ -62,12 +61,12 @@ int MimeHeader::search(std::string_view name, int from) const noexcept {
   int empty = -1;
   for (std::size_t i = static_cast<std::size_t>(std::max(from, 0)); i < m_fields.size(); ++i) {
     const Field& field = m_fields[i];
-    // The sizes tell nearly all of them apart before any letter is looked at.
+    // The sizes differ in nearly all cases, before any letter is compared.
     if (field.nameSize != name.size() || !equalsNoCase({block + field.nameOffset, name.size()}, name))
       continue;
     const int index = static_cast<int>(i);
-    if (!isLeftOutEmpty(name) || !trim(valueOf(field)).empty()) return index;
-    // It is not written, so that who reads the message elsewhere goes by the next of its name.
+    if (!isOmittedWhenEmpty(name) || !trim(valueOf(field)).empty()) return index;
+    // An empty field is not written, so other readers would use the next of its name.
     if (empty < 0) empty = index;
   }
   return empty;
@@ -97,7 +96,7 @@ std::string_view MimeHeader::unfolded(const Field& field, std::string& scratch) 
   const std::string_view raw = valueOf(field);
   if (field.kind != Kind::received && field.kind != Kind::noField) return raw;
   const bool is8bitText = m_has8bit && !isValidUtf8(raw);
-  if (!is8bitText && !holdsBreak(raw)) return raw;
+  if (!is8bitText && !containsBreak(raw)) return raw;
 
   scratch.assign(raw);
   eraseBreaks(scratch);
@@ -169,13 +168,13 @@ void MimeHeader::replaceMimeFieldUtf8(const char* name, const char* value, LogBa
   if (!value) return removeMimeField(name, /*all=*/true);
   if (!equalsNoCase(viewOf(name), kDisposition))
     return replaceMimeFieldUtf8_a(name, value, /*asGiven=*/false, /*ordinary=*/true, log);
-  setQuietly(name, value, Kind::rawFilename);
+  storeField(name, value, Kind::rawFilename);
 }
 
 void MimeHeader::replaceMimeFieldUtf8_a(const char* name, const char* value, bool asGiven, bool /*ordinary*/,
                                         LogBase&) {
   if (!value) return removeMimeField(name, /*all=*/true);
-  setQuietly(name, value, asGiven ? Kind::asGiven : Kind::set);
+  storeField(name, value, asGiven ? Kind::asGiven : Kind::set);
 }
 
 void MimeHeader::addMimeField(const char* name, const char* value, bool asGiven, LogBase&) {
@@ -189,11 +188,11 @@ void MimeHeader::addMimeField(const char* name, const char* value, bool asGiven,
 void MimeHeader::removeMimeField(const char* name, bool all) {
   const std::string_view wanted = viewOf(name);
   if (wanted.empty()) return;
-  bool goesOn = true;
+  bool hasMore = true;
   const auto isUnwanted = [&](const Field& field) {
-    if (!goesOn || !equalsNoCase(nameOf(field), wanted)) return false;
+    if (!hasMore || !equalsNoCase(nameOf(field), wanted)) return false;
     m_unusedBytes += field.lineSize();
-    goesOn = all;
+    hasMore = all;
     return true;
   };
   m_fields.erase(std::remove_if(m_fields.begin(), m_fields.end(), isUnwanted), m_fields.end());
@@ -268,12 +267,12 @@ void MimeHeader::joinFields(std::string_view name) {
   const std::string ownName(fieldName(first));
   writeRow(m_fields[static_cast<std::size_t>(first)], ownName, joined,
            allReceived ? Kind::received : Kind::set);
-  const auto isFurther = [&](const Field& field) {
+  const auto isDuplicate = [&](const Field& field) {
     if (!equalsNoCase(nameOf(field), name)) return false;
     m_unusedBytes += field.lineSize();
     return true;
   };
-  m_fields.erase(std::remove_if(m_fields.begin() + first + 1, m_fields.end(), isFurther), m_fields.end());
+  m_fields.erase(std::remove_if(m_fields.begin() + first + 1, m_fields.end(), isDuplicate), m_fields.end());
 }
 
 bool MimeHeader::replacePattern(const char* key, const char* value) {
@@ -291,8 +290,8 @@ std::vector<int> MimeHeader::replacePatterns(const Replacements& replacements) {
   return changed;
 }
 
-/// The new value is a finished one: it was encoded where its grammar allows, so that a value which looks like an
-/// encoded word is not read as one.
+/// The new value is final: it is already encoded where its grammar allows, so a value that looks like an
+/// encoded word is not decoded as one.
 bool MimeHeader::replaceInRow(Field& row, const Replacements& replacements) {
   if (row.kind == Kind::noField) return false;
   std::string scratch;
@@ -306,8 +305,8 @@ bool MimeHeader::replaceInRow(Field& row, const Replacements& replacements) {
   return replaced && writeRow(row, name, *replaced, Kind::asGiven);
 }
 
-/// The first field of the name takes the value, or a new one does.
-void MimeHeader::setQuietly(const char* name, const char* value, Kind kind) {
+/// The first field of the name takes the value, or a new one is appended.
+void MimeHeader::storeField(const char* name, const char* value, Kind kind) {
   neverThrow(false, [&] {
     const int index = findField(cleanName(viewOf(name)));
     if (index < 0)
@@ -324,15 +323,15 @@ void MimeHeader::append(std::string_view name, std::string_view value, Kind kind
   m_fields.push_back(row);
 }
 
-/// Puts a line at the end of the block and lets the row point to it. False, and nothing done, when the name
-/// holds nothing that a field name may hold, or the block would outgrow its offsets.
+/// Appends a line to the block and points the row to it. False, with nothing changed, when the name has no
+/// valid character or the block would outgrow its offsets.
 bool MimeHeader::writeRow(Field& row, std::string_view name, std::string_view value, Kind kind) {
   std::string line = cleanName(name);
   const std::size_t nameSize = line.size();
   if (nameSize == 0) return false;
   const bool mayHoldBreaks = kind == Kind::rawFilename || kind == Kind::received;
   line += ": ";
-  if (!mayHoldBreaks && holdsBreak(value))
+  if (!mayHoldBreaks && containsBreak(value))
     line += withoutBreaks(value);
   else
     line += value;
@@ -351,7 +350,7 @@ bool MimeHeader::writeRow(Field& row, std::string_view name, std::string_view va
   return true;
 }
 
-/// Moves the lines in use together. Their line breaks are no part of any row, so only lines count.
+/// Moves the lines in use together. Their line breaks belong to no row, so only lines count.
 void MimeHeader::compact() {
   std::string block;
   block.reserve(m_block.size() - m_unusedBytes + kCompactAbove);

@@ -1,5 +1,5 @@
-// From received text to rows. One pass finds the lines and makes a row per field; then the bytes are copied
-// once.
+// Turns received text into rows. One pass finds the lines and makes a row per
+// field; then the bytes are copied once.
 #include <algorithm>
 #include <array>
 #include <limits>
@@ -19,22 +19,22 @@ namespace mailtree {
 
 namespace {
 
-/// Carries any bytes: for text that nothing explains, so that what is read is always utf-8.
+/// Decodes any bytes. For text that no other charset decodes, because reading always gives utf-8.
 constexpr int kLastResortCodePage = 1252;
-/// How far behind a line that is no field another field is looked for. Every level of a nest of broken
-/// headers looks for itself, so this bounds the whole.
+/// How far to look for another field after a line that is not a field. Every level of nested broken headers
+/// looks again, so this bounds the total.
 constexpr std::size_t kFieldReach = 64u << 10;
 
-bool explains(int codePage, std::string_view bytes) {
+bool decodes(int codePage, std::string_view bytes) {
   std::string scratch;
   return decodeToUtf8(codePage, bytes, scratch);
 }
 
-bool isReadIn(int codePage, std::string_view bytes) {
-  return explains(codePage, bytes) || readDespiteDamage(codePage, bytes).codePage == codePage;
+bool fitsCodePage(int codePage, std::string_view bytes) {
+  return decodes(codePage, bytes) || codePageDespiteDamage(codePage, bytes).codePage == codePage;
 }
 
-/// Where sequences of utf-8 may begin: a byte that leads and one that goes on.
+/// The number of places where a utf-8 sequence may begin: a lead byte followed by a continuation byte.
 std::size_t countOfSequences(std::string_view bytes) noexcept {
   const auto begins = [](unsigned char lead, unsigned char next) {
     return lead >= 0xC2 && (next & 0xC0) == 0x80;
@@ -46,22 +46,23 @@ std::size_t countOfSequences(std::string_view bytes) noexcept {
   return count;
 }
 
-/// Whether a value is utf-8, damaged or not. A code page of single bytes explains any, but where it may be the one of
-/// the header a short word in it, with one sequence that happens to be utf-8, is none: much of the value must be.
-bool isUtf8Rather(std::string_view value, int codePage) {
+/// Whether a value is utf-8, damaged or not. A single-byte code page decodes any value. If the
+/// header may use one, a short word with a single sequence that happens to be utf-8 does not
+/// count: much of the value must be utf-8.
+bool looksLikeUtf8(std::string_view value, int codePage) {
   constexpr int kWestern[] = {1252, 28591, 28605};
   constexpr std::size_t kForEachDamaged = 9;
-  const DamagedReading reading = readDespiteDamage(0, value);
+  const DamagedReading reading = codePageDespiteDamage(0, value);
   if (reading.codePage != kCpUtf8) return false;
-  if (codePage <= 0 || isMultibyte(codePage) || !explains(codePage, value)) return true;
+  if (codePage <= 0 || isMultibyte(codePage) || !decodes(codePage, value)) return true;
   const bool isWestern = std::ranges::find(kWestern, codePage) != std::end(kWestern);
-  return (isWestern && holdsAccentInUtf8(value)) ||
+  return (isWestern && containsUtf8Accent(value)) ||
          countOfSequences(value) >= kForEachDamaged * reading.damaged;
 }
 
 }  // namespace
 
-/// Walks over the lines of a header and collects rows, whose offsets count from the begin of the text.
+/// Walks over the lines of a header and collects rows, with offsets from the beginning of the text.
 class MimeHeader::Reader {
  public:
   struct Bounds {
@@ -69,15 +70,15 @@ class MimeHeader::Reader {
     std::size_t bytes;
   };
 
-  /// @param allIsHeader  Whether a line that is no field always belongs to the header: there is no body.
+  /// @param allIsHeader  Whether a line that is not a field always belongs to the header: there is no body.
   Reader(std::string_view text, const Bounds& bounds, bool allIsHeader) noexcept
       : m_text(text), m_bounds(bounds), m_allIsHeader(allIsHeader) {}
 
   Extent read(LeadingEmptyLines emptyLines) {
     m_at = m_begin = emptyLines == LeadingEmptyLines::skip ? afterEmptyLines() : 0;
-    bool goesOn = true;
-    while (goesOn && m_at < m_text.size()) goesOn = readLine();
-    if (goesOn) m_extent = {m_text.size(), m_text.size(), true, m_extent.limits};  // no empty line
+    bool hasMore = true;
+    while (hasMore && m_at < m_text.size()) hasMore = readLine();
+    if (hasMore) m_extent = {m_text.size(), m_text.size(), true, m_extent.limits};  // no empty line
     m_extent.malformed |= m_anyNoField;
     return m_extent;
   }
@@ -86,8 +87,8 @@ class MimeHeader::Reader {
   std::size_t fieldsBegin() const noexcept { return m_begin; }
   std::size_t fieldsEnd() const noexcept { return m_count ? last().end() : m_begin; }
 
-  /// The rows in one allocation of the right size, offsets counted from the first field.
-  void giveRows(std::vector<Field>& rows) const {
+  /// Moves the rows into one allocation of the right size, with offsets from the first field.
+  void copyRows(std::vector<Field>& rows) const {
     rows.reserve(m_count);
     const auto shift = static_cast<std::uint32_t>(m_begin);
     for (std::size_t i = 0; i < m_count; ++i) {
@@ -104,7 +105,7 @@ class MimeHeader::Reader {
     return begin == std::string_view::npos ? 0 : begin;
   }
 
-  /// False when the header ended; m_extent is then complete.
+  /// False at the end of the header; m_extent is then complete.
   bool readLine() {
     const std::size_t end = endOfLine(m_text, m_at);
     if (end == m_at) return endHeader(m_at, afterLineBreak(m_text, m_at), false);
@@ -133,15 +134,15 @@ class MimeHeader::Reader {
     return false;
   }
 
-  /// A field that does not fit belongs to the body as a whole.
+  /// A field beyond a limit belongs to the body as a whole.
   bool endAtLimit(std::size_t fieldBegin, Limit limit) noexcept {
     if (m_count > 0 && last().nameOffset == fieldBegin) dropLast();
     m_extent.limits.add(limit);
     return endHeader(fieldBegin, fieldBegin, true);
   }
 
-  /// Whether a field stands between here and the next empty line. A field that was found is remembered, so
-  /// that no line is looked at for more than one of those before it.
+  /// Whether there is a field before the next empty line. The result is remembered, so each line is examined
+  /// for only one of the lines before it.
   bool fieldFollows(std::size_t at) noexcept {
     if (at <= m_knownField) return true;
     const std::size_t limit = std::min(m_text.size(), at + kFieldReach);
@@ -189,7 +190,7 @@ class MimeHeader::Reader {
   bool m_anyOtherBreak = false;
   std::size_t m_begin = 0;
   std::size_t m_at = 0;
-  std::size_t m_knownField = 0;  ///< Begin of a field found by looking ahead.
+  std::size_t m_knownField = 0;  ///< Beginning of a field found by looking ahead.
   std::size_t m_count = 0;
   Extent m_extent{};
   std::array<Field, kInPlace> m_first;  // not initialised: m_count says how many there are
@@ -212,7 +213,7 @@ void MimeHeader::loadMimeHeaderText(std::string_view text, _svCharset* charsetOu
                                     _svContentType* contentTypeOut, LogBase&) {
   neverThrow(false, [&] {
     clear();
-    // Offsets have 32 bits; nobody sends such a header.
+    // Offsets have 32 bits; no real header is that large.
     text = text.substr(0, std::numeric_limits<std::uint32_t>::max() - 1);
     Reader reader(text, {text.size(), text.size()}, /*allIsHeader=*/true);
     reader.read(LeadingEmptyLines::skip);
@@ -231,7 +232,7 @@ void MimeHeader::loadMimeHeaderText(std::string_view text, _svCharset* charsetOu
 
 void MimeHeader::takeFields(const Reader& reader, std::string_view text) {
   m_block.assign(text.substr(reader.fieldsBegin(), reader.fieldsEnd() - reader.fieldsBegin()));
-  reader.giveRows(m_fields);
+  reader.copyRows(m_fields);
   for (const Field& field : m_fields) m_nameSizes |= sizeBit(field.nameSize);
   m_loadedFromText = true;
   m_hasOtherBreaks = reader.anyOtherBreak();
@@ -247,22 +248,22 @@ void MimeHeader::detectCodePageOf8bit() {
     return;
   }
   const int declared = declaredCodePage();
-  // One of single bytes explains nearly everything, and so says little.
+  // A single-byte one decodes nearly everything, and so proves little.
   bool isDeclared = isMultibyte(declared);
-  std::string bytes;  // of the values that are no utf-8, not even a damaged one
+  std::string bytes;  // of the values that are not utf-8, not even damaged utf-8
   for (const Field& field : m_fields) {
     if (isValidUtf8(lineOf(field))) continue;
     const std::string_view value = valueOf(field);
-    isDeclared = isDeclared && isReadIn(declared, value);
-    if (!isUtf8Rather(value, declared)) bytes.append(value).append("\n");
+    isDeclared = isDeclared && fitsCodePage(declared, value);
+    if (!looksLikeUtf8(value, declared)) bytes.append(value).append("\n");
   }
-  if (isDeclared || (declared > 0 && !bytes.empty() && explains(declared, bytes)))
+  if (isDeclared || (declared > 0 && !bytes.empty() && decodes(declared, bytes)))
     m_detectedCodePage = declared;
   else
     m_detectedCodePage = bytes.empty() ? kCpUtf8 : detectHeaderCodePage(bytes);
 }
 
-/// Code page of the charset parameter, 0 when it says nothing about 8-bit text in a header.
+/// Code page of the charset parameter, 0 when it cannot be that of 8-bit text in a header.
 int MimeHeader::declaredCodePage() const {
   std::string scratch;
   const ParameterizedValue type = parseParameterizedValue(unfoldedValue(findField("Content-Type"), scratch));
@@ -276,7 +277,7 @@ int MimeHeader::codePageOfValue(std::string_view raw) const noexcept {
   const int found = m_detectedCodePage;
   if (isMultibyte(found) && found != kCpUtf8) return found;
   const bool isUtf8 =
-      found == kCpUtf8 ? readDespiteDamage(found, raw).codePage == found : isUtf8Rather(raw, found);
+      found == kCpUtf8 ? codePageDespiteDamage(found, raw).codePage == found : looksLikeUtf8(raw, found);
   if (isUtf8) return kCpUtf8;
   return found > 0 && found != kCpUtf8 ? found : kLastResortCodePage;
 }

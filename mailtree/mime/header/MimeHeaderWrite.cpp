@@ -1,4 +1,4 @@
-// From rows to header lines.
+// Writes rows as header lines.
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Utf.h"
 #include "mailtree/mime/LineLengths.h"
@@ -13,11 +13,11 @@ namespace mailtree {
 namespace {
 
 constexpr std::string_view kInternalPrefix = "SVZ-";
-/// What a new message carries and a body part has no use for.
+/// Fields of a new message that mean nothing in a body part.
 constexpr std::string_view kMessageOnly[] = {"MIME-Version", "Date", "Message-ID", "X-Priority"};
-/// Given to a line without a name that would not be read back as part of the header.
+/// Name given to a nameless line that would otherwise not read back as part of the header.
 constexpr std::string_view kNameForNameless = "X-Malformed-Line";
-/// What a reader takes off the begin of a message.
+/// Text that a reader strips from the beginning of a message.
 constexpr std::string_view kNotPartOfMessage[] = {"From ", ">From ", "\xEF\xBB\xBF"};
 
 template <std::size_t N>
@@ -27,7 +27,7 @@ bool isOneOf(const std::string_view (&names)[N], std::string_view name) noexcept
   return false;
 }
 
-/// Appends received text with every line break as CRLF.
+/// Appends received text with all line breaks as CRLF.
 void appendWithCrlf(std::string_view text, std::string& out) {
   for (std::size_t at = 0; at < text.size();) {
     const std::size_t end = endOfLine(text, at);
@@ -45,7 +45,7 @@ bool MimeHeader::isWritten(const Field& field, std::string_view prefix, bool isT
   if (beginsWithNoCase(name, kInternalPrefix)) return false;
   if (!prefix.empty() && beginsWithNoCase(name, prefix)) return false;
   if (!isTop && !m_loadedFromText && isOneOf(kMessageOnly, name)) return false;
-  return !trim(valueOf(field)).empty() || !isLeftOutEmpty(name);
+  return !trim(valueOf(field)).empty() || !isOmittedWhenEmpty(name);
 }
 
 void MimeHeader::getMimeHeader(StringBuffer& out, const char* prefix, int codePage, bool isTop,
@@ -96,8 +96,8 @@ void MimeHeader::writeReceived(const Field& field, std::string& out) const {
     out += lineOf(field);
 }
 
-/// Such a line is read back as part of the header only when a field follows it; and what looks like the
-/// envelope of a mailbox file would be cut off the begin. There it gets a name.
+/// Such a line reads back as part of the header only when a field follows it, and an mbox separator would be
+/// stripped from the beginning. In these cases it gets a name.
 void MimeHeader::writeLineWithoutName(const Field& field, bool isFirst, bool isLast, std::string& out) const {
   const std::string_view line = lineOf(field);
   bool needsName = isLast;

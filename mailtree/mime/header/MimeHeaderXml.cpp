@@ -14,7 +14,7 @@ namespace {
 constexpr std::string_view kBcc = "bcc";
 constexpr std::string_view kInternalPrefix = "SVZ-";
 
-/// The elements of one header. A failed allocation of an element ends as a false at the end.
+/// The elements of one header. A failed allocation of an element makes the final result false.
 class HeaderToXml {
  public:
   HeaderToXml(const MimeHeader& header, const ExtPtrArray* bcc, ClsXml& element) noexcept
@@ -41,8 +41,8 @@ class HeaderToXml {
       field->takeContent(m_header.decodedValue(index));
   }
 
-  /// Once for the whole header, where the first field stands: what fields say is in the list as well, unless one of
-  /// the two was changed since.
+  /// Once for the whole header, at the first field: the list usually holds the same addresses as the fields,
+  /// unless one of them was changed.
   void addBcc() {
     if (m_hasBcc) return;
     m_hasBcc = true;
@@ -63,7 +63,7 @@ class HeaderToXml {
     _svEmailAddress::parseAndLoadList(m_header.unfoldedValue(index, scratch), addresses);
   }
 
-  /// @param seen  addresses that are not to be added again; may be null.
+  /// @param seen  addresses that are not added again; may be null.
   void addPairs(ClsXml& field, const ExtPtrArray& addresses, std::set<std::string>* seen = nullptr) {
     for (int i = 0; i < addresses.getSize(); ++i) {
       const auto* const address = addresses.at<_svEmailAddress>(i);

@@ -42,7 +42,7 @@ std::string_view longestWord(std::string_view key) noexcept {
   return longest;
 }
 
-/// Whether letters and digits of a header value read as they are written: nothing is encoded or escaped in it.
+/// Whether letters and digits of a header value read as written: nothing is encoded or escaped in it.
 bool readsAsWritten(std::string_view value) noexcept {
   return !contains(value, "\\") && !contains(value, "*") && !mayHoldEncodedWord(value);
 }
@@ -70,8 +70,8 @@ std::string entryAsField(const _svEmailAddress& entry) {
   return out.extractString();
 }
 
-/// Appends what the entry reads as after the replacement; false, and nothing done, when no key occurs in it.
-/// It is written and read again, so that it holds what a header field can.
+/// Appends the entry as it reads after the replacement; false, with nothing done, when no key occurs in it.
+/// The text is written and parsed again, so it contains only what a header field can contain.
 bool appendReplaced(const _svEmailAddress& entry, const Replacements& replacements, ExtPtrArray& out) {
   if (!replacements.occurIn(entry.m_name.view()) && !replacements.occurIn(entry.m_address.view()))
     return false;
@@ -97,14 +97,14 @@ bool anyOccursIn(const ExtPtrArray& list, const Replacements& replacements) noex
   return false;
 }
 
-/// Moves the last entry of a list to the end of another. One that is null, or finds no room, goes.
+/// Moves the last entry of a list to the end of another. Deletes one that is null or cannot be appended.
 void moveLast(ExtPtrArray& from, ExtPtrArray& to) {
   Owned<SorvikObject> entry(from.removeAt(from.getSize() - 1));
-  if (entry && to.appendObject(entry.get())) std::ignore = entry.release();  // now the other's
+  if (entry && to.appendObject(entry.get())) std::ignore = entry.release();  // now owned by the other list
 }
 
-/// The list is taken apart before anything is replaced in it. What holds no address yet is text until a value
-/// brings one in.
+/// The list is parsed before anything is replaced in it. An entry without an
+/// address is text until a value adds one.
 Value replacedAddresses(std::string_view fieldName, std::string_view unfolded,
                         const Replacements& replacements) {
   ExtPtrArray list;
@@ -115,7 +115,7 @@ Value replacedAddresses(std::string_view fieldName, std::string_view unfolded,
   const std::string before = decoded(unfolded);
   const Value text = replaced(before, replacements);
   if (!text) return std::nullopt;
-  if (contains(before, "@")) {  // in an encoded word: that text is a name, and stays one
+  if (contains(before, "@")) {  // in an encoded word: the text is a name and stays one
     _svEmailAddress entry;
     entry.m_name.setFromUtf8(text->c_str());
     return entryAsField(entry);
@@ -131,7 +131,7 @@ bool isName(std::string_view param) noexcept {
   return equalsNoCase(param, "name") || equalsNoCase(param, "filename");
 }
 
-/// A value with more parameters than are read stays, for the rest would be lost.
+/// A value with more parameters than the limit stays: the rest would be lost.
 Value replacedParameters(std::string_view unfolded, const Replacements& replacements) {
   const ParameterizedValue parsed = parseParameterizedValue(unfolded);
   if (parsed.overLimit) return std::nullopt;
@@ -156,7 +156,8 @@ Replacements::Replacements(const ExtPtrArray& pairs) {
 
 void Replacements::add(std::string_view key, std::string_view value) {
   if (key.empty()) return;
-  m_pairs.push_back({key, value, longestWord(key), holdsBreak(value) ? withoutBreaks(value) : std::string()});
+  m_pairs.push_back(
+      {key, value, longestWord(key), containsBreak(value) ? withoutBreaks(value) : std::string()});
 }
 
 bool Replacements::occurIn(std::string_view text) const noexcept {

@@ -1,8 +1,8 @@
-// mime/header/Replacements.h - literal texts to be replaced by others, in their order, and how that is done in a header
-// value without breaking it.
+// mime/header/Replacements.h - ordered literal replacements, and how to apply them
+// to a header value without breaking it.
 //
-//   Order      A text that a value brought in is replaced too when a later pair names it.
-//   Matching   Case counts. An empty key matches nothing.
+//   Order      A later pair also replaces text that an earlier value inserted.
+//   Matching   Case-sensitive. An empty key matches nothing.
 //   Lifetime   Keys and values belong to the pairs, which must outlive the list.
 #pragma once
 
@@ -25,13 +25,13 @@ class Replacements {
   void add(std::string_view key, std::string_view value);
 
   bool isEmpty() const noexcept { return m_pairs.empty(); }
-  /// Whether any key stands in the text: when none does, nothing is going to be replaced.
+  /// Whether any key occurs in the text; when none does, nothing is replaced.
   bool occurIn(std::string_view text) const noexcept;
-  /// Whether a key may occur in what a header value reads as; false is certain, and costs no parsing.
+  /// Whether a key may occur in a header value as it reads; false is certain, and costs no parsing.
   bool mayOccurIn(std::string_view unfoldedValue) const noexcept;
-  /// Whether something was replaced; the text is not touched otherwise.
+  /// Returns whether something was replaced; otherwise the text is unchanged.
   bool replaceIn(DataBuffer& text) const;
-  /// The same for text that must stay on one line: no line break of a value gets in.
+  /// The same for text that must stay on one line: line breaks of a value are not inserted.
   bool replaceInLine(StringBuffer& text) const;
 
  private:
@@ -46,14 +46,15 @@ class Replacements {
   std::vector<Pair> m_pairs;
 };
 
-/// Replaces in an unfolded header value as it reads decoded, and gives a finished value back; nothing when no
-/// key occurs. What is text stays text: no value can end an address, a file name or a parameter and begin
-/// another. Deliberate: the boundary of a Content-Type is no text and stays.
+/// Replaces in an unfolded header value as it reads decoded, and returns a final value; nothing when no key
+/// occurs. Text stays text: no value can end an address, a file name or a parameter and begin another.
+/// Deliberate: the boundary of a Content-Type is not text and stays.
 std::optional<std::string> replacedHeaderValue(std::string_view fieldName, std::string_view unfolded,
                                                const Replacements& replacements);
 
-/// Replaces in the names and addresses of a list of _svEmailAddress. An entry that was a bare word becomes all
-/// the addresses that its replacement holds; one without name and address goes. True when an entry changed.
+/// Replaces in the names and addresses of a list of _svEmailAddress. An entry that was a
+/// bare word becomes all the addresses in its replacement; one left without name and address
+/// is removed. True when an entry changed.
 bool replaceInAddresses(ExtPtrArray& list, const Replacements& replacements);
 
 }  // namespace mailtree

@@ -10,19 +10,19 @@ namespace {
 constexpr std::string_view kScheme = "cid:";
 constexpr std::string_view kUrlAttributes[] = {"src",    "href",        "background", "poster", "data",
                                                "srcset", "imagesrcset", "style",      "lowsrc", "dynsrc"};
-/// The longest character reference that matters here, such as "&percnt;".
+/// The longest relevant character reference, such as "&percnt;".
 constexpr std::size_t kMaxReference = 10;
 
-/// What may stand before a reference: nothing, or the end of what introduces it in a list or a style.
-constexpr bool mayStandBefore(char c) noexcept {
+/// What may precede a reference: nothing, or the end of its introduction in a list or a style.
+constexpr bool mayPrecede(char c) noexcept {
   return isSpaceAscii(c) || contains("\"'(,;", std::string_view(&c, 1));
 }
-/// What ends one. Not "@": "cid:image1.png@01D2" refers to another part.
+/// Characters that end one. Not "@": "cid:image1.png@01D2" refers to another part.
 constexpr bool mayEnd(char c) noexcept {
   return isSpaceAscii(c) || contains("\"'()<>,#", std::string_view(&c, 1));
 }
 
-/// The bytes that a piece of markup means, and how long it is as it stands.
+/// The decoded bytes of a piece of markup, and its length in the markup.
 struct Unit {
   std::string bytes;
   std::size_t length = 1;
@@ -39,8 +39,8 @@ Unit unitAt(std::string_view text, bool hasReferences) {
   return {std::string(1, text.front()), 1};
 }
 
-/// How much of the text spells the name; 0 when it does not begin with it.
-std::size_t spelledLength(std::string_view text, std::string_view name, bool hasReferences) {
+/// The length of the spelling of the name at the beginning of the text; 0 when it does not begin with it.
+std::size_t encodedLength(std::string_view text, std::string_view name, bool hasReferences) {
   if (text.starts_with(name)) return name.size();
   std::size_t at = 0;
   while (!name.empty()) {
@@ -53,12 +53,12 @@ std::size_t spelledLength(std::string_view text, std::string_view name, bool has
   return at;
 }
 
-bool endsHere(std::string_view rest, bool hasReferences) {
+bool endsReference(std::string_view rest, bool hasReferences) {
   if (rest.empty() || mayEnd(rest.front())) return true;
   return rest.front() == '&' && mayEnd(unitAt(rest, hasReferences).bytes.front());
 }
 
-bool holdsUrls(std::string_view attribute) noexcept {
+bool hasUrls(std::string_view attribute) noexcept {
   const std::size_t colon = attribute.rfind(':');  // "xlink:href", "o:href"
   return isOneOf(colon == std::string_view::npos ? attribute : attribute.substr(colon + 1), kUrlAttributes);
 }
@@ -83,7 +83,7 @@ class Rewriter {
         rewrite(text.substr(styleFrom, markup->begin - styleFrom), /*hasReferences=*/false);
       styleFrom = markup->isStartOf("style") ? markup->end : std::string_view::npos;
       if (markup->kind == Markup::Kind::startTag) scanAttributes(markup->attributes);
-      // Conditional comments hold markup for one mail program; nothing is a comment within a comment.
+      // Conditional comments hold markup for one mail program; comments do not nest.
       if (markup->kind == Markup::Kind::comment && !inComment)
         scan(text.substr(markup->begin + 1, markup->end - markup->begin - 1), /*inComment=*/true);
     }
@@ -93,26 +93,26 @@ class Rewriter {
     AttributeReader reader(attributes);
     std::string_view name, value;
     while (reader.next(name, value))
-      if (holdsUrls(name)) rewrite(value, /*hasReferences=*/true);
+      if (hasUrls(name)) rewrite(value, /*hasReferences=*/true);
   }
 
   void rewrite(std::string_view text, bool hasReferences) {
     for (std::size_t colon = text.find(':'); colon != std::string_view::npos;
          colon = text.find(':', colon + 1)) {
-      const std::size_t behind = colon + 1;
-      if (!endsWithNoCase(text.substr(0, behind), kScheme)) continue;
-      const std::size_t begin = behind - kScheme.size();
-      if (begin > 0 && !mayStandBefore(text[begin - 1])) continue;
-      if (static_cast<std::size_t>(text.data() - m_html.data()) + behind < m_done)
+      const std::size_t afterScheme = colon + 1;
+      if (!endsWithNoCase(text.substr(0, afterScheme), kScheme)) continue;
+      const std::size_t begin = afterScheme - kScheme.size();
+      if (begin > 0 && !mayPrecede(text[begin - 1])) continue;
+      if (static_cast<std::size_t>(text.data() - m_html.data()) + afterScheme < m_done)
         continue;  // part of a name
-      point(text.substr(behind), hasReferences);
+      redirect(text.substr(afterScheme), hasReferences);
     }
   }
 
-  void point(std::string_view reference, bool hasReferences) {
+  void redirect(std::string_view reference, bool hasReferences) {
     for (const CidTarget& target : m_targets) {
-      const std::size_t length = spelledLength(reference, target.name, hasReferences);
-      if (length == 0 || !endsHere(reference.substr(length), hasReferences)) continue;
+      const std::size_t length = encodedLength(reference, target.name, hasReferences);
+      if (length == 0 || !endsReference(reference.substr(length), hasReferences)) continue;
       const auto at = static_cast<std::size_t>(reference.data() - m_html.data());
       m_out.append(m_html.substr(m_done, at - m_done)).append(cidUrlPart(target.contentId));
       m_done = at + length;
@@ -124,14 +124,14 @@ class Rewriter {
   std::string_view m_html;
   const std::vector<CidTarget>& m_targets;
   std::string& m_out;
-  std::size_t m_done = 0;  ///< Up to here the page is in `out`.
+  std::size_t m_done = 0;  ///< The page is in `out` up to here.
   std::size_t m_count = 0;
 };
 
 }  // namespace
 
-std::size_t pointCidReferences(std::string_view html, const std::vector<CidTarget>& targets,
-                               std::string& out) {
+std::size_t redirectCidReferences(std::string_view html, const std::vector<CidTarget>& targets,
+                                  std::string& out) {
   out.clear();
   if (!looksLikeUtf16(html)) return Rewriter(html, targets, out).run();
   out = html;

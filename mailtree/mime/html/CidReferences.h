@@ -1,4 +1,4 @@
-// mime/html/CidReferences.h - "cid:" references in HTML (RFC 2392) pointed at other Content-IDs.
+// mime/html/CidReferences.h - redirects "cid:" references in HTML (RFC 2392) to other Content-IDs.
 #pragma once
 
 #include <cstddef>
@@ -8,20 +8,20 @@
 
 namespace mailtree {
 
-/// What is referred to as "cid:name" and the Content-ID, without brackets, that it is to be found by.
+/// A name referred to as "cid:name" and its new Content-ID, without brackets.
 struct CidTarget {
   std::string name;
   std::string contentId;
 };
 
-/// Replaces `out` by the page with its references to these names pointed at their Content-IDs; no other byte
-/// changes. A reference stands in an attribute that holds URLs or styles, or in a style sheet, also within a
-/// conditional comment; it may be percent-encoded and, in attributes, use character references.
-/// @return how many were changed.
-std::size_t pointCidReferences(std::string_view html, const std::vector<CidTarget>& targets,
-                               std::string& out);
+/// Replaces `out` by the page with its references to these names redirected to their Content-IDs; no other
+/// byte changes. References are found in attributes with URLs or styles and in style sheets, also within
+/// conditional comments; they may be percent-encoded and, in attributes, use character references.
+/// @return the number changed.
+std::size_t redirectCidReferences(std::string_view html, const std::vector<CidTarget>& targets,
+                                  std::string& out);
 
-/// A Content-ID as it stands in a URL behind "cid:".
+/// A Content-ID as written in a URL after "cid:".
 std::string cidUrlPart(std::string_view contentId);
 
 }  // namespace mailtree

@@ -16,11 +16,11 @@ namespace {
 
 constexpr std::size_t kNowhere = std::string_view::npos;
 
-// Elements that do not end a head whose end tag is missing.
+// Elements that do not end a head without an end tag.
 constexpr std::string_view kHeadContent[] = {"html", "head",     "title",   "meta",  "link",
                                              "base", "basefont", "bgsound", "style", "script"};
 
-// The charset in "text/html; charset=utf-8", quotes around it allowed.
+// The charset in "text/html; charset=utf-8", with optional quotes.
 std::string_view charsetInContent(std::string_view content) noexcept {
   constexpr std::string_view kKey = "charset";
   for (std::size_t at; (at = findNoCase(content, kKey)) != kNowhere;) {
@@ -36,7 +36,7 @@ std::string_view charsetInContent(std::string_view content) noexcept {
   return {};
 }
 
-// What a META start tag declares as charset; empty when it declares none.
+// The charset that a META start tag declares; empty when it declares none.
 std::string_view charsetOfMeta(const Markup& meta) noexcept {
   std::string_view name, value, charset, content, httpEquiv;
   for (AttributeReader attributes(meta.attributes); attributes.next(name, value);) {
@@ -59,26 +59,26 @@ std::optional<Markup> nextCharsetMeta(HtmlScanner& scanner, std::string_view& ch
   return std::nullopt;
 }
 
-// Where the elements of a page begin and where missing ones would. kNowhere: not there.
+// Where the elements of a page begin, or would begin if missing. kNowhere: not there.
 struct Structure {
-  std::size_t start = 0;           // Behind byte-order mark, XML declaration and doctype.
-  std::size_t html = kNowhere;     // Behind the start tag.
+  std::size_t start = 0;           // After byte-order mark, XML declaration and doctype.
+  std::size_t html = kNowhere;     // After the start tag.
   std::size_t htmlEnd = kNowhere;  // Before the last end tag.
-  std::size_t head = kNowhere;     // Behind the start tag.
-  std::size_t headEnd = kNowhere;  // Behind the end tag, which may stand there without a start tag.
+  std::size_t head = kNowhere;     // After the start tag.
+  std::size_t headEnd = kNowhere;  // After the end tag, which may come without a start tag.
   bool hasBody = false;
   bool hasFrames = false;
-  std::size_t content = kNowhere;  // Before the first thing that cannot stand in a head.
+  std::size_t content = kNowhere;  // Before the first thing not allowed in a head.
 };
 
-// Finds the structure in one walk over the text.
+// Finds the structure in one pass over the text.
 class StructureFinder {
  public:
   static Structure find(std::string_view html) noexcept {
     StructureFinder finder(html);
     HtmlScanner scanner(html);
     while (const std::optional<Markup> markup = scanner.next()) finder.see(*markup);
-    finder.noticeText(html.size());
+    finder.recordText(html.size());
     return finder.m_found;
   }
 
@@ -88,7 +88,7 @@ class StructureFinder {
   }
 
   void see(const Markup& markup) noexcept {
-    noticeText(markup.begin);
+    recordText(markup.begin);
     m_textBegin = markup.end;
     switch (markup.kind) {
       case Markup::Kind::prologue: {
@@ -97,14 +97,14 @@ class StructureFinder {
         if (isFirst) m_found.start = markup.end;
         break;
       }
-      case Markup::Kind::startTag: seeStart(markup); break;
-      case Markup::Kind::endTag: seeEnd(markup); break;
-      case Markup::Kind::unclosed: noticeContent(markup.begin); break;
+      case Markup::Kind::startTag: onStartTag(markup); break;
+      case Markup::Kind::endTag: onEndTag(markup); break;
+      case Markup::Kind::unclosed: recordContent(markup.begin); break;
       case Markup::Kind::comment: break;
     }
   }
 
-  void seeStart(const Markup& tag) noexcept {
+  void onStartTag(const Markup& tag) noexcept {
     if (tag.isStartOf("html")) {
       if (m_found.html == kNowhere) m_found.html = tag.end;
     } else if (tag.isStartOf("head")) {
@@ -114,29 +114,29 @@ class StructureFinder {
     } else if (tag.isStartOf("frameset")) {
       m_found.hasFrames = true;
     }
-    if (!isOneOf(tag.name, kHeadContent)) noticeContent(tag.begin);
+    if (!isOneOf(tag.name, kHeadContent)) recordContent(tag.begin);
     m_isInRawText = isRawTextElement(tag.name);
   }
 
-  void seeEnd(const Markup& tag) noexcept {
+  void onEndTag(const Markup& tag) noexcept {
     m_isInRawText = false;
     if (tag.isEndOf("html")) m_found.htmlEnd = tag.begin;
     const bool mayEndHead = m_found.head != kNowhere || m_found.content == kNowhere;
     if (tag.isEndOf("head") && mayEndHead && m_found.headEnd == kNowhere) {
       m_found.headEnd = tag.end;
-      m_found.content = kNowhere;  // what was taken for content stood in the head after all
+      m_found.content = kNowhere;  // the supposed content was in the head after all
     }
-    if (tag.isEndOf("html") || tag.isEndOf("body")) noticeContent(tag.begin);
+    if (tag.isEndOf("html") || tag.isEndOf("body")) recordContent(tag.begin);
   }
 
-  void noticeText(std::size_t end) noexcept {
+  void recordText(std::size_t end) noexcept {
     if (m_isInRawText) return;
     const std::string_view text = m_html.substr(m_textBegin, end - m_textBegin);
     const std::string_view visible = trimLeft(text);
-    if (!visible.empty()) noticeContent(end - visible.size());
+    if (!visible.empty()) recordContent(end - visible.size());
   }
 
-  void noticeContent(std::size_t at) noexcept {
+  void recordContent(std::size_t at) noexcept {
     if (m_found.content == kNowhere) m_found.content = at;
   }
 
@@ -146,7 +146,7 @@ class StructureFinder {
   Structure m_found;
 };
 
-// Copies a text with pieces put in at ascending positions.
+// Copies a text and inserts pieces at ascending positions.
 class Inserter {
  public:
   explicit Inserter(std::string_view text) : m_text(text) { m_out.reserve(text.size() + 64); }
@@ -166,8 +166,8 @@ class Inserter {
   std::string m_out;
 };
 
-// Only start tags decide what is there, and none is put where an unclosed comment or script would swallow it:
-// so a second round finds everything that the first one added.
+// Only start tags are checked, and none is inserted where an unterminated comment or script would swallow it:
+// a second call finds everything that the first one added.
 bool completeStructure(std::string_view html, std::string& out) {
   const Structure found = StructureFinder::find(html);
   const bool addHtml = found.html == kNowhere;
@@ -192,8 +192,8 @@ bool completeStructure(std::string_view html, std::string& out) {
   return true;
 }
 
-// A charset name comes from mail: nothing of it may end the attribute it is written in.
-std::string harmlessName(std::string_view charset) {
+// A charset name comes from mail: it must not end the attribute it is written in.
+std::string safeName(std::string_view charset) {
   std::string name;
   std::copy_if(charset.begin(), charset.end(), std::back_inserter(name),
                [](char c) { return isAlnumAscii(c) || std::string_view("-_.:+").find(c) != kNowhere; });
@@ -233,7 +233,7 @@ bool _svHtmlHelp::getCharset(const StringBuffer& html, StringBuffer& out) {
 
 void _svHtmlHelp::addCharsetMetaTag(StringBuffer& html, const char* charset, LogBase& log) {
   const bool added = neverThrow(false, [&] {
-    const std::string name = harmlessName(viewOf(charset));
+    const std::string name = safeName(viewOf(charset));
     if (name.empty() || looksLikeUtf16(html)) return true;
     std::size_t head = StructureFinder::find(html).head;
     if (head == kNowhere) {

@@ -11,7 +11,7 @@
 namespace mailtree {
 namespace {
 
-// The value of the first href; empty without one.
+// The value of the first href; empty when there is none.
 std::string_view hrefOf(const Markup& startTag) noexcept {
   std::string_view name, value;
   for (AttributeReader attributes(startTag.attributes); attributes.next(name, value);)
@@ -19,12 +19,12 @@ std::string_view hrefOf(const Markup& startTag) noexcept {
   return {};
 }
 
-// What a browser would go to.
+// The URL that a browser would use.
 std::string urlOf(std::string_view href) {
   std::string url = decodeReferences(href);
-  const auto isAround = [](char c) { return static_cast<unsigned char>(c) <= ' '; };
-  url.erase(std::find_if_not(url.rbegin(), url.rend(), isAround).base(), url.end());
-  url.erase(url.begin(), std::find_if_not(url.begin(), url.end(), isAround));
+  const auto isBlankOrControl = [](char c) { return static_cast<unsigned char>(c) <= ' '; };
+  url.erase(std::find_if_not(url.rbegin(), url.rend(), isBlankOrControl).base(), url.end());
+  url.erase(url.begin(), std::find_if_not(url.begin(), url.end(), isBlankOrControl));
   url.erase(
       std::remove_if(url.begin(), url.end(), [](char c) { return c == '\t' || c == '\r' || c == '\n'; }),
       url.end());

@@ -28,9 +28,9 @@ constexpr ReferenceRow kNamed[] = {
 
 constexpr char32_t kBeyondUnicode = 0x110000;
 
-// References to the C1 controls mean what windows-1252 has there.
-char32_t meantBy(char32_t number) noexcept {
-  // 0x80 to 0x9F; 0 where windows-1252 has nothing.
+// References to the C1 controls mean the windows-1252 characters.
+char32_t windows1252Character(char32_t number) noexcept {
+  // 0x80 to 0x9F; 0 where windows-1252 is undefined.
   constexpr char16_t kWindows[] = {0x20AC, 0,      0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
                                    0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0,      0x017D, 0,
                                    0,      0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
@@ -40,7 +40,7 @@ char32_t meantBy(char32_t number) noexcept {
   return number == 0 || isSurrogate || number >= kBeyondUnicode ? kReplacementCharacter : number;
 }
 
-// The length of the named reference at the start of a text; 0 when it is none we know.
+// The length of the named reference at the start of a text; 0 when it is unknown.
 std::size_t readNamedReference(std::string_view text, char32_t& codePoint) noexcept {
   std::size_t end = 1;
   while (end < text.size() && isAlnumAscii(text[end])) ++end;
@@ -49,7 +49,7 @@ std::size_t readNamedReference(std::string_view text, char32_t& codePoint) noexc
                                        [name](const ReferenceRow& each) { return each.name == name; });
   if (row == std::end(kNamed)) return 0;
   const bool hasSemicolon = end < text.size() && text[end] == ';';
-  // "?a=1&lt=2" is no reference: as browsers have it in attributes.
+  // "?a=1&lt=2" is not a reference: browsers treat attributes so.
   const bool mayEndHere = row->semicolonOptional && (end == text.size() || text[end] != '=');
   if (!hasSemicolon && !mayEndHere) return 0;
   codePoint = row->codePoint;
@@ -70,7 +70,7 @@ std::size_t readNumericReference(std::string_view text, char32_t& codePoint) noe
     number = std::min<char32_t>(kBeyondUnicode, number * (isHex ? 16 : 10) + static_cast<char32_t>(value));
   }
   if (at == digits) return 0;
-  codePoint = meantBy(number);
+  codePoint = windows1252Character(number);
   return at + (at < text.size() && text[at] == ';' ? 1 : 0);
 }
 

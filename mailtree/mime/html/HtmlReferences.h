@@ -8,12 +8,12 @@
 namespace mailtree {
 
 /// Reads the numeric reference at the start of a text, its semicolon optional as in browsers.
-/// @param codePoint  receives its character; U+FFFD for numbers that are none.
-/// @return its length; 0 when there is none, `codePoint` then untouched.
+/// @param codePoint  receives its character; U+FFFD for an invalid number.
+/// @return its length; 0 when there is none, `codePoint` is then unchanged.
 std::size_t readNumericReference(std::string_view text, char32_t& codePoint) noexcept;
 
 /// An attribute value with its references decoded: numeric ones, and the named ones of markup and of ASCII
-/// punctuation. Others stay as they stand.
+/// punctuation. Others stay.
 std::string decodeReferences(std::string_view value);
 
 }  // namespace mailtree

@@ -41,12 +41,12 @@ Markup HtmlScanner::upTo(std::size_t begin, std::string_view terminator, Markup:
   return found == kNowhere ? unclosed(begin) : closed(kind, begin, found + terminator.size());
 }
 
-// Ends at "-->", and at "--!>" as browsers take it.
+// Ends at "-->", and at "--!>" as in browsers.
 Markup HtmlScanner::comment(std::size_t begin) noexcept {
   for (std::size_t at = begin + 4; (at = m_html.find("--", at)) != kNowhere; ++at) {
-    const std::string_view behind = m_html.substr(at + 2);
-    if (behind.starts_with('>')) return closed(Markup::Kind::comment, begin, at + 3);
-    if (behind.starts_with("!>")) return closed(Markup::Kind::comment, begin, at + 4);
+    const std::string_view tail = m_html.substr(at + 2);
+    if (tail.starts_with('>')) return closed(Markup::Kind::comment, begin, at + 3);
+    if (tail.starts_with("!>")) return closed(Markup::Kind::comment, begin, at + 4);
   }
   return unclosed(begin);
 }
@@ -76,8 +76,8 @@ Markup HtmlScanner::tag(std::size_t begin, Markup::Kind kind, std::size_t nameAt
   return markup;
 }
 
-// A quote counts only where a value begins, behind a name and "=": <p title=it's> and <a href=x?a="b> end at
-// their first ">".
+// A quote counts only where a value begins, after a name and "=": <p title=it's> and
+// <a href=x?a="b> end at their first ">".
 std::size_t HtmlScanner::findTagEnd(std::size_t at) const noexcept {
   bool hasName = false;
   while (at < m_html.size()) {
@@ -94,7 +94,7 @@ std::size_t HtmlScanner::findTagEnd(std::size_t at) const noexcept {
   return kNowhere;
 }
 
-// Behind the value that an "=" announces; kNowhere when its quote never closes.
+// The position after the value that an "=" begins; kNowhere when its quote is unterminated.
 std::size_t HtmlScanner::valueEnd(std::size_t at) const noexcept {
   while (at < m_html.size() && isSpaceAscii(m_html[at])) ++at;
   if (at < m_html.size() && (m_html[at] == '"' || m_html[at] == '\'')) {
@@ -105,7 +105,7 @@ std::size_t HtmlScanner::valueEnd(std::size_t at) const noexcept {
   return at;
 }
 
-// Moves to the end tag; false without one.
+// Moves to the end tag; false when there is none.
 bool HtmlScanner::skipRawText(std::string_view name) noexcept {
   for (std::size_t at = m_position; (at = m_html.find("</", at)) != kNowhere; at += 2) {
     const std::string_view rest = m_html.substr(at + 2);

@@ -1,7 +1,8 @@
-// mime/html/HtmlScanner.h - the tokenizer under mime/html/Html.h and mime/html/HtmlPage.h; not included outside mime/.
+// mime/html/HtmlScanner.h - the tokenizer of mime/html/Html.h and
+// mime/html/HtmlPage.h; not included outside mime/.
 //
-// After the HTML standard's rules, as far as mail needs them: tags, quoted and unquoted attributes, comments,
-// raw text elements, unclosed everything. Views point into the scanned text. Nothing allocates or throws.
+// Follows the HTML standard as far as mail needs it: tags, quoted and unquoted attributes, comments, raw text
+// elements, anything unterminated. Views point into the scanned text. Nothing allocates or throws.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +13,7 @@
 
 namespace mailtree {
 
-/// Whether an element's name is in a table, ignoring case.
+/// Whether a table contains an element's name, ignoring case.
 template <std::size_t N>
 bool isOneOf(std::string_view name, const std::string_view (&names)[N]) noexcept {
   for (const std::string_view each : names)
@@ -20,10 +21,10 @@ bool isOneOf(std::string_view name, const std::string_view (&names)[N]) noexcept
   return false;
 }
 
-/// Whether the content of an element is text up to its own end tag, whatever it looks like.
+/// Whether the content of an element is raw text up to its own end tag.
 bool isRawTextElement(std::string_view name) noexcept;
 
-/// Whether a page is utf-16 that nobody converted, known by its NULs: no tokenizer of bytes may touch it.
+/// Whether a page is unconverted utf-16, recognized by its NULs, which a tokenizer of bytes must not change.
 inline bool looksLikeUtf16(std::string_view html) noexcept {
   return html.find('\0') != std::string_view::npos;
 }
@@ -44,8 +45,9 @@ struct Markup {
   }
 };
 
-/// Steps from markup to markup. What is never closed (a comment, a tag, the text of a script) takes all the
-/// rest, as in a browser, and is reported as `unclosed`; each byte is looked at a fixed number of times.
+/// Steps from markup to markup. Anything unterminated (a comment, a tag, the text of a
+/// script) takes the rest of the page, as in a browser, and is reported as `unclosed`. Each
+/// byte is examined a fixed number of times.
 class HtmlScanner {
  public:
   explicit HtmlScanner(std::string_view html) noexcept : m_html(html) {}
@@ -72,7 +74,7 @@ class AttributeReader {
  public:
   explicit AttributeReader(std::string_view attributes) noexcept : m_rest(attributes) {}
 
-  /// Values come as they stand, without their quotes, character references undecoded.
+  /// Values are returned without their quotes, character references undecoded.
   bool next(std::string_view& name, std::string_view& value) noexcept;
 
  private:

@@ -11,25 +11,26 @@
 #include "mailtree/mime/html/HtmlScanner.h"
 #include "mailtree/mime/html/HtmlVisibility.h"
 
-// Three passes, in an order that leaves nothing to do for a second round: letters in references first, since
-// they end what looks like an unfinished reference; then invisible elements, since the words around them grow
-// together; then what stands inside words.
+// Three passes, ordered to leave nothing for a second call: first letters in references, because
+// they end what looks like an unfinished reference; then invisible elements, because the words
+// around them join; then markup inside words.
 
 namespace mailtree {
 namespace {
 
 using Kind = Markup::Kind;
 
-// Elements of inline text that mean nothing when they are empty.
+// Elements of inline text that mean nothing when empty.
 constexpr std::string_view kInline[] = {"span",  "font", "b",      "i",    "u",    "s",       "em",  "strong",
                                         "small", "big",  "sub",    "sup",  "tt",   "code",    "kbd", "samp",
                                         "var",   "cite", "dfn",    "abbr", "bdo",  "acronym", "q",   "del",
                                         "ins",   "mark", "strike", "bdi",  "label"};
-// Boxes that may go when they are invisible, and may stand in something that goes. Each ends an open paragraph.
+// Boxes that may be removed when invisible, and may be inside a removed element. Each ends an open paragraph.
 constexpr std::string_view kBoxes[] = {"div", "p", "center"};
-// Elements without content that may stand in something that goes.
+// Elements without content that may be inside a removed element.
 constexpr std::string_view kVoid[] = {"br", "img", "wbr"};
-// More elements that end an open paragraph; those met in mail are enough, as a missing one keeps things only.
+// More elements that end an open paragraph; those common in mail are enough,
+// because a missing one only keeps content.
 constexpr std::string_view kBlocks[] = {"table", "td", "th", "ul", "ol", "li", "h1",         "h2",
                                         "h3",    "h4", "h5", "h6", "hr", "dl", "blockquote", "body"};
 
@@ -46,13 +47,13 @@ bool isBare(const Markup& startTag) noexcept {
   return true;
 }
 
-// Comments that some programs take for more: "<!--[if mso]>", "<![endif]>".
+// Comments with a meaning for some programs: "<!--[if mso]>", "<![endif]>".
 bool isConditional(std::string_view comment) noexcept {
   return comment.starts_with("<![") || containsNoCase(comment, "[if") || containsNoCase(comment, "[endif");
 }
 
-// Whether the text before a position could become a tag or a character reference with text that moves up to
-// it. Looks no further back than the markup before, so that a page is looked at once in all.
+// Whether the text before a position could become a tag or a character reference when other text moves next
+// to it. Looks back no further than the previous markup, so a page is scanned once in total.
 bool isUnfinishedBefore(std::string_view html, std::size_t position) noexcept {
   std::size_t at = position;
   while (at > 0 && (isAlnumAscii(html[at - 1]) || html[at - 1] == '#')) --at;
@@ -61,7 +62,8 @@ bool isUnfinishedBefore(std::string_view html, std::size_t position) noexcept {
   return before.ends_with('<') || before.ends_with("</");
 }
 
-// Copies a page with the numeric references to ASCII letters and digits in its text replaced by these.
+// Copies a page and replaces the numeric references to ASCII letters and
+// digits in its text by these characters.
 class LetterDecoder {
  public:
   static std::string decode(std::string_view html) {
@@ -100,11 +102,11 @@ class LetterDecoder {
   void copyPlain(std::string_view text) {
     if (text.empty()) return;
     m_out.append(text);
-    const bool goesOn = !m_mayDecode && std::all_of(text.begin(), text.end(), isReferenceByte);
-    m_mayDecode = !goesOn && !text.ends_with('<') && !text.ends_with("</");
+    const bool mayBeReference = !m_mayDecode && std::all_of(text.begin(), text.end(), isReferenceByte);
+    m_mayDecode = !mayBeReference && !text.ends_with('<') && !text.ends_with("</");
   }
 
-  // The length of what was copied: a letter's reference, or an "&" alone.
+  // Returns the length copied: a letter's reference, or a lone "&".
   std::size_t copyReference(std::string_view text) {
     char32_t codePoint = 0;
     const std::size_t length = m_mayDecode ? readNumericReference(text, codePoint) : 0;
@@ -127,9 +129,8 @@ struct Range {
   std::size_t begin, end;
 };
 
-// Finds the invisible elements that may go. Whatever could make a browser nest the page in another way than its
-// tags stand there (an end tag that fits not, an element that ends another one) ends all elements that are
-// open, and they stay.
+// Finds the invisible elements to remove. Tags that a browser could nest differently than written (an end tag
+// that does not match, an element that ends another one) end all open elements, and these stay.
 class InvisibleFinder {
  public:
   static std::vector<Range> find(std::string_view html) {
@@ -145,15 +146,15 @@ class InvisibleFinder {
     std::size_t begin;
     Visibility visibility;
     bool isBare;
-    bool holdsMore = false;  // Than text in bare elements.
+    bool hasOtherContent = false;  // Content other than text in bare elements.
   };
 
   explicit InvisibleFinder(std::string_view html) : m_html(html), m_sheets(html) {}
 
   void see(const Markup& markup) {
     switch (markup.kind) {
-      case Kind::startTag: seeStart(markup); break;
-      case Kind::endTag: seeEnd(markup); break;
+      case Kind::startTag: onStartTag(markup); break;
+      case Kind::endTag: onEndTag(markup); break;
       case Kind::comment:
         if (!m_open.empty() && isConditional(m_html.substr(markup.begin, markup.end - markup.begin)))
           m_open.clear();
@@ -163,8 +164,8 @@ class InvisibleFinder {
     }
   }
 
-  void seeStart(const Markup& tag) {
-    if (isOneOf(tag.name, kVoid)) return noticeMore();
+  void onStartTag(const Markup& tag) {
+    if (isOneOf(tag.name, kVoid)) return recordOtherContent();
     const bool isBox = isOneOf(tag.name, kBoxes);
     if (!isBox && !isInline(tag.name)) {
       m_open.clear();
@@ -179,29 +180,29 @@ class InvisibleFinder {
                       endsAnother ? Visibility::shown : visibilityOf(tag, isBox, m_sheets), isBare(tag)});
   }
 
-  void seeEnd(const Markup& tag) {
+  void onEndTag(const Markup& tag) {
     if (equalsNoCase(tag.name, "p")) m_mayBeInParagraph = false;
     if (equalsNoCase(tag.name, "a")) m_mayBeInLink = false;
     if (m_open.empty() || !equalsNoCase(m_open.back().name, tag.name)) return m_open.clear();
     const Element element = m_open.back();
     m_open.pop_back();
-    if (mayGo(element)) return take({element.begin, tag.end});
-    if (!element.isBare || element.holdsMore) noticeMore();
+    if (mayBeRemoved(element)) return take({element.begin, tag.end});
+    if (!element.isBare || element.hasOtherContent) recordOtherContent();
   }
 
-  bool mayGo(const Element& element) const noexcept {
+  bool mayBeRemoved(const Element& element) const noexcept {
     if (element.visibility == Visibility::shown) return false;
-    if (element.visibility == Visibility::textHidden && element.holdsMore) return false;
+    if (element.visibility == Visibility::textHidden && element.hasOtherContent) return false;
     return !isUnfinishedBefore(m_html, element.begin);
   }
 
   void take(Range range) {
-    while (!m_found.empty() && m_found.back().begin > range.begin) m_found.pop_back();  // what it holds
+    while (!m_found.empty() && m_found.back().begin > range.begin) m_found.pop_back();  // nested ranges
     m_found.push_back(range);
   }
 
-  void noticeMore() noexcept {
-    if (!m_open.empty()) m_open.back().holdsMore = true;
+  void recordOtherContent() noexcept {
+    if (!m_open.empty()) m_open.back().hasOtherContent = true;
   }
 
   std::string_view m_html;
@@ -226,19 +227,19 @@ std::string withoutInvisible(std::string html) {
 }
 
 // Copies a page without comments and empty elements inside words. A run is the markup between two texts; it
-// stands inside a word when it is inline throughout and neither text has white space beside it.
-class WordMender {
+// is inside a word when it is inline throughout and neither text has white space next to it.
+class WordRepairer {
  public:
-  static std::string mend(std::string_view html) {
-    WordMender mender(html);
+  static std::string repair(std::string_view html) {
+    WordRepairer repairer(html);
     HtmlScanner scanner(html);
     while (const std::optional<Markup> markup = scanner.next()) {
-      mender.seeText(markup->begin);
-      mender.seeMarkup(*markup);
+      repairer.onText(markup->begin);
+      repairer.onMarkup(*markup);
     }
-    mender.seeText(html.size());
-    mender.endRun(false);
-    return std::move(mender.m_out);
+    repairer.onText(html.size());
+    repairer.endRun(false);
+    return std::move(repairer.m_out);
   }
 
  private:
@@ -247,9 +248,9 @@ class WordMender {
     std::string_view openName;  // Of the start tag of a bare element; else empty.
   };
 
-  explicit WordMender(std::string_view html) : m_html(html) { m_out.reserve(html.size()); }
+  explicit WordRepairer(std::string_view html) : m_html(html) { m_out.reserve(html.size()); }
 
-  void seeText(std::size_t end) {
+  void onText(std::size_t end) {
     if (m_runEnd == end) return;
     const std::string_view text = m_html.substr(m_runEnd, end - m_runEnd);
     endRun(!isSpaceAscii(text.front()));
@@ -258,7 +259,7 @@ class WordMender {
     m_isInWord = !isSpaceAscii(text.back()) && !isUnfinishedBefore(m_html, end);
   }
 
-  void seeMarkup(const Markup& markup) {
+  void onMarkup(const Markup& markup) {
     m_runEnd = markup.end;
     if (!m_isInWord) return;
     const bool isTag = markup.kind == Kind::startTag || markup.kind == Kind::endTag;
@@ -272,8 +273,8 @@ class WordMender {
     m_kept.push_back({markup.begin, markup.end, opens ? markup.name : std::string_view()});
   }
 
-  void endRun(bool isWordBehind) {
-    if (m_isInWord && isWordBehind) {
+  void endRun(bool wordFollows) {
+    if (m_isInWord && wordFollows) {
       for (const Tag& tag : m_kept) m_out.append(m_html.substr(tag.begin, tag.end - tag.begin));
     } else {
       m_out.append(m_html.substr(m_runBegin, m_runEnd - m_runBegin));
@@ -284,7 +285,7 @@ class WordMender {
   std::string_view m_html;
   std::string m_out;
   std::size_t m_runBegin = 0, m_runEnd = 0;
-  bool m_isInWord = false;  // The text before the run and the run so far.
+  bool m_isInWord = false;  // The text before the run and the run so far are.
   std::vector<Tag> m_kept;  // Of the run, when it is in a word.
 };
 
@@ -293,7 +294,7 @@ class WordMender {
 void _svHtml::unSpam(LogBase& log) {
   const bool cleaned = neverThrow(false, [&] {
     if (looksLikeUtf16(m_html)) return true;
-    m_html.text() = WordMender::mend(withoutInvisible(LetterDecoder::decode(m_html)));
+    m_html.text() = WordRepairer::repair(withoutInvisible(LetterDecoder::decode(m_html)));
     return true;
   });
   if (!cleaned) log.logError("Failed to clean up the HTML.");

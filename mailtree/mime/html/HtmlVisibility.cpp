@@ -13,7 +13,7 @@ namespace {
 constexpr std::string_view kLengthUnits[] = {"px", "pt", "em", "ex", "rem", "in",   "cm",  "mm",
                                              "pc", "q",  "ch", "vw", "vh",  "vmin", "vmax"};
 
-// What stands behind a number that is 0; nothing when there is none.
+// The text after a number that is 0; nothing when there is none.
 std::optional<std::string_view> unitOfZero(std::string_view value) noexcept {
   const std::string_view number = value.substr(0, std::min(value.find_first_not_of("0."), value.size()));
   const bool isNumber = !number.empty() && number.back() != '.' && number.find('.') == number.rfind('.');
@@ -64,7 +64,7 @@ std::string_view withoutCommentsBefore(std::string_view text) noexcept {
   return text;
 }
 
-// A property as it stands after all declarations: the last one counts, an important one before others.
+// The value of a property after all declarations: the last one counts, an important one before others.
 class Property {
  public:
   void declare(std::string_view value, bool isImportant) noexcept {
@@ -86,7 +86,7 @@ struct Style {
   Property display, visibility, opacity, fontSize, height, maxHeight, overflow;
   bool hasHeightAnyway = false;
 
-  // Of those a style sheet may win over, only the important ones stand for certain.
+  // If a style sheet may override a declaration, only an important one is certain.
   void read(std::string_view declarations, bool isImportantOnly) noexcept {
     while (!declarations.empty()) {
       const std::size_t end = declarationEnd(declarations);
@@ -100,7 +100,7 @@ struct Style {
     return !isZeroLength(fontSize.value()) && !isZeroPercent(fontSize.value());
   }
 
-  // A percentage is one of a height that mostly is not known, and then means none; what is inline has no
+  // A percentage refers to a height that is mostly unknown, and then has no effect; an inline element has no
   // height of its own, and a table grows.
   bool isBoxOfNoHeight() const noexcept {
     const bool isBlock = !display.isSet() || display.is("block") || display.is("inline-block");
@@ -140,7 +140,7 @@ struct Style {
 };
 
 Visibility visibilityOf(const Style& style, bool hasHiddenAttribute, bool isBox) noexcept {
-  // The attribute is a default: any display of the style's own wins over it.
+  // The attribute is a default: any display of the style attribute overrides it.
   const bool noDisplay = style.display.isSet() ? style.display.is("none") : hasHiddenAttribute;
   if (noDisplay || !style.isOpaque()) return Visibility::hidden;
   if (isBox && style.isBoxOfNoHeight()) return Visibility::hidden;
@@ -148,7 +148,7 @@ Visibility visibilityOf(const Style& style, bool hasHiddenAttribute, bool isBox)
   return noText ? Visibility::textHidden : Visibility::shown;
 }
 
-// The attributes that tell whether an element is seen; the first of several counts.
+// The attributes that decide whether an element is visible; the first of several counts.
 struct Attributes {
   std::optional<std::string_view> style, classes, id;
   bool isHidden = false;
@@ -171,7 +171,7 @@ std::string decoded(std::optional<std::string_view> value) {
 
 constexpr bool isNameByte(char c) noexcept { return isAlnumAscii(c) || is8bit(c) || c == '-' || c == '_'; }
 
-// Takes a name off a style sheet, in lower case, and leaves what is none at the next byte.
+// Reads a name from the front of a style sheet, in lower case; skips one byte when there is none.
 std::string takeName(std::string_view& sheet) {
   std::string name;
   std::size_t at = 0;
@@ -187,8 +187,8 @@ bool isHexDigit(char c) noexcept {
   return isDigitAscii(c) || (toLowerAscii(c) >= 'a' && toLowerAscii(c) <= 'f');
 }
 
-// Whether a style sheet may name things by parts of their names or by numbers of characters.
-bool namesByParts(std::string_view sheet) noexcept {
+// Whether a style sheet may match names by substrings or write them with escapes.
+bool hasPartialMatches(std::string_view sheet) noexcept {
   for (std::size_t i = 0; i + 1 < sheet.size(); ++i) {
     const std::string_view pair = sheet.substr(i, 2);
     if (pair == "*=" || pair == "^=" || pair == "$=" || pair == "|=") return true;
@@ -213,7 +213,7 @@ StyleSheets::StyleSheets(std::string_view html) {
 
 void StyleSheets::read(std::string_view sheet) {
   if (!containsNoCase(sheet, "important")) return;
-  m_mayMeanAnyName = m_mayMeanAnyName || namesByParts(sheet);
+  m_matchesAnyName = m_matchesAnyName || hasPartialMatches(sheet);
   while (!sheet.empty()) {
     std::string name = takeName(sheet);
     if (!name.empty()) m_names.insert(std::move(name));
@@ -222,7 +222,7 @@ void StyleSheets::read(std::string_view sheet) {
 
 bool StyleSheets::mayName(std::string_view names) const {
   while (!(names = trim(names)).empty()) {
-    if (m_mayMeanAnyName) return true;
+    if (m_matchesAnyName) return true;
     const auto* const end = std::find_if(names.begin(), names.end(), isSpaceAscii);
     std::string name(names.begin(), end);
     std::transform(name.begin(), name.end(), name.begin(), toLowerAscii);

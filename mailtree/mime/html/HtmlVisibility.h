@@ -1,4 +1,5 @@
-// mime/html/HtmlVisibility.h - whether an element's own attributes hide it for certain; not included outside mime/.
+// mime/html/HtmlVisibility.h - whether an element's own attributes
+// certainly hide it; not included outside mime/.
 #pragma once
 
 #include <string>
@@ -11,29 +12,30 @@ namespace mailtree {
 
 enum class Visibility {
   shown,
-  textHidden,  ///< Its text is not seen, but elements inside may show themselves again.
-  hidden,      ///< Nothing inside is seen.
+  textHidden,  ///< Its text is hidden, but elements inside may be visible again.
+  hidden,      ///< Everything inside is hidden.
 };
 
-/// The classes and ids that a page's style elements name beside an "!important": a style attribute is no proof
-/// then that the element is not seen. Responsive newsletters hide what is for small screens that way.
+/// The classes and ids that a page's style elements name together with "!important": for
+/// these elements a style attribute does not prove that they are hidden. Responsive
+/// newsletters hide parts for small screens that way.
 class StyleSheets {
  public:
   explicit StyleSheets(std::string_view html);
 
-  /// Whether one of the names (a class or id attribute) may be meant.
+  /// Whether one of the names (a class or id attribute) may be among them.
   bool mayName(std::string_view names) const;
 
  private:
   void read(std::string_view sheet);
 
   std::unordered_set<std::string> m_names;  ///< Every word of these sheets, in lower case.
-  bool m_mayMeanAnyName = false;
+  bool m_matchesAnyName = false;
 };
 
-/// By the style and hidden attributes of a start tag. Where a style sheet may win over them, only their
+/// Decides by the style and hidden attributes of a start tag. If a style sheet may override them, only their
 /// important declarations count.
-/// @param isBox  whether the element's height means something; that of inline text does not.
+/// @param isBox  whether the element has a height of its own; inline text does not.
 Visibility visibilityOf(const Markup& startTag, bool isBox, const StyleSheets& sheets);
 
 }  // namespace mailtree

@@ -1,4 +1,4 @@
-#include "mailtree/secure/coverage.h"
+#include "mailtree/secure/signer_match.h"
 
 #include "mailtree/mime/address/Address.h"
 
