@@ -13,7 +13,7 @@
 #include "cli/secure/passwords.h"
 #include "cli/secure/sending.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/files.h"
 #include "cli/support/output_file.h"
 #include "mailtree/crypto/SymmetricCipher.h"
@@ -94,8 +94,8 @@ Exit readKeyFile(const AesOptions& options, _svSymSettings& settings) {
   const WipedAtEnd wiped(content);
   if (!readFile(*options.keyFile, content)) return Exit::unreadable;
   if (setKeyOf(content.view(), options.bits, settings)) return Exit::fine;
-  complain(*options.keyFile,
-           "is no key of " + std::to_string(options.bits) + " bits, neither in hexadecimal nor as bytes");
+  reportError(*options.keyFile,
+              "is no key of " + std::to_string(options.bits) + " bits, neither in hexadecimal nor as bytes");
   return Exit::unreadable;
 }
 
@@ -104,19 +104,19 @@ Exit readPasswords(const AesOptions& options, bool isNew, Passwords& passwords) 
   if (passwords.all().empty() && !isNew) passwords.ask(options.file);
   if (passwords.all().empty() && isNew && !passwords.askForNew(options.file)) return Exit::unreadable;
   if (!passwords.all().empty()) return Exit::fine;
-  return refuse("aes", "--key-file, --password-file, --password-fd or MAILTREE_PASSWORD is needed");
+  return usageError("aes", "--key-file, --password-file, --password-fd or MAILTREE_PASSWORD is needed");
 }
 
 Exit deriveKey(const AesOptions& options, const Secret& password, std::string_view salt,
                _svSymSettings& settings) {
   if (settings.deriveKey(password.view(), salt, kIterations, options.bits)) return Exit::fine;
-  complain("no key could be derived from the password");
+  reportError("no key could be derived from the password");
   return Exit::unreadable;
 }
 
 Exit failWith(const AesOptions& options, const char* what, const LogMemory& log) {
   const std::string problem = lastError(log, "");
-  complain(options.file, problem.empty() ? std::string(what) : std::string(what) + ": " + problem);
+  reportError(options.file, problem.empty() ? std::string(what) : std::string(what) + ": " + problem);
   return Exit::negative;
 }
 
@@ -243,7 +243,7 @@ Exit run(const AesOptions& options, Work work, const WriteForm& form) {
   settings.m_mode = modeOf(options.mode)->mode;
   settings.m_bindsBodies = !options.isOld;
   if (const Exit result = work(options, bytes, *message, settings); result != Exit::fine) return result;
-  return graver(limits, writeMessage(*message->root, options.output, form));
+  return worse(limits, writeMessage(*message->root, options.output, form));
 }
 
 void addDirection(CLI::App& aes, Action& action, const char* name, const char* description,

@@ -7,7 +7,7 @@
 #include "cli/message/input.h"
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/table.h"
 #include "cli/support/terminal.h"
 #include "cli/views/json_view.h"
@@ -59,8 +59,8 @@ Exit attachments(const AttachmentsOptions& options) {
   else if (!none)
     writeTable(outline, options.verbose);
   const Exit result =
-      graver(none ? Exit::negative : Exit::fine, reportLimits(options.file, message->limits()));
-  return graver(result, finishStandardOutput());
+      worse(none ? Exit::negative : Exit::fine, reportLimits(options.file, message->limits()));
+  return worse(result, finishStandardOutput());
 }
 
 }  // namespace

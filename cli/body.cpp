@@ -8,7 +8,7 @@
 #include "cli/message/outline.h"
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/terminal.h"
 #include "mailtree/mime/charset/Charset.h"
 
@@ -38,8 +38,8 @@ std::string inCharset(const BodyOptions& options, std::string text) {
   if (codePage == kCpUtf8) return text;
   std::string encoded;
   if (!encodeFromUtf8(codePage, text, encoded))
-    complain(options.file,
-             "\"?\" stands for characters that do not exist in " + std::string(charsetNameOf(codePage)));
+    reportError(options.file,
+                "\"?\" stands for characters that do not exist in " + std::string(charsetNameOf(codePage)));
   return encoded;
 }
 
@@ -52,14 +52,14 @@ Exit body(const BodyOptions& options) {
   const Outline outline = outlineOf(*message->root);
   const int id = bodyRow(outline, options);
   if (id < 0) {
-    complain(options.file, options.wanted());
-    return graver(result, Exit::negative);
+    reportError(options.file, options.wanted());
+    return worse(result, Exit::negative);
   }
   // Not every body is stored as text: mail without a type and inline text with a file name keep their bytes.
   std::string text = textOf(outline.row(id));
   if (standardOutputIsTerminal()) text = printableLines(text);
   std::cout << inCharset(options, std::move(text));
-  return graver(result, finishStandardOutput());
+  return worse(result, finishStandardOutput());
 }
 
 std::string checkCharset(const std::string& name) {

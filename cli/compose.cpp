@@ -8,7 +8,7 @@
 #include "cli/commands.h"
 #include "cli/message/output.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/output_file.h"
 #include "cli/writing/addresses.h"
 #include "cli/writing/bodies.h"
@@ -78,7 +78,7 @@ Exit readFields(const ComposeOptions& options, std::vector<HeaderField>& fields)
   for (const std::string& header : options.headers) {
     HeaderField field = fieldOfText(header);
     const std::string option = "--header '" + header + "'";
-    if (const char* const advice = adviceFor(field.name)) return refuse(option, advice);
+    if (const char* const advice = adviceFor(field.name)) return usageError(option, advice);
     reader.take(option, std::move(field));
   }
   return reader.result();
@@ -87,22 +87,24 @@ Exit readFields(const ComposeOptions& options, std::vector<HeaderField>& fields)
 Exit checkCharset(const std::string& name) {
   const int codePage = codePageOfCharset(name);
   if (isMailCodePage(codePage)) return Exit::fine;
-  return refuse("--charset",
-                "'" + name + "': " +
-                    (codePage ? "mail text cannot be written in it" : "no charset of that name is known"));
+  return usageError(
+      "--charset", "'" + name + "': " +
+                       (codePage ? "mail text cannot be written in it" : "no charset of that name is known"));
 }
 
 Exit checkOptions(const ComposeOptions& options) {
   if (options.charset)
     if (const Exit result = checkCharset(*options.charset); result != Exit::fine) return result;
-  if (options.countOfStandardInput() > 1) return refuse("-", "standard input can be only one of the files");
+  if (options.countOfStandardInput() > 1)
+    return usageError("-", "standard input can be only one of the files");
   const bool hasHtml = options.bodies.html || options.bodies.htmlFile;
   if (options.shown.any() && !hasHtml)
-    return refuse("--inline", "there is no HTML to show the file; give it with --html or --html-file");
+    return usageError("--inline", "there is no HTML to show the file; give it with --html or --html-file");
   if (!options.envelope) return Exit::fine;
-  if (options.envelope->empty()) return refuse("--envelope-out", "the name is empty");
-  return isSameOutput(*options.envelope, options.output) ? refuse("--envelope-out", "the message goes there")
-                                                         : Exit::fine;
+  if (options.envelope->empty()) return usageError("--envelope-out", "the name is empty");
+  return isSameOutput(*options.envelope, options.output)
+             ? usageError("--envelope-out", "the message goes there")
+             : Exit::fine;
 }
 
 /// Reads and checks everything before anything is written.
@@ -158,7 +160,7 @@ Exit compose(const ComposeOptions& options) {
   LogMemory log;
   Email2 email;
   if (!build(options, draft, email, log)) {
-    complain(lastError(log, "not enough memory"));
+    reportError(lastError(log, "not enough memory"));
     return Exit::unreadable;
   }
   if (!options.envelope) return writeMessage(email, options.output);

@@ -3,10 +3,10 @@
 #include <memory>
 
 #include "cli/commands.h"
+#include "cli/secure/decryption.h"
 #include "cli/secure/keys.h"
-#include "cli/secure/opening.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/files.h"
 #include "cli/support/output_file.h"
 
@@ -19,13 +19,13 @@ struct DecryptOptions {
   std::string output;
 };
 
-void tellWhatChanged(const std::string& file, const OpenedMessage& opened) {
+void tellWhatChanged(const std::string& file, const DecryptedMessage& opened) {
   if (opened.lostSignature)
-    complain(file, "warning: a signature stood around what is encrypted, and is not in what is written");
+    reportError(file, "warning: a signature stood around what is encrypted, and is not in what is written");
   for (const std::string& field : opened.fields)
-    complain(file,
-             "warning: the field " + field + " is the encrypted one, which is another one than outside");
-  if (!opened.problem.empty()) complain(file, "warning: a further layer stays closed: " + opened.problem);
+    reportError(file,
+                "warning: the field " + field + " is the encrypted one, which is another one than outside");
+  if (!opened.problem.empty()) reportError(file, "warning: a further layer stays closed: " + opened.problem);
 }
 
 Exit decrypt(const DecryptOptions& options) {
@@ -33,9 +33,9 @@ Exit decrypt(const DecryptOptions& options) {
   if (const Exit result = readKeys(options.keys, keys); result != Exit::fine) return result;
   DataBuffer bytes;
   if (!readFile(options.file, bytes)) return Exit::unreadable;
-  const OpenedMessage opened = openMessage(bytes.view(), keys.store);
+  const DecryptedMessage opened = decryptMessage(bytes.view(), keys.store);
   if (opened.bytes.empty()) {
-    complain(options.file, "nothing could be decrypted: " + opened.problem);
+    reportError(options.file, "nothing could be decrypted: " + opened.problem);
     return Exit::negative;
   }
   tellWhatChanged(options.file, opened);

@@ -8,7 +8,7 @@
 #include "cli/message/output.h"
 #include "cli/message/structure.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/output_file.h"
 #include "cli/writing/bodies.h"
 #include "cli/writing/calendar.h"
@@ -51,13 +51,14 @@ struct Changes {
 
 Exit checkOptions(const EditOptions& options, Changes& changes) {
   for (const std::string& name : options.remove)
-    if (const auto problem = whyBadFieldName(name)) return refuse("--remove '" + name + "'", *problem);
+    if (const auto problem = whyBadFieldName(name)) return usageError("--remove '" + name + "'", *problem);
   for (const std::string& text : options.set) {
     changes.fields.push_back(fieldOfText(text));
     if (const auto problem = whyBadField(changes.fields.back()))
-      return refuse("--set '" + text + "'", *problem);
+      return usageError("--set '" + text + "'", *problem);
   }
-  if (options.countOfStandardInput() > 1) return refuse("-", "standard input can be only one of the files");
+  if (options.countOfStandardInput() > 1)
+    return usageError("-", "standard input can be only one of the files");
   return Exit::fine;
 }
 
@@ -77,7 +78,7 @@ void changeFields(const EditOptions& options, const Changes& changes, Email2& em
 }
 
 Exit fail(const EditOptions& options, const LogMemory& log) {
-  complain(options.file, lastError(log, "not enough memory"));
+  reportError(options.file, lastError(log, "not enough memory"));
   return Exit::unreadable;
 }
 
@@ -87,14 +88,14 @@ Exit changeTexts(const EditOptions& options, const Bodies& bodies, Email2& email
   const std::string type(email.m_contentType.m_type.view());
   if (!putBodies(email, bodies, log)) return fail(options, log);
   if (bodiesReadBack(email, bodies, log)) return Exit::fine;
-  complain(options.file, "a text set in this message would not be read as its body (" + type + ")");
+  reportError(options.file, "a text set in this message would not be read as its body (" + type + ")");
   return Exit::negative;
 }
 
 Exit showInline(const EditOptions& options, const Changes& changes, Email2& email) {
   LogMemory log;
   if (!changes.shown.empty() && !email.getHtmlAlternative()) {
-    complain(options.file, "there is no HTML to show the file; --html or --html-file gives it one");
+    reportError(options.file, "there is no HTML to show the file; --html or --html-file gives it one");
     return Exit::negative;
   }
   return putInlineFiles(email, changes.shown, log) ? Exit::fine : fail(options, log);
@@ -104,7 +105,7 @@ Exit addCalendar(const EditOptions& options, std::optional<Calendar>& calendar, 
   LogMemory log;
   const std::string type(email.m_contentType.m_type.view());
   if (!calendar || putCalendar(email, *calendar, log)) return Exit::fine;
-  complain(options.file, "a calendar put in this message would not be found (" + type + ")");
+  reportError(options.file, "a calendar put in this message would not be found (" + type + ")");
   return Exit::negative;
 }
 
@@ -134,13 +135,13 @@ Exit edit(const EditOptions& options) {
 
   Email2& email = *message->root;
   if ((options.bodies.any() || options.calendar.any()) && isEncrypted(email)) {
-    complain(options.file, "the message is encrypted: its text cannot be changed");
+    reportError(options.file, "the message is encrypted: its text cannot be changed");
     return Exit::negative;
   }
   if (options.changesContent() && isSigned(email))
-    complain(options.file, "warning: the message is signed, and its signature may no longer fit");
+    reportError(options.file, "warning: the message is signed, and its signature may no longer fit");
   if (const Exit result = change(options, changes, email); result != Exit::fine) return result;
-  return graver(limits, writeMessage(email, options.output));
+  return worse(limits, writeMessage(email, options.output));
 }
 
 }  // namespace

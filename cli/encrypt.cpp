@@ -10,7 +10,7 @@
 #include "cli/secure/keys.h"
 #include "cli/secure/sending.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/output_file.h"
 #include "mailtree/crypto/Pkcs7Builder.h"
 
@@ -60,7 +60,7 @@ Exit takeNamed(const EncryptOptions& options, const Keys& keys, Email2& email) {
       XString subject;
       LogNull log;
       certificate->getSubjectDN(subject, log);
-      complain(options.file, "the certificate of " + std::string(subject.view()) + " " + problem);
+      reportError(options.file, "the certificate of " + std::string(subject.view()) + " " + problem);
       return Exit::negative;
     }
     email.addEncryptCert(certificate);
@@ -78,7 +78,7 @@ Exit findAll(const EncryptOptions& options, Keys& keys, const Email2& email) {
   const std::vector<Recipient> recipients = recipientsOf(email);
   std::unordered_set<std::string> missing;
   if (recipients.empty()) {
-    complain(options.file, "there are no recipients to encrypt to");
+    reportError(options.file, "there are no recipients to encrypt to");
     return Exit::negative;
   }
   Exit result = Exit::fine;
@@ -88,11 +88,11 @@ Exit findAll(const EncryptOptions& options, Keys& keys, const Email2& email) {
     const bool isHidden = std::string_view(recipient.field) == "Bcc";
     if (!keys.store.findByEmailAddr(recipient.address.c_str(), /*forEncryption=*/true, log)) {
       if (!missing.insert(lowerCase(recipient.address)).second) continue;
-      complain(options.file, "no certificate for " + recipient.address + " (" + recipient.field + ")");
+      reportError(options.file, "no certificate for " + recipient.address + " (" + recipient.field + ")");
       result = Exit::negative;
     } else if (isHidden && !isTold) {
-      complain(options.file,
-               "warning: who looks at the envelope can see that it was made for hidden recipients too");
+      reportError(options.file,
+                  "warning: who looks at the envelope can see that it was made for hidden recipients too");
       isTold = true;
     }
   }
@@ -105,7 +105,7 @@ Exit chooseRecipients(const EncryptOptions& options, Keys& keys, Email2& email) 
 
 Exit encrypt(const EncryptOptions& options) {
   if (options.keys.certs.empty() && options.keys.folders.empty())
-    return refuse("encrypt", "--cert or --certs says to whom");
+    return usageError("encrypt", "--cert or --certs says to whom");
   Keys keys;
   if (const Exit result = readKeys(options.keys, keys); result != Exit::fine) return result;
   std::optional<Message> message = loadToSecure(options.file);
@@ -120,8 +120,8 @@ Exit encrypt(const EncryptOptions& options) {
   const EmailPtr result(email.createPkcs7Mime(
       static_cast<int>(cipher.cipher), cipher.keyBits, static_cast<int>(transport), /*oaepHash=*/0,
       /*bySubjectKeyId=*/false, options.filename ? options.filename->c_str() : "smime.p7m", keys.store, log));
-  if (result) return graver(limits, writeMessage(*result, options.output));
-  complain(options.file, reasonOf(log, "could not be encrypted"));
+  if (result) return worse(limits, writeMessage(*result, options.output));
+  reportError(options.file, reasonOf(log, "could not be encrypted"));
   return Exit::negative;
 }
 

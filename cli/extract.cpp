@@ -10,7 +10,7 @@
 #include "cli/message/outline.h"
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/file_names.h"
 #include "cli/support/saving.h"
 #include "mailtree/mime/header/ContentTypeTable.h"
@@ -118,11 +118,11 @@ Exit writeToFolder(const Outline& outline, const std::vector<int>& ids, const Ex
     const std::string path = names.pick(fileNameOf(row, id));
     if (options.dryRun || saveFile(path, contentOf(row, scratch),
                                    options.force ? Existing::replaceEntry : Existing::refuse, readers))
-      tellPath(path);
+      printPath(path);
     else
       result = Exit::unreadable;
   }
-  return graver(result, finishStandardOutput());
+  return worse(result, finishStandardOutput());
 }
 
 Exit extract(const ExtractOptions& options) {
@@ -134,14 +134,14 @@ Exit extract(const ExtractOptions& options) {
   const Outline outline = outlineOf(*message->root);
   const std::vector<int> ids = selectedParts(outline, options);
   if (ids.empty()) {
-    complain(options.file, whatIsMissing(options));
-    return graver(result, Exit::negative);
+    reportError(options.file, whatIsMissing(options));
+    return worse(result, Exit::negative);
   }
   const Readers readers = readersOf(*message);
-  if (options.output.empty()) return graver(result, writeToFolder(outline, ids, options, readers));
+  if (options.output.empty()) return worse(result, writeToFolder(outline, ids, options, readers));
   std::string scratch;
   const std::string_view content = contentOf(outline.row(ids.front()), scratch);
-  return graver(result, saveToOutput(content, options.output, options.force, readers));
+  return worse(result, saveToOutput(content, options.output, options.force, readers));
 }
 
 void addSelectors(CLI::App& verb, ExtractOptions& options) {

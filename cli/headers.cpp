@@ -7,7 +7,7 @@
 #include "cli/commands.h"
 #include "cli/message/input.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/files.h"
 #include "cli/support/terminal.h"
 #include "mailtree/mime/MimeMessage2.h"
@@ -64,8 +64,8 @@ Exit headers(const HeadersOptions& options) {
     writeField(header, i, options);
   }
   const Exit result =
-      graver(found ? Exit::fine : Exit::negative, reportLimits(options.file, message.limits()));
-  return graver(result, finishStandardOutput());
+      worse(found ? Exit::fine : Exit::negative, reportLimits(options.file, message.limits()));
+  return worse(result, finishStandardOutput());
 }
 
 }  // namespace

@@ -9,7 +9,7 @@
 
 #include "cli/commands.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "mailtree/base/Output.h"
 
 namespace mailtree::cli {
@@ -54,7 +54,7 @@ void cleanUpAtSignals() {
 
 int usageError(const CLI::App& app, const CLI::ParseError& error) {
   if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
-  complain(error.what());
+  reportError(error.what());
   std::cerr << "Run with --help for usage.\n";
   return static_cast<int>(Exit::usage);
 }
@@ -106,7 +106,7 @@ int main(int argc, char** argv) {
     mailtree::cli::cleanUpAtSignals();
     return mailtree::cli::run(argc, argv);
   } catch (const std::exception& error) {  // out of memory, or a stream that throws
-    mailtree::cli::complain(error.what());
+    mailtree::cli::reportError(error.what());
     return static_cast<int>(mailtree::cli::Exit::unreadable);
   }
 }

@@ -9,8 +9,8 @@
 #include "cli/message/input.h"
 #include "cli/message/structure.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
 #include "cli/support/csv.h"
+#include "cli/support/errors.h"
 #include "cli/support/progress.h"
 #include "cli/support/saving.h"
 
@@ -40,16 +40,16 @@ Exit prepare(const MergeOptions& options, const CsvTable& table, MergeTemplate& 
   std::optional<std::size_t> toColumn;
   if (options.toField) {
     toColumn = table.columnOf(*options.toField);
-    if (!toColumn) return refuse("--to-field", "no column is called '" + *options.toField + "'");
+    if (!toColumn) return usageError("--to-field", "no column is called '" + *options.toField + "'");
   }
   if (const auto unknown = form.termWithoutColumn(table)) {
-    complain(options.file, *unknown);
+    reportError(options.file, *unknown);
     return Exit::unreadable;
   }
   if (form.hasTermsOutOfReach(table))
-    complain(options.file, "warning: terms in an attached message are left as they are");
+    reportError(options.file, "warning: terms in an attached message are left as they are");
   if (form.prepare(table, toColumn, options.rawHtml)) return Exit::fine;
-  complain(options.file, "not enough memory");
+  reportError(options.file, "not enough memory");
   return Exit::unreadable;
 }
 
@@ -61,7 +61,7 @@ bool nextGoodRow(CsvTable& table, const MergeTemplate& form, CsvRow& row, Exit& 
   }
   const auto problem = form.problemOf(row);
   if (!problem) return true;
-  table.complainAt(problem->line, problem->what);
+  table.reportErrorAt(problem->line, problem->what);
   result = Exit::unreadable;
   return false;
 }
@@ -72,7 +72,7 @@ Exit countRows(CsvTable& table, const MergeTemplate& form, std::uint64_t& rows) 
   CsvRow row;
   for (rows = 0; nextGoodRow(table, form, row, result);) ++rows;
   if (result != Exit::fine || rows > 0) return result;
-  table.complainAt(0, "no rows stand below the header");
+  table.reportErrorAt(0, "no rows stand below the header");
   return Exit::negative;
 }
 
@@ -83,11 +83,11 @@ Exit writeMessages(CsvTable& table, const MergeTemplate& form, std::uint64_t mes
   CsvRow row;
   for (std::uint64_t done = 0; done < messages; ++done) {
     if (!nextGoodRow(table, form, row, result)) {
-      if (result == Exit::fine) table.complainAt(0, "it got shorter while it was read");
+      if (result == Exit::fine) table.reportErrorAt(0, "it got shorter while it was read");
       return Exit::unreadable;
     }
     const EmailPtr email = form.fill(row);
-    if (!email) complain("not enough memory");
+    if (!email) reportError("not enough memory");
     if (!email || !target.put(*email)) return Exit::unreadable;
     bar.show(done + 1, table.position());
   }
@@ -104,7 +104,7 @@ Exit merge(const MergeOptions& options, const TermForm& termForm) {
   if (!message) return Exit::unreadable;
   const Exit limits = reportLimits(options.file, message->limits());
   if (isSigned(*message->root))
-    complain(options.file, "warning: the message is signed, and its signature may no longer fit");
+    reportError(options.file, "warning: the message is signed, and its signature may no longer fit");
   std::optional<CsvTable> table = CsvTable::open(options.data);
   if (!table) return Exit::unreadable;
   MergeTemplate form(std::move(*message), termForm);
@@ -112,13 +112,13 @@ Exit merge(const MergeOptions& options, const TermForm& termForm) {
   std::uint64_t messages = 0;
   if (const Exit result = countRows(*table, form, messages); result != Exit::fine) return result;
   if (options.limit > 0) messages = std::min(messages, options.limit);
-  if (options.dryRun) return graver(limits, report(messages));
+  if (options.dryRun) return worse(limits, report(messages));
 
   const std::unique_ptr<MergeTarget> target = targetOf(options);
   if (!table->rewind() || !target->open(messages)) return Exit::unreadable;
   const Exit written = writeMessages(*table, form, messages, *target);
   if (written != Exit::fine) return written;
-  return target->commit() ? graver(limits, report(messages)) : Exit::unreadable;
+  return target->commit() ? worse(limits, report(messages)) : Exit::unreadable;
 }
 
 std::string checkFileName(const std::string& name) {

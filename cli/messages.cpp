@@ -10,7 +10,7 @@
 #include "cli/message/input.h"
 #include "cli/message/outline.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/file_names.h"
 #include "cli/support/json_values.h"
 #include "cli/support/saving.h"
@@ -107,7 +107,7 @@ Exit writeToFolder(const MessagesOptions& options, InnerMessages& messages) {
     }
     const std::string path = names.pick(fileNameOf(*message));
     if (saveFile(path, message->bytes.view(), Existing::refuse))
-      tellPath(path);
+      printPath(path);
     else
       result = Exit::unreadable;
   }
@@ -125,7 +125,7 @@ Exit write(const MessagesOptions& options, InnerMessages& messages) {
   const Exit result =
       options.output.empty() ? writeToFolder(options, messages) : writeToOutput(options, messages);
   if (result == Exit::negative)
-    complain(options.file, options.all ? "no messages in it" : "no message " + options.wanted);
+    reportError(options.file, options.all ? "no messages in it" : "no message " + options.wanted);
   return result;
 }
 
@@ -140,8 +140,8 @@ Exit messages(const MessagesOptions& options) {
     result = Exit::negative;
   LimitSet limits = message->limits();
   limits.add(inner.limits());
-  result = graver(result, reportLimits(options.file, limits));
-  return graver(result, finishStandardOutput());
+  result = worse(result, reportLimits(options.file, limits));
+  return worse(result, finishStandardOutput());
 }
 
 /// "2", "2/0"

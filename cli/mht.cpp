@@ -184,7 +184,7 @@ Exit mht(const MhtOptions& options) {
   if (!message) return Exit::unreadable;
   const Exit result = reportLimits(options.file, message->limits());
   const EmailPtr archive = Archive(*message->root).make();
-  return graver(result, writeMessage(*archive, options.output));
+  return worse(result, writeMessage(*archive, options.output));
 }
 
 }  // namespace

@@ -6,7 +6,7 @@
 #include "cli/commands.h"
 #include "cli/message/input.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/table.h"
 #include "cli/support/terminal.h"
 #include "cli/views/json_view.h"
@@ -47,8 +47,8 @@ Exit related(const RelatedOptions& options) {
   else if (!items.empty())
     writeTable(outline, items);
   const Exit result =
-      graver(items.empty() ? Exit::negative : Exit::fine, reportLimits(options.file, message->limits()));
-  return graver(result, finishStandardOutput());
+      worse(items.empty() ? Exit::negative : Exit::fine, reportLimits(options.file, message->limits()));
+  return worse(result, finishStandardOutput());
 }
 
 }  // namespace

@@ -9,7 +9,7 @@
 #include "cli/message/output.h"
 #include "cli/message/structure.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/output_file.h"
 #include "cli/writing/bodies.h"
 #include "cli/writing/fields.h"
@@ -41,7 +41,7 @@ Exit read(const AnswerOptions& options, Answer& answer) {
   reader.take("--cc", "Cc", options.cc);
   if (reader.result() != Exit::fine) return reader.result();
   if ((options.file == "-") + options.bodies.countOfStandardInput() > 1)
-    return refuse("-", "standard input can be only one of the files");
+    return usageError("-", "standard input can be only one of the files");
   return readBodies(options.bodies, answer.bodies);
 }
 
@@ -66,7 +66,7 @@ bool hasTextToQuote(Email2& email) {
 /// and in sight.
 void makePlaceForText(Email2& email, LogBase& log) {
   labelUntypedBody(email, log);
-  makeRoom(email, log);
+  moveIntoMixed(email, log);
   if (email.isMultipart() && !email.isMultipartMixed() && !hasTextToQuote(email))
     email.convertToMultipartX("multipart/mixed", log);
 }
@@ -80,7 +80,7 @@ Exit complete(const AnswerOptions& options, const Answer& answer, const QuotedTe
   for (const char* const name : kDeliveryFields) email.removeHeaderField(name);
   for (const char* const prefix : kDeliveryPrefixes) email.m_header.removeHeadersBeginningWith(prefix);
   if (answer.bodies.plain && !quoted.putInFront(*answer.bodies.plain, log)) {
-    complain(options.file, lastError(log, "the message has no text to put another one in front of"));
+    reportError(options.file, lastError(log, "the message has no text to put another one in front of"));
     return Exit::negative;
   }
   addFields(email, answer.fields, log);
@@ -96,17 +96,17 @@ Exit convert(const AnswerOptions& options, Conversion conversion) {
 
   Email2& email = *message->root;
   if (isSigned(email))
-    complain(options.file, "warning: the message is signed, and its signature may no longer fit");
+    reportError(options.file, "warning: the message is signed, and its signature may no longer fit");
   LogNull log;
   makePlaceForText(email, log);
   const QuotedTexts quoted(email);
   (email.*conversion)(log);
   if (!isConverted(email, log)) {
-    complain(options.file, "the message has no text that could be quoted");
+    reportError(options.file, "the message has no text that could be quoted");
     return Exit::negative;
   }
   if (const Exit result = complete(options, answer, quoted, email); result != Exit::fine) return result;
-  return graver(limits, writeMessage(email, options.output));
+  return worse(limits, writeMessage(email, options.output));
 }
 
 void addVerb(CLI::App& app, Action& action, const char* name, const char* description, const char* footer,

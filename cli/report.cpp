@@ -7,7 +7,7 @@
 #include "cli/message/input.h"
 #include "cli/message/outline.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/json_values.h"
 #include "cli/support/table.h"
 #include "cli/support/terminal.h"
@@ -111,7 +111,9 @@ void writeJson(const std::string& file, const std::optional<Report>& report, Lim
   std::cout << lineOf(json) << '\n';
 }
 
-void writeSaid(std::string_view line) { writeLine(std::cout, standardOutputColumns(), kSaid, kSaid, line); }
+void writeSaid(std::string_view line) {
+  writeLine(std::cout, standardOutputColumns(), kMessageLinePrefix, kMessageLinePrefix, line);
+}
 
 void writeFields(const Report& report) {
   const Original original = originalOf(report);
@@ -150,10 +152,10 @@ Exit report(const ReportOptions& options) {
   else if (found)
     writeText(*found);
   else
-    complain(options.file, "no report");
+    reportError(options.file, "no report");
   const Exit result =
-      graver(found ? Exit::fine : Exit::negative, reportLimits(options.file, message->limits()));
-  return graver(result, finishStandardOutput());
+      worse(found ? Exit::fine : Exit::negative, reportLimits(options.file, message->limits()));
+  return worse(result, finishStandardOutput());
 }
 
 }  // namespace

@@ -9,7 +9,7 @@
 #include "cli/secure/keys.h"
 #include "cli/secure/sending.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/output_file.h"
 #include "mailtree/crypto/Cades.h"
 
@@ -59,27 +59,28 @@ Certificate* signerFor(const std::string& file, const std::string& from, Keys& k
   if (own != named.end()) return *own;
   if (!named.empty()) return named.front();
   if (!keys.named.empty()) {
-    complain(file, "the certificate given has no private key (--key, or --p12 for both)");
+    reportError(file, "the certificate given has no private key (--key, or --p12 for both)");
     return nullptr;
   }
   LogNull log;
   Certificate* const found = keys.store.findByEmailAddr(from.c_str(), /*forEncryption=*/false, log);
   if (!found)
-    complain(file, from.empty() ? "there is no From address to find a certificate by"
-                                : "no certificate with a private key, fit to sign, for " + from);
+    reportError(file, from.empty() ? "there is no From address to find a certificate by"
+                                   : "no certificate with a private key, fit to sign, for " + from);
   return found;
 }
 
 /// What a reader will hold against the signature, said beforehand.
 void warnOf(const std::string& file, const std::string& from, bool isPss, const Certificate& signer) {
   if (!signer.isForAddress(from))
-    complain(file, "warning: the certificate is not issued to " + (from.empty() ? "anybody in From" : from));
+    reportError(file,
+                "warning: the certificate is not issued to " + (from.empty() ? "anybody in From" : from));
   if (!signer.isFitFor(CertificateUse::sign))
-    complain(file, "warning: the certificate is not meant for signing mail");
+    reportError(file, "warning: the certificate is not meant for signing mail");
   if (const std::string problem = invalidityOf(signer); !problem.empty())
-    complain(file, "warning: the certificate " + problem);
+    reportError(file, "warning: the certificate " + problem);
   if (isPss && signer.keyAlgorithm() != "RSA")
-    complain(file, "warning: --pss has no effect with a key of " + signer.keyAlgorithm());
+    reportError(file, "warning: --pss has no effect with a key of " + signer.keyAlgorithm());
 }
 
 EmailPtr signedBy(Email2& email, const SignOptions& options, Certificate& signer, SystemCerts& certs,
@@ -109,8 +110,8 @@ Exit sign(const SignOptions& options) {
   warnOf(options.file, from, options.pss, *signer);
   LogMemory log;
   const EmailPtr result = signedBy(*message->root, options, *signer, keys.store, log);
-  if (result) return graver(limits, writeMessage(*result, options.output));
-  complain(options.file, reasonOf(log, "could not be signed"));
+  if (result) return worse(limits, writeMessage(*result, options.output));
+  reportError(options.file, reasonOf(log, "could not be signed"));
   return Exit::negative;
 }
 

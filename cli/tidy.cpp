@@ -7,7 +7,7 @@
 #include "cli/message/output.h"
 #include "cli/message/structure.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/output_file.h"
 #include "mailtree/mime/html/HtmlPage.h"
 
@@ -37,7 +37,7 @@ void cleanPage(Email2& email, LogBase& log) {
 
 Exit tidy(const TidyOptions& options) {
   if (!options.unspam && !options.stripPaths && !options.safeEncodings) {
-    complain("one of --unspam, --strip-paths and --safe-encodings is needed");
+    reportError("one of --unspam, --strip-paths and --safe-encodings is needed");
     return Exit::usage;
   }
   std::optional<Message> message = loadMessageToWrite(options.file);
@@ -46,12 +46,12 @@ Exit tidy(const TidyOptions& options) {
 
   Email2& email = *message->root;
   if (isSigned(email))
-    complain(options.file, "warning: the message is signed, and its signature may no longer fit");
+    reportError(options.file, "warning: the message is signed, and its signature may no longer fit");
   LogNull log;
   if (options.unspam) cleanPage(email, log);
   if (options.stripPaths) email.removeAttachmentPaths(log);
   if (options.safeEncodings) email.safeguardBodies(log);
-  return graver(limits, writeMessage(email, options.output));
+  return worse(limits, writeMessage(email, options.output));
 }
 
 }  // namespace

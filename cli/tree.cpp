@@ -7,7 +7,7 @@
 #include "cli/commands.h"
 #include "cli/message/input.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/terminal.h"
 
 namespace mailtree::cli {
@@ -27,7 +27,7 @@ Exit tree(const std::string& file) {
     writeLine(std::cout, standardOutputColumns(), indent, indent + "    ", rest.substr(begin, end - begin));
     rest.remove_prefix(std::min(end, rest.size() - 1) + 1);
   }
-  return graver(result, finishStandardOutput());
+  return worse(result, finishStandardOutput());
 }
 
 }  // namespace

@@ -5,9 +5,9 @@
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
-#include "cli/secure/examination.h"
+#include "cli/secure/verification.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/terminal.h"
 #include "cli/views/layers.h"
 #include "cli/views/security_json.h"
@@ -39,34 +39,36 @@ void writeCheck(const Check& check) {
   writeLine(std::string("  ").append(signOf(check.mark)).append(name), check.text);
 }
 
-void writeLayer(const SecureLayer& layer, std::size_t number, const Examined& examined) {
+void writeLayer(const SecureLayer& layer, std::size_t number, const Verification& verification) {
   std::cout << "layer " << number << ": " << mailtree::nameOf(layer.kind) << '\n';
-  for (const Check& check : checksOf(layer, examined)) writeCheck(check);
+  for (const Check& check : checksOf(layer, verification)) writeCheck(check);
 }
 
 std::string quotedOrNone(const std::string& value) { return value.empty() ? "none" : inQuotes(value); }
 
-void writeChecklist(const Examined& examined) {
-  for (std::size_t i = 0; i < examined.layers.size(); ++i) writeLayer(examined.layers[i], i + 1, examined);
-  for (const InnerField& field : examined.innerFields)
+void writeChecklist(const Verification& verification) {
+  for (std::size_t i = 0; i < verification.layers.size(); ++i)
+    writeLayer(verification.layers[i], i + 1, verification);
+  for (const InnerField& field : verification.innerFields)
     writeLine("field ", wordOrQuoted(field.name) + ": inside part " + field.part + " it is " +
                             quotedOrNone(field.inside) + ", displayed is " + quotedOrNone(field.outside));
-  writeLine(examined.verdict.valid ? "valid: " : "NOT valid: ", examined.verdict.text);
+  writeLine(verification.verdict.valid ? "valid: " : "NOT valid: ", verification.verdict.text);
 }
 
 Exit verify(const VerifyOptions& options) {
   Keys keys;
   if (const Exit result = readKeys(options.keys, keys); result != Exit::fine) return result;
-  const std::optional<Examined> examined = examine(options.file, keys);
-  if (!examined) return Exit::unreadable;
+  const std::optional<Verification> verification = verifyMessage(options.file, keys);
+  if (!verification) return Exit::unreadable;
   if (options.json)
-    std::cout << lineOf({{"schema", kSchema}, {"file", options.file}, {"security", securityOf(*examined)}})
+    std::cout << lineOf(
+                     {{"schema", kSchema}, {"file", options.file}, {"security", securityOf(*verification)}})
               << '\n';
   else
-    writeChecklist(*examined);
-  const Exit answer = examined->verdict.valid ? Exit::fine : Exit::negative;
-  return graver(graver(answer, reportLimits(options.file, examined->message.limits())),
-                finishStandardOutput());
+    writeChecklist(*verification);
+  const Exit answer = verification->verdict.valid ? Exit::fine : Exit::negative;
+  return worse(worse(answer, reportLimits(options.file, verification->message.limits())),
+               finishStandardOutput());
 }
 
 }  // namespace

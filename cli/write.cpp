@@ -7,7 +7,7 @@
 #include "cli/message/input.h"
 #include "cli/message/output.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/files.h"
 #include "cli/support/output_file.h"
 #include "cli/writing/differences.h"
@@ -26,7 +26,7 @@ Exit write(const WriteOptions& options) {
   std::optional<Message> message = loadMessageToWrite(options.file);
   if (!message) return Exit::unreadable;
   const Exit result = reportLimits(options.file, message->limits());
-  return graver(result, writeMessage(*message->root, options.output, options.form));
+  return worse(result, writeMessage(*message->root, options.output, options.form));
 }
 
 /// Says what would differ. Nothing is written.
@@ -39,14 +39,14 @@ Exit check(const WriteOptions& options) {
   StringBuffer text;
   LogMemory log;
   if (!assembleMessage(*message->root, text, log, options.form) || !written.append(text)) {
-    complain(options.file, lastError(log, "the message could not be written whole"));
+    reportError(options.file, lastError(log, "the message could not be written whole"));
     return Exit::unreadable;
   }
   const std::vector<std::string> lines = differencesInBytes(received.view(), written.view());
   for (const std::string& line : lines) std::cout << line << '\n';
   if (lines.empty()) {
     std::cout << "nothing differs\n";
-    return graver(result, finishStandardOutput());
+    return worse(result, finishStandardOutput());
   }
 
   message = loadMessageToWrite(options.file, received);
@@ -55,7 +55,7 @@ Exit check(const WriteOptions& options) {
   const std::vector<std::string> seen = differencesToReader(*message->root, *after->root);
   for (const std::string& line : seen) std::cout << "a reader sees: " << line << '\n';
   if (seen.empty()) std::cout << "a reader sees no difference\n";
-  return graver(graver(result, Exit::negative), finishStandardOutput());
+  return worse(worse(result, Exit::negative), finishStandardOutput());
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 #include "cli/message/internal_fields.h"
 #include "cli/message/structure.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/output_file.h"
 
 namespace mailtree::cli {
@@ -27,13 +27,13 @@ Exit xml(const XmlOptions& options) {
   LogMemory log;
   StringBuffer document;
   if (!message->root->getEmailXml(/*compact=*/!options.indent, document, log) || document.isEmpty()) {
-    complain(options.file, lastError(log, "cannot be made XML"));
+    reportError(options.file, lastError(log, "cannot be made XML"));
     return Exit::unreadable;
   }
   if (!options.indent) document.appendChar('\n');
   TextFile file(options.output);
   const bool written = file.write(document.text()) && file.commit();
-  return graver(result, written ? Exit::fine : Exit::unreadable);
+  return worse(result, written ? Exit::fine : Exit::unreadable);
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 #include <system_error>
 
 #include "cli/message/output.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/saving.h"
 #include "mailtree/base/Ascii.h"
 
@@ -25,7 +25,7 @@ bool assembleInto(Email2& email, StringBuffer& text) {
   LogMemory log;
   text.weakClear();
   if (assembleMessage(email, text, log)) return true;
-  complain(lastError(log, kNoMemory));
+  reportError(lastError(log, kNoMemory));
   return false;
 }
 
@@ -63,10 +63,10 @@ class FolderTarget final : public MergeTarget {
     std::error_code error;
     for (fs::directory_iterator at(m_folder, error), end; !error && at != end; at.increment(error)) {
       if (!isMine(at->path().filename().string(), messages)) continue;
-      complain(at->path().string(), kTaken);
+      reportError(at->path().string(), kTaken);
       return false;
     }
-    if (error) complain(m_folder, error.message());
+    if (error) reportError(m_folder, error.message());
     return !error;
   }
 
@@ -84,24 +84,25 @@ class MailboxTarget final : public MergeTarget {
   bool open(std::uint64_t) override {
     std::error_code ignored;
     if (!m_force && fs::exists(fs::symlink_status(m_path, ignored))) {
-      complain(m_path, kTaken);
+      reportError(m_path, kTaken);
       return false;
     }
-    return complainUnless(m_sink.open(m_path.c_str(), m_log, m_force ? Existing::replace : Existing::refuse));
+    return reportUnless(
+        m_sink.open(m_path.c_str(), m_log, m_force ? Existing::replace : Existing::refuse));
   }
 
   bool put(Email2& email) override {
     if (!assembleInto(email, m_text)) return false;
     m_entry.clear();
     appendToMailbox(m_text.view(), email.m_fromAddr.m_address.view(), email.m_date, m_entry);
-    return complainUnless(m_sink.write(m_entry, m_progress, m_log));
+    return reportUnless(m_sink.write(m_entry, m_progress, m_log));
   }
 
-  bool commit() override { return complainUnless(m_sink.commit(m_log)); }
+  bool commit() override { return reportUnless(m_sink.commit(m_log)); }
 
  private:
-  bool complainUnless(bool done) const {
-    if (!done) complain(m_path, lastError(m_log, "cannot be written"));
+  bool reportUnless(bool done) const {
+    if (!done) reportError(m_path, lastError(m_log, "cannot be written"));
     return done;
   }
 

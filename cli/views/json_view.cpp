@@ -101,8 +101,8 @@ Json idOrNull(int id) { return id < 0 ? Json() : Json(id); }
 
 }  // namespace
 
-std::string jsonOf(const std::string& file, Examined& examined, const JsonOptions& options) {
-  Email2& root = *examined.message.root;
+std::string jsonOf(const std::string& file, Verification& verification, const JsonOptions& options) {
+  Email2& root = *verification.message.root;
   const Outline outline = outlineOf(root);
   const Json head = objectOf({{"schema", kSchema},
                               {"file", file},
@@ -116,8 +116,8 @@ std::string jsonOf(const std::string& file, Examined& examined, const JsonOption
   Json tail = objectOf({{"attachments", outline.attachments},
                         {"plain_text", idOrNull(outline.plainText)},
                         {"html", idOrNull(outline.html)},
-                        {"security", securityOf(examined)},
-                        {"limits", limitsOf(examined.message.limits())}});
+                        {"security", securityOf(verification)},
+                        {"limits", limitsOf(verification.message.limits())}});
   if (options.headers) tail["headers"] = headersOf(root);
   return lineOf(joined(textOf(head), "tree", treeOf(outline), textOf(tail)));
 }

@@ -6,7 +6,7 @@
 
 #include "cli/message/input.h"
 #include "cli/message/outline.h"
-#include "cli/secure/examination.h"
+#include "cli/secure/verification.h"
 
 namespace mailtree::cli {
 
@@ -15,7 +15,7 @@ struct JsonOptions {
 };
 
 /// One object on one line, without a line break; utf-8, with control characters escaped.
-std::string jsonOf(const std::string& file, Examined& examined, const JsonOptions& options);
+std::string jsonOf(const std::string& file, Verification& verification, const JsonOptions& options);
 
 /// The attachments in the same form, each with its number and the reason why it is one.
 std::string attachmentsJsonOf(const std::string& file, const Message& message, const Outline& outline);

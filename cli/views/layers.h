@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/secure/examination.h"
+#include "cli/secure/verification.h"
 
 namespace mailtree::cli {
 
@@ -15,20 +15,20 @@ struct Check {
   std::string name, text;
 };
 
-std::vector<Check> checksOf(const SecureLayer& layer, const Examined& examined);
+std::vector<Check> checksOf(const SecureLayer& layer, const Verification& verification);
 
 /// What the checks come to, in a few words: "signature valid, signer trusted". What a signature does not cover is
 /// always said with it.
 struct LayerSummary {
-  bool isGood;
+  bool isFaultless;
   std::string text;
 };
 
-LayerSummary summaryOf(const SecureLayer& layer, const Examined& examined);
+LayerSummary summaryOf(const SecureLayer& layer, const Verification& verification);
 
 /// Who signed: somebody about whom everything is right, by the address in From; else the first, by nameOf. Empty when
 /// that one is unknown.
-std::string nameOfSigner(const SecureLayer& layer, const Examined& examined);
+std::string nameOfSigner(const SecureLayer& layer, const Verification& verification);
 /// "anna@berg.example", else the subject; what is more than one word in quotes.
 std::string nameOf(const Certificate& certificate);
 

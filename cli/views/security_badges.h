@@ -4,12 +4,13 @@
 #include <vector>
 
 #include "cli/message/outline.h"
-#include "cli/secure/examination.h"
+#include "cli/secure/verification.h"
 #include "cli/views/layers.h"
 
 namespace mailtree::cli {
 
 /// The badges of every row of the outline.
-std::vector<std::vector<LayerSummary>> securityBadgesOf(const Outline& outline, const Examined& examined);
+std::vector<std::vector<LayerSummary>> securityBadgesOf(const Outline& outline,
+                                                        const Verification& verification);
 
 }  // namespace mailtree::cli

@@ -4,7 +4,7 @@
 #include <iosfwd>
 
 #include "cli/message/outline.h"
-#include "cli/secure/examination.h"
+#include "cli/secure/verification.h"
 #include "cli/support/terminal.h"
 
 namespace mailtree::cli {
@@ -15,6 +15,6 @@ struct TextOptions {
   bool verbose = false;  ///< The reason of each attachment, the name of each repair.
 };
 
-void writeText(std::ostream& out, Examined& examined, const TextOptions& options);
+void writeText(std::ostream& out, Verification& verification, const TextOptions& options);
 
 }  // namespace mailtree::cli

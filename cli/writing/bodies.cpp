@@ -4,7 +4,7 @@
 
 #include "cli/message/structure.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/files.h"
 #include "mailtree/base/Utf.h"
 
@@ -63,7 +63,7 @@ std::string withCrlf(std::string_view text) {
 
 /// A text of the command line is a line or more, and the last one ends too.
 Exit takeText(const char* option, const std::string& given, std::string& out) {
-  if (!isValidUtf8(given)) return refuse(option, "the text is not utf-8");
+  if (!isValidUtf8(given)) return usageError(option, "the text is not utf-8");
   out = withCrlf(given);
   if (!out.empty() && !out.ends_with('\n')) out += "\r\n";
   return Exit::fine;
@@ -88,7 +88,7 @@ Exit readTextFile(const std::string& path, TextCharset charset, std::string& out
   if (!readFile(path, bytes)) return Exit::unreadable;
   std::string text;
   if (const char* problem = decode(bytes.view(), charset, text)) {
-    complain(path, problem);
+    reportError(path, problem);
     return Exit::unreadable;
   }
   out = withCrlf(text);
@@ -233,7 +233,7 @@ Exit readBodies(const BodyOptions& options, Bodies& bodies) {
   if (options.textCharset) {
     charset = charsetOf(*options.textCharset);
     if (charset.codePage == 0)
-      return refuse("--text-charset", "'" + *options.textCharset + "': no charset of that name is known");
+      return usageError("--text-charset", "'" + *options.textCharset + "': no charset of that name is known");
   }
   const Exit result = readBody("--text", options.text, options.textFile, charset, bodies.plain);
   if (result != Exit::fine) return result;
@@ -257,7 +257,7 @@ bool putBodies(Email2& email, const Bodies& bodies, LogBase& log) {
   _svContentType::m_noFormatFlowed = true;
   if (!bodies.plain && !bodies.html) return true;
   labelUntypedBody(email, log);
-  const Email2* const file = makeRoom(email, log);
+  const Email2* const file = moveIntoMixed(email, log);
   const int codePage = email.emailCodePage();
   if (bodies.plain && !putText(email, kPlain, *bodies.plain, file, log)) return false;
   if (bodies.html && !putText(email, kHtml, *bodies.html, file, log)) return false;

@@ -5,7 +5,7 @@
 
 #include "cli/message/structure.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/files.h"
 #include "cli/writing/media_types.h"
 #include "mailtree/base/Utf.h"
@@ -42,11 +42,11 @@ const char* takeCalendar(std::string_view bytes, DataBuffer& text) {
 Exit chooseMethod(const CalendarOptions& options, Calendar& calendar) {
   const std::string_view own = methodOf(calendar.text.view());
   calendar.method = options.method ? *options.method : std::string(own);
-  if (calendar.method.empty()) return refuse("--method", "the calendar names none, so it must be given");
+  if (calendar.method.empty()) return usageError("--method", "the calendar names none, so it must be given");
   if (!isToken(calendar.method))
-    return refuse("--method", "'" + calendar.method + "' is no method such as REQUEST");
+    return usageError("--method", "'" + calendar.method + "' is no method such as REQUEST");
   if (!own.empty() && !equalsNoCase(own, calendar.method))
-    complain(*options.file, "warning: the calendar itself says METHOD:" + std::string(own));
+    reportError(*options.file, "warning: the calendar itself says METHOD:" + std::string(own));
   return Exit::fine;
 }
 
@@ -104,7 +104,7 @@ Exit readCalendar(const CalendarOptions& options, std::optional<Calendar>& calen
   if (!readFile(*options.file, bytes)) return Exit::unreadable;
   calendar.emplace();
   if (const char* const problem = takeCalendar(bytes.view(), calendar->text)) {
-    complain(*options.file, problem);
+    reportError(*options.file, problem);
     return Exit::unreadable;
   }
   return chooseMethod(options, *calendar);
@@ -112,7 +112,7 @@ Exit readCalendar(const CalendarOptions& options, std::optional<Calendar>& calen
 
 bool putCalendar(Email2& email, Calendar& calendar, LogBase& log) {
   labelUntypedBody(email, log);
-  makeRoom(email, log);
+  moveIntoMixed(email, log);
   const int codePage = codePageFor(email, calendar);
   EmailPtr part(Email2::createCalendarAlternativeUtf8(*email.m_common, calendar.text, calendar.method.c_str(),
                                                       codePage, log));

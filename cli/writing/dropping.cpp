@@ -6,15 +6,15 @@
 
 #include "cli/message/outline.h"
 #include "cli/message/structure.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 
 namespace mailtree::cli {
 namespace {
 
 using Doomed = std::unordered_set<const SorvikObject*>;
 
-/// What is wrong with the attachments to be dropped; empty when `doomed` has them.
-std::string chooseAttachments(const DropOptions& options, Email2& email, Doomed& doomed) {
+/// What is wrong with the attachments to be dropped; empty when `removed` has them.
+std::string chooseAttachments(const DropOptions& options, Email2& email, Doomed& removed) {
   LogNull quiet;
   ExtPtrArray listed;
   email.attachmentIterate2(email.isMultipartMixedForAttachmentPurposes(), listed, /*target=*/-1, quiet);
@@ -30,7 +30,7 @@ std::string chooseAttachments(const DropOptions& options, Email2& email, Doomed&
       problem = "there is no attachment " + std::to_string(number);
     else if (part == &email)
       problem = "attachment " + std::to_string(number) + " is the whole message";
-    doomed.insert(part);
+    removed.insert(part);
   }
   listed.removeAll();
   return problem;
@@ -44,7 +44,7 @@ bool holdsBody(Email2& item, const Outline& outline) {
 
 /// The numbers are those of getRelatedItem, which the table shows; dropRelatedItem has others when the first part
 /// is not the HTML body. Then the body itself is counted, which is not to be lost.
-std::string chooseRelated(const DropOptions& options, Email2& email, Doomed& doomed) {
+std::string chooseRelated(const DropOptions& options, Email2& email, Doomed& removed) {
   if (options.related.empty()) return {};
   LogNull quiet;
   const Outline outline = outlineOf(email);
@@ -53,7 +53,7 @@ std::string chooseRelated(const DropOptions& options, Email2& email, Doomed& doo
     if (!item) return "there is no related item " + std::to_string(number);
     if (holdsBody(*item, outline))
       return "related item " + std::to_string(number) + " is the text of the message";
-    doomed.insert(item);
+    removed.insert(item);
   }
   return {};
 }
@@ -72,14 +72,14 @@ void addDropOptions(CLI::App& verb, DropOptions& options) {
 }
 
 Exit dropParts(const DropOptions& options, const std::string& file, Email2& email) {
-  Doomed doomed;
-  std::string problem = chooseAttachments(options, email, doomed);
-  if (problem.empty()) problem = chooseRelated(options, email, doomed);
+  Doomed removed;
+  std::string problem = chooseAttachments(options, email, removed);
+  if (problem.empty()) problem = chooseRelated(options, email, removed);
   if (!problem.empty()) {
-    complain(file, problem);
+    reportError(file, problem);
     return Exit::negative;
   }
-  if (!doomed.empty()) removeNodes(email, doomed);
+  if (!removed.empty()) removeNodes(email, removed);
   return Exit::fine;
 }
 

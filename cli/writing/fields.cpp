@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "cli/message/internal_fields.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/writing/addresses.h"
 #include "cli/writing/dates.h"
 #include "mailtree/base/Utf.h"
@@ -121,7 +121,7 @@ void FieldReader::take(const char* option, const char* name, const std::vector<s
 }
 
 void FieldReader::take(const std::string& option, HeaderField field) {
-  if (const auto problem = whyBadField(field)) m_result = refuse(option, *problem);
+  if (const auto problem = whyBadField(field)) m_result = usageError(option, *problem);
   m_fields.push_back(std::move(field));
 }
 

@@ -5,7 +5,7 @@
 
 #include "cli/message/structure.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/files.h"
 #include "cli/writing/media_types.h"
 #include "mailtree/base/Utf.h"
@@ -33,7 +33,7 @@ FileArgument fileOf(const std::string& argument) {
 Exit readAttachment(const std::string& argument, AttachedFile& file) {
   const FileArgument given = fileOf(argument);
   if (beginsWithNoCase(given.type, "multipart/"))
-    return refuse("--attach", "'" + argument + "': a file cannot be of a multipart type");
+    return usageError("--attach", "'" + argument + "': a file cannot be of a multipart type");
   if (!readFile(given.path, file.bytes)) return Exit::unreadable;
   if (given.path != "-") file.name = std::filesystem::path(given.path).filename().string();
   file.type = given.type.empty() ? typeByName(file.name) : given.type;
@@ -45,7 +45,7 @@ Exit readAttachment(const std::string& argument, AttachedFile& file) {
 /// The library makes a multipart/mixed too, but would leave the disposition of the text or file on it.
 void becomeMixed(Email2& email, LogBase& log) {
   labelUntypedBody(email, log);
-  if (!makeRoom(email, log) && email.getNumParts() == 0 && !email.isMultipart())
+  if (!moveIntoMixed(email, log) && email.getNumParts() == 0 && !email.isMultipart())
     enclose(email, "multipart/mixed", log);
 }
 

@@ -6,7 +6,7 @@
 
 #include "cli/message/structure.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/files.h"
 #include "cli/writing/media_types.h"
 #include "mailtree/base/Utf.h"
@@ -45,7 +45,7 @@ bool isContentId(std::string_view id) {
 }
 
 Exit readInlineFile(const char* option, const std::string& path, InlineFile& file) {
-  if (path == "-") return refuse(option, "standard input has no name that the HTML could refer to");
+  if (path == "-") return usageError(option, "standard input has no name that the HTML could refer to");
   if (!readFile(path, file.bytes)) return Exit::unreadable;
   file.name = std::filesystem::path(path).filename().string();
   file.type = typeByName(file.name);
@@ -57,7 +57,8 @@ Exit readWithContentId(const std::string& text, InlineFile& file) {
   const InlineArgument argument = argumentOf(text);
   if (argument.contentId) file.contentId = withoutBrackets(*argument.contentId);
   if (argument.contentId && !isContentId(file.contentId))
-    return refuse("--inline '" + text + "'", "behind the = stands no Content-ID such as logo@example.com");
+    return usageError("--inline '" + text + "'",
+                      "behind the = stands no Content-ID such as logo@example.com");
   return readInlineFile("--inline", argument.path, file);
 }
 
@@ -67,9 +68,9 @@ Exit checkDistinct(const std::vector<InlineFile>& files) {
     for (const InlineFile* other = &file + 1; other != files.data() + files.size(); ++other) {
       const bool sameId = !file.contentId.empty() && file.contentId == other->contentId;
       const bool idMissing = file.contentId.empty() || other->contentId.empty();
-      if (sameId) return refuse("--inline", "'" + file.contentId + "' is given twice");
+      if (sameId) return usageError("--inline", "'" + file.contentId + "' is given twice");
       if (file.name == other->name && file.byLocation == other->byLocation && idMissing)
-        return refuse("--inline", "two files are named '" + file.name + "'; give both a Content-ID");
+        return usageError("--inline", "two files are named '" + file.name + "'; give both a Content-ID");
     }
   return Exit::fine;
 }
@@ -119,7 +120,7 @@ bool pointReferences(Email2& html, const std::vector<InlineFile>& files, const s
   }
   for (const CidTarget& target : targets)
     if (!contains(page, cidUrlPart(target.contentId)))
-      complain("warning: the HTML does not refer to cid:" + target.name);
+      reportError("warning: the HTML does not refer to cid:" + target.name);
   return true;
 }
 
