@@ -51,10 +51,10 @@ struct Changes {
 
 Exit checkOptions(const EditOptions& options, Changes& changes) {
   for (const std::string& name : options.remove)
-    if (const auto problem = whyBadFieldName(name)) return usageError("--remove '" + name + "'", *problem);
+    if (const auto problem = fieldNameProblem(name)) return usageError("--remove '" + name + "'", *problem);
   for (const std::string& text : options.set) {
     changes.fields.push_back(fieldOfText(text));
-    if (const auto problem = whyBadField(changes.fields.back()))
+    if (const auto problem = fieldProblem(changes.fields.back()))
       return usageError("--set '" + text + "'", *problem);
   }
   if (options.countOfStandardInput() > 1)

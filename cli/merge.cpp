@@ -42,11 +42,11 @@ Exit prepare(const MergeOptions& options, const CsvTable& table, MergeTemplate& 
     toColumn = table.columnOf(*options.toField);
     if (!toColumn) return usageError("--to-field", "no column is called '" + *options.toField + "'");
   }
-  if (const auto unknown = form.termWithoutColumn(table)) {
+  if (const auto unknown = form.unknownTerm(table)) {
     reportError(options.file, *unknown);
     return Exit::unreadable;
   }
-  if (form.hasTermsOutOfReach(table))
+  if (form.hasTermsInAttachedMessages(table))
     reportError(options.file, "warning: terms in an attached message are left as they are");
   if (form.prepare(table, toColumn, options.rawHtml)) return Exit::fine;
   reportError(options.file, "not enough memory");

@@ -79,7 +79,7 @@ Exit complete(const AnswerOptions& options, const Answer& answer, const QuotedTe
   for (const char* const name : kReceiptFields) email.removeHeaderField(name);
   for (const char* const name : kDeliveryFields) email.removeHeaderField(name);
   for (const char* const prefix : kDeliveryPrefixes) email.m_header.removeHeadersBeginningWith(prefix);
-  if (answer.bodies.plain && !quoted.putInFront(*answer.bodies.plain, log)) {
+  if (answer.bodies.plain && !quoted.prependText(*answer.bodies.plain, log)) {
     reportError(options.file, lastError(log, "the message has no text to put another one in front of"));
     return Exit::negative;
   }

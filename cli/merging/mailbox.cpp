@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t kLeastDigits = 6;
 constexpr std::string_view kExtension = ".eml";
-constexpr const char* kTaken = "is there already; --force replaces it";
+constexpr const char* kExists = "already exists; --force replaces it";
 constexpr const char* kNoMemory = "not enough memory";
 
 bool assembleInto(Email2& email, StringBuffer& text) {
@@ -51,8 +51,8 @@ class FolderTarget final : public MergeTarget {
     return std::string(m_digits - std::min(m_digits, digits.size()), '0') + digits + std::string(kExtension);
   }
 
-  /// Whether a name is one that will be given.
-  bool isMine(const std::string& name, std::uint64_t messages) const {
+  /// Whether this run will write a file of this name.
+  bool isTargetName(const std::string& name, std::uint64_t messages) const {
     if (name.size() != m_digits + kExtension.size() || !name.ends_with(kExtension)) return false;
     if (!std::all_of(name.begin(), name.end() - kExtension.size(), isDigitAscii)) return false;
     const std::uint64_t number = std::stoull(name);
@@ -62,8 +62,8 @@ class FolderTarget final : public MergeTarget {
   bool isFree(std::uint64_t messages) const {
     std::error_code error;
     for (fs::directory_iterator at(m_folder, error), end; !error && at != end; at.increment(error)) {
-      if (!isMine(at->path().filename().string(), messages)) continue;
-      reportError(at->path().string(), kTaken);
+      if (!isTargetName(at->path().filename().string(), messages)) continue;
+      reportError(at->path().string(), kExists);
       return false;
     }
     if (error) reportError(m_folder, error.message());
@@ -74,7 +74,7 @@ class FolderTarget final : public MergeTarget {
   bool m_force;
   std::size_t m_digits = kLeastDigits;
   std::uint64_t m_number = 0;
-  StringBuffer m_text;  ///< Its memory serves every message.
+  StringBuffer m_text;  ///< Reused for every message.
 };
 
 class MailboxTarget final : public MergeTarget {
@@ -84,11 +84,10 @@ class MailboxTarget final : public MergeTarget {
   bool open(std::uint64_t) override {
     std::error_code ignored;
     if (!m_force && fs::exists(fs::symlink_status(m_path, ignored))) {
-      reportError(m_path, kTaken);
+      reportError(m_path, kExists);
       return false;
     }
-    return reportUnless(
-        m_sink.open(m_path.c_str(), m_log, m_force ? Existing::replace : Existing::refuse));
+    return reportUnless(m_sink.open(m_path.c_str(), m_log, m_force ? Existing::replace : Existing::refuse));
   }
 
   bool put(Email2& email) override {
@@ -115,7 +114,7 @@ class MailboxTarget final : public MergeTarget {
   std::string m_entry;
 };
 
-/// "Sat Nov 21 08:30:00 2026", as C's asctime has it.
+/// "Sat Nov 21 08:30:00 2026", the format of asctime().
 std::string asctimeOf(const SorvikSysTime& time) {
   constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
   constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",

@@ -37,8 +37,7 @@ Exit saveToOutput(std::string_view bytes, const std::string& path, bool force, R
     writeHarmless(bytes);
     return finishStandardOutput();
   }
-  if (!saveFile(path, bytes, force ? Existing::replace : Existing::refuse, readers))
-    return Exit::unreadable;
+  if (!saveFile(path, bytes, force ? Existing::replace : Existing::refuse, readers)) return Exit::unreadable;
   printPath(path);
   return finishStandardOutput();
 }

@@ -17,11 +17,11 @@ Mark markOf(Answer answer) {
   return answer == Answer::notChecked ? Mark::notChecked : markOf(answer == Answer::yes);
 }
 
-/// An answer about a signer in words; where there is none, why not.
+/// An answer about a signer in words, or the reason why there is none.
 std::string textOf(Answer answer, std::string_view yes, std::string_view no, const SignerVerdict& signer,
                    const std::string& problem) {
   if (answer == Answer::notChecked)
-    return "not checked: " + (signer.certificate ? problem : "no certificate of the signer");
+    return "not checked: " + (signer.certificate ? problem : "the signer's certificate is missing");
   return std::string(answer == Answer::yes ? yes : no);
 }
 
@@ -69,17 +69,18 @@ Check checkChain(const SignerVerdict& signer, const Verification& verification) 
 }
 
 Check checkTime(const SignerVerdict& signer) {
-  if (!signer.signingTime) return {Mark::note, "time", "not said"};
+  if (!signer.signingTime) return {Mark::note, "time", "not given"};
   const bool isAhead = *signer.signingTime > std::time(nullptr);
-  return {Mark::note, "time",
-          timeText(*signer.signingTime) + (isAhead ? ", which is still to come" : ", as the signer says")};
+  return {
+      Mark::note, "time",
+      timeText(*signer.signingTime) + (isAhead ? ", which is in the future" : ", according to the signer")};
 }
 
 Check checkAddress(const SignerVerdict& signer, const Verification& verification) {
   if (!verification.fromProblem.empty()) return {Mark::bad, "address", verification.fromProblem};
   return {markOf(signer.addressMatches), "address",
           textOf(signer.addressMatches, verification.from + ", as in From",
-                 "the certificate is not issued to " + verification.from + ", which stands in From", signer,
+                 "the certificate is not issued to " + verification.from + ", the address in From", signer,
                  verification.fromProblem)};
 }
 
@@ -87,8 +88,8 @@ void addCertificateChecks(const SignerVerdict& signer, const Verification& verif
                           std::vector<Check>& checks) {
   checks.push_back(checkChain(signer, verification));
   checks.push_back({markOf(signer.keyUsageFit), "usage",
-                    textOf(signer.keyUsageFit, "the certificate is meant for signing mail",
-                           "the certificate is not meant for signing mail", signer, signer.problem)});
+                    textOf(signer.keyUsageFit, "the certificate is valid for signing mail",
+                           "the certificate is not valid for signing mail", signer, signer.problem)});
   checks.push_back(checkTime(signer));
   checks.push_back(checkAddress(signer, verification));
 }
@@ -100,11 +101,11 @@ void addSignerChecks(const SignerVerdict& signer, const Verification& verificati
                                        nameOf(*certificate) + " (" + inQuotes(subjectOf(*certificate)) +
                                            "), issued by " + inQuotes(issuerOf(*certificate)) +
                                            ", serial number " + certificate->serialNumber()}
-                               : Check{Mark::bad, "signer", "no certificate of the signer"});
+                               : Check{Mark::bad, "signer", "the signer's certificate is missing"});
   checks.push_back({markOf(signer.digestMatched), "digest",
                     signer.digest + ", " +
-                        textOf(signer.digestMatched, "the content is the one signed",
-                               "the content is not the one signed", signer, signer.problem)});
+                        textOf(signer.digestMatched, "the content is what was signed",
+                               "the content was changed after signing", signer, signer.problem)});
   const std::string key = certificate ? signer.algorithm + ", " + certificate->keyAlgorithm() + " " +
                                             std::to_string(certificate->keyBits()) + " bits, "
                                       : "";
@@ -127,8 +128,8 @@ void addEncryptionChecks(const SecureLayer& layer, std::vector<Check>& checks) {
   if (layer.weakCipher) checks.push_back({Mark::note, "weak", layer.cipher});
 }
 
-/// What else is to be known of a signature whose mathematics holds; empty when everything is right.
-std::string reservationsOn(const SignerVerdict& signer) {
+/// Remaining faults of a cryptographically valid signature; empty when there are none.
+std::string remainingFaultsOf(const SignerVerdict& signer) {
   std::string text;
   const auto add = [&text](bool holds, std::string_view words) {
     if (holds) text.append(", ").append(words);
@@ -161,14 +162,14 @@ LayerSummary summaryOfSigned(const SecureLayer& layer, const Verification& verif
       good > 0 && coversAll(layer) && !verification.contradiction() && !verification.unopened(),
       "signature valid"};
   if (good == 0)
-    summary.text += reservationsOn(layer.signers.front());
+    summary.text += remainingFaultsOf(layer.signers.front());
   else if (others > 0)
     summary.text += ", but " + std::to_string(others) + " other " +
-                    (others == 1 ? "signer is" : "signers are") + " not good";
+                    (others == 1 ? "signer is" : "signers are") + " not accepted";
   if (const InnerField* const field = verification.contradiction())
-    summary.text += ", not for this " + field->name;
+    summary.text += ", but the signed " + field->name + " differs";
   if (!coversAll(layer)) summary.text += ", covers " + coverageOf(layer);
-  if (verification.unopened()) summary.text += ", not all is opened";
+  if (verification.unopened()) summary.text += ", not fully opened";
   summary.text += weaknessesOf(layer);
   return summary;
 }

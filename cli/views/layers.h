@@ -1,4 +1,4 @@
-// cli/views/layers.h - signed and encrypted layers in words, for people.
+// cli/views/layers.h - signed and encrypted layers described for people.
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@
 
 namespace mailtree::cli {
 
-/// A line of the list that a layer is checked by.
+/// One line of the checklist for a layer.
 struct Check {
   enum class Mark { good, bad, notChecked, note };
   Mark mark;
@@ -17,8 +17,8 @@ struct Check {
 
 std::vector<Check> checksOf(const SecureLayer& layer, const Verification& verification);
 
-/// What the checks come to, in a few words: "signature valid, signer trusted". What a signature does not cover is
-/// always said with it.
+/// The result of the checks in a few words: "signature valid, signer trusted". Always says what a signature
+/// does not cover.
 struct LayerSummary {
   bool isFaultless;
   std::string text;
@@ -26,10 +26,10 @@ struct LayerSummary {
 
 LayerSummary summaryOf(const SecureLayer& layer, const Verification& verification);
 
-/// Who signed: somebody about whom everything is right, by the address in From; else the first, by nameOf. Empty when
-/// that one is unknown.
+/// Names the signer: the From address when a signature has no fault, else nameOf() the first signer. Empty
+/// when that one is unknown.
 std::string nameOfSigner(const SecureLayer& layer, const Verification& verification);
-/// "anna@berg.example", else the subject; what is more than one word in quotes.
+/// "anna@berg.example", else the subject; in quotes when it is more than one word.
 std::string nameOf(const Certificate& certificate);
 
 }  // namespace mailtree::cli

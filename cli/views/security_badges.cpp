@@ -8,7 +8,7 @@
 namespace mailtree::cli {
 namespace {
 
-/// "1" for the message, "1.2" for its second part: as layers name what they cover.
+/// "1" for the message, "1.2" for its second part, the numbers that layers use.
 std::vector<std::string> partNumbersOf(const Outline& outline) {
   std::vector<std::string> numbers;
   std::vector<int> children(outline.rows.size(), 0);
@@ -32,7 +32,7 @@ class Badges {
     for (std::size_t id = 0; id < outline.rows.size(); ++id) {
       const int parent = outline.rows[id].parent;
       m_isCovered.push_back((parent >= 0 && m_isCovered[static_cast<std::size_t>(parent)]) ||
-                            isSignedItself(id));
+                            isSignedDirectly(id));
     }
   }
 
@@ -46,7 +46,7 @@ class Badges {
   }
 
  private:
-  bool isSignedItself(std::size_t id) const {
+  bool isSignedDirectly(std::size_t id) const {
     return std::ranges::any_of(m_verification.layers, [&](const SecureLayer& layer) {
       return layer.isSigned() && layer.part == m_numbers[id];
     });
@@ -55,7 +55,7 @@ class Badges {
   const Outline& m_outline;
   const Verification& m_verification;
   std::vector<std::string> m_numbers;
-  std::vector<bool> m_isCovered;  ///< A layer covers the part, or one that it stands in.
+  std::vector<bool> m_isCovered;  ///< Whether a signed layer covers the part or its parent.
 };
 
 }  // namespace

@@ -1,4 +1,4 @@
-// cli/views/security_badges.h - which parts of a drawn tree are signed, encrypted, or left out by a signature.
+// cli/views/security_badges.h - marks parts in the tree as signed, encrypted or not covered by a signature.
 #pragma once
 
 #include <vector>

@@ -28,10 +28,10 @@ Json certificateOrNull(const RefPtr<Certificate>& certificate) {
   return certificate ? certificateOf(*certificate) : Json();
 }
 
-/// Null where nothing was checked.
+/// Null when not checked.
 Json valueOf(Answer answer) { return answer == Answer::notChecked ? Json() : Json(answer == Answer::yes); }
 
-/// Null where the certificate was not there to be looked at, and nothing else is weak.
+/// Null when the certificate is missing and no other weakness is known.
 Json weaknessOf(const SignerVerdict& signer) {
   if (signer.weaknesses.empty() && !signer.certificate) return {};
   return !signer.weaknesses.empty();
@@ -77,7 +77,7 @@ Json innerFieldOf(const InnerField& field) {
           {"outside", textOrNull(field.outside)}};
 }
 
-/// Every signer once, by certificate.
+/// Each signer's certificate once.
 Json signersOf(const Verification& verification) {
   Json out = Json::array();
   std::vector<std::string> known;

@@ -1,4 +1,4 @@
-// cli/views/security_json.h - signed and encrypted layers for programs.
+// cli/views/security_json.h - signed and encrypted layers as JSON.
 #pragma once
 
 #include "cli/secure/verification.h"
@@ -6,7 +6,7 @@
 
 namespace mailtree::cli {
 
-/// What is known of the layers of a message, with the verdict.
+/// Details of the layers of a message, and the verdict.
 Json securityOf(const Verification& verification);
 
 }  // namespace mailtree::cli

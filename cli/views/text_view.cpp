@@ -16,7 +16,7 @@ namespace {
 constexpr std::size_t kLabelWidth = 9;
 constexpr std::size_t kMaxTextLines = 12;
 constexpr std::size_t kMaxLineWidth = 100;
-constexpr std::size_t kMaxLineBytes = 8 * kMaxLineWidth;  ///< No more of a line is measured.
+constexpr std::size_t kMaxLineBytes = 8 * kMaxLineWidth;  ///< Longer lines are not measured beyond this.
 constexpr std::size_t kMaxAddressesShown = 10;
 
 struct Drawing {
@@ -25,7 +25,8 @@ struct Drawing {
 constexpr Drawing kLines = {"├─ ", "└─ ", "│  ", "   "};
 constexpr Drawing kAscii = {"|- ", "`- ", "|  ", "   "};
 
-/// Off a terminal too: a pager would begin a line of its own where it has no more room, with text of the message.
+/// Lines are broken without a terminal too: a pager would continue a long line at the left edge, and the
+/// continuation, which is text of the message, could pass for our output.
 std::size_t columnsOf(const Style& style) {
   constexpr std::size_t kUsual = 80;
   return style.columns == 0 ? kUsual : style.columns;
@@ -51,7 +52,7 @@ std::string displayList(const Email2& root, std::string_view field) {
   return text;
 }
 
-/// In the reader's own zone, with its offset.
+/// The date in the local time zone, with its offset.
 std::string localDate(const Email2& root) {
   const std::optional<SorvikSysTime> date = dateOf(root);
   if (!date) return {};
@@ -80,8 +81,8 @@ void writeAllFields(std::ostream& out, const Email2& root, const Style& style) {
               std::string(root.m_header.fieldName(i)) + ": " + root.m_header.decodedValue(i));
 }
 
-/// A line for each layer, and one for what contradicts or is left out by all of them. Beside all the fields it is
-/// said in any case, for one of them may say the contrary.
+/// Writes one line per layer, and one for each field that differs inside. With all header fields shown, the
+/// result is always stated, because one of those fields could claim otherwise.
 void writeSecurity(std::ostream& out, const Verification& verification, const TextOptions& options) {
   const Style& style = options.style;
   if (!verification.layers.empty() || options.headers) out << '\n';
@@ -98,8 +99,8 @@ void writeSecurity(std::ostream& out, const Verification& verification, const Te
       writeField(out, style, "Inside", field.name + (field.inside.empty() ? ": none" : ": " + field.inside));
 }
 
-/// The lines to the left of a row: one column for each ancestor that has later siblings. Rows come
-/// depth-first.
+/// The branches drawn to the left of a row: one column for each ancestor with later siblings. Rows
+/// must come depth-first.
 class Branches {
  public:
   explicit Branches(const Drawing& drawing) : m_drawing(drawing) {}
@@ -107,7 +108,7 @@ class Branches {
   std::string of(const PartRow& row) {
     if (row.parent < 0) return {};
     const auto depth = static_cast<std::size_t>(row.depth);
-    m_columns.resize(depth);  // of the ancestors, the one below the root first
+    m_columns.resize(depth);  // one per ancestor, starting below the root
     std::string branch = depth > 1 ? m_columns[depth - 2] : std::string();
     m_columns.back() = branch + (row.isLastChild ? m_drawing.blank : m_drawing.below);
     return branch + (row.isLastChild ? m_drawing.lastChild : m_drawing.child);
@@ -173,7 +174,7 @@ std::string allBadgesOf(const PartRow& row, const std::vector<LayerSummary>& lay
   return badgesOf(row, options) + securityOf(layers, options.style);
 }
 
-/// In quotes, without its middle where there is less room.
+/// The file name in quotes, shortened in the middle when it does not fit.
 std::string nameOf(const PartRow& row, std::size_t room) {
   if (row.filename.empty()) return {};
   const std::string whole = inQuotes(row.filename);

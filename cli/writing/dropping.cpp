@@ -11,10 +11,10 @@
 namespace mailtree::cli {
 namespace {
 
-using Doomed = std::unordered_set<const SorvikObject*>;
+using PartSet = std::unordered_set<const SorvikObject*>;
 
-/// What is wrong with the attachments to be dropped; empty when `removed` has them.
-std::string chooseAttachments(const DropOptions& options, Email2& email, Doomed& removed) {
+/// Collects the attachments to remove in `removed`; returns the problem, or an empty string.
+std::string chooseAttachments(const DropOptions& options, Email2& email, PartSet& removed) {
   LogNull quiet;
   ExtPtrArray listed;
   email.attachmentIterate2(email.isMultipartMixedForAttachmentPurposes(), listed, /*target=*/-1, quiet);
@@ -27,7 +27,7 @@ std::string chooseAttachments(const DropOptions& options, Email2& email, Doomed&
   for (const int number : numbers) {
     const SorvikObject* const part = listed.elementAt(number);
     if (!part)
-      problem = "there is no attachment " + std::to_string(number);
+      problem = "no attachment " + std::to_string(number);
     else if (part == &email)
       problem = "attachment " + std::to_string(number) + " is the whole message";
     removed.insert(part);
@@ -42,15 +42,15 @@ bool holdsBody(Email2& item, const Outline& outline) {
   return false;
 }
 
-/// The numbers are those of getRelatedItem, which the table shows; dropRelatedItem has others when the first part
-/// is not the HTML body. Then the body itself is counted, which is not to be lost.
-std::string chooseRelated(const DropOptions& options, Email2& email, Doomed& removed) {
+/// Uses the numbers of getRelatedItem, which the table shows. Those of dropRelatedItem differ when the first
+/// part is not the HTML body: it counts the body, which must not be removed.
+std::string chooseRelated(const DropOptions& options, Email2& email, PartSet& removed) {
   if (options.related.empty()) return {};
   LogNull quiet;
   const Outline outline = outlineOf(email);
   for (const int number : options.related) {
     Email2* const item = email.getRelatedItem(number, quiet);
-    if (!item) return "there is no related item " + std::to_string(number);
+    if (!item) return "no related item " + std::to_string(number);
     if (holdsBody(*item, outline))
       return "related item " + std::to_string(number) + " is the text of the message";
     removed.insert(item);
@@ -62,17 +62,17 @@ std::string chooseRelated(const DropOptions& options, Email2& email, Doomed& rem
 
 void addDropOptions(CLI::App& verb, DropOptions& options) {
   CLI::Option* all = verb.add_flag("--drop-attachments", options.allAttachments, "Remove every attachment");
-  verb.add_option("--drop-attachment", options.attachments, "Remove the attachment of that number")
+  verb.add_option("--drop-attachment", options.attachments, "Remove the attachment with this number")
       ->type_name("N")
       ->allow_extra_args(false)
       ->excludes(all);
-  verb.add_option("--drop-related", options.related, "Remove the related item of that number")
+  verb.add_option("--drop-related", options.related, "Remove the related item with this number")
       ->type_name("N")
       ->allow_extra_args(false);
 }
 
 Exit dropParts(const DropOptions& options, const std::string& file, Email2& email) {
-  Doomed removed;
+  PartSet removed;
   std::string problem = chooseAttachments(options, email, removed);
   if (problem.empty()) problem = chooseRelated(options, email, removed);
   if (!problem.empty()) {
