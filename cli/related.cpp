@@ -21,7 +21,7 @@ struct RelatedOptions {
 
 std::string orDash(std::string_view text) { return text.empty() ? "-" : cellOrQuoted(text); }
 
-/// How the HTML refers to an item: by its Content-ID, else by its location.
+/// The HTML's reference to an item: its Content-ID, else its Content-Location.
 std::string referenceOf(const Email2& item) {
   const std::string_view id = trim(item.m_contentId.view());
   return orDash(id.empty() ? fieldOf(item, "Content-Location").value_or("") : id);
@@ -60,8 +60,8 @@ void addRelated(CLI::App& app, Action& action) {
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   verb->add_flag("--json", options->json, "One JSON object on one line");
   verb->footer(
-      "\"No\" is what edit takes as --drop-related, \"Part\" what show draws and extract takes as --part.\n"
-      "Everything in the enclosure counts but a first part that is the HTML.\n\n"
+      "\"No\" is the number for edit --drop-related, \"Part\" the number in show and for extract --part.\n"
+      "Every part of the multipart/related counts, except the HTML itself as its first part.\n\n"
       "Example:\n  mailtree related samples/newsletter.eml\n"
       "  mailtree related --json mail.eml | jq '.related[].content_id'");
   verb->callback([options, &action] { action = [options] { return related(*options); }; });

@@ -1,4 +1,4 @@
-// cli/show.cpp - mailtree show: what a message is, for a person or as JSON.
+// cli/show.cpp - mailtree show: shows a message to people, or as JSON.
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
@@ -48,7 +48,7 @@ Exit showOne(const std::string& file, const ShowOptions& options, Keys& keys, co
   return reportLimits(file, verification->message.limits());
 }
 
-/// Puts the files of folders in their place.
+/// Replaces folders by their files.
 Exit openFolders(ShowOptions& options) {
   Exit result = Exit::fine;
   std::vector<std::string> files;
@@ -74,12 +74,14 @@ Exit show(ShowOptions options) {
 
 void addShow(CLI::App& app, Action& action) {
   auto options = std::make_shared<ShowOptions>();
-  CLI::App* verb = app.add_subcommand("show", "Show messages: who, what, the tree of parts, the first lines");
+  CLI::App* verb =
+      app.add_subcommand("show", "Show messages: main header fields, tree of parts, first lines of text");
   addTexts(*verb, "FILE", options->files, "Messages, or folders of them; - is standard input")->required();
   verb->add_flag("--json", options->json, "One JSON object per message, one line each");
-  verb->add_flag("--headers", options->headers, "Every header field, decoded");
-  verb->add_flag("-v,--verbose", options->verbose, "Why a part is an attachment, what was repaired");
-  CLI::Option* colour = verb->add_flag("--color", options->colour, "Colour, also when output is no terminal");
+  verb->add_flag("--headers", options->headers, "Show every header field, decoded");
+  verb->add_flag("-v,--verbose", options->verbose, "Show why parts are attachments, and what was repaired");
+  CLI::Option* colour =
+      verb->add_flag("--color", options->colour, "Colour even when the output is not a terminal");
   verb->add_flag("--no-color", options->noColour, "No colour (as with NO_COLOR in the environment)")
       ->excludes(colour);
   addReadingKeyOptions(*verb, options->keys);

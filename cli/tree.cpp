@@ -1,4 +1,4 @@
-// cli/tree.cpp - mailtree tree: how a message is put together.
+// cli/tree.cpp - mailtree tree: shows the structure of a message.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
@@ -35,7 +35,7 @@ Exit tree(const std::string& file) {
 void addTree(CLI::App& app, Action& action) {
   auto file = std::make_shared<std::string>();
   CLI::App* verb = app.add_subcommand(
-      "tree", "Show how a message is put together: type, encoding, names and size of each part");
+      "tree", "Show the structure of a message: type, encoding, names and size of each part");
   addText(*verb, "FILE", *file, "Message; - is standard input")->required();
   verb->footer("Example:\n  mailtree tree samples/newsletter.eml");
   verb->callback([file, &action] { action = [file] { return tree(*file); }; });

@@ -1,4 +1,4 @@
-// cli/verify.cpp - mailtree verify: what the signatures of a message cover, and whether everything about them is right.
+// cli/verify.cpp - mailtree verify: checks the signatures of a message and what they cover.
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
@@ -50,8 +50,8 @@ void writeChecklist(const Verification& verification) {
   for (std::size_t i = 0; i < verification.layers.size(); ++i)
     writeLayer(verification.layers[i], i + 1, verification);
   for (const InnerField& field : verification.innerFields)
-    writeLine("field ", wordOrQuoted(field.name) + ": inside part " + field.part + " it is " +
-                            quotedOrNone(field.inside) + ", displayed is " + quotedOrNone(field.outside));
+    writeLine("field ", wordOrQuoted(field.name) + ": inside part " + field.part + ": " +
+                            quotedOrNone(field.inside) + ", displayed: " + quotedOrNone(field.outside));
   writeLine(verification.verdict.valid ? "valid: " : "NOT valid: ", verification.verdict.text);
 }
 
@@ -76,20 +76,16 @@ Exit verify(const VerifyOptions& options) {
 void addVerify(CLI::App& app, Action& action) {
   auto options = std::make_shared<VerifyOptions>();
   CLI::App* verb = app.add_subcommand(
-      "verify",
-      "Check the signatures of a message; status 1 unless they cover all of it and everything is right");
+      "verify", "Check the signatures of a message; status 1 unless a faultless one covers all of it");
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   verb->add_flag("--json", options->json, "One JSON object on one line");
   addReadingKeyOptions(*verb, options->keys);
   verb->footer(
-      "Status 0 takes all of this: every signature is right; one of them covers all of the content; its "
-      "signer's\n"
-      "certificate leads to an anchor of --trust, is not revoked, is meant for signing, and is issued to the "
-      "one "
-      "address\nin From; no field that is displayed stands otherwise inside. Other fields than From are not "
-      "part of "
-      "what S/MIME\nsigns. ? marks what could not be checked. Encrypted layers are opened with --p12, or "
-      "--cert and --key.\n"
+      "Status 0 requires all of this: every signature is valid; one of them covers all of the content;\n"
+      "its signer's certificate has a certification path to a trust anchor of --trust, is not revoked,\n"
+      "is valid for signing, and is issued to the only address in From; no displayed field differs\n"
+      "inside. S/MIME signs no header fields; only From is checked, by the certificate. ? marks what\n"
+      "could not be checked. Encrypted layers are opened with --p12, or --cert and --key.\n"
       "Example:\n  mailtree verify --trust ca.pem mail.eml");
   verb->callback([options, &action] { action = [options] { return verify(*options); }; });
 }

@@ -1,4 +1,4 @@
-// cli/write.cpp - mailtree write: a message loaded and written back as MIME.
+// cli/write.cpp - mailtree write: loads a message and writes it back as MIME.
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
@@ -29,7 +29,7 @@ Exit write(const WriteOptions& options) {
   return worse(result, writeMessage(*message->root, options.output, options.form));
 }
 
-/// Says what would differ. Nothing is written.
+/// Prints the differences that writing would make; writes nothing.
 Exit check(const WriteOptions& options) {
   DataBuffer received, written;
   if (!readFile(options.file, received)) return Exit::unreadable;
@@ -39,13 +39,13 @@ Exit check(const WriteOptions& options) {
   StringBuffer text;
   LogMemory log;
   if (!assembleMessage(*message->root, text, log, options.form) || !written.append(text)) {
-    reportError(options.file, lastError(log, "the message could not be written whole"));
+    reportError(options.file, lastError(log, "the message could not be written completely"));
     return Exit::unreadable;
   }
   const std::vector<std::string> lines = differencesInBytes(received.view(), written.view());
   for (const std::string& line : lines) std::cout << line << '\n';
   if (lines.empty()) {
-    std::cout << "nothing differs\n";
+    std::cout << "no differences\n";
     return worse(result, finishStandardOutput());
   }
 
@@ -65,13 +65,12 @@ void addWrite(CLI::App& app, Action& action) {
   CLI::App* verb = app.add_subcommand("write", "Load a message and write it back as MIME");
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   addOutput(*verb, options->output);
-  verb->add_flag(
-          "--check", options->check,
-          "Write nothing, say what would differ from the message as it came in; status 1 when anything does")
+  verb->add_flag("--check", options->check,
+                 "Write nothing; list the differences from the input, status 1 when there are any")
       ->excludes("--output");
   verb->add_flag("--8bit-to-qp", options->form.qpFor8bit, "Write 8bit parts as quoted-printable");
   verb->add_flag("--dot-stuff", options->form.dotStuff,
-                 "Double the dot of every line that begins with one, as SMTP asks for");
+                 "Double the dot at the start of lines, as SMTP requires");
   verb->footer("Example:\n  mailtree write --8bit-to-qp mail.eml -o clean.eml");
   verb->callback([options, &action] {
     action = [options] { return options->check ? check(*options) : write(*options); };

@@ -27,7 +27,7 @@ Exit xml(const XmlOptions& options) {
   LogMemory log;
   StringBuffer document;
   if (!message->root->getEmailXml(/*compact=*/!options.indent, document, log) || document.isEmpty()) {
-    reportError(options.file, lastError(log, "cannot be made XML"));
+    reportError(options.file, lastError(log, "cannot be converted to XML"));
     return Exit::unreadable;
   }
   if (!options.indent) document.appendChar('\n');
@@ -40,10 +40,10 @@ Exit xml(const XmlOptions& options) {
 
 void addXml(CLI::App& app, Action& action) {
   auto options = std::make_shared<XmlOptions>();
-  CLI::App* verb = app.add_subcommand("xml", "Give a message as XML: header fields, parts, bodies");
+  CLI::App* verb = app.add_subcommand("xml", "Convert a message to XML: header fields, parts, bodies");
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   addOutput(*verb, options->output);
-  verb->add_flag("--indent", options->indent, "One element a line, indented; else all on one line");
+  verb->add_flag("--indent", options->indent, "One element per line, indented (default: one line)");
   verb->footer("Example:\n  mailtree xml --indent mail.eml | xmllint --xpath '//subject/text()' -");
   verb->callback([options, &action] { action = [options] { return xml(*options); }; });
 }
