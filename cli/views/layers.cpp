@@ -12,7 +12,7 @@ namespace {
 
 using Mark = Check::Mark;
 
-Mark markOf(bool isFaultless) { return isFaultless ? Mark::good : Mark::bad; }
+Mark markOf(bool isGood) { return isGood ? Mark::good : Mark::bad; }
 Mark markOf(Answer answer) {
   return answer == Answer::notChecked ? Mark::notChecked : markOf(answer == Answer::yes);
 }
