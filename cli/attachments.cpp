@@ -75,7 +75,7 @@ void addAttachments(CLI::App& app, Action& action) {
   addReadingKeyOptions(*verb, options->keys);
   verb->footer(
       "\"No\" is the number for extract --attachment, \"Part\" the number in show and for extract --part.\n"
-      "Attached messages are not listed; see mailtree messages.\n\n"
+      "Attached messages do not count as attachments; see mailtree messages.\n\n"
       "Example:\n  mailtree attachments samples/attachments.eml\n"
       "  mailtree attachments --json mail.eml | jq '.attachments[].filename'");
   verb->callback([options, &action] { action = [options] { return attachments(*options); }; });

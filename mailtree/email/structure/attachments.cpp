@@ -162,8 +162,8 @@ class AttachmentWalk {
 
 /// Destroys the children for which `mustDrop` is true, last first. At a dead child it stops and returns
 /// false; the children before it stay. Rebuilds the list, so it is linear however many are removed.
-template <class IsDoomed>
-bool dropChildren(Email2& node, IsDoomed&& mustDrop) {
+template <class MustDrop>
+bool dropChildren(Email2& node, MustDrop&& mustDrop) {
   std::vector<Email2*> kept;
   kept.reserve(static_cast<std::size_t>(node.m_subParts.getSize()));
   bool intact = true;

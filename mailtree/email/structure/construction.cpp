@@ -2,7 +2,6 @@
 //
 // A node that becomes an enclosure stays the same object, so that pointers to the root remain valid and the
 // message's header fields stay where they are.
-// header fields of the message, stay where they are.
 #include <algorithm>
 
 #include "mailtree/base/Platform.h"
