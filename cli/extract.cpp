@@ -51,14 +51,14 @@ std::vector<int> selectedParts(const Outline& outline, const ExtractOptions& opt
   return {outline.attachments[*options.attachment]};
 }
 
-std::string whatIsMissing(const ExtractOptions& options) {
+std::string missingPartProblem(const ExtractOptions& options) {
   if (options.part) return "no part " + std::to_string(*options.part) + " with content";
   if (options.attachment) return "no attachment " + std::to_string(*options.attachment);
   return "no attachments; use --all or --part for other parts";
 }
 
 /// File name from the Subject. Slashes are replaced, because "Offer 1/2" does not name a folder.
-std::string nameOfSubject(std::string_view message) {
+std::string nameFromSubject(std::string_view message) {
   MimeHeader header;
   header.loadFromEntity(message);
   StringBuffer subject;
@@ -71,7 +71,7 @@ std::string nameOfSubject(std::string_view message) {
 }
 
 /// The name of a part in the message; the Subject for an attached message without a name. May be empty.
-std::string givenName(const PartRow& row) {
+std::string nameInMessage(const PartRow& row) {
   const Email2& node = *row.node;
   if (!row.filename.empty() || node.m_header.findField("Content-Location") >= 0) {
     StringBuffer name;
@@ -79,14 +79,14 @@ std::string givenName(const PartRow& row) {
     node.getFilenameUtf8(name, log);
     return name.extractString();
   }
-  return row.contentType == "message/rfc822" ? nameOfSubject(node.m_body.view()) : std::string();
+  return row.contentType == "message/rfc822" ? nameFromSubject(node.m_body.view()) : std::string();
 }
 
 std::string fileNameOf(const PartRow& row, int id) {
   const std::string_view extension = extensionOfContentType(row.contentType);
   const std::string otherwise =
       "part-" + std::to_string(id) + "." + std::string(extension.empty() ? "dat" : extension);
-  return safeFileName(givenName(row), otherwise);
+  return safeFileName(nameInMessage(row), otherwise);
 }
 
 /// Attached files keep their bytes; a body is text, and text is utf-8.
@@ -109,7 +109,7 @@ Exit writeToFolder(const Outline& outline, const std::vector<int>& ids, const Ex
                    Readers readers) {
   if (!options.dryRun && !makeFolder(options.folder)) return Exit::unreadable;
   const bool isHere = options.folder == ".";
-  FreeNames names(isHere ? fs::path() : fs::path(options.folder), options.force);
+  UniqueFileNames names(isHere ? fs::path() : fs::path(options.folder), options.force);
   std::string scratch;
   Exit result = Exit::fine;
   for (const int id : ids) {
@@ -133,7 +133,7 @@ Exit extract(const ExtractOptions& options) {
   const Outline outline = outlineOf(*message->root);
   const std::vector<int> ids = selectedParts(outline, options);
   if (ids.empty()) {
-    reportError(options.file, whatIsMissing(options));
+    reportError(options.file, missingPartProblem(options));
     return worse(result, Exit::negative);
   }
   const Readers readers = readersOf(*message);

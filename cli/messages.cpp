@@ -43,7 +43,7 @@ std::string shortDate(const std::optional<SorvikSysTime>& date) {
   return text.data();
 }
 
-std::string senderShown(const InnerMessage& message) {
+std::string senderText(const InnerMessage& message) {
   const std::optional<_svEmailAddress> sender = message.sender();
   return sender ? singleSpaced(displayForm(*sender)) : "-";
 }
@@ -54,7 +54,7 @@ bool writeTable(InnerMessages& messages) {
   while (const InnerMessage* message = messages.next()) {
     any = true;
     table.add({message->number, message->part, shortDate(message->date()),
-               humanSize(message->bytes.getSize()), senderShown(*message), singleSpaced(message->subject())});
+               humanSize(message->bytes.getSize()), senderText(*message), singleSpaced(message->subject())});
   }
   if (any) table.write(std::cout);
   return any;
@@ -96,8 +96,9 @@ std::string fileNameOf(const InnerMessage& message) {
 
 /// Continues after a file that cannot be written.
 Exit writeToFolder(const MessagesOptions& options, InnerMessages& messages) {
-  FreeNames names(options.folder == "." ? std::filesystem::path() : std::filesystem::path(options.folder),
-                  /*mayOverwrite=*/false);
+  UniqueFileNames names(
+      options.folder == "." ? std::filesystem::path() : std::filesystem::path(options.folder),
+      /*mayOverwrite=*/false);
   Exit result = Exit::negative;
   while (const InnerMessage* message = messages.next()) {
     if (!options.all && message->number != options.wanted) continue;

@@ -143,7 +143,7 @@ bool replaceInHtml(Email2& root, const std::string& key, const std::string& valu
 }
 
 /// Converts the line breaks of a value to CRLF.
-std::string asLines(std::string value) {
+std::string withCrlf(std::string value) {
   if (!contains(value, "\n")) return value;
   StringBuffer lines(value);
   lines.toCRLF();
@@ -320,7 +320,7 @@ EmailPtr MergeTemplate::fill(const CsvRow& row) const {
   ExtPtrArray pairs;
   for (const Token& token : m_tokens) {
     const std::string_view value = row[token.column];
-    addPair(pairs, token.text.c_str(), asLines(token.inHtml ? htmlText(value) : std::string(value)).c_str());
+    addPair(pairs, token.text.c_str(), withCrlf(token.inHtml ? htmlText(value) : std::string(value)).c_str());
   }
   LogNull log;
   EmailPtr email(m_message.root->cloneAndReplace_v3(/*shareImageData=*/true, pairs, log));

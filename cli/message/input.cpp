@@ -26,15 +26,15 @@ bool hasUnixLines(std::string_view message) {
 
 /// Whether line breaks in a body are those of the message. base64 and binary carry bytes; in
 /// quoted-printable, only in text are literal line breaks the same as encoded ones.
-bool hasLinesOfMail(const Email2& leaf) {
+bool hasTextLineBreaks(const Email2& leaf) {
   const std::string_view encoding = leaf.m_transferEncoding;
   if (encoding.empty() || equalsNoCase(encoding, "7bit") || equalsNoCase(encoding, "8bit")) return true;
   const std::string_view type = leaf.m_contentType.m_type;
   return equalsNoCase(encoding, "quoted-printable") && (type.empty() || beginsWithNoCase(type, "text/"));
 }
 
-void completeLineEnds(Email2& node) {
-  if (node.getNumParts() > 0 || !hasLinesOfMail(node) || !node.m_body.containsBareCRLF() ||
+void convertToCrlf(Email2& node) {
+  if (node.getNumParts() > 0 || !hasTextLineBreaks(node) || !node.m_body.containsBareCRLF() ||
       node.m_body.containsChar('\0'))
     return;  // with NUL bytes present, LF may be half of a character
   StringBuffer lines(node.m_body.view());
@@ -46,7 +46,7 @@ std::optional<Message> loadToWrite(const std::string& path, DataBuffer& bytes, b
   const bool isUnixFile = hasUnixLines(bytes.view());
   SystemCerts none;
   std::optional<Message> message = load(path, bytes, discardInput, /*unwrap=*/false, none);
-  if (message && isUnixFile) walkUnsigned(*message->root, completeLineEnds);
+  if (message && isUnixFile) walkUnsigned(*message->root, convertToCrlf);
   return message;
 }
 

@@ -138,7 +138,7 @@ void markAttachments(Email2& root, const RowOfNode& rowOf, Outline& outline) {
 }
 
 /// Decodes stored utf-8; malformed bytes become U+FFFD.
-std::string shownUtf8(std::string_view bytes) {
+std::string decodeUtf8(std::string_view bytes) {
   std::string text;
   decodeToUtf8(kCpUtf8, bytes, text);
   return text;
@@ -146,9 +146,9 @@ std::string shownUtf8(std::string_view bytes) {
 
 /// Decodes text without a usable charset: by the code page of the header, else by detection, else as
 /// iso-8859-1. Detected utf-16 without NUL bytes is rejected as implausible.
-std::string decodedBy(int ofHeader, std::string_view bytes) {
+std::string decodeByDetection(int ofHeader, std::string_view bytes) {
   const int detected = detectCodePage(bytes);
-  if (detected == kCpUtf8) return shownUtf8(bytes);
+  if (detected == kCpUtf8) return decodeUtf8(bytes);
   const bool isImplausible = hasWideUnits(detected) && !contains(bytes, std::string_view("\0", 1));
   std::string text;
   for (const int codePage : {ofHeader, isImplausible ? 0 : detected, kCpLatin1}) {
@@ -205,12 +205,12 @@ std::string textOf(const PartRow& row) {
   const std::string_view bytes = node.m_body.view();
   const bool isUtf8 = isValidUtf8(bytes);
   if (isConvertibleText(node.traits()) && (isUtf8 || node.m_repairs.has(Repair::damagedText)))
-    return shownUtf8(bytes);
+    return decodeUtf8(bytes);
   DataBuffer converted;
   const DecodedText decoded = receivedTextToUtf8(row.charset, bytes, converted);
   if (decoded.converted) return std::string(converted.view());
-  if (isUtf8 || decoded.codePage == kCpUtf8) return shownUtf8(bytes);
-  return decodedBy(node.m_header.getDetectedCP(), bytes);
+  if (isUtf8 || decoded.codePage == kCpUtf8) return decodeUtf8(bytes);
+  return decodeByDetection(node.m_header.getDetectedCP(), bytes);
 }
 
 std::optional<SorvikSysTime> dateOf(const Email2& root) {

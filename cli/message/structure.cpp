@@ -11,7 +11,7 @@ namespace {
 constexpr const char* kMixed = "multipart/mixed";
 
 /// Whether a single-part message has content that must not be replaced by text.
-bool isNoText(Email2& leaf) {
+bool hasNonTextContent(Email2& leaf) {
   if (leaf.isMultipart()) return false;  // a multipart that could not be split
   LogNull quiet;
   const std::string_view type = leaf.m_contentType.m_type.view();
@@ -104,7 +104,7 @@ Email2* enclose(Email2& leaf, const char* multipartType, LogBase& log) {
 }
 
 Email2* moveIntoMixed(Email2& email, LogBase& log) {
-  return email.getNumParts() == 0 && isNoText(email) ? enclose(email, kMixed, log) : nullptr;
+  return email.getNumParts() == 0 && hasNonTextContent(email) ? enclose(email, kMixed, log) : nullptr;
 }
 
 Email2* encloseBelow(Email2& root, Email2& part, EmailPtr enclosure) {

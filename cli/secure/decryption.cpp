@@ -58,7 +58,7 @@ const RawField* findField(const RawEntity& entity, std::string_view name) {
 }
 
 /// Whether servers in transit add or remove a field, so that the content must not supply it.
-bool isOfTransport(std::string_view name) {
+bool isTransportField(std::string_view name) {
   constexpr std::string_view kFields[] = {"Received",     "Return-Path", "Authentication-Results",
                                           "Delivered-To", "Bcc",         "Resent-Bcc"};
   return std::ranges::any_of(kFields, [name](std::string_view field) { return equalsNoCase(field, name); });
@@ -110,7 +110,7 @@ void appendOuterFields(const RawEntity& outer, const RawEntity& inner, Decrypted
 RawEntity splitContent(std::string_view content) {
   if (!isMimeEntity(content)) return {{{"Content-Type", "Content-Type: text/plain"}}, content};
   RawEntity inner = splitEntity(content, MimeHeader::LeadingEmptyLines::endHeader);
-  std::erase_if(inner.fields, [](const RawField& field) { return isOfTransport(field.name); });
+  std::erase_if(inner.fields, [](const RawField& field) { return isTransportField(field.name); });
   return inner;
 }
 

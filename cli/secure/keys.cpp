@@ -103,9 +103,10 @@ class KeyReader {
   LogMemory m_log;
 };
 
-using Adding = int (SystemCerts::*)(const char*, LogBase&);
+using AddFunction = int (SystemCerts::*)(const char*, LogBase&);
 
-Exit addAll(const std::vector<std::string>& paths, SystemCerts& store, Adding adding, const char* otherwise) {
+Exit addAll(const std::vector<std::string>& paths, SystemCerts& store, AddFunction adding,
+            const char* otherwise) {
   for (const std::string& path : paths) {
     LogMemory log;
     if ((store.*adding)(path.c_str(), log) > 0) continue;

@@ -99,10 +99,10 @@ std::string safeFileName(std::string_view fromMail, std::string_view otherwise) 
   return shortened(name);
 }
 
-FreeNames::FreeNames(fs::path folder, bool mayOverwrite)
+UniqueFileNames::UniqueFileNames(fs::path folder, bool mayOverwrite)
     : m_folder(std::move(folder)), m_mayOverwrite(mayOverwrite) {}
 
-std::string FreeNames::pick(std::string_view name) {
+std::string UniqueFileNames::pick(std::string_view name) {
   unsigned& number = m_lastNumber[lowerAscii(name)];
   std::string candidate;
   do candidate = numbered(name, ++number);
@@ -111,7 +111,7 @@ std::string FreeNames::pick(std::string_view name) {
   return (m_folder / candidate).string();
 }
 
-bool FreeNames::isTaken(const std::string& name) const {
+bool UniqueFileNames::isTaken(const std::string& name) const {
   if (m_given.contains(lowerAscii(name))) return true;
   std::error_code ignored;
   return !m_mayOverwrite && fs::exists(fs::symlink_status(m_folder / name, ignored));

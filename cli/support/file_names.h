@@ -20,10 +20,10 @@ namespace mailtree::cli {
 std::string safeFileName(std::string_view fromMail, std::string_view otherwise);
 
 /// Picks file names that are unique within one folder.
-class FreeNames {
+class UniqueFileNames {
  public:
   /// @param mayOverwrite  whether existing files may be overwritten.
-  FreeNames(std::filesystem::path folder, bool mayOverwrite);
+  UniqueFileNames(std::filesystem::path folder, bool mayOverwrite);
   /// Returns the path of a file of that name, or of "name (2).ext" and so on when it is taken. Names picked
   /// before are compared without case, as some systems do.
   std::string pick(std::string_view name);

@@ -133,7 +133,7 @@ class ByteComparison {
     } else if (from.parts.empty()) {
       compareBodies(part, from, to);
     } else {
-      compareSurroundings(part, from, to);
+      compareOuterTexts(part, from, to);
       for (std::size_t i = 0; i < from.parts.size(); ++i) compareEntities(*from.parts[i], *to.parts[i]);
     }
   }
@@ -189,14 +189,14 @@ class ByteComparison {
     byName.erase(other);
   }
 
-  void compareSurroundings(int part, const Entity& from, const Entity& to) {
-    compareOutside(part, from.preamble, to.preamble, "before the first part");
+  void compareOuterTexts(int part, const Entity& from, const Entity& to) {
+    compareOuterText(part, from.preamble, to.preamble, "before the first part");
     if (!from.isClosed && to.isClosed) addToPart(part, "closing boundary added");
-    if (from.isClosed) compareOutside(part, from.epilogue, to.epilogue, "after the last part");
+    if (from.isClosed) compareOuterText(part, from.epilogue, to.epilogue, "after the last part");
     if (!from.hasPlainBoundaries && to.hasPlainBoundaries) addToPart(part, "blanks after boundaries removed");
   }
 
-  void compareOutside(int part, std::string_view from, std::string_view to, const char* where) {
+  void compareOuterText(int part, std::string_view from, std::string_view to, const char* where) {
     if (isSame(from, to)) return;
     const bool hasText = trim(from) != trim(to);
     addToPart(part,
@@ -261,7 +261,8 @@ class ReaderComparison {
     if (typeOf(from) != typeOf(to)) add(part, "type differs");
     if (nameOf(from) != nameOf(to)) add(part, "file name differs");
     if (fieldsOf(from.m_header) != fieldsOf(to.m_header)) add(part, "header fields differ");
-    if (from.getNumParts() == 0 && from.m_body.view() != to.m_body.view() && shown(from) != shown(to))
+    if (from.getNumParts() == 0 && from.m_body.view() != to.m_body.view() &&
+        comparableBody(from) != comparableBody(to))
       add(part, "content differs");
     for (int i = 0; i < from.getNumParts(); ++i) compareNodes(*from.getPart(i), *to.getPart(i));
   }
@@ -275,7 +276,7 @@ class ReaderComparison {
   }
 
   /// The comparable body. For HTML, ignores the structure that writing completes and the declared charset.
-  static std::string shown(const Email2& node) {
+  static std::string comparableBody(const Email2& node) {
     if (!equalsNoCase(typeOf(node), "text/html")) return withCrlf(node.m_body.view());
     LogNull quiet;
     StringBuffer page(node.m_body.view());

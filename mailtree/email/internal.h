@@ -101,7 +101,7 @@ inline bool isDeclared7bit(const Email2& node) noexcept {
 /// Moves the bytes of a multipart that could not be split into a new part, with a new boundary, because a
 /// node with parts is written without its body. Text is converted to utf-8.
 /// @return the part, borrowed; null when the node is no such multipart.
-Email2* keepBytesAsPart(Email2& node, LogBase& log);
+Email2* moveUnsplitBytesToPart(Email2& node, LogBase& log);
 
 /// Decodes encoded words in a file name, where some senders wrongly put them.
 void decodeFilename(StringBuffer& name, LogBase& log);

@@ -63,7 +63,7 @@ void emitList(Email2& email, const ExtPtrArray& list, StringBuffer& out, LogBase
 
 constexpr std::uint64_t kMultiplier = 0x9E3779B97F4A7C15;
 
-std::uint64_t mixed(std::uint64_t hash, std::string_view text) noexcept {
+std::uint64_t mixHash(std::uint64_t hash, std::string_view text) noexcept {
   hash ^= text.size();
   while (!text.empty()) {
     std::uint64_t word = 0;
@@ -75,21 +75,20 @@ std::uint64_t mixed(std::uint64_t hash, std::string_view text) noexcept {
   return hash * kMultiplier;
 }
 
-std::uint64_t mixed(std::uint64_t hash, const _svEmailAddress* entry) noexcept {
-  return entry ? mixed(mixed(hash, entry->m_name.view()), entry->m_address.view()) : hash;
+std::uint64_t mixHash(std::uint64_t hash, const _svEmailAddress* entry) noexcept {
+  return entry ? mixHash(mixHash(hash, entry->m_name.view()), entry->m_address.view()) : hash;
 }
 
 /// Hash of the first entries of a list, much cheaper than rendering them.
 std::uint64_t hashOf(const ExtPtrArray& list, int count) noexcept {
   std::uint64_t hash = 0;
-  for (int i = 0; i < count; ++i) hash = mixed(hash, list.at<_svEmailAddress>(i));
+  for (int i = 0; i < count; ++i) hash = mixHash(hash, list.at<_svEmailAddress>(i));
   return hash;
 }
 
 /// Whether the field was written from all entries but the last and neither has changed since. A single entry
 /// may be written differently from a list.
-bool isWrittenUpToLast(const Email2& email, const char* field, int kind, int codePage,
-                       const ExtPtrArray& list) {
+bool canExtendField(const Email2& email, const char* field, int kind, int codePage, const ExtPtrArray& list) {
   const RenderedRecipients& then = email.m_common->m_rendered;
   const int before = list.getSize() - 1;
   return before > 1 && then.node == &email && then.kind == kind && then.codePage == codePage &&
@@ -106,9 +105,9 @@ void renderField(Email2& email, const char* field, int kind, StringBuffer& value
   const int codePage = email.emailCodePage();
   const auto* last = list.at<_svEmailAddress>(list.getSize() - 1);
   RenderedRecipients& rendered = email.m_common->m_rendered;
-  if (last && isWrittenUpToLast(email, field, kind, codePage, list)) {
+  if (last && canExtendField(email, field, kind, codePage, list)) {
     last->emitAsNextInMimeField(codePage, email.qbChooseForEmailAddrEncoding(codePage), rendered.value, log);
-    rendered.entriesHash = mixed(rendered.entriesHash, last);
+    rendered.entriesHash = mixHash(rendered.entriesHash, last);
     rendered.count = list.getSize();
   } else {
     StringBuffer whole;

@@ -117,7 +117,7 @@ Email2* makeAlternative(Email2& email, LogBase& log) {
 bool addToMultipart(Email2& email, DataBuffer& data, bool isText, StringBuffer& type, Email2** outPart,
                     LogBase& log) {
   logDebug(log, "Adding new non-multipart body...");
-  const Email2* const kept = keepBytesAsPart(email, log);
+  const Email2* const kept = moveUnsplitBytesToPart(email, log);
   Email2* const first = email.getPart(0);
   // Deliberate: only a real multipart/mixed, not types treated like one.
   if (isHtml(type) && email.m_contentType.m_type.equals("multipart/mixed") && first &&
@@ -222,7 +222,7 @@ bool Email2::replaceOrAddNonMultipart(Email2* enclosure, bool htmlFirst, DataBuf
   if (!isLive()) return false;
   setOut(outPart, nullptr);
   if (!enclosure) return false;
-  const Email2* const kept = keepBytesAsPart(*enclosure, log);
+  const Email2* const kept = moveUnsplitBytesToPart(*enclosure, log);
   if (kept && enclosure->isMultipartAlternative() && kept->equalsContentType(type.getString()))
     enclosure = moveBesideKept(*enclosure, log);
   return enclosure && put(*this, *enclosure, kept, htmlFirst, data, isText, type, outPart, log);
@@ -264,7 +264,7 @@ bool Email2::addReplaceAlternative(Email2* part, const char* type, LogBase& log)
   if (!isLive() || !part) return false;
   Email2* const enclosure = ensureAlternativeEnclosure(log);
   if (!enclosure) return false;
-  const Email2* const kept = keepBytesAsPart(*enclosure, log);
+  const Email2* const kept = moveUnsplitBytesToPart(*enclosure, log);
   if (!kept || !kept->equalsContentType(type)) removeAlternative(type, log);
   return enclosure->m_subParts.appendObject(part);
 }

@@ -44,7 +44,7 @@ bool loadIntoAttachmentBody(Email2& part, const char* path, LogBase& log) {
 
 /// Appends a part to a node, which is or becomes a multipart/mixed. On false the caller still owns the part.
 bool appendToMixed(Email2& node, Email2& part, LogBase& log) {
-  keepBytesAsPart(node, log);
+  moveUnsplitBytesToPart(node, log);
   if (!node.isMultipartMixed()) node.convertToMultipartX("multipart/mixed", log);
   return node.isMultipartMixed() && node.m_subParts.appendObject(&part);
 }

@@ -111,7 +111,7 @@ Email2* moveBytesToPart(Email2& node, LogBase& log) {
 
 }  // namespace
 
-Email2* keepBytesAsPart(Email2& node, LogBase& log) {
+Email2* moveUnsplitBytesToPart(Email2& node, LogBase& log) {
   if (!node.isLive() || !node.m_common || !node.isMultipart()) return nullptr;
   if (node.m_subParts.getSize() != 0 || node.m_body.isEmpty()) return nullptr;
   return neverThrow<Email2*>(nullptr, [&] { return moveBytesToPart(node, log); });
@@ -144,7 +144,7 @@ bool Email2::addAlternativeEnclosure(LogBase& log) {
   LogContextExitor context(log, "addAlternativeEnclosure");
   if (!isLive() || !m_common) return false;
   if (log.m_verboseLogging) log.logInfo("Adding an alternative MIME enclosure...");
-  keepBytesAsPart(*this, log);
+  moveUnsplitBytesToPart(*this, log);
   if (!isMultipartMixed()) {
     convertToMultipartX("multipart/alternative", log);  // this node becomes the enclosure
     return true;

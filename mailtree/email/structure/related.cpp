@@ -79,14 +79,14 @@ bool placeInMixed(Email2& mixed, Email2& item, LogBase& log) {
 }
 
 bool place(Email2& node, Email2& item, LogBase& log) {
-  keepBytesAsPart(node, log);
+  moveUnsplitBytesToPart(node, log);
   if (Email2* const related = findRelated(node)) {
-    keepBytesAsPart(*related, log);
+    moveUnsplitBytesToPart(*related, log);
     related->insertSubPartAtIndex(&item, -1);
     return true;
   }
   Email2* const alternative = findEnclosure(node, EnclosureKind::alternative);
-  if (alternative) keepBytesAsPart(*alternative, log);
+  if (alternative) moveUnsplitBytesToPart(*alternative, log);
   if (alternative && node.m_common) return placeInAlternative(*alternative, item);
   return node.isMultipartMixed() ? placeInMixed(node, item, log) : placeAroundContent(node, item, log);
 }
