@@ -184,7 +184,7 @@ bool putText(Email2& email, const char* type, const std::string& body, const Ema
   return addBody(email, text, file, log);
 }
 
-/// An unchanged HTML body still declares its old charset.
+/// Updates the charset declared in an HTML body that was not replaced.
 void declareCharset(Email2& email, LogBase& log) {
   Email2* const page = email.getHtmlAlternative();
   if (page && isConvertibleText(page->traits())) email.prepHtmlBody(page->m_body, log);
