@@ -1,4 +1,4 @@
-// cli/aes.cpp - mailtree aes: the bodies of a message encrypted in place under one key, and decrypted again.
+// cli/aes.cpp - mailtree aes: encrypts and decrypts the bodies of a message in place with one key.
 #include <sys/random.h>
 
 #include <CLI/CLI.hpp>
@@ -13,7 +13,7 @@
 #include "cli/secure/passwords.h"
 #include "cli/secure/sending.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/files.h"
 #include "cli/support/output_file.h"
 #include "mailtree/crypto/SymmetricCipher.h"
@@ -25,7 +25,7 @@ namespace {
 
 constexpr int kIterations = 600'000;
 constexpr std::size_t kSaltSize = 16;
-/// The salt that a key was derived with, in hexadecimal: whoever has the password needs nothing else.
+/// The salt for key derivation, in hexadecimal, so that decryption needs only the password.
 constexpr const char* kSaltField = "X-Mailtree-Salt";
 
 struct AesOptions {
@@ -51,7 +51,7 @@ const ModeRow* modeOf(std::string_view name) {
 }
 
 std::string checkMode(const std::string& name) {
-  return modeOf(name) ? std::string() : "'" + name + "': it must be cbc, ctr or gcm";
+  return modeOf(name) ? std::string() : "'" + name + "': must be cbc, ctr or gcm";
 }
 
 std::string hexOf(std::string_view bytes) {
@@ -70,7 +70,7 @@ bool isHex(std::string_view text) {
          std::ranges::all_of(text, [](char c) { return hexValue(c) >= 0; });
 }
 
-/// Room for all at once: what a growing buffer leaves behind could not be wiped.
+/// Reserves all memory first: blocks freed by a growing buffer could not be wiped.
 DataBuffer bytesOfHex(std::string_view text) {
   DataBuffer bytes;
   bytes.reserveMore(text.size() / 2);
@@ -79,7 +79,7 @@ DataBuffer bytesOfHex(std::string_view text) {
   return bytes;
 }
 
-/// A key in hexadecimal digits, or else its very bytes.
+/// Sets a key given in hexadecimal digits or as raw bytes.
 bool setKeyOf(std::string_view content, int bits, _svSymSettings& settings) {
   const auto size = static_cast<std::size_t>(bits / 8);
   const std::string_view text = trim(content);
@@ -94,8 +94,8 @@ Exit readKeyFile(const AesOptions& options, _svSymSettings& settings) {
   const WipedAtEnd wiped(content);
   if (!readFile(*options.keyFile, content)) return Exit::unreadable;
   if (setKeyOf(content.view(), options.bits, settings)) return Exit::fine;
-  complain(*options.keyFile,
-           "is no key of " + std::to_string(options.bits) + " bits, neither in hexadecimal nor as bytes");
+  reportError(*options.keyFile,
+              "is not a key of " + std::to_string(options.bits) + " bits in hexadecimal or raw bytes");
   return Exit::unreadable;
 }
 
@@ -104,23 +104,24 @@ Exit readPasswords(const AesOptions& options, bool isNew, Passwords& passwords) 
   if (passwords.all().empty() && !isNew) passwords.ask(options.file);
   if (passwords.all().empty() && isNew && !passwords.askForNew(options.file)) return Exit::unreadable;
   if (!passwords.all().empty()) return Exit::fine;
-  return refuse("aes", "--key-file, --password-file, --password-fd or MAILTREE_PASSWORD is needed");
+  return usageError("aes", "--key-file, --password-file, --password-fd or MAILTREE_PASSWORD is needed");
 }
 
 Exit deriveKey(const AesOptions& options, const Secret& password, std::string_view salt,
                _svSymSettings& settings) {
   if (settings.deriveKey(password.view(), salt, kIterations, options.bits)) return Exit::fine;
-  complain("no key could be derived from the password");
+  reportError("no key could be derived from the password");
   return Exit::unreadable;
 }
 
 Exit failWith(const AesOptions& options, const char* what, const LogMemory& log) {
   const std::string problem = lastError(log, "");
-  complain(options.file, problem.empty() ? std::string(what) : std::string(what) + ": " + problem);
+  reportError(options.file, problem.empty() ? std::string(what) : std::string(what) + ": " + problem);
   return Exit::negative;
 }
 
-/// One field each is all there is to keep an encoding and a salt: those of a first time would be lost.
+/// The fields for the original encoding and the salt hold one value each, so a second encryption would
+/// lose the first.
 bool isEncryptedAlready(Email2& email) {
   bool found = email.m_header.findField(kSaltField) >= 0;
   walk(email, [&found](const Email2& node) {
@@ -134,7 +135,7 @@ struct SealedBody {
   bool operator==(const SealedBody&) const = default;
 };
 
-/// The encrypted bodies in the order in which the library numbers them.
+/// The encrypted bodies in the library's order.
 std::vector<SealedBody> sealedBodies(Email2& email) {
   std::vector<SealedBody> bodies;
   walk(email, [&bodies](const Email2& node) {
@@ -144,8 +145,9 @@ std::vector<SealedBody> sealedBodies(Email2& email) {
   return bodies;
 }
 
-/// Whether loading leaves every body where it is: it joins loose alternatives and wraps lone attachments.
-bool comesBackInPlace(const AesOptions& options, Email2& email) {
+/// Whether every body is in the same place after loading, which joins loose alternatives and
+/// wraps lone attachments.
+bool keepsBodiesInPlace(const AesOptions& options, Email2& email) {
   StringBuffer text;
   DataBuffer bytes;
   LogNull log;
@@ -154,17 +156,17 @@ bool comesBackInPlace(const AesOptions& options, Email2& email) {
   return again && sealedBodies(*again->root) == sealedBodies(email);
 }
 
-/// A key from a password, and the salt in the header.
+/// Derives a key from a password and writes the salt into the header.
 Exit setPassword(const AesOptions& options, Email2& email, _svSymSettings& settings) {
   Passwords passwords;
   if (const Exit result = readPasswords(options, /*isNew=*/true, passwords); result != Exit::fine)
     return result;
   const Secret& password = passwords.all().front();
   LogMemory log;
-  if (password.view().empty()) return failWith(options, "is not encrypted with an empty password", log);
+  if (password.view().empty()) return failWith(options, "the password must not be empty", log);
   std::array<char, kSaltSize> salt{};
   if (::getentropy(salt.data(), salt.size()) != 0)
-    return failWith(options, "there are no random numbers", log);
+    return failWith(options, "no random numbers available", log);
   const std::string_view bytes(salt.data(), salt.size());
   email.setHeaderField(kSaltField, hexOf(bytes).c_str(), log);
   return deriveKey(options, password, bytes, settings);
@@ -174,15 +176,16 @@ Exit encrypt(const AesOptions& options, DataBuffer& /*bytes*/, Message& message,
   Email2& email = *message.root;
   LogMemory log;
   if (isEncryptedAlready(email))
-    return failWith(options, "is encrypted already; a second time it could not be decrypted again", log);
+    return failWith(options, "is already encrypted; after a second encryption it could not be decrypted",
+                    log);
   const Exit result =
       options.keyFile ? readKeyFile(options, settings) : setPassword(options, email, settings);
   if (result != Exit::fine) return result;
   SymmetricCipher cipher;
   if (!email.aesStandardEncryptAnsi(cipher, settings, log))
     return failWith(options, "could not be encrypted", log);
-  if (comesBackInPlace(options, email)) return Exit::fine;
-  return failWith(options, "would be loaded with its bodies in another order, and then not be decrypted",
+  if (keepsBodiesInPlace(options, email)) return Exit::fine;
+  return failWith(options, "the bodies would be in another order after loading and could not be decrypted",
                   log);
 }
 
@@ -190,12 +193,10 @@ Exit decryptWith(const AesOptions& options, Email2& email, _svSymSettings& setti
   LogMemory log;
   SymmetricCipher cipher;
   if (email.aesStandardDecryptAnsi(cipher, /*bodyIsBinary=*/false, settings, log)) return Exit::fine;
-  return failWith(
-      options, "could not be decrypted; the key is another one, the message was changed, or it needs --old",
-      log);
+  return failWith(options, "could not be decrypted: wrong key, changed message, or --old is needed", log);
 }
 
-/// A wrong password may have opened the first bodies by chance: every try begins with the message as it came.
+/// A wrong password may decrypt the first bodies by chance, so each attempt starts from the original message.
 Exit tryPasswords(const AesOptions& options, DataBuffer& bytes, std::string_view salt, Message& message,
                   _svSymSettings& settings) {
   Passwords passwords;
@@ -211,7 +212,7 @@ Exit tryPasswords(const AesOptions& options, DataBuffer& bytes, std::string_view
       return Exit::fine;
     std::optional<Message> again = loadMessageToWrite(options.file, bytes);
     if (!again) return Exit::unreadable;
-    message.root.reset();  // before what it shares with its parts goes
+    message.root.reset();  // before the shared settings it refers to
     message = std::move(*again);
   }
   return decryptWith(options, *message.root, settings);
@@ -226,13 +227,13 @@ Exit decrypt(const AesOptions& options, DataBuffer& bytes, Message& message, _sv
   StringBuffer salt;
   message.root->getHeaderFieldUtf8(kSaltField, salt, log);
   if (!isHex(trim(salt.view())))
-    return failWith(options, "was not encrypted with a password: there is no X-Mailtree-Salt field", log);
+    return failWith(options, "was not encrypted with a password: missing X-Mailtree-Salt field", log);
   return tryPasswords(options, bytes, bytesOfHex(trim(salt.view())).view(), message, settings);
 }
 
 using Work = Exit (*)(const AesOptions&, DataBuffer&, Message&, _svSymSettings&);
 
-/// @param form  how the result is written.
+/// @param form  the output options of the result.
 Exit run(const AesOptions& options, Work work, const WriteForm& form) {
   DataBuffer bytes;
   if (!readFile(options.file, bytes)) return Exit::unreadable;
@@ -243,7 +244,7 @@ Exit run(const AesOptions& options, Work work, const WriteForm& form) {
   settings.m_mode = modeOf(options.mode)->mode;
   settings.m_bindsBodies = !options.isOld;
   if (const Exit result = work(options, bytes, *message, settings); result != Exit::fine) return result;
-  return graver(limits, writeMessage(*message->root, options.output, form));
+  return worse(limits, writeMessage(*message->root, options.output, form));
 }
 
 void addDirection(CLI::App& aes, Action& action, const char* name, const char* description,
@@ -252,17 +253,18 @@ void addDirection(CLI::App& aes, Action& action, const char* name, const char* d
   CLI::App* verb = aes.add_subcommand(name, description);
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   CLI::Option* key =
-      addText(*verb, "--key-file", options->keyFile, "File with the key, in hexadecimal or as bytes");
+      addText(*verb, "--key-file", options->keyFile, "File with the key, in hexadecimal or raw bytes");
   addPasswordOptions(*verb, options->passwords);
   verb->get_option("--password-file")->excludes(key);
   verb->get_option("--password-fd")->excludes(key);
-  addText(*verb, "--mode", options->mode, "gcm (without it: a change is noticed), cbc or ctr")
+  addText(*verb, "--mode", options->mode, "Cipher mode: gcm (default; detects changes), cbc or ctr")
       ->check(checkMode);
-  verb->add_option("--bits", options->bits, "Size of the key: 128, 192 or 256 (without it)")
+  verb->add_option("--bits", options->bits, "Key size: 128, 192 or 256 (default)")
       ->check(CLI::IsMember({128, 192, 256}));
   if (work == decrypt)
-    verb->add_flag("--old", options->isOld,
-                   "Encrypted in gcm by a mailtree that did not yet bind each body to its type and place");
+    verb->add_flag(
+        "--old", options->isOld,
+        "For gcm messages from mailtree versions that did not bind each body to its type and place");
   addOutput(*verb, options->output);
   verb->footer(std::string("Example:\n  ") + example);
   verb->callback([options, work, form, &action] {
@@ -274,21 +276,19 @@ void addDirection(CLI::App& aes, Action& action, const char* name, const char* d
 
 void addAes(CLI::App& app, Action& action) {
   CLI::App* verb =
-      app.add_subcommand("aes", "Encrypt or decrypt the bodies of a message in place, under one key");
+      app.add_subcommand("aes", "Encrypt or decrypt the bodies of a message in place with one key");
   verb->require_subcommand(1);
-  addDirection(*verb, action, "encrypt", "Encrypt every body; the header and the tree stay readable",
+  addDirection(*verb, action, "encrypt", "Encrypt every body; header and structure stay readable",
                "mailtree aes encrypt --key-file key mail.eml -o hidden.eml", encrypt, {});
-  addDirection(*verb, action, "decrypt", "Decrypt what aes encrypt made; status 1 when the key does not fit",
+  addDirection(*verb, action, "decrypt", "Decrypt a message from aes encrypt; status 1 when the key is wrong",
                "mailtree aes decrypt --key-file key hidden.eml -o mail.eml", decrypt,
                {.readers = Readers::owner});
   verb->footer(
-      "A key comes from a file, or from a password (PBKDF2 with HMAC-SHA-256, 600,000 rounds), whose salt "
-      "travels in "
-      "the\nfield X-Mailtree-Salt. Mode and bits are not in the message: who decrypts gives the same; "
-      "without --mode and --bits they\nare gcm and 256.\n"
-      "Only gcm notices every change, bodies that changed places, and every wrong key. For mail to others "
-      "use encrypt, which needs no "
-      "common key.\n"
+      "The key comes from a file, or from a password (PBKDF2 with HMAC-SHA-256, 600,000 iterations),\n"
+      "whose salt is in the field X-Mailtree-Salt. Cipher mode and key size are not in the message:\n"
+      "give the same --mode and --bits to decrypt.\n"
+      "Only gcm detects every change, moved bodies and every wrong key. To send mail to others use\n"
+      "encrypt, which needs no shared key.\n"
       "Example:\n  openssl rand -hex 32 > key\n  mailtree aes encrypt --key-file key mail.eml -o hidden.eml");
 }
 

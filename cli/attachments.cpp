@@ -1,4 +1,4 @@
-// cli/attachments.cpp - mailtree attachments: what is attached to a message, as a table or as JSON.
+// cli/attachments.cpp - mailtree attachments: lists attachments as a table or as JSON.
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
@@ -7,7 +7,7 @@
 #include "cli/message/input.h"
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/table.h"
 #include "cli/support/terminal.h"
 #include "cli/views/json_view.h"
@@ -22,7 +22,7 @@ struct AttachmentsOptions {
   KeyOptions keys;
 };
 
-/// The last column is there only when it is asked for.
+/// The last column is only for --verbose.
 std::vector<Column> columnsOf(bool verbose) {
   std::vector<Column> columns = {{"No", true}, {"Part", true}, {"Name"},
                                  {"Type"},     {"Size", true}, {"Reason"}};
@@ -59,8 +59,8 @@ Exit attachments(const AttachmentsOptions& options) {
   else if (!none)
     writeTable(outline, options.verbose);
   const Exit result =
-      graver(none ? Exit::negative : Exit::fine, reportLimits(options.file, message->limits()));
-  return graver(result, finishStandardOutput());
+      worse(none ? Exit::negative : Exit::fine, reportLimits(options.file, message->limits()));
+  return worse(result, finishStandardOutput());
 }
 
 }  // namespace
@@ -71,11 +71,11 @@ void addAttachments(CLI::App& app, Action& action) {
       app.add_subcommand("attachments", "List the attachments of a message; status 1 when there are none");
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   verb->add_flag("--json", options->json, "One JSON object on one line");
-  verb->add_flag("-v,--verbose", options->verbose, "Also the reason why each counts as one");
+  verb->add_flag("-v,--verbose", options->verbose, "Show why each part counts as an attachment");
   addReadingKeyOptions(*verb, options->keys);
   verb->footer(
-      "\"No\" is what extract takes as --attachment, \"Part\" what show draws and extract takes as --part.\n"
-      "Attached messages are parts, not attachments.\n\n"
+      "\"No\" is the number for extract --attachment, \"Part\" the number in show and for extract --part.\n"
+      "Attached messages do not count as attachments; see mailtree messages.\n\n"
       "Example:\n  mailtree attachments samples/attachments.eml\n"
       "  mailtree attachments --json mail.eml | jq '.attachments[].filename'");
   verb->callback([options, &action] { action = [options] { return attachments(*options); }; });

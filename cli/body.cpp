@@ -1,4 +1,4 @@
-// cli/body.cpp - mailtree body: the text of a message, plain or HTML, in any charset.
+// cli/body.cpp - mailtree body: prints the plain-text or HTML body of a message in any charset.
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
@@ -8,7 +8,7 @@
 #include "cli/message/outline.h"
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/terminal.h"
 #include "mailtree/mime/charset/Charset.h"
 
@@ -22,24 +22,24 @@ struct BodyOptions {
   bool html = false;
   KeyOptions keys;
 
-  /// What is missing when there is no such body.
+  /// The error when there is no such body.
   const char* wanted() const { return text ? "no plain-text body" : html ? "no HTML body" : "no body"; }
 };
 
-/// The row of the body that is asked for; -1 when there is none.
+/// The row of the requested body; -1 when there is none.
 int bodyRow(const Outline& outline, const BodyOptions& options) {
   if (options.html || (outline.plainText < 0 && !options.text)) return outline.html;
   return outline.plainText;
 }
 
-/// Complains about what the charset does not have.
+/// Reports characters that the charset does not have.
 std::string inCharset(const BodyOptions& options, std::string text) {
   const int codePage = options.charset.empty() ? kCpUtf8 : codePageOfCharset(options.charset);
   if (codePage == kCpUtf8) return text;
   std::string encoded;
   if (!encodeFromUtf8(codePage, text, encoded))
-    complain(options.file,
-             "\"?\" stands for characters that do not exist in " + std::string(charsetNameOf(codePage)));
+    reportError(options.file,
+                "\"?\" replaces characters that do not exist in " + std::string(charsetNameOf(codePage)));
   return encoded;
 }
 
@@ -52,14 +52,14 @@ Exit body(const BodyOptions& options) {
   const Outline outline = outlineOf(*message->root);
   const int id = bodyRow(outline, options);
   if (id < 0) {
-    complain(options.file, options.wanted());
-    return graver(result, Exit::negative);
+    reportError(options.file, options.wanted());
+    return worse(result, Exit::negative);
   }
-  // Not every body is stored as text: mail without a type and inline text with a file name keep their bytes.
+  // Not every body is stored as text: untyped bodies and inline text with a file name are stored as bytes.
   std::string text = textOf(outline.row(id));
   if (standardOutputIsTerminal()) text = printableLines(text);
   std::cout << inCharset(options, std::move(text));
-  return graver(result, finishStandardOutput());
+  return worse(result, finishStandardOutput());
 }
 
 std::string checkCharset(const std::string& name) {
@@ -70,15 +70,14 @@ std::string checkCharset(const std::string& name) {
 
 void addBody(CLI::App& app, Action& action) {
   auto options = std::make_shared<BodyOptions>();
-  CLI::App* verb = app.add_subcommand(
-      "body",
-      "Print the body: plain text, else HTML; as it is but for damaged bytes, unless onto a terminal");
+  CLI::App* verb = app.add_subcommand("body",
+                                      "Print the body: plain text, else HTML; unchanged except for malformed "
+                                      "bytes, but made safe on a terminal");
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
-  CLI::Option* text =
-      verb->add_flag("--text", options->text, "The plain text only; status 1 when there is none");
-  verb->add_flag("--html", options->html, "The HTML only; status 1 when there is none")->excludes(text);
+  CLI::Option* text = verb->add_flag("--text", options->text, "Only plain text; status 1 when there is none");
+  verb->add_flag("--html", options->html, "Only HTML; status 1 when there is none")->excludes(text);
   addText(*verb, "--charset", options->charset,
-          "Convert to this charset instead of utf-8; \"?\" for what it does not have")
+          "Convert to this charset instead of utf-8; \"?\" replaces missing characters")
       ->check(checkCharset);
   addReadingKeyOptions(*verb, options->keys);
   verb->footer(

@@ -1,4 +1,4 @@
-// cli/commands.h - the verbs. Each adds itself to the command line and stores what to do when it is named.
+// cli/commands.h - the verbs. Each adds itself to the command line and stores its action when it is used.
 #pragma once
 
 #include <functional>
@@ -11,7 +11,7 @@ class App;
 
 namespace mailtree::cli {
 
-/// Set by the verb that the command line names; run after the whole line was parsed.
+/// Set by the verb on the command line; run after parsing.
 using Action = std::function<Exit()>;
 
 void addShow(CLI::App& app, Action& action);

@@ -1,4 +1,4 @@
-// cli/compose.cpp - mailtree compose: a new message from texts, files and addresses.
+// cli/compose.cpp - mailtree compose: makes a new message from texts, files and addresses.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
@@ -8,7 +8,7 @@
 #include "cli/commands.h"
 #include "cli/message/output.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/output_file.h"
 #include "cli/writing/addresses.h"
 #include "cli/writing/bodies.h"
@@ -36,7 +36,7 @@ struct ComposeOptions {
   bool keepBcc = false;
 };
 
-/// Everything the command line names, checked and read.
+/// Everything from the command line, checked and read.
 struct Draft {
   std::vector<HeaderField> fields;
   Bodies bodies;
@@ -45,7 +45,7 @@ struct Draft {
   std::vector<AttachedFile> files;
 };
 
-/// Fields that have a place of their own on the command line.
+/// Fields that have their own option.
 struct OwnOption {
   std::string_view field;
   const char* advice;
@@ -56,8 +56,8 @@ constexpr OwnOption kOwnOptions[] = {
     {"Subject", "use --subject"},
     {"Date", "use --date"},
     {"Reply-To", "use --reply-to"},
-    {"Return-Path", "the envelope's sender is --from's address"},
-    {"Resent-Bcc", "hidden recipients are given with --bcc"},
+    {"Return-Path", "the envelope sender is the address of --from"},
+    {"Resent-Bcc", "use --bcc for hidden recipients"},
 };
 
 const char* adviceFor(std::string_view field) {
@@ -78,7 +78,7 @@ Exit readFields(const ComposeOptions& options, std::vector<HeaderField>& fields)
   for (const std::string& header : options.headers) {
     HeaderField field = fieldOfText(header);
     const std::string option = "--header '" + header + "'";
-    if (const char* const advice = adviceFor(field.name)) return refuse(option, advice);
+    if (const char* const advice = adviceFor(field.name)) return usageError(option, advice);
     reader.take(option, std::move(field));
   }
   return reader.result();
@@ -87,22 +87,24 @@ Exit readFields(const ComposeOptions& options, std::vector<HeaderField>& fields)
 Exit checkCharset(const std::string& name) {
   const int codePage = codePageOfCharset(name);
   if (isMailCodePage(codePage)) return Exit::fine;
-  return refuse("--charset",
-                "'" + name + "': " +
-                    (codePage ? "mail text cannot be written in it" : "no charset of that name is known"));
+  return usageError("--charset",
+                    "'" + name + "': " + (codePage ? "not supported for mail text" : "unknown charset"));
 }
 
 Exit checkOptions(const ComposeOptions& options) {
   if (options.charset)
     if (const Exit result = checkCharset(*options.charset); result != Exit::fine) return result;
-  if (options.countOfStandardInput() > 1) return refuse("-", "standard input can be only one of the files");
+  if (options.countOfStandardInput() > 1)
+    return usageError("-", "standard input can be only one of the files");
   const bool hasHtml = options.bodies.html || options.bodies.htmlFile;
   if (options.shown.any() && !hasHtml)
-    return refuse("--inline", "there is no HTML to show the file; give it with --html or --html-file");
+    return usageError("--inline",
+                      "there is no HTML body to show the file in; add one with --html or --html-file");
   if (!options.envelope) return Exit::fine;
-  if (options.envelope->empty()) return refuse("--envelope-out", "the name is empty");
-  return isSameOutput(*options.envelope, options.output) ? refuse("--envelope-out", "the message goes there")
-                                                         : Exit::fine;
+  if (options.envelope->empty()) return usageError("--envelope-out", "the name is empty");
+  return isSameOutput(*options.envelope, options.output)
+             ? usageError("--envelope-out", "the message is written to the same file")
+             : Exit::fine;
 }
 
 /// Reads and checks everything before anything is written.
@@ -115,7 +117,7 @@ Exit read(const ComposeOptions& options, Draft& draft) {
   return readAttachedFiles(options.attached, draft.files);
 }
 
-/// The texts come first: they choose the charset in which the fields are encoded.
+/// Adds the texts first, because they determine the charset in which the fields are encoded.
 bool build(const ComposeOptions& options, Draft& draft, Email2& email, LogBase& log) {
   if (options.charset) preferCharset(email, *options.charset, draft.bodies);
   if (!putBodies(email, draft.bodies, log) || !putInlineFiles(email, draft.shown, log)) return false;
@@ -127,7 +129,7 @@ bool build(const ComposeOptions& options, Draft& draft, Email2& email, LogBase& 
   return true;
 }
 
-/// What tells one mailbox from another: hosts have no case, and what their local parts mean they alone know.
+/// Key to compare mailboxes by: domains ignore case, local parts may not.
 std::string mailboxKey(std::string_view address) {
   std::string key(address);
   const std::size_t at = std::min(key.rfind('@'), key.size());
@@ -136,7 +138,7 @@ std::string mailboxKey(std::string_view address) {
   return key;
 }
 
-/// Sender and recipients for the program that sends, hidden ones included, each once.
+/// The SMTP sender and all recipients, including hidden ones, each once.
 std::string envelopeOf(Email2& email, LogBase& log) {
   StringBuffer reversePath;
   email.getSmtpReversePathUtf8(reversePath, log);
@@ -158,13 +160,13 @@ Exit compose(const ComposeOptions& options) {
   LogMemory log;
   Email2 email;
   if (!build(options, draft, email, log)) {
-    complain(lastError(log, "not enough memory"));
+    reportError(lastError(log, "not enough memory"));
     return Exit::unreadable;
   }
   if (!options.envelope) return writeMessage(email, options.output);
 
-  // The message takes its place only after the envelope was written, and the envelope last: whoever finds it
-  // finds the message too.
+  // The envelope file is prepared first and committed after the message, so an envelope never exists
+  // without its message.
   TextFile envelope(*options.envelope);
   if (!envelope.write(envelopeOf(email, log))) return Exit::unreadable;
   const Exit result = writeMessage(email, options.output);
@@ -173,18 +175,18 @@ Exit compose(const ComposeOptions& options) {
 
 void addAddressOptions(CLI::App& verb, ComposeOptions& options) {
   addText(verb, "--from", options.from, "Sender, such as 'Anna Berg <anna@berg.example>'")->required();
-  addRepeated(verb, "--to", options.to, "Recipients, one or a list with commas");
-  addRepeated(verb, "--cc", options.cc, "Recipients of a copy");
-  addRepeated(verb, "--bcc", options.bcc, "Hidden recipients: in the envelope, not in the message");
-  verb.add_flag("--keep-bcc", options.keepBcc, "Write them into the message too");
-  addText(verb, "--reply-to", options.replyTo, "Where answers go");
+  addRepeated(verb, "--to", options.to, "Recipient, or a comma-separated list");
+  addRepeated(verb, "--cc", options.cc, "Recipients of copies");
+  addRepeated(verb, "--bcc", options.bcc, "Hidden recipients, in the envelope but not in the message");
+  verb.add_flag("--keep-bcc", options.keepBcc, "Write hidden recipients into the message too");
+  addText(verb, "--reply-to", options.replyTo, "Address for replies");
 }
 
 }  // namespace
 
 void addCompose(CLI::App& app, Action& action) {
   auto options = std::make_shared<ComposeOptions>();
-  CLI::App* verb = app.add_subcommand("compose", "Make a message of texts, files and addresses");
+  CLI::App* verb = app.add_subcommand("compose", "Make a message from texts, files and addresses");
   addAddressOptions(*verb, *options);
   addText(*verb, "--subject", options->subject, "Subject")->required();
   addBodyOptions(*verb, options->bodies);
@@ -192,10 +194,10 @@ void addCompose(CLI::App& app, Action& action) {
   addCalendarOptions(*verb, options->calendar);
   addAttachOptions(*verb, options->attached);
   addRepeated(*verb, "--header", options->headers,
-              "Another field, 'Name: value', of those without an option of their own");
+              "Another field, 'Name: value', that has no option of its own");
   addText(*verb, "--charset", options->charset,
-          "Charset of the texts when they fit in it, else utf-8; any but utf-7, utf-16 and utf-32");
-  addText(*verb, "--date", options->date, "Date, such as 'Sat, 21 Nov 2026 08:30:00 +0100'; else now");
+          "Preferred charset; utf-8 is used when the text does not fit. Not utf-7, utf-16 or utf-32");
+  addText(*verb, "--date", options->date, "Date, such as 'Sat, 21 Nov 2026 08:30:00 +0100' (default: now)");
   addOutput(*verb, options->output);
   addText(*verb, "--envelope-out", options->envelope, "File for the SMTP sender and all recipients, as JSON");
   verb->footer(

@@ -1,12 +1,12 @@
-// cli/decrypt.cpp - mailtree decrypt: an encrypted message as a readable one.
+// cli/decrypt.cpp - mailtree decrypt: writes an encrypted message decrypted.
 #include <CLI/CLI.hpp>
 #include <memory>
 
 #include "cli/commands.h"
+#include "cli/secure/decryption.h"
 #include "cli/secure/keys.h"
-#include "cli/secure/opening.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/files.h"
 #include "cli/support/output_file.h"
 
@@ -19,13 +19,13 @@ struct DecryptOptions {
   std::string output;
 };
 
-void tellWhatChanged(const std::string& file, const OpenedMessage& opened) {
+void reportChanges(const std::string& file, const DecryptedMessage& opened) {
   if (opened.lostSignature)
-    complain(file, "warning: a signature stood around what is encrypted, and is not in what is written");
+    reportError(file, "warning: the signature around the encrypted content is not in the output");
   for (const std::string& field : opened.fields)
-    complain(file,
-             "warning: the field " + field + " is the encrypted one, which is another one than outside");
-  if (!opened.problem.empty()) complain(file, "warning: a further layer stays closed: " + opened.problem);
+    reportError(file,
+                "warning: the encrypted field " + field + " differs from the outer one and replaces it");
+  if (!opened.problem.empty()) reportError(file, "warning: another layer was not opened: " + opened.problem);
 }
 
 Exit decrypt(const DecryptOptions& options) {
@@ -33,12 +33,12 @@ Exit decrypt(const DecryptOptions& options) {
   if (const Exit result = readKeys(options.keys, keys); result != Exit::fine) return result;
   DataBuffer bytes;
   if (!readFile(options.file, bytes)) return Exit::unreadable;
-  const OpenedMessage opened = openMessage(bytes.view(), keys.store);
+  const DecryptedMessage opened = decryptMessage(bytes.view(), keys.store);
   if (opened.bytes.empty()) {
-    complain(options.file, "nothing could be decrypted: " + opened.problem);
+    reportError(options.file, "nothing could be decrypted: " + opened.problem);
     return Exit::negative;
   }
-  tellWhatChanged(options.file, opened);
+  reportChanges(options.file, opened);
   TextFile out(options.output, Readers::owner);
   return out.write(opened.bytes) && out.commit() ? Exit::fine : Exit::unreadable;
 }
@@ -48,16 +48,15 @@ Exit decrypt(const DecryptOptions& options) {
 void addDecrypt(CLI::App& app, Action& action) {
   auto options = std::make_shared<DecryptOptions>();
   CLI::App* verb = app.add_subcommand(
-      "decrypt", "Write an encrypted message as a readable one; status 1 when it cannot be opened");
+      "decrypt", "Write an encrypted message decrypted; status 1 when it cannot be opened");
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   addCertificateOptions(*verb, options->keys);
   addPrivateKeyOptions(*verb, options->keys);
   addOutput(*verb, options->output);
   verb->footer(
-      "Every encrypted layer that a key is there for is taken off; a signature inside stays as it is and can "
-      "be "
-      "verified.\nThe fields are those outside; where the encrypted content has one of the same name, that "
-      "one.\n"
+      "Unwraps every encrypted layer that it has a key for; a signature inside is kept and can be\n"
+      "verified.\n"
+      "Outer header fields are kept, except those that the encrypted content has too.\n"
       "Example:\n  mailtree decrypt --p12 jo.p12 secret.eml -o mail.eml");
   verb->callback([options, &action] { action = [options] { return decrypt(*options); }; });
 }

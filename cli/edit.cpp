@@ -1,4 +1,4 @@
-// cli/edit.cpp - mailtree edit: fields, texts and attachments of a message changed.
+// cli/edit.cpp - mailtree edit: changes fields, texts and attachments of a message.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
@@ -8,7 +8,7 @@
 #include "cli/message/output.h"
 #include "cli/message/structure.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/output_file.h"
 #include "cli/writing/bodies.h"
 #include "cli/writing/calendar.h"
@@ -40,7 +40,7 @@ struct EditOptions {
   }
 };
 
-/// Everything the command line names, checked and read.
+/// Everything from the command line, checked and read.
 struct Changes {
   std::vector<HeaderField> fields;
   Bodies bodies;
@@ -51,17 +51,18 @@ struct Changes {
 
 Exit checkOptions(const EditOptions& options, Changes& changes) {
   for (const std::string& name : options.remove)
-    if (const auto problem = whyBadFieldName(name)) return refuse("--remove '" + name + "'", *problem);
+    if (const auto problem = fieldNameProblem(name)) return usageError("--remove '" + name + "'", *problem);
   for (const std::string& text : options.set) {
     changes.fields.push_back(fieldOfText(text));
-    if (const auto problem = whyBadField(changes.fields.back()))
-      return refuse("--set '" + text + "'", *problem);
+    if (const auto problem = fieldProblem(changes.fields.back()))
+      return usageError("--set '" + text + "'", *problem);
   }
-  if (options.countOfStandardInput() > 1) return refuse("-", "standard input can be only one of the files");
+  if (options.countOfStandardInput() > 1)
+    return usageError("-", "standard input can be only one of the files");
   return Exit::fine;
 }
 
-/// Reads and checks everything but the message itself before anything is changed.
+/// Reads and checks everything except the message, before anything is changed.
 Exit read(const EditOptions& options, Changes& changes) {
   if (const Exit result = checkOptions(options, changes); result != Exit::fine) return result;
   if (const Exit result = readBodies(options.bodies, changes.bodies); result != Exit::fine) return result;
@@ -77,24 +78,25 @@ void changeFields(const EditOptions& options, const Changes& changes, Email2& em
 }
 
 Exit fail(const EditOptions& options, const LogMemory& log) {
-  complain(options.file, lastError(log, "not enough memory"));
+  reportError(options.file, lastError(log, "not enough memory"));
   return Exit::unreadable;
 }
 
-/// Texts are read back before anything is attached: around signed content that makes an enclosure of its own.
+/// Reads texts back before files are attached, because attaching to signed content adds an enclosure.
 Exit changeTexts(const EditOptions& options, const Bodies& bodies, Email2& email) {
   LogMemory log;
   const std::string type(email.m_contentType.m_type.view());
   if (!putBodies(email, bodies, log)) return fail(options, log);
   if (bodiesReadBack(email, bodies, log)) return Exit::fine;
-  complain(options.file, "a text set in this message would not be read as its body (" + type + ")");
+  reportError(options.file, "a text added to this message would not be read as its body (" + type + ")");
   return Exit::negative;
 }
 
 Exit showInline(const EditOptions& options, const Changes& changes, Email2& email) {
   LogMemory log;
   if (!changes.shown.empty() && !email.getHtmlAlternative()) {
-    complain(options.file, "there is no HTML to show the file; --html or --html-file gives it one");
+    reportError(options.file,
+                "there is no HTML body to show the file in; add one with --html or --html-file");
     return Exit::negative;
   }
   return putInlineFiles(email, changes.shown, log) ? Exit::fine : fail(options, log);
@@ -104,7 +106,7 @@ Exit addCalendar(const EditOptions& options, std::optional<Calendar>& calendar, 
   LogMemory log;
   const std::string type(email.m_contentType.m_type.view());
   if (!calendar || putCalendar(email, *calendar, log)) return Exit::fine;
-  complain(options.file, "a calendar put in this message would not be found (" + type + ")");
+  reportError(options.file, "a calendar added to this message would not be found (" + type + ")");
   return Exit::negative;
 }
 
@@ -119,7 +121,7 @@ Exit change(const EditOptions& options, Changes& changes, Email2& email) {
   if (const Exit result = addCalendar(options, changes.calendar, email); result != Exit::fine) return result;
   for (AttachedFile& file : changes.files)
     if (!attach(email, file, log)) return fail(options, log);
-  // Without it what the content says of itself does not count (RFC 2045, 4).
+  // Without it, Content- fields do not count (RFC 2045, 4).
   if (options.changesContent() && !email.hasHeaderField("MIME-Version", log))
     email.setHeaderField("MIME-Version", "1.0", log);
   return Exit::fine;
@@ -134,13 +136,13 @@ Exit edit(const EditOptions& options) {
 
   Email2& email = *message->root;
   if ((options.bodies.any() || options.calendar.any()) && isEncrypted(email)) {
-    complain(options.file, "the message is encrypted: its text cannot be changed");
+    reportError(options.file, "the message is encrypted, so its text cannot be changed");
     return Exit::negative;
   }
   if (options.changesContent() && isSigned(email))
-    complain(options.file, "warning: the message is signed, and its signature may no longer fit");
+    reportError(options.file, "warning: the message is signed, and its signature may no longer verify");
   if (const Exit result = change(options, changes, email); result != Exit::fine) return result;
-  return graver(limits, writeMessage(email, options.output));
+  return worse(limits, writeMessage(email, options.output));
 }
 
 }  // namespace
@@ -149,28 +151,25 @@ void addEdit(CLI::App& app, Action& action) {
   auto options = std::make_shared<EditOptions>();
   CLI::App* verb = app.add_subcommand("edit", "Change fields, texts and attachments of a message");
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
-  addRepeated(*verb, "--set", options->set, "Put 'Name: value' in place of the fields of that name");
-  addRepeated(*verb, "--remove", options->remove, "Remove the fields of that name");
+  addRepeated(*verb, "--set", options->set, "Replace all fields of this name by 'Name: value'");
+  addRepeated(*verb, "--remove", options->remove, "Remove all fields of this name");
   addBodyOptions(*verb, options->bodies);
   addInlineOptions(*verb, options->shown);
   addCalendarOptions(*verb, options->calendar);
   addDropOptions(*verb, options->dropped);
   verb->add_flag("--fix-related", options->fixRelated,
-                 "Put attachments beside the HTML when it shows them by their Content-ID");
+                 "Move attachments that the HTML shows by Content-ID into its multipart/related");
   addAttachOptions(*verb, options->attached);
   addOutput(*verb, options->output);
   verb->footer(
-      "What is not named stays as it came. Attachments have the numbers of \"mailtree attachments\", related "
-      "items\n"
-      "those of \"mailtree related\", in the message given; they are dropped first, and --fix-related "
-      "follows. Then\n"
-      "fields are removed, fields set, texts put in, files shown, the calendar put in, files attached.\n"
-      "A text replaces the one of its kind that readers see, or joins the one of the other kind. Anything "
-      "else\n"
-      "stays: a message that is one file gets the text in front of it. The text of an encrypted message "
-      "cannot\n"
-      "be changed; one that would not be read as the body is refused (status 1).\n"
-      "HTML in another charset than utf-8 is written with its charset declared in the page.\n"
+      "Everything else is kept. Attachments are numbered as by \"mailtree attachments\", related items\n"
+      "as by \"mailtree related\", both in the given message. Changes are made in this order: drop\n"
+      "parts, --fix-related, remove fields, set fields, add texts, inline files, the calendar, and\n"
+      "attachments.\n"
+      "A text replaces the displayed one of its kind, or joins the one of the other kind. A message\n"
+      "that is one file gets the text before it. The text of an encrypted message cannot be changed; a\n"
+      "text that would not be read as the body is refused (status 1).\n"
+      "HTML in a charset other than utf-8 declares its charset.\n"
       "Example:\n  mailtree edit mail.eml --set 'Subject: New plan' --drop-attachment 0 --attach plan.pdf -o "
       "new.eml");
   verb->callback([options, &action] { action = [options] { return edit(*options); }; });

@@ -10,7 +10,7 @@
 #include "cli/message/outline.h"
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/file_names.h"
 #include "cli/support/saving.h"
 #include "mailtree/mime/header/ContentTypeTable.h"
@@ -51,14 +51,14 @@ std::vector<int> selectedParts(const Outline& outline, const ExtractOptions& opt
   return {outline.attachments[*options.attachment]};
 }
 
-std::string whatIsMissing(const ExtractOptions& options) {
-  if (options.part) return "no part " + std::to_string(*options.part) + " with content of its own";
+std::string missingPartProblem(const ExtractOptions& options) {
+  if (options.part) return "no part " + std::to_string(*options.part) + " with content";
   if (options.attachment) return "no attachment " + std::to_string(*options.attachment);
-  return "no attachments; other parts: --all or --part";
+  return "no attachments; use --all or --part for other parts";
 }
 
-/// "Offer 1/2" is no folder with a file in it.
-std::string nameOfSubject(std::string_view message) {
+/// File name from the Subject. Slashes are replaced, because "Offer 1/2" does not name a folder.
+std::string nameFromSubject(std::string_view message) {
   MimeHeader header;
   header.loadFromEntity(message);
   StringBuffer subject;
@@ -70,9 +70,8 @@ std::string nameOfSubject(std::string_view message) {
   return trim(name).empty() ? std::string() : name + ".eml";
 }
 
-/// What the mail calls a part; an attached message without a name is called like its subject. Empty when there
-/// is nothing to go by.
-std::string givenName(const PartRow& row) {
+/// The name of a part in the message; the Subject for an attached message without a name. May be empty.
+std::string nameInMessage(const PartRow& row) {
   const Email2& node = *row.node;
   if (!row.filename.empty() || node.m_header.findField("Content-Location") >= 0) {
     StringBuffer name;
@@ -80,14 +79,14 @@ std::string givenName(const PartRow& row) {
     node.getFilenameUtf8(name, log);
     return name.extractString();
   }
-  return row.contentType == "message/rfc822" ? nameOfSubject(node.m_body.view()) : std::string();
+  return row.contentType == "message/rfc822" ? nameFromSubject(node.m_body.view()) : std::string();
 }
 
 std::string fileNameOf(const PartRow& row, int id) {
   const std::string_view extension = extensionOfContentType(row.contentType);
   const std::string otherwise =
       "part-" + std::to_string(id) + "." + std::string(extension.empty() ? "dat" : extension);
-  return safeFileName(givenName(row), otherwise);
+  return safeFileName(nameInMessage(row), otherwise);
 }
 
 /// Attached files keep their bytes; a body is text, and text is utf-8.
@@ -97,7 +96,7 @@ std::string_view contentOf(const PartRow& row, std::string& scratch) {
   return scratch;
 }
 
-/// What was encrypted is for its owner.
+/// Decrypted content is readable only by its owner.
 Readers readersOf(const Message& message) {
   const bool isDecrypted = std::ranges::any_of(message.common->m_secureLayers, [](const SecureLayer& layer) {
     return layer.isEncrypted() && layer.opened;
@@ -105,12 +104,12 @@ Readers readersOf(const Message& message) {
   return isDecrypted ? Readers::owner : Readers::usual;
 }
 
-/// A file that cannot be written does not stop the others.
+/// Continues after a file that cannot be written.
 Exit writeToFolder(const Outline& outline, const std::vector<int>& ids, const ExtractOptions& options,
                    Readers readers) {
   if (!options.dryRun && !makeFolder(options.folder)) return Exit::unreadable;
   const bool isHere = options.folder == ".";
-  FreeNames names(isHere ? fs::path() : fs::path(options.folder), options.force);
+  UniqueFileNames names(isHere ? fs::path() : fs::path(options.folder), options.force);
   std::string scratch;
   Exit result = Exit::fine;
   for (const int id : ids) {
@@ -118,11 +117,11 @@ Exit writeToFolder(const Outline& outline, const std::vector<int>& ids, const Ex
     const std::string path = names.pick(fileNameOf(row, id));
     if (options.dryRun || saveFile(path, contentOf(row, scratch),
                                    options.force ? Existing::replaceEntry : Existing::refuse, readers))
-      tellPath(path);
+      printPath(path);
     else
       result = Exit::unreadable;
   }
-  return graver(result, finishStandardOutput());
+  return worse(result, finishStandardOutput());
 }
 
 Exit extract(const ExtractOptions& options) {
@@ -134,40 +133,40 @@ Exit extract(const ExtractOptions& options) {
   const Outline outline = outlineOf(*message->root);
   const std::vector<int> ids = selectedParts(outline, options);
   if (ids.empty()) {
-    complain(options.file, whatIsMissing(options));
-    return graver(result, Exit::negative);
+    reportError(options.file, missingPartProblem(options));
+    return worse(result, Exit::negative);
   }
   const Readers readers = readersOf(*message);
-  if (options.output.empty()) return graver(result, writeToFolder(outline, ids, options, readers));
+  if (options.output.empty()) return worse(result, writeToFolder(outline, ids, options, readers));
   std::string scratch;
   const std::string_view content = contentOf(outline.row(ids.front()), scratch);
-  return graver(result, saveToOutput(content, options.output, options.force, readers));
+  return worse(result, saveToOutput(content, options.output, options.force, readers));
 }
 
 void addSelectors(CLI::App& verb, ExtractOptions& options) {
   CLI::Option* part =
-      verb.add_option("--part", options.part, "Only the part that show draws with this number")
+      verb.add_option("--part", options.part, "Only the part with this number in the output of show")
           ->check(CLI::NonNegativeNumber);
-  CLI::Option* attachment =
-      verb.add_option("--attachment", options.attachment, "Only the attachment with this number, from 0 on")
-          ->check(CLI::NonNegativeNumber);
-  CLI::Option* all = verb.add_flag("--all", options.all, "Every part that is no multipart, bodies too");
+  CLI::Option* attachment = verb.add_option("--attachment", options.attachment,
+                                            "Only the attachment with this number, counted from 0")
+                                ->check(CLI::NonNegativeNumber);
+  CLI::Option* all = verb.add_flag("--all", options.all, "Every part except multiparts, including bodies");
   attachment->excludes(part);
   all->excludes(part)->excludes(attachment);
 }
 
 void addDestinations(CLI::App& verb, ExtractOptions& options) {
   CLI::Option* folder = addText(verb, "--dir", options.folder,
-                                "Folder to write to, made when it is missing; this one without it")
+                                "Folder to write to, created if missing (default: current folder)")
                             ->check(checkNameGiven);
   CLI::Option* dryRun =
-      verb.add_flag("--dry-run", options.dryRun, "Write nothing, print what would be written");
+      verb.add_flag("--dry-run", options.dryRun, "Write nothing, print the names that would be used");
   addText(verb, "-o,--output", options.output,
-          "With --part or --attachment: the file to write it to; - is standard output")
+          "With --part or --attachment: file to write; - is standard output")
       ->check(checkNameGiven)
       ->excludes(folder)
       ->excludes(dryRun);
-  verb.add_flag("--force", options.force, "Replace files that are there");
+  verb.add_flag("--force", options.force, "Overwrite existing files");
 }
 
 }  // namespace
@@ -182,13 +181,14 @@ void addExtract(CLI::App& app, Action& action) {
   addDestinations(*verb, *options);
   addReadingKeyOptions(*verb, options->keys);
   verb->footer(
-      "Attached files come out byte for byte, bodies as utf-8 text, attached messages as they were sent.\n"
-      "Names from the mail are made safe; a name that is taken gets a number. Every name is printed.\n\n"
+      "Attached files and messages are written byte for byte, bodies as utf-8 text.\n"
+      "File names from the message are made safe; a name already in use gets a number. Every name is "
+      "printed.\n\n"
       "Example:\n  mailtree extract mail.eml --dir attached\n"
       "  mailtree extract mail.eml --attachment 0 -o - | file -");
   verb->callback([options, &action] {
     if (!options->output.empty() && !options->part && !options->attachment)
-      throw CLI::ValidationError("--output", "goes with --part or --attachment");
+      throw CLI::ValidationError("--output", "requires --part or --attachment");
     action = [options] { return extract(*options); };
   });
 }

@@ -1,4 +1,4 @@
-// cli/headers.cpp - mailtree headers: the fields of a message, decoded or as they are.
+// cli/headers.cpp - mailtree headers: prints header fields, decoded or raw.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
@@ -7,7 +7,7 @@
 #include "cli/commands.h"
 #include "cli/message/input.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/files.h"
 #include "cli/support/terminal.h"
 #include "mailtree/mime/MimeMessage2.h"
@@ -26,7 +26,7 @@ struct HeadersOptions {
   }
 };
 
-/// Raw text keeps its folds; into a file it goes byte for byte, onto a terminal only its harmless part.
+/// Raw text keeps its line folding: byte for byte in a file, only harmless characters on a terminal.
 std::string rawText(std::string_view value) {
   if (!standardOutputIsTerminal()) return std::string(value);
   std::string text;
@@ -49,7 +49,7 @@ void writeField(const MimeHeader& header, int index, const HeadersOptions& optio
     writeLine(std::cout, standardOutputColumns(), "", "    ", head + header.decodedValue(index));
 }
 
-/// Fields are read from the parse tree: there they stand as they came, before loading normalises the message.
+/// Reads the fields from the parse tree, which has them as received, before loading normalises the message.
 Exit headers(const HeadersOptions& options) {
   DataBuffer bytes;
   if (!readFile(options.file, bytes)) return Exit::unreadable;
@@ -64,8 +64,8 @@ Exit headers(const HeadersOptions& options) {
     writeField(header, i, options);
   }
   const Exit result =
-      graver(found ? Exit::fine : Exit::negative, reportLimits(options.file, message.limits()));
-  return graver(result, finishStandardOutput());
+      worse(found ? Exit::fine : Exit::negative, reportLimits(options.file, message.limits()));
+  return worse(result, finishStandardOutput());
 }
 
 }  // namespace
@@ -74,8 +74,8 @@ void addHeaders(CLI::App& app, Action& action) {
   auto options = std::make_shared<HeadersOptions>();
   CLI::App* verb = app.add_subcommand("headers", "Print header fields, decoded");
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
-  addTexts(*verb, "NAME", options->names, "Only these fields, values alone; status 1 when there is none");
-  verb->add_flag("--raw", options->raw, "Values as they are: folded and encoded");
+  addTexts(*verb, "NAME", options->names, "Only the values of these fields; status 1 when none is found");
+  verb->add_flag("--raw", options->raw, "Raw values, folded and encoded");
   verb->footer("Example:\n  mailtree headers mail.eml\n  mailtree headers mail.eml subject date");
   verb->callback([options, &action] { action = [options] { return headers(*options); }; });
 }

@@ -9,33 +9,34 @@
 
 #include "cli/commands.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "mailtree/base/Output.h"
 
 namespace mailtree::cli {
 namespace {
 
 constexpr const char* kFooter =
-    "Exit status: 0 fine, 1 a negative answer, 2 wrong usage, 3 a file that cannot be read or written,\n"
-    "4 a limit was met (the result is still given).\n"
+    "Exit status: 0 success, 1 negative answer, 2 wrong usage, 3 a file cannot be read or written,\n"
+    "4 a limit was reached (the result is still written).\n"
     "Each command has its own --help with an example.";
 
-/// A file that is opened must not get the number of a standard stream that the caller closed: what is said to that
-/// stream would go into it. Opened the wrong way round, the streams still fail as closed ones do.
-bool holdStandardStreams() {
+/// Keeps an opened file from getting the number of a standard stream that the caller closed, because
+/// output for the stream would go into it. /dev/null is opened in the wrong direction, so the streams fail
+/// as if closed.
+bool reserveStandardStreams() {
   constexpr int kModes[] = {O_WRONLY, O_RDONLY, O_RDONLY};
   for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream)
     if (::fcntl(stream, F_GETFD) < 0 && ::open("/dev/null", kModes[stream]) != stream) return false;
   return true;
 }
 
-/// What ends a program that does not say otherwise: keys, other programs, and limits it was given.
+/// Signals that end a program by default.
 constexpr int kEndingSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM, SIGXCPU, SIGXFSZ};
 
-/// Leaves no unfinished file and ends as the signal would have ended it.
+/// Removes unfinished files, then ends as by the signal itself.
 extern "C" void endBySignal(int signal) {
   FileOutput::removeUnfinished();
-  ::raise(signal);  // blocked until this returns, and has its default effect then
+  ::raise(signal);  // delivered with its default effect when this returns
 }
 
 void cleanUpAtSignals() {
@@ -46,21 +47,21 @@ void cleanUpAtSignals() {
   for (const int signal : kEndingSignals) sigaddset(&action.sa_mask, signal);
   for (const int signal : kEndingSignals) {
     struct sigaction before {};
-    // Who started this with nohup wants it to go on.
+    // Signals ignored by the caller, as under nohup, stay ignored.
     if (::sigaction(signal, nullptr, &before) == 0 && before.sa_handler != SIG_IGN)
       ::sigaction(signal, &action, nullptr);
   }
 }
 
-int usageError(const CLI::App& app, const CLI::ParseError& error) {
+int exitForParseError(const CLI::App& app, const CLI::ParseError& error) {
   if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
-  complain(error.what());
+  reportError(error.what());
   std::cerr << "Run with --help for usage.\n";
   return static_cast<int>(Exit::usage);
 }
 
 int run(int argc, char** argv) {
-  CLI::App app("Loads mail messages into trees: shows them, reads them, writes them back.", "mailtree");
+  CLI::App app("Shows, checks, changes and writes mail messages.", "mailtree");
   app.set_version_flag("--version", "mailtree " MAILTREE_VERSION);
   app.require_subcommand(1);
   app.footer(kFooter);
@@ -92,7 +93,7 @@ int run(int argc, char** argv) {
   try {
     app.parse(protectedArguments(argc, argv));
   } catch (const CLI::ParseError& error) {
-    return usageError(app, error);
+    return exitForParseError(app, error);
   }
   return static_cast<int>(action());
 }
@@ -101,12 +102,12 @@ int run(int argc, char** argv) {
 }  // namespace mailtree::cli
 
 int main(int argc, char** argv) {
-  if (!mailtree::cli::holdStandardStreams()) return static_cast<int>(mailtree::cli::Exit::unreadable);
+  if (!mailtree::cli::reserveStandardStreams()) return static_cast<int>(mailtree::cli::Exit::unreadable);
   try {
     mailtree::cli::cleanUpAtSignals();
     return mailtree::cli::run(argc, argv);
   } catch (const std::exception& error) {  // out of memory, or a stream that throws
-    mailtree::cli::complain(error.what());
+    mailtree::cli::reportError(error.what());
     return static_cast<int>(mailtree::cli::Exit::unreadable);
   }
 }

@@ -1,4 +1,4 @@
-// cli/merge.cpp - mailtree merge: one message for each row of a table.
+// cli/merge.cpp - mailtree merge: makes a message for each row of a table.
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
@@ -9,8 +9,8 @@
 #include "cli/message/input.h"
 #include "cli/message/structure.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
 #include "cli/support/csv.h"
+#include "cli/support/errors.h"
 #include "cli/support/progress.h"
 #include "cli/support/saving.h"
 
@@ -35,25 +35,26 @@ std::unique_ptr<MergeTarget> targetOf(const MergeOptions& options) {
                                  : mailboxTarget(options.mailbox, options.force);
 }
 
-/// The table with its header read, and the template ready for its columns.
+/// Checks the template against the columns of the table and prepares it.
 Exit prepare(const MergeOptions& options, const CsvTable& table, MergeTemplate& form) {
   std::optional<std::size_t> toColumn;
   if (options.toField) {
     toColumn = table.columnOf(*options.toField);
-    if (!toColumn) return refuse("--to-field", "no column is called '" + *options.toField + "'");
+    if (!toColumn) return usageError("--to-field", "no column '" + *options.toField + "'");
   }
-  if (const auto unknown = form.termWithoutColumn(table)) {
-    complain(options.file, *unknown);
+  if (const auto unknown = form.unknownTerm(table)) {
+    reportError(options.file, *unknown);
     return Exit::unreadable;
   }
-  if (form.hasTermsOutOfReach(table))
-    complain(options.file, "warning: terms in an attached message are left as they are");
+  if (form.hasTermsInAttachedMessages(table))
+    reportError(options.file, "warning: terms in attached messages are not replaced");
   if (form.prepare(table, toColumn, options.rawHtml)) return Exit::fine;
-  complain(options.file, "not enough memory");
+  reportError(options.file, "not enough memory");
   return Exit::unreadable;
 }
 
-/// The next row that a message can be made of. False at the end, and after a complaint, which `result` tells.
+/// Reads the next row and checks its addresses. False at the end, and after reporting an error,
+/// with `result` set.
 bool nextGoodRow(CsvTable& table, const MergeTemplate& form, CsvRow& row, Exit& result) {
   if (!table.next(row)) {
     if (table.failed()) result = Exit::unreadable;
@@ -61,33 +62,33 @@ bool nextGoodRow(CsvTable& table, const MergeTemplate& form, CsvRow& row, Exit& 
   }
   const auto problem = form.problemOf(row);
   if (!problem) return true;
-  table.complainAt(problem->line, problem->what);
+  table.reportErrorAt(problem->line, problem->what);
   result = Exit::unreadable;
   return false;
 }
 
-/// Reads the whole table, so that nothing is written when something in it is wrong.
+/// Checks the whole table first, because nothing is written when any row is wrong.
 Exit countRows(CsvTable& table, const MergeTemplate& form, std::uint64_t& rows) {
   Exit result = Exit::fine;
   CsvRow row;
   for (rows = 0; nextGoodRow(table, form, row, result);) ++rows;
   if (result != Exit::fine || rows > 0) return result;
-  table.complainAt(0, "no rows stand below the header");
+  table.reportErrorAt(0, "no rows after the header");
   return Exit::negative;
 }
 
-/// A table that somebody writes to in the meantime gives fewer messages or bad ones: then there is a complaint.
+/// Reports an error if the table has changed since it was checked.
 Exit writeMessages(CsvTable& table, const MergeTemplate& form, std::uint64_t messages, MergeTarget& target) {
   ProgressBar bar(table.size());
   Exit result = Exit::fine;
   CsvRow row;
   for (std::uint64_t done = 0; done < messages; ++done) {
     if (!nextGoodRow(table, form, row, result)) {
-      if (result == Exit::fine) table.complainAt(0, "it got shorter while it was read");
+      if (result == Exit::fine) table.reportErrorAt(0, "it became shorter while it was read");
       return Exit::unreadable;
     }
     const EmailPtr email = form.fill(row);
-    if (!email) complain("not enough memory");
+    if (!email) reportError("not enough memory");
     if (!email || !target.put(*email)) return Exit::unreadable;
     bar.show(done + 1, table.position());
   }
@@ -104,7 +105,7 @@ Exit merge(const MergeOptions& options, const TermForm& termForm) {
   if (!message) return Exit::unreadable;
   const Exit limits = reportLimits(options.file, message->limits());
   if (isSigned(*message->root))
-    complain(options.file, "warning: the message is signed, and its signature may no longer fit");
+    reportError(options.file, "warning: the message is signed, and its signature may no longer verify");
   std::optional<CsvTable> table = CsvTable::open(options.data);
   if (!table) return Exit::unreadable;
   MergeTemplate form(std::move(*message), termForm);
@@ -112,38 +113,38 @@ Exit merge(const MergeOptions& options, const TermForm& termForm) {
   std::uint64_t messages = 0;
   if (const Exit result = countRows(*table, form, messages); result != Exit::fine) return result;
   if (options.limit > 0) messages = std::min(messages, options.limit);
-  if (options.dryRun) return graver(limits, report(messages));
+  if (options.dryRun) return worse(limits, report(messages));
 
   const std::unique_ptr<MergeTarget> target = targetOf(options);
   if (!table->rewind() || !target->open(messages)) return Exit::unreadable;
   const Exit written = writeMessages(*table, form, messages, *target);
   if (written != Exit::fine) return written;
-  return target->commit() ? graver(limits, report(messages)) : Exit::unreadable;
+  return target->commit() ? worse(limits, report(messages)) : Exit::unreadable;
 }
 
 std::string checkFileName(const std::string& name) {
-  if (name == "-") return "standard output holds no folder, and no mailbox that is whole or not at all";
+  if (name == "-") return "cannot be standard output";
   return checkNameGiven(name);
 }
 
 void addDestinations(CLI::App& verb, MergeOptions& options) {
   CLI::Option* folder =
-      addText(verb, "--dir", options.folder, "Folder for files 000001.eml and so on, made when it is missing")
+      addText(verb, "--dir", options.folder, "Folder for files 000001.eml and so on, created if missing")
           ->check(checkFileName);
-  addText(verb, "--mbox", options.mailbox, "Mailbox file (mboxrd), whole or not at all")
+  addText(verb, "--mbox", options.mailbox, "Mailbox file (mboxrd), written whole or not at all")
       ->check(checkFileName)
       ->excludes(folder);
-  verb.add_flag("--force", options.force, "Replace files that are there");
-  verb.add_option("--limit", options.limit, "Only so many messages, from the first row on")
+  verb.add_flag("--force", options.force, "Overwrite existing files");
+  verb.add_option("--limit", options.limit, "Maximum number of messages, from the first row")
       ->check([](const std::string& number) {
-        return number == "0" || number.starts_with('-') ? "at least one message" : std::string();
+        return number == "0" || number.starts_with('-') ? "must be at least 1" : std::string();
       });
   verb.add_flag("--dry-run", options.dryRun, "Check everything and write nothing");
 }
 
 void checkOptions(const MergeOptions& options) {
   if (options.folder.empty() && options.mailbox.empty() && !options.dryRun)
-    throw CLI::ValidationError("--dir, --mbox", "one of them says where the messages go");
+    throw CLI::ValidationError("--dir, --mbox", "one of them is required");
   if (options.file == "-" && options.data == "-")
     throw CLI::ValidationError("-", "standard input can be only one of the files");
 }
@@ -160,20 +161,19 @@ void addMerge(CLI::App& app, Action& action) {
       ->required();
   addText(*verb, "--to-field", options->toField,
           "Column with the recipient of each message: an address or 'Name <address>'");
-  addText(*verb, "--key", options->key, "What a term looks like, %s being the column; {{%s}} without it");
-  verb->add_flag("--raw-html", options->rawHtml, "Put values into HTML as they are instead of escaping them");
+  addText(*verb, "--key", options->key, "Pattern of a term, with %s for the column (default: {{%s}})");
+  verb->add_flag("--raw-html", options->rawHtml, "Insert values into HTML without escaping");
   addDestinations(*verb, *options);
   verb->footer(
-      "Terms are replaced in texts, header fields, names and addresses; every message gets a Message-ID and "
-      "a\n"
-      "date of its own. Attached messages stay as they are, and so does a Bcc, for the program that sends.\n"
-      "The whole table is checked first: when something in it is wrong nothing is "
-      "written.\n\n"
+      "Terms are replaced in texts, header fields, names and addresses; every message gets its own\n"
+      "Message-ID and Date. Attached messages are not changed. Bcc is kept for the program that sends.\n"
+      "The whole table is checked first; nothing is written when any row is wrong.\n"
+      "\n"
       "Example:\n  mailtree merge letter.eml --data people.csv --to-field email --dir out");
   verb->callback([options, &action] {
     checkOptions(*options);
     const auto form = termFormOf(options->key);
-    if (!form) throw CLI::ValidationError("--key", "text must stand on both sides of one %s");
+    if (!form) throw CLI::ValidationError("--key", "must have exactly one %s with text on both sides");
     action = [options, form = *form] { return merge(*options, form); };
   });
 }

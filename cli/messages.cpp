@@ -1,4 +1,4 @@
-// cli/messages.cpp - mailtree messages: the messages inside a message, listed or written to files.
+// cli/messages.cpp - mailtree messages: lists the messages inside a message, or writes them to files.
 #include <CLI/CLI.hpp>
 #include <array>
 #include <ctime>
@@ -10,7 +10,7 @@
 #include "cli/message/input.h"
 #include "cli/message/outline.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/file_names.h"
 #include "cli/support/json_values.h"
 #include "cli/support/saving.h"
@@ -32,7 +32,7 @@ struct MessagesOptions {
   bool isListing() const { return !all && wanted.empty(); }
 };
 
-/// "2026-04-22 13:30" in the reader's own zone.
+/// "2026-04-22 13:30" in the local time zone.
 std::string shortDate(const std::optional<SorvikSysTime>& date) {
   if (!date) return "-";
   const auto seconds = static_cast<std::time_t>(date->toUnixTime());
@@ -43,7 +43,7 @@ std::string shortDate(const std::optional<SorvikSysTime>& date) {
   return text.data();
 }
 
-std::string senderShown(const InnerMessage& message) {
+std::string senderText(const InnerMessage& message) {
   const std::optional<_svEmailAddress> sender = message.sender();
   return sender ? singleSpaced(displayForm(*sender)) : "-";
 }
@@ -54,7 +54,7 @@ bool writeTable(InnerMessages& messages) {
   while (const InnerMessage* message = messages.next()) {
     any = true;
     table.add({message->number, message->part, shortDate(message->date()),
-               humanSize(message->bytes.getSize()), senderShown(*message), singleSpaced(message->subject())});
+               humanSize(message->bytes.getSize()), senderText(*message), singleSpaced(message->subject())});
   }
   if (any) table.write(std::cout);
   return any;
@@ -85,7 +85,7 @@ bool writeJson(const MessagesOptions& options, InnerMessages& messages, LimitSet
   return any;
 }
 
-/// A name that sorts by the date of the message.
+/// A file name that sorts by the date of the message.
 std::string fileNameOf(const InnerMessage& message) {
   SorvikSysTime now;
   now.getCurrentGmt();
@@ -94,10 +94,11 @@ std::string fileNameOf(const InnerMessage& message) {
   return name.extractString();
 }
 
-/// A file that cannot be written does not stop the others.
+/// Continues after a file that cannot be written.
 Exit writeToFolder(const MessagesOptions& options, InnerMessages& messages) {
-  FreeNames names(options.folder == "." ? std::filesystem::path() : std::filesystem::path(options.folder),
-                  /*mayOverwrite=*/false);
+  UniqueFileNames names(
+      options.folder == "." ? std::filesystem::path() : std::filesystem::path(options.folder),
+      /*mayOverwrite=*/false);
   Exit result = Exit::negative;
   while (const InnerMessage* message = messages.next()) {
     if (!options.all && message->number != options.wanted) continue;
@@ -107,7 +108,7 @@ Exit writeToFolder(const MessagesOptions& options, InnerMessages& messages) {
     }
     const std::string path = names.pick(fileNameOf(*message));
     if (saveFile(path, message->bytes.view(), Existing::refuse))
-      tellPath(path);
+      printPath(path);
     else
       result = Exit::unreadable;
   }
@@ -125,7 +126,7 @@ Exit write(const MessagesOptions& options, InnerMessages& messages) {
   const Exit result =
       options.output.empty() ? writeToFolder(options, messages) : writeToOutput(options, messages);
   if (result == Exit::negative)
-    complain(options.file, options.all ? "no messages in it" : "no message " + options.wanted);
+    reportError(options.file, options.all ? "contains no messages" : "no message " + options.wanted);
   return result;
 }
 
@@ -140,35 +141,35 @@ Exit messages(const MessagesOptions& options) {
     result = Exit::negative;
   LimitSet limits = message->limits();
   limits.add(inner.limits());
-  result = graver(result, reportLimits(options.file, limits));
-  return graver(result, finishStandardOutput());
+  result = worse(result, reportLimits(options.file, limits));
+  return worse(result, finishStandardOutput());
 }
 
 /// "2", "2/0"
 std::string checkNumber(const std::string& number) {
   char last = '/';
   for (const char c : number) {
-    if (!isDigitAscii(c) && (c != '/' || last == '/')) return "no number of a message: " + number;
+    if (!isDigitAscii(c) && (c != '/' || last == '/')) return "not a message number: " + number;
     last = c;
   }
-  return last == '/' ? "no number of a message: " + number : std::string();
+  return last == '/' ? "not a message number: " + number : std::string();
 }
 
 void addDestinations(CLI::App& verb, MessagesOptions& options) {
-  CLI::Option* json = verb.add_flag("--json", options.json, "The list as one JSON object on one line");
+  CLI::Option* json = verb.add_flag("--json", options.json, "Print the list as one JSON object on one line");
   CLI::Option* wanted = addText(verb, "--extract", options.wanted, "Write the message with this number")
                             ->check(checkNumber)
                             ->excludes(json);
-  verb.add_flag("--all", options.all, "Write all of them")->excludes(wanted)->excludes(json);
+  verb.add_flag("--all", options.all, "Write all messages")->excludes(wanted)->excludes(json);
   CLI::Option* folder = addText(verb, "--dir", options.folder,
-                                "Folder to write to, made when it is missing; this one without it")
+                                "Folder to write to, created if missing (default: current folder)")
                             ->check(checkNameGiven);
   CLI::Option* output =
-      addText(verb, "-o,--output", options.output, "With --extract: the file to write; - is standard output")
+      addText(verb, "-o,--output", options.output, "With --extract: file to write; - is standard output")
           ->check(checkNameGiven)
           ->excludes(folder)
           ->needs(wanted);
-  verb.add_flag("--force", options.force, "With --output: replace a file that is there")->needs(output);
+  verb.add_flag("--force", options.force, "With --output: overwrite an existing file")->needs(output);
 }
 
 }  // namespace
@@ -182,9 +183,8 @@ void addMessages(CLI::App& app, Action& action) {
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   addDestinations(*verb, *options);
   verb->footer(
-      "A message inside message 2 has the number 2/0; \"Part\" is its part as show draws it, also one by "
-      "one.\n"
-      "They are written byte for byte, under new names that sort by date. Every name is printed.\n\n"
+      "A message inside message 2 has the number 2/0. \"Part\" is the number of its part in show.\n"
+      "Messages are written byte for byte, under names that sort by date. Every name is printed.\n\n"
       "Example:\n  mailtree messages samples/digest.eml\n"
       "  mailtree messages mail.eml --extract 0 -o - | mailtree show -\n"
       "  mailtree messages mail.eml --all --dir inner");

@@ -1,7 +1,8 @@
-// cli/mht.cpp - mailtree mht: a message as a web archive, one file with the page and its images (RFC 2557).
+// cli/mht.cpp - mailtree mht: converts a message to a web archive, one file with the HTML and its
+// images (RFC 2557).
 //
-// Browsers show the first part of a multipart/related and take from the others what the page refers to. They know
-// parts by Content-ID and by Content-Location, the latter only when it is an absolute URL.
+// Browsers show the first part of a multipart/related and find the parts it refers to by Content-ID, or by
+// Content-Location if that is an absolute URL.
 #include <CLI/CLI.hpp>
 #include <memory>
 #include <unordered_set>
@@ -24,8 +25,8 @@ struct MhtOptions {
   std::string output;
 };
 
-/// Where a page stands that does not say so: a host that cannot exist (RFC 2606).
-constexpr std::string_view kNowhere = "http://message.invalid/";
+/// Location of a page without one: a host that cannot exist (RFC 2606).
+constexpr std::string_view kDefaultBase = "http://message.invalid/";
 
 std::string fieldOf(const Email2& node, const char* name) {
   LogNull quiet;
@@ -34,7 +35,7 @@ std::string fieldOf(const Email2& node, const char* name) {
   return value.extractString();
 }
 
-/// What a page is made of, taken from a message that may be changed.
+/// Builds a web archive from a message, which it changes.
 class Archive {
  public:
   explicit Archive(Email2& mail) : m_mail(mail), m_htmlPart(mail.findHtmlPart()) {}
@@ -46,7 +47,7 @@ class Archive {
     copyFields(*archive);
     findReferenced();
     setPage(*archive);
-    takeItems(m_mail, *archive);
+    moveItems(m_mail, *archive);
     return archive;
   }
 
@@ -61,7 +62,7 @@ class Archive {
 
   void copyFields(Email2& archive) {
     for (const char* name : {"From", "To", "Cc", "Subject", "Date"}) {
-      // Not decoded: the text of an encoded word is no address.
+      // Copied undecoded, because a decoded word could change an address.
       std::string scratch;
       const MimeHeader& header = m_mail.m_header;
       const std::string value(header.unfoldedValue(header.findField(name), scratch));
@@ -84,8 +85,8 @@ class Archive {
       part->setHeaderField("Content-Location", m_base.c_str(), m_log);
   }
 
-  /// Moves what the page may refer to behind it.
-  void takeItems(Email2& node, Email2& archive) {
+  /// Moves the items that the page may refer to after it.
+  void moveItems(Email2& node, Email2& archive) {
     for (int i = 0; i < node.getNumParts();) {
       Email2* const part = node.getPart(i);
       if (part && isItem(*part, node)) {
@@ -94,13 +95,13 @@ class Archive {
         archive.insertSubPartAtIndex(node.extractSubpartByIndex(i), -1);
         continue;
       }
-      if (part) takeItems(*part, archive);
+      if (part) moveItems(*part, archive);
       ++i;
     }
   }
 
-  /// What a style sheet refers to is not seen in the page, so everything in the enclosure of the page that is no
-  /// attachment counts too.
+  /// Style sheets may refer to items that the page does not mention, so all items in the page's enclosure
+  /// that are not attachments count too.
   bool isItem(Email2& part, Email2& parent) {
     if (part.getNumParts() > 0 || &part == m_htmlPart) return false;
     if (m_referenced.contains(&part)) return true;
@@ -108,23 +109,23 @@ class Archive {
            !part.isStrictAttachment(&m_log);
   }
 
-  /// Finds the parts whose Content-ID or location stands in the page, in one search for all.
+  /// Finds the parts whose Content-ID or location occurs in the page, in one search.
   void findReferenced() {
     std::vector<const Email2*> parts;
     SubstringSet names;
     walk(m_mail, [&](const Email2& part) {
       parts.push_back(&part);
-      names.add(nameInPage(idOf(part)));
-      names.add(nameInPage(locationOf(part)));
+      names.add(searchableName(idOf(part)));
+      names.add(searchableName(locationOf(part)));
     });
     const std::vector<bool> found = names.findIn(m_html.view());
     for (std::size_t i = 0; i < parts.size(); ++i)
       if (found[2 * i] || found[2 * i + 1]) m_referenced.insert(parts[i]);
   }
 
-  /// What is longer than any reference, or than the page, cannot occur in it; the search would keep every byte.
-  std::string nameInPage(std::string name) const {
-    constexpr std::size_t kMostBytes = 8'000;  // of a URL, as servers take them
+  /// Names longer than any reference or than the page cannot occur; searching for them would cost memory.
+  std::string searchableName(std::string name) const {
+    constexpr std::size_t kMostBytes = 8'000;  // longest URL that servers accept
     return name.size() <= std::min(kMostBytes, m_html.getSize()) ? name : std::string();
   }
 
@@ -146,10 +147,10 @@ class Archive {
     return end != std::string_view::npos && end > 0 && url[end] == ':';
   }
 
-  /// A location as a browser would resolve it on the page, in ASCII.
+  /// Resolves a location against the page as a browser does, in ASCII.
   std::string resolve(std::string_view location) const {
     const std::string_view base =
-        m_base.find("://") == std::string::npos ? kNowhere : std::string_view(m_base);
+        m_base.find("://") == std::string::npos ? kDefaultBase : std::string_view(m_base);
     std::string url;
     if (!hasScheme(location)) {
       const std::size_t host = base.find("://") + 3;
@@ -184,15 +185,15 @@ Exit mht(const MhtOptions& options) {
   if (!message) return Exit::unreadable;
   const Exit result = reportLimits(options.file, message->limits());
   const EmailPtr archive = Archive(*message->root).make();
-  return graver(result, writeMessage(*archive, options.output));
+  return worse(result, writeMessage(*archive, options.output));
 }
 
 }  // namespace
 
 void addMht(CLI::App& app, Action& action) {
   auto options = std::make_shared<MhtOptions>();
-  CLI::App* verb =
-      app.add_subcommand("mht", "Keep a message as a web archive: the page with its images, no attachments");
+  CLI::App* verb = app.add_subcommand(
+      "mht", "Convert a message to a web archive: the HTML with its images, without attachments");
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   addOutput(*verb, options->output);
   verb->footer("Example:\n  mailtree mht samples/newsletter.eml -o page.mht && chromium page.mht");

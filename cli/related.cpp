@@ -1,4 +1,4 @@
-// cli/related.cpp - mailtree related: what the HTML of a message shows, as a table or as JSON.
+// cli/related.cpp - mailtree related: lists the items that the HTML shows, as a table or as JSON.
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
@@ -6,7 +6,7 @@
 #include "cli/commands.h"
 #include "cli/message/input.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/table.h"
 #include "cli/support/terminal.h"
 #include "cli/views/json_view.h"
@@ -21,7 +21,7 @@ struct RelatedOptions {
 
 std::string orDash(std::string_view text) { return text.empty() ? "-" : cellOrQuoted(text); }
 
-/// How the HTML refers to an item: by its Content-ID, else by its location.
+/// The HTML's reference to an item: its Content-ID, else its Content-Location.
 std::string referenceOf(const Email2& item) {
   const std::string_view id = trim(item.m_contentId.view());
   return orDash(id.empty() ? fieldOf(item, "Content-Location").value_or("") : id);
@@ -47,8 +47,8 @@ Exit related(const RelatedOptions& options) {
   else if (!items.empty())
     writeTable(outline, items);
   const Exit result =
-      graver(items.empty() ? Exit::negative : Exit::fine, reportLimits(options.file, message->limits()));
-  return graver(result, finishStandardOutput());
+      worse(items.empty() ? Exit::negative : Exit::fine, reportLimits(options.file, message->limits()));
+  return worse(result, finishStandardOutput());
 }
 
 }  // namespace
@@ -60,8 +60,8 @@ void addRelated(CLI::App& app, Action& action) {
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   verb->add_flag("--json", options->json, "One JSON object on one line");
   verb->footer(
-      "\"No\" is what edit takes as --drop-related, \"Part\" what show draws and extract takes as --part.\n"
-      "Everything in the enclosure counts but a first part that is the HTML.\n\n"
+      "\"No\" is the number for edit --drop-related, \"Part\" the number in show and for extract --part.\n"
+      "Every part of the multipart/related counts, except the HTML itself as its first part.\n\n"
       "Example:\n  mailtree related samples/newsletter.eml\n"
       "  mailtree related --json mail.eml | jq '.related[].content_id'");
   verb->callback([options, &action] { action = [options] { return related(*options); }; });

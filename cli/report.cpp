@@ -1,4 +1,4 @@
-// cli/report.cpp - mailtree report: what a delivery status, a disposition notification or a feedback report says.
+// cli/report.cpp - mailtree report: reads delivery status, disposition notification and feedback reports.
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
@@ -7,7 +7,7 @@
 #include "cli/message/input.h"
 #include "cli/message/outline.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/json_values.h"
 #include "cli/support/table.h"
 #include "cli/support/terminal.h"
@@ -21,13 +21,12 @@ struct ReportOptions {
   bool json = false;
 };
 
-/// A report taken out of its message.
+/// A report read from its message.
 struct Report {
   ReportKind kind;
   ReportFields fields;
-  std::string
-      original;      ///< Text of the message it is about, or only of its header; empty when it is not there.
-  std::string text;  ///< For people.
+  std::string original;  ///< The reported message or its header; empty when missing.
+  std::string text;      ///< The human-readable part.
 };
 
 constexpr std::string_view nameOf(ReportKind kind) noexcept {
@@ -48,7 +47,7 @@ bool isOriginal(std::string_view type) noexcept {
   return false;
 }
 
-/// The first part that is a report decides; the message it is about comes behind it.
+/// Reads the first part that is a report; the reported message follows it.
 std::optional<Report> reportIn(Message& message) {
   const Outline outline = outlineOf(*message.root);
   std::optional<Report> report;
@@ -64,7 +63,7 @@ std::optional<Report> reportIn(Message& message) {
   return report;
 }
 
-/// What identifies the message that a report is about.
+/// Identifies the reported message.
 struct Original {
   std::string id, subject;
 };
@@ -111,14 +110,16 @@ void writeJson(const std::string& file, const std::optional<Report>& report, Lim
   std::cout << lineOf(json) << '\n';
 }
 
-void writeSaid(std::string_view line) { writeLine(std::cout, standardOutputColumns(), kSaid, kSaid, line); }
+void writeMessageLine(std::string_view line) {
+  writeLine(std::cout, standardOutputColumns(), kMessageLinePrefix, kMessageLinePrefix, line);
+}
 
 void writeFields(const Report& report) {
   const Original original = originalOf(report);
   std::cout << "Report: " << nameOf(report.kind) << '\n';
   const std::string about = original.subject + (original.subject.empty() ? "" : " ") + original.id;
   if (!about.empty()) writeLine("About:  ", about);
-  for (const ReportField& field : report.fields.message) writeSaid(field.name + ": " + field.value);
+  for (const ReportField& field : report.fields.message) writeMessageLine(field.name + ": " + field.value);
 }
 
 std::string cell(std::string_view text) { return text.empty() ? "-" : singleSpaced(text); }
@@ -136,7 +137,7 @@ void writeText(const Report& report) {
   if (!text.empty()) std::cout << '\n';
   for (std::string_view rest = text; !rest.empty();) {
     const std::size_t end = std::min(rest.find('\n'), rest.size());
-    writeSaid(trimRight(rest.substr(0, end)));
+    writeMessageLine(trimRight(rest.substr(0, end)));
     rest.remove_prefix(std::min(end + 1, rest.size()));
   }
 }
@@ -150,10 +151,10 @@ Exit report(const ReportOptions& options) {
   else if (found)
     writeText(*found);
   else
-    complain(options.file, "no report");
+    reportError(options.file, "not a report");
   const Exit result =
-      graver(found ? Exit::fine : Exit::negative, reportLimits(options.file, message->limits()));
-  return graver(result, finishStandardOutput());
+      worse(found ? Exit::fine : Exit::negative, reportLimits(options.file, message->limits()));
+  return worse(result, finishStandardOutput());
 }
 
 }  // namespace
@@ -161,13 +162,13 @@ Exit report(const ReportOptions& options) {
 void addReport(CLI::App& app, Action& action) {
   auto options = std::make_shared<ReportOptions>();
   CLI::App* verb = app.add_subcommand("report",
-                                      "Tell what became of a message, from a bounce, a read receipt or a "
-                                      "complaint; status 1 when it is none");
+                                      "Show what happened to a message, from a bounce, a read receipt or a "
+                                      "complaint; status 1 when it is not a report");
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   verb->add_flag("--json", options->json, "One JSON object on one line");
   verb->footer(
-      "First what is about the whole message, then one row for each recipient, then the text for people.\n"
-      "A bounce that is only text for people is no report.\n\n"
+      "Shows the fields of the whole message, a row for each recipient, and the human-readable text.\n"
+      "A bounce with only human-readable text is not a report.\n\n"
       "Example:\n  mailtree report samples/delivery-report.eml\n"
       "  mailtree report --json mail.eml | jq -r '.recipients[] | select(.action == \"failed\") | "
       ".recipient'");

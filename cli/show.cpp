@@ -1,4 +1,4 @@
-// cli/show.cpp - mailtree show: what a message is, for a person or as JSON.
+// cli/show.cpp - mailtree show: shows a message to people, or as JSON.
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
@@ -6,9 +6,9 @@
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
-#include "cli/secure/examination.h"
+#include "cli/secure/verification.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/files.h"
 #include "cli/views/json_view.h"
 #include "cli/views/text_view.h"
@@ -37,22 +37,22 @@ void writeTitle(const std::string& file, bool isFirst, const Style& style) {
 
 Exit showOne(const std::string& file, const ShowOptions& options, Keys& keys, const Style& style,
              bool isFirst) {
-  std::optional<Examined> examined = examine(file, keys);
-  if (!examined) return Exit::unreadable;
+  std::optional<Verification> verification = verifyMessage(file, keys);
+  if (!verification) return Exit::unreadable;
   if (options.json) {
-    std::cout << jsonOf(file, *examined, {options.headers}) << '\n';
+    std::cout << jsonOf(file, *verification, {options.headers}) << '\n';
   } else {
     if (options.files.size() > 1) writeTitle(file, isFirst, style);
-    writeText(std::cout, *examined, {style, options.headers, options.verbose});
+    writeText(std::cout, *verification, {style, options.headers, options.verbose});
   }
-  return reportLimits(file, examined->message.limits());
+  return reportLimits(file, verification->message.limits());
 }
 
-/// Puts the files of folders in their place.
+/// Replaces folders by their files.
 Exit openFolders(ShowOptions& options) {
   Exit result = Exit::fine;
   std::vector<std::string> files;
-  for (const std::string& path : options.files) result = graver(result, appendFiles(path, files));
+  for (const std::string& path : options.files) result = worse(result, appendFiles(path, files));
   options.files = std::move(files);
   return result;
 }
@@ -64,22 +64,24 @@ Exit show(ShowOptions options) {
   Exit result = openFolders(options);
   bool isFirst = true;
   for (const std::string& file : options.files) {
-    result = graver(result, showOne(file, options, keys, style, isFirst));
+    result = worse(result, showOne(file, options, keys, style, isFirst));
     isFirst = false;
   }
-  return graver(result, finishStandardOutput());
+  return worse(result, finishStandardOutput());
 }
 
 }  // namespace
 
 void addShow(CLI::App& app, Action& action) {
   auto options = std::make_shared<ShowOptions>();
-  CLI::App* verb = app.add_subcommand("show", "Show messages: who, what, the tree of parts, the first lines");
+  CLI::App* verb =
+      app.add_subcommand("show", "Show messages: main header fields, tree of parts, first lines of text");
   addTexts(*verb, "FILE", options->files, "Messages, or folders of them; - is standard input")->required();
   verb->add_flag("--json", options->json, "One JSON object per message, one line each");
-  verb->add_flag("--headers", options->headers, "Every header field, decoded");
-  verb->add_flag("-v,--verbose", options->verbose, "Why a part is an attachment, what was repaired");
-  CLI::Option* colour = verb->add_flag("--color", options->colour, "Colour, also when output is no terminal");
+  verb->add_flag("--headers", options->headers, "Show every header field, decoded");
+  verb->add_flag("-v,--verbose", options->verbose, "Show why parts are attachments, and what was repaired");
+  CLI::Option* colour =
+      verb->add_flag("--color", options->colour, "Colour even when the output is not a terminal");
   verb->add_flag("--no-color", options->noColour, "No colour (as with NO_COLOR in the environment)")
       ->excludes(colour);
   addReadingKeyOptions(*verb, options->keys);

@@ -1,4 +1,4 @@
-// cli/sign.cpp - mailtree sign: a message with an S/MIME signature.
+// cli/sign.cpp - mailtree sign: signs a message with S/MIME.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
@@ -9,7 +9,7 @@
 #include "cli/secure/keys.h"
 #include "cli/secure/sending.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/output_file.h"
 #include "mailtree/crypto/Cades.h"
 
@@ -26,7 +26,7 @@ struct SignOptions {
   std::string output;
 };
 
-/// Digests that are still worth something, and what a Content-Type calls them (RFC 8551, 3.5.3.2).
+/// Secure digests and their micalg names (RFC 8551, 3.5.3.2).
 struct DigestRow {
   std::string_view name;
   const char* micalg;
@@ -42,7 +42,7 @@ const DigestRow* digestOf(std::string_view name) {
 }
 
 std::string checkDigest(const std::string& name) {
-  return digestOf(name) ? std::string() : "'" + name + "': it must be sha256, sha384 or sha512";
+  return digestOf(name) ? std::string() : "'" + name + "': must be sha256, sha384 or sha512";
 }
 
 std::string fromOf(Email2& email) {
@@ -51,7 +51,7 @@ std::string fromOf(Email2& email) {
   return address.extractString();
 }
 
-/// Of the certificates that were named the one for From, else the first. Null after a complaint.
+/// The given certificate that matches From, else the first given one. Null after reporting an error.
 Certificate* signerFor(const std::string& file, const std::string& from, Keys& keys) {
   const std::vector<Certificate*> named = keys.withPrivateKey();
   const auto own = std::ranges::find_if(
@@ -59,32 +59,33 @@ Certificate* signerFor(const std::string& file, const std::string& from, Keys& k
   if (own != named.end()) return *own;
   if (!named.empty()) return named.front();
   if (!keys.named.empty()) {
-    complain(file, "the certificate given has no private key (--key, or --p12 for both)");
+    reportError(file, "the given certificate has no private key (use --key, or --p12 for both)");
     return nullptr;
   }
   LogNull log;
   Certificate* const found = keys.store.findByEmailAddr(from.c_str(), /*forEncryption=*/false, log);
   if (!found)
-    complain(file, from.empty() ? "there is no From address to find a certificate by"
-                                : "no certificate with a private key, fit to sign, for " + from);
+    reportError(file, from.empty() ? "missing From address to find a certificate by"
+                                   : "no signing certificate with a private key for " + from);
   return found;
 }
 
-/// What a reader will hold against the signature, said beforehand.
+/// Warns of faults that a reader will find in the signature.
 void warnOf(const std::string& file, const std::string& from, bool isPss, const Certificate& signer) {
   if (!signer.isForAddress(from))
-    complain(file, "warning: the certificate is not issued to " + (from.empty() ? "anybody in From" : from));
+    reportError(file,
+                "warning: the certificate is not issued to " + (from.empty() ? "any address in From" : from));
   if (!signer.isFitFor(CertificateUse::sign))
-    complain(file, "warning: the certificate is not meant for signing mail");
+    reportError(file, "warning: the certificate is not valid for signing mail");
   if (const std::string problem = invalidityOf(signer); !problem.empty())
-    complain(file, "warning: the certificate " + problem);
+    reportError(file, "warning: the certificate " + problem);
   if (isPss && signer.keyAlgorithm() != "RSA")
-    complain(file, "warning: --pss has no effect with a key of " + signer.keyAlgorithm());
+    reportError(file, "warning: --pss has no effect with a key of type " + signer.keyAlgorithm());
 }
 
 EmailPtr signedBy(Email2& email, const SignOptions& options, Certificate& signer, SystemCerts& certs,
                   LogBase& log) {
-  // Into the member only: around a signature that is there already the field must go on naming that one's digest.
+  // Sets only the member: in the field, an existing signature must keep naming its own digest.
   email.m_contentType.m_micalg.setString(std::string_view(digestOf(options.digest)->micalg));
   email.setSigningCert(&signer);
   _clsCades cades;
@@ -109,8 +110,8 @@ Exit sign(const SignOptions& options) {
   warnOf(options.file, from, options.pss, *signer);
   LogMemory log;
   const EmailPtr result = signedBy(*message->root, options, *signer, keys.store, log);
-  if (result) return graver(limits, writeMessage(*result, options.output));
-  complain(options.file, reasonOf(log, "could not be signed"));
+  if (result) return worse(limits, writeMessage(*result, options.output));
+  reportError(options.file, reasonOf(log, "could not be signed"));
   return Exit::negative;
 }
 
@@ -123,20 +124,21 @@ void addSign(CLI::App& app, Action& action) {
   addCertificateOptions(*verb, options->keys);
   addPrivateKeyOptions(*verb, options->keys);
   verb->add_flag("--opaque", options->opaque,
-                 "Put content and signature into one file, which any server leaves alone");
-  addText(*verb, "--digest", options->digest, "sha256 (without it), sha384 or sha512")->check(checkDigest);
-  verb->add_flag("--pss", options->pss, "RSA in PSS instead of PKCS#1 v1.5");
+                 "Put content and signature into one file, which no server changes");
+  addText(*verb, "--digest", options->digest, "Digest: sha256 (default), sha384 or sha512")
+      ->check(checkDigest);
+  verb->add_flag("--pss", options->pss, "Use RSA-PSS instead of PKCS#1 v1.5");
   addText(*verb, "--filename", options->filename,
-          "Name of the signature file; smime.p7s or smime.p7m without it");
-  verb->add_flag("--no-chain", options->noChain, "Only the signer's certificate goes along, none above it");
-  verb->add_flag("--no-time", options->noTime, "Without the time of signing and the ciphers understood");
+          "Name of the signature file (default: smime.p7s or smime.p7m)");
+  verb->add_flag("--no-chain", options->noChain, "Include only the signer's certificate, not its chain");
+  verb->add_flag("--no-time", options->noTime, "Leave out the signing time and the S/MIME capabilities");
   verb->add_flag("--no-certificate-id", options->noCertificateId,
-                 "Without the tie to this very certificate (signing-certificate-v2)");
+                 "Leave out the signing certificate attribute (signing-certificate-v2)");
   addOutput(*verb, options->output);
   verb->footer(
-      "The signer is the certificate of --cert and --key or --p12, else the one in --certs that From's "
-      "address has.\n"
-      "Bcc is taken out. A message that is signed or encrypted is signed as it is, its layers untouched.\n"
+      "The signer is the certificate of --cert and --key or --p12, else the one in --certs issued to\n"
+      "the address in From. Bcc is removed. Signed or encrypted content is signed unchanged, with its\n"
+      "layers.\n"
       "Example:\n  mailtree sign --p12 anna.p12 mail.eml -o signed.eml");
   verb->callback([options, &action] { action = [options] { return sign(*options); }; });
 }

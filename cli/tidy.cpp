@@ -1,4 +1,4 @@
-// cli/tidy.cpp - mailtree tidy: a message cleaned up.
+// cli/tidy.cpp - mailtree tidy: cleans up a message.
 #include <CLI/CLI.hpp>
 #include <memory>
 
@@ -7,7 +7,7 @@
 #include "cli/message/output.h"
 #include "cli/message/structure.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/output_file.h"
 #include "mailtree/mime/html/HtmlPage.h"
 
@@ -20,8 +20,8 @@ struct TidyOptions {
   std::string output;
 };
 
-/// The page that is read is cleaned where it stands: the library looks for the place of a new one, and would put a
-/// second page beside one that is no alternative of the text.
+/// Cleans the displayed HTML in place. The library would search for the place of a new HTML body, and add a
+/// second one when the existing one is no alternative of the text.
 void cleanPage(Email2& email, LogBase& log) {
   Email2* const page = email.getHtmlAlternative();
   if (!page || page->getNumParts() > 0 || !isConvertibleText(page->traits())) return;
@@ -37,7 +37,7 @@ void cleanPage(Email2& email, LogBase& log) {
 
 Exit tidy(const TidyOptions& options) {
   if (!options.unspam && !options.stripPaths && !options.safeEncodings) {
-    complain("one of --unspam, --strip-paths and --safe-encodings is needed");
+    reportError("requires --unspam, --strip-paths or --safe-encodings");
     return Exit::usage;
   }
   std::optional<Message> message = loadMessageToWrite(options.file);
@@ -46,27 +46,27 @@ Exit tidy(const TidyOptions& options) {
 
   Email2& email = *message->root;
   if (isSigned(email))
-    complain(options.file, "warning: the message is signed, and its signature may no longer fit");
+    reportError(options.file, "warning: the message is signed, and its signature may no longer verify");
   LogNull log;
   if (options.unspam) cleanPage(email, log);
   if (options.stripPaths) email.removeAttachmentPaths(log);
   if (options.safeEncodings) email.safeguardBodies(log);
-  return graver(limits, writeMessage(email, options.output));
+  return worse(limits, writeMessage(email, options.output));
 }
 
 }  // namespace
 
 void addTidy(CLI::App& app, Action& action) {
   auto options = std::make_shared<TidyOptions>();
-  CLI::App* verb = app.add_subcommand("tidy", "Clean a message up");
+  CLI::App* verb = app.add_subcommand("tidy", "Clean up a message");
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
-  verb->add_flag("--unspam", options->unspam, "Take out of the HTML what is there to defeat filters");
-  verb->add_flag("--strip-paths", options->stripPaths, "Reduce the names of attachments to the file's own");
+  verb->add_flag("--unspam", options->unspam, "Remove from the HTML what is meant to defeat spam filters");
+  verb->add_flag("--strip-paths", options->stripPaths, "Remove folders from attachment names");
   verb->add_flag("--safe-encodings", options->safeEncodings,
-                 "Encode 8-bit texts and what is called binary, so that any server passes them on");
+                 "Encode 8-bit text and parts labelled binary for any server");
   addOutput(*verb, options->output);
   verb->footer(
-      "At least one of the three is needed. What is shown of a page is not made safe by --unspam.\n"
+      "At least one of the three is required. --unspam does not make HTML safe to display.\n"
       "Example:\n  mailtree tidy --strip-paths --safe-encodings mail.eml -o clean.eml");
   verb->callback([options, &action] { action = [options] { return tidy(*options); }; });
 }

@@ -1,4 +1,4 @@
-// cli/tree.cpp - mailtree tree: how a message is put together.
+// cli/tree.cpp - mailtree tree: shows the structure of a message.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
@@ -7,7 +7,7 @@
 #include "cli/commands.h"
 #include "cli/message/input.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/terminal.h"
 
 namespace mailtree::cli {
@@ -27,7 +27,7 @@ Exit tree(const std::string& file) {
     writeLine(std::cout, standardOutputColumns(), indent, indent + "    ", rest.substr(begin, end - begin));
     rest.remove_prefix(std::min(end, rest.size() - 1) + 1);
   }
-  return graver(result, finishStandardOutput());
+  return worse(result, finishStandardOutput());
 }
 
 }  // namespace
@@ -35,7 +35,7 @@ Exit tree(const std::string& file) {
 void addTree(CLI::App& app, Action& action) {
   auto file = std::make_shared<std::string>();
   CLI::App* verb = app.add_subcommand(
-      "tree", "Show how a message is put together: type, encoding, names and size of each part");
+      "tree", "Show the structure of a message: type, encoding, names and size of each part");
   addText(*verb, "FILE", *file, "Message; - is standard input")->required();
   verb->footer("Example:\n  mailtree tree samples/newsletter.eml");
   verb->callback([file, &action] { action = [file] { return tree(*file); }; });

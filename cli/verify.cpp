@@ -1,13 +1,13 @@
-// cli/verify.cpp - mailtree verify: what the signatures of a message cover, and whether everything about them is right.
+// cli/verify.cpp - mailtree verify: checks the signatures of a message and what they cover.
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
-#include "cli/secure/examination.h"
+#include "cli/secure/verification.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/terminal.h"
 #include "cli/views/layers.h"
 #include "cli/views/security_json.h"
@@ -39,34 +39,36 @@ void writeCheck(const Check& check) {
   writeLine(std::string("  ").append(signOf(check.mark)).append(name), check.text);
 }
 
-void writeLayer(const SecureLayer& layer, std::size_t number, const Examined& examined) {
+void writeLayer(const SecureLayer& layer, std::size_t number, const Verification& verification) {
   std::cout << "layer " << number << ": " << mailtree::nameOf(layer.kind) << '\n';
-  for (const Check& check : checksOf(layer, examined)) writeCheck(check);
+  for (const Check& check : checksOf(layer, verification)) writeCheck(check);
 }
 
 std::string quotedOrNone(const std::string& value) { return value.empty() ? "none" : inQuotes(value); }
 
-void writeChecklist(const Examined& examined) {
-  for (std::size_t i = 0; i < examined.layers.size(); ++i) writeLayer(examined.layers[i], i + 1, examined);
-  for (const InnerField& field : examined.innerFields)
-    writeLine("field ", wordOrQuoted(field.name) + ": inside part " + field.part + " it is " +
-                            quotedOrNone(field.inside) + ", displayed is " + quotedOrNone(field.outside));
-  writeLine(examined.verdict.valid ? "valid: " : "NOT valid: ", examined.verdict.text);
+void writeChecklist(const Verification& verification) {
+  for (std::size_t i = 0; i < verification.layers.size(); ++i)
+    writeLayer(verification.layers[i], i + 1, verification);
+  for (const InnerField& field : verification.innerFields)
+    writeLine("field ", wordOrQuoted(field.name) + ": inside part " + field.part + ": " +
+                            quotedOrNone(field.inside) + ", displayed: " + quotedOrNone(field.outside));
+  writeLine(verification.verdict.valid ? "valid: " : "NOT valid: ", verification.verdict.text);
 }
 
 Exit verify(const VerifyOptions& options) {
   Keys keys;
   if (const Exit result = readKeys(options.keys, keys); result != Exit::fine) return result;
-  const std::optional<Examined> examined = examine(options.file, keys);
-  if (!examined) return Exit::unreadable;
+  const std::optional<Verification> verification = verifyMessage(options.file, keys);
+  if (!verification) return Exit::unreadable;
   if (options.json)
-    std::cout << lineOf({{"schema", kSchema}, {"file", options.file}, {"security", securityOf(*examined)}})
+    std::cout << lineOf(
+                     {{"schema", kSchema}, {"file", options.file}, {"security", securityOf(*verification)}})
               << '\n';
   else
-    writeChecklist(*examined);
-  const Exit answer = examined->verdict.valid ? Exit::fine : Exit::negative;
-  return graver(graver(answer, reportLimits(options.file, examined->message.limits())),
-                finishStandardOutput());
+    writeChecklist(*verification);
+  const Exit answer = verification->verdict.valid ? Exit::fine : Exit::negative;
+  return worse(worse(answer, reportLimits(options.file, verification->message.limits())),
+               finishStandardOutput());
 }
 
 }  // namespace
@@ -74,20 +76,16 @@ Exit verify(const VerifyOptions& options) {
 void addVerify(CLI::App& app, Action& action) {
   auto options = std::make_shared<VerifyOptions>();
   CLI::App* verb = app.add_subcommand(
-      "verify",
-      "Check the signatures of a message; status 1 unless they cover all of it and everything is right");
+      "verify", "Check the signatures of a message; status 1 unless a valid, trusted one covers all of it");
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   verb->add_flag("--json", options->json, "One JSON object on one line");
   addReadingKeyOptions(*verb, options->keys);
   verb->footer(
-      "Status 0 takes all of this: every signature is right; one of them covers all of the content; its "
-      "signer's\n"
-      "certificate leads to an anchor of --trust, is not revoked, is meant for signing, and is issued to the "
-      "one "
-      "address\nin From; no field that is displayed stands otherwise inside. Other fields than From are not "
-      "part of "
-      "what S/MIME\nsigns. ? marks what could not be checked. Encrypted layers are opened with --p12, or "
-      "--cert and --key.\n"
+      "Status 0 requires all of this: every signature is valid; one of them covers all of the content;\n"
+      "its signer's certificate has a certification path to a trust anchor of --trust, is not revoked,\n"
+      "is valid for signing, and is issued to the only address in From; no displayed field differs\n"
+      "inside. S/MIME signs no header fields; only From is checked, by the certificate. ? marks what\n"
+      "could not be checked. Encrypted layers are opened with --p12, or --cert and --key.\n"
       "Example:\n  mailtree verify --trust ca.pem mail.eml");
   verb->callback([options, &action] { action = [options] { return verify(*options); }; });
 }

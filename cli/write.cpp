@@ -1,4 +1,4 @@
-// cli/write.cpp - mailtree write: a message loaded and written back as MIME.
+// cli/write.cpp - mailtree write: loads a message and writes it back as MIME.
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
@@ -7,7 +7,7 @@
 #include "cli/message/input.h"
 #include "cli/message/output.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/files.h"
 #include "cli/support/output_file.h"
 #include "cli/writing/differences.h"
@@ -26,10 +26,10 @@ Exit write(const WriteOptions& options) {
   std::optional<Message> message = loadMessageToWrite(options.file);
   if (!message) return Exit::unreadable;
   const Exit result = reportLimits(options.file, message->limits());
-  return graver(result, writeMessage(*message->root, options.output, options.form));
+  return worse(result, writeMessage(*message->root, options.output, options.form));
 }
 
-/// Says what would differ. Nothing is written.
+/// Prints the differences that writing would make; writes nothing.
 Exit check(const WriteOptions& options) {
   DataBuffer received, written;
   if (!readFile(options.file, received)) return Exit::unreadable;
@@ -39,14 +39,14 @@ Exit check(const WriteOptions& options) {
   StringBuffer text;
   LogMemory log;
   if (!assembleMessage(*message->root, text, log, options.form) || !written.append(text)) {
-    complain(options.file, lastError(log, "the message could not be written whole"));
+    reportError(options.file, lastError(log, "the message could not be written completely"));
     return Exit::unreadable;
   }
   const std::vector<std::string> lines = differencesInBytes(received.view(), written.view());
   for (const std::string& line : lines) std::cout << line << '\n';
   if (lines.empty()) {
-    std::cout << "nothing differs\n";
-    return graver(result, finishStandardOutput());
+    std::cout << "no differences\n";
+    return worse(result, finishStandardOutput());
   }
 
   message = loadMessageToWrite(options.file, received);
@@ -55,7 +55,7 @@ Exit check(const WriteOptions& options) {
   const std::vector<std::string> seen = differencesToReader(*message->root, *after->root);
   for (const std::string& line : seen) std::cout << "a reader sees: " << line << '\n';
   if (seen.empty()) std::cout << "a reader sees no difference\n";
-  return graver(graver(result, Exit::negative), finishStandardOutput());
+  return worse(worse(result, Exit::negative), finishStandardOutput());
 }
 
 }  // namespace
@@ -65,13 +65,12 @@ void addWrite(CLI::App& app, Action& action) {
   CLI::App* verb = app.add_subcommand("write", "Load a message and write it back as MIME");
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   addOutput(*verb, options->output);
-  verb->add_flag(
-          "--check", options->check,
-          "Write nothing, say what would differ from the message as it came in; status 1 when anything does")
+  verb->add_flag("--check", options->check,
+                 "Write nothing; list the differences from the input, status 1 when there are any")
       ->excludes("--output");
   verb->add_flag("--8bit-to-qp", options->form.qpFor8bit, "Write 8bit parts as quoted-printable");
   verb->add_flag("--dot-stuff", options->form.dotStuff,
-                 "Double the dot of every line that begins with one, as SMTP asks for");
+                 "Double the dot at the start of lines, as SMTP requires");
   verb->footer("Example:\n  mailtree write --8bit-to-qp mail.eml -o clean.eml");
   verb->callback([options, &action] {
     action = [options] { return options->check ? check(*options) : write(*options); };

@@ -7,7 +7,7 @@
 #include "cli/message/internal_fields.h"
 #include "cli/message/structure.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/output_file.h"
 
 namespace mailtree::cli {
@@ -27,23 +27,23 @@ Exit xml(const XmlOptions& options) {
   LogMemory log;
   StringBuffer document;
   if (!message->root->getEmailXml(/*compact=*/!options.indent, document, log) || document.isEmpty()) {
-    complain(options.file, lastError(log, "cannot be made XML"));
+    reportError(options.file, lastError(log, "cannot be converted to XML"));
     return Exit::unreadable;
   }
   if (!options.indent) document.appendChar('\n');
   TextFile file(options.output);
   const bool written = file.write(document.text()) && file.commit();
-  return graver(result, written ? Exit::fine : Exit::unreadable);
+  return worse(result, written ? Exit::fine : Exit::unreadable);
 }
 
 }  // namespace
 
 void addXml(CLI::App& app, Action& action) {
   auto options = std::make_shared<XmlOptions>();
-  CLI::App* verb = app.add_subcommand("xml", "Give a message as XML: header fields, parts, bodies");
+  CLI::App* verb = app.add_subcommand("xml", "Convert a message to XML: header fields, parts, bodies");
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   addOutput(*verb, options->output);
-  verb->add_flag("--indent", options->indent, "One element a line, indented; else all on one line");
+  verb->add_flag("--indent", options->indent, "One element per line, indented (default: one line)");
   verb->footer("Example:\n  mailtree xml --indent mail.eml | xmllint --xpath '//subject/text()' -");
   verb->callback([options, &action] { action = [options] { return xml(*options); }; });
 }

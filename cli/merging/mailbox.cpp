@@ -7,7 +7,7 @@
 #include <system_error>
 
 #include "cli/message/output.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/saving.h"
 #include "mailtree/base/Ascii.h"
 
@@ -18,14 +18,14 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t kLeastDigits = 6;
 constexpr std::string_view kExtension = ".eml";
-constexpr const char* kTaken = "is there already; --force replaces it";
+constexpr const char* kExists = "already exists; --force replaces it";
 constexpr const char* kNoMemory = "not enough memory";
 
 bool assembleInto(Email2& email, StringBuffer& text) {
   LogMemory log;
   text.weakClear();
   if (assembleMessage(email, text, log)) return true;
-  complain(lastError(log, kNoMemory));
+  reportError(lastError(log, kNoMemory));
   return false;
 }
 
@@ -51,8 +51,8 @@ class FolderTarget final : public MergeTarget {
     return std::string(m_digits - std::min(m_digits, digits.size()), '0') + digits + std::string(kExtension);
   }
 
-  /// Whether a name is one that will be given.
-  bool isMine(const std::string& name, std::uint64_t messages) const {
+  /// Whether this run will write a file of this name.
+  bool isTargetName(const std::string& name, std::uint64_t messages) const {
     if (name.size() != m_digits + kExtension.size() || !name.ends_with(kExtension)) return false;
     if (!std::all_of(name.begin(), name.end() - kExtension.size(), isDigitAscii)) return false;
     const std::uint64_t number = std::stoull(name);
@@ -62,11 +62,11 @@ class FolderTarget final : public MergeTarget {
   bool isFree(std::uint64_t messages) const {
     std::error_code error;
     for (fs::directory_iterator at(m_folder, error), end; !error && at != end; at.increment(error)) {
-      if (!isMine(at->path().filename().string(), messages)) continue;
-      complain(at->path().string(), kTaken);
+      if (!isTargetName(at->path().filename().string(), messages)) continue;
+      reportError(at->path().string(), kExists);
       return false;
     }
-    if (error) complain(m_folder, error.message());
+    if (error) reportError(m_folder, error.message());
     return !error;
   }
 
@@ -74,7 +74,7 @@ class FolderTarget final : public MergeTarget {
   bool m_force;
   std::size_t m_digits = kLeastDigits;
   std::uint64_t m_number = 0;
-  StringBuffer m_text;  ///< Its memory serves every message.
+  StringBuffer m_text;  ///< Reused for every message.
 };
 
 class MailboxTarget final : public MergeTarget {
@@ -84,24 +84,24 @@ class MailboxTarget final : public MergeTarget {
   bool open(std::uint64_t) override {
     std::error_code ignored;
     if (!m_force && fs::exists(fs::symlink_status(m_path, ignored))) {
-      complain(m_path, kTaken);
+      reportError(m_path, kExists);
       return false;
     }
-    return complainUnless(m_sink.open(m_path.c_str(), m_log, m_force ? Existing::replace : Existing::refuse));
+    return reportUnless(m_sink.open(m_path.c_str(), m_log, m_force ? Existing::replace : Existing::refuse));
   }
 
   bool put(Email2& email) override {
     if (!assembleInto(email, m_text)) return false;
     m_entry.clear();
     appendToMailbox(m_text.view(), email.m_fromAddr.m_address.view(), email.m_date, m_entry);
-    return complainUnless(m_sink.write(m_entry, m_progress, m_log));
+    return reportUnless(m_sink.write(m_entry, m_progress, m_log));
   }
 
-  bool commit() override { return complainUnless(m_sink.commit(m_log)); }
+  bool commit() override { return reportUnless(m_sink.commit(m_log)); }
 
  private:
-  bool complainUnless(bool done) const {
-    if (!done) complain(m_path, lastError(m_log, "cannot be written"));
+  bool reportUnless(bool done) const {
+    if (!done) reportError(m_path, lastError(m_log, "cannot be written"));
     return done;
   }
 
@@ -114,7 +114,7 @@ class MailboxTarget final : public MergeTarget {
   std::string m_entry;
 };
 
-/// "Sat Nov 21 08:30:00 2026", as C's asctime has it.
+/// "Sat Nov 21 08:30:00 2026", the format of asctime().
 std::string asctimeOf(const SorvikSysTime& time) {
   constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
   constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",

@@ -1,4 +1,4 @@
-// cli/merging/mailbox.h - where merged messages go: files in a folder, or one mailbox file.
+// cli/merging/mailbox.h - destinations of merged messages: files in a folder, or one mailbox file.
 #pragma once
 
 #include <cstdint>
@@ -9,26 +9,26 @@
 
 namespace mailtree::cli {
 
-/// Takes messages one by one. Everything is false after a complaint.
+/// Receives messages one by one. All operations return false after reporting an error.
 class MergeTarget {
  public:
   virtual ~MergeTarget() = default;
-  /// Makes ready for so many messages, and makes sure that nothing which is there has to give way to them.
+  /// Prepares for this number of messages, and checks that no existing file would be overwritten.
   virtual bool open(std::uint64_t messages) = 0;
   virtual bool put(Email2& email) = 0;
   virtual bool commit() = 0;
 };
 
 /// Files 000001.eml, 000002.eml and so on.
-/// @param force  files of these names are replaced.
+/// @param force  replace existing files of these names.
 std::unique_ptr<MergeTarget> folderTarget(std::string folder, bool force);
 
-/// A file in the mboxrd form, its lines ending in LF: a "From " line before each message, ">" before every line
-/// that reads like one. It is there whole or not at all.
-/// @param force  a file of this name is replaced.
+/// A file in mboxrd format with LF line breaks: a "From " line before each message, and ">" before every line
+/// that looks like one. Written whole or not at all.
+/// @param force  replace an existing file of this name.
 std::unique_ptr<MergeTarget> mailboxTarget(std::string path, bool force);
 
-/// Appends a message with CRLF line ends in that form.
+/// Appends a message with CRLF line breaks in mboxrd format.
 void appendToMailbox(std::string_view message, std::string_view sender, const SorvikSysTime& received,
                      std::string& out);
 

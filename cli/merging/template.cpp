@@ -16,12 +16,12 @@ namespace mailtree::cli {
 namespace {
 
 constexpr unsigned kSecretBytes = 12;
-constexpr std::string_view kPlace = "%s";
-/// How far the end of a term is looked for on the lines after its beginning.
+constexpr std::string_view kPlaceholder = "%s";
+/// How far to search for the end of a term that is broken across lines.
 constexpr std::size_t kMaxTerm = 200;
 constexpr int kTo = static_cast<int>(RecipientKind::to);
 
-/// Calls for a node and everything below it, parents first, until the visitor returns false.
+/// Visits a node and everything below it, parents first, until the visitor returns false.
 bool visit(Email2& node, const std::function<bool(Email2&)>& visitor) {
   if (!visitor(node)) return false;
   for (int i = 0; i < node.getNumParts(); ++i)
@@ -39,8 +39,8 @@ bool isIn(std::string_view text, std::string_view wanted) {
   return findSubstring(text, wanted) != std::string_view::npos;
 }
 
-/// The terms of a text one after the other, without what surrounds their names. They end on the line they
-/// begin. What was found ahead is remembered, so that a line with thousands of them is searched once.
+/// Iterates over the names of the terms in a text. A term ends on the line where it begins. Positions found
+/// ahead are kept, so a line with thousands of terms is searched once.
 class TermReader {
  public:
   TermReader(std::string_view text, const TermForm& form) : m_text(text), m_form(form) {}
@@ -57,7 +57,7 @@ class TermReader {
     }
     return std::nullopt;
   }
-  /// Where the next one is looked for.
+  /// Where the search for the next term begins.
   std::size_t position() const noexcept { return m_at; }
 
  private:
@@ -74,9 +74,9 @@ std::size_t lineAt(std::string_view text, std::size_t at) {
          1;
 }
 
-/// The first term of a text that names no column, with the line when `isBody`.
-std::optional<std::string> firstUnknown(std::string_view text, const TermForm& form, const CsvTable& table,
-                                        const std::string& place, bool isBody) {
+/// Describes the first term whose name is no column; with its line when `isBody`.
+std::optional<std::string> firstUnknownTerm(std::string_view text, const TermForm& form,
+                                            const CsvTable& table, const std::string& place, bool isBody) {
   TermReader terms(text, form);
   while (const auto name = terms.next()) {
     if (table.columnOf(*name)) continue;
@@ -90,9 +90,9 @@ std::string typeOf(const Email2& node) {
   return node.m_contentType.m_type.isEmpty() ? "text/plain" : std::string(node.m_contentType.m_type.view());
 }
 
-/// The first term that a mail program broke over two lines, where it is no term any longer.
-std::optional<std::string> firstBroken(std::string_view text, const TermForm& form, const CsvTable& table,
-                                       const std::string& place) {
+/// Describes the first term that a mail program broke over two lines, so that it is no longer recognised.
+std::optional<std::string> firstBrokenTerm(std::string_view text, const TermForm& form, const CsvTable& table,
+                                           const std::string& place) {
   std::size_t at = 0;
   while ((at = findSubstring(text, form.prefix, at)) != std::string_view::npos) {
     at += form.prefix.size();
@@ -104,25 +104,26 @@ std::optional<std::string> firstBroken(std::string_view text, const TermForm& fo
     for (std::size_t twice; (twice = name.find("  ")) != std::string::npos;) name.erase(twice, 1);
     if (table.columnOf(name))
       return place + ", line " + std::to_string(lineAt(text, at)) + ": " + form.termOf(name) +
-             " is broken over two lines";
+             " is split across two lines";
   }
   return std::nullopt;
 }
 
-std::optional<std::string> firstUnknownOf(const Email2& node, const TermForm& form, const CsvTable& table) {
+std::optional<std::string> firstUnknownTermOf(const Email2& node, const TermForm& form,
+                                              const CsvTable& table) {
   for (int i = 0; i < node.m_header.getNumFields(); ++i)
-    if (auto unknown = firstUnknown(node.m_header.decodedValue(i), form, table,
-                                    "field " + std::string(node.m_header.fieldName(i)), /*isBody=*/false))
+    if (auto unknown = firstUnknownTerm(node.m_header.decodedValue(i), form, table,
+                                        "field " + std::string(node.m_header.fieldName(i)), /*isBody=*/false))
       return unknown;
   if (!isText(node)) return std::nullopt;
   const std::string place = typeOf(node) + " part";
-  auto unknown = firstUnknown(node.m_body.view(), form, table, place, /*isBody=*/true);
-  return unknown ? unknown : firstBroken(node.m_body.view(), form, table, place);
+  auto unknown = firstUnknownTerm(node.m_body.view(), form, table, place, /*isBody=*/true);
+  return unknown ? unknown : firstBrokenTerm(node.m_body.view(), form, table, place);
 }
 
 void addPair(ExtPtrArray& pairs, const char* key, const char* value) {
   auto pair = std::make_unique<StringPair>(key, value);
-  if (pairs.appendObject(pair.get())) std::ignore = pair.release();  // now the list's
+  if (pairs.appendObject(pair.get())) std::ignore = pair.release();  // the list owns it now
 }
 
 void replaceEverywhere(Email2& root, const std::string& key, const std::string& value) {
@@ -141,8 +142,8 @@ bool replaceInHtml(Email2& root, const std::string& key, const std::string& valu
   return isFound;
 }
 
-/// A value of several lines has those of mail.
-std::string asLines(std::string value) {
+/// Converts the line breaks of a value to CRLF.
+std::string withCrlf(std::string value) {
   if (!contains(value, "\n")) return value;
   StringBuffer lines(value);
   lines.toCRLF();
@@ -167,10 +168,10 @@ bool write(Email2& root, std::string& out) {
 }  // namespace
 
 std::optional<TermForm> termFormOf(std::string_view pattern) {
-  const std::size_t at = pattern.find(kPlace);
+  const std::size_t at = pattern.find(kPlaceholder);
   if (at == std::string_view::npos || at == 0) return std::nullopt;
-  const std::string_view suffix = pattern.substr(at + kPlace.size());
-  if (suffix.empty() || contains(suffix, kPlace)) return std::nullopt;
+  const std::string_view suffix = pattern.substr(at + kPlaceholder.size());
+  if (suffix.empty() || contains(suffix, kPlaceholder)) return std::nullopt;
   return TermForm{std::string(pattern.substr(0, at)), std::string(suffix)};
 }
 
@@ -183,16 +184,16 @@ MergeTemplate::MergeTemplate(Message message, TermForm form)
   m_secret = secret.extractString();
 }
 
-std::optional<std::string> MergeTemplate::termWithoutColumn(const CsvTable& table) const {
+std::optional<std::string> MergeTemplate::unknownTerm(const CsvTable& table) const {
   std::optional<std::string> unknown;
   visit(*m_message.root, [&](Email2& node) {
-    unknown = firstUnknownOf(node, m_form, table);
+    unknown = firstUnknownTermOf(node, m_form, table);
     return !unknown;
   });
   return unknown;
 }
 
-bool MergeTemplate::hasTermsOutOfReach(const CsvTable& table) const {
+bool MergeTemplate::hasTermsInAttachedMessages(const CsvTable& table) const {
   return !visit(*m_message.root, [&](Email2& node) {
     if (!beginsWithNoCase(node.m_contentType.m_type, "message/")) return true;
     return std::ranges::none_of(table.columns(), [&](const std::string& column) {
@@ -206,19 +207,19 @@ MergeTemplate::Token MergeTemplate::newToken(std::size_t column, bool inHtml) co
 }
 
 bool MergeTemplate::prepare(const CsvTable& table, std::optional<std::size_t> toColumn, bool rawHtml) {
-  removeTraces();
+  removeTransportFields();
   if (toColumn) setRecipient(*toColumn);
   std::string written;
   if (!write(*m_message.root, written)) return false;
   for (std::size_t column = 0; column < table.columns().size(); ++column)
-    if (!takeTerms(m_form.termOf(table.columns()[column]), column, !rawHtml, written)) return false;
+    if (!replaceTerm(m_form.termOf(table.columns()[column]), column, !rawHtml, written)) return false;
   findAddressSlots();
   return true;
 }
 
-/// Only what stands in the template gets a token: whether a replacement did something shows in what is written.
-bool MergeTemplate::takeTerms(const std::string& term, std::size_t column, bool escapeHtml,
-                              std::string& written) {
+/// A token is kept only when its term occurs: the written message then changes.
+bool MergeTemplate::replaceTerm(const std::string& term, std::size_t column, bool escapeHtml,
+                                std::string& written) {
   Email2& root = *m_message.root;
   if (escapeHtml) {
     Token token = newToken(column, /*inHtml=*/true);
@@ -236,15 +237,16 @@ bool MergeTemplate::takeTerms(const std::string& term, std::size_t column, bool 
   return true;
 }
 
-/// How the template came is nothing that its messages tell. A second Message-ID or Date would stand in all of them.
-void MergeTemplate::removeTraces() {
+/// Removes fields from the transport of the template. A duplicate Message-ID or Date would be
+/// in every message.
+void MergeTemplate::removeTransportFields() {
   Email2& root = *m_message.root;
   for (const char* const name : {"Received", "Return-Path"}) root.removeHeaderField(name);
   for (const char* const name : {"Message-ID", "Date"})
     if (root.m_header.findField(name, root.m_header.findField(name) + 1) >= 0) root.removeHeaderField(name);
 }
 
-/// The field stays where it is. Its only address is a token, which becomes the address of each row.
+/// The field keeps its place. Its only address is a token, replaced by the address of each row.
 void MergeTemplate::setRecipient(std::size_t column) {
   LogNull log;
   m_tokens.push_back(newToken(column, /*inHtml=*/false));
@@ -263,7 +265,7 @@ void MergeTemplate::findAddressSlots() {
   }
 }
 
-/// A token that stands alone, without a name or a domain, may become a list.
+/// A token alone, without a display name or a domain, may be replaced by a list of addresses.
 void MergeTemplate::findSlotsIn(int field) {
   const MimeHeader& header = m_message.root->m_header;
   const std::string name(header.fieldName(field));
@@ -295,7 +297,7 @@ std::size_t MergeTemplate::lineOf(const AddressSlot& slot, const CsvRow& row) co
   return row.line();
 }
 
-/// A message may do without copies.
+/// Cc and Bcc are optional.
 bool MergeTemplate::mayBeEmpty(const AddressSlot& slot) noexcept {
   return !slot.isOne && (equalsNoCase(slot.field, "Cc") || equalsNoCase(slot.field, "Bcc"));
 }
@@ -308,7 +310,7 @@ std::optional<RowProblem> MergeTemplate::problemOf(const CsvRow& row) const {
     text.append(std::string_view(slot.text));
     replacements.replaceIn(text);
     if (mayBeEmpty(slot) && trim(text.view()).empty()) continue;
-    const auto problem = whyBadAddresses(text.view(), slot.isOne ? AddressCount::one : AddressCount::several);
+    const auto problem = addressProblem(text.view(), slot.isOne ? AddressCount::one : AddressCount::several);
     if (problem) return RowProblem{lineOf(slot, row), slot.field + ": " + *problem};
   }
   return std::nullopt;
@@ -318,7 +320,7 @@ EmailPtr MergeTemplate::fill(const CsvRow& row) const {
   ExtPtrArray pairs;
   for (const Token& token : m_tokens) {
     const std::string_view value = row[token.column];
-    addPair(pairs, token.text.c_str(), asLines(token.inHtml ? htmlText(value) : std::string(value)).c_str());
+    addPair(pairs, token.text.c_str(), withCrlf(token.inHtml ? htmlText(value) : std::string(value)).c_str());
   }
   LogNull log;
   EmailPtr email(m_message.root->cloneAndReplace_v3(/*shareImageData=*/true, pairs, log));

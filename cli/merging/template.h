@@ -1,8 +1,8 @@
-// cli/merging/template.h - a message with terms in it, and the messages made of it.
+// cli/merging/template.h - a message with terms, and the messages made from it.
 //
-// Terms are replaced in two steps. Once, when the template is prepared, every term becomes a token that nobody
-// can guess; then, for each row, tokens become values. So a value that looks like a term stays what it is, and
-// what is known about the place where a term stands (HTML, an address) is found out once.
+// Terms are replaced in two steps. When the template is prepared, each term becomes an unguessable token;
+// then, for each row, tokens become values. A value that looks like a term is therefore not replaced, and the
+// context of each term (HTML, an address) is determined only once.
 #pragma once
 
 #include <optional>
@@ -16,14 +16,14 @@
 
 namespace mailtree::cli {
 
-/// What surrounds the name of a column in a term, such as "{{" and "}}".
+/// The delimiters of a column name in a term, such as "{{" and "}}".
 struct TermForm {
   std::string prefix, suffix;
 
   std::string termOf(std::string_view column) const { return prefix + std::string(column) + suffix; }
 };
 
-/// Takes "{{%s}}" apart; nothing when text is missing on a side of the one "%s".
+/// Parses a pattern such as "{{%s}}"; nothing unless it has exactly one "%s" with text on both sides.
 std::optional<TermForm> termFormOf(std::string_view pattern);
 
 struct RowProblem {
@@ -35,17 +35,17 @@ class MergeTemplate {
  public:
   MergeTemplate(Message message, TermForm form);
 
-  /// The first term without a column, with where it stands; nothing when there is none.
-  std::optional<std::string> termWithoutColumn(const CsvTable& table) const;
-  /// Whether terms stand in an attached message, which is passed on as it is.
-  bool hasTermsOutOfReach(const CsvTable& table) const;
-  /// Turns terms into tokens. `toColumn`: whose values are the recipients, one a message. `rawHtml`: values are
-  /// put into HTML as they are, not escaped. False when memory ran out.
+  /// Describes the first term without a column and its place; nothing when there is none.
+  std::optional<std::string> unknownTerm(const CsvTable& table) const;
+  /// Whether an attached message, which is not changed, contains terms.
+  bool hasTermsInAttachedMessages(const CsvTable& table) const;
+  /// Replaces terms by tokens. `toColumn`: the column of the recipients, one per message. `rawHtml`: values
+  /// go into HTML without escaping. False when memory ran out.
   bool prepare(const CsvTable& table, std::optional<std::size_t> toColumn, bool rawHtml);
 
-  /// What is wrong with the addresses that a row gives.
+  /// Checks the addresses that a row supplies.
   std::optional<RowProblem> problemOf(const CsvRow& row) const;
-  /// A message for a row, with a Message-ID and a date of its own. It borrows from this template, which must
+  /// Returns the message for a row, with a new Message-ID and Date. It borrows from this template, which must
   /// outlive it. Null when memory ran out.
   EmailPtr fill(const CsvRow& row) const;
 
@@ -53,18 +53,18 @@ class MergeTemplate {
   struct Token {
     std::size_t column;
     std::string text;
-    bool inHtml = false;  ///< Its values are escaped.
+    bool inHtml = false;  ///< Values are escaped.
   };
-  /// An address with tokens in it.
+  /// An address that contains tokens.
   struct AddressSlot {
     std::string field;
     std::string text;
-    bool isOne;  ///< Else a list may take its place.
+    bool isOne;  ///< Must become one address, not a list.
   };
 
   Token newToken(std::size_t column, bool inHtml) const;
-  bool takeTerms(const std::string& term, std::size_t column, bool escapeHtml, std::string& written);
-  void removeTraces();
+  bool replaceTerm(const std::string& term, std::size_t column, bool escapeHtml, std::string& written);
+  void removeTransportFields();
   void setRecipient(std::size_t column);
   void findAddressSlots();
   void findSlotsIn(int field);
@@ -74,7 +74,7 @@ class MergeTemplate {
 
   Message m_message;
   TermForm m_form;
-  std::string m_secret;  ///< Every token begins with it.
+  std::string m_secret;  ///< Prefix of every token.
   std::vector<Token> m_tokens;
   std::vector<AddressSlot> m_slots;
 };

@@ -13,7 +13,7 @@ bool isMessage(std::string_view type) noexcept {
   return equalsNoCase(type, "message/rfc822") || equalsNoCase(type, "message/global");
 }
 
-/// Whether a message of that header is made of parts or is a message itself.
+/// Whether a message with this header is multipart or is itself a message.
 bool mayHoldMessages(const MimeHeader& header) {
   std::string scratch;
   _svCharset charset;
@@ -44,7 +44,7 @@ InnerMessages::InnerMessages(Email2& outer, std::string wanted)
 }
 
 InnerMessage* InnerMessages::next() {
-  if (m_current && isLookedInto(*m_current)) lookInto(*m_current);
+  if (m_current && mustOpen(*m_current)) openMessage(*m_current);
   m_current.reset();
   if (m_pending.empty()) return nullptr;
   m_current = std::move(m_pending.back());
@@ -53,11 +53,11 @@ InnerMessage* InnerMessages::next() {
   return &*m_current;
 }
 
-bool InnerMessages::isLookedInto(const InnerMessage& message) const {
+bool InnerMessages::mustOpen(const InnerMessage& message) const {
   return (m_wanted.empty() || m_wanted.starts_with(message.number + "/")) && mayHoldMessages(message.header);
 }
 
-void InnerMessages::lookInto(InnerMessage& message) {
+void InnerMessages::openMessage(InnerMessage& message) {
   if (message.depth >= kMaxDepth) {
     m_limits.add(Limit::depth);
     return;

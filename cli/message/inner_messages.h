@@ -1,4 +1,5 @@
-// cli/message/inner_messages.h - the messages inside a message: attached ones, digest entries, and those inside them.
+// cli/message/inner_messages.h - messages inside a message: attached ones, digest entries, and those
+// nested in them.
 #pragma once
 
 #include <optional>
@@ -12,39 +13,39 @@ namespace mailtree::cli {
 
 struct InnerMessage {
   std::string number;    ///< "2", and "2/0" for the first one inside it.
-  std::string part;      ///< The part that holds it, as show draws it: "4", "4/1" counted within that one.
-  int depth;             ///< 0 for those in the message itself.
-  std::string filename;  ///< As the part is called; empty when it is not.
-  DataBuffer bytes;      ///< As it was received.
-  MimeHeader header;     ///< Its own.
+  std::string part;      ///< The part that holds it, numbered as by show: "4", or "4/1" for a nested one.
+  int depth;             ///< 0 directly in the outer message.
+  std::string filename;  ///< Of the part; empty when it has none.
+  DataBuffer bytes;      ///< The message as received.
+  MimeHeader header;     ///< Of the message itself.
 
   std::optional<_svEmailAddress> sender() const;
   std::string subject() const;
   std::optional<SorvikSysTime> date() const;
 };
 
-/// Gives them in the order in which they stand, an outer one before those inside it. Only its header is read for
-/// telling about a message. It is parsed once, and only when it can hold further ones and those are asked for.
+/// Iterates over the inner messages in document order, an outer one before those inside it. A message is
+/// parsed only when it may hold further ones that are wanted; otherwise only its header is read.
 class InnerMessages {
  public:
-  /// @param outer   its attached messages are moved out of it.
-  /// @param wanted  number of the only one that matters; the others are not looked into. Empty: all.
+  /// @param outer   the attached messages are moved out of it.
+  /// @param wanted  number of the only message wanted; others are not opened. Empty: all.
   explicit InnerMessages(Email2& outer, std::string wanted = {});
-  /// The next one, borrowed until the next call, its bytes to be had; null at the end.
+  /// The next message, borrowed until the next call, which may be moved from; null at the end.
   InnerMessage* next();
-  /// Limits met in those parsed so far.
+  /// Limits reached in the messages parsed so far.
   LimitSet limits() const noexcept { return m_limits; }
 
  private:
-  bool isLookedInto(const InnerMessage& message) const;
-  void lookInto(InnerMessage& message);
+  bool mustOpen(const InnerMessage& message) const;
+  void openMessage(InnerMessage& message);
   void add(Email2& tree, const InnerMessage* outer);
 
   std::string m_wanted;
   std::optional<InnerMessage> m_current;
-  std::vector<InnerMessage> m_pending;  ///< The next one last.
+  std::vector<InnerMessage> m_pending;  ///< In reverse order.
   LimitSet m_limits;
-  LoadBudget m_budget;  ///< Of the outer message and all in it.
+  LoadBudget m_budget;  ///< Shared by the outer message and all inside it.
 };
 
 }  // namespace mailtree::cli

@@ -1,7 +1,7 @@
 #include "cli/message/input.h"
 
 #include "cli/message/structure.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/files.h"
 
 namespace mailtree::cli {
@@ -13,9 +13,9 @@ std::optional<Message> load(const std::string& path, DataBuffer& bytes, bool dis
   LogNull log;
   message.root.reset(Email2::createFromMimeDb(*message.common, bytes, discardInput, unwrap, certs, log,
                                               /*parseOption=*/false));
-  // A tree with something missing is no answer, and written it would replace the whole one.
+  // An incomplete tree must not be reported, or written over the complete message.
   if (message.root && message.common->m_isWhole) return message;
-  complain(path, kNoMemory);
+  reportError(path, kNoMemory);
   return std::nullopt;
 }
 
@@ -24,19 +24,19 @@ bool hasUnixLines(std::string_view message) {
   return end != std::string_view::npos && (end == 0 || message[end - 1] != '\r');
 }
 
-/// Whether the line ends of a body are line ends of the mail: base64 and binary carry bytes, and in
-/// quoted-printable only those of a text cannot be told from encoded ones.
-bool hasLinesOfMail(const Email2& leaf) {
+/// Whether line breaks in a body are those of the message. base64 and binary carry bytes; in
+/// quoted-printable, only in text are literal line breaks the same as encoded ones.
+bool hasTextLineBreaks(const Email2& leaf) {
   const std::string_view encoding = leaf.m_transferEncoding;
   if (encoding.empty() || equalsNoCase(encoding, "7bit") || equalsNoCase(encoding, "8bit")) return true;
   const std::string_view type = leaf.m_contentType.m_type;
   return equalsNoCase(encoding, "quoted-printable") && (type.empty() || beginsWithNoCase(type, "text/"));
 }
 
-void completeLineEnds(Email2& node) {
-  if (node.getNumParts() > 0 || !hasLinesOfMail(node) || !node.m_body.containsBareCRLF() ||
+void convertToCrlf(Email2& node) {
+  if (node.getNumParts() > 0 || !hasTextLineBreaks(node) || !node.m_body.containsBareCRLF() ||
       node.m_body.containsChar('\0'))
-    return;  // where NULs stand, LF may be half a letter
+    return;  // with NUL bytes present, LF may be half of a character
   StringBuffer lines(node.m_body.view());
   DataBuffer body;
   if (lines.toCRLF() && body.append(lines)) node.m_body.takeData(body);
@@ -46,7 +46,7 @@ std::optional<Message> loadToWrite(const std::string& path, DataBuffer& bytes, b
   const bool isUnixFile = hasUnixLines(bytes.view());
   SystemCerts none;
   std::optional<Message> message = load(path, bytes, discardInput, /*unwrap=*/false, none);
-  if (message && isUnixFile) walkUnsigned(*message->root, completeLineEnds);
+  if (message && isUnixFile) walkUnsigned(*message->root, convertToCrlf);
   return message;
 }
 
@@ -79,7 +79,7 @@ std::optional<Message> loadMessageToWrite(const std::string& path, DataBuffer& b
 
 Exit reportLimits(const std::string& path, LimitSet limits) {
   for (const LimitText& row : kLimitTexts)
-    if (limits.has(row.limit)) complain(path, row.text() + ": the rest was left as it is");
+    if (limits.has(row.limit)) reportError(path, row.text() + ": the rest was not processed");
   return limits.isEmpty() ? Exit::fine : Exit::limit;
 }
 

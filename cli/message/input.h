@@ -1,4 +1,4 @@
-// cli/message/input.h - messages from files and standard input.
+// cli/message/input.h - loading messages from files and standard input.
 #pragma once
 
 #include <optional>
@@ -9,31 +9,31 @@
 
 namespace mailtree::cli {
 
-/// A message in memory.
+/// A loaded message.
 struct Message {
   RefPtr<_svEmailCommon> common;
   EmailPtr root;
 
-  /// The limits met while loading.
+  /// Limits reached while loading.
   LimitSet limits() const { return common->m_limits; }
 };
 
-/// Reads and loads a message, its signed and encrypted layers taken off with what `certs` holds; nothing after a
-/// complaint.
+/// Reads and loads a message and unwraps its signed and encrypted layers with the keys in `certs`; nothing
+/// after reporting an error.
 std::optional<Message> loadMessage(const std::string& path, SystemCerts& certs);
-/// The same without any key: what is signed is taken out, what is encrypted stays closed.
+/// The same without keys: signed layers are unwrapped, encrypted ones stay closed.
 std::optional<Message> loadMessage(const std::string& path);
-/// The same from bytes in memory, which stay as they are; `path` is what they are called in a complaint.
+/// The same from bytes in memory, which are not changed; `path` is the name used in error messages.
 std::optional<Message> loadMessage(const std::string& path, DataBuffer& bytes, SystemCerts& certs);
 
-/// The same for a message that is going to be written. A file with the line ends of Unix gets those of mail: what
-/// is encoded anew would take a bare LF for a character (RFC 2045, 6.7). Signed content stays as it came, and no layer
-/// is taken off.
+/// Loads a message that is to be written again. Bare LF in a file with Unix line breaks becomes CRLF,
+/// because a bare LF would be re-encoded as data (RFC 2045, 6.7). Signed content keeps its bytes, and no
+/// layer is unwrapped.
 std::optional<Message> loadMessageToWrite(const std::string& path);
-/// The same from bytes in memory, which stay as they are.
+/// The same from bytes in memory, which are not changed.
 std::optional<Message> loadMessageToWrite(const std::string& path, DataBuffer& bytes);
 
-/// Complains about every limit met; the exit status that goes with them.
+/// Reports every limit that was reached and returns the matching exit code.
 Exit reportLimits(const std::string& path, LimitSet limits);
 
 }  // namespace mailtree::cli

@@ -1,4 +1,4 @@
-// cli/message/internal_fields.h - header fields that the library keeps for itself: they never leave through the command.
+// cli/message/internal_fields.h - header fields internal to the library, which the command never writes.
 #pragma once
 
 #include <algorithm>
@@ -8,9 +8,9 @@
 
 namespace mailtree::cli {
 
-/// The library writes these unless it is told to leave them out.
+/// The library writes these unless told to omit them.
 inline constexpr const char* kOmittedPrefix = "SVX-";
-/// With those that it leaves out by itself.
+/// These and the ones that the library always omits.
 inline constexpr const char* kInternalPrefixes[] = {kOmittedPrefix, "SVZ-"};
 
 inline bool isInternalField(std::string_view name) {

@@ -10,8 +10,7 @@
 namespace mailtree::cli {
 namespace {
 
-/// Collects the reasons of the attachments that an iteration takes, in order: it writes one "Yes" line for
-/// each.
+/// Collects the reason for each attachment: an iteration logs one "Yes" line per attachment, in order.
 class ReasonLog final : public LogBase {
  public:
   ReasonLog() { m_verboseLogging = true; }
@@ -100,7 +99,7 @@ void markUntypedBody(Email2& root, const RowOfNode& rowOf, Outline& outline) {
   outline.rows[static_cast<std::size_t>(outline.plainText)].isBody = true;
 }
 
-/// A report has no alternatives: its text is what a reader sees of its first part.
+/// A report has no alternatives: its text is the visible text of its first part.
 void markReportText(Email2& root, Outline& outline) {
   Email2* const first = root.isMultipartReport() ? root.getPart(0) : nullptr;
   const DataBuffer* const text = first ? first->getEffectiveBodyObject3(root) : nullptr;
@@ -111,8 +110,8 @@ void markReportText(Email2& root, Outline& outline) {
   outline.plainText = static_cast<int>(row - outline.rows.begin());
 }
 
-/// What was attached to a signed message or a report stands beside it in a mixed enclosure, where no alternative
-/// is looked for; a reader still sees its text.
+/// An attachment to a signed message or a report makes it part of a multipart/mixed, where alternatives are
+/// not searched. A reader still sees its text.
 void markEnclosedBodies(Email2& root, const RowOfNode& rowOf, Outline& outline) {
   if (!root.isMultipartMixed()) return;
   for (int i = 0; i < root.getNumParts() && outline.plainText < 0 && outline.html < 0; ++i) {
@@ -138,21 +137,21 @@ void markAttachments(Email2& root, const RowOfNode& rowOf, Outline& outline) {
   found.removeAll();
 }
 
-/// Stored utf-8, with U+FFFD for what is damaged.
-std::string shownUtf8(std::string_view bytes) {
+/// Decodes stored utf-8; malformed bytes become U+FFFD.
+std::string decodeUtf8(std::string_view bytes) {
   std::string text;
   decodeToUtf8(kCpUtf8, bytes, text);
   return text;
 }
 
-/// Text that nothing explains: by the code page of the header, else by a guess. Nobody writes utf-16 without
-/// NULs in it, so that the guess is not that; what is left to it are the letters of iso-8859-1.
-std::string decodedBy(int ofHeader, std::string_view bytes) {
+/// Decodes text without a usable charset: by the code page of the header, else by detection, else as
+/// iso-8859-1. Detected utf-16 without NUL bytes is rejected as implausible.
+std::string decodeByDetection(int ofHeader, std::string_view bytes) {
   const int detected = detectCodePage(bytes);
-  if (detected == kCpUtf8) return shownUtf8(bytes);
-  const bool isWild = hasWideUnits(detected) && !contains(bytes, std::string_view("\0", 1));
+  if (detected == kCpUtf8) return decodeUtf8(bytes);
+  const bool isImplausible = hasWideUnits(detected) && !contains(bytes, std::string_view("\0", 1));
   std::string text;
-  for (const int codePage : {ofHeader, isWild ? 0 : detected, kCpLatin1}) {
+  for (const int codePage : {ofHeader, isImplausible ? 0 : detected, kCpLatin1}) {
     if (codePage > 0 && codePage != kCpUtf8 && decodeToUtf8(codePage, bytes, text)) return text;
     text.clear();
   }
@@ -183,7 +182,7 @@ std::vector<int> relatedItemsOf(Email2& root, const Outline& outline) {
   for (int i = related ? related->getNumRelatedItems(quiet) : 0; i-- > 0;)
     items.insert(related->getRelatedItem(i, quiet));
   std::vector<int> rows;
-  // Siblings stand in the outline in their order.
+  // The outline keeps siblings in order.
   for (std::size_t id = 0; id < outline.rows.size(); ++id)
     if (items.contains(outline.rows[id].node)) rows.push_back(static_cast<int>(id));
   return rows;
@@ -194,7 +193,7 @@ Email2* untypedBody(Email2& root) {
   if (!root.isMultipartMixed() || root.getPlainTextAlternative()) return nullptr;
   for (int i = 0; i < root.getNumParts(); ++i) {
     Email2& part = *root.getPart(i);
-    // What follows them is attached.
+    // Parts after these are attachments.
     if (part.isMultipartAlternative() || part.isMultipartRelated()) return nullptr;
     if (isUntypedText(part, /*inMixed=*/true)) return &part;
   }
@@ -206,12 +205,12 @@ std::string textOf(const PartRow& row) {
   const std::string_view bytes = node.m_body.view();
   const bool isUtf8 = isValidUtf8(bytes);
   if (isConvertibleText(node.traits()) && (isUtf8 || node.m_repairs.has(Repair::damagedText)))
-    return shownUtf8(bytes);
+    return decodeUtf8(bytes);
   DataBuffer converted;
   const DecodedText decoded = receivedTextToUtf8(row.charset, bytes, converted);
   if (decoded.converted) return std::string(converted.view());
-  if (isUtf8 || decoded.codePage == kCpUtf8) return shownUtf8(bytes);
-  return decodedBy(node.m_header.getDetectedCP(), bytes);
+  if (isUtf8 || decoded.codePage == kCpUtf8) return decodeUtf8(bytes);
+  return decodeByDetection(node.m_header.getDetectedCP(), bytes);
 }
 
 std::optional<SorvikSysTime> dateOf(const Email2& root) {

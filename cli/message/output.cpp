@@ -3,14 +3,14 @@
 #include <iostream>
 
 #include "cli/message/internal_fields.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/output_file.h"
 #include "cli/support/terminal.h"
 
 namespace mailtree::cli {
 namespace {
 
-/// Keeps the last error alone: a log of all that is done for a deep tree is bigger than the tree.
+/// Keeps only the last error: the full log of a deep tree is larger than the tree.
 class ErrorLog final : public LogBase {
  public:
   void logError(std::string_view text) override { m_error = text; }
@@ -27,13 +27,13 @@ class ErrorLog final : public LogBase {
   std::string m_error;
 };
 
-/// Whether nothing was left out, while reading or since, for want of memory.
+/// Whether loading and processing lost nothing for lack of memory.
 bool isWhole(LogBase& log) {
   if (abandonedOperations() != 0) log.logError(kNoMemory);
   return abandonedOperations() == 0;
 }
 
-/// @param sink  null: `text` receives it all.
+/// @param sink  where to write; when null, `text` receives the message.
 bool assemble(Email2& root, const WriteForm& form, _svOutput* sink, StringBuffer& text, LogBase& log) {
   ProgressContext progress(nullptr);
   return root.assembleMimeBody2(text, sink, form.dotStuff, kOmittedPrefix, progress, log, /*depth=*/0,
@@ -53,10 +53,10 @@ Exit writeToStandardOutput(Email2& root, const WriteForm& form, ErrorLog& log) {
   StringBuffer shown;
   const bool isTerminal = standardOutputIsTerminal();
   const bool isWritten = assemble(root, form, isTerminal ? nullptr : &sink, shown, log);
-  writeGuarded(shown.view());
+  writeHarmless(shown.view());
   const Exit result = finishStandardOutput();
   if (isWritten || result != Exit::fine) return result;
-  complain("standard output", log.errorOr("the message could not be written whole"));
+  reportError("standard output", log.errorOr("the message could not be written completely"));
   return Exit::unreadable;
 }
 
@@ -80,7 +80,7 @@ Exit writeMessage(Email2& root, const std::string& path, const WriteForm& form) 
   } else if (writeToFile(root, path, form, log)) {
     return Exit::fine;
   }
-  complain(path, log.errorOr("cannot be written"));
+  reportError(path, log.errorOr("cannot be written"));
   return Exit::unreadable;
 }
 

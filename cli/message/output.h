@@ -1,4 +1,4 @@
-// cli/message/output.h - messages to files and standard output.
+// cli/message/output.h - writing messages to files and standard output.
 #pragma once
 
 #include <string>
@@ -14,11 +14,11 @@ struct WriteForm {
   Readers readers = Readers::usual;
 };
 
-/// Writes a message as MIME, without the fields that are the library's own. A file is there whole or not at
-/// all; a terminal gets only the harmless part. unreadable after a complaint.
+/// Writes a message as MIME, without the fields internal to the library. A file is written whole or not at
+/// all; a terminal gets only harmless characters. unreadable after reporting an error.
 Exit writeMessage(Email2& root, const std::string& path, const WriteForm& form = {});
 
-/// Appends a message as writeMessage writes it, but never dot-stuffed. False when it is not whole.
+/// Appends a message as writeMessage() writes it, but never dot-stuffed. False when it is incomplete.
 bool assembleMessage(Email2& root, StringBuffer& out, LogBase& log, const WriteForm& form = {});
 
 }  // namespace mailtree::cli

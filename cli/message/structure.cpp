@@ -10,9 +10,9 @@ namespace {
 
 constexpr const char* kMixed = "multipart/mixed";
 
-/// Whether a message of one part has content that a text must not replace.
-bool isNoText(Email2& leaf) {
-  if (leaf.isMultipart()) return false;  // the library makes a part of what it could not split
+/// Whether a single-part message has content that must not be replaced by text.
+bool hasNonTextContent(Email2& leaf) {
+  if (leaf.isMultipart()) return false;  // a multipart that could not be split
   LogNull quiet;
   const std::string_view type = leaf.m_contentType.m_type.view();
   const bool isTextType = type.empty() || beginsWithNoCase(type, "text/");
@@ -24,7 +24,7 @@ bool isPkcs7Mime(const Email2& part) {
          part.equalsContentType("application/x-pkcs7-mime");
 }
 
-/// Parent of a node and its index there.
+/// A node's parent and its index in it.
 struct Place {
   Email2* parent = nullptr;
   int index = 0;
@@ -45,12 +45,12 @@ bool hasChildAmong(const Email2& node, const std::unordered_set<const SorvikObje
   return false;
 }
 
-/// Taken apart from the end and put together again: linear however many go.
-void removeChildren(Email2& parent, const std::unordered_set<const SorvikObject*>& doomed) {
+/// Rebuilds the list of children; linear, however many are removed.
+void removeChildren(Email2& parent, const std::unordered_set<const SorvikObject*>& removed) {
   std::vector<EmailPtr> kept;
   while (parent.getNumParts() > 0) {
     EmailPtr child(parent.extractSubpartByIndex(parent.getNumParts() - 1));
-    if (!doomed.contains(child.get())) kept.push_back(std::move(child));
+    if (!removed.contains(child.get())) kept.push_back(std::move(child));
   }
   for (; !kept.empty(); kept.pop_back()) parent.insertSubPartAtIndex(kept.back().release(), -1);
 }
@@ -78,7 +78,7 @@ void labelUntypedBody(Email2& email, LogBase& log) {
   Email2* const text = untypedBody(email);
   if (!text) return;
   text->fixContentTypeUtf8("text/plain", log);
-  // Without a type its bytes were kept; text is utf-8 here.
+  // The bytes of an untyped part were kept; text is stored as utf-8.
   if (!text->m_body.is7bit(0)) text->detectAndSetCharset(log);
 }
 
@@ -87,7 +87,7 @@ Email2* enclose(Email2& leaf, const char* multipartType, LogBase& log) {
   const int codePage = std::exchange(leaf.m_attachCodePage, 0);
   StringBuffer type;
   leaf.getHeaderFieldUtf8("Content-Type", type, log);
-  // It moves with the content, which stays the file that it is: no text to be brought to utf-8.
+  // It moves with the content, which stays a file and must not be converted to utf-8.
   leaf.m_header.removeMimeField("Content-Disposition", /*all=*/true);
   leaf.m_disposition.clear();
   leaf.m_dispFilename.clear();
@@ -95,16 +95,16 @@ Email2* enclose(Email2& leaf, const char* multipartType, LogBase& log) {
   Email2* const part = leaf.getPart(0);
   if (!part) return nullptr;
   if (!disposition.empty()) part->setContentDispositionUtf8(disposition.c_str(), name.c_str(), log);
-  part->m_dispFilename.setString(name);  // without a disposition too: it may have come from the type
+  part->m_dispFilename.setString(name);  // may come from Content-Type, without a disposition
   part->m_attachCodePage = codePage;
-  // The bytes are those that came, and so is the label of a file.
+  // A file keeps its bytes, so it keeps its label.
   if (beginsWithNoCase(part->m_contentType.m_type, "text/") && !type.isEmpty())
     part->setHeaderField_a("Content-Type", type.getString(), /*asGiven=*/true, log);
   return part;
 }
 
-Email2* makeRoom(Email2& email, LogBase& log) {
-  return email.getNumParts() == 0 && isNoText(email) ? enclose(email, kMixed, log) : nullptr;
+Email2* moveIntoMixed(Email2& email, LogBase& log) {
+  return email.getNumParts() == 0 && hasNonTextContent(email) ? enclose(email, kMixed, log) : nullptr;
 }
 
 Email2* encloseBelow(Email2& root, Email2& part, EmailPtr enclosure) {
@@ -129,9 +129,9 @@ bool holds(Email2& root, const Email2& node) {
   return found;
 }
 
-void removeNodes(Email2& root, const std::unordered_set<const SorvikObject*>& doomed) {
+void removeNodes(Email2& root, const std::unordered_set<const SorvikObject*>& removed) {
   walk(root, [&](Email2& node) {
-    if (hasChildAmong(node, doomed)) removeChildren(node, doomed);
+    if (hasChildAmong(node, removed)) removeChildren(node, removed);
   });
 }
 

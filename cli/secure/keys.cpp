@@ -6,7 +6,7 @@
 #include <system_error>
 
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "mailtree/crypto/Wipe.h"
 
 namespace mailtree::cli {
@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* kGroup = "Certificates and keys";
 
-/// Whether a file holds a PEM block that says of itself that it is encrypted. The look at it leaves nothing behind.
+/// Whether a file has an encrypted PEM block. The bytes read are wiped.
 bool holdsEncryptedPem(const std::string& path) {
   DataBuffer bytes;
   const WipedAtEnd wiped(bytes);
@@ -23,7 +23,7 @@ bool holdsEncryptedPem(const std::string& path) {
   return contains(bytes.view(), "-----BEGIN") && contains(bytes.view(), "ENCRYPTED");
 }
 
-/// Adds files to a store, each with the password that opens most of it.
+/// Adds files to a store, each with the password that opens the most of it.
 class KeyReader {
  public:
   KeyReader(Keys& keys, Passwords& passwords)
@@ -33,10 +33,10 @@ class KeyReader {
     const bool isLocked = isPkcs12 || holdsEncryptedPem(path);
     if (isLocked && m_passwords.all().empty()) m_passwords.ask(path);
     Opening best = bestOpening(path);
-    // Mistyped, or the password of an earlier file is not that of this one.
+    // The password was mistyped, or belongs to an earlier file.
     if (best.count == 0 && isLocked && m_mayAsk && m_passwords.ask(path)) best = bestOpening(path);
     if (best.count == 0) return fail(path, isLocked && m_passwords.all().empty());
-    if (!best.meant.empty()) m_keys.named.push_back(best.meant);
+    if (!best.mainCertificate.empty()) m_keys.named.push_back(best.mainCertificate);
     LogNull log;
     m_keys.store.addFromFile(path.c_str(), best.password, log);
     return Exit::fine;
@@ -45,28 +45,29 @@ class KeyReader {
   Exit addFolder(const std::string& path) {
     m_log.clear();
     if (std::error_code error; !std::filesystem::is_directory(path, error)) {
-      complain(path, error ? error.message() : "is no folder");
+      reportError(path, error ? error.message() : "is not a folder");
       return Exit::unreadable;
     }
     int count = m_keys.store.addFromDirectory(path.c_str(), nullptr, m_log);
     for (const Secret& password : m_passwords.all())
       count += m_keys.store.addFromDirectory(path.c_str(), password.text(), m_log);
-    // What was named as a file already is not added again.
+    // Certificates already added from a file are not added again.
     const std::string problem = lastError(m_log, "");
     if (count > 0 || problem.empty()) return Exit::fine;
-    complain(path, problem);
+    reportError(path, problem);
     return Exit::unreadable;
   }
 
  private:
-  /// What a file gave with a password.
+  /// What one password opens in a file.
   struct Opening {
     int count = 0;
     const char* password = nullptr;
-    std::string meant;  ///< Fingerprint of the first certificate, or better the first with a private key.
+    std::string
+        mainCertificate;  ///< Fingerprint of the first certificate with a private key, else of the first.
   };
 
-  static std::string meantIn(const SystemCerts& store) {
+  static std::string mainCertificateIn(const SystemCerts& store) {
     for (int i = 0; i < store.getNumCertificates(); ++i)
       if (store.getCertificate(i)->hasPrivateKey()) return store.getCertificate(i)->fingerprint();
     return store.getNumCertificates() > 0 ? store.getCertificate(0)->fingerprint() : std::string();
@@ -75,7 +76,7 @@ class KeyReader {
   Opening tryOpening(const std::string& path, const char* password) {
     SystemCerts scratch;
     const int count = scratch.addFromFile(path.c_str(), password, m_log);
-    return {count, password, meantIn(scratch)};
+    return {count, password, mainCertificateIn(scratch)};
   }
 
   Opening bestOpening(const std::string& path) {
@@ -89,25 +90,27 @@ class KeyReader {
   }
 
   Exit fail(const std::string& path, bool needsPassword) {
-    std::string problem = lastError(m_log, "holds no certificate and no key");
-    if (needsPassword) problem += " (--password-file, --password-fd or MAILTREE_PASSWORD give a password)";
-    complain(path, problem);
+    std::string problem = lastError(m_log, "contains no certificate or key");
+    if (needsPassword)
+      problem += " (give a password with --password-file, --password-fd or MAILTREE_PASSWORD)";
+    reportError(path, problem);
     return Exit::unreadable;
   }
 
   Keys& m_keys;
   Passwords& m_passwords;
-  bool m_mayAsk;  ///< Whoever gave passwords is not asked for more.
+  bool m_mayAsk;  ///< Only when the options give no passwords.
   LogMemory m_log;
 };
 
-using Adding = int (SystemCerts::*)(const char*, LogBase&);
+using AddFunction = int (SystemCerts::*)(const char*, LogBase&);
 
-Exit addAll(const std::vector<std::string>& paths, SystemCerts& store, Adding adding, const char* otherwise) {
+Exit addAll(const std::vector<std::string>& paths, SystemCerts& store, AddFunction adding,
+            const char* otherwise) {
   for (const std::string& path : paths) {
     LogMemory log;
     if ((store.*adding)(path.c_str(), log) > 0) continue;
-    complain(path, lastError(log, otherwise));
+    reportError(path, lastError(log, otherwise));
     return Exit::unreadable;
   }
   return Exit::fine;
@@ -117,7 +120,7 @@ Exit addAll(const std::vector<std::string>& paths, SystemCerts& store, Adding ad
 
 void addCertificateOptions(CLI::App& verb, KeyOptions& options) {
   addRepeated(verb, "--cert", options.certs,
-              "Certificate file (PEM, DER or PKCS#7); its first is the one meant")
+              "Certificate file (PEM, DER or PKCS#7); the first certificate is used, others are its chain")
       ->group(kGroup);
   addRepeated(verb, "--certs", options.folders, "Folder of certificate and key files")->group(kGroup);
 }
@@ -166,9 +169,9 @@ Exit readKeys(const KeyOptions& options, Keys& keys) {
   for (const std::string& folder : options.folders)
     if (const Exit result = reader.addFolder(folder); result != Exit::fine) return result;
   const Exit result =
-      addAll(options.trust, keys.store, &SystemCerts::addTrustAnchors, "holds no certificates");
+      addAll(options.trust, keys.store, &SystemCerts::addTrustAnchors, "contains no certificates");
   if (result != Exit::fine) return result;
-  return addAll(options.revoked, keys.store, &SystemCerts::addRevocationLists, "holds no revocation list");
+  return addAll(options.revoked, keys.store, &SystemCerts::addRevocationLists, "contains no revocation list");
 }
 
 }  // namespace mailtree::cli

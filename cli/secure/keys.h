@@ -1,4 +1,4 @@
-// cli/secure/keys.h - the options that name certificates, private keys, trust anchors and revocation lists.
+// cli/secure/keys.h - options for certificates, private keys, trust anchors and revocation lists.
 #pragma once
 
 #include <string>
@@ -14,29 +14,29 @@ struct KeyOptions {
   PasswordOptions passwords;
 };
 
-/// --cert and --certs.
+/// Adds --cert and --certs.
 void addCertificateOptions(CLI::App& verb, KeyOptions& options);
-/// --key, --p12, and where their passwords come from.
+/// Adds --key, --p12 and the password options.
 void addPrivateKeyOptions(CLI::App& verb, KeyOptions& options);
-/// --trust and --crl.
+/// Adds --trust and --crl.
 void addTrustOptions(CLI::App& verb, KeyOptions& options);
-/// All of them, for a verb that reads messages.
+/// Adds all of them, for a verb that reads messages.
 void addReadingKeyOptions(CLI::App& verb, KeyOptions& options);
 
-/// What the options gave.
+/// The certificates and keys that were read.
 struct Keys {
   SystemCerts store;
-  /// The certificate that each file is about, by its fingerprint: the first one with a private key, else the first
-  /// one. Chains follow it.
+  /// Fingerprint of each file's own certificate: the first with a private key, else the first. The others
+  /// are its chain.
   std::vector<std::string> named;
 
-  /// Those of the named ones that have a private key; borrowed.
+  /// The named certificates that have a private key; borrowed.
   std::vector<Certificate*> withPrivateKey() const;
-  /// The named ones; borrowed.
+  /// The named certificates; borrowed.
   std::vector<Certificate*> certificates() const;
 };
 
-/// Reads everything that the options name. unreadable after a complaint that names the file.
+/// Reads all files that the options name. unreadable after reporting an error with the file name.
 Exit readKeys(const KeyOptions& options, Keys& keys);
 
 }  // namespace mailtree::cli

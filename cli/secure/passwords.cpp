@@ -17,7 +17,7 @@
 #include <system_error>
 
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/files.h"
 #include "cli/support/terminal.h"
 
@@ -41,8 +41,8 @@ class Descriptor {
   int m_number;
 };
 
-/// Reads up to the end of the line and no further: what follows may be for somebody else. Before each character
-/// `mayRead` is asked, which waits for it. 0, or the errno that stopped it.
+/// Reads one line and no further, because the rest may be for another reader. Calls `mayRead`, which may
+/// wait, before each character. Returns 0 or an errno.
 template <class MayRead>
 int readLine(int descriptor, Secret& secret, MayRead&& mayRead) {
   for (bool hasReturn = false;;) {
@@ -52,7 +52,7 @@ int readLine(int descriptor, Secret& secret, MayRead&& mayRead) {
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return errno;
     if (count == 0 || c == '\n') return 0;
-    // Only one before the line break belongs to it.
+    // Only one CR directly before LF belongs to the line break.
     if (hasReturn && !secret.append('\r')) return EMSGSIZE;
     hasReturn = c == '\r';
     if (!hasReturn && !secret.append(c)) return EMSGSIZE;
@@ -63,32 +63,32 @@ int readLine(int descriptor, Secret& secret) {
   return readLine(descriptor, secret, [] { return true; });
 }
 
-/// What ends or stops a program from outside.
+/// Signals that end or stop a program from outside.
 constexpr int kCaughtSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP};
 volatile std::sig_atomic_t caughtSignal = 0;
 
-extern "C" void noteSignal(int signal) { caughtSignal = signal; }
+extern "C" void recordSignal(int signal) { caughtSignal = signal; }
 
-/// For the length of a scope these signals arrive only while somebody waits for input, and do nothing but end that
-/// wait. One that was ignored before stays so.
-class SignalsNoted {
+/// Within a scope these signals arrive only during a wait for input, and only end that wait. Signals ignored
+/// before stay ignored.
+class SignalCatcher {
  public:
-  SignalsNoted() {
+  SignalCatcher() {
     caughtSignal = 0;
     sigset_t caught;
     sigemptyset(&caught);
     for (const int signal : kCaughtSignals) sigaddset(&caught, signal);
     ::sigprocmask(SIG_BLOCK, &caught, &m_mask);
     struct sigaction note {};
-    note.sa_handler = noteSignal;
+    note.sa_handler = recordSignal;
     for (std::size_t i = 0; i < m_before.size(); ++i) {
       ::sigaction(kCaughtSignals[i], nullptr, &m_before[i]);
       if (m_before[i].sa_handler != SIG_IGN) ::sigaction(kCaughtSignals[i], &note, nullptr);
     }
   }
-  SignalsNoted(const SignalsNoted&) = delete;
-  SignalsNoted& operator=(const SignalsNoted&) = delete;
-  ~SignalsNoted() {
+  SignalCatcher(const SignalCatcher&) = delete;
+  SignalCatcher& operator=(const SignalCatcher&) = delete;
+  ~SignalCatcher() {
     for (std::size_t i = 0; i < m_before.size(); ++i) ::sigaction(kCaughtSignals[i], &m_before[i], nullptr);
     ::sigprocmask(SIG_SETMASK, &m_mask, nullptr);
   }
@@ -105,7 +105,7 @@ class SignalsNoted {
   sigset_t m_mask{};
 };
 
-/// A terminal that shows nothing of what is typed, for the length of a scope.
+/// Turns off a terminal's echo within a scope.
 class SilentTerminal {
  public:
   explicit SilentTerminal(int descriptor) : m_descriptor(descriptor) {
@@ -127,24 +127,24 @@ class SilentTerminal {
   bool m_isSilent = false;
 };
 
-bool say(int descriptor, std::string_view text) {
+bool writeText(int descriptor, std::string_view text) {
   return ::write(descriptor, text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
-/// 0, or the errno that stopped it: EINTR for a signal, of which the terminal is as it was again.
+/// Returns 0 or an errno: EINTR for a signal, after the terminal's state is restored.
 int askOnce(int terminal, std::string_view purpose, Secret& secret) {
-  const SignalsNoted signals;
+  const SignalCatcher signals;
   int error = EIO;
   {
     const SilentTerminal silence(terminal);
-    if (!silence.isSilent() || !say(terminal, "Password for " + printable(purpose) + ": ")) return EIO;
+    if (!silence.isSilent() || !writeText(terminal, "Password for " + printable(purpose) + ": ")) return EIO;
     error = readLine(terminal, secret, [&] { return signals.waitFor(terminal); });
   }
-  return say(terminal, "\n") ? error : EIO;
+  return writeText(terminal, "\n") ? error : EIO;
 }
 
-/// A signal does what it would have done; a program that it stopped asks again when it goes on.
-bool askOn(int terminal, std::string_view purpose, Secret& secret) {
+/// Re-raises a signal that interrupts the prompt. A program that was stopped asks again when it continues.
+bool askUntilDone(int terminal, std::string_view purpose, Secret& secret) {
   for (;;) {
     const int error = askOnce(terminal, purpose, secret);
     if (error == 0) return true;
@@ -159,7 +159,7 @@ bool askOn(int terminal, std::string_view purpose, Secret& secret) {
 std::string checkDescriptor(const std::string& text) {
   constexpr std::size_t kMaxDigits = 9;
   const bool isNumber = !text.empty() && text.size() <= kMaxDigits && std::ranges::all_of(text, isDigitAscii);
-  return isNumber ? std::string() : "'" + text + "': it must be the number of an open file";
+  return isNumber ? std::string() : "'" + text + "': must be the number of an open file descriptor";
 }
 
 }  // namespace
@@ -178,8 +178,7 @@ void Secret::wipe() noexcept {
 void addPasswordOptions(CLI::App& verb, PasswordOptions& options) {
   addRepeated(verb, "--password-file", options.files,
               "File whose first line is a password; with several, each is tried");
-  verb.add_option("--password-fd", options.descriptor,
-                  "Open file descriptor to read a line with a password from")
+  verb.add_option("--password-fd", options.descriptor, "Open file descriptor whose first line is a password")
       ->check(checkDescriptor);
 }
 
@@ -193,7 +192,7 @@ Exit Passwords::read(const PasswordOptions& options) {
 const Secret* Passwords::ask(std::string_view purpose) {
   const Descriptor terminal("/dev/tty", O_RDWR | O_NOCTTY);
   if (!terminal.isOpen()) return nullptr;
-  if (askOn(terminal.number(), purpose, m_secrets.emplace_back())) return &m_secrets.back();
+  if (askUntilDone(terminal.number(), purpose, m_secrets.emplace_back())) return &m_secrets.back();
   m_secrets.pop_back();
   return nullptr;
 }
@@ -204,22 +203,22 @@ bool Passwords::askForNew(std::string_view purpose) {
   const Secret* const again = ask(std::string(purpose) + ", again");
   const bool isSame = again && again->view() == first->view();
   if (again) m_secrets.pop_back();
-  if (!isSame) complain(purpose, "the two passwords are not the same");
+  if (!isSame) reportError(purpose, "the two passwords differ");
   return isSame;
 }
 
 Exit Passwords::readFile(const std::string& path) {
   const Descriptor file(path.c_str(), O_RDONLY);
   if (file.isOpen()) return readDescriptor(file.number(), path);
-  complain(path, std::generic_category().message(errno));
+  reportError(path, std::generic_category().message(errno));
   return Exit::unreadable;
 }
 
 Exit Passwords::readDescriptor(int descriptor, std::string_view name) {
   const int error = readLine(descriptor, m_secrets.emplace_back());
   if (error == 0) return Exit::fine;
-  complain(name, error == EMSGSIZE ? "the first line is too long for a password"
-                                   : std::generic_category().message(error));
+  reportError(name, error == EMSGSIZE ? "the first line is too long for a password"
+                                      : std::generic_category().message(error));
   return Exit::unreadable;
 }
 
@@ -229,7 +228,7 @@ Exit Passwords::readEnvironment() {
   Secret& secret = m_secrets.emplace_back();
   while (*value && secret.append(*value)) ++value;
   if (!*value) return Exit::fine;
-  complain(kVariable, "is too long for a password");
+  reportError(kVariable, "is too long for a password");
   return Exit::unreadable;
 }
 

@@ -1,4 +1,4 @@
-// cli/secure/passwords.h - passwords, from anywhere but the command line, which every user of the machine can read.
+// cli/secure/passwords.h - passwords; never from the command line, which every user of the machine can read.
 #pragma once
 
 #include <array>
@@ -18,7 +18,7 @@ class App;
 
 namespace mailtree::cli {
 
-/// A password in a place of its own, which is wiped; it is never copied.
+/// A password; wiped at the end and never copied.
 class Secret {
  public:
   static constexpr std::size_t kMaxSize = 1023;
@@ -28,7 +28,7 @@ class Secret {
   Secret& operator=(const Secret&) = delete;
   ~Secret() { wipe(); }
 
-  /// False when it is full.
+  /// False when full.
   bool append(char c) noexcept;
   void wipe() noexcept;
   const char* text() const noexcept { return m_bytes.data(); }  ///< Null-terminated.
@@ -44,19 +44,19 @@ struct PasswordOptions {
   std::optional<int> descriptor;
 };
 
-/// The options --password-file and --password-fd.
+/// Adds the options --password-file and --password-fd.
 void addPasswordOptions(CLI::App& verb, PasswordOptions& options);
 
 class Passwords {
  public:
-  /// Reads the first line of each file and of the descriptor, and MAILTREE_PASSWORD when there are neither.
-  /// unreadable after a complaint.
+  /// Reads the first line of each file and of the descriptor, or MAILTREE_PASSWORD when neither is given.
+  /// unreadable after reporting an error.
   Exit read(const PasswordOptions& options);
-  /// Asks on the terminal, without showing what is typed.
-  /// @return null without a terminal, or when nothing was entered there.
+  /// Asks on the terminal, without echo.
+  /// @return null without a terminal, or when nothing was entered.
   const Secret* ask(std::string_view purpose);
-  /// Asks, and once more to compare: nothing would open again what is locked with a password mistyped. False after a
-  /// complaint when the two differ.
+  /// Asks twice and compares: data encrypted with a mistyped password would be lost. False after reporting an
+  /// error when the two differ.
   bool askForNew(std::string_view purpose);
 
   const std::list<Secret>& all() const noexcept { return m_secrets; }
@@ -66,7 +66,7 @@ class Passwords {
   Exit readDescriptor(int descriptor, std::string_view name);
   Exit readEnvironment();
 
-  std::list<Secret> m_secrets;  ///< A list never moves what it holds.
+  std::list<Secret> m_secrets;  ///< A list never moves its elements.
 };
 
 }  // namespace mailtree::cli

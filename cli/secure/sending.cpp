@@ -30,7 +30,7 @@ bool hasLongLine(std::string_view body) {
   return false;
 }
 
-/// A message in a part must not be encoded (RFC 2046, 5.2.1), nor what holds parts.
+/// Enclosures and message parts must not be encoded (RFC 2046, 5.2.1).
 bool needsEncoding(const Email2& node) {
   const std::string_view encoding = node.m_transferEncoding;
   if (node.getNumParts() > 0 || node.isMultipart() ||
@@ -49,7 +49,7 @@ std::optional<Message> loadToSecure(const std::string& path) {
   walkUnsigned(*message->root, removeInternalFields);
   message->root->removeHeaderField("Bcc");
   message->root->removeHeaderField("Resent-Bcc");
-  // What gets around the content would be no MIME without it, to readers who look.
+  // Some readers ignore the layer that is added later unless this field is present.
   LogNull log;
   if (!message->root->hasHeaderField("MIME-Version", log))
     message->root->setHeaderField("MIME-Version", "1.0", log);

@@ -1,4 +1,4 @@
-// cli/secure/sending.h - a message made ready to be signed or encrypted.
+// cli/secure/sending.h - preparing a message to be signed or encrypted.
 #pragma once
 
 #include <optional>
@@ -10,19 +10,18 @@
 
 namespace mailtree::cli {
 
-/// Loads a message whose bytes are to be signed or encrypted: layers stay on, and fields go that must not be inside,
-/// which are the library's own, Bcc and Resent-Bcc; it says that it is MIME. Its hidden recipients stay known to the
-/// message. Nothing after a complaint.
+/// Loads a message to be signed or encrypted, with its layers. Removes internal fields, Bcc and Resent-Bcc,
+/// and adds MIME-Version; hidden recipients stay in the tree. Nothing after reporting an error.
 std::optional<Message> loadToSecure(const std::string& path);
 
-/// Encodes what is not plain ASCII of short lines, which servers may change on the way and break a detached signature
-/// with (RFC 8551, 3.1.3). What is signed already stays as it is.
+/// Encodes parts that are not 7bit with short lines: servers may change them on the way and break a detached
+/// signature (RFC 8551, 3.1.3). Signed content is left alone.
 void encodeForTransport(Email2& root);
 
-/// `what` could not be done, and the first error that says why: later ones only tell what came of it.
+/// `what` with the first error in the log, which names the cause; later errors are consequences.
 std::string reasonOf(const LogMemory& log, std::string what);
 
-/// "has expired: it was valid until 2001-12-31T23:59:59Z"; empty for a certificate that is valid now.
+/// "has expired: it was valid until 2001-12-31T23:59:59Z"; empty for a currently valid certificate.
 std::string invalidityOf(const Certificate& certificate);
 
 struct Recipient {
@@ -30,7 +29,7 @@ struct Recipient {
   std::string address;
 };
 
-/// Everybody in To, Cc and Bcc, in this order.
+/// All recipients in To, Cc and Bcc, in this order.
 std::vector<Recipient> recipientsOf(const Email2& email);
 
 }  // namespace mailtree::cli

@@ -5,8 +5,7 @@
 namespace mailtree::cli {
 namespace {
 
-/// Appended to an argument, it hides a closing bracket from the parser. No argument that a process receives
-/// holds one.
+/// Appended to an argument to hide a closing bracket from the parser. No argument of a process contains it.
 constexpr char kGuard = '\0';
 
 bool looksLikeList(std::string_view argument) {

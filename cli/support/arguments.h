@@ -1,7 +1,7 @@
-// cli/support/arguments.h - arguments that mean what they say.
+// cli/support/arguments.h - command-line arguments taken literally.
 //
-// The parser of the command line takes "[a,b]" for a list and "{}" for an empty one; to this command they are
-// names of files and of fields like any other.
+// The command-line parser reads "[a,b]" as a list and "{}" as an empty one; here they are names of files and
+// header fields like any other.
 #pragma once
 
 #include <optional>
@@ -15,17 +15,17 @@ class Option;
 
 namespace mailtree::cli {
 
-/// The arguments as the parser wants them, the last one first, with what it would take apart protected.
+/// The arguments in the parser's order, last one first, protected from being split as lists.
 std::vector<std::string> protectedArguments(int argc, const char* const* argv);
 
-/// Options and positional arguments that receive text literally. The targets outlive the parsing.
+/// Add options and positional arguments that receive text literally. The targets must outlive the parsing.
 CLI::Option* addText(CLI::App& verb, const std::string& name, std::string& target,
                      const std::string& description);
 CLI::Option* addText(CLI::App& verb, const std::string& name, std::optional<std::string>& target,
                      const std::string& description);
 CLI::Option* addTexts(CLI::App& verb, const std::string& name, std::vector<std::string>& target,
                       const std::string& description);
-/// An option that takes one text each time it is given.
+/// Adds a repeatable option that takes one text each time.
 CLI::Option* addRepeated(CLI::App& verb, const std::string& name, std::vector<std::string>& target,
                          const std::string& description);
 

@@ -8,19 +8,19 @@
 #include <cerrno>
 #include <system_error>
 
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "mailtree/base/Utf.h"
 
 namespace mailtree::cli {
 namespace {
 
 constexpr std::size_t kBlock = std::size_t{128} * 1024;
-/// A quote that is never closed would take the rest of the file in.
+/// Without a limit, an unterminated quote would read the rest of the file into memory.
 constexpr std::size_t kMaxRow = std::size_t{16} << 20;
 
 std::string textOfError(int error) { return std::generic_category().message(error); }
 
-/// Reads what there is, at most `size` bytes; -1 with errno set.
+/// Reads what is available, at most `size` bytes; -1 with errno set.
 ssize_t readSome(int descriptor, char* bytes, std::size_t size) {
   for (;;) {
     const ssize_t count = ::read(descriptor, bytes, size);
@@ -33,8 +33,8 @@ bool isRegularFile(int descriptor) {
   return ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
 }
 
-/// A copy of everything the descriptor gives, at its beginning, in a file without a name; null with errno set.
-FilePtr spooled(int descriptor) {
+/// Copies everything from the descriptor to a temporary file and rewinds it; null with errno set on failure.
+FilePtr spool(int descriptor) {
   FilePtr copy(std::tmpfile());
   const auto block = std::make_unique<char[]>(kBlock);
   while (copy) {
@@ -56,10 +56,10 @@ FilePtr openStream(const std::string& path) {
   return FilePtr(own < 0 ? nullptr : ::fdopen(own, "rb"));
 }
 
-FilePtr openTwiceReadable(const std::string& path) {
+FilePtr openRewindable(const std::string& path) {
   FilePtr file = openStream(path);
   if (!file || isRegularFile(::fileno(file.get()))) return file;
-  return spooled(::fileno(file.get()));
+  return spool(::fileno(file.get()));
 }
 
 std::string countOf(std::size_t number, const char* noun) {
@@ -103,7 +103,7 @@ bool CsvReader::fail(std::size_t line, std::string what) {
   return false;
 }
 
-/// The first block is there whole or the file is shorter than the mark.
+/// A first block shorter than the mark is the whole file.
 void CsvReader::skipByteOrderMark() {
   constexpr std::string_view kMark = "\xEF\xBB\xBF";
   if (fill() && std::string_view(m_block.get(), m_size).starts_with(kMark)) m_at = kMark.size();
@@ -142,17 +142,17 @@ bool CsvReader::readField(CsvRow& row) {
 
 bool CsvReader::readBare(CsvRow& row) {
   for (int c = peek(); c != kEnd && c != ',' && c != '\r' && c != '\n'; c = peek()) {
-    if (c == '"') return fail(m_line, "a quote stands in a field that does not begin with one");
+    if (c == '"') return fail(m_line, "quote inside an unquoted field");
     if (!append(row, take())) return false;
   }
   return true;
 }
 
-/// Reads behind the opening quote, which stands in `line`, to the closing one.
+/// Reads from after the opening quote, on line `line`, to the closing one.
 bool CsvReader::readQuoted(CsvRow& row, std::size_t line) {
   for (;;) {
     const int c = take();
-    if (c == kEnd) return fail(line, "a quote is never closed");
+    if (c == kEnd) return fail(line, "unterminated quote");
     if (c == '"' && peek() != '"') break;
     if (c == '"') take();
     if (c == '\n' || (c == '\r' && peek() != '\n')) ++m_line;
@@ -160,12 +160,12 @@ bool CsvReader::readQuoted(CsvRow& row, std::size_t line) {
   }
   const int c = peek();
   if (c == kEnd || c == ',' || c == '\r' || c == '\n') return true;
-  return fail(m_line, "text stands behind a closing quote");
+  return fail(m_line, "text after a closing quote");
 }
 
 bool CsvReader::append(CsvRow& row, int c) {
   if (row.m_text.size() >= kMaxRow)
-    return fail(row.line(), "the row is longer than 16 MiB; is a quote left open?");
+    return fail(row.line(), "the row is longer than 16 MiB; is there an unterminated quote?");
   row.m_text += static_cast<char>(c);
   return true;
 }
@@ -174,8 +174,8 @@ bool CsvReader::finishField(CsvRow& row) {
   CsvRow::Field& field = row.m_fields.back();
   field.size = row.m_text.size() - field.offset;
   const std::string_view text = row[row.size() - 1];
-  if (text.find('\0') != std::string_view::npos) return fail(field.line, "a NUL byte stands in it");
-  if (!isValidUtf8(text)) return fail(field.line, "it is not utf-8");
+  if (text.find('\0') != std::string_view::npos) return fail(field.line, "contains a NUL byte");
+  if (!isValidUtf8(text)) return fail(field.line, "is not valid utf-8");
   row.m_text += '\0';
   return true;
 }
@@ -183,9 +183,9 @@ bool CsvReader::finishField(CsvRow& row) {
 // Tables
 
 std::optional<CsvTable> CsvTable::open(const std::string& path) {
-  FilePtr file = openTwiceReadable(path);
+  FilePtr file = openRewindable(path);
   if (!file) {
-    complain(path, textOfError(errno));
+    reportError(path, textOfError(errno));
     return std::nullopt;
   }
   CsvTable table(path, std::move(file));
@@ -214,13 +214,13 @@ bool CsvTable::readHeader() {
   CsvRow row;
   if (!m_reader->next(row)) {
     if (const auto& problem = m_reader->problem()) return fail(problem->line, problem->what);
-    return fail(0, "there is no header row");
+    return fail(0, "missing header row");
   }
   for (std::size_t i = 0; i < row.size(); ++i) {
     const std::string_view name = row[i];
     if (name.empty()) return fail(row.lineOf(i), "column " + std::to_string(i + 1) + " has no name");
     if (!m_places.emplace(name, i).second)
-      return fail(row.lineOf(i), "the column '" + std::string(name) + "' stands there twice");
+      return fail(row.lineOf(i), "duplicate column '" + std::string(name) + "'");
     m_columns.emplace_back(name);
   }
   return true;
@@ -239,15 +239,15 @@ bool CsvTable::next(CsvRow& row) {
   }
   if (row.size() == m_columns.size()) return true;
   return fail(row.line(),
-              countOf(row.size(), "field") + " where the header has " + std::to_string(m_columns.size()));
+              countOf(row.size(), "field") + " instead of the header's " + std::to_string(m_columns.size()));
 }
 
-void CsvTable::complainAt(std::size_t line, std::string_view problem) const {
-  complain(m_path, (line ? "line " + std::to_string(line) + ": " : std::string()).append(problem));
+void CsvTable::reportErrorAt(std::size_t line, std::string_view problem) const {
+  reportError(m_path, (line ? "line " + std::to_string(line) + ": " : std::string()).append(problem));
 }
 
 bool CsvTable::fail(std::size_t line, std::string_view problem) {
-  complainAt(line, problem);
+  reportErrorAt(line, problem);
   m_failed = true;
   return false;
 }

@@ -1,10 +1,9 @@
 // cli/support/csv.h - tables of comma-separated values (RFC 4180), read row by row.
 //
-//   Read       utf-8 with or without a byte order mark; line ends of any kind; quoted fields with commas, doubled
-//              quotes and line breaks; empty lines are passed over. What is not exactly right is refused.
-//   Memory     One row at a time, whatever the file's size. What cannot be read twice (a pipe) is copied to a
-//              temporary file first.
-//   Failure    A complaint that names the file and the line.
+//   Input      utf-8 with or without a byte order mark; any line breaks; quoted fields with commas, doubled
+//              quotes and line breaks. Empty lines are skipped. Malformed input is rejected.
+//   Memory     One row at a time, whatever the file's size. A pipe is first copied to a temporary file.
+//   Failure    An error message with the file and the line.
 #pragma once
 
 #include <cstdint>
@@ -20,13 +19,13 @@
 
 namespace mailtree::cli {
 
-/// One row. Its memory is used again for the next one.
+/// One row; reading the next one reuses its memory.
 class CsvRow {
  public:
   std::size_t size() const noexcept { return m_fields.size(); }
   /// A field; null-terminated.
   std::string_view operator[](std::size_t index) const noexcept;
-  /// Where the row, and where a field of it, begins; lines count from 1.
+  /// Line on which the row, or one of its fields, begins; counted from 1.
   std::size_t line() const noexcept { return m_fields.empty() ? 0 : m_fields.front().line; }
   std::size_t lineOf(std::size_t index) const noexcept { return m_fields[index].line; }
 
@@ -42,15 +41,15 @@ class CsvRow {
 };
 
 struct CsvProblem {
-  std::size_t line;  ///< 0: of no line.
+  std::size_t line;  ///< 0 when it concerns no particular line.
   std::string what;
 };
 
-/// Takes rows out of an open file, from where it stands.
+/// Reads rows from an open file, starting at its current position.
 class CsvReader {
  public:
   explicit CsvReader(int descriptor);
-  /// False at the end, and when there is a problem.
+  /// False at the end and on a problem.
   bool next(CsvRow& row);
   const std::optional<CsvProblem>& problem() const noexcept { return m_problem; }
   std::uint64_t bytesRead() const noexcept { return m_blockBegin + m_at; }
@@ -79,22 +78,22 @@ class CsvReader {
   std::optional<CsvProblem> m_problem;
 };
 
-/// A file with a header row, which can be read again from the start.
+/// A file with a header row; it can be rewound.
 class CsvTable {
  public:
-  /// Opens a file, or standard input for "-", and reads the header row: names, none of them empty or there
-  /// twice. Nothing after a complaint.
+  /// Opens a file, or standard input for "-", and reads the header row, whose names are unique and not empty.
+  /// Reports an error and returns nothing on failure.
   static std::optional<CsvTable> open(const std::string& path);
 
   const std::vector<std::string>& columns() const noexcept { return m_columns; }
   std::optional<std::size_t> columnOf(std::string_view name) const;
-  /// The next row, which has as many fields as there are columns. False at the end, and after a complaint.
+  /// Reads the next row, which has one field per column. False at the end, and after reporting an error.
   bool next(CsvRow& row);
   bool failed() const noexcept { return m_failed; }
-  /// Back to the first row below the header. False after a complaint.
+  /// Goes back to the first row after the header. False after reporting an error.
   bool rewind();
-  /// Complains about something at a line.
-  void complainAt(std::size_t line, std::string_view problem) const;
+  /// Reports an error on a line.
+  void reportErrorAt(std::size_t line, std::string_view problem) const;
 
   std::uint64_t size() const noexcept { return m_size; }
   std::uint64_t position() const noexcept { return m_reader->bytesRead(); }
@@ -107,11 +106,11 @@ class CsvTable {
 
   std::string m_path;
   FilePtr m_file;
-  std::int64_t m_begin = 0;  ///< Where the table begins in the file.
+  std::int64_t m_begin = 0;  ///< Offset of the table in the file.
   std::uint64_t m_size = 0;
   std::optional<CsvReader> m_reader;
   std::vector<std::string> m_columns;
-  std::map<std::string, std::size_t, std::less<>> m_places;  ///< Of the columns, by their names.
+  std::map<std::string, std::size_t, std::less<>> m_places;  ///< Column indexes by name.
   bool m_failed = false;
 };
 

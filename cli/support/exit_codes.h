@@ -1,20 +1,20 @@
-// cli/support/exit_codes.h - what every verb returns.
+// cli/support/exit_codes.h - the exit codes of all verbs.
 #pragma once
 
 namespace mailtree::cli {
 
 enum class Exit : int {
   fine = 0,
-  negative = 1,    ///< The answer is no: the field, body or part asked for is not there.
+  negative = 1,    ///< The answer is no: the requested field, body or part does not exist.
   usage = 2,       ///< The command line is wrong.
   unreadable = 3,  ///< A file could not be read or written.
-  limit = 4,       ///< A limit was met; the result is given all the same.
+  limit = 4,       ///< A limit was reached; the result is still written.
 };
 
-/// The graver of two results: a file that failed outweighs a limit, a limit outweighs a no.
-constexpr Exit graver(Exit a, Exit b) noexcept {
-  constexpr Exit kByGravity[] = {Exit::usage, Exit::unreadable, Exit::limit, Exit::negative};
-  for (const Exit exit : kByGravity)
+/// The worse of two results: a failed file outweighs a limit, a limit outweighs a no.
+constexpr Exit worse(Exit a, Exit b) noexcept {
+  constexpr Exit kWorstFirst[] = {Exit::usage, Exit::unreadable, Exit::limit, Exit::negative};
+  for (const Exit exit : kWorstFirst)
     if (a == exit || b == exit) return exit;
   return Exit::fine;
 }

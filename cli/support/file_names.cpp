@@ -13,16 +13,16 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Most systems allow 255 bytes; some need a part of them, and a number may be added.
+/// Most systems allow 255 bytes, some fewer, and a number may be appended.
 constexpr std::size_t kMaxNameBytes = 200;
-/// What follows a dot so far from the end is no extension.
+/// A longer suffix is not taken for an extension.
 constexpr std::size_t kMaxExtensionBytes = 20;
 
 constexpr std::string_view kForbiddenElsewhere = "<>:\"|?*";
 
-/// Files of these names are devices on Windows, in every folder and with every extension.
+/// Device names on Windows, in every folder and with any extension.
 constexpr std::string_view kDevices[] = {"con", "prn", "aux", "nul", "conin$", "conout$", "clock$"};
-/// So are these with a digit behind them, superscript ones among them.
+/// Device names when a digit follows, superscript or not.
 constexpr std::string_view kNumberedDevices[] = {"com", "lpt"};
 constexpr std::string_view kSuperscripts[] = {"\u00B9", "\u00B2", "\u00B3"};
 
@@ -47,7 +47,7 @@ bool isDevice(std::string_view name) {
 
 bool isDotOrBlank(char c) { return c == '.' || isSpaceAscii(c); }
 
-std::string_view withoutDotsAround(std::string_view name) {
+std::string_view trimDotsAndBlanks(std::string_view name) {
   while (!name.empty() && isDotOrBlank(name.front())) name.remove_prefix(1);
   while (!name.empty() && isDotOrBlank(name.back())) name.remove_suffix(1);
   return name;
@@ -80,7 +80,7 @@ std::string shortened(const std::string& name) {
   if (name.size() <= kMaxNameBytes) return name;
   const auto [stem, extension] = split(name);
   const std::size_t room = kMaxNameBytes - extension.size();
-  return std::string(withoutDotsAround(stem.substr(0, utf8PrefixLength(stem, room)))).append(extension);
+  return std::string(trimDotsAndBlanks(stem.substr(0, utf8PrefixLength(stem, room)))).append(extension);
 }
 
 std::string numbered(std::string_view name, unsigned number) {
@@ -92,17 +92,17 @@ std::string numbered(std::string_view name, unsigned number) {
 }  // namespace
 
 std::string safeFileName(std::string_view fromMail, std::string_view otherwise) {
-  std::string name = onlyAllowedCharacters(withoutDotsAround(baseName(fromMail)));
+  std::string name = onlyAllowedCharacters(trimDotsAndBlanks(baseName(fromMail)));
   if (name.empty()) return std::string(otherwise);
   if (name.front() == '-') name.front() = '_';
   if (isDevice(name)) name.insert(0, 1, '_');
   return shortened(name);
 }
 
-FreeNames::FreeNames(fs::path folder, bool mayOverwrite)
+UniqueFileNames::UniqueFileNames(fs::path folder, bool mayOverwrite)
     : m_folder(std::move(folder)), m_mayOverwrite(mayOverwrite) {}
 
-std::string FreeNames::pick(std::string_view name) {
+std::string UniqueFileNames::pick(std::string_view name) {
   unsigned& number = m_lastNumber[lowerAscii(name)];
   std::string candidate;
   do candidate = numbered(name, ++number);
@@ -111,7 +111,7 @@ std::string FreeNames::pick(std::string_view name) {
   return (m_folder / candidate).string();
 }
 
-bool FreeNames::isTaken(const std::string& name) const {
+bool UniqueFileNames::isTaken(const std::string& name) const {
   if (m_given.contains(lowerAscii(name))) return true;
   std::error_code ignored;
   return !m_mayOverwrite && fs::exists(fs::symlink_status(m_folder / name, ignored));

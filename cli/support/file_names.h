@@ -1,7 +1,7 @@
-// cli/support/file_names.h - names for files, made of what a mail calls them.
+// cli/support/file_names.h - safe file names, derived from those in a message.
 //
-// Whoever wrote a mail does not get to choose a folder, to hide a file, to disguise its type or to hit one that
-// is there.
+// The author of a message cannot choose a folder, hide a file, disguise its type or overwrite
+// an existing one.
 #pragma once
 
 #include <filesystem>
@@ -12,20 +12,20 @@
 
 namespace mailtree::cli {
 
-/// A name that is safe in any folder of any system, at most 200 bytes of utf-8: the base name only ("/" and
-/// "\" both separate), without dots or blanks around it, never a device. Control and format characters,
-/// malformed bytes, a leading "-" and what other systems forbid become "_". A long name loses its middle, not
-/// its extension.
-/// @param otherwise  the name when nothing is left.
+/// Returns a name that is safe on any system, at most 200 bytes of utf-8: the base name only ("/" and "\"
+/// both separate), without leading or trailing dots and blanks, never a device name. Control and format
+/// characters, malformed bytes, a leading "-" and characters forbidden on other systems become "_". A long
+/// name is cut before its extension.
+/// @param otherwise  the name used when nothing is left.
 std::string safeFileName(std::string_view fromMail, std::string_view otherwise);
 
-/// Hands out names in one folder, each once.
-class FreeNames {
+/// Picks file names that are unique within one folder.
+class UniqueFileNames {
  public:
-  /// @param mayOverwrite  whether names of files that are there are free too.
-  FreeNames(std::filesystem::path folder, bool mayOverwrite);
-  /// The path of a file of that name, or of "name (2).ext" and so on when it is taken. Case is ignored for the
-  /// names handed out: on some systems it makes no difference.
+  /// @param mayOverwrite  whether existing files may be overwritten.
+  UniqueFileNames(std::filesystem::path folder, bool mayOverwrite);
+  /// Returns the path of a file of that name, or of "name (2).ext" and so on when it is taken. Names picked
+  /// before are compared without case, as some systems do.
   std::string pick(std::string_view name);
 
  private:
@@ -33,7 +33,7 @@ class FreeNames {
 
   std::filesystem::path m_folder;
   bool m_mayOverwrite;
-  std::unordered_set<std::string> m_given;                 ///< In lower case.
+  std::unordered_set<std::string> m_given;                 ///< Names picked so far, in lower case.
   std::unordered_map<std::string, unsigned> m_lastNumber;  ///< By name in lower case.
 };
 

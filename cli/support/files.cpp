@@ -7,15 +7,15 @@
 #include <filesystem>
 #include <system_error>
 
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 
 namespace mailtree::cli {
 namespace {
 
 constexpr std::size_t kReadChunk = std::size_t{64} * 1024;
 
-/// Reads the descriptor itself, from where it stands to its end; 0 or the errno that stopped it. Opening
-/// /dev/stdin instead would start a file anew, and fails for sockets and for files only the opener may read.
+/// Reads the open descriptor to its end; returns 0 or an errno. Opening /dev/stdin instead would start a file
+/// from its beginning, and fails for sockets and for files that only the opener may read.
 int readStandardInput(DataBuffer& bytes) {
   for (;;) {
     unsigned char* const room = bytes.appendUninitialized(kReadChunk);
@@ -40,29 +40,29 @@ Exit appendFiles(const std::string& path, std::vector<std::string>& files) {
   const auto before = static_cast<std::ptrdiff_t>(files.size());
   for (fs::directory_iterator entry(path, error), end; !error && entry != end; entry.increment(error)) {
     const fs::file_type type = entry->status(ignored).type();
-    // A link to nowhere is complained of when it is read.
+    // A dangling link is reported when it is read.
     const bool isFile =
         type == fs::file_type::regular || type == fs::file_type::not_found || type == fs::file_type::none;
     if (isFile && !entry->path().filename().string().starts_with('.'))
       files.push_back(entry->path().string());
   }
   if (!error && static_cast<std::ptrdiff_t>(files.size()) == before)
-    complain(path, "no files in it; folders below are not looked into");
+    reportError(path, "contains no files; subfolders are not searched");
   std::sort(files.begin() + before, files.end());
   if (!error) return Exit::fine;
-  complain(path, error.message());
+  reportError(path, error.message());
   return Exit::unreadable;
 }
 
 bool readFile(const std::string& path, DataBuffer& bytes) {
   if (path == "-") {
     const int error = readStandardInput(bytes);
-    if (error) complain(path, std::generic_category().message(error));
+    if (error) reportError(path, std::generic_category().message(error));
     return error == 0;
   }
   LogMemory log;
   if (bytes.loadFileUtf8(path.c_str(), log)) return true;
-  complain(path, lastError(log, "cannot be read"));
+  reportError(path, lastError(log, "cannot be read"));
   return false;
 }
 

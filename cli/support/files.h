@@ -1,4 +1,4 @@
-// cli/support/files.h - files and standard input, read.
+// cli/support/files.h - reading files and standard input.
 #pragma once
 
 #include <string>
@@ -9,11 +9,11 @@
 
 namespace mailtree::cli {
 
-/// Appends the files that an argument names: itself, or when it is a folder the files in it, sorted by name, without
-/// hidden ones and without those of its subfolders. unreadable after a complaint.
+/// Appends the file that an argument names or, for a folder, its files sorted by name, without hidden files
+/// and subfolders. unreadable after reporting an error.
 Exit appendFiles(const std::string& path, std::vector<std::string>& files);
 
-/// Reads a whole file, or standard input for "-". False after a complaint.
+/// Reads a whole file, or standard input for "-". False after reporting an error.
 bool readFile(const std::string& path, DataBuffer& bytes);
 
 }  // namespace mailtree::cli

@@ -6,7 +6,7 @@
 
 namespace mailtree::cli {
 
-/// The text as HTML shows it, in content and in quoted attributes.
+/// Escapes text for HTML content and quoted attributes.
 std::string htmlText(std::string_view text);
 
 }  // namespace mailtree::cli

@@ -56,9 +56,9 @@ std::string textOf(const Json& json) { return json.dump(-1, ' ', false, Json::er
 /// JSON allows DEL, the C1 controls and direction overrides; a terminal may obey them.
 std::string lineOf(std::string text) {
   std::string out;
-  std::size_t done = 0;  // up to there it is in `out`
+  std::size_t done = 0;  // end of what is already in `out`
   for (std::size_t at = 0; at < text.size();) {
-    if (text[at] >= ' ' && text[at] < '\x7F') {  // nearly all of it
+    if (text[at] >= ' ' && text[at] < '\x7F') {  // the common case
       ++at;
       continue;
     }

@@ -1,4 +1,4 @@
-// cli/support/json_values.h - what all JSON output is made of.
+// cli/support/json_values.h - building blocks of all JSON output.
 #pragma once
 
 #include <initializer_list>
@@ -13,18 +13,18 @@
 
 namespace mailtree::cli {
 
-/// Keeps the order of its keys.
+/// Keys keep the order in which they are added.
 using Json = nlohmann::ordered_json;
 
-/// Version of the form of all output.
+/// Version of the schema of all JSON output.
 inline constexpr int kSchema = 1;
 
-/// A member of an object that is being made; its value is moved from.
+/// A member of an object under construction; its value is moved from.
 struct Member {
   const char* key;
   mutable Json value;
 };
-/// An object of members with different keys. What an initializer list of Json makes of them, without an array for each.
+/// An object of members with distinct keys, built without the temporary arrays of a Json initializer list.
 Json objectOf(std::initializer_list<Member> members);
 
 Json textOrNull(std::string_view text);
@@ -34,9 +34,9 @@ Json addressOrNull(const std::optional<_svEmailAddress>& address);
 Json dateOrNull(const std::optional<SorvikSysTime>& date);
 Json limitsOf(LimitSet limits);
 
-/// The text of a value; utf-8, as it is to be joined with other text.
+/// Serialises a value compactly as utf-8.
 std::string textOf(const Json& json);
-/// One line, without a line break; utf-8, with control characters escaped.
+/// Serialised JSON on one line, without a line break: utf-8, with control characters escaped.
 std::string lineOf(std::string text);
 std::string lineOf(const Json& json);
 

@@ -4,7 +4,7 @@
 #include <filesystem>
 
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/terminal.h"
 
 namespace mailtree::cli {
@@ -12,8 +12,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The path of an output, from the root and without links as far as there is something.
-fs::path whole(const std::string& path) {
+/// The absolute path of an output, with links resolved as far as it exists.
+fs::path absolutePath(const std::string& path) {
   if (isStandardOutput(path)) return "/dev/stdout";
   std::error_code ignored;
   const fs::path absolute = fs::absolute(path, ignored);
@@ -24,14 +24,14 @@ fs::path whole(const std::string& path) {
 }  // namespace
 
 void addOutput(CLI::App& verb, std::string& target) {
-  addText(verb, "-o,--output", target, "File to write, whole or not at all; standard output without it")
+  addText(verb, "-o,--output", target, "File to write (default: standard output)")
       ->check([](const std::string& name) { return std::string(name.empty() ? "the name is empty" : ""); });
 }
 
 bool isStandardOutput(std::string_view path) { return path.empty() || path == "-"; }
 
 bool isSameOutput(const std::string& a, const std::string& b) {
-  const fs::path first = whole(a), second = whole(b);
+  const fs::path first = absolutePath(a), second = absolutePath(b);
   std::error_code ignored;
   return first == second || fs::equivalent(first, second, ignored);
 }
@@ -42,22 +42,22 @@ bool TextFile::write(const std::string& text) {
   LogMemory log;
   ProgressContext progress(nullptr);
   if (leadsToTerminal(m_path)) m_text = printableLines(text);
-  return complainUnless(
+  return reportUnless(
       m_sink.open(m_path.c_str(), log, Existing::replace, m_readers) && m_sink.write(m_text, progress, log),
       log);
 }
 
 bool TextFile::commit() {
   if (isStandardOutput(m_path)) {
-    writeGuarded(m_text);
+    writeHarmless(m_text);
     return finishStandardOutput() == Exit::fine;
   }
   LogMemory log;
-  return complainUnless(m_sink.commit(log), log);
+  return reportUnless(m_sink.commit(log), log);
 }
 
-bool TextFile::complainUnless(bool done, const LogMemory& log) const {
-  if (!done) complain(m_path, lastError(log, "cannot be written"));
+bool TextFile::reportUnless(bool done, const LogMemory& log) const {
+  if (!done) reportError(m_path, lastError(log, "cannot be written"));
   return done;
 }
 

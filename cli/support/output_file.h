@@ -1,4 +1,4 @@
-// cli/support/output_file.h - where a verb writes to: the file of its option -o, or standard output.
+// cli/support/output_file.h - where a verb writes: the file given with -o, or standard output.
 #pragma once
 
 #include <string>
@@ -14,17 +14,17 @@ class App;
 
 namespace mailtree::cli {
 
-/// The option -o of a verb that writes a message.
+/// Adds the option -o of a verb that writes a message.
 void addOutput(CLI::App& verb, std::string& target);
 
-/// Whether a name stands for standard output: "-" or nothing.
+/// Whether a name means standard output: "-" or empty.
 bool isStandardOutput(std::string_view path);
 
-/// Whether two names, however they are spelled, lead to one place.
+/// Whether two names refer to the same output, even when spelled differently.
 bool isSameOutput(const std::string& a, const std::string& b);
 
-/// A small text for a file or standard output, written in two steps so that it can wait for something else to
-/// succeed. Both are false after a complaint.
+/// Writes a small text to a file or standard output in two steps, so that the second can wait until something
+/// else has succeeded. Both steps return false after reporting an error.
 class TextFile {
  public:
   explicit TextFile(std::string path, Readers readers = Readers::usual)
@@ -33,11 +33,11 @@ class TextFile {
   bool commit();
 
  private:
-  bool complainUnless(bool done, const LogMemory& log) const;
+  bool reportUnless(bool done, const LogMemory& log) const;
 
   std::string m_path;
   Readers m_readers;
-  std::string m_text;  ///< For standard output, which takes nothing back.
+  std::string m_text;  ///< Held back from standard output until commit().
   FileOutput m_sink;
 };
 

@@ -12,11 +12,11 @@ namespace {
 constexpr std::chrono::milliseconds kInterval(100);
 constexpr unsigned kCells = 24;
 
-/// There is one terminal, whoever draws on it.
+/// Global because all bars share one terminal.
 bool isLineDrawn = false;
 
 /// "0:05", "12:00", "3:00:00"
-std::string asTime(std::uint64_t seconds) {
+std::string durationText(std::uint64_t seconds) {
   char text[64];
   const auto hours = static_cast<unsigned long long>(seconds / 3600);
   const auto minutes = static_cast<unsigned>(seconds / 60 % 60), rest = static_cast<unsigned>(seconds % 60);
@@ -40,7 +40,7 @@ std::string progressLine(std::uint64_t rows, std::uint64_t bytesDone, std::uint6
                      std::to_string(rows) + " rows";
   if (seconds <= 0 || part <= 0) return line;
   line += "  " + std::to_string(static_cast<std::uint64_t>(static_cast<double>(rows) / seconds)) + "/s  ";
-  return line + asTime(static_cast<std::uint64_t>(std::ceil(seconds / part * (1 - part)))) + " left";
+  return line + durationText(static_cast<std::uint64_t>(std::ceil(seconds / part * (1 - part)))) + " left";
 }
 
 ProgressBar::ProgressBar(std::uint64_t bytesInAll)

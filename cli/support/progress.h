@@ -1,4 +1,4 @@
-// cli/support/progress.h - how far a long operation is, on standard error when that is a terminal.
+// cli/support/progress.h - progress of a long operation, drawn on standard error when that is a terminal.
 #pragma once
 
 #include <chrono>
@@ -7,14 +7,14 @@
 
 namespace mailtree::cli {
 
-/// "[#####.....]  50 %  5000 rows  1000/s  0:05 left" for what was done in so many seconds.
+/// "[#####.....]  50 %  5000 rows  1000/s  0:05 left", given the elapsed seconds.
 std::string progressLine(std::uint64_t rows, std::uint64_t bytesDone, std::uint64_t bytesInAll,
                          double seconds);
 
-/// Takes the line away that stands on the terminal, so that something else can be written there.
+/// Erases the progress line, if one is drawn, before other output.
 void clearProgressLine();
 
-/// Draws the line and draws it again as time goes by; nothing is left of it at the end.
+/// Draws the progress line, redraws it at intervals and erases it at the end.
 class ProgressBar {
  public:
   explicit ProgressBar(std::uint64_t bytesInAll);

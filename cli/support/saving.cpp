@@ -4,7 +4,7 @@
 #include <iostream>
 #include <system_error>
 
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/terminal.h"
 
 namespace mailtree::cli {
@@ -18,7 +18,7 @@ bool saveFile(const std::string& path, std::string_view bytes, Existing existing
   else if (sink.open(path.c_str(), log, existing, readers) && sink.write(bytes, progress, log) &&
            sink.commit(log))
     return true;
-  complain(path, lastError(log, "cannot be written"));
+  reportError(path, lastError(log, "cannot be written"));
   return false;
 }
 
@@ -26,19 +26,19 @@ bool makeFolder(const std::string& folder) {
   std::error_code error;
   std::filesystem::create_directories(folder, error);
   if (!error) return true;
-  complain(folder, error.message());
+  reportError(folder, error.message());
   return false;
 }
 
-void tellPath(const std::string& path) { std::cout << printable(path) << '\n'; }
+void printPath(const std::string& path) { std::cout << printable(path) << '\n'; }
 
 Exit saveToOutput(std::string_view bytes, const std::string& path, bool force, Readers readers) {
   if (path == "-") {
-    writeGuarded(bytes);
+    writeHarmless(bytes);
     return finishStandardOutput();
   }
   if (!saveFile(path, bytes, force ? Existing::replace : Existing::refuse, readers)) return Exit::unreadable;
-  tellPath(path);
+  printPath(path);
   return finishStandardOutput();
 }
 

@@ -1,4 +1,4 @@
-// cli/support/saving.h - contents of messages to files.
+// cli/support/saving.h - saving message content to files.
 #pragma once
 
 #include <string>
@@ -9,23 +9,22 @@
 
 namespace mailtree::cli {
 
-/// False after a complaint; the file is there whole or not at all.
+/// Writes the whole file or none of it; false after reporting an error.
 bool saveFile(const std::string& path, std::string_view bytes, Existing existing,
               Readers readers = Readers::usual);
 
-/// Makes a folder and those above it where they are missing; false after a complaint.
+/// Creates a folder and its missing parents; false after reporting an error.
 bool makeFolder(const std::string& folder);
 
 /// Prints the path of a file that was written.
-void tellPath(const std::string& path);
+void printPath(const std::string& path);
 
-/// Writes to a file the user named, telling its path, or to standard output for "-", where a terminal gets only
-/// the harmless part. The name is the user's own: with `force` it is written to as any program would, through a
-/// symbolic link too.
+/// Writes to a file that the user named and prints its path, or to standard output for "-" (a terminal gets
+/// only harmless characters). With `force`, an existing file is overwritten, through a symbolic link too.
 Exit saveToOutput(std::string_view bytes, const std::string& path, bool force,
                   Readers readers = Readers::usual);
 
-/// Check of an option that takes a file or folder: what is wrong with the name; nothing when it is usable.
+/// Checks the file or folder name given for an option; returns the problem, or an empty string.
 std::string checkNameGiven(const std::string& name);
 
 }  // namespace mailtree::cli

@@ -13,8 +13,8 @@ constexpr std::size_t kMaxColumnWidth = 40;
 
 std::string cutTo(std::string_view text, std::size_t columns) {
   constexpr std::string_view kCut = "...";
-  if (greatestWidth(text) <= columns) return std::string(text);
-  return std::string(fitSurely(text, columns - kCut.size())).append(kCut);
+  if (maxDisplayWidth(text) <= columns) return std::string(text);
+  return std::string(fitMaxWidth(text, columns - kCut.size())).append(kCut);
 }
 
 }  // namespace

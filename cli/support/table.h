@@ -1,4 +1,4 @@
-// cli/support/table.h - rows of cells in columns, for people.
+// cli/support/table.h - plain-text tables.
 #pragma once
 
 #include <cstddef>
@@ -13,15 +13,14 @@ struct Column {
   bool rightAligned = false;
 };
 
-/// Columns are as wide as their widest cell, up to a limit: a wider cell pushes what follows out of its column.
+/// Columns are as wide as their widest cell, up to a limit; a wider cell shifts the rest of its row.
 class Table {
  public:
-  /// Begins with the titles.
+  /// The first row holds the titles.
   explicit Table(std::vector<Column> columns);
-  /// One text for each column, printable already and without a gap that could be taken for one between columns.
+  /// Adds a row of one text per column, already printable and without gaps that look like column breaks.
   void add(std::vector<std::string> cells);
-  /// To standard output. On a terminal, what does not fit into its line is cut: broken off, it could be taken for
-  /// another row.
+  /// Writes to standard output. On a terminal long lines are cut: a wrapped one could pass for another row.
   void write(std::ostream& out) const;
 
  private:

@@ -28,11 +28,11 @@ bool isIn(char32_t c, const auto& ranges) {
   return false;
 }
 
-/// Characters that change how a terminal draws what follows, or that nobody sees: C0, DEL, C1, soft hyphens,
-/// line and paragraph separators, all that directs bidirectional text, zero-width marks, interlinear marks, tag
+/// Characters that change how a terminal draws what follows, or that are invisible: C0, DEL, C1, soft
+/// hyphens, line and paragraph separators, bidirectional controls, zero-width marks, interlinear marks, tag
 /// characters. Words and emoji need U+200C and U+200D, which stay.
-// Deliberate: the flags of England, Scotland and Wales, whose letters are tag characters, lose them: so could
-// whole sentences be hidden.
+// Deliberate: the flags of England, Scotland and Wales, spelled in tag characters, are lost: tag characters
+// could hide whole sentences.
 constexpr Range kUnsafe[] = {{0x00, 0x1F},     {0x7F, 0x9F},     {0xAD, 0xAD},     {0x061C, 0x061C},
                              {0x180E, 0x180E}, {0x200B, 0x200B}, {0x200E, 0x200F}, {0x2028, 0x202E},
                              {0x2060, 0x206F}, {0xFEFF, 0xFEFF}, {0xFFF9, 0xFFFB}, {0xE0000, 0xE007F}};
@@ -53,22 +53,22 @@ std::size_t columnsOf(char32_t c) {
   return isIn(c, kWide) ? 2 : 1;
 }
 
-/// No terminal gives a character more, whatever it takes it for.
-std::size_t mostColumnsOf(char32_t c) { return c < 0x1100 ? 1 : 2; }
+/// Upper bound for any terminal.
+std::size_t maxColumnsOf(char32_t c) { return c < 0x1100 ? 1 : 2; }
 
-/// What looks like a square bracket in one typeface or another.
+/// Characters that look like a square bracket in some typefaces.
 constexpr Range kBracketLike[] = {{0x2045, 0x2046}, {0x23A1, 0x23A6}, {0x2772, 0x2773}, {0x27E6, 0x27E7},
                                   {0x2983, 0x2998}, {0x2E22, 0x2E25}, {0x3010, 0x3011}, {0x3014, 0x301B},
                                   {0xFF3B, 0xFF3B}, {0xFF3D, 0xFF3D}};
 
-/// All of Unicode that is nothing but a gap.
+/// All blank characters of Unicode.
 constexpr Range kBlanks[] = {{0x20, 0x20},     {0xA0, 0xA0},     {0x1680, 0x1680}, {0x2000, 0x200A},
                              {0x202F, 0x202F}, {0x205F, 0x205F}, {0x2800, 0x2800}, {0x3000, 0x3000},
                              {0x3164, 0x3164}, {0xFFA0, 0xFFA0}};
 
 constexpr std::size_t kLongestWord = 80;
 
-/// Two gaps in a row, or one at an end, are what parts the columns of a table.
+/// Whether the text has two blanks in a row or one at an end, as between the columns of a table.
 bool hasGap(std::string_view text) {
   bool afterBlank = true;
   for (std::size_t at = 0; at < text.size();) {
@@ -82,7 +82,7 @@ bool hasGap(std::string_view text) {
 constexpr std::array kInkCodes = {"", "2", "1", "36", "32", "33", "31"};
 static_assert(kInkCodes.size() == static_cast<std::size_t>(Ink::warning) + 1);
 
-/// Appends one line; what is not harmless becomes U+FFFD.
+/// Appends one line; unsafe characters become U+FFFD.
 void appendHarmless(std::string& out, std::string_view text, std::string_view tab) {
   for (std::size_t at = 0; at < text.size();) {
     const std::size_t begin = at;
@@ -96,9 +96,9 @@ void appendHarmless(std::string& out, std::string_view text, std::string_view ta
   }
 }
 
-/// The first of the lines that a text is broken into: up to the last blank that fits, if there is one.
+/// The first line of a broken text: up to the last blank that fits, if any.
 std::string_view firstLineOf(std::string_view text, std::size_t columns) {
-  const std::string_view fitting = fitSurely(text, columns);
+  const std::string_view fitting = fitMaxWidth(text, columns);
   const std::size_t blank = fitting.size() < text.size() ? fitting.rfind(' ') : std::string_view::npos;
   return blank == std::string_view::npos ? fitting : fitting.substr(0, blank + 1);
 }
@@ -128,7 +128,7 @@ std::string printableLines(std::string_view text) {
   return out;
 }
 
-void writeGuarded(std::string_view text) {
+void writeHarmless(std::string_view text) {
   if (standardOutputIsTerminal())
     std::cout << printableLines(text);
   else
@@ -212,7 +212,7 @@ std::string humanSize(std::uint64_t bytes) {
 
 namespace {
 
-/// The columns of a text, each character measured by `columnsOfOne`.
+/// The width of a text whose characters `columnsOfOne` measures.
 template <class Measure>
 std::size_t widthOf(std::string_view utf8, Measure columnsOfOne) {
   std::size_t width = 0;
@@ -220,7 +220,7 @@ std::size_t widthOf(std::string_view utf8, Measure columnsOfOne) {
   return width;
 }
 
-/// As much of the beginning of a text as has room.
+/// The longest prefix that fits.
 template <class Measure>
 std::string_view fit(std::string_view utf8, std::size_t columns, Measure columnsOfOne) {
   std::size_t width = 0;
@@ -240,10 +240,10 @@ std::string_view fitWidth(std::string_view utf8, std::size_t columns) {
   return fit(utf8, columns, columnsOf);
 }
 
-std::size_t greatestWidth(std::string_view utf8) { return widthOf(utf8, mostColumnsOf); }
+std::size_t maxDisplayWidth(std::string_view utf8) { return widthOf(utf8, maxColumnsOf); }
 
-std::string_view fitSurely(std::string_view utf8, std::size_t columns) {
-  return fit(utf8, columns, mostColumnsOf);
+std::string_view fitMaxWidth(std::string_view utf8, std::size_t columns) {
+  return fit(utf8, columns, maxColumnsOf);
 }
 
 std::string Style::paint(Ink ink, std::string_view text) const {

@@ -1,4 +1,4 @@
-// cli/support/terminal.h - what may reach a terminal, and how it looks there.
+// cli/support/terminal.h - safe and readable text on a terminal.
 #pragma once
 
 #include <cstdint>
@@ -8,77 +8,78 @@
 
 namespace mailtree::cli {
 
-/// The text as one harmless line: control characters, line breaks, what is not harmless otherwise, and malformed
-/// bytes become U+FFFD, a tab becomes a space. Whoever wrote a mail does not get to drive the reader's terminal.
+/// Returns the text as one harmless line: control characters, line breaks, other unsafe characters
+/// and malformed bytes become U+FFFD, a tab becomes a space. The author of a message cannot control
+/// the reader's terminal.
 std::string printable(std::string_view text);
 
-/// The same for a text of several lines, which stay lines (each ends in LF); tabs stay too.
+/// The same for a text of several lines. Each line ends in LF; tabs are kept.
 std::string printableLines(std::string_view text);
 
-/// The same as one word that cannot be taken for ours: in quotes, with a backslash before what could end them, and
-/// without a character that could be a bracket of ours.
+/// The same in quotes, so that it cannot pass for the command's own output: quotes, backslashes and square
+/// brackets are escaped, characters that look like brackets too.
 std::string inQuotes(std::string_view text);
-/// As it is when it is one word of ASCII without any punctuation that we use, such as an address or a media type;
-/// else in quotes.
+/// Unchanged when it is one ASCII word without the punctuation of the command's output, such as an address or
+/// a media type; else in quotes.
 std::string wordOrQuoted(std::string_view text);
-/// As it is when it cannot be taken for more than one cell of a table; else in quotes.
+/// Unchanged when it can only be read as one table cell; else in quotes.
 std::string cellOrQuoted(std::string_view text);
-/// One harmless line without a gap that could be taken for one between cells.
+/// Returns one harmless line in which single spaces separate words, so that no gap looks like a column break.
 std::string singleSpaced(std::string_view text);
 
-/// Begins every line that the message itself says, and none of ours.
-inline constexpr std::string_view kSaid = "> ";
+/// Prefix of lines quoted from the message; no other line begins with it.
+inline constexpr std::string_view kMessageLinePrefix = "> ";
 
-/// Writes a text of several lines to standard output: as it is, unless that is a terminal.
-void writeGuarded(std::string_view text);
+/// Writes text to standard output, unchanged unless that is a terminal, which gets printableLines().
+void writeHarmless(std::string_view text);
 
-/// Whether a character is drawn in its place and does nothing else to a terminal: no control character, no
-/// direction override, no invisible mark.
+/// Whether a character is drawn in its place and has no other effect on a terminal: no control character,
+/// direction override or invisible mark.
 bool isHarmless(char32_t c);
 
-/// "980 B", "1.2 kB", "34 MB": powers of 1000, two digits where they tell something.
+/// "980 B", "1.2 kB", "34 MB": powers of 1000, with one decimal place below 10.
 std::string humanSize(std::uint64_t bytes);
 
-/// Columns a text takes on a terminal: combining marks none, East Asian wide characters and emoji two.
+/// Columns a text takes on a terminal: 0 for combining marks, 2 for East Asian wide characters and emoji.
 std::size_t displayWidth(std::string_view utf8);
 
-/// The longest beginning that fits in so many columns.
+/// The longest prefix that fits in so many columns.
 std::string_view fitWidth(std::string_view utf8, std::size_t columns);
 
-/// The same, for terminals that may draw a character wider than others do.
-std::size_t greatestWidth(std::string_view utf8);
-std::string_view fitSurely(std::string_view utf8, std::size_t columns);
+/// The same with the most columns that any terminal gives a character.
+std::size_t maxDisplayWidth(std::string_view utf8);
+std::string_view fitMaxWidth(std::string_view utf8, std::size_t columns);
 
 enum class Ink { plain, faint, bold, type, body, attachment, warning };
 
-/// Writes one line, made harmless. Where a terminal of so many columns would break it, it is broken before, at a blank
-/// if there is one, and goes on after the indent, which is at least as wide as the head: what a terminal breaks begins
-/// where our own lines do. 0 columns: there is no terminal.
+/// Writes one line, made harmless and broken to the terminal's width, at a blank where possible. Continuation
+/// lines begin with the indent, which is at least as wide as the head, so that no continuation looks like a
+/// new line of output. 0 columns: no terminal, no breaks.
 void writeLine(std::ostream& out, std::size_t columns, std::string_view head, std::string_view indent,
                std::string_view text);
-/// The same on standard output, indented as wide as the head.
+/// The same on standard output, with an indent as wide as the head.
 void writeLine(std::string_view head, std::string_view text);
 
-/// How to draw: colours and line-drawing characters, or plain ASCII.
+/// Whether to draw colours and line-drawing characters, or plain ASCII.
 struct Style {
   bool colour = false;
   bool lines = false;
-  std::size_t columns = 0;  ///< Of the terminal; 0: there is none.
+  std::size_t columns = 0;  ///< Of the terminal; 0 without one.
 
-  /// Writes text in an ink; without colour just the text.
+  /// Wraps text in the codes of an ink; returns it unchanged without colour.
   std::string paint(Ink ink, std::string_view text) const;
 };
 
 enum class ColourChoice { automatic, always, never };
 
-/// Style for standard output: lines only on a terminal, colour too unless NO_COLOR is set; a choice on the
-/// command line wins.
+/// Style for standard output: line-drawing characters only on a terminal; colour too, unless NO_COLOR is set.
+/// `choice` overrides colour.
 Style styleOfStandardOutput(ColourChoice choice);
 
 bool standardOutputIsTerminal();
-/// Of the terminal, if standard output is one; else 0.
+/// Width of the terminal; 0 when standard output is not one.
 std::size_t standardOutputColumns();
-/// Whether a path leads to a terminal, such as /dev/tty or /dev/stdout may.
+/// Whether a path refers to a terminal, as /dev/tty or /dev/stdout may.
 bool leadsToTerminal(const std::string& path);
 
 }  // namespace mailtree::cli

@@ -25,7 +25,7 @@ Json addressesOf(const Email2& root, std::string_view field) {
   return out;
 }
 
-/// The text as it is compared: LF line ends, no white space at its end.
+/// The text in comparable form: LF line breaks, no trailing white space.
 std::string comparableText(std::string_view text) {
   std::string out;
   out.reserve(text.size());
@@ -67,10 +67,11 @@ Json attachmentOf(const PartRow& row, int number, int id) {
   return attachment;
 }
 
-/// The tree as text, part by part: as values, the parts of a hostile message would cost more than loading them.
+/// Serialises the tree part by part: JSON values for the parts of a hostile message would cost more
+/// than loading it.
 std::string treeOf(const Outline& outline) {
   std::string out;
-  std::vector<int> open;  // the last part and those it is in
+  std::vector<int> open;  // the current part and its ancestors
   for (int id = 0; const PartRow& row : outline.rows) {
     for (; !open.empty() && open.back() != row.parent; open.pop_back()) out += "]}";
     if (out.ends_with('}')) out += ',';
@@ -83,7 +84,7 @@ std::string treeOf(const Outline& outline) {
   return out;
 }
 
-/// The members of two objects with a member in between whose value is text already.
+/// Joins two serialised objects and puts an already serialised member between them.
 std::string joined(std::string head, const char* key, std::string_view value, std::string_view tail) {
   head.back() = ',';
   return std::move(
@@ -101,8 +102,8 @@ Json idOrNull(int id) { return id < 0 ? Json() : Json(id); }
 
 }  // namespace
 
-std::string jsonOf(const std::string& file, Examined& examined, const JsonOptions& options) {
-  Email2& root = *examined.message.root;
+std::string jsonOf(const std::string& file, Verification& verification, const JsonOptions& options) {
+  Email2& root = *verification.message.root;
   const Outline outline = outlineOf(root);
   const Json head = objectOf({{"schema", kSchema},
                               {"file", file},
@@ -116,8 +117,8 @@ std::string jsonOf(const std::string& file, Examined& examined, const JsonOption
   Json tail = objectOf({{"attachments", outline.attachments},
                         {"plain_text", idOrNull(outline.plainText)},
                         {"html", idOrNull(outline.html)},
-                        {"security", securityOf(examined)},
-                        {"limits", limitsOf(examined.message.limits())}});
+                        {"security", securityOf(verification)},
+                        {"limits", limitsOf(verification.message.limits())}});
   if (options.headers) tail["headers"] = headersOf(root);
   return lineOf(joined(textOf(head), "tree", treeOf(outline), textOf(tail)));
 }

@@ -6,18 +6,18 @@
 
 #include "cli/message/input.h"
 #include "cli/message/outline.h"
-#include "cli/secure/examination.h"
+#include "cli/secure/verification.h"
 
 namespace mailtree::cli {
 
 struct JsonOptions {
-  bool headers = false;  ///< Also every header field of the message.
+  bool headers = false;  ///< Include every header field of the message.
 };
 
-/// One object on one line, without a line break; utf-8, with control characters escaped.
-std::string jsonOf(const std::string& file, Examined& examined, const JsonOptions& options);
+/// One JSON object on one line, without a line break: utf-8, with control characters escaped.
+std::string jsonOf(const std::string& file, Verification& verification, const JsonOptions& options);
 
-/// The attachments in the same form, each with its number and the reason why it is one.
+/// The attachments in the same form, each with its number and the reason it counts as one.
 std::string attachmentsJsonOf(const std::string& file, const Message& message, const Outline& outline);
 
 /// The related items in the same form, each with its number and its Content-Location.

@@ -17,11 +17,11 @@ Mark markOf(Answer answer) {
   return answer == Answer::notChecked ? Mark::notChecked : markOf(answer == Answer::yes);
 }
 
-/// An answer about a signer in words; where there is none, why not.
+/// An answer about a signer in words, or the reason why there is none.
 std::string textOf(Answer answer, std::string_view yes, std::string_view no, const SignerVerdict& signer,
                    const std::string& problem) {
   if (answer == Answer::notChecked)
-    return "not checked: " + (signer.certificate ? problem : "no certificate of the signer");
+    return "not checked: " + (signer.certificate ? problem : "the signer's certificate is missing");
   return std::string(answer == Answer::yes ? yes : no);
 }
 
@@ -55,8 +55,8 @@ std::string coverageOf(const SecureLayer& layer) {
   return layer.uncovered.empty() ? text : text + ", not part " + listOf(layer.uncovered);
 }
 
-Check checkChain(const SignerVerdict& signer, const Examined& examined) {
-  if (signer.certificate && !examined.trustGiven)
+Check checkChain(const SignerVerdict& signer, const Verification& verification) {
+  if (signer.certificate && !verification.trustGiven)
     return {Mark::notChecked, "chain", "not checked: no trust anchors given (--trust)"};
   if (signer.revoked == Answer::yes) return {Mark::bad, "chain", "revoked"};
   const bool wasTrusted = signer.chainTrustedThen == Answer::yes;
@@ -69,40 +69,43 @@ Check checkChain(const SignerVerdict& signer, const Examined& examined) {
 }
 
 Check checkTime(const SignerVerdict& signer) {
-  if (!signer.signingTime) return {Mark::note, "time", "not said"};
+  if (!signer.signingTime) return {Mark::note, "time", "not given"};
   const bool isAhead = *signer.signingTime > std::time(nullptr);
-  return {Mark::note, "time",
-          timeText(*signer.signingTime) + (isAhead ? ", which is still to come" : ", as the signer says")};
+  return {
+      Mark::note, "time",
+      timeText(*signer.signingTime) + (isAhead ? ", which is in the future" : ", according to the signer")};
 }
 
-Check checkAddress(const SignerVerdict& signer, const Examined& examined) {
-  if (!examined.fromProblem.empty()) return {Mark::bad, "address", examined.fromProblem};
+Check checkAddress(const SignerVerdict& signer, const Verification& verification) {
+  if (!verification.fromProblem.empty()) return {Mark::bad, "address", verification.fromProblem};
   return {markOf(signer.addressMatches), "address",
-          textOf(signer.addressMatches, examined.from + ", as in From",
-                 "the certificate is not issued to " + examined.from + ", which stands in From", signer,
-                 examined.fromProblem)};
+          textOf(signer.addressMatches, verification.from + ", as in From",
+                 "the certificate is not issued to " + verification.from + ", the address in From", signer,
+                 verification.fromProblem)};
 }
 
-void addCertificateChecks(const SignerVerdict& signer, const Examined& examined, std::vector<Check>& checks) {
-  checks.push_back(checkChain(signer, examined));
+void addCertificateChecks(const SignerVerdict& signer, const Verification& verification,
+                          std::vector<Check>& checks) {
+  checks.push_back(checkChain(signer, verification));
   checks.push_back({markOf(signer.keyUsageFit), "usage",
-                    textOf(signer.keyUsageFit, "the certificate is meant for signing mail",
-                           "the certificate is not meant for signing mail", signer, signer.problem)});
+                    textOf(signer.keyUsageFit, "the certificate is valid for signing mail",
+                           "the certificate is not valid for signing mail", signer, signer.problem)});
   checks.push_back(checkTime(signer));
-  checks.push_back(checkAddress(signer, examined));
+  checks.push_back(checkAddress(signer, verification));
 }
 
-void addSignerChecks(const SignerVerdict& signer, const Examined& examined, std::vector<Check>& checks) {
+void addSignerChecks(const SignerVerdict& signer, const Verification& verification,
+                     std::vector<Check>& checks) {
   const Certificate* const certificate = signer.certificate.get();
   checks.push_back(certificate ? Check{Mark::note, "signer",
                                        nameOf(*certificate) + " (" + inQuotes(subjectOf(*certificate)) +
                                            "), issued by " + inQuotes(issuerOf(*certificate)) +
                                            ", serial number " + certificate->serialNumber()}
-                               : Check{Mark::bad, "signer", "no certificate of the signer"});
+                               : Check{Mark::bad, "signer", "the signer's certificate is missing"});
   checks.push_back({markOf(signer.digestMatched), "digest",
                     signer.digest + ", " +
-                        textOf(signer.digestMatched, "the content is the one signed",
-                               "the content is not the one signed", signer, signer.problem)});
+                        textOf(signer.digestMatched, "the content is what was signed",
+                               "the content was changed after signing", signer, signer.problem)});
   const std::string key = certificate ? signer.algorithm + ", " + certificate->keyAlgorithm() + " " +
                                             std::to_string(certificate->keyBits()) + " bits, "
                                       : "";
@@ -110,7 +113,7 @@ void addSignerChecks(const SignerVerdict& signer, const Examined& examined, std:
                     key + textOf(signer.signatureVerified, "verified", "not verified", signer,
                                  signer.digestMatched == Answer::no ? "its key or algorithm cannot be used"
                                                                     : signer.problem)});
-  addCertificateChecks(signer, examined, checks);
+  addCertificateChecks(signer, verification, checks);
   if (!signer.weaknesses.empty()) checks.push_back({Mark::note, "weak", listOf(signer.weaknesses)});
 }
 
@@ -125,8 +128,8 @@ void addEncryptionChecks(const SecureLayer& layer, std::vector<Check>& checks) {
   if (layer.weakCipher) checks.push_back({Mark::note, "weak", layer.cipher});
 }
 
-/// What else is to be known of a signature whose mathematics holds; empty when everything is right.
-std::string reservationsOn(const SignerVerdict& signer) {
+/// Remaining faults of a cryptographically valid signature; empty when there are none.
+std::string remainingFaultsOf(const SignerVerdict& signer) {
   std::string text;
   const auto add = [&text](bool holds, std::string_view words) {
     if (holds) text.append(", ").append(words);
@@ -147,42 +150,43 @@ std::string weaknessesOf(const SecureLayer& layer) {
   return text;
 }
 
-LayerSummary summaryOfSigned(const SecureLayer& layer, const Examined& examined) {
+LayerSummary summaryOfSigned(const SecureLayer& layer, const Verification& verification) {
   if (layer.signers.empty()) return {false, "signature could not be checked"};
   if (layer.hasInvalidSignature()) return {false, "signature INVALID"};
   for (const SignerVerdict& signer : layer.signers)
     if (!signer.isValid()) return {false, "signature not checked: " + signer.problem};
   const auto good = std::ranges::count_if(
-      layer.signers, [&](const SignerVerdict& signer) { return isGood(signer, examined); });
+      layer.signers, [&](const SignerVerdict& signer) { return isFaultless(signer, verification); });
   const auto others = std::ssize(layer.signers) - good;
-  LayerSummary summary{good > 0 && coversAll(layer) && !examined.contradiction() && !examined.unopened(),
-                       "signature valid"};
+  LayerSummary summary{
+      good > 0 && coversAll(layer) && !verification.contradiction() && !verification.unopened(),
+      "signature valid"};
   if (good == 0)
-    summary.text += reservationsOn(layer.signers.front());
+    summary.text += remainingFaultsOf(layer.signers.front());
   else if (others > 0)
     summary.text += ", but " + std::to_string(others) + " other " +
-                    (others == 1 ? "signer is" : "signers are") + " not good";
-  if (const InnerField* const field = examined.contradiction())
-    summary.text += ", not for this " + field->name;
+                    (others == 1 ? "signer is" : "signers are") + " not accepted";
+  if (const InnerField* const field = verification.contradiction())
+    summary.text += ", but the signed " + field->name + " differs";
   if (!coversAll(layer)) summary.text += ", covers " + coverageOf(layer);
-  if (examined.unopened()) summary.text += ", not all is opened";
+  if (verification.unopened()) summary.text += ", not fully opened";
   summary.text += weaknessesOf(layer);
   return summary;
 }
 
 }  // namespace
 
-std::vector<Check> checksOf(const SecureLayer& layer, const Examined& examined) {
+std::vector<Check> checksOf(const SecureLayer& layer, const Verification& verification) {
   std::vector<Check> checks;
   checks.push_back({layer.isSigned() ? markOf(coversAll(layer)) : Mark::note, "covers", coverageOf(layer)});
-  for (const SignerVerdict& signer : layer.signers) addSignerChecks(signer, examined, checks);
+  for (const SignerVerdict& signer : layer.signers) addSignerChecks(signer, verification, checks);
   if (layer.isSigned() && !layer.problem.empty()) checks.push_back({Mark::bad, "problem", layer.problem});
   if (!layer.isSigned()) addEncryptionChecks(layer, checks);
   return checks;
 }
 
-LayerSummary summaryOf(const SecureLayer& layer, const Examined& examined) {
-  if (layer.isSigned()) return summaryOfSigned(layer, examined);
+LayerSummary summaryOf(const SecureLayer& layer, const Verification& verification) {
+  if (layer.isSigned()) return summaryOfSigned(layer, verification);
   if (layer.kind == LayerKind::certificatesOnly) return {true, "certificates only"};
   const std::string where = layer.part == SecureLayer::kWholeMessage ? "" : ", part " + layer.part;
   const std::string weak = layer.weakCipher ? ", weak" : "";
@@ -192,9 +196,9 @@ LayerSummary summaryOf(const SecureLayer& layer, const Examined& examined) {
   return {layer.opened, kind + (layer.opened ? "" : ", not opened") + where + weak};
 }
 
-std::string nameOfSigner(const SecureLayer& layer, const Examined& examined) {
+std::string nameOfSigner(const SecureLayer& layer, const Verification& verification) {
   for (const SignerVerdict& signer : layer.signers)
-    if (isGood(signer, examined)) return examined.from;
+    if (isFaultless(signer, verification)) return verification.from;
   const bool isKnown = !layer.signers.empty() && layer.signers.front().certificate;
   return isKnown ? nameOf(*layer.signers.front().certificate) : std::string();
 }

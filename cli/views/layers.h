@@ -1,35 +1,35 @@
-// cli/views/layers.h - signed and encrypted layers in words, for people.
+// cli/views/layers.h - signed and encrypted layers described for people.
 #pragma once
 
 #include <string>
 #include <vector>
 
-#include "cli/secure/examination.h"
+#include "cli/secure/verification.h"
 
 namespace mailtree::cli {
 
-/// A line of the list that a layer is checked by.
+/// One line of the checklist for a layer.
 struct Check {
   enum class Mark { good, bad, notChecked, note };
   Mark mark;
   std::string name, text;
 };
 
-std::vector<Check> checksOf(const SecureLayer& layer, const Examined& examined);
+std::vector<Check> checksOf(const SecureLayer& layer, const Verification& verification);
 
-/// What the checks come to, in a few words: "signature valid, signer trusted". What a signature does not cover is
-/// always said with it.
+/// The result of the checks in a few words: "signature valid, signer trusted". Always says what a signature
+/// does not cover.
 struct LayerSummary {
-  bool isGood;
+  bool isFaultless;
   std::string text;
 };
 
-LayerSummary summaryOf(const SecureLayer& layer, const Examined& examined);
+LayerSummary summaryOf(const SecureLayer& layer, const Verification& verification);
 
-/// Who signed: somebody about whom everything is right, by the address in From; else the first, by nameOf. Empty when
-/// that one is unknown.
-std::string nameOfSigner(const SecureLayer& layer, const Examined& examined);
-/// "anna@berg.example", else the subject; what is more than one word in quotes.
+/// Names the signer: the From address when a signature has no fault, else nameOf() the first signer. Empty
+/// when that one is unknown.
+std::string nameOfSigner(const SecureLayer& layer, const Verification& verification);
+/// "anna@berg.example", else the subject; in quotes when it is more than one word.
 std::string nameOf(const Certificate& certificate);
 
 }  // namespace mailtree::cli

@@ -8,7 +8,7 @@
 namespace mailtree::cli {
 namespace {
 
-/// "1" for the message, "1.2" for its second part: as layers name what they cover.
+/// "1" for the message, "1.2" for its second part, the numbers that layers use.
 std::vector<std::string> partNumbersOf(const Outline& outline) {
   std::vector<std::string> numbers;
   std::vector<int> children(outline.rows.size(), 0);
@@ -26,44 +26,45 @@ std::vector<std::string> partNumbersOf(const Outline& outline) {
 
 class Badges {
  public:
-  Badges(const Outline& outline, const Examined& examined)
-      : m_outline(outline), m_examined(examined), m_numbers(partNumbersOf(outline)) {
+  Badges(const Outline& outline, const Verification& verification)
+      : m_outline(outline), m_verification(verification), m_numbers(partNumbersOf(outline)) {
     // Parents come before their parts.
     for (std::size_t id = 0; id < outline.rows.size(); ++id) {
       const int parent = outline.rows[id].parent;
       m_isCovered.push_back((parent >= 0 && m_isCovered[static_cast<std::size_t>(parent)]) ||
-                            isSignedItself(id));
+                            isSignedDirectly(id));
     }
   }
 
   std::vector<LayerSummary> of(std::size_t id) const {
     std::vector<LayerSummary> badges;
-    for (const SecureLayer& layer : m_examined.layers)
-      if (layer.part == m_numbers[id]) badges.push_back(summaryOf(layer, m_examined));
-    if (m_outline.rows[id].isLeaf() && m_examined.isSigned() && !m_isCovered[id])
+    for (const SecureLayer& layer : m_verification.layers)
+      if (layer.part == m_numbers[id]) badges.push_back(summaryOf(layer, m_verification));
+    if (m_outline.rows[id].isLeaf() && m_verification.isSigned() && !m_isCovered[id])
       badges.push_back({false, "not signed"});
     return badges;
   }
 
  private:
-  bool isSignedItself(std::size_t id) const {
-    return std::ranges::any_of(m_examined.layers, [&](const SecureLayer& layer) {
+  bool isSignedDirectly(std::size_t id) const {
+    return std::ranges::any_of(m_verification.layers, [&](const SecureLayer& layer) {
       return layer.isSigned() && layer.part == m_numbers[id];
     });
   }
 
   const Outline& m_outline;
-  const Examined& m_examined;
+  const Verification& m_verification;
   std::vector<std::string> m_numbers;
-  std::vector<bool> m_isCovered;  ///< A layer covers the part, or one that it stands in.
+  std::vector<bool> m_isCovered;  ///< Whether a signed layer covers the part or its parent.
 };
 
 }  // namespace
 
-std::vector<std::vector<LayerSummary>> securityBadgesOf(const Outline& outline, const Examined& examined) {
+std::vector<std::vector<LayerSummary>> securityBadgesOf(const Outline& outline,
+                                                        const Verification& verification) {
   std::vector<std::vector<LayerSummary>> all(outline.rows.size());
-  if (examined.layers.empty()) return all;
-  const Badges badges(outline, examined);
+  if (verification.layers.empty()) return all;
+  const Badges badges(outline, verification);
   for (std::size_t id = 0; id < all.size(); ++id) all[id] = badges.of(id);
   return all;
 }

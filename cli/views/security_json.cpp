@@ -28,10 +28,10 @@ Json certificateOrNull(const RefPtr<Certificate>& certificate) {
   return certificate ? certificateOf(*certificate) : Json();
 }
 
-/// Null where nothing was checked.
+/// Null when not checked.
 Json valueOf(Answer answer) { return answer == Answer::notChecked ? Json() : Json(answer == Answer::yes); }
 
-/// Null where the certificate was not there to be looked at, and nothing else is weak.
+/// Null when the certificate is missing and no other weakness is known.
 Json weaknessOf(const SignerVerdict& signer) {
   if (signer.weaknesses.empty() && !signer.certificate) return {};
   return !signer.weaknesses.empty();
@@ -77,11 +77,11 @@ Json innerFieldOf(const InnerField& field) {
           {"outside", textOrNull(field.outside)}};
 }
 
-/// Every signer once, by certificate.
-Json signersOf(const Examined& examined) {
+/// Each signer's certificate once.
+Json signersOf(const Verification& verification) {
   Json out = Json::array();
   std::vector<std::string> known;
-  for (const SecureLayer& layer : examined.layers)
+  for (const SecureLayer& layer : verification.layers)
     for (const SignerVerdict& signer : layer.signers) {
       if (!signer.certificate || std::ranges::find(known, signer.certificate->fingerprint()) != known.end())
         continue;
@@ -93,21 +93,21 @@ Json signersOf(const Examined& examined) {
 
 }  // namespace
 
-Json securityOf(const Examined& examined) {
+Json securityOf(const Verification& verification) {
   Json layers = Json::array(), fields = Json::array();
-  for (const SecureLayer& layer : examined.layers) layers.push_back(layerOf(layer));
-  for (const InnerField& field : examined.innerFields) fields.push_back(innerFieldOf(field));
+  for (const SecureLayer& layer : verification.layers) layers.push_back(layerOf(layer));
+  for (const InnerField& field : verification.innerFields) fields.push_back(innerFieldOf(field));
   return objectOf(
-      {{"received_signed", examined.isSigned()},
-       {"received_encrypted", examined.isEncrypted()},
-       {"signatures_valid", valueOf(examined.allSignaturesValid())},
-       {"decrypted", examined.allDecrypted()},
-       {"signed_layers", std::ranges::count_if(examined.layers, &SecureLayer::isSigned)},
-       {"encrypted_layers", std::ranges::count_if(examined.layers, &SecureLayer::isEncrypted)},
-       {"signers", signersOf(examined)},
+      {{"received_signed", verification.isSigned()},
+       {"received_encrypted", verification.isEncrypted()},
+       {"signatures_valid", valueOf(verification.allSignaturesValid())},
+       {"decrypted", verification.allDecrypted()},
+       {"signed_layers", std::ranges::count_if(verification.layers, &SecureLayer::isSigned)},
+       {"encrypted_layers", std::ranges::count_if(verification.layers, &SecureLayer::isEncrypted)},
+       {"signers", signersOf(verification)},
        {"layers", std::move(layers)},
        {"inner_fields", std::move(fields)},
-       {"verdict", objectOf({{"valid", examined.verdict.valid}, {"text", examined.verdict.text}})}});
+       {"verdict", objectOf({{"valid", verification.verdict.valid}, {"text", verification.verdict.text}})}});
 }
 
 }  // namespace mailtree::cli

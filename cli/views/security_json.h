@@ -1,12 +1,12 @@
-// cli/views/security_json.h - signed and encrypted layers for programs.
+// cli/views/security_json.h - signed and encrypted layers as JSON.
 #pragma once
 
-#include "cli/secure/examination.h"
+#include "cli/secure/verification.h"
 #include "cli/support/json_values.h"
 
 namespace mailtree::cli {
 
-/// What is known of the layers of a message, with the verdict.
-Json securityOf(const Examined& examined);
+/// Details of the layers of a message, and the verdict.
+Json securityOf(const Verification& verification);
 
 }  // namespace mailtree::cli

@@ -16,7 +16,7 @@ namespace {
 constexpr std::size_t kLabelWidth = 9;
 constexpr std::size_t kMaxTextLines = 12;
 constexpr std::size_t kMaxLineWidth = 100;
-constexpr std::size_t kMaxLineBytes = 8 * kMaxLineWidth;  ///< No more of a line is measured.
+constexpr std::size_t kMaxLineBytes = 8 * kMaxLineWidth;  ///< Longer lines are not measured beyond this.
 constexpr std::size_t kMaxAddressesShown = 10;
 
 struct Drawing {
@@ -25,7 +25,8 @@ struct Drawing {
 constexpr Drawing kLines = {"├─ ", "└─ ", "│  ", "   "};
 constexpr Drawing kAscii = {"|- ", "`- ", "|  ", "   "};
 
-/// Off a terminal too: a pager would begin a line of its own where it has no more room, with text of the message.
+/// Lines are broken without a terminal too: a pager would continue a long line at the left edge, and the
+/// continuation, which is text of the message, could pass for our output.
 std::size_t columnsOf(const Style& style) {
   constexpr std::size_t kUsual = 80;
   return style.columns == 0 ? kUsual : style.columns;
@@ -51,7 +52,7 @@ std::string displayList(const Email2& root, std::string_view field) {
   return text;
 }
 
-/// In the reader's own zone, with its offset.
+/// The date in the local time zone, with its offset.
 std::string localDate(const Email2& root) {
   const std::optional<SorvikSysTime> date = dateOf(root);
   if (!date) return {};
@@ -73,32 +74,33 @@ void writeSummary(std::ostream& out, const Email2& root, const Style& style) {
 }
 
 void writeAllFields(std::ostream& out, const Email2& root, const Style& style) {
-  const std::string said = style.paint(Ink::faint, kSaid), indent = std::string(kSaid) + "    ";
+  const std::string said = style.paint(Ink::faint, kMessageLinePrefix),
+                    indent = std::string(kMessageLinePrefix) + "    ";
   for (int i = 0; i < root.m_header.getNumFields(); ++i)
     writeLine(out, columnsOf(style), said, indent,
               std::string(root.m_header.fieldName(i)) + ": " + root.m_header.decodedValue(i));
 }
 
-/// A line for each layer, and one for what contradicts or is left out by all of them. Beside all the fields it is
-/// said in any case, for one of them may say the contrary.
-void writeSecurity(std::ostream& out, const Examined& examined, const TextOptions& options) {
+/// Writes one line per layer, and one for each field that differs inside. With all header fields shown, the
+/// result is always stated, because one of those fields could claim otherwise.
+void writeSecurity(std::ostream& out, const Verification& verification, const TextOptions& options) {
   const Style& style = options.style;
-  if (!examined.layers.empty() || options.headers) out << '\n';
-  if (!examined.isSigned() && options.headers) writeField(out, style, "Signed", "no");
-  for (const SecureLayer& layer : examined.layers) {
-    const LayerSummary summary = summaryOf(layer, examined);
+  if (!verification.layers.empty() || options.headers) out << '\n';
+  if (!verification.isSigned() && options.headers) writeField(out, style, "Signed", "no");
+  for (const SecureLayer& layer : verification.layers) {
+    const LayerSummary summary = summaryOf(layer, verification);
     std::string text = summary.text;
-    if (const std::string signer = nameOfSigner(layer, examined); !signer.empty())
+    if (const std::string signer = nameOfSigner(layer, verification); !signer.empty())
       text += "; signer " + signer;
     writeField(out, style, layer.isSigned() ? "Signed" : "Layer", text);
   }
-  for (const InnerField& field : examined.innerFields)
+  for (const InnerField& field : verification.innerFields)
     if (isDisplayedField(field.name))
       writeField(out, style, "Inside", field.name + (field.inside.empty() ? ": none" : ": " + field.inside));
 }
 
-/// The lines to the left of a row: one column for each ancestor that has later siblings. Rows come
-/// depth-first.
+/// The branches drawn to the left of a row: one column for each ancestor with later siblings. Rows
+/// must come depth-first.
 class Branches {
  public:
   explicit Branches(const Drawing& drawing) : m_drawing(drawing) {}
@@ -106,7 +108,7 @@ class Branches {
   std::string of(const PartRow& row) {
     if (row.parent < 0) return {};
     const auto depth = static_cast<std::size_t>(row.depth);
-    m_columns.resize(depth);  // of the ancestors, the one below the root first
+    m_columns.resize(depth);  // one per ancestor, starting below the root
     std::string branch = depth > 1 ? m_columns[depth - 2] : std::string();
     m_columns.back() = branch + (row.isLastChild ? m_drawing.blank : m_drawing.below);
     return branch + (row.isLastChild ? m_drawing.lastChild : m_drawing.child);
@@ -163,7 +165,7 @@ std::string detailsOf(const PartRow& row) {
 std::string securityOf(const std::vector<LayerSummary>& badges, const Style& style) {
   std::string line;
   for (const LayerSummary& badge : badges)
-    addBadge(line, style, badge.isGood ? Ink::body : Ink::warning, badge.text);
+    addBadge(line, style, badge.isFaultless ? Ink::body : Ink::warning, badge.text);
   return line;
 }
 
@@ -172,22 +174,22 @@ std::string allBadgesOf(const PartRow& row, const std::vector<LayerSummary>& lay
   return badgesOf(row, options) + securityOf(layers, options.style);
 }
 
-/// In quotes, without its middle where there is less room.
+/// The file name in quotes, shortened in the middle when it does not fit.
 std::string nameOf(const PartRow& row, std::size_t room) {
   if (row.filename.empty()) return {};
   const std::string whole = inQuotes(row.filename);
-  if (greatestWidth(whole) <= room) return "  " + whole;
+  if (maxDisplayWidth(whole) <= room) return "  " + whole;
   constexpr std::size_t kEnd = 8, kFewest = 24;
   std::size_t end = row.filename.size() - std::min(kEnd, row.filename.size());
   end = utf8PrefixLength(row.filename, end);
   const std::string extension = "..." + inQuotes(row.filename.substr(end)).substr(1);
-  const std::size_t taken = greatestWidth(extension);
-  return "  " + std::string(fitSurely(whole, std::max(room, kFewest + taken) - taken)) + extension;
+  const std::size_t taken = maxDisplayWidth(extension);
+  return "  " + std::string(fitMaxWidth(whole, std::max(room, kFewest + taken) - taken)) + extension;
 }
 
-void writeTree(std::ostream& out, const Outline& outline, const Examined& examined,
+void writeTree(std::ostream& out, const Outline& outline, const Verification& verification,
                const TextOptions& options) {
-  const auto layers = securityBadgesOf(outline, examined);
+  const auto layers = securityBadgesOf(outline, verification);
   const Style& style = options.style;
   Branches branches(style.lines ? kLines : kAscii);
   for (std::size_t id = 0; id < outline.rows.size(); ++id) {
@@ -206,9 +208,9 @@ void writeTree(std::ostream& out, const Outline& outline, const Examined& examin
 
 void writeFirstLines(std::ostream& out, std::string_view text, const Style& style) {
   constexpr std::string_view kCut = "...";
-  const std::string said = style.paint(Ink::faint, trimRight(kSaid));
+  const std::string said = style.paint(Ink::faint, trimRight(kMessageLinePrefix));
   const std::size_t room =
-      style.columns == 0 ? std::string::npos : style.columns - kSaid.size() - kCut.size();
+      style.columns == 0 ? std::string::npos : style.columns - kMessageLinePrefix.size() - kCut.size();
   text = trimRight(text);
   for (std::size_t lines = 0; !text.empty(); ++lines) {
     if (lines == kMaxTextLines) {
@@ -219,7 +221,7 @@ void writeFirstLines(std::ostream& out, std::string_view text, const Style& styl
     const std::string_view whole = trimRight(text.substr(0, end));
     const std::string_view measured = whole.substr(0, utf8PrefixLength(whole, kMaxLineBytes));
     const std::string line = printable(measured);
-    const std::string_view shown = fitSurely(fitWidth(line, kMaxLineWidth), room);
+    const std::string_view shown = fitMaxWidth(fitWidth(line, kMaxLineWidth), room);
     const bool isCut = measured.size() < whole.size() || shown.size() < line.size();
     out << said << (shown.empty() ? "" : " ") << shown << (isCut ? kCut : "") << '\n';
     text.remove_prefix(std::min(end + 1, text.size()));
@@ -228,16 +230,16 @@ void writeFirstLines(std::ostream& out, std::string_view text, const Style& styl
 
 }  // namespace
 
-void writeText(std::ostream& out, Examined& examined, const TextOptions& options) {
-  Email2& root = *examined.message.root;
+void writeText(std::ostream& out, Verification& verification, const TextOptions& options) {
+  Email2& root = *verification.message.root;
   const Outline outline = outlineOf(root);
   if (options.headers)
     writeAllFields(out, root, options.style);
   else
     writeSummary(out, root, options.style);
-  writeSecurity(out, examined, options);
+  writeSecurity(out, verification, options);
   out << '\n';
-  writeTree(out, outline, examined, options);
+  writeTree(out, outline, verification, options);
   const int body = outline.plainText >= 0 ? outline.plainText : outline.html;
   if (body < 0) return;
   const std::string text = textOf(outline.rows[static_cast<std::size_t>(body)]);

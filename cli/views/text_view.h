@@ -1,20 +1,21 @@
-// cli/views/text_view.h - a message for a person: who and what, the tree, the first lines of its text.
+// cli/views/text_view.h - a message for people: the main header fields, the tree and the first lines
+// of its text.
 #pragma once
 
 #include <iosfwd>
 
 #include "cli/message/outline.h"
-#include "cli/secure/examination.h"
+#include "cli/secure/verification.h"
 #include "cli/support/terminal.h"
 
 namespace mailtree::cli {
 
 struct TextOptions {
   Style style;
-  bool headers = false;  ///< Every header field instead of the summary.
-  bool verbose = false;  ///< The reason of each attachment, the name of each repair.
+  bool headers = false;  ///< Show every header field instead of the summary.
+  bool verbose = false;  ///< Show the reason for each attachment and the name of each repair.
 };
 
-void writeText(std::ostream& out, Examined& examined, const TextOptions& options);
+void writeText(std::ostream& out, Verification& verification, const TextOptions& options);
 
 }  // namespace mailtree::cli

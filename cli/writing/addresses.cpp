@@ -16,18 +16,18 @@ using Kind = AddressToken::Kind;
 using Tokens = std::span<const AddressToken>;
 using Problem = const char*;  // null: none
 
-/// RFC 5321 (4.5.3.1.3): 256 bytes with the brackets.
+/// RFC 5321 (4.5.3.1.3): 256 bytes including the angle brackets.
 constexpr std::size_t kMaxAddress = 254;
 
-constexpr Problem kNeedsQuotes = "a character stands in it that has a meaning of its own outside quotes";
+constexpr Problem kNeedsQuotes = "unquoted special character";
 
 struct Entry {
   std::string_view text;
   std::vector<AddressToken> tokens;  ///< Without comments.
 };
 
-/// Whether every quote and comment that begins ends too. The lexer makes the best of one that does not.
-bool closesWhatItOpens(std::string_view list) {
+/// Whether all quotes and comments are terminated. The lexer tolerates unterminated ones.
+bool hasBalancedQuotesAndComments(std::string_view list) {
   bool isQuoted = false;
   int depth = 0;
   for (std::size_t i = 0; i < list.size(); ++i) {
@@ -45,7 +45,7 @@ bool closesWhatItOpens(std::string_view list) {
   return !isQuoted && depth == 0;
 }
 
-/// Cuts a list at its commas; those in quotes and comments belong to the entry.
+/// Splits a list at its commas, except those in quotes and comments.
 std::vector<Entry> entriesOf(std::string_view list) {
   std::vector<Entry> entries(1);
   const char* begin = list.data();
@@ -71,14 +71,14 @@ std::size_t countOf(Tokens tokens, char special) {
                                                 [special](const auto& token) { return token.is(special); }));
 }
 
-/// Tokens before the first special of that kind; all when there is none.
+/// Number of tokens before the first such special; all when there is none.
 std::size_t positionOf(Tokens tokens, char special) {
   return static_cast<std::size_t>(
       std::find_if(tokens.begin(), tokens.end(), [special](const auto& token) { return token.is(special); }) -
       tokens.begin());
 }
 
-/// Mailboxes such as "a..b" exist, but only quotes make them addresses (RFC 5322, 3.2.3).
+/// Mailboxes such as "a..b" exist, but must be quoted (RFC 5322, 3.2.3).
 bool hasStrayDot(std::string_view word) noexcept {
   return word.front() == '.' || word.back() == '.' || contains(word, "..");
 }
@@ -86,11 +86,11 @@ bool hasStrayDot(std::string_view word) noexcept {
 Problem problemOfLocalPart(Tokens tokens) {
   const bool isOne = tokens.size() == 1;
   const bool isQuoted = isOne && tokens.front().kind == Kind::quoted;
-  if (tokens.empty() || (isQuoted && tokens.front().text.empty())) return "nothing stands before the at sign";
+  if (tokens.empty() || (isQuoted && tokens.front().text.empty())) return "missing local part";
   if (isQuoted) return nullptr;
   if (!isOne || tokens.front().kind != Kind::word || !isBareLocalPart(tokens.front().text))
     return kNeedsQuotes;
-  return hasStrayDot(tokens.front().text) ? "a dot stands at the edge or beside another one" : nullptr;
+  return hasStrayDot(tokens.front().text) ? "misplaced dot in the local part" : nullptr;
 }
 
 bool isHostCharacter(char c) noexcept { return isAlnumAscii(c) || c == '-' || c == '_' || is8bit(c); }
@@ -106,7 +106,7 @@ bool isLiteral(std::string_view text) noexcept {
                      [](char c) { return isAlnumAscii(c) || c == '.' || c == ':'; });
 }
 
-/// Names of hosts as RFC 5321 and 6531 know them, and underscores.
+/// A host name (RFC 5321 and 6531), with underscores allowed, or an address literal.
 bool isDomain(std::string_view domain) noexcept {
   if (domain.size() > 2 && domain.front() == '[' && domain.back() == ']')
     return isLiteral(domain.substr(1, domain.size() - 2));
@@ -119,44 +119,44 @@ bool isDomain(std::string_view domain) noexcept {
 }
 
 Problem problemOfDomain(Tokens tokens) {
-  if (tokens.empty()) return "nothing stands after the at sign";
+  if (tokens.empty()) return "missing domain";
   const bool isWord = tokens.size() == 1 && tokens.front().kind == Kind::word;
-  return isWord && isDomain(tokens.front().text) ? nullptr : "the domain is not one";
+  return isWord && isDomain(tokens.front().text) ? nullptr : "invalid domain";
 }
 
-/// local@domain, nothing around it.
+/// local@domain, with nothing around it.
 Problem problemOfBare(Tokens tokens) {
-  if (tokens.empty()) return "there is no address";
+  if (tokens.empty()) return "missing address";
   for (const AddressToken& token : tokens)
     if (token.kind == Kind::special && !token.is('@')) return kNeedsQuotes;
   for (const AddressToken& token : tokens.subspan(1))
-    if (token.afterBlank) return "a blank stands in the address";
+    if (token.afterBlank) return "white space in the address";
   const std::size_t at = positionOf(tokens, '@');
-  if (at == tokens.size()) return "there is no at sign";
-  if (countOf(tokens, '@') > 1) return "there is more than one at sign";
+  if (at == tokens.size()) return "missing at sign";
+  if (countOf(tokens, '@') > 1) return "more than one at sign";
   const Problem problem = problemOfLocalPart(tokens.first(at));
   return problem ? problem : problemOfDomain(tokens.subspan(at + 1));
 }
 
 /// Name <local@domain>
 Problem problemOfAngle(Tokens tokens) {
-  if (!tokens.back().is('>')) return "the bracket is not closed at the end";
+  if (!tokens.back().is('>')) return "missing closing angle bracket at the end";
   const std::size_t name = positionOf(tokens, '<');
   for (const AddressToken& token : tokens.first(name))
     if (token.kind == Kind::special) return kNeedsQuotes;
   return problemOfBare(tokens.subspan(name + 1, tokens.size() - name - 2));
 }
 
-/// What the library will take the entry for must be one address that a header and an envelope can hold.
+/// The library must read the entry as one address that fits in a header and an envelope.
 Problem problemAsRead(const Entry& entry) {
   ExtPtrArray read;
-  if (_svEmailAddress::parseAndLoadList(entry.text, read) != 1) return "it does not read as one address";
+  if (_svEmailAddress::parseAndLoadList(entry.text, read) != 1) return "cannot be read as one address";
   const bool fits = read.at<_svEmailAddress>(0)->m_address.view().size() <= kMaxAddress;
-  return fits ? nullptr : "it is longer than 254 bytes";
+  return fits ? nullptr : "longer than 254 bytes";
 }
 
 Problem problemOf(const Entry& entry) {
-  if (entry.tokens.empty()) return "there is no address";
+  if (entry.tokens.empty()) return "missing address";
   const Problem problem =
       countOf(entry.tokens, '<') > 0 ? problemOfAngle(entry.tokens) : problemOfBare(entry.tokens);
   return problem ? problem : problemAsRead(entry);
@@ -168,17 +168,17 @@ std::string describe(std::string_view entry, std::string_view problem) {
 
 }  // namespace
 
-std::optional<std::string> whyBadAddresses(std::string_view text, AddressCount count) {
+std::optional<std::string> addressProblem(std::string_view text, AddressCount count) {
   text = trim(text);
-  if (!isValidUtf8(text)) return describe(text, "it is not utf-8");
+  if (!isValidUtf8(text)) return describe(text, "not valid utf-8");
   if (std::any_of(text.begin(), text.end(), isControlAscii))
-    return describe(text, "a control character stands in it");
-  if (!closesWhatItOpens(text)) return describe(text, "a quote or a comment begins or ends alone");
+    return describe(text, "contains a control character");
+  if (!hasBalancedQuotesAndComments(text)) return describe(text, "unbalanced quotes or parentheses");
   const std::vector<Entry> entries = entriesOf(text);
   for (const Entry& entry : entries)
     if (const Problem problem = problemOf(entry)) return describe(entry.text, problem);
   if (count == AddressCount::one && entries.size() > 1)
-    return describe(text, "more than one address where one is asked for");
+    return describe(text, "more than one address where one is expected");
   return std::nullopt;
 }
 

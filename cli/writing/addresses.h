@@ -1,7 +1,7 @@
-// cli/writing/addresses.h - addresses as a user types them: checked before any goes into a message.
+// cli/writing/addresses.h - checks of addresses that a user typed.
 //
-// The library reads what real mailers send and makes the best of it. Somebody who types an address is better
-// served by a question than by a guess, so every entry must be an address in full and nothing may be left over.
+// The library reads real-world mail leniently. An address that a user typed is better questioned than guessed
+// at, so every entry must be a complete address.
 #pragma once
 
 #include <optional>
@@ -12,7 +12,7 @@ namespace mailtree::cli {
 
 enum class AddressCount { one, several };
 
-/// What is wrong with an address, or a list such as "a@x, B <b@y>", entry included; nothing when it is good.
-std::optional<std::string> whyBadAddresses(std::string_view text, AddressCount count);
+/// Checks an address, or a list such as "a@x, B <b@y>"; returns the problem with the entry, or nothing.
+std::optional<std::string> addressProblem(std::string_view text, AddressCount count);
 
 }  // namespace mailtree::cli

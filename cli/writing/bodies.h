@@ -1,8 +1,8 @@
-// cli/writing/bodies.h - the texts of a message that is being written.
+// cli/writing/bodies.h - the text bodies of a message being written.
 //
-//   Read     Files are in the charset that the user names; else utf-8, or utf-16 or utf-32 with its byte-order
-//            mark. A text that is none of it is refused: mail with the wrong letters in it is worse than none.
-//   Written  Lines end in CRLF. A text from the command line is ended like a line, a file stays as it is.
+//   Input    Files are in the charset that the user names; else utf-8, or utf-16 or utf-32 with a byte order
+//            mark. Text that does not decode is rejected: wrong letters are worse than no mail.
+//   Output   Lines end in CRLF. Text from the command line gets a final line break; a file does not.
 #pragma once
 
 #include <optional>
@@ -21,28 +21,29 @@ struct BodyOptions {
   std::optional<std::string> text, textFile, html, htmlFile, textCharset;
 
   bool any() const { return text || textFile || html || htmlFile; }
-  /// How often standard input is one of the files.
+  /// Number of options that read standard input.
   int countOfStandardInput() const { return (textFile == "-") + (htmlFile == "-"); }
 };
 
 void addBodyOptions(CLI::App& verb, BodyOptions& options);
 
-/// The options for a plain text alone.
+/// Adds only the options for plain text.
 void addTextOptions(CLI::App& verb, BodyOptions& options);
 
-/// Texts ready for a message: utf-8, CRLF.
+/// Texts ready to be added: utf-8, CRLF.
 struct Bodies {
   std::optional<std::string> plain, html;
 };
 
-/// usage or unreadable after a complaint.
+/// usage or unreadable after reporting an error.
 Exit readBodies(const BodyOptions& options, Bodies& bodies);
 
-/// Lets a new message prefer a charset: the texts are written in it, or in utf-8 when they do not fit.
+/// Sets the preferred charset of a new message; texts that do not fit in it are written in utf-8.
 void preferCharset(Email2& email, const std::string& name, const Bodies& bodies);
-/// Puts the texts where they belong; what is there of the same kind is replaced, anything else stays.
+/// Puts the texts where they belong. Replaces existing texts of the same kind, keeps everything else.
 bool putBodies(Email2& email, const Bodies& bodies, LogBase& log);
-/// Whether a reader gets the texts that were put in. Some enclosures, such as a digest, have no place for a text.
+/// Whether a reader of the message finds the texts. Some enclosures, such as a digest, have no place
+/// for a text.
 bool bodiesReadBack(Email2& email, const Bodies& bodies, LogBase& log);
 
 }  // namespace mailtree::cli

@@ -5,7 +5,7 @@
 
 #include "cli/message/structure.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/files.h"
 #include "cli/writing/media_types.h"
 #include "mailtree/base/Utf.h"
@@ -29,12 +29,12 @@ std::string_view methodOf(std::string_view calendar) {
   return {};
 }
 
-/// Why the bytes are no calendar; null when `text` holds it.
-const char* takeCalendar(std::string_view bytes, DataBuffer& text) {
+/// Reads a calendar into `text`; returns the problem, or null.
+const char* parseCalendar(std::string_view bytes, DataBuffer& text) {
   if (bytes.starts_with(kUtf8Mark)) bytes.remove_prefix(kUtf8Mark.size());
-  if (!isValidUtf8(bytes)) return "a calendar is utf-8, and this is not";
+  if (!isValidUtf8(bytes)) return "the calendar is not valid utf-8";
   if (!beginsWithNoCase(trimLeft(bytes), "BEGIN:VCALENDAR"))
-    return "no calendar: it does not begin with BEGIN:VCALENDAR";
+    return "not a calendar: it does not begin with BEGIN:VCALENDAR";
   StringBuffer lines(bytes);
   return lines.toCRLF() && text.append(lines.view()) ? nullptr : "not enough memory";
 }
@@ -42,16 +42,16 @@ const char* takeCalendar(std::string_view bytes, DataBuffer& text) {
 Exit chooseMethod(const CalendarOptions& options, Calendar& calendar) {
   const std::string_view own = methodOf(calendar.text.view());
   calendar.method = options.method ? *options.method : std::string(own);
-  if (calendar.method.empty()) return refuse("--method", "the calendar names none, so it must be given");
+  if (calendar.method.empty()) return usageError("--method", "required because the calendar has no METHOD");
   if (!isToken(calendar.method))
-    return refuse("--method", "'" + calendar.method + "' is no method such as REQUEST");
+    return usageError("--method", "'" + calendar.method + "' is not a method such as REQUEST");
   if (!own.empty() && !equalsNoCase(own, calendar.method))
-    complain(*options.file, "warning: the calendar itself says METHOD:" + std::string(own));
+    reportError(*options.file, "warning: the calendar has METHOD:" + std::string(own));
   return Exit::fine;
 }
 
-/// A calendar of ASCII fits everywhere; another one moves a message that has chosen no charset yet to utf-8. In a
-/// charset that cannot carry it, it is written in utf-8 all the same.
+/// ASCII fits everywhere; any other calendar makes a message without a charset utf-8. When the message's
+/// charset cannot encode the calendar, it is written in utf-8 anyway.
 int codePageFor(const Email2& email, const Calendar& calendar) {
   const int chosen = email.emailCodePage();
   const bool isOpen = chosen == 0 || chosen == kCpUsAscii;
@@ -62,21 +62,21 @@ Email2* find(const Email2& email, EnclosureKind kind) {
   return email.findMultipartEnclosure(static_cast<int>(kind), 0);
 }
 
-/// The text that the calendar is to stand beside, together with what the text shows.
-Email2* neighbour(Email2& email) {
+/// The text that the calendar goes beside, together with its related items.
+Email2* siblingText(Email2& email) {
   Email2* const html = email.getHtmlAlternative();
   Email2* const text = html ? html : email.getPlainTextAlternative();
   Email2* const related = text ? find(email, EnclosureKind::related) : nullptr;
   return related && holds(*related, *text) ? related : text;
 }
 
-/// Where the calendar becomes the last child: the alternatives, made around the text when there are none. Without
-/// a text, the message itself.
+/// The enclosure for the calendar: the existing alternatives, or new ones around the text; without a text,
+/// the message itself.
 Email2* placeFor(Email2& email, LogBase& log) {
   Email2* const alternatives = find(email, EnclosureKind::alternative);
-  // What has bytes for parts stays what it is.
+  // A multipart that could not be split is left alone.
   if (alternatives && alternatives->m_body.isEmpty()) return alternatives;
-  Email2* const text = neighbour(email);
+  Email2* const text = siblingText(email);
   if (text && text != &email)
     return encloseBelow(email, *text,
                         EmailPtr(Email2::createEmptyMultipartAlternative(*email.m_common, log)));
@@ -93,8 +93,9 @@ bool replaceCalendar(Email2& email, Email2& old, EmailPtr part, LogBase& log) {
 
 void addCalendarOptions(CLI::App& verb, CalendarOptions& options) {
   CLI::Option* file = addText(verb, "--calendar", options.file,
-                              "Calendar (.ics) to send beside the texts; - is standard input");
-  addText(verb, "--method", options.method, "Its method, such as REQUEST; else as the calendar says")
+                              "Calendar file (.ics) to add as an alternative; - is standard input");
+  addText(verb, "--method", options.method,
+          "Method of the calendar, such as REQUEST (default: its METHOD property)")
       ->needs(file);
 }
 
@@ -103,8 +104,8 @@ Exit readCalendar(const CalendarOptions& options, std::optional<Calendar>& calen
   DataBuffer bytes;
   if (!readFile(*options.file, bytes)) return Exit::unreadable;
   calendar.emplace();
-  if (const char* const problem = takeCalendar(bytes.view(), calendar->text)) {
-    complain(*options.file, problem);
+  if (const char* const problem = parseCalendar(bytes.view(), calendar->text)) {
+    reportError(*options.file, problem);
     return Exit::unreadable;
   }
   return chooseMethod(options, *calendar);
@@ -112,7 +113,7 @@ Exit readCalendar(const CalendarOptions& options, std::optional<Calendar>& calen
 
 bool putCalendar(Email2& email, Calendar& calendar, LogBase& log) {
   labelUntypedBody(email, log);
-  makeRoom(email, log);
+  moveIntoMixed(email, log);
   const int codePage = codePageFor(email, calendar);
   EmailPtr part(Email2::createCalendarAlternativeUtf8(*email.m_common, calendar.text, calendar.method.c_str(),
                                                       codePage, log));

@@ -1,4 +1,4 @@
-// cli/writing/calendar.h - a meeting request or answer beside the texts of a message (RFC 6047).
+// cli/writing/calendar.h - a meeting request or reply as an alternative of the text (RFC 6047).
 #pragma once
 
 #include <optional>
@@ -27,10 +27,10 @@ struct Calendar {
   DataBuffer text;  ///< utf-8, CRLF.
 };
 
-/// usage or unreadable after a complaint.
+/// usage or unreadable after reporting an error.
 Exit readCalendar(const CalendarOptions& options, std::optional<Calendar>& calendar);
 
-/// Puts the calendar behind the texts, or in place of the one that is there. What the message was stays.
+/// Adds the calendar after the texts, or replaces the existing one. The rest of the message is kept.
 /// @return whether a reader finds it. Some enclosures, such as a digest, have no place for it.
 bool putCalendar(Email2& email, Calendar& calendar, LogBase& log);
 

@@ -15,7 +15,7 @@ constexpr std::string_view kMonths[] = {"jan", "feb", "mar", "apr", "may", "jun"
                                         "jul", "aug", "sep", "oct", "nov", "dec"};
 constexpr int kFirstYear = 1900;
 
-/// Position of a name in its table, ignoring case; the table's length for no such name.
+/// Index of a name in its table, ignoring case; the table's length when it is not there.
 template <std::size_t N>
 unsigned positionIn(const std::string_view (&names)[N], std::string_view name) {
   const auto isName = [name](std::string_view other) { return equalsNoCase(name, other); };
@@ -29,8 +29,8 @@ bool fits(char c, char shape) {
   return c == shape;
 }
 
-/// Takes what has one of the shapes off the front: "0" stands for a digit, "a" for a letter, "+" for a sign,
-/// everything else for itself. Empty when none fits.
+/// Removes from the front the first of these shapes that matches: "0" is a digit, "a" a letter, "+" a sign,
+/// any other character itself. Empty when none matches.
 std::string_view take(std::string_view& rest, std::initializer_list<std::string_view> shapes) {
   for (const std::string_view shape : shapes) {
     if (rest.size() < shape.size() ||

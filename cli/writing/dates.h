@@ -1,12 +1,12 @@
-// cli/writing/dates.h - dates as a user gives them for a header.
+// cli/writing/dates.h - checks of dates that a user typed.
 #pragma once
 
 #include <string_view>
 
 namespace mailtree::cli {
 
-/// Whether a text can be written as the date of a message just as it is (RFC 5322, 3.3). The library's reader
-/// takes more: forms that no header may hold, and days of the week that are others.
+/// Whether a text is a valid Date field value (RFC 5322, 3.3). The library's parser is more lenient: it
+/// accepts other forms and wrong weekdays.
 bool isHeaderDate(std::string_view text);
 
 }  // namespace mailtree::cli

@@ -22,12 +22,12 @@ std::string withCrlf(std::string_view text) {
   return lines.extractString();
 }
 
-/// A MIME entity as views into its text. Nothing is decoded.
+/// A MIME entity as views into its text; nothing is decoded.
 struct Entity {
   MimeHeader header;
-  MimeMessage2 fields;  ///< What the header says.
+  MimeMessage2 fields;  ///< The parsed header.
   std::string_view headerText;
-  std::string_view body;  ///< Of a multipart with its parts.
+  std::string_view body;  ///< Of a multipart, including its parts.
   std::string_view preamble, epilogue;
   bool isClosed = true;
   bool hasPlainBoundaries = true;  ///< Nothing follows a boundary on its line.
@@ -36,7 +36,7 @@ struct Entity {
 
 std::unique_ptr<Entity> readEntity(std::string_view text, int depth);
 
-/// The text of a part without the line break before the next boundary, which belongs to that.
+/// The text of a part without the line break that belongs to the next boundary.
 std::string_view partBefore(std::string_view text, std::size_t begin, std::size_t boundary) {
   std::string_view part = text.substr(begin, boundary - begin);
   if (part.ends_with('\n')) part.remove_suffix(part.ends_with("\r\n") ? 2 : 1);
@@ -90,8 +90,8 @@ std::string labelOf(const MimeHeader& header, int row) {
   return name.empty() ? "line without a name" : "field " + printable(name);
 }
 
-/// The texts without their white space: folding moves that about.
-bool saysTheSame(std::string_view a, std::string_view b) {
+/// Compares without white space, which folding changes.
+bool sameText(std::string_view a, std::string_view b) {
   const auto withoutBlanks = [](std::string_view text) {
     std::string out;
     std::ranges::copy_if(text, std::back_inserter(out), [](char c) { return !isSpaceAscii(c); });
@@ -105,11 +105,11 @@ class ByteComparison {
   std::vector<std::string> compare(std::string_view received, std::string_view written) {
     if (received == written) return {};
     const std::string_view message = MimeParser::skipPrologue(received);
-    if (message.size() != received.size()) add("text before the header dropped");
+    if (message.size() != received.size()) add("text before the header removed");
     const auto from = readEntity(message, 0), to = readEntity(written, 0);
     compareEntities(*from, *to);
-    if (m_lineEndsDiffer) m_lines.insert(m_lines.begin(), "line ends become CRLF");
-    if (m_lines.empty()) add("blanks or line ends between parts changed");
+    if (m_lineEndsDiffer) m_lines.insert(m_lines.begin(), "line breaks changed to CRLF");
+    if (m_lines.empty()) add("blanks or line breaks between parts changed");
     return std::move(m_lines);
   }
 
@@ -133,7 +133,7 @@ class ByteComparison {
     } else if (from.parts.empty()) {
       compareBodies(part, from, to);
     } else {
-      compareSurroundings(part, from, to);
+      compareOuterTexts(part, from, to);
       for (std::size_t i = 0; i < from.parts.size(); ++i) compareEntities(*from.parts[i], *to.parts[i]);
     }
   }
@@ -147,7 +147,7 @@ class ByteComparison {
   void compareHeaders(int part, const Entity& from, const Entity& to) {
     if (isSame(from.headerText, to.headerText)) return;
     const std::size_t before = m_lines.size();
-    std::multimap<std::string, int> left;  // rows of the written header, by the text that they have
+    std::multimap<std::string, int> left;  // rows of the written header, by text
     for (int i = 0; i < to.header.getNumFields(); ++i) left.emplace(textOf(to.header, i), i);
     std::vector<int> changed;
     bool isOrdered = true;
@@ -167,7 +167,7 @@ class ByteComparison {
     for (const int row : changed) compareField(part, from.header, row, to.header, byName);
     for (const auto& [name, row] : byName) addToPart(part, labelOf(to.header, row) + " added");
     if (m_lines.size() != before) return;
-    addToPart(part, isOrdered ? "blanks or empty lines of the header changed" : "fields in another order");
+    addToPart(part, isOrdered ? "blanks or empty lines of the header changed" : "fields reordered");
   }
 
   static std::string nameOf(const MimeHeader& header, int row) {
@@ -183,24 +183,24 @@ class ByteComparison {
   void compareField(int part, const MimeHeader& from, int row, const MimeHeader& to,
                     std::multimap<std::string, int>& byName) {
     const auto other = byName.find(nameOf(from, row));
-    if (other == byName.end()) return addToPart(part, labelOf(from, row) + " dropped");
-    const bool isSaid = saysTheSame(from.decodedValue(row), to.decodedValue(other->second));
-    addToPart(part, labelOf(from, row) + (isSaid ? " written anew, says the same" : " changed"));
+    if (other == byName.end()) return addToPart(part, labelOf(from, row) + " removed");
+    const bool isSameText = sameText(from.decodedValue(row), to.decodedValue(other->second));
+    addToPart(part, labelOf(from, row) + (isSameText ? " rewritten with the same meaning" : " changed"));
     byName.erase(other);
   }
 
-  void compareSurroundings(int part, const Entity& from, const Entity& to) {
-    compareOutside(part, from.preamble, to.preamble, "before the first part");
+  void compareOuterTexts(int part, const Entity& from, const Entity& to) {
+    compareOuterText(part, from.preamble, to.preamble, "before the first part");
     if (!from.isClosed && to.isClosed) addToPart(part, "closing boundary added");
-    if (from.isClosed) compareOutside(part, from.epilogue, to.epilogue, "after the last part");
-    if (!from.hasPlainBoundaries && to.hasPlainBoundaries) addToPart(part, "blanks after boundaries dropped");
+    if (from.isClosed) compareOuterText(part, from.epilogue, to.epilogue, "after the last part");
+    if (!from.hasPlainBoundaries && to.hasPlainBoundaries) addToPart(part, "blanks after boundaries removed");
   }
 
-  void compareOutside(int part, std::string_view from, std::string_view to, const char* where) {
+  void compareOuterText(int part, std::string_view from, std::string_view to, const char* where) {
     if (isSame(from, to)) return;
     const bool hasText = trim(from) != trim(to);
     addToPart(part,
-              std::string(hasText ? "text " : "empty lines ") + where + (hasText ? " dropped" : " changed"));
+              std::string(hasText ? "text " : "empty lines ") + where + (hasText ? " removed" : " changed"));
   }
 
   void compareBodies(int part, const Entity& from, const Entity& to) {
@@ -213,7 +213,7 @@ class ByteComparison {
     if (!isSameContent) return compareCharsets(part, from, to);
     if (!isSameEncoding) return;
     addToPart(part,
-              equalsNoCase(now, "base64") ? "base64 lines refolded" : nameOfEncoding(now) + " encoded anew");
+              equalsNoCase(now, "base64") ? "base64 lines refolded" : nameOfEncoding(now) + " re-encoded");
   }
 
   static std::string nameOfEncoding(std::string_view encoding) {
@@ -257,12 +257,13 @@ class ReaderComparison {
 
   void compareNodes(Email2& from, Email2& to) {
     const int part = m_part++;
-    if (from.getNumParts() != to.getNumParts()) return add(part, "another structure");
-    if (typeOf(from) != typeOf(to)) add(part, "another type");
-    if (nameOf(from) != nameOf(to)) add(part, "another file name");
-    if (fieldsOf(from.m_header) != fieldsOf(to.m_header)) add(part, "other header fields");
-    if (from.getNumParts() == 0 && from.m_body.view() != to.m_body.view() && shown(from) != shown(to))
-      add(part, "another content");
+    if (from.getNumParts() != to.getNumParts()) return add(part, "structure differs");
+    if (typeOf(from) != typeOf(to)) add(part, "type differs");
+    if (nameOf(from) != nameOf(to)) add(part, "file name differs");
+    if (fieldsOf(from.m_header) != fieldsOf(to.m_header)) add(part, "header fields differ");
+    if (from.getNumParts() == 0 && from.m_body.view() != to.m_body.view() &&
+        comparableBody(from) != comparableBody(to))
+      add(part, "content differs");
     for (int i = 0; i < from.getNumParts(); ++i) compareNodes(*from.getPart(i), *to.getPart(i));
   }
 
@@ -274,8 +275,8 @@ class ReaderComparison {
     return node.m_dispFilename.isEmpty() ? node.m_contentType.m_name.view() : node.m_dispFilename.view();
   }
 
-  /// The body; a page without the frame that writing completes and the charset in which it travels.
-  static std::string shown(const Email2& node) {
+  /// The comparable body. For HTML, ignores the structure that writing completes and the declared charset.
+  static std::string comparableBody(const Email2& node) {
     if (!equalsNoCase(typeOf(node), "text/html")) return withCrlf(node.m_body.view());
     LogNull quiet;
     StringBuffer page(node.m_body.view());
@@ -286,7 +287,8 @@ class ReaderComparison {
     return text;
   }
 
-  /// What the header says to a person: Content- fields are judged by what they mean, internal ones are not written.
+  /// The fields a person sees. Content- fields are compared by their meaning, and internal ones
+  /// are not written.
   static std::string fieldsOf(const MimeHeader& header) {
     std::string fields;
     for (int i = 0; i < header.getNumFields(); ++i) {

@@ -1,4 +1,4 @@
-// cli/writing/differences.h - what is different between a message as it was received and as it is written.
+// cli/writing/differences.h - differences between a message as received and as written.
 #pragma once
 
 #include <string>
@@ -9,11 +9,12 @@
 
 namespace mailtree::cli {
 
-/// Where the bytes of two MIME texts differ, a line for each field, body and text between parts, such as "part 2: base64
-/// lines refolded". Parts are counted depth-first, the message being 0. Empty when the texts are the same.
+/// Lists where the bytes of two messages differ, one line per field, body or text between parts, such as
+/// "part 2: base64 lines refolded". Parts are numbered depth-first; the message is 0. Empty when the
+/// bytes are equal.
 std::vector<std::string> differencesInBytes(std::string_view received, std::string_view written);
 
-/// What a reader would see differently, in such lines: fields, types, names, texts and files, each decoded.
+/// Lists in the same form what differs to a reader: decoded fields, types, names, texts and files.
 std::vector<std::string> differencesToReader(Email2& received, Email2& written);
 
 }  // namespace mailtree::cli

@@ -6,15 +6,15 @@
 
 #include "cli/message/outline.h"
 #include "cli/message/structure.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 
 namespace mailtree::cli {
 namespace {
 
-using Doomed = std::unordered_set<const SorvikObject*>;
+using PartSet = std::unordered_set<const SorvikObject*>;
 
-/// What is wrong with the attachments to be dropped; empty when `doomed` has them.
-std::string chooseAttachments(const DropOptions& options, Email2& email, Doomed& doomed) {
+/// Collects the attachments to remove in `removed`; returns the problem, or an empty string.
+std::string chooseAttachments(const DropOptions& options, Email2& email, PartSet& removed) {
   LogNull quiet;
   ExtPtrArray listed;
   email.attachmentIterate2(email.isMultipartMixedForAttachmentPurposes(), listed, /*target=*/-1, quiet);
@@ -27,10 +27,10 @@ std::string chooseAttachments(const DropOptions& options, Email2& email, Doomed&
   for (const int number : numbers) {
     const SorvikObject* const part = listed.elementAt(number);
     if (!part)
-      problem = "there is no attachment " + std::to_string(number);
+      problem = "no attachment " + std::to_string(number);
     else if (part == &email)
       problem = "attachment " + std::to_string(number) + " is the whole message";
-    doomed.insert(part);
+    removed.insert(part);
   }
   listed.removeAll();
   return problem;
@@ -42,18 +42,18 @@ bool holdsBody(Email2& item, const Outline& outline) {
   return false;
 }
 
-/// The numbers are those of getRelatedItem, which the table shows; dropRelatedItem has others when the first part
-/// is not the HTML body. Then the body itself is counted, which is not to be lost.
-std::string chooseRelated(const DropOptions& options, Email2& email, Doomed& doomed) {
+/// Uses the numbers of getRelatedItem, which the table shows. Those of dropRelatedItem differ when the first
+/// part is not the HTML body: it counts the body, which must not be removed.
+std::string chooseRelated(const DropOptions& options, Email2& email, PartSet& removed) {
   if (options.related.empty()) return {};
   LogNull quiet;
   const Outline outline = outlineOf(email);
   for (const int number : options.related) {
     Email2* const item = email.getRelatedItem(number, quiet);
-    if (!item) return "there is no related item " + std::to_string(number);
+    if (!item) return "no related item " + std::to_string(number);
     if (holdsBody(*item, outline))
       return "related item " + std::to_string(number) + " is the text of the message";
-    doomed.insert(item);
+    removed.insert(item);
   }
   return {};
 }
@@ -62,24 +62,24 @@ std::string chooseRelated(const DropOptions& options, Email2& email, Doomed& doo
 
 void addDropOptions(CLI::App& verb, DropOptions& options) {
   CLI::Option* all = verb.add_flag("--drop-attachments", options.allAttachments, "Remove every attachment");
-  verb.add_option("--drop-attachment", options.attachments, "Remove the attachment of that number")
+  verb.add_option("--drop-attachment", options.attachments, "Remove the attachment with this number")
       ->type_name("N")
       ->allow_extra_args(false)
       ->excludes(all);
-  verb.add_option("--drop-related", options.related, "Remove the related item of that number")
+  verb.add_option("--drop-related", options.related, "Remove the related item with this number")
       ->type_name("N")
       ->allow_extra_args(false);
 }
 
 Exit dropParts(const DropOptions& options, const std::string& file, Email2& email) {
-  Doomed doomed;
-  std::string problem = chooseAttachments(options, email, doomed);
-  if (problem.empty()) problem = chooseRelated(options, email, doomed);
+  PartSet removed;
+  std::string problem = chooseAttachments(options, email, removed);
+  if (problem.empty()) problem = chooseRelated(options, email, removed);
   if (!problem.empty()) {
-    complain(file, problem);
+    reportError(file, problem);
     return Exit::negative;
   }
-  if (!doomed.empty()) removeNodes(email, doomed);
+  if (!removed.empty()) removeNodes(email, removed);
   return Exit::fine;
 }
 

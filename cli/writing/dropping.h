@@ -1,4 +1,4 @@
-// cli/writing/dropping.h - attachments and related items taken out of a message by their numbers.
+// cli/writing/dropping.h - removing attachments and related items by number.
 #pragma once
 
 #include <string>
@@ -14,8 +14,8 @@ class App;
 namespace mailtree::cli {
 
 struct DropOptions {
-  std::vector<int> attachments;  ///< As `mailtree attachments` numbers them.
-  std::vector<int> related;      ///< As `mailtree related` does.
+  std::vector<int> attachments;  ///< Numbers as in `mailtree attachments`.
+  std::vector<int> related;      ///< Numbers as in `mailtree related`.
   bool allAttachments = false;
 
   bool any() const { return allAttachments || !attachments.empty() || !related.empty(); }
@@ -23,8 +23,8 @@ struct DropOptions {
 
 void addDropOptions(CLI::App& verb, DropOptions& options);
 
-/// Numbers are those of the message as it was given: all are looked up before anything goes. negative, after a
-/// complaint, when one is not there or holds what must stay.
+/// Removes the parts. All numbers refer to the message before any removal. negative, after reporting an
+/// error, when a part does not exist or must be kept.
 Exit dropParts(const DropOptions& options, const std::string& file, Email2& email);
 
 }  // namespace mailtree::cli

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "cli/message/internal_fields.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/writing/addresses.h"
 #include "cli/writing/dates.h"
 #include "mailtree/base/Utf.h"
@@ -14,15 +14,16 @@
 namespace mailtree::cli {
 namespace {
 
-/// They follow from the content; any other value would make it unreadable.
+/// Derived from the content; any other value would make it unreadable.
 constexpr std::string_view kContentFields[] = {"MIME-Version", "Content-Type", "Content-Transfer-Encoding"};
 
-/// A message has one of each at most (RFC 5322, 3.6); the last is one that new messages are given.
+/// Fields that a message has at most once (RFC 5322, 3.6), and X-Priority, which new messages
+/// have by default.
 constexpr std::string_view kSingleFields[] = {"Date",       "From",       "Sender",      "Reply-To",
                                               "Message-ID", "Content-ID", "In-Reply-To", "References",
                                               "Subject",    "X-Priority"};
 
-/// Of these the model keeps one address.
+/// Fields for which the model keeps one address.
 constexpr std::string_view kOneAddressFields[] = {"From", "Sender", "Reply-To", "Return-Path"};
 
 struct RecipientField {
@@ -60,7 +61,7 @@ void addRecipients(Email2& email, const RecipientField& field, const std::string
   if (isShown) showBcc(email, log);
 }
 
-/// The field keeps its place in the header, so only the list is emptied.
+/// Empties only the list, so the field keeps its place in the header.
 void setRecipients(Email2& email, const RecipientField& field, const std::string& value, LogBase& log) {
   (email.*field.list).removeAllObjects();
   email.addMultipleRecip(static_cast<int>(field.kind), value.c_str(), log);
@@ -80,32 +81,32 @@ HeaderField fieldOfText(std::string_view text) {
   return {std::string(text.substr(0, colon)), std::string(trim(text.substr(colon + 1)))};
 }
 
-std::optional<std::string> whyBadFieldName(std::string_view name) {
+std::optional<std::string> fieldNameProblem(std::string_view name) {
   if (!isFieldName(name))
-    return "a field has a name of visible ASCII characters and a colon, such as 'X-Name: value'";
-  if (isOneOf(kContentFields, name)) return "it follows from the content";
+    return "expected a name of visible ASCII characters and a colon, such as 'X-Name: value'";
+  if (isOneOf(kContentFields, name)) return "it is derived from the content";
   return std::nullopt;
 }
 
-std::optional<std::string> whyBadValue(std::string_view value) {
-  if (!isValidUtf8(value)) return "not utf-8";
+std::optional<std::string> valueProblem(std::string_view value) {
+  if (!isValidUtf8(value)) return "not valid utf-8";
   if (value.find_first_of("\r\n") != std::string_view::npos)
-    return "a line break, which would begin another field";
+    return "contains a line break, which would start a new field";
   const bool isPlain =
       std::none_of(value.begin(), value.end(), [](char c) { return isControlAscii(c) && c != '\t'; });
-  return isPlain ? std::nullopt : std::optional<std::string>("a control character");
+  return isPlain ? std::nullopt : std::optional<std::string>("contains a control character");
 }
 
-std::optional<std::string> whyBadField(const HeaderField& field) {
-  if (auto problem = whyBadFieldName(field.name)) return problem;
-  if (isInternalField(field.name)) return "fields of that name are never written";
-  if (auto problem = whyBadValue(field.value)) return problem;
+std::optional<std::string> fieldProblem(const HeaderField& field) {
+  if (auto problem = fieldNameProblem(field.name)) return problem;
+  if (isInternalField(field.name)) return "fields with this name are never written";
+  if (auto problem = valueProblem(field.value)) return problem;
   if (equalsNoCase(field.name, "Date") && !isHeaderDate(field.value))
-    return "no date such as 'Sat, 21 Nov 2026 08:30:00 +0100', or not that day of the week";
+    return "not a date such as 'Sat, 21 Nov 2026 08:30:00 +0100', or the wrong day of the week";
   const bool isNullPath = field.value == "<>" && equalsNoCase(field.name, "Return-Path");
   if (isNullPath || grammarOf(field.name) != FieldGrammar::addresses) return std::nullopt;
   const bool one = isOneOf(kOneAddressFields, field.name);
-  return whyBadAddresses(field.value, one ? AddressCount::one : AddressCount::several);
+  return addressProblem(field.value, one ? AddressCount::one : AddressCount::several);
 }
 
 void FieldReader::take(const char* option, const char* name, const std::string& value) {
@@ -121,7 +122,7 @@ void FieldReader::take(const char* option, const char* name, const std::vector<s
 }
 
 void FieldReader::take(const std::string& option, HeaderField field) {
-  if (const auto problem = whyBadField(field)) m_result = refuse(option, *problem);
+  if (const auto problem = fieldProblem(field)) m_result = usageError(option, *problem);
   m_fields.push_back(std::move(field));
 }
 
@@ -154,14 +155,14 @@ void addFields(Email2& email, const std::vector<HeaderField>& fields, LogBase& l
       addField(email, field, log);
       continue;
     }
-    // The first of its kind brings all; once taken, the list is empty.
+    // The first one adds all of its kind and leaves the list empty.
     if (!list->second.empty()) addField(email, {field.name, std::exchange(list->second, {})}, log);
   }
 }
 
 void removeField(Email2& email, const std::string& name) {
   email.removeHeaderField(name.c_str());
-  // The library keeps the hidden recipients for sending; who removes the field means them.
+  // The library keeps the hidden recipients for sending; a user who removes the field wants to remove them.
   if (equalsNoCase(name, "Bcc")) email.clearRecipients(static_cast<int>(RecipientKind::bcc));
 }
 

@@ -1,4 +1,4 @@
-// cli/writing/fields.h - header fields as a user gives them, "Name: value".
+// cli/writing/fields.h - header fields that a user typed as "Name: value".
 #pragma once
 
 #include <optional>
@@ -16,18 +16,18 @@ struct HeaderField {
   std::string value;
 };
 
-/// Takes "Name: value" apart. The value is trimmed.
+/// Splits "Name: value" and trims the value.
 HeaderField fieldOfText(std::string_view text);
 
-/// What is wrong with a field; nothing when it is good. Dates and addresses are looked at by the field's name.
-std::optional<std::string> whyBadField(const HeaderField& field);
-/// What is wrong with the name of a field to remove.
-std::optional<std::string> whyBadFieldName(std::string_view name);
-/// What is wrong with a text for one line of a header.
-std::optional<std::string> whyBadValue(std::string_view value);
+/// Checks a field; returns the problem, or nothing. Dates and addresses are checked by field name.
+std::optional<std::string> fieldProblem(const HeaderField& field);
+/// Checks the name of a field to remove.
+std::optional<std::string> fieldNameProblem(std::string_view name);
+/// Checks a one-line header value.
+std::optional<std::string> valueProblem(std::string_view value);
 
-/// Turns the options that are header fields into fields, in the order in which they will stand; the problem
-/// goes to standard error.
+/// Converts options to header fields, in the order in which they are written. Reports any problem
+/// on standard error.
 class FieldReader {
  public:
   explicit FieldReader(std::vector<HeaderField>& fields) : m_fields(fields) {}
@@ -43,16 +43,16 @@ class FieldReader {
   Exit m_result = Exit::fine;
 };
 
-/// Puts a field in place of all of its name; recipients and sender follow.
+/// Replaces all fields of this name; updates recipients and sender.
 void setField(Email2& email, const HeaderField& field, LogBase& log);
-/// Adds a field beside those of its name; where a message has one only, sets it.
+/// Adds a field; sets it when a message may have only one.
 void addField(Email2& email, const HeaderField& field, LogBase& log);
-/// Adds several. The recipients of one kind go in together, in the place of the first: each that is added
-/// alone writes the whole list anew.
+/// Adds several fields. Recipients of one kind are added together at the first one's place, because each
+/// separate addition rewrites the whole list.
 void addFields(Email2& email, const std::vector<HeaderField>& fields, LogBase& log);
 void removeField(Email2& email, const std::string& name);
 
-/// Writes the hidden recipients into the header, where every recipient sees them.
+/// Writes the Bcc recipients into the header, where every recipient can see them.
 void showBcc(Email2& email, LogBase& log);
 
 }  // namespace mailtree::cli

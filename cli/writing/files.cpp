@@ -5,7 +5,7 @@
 
 #include "cli/message/structure.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/files.h"
 #include "cli/writing/media_types.h"
 #include "mailtree/base/Utf.h"
@@ -20,7 +20,8 @@ struct FileArgument {
   std::string type;
 };
 
-/// What stands behind the last colon is a type when it looks like one, unless the whole names a file.
+/// Splits "FILE:TYPE" at the last colon if a media type follows it, unless the whole argument is
+/// a file's name.
 FileArgument fileOf(const std::string& argument) {
   std::error_code ignored;
   const std::size_t colon = argument.rfind(':');
@@ -33,23 +34,23 @@ FileArgument fileOf(const std::string& argument) {
 Exit readAttachment(const std::string& argument, AttachedFile& file) {
   const FileArgument given = fileOf(argument);
   if (beginsWithNoCase(given.type, "multipart/"))
-    return refuse("--attach", "'" + argument + "': a file cannot be of a multipart type");
+    return usageError("--attach", "'" + argument + "': a file cannot have a multipart type");
   if (!readFile(given.path, file.bytes)) return Exit::unreadable;
   if (given.path != "-") file.name = std::filesystem::path(given.path).filename().string();
   file.type = given.type.empty() ? typeByName(file.name) : given.type;
-  // Base64, which files get, is not allowed for messages (RFC 2046, 5.2.1).
+  // Files are sent in base64, which is not allowed for messages (RFC 2046, 5.2.1).
   file.isMessage = equalsNoCase(file.type, kMessageType);
   return Exit::fine;
 }
 
-/// The library makes a multipart/mixed too, but would leave the disposition of the text or file on it.
-void becomeMixed(Email2& email, LogBase& log) {
+/// The library can make a multipart/mixed too, but would leave the old Content-Disposition on it.
+void ensureMixed(Email2& email, LogBase& log) {
   labelUntypedBody(email, log);
-  if (!makeRoom(email, log) && email.getNumParts() == 0 && !email.isMultipart())
+  if (!moveIntoMixed(email, log) && email.getNumParts() == 0 && !email.isMultipart())
     enclose(email, "multipart/mixed", log);
 }
 
-/// The code page that a text file is labelled with; 0: none, as nobody knows it.
+/// The code page to label a text file with; 0 when it is unknown.
 int codePageOf(const DataBuffer& bytes) {
   return !bytes.is7bit(0) && isValidUtf8(bytes.view()) ? kCpUtf8 : 0;
 }
@@ -80,10 +81,9 @@ int AttachOptions::countOfStandardInput() const {
 }
 
 void addAttachOptions(CLI::App& verb, AttachOptions& options) {
-  addRepeated(
-      verb, "--attach", options.files,
-      "File to attach; FILE:TYPE, such as list:text/csv, unless that is a file's name, gives its type");
-  addRepeated(verb, "--attach-message", options.messages, "Message to attach as one");
+  addRepeated(verb, "--attach", options.files,
+              "File to attach, or FILE:TYPE to give its media type, such as list:text/csv");
+  addRepeated(verb, "--attach-message", options.messages, "Message file to attach as message/rfc822");
 }
 
 Exit readAttachedFiles(const AttachOptions& options, std::vector<AttachedFile>& files) {
@@ -100,7 +100,7 @@ Exit readAttachedFiles(const AttachOptions& options, std::vector<AttachedFile>& 
 }
 
 bool attach(Email2& email, AttachedFile& file, LogBase& log) {
-  becomeMixed(email, log);
+  ensureMixed(email, log);
   if (file.isMessage) return attachMessage(email, file, log);
   StringBuffer unused;
   return email.addDataAttachmentUtf8(file.name.c_str(), file.type.empty() ? nullptr : file.type.c_str(),

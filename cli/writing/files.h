@@ -18,7 +18,7 @@ struct AttachOptions {
   std::vector<std::string> messages;  ///< Files that hold messages.
 
   bool any() const { return !files.empty() || !messages.empty(); }
-  /// How often standard input is one of the files.
+  /// Number of options that read standard input.
   int countOfStandardInput() const;
 };
 
@@ -27,16 +27,16 @@ void addAttachOptions(CLI::App& verb, AttachOptions& options);
 /// A file read and ready to be attached.
 struct AttachedFile {
   std::string name;
-  std::string type;  ///< Empty: by the extension.
+  std::string type;  ///< Empty: derived from the extension.
   DataBuffer bytes;
   bool isMessage = false;  ///< Attached as message/rfc822.
 };
 
-/// Reads everything there is to attach, in the order in which it will stand; usage or unreadable after a
-/// complaint.
+/// Reads all files to attach, in the order in which they are added; usage or unreadable after
+/// reporting an error.
 Exit readAttachedFiles(const AttachOptions& options, std::vector<AttachedFile>& files);
 
-/// Puts a file behind everything else. What the message was, a text or a file, stays a part of its own.
+/// Appends a file as the last part. The former content of the message, text or file, becomes a separate part.
 bool attach(Email2& email, AttachedFile& file, LogBase& log);
 
 }  // namespace mailtree::cli

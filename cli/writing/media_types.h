@@ -1,4 +1,4 @@
-// cli/writing/media_types.h - media types as a user gives them, and those that file names suggest.
+// cli/writing/media_types.h - media types that a user typed, or that a file name suggests.
 #pragma once
 
 #include <string>
@@ -8,11 +8,11 @@
 
 namespace mailtree::cli {
 
-/// token of RFC 2045 (5.1).
+/// A token (RFC 2045, 5.1).
 bool isToken(std::string_view text);
 bool isMediaType(std::string_view text);
 
-/// The type of a file name's extension, whatever its case; empty for one that nobody knows.
+/// The media type for a file name's extension, ignoring case; empty when unknown.
 std::string typeByName(const std::string& name);
 
 }  // namespace mailtree::cli

@@ -10,19 +10,19 @@
 namespace mailtree::cli {
 namespace {
 
-/// A text as HTML that shows it line by line.
+/// Converts a text to HTML with its line breaks.
 std::string asHtml(std::string_view text) {
   StringBuffer lines(htmlText(trimRight(text)));
   lines.replaceAllOccurances("\r\n", "<br>\r\n");
   return "<p>" + lines.extractString() + "</p>\r\n";
 }
 
-/// A page that is labelled as plain text is quoted as the page it is.
+/// Checks the head, not the type: HTML labelled as plain text is quoted as HTML.
 bool isQuotedAsHtml(std::string_view body) { return body.starts_with(kHtmlReplyHead); }
 
 bool isQuoted(std::string_view body) { return isQuotedAsHtml(body) || body.starts_with(kPlainReplyHead); }
 
-/// A new charset is declared in the page that is written in it.
+/// Replaces a body. HTML must declare the charset it is written in.
 bool put(Email2& email, Email2& leaf, bool isPage, const std::string& text, LogBase& log) {
   DataBuffer whole;
   StringBuffer type;
@@ -45,8 +45,8 @@ bool QuotedTexts::isChanged(const Email2& node) const {
   return known == m_sizes.end() || known->second != node.m_body.getSize();
 }
 
-bool QuotedTexts::putInFront(const std::string& text, LogBase& log) const {
-  // Readers of a flowed text would join its lines (RFC 3676).
+bool QuotedTexts::prependText(const std::string& text, LogBase& log) const {
+  // Readers of flowed text would join its lines (RFC 3676).
   _svContentType::m_noFormatFlowed = true;
   bool found = false;
   for (const PartRow& row : outlineOf(m_email).rows) {

@@ -1,4 +1,4 @@
-// cli/writing/quoted.h - a user's text in front of what an answer quotes.
+// cli/writing/quoted.h - adding a user's text before the quoted text of a reply.
 #pragma once
 
 #include <cstddef>
@@ -9,16 +9,15 @@
 
 namespace mailtree::cli {
 
-/// The bodies of a message as they were before it was made an answer. Those that begin with another head
-/// afterwards are the quoted ones, whichever of its texts they are.
+/// Remembers the bodies of a message before it becomes a reply. Bodies that have changed and begin with a
+/// quote head afterwards are the quoted ones.
 class QuotedTexts {
  public:
   explicit QuotedTexts(Email2& email);
 
-  /// Puts a text in front of each quoted body: as it is before plain text, escaped before HTML. Charset and encoding
-  /// are chosen again.
-  /// @return false when nothing is quoted, or memory ran out.
-  bool putInFront(const std::string& text, LogBase& log) const;
+  /// Puts a text before each quoted body, escaped for HTML. Chooses charset and encoding again.
+  /// @return false when nothing is quoted or memory ran out.
+  bool prependText(const std::string& text, LogBase& log) const;
 
  private:
   bool isChanged(const Email2& node) const;

@@ -6,7 +6,7 @@
 
 #include "cli/message/structure.h"
 #include "cli/support/arguments.h"
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 #include "cli/support/files.h"
 #include "cli/writing/media_types.h"
 #include "mailtree/base/Utf.h"
@@ -16,7 +16,7 @@ namespace mailtree::cli {
 namespace {
 
 constexpr const char* kUnknownType = "application/octet-stream";
-/// Longer lines of a text are not left to travel as they stand.
+/// Text with longer lines is encoded as quoted-printable.
 constexpr std::size_t kLongLine = 990;
 
 struct InlineArgument {
@@ -24,7 +24,7 @@ struct InlineArgument {
   std::optional<std::string> contentId;
 };
 
-/// What stands behind the last "=" is a Content-ID, unless the whole names a file.
+/// Splits "FILE=CID" at the last "=", unless the whole argument is a file's name.
 InlineArgument argumentOf(const std::string& text) {
   std::error_code ignored;
   const std::size_t equals = text.rfind('=');
@@ -32,7 +32,7 @@ InlineArgument argumentOf(const std::string& text) {
   return {text.substr(0, equals), text.substr(equals + 1)};
 }
 
-/// "<logo@x>" is meant as "logo@x".
+/// Users may write "<logo@x>" for "logo@x".
 std::string_view withoutBrackets(std::string_view id) {
   const bool hasBoth = id.size() > 1 && id.front() == '<' && id.back() == '>';
   return hasBoth ? id.substr(1, id.size() - 2) : id;
@@ -45,7 +45,7 @@ bool isContentId(std::string_view id) {
 }
 
 Exit readInlineFile(const char* option, const std::string& path, InlineFile& file) {
-  if (path == "-") return refuse(option, "standard input has no name that the HTML could refer to");
+  if (path == "-") return usageError(option, "standard input has no name for the HTML to refer to");
   if (!readFile(path, file.bytes)) return Exit::unreadable;
   file.name = std::filesystem::path(path).filename().string();
   file.type = typeByName(file.name);
@@ -57,24 +57,26 @@ Exit readWithContentId(const std::string& text, InlineFile& file) {
   const InlineArgument argument = argumentOf(text);
   if (argument.contentId) file.contentId = withoutBrackets(*argument.contentId);
   if (argument.contentId && !isContentId(file.contentId))
-    return refuse("--inline '" + text + "'", "behind the = stands no Content-ID such as logo@example.com");
+    return usageError("--inline '" + text + "'",
+                      "expected a Content-ID such as logo@example.com after the =");
   return readInlineFile("--inline", argument.path, file);
 }
 
-/// Two of one name could not be told apart, except by Content-IDs that the HTML knows already.
+/// Files of the same name need Content-IDs to be told apart.
 Exit checkDistinct(const std::vector<InlineFile>& files) {
   for (const InlineFile& file : files)
     for (const InlineFile* other = &file + 1; other != files.data() + files.size(); ++other) {
       const bool sameId = !file.contentId.empty() && file.contentId == other->contentId;
       const bool idMissing = file.contentId.empty() || other->contentId.empty();
-      if (sameId) return refuse("--inline", "'" + file.contentId + "' is given twice");
+      if (sameId) return usageError("--inline", "'" + file.contentId + "' is a duplicate Content-ID");
       if (file.name == other->name && file.byLocation == other->byLocation && idMissing)
-        return refuse("--inline", "two files are named '" + file.name + "'; give both a Content-ID");
+        return usageError("--inline", "duplicate file name '" + file.name + "'; give both a Content-ID");
     }
   return Exit::fine;
 }
 
-/// The bytes of a text stay what they are, and its label says only what they show: it is no text of this message.
+/// Keeps the bytes of a text file, which is not a text of this message, and labels it with utf-8 only
+/// if it is.
 void keepBytes(Email2& item, LogBase& log) {
   if (!beginsWithNoCase(item.m_contentType.m_type, "text/")) return;
   item.setContentEncodingNonRecursive("base64", log);
@@ -92,7 +94,7 @@ EmailPtr createItem(_svEmailCommon& common, const InlineFile& file, LogBase& log
                     ? Email2::createRelatedFromDataNoCid(common, name, file.bytes, log)
                     : Email2::createRelatedFromDataUtf8(common, name, file.type.c_str(), file.bytes, log));
   if (!item) return item;
-  // By location the library knows no other type than that of the name.
+  // For items by location the library only knows the type of the extension.
   if (item->m_contentType.m_type.isEmpty())
     item->setContentTypeUtf8(file.type.c_str(), name, nullptr, nullptr, 0, nullptr, nullptr, nullptr, log);
   if (!file.contentId.empty()) item->setContentId(("<" + file.contentId + ">").c_str(), log);
@@ -100,8 +102,9 @@ EmailPtr createItem(_svEmailCommon& common, const InlineFile& file, LogBase& log
   return item;
 }
 
-/// Points the references of the page at the items, and warns of those that it does not mention.
-bool pointReferences(Email2& html, const std::vector<InlineFile>& files, const std::vector<EmailPtr>& items) {
+/// Updates the references in the HTML to the items, and warns of items that it does not refer to.
+bool updateReferences(Email2& html, const std::vector<InlineFile>& files,
+                      const std::vector<EmailPtr>& items) {
   std::vector<CidTarget> targets;
   for (std::size_t i = 0; i < files.size(); ++i)
     if (!files[i].byLocation)
@@ -119,11 +122,11 @@ bool pointReferences(Email2& html, const std::vector<InlineFile>& files, const s
   }
   for (const CidTarget& target : targets)
     if (!contains(page, cidUrlPart(target.contentId)))
-      complain("warning: the HTML does not refer to cid:" + target.name);
+      reportError("warning: the HTML does not refer to cid:" + target.name);
   return true;
 }
 
-/// The enclosure in which the HTML stands, or a new one around it.
+/// The multipart/related around the HTML, or a new one.
 Email2* relatedEnclosure(Email2& email, Email2& html, LogBase& log) {
   Email2* const related = email.findMultipartEnclosure(static_cast<int>(EnclosureKind::related), 0);
   if (related && holds(*related, html)) return related;
@@ -134,9 +137,8 @@ Email2* relatedEnclosure(Email2& email, Email2& html, LogBase& log) {
 }  // namespace
 
 void addInlineOptions(CLI::App& verb, InlineOptions& options) {
-  addRepeated(
-      verb, "--inline", options.files,
-      "File that the HTML shows as cid:NAME; FILE=CID, such as logo.png=logo@x, gives its Content-ID");
+  addRepeated(verb, "--inline", options.files,
+              "File that the HTML shows as cid:NAME; FILE=CID, such as logo.png=logo@x, sets its Content-ID");
   addRepeated(verb, "--inline-location", options.locations, "File that the HTML shows as NAME");
 }
 
@@ -161,7 +163,7 @@ bool putInlineFiles(Email2& email, const std::vector<InlineFile>& files, LogBase
     items.push_back(createItem(*email.m_common, file, log));
     if (!items.back()) return false;
   }
-  if (!html || !pointReferences(*html, files, items)) return false;
+  if (!html || !updateReferences(*html, files, items)) return false;
   Email2* const enclosure = relatedEnclosure(email, *html, log);
   if (!enclosure) return false;
   for (EmailPtr& item : items) enclosure->addRelatedContent(item.release(), log);

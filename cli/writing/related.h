@@ -1,7 +1,7 @@
-// cli/writing/related.h - files that the HTML of a message shows, such as images.
+// cli/writing/related.h - files that the HTML body shows, such as images.
 //
-// The HTML names a file as "cid:logo.png"; in the message these references name the Content-ID that the file got.
-// A page saved from the web, which names it "logo.png", finds it by its location.
+// The HTML refers to a file as "cid:logo.png"; in the message these references use the file's Content-ID. A
+// saved web page, which refers to it as "logo.png", finds it by its Content-Location.
 #pragma once
 
 #include <string>
@@ -25,20 +25,20 @@ struct InlineOptions {
 
 void addInlineOptions(CLI::App& verb, InlineOptions& options);
 
-/// A file read and ready to be shown.
+/// A file read and ready to be added.
 struct InlineFile {
   std::string name;
   std::string type;
-  std::string contentId;  ///< Without brackets; empty: to be generated.
+  std::string contentId;  ///< Without angle brackets; generated when empty.
   DataBuffer bytes;
   bool byLocation = false;
 };
 
-/// usage or unreadable after a complaint.
+/// usage or unreadable after reporting an error.
 Exit readInlineFiles(const InlineOptions& options, std::vector<InlineFile>& files);
 
-/// Puts the files beside the HTML body, which must be there, and points its references at them. Warns of a file
-/// that it does not refer to. False when memory ran out.
+/// Adds the files beside the HTML body, which must exist, and updates its references. Warns of files that it
+/// does not refer to. False when memory ran out.
 bool putInlineFiles(Email2& email, const std::vector<InlineFile>& files, LogBase& log);
 
 }  // namespace mailtree::cli

@@ -1,4 +1,4 @@
-// email/EmailCommon.h - the settings that all nodes of one message share.
+// email/EmailCommon.h - settings shared by all nodes of one message.
 #pragma once
 
 #include <cstdint>
@@ -16,8 +16,7 @@ namespace mailtree {
 
 class LogBase;
 
-/// From what a field of recipients was written last, so that one more recipient need not render all of them
-/// again.
+/// The last rendered recipient field, kept so that adding a recipient need not render all of them again.
 struct RenderedRecipients {
   const void* node = nullptr;
   int kind = 0;
@@ -27,38 +26,37 @@ struct RenderedRecipients {
   StringBuffer value;
 };
 
-/// Message-wide settings. Lives on the heap; every node of a tree holds one reference. Starts uncounted.
+/// Message-wide settings on the heap. Every node of a tree holds one reference; the count starts at 0.
 class _svEmailCommon final : public RefCountedObject {
  public:
   _svEmailCommon() = default;
 
-  /// Copies the settings of another: charset, preferences, security outcome, send switches, and the three
-  /// certificate lists (added to those held here). Nothing when it is this very object. Deliberate: a signing
-  /// certificate held before is overwritten without being released, and a source without one leaves the
-  /// present one in place.
+  /// Copies charset, preferences, security outcome, send switches and the three certificate lists, which are
+  /// added to the present ones. Does nothing for the same object. Deliberate: a present signing certificate
+  /// is overwritten without being released, and kept when the source has none.
   void copyFrom(const _svEmailCommon& source);
 
   _svCharset m_charset;             ///< Charset of the whole email.
   XString m_preferredCharset;       ///< Charset name to use when a body is not 7-bit.
   int m_idOnServer = -1;            ///< Message number or identifier on a mail server.
   bool m_overwriteExisting = true;  ///< Whether saving over an existing file is allowed.
-  bool m_receivedSecure = false;    ///< A signed or encrypted layer was met while loading.
+  bool m_receivedSecure = false;    ///< Loading found a signed or encrypted layer.
   bool m_allSignaturesValid = false;
   bool m_allDataDecrypted = false;
   int m_numSignedLayers = 0;
   int m_numEncryptedLayers = 0;
-  ExtPtrArray m_signerCerts;   ///< CertificateHolder of the signers found while loading.
-  ExtPtrArray m_decryptCerts;  ///< CertificateHolder with which layers were decrypted.
+  ExtPtrArray m_signerCerts;   ///< CertificateHolder of each signer found on load.
+  ExtPtrArray m_decryptCerts;  ///< CertificateHolder used to decrypt each layer.
   bool m_sendSigned = false;
   bool m_sendEncrypted = false;
   Certificate* m_signingCert = nullptr;     ///< Holds one reference.
   ExtPtrArray m_encryptCerts;               ///< CertificateHolder of the recipients.
-  std::vector<SecureLayer> m_secureLayers;  ///< Met while loading, from outside in.
-  std::vector<InnerField> m_innerFields;    ///< Fields that a layer says otherwise than the header does.
-  LimitSet m_limits;                        ///< Limits met while loading.
-  LoadBudget m_budget;          ///< What is left for the messages attached to the one that was loaded.
-  bool m_sharesBudget = false;  ///< What is loaded next is attached: it lives on what is left.
-  /// False when memory ran out while loading: something of the message is missing. Never write such a tree.
+  std::vector<SecureLayer> m_secureLayers;  ///< Found on load, outermost first.
+  std::vector<InnerField> m_innerFields;    ///< Fields that differ between a layer and the header.
+  LimitSet m_limits;                        ///< Limits reached on load.
+  LoadBudget m_budget;                      ///< What is left for attached messages.
+  bool m_sharesBudget = false;  ///< The next load is of an attached message and uses what is left.
+  /// False when memory ran out on load and the tree is incomplete. Never write such a tree.
   bool m_isWhole = true;
   RenderedRecipients m_rendered;
 

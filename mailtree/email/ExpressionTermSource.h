@@ -1,4 +1,4 @@
-// email/ExpressionTermSource.h - something that supplies values for named terms.
+// email/ExpressionTermSource.h - interface that supplies values for named terms.
 #pragma once
 
 namespace mailtree {

@@ -1,11 +1,11 @@
-// email/ParentEmailPtr.h - out-parameter of the enclosure search.
+// email/ParentEmailPtr.h - output parameter of the enclosure search.
 #pragma once
 
 namespace mailtree {
 
 class Email2;
 
-/// Where an enclosure was found. Nothing in it is owned.
+/// The position of an enclosure that was found. Owns nothing.
 class _svParentEmailPtr {
  public:
   _svParentEmailPtr() = default;
@@ -14,9 +14,9 @@ class _svParentEmailPtr {
     m_index = 0;
   }
 
-  Email2* m_parent = nullptr;  ///< Parent of the enclosure found.
+  Email2* m_parent = nullptr;  ///< Parent of the enclosure.
   int m_index = 0;             ///< Index of the enclosure within that parent.
-  int m_level = 0;             ///< Nesting level at which it was found.
+  int m_level = 0;             ///< Nesting level of the enclosure.
 };
 
 }  // namespace mailtree

@@ -9,12 +9,12 @@
 namespace mailtree {
 
 /// How a walk continues after a node.
-enum class Walk { onward, skipChildren, stop };
+enum class Walk { descend, skipChildren, stop };
 
 /// Visits the live nodes of a subtree without recursion: a tree made by hand may be deeper than the call stack. A dead
 /// node is skipped with everything below it. The visitor takes the node, and its level if it wants that (0 for the
 /// root). It may change the children of that node, but not those of nodes above it.
-/// @return Walk::stop when the visitor stopped the walk, else Walk::onward.
+/// @return Walk::stop when the visitor stopped the walk, else Walk::descend.
 template <class Node, class Visit>
 Walk walkTree(Node& root, Visit&& visit) {
   struct Open {
@@ -36,7 +36,7 @@ Walk walkTree(Node& root, Visit&& visit) {
     for (int i = at.node->m_subParts.getSize() - 1; i >= 0; --i)
       if (Node* child = at.node->m_subParts.template at<Email2>(i)) open.push_back({child, at.level + 1});
   }
-  return Walk::onward;
+  return Walk::descend;
 }
 
 }  // namespace mailtree

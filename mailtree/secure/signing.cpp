@@ -9,7 +9,7 @@
 #include "mailtree/base/Platform.h"
 #include "mailtree/crypto/Pkcs7Builder.h"
 #include "mailtree/email/internal.h"
-#include "mailtree/email/loading/settings_kept.h"
+#include "mailtree/email/loading/settings_restorer.h"
 #include "mailtree/secure/internal.h"
 
 namespace mailtree {
@@ -178,7 +178,7 @@ Email2* Email2::createMultipartSigned(bool signingTime, bool signingCertificate,
   return neverThrow<Email2*>(nullptr, [&]() -> Email2* {
     LogContextExitor context(log, "createMultipartSigned");
     if (!isLive() || !m_common) return nullptr;
-    const SettingsKept kept(*m_common);
+    const SettingsRestorer restorer(*m_common);
     const bool hasFiles = hasAttachments(*this, log);
     StringBuffer sender;
     getFromAddrUtf8(sender);
@@ -195,7 +195,7 @@ Email2* Email2::createMultipartSigned(bool signingTime, bool signingCertificate,
     const SignatureOptions options{/*detached=*/true, signingTime, signingCertificate, includeChain, cades};
     if (!sign(*this, text, kDetachedTexts, options, certs, der, log)) return nullptr;
     EmailPtr signature = createSignaturePart(*m_common, filename, der, log);
-    keepReceivedContent(*content, std::move(text));
+    storeReceivedContent(*content, std::move(text));
     if (!appendPart(*outer, std::move(content)) || !appendPart(*outer, std::move(signature))) return nullptr;
     if (hasFiles) outer->setHeaderField_a("X-MS-Has-Attach", "yes", /*asGiven=*/false, log);
     return outer.release();
@@ -207,7 +207,7 @@ Email2* Email2::createSignedData(bool signingTime, bool signingCertificate, bool
   return neverThrow<Email2*>(nullptr, [&]() -> Email2* {
     LogContextExitor context(log, "createSignedData");
     if (!isLive() || !m_common) return nullptr;
-    const SettingsKept kept(*m_common);
+    const SettingsRestorer restorer(*m_common);
     StringBuffer text;
     if (!assembleWhole(*this, /*omitPrefix=*/nullptr, text, log)) return nullptr;
     DataBuffer der;

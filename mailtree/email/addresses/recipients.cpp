@@ -22,7 +22,7 @@ constexpr RecipientList kTo = &Email2::m_toAddrs;
 constexpr RecipientList kCc = &Email2::m_ccAddrs;
 constexpr RecipientList kBcc = &Email2::m_bccAddrs;
 
-/// What a recipient kind means to each group of operations; null where nothing is written.
+/// The list and field that each group of operations uses for a recipient kind; null where nothing is written.
 struct KindRow {
   RecipientList counted;     ///< By getNumRecipients and addRecipientsForType.
   RecipientList read;        ///< By getRecipient... and addRecipientsForType.
@@ -33,8 +33,8 @@ struct KindRow {
   const char* addedSeveral;  ///< Field rewritten by addMultipleRecip.
 };
 
-// Deliberate: other numbers are To here and Bcc there, and never rewrite a field; several Bcc recipients
-// never do.
+// Deliberate: other numbers mean To in some operations and Bcc in others, and never rewrite a field. Nor do
+// several Bcc recipients.
 constexpr KindRow kOther{kTo, kBcc, nullptr, kTo, "To", nullptr, nullptr};
 constexpr KindRow kKinds[] = {
     {kTo, kTo, kTo, kTo, "To", "To", "To"},
@@ -54,42 +54,41 @@ _svEmailAddress* entryOf(const Email2& email, int kind, int index) noexcept {
   return (email.*rowOf(kind).read).at<_svEmailAddress>(index);
 }
 
-/// A list as a finished value of a header field of this email.
+/// Renders a list as the final value of a header field of this email.
 void emitList(Email2& email, const ExtPtrArray& list, StringBuffer& out, LogBase& log) {
   const int codePage = email.emailCodePage();
   _svEmailAddress::emitAsMimeField(list, codePage, true, /*forHeader=*/true,
                                    email.qbChooseForEmailAddrEncoding(codePage), out, log);
 }
 
-constexpr std::uint64_t kOdd = 0x9E3779B97F4A7C15;
+constexpr std::uint64_t kMultiplier = 0x9E3779B97F4A7C15;
 
-std::uint64_t mixed(std::uint64_t hash, std::string_view text) noexcept {
+std::uint64_t mixHash(std::uint64_t hash, std::string_view text) noexcept {
   hash ^= text.size();
   while (!text.empty()) {
     std::uint64_t word = 0;
     const std::size_t size = std::min(text.size(), sizeof word);
     std::memcpy(&word, text.data(), size);
-    hash = std::rotl((hash ^ word) * kOdd, 29);
+    hash = std::rotl((hash ^ word) * kMultiplier, 29);
     text.remove_prefix(size);
   }
-  return hash * kOdd;
+  return hash * kMultiplier;
 }
 
-std::uint64_t mixed(std::uint64_t hash, const _svEmailAddress* entry) noexcept {
-  return entry ? mixed(mixed(hash, entry->m_name.view()), entry->m_address.view()) : hash;
+std::uint64_t mixHash(std::uint64_t hash, const _svEmailAddress* entry) noexcept {
+  return entry ? mixHash(mixHash(hash, entry->m_name.view()), entry->m_address.view()) : hash;
 }
 
-/// Of the first entries of a list. Far cheaper than rendering them.
+/// Hash of the first entries of a list, much cheaper than rendering them.
 std::uint64_t hashOf(const ExtPtrArray& list, int count) noexcept {
   std::uint64_t hash = 0;
-  for (int i = 0; i < count; ++i) hash = mixed(hash, list.at<_svEmailAddress>(i));
+  for (int i = 0; i < count; ++i) hash = mixHash(hash, list.at<_svEmailAddress>(i));
   return hash;
 }
 
-/// Whether the field was written from all entries but the last, and they and it are as they were then. One entry alone
-/// may be written otherwise than in a list.
-bool isWrittenUpToLast(const Email2& email, const char* field, int kind, int codePage,
-                       const ExtPtrArray& list) {
+/// Whether the field was written from all entries but the last and neither has changed since. A single entry
+/// may be written differently from a list.
+bool canExtendField(const Email2& email, const char* field, int kind, int codePage, const ExtPtrArray& list) {
   const RenderedRecipients& then = email.m_common->m_rendered;
   const int before = list.getSize() - 1;
   return before > 1 && then.node == &email && then.kind == kind && then.codePage == codePage &&
@@ -98,7 +97,7 @@ bool isWrittenUpToLast(const Email2& email, const char* field, int kind, int cod
          then.entriesHash == hashOf(list, before);
 }
 
-/// The value of a field: that of the whole list of its kind, whether it is made anew or added to.
+/// The field value for the whole list, extended by one entry when possible, else rendered again.
 void renderField(Email2& email, const char* field, int kind, StringBuffer& value, LogBase& log) {
   const RecipientList emitted = rowOf(kind).emitted;
   if (!email.m_common || !emitted) return email.getAllRecipients(kind, value, log);
@@ -106,9 +105,9 @@ void renderField(Email2& email, const char* field, int kind, StringBuffer& value
   const int codePage = email.emailCodePage();
   const auto* last = list.at<_svEmailAddress>(list.getSize() - 1);
   RenderedRecipients& rendered = email.m_common->m_rendered;
-  if (last && isWrittenUpToLast(email, field, kind, codePage, list)) {
+  if (last && canExtendField(email, field, kind, codePage, list)) {
     last->emitAsNextInMimeField(codePage, email.qbChooseForEmailAddrEncoding(codePage), rendered.value, log);
-    rendered.entriesHash = mixed(rendered.entriesHash, last);
+    rendered.entriesHash = mixHash(rendered.entriesHash, last);
     rendered.count = list.getSize();
   } else {
     StringBuffer whole;
@@ -118,7 +117,7 @@ void renderField(Email2& email, const char* field, int kind, StringBuffer& value
   value.setString(rendered.value.view());
 }
 
-/// Rewrites a field from the whole list of its kind; null: no field. False, with the field as it was, when
+/// Rewrites a field from the whole list of its kind; null: no field. False, with the field unchanged, when
 /// memory ran out.
 bool rewriteField(Email2& email, const char* field, int kind, LogBase& log) {
   if (!field) return true;
@@ -130,12 +129,12 @@ bool rewriteField(Email2& email, const char* field, int kind, LogBase& log) {
   return abandonedOperations() == before;
 }
 
-/// Takes entries that were just added off a list again.
+/// Removes entries that were just added.
 void dropLast(ExtPtrArray& list, int count) noexcept {
   while (count-- > 0) const Owned<SorvikObject> dropped(list.removeAt(list.getSize() - 1));
 }
 
-/// The Bcc field tells every recipient about the hidden ones, so it is only written for those who ask for it.
+/// A Bcc field would show hidden recipients to everyone, so it is only written on request.
 bool mayWriteField(int kind, const LogBase& log) noexcept {
   return kind != numberOf(RecipientKind::bcc) || log.hasOption("UseBccHeader");
 }
@@ -147,7 +146,7 @@ void appendJoined(const ExtPtrArray& list, StringBuffer& out) {
   }
 }
 
-/// The texts of a list, for asking whether one is there without walking the list.
+/// The texts of a list, for fast look-up.
 using TextSet = std::unordered_set<std::string_view>;
 
 TextSet textsOf(const ExtPtrArraySb& list) {
@@ -156,11 +155,11 @@ TextSet textsOf(const ExtPtrArraySb& list) {
   return texts;
 }
 
-/// Appends a text to the list unless it is there already; false when memory ran out.
+/// Appends a text unless the list contains it; false when memory ran out.
 bool appendUnique(Owned<StringBuffer> text, ExtPtrArraySb& out, TextSet& known) {
   if (!known.insert(*text).second) return true;
   if (!out.appendSb(text.get())) return false;
-  std::ignore = text.release();  // now the list's
+  std::ignore = text.release();  // the list owns it now
   return true;
 }
 
@@ -181,7 +180,7 @@ bool Email2::addRecipient(int kind, const char* name, const char* address, LogBa
   const KindRow& row = rowOf(kind);
   ExtPtrArray& list = this->*row.changed;
   if (!list.appendObject(recipient.get())) return false;
-  std::ignore = recipient.release();  // now the list's
+  std::ignore = recipient.release();  // the list owns it now
   if (!mayWriteField(kind, log) || rewriteField(*this, row.addedOne, kind, log)) return true;
   dropLast(list, 1);
   return false;
@@ -189,7 +188,7 @@ bool Email2::addRecipient(int kind, const char* name, const char* address, LogBa
 
 int Email2::addMultipleRecip(int kind, const char* list, LogBase& log) {
   if (!isLive() || !list) return 0;
-  reportUnused(list, Taken::all, log);
+  reportUnused(list, UsedAddresses::all, log);
   const KindRow& row = rowOf(kind);
   const std::uint64_t before = abandonedOperations();
   const int added = _svEmailAddress::parseAndLoadList(list, this->*row.changed, /*relaxed=*/false, log);
@@ -270,13 +269,13 @@ bool Email2::addRecipientsForType(int kind, ExtPtrArraySb& out, const ExtPtrArra
     Psdk::badObjectFound(this);
     return false;
   }
-  // Deliberate: the name is the caller's; both show up in the log.
+  // Deliberate: the same name as the caller's context; both appear in the log.
   LogContextExitor context(log, "getAllRecipientAddressesA");
   return neverThrow(false, [&] {
     const int count = getNumRecipients(kind);
     TextSet known = textsOf(out);
     for (int i = 0; i < count; ++i) {
-      // Deliberate: for other numbers entries are counted in To and read from Bcc.
+      // Deliberate: for other numbers, entries are counted in To and read from Bcc.
       const _svEmailAddress* entry = entryOf(*this, kind, i);
       if (!entry) return false;
       Owned<StringBuffer> address(new StringBuffer(entry->m_address.getUtf8Sb()));

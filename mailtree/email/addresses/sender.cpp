@@ -15,7 +15,7 @@ void removeLineBreaks(StringBuffer& text) {
   text.removeCharOccurances('\n');
 }
 
-/// An address as a finished value of a header field of this email.
+/// Renders an address as the final value of a header field of this email.
 StringBuffer asHeaderValue(Email2& email, const _svEmailAddress& address, LogBase& log) {
   const int codePage = email.emailCodePage();
   StringBuffer value;
@@ -28,8 +28,8 @@ void replaceFinished(Email2& email, const char* field, const StringBuffer& value
   email.m_header.replaceMimeFieldUtf8_a(field, value.getString(), /*asGiven=*/true, /*ordinary=*/true, log);
 }
 
-/// The friendly name of a From value that nobody could parse: what stands before the first "<", out of its
-/// quotes.
+/// The display name of a From value that could not be parsed: the text before the first "<",
+/// without its quotes.
 StringBuffer nameFromFieldText(const StringBuffer& from) {
   StringBuffer name = copyOf(from);
   name.chopAtFirstChar('<');
@@ -39,7 +39,7 @@ StringBuffer nameFromFieldText(const StringBuffer& from) {
   return name;
 }
 
-/// The value of a field as it stands. Not the decoded one: an encoded word must never forge an address.
+/// The undecoded value of a field, because an encoded word must not forge an address.
 StringBuffer undecodedValue(const Email2& email, std::string_view field) {
   StringBuffer value;
   neverThrow(false, [&] {
@@ -49,14 +49,14 @@ StringBuffer undecodedValue(const Email2& email, std::string_view field) {
   return value;
 }
 
-/// Reads the sender anew from the From field.
+/// Reads the sender from the From field again.
 void reloadSender(Email2& email, LogBase& log) {
   email.m_fromAddr.loadSingleEmailAddr(undecodedValue(email, "from").getString(), /*relaxed=*/false, log);
 }
 
 enum class Candidate { field, sender, reloadedSender };
 
-/// Where an envelope sender may be found.
+/// A source of the envelope sender.
 struct ReversePathSource {
   const char* tag;
   Candidate candidate;
@@ -69,10 +69,10 @@ constexpr ReversePathSource kReversePathSources[] = {
     {"fromReturnPath", Candidate::field, "return-path"},
     {"fromAddr822", Candidate::sender},
     {"fromMimeHeader", Candidate::reloadedSender},
-    {"fromReplyTo", Candidate::field, "reply-to"},  // Deliberate: taken whole, display name and all.
+    {"fromReplyTo", Candidate::field, "reply-to"},  // Deliberate: the whole value, with display name.
 };
 
-/// Replaces `out` by what the source holds.
+/// Replaces `out` by the value of the source.
 void fetchCandidate(Email2& email, const ReversePathSource& source, StringBuffer& out, LogBase& log) {
   if (source.candidate == Candidate::field) {
     out.setString(undecodedValue(email, source.field));
@@ -95,14 +95,14 @@ void Email2::updateFromInHeader(LogBase& log) {
   const StringBuffer value = asHeaderValue(*this, m_fromAddr, log);
   replaceFinished(*this, "From", value, log);
   const bool isTooLong = value.isEmpty() && !m_fromAddr.m_address.isEmpty();  // for any header line
-  // Bounces keep going to the first sender: a caller may have chosen that address on purpose.
+  // Bounces keep going to the first sender, which the caller may have chosen on purpose.
   if (!isTooLong && !m_header.hasField("SVX-Bounce-Address", log))
     m_header.addMimeField("SVX-Bounce-Address", m_fromAddr.m_address.getUtf8(), /*asGiven=*/false, log);
 }
 
 void Email2::setFromFullUtf8(const char* text, LogBase& log) {
   if (!isLive() || !text) return;
-  reportUnused(text, Taken::first, log);
+  reportUnused(text, UsedAddresses::first, log);
   if (m_fromAddr.loadSingleEmailAddr(text, /*relaxed=*/false, log)) updateFromInHeader(log);
 }
 
@@ -110,7 +110,7 @@ void Email2::setFromName(const char* name, LogBase& log) {
   if (!isLive()) return;
   StringBuffer given = copyOf(name);
   m_fromAddr.m_name.clear();
-  // Deliberate: the field keeps the old name until something else rewrites it.
+  // Deliberate: the field keeps the old name until it is rewritten.
   if (given.isEmpty()) return;
   removeLineBreaks(given);
   m_fromAddr.m_name.setFromSbUtf8(given);
@@ -119,7 +119,7 @@ void Email2::setFromName(const char* name, LogBase& log) {
 
 void Email2::setFromAddr(const char* address, LogBase& log) {
   if (!isLive()) return;
-  if (!contains(viewOf(address), "@")) return reportUnused(viewOf(address), Taken::first, log);
+  if (!contains(viewOf(address), "@")) return reportUnused(viewOf(address), UsedAddresses::first, log);
   m_fromAddr.m_address.setFromUtf8(address);
   updateFromInHeader(log);
 }
@@ -175,7 +175,7 @@ void Email2::getSmtpReversePathUtf8(StringBuffer& out, LogBase& log) {
 
 void Email2::setReplyToUtf8(const char* text, LogBase& log) {
   if (!isLive()) return;
-  reportUnused(viewOf(text), Taken::first, log);
+  reportUnused(viewOf(text), UsedAddresses::first, log);
   _svEmailAddress address;
   if (trim(viewOf(text)).empty() || !address.loadSingleEmailAddr(text, /*relaxed=*/false, log)) {
     m_header.removeMimeField("Reply-To", /*all=*/true);

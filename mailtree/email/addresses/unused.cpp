@@ -33,17 +33,17 @@ void reportUnusedText(std::string_view what, std::string_view text, LogBase& log
   });
 }
 
-void reportUnused(std::string_view list, Taken taken, LogBase& log) {
+void reportUnused(std::string_view list, UsedAddresses used, LogBase& log) {
   neverThrow(false, [&] {
     ExtPtrArray entries;
     _svEmailAddress::parseAndLoadEntries(list, entries);
     if (entries.getSize() == 0 && !trim(list).empty()) reportUnusedText(kNoAddress, list, log);
-    bool isTaken = false;
+    bool hasFirst = false;
     for (int i = 0; i < entries.getSize(); ++i) {
       const auto& entry = *entries.at<_svEmailAddress>(i);
       const std::string_view address = entry.m_address.view();
-      const bool isUsed = taken == Taken::all ? !address.empty() : !isTaken && contains(address, "@");
-      isTaken |= isUsed;
+      const bool isUsed = used == UsedAddresses::all ? !address.empty() : !hasFirst && contains(address, "@");
+      hasFirst |= isUsed;
       if (!isUsed) reportUnusedText(kNoAddress, shownForm(entry), log);
     }
     return true;

@@ -1,4 +1,4 @@
-// email/addresses/unused.h - what a setter could not use of the text it was given, said in the log.
+// email/addresses/unused.h - logs what a setter could not use of its argument.
 #pragma once
 
 #include <string_view>
@@ -7,13 +7,13 @@ namespace mailtree {
 
 class LogBase;
 
-/// What a setter takes of a list of addresses: the first with an "@", or all.
-enum class Taken { first, all };
+/// What a setter uses of a list of addresses: the first with an "@", or all.
+enum class UsedAddresses { first, all };
 
-/// An information line for each entry of the list that was not taken, or for a list without any.
-void reportUnused(std::string_view list, Taken taken, LogBase& log);
+/// Logs an information line for each entry that was not used, or for a list without entries.
+void reportUnused(std::string_view list, UsedAddresses used, LogBase& log);
 
-/// An information line for a text that was not taken at all.
+/// Logs an information line for a text that was not used at all.
 void reportUnusedText(std::string_view what, std::string_view text, LogBase& log);
 
 }  // namespace mailtree

@@ -1,4 +1,4 @@
-// email/bodies/charset.cpp - the email's one charset: chosen for a new text, found out for a received one.
+// email/bodies/charset.cpp - the charset of an email: chosen for a new text, detected for a received one.
 
 #include "mailtree/base/Utf.h"
 #include "mailtree/email/internal.h"
@@ -7,33 +7,33 @@
 namespace mailtree {
 namespace {
 
-/// Text without a label as utf-8. An accented Latin letter there is as good as a label; but in Cyrillic code pages C2
-/// and C3 are letters too, and so most of what is no ASCII must be utf-8 as well.
+/// Reads unlabelled text as utf-8 if possible. An accented Latin letter in utf-8 is strong evidence; but C2
+/// and C3 are letters in Cyrillic code pages, so most of the non-ASCII text must be utf-8 too.
 DamagedReading readUnlabelled(std::string_view bytes) {
   if (isValidUtf8(bytes)) return {kCpUtf8, 0};
   return codePageDespiteDamage(containsUtf8Accent(bytes) ? kCpUtf8 : 0, bytes);
 }
 
-/// What is in the charset that an email leaves behind may have looked 7-bit: the labels of its parts must not
-/// promise that any longer.
-void keepPromises(Email2& email, int before, LogBase& log) {
+/// Updates parts labelled 7bit after the email's charset has changed: text that was 7-bit in the old charset
+/// may not be in the new one.
+void updateDeclaredEncodings(Email2& email, int before, LogBase& log) {
   if (before == 0 || before == email.emailCodePage()) return;
   neverThrow(Walk::stop, [&] {
     return walkTree(email, [&](Email2& node) {
-      if (promises7bit(node) && isConvertibleText(node.traits()) && node.getNumParts() == 0 &&
+      if (isDeclared7bit(node) && isConvertibleText(node.traits()) && node.getNumParts() == 0 &&
           !node.m_body.is7bit(0))
         node.setEncodingViaCodePage(email.emailCodePage(), 0, log);
-      return Walk::onward;
+      return Walk::descend;
     });
   });
 }
 
-bool carries(int codePage, const DataBuffer& utf8, LogBase& log) {
+bool canEncode(int codePage, const DataBuffer& utf8, LogBase& log) {
   DataBuffer scratch;
   return EncodingConvert::EncConvert(kCpUtf8, codePage, utf8.getData2(), utf8.getSize(), scratch, log);
 }
 
-/// What a text in us-ascii that no longer is 7-bit is tried in: the preferred charset, if there is one.
+/// The charset to try for us-ascii text that is no longer 7-bit: the preferred one, if any.
 int codePageBeyondAscii(_svEmailCommon& common) {
   if (common.m_preferredCharset.isEmpty()) return kCpUsAscii;
   _svCharset preferred;
@@ -42,9 +42,9 @@ int codePageBeyondAscii(_svEmailCommon& common) {
 }
 
 /// Chooses the charset of an email from the first text it gets.
-class FirstChoice {
+class CharsetChoice {
  public:
-  FirstChoice(const Email2& email, const DataBuffer& utf8, LogBase& log) noexcept
+  CharsetChoice(const Email2& email, const DataBuffer& utf8, LogBase& log) noexcept
       : m_email(email), m_common(*email.m_common), m_text(utf8), m_log(log) {}
 
   void choose() {
@@ -55,7 +55,7 @@ class FirstChoice {
       return;
     }
     LogContextExitor context(m_log, "chooseCharsetIfNecessary");
-    if (!takeDetected() && !takeSuggested()) takeFirstThatCarries();
+    if (!useDetected() && !useSuggested()) useFirstThatFits();
   }
 
  private:
@@ -64,11 +64,11 @@ class FirstChoice {
     m_common.m_charset.setByCodePage(codePage);
   }
 
-  bool takeDetected() {
+  bool useDetected() {
     const int detected = m_email.m_header.getDetectedCP();
     if (detected < 1) return false;
     if (m_log.m_verboseLogging) m_log.LogDataLong("cpDetectedInHeader", detected);
-    if (!carries(detected, m_text, m_log)) {
+    if (!canEncode(detected, m_text, m_log)) {
       if (m_log.m_verboseLogging)
         m_log.logInfo("Charset detected in header not sufficient for this text body...");
       return false;
@@ -77,7 +77,7 @@ class FirstChoice {
     return true;
   }
 
-  bool takeSuggested() {
+  bool useSuggested() {
     XString& preferred = m_common.m_preferredCharset;
     if (!preferred.isEmpty() && m_log.m_verboseLogging)
       m_log.LogDataSb("preferredCharset", preferred.getUtf8Sb());
@@ -92,10 +92,10 @@ class FirstChoice {
     return true;
   }
 
-  void takeFirstThatCarries() {
-    if (carries(kCpLatin1, m_text, m_log))
+  void useFirstThatFits() {
+    if (canEncode(kCpLatin1, m_text, m_log))
       return take(kCpLatin1, "Choosing iso-8859-1 because conversion was success.");
-    if (carries(kCpLatin2, m_text, m_log))
+    if (canEncode(kCpLatin2, m_text, m_log))
       return take(kCpLatin2, "Choosing iso-8859-2 because conversion was success.");
     take(kCpUtf8, "Choosing utf-8 as fallback for 8bit text.");
   }
@@ -115,9 +115,9 @@ void Email2::chooseCharsetIfNecessary(const DataBuffer& utf8Text, LogBase& log) 
   if (codePage == kCpUsAscii && !utf8Text.is7bit(0)) codePage = codePageBeyondAscii(*m_common);
   // Deliberate: an email in us-ascii whose preference is utf-8 stays us-ascii; output relabels its parts.
   if (codePage == kCpUtf16LE || codePage == kCpUtf16BE || codePage == kCpUtf8) return;
-  if (codePage == 0) return FirstChoice(*this, utf8Text, log).choose();
+  if (codePage == 0) return CharsetChoice(*this, utf8Text, log).choose();
 
-  if (carries(codePage, utf8Text, log)) {
+  if (canEncode(codePage, utf8Text, log)) {
     use_codepage(codePage);
   } else {
     if (log.m_verboseLogging)
@@ -125,7 +125,7 @@ void Email2::chooseCharsetIfNecessary(const DataBuffer& utf8Text, LogBase& log) 
           "Unable to convert text body to existing code page.  Choosing utf-8 for all text bodies...");
     use_codepage(kCpUtf8);
   }
-  keepPromises(*this, before, log);
+  updateDeclaredEncodings(*this, before, log);
 }
 
 void Email2::chooseCharsetIfNecessaryX(XString& text, LogBase& log) {

@@ -1,5 +1,5 @@
-// email/bodies/html_repairs.cpp - bodies as they arrive: utf-16, files posing as pages, pages that do not say their
-// charset or say a wrong one, lines that no mail server takes.
+// email/bodies/html_repairs.cpp - repairs of received bodies: utf-16, files mislabelled as HTML, HTML with a
+// missing or wrong charset, and overlong lines.
 
 #include "mailtree/base/Search.h"
 #include "mailtree/email/internal.h"
@@ -9,7 +9,7 @@
 namespace mailtree {
 namespace {
 
-/// From here on a line is no longer taken for one that mail can carry as it is.
+/// Lines of this length or more must be encoded.
 constexpr std::size_t kLongHtmlLine = 2'000;
 
 bool isAttachedFile(const Email2& node) noexcept {
@@ -18,7 +18,7 @@ bool isAttachedFile(const Email2& node) noexcept {
 
 bool isHtml(const Email2& node) noexcept { return node.m_contentType.m_type.equals("text/html"); }
 
-/// A file that some mailer labelled as HTML, by its name.
+/// Whether the name shows that a part labelled as HTML is a document.
 bool isNamedAsDocument(const Email2& node, LogBase& log) {
   StringBuffer filename;
   node.getFilenameUtf8(filename, log);
@@ -36,7 +36,7 @@ void utf16BodyToUtf8(Email2& node) {
   node.m_repairs.add(Repair::utf16);
 }
 
-/// Code pages in which a 7-bit page needs no META tag: ISO 8859, Windows, utf-8.
+/// Code pages in which 7-bit HTML needs no META tag: ISO 8859, Windows, utf-8.
 bool holdsAsciiAsItIs(int codePage) noexcept {
   return (codePage >= 28591 && codePage <= 28605) || (codePage >= 1250 && codePage <= 1257) ||
          codePage == kCpUtf8;
@@ -57,7 +57,7 @@ void Email2::checkFixEmailTextBody(LogBase& log) {
   if (!isLive() || !m_contentType.m_type.beginsWith("text/") || isAttachedFile(*this)) return;
   if (m_body.getSize() >= 3 && m_body.view().starts_with("\xFF\xFE")) {
     log.logInfo("Converting text email body from utf16 to utf-8...");
-    // Deliberate: the email's charset stays as it is.
+    // Deliberate: the email's charset does not change.
     utf16BodyToUtf8(*this);
     return;
   }
@@ -104,7 +104,7 @@ void Email2::prepHtmlBody(DataBuffer& html, LogBase& log) {
   if (log.m_verboseLogging) log.LogDataLong("emailCodePage", codePage);
 
   if (!isDeclared) {
-    // Deliberate: the structure completion is given up too.
+    // Deliberate: the completed structure is discarded too.
     if (codePage == kCpUsAscii || (html.is7bit(0) && holdsAsciiAsItIs(codePage))) return;
   } else {
     if (codePageOf(declared) == codePage) {

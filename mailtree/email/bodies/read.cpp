@@ -1,4 +1,4 @@
-// email/bodies/read.cpp - the plain-text and HTML bodies, and what a reader would see of any node.
+// email/bodies/read.cpp - the plain-text and HTML bodies, and the displayed body of any node.
 #include <algorithm>
 #include <string_view>
 
@@ -10,14 +10,14 @@ namespace {
 
 constexpr std::string_view kMediaPrefixes[] = {"application", "image", "video", "audio"};
 
-/// Deliberate: compared with regard to case; types are lower case from loading on.
+/// Deliberate: case-sensitive; types are lower case after loading.
 bool isMedia(std::string_view type) noexcept {
   return std::ranges::any_of(kMediaPrefixes,
                              [&](std::string_view prefix) { return type.starts_with(prefix); });
 }
 
-/// Where reading goes on below a multipart: its first part, or its second when only that one is a body. Null
-/// when there is no first.
+/// The subpart of a multipart to read: the first, or the second when only that one is a body. Null when there
+/// is no first.
 const Email2* firstReadable(const Email2& multipart) {
   Email2* const first = multipart.getPart(0);
   if (!first || !first->isNotAlternativeBody()) return first;
@@ -34,7 +34,7 @@ const Email2* firstLeafBody(const Email2& node) {
   return nullptr;
 }
 
-/// Deliberate: a dead child is taken too, and ends the search.
+/// Deliberate: a dead child is returned too, and ends the search.
 Email2* firstLeafOrDead(const Email2& node) {
   for (int i = 0; i < node.getNumParts(); ++i) {
     Email2* const child = node.getPart(i);
@@ -45,10 +45,10 @@ Email2* firstLeafOrDead(const Email2& node) {
   return nullptr;
 }
 
-/// What a reader would see as the body of a node: the bytes of a leaf, if the way down ends at one.
+/// The displayed body of a node: the bytes of the leaf that the search ends at, if any.
 struct EffectiveBody {
   const DataBuffer* bytes = nullptr;
-  bool isMedia = false;  ///< The leaf is application, image, video or audio: nothing to read.
+  bool isMedia = false;  ///< The leaf is application, image, video or audio, not text.
 };
 
 EffectiveBody effectiveBody(const Email2& start) {
@@ -65,13 +65,13 @@ EffectiveBody effectiveBody(const Email2& start) {
   return {};
 }
 
-/// Appends what a reader would see; media adds nothing.
+/// Appends the displayed body; media adds nothing.
 void appendText(const Email2& node, StringBuffer& out) {
   const EffectiveBody body = effectiveBody(node);
   if (body.bytes && !body.isMedia) out.append(*body.bytes);
 }
 
-/// Where the way down the first parts ends: at a multipart/alternative or a single part. Null when it breaks off.
+/// Follows first parts down to a multipart/alternative or a single part. Null when a part is missing or dead.
 Email2* endOfFirstParts(Email2& start) {
   Email2* node = &start;
   while (node && node->isLive() && node->isMultipart() && !node->isMultipartAlternative())
@@ -79,7 +79,7 @@ Email2* endOfFirstParts(Email2& start) {
   return node && node->isLive() ? node : nullptr;
 }
 
-/// The body of a type on that way: an alternative, or the single part itself.
+/// The body of a type at that end: an alternative, or the single part itself.
 Email2* findBodyOnFirstParts(Email2& start, const char* type) {
   Email2* const end = endOfFirstParts(start);
   if (!end) return nullptr;
@@ -87,7 +87,7 @@ Email2* findBodyOnFirstParts(Email2& start, const char* type) {
   return end->equalsContentType(type) ? end : nullptr;
 }
 
-/// Its bytes: of an alternative what a reader would see, of a single part the body as it stands.
+/// Its bytes: the displayed body of an alternative, the stored body of a single part.
 EffectiveBody bytesOnFirstParts(Email2& start, const char* type) {
   const Email2* const part = findBodyOnFirstParts(start, type);
   if (!part) return {};
@@ -146,7 +146,7 @@ Email2* Email2::findPlainTextPart() { return isLive() ? findBodyOnFirstParts(*th
 
 bool Email2::getEffectiveBodyData(const Email2&, DataBuffer& out, LogBase&) const {
   const EffectiveBody body = effectiveBody(*this);
-  if (body.isMedia) out.clear();  // Deliberate: also of what the caller had in it.
+  if (body.isMedia) out.clear();  // Deliberate: even the caller's earlier content.
   return body.bytes && !body.isMedia && out.append(*body.bytes);
 }
 

@@ -1,5 +1,5 @@
-// email/bodies/replace.cpp - a new body put where it belongs: in place of the old one, beside it as an
-// alternative, or into the related enclosure that its images live in.
+// email/bodies/replace.cpp - puts a new body in its place: replacing the old one, beside it as an
+// alternative, or in the multipart/related of its images.
 
 #include "mailtree/email/internal.h"
 #include "mailtree/mime/charset/WrittenCharset.h"
@@ -24,8 +24,8 @@ void logDebug(LogBase& log, const char* text) {
   if (log.m_debugLogging) log.logInfo(text);
 }
 
-/// No body is a multipart. One that claims to be is stored as what it can be.
-void refuseMultipart(StringBuffer& type, bool isText, LogBase& log) {
+/// A body cannot be a multipart, so a multipart type is replaced.
+void replaceMultipartType(StringBuffer& type, bool isText, LogBase& log) {
   if (!beginsWithNoCase(type, "multipart/")) return;
   log.logError("Invalid body content type.");
   type.setString(isText ? "text/plain" : "application/octet-stream");
@@ -39,8 +39,8 @@ void encodeLongLines(Email2& part, const char* message, LogBase& log) {
   setTransferEncoding(part, "quoted-printable", log);
 }
 
-/// The subpart of an enclosure that a body of this type replaces. An attached file is not one, nor is what was just
-/// `kept` of a multipart that could not be split.
+/// The subpart of an enclosure that a body of this type replaces: not an attached file, and not `kept`, the
+/// bytes of a multipart that could not be split.
 Email2* findReplaceable(const Email2& enclosure, const StringBuffer& type, const Email2* kept) {
   for (int i = 0; i < enclosure.getNumParts(); ++i) {
     Email2* const part = enclosure.getPart(i);
@@ -56,7 +56,7 @@ void storeBody(Email2& part, DataBuffer& data, bool isText, LogBase& log) {
   part.m_body.takeData(data);
 }
 
-/// Type, Content-Type field and charset stay as they are: output names the email's charset in any case.
+/// Keeps type, Content-Type field and charset; output writes the email's charset anyway.
 void replaceInPlace(Email2& part, DataBuffer& data, bool isText, const StringBuffer& type, LogBase& log) {
   storeBody(part, data, isText, log);
   if (!isText) return setTransferEncoding(part, "base64", log);
@@ -68,7 +68,7 @@ void replaceInPlace(Email2& part, DataBuffer& data, bool isText, const StringBuf
                   log);
 }
 
-/// Readers show the last alternative they understand, so plain text stands first (RFC 2046, 5.1.4).
+/// Readers display the last alternative they support, so plain text goes first (RFC 2046, 5.1.4).
 void insertByType(Email2& enclosure, Email2* part, bool htmlFirst, const StringBuffer& type) {
   if (isPlain(type)) part->m_contentType.m_formatFlowed = mayBeFlowed();
   const bool goesFirst = isPlain(type) || (htmlFirst && isHtml(type));
@@ -89,17 +89,17 @@ bool put(Email2& email, Email2& enclosure, const Email2* kept, bool htmlFirst, D
   return true;
 }
 
-/// Two plain texts are no alternatives. The one that was kept goes beside its enclosure, in a multipart/mixed
-/// around both. @return the enclosure, now empty; null when memory ran out.
-Email2* putBeside(Email2& alternative, LogBase& log) {
+/// Two texts of one type are not alternatives: moves the kept one beside its enclosure, into a
+/// multipart/mixed around both. Returns the enclosure, now empty; null when memory ran out.
+Email2* moveBesideKept(Email2& alternative, LogBase& log) {
   alternative.convertToMultipartX("multipart/mixed", log);
   Email2* const inner = alternative.isMultipartMixed() ? alternative.getPart(0) : nullptr;
   if (inner) alternative.insertSubPartAtIndex(inner->extractSubpartByIndex(0), -1);
   return inner;
 }
 
-/// Whether the text stands first in a multipart/mixed. Left there, it would count as an attachment once an
-/// enclosure is put before it.
+/// Whether a multipart/mixed begins with a text that would become an attachment when an enclosure is
+/// put before it.
 bool beginsWithLooseText(const Email2& email) {
   LogNull quiet;
   Email2* const first = email.isMultipartMixed() ? email.getPart(0) : nullptr;
@@ -112,17 +112,17 @@ Email2* makeAlternative(Email2& email, LogBase& log) {
   return email.ensureAlternativeEnclosure(log);
 }
 
-/// A first body for a multipart that has no enclosure for it.
+/// Adds a first body to a multipart without an enclosure for it.
 bool addToMultipart(Email2& email, DataBuffer& data, bool isText, StringBuffer& type, Email2** outPart,
                     LogBase& log) {
   logDebug(log, "Adding new non-multipart body...");
-  const Email2* const kept = keepBytesAsPart(email, log);
+  const Email2* const kept = moveUnsplitBytesToPart(email, log);
   Email2* const first = email.getPart(0);
-  // Deliberate: only a true multipart/mixed, not what is treated like one.
+  // Deliberate: only a real multipart/mixed, not types treated like one.
   if (isHtml(type) && email.m_contentType.m_type.equals("multipart/mixed") && first &&
       first->equalsContentType("text/plain")) {
     if (!first->m_body.isEmpty()) return email.addAlternativeBody(data, isText, type, outPart, log);
-    // Deliberate: on this way the caller is not told which part it was.
+    // Deliberate: in this case the caller is not told which part it is.
     return Email2::replaceEmailBody(first, data, isText, email.emailCodePage(), type, log);
   }
   logVerbose(log, "Inserting new MIME part...");
@@ -133,7 +133,7 @@ bool addToMultipart(Email2& email, DataBuffer& data, bool isText, StringBuffer& 
 
 void storeText(Email2& part, DataBuffer& utf8, LogBase& log) {
   part.m_body.takeData(utf8);
-  ownLabel(part, log);
+  refreshCharsetLabel(part, log);
   if (isConvertibleText(part.traits()) || !beginsWithNoCase(part.m_contentType.m_type, "text/")) return;
   neverThrow(false, [&] {
     const int labelled = labelledCharset(part).getCodePage();
@@ -166,7 +166,7 @@ bool Email2::setBody(DataBuffer& data, bool isText, StringBuffer& type, Email2**
     setOut(outPart, html);
     return replaceEmailBody(html, data, true, codePage, type, log);
   }
-  refuseMultipart(type, isText, log);
+  replaceMultipartType(type, isText, log);
   if (findMultipartEnclosure(kAlternative, 0)) {
     logVerbose(log, "Found multipart/alternative enclosure.");
     return addAlternativeBody(data, isText, type, outPart, log);
@@ -193,7 +193,7 @@ bool Email2::addAlternativeBody(DataBuffer& data, bool isText, StringBuffer& typ
   if (!isLive()) return false;
   LogContextExitor context(log, "addAlternativeBody");
   setOut(outPart, nullptr);
-  refuseMultipart(type, isText, log);
+  replaceMultipartType(type, isText, log);
   if (isText) chooseCharsetIfNecessary(data, log);
   if (isText && isHtml(type)) {
     prepHtmlBody(data, log);
@@ -221,9 +221,9 @@ bool Email2::replaceOrAddNonMultipart(Email2* enclosure, bool htmlFirst, DataBuf
   if (!isLive()) return false;
   setOut(outPart, nullptr);
   if (!enclosure) return false;
-  const Email2* const kept = keepBytesAsPart(*enclosure, log);
+  const Email2* const kept = moveUnsplitBytesToPart(*enclosure, log);
   if (kept && enclosure->isMultipartAlternative() && kept->equalsContentType(type.getString()))
-    enclosure = putBeside(*enclosure, log);
+    enclosure = moveBesideKept(*enclosure, log);
   return enclosure && put(*this, *enclosure, kept, htmlFirst, data, isText, type, outPart, log);
 }
 
@@ -263,7 +263,7 @@ bool Email2::addReplaceAlternative(Email2* part, const char* type, LogBase& log)
   if (!isLive() || !part) return false;
   Email2* const enclosure = ensureAlternativeEnclosure(log);
   if (!enclosure) return false;
-  const Email2* const kept = keepBytesAsPart(*enclosure, log);
+  const Email2* const kept = moveUnsplitBytesToPart(*enclosure, log);
   if (!kept || !kept->equalsContentType(type)) removeAlternative(type, log);
   return enclosure->m_subParts.appendObject(part);
 }

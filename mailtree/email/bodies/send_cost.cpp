@@ -1,4 +1,4 @@
-// email/bodies/send_cost.cpp - what sending a message costs, by its size.
+// email/bodies/send_cost.cpp - the cost of sending a message, by its size.
 
 #include <cstdint>
 #include <vector>
@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::uint32_t kSigningCost = 2'000;
 
-/// The share of signing and encrypting, which every level adds to what is below it.
+/// Adds the cost of signing and encrypting, which every level applies to everything below it.
 /// Deliberate: 32-bit arithmetic that wraps.
 std::uint32_t withSecurity(const _svEmailCommon& common, std::uint32_t cost) noexcept {
   if (common.m_sendSigned) cost += kSigningCost;
@@ -21,9 +21,9 @@ std::uint32_t ownCost(const Email2& node) noexcept {
   return static_cast<std::uint32_t>(node.m_body.getSize()) + node.m_header.getSendCost();
 }
 
-bool costsSomething(const Email2* node) noexcept { return node && node->isLive() && node->m_common; }
+bool hasCost(const Email2* node) noexcept { return node && node->isLive() && node->m_common; }
 
-/// A node on the way down, with the cost of what has been visited below it.
+/// A node on the path from the root, with the cost of what was visited below it.
 struct Open {
   const Email2* node;
   std::uint32_t cost;
@@ -36,7 +36,7 @@ std::uint32_t costOf(const Email2& root) {
     Open& top = open.back();
     if (top.next < top.node->m_subParts.getSize()) {
       const Email2* const child = top.node->m_subParts.at<Email2>(top.next++);
-      if (costsSomething(child)) open.push_back({child, ownCost(*child)});
+      if (hasCost(child)) open.push_back({child, ownCost(*child)});
       continue;
     }
     const std::uint32_t cost = withSecurity(*top.node->m_common, top.cost);
@@ -49,7 +49,7 @@ std::uint32_t costOf(const Email2& root) {
 }  // namespace
 
 unsigned Email2::getSendCost() const {
-  return costsSomething(this) ? neverThrow(0U, [&] { return costOf(*this); }) : 0;
+  return hasCost(this) ? neverThrow(0U, [&] { return costOf(*this); }) : 0;
 }
 
 }  // namespace mailtree

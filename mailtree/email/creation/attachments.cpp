@@ -1,4 +1,5 @@
-// email/creation/attachments.cpp - attachments made of bytes, files and messages, and their place in the tree.
+// email/creation/attachments.cpp - creates attachments from bytes, files and messages, and adds them
+// to a tree.
 
 #include <string_view>
 #include <tuple>
@@ -16,7 +17,7 @@ std::string_view typeFor(const char* given, std::string_view name) noexcept {
   return type.empty() ? kUnknownType : type;
 }
 
-/// An attachment without its bytes yet.
+/// An attachment still without content.
 EmailPtr createAttachment(_svEmailCommon& common, std::string_view path, const char* contentType,
                           LogBase& log) {
   EmailPtr part = createPart(common);
@@ -41,16 +42,16 @@ bool loadIntoAttachmentBody(Email2& part, const char* path, LogBase& log) {
   return part.m_body.loadFileUtf8(path, log);
 }
 
-/// Makes a part the last subpart of a node that is, or becomes, a multipart/mixed. False: it still is the caller's.
+/// Appends a part to a node, which is or becomes a multipart/mixed. On false the caller still owns the part.
 bool appendToMixed(Email2& node, Email2& part, LogBase& log) {
-  keepBytesAsPart(node, log);
+  moveUnsplitBytesToPart(node, log);
   if (!node.isMultipartMixed()) node.convertToMultipartX("multipart/mixed", log);
   return node.isMultipartMixed() && node.m_subParts.appendObject(&part);
 }
 
 bool appendNew(Email2& node, EmailPtr part, LogBase& log) {
   if (!part || !appendToMixed(node, *part, log)) return false;
-  std::ignore = part.release();  // now the node's
+  std::ignore = part.release();  // the node owns it now
   return true;
 }
 
@@ -100,7 +101,7 @@ bool Email2::addDataAttachmentUtf8(const char* fileName, const char* contentType
     if (!part) return false;
     if (codePage != 0) {
       part->m_attachCodePage = codePage;
-      part->refreshContentTypeHeader(quiet);  // so that the label says it
+      part->refreshContentTypeHeader(quiet);  // to write the new charset
     }
     outContentType.setString(part->m_contentType.m_type);
     return appendNew(*this, std::move(part), log);
@@ -139,7 +140,7 @@ bool Email2::attachMessage(DataBuffer& mime, LogBase& log) {
 
 void Email2::getTypeFromExtension(const char* extension, StringBuffer& out) {
   const std::string_view wanted = viewOf(extension);
-  // Deliberate: the first letter is compared as it is, and the table has no capitals.
+  // Deliberate: the first letter is case-sensitive, and the table has no capitals.
   if (!wanted.empty() && toLowerAscii(wanted[0]) == wanted[0]) out.append(contentTypeOfExtension(wanted));
 }
 

@@ -6,7 +6,7 @@
 namespace mailtree {
 namespace {
 
-/// The text between the quotes of a parameter. Only a quote or a backslash, which no method has, is changed.
+/// Escapes a quoted parameter value. Only changes quotes and backslashes, which no method has.
 std::string quotedText(std::string_view text) {
   std::string quoted;
   for (const char c : text) {
@@ -16,7 +16,8 @@ std::string quotedText(std::string_view text) {
   return quoted;
 }
 
-/// Known to the parameters, the method survives each time the field is made anew; this first field has it quoted.
+/// Stores the method as a parameter, so it survives when the field is rewritten. This first field
+/// has it quoted.
 void setMethod(Email2& calendar, const char* method, LogBase& log) {
   StringBuffer value;
   calendar.m_header.getMimeFieldUtf8("Content-Type", value, log);
@@ -34,7 +35,7 @@ EmailPtr createCalendar(_svEmailCommon& common, DataBuffer& data, const char* me
   EmailPtr calendar(Email2::createNewObject0(common));
   if (!calendar) return calendar;
   calendar->m_body.takeData(data);
-  // No format=flowed: whoever joins lines of a calendar destroys it.
+  // No format=flowed: joining its lines would destroy a calendar.
   calendar->setContentTypeUtf8("text/calendar", nullptr, nullptr, nullptr, codePage, nullptr, nullptr,
                                nullptr, log);
   setMethod(*calendar, method, log);

@@ -1,14 +1,14 @@
-// email/creation/parts.cpp - what new attachments and new related items have in common.
+// email/creation/parts.cpp - common code for new attachments and related items.
 #include "mailtree/email/creation/internal.h"
 #include "mailtree/mime/header/ContentTypeTable.h"
 
 namespace mailtree {
 namespace {
 
-/// What a new message has and no part of one needs.
+/// Fields of a new message that a part does not need.
 constexpr const char* kMessageFields[] = {"Date", "X-Mailer", "X-Priority", "MIME-Version", "Message-ID"};
 
-/// A type that is set empty would leave the one that is there.
+/// An empty type is handled here, because setting it would keep the present one.
 void setType(Email2& part, const StringBuffer& type, const StringBuffer& name, LogBase& log) {
   if (type.isEmpty()) {
     part.removeHeaderField("Content-Type");

@@ -1,16 +1,16 @@
-// email/creation/related.cpp - related items made of files and bytes: what an HTML body shows.
+// email/creation/related.cpp - creates related items, which an HTML body shows, from files and bytes.
 //
-// The HTML refers to an item by a Content-ID that is generated here, or by its location. The items without a
-// Content-ID are marked inline, for the benefit of readers that do not resolve locations.
+// The HTML refers to an item by its generated Content-ID or by its location. Items without a Content-ID are
+// marked inline for readers that do not resolve locations.
 #include "mailtree/base/Platform.h"
 #include "mailtree/email/creation/internal.h"
 
 namespace mailtree {
 namespace {
 
-enum class Source { file = 1, data = 2 };  // as the message about a missing Content-ID numbers them
+enum class Source { file = 1, data = 2 };  // numbered as in the errors of generateId
 
-/// Deliberate: unlike an attachment, an item with an unknown extension gets no type at all.
+/// Deliberate: unlike an attachment, an item with an unknown extension gets no type.
 std::string_view typeFor(const char* given, std::string_view name) noexcept {
   return given ? viewOf(given) : typeByName(name);
 }
@@ -21,7 +21,7 @@ void generateId(Email2& item, Source source, LogBase& log) {
                                       : "Failed to generate Content-ID for related item (2)");
 }
 
-/// What stands for the Content-ID: the location, and a disposition with the name.
+/// Sets the fields used instead of a Content-ID: location, and disposition with the name.
 void setLocation(Email2& item, const StringBuffer& name, LogBase& log) {
   item.setContentDispositionUtf8("inline", name.getString(), log);
   item.setHeaderField_a("Content-Location", name.getString(), /*asGiven=*/false, log);

@@ -1,5 +1,5 @@
-// email/loading/from_entity.cpp - a parse tree turned into an email tree, one node per entity. Everything is
-// moved.
+// email/loading/from_entity.cpp - turns a parse tree into an email tree, one node per entity.
+// Everything is moved.
 
 #include <cstdint>
 #include <memory>
@@ -11,7 +11,7 @@
 #include "mailtree/email/loading/layer_places.h"
 #include "mailtree/email/loading/received_body.h"
 #include "mailtree/email/loading/received_date.h"
-#include "mailtree/email/loading/settings_kept.h"
+#include "mailtree/email/loading/settings_restorer.h"
 #include "mailtree/email/loading/unwrapping.h"
 #include "mailtree/mime/MimeMessage2.h"
 #include "mailtree/mime/coding/Uu.h"
@@ -21,11 +21,11 @@ namespace {
 
 struct BuildOptions {
   bool extractBody = true;
-  bool mend = true;              ///< Forms of other systems are unpacked, broken texts put right.
-  SystemCerts* certs = nullptr;  ///< What layers are opened with; null: none is looked for.
+  bool repair = true;            ///< Unpack Macintosh and Unix forms, and repair broken texts.
+  SystemCerts* certs = nullptr;  ///< Keys to open layers with; null: do not unwrap.
 };
 
-/// Exact for nearly all mail, which has two levels at most.
+/// Counts two levels, which is exact for nearly all mail.
 std::size_t expectedNodes(const MimeMessage2& root) noexcept {
   std::size_t count = 1;
   for (int i = 0; i < root.getNumParts(); ++i)
@@ -43,7 +43,7 @@ class TreeBuilder {
     m_now.getCurrentGmt();
   }
 
-  /// Null when memory ran out: the part is then left out of its parent, the rest of the message stays.
+  /// Null when memory ran out; the part is then missing from its parent.
   EmailPtr build(MimeMessage2& entity, int depth, bool unwrap) noexcept {
     return neverThrow(EmailPtr(), [&] { return convert(entity, depth, unwrap); });
   }
@@ -54,10 +54,10 @@ class TreeBuilder {
   void moveHeader(MimeMessage2& entity, Email2& node);
   void recordCharset(const _svCharset& charset, Email2& node);
   void resetSendSettings() noexcept;
-  void takeBody(MimeMessage2& entity, Email2& node, const StringBuffer& charset);
+  void loadBody(MimeMessage2& entity, Email2& node, const StringBuffer& charset);
   void moveBody(MimeMessage2& entity, Email2& node);
   void addChildren(MimeMessage2& entity, Email2& node, int depth, bool unwrap);
-  void forkToText(MimeMessage2& fork);
+  void convertForkText(MimeMessage2& fork);
   MimeMessage2& unpackChild(MimeMessage2& parent, int index, MimeMessage2& child);
 
   _svEmailCommon& m_common;
@@ -69,7 +69,8 @@ class TreeBuilder {
 
 EmailPtr TreeBuilder::convert(MimeMessage2& entity, int depth, bool unwrap) {
   LogContextExitor context(m_log, "createFromMimeObject");
-  // Deliberate: nothing is unwrapped below a multipart/mixed; whoever shows its parts looks there.
+  // Deliberate: nothing is unwrapped below a multipart/mixed; code that displays its parts
+  // unwraps them itself.
   const bool unwrapHere = unwrap && !entity.isMultipartMixed();
   const bool isMessage = equalsNoCase(entity.contentType().m_type, "message/rfc822");
   EmailPtr node(m_nodes.create(m_common, m_now));
@@ -82,7 +83,7 @@ EmailPtr TreeBuilder::convert(MimeMessage2& entity, int depth, bool unwrap) {
   readEnvelope(entity, *node);
   moveHeader(entity, *node);
   resetSendSettings();
-  takeBody(entity, *node, charset);
+  loadBody(entity, *node, charset);
   addChildren(entity, *node, depth, unwrapHere);
   return entity.isWhole() ? std::move(node) : EmailPtr();
 }
@@ -91,7 +92,7 @@ void TreeBuilder::readEnvelope(const MimeMessage2& entity, Email2& node) {
   const MimeHeader& header = entity.header();
   const int from = header.findField("From");
   if (from >= 0) {
-    // Addresses are read before anything is decoded, so that an encoded word cannot forge one.
+    // Addresses are parsed before encoded words are decoded, because an encoded word could forge one.
     std::string scratch;
     const std::string value(header.unfoldedValue(from, scratch));
     if (!value.empty()) node.m_fromAddr.loadSingleEmailAddr(value.c_str(), /*relaxed=*/false, m_log);
@@ -108,13 +109,13 @@ void TreeBuilder::moveHeader(MimeMessage2& entity, Email2& node) {
   entity.getDisposition(node.m_disposition);
   entity.getContentEncoding(node.m_transferEncoding);
   entity.getContentId(node.m_contentId);
-  entity.getMimeFilename(node.m_dispFilename);  // may be the name parameter, so before the content type goes
+  entity.getMimeFilename(node.m_dispFilename);  // may be the name parameter, so read before the type is moved
   entity.extractContentType(node.m_contentType);
   recordCharset(entity.charset(), node);
 }
 
-/// An attachment's charset is its own business; the first other part that names one decides for the whole
-/// message.
+/// The charset of an attachment applies only to it. Otherwise the first part with a charset decides for
+/// the whole message.
 void TreeBuilder::recordCharset(const _svCharset& charset, Email2& node) {
   _svCharset& common = m_common.m_charset;
   const int codePage = charset.getCodePage();
@@ -128,21 +129,21 @@ void TreeBuilder::recordCharset(const _svCharset& charset, Email2& node) {
   if (equalsNoCase(name, "default") || equalsNoCase(name, "x-user-defined")) common.clear();
 }
 
-/// What the settings say about sending belongs to a message that is written, not to one that came in.
+/// Clears the send settings, which do not apply to a received message.
 void TreeBuilder::resetSendSettings() noexcept {
   m_common.m_sendSigned = false;
   m_common.m_sendEncrypted = false;
   m_common.m_idOnServer = -1;
 }
 
-void TreeBuilder::takeBody(MimeMessage2& entity, Email2& node, const StringBuffer& charset) {
-  if (!m_options.mend) return moveBody(entity, node);
-  if (!takeUuencoded(node, *entity.getMimeBodyDb(), charset, m_log)) {
+void TreeBuilder::loadBody(MimeMessage2& entity, Email2& node, const StringBuffer& charset) {
+  if (!m_options.repair) return moveBody(entity, node);
+  if (!extractUuencoded(node, *entity.getMimeBodyDb(), charset, m_log)) {
     decodeUuencodedBody(node, *entity.getMimeBodyDb(), charset, m_log);
-    // What has parts is no single file, whatever its fields say.
+    // A node with parts is no single file, whatever its fields say.
     if (entity.getNumParts() == 0) unpackAttachmentOnly(node, *entity.getMimeBodyDb(), m_log);
     moveBody(entity, node);
-    mendReceivedText(node, m_log);
+    repairReceivedText(node, m_log);
   }
   node.checkFixNotReallyHtml();
   if (node.m_disposition.equalsIgnoreCase("attachment")) return;
@@ -165,24 +166,24 @@ void TreeBuilder::addChildren(MimeMessage2& entity, Email2& node, int depth, boo
     return;
   }
   const bool isPair = isType(node.m_contentType.m_type, kAppleDouble);
-  std::ignore = node.m_subParts.reserveMore(entity.getNumParts());  // without it they grow one by one
+  std::ignore = node.m_subParts.reserveMore(entity.getNumParts());  // on failure the list grows as needed
   for (int i = 0; i < entity.getNumParts(); ++i) {
     MimeMessage2& child = *entity.getPart(i);
-    if (isPair) forkToText(child);
+    if (isPair) convertForkText(child);
     const std::unique_ptr<DataBuffer> received = child.extractReceivedBytes();
-    const Origin origin = child.origin();  // also of the file in it, should that take its place
-    MimeMessage2& unpacked = m_options.mend ? unpackChild(entity, i, child) : child;
+    const Origin origin = child.origin();  // kept if the file inside takes its place
+    MimeMessage2& unpacked = m_options.repair ? unpackChild(entity, i, child) : child;
     EmailPtr part = build(unpacked, depth + 1, unwrap);
     if (!part) continue;
     part->m_origin = origin;
-    if (received) keepReceivedContent(*part, std::move(*received));
-    if (node.m_subParts.appendObject(part.get())) std::ignore = part.release();  // now the parent's
+    if (received) storeReceivedContent(*part, std::move(*received));
+    if (node.m_subParts.appendObject(part.get())) std::ignore = part.release();  // the parent owns it now
   }
 }
 
-/// Parsing keeps the forks of a Macintosh file as they came. Those of a pair that stays one are parts like any other,
-/// and their text is converted when they are written.
-void TreeBuilder::forkToText(MimeMessage2& fork) {
+/// Parsing keeps the bytes of the forks of a Macintosh file. The forks of a pair that is not unpacked become
+/// normal parts, and output converts their text.
+void TreeBuilder::convertForkText(MimeMessage2& fork) {
   const std::string_view name = viewOf(fork.charset().getName());
   if (name.empty() || fork.getNumParts() > 0 || !isConvertibleText(fork.traits())) return;
   const DataBuffer& body = *fork.getMimeBodyDb();
@@ -190,8 +191,7 @@ void TreeBuilder::forkToText(MimeMessage2& fork) {
                          /*isText=*/true, m_log);
 }
 
-/// Brings a child whose content is packed in an old Macintosh or Unix form to the file it holds. @return the
-/// child to use.
+/// Unpacks a child in an old Macintosh or Unix form to the file that it holds. Returns the child to use.
 MimeMessage2& TreeBuilder::unpackChild(MimeMessage2& parent, int index, MimeMessage2& child) {
   MimeMessage2* part = &child;
   if (equalsNoCase(child.contentType().m_type, kAppleDouble)) {
@@ -225,11 +225,11 @@ Email2* Email2::createFromMimeObject2(_svEmailCommon& common, MimeMessage2& enti
 EmailPtr loadWrittenContent(_svEmailCommon& common, std::string_view text, LogBase& log) {
   return neverThrow(EmailPtr(), [&] {
     LogContextExitor context(log, "createFromMimeText");
-    const SettingsKept kept(common);
+    const SettingsRestorer restorer(common);
     const std::uint64_t before = abandonedOperations();
     MimeMessage2 tree;
     if (!tree.loadText(text, log)) return EmailPtr();
-    EmailPtr root = TreeBuilder(tree, common, {.mend = false}, log).build(tree, 0, /*unwrap=*/false);
+    EmailPtr root = TreeBuilder(tree, common, {.repair = false}, log).build(tree, 0, /*unwrap=*/false);
     return abandonedOperations() == before ? std::move(root) : EmailPtr();
   });
 }

@@ -10,15 +10,15 @@
 namespace mailtree {
 namespace {
 
-/// Leaves beside a signed part that are listed: each layer has a list of its own.
+/// Maximum number of leaves listed per layer.
 constexpr std::size_t kMostListed = 1000;
 
-/// Whether a part is another one or stands below it.
+/// Whether a part is the other one or below it.
 bool isWithin(std::string_view part, std::string_view other) noexcept {
   return part.starts_with(other) && (part.size() == other.size() || part[other.size()] == '.');
 }
 
-/// The numbers of all parts: "1" the message, "1.2" its second part.
+/// Part numbers: "1" is the message, "1.2" its second part.
 class PartNumbers {
  public:
   explicit PartNumbers(const Email2& root) {
@@ -39,10 +39,10 @@ class PartNumbers {
     for (const LayerPlace& place : layer.places)
       if (const auto found = m_byOrigin.find(place.origin); found != m_byOrigin.end())
         return place.inside.empty() ? found->second : found->second + "/" + place.inside;
-    return {};  // of no part, then, and good for nothing
+    return {};  // covers no part
   }
 
-  std::vector<std::string> leavesBeside(std::string_view part) const {
+  std::vector<std::string> uncoveredLeaves(std::string_view part) const {
     std::vector<std::string> leaves;
     for (const std::string& leaf : m_leaves) {
       if (leaves.size() == kMostListed) break;
@@ -62,13 +62,13 @@ void placeLayers(const Email2& root, std::span<SecureLayer> layers, std::span<In
                  std::size_t first) {
   const std::span<SecureLayer> own = layers.subspan(first);
   if (own.empty()) return;
-  for (SecureLayer& layer : own) layer.part.clear();  // nothing wrong stays, should memory run out
+  for (SecureLayer& layer : own) layer.part.clear();  // no stale value remains if memory runs out
   const PartNumbers numbers(root);
   for (SecureLayer& layer : own) {
     layer.part = numbers.of(layer);
     layer.uncovered.clear();
     if (layer.isSigned() && layer.part != SecureLayer::kWholeMessage)
-      layer.uncovered = numbers.leavesBeside(layer.part);
+      layer.uncovered = numbers.uncoveredLeaves(layer.part);
   }
   for (InnerField& field : fields)
     if (field.layer >= first) field.part = layers[field.layer].part;

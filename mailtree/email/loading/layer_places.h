@@ -1,4 +1,4 @@
-// email/loading/layer_places.h - what layers cover, numbered as the finished tree has it.
+// email/loading/layer_places.h - the parts that layers cover, numbered as in the finished tree.
 #pragma once
 
 #include <span>
@@ -8,10 +8,10 @@
 
 namespace mailtree {
 
-/// Says of each layer which part of the tree it covers, and which leaves stand beside it. Loading may have moved,
-/// added and removed parts since the layers were met, or left them closed: only where a part begins in the text tells
-/// which one it was.
-/// @param first  the first layer that was met in this message; what `fields` say of those before it stays.
+/// Records for each layer the part that it covers and the leaves that it does not. Loading may have
+/// moved, added or removed parts after the layers were found, so parts are identified by where they begin
+/// in the text.
+/// @param first  index of the first layer of this message; entries of earlier layers are not changed.
 void placeLayers(const Email2& root, std::span<SecureLayer> layers, std::span<InnerField> fields,
                  std::size_t first = 0);
 

@@ -1,4 +1,4 @@
-// email/loading/load.cpp - the four ways in: text, bytes, and what a POP3 server sends.
+// email/loading/load.cpp - loading from text, bytes and POP3 downloads.
 
 #include <algorithm>
 #include <vector>
@@ -9,8 +9,8 @@
 namespace mailtree {
 namespace {
 
-/// Moves the children of every later multipart/related under `parent` to the first one: a message whose
-/// related block came in pieces gets one again. One pass, however many pieces there are.
+/// Merges all multipart/related children of `parent` into the first one, in one pass, for messages whose
+/// related items were split.
 void mergeRelated(Email2& parent) {
   ExtPtrArray parts;
   if (!parent.m_subParts.transferPtrs(parts)) return;
@@ -23,44 +23,44 @@ void mergeRelated(Email2& parent) {
       continue;
     }
     if (isRelated && !first) first = part;
-    parent.m_subParts.appendObject(part);  // the list has had room for all of them already
+    parent.m_subParts.appendObject(part);  // the list already has capacity for all
   }
   parts.removeAll();
 }
 
-/// Whether a signature covers the children of an enclosure: mending them would break it.
+/// Whether a signature covers the children of an enclosure; merging them would break it.
 bool isSigned(const Email2& root, const Email2& enclosure) {
   bool inside = isType(enclosure.m_contentType.m_type, "multipart/signed");
   walkTree(root, [&](const Email2& node) {
-    if (!node.m_received) return Walk::onward;
+    if (!node.m_received) return Walk::descend;
     inside |= walkTree(node, [&](const Email2& below) {
-                return &below == &enclosure ? Walk::stop : Walk::onward;
+                return &below == &enclosure ? Walk::stop : Walk::descend;
               }) == Walk::stop;
     return inside ? Walk::stop : Walk::skipChildren;
   });
   return inside;
 }
 
-/// Whether a layer was taken off that did not hold the whole message. What stood inside one must not be joined with
-/// what stood outside: that would show the one under the seal of the other, or send it where the other says.
-bool heldPartOfIt(const std::vector<SecureLayer>& layers, std::size_t before) {
+/// Whether an unwrapped layer did not hold the whole message. Its content must not be merged with content
+/// outside it: that content would then appear signed, or signed content could be sent elsewhere.
+bool hasPartialLayer(const std::vector<SecureLayer>& layers, std::size_t before) {
   return std::any_of(layers.begin() + static_cast<std::ptrdiff_t>(before), layers.end(),
                      [](const SecureLayer& layer) { return layer.part != SecureLayer::kWholeMessage; });
 }
 
-/// A message that is loaded has its budget, and its settings say at the end whether it is whole: not every
-/// operation that lacks memory passes that on.
-class Loading {
+/// Sets the budget of a load, and records at its end whether the message is complete, because not every
+/// operation reports a lack of memory.
+class LoadScope {
  public:
-  Loading(_svEmailCommon& common, std::size_t size) noexcept : m_common(common) {
+  LoadScope(_svEmailCommon& common, std::size_t size) noexcept : m_common(common) {
     if (common.m_sharesBudget)
       common.m_budget.topUpFor(size);
     else
       common.m_budget = LoadBudget::ofMessage(size);
   }
-  Loading(const Loading&) = delete;
-  Loading& operator=(const Loading&) = delete;
-  ~Loading() { m_common.m_isWhole &= abandonedOperations() == m_before; }
+  LoadScope(const LoadScope&) = delete;
+  LoadScope& operator=(const LoadScope&) = delete;
+  ~LoadScope() { m_common.m_isWhole &= abandonedOperations() == m_before; }
 
  private:
   _svEmailCommon& m_common;
@@ -81,7 +81,7 @@ Email2* Email2::createFromMimeText2(_svEmailCommon& common, StringBuffer& mime, 
   return neverThrow<Email2*>(nullptr, [&]() -> Email2* {
     LogContextExitor context(log, "createFromMimeText");
     if (!mime.isValidObject()) return nullptr;
-    const Loading loading(common, mime.getSize());
+    const LoadScope loading(common, mime.getSize());
     MimeMessage2 tree;
     if (!tree.loadText(mime.view(), common.m_budget.parts, log)) return nullptr;
     if (discardInput) mime.strongClear();
@@ -96,7 +96,7 @@ Email2* Email2::createFromMimeText2a(_svEmailCommon& common, const char* text, i
     LogContextExitor context(log, "createFromMimeText2a");
     MimeMessage2 tree;
     const std::string_view mime(text ? text : "", text && size > 0 ? static_cast<std::size_t>(size) : 0);
-    const Loading loading(common, mime.size());
+    const LoadScope loading(common, mime.size());
     if (!tree.loadText(mime, common.m_budget.parts, log)) return nullptr;
     loadFromMimeTextProcessing(tree, log);
     return createFromMimeObject2(common, tree, /*extractBody=*/true, /*unwrap=*/true, log, certs);
@@ -107,14 +107,14 @@ Email2* Email2::createFromMimeDb(_svEmailCommon& common, DataBuffer& mime, bool 
                                  SystemCerts& certs, LogBase& log, bool /*parseOption*/) {
   return neverThrow<Email2*>(nullptr, [&]() -> Email2* {
     LogContextExitor context(log, "createFromMimeDb");
-    const Loading loading(common, mime.getSize());
+    const LoadScope loading(common, mime.getSize());
     MimeMessage2 tree;
     if (!tree.loadText(mime.view(), common.m_budget.parts, log)) return nullptr;
     if (discardInput) mime.clear();
     loadFromMimeTextProcessing(tree, log);
     const std::size_t layersBefore = common.m_secureLayers.size();
     EmailPtr root(createFromMimeObject2(common, tree, /*extractBody=*/true, unwrap, log, certs));
-    if (root && !heldPartOfIt(common.m_secureLayers, layersBefore)) mergeSplitRelated(*root);
+    if (root && !hasPartialLayer(common.m_secureLayers, layersBefore)) mergeSplitRelated(*root);
     return root.release();
   });
 }
@@ -124,9 +124,9 @@ Email2* Email2::createFromPop3(_svEmailCommon& common, DataBuffer& raw, bool unw
   return neverThrow<Email2*>(nullptr, [&]() -> Email2* {
     LogContextExitor context(log, "createFromPop3");
     if (raw.endsWithStr("\r\n.\r\n"))
-      raw.shorten(3);  // the dot that ends the transfer; the last line break stays
+      raw.shorten(3);  // the final dot of the transfer, but not the line break before it
     raw.processRawPopMime();
-    const Loading loading(common, raw.getSize());
+    const LoadScope loading(common, raw.getSize());
     const Owned<MimeMessage2> tree(MimeMessage2::createNewObject());
     if (!tree || !tree->loadText(raw.view(), common.m_budget.parts, log)) return nullptr;
     tree->makeAttachmentFilenamesRelative(log);

@@ -1,6 +1,6 @@
-// email/loading/normalise.cpp - the top of a message brought to the shape that everything above relies on:
-// one field per kind of recipient, a body beside every attachment, plain text and HTML joined as
-// alternatives.
+// email/loading/normalise.cpp - brings the top level of a message into the shape that other code
+// relies on: one field per kind of recipient, a body beside every attachment, plain text and HTML
+// joined as alternatives.
 
 #include <string>
 #include <string_view>
@@ -14,8 +14,8 @@
 namespace mailtree {
 namespace {
 
-/// Whether the message is one attachment and nothing else. Secured content and EDI are handled as whole
-/// messages by those who understand them, so they stay as they are.
+/// Whether the message is only an attachment. S/MIME and EDI content is processed as a whole message, so it
+/// is left alone.
 bool isLoneAttachment(const MimeMessage2& tree) {
   StringBuffer disposition;
   tree.getDisposition(disposition);
@@ -25,7 +25,7 @@ bool isLoneAttachment(const MimeMessage2& tree) {
          !containsNoCase(type, "edifact") && !isPkcs7Mime(tree);
 }
 
-/// A message that names no charset has the one its header was found to be written in.
+/// A message without a charset gets the detected charset of its header.
 void copyCharset(const MimeMessage2& tree, MimeMessage2& text, MimeMessage2& attachment, LogBase& log) {
   StringBuffer name;
   tree.getCharset(name);
@@ -36,18 +36,18 @@ void copyCharset(const MimeMessage2& tree, MimeMessage2& text, MimeMessage2& att
   attachment.setCharset(detected, log);
 }
 
-/// Moves what makes the message an attachment to a part of its own.
+/// Moves the content of the message and its Content- fields to a new part.
 void moveToAttachment(MimeMessage2& tree, MimeMessage2& attachment, LogBase& log) {
   attachment.copyContentFields(tree);  // with every parameter, such as method or size
   attachment.setDisposition("attachment", log);
-  // The bytes of an attachment stand as they were received, text or not, so there is nothing to convert on the way.
+  // Attachments keep their bytes, so nothing is converted.
   attachment.getMimeBodyDb()->takeData(*tree.getMimeBodyDb());
 }
 
-void becomeMixed(MimeMessage2& tree, LogBase& log) {
+void convertToMixed(MimeMessage2& tree, LogBase& log) {
   StringBuffer boundary;
   Psdk::generateBoundary(boundary, log);
-  // Replaced as a whole: charset, name and every other parameter were the attachment's.
+  // Replaced completely: charset, name and other parameters belong to the attachment.
   tree.addReplaceHeaderFieldUtf8("Content-Type", "multipart/mixed", log);
   tree.setBoundary(boundary.getString(), log);
   tree.addReplaceHeaderFieldUtf8("Content-Transfer-Encoding", nullptr, log);
@@ -66,7 +66,7 @@ void wrapLoneAttachment(MimeMessage2& tree, LogBase& log) {
   moveToAttachment(tree, *attachment, log);
   copyCharset(tree, text, *attachment, log);
   tree.addPart(attachment.release());
-  becomeMixed(tree, log);
+  convertToMixed(tree, log);
   tree.addRepair(Repair::loneAttachment);
 }
 
@@ -92,7 +92,7 @@ bool hasLooseAlternatives(const MimeMessage2& mixed, LogBase& log) {
   return plain && html;
 }
 
-/// Moves the first plain text and the first HTML over, in the order in which they stand.
+/// Moves the first plain text and the first HTML, in their order.
 void moveAlternatives(MimeMessage2& mixed, MimeMessage2& alternative, LogBase& log) {
   bool plainMoved = false, htmlMoved = false;
   for (int i = 0; i < mixed.getNumParts() && !(plainMoved && htmlMoved);) {

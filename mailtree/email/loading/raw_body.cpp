@@ -1,4 +1,4 @@
-// email/loading/raw_body.cpp - the body of one part as it is stored.
+// email/loading/raw_body.cpp - the stored body of one part.
 
 #include "mailtree/email/Email2.h"
 

@@ -32,7 +32,7 @@ bool lacksCharset(const Email2& node, bool hasCharset) {
   return !node.m_body.is7bit(0) && !node.m_body.containsChar('\0');
 }
 
-void mendReceivedText(Email2& node, LogBase& log) {
+void repairReceivedText(Email2& node, LogBase& log) {
   if (isAttachedFile(node)) return;
   node.checkFixEmailTextBody(log);
   node.checkFixUnicodeHtml(log);
@@ -49,7 +49,8 @@ void unpackAttachmentOnly(Email2& node, DataBuffer& body, LogBase& log) {
   node.removeHeaderField("content-transfer-encoding");
   node.setContentTypeUtf8("text/plain", nullptr, nullptr, nullptr, 0, nullptr, nullptr, nullptr, log);
   StringBuffer type;
-  if (node.addAttachment(attachment.get(), type, log)) std::ignore = attachment.release();  // now the node's
+  if (node.addAttachment(attachment.get(), type, log))
+    std::ignore = attachment.release();  // owned by the node
   node.m_repairs.add(Repair::loneAttachment);
 }
 

@@ -8,9 +8,9 @@ class MimeHeader;
 class SorvikSysTime;
 
 /// Reads the date from the first of these fields that exists: Date, Delivery-Date, or the text after the last
-/// semicolon of the first Received field, which is logged as "date_from_Received".
-/// @return false, with `time` untouched, when there is none or it is no date. An unreadable Date field does
-/// not fall through.
+/// semicolon of the first Received field, which is logged as "date_from_Received". If that field has no valid
+/// date, the others are not tried.
+/// @return false, with `time` unchanged, when no date was read.
 bool receivedDate(const MimeHeader& header, SorvikSysTime& time, LogBase& log);
 bool receivedDate(const MimeHeader& header, SorvikSysTime& time);
 

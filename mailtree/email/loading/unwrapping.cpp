@@ -23,7 +23,7 @@ void moveTo(std::vector<T>& to, std::vector<T>& from) {
   to.insert(to.end(), std::make_move_iterator(from.begin()), std::make_move_iterator(from.end()));
 }
 
-void remember(UnwrapInfo& info, Email2& node) {
+void recordOutcome(UnwrapInfo& info, Email2& node) {
   node.accumulateSecurityInfo(info.m_hasSecureLayer, info.m_allSignaturesValid, info.m_allDataDecrypted,
                               info.m_numSigned, info.m_numEncrypted);
   if (!node.m_common) return;
@@ -74,7 +74,7 @@ void unwrapReceived(MimeMessage2& entity, Email2& node, SystemCerts& certs, LogB
   _clsCades cades;
   entity.unwrapSecurity3(info, cades, certs, log);
   budget = info.m_budget;
-  remember(info, node);
+  recordOutcome(info, node);
   logOutcome(info, log);
 }
 

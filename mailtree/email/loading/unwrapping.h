@@ -1,4 +1,4 @@
-// email/loading/unwrapping.h - security layers taken off an entity before it becomes a node.
+// email/loading/unwrapping.h - unwraps the security layers of an entity before it becomes a node.
 #pragma once
 
 #include "mailtree/crypto/SystemCerts.h"
@@ -7,12 +7,11 @@
 
 namespace mailtree {
 
-/// Whether the body is a layer: by the media type, or by the name together with the octets where a gateway lost the
+/// Whether the body is a security layer: by its media type, or by name and content where a gateway lost the
 /// type. Defined in secure/layer_forms.cpp.
 bool isPkcs7Mime(const MimeMessage2& entity);
 
-/// Takes off what can be taken off the entity and below it, and records the outcome in the shared settings of the
-/// node that the entity will become.
+/// Unwraps the layers of the entity and below it, and records the results in the shared settings of its node.
 void unwrapReceived(MimeMessage2& entity, Email2& node, SystemCerts& certs, LogBase& log);
 
 }  // namespace mailtree

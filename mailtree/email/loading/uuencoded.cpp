@@ -1,5 +1,5 @@
-// email/loading/uuencoded.cpp - files that stand uuencoded in a text, as mailers sent them before MIME and some did
-// long after.
+// email/loading/uuencoded.cpp - uuencoded files in a text, as mailers sent them before MIME, and
+// some long after.
 
 #include <algorithm>
 #include <array>
@@ -17,12 +17,12 @@ namespace mailtree {
 namespace {
 
 constexpr const char* kAnyBegin = "begin 6";
-/// What a block counts for: a part that is made costs twice as much as one that came with its header.
+/// A block counts as two parts, because creating a part costs twice as much as parsing one.
 constexpr int kPartsPerBlock = 2;
-/// How far into a body a first block is looked for: far enough for any letter, cheap for any file.
+/// How far to search for the first block: far enough for any text, cheap for any file.
 constexpr std::size_t kSniffedBytes = 50'000;
 
-/// The openings of a block, by file mode, in the order in which they are preferred.
+/// The begin lines of a block, by file mode, in order of preference.
 constexpr std::array<std::string_view, 4> kBegins = {"begin 666", "begin 644", "begin 664", "begin 600"};
 
 bool holdsBegin(const DataBuffer& body) {
@@ -30,8 +30,8 @@ bool holdsBegin(const DataBuffer& body) {
       kBegins, [&](std::string_view begin) { return body.containsSubstring(begin.data(), kSniffedBytes); });
 }
 
-/// What is said of a body that holds uuencoded files; null when it does not look like one. Three ways to find them,
-/// told apart by their dots.
+/// The log text for a body with uuencoded files, or null when there seem to be none. The three texts differ
+/// in their dots, for the three ways of detection.
 const char* sniff(const Email2& node, const DataBuffer& body) {
   if (!body.containsSubstring(kAnyBegin, kSniffedBytes)) return nullptr;
   if (!node.m_contentType.m_type.isEmpty())
@@ -42,14 +42,14 @@ const char* sniff(const Email2& node, const DataBuffer& body) {
   return holdsBegin(body) ? "UU decoding MIME body and adding as attachment.." : nullptr;
 }
 
-/// The bytes of attached files are the user's; attached messages are not looked into before they are opened.
+/// Attached files keep their bytes; attached messages are searched when they are opened.
 bool mayHoldUuencoded(const Email2& node) {
   return !isType(node.m_contentType.m_type, "message/rfc822") && !node.isStrictAttachment(nullptr);
 }
 
-/// Text of which nobody says the charset, as utf-8: old mailers wrote names and texts in their own. What is damaged
-/// becomes U+FFFD.
-void guessUtf8(StringBuffer& text) {
+/// Converts text of unknown charset to utf-8, because old mailers used their own. Malformed
+/// bytes become U+FFFD.
+void convertToUtf8(StringBuffer& text) {
   if (isValidUtf8(text)) return;
   std::string decoded;
   const int detected = detectCodePage(text);
@@ -60,38 +60,38 @@ void guessUtf8(StringBuffer& text) {
 void addFiles(Email2& node, ExtPtrArray& files, ExtPtrArraySb& names, LogBase& log) {
   for (int i = 0; i < files.getSize(); ++i) {
     StringBuffer& name = *names.sbAt(i);
-    guessUtf8(name);
+    convertToUtf8(name);
     EmailPtr part(
         Email2::createAttachmentFromDataUtf8(*node.m_common, name.getString(), nullptr, nullptr, 0, log));
     if (!part) continue;
     part->m_body.takeData(*files.at<DataBuffer>(i));
     StringBuffer type;
-    if (node.addAttachment(part.get(), type, log)) std::ignore = part.release();  // now the node's
+    if (node.addAttachment(part.get(), type, log)) std::ignore = part.release();  // the node owns it now
   }
 }
 
 /// The text before the first block, in utf-8.
-/// Deliberate: it ends at the first thing that looks like a begin, be it prose.
-DataBuffer takeText(Email2& node, DataBuffer& body, std::string_view charset, LogBase& log) {
+/// Deliberate: it ends at the first text that looks like a begin line, even in prose.
+DataBuffer extractText(Email2& node, DataBuffer& body, std::string_view charset, LogBase& log) {
   const std::size_t begin = findSubstring(body.view(), kAnyBegin);
   body.shorten(body.getSize() - std::min(begin, body.getSize()));
   node.m_body.takeData(body);
   if (lacksCharset(node, !charset.empty())) node.detectAndSetCharset(log);
   DataBuffer text;
-  // What was no text body before has still its own bytes; where it was, they are utf-8.
+  // A text body is utf-8 already; anything else still has its original bytes.
   if (isConvertibleText(node.traits()) || !receivedTextToUtf8(charset, node.m_body.view(), text).converted)
     text.takeData(node.m_body);
   node.m_body.clear();
   return text;
 }
 
-/// Whether text is lost between the first thing that looks like a begin and the first true one.
+/// Whether text is lost between the first apparent begin line and the first real one.
 bool isTextCut(std::string_view body, std::size_t firstBlock) {
   const std::size_t cut = findSubstring(body, kAnyBegin);
   return cut < firstBlock && !trim(body.substr(cut, firstBlock - cut)).empty();
 }
 
-/// A page that came as a file, in utf-8: by its own label, else by the email's.
+/// Converts an HTML file to utf-8 from its declared charset, else from the email's.
 void pageToUtf8(const Email2& email, DataBuffer& page) {
   StringBuffer label;
   if (!_svHtmlHelp::getCharset(StringBuffer(page.view()), label)) label.setString(email.get_charset_name());
@@ -99,13 +99,13 @@ void pageToUtf8(const Email2& email, DataBuffer& page) {
   if (receivedTextToUtf8(label, page.view(), converted).converted) page.takeData(converted);
 }
 
-/// Finds the next opening, going forward only, so that a text is searched once for each kind however many blocks
-/// it holds.
+/// Finds begin lines, searching forward only, so a text is searched once per kind, however many
+/// blocks it has.
 class BeginFinder {
  public:
   explicit BeginFinder(std::string_view text) noexcept : m_text(text) { m_next.fill(0); }
 
-  /// Position of the preferred kind that still occurs at or behind `from`; npos when none does.
+  /// Position, at or after `from`, of the most preferred kind that still occurs; npos when none does.
   std::size_t next(std::size_t from) {
     for (std::size_t kind = 0; kind < kBegins.size(); ++kind) {
       std::size_t& at = m_next[kind];
@@ -128,15 +128,15 @@ void setTextBefore(Email2& email, std::string_view text, LogBase& log) {
   const int codePage = email.emailCodePage();
   if (codePage != 0 && codePage != kCpUtf8)
     trimmed.convertEncoding(codePage, kCpUtf8, log);
-  else if (detectCodePage(trimmed) != kCpUtf8)  // a body keeps damaged bytes
-    guessUtf8(trimmed);
+  else if (detectCodePage(trimmed) != kCpUtf8)  // a body keeps malformed bytes
+    convertToUtf8(trimmed);
   DataBuffer body;
   body.append(trimmed);
   StringBuffer type("text/plain");
   email.setBody(body, true, type, nullptr, log);
 }
 
-/// Adds one decoded block: the first page as the HTML body, everything else as an attachment.
+/// Adds a decoded block: the first HTML file as the HTML body, anything else as an attachment.
 void addBlock(Email2& email, const StringBuffer& name, DataBuffer& data, bool& hasPage, LogBase& log) {
   StringBuffer type;
   if (hasPage || !name.containsSubstringNoCase(".htm")) {
@@ -155,21 +155,21 @@ void addBlocks(Email2& email, std::string_view text, BeginFinder& begins, std::s
   while (begin != std::string_view::npos) {
     const std::size_t end = findSubstring(text, kEnd, begin);
     if (end == std::string_view::npos) return;
-    const std::size_t behind = end + kEnd.size();
+    const std::size_t after = end + kEnd.size();
     Uu decoder;
     DataBuffer data;
-    if (!decoder.uu_decode(text.substr(begin, behind - begin), data)) return;
+    if (!decoder.uu_decode(text.substr(begin, after - begin), data)) return;
     StringBuffer name;
     decoder.uu_getFilename(name);
-    guessUtf8(name);
+    convertToUtf8(name);
     addBlock(email, name, data, hasPage, log);
-    begin = begins.next(behind);
+    begin = begins.next(after);
   }
 }
 
 }  // namespace
 
-bool takeUuencoded(Email2& node, DataBuffer& body, std::string_view charset, LogBase& log) {
+bool extractUuencoded(Email2& node, DataBuffer& body, std::string_view charset, LogBase& log) {
   const char* const message = !body.isEmpty() && mayHoldUuencoded(node) ? sniff(node, body) : nullptr;
   if (!message) return false;
   if (log.m_verboseLogging) log.logInfo(message);
@@ -183,10 +183,10 @@ bool takeUuencoded(Email2& node, DataBuffer& body, std::string_view charset, Log
   if (count == 0 || count > most) return false;
   common.m_budget.parts -= count * kPartsPerBlock;
   if (around.textFollows || isTextCut(body.view(), around.firstBlock))
-    log.logInfo("Text between or behind uuencoded files was left out.");
+    log.logInfo("Text between or after uuencoded files was left out.");
 
-  DataBuffer text = takeText(node, body, charset, log);
-  if (!node.isMultipart()) node.m_contentType.m_type.setString("text/plain");  // what is left of it
+  DataBuffer text = extractText(node, body, charset, log);
+  if (!node.isMultipart()) node.m_contentType.m_type.setString("text/plain");  // the remaining text
   addFiles(node, files, names, log);
   StringBuffer type("text/plain");
   node.setBody(text, true, type, nullptr, log);
@@ -204,7 +204,7 @@ void decodeUuencodedBody(Email2& node, DataBuffer& body, std::string_view charse
   setTransferEncoding(node, "base64", log);
   StringBuffer& name = *names.sbAt(0);
   name.stripDirectory();
-  // The block's own name is often the only one.
+  // The block often has the only name.
   const bool isNamed = !node.m_dispFilename.isEmpty() || node.m_contentType.m_type.isEmpty();
   if (!isNamed && !name.isEmpty() && isValidUtf8(name)) {
     node.m_dispFilename.setString(name);

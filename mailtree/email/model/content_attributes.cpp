@@ -15,7 +15,7 @@ namespace {
 constexpr int kCpIso2022Jp = 50222;
 constexpr const char* kTransferEncodingField = "Content-Transfer-Encoding";
 
-/// A trimmed copy of an argument that may be null and may point into the node that is about to change.
+/// A trimmed copy of an argument that may be null or may point into the node about to change.
 std::optional<StringBuffer> trimmedCopy(const char* text) {
   if (!text) return std::nullopt;
   StringBuffer copy = copyOf(text);
@@ -23,7 +23,7 @@ std::optional<StringBuffer> trimmedCopy(const char* text) {
   return copy;
 }
 
-/// The media type to set: a missing one keeps the present one.
+/// The media type to set; a missing one keeps the present type.
 std::string_view typeToSet(const char* type, const StringBuffer& present) noexcept {
   if (!viewOf(type).empty()) return viewOf(type);
   return present.isEmpty() ? std::string_view("text/plain") : present.view();
@@ -34,27 +34,28 @@ void setLowerTrimmed(StringBuffer& member, std::string_view value) {
   member.toLowerCase();
 }
 
-/// Whether a code page given with a content type is the email's: that of a part which holds text.
-bool carriesText(const _svContentType& type) {
+/// Whether a code page set with a content type applies to the whole email, because the part holds text.
+bool holdsText(const _svContentType& type) {
   return beginsWithNoCase(type.m_type, "text") || beginsWithNoCase(type.m_subtype, "text") ||
          containsNoCase(type.m_type, "multipart/signed") || beginsWithNoCase(type.m_type, "message");
 }
 
-/// Whether a transfer encoding chosen for the text of a message is meant for this part too.
-bool takesTextEncoding(const Email2& node) {
+/// Whether a transfer encoding set for the message's text also applies to this part.
+bool usesTextEncoding(const Email2& node) {
   const std::string_view type = node.m_contentType.m_type;
   return beginsWithNoCase(type, "text/") || containsNoCase(type, "edifact");
 }
 
-/// Whether a label leaves the byte order open, which what is written never does: it carries no byte order mark.
-bool leavesByteOrderOpen(const _svCharset& charset) {
+/// Whether a charset label leaves the byte order open. Output never does, because it writes no
+/// byte order mark.
+bool hasUnspecifiedByteOrder(const _svCharset& charset) {
   const int codePage = charset.getCodePage();
   return (codePage == kCpUtf16LE || codePage == kCpUtf16BE) &&
          !equalsNoCase(viewOf(charset.getName()), charsetNameOf(codePage));
 }
 
-/// Whether two Content-Type values say the same. An empty one says nothing, not text/plain.
-bool saysTheSame(std::string_view present, std::string_view wanted) {
+/// Whether two Content-Type values have the same meaning. An empty value has none; it is not text/plain.
+bool haveSameMeaning(std::string_view present, std::string_view wanted) {
   if (present == wanted) return true;
   if (present.empty() || wanted.empty()) return false;
   _svContentType presentType, wantedType;
@@ -62,15 +63,15 @@ bool saysTheSame(std::string_view present, std::string_view wanted) {
   presentType.loadFromMimeHeaderValue(present, presentCharset);
   wantedType.loadFromMimeHeaderValue(wanted, wantedCharset);
   return presentType.sameMeaning(wantedType) && presentCharset.equals(wantedCharset) &&
-         !leavesByteOrderOpen(presentCharset);
+         !hasUnspecifiedByteOrder(presentCharset);
 }
 
-/// Whether the field was received and needs no change. One that was set has no form of its own to keep.
-bool receivedFieldSaysTheSame(const MimeHeader& header, std::string_view wanted) {
+/// Whether the field was received and needs no change. A field that was set has no received form to keep.
+bool receivedFieldMatches(const MimeHeader& header, std::string_view wanted) {
   return neverThrow(false, [&] {
     std::string unfolded;
     const int index = header.findField("Content-Type");
-    return header.isReceived(index) && saysTheSame(header.unfoldedValue(index, unfolded), wanted);
+    return header.isReceived(index) && haveSameMeaning(header.unfoldedValue(index, unfolded), wanted);
   });
 }
 
@@ -80,7 +81,7 @@ struct CodePageRange {
   const char* encoding;
 };
 
-/// Transfer encodings by code page; all others are mostly ASCII with a few 8-bit bytes: quoted-printable.
+/// Transfer encodings by code page. All others are mostly ASCII with a few 8-bit bytes: quoted-printable.
 constexpr CodePageRange kEncodings[] = {
     {20127, 20127, "7bit"},
     {50220, 54936, "base64"},
@@ -93,9 +94,9 @@ const char* encodingForCodePage(int codePage) noexcept {
   return "quoted-printable";
 }
 
-/// Deliberate: the file name stands in the value as it was passed, line breaks and quotes included. The
-/// header list neutralises them when it writes the field. Parameters behind the disposition would be taken for
-/// the begin of the name, so they go.
+/// Deliberate: the file name is inserted as given, with line breaks and quotes; the header list neutralises
+/// them when it writes the field. Parameters after the disposition are dropped, because they would be read as
+/// part of the name.
 void setDispositionField(Email2& node, std::string_view disposition, std::string_view filename,
                          LogBase& log) {
   if (!filename.empty()) disposition = disposition.substr(0, disposition.find(';'));
@@ -117,16 +118,16 @@ void setTypeField(Email2& node, _svCharset& charset, bool withFlowed, LogBase& l
 
 bool isText(const Email2& node) noexcept { return beginsWithNoCase(node.m_contentType.m_type, "text/"); }
 
-/// Whether a text is written as the bytes that it came in: it counts as a file, though nobody calls it attached.
-bool keepsItsBytes(const Email2& node) { return isText(node) && !isConvertibleText(node.traits()); }
+/// Whether a text is written as the bytes received: it counts as a file, although it is not attached.
+bool isStoredAsFile(const Email2& node) { return isText(node) && !isConvertibleText(node.traits()); }
 
-/// Output converts a text from utf-8, but writes one that counts as a file as it is stored. Where a disposition or
-/// name makes the one of the other, the label or the bytes follow.
+/// Output converts a text from utf-8, but writes a text file as stored. When a new disposition or name turns
+/// one into the other, the charset label or the bytes change too.
 template <class Change>
-void changeNaming(Email2& node, Change&& change, LogBase& log) {
-  const bool wasFile = keepsItsBytes(node);
+void changeDispositionOrName(Email2& node, Change&& change, LogBase& log) {
+  const bool wasFile = isStoredAsFile(node);
   change();
-  if (!isText(node) || wasFile == keepsItsBytes(node)) return;
+  if (!isText(node) || wasFile == isStoredAsFile(node)) return;
   neverThrow(false, [&] {
     DataBuffer utf8;
     const bool converted =
@@ -138,7 +139,7 @@ void changeNaming(Email2& node, Change&& change, LogBase& log) {
   });
 }
 
-/// The name a part was given by its sender, or one made of its type.
+/// The name of a part given by its sender, or one derived from its type.
 void rawFilename(const Email2& node, StringBuffer& out, LogBase& log) {
   for (const StringBuffer* name : {&node.m_dispFilename, &node.m_contentType.m_name}) {
     if (name->isEmpty()) continue;
@@ -153,20 +154,20 @@ void rawFilename(const Email2& node, StringBuffer& out, LogBase& log) {
   out.append(extension.empty() ? std::string_view("dat") : extension);
 }
 
-/// Whether a text switches to JIS X 0208 or back to ASCII the way ISO-2022-JP does.
+/// Whether a text contains the escape sequences of ISO-2022-JP.
 bool holdsIso2022JpEscapes(const StringBuffer& text) noexcept {
   return text.containsSubstring("\x1B$B") || text.containsSubstring("\x1B(B");
 }
 
 }  // namespace
 
-void forgetDisposition(Email2& node) {
+void clearDisposition(Email2& node) {
   LogNull quiet;
   const auto clear = [&] {
     node.m_disposition.clear();
     node.m_dispFilename.clear();
   };
-  changeNaming(node, clear, quiet);
+  changeDispositionOrName(node, clear, quiet);
 }
 
 void decodeFilename(StringBuffer& name, LogBase& log) {
@@ -178,7 +179,7 @@ void decodeFilename(StringBuffer& name, LogBase& log) {
 void setTransferEncoding(Email2& node, const char* encoding, LogBase& log) {
   const StringBuffer given = copyOf(encoding);
   node.m_transferEncoding.setString(trim(given));
-  // Emptied, the first field would leave a second of its name in force.
+  // Emptying only the first field would leave a duplicate in force.
   if (node.m_transferEncoding.isEmpty()) node.m_header.removeMimeField(kTransferEncodingField, /*all=*/true);
   node.m_header.replaceMimeFieldUtf8(kTransferEncodingField, encoding ? given.getString() : nullptr, log);
 }
@@ -199,7 +200,7 @@ void labelCodePage(Email2& node, int codePage, LogBase& log) {
   setTypeField(node, charset, /*withFlowed=*/true, log);
 }
 
-void ownLabel(Email2& node, LogBase& log) {
+void refreshCharsetLabel(Email2& node, LogBase& log) {
   const int field = node.m_header.findField("Content-Type");
   if (!node.m_header.isReceived(field) || !isConvertibleText(node.traits())) return;
   _svCharset charset = labelledCharset(node);
@@ -248,13 +249,13 @@ void Email2::setContentTypeUtf8(const char* type, const char* name, const char* 
   setLowerTrimmed(m_contentType.m_type, newType);
   if (newSubtype && !m_contentType.m_type.containsSubstring("multipart"))
     setLowerTrimmed(m_contentType.m_subtype, *newSubtype);
-  if (carriesText(m_contentType)) use_codepage(codePage);
+  if (holdsText(m_contentType)) use_codepage(codePage);
   for (const auto& param : params)
     if (param.value) param.member.setString(*param.value);
-  // It is written as a line of its own, where a line break would end it.
+  // The boundary is written on its own line, and a line break would end it.
   for (const char c : {'\r', '\n', '\0'}) m_contentType.m_boundary.removeCharOccurances(c);
   refreshContentTypeHeader(log);
-  if (codePage != 0 && keepsItsBytes(*this) && !isStrictAttachment(nullptr))
+  if (codePage != 0 && isStoredAsFile(*this) && !isStrictAttachment(nullptr))
     labelCodePage(*this, codePage, log);
 }
 
@@ -264,15 +265,15 @@ void Email2::refreshContentTypeHeader(LogBase& log) {
   _svCharset charset;
   if (isText(*this) && isStrictAttachment(nullptr)) {
     if (m_attachCodePage != 0) charset.setByCodePage(m_attachCodePage);
-    m_contentType.m_formatFlowed = false;  // how an attached file is wrapped is the file's own business
+    m_contentType.m_formatFlowed = false;  // the line wrapping of an attached file is not changed
     m_contentType.buildMimeHeaderValue(value, charset, /*withFlowed=*/false, /*withName=*/true, log);
   } else {
-    if (keepsItsBytes(*this)) charset = labelledCharset(*this);
-    _svCharset& label = keepsItsBytes(*this) ? charset : emailCharset(charset);
+    if (isStoredAsFile(*this)) charset = labelledCharset(*this);
+    _svCharset& label = isStoredAsFile(*this) ? charset : emailCharset(charset);
     m_contentType.buildMimeHeaderValue(value, label, /*withFlowed=*/true, /*withName=*/true, log);
   }
 
-  if (receivedFieldSaysTheSame(m_header, value)) return;
+  if (receivedFieldMatches(m_header, value)) return;
   m_header.replaceMimeFieldUtf8_a("Content-Type", value.getString(), /*asGiven=*/true, /*ordinary=*/false,
                                   log);
 }
@@ -295,7 +296,7 @@ void Email2::setName(const StringBuffer& name, LogBase& log) {
     m_contentType.m_name.setString(name);
     refreshContentTypeHeader(log);
   };
-  changeNaming(*this, change, log);
+  changeDispositionOrName(*this, change, log);
 }
 
 void Email2::setContentId(const char* id, LogBase& log) {
@@ -314,7 +315,7 @@ void Email2::setContentEncodingNonRecursive(const char* encoding, LogBase& log) 
 void Email2::setContentEncodingRecursive(const char* encoding, LogBase& log) {
   if (!isLive()) return;
   const StringBuffer given = copyOf(encoding);
-  // Deliberate: the node asked has the encoding on record even when it is no text and its field stays.
+  // Deliberate: this node stores the encoding even when it is not text and its field is not changed.
   m_transferEncoding.setString(trim(given));
   setContentEncodingInner(given.getString(), log);
 }
@@ -323,8 +324,8 @@ void Email2::setContentEncodingInner(const char* encoding, LogBase& log) {
   const StringBuffer given = copyOf(encoding);
   neverThrow(Walk::stop, [&] {
     return walkTree(*this, [&](Email2& node) {
-      if (takesTextEncoding(node)) setTransferEncoding(node, given.getString(), log);
-      return Walk::onward;
+      if (usesTextEncoding(node)) setTransferEncoding(node, given.getString(), log);
+      return Walk::descend;
     });
   });
 }
@@ -341,7 +342,7 @@ void Email2::setContentDisposition1(const char* disposition, LogBase& log) {
     m_disposition.setString(disposition);
     setDispositionField(*this, m_disposition, m_dispFilename, log);
   };
-  changeNaming(*this, change, log);
+  changeDispositionOrName(*this, change, log);
 }
 
 void Email2::setContentDispositionUtf8(const char* disposition, const char* filename, LogBase& log) {
@@ -355,7 +356,7 @@ void Email2::setContentDispositionUtf8(const char* disposition, const char* file
     setDispositionField(*this, m_disposition, m_dispFilename.isEmpty() ? std::string_view() : given.view(),
                         log);
   };
-  changeNaming(*this, change, log);
+  changeDispositionOrName(*this, change, log);
 }
 
 void Email2::setFilenameUtf8(const char* filename, LogBase& log) {

@@ -7,34 +7,34 @@
 namespace mailtree {
 namespace {
 
-/// Fields that the model interprets: a generic set or add goes to the parsed members too.
-enum class Routed { none, date, from, replyTo, contentId, contentType, transferEncoding };
+/// Fields that the model parses: setting or adding one also updates the parsed members.
+enum class ParsedField { none, date, from, replyTo, contentId, contentType, transferEncoding };
 
-struct Route {
-  const char* name;  ///< In the letter case in which the field is written.
-  Routed routed;
+struct ParsedFieldRow {
+  const char* name;  ///< In the letter case used when written.
+  ParsedField parsed;
 };
 
-constexpr Route kRoutes[] = {
-    {"Date", Routed::date},
-    {"From", Routed::from},
-    {"Reply-To", Routed::replyTo},
-    {"Content-ID", Routed::contentId},
-    {"Content-Type", Routed::contentType},
-    {"Content-Transfer-Encoding", Routed::transferEncoding},
+constexpr ParsedFieldRow kParsedFields[] = {
+    {"Date", ParsedField::date},
+    {"From", ParsedField::from},
+    {"Reply-To", ParsedField::replyTo},
+    {"Content-ID", ParsedField::contentId},
+    {"Content-Type", ParsedField::contentType},
+    {"Content-Transfer-Encoding", ParsedField::transferEncoding},
 };
 
-Routed routeOf(std::string_view name) noexcept {
-  for (const Route& route : kRoutes)
-    if (equalsNoCase(name, route.name)) return route.routed;
-  return Routed::none;
+ParsedField parsedFieldOf(std::string_view name) noexcept {
+  for (const ParsedFieldRow& route : kParsedFields)
+    if (equalsNoCase(name, route.name)) return route.parsed;
+  return ParsedField::none;
 }
 
-/// A sender given without an address: a friendly name only.
+/// Sets a sender that has only a display name.
 void setBareSenderName(Email2& node, const char* name, LogBase& log) {
   node.m_fromAddr.m_name.setFromUtf8(name);
   if (*name) node.updateFromInHeader(log);
-  // Deliberate: the field ends up holding just the name, whatever was written for name and address together.
+  // Deliberate: the field finally holds only the name, whatever was written for name and address.
   node.m_header.replaceMimeFieldUtf8("From", name, log);
 }
 
@@ -53,20 +53,20 @@ void setContentTypeField(Email2& node, const char* name, const char* value, bool
   if (node.m_common && node.emailCodePage() == 0) node.m_common->m_charset.copy(charset);
 }
 
-/// Sets a field that does the same whether it is set or added: it exists once.
-void setSingleField(Email2& node, Routed routed, const char* value, LogBase& log) {
-  switch (routed) {
-    case Routed::date: node.setDate(value, log, /*setField=*/true); break;
-    case Routed::replyTo: node.setReplyToUtf8(value, log); break;
-    case Routed::contentId: node.setContentId(value, log); break;
-    case Routed::transferEncoding: setTransferEncoding(node, value, log); break;
-    case Routed::none:
-    case Routed::from:
-    case Routed::contentType: break;
+/// Sets a field that exists once, so setting and adding are the same.
+void setSingleField(Email2& node, ParsedField parsed, const char* value, LogBase& log) {
+  switch (parsed) {
+    case ParsedField::date: node.setDate(value, log, /*setField=*/true); break;
+    case ParsedField::replyTo: node.setReplyToUtf8(value, log); break;
+    case ParsedField::contentId: node.setContentId(value, log); break;
+    case ParsedField::transferEncoding: setTransferEncoding(node, value, log); break;
+    case ParsedField::none:
+    case ParsedField::from:
+    case ParsedField::contentType: break;
   }
 }
 
-/// What else goes when the fields of a name are removed.
+/// The parsed member cleared when the fields of a name are removed.
 struct ParsedMember {
   const char* name;
   void (*clear)(Email2& node);
@@ -79,7 +79,7 @@ constexpr ParsedMember kParsedMembers[] = {
     {"From", [](Email2& node) { node.m_fromAddr.clearEmailAddress(); }},
     {"Content-ID", [](Email2& node) { node.m_contentId.clear(); }},
     {"Content-Type", [](Email2& node) { node.m_contentType.clear(); }},
-    {"Content-Disposition", forgetDisposition},
+    {"Content-Disposition", clearDisposition},
     {"Content-Transfer-Encoding", [](Email2& node) { node.m_transferEncoding.clear(); }},
 };
 
@@ -148,15 +148,15 @@ void Email2::setHeaderField_a(const char* name, const char* value, bool asGiven,
   }
 
   const StringBuffer line = oneLine(value);
-  const Routed routed = routeOf(name);
-  if (routed == Routed::from) {
+  const ParsedField parsed = parsedFieldOf(name);
+  if (parsed == ParsedField::from) {
     setSender(*this, line.getString(), log);
-  } else if (routed == Routed::contentType) {
+  } else if (parsed == ParsedField::contentType) {
     setContentTypeField(*this, name, line.getString(), asGiven, log);
-  } else if (routed == Routed::none) {
+  } else if (parsed == ParsedField::none) {
     m_header.replaceMimeFieldUtf8_a(name, line.getString(), asGiven, /*ordinary=*/true, log);
   } else {
-    setSingleField(*this, routed, line.getString(), log);
+    setSingleField(*this, parsed, line.getString(), log);
   }
 }
 
@@ -168,17 +168,17 @@ void Email2::addHeaderField2_a(const char* name, const char* value, bool asGiven
   if (!isLive() || viewOf(name).empty() || !value) return;
 
   const StringBuffer line = oneLine(value);
-  const Routed routed = routeOf(name);
-  if (routed == Routed::from) {
-    // Deliberate: unlike a set, an add knows no sender without an address.
+  const ParsedField parsed = parsedFieldOf(name);
+  if (parsed == ParsedField::from) {
+    // Deliberate: unlike setting, adding accepts no sender without an address.
     setFromFullUtf8(line.getString(), log);
-  } else if (routed == Routed::contentType) {
-    // Deliberate: a part has one Content-Type, so it is replaced, and the caller's flag has no say in it.
+  } else if (parsed == ParsedField::contentType) {
+    // Deliberate: a part has one Content-Type, so it is replaced, and `asGiven` is ignored.
     setContentTypeField(*this, name, line.getString(), /*asGiven=*/false, log);
-  } else if (routed == Routed::none) {
+  } else if (parsed == ParsedField::none) {
     m_header.addMimeField(name, line.getString(), asGiven, log);
   } else {
-    setSingleField(*this, routed, line.getString(), log);
+    setSingleField(*this, parsed, line.getString(), log);
   }
 }
 

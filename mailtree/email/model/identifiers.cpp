@@ -15,7 +15,7 @@ constexpr unsigned kFilenameBytes = 4;
 constexpr std::uint32_t kTickMask = 0xFFFFFF;
 constexpr int kMaxFilenameIndex = 999;
 
-/// Counts the file names made in this process, 0 to 999 over and over.
+/// Counts the file names generated in this process, cycling through 0 to 999.
 std::atomic<int> GenFnameIdx{0};
 
 int nextFilenameIndex() noexcept {
@@ -26,8 +26,8 @@ int nextFilenameIndex() noexcept {
   return index;
 }
 
-/// Replaces `out` by the random bytes of a Message-ID; false when they are not all there.
-bool drawMessageIdBytes(DataBuffer& out) {
+/// Fills `out` with the random bytes of a Message-ID; false when there are too few.
+bool generateMessageIdBytes(DataBuffer& out) {
   out.clear();
   RandomSource::genRandomBytes(kMessageIdBytes, out);
   return out.getSize() == kMessageIdBytes;
@@ -57,14 +57,14 @@ void appendIdentifierHost(std::string_view computerName, StringBuffer& out) {
 bool Email2::generateMessageID(LogBase& log) {
   if (!isLive()) return false;
   DataBuffer random;
-  bool isDrawn = drawMessageIdBytes(random);
-  if (!isDrawn) isDrawn = drawMessageIdBytes(random);
-  if (!isDrawn) {
+  bool isComplete = generateMessageIdBytes(random);
+  if (!isComplete) isComplete = generateMessageIdBytes(random);
+  if (!isComplete) {
     log.logError("Failed to generate random bytes for email Message-ID");
     return false;
   }
-  if (isAllZero(random) && !drawMessageIdBytes(random)) {
-    // Deliberate: the full stop tells this failure from the one above.
+  if (isAllZero(random) && !generateMessageIdBytes(random)) {
+    // Deliberate: the full stop distinguishes this failure from the one above.
     log.logError("Failed to generate random bytes for email Message-ID.");
     return false;
   }
@@ -112,7 +112,7 @@ void Email2::genEmailFilename(StringBuffer& out) const {
 
 void Email2::genEmailFilename2(const SorvikSysTime& time, StringBuffer& out) {
   const std::uint32_t tick = Psdk::getTickCount() & kTickMask;
-  Psdk::sleepMs(1);  // two names made back to back differ in their tick
+  Psdk::sleepMs(1);  // so the ticks of consecutive names differ
   DataBuffer random;
   RandomSource::genRandomBytes(kFilenameBytes, random);
 

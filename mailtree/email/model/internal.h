@@ -1,4 +1,4 @@
-// email/model/internal.h - what identifiers are made of.
+// email/model/internal.h - helpers for identifiers and dispositions.
 #pragma once
 
 #include <string_view>
@@ -9,12 +9,12 @@ namespace mailtree {
 
 class Email2;
 
-/// Appends what stands after the "@" of an identifier made on a computer of that name: its US-ASCII letters
-/// and digits, or "unknown" when it has none.
+/// Appends the part after the "@" of an identifier: the US-ASCII letters and digits of the computer name, or
+/// "unknown" when it has none.
 void appendIdentifierHost(std::string_view computerName, StringBuffer& out);
 
-/// Clears disposition and file name. A text that was a file by them becomes one like others: in utf-8.
-/// (content_attributes.cpp)
-void forgetDisposition(Email2& node);
+/// Clears disposition and file name. A text that was a file because of them is converted
+/// to utf-8. (content_attributes.cpp)
+void clearDisposition(Email2& node);
 
 }  // namespace mailtree

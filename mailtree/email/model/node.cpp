@@ -9,8 +9,8 @@
 namespace mailtree {
 namespace {
 
-/// Destroys every node of a list and all that is below them. The children of each node join the list before
-/// the node goes, so that destructors never nest, however deep the tree is.
+/// Destroys all nodes of a list and everything below them. Children join the list before their parent is
+/// destroyed, so destructors never nest, however deep the tree is.
 void destroyNodes(ExtPtrArray& nodes) noexcept {
   while (nodes.getSize() > 0) {
     const EmailPtr last(static_cast<Email2*>(nodes.removeAt(nodes.getSize() - 1)));
@@ -18,9 +18,9 @@ void destroyNodes(ExtPtrArray& nodes) noexcept {
   }
 }
 
-/// Writes null in a way the optimiser must keep: operations that do not look at the marker find a destroyed
-/// node without shared settings.
-void forgetCommon(_svEmailCommon*& common) noexcept {
+/// Writes null in a way the optimiser must keep: operations that do not check the marker then find no shared
+/// settings in a destroyed node.
+void clearCommon(_svEmailCommon*& common) noexcept {
   *static_cast<_svEmailCommon* volatile*>(&common) = nullptr;
 }
 
@@ -61,7 +61,7 @@ Email2::~Email2() {
   m_bccAddrs.removeAllObjects();
   writeMarker(m_magic, 0);
   if (m_common) m_common->decRefCount();
-  forgetCommon(m_common);
+  clearCommon(m_common);
 }
 
 Email2* Email2::createNewObject(_svEmailCommon& common) {

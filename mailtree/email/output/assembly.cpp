@@ -1,4 +1,4 @@
-// email/output/assembly.cpp - an email tree written as MIME (RFC 2045, 2046).
+// email/output/assembly.cpp - writes an email tree as MIME (RFC 2045, 2046).
 
 #include <algorithm>
 #include <limits>
@@ -19,7 +19,7 @@
 namespace mailtree {
 namespace {
 
-/// How deep the walk goes, which recurses. Loading stays far below; a tree deeper than this was made by hand.
+/// Maximum depth of the recursion. Loaded trees are far below; only a tree built by the caller can be deeper.
 constexpr int kMaxWrittenDepth = 1'000;
 
 /// The boundaries of the multiparts around a node, innermost first.
@@ -28,13 +28,13 @@ struct Enclosing {
   const Enclosing* outer;
 };
 
-/// Why a message did not go out whole.
+/// Why a message was not written completely.
 struct Faults {
   bool tooDeep = false;         ///< Parts were left out.
-  bool dotAfterBareCr = false;  ///< In bytes that must not change, on their way to SMTP. The walk stops.
+  bool dotAfterBareCr = false;  ///< In bytes for SMTP that must not change. Stops the walk.
 };
 
-/// One walk over a subtree: where it goes to, and what holds for every node below.
+/// A walk over a subtree: its destination, and the settings for all nodes below.
 struct Assembly {
   Destination to;
   bool forSmtp;  ///< The destination doubles leading dots.
@@ -77,7 +77,7 @@ void turn8bitToQp(Email2& node, LogBase& log) {
   if (is8bit) setTransferEncoding(node, "quoted-printable", log);
 }
 
-/// Whether nothing says in what form this 8-bit text travels. The body is looked at last: that costs.
+/// Whether this is 8-bit text without a transfer encoding. Checks the body last, because that is slow.
 bool lacksTransferEncoding(const Email2& node) noexcept {
   if (node.m_disposition.equalsIgnoreCase("attachment") || hasChildren(node)) return false;
   const StringBuffer& type = node.m_contentType.m_type;
@@ -87,7 +87,7 @@ bool lacksTransferEncoding(const Email2& node) noexcept {
 
 void labelUnlabelled8bitText(Email2& node, LogBase& log) {
   if (!lacksTransferEncoding(node)) return;
-  // With its name a file stays one, which keeps its bytes the next time too.
+  // With its name the part still counts as a file that keeps its bytes when it is loaded again.
   const char* const name =
       node.m_contentType.m_name.isEmpty() ? nullptr : node.m_contentType.m_name.getString();
   if (node.m_contentType.m_type.isEmpty())
@@ -95,13 +95,13 @@ void labelUnlabelled8bitText(Email2& node, LogBase& log) {
   if (node.m_transferEncoding.isEmpty()) setTransferEncoding(node, "quoted-printable", log);
 }
 
-/// Whether the body is ciphertext in the place of the text that the Content-Type tells of: to be written as it is.
+/// Whether the body was encrypted in place of the text in its Content-Type, and must be written as it is.
 bool isEncryptedInPlace(const Email2& node) noexcept {
   return isEncryptedBody(node.m_header, node.m_transferEncoding, node.m_body.view());
 }
 
-/// RFC 2045 allows a multipart only 7bit, 8bit and binary, which say nothing. One whose parts were not found goes
-/// unencoded with its field, but ciphertext in its place is no multipart.
+/// RFC 2045 allows a multipart only 7bit, 8bit and binary, so the field is removed. If its parts were not
+/// found, the body is written unencoded, unless it is ciphertext.
 void dropEncodingOfAlternative(Email2& node) {
   if (!node.m_contentType.m_type.equals("multipart/alternative") || isEncryptedInPlace(node)) return;
   node.m_header.removeMimeField("Content-Transfer-Encoding", /*all=*/true);
@@ -122,11 +122,11 @@ OutgoingBody chooseBody(Email2& node, bool isAttachment, LogBase& log) {
   return isText ? outgoingText(node, log) : storedBody(node);
 }
 
-/// Empty lines at the top of a message mean nothing to who reads it, so that after an empty header a body which looks
-/// like fields would become the header. This one says nothing and keeps the two apart.
+/// Readers skip empty lines at the top of a message. After an empty header, a body that looks like header
+/// fields would become the header, so this harmless field is written first.
 constexpr std::string_view kFieldBeforeBody = "MIME-Version: 1.0";
 
-bool becomesHeader(std::string_view body, const Assembly& job) noexcept {
+bool looksLikeHeader(std::string_view body, const Assembly& job) noexcept {
   return job.isTop && findFirstField(body) != std::string_view::npos;
 }
 
@@ -134,7 +134,7 @@ void appendHeader(const Email2& node, const OutgoingBody& body, const Assembly& 
   const std::size_t before = out.getSize();
   node.m_header.getMimeHeader(out, job.omitPrefix, body.headerCodePage, job.isTop, job.log);
   const bool isEmpty = out.getSize() == before;
-  if (isEmpty && !hasChildren(node) && becomesHeader(body.bytesOf(node).view(), job))
+  if (isEmpty && !hasChildren(node) && looksLikeHeader(body.bytesOf(node).view(), job))
     out.append(kFieldBeforeBody);
   if (out.getSize() != before) out.append("\r\n");
   out.append("\r\n");
@@ -151,25 +151,25 @@ bool writeHeader(const Email2& node, const OutgoingBody& body, const Assembly& j
   return job.to.write(header);
 }
 
-/// Whether bytes that must not change can go out. Some servers take a bare CR for a line end, and the dot after it
-/// for the end of the message.
-bool canTravel(std::string_view bytes, const Assembly& job) noexcept {
+/// Whether bytes that must not change can be sent. Some servers take a bare CR for a line break, and a dot
+/// after it for the end of the message.
+bool canSend(std::string_view bytes, const Assembly& job) noexcept {
   if (job.forSmtp && findSubstring(bytes, "\r.") != std::string_view::npos) job.faults->dotAfterBareCr = true;
   return !job.faults->dotAfterBareCr;
 }
 
 bool writeReceived(std::string_view received, const Assembly& job) {
-  if (!canTravel(received, job)) return false;
+  if (!canSend(received, job)) return false;
   const std::size_t headerEnd = endOfLine(received, 0);
   const bool hasHeader = !trim(received.substr(0, headerEnd)).empty();
-  if (hasHeader || !becomesHeader(received, job)) return job.to.write(received);
+  if (hasHeader || !looksLikeHeader(received, job)) return job.to.write(received);
   return job.to.write(std::string(kFieldBeforeBody) + "\r\n\r\n") &&
          job.to.write(received.substr(afterLineBreak(received, headerEnd)));
 }
 
 bool writeLeaf(const Email2& node, const OutgoingBody& body, const Assembly& job) {
   const DataBuffer& bytes = body.bytesOf(node);
-  if (isAttachedMessage(node) && !isEncoded(node) && !canTravel(bytes.view(), job)) return false;
+  if (isAttachedMessage(node) && !isEncoded(node) && !canSend(bytes.view(), job)) return false;
   return node.getEncodedBody(bytes, job.to.text, job.to.progress, job.log, false, job.to.sink,
                              /*dotStuff=*/false, body.normalizeLineEnds);
 }
@@ -209,18 +209,18 @@ bool holdsBoundary(std::string_view body, const Enclosing* around) noexcept {
   return false;
 }
 
-/// Whether received bytes hold a multipart that never closes and has the boundary of one around them: whoever reads them back
-/// takes the end of the outer one for its own.
-bool swallowsBoundary(const Email2& node, std::string_view received, const Enclosing* around) {
+/// Whether received bytes contain an unterminated multipart and the boundary of an outer one. A reader would
+/// take the end of the outer multipart for the inner one's.
+bool breaksOuterMultipart(const Email2& node, std::string_view received, const Enclosing* around) {
   const auto isUnclosed = [](const Email2& part) {
-    return part.m_repairs.has(Repair::boundaryUnclosed) ? Walk::stop : Walk::onward;
+    return part.m_repairs.has(Repair::boundaryUnclosed) ? Walk::stop : Walk::descend;
   };
   return walkTree(node, isUnclosed) == Walk::stop && holdsBoundary(received, around);
 }
 
-/// A line that had been encoded, or came out of a conversion, may read like the boundary of a multipart around it. In the
-/// clear it would end this part and begin another one, which nobody sent.
-void encodeHiddenBoundary(Email2& node, const OutgoingBody& body, const Assembly& job) {
+/// Encodes a body with a line that looks like the boundary of an outer multipart, after decoding or
+/// conversion. Unencoded, it would end this part and begin another one, which the sender did not write.
+void encodeBoundaryLines(Email2& node, const OutgoingBody& body, const Assembly& job) {
   if (hasChildren(node) || isEncoded(node) || !holdsBoundary(body.bytesOf(node).view(), job.around)) return;
   setTransferEncoding(node, body.normalizeLineEnds ? "quoted-printable" : "base64", job.log);
 }
@@ -232,23 +232,22 @@ bool hasBareCr(std::string_view bytes) noexcept {
   return false;
 }
 
-/// Some servers take a bare CR for a line end, and a dot after it for the end of the message.
+/// Some servers take a bare CR for a line break, and a dot after it for the end of the message.
 void encodeBareCr(Email2& node, const OutgoingBody& body, const Assembly& job) {
   if (!job.forSmtp || hasChildren(node) || isEncoded(node) || isAttachedMessage(node)) return;
   if (!body.normalizeLineEnds && hasBareCr(body.bytesOf(node).view()))
     setTransferEncoding(node, "base64", job.log);
 }
 
-/// A body that is encoded anew gets the plain name of its encoding: to some readers "base64;" is none. Letter case
-/// matters to nobody.
-void nameEncodingPlainly(Email2& node, LogBase& log) {
+/// Writes the plain name of the encoding, because some readers do not know "base64;". Letter case is kept.
+void normaliseEncodingName(Email2& node, LogBase& log) {
   const int field = node.m_header.findField("Content-Transfer-Encoding");
   if (hasChildren(node) || !isEncoded(node) || field < 0) return;
   if (!equalsNoCase(node.m_header.rawValue(field), node.m_transferEncoding))
     setTransferEncoding(node, copyOf(node.m_transferEncoding).getString(), log);
 }
 
-/// Makes the node fit to be written and chooses what its body will be.
+/// Prepares the node for writing and chooses the body to write.
 bool prepare(Email2& node, const Assembly& job, OutgoingBody& body) {
   logKind(node, job.log);
   const bool isAttachment = node.isEmailAttachment(false, job.log);
@@ -260,15 +259,15 @@ bool prepare(Email2& node, const Assembly& job, OutgoingBody& body) {
   dropEncodingOfAlternative(node);
   if (!node.isLive()) return false;
   body = chooseBody(node, isAttachment, job.log);
-  encodeHiddenBoundary(node, body, job);
+  encodeBoundaryLines(node, body, job);
   encodeBareCr(node, body, job);
-  nameEncodingPlainly(node, job.log);
+  normaliseEncodingName(node, job.log);
   return node.isLive();
 }
 
-/// Header and, for a leaf, body; a scope of its own, so that a converted body is gone before the walk
-/// descends.
-bool writeNodeItself(Email2& node, const Assembly& job) {
+/// Writes the header and, for a leaf, the body. A separate function, so that a converted body is freed before
+/// the walk descends.
+bool writeNode(Email2& node, const Assembly& job) {
   OutgoingBody body;
   if (!prepare(node, job, body) || !writeHeader(node, body, job) || !node.isLive()) return false;
   return hasChildren(node) || writeLeaf(node, body, job);
@@ -282,9 +281,9 @@ bool assemble(Email2& node, const Assembly& job) {
   }
   LogContextExitor context(job.log, "assembleMimeBody");
   const DataBuffer* const received = unchangedReceivedContent(node);
-  if (received && !swallowsBoundary(node, received->view(), job.around))
+  if (received && !breaksOuterMultipart(node, received->view(), job.around))
     return writeReceived(received->view(), job);
-  return writeNodeItself(node, job) && (!hasChildren(node) || writeSubparts(node, job));
+  return writeNode(node, job) && (!hasChildren(node) || writeSubparts(node, job));
 }
 
 /// Deliberate: the line break after each subpart is not counted.
@@ -304,8 +303,7 @@ std::uint64_t sizeOfNode(const Email2& node) noexcept {
          4 + sizeOfDelimiters(node);
 }
 
-/// Whether this is a header that was downloaded by itself; the server's size of the message stands in a
-/// field.
+/// Whether only the header was downloaded; a field then holds the size on the server.
 bool isHeaderOnly(const Email2& node) noexcept {
   const int field = node.m_header.findField("SVZ-HeaderOnly");
   return field >= 0 && !node.m_header.rawValue(field).empty();
@@ -317,14 +315,14 @@ unsigned sizeOnServer(const Email2& node, LogBase& log) {
   return size.uintValue();
 }
 
-/// Room for the whole message at once: growing on the way copies what is there already. A guess is enough, but one
-/// that is a few bytes short costs as much as none.
+/// Reserves memory for the whole message, because growing copies what is already written. An estimate is
+/// enough, but it must not be too small.
 void reserveFor(const Email2& root, StringBuffer& text) {
   constexpr std::uint64_t kSpare = 4096;
   std::uint64_t size = 0;
   walkTree(root, [&](const Email2& node) {
     size += sizeOfNode(node);
-    return Walk::onward;
+    return Walk::descend;
   });
   text.text().reserve(text.getSize() + static_cast<std::size_t>(size + size / 64 + kSpare));
 }
@@ -337,19 +335,19 @@ bool Email2::assembleMimeBody2(StringBuffer& text, _svOutput* sink, bool dotStuf
   return neverThrow(false, [&] {
     if (!sink && isTop && isLive()) reserveFor(*this, text);
     const bool forSmtp = dotStuff && sink;
-    ProgressContext unwatched(nullptr);
+    ProgressContext unmonitored(nullptr);
     std::optional<DotStuffedOutput> stuffed;
     _svOutput* const destination = forSmtp ? &stuffed.emplace(*sink, progress) : sink;
     Faults faults;
-    const bool written = assemble(*this, {.to = {text, destination, forSmtp ? unwatched : progress, log},
+    const bool written = assemble(*this, {.to = {text, destination, forSmtp ? unmonitored : progress, log},
                                           .forSmtp = forSmtp,
                                           .omitPrefix = omitPrefix,
                                           .log = log,
                                           .qpFor8bit = qpFor8bit,
                                           .isTop = isTop,
                                           .faults = &faults});
-    if (faults.tooDeep) log.logError("Parts nested too deep were left out.");
-    if (faults.dotAfterBareCr) log.logError("Content that must not change holds a dot after a bare CR.");
+    if (faults.tooDeep) log.logError("Parts nested too deeply were left out.");
+    if (faults.dotAfterBareCr) log.logError("Content that must not change contains a dot after a bare CR.");
     return written && !faults.tooDeep && !faults.dotAfterBareCr;
   });
 }
@@ -396,7 +394,7 @@ unsigned Email2::getEmailSize(LogBase& log) const {
         return Walk::skipChildren;
       }
       size += sizeOfNode(node);
-      return Walk::onward;
+      return Walk::descend;
     });
     return true;
   });

@@ -1,4 +1,4 @@
-// email/output/diagnostics.cpp - what a tree looks like, for a log.
+// email/output/diagnostics.cpp - logs the structure of a tree.
 #include <vector>
 
 #include "mailtree/email/internal.h"
@@ -27,7 +27,7 @@ void logFields(Email2& node, LogBase& log) {
   log.LogDataLong("bodySize", static_cast<std::int64_t>(node.m_body.getSize()));
 }
 
-/// The walk keeps its own stack, so that a tree of any depth can be looked at; the contexts nest as the nodes do.
+/// The walk uses its own stack, so a tree may have any depth. Log contexts nest as the nodes do.
 class StructureLog {
  public:
   StructureLog(StringBuffer& scratch, LogBase& log) noexcept : m_scratch(scratch), m_log(log) {}

@@ -1,4 +1,4 @@
-// email/output/encoded_words.cpp - single encoded words (RFC 2047), and a header rendered with them.
+// email/output/encoded_words.cpp - single encoded words (RFC 2047), and a header written with them.
 
 #include <memory>
 #include <tuple>
@@ -52,7 +52,7 @@ void Email2::qEncodeData(const unsigned char* data, long length, const char* cha
 }
 
 void Email2::getQBEncodedMimeHeader(StringBuffer& out, LogBase& log, bool) const {
-  // Every field: what a written body part leaves out belongs to this rendering.
+  // All fields are written, even those that a body part would omit.
   if (isLive()) m_header.getMimeHeader(out, nullptr, emailCodePage(), /*isTop=*/true, log);
 }
 

@@ -1,8 +1,8 @@
-// email/output/received_content.cpp - whether signed content still is what was received.
+// email/output/received_content.cpp - detects whether signed content has changed since it was received.
 //
-// A digest over everything that output reads is kept with the received bytes and taken again when they are to
-// be written. It guards against changes by the caller, not against forgers, so it is made for speed: four
-// independent lanes of multiplications, 32 bytes at a step.
+// A digest of everything that output reads is stored with the received bytes and computed again before they
+// are written. It detects changes by the caller, not forgery, so it is made for speed: four independent lanes
+// of multiplications, 32 bytes per step.
 
 #include <algorithm>
 #include <bit>
@@ -16,7 +16,7 @@ namespace {
 
 class ContentDigest {
  public:
-  /// Takes a text in with its length, so that texts cannot run into each other.
+  /// Adds a text with its length, so that adjacent texts cannot be confused.
   void add(std::string_view text) noexcept;
   void add(std::uint64_t number) noexcept { mix(m_lanes[0], number); }
   std::array<std::uint64_t, 2> finish() const noexcept;
@@ -30,7 +30,7 @@ class ContentDigest {
     std::memcpy(&word, bytes, size);
     return word;
   }
-  /// A bijection of the lane for every word: what was taken in before is never lost.
+  /// A bijection of the lane for every word, so no earlier input is lost.
   static void mix(std::uint64_t& lane, std::uint64_t word) noexcept {
     lane = std::rotl((lane ^ word) * 0xD6E8FEB86659FD93u, 29);
   }
@@ -99,19 +99,19 @@ std::array<std::uint64_t, 2> contentFingerprint(const Email2& node) {
   ContentDigest digest;
   walkTree(node, [&](const Email2& part) {
     addNode(part, digest);
-    return Walk::onward;
+    return Walk::descend;
   });
   return digest.finish();
 }
 
-void keepReceivedContent(Email2& node, DataBuffer&& bytes) {
+void storeReceivedContent(Email2& node, DataBuffer&& bytes) {
   auto received = std::make_unique<ReceivedContent>();
   received->bytes = std::move(bytes);
   received->fingerprint = contentFingerprint(node);
   node.m_received = std::move(received);
 }
 
-void keepReceivedContent(Email2& node, StringBuffer&& text) {
+void storeReceivedContent(Email2& node, StringBuffer&& text) {
   auto received = std::make_unique<ReceivedContent>();
   received->text = std::move(text);
   received->bytes.borrowData(received->text.getString(), received->text.getSize());

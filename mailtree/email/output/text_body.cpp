@@ -10,7 +10,7 @@
 namespace mailtree {
 namespace {
 
-/// Gives a page a whole structure and a META tag that names the charset in which it travels.
+/// Completes the structure of the HTML and declares its output charset in a META tag.
 void declareCharset(StringBuffer& html, const char* charset, LogBase& log) {
   LogContextExitor context(log, "processHtmlMeta");
   _svHtmlHelp::ensureStructure(html);
@@ -25,8 +25,8 @@ bool convert(std::string_view utf8, int codePage, DataBuffer& out, LogBase& log)
   return EncodingConvert::EncConvert(kCpUtf8, codePage, utf8.data(), utf8.size(), out, log);
 }
 
-/// The page is mended while it still is utf-8. Everything added is ASCII, so that the order does not show;
-/// but markup read after a conversion would see the double bytes of iso-2022-jp as tags.
+/// Repairs the HTML while it is utf-8. Additions are ASCII, so the order makes no difference to them, but
+/// tags searched for after conversion could be bytes of iso-2022-jp characters.
 bool convertHtml(const Email2& node, int codePage, DataBuffer& out, LogBase& log) {
   StringBuffer html(node.m_body.view());
   const bool isEmails = codePage == node.emailCodePage();
@@ -35,7 +35,7 @@ bool convertHtml(const Email2& node, int codePage, DataBuffer& out, LogBase& log
   return convert(html, codePage, out, log);
 }
 
-/// Line ends come first: afterwards any unit could hold a byte that looks like one.
+/// Normalises line breaks first, because converted units may contain the same bytes.
 bool convertToWideUnits(const Email2& node, int codePage, DataBuffer& out, LogBase& log) {
   if (isEncoded(node) || !node.m_body.containsBareCRLF())
     return convert(node.m_body.view(), codePage, out, log);
@@ -44,15 +44,15 @@ bool convertToWideUnits(const Email2& node, int codePage, DataBuffer& out, LogBa
 }
 
 bool convertText(const Email2& node, int codePage, DataBuffer& out, LogBase& log) {
-  // Deliberate: an email in us-ascii is converted to the host's own code page, and no page is mended for it.
+  // Deliberate: us-ascii text is converted to the host's ANSI code page, and its HTML is not repaired.
   if (codePage == kCpUsAscii) return convert(node.m_body.view(), Psdk::getAnsiCodePage(), out, log);
   if (hasWideUnits(codePage)) return convertToWideUnits(node, codePage, out, log);
   const bool isHtml = beginsWithNoCase(node.m_contentType.m_type, "text/html");
   return isHtml ? convertHtml(node, codePage, out, log) : convert(node.m_body.view(), codePage, out, log);
 }
 
-/// A label of our own is the name of a small set. One that was received has been true to its bytes for as long as
-/// nobody changes them, and stays.
+/// A label that we write names a small charset. A received label is kept, because it is correct as long as
+/// the bytes do not change.
 int codePageOfText(Email2& node, int wanted, LogBase& log) {
   if (node.m_header.isReceived(node.m_header.findField("Content-Type"))) return wanted;
   const int codePage = codePageToWrite(wanted, node.m_body.view());
@@ -62,7 +62,7 @@ int codePageOfText(Email2& node, int wanted, LogBase& log) {
 
 void relabelUtf8(Email2& node, LogBase& log) {
   labelUtf8(node, log);
-  if (promises7bit(node) && !node.m_body.is7bit(0)) setTransferEncoding(node, "quoted-printable", log);
+  if (isDeclared7bit(node) && !node.m_body.is7bit(0)) setTransferEncoding(node, "quoted-printable", log);
 }
 
 }  // namespace

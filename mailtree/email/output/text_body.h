@@ -1,15 +1,15 @@
-// email/output/text_body.h - the body of a text part as it leaves: utf-8 brought to the charset of the email.
+// email/output/text_body.h - the written body of a text part, converted from utf-8 to the email's charset.
 #pragma once
 
 #include "mailtree/email/Email2.h"
 
 namespace mailtree {
 
-/// What is written for a node.
+/// The body written for a node.
 struct OutgoingBody {
-  DataBuffer converted;  ///< The body in another charset; the node's own is never changed.
+  DataBuffer converted;  ///< The body in another charset; the stored one never changes.
   bool isConverted = false;
-  int headerCodePage = 0;  ///< In which the header is written.
+  int headerCodePage = 0;  ///< Code page of the written header.
   bool normalizeLineEnds = false;
 
   const DataBuffer& bytesOf(const Email2& node) const noexcept {
@@ -17,16 +17,16 @@ struct OutgoingBody {
   }
 };
 
-/// The body as it is stored, for everything that is no text.
+/// The stored body, for anything except text.
 inline OutgoingBody storedBody(const Email2& node) noexcept {
   OutgoingBody body;
   body.headerCodePage = node.emailCodePage();
   return body;
 }
 
-/// Converts a text leaf for output. A text that the email's charset cannot carry goes as utf-8: the node's
-/// Content-Type then says so, and a 7bit or missing transfer encoding becomes quoted-printable where the
-/// bytes need one.
+/// Converts a text leaf for output. Text that does not fit the email's charset is written as utf-8:
+/// the node's Content-Type then says so, and a 7bit or missing transfer encoding becomes
+/// quoted-printable if needed.
 OutgoingBody outgoingText(Email2& node, LogBase& log);
 
 }  // namespace mailtree

@@ -7,7 +7,7 @@
 namespace mailtree {
 namespace {
 
-/// Gathers small pieces, so that a sink is written to in large ones whatever the text looks like.
+/// Collects small pieces, so that the sink gets large ones.
 class PieceWriter {
  public:
   PieceWriter(_svOutput& sink, ProgressContext& progress, LogBase& log) noexcept
@@ -47,7 +47,7 @@ bool DotStuffedOutput::put(std::string_view bytes, LogBase& log) {
   PieceWriter pieces(m_sink, m_progress, log);
   if (beginsWithDot && !pieces.put(".")) return false;
   for (; at != std::string_view::npos; at = findSubstring(bytes, kDottedLine)) {
-    if (!pieces.put(bytes.substr(0, at + 2))) return false;  // this dot, and again with the next piece
+    if (!pieces.put(bytes.substr(0, at + 2))) return false;  // the dot is written again with the next piece
     bytes.remove_prefix(at + 1);
   }
   return pieces.put(bytes) && pieces.flush();
@@ -55,8 +55,8 @@ bool DotStuffedOutput::put(std::string_view bytes, LogBase& log) {
 
 bool writeUnencoded(std::string_view bytes, bool dotStuff, const Destination& to) {
   if (!dotStuff || !to.sink) return to.write(bytes);
-  ProgressContext unwatched(nullptr);
-  return DotStuffedOutput(*to.sink, to.progress).write(bytes, unwatched, to.log);
+  ProgressContext unmonitored(nullptr);
+  return DotStuffedOutput(*to.sink, to.progress).write(bytes, unmonitored, to.log);
 }
 
 }  // namespace mailtree

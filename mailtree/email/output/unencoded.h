@@ -1,4 +1,4 @@
-// email/output/unencoded.h - where output goes, and bytes written there as they are.
+// email/output/unencoded.h - output destinations, and writing bytes without a transfer encoding.
 #pragma once
 
 #include <string_view>
@@ -7,7 +7,7 @@
 
 namespace mailtree {
 
-/// A sink, or without one a text that is appended to.
+/// A sink or, when that is null, a text to append to.
 struct Destination {
   StringBuffer& text;
   _svOutput* sink;
@@ -19,11 +19,11 @@ struct Destination {
   }
 };
 
-/// Passes everything on to another sink and doubles every "." that begins a line (RFC 5321, 4.5.2), in any piece
-/// that is written. A line begins at the start and after LF. Memory stays bounded.
+/// Writes to another sink and doubles every "." that begins a line (RFC 5321, 4.5.2), also across writes. A
+/// line begins at the start and after LF. Memory use is bounded.
 class DotStuffedOutput final : public _svOutput {
  public:
-  /// Both are borrowed. The progress is that of the sink; whoever writes here passes one without a monitor.
+  /// Both are borrowed. `progress` is for the sink; callers of write() pass one without a monitor.
   DotStuffedOutput(_svOutput& sink, ProgressContext& progress) noexcept
       : m_sink(sink), m_progress(progress) {}
 
@@ -36,8 +36,8 @@ class DotStuffedOutput final : public _svOutput {
   bool m_atLineBegin = true;
 };
 
-/// Writes bytes without a transfer encoding. With `dotStuff`, and only to a sink, every "." that begins a line is
-/// doubled on the way.
+/// Writes bytes without a transfer encoding. With `dotStuff`, and only to a sink, every "." that begins a
+/// line is doubled.
 bool writeUnencoded(std::string_view bytes, bool dotStuff, const Destination& to);
 
 }  // namespace mailtree

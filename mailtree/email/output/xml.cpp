@@ -1,7 +1,7 @@
-// email/output/xml.cpp - a tree as an XML document:
+// email/output/xml.cpp - renders a tree as an XML document:
 //
 //   mime_message   the header fields, one element each, then one body
-//     body         subpart elements, each of one mime_message; then the node's own body in its transfer encoding
+//     body         subparts of one mime_message each; then the node's own body in its transfer encoding
 #include "mailtree/base/Xml.h"
 
 #include "mailtree/base/Search.h"
@@ -11,16 +11,16 @@
 namespace mailtree {
 namespace {
 
-/// XML parsers refuse elements nested deeper than 256 unless told otherwise, and a part takes three.
+/// XML parsers reject elements nested deeper than 256 by default, and a part takes three.
 constexpr int kMaxNestedXml = 80;
 
-/// Marks an element as CDATA, which a reader can read, unless the body is a coding anyway.
+/// Marks the element as CDATA for readability, unless the body is encoded anyway.
 void setBodyText(ClsXml& body, const StringBuffer& encoding, StringBuffer& text) {
   body.put_Cdata(!encoding.equalsIgnoreCase("base64") && !encoding.equalsIgnoreCase("quoted-printable"));
   body.takeContent(text.extractString());
 }
 
-/// Everything below a node that is too deep for elements of its own: the MIME text of its parts.
+/// Writes the parts of a node that is too deep for elements as MIME text.
 void addPartsAsText(Email2& node, ClsXml& body, LogBase& log) {
   constexpr std::string_view kEmptyLine = "\r\n\r\n";
   StringBuffer mime;
@@ -37,7 +37,7 @@ bool isDamagedUtf8(const Email2& node) noexcept {
          !isValidUtf8(node.m_body.view());
 }
 
-/// The body in its transfer encoding. What is damaged is U+FFFD there too, as XML gives it in the clear.
+/// The body in its transfer encoding. Malformed text becomes U+FFFD, as in unencoded XML text.
 void encodeBody(Email2& node, StringBuffer& text, LogBase& log) {
   if (!isDamagedUtf8(node)) return node.getMimeBodyEncodedUtf8(text, log);
   DataBuffer stored;
@@ -49,7 +49,7 @@ void encodeBody(Email2& node, StringBuffer& text, LogBase& log) {
 
 bool fillElement(Email2& node, ClsXml& element, int level, LogBase& log);
 
-/// A part for which there is no element is passed over.
+/// Skips a part whose element could not be created.
 void addSubparts(const Email2& node, ClsXml& body, int level, LogBase& log) {
   for (int i = 0; i < node.getNumParts(); ++i) {
     Email2* const part = node.getPart(i);

@@ -1,5 +1,4 @@
-// email/structure/alternatives.cpp - the text bodies of a message: at most one per media type, in a fixed
-// order.
+// email/structure/alternatives.cpp - the text bodies of a message, at most one per media type, in fixed order.
 #include <algorithm>
 #include <cstddef>
 #include <set>
@@ -10,14 +9,14 @@
 namespace mailtree {
 namespace {
 
-/// Whether a node is a text that a reader would see as a body.
-/// Deliberate: the prefix is compared with regard to case; types are lower case from loading on.
+/// Whether a node is a text displayed as a body.
+/// Deliberate: the prefix is case-sensitive; types are lower case after loading.
 bool isTextBody(Email2& node) {
   return mediaType(&node).starts_with("text/") && !node.isNotAlternativeBody();
 }
 
-/// Lists the alternatives beneath a node. What lies ahead is kept as a stack of steps, not as calls: a tree
-/// made by hand may be deeper than any call stack.
+/// Lists the alternatives beneath a node. Pending steps are kept on a stack of their own, because a tree
+/// built by the caller may be deeper than any call stack.
 class Enumeration {
  public:
   Enumeration(const Email2& root, ExtPtrArray& out) : m_root(root), m_out(out) {}
@@ -33,7 +32,7 @@ class Enumeration {
       }
       const std::ptrdiff_t mark = static_cast<std::ptrdiff_t>(m_steps.size());
       planNode(*step.node);
-      std::reverse(m_steps.begin() + mark, m_steps.end());  // planned first, done first
+      std::reverse(m_steps.begin() + mark, m_steps.end());  // in the order planned
     }
   }
 
@@ -54,7 +53,7 @@ class Enumeration {
 
   void planNode(Email2& node) {
     if (!node.isLive()) return;
-    // A message that says nothing about its content is one text.
+    // A message without type and disposition is one text.
     if (&node == &m_root && node.m_contentType.m_type.isEmpty() && node.m_disposition.isEmpty())
       return planAdd(node);
     if (node.isMultipartMixed()) return planMixed(node);
@@ -66,8 +65,8 @@ class Enumeration {
     if (node.isMultipartAlternative() || node.isMultipartRelated()) planBodies(node);
   }
 
-  /// The first found of a type wins, so the order says which of several texts is the body: those in
-  /// enclosures for bodies come before loose ones.
+  /// The first part of each type wins, so the order decides which of several texts is the body: those in body
+  /// enclosures come before loose ones.
   void planMixed(const Email2& mixed) {
     planChildren(mixed, [](const Email2& child) { return child.isMultipartRelated(); });
     planChildren(mixed, [](const Email2& child) { return child.isMultipartAlternative(); });
@@ -77,8 +76,8 @@ class Enumeration {
     });
   }
 
-  /// What was signed is the first part; the signature is never looked at.
-  /// Deliberate: a dead first part is found too, and then nothing is.
+  /// The signed content is the first part; the signature is never searched.
+  /// Deliberate: a dead first part is chosen too, and yields nothing.
   void planSigned(const Email2& node) {
     for (int i = 0; i < node.m_subParts.getSize(); ++i) {
       Email2* const child = node.m_subParts.at<Email2>(i);
@@ -105,8 +104,8 @@ class Enumeration {
     });
   }
 
-  /// Mail has two or three types of text. Only a hostile message has many, and it must not cost a comparison
-  /// per pair.
+  /// Normal mail has two or three text types. A hostile message may have many, which must not cost a
+  /// comparison per pair.
   void add(const Email2& candidate) {
     constexpr int kFewTypes = 16;
     if (m_out.getSize() < kFewTypes) return candidate.checkAddEmailUniqueContentType(&candidate, m_out);
@@ -120,7 +119,7 @@ class Enumeration {
   const Email2& m_root;
   ExtPtrArray& m_out;
   std::vector<Step> m_steps;
-  std::set<std::string_view, LessNoCase> m_types;  ///< Of the entries in m_out, once they are many.
+  std::set<std::string_view, LessNoCase> m_types;  ///< Types in m_out, once there are many.
 };
 
 int indexOfType(const ExtPtrArray& alternatives, const char* contentType) noexcept {
@@ -129,8 +128,8 @@ int indexOfType(const ExtPtrArray& alternatives, const char* contentType) noexce
   return -1;
 }
 
-/// Whether a child of an alternative enclosure carries the body of that type: by itself, or as the main part
-/// of a related enclosure.
+/// Whether a child of a multipart/alternative has the body of this type: itself, or as the main part
+/// of a multipart/related.
 bool carriesAlternative(const Email2& child, const char* contentType) noexcept {
   if (child.m_contentType.m_type.equalsIgnoreCase(contentType)) return true;
   return child.isMultipartRelated() && child.m_contentType.m_subtype.equalsIgnoreCase(contentType);
@@ -141,8 +140,8 @@ bool isAttachedMht(const Email2& message) noexcept {
          message.m_dispFilename.endsWithIgnoreCase(".mht");
 }
 
-/// Types that no reader shows, though they may stand where a body does.
-/// Deliberate: compared with regard to case.
+/// Types that readers do not display, although they may be in the place of a body.
+/// Deliberate: case-sensitive.
 bool isDataType(std::string_view type) noexcept {
   return type == "application/edifact" || type == "application/smil";
 }
@@ -190,7 +189,7 @@ bool Email2::isNotAlternativeBody() {
   if (!isLive() || beginsWithNoCase(type, "multipart/")) return false;
   if (equalsNoCase(type, "message/rfc822")) return isAttachedMht(*this);
   if (m_disposition.equalsIgnoreCase("attachment")) return true;
-  // Deliberate: a name and base64 make an attachment, even of a part that says inline.
+  // Deliberate: a name with base64 makes a part an attachment, even with disposition inline.
   if (!m_contentType.m_name.isEmpty() && m_transferEncoding.equalsIgnoreCase("base64")) return true;
   return m_contentType.m_name.endsWithIgnoreCase(".pem") || isDataType(type);
 }
@@ -215,7 +214,7 @@ bool Email2::getAlternativeContentType(int index, StringBuffer& out, LogBase*) {
 bool Email2::getAlternativeBodyData(const Email2& root, int index, DataBuffer& out, LogBase& log) {
   const Email2* const alternative = getAlternative(root, index);
   if (!alternative) return false;
-  // Deliberate: an alternative whose body cannot be fetched counts as one with an empty body.
+  // Deliberate: an alternative whose body cannot be read counts as empty.
   alternative->getEffectiveBodyData(root, out, log);
   return true;
 }
@@ -225,7 +224,7 @@ bool Email2::getAlternativeBodyMb(const Email2& root, int index, DataBuffer& out
   if (!getAlternativeBodyData(root, index, out, log)) return false;
   if (codePage < 1 || codePage == kCpUtf8) return true;
   DataBuffer converted;
-  // Deliberate: what the code page cannot carry does not make the body unreadable.
+  // Deliberate: characters missing from the code page do not make the operation fail.
   EncodingConvert::EncConvert(kCpUtf8, codePage, out.getData2(), out.getSize(), converted, log);
   out.takeData(converted);
   return true;

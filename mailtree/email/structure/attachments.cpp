@@ -1,7 +1,7 @@
-// email/structure/attachments.cpp - which nodes are attachments, their order, and taking them out.
+// email/structure/attachments.cpp - which nodes are attachments, their order, and removing them.
 //
-// The decision about one part is in mime/AttachmentRules.h. Here is what depends on its place in the tree.
-// Walks keep their own stack: a tree made by hand may be deeper than any call stack.
+// mime/AttachmentRules.h decides about a single part; this file handles what depends on its place in the
+// tree. Walks use their own stack, because a tree built by the caller may be deeper than any call stack.
 #include <algorithm>
 #include <unordered_set>
 #include <vector>
@@ -12,35 +12,35 @@
 namespace mailtree {
 namespace {
 
-/// Types that count as a mixed enclosure when attachments are looked for; the fourth stands so in real mail.
+/// Types treated as multipart/mixed when searching for attachments; the fourth occurs literally in real mail.
 constexpr std::string_view kMixedLikeTypes[] = {kMultipartMixed, kMultipartReplace, "multipart/encrypted",
                                                 "multipart/*", "multipart/voice-message"};
 
-/// What a node is to the attachments among its children.
-enum class Enclosing { mixedLike, related, fax, alternative, signedContent, other };
+/// How a node treats attachments among its children.
+enum class ParentKind { mixedLike, related, fax, alternative, signedContent, other };
 
-Enclosing classify(const Email2& node) noexcept {
-  if (node.isMultipartMixedForAttachmentPurposes()) return Enclosing::mixedLike;
-  if (node.isMultipartRelated()) return Enclosing::related;
-  if (node.isMultipartFax()) return Enclosing::fax;
-  if (node.isMultipartAlternative()) return Enclosing::alternative;
-  // Deliberate: compared with regard to case, unlike the others.
-  if (mediaType(&node) == "multipart/signed") return Enclosing::signedContent;
-  return Enclosing::other;
+ParentKind classify(const Email2& node) noexcept {
+  if (node.isMultipartMixedForAttachmentPurposes()) return ParentKind::mixedLike;
+  if (node.isMultipartRelated()) return ParentKind::related;
+  if (node.isMultipartFax()) return ParentKind::fax;
+  if (node.isMultipartAlternative()) return ParentKind::alternative;
+  // Deliberate: case-sensitive, unlike the others.
+  if (mediaType(&node) == "multipart/signed") return ParentKind::signedContent;
+  return ParentKind::other;
 }
 
-/// An attachment by its own fields, and no multipart.
+/// Whether a part is an attachment by its own fields and not a multipart.
 bool isLeafAttachment(Email2& node, bool inMixed, LogBase& log) {
   return node.isEmailAttachment(inMixed, log) && !node.isMultipart();
 }
 
-/// Lists attachments, or takes the one with a given number out of the tree.
-/// Deliberate: the two modes do not number alike below alternatives and signed parts. A node reached there
-/// can be listed but has no parent at hand to be taken from, and is then not counted either.
+/// Lists attachments, or removes the one with a given number from the tree.
+/// Deliberate: the two modes number differently below alternatives and signed parts. A node there can be
+/// listed but not removed, because its parent is not at hand, and is then not counted.
 class AttachmentWalk {
  public:
-  /// @param target  number of the attachment to take out; below 0 all are listed.
-  /// @param places  receives where each attachment that is listed stands; may be null.
+  /// @param target  number of the attachment to remove; below 0 lists all.
+  /// @param places  receives the place of each listed attachment; may be null.
   AttachmentWalk(ExtPtrArray& out, int target, LogBase& log, std::vector<AttachmentPlace>* places = nullptr)
       : m_out(out), m_target(target), m_log(log), m_places(places) {}
 
@@ -65,36 +65,36 @@ class AttachmentWalk {
   struct Frame {
     Email2* node;
     bool inMixed;
-    Enclosing kind;
-    bool several;           ///< Taking out, and there is more than one child.
-    int next = 0;           ///< Child to look at.
-    bool bodySeen = false;  ///< A sibling before it was an alternative or a related enclosure.
+    ParentKind kind;
+    bool several;           ///< Removing, and the node has more than one child.
+    int next = 0;           ///< Index of the next child.
+    bool bodySeen = false;  ///< An earlier child was a multipart/alternative or multipart/related.
   };
   enum class Entered { nothing, listed, opened };
 
-  bool isTakingOut() const noexcept { return m_target >= 0; }
+  bool isRemoving() const noexcept { return m_target >= 0; }
   bool isTargetNext() const noexcept { return m_out.getSize() == m_target; }
-  bool hasTarget() const noexcept { return isTakingOut() && m_out.getSize() > m_target; }
+  bool hasTarget() const noexcept { return isRemoving() && m_out.getSize() > m_target; }
 
   Entered enter(Email2& node, bool inMixed) {
     if (!node.isLive()) return Entered::nothing;
     if (isLeafAttachment(node, inMixed, m_log)) {
-      if (isTakingOut()) return Entered::nothing;
+      if (isRemoving()) return Entered::nothing;
       m_out.appendPtr(&node);
       notePlace(node, nullptr, 0);
       return Entered::listed;
     }
-    const bool several = isTakingOut() && node.m_subParts.getSize() > 1;
+    const bool several = isRemoving() && node.m_subParts.getSize() > 1;
     m_frames.push_back({&node, inMixed, classify(node), several});
     return Entered::opened;
   }
 
-  /// Looks below a child. True when the search is over.
+  /// Searches below a child. True when the search is over.
   bool descend(Email2& child, bool inMixed) {
     return enter(child, inMixed) != Entered::opened && hasTarget();
   }
 
-  /// An attachment among alternatives is listed like one without a parent, but it has one that gives it away.
+  /// An attachment among alternatives is listed as if without a parent, but can be removed from its parent.
   bool descendFromAlternative(Email2* alternative, Email2& child, int index) {
     const Entered entered = enter(child, false);
     if (entered == Entered::listed && m_places) m_places->back() = {&child, alternative, index};
@@ -110,43 +110,43 @@ class AttachmentWalk {
     if (followsBody(frame, child)) return take(frame, child, index, "Yes (follows multipart/mixed)");
     frame.bodySeen = frame.bodySeen || child.isMultipartAlternative() || child.isMultipartRelated();
     switch (frame.kind) {
-      case Enclosing::mixedLike:
+      case ParentKind::mixedLike:
         if (child.isEmailAttachment(true, m_log)) return take(frame, child, index, nullptr);
         return isSearchedInMixed(child) && descend(child, true);
-      case Enclosing::related:
-      case Enclosing::fax:
+      case ParentKind::related:
+      case ParentKind::fax:
         return child.isStrictAttachment(nullptr) &&
                take(frame, child, index, "Yes (multipart related/fax AND strict attachment)");
-      case Enclosing::alternative:
+      case ParentKind::alternative:
         if (frame.several && isLeafAttachment(child, frame.inMixed, m_log) && isTargetNext())
           return take(frame, child, index, nullptr);
         return descendFromAlternative(frame.node, child, index);
-      case Enclosing::signedContent: return descend(child, false);
-      case Enclosing::other: break;
+      case ParentKind::signedContent: return descend(child, false);
+      case ParentKind::other: break;
     }
     return false;
   }
 
-  /// Everything after the body of a mixed message is an attachment, whatever it says of itself.
+  /// Everything after the body of a multipart/mixed is an attachment, whatever its fields say.
   static bool followsBody(const Frame& frame, const Email2& child) noexcept {
-    return frame.kind == Enclosing::mixedLike && frame.bodySeen && !child.isMultipart() &&
+    return frame.kind == ParentKind::mixedLike && frame.bodySeen && !child.isMultipart() &&
            !equalsNoCase(mediaType(&child), "message/rfc822");
   }
 
   static bool isSearchedInMixed(const Email2& child) noexcept {
     switch (classify(child)) {
-      case Enclosing::mixedLike:
-      case Enclosing::related:
-      case Enclosing::fax:
-      case Enclosing::alternative: return true;
+      case ParentKind::mixedLike:
+      case ParentKind::related:
+      case ParentKind::fax:
+      case ParentKind::alternative: return true;
       default: return false;
     }
   }
 
-  /// Lists a child, or takes it out when it is the one that is wanted. True when it was.
+  /// Lists a child, or removes it when it is the target. True when it was.
   bool take(Frame& frame, Email2& child, int index, const char* reason) {
     if (reason && m_log.m_verboseLogging) child.logAttachmentReason(m_log, reason);
-    const bool isTarget = isTakingOut() && isTargetNext();
+    const bool isTarget = isRemoving() && isTargetNext();
     if (!m_out.appendPtr(&child)) return false;
     notePlace(child, frame.node, index);
     if (isTarget) frame.node->extractSubpartByIndex(index);
@@ -160,18 +160,17 @@ class AttachmentWalk {
   std::vector<Frame> m_frames;
 };
 
-/// Destroys the children that `isDoomed` names, from the last to the first. False at a dead child; those
-/// before it stay. The list is taken apart from its end and put together again, which is linear however many
-/// go.
-template <class IsDoomed>
-bool dropChildren(Email2& node, IsDoomed&& isDoomed) {
+/// Destroys the children for which `mustDrop` is true, last first. At a dead child it stops and returns
+/// false; the children before it stay. Rebuilds the list, so it is linear however many are removed.
+template <class MustDrop>
+bool dropChildren(Email2& node, MustDrop&& mustDrop) {
   std::vector<Email2*> kept;
   kept.reserve(static_cast<std::size_t>(node.m_subParts.getSize()));
   bool intact = true;
   while (intact && node.m_subParts.getSize() > 0) {
     Email2* const child = node.extractSubpartByIndex(node.m_subParts.getSize() - 1);
     intact = !child || child->isLive();
-    if (child && intact && isDoomed(*child)) {
+    if (child && intact && mustDrop(*child)) {
       const EmailPtr dropped(child);
     } else {
       kept.push_back(child);
@@ -195,16 +194,16 @@ StringBuffer bareContentId(const Email2& part, LogBase& log) {
   return contentId;
 }
 
-/// The strict attachments to which the HTML text refers by Content-ID, in one search for all of them.
+/// The strict attachments that the HTML refers to by Content-ID, found in one search.
 std::unordered_set<const Email2*> referencedAttachments(Email2& root, std::string_view html) {
   LogNull quiet;
   std::vector<const Email2*> parts;
   SubstringSet ids;
   walkTree(root, [&](const Email2& part) {
-    if (!part.isStrictAttachment(nullptr)) return Walk::onward;
+    if (!part.isStrictAttachment(nullptr)) return Walk::descend;
     parts.push_back(&part);
     ids.add(bareContentId(part, quiet));
-    return Walk::onward;
+    return Walk::descend;
   });
   const std::vector<bool> found = ids.findIn(html);
   std::unordered_set<const Email2*> referenced;
@@ -245,7 +244,7 @@ void logUnlessEmpty(LogBase& log, std::string_view tag, std::string_view value) 
   if (!value.empty()) log.LogDataSb(tag, value);
 }
 
-/// A question about parts of a media type, as getNthPartOfType asks it.
+/// A query for parts of a media type, for getNthPartOfType.
 struct PartQuery {
   std::string_view type;
   bool inlineOnly;
@@ -340,7 +339,7 @@ Email2* Email2::getAttachment2(int index, LogBase& log) {
 }
 
 Email2* Email2::extractAttachment(int index) {
-  if (index < 0) return nullptr;  // the walk would list, and take nothing out
+  if (index < 0) return nullptr;  // the walk would only list
   LogNull quiet;
   ExtPtrArray attachments;
   attachmentIterate2(isMultipartMixedForAttachmentPurposes(), attachments, index, quiet);
@@ -362,13 +361,13 @@ void Email2::dropAttachments() {
     LogNull quiet;
     walkTree(*this, [&](Email2& node, int level) {
       if (!losesAttachments(node, level)) return Walk::skipChildren;
-      const Enclosing kind = classify(node);
-      // Deliberate: what merely follows the body of a mixed message is not dropped, though it is listed.
+      const ParentKind kind = classify(node);
+      // Deliberate: parts that are attachments only because they follow the body are listed but not dropped.
       const bool intact = dropChildren(node, [&](Email2& child) {
-        if (kind == Enclosing::mixedLike) return child.isEmailAttachment(true, quiet);
-        return kind == Enclosing::related && child.isStrictAttachment(nullptr);
+        if (kind == ParentKind::mixedLike) return child.isEmailAttachment(true, quiet);
+        return kind == ParentKind::related && child.isStrictAttachment(nullptr);
       });
-      return intact ? Walk::onward : Walk::skipChildren;
+      return intact ? Walk::descend : Walk::skipChildren;
     });
     return true;
   });
@@ -388,7 +387,7 @@ void Email2::dropAttachmentsForTempMht(StringBuffer& html, LogBase& log) {
         logDroppedPart(child, log);
         return true;
       });
-      return intact ? Walk::onward : Walk::stop;  // Deliberate: a damaged child ends it wholly.
+      return intact ? Walk::descend : Walk::stop;  // Deliberate: a damaged child ends the operation.
     });
     return true;
   });
@@ -403,7 +402,7 @@ Email2* Email2::getNthPartOfType(int index, const char* contentType, bool inline
   const PartQuery query{contentType, inlineOnly, excludeAttachments};
 
   if (m_subParts.getSize() == 0) {
-    // Deliberate: a message of one part is found whatever its disposition.
+    // Deliberate: a single-part message matches whatever its disposition is.
     if (index != 0 || !query.matchesType(*this)) return nullptr;
     ++count;
     return this;

@@ -1,8 +1,7 @@
-// email/structure/construction.cpp - making multipart enclosures: empty ones, and out of a node that held
-// something else.
+// email/structure/construction.cpp - creates multipart enclosures: empty ones, and from a node with content.
 //
-// The node that becomes an enclosure stays the same object, so that a caller's pointer to the root, and the
-// header fields of the message, stay where they are.
+// A node that becomes an enclosure stays the same object, so that pointers to the root remain valid and the
+// message's header fields stay where they are.
 #include <algorithm>
 
 #include "mailtree/base/Platform.h"
@@ -11,7 +10,7 @@
 namespace mailtree {
 namespace {
 
-/// Gives a node a multipart type with a boundary of its own.
+/// Gives a node a multipart type with a new boundary.
 void setEnclosureType(Email2& node, const char* type, LogBase& log) {
   StringBuffer boundary;
   Psdk::generateBoundary(boundary, log);
@@ -27,7 +26,7 @@ Email2* createEmptyMultipart(_svEmailCommon& common, const char* type, LogBase& 
   });
 }
 
-/// The disposition stays behind, so that an attached text, which had its own bytes, may become one that output
+/// The disposition is not moved, so an attached text, which had its own bytes, may become a text that output
 /// converts from utf-8.
 void moveBody(Email2& from, Email2& to) {
   const bool hadOwnBytes = !isConvertibleText(from.traits());
@@ -38,18 +37,18 @@ void moveBody(Email2& from, Email2& to) {
     to.m_body.takeData(utf8);
 }
 
-/// Moves what a node holds, children or body, into another node that takes over its type and encoding.
+/// Moves children or body to another node, which takes over type and encoding.
 bool moveContent(Email2& from, Email2& to, LogBase& log) {
   to.m_contentType.copyFrom(from.m_contentType);
   to.refreshContentTypeHeader(log);
   setTransferEncoding(to, from.m_transferEncoding.getString(), log);
   if (from.isMultipart() && !from.m_subParts.transferPtrs(to.m_subParts)) return false;
-  // A multipart that could not be split into parts has its content as a body.
+  // A multipart that could not be split has its content as body.
   if (to.m_subParts.getSize() == 0) moveBody(from, to);
   return true;
 }
 
-/// A text without a word needs no part of its own. Without a media type it is a text too.
+/// An empty text needs no part. A missing media type means text too.
 bool isEmptyText(std::string_view type, const DataBuffer& body) noexcept {
   return body.isEmpty() && (type.empty() || equalsNoCase(type, "text/plain"));
 }
@@ -64,8 +63,8 @@ bool convertToEnclosure(Email2& node, const char* type, LogBase& log) {
   return true;
 }
 
-/// Whether bytes that nobody labelled read as text, which is then in `utf8`.
-bool readsAsText(const Email2& node, DataBuffer& utf8) {
+/// Whether unlabelled bytes decode as text, which is then in `utf8`.
+bool decodesAsText(const Email2& node, DataBuffer& utf8) {
   const auto isNoText = [](char c) { return isControlAscii(c) && !isSpaceAscii(c) && c != '\x1B'; };
   const std::string_view bytes = node.m_body.view();
   if (std::ranges::any_of(bytes, isNoText)) return false;
@@ -80,7 +79,7 @@ void fillWithText(Email2& part, DataBuffer& utf8, LogBase& log) {
   part.m_body.takeData(utf8);
   part.setContentTypeUtf8("text/plain", nullptr, nullptr, nullptr, 0, nullptr, nullptr, nullptr, log);
   part.setEncodingViaCodePage(part.emailCodePage(), 0, log);
-  if (promises7bit(part) && part.m_body.hasLineLonger(kMaxLine7bit))
+  if (isDeclared7bit(part) && part.m_body.hasLineLonger(kMaxLine7bit))
     setTransferEncoding(part, "quoted-printable", log);
 }
 
@@ -94,9 +93,9 @@ void fillWithBytes(Email2& part, DataBuffer& bytes, LogBase& log) {
 Email2* moveBytesToPart(Email2& node, LogBase& log) {
   EmailPtr owned(Email2::createNewObject0(*node.m_common));
   DataBuffer utf8;
-  const bool isText = readsAsText(node, utf8);
+  const bool isText = decodesAsText(node, utf8);
   if (!owned || !node.m_subParts.appendObject(owned.get())) return nullptr;
-  Email2* const part = owned.release();  // now the node's
+  Email2* const part = owned.release();  // the node owns it now
   if (isText) {
     node.chooseCharsetIfNecessary(utf8, log);
     fillWithText(*part, utf8, log);
@@ -112,7 +111,7 @@ Email2* moveBytesToPart(Email2& node, LogBase& log) {
 
 }  // namespace
 
-Email2* keepBytesAsPart(Email2& node, LogBase& log) {
+Email2* moveUnsplitBytesToPart(Email2& node, LogBase& log) {
   if (!node.isLive() || !node.m_common || !node.isMultipart()) return nullptr;
   if (node.m_subParts.getSize() != 0 || node.m_body.isEmpty()) return nullptr;
   return neverThrow<Email2*>(nullptr, [&] { return moveBytesToPart(node, log); });
@@ -145,7 +144,7 @@ bool Email2::addAlternativeEnclosure(LogBase& log) {
   LogContextExitor context(log, "addAlternativeEnclosure");
   if (!isLive() || !m_common) return false;
   if (log.m_verboseLogging) log.logInfo("Adding an alternative MIME enclosure...");
-  keepBytesAsPart(*this, log);
+  moveUnsplitBytesToPart(*this, log);
   if (!isMultipartMixed()) {
     convertToMultipartX("multipart/alternative", log);  // this node becomes the enclosure
     return true;
@@ -155,7 +154,7 @@ bool Email2::addAlternativeEnclosure(LogBase& log) {
     log.logInfo("Adding a new alternative MIME enclosure beneath the multipart/mixed");
   EmailPtr enclosure(createEmptyMultipartAlternative(*m_common, log));
   if (!enclosure) return false;
-  insertSubPartAtIndex(enclosure.release(), 0);  // now ours
+  insertSubPartAtIndex(enclosure.release(), 0);  // this node owns it now
   return true;
 }
 

@@ -1,8 +1,8 @@
-// email/structure/enclosure_walk.h - the way through a tree by which attached messages and reports are numbered.
+// email/structure/enclosure_walk.h - the walk that numbers attached messages and reports.
 //
-// A multipart/mixed or multipart/report is scanned: among its children, parts count and only nested enclosures
-// are entered. Below any other node every child is walked in turn. The walk keeps its own stack: a tree made by
-// hand may be deeper than any call stack.
+// A multipart/mixed or multipart/report is scanned: its children are tested, and only nested enclosures are
+// entered. Below any other node every child is walked. The walk uses its own stack, because a tree built by
+// the caller may be deeper than any call stack.
 #pragma once
 
 #include <vector>
@@ -11,26 +11,27 @@
 
 namespace mailtree {
 
-/// A node on the way down.
+/// A node on the path from the root.
 struct WalkLevel {
   Email2* node;
   bool isEnclosure;  ///< Its children are scanned.
-  int next = 0;      ///< Child to look at.
-  int count = 0;     ///< For visitors that count afresh in each enclosure.
+  int next = 0;      ///< Index of the next child.
+  int count = 0;     ///< For visitors that count per enclosure.
 
-  /// Nothing more is looked at here.
+  /// Skips the remaining children.
   void end() noexcept { next = node->m_subParts.getSize(); }
 };
 
-/// What a visitor does unless it says otherwise. It also has
-///   bool isWanted(const Email2& node)                 is this one of the parts looked for;
-///   bool take(Email2& part, WalkLevel* enclosure)     true ends the walk; null: the part was walked to itself.
+/// Defaults for visitors. A visitor also defines
+///   bool isWanted(const Email2& node)                 whether the node is one of the parts searched for;
+///   bool take(Email2& part, WalkLevel* enclosure)     handles it, true ends the walk; null
+/// outside an enclosure.
 struct EnclosureVisitor {
   bool isNested(const Email2& child) const { return child.isMultipartMixed(); }
-  /// Every node looked at; a nested enclosure once as a child and once more when it is entered.
-  void meet(const Email2&) const {}
-  void meetDead(WalkLevel&) const {}
-  void leaveNested(WalkLevel&) const {}  ///< Back in the enclosure around it.
+  /// Called for every node; for a nested enclosure as a child and again when it is entered.
+  void visit(const Email2&) const {}
+  void visitDead(WalkLevel&) const {}
+  void leaveNested(WalkLevel&) const {}  ///< Called after a nested enclosure.
 };
 
 template <class Visitor>
@@ -38,7 +39,7 @@ class EnclosureWalk {
  public:
   explicit EnclosureWalk(Visitor& visitor) : m_visitor(visitor) {}
 
-  /// Whether the visitor ended the walk.
+  /// Returns whether the visitor ended the walk.
   bool run(Email2& root) {
     if (enter(root)) return true;
     while (!m_levels.empty()) {
@@ -53,7 +54,7 @@ class EnclosureWalk {
 
  private:
   bool enter(Email2& node) {
-    m_visitor.meet(node);
+    m_visitor.visit(node);
     if (m_visitor.isWanted(node)) return m_visitor.take(node, nullptr);
     m_levels.push_back({&node, node.isMultipartMixed() || node.isMultipartReport()});
     return false;
@@ -67,11 +68,11 @@ class EnclosureWalk {
   bool visitChild(WalkLevel& level, Email2* child) {
     if (!child) return false;
     if (!child->isLive()) {
-      if (level.isEnclosure) m_visitor.meetDead(level);
+      if (level.isEnclosure) m_visitor.visitDead(level);
       return false;
     }
     if (!level.isEnclosure) return enter(*child);
-    m_visitor.meet(*child);
+    m_visitor.visit(*child);
     if (m_visitor.isWanted(*child)) return m_visitor.take(*child, &level);
     return m_visitor.isNested(*child) && enter(*child);
   }

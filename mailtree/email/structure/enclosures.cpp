@@ -1,8 +1,7 @@
-// email/structure/enclosures.cpp - what kind of multipart a node is, and the search for the nearest enclosure
-// of a kind.
+// email/structure/enclosures.cpp - multipart type tests, and the search for the nearest enclosure of a kind.
 //
-// Searches keep a list of nodes to look at instead of calling themselves: a tree made by hand may be deeper
-// than any stack.
+// Searches use a list of pending nodes instead of recursion, because a tree built by the caller may be deeper
+// than any call stack.
 #include <iterator>
 #include <vector>
 
@@ -27,7 +26,7 @@ constexpr EnclosureRow kEnclosures[] = {
 };
 static_assert(std::size(kEnclosures) == static_cast<std::size_t>(EnclosureKind::report));
 
-/// Children of nodes down to this level are looked at.
+/// Children of nodes down to this level are searched.
 constexpr int kDeepestSearchedLevel = 3;
 
 Predicate predicateOf(int kind) noexcept {
@@ -45,13 +44,13 @@ int matchingChild(const Email2& node, Predicate matches) noexcept {
   return -1;
 }
 
-/// A direct child beats anything deeper; beyond that, depth-first in the order of the children.
+/// A direct child is preferred to anything deeper; otherwise depth-first, in order.
 Email2* searchBelow(Email2& start, Predicate matches, int level, _svParentEmailPtr& place) {
   Email2* found = nullptr;
   walkTree(start, [&](Email2& node, int below) {
     if (level + below > kDeepestSearchedLevel) return Walk::skipChildren;
     const int index = matchingChild(node, matches);
-    if (index < 0) return Walk::onward;
+    if (index < 0) return Walk::descend;
     place.m_parent = &node;
     place.m_index = index;
     place.m_level = level + below + 1;
@@ -81,7 +80,7 @@ Email2* Email2::findContentType(const char* contentType) const {
   return neverThrow<Email2*>(nullptr, [&] {
     Email2* found = nullptr;
     walkTree(const_cast<Email2&>(*this), [&](Email2& node) {
-      if (!node.m_contentType.m_type.equalsIgnoreCase(contentType)) return Walk::onward;
+      if (!node.m_contentType.m_type.equalsIgnoreCase(contentType)) return Walk::descend;
       found = &node;
       return Walk::stop;
     });

@@ -1,4 +1,4 @@
-// email/structure/internal.h - what the files about structure share: types and children of nodes.
+// email/structure/internal.h - helpers for the types and children of nodes.
 #pragma once
 
 #include <string_view>
@@ -36,14 +36,15 @@ void forEachChild(const Email2& node, Visit&& visit) {
     if (Email2* child = liveChild(node, i)) visit(*child);
 }
 
-/// Where an attachment stands. Without a parent it cannot be taken out: it is the whole message, or what was signed.
+/// The place of an attachment. Without a parent it cannot be removed: it is the whole message
+/// or signed content.
 struct AttachmentPlace {
   Email2* node = nullptr;  ///< Borrowed.
   Email2* parent = nullptr;
   int index = 0;  ///< Among the children of the parent.
 };
 
-/// The attachments in the order in which attachmentIterate2 lists them.
+/// The attachments in the order of attachmentIterate2.
 std::vector<AttachmentPlace> placesOfAttachments(Email2& root, LogBase& log);
 
 }  // namespace mailtree

@@ -2,7 +2,7 @@
 #include <limits>
 #include <vector>
 
-#include "mailtree/email/loading/settings_kept.h"
+#include "mailtree/email/loading/settings_restorer.h"
 #include "mailtree/email/structure/enclosure_walk.h"
 
 namespace mailtree {
@@ -20,7 +20,7 @@ class MessageCount : public MessageVisitor {
   explicit MessageCount(LogBase& log) : m_log(log) {}
   int count() const noexcept { return m_count; }
 
-  void meet(const Email2& node) { m_log.LogDataSb("contentType", mediaType(&node)); }
+  void visit(const Email2& node) { m_log.LogDataSb("contentType", mediaType(&node)); }
   bool take(const Email2&, const WalkLevel* enclosure) {
     m_log.logInfo(enclosure ? "Found attached message." : "Found message attachment.");
     ++m_count;
@@ -32,15 +32,15 @@ class MessageCount : public MessageVisitor {
   int m_count = 0;
 };
 
-/// One position, counted through the whole walk.
+/// A position counted through the whole walk.
 class MessagePosition : public MessageVisitor {
  public:
   MessagePosition(int index, int& counter) noexcept : m_index(index), m_counter(counter) {}
 
  protected:
-  bool isHere() const noexcept { return m_counter == m_index; }
-  bool pass() noexcept {
-    if (isHere()) return false;
+  bool isAtIndex() const noexcept { return m_counter == m_index; }
+  bool advance() noexcept {
+    if (isAtIndex()) return false;
     if (m_counter < std::numeric_limits<int>::max()) ++m_counter;
     return true;
   }
@@ -50,14 +50,14 @@ class MessagePosition : public MessageVisitor {
   int& m_counter;
 };
 
-/// The text of the message at a position. Null when it has none, which only a part in an enclosure may.
+/// Finds the text of the message at a position. Only a part in an enclosure may have none (null).
 class MessageText : public MessagePosition {
  public:
   using MessagePosition::MessagePosition;
   const DataBuffer* text() const noexcept { return m_text; }
 
   bool take(Email2& part, const WalkLevel* enclosure) {
-    if (pass()) return false;
+    if (advance()) return false;
     m_text = part.getEffectiveBodyObject3(part);
     return m_text || enclosure;
   }
@@ -66,27 +66,27 @@ class MessageText : public MessagePosition {
   const DataBuffer* m_text = nullptr;
 };
 
-/// The part that holds the message at a position.
+/// Finds the part that holds the message at a position.
 class MessagePart : public MessagePosition {
  public:
   using MessagePosition::MessagePosition;
   const Email2* part() const noexcept { return m_part; }
 
   bool take(const Email2& part, const WalkLevel*) {
-    if (pass()) return false;
+    if (advance()) return false;
     m_part = &part;
     return true;
   }
-  /// Deliberate: the enclosure is given up although the message wanted may follow in it.
+  /// Deliberate: leaves the enclosure although the wanted message may follow in it.
   void leaveNested(WalkLevel& enclosure) const noexcept {
-    if (isHere()) enclosure.end();
+    if (isAtIndex()) enclosure.end();
   }
 
  private:
   const Email2* m_part = nullptr;
 };
 
-/// Takes out the message at a position, counted afresh in each enclosure.
+/// Removes the message at a position, counted per enclosure.
 class MessageRemoval : public MessageVisitor {
  public:
   explicit MessageRemoval(int index) noexcept : m_index(index) {}
@@ -96,7 +96,7 @@ class MessageRemoval : public MessageVisitor {
     const EmailPtr removed(enclosure->node->extractSubpartByIndex(enclosure->next - 1));
     return true;
   }
-  void meetDead(WalkLevel& enclosure) const noexcept { enclosure.end(); }
+  void visitDead(WalkLevel& enclosure) const noexcept { enclosure.end(); }
 
  private:
   int m_index;
@@ -111,13 +111,13 @@ class MessageEnclosures : public MessageVisitor {
     if (enclosure && enclosure->count++ == 0) m_nodes.push_back(enclosure->node);
     return false;
   }
-  void meetDead(WalkLevel& enclosure) const noexcept { enclosure.end(); }
+  void visitDead(WalkLevel& enclosure) const noexcept { enclosure.end(); }
 
  private:
   std::vector<Email2*> m_nodes;
 };
 
-/// Destroys the messages directly in an enclosure, up to the first dead child, in one pass over the list.
+/// Destroys the messages directly in an enclosure, up to the first dead child, in one advance.
 void removeMessagesFrom(Email2& enclosure) {
   ExtPtrArray parts;
   if (!enclosure.m_subParts.transferPtrs(parts)) return;
@@ -129,14 +129,14 @@ void removeMessagesFrom(Email2& enclosure) {
       const EmailPtr removed(part);
       continue;
     }
-    enclosure.m_subParts.appendPtr(part);  // the list has had room for all of them already
+    enclosure.m_subParts.appendPtr(part);  // the list already has capacity for all
   }
   parts.removeAll();
 }
 
-Email2* loadInner(_svEmailCommon& common, std::string_view message, bool unwrap, SystemCerts& certs,
-                  LogBase& log) {
-  const OutcomeKept kept(common);  // of the message around it, whose settings are shared
+Email2* loadAttachedMessage(_svEmailCommon& common, std::string_view message, bool unwrap, SystemCerts& certs,
+                            LogBase& log) {
+  const OutcomeRestorer restorer(common);  // the outer message shares these settings
   StringBuffer mime;
   if (!mime.setString(message)) return nullptr;
   return Email2::createFromMimeText2(common, mime, /*discardInput=*/true, unwrap, certs, log,
@@ -170,7 +170,7 @@ Email2* Email2::getAttachedMessage(int index, int& counter, SystemCerts& certs, 
     if (!walkEnclosures(*this, visitor)) return nullptr;
     const bool unwrap = !log.hasOption("NoUnwrapAttachedMessage");
     const std::string_view text = visitor.text() ? visitor.text()->view() : std::string_view();
-    return loadInner(*m_common, text, unwrap, certs, log);
+    return loadAttachedMessage(*m_common, text, unwrap, certs, log);
   });
 }
 
@@ -221,7 +221,7 @@ Email2* Email2::getNthDigest(int index, SystemCerts& certs, LogBase& log) {
   LogContextExitor context(log, "getNthDigest");
   Email2* const entry = digestEntryAt(*this, index);
   const DataBuffer* const text = entry ? entry->getEffectiveBodyObject3(*entry) : nullptr;
-  return text ? loadInner(*m_common, text->view(), /*unwrap=*/true, certs, log) : nullptr;
+  return text ? loadAttachedMessage(*m_common, text->view(), /*unwrap=*/true, certs, log) : nullptr;
 }
 
 }  // namespace mailtree

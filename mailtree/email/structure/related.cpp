@@ -1,5 +1,5 @@
-// email/structure/related.cpp - the items that an HTML body shows, most often images: finding them, placing new
-// ones, and putting those in their place that were sent as attachments.
+// email/structure/related.cpp - the items that an HTML body shows, usually images: finding them, adding them,
+// and moving those that were sent as attachments.
 #include <algorithm>
 #include <tuple>
 #include <utility>
@@ -22,7 +22,7 @@ EmailPtr newRelatedEnclosure(const Email2& node) {
   return EmailPtr(node.m_common ? Email2::createEmptyMultipartRelated(*node.m_common, quiet) : nullptr);
 }
 
-/// Moves the first text/html child of an alternative to an enclosure that will stand in its place.
+/// Moves the first text/html child of an alternative to the enclosure that will replace it.
 void moveHtml(Email2& alternative, Email2& enclosure) {
   for (int i = 0; i < alternative.m_subParts.getSize(); ++i) {
     const Email2* const child = liveChild(alternative, i);
@@ -37,8 +37,8 @@ bool isBodyOfMixed(Email2& child, LogBase& log) {
   return child.isLive() && !child.isMultipart() && !child.isEmailAttachment(/*inMixed=*/true, log);
 }
 
-/// Moves what is text in a multipart/mixed. The children are taken out from the end and put together again, which
-/// is linear however many there are.
+/// Moves the texts of a multipart/mixed. Rebuilds the list of children, so it is linear however
+/// many there are.
 void moveBodies(Email2& mixed, Email2& enclosure, LogBase& log) {
   std::vector<Email2*> children;
   children.reserve(static_cast<std::size_t>(mixed.m_subParts.getSize()));
@@ -51,8 +51,7 @@ void moveBodies(Email2& mixed, Email2& enclosure, LogBase& log) {
   }
 }
 
-// The places for a new item, as they are tried in turn. Each is false when the item was not placed; it then still
-// is the caller's.
+// Places for a new item, in the order tried. Each returns false when it did not take the item.
 
 bool placeInAlternative(Email2& alternative, Email2& item) {
   EmailPtr enclosure = newRelatedEnclosure(alternative);
@@ -80,19 +79,19 @@ bool placeInMixed(Email2& mixed, Email2& item, LogBase& log) {
 }
 
 bool place(Email2& node, Email2& item, LogBase& log) {
-  keepBytesAsPart(node, log);
+  moveUnsplitBytesToPart(node, log);
   if (Email2* const related = findRelated(node)) {
-    keepBytesAsPart(*related, log);
+    moveUnsplitBytesToPart(*related, log);
     related->insertSubPartAtIndex(&item, -1);
     return true;
   }
   Email2* const alternative = findEnclosure(node, EnclosureKind::alternative);
-  if (alternative) keepBytesAsPart(*alternative, log);
+  if (alternative) moveUnsplitBytesToPart(*alternative, log);
   if (alternative && node.m_common) return placeInAlternative(*alternative, item);
   return node.isMultipartMixed() ? placeInMixed(node, item, log) : placeAroundContent(node, item, log);
 }
 
-/// The Content-ID of a part without its brackets; empty when there is none.
+/// The Content-ID of a part without angle brackets; empty when there is none.
 StringBuffer bareContentId(const Email2& part, LogBase& log) {
   StringBuffer id;
   part.getHeaderFieldUtf8("Content-ID", id, log);
@@ -102,8 +101,8 @@ StringBuffer bareContentId(const Email2& part, LogBase& log) {
   return copyOf(bare);
 }
 
-/// For each attachment whether the HTML refers to it. The search is exact, as the bytes stand, and one for all. An
-/// empty Content-ID is none.
+/// For each attachment, whether the HTML contains its Content-ID, compared exactly, in one search. An empty
+/// Content-ID never matches.
 std::vector<bool> referencedIn(const Email2& html, const std::vector<AttachmentPlace>& attachments,
                                LogBase& log) {
   SubstringSet ids;
@@ -111,14 +110,15 @@ std::vector<bool> referencedIn(const Email2& html, const std::vector<AttachmentP
   return ids.findIn(html.m_body.view());
 }
 
-/// Takes an attachment from its parent; null when there is no parent, or it would be left an alternative of nothing.
+/// Removes an attachment from its parent; null when it has none, or when a multipart/alternative
+/// would become empty.
 EmailPtr detach(const AttachmentPlace& at) {
   if (!at.parent || (at.parent->isMultipartAlternative() && at.parent->getNumParts() < 2)) return EmailPtr();
   return EmailPtr(at.parent->extractSubpartByIndex(at.index));
 }
 
-/// All are taken out before the first is placed, for an item keeps the word "attachment" and would be counted
-/// among them in its new place. From the last to the first: the places of those before stay valid.
+/// Removes all items before placing the first, because an item keeps its disposition and would be counted as
+/// an attachment in its new place. Goes from last to first, so the indexes before stay valid.
 void moveReferencedAttachments(Email2& root, const Email2& html,
                                const std::vector<AttachmentPlace>& attachments, LogBase& log) {
   const std::vector<bool> isReferenced = referencedIn(html, attachments, log);
@@ -126,7 +126,7 @@ void moveReferencedAttachments(Email2& root, const Email2& html,
   for (std::size_t i = attachments.size(); i-- > 0;)
     if (attachments[i].node != &html && isReferenced[i])
       if (EmailPtr item = detach(attachments[i])) items.push_back(std::move(item));
-  Email2* related = nullptr;  // looked for once: each search goes through all parts
+  Email2* related = nullptr;  // searched once, because each search visits all parts
   for (EmailPtr& item : items) {
     if (related)
       related->insertSubPartAtIndex(item.get(), -1);
@@ -134,12 +134,12 @@ void moveReferencedAttachments(Email2& root, const Email2& html,
       related = findRelated(root);
     else
       root.insertSubPartAtIndex(item.get(), -1);
-    std::ignore = item.release();  // the tree's again, wherever
+    std::ignore = item.release();  // the tree owns it again
   }
 }
 
-/// A mixed enclosure that has lost all its attachments becomes the alternative that it held.
-/// Deliberate: only the type changes; the boundary stays that of the mixed enclosure.
+/// Turns a multipart/mixed without attachments into the alternative that it contains.
+/// Deliberate: only the type changes; the boundary is kept.
 void collapseToAlternative(Email2& mixed, LogBase& log) {
   Email2* const only = mixed.m_subParts.getSize() == 1 ? liveChild(mixed, 0) : nullptr;
   if (!mixed.isMultipartMixed() || !only || !only->isMultipartAlternative()) return;
@@ -157,7 +157,7 @@ int Email2::getNumRelatedItems(LogBase& log) {
 }
 
 int Email2::firstPartNotRelatedItem(LogBase&) {
-  // Deliberate: compared with regard to case; types are lower case from loading on.
+  // Deliberate: case-sensitive; types are lower case after loading.
   return isLive() && mediaType(m_subParts.at<Email2>(0)) == "text/html" ? 1 : 0;
 }
 
@@ -186,11 +186,11 @@ void Email2::addRelatedContent(Email2* item, LogBase& log) {
 void Email2::dropRelatedItem(int index) {
   Email2* const related = findRelated(*this);
   if (!related || index < 0) return;
-  int before = -1;  // the first subpart is no item, whatever it is
+  int before = -1;  // the first subpart never counts as an item
   for (int i = 0; i < related->m_subParts.getSize(); ++i) {
     const Email2* const child = related->m_subParts.at<Email2>(i);
     if (!child) continue;
-    if (!child->isLive()) return;  // Deliberate: a damaged child ends it.
+    if (!child->isLive()) return;  // Deliberate: a damaged child ends the search.
     if (before++ != index) continue;
     const EmailPtr dropped(related->extractSubpartByIndex(i));
     return;

@@ -1,10 +1,10 @@
-// email/structure/reports.cpp - the parts of delivery and feedback reports, and the fields of a delivery status.
+// email/structure/reports.cpp - the parts of delivery and feedback reports, and delivery-status fields.
 #include "mailtree/email/structure/enclosure_walk.h"
 
 namespace mailtree {
 namespace {
 
-/// What can stand for a delivery status, the best first.
+/// Types accepted as a delivery status, best first.
 constexpr const char* kDeliveryStatusTypes[] = {"message/delivery-status", "message/disposition-notification",
                                                 "message/feedback-report"};
 
@@ -21,7 +21,7 @@ struct ReportCount : ReportVisitor {
   }
 };
 
-/// The part at a position, counted afresh in each enclosure.
+/// Finds the part at a position, counted per enclosure.
 class ReportAt : public ReportVisitor {
  public:
   explicit ReportAt(int index) noexcept : m_index(index) {}
@@ -44,7 +44,7 @@ const Email2* findDeliveryStatus(const Email2& root) {
   return nullptr;
 }
 
-/// The decoded delivery status; false after an error in the log.
+/// Reads the decoded delivery status; false after logging an error.
 bool readDeliveryStatus(const Email2& root, const char* whenMissing, DataBuffer& out, LogBase& log) {
   const Email2* const part = findDeliveryStatus(root);
   if (!part) {
@@ -56,13 +56,13 @@ bool readDeliveryStatus(const Email2& root, const char* whenMissing, DataBuffer&
   return !out.isEmpty();
 }
 
-/// The same as lines that end in CRLF.
+/// The same with CRLF line breaks.
 bool readDeliveryStatusLines(const Email2& root, const char* whenMissing, StringBuffer& out, LogBase& log) {
   DataBuffer bytes;
   return readDeliveryStatus(root, whenMissing, bytes, log) && out.append(bytes) && out.toCRLF();
 }
 
-/// Takes one empty line out between blocks, half of several. @return how many were taken.
+/// Removes one empty line between blocks, half of several. Returns how many were removed.
 std::size_t joinBlocks(StringBuffer& text) { return text.replaceAllOccurances("\r\n\r\n", "\r\n"); }
 
 }  // namespace
@@ -103,7 +103,7 @@ bool Email2::getDeliveryStatusInfo(const char* fieldName, XString& out, LogBase&
   StringBuffer text;
   if (!readDeliveryStatusLines(*this, "No message/delivery-status MIME part found (1)", text, log))
     return false;
-  while (joinBlocks(text) > 0) continue;  // every round halves the longest run of empty lines
+  while (joinBlocks(text) > 0) continue;  // each round halves the longest run of empty lines
   MimeHeader fields;
   fields.loadMimeHeaderText(text, log);
   fields.getMimeFieldUtf8(fieldName, out.getUtf8Sb_rw(), log);
@@ -116,7 +116,7 @@ bool Email2::getDsnFinalRecipients(ClsStringArray& out, LogBase& log) {
   StringBuffer text;
   if (!readDeliveryStatusLines(*this, "No message/delivery-status MIME part found (2)", text, log))
     return false;
-  joinBlocks(text);  // Deliberate: once, so that two empty lines in a row end what is read.
+  joinBlocks(text);  // Deliberate: only once, so two consecutive empty lines end the fields.
   MimeHeader fields;
   fields.loadMimeHeaderText(text, log);
   return neverThrow(false, [&] {

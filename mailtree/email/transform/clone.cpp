@@ -1,4 +1,4 @@
-// email/transform/clone.cpp - deep copies, and literal texts replaced throughout a tree.
+// email/transform/clone.cpp - deep copies, and replacing literal texts throughout a tree.
 
 #include <algorithm>
 #include <tuple>
@@ -14,10 +14,10 @@ namespace {
 
 // Cloning
 
-/// Which bodies of a copy refer to the bytes of the original.
+/// The bodies of a copy that borrow the bytes of the original.
 enum class Borrow { nothing, imagesAndPdfs, everything };
 
-/// Deliberate: matching case, as types are held in lower case.
+/// Deliberate: case-sensitive; types are stored in lower case.
 bool isImageOrPdf(const Email2& node) noexcept {
   const std::string_view type = node.m_contentType.m_type;
   return type.starts_with("image/") || type.starts_with("application/pdf");
@@ -42,13 +42,12 @@ bool copyAddresses(const ExtPtrArray& source, ExtPtrArray& copy) {
     if (!own) return false;
     own->copyEmailAddress(*address);
     if (!copy.appendObject(own.get())) return false;
-    std::ignore = own.release();  // now the list's
+    std::ignore = own.release();  // the list owns it now
   }
   return true;
 }
 
-/// A copy of one node without its subparts; null when memory ran out. The code page on record for an attachment
-/// is not copied.
+/// A copy of one node without its subparts; null when memory ran out. m_attachCodePage is not copied.
 EmailPtr copyNode(const Email2& source, _svEmailCommon& common, Borrow borrow) {
   return neverThrow(EmailPtr(), [&] {
     EmailPtr copy(Email2::createNewObject0(common));
@@ -70,13 +69,13 @@ EmailPtr copyNode(const Email2& source, _svEmailCommon& common, Borrow borrow) {
   });
 }
 
-/// A node whose copy has what belongs to it, but for the subparts.
+/// A copied node whose subparts are still to be copied.
 struct Pending {
   const Email2* source;
   Email2* copy;
 };
 
-/// A subpart that cannot be copied is left out.
+/// Leaves out a subpart that cannot be copied.
 void copySubparts(const Pending& parent, _svEmailCommon& common, Borrow borrow, std::vector<Pending>& open) {
   for (int i = 0; i < parent.source->m_subParts.getSize(); ++i) {
     const Email2* const part = parent.source->m_subParts.at<Email2>(i);
@@ -86,12 +85,12 @@ void copySubparts(const Pending& parent, _svEmailCommon& common, Borrow borrow, 
   }
 }
 
-/// Signed content is carried along for as long as it says what was received. The copy has a fingerprint of its
-/// own, for not every member that counts is copied.
-void carryReceivedContent(const Email2& source, Email2& copy) {
+/// Copies the received bytes of signed content if it is unchanged. The copy gets a new fingerprint, because
+/// not every member in it is copied.
+void copyReceivedContent(const Email2& source, Email2& copy) {
   const DataBuffer* const received = unchangedReceivedContent(source);
   DataBuffer bytes;
-  if (received && bytes.append(*received)) keepReceivedContent(copy, std::move(bytes));
+  if (received && bytes.append(*received)) storeReceivedContent(copy, std::move(bytes));
 }
 
 EmailPtr copyTree(const Email2& root, _svEmailCommon& common, Borrow borrow) {
@@ -106,7 +105,7 @@ EmailPtr copyTree(const Email2& root, _svEmailCommon& common, Borrow borrow) {
       if (next.source->m_received) received.push_back(next);
       copySubparts(next, common, borrow, open);
     }
-    for (const Pending& node : received) carryReceivedContent(*node.source, *node.copy);
+    for (const Pending& node : received) copyReceivedContent(*node.source, *node.copy);
     return true;
   });
   return isWhole ? std::move(copy) : EmailPtr();
@@ -120,46 +119,45 @@ EmailPtr copyWithOwnSettings(const Email2& root, Borrow borrow) {
   });
 }
 
-/// Gives every node that borrowed more than it was asked to bytes of its own.
-bool ownBodies(Email2& root, Borrow allowed) {
+/// Copies the bytes of every node that borrows more than allowed.
+bool copyBorrowedBodies(Email2& root, Borrow allowed) {
   const auto own = [allowed](Email2& node) {
     if (isBorrowed(node, allowed) || node.m_body.heapUsage() != 0 || node.m_body.isEmpty())
-      return Walk::onward;
+      return Walk::descend;
     DataBuffer copy;
     if (!copy.append(node.m_body)) return Walk::stop;
     node.m_body.takeData(copy);
-    return Walk::onward;
+    return Walk::descend;
   };
-  return walkTree(root, own) == Walk::onward;
+  return walkTree(root, own) == Walk::descend;
 }
 
 // Replacing
 
-/// A text that was 7-bit, or could be said in the charset at hand, may no longer be.
-void encodeForWhatItHolds(Email2& node, LogBase& log) {
+/// Chooses charset and encoding again, because the text may no longer be 7-bit or fit the charset.
+void updateEncoding(Email2& node, LogBase& log) {
   if (!isConvertibleText(node.traits())) {
-    if (promises7bit(node) && !node.m_body.is7bit(0)) setTransferEncoding(node, "quoted-printable", log);
+    if (isDeclared7bit(node) && !node.m_body.is7bit(0)) setTransferEncoding(node, "quoted-printable", log);
   } else if (!node.m_body.is7bit(0)) {
     node.chooseCharsetIfNecessary(node.m_body, log);
-    if (promises7bit(node)) node.setEncodingViaCodePage(node.emailCodePage(), 0, log);
+    if (isDeclared7bit(node)) node.setEncodingViaCodePage(node.emailCodePage(), 0, log);
   }
-  const bool isPlainEncoding = promises7bit(node) || node.m_transferEncoding.equalsIgnoreCase("8bit");
+  const bool isPlainEncoding = isDeclared7bit(node) || node.m_transferEncoding.equalsIgnoreCase("8bit");
   if (isPlainEncoding && node.m_body.hasLineLonger(kMaxLine7bit))
     setTransferEncoding(node, "quoted-printable", log);
 }
 
-/// The text of a part that counts as a file of its own stands in the charset that its label names. It is brought
-/// to utf-8 to be searched; nothing when the label is wrong.
+/// Converts the text of a file part from the charset of its label to utf-8; false when the label is wrong.
 bool convertFile(const Email2& node, int codePage, DataBuffer& utf8, LogBase& log) {
   return EncodingConvert::EncConvert(codePage, kCpUtf8, node.m_body.getData2(), node.m_body.getSize(), utf8,
                                      log);
 }
 
-/// Whether something was replaced.
+/// Returns whether anything was replaced.
 bool replaceInText(Email2& node, const Replacements& replacements, LogBase& log) {
   if (isConvertibleText(node.traits())) {
     if (!replacements.replaceIn(node.m_body)) return false;
-    ownLabel(node, log);
+    refreshCharsetLabel(node, log);
     return true;
   }
   const int codePage = labelledCharset(node).getCodePage();
@@ -175,7 +173,7 @@ bool replaceInText(Email2& node, const Replacements& replacements, LogBase& log)
   return true;
 }
 
-/// What says nothing about itself is plain text (RFC 2045, 5.2).
+/// A part without a type is plain text (RFC 2045, 5.2).
 bool isText(const Email2& node) noexcept {
   const std::string_view type = node.m_contentType.m_type;
   return type.empty() ? node.m_subParts.getSize() == 0 : beginsWithNoCase(type, "text");
@@ -183,10 +181,10 @@ bool isText(const Email2& node) noexcept {
 
 void replaceInBody(Email2& node, const Replacements& replacements, LogBase& log) {
   if (!isText(node) || !replaceInText(node, replacements, log)) return;
-  // A charset has no other place to be named in.
+  // The charset can only be given in a Content-Type.
   if (node.m_contentType.m_type.isEmpty() && !node.m_body.is7bit(0))
     node.setContentTypeUtf8("text/plain", nullptr, nullptr, nullptr, 0, nullptr, nullptr, nullptr, log);
-  encodeForWhatItHolds(node, log);
+  updateEncoding(node, log);
 }
 
 /// The fields of a node that have changed.
@@ -210,7 +208,7 @@ std::string unfoldedField(const Email2& node, std::string_view name) {
   return std::string(node.m_header.unfoldedValue(node.m_header.findField(name), scratch));
 }
 
-/// The members are not simply read from the field, as there may be recipients that stand in no field.
+/// The members are not simply read from the fields, because some recipients may be in no field.
 void replaceInRecipients(Email2& node, const Replacements& replacements, const ChangedFields& changed) {
   const std::pair<const char*, ExtPtrArray*> lists[] = {
       {"To", &node.m_toAddrs}, {"Cc", &node.m_ccAddrs}, {"Bcc", &node.m_bccAddrs}};
@@ -239,7 +237,7 @@ void rereadContentType(Email2& node, MimeMessage2& fields) {
   if (node.m_common && node.emailCodePage() == 0) node.m_common->m_charset.copy(fields.charset());
 }
 
-/// Reads the members of the Content- fields again as loading does.
+/// Reads the members of changed Content- fields again, as loading does.
 void rereadContentFields(Email2& node, const ChangedFields& changed, LogBase& log) {
   const bool type = changed.has("Content-Type"), disposition = changed.has("Content-Disposition");
   const bool encoding = changed.has("Content-Transfer-Encoding"), id = changed.has("Content-ID");
@@ -278,7 +276,7 @@ void replaceInTree(Email2& root, const ExtPtrArray& pairs, LogBase& log) {
     if (replacements.isEmpty()) return Walk::stop;
     return walkTree(root, [&](Email2& node) {
       replaceInNode(node, replacements, log);
-      return Walk::onward;
+      return Walk::descend;
     });
   });
 }
@@ -300,12 +298,12 @@ Email2* Email2::clone_v3_inner(_svEmailCommon& common, bool shareImageData, LogB
 Email2* Email2::cloneAndReplace_v3(bool shareImageData, const ExtPtrArray& pairs, LogBase& log) {
   if (!isLive()) return nullptr;
   LogContextExitor context(log, "cloneAndReplace");
-  // Everything is borrowed first: a text that changes becomes new bytes anyway.
+  // All bodies are borrowed first, because changed texts get new bytes anyway.
   EmailPtr copy = copyWithOwnSettings(*this, Borrow::everything);
   if (!copy) return nullptr;
   replaceInTree(*copy, pairs, log);
   const Borrow allowed = shareImageData ? Borrow::imagesAndPdfs : Borrow::nothing;
-  return ownBodies(*copy, allowed) ? copy.release() : nullptr;
+  return copyBorrowedBodies(*copy, allowed) ? copy.release() : nullptr;
 }
 
 void Email2::replaceStrings(const ExtPtrArray& pairs, LogBase& log) {

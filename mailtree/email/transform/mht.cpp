@@ -1,11 +1,11 @@
-// email/transform/mht.cpp - a copy that is ready to be kept as a web archive.
+// email/transform/mht.cpp - a copy prepared as a web archive.
 #include "mailtree/email/internal.h"
 #include "mailtree/mime/html/Html.h"
 
 namespace mailtree {
 namespace {
 
-/// Deliberate: the text goes into the page as it is, so that "a<b" stays what it was.
+/// Deliberate: the text is not escaped, so "a<b" stays unchanged.
 StringBuffer pageOf(const DataBuffer& text) {
   StringBuffer page(text.view());
   page.toCRLF();

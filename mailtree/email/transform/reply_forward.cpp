@@ -1,7 +1,6 @@
-// email/transform/reply_forward.cpp - a received message turned into an answer to it, or into one to pass on.
+// email/transform/reply_forward.cpp - converts a received message to a reply or a forward.
 //
-// What is quoted stays where it stood, with a head in front of it: one form for plain text, one for HTML. They
-// never meet in one body.
+// Quoted text stays in place and gets a head: one form for plain text, one for HTML, never both in one body.
 
 #include <string>
 
@@ -20,10 +19,10 @@ constexpr int kTo = static_cast<int>(RecipientKind::to);
 constexpr int kCc = static_cast<int>(RecipientKind::cc);
 constexpr int kBcc = static_cast<int>(RecipientKind::bcc);
 
-/// How far into a text a page's first tags are looked for.
+/// How far into a text to search for the first HTML tags.
 constexpr std::size_t kSearchedForTags = 2000;
 
-/// What makes the two conversions different.
+/// The differences between the two conversions.
 struct Conversion {
   const char* context;
   const char* subjectPrefix;
@@ -33,7 +32,7 @@ struct Conversion {
 constexpr Conversion kReply = {"convertToReply", "RE: ", true};
 constexpr Conversion kForward = {"convertToForward", "FW: ", false};
 
-/// How a head is written.
+/// The form of a quote head.
 struct HeadForm {
   const char* begin;
   const char* lineEnd;
@@ -44,12 +43,12 @@ constexpr HeadForm kPlainHead = {kPlainReplyHead, "\r\n", "\r\n\r\n"};
 // Deliberate: the values are not escaped, and the list of recipients is the same in both forms.
 constexpr HeadForm kHtmlHead = {kHtmlReplyHead, "<br>", "<p>"};
 
-/// What a head says of the received message.
+/// The fields of the received message in a head.
 struct Origin {
   StringBuffer sender, sent, to, cc, subject;
 };
 
-/// The list as its field is written. Deliberate: where that is folded it has "<br>", in plain text too.
+/// The list as in its written field. Deliberate: line folding becomes "<br>", in plain text too.
 StringBuffer recipientsOf(Email2& email, int kind, std::string_view field, LogBase& log) {
   StringBuffer list;
   email.getAllRecipients(kind, list, log);
@@ -85,20 +84,20 @@ std::string headOf(const Origin& origin, const HeadForm& form) {
 
 // Where to quote
 
-/// The node below a part, or the part itself, that holds what a reader would see of it; null when there is none.
+/// The node, at or below a part, that holds its displayed body; null when there is none.
 Email2* holderOfBody(Email2* part) {
   const DataBuffer* const body = part ? part->getEffectiveBodyObject3(*part) : nullptr;
   Email2* holder = nullptr;
   if (!body) return nullptr;
   walkTree(*part, [&](Email2& node) {
-    if (&node.m_body != body) return Walk::onward;
+    if (&node.m_body != body) return Walk::descend;
     holder = &node;
     return Walk::stop;
   });
   return holder;
 }
 
-/// Whether a head may go in front of what a part holds: not into an image, an appointment or an attached file. A
+/// Whether a head may go before the content of a part: not into an image, a calendar or an attached file. A
 /// part without a type is plain text (RFC 2045, 5.2).
 bool isQuotable(const Email2& email, Email2* part) {
   if (!part || part->getNumParts() != 0) return false;
@@ -111,7 +110,7 @@ bool isQuotable(const Email2& email, Email2* part) {
 struct QuotedParts {
   Email2* plain;
   Email2* html;
-  bool isCutShort = false;  ///< A part that was chosen holds no body.
+  bool isIncomplete = false;  ///< A chosen part has no body.
 };
 
 Email2* plainPartOf(Email2& email) {
@@ -120,7 +119,7 @@ Email2* plainPartOf(Email2& email) {
   return part ? part : &email;
 }
 
-/// A first part that is no text does not keep the text behind it from being quoted.
+/// A first part that is not text does not prevent quoting the text after it.
 Email2* quotablePlain(Email2& email) {
   for (Email2* const part :
        {holderOfBody(plainPartOf(email)), email.findPlainTextPart(), email.getPlainTextAlternative()})
@@ -142,15 +141,15 @@ bool isReallyHtml(const Email2& part) {
 
 QuotedParts partsToQuote(Email2& email) {
   QuotedParts parts{quotablePlain(email), htmlPartOf(email)};
-  if (!parts.plain && !parts.html) return {nullptr, nullptr, /*isCutShort=*/true};
+  if (!parts.plain && !parts.html) return {nullptr, nullptr, /*isIncomplete=*/true};
   if (parts.plain && isReallyHtml(*parts.plain)) {
     if (!parts.html) parts.html = parts.plain;
     parts.plain = nullptr;
   }
   if (!parts.html) return parts;
   parts.html = holderOfBody(parts.html);
-  parts.isCutShort = !parts.html;
-  if (parts.html == parts.plain) parts.plain = nullptr;  // compared as bodies: parts may lead to the same one
+  parts.isIncomplete = !parts.html;
+  if (parts.html == parts.plain) parts.plain = nullptr;  // two parts may have the same holder
   return parts;
 }
 
@@ -167,7 +166,7 @@ void addEmptyText(Email2& email, LogBase& log) {
 
 bool prepend(DataBuffer& body, std::string_view text) { return body.prepend(text.data(), text.size()); }
 
-/// A text that counts as a file is in the charset that its label names.
+/// The text of a file part is in the charset of its label.
 bool prependToFile(Email2& part, std::string_view head, LogBase& log) {
   const int codePage = labelledCharset(part).getCodePage();
   if (codePage == 0 || codePage == kCpUtf8) return prepend(part.m_body, head);
@@ -183,9 +182,9 @@ bool prependToFile(Email2& part, std::string_view head, LogBase& log) {
   return prepend(part.m_body, head);
 }
 
-/// A page that declares another charset than it will travel in is mended, but not completed: the head stands
-/// ahead of all its tags.
-void agreeWithCharset(Email2& email, DataBuffer& body, LogBase& log) {
+/// Corrects the charset declared in the HTML, but does not complete its structure, because the head is
+/// before all tags.
+void correctDeclaredCharset(Email2& email, DataBuffer& body, LogBase& log) {
   StringBuffer html(body.view()), declared;
   if (!_svHtmlHelp::getCharset(html, declared)) return;
   if (declared.equalsIgnoreCase(email.get_charset_name())) return;
@@ -195,8 +194,8 @@ void agreeWithCharset(Email2& email, DataBuffer& body, LogBase& log) {
   body.append(html);
 }
 
-/// As for a new body: what came in us-ascii and 7bit may not be either any longer.
-void chooseFormAnew(Email2& email, Email2& part, LogBase& log) {
+/// Chooses charset and encoding as for a new body, because the text may no longer be us-ascii or 7bit.
+void chooseCharsetAndEncoding(Email2& email, Email2& part, LogBase& log) {
   const int before = email.emailCodePage();
   email.chooseCharsetIfNecessary(part.m_body, log);
   const int codePage = email.emailCodePage();
@@ -204,7 +203,7 @@ void chooseFormAnew(Email2& email, Email2& part, LogBase& log) {
   part.refreshContentTypeHeader(log);
   if (codePage == before || codePage == kCpUsAscii) return;
   if (Email2* const page = htmlPartOf(email); page && isConvertibleText(page->traits()))
-    agreeWithCharset(email, page->m_body, log);
+    correctDeclaredCharset(email, page->m_body, log);
 }
 
 void quote(Email2& email, Email2& part, const std::string& head, LogBase& log) {
@@ -215,10 +214,10 @@ void quote(Email2& email, Email2& part, const std::string& head, LogBase& log) {
   if (!isConvertibleText(part.traits())) {
     prependToFile(part, head, log);
   } else if (prepend(part.m_body, head) && !isAscii(head)) {
-    ownLabel(part, log);
-    chooseFormAnew(email, part, log);
+    refreshCharsetLabel(part, log);
+    chooseCharsetAndEncoding(email, part, log);
   }
-  if (promises7bit(part) && (!part.m_body.is7bit(0) || part.m_body.hasLineLonger(kMaxLine7bit)))
+  if (isDeclared7bit(part) && (!part.m_body.is7bit(0) || part.m_body.hasLineLonger(kMaxLine7bit)))
     setTransferEncoding(part, "quoted-printable", log);
 }
 
@@ -262,7 +261,7 @@ bool quoteInBodies(Email2& email, const Origin& origin, LogBase& log) {
     log.logInfo("Prepending to HTML body");
     quote(email, *parts.html, headOf(origin, kHtmlHead), log);
   }
-  return !parts.isCutShort;
+  return !parts.isIncomplete;
 }
 
 bool convert(Email2& email, const Conversion& conversion, LogBase& log) {
@@ -273,7 +272,7 @@ bool convert(Email2& email, const Conversion& conversion, LogBase& log) {
   StringBuffer subject(conversion.subjectPrefix);
   subject.append(origin.subject);
   email.setHeaderField_a("Subject", subject.getString(), /*asGiven=*/false, log);
-  // Deliberate: what was changed so far stays changed.
+  // Deliberate: changes made so far are kept.
   if (!quoteInBodies(email, origin, log)) return false;
   setRecipients(email, conversion, log);
   removeFields(email, conversion);

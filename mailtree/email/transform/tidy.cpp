@@ -1,5 +1,5 @@
-// email/transform/tidy.cpp - a tree brought into better order: bodies into their enclosures, encodings that
-// survive transport, file names without directories, a page without spam tricks.
+// email/transform/tidy.cpp - clean-ups: bodies moved into enclosures, encodings safe for transport, file
+// names without directories, HTML without spam tricks.
 
 #include "mailtree/email/internal.h"
 #include "mailtree/mime/html/HtmlPage.h"
@@ -9,12 +9,12 @@ namespace {
 
 constexpr const char* kQuotedPrintable = "quoted-printable";
 
-/// Us-ascii means 7bit. Output mends a text which is not, but writes the text of an attached file as it stands.
+/// Us-ascii means 7bit. Output repairs a text that is not, but not the text of an attached file.
 void encodeForEmail(Email2& node, LogBase& log) {
   const int codePage = node.emailCodePage();
   if (codePage == 0) return setTransferEncoding(node, kQuotedPrintable, log);
   node.setEncodingViaCodePage(codePage, 0, log);
-  if (promises7bit(node) && !isConvertibleText(node.traits()) && !node.m_body.is7bit(0))
+  if (isDeclared7bit(node) && !isConvertibleText(node.traits()) && !node.m_body.is7bit(0))
     setTransferEncoding(node, kQuotedPrintable, log);
 }
 
@@ -25,7 +25,7 @@ void safeguardText(Email2& node, LogBase& log) {
 }
 
 void safeguard(Email2& node, LogBase& log) {
-  // What holds parts must not be encoded itself (RFC 2045, 6.4).
+  // A multipart must not be encoded (RFC 2045, 6.4).
   if (isEncoded(node) || node.isMultipart()) return;
   const std::string_view type = node.m_contentType.m_type;
   if (isType(type, "text/html")) {
@@ -36,7 +36,7 @@ void safeguard(Email2& node, LogBase& log) {
   if (node.m_transferEncoding.equalsIgnoreCase("binary")) setTransferEncoding(node, "base64", log);
 }
 
-/// A name without its directories, and whether it had any.
+/// A file name without directories, and whether it had any.
 struct BareName {
   StringBuffer text;
   bool isShorter = false;
@@ -51,7 +51,7 @@ BareName bareName(const StringBuffer& given, LogBase& log) {
   return name;
 }
 
-/// What has no path in it is not rewritten, and so keeps the form in which it was received.
+/// A name without a path is not rewritten, so it keeps its received form.
 void stripPaths(Email2& node, LogBase& log) {
   if (node.m_dispFilename.isEmpty() && node.m_contentType.m_name.isEmpty()) return;
   StringBuffer given;
@@ -63,17 +63,17 @@ void stripPaths(Email2& node, LogBase& log) {
   const StringBuffer disposition = copyOf(node.m_disposition);
   if (node.m_header.hasField("Content-Disposition", log))
     node.setContentDispositionUtf8(disposition.getString(), file.text.getString(), log);
-  else if (!node.m_dispFilename.isEmpty())  // taken from the type
+  else if (!node.m_dispFilename.isEmpty())  // from the Content-Type
     node.m_dispFilename.setString(file.text);
 }
 
-/// Runs a change on every live node.
+/// Applies a change to every live node.
 template <class Change>
 void changeEach(Email2& root, Change&& change) {
   neverThrow(Walk::stop, [&] {
     return walkTree(root, [&](Email2& node) {
       change(node);
-      return Walk::onward;
+      return Walk::descend;
     });
   });
 }
@@ -86,13 +86,13 @@ void Email2::moveMtMixedPlainTextToAlt(LogBase& log) {
   const Email2* const first = getPart(0);
   if (!isMultipartMixed() || !first || findMultipartEnclosure(kAlternative, 0)) return;
   log.LogDataSb("sbCt", first->m_contentType.m_type);
-  // Deliberate: compared with regard to case; types are lower case from loading on.
+  // Deliberate: case-sensitive; types are lower case after loading.
   if (!first->m_contentType.m_type.equals("text/plain")) return;
 
   EmailPtr text(extractSubpartByIndex(0));
   if (log.m_verboseLogging) log.logInfo("Did not find an existing ALTERNATIVE enclosure, adding one...");
   addAlternativeEnclosure(log);
-  // Deliberate: a text for which no enclosure could be made is gone.
+  // Deliberate: the text is lost if no enclosure could be made.
   if (Email2* const enclosure = findMultipartEnclosure(kAlternative, 0))
     enclosure->insertSubPartAtIndex(text.release(), -1);
 }

@@ -1,4 +1,4 @@
-#include "cli/secure/opening.h"
+#include "cli/secure/decryption.h"
 
 #include <algorithm>
 #include <map>
@@ -19,10 +19,10 @@ namespace {
 
 struct RawField {
   std::string_view name;
-  std::string_view lines;  ///< The whole field as it was received, without its last line break.
+  std::string_view lines;  ///< The whole field as received, without its last line break.
 };
 
-/// The header that an entity begins with, field by field, and its body. Lines that are no fields are left out.
+/// An entity's header fields and body. Lines that are not fields are left out.
 struct RawEntity {
   std::vector<RawField> fields;
   std::string_view body;
@@ -44,7 +44,7 @@ std::vector<RawField> fieldsOf(std::string_view header) {
   return fields;
 }
 
-RawEntity takeApart(std::string_view entity, MimeHeader::LeadingEmptyLines emptyLines) {
+RawEntity splitEntity(std::string_view entity, MimeHeader::LeadingEmptyLines emptyLines) {
   MimeHeader header;
   const MimeHeader::Extent extent = header.loadFromEntity(entity, emptyLines);
   return {fieldsOf(entity.substr(0, extent.headerSize)),
@@ -57,8 +57,8 @@ const RawField* findField(const RawEntity& entity, std::string_view name) {
   return found == entity.fields.end() ? nullptr : &*found;
 }
 
-/// Whether servers on the way write a field, or take it out: the sender of a content has no say in it.
-bool isOfTransport(std::string_view name) {
+/// Whether servers in transit add or remove a field, so that the content must not supply it.
+bool isTransportField(std::string_view name) {
   constexpr std::string_view kFields[] = {"Received",     "Return-Path", "Authentication-Results",
                                           "Delivered-To", "Bcc",         "Resent-Bcc"};
   return std::ranges::any_of(kFields, [name](std::string_view field) { return equalsNoCase(field, name); });
@@ -69,7 +69,7 @@ bool describesContent(std::string_view name) {
          equalsNoCase(name, "X-MS-Has-Attach");
 }
 
-/// A header with line ends of Unix before a content with those of mail would be a message of neither kind.
+/// Writes CRLF, because the content uses it too.
 void appendField(const RawField& field, std::string& out) {
   for (std::size_t at = 0; at < field.lines.size();) {
     const std::size_t end = endOfLine(field.lines, at);
@@ -84,7 +84,8 @@ std::string comparedValue(const RawField& field) {
   return mailtree::comparedValue(header, 0);
 }
 
-/// What is displayed of the fields inside, as it is compared: read once, for there may be thousands outside.
+/// Comparable values of the displayed inner fields; read once, because there may be thousands
+/// of outer fields.
 std::map<const RawField*, std::string> comparedFieldsOf(const RawEntity& inner) {
   std::map<const RawField*, std::string> values;
   for (const std::string_view name : kDisplayedFields)
@@ -92,7 +93,7 @@ std::map<const RawField*, std::string> comparedFieldsOf(const RawEntity& inner) 
   return values;
 }
 
-void appendOuterFields(const RawEntity& outer, const RawEntity& inner, OpenedMessage& opened) {
+void appendOuterFields(const RawEntity& outer, const RawEntity& inner, DecryptedMessage& opened) {
   const auto compared = comparedFieldsOf(inner);
   for (const RawField& field : outer.fields) {
     if (describesContent(field.name) || isInternalField(field.name)) continue;
@@ -104,18 +105,18 @@ void appendOuterFields(const RawEntity& outer, const RawEntity& inner, OpenedMes
   }
 }
 
-/// The entity that was encrypted. What is none, as some programs encrypt, is all text: a line of it that looks like a
-/// field must not get into the header.
-RawEntity takeContentApart(std::string_view content) {
+/// Splits the decrypted entity. Some programs encrypt bare text, not an entity; none of its lines may then be
+/// read as a header field.
+RawEntity splitContent(std::string_view content) {
   if (!isMimeEntity(content)) return {{{"Content-Type", "Content-Type: text/plain"}}, content};
-  RawEntity inner = takeApart(content, MimeHeader::LeadingEmptyLines::endHeader);
-  std::erase_if(inner.fields, [](const RawField& field) { return isOfTransport(field.name); });
+  RawEntity inner = splitEntity(content, MimeHeader::LeadingEmptyLines::endHeader);
+  std::erase_if(inner.fields, [](const RawField& field) { return isTransportField(field.name); });
   return inner;
 }
 
-void join(std::string_view message, std::string_view content, OpenedMessage& opened) {
-  const RawEntity outer = takeApart(message, MimeHeader::LeadingEmptyLines::skip);
-  const RawEntity inner = takeContentApart(content);
+void join(std::string_view message, std::string_view content, DecryptedMessage& opened) {
+  const RawEntity outer = splitEntity(message, MimeHeader::LeadingEmptyLines::skip);
+  const RawEntity inner = splitContent(content);
   opened.bytes.clear();
   opened.bytes.reserve(content.size() + message.size() - outer.body.size() + 32);
   appendOuterFields(outer, inner, opened);
@@ -125,23 +126,24 @@ void join(std::string_view message, std::string_view content, OpenedMessage& ope
   opened.bytes.append("\r\n").append(inner.body);
 }
 
-/// Goes from layer to layer as long as each covers the whole of what the one around it holds.
-class Peeling {
+/// Opens layer after layer, as long as each is the whole content of the one around it.
+class LayerOpener {
  public:
-  Peeling(std::string_view message, SystemCerts& certs) : m_message(message), m_certs(certs) {}
+  LayerOpener(std::string_view message, SystemCerts& certs) : m_message(message), m_certs(certs) {}
 
-  OpenedMessage run() {
+  DecryptedMessage run() {
     m_entity.borrowData(m_message.data(), m_message.size());
     int layers = 0;
-    while (layers < kMaxUnwrappedLayers && takeOff()) ++layers;
+    while (layers < kMaxUnwrappedLayers && openNextLayer()) ++layers;
     if (m_hasContent) join(m_message, m_content.view(), m_opened);
-    if (!m_hasContent && m_opened.problem.empty()) m_opened.problem = "it is not encrypted as a whole";
+    if (!m_hasContent && m_opened.problem.empty())
+      m_opened.problem = "the message is not encrypted as a whole";
     return std::move(m_opened);
   }
 
  private:
-  /// Whether there is something inside to look at next.
-  bool takeOff() {
+  /// Whether there is an inner entity to continue with.
+  bool openNextLayer() {
     MimeMessage2 entity;
     LogNull log;
     if (!entity.loadText(m_entity.view(), m_budget.parts, log)) return false;
@@ -183,16 +185,16 @@ class Peeling {
   SystemCerts& m_certs;
   LoadBudget m_budget = LoadBudget::ofMessage(m_message.size());
   DataBuffer m_content;  ///< Of the innermost encrypted layer so far.
-  DataBuffer m_entity;   ///< What is looked at now; borrowed from the message or the content, or its own.
+  DataBuffer m_entity;   ///< The current entity; owned, or borrowed from the message or the content.
   bool m_hasContent = false;
   bool m_isInsideSigned = false;
-  OpenedMessage m_opened;
+  DecryptedMessage m_opened;
 };
 
 }  // namespace
 
-OpenedMessage openMessage(std::string_view message, SystemCerts& certs) {
-  return Peeling(message, certs).run();
+DecryptedMessage decryptMessage(std::string_view message, SystemCerts& certs) {
+  return LayerOpener(message, certs).run();
 }
 
 }  // namespace mailtree::cli

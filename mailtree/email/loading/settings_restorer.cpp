@@ -1,4 +1,4 @@
-#include "mailtree/email/loading/settings_kept.h"
+#include "mailtree/email/loading/settings_restorer.h"
 
 #include <tuple>
 #include <utility>
@@ -6,14 +6,14 @@
 namespace mailtree {
 namespace {
 
-void putBack(ExtPtrArray& kept, ExtPtrArray& list) noexcept {
+void restore(ExtPtrArray& kept, ExtPtrArray& list) noexcept {
   list.removeAllObjects();
   std::ignore = kept.transferPtrs(list);
 }
 
 }  // namespace
 
-OutcomeKept::OutcomeKept(_svEmailCommon& common)
+OutcomeRestorer::OutcomeRestorer(_svEmailCommon& common)
     : m_common(common),
       m_sharesBudget(std::exchange(common.m_sharesBudget, true)),
       m_sendSigned(common.m_sendSigned),
@@ -32,7 +32,7 @@ OutcomeKept::OutcomeKept(_svEmailCommon& common)
   common.m_innerFields.clear();
 }
 
-OutcomeKept::~OutcomeKept() {
+OutcomeRestorer::~OutcomeRestorer() {
   m_common.m_sharesBudget = m_sharesBudget;
   m_common.m_sendSigned = m_sendSigned;
   m_common.m_sendEncrypted = m_sendEncrypted;
@@ -44,8 +44,8 @@ OutcomeKept::~OutcomeKept() {
   m_common.m_numEncryptedLayers = m_numEncryptedLayers;
   m_common.m_secureLayers = std::move(m_secureLayers);
   m_common.m_innerFields = std::move(m_innerFields);
-  putBack(m_signerCerts, m_common.m_signerCerts);
-  putBack(m_decryptCerts, m_common.m_decryptCerts);
+  restore(m_signerCerts, m_common.m_signerCerts);
+  restore(m_decryptCerts, m_common.m_decryptCerts);
 }
 
 }  // namespace mailtree

@@ -1,4 +1,4 @@
-#include "cli/support/complaints.h"
+#include "cli/support/errors.h"
 
 #include <algorithm>
 #include <iostream>
@@ -9,17 +9,17 @@
 
 namespace mailtree::cli {
 
-void complain(std::string_view problem) {
+void reportError(std::string_view problem) {
   clearProgressLine();
   std::cerr << "mailtree: " << printable(problem) << '\n';
 }
 
-void complain(std::string_view file, std::string_view problem) {
-  complain((file.empty() ? "''" : std::string(file)).append(": ").append(problem));
+void reportError(std::string_view file, std::string_view problem) {
+  reportError((file.empty() ? "''" : std::string(file)).append(": ").append(problem));
 }
 
-Exit refuse(std::string_view option, std::string_view problem) {
-  complain(option, problem);
+Exit usageError(std::string_view option, std::string_view problem) {
+  reportError(option, problem);
   return Exit::usage;
 }
 
@@ -32,11 +32,11 @@ std::string lastError(const LogMemory& log, std::string_view otherwise) {
 
 Exit finishStandardOutput() {
   if (abandonedOperations() != 0) {
-    complain("standard output", kNoMemory);
+    reportError("standard output", kNoMemory);
     return Exit::unreadable;
   }
   if (std::cout.flush()) return Exit::fine;
-  complain("standard output", "cannot be written");
+  reportError("standard output", "cannot be written");
   return Exit::unreadable;
 }
 

@@ -1,0 +1,29 @@
+// cli/support/errors.h - error messages on standard error.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "cli/support/exit_codes.h"
+#include "mailtree/base/Log.h"
+
+namespace mailtree::cli {
+
+/// Reported instead of an incomplete result.
+inline constexpr std::string_view kNoMemory = "not enough memory";
+
+/// Writes "mailtree: PROBLEM" to standard error.
+void reportError(std::string_view problem);
+/// Writes "mailtree: FILE: PROBLEM"; an empty name shows as ''.
+void reportError(std::string_view file, std::string_view problem);
+
+/// Reports a wrong option or argument; returns usage.
+Exit usageError(std::string_view option, std::string_view problem);
+
+/// The last error in a log; `otherwise` when it has none.
+std::string lastError(const LogMemory& log, std::string_view otherwise);
+
+/// Flushes standard output; unreadable, after reporting an error, when not all of it could be written.
+Exit finishStandardOutput();
+
+}  // namespace mailtree::cli
