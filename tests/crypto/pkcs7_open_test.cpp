@@ -209,7 +209,7 @@ TEST(Pkcs7Open, compressed_content_is_unpacked_within_bounds) {
   const std::pair<std::string, const char*> rows[] = {
       {compressed(""), "done"},
       {compressed(std::string(std::size_t{5} << 20, 'z')), "done"},
-      {compressed(std::string(kLeastLayerBytes + 1, '\0')), "unpacks to more than is allowed"},
+      {compressed(std::string(kMinLayerBytes + 1, '\0')), "unpacks to more than is allowed"},
       {compressed("x", "\x2A\x03"), "compressed in a way that is not known"},
       {rebuilt(*cut, packed.substr(0, packed.size() / 2)), "the compressed content is malformed"},
       {rebuilt(*cut, "no such stream"), "the compressed content is malformed"},
@@ -234,7 +234,7 @@ TEST(Pkcs7Open, a_layer_that_costs_more_than_is_left_stays_closed) {
     const bool fits = *problem == '\0';
     EXPECT_EQ(Pkcs7Opener::open(bytes, everybody(), content, layer, budget, log), fits) << problem;
     EXPECT_THAT(layer.problem, HasSubstr(problem));
-    EXPECT_EQ(content.isEmpty() && (budget.lackedBytes || budget.lackedTrials), !fits) << problem;
+    EXPECT_EQ(content.isEmpty() && (budget.outOfBytes || budget.outOfTrials), !fits) << problem;
     EXPECT_TRUE(!fits || budget.layerBytes + budget.keyTrials == 0) << "all of it is spent";
   }
 }

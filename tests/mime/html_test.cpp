@@ -147,7 +147,7 @@ TEST(Html, EndsSoonOnHostileText) {
 TEST(CidReferences, are_pointed_at_content_ids_and_nothing_else_changes) {
   const auto pointed = [](const std::string& html) {
     std::string out = "left over";
-    pointCidReferences(html, {{"a.png", "A@x"}, {"my (1) é&.png", "B@x"}, {"100%.png", "C/<x"}}, out);
+    redirectCidReferences(html, {{"a.png", "A@x"}, {"my (1) é&.png", "B@x"}, {"100%.png", "C/<x"}}, out);
     return out;
   };
   const Row rows[] = {

@@ -132,9 +132,9 @@ class RandomMessage {
     const std::size_t place = said.size(), begin = m_words.size();
     said.emplace_back();
     const std::string content = entity(depth + 1);
-    const bool isGood = below(3) > 0, isOpaque = content.starts_with("Content-Type: text/") && below(2);
-    said[place] = m_words.substr(begin) + (isGood || isOpaque ? "valid" : "invalid");
-    return isOpaque ? wrap(content) : isGood ? sign(content) : signedWrongly(content);
+    const bool isFaultless = below(3) > 0, isOpaque = content.starts_with("Content-Type: text/") && below(2);
+    said[place] = m_words.substr(begin) + (isFaultless || isOpaque ? "valid" : "invalid");
+    return isOpaque ? wrap(content) : isFaultless ? sign(content) : signedWrongly(content);
   }
 
   std::mt19937 m_random;
@@ -260,10 +260,10 @@ std::string shownTo(const Email2& node) {
 
 /// Whether every displayed part is covered by a good signature.
 bool claimsToBeGood(const Email2& mail) {
-  const auto isGood = [](const SecureLayer& layer) {
+  const auto isFaultless = [](const SecureLayer& layer) {
     return layer.isSigned() && layer.allSignaturesValid() && layer.part == "1" && layer.uncovered.empty();
   };
-  return mail.getAllSignaturesValid() && std::ranges::any_of(mail.m_common->m_secureLayers, isGood);
+  return mail.getAllSignaturesValid() && std::ranges::any_of(mail.m_common->m_secureLayers, isFaultless);
 }
 
 TEST_F(Spoof, no_changed_byte_of_what_was_signed_is_called_valid) {
