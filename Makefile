@@ -1,4 +1,4 @@
-# The two commands for a newcomer are `make demo` and `make test`; each installs what it needs on Debian 12.
+# Start with `make demo` or `make test`; each installs the packages it needs on Debian 12.
 SHELL := /bin/bash
 .DEFAULT_GOAL := help
 BUILD := build
@@ -22,23 +22,23 @@ demo: $(BUILD)/demo/bin/mailtree ## Build the command and run it on the sample m
 	@scripts/demo $<
 
 PRESET ?= dev
-test: ## Build and run all tests; PRESET=asan: under sanitizers
+test: ## Build and run all tests; with sanitizers: PRESET=asan
 	@scripts/setup test
 	@$(CMAKE) --preset $(PRESET) >/dev/null
 	@cmake --build --preset $(PRESET)
 	@ctest --preset $(PRESET) -j2 && echo "make test: all tests passed"
 
-bench: ## Build and run the benchmarks beside their peers; prints one table
+bench: ## Build and run the benchmarks and print them as one table
 	@scripts/setup bench
 	@$(CMAKE) -S . -B $(BUILD)/bench -DCMAKE_BUILD_TYPE=Release -DMAILTREE_BUILD_BENCH=ON >/dev/null
 	@cmake --build $(BUILD)/bench
 	@scripts/bench $(BUILD)/bench
 
-asan tsan: ## Build and run the tests under sanitizers
+asan tsan: ## Build and run the tests with sanitizers
 	@scripts/setup check
 	@$(MAKE) --no-print-directory test PRESET=$@ && echo "make $@: no finding"
 
-fuzz: ## Replay the seeds and fuzz each target for FUZZ_SECONDS (60); FUZZ_OPTIMIZE=-O0 builds sooner
+fuzz: ## Replay the seeds and fuzz each target for FUZZ_SECONDS (60); FUZZ_OPTIMIZE=-O0 builds faster
 	@scripts/setup check
 	@$(CMAKE) --preset fuzz -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="$${FUZZ_OPTIMIZE:--O1} -g1" >/dev/null
 	@cmake --build --preset fuzz
@@ -58,7 +58,7 @@ lint: ## Run clang-tidy over library and command
 	@$(CMAKE) --preset dev >/dev/null
 	@scripts/lint $(BUILD)/dev
 
-check: ## Everything continuous integration runs
+check: ## Run everything that continuous integration runs
 	@bash .ci/run
 
 clean: ## Remove all builds

@@ -1,6 +1,7 @@
-// bench/charset_bench.cpp - conversion to utf-8 beside ICU and iconv, and validation beside ICU.
+// bench/charset_bench.cpp - conversion to utf-8, compared with ICU and iconv, and
+// validation, compared with ICU.
 //
-// Each side writes into memory that it has written to before, and each converter was opened before. Rates are
+// All sides write to memory already in use, with converters already opened. Rates are
 // in bytes of the code page.
 #include <benchmark/benchmark.h>
 #include <iconv.h>
@@ -63,9 +64,9 @@ Converter open(const char* name) {
   return U_SUCCESS(error) ? std::move(converter) : nullptr;
 }
 
-/// One of ICU's ways from bytes to utf-8; how many bytes came out, negative when it failed.
-using IcuWay = std::int32_t (*)(UConverter* from, const std::string& bytes, std::vector<UChar>& between,
-                                std::string& out);
+/// A method of ICU to convert bytes to utf-8. Returns the size of the output, negative on failure.
+using IcuMethod = std::int32_t (*)(UConverter* from, const std::string& bytes, std::vector<UChar>& between,
+                                   std::string& out);
 
 std::int32_t sizeOf(const std::string& bytes) { return static_cast<std::int32_t>(bytes.size()); }
 
@@ -90,7 +91,7 @@ std::int32_t direct(UConverter* from, const std::string& bytes, std::vector<UCha
   return U_SUCCESS(error) ? size : -1;
 }
 
-void decodeWithIcu(benchmark::State& state, const LanguageText& text, IcuWay way) {
+void decodeWithIcu(benchmark::State& state, const LanguageText& text, IcuMethod convert) {
   const std::string bytes = inCodePage(text);
   const Converter from = open(text.language->icuName);
   if (!from) return state.SkipWithError("no such converter");
@@ -98,7 +99,7 @@ void decodeWithIcu(benchmark::State& state, const LanguageText& text, IcuWay way
   std::string out(2 * text.utf8.size(), '\0');
   std::int32_t size = 0;
   for (auto _ : state) {
-    size = way(from.get(), bytes, between, out);
+    size = convert(from.get(), bytes, between, out);
     benchmark::ClobberMemory();
   }
   if (size != sizeOf(text.utf8) || !out.starts_with(text.utf8))
@@ -125,13 +126,12 @@ void decodeWithIconv(benchmark::State& state, const LanguageText& text) {
   rate(state, bytes.size());
 }
 
-/// What is in utf-8 already has only to be looked at.
 void validate(benchmark::State& state, const std::string& utf8) {
   for (auto _ : state) benchmark::DoNotOptimize(isValidUtf8(utf8));
   rate(state, utf8.size());
 }
 
-/// The least that ICU can be asked: read character by character, by the macro that it reads utf-8 with itself.
+/// The fastest method of ICU: reading character by character with its own macro.
 void validateByMacro(benchmark::State& state, const std::string& utf8) {
   const auto* const bytes = reinterpret_cast<const std::uint8_t*>(utf8.data());
   for (auto _ : state) {
@@ -146,7 +146,7 @@ void validateByMacro(benchmark::State& state, const std::string& utf8) {
   rate(state, utf8.size());
 }
 
-/// Preflighting: ICU counts and checks, and writes nothing.
+/// Preflighting: ICU counts and validates without writing.
 void validateByCounting(benchmark::State& state, const std::string& utf8) {
   for (auto _ : state) {
     UErrorCode error = U_ZERO_ERROR;

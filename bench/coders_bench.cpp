@@ -1,8 +1,8 @@
-// bench/coders_bench.cpp - the transfer encodings: base64 beside memcpy, quoted-printable beside GMime (see
-// gmime_coders_bench.cpp).
+// bench/coders_bench.cpp - transfer encodings: base64 compared with memcpy, quoted-printable with GMime
+// (gmime_coders_bench.cpp).
 //
-// memcpy moves as many bytes as the longer side has, the text, from where the coder reads to where it writes.
-// So both touch the same memory: 64 kB stay in the second-level cache, 1 MB in the third, 16 MB in none.
+// memcpy copies as many bytes as the longer side, the text, has. 64 kB fit into the second-level cache, 1 MB
+// into the third, 16 MB into none.
 #include <benchmark/benchmark.h>
 
 #include <cstring>

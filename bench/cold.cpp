@@ -1,9 +1,9 @@
-// bench/cold.cpp - loading mail that no cache holds.
+// bench/cold.cpp - loading mail that is not in the caches.
 //
 //   mailtree_cold [SET...]
 //
-// Nobody loads the same message again and again. So every set is larger than the caches, and in each round every
-// peer goes through it once, message by message, in turns. Prints what Google Benchmark would, in JSON.
+// In real use no message is loaded twice. Every set is larger than the caches, and each library loads it once
+// per round, alternating. Prints JSON in the format of Google Benchmark.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -28,14 +28,14 @@ constexpr Peer kPeers[] = {
 #endif
 };
 
-/// Of this process alone: what else the machine does counts less.
+/// CPU time of this process.
 double processorSeconds() {
   timespec time{};
   ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
-volatile std::size_t result;  ///< Somebody could ask for it, so the work must be done.
+volatile std::size_t result;  ///< Keeps the compiler from removing the work.
 
 double walk(const Peer& peer, const MessageSet& set) {
   std::size_t sum = 0;

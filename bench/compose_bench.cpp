@@ -1,4 +1,4 @@
-// Making a message from nothing and writing it: the whole job of a program that sends.
+// Composing a message and writing it.
 #include <benchmark/benchmark.h>
 
 #include "bench/messages.h"

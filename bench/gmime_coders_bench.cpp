@@ -1,4 +1,4 @@
-// The transfer encodings of GMime, over the same texts in the same program and run.
+// The transfer encodings of GMime on the same texts, in the same process.
 #include <benchmark/benchmark.h>
 #include <gmime/gmime.h>
 
@@ -35,8 +35,8 @@ void decode(benchmark::State& state, const Prose& prose) {
   repeat(state, decoder, encoded, encoded.size());
 }
 
-/// GMime writes a CR of the text as an escape, so it gets the lines as it wants them: ended by LF. The rate is
-/// that of the same text with CRLF.
+/// GMime escapes the CR of a text, so its input has LF line breaks. The rate is that
+/// of the same text with CRLF.
 void encode(benchmark::State& state, const Prose& prose) {
   const std::string bytes = repeated(prose.text, kProseSize);
   std::string lines;

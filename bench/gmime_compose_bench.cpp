@@ -1,4 +1,4 @@
-// The same message made and written by GMime.
+// Composing and writing the same message with GMime.
 #include <benchmark/benchmark.h>
 #include <gmime/gmime.h>
 
@@ -46,7 +46,7 @@ void add(GMimeMultipart* parent, GMimeObject* part) {
   g_object_unref(part);
 }
 
-/// The HTML with the images in it.
+/// The HTML with its images.
 GMimeObject* page(const Draft& draft) {
   GMimeMultipart* related = g_mime_multipart_new_with_subtype("related");
   add(related, textPart("html", draft.html));

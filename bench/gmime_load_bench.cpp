@@ -1,4 +1,4 @@
-// The same work done by GMime, in the same program and run.
+// Loading with GMime, in the same process.
 #include <benchmark/benchmark.h>
 
 #include <functional>

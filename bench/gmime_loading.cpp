@@ -20,7 +20,7 @@ std::size_t readAddresses(GMimeMessage* message, GMimeAddressType type) {
   return sum;
 }
 
-std::size_t readFacts(GMimeMessage* message) {
+std::size_t readSummary(GMimeMessage* message) {
   std::size_t sum = lengthOf(g_mime_message_get_subject(message)) +
                     readAddresses(message, GMIME_ADDRESS_TYPE_FROM) +
                     readAddresses(message, GMIME_ADDRESS_TYPE_TO);
@@ -55,7 +55,7 @@ std::size_t loadWithGmime(const std::string& bytes) {
   std::size_t sum = 0;
   if (message) {
     g_mime_message_foreach(message, readLeaf, &sum);
-    sum += readFacts(message);
+    sum += readSummary(message);
     g_object_unref(message);
   }
   return sum;

@@ -1,4 +1,4 @@
-// bench/gmime_stream.h - how GMime reads bytes in memory without copying them.
+// bench/gmime_stream.h - lets GMime read bytes in memory without a copy.
 #pragma once
 
 #include <gmime/gmime.h>

@@ -1,4 +1,4 @@
-// Loading and writing whole messages: what a program that handles mail does all day.
+// Loading and writing whole messages.
 #include <benchmark/benchmark.h>
 
 #include "bench/loading.h"
@@ -18,7 +18,7 @@ void loadSet(benchmark::State& state, const MessageSet& set) {
   count(state, set.bytes(), set.messages.size());
 }
 
-/// Drops everything: what remains is the cost of writing.
+/// Discards everything, so only writing is measured.
 class NullOutput final : public _svOutput {
  protected:
   bool put(std::string_view bytes, LogBase&) override {
@@ -41,18 +41,18 @@ void writeSet(benchmark::State& state, const MessageSet& set) {
   count(state, set.bytes(), set.messages.size());
 }
 
-/// How time grows with what a message holds: the rate is in what there is more and more of.
+/// How time grows with the number of units in a message; the rate is in units per second.
 void growth(benchmark::State& state, std::string (*generate)(int)) {
   const std::string message = generate(static_cast<int>(state.range(0)));
   for ([[maybe_unused]] const auto& _ : state) {
-    const std::size_t facts = loadWithMailtree(message);
-    if (facts == 0) return state.SkipWithError("not enough memory");
-    benchmark::DoNotOptimize(facts);
+    const std::size_t checksum = loadWithMailtree(message);
+    if (checksum == 0) return state.SkipWithError("not enough memory");
+    benchmark::DoNotOptimize(checksum);
   }
   count(state, message.size(), static_cast<std::size_t>(state.range(0)));
 }
 
-/// Every thread loads mail of its own.
+/// Every thread loads its own mail.
 void loadInThreads(benchmark::State& state, const MessageSet& set) {
   const MessageSet own = set;
   loadSet(state, own);
@@ -73,7 +73,7 @@ const bool kRegistered = [] {
   return true;
 }();
 
-// The last of each is where the limits on parts, levels and fields lie.
+// The last value of parts, levels and fields is their limit.
 BENCHMARK_CAPTURE(growth, parts, manyParts)
     ->Name("growth/parts")
     ->Arg(100)

@@ -7,8 +7,7 @@ std::size_t lengthOf(const _svEmailAddress& address) {
   return address.m_name.view().size() + address.m_address.view().size();
 }
 
-/// As every reader of mail asks for them.
-std::size_t readFacts(Email2& root) {
+std::size_t readSummary(Email2& root) {
   LogNull log;
   StringBuffer subject;
   root.getSubjectUtf8(subject, log);
@@ -29,7 +28,7 @@ EmailPtr load(const std::string& message) {
 
 std::size_t loadWithMailtree(const std::string& message) {
   const EmailPtr root = load(message);
-  return root ? readFacts(*root) : 0;
+  return root ? readSummary(*root) : 0;
 }
 
 }  // namespace mailtree::bench

@@ -1,5 +1,5 @@
-// bench/loading.h - the whole job that is compared: parse, decode every leaf, convert text to utf-8, read subject,
-// sender, recipients and date, and drop everything.
+// bench/loading.h - complete loading: parse, decode every leaf, convert text to utf-8, read subject, sender,
+// recipients and date, destroy the tree.
 #pragma once
 
 #include <cstddef>
@@ -9,13 +9,13 @@
 
 namespace mailtree::bench {
 
-/// The first half of it, for those who go on with the tree.
+/// Only parses and decodes.
 EmailPtr load(const std::string& message);
 
-/// @return something that depends on all of it, so that no compiler leaves any of it out.
+/// Returns a checksum of the values read, which keeps the compiler from removing the work; 0 on failure.
 std::size_t loadWithMailtree(const std::string& message);
 
-/// Only where GMime is there.
+/// Only available with GMime.
 std::size_t loadWithGmime(const std::string& message);
 
 }  // namespace mailtree::bench

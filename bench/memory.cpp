@@ -1,5 +1,5 @@
-// bench/memory.cpp - what messages take in memory, as the kernel counts it. A process measures one case, so that no
-// other has left it room.
+// bench/memory.cpp - resident memory of messages. Each case runs in its own process, which has no free
+// memory left from another.
 //
 //   mailtree_memory CASE PATH    PATH is a message, for short_mails a folder of them
 #include <cstdio>
@@ -15,7 +15,7 @@
 namespace mailtree::bench {
 namespace {
 
-/// A line of /proc/self/status, such as VmRSS, in bytes.
+/// A value of /proc/self/status, such as VmRSS, in bytes.
 double statusOf(const std::string& name) {
   std::ifstream status("/proc/self/status");
   std::string line;
@@ -32,10 +32,10 @@ void print(const std::string& name, const char* what, double value, const char* 
   std::printf("memory/%s/%s %.3f %s\n", name.c_str(), what, value, unit);
 }
 
-/// What was not loaded takes no memory, and that would look like a good result.
+/// Exits when loading failed: no memory used would look like a good result.
 EmailPtr loaded(EmailPtr message) {
   if (message) return message;
-  std::cerr << "mailtree_memory: the message was not loaded\n";
+  std::cerr << "mailtree_memory: cannot load the message\n";
   std::exit(1);
 }
 
@@ -59,7 +59,7 @@ EmailPtr loadText(const std::string& path, StringBuffer& text) {
                                                      certs, log, /*parseOption=*/false)));
 }
 
-/// Loads a message. The peak includes the input, and so does what is held unless it was discarded.
+/// Loads a message. The peak includes the input; the memory held includes it unless it was discarded.
 template <class Load>
 void loadOne(const std::string& name, const std::string& path, Load&& load) {
   const auto size = static_cast<double>(std::filesystem::file_size(path));
@@ -83,7 +83,7 @@ void loadMany(const std::string& name, const std::string& folder) {
   print(name, "beside_its_bytes", (residentNow() - before - size) / count / 1024, "kB");
 }
 
-/// Drops everything.
+/// Discards everything.
 class NullOutput final : public _svOutput {
  protected:
   bool put(std::string_view, LogBase&) override { return true; }

@@ -151,7 +151,7 @@ const CharsetRow kCharsets[] = {{"iso-8859-1", &kLatin},     {"windows-1252", &k
                                 {"iso-2022-jp", &kJapanese}, {"gb18030", &kChinese},
                                 {"koi8-r", &kRussian},       {"utf-8", &kRussian}};
 
-/// A message of about that many bytes, its body one block again and again.
+/// A message of about `size` bytes; its body repeats one block.
 std::string ofLength(int size, const std::string& head, const std::string& block) {
   std::string text = head;
   text.reserve(static_cast<std::size_t>(size) + head.size() + block.size());
@@ -190,7 +190,7 @@ std::string attachmentMail(Writer& w, std::size_t bytes) {
                    "base64", base64(w.bytes(bytes)))});
 }
 
-/// Every charset in both encodings, in turns.
+/// Every charset in both encodings, alternating.
 std::string charsetMail(Writer& w, std::size_t number) {
   const CharsetRow& row = kCharsets[number / 2 % std::size(kCharsets)];
   const bool asBase64 = number % 2 == 0;
@@ -217,8 +217,8 @@ std::string deepMail(Writer& w, int levels) {
 
 constexpr int kParts = 2'001, kLevels = 30;
 
-/// Many times what the caches of a processor hold. The odd shapes take long for each byte, and get by with less.
-constexpr std::size_t kCold = std::size_t{256} << 20, kColdOdd = std::size_t{64} << 20;
+/// Many times the size of the caches. Many parts and deep nesting take more time per byte, so less is enough.
+constexpr std::size_t kCold = std::size_t{256} << 20, kColdSlow = std::size_t{64} << 20;
 
 template <class Next>
 MessageSet filled(const char* name, std::size_t bytes, Next next) {
@@ -386,11 +386,11 @@ const std::vector<ColdSet>& coldSets() {
        }},
       {"parts_2000",
        [](const char* name) {
-         return filled(name, kColdOdd, [w = Writer(25)]() mutable { return partsMail(w, kParts); });
+         return filled(name, kColdSlow, [w = Writer(25)]() mutable { return partsMail(w, kParts); });
        }},
       {"depth_30",
        [](const char* name) {
-         return filled(name, kColdOdd, [w = Writer(26)]() mutable { return deepMail(w, kLevels); });
+         return filled(name, kColdSlow, [w = Writer(26)]() mutable { return deepMail(w, kLevels); });
        }},
   };
   return kSets;

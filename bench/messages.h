@@ -1,4 +1,4 @@
-// bench/messages.h - generated mail that every benchmark works on, the same bytes on every run.
+// bench/messages.h - generated mail for all benchmarks, the same bytes on every run.
 #pragma once
 
 #include <cstddef>
@@ -23,7 +23,7 @@ MessageSet mixedCharsets();        ///< Text in six charsets, base64 and quoted-
 
 std::string withAttachment(std::size_t bytes);  ///< A text and one file of that size in base64.
 
-// Messages that grow in one direction, each count including everything of its kind.
+// Messages that grow in one dimension; a count includes every unit of its kind.
 std::string manyParts(int count);
 std::string deep(int levels);
 std::string manyFields(int count);
@@ -32,12 +32,12 @@ std::string longText(int bytes);   ///< One text in utf-8.
 std::string largeFile(int bytes);  ///< One file in base64.
 
 std::string uuencodedFile(std::size_t bytes);  ///< A text with one uuencoded file of that size.
-std::string unlabelled(const char* fields, const char* sentence);  ///< 64 kB of a text that names no charset.
+std::string unlabelled(const char* fields, const char* sentence);  ///< 64 kB of text without charset label.
 
-/// What a person sends: a text, the same in HTML with two images in it, three files; 5 MB.
+/// A typical message of 5 MB: a text, the same as HTML with two images, three files.
 struct Draft {
   struct File {
-    const char* name;  ///< Of an image, also its Content-ID.
+    const char* name;  ///< Also the Content-ID of an image.
     const char* type;
     std::string bytes;
   };
@@ -49,10 +49,10 @@ struct Draft {
 
 const Draft& draft();
 
-/// The four sets and the two odd shapes.
+/// The four sets, many parts, and deep nesting.
 const std::vector<MessageSet>& allSets();
 
-/// The same shapes in sets that no cache holds, every message another one. Each is made when it is wanted.
+/// The same in sets larger than the caches, all messages different. A set is generated when it is needed.
 struct ColdSet {
   const char* name;
   MessageSet (*make)(const char* name);

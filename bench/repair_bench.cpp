@@ -1,4 +1,4 @@
-// Loading what needs mending: text that names no charset, files that stand uuencoded in a text.
+// Loading what needs repair: text without charset label, uuencoded files in a text.
 #include <benchmark/benchmark.h>
 
 #include "bench/messages.h"

@@ -1,4 +1,4 @@
-// Signing, verifying, encrypting and decrypting, each beside one call of the cryptographic library on the same bytes.
+// Signing, verifying, encrypting and decrypting, each compared with one call of libcrypto on the same bytes.
 #include <benchmark/benchmark.h>
 #include <openssl/cms.h>
 #include <openssl/pem.h>
@@ -43,7 +43,7 @@ EVP_PKEY* readKey(const char* name) {
   return file ? PEM_read_bio_PrivateKey(file.get(), nullptr, nullptr, nullptr) : nullptr;
 }
 
-/// One identity, for both sides.
+/// An identity for both sides.
 struct Identity {
   explicit Identity(const std::string& name)
       : certificate(readCertificate((name + ".pem").c_str())), key(readKey((name + ".key").c_str())) {
@@ -74,7 +74,7 @@ Identity& alice() {
   static Identity one("alice");
   return one;
 }
-/// P-256: without the millisecond that RSA takes to decrypt a key, which both sides pay alike.
+/// P-256: avoids the millisecond that RSA needs to decrypt a key on both sides.
 Identity& carol() {
   static Identity one("carol");
   return one;
@@ -112,7 +112,7 @@ void expect(benchmark::State& state, bool done) {
   if (!done) state.SkipWithError("failed");
 }
 
-/// Runs `once` and says how many bytes of content it took.
+/// Runs `once` repeatedly and reports the rate in bytes of content.
 template <class Once>
 void measure(benchmark::State& state, std::size_t size, Once&& once) {
   for ([[maybe_unused]] const auto& _ : state) expect(state, once());
@@ -247,14 +247,14 @@ void decryptByLibrary(benchmark::State& state, Who who, const EVP_CIPHER* cipher
   });
 }
 
-/// One job, done by both.
+/// Registers one task for both sides.
 template <class Ours, class Theirs>
-void compare(const std::string& job, Ours ours, Theirs theirs) {
+void compare(const std::string& task, Ours ours, Theirs theirs) {
   const auto ofSizes = [](benchmark::internal::Benchmark* one) {
     one->ArgName("MB")->Arg(1)->Arg(25)->Unit(benchmark::kMillisecond);
   };
-  ofSizes(benchmark::RegisterBenchmark(("secure/" + job + "/mailtree").c_str(), ours));
-  ofSizes(benchmark::RegisterBenchmark(("secure/" + job + "/libcrypto").c_str(), theirs));
+  ofSizes(benchmark::RegisterBenchmark(("secure/" + task + "/mailtree").c_str(), ours));
+  ofSizes(benchmark::RegisterBenchmark(("secure/" + task + "/libcrypto").c_str(), theirs));
 }
 
 void compareCipher(const std::string& name, Who who, ContentCipher ours, const EVP_CIPHER* theirs) {

@@ -1,4 +1,4 @@
-// bench/texts.h - the texts that the coders and the charsets work on, the same bytes on every run.
+// bench/texts.h - texts for coders and charsets, the same bytes on every run.
 #pragma once
 
 #include <array>
@@ -8,12 +8,12 @@
 
 namespace mailtree::bench {
 
-/// As much of `text`, again and again, as makes up `size` bytes.
+/// `text` repeated until it has at least `size` bytes.
 std::string repeated(std::string_view text, std::size_t size);
 
 std::string randomBytes(std::size_t size);
 
-/// What is written in quoted-printable.
+/// A text to encode in quoted-printable.
 struct Prose {
   const char* name;
   std::string_view text;
@@ -21,7 +21,7 @@ struct Prose {
 inline constexpr std::size_t kProseSize = 1 << 18;
 extern const std::array<Prose, 4> kProse;
 
-/// What people write in a code page, in utf-8, and how other libraries call that code page.
+/// A sentence typical for a code page, in utf-8, and the names of the code page in other libraries.
 struct Language {
   const char* name;
   int codePage;
@@ -31,13 +31,13 @@ struct Language {
 };
 extern const std::array<Language, 15> kLanguages;
 
-/// A text in one language: its sentences alone, or as a page holds them, with markup around each.
+/// A text in one language, plain or as an HTML page.
 struct LanguageText {
-  std::string name;  ///< Of the charset, "-page" behind it when there is markup.
+  std::string name;  ///< Name of the charset, followed by "-page" for HTML.
   const Language* language;
   std::string utf8;
 };
-/// Both texts of every language, 64 kB each: what a long mail has.
+/// Both texts of every language, 64 kB each.
 std::array<LanguageText, 2 * kLanguages.size()> languageTexts();
 
 }  // namespace mailtree::bench

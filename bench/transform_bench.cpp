@@ -1,5 +1,4 @@
-// Copies of a newsletter, one for each of its readers, and answers to a long page. `copied` is what each copy holds
-// of its own.
+// Copies of a newsletter and replies to a long page. `copied` is the number of bytes that a copy owns.
 #include <benchmark/benchmark.h>
 
 #include <memory>
@@ -27,7 +26,7 @@ void addText(Email2& mail, const char* type, const std::string& utf8, LogBase& l
   mail.addAlternativeBody(body, true, contentType, nullptr, log);
 }
 
-/// A text, the same in HTML and two images: 200 kB.
+/// A text, the same as HTML, and two images: 200 kB.
 EmailPtr newsletter() {
   LogNull log;
   EmailPtr mail(new Email2);
@@ -46,9 +45,9 @@ EmailPtr newsletter() {
   return mail;
 }
 
-std::size_t bytesOfItsOwn(const Email2& node) {
+std::size_t ownedBytes(const Email2& node) {
   std::size_t size = node.m_body.heapUsage() + node.m_header.heapUsage();
-  for (int i = 0; i < node.getNumParts(); ++i) size += bytesOfItsOwn(*node.getPart(i));
+  for (int i = 0; i < node.getNumParts(); ++i) size += ownedBytes(*node.getPart(i));
   return size;
 }
 
@@ -60,7 +59,7 @@ void copyEach(benchmark::State& state, Copy&& copy) {
     const EmailPtr made(copy(*mail));
     benchmark::DoNotOptimize(made.get());
     state.PauseTiming();
-    copied = bytesOfItsOwn(*made);
+    copied = ownedBytes(*made);
     state.ResumeTiming();
   }
   state.counters["copied"] = static_cast<double>(copied);
@@ -79,22 +78,22 @@ void replaceInNewsletter(benchmark::State& state) {
   copyEach(state, [&](Email2& mail) { return mail.cloneAndReplace_v3(state.range(0) != 0, pairs, log); });
 }
 
-/// The answer is made of a clone; what that costs is in it.
-void answerPage(benchmark::State& state) {
+/// Includes cloning the message that is replied to.
+void replyToPage(benchmark::State& state) {
   LogNull log;
   Email2 mail;
   mail.setFromFullUtf8("Anna <anna@example.org>", log);
   const std::string html = "<html><body>" + repeated("<p>Größe und Maß.</p>\n", kPageBytes);
   addText(mail, "text/html", html, log);
   for ([[maybe_unused]] const auto& _ : state) {
-    const EmailPtr answer(mail.clone_v3(/*shareImageData=*/false, log));
-    answer->convertToReply(log);
-    benchmark::DoNotOptimize(answer->m_body.getData2());
+    const EmailPtr reply(mail.clone_v3(/*shareImageData=*/false, log));
+    reply->convertToReply(log);
+    benchmark::DoNotOptimize(reply->m_body.getData2());
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * html.size()));
 }
 
-BENCHMARK(answerPage)->Name("reply/html_1MB/mailtree");
+BENCHMARK(replyToPage)->Name("reply/html_1MB/mailtree");
 BENCHMARK(cloneNewsletter)->Name("clone/newsletter_200kB/mailtree")->ArgName("share")->Arg(0)->Arg(1);
 BENCHMARK(replaceInNewsletter)->Name("merge/newsletter_200kB/mailtree")->ArgName("share")->Arg(0)->Arg(1);
 

@@ -1,4 +1,4 @@
-// bench/write_mails.cpp - generated mail as files, for programs that are measured from outside.
+// bench/write_mails.cpp - generated mail as files, for measuring other programs.
 //
 //   mailtree_write_mails short COUNT FOLDER       short mails, one file each
 //   mailtree_write_mails attachment BYTES FILE    a message with one file of that size

@@ -1,4 +1,4 @@
-// A message as XML: what an archive or an index does with every mail. The copy beside it is the floor.
+// A message as XML. Copying the text is the lower bound.
 #include <benchmark/benchmark.h>
 
 #include "bench/messages.h"

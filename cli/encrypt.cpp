@@ -68,11 +68,6 @@ Exit takeNamed(const EncryptOptions& options, const Keys& keys, Email2& email) {
   return Exit::fine;
 }
 
-std::string lowerCase(std::string text) {
-  for (char& c : text) c = toLowerAscii(c);
-  return text;
-}
-
 /// Complains about every recipient who has no certificate, once.
 Exit findAll(const EncryptOptions& options, Keys& keys, const Email2& email) {
   const std::vector<Recipient> recipients = recipientsOf(email);

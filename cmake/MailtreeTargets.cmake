@@ -1,9 +1,9 @@
-# Settings every target of this repository shares.
+# Settings for all targets of this repository.
 function(mailtree_settings target)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
     -Wcast-qual -Wformat=2 -Wundef)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
-    target_compile_options(${target} PRIVATE -Wno-restrict)  # GCC 12 sees overlaps in std::string's operator+ that are not there
+    target_compile_options(${target} PRIVATE -Wno-restrict)  # GCC 12 reports overlaps in std::string's operator+ that do not exist
   endif()
   if(MAILTREE_WERROR)
     target_compile_options(${target} PRIVATE -Werror)
@@ -14,15 +14,15 @@ function(mailtree_settings target)
   endif()
 endfunction()
 
-# What is built for sanitizers takes long. There the headers that everything includes are read once; elsewhere every file shows that it
-# includes what it needs.
+# Sanitizer builds are slow, so they precompile common headers. Other builds do not, and thus verify that every file includes what it
+# needs.
 function(mailtree_read_once target)
   if(MAILTREE_SANITIZE)
     target_precompile_headers(${target} PRIVATE ${ARGN})
   endif()
 endfunction()
 
-# Of the tests and the command, which do little themselves, optimising is not worth its time there either.
+# Tests and command do little work themselves: in sanitizer builds optimising them costs more time than it saves.
 function(mailtree_quick_build target)
   if(MAILTREE_SANITIZE)
     target_compile_options(${target} PRIVATE -O0)

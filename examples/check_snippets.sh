@@ -1,18 +1,18 @@
 #!/usr/bin/env bash
-# Whatever README shows between ```cpp fences stands, line by line and in this order, in an example that is built and run.
+# Every line that README shows between ```cpp fences occurs, in this order, in an example that is built and run.
 cd "$1" || exit 2
 python3 - <<'PY'
 import glob, re, sys
 code = [[line.strip() for line in open(f, encoding='utf-8')] for f in sorted(glob.glob('examples/*.cpp'))]
 blocks = re.findall(r'```cpp\n(.*?)```', open('README.md', encoding='utf-8').read(), re.S)
-def stands(block, lines):
+def occurs(block, lines):
     at = 0
     for want in filter(None, (line.strip() for line in block.splitlines())):
         if want not in lines[at:]:
             return False
         at = lines.index(want, at) + 1
     return True
-bad = [b for b in blocks if not any(stands(b, lines) for lines in code)]
+bad = [b for b in blocks if not any(occurs(b, lines) for lines in code)]
 for b in bad:
     print('README shows code that no example holds:\n' + b)
 sys.exit(1 if bad or not blocks else 0)

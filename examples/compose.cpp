@@ -1,4 +1,4 @@
-// Composes a message: a text, the same as HTML, a file; and writes it as MIME.
+// Composes a message with a text, the same as HTML, and a file, and writes it as MIME.
 #include <iostream>
 
 #include "mailtree/email/Email2.h"

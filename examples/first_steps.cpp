@@ -1,4 +1,4 @@
-// Loads a message and says who wrote what.
+// Loads a message and prints sender, subject, text and attachments.
 #include <iostream>
 
 #include "mailtree/email/Email2.h"

@@ -1,5 +1,5 @@
-// Transfer encodings and charsets: what is encoded decodes to itself, vector and portable code agree,
-// converting is total.
+// Transfer encodings and charsets: encoding round-trips, vector and portable code agree,
+// any bytes can be converted.
 #include <string>
 #include <vector>
 
@@ -23,14 +23,14 @@ void transferEncodings(std::string_view bytes) {
   DataBuffer back;
   ContentCoding::encodeBase64(bytes.data(), bytes.size(), text);
   fuzz::require(text.getSize() == ContentCoding::computeBase64Size(bytes.size(), 76),
-                "the base64 size is foretold");
+                "the base64 size is computed correctly");
   ContentCoding::decodeBase64ToDb(text, back);
-  fuzz::require(back.view() == bytes, "base64 gives back what it took");
+  fuzz::require(back.view() == bytes, "base64 round-trips");
   text.clear();
   back.clear();
   ContentCoding::encodeQuotedPrintable(bytes.data(), bytes.size(), text);
   ContentCoding::decodeQuotedPrintableToDb(text, back);
-  fuzz::require(back.view() == bytes, "quoted-printable gives back what it took");
+  fuzz::require(back.view() == bytes, "quoted-printable round-trips");
 }
 
 void decoders(std::string_view text) {
@@ -69,9 +69,9 @@ void suggestedCharsets(std::string_view bytes) {
     const int codePage = charset.getCodePage();
     if (codePage == 0 || codePage == kCpUtf8) continue;
     std::string encoded, back;
-    fuzz::require(encodeFromUtf8(codePage, bytes, encoded), "a suggested charset carries the text");
+    fuzz::require(encodeFromUtf8(codePage, bytes, encoded), "a suggested charset can encode the text");
     fuzz::require(decodeToUtf8(codePage, encoded, back) && back == bytes,
-                  "a suggested charset gives the text back");
+                  "a suggested charset round-trips the text");
   }
 }
 

@@ -1,5 +1,6 @@
-// A message that is made or loaded and then changed at random. The input is a message, a NUL and the changes; without a
-// message a new one is begun. After every change the tree can be read, and in the end written, loaded and written again.
+// A message that is composed or loaded and then changed at random. The input is a message, a NUL and the
+// operations; without a message a new one is composed. The tree can always be read, and finally written,
+// loaded and written again.
 #include <algorithm>
 #include <array>
 #include <string>
@@ -12,7 +13,7 @@
 using namespace mailtree;
 using fuzz::load;
 using fuzz::Tape;
-using fuzz::wasMended;
+using fuzz::wasRepaired;
 using fuzz::write;
 
 namespace {
@@ -47,14 +48,14 @@ std::string plainText(Email2& root) {
   return root.getPlainTextBodyUtf8(root, text, log) ? text.extractString() : "(none)";
 }
 
-/// Text that any encoding carries as it is: outside of utf-8, and with line ends that mail has not, it may not stay.
-bool canTravel(std::string_view text) {
+/// Whether a text survives any transfer encoding unchanged: valid utf-8, line breaks CRLF, no NUL.
+bool survivesTransport(std::string_view text) {
   return isValidUtf8(text) && !hasBareLineEnd(text) && text.find('\0') == std::string_view::npos;
 }
 
 class Composer {
  public:
-  Composer(Email2& root, bool isNew, Tape& tape) : m_root(root), m_tape(tape), m_isOurs(isNew) {}
+  Composer(Email2& root, bool isNew, Tape& tape) : m_root(root), m_tape(tape), m_isComposed(isNew) {}
 
   void run() {
     using Operation = void (Composer::*)();
@@ -69,19 +70,19 @@ class Composer {
     for (int i = 0; i < kMaxOperations && !m_tape.isAtEnd(); ++i) (this->*m_tape.pick(kOperations))();
   }
 
-  /// Whether the tree was built by nothing but the operations that choose the places themselves.
-  bool isOurs() const { return m_isOurs; }
+  /// Whether the tree was built only by operations that choose the position of a part themselves.
+  bool isComposed() const { return m_isComposed; }
 
  private:
-  /// The text set last is the one that is read: always in a tree of our own making, elsewhere where the tree has
-  /// the part that received it for its plain text.
+  /// The text set last is the one that is read: always in a composed tree; in a loaded one when
+  /// its part is the plain text.
   void checkPlainText(const std::string& text, const StringBuffer& type, const Email2* part) {
     if (!equalsNoCase(type, "text/plain")) return;
-    if (part) fuzz::require(part->m_body.view() == text, "the part named holds the body");
-    const bool isLeaf =
-        part && part->getNumParts() == 0;  // a field set by hand can call a node with subparts a text
+    if (part) fuzz::require(part->m_body.view() == text, "outPart holds the body");
+    // A Content-Type field that was set can label a node with subparts as text.
+    const bool isLeaf = part && part->getNumParts() == 0;
     const bool isRead = isLeaf && (part == &m_root || part == m_root.getPlainTextAlternative());
-    if (m_isOurs || isRead) fuzz::require(plainText(m_root) == text, "the text that was set is the text");
+    if (m_isComposed || isRead) fuzz::require(plainText(m_root) == text, "the text that was set is read");
   }
 
   void putBody(bool isText, bool asAlternative) {
@@ -99,7 +100,7 @@ class Composer {
   void setBody() { putBody(/*isText=*/true, /*asAlternative=*/false); }
   void addAlternative() { putBody(/*isText=*/true, /*asAlternative=*/true); }
   void addBytes() {
-    m_isOurs = false;  // what is no text has no place of its own among bodies
+    m_isComposed = false;  // bodies that are no text have no fixed position
     putBody(/*isText=*/false, m_tape.byte() % 2 == 0);
   }
 
@@ -113,8 +114,8 @@ class Composer {
     const int before = numAttachments(m_root);
     const bool done = m_root.addDataAttachmentUtf8(name.c_str(), type, codePage, data, given, m_log);
     fuzz::require(done, "an attachment can be added");
-    if (m_isOurs && !equalsNoCase(given, "message/rfc822"))
-      fuzz::require(numAttachments(m_root) == before + 1, "it counts as one");
+    if (m_isComposed && !equalsNoCase(given, "message/rfc822"))
+      fuzz::require(numAttachments(m_root) == before + 1, "it counts as one attachment");
   }
 
   void attach() {
@@ -126,14 +127,14 @@ class Composer {
   void dropOne() {
     const int before = numAttachments(m_root);
     const bool dropped = m_root.dropSingleAttachment(m_tape.index(), m_log);
-    if (dropped && m_isOurs) fuzz::require(numAttachments(m_root) == before - 1, "one attachment less");
+    if (dropped && m_isComposed) fuzz::require(numAttachments(m_root) == before - 1, "one attachment fewer");
   }
 
   void extract() { const EmailPtr part(m_root.extractAttachment(m_tape.index())); }
   void dropAll() { m_root.dropAttachments(); }
 
   void setField() {
-    m_isOurs = false;
+    m_isComposed = false;
     const char* const name = m_tape.pick(kFields);
     const std::string value = m_tape.text();
     if (m_tape.byte() % 2 == 0)
@@ -145,7 +146,7 @@ class Composer {
   void removeBody() { m_root.removeAlternative(m_tape.pick(kAnyTypes), m_log); }
 
   void convert() {
-    m_isOurs = false;
+    m_isComposed = false;
     m_root.convertToMultipartX(m_tape.pick(kMultiparts), m_log);
   }
 
@@ -169,7 +170,7 @@ class Composer {
     m_root.getPlainTextBodyQP(m_root, text, unused, m_log);
     m_root.getHtmlBodyQP(m_root, html, unused, m_log);
     fuzz::require(m_root.hasPlainTextBody() == (m_root.findPlainTextPart() != nullptr),
-                  "a body is where it is");
+                  "hasPlainTextBody and findPlainTextPart agree");
     ExtPtrArraySb urls;
     m_root.captureHyperlinkUrls(urls);
     m_root.getSendCost();
@@ -197,7 +198,7 @@ class Composer {
 
   Email2& m_root;
   Tape& m_tape;
-  bool m_isOurs;
+  bool m_isComposed;
   LogNull m_log;
 };
 
@@ -217,10 +218,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const int attachments = numAttachments(*root);
   const std::string text = plainText(*root);
   const EmailPtr second = load(write(*root, option));
-  if (composer.isOurs() && !wasMended(*second)) {
+  if (composer.isComposed() && !wasRepaired(*second)) {
     fuzz::require(numAttachments(*second) == attachments, "attachments survive writing and loading");
-    if (canTravel(text)) fuzz::require(plainText(*second) == text, "the text survives writing and loading");
+    if (survivesTransport(text))
+      fuzz::require(plainText(*second) == text, "the text survives writing and loading");
   }
-  fuzz::requireSettles(write(*second, option), option);
+  fuzz::requireStable(write(*second, option), option);
   return 0;
 }

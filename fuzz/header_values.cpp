@@ -57,7 +57,7 @@ void header(std::string_view text) {
   MimeHeader again;
   again.loadMimeHeaderText(once.view(), log);
   again.getMimeHeader(twice, "SVX-", kCpUtf8, true, log);
-  fuzz::require(once.view() == twice.view(), "a written header reads back as it is");
+  fuzz::require(once.view() == twice.view(), "a written header round-trips");
 }
 
 }  // namespace

@@ -14,22 +14,22 @@ namespace {
 void structure(std::string_view page) {
   StringBuffer html(page);
   _svHtmlHelp::ensureStructure(html);
-  fuzz::require(!_svHtmlHelp::ensureStructure(html), "a complete page stays as it is");
-  fuzz::require(html.getSize() >= page.size(), "completing takes nothing away");
+  fuzz::require(!_svHtmlHelp::ensureStructure(html), "a complete page is unchanged");
+  fuzz::require(html.getSize() >= page.size(), "completing removes nothing");
 }
 
 void charsetTag(std::string_view page) {
   LogNull log;
   StringBuffer html(page), charset;
   _svHtmlHelp::ensureStructure(html);
-  // "<<meta charset=a>meta charset=b>" is text, a tag, and text that becomes a tag without the first.
+  // In "<<meta charset=a>meta charset=b>" removing the tag would make a tag of the text around it.
   if (looksLikeUtf16(page) || contains(html.view(), "<<")) return;
   _svHtmlHelp::removeCharsetMetaTag(html, log);
   fuzz::require(!_svHtmlHelp::getCharset(html, charset), "a removed charset is gone");
   const std::string before(html.view());
   _svHtmlHelp::addCharsetMetaTag(html, "koi8-r", log);
   fuzz::require(_svHtmlHelp::getCharset(html, charset), "an added charset is found");
-  fuzz::require(charset.view() == "koi8-r", "the added charset counts");
+  fuzz::require(charset.view() == "koi8-r", "the added charset is the one found");
   _svHtmlHelp::removeCharsetMetaTag(html, log);
   fuzz::require(html.view() == before, "adding and removing a charset changes nothing");
 }
@@ -70,10 +70,10 @@ void cleanUp(std::string_view text) {
   fuzz::require(countHyperlinks(page) <= hyperlinks, "cleaning up adds no hyperlink");
   const Tags before = tagsOf(text), after = tagsOf(once);
   fuzz::require(after.starts <= before.starts, "cleaning up adds no tag");
-  fuzz::require(after.scripts == before.scripts, "cleaning up leaves scripts alone");
+  fuzz::require(after.scripts == before.scripts, "cleaning up keeps scripts");
   page.unSpam(log);
   page.getHtml(twice);
-  fuzz::require(once.view() == twice.view(), "a clean page stays as it is");
+  fuzz::require(once.view() == twice.view(), "a clean page is unchanged");
 }
 
 }  // namespace

@@ -1,12 +1,12 @@
-// A whole message: load, look at everything, write, load what was written, write again. Where nothing had to be
-// mended, the second and the third text are equal.
+// A whole message: load, read everything, write, load that, write again. Where nothing had to be repaired,
+// the second and the third output are equal.
 #include "fuzz/messages.h"
 
 using namespace mailtree;
 
 namespace {
 
-void look(Email2& root) {
+void readEverything(Email2& root) {
   LogMemory log;
   log.m_verboseLogging = true;
   StringBuffer text;
@@ -32,7 +32,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string_view input = fuzz::textOf(data, size);
   const bool option = size % 2 == 1;
   const EmailPtr first = fuzz::load(input, size % 5 == 0 ? fuzz::Source::pop3 : fuzz::Source::bytes);
-  look(*first);
-  fuzz::requireSettles(fuzz::write(*first, option), option);
+  readEverything(*first);
+  fuzz::requireStable(fuzz::write(*first, option), option);
   return 0;
 }

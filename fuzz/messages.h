@@ -11,7 +11,7 @@ namespace mailtree::fuzz {
 
 enum class Source { bytes, pop3 };
 
-/// Any bytes load.
+/// Any input loads.
 inline EmailPtr load(std::string_view text, Source source = Source::bytes) {
   const RefPtr<_svEmailCommon> common(new _svEmailCommon);
   DataBuffer bytes;
@@ -21,7 +21,7 @@ inline EmailPtr load(std::string_view text, Source source = Source::bytes) {
   EmailPtr root(source == Source::pop3
                     ? Email2::createFromPop3(*common, bytes, true, certs, log)
                     : Email2::createFromMimeDb(*common, bytes, true, true, certs, log, false));
-  require(root != nullptr, "any bytes load");
+  require(root != nullptr, "any input loads");
   return root;
 }
 
@@ -35,22 +35,22 @@ inline std::string write(Email2& root, bool qpFor8bit) {
   return text.extractString();
 }
 
-/// Whether loading had to mend anything: a message that was broken may become a different one with every
-/// repair, such as a label that says what its text was found to be.
-inline bool wasMended(const Email2& node) {
+/// Whether loading repaired anything: a repaired message may differ from what was written, for
+/// example in a charset label.
+inline bool wasRepaired(const Email2& node) {
   if (!node.m_repairs.isEmpty()) return true;
   for (int i = 0; i < node.getNumParts(); ++i)
-    if (wasMended(*node.getPartConst(i))) return true;
+    if (wasRepaired(*node.getPartConst(i))) return true;
   return false;
 }
 
-/// What was written loads, and where nothing had to be mended, writing it again gives the same bytes.
-inline void requireSettles(std::string_view written, bool qpFor8bit) {
+/// Output can be loaded, and where nothing had to be repaired, writing it again gives the same bytes.
+inline void requireStable(std::string_view written, bool qpFor8bit) {
   const EmailPtr second = load(written);
   const std::string twice = write(*second, qpFor8bit);
   const EmailPtr third = load(twice);
-  if (!wasMended(*second) && !wasMended(*third))
-    require(write(*third, qpFor8bit) == twice, "writing settles");
+  if (!wasRepaired(*second) && !wasRepaired(*third))
+    require(write(*third, qpFor8bit) == twice, "output is stable");
 }
 
 }  // namespace mailtree::fuzz

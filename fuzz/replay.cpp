@@ -1,4 +1,4 @@
-// Runs a target over files, where there is no libFuzzer: seeds stay an ordinary test with any compiler.
+// Runs a target over files without libFuzzer, so the seeds run as ordinary tests with any compiler.
 #include <fstream>
 #include <iterator>
 #include <string>

@@ -1,4 +1,4 @@
-// fuzz/tape.h - the bytes of an input that decide what is done.
+// fuzz/tape.h - the bytes of an input that select the operations.
 #pragma once
 
 #include <iterator>
@@ -7,7 +7,7 @@
 
 namespace mailtree::fuzz {
 
-/// Read once from front to back; zeros beyond the end.
+/// Read once from front to back; zeros past the end.
 class Tape {
  public:
   explicit Tape(std::string_view bytes) : m_rest(bytes) {}
@@ -27,7 +27,7 @@ class Tape {
     return list[byte() % std::size(list)];
   }
 
-  /// A length and as many bytes; the highest lengths repeat them, so that long lines are met.
+  /// A length and as many bytes; the highest lengths repeat them to make long lines.
   std::string text() {
     const std::size_t length = byte();
     const std::string_view piece = m_rest.substr(0, length % 128);

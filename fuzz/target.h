@@ -1,4 +1,4 @@
-// fuzz/target.h - what every target shares.
+// fuzz/target.h - shared by all targets.
 #pragma once
 
 #include <cstddef>
@@ -15,10 +15,10 @@ inline std::string_view textOf(const std::uint8_t* data, std::size_t size) {
   return {reinterpret_cast<const char*>(data), size};
 }
 
-/// A law that must hold on any input.
-inline void require(bool holds, const char* law) {
+/// Aborts unless a property holds that must hold for any input.
+inline void require(bool holds, const char* property) {
   if (holds) return;
-  std::fprintf(stderr, "broken law: %s\n", law);
+  std::fprintf(stderr, "violated: %s\n", property);
   std::abort();
 }
 

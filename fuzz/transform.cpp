@@ -1,5 +1,6 @@
-// What is done with whole messages: cloning, replacing, answering, related items, attached messages, reports, XML. The
-// input is a message, a NUL and the operations; whatever they do, the tree can be written, loaded and written again.
+// Operations on whole messages: cloning, replacing, replying, related items, attached messages,
+// reports, XML. The input is a message, a NUL and the operations. Afterwards the tree can be written,
+// loaded and written again.
 #include <algorithm>
 #include <memory>
 #include <string>
@@ -45,7 +46,7 @@ class Transformer {
  private:
   void clone() {
     const EmailPtr copy(m_root->clone_v3(m_tape.byte() % 2 == 0, m_log));
-    fuzz::require(copy && copy->m_common != m_root->m_common, "a clone has settings of its own");
+    fuzz::require(copy && copy->m_common != m_root->m_common, "a clone has its own settings");
     fuzz::require(write(*copy, false) == write(*m_root, false), "a clone is written like its source");
   }
 
@@ -67,8 +68,8 @@ class Transformer {
     StringBuffer html;
     const std::string before = write(*m_root, false);
     const EmailPtr page(m_root->cloneToMht2(html, m_log));
-    fuzz::require(page != nullptr, "a message becomes a page");
-    fuzz::require(write(*m_root, false) == before, "its source stays as it is");
+    fuzz::require(page != nullptr, "a web archive can be made");
+    fuzz::require(write(*m_root, false) == before, "its source is unchanged");
     write(*page, false);
   }
 
@@ -93,16 +94,17 @@ class Transformer {
     for (int i = 0; i < std::min(count, kMaxMessages); ++i) {
       int counter = 0;
       const EmailPtr message(m_root->getAttachedMessage(i, counter, certs, m_log));
-      fuzz::require(message != nullptr, "a message that counts can be had");
+      fuzz::require(message != nullptr, "every counted message can be loaded");
     }
     int counter = 0;
-    fuzz::require(!m_root->getAttachedMessage(count, counter, certs, m_log), "there are no others");
+    fuzz::require(!m_root->getAttachedMessage(count, counter, certs, m_log),
+                  "an index past the end gives nothing");
   }
 
   void removeMessage() {
     const int before = m_root->getNumAttachedMessages(m_log);
     const bool removed = m_root->removeAttachedMessage(m_tape.index());
-    fuzz::require(m_root->getNumAttachedMessages(m_log) == before - (removed ? 1 : 0), "one message less");
+    fuzz::require(m_root->getNumAttachedMessages(m_log) == before - (removed ? 1 : 0), "one message fewer");
   }
 
   void readDigest() {
@@ -110,14 +112,16 @@ class Transformer {
     const int count = m_root->getNumDigests();
     const int index = m_tape.index();
     const EmailPtr entry(m_root->getNthDigest(index, certs, m_log));
-    fuzz::require((entry != nullptr) == (index >= 0 && index < count), "a digest holds what it counts");
+    fuzz::require((entry != nullptr) == (index >= 0 && index < count),
+                  "a digest gives exactly the messages it counts");
   }
 
   void readReport() {
     const int count = m_root->getNumReports();
     const int index = m_tape.index();
     StringBuffer report;
-    if (index >= count) fuzz::require(!m_root->getReport(index, m_log, report), "there are no others");
+    if (index >= count)
+      fuzz::require(!m_root->getReport(index, m_log, report), "an index past the end gives nothing");
     XString field;
     ClsStringArray recipients;
     m_root->getDeliveryStatusInfo(m_tape.pick(kFields), field, m_log);
@@ -142,7 +146,7 @@ class Transformer {
         m_tape.byte() % 2 == 0
             ? Email2::createRelatedFromDataUtf8(*m_root->m_common, name, m_tape.pick(kItemTypes), data, m_log)
             : Email2::createRelatedFromDataNoCid(*m_root->m_common, name, data, m_log);
-    fuzz::require((item != nullptr) == (*name != '\0'), "an item has a name");
+    fuzz::require((item != nullptr) == (*name != '\0'), "an item is made exactly when it has a name");
     m_root->addRelatedContent(item, m_log);
     if (item) requireItems();
   }
@@ -158,8 +162,8 @@ class Transformer {
   void requireItems() {
     const int count = m_root->getNumRelatedItems(m_log);
     for (int i = 0; i < count; ++i)
-      fuzz::require(m_root->getRelatedItem(i, m_log), "an item that counts can be had");
-    fuzz::require(!m_root->getRelatedItem(count, m_log), "there are no others");
+      fuzz::require(m_root->getRelatedItem(i, m_log), "every counted item is found");
+    fuzz::require(!m_root->getRelatedItem(count, m_log), "an index past the end gives nothing");
   }
 
   void fixRelated() { m_root->fixRelated(m_log); }
@@ -170,7 +174,7 @@ class Transformer {
     const std::string method = m_tape.text();
     EmailPtr part(
         Email2::createCalendarAlternativeUtf8(*m_root->m_common, data, method.c_str(), 65001, m_log));
-    fuzz::require(part && data.getSize() == 0, "a calendar takes its data");
+    fuzz::require(part && data.getSize() == 0, "a calendar moves its data");
     if (m_root->addReplaceAlternative(part.get(), "text/calendar", m_log)) static_cast<void>(part.release());
   }
 
@@ -195,6 +199,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Tape tape(input.substr(std::min(end + 1, input.size())));
   Transformer transformer(load(input.substr(0, end)), tape);
   const bool option = size % 2 == 1;
-  fuzz::requireSettles(write(transformer.run(), option), option);
+  fuzz::requireStable(write(transformer.run(), option), option);
   return 0;
 }

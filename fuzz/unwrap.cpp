@@ -1,6 +1,6 @@
-// Security layers of received messages, with keys at hand. The first byte of the input says what the rest is: a blob in the
-// Cryptographic Message Syntax, a detached signature, or a whole message. Whatever it is, it loads; no verdict says more than
-// its layers do; what stays closed is still there; what is opened can be written and loaded again.
+// Security layers of received messages, with keys. The first byte of the input says what the rest is: a CMS
+// blob, a detached signature, or a whole message. Any input loads; totals agree with the layers; an unopened
+// layer keeps its bytes; the result can be written and loaded again.
 #include <string>
 
 #include "fuzz/messages.h"
@@ -48,11 +48,11 @@ EmailPtr receive(const std::string& message) {
   LogMemory log;
   EmailPtr root(Email2::createFromMimeText2a(*new _svEmailCommon, message.data(),
                                              static_cast<int>(message.size()), keys(), log, false));
-  fuzz::require(root != nullptr, "any bytes load");
+  fuzz::require(root != nullptr, "any input loads");
   return root;
 }
 
-void requireHonestSum(const _svEmailCommon& common) {
+void requireConsistentTotals(const _svEmailCommon& common) {
   bool valid = true, decrypted = true;
   int numSigned = 0, numEncrypted = 0;
   for (const SecureLayer& layer : common.m_secureLayers) {
@@ -61,15 +61,15 @@ void requireHonestSum(const _svEmailCommon& common) {
     if (layer.isSigned()) valid &= layer.opened && layer.allSignaturesValid();
     if (layer.isEncrypted()) decrypted &= layer.opened;
     fuzz::require(layer.opened || !layer.problem.empty() || layer.kind == LayerKind::certificatesOnly,
-                  "a closed layer has a reason");
+                  "an unopened layer has a reason");
   }
   fuzz::require(numSigned == common.m_numSignedLayers && numEncrypted == common.m_numEncryptedLayers,
                 "every layer counts once");
   fuzz::require(common.m_secureLayers.size() <= static_cast<std::size_t>(kMaxUnwrappedLayers),
-                "layers have a limit");
+                "the number of layers is limited");
   if (!common.m_receivedSecure) return;
   fuzz::require(valid == common.m_allSignaturesValid && decrypted == common.m_allDataDecrypted,
-                "the sum says what the layers say");
+                "the totals agree with the layers");
 }
 
 }  // namespace
@@ -81,12 +81,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string_view bytes = input.substr(1);
   const EmailPtr root = receive(messageOf(form, bytes));
   const _svEmailCommon& common = *root->m_common;
-  requireHonestSum(common);
-  const bool isClosed = common.m_secureLayers.size() == 1 && !common.m_secureLayers[0].opened;
-  const bool holdsFiles = contains(bytes, "begin 6");  // which are taken out of any body
-  if (form % 3 == 0 && isClosed && !holdsFiles)
-    fuzz::require(root->m_body.view() == bytes, "what stays closed stays as it was");
+  requireConsistentTotals(common);
+  const bool isUnopened = common.m_secureLayers.size() == 1 && !common.m_secureLayers[0].opened;
+  const bool holdsFiles = contains(bytes, "begin 6");  // uuencoded files are taken out of any body
+  if (form % 3 == 0 && isUnopened && !holdsFiles)
+    fuzz::require(root->m_body.view() == bytes, "an unopened layer keeps its bytes");
   const std::string written = fuzz::write(*root, false);
-  requireHonestSum(*receive(written)->m_common);
+  requireConsistentTotals(*receive(written)->m_common);
   return 0;
 }

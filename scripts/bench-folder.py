@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What `mailtree show --json FOLDER` does, done by Python's email package: a line of JSON for each message."""
+"""The work of `mailtree show --json FOLDER`, done by Python's email package: one line of JSON per message."""
 import json
 import os
 import sys

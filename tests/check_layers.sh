@@ -4,7 +4,7 @@
 cd "$1" || exit 2
 order='^mailtree/base/
 ^mailtree/crypto/
-^mailtree/mime/(Limits|Repairs|AttachmentRules)[.]
+^mailtree/mime/(Limits|LineLengths|Repairs|AttachmentRules)[.]
 ^mailtree/mime/charset/
 ^mailtree/mime/coding/
 ^mailtree/mime/address/

@@ -6,7 +6,7 @@
 A new single-byte code page is one more row in ROWS; its labels go into the table in Charset.cpp.
 """
 
-# code page, codec it is written with, codec that 0x80-0x9F are read with when it is another one
+# code page, codec for writing, codec for reading 0x80-0x9F when it differs
 ROWS = [
     (437, "cp437", None), (737, "cp737", None), (775, "cp775", None), (850, "cp850", None), (852, "cp852", None),
     (855, "cp855", None), (857, "cp857", None), (858, "cp858", None), (860, "cp860", None), (861, "cp861", None),
@@ -25,7 +25,7 @@ ROWS = [
     (28605, "iso8859_15", None), (28606, "iso8859_16", None), (38598, "iso8859_8", None),
 ]
 
-# What the codecs leave out and the web reads.
+# Read by web browsers but missing in the codecs.
 EXTRA = {("cp1255", 0xCA): 0x05BA}
 
 
@@ -36,7 +36,7 @@ def code_point(codec, byte):
     try:
         return ord(bytes([byte]).decode(codec))
     except UnicodeDecodeError:
-        # The Windows pages hand on the C1 controls that they have no character for.
+        # The Windows code pages read undefined bytes as C1 controls.
         windows = codec.startswith("cp125") or codec == "cp874"
         return byte if windows and byte < 0xA0 else 0
 

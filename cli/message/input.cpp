@@ -78,8 +78,8 @@ std::optional<Message> loadMessageToWrite(const std::string& path, DataBuffer& b
 }
 
 Exit reportLimits(const std::string& path, LimitSet limits) {
-  for (const LimitName& row : kLimitNames)
-    if (limits.has(row.limit)) complain(path, std::string(row.name) + ": the rest was left as it is");
+  for (const LimitText& row : kLimitTexts)
+    if (limits.has(row.limit)) complain(path, row.text() + ": the rest was left as it is");
   return limits.isEmpty() ? Exit::fine : Exit::limit;
 }
 

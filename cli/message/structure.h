@@ -2,9 +2,8 @@
 #pragma once
 
 #include <unordered_set>
-#include <vector>
 
-#include "mailtree/email/Email2.h"
+#include "mailtree/email/tree_walk.h"
 
 namespace mailtree::cli {
 
@@ -12,15 +11,11 @@ namespace mailtree::cli {
 /// children away from the node that it is given.
 template <class Visit, class Wanted>
 void walkWhere(Email2& root, Visit&& visit, Wanted&& isWanted) {
-  std::vector<Email2*> open{&root};
-  while (!open.empty()) {
-    Email2& node = *open.back();
-    open.pop_back();
-    if (!isWanted(node)) continue;
+  walkTree(root, [&](Email2& node) {
+    if (!isWanted(node)) return Walk::skipChildren;
     visit(node);
-    for (int i = node.getNumParts() - 1; i >= 0; --i)
-      if (Email2* child = node.getPart(i)) open.push_back(child);
-  }
+    return Walk::onward;
+  });
 }
 
 /// Visits every node.

@@ -6,6 +6,7 @@
 #include "cli/message/internal_fields.h"
 #include "cli/message/structure.h"
 #include "cli/support/times.h"
+#include "mailtree/mime/LineLengths.h"
 
 namespace mailtree::cli {
 namespace {
@@ -20,10 +21,9 @@ bool isText(const Email2& leaf) {
 }
 
 bool hasLongLine(std::string_view body) {
-  constexpr std::size_t kMaxLine = 998;  // without the line break (RFC 5322, 2.1.1)
-  while (body.size() > kMaxLine) {
+  while (body.size() > kLongestLine) {
     const std::size_t end = body.find('\n');
-    if (std::min(end, body.size()) > kMaxLine + 1) return true;
+    if (std::min(end, body.size()) > kLongestLine + 1) return true;
     if (end == std::string_view::npos) return false;
     body.remove_prefix(end + 1);
   }

@@ -46,8 +46,8 @@ Json dateOrNull(const std::optional<SorvikSysTime>& date) { return date ? Json(t
 
 Json limitsOf(LimitSet limits) {
   Json out = Json::array();
-  for (const LimitName& row : kLimitNames)
-    if (limits.has(row.limit)) out.push_back(row.name);
+  for (const LimitText& row : kLimitTexts)
+    if (limits.has(row.limit)) out.push_back(row.text());
   return out;
 }
 

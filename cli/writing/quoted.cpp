@@ -5,12 +5,10 @@
 #include "cli/message/outline.h"
 #include "cli/message/structure.h"
 #include "cli/support/html_text.h"
+#include "mailtree/email/transform/reply_head.h"
 
 namespace mailtree::cli {
 namespace {
-
-constexpr std::string_view kPlainHead = "-----Original Message-----\r\n";
-constexpr std::string_view kHtmlHead = "<p>-----Original Message-----<br>";
 
 /// A text as HTML that shows it line by line.
 std::string asHtml(std::string_view text) {
@@ -20,9 +18,9 @@ std::string asHtml(std::string_view text) {
 }
 
 /// A page that is labelled as plain text is quoted as the page it is.
-bool isQuotedAsHtml(std::string_view body) { return body.starts_with(kHtmlHead); }
+bool isQuotedAsHtml(std::string_view body) { return body.starts_with(kHtmlReplyHead); }
 
-bool isQuoted(std::string_view body) { return isQuotedAsHtml(body) || body.starts_with(kPlainHead); }
+bool isQuoted(std::string_view body) { return isQuotedAsHtml(body) || body.starts_with(kPlainReplyHead); }
 
 /// A new charset is declared in the page that is written in it.
 bool put(Email2& email, Email2& leaf, bool isPage, const std::string& text, LogBase& log) {

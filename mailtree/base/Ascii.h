@@ -1,12 +1,13 @@
 // base/Ascii.h - ASCII helpers: case, classes, compare, find, trim.
 //
-// Everything here is locale-independent, allocates nothing and never throws. Bytes of 0x80 and above are
-// neither letters nor blanks and equal only themselves, so utf-8 passes through unchanged.
+// Everything here is locale-independent and never throws; only lowerCase allocates. Bytes of 0x80 and above
+// are neither letters nor blanks and equal only themselves, so utf-8 passes through unchanged.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string>
 #include <string_view>
 #include <type_traits>
 
@@ -32,6 +33,11 @@ constexpr bool isControlAscii(char c) noexcept { return static_cast<unsigned cha
 
 constexpr char toLowerAscii(char c) noexcept { return isUpperAscii(c) ? static_cast<char>(c + 32) : c; }
 constexpr char toUpperAscii(char c) noexcept { return isLowerAscii(c) ? static_cast<char>(c - 32) : c; }
+inline std::string lowerCase(std::string_view text) {
+  std::string lower(text);
+  for (char& c : lower) c = toLowerAscii(c);
+  return lower;
+}
 
 /// Value of a hexadecimal digit, -1 for anything else.
 constexpr int hexValue(char c) noexcept {

@@ -61,12 +61,6 @@ struct KeyTrial {
   Certificate* certificate;
 };
 
-int nidOf(const X509_ALGOR* algorithm) {
-  const ASN1_OBJECT* name = nullptr;
-  if (algorithm) X509_ALGOR_get0(&name, nullptr, nullptr, algorithm);
-  return name ? OBJ_obj2nid(name) : NID_undef;
-}
-
 std::string transportOf(CMS_RecipientInfo* recipient) {
   if (CMS_RecipientInfo_type(recipient) == CMS_RECIPINFO_AGREE) return "ecdh";
   if (CMS_RecipientInfo_type(recipient) != CMS_RECIPINFO_TRANS) return "other";
@@ -206,9 +200,7 @@ int contentCipher(const Pkcs7Frame& frame) {
 std::string cipherName(int nid) {
   if (nid == NID_undef) return "unknown";
   if (nid == NID_des_ede3_cbc) return "3des-cbc";
-  std::string name = OBJ_nid2ln(nid);
-  std::transform(name.begin(), name.end(), name.begin(), toLowerAscii);
-  return name;
+  return lowerCase(OBJ_nid2ln(nid));
 }
 
 bool isWeak(std::string_view cipher) noexcept {

@@ -14,6 +14,8 @@
 #include "mailtree/crypto/SecureLayer.h"
 #include "mailtree/crypto/SystemCerts.h"
 
+struct X509_algor_st;  // of the cryptographic library
+
 namespace mailtree {
 
 class LogBase;
@@ -88,5 +90,8 @@ bool decryptEnvelope(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& co
                      LoadBudget& budget);
 /// CompressedData (RFC 3274).
 bool decompressContent(const Pkcs7Frame& frame, DataBuffer& content, SecureLayer& layer, LoadBudget& budget);
+
+/// The number of an algorithm in the cryptographic library; 0 when it is null or unknown.
+int nidOf(const X509_algor_st* algorithm);
 
 }  // namespace mailtree

@@ -70,6 +70,12 @@ void compareWithEmbedded(const Pkcs7Frame& frame, std::string_view content, Secu
 
 }  // namespace
 
+int nidOf(const X509_ALGOR* algorithm) {
+  const ASN1_OBJECT* name = nullptr;
+  if (algorithm) X509_ALGOR_get0(&name, nullptr, nullptr, algorithm);
+  return name ? OBJ_obj2nid(name) : NID_undef;
+}
+
 NativeCms* parseWithoutContent(const Pkcs7Frame& frame) {
   const std::string bare = withoutContent(frame);
   CMS_ContentInfo* cms = CMS_ContentInfo_new_ex(contextAs<OSSL_LIB_CTX>(), nullptr);

@@ -44,12 +44,6 @@ void note(std::string& problem, std::string_view words) {
   if (problem.empty()) problem = words;
 }
 
-int nidOf(const X509_ALGOR* algorithm) {
-  const ASN1_OBJECT* name = nullptr;
-  if (algorithm) X509_ALGOR_get0(&name, nullptr, nullptr, algorithm);
-  return name ? OBJ_obj2nid(name) : NID_undef;
-}
-
 int digestOf(CMS_SignerInfo* signer) {
   X509_ALGOR* digest = nullptr;
   CMS_SignerInfo_get0_algs(signer, nullptr, nullptr, &digest, nullptr);
@@ -352,9 +346,7 @@ std::vector<Certificate*> candidatesFor(CMS_SignerInfo* signer, const Verificati
 std::string algorithmName(CMS_SignerInfo* signer, const Certificate& certificate) {
   if (signatureAlgorithmOf(signer) == NID_rsassaPss) return "rsa-pss";
   if (certificate.keyAlgorithm() == "EC") return "ecdsa";
-  std::string name = certificate.keyAlgorithm();
-  std::transform(name.begin(), name.end(), name.begin(), toLowerAscii);
-  return name;
+  return lowerCase(certificate.keyAlgorithm());
 }
 
 Answer revocationIn(const ChainVerdict& chain) {

@@ -38,11 +38,7 @@ int signatureDigestOf(X509* x509) {
 
 }  // namespace
 
-std::string digestName(int nid) {
-  std::string name = nid == NID_undef ? "unknown" : OBJ_nid2sn(nid);
-  std::ranges::transform(name, name.begin(), toLowerAscii);
-  return name;
-}
+std::string digestName(int nid) { return nid == NID_undef ? "unknown" : lowerCase(OBJ_nid2sn(nid)); }
 
 bool isWeakDigest(int nid) noexcept { return std::ranges::find(kWeakDigests, nid) != std::end(kWeakDigests); }
 

@@ -7,6 +7,7 @@
 
 #include "mailtree/base/DataBuffer.h"
 #include "mailtree/email/Email2.h"
+#include "mailtree/email/tree_walk.h"
 
 namespace mailtree {
 
@@ -33,26 +34,6 @@ const DataBuffer* unchangedReceivedContent(const Email2& node);
 /// Loads a text that output wrote: nothing is mended or reshaped, no layer taken off, and nothing of the shared
 /// settings changes. Null when memory ran out.
 EmailPtr loadWrittenContent(_svEmailCommon& common, std::string_view text, LogBase& log);
-
-enum class Walk { onward, skipChildren, stop };
-
-/// Visits the live nodes of a subtree depth-first, parent before children, without recursion. A dead node is
-/// skipped with everything below it. The visitor must not change the child lists of nodes on the way.
-template <class Node, class Visit>
-Walk walkTree(Node& root, Visit&& visit) {
-  std::vector<Node*> open{&root};
-  while (!open.empty()) {
-    Node* node = open.back();
-    open.pop_back();
-    if (!node->isLive()) continue;
-    const Walk next = visit(*node);
-    if (next == Walk::stop) return Walk::stop;
-    if (next == Walk::skipChildren) continue;
-    for (int i = node->m_subParts.getSize() - 1; i >= 0; --i)
-      if (Node* child = node->m_subParts.template at<Email2>(i)) open.push_back(child);
-  }
-  return Walk::onward;
-}
 
 /// Exact-length, case-insensitive test of a media type; the first letter and the length are looked at before
 /// anything else, because this runs for every node of every walk.
@@ -92,6 +73,14 @@ void storeText(Email2& part, DataBuffer& utf8, LogBase& log);
 
 /// Longer lines do not travel unencoded: SMTP allows 998 bytes (RFC 5321, 4.5.3.1.6), and some leave room.
 inline constexpr std::size_t kMaxLine7bit = 990;
+
+/// Whether a body travels in base64 or quoted-printable.
+inline bool isEncoded(const Email2& node) noexcept {
+  return node.m_transferEncoding.equalsIgnoreCase("base64") ||
+         node.m_transferEncoding.equalsIgnoreCase("quoted-printable");
+}
+
+inline constexpr int kAlternative = static_cast<int>(EnclosureKind::alternative);
 
 /// Whether a body is written as it stands and promised to be 7-bit.
 inline bool promises7bit(const Email2& node) noexcept {

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "mailtree/base/FlagSet.h"
@@ -37,21 +38,30 @@ enum class Limit : std::uint32_t {
 /// The limits exceeded.
 using LimitSet = FlagSet<Limit>;
 
-struct LimitName {
+/// The reported text of a limit, with its number inserted.
+struct LimitText {
   Limit limit;
-  std::string_view name;
+  std::string_view before;
+  std::size_t number = 0;
+  std::string_view after = {};
+
+  std::string text() const {
+    std::string text(before);
+    if (number != 0) text += std::to_string(number);
+    return text.append(after);
+  }
 };
 
 /// The text reported for each limit.
-inline constexpr LimitName kLimitNames[] = {
-    {Limit::depth, "nesting deeper than 100 levels"},
-    {Limit::parts, "more than 50000 parts"},
-    {Limit::headerBytes, "a header of more than 4 MiB"},
-    {Limit::headerFields, "a header of more than 10000 fields"},
-    {Limit::parameters, "more than 1000 parameters"},
-    {Limit::layers, "more than 10 security layers"},
+inline constexpr LimitText kLimitTexts[] = {
+    {Limit::depth, "nesting deeper than ", kMaxDepth, " levels"},
+    {Limit::parts, "more than ", kMaxParts, " parts"},
+    {Limit::headerBytes, "a header of more than ", kMaxHeaderBytes >> 20, " MiB"},
+    {Limit::headerFields, "a header of more than ", kMaxHeaderFields, " fields"},
+    {Limit::parameters, "more than ", kMaxParameters, " parameters"},
+    {Limit::layers, "more than ", kMaxUnwrappedLayers, " security layers"},
     {Limit::layerBytes, "security layers too large for the size of the message"},
-    {Limit::keyTrials, "more than 16 private key trials"},
+    {Limit::keyTrials, "more than ", kMaxKeyTrials, " private key trials"},
 };
 
 }  // namespace mailtree

@@ -486,8 +486,8 @@ void MimeParser::parseContent(std::string_view text, MimeMessage2& entity, int l
 
 void MimeParser::finish(MimeMessage2& root, LimitSet limits, LogBase& log) {
   root.m_limits = limits;
-  for (const LimitName& limit : kLimitNames)
-    if (limits.has(limit.limit)) log.logError(std::string("Limit exceeded: ").append(limit.name));
+  for (const LimitText& row : kLimitTexts)
+    if (limits.has(row.limit)) log.logError("Limit exceeded: " + row.text());
 }
 
 }  // namespace mailtree

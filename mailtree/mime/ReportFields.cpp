@@ -159,9 +159,7 @@ std::string addressIn(std::string_view value) {
 /// The text before a comment.
 std::string wordIn(std::string_view value) {
   value = trim(value);
-  std::string word(value.substr(0, value.find_first_of(" \t(;")));
-  std::ranges::transform(word, word.begin(), toLowerAscii);
-  return word;
+  return lowerCase(value.substr(0, value.find_first_of(" \t(;")));
 }
 
 std::string_view valueOf(const std::vector<ReportField>& fields, std::string_view name) noexcept {

@@ -26,12 +26,6 @@ bool identifiesHeader(std::string_view name) noexcept {
          equalsNoCase(name, "From");
 }
 
-std::string lowerCase(std::string_view text) {
-  std::string lower(text);
-  for (char& c : lower) c = toLowerAscii(c);
-  return lower;
-}
-
 /// The fields of a header, indexed: it may have thousands, and so may the header it is compared with.
 class OuterFields {
  public:

@@ -1,18 +1,22 @@
+// Objects, who owns them and where they live.
 #include "mailtree/base/Object.h"
 
-#include <gtest/gtest.h>
-
 #include <array>
+#include <memory>
 #include <new>
 #include <stdexcept>
+#include <thread>
 
 #include "mailtree/base/Containers.h"
+#include "mailtree/base/Slab.h"
+#include "tests/base/tables.h"
 
 namespace mailtree {
 namespace {
 
 /// Counts how many of it live.
-class Counted final : public SorvikObject {
+template <class Base>
+class Counted final : public Base {
  public:
   explicit Counted(int& alive) : m_alive(alive) { ++m_alive; }
   ~Counted() override { --m_alive; }
@@ -20,15 +24,8 @@ class Counted final : public SorvikObject {
  private:
   int& m_alive;
 };
-
-class Shared final : public RefCountedObject {
- public:
-  explicit Shared(bool& deleted) : m_deleted(deleted) {}
-  ~Shared() override { m_deleted = true; }
-
- private:
-  bool& m_deleted;
-};
+using Object = Counted<SorvikObject>;
+using Shared = Counted<RefCountedObject>;
 
 TEST(Object, loses_its_marker_when_destroyed) {
   alignas(StringBuffer) std::array<unsigned char, sizeof(StringBuffer)> storage{};
@@ -41,8 +38,8 @@ TEST(Object, loses_its_marker_when_destroyed) {
 }
 
 TEST(Object, with_a_count_starts_uncounted_and_ends_with_its_last_holder) {
-  bool deleted = false;
-  auto* const object = new Shared(deleted);
+  int alive = 0;
+  auto* const object = new Shared(alive);
   EXPECT_EQ(object->refCount(), 0);
   object->incRefCount();
   {
@@ -51,17 +48,17 @@ TEST(Object, with_a_count_starts_uncounted_and_ends_with_its_last_holder) {
     second = RefPtr<Shared>();
     EXPECT_EQ(object->refCount(), 2);
   }
-  EXPECT_FALSE(deleted);
+  EXPECT_EQ(alive, 1);
   object->decRefCount();
-  EXPECT_TRUE(deleted);
+  EXPECT_EQ(alive, 0);
 }
 
 TEST(Object, owner_deletes_what_it_still_holds) {
   int alive = 0;
-  auto* const released = new Counted(alive);
+  auto* const released = new Object(alive);
   {
-    ObjectOwner owner(new Counted(alive));
-    owner.own(new Counted(alive));
+    ObjectOwner owner(new Object(alive));
+    owner.own(new Object(alive));
     EXPECT_EQ(alive, 2) << "the first one went when the second came";
     ObjectOwner other(released);
     EXPECT_EQ(other.release(), released);
@@ -79,13 +76,12 @@ TEST(Object, exceptions_become_the_failure_value) {
 
 TEST(ExtPtrArray, deletes_at_its_end_only_what_it_owns) {
   int alive = 0;
-  auto* const lent = new Counted(alive);
-  auto* const inserted = new Counted(alive);
-  auto* const disowned = new Counted(alive);
+  auto *const lent = new Object(alive), *const inserted = new Object(alive),
+              *const disowned = new Object(alive);
   {
     ExtPtrArray array;
     EXPECT_FALSE(array.appendObject(nullptr));
-    EXPECT_TRUE(array.appendObject(new Counted(alive)));
+    EXPECT_TRUE(array.appendObject(new Object(alive)));
     EXPECT_TRUE(array.appendPtr(lent));
     EXPECT_TRUE(array.appendPtr(nullptr));
     EXPECT_TRUE(array.insertAt(0, inserted));
@@ -122,12 +118,12 @@ TEST(ExtPtrArray, answers_out_of_range_with_null_and_appends_inserts_from_there)
 
 TEST(ExtPtrArray, transfers_entries_with_their_ownership) {
   int alive = 0;
-  Counted lent(alive);
+  Object lent(alive);
   {
     ExtPtrArray to;
     {
       ExtPtrArray from;
-      from.appendObject(new Counted(alive));
+      from.appendObject(new Object(alive));
       from.appendPtr(&lent);
       EXPECT_TRUE(from.transferPtrs(from));
       EXPECT_EQ(from.getSize(), 2) << "a transfer to itself changes nothing";
@@ -164,6 +160,51 @@ TEST(Queue, gives_back_in_order) {
   EXPECT_TRUE(queue.hasObjects());
   EXPECT_EQ(queue.pop(), &b);
   EXPECT_FALSE(queue.hasObjects());
+}
+
+struct Slabbed {
+  explicit Slabbed(int& alive, bool fails = false) : m_alive(&alive) {
+    if (fails) throw std::runtime_error("as told");
+    ++alive;
+  }
+  ~Slabbed() { --*m_alive; }
+  static void operator delete(Slabbed* object, std::destroying_delete_t) noexcept { destroyInSlab(object); }
+
+  int* m_alive;
+  Slab* m_slab = nullptr;
+};
+
+TEST(Slab, objects_go_one_by_one_in_any_order_also_after_their_pool) {
+  for (const std::size_t expected : {0, 1, 3, 16, 40}) {
+    int alive = 0;
+    std::vector<std::unique_ptr<Slabbed>> objects;
+    {
+      SlabPool<Slabbed> pool(expected);
+      for (int i = 0; i < 40; ++i) objects.emplace_back(pool.create(alive));
+      EXPECT_THROW(pool.create(alive, true), std::runtime_error);
+      for (std::size_t i = 0; i < 40; i += 3) objects[i].reset();
+    }
+    objects.emplace_back(new Slabbed(alive));
+    EXPECT_EQ(alive, 40 - 14 + 1) << expected;
+    while (!objects.empty()) objects.erase(objects.begin() + static_cast<std::ptrdiff_t>(objects.size() / 2));
+    EXPECT_EQ(alive, 0) << expected;
+  }
+}
+
+TEST(Slab, neighbours_may_be_destroyed_by_different_threads) {
+  int here = 0, there = 0;
+  std::vector<std::unique_ptr<Slabbed>> mine, others;
+  {
+    SlabPool<Slabbed> pool(16);
+    for (int i = 0; i < 400; ++i) {
+      mine.emplace_back(pool.create(here));
+      others.emplace_back(pool.create(there));
+    }
+  }
+  std::thread thread([&others] { others.clear(); });
+  mine.clear();
+  thread.join();
+  EXPECT_EQ(here + there, 0);
 }
 
 }  // namespace

@@ -1,19 +1,14 @@
 #include "mailtree/base/Output.h"
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
 #include <sstream>
-#include <string>
 #include <thread>
+
+#include "tests/base/tables.h"
 
 namespace mailtree {
 namespace {
-
-namespace fs = std::filesystem;
 
 class StopAfter final : public ProgressMonitor {
  public:
@@ -28,30 +23,20 @@ class StopAfter final : public ProgressMonitor {
   std::uint64_t m_limit;
 };
 
-std::string contentOf(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
 TEST(Output, that_was_aborted_stays_failed_even_with_fresh_progress) {
   StopAfter monitor(4);
-  ProgressContext progress(&monitor);
+  ProgressContext progress(&monitor), fresh(nullptr);
   DataBuffer bytes;
-  MemoryOutput output(bytes);
-  LogNull log;
-  EXPECT_TRUE(output.write("abcd", progress, log));
-  EXPECT_FALSE(output.write("e", progress, log));
+  MemoryOutput output(bytes), other(bytes);
+  EXPECT_TRUE(output.write("abcd", progress, quiet));
+  EXPECT_FALSE(output.write("e", progress, quiet));
   EXPECT_TRUE(progress.aborted());
-  EXPECT_FALSE(output.write("f", progress, log));
-  EXPECT_EQ(monitor.m_asked, 2) << "an aborted operation is not asked about again";
-  ProgressContext fresh(nullptr);
-  EXPECT_FALSE(output.write("g", fresh, log));
-  EXPECT_EQ(bytes.view(), "abcde");
-  MemoryOutput other(bytes);
-  EXPECT_FALSE(other.write("h", progress, log)) << "an aborted operation writes to no other sink either";
+  EXPECT_FALSE(output.write("f", progress, quiet));
+  EXPECT_FALSE(output.write("g", fresh, quiet));
+  EXPECT_FALSE(other.write("h", progress, quiet)) << "an aborted operation writes to no other sink either";
   EXPECT_EQ(bytes.view(), "abcde");
   EXPECT_FALSE(progress.advance(0));
-  EXPECT_EQ(monitor.m_asked, 2);
+  EXPECT_EQ(monitor.m_asked, 2) << "an aborted operation is not asked about again";
 }
 
 TEST(Output, treats_a_monitor_or_stream_that_throws_as_failed) {
@@ -59,32 +44,20 @@ TEST(Output, treats_a_monitor_or_stream_that_throws_as_failed) {
     bool onProgress(std::uint64_t) override { throw 1; }
   } thrower;
   LogMemory log;
-  std::ostringstream text;
-  StreamOutput output(text);
-  ProgressContext progress(&thrower);
-  EXPECT_FALSE(output.write("x", progress, log));
+  std::ostringstream text, broken;
+  ProgressContext throwing(&thrower), progress(nullptr);
+  EXPECT_FALSE(StreamOutput(text).write("x", throwing, log));
 
-  std::ostringstream broken;
   broken.exceptions(std::ios::badbit);
   StreamOutput failing(broken);
-  ProgressContext quiet(nullptr);
-  EXPECT_TRUE(failing.write("x", quiet, log));
-  try {
-    broken.setstate(std::ios::badbit);
-  } catch (const std::ios_base::failure&) {
-  }
-  EXPECT_FALSE(failing.write("x", quiet, log));
+  EXPECT_TRUE(failing.write("x", progress, log));
+  EXPECT_THROW(broken.setstate(std::ios::badbit), std::ios_base::failure);
+  EXPECT_FALSE(failing.write("x", progress, log));
   EXPECT_FALSE(log.entries().empty());
 }
 
-class FileOutputTest : public testing::Test {
+class FileOutputTest : public FolderTest {
  protected:
-  void SetUp() override {
-    m_folder = fs::path(testing::TempDir()) / ("mailtree-output-" + std::to_string(getpid()));
-    fs::create_directories(m_folder);
-  }
-  void TearDown() override { fs::remove_all(m_folder); }
-  std::string path(const char* name) const { return (m_folder / name).string(); }
   long entries() const { return std::distance(fs::directory_iterator(m_folder), fs::directory_iterator()); }
   bool save(const std::string& target, std::string_view bytes, Existing existing = Existing::replace,
             Readers readers = Readers::usual) {
@@ -93,7 +66,6 @@ class FileOutputTest : public testing::Test {
            output.commit(m_log);
   }
 
-  fs::path m_folder;
   LogMemory m_log;
   ProgressContext m_progress{nullptr};
 };
@@ -110,17 +82,15 @@ TEST_F(FileOutputTest, shows_a_file_only_when_it_is_whole) {
   EXPECT_EQ(entries(), 1) << "the temporary went";
   EXPECT_TRUE(save(path("f"), "new"));
   EXPECT_EQ(contentOf(path("f")), "new");
+  {
+    StopAfter monitor(0);
+    ProgressContext progress(&monitor);
+    FileOutput output;
+    ASSERT_TRUE(output.open(path("g").c_str(), m_log));
+    EXPECT_FALSE(output.write("x", progress, m_log));
+    EXPECT_FALSE(output.commit(m_log)) << "aborted";
+  }
   EXPECT_EQ(entries(), 1);
-}
-
-TEST_F(FileOutputTest, is_not_committed_after_an_abort) {
-  StopAfter monitor(0);
-  ProgressContext progress(&monitor);
-  FileOutput output;
-  ASSERT_TRUE(output.open(path("f").c_str(), m_log));
-  EXPECT_FALSE(output.write("x", progress, m_log));
-  EXPECT_FALSE(output.commit(m_log));
-  EXPECT_EQ(entries(), 0);
 }
 
 TEST_F(FileOutputTest, honours_the_umask_and_keeps_permissions_of_what_it_replaces) {
@@ -132,9 +102,9 @@ TEST_F(FileOutputTest, honours_the_umask_and_keeps_permissions_of_what_it_replac
   std::ofstream(path("secret")) << "x";
   EXPECT_TRUE(save(path("secret"), "y", Existing::replace, Readers::owner));
   umask(before);
-  EXPECT_EQ(static_cast<int>(fs::status(path("fresh")).permissions()), 0640);
-  EXPECT_EQ(static_cast<int>(fs::status(path("old")).permissions()), 0604);
-  EXPECT_EQ(static_cast<int>(fs::status(path("secret")).permissions()), 0600);
+  const std::pair<const char*, int> rows[] = {{"fresh", 0640}, {"old", 0604}, {"secret", 0600}};
+  for (const auto& [name, perms] : rows)
+    EXPECT_EQ(static_cast<int>(fs::status(path(name)).permissions()), perms);
 }
 
 TEST_F(FileOutputTest, writes_through_a_symbolic_link) {
@@ -147,10 +117,6 @@ TEST_F(FileOutputTest, writes_through_a_symbolic_link) {
 }
 
 TEST_F(FileOutputTest, replaces_the_entry_or_refuses_it_when_told_so) {
-  const struct {
-    const char* name;
-    bool replaced;  // when entries may be replaced
-  } rows[] = {{"file", true}, {"link", true}, {"dangling", true}, {"folder", false}, {"fifo", false}};
   std::ofstream(path("target")) << "precious";
   std::ofstream(path("file")) << "old";
   fs::permissions(path("file"), fs::perms(0600));
@@ -159,13 +125,14 @@ TEST_F(FileOutputTest, replaces_the_entry_or_refuses_it_when_told_so) {
   fs::create_directory(path("folder"));
   ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600), 0);
   const long before = entries();
-  for (const auto& row : rows) {
-    const fs::file_type type = fs::symlink_status(path(row.name)).type();
-    EXPECT_FALSE(save(path(row.name), "new", Existing::refuse)) << row.name;
-    EXPECT_EQ(fs::symlink_status(path(row.name)).type(), type) << row.name;
-    EXPECT_EQ(save(path(row.name), "new", Existing::replaceEntry), row.replaced) << row.name;
-    EXPECT_EQ(fs::symlink_status(path(row.name)).type(), row.replaced ? fs::file_type::regular : type)
-        << row.name;
+  const std::pair<const char*, bool> rows[] = {
+      {"file", true}, {"link", true}, {"dangling", true}, {"folder", false}, {"fifo", false}};
+  for (const auto& [name, isReplaced] : rows) {
+    const fs::file_type type = fs::symlink_status(path(name)).type();
+    EXPECT_FALSE(save(path(name), "new", Existing::refuse)) << name;
+    EXPECT_EQ(fs::symlink_status(path(name)).type(), type) << name;
+    EXPECT_EQ(save(path(name), "new", Existing::replaceEntry), isReplaced) << name;
+    EXPECT_EQ(fs::symlink_status(path(name)).type(), isReplaced ? fs::file_type::regular : type) << name;
   }
   EXPECT_EQ(entries(), before);
   EXPECT_EQ(contentOf(path("target")), "precious");
@@ -186,8 +153,8 @@ TEST_F(FileOutputTest, does_not_take_a_name_that_was_taken_in_between) {
 }
 
 TEST_F(FileOutputTest, takes_names_of_any_length_the_host_takes) {
-  EXPECT_TRUE(save(path(std::string(255, 'x').c_str()), "x"));
-  EXPECT_FALSE(save(path(std::string(256, 'x').c_str()), "x"));
+  EXPECT_TRUE(save(path(std::string(255, 'x')), "x"));
+  EXPECT_FALSE(save(path(std::string(256, 'x')), "x"));
   EXPECT_EQ(entries(), 1) << "a name refused at the end leaves nothing behind";
 }
 
@@ -216,23 +183,18 @@ TEST_F(FileOutputTest, says_why_it_could_not_write) {
   std::ofstream(path("file")) << "x";
   std::ofstream(path("readonly")) << "x";
   fs::permissions(path("readonly"), fs::perms(0444));
-  const struct {
-    std::string target;
-    const char* reason;
-  } rows[] = {
-      {path("missing/f"), "No such file or directory"},
-      {path("file/f"), "Not a directory"},
-      {m_folder.string(), "Is a directory"},
-      {"", "No such file or directory"},
-      {"/dev/full", "No space left on device"},
-      {path("readonly"), "Permission denied"},
-  };
-  for (const auto& row : rows) {
-    if (row.target == path("readonly") && geteuid() == 0) continue;  // the superuser may write anything
+  const Row rows[] = {{path("missing/f"), "No such file or directory"},
+                      {path("file/f"), "Not a directory"},
+                      {m_folder.string(), "Is a directory"},
+                      {"", "No such file or directory"},
+                      {"/dev/full", "No space left on device"},
+                      {path("readonly"), "Permission denied"}};
+  for (const auto& [target, reason] : rows) {
+    if (target == path("readonly") && geteuid() == 0) continue;  // the superuser may write anything
     m_log.clear();
-    EXPECT_FALSE(save(row.target, "x")) << row.target;
-    ASSERT_FALSE(m_log.entries().empty()) << row.target;
-    EXPECT_EQ(m_log.entries().back().text, row.reason) << row.target;
+    EXPECT_FALSE(save(target, "x")) << target;
+    ASSERT_FALSE(m_log.entries().empty()) << target;
+    EXPECT_EQ(m_log.entries().back().text, reason) << target;
   }
   EXPECT_EQ(entries(), 2);
   EXPECT_FALSE(FileOutput().open("", m_log)) << "told before anything is written";

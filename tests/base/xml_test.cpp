@@ -1,16 +1,13 @@
 #include "mailtree/base/Xml.h"
 
-#include <gtest/gtest.h>
-
-#include "mailtree/base/Log.h"
+#include "tests/base/tables.h"
 
 namespace mailtree {
 namespace {
 
 std::string render(const ClsXml& element, bool fragment = true) {
   StringBuffer out;
-  LogNull log;
-  return element.getXml(fragment, out, log) ? std::string(out.view()) : "FAILED";
+  return element.getXml(fragment, out, quiet) ? std::string(out.view()) : "FAILED";
 }
 
 XmlHandle element(const char* tag, const std::string& content, bool cdata = false) {
@@ -23,40 +20,32 @@ XmlHandle element(const char* tag, const std::string& content, bool cdata = fals
 }
 
 TEST(Xml, any_text_becomes_well_formed) {
-  const struct {
-    std::string text, plain, cdata;
-  } rows[] = {
-      {"a<b & c>d", "a&lt;b &amp; c&gt;d", "<![CDATA[a<b & c>d]]>"},
-      {"x]]>y", "x]]&gt;y", "<![CDATA[x]]]]><![CDATA[>y]]>"},
-      {"]]]>]", "]]]&gt;]", "<![CDATA[]]]]]><![CDATA[>]]]>"},
-      {"a\r\nb", "a&#13;\nb", "<![CDATA[a]]>&#13;<![CDATA[\nb]]>"},
-      {std::string("\0\x1B\t\n\x7F", 5), "\uFFFD\uFFFD\t\n\x7F", "<![CDATA[\uFFFD\uFFFD\t\n\x7F]]>"},
-      {"\xEF\xBF\xBE \xEF\xBF\xBF \xEF\xBB\xBF \xEF\xBF\xBD", "\uFFFD \uFFFD \uFEFF \uFFFD",
-       "<![CDATA[\uFFFD \uFFFD \uFEFF \uFFFD]]>"},
-      {"\xE4 \xED\xA0\x80 Grüße", "\uFFFD \uFFFD\uFFFD\uFFFD Grüße", ""},
-      {std::string(70, 'a') + "<" + std::string(40, 'b'),
-       std::string(70, 'a') + "&lt;" + std::string(40, 'b'), ""},
-  };
-  for (const auto& row : rows) {
-    EXPECT_EQ(render(*element("t", row.text)), "<t>" + row.plain + "</t>");
-    if (row.cdata.empty()) continue;
-    EXPECT_EQ(render(*element("t", row.text, true)), "<t>" + row.cdata + "</t>");
+  const std::tuple<std::string, std::string, std::string> rows[] = {
+      {"a<b & c>d", "a&lt;b &amp; c&gt;d", "a<b & c>d"},
+      {"x]]>y", "x]]&gt;y", "x]]]]><![CDATA[>y"},
+      {"]]]>]", "]]]&gt;]", "]]]]]><![CDATA[>]"},
+      {"a\r\nb", "a&#13;\nb", "a]]>&#13;<![CDATA[\nb"},
+      {"\0\x1B\t\n\x7F"s, "\uFFFD\uFFFD\t\n\x7F", "\uFFFD\uFFFD\t\n\x7F"},
+      {"\uFFFE \uFFFF \uFEFF \uFFFD", "\uFFFD \uFFFD \uFEFF \uFFFD", "\uFFFD \uFFFD \uFEFF \uFFFD"},
+      {"\xE4 \xED\xA0\x80 Grüße", "\uFFFD \uFFFD\uFFFD\uFFFD Grüße", "\uFFFD \uFFFD\uFFFD\uFFFD Grüße"},
+      {std::string(70, 'a') + "<b", std::string(70, 'a') + "&lt;b", std::string(70, 'a') + "<b"}};
+  for (const auto& [text, plain, cdata] : rows) {
+    EXPECT_EQ(render(*element("t", text)), "<t>" + plain + "</t>");
+    EXPECT_EQ(render(*element("t", text, true)), "<t><![CDATA[" + cdata + "]]></t>");
   }
 }
 
 TEST(Xml, any_name_becomes_one) {
-  const struct {
-    const char *name, *tag;
-  } rows[] = {{"subject", "subject"},
-              {"x-a.b_c", "x-a.b_c"},
-              {"a b<c>", "a-b-c-"},
-              {"1st", "_1st"},
-              {"-", "_-"},
-              {"", "_"},
-              {"ns:tag", "ns-tag"},
-              {"gr\xC3\xB6\xC3\x9F", "größ"},
-              {"\xFF", "_-"}};
-  for (const auto& row : rows) EXPECT_EQ(element(row.name, "")->tag(), row.tag) << row.name;
+  const Row rows[] = {{"subject", "subject"},
+                      {"x-a.b_c", "x-a.b_c"},
+                      {"a b<c>", "a-b-c-"},
+                      {"1st", "_1st"},
+                      {"-", "_-"},
+                      {"", "_"},
+                      {"ns:tag", "ns-tag"},
+                      {"größ", "größ"},
+                      {"\xFF", "_-"}};
+  for (const auto& [name, tag] : rows) EXPECT_EQ(element(name.c_str(), "")->tag(), tag) << name;
 }
 
 TEST(Xml, indents_only_where_there_is_no_text) {
@@ -76,13 +65,13 @@ TEST(Xml, indents_only_where_there_is_no_text) {
 TEST(Xml, text_too_long_for_a_parser_is_interrupted_between_characters) {
   for (const std::string_view piece : {"ä", "&", "\x01"}) {
     std::string text = "a";
-    while (text.size() < 5'000'000) text += piece;
+    while (text.size() < 2'000'000) text += piece;
     for (const bool cdata : {false, true}) {
       const std::string xml = render(*element("t", text, cdata));
       std::size_t longest = 0, done = 0;
       for (std::size_t at; (at = xml.find("<!---->", done)) != std::string::npos; done = at + 7)
         longest = std::max(longest, at - done);
-      EXPECT_LT(std::max(longest, xml.size() - done), 10'000'000u) << piece << cdata;
+      EXPECT_TRUE(done > 0 && std::max(longest, xml.size() - done) < 10'000'000) << piece << cdata;
       EXPECT_EQ(xml.find("\xEF\xBF\xBD") == std::string::npos, piece != "\x01") << piece << cdata;
     }
   }

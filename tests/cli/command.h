@@ -63,15 +63,6 @@ inline Result shell(const std::string& line) {
 /// `arguments` is a shell line after the command's name, such as "show 'a file.eml' < /dev/null".
 inline Result mailtree(const std::string& arguments) { return shell("\"$mailtree\" " + arguments); }
 
-/// Whether there is a program that runs another one on a terminal.
-inline bool hasTerminal() { return shell("script -qec true /dev/null < /dev/null").status == 0; }
-
-/// The same with standard output on a terminal and these variables in the environment, such as "NO_COLOR=1".
-inline Result mailtreeOnTerminal(const std::string& arguments, const std::string& environment) {
-  return shell("env -u NO_COLOR " + environment + " script -qec '\"$mailtree\" " + arguments +
-               "' /dev/null < /dev/null");
-}
-
 inline std::string sample(const std::string& name) { return places::samples() + "/" + name + ".eml"; }
 
 }  // namespace mailtree::cli_test

@@ -14,6 +14,11 @@
 
 namespace mailtree {
 
+inline constexpr int kCbc = static_cast<int>(ContentCipher::aesCbc);
+inline constexpr int kGcm = static_cast<int>(ContentCipher::aesGcm);
+inline constexpr int kTriple = static_cast<int>(ContentCipher::tripleDes);
+inline constexpr int kOaep = static_cast<int>(KeyTransport::oaep);
+
 inline std::string bytesOf(const DataBuffer& buffer) { return std::string(buffer.view()); }
 
 /// Certificates, keys and the anchor of everybody.
@@ -30,51 +35,45 @@ inline SystemCerts& everybody() {
   return certs;
 }
 
-/// A person's certificate, with its key, as everybody() holds it.
-inline Certificate* person(const std::string& name) {
+/// A person's certificate, with its key, as everybody() holds it; of "-alice" without.
+inline RefPtr<Certificate> person(const std::string& name) {
+  if (name.starts_with('-')) return identity(name.substr(1) + ".pem");
   const RefPtr<Certificate> wanted = identity(name + ".pem");
   for (int i = 0; i < everybody().getNumCertificates(); ++i)
     if (everybody().getCertificate(i)->fingerprint() == wanted->fingerprint())
-      return everybody().getCertificate(i);
-  return nullptr;
+      return RefPtr<Certificate>(everybody().getCertificate(i));
+  return {};
 }
 
-/// A store with one person's certificate and key.
-struct Holder {
-  explicit Holder(const std::string& name) {
-    addIdentities(certs, {(name + ".pem").c_str(), (name + ".key").c_str()});
-  }
-  SystemCerts certs;
-};
+inline void addPeople(const std::vector<std::string>& names, ExtPtrArray& holders) {
+  LogNull log;
+  for (const auto& name : names) CertificateHolder::appendNewCertHolder(person(name).get(), holders, log);
+}
 
 class Pieces final : public _svDataSource {
  public:
-  Pieces(std::string_view text, std::size_t size) : m_rest(text), m_size(size) {}
+  explicit Pieces(std::string_view text) : m_rest(text) {}
   std::optional<std::string_view> next() override {
-    const std::string_view piece = m_rest.substr(0, m_size);
+    const std::string_view piece = m_rest.substr(0, 100'000);
     m_rest.remove_prefix(piece.size());
     return piece;
   }
 
  private:
   std::string_view m_rest;
-  std::size_t m_size;
 };
 
 struct SignAs {
   std::vector<std::string> signers = {"alice"};
   bool detached = false;
   HashId hash = HashId::sha256;
-  bool pss = false;
-  bool chain = true;
-  bool time = false;
-  bool certificate = false;
+  bool pss = false, chain = true, time = false, certificate = false;
 };
 
 inline bool trySign(std::string_view text, const SignAs& as, DataBuffer& der, LogBase& log) {
   ExtPtrArray signers;
-  for (const auto& name : as.signers) CertificateHolder::appendNewCertHolder(person(name), signers, log);
-  Pieces source(text, 100'000);
+  addPeople(as.signers, signers);
+  Pieces source(text);
   DataBuffer unused;
   _clsCades cades;
   cades.m_rsaPss = as.pss;
@@ -91,20 +90,16 @@ inline std::string signedBlob(std::string_view text, const SignAs& as = {}) {
 
 struct EncryptAs {
   std::vector<std::string> recipients = {"alice"};
-  int cipher = static_cast<int>(ContentCipher::aesCbc);
-  int keyBits = 0;
-  int transport = static_cast<int>(KeyTransport::pkcs1);
-  int oaepHash = 0;
-  bool bySubjectKeyId = false;
-  bool binary = true;
+  int cipher = kCbc, keyBits = 0;
+  int transport = static_cast<int>(KeyTransport::pkcs1), oaepHash = 0;
+  bool bySubjectKeyId = false, binary = true;
   long long sizeOff = 0;  ///< Added to the size that is announced.
 };
 
 inline bool tryEncrypt(std::string_view text, const EncryptAs& as, DataBuffer& der, LogBase& log) {
   ExtPtrArray recipients;
-  for (const auto& name : as.recipients)
-    CertificateHolder::appendNewCertHolder(person(name), recipients, log);
-  Pieces source(text, 100'000);
+  addPeople(as.recipients, recipients);
+  Pieces source(text);
   return Pkcs7Builder::createPkcs7Enveloped(source, static_cast<long long>(text.size()) + as.sizeOff,
                                             as.binary, as.cipher, as.keyBits, recipients, as.transport,
                                             as.oaepHash, as.bySubjectKeyId, everybody(), der, log);
@@ -119,41 +114,37 @@ inline std::string envelope(std::string_view text, const EncryptAs& as = {}) {
 
 struct Opened {
   bool done = false;
-  std::string content;
+  std::string content = "untouched";
   SecureLayer layer;
 };
 
 inline Opened openBlob(std::string_view der, SystemCerts& certs = everybody()) {
   Opened opened;
   DataBuffer content;
-  content.append("untouched");
+  content.append(opened.content);
   LogNull log;
   opened.done = Pkcs7Opener::open(der, certs, content, opened.layer, log);
   opened.content = bytesOf(content);
   return opened;
 }
 
-inline SecureLayer verifyBlob(std::string_view der, std::string_view content,
-                              SystemCerts& certs = everybody()) {
+inline SecureLayer verifyBlob(std::string_view der, std::string_view content) {
   SecureLayer layer;
   LogNull log;
-  Pkcs7Opener::verifyDetached(der, content, certs, layer, log);
+  Pkcs7Opener::verifyDetached(der, content, everybody(), layer, log);
   return layer;
 }
 
-/// Contents that a careless hand would change: each is to come back as it was.
-inline std::vector<std::string> difficultContents() {
-  return {"",
-          "x",
-          "bare\nline\nfeeds",
-          "bare\rreturns\r",
-          "trailing blanks  \r\n \t\r\n",
-          "no final line break",
-          std::string("nul\0inside", 10),
-          std::string(15, 'a'),
-          std::string(16, 'b'),
-          std::string(17, 'c'),
-          std::string(std::size_t{8} << 20, 'm')};
+/// Whether digest, signature, chain and key usage are right and whether it is revoked, each "y", "n" or "-"; then
+/// algorithm, digest, weaknesses and the problem: "yyyy- rsa sha1 [digest sha1] why".
+inline std::string told(const SignerVerdict& signer) {
+  std::string text;
+  for (const Answer each : {signer.digestMatched, signer.signatureVerified, signer.chainTrusted,
+                            signer.keyUsageFit, signer.revoked})
+    text += "-ny"[static_cast<int>(each)];
+  text += ' ' + signer.algorithm + ' ' + signer.digest;
+  for (const std::string& weakness : signer.weaknesses) text += " [" + weakness + ']';
+  return signer.problem.empty() ? text : text + ' ' + signer.problem;
 }
 
 inline std::string shown(std::string_view text) {

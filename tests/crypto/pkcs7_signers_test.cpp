@@ -7,6 +7,8 @@
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
+#include <algorithm>
+
 #include "mailtree/crypto/internal.h"
 #include "tests/crypto/pkcs7_fixtures.h"
 
@@ -28,7 +30,7 @@ Key rsaKey(const char* exponent) {
   BN_hex2bn(&number, exponent);
   const Handle<BIGNUM, BN_free> owner(number);
   EVP_PKEY_keygen_init(maker.get());
-  EVP_PKEY_CTX_set_rsa_keygen_bits(maker.get(), 2048);
+  EVP_PKEY_CTX_set_rsa_keygen_bits(maker.get(), 1024);  // quickly made
   EVP_PKEY_CTX_set1_rsa_keygen_pubexp(maker.get(), number);
   EXPECT_EQ(EVP_PKEY_generate(maker.get(), &key), 1) << exponent;
   return Key(key);
@@ -65,88 +67,78 @@ std::vector<Signer> makeSigners(int count, const char* curve, bool chained) {
   return signers;
 }
 
-RefPtr<Certificate> certificateOf(const Signer& signer) {
+/// What the library encodes.
+template <class Encode, class Object>
+std::string derOf(Encode encode, const Object& object) {
   unsigned char* der = nullptr;
-  const int size = i2d_X509(signer.certificate.get(), &der);
-  LogNull log;
-  RefPtr<Certificate> made(
-      Certificate::createFromDer({reinterpret_cast<const char*>(der), static_cast<std::size_t>(size)}, log));
+  const int size = encode(object.get(), &der);
+  const std::string bytes(reinterpret_cast<const char*>(der), static_cast<std::size_t>(std::max(size, 0)));
   OPENSSL_free(der);
-  return made;
+  return bytes;
 }
 
-SecureLayer layerSignedBy(const std::vector<Signer>& signers, int times = 1) {
+RefPtr<Certificate> certificateOf(const Signer& signer) {
+  LogNull log;
+  return RefPtr<Certificate>(Certificate::createFromDer(derOf(i2d_X509, signer.certificate), log));
+}
+
+using Cms = Handle<CMS_ContentInfo, CMS_ContentInfo_free>;
+
+std::string finished(const Cms& cms) {
   const Handle<BIO, BIO_free_all> text(BIO_new_mem_buf("x", 1));
-  const Handle<CMS_ContentInfo, CMS_ContentInfo_free> cms(
-      CMS_sign(nullptr, nullptr, nullptr, text.get(), CMS_PARTIAL | CMS_BINARY));
+  EXPECT_EQ(CMS_final(cms.get(), text.get(), nullptr, CMS_BINARY), 1);
+  return derOf(i2d_CMS_ContentInfo, cms);
+}
+
+/// Without a signing time: a chain is looked into once for each.
+std::vector<SignerVerdict> verdictsOn(const std::vector<Signer>& signers, int times = 1) {
+  const Cms cms(CMS_sign(nullptr, nullptr, nullptr, nullptr, CMS_PARTIAL | CMS_BINARY));
   for (int i = 0; i < times; ++i)
     for (const Signer& signer : signers)
       CMS_add1_signer(cms.get(), signer.certificate.get(), signer.key.get(), EVP_sha256(),
-                      CMS_BINARY | (i > 0 ? CMS_NOCERTS : 0U));
-  EXPECT_EQ(CMS_final(cms.get(), text.get(), nullptr, CMS_BINARY), 1);
-  unsigned char* der = nullptr;
-  const int size = i2d_CMS_ContentInfo(cms.get(), &der);
+                      CMS_BINARY | CMS_NOATTR | (i > 0 ? CMS_NOCERTS : 0U));
   SystemCerts nobody;
-  SecureLayer layer =
-      openBlob({reinterpret_cast<const char*>(der), static_cast<std::size_t>(size)}, nobody).layer;
-  OPENSSL_free(der);
-  return layer;
+  return openBlob(finished(cms), nobody).layer.signers;
 }
 
 TEST(Pkcs7Signers, only_so_many_chains_are_looked_into) {
-  const std::vector<Signer> signers = makeSigners(9, "P-256", false);
-  const SecureLayer layer = layerSignedBy(signers, 2);
-  ASSERT_EQ(layer.signers.size(), 18U);
-  int left = 0;
-  for (const SignerVerdict& verdict : layer.signers) {
-    EXPECT_TRUE(verdict.isValid()) << verdict.problem;
-    EXPECT_EQ(verdict.chainTrusted, Answer::notChecked);
-    left += contains(verdict.problem, "too many different signers") ? 1 : 0;
-  }
-  EXPECT_EQ(left, 2);  // the ninth, both times
+  const std::vector<SignerVerdict> verdicts = verdictsOn(makeSigners(9, "P-256", false), 2);
+  ASSERT_EQ(verdicts.size(), 18U);
+  const auto isLeft = [](const SignerVerdict& each) {
+    return each.isValid() && contains(each.problem, "too many different signers");
+  };
+  EXPECT_EQ(std::ranges::count_if(verdicts, isLeft), 2);  // the ninth, both times
+  EXPECT_TRUE(std::ranges::all_of(verdicts, &SignerVerdict::isValid));
 }
 
 TEST(Pkcs7Signers, only_so_much_work_is_done_for_big_keys) {
-  const SecureLayer layer = layerSignedBy(makeSigners(8, "P-521", false), 4);
-  ASSERT_EQ(layer.signers.size(), 32U);
-  int checked = 0;
-  for (const SignerVerdict& verdict : layer.signers) {
-    checked += verdict.signatureVerified == Answer::yes ? 1 : 0;
-    EXPECT_EQ(verdict.isValid(), !contains(verdict.problem, "was not checked")) << verdict.problem;
-  }
-  EXPECT_EQ(checked, 16);
+  const std::vector<SignerVerdict> verdicts = verdictsOn(makeSigners(8, "P-521", false), 4);
+  ASSERT_EQ(verdicts.size(), 32U);
+  EXPECT_EQ(std::ranges::count_if(verdicts, &SignerVerdict::isValid), 16);
+  for (const SignerVerdict& verdict : verdicts)
+    EXPECT_EQ(verdict.isValid(), !contains(verdict.problem, "too many signatures by big keys"))
+        << verdict.problem;
 }
 
 TEST(Pkcs7Signers, an_exponent_that_nobody_uses_is_not_worked_with) {
-  const struct {
-    const char* exponent;
-    bool isUsed;
-  } rows[] = {{"10001", true}, {"FFFFFFFFFFFFFFC5", true}, {"1000000000000000D", false}};
-  for (const auto& row : rows) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"FFFFFFFFFFFFFFC5", "yy-y- rsa sha256 [key RSA 1024 bits] no trust anchors were given"},
+      {"1000000000000000D", "---y- rsa sha256 [key RSA 1024 bits] the signer's key is too big to be used"}};
+  for (const auto& [exponent, verdict] : rows) {
     std::vector<Signer> signers;
-    signers.push_back(makeSigner(0, rsaKey(row.exponent), nullptr));
-    const SecureLayer layer = layerSignedBy(signers);
-    ASSERT_EQ(layer.signers.size(), 1U) << row.exponent;
-    EXPECT_EQ(layer.signers[0].isValid(), row.isUsed) << row.exponent << layer.signers[0].problem;
-    EXPECT_EQ(contains(layer.signers[0].problem, "too big"), !row.isUsed) << row.exponent;
+    signers.push_back(makeSigner(0, rsaKey(exponent), nullptr));
+    EXPECT_EQ(told(verdictsOn(signers).at(0)), verdict) << exponent;
   }
 }
 
 TEST(Pkcs7Signers, a_way_of_more_than_ten_authorities_is_none) {
-  const std::vector<Signer> signers = makeSigners(13, "P-256", true);
   std::vector<RefPtr<Certificate>> all;
-  all.reserve(signers.size());
-  for (const Signer& signer : signers) all.push_back(certificateOf(signer));
-  const struct {
-    std::size_t anchor;
-    bool trusted;
-  } rows[] = {{0, false}, {1, true}};
-  for (const auto& row : rows) {
+  for (const Signer& signer : makeSigners(13, "P-256", true)) all.push_back(certificateOf(signer));
+  for (const bool trusted : {false, true}) {
     SystemCerts certs;
     LogNull log;
-    ASSERT_EQ(certs.addTrustAnchorsFromData(all[row.anchor]->der().view(), log), 1);
-    const ChainVerdict verdict = certs.checkChain(*all.back(), all, std::time(nullptr));
-    EXPECT_EQ(verdict.trusted, row.trusted) << row.anchor << verdict.problem;
+    ASSERT_EQ(certs.addTrustAnchorsFromData(all[trusted ? 1 : 0]->der().view(), log), 1);
+    EXPECT_EQ(certs.checkChain(*all.back(), all, std::time(nullptr)).trusted, trusted);
   }
 }
 
@@ -160,56 +152,33 @@ TEST(Pkcs7Signers, weak_keys_and_digests_are_named_up_to_the_anchor) {
   const Named toUpper = {"certificate signed with sha1", "authority 1: key EC 192 bits"};
   const Named toRoot = {toUpper[0], toUpper[1], "authority 1: certificate signed with md5",
                         "authority 2: key RSA 1024 bits"};
-  const struct {
-    int anchor;  // -1: none
-    Named weaknesses;
-  } rows[] = {{0, toRoot}, {1, toUpper}, {2, {}}, {-1, toRoot}};
-  for (const auto& row : rows) {
+  const std::pair<const Certificate*, Named> rows[] = {
+      {all[0].get(), toRoot}, {all[1].get(), toUpper}, {all[2].get(), {}}, {nullptr, toRoot}};
+  for (const auto& [anchor, weaknesses] : rows) {
     SystemCerts certs;
     LogNull log;
-    if (row.anchor >= 0)
-      certs.addTrustAnchorsFromData(all[static_cast<std::size_t>(row.anchor)]->der().view(), log);
-    EXPECT_EQ(certs.checkChain(*all.back(), all, std::time(nullptr)).weaknesses, row.weaknesses)
-        << row.anchor;
+    if (anchor) certs.addTrustAnchorsFromData(anchor->der().view(), log);
+    EXPECT_EQ(certs.checkChain(*all.back(), all, std::time(nullptr)).weaknesses, weaknesses);
   }
 }
 
 /// By Alice's key, named by its identifier alone, so that any certificate with that key fits.
-std::string signedByKey(const std::string& content, unsigned flags) {
-  const Handle<CMS_ContentInfo, CMS_ContentInfo_free> cms(CMS_sign_ex(
-      nullptr, nullptr, nullptr, nullptr, CMS_PARTIAL | CMS_BINARY, contextAs<OSSL_LIB_CTX>(), nullptr));
-  const Certificate& alice = *person("alice");
-  CMS_add1_signer(cms.get(), nativeAs<X509>(alice), nativeKeyAs<EVP_PKEY>(alice), EVP_sha256(),
+std::string signedByKey(unsigned flags) {
+  const Cms cms(CMS_sign_ex(nullptr, nullptr, nullptr, nullptr, CMS_PARTIAL | CMS_BINARY,
+                            contextAs<OSSL_LIB_CTX>(), nullptr));
+  const auto alice = person("alice");
+  CMS_add1_signer(cms.get(), nativeAs<X509>(*alice), nativeKeyAs<EVP_PKEY>(*alice), EVP_sha256(),
                   CMS_USE_KEYID | CMS_NOCERTS | CMS_BINARY | flags);
-  const Handle<BIO, BIO_free_all> text(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
-  EXPECT_EQ(CMS_final(cms.get(), text.get(), nullptr, CMS_BINARY), 1);
-  unsigned char* der = nullptr;
-  const int size = i2d_CMS_ContentInfo(cms.get(), &der);
-  const std::string out(reinterpret_cast<const char*>(der), static_cast<std::size_t>(size));
-  OPENSSL_free(der);
-  return out;
+  return finished(cms);
 }
 
 TEST(Pkcs7Signers, a_signature_that_names_its_certificate_holds_with_no_other_of_the_same_key) {
-  const struct {
-    unsigned flags;
-    const char* held;
-    bool valid;
-  } rows[] = {
-      {0, "alice.pem", true},
-      {0, "alice-older.pem", true},
-      {CMS_CADES, "alice.pem", true},
-      {CMS_CADES, "alice-older.pem", false},
-  };
-  for (const auto& row : rows) {
+  const std::tuple<unsigned, const char*, bool> rows[] = {
+      {0, "alice-older.pem", true}, {CMS_CADES, "alice.pem", true}, {CMS_CADES, "alice-older.pem", false}};
+  for (const auto& [flags, held, valid] : rows) {
     SystemCerts certs;
-    addIdentities(certs, {row.held});
-    SecureLayer layer;
-    DataBuffer content;
-    LogNull log;
-    ASSERT_TRUE(Pkcs7Opener::open(signedByKey("Hello", row.flags), certs, content, layer, log));
-    ASSERT_EQ(layer.signers.size(), 1U);
-    EXPECT_EQ(layer.signers[0].isValid(), row.valid) << row.flags << " with " << row.held;
+    addIdentities(certs, {held});
+    EXPECT_EQ(openBlob(signedByKey(flags), certs).layer.allSignaturesValid(), valid) << flags << held;
   }
 }
 

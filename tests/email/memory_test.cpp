@@ -53,9 +53,8 @@ TEST(Memory, that_runs_out_while_loading_leaves_a_tree_that_says_so) {
   const std::string message = crlf(
       "From: \"A, B\" <a@e.com>\nTo: =?utf-8?Q?J=C3=B6rg?= <j@e.com>, k@e.com\nCc: l@e.com\nTo: m@e.com\n"
       "Subject: gr\xC3\xBC\xC3\x9F\nContent-Type: multipart/mixed; boundary=b\n\n--b\n"
-      "Content-Type: text/plain; charset=iso-8859-1\n\ngr\xFC\xDF, long enough not to fit where short ones "
-      "do\n"
-      "--b\nContent-Type: application/pdf; name=\"a file with a name that is long.pdf\"\n"
+      "Content-Type: text/plain; charset=iso-8859-1\n\ngr\xFC\xDF, too long for where short ones go\n--b\n"
+      "Content-Type: application/pdf; name=\"a file with a name that is long.pdf\"\n"
       "Content-Transfer-Encoding: base64\n\nJVBERg==\n--b\nContent-Type: message/rfc822\n\nSubject: x\n\ny\n"
       "--b--\n");
   const std::string whole = allOf(*load(message));

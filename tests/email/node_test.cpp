@@ -2,15 +2,16 @@
 
 #include <cstddef>
 #include <cstring>
-#include <functional>
 #include <new>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "mailtree/base/Platform.h"
-#include "mailtree/email/Email2.h"
+#include "tests/support/dead_node.h"
 #include "tests/support/fields.h"
-#include "tests/support/places.h"
+#include "tests/support/identities.h"
+#include "tests/support/messages.h"
 #include "tests/support/tree_notation.h"
 
 namespace mailtree {
@@ -18,11 +19,10 @@ namespace {
 
 LogNull quiet;
 
-/// Seconds between a node's date and now.
-std::int64_t age(const Email2& node) {
+bool isDatedNow(const Email2& node) {
   SorvikSysTime now;
   now.getCurrentGmt();
-  return now.toUnixTime() - node.m_date.toUnixTime();
+  return std::abs(now.toUnixTime() - node.m_date.toUnixTime()) <= 5 && node.m_date.m_isUtc;
 }
 
 /// Destroys an object in place. Its type stays readable, which is what sanitizers ask for before a call;
@@ -35,51 +35,28 @@ void destroy(Object& object) {
   std::memcpy(static_cast<void*>(&object), &type, sizeof type);
 }
 
-/// A destroyed node in storage that outlives it, so that looking at it is no crime.
-class DeadNode {
- public:
-  DeadNode() : m_node(new (m_storage) Email2) { destroy(*m_node); }
-  Email2& operator*() const { return *m_node; }
-
- private:
-  alignas(Email2) std::byte m_storage[sizeof(Email2)];
-  Email2* m_node;
-};
-
 // Construction
 
 TEST(Node, new_message_has_the_six_default_fields_in_order) {
   const EmailPtr email(new Email2);
-  EXPECT_EQ(fieldNames(*email),
-            (std::vector<std::string>{"MIME-Version", "Date", "Message-ID", "Content-Type",
-                                      "Content-Transfer-Encoding", "X-Priority"}));
-  EXPECT_EQ(fieldOf(*email, "MIME-Version"), "1.0");
-  EXPECT_EQ(fieldOf(*email, "Content-Type"), "text/plain");
-  EXPECT_EQ(fieldOf(*email, "Content-Transfer-Encoding"), "7bit");
-  EXPECT_EQ(fieldOf(*email, "X-Priority"), "3 (Normal)");
-  EXPECT_EQ(email->m_contentType.m_type.view(), "text/plain");
-  EXPECT_EQ(email->m_transferEncoding.view(), "7bit");
-  EXPECT_LE(std::abs(age(*email)), 5);
-  SorvikSysTime date;
-  ASSERT_TRUE(_svDateParser::parse(fieldOf(*email, "Date"), date));
-  EXPECT_TRUE(date == email->m_date);
-}
+  EXPECT_EQ(writtenHeader(*email), "MIME-Version: 1.0\r\nDate: " + fieldOf(*email, "Date") +
+                                       "\r\nMessage-ID: " + fieldOf(*email, "Message-ID") +
+                                       "\r\nContent-Type: text/plain\r\n"
+                                       "Content-Transfer-Encoding: 7bit\r\nX-Priority: 3 (Normal)");
+  EXPECT_EQ(disagreeingFields(*email), "");
+  EXPECT_TRUE(isDatedNow(*email));
 
-TEST(Node, new_message_names_the_charset_of_the_settings_it_shares) {
-  const EmailPtr first(new Email2);
-  first->use_codepage(28591);
-  const EmailPtr second(Email2::createNewObject(*first->m_common));
-  EXPECT_EQ(fieldOf(*second, "Content-Type"), "text/plain; charset=iso-8859-1");
+  email->use_codepage(28591);
+  const EmailPtr second(Email2::createNewObject(*email->m_common));
+  EXPECT_EQ(fieldOf(*second, "Content-Type"), "text/plain; charset=iso-8859-1") << "of the shared settings";
 }
 
 TEST(Node, bare_node_is_empty_and_dated_now) {
   const EmailPtr node(Email2::createNewObject00());
   EXPECT_EQ(node->getNumHeaderFields(), 0);
-  EXPECT_TRUE(node->m_contentType.m_type.isEmpty());
-  EXPECT_TRUE(node->m_transferEncoding.isEmpty());
+  EXPECT_EQ(disagreeingFields(*node), "");
   EXPECT_EQ(node->m_attachCodePage, 0);
-  EXPECT_LE(std::abs(age(*node)), 5);
-  EXPECT_TRUE(node->m_date.m_isUtc);
+  EXPECT_TRUE(isDatedNow(*node));
 }
 
 TEST(Node, every_node_holds_one_reference_to_the_shared_settings) {
@@ -95,236 +72,174 @@ TEST(Node, every_node_holds_one_reference_to_the_shared_settings) {
   EXPECT_TRUE(child->isValidEmailObject());
 }
 
-TEST(Node, message_of_its_own_frees_its_settings_with_itself) {
-  EmailPtr email(new Email2);
-  const RefPtr<_svEmailCommon> common(email->m_common);
-  email.reset();
-  EXPECT_EQ(common->refCount(), 1);
-}
-
 // Validity
 
-/// Destroys a member for as long as it lives.
-template <class Member>
-class Destroyed {
- public:
-  explicit Destroyed(Member& member) : m_member(member) { destroy(m_member); }
-  Destroyed(const Destroyed&) = delete;
-  Destroyed& operator=(const Destroyed&) = delete;
-  ~Destroyed() { new (&m_member) Member; }
-
- private:
-  Member& m_member;
-};
-
-template <class Member>
-bool isValidWithout(Email2& node, Member Email2::*member) {
-  const Destroyed<Member> destroyed(node.*member);
-  return node.isValidEmailObject();
+/// Whether a node is valid though one of these members is destroyed.
+template <class... Member>
+bool isValidWithoutOneOf(Email2& node, Member Email2::*... members) {
+  const auto isValidWithout = [&](auto& member) {
+    destroy(member);
+    const bool isValid = node.isValidEmailObject();
+    new (&member) std::remove_reference_t<decltype(member)>;
+    return isValid;
+  };
+  return (isValidWithout(node.*members) || ...);
 }
 
 TEST(Node, is_invalid_when_any_marked_member_is_destroyed) {
   const EmailPtr email(new Email2);
-  Email2& node = *email;
-  ASSERT_TRUE(node.isValidEmailObject());
-  EXPECT_FALSE(isValidWithout(node, &Email2::m_disposition));
-  EXPECT_FALSE(isValidWithout(node, &Email2::m_transferEncoding));
-  EXPECT_FALSE(isValidWithout(node, &Email2::m_contentId));
-  EXPECT_FALSE(isValidWithout(node, &Email2::m_dispFilename));
-  EXPECT_FALSE(isValidWithout(node, &Email2::m_body));
-  EXPECT_FALSE(isValidWithout(node, &Email2::m_header));
-  EXPECT_FALSE(isValidWithout(node, &Email2::m_subParts));
-  EXPECT_FALSE(isValidWithout(node, &Email2::m_toAddrs));
-  EXPECT_FALSE(isValidWithout(node, &Email2::m_ccAddrs));
-  EXPECT_FALSE(isValidWithout(node, &Email2::m_bccAddrs));
-  EXPECT_FALSE(isValidWithout(node, &Email2::m_fromAddr));
-  EXPECT_FALSE(isValidWithout(node, &Email2::m_date));
-  EXPECT_TRUE(node.isValidEmailObject());
+  EXPECT_FALSE(isValidWithoutOneOf(
+      *email, &Email2::m_disposition, &Email2::m_transferEncoding, &Email2::m_contentId,
+      &Email2::m_dispFilename, &Email2::m_body, &Email2::m_header, &Email2::m_subParts, &Email2::m_toAddrs,
+      &Email2::m_ccAddrs, &Email2::m_bccAddrs, &Email2::m_fromAddr, &Email2::m_date));
+  EXPECT_TRUE(email->isValidEmailObject());
 }
 
-TEST(Node, operations_on_a_dead_node_give_nothing_and_log_nothing) {
-  using Give = std::function<bool(Email2&, StringBuffer&, LogBase&)>;  // whether something came out
-  const auto acts = [](void (*act)(Email2&, LogBase&)) {
-    return [act](Email2& n, StringBuffer&, LogBase& log) { return act(n, log), false; };
-  };
-  static ExtPtrArray none;
-  static ExtPtrArraySb list;
-  static _svCharset charset;
-  static const EmailPtr other(new Email2);
-  static SorvikSysTime time;
-  const struct {
-    const char* name;
-    Give give;
-  } rows[] = {
-      {"isValidEmailObject", [](auto& n, auto&, auto&) { return n.isValidEmailObject(); }},
-      {"minimizeMemUsage", acts([](auto& n, auto&) { n.minimizeMemUsage(); })},
-      {"getNumParts", [](auto& n, auto&, auto&) { return n.getNumParts() != 0; }},
-      {"getPart", [](auto& n, auto&, auto&) { return n.getPart(0) != nullptr; }},
-      {"getPartConst", [](auto& n, auto&, auto&) { return n.getPartConst(0) != nullptr; }},
-      {"removeAllSubparts", acts([](auto& n, auto&) { n.removeAllSubparts(); })},
-      {"setOverwriteExisting", acts([](auto& n, auto&) { n.setOverwriteExisting(false); })},
-      {"getOverwriteExisting", [](auto& n, auto&, auto&) { return !n.getOverwriteExisting(); }},
-      {"setIdOnServer", acts([](auto& n, auto&) { n.setIdOnServer(7); })},
-      {"getIdOnServer", [](auto& n, auto&, auto&) { return n.getIdOnServer() != -1; }},
-      {"get_charset_name", [](auto& n, auto&, auto&) { return *n.get_charset_name() != '\0'; }},
-      {"use_charset", acts([](auto& n, auto&) { n.use_charset(charset); })},
-      {"use_codepage", acts([](auto& n, auto&) { n.use_codepage(65001); })},
-      {"supplyTermValue", [](auto& n, auto& out, auto&) { return n.supplyTermValue("Date", out), false; }},
-      {"supplyTermValue body",
-       [](auto& n, auto& out, auto&) { return n.supplyTermValue("body", out), false; }},
-      {"traits", [](auto& n, auto&, auto&) { return !n.traits().type.empty(); }},
+TEST(Node, a_destroyed_node_has_no_settings) {
+  alignas(Email2) std::byte storage[sizeof(Email2)];  // outlives the node, so that looking at it is no crime
+  Email2& node = *new (storage) Email2;
+  destroy(node);
+  EXPECT_FALSE(node.isValidEmailObject() || node.getNumParts() || node.getPart(0));
+  EXPECT_TRUE(node.getOverwriteExisting() && node.getIdOnServer() == -1 && node.traits().type.empty());
+  EXPECT_STREQ(node.get_charset_name(), "");
+}
 
-      {"getHeaderFieldUtf8",
-       [](auto& n, auto& out, auto& log) { return n.getHeaderFieldUtf8("Date", out, log); }},
-      {"getHeaderFieldX",
-       [](auto& n, auto&, auto& log) {
-         XString out("kept");
-         return n.getHeaderFieldX("Date", out, log) || out.view() != "kept";
-       }},
-      {"getNumHeaderFields", [](auto& n, auto&, auto&) { return n.getNumHeaderFields() != 0; }},
-      {"getHeaderFieldName", [](auto& n, auto& out, auto& log) { return n.getHeaderFieldName(0, out, log); }},
-      {"getHeaderFieldValue",
-       [](auto& n, auto& out, auto& log) { return n.getHeaderFieldValue(0, out, log); }},
-      {"hasHeaderField", [](auto& n, auto&, auto& log) { return n.hasHeaderField("Date", log); }},
-      {"hasHeaderMatchingUtf8",
-       [](auto& n, auto&, auto& log) { return n.hasHeaderMatchingUtf8("Date", "*", false, log); }},
-      {"getSubjectUtf8", [](auto& n, auto& out, auto& log) { return n.getSubjectUtf8(out, log); }},
-      {"getReplyToUtf8", [](auto& n, auto& out, auto& log) { return n.getReplyToUtf8(out, log); }},
-      {"getMailerUtf8", [](auto& n, auto& out, auto& log) { return n.getMailerUtf8(out, log); }},
-      {"getUidlUtf8", [](auto& n, auto& out, auto& log) { return n.getUidlUtf8(out, log); }},
-      {"setHeaderField", acts([](auto& n, auto& log) { n.setHeaderField("From", "a@b.example", log); })},
-      {"setHeaderField null", acts([](auto& n, auto& log) { n.setHeaderField("X-A", nullptr, log); })},
-      {"setHeaderField_a", acts([](auto& n, auto& log) { n.setHeaderField_a("X-A", "b", true, log); })},
-      {"addHeaderField2", acts([](auto& n, auto& log) { n.addHeaderField2("X-A", "b", log); })},
-      {"addHeaderField2_a", acts([](auto& n, auto& log) { n.addHeaderField2_a("Date", "b", true, log); })},
-      {"removeHeaderField", acts([](auto& n, auto&) { n.removeHeaderField("To"); })},
-      {"setAttachmentHeader",
-       [](auto& n, auto&, auto& log) { return n.setAttachmentHeader(0, "X-A", "b", log); }},
-      {"copyHeader", acts([](auto& n, auto& log) { n.copyHeader(*other, log); })},
+TEST(Node, operations_on_a_dead_node_give_nothing_change_nothing_and_log_no_message) {
+  const EmailPtr whole = load(
+      "From: a@x.org\nTo: b@x.org\nSubject: s\nReply-To: c@x.org\nX-Mailer: m\nDate: Sat, 21 Nov 2026 "
+      "08:30:00 "
+      "+0100\nContent-Type: multipart/mixed; boundary=b; name=n\n\n--b\nContent-Type: text/plain\n\nx\n--b\n"
+      "Content-Type: application/pdf\n\nx\n--b--\n");
+  Email2& node = *whole;
+  const std::string written = write(node);
+  const EmailPtr other(new Email2);
+  LogMemory log;
+  log.m_verboseLogging = true;
+  StringBuffer out("untouched");
+  XString outX("untouched");
+  DataBuffer bytes;
+  SorvikSysTime time;
+  _svCharset charset;
+  ExtPtrArray list;
+  ExtPtrArraySb texts;
+  _svParentEmailPtr place;
+  int count = 7;
+  {
+    const Killed dead(node);
+    for (const auto act : {&Email2::minimizeMemUsage, &Email2::removeAllSubparts, &Email2::clearBccFromHeader,
+                           &Email2::dropAttachments})
+      (node.*act)();
+    for (const auto set : {&Email2::setIdOnServer, &Email2::clearRecipients}) (node.*set)(1);
+    node.use_codepage(932);
+    node.setOverwriteExisting(false);
+    node.use_charset(charset);
+    node.supplyTermValue("Date", out);
+    node.supplyTermValue("body", out);
 
-      {"getContentType", [](auto& n, auto& out, auto&) { return n.getContentType(out), false; }},
-      {"getContentEncoding", [](auto& n, auto& out, auto&) { return n.getContentEncoding(out), false; }},
-      {"getName", [](auto& n, auto& out, auto&) { return n.getName(out), false; }},
-      {"getContentId", [](auto& n, auto& out, auto&) { return n.getContentId(out), false; }},
-      {"getAttachmentName", [](auto& n, auto& out, auto&) { return n.getAttachmentName(out), false; }},
-      {"setContentTypeUtf8", acts([](auto& n, auto& log) {
-         n.setContentTypeUtf8("text/html", "n", "p", "m", 65001, "b", "s", "t", log);
-       })},
-      {"refreshContentTypeHeader", acts([](auto& n, auto& log) { n.refreshContentTypeHeader(log); })},
-      {"fixContentTypeUtf8", acts([](auto& n, auto& log) { n.fixContentTypeUtf8("text/html", log); })},
-      {"setContentSubtype", acts([](auto& n, auto& log) { n.setContentSubtype("text/html", log); })},
-      {"setName", acts([](auto& n, auto& log) { n.setName("n", log); })},
-      {"setContentId", acts([](auto& n, auto& log) { n.setContentId("i", log); })},
-      {"setContentEncodingNonRecursive",
-       acts([](auto& n, auto& log) { n.setContentEncodingNonRecursive("8bit", log); })},
-      {"setContentEncodingRecursive",
-       acts([](auto& n, auto& log) { n.setContentEncodingRecursive("8bit", log); })},
-      {"setContentEncodingInner", acts([](auto& n, auto& log) { n.setContentEncodingInner("8bit", log); })},
-      {"setEncodingViaCodePage", acts([](auto& n, auto& log) { n.setEncodingViaCodePage(936, 0, log); })},
-      {"setContentDisposition1", acts([](auto& n, auto& log) { n.setContentDisposition1("inline", log); })},
-      {"setContentDispositionUtf8",
-       acts([](auto& n, auto& log) { n.setContentDispositionUtf8("inline", "f", log); })},
-      {"setFilenameUtf8", acts([](auto& n, auto& log) { n.setFilenameUtf8("f", log); })},
-      {"getFilenameUtf8", [](auto& n, auto& out, auto& log) { return n.getFilenameUtf8(out, log), false; }},
+    EXPECT_FALSE(node.isValidEmailObject() || node.getNumParts() || node.getPart(0));
+    EXPECT_FALSE(node.getHeaderFieldUtf8("Date", out, log) || node.getHeaderFieldX("Date", outX, log) ||
+                 node.getNumHeaderFields() || node.getHeaderFieldName(0, out, log) ||
+                 node.getHeaderFieldValue(0, out, log) || node.hasHeaderField("Date", log) ||
+                 node.hasHeaderMatchingUtf8("Date", "*", false, log));
+    for (const auto get :
+         {&Email2::getSubjectUtf8, &Email2::getReplyToUtf8, &Email2::getMailerUtf8, &Email2::getUidlUtf8})
+      EXPECT_FALSE((node.*get)(out, log));
+    for (const auto set :
+         {&Email2::setHeaderField, &Email2::addHeaderField2, &Email2::setContentDispositionUtf8})
+      (node.*set)("X-A", "b", log);
+    node.setHeaderField("Subject", nullptr, log);
+    for (const auto set : {&Email2::setHeaderField_a, &Email2::addHeaderField2_a})
+      (node.*set)("X-A", "b", true, log);
+    node.removeHeaderField("To");
+    EXPECT_FALSE(node.setAttachmentHeader(0, "X-A", "b", log));
+    node.copyHeader(*other, log);
 
-      {"generateMessageID", [](auto& n, auto&, auto& log) { return n.generateMessageID(log); }},
-      {"generateContentId", [](auto& n, auto&, auto& log) { return n.generateContentId(log); }},
-      {"setDate", acts([](auto& n, auto& log) { n.setDate("Sat, 21 Nov 2026 08:30:00 +0100", log, true); })},
-      {"resetDate", acts([](auto& n, auto& log) { n.resetDate(log); })},
-      {"getDate", [](auto& n, auto&, auto&) { return n.getDate(time), time.m_year != 0; }},
-      {"genEmailFilename", [](auto& n, auto& out, auto&) { return n.genEmailFilename(out), false; }},
+    for (const auto get : {&Email2::getContentType, &Email2::getContentEncoding, &Email2::getContentId,
+                           &Email2::getAttachmentName, &Email2::genEmailFilename})
+      (node.*get)(out);
+    for (const auto get : {&Email2::getName, &Email2::getFromAddrUtf8, &Email2::getAllRecipientAddresses})
+      (node.*get)(out);
+    for (const auto set : {&Email2::fixContentTypeUtf8, &Email2::setContentSubtype, &Email2::setContentId,
+                           &Email2::setContentEncodingNonRecursive, &Email2::setContentEncodingRecursive,
+                           &Email2::setContentEncodingInner, &Email2::setContentDisposition1,
+                           &Email2::setFilenameUtf8, &Email2::setFromFullUtf8, &Email2::setFromName,
+                           &Email2::setFromAddr, &Email2::setReplyToUtf8, &Email2::convertToMultipartX})
+      (node.*set)("a@b.example", log);
+    node.setContentTypeUtf8("text/html", "n", "p", "m", 65001, "b", "s", "t", log);
+    node.setName("n", log);
+    node.setEncodingViaCodePage(936, 0, log);
+    node.getFilenameUtf8(out, log);
 
-      {"qbChooseForEmailAddrEncoding",
-       [](auto& n, auto&, auto&) { return n.qbChooseForEmailAddrEncoding(65001); }},
-      {"updateFromInHeader", acts([](auto& n, auto& log) { n.updateFromInHeader(log); })},
-      {"setFromFullUtf8", acts([](auto& n, auto& log) { n.setFromFullUtf8("a@b.example", log); })},
-      {"setFromName", acts([](auto& n, auto& log) { n.setFromName("a", log); })},
-      {"setFromAddr", acts([](auto& n, auto& log) { n.setFromAddr("a@b.example", log); })},
-      {"getFromFullUtf8", [](auto& n, auto& out, auto& log) { return n.getFromFullUtf8(out, log), false; }},
-      {"getFromNameUtf8", [](auto& n, auto& out, auto& log) { return n.getFromNameUtf8(out, log), false; }},
-      {"getFromAddrUtf8", [](auto& n, auto& out, auto&) { return n.getFromAddrUtf8(out), false; }},
-      {"getSmtpReversePathUtf8",
-       [](auto& n, auto& out, auto& log) { return n.getSmtpReversePathUtf8(out, log), false; }},
-      {"setReplyToUtf8", acts([](auto& n, auto& log) { n.setReplyToUtf8("a@b.example", log); })},
-      {"addRecipient", [](auto& n, auto&, auto& log) { return n.addRecipient(1, "a", "a@b.example", log); }},
-      {"addMultipleRecip",
-       [](auto& n, auto&, auto& log) { return n.addMultipleRecip(1, "a@b.example", log) != 0; }},
-      {"copyRecipients", acts([](auto& n, auto&) { n.copyRecipients(*other); })},
-      {"clearRecipients", acts([](auto& n, auto&) { n.clearRecipients(1); })},
-      {"clearBccFromHeader", acts([](auto& n, auto&) { n.clearBccFromHeader(); })},
-      {"getNumRecipients", [](auto& n, auto&, auto&) { return n.getNumRecipients(1) != 0; }},
-      {"getRecipientFullUtf8",
-       [](auto& n, auto& out, auto& log) { return n.getRecipientFullUtf8(1, 0, out, log); }},
-      {"getRecipientNameUtf8", [](auto& n, auto& out, auto&) { return n.getRecipientNameUtf8(1, 0, out); }},
-      {"getRecipientAddrUtf8", [](auto& n, auto& out, auto&) { return n.getRecipientAddrUtf8(1, 0, out); }},
-      {"getAllRecipients",
-       [](auto& n, auto& out, auto& log) { return n.getAllRecipients(1, out, log), false; }},
-      {"getAllRecipientAddresses",
-       [](auto& n, auto& out, auto&) { return n.getAllRecipientAddresses(out), false; }},
-      {"getAllRecipientAddressesA",
-       [](auto& n, auto&, auto& log) { return n.getAllRecipientAddressesA(list, none, log); }},
-      {"addRecipientsForType",
-       [](auto& n, auto&, auto& log) { return n.addRecipientsForType(1, list, none, log); }},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
-    const DeadNode dead;
-    StringBuffer out("untouched");
-    LogMemory log;
-    log.m_verboseLogging = true;
-    EXPECT_FALSE(row.give(*dead, out, log));
-    EXPECT_EQ(out.view(), "untouched");
-    EXPECT_EQ(log.text(), "");
+    for (const auto act :
+         {&Email2::refreshContentTypeHeader, &Email2::resetDate, &Email2::updateFromInHeader})
+      (node.*act)(log);
+    EXPECT_FALSE(node.generateMessageID(log) || node.generateContentId(log));
+    node.setDate("Sat, 21 Nov 2026 08:30:00 +0100", log, true);
+    node.getDate(time);
+
+    for (const auto get :
+         {&Email2::getFromFullUtf8, &Email2::getFromNameUtf8, &Email2::getSmtpReversePathUtf8})
+      (node.*get)(out, log);
+    node.copyRecipients(*other);
+    node.getAllRecipients(1, out, log);
+    EXPECT_FALSE(node.qbChooseForEmailAddrEncoding(65001) || node.addRecipient(1, "a", "a@x.org", log) ||
+                 node.addMultipleRecip(1, "a@b.example", log) || node.getNumRecipients(1) ||
+                 node.getRecipientFullUtf8(1, 0, out, log) || node.getRecipientNameUtf8(1, 0, out) ||
+                 node.getRecipientAddrUtf8(1, 0, out) || node.getAllRecipientAddressesA(texts, list, log) ||
+                 node.addRecipientsForType(1, texts, list, log));
+
+    EXPECT_FALSE(node.isMultipart() || node.isMultipartMixed() || node.isNotAlternativeBody() ||
+                 node.findContentType("text/plain") || node.findMultipartEnclosureV2(1, 0, place) ||
+                 node.addAlternativeEnclosure(log) || node.ensureAlternativeEnclosure(log));
+    node.removeAlternative("text/plain", log);
+    node.checkAddEmailUniqueContentType(other.get(), list);
+    node.enumerateAlternatives(node, list);
+    EXPECT_EQ(node.getAlternativeIndexByContentType("text/calendar"), 0) << "deliberately not -1";
+    EXPECT_FALSE(node.getAlternative(node, 0) || node.getPlainTextAlternative() ||
+                 node.getAlternativeContentType(0, out, &log) ||
+                 node.getAlternativeBodyMb(node, 0, bytes, 0, log) ||
+                 node.getEffectiveBodyData(node, bytes, log));
+    EXPECT_FALSE(node.isEmailAttachment(true, log) || node.isStrictAttachment(&log) ||
+                 node.isMultipartMixedForAttachmentPurposes() || node.isMultipartFax() ||
+                 node.attachmentIterate2(true, list, -1, log) || node.getNumAttachments(log) ||
+                 node.getAttachment2(0, log) || node.extractAttachment(0) ||
+                 node.dropSingleAttachment(0, log) || node.findHtmlPart() ||
+                 node.getNthPartOfType(0, "*", false, false, count, log));
+    node.logAttachmentReason(log, "Because.");
+    node.dropAttachmentsForTempMht(out, log);
   }
+  EXPECT_EQ(out.view(), "untouched");
+  EXPECT_EQ(outX.view(), "untouched");
+  EXPECT_EQ(countMessages(log), 0) << log.text();
+  EXPECT_EQ(list.getSize() + time.m_year + count, 7);
+  EXPECT_TRUE(node.getOverwriteExisting() && node.getIdOnServer() == -1 && node.emailCodePage() == 0);
+  EXPECT_EQ(write(node), written);
 }
 
 // Subparts
 
-TEST(Node, insertion_takes_any_index) {
-  const struct {
-    int index;
-    const char* tree;
-  } rows[] = {
-      {-5, "mixed(plain,html,png)"}, {-1, "mixed(plain,html,png)"}, {0, "mixed(png,plain,html)"},
-      {1, "mixed(plain,png,html)"},  {2, "mixed(plain,html,png)"},  {99, "mixed(plain,html,png)"},
-  };
-  for (const auto& row : rows) {
+TEST(Node, children_are_inserted_taken_out_replaced_and_swapped) {
+  for (const auto& [index, tree] : casesOf<2>(R"(
+      -1 | mixed(plain,html,png)  0 | mixed(png,plain,html)   1 | mixed(plain,png,html)
+      2 | mixed(plain,html,png)   99 | mixed(plain,html,png))")) {
     const EmailPtr root = buildTree("mixed(plain,html)");
-    root->insertSubPartAtIndex(buildTree("png").release(), row.index);
-    EXPECT_EQ(printTree(root), row.tree) << "index " << row.index;
+    root->insertSubPartAtIndex(buildTree("png").release(), std::stoi(index));
+    EXPECT_EQ(printTree(root), tree);
   }
-  const EmailPtr root = buildTree("mixed(plain)");
+  const EmailPtr root = buildTree("mixed(plain,html,pdf)"), other = buildTree("related(png)");
   root->insertSubPartAtIndex(nullptr, 0);
-  EXPECT_EQ(printTree(root), "mixed(plain)");
-}
+  for (const int index : {-1, 3}) EXPECT_FALSE(root->getPart(index) || root->extractSubpartByIndex(index));
 
-TEST(Node, children_outside_the_list_are_null) {
-  const EmailPtr root = buildTree("mixed(plain)");
-  for (const int index : {-1, 1, 1000}) {
-    EXPECT_EQ(root->getPart(index), nullptr) << index;
-    EXPECT_EQ(root->extractSubpartByIndex(index), nullptr) << index;
-  }
-  EXPECT_EQ(printTree(root), "mixed(plain)");
-}
-
-TEST(Node, deliberate_replacing_a_part_leaves_the_old_one_alive) {
-  const EmailPtr root = buildTree("mixed(plain,html,pdf)");
-  const EmailPtr old(root->getPart(1));
-  root->replacePartAt(1, buildTree("png").release());
-  EXPECT_EQ(printTree(root), "mixed(plain,png,pdf)");
-  EXPECT_EQ(printTree(old), "html");
-  const EmailPtr last(root->getPart(2));
+  const EmailPtr old(root->getPart(1)), last(root->getPart(2));
+  root->replacePartAt(1, buildTree("zip").release());
+  EXPECT_EQ(printTree(root) + printTree(old), "mixed(plain,zip,pdf)html") << "the old one stays alive";
   root->replacePartAt(2, nullptr);
-  EXPECT_EQ(printTree(root), "mixed(plain,png)");
-}
+  EXPECT_EQ(printTree(root), "mixed(plain,zip)");
 
-TEST(Node, swaps_children_but_not_headers) {
-  const EmailPtr a = buildTree("mixed(plain,html)"), b = buildTree("related(png)");
-  a->swapChildren(*b);
-  EXPECT_EQ(printTree(a), "mixed(png)");
-  EXPECT_EQ(printTree(b), "related(plain,html)");
-  b->swapChildren(*b);
-  EXPECT_EQ(printTree(b), "related(plain,html)");
+  root->swapChildren(*other);
+  EXPECT_EQ(printTree(root) + printTree(other), "mixed(png)related(plain,zip)");
+  other->swapChildren(*other);
+  EXPECT_EQ(printTree(other), "related(plain,zip)");
 }
 
 TEST(Node, deliberate_swapping_content_types_leaves_the_fields) {
@@ -338,45 +253,31 @@ TEST(Node, deliberate_swapping_content_types_leaves_the_fields) {
 
 // Destruction
 
-/// Makes a tree of `size` nodes in branches of equal length: one branch is a mere chain.
-EmailPtr growTree(int size, int branches) {
+TEST(Node, destroys_a_tree_wholly_even_when_it_is_damaged) {
   EmailPtr root(Email2::createNewObject00());
-  std::vector<Email2*> tips(static_cast<std::size_t>(branches), root.get());
-  for (int i = 0; i < size; ++i) {
-    Email2*& tip = tips[static_cast<std::size_t>(i % branches)];
-    Email2* child = Email2::createNewObject0(*root->m_common);
-    tip->insertSubPartAtIndex(child, -1);
-    tip = child;
-  }
-  return root;
-}
-
-TEST(Node, destroys_deep_and_wide_trees_without_nesting) {
-  const struct {
-    int size;
-    int branches;
-  } rows[] = {{100'000, 1}, {10'000, 3}, {10'000, 100}, {10'000, 10'000}};
-  for (const auto& row : rows) {
-    EmailPtr root = growTree(row.size, row.branches);
-    const RefPtr<_svEmailCommon> common(root->m_common);
-    root.reset();
-    EXPECT_EQ(common->refCount(), 1) << row.branches << " branches";
-
-    root = growTree(row.size, row.branches);
-    root->removeAllSubparts();
-    EXPECT_EQ(root->m_common->refCount(), 1) << row.branches << " branches";
-  }
-}
-
-TEST(Node, damaged_node_is_reported_and_still_destroyed_with_all_below_it) {
-  EmailPtr root = buildTree("mixed(alternative(plain,html),pdf)");
   const RefPtr<_svEmailCommon> common(root->m_common);
+  for (const bool byHand : {true, false}) {
+    std::vector<Email2*> tips(100, root.get());
+    for (int i = 0; i < 5'000; ++i) {
+      Email2*& tip = tips[static_cast<std::size_t>(i % 100)];
+      Email2* const child = Email2::createNewObject0(*common);
+      tip->insertSubPartAtIndex(child, -1);
+      tip = child;
+    }
+    if (byHand)
+      root->removeAllSubparts();
+    else
+      root.reset();
+    EXPECT_EQ(common->refCount(), byHand ? 2 : 1);
+  }
+  root = buildTree("mixed(alternative(plain,html),pdf)");
+  const RefPtr<_svEmailCommon> settings(root->m_common);
   root->getPart(0)->m_magic = 1;
   const unsigned before = Psdk::corruptObjectsSeen();
   EXPECT_EQ(printTree(root), "mixed(dead,pdf)");
   root.reset();
-  EXPECT_EQ(Psdk::corruptObjectsSeen(), before + 1);
-  EXPECT_EQ(common->refCount(), 1);
+  EXPECT_EQ(Psdk::corruptObjectsSeen(), before + 1) << "what is damaged is reported";
+  EXPECT_EQ(settings->refCount(), 1) << "and goes with all below it";
 }
 
 // Shared settings
@@ -422,13 +323,17 @@ TEST(Node, does_without_shared_settings) {
 /// Settings on the heap with one reference held here.
 RefPtr<_svEmailCommon> newCommon() { return RefPtr<_svEmailCommon>(new _svEmailCommon); }
 
-RefPtr<Certificate> certificateOf(const std::string& name) {
-  SystemCerts certs;
-  certs.addFromFile((places::testData() + "/secure/" + name + ".pem").c_str(), nullptr, quiet);
-  return RefPtr<Certificate>(certs.getCertificate(0));
-}
-
 TEST(SharedSettings, are_copied_one_by_one) {
+  const auto textOf = [](const _svEmailCommon& settings) {
+    std::ostringstream text;
+    text << settings.m_charset.getCodePage() << ' ' << settings.m_preferredCharset.view() << ' '
+         << settings.m_idOnServer << settings.m_overwriteExisting << settings.m_receivedSecure
+         << settings.m_allSignaturesValid << settings.m_allDataDecrypted << settings.m_numSignedLayers
+         << settings.m_numEncryptedLayers << settings.m_sendSigned << settings.m_sendEncrypted
+         << settings.m_limits.has(Limit::depth) << ' ' << settings.m_signerCerts.getSize()
+         << settings.m_decryptCerts.getSize() << settings.m_encryptCerts.getSize();
+    return text.str();
+  };
   const auto from = newCommon(), to = newCommon();
   from->m_charset.setByCodePage(936);
   from->m_preferredCharset.setFromUtf8("gb2312");
@@ -441,29 +346,17 @@ TEST(SharedSettings, are_copied_one_by_one) {
   from->m_limits.add(Limit::depth);
   ExtPtrArray* lists[] = {&from->m_signerCerts, &from->m_decryptCerts, &from->m_encryptCerts};
   for (int i = 0; i < 3; ++i)
-    for (int n = 0; n <= i; ++n) lists[i]->appendObject(new CertificateHolder(*certificateOf("bob")));
+    for (int n = 0; n <= i; ++n) lists[i]->appendObject(new CertificateHolder(*identity("bob.pem")));
   from->copyFrom(*from);
-  EXPECT_EQ(from->m_encryptCerts.getSize(), 3) << "copied onto itself";
-
   to->copyFrom(*from);
-  EXPECT_EQ(to->m_charset.getCodePage(), 936);
-  EXPECT_EQ(to->m_preferredCharset.view(), "gb2312");
-  EXPECT_EQ(to->m_idOnServer, 5);
-  EXPECT_FALSE(to->m_overwriteExisting);
-  EXPECT_TRUE(to->m_receivedSecure && to->m_allSignaturesValid && to->m_allDataDecrypted);
-  EXPECT_EQ(to->m_numSignedLayers, 2);
-  EXPECT_EQ(to->m_numEncryptedLayers, 3);
-  EXPECT_TRUE(to->m_sendSigned && to->m_sendEncrypted);
-  EXPECT_TRUE(to->m_limits.has(Limit::depth));
-  EXPECT_EQ(to->m_signerCerts.getSize(), 1);
-  EXPECT_EQ(to->m_decryptCerts.getSize(), 2);
-  EXPECT_EQ(to->m_encryptCerts.getSize(), 3);
+  EXPECT_EQ(textOf(*from), "936 gb2312 5011123111 123");
+  EXPECT_EQ(textOf(*to), textOf(*from));
   EXPECT_EQ(CertificateHolder::getNthCert(to->m_encryptCerts, 2),
             CertificateHolder::getNthCert(from->m_encryptCerts, 2));
 }
 
 TEST(SharedSettings, deliberate_signing_certificate_is_overwritten_unreleased_and_never_cleared) {
-  const RefPtr<Certificate> held = certificateOf("alice"), given = certificateOf("bob");
+  const RefPtr<Certificate> held = identity("alice.pem"), given = identity("bob.pem");
   {
     const auto from = newCommon(), to = newCommon();
     to->m_signingCert = held.get();
@@ -486,18 +379,13 @@ TEST(SharedSettings, deliberate_signing_certificate_is_overwritten_unreleased_an
 
 TEST(Node, supplies_values_for_terms_through_its_second_base) {
   const EmailPtr email = buildTree("alternative(plain[body=Hello],html)");
-  email->setHeaderField("Subject",
-                        "Gr\xC3\xBC\xC3\x9F"
-                        "e",
-                        quiet);
+  email->setHeaderField("Subject", "Grüße", quiet);
   ExpressionTermSource& source = *email;
   StringBuffer value("a");
   source.supplyTermValue("BODY", value);
-  EXPECT_TRUE(value.view().starts_with("a") && value.getSize() > 1) << value.view();
+  EXPECT_EQ(value.view(), "aHello");
   source.supplyTermValue("subject", value);
-  EXPECT_EQ(value.view(),
-            "Gr\xC3\xBC\xC3\x9F"
-            "e");
+  EXPECT_EQ(value.view(), "Grüße");
   source.supplyTermValue("X-None", value);
   EXPECT_EQ(value.view(), "");
 }

@@ -3,12 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <random>
-#include <vector>
 
+#include "mailtree/mime/coding/ContentCoding.h"
 #include "tests/support/messages.h"
 #include "tests/support/places.h"
 #include "tests/support/tree_notation.h"
@@ -18,23 +17,27 @@ namespace {
 
 namespace fs = std::filesystem;
 
+LogNull quiet;
+
+template <class... Text>
+std::array<std::string_view, sizeof...(Text)> listOf(Text... texts) {
+  return {texts...};
+}
+
 /// What must be the same after a message was written and loaded again, one line for each part.
-std::string describe(const Email2& node, int depth = 0) {
+std::string describe(const Email2& node, std::size_t depth = 0) {
   // Text without a type gets one when it has to be labelled.
   const std::string_view type =
       node.m_contentType.m_type.isEmpty() ? "text/plain" : node.m_contentType.m_type.view();
-  const bool isText = type.starts_with("text/");
   StringBuffer body(node.m_body.view());
-  if (isText) body.toCRLF();
+  if (type.starts_with("text/")) body.toCRLF();
   // A page may be given a structure and a charset tag when it is written.
-  if (type == "text/html") body.clear();
-  if (node.getNumParts()) body.clear();
-  std::string line(static_cast<std::size_t>(depth), ' ');
+  if (type == "text/html" || node.getNumParts()) body.clear();
+  std::string line(depth, ' ');
   for (const std::string_view text : {type, node.m_contentType.m_name.view(), node.m_disposition.view(),
                                       node.m_dispFilename.view(), node.m_contentId.view(), body.view()})
     line.append("[").append(text).append("]");
-  line += "\n";
-  for (int i = 0; i < node.getNumParts(); ++i) line += describe(*node.getPartConst(i), depth + 1);
+  for (int i = 0; i < node.getNumParts(); ++i) line += "\n" + describe(*node.getPartConst(i), depth + 1);
   return line;
 }
 
@@ -45,23 +48,11 @@ std::string headline(const Email2& node) {
   return text;
 }
 
-/// First place where two texts differ, with what stands around it.
-::testing::AssertionResult sameText(const std::string& a, const std::string& b) {
-  if (a == b) return ::testing::AssertionSuccess();
-  const auto at =
-      static_cast<std::size_t>(std::mismatch(a.begin(), a.end(), b.begin(), b.end()).first - a.begin());
-  const std::size_t from = at < 60 ? 0 : at - 60;
-  return ::testing::AssertionFailure()
-         << "differ at " << at << ":\n  " << ::testing::PrintToString(a.substr(from, 120)) << "\n  "
-         << ::testing::PrintToString(b.substr(from, 120));
-}
-
 /// Takes back what was doubled; a line that begins with a single dot would end the message.
 std::string withoutDotStuffing(const std::string& stuffed) {
   std::string text;
   for (std::size_t at = 0, next = 0; at < stuffed.size(); at = next) {
-    const std::size_t end = stuffed.find('\n', at);
-    next = end == std::string::npos ? stuffed.size() : end + 1;
+    next = std::min(stuffed.find('\n', at), stuffed.size() - 1) + 1;
     if (stuffed[at] == '.' && stuffed.compare(at, 2, "..") != 0) return "LINE WITH ONE DOT IN " + stuffed;
     text.append(stuffed, at + (stuffed[at] == '.'), next - at - (stuffed[at] == '.'));
   }
@@ -74,41 +65,39 @@ bool holdsBareCr(const std::string& text) {
   return false;
 }
 
-void checkLaws(const std::string& message, const std::string& name) {
+void checkLaws(const std::string& message) {
   const EmailPtr first = load(message);
-  ASSERT_TRUE(first) << name;
   const std::string before = describe(*first), headlineBefore = headline(*first);
   const std::string written = write(*first);
   const EmailPtr second = load(written);
-  EXPECT_TRUE(sameText(before, describe(*second))) << name << ": loaded, written, loaded";
-  EXPECT_TRUE(sameText(headlineBefore, headline(*second))) << name << ": header loaded, written, loaded";
-  EXPECT_TRUE(sameText(written, write(*second))) << name << ": written, loaded, written";
-  EXPECT_TRUE(sameText(written, write(*first))) << name << ": written twice";
+  EXPECT_EQ(before, describe(*second)) << "loaded, written, loaded";
+  EXPECT_EQ(headlineBefore, headline(*second)) << "header loaded, written, loaded";
+  EXPECT_EQ(written, write(*second)) << "written, loaded, written";
+  EXPECT_EQ(written, write(*first)) << "written twice";
   if (holdsBareCr(written)) return;  // which is encoded on the way
-  EXPECT_TRUE(sameText(written, withoutDotStuffing(writeToSink(*first, {.dotStuff = true})))) << name;
+  EXPECT_EQ(written, withoutDotStuffing(writeToSink(*first, {.dotStuff = true})));
 }
 
-std::string contentOf(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
-std::vector<fs::path> messagesIn(const fs::path& folder) {
-  std::vector<fs::path> paths;
-  for (const auto& entry : fs::recursive_directory_iterator(folder))
-    if (entry.is_regular_file() && entry.path().extension() == ".eml") paths.push_back(entry.path());
-  std::sort(paths.begin(), paths.end());
-  return paths;
+/// The laws over every message in a folder. @return how many there are.
+int checkLawsIn(const std::string& folder) {
+  int count = 0;
+  for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+    if (!entry.is_regular_file() || entry.path().extension() != ".eml") continue;
+    SCOPED_TRACE(entry.path().string());
+    DataBuffer message;
+    EXPECT_TRUE(message.loadFileUtf8(entry.path().c_str(), quiet));
+    checkLaws(std::string(message.view()));
+    checkLaws(crlf(message.view()));
+    ++count;
+  }
+  return count;
 }
 
 TEST(RoundTrip, holds_for_trees_made_by_hand) {
-  LogNull log;
   const char* const trees[] = {
-      "plain",
       "plain[enc=base64]",
       "html[enc=quoted-printable]",
       "none[body=words]",
-      "alternative(plain,html)",
       "mixed(alternative(plain,related(html,png[cid=<a@b>,name=a.png])),pdf[name=a b.pdf]:attachment)",
       "mixed(plain,plain[file=a.txt,body=x  y]:attachment,html[file=a.html]:inline)",
       "mixed(mixed(mixed(plain)),mixed)",
@@ -119,56 +108,42 @@ TEST(RoundTrip, holds_for_trees_made_by_hand) {
   };
   for (const char* tree : trees) {
     for (const int codePage : {0, kCpUtf8, 1252, 20866, kCpUsAscii}) {
+      SCOPED_TRACE(std::string(tree) + " in " + std::to_string(codePage));
       const EmailPtr made = buildTree(tree);
       made->use_codepage(codePage);
-      made->setHeaderField("Subject", "na\xC3\xAFve \xD0\xB4\xD0\xB0 =?x?= \"\xE6\x97\xA5\"", log);
-      made->setHeaderField("X-Long", std::string(700, 'x').c_str(), log);
-      made->addRecipient(1, "D\xC3\xBCrer, Albrecht", "ad@x.org", log);
-      const std::string name = std::string(tree) + " in " + std::to_string(codePage);
+      made->setHeaderField("Subject", "na\xC3\xAFve \xD0\xB4\xD0\xB0 =?x?= \"\xE6\x97\xA5\"", quiet);
+      made->setHeaderField("X-Long", std::string(700, 'x').c_str(), quiet);
+      made->addRecipient(1, "D\xC3\xBCrer, Albrecht", "ad@x.org", quiet);
       const std::string written = write(*made);
       const EmailPtr loaded = load(written);
-      EXPECT_EQ(printTree(loaded), printTree(made)) << name;
-      EXPECT_TRUE(sameText(headline(*made), headline(*loaded))) << name;
-      EXPECT_TRUE(sameText(written, write(*loaded))) << name;
-      EXPECT_TRUE(sameText(written, writeToSink(*loaded))) << name;
+      EXPECT_EQ(printTree(loaded), printTree(made));
+      EXPECT_EQ(headline(*made), headline(*loaded));
+      EXPECT_EQ(written, write(*loaded));
+      EXPECT_EQ(written, writeToSink(*loaded));
     }
   }
 }
 
 TEST(RoundTrip, holds_for_text_of_every_kind_in_every_encoding) {
-  const std::string_view bodies[] = {
-      "",
-      "words",
-      "words\r\n",
-      "\r\n",
-      "\r\n\r\nwords\r\n\r\n",
-      "trailing blank \r\n\t\r\n",
-      "=3D = ==\r\n",
-      ".\r\n..\r\n",
-      "--b=_\r\nno boundary\r\n",
-      "gr\xC3\xBC\xC3\x9F\r\n",
-      "\xD0\xB4\xD0\xB0\r\n",
-      "\xE6\x97\xA5\xE6\x9C\xAC\r\n",
-      "gr\xC3\xBC\xC3\x9F \xC3\r\n",
-  };
-  LogNull log;
+  const auto bodies =
+      listOf("", "words", "words\r\n", "\r\n", "\r\n\r\nwords\r\n\r\n", "trailing blank \r\n\t\r\n",
+             "=3D = ==\r\n", ".\r\n..\r\n", "--b=_\r\nno boundary\r\n", "gr\xC3\xBC\xC3\x9F\r\n",
+             "\xD0\xB4\xD0\xB0\r\n", "\xE6\x97\xA5\xE6\x9C\xAC\r\n", "gr\xC3\xBC\xC3\x9F \xC3\r\n");
   for (const std::string_view body : bodies) {
     for (const char* encoding : {"7bit", "8bit", "quoted-printable", "base64", "binary"}) {
       for (const int codePage : {kCpUtf8, 1252, 20866, 50220, kCpUsAscii, 54936}) {
-        const EmailPtr made = buildTree("mixed(plain,pdf)");
+        SCOPED_TRACE(std::string(body) + " as " + encoding + " in " + std::to_string(codePage));
+        const EmailPtr made = buildTree("mixed(plain[body=],pdf[body=])");
         made->use_codepage(codePage);
         for (int i = 0; i < 2; ++i) {
-          made->getPart(i)->m_body.clear();
           made->getPart(i)->m_body.append(body);
-          made->getPart(i)->setContentEncodingNonRecursive(encoding, log);
+          made->getPart(i)->setContentEncodingNonRecursive(encoding, quiet);
         }
-        const std::string name = std::string(body) + " as " + encoding + " in " + std::to_string(codePage);
         const std::string written = write(*made);
         const EmailPtr loaded = load(written);
-        ASSERT_EQ(printTree(loaded), "mixed(plain,pdf)") << name;
-        EXPECT_EQ(loaded->getPart(0)->m_body.view(), body) << name;
-        EXPECT_EQ(loaded->getPart(1)->m_body.view(), body) << name;
-        EXPECT_TRUE(sameText(written, write(*loaded))) << name;
+        ASSERT_EQ(printTree(loaded), "mixed(plain,pdf)");
+        for (int i = 0; i < 2; ++i) EXPECT_EQ(loaded->getPart(i)->m_body.view(), body);
+        EXPECT_EQ(written, write(*loaded));
       }
     }
   }
@@ -179,48 +154,138 @@ TEST(RoundTrip, keeps_received_fields_as_they_were_folded) {
       "Received: from a\r\n\tby b;\r\n  Mon, 2 Mar 2020 00:00:00 +0000\r\nSUBJECT:no blank\r\nsubject :  two "
       " \r\n"
       "X-Odd:\r\n =?utf-8?Q?=C3=BC?=\r\n =?utf-8?Q?=C3=BC?=\r\nX-Empty:\r\nFrom: \"A\" <a@x.org>\r\n"
-      "Content-Type: Text/Plain;\r\n\tCHARSET=\"UTF-8\"\r\n";
-  for (const char* body : {"body", ""})
-    EXPECT_EQ(write(*load(header + "\r\n" + body)), header + "\r\n" + body);
+      "Content-Type: Text/Plain;\r\n\tCHARSET=\"UTF-8\"\r\n\r\n";
+  for (const char* body : {"body", ""}) EXPECT_EQ(write(*load(header + body)), header + body);
 }
 
-TEST(RoundTrip, holds_for_the_samples) {
-  const std::vector<fs::path> paths = messagesIn(places::samples());
-  ASSERT_GE(paths.size(), 12u) << places::samples();
-  for (const fs::path& path : paths) {
-    const std::string message = contentOf(path);
-    checkLaws(message, path.filename().string());
-    checkLaws(crlf(message), path.filename().string() + " with CRLF");
-  }
-}
+TEST(RoundTrip, holds_for_the_samples) { EXPECT_GE(checkLawsIn(places::samples()), 12); }
 
 TEST(RoundTrip, doubles_every_leading_dot_of_hostile_messages) {
-  const char* const pieces[] = {".\r\n",
-                                "..\n",
-                                ".h: 1\r\n",
-                                "\r\n",
-                                "\n",
-                                "X: y\r\n .\r\n",
-                                "MAIL FROM:<a@b>\r\n",
-                                "--b\r\n",
-                                "--b--\r\n",
-                                "Content-Type: multipart/signed; boundary=b\r\n",
-                                "Content-Type: message/rfc822\r\n",
-                                "."};
+  const auto pieces = listOf(
+      ".\r\n", "..\n", ".h: 1\r\n", "\r\n", "\n", "X: y\r\n .\r\n", "MAIL FROM:<a@b>\r\n", "--b\r\n",
+      "--b--\r\n", "Content-Type: multipart/signed; boundary=b\r\n", "Content-Type: message/rfc822\r\n", ".");
   std::mt19937 random(20261122);
   for (int round = 0; round < 2000; ++round) {
     std::string message;
-    for (std::size_t i = 0; i < 14; ++i) message += pieces[random() % std::size(pieces)];
+    for (std::size_t i = 0; i < 14; ++i) message += pieces[random() % pieces.size()];
     const EmailPtr mail = load(message);
     const std::string written = write(*mail);
-    ASSERT_TRUE(sameText(written, withoutDotStuffing(writeToSink(*mail, {.dotStuff = true})))) << message;
+    ASSERT_EQ(written, withoutDotStuffing(writeToSink(*mail, {.dotStuff = true}))) << message;
   }
 }
 
 TEST(RoundTrip, holds_for_a_folder_of_real_messages) {
   const std::string folder = places::corpus("messages");
   if (folder.empty()) GTEST_SKIP() << "MAILTREE_CORPUS names no folder with messages";
-  for (const fs::path& path : messagesIn(folder)) checkLaws(contentOf(path), path.filename().string());
+  checkLawsIn(folder);
+}
+
+// What a message hides must not come to light when it is written: lines that read like a boundary once they are decoded,
+// bytes whose order their label leaves open, content that a signature covers, parameters nobody asked for.
+
+/// A multipart/mixed of the parts given, each with its own header.
+std::string mixed(const std::string& boundary, std::initializer_list<std::string> parts) {
+  std::string text = "Content-Type: multipart/mixed; boundary=\"" + boundary + "\"\n\n";
+  for (const std::string& part : parts) text += "--" + boundary + "\n" + part + "\n";
+  return text + "--" + boundary + "--\n";
+}
+
+std::string base64(std::string_view bytes) {
+  StringBuffer text;
+  ContentCoding::encodeBase64(bytes.data(), bytes.size(), text);
+  return text.extractString();
+}
+
+/// Writes and loads a message again, which must not change it any more.
+EmailPtr writtenAndLoaded(Email2& root) {
+  const std::string written = write(root);
+  EmailPtr again = load(written);
+  EXPECT_EQ(printTree(*again), printTree(root)) << written;
+  EXPECT_EQ(write(*again), written);
+  return again;
+}
+
+TEST(HiddenStructure, a_decoded_line_never_becomes_a_boundary) {
+  const std::string end = "\n\nForged: yes\n\nforged part\n", type = "Content-Type: ";
+  const std::string qp = "\nContent-Transfer-Encoding: quoted-printable\n\n";
+  const std::string parts[] = {
+      type + "text/plain" + qp + "x\n=2D-b" + end,
+      type + "application/x-a" + qp + "=2D-b" + end,
+      type + "text/plain; charset=iso-2022-jp\n\nx\n-\x1b(B-b" + end,
+      type + "text/plain; charset=utf-7\n\nx\n+AC0--b" + end,
+      type + "multipart/mixed; boundary=c\nContent-Transfer-Encoding: base64\n\n" +
+          base64("--c\n\nin\n--b\n\nForged: yes\n--c--\n"),
+  };
+  for (const std::string& part : parts)
+    EXPECT_EQ(writtenAndLoaded(*load(mixed("b", {part})))->getNumParts(), 1) << part;
+}
+
+TEST(HiddenStructure, quoted_printable_escapes_what_could_be_a_boundary_but_no_signature_dashes) {
+  const std::string header = "Content-Type: text/plain\nContent-Transfer-Encoding: quoted-printable\n\n";
+  EXPECT_EQ(write(*load(crlf(header + "--x\n-- \n---\n--\n"))), crlf(header + "=2D-x\n--=20\n=2D--\n--\n"));
+}
+
+TEST(HiddenStructure, line_breaks_in_a_boundary_cannot_end_its_line) {
+  const EmailPtr root = buildTree("mixed(plain)");
+  root->setContentTypeUtf8("multipart/mixed", nullptr, nullptr, nullptr, 0, "a\r\nX: y", nullptr, nullptr,
+                           quiet);
+  EXPECT_EQ(load(write(*root))->getNumParts(), 1) << write(*root);
+}
+
+TEST(HiddenStructure, text_in_utf16_says_its_byte_order_when_written) {
+  const std::pair<const char*, std::string_view> rows[] = {
+      {"utf-16", {"\xFE\xFF\x4E\x2D\x65\x87", 6}},
+      {"utf-16", {"\x4E\x00\x4E\x00\x4E\x00", 6}},
+      {"unicode", {"\xFF\xFE\x2D\x4E\x87\x65", 6}},
+      {"ucs-2", {"\x4E\x2D\x65\x87", 4}},
+  };
+  for (const auto& [label, bytes] : rows) {
+    const EmailPtr root = load("Content-Type: text/plain; charset=" + std::string(label) +
+                               "\nContent-Transfer-Encoding: base64\n\n" + base64(bytes));
+    const std::string text(root->m_body.view());
+    EXPECT_EQ(writtenAndLoaded(*root)->m_body.view(), text) << label;
+  }
+}
+
+TEST(HiddenStructure, split_related_blocks_are_joined_but_not_below_a_signature) {
+  const auto loadBytes = [](const std::string& message) {  // the way in that joins them
+    SystemCerts certs;
+    DataBuffer bytes;
+    bytes.append(message);
+    return EmailPtr(Email2::createFromMimeDb(*new _svEmailCommon, bytes, true, true, certs, quiet, false));
+  };
+  const std::string related =
+      "Content-Type: multipart/related; boundary=r\n\n--r\nContent-Type: text/html\n\n<p>\n--r--\n";
+  const std::string two = mixed("m", {related, related});
+  EXPECT_EQ(printTree(*loadBytes(two)), "mixed(related(html,html))");
+  const std::string covered = "Content-Type: multipart/signed; boundary=s\n\n--s\n" + two +
+                              "\n--s\nContent-Type: application/pkcs7-signature\n\nx\n--s--\n";
+  EXPECT_TRUE(contains(write(*loadBytes(covered)), "--s\r\n" + two + "\r\n--s\r\n"));
+}
+
+TEST(HiddenStructure, an_unclosed_signed_part_does_not_swallow_the_end_of_what_is_around_it) {
+  const std::string header = "Content-Type: multipart/signed; boundary=s\n\n--s\n";
+  const std::string once = write(*load(header + header + "\nx\n"));
+  EXPECT_EQ(write(*load(once)), once);
+}
+
+TEST(HiddenStructure, a_wrapped_attachment_keeps_every_parameter) {
+  const std::string fields =
+      "Content-Type: text/calendar; method=REQUEST; charset=utf-8\r\n"
+      "Content-Disposition: attachment; filename=i.ics; size=9; creation-date=\"x y\"\r\n";
+  const EmailPtr root = load(fields + "\r\nBEGIN:VCAL\r\n");
+  ASSERT_EQ(root->getNumParts(), 2);
+  EXPECT_EQ(write(*root->getPart(1)), fields + "\r\nBEGIN:VCAL\r\n");
+  EXPECT_EQ(field(*root, "Content-Disposition"), "(absent)");
+}
+
+TEST(HiddenStructure, the_text_file_of_a_macintosh_pair_keeps_its_bytes) {
+  const EmailPtr root = load(mixed("m", {mixed("a", {"Content-Type: application/applefile\n\nx",
+                                                     "Content-Type: text/plain; charset=koi8-r; name=a.txt\n"
+                                                     "Content-Transfer-Encoding: base64\n\n0NLJ18XU"})
+                                             .replace(24, 5, "appledouble")}));
+  EXPECT_EQ(root->getPart(0)->m_body.view(), "\xD0\xD2\xC9\xD7\xC5\xD4");
+  EXPECT_TRUE(contains(write(*root), "0NLJ18XU"));
 }
 
 }  // namespace

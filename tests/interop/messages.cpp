@@ -24,12 +24,12 @@ struct File {
 
 struct Row {
   const char* name;
-  const char* start;      ///< Tree to begin with, null for a new message. Its images are expected as files.
-  const char* preferred;  ///< Preferred charset, or null.
-  const char* charset;    ///< Expected charset of the body; null where nothing names one.
-  std::optional<std::string> text, html;
+  const char* charset;  ///< Expected charset of the body; null where nothing names one.
+  std::optional<std::string> text, html = {};
   std::vector<File> files = {};
   std::vector<std::string> messages = {};
+  const char* preferred = nullptr;  ///< Preferred charset.
+  const char* start = nullptr;      ///< Tree to begin with. Its images are expected as files.
 };
 
 std::string page(const std::string& charset, const std::string& body) {
@@ -59,48 +59,42 @@ const File kBinary = {"daten.bin", nullptr, 0, everyByte(), "application/octet-s
 
 File named(const std::string& name) { return {name, "application/pdf", 0, "%PDF", "application/pdf"}; }
 
+Row preferring(const char* charset, Row row) {
+  row.preferred = charset;
+  return row;
+}
+
+Row startingWith(const char* tree, Row row) {
+  row.start = tree;
+  return row;
+}
+
 std::vector<Row> rows() {
+  const std::string logo = "<img src=\"cid:logo@example.com\">";
   return {
-      {"empty", nullptr, nullptr, nullptr, "", {}},
-      {"ascii", nullptr, nullptr, "us-ascii", kAwkward, {}},
-      {"no_final_line_end", nullptr, nullptr, "us-ascii", "one\r\ntwo", {}},
-      {"only_line_ends", nullptr, nullptr, "us-ascii", "\r\n\r\n\r\n", {}},
-      {"long_ascii", nullptr, nullptr, "us-ascii", repeated("word ", 900) + "\r\n" + kAwkward, {}},
-      {"long_unbroken", nullptr, nullptr, "us-ascii", repeated("x", 4000), {}},
-      {"german", nullptr, nullptr, "iso-8859-1", kGerman + kAwkward, {}},
-      {"long_german", nullptr, nullptr, "iso-8859-1", repeated("\u00fc=. ", 900), {}},
-      {"scripts", nullptr, nullptr, "utf-8", kMixedScripts + kAwkward, {}},
-      {"preferred_utf8", nullptr, "utf-8", "utf-8", kGerman, {}},
-      {"iso_2022_jp", nullptr, "iso-2022-jp", "iso-2022-jp", kJapanese, {}},
-      {"shift_jis", nullptr, "shift_jis", "shift_jis", kJapanese, {}},
-      {"preferred_too_small", nullptr, "iso-2022-jp", "utf-8", kMixedScripts, {}},
-      {"html", nullptr, nullptr, "us-ascii", {}, page("us-ascii", "<p>x</p>\r\n.\r\n<pre>a \r\n</pre>")},
-      {"html_emoji",
-       nullptr,
-       nullptr,
-       "utf-8",
-       {},
-       page("utf-8", "<p>\U0001F600</p>" + repeated("<i>y</i>", 400))},
-      {"html_japanese", nullptr, "iso-2022-jp", "iso-2022-jp", {}, page("iso-2022-jp", kJapanese)},
-      {"both", nullptr, nullptr, "iso-8859-1", kGerman, page("iso-8859-1", "<p>\u00fc</p>")},
-      {"both_widened", nullptr, nullptr, "utf-8", kGerman, page("utf-8", "<p>\U0001F600</p>")},
-      {"image",
-       "related(png[cid=<logo@example.com>])",
-       nullptr,
-       "us-ascii",
-       {},
-       page("us-ascii", "<img src=\"cid:logo@example.com\">")},
-      {"image_and_text",
-       "alt(related(png[cid=<logo@example.com>]))",
-       nullptr,
-       "utf-8",
-       kMixedScripts,
-       page("utf-8", "<img src=\"cid:logo@example.com\">"),
-       {kBinary}},
-      {"file_only", nullptr, nullptr, nullptr, {}, {}, {kBinary}},
+      {"empty", nullptr, ""},
+      {"ascii", "us-ascii", kAwkward},
+      {"no_final_line_end", "us-ascii", "one\r\ntwo"},
+      {"only_line_ends", "us-ascii", "\r\n\r\n\r\n"},
+      {"long_ascii", "us-ascii", repeated("word ", 900) + "\r\n" + kAwkward},
+      {"long_unbroken", "us-ascii", repeated("x", 4000)},
+      {"german", "iso-8859-1", kGerman + kAwkward},
+      {"long_german", "iso-8859-1", repeated("\u00fc=. ", 900)},
+      {"scripts", "utf-8", kMixedScripts + kAwkward},
+      preferring("utf-8", {"preferred_utf8", "utf-8", kGerman}),
+      preferring("iso-2022-jp", {"iso_2022_jp", "iso-2022-jp", kJapanese}),
+      preferring("shift_jis", {"shift_jis", "shift_jis", kJapanese}),
+      preferring("iso-2022-jp", {"preferred_too_small", "utf-8", kMixedScripts}),
+      preferring("iso-2022-jp", {"html_japanese", "iso-2022-jp", {}, page("iso-2022-jp", kJapanese)}),
+      {"html", "us-ascii", {}, page("us-ascii", "<p>x</p>\r\n.\r\n<pre>a \r\n</pre>")},
+      {"html_emoji", "utf-8", {}, page("utf-8", "<p>\U0001F600</p>" + repeated("<i>y</i>", 400))},
+      {"both", "iso-8859-1", kGerman, page("iso-8859-1", "<p>\u00fc</p>")},
+      {"both_widened", "utf-8", kGerman, page("utf-8", "<p>\U0001F600</p>")},
+      startingWith("related(png[cid=<logo@example.com>])", {"image", "us-ascii", {}, page("us-ascii", logo)}),
+      startingWith("alt(related(png[cid=<logo@example.com>]))",
+                   {"image_and_text", "utf-8", kMixedScripts, page("utf-8", logo), {kBinary}}),
+      {"file_only", nullptr, {}, {}, {kBinary}},
       {"files",
-       nullptr,
-       nullptr,
        "us-ascii",
        kAwkward,
        {},
@@ -115,15 +109,11 @@ std::vector<Row> rows() {
         {"seite.html", nullptr, 0, "<p>x", "text/html"},
         {"", "image/png", 0, "PNG", "image/png"}}},
       {"everything",
-       nullptr,
-       nullptr,
        "utf-8",
        kGerman,
        page("utf-8", "<p>\U0001F600</p>"),
        {named("bericht.pdf"), {"a.csv", "text/csv", 1252, "\xFC;\xE4\r\n", "text/csv"}}},
       {"names",
-       nullptr,
-       nullptr,
        "us-ascii",
        "see there\r\n",
        {},
@@ -134,15 +124,11 @@ std::vector<Row> rows() {
         named(repeated("Gr\u00f6\u00dfen\u00fcbersicht ", 12) + ".pdf"),
         named(repeated("\u6f22", 80) + ".pdf")}},
       {"names_latin",
-       nullptr,
-       nullptr,
        "iso-8859-1",
        kGerman,
        {},
        {named("\u00dcbersicht.pdf"), named("\u20ac und \u6f22.pdf")}},
       {"messages",
-       nullptr,
-       nullptr,
        "us-ascii",
        kAwkward,
        {},
@@ -195,25 +181,18 @@ std::string compose(const Row& row) {
   return write(*mail);
 }
 
+json fileOf(const json& name, const std::string& type, std::string_view charset, const json& id,
+            const std::string& bytes) {
+  return {{"name", name}, {"title", name},       {"type", type},
+          {"id", id},     {"hex", hexOf(bytes)}, {"charset", charset.empty() ? json() : json(charset)}};
+}
+
 json expectedFiles(const Row& row) {
   json files = json::array();
-  if (row.start)
-    files.push_back({{"name", nullptr},
-                     {"title", nullptr},
-                     {"type", "image/png"},
-                     {"charset", nullptr},
-                     {"id", "<logo@example.com>"},
-                     {"hex", hexOf("png")}});
-  for (const File& file : row.files) {
-    const std::string name = file.name.empty() ? "attach.dat" : file.name;
-    const std::string_view charset = charsetNameOf(file.codePage);
-    files.push_back({{"name", name},
-                     {"title", name},
-                     {"type", file.expectedType},
-                     {"charset", charset.empty() ? json() : json(charset)},
-                     {"id", nullptr},
-                     {"hex", hexOf(file.bytes)}});
-  }
+  if (row.start) files.push_back(fileOf(nullptr, "image/png", "", "<logo@example.com>", "png"));
+  for (const File& file : row.files)
+    files.push_back(fileOf(file.name.empty() ? "attach.dat" : file.name, file.expectedType,
+                           charsetNameOf(file.codePage), nullptr, file.bytes));
   return files;
 }
 

@@ -1,10 +1,9 @@
 #include "mailtree/mime/coding/ContentCoding.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <memory>
-#include <string>
+
+#include "tests/mime/tables.h"
 
 namespace mailtree {
 namespace {
@@ -49,12 +48,9 @@ TEST(ContentCoding, appends_behind_what_is_there) {
 }
 
 TEST(ContentCoding, is_base64_wants_a_digit_and_nothing_strange) {
-  const struct {
-    std::string_view text;
-    bool is;
-  } rows[] = {{"Zm9v", true}, {" Z\r\nm8=\t", true}, {"", false},       {" \r\n", false},
-              {"==", false},  {"Zm9v-", false},      {"Zm\x80", false}, {std::string_view("Zm\0", 3), false}};
-  for (const auto& row : rows) EXPECT_EQ(ContentCoding::isBase64(row.text), row.is) << row.text;
+  for (const char* text : {"Zm9v", " Z\r\nm8=\t"}) EXPECT_TRUE(ContentCoding::isBase64(text)) << text;
+  for (const std::string& text : {""s, " \r\n"s, "=="s, "Zm9v-"s, "Zm\x80"s, "Zm\0"s})
+    EXPECT_FALSE(ContentCoding::isBase64(text)) << text;
 }
 
 TEST(ContentCoding, computed_size_is_the_size) {
@@ -66,65 +62,41 @@ TEST(ContentCoding, computed_size_is_the_size) {
   EXPECT_EQ(ContentCoding::computeBase64Size(4, 0), 8U);
 }
 
-TEST(ContentCoding, writes_to_a_sink_what_it_appends_in_bounded_pieces) {
+TEST(ContentCoding, writes_to_a_sink_what_it_appends_in_bounded_pieces_and_reports_a_failure) {
   const std::string bytes = mixedText(100000);
-  StringBuffer base64, qp;
-  ContentCoding::encodeBase64(bytes.data(), bytes.size(), base64);
-  ContentCoding::encodeQuotedPrintable(bytes.data(), bytes.size(), qp);
-
-  LogNull log;
   ProgressContext progress(nullptr);
-  FailingOutput base64Out(1 << 20), qpOut(1 << 20);
-  EXPECT_TRUE(ContentCoding::encodeBase64ToOutput(bytes.data(), bytes.size(), base64Out, progress, log));
-  EXPECT_TRUE(ContentCoding::encodeQpToOutput(bytes.data(), bytes.size(), qpOut, progress, log));
-  EXPECT_EQ(base64Out.text, base64.view());
-  EXPECT_EQ(qpOut.text, qp.view());
-  EXPECT_LT(std::max(base64Out.largest, qpOut.largest), 40000U);
-}
-
-TEST(ContentCoding, reports_a_sink_that_failed) {
-  const std::string bytes = mixedText(100000);
-  LogNull log;
-  ProgressContext progress(nullptr);
-  FailingOutput base64Out(50000), qpOut(50000);
-  EXPECT_FALSE(ContentCoding::encodeBase64ToOutput(bytes.data(), bytes.size(), base64Out, progress, log));
-  EXPECT_FALSE(ContentCoding::encodeQpToOutput(bytes.data(), bytes.size(), qpOut, progress, log));
+  const auto check = [&](const auto& append, const auto& write) {
+    FailingOutput whole(1 << 20), failing(50000);
+    EXPECT_TRUE(write(bytes.data(), bytes.size(), whole, progress, quiet));
+    EXPECT_EQ(whole.text, textOf([&](StringBuffer& out) { append(bytes.data(), bytes.size(), out); }));
+    EXPECT_LT(whole.largest, 40000U);
+    EXPECT_FALSE(write(bytes.data(), bytes.size(), failing, progress, quiet));
+  };
+  check(ContentCoding::encodeBase64, ContentCoding::encodeBase64ToOutput);
+  check(ContentCoding::encodeQuotedPrintable, ContentCoding::encodeQpToOutput);
 }
 
 TEST(ContentCoding, payloads_of_encoded_words) {
-  const struct {
-    std::string bytes, b, q;
-  } rows[] = {
+  const std::tuple<std::string, std::string, std::string> rows[] = {
       {"", "", ""},
       {"Doe, Jane", "RG9lLCBKYW5l", "Doe=2C_Jane"},
-      {"A1!*+-/",
-       "QTEhKist"
-       "Lw==",
-       "A1!*+-/"},
+      {"A1!*+-/", "QTEhKistLw==", "A1!*+-/"},
       {"_?=\xC3\xBC.", "Xz89w7wu", "=5F=3F=3D=C3=BC=2E"},
-      {std::string(100, '\xFF'), std::string(132, '/') + "/w==",
-       [] {
-         std::string q;
-         for (int i = 0; i < 100; ++i) q += "=FF";
-         return q;
-       }()},
-  };
-  for (const auto& row : rows) {
+      {repeat("\xFF", 100), repeat("/", 133) + "w==", repeat("=FF", 100)}};
+  for (const auto& [bytes, b, q] : rows) {
     std::size_t bLength = 99, qLength = 99;
-    const std::unique_ptr<char[]> b(ContentCoding::B_Encode(row.bytes.data(), row.bytes.size(), &bLength));
-    const std::unique_ptr<char[]> q(
-        ContentCoding::Q_EncodeCommaToo(row.bytes.data(), row.bytes.size(), &qLength));
-    EXPECT_EQ(std::string(b.get()), row.b);
-    EXPECT_EQ(bLength, row.b.size());
-    EXPECT_EQ(std::string(q.get()), row.q);
-    EXPECT_EQ(qLength, row.q.size());
+    const std::unique_ptr<char[]> bText(ContentCoding::B_Encode(bytes.data(), bytes.size(), &bLength));
+    const std::unique_ptr<char[]> qText(
+        ContentCoding::Q_EncodeCommaToo(bytes.data(), bytes.size(), &qLength));
+    EXPECT_EQ(std::string(bText.get()), b);
+    EXPECT_EQ(std::string(qText.get()), q);
+    EXPECT_TRUE(bLength == b.size() && qLength == q.size()) << bytes;
   }
 }
 
 TEST(ContentCoding, decodes_the_encoded_words_of_a_value_in_place) {
-  LogNull log;
   StringBuffer value("=?iso-8859-1?Q?caf=E9?= =?utf-8?B?w6k=?= plain");
-  ContentCoding::QB_DecodeToUtf8(value, log);
+  ContentCoding::QB_DecodeToUtf8(value, quiet);
   EXPECT_EQ(value.view(), "caf\xC3\xA9\xC3\xA9 plain");
 }
 

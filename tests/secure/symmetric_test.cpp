@@ -2,7 +2,6 @@
 
 #include "mailtree/crypto/SymmetricCipher.h"
 #include "mailtree/mime/coding/ContentCoding.h"
-#include "tests/secure/secure_mail.h"
 #include "tests/support/dead_node.h"
 #include "tests/support/messages.h"
 #include "tests/support/tree_notation.h"
@@ -26,7 +25,7 @@ class Symmetric : public ::testing::Test {
 };
 
 TEST_F(Symmetric, bodies_and_encodings_come_back_and_the_mark_goes) {
-  for (const CipherMode mode : {CipherMode::cbc, CipherMode::ctr, CipherMode::gcm}) {
+  for (const CipherMode mode : {CipherMode::cbc, CipherMode::gcm}) {
     m_settings.m_mode = mode;
     const EmailPtr mail =
         buildTree("mixed(plain[enc=quoted-printable,body=Hello],calendar[body=],pdf[enc=binary]:attachment)");
@@ -38,14 +37,11 @@ TEST_F(Symmetric, bodies_and_encodings_come_back_and_the_mark_goes) {
     EXPECT_EQ(field(*mail->getPart(0), "Content-Transfer-Encoding"), "base64");
     EXPECT_TRUE(ContentCoding::isBase64(mail->getPart(2)->m_body.view()));
     const EmailPtr travelled = load(write(*mail));
-    for (Email2* each : {mail.get(), travelled.get()}) {
-      ASSERT_TRUE(decrypt(*each)) << m_log.text();
-      EXPECT_EQ(each->getPart(0)->m_body.view(), "Hello");
-      EXPECT_EQ(each->getPart(0)->m_transferEncoding.view(), "quoted-printable");
-      EXPECT_EQ(field(*each->getPart(0), kMark), "(absent)");
-      EXPECT_EQ(each->getPart(2)->m_transferEncoding.view(), "binary");
-    }
-    EXPECT_EQ(write(*mail), before) << static_cast<int>(mode);
+    ASSERT_TRUE(decrypt(*mail) && decrypt(*travelled)) << m_log.text();
+    EXPECT_EQ(write(*mail), before);
+    EXPECT_EQ(travelled->getPart(0)->m_body.view(), "Hello");
+    EXPECT_EQ(field(*travelled->getPart(0), kMark), "(absent)");
+    EXPECT_EQ(travelled->getPart(2)->m_transferEncoding.view(), "binary");
   }
 }
 
@@ -65,39 +61,22 @@ TEST_F(Symmetric, ciphertext_is_written_as_it_stands_whatever_the_charset) {
 }
 
 TEST_F(Symmetric, ciphertext_under_any_label_loads_as_it_was_written) {
-  const struct {
-    const char* fields;
-    std::string_view body;
-  } rows[] = {
-      {"text/plain; charset=utf-16\nContent-Transfer-Encoding: base64\n\nAG8AbABk", "old"},
-      {"text/plain; charset=utf-7\n\nold", "old"},
-      {"multipart/alternative\n\nold", "old"},
-      {"multipart/alternative\nContent-Transfer-Encoding: base64\n\nb2xk", "old"},
-  };
-  for (const auto& row : rows) {
-    const EmailPtr mail = load("Content-Type: " + std::string(row.fields));
-    ASSERT_TRUE(encrypt(*mail)) << row.fields;
+  for (const std::string label : {"text/plain; charset=utf-16\nContent-Transfer-Encoding: base64\n\nAG8AbABk",
+                                  "text/plain; charset=utf-7\n\nold", "multipart/alternative\n\nold",
+                                  "multipart/alternative\nContent-Transfer-Encoding: base64\n\nb2xk"}) {
+    const EmailPtr mail = load("Content-Type: " + label);
+    ASSERT_TRUE(encrypt(*mail)) << label;
     const EmailPtr travelled = load(write(*mail));
-    EXPECT_TRUE(decrypt(*travelled)) << row.fields;
-    EXPECT_EQ(travelled->m_body.view(), row.body) << row.fields;
-    EXPECT_EQ(load(write(*travelled))->m_body.view(), row.body) << row.fields;
+    EXPECT_TRUE(decrypt(*travelled)) << label;
+    EXPECT_EQ(travelled->m_body.view(), "old") << label;
+    EXPECT_EQ(load(write(*travelled))->m_body.view(), "old") << label;
   }
 }
 
-TEST_F(Symmetric, gcm_opens_a_body_only_in_its_place_and_as_its_type) {
+TEST_F(Symmetric, gcm_opens_a_body_only_with_its_key_in_its_place_and_as_its_type) {
   m_settings.m_mode = CipherMode::gcm;
-  const struct {
-    const char* name;
-    void (*change)(Email2&);
-  } rows[] = {
+  const std::pair<const char*, void (*)(Email2&)> rows[] = {
       {"moved", [](Email2& mail) { mail.insertSubPartAtIndex(mail.extractSubpartByIndex(0), -1); }},
-      {"swapped",
-       [](Email2& mail) {
-         DataBuffer first;
-         first.takeData(mail.getPart(0)->m_body);
-         mail.getPart(0)->m_body.takeData(mail.getPart(1)->m_body);
-         mail.getPart(1)->m_body.takeData(first);
-       }},
       {"another type",
        [](Email2& mail) {
          LogNull log;
@@ -105,30 +84,25 @@ TEST_F(Symmetric, gcm_opens_a_body_only_in_its_place_and_as_its_type) {
        }},
       {"taken out", [](Email2& mail) { mail.getPart(1)->m_body.clear(); }},
   };
-  for (const auto& row : rows) {
+  for (const auto& [name, change] : rows) {
     const EmailPtr mail = buildTree("mixed(plain[body=one],plain[body=two])");
     ASSERT_TRUE(encrypt(*mail));
-    row.change(*mail);
-    EXPECT_FALSE(decrypt(*mail)) << row.name;
+    change(*mail);
+    EXPECT_FALSE(decrypt(*mail)) << name;
   }
   m_settings.m_bindsBodies = false;
   const EmailPtr old = buildTree("plain[body=one]");
   ASSERT_TRUE(encrypt(*old));
   const EmailPtr same = load(write(*old));
   EXPECT_TRUE(decrypt(*same));
+  const std::string before(old->m_body.view());
+  m_settings.setKey("0123456789abcdeF");
+  EXPECT_FALSE(decrypt(*old));
+  EXPECT_EQ(old->m_body.view(), before);
+  EXPECT_EQ(m_log.entries().back().kind, LogEntry::Kind::ContextClose);
+  m_settings.setKey("0123456789abcdef");
   m_settings.m_bindsBodies = true;
   EXPECT_FALSE(decrypt(*old));
-}
-
-TEST_F(Symmetric, a_wrong_key_is_noticed_in_gcm_and_the_body_stays) {
-  m_settings.m_mode = CipherMode::gcm;
-  const EmailPtr mail = buildTree("mixed(plain,html)");
-  ASSERT_TRUE(encrypt(*mail));
-  const std::string before(mail->getPart(0)->m_body.view());
-  m_settings.setKey("0123456789abcdeF");
-  EXPECT_FALSE(decrypt(*mail));
-  EXPECT_EQ(mail->getPart(0)->m_body.view(), before);
-  EXPECT_EQ(m_log.entries().back().kind, LogEntry::Kind::ContextClose);
 }
 
 TEST_F(Symmetric, deliberately_nodes_done_before_a_failure_stay_changed) {
@@ -136,7 +110,7 @@ TEST_F(Symmetric, deliberately_nodes_done_before_a_failure_stay_changed) {
   ASSERT_TRUE(encrypt(*mail));
   mail->getPart(1)->m_body.clear();
   mail->getPart(1)->m_body.append("no whole block");
-  EXPECT_FALSE(decrypt(*mail, /*isBinary=*/false));
+  EXPECT_FALSE(decrypt(*mail));
   EXPECT_EQ(mail->getPart(0)->m_body.view(), "plain");
   EXPECT_EQ(mail->getPart(1)->m_body.view(), "no whole block");
 }
@@ -144,10 +118,9 @@ TEST_F(Symmetric, deliberately_nodes_done_before_a_failure_stay_changed) {
 TEST_F(Symmetric, ciphertext_that_is_no_base64_text_or_said_to_be_binary_is_taken_as_it_is) {
   for (const bool isBinary : {false, true}) {
     Email2 mail;
-    DataBuffer plain, ciphertext;
+    DataBuffer plain;
     plain.append("Hello");
-    ASSERT_TRUE(m_cipher.encryptAll(m_settings, plain, ciphertext, m_log));
-    mail.m_body.takeData(ciphertext);
+    ASSERT_TRUE(m_cipher.encryptAll(m_settings, plain, mail.m_body, m_log));
     EXPECT_TRUE(decrypt(mail, isBinary));
     EXPECT_EQ(mail.m_body.view(), "Hello");
     EXPECT_TRUE(mail.m_transferEncoding.isEmpty()) << "no former one is known";

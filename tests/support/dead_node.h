@@ -1,6 +1,8 @@
 // tests/support/dead_node.h - nodes that look destroyed, and what a log says about them.
 #pragma once
 
+#include <algorithm>
+
 #include "mailtree/email/Email2.h"
 
 namespace mailtree {
@@ -19,10 +21,9 @@ class Killed {
 
 /// Entries that say something: errors, information and data, but no contexts.
 inline int countMessages(const LogMemory& log) {
-  int count = 0;
-  for (const LogEntry& entry : log.entries())
-    count += entry.kind != LogEntry::Kind::ContextOpen && entry.kind != LogEntry::Kind::ContextClose;
-  return count;
+  return static_cast<int>(std::ranges::count_if(log.entries(), [](const LogEntry& entry) {
+    return entry.kind != LogEntry::Kind::ContextOpen && entry.kind != LogEntry::Kind::ContextClose;
+  }));
 }
 
 }  // namespace mailtree

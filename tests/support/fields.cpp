@@ -35,26 +35,26 @@ bool dateAgrees(const Email2& node) {
   return date == node.m_date;
 }
 
+std::string textOf(const _svEmailAddress& address) {
+  return std::string(address.m_name.view()) + "<" + std::string(address.m_address.view()) + ">";
+}
+
 bool senderAgrees(const Email2& node) {
-  const std::string value = structuredValue(node, "From");
   _svEmailAddress sender;
   LogNull log;
-  if (!sender.loadSingleEmailAddr(value.c_str(), false, log)) return node.m_fromAddr.m_address.isEmpty();
-  return sender.m_address.view() == node.m_fromAddr.m_address.view() &&
-         sender.m_name.view() == node.m_fromAddr.m_name.view();
+  if (!sender.loadSingleEmailAddr(structuredValue(node, "From").c_str(), false, log))
+    return node.m_fromAddr.m_address.isEmpty();
+  return textOf(sender) == textOf(node.m_fromAddr);
 }
 
 /// Whether the address field of a list holds its addresses; no field is no statement.
 bool recipientsAgree(const Email2& node, const char* name, const ExtPtrArray& list) {
-  if (node.m_header.findField(name) < 0) return true;
   ExtPtrArray fromField;
   _svEmailAddress::parseAndLoadList(structuredValue(node, name), fromField);
-  if (fromField.getSize() != list.getSize()) return false;
-  for (int i = 0; i < list.getSize(); ++i) {
-    const auto &a = *list.at<_svEmailAddress>(i), &b = *fromField.at<_svEmailAddress>(i);
-    if (a.m_address.view() != b.m_address.view() || a.m_name.view() != b.m_name.view()) return false;
-  }
-  return true;
+  bool agree = node.m_header.findField(name) < 0 || fromField.getSize() == list.getSize();
+  for (int i = 0; agree && i < fromField.getSize(); ++i)
+    agree = textOf(*list.at<_svEmailAddress>(i)) == textOf(*fromField.at<_svEmailAddress>(i));
+  return agree;
 }
 
 }  // namespace
@@ -79,10 +79,7 @@ std::string writtenHeader(const Email2& node) {
 }
 
 std::string disagreeingFields(const Email2& node) {
-  const struct {
-    const char* name;
-    bool agrees;
-  } fields[] = {
+  const std::pair<const char*, bool> fields[] = {
       {"Content-Type", contentTypeAgrees(node)},
       {"Content-Transfer-Encoding",
        trim(structuredValue(node, "Content-Transfer-Encoding")) == node.m_transferEncoding.view()},
@@ -94,8 +91,8 @@ std::string disagreeingFields(const Email2& node) {
       {"Cc", recipientsAgree(node, "Cc", node.m_ccAddrs)},
   };
   std::string names;
-  for (const auto& field : fields)
-    if (!field.agrees) names.append(names.empty() ? "" : " ").append(field.name);
+  for (const auto& [name, agrees] : fields)
+    if (!agrees) names.append(names.empty() ? "" : " ").append(name);
   return names;
 }
 

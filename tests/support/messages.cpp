@@ -3,12 +3,11 @@
 namespace mailtree {
 namespace {
 
-std::string writeTo(Email2& node, const WriteOptions& options, StringBuffer& text, _svOutput* sink) {
+bool writeTo(Email2& node, const WriteOptions& options, StringBuffer& text, _svOutput* sink) {
   LogNull log;
   ProgressContext progress(nullptr);
-  const bool written = node.assembleMimeBody2(text, sink, options.dotStuff, options.omitPrefix, progress, log,
-                                              /*depth=*/0, options.qpFor8bit, options.isTop);
-  return written ? "" : "FAILED";
+  return node.assembleMimeBody2(text, sink, options.dotStuff, options.omitPrefix, progress, log,
+                                /*depth=*/0, options.qpFor8bit, options.isTop);
 }
 
 }  // namespace
@@ -31,17 +30,15 @@ EmailPtr loadPop3(std::string_view message) {
 
 std::string write(Email2& node, const WriteOptions& options) {
   StringBuffer text;
-  const std::string failure = writeTo(node, options, text, nullptr);
-  return failure.empty() ? text.extractString() : failure;
+  return writeTo(node, options, text, nullptr) ? text.extractString() : "FAILED";
 }
 
 std::string writeToSink(Email2& node, const WriteOptions& options) {
   StringBuffer unused;
   DataBuffer bytes;
   MemoryOutput sink(bytes);
-  const std::string failure = writeTo(node, options, unused, &sink);
-  if (!unused.isEmpty()) return "TEXT TOUCHED";
-  return failure.empty() ? std::string(bytes.view()) : failure;
+  if (!writeTo(node, options, unused, &sink)) return "FAILED";
+  return unused.isEmpty() ? std::string(bytes.view()) : "TEXT TOUCHED";
 }
 
 std::string crlf(std::string_view text) {

@@ -18,12 +18,6 @@ bool findPath(const Email2& root, const Email2* wanted, std::string& path) {
   return false;
 }
 
-EmailPtr newNode(_svEmailCommon& common, const char* type) {
-  EmailPtr node(Email2::createNewObject0(common));
-  node->m_contentType.m_type.setString(type);
-  return node;
-}
-
 }  // namespace
 
 Email2* nodeAt(Email2& root, std::string_view path) {
@@ -56,14 +50,14 @@ std::string pathsOf(const Email2& root, const ExtPtrArray& nodes) {
 
 EmailPtr buildChain(int depth, const char* multipartType, const char* leafType) {
   EmailPtr root(Email2::createNewObject00());
-  root->m_contentType.m_type.setString(multipartType);
   Email2* last = root.get();
-  for (int i = 1; i < depth; ++i) {
-    Email2* const child = newNode(*root->m_common, multipartType).release();
+  for (int i = 0; i < depth; ++i) {
+    last->m_contentType.m_type.setString(multipartType);
+    Email2* const child = Email2::createNewObject0(*root->m_common);
     last->insertSubPartAtIndex(child, -1);
     last = child;
   }
-  last->insertSubPartAtIndex(newNode(*root->m_common, leafType).release(), -1);
+  last->m_contentType.m_type.setString(leafType);
   return root;
 }
 

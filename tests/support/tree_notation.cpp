@@ -1,6 +1,7 @@
 #include "tests/support/tree_notation.h"
 
-#include <algorithm>
+#include <gtest/gtest.h>
+
 #include <map>
 #include <stdexcept>
 #include <utility>
@@ -10,34 +11,18 @@
 namespace mailtree {
 namespace {
 
-struct Word {
-  std::string_view word;
-  const char* type;
-};
-
-/// The first word of a type is the one it is printed with.
-constexpr Word kWords[] = {
-    {"mixed", "multipart/mixed"},
-    {"alternative", "multipart/alternative"},
-    {"alt", "multipart/alternative"},
-    {"related", "multipart/related"},
-    {"digest", "multipart/digest"},
-    {"report", "multipart/report"},
-    {"signed", "multipart/signed"},
-    {"encrypted", "multipart/encrypted"},
-    {"fax", "multipart/fax-message"},
-    {"plain", "text/plain"},
-    {"html", "text/html"},
-    {"calendar", "text/calendar"},
-    {"pdf", "application/pdf"},
-    {"png", "image/png"},
-    {"zip", "application/zip"},
-    {"octet", "application/octet-stream"},
-    {"rfc822", "message/rfc822"},
-    {"delivery", "message/delivery-status"},
-    {"p7s", "application/pkcs7-signature"},
-    {"none", ""},
-};
+/// Words and types. The first word of a type is the one it is printed with.
+const auto& words() {
+  static const auto rows = casesOf<2>(R"(
+      mixed | multipart/mixed              alternative | multipart/alternative   alt | multipart/alternative
+      related | multipart/related          digest | multipart/digest             report | multipart/report
+      signed | multipart/signed            encrypted | multipart/encrypted       fax | multipart/fax-message
+      plain | text/plain                   html | text/html                      calendar | text/calendar
+      pdf | application/pdf                png | image/png                       zip | application/zip
+      octet | application/octet-stream     rfc822 | message/rfc822               none |
+      delivery | message/delivery-status   p7s | application/pkcs7-signature)");
+  return rows;
+}
 
 /// What stands between a node's word and its children.
 struct NodeText {
@@ -124,8 +109,8 @@ class TreeReader {
   }
 
   std::string typeOf(std::string_view word) const {
-    for (const Word& row : kWords)
-      if (row.word == word) return row.type;
+    for (const auto& [known, type] : words())
+      if (known == word) return type;
     if (word.find('/') == std::string_view::npos) fail("unknown word \"" + std::string(word) + "\"");
     return std::string(word);
   }
@@ -154,8 +139,8 @@ class TreeReader {
 };
 
 std::string_view wordOf(std::string_view type) {
-  for (const Word& row : kWords)
-    if (equalsNoCase(type, row.type)) return row.word;
+  for (const auto& [word, known] : words())
+    if (equalsNoCase(type, known)) return word;
   return type;
 }
 
@@ -195,6 +180,10 @@ std::string printTree(const Email2* node, TreeDetail detail) {
   std::string out;
   print(node, detail, out);
   return out;
+}
+
+void expectOfTrees(const std::function<std::string(Email2&)>& see, std::string_view table) {
+  for (const auto& [tree, result] : casesOf<2>(table)) EXPECT_EQ(see(*buildTree(tree)), result) << tree;
 }
 
 }  // namespace mailtree

@@ -17,8 +17,12 @@
 //               The root is a new message with its default fields, every other node a bare one.
 #pragma once
 
+#include <algorithm>
+#include <array>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "mailtree/email/Email2.h"
 
@@ -42,5 +46,27 @@ inline std::string printTree(const EmailPtr& node, TreeDetail detail = TreeDetai
 inline std::string printTree(const Email2& node, TreeDetail detail = TreeDetail::dispositions) {
   return printTree(&node, detail);
 }
+
+/// A table of cases of N cells, as text. "|" ends a cell; a line break or two blanks end a case. What begins
+/// with "#" is a comment.
+template <std::size_t N>
+std::vector<std::array<std::string, N>> casesOf(std::string_view table) {
+  std::vector<std::array<std::string, N>> cases;
+  for (std::string_view rest = trim(table); !rest.empty();) {
+    const std::size_t end = std::min({rest.find('\n'), rest.find("  "), rest.size()});
+    std::string_view row = rest.substr(0, end);
+    rest = trim(rest.substr(end));
+    if (row.starts_with('#')) continue;
+    for (std::string& cell : cases.emplace_back()) {
+      const std::size_t bar = std::min(row.find('|'), row.size());
+      cell = trim(row.substr(0, bar));
+      row.remove_prefix(std::min(bar + 1, row.size()));
+    }
+  }
+  return cases;
+}
+
+/// Checks what a function makes of trees: a table of "tree | result".
+void expectOfTrees(const std::function<std::string(Email2&)>& see, std::string_view table);
 
 }  // namespace mailtree

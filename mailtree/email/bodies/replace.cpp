@@ -7,7 +7,6 @@
 namespace mailtree {
 namespace {
 
-constexpr int kAlternative = static_cast<int>(EnclosureKind::alternative);
 constexpr int kRelated = static_cast<int>(EnclosureKind::related);
 
 void setOut(Email2** outPart, Email2* part) noexcept {

@@ -146,7 +146,7 @@ void TreeBuilder::takeBody(MimeMessage2& entity, Email2& node, const StringBuffe
   }
   node.checkFixNotReallyHtml();
   if (node.m_disposition.equalsIgnoreCase("attachment")) return;
-  if (isUnlabelled8bitText(node, !charset.isEmpty())) node.detectAndSetCharset(m_log);
+  if (lacksCharset(node, !charset.isEmpty())) node.detectAndSetCharset(m_log);
   node.checkHtmlLongLineLength(m_log);
 }
 

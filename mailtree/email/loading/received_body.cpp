@@ -25,7 +25,7 @@ bool hasAttachMark(const Email2& node) {
   return node.getHeaderFieldUtf8("X-MS-Has-Attach", value, quiet) && value.equalsIgnoreCase("yes");
 }
 
-bool isUnlabelled8bitText(const Email2& node, bool hasCharset) {
+bool lacksCharset(const Email2& node, bool hasCharset) {
   const std::string_view type = node.m_contentType.m_type.view();
   if (hasCharset || !(type.empty() || containsNoCase(type, "text/"))) return false;
   if (node.m_subParts.getSize() != 0 || isAttachedFile(node)) return false;

@@ -9,7 +9,7 @@ namespace mailtree {
 bool hasAttachMark(const Email2& node);
 
 /// Whether this is 8-bit text that nobody labelled and output would have to guess at.
-bool isUnlabelled8bitText(const Email2& node, bool hasCharset);
+bool lacksCharset(const Email2& node, bool hasCharset);
 
 /// Repairs of text that output will convert. Attached files keep their bytes: their labels are their own.
 void mendReceivedText(Email2& node, LogBase& log);

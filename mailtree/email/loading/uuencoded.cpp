@@ -76,7 +76,7 @@ DataBuffer takeText(Email2& node, DataBuffer& body, std::string_view charset, Lo
   const std::size_t begin = findSubstring(body.view(), kAnyBegin);
   body.shorten(body.getSize() - std::min(begin, body.getSize()));
   node.m_body.takeData(body);
-  if (isUnlabelled8bitText(node, !charset.empty())) node.detectAndSetCharset(log);
+  if (lacksCharset(node, !charset.empty())) node.detectAndSetCharset(log);
   DataBuffer text;
   // What was no text body before has still its own bytes; where it was, they are utf-8.
   if (isConvertibleText(node.traits()) || !receivedTextToUtf8(charset, node.m_body.view(), text).converted)

@@ -70,11 +70,6 @@ bool isAttachedMessage(const Email2& node) noexcept {
 
 bool hasChildren(const Email2& node) noexcept { return node.m_subParts.getSize() != 0; }
 
-bool isEncoded(const Email2& node) noexcept {
-  return node.m_transferEncoding.equalsIgnoreCase("base64") ||
-         node.m_transferEncoding.equalsIgnoreCase("quoted-printable");
-}
-
 void turn8bitToQp(Email2& node, LogBase& log) {
   const int field = node.m_header.findField("content-transfer-encoding");
   const bool is8bit = field >= 0 && (equalsNoCase(node.m_header.rawValue(field), "8bit") ||
@@ -83,7 +78,7 @@ void turn8bitToQp(Email2& node, LogBase& log) {
 }
 
 /// Whether nothing says in what form this 8-bit text travels. The body is looked at last: that costs.
-bool isUnlabelled8bitText(const Email2& node) noexcept {
+bool lacksTransferEncoding(const Email2& node) noexcept {
   if (node.m_disposition.equalsIgnoreCase("attachment") || hasChildren(node)) return false;
   const StringBuffer& type = node.m_contentType.m_type;
   if (!type.isEmpty() && (node.emailCodePage() != 0 || !type.containsSubstringNoCase("text/"))) return false;
@@ -91,7 +86,7 @@ bool isUnlabelled8bitText(const Email2& node) noexcept {
 }
 
 void labelUnlabelled8bitText(Email2& node, LogBase& log) {
-  if (!isUnlabelled8bitText(node)) return;
+  if (!lacksTransferEncoding(node)) return;
   // With its name a file stays one, which keeps its bytes the next time too.
   const char* const name =
       node.m_contentType.m_name.isEmpty() ? nullptr : node.m_contentType.m_name.getString();

@@ -35,11 +35,6 @@ bool convertHtml(const Email2& node, int codePage, DataBuffer& out, LogBase& log
   return convert(html, codePage, out, log);
 }
 
-bool isEncoded(const Email2& node) noexcept {
-  return node.m_transferEncoding.equalsIgnoreCase("base64") ||
-         node.m_transferEncoding.equalsIgnoreCase("quoted-printable");
-}
-
 /// Line ends come first: afterwards any unit could hold a byte that looks like one.
 bool convertToWideUnits(const Email2& node, int codePage, DataBuffer& out, LogBase& log) {
   if (isEncoded(node) || !node.m_body.containsBareCRLF())

@@ -182,12 +182,9 @@ bool dropChildren(Email2& node, IsDoomed&& isDoomed) {
   return intact;
 }
 
-/// Adds the children that dropping goes on in, so that the first comes off the stack first.
-void openEnclosures(const Email2& node, std::vector<Email2*>& open) {
-  for (int i = node.m_subParts.getSize() - 1; i >= 0; --i) {
-    Email2* const child = liveChild(node, i);
-    if (child && (child->isMultipartRelated() || child->isMultipartMixed())) open.push_back(child);
-  }
+/// Whether attachments are dropped from a node: the one it begins with, and the enclosures below.
+bool losesAttachments(const Email2& node, int level) {
+  return level == 0 || node.isMultipartRelated() || node.isMultipartMixed();
 }
 
 StringBuffer bareContentId(const Email2& part, LogBase& log) {
@@ -363,19 +360,16 @@ bool Email2::dropSingleAttachment(int index, LogBase& log) {
 void Email2::dropAttachments() {
   neverThrow(false, [this] {
     LogNull quiet;
-    std::vector<Email2*> open{this};
-    while (!open.empty()) {
-      Email2& node = *open.back();
-      open.pop_back();
-      if (!node.isLive()) continue;
+    walkTree(*this, [&](Email2& node, int level) {
+      if (!losesAttachments(node, level)) return Walk::skipChildren;
       const Enclosing kind = classify(node);
       // Deliberate: what merely follows the body of a mixed message is not dropped, though it is listed.
       const bool intact = dropChildren(node, [&](Email2& child) {
         if (kind == Enclosing::mixedLike) return child.isEmailAttachment(true, quiet);
         return kind == Enclosing::related && child.isStrictAttachment(nullptr);
       });
-      if (intact) openEnclosures(node, open);
-    }
+      return intact ? Walk::onward : Walk::skipChildren;
+    });
     return true;
   });
 }
@@ -383,11 +377,8 @@ void Email2::dropAttachments() {
 void Email2::dropAttachmentsForTempMht(StringBuffer& html, LogBase& log) {
   neverThrow(false, [&] {
     const std::unordered_set<const Email2*> referenced = referencedAttachments(*this, html.view());
-    std::vector<Email2*> open{this};
-    while (!open.empty()) {
-      Email2& node = *open.back();
-      open.pop_back();
-      if (!node.isLive()) continue;
+    walkTree(*this, [&](Email2& node, int level) {
+      if (!losesAttachments(node, level)) return Walk::skipChildren;
       const bool intact = dropChildren(node, [&](Email2& child) {
         if (!child.isStrictAttachment(&log)) return false;
         if (referenced.contains(&child)) {
@@ -397,9 +388,8 @@ void Email2::dropAttachmentsForTempMht(StringBuffer& html, LogBase& log) {
         logDroppedPart(child, log);
         return true;
       });
-      if (!intact) return false;  // Deliberate: a damaged child ends it wholly.
-      openEnclosures(node, open);
-    }
+      return intact ? Walk::onward : Walk::stop;  // Deliberate: a damaged child ends it wholly.
+    });
     return true;
   });
 }

@@ -47,28 +47,18 @@ int matchingChild(const Email2& node, Predicate matches) noexcept {
 
 /// A direct child beats anything deeper; beyond that, depth-first in the order of the children.
 Email2* searchBelow(Email2& start, Predicate matches, int level, _svParentEmailPtr& place) {
-  struct Open {
-    Email2* node;
-    int level;
-  };
-  std::vector<Open> open{{&start, level}};
-  while (!open.empty()) {
-    const Open at = open.back();
-    open.pop_back();
-    if (at.level > kDeepestSearchedLevel) continue;
-    const int index = matchingChild(*at.node, matches);
-    if (index >= 0) {
-      place.m_parent = at.node;
-      place.m_index = index;
-      place.m_level = at.level + 1;
-      return at.node->m_subParts.at<Email2>(index);
-    }
-    for (int i = at.node->m_subParts.getSize() - 1; i >= 0; --i) {
-      Email2* const child = liveChild(*at.node, i);
-      if (child && child->m_subParts.getSize() > 0) open.push_back({child, at.level + 1});
-    }
-  }
-  return nullptr;
+  Email2* found = nullptr;
+  walkTree(start, [&](Email2& node, int below) {
+    if (level + below > kDeepestSearchedLevel) return Walk::skipChildren;
+    const int index = matchingChild(node, matches);
+    if (index < 0) return Walk::onward;
+    place.m_parent = &node;
+    place.m_index = index;
+    place.m_level = level + below + 1;
+    found = node.m_subParts.at<Email2>(index);
+    return Walk::stop;
+  });
+  return found;
 }
 
 }  // namespace

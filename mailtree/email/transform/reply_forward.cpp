@@ -7,6 +7,7 @@
 
 #include "mailtree/base/Utf.h"
 #include "mailtree/email/internal.h"
+#include "mailtree/email/transform/reply_head.h"
 #include "mailtree/mime/charset/WrittenCharset.h"
 #include "mailtree/mime/coding/ContentCoding.h"
 #include "mailtree/mime/coding/EncodedWord.h"
@@ -15,7 +16,6 @@
 namespace mailtree {
 namespace {
 
-constexpr int kAlternative = static_cast<int>(EnclosureKind::alternative);
 constexpr int kTo = static_cast<int>(RecipientKind::to);
 constexpr int kCc = static_cast<int>(RecipientKind::cc);
 constexpr int kBcc = static_cast<int>(RecipientKind::bcc);
@@ -40,9 +40,9 @@ struct HeadForm {
   const char* end;  ///< After the subject.
 };
 
-constexpr HeadForm kPlainHead = {"-----Original Message-----\r\n", "\r\n", "\r\n\r\n"};
+constexpr HeadForm kPlainHead = {kPlainReplyHead, "\r\n", "\r\n\r\n"};
 // Deliberate: the values are not escaped, and the list of recipients is the same in both forms.
-constexpr HeadForm kHtmlHead = {"<p>-----Original Message-----<br>", "<br>", "<p>"};
+constexpr HeadForm kHtmlHead = {kHtmlReplyHead, "<br>", "<p>"};
 
 /// What a head says of the received message.
 struct Origin {

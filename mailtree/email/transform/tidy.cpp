@@ -7,13 +7,7 @@
 namespace mailtree {
 namespace {
 
-constexpr int kAlternative = static_cast<int>(EnclosureKind::alternative);
 constexpr const char* kQuotedPrintable = "quoted-printable";
-
-bool isEncoded(const Email2& node) noexcept {
-  return node.m_transferEncoding.equalsIgnoreCase(kQuotedPrintable) ||
-         node.m_transferEncoding.equalsIgnoreCase("base64");
-}
 
 /// Us-ascii means 7bit. Output mends a text which is not, but writes the text of an attached file as it stands.
 void encodeForEmail(Email2& node, LogBase& log) {

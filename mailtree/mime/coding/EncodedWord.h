@@ -19,9 +19,6 @@ constexpr bool mayHoldEncodedWord(std::string_view text) noexcept {
 /// they are. The result never contains CR, LF or NUL.
 std::string decodeEncodedWords(std::string_view value);
 
-/// The longest line on which an encoded word may be (RFC 2047, 2).
-inline constexpr std::size_t kMaxLineWithWord = 76;
-
 enum class WordEncoding { q, b };
 
 /// How a header value is to be encoded.

@@ -4,6 +4,7 @@
 
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Utf.h"
+#include "mailtree/mime/LineLengths.h"
 #include "mailtree/mime/charset/Charset.h"
 #include "mailtree/mime/charset/WrittenCharset.h"
 #include "mailtree/mime/coding/Base64.h"
@@ -15,7 +16,6 @@ namespace mailtree {
 namespace {
 
 constexpr std::size_t kMaxWord = 75;          // RFC 2047, 2
-constexpr std::size_t kFoldColumn = 78;       // where foldHeaderLine breaks
 constexpr std::size_t kWidestCharacter = 12;  // four bytes in Q
 constexpr std::size_t kMaxRawToken = 900;     // longer ones could not be folded
 constexpr std::size_t kMaxRawBlanks = 16;     // longer runs would not survive trimming relays
@@ -188,7 +188,7 @@ class UnstructuredWriter {
     }
     m_out.append(m_text, begin, end - begin);
     m_column += end - begin;
-    if (m_column > kFoldColumn) m_column = end - blanks;
+    if (m_column > kPreferredLine) m_column = end - blanks;
   }
 
   void flush() {

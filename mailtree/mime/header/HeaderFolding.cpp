@@ -1,6 +1,7 @@
 // Folding of header lines (RFC 5322, 2.2.3): a line break is inserted before existing white space, so
 // unfolding gives the same value.
 #include "mailtree/base/Ascii.h"
+#include "mailtree/mime/LineLengths.h"
 #include "mailtree/mime/coding/EncodedWord.h"
 #include "mailtree/mime/coding/HeaderText.h"
 
@@ -9,8 +10,6 @@ namespace mailtree {
 namespace {
 
 constexpr std::size_t npos = std::string_view::npos;
-constexpr std::size_t kPreferredLine = 78;
-constexpr std::size_t kLongestLine = 998;
 /// A longer run of blanks could only be folded into a blank line, which some
 /// readers take for the end of the header.
 constexpr std::size_t kMaxBlankRun = 500;

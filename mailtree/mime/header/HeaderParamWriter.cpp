@@ -1,6 +1,7 @@
 // Writes one parameter: bare, quoted, or by RFC 2231 in as many sections as lines of 78 characters need.
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Utf.h"
+#include "mailtree/mime/LineLengths.h"
 #include "mailtree/mime/charset/Charset.h"
 #include "mailtree/mime/charset/WrittenCharset.h"
 #include "mailtree/mime/coding/EncodedWord.h"
@@ -12,7 +13,7 @@ namespace mailtree {
 namespace {
 
 constexpr std::size_t kMaxSection =
-    75;  // "name*N*=value" with the blank before it and the ";" after it in 78
+    kPreferredLine - 3;  // "name*N*=value", with a blank before it and a ";" after it
 constexpr std::size_t kMaxFallback = 120;
 constexpr std::string_view kHexDigits = "0123456789ABCDEF";
 

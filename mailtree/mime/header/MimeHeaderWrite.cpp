@@ -1,6 +1,7 @@
 // Writes rows as header lines.
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Utf.h"
+#include "mailtree/mime/LineLengths.h"
 #include "mailtree/mime/coding/EncodedWord.h"
 #include "mailtree/mime/coding/HeaderText.h"
 #include "mailtree/mime/header/HeaderLines.h"
@@ -11,7 +12,6 @@ namespace mailtree {
 
 namespace {
 
-constexpr std::size_t kLongestLine = 998;  // RFC 5322, 2.1.1
 constexpr std::string_view kInternalPrefix = "SVZ-";
 /// Fields of a new message that mean nothing in a body part.
 constexpr std::string_view kMessageOnly[] = {"MIME-Version", "Date", "Message-ID", "X-Priority"};

@@ -14,12 +14,6 @@ namespace {
 constexpr std::string_view kBcc = "bcc";
 constexpr std::string_view kInternalPrefix = "SVZ-";
 
-std::string lowerCase(std::string_view text) {
-  std::string lower(text);
-  for (char& c : lower) c = toLowerAscii(c);
-  return lower;
-}
-
 /// The elements of one header. A failed allocation of an element makes the final result false.
 class HeaderToXml {
  public:
