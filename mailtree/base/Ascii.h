@@ -1,7 +1,7 @@
 // base/Ascii.h - ASCII helpers: case, classes, compare, find, trim.
 //
-// Everything here is locale-independent; nothing but lowerCase allocates or throws. Bytes of 0x80 and above are
-// neither letters nor blanks and equal only themselves, so utf-8 passes through unchanged.
+// Everything here is locale-independent and never throws; only lowerCase allocates. Bytes of 0x80 and above
+// are neither letters nor blanks and equal only themselves, so utf-8 passes through unchanged.
 #pragma once
 
 #include <cstddef>

@@ -91,7 +91,7 @@ bool decryptEnvelope(const Pkcs7Frame& frame, SystemCerts& certs, DataBuffer& co
 /// CompressedData (RFC 3274).
 bool decompressContent(const Pkcs7Frame& frame, DataBuffer& content, SecureLayer& layer, LoadBudget& budget);
 
-/// The number by which the cryptographic library knows an algorithm; 0 when it is null or unknown.
+/// The number of an algorithm in the cryptographic library; 0 when it is null or unknown.
 int nidOf(const X509_algor_st* algorithm);
 
 }  // namespace mailtree

@@ -38,7 +38,7 @@ enum class Limit : std::uint32_t {
 /// The limits exceeded.
 using LimitSet = FlagSet<Limit>;
 
-/// The words in which a limit is reported: the number goes between them.
+/// The reported text of a limit, with its number inserted.
 struct LimitText {
   Limit limit;
   std::string_view before;

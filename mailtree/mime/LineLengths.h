@@ -1,11 +1,11 @@
-// mime/LineLengths.h - how long the lines of a message may be, without their line break.
+// mime/LineLengths.h - maximum lengths of message lines, without their line breaks.
 #pragma once
 
 #include <cstddef>
 
 namespace mailtree {
 
-/// Where header lines are folded when they can be (RFC 5322, 2.1.1).
+/// Header lines are folded at this length if possible (RFC 5322, 2.1.1).
 inline constexpr std::size_t kPreferredLine = 78;
 /// No line may be longer (RFC 5322, 2.1.1; RFC 5321, 4.5.3.1.6).
 inline constexpr std::size_t kLongestLine = 998;

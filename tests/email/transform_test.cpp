@@ -90,10 +90,10 @@ TEST(Reply, head_stands_once_in_every_text_and_nowhere_else) {
     for (const bool isHtml : {false, true})
       if (contains(said(log), isHtml ? "Prepending to HTML body|" : "Prepending to plain-text body|"))
         walkTree(*mail, [&](Email2& node) {
-          if (!node.m_body.view().starts_with(isHtml ? kHtmlHead : kPlainHead)) return Walk::onward;
+          if (!node.m_body.view().starts_with(isHtml ? kHtmlHead : kPlainHead)) return Walk::descend;
           found += (isHtml ? " H" : " P") + pathOf(*mail, &node);
           EXPECT_EQ(node.m_body.view().find("-----Original", 15), node.m_body.view().npos) << before;
-          return Walk::onward;
+          return Walk::descend;
         });
     EXPECT_EQ(found, after);
     EXPECT_EQ(fieldOf(*mail, "X-Priority") + disagreeingFields(*mail), "3 (Normal)") << before;

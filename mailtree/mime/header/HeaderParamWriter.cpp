@@ -13,7 +13,7 @@ namespace mailtree {
 namespace {
 
 constexpr std::size_t kMaxSection =
-    kPreferredLine - 3;  // "name*N*=value", with a blank before it and ";" after
+    kPreferredLine - 3;  // "name*N*=value", with a blank before it and a ";" after it
 constexpr std::size_t kMaxFallback = 120;
 constexpr std::string_view kHexDigits = "0123456789ABCDEF";
 
