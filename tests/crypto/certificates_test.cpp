@@ -169,7 +169,7 @@ std::string readWith(const std::string& file, const char* password) {
   if (password && *password && contains(text, password)) return "tells the password";
   if (log.entries().empty()) return std::to_string(added);
   if (added) return text;
-  for (const char* problem : {"needs a password", "wrong password", "no certificate and no key"})
+  for (const char* problem : {"needs a password", "wrong password", "no certificate or key"})
     if (contains(text, problem)) return std::string(problem, std::string_view(problem).find(' '));
   return text;
 }

@@ -127,8 +127,8 @@ TEST(Pkcs7Open, the_kind_is_told_from_the_first_fields) {
   const Opened opened = openBlob(certificatesOnly);
   EXPECT_EQ(outcomeOf(opened), "");
   EXPECT_EQ(opened.layer.certificates.size(), 3U);
-  EXPECT_EQ(outcomeOf(openBlob(detached)), "the signed content is not part of the signature");
-  EXPECT_EQ(verifyBlob(certificatesOnly, "x").problem, "there is no signature");
+  EXPECT_EQ(outcomeOf(openBlob(detached)), "the signature does not contain the signed content");
+  EXPECT_EQ(verifyBlob(certificatesOnly, "x").problem, "no signature");
 }
 
 TEST(Pkcs7Open, a_changed_signature_or_content_is_never_valid) {
@@ -181,7 +181,7 @@ TEST(Pkcs7Open, without_a_key_nothing_is_tried) {
   SystemCerts bob;
   addIdentities(bob, {"bob.pem", "bob.key"});
   const Opened opened = openBlob(envelope("x", {{"alice", "carol"}, kGcm}), bob);
-  EXPECT_EQ(outcomeOf(opened), "no key for any recipient is at hand");
+  EXPECT_EQ(outcomeOf(opened), "no private key of any recipient");
   EXPECT_EQ(opened.layer.cipher + " " + opened.layer.keyTransport, "aes-256-gcm rsa");
 }
 
@@ -191,7 +191,7 @@ TEST(Pkcs7Open, a_tag_that_can_be_guessed_and_authenticated_attributes_are_refus
   const std::string tag(frame->mac);
   const std::string attribute =
       element(derContext(1), element(kDerSequence, element(kDerObjectId, "\x2A\x03")));
-  const std::string unsafe = "the authentication tag is of no safe size";
+  const std::string unsafe = "the authentication tag has an unsafe size";
   const std::pair<std::string, std::string> rows[] = {
       {element(kDerOctetString, tag), "done"},
       {element(kDerOctetString, tag.substr(0, 11)), unsafe},
@@ -209,8 +209,8 @@ TEST(Pkcs7Open, compressed_content_is_unpacked_within_bounds) {
   const std::pair<std::string, const char*> rows[] = {
       {compressed(""), "done"},
       {compressed(std::string(std::size_t{5} << 20, 'z')), "done"},
-      {compressed(std::string(kMinLayerBytes + 1, '\0')), "unpacks to more than is allowed"},
-      {compressed("x", "\x2A\x03"), "compressed in a way that is not known"},
+      {compressed(std::string(kMinLayerBytes + 1, '\0')), "the decompressed content is too large"},
+      {compressed("x", "\x2A\x03"), "unknown compression algorithm"},
       {rebuilt(*cut, packed.substr(0, packed.size() / 2)), "the compressed content is malformed"},
       {rebuilt(*cut, "no such stream"), "the compressed content is malformed"},
       {withoutContent(*cut), "the compressed content is missing"}};
@@ -242,7 +242,7 @@ TEST(Pkcs7Open, a_layer_that_costs_more_than_is_left_stays_closed) {
 TEST(Pkcs7Open, a_signature_with_a_content_of_its_own_covers_the_one_beside_it) {
   const SecureLayer other = verifyBlob(signedBlob("x"), "y"), same = verifyBlob(signedBlob("x"), "x");
   EXPECT_FALSE(other.allSignaturesValid());
-  EXPECT_EQ(other.problem, "the signature carries a content of its own, which is not the one beside it");
+  EXPECT_EQ(other.problem, "the signature contains different content than the part it signs");
   EXPECT_TRUE(same.allSignaturesValid() && same.problem.empty()) << same.problem;
 }
 
@@ -287,20 +287,19 @@ TEST(Pkcs7Open, what_was_not_checked_is_neither_right_nor_wrong) {
       {signedBlob("x", {{"weak"}, false, HashId::sha1}), everybody(),
        "yyyy- rsa sha1 [digest sha1] [key RSA 1024 bits]"},
       {blob, strangers, "yy-y- rsa sha256 no trust anchors were given"},
-      {withoutCertificates(blob, "x"), strangers, "y----  sha256 no certificate of the signer"},
-      {withoutCertificates(blob, "y"), strangers, "n----  sha256 the content is not the one that was signed"},
+      {withoutCertificates(blob, "x"), strangers, "y----  sha256 the signer's certificate is missing"},
+      {withoutCertificates(blob, "y"), strangers, "n----  sha256 the content is not the signed content"},
       {withoutCertificates(blob, "x"), everybody(), "yyyy- rsa sha256"},
       {withoutCertificates(blob, "x"), anchored, "yyyy- rsa sha256"},
       {rebuilt(*readPkcs7Frame(blob), "y"), everybody(),
-       "nyyy- rsa sha256 the content is not the one that was signed"},
+       "nyyy- rsa sha256 the content is not the signed content"},
       {changed(blob, "\x60\x86\x48\x01\x65\x03\x04\x02\x01", "\x60\x86\x48\x01\x65\x03\x04\x02\x7F"),
-       everybody(), "--yy- rsa unknown the digest algorithm is not known"},
+       everybody(), "--yy- rsa unknown unknown digest algorithm"},
       {changed(blob, "\x2A\x86\x48\x86\xF7\x0D\x01\x09\x04", "\x2A\x86\x48\x86\xF7\x0D\x01\x09\x7F"),
-       everybody(), "--yy- rsa sha256 there is no digest of the content in the signature"},
+       everybody(), "--yy- rsa sha256 the signature has no digest of the content"},
       {changed(blob, "\x01\x01\x01\x05\x00\x04"sv, "\x01\x01\x7F\x05\x00\x04"sv), everybody(),
-       "y-yy- rsa sha256 the algorithm of the signature is not known, or not one of the signer's key"},
-      {rebuilt(*otherType, "x"), everybody(),
-       "ynyy- rsa sha256 the signature is for a content of another type"},
+       "y-yy- rsa sha256 the signature algorithm is unknown or does not match the signer's key"},
+      {rebuilt(*otherType, "x"), everybody(), "ynyy- rsa sha256 the signature is for another content type"},
       // The signature over the attributes is, byte for byte, one over a content that looks like them.
       {withoutSignedAttributes(blob), everybody(),
        "-nyy- rsa sha256 the content may be the attributes of another signature"},

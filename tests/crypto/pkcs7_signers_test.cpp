@@ -123,7 +123,7 @@ TEST(Pkcs7Signers, only_so_much_work_is_done_for_big_keys) {
 TEST(Pkcs7Signers, an_exponent_that_nobody_uses_is_not_worked_with) {
   const std::pair<const char*, const char*> rows[] = {
       {"FFFFFFFFFFFFFFC5", "yy-y- rsa sha256 [key RSA 1024 bits] no trust anchors were given"},
-      {"1000000000000000D", "---y- rsa sha256 [key RSA 1024 bits] the signer's key is too big to be used"}};
+      {"1000000000000000D", "---y- rsa sha256 [key RSA 1024 bits] the signer's key is too large"}};
   for (const auto& [exponent, verdict] : rows) {
     std::vector<Signer> signers;
     signers.push_back(makeSigner(0, rsaKey(exponent), nullptr));

@@ -115,7 +115,7 @@ TEST(Structure, every_walk_survives_a_chain_deeper_than_the_call_stack) {
   ProgressContext progress(nullptr);
   LogMemory log;
   EXPECT_FALSE(root->assembleMimeBody2(text, nullptr, false, nullptr, progress, log, 0, false, true));
-  EXPECT_EQ(log.entries().back().text, "Parts nested too deep were left out.");
+  EXPECT_EQ(log.entries().back().text, "Parts nested too deeply were left out.");
 
   leaf->m_contentType.m_type.setString("application/pdf");
   int count = 0;

@@ -61,7 +61,7 @@ TEST(Uuencoded, what_was_done_is_logged) {
     EmailPtr(Email2::createFromMimeText2(*new _svEmailCommon, mime, true, false, certs, log, false));
     EXPECT_TRUE(contains("|" + said(log),
                          "|UU decoding MIME body and adding as attachment" + std::string(dots) + "|"));
-    EXPECT_TRUE(contains(said(log), "|Text between or behind uuencoded files was left out.|")) << fields;
+    EXPECT_TRUE(contains(said(log), "|Text between or after uuencoded files was left out.|")) << fields;
   }
 }
 

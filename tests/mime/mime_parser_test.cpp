@@ -274,7 +274,8 @@ std::string depthAndError(int levels, std::string& deepestBody) {
 TEST(MimeParser, nesting_beyond_the_limit_stays_as_bytes) {
   std::string body;
   EXPECT_EQ(depthAndError(kMaxDepth, body), "100 ");
-  EXPECT_EQ(depthAndError(kMaxDepth + 50, body), "100!error: Limit met: nesting deeper than 100 levels\n");
+  EXPECT_EQ(depthAndError(kMaxDepth + 50, body),
+            "100!error: Limit exceeded: nesting deeper than 100 levels\n");
   EXPECT_NE(body.find("\n\ndeep\n"), std::string::npos);
 }
 
@@ -290,7 +291,7 @@ TEST(MimeParser, parts_beyond_the_limit_stay_as_bytes_of_the_last) {
   const auto root = message(flat(kMaxParts + 1), log);
   ASSERT_EQ(root->getNumParts(), kMaxParts - 1);
   EXPECT_TRUE(root->limits().has(Limit::parts));
-  EXPECT_EQ(log.text(), "error: Limit met: more than 50000 parts\n");
+  EXPECT_EQ(log.text(), "error: Limit exceeded: more than 50000 parts\n");
   EXPECT_EQ(print(*root->getPart(kMaxParts - 3)), "-=one");
   // Two parts too many, and raw, so that all comes out as it came in.
   EXPECT_EQ(print(*root->getPart(kMaxParts - 2)),
