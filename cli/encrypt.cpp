@@ -99,7 +99,8 @@ Exit findCertificates(const EncryptOptions& options, Keys& keys, const Email2& e
 }
 
 Exit chooseRecipients(const EncryptOptions& options, Keys& keys, Email2& email) {
-  return options.keys.certs.empty() ? findCertificates(options, keys, email) : useGivenCertificates(options, keys, email);
+  return options.keys.certs.empty() ? findCertificates(options, keys, email)
+                                    : useGivenCertificates(options, keys, email);
 }
 
 Exit encrypt(const EncryptOptions& options) {
