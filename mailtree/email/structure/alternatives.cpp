@@ -1,4 +1,4 @@
-// email/structure/alternatives.cpp - the text bodies of a message, at most one per media type, in fixed order.
+// email/structure/alternatives.cpp - the text bodies of a message, at most one per type, in fixed order.
 #include <algorithm>
 #include <cstddef>
 #include <set>
