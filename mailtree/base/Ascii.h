@@ -115,8 +115,8 @@ constexpr std::string_view baseName(std::string_view path) noexcept {
   return slash == std::string_view::npos ? path : path.substr(slash + 1);
 }
 
-/// Wildcard match of the whole text: "*" matches any run of bytes, including
-/// none. Linear in practice, no recursion.
+/// Wildcard match of the whole text: "*" matches any run of bytes, including none. Linear
+/// in practice, no recursion.
 constexpr bool matchesWildcard(std::string_view text, std::string_view pattern, bool caseSensitive) noexcept {
   std::size_t t = 0, p = 0, star = std::string_view::npos, retry = 0;
   while (t < text.size()) {

@@ -13,8 +13,8 @@ bool isIndex(int index, std::size_t size) noexcept { return static_cast<std::siz
 
 }  // namespace
 
-// Arrays are emptied before their objects are deleted: a destructor that
-// accesses its array finds none of them.
+// Arrays are emptied before their objects are deleted: a destructor that accesses its
+// array finds none of them.
 
 ExtPtrArray::~ExtPtrArray() {
   const std::vector<Entry> entries = std::exchange(m_entries, {});

@@ -24,8 +24,8 @@ bool disagrees(const char* bytes, std::size_t size) noexcept {
 /// Up to this size comparing at every position is cheap, and the search stays linear.
 constexpr std::size_t kShortWanted = 16;
 
-/// Compares 16 positions at once with the first and the last byte of
-/// `wanted`, and the whole where both match.
+/// Compares 16 positions at once with the first and the last byte of `wanted`, and the
+/// whole where both match.
 std::size_t findShort(std::string_view text, std::string_view wanted, std::size_t from) noexcept {
   constexpr std::size_t kWidth = sizeof(__m128i);
   const __m128i first = _mm_set1_epi8(wanted.front()), last = _mm_set1_epi8(wanted.back());

@@ -56,8 +56,8 @@ bool hasBareLineEnd(std::string_view text) noexcept;
 /// as a line break, cannot hide a long line. Returns as soon as a line longer than `enough` was found.
 std::size_t longestLine(std::string_view text, std::size_t enough = std::string_view::npos) noexcept;
 
-/// Appends `text` to `out` with every `a` replaced by `b`, in one pass. `out` is
-/// any type with a bool append(string_view).
+/// Appends `text` to `out` with every `a` replaced by `b`, in one pass. `out` is any type with a
+/// bool append(string_view).
 /// @return the number replaced; 0, with `out` unusable, when there was none or memory ran out.
 template <class Buffer>
 std::size_t replaceAllInto(Buffer& out, std::string_view text, std::string_view a, std::string_view b) {

@@ -4,7 +4,8 @@
 //             class. The slab is freed when its pool no longer uses it and the last of its objects is gone.
 //   A class   whose objects may be in a slab has a member `Slab* m_slab = nullptr`, befriends SlabPool and
 //             destroyInSlab, and declares
-//                 static void operator delete(T* object, std::destroying_delete_t) noexcept { destroyInSlab(object); }
+//                 static void operator delete(T* object, std::destroying_delete_t) noexcept {
+//                 destroyInSlab(object); }
 #pragma once
 
 #include <algorithm>

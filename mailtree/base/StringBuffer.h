@@ -43,8 +43,8 @@ class StringBuffer final : public SorvikObject {
   bool isEmpty() const noexcept { return m_text.empty(); }
   std::string_view view() const noexcept { return m_text; }
   operator std::string_view() const noexcept { return m_text; }
-  /// The decimal number at the beginning of the text (blanks skipped), 0
-  /// when there is none; at most 4294967295.
+  /// The decimal number at the beginning of the text (blanks skipped), 0 when there is
+  /// none; at most 4294967295.
   unsigned uintValue() const noexcept;
 
   // Replacing and clearing

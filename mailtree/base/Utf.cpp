@@ -6,8 +6,8 @@
 namespace mailtree {
 namespace {
 
-/// What a lead byte requires: the number of trail bytes, and the range of the
-/// first of them (the others are 80..BF).
+/// What a lead byte requires: the number of trail bytes, and the range of the first of them
+/// (the others are 80..BF).
 struct Lead {
   unsigned trail;
   unsigned char low;
@@ -134,8 +134,8 @@ std::size_t utf8PrefixLength(std::string_view utf8, std::size_t limit) noexcept 
   if (limit >= utf8.size()) return utf8.size();
   std::size_t begin = limit;
   while (begin > 0 && limit - begin < 3 && isTrail(utf8[begin])) --begin;
-  // A character that crosses the limit is left out completely; stray bytes
-  // belong to none and may be cut anywhere.
+  // A character that crosses the limit is left out completely; stray bytes belong to none
+  // and may be cut anywhere.
   const std::size_t size = leadOf(static_cast<unsigned char>(utf8[begin])).trail + 1;
   return begin + size > limit ? begin : limit;
 }

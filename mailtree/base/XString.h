@@ -22,8 +22,8 @@ class XString final : public SorvikObject {
   bool setFromSbUtf8(const StringBuffer& text) { return m_utf8.setString(text); }
   bool appendUtf8(const char* text) { return m_utf8.append(text); }
   bool appendUtf8N(const char* text, std::size_t size) { return m_utf8.appendN(text, size); }
-  /// Appends text in the host's ANSI code page: valid utf-8 is appended
-  /// unchanged, any other 8-bit byte as U+FFFD.
+  /// Appends text in the host's ANSI code page: valid utf-8 is appended unchanged, any
+  /// other 8-bit byte as U+FFFD.
   bool appendAnsiN(const char* text, std::size_t size);
   bool copyFromX(const XString& other) { return m_utf8.setString(other.m_utf8); }
 

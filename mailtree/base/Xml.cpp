@@ -196,8 +196,8 @@ class XmlWriter {
     std::size_t next = 0;   ///< Child.
     bool indented = false;  ///< Whether the children are on separate lines.
   };
-  /// Deeper elements are not indented further, because the white space
-  /// would grow with the square of the depth.
+  /// Deeper elements are not indented further, because the white space would grow with
+  /// the square of the depth.
   static constexpr std::size_t kMaxIndent = 100;
 
   static bool isEmpty(const ClsXml& element) noexcept {

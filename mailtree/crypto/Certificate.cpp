@@ -58,8 +58,8 @@ bool encode(const X509* x509, DataBuffer& der) {
   return bytes && i2d_X509(x509, &bytes) == size;
 }
 
-/// Whether an address is safe in a list or a log: one with a NUL or a
-/// line break is an attack, not an address.
+/// Whether an address is safe in a list or a log: one with a NUL or a line break is an
+/// attack, not an address.
 bool isPlainAddress(std::string_view address) {
   return !address.empty() && std::none_of(address.begin(), address.end(), isControlAscii);
 }

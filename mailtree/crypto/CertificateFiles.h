@@ -38,8 +38,8 @@ bool readEncryptedKey(std::string_view der, const char* password, KeyMaterial& f
 /// Adds a certificate of another library context by reading it again. False when that failed.
 bool addNativeCertificate(NativeCertificate* native, KeyMaterial& found);
 
-/// Loads a file or the content of a pipe. False, with the reason logged,
-/// when it cannot be read or is too large.
+/// Loads a file or the content of a pipe. False, with the reason logged, when it cannot
+/// be read or is too large.
 bool loadCertificateFile(const char* path, DataBuffer& bytes, LogBase& log);
 
 /// The regular files of a folder, sorted by name; just `path` when it is not a folder.

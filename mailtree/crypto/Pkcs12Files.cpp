@@ -105,8 +105,8 @@ class Pkcs12Reader {
   Pkcs12Reader(PKCS12& file, KeyMaterial& found) noexcept : m_file(file), m_found(found) {}
 
   void read(const char* password) {
-    // No password may mean none or an empty one. And in a folder, one file
-    // may need a password and another none.
+    // No password may mean none or an empty one. And in a folder, one file may need a
+    // password and another none.
     for (const char* candidate : {password, static_cast<const char*>(nullptr), ""})
       if (isPassword(candidate)) return readSafes(candidate);
     if (m_isTooSlow) return note("a PKCS#12 file");

@@ -34,8 +34,8 @@ std::string_view tailFrom(std::string_view all, const char* begin) noexcept {
   return all.substr(static_cast<std::size_t>(begin - all.data()));
 }
 
-/// The element that describes the content is the first sequence; in
-/// CompressedData the second, after the algorithm.
+/// The element that describes the content is the first sequence; in CompressedData the
+/// second, after the algorithm.
 std::optional<DerElement> findDescription(DerReader& fields, LayerKind kind) noexcept {
   for (int sequencesBefore = kind == LayerKind::compressed ? 1 : 0;;) {
     const auto field = fields.next();

@@ -46,8 +46,8 @@ struct Pkcs7Frame {
   bool hasAuthenticatedAttributes = false;
 };
 
-/// Nullopt when the bytes are not a CMS structure. An incomplete
-/// structure of a known type has the kind unknown.
+/// Nullopt when the bytes are not a CMS structure. An incomplete structure of a known
+/// type has the kind unknown.
 std::optional<Pkcs7Frame> readPkcs7Frame(std::string_view ber) noexcept;
 
 /// Number of elements of the first set among some fields, at most `most` + 1: allows a check before the

@@ -28,8 +28,8 @@ class Pkcs7Opener {
   static bool verifyDetached(std::string_view der, std::string_view content, SystemCerts& certs,
                              SecureLayer& layer, LogBase& log);
 
-  /// Opens a layer of any kind: verifies and extracts a signed content,
-  /// decrypts with a key in `certs`, decompresses.
+  /// Opens a layer of any kind: verifies and extracts a signed content, decrypts with a key
+  /// in `certs`, decompresses.
   /// @param content  receives the content, only when the result is true; replaced.
   /// @param budget   as above.
   /// @return whether the content was extracted. A signed content is released even if its signatures are

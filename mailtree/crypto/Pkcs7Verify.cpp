@@ -1,5 +1,5 @@
-// Verifies a SignedData: whether each signature is cryptographically
-// valid, and what is known about its signer.
+// Verifies a SignedData: whether each signature is cryptographically valid, and what is
+// known about its signer.
 #include <openssl/bn.h>
 #include <openssl/cms.h>
 #include <openssl/cmserr.h>
@@ -328,8 +328,8 @@ bool namesAnotherCertificate(CMS_SignerInfo* signer, const Certificate& certific
   return OSSL_ESS_check_signing_certs(first.get(), second.get(), chain.get(), /*require=*/0) <= 0;
 }
 
-/// Certificates that may belong to the signer: issuer and serial
-/// number, or the key identifier, prove nothing.
+/// Certificates that may belong to the signer: issuer and serial number, or the key
+/// identifier, prove nothing.
 std::vector<Certificate*> candidatesFor(CMS_SignerInfo* signer, const Verification& in) {
   std::vector<Certificate*> found;
   const auto consider = [&](Certificate* certificate) {

@@ -49,8 +49,8 @@ struct SignerVerdict {
   Answer revoked{};         ///< It, or an authority above it; not checked without a list of its issuer.
   Answer keyUsageFit{};     ///< The certificate allows signing mail.
   Answer addressMatches{};  ///< The certificate is issued to the one address in From.
-  /// "digest sha1", "key RSA 1024 bits", "authority 1: certificate signed with
-  /// md5"; counted from the signer upwards.
+  /// "digest sha1", "key RSA 1024 bits", "authority 1: certificate signed with md5"; counted
+  /// from the signer upwards.
   std::vector<std::string> weaknesses;
   std::string problem;       ///< The first problem as text; empty when there is none.
   std::string chainProblem;  ///< Why the chain is not trusted, or was not checked.
@@ -72,8 +72,8 @@ struct SecureLayer {
 
   LayerKind kind = LayerKind::unknown;
   std::string part;  ///< Part of the tree that it covers: "1" is the message itself, "1.2" its second part.
-                     ///< "1.2/1.1" is the first part of the content of part 1.2,
-                     ///< which is not opened in the tree.
+                     /// < "1.2/1.1" is the first part of the content of part 1.2, < which
+                     /// is not opened in the tree.
   std::vector<LayerPlace> places;  ///< Innermost first; `part` is the first one that the tree has.
   bool opened = false;             ///< Its content was extracted and is in the tree.
   std::vector<SignerVerdict> signers;

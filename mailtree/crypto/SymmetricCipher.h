@@ -21,8 +21,8 @@ class _svSymSettings {
   ~_svSymSettings();
 
   CipherMode m_mode = CipherMode::cbc;
-  /// Additional data that GCM authenticates with the next buffer: decryption
-  /// needs the same. The other modes ignore it.
+  /// Additional data that GCM authenticates with the next buffer: decryption needs the same.
+  /// The other modes ignore it.
   std::string m_associatedData;
   /// Whether GCM binds each body of a tree to its type and position. False decrypts
   /// trees that were encrypted without binding.

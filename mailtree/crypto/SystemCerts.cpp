@@ -45,8 +45,8 @@ void logSkipped(const Certificate& certificate, const char* reason, LogBase& log
   log.logInfo("Certificate skipped: " + std::string(reason));
 }
 
-/// How unreadable input is logged: a file named by the caller must be
-/// readable, a file in a folder need not be.
+/// How unreadable input is logged: a file named by the caller must be readable, a file in
+/// a folder need not be.
 enum class Problems { asErrors, asInformation };
 
 void logProblems(const std::vector<std::string>& problems, Problems how, LogBase& log) {
@@ -58,8 +58,8 @@ void logProblems(const std::vector<std::string>& problems, Problems how, LogBase
   }
 }
 
-/// Passes each file at a path, or in the folder there, to `take(bytes, how)`,
-/// which returns the number of items read.
+/// Passes each file at a path, or in the folder there, to `take(bytes, how)`, which returns
+/// the number of items read.
 template <class Take>
 int addFilesAt(const char* path, const char* nothingFound, LogBase& log, Take&& take) {
   const std::vector<std::string> files = certificateFilesAt(path);

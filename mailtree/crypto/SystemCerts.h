@@ -56,8 +56,8 @@ class SystemCerts {
   /// Trust anchors, from a file or every file of a folder. An anchor need not be self-signed.
   int addTrustAnchors(const char* path, LogBase& log);
   int addTrustAnchorsFromData(std::string_view bytes, LogBase& log);
-  /// Revocation lists (PEM or DER). Once there are any, a chain whose
-  /// issuers have no list counts as not revoked.
+  /// Revocation lists (PEM or DER). Once there are any, a chain whose issuers have no
+  /// list counts as not revoked.
   int addRevocationLists(const char* path, LogBase& log);
 
   int getNumCertificates() const noexcept;
@@ -80,13 +80,13 @@ class SystemCerts {
   /// @param others  certificates that came with the message; they may be on the path but are not trusted.
   /// @param then    another time to check: rarely more work, because usually the same path was valid then.
   ///
-  /// The authorities on the path must be authorities for mail. The allowed use of the certificate itself is a
-  /// separate question (Certificate::isFitFor). Weak algorithms are reported but do not affect trust. A
-  /// revoked certificate counts as revoked at any time: only its own signer claims when a signature was made.
-  /// A list past its next update still revokes; the chain stays trusted, as without a list, and `problem`
-  /// says so. Without a path to an anchor, a revocation is found only if all authorities are in the store:
-  /// certificates from the message are then not examined further.
-  /// More than ten authorities below the anchor are too many.
+  /// The authorities on the path must be authorities for mail. The allowed use of the certificate itself is
+  /// a separate question (Certificate::isFitFor). Weak algorithms are reported but do not affect trust. A
+  /// revoked certificate counts as revoked at any time: only its own signer claims when a signature was
+  /// made. A list past its next update still revokes; the chain stays trusted, as without a list, and
+  /// `problem` says so. Without a path to an anchor, a revocation is found only if all authorities are in
+  /// the store: certificates from the message are then not examined further. More than ten authorities below
+  /// the anchor are too many.
   ChainVerdict checkChain(const Certificate& certificate, const std::vector<RefPtr<Certificate>>& others,
                           std::int64_t unixSeconds, std::optional<std::int64_t> then = {}) const;
   /// The certificates above this one, nearest first, as far as they are in the

@@ -6,8 +6,8 @@
 
 namespace mailtree {
 
-/// Overwrites the bytes, then empties the buffer: for keys and decrypted
-/// content. Borrowed bytes are not changed.
+/// Overwrites the bytes, then empties the buffer: for keys and decrypted content.
+/// Borrowed bytes are not changed.
 void wipe(DataBuffer& bytes) noexcept;
 inline void wipe(StringBuffer& text) noexcept { text.strongClear(); }
 

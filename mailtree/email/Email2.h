@@ -1,12 +1,14 @@
 // email/Email2.h - a node of an email tree: a message or a part of one. The only header a user includes.
 //
-//   Ownership  A parent owns its subparts. get* and find* return borrowed pointers, create* and extract* return
-//              nodes that the caller owns, insert* and add* take ownership. EmailPtr is the owner to use. Lists
-//              filled by enumerations hold borrowed pointers.
+//   Ownership  A parent owns its subparts. get* and find* return borrowed pointers, create* and extract*
+//   return
+//              nodes that the caller owns, insert* and add* take ownership. EmailPtr is the owner to use.
+//              Lists filled by enumerations hold borrowed pointers.
 //   Failure    false, 0, -1 or null, with the reason in the LogBase. Nothing throws.
 //   Text       utf-8 in and out, unless the name ends in Ansi or Mb. Sizes are in bytes, indexes start at 0.
 //   Names      Header fields, parameters and media types are matched without regard to case.
-//   Markers    Every operation first checks the node's validity marker. On a destroyed node it does nothing and
+//   Markers    Every operation first checks the node's validity marker. On a destroyed node it does nothing
+//   and
 //              returns false, 0, null or an empty result, without a message. Exceptions are noted.
 //   Threads    One thread at a time for each tree; different trees are independent.
 #pragma once
@@ -81,14 +83,14 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   //                                              transform/tidy.cpp            transform_test.cpp
   //  15  XML and diagnostics                     output/xml.cpp                transform_test.cpp
   //                                              output/diagnostics.cpp        diagnostics_test.cpp
-  //  16  Secure mail                             ../secure/signing.cpp         signing_test.cpp (tests/secure/)
+  //  16  Secure mail                             ../secure/signing.cpp         signing_test.cpp
+  //  (tests/secure/)
   //                                              ../secure/enveloping.cpp      signing_test.cpp
   //                                              ../secure/symmetric.cpp       symmetric_test.cpp
   //                                              ../secure/certificates.cpp
   //                                              ../secure/security_state.cpp  unwrap_test.cpp
 
-  /// @name 1. Life, subparts, shared settings
-  /// @{
+  /// @name 1. Life, subparts, shared settings @{
 
   /// A new message with its own settings and the default header fields, in this order: MIME-Version, Date,
   /// Message-ID, Content-Type (text/plain), Content-Transfer-Encoding (7bit), X-Priority.
@@ -133,8 +135,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void replacePartAt(int index, Email2* part);
   /// Exchanges the whole child lists. Does not check the marker.
   void swapChildren(Email2& other);
-  /// Exchanges the parsed content types. Does not check the marker.
-  /// Deliberate: the Content-Type fields are not rewritten.
+  /// Exchanges the parsed content types. Does not check the marker. Deliberate: the Content-Type
+  /// fields are not rewritten.
   void swapContentType(Email2& other);
   void removeAllSubparts();  ///< Destroys all children.
 
@@ -157,10 +159,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void supplyTermValue(const char* term, StringBuffer& out) override;
   /// @}
 
-  /// @name 2. Header fields
-  /// Values are read unfolded and decoded (RFC 2047), in utf-8. The fields that the model interprets are also
-  /// held as parsed members; the setters keep both in step.
-  /// @{
+  /// @name 2. Header fields Values are read unfolded and decoded (RFC 2047), in utf-8. The fields that the
+  /// model interprets are also held as parsed members; the setters keep both in step. @{
 
   /// Replaces `out` by the first field of that name; false, with `out` emptied, when it is missing.
   bool getHeaderFieldUtf8(const char* name, StringBuffer& out, LogBase& log) const;
@@ -199,9 +199,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void copyHeader(Email2& source, LogBase& log);
   /// @}
 
-  /// @name 3. Content attributes
-  /// Each setter changes the parsed member and its header field.
-  /// @{
+  /// @name 3. Content attributes Each setter changes the parsed member and its header field. @{
 
   /// Replace `out` by the media type, the transfer encoding, or the name parameter of the Content-Type.
   void getContentType(StringBuffer& out) const;
@@ -252,8 +250,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void getFilenameUtf8(StringBuffer& out, LogBase& log) const;
   /// @}
 
-  /// @name 4. Identifiers, dates, file names
-  /// @{
+  /// @name 4. Identifiers, dates, file names @{
 
   /// Replaces the Message-ID by a new random one. False, with an error, when the host has no random bytes.
   bool generateMessageID(LogBase& log);
@@ -270,9 +267,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   static void genEmailFilename2(const SorvikSysTime& time, StringBuffer& out);
   /// @}
 
-  /// @name 5. Loading
-  /// Any input gives a tree, owned by the caller; null only when memory ran out. Its nodes share `common`,
-  /// which also receives what was found out about the signatures and encrypted layers.
+  /// @name 5. Loading Any input gives a tree, owned by the caller; null only when memory ran out. Its nodes
+  /// share `common`, which also receives what was found out about the signatures and encrypted layers.
   /// @param discardInput  empties the input once it is parsed, to save memory.
   /// @param unwrap        opens signed and encrypted layers with the keys in `certs`. A message whose top is
   ///                      multipart/mixed keeps its layers.
@@ -316,8 +312,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   const DataBuffer* getNonMultipartBody3() const;       ///< The body, borrowed.
   /// @}
 
-  /// @name 6. Output
-  /// @{
+  /// @name 6. Output @{
 
   /// Writes this node and everything below it as MIME. Text is converted from utf-8 to the email's charset.
   /// The tree may change on the way: 8bit text becomes quoted-printable, and a part that does not fit the
@@ -356,8 +351,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void getQBEncodedMimeHeader(StringBuffer& out, LogBase& log, bool) const;
   /// @}
 
-  /// @name 7. Structure: enclosures and alternatives
-  /// @{
+  /// @name 7. Structure: enclosures and alternatives @{
   bool isMultipart() const;
   bool isMultipartMixed() const;  ///< Also multipart/x-mixed-replace.
   bool isMultipartAlternative() const;
@@ -420,9 +414,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   Email2* getHtmlAlternative();
   /// @}
 
-  /// @name 8. Bodies
-  /// A part's body is stored decoded, text in utf-8. `root` is the root of the tree.
-  /// @{
+  /// @name 8. Bodies A part's body is stored decoded, text in utf-8. `root` is the root of the tree. @{
 
   /// Appends the plain-text or the HTML body. The plain text of a multipart/report is its first part. False
   /// when there is none; an empty body is a success.
@@ -503,9 +495,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   unsigned getSendCost() const;
   /// @}
 
-  /// @name 9. Attachments
-  /// Attachments are numbered from 0 in the order of attachmentIterate2.
-  /// @{
+  /// @name 9. Attachments Attachments are numbered from 0 in the order of attachmentIterate2. @{
 
   /// Whether this node is an attachment. `inMixed` tells whether its parent is a mixed enclosure.
   bool isEmailAttachment(bool inMixed, LogBase& log);
@@ -533,8 +523,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   Email2* extractAttachment(int index);
   /// Destroys the index-th attachment; false when there is none.
   bool dropSingleAttachment(int index, LogBase& log);
-  /// Destroys the attachments in all mixed and related enclosures.
-  /// Deliberate: a part that counts as an attachment only because it follows the body stays.
+  /// Destroys the attachments in all mixed and related enclosures. Deliberate: a part that counts as an
+  /// attachment only because it follows the body stays.
   void dropAttachments();
   /// Destroys the strict attachments in mixed and related enclosures whose Content-ID
   /// does not occur in `html`.
@@ -551,11 +541,9 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   Email2* findHtmlPart();
   /// @}
 
-  /// @name 10. Making attachments
-  /// A new attachment becomes the last subpart of this node, which is converted to multipart/mixed
-  /// when necessary. Without a `contentType` (null) the extension of the file name decides. On
-  /// failure nothing is added.
-  /// @{
+  /// @name 10. Making attachments A new attachment becomes the last subpart of this node, which is converted
+  /// to multipart/mixed when necessary. Without a `contentType` (null) the extension of the file name
+  /// decides. On failure nothing is added. @{
 
   /// A new attachment, owned by the caller; null when memory ran out. The bytes are copied. A null or empty
   /// name becomes "attach.dat".
@@ -586,12 +574,10 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void getContentDisposition(StringBuffer& disposition, StringBuffer& fileName);
   /// @}
 
-  /// @name 11. Addresses
-  /// Recipient kinds: 1 To, 2 Cc, 3 Bcc. Deliberate: any other number means To where recipients are
-  /// counted, added or cleared (no field is rewritten), Bcc where one is read, and nothing in
+  /// @name 11. Addresses Recipient kinds: 1 To, 2 Cc, 3 Bcc. Deliberate: any other number means To where
+  /// recipients are counted, added or cleared (no field is rewritten), Bcc where one is read, and nothing in
   /// getAllRecipients. Header fields are written as RFC 5322 address lists with encoded words. An address
-  /// that cannot be used is logged.
-  /// @{
+  /// that cannot be used is logged. @{
 
   /// Whether address fields in a code page use Q encoded words. False: B, for East Asian, Thai, Arabic,
   /// KOI8 and utf-16 code pages.
@@ -642,11 +628,9 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   static void replaceStringsSb(const ExtPtrArray& replacements, StringBuffer& text);
   /// @}
 
-  /// @name 12. Related items and calendars
-  /// Related items are what an HTML body shows, most often images; it refers to them by Content-ID or
-  /// location. They are numbered from 0 in the nearest multipart/related, whose first subpart does not
-  /// count when it is the HTML.
-  /// @{
+  /// @name 12. Related items and calendars Related items are what an HTML body shows, most often images; it
+  /// refers to them by Content-ID or location. They are numbered from 0 in the nearest multipart/related,
+  /// whose first subpart does not count when it is the HTML. @{
 
   int getNumRelatedItems(LogBase& log);
   /// 1 when the first subpart of this enclosure is text/html; otherwise 0.
@@ -688,12 +672,10 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
                                                int codePage, LogBase& log);
   /// @}
 
-  /// @name 13. Attached messages, digests, reports
-  /// Both are found in multipart/mixed and multipart/report and in multipart/mixed nested there (parts of
-  /// reports also in nested multipart/report). Below any other node every child is examined.
-  /// Deliberate: getting an attached message counts through nested enclosures; removing one and reading a
-  /// part of a report start from 0 in each enclosure.
-  /// @{
+  /// @name 13. Attached messages, digests, reports Both are found in multipart/mixed and multipart/report and
+  /// in multipart/mixed nested there (parts of reports also in nested multipart/report). Below any other node
+  /// every child is examined. Deliberate: getting an attached message counts through nested enclosures;
+  /// removing one and reading a part of a report start from 0 in each enclosure. @{
 
   /// Counts the parts of type message/rfc822, this node included. Deliberate: logs the type of every
   /// node visited, verbose or not.
@@ -706,10 +688,9 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// @param certs    keys for signed and encrypted layers. With the log option "NoUnwrapAttachedMessage"
   ///                 layers are not unwrapped.
   Email2* getAttachedMessage(int index, int& counter, SystemCerts& certs, LogBase& log);
-  /// Replaces `out` by a parameter of a header field of the part that holds the index-th attached
-  /// message. The filename of Content-Disposition is the part's file name. False when it is empty or
-  /// there is no such message.
-  /// Deliberate: the first message after a nested enclosure is not found.
+  /// Replaces `out` by a parameter of a header field of the part that holds the index-th attached message.
+  /// The filename of Content-Disposition is the part's file name. False when it is empty or there is no such
+  /// message. Deliberate: the first message after a nested enclosure is not found.
   bool getAttachedMessageAttr(int index, int& counter, XString& fieldName, XString& attrName, LogBase& log,
                               XString& out);
   /// Destroys the index-th attached message of an enclosure; false when there is none.
@@ -746,8 +727,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   bool getDeliveryStatusContent(XString& out, LogBase& log);
   /// @}
 
-  /// @name 14. Transformations of whole messages
-  /// @{
+  /// @name 14. Transformations of whole messages @{
 
   /// Turns a received message, in place, into a reply to its sender (the From address; Reply-To is ignored)
   /// or into a message to forward. A heading that names the original is put before the plain text and the
@@ -777,9 +757,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
 
   /// A copy without attachments for a web archive (RFC 2557); owned by the caller. A page is made from
   /// text/plain when that is the only body or alternative. Other messages without HTML, such as a
-  /// multipart/mixed, get none.
-  /// Deliberate: text that becomes HTML is not escaped, and a charset META tag is added to the page of a
-  /// single part, not to an alternative.
+  /// multipart/mixed, get none. Deliberate: text that becomes HTML is not escaped, and a charset META tag is
+  /// added to the page of a single part, not to an alternative.
   /// @param html  parts whose Content-ID occurs in it are kept.
   Email2* cloneToMht2(StringBuffer& html, LogBase& log);
 
@@ -797,8 +776,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void unSpamify(LogBase& log);
   /// @}
 
-  /// @name 15. XML and diagnostics
-  /// @{
+  /// @name 15. XML and diagnostics @{
 
   /// Replaces `out` by the tree as an XML document, compact or indented. Each node is a `mime_message`
   /// with its header fields and one `body`: the parts (each a `subpart` with a `mime_message`) and the
@@ -817,10 +795,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void logContentTypeAndEncoding(LogBase& log);
   /// @}
 
-  /// @name 16. Secure mail
-  /// Signing and encrypting (S/MIME, RFC 8551) make a new message, owned by the caller; this one does not
-  /// change. Certificates are borrowed from the caller and counted.
-  /// @{
+  /// @name 16. Secure mail Signing and encrypting (S/MIME, RFC 8551) make a new message, owned by the caller;
+  /// this one does not change. Certificates are borrowed from the caller and counted. @{
 
   /// A multipart/signed (RFC 8551, 3.5.3): this message as output writes it, without internal "SVX-" fields,
   /// and a detached signature over exactly those bytes. They are kept: the first part is written unchanged

@@ -11,9 +11,9 @@ namespace mailtree {
 /// How a walk continues after a node.
 enum class Walk { descend, skipChildren, stop };
 
-/// Visits the live nodes of a subtree without recursion: a tree made by hand may be deeper than the call stack. A dead
-/// node is skipped with everything below it. The visitor takes the node, and its level if it wants that (0 for the
-/// root). It may change the children of that node, but not those of nodes above it.
+/// Visits the live nodes of a subtree without recursion: a tree made by hand may be deeper than the call
+/// stack. A dead node is skipped with everything below it. The visitor takes the node, and its level if it
+/// wants that (0 for the root). It may change the children of that node, but not those of nodes above it.
 /// @return Walk::stop when the visitor stopped the walk, else Walk::descend.
 template <class Node, class Visit>
 Walk walkTree(Node& root, Visit&& visit) {

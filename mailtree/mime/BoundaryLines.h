@@ -1,5 +1,5 @@
-// mime/BoundaryLines.h - lines that could be a boundary delimiter: the parser
-// looks for them, the writer avoids them.
+// mime/BoundaryLines.h - lines that could be a boundary delimiter: the parser looks for
+// them, the writer avoids them.
 #pragma once
 
 #include <cstring>
@@ -28,8 +28,8 @@ inline std::size_t findDashLine(std::string_view text, std::size_t from) noexcep
   return std::string_view::npos;
 }
 
-/// A line beginning with "--": the text after the dashes without trailing
-/// blanks, and the offset of the next line.
+/// A line beginning with "--": the text after the dashes without trailing blanks, and the
+/// offset of the next line.
 struct DashLine {
   std::string_view content;
   std::size_t next;

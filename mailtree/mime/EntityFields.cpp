@@ -173,8 +173,8 @@ void MimeMessage2::collapseMultiple(const char* field, LogBase& log) {
     for (int i = first; i >= 0; i = m_header.findField(name, i + 1))
       _svEmailAddress::parseAndLoadEntries(m_header.unfoldedValue(i, scratch), entries);
 
-    // "Several words" in one field and "Otto <o@b.c>" in the next must
-    // not become one name with a comma in it.
+    // "Several words" in one field and "Otto <o@b.c>" in the next must not become one
+    // name with a comma in it.
     MimeHeader joined(m_header);
     joined.joinFields(name);
     if (!readsAsEntries(joined.unfoldedValue(first, scratch), entries)) {

@@ -159,8 +159,8 @@ class MimeMessage2 final : public SorvikObject {
   void extractContentType(_svContentType& out) { out = std::move(m_contentType); }
   const _svCharset& charset() const noexcept { return m_parsedCharset; }
 
-  /// For a child of a multipart/signed: its bytes exactly as received, including
-  /// the header; null elsewhere. Moved out.
+  /// For a child of a multipart/signed: its bytes exactly as received, including the header;
+  /// null elsewhere. Moved out.
   std::unique_ptr<DataBuffer> extractReceivedBytes() noexcept { return std::move(m_receivedBytes); }
   const DataBuffer* receivedBytes() const noexcept { return m_receivedBytes.get(); }
   bool isSignedContent() const noexcept { return m_receivedBytes != nullptr; }
@@ -194,8 +194,8 @@ class MimeMessage2 final : public SorvikObject {
   // The members derived from the Content- fields (EntityFields.cpp)
 
   enum class ContentField { type, disposition, transferEncoding, id };
-  /// Reads all members from the header list, from the first field of each name;
-  /// adds the limits exceeded to `limits`.
+  /// Reads all members from the header list, from the first field of each name; adds the
+  /// limits exceeded to `limits`.
   /// @param sibling  an entity read just before, probably with the same fields; null: none.
   void readContentFields(LimitSet& limits, const MimeMessage2* sibling = nullptr);
   bool copyContentType(int row, const MimeMessage2& sibling);

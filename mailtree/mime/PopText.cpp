@@ -7,8 +7,8 @@
 namespace mailtree {
 namespace {
 
-/// Position of the second dot of the next line after `from` that begins with
-/// two; the text's size when there is none.
+/// Position of the second dot of the next line after `from` that begins with two; the text's
+/// size when there is none.
 std::size_t nextDoubledDot(std::string_view text, std::size_t from) noexcept {
   const std::size_t found = text.find("\n..", from);
   return found == std::string_view::npos ? text.size() : found + 2;

@@ -5,8 +5,8 @@
 
 namespace mailtree {
 
-/// The whole email as written by output, without the fields whose names
-/// begin with the prefix (null: all of them).
+/// The whole email as written by output, without the fields whose names begin with the
+/// prefix (null: all of them).
 bool assembleWhole(Email2& email, const char* omitPrefix, StringBuffer& text, LogBase& log);
 
 /// A message whose only content is a CMS blob, under a copy of the header of another message. The caller sets

@@ -1,5 +1,5 @@
-// secure/symmetric.cpp - encrypts every body of a tree in place under one
-// key. Tree and header fields stay readable.
+// secure/symmetric.cpp - encrypts every body of a tree in place under one key. Tree and
+// header fields stay readable.
 
 #include <string>
 

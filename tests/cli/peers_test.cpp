@@ -14,7 +14,8 @@ using testing::HasSubstr;
 
 bool works(const std::string& program) { return shell(program + " > /dev/null").status == 0; }
 
-/// A program line that reads XML from standard input and fails when it is not well formed; empty when there is none.
+/// A program line that reads XML from standard input and fails when it is not well formed;
+/// empty when there is none.
 std::string xmlParser() {
   if (works("xmllint --version")) return "xmllint --noout -";
   const std::string python = "python3 -c 'import sys, xml.dom.minidom as d; d.parse(sys.stdin.buffer)'";

@@ -19,7 +19,8 @@ class Terminal : public testing::Test {
     if (shell("script -qec true /dev/null < /dev/null").status != 0) GTEST_SKIP() << "there is no script(1)";
   }
 
-  /// Runs the command on a terminal, with these variables such as "NO_COLOR=1", what is typed by another shell line.
+  /// Runs the command on a terminal, with these variables such as "NO_COLOR=1", what is
+  /// typed by another shell line.
   static Result run(const std::string& arguments, const std::string& environment = "",
                     const std::string& typing = "true") {
     return shell("(" + typing + ") | env -u NO_COLOR " + environment + " script -qec '\"$mailtree\" " +

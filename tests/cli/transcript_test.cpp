@@ -1,4 +1,5 @@
-// Dialogues with the command, replayed: each file of tests/data/transcripts says what is typed and what comes back.
+// Dialogues with the command, replayed: each file of tests/data/transcripts says what is
+// typed and what comes back.
 //
 //   # A comment. Empty lines may be anywhere.
 //   $ mailtree body - <<.          a line of shell, run in a folder of its own

@@ -135,8 +135,8 @@ inline SecureLayer verifyBlob(std::string_view der, std::string_view content) {
   return layer;
 }
 
-/// Whether digest, signature, chain and key usage are right and whether it is revoked, each "y", "n" or "-"; then
-/// algorithm, digest, weaknesses and the problem: "yyyy- rsa sha1 [digest sha1] why".
+/// Whether digest, signature, chain and key usage are right and whether it is revoked, each "y", "n" or "-";
+/// then algorithm, digest, weaknesses and the problem: "yyyy- rsa sha1 [digest sha1] why".
 inline std::string told(const SignerVerdict& signer) {
   std::string text;
   for (const Answer each : {signer.digestMatched, signer.signatureVerified, signer.chainTrusted,

@@ -351,7 +351,8 @@ TEST(Pkcs7Open, no_damage_makes_it_fall) {
   }
 }
 
-// ---- what the openssl command wrote; skipped where that is not installed -----------------------------------------
+// ---- what the openssl command wrote; skipped where that is not installed
+// -----------------------------------------
 
 class Pkcs7Peer : public testing::Test {
  protected:

@@ -39,8 +39,8 @@ inline std::string cellOf(std::string_view text) {
   return cell;
 }
 
-/// The rows of a table, which stand on lines of their own or are told apart by "||". A row is N cells between "|"; those
-/// at its end may be left out.
+/// The rows of a table, which stand on lines of their own or are told apart by "||". A row is N cells between
+/// "|"; those at its end may be left out.
 template <std::size_t N>
 std::vector<std::array<std::string, N>> rowsOf(std::string_view table) {
   std::vector<std::array<std::string, N>> rows;

@@ -180,8 +180,9 @@ TEST(RoundTrip, holds_for_a_folder_of_real_messages) {
   checkLawsIn(folder);
 }
 
-// What a message hides must not come to light when it is written: lines that read like a boundary once they are decoded,
-// bytes whose order their label leaves open, content that a signature covers, parameters nobody asked for.
+// What a message hides must not come to light when it is written: lines that read like a boundary once
+// they are decoded, bytes whose order their label leaves open, content that a signature covers,
+// parameters nobody asked for.
 
 /// A multipart/mixed of the parts given, each with its own header.
 std::string mixed(const std::string& boundary, std::initializer_list<std::string> parts) {

@@ -105,7 +105,8 @@ json nameOf(InternetAddressList* list) {
   return textOrNull(internet_address_get_name(internet_address_list_get_address(list, 0)));
 }
 
-/// A file name beyond ASCII is written twice on purpose, the second time for readers that know nothing of RFC 2231.
+/// A file name beyond ASCII is written twice on purpose, the second time for readers that
+/// know nothing of RFC 2231.
 void noteDefect(gint64 offset, GMimeParserWarning defect, const gchar* item, gpointer defects) {
   if (defect == GMIME_CRIT_CONFLICTING_PARAMETER) return;
   static_cast<json*>(defects)->push_back(std::to_string(offset) + ": " + (item ? item : ""));

@@ -12,9 +12,9 @@ namespace mailtree::interop {
 ///   subject, from, to   decoded
 ///   text, html          decoded body with CRLF, or null without one
 ///   charset             label of the text, or of the html where there is no text
-///   files               every other leaf: name (file name), title (name parameter), type, charset, id, hex (bytes)
-///   messages            every attached message, with LF
-///   defects             what the reader complains about
+///   files               every other leaf: name (file name), title (name parameter), type, charset, id, hex
+///   (bytes) messages            every attached message, with LF defects             what the reader
+///   complains about
 struct Composed {
   std::string name;
   std::string bytes;

@@ -1,5 +1,5 @@
-// Secure mail in both directions with other programs: what they make is read here, and what is made here they read.
-// Each skips where its program is absent.
+// Secure mail in both directions with other programs: what they make is read here, and what is made here they
+// read. Each skips where its program is absent.
 #include <gtest/gtest.h>
 
 #include <iterator>
@@ -34,8 +34,8 @@ struct How {
   std::string who, options;
 };
 
-// Each with as many properties as can be had at once: every pair of them that matters occurs. The first two of a list
-// are tried with other bodies too.
+// Each with as many properties as can be had at once: every pair of them that matters occurs. The first two
+// of a list are tried with other bodies too.
 const std::vector<How> kSignings = {{"alice", ""},
                                     {"alice", "--opaque --digest sha384"},
                                     {"alice", "--pss"},
@@ -48,9 +48,9 @@ const std::vector<How> kSealings = {{"alice", "aes-128-cbc"},     {"alice carol"
                                     {"bob", "aes-128-gcm"},       {"bob alice", "aes-256-cbc --oaep"},
                                     {"dave", "aes-256-gcm"},      {"alice", "3des"}};
 
-/// Lines of shell, run in a folder of the peer's own. They find the identities in $id, who signs or reads in $who and
-/// the options in $how, and read the file "entity"; or "message", which is "content" (if any) and "der" too. They write
-/// "made", or "open".
+/// Lines of shell, run in a folder of the peer's own. They find the identities in $id, who signs or reads in
+/// $who and the options in $how, and read the file "entity"; or "message", which is "content" (if any) and
+/// "der" too. They write "made", or "open".
 struct Peer {
   const char *name, *isThere, *setUp, *sign, *verify, *seal, *open;
   std::vector<How> signings, sealings;
@@ -95,7 +95,8 @@ const Peer kPeers[] = {
      "openssl x509 -noout -fingerprint -sha1 -in $id/root.pem | sed 's/.*=//; s/$/ S relax/' > "
      "trustlist.txt; "
      "gpgsm --import $id/root.pem $id/intermediate.pem; "
-     "for who in alice bob; do gpgsm --passphrase-fd 0 --import $who.p12 < pw; done",  // it crashes over elliptic keys
+     "for who in alice bob; do gpgsm --passphrase-fd 0 --import $who.p12 < pw; done",  // it crashes over
+                                                                                       // elliptic keys
      "gpgsm --passphrase-fd 0 --yes --digest-algo SHA256 --local-user $who@example.com --detach-sign -o made "
      "entity < pw",
      "gpgsm --verify der $content",
@@ -163,7 +164,8 @@ class SecurePeer : public testing::TestWithParam<Peer> {
     const Result result = run(line, how);
     EXPECT_EQ(result.status, 0) << line << '\n' << result.err;
   }
-  /// Runs this program, which writes "message"; its layer is then in "der", what a detached one is over in "content".
+  /// Runs this program, which writes "message"; its layer is then in "der", what a detached
+  /// one is over in "content".
   void make(const std::string& arguments) const {
     const Result made = cli_test::mailtree(arguments + " -o " + m_work.path("message"));
     EXPECT_EQ(made.status, 0) << arguments << '\n' << made.err;

@@ -18,7 +18,8 @@ TEST(AttachmentRules, the_first_rule_that_applies_decides) {
   const std::string media = "+Yes, under multipart-mixed AND image/application/audio/video";
   const std::string noName = "-No, inline AND no filename", none = "-No, attachment is not indicated.";
   const std::string suffix = "+Yes, special name file suffixes: pem, pmi, gtr";
-  // Type, name, disposition, file name in it, transfer encoding, whether it has a message class; inside a mixed?
+  // Type, name, disposition, file name in it, transfer encoding, whether it has a message
+  // class; inside a mixed?
   const std::tuple<PartTraits, bool, std::string> rows[] = {
       {{"multipart/mixed", "", "attachment", "a.zip"}, true, multipart},
       {{"MULTIPART/x", "", "attachment"}, true, multipart},

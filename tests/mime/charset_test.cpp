@@ -305,8 +305,8 @@ TEST(ReceivedText, believes_the_label_when_it_explains_every_byte) {
 
 using Decode = char* (*)(const SingleByteCodec&, std::string_view, char*, bool&) noexcept;
 
-/// The text and whether it is whole. In and out of buffers of exactly the promised size, so that a sanitizer sees any
-/// byte too many.
+/// The text and whether it is whole. In and out of buffers of exactly the promised size, so that a
+/// sanitizer sees any byte too many.
 std::pair<std::string, bool> decoded(Decode how, const SingleByteCodec& codec, std::string_view bytes) {
   const auto exact = std::make_unique<char[]>(bytes.size());
   bytes.copy(exact.get(), bytes.size());

@@ -88,8 +88,8 @@ TEST(MimeParser, a_boundary_is_a_whole_line) {
 }
 
 TEST(MimeParser, tells_boundaries_apart_that_begin_alike) {
-  // The line that opens "a--" is the line that closes "a": the innermost has it. One boundary for both: after the
-  // inner one is closed it is the outer one's.
+  // The line that opens "a--" is the line that closes "a": the innermost has it. One boundary for both: after
+  // the inner one is closed it is the outer one's.
   const char* const pairs[][2] = {{"a", "ab"},  {"ab", "a"},  {"a", "a-"},
                                   {"x", "x y"}, {"a", "a--"}, {"a", "a"}};
   for (const auto& [outer, inner] : pairs) {

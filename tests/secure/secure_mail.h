@@ -14,7 +14,8 @@ namespace mailtree {
 inline const std::string kText = "Content-Type: text/plain\r\n\r\nPay Bob 10.\r\n";
 inline const std::string kFrom = "From: alice@example.com\r\n";
 
-/// Certificates and keys by name, under the anchor "root". A name that begins with "-" has its certificate only.
+/// Certificates and keys by name, under the anchor "root". A name that begins with "-"
+/// has its certificate only.
 struct Identities {
   Identities(std::initializer_list<std::string> names) {
     LogMemory log;
@@ -47,8 +48,8 @@ inline EmailPtr letter(const std::string& from, const std::string& to, std::stri
   return mail;
 }
 
-// MIME entities: header and body, no other fields, lines ended by CRLF. What is in them is signed or encrypted as it
-// stands.
+// MIME entities: header and body, no other fields, lines ended by CRLF. What is in them is signed
+// or encrypted as it stands.
 
 /// `type` is a subtype with its parameters.
 inline std::string multipart(const std::string& type, std::initializer_list<std::string> parts) {
@@ -97,8 +98,8 @@ inline EmailPtr receive(const std::string& message, SystemCerts& certs, LogBase*
                                               /*parseOption=*/false));
 }
 
-/// "detached-signature 1.2 valid but not 1.1; enveloped 1.2 closed": the layers met, from outside in, and what is
-/// displayed beside a signed one.
+/// "detached-signature 1.2 valid but not 1.1; enveloped 1.2 closed": the layers met, from outside in, and
+/// what is displayed beside a signed one.
 inline std::string layersOf(const std::vector<SecureLayer>& layers) {
   std::string out;
   for (const SecureLayer& layer : layers) {

@@ -102,7 +102,8 @@ std::string wordsOf(const Email2& node, SystemCerts& certs) {
   return words;
 }
 
-/// Messages made by chance, with texts that all differ, and what their signatures say: "text text valid" for each.
+/// Messages made by chance, with texts that all differ, and what their signatures say:
+/// "text text valid" for each.
 class RandomMessage {
  public:
   explicit RandomMessage(unsigned seed) : m_random(seed), m_text(entity(0)) {}

@@ -70,8 +70,8 @@ void addFiles(Email2& node, ExtPtrArray& files, ExtPtrArraySb& names, LogBase& l
   }
 }
 
-/// The text before the first block, in utf-8.
-/// Deliberate: it ends at the first text that looks like a begin line, even in prose.
+/// The text before the first block, in utf-8. Deliberate: it ends at the first text that looks like a
+/// begin line, even in prose.
 DataBuffer extractText(Email2& node, DataBuffer& body, std::string_view charset, LogBase& log) {
   const std::size_t begin = findSubstring(body.view(), kAnyBegin);
   body.shorten(body.getSize() - std::min(begin, body.getSize()));

@@ -9,8 +9,8 @@
 namespace mailtree {
 namespace {
 
-/// Whether a node is a text displayed as a body.
-/// Deliberate: the prefix is case-sensitive; types are lower case after loading.
+/// Whether a node is a text displayed as a body. Deliberate: the prefix is case-sensitive; types are
+/// lower case after loading.
 bool isTextBody(Email2& node) {
   return mediaType(&node).starts_with("text/") && !node.isNotAlternativeBody();
 }

@@ -101,8 +101,8 @@ bool separatesAddresses(char c) noexcept {
   return isSpaceAscii(c) || isControlAscii(c) || c == '<' || c == '>' || c == ',';
 }
 
-// Text that could begin an encoded word, and so swallow the addresses after it,
-// is quoted; in a domain it is broken up.
+// Text that could begin an encoded word, and so swallow the addresses after it, is quoted; in
+// a domain it is broken up.
 void appendLocalPart(std::string_view localPart, std::string& out) {
   std::string text;
   if (isQuoted(localPart)) {

@@ -32,8 +32,8 @@ bool endsWord(char c) noexcept { return kEndsWord[static_cast<unsigned char>(c)]
 
 constexpr bool isDropped(char c) noexcept { return c == '\r' || c == '\n' || c == '\0'; }
 
-// Where the comment that begins at `open` ends; parentheses nested deeper
-// than `depthLimit` are ordinary characters.
+// Where the comment that begins at `open` ends; parentheses nested deeper than `depthLimit`
+// are ordinary characters.
 std::size_t commentEnd(std::string_view text, std::size_t open, int depthLimit) noexcept {
   int depth = 0;
   for (std::size_t i = open; i < text.size(); ++i) {

@@ -1,5 +1,5 @@
-// mime/address/AddressLexer.h - tokens of address lists (RFC 5322, 3.2 and
-// 6532), read tolerantly in linear time.
+// mime/address/AddressLexer.h - tokens of address lists (RFC 5322, 3.2 and 6532), read
+// tolerantly in linear time.
 #pragma once
 
 #include <cstddef>
@@ -58,8 +58,8 @@ bool isAtomCharacter(char c) noexcept;
 /// Whether the text is in double quotes, with none inside: a name that was quoted already.
 bool isInQuotes(std::string_view text) noexcept;
 
-/// Appends the content of a quoted string or comment without the backslashes of
-/// its quoted pairs and without CR, LF, NUL.
+/// Appends the content of a quoted string or comment without the backslashes of its quoted pairs
+/// and without CR, LF, NUL.
 void appendUnescaped(std::string_view inside, std::string& out);
 
 /// Appends text as a quoted string, without CR, LF and NUL.

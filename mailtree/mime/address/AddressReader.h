@@ -1,5 +1,5 @@
-// mime/address/AddressReader.h - parses an address list (RFC 5322, 3.4
-// and 4.4), tolerantly and in linear time.
+// mime/address/AddressReader.h - parses an address list (RFC 5322, 3.4 and 4.4),
+// tolerantly and in linear time.
 //
 // Tokens are collected into entries, which end at commas, semicolons and colons. The form of an entry (angle
 // brackets, an "@", or neither) tells its name from its address. Only names are decoded, last of all, so text

@@ -93,8 +93,8 @@ int codePageByEscapes(std::string_view bytes) {
 // Western text: a few accented letters and typographic signs among ASCII letters. So few bytes give no usable
 // statistics, so the bytes around them decide.
 
-/// Typographic signs of Windows between 0x80 and 0xBF: euro, ellipsis,
-/// quotes, bullet, dashes, section, degree...
+/// Typographic signs of Windows between 0x80 and 0xBF: euro, ellipsis, quotes, bullet,
+/// dashes, section, degree...
 constexpr std::string_view kWesternSigns =
     "\x80\x85\x91\x92\x93\x94\x95\x96\x97\x99\xA0\xA3\xA7\xA9\xAB\xAE\xB0\xB4\xB7\xBB";
 

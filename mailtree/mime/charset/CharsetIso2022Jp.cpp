@@ -186,8 +186,8 @@ class Reader {
   std::string m_euc;  ///< Not decoded yet.
 };
 
-/// Whether the text uses the Chinese, Korean, Latin or Greek sets of
-/// iso-2022-jp-2 (RFC 1554), which ICU decodes.
+/// Whether the text uses the Chinese, Korean, Latin or Greek sets of iso-2022-jp-2 (RFC
+/// 1554), which ICU decodes.
 bool designatesOtherLanguages(std::string_view bytes) noexcept {
   constexpr std::string_view kOthers[] = {"\x1B$A", "\x1B$(A", "\x1B$(C", "\x1B.A", "\x1B.F"};
   return std::any_of(std::begin(kOthers), std::end(kOthers), [bytes](std::string_view sequence) {

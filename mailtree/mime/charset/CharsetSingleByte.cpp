@@ -110,8 +110,8 @@ std::uint8_t byteOfCharacter(const SingleByteCodec& codec, const char* p, std::s
                              std::size_t& size) noexcept {
   const auto isTrail = [](char c) { return (byteOf(c) & 0xC0) == 0x80; };
   const unsigned lead = byteOf(p[0]);
-  // utf-8 has six bits in every byte after the first, so the bytes before the
-  // last select the block of 64 code points.
+  // utf-8 has six bits in every byte after the first, so the bytes before the last select the
+  // block of 64 code points.
   if (lead >= 0xC2 && lead < 0xE0 && left >= 2 && isTrail(p[1])) {
     size = 2;
     return codec.bytes[codec.block[lead & 0x1F] * 64U + (byteOf(p[1]) & 0x3F)];

@@ -26,8 +26,8 @@ char* storePair(char16_t lead, char16_t trail, char* to) noexcept {
   return to;
 }
 
-/// Bytes decoded with one allocation. Reserving for the whole text would claim
-/// three times the size of single-byte text.
+/// Bytes decoded with one allocation. Reserving for the whole text would claim three times the
+/// size of single-byte text.
 constexpr std::size_t kChunk = std::size_t{16} * 1024;
 
 }  // namespace

@@ -1,5 +1,5 @@
-// mime/charset/WrittenCharset.h - the charset a text is actually written in,
-// when the requested one cannot hold it.
+// mime/charset/WrittenCharset.h - the charset a text is actually written in, when the
+// requested one cannot hold it.
 #pragma once
 
 #include <string_view>

@@ -17,8 +17,8 @@ constexpr std::size_t decodedCapacity(std::size_t size) noexcept { return size /
 ///   ends its line and the next line is not base64 (the footer of a mailing list).
 std::size_t decode(std::string_view text, std::uint8_t* out) noexcept;
 
-/// Exact size of encode()'s output: lines of `lineLength` characters, CRLF
-/// after each; 0: one line without a break.
+/// Exact size of encode()'s output: lines of `lineLength` characters, CRLF after each; 0:
+/// one line without a break.
 std::size_t encodedSize(std::size_t size, std::size_t lineLength) noexcept;
 /// Encodes into `out`, which holds encodedSize(size, lineLength) bytes; returns that size. `lineLength` is a
 /// multiple of 4.

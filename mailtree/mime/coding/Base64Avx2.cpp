@@ -180,8 +180,8 @@ MAILTREE_AVX2 inline void decodeBlock(__m256i text, std::uint8_t* out, __m256i& 
 
 /// The digits of spread bytes.
 MAILTREE_AVX2 inline __m256i digitsOf(__m256i spread) noexcept {
-  // Multiplications shift each 16-bit unit by its own amount: first and
-  // third digit down, second and fourth up.
+  // Multiplications shift each 16-bit unit by its own amount: first and third digit down,
+  // second and fourth up.
   const __m256i odd = _mm256_mulhi_epu16(_mm256_and_si256(spread, _mm256_set1_epi32(0x0FC0FC00)),
                                          _mm256_set1_epi32(0x04000040));
   const __m256i even = _mm256_mullo_epi16(_mm256_and_si256(spread, _mm256_set1_epi32(0x003F03F0)),

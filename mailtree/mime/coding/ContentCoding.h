@@ -1,5 +1,5 @@
-// mime/coding/ContentCoding.h - transfer encodings: base64,
-// quoted-printable, and the payloads of encoded words.
+// mime/coding/ContentCoding.h - transfer encodings: base64, quoted-printable, and the
+// payloads of encoded words.
 //
 //   Standards  RFC 2045 (base64, quoted-printable), RFC 2047 (encoded words).
 //   Decoding   Tolerant: stray characters are skipped, padding may be missing or in the middle,

@@ -205,8 +205,8 @@ std::size_t softLength(const char* text, std::size_t room) noexcept {
 /// at unfavourable alignments.
 constexpr std::size_t kPortion = 2048;
 
-/// Breaks text into lines of the right length, through a small buffer so
-/// the string grows by pages, not by bytes.
+/// Breaks text into lines of the right length, through a small buffer so the string grows
+/// by pages, not by bytes.
 class LineWriter {
  public:
   explicit LineWriter(std::string& out) noexcept : m_out(out) {}
@@ -340,8 +340,8 @@ class PieceEncoder {
   }
 
   LineWriter m_lines;
-  /// The text kept back and one encoded piece; after them the bytes that
-  /// m_lines may read, kMaxLine from any place.
+  /// The text kept back and one encoded piece; after them the bytes that m_lines may read,
+  /// kMaxLine from any place.
   std::array<char, kEscapeSize * kPiece + 2 * kMaxLine + kUnbrokenMargin> m_text;
   std::size_t m_begin = 0;
   std::size_t m_end;

@@ -30,8 +30,8 @@ class Uu {
   bool uu_decode(std::string_view text, DataBuffer& out);
   /// Appends the name of the block that uu_decode decoded last.
   void uu_getFilename(StringBuffer& out) const { out.append(m_filename); }
-  /// Decodes every block of the text: one owned DataBuffer in `data` and one
-  /// string in `names` for each, in order.
+  /// Decodes every block of the text: one owned DataBuffer in `data` and one string in
+  /// `names` for each, in order.
   /// @param around  when not null, receives the text around the blocks.
   /// @param most    stops after one block more than this.
   /// @return the number of blocks.

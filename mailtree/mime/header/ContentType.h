@@ -33,7 +33,7 @@ class _svContentType {
   static inline std::atomic<bool> m_noFormatFlowed = false;
   _svParamSet
       m_otherParams;  ///< Parameters without a member of their own, in order: method, report-type, delsp, ...
-                      ///< Charset names: an unknown one of a text type, any one of another type.
+                      /// < Charset names: an unknown one of a text type, any one of another type.
 
   /// Reads a Content-Type value. A value without a slash or with broken syntax counts as text/plain; its
   /// parameters are still read.

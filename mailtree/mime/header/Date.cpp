@@ -47,8 +47,8 @@ constexpr int daysInMonth(int year, int month) noexcept {
   return month == 2 && isLeapYear(year) ? 29 : kDays[month - 1];
 }
 
-// Days since 1970-01-01 of a day in the Gregorian calendar. Years begin
-// in March, which puts the leap day last.
+// Days since 1970-01-01 of a day in the Gregorian calendar. Years begin in March, which
+// puts the leap day last.
 constexpr std::int64_t daysFromDate(int year, int month, int day) noexcept {
   const std::int64_t y = month > 2 ? year : year - 1;
   const std::int64_t monthFromMarch = (month + 9) % 12;
@@ -65,8 +65,8 @@ constexpr std::int64_t secondOfDay(int hour, int minute, int second) noexcept {
 constexpr std::int64_t kFirstSecond = daysFromDate(1, 1, 1) * kSecondsPerDay;
 constexpr std::int64_t kLastSecond = daysFromDate(kMaxYear + 1, 1, 1) * kSecondsPerDay - 1;
 
-// RFC 5322, 4.3: two digits below 50 are in this century, from 50 on in
-// the last; three digits count from 1900.
+// RFC 5322, 4.3: two digits below 50 are in this century, from 50 on in the last; three
+// digits count from 1900.
 int fullYear(int year, std::size_t digits) noexcept {
   if (year < 50) return year + 2000;
   if (year < 100 || digits == 3) return year + 1900;

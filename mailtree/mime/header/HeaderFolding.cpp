@@ -10,8 +10,8 @@ namespace mailtree {
 namespace {
 
 constexpr std::size_t npos = std::string_view::npos;
-/// A longer run of blanks could only be folded into a blank line, which some
-/// readers take for the end of the header.
+/// A longer run of blanks could only be folded into a blank line, which some readers take
+/// for the end of the header.
 constexpr std::size_t kMaxBlankRun = 500;
 
 class Folder {

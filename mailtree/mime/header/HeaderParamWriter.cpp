@@ -34,8 +34,8 @@ bool allOf(std::string_view text, Predicate predicate) noexcept {
   return true;
 }
 
-/// Whether the value reads back from a token or a quoted string unchanged.
-/// Encoded words are not decoded in a boundary.
+/// Whether the value reads back from a token or a quoted string unchanged. Encoded words are
+/// not decoded in a boundary.
 bool isPlain(std::string_view name, std::string_view value) noexcept {
   const auto isPrintable = [](char c) { return !is8bit(c) && !isControlAscii(c); };
   const bool mayBeDecoded = mayHoldEncodedWord(value) && !equalsNoCase(name, "boundary");

@@ -234,8 +234,8 @@ class ParamReader {
     return at > begin && m_text[at - 1] == ';';
   }
 
-  /// An unterminated quoted value: it ends at an inner quote, at the next
-  /// parameter, or at the end of the text.
+  /// An unterminated quoted value: it ends at an inner quote, at the next parameter, or
+  /// at the end of the text.
   std::string_view readUnterminated(std::size_t begin, std::size_t firstInner, std::size_t limit) noexcept {
     if (firstInner != npos) return endQuoted(begin, firstInner, firstInner + 1);
     std::size_t end = m_text.find(';', begin);

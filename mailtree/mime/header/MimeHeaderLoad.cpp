@@ -1,5 +1,5 @@
-// Turns received text into rows. One pass finds the lines and makes a row per
-// field; then the bytes are copied once.
+// Turns received text into rows. One pass finds the lines and makes a row per field; then
+// the bytes are copied once.
 #include <algorithm>
 #include <array>
 #include <limits>

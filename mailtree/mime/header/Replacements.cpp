@@ -103,8 +103,8 @@ void moveLast(ExtPtrArray& from, ExtPtrArray& to) {
   if (entry && to.appendObject(entry.get())) std::ignore = entry.release();  // now owned by the other list
 }
 
-/// The list is parsed before anything is replaced in it. An entry without an
-/// address is text until a value adds one.
+/// The list is parsed before anything is replaced in it. An entry without an address is
+/// text until a value adds one.
 Value replacedAddresses(std::string_view fieldName, std::string_view unfolded,
                         const Replacements& replacements) {
   ExtPtrArray list;

@@ -20,8 +20,8 @@ class _svHtml {
   /// Appends the page.
   void getHtml(StringBuffer& out) const { out.append(m_html); }
 
-  /// Removes markup that is there to defeat filters, so a reader of the
-  /// page's text sees what its viewer sees.
+  /// Removes markup that is there to defeat filters, so a reader of the page's text sees
+  /// what its viewer sees.
   ///
   /// A clean-up, not a safety filter: scripts, forms and remote references stay, and the page does not become
   /// safe to show. It only removes, never adds; in doubt, it leaves things alone:

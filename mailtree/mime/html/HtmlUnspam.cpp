@@ -29,8 +29,8 @@ constexpr std::string_view kInline[] = {"span",  "font", "b",      "i",    "u", 
 constexpr std::string_view kBoxes[] = {"div", "p", "center"};
 // Elements without content that may be inside a removed element.
 constexpr std::string_view kVoid[] = {"br", "img", "wbr"};
-// More elements that end an open paragraph; those common in mail are enough,
-// because a missing one only keeps content.
+// More elements that end an open paragraph; those common in mail are enough, because a
+// missing one only keeps content.
 constexpr std::string_view kBlocks[] = {"table", "td", "th", "ul", "ol", "li", "h1",         "h2",
                                         "h3",    "h4", "h5", "h6", "hr", "dl", "blockquote", "body"};
 
@@ -62,8 +62,8 @@ bool isUnfinishedBefore(std::string_view html, std::size_t position) noexcept {
   return before.ends_with('<') || before.ends_with("</");
 }
 
-// Copies a page and replaces the numeric references to ASCII letters and
-// digits in its text by these characters.
+// Copies a page and replaces the numeric references to ASCII letters and digits in its
+// text by these characters.
 class LetterDecoder {
  public:
   static std::string decode(std::string_view html) {

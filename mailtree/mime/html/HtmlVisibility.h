@@ -1,5 +1,5 @@
-// mime/html/HtmlVisibility.h - whether an element's own attributes
-// certainly hide it; not included outside mime/.
+// mime/html/HtmlVisibility.h - whether an element's own attributes certainly hide it; not
+// included outside mime/.
 #pragma once
 
 #include <string>
