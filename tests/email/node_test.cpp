@@ -18,12 +18,6 @@ namespace {
 
 LogNull quiet;
 
-bool isDatedNow(const Email2& node) {
-  SorvikSysTime now;
-  now.getCurrentGmt();
-  return std::abs(now.toUnixTime() - node.m_date.toUnixTime()) <= 5 && node.m_date.m_isUtc;
-}
-
 /// Destroys an object in place. Its type stays readable, which is what sanitizers ask for before a call;
 /// everything else is as the destructor left it.
 template <class Object>
@@ -34,8 +28,6 @@ void destroy(Object& object) {
   std::memcpy(static_cast<void*>(&object), &type, sizeof type);
 }
 
-// Construction
-
 TEST(Node, new_message_has_six_fields_in_order_and_a_bare_node_none_but_both_are_dated_now) {
   const EmailPtr email(new Email2);
   EXPECT_EQ(writtenHeader(*email), "MIME-Version: 1.0\r\nDate: " + fieldOf(*email, "Date") +
@@ -45,10 +37,11 @@ TEST(Node, new_message_has_six_fields_in_order_and_a_bare_node_none_but_both_are
   EXPECT_EQ(disagreeingFields(*email), "");
   const EmailPtr bare(Email2::createNewObject00());
   EXPECT_EQ(bare->getNumHeaderFields(), 0);
-  EXPECT_TRUE(isDatedNow(*email) && isDatedNow(*bare));
+  SorvikSysTime now;
+  now.getCurrentGmt();
+  for (const SorvikSysTime& date : {email->m_date, bare->m_date})
+    EXPECT_TRUE(std::abs(now.toUnixTime() - date.toUnixTime()) <= 5 && date.m_isUtc);
 }
-
-// Validity
 
 /// Whether a node is valid though one of these members is destroyed.
 template <class... Member>
@@ -191,8 +184,6 @@ TEST(Node, operations_on_a_dead_node_give_nothing_change_nothing_and_log_no_mess
   EXPECT_EQ(write(node), written);
 }
 
-// Subparts
-
 TEST(Node, children_are_inserted_taken_out_replaced_and_swapped) {
   const EmailPtr root = buildTree("mixed(plain,pdf)"), other = buildTree("related(png)");
   root->insertSubPartAtIndex(buildTree("html").release(), 1);
@@ -218,8 +209,6 @@ TEST(Node, deliberate_swapping_content_types_leaves_the_fields) {
   EXPECT_EQ(fieldOf(*a, "Content-Type") + " " + fieldOf(*b, "Content-Type"), "text/plain; name=x text/html");
 }
 
-// Destruction
-
 TEST(Node, destroys_a_tree_wholly_even_when_it_is_damaged) {
   EmailPtr root = buildTree("mixed(alternative(plain,html),pdf)");
   const RefPtr<_svEmailCommon> settings(root->m_common);
@@ -231,8 +220,6 @@ TEST(Node, destroys_a_tree_wholly_even_when_it_is_damaged) {
   root.reset();
   EXPECT_EQ(settings->refCount(), 1);
 }
-
-// Shared settings
 
 TEST(Node, settings_live_in_the_shared_object) {
   const EmailPtr root = buildTree("mixed(plain)");
@@ -315,8 +302,6 @@ TEST(SharedSettings, deliberate_signing_certificate_is_overwritten_unreleased_an
   EXPECT_EQ(held->refCount(), 2);
   held->decRefCount();
 }
-
-// Terms
 
 TEST(Node, supplies_values_for_terms_through_its_second_base) {
   const EmailPtr email = buildTree("alternative(plain[body=Hello],html)");

@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <random>
 
-#include "mailtree/mime/ContentCoding.h"
 #include "tests/support/messages.h"
 #include "tests/support/places.h"
 #include "tests/support/tree_notation.h"
@@ -132,16 +131,16 @@ TEST(RoundTrip, holds_for_text_of_every_kind_in_every_encoding) {
     for (const char* encoding : {"7bit", "8bit", "quoted-printable", "base64", "binary"}) {
       for (const int codePage : {kCpUtf8, 1252, 20866, 50220, kCpUsAscii, 54936}) {
         SCOPED_TRACE(std::string(body) + " as " + encoding + " in " + std::to_string(codePage));
-        const EmailPtr made = buildTree("mixed(plain[body=],pdf[body=])");
+        const EmailPtr made = buildTree("mixed(plain[body=],pdf[body=],plain[body=]:attachment)");
         made->use_codepage(codePage);
-        for (int i = 0; i < 2; ++i) {
+        for (int i = 0; i < 3; ++i) {
           made->getPart(i)->m_body.append(body);
           made->getPart(i)->setContentEncodingNonRecursive(encoding, quiet);
         }
         const std::string written = write(*made);
         const EmailPtr loaded = load(written);
-        ASSERT_EQ(printTree(loaded), "mixed(plain,pdf)");
-        for (int i = 0; i < 2; ++i) EXPECT_EQ(loaded->getPart(i)->m_body.view(), body);
+        ASSERT_EQ(printTree(loaded), "mixed(plain,pdf,plain:attachment)");
+        for (int i = 0; i < 3; ++i) EXPECT_EQ(loaded->getPart(i)->m_body.view(), body);
         EXPECT_EQ(written, write(*loaded));
       }
     }
@@ -189,12 +188,6 @@ std::string mixed(const std::string& boundary, std::initializer_list<std::string
   return text + "--" + boundary + "--\n";
 }
 
-std::string base64(std::string_view bytes) {
-  StringBuffer text;
-  ContentCoding::encodeBase64(bytes.data(), bytes.size(), text);
-  return text.extractString();
-}
-
 /// Writes and loads a message again, which must not change it any more.
 EmailPtr writtenAndLoaded(Email2& root) {
   const std::string written = write(root);
@@ -213,7 +206,7 @@ TEST(HiddenStructure, a_decoded_line_never_becomes_a_boundary) {
       type + "text/plain; charset=iso-2022-jp\n\nx\n-\x1b(B-b" + end,
       type + "text/plain; charset=utf-7\n\nx\n+AC0--b" + end,
       type + "multipart/mixed; boundary=c\nContent-Transfer-Encoding: base64\n\n" +
-          base64("--c\n\nin\n--b\n\nForged: yes\n--c--\n"),
+          "LS1jCgppbgotLWIKCkZvcmdlZDogeWVzCi0tYy0tCg==",  // "--c", "", "in", "--b", "", "Forged: yes", "--c--"
   };
   for (const std::string& part : parts)
     EXPECT_EQ(writtenAndLoaded(*load(mixed("b", {part})))->getNumParts(), 1) << part;
@@ -232,15 +225,12 @@ TEST(HiddenStructure, line_breaks_in_a_boundary_cannot_end_its_line) {
 }
 
 TEST(HiddenStructure, text_in_utf16_says_its_byte_order_when_written) {
-  const std::pair<const char*, std::string_view> rows[] = {
-      {"utf-16", {"\xFE\xFF\x4E\x2D\x65\x87", 6}},
-      {"utf-16", {"\x4E\x00\x4E\x00\x4E\x00", 6}},
-      {"unicode", {"\xFF\xFE\x2D\x4E\x87\x65", 6}},
-      {"ucs-2", {"\x4E\x2D\x65\x87", 4}},
-  };
+  // With its byte order at the front, big or little; without, to be seen from the letters or not.
+  const std::pair<std::string, const char*> rows[] = {
+      {"utf-16", "/v9OLWWH"}, {"unicode", "//4tTodl"}, {"utf-16", "TgBOAE4A"}, {"ucs-2", "Ti1lhw=="}};
   for (const auto& [label, bytes] : rows) {
-    const EmailPtr root = load("Content-Type: text/plain; charset=" + std::string(label) +
-                               "\nContent-Transfer-Encoding: base64\n\n" + base64(bytes));
+    const EmailPtr root = load("Content-Type: text/plain; charset=" + label +
+                               "\nContent-Transfer-Encoding: base64\n\n" + bytes);
     const std::string text(root->m_body.view());
     EXPECT_EQ(writtenAndLoaded(*root)->m_body.view(), text) << label;
   }

@@ -1,7 +1,6 @@
 // Enclosures and alternatives: which multipart is found, which texts are the bodies of a message.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 
 #include "tests/support/dead_node.h"
