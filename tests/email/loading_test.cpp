@@ -145,14 +145,14 @@ TEST(Loading, reads_sender_and_recipients_and_joins_repeated_fields) {
 }
 
 TEST(Loading, takes_the_charset_of_the_email_from_the_first_part_that_is_no_attachment) {
-  const std::string_view koi = "Content-Type: text/plain; charset=koi8-r\n\nx";
-  const std::string_view utf8 = "Content-Type: text/plain; charset=utf-8\n\nx";
-  const std::string_view odd = "Content-Type: text/plain; charset=nonsense\n\nx";
-  const std::string file = attached("text/plain; charset=big5");
+  const auto text = [](const std::string& name) {
+    return "Content-Type: text/plain; charset=" + name + "\n\nx";
+  };
+  // The last: plain ASCII says nothing about its charset.
   const std::pair<std::string, int> rows[] = {
-      {mixed({koi, utf8}), 20866},
-      {mixed({file, utf8}), kCpUtf8},
-      {mixed({odd, kPlain, koi}), 20866},  // plain ASCII says nothing about its charset
+      {mixed({text("koi8-r"), text("utf-8")}), 20866},
+      {mixed({attached("text/plain; charset=big5"), text("utf-8")}), kCpUtf8},
+      {mixed({text("nonsense"), kPlain, text("koi8-r")}), 20866},
   };
   for (const auto& [message, codePage] : rows) EXPECT_EQ(load(message)->emailCodePage(), codePage) << message;
 }

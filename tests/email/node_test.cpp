@@ -257,14 +257,13 @@ TEST(Node, does_without_shared_settings) {
 RefPtr<_svEmailCommon> newCommon() { return RefPtr<_svEmailCommon>(new _svEmailCommon); }
 
 TEST(SharedSettings, are_copied_one_by_one) {
-  const auto textOf = [](const _svEmailCommon& settings) {
+  const auto textOf = [](const _svEmailCommon& s) {
     std::ostringstream text;
-    text << settings.m_charset.getCodePage() << ' ' << settings.m_preferredCharset.view() << ' '
-         << settings.m_idOnServer << settings.m_overwriteExisting << settings.m_receivedSecure
-         << settings.m_allSignaturesValid << settings.m_allDataDecrypted << settings.m_numSignedLayers
-         << settings.m_numEncryptedLayers << settings.m_sendSigned << settings.m_sendEncrypted
-         << settings.m_limits.has(Limit::depth) << ' ' << settings.m_signerCerts.getSize()
-         << settings.m_decryptCerts.getSize() << settings.m_encryptCerts.getSize();
+    text << s.m_charset.getCodePage() << ' ' << s.m_preferredCharset.view() << ' ' << s.m_idOnServer
+         << s.m_overwriteExisting << s.m_receivedSecure << s.m_allSignaturesValid << s.m_allDataDecrypted
+         << s.m_numSignedLayers << s.m_numEncryptedLayers << s.m_sendSigned << s.m_sendEncrypted
+         << s.m_limits.has(Limit::depth) << ' ' << s.m_signerCerts.getSize() << s.m_decryptCerts.getSize()
+         << s.m_encryptCerts.getSize();
     return text.str();
   };
   const auto from = newCommon(), to = newCommon();

@@ -206,7 +206,7 @@ TEST(HiddenStructure, a_decoded_line_never_becomes_a_boundary) {
       type + "text/plain; charset=iso-2022-jp\n\nx\n-\x1b(B-b" + end,
       type + "text/plain; charset=utf-7\n\nx\n+AC0--b" + end,
       type + "multipart/mixed; boundary=c\nContent-Transfer-Encoding: base64\n\n" +
-          "LS1jCgppbgotLWIKCkZvcmdlZDogeWVzCi0tYy0tCg==",  // "--c", "", "in", "--b", "", "Forged: yes", "--c--"
+          "LS1jCgppbgotLWIKCkZvcmdlZDogeWVzCi0tYy0tCg==",  // "--c", "in", "--b", "Forged: yes"
   };
   for (const std::string& part : parts)
     EXPECT_EQ(writtenAndLoaded(*load(mixed("b", {part})))->getNumParts(), 1) << part;
