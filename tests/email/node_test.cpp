@@ -5,7 +5,6 @@
 #include <new>
 #include <sstream>
 #include <string>
-#include <vector>
 
 #include "mailtree/base/Platform.h"
 #include "tests/support/dead_node.h"
@@ -19,12 +18,6 @@ namespace {
 
 LogNull quiet;
 
-bool isDatedNow(const Email2& node) {
-  SorvikSysTime now;
-  now.getCurrentGmt();
-  return std::abs(now.toUnixTime() - node.m_date.toUnixTime()) <= 5 && node.m_date.m_isUtc;
-}
-
 /// Destroys an object in place. Its type stays readable, which is what sanitizers ask for before a call;
 /// everything else is as the destructor left it.
 template <class Object>
@@ -35,44 +28,20 @@ void destroy(Object& object) {
   std::memcpy(static_cast<void*>(&object), &type, sizeof type);
 }
 
-// Construction
-
-TEST(Node, new_message_has_the_six_default_fields_in_order) {
+TEST(Node, new_message_has_six_fields_in_order_and_a_bare_node_none_but_both_are_dated_now) {
   const EmailPtr email(new Email2);
   EXPECT_EQ(writtenHeader(*email), "MIME-Version: 1.0\r\nDate: " + fieldOf(*email, "Date") +
                                        "\r\nMessage-ID: " + fieldOf(*email, "Message-ID") +
                                        "\r\nContent-Type: text/plain\r\n"
                                        "Content-Transfer-Encoding: 7bit\r\nX-Priority: 3 (Normal)");
   EXPECT_EQ(disagreeingFields(*email), "");
-  EXPECT_TRUE(isDatedNow(*email));
-
-  email->use_codepage(28591);
-  const EmailPtr second(Email2::createNewObject(*email->m_common));
-  EXPECT_EQ(fieldOf(*second, "Content-Type"), "text/plain; charset=iso-8859-1") << "of the shared settings";
+  const EmailPtr bare(Email2::createNewObject00());
+  EXPECT_EQ(bare->getNumHeaderFields(), 0);
+  SorvikSysTime now;
+  now.getCurrentGmt();
+  for (const SorvikSysTime& date : {email->m_date, bare->m_date})
+    EXPECT_TRUE(std::abs(now.toUnixTime() - date.toUnixTime()) <= 5 && date.m_isUtc);
 }
-
-TEST(Node, bare_node_is_empty_and_dated_now) {
-  const EmailPtr node(Email2::createNewObject00());
-  EXPECT_EQ(node->getNumHeaderFields(), 0);
-  EXPECT_EQ(disagreeingFields(*node), "");
-  EXPECT_EQ(node->m_attachCodePage, 0);
-  EXPECT_TRUE(isDatedNow(*node));
-}
-
-TEST(Node, every_node_holds_one_reference_to_the_shared_settings) {
-  EmailPtr root(Email2::createNewObject00());
-  const RefPtr<_svEmailCommon> common(root->m_common);
-  EXPECT_EQ(common->refCount(), 2);
-  root->insertSubPartAtIndex(Email2::createNewObject(*common), -1);
-  root->insertSubPartAtIndex(Email2::createNewObject0(*common), -1);
-  EXPECT_EQ(common->refCount(), 4);
-  const EmailPtr child(root->extractSubpartByIndex(0));
-  root.reset();
-  EXPECT_EQ(common->refCount(), 2);
-  EXPECT_TRUE(child->isValidEmailObject());
-}
-
-// Validity
 
 /// Whether a node is valid though one of these members is destroyed.
 template <class... Member>
@@ -106,10 +75,9 @@ TEST(Node, a_destroyed_node_has_no_settings) {
 
 TEST(Node, operations_on_a_dead_node_give_nothing_change_nothing_and_log_no_message) {
   const EmailPtr whole = load(
-      "From: a@x.org\nTo: b@x.org\nSubject: s\nReply-To: c@x.org\nX-Mailer: m\nDate: Sat, 21 Nov 2026 "
-      "08:30:00 "
-      "+0100\nContent-Type: multipart/mixed; boundary=b; name=n\n\n--b\nContent-Type: text/plain\n\nx\n--b\n"
-      "Content-Type: application/pdf\n\nx\n--b--\n");
+      "From: a@x.org\nTo: b@x.org\nSubject: s\nReply-To: c@x.org\nX-Mailer: m\n"
+      "Date: Sat, 21 Nov 2026 08:30:00 +0100\nContent-Type: multipart/mixed; boundary=b; name=n\n\n--b\n"
+      "Content-Type: text/plain\n\nx\n--b\nContent-Type: application/pdf\n\nx\n--b--\n");
   Email2& node = *whole;
   const std::string written = write(node);
   const EmailPtr other(new Email2);
@@ -216,17 +184,9 @@ TEST(Node, operations_on_a_dead_node_give_nothing_change_nothing_and_log_no_mess
   EXPECT_EQ(write(node), written);
 }
 
-// Subparts
-
 TEST(Node, children_are_inserted_taken_out_replaced_and_swapped) {
-  for (const auto& [index, tree] : casesOf<2>(R"(
-      -1 | mixed(plain,html,png)  0 | mixed(png,plain,html)   1 | mixed(plain,png,html)
-      2 | mixed(plain,html,png)   99 | mixed(plain,html,png))")) {
-    const EmailPtr root = buildTree("mixed(plain,html)");
-    root->insertSubPartAtIndex(buildTree("png").release(), std::stoi(index));
-    EXPECT_EQ(printTree(root), tree);
-  }
-  const EmailPtr root = buildTree("mixed(plain,html,pdf)"), other = buildTree("related(png)");
+  const EmailPtr root = buildTree("mixed(plain,pdf)"), other = buildTree("related(png)");
+  root->insertSubPartAtIndex(buildTree("html").release(), 1);
   root->insertSubPartAtIndex(nullptr, 0);
   for (const int index : {-1, 3}) EXPECT_FALSE(root->getPart(index) || root->extractSubpartByIndex(index));
 
@@ -245,56 +205,30 @@ TEST(Node, children_are_inserted_taken_out_replaced_and_swapped) {
 TEST(Node, deliberate_swapping_content_types_leaves_the_fields) {
   const EmailPtr a = buildTree("plain[name=x]"), b = buildTree("html");
   a->swapContentType(*b);
-  EXPECT_EQ(printTree(a, TreeDetail::names), "html");
-  EXPECT_EQ(printTree(b, TreeDetail::names), "plain[name=x]");
-  EXPECT_EQ(fieldOf(*a, "Content-Type"), "text/plain; name=x");
-  EXPECT_EQ(fieldOf(*b, "Content-Type"), "text/html");
+  EXPECT_EQ(printTree(a, TreeDetail::names) + " " + printTree(b, TreeDetail::names), "html plain[name=x]");
+  EXPECT_EQ(fieldOf(*a, "Content-Type") + " " + fieldOf(*b, "Content-Type"), "text/plain; name=x text/html");
 }
 
-// Destruction
-
 TEST(Node, destroys_a_tree_wholly_even_when_it_is_damaged) {
-  EmailPtr root(Email2::createNewObject00());
-  const RefPtr<_svEmailCommon> common(root->m_common);
-  for (const bool byHand : {true, false}) {
-    std::vector<Email2*> tips(100, root.get());
-    for (int i = 0; i < 5'000; ++i) {
-      Email2*& tip = tips[static_cast<std::size_t>(i % 100)];
-      Email2* const child = Email2::createNewObject0(*common);
-      tip->insertSubPartAtIndex(child, -1);
-      tip = child;
-    }
-    if (byHand)
-      root->removeAllSubparts();
-    else
-      root.reset();
-    EXPECT_EQ(common->refCount(), byHand ? 2 : 1);
-  }
-  root = buildTree("mixed(alternative(plain,html),pdf)");
+  EmailPtr root = buildTree("mixed(alternative(plain,html),pdf)");
   const RefPtr<_svEmailCommon> settings(root->m_common);
   root->getPart(0)->m_magic = 1;
   const unsigned before = Psdk::corruptObjectsSeen();
-  EXPECT_EQ(printTree(root), "mixed(dead,pdf)");
-  root.reset();
+  root->removeAllSubparts();
   EXPECT_EQ(Psdk::corruptObjectsSeen(), before + 1) << "what is damaged is reported";
-  EXPECT_EQ(settings->refCount(), 1) << "and goes with all below it";
+  EXPECT_EQ(settings->refCount(), 2) << "and goes with all below it";
+  root.reset();
+  EXPECT_EQ(settings->refCount(), 1);
 }
-
-// Shared settings
 
 TEST(Node, settings_live_in_the_shared_object) {
   const EmailPtr root = buildTree("mixed(plain)");
   Email2& child = *root->getPart(0);
-  EXPECT_TRUE(root->getOverwriteExisting());
-  EXPECT_EQ(root->getIdOnServer(), -1);
   child.setOverwriteExisting(false);
   child.setIdOnServer(12);
   child.use_codepage(932);
-  EXPECT_FALSE(root->getOverwriteExisting());
-  EXPECT_EQ(root->getIdOnServer(), 12);
-  EXPECT_EQ(root->emailCodePage(), 932);
   root->use_codepage(0);
-  EXPECT_EQ(root->emailCodePage(), 932);
+  EXPECT_TRUE(!root->getOverwriteExisting() && root->getIdOnServer() == 12 && root->emailCodePage() == 932);
   _svCharset koi8;
   koi8.setByName("koi8-r");
   root->use_charset(koi8);
@@ -310,8 +244,7 @@ TEST(Node, does_without_shared_settings) {
   node->use_codepage(932);
   _svCharset charset;
   node->use_charset(charset);
-  EXPECT_TRUE(node->getOverwriteExisting());
-  EXPECT_EQ(node->getIdOnServer(), -1);
+  EXPECT_TRUE(node->getOverwriteExisting() && node->getIdOnServer() == -1);
   EXPECT_STREQ(node->get_charset_name(), "");
   node->setHeaderField("Content-Type", "text/html; charset=utf-8", quiet);
   node->setContentTypeUtf8("text/html", nullptr, nullptr, nullptr, 932, nullptr, nullptr, nullptr, quiet);
@@ -324,14 +257,13 @@ TEST(Node, does_without_shared_settings) {
 RefPtr<_svEmailCommon> newCommon() { return RefPtr<_svEmailCommon>(new _svEmailCommon); }
 
 TEST(SharedSettings, are_copied_one_by_one) {
-  const auto textOf = [](const _svEmailCommon& settings) {
+  const auto textOf = [](const _svEmailCommon& s) {
     std::ostringstream text;
-    text << settings.m_charset.getCodePage() << ' ' << settings.m_preferredCharset.view() << ' '
-         << settings.m_idOnServer << settings.m_overwriteExisting << settings.m_receivedSecure
-         << settings.m_allSignaturesValid << settings.m_allDataDecrypted << settings.m_numSignedLayers
-         << settings.m_numEncryptedLayers << settings.m_sendSigned << settings.m_sendEncrypted
-         << settings.m_limits.has(Limit::depth) << ' ' << settings.m_signerCerts.getSize()
-         << settings.m_decryptCerts.getSize() << settings.m_encryptCerts.getSize();
+    text << s.m_charset.getCodePage() << ' ' << s.m_preferredCharset.view() << ' ' << s.m_idOnServer
+         << s.m_overwriteExisting << s.m_receivedSecure << s.m_allSignaturesValid << s.m_allDataDecrypted
+         << s.m_numSignedLayers << s.m_numEncryptedLayers << s.m_sendSigned << s.m_sendEncrypted
+         << s.m_limits.has(Limit::depth) << ' ' << s.m_signerCerts.getSize() << s.m_decryptCerts.getSize()
+         << s.m_encryptCerts.getSize();
     return text.str();
   };
   const auto from = newCommon(), to = newCommon();
@@ -351,31 +283,24 @@ TEST(SharedSettings, are_copied_one_by_one) {
   to->copyFrom(*from);
   EXPECT_EQ(textOf(*from), "936 gb2312 5011123111 123");
   EXPECT_EQ(textOf(*to), textOf(*from));
-  EXPECT_EQ(CertificateHolder::getNthCert(to->m_encryptCerts, 2),
-            CertificateHolder::getNthCert(from->m_encryptCerts, 2));
 }
 
 TEST(SharedSettings, deliberate_signing_certificate_is_overwritten_unreleased_and_never_cleared) {
   const RefPtr<Certificate> held = identity("alice.pem"), given = identity("bob.pem");
+  for (const RefPtr<Certificate>& certificate : {held, given}) certificate->incRefCount();
   {
     const auto from = newCommon(), to = newCommon();
     to->m_signingCert = held.get();
-    held->incRefCount();
     to->copyFrom(*from);
     EXPECT_EQ(to->m_signingCert, held.get()) << "a source without one";
-
     from->m_signingCert = given.get();
-    given->incRefCount();
     to->copyFrom(*from);
     EXPECT_EQ(to->m_signingCert, given.get());
-    EXPECT_EQ(given->refCount(), 3);
-    EXPECT_EQ(held->refCount(), 2);
   }
   EXPECT_EQ(given->refCount(), 1) << "released by both";
+  EXPECT_EQ(held->refCount(), 2);
   held->decRefCount();
 }
-
-// Terms
 
 TEST(Node, supplies_values_for_terms_through_its_second_base) {
   const EmailPtr email = buildTree("alternative(plain[body=Hello],html)");
@@ -390,12 +315,7 @@ TEST(Node, supplies_values_for_terms_through_its_second_base) {
   EXPECT_EQ(value.view(), "");
 }
 
-TEST(TreeNotation, prints_what_it_built) {
-  for (const char* text : {"mixed(alternative(plain,html),pdf:attachment)", "report(plain,delivery,rfc822)",
-                           "signed(mixed(plain[name=x.txt]:inline,png[name=a.png,file=b.png]:inline),p7s)",
-                           "image/x-tiff", "related(none,encrypted(octet),fax(zip),digest(calendar))"})
-    EXPECT_EQ(printTree(buildTree(text), TreeDetail::names), text);
-  EXPECT_EQ(printTree(buildTree("alt(plain)")), "alternative(plain)");
+TEST(TreeNotation, takes_nothing_that_is_no_tree) {
   for (const char* text :
        {"", "mixed(", "mixed(plain", "mixed(plain))", "plian", "plain[name", "plain[name=x"})
     EXPECT_THROW(buildTree(text), std::invalid_argument) << text;

@@ -39,13 +39,9 @@ TEST(SignedContent, is_written_byte_for_byte_as_it_was_received) {
       EXPECT_EQ(firstPartOf(write(*root, options)), part);
       EXPECT_EQ(firstPartOf(writeToSink(*root, options)), part);
     }
-    EXPECT_EQ(write(*load(write(*root))), write(*root));
     root->use_codepage(20866);
     EXPECT_EQ(firstPartOf(write(*root)), part) << "the charset of the email is not below it";
   }
-  const EmailPtr deeper = load("Content-Type: multipart/mixed; boundary=top\n\n--top\n" +
-                               signedMessage(kSignedPart) + "\n--top--\n");
-  EXPECT_EQ(firstPartOf(write(*deeper)), kSignedPart);
 }
 
 TEST(SignedContent, is_dot_stuffed_for_transport) {
@@ -61,10 +57,8 @@ TEST(SignedContent, is_dot_stuffed_for_transport) {
 
 TEST(SignedContent, is_written_anew_once_anything_below_it_changed_and_itself_again_when_that_is_undone) {
   void (*const changes[])(Email2&) = {
-      [](Email2& part) { part.getPart(0)->m_body.appendChar('!'); },
       [](Email2& part) { part.getPart(1)->m_body.replaceChar('A', 'B'); },
       [](Email2& part) { part.getPart(1)->setHeaderField("X-New", "1", quiet); },
-      [](Email2& part) { part.setHeaderField("X-Odd", "even", quiet); },
       [](Email2& part) { part.m_header.replaceMimeFieldUtf8("x-odd", "no blank, folded oddly", quiet); },
       [](Email2& part) { part.setContentEncodingRecursive("base64", quiet); },
       [](Email2& part) { part.m_contentType.m_boundary.setString("other"); },
@@ -72,7 +66,6 @@ TEST(SignedContent, is_written_anew_once_anything_below_it_changed_and_itself_ag
       [](Email2& part) { part.getPart(0)->m_contentType.m_formatFlowed = true; },
       [](Email2& part) { part.getPart(0)->m_disposition.setString("inline"); },
       [](Email2& part) { part.getPart(0)->m_attachCodePage = 1252; },
-      [](Email2& part) { const EmailPtr gone(part.extractSubpartByIndex(1)); },
       [](Email2& part) { part.insertSubPartAtIndex(part.extractSubpartByIndex(1), 0); },
       [](Email2& part) { part.getPart(0)->insertSubPartAtIndex(part.extractSubpartByIndex(1), 0); },
   };
