@@ -159,17 +159,12 @@ TEST(AddressWriting, WritesNothingThatReadsBackAsMore) {
                                               {{"Name\r\nBcc: evil@x", "a@b"}, "NameBcc: evil@x|a@b"},
                                               {{"(", "a@b"}, "(|a@b"},
                                               {{"Jörg", "root"}, "Jörg|root"}};
-  const Row addresses[] = {{"a@b>, <c@d", R"("a@bc"@d)"},
-                           {"a@b\r\nBcc: c@d", R"("a@bBcc:c"@d)"},
-                           {"a b@c d", "ab@cd"},
-                           {"\"a b\"@c", "\"a b\"@c"},
-                           {"\"a\"b\"@c", R"("a\"b"@c)"},
-                           {"\"a\\\"@c", R"("a\\"@c)"},
-                           {"a(b@c)d", R"("a(b"@cd)"},
-                           {"x:y;z@c", R"("x:y;z"@c)"},
-                           {"ä..b.@ü.c", "ä..b.@ü.c"},
-                           {"a@[192.0.2.1]", "a@[192.0.2.1]"},
-                           {"=?utf-8?q?x@b=?u?q?c", "=?utf-8?q?x@b=u?q?c"}};
+  const Row addresses[] = {
+      {"a@b>, <c@d", R"("a@bc"@d)"}, {"a b@c d", "ab@cd"},        {"\"a\"b\"@c", R"("a\"b"@c)"},
+      {"\"a b\"@c", "\"a b\"@c"},    {"\"a\\\"@c", R"("a\\"@c)"}, {"a(b@c)d", R"("a(b"@cd)"},
+      {"x:y;z@c", R"("x:y;z"@c)"},   {"ä..b.@ü.c", "ä..b.@ü.c"},  {"a@[192.0.2.1]", "a@[192.0.2.1]"}};
+  const Row rest[] = {{"a@b\r\nBcc: c@d", R"("a@bBcc:c"@d)"},
+                      {"=?utf-8?q?x@b=?u?q?c", "=?utf-8?q?x@b=u?q?c"}};
   const auto readBack = [](const Row& entry, std::string_view found) {
     for (const bool forHeader : {false, true}) {
       const std::string text = written({{"First", "1@x"}, entry, {"Last", "2@x"}}, forHeader);
@@ -178,7 +173,7 @@ TEST(AddressWriting, WritesNothingThatReadsBackAsMore) {
     }
   };
   for (const auto& [entry, found] : rows) readBack(entry, found);
-  for (const auto& [address, found] : addresses) readBack({"", address}, "|" + found);
+  for (const auto& [address, found] : both(addresses, rest)) readBack({"", address}, "|" + found);
 }
 
 // A line is cut by force where it has no blank: in an address that would make another one of it.

@@ -29,24 +29,18 @@ std::string encoded(std::string_view bytes) {
 }
 
 TEST(QuotedPrintable, decodes_what_is_broken) {
-  const Row rows[] = {{"caf=C3=A9=c3=a9", "caféé"},
-                      {"soft=\nbreak", "softbreak"},
-                      {"soft=\rbreak", "softbreak"},
-                      {"soft= \t\r\nbreak", "softbreak"},  // blanks before the line break
-                      {"soft =\r\nbreak", "soft break"},   // but not those before the "="
-                      {"end=", "end"},
+  const Row rows[] = {{"soft= \t\r\nbreak", "softbreak"},         {"caf=C3=A9=c3=a9", "caféé"},
+                      {"soft =\r\nbreak", "soft break"},          {"soft=\nbreak", "softbreak"},
+                      {"1=2 =G1 =1G ==41 =", "1=2 =G1 =1G =A "},  {"soft=\rbreak", "softbreak"},
+                      {"raw \xE9 8bit\x01", "raw \xE9 8bit\x01"}, {"lf\ncr\rend", "lf\ncr\rend"},
+                      {"a  =\r\n  \r\nb", "a    \r\nb"},          {"kept=20 \r\n", "kept  \r\n"}};
+  const Row more[] = {{"end=", "end"},
                       {"end= ", "end"},
-                      {"lf\ncr\rend", "lf\ncr\rend"},
-                      {"1=2 =G1 =1G ==41 =", "1=2 =G1 =1G =A "},  // no escapes
                       {"a=4", "a=4"},
-                      {"raw \xE9 8bit\x01", "raw \xE9 8bit\x01"},
                       {"a long enough line to be copied in blocks=3D, =\r\nfor more than one of them",
                        "a long enough line to be copied in blocks=, for more than one of them"},
-                      // Blanks that an encoder forgot to escape stay.
-                      {"forgotten  \t\r\nnext\n", "forgotten  \t\r\nnext\n"},
-                      {"kept=20 \r\n", "kept  \r\n"},
-                      {"a  =\r\n  \r\nb", "a    \r\nb"}};
-  expectEach(decoded, rows);
+                      {"forgotten  \t\r\nnext\n", "forgotten  \t\r\nnext\n"}};
+  expectEach(decoded, both(rows, more));
 }
 
 TEST(QuotedPrintable, encodes_what_would_not_survive) {
