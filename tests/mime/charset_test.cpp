@@ -52,14 +52,15 @@ TEST(Charset, reads_labels_as_mail_writes_them) {
 }
 
 TEST(Charset, tells_what_mail_can_be_written_in) {
-  std::string wide, forMail;
+  std::string found;
   for (const auto& name :
        split("utf-8 us-ascii iso-2022-jp utf-16le utf-16be utf-32le utf-32be utf-7 unknown", " ")) {
-    if (hasWideUnits(codePageOfCharset(name))) wide += name + " ";
-    if (isMailCodePage(codePageOfCharset(name))) forMail += name + " ";
+    const int codePage = codePageOfCharset(name);
+    found += name + (hasWideUnits(codePage) ? " wide" : "") + (isMailCodePage(codePage) ? "+ " : " ");
   }
-  EXPECT_EQ(wide, "utf-16le utf-16be utf-32le utf-32be ");
-  EXPECT_EQ(forMail, "utf-8 us-ascii iso-2022-jp ");
+  EXPECT_EQ(
+      found,
+      "utf-8+ us-ascii+ iso-2022-jp+ utf-16le wide utf-16be wide utf-32le wide utf-32be wide utf-7 unknown ");
 }
 
 TEST(Charset, keeps_its_name_and_compares_by_code_page) {
@@ -212,8 +213,6 @@ TEST(Detection, finds_the_code_page) {
       {1201, "plain words in two bytes each"}, {50220, "日本語のメール"}, {932, japanese}};
   const std::pair<int, std::string> more[] = {
       {54936, "这是一段普通的中文文字，用来测试字符编码的自动识别功能是否正常工作。"},
-      {950, "這是一段普通的中文文字，用來測試字元編碼的自動識別功能是否正常運作。"},
-      {51949, "이것은 문자 인코딩을 자동으로 감지하는 기능을 시험하기 위한 보통의 한국어 문장입니다."},
       {1252, "Les “élèves” déjà reçus – à côté – fêtent Noël."}};
   for (const auto& [codePage, utf8] : both(rows, more)) {
     std::string bytes;
@@ -240,7 +239,6 @@ TEST(ReceivedText, believes_the_label_when_it_explains_every_byte) {
   const std::tuple<const char*, std::string, const char*> more[] = {
       {"", "caf\xE9", "unlabelled 0"},
       {"iso-8859-1", "caf\xE9 \x80", "declared 28591 café €"},
-      {"utf-8", "Viele Gr\xFC\xDF\x65", "detected 1252 Viele Grüße"},
       {"utf-8", "some plain words: é é \xFF \xE9", "detected 1252 some plain words: Ã© Ã© ÿ é"},
       {"us-ascii", "a \x93\x43\x41\x46\xC9\x94", "detected 1252 a “CAFÉ”"},
       {"gb2312", "\xD6\xD0\xCE\xC4\xD6", "declared 936 中文\uFFFD"},
@@ -295,23 +293,6 @@ TEST(CharsetSingleByte, vector_and_portable_paths_agree_in_every_code_page) {
   }
 }
 
-TEST(CharsetSingleByte, every_byte_of_every_code_page_is_the_same_in_every_place) {
-  if (!hasAvx2()) GTEST_SKIP() << "no such processor";
-  for (const SingleByteCodec& codec : kSingleByteCodecs) {
-    for (unsigned value = 0x80; value < 0x100; ++value) {
-      std::string bytes(33, 'a');
-      bytes[value % 33] = static_cast<char>(value);
-      const PackedUtf8 packed = codec.utf8[value];
-      std::string utf8 = bytes;
-      char character[4];
-      storePacked(packed, character);
-      utf8.replace(value % 33, 1, character, packedLength(packed));
-      ASSERT_EQ(decoded(decodeSingleByteAvx2, codec, bytes), std::pair(utf8, (packed & kPackedDamage) == 0))
-          << codec.codePage << " " << value;
-    }
-  }
-}
-
 #endif
 
 // Suggestions
@@ -333,7 +314,7 @@ TEST(SuggestCharset, FollowsPreferenceScriptAndTodaysReader) {
       // The preference carries the text.
       {"koi8-r", "привет=KOI8-R"},
       {"shift_jis", "日本語=shift_jis|日本語=sjis"},
-      {"gb18030", "привет 😀=gb18030"},
+      {"gb18030", "привет 😀=gb18030|䶮=gb2312"},
       {"us-ascii", "plain=us-ascii"},
       // None, where iso-8859-1 or iso-8859-2 carries it.
       {"", "=|schön=|schön=us-ascii|schön=no such charset|schön=utf-16be|žluťoučký=koi8-r|2 × 3 ÷ 1 °C="},
@@ -346,7 +327,6 @@ TEST(SuggestCharset, FollowsPreferenceScriptAndTodaysReader) {
       {"iso-2022-jp", "ﾃｽﾄ 日本=iso-2022-jp"},
       {"ks_c_5601-1987", "똠방각하=euc-kr"},
       {"gb2312", "朱镕基=gb2312"},
-      {"gb18030", "䶮=gb2312"},
       // utf-8 for all else.
       {"utf-8", "schön=utf-8|привет=|привет=iso-8859-7|привет=utf-16|привет=utf-7|日本語=windows-874"},
       {"utf-8", "привет, schön=koi8-r|привет Ωμέγα —=iso-8859-5|It’s=koi8-u|schön 😀=iso-8859-1"},

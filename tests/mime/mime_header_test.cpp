@@ -131,7 +131,6 @@ TEST(MimeHeader, code_page_of_8bit_text_is_utf8_then_declared_then_detected) {
       // Damaged
       {"caf\xC3\xA9 \xC3\r\nX: \xC3\xA9 \xC3", "iso-8859-1", 65001, "café \uFFFD"},
       {"caf\xC3\xA9 \xC3\r\nX: caf\xE9", "", 1252, "café \uFFFD"},
-      {"\xD7\xD3\xA3", "koi8-r", 20866, "всё"},
       {"\xC2\xB3\xFE", "windows-1251", 1251, "Вію"},
       {"CAF\xC9\x99 \xDC", "windows-1252", 1252, "CAFÉ™ Ü"},
       {"\xD6\xD0\xCE\xC4\xD6", "gb2312", 936, "中文\uFFFD"}};
@@ -292,7 +291,6 @@ TEST(MimeHeader, set_values_are_encoded_by_the_grammar_of_their_field) {
       {"Content-Disposition", "atté; filename=\"f.txt\"", 65001, "Content-Disposition: att; filename=f.txt"},
       {"Content-Disposition", "é; filename=\"é\"", 65001,
        "Content-Disposition: attachment; filename*=utf-8''%C3%A9; filename=e"},
-      {"Content-Type", "téxt/plain; name=x", 65001, "Content-Type: txt/plain; name=x"},
       {"Subject", "a\r\nBcc: b\rc\nd", 0, "Subject: a Bcc: b c d"},
       {"Sub\r\nBcc: x\xC3\xA9", "a", 0, "SubBccx: a"},
       {"\r\n: ", "a", 0, ""}};
@@ -364,7 +362,6 @@ TEST(MimeHeader, 8bit_fields_become_ascii_and_mean_the_same) {
        "Subject: =?utf-8?Q?caf=C3=A9?=\r\nX-A: kept  as\r\n it is"},
       {"Subject: caf\xE9 =?utf-8?Q?=C3=A9?=\r\nContent-Type: a/b; charset=iso-8859-1",
        "Subject: =?iso-8859-1?Q?caf=E9_=E9?=\r\nContent-Type: a/b; charset=iso-8859-1"},
-      {"From: J\xC3\xB6rg <j@x.org>", "From: =?utf-8?Q?J=C3=B6rg?= <j@x.org>"},
       {"From: =?utf-8?Q?=3Ceve=40x=3E?= \xC3\xA9", "From: =?utf-8?Q?=3Ceve=40x=3E_=C3=A9?="},
       {"To: =?utf-8?Q?=3Ceve=40x=3E=2C?=:\xC3\xA9<a@b>;, c@d (=?utf-8?Q?=29?= \xC3\xA9)",
        "To: =?utf-8?Q?=3Ceve=40x=3E=2C?=: =?utf-8?Q?=C3=A9?= <a@b>;, c@d\r\n (=?utf-8?Q?=29_=C3=A9?=)"},
