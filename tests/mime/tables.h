@@ -28,6 +28,7 @@ void expectEach(const Function& function, const Rows& rows) {
   for (const auto& [in, out] : rows) EXPECT_EQ(function(in), out) << in;
 }
 
+/// The rows of two tables: short ones stand in columns, long ones do not.
 template <class Row, std::size_t N, std::size_t M>
 std::vector<Row> both(const Row (&rows)[N], const Row (&more)[M]) {
   std::vector<Row> all(rows, rows + N);
