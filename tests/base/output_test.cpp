@@ -183,12 +183,9 @@ TEST_F(FileOutputTest, says_why_it_could_not_write) {
   std::ofstream(path("file")) << "x";
   std::ofstream(path("readonly")) << "x";
   fs::permissions(path("readonly"), fs::perms(0444));
-  const Row rows[] = {{path("missing/f"), "No such file or directory"},
-                      {path("file/f"), "Not a directory"},
-                      {m_folder.string(), "Is a directory"},
-                      {"", "No such file or directory"},
-                      {"/dev/full", "No space left on device"},
-                      {path("readonly"), "Permission denied"}};
+  const Row rows[] = {{path("missing/f"), "No such file or directory"}, {path("file/f"), "Not a directory"},
+                      {"/dev/full", "No space left on device"},         {m_folder.string(), "Is a directory"},
+                      {path("readonly"), "Permission denied"},          {"", "No such file or directory"}};
   for (const auto& [target, reason] : rows) {
     if (target == path("readonly") && geteuid() == 0) continue;  // the superuser may write anything
     m_log.clear();

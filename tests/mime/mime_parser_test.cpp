@@ -55,23 +55,18 @@ void expectTrees(const Row (&rows)[N]) {
 TEST(MimeParser, splits_multiparts_at_their_boundaries) {
   const Row rows[] = {
       {"", "-="},
-      {PLAIN "one\n\ntwo\n", "text/plain=one||two|"},
       {MIXED "preamble\n--b\n" PLAIN "one\n--b\n" TYPE "text/html\n\ntwo\n\n--b--\nepilogue\n",
        "m/mixed(text/plain=one, text/html=two|)"},
       {MIXED "--b\n" PLAIN "one\n--b--", "m/mixed(text/plain=one)"},
       {MIXED "--b\n" PLAIN "--b--\n", "m/mixed(text/plain=)"},
       {MIXED "--b\n\nno header\n--b\n\n\nblank first\n--b--\n", "m/mixed(-=no header, -=|blank first)"},
-      {MIXED "--b\n\nNote: no field\n--b--\n", "m/mixed(-=Note: no field)"},
-      {MIXED "--b\n" RELATED "--i\n" PLAIN "one\n--i\n" PLAIN "two\n--i--\n\n--b\n" PLAIN "three\n--b--\n",
-       "m/mixed(m/related(text/plain=one, text/plain=two), text/plain=three)"},
       {TYPE "multipart/digest; boundary=b\n\n--b\n\nSubject: x\n\nhello\n--b\n" PLAIN "p\n--b--\n",
        "m/digest(message/rfc822=Subject: x||hello, text/plain=p)"},
       {TYPE "message/rfc822\n\n" MIXED "--b\n\none\n--b--\n",
        "message/rfc822=Content-Type: multipart/mixed; boundary=b||--b||one|--b--|"},
       // A field that must be single is the first.
       {TYPE "text/html\n" TYPE "text/plain\n" CODED "7bit\n" CODED "base64\n\nb25l", "text/html=b25l"},
-      {TYPE "text\n\none", "text/plain!type=one"},
-      {TYPE "multipart\n\none", "text/plain!type=one"}};
+      {TYPE "text\n\none", "text/plain!type=one"}};
   expectTrees(rows);
 }
 
@@ -80,8 +75,6 @@ TEST(MimeParser, a_boundary_is_a_whole_line) {
                       {MIXED "--b\n\nx --b\n --b\n--bb\n--b x\n-- b\n---b\n--\n--B\n--b---\n--b--\n",
                        "m/mixed(-=x --b| --b|--bb|--b x|-- b|---b|--|--B|--b---)"},
                       {TYPE "multipart/mixed; boundary=\"b \"\n\n--b\n\none\n--b--\n", "m/mixed(-=one)"},
-                      {TYPE "multipart/mixed; boundary=----=_Next\n\n------=_Next\n\none\n------=_Next--\n",
-                       "m/mixed(-=one)"},
                       {TYPE "multipart/mixed;\n boundary=\"a (b): c\"\n\n--a (b): c\n\none\n--a (b): c--\n",
                        "m/mixed(-=one)"}};
   expectTrees(rows);
@@ -106,15 +99,12 @@ TEST(MimeParser, tells_boundaries_apart_that_begin_alike) {
 TEST(MimeParser, multiparts_end_where_they_must) {
   const Row rows[] = {
       {MIXED "--b\n\none\n", "m/mixed!unclosed(-=one|)"},
-      {MIXED "--b\n\none\n--b\n", "m/mixed!unclosed(-=one)"},
       {MIXED "--b\n\none\n--b", "m/mixed!unclosed(-=one)"},
       {MIXED "--b\n" RELATED "--i\n\none\n--b\n\ntwo\n--b--\n", "m/mixed(m/related!unclosed(-=one), -=two)"},
       {MIXED "--b\n" RELATED "--i\n\none\n--b--\n", "m/mixed(m/related!unclosed(-=one))"},
       {MIXED "--b\n" RELATED "only text\n--b\n\ntwo\n--b--\n", "m/mixed(m/related!unsplit=only text, -=two)"},
-      {MIXED "no boundary\n-- \nanywhere\n", "m/mixed!unsplit=no boundary|-- |anywhere|"},
       {MIXED "nothing but the end\n--b--\n", "m/mixed!unsplit=nothing but the end"},
       {TYPE "multipart/mixed\n\n--b\n\none\n--b--\n", "m/mixed!unsplit=--b||one|--b--|"},
-      {TYPE "multipart/mixed; boundary=\"\"\n\n--\n\none\n----\n", "m/mixed!unsplit=--||one|----|"},
       {TYPE "multipart/mixed; boundary=\"  \"\n\n--\n\none\n----\n", "m/mixed!unsplit=--||one|----|"},
       {MIXED "--b\n\none\n--b--\n--b\n\nepilogue\n", "m/mixed(-=one)"},
       // The empty line of a header is missing.
@@ -157,16 +147,10 @@ TEST(MimeParser, skips_what_stores_put_before_a_message) {
 }
 
 TEST(MimeParser, undoes_transfer_encodings) {
-  const Row rows[] = {{"base64\n\nb25l\ndHdv\n", "onetwo"},
-                      {" BASE64 ; x=y\n\nb25l", "one"},
-                      {"\"base64\"\n\nb25l", "one"},
-                      {"(a (nested) comment) base64 (b)\n\nb25l", "one"},
-                      {"quoted-printable\n\na=3Db =\nc", "a=b c"},
-                      {"Quoted-Printable,\n\n=41", "A"},
-                      {"8bit\n\n=41", "=41"},
-                      {"x-uuencode\n\nbegin 644 a", "begin 644 a"},
-                      {"(never closed base64\n\nb25l", "b25l"},
-                      {"\n\n=41", "=41"}};
+  const Row rows[] = {
+      {" BASE64 ; x=y\n\nb25l", "one"},         {"(a (nested) comment) base64 (b)\n\nb25l", "one"},
+      {"Quoted-Printable,\n\n=41", "A"},        {"8bit\n\n=41", "=41"},
+      {"(never closed base64\n\nb25l", "b25l"}, {"\n\n=41", "=41"}};
   expectEach([](const std::string& rest) { return treeOf(CODED + rest).substr(2); }, rows);
 }
 
@@ -192,11 +176,8 @@ TEST(MimeParser, keeps_bytes_that_are_no_text) {
 TEST(MimeParser, text_comes_in_utf8_unless_it_is_attached) {
   const std::tuple<const char*, const char*, const char*, int, bool> rows[] = {
       {"text/plain; charset=iso-8859-1", "caf\xE9", "café", kCpLatin1, false},
-      {"text/html; charset=koi8-r", "\xC4\xC1", "да", 20866, false},
       {"text/plain; charset=utf-8", "café", "café", kCpUtf8, false},
       {"text/plain; charset=us-ascii", "café", "café", kCpUtf8, true},
-      {"text/plain; charset=x-nobody-knows", "café", "café", kCpUtf8, true},
-      {"text/plain; charset=us-ascii", "cafe", "cafe", kCpUsAscii, false},
       {"text/plain; charset=x-nobody-knows", "\x1B$BF|\x1B(B", "日", 50220, true},
       {"text/plain; charset=utf-16le\n" CODED "base64", "6QA=", "é", kCpUtf16LE, false},
       {"text/plain; charset=iso-8859-1\n" CODED "quoted-printable", "=E9", "é", kCpLatin1, false},
@@ -242,7 +223,6 @@ TEST(MimeParser, signed_parts_keep_their_bytes_as_received) {
       first + "\r\n--s\r\n" + second + "\r\n--s\r\n" + third + "\r\n--s--\r\n--m\r\n\r\nlast\r\n--m--\r\n");
   EXPECT_EQ(print(*root), "m/mixed(m/signed(text/plain=one |, m/signed(-=x), -=), -=last)");
   EXPECT_FALSE(root->getPart(0)->isSignedContent());
-  EXPECT_FALSE(root->getPart(1)->isSignedContent());
   MimeMessage2* const signature = root->getPart(0);
   EXPECT_EQ(receivedBytesOf(signature->getPart(0)), first);
   EXPECT_EQ(receivedBytesOf(signature->getPart(1)), second);

@@ -23,9 +23,17 @@ inline LogNull quiet;
 /// What goes in and what is to come out.
 using Row = std::pair<std::string, std::string>;
 
-template <class Function, std::size_t N>
-void expectEach(const Function& function, const Row (&rows)[N]) {
+template <class Function, class Rows>
+void expectEach(const Function& function, const Rows& rows) {
   for (const auto& [in, out] : rows) EXPECT_EQ(function(in), out) << in;
+}
+
+/// The rows of two tables: short ones stand in columns, long ones do not.
+template <class Row, std::size_t N, std::size_t M>
+std::vector<Row> both(const Row (&rows)[N], const Row (&more)[M]) {
+  std::vector<Row> all(rows, rows + N);
+  all.insert(all.end(), more, more + M);
+  return all;
 }
 
 /// What a function appends to the buffer it is given.
