@@ -50,7 +50,7 @@ TEST(DataBuffer, finds_line_faults_wherever_they_stand) {
       {"\r\n\n", true, 0}, {"abc\n\r", true, 3},  {"a\r\n\r\nbb", false, 2}};
   for (const auto& [text, isBare, ownLongest] : rows) {
     EXPECT_EQ(bufferOf(text).containsBareCRLF(), isBare) << testing::PrintToString(text);
-    // Blocks are scanned at once, so each row also stands across every offset of a longer, faultless text.
+    // Blocks are scanned at once, so each row is also tried at every offset of a longer, faultless text.
     for (std::size_t lines : {0U, 1U, 63U, 64U, 127U, 128U, 255U}) {
       std::string all;
       for (std::size_t i = 0; i < lines; ++i) all += "\r\n";

@@ -155,7 +155,7 @@ TEST_F(FileOutputTest, does_not_take_a_name_that_was_taken_in_between) {
 TEST_F(FileOutputTest, takes_names_of_any_length_the_host_takes) {
   EXPECT_TRUE(save(path(std::string(255, 'x')), "x"));
   EXPECT_FALSE(save(path(std::string(256, 'x')), "x"));
-  EXPECT_EQ(entries(), 1) << "a name refused at the end leaves nothing behind";
+  EXPECT_EQ(entries(), 1) << "a name refused at the end leaves no file";
 }
 
 TEST_F(FileOutputTest, writes_straight_to_what_is_no_regular_file) {

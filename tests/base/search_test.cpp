@@ -25,7 +25,7 @@ TEST(Search, looking_at_many_bytes_at_once_finds_what_looking_at_each_does) {
     std::string rare = randomText(random, random() % 70, letters);
     for (char& c : rare)
       if (round % 2 && random() % 20) c = 'x';
-    // With nothing behind it, not even a terminator, so that a read beyond its end is found.
+    // With nothing after it, not even a terminator, so that a read beyond its end is found.
     const auto bare = std::make_unique<char[]>(rare.size());
     const std::string_view text(bare.get(), rare.copy(bare.get(), rare.size()));
     const std::string wanted = randomText(random, random() % 20, letters);

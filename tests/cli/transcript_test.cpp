@@ -75,7 +75,7 @@ std::string masked(std::string text) {
   return text;
 }
 
-/// What was said, each line behind a mark.
+/// What was said, each line after a mark.
 std::string marked(const std::string& text, const std::string& mark) {
   std::string lines;
   std::istringstream in(text);

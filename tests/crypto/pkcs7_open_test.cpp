@@ -75,7 +75,7 @@ std::string compressed(std::string_view text,
                                    element(derContext(0), element(kDerSequence, body)));
 }
 
-/// The frame encoded with another content and, when given, other elements behind it.
+/// The frame encoded with another content and, when given, other elements after it.
 std::string rebuilt(Pkcs7Frame frame, std::string_view content, std::string_view after = {}) {
   if (!after.empty()) frame.after = after;
   DataBuffer der;

@@ -77,7 +77,7 @@ TEST(Assembly, leaves_fields_out_by_prefix_and_below_the_top_those_that_mean_not
   EXPECT_EQ(write(*root, {.omitPrefix = "svx-"}), expected(""));
 }
 
-/// The transfer encodings in a text, as they stand in it.
+/// The transfer encodings in a text, in order.
 std::string encodingsIn(const std::string& text) {
   constexpr std::string_view kName = "Content-Transfer-Encoding: ";
   std::string encodings;

@@ -169,7 +169,7 @@ TEST(Attachments, dropping_for_mht_keeps_what_the_html_refers_to) {
   expectOfTrees(see, R"(
       related(html,png[cid=<logo@x>]:attachment,zip[cid=<other@x>]) | related(html,png:attachment)
       related(html,png[cid=<LOGO@x>]:attachment) | related(html)    related(html,pdf,png) | related(html,png)
-      # Strict attachments go whatever the enclosure.
+      # Strict attachments go from any enclosure.
       alternative(html,pdf) | alternative(html)
       mixed(related(html,pdf),mixed(zip),signed(pdf)) | mixed(related(html),mixed,signed(pdf)))");
 }

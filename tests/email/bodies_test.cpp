@@ -1,4 +1,4 @@
-// Bodies: which text a reader sees, where a new one goes, its charset, and what is mended in those that came.
+// Bodies: which text a reader sees, where a new one goes, its charset, and what is repaired in received ones.
 #include "tests/email/cases.h"
 
 namespace mailtree {
@@ -202,7 +202,7 @@ TEST(BodyCharset, follows_the_header_of_a_received_message_when_that_carries_the
   EXPECT_EQ(chosen(*mail, 0, "", "日本"), "65001");
 }
 
-/// A received message: the code page of the email, what was mended in its text and the text.
+/// A received message: the code page of the email, what was repaired in its text and the text.
 std::string received(const std::string& message) {
   const EmailPtr mail = load(message);
   const Email2& part = mail->getNumParts() ? *mail->getPart(mail->getNumParts() - 1) : *mail;

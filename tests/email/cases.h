@@ -39,7 +39,7 @@ inline std::string cellOf(std::string_view text) {
   return cell;
 }
 
-/// The rows of a table, which stand on lines of their own or are told apart by "||". A row is N cells between
+/// The rows of a table, on lines of their own or separated by "||". A row is N cells between
 /// "|"; those at its end may be left out.
 template <std::size_t N>
 std::vector<std::array<std::string, N>> rowsOf(std::string_view table) {

@@ -132,7 +132,7 @@ TEST(Loading, reads_sender_and_recipients_and_joins_repeated_fields) {
       {"To: Undisclosed recipients\nTo: J\xC3\xB6rg <j@x>\nTo: J\xF6rg <k@x>\n",
        "<>|J\xC3\xB6rg<j@x>|J\xC3\xB6rg<k@x>",
        "To: \"Undisclosed recipients\", =?utf-8?Q?J=C3=B6rg?= <j@x>,\n =?utf-8?Q?J=C3=B6rg?= <k@x>\n"},
-      // an encoded word is a name, whatever it decodes to
+      // an encoded word is a name, no matter what it decodes to
       {"From: =?utf-8?q?boss=40bank=2Ecom=2C?= <crook@x.org>\nTo: =?utf-8?q?a=40x=2Eorg=2C_b?= <c@x.org>\n",
        "boss@bank.com,<crook@x.org>|a@x.org, b<c@x.org>", nullptr},
   };

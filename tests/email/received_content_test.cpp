@@ -24,7 +24,7 @@ std::string signedMessage(const std::string& part) {
          "Content-Transfer-Encoding: base64\n\nMIAG CSq=\n--outer--\n";
 }
 
-/// What stands between the first boundary line and the line break before the second.
+/// What is between the first boundary line and the line break before the second.
 std::string firstPartOf(const std::string& written) {
   const std::size_t first = written.find("--outer\r\n") + 9;
   return written.substr(first, written.find("\r\n--outer\r\n", first) - first);

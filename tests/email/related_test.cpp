@@ -1,4 +1,4 @@
-// Related items: where they stand, how they are counted, found, dropped and mended; and calendars.
+// Related items: where they are, how they are counted, found, dropped and repaired; and calendars.
 #include <filesystem>
 #include <fstream>
 
@@ -67,7 +67,7 @@ TEST(RelatedItems, are_dropped_by_numbers_that_deliberately_skip_the_first_subpa
 }
 
 TEST(FixRelated, moves_attachments_that_the_html_shows) {
-  // A mixed enclosure without attachments of its own is one enclosure too many, whatever was moved.
+  // A mixed enclosure without attachments of its own is one enclosure too many, even if something was moved.
   for (const auto& [before, after] : rowsOf<2>(R"(
     mixed(html[body=<img src=cid:a>],png[cid=<a>]:attachment,pdf) | mixed(related(html,png:attachment),pdf)
     mixed(html[body=cid:a cid:b],png[cid=<a>]:inline,zip[cid=<b>]) | mixed(related(html,zip,png:inline))

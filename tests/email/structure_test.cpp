@@ -248,7 +248,7 @@ TEST(Structure, many_text_types_are_still_listed_once_each) {
   EXPECT_EQ(pathsOf(*root, found), expected) << "types that were in the list before count too";
 }
 
-/// What is appended to a text that was there; "none" when that was taken away, "LEFT" when it stands alone.
+/// What is appended to a text that was there; "none" when that was removed, "LEFT" when it is alone.
 std::string effectiveBodyOf(Email2& root) {
   DataBuffer out;
   out.append("had:");

@@ -30,7 +30,7 @@ TEST(Reply, quotes_a_text_behind_its_head) {
             "-----Original Message-----\r\nFrom: Anna Berg <anna@berg.example>\r\n"
             "Sent: Sat, 21 Nov 2026 08:30:00 +0100\r\nTo: Jo <jo@see.example>\r\nCC: cy@see.example\r\n"
             "Subject: RE: hello\r\n\r\nSee you there.\n");
-  // Deliberate: the HTML head stands before the document and is not escaped.
+  // Deliberate: the HTML head is before the document and is not escaped.
   EXPECT_EQ(quoted(kFields + "MIME-Version: 1.0\nContent-Type: text/html\n\n<html><body>Hi"),
             "<p>-----Original Message-----<br>From: Anna Berg <anna@berg.example><br>"
             "Sent: Sat, 21 Nov 2026 08:30:00 +0100<br>To: Jo <jo@see.example><br>CC: cy@see.example<br>"
@@ -186,7 +186,7 @@ TEST(Tidy, first_html_moves_to_the_end_of_the_other_enclosure) {
 }
 
 TEST(Tidy, bodies_get_an_encoding_that_survives_transport) {
-  // HTML always, whatever is in it. The text of an attached file is written as it stands, so never as 7bit.
+  // HTML always. The text of an attached file is written as it is, so never as 7bit.
   for (const auto& [part, codePage, encoding] : rowsOf<3>(R"(
     plain[enc=7bit,body=ä] | 65001 | quoted-printable || plain[enc=7bit,body=ä] | 932 | base64
     plain[enc=7bit,body=ä] | 0 | quoted-printable     || plain[enc=7bit,body=a] | 65001 | 7bit

@@ -1,4 +1,4 @@
-// Files that stand uuencoded in a text, and messages that are a file and nothing else.
+// Files uuencoded in a text, and messages that are a file and nothing else.
 #include "tests/email/cases.h"
 
 namespace mailtree {
@@ -95,7 +95,7 @@ TEST(Outlook, pages_and_files_pasted_into_a_text_are_told_apart) {
       {"just words", "", "plain old"},
       {"  words \n\n" + kCat + kDog, "", "mixed(plain," + kCatPart + "," + kDogPart + ") words"},
       {"words\n" + page + kCat, "", "mixed(alternative(plain,html)," + kCatPart + ") words"},
-      // a kind that is preferred is looked for first, wherever it stands; what is before it is text
+      // a kind that is preferred is looked for first, wherever it is; what is before it is text
       {kCat + page, "", "alternative(plain,html) begin 644 cat.txt\n#0V%T\n`\nend"},
       {"caf\xE9\n" + kCat, "iso-8859-1", "mixed(plain," + kCatPart + ") café"},
       {"words\nbegin 644 cat.txt\n#0V%T\n", "", "plain words"},  // no end: nothing taken out

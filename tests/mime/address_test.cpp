@@ -151,7 +151,7 @@ TEST(AddressReading, GivesNamesWithoutAnAddressToWhoAsks) {
   }
 }
 
-// Whatever was set, the text written reads back as exactly the entries that were meant.
+// The text written, for anything that was set, reads back as exactly the entries that were meant.
 TEST(AddressWriting, WritesNothingThatReadsBackAsMore) {
   const std::pair<Row, const char*> rows[] = {{{"a@b, c@d", "e@f"}, "a@b, c@d|e@f"},
                                               {{"x\" <evil@x>, \"y", "a@b"}, "x\" <evil@x>, \"y|a@b"},

@@ -1,4 +1,4 @@
-// Parameters of header values: read from whatever is sent, written so that everybody can read them.
+// Parameters of header values: read from anything that is sent, written so that everybody can read them.
 #include "mailtree/mime/header/HeaderParams.h"
 
 #include "mailtree/base/Utf.h"
@@ -21,7 +21,7 @@ TEST(HeaderParams, reads_what_mailers_send) {
       {"  text/plain ;; Charset = \"utf-8\" ; ", "text/plain|Charset=utf-8"},
       {"(first) text/plain (a; b) ; (odd (nested)) a=b (plain; really)", "text/plain|a=b"},
       {"text/plain (never closed; charset=utf-8", "text/plain (never closed|charset=utf-8"},
-      // Quotes and what stands in for them
+      // Quotes and their substitutes
       {"a/b; name=\"x \\\"y\\\" \\\\z; w\"", "a/b|name=x \"y\" \\z; w"},
       {"a; filename=\"C:\\temp\\\"; size=5", "a|filename=C:\\temp\\|size=5"},
       {"a; filename=\"my \"best\" file.txt\"; size=1", "a|filename=my \"best\" file.txt|size=1"},

@@ -55,7 +55,7 @@ TEST(HtmlStructure, AddsWhatIsMissingAndNothingTwice) {
        "<html><head><!-- <html><head><body> --></head><body><header>x</header></body></html>"},
       {"<script>'<body>'</script>", "<html><head><script>'<body>'</script></head><body></body></html>"},
       {"<p title=it's><body>", "<html><head></head><p title=it's><body></html>"},
-      // What is never closed swallows the rest; the new elements must stand before it.
+      // What is never closed swallows the rest; the new elements must be before it.
       {"x<!-- y", "<html><head></head><body>x<!-- y</body></html>"},
       {"<title>t<p>x", "<html><head></head><body><title>t<p>x</body></html>"},
       {"<title>t</title x", "<html><head></head><body><title>t</title x</body></html>"},

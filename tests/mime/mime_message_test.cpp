@@ -229,7 +229,7 @@ TEST(MimeMessage, content_of_another_entity_begins_with_its_first_byte) {
   MimeMessage2 deep;
   deep.loadContent("Content-Type: multipart/mixed; boundary=b\n\n--b\n\nx\n--b--\n", kMaxDepth, /*origin=*/0,
                    parts, quiet);
-  EXPECT_EQ(deep.getNumParts(), 0) << "no deeper than the tree in which it stands may be";
+  EXPECT_EQ(deep.getNumParts(), 0) << "no deeper than the tree it is in may be";
   EXPECT_TRUE(deep.limits().has(Limit::depth));
 }
 

@@ -138,8 +138,8 @@ TEST(QuotedPrintable, vector_and_portable_paths_find_the_same_plain_lines) {
     for (const std::string_view end : {"", "\r", "\r\n", "\n", " \r\n", "=\r\n", "\x7F\r\n"}) {
       std::string text = "\r\nfirst\r\n" + std::string(length, 'x');
       text += end;
-      for (const std::string_view behind : {std::string_view(), std::string_view("y\r\n.\r\nz\r\n")}) {
-        const std::string all = text + std::string(behind) + std::string(behind.empty() ? 0 : 96, 'w');
+      for (const std::string_view after : {std::string_view(), std::string_view("y\r\n.\r\nz\r\n")}) {
+        const std::string all = text + std::string(after) + std::string(after.empty() ? 0 : 96, 'w');
         ASSERT_EQ(quotedPrintable::plainLinesAvx2(all), quotedPrintable::plainLinesPortable(all)) << all;
       }
     }

@@ -65,7 +65,7 @@ inline std::vector<std::string> split(std::string_view text, std::string_view se
   return parts;
 }
 
-/// So many of the pieces, one behind the other.
+/// So many of the pieces, one after the other.
 inline std::string randomText(std::mt19937& random, const std::vector<std::string>& pieces,
                               std::size_t count) {
   std::string text;

@@ -49,7 +49,7 @@ inline EmailPtr letter(const std::string& from, const std::string& to, std::stri
 }
 
 // MIME entities: header and body, no other fields, lines ended by CRLF. What is in them is signed
-// or encrypted as it stands.
+// or encrypted as it is.
 
 /// `type` is a subtype with its parameters.
 inline std::string multipart(const std::string& type, std::initializer_list<std::string> parts) {
@@ -60,7 +60,7 @@ inline std::string multipart(const std::string& type, std::initializer_list<std:
   return out + "--" + boundary + "--\r\n";
 }
 
-/// With the Content-Type line's text behind "application/".
+/// With the Content-Type line's text after "application/".
 inline std::string base64Entity(const std::string& type, std::string_view bytes) {
   StringBuffer text;
   ContentCoding::encodeBase64(bytes.data(), bytes.size(), text);
@@ -89,7 +89,7 @@ inline std::string seal(const std::string& content, const std::string& reader = 
   return pkcs7Mime(envelope(content, {{reader}, cipher, 256}), "enveloped-data");
 }
 
-/// The way a program loads it, layers taken off.
+/// The way a program loads it, layers unwrapped.
 inline EmailPtr receive(const std::string& message, SystemCerts& certs, LogBase* log = nullptr) {
   LogNull quiet;
   StringBuffer mime(message);

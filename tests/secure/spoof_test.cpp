@@ -56,10 +56,10 @@ class Spoof : public ::testing::Test {
 
 TEST_F(Spoof, a_part_beside_a_signed_one_is_named_as_not_covered) {
   const std::string valid = "detached-signature 1.1 valid";
-  std::string behind = sign(kText);
-  const std::size_t end = behind.rfind("--\r\n");
-  const std::size_t line = behind.rfind("\r\n--", end);
-  behind.insert(line, behind.substr(line, end - line) + "\r\n" + kForged);
+  std::string after = sign(kText);
+  const std::size_t end = after.rfind("--\r\n");
+  const std::size_t line = after.rfind("\r\n--", end);
+  after.insert(line, after.substr(line, end - line) + "\r\n" + kForged);
   const std::tuple<std::string, const char*, std::string> rows[] = {
       {sign(alternative(kText, kText)), "alternative(plain,plain)", "detached-signature 1 valid"},
       {alternative(sign(kText), kForged), "alternative(plain,plain)", valid + " but not 1.2"},
@@ -68,7 +68,7 @@ TEST_F(Spoof, a_part_beside_a_signed_one_is_named_as_not_covered) {
       {alternative(sign(kText), sign(alternative(kForged, kForged))),
        "alternative(plain,alternative(plain,plain))",
        valid + " but not 1.2.1 but not 1.2.2; detached-signature 1.2 valid but not 1.1"},
-      {behind, "mixed(plain,plain)", valid + " but not 1.2"},  // as a third part of the multipart
+      {after, "mixed(plain,plain)", valid + " but not 1.2"},  // as a third part of the multipart
   };
   for (const auto& [entity, tree, layers] : rows) {
     const EmailPtr mail = receive(kFrom + entity);
@@ -76,7 +76,7 @@ TEST_F(Spoof, a_part_beside_a_signed_one_is_named_as_not_covered) {
     EXPECT_EQ(layersOf(*mail), layers);
     EXPECT_THAT(write(*mail), testing::Not(testing::HasSubstr("micalg"))) << tree;
   }
-  EXPECT_EQ(receive(kFrom + behind)->getPart(0)->m_body.view(), "Pay Bob 10.\r\n");
+  EXPECT_EQ(receive(kFrom + after)->getPart(0)->m_body.view(), "Pay Bob 10.\r\n");
 }
 
 /// "1.2" is the second part of the message.
@@ -216,7 +216,7 @@ TEST_F(Spoof, a_signed_message_inside_another_does_not_speak_for_it) {
   int counter = 0;
   const EmailPtr inner(mail->getAttachedMessage(0, counter, m_people.certs, m_log));
   ASSERT_TRUE(inner);
-  EXPECT_EQ(printTree(inner), "plain") << "its layer is taken off";
+  EXPECT_EQ(printTree(inner), "plain") << "its layer is unwrapped";
   EXPECT_EQ(sumOf(*mail), "nothing");
   EXPECT_FALSE(mail->getReceivedSigned() || mail->getAllSignaturesValid() || mail->getSignedBy(0, m_log));
   EXPECT_EQ(layersOf(*mail), "");

@@ -134,7 +134,7 @@ TEST_F(Unwrapping, signatures_of_others_are_left_alone_but_what_they_hold_is_ope
   EXPECT_EQ(layersOf(*inside), "detached-signature 1.1 valid but not 1.2")
       << "over bytes that the first parse did not keep";
   EXPECT_EQ(printTree(inside), "signed(plain,application/pgp-signature)");
-  EXPECT_THAT(write(*inside), Not(HasSubstr("pkcs7"))) << "what is written is what stands in the tree";
+  EXPECT_THAT(write(*inside), Not(HasSubstr("pkcs7"))) << "what is written is what is in the tree";
   const std::string lost = pgp(lose(kText));
   const EmailPtr closed = receive(lost);
   EXPECT_EQ(layersOf(*closed), "enveloped 1.1 closed");
@@ -151,7 +151,7 @@ TEST_F(Unwrapping, lines_of_a_stored_message_count_as_those_that_travelled) {
       {"signed with CRLF, stored with LF", lf(kTop + sign(kText)), "valid"},
       {"signed and stored with LF", lf(kTop + sign(lf(kText))), "valid"},
       {"signed with LF, travelled with CRLF", kTop + signedAs(kText, signedOver(lf(kText))), "invalid"},
-      {"one CR is enough to take it as it stands",
+      {"one CR is enough to take it as it is",
        kTop + signedAs(lf(kText) + "\r\n", signedOver(kText + "\r\n")), "invalid"},
   };
   for (const auto& [what, message, verdict] : rows)

@@ -24,7 +24,7 @@ const auto& words() {
   return rows;
 }
 
-/// What stands between a node's word and its children.
+/// What is between a node's word and its children.
 struct NodeText {
   std::string word;
   std::string type;
