@@ -124,7 +124,7 @@ void addSign(CLI::App& app, Action& action) {
   addCertificateOptions(*verb, options->keys);
   addPrivateKeyOptions(*verb, options->keys);
   verb->add_flag("--opaque", options->opaque,
-                 "Put content and signature into one file, which no server changes");
+                 "Put content and signature into one file, which any server leaves unchanged");
   addText(*verb, "--digest", options->digest, "Digest: sha256 (default), sha384 or sha512")
       ->check(checkDigest);
   verb->add_flag("--pss", options->pss, "Use RSA-PSS instead of PKCS#1 v1.5");

@@ -76,7 +76,7 @@ Exit verify(const VerifyOptions& options) {
 void addVerify(CLI::App& app, Action& action) {
   auto options = std::make_shared<VerifyOptions>();
   CLI::App* verb = app.add_subcommand(
-      "verify", "Check the signatures of a message; status 1 unless a valid, trusted one covers all of it");
+      "verify", "Check the signatures of a message; status 1 unless all is signed and every check passes");
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   verb->add_flag("--json", options->json, "One JSON object on one line");
   addReadingKeyOptions(*verb, options->keys);

@@ -21,15 +21,16 @@ order='^mailtree/base/
 ^cli/merging/
 ^cli/'
 apart='^mailtree/mime/.* mailtree/crypto/|^mailtree/mime/html/.* mailtree/mime/(address|header)/'  # neither needs the other
-includes=$(grep -rEo --include='*.h' --include='*.cpp' '^#include "[^"]+"' mailtree cli | sed -E 's/:#include "(.*)"$/ \1/')
+includes=$(grep -rEo --include='*.h' --include='*.cpp' '^ *# *include *["<](mailtree|cli)/[^">]+' mailtree cli | sed -E 's/: *# *include *["<]/ /')
 bad=0
 awk -v order="$order" '
   BEGIN { rows = split(order, row, "\n") }
   function rank(file,  i) { for (i = 1; i <= rows; i++) if (file ~ row[i]) return i; return rows + 1 }
+  rank($1) > rows { print $1 " is in a folder without a rank"; bad = 1 }
   rank($2) > rank($1) { print $1 " includes " $2 " above it"; bad = 1 }
   END { if (NR < 50) { print "only " NR " includes seen: is this the right folder?"; bad = 1 } exit bad }' <<<"$includes" || bad=1
 grep -E "$apart" <<<"$includes" && { echo "folders that are to stay apart"; bad=1; }
-grep -rnE '<(openssl|unicode)/' --include='*.h' mailtree && { echo "a header shows a library that is to stay hidden"; bad=1; }
+grep -rnE '<(openssl/|unicode/|zlib\.h)' --include='*.h' mailtree && { echo "a header shows a library that is to stay hidden"; bad=1; }
 grep -rlE '<unicode/' --include='*.cpp' mailtree | grep -v '^mailtree/mime/charset/' && { echo "ICU outside mime/charset/"; bad=1; }
 grep -rlE '<openssl/' --include='*.cpp' mailtree | grep -v '^mailtree/crypto/' && { echo "OpenSSL outside crypto/"; bad=1; }
 exit $bad

@@ -159,7 +159,7 @@ bool askUntilDone(int terminal, std::string_view purpose, Secret& secret) {
 std::string checkDescriptor(const std::string& text) {
   constexpr std::size_t kMaxDigits = 9;
   const bool isNumber = !text.empty() && text.size() <= kMaxDigits && std::ranges::all_of(text, isDigitAscii);
-  return isNumber ? std::string() : "'" + text + "': must be the number of an open file descriptor";
+  return isNumber ? std::string() : "'" + text + "': must be an open file descriptor";
 }
 
 }  // namespace

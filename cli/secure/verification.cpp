@@ -64,7 +64,7 @@ std::string withProblem(std::string text, const std::string& problem) {
 
 /// Why a signature is cryptographically invalid, or was not checked.
 std::string cryptographicFaultOf(const SignerVerdict& signer) {
-  if (signer.digestMatched == Answer::no) return "the content was changed after signing";
+  if (signer.digestMatched == Answer::no) return "the content is not what was signed";
   return signer.isInvalid() ? signer.problem : "the signature was not checked: " + signer.problem;
 }
 

@@ -105,7 +105,7 @@ void addSignerChecks(const SignerVerdict& signer, const Verification& verificati
   checks.push_back({markOf(signer.digestMatched), "digest",
                     signer.digest + ", " +
                         textOf(signer.digestMatched, "the content is what was signed",
-                               "the content was changed after signing", signer, signer.problem)});
+                               "the content is not what was signed", signer, signer.problem)});
   const std::string key = certificate ? signer.algorithm + ", " + certificate->keyAlgorithm() + " " +
                                             std::to_string(certificate->keyBits()) + " bits, "
                                       : "";
@@ -167,7 +167,7 @@ LayerSummary summaryOfSigned(const SecureLayer& layer, const Verification& verif
     summary.text += ", but " + std::to_string(others) + " other " +
                     (others == 1 ? "signer is" : "signers are") + " not accepted";
   if (const InnerField* const field = verification.contradiction())
-    summary.text += ", but the signed " + field->name + " differs";
+    summary.text += ", but not for this " + field->name;
   if (!coversAll(layer)) summary.text += ", covers " + coverageOf(layer);
   if (verification.unopened()) summary.text += ", not fully opened";
   summary.text += weaknessesOf(layer);

@@ -81,8 +81,9 @@ int AttachOptions::countOfStandardInput() const {
 }
 
 void addAttachOptions(CLI::App& verb, AttachOptions& options) {
-  addRepeated(verb, "--attach", options.files,
-              "File to attach, or FILE:TYPE to give its media type, such as list:text/csv");
+  addRepeated(
+      verb, "--attach", options.files,
+      "File to attach; FILE:TYPE (list:text/csv), unless that is a file's name, gives its media type");
   addRepeated(verb, "--attach-message", options.messages, "Message file to attach as message/rfc822");
 }
 

@@ -70,7 +70,7 @@ Exit checkDistinct(const std::vector<InlineFile>& files) {
       const bool idMissing = file.contentId.empty() || other->contentId.empty();
       if (sameId) return usageError("--inline", "'" + file.contentId + "' is a duplicate Content-ID");
       if (file.name == other->name && file.byLocation == other->byLocation && idMissing)
-        return usageError("--inline", "duplicate file name '" + file.name + "'; give both a Content-ID");
+        return usageError("--inline", "two files are named '" + file.name + "'; give both a Content-ID");
     }
   return Exit::fine;
 }

@@ -71,9 +71,9 @@ struct SecureLayer {
   static constexpr std::string_view kWholeMessage = "1";
 
   LayerKind kind = LayerKind::unknown;
-  std::string part;  ///< Part of the tree that it covers: "1" is the message itself, "1.2" its second part.
-                     /// < "1.2/1.1" is the first part of the content of part 1.2, < which
-                     /// is not opened in the tree.
+  /// Part of the tree that it covers: "1" is the message itself, "1.2" its second part, "1.2/1.1" the first
+  /// part of the content of part 1.2, which is not opened in the tree.
+  std::string part;
   std::vector<LayerPlace> places;  ///< Innermost first; `part` is the first one that the tree has.
   bool opened = false;             ///< Its content was extracted and is in the tree.
   std::vector<SignerVerdict> signers;

@@ -18,6 +18,7 @@
 #include <gtest/gtest.h>
 
 #include <ctime>
+#include <map>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -61,19 +62,30 @@ std::string visible(const std::string& line) {
   return shown;
 }
 
-/// With fixed words for what nobody can foresee.
-std::string masked(std::string text) {
-  const std::time_t now = std::time(nullptr);
-  char today[64];
-  std::strftime(today, sizeof today, "%a, %d %b %Y ..:..:.. .0000|%Y-%m-%dT..:..:..Z", std::gmtime(&now));
-  const std::pair<std::regex, const char*> varying[] = {
-      {std::regex(today), "NOW"},
-      {std::regex("(<|CID-)[0-9A-F]{40}@[A-Za-z0-9.-]+"), "$1UNIQUE"},
-      {std::regex("----=_[0-9A-F]{40}"), "BOUNDARY"},
-  };
-  for (const auto& [pattern, word] : varying) text = std::regex_replace(text, pattern, word);
-  return text;
-}
+/// Puts fixed words for what differs from run to run: the time, within a day, and identifiers, which are
+/// numbered as they come so that what refers to one still has to name it.
+class Mask {
+ public:
+  std::string masked(std::string text) {
+    for (const std::time_t day : {m_begin, m_begin + 24 * 60 * 60}) {
+      char date[64];
+      std::strftime(date, sizeof date, "%a, %d %b %Y ..:..:.. .0000|%Y-%m-%dT..:..:..Z", std::gmtime(&day));
+      text = std::regex_replace(text, std::regex(date), "NOW");
+    }
+    static const std::regex identifier("(----=_)?([0-9A-F]{40})(@[A-Za-z0-9.-]+)?");
+    std::string out;
+    std::smatch found;
+    for (; std::regex_search(text, found, identifier); text = found.suffix()) {
+      const auto number = m_numbers.emplace(found[2], m_numbers.size() + 1).first->second;
+      out += found.prefix().str() + (found[1].matched ? "BOUNDARY" : "UNIQUE") + std::to_string(number);
+    }
+    return out + text;
+  }
+
+ private:
+  const std::time_t m_begin = std::time(nullptr);
+  std::map<std::string, std::size_t> m_numbers;
+};
 
 /// What was said, each line after a mark.
 std::string marked(const std::string& text, const std::string& mark) {
@@ -98,10 +110,11 @@ std::string replayed(const std::string& transcript) {
   const std::string begin = "cd '" + here + "'; unset NO_COLOR MAILTREE_PASSWORD; export LC_ALL=C PATH='" +
                             bin + "':\"$PATH\"; exec < /dev/null; ";
   std::string now, command;
+  Mask mask;
   const auto answer = [&] {
     if (command.empty()) return;
     const Result result = shell(begin + command);
-    now += marked(masked(result.out), "|") + marked(masked(result.err), "!");
+    now += marked(mask.masked(result.out), "|") + marked(mask.masked(result.err), "!");
     if (result.status != 0) now += "? " + std::to_string(result.status) + '\n';
     command.clear();
   };
@@ -120,6 +133,7 @@ class Transcript : public testing::TestWithParam<std::string> {};
 
 TEST_P(Transcript, is_what_happens) {
   const std::string file = folder() + GetParam() + ".txt", before = readFile(file), now = replayed(before);
+  ASSERT_NE(now.find("\n$ "), std::string::npos) << "no command in it";
   const Workspace work;
   if (std::getenv("MAILTREE_UPDATE_TRANSCRIPTS"))
     std::ofstream(file, std::ios::binary) << now;

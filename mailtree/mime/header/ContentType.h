@@ -31,9 +31,9 @@ class _svContentType {
   bool m_formatFlowed = false;  ///< format=flowed (RFC 3676).
   /// Process-wide: no new text/plain body is declared format=flowed.
   static inline std::atomic<bool> m_noFormatFlowed = false;
-  _svParamSet
-      m_otherParams;  ///< Parameters without a member of their own, in order: method, report-type, delsp, ...
-                      /// < Charset names: an unknown one of a text type, any one of another type.
+  /// Parameters without a member of their own, in order: method, report-type, delsp, ... Charset names: an
+  /// unknown one of a text type, any one of another type.
+  _svParamSet m_otherParams;
 
   /// Reads a Content-Type value. A value without a slash or with broken syntax counts as text/plain; its
   /// parameters are still read.
