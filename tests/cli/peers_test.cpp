@@ -138,7 +138,7 @@ TEST_F(Openssl, signs_without_a_certificate_and_by_a_weak_digest_which_is_said) 
 
   const std::string known = file + " --cert" + identity("alice.pem");
   EXPECT_THAT(mailtree("verify " + known).out,
-              HasSubstr("alice@example.com, but by something weak: digest sha1\n"));
+              HasSubstr("alice@example.com, but with something weak: digest sha1\n"));
   EXPECT_THAT(mailtree("show " + known).out, HasSubstr("signature valid, weak: digest sha1"));
 }
 
@@ -147,7 +147,7 @@ TEST_F(Openssl, signs_for_two_of_whom_the_good_one_is_named_and_the_other_counte
   for (const std::string name : {"impostor", "bob"})
     both += " -signer" + identity(name + ".pem") + " -inkey" + identity(name + ".key");
   const std::tuple<const char*, const char*, const char*> rows[] = {
-      {"bob", "signature valid, but 1 other signer is not good; signer bob@example.com\n", "\nvalid: "},
+      {"bob", "signature valid, but 1 other signer is not accepted; signer bob@example.com\n", "\nvalid: "},
       {"alice", "signature valid, signer not trusted; signer alice@example.com\n", "\nNOT valid: "}};
   for (const auto& [from, line, verdict] : rows) {
     const std::string file = make(kContent, both + " -from " + from + "@example.com") + m_trust;

@@ -83,11 +83,11 @@ void expectRefused(const std::pair<As, const char*> (&rows)[size],
 
 TEST(Pkcs7Sign, what_cannot_be_signed_is_refused_with_a_reason) {
   const std::pair<SignAs, const char*> rows[] = {
-      {{{"alice", "ed25519"}}, "key of this kind"},
-      {{{"-alice"}}, "without its private key"},
+      {{{"alice", "ed25519"}}, "key of this type"},
+      {{{"-alice"}}, "has no private key"},
       {{{}}, "No certificate"},
       {{{"alice"}, false, HashId::unknown}, "Unknown digest"},
-      {{{"carol"}, false, HashId::md5}, "Cannot make"},  // no such pair has a name
+      {{{"carol"}, false, HashId::md5}, "Cannot create"},  // no such pair has a name
   };
   expectRefused(rows, trySign);
 }
@@ -149,13 +149,13 @@ TEST(Pkcs7Envelope, a_text_gets_the_line_ends_of_the_wire) {
 TEST(Pkcs7Envelope, what_cannot_be_encrypted_is_refused_with_a_reason) {
   const std::pair<EncryptAs, const char*> rows[] = {
       {{{}}, "No recipients"},
-      {{{"alice", "ed25519"}}, "key of this kind"},
+      {{{"alice", "ed25519"}}, "key of this type"},
       {{{"alice"}, 7}, "Unknown cipher"},
       {{{"alice"}, kCbc, 129}, "Unknown cipher or key length"},
       {{{"alice"}, kCbc, 0, 2}, "Unknown key transport"},
       {{{"alice"}, kCbc, 0, kOaep, 77}, "Unknown digest"},
-      {{{"alice"}, kCbc, 0, 0, 0, false, true, 1}, "another size"},
-      {{{"alice"}, kGcm, 0, 0, 0, false, true, -1}, "another size"},
+      {{{"alice"}, kCbc, 0, 0, 0, false, true, 1}, "announced size"},
+      {{{"alice"}, kGcm, 0, 0, 0, false, true, -1}, "announced size"},
       {{{"alice"}, kCbc, 0, 0, 0, false, false, 1}, "Cannot read"},
       {{{"alice"}, kCbc, 0, 0, 0, false, true, -1000}, "size"},
   };

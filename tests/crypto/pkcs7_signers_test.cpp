@@ -116,7 +116,7 @@ TEST(Pkcs7Signers, only_so_much_work_is_done_for_big_keys) {
   ASSERT_EQ(verdicts.size(), 32U);
   EXPECT_EQ(std::ranges::count_if(verdicts, &SignerVerdict::isValid), 16);
   for (const SignerVerdict& verdict : verdicts)
-    EXPECT_EQ(verdict.isValid(), !contains(verdict.problem, "too many signatures by big keys"))
+    EXPECT_EQ(verdict.isValid(), !contains(verdict.problem, "too many signatures with large keys"))
         << verdict.problem;
 }
 
