@@ -72,12 +72,13 @@ class Mask {
       std::strftime(date, sizeof date, "%a, %d %b %Y ..:..:.. .0000|%Y-%m-%dT..:..:..Z", std::gmtime(&day));
       text = std::regex_replace(text, std::regex(date), "NOW");
     }
-    static const std::regex identifier("(----=_)?([0-9A-F]{40})(@[A-Za-z0-9.-]+)?");
+    static const std::regex identifier("(----=_|<|CID-)([0-9A-F]{40})(@[A-Za-z0-9.-]+)?");
     std::string out;
     std::smatch found;
     for (; std::regex_search(text, found, identifier); text = found.suffix()) {
       const auto number = m_numbers.emplace(found[2], m_numbers.size() + 1).first->second;
-      out += found.prefix().str() + (found[1].matched ? "BOUNDARY" : "UNIQUE") + std::to_string(number);
+      const std::string begin = found[1] == "----=_" ? "BOUNDARY" : found[1].str() + "UNIQUE";
+      out += found.prefix().str() + begin + std::to_string(number);
     }
     return out + text;
   }
