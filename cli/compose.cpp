@@ -117,7 +117,7 @@ Exit read(const ComposeOptions& options, Draft& draft) {
   return readAttachedFiles(options.attached, draft.files);
 }
 
-/// Adds the texts first, because they determine the charset in which the fields are encoded.
+/// Adds the text bodies first, because they determine the charset in which the fields are encoded.
 bool build(const ComposeOptions& options, Draft& draft, Email2& email, LogBase& log) {
   if (options.charset) preferCharset(email, *options.charset, draft.bodies);
   if (!putBodies(email, draft.bodies, log) || !putInlineFiles(email, draft.shown, log)) return false;

@@ -49,7 +49,7 @@ void writeField(const MimeHeader& header, int index, const HeadersOptions& optio
     writeLine(std::cout, standardOutputColumns(), "", "    ", head + header.decodedValue(index));
 }
 
-/// Reads the fields from the parse tree, which has them as received, before loading normalises the message.
+/// Reads the fields from the parse tree, which has them as received, before loading normalizes the message.
 Exit headers(const HeadersOptions& options) {
   DataBuffer bytes;
   if (!readFile(options.file, bytes)) return Exit::unreadable;

@@ -1,4 +1,4 @@
-// cli/related.cpp - mailtree related: lists the items that the HTML shows, as a table or as JSON.
+// cli/related.cpp - mailtree related: lists the parts of the multipart/related other than the HTML.
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>

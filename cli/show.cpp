@@ -48,7 +48,7 @@ Exit showOne(const std::string& file, const ShowOptions& options, Keys& keys, co
   return reportLimits(file, verification->message.limits());
 }
 
-/// Replaces folders by their files.
+/// Replaces folders with their files.
 Exit openFolders(ShowOptions& options) {
   Exit result = Exit::fine;
   std::vector<std::string> files;

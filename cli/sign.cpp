@@ -70,7 +70,7 @@ Certificate* signerFor(const std::string& file, const std::string& from, Keys& k
   return found;
 }
 
-/// Warns of faults that a reader will find in the signature.
+/// Warns of faults that recipients will find in the signature.
 void warnOf(const std::string& file, const std::string& from, bool isPss, const Certificate& signer) {
   if (!signer.isForAddress(from))
     reportError(file,

@@ -21,7 +21,7 @@ struct TidyOptions {
 };
 
 /// Cleans the displayed HTML in place. The library would search for the place of a new HTML body, and add a
-/// second one when the existing one is no alternative of the text.
+/// second one when the existing one is not an alternative of the text.
 void cleanPage(Email2& email, LogBase& log) {
   Email2* const page = email.getHtmlAlternative();
   if (!page || page->getNumParts() > 0 || !isConvertibleText(page->traits())) return;

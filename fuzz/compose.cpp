@@ -100,7 +100,7 @@ class Composer {
   void setBody() { putBody(/*isText=*/true, /*asAlternative=*/false); }
   void addAlternative() { putBody(/*isText=*/true, /*asAlternative=*/true); }
   void addBytes() {
-    m_isComposed = false;  // bodies that are no text have no fixed position
+    m_isComposed = false;  // bodies that are not text have no fixed position
     putBody(/*isText=*/false, m_tape.byte() % 2 == 0);
   }
 

@@ -39,7 +39,7 @@ bool isIn(std::string_view text, std::string_view wanted) {
   return findSubstring(text, wanted) != std::string_view::npos;
 }
 
-/// Iterates over the names of the terms in a text. A term ends on the line where it begins. Positions found
+/// Iterates over the names of the terms in text. A term ends on the line where it begins. Positions found
 /// ahead are kept, so a line with thousands of terms is searched once.
 class TermReader {
  public:
@@ -74,7 +74,7 @@ std::size_t lineAt(std::string_view text, std::size_t at) {
          1;
 }
 
-/// Describes the first term whose name is no column; with its line when `isBody`.
+/// Describes the first term whose name is not a column; with its line when `isBody`.
 std::optional<std::string> firstUnknownTerm(std::string_view text, const TermForm& form,
                                             const CsvTable& table, const std::string& place, bool isBody) {
   TermReader terms(text, form);
@@ -90,7 +90,7 @@ std::string typeOf(const Email2& node) {
   return node.m_contentType.m_type.isEmpty() ? "text/plain" : std::string(node.m_contentType.m_type.view());
 }
 
-/// Describes the first term that a mail program broke over two lines, so that it is no longer recognised.
+/// Describes the first term that a mail program broke over two lines. Such a term is not replaced.
 std::optional<std::string> firstBrokenTerm(std::string_view text, const TermForm& form, const CsvTable& table,
                                            const std::string& place) {
   std::size_t at = 0;
@@ -237,8 +237,8 @@ bool MergeTemplate::replaceTerm(const std::string& term, std::size_t column, boo
   return true;
 }
 
-/// Removes fields from the transport of the template. A duplicate Message-ID or Date would be
-/// in every message.
+/// Removes trace fields. A duplicated Message-ID or Date loses all copies: each message replaces only the
+/// first one by its own, and would keep the others.
 void MergeTemplate::removeTransportFields() {
   Email2& root = *m_message.root;
   for (const char* const name : {"Received", "Return-Path"}) root.removeHeaderField(name);
@@ -246,7 +246,7 @@ void MergeTemplate::removeTransportFields() {
     if (root.m_header.findField(name, root.m_header.findField(name) + 1) >= 0) root.removeHeaderField(name);
 }
 
-/// The field keeps its place. Its only address is a token, replaced by the address of each row.
+/// The To field keeps its place. Its only address is a token, replaced by the address of each row.
 void MergeTemplate::setRecipient(std::size_t column) {
   LogNull log;
   m_tokens.push_back(newToken(column, /*inHtml=*/false));

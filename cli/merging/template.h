@@ -39,7 +39,7 @@ class MergeTemplate {
   std::optional<std::string> unknownTerm(const CsvTable& table) const;
   /// Whether an attached message, which is not changed, contains terms.
   bool hasTermsInAttachedMessages(const CsvTable& table) const;
-  /// Replaces terms by tokens. `toColumn`: the column of the recipients, one per message. `rawHtml`: values
+  /// Replaces terms with tokens. `toColumn`: the column of the recipients, one per message. `rawHtml`: values
   /// go into HTML without escaping. False when memory ran out.
   bool prepare(const CsvTable& table, std::optional<std::size_t> toColumn, bool rawHtml);
 

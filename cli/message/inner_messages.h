@@ -33,7 +33,7 @@ class InnerMessages {
   explicit InnerMessages(Email2& outer, std::string wanted = {});
   /// The next message, borrowed until the next call, which may be moved from; null at the end.
   InnerMessage* next();
-  /// Limits reached in the messages parsed so far.
+  /// Limits exceeded in the messages parsed so far.
   LimitSet limits() const noexcept { return m_limits; }
 
  private:

@@ -14,7 +14,7 @@ struct Message {
   RefPtr<_svEmailCommon> common;
   EmailPtr root;
 
-  /// Limits reached while loading.
+  /// Limits exceeded while loading.
   LimitSet limits() const { return common->m_limits; }
 };
 
@@ -33,7 +33,7 @@ std::optional<Message> loadMessageToWrite(const std::string& path);
 /// The same from bytes in memory, which are not changed.
 std::optional<Message> loadMessageToWrite(const std::string& path, DataBuffer& bytes);
 
-/// Reports every limit that was reached and returns the matching exit code.
+/// Reports every limit that was exceeded and returns the matching exit code.
 Exit reportLimits(const std::string& path, LimitSet limits);
 
 }  // namespace mailtree::cli

@@ -110,8 +110,8 @@ void markReportText(Email2& root, Outline& outline) {
   outline.plainText = static_cast<int>(row - outline.rows.begin());
 }
 
-/// An attachment to a signed message or a report makes it part of a multipart/mixed, where alternatives are
-/// not searched. A reader still sees its text.
+/// Attaching a file to a signed message or a report wraps it in multipart/mixed, where the library finds no
+/// bodies. Mail clients still show its text.
 void markEnclosedBodies(Email2& root, const RowOfNode& rowOf, Outline& outline) {
   if (!root.isMultipartMixed()) return;
   for (int i = 0; i < root.getNumParts() && outline.plainText < 0 && outline.html < 0; ++i) {

@@ -49,7 +49,7 @@ std::optional<Message> loadToSecure(const std::string& path) {
   walkUnsigned(*message->root, removeInternalFields);
   message->root->removeHeaderField("Bcc");
   message->root->removeHeaderField("Resent-Bcc");
-  // Some readers ignore the layer that is added later unless this field is present.
+  // Some mail clients ignore the layer that is added later unless this field is present.
   LogNull log;
   if (!message->root->hasHeaderField("MIME-Version", log))
     message->root->setHeaderField("MIME-Version", "1.0", log);

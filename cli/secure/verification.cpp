@@ -40,8 +40,8 @@ void findLayersBelowMixed(std::string_view bytes, SystemCerts& certs, Verificati
   verification.message.common->m_limits.add(root.limits());
 }
 
-/// A reader may see only one of two From fields or addresses, so neither is taken to be the signer's, even
-/// when one is empty.
+/// A mail client may show only one of two From fields or addresses, so neither is taken to be the signer's,
+/// even when one is empty.
 void readFrom(Verification& verification) {
   const MimeHeader& header = verification.message.root->m_header;
   ExtPtrArray addresses;

@@ -25,7 +25,7 @@ CLI::Option* addText(CLI::App& verb, const std::string& name, std::optional<std:
                      const std::string& description);
 CLI::Option* addTexts(CLI::App& verb, const std::string& name, std::vector<std::string>& target,
                       const std::string& description);
-/// Adds a repeatable option that takes one text each time.
+/// Adds a repeatable option that takes one string each time.
 CLI::Option* addRepeated(CLI::App& verb, const std::string& name, std::vector<std::string>& target,
                          const std::string& description);
 

@@ -8,7 +8,7 @@ enum class Exit : int {
   negative = 1,    ///< The answer is no: the requested field, body or part does not exist.
   usage = 2,       ///< The command line is wrong.
   unreadable = 3,  ///< A file could not be read or written.
-  limit = 4,       ///< A limit was reached; the result is still written.
+  limit = 4,       ///< A limit was exceeded; the result is still written.
 };
 
 /// The worse of two results: a failed file outweighs a limit, a limit outweighs a no.

@@ -18,7 +18,7 @@ class Table {
  public:
   /// The first row holds the titles.
   explicit Table(std::vector<Column> columns);
-  /// Adds a row of one text per column, already printable and without gaps that look like column breaks.
+  /// Adds a row of one string per column, already printable and without gaps that look like column breaks.
   void add(std::vector<std::string> cells);
   /// Writes to standard output. On a terminal long lines are cut: a wrapped one could pass for another row.
   void write(std::ostream& out) const;

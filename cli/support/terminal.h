@@ -10,7 +10,7 @@ namespace mailtree::cli {
 
 /// Returns the text as one harmless line: control characters, line breaks, other unsafe characters
 /// and malformed bytes become U+FFFD, a tab becomes a space. The author of a message cannot control
-/// the reader's terminal.
+/// the user's terminal.
 std::string printable(std::string_view text);
 
 /// The same for a text of several lines. Each line ends in LF; tabs are kept.
@@ -60,20 +60,20 @@ void writeLine(std::ostream& out, std::size_t columns, std::string_view head, st
 /// The same on standard output, with an indent as wide as the head.
 void writeLine(std::string_view head, std::string_view text);
 
-/// Whether to draw colours and line-drawing characters, or plain ASCII.
+/// Whether to use colors and line-drawing characters, or plain ASCII.
 struct Style {
   bool colour = false;
   bool lines = false;
   std::size_t columns = 0;  ///< Of the terminal; 0 without one.
 
-  /// Wraps text in the codes of an ink; returns it unchanged without colour.
+  /// Wraps text in the codes of an ink; returns it unchanged without color.
   std::string paint(Ink ink, std::string_view text) const;
 };
 
 enum class ColourChoice { automatic, always, never };
 
-/// Style for standard output: line-drawing characters only on a terminal; colour too, unless NO_COLOR is set.
-/// `choice` overrides colour.
+/// Style for standard output: line-drawing characters only on a terminal; color too, unless NO_COLOR is set.
+/// `choice` overrides color.
 Style styleOfStandardOutput(ColourChoice choice);
 
 bool standardOutputIsTerminal();

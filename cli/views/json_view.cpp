@@ -84,7 +84,7 @@ std::string treeOf(const Outline& outline) {
   return out;
 }
 
-/// Joins two serialised objects and puts an already serialised member between them.
+/// Joins two serialized objects and puts an already serialized member between them.
 std::string joined(std::string head, const char* key, std::string_view value, std::string_view tail) {
   head.back() = ',';
   return std::move(

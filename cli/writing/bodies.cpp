@@ -45,7 +45,7 @@ bool isAllowedIn(const ByteOrderMark& mark, TextCharset charset) {
 }
 
 /// Removes a byte order mark allowed in the charset and returns its code page; 0 without one. In any other
-/// charset the same bytes are letters.
+/// charset the same bytes are ordinary characters.
 int removeByteOrderMark(TextCharset charset, std::string_view& bytes) {
   for (const ByteOrderMark& mark : kMarks) {
     if (!bytes.starts_with(mark.bytes) || !isAllowedIn(mark, charset)) continue;
@@ -116,14 +116,14 @@ bool hasEnclosure(const Email2& email, EnclosureKind kind) {
   return email.findMultipartEnclosure(static_cast<int>(kind), 0) != nullptr;
 }
 
-/// Replaces the text that a reader sees, wherever it is. The library only searches at the top level, and
-/// would add a second text beside a signed one or replace an attached page.
+/// Replaces the displayed body, wherever it is. The library only searches at the top level, and would add a
+/// second body beside a signed one or replace an attached HTML file.
 bool replaceText(Email2& email, Email2& part, NewText& text, LogBase& log) {
   return Email2::replaceEmailBody(&part, text.data, /*isText=*/true, email.emailCodePage(), text.type, log);
 }
 
-/// Finds the enclosure for a text beside the one of the other kind: the existing one, or a new one around
-/// that text and its images. Otherwise one of them would become an attachment.
+/// Returns the container for a body beside the body of the other type: the existing one, or a new one around
+/// that body and its images. Otherwise one of them would become an attachment.
 Email2* placeBeside(Email2& email, Email2& other, bool isHtml, LogBase& log) {
   if (hasEnclosure(email, EnclosureKind::alternative)) return &email;
   Email2* const related = email.findMultipartEnclosure(static_cast<int>(EnclosureKind::related), 0);
@@ -134,16 +134,16 @@ Email2* placeBeside(Email2& email, Email2& other, bool isHtml, LogBase& log) {
   return enclose(email, "multipart/alternative", log) ? &email : nullptr;
 }
 
-/// The text that the new one goes beside: of the other kind, or the only text of the message, such as a
-/// calendar. Never `file`, which only looks like a text.
+/// The body that the new one goes beside: of the other type, or the only text of the message, such as a
+/// calendar. Never `file`, which is an attached text file.
 Email2* siblingText(Email2& email, const NewText& text, const Email2* file) {
   if (email.getNumParts() == 0) return email.isMultipart() ? nullptr : &email;
   Email2* const other = email.getAlternativeByContentType(text.otherType());
   return other == file ? nullptr : other;
 }
 
-/// Whether a text without a sibling has no enclosure and must become the first part. The library would
-/// replace an attached text of the same type.
+/// Whether the new body must be inserted as first part of the multipart/mixed. The library would replace an
+/// attached text file of the same type.
 bool belongsFirst(const Email2& email, const NewText& text) {
   if (!email.isMultipartMixed() || email.getNumParts() == 0) return false;
   if (hasEnclosure(email, EnclosureKind::alternative)) return false;
@@ -158,8 +158,8 @@ bool insertFirst(Email2& email, NewText& text, LogBase& log) {
   return part != nullptr;
 }
 
-/// Adds a text beside the existing one. The library would replace a single part of the other kind, but the
-/// user wants both.
+/// Adds a text body beside the existing one. The library would replace a single part of the other type, but
+/// the user wants both.
 bool addBody(Email2& email, NewText& text, const Email2* file, LogBase& log) {
   Email2* const other = siblingText(email, text, file);
   if (other && !other->m_body.isEmpty()) {
@@ -167,13 +167,13 @@ bool addBody(Email2& email, NewText& text, const Email2* file, LogBase& log) {
     return place && place->addAlternativeBody(text.data, /*isText=*/true, text.type, nullptr, log);
   }
   if (!other && belongsFirst(email, text)) return insertFirst(email, text, log);
-  // An HTML part that is no alternative is an attachment, and setBody would replace it.
+  // An HTML part that is not an alternative is an attachment, and setBody would replace it.
   if (text.isHtml() && email.getNumParts() > 0 && email.findHtmlPart())
     return email.addAlternativeBody(text.data, /*isText=*/true, text.type, nullptr, log);
   return email.setBody(text.data, /*isText=*/true, text.type, nullptr, log);
 }
 
-/// @param file  the former content of the whole message, when that was a file; else null.
+/// @param file  the root's old content, moved into a part, if it was a file; else null.
 bool putText(Email2& email, const char* type, const std::string& body, const Email2* file, LogBase& log) {
   NewText text;
   if (!text.type.setString(type) || !text.data.append(std::string_view(body))) return false;
@@ -190,13 +190,13 @@ void declareCharset(Email2& email, LogBase& log) {
   if (page && isConvertibleText(page->traits())) email.prepHtmlBody(page->m_body, log);
 }
 
-/// The part that a reader displays as the text of this type.
+/// The part that is displayed as the body of this type.
 Email2* textReadAs(Email2& email, const char* type) {
   const bool isReportText = email.isMultipartReport() && equalsNoCase(type, kPlain);
   return isReportText ? email.getPart(0) : email.getAlternativeByContentType(type);
 }
 
-/// Whether a text reads back unchanged. A text that counts as a file has its own charset and is not compared.
+/// Whether a body reads back unchanged. An attached text file has its own charset and is not compared.
 bool isReadBack(Email2& email, const char* type, const std::string& wanted, LogBase& log) {
   Email2* const part = textReadAs(email, type);
   if (!part) return false;
@@ -245,14 +245,14 @@ void preferCharset(Email2& email, const std::string& name, const Bodies& bodies)
   email.m_common->m_preferredCharset.setFromUtf8(name.c_str());
   const std::string all = bodies.plain.value_or("") + bodies.html.value_or("");
   if (isAscii(all)) return;
-  // Both texts share one charset. The library would choose it by the first text, and the second may not fit.
+  // Both bodies share one charset. The library would choose it by the first one, and the second may not fit.
   const int codePage = codePageOfCharset(name);
   std::string unused;
   email.use_codepage(encodeFromUtf8(codePage, all, unused) ? codePage : kCpUtf8);
 }
 
 bool putBodies(Email2& email, const Bodies& bodies, LogBase& log) {
-  // Readers of flowed text join lines that end in a blank and remove leading blanks (RFC 3676), but the
+  // Mail clients join lines of flowed text that end in a blank and remove leading blanks (RFC 3676), but the
   // user's lines must not change.
   _svContentType::m_noFormatFlowed = true;
   if (!bodies.plain && !bodies.html) return true;

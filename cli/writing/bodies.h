@@ -40,10 +40,10 @@ Exit readBodies(const BodyOptions& options, Bodies& bodies);
 
 /// Sets the preferred charset of a new message; texts that do not fit in it are written in utf-8.
 void preferCharset(Email2& email, const std::string& name, const Bodies& bodies);
-/// Puts the texts where they belong. Replaces existing texts of the same kind, keeps everything else.
+/// Puts the bodies where they belong. Replaces existing bodies of the same type, keeps everything else.
 bool putBodies(Email2& email, const Bodies& bodies, LogBase& log);
-/// Whether a reader of the message finds the texts. Some enclosures, such as a digest, have no place
-/// for a text.
+/// Whether the bodies are found when the message is read. Some enclosures, such as a digest, have
+/// no place for a body.
 bool bodiesReadBack(Email2& email, const Bodies& bodies, LogBase& log);
 
 }  // namespace mailtree::cli

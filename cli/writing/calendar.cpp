@@ -70,7 +70,7 @@ Email2* siblingText(Email2& email) {
   return related && holds(*related, *text) ? related : text;
 }
 
-/// The enclosure for the calendar: the existing alternatives, or new ones around the text; without a text,
+/// The enclosure for the calendar: the existing alternatives, or new ones around the text body; without one,
 /// the message itself.
 Email2* placeFor(Email2& email, LogBase& log) {
   Email2* const alternatives = find(email, EnclosureKind::alternative);

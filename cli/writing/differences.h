@@ -14,7 +14,8 @@ namespace mailtree::cli {
 /// bytes are equal.
 std::vector<std::string> differencesInBytes(std::string_view received, std::string_view written);
 
-/// Lists in the same form what differs to a reader: decoded fields, types, names, texts and files.
+/// Lists in the same form what a mail client shows differently: decoded fields, types,
+/// names, texts and files.
 std::vector<std::string> differencesToReader(Email2& received, Email2& written);
 
 }  // namespace mailtree::cli

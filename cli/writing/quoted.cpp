@@ -10,14 +10,14 @@
 namespace mailtree::cli {
 namespace {
 
-/// Converts a text to HTML with its line breaks.
+/// Escapes text as an HTML paragraph; line breaks become <br>.
 std::string asHtml(std::string_view text) {
   StringBuffer lines(htmlText(trimRight(text)));
   lines.replaceAllOccurances("\r\n", "<br>\r\n");
   return "<p>" + lines.extractString() + "</p>\r\n";
 }
 
-/// Checks the head, not the type: HTML labelled as plain text is quoted as HTML.
+/// Checks the reply header, not the type: HTML labelled as plain text is quoted as HTML.
 bool isQuotedAsHtml(std::string_view body) { return body.starts_with(kHtmlReplyHead); }
 
 bool isQuoted(std::string_view body) { return isQuotedAsHtml(body) || body.starts_with(kPlainReplyHead); }
@@ -46,7 +46,7 @@ bool QuotedTexts::isChanged(const Email2& node) const {
 }
 
 bool QuotedTexts::prependText(const std::string& text, LogBase& log) const {
-  // Readers of flowed text would join its lines (RFC 3676).
+  // Mail clients would join the lines of flowed text (RFC 3676).
   _svContentType::m_noFormatFlowed = true;
   bool found = false;
   for (const PartRow& row : outlineOf(m_email).rows) {

@@ -10,12 +10,12 @@
 namespace mailtree::cli {
 
 /// Remembers the bodies of a message before it becomes a reply. Bodies that have changed and begin with a
-/// quote head afterwards are the quoted ones.
+/// reply header afterwards are the quoted ones.
 class QuotedTexts {
  public:
   explicit QuotedTexts(Email2& email);
 
-  /// Puts a text before each quoted body, escaped for HTML. Chooses charset and encoding again.
+  /// Puts the text before each quoted body, escaped for HTML. Chooses charset and encoding again.
   /// @return false when nothing is quoted or memory ran out.
   bool prependText(const std::string& text, LogBase& log) const;
 

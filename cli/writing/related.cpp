@@ -75,8 +75,7 @@ Exit checkDistinct(const std::vector<InlineFile>& files) {
   return Exit::fine;
 }
 
-/// Keeps the bytes of a text file, which is not a text of this message, and labels it with utf-8 only
-/// if it is.
+/// Sends a text file unchanged as base64, with charset=utf-8 only if it is valid non-ASCII utf-8.
 void keepBytes(Email2& item, LogBase& log) {
   if (!beginsWithNoCase(item.m_contentType.m_type, "text/")) return;
   item.setContentEncodingNonRecursive("base64", log);
@@ -94,7 +93,7 @@ EmailPtr createItem(_svEmailCommon& common, const InlineFile& file, LogBase& log
                     ? Email2::createRelatedFromDataNoCid(common, name, file.bytes, log)
                     : Email2::createRelatedFromDataUtf8(common, name, file.type.c_str(), file.bytes, log));
   if (!item) return item;
-  // For items by location the library only knows the type of the extension.
+  // By location, the library sets a type only for extensions it knows.
   if (item->m_contentType.m_type.isEmpty())
     item->setContentTypeUtf8(file.type.c_str(), name, nullptr, nullptr, 0, nullptr, nullptr, nullptr, log);
   if (!file.contentId.empty()) item->setContentId(("<" + file.contentId + ">").c_str(), log);
@@ -102,7 +101,7 @@ EmailPtr createItem(_svEmailCommon& common, const InlineFile& file, LogBase& log
   return item;
 }
 
-/// Updates the references in the HTML to the items, and warns of items that it does not refer to.
+/// Updates the references in the HTML to the items, and warns of items that the HTML does not reference.
 bool updateReferences(Email2& html, const std::vector<InlineFile>& files,
                       const std::vector<EmailPtr>& items) {
   std::vector<CidTarget> targets;

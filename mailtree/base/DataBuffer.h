@@ -1,6 +1,6 @@
 // base/DataBuffer.h - growable byte buffer: bodies, files, whole messages.
 //
-//   Memory     Grows without initialising new bytes; takeData moves, never copies. After borrowData the bytes
+//   Memory     Grows without initializing new bytes; takeData moves, never copies. After borrowData the bytes
 //              belong to the lender: they are copied at the first change.
 //   Failure    false when memory ran out (the bytes are then unchanged) or as described at the operation.
 #pragma once
@@ -83,7 +83,7 @@ class DataBuffer final : public SorvikObject {
   bool cvUnicodeToUtf8(StringBuffer& out) const;
   bool cvUnicodeToUtf8_db(DataBuffer& out) const;
 
-  /// Replaces the bytes by those of a file (path in utf-8). False, with the reason logged and the buffer
+  /// Replaces the bytes with those of a file (path in utf-8). False, with the reason logged and the buffer
   /// empty, when it cannot be read.
   bool loadFileUtf8(const char* path, LogBase& log);
 

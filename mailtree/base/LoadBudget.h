@@ -46,7 +46,7 @@ struct LoadBudget {
   }
 
   /// Continues with a message attached to the first one. It gets what is left, but at least what an ordinary
-  /// message of its size needs: a digest may hold thousands, and a reader opens the same one repeatedly.
+  /// message of its size needs: a digest may hold thousands, and a program may open the same one repeatedly.
   void topUpFor(std::size_t size) noexcept {
     constexpr std::size_t kBytesPerPart = 1'000;
     constexpr std::size_t kBytesPerLayer = 1'500;

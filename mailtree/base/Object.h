@@ -14,12 +14,12 @@
 
 namespace mailtree {
 
-/// Writes a marker in a way the optimiser must keep: it removes a plain store in a destructor.
+/// Writes a marker in a way the optimizer must keep: it removes a plain store in a destructor.
 inline void writeMarker(std::uint32_t& marker, std::uint32_t value) noexcept {
   *static_cast<volatile std::uint32_t*>(&marker) = value;
 }
 
-/// Reads a marker with a load the optimiser must not remove.
+/// Reads a marker with a load the optimizer must not remove.
 inline bool hasMarker(const std::uint32_t& marker, std::uint32_t value) noexcept {
   return *static_cast<const volatile std::uint32_t*>(&marker) == value;
 }

@@ -14,17 +14,18 @@ class LogBase;
 
 class Psdk {
  public:
-  /// Appends the host name, not cut at the first dot; nothing when it has none.
+  /// Appends the full host name, including any domain; nothing when it is unknown.
   static void getComputerName(StringBuffer& out);
   /// Milliseconds since a fixed time; wraps around.
   static std::uint32_t getTickCount();
   static void sleepMs(unsigned milliseconds);
-  /// Replaces `out` by a new multipart boundary: unique, at most 60 bytes, of letters, digits, "_", "=" and
+  /// Replaces `out` with a new multipart boundary: unique, at most 60 bytes, of letters, digits, "_", "=" and
   /// "-", with a "=_" in it, which cannot occur in quoted-printable text.
   static void generateBoundary(StringBuffer& out, LogBase& log);
-  /// The host's ANSI code page: 20127 on every host but Windows; never that of the locale.
+  /// The host's ANSI code page: always 20127 (US-ASCII), whatever the locale.
   static int getAnsiCodePage();
-  /// Records an operation on an object whose marker is wrong; `object` may be null. Only counts and returns.
+  /// Records an operation on an object whose liveness marker is wrong; `object` may be null. Only
+  /// counts and returns.
   static void corruptObjectFound(const void* object) noexcept;
   static void badObjectFound(const void* object) noexcept;
   /// How often the two functions above were called in this process.
@@ -33,14 +34,15 @@ class Psdk {
 
 class RandomSource {
  public:
-  /// Appends `count` bytes from the host's cryptographic random source; fewer only when it failed.
+  /// Appends `count` bytes from the host's cryptographic random source; false, with fewer
+  /// bytes, when that failed.
   static bool genRandomBytes(unsigned count, DataBuffer& out);
 };
 
 class UniqueIdSource {
  public:
-  /// Appends a string unique within the process and across runs, of letters and digits; false without
-  /// randomness.
+  /// Appends a string unique within the process and across runs, of letters and digits; false if the
+  /// random source fails.
   static bool genUniqueId(StringBuffer& out);
 };
 

@@ -55,9 +55,9 @@ constexpr std::size_t kMaxRun = 1'900'000;
 constexpr std::string_view kRunBreak = "<!---->";
 
 constexpr std::string_view kCdataBegin = "<![CDATA[", kCdataEnd = "]]>";
-// A parser takes a bare CR, and the CR of CRLF, for a line break and returns LF. Only a
-// reference preserves it, and a CDATA section has no references. The LF stays inside: readers
-// that drop white space between markup keep it.
+// A parser takes a bare CR, and the CR of CRLF, for a line break and returns LF. Only a reference
+// preserves it, and a CDATA section has no references. The LF stays inside: parsers that drop white space
+// between markup keep it.
 constexpr std::string_view kCr = "&#13;", kCrInCdata = "]]>&#13;<![CDATA[";
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
 

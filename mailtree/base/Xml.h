@@ -50,7 +50,7 @@ class ClsXml final : public RefCountedObject {
   /// indented. No white space is added inside an element that has text of its own.
   void put_EmitCompact(bool compact) noexcept { m_compact = compact; }
 
-  /// Replaces `out` by the element and everything below it.
+  /// Replaces `out` with the element and everything below it.
   /// @param fragment  leaves out the XML declaration.
   bool getXml(bool fragment, StringBuffer& out, LogBase& log) const;
 

@@ -13,7 +13,7 @@ namespace mailtree {
 namespace {
 
 /// Total rounds of key derivation allowed for one file. Normal files need thousands, up to some hundred
-/// thousand, for each key; a file that needs billions would block its reader for hours.
+/// thousand, for each key; a file that needs billions would block the program for hours.
 constexpr std::int64_t kMaxRounds = 10'000'000;
 /// Nested bags: rare in practice, so a few levels are enough.
 constexpr int kMaxBagDepth = 8;

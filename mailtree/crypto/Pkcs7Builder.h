@@ -12,9 +12,9 @@ namespace mailtree {
 
 /// Content ciphers as numbered by the enveloping operations.
 enum class ContentCipher : int {
-  aesCbc = 0,     ///< RFC 3565; supported by every reader of encrypted mail.
+  aesCbc = 0,     ///< RFC 3565; supported by every S/MIME client.
   aesGcm = 1,     ///< RFC 5084: AuthEnvelopedData (RFC 5083), which detects changes.
-  tripleDes = 2,  ///< For old readers.
+  tripleDes = 2,  ///< For old clients.
 };
 
 /// How the content key is encrypted for an RSA recipient; an EC recipient always gets it by ECDH (RFC 5753).

@@ -66,7 +66,7 @@ struct Pkcs7Room {
   unsigned char* content = nullptr;
   unsigned char* mac = nullptr;
 };
-/// Replaces `der` by the encoding of a frame without content (and, with macSize, an empty mac as its last
+/// Replaces `der` with the encoding of a frame without content (and, with macSize, an empty mac as its last
 /// element), leaving room for both. Nullopt when memory ran out.
 std::optional<Pkcs7Room> encodeWithRoom(const Pkcs7Frame& frame, std::size_t contentSize, std::size_t macSize,
                                         DataBuffer& der);

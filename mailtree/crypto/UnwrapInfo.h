@@ -11,9 +11,9 @@
 
 namespace mailtree {
 
-/// A header field that differs between the inside of a layer and the outside, which is
-/// displayed. A field that is only outside counts too when readers display it, a message has
-/// it once, and the layer has such fields.
+/// A header field that differs between the inside of a layer and the outside, which is displayed. A
+/// field that is only outside counts too when mail clients display it, a message has it once, and the
+/// layer has such fields.
 struct InnerField {
   std::string part;  ///< Of the layer.
   std::string name;

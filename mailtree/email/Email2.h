@@ -130,7 +130,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// Inserts `part` before `index` and takes ownership; a negative index or one past the end appends. Null is
   /// ignored. Does not check the marker.
   void insertSubPartAtIndex(Email2* part, int index);
-  /// Replaces a child by `part` and takes ownership; null only removes it. Does not check the marker.
+  /// Replaces a child with `part` and takes ownership; null only removes it. Does not check the marker.
   /// Deliberate: the old child is not destroyed; the caller is expected to hold it already.
   void replacePartAt(int index, Email2* part);
   /// Exchanges the whole child lists. Does not check the marker.
@@ -162,11 +162,11 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// @name 2. Header fields Values are read unfolded and decoded (RFC 2047), in utf-8. The fields that the
   /// model interprets are also held as parsed members; the setters keep both in step. @{
 
-  /// Replaces `out` by the first field of that name; false, with `out` emptied, when it is missing.
+  /// Replaces `out` with the first field of that name; false, with `out` emptied, when it is missing.
   bool getHeaderFieldUtf8(const char* name, StringBuffer& out, LogBase& log) const;
   bool getHeaderFieldX(const char* name, XString& out, LogBase& log) const;
   int getNumHeaderFields() const;
-  /// Replaces `out` by name or value of the index-th field; false, with `out` emptied, past the end.
+  /// Replaces `out` with name or value of the index-th field; false, with `out` emptied, past the end.
   bool getHeaderFieldName(int index, StringBuffer& out, LogBase& log) const;
   bool getHeaderFieldValue(int index, StringBuffer& out, LogBase& log) const;
   bool hasHeaderField(const char* name, LogBase& log) const;
@@ -195,13 +195,13 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void removeHeaderField(const char* name);
   /// Sets a field of the index-th attachment; false, with an error, when there is none.
   bool setAttachmentHeader(int index, const char* name, const char* value, LogBase& log);
-  /// Replaces header, parsed members, sender and recipients by those of `source`. Body and children stay.
+  /// Replaces header, parsed members, sender and recipients with those of `source`. Body and children stay.
   void copyHeader(Email2& source, LogBase& log);
   /// @}
 
   /// @name 3. Content attributes Each setter changes the parsed member and its header field. @{
 
-  /// Replace `out` by the media type, the transfer encoding, or the name parameter of the Content-Type.
+  /// Replace `out` with the media type, the transfer encoding, or the name parameter of the Content-Type.
   void getContentType(StringBuffer& out) const;
   void getContentEncoding(StringBuffer& out) const;
   void getName(StringBuffer& out);
@@ -245,14 +245,14 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void setContentDispositionUtf8(const char* disposition, const char* filename, LogBase& log);
   /// Sets the file name in the Content-Disposition; the type stays.
   void setFilenameUtf8(const char* filename, LogBase& log);
-  /// Replaces `out` by the decoded file name: the filename of the disposition, else the name parameter, else
-  /// a Content-Location with a dot in it, else "attachedFile" with the extension of the media type.
+  /// Replaces `out` with the decoded file name: the filename of the disposition, else the name parameter,
+  /// else a Content-Location with a dot in it, else "attachedFile" with the extension of the media type.
   void getFilenameUtf8(StringBuffer& out, LogBase& log) const;
   /// @}
 
   /// @name 4. Identifiers, dates, file names @{
 
-  /// Replaces the Message-ID by a new random one. False, with an error, when the host has no random bytes.
+  /// Replaces the Message-ID with a new random one. False, with an error, when the host has no random bytes.
   bool generateMessageID(LogBase& log);
   /// Sets a new Content-ID. False when the host has no random bytes: it is then set, but may not be unique.
   bool generateContentId(LogBase& log);
@@ -285,7 +285,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   static Email2* createFromMimeDb(_svEmailCommon& common, DataBuffer& mime, bool discardInput, bool unwrap,
                                   SystemCerts& certs, LogBase& log, bool parseOption);
   /// From a POP3 download (RFC 1939). Undoes the dot-stuffing in `raw` first, and removes directories from
-  /// file names. Deliberate: the top level is not normalised.
+  /// file names. Deliberate: the top level is not normalized.
   static Email2* createFromPop3(_svEmailCommon& common, DataBuffer& raw, bool unwrap, SystemCerts& certs,
                                 LogBase& log);
 
@@ -336,7 +336,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// @param normalizeLineEnds  an unencoded body is written with CRLF line breaks.
   bool getEncodedBody(const DataBuffer& body, StringBuffer& text, ProgressContext& progress, LogBase& log,
                       bool, _svOutput* sink, bool dotStuff, bool normalizeLineEnds) const;
-  /// Replaces `out` by this node's own body in its transfer encoding; a body with NUL
+  /// Replaces `out` with this node's own body in its transfer encoding; a body with NUL
   /// bytes is given in base64.
   void getMimeBodyEncodedUtf8(StringBuffer& out, LogBase& log);
   /// Estimated size of this subtree as MIME, in bytes.
@@ -384,20 +384,21 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// multipart/related with it as main type.
   void removeAlternative(const char* contentType, LogBase& log);
 
-  // An alternative is a text body: a text leaf that a reader shows, at most one for each media type.
-  // Alternatives are numbered from 0 in the order of enumerateAlternatives. The nodes returned are
-  // borrowed; null when there is none.
+  // An alternative is a text body: a text leaf that mail clients show, at most one for each media type.
+  // Alternatives are numbered from 0 in the order of enumerateAlternatives. The nodes returned are borrowed;
+  // null when there is none.
 
   /// Appends the alternatives at and below this node. Those in related and alternative enclosures come before
   /// loose texts. `root` is the root of the tree: it counts as a text even without a Content-Type.
   void enumerateAlternatives(const Email2& root, ExtPtrArray& out);
   /// Appends `candidate` unless the list holds it, or another node of its media type.
   void checkAddEmailUniqueContentType(const Email2* candidate, ExtPtrArray& list) const;
-  /// Whether this node can never be an alternative: it is an attachment, or of a type that no reader shows.
+  /// Whether this node can never be an alternative: it is an attachment, or of a type that no
+  /// mail client shows.
   bool isNotAlternativeBody();
   int getNumAlternatives();
   Email2* getAlternative(const Email2& root, int index);  ///< Of `root`.
-  /// Replaces `out` by the media type of an alternative; false when there is none.
+  /// Replaces `out` with the media type of an alternative; false when there is none.
   bool getAlternativeContentType(int index, StringBuffer& out, LogBase* log);
   /// Appends the body of an alternative of `root`, in utf-8. False only when there is no such alternative.
   bool getAlternativeBodyData(const Email2& root, int index, DataBuffer& out, LogBase& log);
@@ -429,12 +430,12 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   bool hasHtmlBody();
   /// The plain-text part that the QP forms find; borrowed, null when there is none.
   Email2* findPlainTextPart();
-  /// Appends the effective body: the leaf that a reader shows for this node. False when there is none.
-  /// Deliberate: when the leaf is application, image, video or audio, `out` is
-  /// emptied and the result is false.
+  /// Appends the effective body: the leaf that mail clients show for this node. False when there is
+  /// none. Deliberate: when the leaf is application, image, video or audio, `out` is emptied and
+  /// the result is false.
   bool getEffectiveBodyData(const Email2& root, DataBuffer& out, LogBase& log) const;
-  /// Replaces `out` by the effective body in a code page; below 1 and 65001 it is given as stored. Characters
-  /// that the code page does not have become "?".
+  /// Replaces `out` with the effective body in a code page; below 1 and 65001 it is given as stored.
+  /// Characters that the code page does not have become "?".
   void getEffectiveBodyMb(const Email2& root, int codePage, DataBuffer& out, LogBase& log) const;
   /// The stored body of the first leaf, to be read or changed in place; borrowed, null when there is none.
   DataBuffer* getEffectiveBodyObject3(const Email2& root);
@@ -484,7 +485,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void checkFixNotReallyHtml();  ///< An attachment named ".pdf" but labelled HTML becomes application/pdf.
   /// HTML in 7bit with a line of 2000 characters or more becomes quoted-printable.
   void checkHtmlLongLineLength(LogBase& log);
-  /// Completes the structure of a page and makes its charset META tag name the email's charset.
+  /// Completes the structure of an HTML body and makes its charset META tag name the email's charset.
   void prepHtmlBody(DataBuffer& html, LogBase& log);
   /// The same for the HTML body; false when there is none or the email has no charset.
   bool updateHtmlMetaCharset(LogBase& log);
@@ -570,7 +571,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   static void getTypeFromExtension(const char* extension, StringBuffer& out);
   /// Appends the usual extension of a media type, without dot; false for an unknown one.
   static bool getExtensionFromType(const char* contentType, StringBuffer& out);
-  /// Replaces the outputs by disposition type and file name.
+  /// Replaces the outputs with disposition type and file name.
   void getContentDisposition(StringBuffer& disposition, StringBuffer& fileName);
   /// @}
 
@@ -595,7 +596,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void getFromFullUtf8(StringBuffer& out, LogBase& log);
   void getFromNameUtf8(StringBuffer& out, LogBase& log);
   void getFromAddrUtf8(StringBuffer& out);
-  /// Replaces `out` by the envelope sender, without angle brackets: the first of SVX-Bounce-Address,
+  /// Replaces `out` with the envelope sender, without angle brackets: the first of SVX-Bounce-Address,
   /// Return-Path, From and Reply-To that is not empty.
   void getSmtpReversePathUtf8(StringBuffer& out, LogBase& log);
   /// Sets Reply-To from text. Null, or a text without an address, removes it.
@@ -617,14 +618,14 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   bool getRecipientAddrUtf8(int kind, int index, StringBuffer& out);
   /// Appends all recipients of a kind as one encoded header value.
   void getAllRecipients(int kind, StringBuffer& out, LogBase& log);
-  /// Replaces `out` by the addresses of To, Cc and Bcc, with "," between them and no blanks.
+  /// Replaces `out` with the addresses of To, Cc and Bcc, with "," between them and no blanks.
   void getAllRecipientAddresses(StringBuffer& out);
   /// Appends the addresses of all recipients, or of one kind, as the envelope needs them: after
   /// the replacements (StringPair), without empty ones and duplicates. False when one could not
   /// be read or memory ran out.
   bool getAllRecipientAddressesA(ExtPtrArraySb& out, const ExtPtrArray& replacements, LogBase& log);
   bool addRecipientsForType(int kind, ExtPtrArraySb& out, const ExtPtrArray& replacements, LogBase& log);
-  /// Replaces every key by its value (StringPair), pair by pair; case matters.
+  /// Replaces every key with its value (StringPair), pair by pair; case matters.
   static void replaceStringsSb(const ExtPtrArray& replacements, StringBuffer& text);
   /// @}
 
@@ -682,13 +683,13 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   int getNumAttachedMessages(LogBase& log);
   /// Parses the index-th attached message into a tree of its own; owned by the caller, null when there is
   /// none. Messages attached to it are not parsed. This tree does not change, but the new one shares its
-  /// settings: limits met while loading are recorded there, and the charset of the attached message when none
-  /// was recorded before. Send settings and the verdict on signatures stay those of this message.
+  /// settings: limits exceeded while loading are recorded there, and the charset of the attached message when
+  /// none was recorded before. Send settings and the verdict on signatures stay those of this message.
   /// @param counter  0 at the call; receives the number of messages before this one.
   /// @param certs    keys for signed and encrypted layers. With the log option "NoUnwrapAttachedMessage"
   ///                 layers are not unwrapped.
   Email2* getAttachedMessage(int index, int& counter, SystemCerts& certs, LogBase& log);
-  /// Replaces `out` by a parameter of a header field of the part that holds the index-th attached message.
+  /// Replaces `out` with a parameter of a header field of the part that holds the index-th attached message.
   /// The filename of Content-Disposition is the part's file name. False when it is empty or there is no such
   /// message. Deliberate: the first message after a nested enclosure is not found.
   bool getAttachedMessageAttr(int index, int& counter, XString& fieldName, XString& attrName, LogBase& log,
@@ -706,10 +707,10 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// Whether this is a part of a report: text/rfc822-headers, or message/* except message/rfc822.
   bool isReportPart() const;
   int getNumReports();  ///< Number of parts of reports.
-  /// Replaces `out` by the body of the index-th part of a report; false, with `out`
+  /// Replaces `out` with the body of the index-th part of a report; false, with `out`
   /// emptied, when there is none.
   bool getReport(int index, LogBase& log, StringBuffer& out);
-  /// Replaces `out` by a parameter of one of this node's own header fields; false, with `out` emptied, when
+  /// Replaces `out` with a parameter of one of this node's own header fields; false, with `out` emptied, when
   /// field or parameter is missing.
   bool getHeaderFieldAttr(const char* fieldName, const char* attrName, XString& out, LogBase& log);
 
@@ -717,13 +718,13 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   // message/disposition-notification, else the first message/feedback-report (RFC 3464, 8098, 5965). A
   // missing or empty one makes these return false, with an error.
 
-  /// Replaces `out` by a field of the delivery status; false when it is missing or empty. A field that is
+  /// Replaces `out` with a field of the delivery status; false when it is missing or empty. A field that is
   /// repeated for each recipient is read for the first one.
   bool getDeliveryStatusInfo(const char* fieldName, XString& out, LogBase& log);
   /// Appends the address of each Final-Recipient field; true even when there is none. Deliberate: reading
   /// ends at two consecutive empty lines.
   bool getDsnFinalRecipients(ClsStringArray& out, LogBase& log);
-  /// Replaces `out` by the text of the delivery status; bytes that are not utf-8 become U+FFFD.
+  /// Replaces `out` with the text of the delivery status; bytes that are not utf-8 become U+FFFD.
   bool getDeliveryStatusContent(XString& out, LogBase& log);
   /// @}
 
@@ -750,15 +751,15 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   /// A copy in which every key of the pairs (StringPair) is replaced by its value; otherwise like clone_v3.
   /// Faster than clone_v3 with replaceStrings: a text that changes is not copied first.
   Email2* cloneAndReplace_v3(bool shareImageData, const ExtPtrArray& pairs, LogBase& log);
-  /// Replaces every key by its value, pair by pair, in the text bodies, header fields and addresses of the
+  /// Replaces every key with its value, pair by pair, in the text bodies, header fields and addresses of the
   /// whole tree. Keys are matched with case against decoded text. What contains no key keeps its bytes; what
   /// changes is re-encoded. No line break gets into a header field. The pairs must not be part of the tree.
   void replaceStrings(const ExtPtrArray& pairs, LogBase& log);
 
-  /// A copy without attachments for a web archive (RFC 2557); owned by the caller. A page is made from
+  /// A copy without attachments for a web archive (RFC 2557); owned by the caller. An HTML body is made from
   /// text/plain when that is the only body or alternative. Other messages without HTML, such as a
   /// multipart/mixed, get none. Deliberate: text that becomes HTML is not escaped, and a charset META tag is
-  /// added to the page of a single part, not to an alternative.
+  /// added to the HTML of a single part, not to an alternative.
   /// @param html  parts whose Content-ID occurs in it are kept.
   Email2* cloneToMht2(StringBuffer& html, LogBase& log);
 
@@ -778,7 +779,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
 
   /// @name 15. XML and diagnostics @{
 
-  /// Replaces `out` by the tree as an XML document, compact or indented. Each node is a `mime_message`
+  /// Replaces `out` with the tree as an XML document, compact or indented. Each node is a `mime_message`
   /// with its header fields and one `body`: the parts (each a `subpart` with a `mime_message`) and the
   /// node's own body in its transfer encoding, text in utf-8. Parts nested deeper than 80 levels,
   /// which XML parsers would refuse, are given as MIME text in their parent. Changes transfer

@@ -53,7 +53,7 @@ class _svEmailCommon final : public RefCountedObject {
   ExtPtrArray m_encryptCerts;               ///< CertificateHolder of the recipients.
   std::vector<SecureLayer> m_secureLayers;  ///< Found on load, outermost first.
   std::vector<InnerField> m_innerFields;    ///< Fields that differ between a layer and the header.
-  LimitSet m_limits;                        ///< Limits reached on load.
+  LimitSet m_limits;                        ///< Limits exceeded on load.
   LoadBudget m_budget;                      ///< What is left for attached messages.
   bool m_sharesBudget = false;  ///< The next load is of an attached message and uses what is left.
   /// False when memory ran out on load and the tree is incomplete. Never write such a tree.

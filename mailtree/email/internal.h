@@ -31,7 +31,7 @@ void storeReceivedContent(Email2& node, StringBuffer&& text);
 /// The received bytes of a subtree while it is unchanged, else null. Borrowed.
 const DataBuffer* unchangedReceivedContent(const Email2& node);
 
-/// Loads a text that output wrote: no repairs, no normalisation, no layer unwrapped, shared settings
+/// Loads a text that output wrote: no repairs, no normalization, no layer unwrapped, shared settings
 /// unchanged. Null when memory ran out.
 EmailPtr loadWrittenContent(_svEmailCommon& common, std::string_view text, LogBase& log);
 
@@ -89,7 +89,7 @@ inline bool isDeclared7bit(const Email2& node) noexcept {
 
 /// Moves the bytes of a multipart that could not be split into a new part, with a new boundary, because a
 /// node with parts is written without its body. Text is converted to utf-8.
-/// @return the part, borrowed; null when the node is no such multipart.
+/// @return the part, borrowed; null when the node is not such a multipart.
 Email2* moveUnsplitBytesToPart(Email2& node, LogBase& log);
 
 /// Decodes encoded words in a file name, where some senders wrongly put them.

@@ -1,6 +1,6 @@
-// mime/AttachmentRules.h - decides whether a part is an attachment, in one place.
+// mime/AttachmentRules.h - decides from the fields of a part whether it is an attachment.
 //
-// Works on plain texts, so the parse tree and the email tree share the rules.
+// Works on plain strings, so the parse tree and the email tree share the rules.
 #pragma once
 
 #include <string_view>

@@ -6,8 +6,8 @@
 //   Bodies     Decoded from their transfer encoding. Text that output converts back is in utf-8;
 //              an attached text file keeps its bytes. A message/*, and a multipart that could
 //              not be split, holds its raw bytes.
-//   Failure    Nothing throws. An entity in which an operation ran out of memory
-//              is incomplete and becomes no node.
+//   Failure    Nothing throws. An entity in which an operation ran out of memory is incomplete and does not
+//              become a node.
 #pragma once
 
 #include <cstddef>
@@ -48,11 +48,11 @@ class MimeMessage2 final : public SorvikObject {
   /// A new empty heap entity owned by the caller; null when memory ran out.
   static MimeMessage2* createNewObject();
 
-  // Parsing. Each function replaces the content of the entity. No input makes it
-  // fail; false only when memory ran out.
+  // Parsing. Each function replaces the content of the entity. No input makes it fail; false only when memory
+  // ran out. `option` is ignored.
 
   bool loadMimeComplete(const StringBuffer& mime, LogBase& log, bool option);
-  /// The first flag and `scratch` have no effect: the bytes are parsed in place.
+  /// Parses the bytes in place; `keepInput` and `scratch` are ignored too.
   bool loadMimeComplete2(const char* data, unsigned size, bool keepInput, StringBuffer& scratch, LogBase& log,
                          bool option);
   bool loadMimeCompleteDb(DataBuffer& mime, LogBase& log);
@@ -62,7 +62,7 @@ class MimeMessage2 final : public SorvikObject {
   bool loadText(std::string_view mime, LogBase& log);
   /// The same for the content of an entity at that level of a tree (the message is level 1). Nothing may
   /// precede its header, which ends at the first empty line.
-  /// @param origin  of the entity.
+  /// @param origin  the entity's Origin.
   /// @param parts   parts still allowed; the parts used are subtracted from it.
   bool loadContent(std::string_view mime, int level, Origin origin, int& parts, LogBase& log);
   /// Parses this entity again from its received bytes, and keeps them. The signed multiparts
@@ -106,7 +106,7 @@ class MimeMessage2 final : public SorvikObject {
 
   // Changing
 
-  /// Joins the fields of a name into the first. Reading it gives what the separate fields gave.
+  /// Merges all fields of this name into the first; the decoded addresses are the same.
   void collapseMultiple(const char* field, LogBase& log);
   /// Replaces the media type; `refreshHeader` also rewrites the field.
   void setContentType(const char* type, bool refreshHeader, LogBase& log);
@@ -188,7 +188,7 @@ class MimeMessage2 final : public SorvikObject {
       return true;
     });
   }
-  /// The traits that are free to compute: without searching for Content-Class.
+  /// The traits that are cheap to compute, without a search for Content-Class.
   PartTraits basicTraits() const noexcept;
 
   // The members derived from the Content- fields (EntityFields.cpp)
@@ -206,7 +206,7 @@ class MimeMessage2 final : public SorvikObject {
   void refreshDispositionField();
 
   /// Sets the body to the utf-8 of text in the declared charset, if that changes the bytes. False: the body
-  /// was left alone, because it is right already or no charset can decode it.
+  /// was left alone, because it is already correct or no charset can decode it.
   bool setBodyFromText(std::string_view bytes, std::string_view charset);
 
   MimeHeader m_header;

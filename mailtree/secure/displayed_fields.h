@@ -1,4 +1,4 @@
-// secure/displayed_fields.h - the header fields that readers display.
+// secure/displayed_fields.h - the header fields that mail clients display.
 #pragma once
 
 #include <algorithm>
@@ -8,8 +8,8 @@
 
 namespace mailtree {
 
-/// Fields that a message has once (RFC 5322, 3.6) and that readers display. A layer with a different value
-/// contradicts the display; of duplicates, it is unknown which one is displayed.
+/// Fields that a message has once (RFC 5322, 3.6) and that mail clients display. A layer with a different
+/// value contradicts the display; of duplicates, it is unknown which one is displayed.
 inline constexpr std::string_view kDisplayedFields[] = {"From", "Sender", "Reply-To", "To",
                                                         "Cc",   "Date",   "Subject"};
 

@@ -42,7 +42,7 @@ std::string withDomainInLowerCase(std::string address) {
 }
 
 /// The entries of a list, one per line; empty when the parser skipped something, such as a name without an
-/// address or a second comment, because a reader may display it.
+/// address or a second comment, because a mail client may display it.
 std::string comparedAddresses(std::string_view unfolded, std::string_view decoded) {
   AddressReader reader(unfolded);
   std::string list;
@@ -54,8 +54,8 @@ std::string comparedAddresses(std::string_view unfolded, std::string_view decode
   return read == countOfWordBytes(decoded) ? list : std::string();
 }
 
-/// Whether a value read as a date contains nothing else but a zone name in a
-/// comment: a reader may display the rest.
+/// Whether a value read as a date contains nothing else but a zone name in a comment: a mail client
+/// may display the rest.
 bool isDateAlone(std::string_view value) {
   constexpr std::size_t kLongestDate = 40, kLongestZone = 5;
   const std::size_t open = std::min(value.find('('), value.size());

@@ -34,9 +34,9 @@ class OuterFields {
       add(lowerCase(header.fieldName(i)), header.decodedValue(i), comparedValue(header, i));
   }
 
-  /// The value of this header that differs from another one, empty when the field is
-  /// missing; null when they agree. All fields of a name that a message has once must agree:
-  /// it is unknown which one a reader displays.
+  /// The value of this header that differs from another one, empty when the field is missing; null when
+  /// they agree. All fields of a name that a message has once must agree: it is unknown which one a
+  /// mail client displays.
   const std::string* differingValue(const std::string& lowerName, const std::string& compared) const {
     static const std::string kNothing;
     const auto found = m_values.find(lowerName);

@@ -1,4 +1,4 @@
-// secure/inner_content.h - replaces a layer by its content.
+// secure/inner_content.h - replaces a layer with its content.
 #pragma once
 
 #include <string_view>
@@ -21,7 +21,7 @@ bool isMimeEntity(std::string_view bytes);
 void loadLayerContent(std::string_view bytes, int level, Origin origin, MimeMessage2& content, int& parts,
                       LogBase& log);
 
-/// Replaces the layer by its content: the Content- fields come from inside, all others stay as they are
+/// Replaces the layer with its content: the Content- fields come from inside, all others stay as they are
 /// outside, which is displayed. `differing` receives those with a different value inside.
 void replaceLayer(MimeMessage2& layer, MimeMessage2& content, const PartPath& path,
                   std::vector<InnerField>& differing);

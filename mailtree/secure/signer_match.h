@@ -9,7 +9,7 @@
 namespace mailtree {
 
 /// The address in From. Empty unless there is exactly one field with exactly one address: of several, it is
-/// unknown which one a reader displays.
+/// unknown which one a mail client displays.
 std::string soleSender(const MimeMessage2& message, LogBase& log);
 
 /// Sets for each signer whether the certificate is issued to the sender.

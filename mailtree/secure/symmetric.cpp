@@ -12,7 +12,7 @@
 namespace mailtree {
 namespace {
 
-/// The walk recurses. Loaded trees are far less deep; a deeper one was built by a program.
+/// The walk recurses. Loaded trees are much shallower; a deeper one was built by a program.
 constexpr int kMaxCipherDepth = 1'000;
 
 /// One pass over a tree under one key.
@@ -42,7 +42,8 @@ class Pass {
   int m_bodies = 0;
 };
 
-/// A body that was moved, or whose type was changed, does not decrypt.
+/// Passes type and position as associated data (AAD), so a body that was moved, or whose type was
+/// changed, does not decrypt.
 void Pass::bindNextBody(const Email2& node) {
   ++m_bodies;
   if (!bindsBodies()) return;
@@ -100,7 +101,7 @@ bool Pass::decryptBody(Email2& node, bool isBinary) {
   if (wasNotEncrypted(node)) return true;
   bindNextBody(node);
   DataBuffer plain;
-  // GCM never makes an empty body: it was removed.
+  // GCM ciphertext is never empty, so an empty body was removed.
   const bool isRemoved = node.m_body.isEmpty() && bindsBodies();
   if (isRemoved) m_log.logError("An encrypted body is missing");
   if (isRemoved || (!node.m_body.isEmpty() && !decryptTo(node.m_body, isBinary, plain))) return false;

@@ -72,7 +72,7 @@ constexpr ReversePathSource kReversePathSources[] = {
     {"fromReplyTo", Candidate::field, "reply-to"},  // Deliberate: the whole value, with display name.
 };
 
-/// Replaces `out` by the value of the source.
+/// Replaces `out` with the value of the source.
 void fetchCandidate(Email2& email, const ReversePathSource& source, StringBuffer& out, LogBase& log) {
   if (source.candidate == Candidate::field) {
     out.setString(undecodedValue(email, source.field));

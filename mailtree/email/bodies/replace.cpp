@@ -68,7 +68,7 @@ void replaceInPlace(Email2& part, DataBuffer& data, bool isText, const StringBuf
                   log);
 }
 
-/// Readers display the last alternative they support, so plain text goes first (RFC 2046, 5.1.4).
+/// Mail clients display the last alternative they support, so plain text goes first (RFC 2046, 5.1.4).
 void insertByType(Email2& enclosure, Email2* part, bool htmlFirst, const StringBuffer& type) {
   if (isPlain(type)) part->m_contentType.m_formatFlowed = mayBeFlowed();
   const bool goesFirst = isPlain(type) || (htmlFirst && isHtml(type));

@@ -1,7 +1,7 @@
 // email/creation/related.cpp - creates related items, which an HTML body shows, from files and bytes.
 //
 // The HTML refers to an item by its generated Content-ID or by its location. Items without a Content-ID are
-// marked inline for readers that do not resolve locations.
+// marked inline for mail clients that do not resolve locations.
 #include "mailtree/base/Platform.h"
 #include "mailtree/email/creation/internal.h"
 

@@ -140,7 +140,7 @@ void TreeBuilder::loadBody(MimeMessage2& entity, Email2& node, const StringBuffe
   if (!m_options.repair) return moveBody(entity, node);
   if (!extractUuencoded(node, *entity.getMimeBodyDb(), charset, m_log)) {
     decodeUuencodedBody(node, *entity.getMimeBodyDb(), charset, m_log);
-    // A node with parts is no single file, whatever its fields say.
+    // A node with parts is not a single file, whatever its fields say.
     if (entity.getNumParts() == 0) unpackAttachmentOnly(node, *entity.getMimeBodyDb(), m_log);
     moveBody(entity, node);
     repairReceivedText(node, m_log);

@@ -1,4 +1,4 @@
-// email/loading/received_body.h - repairs of a received body before it becomes a node's.
+// email/loading/received_body.h - repairs a received body before it is stored in a node.
 #pragma once
 
 #include "mailtree/email/Email2.h"

@@ -34,13 +34,15 @@ void setLowerTrimmed(StringBuffer& member, std::string_view value) {
   member.toLowerCase();
 }
 
-/// Whether a code page set with a content type applies to the whole email, because the part holds text.
+/// Whether a code page set with a content type applies to the whole email: for text, a multipart whose main
+/// part is text, signed content and messages.
 bool holdsText(const _svContentType& type) {
   return beginsWithNoCase(type.m_type, "text") || beginsWithNoCase(type.m_subtype, "text") ||
          containsNoCase(type.m_type, "multipart/signed") || beginsWithNoCase(type.m_type, "message");
 }
 
-/// Whether a transfer encoding set for the message's text also applies to this part.
+/// Whether a transfer encoding set for the message's text also applies to this part. EDIFACT is text with an
+/// application type (RFC 1767).
 bool usesTextEncoding(const Email2& node) {
   const std::string_view type = node.m_contentType.m_type;
   return beginsWithNoCase(type, "text/") || containsNoCase(type, "edifact");
@@ -81,7 +83,7 @@ struct CodePageRange {
   const char* encoding;
 };
 
-/// Transfer encodings by code page. All others are mostly ASCII with a few 8-bit bytes: quoted-printable.
+/// Transfer encodings by code page. All others use quoted-printable.
 constexpr CodePageRange kEncodings[] = {
     {20127, 20127, "7bit"},
     {50220, 54936, "base64"},
@@ -94,9 +96,9 @@ const char* encodingForCodePage(int codePage) noexcept {
   return "quoted-printable";
 }
 
-/// Deliberate: the file name is inserted as given, with line breaks and quotes; the header list neutralises
-/// them when it writes the field. Parameters after the disposition are dropped, because they would be read as
-/// part of the name.
+/// Deliberate: the file name is inserted as given, with line breaks and quotes; the header list makes them
+/// harmless when it writes the field. Parameters after the disposition are dropped, because they would be
+/// read as part of the name.
 void setDispositionField(Email2& node, std::string_view disposition, std::string_view filename,
                          LogBase& log) {
   if (!filename.empty()) disposition = disposition.substr(0, disposition.find(';'));
@@ -118,7 +120,7 @@ void setTypeField(Email2& node, _svCharset& charset, bool withFlowed, LogBase& l
 
 bool isText(const Email2& node) noexcept { return beginsWithNoCase(node.m_contentType.m_type, "text/"); }
 
-/// Whether a text is written as the bytes received: it counts as a file, although it is not attached.
+/// Whether this text part is stored and written as raw bytes, because the rules treat it as an attachment.
 bool isStoredAsFile(const Email2& node) { return isText(node) && !isConvertibleText(node.traits()); }
 
 /// Output converts a text from utf-8, but writes a text file as stored. When a new disposition or name turns
@@ -280,7 +282,7 @@ void Email2::refreshContentTypeHeader(LogBase& log) {
 
 void Email2::fixContentTypeUtf8(const char* type, LogBase& log) {
   if (!isLive()) return;
-  m_contentType.m_type.setString(type);  // Deliberate: neither lower-cased nor trimmed.
+  m_contentType.m_type.setString(type);  // Deliberate: stored exactly as given.
   refreshContentTypeHeader(log);
 }
 
@@ -315,7 +317,7 @@ void Email2::setContentEncodingNonRecursive(const char* encoding, LogBase& log) 
 void Email2::setContentEncodingRecursive(const char* encoding, LogBase& log) {
   if (!isLive()) return;
   const StringBuffer given = copyOf(encoding);
-  // Deliberate: this node stores the encoding even when it is not text and its field is not changed.
+  // Deliberate: even when this node is not text and keeps its field, it stores the encoding, as documented.
   m_transferEncoding.setString(trim(given));
   setContentEncodingInner(given.getString(), log);
 }

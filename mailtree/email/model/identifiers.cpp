@@ -26,7 +26,7 @@ int nextFilenameIndex() noexcept {
   return index;
 }
 
-/// Fills `out` with the random bytes of a Message-ID; false when there are too few.
+/// Fills `out` with the random bytes of a Message-ID; false when the random source returned too few.
 bool generateMessageIdBytes(DataBuffer& out) {
   out.clear();
   RandomSource::genRandomBytes(kMessageIdBytes, out);
@@ -64,7 +64,7 @@ bool Email2::generateMessageID(LogBase& log) {
     return false;
   }
   if (isAllZero(random) && !generateMessageIdBytes(random)) {
-    // Deliberate: the full stop distinguishes this failure from the one above.
+    // Deliberate: the period distinguishes this failure from the one above.
     log.logError("Failed to generate random bytes for email Message-ID.");
     return false;
   }

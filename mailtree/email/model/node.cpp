@@ -18,7 +18,7 @@ void destroyNodes(ExtPtrArray& nodes) noexcept {
   }
 }
 
-/// Writes null in a way the optimiser must keep: operations that do not check the marker then find no shared
+/// Writes null in a way the optimizer must keep: operations that do not check the marker then find no shared
 /// settings in a destroyed node.
 void clearCommon(_svEmailCommon*& common) noexcept {
   *static_cast<_svEmailCommon* volatile*>(&common) = nullptr;

@@ -122,7 +122,7 @@ OutgoingBody chooseBody(Email2& node, bool isAttachment, LogBase& log) {
   return isText ? outgoingText(node, log) : storedBody(node);
 }
 
-/// Readers skip empty lines at the top of a message. After an empty header, a body that looks like header
+/// Parsers skip empty lines at the top of a message. After an empty header, a body that looks like header
 /// fields would become the header, so this harmless field is written first.
 constexpr std::string_view kFieldBeforeBody = "MIME-Version: 1.0";
 
@@ -209,7 +209,7 @@ bool holdsBoundary(std::string_view body, const Enclosing* around) noexcept {
   return false;
 }
 
-/// Whether received bytes contain an unterminated multipart and the boundary of an outer one. A reader would
+/// Whether received bytes contain an unterminated multipart and the boundary of an outer one. A parser would
 /// take the end of the outer multipart for the inner one's.
 bool breaksOuterMultipart(const Email2& node, std::string_view received, const Enclosing* around) {
   const auto isUnclosed = [](const Email2& part) {
@@ -239,7 +239,7 @@ void encodeBareCr(Email2& node, const OutgoingBody& body, const Assembly& job) {
     setTransferEncoding(node, "base64", job.log);
 }
 
-/// Writes the plain name of the encoding, because some readers do not know "base64;". Letter case is kept.
+/// Writes the plain name of the encoding, because some programs do not know "base64;". Letter case is kept.
 void normaliseEncodingName(Email2& node, LogBase& log) {
   const int field = node.m_header.findField("Content-Transfer-Encoding");
   if (hasChildren(node) || !isEncoded(node) || field < 0) return;

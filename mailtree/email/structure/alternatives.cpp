@@ -140,7 +140,7 @@ bool isAttachedMht(const Email2& message) noexcept {
          message.m_dispFilename.endsWithIgnoreCase(".mht");
 }
 
-/// Types that readers do not display, although they may be in the place of a body.
+/// Types that mail clients do not display, although they may be in the place of a body.
 /// Deliberate: case-sensitive.
 bool isDataType(std::string_view type) noexcept {
   return type == "application/edifact" || type == "application/smil";

@@ -1,6 +1,7 @@
 // email/transform/reply_forward.cpp - converts a received message to a reply or a forward.
 //
-// Quoted text stays in place and gets a head: one form for plain text, one for HTML, never both in one body.
+// Quoted text stays in place and gets a reply header above it: one form for plain text, one for HTML,
+// never both in one body.
 
 #include <string>
 
@@ -32,7 +33,7 @@ struct Conversion {
 constexpr Conversion kReply = {"convertToReply", "RE: ", true};
 constexpr Conversion kForward = {"convertToForward", "FW: ", false};
 
-/// The form of a quote head.
+/// The form of a reply header.
 struct HeadForm {
   const char* begin;
   const char* lineEnd;
@@ -40,15 +41,17 @@ struct HeadForm {
 };
 
 constexpr HeadForm kPlainHead = {kPlainReplyHead, "\r\n", "\r\n\r\n"};
-// Deliberate: the values are not escaped, and the list of recipients is the same in both forms.
+// Deliberate: the values are inserted as text, without escaping, and the list of recipients is the
+// same in both forms.
 constexpr HeadForm kHtmlHead = {kHtmlReplyHead, "<br>", "<p>"};
 
-/// The fields of the received message in a head.
+/// The fields of the received message that a reply header quotes.
 struct Origin {
   StringBuffer sender, sent, to, cc, subject;
 };
 
-/// The list as in its written field. Deliberate: line folding becomes "<br>", in plain text too.
+/// The list, formatted like the folded header field. Deliberate: line folding becomes "<br>" in both forms,
+/// so plain text shows it.
 StringBuffer recipientsOf(Email2& email, int kind, std::string_view field, LogBase& log) {
   StringBuffer list;
   email.getAllRecipients(kind, list, log);
@@ -97,8 +100,8 @@ Email2* holderOfBody(Email2* part) {
   return holder;
 }
 
-/// Whether a head may go before the content of a part: not into an image, a calendar or an attached file. A
-/// part without a type is plain text (RFC 2045, 5.2).
+/// Whether a reply header may go before the content of a part: not into an image, a calendar or an attached
+/// file. A part without a type is plain text (RFC 2045, 5.2).
 bool isQuotable(const Email2& email, Email2* part) {
   if (!part || part->getNumParts() != 0) return false;
   const std::string_view type = part->m_contentType.m_type;
@@ -149,7 +152,7 @@ QuotedParts partsToQuote(Email2& email) {
   if (!parts.html) return parts;
   parts.html = holderOfBody(parts.html);
   parts.isIncomplete = !parts.html;
-  if (parts.html == parts.plain) parts.plain = nullptr;  // two parts may have the same holder
+  if (parts.html == parts.plain) parts.plain = nullptr;  // both parts may have the same holder
   return parts;
 }
 
@@ -166,7 +169,7 @@ void addEmptyText(Email2& email, LogBase& log) {
 
 bool prepend(DataBuffer& body, std::string_view text) { return body.prepend(text.data(), text.size()); }
 
-/// The text of a file part is in the charset of its label.
+/// An attached text file keeps its declared charset if the reply header fits into it; else it becomes utf-8.
 bool prependToFile(Email2& part, std::string_view head, LogBase& log) {
   const int codePage = labelledCharset(part).getCodePage();
   if (codePage == 0 || codePage == kCpUtf8) return prepend(part.m_body, head);
@@ -182,8 +185,8 @@ bool prependToFile(Email2& part, std::string_view head, LogBase& log) {
   return prepend(part.m_body, head);
 }
 
-/// Corrects the charset declared in the HTML, but does not complete its structure, because the head is
-/// before all tags.
+/// Corrects the charset declared in the HTML, but does not complete its structure, because the reply header
+/// is before all tags.
 void correctDeclaredCharset(Email2& email, DataBuffer& body, LogBase& log) {
   StringBuffer html(body.view()), declared;
   if (!_svHtmlHelp::getCharset(html, declared)) return;
@@ -272,7 +275,7 @@ bool convert(Email2& email, const Conversion& conversion, LogBase& log) {
   StringBuffer subject(conversion.subjectPrefix);
   subject.append(origin.subject);
   email.setHeaderField_a("Subject", subject.getString(), /*asGiven=*/false, log);
-  // Deliberate: changes made so far are kept.
+  // Deliberate: the new subject is kept, as documented for a message without a body to quote.
   if (!quoteInBodies(email, origin, log)) return false;
   setRecipients(email, conversion, log);
   removeFields(email, conversion);

@@ -1,4 +1,5 @@
-// email/transform/reply_head.h - the line above the message that a reply or a forwarded message quotes.
+// email/transform/reply_head.h - the first line of the reply header, above the message that a reply or a
+// forwarded message quotes.
 #pragma once
 
 namespace mailtree {

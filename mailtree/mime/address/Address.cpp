@@ -40,7 +40,7 @@ bool isBarePhrase(std::string_view text) noexcept {
   return std::all_of(text.begin(), text.end(), [](char c) { return c == ' ' || isAtomCharacter(c); });
 }
 
-// The text on one line: CR, LF and NUL end a line for some readers.
+// The text on one line: CR, LF and NUL end a line for some programs.
 std::string singleLine(std::string_view text) {
   std::string line;
   line.reserve(text.size());
@@ -49,7 +49,7 @@ std::string singleLine(std::string_view text) {
   return line;
 }
 
-// A reader strips the quotes of a name that is itself in quotes.
+// Parsers strip the quotes of a name that is itself in quotes.
 bool needsEncoding(std::string_view name) noexcept {
   return !isAscii(name) || mayHoldEncodedWord(name) || name.size() > kMaxPlainName || isInQuotes(name) ||
          std::any_of(name.begin(), name.end(), [](char c) { return isControlAscii(c) && c != '\t'; });
@@ -71,9 +71,9 @@ void appendName(std::string_view name, const Style& style, std::size_t column, s
   }
 }
 
-// A name without an address. A quoted string with an "@" would read as an address. Beside other
-// entries, a word or an encoded word would read as the surname of the next entry; no reader
-// does that with several words in quotes.
+// A name without an address. A quoted string with an "@" would read as an address. Beside other entries,
+// a word or an encoded word would read as the surname of the next entry; no parser does that with
+// several words in quotes.
 void appendLoneName(std::string_view name, const Style& style, std::size_t column, std::string& out) {
   if (!style.forHeader || !(style.isList || contains(name, "@"))) return appendName(name, style, column, out);
   const bool mustEncode = needsEncoding(name) || contains(name, "@");
@@ -141,7 +141,7 @@ std::string safeAddress(std::string_view address) {
   return out.size() == 1 ? std::string() : out;
 }
 
-// A bare local part gets angle brackets, or a reader could take it for the last name in "Last, First <a@b>".
+// A bare local part gets angle brackets, or a parser could take it for the last name in "Last, First <a@b>".
 void appendEntry(const _svEmailAddress& entry, const Style& style, bool isFirst, std::string& out) {
   const std::string name = singleLine(trim(entry.m_name.view()));
   const std::string address = safeAddress(trim(entry.m_address.view()));

@@ -38,8 +38,8 @@ bool isMultibyte(int codePage) noexcept;
 /// Whether a code page has units of two or four bytes (utf-16, utf-32): markup and
 /// line breaks cannot be found in its bytes.
 bool hasWideUnits(int codePage) noexcept;
-/// Whether mail text can be written in a code page: not in wide units (RFC 2046, 4.1.1), utf-7, which readers
-/// no longer support, or an unknown one.
+/// Whether mail text can be written in a code page: not in wide units (RFC 2046, 4.1.1), utf-7, which mail
+/// clients no longer support, or an unknown one.
 bool isMailCodePage(int codePage) noexcept;
 
 /// A charset: a name and a code page.

@@ -19,7 +19,7 @@ namespace mailtree {
 
 inline constexpr std::string_view kReplacementUtf8 = "\xEF\xBF\xBD";
 
-/// Code pages used only in these files, so without a name in Charset.h.
+/// Code pages that Charset.h does not name.
 inline constexpr int kCpWindows1252 = 1252;
 inline constexpr int kCpIso2022Jp = 50220;
 inline constexpr int kCpIso2022JpKana = 50221;
@@ -65,7 +65,7 @@ class ByteSink {
 /// branch. Characters of four bytes do not fit.
 using PackedUtf8 = std::uint32_t;
 inline constexpr PackedUtf8 kPackedLength = 0x07000000;
-inline constexpr PackedUtf8 kPackedDamage = 0x80000000;  ///< Invalid; the bytes are those of U+FFFD.
+inline constexpr PackedUtf8 kPackedDamage = 0x80000000;  ///< Flag: the input byte was invalid.
 
 constexpr PackedUtf8 packUtf8(char16_t c) noexcept {
   const std::uint32_t u = c;
@@ -90,7 +90,7 @@ struct SingleByteCodec {
 
   int codePage;
   std::array<PackedUtf8, 256> utf8;  ///< By byte.
-  /// By byte from 0x80 on: the two bytes of its character; zeros if it does not have two.
+  /// UTF-8 of two-byte characters, by byte - 0x80; zero otherwise.
   std::array<std::uint8_t, 128> first, second;
   std::array<std::uint8_t, 1024> block;  ///< By the upper bits of a code point; block 0 is empty.
   std::array<std::uint8_t, 64 * kBlocks>
@@ -127,7 +127,7 @@ bool encodeSingleByte(const SingleByteCodec& codec, std::string_view utf8, ByteS
 
 // The inner loop of decodeSingleByte, in a portable and a vector version.
 
-/// How many bytes beyond its end decoding may write.
+/// How many bytes past the end of its output decoding may write.
 inline constexpr std::size_t kSingleByteMargin = 16;
 std::size_t count8bitPortable(std::string_view bytes) noexcept;
 /// Writes the characters to `to`, which has room for all and kSingleByteMargin more; returns the end. `whole`
@@ -143,7 +143,7 @@ char* decodeSingleByteAvx2(const SingleByteCodec& codec, std::string_view bytes,
 bool decodeUtf16(std::string_view bytes, bool bigEndian, ByteSink& out);
 bool encodeUtf16(std::string_view utf8, bool bigEndian, ByteSink& out);
 
-/// The East Asian charsets of one and two bytes, through tables built from ICU's at first use.
+/// The East Asian charsets of one and two bytes, through tables built from ICU on first use.
 bool isDoubleByte(int codePage) noexcept;
 bool decodeDoubleByte(int codePage, std::string_view bytes, ByteSink& out);
 
@@ -157,7 +157,7 @@ bool encodeIso2022Jp(std::string_view utf8, ByteSink& out);
 const char* icuConverterOf(int codePage) noexcept;
 bool decodeWithIcu(const char* converter, std::string_view bytes, ByteSink& out);
 bool encodeWithIcu(const char* converter, std::string_view utf8, ByteSink& out);
-/// The utf-16 of a few bytes; empty when some of them are invalid.
+/// Decodes a few bytes to utf-16; empty when any is invalid.
 std::u16string decodeFewWithIcu(const char* converter, std::string_view bytes);
 
 /// Whether 7-bit bytes are ASCII in the code page.

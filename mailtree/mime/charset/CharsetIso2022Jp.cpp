@@ -243,7 +243,7 @@ bool encodeIso2022Jp(std::string_view utf8, ByteSink& out) {
       continue;
     }
     if (c == kEucSupplement) {
-      // Few readers know the supplementary set, and RFC 1468 cannot express it.
+      // Few programs know the supplementary set, and RFC 1468 cannot express it.
       switchTo(Set::ascii, set, text);
       text += '?';
       whole = false;

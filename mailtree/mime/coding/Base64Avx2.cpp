@@ -9,8 +9,8 @@
 // 32 digits at a time. Both directions work on whole lines where they can. Lines of 76, the usual length in
 // mail, are processed in pairs: two blocks, one block of the end of the first line and the beginning of the
 // second, two blocks. The decoded bytes of the two halves are adjacent, so the middle block costs no more
-// than the others. In a line that is no multiple of a block some digits are processed twice, which is cheaper
-// than handling the rest separately.
+// than the others. In a line that is not a multiple of a block, some digits are processed twice, which is
+// cheaper than handling the rest separately.
 //
 // The file is compiled for any x86-64 processor; only the functions marked here may use the wider
 // instructions, and they run only on a processor that has them.

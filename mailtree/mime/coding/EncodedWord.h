@@ -41,7 +41,7 @@ std::string encodeUnstructured(std::string_view utf8, const HeaderEncoding& enco
 /// to them, and never left decoded, because their text could become structure.
 std::string encodeStructured(std::string_view utf8, const HeaderEncoding& encoding, std::size_t column);
 
-/// B for the code pages whose readers expect it (East Asian, utf-16, KOI8, Arabic, Thai), Q for all others.
+/// B for the code pages where it is customary (East Asian, utf-16, KOI8, Arabic, Thai), Q for all others.
 WordEncoding preferredWordEncoding(int codePage) noexcept;
 
 /// Folds a header line at white space, at 78, or 76 with an encoded word on the line; inside an encoded word

@@ -69,7 +69,7 @@ void appendMember(const _svContentType& type, const MemberParam& row, int codePa
   const bool needsNoRfc2231 =
       value.size() <= kMaxPlainParameter && !contains(value, "\"") && !contains(value, "\\") &&
       std::none_of(value.begin(), value.end(), [](char c) { return is8bit(c) || isControlAscii(c); });
-  // Quotes around a boundary are always valid, and some readers truncate an unquoted one.
+  // Quotes around a boundary are always valid, and some programs truncate an unquoted one.
   if (row.member == &_svContentType::m_boundary && needsNoRfc2231) {
     out.append("; ").append(row.name).append("=\"").append(value).append("\"");
     return;

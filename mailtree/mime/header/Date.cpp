@@ -27,8 +27,9 @@ struct Zone {
   int minutes;  // East of Greenwich.
 };
 
-// A name used in several parts of the world has the meaning most common in mail. Single letters are missing:
-// RFC 822 gave the military zones the wrong sign, so RFC 5322 (4.3) has them read as unknown, which is GMT.
+// A name used in several parts of the world has the meaning most common in mail. Single letters are
+// missing: RFC 822 gave the military zones the wrong sign, so RFC 5322 (4.3) says to treat them as -0000,
+// which is GMT here.
 constexpr Zone kZones[] = {
     {"UT", 0},     {"UTC", 0},     {"GMT", 0},     {"WET", 0},    {"WEST", 60},  {"BST", 60},   {"IST", 330},
     {"CET", 60},   {"MET", 60},    {"MEZ", 60},    {"CEST", 120}, {"MEST", 120}, {"MESZ", 120}, {"EET", 120},
@@ -65,15 +66,15 @@ constexpr std::int64_t secondOfDay(int hour, int minute, int second) noexcept {
 constexpr std::int64_t kFirstSecond = daysFromDate(1, 1, 1) * kSecondsPerDay;
 constexpr std::int64_t kLastSecond = daysFromDate(kMaxYear + 1, 1, 1) * kSecondsPerDay - 1;
 
-// RFC 5322, 4.3: two digits below 50 are in this century, from 50 on in the last; three
-// digits count from 1900.
+// RFC 5322, 4.3: 00-49 is 2000-2049, 50-99 is 1950-1999, and three digits count from 1900. 000-049
+// is read like 00-49.
 int fullYear(int year, std::size_t digits) noexcept {
   if (year < 50) return year + 2000;
   if (year < 100 || digits == 3) return year + 1900;
   return year;
 }
 
-// 1 to 12, 0 when it is no month.
+// 1 to 12; 0 when it is not a month.
 int monthOfName(std::string_view word) noexcept {
   if (word.size() < 3) return 0;
   const auto* found = std::find_if(std::begin(kMonths), std::end(kMonths),
@@ -88,7 +89,7 @@ std::optional<int> minutesOfZone(std::string_view name) noexcept {
   return found->minutes;
 }
 
-// Reads the pieces of the text once, in any order: a number before a colon begins the time, a name is a month
+// Reads the tokens of the text once, in any order: a number before a colon begins the time, a name is a month
 // or a zone, a sign after the time begins the offset, and the remaining numbers are day and year, or year,
 // month and day. Weekdays and other words are ignored.
 class DateReader {
@@ -137,7 +138,7 @@ class DateReader {
       return true;
     }
     addDateNumber(number);
-    // The dash in "2002-12-13" does not begin an offset, wherever the date is.
+    // The dash in "2002-12-13" does not begin an offset, even after the time.
     if (!m_rest.empty() && m_rest.front() == '-' && !m_haveOffset && m_numberCount < 3 && !m_month)
       m_rest.remove_prefix(1);
     return true;
@@ -219,7 +220,7 @@ class DateReader {
     const std::string_view word = m_rest.substr(0, length);
     m_rest.remove_prefix(length);
 
-    // Foreign weekdays look like months ("mar", "jun"); the month comes after them.
+    // Foreign weekdays may look like months, such as French "mar." (mardi); the month comes after them.
     const int month = m_month && m_haveTime ? 0 : monthOfName(word);
     if (month) {
       m_month = month;

@@ -10,8 +10,8 @@ namespace mailtree {
 namespace {
 
 constexpr std::size_t npos = std::string_view::npos;
-/// A longer run of blanks could only be folded into a blank line, which some readers take
-/// for the end of the header.
+/// A longer run of blanks could only be folded into a blank line, which some programs take for the
+/// end of the header.
 constexpr std::size_t kMaxBlankRun = 500;
 
 class Folder {
@@ -67,7 +67,7 @@ class Folder {
   std::size_t findFoldPosition(std::size_t end) const noexcept {
     if (isUsable(m_plain)) return m_plain;
     if (isUsable(m_quoted)) return m_quoted;
-    // A first line with only the name confuses many readers: done only when it helps.
+    // A first line with only the name confuses many programs: done only when it helps.
     const bool helps =
         isUsable(m_afterColon) && (end - m_afterColon <= limit() || end - m_begin > kLongestLine);
     return helps ? m_afterColon : npos;

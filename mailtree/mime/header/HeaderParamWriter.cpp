@@ -60,7 +60,7 @@ void appendTokenOrQuoted(std::string_view value, std::string& out) {
 constexpr std::string_view kLatinBase = "AAAAAAACEEEEIIIIDNOOOOOxOUUUUYTsaaaaaaaceeeeiiiidnooooo-ouuuuyty";
 static_assert(kLatinBase.size() == 0x40);
 
-/// The value for a reader without RFC 2231: base letters, "_" for other characters.
+/// The value for programs without RFC 2231: base letters, "_" for other characters.
 std::string asciiFallback(std::string_view value) {
   std::string out;
   for (std::size_t at = 0; at < value.size() && out.size() < kMaxFallback;) {
@@ -162,7 +162,7 @@ void appendParam(std::string_view name, std::string_view value, int codePage, bo
     appendTokenOrQuoted(value, out);
     return;
   }
-  // The RFC 2231 value comes first: of two values with one name many readers take the first.
+  // The RFC 2231 value comes first: of two values with one name many programs take the first.
   ExtendedWriter(name, value, codePage).write(out);
   if (!withFallback) return;
   out.append("; ").append(name).append("=");

@@ -176,7 +176,7 @@ RenderedValue renderParameters(std::string_view fieldName, std::string_view utf8
   return {std::move(text)};
 }
 
-/// Whether every reader reads the name unchanged from a quoted string.
+/// Whether every program reads the name unchanged from a quoted string.
 bool isSafeInQuotes(std::string_view name) noexcept {
   return name.size() <= kMaxPlainParameter && !mayHoldEncodedWord(name) &&
          std::none_of(name.begin(), name.end(),

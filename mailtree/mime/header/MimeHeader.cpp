@@ -66,7 +66,7 @@ int MimeHeader::search(std::string_view name, int from) const noexcept {
       continue;
     const int index = static_cast<int>(i);
     if (!isOmittedWhenEmpty(name) || !trim(valueOf(field)).empty()) return index;
-    // An empty field is not written, so other readers would use the next of its name.
+    // An empty field is not written, so other programs would use the next of its name.
     if (empty < 0) empty = index;
   }
   return empty;
@@ -323,7 +323,7 @@ void MimeHeader::append(std::string_view name, std::string_view value, Kind kind
   m_fields.push_back(row);
 }
 
-/// Appends a line to the block and points the row to it. False, with nothing changed, when the name has no
+/// Appends a line to the block and points the entry to it. False, with nothing changed, when the name has no
 /// valid character or the block would outgrow its offsets.
 bool MimeHeader::writeRow(Field& row, std::string_view name, std::string_view value, Kind kind) {
   std::string line = cleanName(name);
@@ -350,7 +350,7 @@ bool MimeHeader::writeRow(Field& row, std::string_view name, std::string_view va
   return true;
 }
 
-/// Moves the lines in use together. Their line breaks belong to no row, so only lines count.
+/// Moves the lines in use together. Their line breaks belong to no field, so only lines count.
 void MimeHeader::compact() {
   std::string block;
   block.reserve(m_block.size() - m_unusedBytes + kCompactAbove);

@@ -40,7 +40,7 @@ class MimeHeader final : public SorvikObject {
 
   // Loading
 
-  /// Replaces the list by the fields of a header text (any line breaks; it ends at an empty line
+  /// Replaces the list with the fields of a header text (any line breaks; it ends at an empty line
   /// or at its end). A line that is not a field stays in the list as a nameless line and is
   /// written back. Replaces getDetectedCP().
   void loadMimeHeaderText(std::string_view text, LogBase& log);
@@ -122,7 +122,7 @@ class MimeHeader final : public SorvikObject {
   void removeMimeField(const char* name, bool all);
   /// Removes every field whose name begins with the prefix, ignoring case; none for an empty prefix.
   void removeHeadersBeginningWith(const char* prefix);
-  /// Replaces every field whose name begins with the prefix by those of another list, unchanged.
+  /// Replaces the fields whose names begin with the prefix by those of another list, unchanged.
   void takeFieldsBeginningWith(const char* prefix, const MimeHeader& from);
   void copyMimeHeaderFrom(const MimeHeader& other, LogBase& log);
   /// Makes an exact copy of another list, including its options. False, and unchanged, when memory ran out.
@@ -174,9 +174,9 @@ class MimeHeader final : public SorvikObject {
     asGiven,      ///< A final value, folded when written.
     noField       ///< A line without a name; name empty.
   };
-  /// One row: the offsets of name and value in the block. The value excludes the last line break
-  /// and includes the blanks after the colon, so a received line is written back from the name
-  /// to the end of the value in one piece.
+  /// One field: the offsets of its name and value in the block. The value excludes the last line break and
+  /// includes the blanks after the colon, so a received line is written back from the name to the end of the
+  /// value in one piece.
   struct Field {
     std::uint32_t nameOffset;
     std::uint32_t nameSize;

@@ -1,4 +1,4 @@
-// Turns received text into rows. One pass finds the lines and makes a row per field; then
+// Turns received text into fields. One pass finds the lines and makes an entry per field; then
 // the bytes are copied once.
 #include <algorithm>
 #include <array>
@@ -62,7 +62,7 @@ bool looksLikeUtf8(std::string_view value, int codePage) {
 
 }  // namespace
 
-/// Walks over the lines of a header and collects rows, with offsets from the beginning of the text.
+/// Walks over the lines of a header and collects fields, with offsets from the beginning of the text.
 class MimeHeader::Reader {
  public:
   struct Bounds {
@@ -87,7 +87,7 @@ class MimeHeader::Reader {
   std::size_t fieldsBegin() const noexcept { return m_begin; }
   std::size_t fieldsEnd() const noexcept { return m_count ? last().end() : m_begin; }
 
-  /// Moves the rows into one allocation of the right size, with offsets from the first field.
+  /// Moves the fields into one allocation of the right size, with offsets from the first field.
   void copyRows(std::vector<Field>& rows) const {
     rows.reserve(m_count);
     const auto shift = static_cast<std::uint32_t>(m_begin);
@@ -193,7 +193,7 @@ class MimeHeader::Reader {
   std::size_t m_knownField = 0;  ///< Beginning of a field found by looking ahead.
   std::size_t m_count = 0;
   Extent m_extent{};
-  std::array<Field, kInPlace> m_first;  // not initialised: m_count says how many there are
+  std::array<Field, kInPlace> m_first;  // not initialized: m_count says how many there are
   std::vector<Field> m_further;
 };
 

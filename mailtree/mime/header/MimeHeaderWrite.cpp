@@ -1,4 +1,4 @@
-// Writes rows as header lines.
+// Writes header fields as lines.
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Utf.h"
 #include "mailtree/mime/LineLengths.h"
@@ -13,11 +13,11 @@ namespace mailtree {
 namespace {
 
 constexpr std::string_view kInternalPrefix = "SVZ-";
-/// Fields of a new message that mean nothing in a body part.
+/// Message-level fields, omitted from new body parts.
 constexpr std::string_view kMessageOnly[] = {"MIME-Version", "Date", "Message-ID", "X-Priority"};
-/// Name given to a nameless line that would otherwise not read back as part of the header.
+/// Field name given to a malformed line that would otherwise not read back as part of the header.
 constexpr std::string_view kNameForNameless = "X-Malformed-Line";
-/// Text that a reader strips from the beginning of a message.
+/// Text that programs strip from the beginning of a message.
 constexpr std::string_view kNotPartOfMessage[] = {"From ", ">From ", "\xEF\xBB\xBF"};
 
 template <std::size_t N>
@@ -96,8 +96,8 @@ void MimeHeader::writeReceived(const Field& field, std::string& out) const {
     out += lineOf(field);
 }
 
-/// Such a line reads back as part of the header only when a field follows it, and an mbox separator would be
-/// stripped from the beginning. In these cases it gets a name.
+/// A line without a field name reads as header only if a field follows; an mbox separator at the start would
+/// be stripped. In either case it gets the name X-Malformed-Line.
 void MimeHeader::writeLineWithoutName(const Field& field, bool isFirst, bool isLast, std::string& out) const {
   const std::string_view line = lineOf(field);
   bool needsName = isLast;

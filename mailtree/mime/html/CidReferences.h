@@ -14,8 +14,8 @@ struct CidTarget {
   std::string contentId;
 };
 
-/// Replaces `out` by the page with its references to these names redirected to their Content-IDs; no other
-/// byte changes. References are found in attributes with URLs or styles and in style sheets, also within
+/// Sets `out` to the HTML with its references to these names redirected to their Content-IDs; no other byte
+/// changes. References are found in attributes with URLs or styles and in style sheets, also within
 /// conditional comments; they may be percent-encoded and, in attributes, use character references.
 /// @return the number changed.
 std::size_t redirectCidReferences(std::string_view html, const std::vector<CidTarget>& targets,

@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::size_t kNowhere = std::string_view::npos;
 
-// Elements that do not end a head without an end tag.
+// Elements that may appear before </head>; any other start tag ends an open head.
 constexpr std::string_view kHeadContent[] = {"html", "head",     "title",   "meta",  "link",
                                              "base", "basefont", "bgsound", "style", "script"};
 
@@ -59,7 +59,7 @@ std::optional<Markup> nextCharsetMeta(HtmlScanner& scanner, std::string_view& ch
   return std::nullopt;
 }
 
-// Where the elements of a page begin, or would begin if missing. kNowhere: not there.
+// Offsets of the structural tags; kNowhere when absent.
 struct Structure {
   std::size_t start = 0;           // After byte-order mark, XML declaration and doctype.
   std::size_t html = kNowhere;     // After the start tag.
@@ -192,7 +192,7 @@ bool completeStructure(std::string_view html, std::string& out) {
   return true;
 }
 
-// A charset name comes from mail: it must not end the attribute it is written in.
+// The name is untrusted: keeps only characters that cannot end the attribute.
 std::string safeName(std::string_view charset) {
   std::string name;
   std::copy_if(charset.begin(), charset.end(), std::back_inserter(name),

@@ -17,7 +17,7 @@ class _svHtmlHelp {
   /// frames gets no body. Text in utf-16, recognized by its NULs, is left alone by every operation here.
   /// @return whether anything was added.
   static bool ensureStructure(StringBuffer& html);
-  /// Replaces `out` by the charset that the first META tag of either form declares; false, with `out`
+  /// Replaces `out` with the charset that the first META tag of either form declares; false, with `out`
   /// cleared, when there is none.
   static bool getCharset(const StringBuffer& html, StringBuffer& out);
   /// Adds a META tag with the charset as the first child of head, completing the structure first when there

@@ -15,13 +15,13 @@ class LogBase;
 /// A page in utf-8. It may be incomplete or malformed.
 class _svHtml {
  public:
-  /// Replaces the page by a copy of `size` bytes; null counts as empty.
+  /// Replaces the page with a copy of `size` bytes; null counts as empty.
   void setHtmlN(const char* html, std::size_t size);
   /// Appends the page.
   void getHtml(StringBuffer& out) const { out.append(m_html); }
 
-  /// Removes markup that is there to defeat filters, so a reader of the page's text sees
-  /// what its viewer sees.
+  /// Removes markup that is there to defeat filters, so a program reading the page's text sees
+  /// what a person sees.
   ///
   /// A clean-up, not a safety filter: scripts, forms and remote references stay, and the page does not become
   /// safe to show. It only removes, never adds; in doubt, it leaves things alone:
@@ -45,7 +45,7 @@ class _svHtml {
   ///   - Numeric references to ASCII letters and digits in text become those letters and digits. All other
   ///     references stay, and those in attributes.
   ///
-  /// Not detected: text in the colour of its background or in tiny letters, boxes moved off the screen or
+  /// Not detected: text in the color of its background or in tiny letters, boxes moved off the screen or
   /// clipped, content hidden only by a style sheet, soft hyphens and zero-width characters, and elements of
   /// unknown names inside words.
   ///
