@@ -21,7 +21,7 @@ Mark markOf(Answer answer) {
 std::string textOf(Answer answer, std::string_view yes, std::string_view no, const SignerVerdict& signer,
                    const std::string& problem) {
   if (answer == Answer::notChecked)
-    return "not checked: " + (signer.certificate ? problem : "the signer's certificate is missing");
+    return "not checked: " + (signer.certificate ? problem : "no certificate of the signer");
   return std::string(answer == Answer::yes ? yes : no);
 }
 
@@ -101,7 +101,7 @@ void addSignerChecks(const SignerVerdict& signer, const Verification& verificati
                                        nameOf(*certificate) + " (" + inQuotes(subjectOf(*certificate)) +
                                            "), issued by " + inQuotes(issuerOf(*certificate)) +
                                            ", serial number " + certificate->serialNumber()}
-                               : Check{Mark::bad, "signer", "the signer's certificate is missing"});
+                               : Check{Mark::bad, "signer", "no certificate of the signer"});
   checks.push_back({markOf(signer.digestMatched), "digest",
                     signer.digest + ", " +
                         textOf(signer.digestMatched, "the content is what was signed",

@@ -287,7 +287,7 @@ TEST(Pkcs7Open, what_was_not_checked_is_neither_right_nor_wrong) {
       {signedBlob("x", {{"weak"}, false, HashId::sha1}), everybody(),
        "yyyy- rsa sha1 [digest sha1] [key RSA 1024 bits]"},
       {blob, strangers, "yy-y- rsa sha256 no trust anchors were given"},
-      {withoutCertificates(blob, "x"), strangers, "y----  sha256 the signer's certificate is missing"},
+      {withoutCertificates(blob, "x"), strangers, "y----  sha256 no certificate of the signer"},
       {withoutCertificates(blob, "y"), strangers, "n----  sha256 the content is not the signed content"},
       {withoutCertificates(blob, "x"), everybody(), "yyyy- rsa sha256"},
       {withoutCertificates(blob, "x"), anchored, "yyyy- rsa sha256"},
