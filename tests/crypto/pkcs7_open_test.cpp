@@ -221,9 +221,12 @@ TEST(Pkcs7Open, a_layer_that_costs_more_than_is_left_stays_closed) {
   const std::string packed = compressed(std::string(1000, 'z')), locked = envelope("x"),
                     sealed = signedBlob("x");
   const std::tuple<std::string, std::size_t, int, const char*> rows[] = {
-      {packed, packed.size() - 1, 9, "are too large"},  {packed, packed.size() + 999, 9, "content is too large"},
-      {packed, packed.size() + 1000, 0, ""},        {sealed, sealed.size() - 1, 9, "are too large"},
-      {locked, locked.size(), 0, "too many key trials"}, {locked, locked.size(), 1, ""}};
+      {packed, packed.size() - 1, 9, "are too large"},
+      {packed, packed.size() + 999, 9, "content is too large"},
+      {packed, packed.size() + 1000, 0, ""},
+      {sealed, sealed.size() - 1, 9, "are too large"},
+      {locked, locked.size(), 0, "too many key trials"},
+      {locked, locked.size(), 1, ""}};
   for (const auto& [bytes, bytesLeft, trialsLeft, problem] : rows) {
     DataBuffer content;
     SecureLayer layer;
