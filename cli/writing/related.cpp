@@ -10,14 +10,13 @@
 #include "cli/support/files.h"
 #include "cli/writing/media_types.h"
 #include "mailtree/base/Utf.h"
+#include "mailtree/mime/LineLengths.h"
 #include "mailtree/mime/html/CidReferences.h"
 
 namespace mailtree::cli {
 namespace {
 
 constexpr const char* kUnknownType = "application/octet-stream";
-/// Text with longer lines is encoded as quoted-printable.
-constexpr std::size_t kLongLine = 990;
 
 struct InlineArgument {
   std::string path;
@@ -110,13 +109,13 @@ bool updateReferences(Email2& html, const std::vector<InlineFile>& files,
       targets.push_back({files[i].name, std::string(withoutBrackets(items[i]->m_contentId.view()))});
   std::string page;
   if (redirectCidReferences(html.m_body.view(), targets, page) > 0) {
-    const bool wasLong = html.m_body.hasLineLonger(kLongLine);
+    const bool wasLong = html.m_body.hasLineLonger(kMaxLine7bit);
     html.m_body.clear();
     if (!html.m_body.append(std::string_view(page))) return false;
     LogNull quiet;
     const bool isEncoded = html.m_transferEncoding.equalsIgnoreCase("base64") ||
                            html.m_transferEncoding.equalsIgnoreCase("quoted-printable");
-    if (!isEncoded && !wasLong && html.m_body.hasLineLonger(kLongLine))
+    if (!isEncoded && !wasLong && html.m_body.hasLineLonger(kMaxLine7bit))
       html.setContentEncodingNonRecursive("quoted-printable", quiet);
   }
   for (const CidTarget& target : targets)

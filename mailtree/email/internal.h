@@ -8,6 +8,7 @@
 #include "mailtree/base/DataBuffer.h"
 #include "mailtree/email/Email2.h"
 #include "mailtree/email/tree_walk.h"
+#include "mailtree/mime/LineLengths.h"
 
 namespace mailtree {
 
@@ -70,9 +71,6 @@ void refreshCharsetLabel(Email2& node, LogBase& log);
 /// Moves a text into a part's body. A text file is written as stored, so its text is converted to the charset
 /// of its label, or the label changes.
 void storeText(Email2& part, DataBuffer& utf8, LogBase& log);
-
-/// Longer lines must be encoded: SMTP allows 998 bytes (RFC 5321, 4.5.3.1.6); the limit leaves some room.
-inline constexpr std::size_t kMaxLine7bit = 990;
 
 /// Whether a body is encoded in base64 or quoted-printable.
 inline bool isEncoded(const Email2& node) noexcept {

@@ -55,8 +55,8 @@ TEST(StringBuffer, answers_questions) {
   EXPECT_TRUE(text.equalsIgnoreCase("CONTENT-TYPE: TEXT/PLAIN"));
   EXPECT_FALSE(text.equalsIgnoreCase2("content-type", 12)) << "a prefix is not all";
   EXPECT_TRUE(StringBuffer("AB").equalsIgnoreCase2("abcd", 2));
-  EXPECT_TRUE(text.beginsWithN("Content-XXX", 8));
-  EXPECT_FALSE(text.beginsWithIgnoreCaseN("cOnTent-XXX", 9));
+  EXPECT_TRUE(text.beginsWithN("Content-Zip", 8));
+  EXPECT_FALSE(text.beginsWithIgnoreCaseN("cOnTent-Zip", 9));
   EXPECT_FALSE(StringBuffer("a").beginsWith("ab"));
   EXPECT_TRUE(text.endsWithIgnoreCase("PLAIN"));
   EXPECT_FALSE(text.endsWith("PLAIN"));

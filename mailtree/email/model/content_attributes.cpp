@@ -12,7 +12,7 @@
 namespace mailtree {
 namespace {
 
-constexpr int kCpIso2022Jp = 50222;
+constexpr int kCpIso2022JpShift = 50222;
 constexpr const char* kTransferEncodingField = "Content-Transfer-Encoding";
 
 /// A trimmed copy of an argument that may be null or may point into the node about to change.
@@ -175,7 +175,7 @@ void clearDisposition(Email2& node) {
 void decodeFilename(StringBuffer& name, LogBase& log) {
   if (name.containsSubstringNoCase("?Q?") || name.containsSubstringNoCase("?B?"))
     ContentCoding::QB_DecodeToUtf8(name, log);
-  if (holdsIso2022JpEscapes(name)) name.convertEncoding(kCpIso2022Jp, kCpUtf8, log);
+  if (holdsIso2022JpEscapes(name)) name.convertEncoding(kCpIso2022JpShift, kCpUtf8, log);
 }
 
 void setTransferEncoding(Email2& node, const char* encoding, LogBase& log) {
