@@ -8,8 +8,8 @@
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
-#include "cli/support/table.h"
 #include "cli/support/terminal.h"
+#include "cli/support/terminal_table.h"
 #include "cli/views/json_view.h"
 
 namespace mailtree::cli {
@@ -24,8 +24,7 @@ struct AttachmentsOptions {
 
 /// The last column is only for --verbose.
 std::vector<Column> columnsOf(bool verbose) {
-  std::vector<Column> columns = {{"No", true}, {"Part", true}, {"Name"},
-                                 {"Type"},     {"Size", true}, {"Reason"}};
+  std::vector<Column> columns = {{"#", true}, {"Part", true}, {"Name"}, {"Type"}, {"Size", true}, {"Reason"}};
   if (!verbose) columns.pop_back();
   return columns;
 }
@@ -74,7 +73,7 @@ void addAttachments(CLI::App& app, Action& action) {
   verb->add_flag("-v,--verbose", options->verbose, "Show why each part counts as an attachment");
   addReadingKeyOptions(*verb, options->keys);
   verb->footer(
-      "\"No\" is the number for extract --attachment, \"Part\" the number in show and for extract --part.\n"
+      "\"#\" is the number for extract --attachment, \"Part\" the number in show and for extract --part.\n"
       "Attached messages do not count as attachments; see mailtree messages.\n\n"
       "Example:\n  mailtree attachments samples/attachments.eml\n"
       "  mailtree attachments --json mail.eml | jq '.attachments[].filename'");

@@ -129,7 +129,7 @@ void addEncrypt(CLI::App& app, Action& action) {
   addCertificateOptions(*verb, options->keys);
   addText(
       *verb, "--cipher", options->cipher,
-      "Cipher: aes-256-cbc (default; all readers support it), aes-256-gcm, both also with 128 and 192; 3des")
+      "Cipher: aes-256-cbc (default; all clients support it), aes-256-gcm, both also with 128 and 192; 3des")
       ->check(checkCipher);
   verb->add_flag("--oaep", options->oaep, "Use RSA-OAEP instead of PKCS#1 v1.5 for the key");
   addText(*verb, "--filename", options->filename, "Name of the encrypted file (default: smime.p7m)");

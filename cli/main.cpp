@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char* kFooter =
     "Exit status: 0 success, 1 negative answer, 2 wrong usage, 3 a file cannot be read or written,\n"
-    "4 a limit was reached (the result is still written).\n"
+    "4 a limit was exceeded (the result is still written).\n"
     "Each command has its own --help with an example.";
 
 /// Keeps an opened file from getting the number of a standard stream that the caller closed, because

@@ -7,7 +7,7 @@
 #include "cli/merging/mailbox.h"
 #include "cli/merging/template.h"
 #include "cli/message/input.h"
-#include "cli/message/structure.h"
+#include "cli/message/tree_changes.h"
 #include "cli/support/arguments.h"
 #include "cli/support/csv.h"
 #include "cli/support/errors.h"
@@ -42,12 +42,12 @@ Exit prepare(const MergeOptions& options, const CsvTable& table, MergeTemplate& 
     toColumn = table.columnOf(*options.toField);
     if (!toColumn) return usageError("--to-field", "no column '" + *options.toField + "'");
   }
-  if (const auto unknown = form.unknownTerm(table)) {
+  if (const auto unknown = form.unknownPlaceholder(table)) {
     reportError(options.file, *unknown);
     return Exit::unreadable;
   }
-  if (form.hasTermsInAttachedMessages(table))
-    reportError(options.file, "warning: terms in attached messages are not replaced");
+  if (form.hasPlaceholdersInAttachedMessages(table))
+    reportError(options.file, "warning: placeholders in attached messages are not replaced");
   if (form.prepare(table, toColumn, options.rawHtml)) return Exit::fine;
   reportError(options.file, "not enough memory");
   return Exit::unreadable;
@@ -100,7 +100,7 @@ Exit report(std::uint64_t messages) {
   return finishStandardOutput();
 }
 
-Exit merge(const MergeOptions& options, const TermForm& termForm) {
+Exit merge(const MergeOptions& options, const PlaceholderForm& placeholderForm) {
   std::optional<Message> message = loadMessageToWrite(options.file);
   if (!message) return Exit::unreadable;
   const Exit limits = reportLimits(options.file, message->limits());
@@ -108,7 +108,7 @@ Exit merge(const MergeOptions& options, const TermForm& termForm) {
     reportError(options.file, "warning: the message is signed, and its signature may no longer verify");
   std::optional<CsvTable> table = CsvTable::open(options.data);
   if (!table) return Exit::unreadable;
-  MergeTemplate form(std::move(*message), termForm);
+  MergeTemplate form(std::move(*message), placeholderForm);
   if (const Exit result = prepare(options, *table, form); result != Exit::fine) return result;
   std::uint64_t messages = 0;
   if (const Exit result = countRows(*table, form, messages); result != Exit::fine) return result;
@@ -154,25 +154,25 @@ void checkOptions(const MergeOptions& options) {
 void addMerge(CLI::App& app, Action& action) {
   auto options = std::make_shared<MergeOptions>();
   CLI::App* verb = app.add_subcommand("merge", "Make a message for each row of a table");
-  addText(*verb, "TEMPLATE", options->file, "Message with terms such as {{name}}; - is standard input")
+  addText(*verb, "TEMPLATE", options->file, "Message with placeholders such as {{name}}; - is standard input")
       ->required();
   addText(*verb, "--data", options->data,
           "Table: comma-separated values in utf-8, column names in the first row; - is standard input")
       ->required();
   addText(*verb, "--to-field", options->toField,
           "Column with the recipient of each message: an address or 'Name <address>'");
-  addText(*verb, "--key", options->key, "Pattern of a term, with %s for the column (default: {{%s}})");
+  addText(*verb, "--key", options->key, "Pattern of a placeholder, with %s for the column (default: {{%s}})");
   verb->add_flag("--raw-html", options->rawHtml, "Insert values into HTML without escaping");
   addDestinations(*verb, *options);
   verb->footer(
-      "Terms are replaced in texts, header fields, names and addresses; every message gets its own\n"
-      "Message-ID and Date. Attached messages are not changed. Bcc is kept for the program that sends.\n"
-      "The whole table is checked first; nothing is written when any row is wrong.\n"
+      "Placeholders are replaced in text bodies, header fields, names and addresses; every message gets\n"
+      "its own Message-ID and Date. Attached messages are not changed. Bcc is kept for the program\n"
+      "that sends. The whole table is checked first; nothing is written when any row is wrong.\n"
       "\n"
       "Example:\n  mailtree merge letter.eml --data people.csv --to-field email --dir out");
   verb->callback([options, &action] {
     checkOptions(*options);
-    const auto form = termFormOf(options->key);
+    const auto form = placeholderFormOf(options->key);
     if (!form) throw CLI::ValidationError("--key", "must have exactly one %s with text on both sides");
     action = [options, form = *form] { return merge(*options, form); };
   });

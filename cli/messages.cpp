@@ -14,8 +14,8 @@
 #include "cli/support/file_names.h"
 #include "cli/support/json_values.h"
 #include "cli/support/saving.h"
-#include "cli/support/table.h"
 #include "cli/support/terminal.h"
+#include "cli/support/terminal_table.h"
 
 namespace mailtree::cli {
 namespace {
@@ -49,7 +49,7 @@ std::string senderText(const InnerMessage& message) {
 }
 
 bool writeTable(InnerMessages& messages) {
-  Table table({{"No"}, {"Part"}, {"Date"}, {"Size", true}, {"From"}, {"Subject"}});
+  Table table({{"#"}, {"Part"}, {"Date"}, {"Size", true}, {"From"}, {"Subject"}});
   bool any = false;
   while (const InnerMessage* message = messages.next()) {
     any = true;

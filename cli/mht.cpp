@@ -11,7 +11,7 @@
 #include "cli/message/input.h"
 #include "cli/message/outline.h"
 #include "cli/message/output.h"
-#include "cli/message/structure.h"
+#include "cli/message/tree_changes.h"
 #include "cli/support/arguments.h"
 #include "cli/support/html_text.h"
 #include "cli/support/output_file.h"

@@ -7,8 +7,8 @@
 #include "cli/message/input.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
-#include "cli/support/table.h"
 #include "cli/support/terminal.h"
+#include "cli/support/terminal_table.h"
 #include "cli/views/json_view.h"
 
 namespace mailtree::cli {
@@ -28,7 +28,7 @@ std::string referenceOf(const Email2& item) {
 }
 
 void writeTable(const Outline& outline, const std::vector<int>& items) {
-  Table table({{"No", true}, {"Part", true}, {"Name"}, {"Type"}, {"Size", true}, {"Content-ID or location"}});
+  Table table({{"#", true}, {"Part", true}, {"Name"}, {"Type"}, {"Size", true}, {"Content-ID or location"}});
   for (std::size_t number = 0; number < items.size(); ++number) {
     const PartRow& row = outline.row(items[number]);
     table.add({std::to_string(number), std::to_string(items[number]), orDash(row.filename),
@@ -56,12 +56,12 @@ Exit related(const RelatedOptions& options) {
 void addRelated(CLI::App& app, Action& action) {
   auto options = std::make_shared<RelatedOptions>();
   CLI::App* verb = app.add_subcommand(
-      "related", "List the images and files that the HTML shows; status 1 when there are none");
+      "related", "List the parts of the multipart/related other than the HTML; status 1 when there are none");
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   verb->add_flag("--json", options->json, "One JSON object on one line");
   verb->footer(
-      "\"No\" is the number for edit --drop-related, \"Part\" the number in show and for extract --part.\n"
-      "Every part of the multipart/related counts, except the HTML itself as its first part.\n\n"
+      "\"#\" is the number for edit --drop-related, \"Part\" the number in show and for extract --part.\n"
+      "Every part of the multipart/related is numbered, except the first part (the HTML).\n\n"
       "Example:\n  mailtree related samples/newsletter.eml\n"
       "  mailtree related --json mail.eml | jq '.related[].content_id'");
   verb->callback([options, &action] { action = [options] { return related(*options); }; });

@@ -7,13 +7,13 @@
 #include "cli/message/input.h"
 #include "cli/message/outline.h"
 #include "cli/message/output.h"
-#include "cli/message/structure.h"
+#include "cli/message/tree_changes.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/output_file.h"
 #include "cli/writing/bodies.h"
 #include "cli/writing/fields.h"
-#include "cli/writing/quoted.h"
+#include "cli/writing/reply_text.h"
 
 namespace mailtree::cli {
 namespace {
@@ -138,9 +138,8 @@ void addReply(CLI::App& app, Action& action) {
 void addForward(CLI::App& app, Action& action) {
   addVerb(
       app, action, "forward", "Forward a message, quoting it",
-      "HTML, inline images and attachments are kept. The text goes before the quoted text, in plain text and "
-      "in\n"
-      "HTML.\n"
+      "HTML, inline images and attachments are kept. The text goes before the quoted text, in\n"
+      "plain text and in HTML.\n"
       "Example:\n  mailtree forward mail.eml --from jo@see.example --to anna@berg.example --text 'For you.' "
       "-o new.eml",
       &Email2::convertToForward);

@@ -9,8 +9,8 @@
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/json_values.h"
-#include "cli/support/table.h"
 #include "cli/support/terminal.h"
+#include "cli/support/terminal_table.h"
 #include "mailtree/mime/ReportFields.h"
 
 namespace mailtree::cli {

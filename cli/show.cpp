@@ -21,14 +21,14 @@ struct ShowOptions {
   bool json = false;
   bool headers = false;
   bool verbose = false;
-  bool colour = false;
-  bool noColour = false;
+  bool color = false;
+  bool noColor = false;
   KeyOptions keys;
 };
 
-ColourChoice choiceOf(const ShowOptions& options) {
-  if (options.noColour) return ColourChoice::never;
-  return options.colour ? ColourChoice::always : ColourChoice::automatic;
+ColorChoice choiceOf(const ShowOptions& options) {
+  if (options.noColor) return ColorChoice::never;
+  return options.color ? ColorChoice::always : ColorChoice::automatic;
 }
 
 void writeTitle(const std::string& file, bool isFirst, const Style& style) {
@@ -80,10 +80,10 @@ void addShow(CLI::App& app, Action& action) {
   verb->add_flag("--json", options->json, "One JSON object per message, one line each");
   verb->add_flag("--headers", options->headers, "Show every header field, decoded");
   verb->add_flag("-v,--verbose", options->verbose, "Show why parts are attachments, and what was repaired");
-  CLI::Option* colour =
-      verb->add_flag("--color", options->colour, "Colour even when the output is not a terminal");
-  verb->add_flag("--no-color", options->noColour, "No colour (as with NO_COLOR in the environment)")
-      ->excludes(colour);
+  CLI::Option* color =
+      verb->add_flag("--color", options->color, "Color even when the output is not a terminal");
+  verb->add_flag("--no-color", options->noColor, "No color (as with NO_COLOR in the environment)")
+      ->excludes(color);
   addReadingKeyOptions(*verb, options->keys);
   verb->footer(
       "Example:\n  mailtree show samples/newsletter.eml\n  mailtree show --json mails | jq .subject\n"

@@ -52,9 +52,9 @@ Exit check(const WriteOptions& options) {
   message = loadMessageToWrite(options.file, received);
   std::optional<Message> after = loadMessageToWrite(options.file, written);
   if (!message || !after) return Exit::unreadable;
-  const std::vector<std::string> seen = differencesToReader(*message->root, *after->root);
-  for (const std::string& line : seen) std::cout << "a reader sees: " << line << '\n';
-  if (seen.empty()) std::cout << "a reader sees no difference\n";
+  const std::vector<std::string> seen = displayedDifferences(*message->root, *after->root);
+  for (const std::string& line : seen) std::cout << "a mail client shows: " << line << '\n';
+  if (seen.empty()) std::cout << "a mail client shows no difference\n";
   return worse(worse(result, Exit::negative), finishStandardOutput());
 }
 

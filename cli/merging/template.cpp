@@ -16,9 +16,9 @@ namespace mailtree::cli {
 namespace {
 
 constexpr unsigned kSecretBytes = 12;
-constexpr std::string_view kPlaceholder = "%s";
-/// How far to search for the end of a term that is broken across lines.
-constexpr std::size_t kMaxTerm = 200;
+constexpr std::string_view kColumnMark = "%s";
+/// How far to search for the end of a placeholder that is broken across lines.
+constexpr std::size_t kMaxPlaceholder = 200;
 constexpr int kTo = static_cast<int>(RecipientKind::to);
 
 /// Visits a node and everything below it, parents first, until the visitor returns false.
@@ -35,15 +35,15 @@ bool isText(const Email2& node) {
 }
 bool isHtml(const Email2& node) { return equalsNoCase(node.m_contentType.m_type, "text/html"); }
 
-bool isIn(std::string_view text, std::string_view wanted) {
+bool containsText(std::string_view text, std::string_view wanted) {
   return findSubstring(text, wanted) != std::string_view::npos;
 }
 
-/// Iterates over the names of the terms in text. A term ends on the line where it begins. Positions found
-/// ahead are kept, so a line with thousands of terms is searched once.
-class TermReader {
+/// Iterates over the names of the placeholders in text. A placeholder ends on the line where it begins.
+/// Positions found ahead are kept, so a line with thousands of placeholders is searched once.
+class PlaceholderReader {
  public:
-  TermReader(std::string_view text, const TermForm& form) : m_text(text), m_form(form) {}
+  PlaceholderReader(std::string_view text, const PlaceholderForm& form) : m_text(text), m_form(form) {}
 
   std::optional<std::string_view> next() {
     while ((m_at = findSubstring(m_text, m_form.prefix, m_at)) != std::string_view::npos) {
@@ -57,12 +57,12 @@ class TermReader {
     }
     return std::nullopt;
   }
-  /// Where the search for the next term begins.
+  /// Where the search for the next placeholder begins.
   std::size_t position() const noexcept { return m_at; }
 
  private:
   std::string_view m_text;
-  const TermForm& m_form;
+  const PlaceholderForm& m_form;
   std::size_t m_at = 0;
   std::size_t m_lineEnd = 0;
   std::size_t m_suffix = 0;
@@ -74,14 +74,16 @@ std::size_t lineAt(std::string_view text, std::size_t at) {
          1;
 }
 
-/// Describes the first term whose name is not a column; with its line when `isBody`.
-std::optional<std::string> firstUnknownTerm(std::string_view text, const TermForm& form,
-                                            const CsvTable& table, const std::string& place, bool isBody) {
-  TermReader terms(text, form);
-  while (const auto name = terms.next()) {
+/// Describes the first placeholder whose name is not a column; with its line when `isBody`.
+std::optional<std::string> firstUnknownPlaceholder(std::string_view text, const PlaceholderForm& form,
+                                                   const CsvTable& table, const std::string& place,
+                                                   bool isBody) {
+  PlaceholderReader placeholders(text, form);
+  while (const auto name = placeholders.next()) {
     if (table.columnOf(*name)) continue;
-    const std::string where = isBody ? ", line " + std::to_string(lineAt(text, terms.position() - 1)) : "";
-    return place + where + ": no column for " + form.termOf(*name);
+    const std::string where =
+        isBody ? ", line " + std::to_string(lineAt(text, placeholders.position() - 1)) : "";
+    return place + where + ": no column for " + form.placeholderOf(*name);
   }
   return std::nullopt;
 }
@@ -90,35 +92,37 @@ std::string typeOf(const Email2& node) {
   return node.m_contentType.m_type.isEmpty() ? "text/plain" : std::string(node.m_contentType.m_type.view());
 }
 
-/// Describes the first term that a mail program broke over two lines. Such a term is not replaced.
-std::optional<std::string> firstBrokenTerm(std::string_view text, const TermForm& form, const CsvTable& table,
-                                           const std::string& place) {
+/// Describes the first placeholder that a mail program broke over two lines. It is not replaced.
+std::optional<std::string> firstBrokenPlaceholder(std::string_view text, const PlaceholderForm& form,
+                                                  const CsvTable& table, const std::string& place) {
   std::size_t at = 0;
   while ((at = findSubstring(text, form.prefix, at)) != std::string_view::npos) {
     at += form.prefix.size();
-    const std::string_view after = text.substr(at, kMaxTerm);
+    const std::string_view after = text.substr(at, kMaxPlaceholder);
     std::string name(after.substr(0, findSubstring(after, form.suffix)));
     if (name.size() == after.size() || name.find('\n') == std::string::npos) continue;
     std::erase(name, '\r');
     std::ranges::replace(name, '\n', ' ');
-    for (std::size_t twice; (twice = name.find("  ")) != std::string::npos;) name.erase(twice, 1);
+    for (std::size_t doubleSpace; (doubleSpace = name.find("  ")) != std::string::npos;)
+      name.erase(doubleSpace, 1);
     if (table.columnOf(name))
-      return place + ", line " + std::to_string(lineAt(text, at)) + ": " + form.termOf(name) +
+      return place + ", line " + std::to_string(lineAt(text, at)) + ": " + form.placeholderOf(name) +
              " is split across two lines";
   }
   return std::nullopt;
 }
 
-std::optional<std::string> firstUnknownTermOf(const Email2& node, const TermForm& form,
-                                              const CsvTable& table) {
+std::optional<std::string> firstUnknownPlaceholderOf(const Email2& node, const PlaceholderForm& form,
+                                                     const CsvTable& table) {
   for (int i = 0; i < node.m_header.getNumFields(); ++i)
-    if (auto unknown = firstUnknownTerm(node.m_header.decodedValue(i), form, table,
-                                        "field " + std::string(node.m_header.fieldName(i)), /*isBody=*/false))
+    if (auto unknown =
+            firstUnknownPlaceholder(node.m_header.decodedValue(i), form, table,
+                                    "field " + std::string(node.m_header.fieldName(i)), /*isBody=*/false))
       return unknown;
   if (!isText(node)) return std::nullopt;
   const std::string place = typeOf(node) + " part";
-  auto unknown = firstUnknownTerm(node.m_body.view(), form, table, place, /*isBody=*/true);
-  return unknown ? unknown : firstBrokenTerm(node.m_body.view(), form, table, place);
+  auto unknown = firstUnknownPlaceholder(node.m_body.view(), form, table, place, /*isBody=*/true);
+  return unknown ? unknown : firstBrokenPlaceholder(node.m_body.view(), form, table, place);
 }
 
 void addPair(ExtPtrArray& pairs, const char* key, const char* value) {
@@ -167,15 +171,15 @@ bool write(Email2& root, std::string& out) {
 
 }  // namespace
 
-std::optional<TermForm> termFormOf(std::string_view pattern) {
-  const std::size_t at = pattern.find(kPlaceholder);
+std::optional<PlaceholderForm> placeholderFormOf(std::string_view pattern) {
+  const std::size_t at = pattern.find(kColumnMark);
   if (at == std::string_view::npos || at == 0) return std::nullopt;
-  const std::string_view suffix = pattern.substr(at + kPlaceholder.size());
-  if (suffix.empty() || contains(suffix, kPlaceholder)) return std::nullopt;
-  return TermForm{std::string(pattern.substr(0, at)), std::string(suffix)};
+  const std::string_view suffix = pattern.substr(at + kColumnMark.size());
+  if (suffix.empty() || contains(suffix, kColumnMark)) return std::nullopt;
+  return PlaceholderForm{std::string(pattern.substr(0, at)), std::string(suffix)};
 }
 
-MergeTemplate::MergeTemplate(Message message, TermForm form)
+MergeTemplate::MergeTemplate(Message message, PlaceholderForm form)
     : m_message(std::move(message)), m_form(std::move(form)) {
   DataBuffer random;
   RandomSource::genRandomBytes(kSecretBytes, random);
@@ -184,20 +188,20 @@ MergeTemplate::MergeTemplate(Message message, TermForm form)
   m_secret = secret.extractString();
 }
 
-std::optional<std::string> MergeTemplate::unknownTerm(const CsvTable& table) const {
+std::optional<std::string> MergeTemplate::unknownPlaceholder(const CsvTable& table) const {
   std::optional<std::string> unknown;
   visit(*m_message.root, [&](Email2& node) {
-    unknown = firstUnknownTermOf(node, m_form, table);
+    unknown = firstUnknownPlaceholderOf(node, m_form, table);
     return !unknown;
   });
   return unknown;
 }
 
-bool MergeTemplate::hasTermsInAttachedMessages(const CsvTable& table) const {
+bool MergeTemplate::hasPlaceholdersInAttachedMessages(const CsvTable& table) const {
   return !visit(*m_message.root, [&](Email2& node) {
     if (!beginsWithNoCase(node.m_contentType.m_type, "message/")) return true;
     return std::ranges::none_of(table.columns(), [&](const std::string& column) {
-      return isIn(node.m_body.view(), m_form.termOf(column));
+      return containsText(node.m_body.view(), m_form.placeholderOf(column));
     });
   });
 }
@@ -212,25 +216,26 @@ bool MergeTemplate::prepare(const CsvTable& table, std::optional<std::size_t> to
   std::string written;
   if (!write(*m_message.root, written)) return false;
   for (std::size_t column = 0; column < table.columns().size(); ++column)
-    if (!replaceTerm(m_form.termOf(table.columns()[column]), column, !rawHtml, written)) return false;
+    if (!replacePlaceholder(m_form.placeholderOf(table.columns()[column]), column, !rawHtml, written))
+      return false;
   findAddressSlots();
   return true;
 }
 
-/// A token is kept only when its term occurs: the written message then changes.
-bool MergeTemplate::replaceTerm(const std::string& term, std::size_t column, bool escapeHtml,
-                                std::string& written) {
+/// A token is kept only when its placeholder occurs: the written message then changes.
+bool MergeTemplate::replacePlaceholder(const std::string& placeholder, std::size_t column, bool escapeHtml,
+                                       std::string& written) {
   Email2& root = *m_message.root;
   if (escapeHtml) {
     Token token = newToken(column, /*inHtml=*/true);
-    if (replaceInHtml(root, term, token.text)) {
+    if (replaceInHtml(root, placeholder, token.text)) {
       m_tokens.push_back(std::move(token));
       if (!write(root, written)) return false;
     }
   }
   Token token = newToken(column, /*inHtml=*/false);
   std::string after;
-  replaceEverywhere(root, term, token.text);
+  replaceEverywhere(root, placeholder, token.text);
   if (!write(root, after)) return false;
   if (written != after) m_tokens.push_back(std::move(token));
   written = std::move(after);
@@ -252,7 +257,7 @@ void MergeTemplate::setRecipient(std::size_t column) {
   m_tokens.push_back(newToken(column, /*inHtml=*/false));
   m_message.root->m_toAddrs.removeAllObjects();
   m_message.root->addRecipient(kTo, nullptr, m_tokens.back().text.c_str(), log);
-  m_slots.push_back({"To", m_tokens.back().text, /*isOne=*/true});
+  m_slots.push_back({"To", m_tokens.back().text, /*mustBeSingle=*/true});
 }
 
 void MergeTemplate::findAddressSlots() {
@@ -273,12 +278,12 @@ void MergeTemplate::findSlotsIn(int field) {
   ExtPtrArray list;
   if (_svEmailAddress::parseAndLoadList(header.unfoldedValue(field, scratch), list) == 0) {
     const std::string text = header.decodedValue(field);
-    if (isIn(text, m_secret)) m_slots.push_back({name, text, /*isOne=*/false});
+    if (containsText(text, m_secret)) m_slots.push_back({name, text, /*mustBeSingle=*/false});
   }
   for (int i = 0; i < list.getSize(); ++i) {
     const auto& entry = *list.at<_svEmailAddress>(i);
     const std::string_view address = entry.m_address.view();
-    if (!isIn(address, m_secret)) continue;
+    if (!containsText(address, m_secret)) continue;
     const bool isAlone = entry.m_name.isEmpty() && !contains(address, "@");
     m_slots.push_back({name, std::string(address), !isAlone});
   }
@@ -293,13 +298,13 @@ Replacements MergeTemplate::tokensToValues(const CsvRow& row) const {
 
 std::size_t MergeTemplate::lineOf(const AddressSlot& slot, const CsvRow& row) const {
   for (const Token& token : m_tokens)
-    if (isIn(slot.text, token.text)) return row.lineOf(token.column);
+    if (containsText(slot.text, token.text)) return row.lineOf(token.column);
   return row.line();
 }
 
 /// Cc and Bcc are optional.
 bool MergeTemplate::mayBeEmpty(const AddressSlot& slot) noexcept {
-  return !slot.isOne && (equalsNoCase(slot.field, "Cc") || equalsNoCase(slot.field, "Bcc"));
+  return !slot.mustBeSingle && (equalsNoCase(slot.field, "Cc") || equalsNoCase(slot.field, "Bcc"));
 }
 
 std::optional<RowProblem> MergeTemplate::problemOf(const CsvRow& row) const {
@@ -310,7 +315,8 @@ std::optional<RowProblem> MergeTemplate::problemOf(const CsvRow& row) const {
     text.append(std::string_view(slot.text));
     replacements.replaceIn(text);
     if (mayBeEmpty(slot) && trim(text.view()).empty()) continue;
-    const auto problem = addressProblem(text.view(), slot.isOne ? AddressCount::one : AddressCount::several);
+    const auto problem =
+        addressProblem(text.view(), slot.mustBeSingle ? AddressCount::one : AddressCount::several);
     if (problem) return RowProblem{lineOf(slot, row), slot.field + ": " + *problem};
   }
   return std::nullopt;

@@ -1,8 +1,8 @@
-// cli/merging/template.h - a message with terms, and the messages made from it.
+// cli/merging/template.h - a message with placeholders, and the messages made from it.
 //
-// Terms are replaced in two steps. When the template is prepared, each term becomes an unguessable token;
-// then, for each row, tokens become values. A value that looks like a term is therefore not replaced, and the
-// context of each term (HTML, an address) is determined only once.
+// Placeholders are replaced in two steps. When the template is prepared, each placeholder becomes an
+// unguessable token; then, for each row, tokens become values. A value that looks like a placeholder is
+// therefore not replaced, and the context of each placeholder (HTML, an address) is determined only once.
 #pragma once
 
 #include <optional>
@@ -16,15 +16,15 @@
 
 namespace mailtree::cli {
 
-/// The delimiters of a column name in a term, such as "{{" and "}}".
-struct TermForm {
+/// The delimiters of a column name in a placeholder, such as "{{" and "}}".
+struct PlaceholderForm {
   std::string prefix, suffix;
 
-  std::string termOf(std::string_view column) const { return prefix + std::string(column) + suffix; }
+  std::string placeholderOf(std::string_view column) const { return prefix + std::string(column) + suffix; }
 };
 
 /// Parses a pattern such as "{{%s}}"; nothing unless it has exactly one "%s" with text on both sides.
-std::optional<TermForm> termFormOf(std::string_view pattern);
+std::optional<PlaceholderForm> placeholderFormOf(std::string_view pattern);
 
 struct RowProblem {
   std::size_t line;
@@ -33,14 +33,14 @@ struct RowProblem {
 
 class MergeTemplate {
  public:
-  MergeTemplate(Message message, TermForm form);
+  MergeTemplate(Message message, PlaceholderForm form);
 
-  /// Describes the first term without a column and its place; nothing when there is none.
-  std::optional<std::string> unknownTerm(const CsvTable& table) const;
-  /// Whether an attached message, which is not changed, contains terms.
-  bool hasTermsInAttachedMessages(const CsvTable& table) const;
-  /// Replaces terms with tokens. `toColumn`: the column of the recipients, one per message. `rawHtml`: values
-  /// go into HTML without escaping. False when memory ran out.
+  /// Describes the first placeholder without a column and its place; nothing when there is none.
+  std::optional<std::string> unknownPlaceholder(const CsvTable& table) const;
+  /// Whether an attached message, which is not changed, contains placeholders.
+  bool hasPlaceholdersInAttachedMessages(const CsvTable& table) const;
+  /// Replaces placeholders with tokens. `toColumn`: the column of the recipients, one per message. `rawHtml`:
+  /// values go into HTML without escaping. False when memory ran out.
   bool prepare(const CsvTable& table, std::optional<std::size_t> toColumn, bool rawHtml);
 
   /// Checks the addresses that a row supplies.
@@ -59,11 +59,12 @@ class MergeTemplate {
   struct AddressSlot {
     std::string field;
     std::string text;
-    bool isOne;  ///< Must become one address, not a list.
+    bool mustBeSingle;  ///< Must become one address, not a list.
   };
 
   Token newToken(std::size_t column, bool inHtml) const;
-  bool replaceTerm(const std::string& term, std::size_t column, bool escapeHtml, std::string& written);
+  bool replacePlaceholder(const std::string& placeholder, std::size_t column, bool escapeHtml,
+                          std::string& written);
   void removeTransportFields();
   void setRecipient(std::size_t column);
   void findAddressSlots();
@@ -73,7 +74,7 @@ class MergeTemplate {
   std::size_t lineOf(const AddressSlot& slot, const CsvRow& row) const;
 
   Message m_message;
-  TermForm m_form;
+  PlaceholderForm m_form;
   std::string m_secret;  ///< Prefix of every token.
   std::vector<Token> m_tokens;
   std::vector<AddressSlot> m_slots;

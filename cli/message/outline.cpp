@@ -34,7 +34,7 @@ bool isUntypedText(Email2& node, bool inMixed) {
          !node.isEmailAttachment(inMixed, quiet);
 }
 
-using RowOfNode = std::unordered_map<const SorvikObject*, int>;
+using RowIds = std::unordered_map<const SorvikObject*, int>;
 
 std::string charsetOf(const Email2& node) {
   std::string scratch;
@@ -60,30 +60,30 @@ PartRow rowOf(Email2& node, int depth, int parent, bool isLastChild) {
 }
 
 std::vector<PartRow> numberedRows(Email2& root) {
-  struct Open {
+  struct Pending {
     Email2* node;
     int depth, parent;
     bool isLastChild;
   };
   std::vector<PartRow> rows;
-  std::vector<Open> open{{&root, 0, -1, true}};
-  while (!open.empty()) {
-    const Open next = open.back();
-    open.pop_back();
+  std::vector<Pending> pending{{&root, 0, -1, true}};
+  while (!pending.empty()) {
+    const Pending next = pending.back();
+    pending.pop_back();
     const int id = static_cast<int>(rows.size());
     rows.push_back(rowOf(*next.node, next.depth, next.parent, next.isLastChild));
     const int last = next.node->getNumParts() - 1;
     for (int i = last; i >= 0; --i)
-      if (Email2* child = next.node->getPart(i)) open.push_back({child, next.depth + 1, id, i == last});
+      if (Email2* child = next.node->getPart(i)) pending.push_back({child, next.depth + 1, id, i == last});
   }
   return rows;
 }
 
-void markBodies(Email2& root, const RowOfNode& rowOf, Outline& outline) {
+void markBodies(Email2& root, const RowIds& rowIds, Outline& outline) {
   ExtPtrArray bodies;
   root.enumerateAlternatives(root, bodies);
   for (int i = 0; i < bodies.getSize(); ++i) {
-    const int id = rowOf.at(bodies.elementAt(i));
+    const int id = rowIds.at(bodies.elementAt(i));
     PartRow& row = outline.rows[static_cast<std::size_t>(id)];
     row.isBody = true;
     if (outline.plainText < 0 && row.contentType == "text/plain") outline.plainText = id;
@@ -92,10 +92,10 @@ void markBodies(Email2& root, const RowOfNode& rowOf, Outline& outline) {
   bodies.removeAll();
 }
 
-void markUntypedBody(Email2& root, const RowOfNode& rowOf, Outline& outline) {
+void markUntypedBody(Email2& root, const RowIds& rowIds, Outline& outline) {
   Email2* const text = outline.plainText < 0 ? untypedBody(root) : nullptr;
   if (!text) return;
-  outline.plainText = rowOf.at(text);
+  outline.plainText = rowIds.at(text);
   outline.rows[static_cast<std::size_t>(outline.plainText)].isBody = true;
 }
 
@@ -112,23 +112,23 @@ void markReportText(Email2& root, Outline& outline) {
 
 /// Attaching a file to a signed message or a report wraps it in multipart/mixed, where the library finds no
 /// bodies. Mail clients still show its text.
-void markEnclosedBodies(Email2& root, const RowOfNode& rowOf, Outline& outline) {
+void markEnclosedBodies(Email2& root, const RowIds& rowIds, Outline& outline) {
   if (!root.isMultipartMixed()) return;
   for (int i = 0; i < root.getNumParts() && outline.plainText < 0 && outline.html < 0; ++i) {
     Email2& part = *root.getPart(i);
     if (!part.isMultipartReport() && !part.equalsContentType("multipart/signed")) continue;
-    markBodies(part, rowOf, outline);
+    markBodies(part, rowIds, outline);
     markReportText(part, outline);
   }
 }
 
-void markAttachments(Email2& root, const RowOfNode& rowOf, Outline& outline) {
+void markAttachments(Email2& root, const RowIds& rowIds, Outline& outline) {
   ExtPtrArray found;
   ReasonLog log;
   root.attachmentIterate2(root.isMultipartMixedForAttachmentPurposes(), found, /*target=*/-1, log);
   const bool everyReasonKnown = log.reasons().size() == static_cast<std::size_t>(found.getSize());
   for (int i = 0; i < found.getSize(); ++i) {
-    const int id = rowOf.at(found.elementAt(i));
+    const int id = rowIds.at(found.elementAt(i));
     PartRow& row = outline.rows[static_cast<std::size_t>(id)];
     row.isAttachment = true;
     if (everyReasonKnown) row.reason = log.reasons()[static_cast<std::size_t>(i)];
@@ -146,12 +146,12 @@ std::string decodeUtf8(std::string_view bytes) {
 
 /// Decodes text without a usable charset: by the code page of the header, else by detection, else as
 /// iso-8859-1. Detected utf-16 without NUL bytes is rejected as implausible.
-std::string decodeByDetection(int ofHeader, std::string_view bytes) {
+std::string decodeByDetection(int headerCodePage, std::string_view bytes) {
   const int detected = detectCodePage(bytes);
   if (detected == kCpUtf8) return decodeUtf8(bytes);
   const bool isImplausible = hasWideUnits(detected) && !contains(bytes, std::string_view("\0", 1));
   std::string text;
-  for (const int codePage : {ofHeader, isImplausible ? 0 : detected, kCpLatin1}) {
+  for (const int codePage : {headerCodePage, isImplausible ? 0 : detected, kCpLatin1}) {
     if (codePage > 0 && codePage != kCpUtf8 && decodeToUtf8(codePage, bytes, text)) return text;
     text.clear();
   }
@@ -163,7 +163,7 @@ std::string decodeByDetection(int ofHeader, std::string_view bytes) {
 Outline outlineOf(Email2& root) {
   Outline outline;
   outline.rows = numberedRows(root);
-  RowOfNode ids;
+  RowIds ids;
   ids.reserve(outline.rows.size());
   for (std::size_t i = 0; i < outline.rows.size(); ++i)
     ids.emplace(outline.rows[i].node, static_cast<int>(i));

@@ -248,7 +248,7 @@ std::string_view fitMaxWidth(std::string_view utf8, std::size_t columns) {
 
 std::string Style::paint(Ink ink, std::string_view text) const {
   const char* code = kInkCodes[static_cast<std::size_t>(ink)];
-  if (!colour || !*code) return std::string(text);
+  if (!color || !*code) return std::string(text);
   return std::string("\033[").append(code).append("m").append(text).append("\033[0m");
 }
 
@@ -272,11 +272,11 @@ bool leadsToTerminal(const std::string& path) {
   return isTerminal;
 }
 
-Style styleOfStandardOutput(ColourChoice choice) {
+Style styleOfStandardOutput(ColorChoice choice) {
   const bool terminal = standardOutputIsTerminal();
-  const char* noColour = std::getenv("NO_COLOR");
-  const bool wanted = terminal && !(noColour && *noColour);
-  return {choice == ColourChoice::always || (choice == ColourChoice::automatic && wanted), terminal,
+  const char* noColor = std::getenv("NO_COLOR");
+  const bool wanted = terminal && !(noColor && *noColor);
+  return {choice == ColorChoice::always || (choice == ColorChoice::automatic && wanted), terminal,
           standardOutputColumns()};
 }
 

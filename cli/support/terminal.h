@@ -62,7 +62,7 @@ void writeLine(std::string_view head, std::string_view text);
 
 /// Whether to use colors and line-drawing characters, or plain ASCII.
 struct Style {
-  bool colour = false;
+  bool color = false;
   bool lines = false;
   std::size_t columns = 0;  ///< Of the terminal; 0 without one.
 
@@ -70,11 +70,11 @@ struct Style {
   std::string paint(Ink ink, std::string_view text) const;
 };
 
-enum class ColourChoice { automatic, always, never };
+enum class ColorChoice { automatic, always, never };
 
 /// Style for standard output: line-drawing characters only on a terminal; color too, unless NO_COLOR is set.
 /// `choice` overrides color.
-Style styleOfStandardOutput(ColourChoice choice);
+Style styleOfStandardOutput(ColorChoice choice);
 
 bool standardOutputIsTerminal();
 /// Width of the terminal; 0 when standard output is not one.

@@ -2,7 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "cli/message/structure.h"
+#include "cli/message/tree_changes.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/files.h"
@@ -74,7 +74,7 @@ const char* decode(std::string_view bytes, TextCharset charset, std::string& out
   const int marked = removeByteOrderMark(charset, bytes);
   const int codePage = marked ? marked : charset.codePage;
   if (codePage == 0 || codePage == kCpUtf8) {
-    if (!isValidUtf8(bytes)) return "the text is not valid utf-8; name its charset with --text-charset";
+    if (!isValidUtf8(bytes)) return "the text is not valid utf-8; specify its charset with --text-charset";
     out = bytes;
   } else if (!decodeToUtf8(codePage, bytes, out)) {
     return charset.codePage ? "the text is not valid in the given charset"

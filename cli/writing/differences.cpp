@@ -314,7 +314,7 @@ std::vector<std::string> differencesInBytes(std::string_view received, std::stri
   return ByteComparison().compare(received, written);
 }
 
-std::vector<std::string> differencesToReader(Email2& received, Email2& written) {
+std::vector<std::string> displayedDifferences(Email2& received, Email2& written) {
   return ReaderComparison().compare(received, written);
 }
 

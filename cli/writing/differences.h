@@ -16,6 +16,6 @@ std::vector<std::string> differencesInBytes(std::string_view received, std::stri
 
 /// Lists in the same form what a mail client shows differently: decoded fields, types,
 /// names, texts and files.
-std::vector<std::string> differencesToReader(Email2& received, Email2& written);
+std::vector<std::string> displayedDifferences(Email2& received, Email2& written);
 
 }  // namespace mailtree::cli

@@ -5,7 +5,7 @@
 #include <unordered_set>
 
 #include "cli/message/outline.h"
-#include "cli/message/structure.h"
+#include "cli/message/tree_changes.h"
 #include "cli/support/errors.h"
 
 namespace mailtree::cli {

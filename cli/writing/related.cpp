@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "cli/message/structure.h"
+#include "cli/message/tree_changes.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/files.h"
@@ -107,11 +107,11 @@ bool updateReferences(Email2& html, const std::vector<InlineFile>& files,
   for (std::size_t i = 0; i < files.size(); ++i)
     if (!files[i].byLocation)
       targets.push_back({files[i].name, std::string(withoutBrackets(items[i]->m_contentId.view()))});
-  std::string page;
-  if (redirectCidReferences(html.m_body.view(), targets, page) > 0) {
+  std::string body;
+  if (redirectCidReferences(html.m_body.view(), targets, body) > 0) {
     const bool wasLong = html.m_body.hasLineLonger(kMaxLine7bit);
     html.m_body.clear();
-    if (!html.m_body.append(std::string_view(page))) return false;
+    if (!html.m_body.append(std::string_view(body))) return false;
     LogNull quiet;
     const bool isEncoded = html.m_transferEncoding.equalsIgnoreCase("base64") ||
                            html.m_transferEncoding.equalsIgnoreCase("quoted-printable");
@@ -119,7 +119,7 @@ bool updateReferences(Email2& html, const std::vector<InlineFile>& files,
       html.setContentEncodingNonRecursive("quoted-printable", quiet);
   }
   for (const CidTarget& target : targets)
-    if (!contains(page, cidUrlPart(target.contentId)))
+    if (!contains(body, cidUrlPart(target.contentId)))
       reportError("warning: the HTML does not refer to cid:" + target.name);
   return true;
 }
@@ -135,9 +135,11 @@ Email2* relatedEnclosure(Email2& email, Email2& html, LogBase& log) {
 }  // namespace
 
 void addInlineOptions(CLI::App& verb, InlineOptions& options) {
-  addRepeated(verb, "--inline", options.files,
-              "File that the HTML shows as cid:NAME; FILE=CID, such as logo.png=logo@x, sets its Content-ID");
-  addRepeated(verb, "--inline-location", options.locations, "File that the HTML shows as NAME");
+  addRepeated(
+      verb, "--inline", options.files,
+      "File that the HTML refers to as cid:NAME; FILE=CID, such as logo.png=logo@x, sets its Content-ID");
+  addRepeated(verb, "--inline-location", options.locations,
+              "File that the HTML refers to as NAME (sets Content-Location)");
 }
 
 Exit readInlineFiles(const InlineOptions& options, std::vector<InlineFile>& files) {

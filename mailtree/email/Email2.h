@@ -59,7 +59,7 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   // Contents                                     defined in email/             tested in tests/email/
   //   1  Life, subparts, shared settings         model/node.cpp                node_test.cpp
   //   2  Header fields                           model/headers.cpp             headers_test.cpp
-  //   3  Content attributes                      model/content_attributes.cpp  headers_test.cpp
+  //   3  Content attributes                      model/content_fields.cpp      headers_test.cpp
   //   4  Identifiers, dates, file names          model/identifiers.cpp         identifiers_test.cpp
   //   5  Loading                                 loading/*.cpp                 loading_test.cpp
   //   6  Output                                  output/*.cpp                  assembly_test.cpp
@@ -83,11 +83,10 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   //                                              transform/tidy.cpp            transform_test.cpp
   //  15  XML and diagnostics                     output/xml.cpp                transform_test.cpp
   //                                              output/diagnostics.cpp        diagnostics_test.cpp
-  //  16  Secure mail                             ../secure/signing.cpp         signing_test.cpp
-  //  (tests/secure/)
+  //  16  Secure mail (tests in tests/secure/)    ../secure/signing.cpp         signing_test.cpp
   //                                              ../secure/enveloping.cpp      signing_test.cpp
   //                                              ../secure/symmetric.cpp       symmetric_test.cpp
-  //                                              ../secure/certificates.cpp
+  //                                              ../secure/message_certificates.cpp
   //                                              ../secure/security_state.cpp  unwrap_test.cpp
 
   /// @name 1. Life, subparts, shared settings @{

@@ -72,31 +72,31 @@ std::size_t swallowedParameter(std::string_view type) noexcept {
 
 void MimeMessage2::readContentFields(LimitSet& limits, const MimeMessage2* sibling) {
   for (std::size_t which = 0; which < std::size(kContentFields); ++which) {
-    const int row = m_header.findField(kContentFields[which]);
-    if (row < 0) continue;
+    const int fieldIndex = m_header.findField(kContentFields[which]);
+    if (fieldIndex < 0) continue;
     const bool isType = static_cast<ContentField>(which) == ContentField::type;
-    if (isType && sibling && copyContentType(row, *sibling)) continue;
-    readContentField(static_cast<ContentField>(which), row, limits);
+    if (isType && sibling && copyContentType(fieldIndex, *sibling)) continue;
+    readContentField(static_cast<ContentField>(which), fieldIndex, limits);
   }
 }
 
 /// Sibling parts often have the same type. False when this one differs, or when the sibling no longer matches
 /// its field: a charset changed while parsing is marked as a repair. Limits that the sibling exceeded are
 /// already recorded, because one pass reads both.
-bool MimeMessage2::copyContentType(int row, const MimeMessage2& sibling) {
+bool MimeMessage2::copyContentType(int fieldIndex, const MimeMessage2& sibling) {
   const int other = sibling.m_header.findField(kTypeField);
   if (other < 0 || m_header.has8bit() || sibling.m_header.has8bit()) return false;
   if (sibling.m_repairs.has(Repair::charset) || sibling.m_repairs.has(Repair::contentType)) return false;
-  if (m_header.rawValue(row) != sibling.m_header.rawValue(other)) return false;
+  if (m_header.rawValue(fieldIndex) != sibling.m_header.rawValue(other)) return false;
   m_contentType = sibling.m_contentType;
   m_parsedCharset = sibling.m_parsedCharset;
   m_charset = sibling.m_charset;
   return true;
 }
 
-void MimeMessage2::readContentField(ContentField which, int row, LimitSet& limits) {
+void MimeMessage2::readContentField(ContentField which, int fieldIndex, LimitSet& limits) {
   std::string scratch;
-  const std::string_view value = m_header.unfoldedValue(row, scratch);
+  const std::string_view value = m_header.unfoldedValue(fieldIndex, scratch);
   switch (which) {
     case ContentField::type: return readContentType(value, limits);
     case ContentField::disposition: return readDisposition(value, limits);
@@ -149,8 +149,8 @@ void MimeMessage2::refreshDispositionField() {
   guarded([&] {
     LogNull quiet;
     std::string scratch;
-    const int row = m_header.findField(kDispositionField);
-    ParameterizedValue old = parseParameterizedValue(m_header.unfoldedValue(row, scratch));
+    const int fieldIndex = m_header.findField(kDispositionField);
+    ParameterizedValue old = parseParameterizedValue(m_header.unfoldedValue(fieldIndex, scratch));
     std::string replaced;
     old.params.take("filename", replaced);
 
@@ -251,8 +251,8 @@ void MimeMessage2::addReplaceHeaderFieldUtf8(const char* name, const char* value
     const auto which = static_cast<ContentField>(known - std::begin(kContentFields));
     if (which == ContentField::type) m_contentType.clear();
     LimitSet limits;
-    const int row = m_header.findField(*known);
-    if (row >= 0 || which != ContentField::type) return readContentField(which, row, limits);
+    const int fieldIndex = m_header.findField(*known);
+    if (fieldIndex >= 0 || which != ContentField::type) return readContentField(which, fieldIndex, limits);
     m_charset.clear();
     m_parsedCharset.clear();
   });
@@ -263,9 +263,9 @@ void MimeMessage2::copyContentFields(const MimeMessage2& from) {
     LogNull quiet;
     for (const char* field : {kTypeField, kDispositionField, kTransferEncodingField}) {
       std::string scratch;
-      const int row = from.m_header.findField(field);
-      if (row < 0) continue;
-      const std::string value(from.m_header.unfoldedValue(row, scratch));
+      const int fieldIndex = from.m_header.findField(field);
+      if (fieldIndex < 0) continue;
+      const std::string value(from.m_header.unfoldedValue(fieldIndex, scratch));
       m_header.replaceMimeFieldUtf8_a(field, value.c_str(), /*asGiven=*/true, /*ordinary=*/true, quiet);
     }
     LimitSet limits;

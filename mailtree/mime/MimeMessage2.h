@@ -198,8 +198,8 @@ class MimeMessage2 final : public SorvikObject {
   /// limits exceeded to `limits`.
   /// @param sibling  an entity read just before, probably with the same fields; null: none.
   void readContentFields(LimitSet& limits, const MimeMessage2* sibling = nullptr);
-  bool copyContentType(int row, const MimeMessage2& sibling);
-  void readContentField(ContentField which, int row, LimitSet& limits);
+  bool copyContentType(int fieldIndex, const MimeMessage2& sibling);
+  void readContentField(ContentField which, int fieldIndex, LimitSet& limits);
   void readContentType(std::string_view value, LimitSet& limits);
   void readDisposition(std::string_view value, LimitSet& limits);
   void refreshContentTypeField();

@@ -37,7 +37,7 @@ class Terminal : public testing::Test {
   const Workspace m_work;
 };
 
-TEST_F(Terminal, gets_lines_and_colours_unless_told_not_to) {
+TEST_F(Terminal, gets_lines_and_colors_unless_told_not_to) {
   const std::tuple<const char*, const char*, bool> rows[] = {
       {"", "", true},
       {"", "NO_COLOR=", true},
@@ -45,12 +45,12 @@ TEST_F(Terminal, gets_lines_and_colours_unless_told_not_to) {
       {"--no-color ", "", false},
       {"--color ", "NO_COLOR=1", true},
   };
-  for (const auto& [options, environment, isColoured] : rows) {
+  for (const auto& [options, environment, isColored] : rows) {
     SCOPED_TRACE(std::string(options) + environment);
     const Result result = run("show " + (options + sample("newsletter")), environment);
     EXPECT_THAT(result.out, HasSubstr("├─ 1"));
     EXPECT_THAT(result.out, HasSubstr("   └─ 4"));
-    EXPECT_EQ(result.out.find('\033') != std::string::npos, isColoured) << result.out;
+    EXPECT_EQ(result.out.find('\033') != std::string::npos, isColored) << result.out;
   }
 }
 

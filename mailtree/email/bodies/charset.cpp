@@ -144,8 +144,8 @@ void Email2::detectAndSetCharset(LogBase& log) {
     if (m_common && m_common->m_charset.getCodePage() == 0) m_common->m_charset.setByCodePage(kCpUtf8);
     return;
   }
-  const int ofHeader = m_header.getDetectedCP();
-  if (ofHeader >= 1 && checkConvertBody(ofHeader, log)) return;
+  const int headerCodePage = m_header.getDetectedCP();
+  if (headerCodePage >= 1 && checkConvertBody(headerCodePage, log)) return;
   if (checkConvertBody(kCpLatin1, log) || checkConvertBody(kCpLatin2, log)) return;
   if (m_common && m_common->m_charset.getCodePage() == 0) m_common->m_charset.setByCodePage(kCpUtf8);
 }

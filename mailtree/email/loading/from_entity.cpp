@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "mailtree/email/internal.h"
+#include "mailtree/email/loading/body_repairs.h"
 #include "mailtree/email/loading/layer_places.h"
-#include "mailtree/email/loading/received_body.h"
 #include "mailtree/email/loading/received_date.h"
 #include "mailtree/email/loading/settings_restorer.h"
 #include "mailtree/email/loading/unwrapping.h"

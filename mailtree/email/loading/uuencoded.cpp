@@ -9,7 +9,7 @@
 #include "mailtree/base/Search.h"
 #include "mailtree/base/Utf.h"
 #include "mailtree/email/internal.h"
-#include "mailtree/email/loading/received_body.h"
+#include "mailtree/email/loading/body_repairs.h"
 #include "mailtree/mime/coding/Uu.h"
 #include "mailtree/mime/html/Html.h"
 
@@ -36,7 +36,7 @@ const char* sniff(const Email2& node, const DataBuffer& body) {
   if (!body.containsSubstring(kAnyBegin, kSniffedBytes)) return nullptr;
   if (!node.m_contentType.m_type.isEmpty())
     return holdsBegin(body) ? "UU decoding MIME body and adding as attachment..." : nullptr;
-  if (hasAttachMark(node))
+  if (hasAttachHeader(node))
     return body.containsSubstring("<<", kSniffedBytes) ? "UU decoding MIME body and adding as attachment."
                                                        : nullptr;
   return holdsBegin(body) ? "UU decoding MIME body and adding as attachment.." : nullptr;

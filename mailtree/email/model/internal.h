@@ -14,7 +14,7 @@ class Email2;
 void appendIdentifierHost(std::string_view computerName, StringBuffer& out);
 
 /// Clears disposition and file name. A text that was a file because of them is converted
-/// to utf-8. (content_attributes.cpp)
+/// to utf-8. (content_fields.cpp)
 void clearDisposition(Email2& node);
 
 }  // namespace mailtree

@@ -240,7 +240,7 @@ void encodeBareCr(Email2& node, const OutgoingBody& body, const Assembly& job) {
 }
 
 /// Writes the plain name of the encoding, because some programs do not know "base64;". Letter case is kept.
-void normaliseEncodingName(Email2& node, LogBase& log) {
+void normalizeEncodingName(Email2& node, LogBase& log) {
   const int field = node.m_header.findField("Content-Transfer-Encoding");
   if (hasChildren(node) || !isEncoded(node) || field < 0) return;
   if (!equalsNoCase(node.m_header.rawValue(field), node.m_transferEncoding))
@@ -261,7 +261,7 @@ bool prepare(Email2& node, const Assembly& job, OutgoingBody& body) {
   body = chooseBody(node, isAttachment, job.log);
   encodeBoundaryLines(node, body, job);
   encodeBareCr(node, body, job);
-  normaliseEncodingName(node, job.log);
+  normalizeEncodingName(node, job.log);
   return node.isLive();
 }
 

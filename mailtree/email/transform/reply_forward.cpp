@@ -7,7 +7,7 @@
 
 #include "mailtree/base/Utf.h"
 #include "mailtree/email/internal.h"
-#include "mailtree/email/transform/reply_head.h"
+#include "mailtree/email/transform/reply_header.h"
 #include "mailtree/mime/charset/WrittenCharset.h"
 #include "mailtree/mime/coding/ContentCoding.h"
 #include "mailtree/mime/coding/EncodedWord.h"
@@ -21,7 +21,7 @@ constexpr int kCc = static_cast<int>(RecipientKind::cc);
 constexpr int kBcc = static_cast<int>(RecipientKind::bcc);
 
 /// How far into a text to search for the first HTML tags.
-constexpr std::size_t kSearchedForTags = 2000;
+constexpr std::size_t kTagSearchLimit = 2000;
 
 /// The differences between the two conversions.
 struct Conversion {
@@ -34,19 +34,19 @@ constexpr Conversion kReply = {"convertToReply", "RE: ", true};
 constexpr Conversion kForward = {"convertToForward", "FW: ", false};
 
 /// The form of a reply header.
-struct HeadForm {
+struct ReplyHeaderForm {
   const char* begin;
   const char* lineEnd;
   const char* end;  ///< After the subject.
 };
 
-constexpr HeadForm kPlainHead = {kPlainReplyHead, "\r\n", "\r\n\r\n"};
+constexpr ReplyHeaderForm kPlainForm = {kPlainReplyHeader, "\r\n", "\r\n\r\n"};
 // Deliberate: the values are inserted as text, without escaping, and the list of recipients is the
 // same in both forms.
-constexpr HeadForm kHtmlHead = {kHtmlReplyHead, "<br>", "<p>"};
+constexpr ReplyHeaderForm kHtmlForm = {kHtmlReplyHeader, "<br>", "<p>"};
 
 /// The fields of the received message that a reply header quotes.
-struct Origin {
+struct QuotedFields {
   StringBuffer sender, sent, to, cc, subject;
 };
 
@@ -62,27 +62,27 @@ StringBuffer recipientsOf(Email2& email, int kind, std::string_view field, LogBa
   return folded;
 }
 
-Origin originOf(Email2& email, LogBase& log) {
-  Origin origin;
-  email.getSubjectUtf8(origin.subject, log);
-  email.getFromFullUtf8(origin.sender, log);
-  email.getHeaderFieldUtf8("Date", origin.sent, log);
-  origin.to = recipientsOf(email, kTo, "To:", log);
-  origin.cc = recipientsOf(email, kCc, "Cc:", log);
-  return origin;
+QuotedFields quotedFieldsOf(Email2& email, LogBase& log) {
+  QuotedFields fields;
+  email.getSubjectUtf8(fields.subject, log);
+  email.getFromFullUtf8(fields.sender, log);
+  email.getHeaderFieldUtf8("Date", fields.sent, log);
+  fields.to = recipientsOf(email, kTo, "To:", log);
+  fields.cc = recipientsOf(email, kCc, "Cc:", log);
+  return fields;
 }
 
-std::string headOf(const Origin& origin, const HeadForm& form) {
-  std::string head = form.begin;
+std::string replyHeaderOf(const QuotedFields& fields, const ReplyHeaderForm& form) {
+  std::string header = form.begin;
   const auto add = [&](const char* name, const StringBuffer& value, const char* end) {
-    head.append(name).append(value.view()).append(end);
+    header.append(name).append(value.view()).append(end);
   };
-  add("From: ", origin.sender, form.lineEnd);
-  add("Sent: ", origin.sent, form.lineEnd);
-  if (!origin.to.isEmpty()) add("To: ", origin.to, form.lineEnd);
-  if (!origin.cc.isEmpty()) add("CC: ", origin.cc, form.lineEnd);
-  add("Subject: ", origin.subject, form.end);
-  return head;
+  add("From: ", fields.sender, form.lineEnd);
+  add("Sent: ", fields.sent, form.lineEnd);
+  if (!fields.to.isEmpty()) add("To: ", fields.to, form.lineEnd);
+  if (!fields.cc.isEmpty()) add("CC: ", fields.cc, form.lineEnd);
+  add("Subject: ", fields.subject, form.end);
+  return header;
 }
 
 // Where to quote
@@ -138,7 +138,7 @@ Email2* htmlPartOf(Email2& email) {
 bool isReallyHtml(const Email2& part) {
   if (part.equalsContentType("text/html")) return true;
   for (const char* const tag : {"<html", "<HTML", "<BODY", "<body"})
-    if (part.m_body.containsSubstring(tag, kSearchedForTags)) return true;
+    if (part.m_body.containsSubstring(tag, kTagSearchLimit)) return true;
   return false;
 }
 
@@ -170,19 +170,19 @@ void addEmptyText(Email2& email, LogBase& log) {
 bool prepend(DataBuffer& body, std::string_view text) { return body.prepend(text.data(), text.size()); }
 
 /// An attached text file keeps its declared charset if the reply header fits into it; else it becomes utf-8.
-bool prependToFile(Email2& part, std::string_view head, LogBase& log) {
+bool prependToFile(Email2& part, std::string_view header, LogBase& log) {
   const int codePage = labelledCharset(part).getCodePage();
-  if (codePage == 0 || codePage == kCpUtf8) return prepend(part.m_body, head);
+  if (codePage == 0 || codePage == kCpUtf8) return prepend(part.m_body, header);
   DataBuffer converted;
-  if (codePageToWrite(codePage, head) == codePage &&
-      EncodingConvert::EncConvert(kCpUtf8, codePage, head.data(), head.size(), converted, log))
+  if (codePageToWrite(codePage, header) == codePage &&
+      EncodingConvert::EncConvert(kCpUtf8, codePage, header.data(), header.size(), converted, log))
     return prepend(part.m_body, converted.view());
   converted.clear();
   EncodingConvert::EncConvert(codePage, kCpUtf8, part.m_body.getData2(), part.m_body.getSize(), converted,
                               log);
   part.m_body.takeData(converted);
   labelUtf8(part, log);
-  return prepend(part.m_body, head);
+  return prepend(part.m_body, header);
 }
 
 /// Corrects the charset declared in the HTML, but does not complete its structure, because the reply header
@@ -205,18 +205,18 @@ void chooseCharsetAndEncoding(Email2& email, Email2& part, LogBase& log) {
   if (codePage != 0) part.setEncodingViaCodePage(codePage, 0, log);
   part.refreshContentTypeHeader(log);
   if (codePage == before || codePage == kCpUsAscii) return;
-  if (Email2* const page = htmlPartOf(email); page && isConvertibleText(page->traits()))
-    correctDeclaredCharset(email, page->m_body, log);
+  if (Email2* const html = htmlPartOf(email); html && isConvertibleText(html->traits()))
+    correctDeclaredCharset(email, html->m_body, log);
 }
 
-void quote(Email2& email, Email2& part, const std::string& head, LogBase& log) {
+void quote(Email2& email, Email2& part, const std::string& header, LogBase& log) {
   if (part.m_contentType.m_type.isEmpty()) {
     part.fixContentTypeUtf8("text/plain", log);
     if (!part.m_body.is7bit(0)) part.detectAndSetCharset(log);
   }
   if (!isConvertibleText(part.traits())) {
-    prependToFile(part, head, log);
-  } else if (prepend(part.m_body, head) && !isAscii(head)) {
+    prependToFile(part, header, log);
+  } else if (prepend(part.m_body, header) && !isAscii(header)) {
     refreshCharsetLabel(part, log);
     chooseCharsetAndEncoding(email, part, log);
   }
@@ -254,15 +254,15 @@ void setFields(Email2& email, LogBase& log) {
 }
 
 /// False when the conversion must stop.
-bool quoteInBodies(Email2& email, const Origin& origin, LogBase& log) {
+bool quoteInBodies(Email2& email, const QuotedFields& fields, LogBase& log) {
   const QuotedParts parts = partsToQuote(email);
   if (parts.plain) {
     log.logInfo("Prepending to plain-text body");
-    quote(email, *parts.plain, headOf(origin, kPlainHead), log);
+    quote(email, *parts.plain, replyHeaderOf(fields, kPlainForm), log);
   }
   if (parts.html) {
     log.logInfo("Prepending to HTML body");
-    quote(email, *parts.html, headOf(origin, kHtmlHead), log);
+    quote(email, *parts.html, replyHeaderOf(fields, kHtmlForm), log);
   }
   return !parts.isIncomplete;
 }
@@ -271,12 +271,12 @@ bool convert(Email2& email, const Conversion& conversion, LogBase& log) {
   LogContextExitor context(log, conversion.context);
   email.removeHdrsForwRepl(log);
   if (lacksText(email)) addEmptyText(email, log);
-  const Origin origin = originOf(email, log);
+  const QuotedFields fields = quotedFieldsOf(email, log);
   StringBuffer subject(conversion.subjectPrefix);
-  subject.append(origin.subject);
+  subject.append(fields.subject);
   email.setHeaderField_a("Subject", subject.getString(), /*asGiven=*/false, log);
   // Deliberate: the new subject is kept, as documented for a message without a body to quote.
-  if (!quoteInBodies(email, origin, log)) return false;
+  if (!quoteInBodies(email, fields, log)) return false;
   setRecipients(email, conversion, log);
   removeFields(email, conversion);
   setFields(email, log);

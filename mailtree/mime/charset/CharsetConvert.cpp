@@ -101,7 +101,7 @@ bool EncodingConvert::EncConvert(int fromCodePage, int toCodePage, const void* b
   const bool known = isKnown(fromCodePage) && isKnown(toCodePage);
   // The input may be in `out`.
   DataBuffer result;
-  const bool whole = neverThrow(false, [&] {
+  const bool isComplete = neverThrow(false, [&] {
     return known ? convert(fromCodePage, toCodePage, input, result) : result.append(input) && false;
   });
   if (!known) {
@@ -110,7 +110,7 @@ bool EncodingConvert::EncConvert(int fromCodePage, int toCodePage, const void* b
     log.LogDataLong("toCodePage", toCodePage);
   }
   out.takeData(result);
-  return whole;
+  return isComplete;
 }
 
 bool decodeToUtf8(int codePage, std::string_view bytes, DataBuffer& out) {
@@ -136,9 +136,9 @@ bool encodeFromUtf8(int codePage, std::string_view utf8, std::string& out) {
 
 bool StringBuffer::convertEncoding(int fromCodePage, int toCodePage, LogBase& log) {
   DataBuffer converted;
-  const bool whole =
+  const bool isComplete =
       EncodingConvert::EncConvert(fromCodePage, toCodePage, m_text.data(), m_text.size(), converted, log);
-  return setString(converted.view()) && whole;
+  return setString(converted.view()) && isComplete;
 }
 
 }  // namespace mailtree

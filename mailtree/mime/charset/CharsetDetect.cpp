@@ -311,8 +311,8 @@ class Receiver {
     // The mark of utf-16 does not belong to the text.
     const Mark* const mark = isUtf16(codePage) ? markOf(m_bytes) : nullptr;
     DataBuffer text;
-    const bool whole = decodeToUtf8(codePage, m_bytes.substr(mark ? mark->bytes.size() : 0), text);
-    if (!whole && m_result.damaged == 0) return false;
+    const bool isValid = decodeToUtf8(codePage, m_bytes.substr(mark ? mark->bytes.size() : 0), text);
+    if (!isValid && m_result.damaged == 0) return false;
     m_out.takeData(text);
     m_result.converted = true;
     return true;

@@ -120,7 +120,7 @@ PackedUtf8 singleOf(const Family& family, unsigned byte) {
   const char c = static_cast<char>(byte);
   for (const char* const converter : {family.converter, family.fallback}) {
     if (!converter) continue;
-    const std::u16string units = decodeFewWithIcu(converter, std::string_view(&c, 1));
+    const std::u16string units = decodeShortWithIcu(converter, std::string_view(&c, 1));
     if (isCharacter(units) && !isPrivateUse(units[0])) return entryOf(units);
   }
   return kLead;
@@ -187,7 +187,7 @@ std::string rareCharacter(const Family& family, std::string_view bytes) {
   if (family.longForm == LongForm::fourWithFigures && bytes == kReplacementForm) return "\xEF\xBF\xBD";
   for (const char* const converter : {family.converter, family.fallback}) {
     if (!converter) continue;
-    const std::u16string units = decodeFewWithIcu(converter, bytes);
+    const std::u16string units = decodeShortWithIcu(converter, bytes);
     if (isCharacter(units)) return utf8Of(units);
   }
   return {};

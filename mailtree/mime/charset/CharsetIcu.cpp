@@ -159,7 +159,7 @@ bool decodeWithIcu(const char* name, std::string_view bytes, ByteSink& out) {
   return !damaged;
 }
 
-std::u16string decodeFewWithIcu(const char* name, std::string_view bytes) {
+std::u16string decodeShortWithIcu(const char* name, std::string_view bytes) {
   UConverter* const converter = converterNamed(name);
   if (!converter) return {};
   bool damaged = false;

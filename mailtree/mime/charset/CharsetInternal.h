@@ -99,20 +99,21 @@ struct SingleByteCodec {
 
 using HighHalf = std::array<char16_t, 128>;
 
-constexpr SingleByteCodec makeSingleByteCodec(int codePage, const HighHalf& read, const HighHalf& written) {
+constexpr SingleByteCodec makeSingleByteCodec(int codePage, const HighHalf& decodeTable,
+                                              const HighHalf& encodeTable) {
   SingleByteCodec codec{codePage, {}, {}, {}, {}, {}};
   std::uint8_t blocks = 1;
   for (unsigned i = 0; i < 128; ++i) {
     codec.utf8[i] = packUtf8(static_cast<char16_t>(i));
-    codec.utf8[i + 128] = read[i] ? packUtf8(read[i]) : kPackedReplacement;
+    codec.utf8[i + 128] = decodeTable[i] ? packUtf8(decodeTable[i]) : kPackedReplacement;
     if (packedLength(codec.utf8[i + 128]) == 2) {
       codec.first[i] = static_cast<std::uint8_t>(codec.utf8[i + 128]);
       codec.second[i] = static_cast<std::uint8_t>(codec.utf8[i + 128] >> 8);
     }
-    if (!written[i]) continue;
-    std::uint8_t& block = codec.block[written[i] >> 6];
+    if (!encodeTable[i]) continue;
+    std::uint8_t& block = codec.block[encodeTable[i] >> 6];
     if (!block) block = blocks++;
-    codec.bytes[block * 64U + (written[i] & 0x3F)] = static_cast<std::uint8_t>(i + 128);
+    codec.bytes[block * 64U + (encodeTable[i] & 0x3F)] = static_cast<std::uint8_t>(i + 128);
   }
   return codec;
 }
@@ -130,14 +131,14 @@ bool encodeSingleByte(const SingleByteCodec& codec, std::string_view utf8, ByteS
 /// How many bytes past the end of its output decoding may write.
 inline constexpr std::size_t kSingleByteMargin = 16;
 std::size_t count8bitPortable(std::string_view bytes) noexcept;
-/// Writes the characters to `to`, which has room for all and kSingleByteMargin more; returns the end. `whole`
-/// becomes false when a byte was invalid.
+/// Writes the characters to `to`, which has room for all and kSingleByteMargin more; returns the end.
+/// `isValid` becomes false when a byte was invalid.
 char* decodeSingleBytePortable(const SingleByteCodec& codec, std::string_view bytes, char* to,
-                               bool& whole) noexcept;
+                               bool& isValid) noexcept;
 #if MAILTREE_HAS_AVX2_PATH
 std::size_t count8bitAvx2(std::string_view bytes) noexcept;
 char* decodeSingleByteAvx2(const SingleByteCodec& codec, std::string_view bytes, char* to,
-                           bool& whole) noexcept;
+                           bool& isValid) noexcept;
 #endif
 
 bool decodeUtf16(std::string_view bytes, bool bigEndian, ByteSink& out);
@@ -158,7 +159,7 @@ const char* icuConverterOf(int codePage) noexcept;
 bool decodeWithIcu(const char* converter, std::string_view bytes, ByteSink& out);
 bool encodeWithIcu(const char* converter, std::string_view utf8, ByteSink& out);
 /// Decodes a few bytes to utf-16; empty when any is invalid.
-std::u16string decodeFewWithIcu(const char* converter, std::string_view bytes);
+std::u16string decodeShortWithIcu(const char* converter, std::string_view bytes);
 
 /// Whether 7-bit bytes are ASCII in the code page.
 bool isAsciiCompatible(int codePage) noexcept;

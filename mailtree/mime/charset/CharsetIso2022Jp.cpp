@@ -229,7 +229,7 @@ bool decodeIso2022Jp(std::string_view bytes, ByteSink& out) {
 bool encodeIso2022Jp(std::string_view utf8, ByteSink& out) {
   std::string euc;
   ByteSink sink(euc);
-  bool whole = encodeWithIcu(icuConverterOf(kCpEucJp), utf8, sink);
+  bool isComplete = encodeWithIcu(icuConverterOf(kCpEucJp), utf8, sink);
   std::string text;
   Set set = Set::ascii;
   for (std::size_t i = 0; i < euc.size();) {
@@ -238,7 +238,7 @@ bool encodeIso2022Jp(std::string_view utf8, ByteSink& out) {
       switchTo(Set::ascii, set, text);
       // A shift character of the text would be read as one of ours; C1 controls have no 7-bit form.
       const bool unwritable = c == kEscape || c == kShiftOut || c == kShiftIn || byteOf(c) >= 0x80;
-      whole &= !unwritable;
+      isComplete &= !unwritable;
       text += unwritable ? '?' : c;
       continue;
     }
@@ -246,7 +246,7 @@ bool encodeIso2022Jp(std::string_view utf8, ByteSink& out) {
       // Few programs know the supplementary set, and RFC 1468 cannot express it.
       switchTo(Set::ascii, set, text);
       text += '?';
-      whole = false;
+      isComplete = false;
       i += 2;
       continue;
     }
@@ -256,7 +256,7 @@ bool encodeIso2022Jp(std::string_view utf8, ByteSink& out) {
   }
   switchTo(Set::ascii, set, text);
   out.append(text);
-  return whole;
+  return isComplete;
 }
 
 }  // namespace mailtree

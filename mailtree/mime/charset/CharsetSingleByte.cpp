@@ -51,7 +51,7 @@ std::size_t count8bitPortable(std::string_view bytes) noexcept {
 }
 
 char* decodeSingleBytePortable(const SingleByteCodec& codec, std::string_view bytes, char* to,
-                               bool& whole) noexcept {
+                               bool& isValid) noexcept {
   const char* p = bytes.data();
   const char* const end = p + bytes.size();
   PackedUtf8 seen = 0;
@@ -64,7 +64,7 @@ char* decodeSingleBytePortable(const SingleByteCodec& codec, std::string_view by
       to = storePacked(c, to);
     }
   }
-  whole &= (seen & kPackedDamage) == 0;
+  isValid &= (seen & kPackedDamage) == 0;
   return to;
 }
 
@@ -76,17 +76,17 @@ std::size_t count8bit(std::string_view bytes) noexcept {
   return hasAvx2() ? count8bitAvx2(bytes) : count8bitPortable(bytes);
 }
 
-char* decodeAll(const SingleByteCodec& codec, std::string_view bytes, char* to, bool& whole) noexcept {
-  return hasAvx2() ? decodeSingleByteAvx2(codec, bytes, to, whole)
-                   : decodeSingleBytePortable(codec, bytes, to, whole);
+char* decodeAll(const SingleByteCodec& codec, std::string_view bytes, char* to, bool& isValid) noexcept {
+  return hasAvx2() ? decodeSingleByteAvx2(codec, bytes, to, isValid)
+                   : decodeSingleBytePortable(codec, bytes, to, isValid);
 }
 
 #else
 
 std::size_t count8bit(std::string_view bytes) noexcept { return count8bitPortable(bytes); }
 
-char* decodeAll(const SingleByteCodec& codec, std::string_view bytes, char* to, bool& whole) noexcept {
-  return decodeSingleBytePortable(codec, bytes, to, whole);
+char* decodeAll(const SingleByteCodec& codec, std::string_view bytes, char* to, bool& isValid) noexcept {
+  return decodeSingleBytePortable(codec, bytes, to, isValid);
 }
 
 #endif
@@ -97,10 +97,10 @@ bool decodeSingleByte(const SingleByteCodec& codec, std::string_view bytes, Byte
   // A character has at most three bytes, and each store is rounded up.
   const std::size_t capacity = bytes.size() + 2 * count8bit(bytes) + kSingleByteMargin;
   char* const begin = out.grow(capacity);
-  bool whole = true;
-  const char* const end = decodeAll(codec, bytes, begin, whole);
+  bool isValid = true;
+  const char* const end = decodeAll(codec, bytes, begin, isValid);
   out.shrink(capacity - static_cast<std::size_t>(end - begin));
-  return whole;
+  return isValid;
 }
 
 namespace {
@@ -131,7 +131,7 @@ bool encodeSingleByte(const SingleByteCodec& codec, std::string_view utf8, ByteS
   char* to = begin;
   const char* p = utf8.data();
   const char* const end = p + utf8.size();
-  bool whole = true;
+  bool isComplete = true;
   while (p < end) {
     copyAscii(p, end, to);
     // Looks for long runs of ASCII again after a while, not after every character.
@@ -149,13 +149,13 @@ bool encodeSingleByte(const SingleByteCodec& codec, std::string_view utf8, ByteS
         size = 0;
         nextCodePoint(std::string_view(p, static_cast<std::size_t>(end - p)), size);
         *to++ = '?';
-        whole = false;
+        isComplete = false;
       }
       p += size;
     }
   }
   out.shrink(utf8.size() - static_cast<std::size_t>(to - begin));
-  return whole;
+  return isComplete;
 }
 
 }  // namespace mailtree

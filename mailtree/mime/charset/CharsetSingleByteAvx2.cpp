@@ -81,7 +81,7 @@ MAILTREE_AVX2 std::size_t count8bitAvx2(std::string_view bytes) noexcept {
 }
 
 MAILTREE_AVX2 char* decodeSingleByteAvx2(const SingleByteCodec& codec, std::string_view bytes, char* to,
-                                         bool& whole) noexcept {
+                                         bool& isValid) noexcept {
   for (; bytes.size() >= kBlock; bytes.remove_prefix(kBlock)) {
     const __m256i text = load(bytes.data());
     const std::uint32_t twos = bitsOf(text);
@@ -100,10 +100,10 @@ MAILTREE_AVX2 char* decodeSingleByteAvx2(const SingleByteCodec& codec, std::stri
     for (std::size_t i = 0; i < kBlock; i += kGroup) {
       const bool plain = (others >> i & (kPairShuffles.size() - 1)) == 0;
       to = plain ? putGroup(groups[i / kGroup], twos >> i, to)
-                 : decodeSingleBytePortable(codec, bytes.substr(i, kGroup), to, whole);
+                 : decodeSingleBytePortable(codec, bytes.substr(i, kGroup), to, isValid);
     }
   }
-  return decodeSingleBytePortable(codec, bytes, to, whole);
+  return decodeSingleBytePortable(codec, bytes, to, isValid);
 }
 
 }  // namespace mailtree

@@ -35,7 +35,7 @@ constexpr std::size_t kChunk = std::size_t{16} * 1024;
 bool decodeUtf16(std::string_view bytes, bool bigEndian, ByteSink& out) {
   const char* p = bytes.data();
   const char* const end = p + bytes.size() / 2 * 2;
-  bool whole = bytes.size() % 2 == 0;
+  bool isValid = bytes.size() % 2 == 0;
   while (p < end) {
     const char* const stop = p + std::min<std::ptrdiff_t>(end - p, kChunk);
     // Three bytes for two, the last store writes four, and a surrogate pair may extend beyond the chunk.
@@ -52,13 +52,13 @@ bool decodeUtf16(std::string_view bytes, bool bigEndian, ByteSink& out) {
         p += 2;
       } else {
         to = storePacked(kPackedReplacement, to);
-        whole = false;
+        isValid = false;
       }
     }
     out.shrink(capacity - static_cast<std::size_t>(to - begin));
   }
   if (bytes.size() % 2) out.append(kReplacementUtf8);
-  return whole;
+  return isValid;
 }
 
 bool encodeUtf16(std::string_view utf8, bool bigEndian, ByteSink& out) {

@@ -98,7 +98,7 @@ class DateReader {
 
   std::optional<SorvikSysTime> read() noexcept {
     while (!m_rest.empty()) {
-      if (!readPiece()) return std::nullopt;
+      if (!readToken()) return std::nullopt;
     }
     return result();
   }
@@ -109,7 +109,7 @@ class DateReader {
     std::size_t digits = 0;
   };
 
-  bool readPiece() noexcept {
+  bool readToken() noexcept {
     const char c = m_rest.front();
     if (isDigitAscii(c)) return readNumber();
     if (isAlphaAscii(c)) {
@@ -229,8 +229,8 @@ class DateReader {
     }
     if (!m_haveTime) return;
     if (equalsNoCase(word, "AM") || equalsNoCase(word, "PM")) {
-      m_isHalfDay = true;
-      m_isAfternoon = equalsNoCase(word, "PM");
+      m_is12Hour = true;
+      m_isPm = equalsNoCase(word, "PM");
     } else if (const auto minutes = minutesOfZone(word); minutes && !m_haveZone) {
       m_haveZone = true;
       m_zoneSeconds = *minutes * 60;
@@ -313,8 +313,8 @@ class DateReader {
   }
 
   int hourOfDay() const noexcept {
-    if (!m_isHalfDay || m_hour > 12) return m_hour;
-    return m_hour % 12 + (m_isAfternoon ? 12 : 0);
+    if (!m_is12Hour || m_hour > 12) return m_hour;
+    return m_hour % 12 + (m_isPm ? 12 : 0);
   }
 
   std::string_view m_rest;
@@ -324,7 +324,7 @@ class DateReader {
   int m_hour = 0, m_minute = 0, m_second = 0, m_milliseconds = 0;
   int m_zoneSeconds = 0, m_offsetSeconds = 0;
   bool m_haveTime = false, m_haveZone = false, m_haveOffset = false;
-  bool m_isHalfDay = false, m_isAfternoon = false;
+  bool m_is12Hour = false, m_isPm = false;
   bool m_compact = false;
 };
 

@@ -34,7 +34,7 @@ std::string cleanName(std::string_view name) {
 
 }  // namespace
 
-// Rows
+// Stored fields
 
 const MimeHeader::Field* MimeHeader::fieldAt(int index) const noexcept {
   return index >= 0 && index < getNumFields() ? &m_fields[static_cast<std::size_t>(index)] : nullptr;
@@ -46,7 +46,7 @@ std::string_view MimeHeader::nameOf(const Field& field) const noexcept {
 
 std::string_view MimeHeader::valueOf(const Field& field) const noexcept {
   const std::string_view value = std::string_view(m_block).substr(field.valueOffset, field.valueSize);
-  return field.kind == Kind::received || field.kind == Kind::noField ? trim(value) : value;
+  return field.kind == Kind::received || field.kind == Kind::malformed ? trim(value) : value;
 }
 
 std::string_view MimeHeader::lineOf(const Field& field) const noexcept {
@@ -94,7 +94,7 @@ std::string_view MimeHeader::unfoldedValue(int index, std::string& scratch) cons
 
 std::string_view MimeHeader::unfolded(const Field& field, std::string& scratch) const {
   const std::string_view raw = valueOf(field);
-  if (field.kind != Kind::received && field.kind != Kind::noField) return raw;
+  if (field.kind != Kind::received && field.kind != Kind::malformed) return raw;
   const bool is8bitText = m_has8bit && !isValidUtf8(raw);
   if (!is8bitText && !containsBreak(raw)) return raw;
 
@@ -214,15 +214,15 @@ void MimeHeader::takeFieldsBeginningWith(const char* prefix, const MimeHeader& f
     const std::string_view line = from.lineOf(field);
     if (!beginsWithNoCase(from.nameOf(field), viewOf(prefix))) continue;
     if (m_block.size() + line.size() > std::numeric_limits<std::uint32_t>::max()) break;
-    Field row = field;
-    row.nameOffset = static_cast<std::uint32_t>(m_block.size());
-    row.valueOffset = row.nameOffset + (field.valueOffset - field.nameOffset);
+    Field entry = field;
+    entry.nameOffset = static_cast<std::uint32_t>(m_block.size());
+    entry.valueOffset = entry.nameOffset + (field.valueOffset - field.nameOffset);
     m_block += line;
-    m_fields.push_back(row);
-    m_nameSizes |= sizeBit(row.nameSize);
+    m_fields.push_back(entry);
+    m_nameSizes |= sizeBit(entry.nameSize);
   }
   m_has8bit |= from.m_has8bit;
-  m_hasOtherBreaks |= from.m_hasOtherBreaks;
+  m_hasNonCrlfBreaks |= from.m_hasNonCrlfBreaks;
   if (m_detectedCodePage == 0) m_detectedCodePage = from.m_detectedCodePage;
 }
 
@@ -265,8 +265,8 @@ void MimeHeader::joinFields(std::string_view name) {
     joined += value;
   }
   const std::string ownName(fieldName(first));
-  writeRow(m_fields[static_cast<std::size_t>(first)], ownName, joined,
-           allReceived ? Kind::received : Kind::set);
+  storeField(m_fields[static_cast<std::size_t>(first)], ownName, joined,
+             allReceived ? Kind::received : Kind::set);
   const auto isDuplicate = [&](const Field& field) {
     if (!equalsNoCase(nameOf(field), name)) return false;
     m_unusedBytes += field.lineSize();
@@ -286,23 +286,23 @@ bool MimeHeader::replacePattern(const char* key, const char* value) {
 std::vector<int> MimeHeader::replacePatterns(const Replacements& replacements) {
   std::vector<int> changed;
   for (int i = 0; i < getNumFields(); ++i)
-    if (replaceInRow(m_fields[static_cast<std::size_t>(i)], replacements)) changed.push_back(i);
+    if (replaceInField(m_fields[static_cast<std::size_t>(i)], replacements)) changed.push_back(i);
   return changed;
 }
 
 /// The new value is final: it is already encoded where its grammar allows, so a value that looks like an
 /// encoded word is not decoded as one.
-bool MimeHeader::replaceInRow(Field& row, const Replacements& replacements) {
-  if (row.kind == Kind::noField) return false;
+bool MimeHeader::replaceInField(Field& entry, const Replacements& replacements) {
+  if (entry.kind == Kind::malformed) return false;
   std::string scratch;
-  std::string_view value = unfolded(row, scratch);
-  if (row.kind == Kind::rawFilename) {
+  std::string_view value = unfolded(entry, scratch);
+  if (entry.kind == Kind::rawFilename) {
     scratch = renderRawFilename(withoutBreaks(value), kCpUtf8).text;
     value = scratch;
   }
-  const std::string name(nameOf(row));
+  const std::string name(nameOf(entry));
   const auto replaced = replacedHeaderValue(name, value, replacements);
-  return replaced && writeRow(row, name, *replaced, Kind::asGiven);
+  return replaced && storeField(entry, name, *replaced, Kind::asGiven);
 }
 
 /// The first field of the name takes the value, or a new one is appended.
@@ -312,20 +312,20 @@ void MimeHeader::storeField(const char* name, const char* value, Kind kind) {
     if (index < 0)
       append(viewOf(name), viewOf(value), kind);
     else
-      writeRow(m_fields[static_cast<std::size_t>(index)], viewOf(name), viewOf(value), kind);
+      storeField(m_fields[static_cast<std::size_t>(index)], viewOf(name), viewOf(value), kind);
     return true;
   });
 }
 
 void MimeHeader::append(std::string_view name, std::string_view value, Kind kind) {
-  Field row{};
-  if (!writeRow(row, name, value, kind)) return;
-  m_fields.push_back(row);
+  Field entry{};
+  if (!storeField(entry, name, value, kind)) return;
+  m_fields.push_back(entry);
 }
 
 /// Appends a line to the block and points the entry to it. False, with nothing changed, when the name has no
 /// valid character or the block would outgrow its offsets.
-bool MimeHeader::writeRow(Field& row, std::string_view name, std::string_view value, Kind kind) {
+bool MimeHeader::storeField(Field& entry, std::string_view name, std::string_view value, Kind kind) {
   std::string line = cleanName(name);
   const std::size_t nameSize = line.size();
   if (nameSize == 0) return false;
@@ -340,13 +340,13 @@ bool MimeHeader::writeRow(Field& row, std::string_view name, std::string_view va
   if (m_block.size() + line.size() > std::numeric_limits<std::uint32_t>::max()) return false;
   const std::size_t begin = m_block.size();
   m_block += line;
-  m_unusedBytes += row.lineSize();
-  row.nameOffset = static_cast<std::uint32_t>(begin);
-  row.nameSize = static_cast<std::uint32_t>(nameSize);
+  m_unusedBytes += entry.lineSize();
+  entry.nameOffset = static_cast<std::uint32_t>(begin);
+  entry.nameSize = static_cast<std::uint32_t>(nameSize);
   m_nameSizes |= sizeBit(nameSize);
-  row.valueOffset = static_cast<std::uint32_t>(begin + nameSize + 2);
-  row.valueSize = static_cast<std::uint32_t>(line.size() - nameSize - 2);
-  row.kind = kind;
+  entry.valueOffset = static_cast<std::uint32_t>(begin + nameSize + 2);
+  entry.valueSize = static_cast<std::uint32_t>(line.size() - nameSize - 2);
+  entry.kind = kind;
   return true;
 }
 

@@ -1,7 +1,7 @@
 // mime/header/MimeHeader.h - the ordered header-field list of one part.
 //
-//   Storage    One block of text with offsets: a received header costs one copy of its bytes and one row per
-//              field. A value is unfolded and decoded on demand.
+//   Storage    One block of text with offsets: a received header costs one copy of its bytes and one entry
+//              per field. A value is unfolded and decoded on demand.
 //   Fidelity   An unchanged field is written as received, including its folding (line breaks as CRLF). A
 //              field that was set is encoded in the code page of the call and folded at 78.
 //   Names      Matched ignoring case. Characters that a field name cannot contain
@@ -172,7 +172,7 @@ class MimeHeader final : public SorvikObject {
     set,          ///< utf-8, encoded and folded when written.
     rawFilename,  ///< The same, with an unescaped quoted file name at its end.
     asGiven,      ///< A final value, folded when written.
-    noField       ///< A line without a name; name empty.
+    malformed     ///< A line without a field name; the name is empty.
   };
   /// One field: the offsets of its name and value in the block. The value excludes the last line break and
   /// includes the blanks after the colon, so a received line is written back from the name to the end of the
@@ -206,14 +206,14 @@ class MimeHeader final : public SorvikObject {
 
   void storeField(const char* name, const char* value, Kind kind);
   void append(std::string_view name, std::string_view value, Kind kind);
-  bool replaceInRow(Field& row, const Replacements& replacements);
-  bool writeRow(Field& row, std::string_view name, std::string_view value, Kind kind);
+  bool replaceInField(Field& entry, const Replacements& replacements);
+  bool storeField(Field& entry, std::string_view name, std::string_view value, Kind kind);
   void compact();
 
   bool isWritten(const Field& field, std::string_view prefix, bool isTop) const noexcept;
   void writeField(const Field& field, int codePage, std::string& out) const;
-  void writeReceived(const Field& field, std::string& out) const;
-  void writeLineWithoutName(const Field& field, bool isFirst, bool isLast, std::string& out) const;
+  void writeAsReceived(const Field& field, std::string& out) const;
+  void writeMalformedLine(const Field& field, bool isFirst, bool isLast, std::string& out) const;
 
   std::string m_block;
   std::vector<Field> m_fields;
@@ -223,7 +223,7 @@ class MimeHeader final : public SorvikObject {
   int m_detectedCodePage = 0;
   bool m_loadedFromText = false;
   bool m_has8bit = false;
-  bool m_hasOtherBreaks = false;  ///< Received fields contain line breaks other than CRLF.
+  bool m_hasNonCrlfBreaks = false;  ///< Received fields contain line breaks other than CRLF.
 };
 
 }  // namespace mailtree

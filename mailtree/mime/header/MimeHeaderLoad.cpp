@@ -83,19 +83,19 @@ class MimeHeader::Reader {
     return m_extent;
   }
 
-  bool anyOtherBreak() const noexcept { return m_anyOtherBreak; }
+  bool anyNonCrlfBreak() const noexcept { return m_anyNonCrlfBreak; }
   std::size_t fieldsBegin() const noexcept { return m_begin; }
   std::size_t fieldsEnd() const noexcept { return m_count ? last().end() : m_begin; }
 
   /// Moves the fields into one allocation of the right size, with offsets from the first field.
-  void copyRows(std::vector<Field>& rows) const {
-    rows.reserve(m_count);
+  void copyFields(std::vector<Field>& fields) const {
+    fields.reserve(m_count);
     const auto shift = static_cast<std::uint32_t>(m_begin);
     for (std::size_t i = 0; i < m_count; ++i) {
-      Field row = i < kInPlace ? m_first[i] : m_further[i - kInPlace];
-      row.nameOffset -= shift;
-      row.valueOffset -= shift;
-      rows.push_back(row);
+      Field entry = i < kInPlace ? m_first[i] : m_further[i - kInPlace];
+      entry.nameOffset -= shift;
+      entry.valueOffset -= shift;
+      fields.push_back(entry);
     }
   }
 
@@ -111,7 +111,7 @@ class MimeHeader::Reader {
     if (end == m_at) return endHeader(m_at, afterLineBreak(m_text, m_at), false);
     const std::size_t next = afterLineBreak(m_text, end);
     const std::string_view line = m_text.substr(m_at, end - m_at);
-    m_anyOtherBreak |= next != end + 2;
+    m_anyNonCrlfBreak |= next != end + 2;
     const bool continues = isBlankAscii(line.front()) && m_count > 0;
     if (m_count == 0 && trim(line).empty()) return endHeader(m_at, next, false);
     const FieldStart start = continues ? FieldStart{} : readFieldStart(line);
@@ -124,7 +124,7 @@ class MimeHeader::Reader {
     if (continues)
       last().valueSize = static_cast<std::uint32_t>(end - last().valueOffset);
     else
-      addRow(line, start);
+      appendField(line, start);
     m_at = next;
     return true;
   }
@@ -158,18 +158,18 @@ class MimeHeader::Reader {
     return false;
   }
 
-  void addRow(std::string_view line, const FieldStart& start) {
+  void appendField(std::string_view line, const FieldStart& start) {
     const bool isField = start.nameSize > 0;
     const std::size_t value = isField ? m_at + start.colon + 1 : m_at;
-    const Field row = {static_cast<std::uint32_t>(m_at), static_cast<std::uint32_t>(start.nameSize),
-                       static_cast<std::uint32_t>(value),
-                       static_cast<std::uint32_t>(m_at + line.size() - value),
-                       isField ? Kind::received : Kind::noField};
+    const Field entry = {static_cast<std::uint32_t>(m_at), static_cast<std::uint32_t>(start.nameSize),
+                         static_cast<std::uint32_t>(value),
+                         static_cast<std::uint32_t>(m_at + line.size() - value),
+                         isField ? Kind::received : Kind::malformed};
     m_anyNoField |= !isField;
     if (m_count < kInPlace)
-      m_first[m_count] = row;
+      m_first[m_count] = entry;
     else
-      m_further.push_back(row);
+      m_further.push_back(entry);
     ++m_count;
   }
 
@@ -187,7 +187,7 @@ class MimeHeader::Reader {
   Bounds m_bounds;
   bool m_allIsHeader;
   bool m_anyNoField = false;
-  bool m_anyOtherBreak = false;
+  bool m_anyNonCrlfBreak = false;
   std::size_t m_begin = 0;
   std::size_t m_at = 0;
   std::size_t m_knownField = 0;  ///< Beginning of a field found by looking ahead.
@@ -232,10 +232,10 @@ void MimeHeader::loadMimeHeaderText(std::string_view text, _svCharset* charsetOu
 
 void MimeHeader::takeFields(const Reader& reader, std::string_view text) {
   m_block.assign(text.substr(reader.fieldsBegin(), reader.fieldsEnd() - reader.fieldsBegin()));
-  reader.copyRows(m_fields);
+  reader.copyFields(m_fields);
   for (const Field& field : m_fields) m_nameSizes |= sizeBit(field.nameSize);
   m_loadedFromText = true;
-  m_hasOtherBreaks = reader.anyOtherBreak();
+  m_hasNonCrlfBreaks = reader.anyNonCrlfBreak();
   m_has8bit = !isAscii(m_block);
   if (m_has8bit) detectCodePageOf8bit();
 }
@@ -286,12 +286,12 @@ void MimeHeader::encode8bitFields() {
   if (!m_has8bit) return;
   std::string scratch;
   for (int i = 0; i < getNumFields(); ++i) {
-    Field& row = m_fields[static_cast<std::size_t>(i)];
-    if (row.kind != Kind::received || isAscii(lineOf(row))) continue;
-    const int codePage = codePageOfValue(valueOf(row));
-    const std::string name(nameOf(row));
-    const RenderedValue value = renderHeaderValue(name, unfolded(row, scratch), codePage);
-    if (value.complete && isAscii(value.text)) writeRow(row, name, value.text, Kind::asGiven);
+    Field& entry = m_fields[static_cast<std::size_t>(i)];
+    if (entry.kind != Kind::received || isAscii(lineOf(entry))) continue;
+    const int codePage = codePageOfValue(valueOf(entry));
+    const std::string name(nameOf(entry));
+    const RenderedValue value = renderHeaderValue(name, unfolded(entry, scratch), codePage);
+    if (value.complete && isAscii(value.text)) storeField(entry, name, value.text, Kind::asGiven);
   }
 }
 

@@ -16,7 +16,7 @@ constexpr std::string_view kInternalPrefix = "SVZ-";
 /// Message-level fields, omitted from new body parts.
 constexpr std::string_view kMessageOnly[] = {"MIME-Version", "Date", "Message-ID", "X-Priority"};
 /// Field name given to a malformed line that would otherwise not read back as part of the header.
-constexpr std::string_view kNameForNameless = "X-Malformed-Line";
+constexpr std::string_view kMalformedLineName = "X-Malformed-Line";
 /// Text that programs strip from the beginning of a message.
 constexpr std::string_view kNotPartOfMessage[] = {"From ", ">From ", "\xEF\xBB\xBF"};
 
@@ -40,7 +40,7 @@ void appendWithCrlf(std::string_view text, std::string& out) {
 }  // namespace
 
 bool MimeHeader::isWritten(const Field& field, std::string_view prefix, bool isTop) const noexcept {
-  if (field.kind == Kind::noField) return true;
+  if (field.kind == Kind::malformed) return true;
   const std::string_view name = nameOf(field);
   if (beginsWithNoCase(name, kInternalPrefix)) return false;
   if (!prefix.empty() && beginsWithNoCase(name, prefix)) return false;
@@ -54,7 +54,7 @@ void MimeHeader::getMimeHeader(StringBuffer& out, const char* prefix, int codePa
     const std::string_view omitted = viewOf(prefix);
     std::size_t afterLastField = 0;
     for (std::size_t i = m_fields.size(); i > 0 && afterLastField == 0; --i)
-      if (m_fields[i - 1].kind != Kind::noField && isWritten(m_fields[i - 1], omitted, isTop))
+      if (m_fields[i - 1].kind != Kind::malformed && isWritten(m_fields[i - 1], omitted, isTop))
         afterLastField = i;
 
     std::string& text = out.text();
@@ -64,8 +64,8 @@ void MimeHeader::getMimeHeader(StringBuffer& out, const char* prefix, int codePa
       if (!isWritten(field, omitted, isTop)) continue;
       const bool isFirst = text.size() == begin;
       if (!isFirst) text += "\r\n";
-      if (field.kind == Kind::noField)
-        writeLineWithoutName(field, isFirst, i >= afterLastField, text);
+      if (field.kind == Kind::malformed)
+        writeMalformedLine(field, isFirst, i >= afterLastField, text);
       else
         writeField(field, codePage, text);
     }
@@ -74,7 +74,7 @@ void MimeHeader::getMimeHeader(StringBuffer& out, const char* prefix, int codePa
 }
 
 void MimeHeader::writeField(const Field& field, int codePage, std::string& out) const {
-  if (field.kind == Kind::received) return writeReceived(field, out);
+  if (field.kind == Kind::received) return writeAsReceived(field, out);
   std::string line(nameOf(field));
   const std::string_view value = valueOf(field);
   std::string rendered;
@@ -89,8 +89,8 @@ void MimeHeader::writeField(const Field& field, int codePage, std::string& out) 
   out += m_foldLongValues || line.size() > kLongestLine ? foldHeaderLine(line) : line;
 }
 
-void MimeHeader::writeReceived(const Field& field, std::string& out) const {
-  if (m_hasOtherBreaks)
+void MimeHeader::writeAsReceived(const Field& field, std::string& out) const {
+  if (m_hasNonCrlfBreaks)
     appendWithCrlf(lineOf(field), out);
   else
     out += lineOf(field);
@@ -98,16 +98,16 @@ void MimeHeader::writeReceived(const Field& field, std::string& out) const {
 
 /// A line without a field name reads as header only if a field follows; an mbox separator at the start would
 /// be stripped. In either case it gets the name X-Malformed-Line.
-void MimeHeader::writeLineWithoutName(const Field& field, bool isFirst, bool isLast, std::string& out) const {
+void MimeHeader::writeMalformedLine(const Field& field, bool isFirst, bool isLast, std::string& out) const {
   const std::string_view line = lineOf(field);
   bool needsName = isLast;
   for (const std::string_view start : kNotPartOfMessage) needsName |= isFirst && line.starts_with(start);
-  if (!needsName) return writeReceived(field, out);
-  out.append(kNameForNameless).append(": ");
-  if (isAscii(line)) return writeReceived(field, out);
+  if (!needsName) return writeAsReceived(field, out);
+  out.append(kMalformedLineName).append(": ");
+  if (isAscii(line)) return writeAsReceived(field, out);
   std::string scratch;
   const std::string_view text = unfolded(field, scratch);
-  out += renderHeaderValue(kNameForNameless, text, codePageOfValue(valueOf(field))).text;
+  out += renderHeaderValue(kMalformedLineName, text, codePageOfValue(valueOf(field))).text;
 }
 
 unsigned MimeHeader::getMimeHeaderSize() const noexcept {

@@ -1,4 +1,4 @@
-// cli/message/structure.h - changes to the tree of a received message before something is added.
+// cli/message/tree_changes.h - changes to the tree of a received message before something is added.
 #pragma once
 
 #include <unordered_set>

@@ -1,4 +1,4 @@
-#include "cli/support/table.h"
+#include "cli/support/terminal_table.h"
 
 #include <algorithm>
 #include <utility>
@@ -29,17 +29,18 @@ void Table::add(std::vector<std::string> cells) { m_rows.push_back(std::move(cel
 
 void Table::write(std::ostream& out) const {
   const std::vector<std::size_t> widths = this->widths();
-  const std::size_t columns = standardOutputColumns();
+  const std::size_t terminalWidth = standardOutputColumns();
   for (const std::vector<std::string>& cells : m_rows) {
     std::string line;
     for (std::size_t i = 0; i < cells.size(); ++i) {
       const std::string padding(widths[i] - std::min(displayWidth(cells[i]), widths[i]), ' ');
       if (i > 0) line += "  ";
-      const std::string cell =
-          columns == 0 ? cells[i] : cutTo(cells[i], i + 1 < cells.size() ? kMaxColumnWidth : columns);
+      const std::string cell = terminalWidth == 0
+                                   ? cells[i]
+                                   : cutTo(cells[i], i + 1 < cells.size() ? kMaxColumnWidth : terminalWidth);
       line += m_columns[i].rightAligned ? padding + cell : cell + padding;
     }
-    out << (columns == 0 ? trimRight(line) : cutTo(trimRight(line), columns)) << '\n';
+    out << (terminalWidth == 0 ? trimRight(line) : cutTo(trimRight(line), terminalWidth)) << '\n';
   }
 }
 

@@ -1,4 +1,4 @@
-#include "mailtree/email/loading/received_body.h"
+#include "mailtree/email/loading/body_repairs.h"
 
 #include <tuple>
 
@@ -14,12 +14,12 @@ bool isAttachedFile(const Email2& node) noexcept {
 
 bool isAttachmentOnly(const Email2& node) {
   if (!node.m_disposition.equals("attachment") || node.m_dispFilename.isEmpty()) return false;
-  return hasAttachMark(node) && !containsNoCase(node.m_contentType.m_type, "pkcs7-mime");
+  return hasAttachHeader(node) && !containsNoCase(node.m_contentType.m_type, "pkcs7-mime");
 }
 
 }  // namespace
 
-bool hasAttachMark(const Email2& node) {
+bool hasAttachHeader(const Email2& node) {
   StringBuffer value;
   LogNull quiet;
   return node.getHeaderFieldUtf8("X-MS-Has-Attach", value, quiet) && value.equalsIgnoreCase("yes");

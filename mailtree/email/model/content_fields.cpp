@@ -36,7 +36,7 @@ void setLowerTrimmed(StringBuffer& member, std::string_view value) {
 
 /// Whether a code page set with a content type applies to the whole email: for text, a multipart whose main
 /// part is text, signed content and messages.
-bool holdsText(const _svContentType& type) {
+bool setsMessageCharset(const _svContentType& type) {
   return beginsWithNoCase(type.m_type, "text") || beginsWithNoCase(type.m_subtype, "text") ||
          containsNoCase(type.m_type, "multipart/signed") || beginsWithNoCase(type.m_type, "message");
 }
@@ -134,8 +134,8 @@ void changeDispositionOrName(Email2& node, Change&& change, LogBase& log) {
     DataBuffer utf8;
     const bool converted =
         receivedTextToUtf8(labelledCharset(node).getName(), node.m_body.view(), utf8).converted;
-    const bool isSameInAny = !converted && node.m_body.is7bit(0);
-    if (!wasFile && !isSameInAny) labelUtf8(node, log);
+    const bool isAsciiOnly = !converted && node.m_body.is7bit(0);
+    if (!wasFile && !isAsciiOnly) labelUtf8(node, log);
     if (wasFile && converted) node.m_body.takeData(utf8);
     return true;
   });
@@ -251,7 +251,7 @@ void Email2::setContentTypeUtf8(const char* type, const char* name, const char* 
   setLowerTrimmed(m_contentType.m_type, newType);
   if (newSubtype && !m_contentType.m_type.containsSubstring("multipart"))
     setLowerTrimmed(m_contentType.m_subtype, *newSubtype);
-  if (holdsText(m_contentType)) use_codepage(codePage);
+  if (setsMessageCharset(m_contentType)) use_codepage(codePage);
   for (const auto& param : params)
     if (param.value) param.member.setString(*param.value);
   // The boundary is written on its own line, and a line break would end it.

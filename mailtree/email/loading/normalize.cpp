@@ -1,4 +1,4 @@
-// email/loading/normalise.cpp - brings the top level of a message into the shape that other code
+// email/loading/normalize.cpp - brings the top level of a message into the shape that other code
 // relies on: one field per kind of recipient, a body beside every attachment, plain text and HTML
 // joined as alternatives.
 

@@ -1,4 +1,4 @@
-// secure/certificates.cpp - the certificates to sign a message with and encrypt it to.
+// secure/message_certificates.cpp - the certificates to sign a message with and encrypt it to.
 
 #include "mailtree/email/Email2.h"
 

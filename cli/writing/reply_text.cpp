@@ -1,11 +1,11 @@
-#include "cli/writing/quoted.h"
+#include "cli/writing/reply_text.h"
 
 #include <string_view>
 
 #include "cli/message/outline.h"
-#include "cli/message/structure.h"
+#include "cli/message/tree_changes.h"
 #include "cli/support/html_text.h"
-#include "mailtree/email/transform/reply_head.h"
+#include "mailtree/email/transform/reply_header.h"
 
 namespace mailtree::cli {
 namespace {
@@ -18,20 +18,20 @@ std::string asHtml(std::string_view text) {
 }
 
 /// Checks the reply header, not the type: HTML labelled as plain text is quoted as HTML.
-bool isQuotedAsHtml(std::string_view body) { return body.starts_with(kHtmlReplyHead); }
+bool isQuotedAsHtml(std::string_view body) { return body.starts_with(kHtmlReplyHeader); }
 
-bool isQuoted(std::string_view body) { return isQuotedAsHtml(body) || body.starts_with(kPlainReplyHead); }
+bool isQuoted(std::string_view body) { return isQuotedAsHtml(body) || body.starts_with(kPlainReplyHeader); }
 
 /// Replaces a body. HTML must declare the charset it is written in.
-bool put(Email2& email, Email2& leaf, bool isPage, const std::string& text, LogBase& log) {
-  DataBuffer whole;
+bool replaceBody(Email2& email, Email2& leaf, bool isHtml, const std::string& text, LogBase& log) {
+  DataBuffer body;
   StringBuffer type;
-  if (!whole.append(std::string_view(text)) || !type.setString(leaf.m_contentType.m_type)) return false;
+  if (!body.append(std::string_view(text)) || !type.setString(leaf.m_contentType.m_type)) return false;
   const int before = email.emailCodePage();
-  email.chooseCharsetIfNecessary(whole, log);
+  email.chooseCharsetIfNecessary(body, log);
   const int after = email.emailCodePage();
-  if (isPage && after != before && isConvertibleText(leaf.traits())) email.prepHtmlBody(whole, log);
-  return Email2::replaceEmailBody(&leaf, whole, /*isText=*/true, after, type, log);
+  if (isHtml && after != before && isConvertibleText(leaf.traits())) email.prepHtmlBody(body, log);
+  return Email2::replaceEmailBody(&leaf, body, /*isText=*/true, after, type, log);
 }
 
 }  // namespace
@@ -40,7 +40,7 @@ QuotedTexts::QuotedTexts(Email2& email) : m_email(email) {
   walk(email, [this](const Email2& node) { m_sizes.emplace(&node, node.m_body.getSize()); });
 }
 
-bool QuotedTexts::isChanged(const Email2& node) const {
+bool QuotedTexts::hasNewSize(const Email2& node) const {
   const auto known = m_sizes.find(&node);
   return known == m_sizes.end() || known->second != node.m_body.getSize();
 }
@@ -50,12 +50,12 @@ bool QuotedTexts::prependText(const std::string& text, LogBase& log) const {
   _svContentType::m_noFormatFlowed = true;
   bool found = false;
   for (const PartRow& row : outlineOf(m_email).rows) {
-    if (!row.isText() || !isChanged(*row.node)) continue;
+    if (!row.isText() || !hasNewSize(*row.node)) continue;
     const std::string body = textOf(row);
     if (!isQuoted(body)) continue;
-    const bool isPage = isQuotedAsHtml(body);
-    const std::string head = isPage ? asHtml(text) : text + "\r\n";
-    if (!put(m_email, *row.node, isPage, head + body, log)) return false;
+    const bool isHtml = isQuotedAsHtml(body);
+    const std::string added = isHtml ? asHtml(text) : text + "\r\n";
+    if (!replaceBody(m_email, *row.node, isHtml, added + body, log)) return false;
     found = true;
   }
   return found;

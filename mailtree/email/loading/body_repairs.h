@@ -1,4 +1,4 @@
-// email/loading/received_body.h - repairs a received body before it is stored in a node.
+// email/loading/body_repairs.h - repairs a received body before it is stored in a node.
 #pragma once
 
 #include "mailtree/email/Email2.h"
@@ -6,7 +6,7 @@
 namespace mailtree {
 
 /// Whether a mailer marked the message as having attachments (X-MS-Has-Attach).
-bool hasAttachMark(const Email2& node);
+bool hasAttachHeader(const Email2& node);
 
 /// Whether this is unlabelled 8-bit text, whose charset output would have to guess.
 bool lacksCharset(const Email2& node, bool hasCharset);

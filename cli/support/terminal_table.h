@@ -1,4 +1,4 @@
-// cli/support/table.h - plain-text tables.
+// cli/support/terminal_table.h - plain-text tables.
 #pragma once
 
 #include <cstddef>

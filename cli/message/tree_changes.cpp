@@ -1,4 +1,4 @@
-#include "cli/message/structure.h"
+#include "cli/message/tree_changes.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,4 +1,4 @@
-// email/output/received_content.cpp - detects whether signed content has changed since it was received.
+// email/output/signed_content_fingerprint.cpp - detects whether signed content has changed.
 //
 // A digest of everything that output reads is stored with the received bytes and computed again before they
 // are written. It detects changes by the caller, not forgery, so it is made for speed: four independent lanes

@@ -1,4 +1,4 @@
-// cli/writing/quoted.h - adding a user's text before the quoted text of a reply.
+// cli/writing/reply_text.h - adding a user's text before the quoted text of a reply.
 #pragma once
 
 #include <cstddef>
@@ -20,7 +20,7 @@ class QuotedTexts {
   bool prependText(const std::string& text, LogBase& log) const;
 
  private:
-  bool isChanged(const Email2& node) const;
+  bool hasNewSize(const Email2& node) const;
 
   Email2& m_email;
   std::unordered_map<const Email2*, std::size_t> m_sizes;

@@ -1,4 +1,4 @@
-// email/loading/raw_body.cpp - the stored body of one part.
+// email/loading/stored_body.cpp - the stored body of one part.
 
 #include "mailtree/email/Email2.h"
 
