@@ -22,17 +22,17 @@ struct TidyOptions {
 
 /// Cleans the displayed HTML in place. The library would search for the place of a new HTML body, and add a
 /// second one when the existing one is not an alternative of the text.
-void cleanPage(Email2& email, LogBase& log) {
-  Email2* const page = email.getHtmlAlternative();
-  if (!page || page->getNumParts() > 0 || !isConvertibleText(page->traits())) return;
+void cleanHtml(Email2& email, LogBase& log) {
+  Email2* const part = email.getHtmlAlternative();
+  if (!part || part->getNumParts() > 0 || !isConvertibleText(part->traits())) return;
   _svHtml html;
-  html.setHtmlN(page->m_body.view().data(), page->m_body.getSize());
+  html.setHtmlN(part->m_body.view().data(), part->m_body.getSize());
   html.unSpam(log);
-  StringBuffer cleaned, type(page->m_contentType.m_type.view());
+  StringBuffer cleaned, type(part->m_contentType.m_type.view());
   html.getHtml(cleaned);
   DataBuffer body;
-  if (cleaned.view() == page->m_body.view() || !body.append(cleaned)) return;
-  Email2::replaceEmailBody(page, body, /*isText=*/true, email.emailCodePage(), type, log);
+  if (cleaned.view() == part->m_body.view() || !body.append(cleaned)) return;
+  Email2::replaceEmailBody(part, body, /*isText=*/true, email.emailCodePage(), type, log);
 }
 
 Exit tidy(const TidyOptions& options) {
@@ -48,7 +48,7 @@ Exit tidy(const TidyOptions& options) {
   if (isSigned(email))
     reportError(options.file, "warning: the message is signed, and its signature may no longer verify");
   LogNull log;
-  if (options.unspam) cleanPage(email, log);
+  if (options.unspam) cleanHtml(email, log);
   if (options.stripPaths) email.removeAttachmentPaths(log);
   if (options.safeEncodings) email.safeguardBodies(log);
   return worse(limits, writeMessage(email, options.output));

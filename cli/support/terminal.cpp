@@ -180,7 +180,7 @@ std::string singleSpaced(std::string_view text) {
   return out;
 }
 
-void writeLine(std::ostream& out, std::size_t columns, std::string_view head, std::string_view indent,
+void writeLine(std::ostream& out, std::size_t columns, std::string_view prefix, std::string_view indent,
                std::string_view text) {
   constexpr std::size_t kNarrowest = 4;
   const std::string shown = printable(text);
@@ -190,13 +190,13 @@ void writeLine(std::ostream& out, std::size_t columns, std::string_view head, st
   do {
     const std::string_view line = firstLineOf(rest, room);
     rest.remove_prefix(line.size());
-    out << head << (rest.empty() ? line : trimRight(line)) << '\n';
-    head = indent;
+    out << prefix << (rest.empty() ? line : trimRight(line)) << '\n';
+    prefix = indent;
   } while (!rest.empty());
 }
 
-void writeLine(std::string_view head, std::string_view text) {
-  writeLine(std::cout, standardOutputColumns(), head, std::string(displayWidth(head), ' '), text);
+void writeLine(std::string_view prefix, std::string_view text) {
+  writeLine(std::cout, standardOutputColumns(), prefix, std::string(displayWidth(prefix), ' '), text);
 }
 
 std::string humanSize(std::uint64_t bytes) {

@@ -53,12 +53,12 @@ std::string_view fitMaxWidth(std::string_view utf8, std::size_t columns);
 enum class Ink { plain, faint, bold, type, body, attachment, warning };
 
 /// Writes one line, made harmless and broken to the terminal's width, at a blank where possible. Continuation
-/// lines begin with the indent, which is at least as wide as the head, so that no continuation looks like a
-/// new line of output. 0 columns: no terminal, no breaks.
-void writeLine(std::ostream& out, std::size_t columns, std::string_view head, std::string_view indent,
+/// lines begin with the indent, which is at least as wide as the prefix; otherwise a continuation could look
+/// like a new line of output. 0 columns: no terminal, no breaks.
+void writeLine(std::ostream& out, std::size_t columns, std::string_view prefix, std::string_view indent,
                std::string_view text);
-/// The same on standard output, with an indent as wide as the head.
-void writeLine(std::string_view head, std::string_view text);
+/// The same on standard output, with an indent as wide as the prefix.
+void writeLine(std::string_view prefix, std::string_view text);
 
 /// Whether to use colors and line-drawing characters, or plain ASCII.
 struct Style {

@@ -186,8 +186,8 @@ bool putText(Email2& email, const char* type, const std::string& body, const Ema
 
 /// Updates the charset declared in an HTML body that was not replaced.
 void declareCharset(Email2& email, LogBase& log) {
-  Email2* const page = email.getHtmlAlternative();
-  if (page && isConvertibleText(page->traits())) email.prepHtmlBody(page->m_body, log);
+  Email2* const html = email.getHtmlAlternative();
+  if (html && isConvertibleText(html->traits())) email.prepHtmlBody(html->m_body, log);
 }
 
 /// The part that is displayed as the body of this type.
@@ -206,10 +206,10 @@ bool isReadBack(Email2& email, const char* type, const std::string& wanted, LogB
     return email.getPlainTextBodyUtf8(email, found, log) && found.equals(wanted.c_str());
   if (!email.getHtmlBodyUtf8(email, found, log)) return false;
   if (found.equals(wanted.c_str())) return true;
-  DataBuffer page;
-  if (!page.append(std::string_view(wanted))) return false;
-  email.prepHtmlBody(page, log);
-  return found.view() == page.view();
+  DataBuffer body;
+  if (!body.append(std::string_view(wanted))) return false;
+  email.prepHtmlBody(body, log);
+  return found.view() == body.view();
 }
 
 }  // namespace

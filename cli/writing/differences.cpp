@@ -279,10 +279,10 @@ class ReaderComparison {
   static std::string comparableBody(const Email2& node) {
     if (!equalsNoCase(typeOf(node), "text/html")) return withCrlf(node.m_body.view());
     LogNull quiet;
-    StringBuffer page(node.m_body.view());
-    _svHtmlHelp::ensureStructure(page);
-    _svHtmlHelp::removeCharsetMetaTag(page, quiet);
-    std::string text = withCrlf(page);
+    StringBuffer html(node.m_body.view());
+    _svHtmlHelp::ensureStructure(html);
+    _svHtmlHelp::removeCharsetMetaTag(html, quiet);
+    std::string text = withCrlf(html);
     std::erase_if(text, isSpaceAscii);
     return text;
   }

@@ -25,12 +25,12 @@ EmailPtr reply(EmailPtr mail, LogBase& log = quiet) {
 
 std::string quoted(const std::string& message) { return std::string(reply(load(message))->m_body.view()); }
 
-TEST(Reply, quotes_a_text_behind_its_head) {
+TEST(Reply, quotes_a_text_below_its_reply_header) {
   EXPECT_EQ(quoted(kFields + "\nSee you there.\n"),
             "-----Original Message-----\r\nFrom: Anna Berg <anna@berg.example>\r\n"
             "Sent: Sat, 21 Nov 2026 08:30:00 +0100\r\nTo: Jo <jo@see.example>\r\nCC: cy@see.example\r\n"
             "Subject: RE: hello\r\n\r\nSee you there.\n");
-  // Deliberate: the HTML head is before the document and is not escaped.
+  // Deliberate: the HTML reply header is before the document and is not escaped.
   EXPECT_EQ(quoted(kFields + "MIME-Version: 1.0\nContent-Type: text/html\n\n<html><body>Hi"),
             "<p>-----Original Message-----<br>From: Anna Berg <anna@berg.example><br>"
             "Sent: Sat, 21 Nov 2026 08:30:00 +0100<br>To: Jo <jo@see.example><br>CC: cy@see.example<br>"
@@ -63,8 +63,8 @@ TEST(Reply, and_forward_set_the_header_for_the_caller_to_complete) {
 }
 
 TEST(Reply, head_stands_once_in_every_text_and_nowhere_else) {
-  // The tree, and where a Plain or HTML head is. A single part without a type is plain text, the bytes of a
-  // multipart without parts are kept, and no appointment is broken.
+  // The tree, and where a Plain or HTML reply header is. A single part without a type is plain text, the
+  // bytes of a multipart without parts are kept, and no appointment is broken.
   for (const auto& [before, after] : rowsOf<2>(R"(
     plain | plain P/                                    || html[body=<html>x] | html H/
     none | plain P/                                     || alt(html,plain) | alternative(html,plain) P/1 H/0
@@ -100,7 +100,7 @@ TEST(Reply, head_stands_once_in_every_text_and_nowhere_else) {
   }
 }
 
-TEST(Reply, page_labelled_as_plain_text_gets_the_html_head) {
+TEST(Reply, html_labelled_as_plain_text_gets_the_html_reply_header) {
   const std::string far(1996, ' '), mail = "From: a@b.example\n\n";
   for (const std::string& page : {"a <HTML lang=en>"s, "<BODY>"s, "<body class=a>"s, far.substr(1) + "<html"})
     EXPECT_THAT(quoted(mail + page), StartsWith(kHtmlHead)) << page;
@@ -116,7 +116,7 @@ TEST(Reply, deliberate_folded_recipients_show_a_break_in_plain_text_too) {
                     HasSubstr("CC: Jürg <j@see.example>\r\n")));
 }
 
-TEST(Reply, text_that_was_ascii_is_labelled_anew_when_its_head_is_not) {
+TEST(Reply, text_that_was_ascii_is_labelled_anew_when_its_reply_header_is_not) {
   // The rest of a message, and what of it must be read back.
   for (const auto& [rest, text] : rowsOf<2>(R"(
     Content-Type: text/plain; charset=us-ascii\nContent-Transfer-Encoding: 7bit\n\nHi. | Hi. || \nHi. | Hi.
@@ -133,7 +133,7 @@ TEST(Reply, text_that_was_ascii_is_labelled_anew_when_its_head_is_not) {
   }
 }
 
-TEST(Reply, ascii_head_changes_no_label) {
+TEST(Reply, ascii_reply_header_changes_no_label) {
   const std::string label =
       "Content-Type: text/plain; charset=us-ascii; format=flowed\nContent-Transfer-Encoding: 7bit\n";
   EXPECT_THAT(fieldLines(*reply(load("From: a@b.example\n" + label + "\nHi."))), HasSubstr(label));

@@ -92,11 +92,11 @@ bool isTextCut(std::string_view body, std::size_t firstBlock) {
 }
 
 /// Converts an HTML file to utf-8 from its declared charset, else from the email's.
-void pageToUtf8(const Email2& email, DataBuffer& page) {
+void htmlToUtf8(const Email2& email, DataBuffer& html) {
   StringBuffer label;
-  if (!_svHtmlHelp::getCharset(StringBuffer(page.view()), label)) label.setString(email.get_charset_name());
+  if (!_svHtmlHelp::getCharset(StringBuffer(html.view()), label)) label.setString(email.get_charset_name());
   DataBuffer converted;
-  if (receivedTextToUtf8(label, page.view(), converted).converted) page.takeData(converted);
+  if (receivedTextToUtf8(label, html.view(), converted).converted) html.takeData(converted);
 }
 
 /// Finds begin lines, searching forward only, so a text is searched once per kind, however many
@@ -144,7 +144,7 @@ void addBlock(Email2& email, const StringBuffer& name, DataBuffer& data, bool& h
     return;
   }
   hasPage = true;
-  pageToUtf8(email, data);
+  htmlToUtf8(email, data);
   type.setString("text/html");
   email.addAlternativeBody(data, true, type, nullptr, log);
 }
