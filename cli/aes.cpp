@@ -9,7 +9,7 @@
 #include "cli/commands.h"
 #include "cli/message/input.h"
 #include "cli/message/output.h"
-#include "cli/message/tree_changes.h"
+#include "mailtree/message/tree_changes.h"
 #include "cli/secure/passwords.h"
 #include "cli/secure/sending.h"
 #include "cli/support/arguments.h"

@@ -7,7 +7,7 @@
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
-#include "cli/message/outline.h"
+#include "mailtree/message/outline.h"
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"

@@ -7,7 +7,7 @@
 #include "cli/merging/mailbox.h"
 #include "cli/merging/template.h"
 #include "cli/message/input.h"
-#include "cli/message/tree_changes.h"
+#include "mailtree/message/tree_changes.h"
 #include "cli/support/arguments.h"
 #include "cli/support/csv.h"
 #include "cli/support/errors.h"

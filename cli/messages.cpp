@@ -8,7 +8,7 @@
 #include "cli/commands.h"
 #include "cli/message/inner_messages.h"
 #include "cli/message/input.h"
-#include "cli/message/outline.h"
+#include "mailtree/message/outline.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/file_names.h"

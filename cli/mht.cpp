@@ -9,13 +9,13 @@
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
-#include "cli/message/outline.h"
 #include "cli/message/output.h"
-#include "cli/message/tree_changes.h"
 #include "cli/support/arguments.h"
 #include "cli/support/html_text.h"
 #include "cli/support/output_file.h"
 #include "mailtree/base/SubstringSet.h"
+#include "mailtree/message/outline.h"
+#include "mailtree/message/tree_changes.h"
 
 namespace mailtree::cli {
 namespace {
@@ -27,13 +27,6 @@ struct MhtOptions {
 
 /// Location of a page without one: a host that cannot exist (RFC 2606).
 constexpr std::string_view kDefaultBase = "http://message.invalid/";
-
-std::string fieldOf(const Email2& node, const char* name) {
-  LogNull quiet;
-  StringBuffer value;
-  node.getHeaderFieldUtf8(name, value, quiet);
-  return value.extractString();
-}
 
 /// Builds a web archive from a message, which it changes.
 class Archive {
@@ -55,7 +48,8 @@ class Archive {
   StringBuffer pageOfText() {
     const Outline outline = outlineOf(m_mail);
     const std::string text = outline.plainText < 0 ? std::string() : textOf(outline.row(outline.plainText));
-    return StringBuffer("<!DOCTYPE html>\r\n<html><head><title>" + htmlText(fieldOf(m_mail, "Subject")) +
+    return StringBuffer("<!DOCTYPE html>\r\n<html><head><title>" +
+                        htmlText(fieldOf(m_mail, "Subject").value_or("")) +
                         "</title></head><body><pre style=\"white-space: pre-wrap\">" + htmlText(text) +
                         "</pre></body></html>\r\n");
   }
@@ -130,14 +124,14 @@ class Archive {
   }
 
   static std::string idOf(const Email2& part) {
-    std::string id = fieldOf(part, "Content-ID");
+    std::string id = fieldOf(part, "Content-ID").value_or("");
     std::erase_if(id, [](char c) { return c == '<' || c == '>' || isSpaceAscii(c); });
     return id;
   }
 
   /// A URL may be folded anywhere (RFC 2557, 4.4).
   static std::string locationOf(const Email2& part) {
-    std::string location = fieldOf(part, "Content-Location");
+    std::string location = fieldOf(part, "Content-Location").value_or("");
     std::erase_if(location, [](char c) { return c == '\t' || c == '\r' || c == '\n'; });
     return std::string(trim(location));
   }

@@ -5,9 +5,9 @@
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
-#include "cli/message/outline.h"
+#include "mailtree/message/outline.h"
 #include "cli/message/output.h"
-#include "cli/message/tree_changes.h"
+#include "mailtree/message/tree_changes.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/output_file.h"

@@ -5,7 +5,7 @@
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
-#include "cli/message/outline.h"
+#include "mailtree/message/outline.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/json_values.h"

@@ -13,6 +13,8 @@ order='^mailtree/base/
 ^mailtree/mime/
 ^mailtree/email/
 ^mailtree/secure/
+^mailtree/message/
+^mailtree/mailtree[.]h$
 ^cli/support/
 ^cli/message/
 ^cli/secure/

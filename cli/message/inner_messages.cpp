@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "cli/message/outline.h"
+#include "mailtree/message/outline.h"
 #include "mailtree/email/loading/received_date.h"
 
 namespace mailtree::cli {

@@ -1,6 +1,6 @@
 #include "cli/message/input.h"
 
-#include "cli/message/tree_changes.h"
+#include "mailtree/message/tree_changes.h"
 #include "cli/support/errors.h"
 #include "cli/support/files.h"
 

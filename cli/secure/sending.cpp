@@ -4,7 +4,7 @@
 #include <ctime>
 
 #include "cli/message/internal_fields.h"
-#include "cli/message/tree_changes.h"
+#include "mailtree/message/tree_changes.h"
 #include "cli/support/times.h"
 #include "mailtree/mime/LineLengths.h"
 

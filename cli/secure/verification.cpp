@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "cli/message/tree_changes.h"
+#include "mailtree/message/tree_changes.h"
 #include "cli/support/files.h"
 #include "cli/support/terminal.h"
 #include "mailtree/crypto/Cades.h"

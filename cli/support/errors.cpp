@@ -1,10 +1,10 @@
 #include "cli/support/errors.h"
 
-#include <algorithm>
 #include <iostream>
 
 #include "cli/support/progress.h"
 #include "cli/support/terminal.h"
+#include "mailtree/base/Log.h"
 #include "mailtree/base/Object.h"
 
 namespace mailtree::cli {
@@ -21,13 +21,6 @@ void reportError(std::string_view file, std::string_view problem) {
 Exit usageError(std::string_view option, std::string_view problem) {
   reportError(option, problem);
   return Exit::usage;
-}
-
-std::string lastError(const LogMemory& log, std::string_view otherwise) {
-  const auto& entries = log.entries();
-  const auto last = std::find_if(entries.rbegin(), entries.rend(),
-                                 [](const LogEntry& entry) { return entry.kind == LogEntry::Kind::Error; });
-  return last == entries.rend() ? std::string(otherwise) : last->text;
 }
 
 Exit finishStandardOutput() {

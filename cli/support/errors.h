@@ -5,12 +5,8 @@
 #include <string_view>
 
 #include "cli/support/exit_codes.h"
-#include "mailtree/base/Log.h"
 
 namespace mailtree::cli {
-
-/// Reported instead of an incomplete result.
-inline constexpr std::string_view kNoMemory = "not enough memory";
 
 /// Writes "mailtree: PROBLEM" to standard error.
 void reportError(std::string_view problem);
@@ -19,9 +15,6 @@ void reportError(std::string_view file, std::string_view problem);
 
 /// Reports a wrong option or argument; returns usage.
 Exit usageError(std::string_view option, std::string_view problem);
-
-/// The last error in a log; `otherwise` when it has none.
-std::string lastError(const LogMemory& log, std::string_view otherwise);
 
 /// Flushes standard output; unreadable, after reporting an error, when not all of it could be written.
 Exit finishStandardOutput();

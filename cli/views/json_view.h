@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "cli/message/input.h"
-#include "cli/message/outline.h"
+#include "mailtree/message/outline.h"
 #include "cli/secure/verification.h"
 
 namespace mailtree::cli {

@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "cli/message/outline.h"
+#include "mailtree/message/outline.h"
 #include "cli/secure/verification.h"
 #include "cli/views/layers.h"
 

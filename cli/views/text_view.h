@@ -4,7 +4,7 @@
 
 #include <iosfwd>
 
-#include "cli/message/outline.h"
+#include "mailtree/message/outline.h"
 #include "cli/secure/verification.h"
 #include "cli/support/terminal.h"
 

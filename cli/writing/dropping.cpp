@@ -4,8 +4,8 @@
 #include <numeric>
 #include <unordered_set>
 
-#include "cli/message/outline.h"
-#include "cli/message/tree_changes.h"
+#include "mailtree/message/outline.h"
+#include "mailtree/message/tree_changes.h"
 #include "cli/support/errors.h"
 
 namespace mailtree::cli {

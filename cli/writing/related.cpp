@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "cli/message/tree_changes.h"
+#include "mailtree/message/tree_changes.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/files.h"

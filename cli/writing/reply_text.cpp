@@ -2,8 +2,8 @@
 
 #include <string_view>
 
-#include "cli/message/outline.h"
-#include "cli/message/tree_changes.h"
+#include "mailtree/message/outline.h"
+#include "mailtree/message/tree_changes.h"
 #include "cli/support/html_text.h"
 #include "mailtree/email/transform/reply_header.h"
 

@@ -82,4 +82,11 @@ void LogMemory::keep(Kind kind, std::string_view tag, std::string_view text) {
   });
 }
 
+std::string lastError(const LogMemory& log, std::string_view otherwise) {
+  const auto isError = [](const LogEntry& entry) { return entry.kind == LogEntry::Kind::Error; };
+  const auto& entries = log.entries();
+  const auto last = std::find_if(entries.rbegin(), entries.rend(), isError);
+  return last == entries.rend() ? std::string(otherwise) : last->text;
+}
+
 }  // namespace mailtree

@@ -95,4 +95,10 @@ class LogMemory final : public LogBase {
   std::vector<std::size_t> m_parentLength;  ///< Length of m_context before each open context.
 };
 
+/// The last error in a log; `otherwise` when it has none.
+std::string lastError(const LogMemory& log, std::string_view otherwise);
+
+/// Reported instead of an incomplete result.
+inline constexpr std::string_view kNoMemory = "not enough memory";
+
 }  // namespace mailtree

@@ -12,29 +12,10 @@
 
 #include "mailtree/base/Object.h"
 #include "mailtree/base/Origin.h"
+#include "mailtree/crypto/Answer.h"
 #include "mailtree/crypto/Certificate.h"
 
 namespace mailtree {
-
-enum class LayerKind {
-  detachedSignature,
-  opaqueSignature,
-  enveloped,
-  authEnveloped,
-  compressed,
-  certificatesOnly,
-  unknown
-};
-
-/// "detached-signature", "opaque-signature", "enveloped", "auth-enveloped", "compressed",
-/// "certificates-only", "unknown".
-std::string_view nameOf(LayerKind kind) noexcept;
-
-/// The answer to one question about a signer. "Not checked" is neither good nor a sign of tampering;
-/// `problem` gives the reason. Not a bool, which would turn it into a no.
-enum class Answer : std::uint8_t { notChecked, no, yes };
-
-constexpr Answer answerOf(bool value) noexcept { return value ? Answer::yes : Answer::no; }
 
 /// One signer of a layer.
 struct SignerVerdict {

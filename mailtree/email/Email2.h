@@ -1,15 +1,13 @@
-// email/Email2.h - a node of an email tree: a message or a part of one. The only header a user includes.
+// email/Email2.h - a node of an email tree: a message or a part of one. mailtree.h is the floor above it.
 //
 //   Ownership  A parent owns its subparts. get* and find* return borrowed pointers, create* and extract*
-//   return
-//              nodes that the caller owns, insert* and add* take ownership. EmailPtr is the owner to use.
-//              Lists filled by enumerations hold borrowed pointers.
+//              return nodes that the caller owns, insert* and add* take ownership. EmailPtr is the owner to
+//              use. Lists filled by enumerations hold borrowed pointers.
 //   Failure    false, 0, -1 or null, with the reason in the LogBase. Nothing throws.
 //   Text       utf-8 in and out, unless the name ends in Ansi or Mb. Sizes are in bytes, indexes start at 0.
 //   Names      Header fields, parameters and media types are matched without regard to case.
 //   Markers    Every operation first checks the node's validity marker. On a destroyed node it does nothing
-//   and
-//              returns false, 0, null or an empty result, without a message. Exceptions are noted.
+//              and returns false, 0, null or an empty result, without a message. Exceptions are noted.
 //   Threads    One thread at a time for each tree; different trees are independent.
 #pragma once
 

@@ -1,4 +1,4 @@
-// cli/message/outline.h - a message as numbered rows, the source of both the text and the JSON view.
+// message/outline.h - a message as numbered rows, the source of both the text and the JSON view.
 #pragma once
 
 #include <optional>
@@ -8,7 +8,7 @@
 
 #include "mailtree/email/Email2.h"
 
-namespace mailtree::cli {
+namespace mailtree {
 
 /// One node of the tree, numbered depth-first from 0.
 struct PartRow {
@@ -68,4 +68,4 @@ std::string displayForm(const _svEmailAddress& address);
 /// A decoded header field; nothing when it is missing.
 std::optional<std::string> fieldOf(const Email2& root, const char* name);
 
-}  // namespace mailtree::cli
+}  // namespace mailtree

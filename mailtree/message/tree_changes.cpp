@@ -1,11 +1,11 @@
-#include "cli/message/tree_changes.h"
+#include "mailtree/message/tree_changes.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "cli/message/outline.h"
+#include "mailtree/message/outline.h"
 
-namespace mailtree::cli {
+namespace mailtree {
 namespace {
 
 constexpr const char* kMixed = "multipart/mixed";
@@ -135,4 +135,4 @@ void removeNodes(Email2& root, const std::unordered_set<const SorvikObject*>& re
   });
 }
 
-}  // namespace mailtree::cli
+}  // namespace mailtree

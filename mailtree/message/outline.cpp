@@ -1,4 +1,4 @@
-#include "cli/message/outline.h"
+#include "mailtree/message/outline.h"
 
 #include <algorithm>
 #include <unordered_map>
@@ -7,7 +7,7 @@
 #include "mailtree/base/Utf.h"
 #include "mailtree/email/loading/received_date.h"
 
-namespace mailtree::cli {
+namespace mailtree {
 namespace {
 
 /// Collects the reason for each attachment: an iteration logs one "Yes" line per attachment, in order.
@@ -253,4 +253,4 @@ std::optional<std::string> fieldOf(const Email2& root, const char* name) {
   return value.extractString();
 }
 
-}  // namespace mailtree::cli
+}  // namespace mailtree

@@ -1,11 +1,11 @@
-// cli/message/tree_changes.h - changes to the tree of a received message before something is added.
+// message/tree_changes.h - changes to the tree of a received message before something is added.
 #pragma once
 
 #include <unordered_set>
 
 #include "mailtree/email/tree_walk.h"
 
-namespace mailtree::cli {
+namespace mailtree {
 
 /// Visits every wanted node, parents first, and skips everything below an unwanted one. The visitor may
 /// remove children of the node it is given.
@@ -62,4 +62,4 @@ bool holds(Email2& root, const Email2& node);
 /// Destroys these nodes, which never include the root.
 void removeNodes(Email2& root, const std::unordered_set<const SorvikObject*>& removed);
 
-}  // namespace mailtree::cli
+}  // namespace mailtree

@@ -1,0 +1,80 @@
+// message/internal.h - what a Message holds, and what its files share.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "mailtree/crypto/SecureLayer.h"
+#include "mailtree/crypto/UnwrapInfo.h"
+#include "mailtree/email/Email2.h"
+#include "mailtree/message/Message.h"
+#include "mailtree/message/outline.h"
+
+namespace mailtree {
+
+/// A tree and the settings it shares.
+struct Tree {
+  RefPtr<_svEmailCommon> common;
+  EmailPtr root;
+  /// Text bodies have bare LF as line breaks, which become CRLF before they are written: a bare LF would be
+  /// re-encoded as data (RFC 2045, 6.7).
+  bool hasUnixLines = false;
+};
+
+struct MessageState {
+  Tree opened;  ///< What readers see: signed and encrypted layers are opened.
+
+  /// The message as received, kept only when a layer was opened in the tree. It is what is written as long
+  /// as the content does not change.
+  DataBuffer sealedBytes;
+  Tree sealed;  ///< Of sealedBytes, with its layers closed; made when it is first needed.
+
+  std::vector<SecureLayer> layers;
+  std::vector<InnerField> innerFields;
+  bool wasTrustGiven = false;
+  bool answersEncrypted = false;  ///< Quotes what was encrypted, and must not be written in the clear.
+
+  std::optional<Outline> cachedOutline;
+  std::optional<Security> cachedSecurity;
+
+  Email2& root() const noexcept { return *opened.root; }
+  /// The numbered parts; made when needed, and again after a change.
+  const Outline& outline();
+  bool isSealed() const noexcept { return !sealedBytes.isEmpty(); }
+  /// The tree that is written, with line breaks as they are sent. noMemory when it cannot be loaded.
+  Result<Email2*> written();
+  /// Must be called after any change: parts are numbered anew.
+  void changed() noexcept;
+  /// Must be called before a change of the content. Gives up a signature; refuses encrypted content.
+  Result<void> beginContentChange();
+  /// Changes header fields, in the closed form too.
+  template <class Change>
+  Result<void> changeHeader(Change&& change) {
+    if (isSealed()) {
+      Result<Email2*> outside = written();
+      if (!outside) return std::move(outside).error();
+      change(**outside);
+    }
+    change(root());
+    changed();
+    return {};
+  }
+
+  static MessageState& of(const Message& message) noexcept { return *message.m_state; }
+  static MessageState& of(const Part& part) noexcept { return *part.m_state; }
+  static Part partOf(MessageState& state, int row) { return Part(state, row); }
+  static const PartRow& rowOf(const Part& part) { return of(part).outline().row(part.m_row); }
+  static Message messageOf(std::unique_ptr<MessageState> state) { return Message(std::move(state)); }
+};
+
+Error noMemory();
+
+/// Loads a message from bytes that stay the caller's.
+/// @param budget  what an enclosing message has left; null for a message of its own.
+Result<Message> loadMessage(const DataBuffer& bytes, const Keys* keys, LoadBudget* budget = nullptr);
+
+}  // namespace mailtree
