@@ -57,7 +57,7 @@ TEST(ContentType, charset_and_format_are_written_where_they_belong) {
       {"text/plain; charset=utf-8", "", true, "text/plain"},
       {"text/plain; charset=x-nobody", nullptr, true, "text/plain; charset=x-nobody"},
       {"text/plain; charset=x-nobody", "", true, "text/plain; charset=x-nobody"},
-      {"text/plain; charset=x-nobody", "utf-8", true, "text/plain; charset=utf-8"},  // never two
+      {"text/plain; charset=x-nobody; x=y", "utf-8", true, "text/plain; charset=utf-8; x=y"},  // never two
       {"application/xml; charset=utf-8", "koi8-r", true, "application/xml; charset=utf-8"},
       {"application/pdf", "utf-8", true, "application/pdf"},
       {"text/plain; format=Flowed; delsp=yes", "", true, "text/plain; format=flowed; delsp=yes"},
