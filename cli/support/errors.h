@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "cli/support/exit_codes.h"
+#include "mailtree/base/Log.h"  // reports come from logs
 
 namespace mailtree::cli {
 

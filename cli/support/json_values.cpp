@@ -1,5 +1,6 @@
 #include "cli/support/json_values.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <utility>
@@ -22,6 +23,8 @@ void appendEscape(std::string& out, char32_t c) {
   appendUnit(out, static_cast<char16_t>(0xD7C0 + (c >> 10)));  // a surrogate pair
   appendUnit(out, static_cast<char16_t>(0xDC00 + (c & 0x3FF)));
 }
+
+bool isUnescaped(char c) noexcept { return c >= ' ' && c < '\x7F' && c != '"' && c != '\\'; }
 
 }  // namespace
 
@@ -49,6 +52,36 @@ Json limitsOf(LimitSet limits) {
   for (const LimitText& row : kLimitTexts)
     if (limits.has(row.limit)) out.push_back(row.text());
   return out;
+}
+
+void ObjectText::addKey(const char* key) {
+  if (m_text.size() > 1) m_text += ',';
+  m_text.append("\"").append(key).append("\":");
+}
+
+ObjectText& ObjectText::add(const char* key, std::string_view text) {
+  addKey(key);
+  if (std::ranges::all_of(text, isUnescaped))
+    m_text.append("\"").append(text).append("\"");
+  else
+    m_text += textOf(Json(text));
+  return *this;
+}
+
+ObjectText& ObjectText::add(const char* key, std::uint64_t number) {
+  addKey(key);
+  m_text += std::to_string(number);
+  return *this;
+}
+
+ObjectText& ObjectText::addOrNull(const char* key, std::string_view text) {
+  return text.empty() ? addSerialized(key, "null") : add(key, text);
+}
+
+ObjectText& ObjectText::addSerialized(const char* key, std::string_view json) {
+  addKey(key);
+  m_text += json;
+  return *this;
 }
 
 std::string textOf(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }

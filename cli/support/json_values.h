@@ -1,11 +1,13 @@
 // cli/support/json_values.h - building blocks of all JSON output.
 #pragma once
 
+#include <cstdint>
 #include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "mailtree/mime/Limits.h"
 #include "mailtree/mime/address/Address.h"
@@ -33,6 +35,25 @@ Json addressOrNull(const std::optional<_svEmailAddress>& address);
 /// "2026-04-22T11:30:02Z"
 Json dateOrNull(const std::optional<SorvikSysTime>& date);
 Json limitsOf(LimitSet limits);
+
+/// An object written member by member, for lists so long that a Json value for each entry would take longer
+/// than all the rest.
+class ObjectText {
+ public:
+  ObjectText& add(const char* key, std::string_view text);
+  ObjectText& add(const char* key, std::uint64_t number);
+  ObjectText& addOrNull(const char* key, std::string_view text);  ///< Null when empty.
+  /// A member that is already serialized.
+  ObjectText& addSerialized(const char* key, std::string_view json);
+  /// The object so far, without its closing brace.
+  const std::string& open() const noexcept { return m_text; }
+  std::string closed() { return std::move(m_text += '}'); }
+
+ private:
+  void addKey(const char* key);
+
+  std::string m_text = "{";
+};
 
 /// Serialises a value compactly as utf-8.
 std::string textOf(const Json& json);

@@ -39,49 +39,62 @@ std::string comparableText(std::string_view text) {
   return out;
 }
 
-Json textHashOf(const PartRow& row, const std::string& hashOfBody) {
-  if (!row.isText()) return Json();
+/// Empty for anything but a text.
+std::string textHashOf(const PartRow& row, const std::string& hashOfBody) {
+  if (!row.isText()) return {};
   const std::string text = comparableText(textOf(row));
   return text == row.node->m_body.view() ? hashOfBody : sha256Hex(text);
 }
 
-Json factsOf(const PartRow& row, int id) {
+void addFacts(const PartRow& row, int id, ObjectText& out) {
   const Email2& node = *row.node;
   const std::string hash = sha256Hex(node.m_body.view());
-  return objectOf({{"id", id},
-                   {"content_type", row.contentType},
-                   {"charset", textOrNull(row.charset)},
-                   {"transfer_encoding", textOrNull(node.m_transferEncoding)},
-                   {"disposition", textOrNull(node.m_disposition)},
-                   {"filename", textOrNull(row.filename)},
-                   {"content_id", textOrNull(node.m_contentId)},
-                   {"size", node.m_body.getSize()},
-                   {"sha256", hash},
-                   {"text_sha256", textHashOf(row, hash)}});
+  out.add("id", static_cast<std::uint64_t>(id))
+      .add("content_type", row.contentType)
+      .addOrNull("charset", row.charset)
+      .addOrNull("transfer_encoding", node.m_transferEncoding)
+      .addOrNull("disposition", node.m_disposition)
+      .addOrNull("filename", row.filename)
+      .addOrNull("content_id", node.m_contentId)
+      .add("size", node.m_body.getSize())
+      .add("sha256", hash)
+      .addOrNull("text_sha256", textHashOf(row, hash));
 }
 
-Json attachmentOf(const PartRow& row, int number, int id) {
-  Json attachment = {{"number", number}};
-  attachment.update(factsOf(row, id));
-  attachment["reason"] = textOrNull(row.reason);
-  return attachment;
-}
-
-/// Serialises the tree part by part: JSON values for the parts of a hostile message would cost more
-/// than loading it.
 std::string treeOf(const Outline& outline) {
   std::string out;
   std::vector<int> open;  // the current part and its ancestors
   for (int id = 0; const PartRow& row : outline.rows) {
     for (; !open.empty() && open.back() != row.parent; open.pop_back()) out += "]}";
     if (out.ends_with('}')) out += ',';
-    out += textOf(factsOf(row, id));
-    out.back() = ',';
-    out += R"("parts":[)";
+    ObjectText facts;
+    addFacts(row, id, facts);
+    out.append(facts.open()).append(R"(,"parts":[)");
     open.push_back(id++);
   }
   for (; !open.empty(); open.pop_back()) out += "]}";
   return out;
+}
+
+/// A list of parts: their numbers, their facts, and what `addMore` adds.
+template <class AddMore>
+std::string listOf(const Outline& outline, const std::vector<int>& ids, AddMore&& addMore) {
+  std::string list = "[";
+  for (std::size_t number = 0; number < ids.size(); ++number) {
+    const PartRow& row = outline.row(ids[number]);
+    ObjectText entry;
+    entry.add("number", number);
+    addFacts(row, ids[number], entry);
+    addMore(row, entry);
+    list.append(number ? "," : "").append(entry.closed());
+  }
+  return list += ']';
+}
+
+std::string listObjectOf(const std::string& file, const char* key, const std::string& list, LimitSet limits) {
+  ObjectText object;
+  object.add("schema", kSchema).add("file", file).addSerialized(key, list);
+  return lineOf(object.addSerialized("limits", textOf(limitsOf(limits))).closed());
 }
 
 /// Joins two serialized objects and puts an already serialized member between them.
@@ -124,25 +137,19 @@ std::string jsonOf(const std::string& file, Verification& verification, const Js
 }
 
 std::string attachmentsJsonOf(const std::string& file, const Message& message, const Outline& outline) {
-  Json list = Json::array();
-  for (const int id : outline.attachments)
-    list.push_back(attachmentOf(outline.row(id), static_cast<int>(list.size()), id));
-  return lineOf(
-      {{"schema", kSchema}, {"file", file}, {"attachments", list}, {"limits", limitsOf(message.limits())}});
+  const std::string list = listOf(outline, outline.attachments, [](const PartRow& row, ObjectText& entry) {
+    entry.addOrNull("reason", row.reason);
+  });
+  return listObjectOf(file, "attachments", list, message.limits());
 }
 
 std::string relatedJsonOf(const std::string& file, const Message& message, const Outline& outline,
                           const std::vector<int>& items) {
-  Json list = Json::array();
-  for (const int id : items) {
-    const PartRow& row = outline.row(id);
-    Json item = {{"number", list.size()}};
-    item.update(factsOf(row, id));
-    item["content_location"] = fieldOrNull(*row.node, "Content-Location");
-    list.push_back(std::move(item));
-  }
-  return lineOf(
-      {{"schema", kSchema}, {"file", file}, {"related", list}, {"limits", limitsOf(message.limits())}});
+  const std::string list = listOf(outline, items, [](const PartRow& row, ObjectText& entry) {
+    const std::optional<std::string> location = fieldOf(*row.node, "Content-Location");
+    entry.addSerialized("content_location", textOf(location ? Json(*location) : Json()));
+  });
+  return listObjectOf(file, "related", list, message.limits());
 }
 
 }  // namespace mailtree::cli
