@@ -7,12 +7,12 @@
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
-#include "mailtree/message/outline.h"
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/file_names.h"
 #include "cli/support/saving.h"
+#include "mailtree/message/outline.h"
 #include "mailtree/mime/header/ContentTypeTable.h"
 
 namespace mailtree::cli {
@@ -57,36 +57,11 @@ std::string missingPartProblem(const ExtractOptions& options) {
   return "no attachments; use --all or --part for other parts";
 }
 
-/// File name from the Subject. Slashes are replaced, because "Offer 1/2" does not name a folder.
-std::string nameFromSubject(std::string_view message) {
-  MimeHeader header;
-  header.loadFromEntity(message);
-  StringBuffer subject;
-  LogNull log;
-  header.getMimeFieldUtf8("Subject", subject, log);
-  std::string name = subject.extractString();
-  std::replace_if(
-      name.begin(), name.end(), [](char c) { return c == '/' || c == '\\'; }, '_');
-  return trim(name).empty() ? std::string() : name + ".eml";
-}
-
-/// The name of a part in the message; the Subject for an attached message without a name. May be empty.
-std::string nameInMessage(const PartRow& row) {
-  const Email2& node = *row.node;
-  if (!row.filename.empty() || node.m_header.findField("Content-Location") >= 0) {
-    StringBuffer name;
-    LogNull log;
-    node.getFilenameUtf8(name, log);
-    return name.extractString();
-  }
-  return row.contentType == "message/rfc822" ? nameFromSubject(node.m_body.view()) : std::string();
-}
-
 std::string fileNameOf(const PartRow& row, int id) {
   const std::string_view extension = extensionOfContentType(row.contentType);
   const std::string otherwise =
       "part-" + std::to_string(id) + "." + std::string(extension.empty() ? "dat" : extension);
-  return safeFileName(nameInMessage(row), otherwise);
+  return safeFileName(givenFileName(row), otherwise);
 }
 
 /// Attached files keep their bytes; a body is text, and text is utf-8.

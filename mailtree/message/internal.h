@@ -73,6 +73,11 @@ struct MessageState {
 
 Error noMemory();
 
+/// The fields of a header, unfolded and decoded; lines that are not fields are left out.
+std::vector<Header> headersOf(const MimeHeader& fields);
+/// The first field of that name.
+std::optional<std::string> headerOf(const MimeHeader& fields, std::string_view name);
+
 /// Loads a message from bytes that stay the caller's.
 /// @param budget  what an enclosing message has left; null for a message of its own.
 Result<Message> loadMessage(const DataBuffer& bytes, const Keys* keys, LoadBudget* budget = nullptr);

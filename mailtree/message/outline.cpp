@@ -49,8 +49,8 @@ std::string charsetOf(const Email2& node) {
   return unknown ? *unknown : std::string();
 }
 
-PartRow rowOf(Email2& node, int depth, int parent, bool isLastChild) {
-  PartRow row{&node, depth, parent, isLastChild, false, false, {}, {}, {}, {}};
+PartRow rowOf(Email2& node, int depth, int parent, int index, bool isLastChild) {
+  PartRow row{&node, depth, parent, index, isLastChild};
   const std::string_view type = node.m_contentType.m_type.view();
   row.contentType = type.empty() ? "text/plain" : type;
   row.charset = charsetOf(node);
@@ -59,24 +59,26 @@ PartRow rowOf(Email2& node, int depth, int parent, bool isLastChild) {
   return row;
 }
 
-std::vector<PartRow> numberedRows(Email2& root) {
+void numberRows(Email2& root, Outline& outline) {
   struct Pending {
     Email2* node;
-    int depth, parent;
+    int depth, parent, index;
     bool isLastChild;
   };
-  std::vector<PartRow> rows;
-  std::vector<Pending> pending{{&root, 0, -1, true}};
+  std::vector<Pending> pending{{&root, 0, -1, 0, true}};
   while (!pending.empty()) {
     const Pending next = pending.back();
     pending.pop_back();
-    const int id = static_cast<int>(rows.size());
-    rows.push_back(rowOf(*next.node, next.depth, next.parent, next.isLastChild));
+    const int id = static_cast<int>(outline.rows.size());
+    if (next.parent >= 0)
+      outline.children[outline.row(next.parent).firstChild + static_cast<std::size_t>(next.index)] = id;
+    outline.rows.push_back(rowOf(*next.node, next.depth, next.parent, next.index, next.isLastChild));
     const int last = next.node->getNumParts() - 1;
+    outline.rows.back().firstChild = outline.children.size();
+    outline.children.resize(outline.children.size() + static_cast<std::size_t>(last + 1));
     for (int i = last; i >= 0; --i)
-      if (Email2* child = next.node->getPart(i)) pending.push_back({child, next.depth + 1, id, i == last});
+      pending.push_back({next.node->getPart(i), next.depth + 1, id, i, i == last});
   }
-  return rows;
 }
 
 void markBodies(Email2& root, const RowIds& rowIds, Outline& outline) {
@@ -137,6 +139,16 @@ void markAttachments(Email2& root, const RowIds& rowIds, Outline& outline) {
   found.removeAll();
 }
 
+/// Slashes are replaced, because "Offer 1/2" does not name a folder.
+std::string nameFromSubject(std::string_view message) {
+  MimeHeader header;
+  header.loadFromEntity(message);
+  std::string name = header.decodedValue(header.findField("Subject"));
+  std::ranges::replace_if(
+      name, [](char c) { return c == '/' || c == '\\'; }, '_');
+  return trim(name).empty() ? std::string() : name + ".eml";
+}
+
 /// Decodes stored utf-8; malformed bytes become U+FFFD.
 std::string decodeUtf8(std::string_view bytes) {
   std::string text;
@@ -162,7 +174,7 @@ std::string decodeByDetection(int headerCodePage, std::string_view bytes) {
 
 Outline outlineOf(Email2& root) {
   Outline outline;
-  outline.rows = numberedRows(root);
+  numberRows(root, outline);
   RowIds ids;
   ids.reserve(outline.rows.size());
   for (std::size_t i = 0; i < outline.rows.size(); ++i)
@@ -198,6 +210,15 @@ Email2* untypedBody(Email2& root) {
     if (isUntypedText(part, /*inMixed=*/true)) return &part;
   }
   return nullptr;
+}
+
+std::string givenFileName(const PartRow& row) {
+  if (row.filename.empty() && row.node->m_header.findField("Content-Location") < 0)
+    return row.isMessage() ? nameFromSubject(row.node->m_body.view()) : std::string();
+  StringBuffer name;
+  LogNull log;
+  row.node->getFilenameUtf8(name, log);
+  return name.extractString();
 }
 
 std::string textOf(const PartRow& row) {

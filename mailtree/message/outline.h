@@ -1,7 +1,9 @@
 // message/outline.h - a message as numbered rows, the source of both the text and the JSON view.
 #pragma once
 
+#include <cstddef>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,16 +17,23 @@ struct PartRow {
   Email2* node;
   int depth;
   int parent;  ///< Row of the parent, -1 at the root.
+  int index;   ///< Among the children of the parent, from 0.
   bool isLastChild;
   bool isBody = false;
   bool isAttachment = false;
-  std::string reason;       ///< Why it is an attachment.
-  std::string contentType;  ///< text/plain where the node has none.
-  std::string charset;      ///< From its Content-Type field; empty when not given.
-  std::string filename;     ///< From the disposition, else the name parameter, else empty.
+  std::string reason = {};       ///< Why it is an attachment.
+  std::string contentType = {};  ///< text/plain where the node has none.
+  std::string charset = {};      ///< From its Content-Type field; empty when not given.
+  std::string filename = {};     ///< From the disposition, else the name parameter, else empty.
+  std::size_t firstChild = 0;    ///< Position in Outline::children.
 
   bool isLeaf() const { return node->getNumParts() == 0; }
   bool isText() const { return isLeaf() && contentType.starts_with("text/"); }
+  /// A whole message in one part (RFC 2046, 5.2.1; RFC 6532, 3.7).
+  bool isMessage() const {
+    return isLeaf() &&
+           (equalsNoCase(contentType, "message/rfc822") || equalsNoCase(contentType, "message/global"));
+  }
 };
 
 /// All rows in depth-first order, with bodies and attachments marked.
@@ -33,8 +42,12 @@ struct Outline {
   std::vector<int> attachments;  ///< Rows, in attachment order.
   int plainText = -1;            ///< Row of the plain-text body, -1 when there is none.
   int html = -1;
+  std::vector<int> children;  ///< Rows of the children of each row, together and in order.
 
   const PartRow& row(int id) const { return rows[static_cast<std::size_t>(id)]; }
+  std::span<const int> childrenOf(const PartRow& row) const {
+    return std::span(children).subspan(row.firstChild, static_cast<std::size_t>(row.node->getNumParts()));
+  }
 };
 
 Outline outlineOf(Email2& root);
@@ -45,6 +58,10 @@ std::vector<int> relatedItemsOf(Email2& root, const Outline& outline);
 /// The text of a message without a Content-Type, plain by default (RFC 2045, 5.2): the message itself, or the
 /// first such part of a multipart/mixed without another plain-text body. Borrowed; null when there is none.
 Email2* untypedBody(Email2& root);
+
+/// The name of a part as the message gives it, not yet safe to use: its file name or location, else the
+/// subject of an attached message with ".eml". May be empty.
+std::string givenFileName(const PartRow& row);
 
 /// The text of a text part in utf-8. Attached files, stored as bytes, are decoded by their charset parameter,
 /// else by detection. Malformed text becomes U+FFFD; bytes in an unknown charset stay.

@@ -1,6 +1,10 @@
 // email/loading/received_date.h - the date of a received message.
 #pragma once
 
+#include <optional>
+#include <string>
+#include <string_view>
+
 namespace mailtree {
 
 class LogBase;
@@ -13,5 +17,9 @@ class SorvikSysTime;
 /// @return false, with `time` unchanged, when no date was read.
 bool receivedDate(const MimeHeader& header, SorvikSysTime& time, LogBase& log);
 bool receivedDate(const MimeHeader& header, SorvikSysTime& time);
+
+/// The text that receivedDate reads, a date or not; nothing when there is no such field. `scratch` holds it
+/// when it had to be unfolded.
+std::optional<std::string_view> receivedDateText(const MimeHeader& header, std::string& scratch);
 
 }  // namespace mailtree

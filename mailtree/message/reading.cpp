@@ -1,0 +1,176 @@
+// message/reading.cpp - what the header of a message says, and its parts.
+#include <algorithm>
+#include <charconv>
+
+#include "mailtree/email/loading/received_date.h"
+#include "mailtree/message/internal.h"
+
+namespace mailtree {
+namespace {
+
+Address valueOf(const _svEmailAddress& address) {
+  return {std::string(address.m_name.view()), std::string(address.m_address.view())};
+}
+
+std::vector<Address> valuesOf(const ExtPtrArray& entries) {
+  std::vector<Address> addresses;
+  addresses.reserve(static_cast<std::size_t>(entries.getSize()));
+  for (int i = 0; i < entries.getSize(); ++i) addresses.push_back(valueOf(*entries.at<_svEmailAddress>(i)));
+  return addresses;
+}
+
+std::vector<Address> addressesOf(const Email2& root, std::string_view field) {
+  ExtPtrArray entries;
+  entriesOf(root.m_header, field, entries);
+  return valuesOf(entries);
+}
+
+/// Moves past a comment, which may hold others and quoted pairs (RFC 5322, 3.2.2).
+std::string_view afterComment(std::string_view text) {
+  int depth = 0;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (text[at] == '\\')
+      ++at;
+    else if (text[at] == '(')
+      ++depth;
+    else if (text[at] == ')' && --depth == 0)
+      return text.substr(at + 1);
+  }
+  return {};
+}
+
+void addId(std::string_view text, std::vector<std::string>& ids) {
+  std::string id(text);
+  std::erase_if(id, isSpaceAscii);  // programs fold long ids
+  if (!id.empty()) ids.push_back(std::move(id));
+}
+
+/// The ids of a field: those in angle brackets, without comments and obsolete phrases; when there are none,
+/// the words with "@".
+std::vector<std::string> idsIn(std::string_view text) {
+  std::vector<std::string> ids, words;
+  while (!(text = trimLeft(text)).empty()) {
+    if (text.front() == '(') {
+      text = afterComment(text);
+    } else if (text.front() == '<') {
+      const std::size_t end = std::min(text.find('>'), text.size());
+      addId(text.substr(1, end - 1), ids);
+      text.remove_prefix(std::min(end + 1, text.size()));
+    } else {
+      const std::size_t end = std::min(text.find_first_of(" \t\r\n<,;", 1), text.size());
+      if (contains(text.substr(0, end), "@")) addId(text.substr(0, end), words);
+      text.remove_prefix(end);
+    }
+  }
+  return ids.empty() ? words : ids;
+}
+
+std::string firstIdIn(std::string_view text) {
+  std::vector<std::string> ids = idsIn(text);
+  return ids.empty() ? std::string(trim(text)) : std::move(ids.front());
+}
+
+/// -1 for anything but a number.
+int numberIn(std::string_view digits) {
+  const char* const end = digits.data() + digits.size();
+  int number = -1;
+  const auto [last, error] = std::from_chars(digits.data(), end, number);
+  return error == std::errc() && last == end ? number : -1;
+}
+
+}  // namespace
+
+std::vector<Header> headersOf(const MimeHeader& fields) {
+  std::vector<Header> headers;
+  headers.reserve(static_cast<std::size_t>(fields.getNumFields()));
+  for (int i = 0; i < fields.getNumFields(); ++i)  // a line that is not a field has no name
+    if (!fields.fieldName(i).empty())
+      headers.push_back({std::string(fields.fieldName(i)), fields.decodedValue(i)});
+  return headers;
+}
+
+std::optional<std::string> headerOf(const MimeHeader& fields, std::string_view name) {
+  const int field = fields.findField(name);
+  return field < 0 ? std::nullopt : std::optional(fields.decodedValue(field));
+}
+
+Address Message::from() const {
+  const std::optional<_svEmailAddress> sender = senderOf(m_state->root());
+  return sender ? valueOf(*sender) : Address();
+}
+
+Address Message::sender() const {
+  const std::vector<Address> all = addressesOf(m_state->root(), "Sender");
+  return all.empty() ? Address() : all.front();
+}
+
+std::vector<Address> Message::replyTo() const { return addressesOf(m_state->root(), "Reply-To"); }
+std::vector<Address> Message::to() const { return addressesOf(m_state->root(), "To"); }
+std::vector<Address> Message::cc() const { return addressesOf(m_state->root(), "Cc"); }
+
+std::vector<Address> Message::bcc() const {
+  // A message that is being written has Bcc recipients without such a field.
+  const Email2& root = m_state->root();
+  return root.m_header.findField("Bcc") >= 0 ? addressesOf(root, "Bcc") : valuesOf(root.m_bccAddrs);
+}
+
+std::string Message::subject() const { return header("Subject").value_or(std::string()); }
+
+std::optional<Date> Message::date() const {
+  std::string scratch;
+  const std::optional<std::string_view> text = receivedDateText(m_state->root().m_header, scratch);
+  if (!text) return std::nullopt;
+  const Result<Date> date = Date::parse(*text);
+  return date ? std::optional(*date) : std::nullopt;
+}
+
+std::string Message::messageId() const { return firstIdIn(header("Message-ID").value_or(std::string())); }
+
+std::string Message::inReplyTo() const {
+  const std::vector<std::string> ids = idsIn(header("In-Reply-To").value_or(std::string()));
+  return ids.empty() ? std::string() : ids.front();
+}
+
+std::vector<std::string> Message::references() const {
+  return idsIn(header("References").value_or(std::string()));
+}
+
+std::string Message::listId() const {
+  // The description before the id may be any text.
+  const std::string value = header("List-ID").value_or(std::string());
+  const std::size_t begin = value.rfind('<');
+  return firstIdIn(begin == std::string::npos ? value : value.substr(begin));
+}
+
+std::vector<Header> Message::headers() const { return headersOf(m_state->root().m_header); }
+
+// Not through root(): numbering the parts costs more than reading a field.
+std::optional<std::string> Message::header(std::string_view name) const {
+  return headerOf(m_state->root().m_header, name);
+}
+
+Part Message::root() const { return MessageState::partOf(*m_state, 0); }
+
+std::vector<Part> Message::parts() const {
+  std::vector<Part> parts;
+  const int count = static_cast<int>(m_state->outline().rows.size());
+  for (int row = 0; row < count; ++row) parts.push_back(MessageState::partOf(*m_state, row));
+  return parts;
+}
+
+std::optional<Part> Message::part(std::string_view id) const {
+  const Outline& outline = m_state->outline();
+  constexpr int kRoot[] = {0};
+  std::span<const int> siblings = kRoot;
+  for (;;) {
+    const std::size_t dot = id.find('.');
+    const int number = numberIn(id.substr(0, dot));
+    if (number < 1 || number > static_cast<int>(siblings.size())) return std::nullopt;
+    const int row = siblings[static_cast<std::size_t>(number - 1)];
+    if (dot == std::string_view::npos) return MessageState::partOf(*m_state, row);
+    siblings = outline.childrenOf(outline.row(row));
+    id.remove_prefix(dot + 1);
+  }
+}
+
+}  // namespace mailtree
