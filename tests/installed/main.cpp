@@ -1,5 +1,6 @@
 // Uses the installed library: every type that the operations of Email2 name is complete.
 #include <mailtree/email/Email2.h>
+#include <mailtree/mailtree.h>
 
 #include <iostream>
 
