@@ -48,8 +48,16 @@ struct WriteOptions {
 };
 
 struct AttachOptions {
-  std::string type;     ///< Media type; empty: by the extension of the name.
-  std::string charset;  ///< Of a text file; empty: not labelled, unless it is utf-8.
+  std::string type = {};     ///< Media type; empty: by the extension of the name.
+  std::string charset = {};  ///< Of a text file; empty: not labelled, unless it is utf-8.
+};
+
+/// Everything that most new messages have. Address lists are text, as for Message::setTo.
+struct ComposeOptions {
+  std::string from = {}, to = {}, cc = {}, bcc = {};
+  std::string subject = {};
+  std::string text = {};  ///< Plain text; empty: made from the HTML.
+  std::string html = {};
 };
 
 /// How an answer repeats the text it answers.
@@ -60,25 +68,25 @@ enum class Quote {
 };
 
 struct ReplyOptions {
-  Address from;              ///< The sender of the answer; required.
-  bool all = false;          ///< Also to everyone in To and Cc, but for `from` and `own`.
-  bool list = false;         ///< To the mailing list (List-Post) instead of the author.
-  std::vector<Address> own;  ///< Further addresses of one's own, which get no copy.
-  std::string text;          ///< Goes before the quoted text, in plain text and HTML.
+  Address from = {};              ///< The sender of the answer; required.
+  bool all = false;               ///< Also to everyone in To and Cc, but for `from` and `own`.
+  bool list = false;              ///< To the mailing list (List-Post) instead of the author.
+  std::vector<Address> own = {};  ///< Further addresses of one's own, which get no copy.
+  std::string text = {};          ///< Goes before the quoted text, in plain text and HTML.
   Quote quote = Quote::lines;
   bool attachments = false;  ///< Take the files along.
 };
 
 struct ForwardOptions {
-  Address from;  ///< Required.
-  std::vector<Address> to;
-  std::string text;           ///< Goes before the forwarded text.
+  Address from = {};  ///< Required.
+  std::vector<Address> to = {};
+  std::string text = {};      ///< Goes before the forwarded text.
   bool asAttachment = false;  ///< Attach the message whole, byte for byte.
 };
 
 struct ResendOptions {
-  Address from;                      ///< Who sends it again; required.
-  std::vector<Address> to, cc, bcc;  ///< At least one.
+  Address from = {};                                ///< Who sends it again; required.
+  std::vector<Address> to = {}, cc = {}, bcc = {};  ///< At least one.
 };
 
 struct SignOptions {
@@ -88,7 +96,8 @@ struct SignOptions {
 
 struct EncryptOptions {
   std::string cipher = "aes256-gcm";  ///< "aes128-cbc", ..., "aes256-gcm", "3des".
-  std::vector<std::string> alsoFor;   ///< Addresses that must be able to read it too, as the sender's own.
+  /// Addresses that must be able to read it too, such as the sender's own.
+  std::vector<std::string> alsoFor = {};
 };
 
 /// Who a message goes to, and where it is returned when it cannot be delivered (RFC 5321).
@@ -129,6 +138,8 @@ class Message {
   /// needed. Any bytes are a message: only what cannot be read at all is an error.
   static Result<Message> open(const std::string& path, const OpenOptions& options = {});
   static Result<Message> parse(std::string_view bytes, const OpenOptions& options = {});
+  /// A new message; badValue for what cannot be used.
+  static Result<Message> compose(const ComposeOptions& options);
   /// A copy that shares nothing with this message.
   Result<Message> clone() const;
 

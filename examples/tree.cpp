@@ -1,4 +1,4 @@
-// Loads a message and prints sender, subject, text and attachments.
+// The floor below Message: loads a message as a tree of nodes and prints sender, subject, text and attachments.
 #include <iostream>
 
 #include "mailtree/email/Email2.h"
@@ -7,7 +7,7 @@ using namespace mailtree;
 
 int main(int argc, char** argv) {
   if (argc != 2) {
-    std::cerr << "usage: first_steps FILE\n";
+    std::cerr << "usage: tree FILE\n";
     return 2;
   }
   LogMemory log;
