@@ -7,6 +7,7 @@
 
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
+#include "mailtree/base/Log.h"
 #include "mailtree/crypto/Wipe.h"
 
 namespace mailtree::cli {

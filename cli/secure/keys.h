@@ -6,6 +6,7 @@
 
 #include "cli/secure/passwords.h"
 #include "mailtree/crypto/SystemCerts.h"
+#include "mailtree/message/Keys.h"
 
 namespace mailtree::cli {
 
@@ -25,7 +26,8 @@ void addReadingKeyOptions(CLI::App& verb, KeyOptions& options);
 
 /// The certificates and keys that were read.
 struct Keys {
-  SystemCerts store;
+  mailtree::Keys all;
+  SystemCerts& store = all.systemCerts();
   /// Fingerprint of each file's own certificate: the first with a private key, else the first. The others
   /// are its chain.
   std::vector<std::string> named;

@@ -103,9 +103,10 @@ void readBlockWithHeader(const PemBlock& block, const char* password, KeyMateria
     found.keys.push_back(std::move(key));
     return;
   }
-  found.problems.emplace_back(!request.wasAsked          ? "damaged: an encrypted key"
-                              : request.password.empty() ? "a key that needs a password"
-                                                         : "wrong password for a key");
+  if (!request.wasAsked)
+    found.problems.emplace_back("damaged: an encrypted key");
+  else
+    found.addLocked(request.password.empty() ? "a key that needs a password" : "wrong password for a key");
 }
 
 void readBlock(const PemBlock& block, const char* password, KeyMaterial& found) {
@@ -145,6 +146,11 @@ std::size_t expectedSize(const char* path) {
 
 void KeyMaterial::add(Owned<Certificate> certificate) {
   if (certificate) certificates.emplace_back(certificate.release());
+}
+
+void KeyMaterial::addLocked(std::string problem) {
+  isLocked = true;
+  problems.push_back(std::move(problem));
 }
 
 bool addNativeCertificate(NativeCertificate* native, KeyMaterial& found) {

@@ -21,8 +21,10 @@ struct KeyMaterial {
   std::vector<RefPtr<Certificate>> certificates;
   std::vector<KeyPtr> keys;
   std::vector<std::string> problems;  ///< What could not be read, with the reason.
+  bool isLocked = false;              ///< Something was not opened by the password, or for lack of one.
 
   void add(Owned<Certificate> certificate);
+  void addLocked(std::string problem);
   bool isEmpty() const noexcept { return certificates.empty() && keys.empty(); }
 };
 

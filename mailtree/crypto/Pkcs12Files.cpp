@@ -110,8 +110,8 @@ class Pkcs12Reader {
     for (const char* candidate : {password, static_cast<const char*>(nullptr), ""})
       if (isPassword(candidate)) return readSafes(candidate);
     if (m_isTooSlow) return note("a PKCS#12 file");
-    m_found.problems.emplace_back(password && *password ? "wrong password for a PKCS#12 file"
-                                                        : "a PKCS#12 file that needs a password");
+    m_found.addLocked(password && *password ? "wrong password for a PKCS#12 file"
+                                            : "a PKCS#12 file that needs a password");
   }
 
  private:
@@ -210,9 +210,9 @@ bool readEncryptedKey(std::string_view der, const char* password, KeyMaterial& f
   if (!budget.spend(algorithmOf(*encrypted)))
     found.problems.emplace_back("a key that needs too many rounds of key derivation");
   else if (!password || !*password)
-    found.problems.emplace_back("a key that needs a password");
+    found.addLocked("a key that needs a password");
   else if (!addKey(decryptKey(*encrypted, password).get(), found))
-    found.problems.emplace_back("wrong password for a key");
+    found.addLocked("wrong password for a key");
   return true;
 }
 

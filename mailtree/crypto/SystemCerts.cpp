@@ -9,6 +9,7 @@
 #include "mailtree/base/Log.h"
 #include "mailtree/crypto/CertificateFiles.h"
 #include "mailtree/crypto/CertificateReader.h"
+#include "mailtree/crypto/HostTrust.h"
 #include "mailtree/crypto/Trust.h"
 #include "mailtree/crypto/internal.h"
 
@@ -157,6 +158,10 @@ int SystemCerts::addFromData(std::string_view bytes, const char* password, LogBa
   });
 }
 
+int SystemCerts::addMaterial(KeyMaterial found) {
+  return neverThrow(0, [&] { return m_contents->add(std::move(found)); });
+}
+
 int SystemCerts::addFromFile(const char* path, const char* password, LogBase& log) {
   return neverThrow(0, [&] {
     const LogContextExitor context(log, "addFromFile", log.m_verboseLogging);
@@ -198,6 +203,21 @@ int SystemCerts::addTrustAnchorsFromData(std::string_view bytes, LogBase& log) {
     logProblems(found.problems, Problems::asErrors, log);
     if (added == 0 && found.problems.empty()) log.logError("No certificate usable as a trust anchor");
     return static_cast<int>(added);
+  });
+}
+
+int SystemCerts::addHostTrustAnchors(LogBase& log) {
+  return neverThrow(0, [&] {
+    const LogContextExitor context(log, "addHostTrustAnchors", log.m_verboseLogging);
+    const HostTrustPlaces places = hostTrustPlaces();
+    LogNull quiet;
+    int added = 0;
+    for (const std::string& path : places.paths) {
+      added += addTrustAnchors(path.c_str(), places.areAlternatives ? quiet : log);
+      if (added > 0 && places.areAlternatives) break;
+    }
+    if (added == 0 && places.areAlternatives) log.logError("The host has no trust anchors in a usual place");
+    return added;
   });
 }
 

@@ -1,5 +1,5 @@
 // crypto/SystemCerts.h - the certificates, keys, trust anchors and revocation lists to sign, encrypt, verify
-// and decrypt messages with. In memory; the host's own store is not used.
+// and decrypt messages with. In memory; the host's own store is used only when asked for.
 #pragma once
 
 #include <cstdint>
@@ -15,6 +15,7 @@
 namespace mailtree {
 
 class LogBase;
+struct KeyMaterial;
 
 /// The result of validating the certification path of a certificate.
 struct ChainVerdict {
@@ -50,12 +51,17 @@ class SystemCerts {
   ///                  items are read with any password.
   int addFromData(std::string_view bytes, const char* password, LogBase& log);
   int addFromFile(const char* path, const char* password, LogBase& log);
+  /// What was read from a file before.
+  int addMaterial(KeyMaterial found);
   /// Every file of the folder that holds certificates or keys, sorted by name; others are skipped, with the
   /// reason logged as information. Not recursive.
   int addFromDirectory(const char* path, const char* password, LogBase& log);
   /// Trust anchors, from a file or every file of a folder. An anchor need not be self-signed.
   int addTrustAnchors(const char* path, LogBase& log);
   int addTrustAnchorsFromData(std::string_view bytes, LogBase& log);
+  /// The anchors that the host trusts: of SSL_CERT_FILE and SSL_CERT_DIR when one of them is set, else of the
+  /// first usual place that has any.
+  int addHostTrustAnchors(LogBase& log);
   /// Revocation lists (PEM or DER). Once there are any, a chain whose issuers have no
   /// list counts as not revoked.
   int addRevocationLists(const char* path, LogBase& log);

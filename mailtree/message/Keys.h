@@ -20,7 +20,7 @@ struct CertificateInfo {
   std::string serialNumber;            ///< Hexadecimal.
   std::vector<std::string> addresses;  ///< Email addresses it is issued to.
   std::chrono::sys_seconds validFrom, validUntil;
-  std::string keyAlgorithm;  ///< "rsa", "ec", ...
+  std::string keyAlgorithm;  ///< "RSA", "EC", "ED25519", ...
   int keyBits = 0;
   std::string fingerprint;  ///< SHA-256 of the certificate, hexadecimal.
   bool hasPrivateKey = false;
@@ -36,16 +36,18 @@ class Keys {
   ~Keys();
 
   /// Adds the certificates and private keys of a file: PEM, DER, PKCS#12 or PKCS#7, found out by its content.
-  /// A key joins the certificate it belongs to. noKey when the password does not open it.
+  /// A key joins the certificate it belongs to, in either order. noKey when the password does not open it, or
+  /// when there is nothing in it.
   Result<void> addFile(const std::string& path, const std::string& password = {});
   /// The same from bytes.
   Result<void> addData(std::string_view bytes, const std::string& password = {});
-  /// Every file of a folder that holds certificates or keys; other files are skipped. Not recursive.
+  /// Every file of a folder that holds certificates or keys; other files, and those that the password does
+  /// not open, are skipped. Not recursive. noKey when nothing was found.
   Result<void> addFolder(const std::string& path, const std::string& password = {});
 
   /// Trust anchors, from a file or every file of a folder. Without any, no chain is checked.
   Result<void> addTrust(const std::string& path);
-  /// The anchors that the host trusts.
+  /// The anchors that the host trusts: of SSL_CERT_FILE and SSL_CERT_DIR when set, else of the usual places.
   Result<void> addSystemTrust();
   /// A certificate revocation list (PEM or DER). Once there is one, chains are checked for revocation.
   Result<void> addRevocationList(const std::string& path);

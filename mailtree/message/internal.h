@@ -77,6 +77,7 @@ Error noMemory();
 std::vector<Header> headersOf(const MimeHeader& fields);
 /// The first field of that name.
 std::optional<std::string> headerOf(const MimeHeader& fields, std::string_view name);
+CertificateInfo infoOf(const Certificate& certificate);
 
 /// Loads a message from bytes that stay the caller's.
 /// @param budget  what an enclosing message has left; null for a message of its own.
