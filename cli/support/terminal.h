@@ -6,36 +6,15 @@
 #include <string>
 #include <string_view>
 
+#include "mailtree/base/ShownText.h"
+
 namespace mailtree::cli {
-
-/// Returns the text as one harmless line: control characters, line breaks, other unsafe characters
-/// and malformed bytes become U+FFFD, a tab becomes a space. The author of a message cannot control
-/// the user's terminal.
-std::string printable(std::string_view text);
-
-/// The same for a text of several lines. Each line ends in LF; tabs are kept.
-std::string printableLines(std::string_view text);
-
-/// The same in quotes, so that it cannot pass for the command's own output: quotes, backslashes and square
-/// brackets are escaped, characters that look like brackets too.
-std::string inQuotes(std::string_view text);
-/// Unchanged when it is one ASCII word without the punctuation of the command's output, such as an address or
-/// a media type; else in quotes.
-std::string wordOrQuoted(std::string_view text);
-/// Unchanged when it can only be read as one table cell; else in quotes.
-std::string cellOrQuoted(std::string_view text);
-/// Returns one harmless line in which single spaces separate words, so that no gap looks like a column break.
-std::string singleSpaced(std::string_view text);
 
 /// Prefix of lines quoted from the message; no other line begins with it.
 inline constexpr std::string_view kMessageLinePrefix = "> ";
 
 /// Writes text to standard output, unchanged unless that is a terminal, which gets printableLines().
 void writeHarmless(std::string_view text);
-
-/// Whether a character is drawn in its place and has no other effect on a terminal: no control character,
-/// direction override or invisible mark.
-bool isHarmless(char32_t c);
 
 /// "980 B", "1.2 kB", "34 MB": powers of 1000, with one decimal place below 10.
 std::string humanSize(std::uint64_t bytes);
