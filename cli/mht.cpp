@@ -11,11 +11,11 @@
 #include "cli/message/input.h"
 #include "cli/message/output.h"
 #include "cli/support/arguments.h"
-#include "cli/support/html_text.h"
 #include "cli/support/output_file.h"
 #include "mailtree/base/SubstringSet.h"
 #include "mailtree/message/outline.h"
 #include "mailtree/message/tree_changes.h"
+#include "mailtree/mime/html/HtmlEscape.h"
 
 namespace mailtree::cli {
 namespace {
@@ -49,8 +49,8 @@ class Archive {
     const Outline outline = outlineOf(m_mail);
     const std::string text = outline.plainText < 0 ? std::string() : textOf(outline.row(outline.plainText));
     return StringBuffer("<!DOCTYPE html>\r\n<html><head><title>" +
-                        htmlText(fieldOf(m_mail, "Subject").value_or("")) +
-                        "</title></head><body><pre style=\"white-space: pre-wrap\">" + htmlText(text) +
+                        escapeHtml(fieldOf(m_mail, "Subject").value_or("")) +
+                        "</title></head><body><pre style=\"white-space: pre-wrap\">" + escapeHtml(text) +
                         "</pre></body></html>\r\n");
   }
 

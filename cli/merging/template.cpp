@@ -5,12 +5,12 @@
 #include <utility>
 
 #include "cli/message/output.h"
-#include "cli/support/html_text.h"
 #include "cli/writing/addresses.h"
 #include "mailtree/base/Platform.h"
 #include "mailtree/base/Search.h"
 #include "mailtree/mime/address/Address.h"
 #include "mailtree/mime/header/HeaderValue.h"
+#include "mailtree/mime/html/HtmlEscape.h"
 
 namespace mailtree::cli {
 namespace {
@@ -326,7 +326,8 @@ EmailPtr MergeTemplate::fill(const CsvRow& row) const {
   ExtPtrArray pairs;
   for (const Token& token : m_tokens) {
     const std::string_view value = row[token.column];
-    addPair(pairs, token.text.c_str(), withCrlf(token.inHtml ? htmlText(value) : std::string(value)).c_str());
+    addPair(pairs, token.text.c_str(),
+            withCrlf(token.inHtml ? escapeHtml(value) : std::string(value)).c_str());
   }
   LogNull log;
   EmailPtr email(m_message.root->cloneAndReplace_v3(/*shareImageData=*/true, pairs, log));

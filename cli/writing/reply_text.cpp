@@ -4,7 +4,7 @@
 
 #include "mailtree/message/outline.h"
 #include "mailtree/message/tree_changes.h"
-#include "cli/support/html_text.h"
+#include "mailtree/mime/html/HtmlEscape.h"
 #include "mailtree/email/transform/reply_header.h"
 
 namespace mailtree::cli {
@@ -12,7 +12,7 @@ namespace {
 
 /// Escapes text as an HTML paragraph; line breaks become <br>.
 std::string asHtml(std::string_view text) {
-  StringBuffer lines(htmlText(trimRight(text)));
+  StringBuffer lines(escapeHtml(trimRight(text)));
   lines.replaceAllOccurances("\r\n", "<br>\r\n");
   return "<p>" + lines.extractString() + "</p>\r\n";
 }

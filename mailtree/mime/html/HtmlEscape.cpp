@@ -1,8 +1,8 @@
-#include "cli/support/html_text.h"
+#include "mailtree/mime/html/HtmlEscape.h"
 
-namespace mailtree::cli {
+namespace mailtree {
 
-std::string htmlText(std::string_view text) {
+std::string escapeHtml(std::string_view text) {
   std::string html;
   html.reserve(text.size() + text.size() / 16);
   for (const char c : text) {
@@ -18,4 +18,4 @@ std::string htmlText(std::string_view text) {
   return html;
 }
 
-}  // namespace mailtree::cli
+}  // namespace mailtree
