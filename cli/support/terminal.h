@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "mailtree/base/ShownText.h"
+#include "mailtree/base/TextWidth.h"
 
 namespace mailtree::cli {
 
@@ -18,16 +19,6 @@ void writeHarmless(std::string_view text);
 
 /// "980 B", "1.2 kB", "34 MB": powers of 1000, with one decimal place below 10.
 std::string humanSize(std::uint64_t bytes);
-
-/// Columns a text takes on a terminal: 0 for combining marks, 2 for East Asian wide characters and emoji.
-std::size_t displayWidth(std::string_view utf8);
-
-/// The longest prefix that fits in so many columns.
-std::string_view fitWidth(std::string_view utf8, std::size_t columns);
-
-/// The same with the most columns that any terminal gives a character.
-std::size_t maxDisplayWidth(std::string_view utf8);
-std::string_view fitMaxWidth(std::string_view utf8, std::size_t columns);
 
 enum class Ink { plain, faint, bold, type, body, attachment, warning };
 

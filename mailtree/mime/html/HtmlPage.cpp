@@ -1,6 +1,5 @@
 #include "mailtree/mime/html/HtmlPage.h"
 
-#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -11,31 +10,11 @@
 namespace mailtree {
 namespace {
 
-// The value of the first href; empty when there is none.
-std::string_view hrefOf(const Markup& startTag) noexcept {
-  std::string_view name, value;
-  for (AttributeReader attributes(startTag.attributes); attributes.next(name, value);)
-    if (equalsNoCase(name, "href")) return value;
-  return {};
-}
-
-// The URL that a browser would use.
-std::string urlOf(std::string_view href) {
-  std::string url = decodeReferences(href);
-  const auto isBlankOrControl = [](char c) { return static_cast<unsigned char>(c) <= ' '; };
-  url.erase(std::find_if_not(url.rbegin(), url.rend(), isBlankOrControl).base(), url.end());
-  url.erase(url.begin(), std::find_if_not(url.begin(), url.end(), isBlankOrControl));
-  url.erase(
-      std::remove_if(url.begin(), url.end(), [](char c) { return c == '\t' || c == '\r' || c == '\n'; }),
-      url.end());
-  return url;
-}
-
 bool appendHyperlinks(std::string_view html, ExtPtrArraySb& urls) {
   HtmlScanner scanner(html);
   while (const std::optional<Markup> markup = scanner.next()) {
     if (!markup->isStartOf("a") && !markup->isStartOf("area")) continue;
-    const std::string url = urlOf(hrefOf(*markup));
+    const std::string url = urlOfReference(firstAttribute(*markup, "href"));
     if (url.empty() || url.front() == '#') continue;
     if (!urls.appendString(url)) return false;
   }

@@ -156,4 +156,11 @@ std::string_view AttributeReader::take(std::size_t length) noexcept {
   return taken;
 }
 
+std::string_view firstAttribute(const Markup& startTag, std::string_view wanted) noexcept {
+  std::string_view name, value;
+  for (AttributeReader attributes(startTag.attributes); attributes.next(name, value);)
+    if (equalsNoCase(name, wanted)) return value;
+  return {};
+}
+
 }  // namespace mailtree

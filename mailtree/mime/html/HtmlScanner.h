@@ -85,4 +85,7 @@ class AttributeReader {
   std::string_view m_rest;
 };
 
+/// The value of the first attribute of that name; empty when there is none.
+std::string_view firstAttribute(const Markup& startTag, std::string_view wanted) noexcept;
+
 }  // namespace mailtree

@@ -84,6 +84,7 @@ class Property {
 // The properties that can hide an element.
 struct Style {
   Property display, visibility, opacity, fontSize, height, maxHeight, overflow;
+  Property whiteSpace, listStyle, margin, marginTop, marginBottom;
   bool hasHeightAnyway = false;
 
   // If a style sheet may override a declaration, only an important one is certain.
@@ -130,19 +131,25 @@ struct Style {
     const struct {
       std::string_view name;
       Property* property;
-    } rows[] = {{"display", &display},    {"visibility", &visibility}, {"opacity", &opacity},
-                {"font-size", &fontSize}, {"height", &height},         {"max-height", &maxHeight},
-                {"overflow", &overflow}};
+    } rows[] = {{"display", &display},           {"visibility", &visibility},  {"opacity", &opacity},
+                {"font-size", &fontSize},        {"height", &height},          {"max-height", &maxHeight},
+                {"overflow", &overflow},         {"white-space", &whiteSpace}, {"list-style", &listStyle},
+                {"list-style-type", &listStyle}, {"margin", &margin},          {"margin-top", &marginTop},
+                {"margin-bottom", &marginBottom}};
     for (const auto& row : rows)
       if (equalsNoCase(row.name, name)) return row.property;
     return nullptr;
   }
 };
 
-Visibility visibilityOf(const Style& style, bool hasHiddenAttribute, bool isBox) noexcept {
+bool isHiddenBy(const Style& style, bool hasHiddenAttribute) noexcept {
   // The attribute is a default: any display of the style attribute overrides it.
   const bool noDisplay = style.display.isSet() ? style.display.is("none") : hasHiddenAttribute;
-  if (noDisplay || !style.isOpaque()) return Visibility::hidden;
+  return noDisplay || !style.isOpaque();
+}
+
+Visibility visibilityOf(const Style& style, bool hasHiddenAttribute, bool isBox) noexcept {
+  if (isHiddenBy(style, hasHiddenAttribute)) return Visibility::hidden;
   if (isBox && style.isBoxOfNoHeight()) return Visibility::hidden;
   const bool noText = !style.hasText() || style.visibility.is("hidden");
   return noText ? Visibility::textHidden : Visibility::shown;
@@ -197,7 +204,75 @@ bool hasPartialMatches(std::string_view sheet) noexcept {
   return false;
 }
 
+constexpr std::string_view kBlockDisplays[] = {"block", "table", "list-item", "flex", "grid", "table-row"};
+constexpr std::string_view kHeightBoxes[] = {"div", "p", "center", "section", "article", "blockquote"};
+constexpr std::string_view kKeptSpaces[] = {"pre", "pre-wrap", "pre-line", "break-spaces"};
+
+Inherited inheritedIf(bool isSet, bool value) noexcept {
+  if (!isSet) return Inherited::asAround;
+  return value ? Inherited::yes : Inherited::no;
+}
+
+// Sizes relative to that around, which may be 0, show nothing by themselves.
+bool isRelativeSize(std::string_view size) noexcept {
+  if (size.ends_with('%') || equalsNoCase(size, "inherit")) return true;
+  return (endsWithNoCase(size, "em") && !endsWithNoCase(size, "rem")) || endsWithNoCase(size, "ex");
+}
+
+Inherited hasFontSize(const Style& style) noexcept {
+  if (!style.hasText()) return Inherited::no;
+  return inheritedIf(style.fontSize.isSet() && !isRelativeSize(style.fontSize.value()), true);
+}
+
+// Word writes .0001pt where it means none.
+bool isNoMargin(std::string_view margin) noexcept {
+  return isZeroLength(margin) || isZeroPercent(margin) || margin.starts_with(".00") ||
+         margin.starts_with("0.00");
+}
+
+// The vertical margins: the first value of "margin" is the top, the third, if any, the bottom.
+Inherited hasMargin(const Property& own, std::string_view all, bool isBottom) noexcept {
+  std::string_view value = own.value();
+  if (value.empty()) {
+    std::size_t skipped = 0;
+    for (std::string_view rest = trim(all); !rest.empty() && skipped < (isBottom ? 3U : 1U); ++skipped) {
+      const std::size_t length = std::min(rest.find(' '), rest.size());
+      if (skipped != 1) value = rest.substr(0, length);
+      rest = trimLeft(rest.substr(length));
+    }
+  }
+  return inheritedIf(!value.empty(), !isNoMargin(value));
+}
+
 }  // namespace
+
+TextStyle textStyleOf(const Markup& startTag) {
+  const Attributes attributes(startTag);
+  TextStyle text;
+  // Word's paragraphs have their margins in a style sheet, which sets them to 0.
+  if (attributes.classes && beginsWithNoCase(*attributes.classes, "Mso"))
+    text.hasSpaceAbove = text.hasSpaceBelow = Inherited::no;
+  text.isHidden = attributes.isHidden;
+  if (!attributes.style) return text;
+
+  const std::string declarations = decoded(attributes.style);
+  Style style;
+  style.read(declarations, /*isImportantOnly=*/false);
+  text.isHidden = isHiddenBy(style, attributes.isHidden) || isZeroLength(style.maxHeight.value()) ||
+                  (isOneOf(startTag.name, kHeightBoxes) && style.isBoxOfNoHeight());
+  text.isBlock = isOneOf(style.display.value(), kBlockDisplays);
+  text.hasNoMarker = beginsWithNoCase(style.listStyle.value(), "none");
+  text.isVisible = inheritedIf(style.visibility.isSet() && !style.visibility.is("inherit"),
+                               !style.visibility.is("hidden") && !style.visibility.is("collapse"));
+  text.hasFontSize = hasFontSize(style);
+  text.keepsSpaces = inheritedIf(style.whiteSpace.isSet() && !style.whiteSpace.is("inherit"),
+                                 isOneOf(style.whiteSpace.value(), kKeptSpaces));
+  const Inherited above = hasMargin(style.marginTop, style.margin.value(), /*isBottom=*/false);
+  const Inherited below = hasMargin(style.marginBottom, style.margin.value(), /*isBottom=*/true);
+  if (above != Inherited::asAround) text.hasSpaceAbove = above;
+  if (below != Inherited::asAround) text.hasSpaceBelow = below;
+  return text;
+}
 
 StyleSheets::StyleSheets(std::string_view html) {
   HtmlScanner scanner(html);
