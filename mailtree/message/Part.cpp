@@ -51,7 +51,6 @@ bool Part::isMessage() const { return MessageState::rowOf(*this).isMessage(); }
 
 std::string_view Part::bytes() const { return isMultipart() ? std::string_view() : email2().m_body.view(); }
 
-std::string Part::text() const { return isText() ? textOf(MessageState::rowOf(*this)) : std::string(); }
 std::string Part::sha256() const { return sha256Hex(bytes()); }
 
 std::vector<Header> Part::headers() const { return headersOf(email2().m_header); }

@@ -12,6 +12,7 @@
 #include "mailtree/crypto/UnwrapInfo.h"
 #include "mailtree/email/Email2.h"
 #include "mailtree/message/Message.h"
+#include "mailtree/message/displayed.h"
 #include "mailtree/message/outline.h"
 
 namespace mailtree {
@@ -39,11 +40,15 @@ struct MessageState {
   bool answersEncrypted = false;  ///< Quotes what was encrypted, and must not be written in the clear.
 
   std::optional<Outline> cachedOutline;
+  std::optional<Displayed> cachedDisplayed;
   std::optional<Security> cachedSecurity;
 
   Email2& root() const noexcept { return *opened.root; }
   /// The numbered parts; made when needed, and again after a change.
   const Outline& outline();
+  /// Which of them a reader sees.
+  const Displayed& displayed();
+  std::vector<Part> partsOf(const std::vector<int>& rows);
   bool isSealed() const noexcept { return !sealedBytes.isEmpty(); }
   /// The tree that is written, with line breaks as they are sent. noMemory when it cannot be loaded.
   Result<Email2*> written();

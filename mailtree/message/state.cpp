@@ -63,7 +63,10 @@ const Outline& MessageState::outline() {
   return *cachedOutline;
 }
 
-void MessageState::changed() noexcept { cachedOutline.reset(); }
+void MessageState::changed() noexcept {
+  cachedOutline.reset();
+  cachedDisplayed.reset();
+}
 
 Result<Email2*> MessageState::written() {
   if (isSealed() && !sealed.root) {
