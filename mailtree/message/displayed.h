@@ -1,9 +1,8 @@
 // message/displayed.h - which parts of a message a reader sees, and which are files (RFC 8621, 4.1.4).
 //
 // Where that algorithm leaves things open, or loses something, this is what good mail programs do:
-//   alternatives  The one that can be shown best, as text and as HTML; blank ones only when there is no
-//   other.
-//                 An alternative of several parts is taken as a whole.
+//   alternatives  The one that can be shown best, as text and as HTML; a blank one only when there is no
+//                 other. An alternative of several parts is taken as a whole.
 //   related       The root: the "start" parameter, else the first, else the first that has a text.
 //   signed        The content; the signature is neither shown nor a file.
 //   digest        The messages are shown, too. Anywhere else a message is a file.
