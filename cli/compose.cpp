@@ -10,7 +10,7 @@
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/output_file.h"
-#include "cli/writing/addresses.h"
+#include "mailtree/message/address_rules.h"
 #include "cli/writing/bodies.h"
 #include "cli/writing/calendar.h"
 #include "cli/writing/fields.h"

@@ -54,7 +54,7 @@ Exit checkOptions(const EditOptions& options, Changes& changes) {
     if (const auto problem = fieldNameProblem(name)) return usageError("--remove '" + name + "'", *problem);
   for (const std::string& text : options.set) {
     changes.fields.push_back(fieldOfText(text));
-    if (const auto problem = fieldProblem(changes.fields.back()))
+    if (const auto problem = typedFieldProblem(changes.fields.back()))
       return usageError("--set '" + text + "'", *problem);
   }
   if (options.countOfStandardInput() > 1)
@@ -75,6 +75,8 @@ Exit read(const EditOptions& options, Changes& changes) {
 void changeFields(const EditOptions& options, const Changes& changes, Email2& email, LogBase& log) {
   for (const std::string& name : options.remove) removeField(email, name);
   for (const HeaderField& field : changes.fields) setField(email, field, log);
+  const auto isBcc = [](const HeaderField& field) { return equalsNoCase(field.name, "Bcc"); };
+  if (std::ranges::any_of(changes.fields, isBcc)) showBcc(email, log);
 }
 
 Exit fail(const EditOptions& options, const LogMemory& log) {

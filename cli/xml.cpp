@@ -4,7 +4,7 @@
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
-#include "cli/message/internal_fields.h"
+#include "mailtree/message/internal_fields.h"
 #include "mailtree/message/tree_changes.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"

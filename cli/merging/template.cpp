@@ -5,9 +5,9 @@
 #include <utility>
 
 #include "cli/message/output.h"
-#include "cli/writing/addresses.h"
 #include "mailtree/base/Platform.h"
 #include "mailtree/base/Search.h"
+#include "mailtree/message/address_rules.h"
 #include "mailtree/mime/address/Address.h"
 #include "mailtree/mime/header/HeaderValue.h"
 #include "mailtree/mime/html/HtmlEscape.h"

@@ -2,30 +2,13 @@
 
 #include <iostream>
 
-#include "cli/message/internal_fields.h"
 #include "cli/support/errors.h"
 #include "cli/support/output_file.h"
 #include "cli/support/terminal.h"
+#include "mailtree/message/output.h"
 
 namespace mailtree::cli {
 namespace {
-
-/// Keeps only the last error: the full log of a deep tree is larger than the tree.
-class ErrorLog final : public LogBase {
- public:
-  void logError(std::string_view text) override { m_error = text; }
-  void logInfo(std::string_view) override {}
-  void LogDataSb(std::string_view, std::string_view) override {}
-  void LogDataLong(std::string_view, std::int64_t) override {}
-  void openContext(std::string_view) override {}
-  void closeContext() override {}
-  std::string errorOr(std::string_view otherwise) const {
-    return m_error.empty() ? std::string(otherwise) : m_error;
-  }
-
- private:
-  std::string m_error;
-};
 
 /// Whether loading and processing lost nothing for lack of memory.
 bool isWhole(LogBase& log) {
@@ -33,12 +16,13 @@ bool isWhole(LogBase& log) {
   return abandonedOperations() == 0;
 }
 
+WriteOptions optionsOf(const WriteForm& form) {
+  return {.dotStuff = form.dotStuff, .asciiOnly = form.qpFor8bit};
+}
+
 /// @param sink  where to write; when null, `text` receives the message.
 bool assemble(Email2& root, const WriteForm& form, _svOutput* sink, StringBuffer& text, LogBase& log) {
-  ProgressContext progress(nullptr);
-  return root.assembleMimeBody2(text, sink, form.dotStuff, kOmittedPrefix, progress, log, /*depth=*/0,
-                                form.qpFor8bit, /*isTop=*/true) &&
-         !(sink && sink->failed()) && isWhole(log);
+  return assembleTree(root, optionsOf(form), sink, text, log) && isWhole(log);
 }
 
 bool writeToFile(Email2& root, const std::string& path, const WriteForm& form, LogBase& log) {
@@ -63,10 +47,7 @@ Exit writeToStandardOutput(Email2& root, const WriteForm& form, ErrorLog& log) {
 }  // namespace
 
 bool assembleMessage(Email2& root, StringBuffer& out, LogBase& log, const WriteForm& form) {
-  ProgressContext progress(nullptr);
-  return root.assembleMimeBody2(out, nullptr, /*dotStuff=*/false, kOmittedPrefix, progress, log, /*depth=*/0,
-                                form.qpFor8bit, /*isTop=*/true) &&
-         isWhole(log);
+  return assemble(root, form, nullptr, out, log);
 }
 
 Exit writeMessage(Email2& root, const std::string& path, const WriteForm& form) {

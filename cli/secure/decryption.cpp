@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <map>
 
-#include "cli/message/internal_fields.h"
+#include "mailtree/message/internal_fields.h"
 #include "mailtree/base/Log.h"
 #include "mailtree/crypto/Pkcs7Opener.h"
 #include "mailtree/mime/Limits.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <ctime>
 
-#include "cli/message/internal_fields.h"
+#include "mailtree/message/internal_fields.h"
 #include "mailtree/message/tree_changes.h"
 #include "cli/support/times.h"
 #include "mailtree/mime/LineLengths.h"

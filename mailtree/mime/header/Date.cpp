@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <iterator>
 #include <optional>
@@ -14,6 +15,7 @@ namespace {
 
 constexpr std::int64_t kSecondsPerDay = 86'400;
 constexpr int kMaxYear = 9999;
+constexpr int kMaxOffset = 99 * 60 + 59;  ///< Minutes; as many as a date can hold.
 
 // Any prefix of three letters or more matches, which covers "Sept" and "December".
 constexpr std::string_view kMonths[] = {"january",   "february", "march",    "april",
@@ -102,6 +104,9 @@ class DateReader {
     }
     return result();
   }
+
+  /// East of Greenwich; known once the text is read.
+  int offsetMinutes() const noexcept { return (m_haveOffset ? m_offsetSeconds : m_zoneSeconds) / 60; }
 
  private:
   struct Number {
@@ -303,7 +308,7 @@ class DateReader {
     if (day < 1 || day > daysInMonth(year, month)) return std::nullopt;
     const std::int64_t local =
         daysFromDate(year, month, day) * kSecondsPerDay + secondOfDay(hourOfDay(), m_minute, m_second);
-    const std::int64_t gmt = local - (m_haveOffset ? m_offsetSeconds : m_zoneSeconds);
+    const std::int64_t gmt = local - std::int64_t{offsetMinutes()} * 60;
     if (gmt < kFirstSecond || gmt > kLastSecond) return std::nullopt;
 
     SorvikSysTime time;
@@ -371,9 +376,16 @@ bool _svDateParser::parseRFC822Date(const char* text, SorvikSysTime& time) {
 }
 
 bool _svDateParser::parse(std::string_view text, SorvikSysTime& time) {
-  const std::optional<SorvikSysTime> read = DateReader(text).read();
+  int unused = 0;
+  return parse(text, time, unused);
+}
+
+bool _svDateParser::parse(std::string_view text, SorvikSysTime& time, int& offsetMinutes) {
+  DateReader reader(text);
+  const std::optional<SorvikSysTime> read = reader.read();
   if (!read) return false;
   time = *read;
+  offsetMinutes = reader.offsetMinutes();
   return true;
 }
 
@@ -381,24 +393,21 @@ void _svDateParser::generateCurrentDateRFC822(StringBuffer& out) {
   const std::time_t now = std::time(nullptr);
   std::tm local{};
   if (!localtime_r(&now, &local)) return;
+  const std::int64_t localTime = daysFromDate(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday) * kSecondsPerDay +
+                                 secondOfDay(local.tm_hour, local.tm_min, local.tm_sec);
+  generateDateRFC822(now, static_cast<int>((localTime - now) / 60), out);
+}
 
-  SorvikSysTime localTime;
-  localTime.m_year = static_cast<std::uint16_t>(local.tm_year + 1900);
-  localTime.m_month = static_cast<std::uint16_t>(local.tm_mon + 1);
-  localTime.m_day = static_cast<std::uint16_t>(local.tm_mday);
-  localTime.m_hour = static_cast<std::uint16_t>(local.tm_hour);
-  localTime.m_minute = static_cast<std::uint16_t>(local.tm_min);
-  localTime.m_second = static_cast<std::uint16_t>(local.tm_sec);
-  const int east = static_cast<int>((localTime.toUnixTime() - now) / 60);
-  const int offset = east < 0 ? -east : east;
-
-  char month[4] = {toUpperAscii(kMonths[local.tm_mon][0]), kMonths[local.tm_mon][1], kMonths[local.tm_mon][2],
-                   0};
+void _svDateParser::generateDateRFC822(std::int64_t unixTime, int offsetMinutes, StringBuffer& out) {
+  const int offset = std::clamp(offsetMinutes, -kMaxOffset, kMaxOffset), distance = std::abs(offset);
+  SorvikSysTime local;
+  local.fromUnixTime(std::clamp(unixTime, kFirstSecond, kLastSecond) + std::int64_t{offset} * 60);
+  const std::string_view month = kMonths[local.m_month - 1];
   char date[128];
-  const int length =
-      std::snprintf(date, sizeof date, "%s, %02d %s %04d %02d:%02d:%02d %c%02d%02d", kWeekdays[local.tm_wday],
-                    local.tm_mday, month, local.tm_year + 1900, local.tm_hour, local.tm_min, local.tm_sec,
-                    east < 0 ? '-' : '+', offset / 60, offset % 60);
+  const int length = std::snprintf(date, sizeof date, "%s, %02d %c%c%c %04d %02d:%02d:%02d %c%02d%02d",
+                                   kWeekdays[local.m_dayOfWeek], local.m_day, toUpperAscii(month[0]), month[1], month[2],
+                                   local.m_year, local.m_hour, local.m_minute, local.m_second,
+                                   offset < 0 ? '-' : '+', distance / 60, distance % 60);
   out.append(std::string_view(date, static_cast<std::size_t>(length)));
 }
 

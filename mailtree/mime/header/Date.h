@@ -42,8 +42,12 @@ class _svDateParser {
   /// @return false when the text is not a date; `time` is then unchanged.
   static bool parseRFC822Date(const char* text, SorvikSysTime& time);
   static bool parse(std::string_view text, SorvikSysTime& time);
+  /// The same, with the minutes that the clock of the text is ahead of GMT.
+  static bool parse(std::string_view text, SorvikSysTime& time, int& offsetMinutes);
   /// Appends the current date with the host's zone offset, such as "Sat, 21 Nov 2026 08:30:00 +0100".
   static void generateCurrentDateRFC822(StringBuffer& out);
+  /// Appends a time in GMT as a clock shows it that is ahead of GMT by so many minutes, clamped to 99:59.
+  static void generateDateRFC822(std::int64_t unixTime, int offsetMinutes, StringBuffer& out);
 };
 
 }  // namespace mailtree

@@ -165,6 +165,8 @@ class MimeHeader final : public SorvikObject {
 
   /// Folds set values longer than a line. Every email node switches it on.
   bool m_foldLongValues = false;
+  /// Omits the fields that only the sender may see when the list is written: Bcc and Resent-Bcc.
+  bool m_omitsBcc = false;
 
  private:
   enum class Kind : std::uint8_t {

@@ -15,6 +15,7 @@ namespace {
 constexpr std::string_view kInternalPrefix = "SVZ-";
 /// Message-level fields, omitted from new body parts.
 constexpr std::string_view kMessageOnly[] = {"MIME-Version", "Date", "Message-ID", "X-Priority"};
+constexpr std::string_view kHiddenRecipients[] = {"Bcc", "Resent-Bcc"};
 /// Field name given to a malformed line that would otherwise not read back as part of the header.
 constexpr std::string_view kMalformedLineName = "X-Malformed-Line";
 /// Text that programs strip from the beginning of a message.
@@ -45,6 +46,7 @@ bool MimeHeader::isWritten(const Field& field, std::string_view prefix, bool isT
   if (beginsWithNoCase(name, kInternalPrefix)) return false;
   if (!prefix.empty() && beginsWithNoCase(name, prefix)) return false;
   if (!isTop && !m_loadedFromText && isOneOf(kMessageOnly, name)) return false;
+  if (m_omitsBcc && isOneOf(kHiddenRecipients, name)) return false;
   return !trim(valueOf(field)).empty() || !isOmittedWhenEmpty(name);
 }
 

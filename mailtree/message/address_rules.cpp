@@ -1,4 +1,4 @@
-#include "cli/writing/addresses.h"
+#include "mailtree/message/address_rules.h"
 
 #include <algorithm>
 #include <span>
@@ -9,7 +9,7 @@
 #include "mailtree/mime/address/Address.h"
 #include "mailtree/mime/address/AddressLexer.h"
 
-namespace mailtree::cli {
+namespace mailtree {
 namespace {
 
 using Kind = AddressToken::Kind;
@@ -182,4 +182,13 @@ std::optional<std::string> addressProblem(std::string_view text, AddressCount co
   return std::nullopt;
 }
 
-}  // namespace mailtree::cli
+std::optional<std::string> bareAddressProblem(std::string_view address) {
+  if (auto problem = addressProblem(address, AddressCount::one)) return problem;
+  ExtPtrArray read;
+  _svEmailAddress::parseAndLoadList(address, read);
+  const auto& entry = *read.at<_svEmailAddress>(0);
+  const bool isBare = entry.m_name.isEmpty() && entry.m_address.view() == address;
+  return isBare ? std::nullopt : std::optional(describe(address, "more than local@domain"));
+}
+
+}  // namespace mailtree

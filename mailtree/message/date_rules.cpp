@@ -1,4 +1,4 @@
-#include "cli/writing/dates.h"
+#include "mailtree/message/date_rules.h"
 
 #include <algorithm>
 #include <chrono>
@@ -7,7 +7,7 @@
 #include "mailtree/base/Ascii.h"
 #include "mailtree/mime/header/Date.h"
 
-namespace mailtree::cli {
+namespace mailtree {
 namespace {
 
 constexpr std::string_view kWeekdays[] = {"sun", "mon", "tue", "wed", "thu", "fri", "sat"};
@@ -79,4 +79,4 @@ bool isHeaderDate(std::string_view text) {
   return time::weekday(time::sys_days(date)).c_encoding() == positionIn(kWeekdays, weekday.substr(0, 3));
 }
 
-}  // namespace mailtree::cli
+}  // namespace mailtree

@@ -1,4 +1,4 @@
-// cli/message/internal_fields.h - header fields internal to the library, which the command never writes.
+// message/internal_fields.h - header fields internal to the library, which are never written.
 #pragma once
 
 #include <algorithm>
@@ -6,7 +6,7 @@
 
 #include "mailtree/base/Ascii.h"
 
-namespace mailtree::cli {
+namespace mailtree {
 
 /// The library writes these unless told to omit them.
 inline constexpr const char* kOmittedPrefix = "SVX-";
@@ -18,4 +18,4 @@ inline bool isInternalField(std::string_view name) {
                              [name](std::string_view prefix) { return beginsWithNoCase(name, prefix); });
 }
 
-}  // namespace mailtree::cli
+}  // namespace mailtree

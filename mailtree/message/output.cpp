@@ -1,0 +1,194 @@
+#include "mailtree/message/output.h"
+
+#include <algorithm>
+#include <tuple>
+#include <unordered_set>
+
+#include "mailtree/base/Ascii.h"
+#include "mailtree/message/fields.h"
+#include "mailtree/message/internal.h"
+#include "mailtree/message/internal_fields.h"
+
+namespace mailtree {
+namespace {
+
+// Writing
+
+/// Shows or hides the Bcc recipients for as long as a message is written.
+class BccScope {
+ public:
+  BccScope(Email2& root, bool isShown) : m_root(root), m_wasAdded(isShown && !hasField()) {
+    if (m_wasAdded) {
+      LogNull log;
+      showBcc(root, log);
+    }
+    m_root.m_header.m_omitsBcc = !isShown;
+  }
+  BccScope(const BccScope&) = delete;
+  BccScope& operator=(const BccScope&) = delete;
+  ~BccScope() {
+    m_root.m_header.m_omitsBcc = false;
+    if (m_wasAdded) m_root.clearBccFromHeader();
+  }
+
+ private:
+  bool hasField() const { return m_root.m_header.findField("Bcc") >= 0; }
+
+  Email2& m_root;
+  bool m_wasAdded;
+};
+
+Error inClear() {
+  return {ErrorCode::inClear, "an answer to encrypted mail would be written unencrypted", {}};
+}
+
+/// Writes to the sink, or to `text` when there is none.
+Result<void> assemble(MessageState& state, const WriteOptions& options, _svOutput* sink, StringBuffer& text) {
+  if (state.answersEncrypted && !options.inClear) return inClear();
+  Result<Email2*> root = state.written();
+  if (!root) return std::move(root).error();
+  const BccScope bcc(**root, options.bcc);
+  ErrorLog log;
+  if (assembleTree(**root, options, sink, text, log)) return {};
+  return Error{ErrorCode::unwritable, log.errorOr("the message could not be written completely"), {}};
+}
+
+// The envelope
+
+/// The addresses in the fields with these names, as long as none comes twice: each resending puts a block of
+/// its own before the others (RFC 5322, 3.6.6).
+std::vector<int> latestResentFields(const MimeHeader& header) {
+  std::vector<int> fields;
+  std::unordered_set<std::string> known;
+  for (int i = 0; i < header.getNumFields(); ++i) {
+    if (!beginsWithNoCase(header.fieldName(i), "Resent-")) continue;
+    if (!known.insert(lowerCase(header.fieldName(i))).second) break;
+    fields.push_back(i);
+  }
+  return fields;
+}
+
+/// Key to compare mailboxes by: domains ignore case, local parts may not.
+std::string mailboxKey(std::string_view address) {
+  const std::size_t at = std::min(address.rfind('@'), address.size());
+  return std::string(address.substr(0, at)) + lowerCase(address.substr(at));
+}
+
+class EnvelopeMaker {
+ public:
+  explicit EnvelopeMaker(const Email2& root) : m_root(root), m_header(root.m_header) {}
+
+  Envelope make() {
+    const std::vector<int> resent = latestResentFields(m_header);
+    for (const char* const name : {"Resent-From", "Resent-Sender"}) takeSender(resent, name);
+    for (const char* const name : {"Resent-To", "Resent-Cc", "Resent-Bcc"}) takeRecipients(resent, name);
+    if (!resent.empty()) return std::move(m_envelope);
+    const std::vector<int> all = everyField();
+    for (const char* const name : {"From", "Sender"}) takeSender(all, name);
+    for (const char* const name : {"To", "Cc", "Bcc"}) takeRecipients(all, name);
+    // Hidden recipients are in the list only.
+    take(m_root.m_bccAddrs);
+    return std::move(m_envelope);
+  }
+
+ private:
+  std::vector<int> everyField() const {
+    std::vector<int> fields(static_cast<std::size_t>(m_header.getNumFields()));
+    for (std::size_t i = 0; i < fields.size(); ++i) fields[i] = static_cast<int>(i);
+    return fields;
+  }
+
+  /// The entries of each of the fields that has this name.
+  template <class Take>
+  void forEach(const std::vector<int>& fields, std::string_view name, Take&& takeEntries) {
+    std::string scratch;
+    for (const int i : fields) {
+      if (!equalsNoCase(m_header.fieldName(i), name)) continue;
+      ExtPtrArray entries;
+      _svEmailAddress::parseAndLoadList(m_header.unfoldedValue(i, scratch), entries);
+      takeEntries(entries);
+    }
+  }
+
+  /// Later names have precedence: Sender is who sends for the authors.
+  void takeSender(const std::vector<int>& fields, std::string_view name) {
+    bool isFirst = true;
+    forEach(fields, name, [&](const ExtPtrArray& entries) {
+      if (entries.getSize() > 0 && std::exchange(isFirst, false))
+        m_envelope.sender = entries.at<_svEmailAddress>(0)->m_address.view();
+    });
+  }
+
+  void takeRecipients(const std::vector<int>& fields, std::string_view name) {
+    forEach(fields, name, [this](const ExtPtrArray& entries) { take(entries); });
+  }
+
+  void take(const ExtPtrArray& entries) {
+    for (int i = 0; i < entries.getSize(); ++i) {
+      const std::string_view address = entries.at<_svEmailAddress>(i)->m_address.view();
+      if (!address.empty() && m_known.insert(mailboxKey(address)).second)
+        m_envelope.recipients.emplace_back(address);
+    }
+  }
+
+  const Email2& m_root;
+  const MimeHeader& m_header;
+  Envelope m_envelope;
+  std::unordered_set<std::string> m_known;
+};
+
+}  // namespace
+
+bool assembleTree(Email2& root, const WriteOptions& options, _svOutput* sink, StringBuffer& text,
+                  LogBase& log) {
+  const std::uint64_t before = abandonedOperations();
+  ProgressContext progress(nullptr);
+  const bool isWritten =
+      root.assembleMimeBody2(text, sink, sink && options.dotStuff, kOmittedPrefix, progress, log, /*depth=*/0,
+                             options.asciiOnly, /*isTop=*/true) &&
+      !(sink && sink->failed());
+  if (abandonedOperations() == before) return isWritten;
+  log.logError(kNoMemory);
+  return false;
+}
+
+Envelope envelopeOf(const Email2& root) { return EnvelopeMaker(root).make(); }
+
+Envelope Message::envelope() const { return envelopeOf(m_state->root()); }
+
+Result<void> Message::check() const {
+  const Envelope to = envelope();
+  if (to.sender.empty()) return Error{ErrorCode::noRecipient, "the message has no sender", "From"};
+  if (to.recipients.empty()) return Error{ErrorCode::noRecipient, "the message has no recipient", "To"};
+  return m_state->answersEncrypted ? Result<void>(inClear()) : Result<void>();
+}
+
+Result<std::string> Message::toString(const WriteOptions& options) const {
+  StringBuffer text;
+  DataBuffer stuffed;
+  MemoryOutput sink(stuffed);
+  return assemble(*m_state, options, options.dotStuff ? &sink : nullptr, text).transform([&] {
+    return options.dotStuff ? std::string(stuffed.view()) : text.extractString();
+  });
+}
+
+Result<void> Message::write(std::ostream& out, const WriteOptions& options) const {
+  StreamOutput sink(out);
+  StringBuffer unused;
+  return assemble(*m_state, options, &sink, unused);
+}
+
+Result<void> Message::save(const std::string& path, const WriteOptions& options) const {
+  FileOutput sink;
+  StringBuffer unused;
+  LogMemory log;
+  const auto failed = [&path](std::string message) {
+    return Error{ErrorCode::unwritable, std::move(message), path};
+  };
+  if (!sink.open(path.c_str(), log)) return failed(lastError(log, "cannot be written"));
+  if (Result<void> done = assemble(*m_state, options, &sink, unused); !done) return done;
+  if (!sink.commit(log)) return failed(lastError(log, "cannot be written"));
+  return {};
+}
+
+}  // namespace mailtree
