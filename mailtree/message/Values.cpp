@@ -53,7 +53,8 @@ Result<Date> Date::parse(std::string_view text) {
   int offset = 0;
   if (!_svDateParser::parse(text, time, offset))
     return Error{ErrorCode::badValue, "not a date: '" + std::string(text) + "'", {}};
-  return Date{std::chrono::sys_seconds(std::chrono::seconds(time.toUnixTime())), std::chrono::minutes(offset)};
+  return Date{std::chrono::sys_seconds(std::chrono::seconds(time.toUnixTime())),
+              std::chrono::minutes(offset)};
 }
 
 std::string Date::text() const {

@@ -84,8 +84,7 @@ void copyEntries(const ExtPtrArray& from, ExtPtrArray& to) {
 }  // namespace
 
 bool isFieldName(std::string_view name) {
-  return !name.empty() &&
-         std::ranges::all_of(name, [](char c) { return c > ' ' && c < 0x7F && c != ':'; });
+  return !name.empty() && std::ranges::all_of(name, [](char c) { return c > ' ' && c < 0x7F && c != ':'; });
 }
 
 bool isContentField(std::string_view name) { return isOneOf(kContentFields, name); }

@@ -55,8 +55,8 @@ Result<void> assemble(MessageState& state, const WriteOptions& options, _svOutpu
 
 // The envelope
 
-/// The addresses in the fields with these names, as long as none comes twice: each resending puts a block of
-/// its own before the others (RFC 5322, 3.6.6).
+/// The Resent- fields until a name comes again: each resending puts a block of its own before the others
+/// (RFC 5322, 3.6.6).
 std::vector<int> latestResentFields(const MimeHeader& header) {
   std::vector<int> fields;
   std::unordered_set<std::string> known;
@@ -72,6 +72,16 @@ std::vector<int> latestResentFields(const MimeHeader& header) {
 std::string mailboxKey(std::string_view address) {
   const std::size_t at = std::min(address.rfind('@'), address.size());
   return std::string(address.substr(0, at)) + lowerCase(address.substr(at));
+}
+
+/// A word alone may be a name.
+bool isAddress(std::string_view text) { return contains(text, "@"); }
+
+std::string_view firstAddress(const ExtPtrArray& entries) {
+  for (int i = 0; i < entries.getSize(); ++i)
+    if (const std::string_view text = entries.at<_svEmailAddress>(i)->m_address.view(); isAddress(text))
+      return text;
+  return {};
 }
 
 class EnvelopeMaker {
@@ -114,8 +124,8 @@ class EnvelopeMaker {
   void takeSender(const std::vector<int>& fields, std::string_view name) {
     bool isFirst = true;
     forEach(fields, name, [&](const ExtPtrArray& entries) {
-      if (entries.getSize() > 0 && std::exchange(isFirst, false))
-        m_envelope.sender = entries.at<_svEmailAddress>(0)->m_address.view();
+      const std::string_view address = firstAddress(entries);
+      if (!address.empty() && std::exchange(isFirst, false)) m_envelope.sender = address;
     });
   }
 
@@ -126,7 +136,7 @@ class EnvelopeMaker {
   void take(const ExtPtrArray& entries) {
     for (int i = 0; i < entries.getSize(); ++i) {
       const std::string_view address = entries.at<_svEmailAddress>(i)->m_address.view();
-      if (!address.empty() && m_known.insert(mailboxKey(address)).second)
+      if (isAddress(address) && m_known.insert(mailboxKey(address)).second)
         m_envelope.recipients.emplace_back(address);
     }
   }

@@ -393,8 +393,9 @@ void _svDateParser::generateCurrentDateRFC822(StringBuffer& out) {
   const std::time_t now = std::time(nullptr);
   std::tm local{};
   if (!localtime_r(&now, &local)) return;
-  const std::int64_t localTime = daysFromDate(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday) * kSecondsPerDay +
-                                 secondOfDay(local.tm_hour, local.tm_min, local.tm_sec);
+  const std::int64_t localTime =
+      daysFromDate(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday) * kSecondsPerDay +
+      secondOfDay(local.tm_hour, local.tm_min, local.tm_sec);
   generateDateRFC822(now, static_cast<int>((localTime - now) / 60), out);
 }
 
@@ -405,9 +406,9 @@ void _svDateParser::generateDateRFC822(std::int64_t unixTime, int offsetMinutes,
   const std::string_view month = kMonths[local.m_month - 1];
   char date[128];
   const int length = std::snprintf(date, sizeof date, "%s, %02d %c%c%c %04d %02d:%02d:%02d %c%02d%02d",
-                                   kWeekdays[local.m_dayOfWeek], local.m_day, toUpperAscii(month[0]), month[1], month[2],
-                                   local.m_year, local.m_hour, local.m_minute, local.m_second,
-                                   offset < 0 ? '-' : '+', distance / 60, distance % 60);
+                                   kWeekdays[local.m_dayOfWeek], local.m_day, toUpperAscii(month[0]),
+                                   month[1], month[2], local.m_year, local.m_hour, local.m_minute,
+                                   local.m_second, offset < 0 ? '-' : '+', distance / 60, distance % 60);
   out.append(std::string_view(date, static_cast<std::size_t>(length)));
 }
 
