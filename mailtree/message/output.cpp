@@ -8,6 +8,7 @@
 #include "mailtree/message/fields.h"
 #include "mailtree/message/internal.h"
 #include "mailtree/message/internal_fields.h"
+#include "mailtree/message/tree_changes.h"
 
 namespace mailtree {
 namespace {
@@ -38,6 +39,15 @@ class BccScope {
   bool m_wasAdded;
 };
 
+/// Gives 8bit content without a label, or with a wrong one, the label by which it is encoded.
+void label8bit(Email2& node) {
+  const std::string_view encoding = node.m_transferEncoding;
+  const bool isUnlabelled = encoding.empty() || equalsNoCase(encoding, "7bit");
+  if (!isUnlabelled || node.getNumParts() > 0 || node.isMultipart() || node.m_body.is7bit(0)) return;
+  LogNull log;
+  node.setContentEncodingNonRecursive("8bit", log);
+}
+
 Error inClear() {
   return {ErrorCode::inClear, "an answer to encrypted mail would be written unencrypted", {}};
 }
@@ -47,6 +57,7 @@ Result<void> assemble(MessageState& state, const WriteOptions& options, _svOutpu
   if (state.answersEncrypted && !options.inClear) return inClear();
   Result<Email2*> root = state.written();
   if (!root) return std::move(root).error();
+  if (options.asciiOnly) walkUnsigned(**root, label8bit);
   const BccScope bcc(**root, options.bcc);
   ErrorLog log;
   if (assembleTree(**root, options, sink, text, log)) return {};
