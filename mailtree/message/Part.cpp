@@ -66,11 +66,6 @@ std::vector<Part> Part::parts() const {
   return parts;
 }
 
-Result<Message> Part::message() const {
-  if (!isMessage()) return Error{ErrorCode::badValue, "not a message: '" + type() + "'", id()};
-  return loadMessage(email2().m_body, nullptr, &m_state->opened.common->m_budget);
-}
-
 const Email2& Part::email2() const { return *MessageState::rowOf(*this).node; }
 
 }  // namespace mailtree

@@ -1,0 +1,138 @@
+#include "mailtree/message/displayed_text.h"
+
+#include <utility>
+
+#include "mailtree/base/Utf.h"
+#include "mailtree/message/internal.h"
+#include "mailtree/mime/FlowedText.h"
+#include "mailtree/mime/html/HtmlEscape.h"
+#include "mailtree/mime/html/HtmlText.h"
+
+namespace mailtree {
+namespace {
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+/// CRLF, LF and a bare CR each end a line.
+std::string withUnixLines(std::string text) {
+  if (!contains(text, "\r")) return text;
+  std::string lines;
+  lines.reserve(text.size());
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const bool isCr = text[at] == '\r';
+    if (isCr && at + 1 < text.size() && text[at + 1] == '\n') ++at;
+    lines += isCr ? '\n' : text[at];
+  }
+  return lines;
+}
+
+bool isFlowed(const PartRow& row) {
+  return row.node->m_contentType.m_formatFlowed && isPlain(row) &&
+         equalsNoCase(row.contentType, "text/plain");
+}
+
+bool hasDelSp(const PartRow& row) {
+  const std::string* const delSp = row.node->m_contentType.m_otherParams.find("delsp");
+  return delSp && equalsNoCase(trim(*delSp), "yes");
+}
+
+/// Who wrote a message of a digest, when and about what, and its text.
+std::string entryText(const PartRow& row, LoadBudget& budget) {
+  const Result<Message> entry = loadMessage(row.node->m_body, nullptr, &budget);
+  if (!entry) return {};
+  std::string text;
+  const auto addField = [&](std::string_view name, const std::string& value) {
+    if (!value.empty()) text.append(name).append(": ").append(value).append("\n");
+  };
+  if (const std::optional<_svEmailAddress> sender = senderOf(entry->email2()))
+    addField("From", displayForm(*sender));
+  for (const char* name : {"Date", "Subject"}) addField(name, entry->header(name).value_or(std::string()));
+  MessageState& state = MessageState::of(*entry);
+  return text + "\n" + displayedText(state.outline(), state.displayed(), /*budget=*/nullptr);
+}
+
+void appendBlock(std::string& text, std::string_view next) {
+  if (next.empty()) return;
+  if (!text.empty()) text += text.ends_with('\n') ? "\n" : "\n\n";
+  text += next;
+}
+
+/// The plain text of something that is shown; empty for pictures and sound.
+std::string plainTextOf(const PartRow& row, LoadBudget* budget) {
+  if (row.isMessage()) return budget ? entryText(row, *budget) : std::string();
+  return isHtml(row) ? textOfHtml(readableTextOf(row)) : readableTextOf(row);
+}
+
+}  // namespace
+
+std::string readableTextOf(const PartRow& row) {
+  if (!isReadAsText(row)) return {};
+  std::string text = textOf(row);
+  if (!isValidUtf8(text)) {  // in an unknown charset
+    std::string valid;
+    decodeToUtf8(kCpUtf8, text, valid);
+    text = std::move(valid);
+  }
+  if (text.starts_with(kByteOrderMark)) text.erase(0, kByteOrderMark.size());
+  return isFlowed(row) ? unwrapFlowed(text, hasDelSp(row)) : withUnixLines(std::move(text));
+}
+
+std::string displayedText(const Outline& outline, const Displayed& display, LoadBudget* budget) {
+  std::string text;
+  for (const int id : display.textBody) appendBlock(text, plainTextOf(outline.row(id), budget));
+  return text;
+}
+
+std::string displayedHtml(const Outline& outline, const Displayed& display, LoadBudget* budget) {
+  std::string html;
+  bool hasHtml = false;
+  for (const int id : display.htmlBody) {
+    const PartRow& row = outline.row(id);
+    hasHtml |= isHtml(row);
+    const std::string text = isHtml(row) ? readableTextOf(row) : plainTextOf(row, budget);
+    if (isHtml(row))
+      html += text;
+    else if (!text.empty())
+      html.append("<div style=\"white-space: pre-wrap\">").append(escapeHtml(text)).append("</div>\n");
+  }
+  return hasHtml ? html : std::string();
+}
+
+std::string previewOf(std::string_view text, std::size_t length) {
+  std::string preview;
+  std::size_t characters = 0;
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    const std::string_view line = trim(text.substr(0, end));
+    text.remove_prefix(std::min(end + 1, text.size()));
+    if (line.starts_with('>') || line.empty()) continue;
+    bool isGap = !preview.empty();
+    for (std::size_t at = 0; at < line.size();) {
+      const std::size_t begin = at;
+      const char32_t c = nextCodePoint(line, at);
+      if (c < 0x80 && isSpaceAscii(static_cast<char>(c))) {
+        isGap = true;
+        continue;
+      }
+      characters += isGap ? 2 : 1;
+      if (characters > length) return preview;
+      if (std::exchange(isGap, false)) preview += ' ';
+      preview += line.substr(begin, at - begin);
+    }
+  }
+  return preview;
+}
+
+std::string Part::text() const { return readableTextOf(MessageState::rowOf(*this)); }
+
+std::string Message::text() const {
+  return displayedText(m_state->outline(), m_state->displayed(), &m_state->opened.common->m_budget);
+}
+
+std::string Message::html() const {
+  return displayedHtml(m_state->outline(), m_state->displayed(), &m_state->opened.common->m_budget);
+}
+
+std::string Message::preview(std::size_t length) const { return previewOf(text(), length); }
+
+}  // namespace mailtree
