@@ -6,9 +6,7 @@
 #include <memory>
 
 #include "cli/commands.h"
-#include "cli/message/inner_messages.h"
 #include "cli/message/input.h"
-#include "mailtree/message/outline.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/file_names.h"
@@ -16,6 +14,8 @@
 #include "cli/support/saving.h"
 #include "cli/support/terminal.h"
 #include "cli/support/terminal_table.h"
+#include "mailtree/message/inner_messages.h"
+#include "mailtree/message/outline.h"
 
 namespace mailtree::cli {
 namespace {

@@ -3,31 +3,19 @@
 #include <CLI/CLI.hpp>
 #include <utility>
 
-#include "mailtree/message/tree_changes.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/files.h"
 #include "cli/writing/media_types.h"
 #include "mailtree/base/Utf.h"
+#include "mailtree/message/calendar.h"
+#include "mailtree/message/tree_changes.h"
 
 namespace mailtree::cli {
 namespace {
 
 constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 constexpr const char* kAlternative = "multipart/alternative";
-
-/// The value of the METHOD property (RFC 5545, 3.7.2); empty when there is none.
-std::string_view methodOf(std::string_view calendar) {
-  while (!calendar.empty()) {
-    const std::size_t end = std::min(calendar.find('\n'), calendar.size());
-    const std::string_view line = trimRight(calendar.substr(0, end));
-    const std::size_t colon = line.find(':');
-    if (colon != std::string_view::npos && equalsNoCase(line.substr(0, line.find_first_of(":;")), "METHOD"))
-      return trim(line.substr(colon + 1));
-    calendar.remove_prefix(std::min(end + 1, calendar.size()));
-  }
-  return {};
-}
 
 /// Reads a calendar into `text`; returns the problem, or null.
 const char* parseCalendar(std::string_view bytes, DataBuffer& text) {
@@ -40,7 +28,7 @@ const char* parseCalendar(std::string_view bytes, DataBuffer& text) {
 }
 
 Exit chooseMethod(const CalendarOptions& options, Calendar& calendar) {
-  const std::string_view own = methodOf(calendar.text.view());
+  const std::string_view own = calendarMethod(calendar.text.view());
   calendar.method = options.method ? *options.method : std::string(own);
   if (calendar.method.empty()) return usageError("--method", "required because the calendar has no METHOD");
   if (!isToken(calendar.method))

@@ -84,6 +84,9 @@ std::vector<Header> headersOf(const MimeHeader& fields);
 std::optional<std::string> headerOf(const MimeHeader& fields, std::string_view name);
 CertificateInfo infoOf(const Certificate& certificate);
 
+/// The first id in angle brackets, without them; the whole text when there is no id.
+std::string firstIdIn(std::string_view text);
+
 /// Loads a message from bytes that stay the caller's.
 /// @param budget  what an enclosing message has left; null for a message of its own.
 Result<Message> loadMessage(const DataBuffer& bytes, const Keys* keys, LoadBudget* budget = nullptr);

@@ -12,6 +12,11 @@
 
 namespace mailtree {
 
+/// Whether a part of this type is a whole message (RFC 2046, 5.2.1; RFC 6532, 3.7).
+inline bool isMessageType(std::string_view type) noexcept {
+  return equalsNoCase(type, "message/rfc822") || equalsNoCase(type, "message/global");
+}
+
 /// One node of the tree, numbered depth-first from 0.
 struct PartRow {
   Email2* node;
@@ -29,11 +34,7 @@ struct PartRow {
 
   bool isLeaf() const { return node->getNumParts() == 0; }
   bool isText() const { return isLeaf() && contentType.starts_with("text/"); }
-  /// A whole message in one part (RFC 2046, 5.2.1; RFC 6532, 3.7).
-  bool isMessage() const {
-    return isLeaf() &&
-           (equalsNoCase(contentType, "message/rfc822") || equalsNoCase(contentType, "message/global"));
-  }
+  bool isMessage() const { return isLeaf() && isMessageType(contentType); }
 };
 
 /// All rows in depth-first order, with bodies and attachments marked.

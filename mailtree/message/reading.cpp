@@ -65,11 +65,6 @@ std::vector<std::string> idsIn(std::string_view text) {
   return ids.empty() ? words : ids;
 }
 
-std::string firstIdIn(std::string_view text) {
-  std::vector<std::string> ids = idsIn(text);
-  return ids.empty() ? std::string(trim(text)) : std::move(ids.front());
-}
-
 /// -1 for anything but a number.
 int numberIn(std::string_view digits) {
   const char* const end = digits.data() + digits.size();
@@ -79,6 +74,11 @@ int numberIn(std::string_view digits) {
 }
 
 }  // namespace
+
+std::string firstIdIn(std::string_view text) {
+  std::vector<std::string> ids = idsIn(text);
+  return ids.empty() ? std::string(trim(text)) : std::move(ids.front());
+}
 
 std::vector<Header> headersOf(const MimeHeader& fields) {
   std::vector<Header> headers;

@@ -1,17 +1,13 @@
-#include "cli/message/inner_messages.h"
+#include "mailtree/message/inner_messages.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "mailtree/message/outline.h"
 #include "mailtree/email/loading/received_date.h"
+#include "mailtree/message/outline.h"
 
-namespace mailtree::cli {
+namespace mailtree {
 namespace {
-
-bool isMessage(std::string_view type) noexcept {
-  return equalsNoCase(type, "message/rfc822") || equalsNoCase(type, "message/global");
-}
 
 /// Whether a message with this header is multipart or is itself a message.
 bool mayHoldMessages(const MimeHeader& header) {
@@ -19,7 +15,7 @@ bool mayHoldMessages(const MimeHeader& header) {
   _svCharset charset;
   _svContentType type;
   type.loadFromMimeHeaderValue(header.unfoldedValue(header.findField("Content-Type"), scratch), charset);
-  return beginsWithNoCase(type.m_type, "multipart/") || isMessage(type.m_type);
+  return beginsWithNoCase(type.m_type, "multipart/") || isMessageType(type.m_type);
 }
 
 std::string pathBelow(const std::string& outer, std::size_t number) {
@@ -80,7 +76,7 @@ void InnerMessages::add(Email2& tree, const InnerMessage* outer) {
   std::size_t number = 0;
   for (std::size_t id = 0; id < outline.rows.size(); ++id) {
     const PartRow& row = outline.rows[id];
-    if (!isMessage(row.contentType)) continue;
+    if (!row.isMessage()) continue;
     InnerMessage message{pathBelow(outer ? outer->number : "", number++),
                          pathBelow(outer ? outer->part : "", id),
                          outer ? outer->depth + 1 : 0,
@@ -93,4 +89,4 @@ void InnerMessages::add(Email2& tree, const InnerMessage* outer) {
   std::reverse(m_pending.begin() + begin, m_pending.end());
 }
 
-}  // namespace mailtree::cli
+}  // namespace mailtree

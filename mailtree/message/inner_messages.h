@@ -1,4 +1,4 @@
-// cli/message/inner_messages.h - messages inside a message: attached ones, digest entries, and those
+// message/inner_messages.h - messages inside a message: attached ones, digest entries, and those
 // nested in them.
 #pragma once
 
@@ -9,7 +9,7 @@
 
 #include "mailtree/email/Email2.h"
 
-namespace mailtree::cli {
+namespace mailtree {
 
 struct InnerMessage {
   std::string number;    ///< "2", and "2/0" for the first one inside it.
@@ -48,4 +48,4 @@ class InnerMessages {
   LoadBudget m_budget;  ///< Shared by the outer message and all inside it.
 };
 
-}  // namespace mailtree::cli
+}  // namespace mailtree
