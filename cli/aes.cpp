@@ -11,7 +11,6 @@
 #include "cli/message/output.h"
 #include "mailtree/message/tree_changes.h"
 #include "cli/secure/passwords.h"
-#include "cli/secure/sending.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/files.h"

@@ -3,12 +3,12 @@
 #include <memory>
 
 #include "cli/commands.h"
-#include "cli/secure/decryption.h"
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/files.h"
 #include "cli/support/output_file.h"
+#include "mailtree/message/decryption.h"
 
 namespace mailtree::cli {
 namespace {

@@ -2,100 +2,37 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
-#include <unordered_set>
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
 #include "cli/message/output.h"
 #include "cli/secure/keys.h"
-#include "cli/secure/sending.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/output_file.h"
-#include "mailtree/crypto/Pkcs7Builder.h"
+#include "mailtree/message/securing.h"
 
 namespace mailtree::cli {
 namespace {
 
 struct EncryptOptions {
   std::string file;
-  std::string cipher = "aes-256-cbc";
-  std::optional<std::string> filename;
-  bool oaep = false;
+  mailtree::EncryptOptions form;
   KeyOptions keys;
   std::string output;
 };
 
-struct CipherRow {
-  std::string_view name;
-  ContentCipher cipher;
-  int keyBits;
-};
-constexpr CipherRow kCiphers[] = {
-    {"aes-128-cbc", ContentCipher::aesCbc, 128}, {"aes-192-cbc", ContentCipher::aesCbc, 192},
-    {"aes-256-cbc", ContentCipher::aesCbc, 256}, {"aes-128-gcm", ContentCipher::aesGcm, 128},
-    {"aes-192-gcm", ContentCipher::aesGcm, 192}, {"aes-256-gcm", ContentCipher::aesGcm, 256},
-    {"3des", ContentCipher::tripleDes, 0},
-};
-
-const CipherRow* cipherOf(std::string_view name) {
-  const auto* const row = std::ranges::find_if(
-      kCiphers, [name](const CipherRow& cipher) { return equalsNoCase(cipher.name, name); });
-  return row == std::end(kCiphers) ? nullptr : row;
-}
-
-std::string checkCipher(const std::string& name) {
-  if (cipherOf(name)) return {};
-  std::string text = "'" + name + "': must be one of";
-  for (const CipherRow& row : kCiphers) text.append(" ").append(row.name);
-  return text;
-}
-
-/// Given certificates are the recipients, whatever addresses the message has.
-Exit useGivenCertificates(const EncryptOptions& options, const Keys& keys, Email2& email) {
-  for (Certificate* const certificate : keys.certificates()) {
-    std::string problem = invalidityOf(*certificate);
-    if (!certificate->isFitFor(CertificateUse::encrypt)) problem = "is not valid for encryption";
-    if (!problem.empty()) {
-      XString subject;
-      LogNull log;
-      certificate->getSubjectDN(subject, log);
-      reportError(options.file, "the certificate of " + std::string(subject.view()) + " " + problem);
-      return Exit::negative;
-    }
-    email.addEncryptCert(certificate);
-  }
-  return Exit::fine;
-}
-
-/// Reports each recipient without a certificate once.
-Exit findCertificates(const EncryptOptions& options, Keys& keys, const Email2& email) {
-  const std::vector<Recipient> recipients = recipientsOf(email);
-  std::unordered_set<std::string> missing;
-  if (recipients.empty()) {
-    reportError(options.file, "no recipients to encrypt to");
-    return Exit::negative;
-  }
-  Exit result = Exit::fine;
-  bool hasWarned = false;
-  for (const Recipient& recipient : recipients) {
-    LogNull log;
-    const bool isHidden = std::string_view(recipient.field) == "Bcc";
-    if (!keys.store.findByEmailAddr(recipient.address.c_str(), /*forEncryption=*/true, log)) {
-      if (!missing.insert(lowerCase(recipient.address)).second) continue;
-      reportError(options.file, "no certificate for " + recipient.address + " (" + recipient.field + ")");
-      result = Exit::negative;
-    } else if (isHidden && !hasWarned) {
-      reportError(options.file, "warning: the encrypted data shows that there are Bcc recipients");
-      hasWarned = true;
-    }
-  }
-  return result;
-}
-
-Exit chooseRecipients(const EncryptOptions& options, Keys& keys, Email2& email) {
-  return options.keys.certs.empty() ? findCertificates(options, keys, email)
-                                    : useGivenCertificates(options, keys, email);
+/// Reports each recipient without a certificate; false when there is one.
+bool haveAllCertificates(const std::string& file, const std::vector<Recipient>& recipients, Keys& keys) {
+  const std::vector<Recipient> missing = withoutCertificate(recipients, keys.store);
+  for (const Recipient& recipient : missing)
+    reportError(file, "no certificate for " + recipient.address + " (" + recipient.field + ")");
+  const auto isHidden = [&](const Recipient& recipient) {
+    return std::string_view(recipient.field) == "Bcc" && withoutCertificate({recipient}, keys.store).empty();
+  };
+  if (std::ranges::any_of(recipients, isHidden))
+    reportError(file, "warning: the encrypted data shows that there are Bcc recipients");
+  return missing.empty();
 }
 
 Exit encrypt(const EncryptOptions& options) {
@@ -103,21 +40,21 @@ Exit encrypt(const EncryptOptions& options) {
     return usageError("encrypt", "--cert or --certs is required");
   Keys keys;
   if (const Exit result = readKeys(options.keys, keys); result != Exit::fine) return result;
-  std::optional<Message> message = loadToSecure(options.file);
+  std::optional<mailtree::Message> message = openMessage(options.file);
   if (!message) return Exit::unreadable;
-  const Exit limits = reportLimits(options.file, message->limits());
-  Email2& email = *message->root;
-  if (const Exit result = chooseRecipients(options, keys, email); result != Exit::fine) return result;
-
-  LogMemory log;
-  const CipherRow& cipher = *cipherOf(options.cipher);
-  const auto transport = options.oaep ? KeyTransport::oaep : KeyTransport::pkcs1;
-  const EmailPtr result(email.createPkcs7Mime(
-      static_cast<int>(cipher.cipher), cipher.keyBits, static_cast<int>(transport), /*oaepHash=*/0,
-      /*bySubjectKeyId=*/false, options.filename ? options.filename->c_str() : "smime.p7m", keys.store, log));
-  if (result) return worse(limits, writeMessage(*result, options.output));
-  reportError(options.file, reasonOf(log, "could not be encrypted"));
-  return Exit::negative;
+  const Exit limits = reportLimits(options.file, limitsIn(*message));
+  // Given certificates are the readers, and not the recipients of the message.
+  mailtree::EncryptOptions form = options.form;
+  for (const Certificate* const given : keys.certificates())
+    form.certificates.push_back(given->fingerprint());
+  const bool usesRecipients = options.keys.certs.empty();
+  if (usesRecipients && !haveAllCertificates(options.file, recipientsOf(message->email2()), keys))
+    return Exit::negative;
+  if (const Result<void> done = message->encrypt(keys.all, form); !done) {
+    reportError(options.file, done.error().message);
+    return Exit::negative;
+  }
+  return worse(limits, writeMessage(*message, options.output));
 }
 
 }  // namespace
@@ -128,11 +65,11 @@ void addEncrypt(CLI::App& app, Action& action) {
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   addCertificateOptions(*verb, options->keys);
   addText(
-      *verb, "--cipher", options->cipher,
+      *verb, "--cipher", options->form.cipher,
       "Cipher: aes-256-cbc (default; all clients support it), aes-256-gcm, both also with 128 and 192; 3des")
-      ->check(checkCipher);
-  verb->add_flag("--oaep", options->oaep, "Use RSA-OAEP instead of PKCS#1 v1.5 for the key");
-  addText(*verb, "--filename", options->filename, "Name of the encrypted file (default: smime.p7m)");
+      ->check(cipherProblem);
+  verb->add_flag("--oaep", options->form.oaep, "Use RSA-OAEP instead of PKCS#1 v1.5 for the key");
+  addText(*verb, "--filename", options->form.fileName, "Name of the encrypted file (default: smime.p7m)");
   addOutput(*verb, options->output);
   verb->footer(
       "With --cert only these certificates can read the message; add your own to be able to read it.\n"

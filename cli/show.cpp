@@ -6,7 +6,7 @@
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
-#include "cli/secure/verification.h"
+#include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/files.h"
@@ -37,15 +37,15 @@ void writeTitle(const std::string& file, bool isFirst, const Style& style) {
 
 Exit showOne(const std::string& file, const ShowOptions& options, Keys& keys, const Style& style,
              bool isFirst) {
-  std::optional<Verification> verification = verifyMessage(file, keys);
-  if (!verification) return Exit::unreadable;
+  std::optional<mailtree::Message> message = openMessage(file, keys.all);
+  if (!message) return Exit::unreadable;
   if (options.json) {
-    std::cout << jsonOf(file, *verification, {options.headers}) << '\n';
+    std::cout << jsonOf(file, *message, {options.headers}) << '\n';
   } else {
     if (options.files.size() > 1) writeTitle(file, isFirst, style);
-    writeText(std::cout, *verification, {style, options.headers, options.verbose});
+    writeText(std::cout, *message, {style, options.headers, options.verbose});
   }
-  return reportLimits(file, verification->message.limits());
+  return reportLimits(file, limitsIn(*message));
 }
 
 /// Replaces folders with their files.

@@ -7,67 +7,33 @@
 #include "cli/message/input.h"
 #include "cli/message/output.h"
 #include "cli/secure/keys.h"
-#include "cli/secure/sending.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/output_file.h"
-#include "mailtree/crypto/Cades.h"
+#include "mailtree/base/Log.h"
+#include "mailtree/message/securing.h"
 
 namespace mailtree::cli {
 namespace {
 
 struct SignOptions {
   std::string file;
-  std::string digest = "sha256";
-  std::optional<std::string> filename;
-  bool opaque = false, pss = false;
+  mailtree::SignOptions form;
   bool noChain = false, noTime = false, noCertificateId = false;
   KeyOptions keys;
   std::string output;
 };
 
-/// Secure digests and their micalg names (RFC 8551, 3.5.3.2).
-struct DigestRow {
-  std::string_view name;
-  const char* micalg;
-};
-constexpr DigestRow kDigests[] = {{"sha256", "sha-256"}, {"sha384", "sha-384"}, {"sha512", "sha-512"}};
-
-const DigestRow* digestOf(std::string_view name) {
-  std::string plain(name);
-  std::erase(plain, '-');
-  const auto* const row = std::ranges::find_if(
-      kDigests, [&](const DigestRow& digest) { return equalsNoCase(digest.name, plain); });
-  return row == std::end(kDigests) ? nullptr : row;
-}
-
-std::string checkDigest(const std::string& name) {
-  return digestOf(name) ? std::string() : "'" + name + "': must be sha256, sha384 or sha512";
-}
-
-std::string fromOf(Email2& email) {
-  StringBuffer address;
-  email.getFromAddrUtf8(address);
-  return address.extractString();
-}
-
-/// The given certificate that matches From, else the first given one. Null after reporting an error.
-Certificate* signerFor(const std::string& file, const std::string& from, Keys& keys) {
+/// The given certificate that matches From, else the first given one; without any, the one issued to From.
+/// Null when there is none with a private key.
+const Certificate* signerFor(const std::string& from, Keys& keys) {
   const std::vector<Certificate*> named = keys.withPrivateKey();
   const auto own = std::ranges::find_if(
       named, [&](const Certificate* certificate) { return certificate->isForAddress(from); });
   if (own != named.end()) return *own;
-  if (!named.empty()) return named.front();
-  if (!keys.named.empty()) {
-    reportError(file, "the given certificate has no private key (use --key, or --p12 for both)");
-    return nullptr;
-  }
+  if (!named.empty() || !keys.named.empty()) return named.empty() ? nullptr : named.front();
   LogNull log;
-  Certificate* const found = keys.store.findByEmailAddr(from.c_str(), /*forEncryption=*/false, log);
-  if (!found)
-    reportError(file, from.empty() ? "missing From address to find a certificate by"
-                                   : "no signing certificate with a private key for " + from);
-  return found;
+  return keys.store.findByEmailAddr(from.c_str(), /*forEncryption=*/false, log);
 }
 
 /// Warns of faults that recipients will find in the signature.
@@ -83,36 +49,33 @@ void warnOf(const std::string& file, const std::string& from, bool isPss, const 
     reportError(file, "warning: --pss has no effect with a key of type " + signer.keyAlgorithm());
 }
 
-EmailPtr signedBy(Email2& email, const SignOptions& options, Certificate& signer, SystemCerts& certs,
-                  LogBase& log) {
-  // Sets only the member: in the field, an existing signature must keep naming its own digest.
-  email.m_contentType.m_micalg.setString(std::string_view(digestOf(options.digest)->micalg));
-  email.setSigningCert(&signer);
-  _clsCades cades;
-  cades.m_rsaPss = options.pss;
-  const char* const filename = options.filename ? options.filename->c_str() : nullptr;
-  const auto operation = options.opaque ? &Email2::createSignedData : &Email2::createMultipartSigned;
-  const char* const name = filename ? filename : options.opaque ? "smime.p7m" : "smime.p7s";
-  return EmailPtr((email.*operation)(!options.noTime, !options.noCertificateId, !options.noChain, cades, name,
-                                     certs, log));
+mailtree::SignOptions formOf(const SignOptions& options, const Certificate* signer) {
+  mailtree::SignOptions form = options.form;
+  form.chain = !options.noChain;
+  form.time = !options.noTime;
+  form.certificateId = !options.noCertificateId;
+  if (signer) form.certificate = signer->fingerprint();
+  return form;
 }
 
 Exit sign(const SignOptions& options) {
   Keys keys;
   if (const Exit result = readKeys(options.keys, keys); result != Exit::fine) return result;
-  std::optional<Message> message = loadToSecure(options.file);
+  std::optional<mailtree::Message> message = openMessage(options.file);
   if (!message) return Exit::unreadable;
-  const Exit limits = reportLimits(options.file, message->limits());
-  const std::string from = fromOf(*message->root);
-  Certificate* const signer = signerFor(options.file, from, keys);
-  if (!signer) return Exit::negative;
-  if (!options.opaque) encodeForTransport(*message->root);
-  warnOf(options.file, from, options.pss, *signer);
-  LogMemory log;
-  const EmailPtr result = signedBy(*message->root, options, *signer, keys.store, log);
-  if (result) return worse(limits, writeMessage(*result, options.output));
-  reportError(options.file, reasonOf(log, "could not be signed"));
-  return Exit::negative;
+  const Exit limits = reportLimits(options.file, limitsIn(*message));
+  const std::string from = message->from().address;
+  const Certificate* const signer = signerFor(from, keys);
+  if (!signer && !keys.named.empty()) {
+    reportError(options.file, "the given certificate has no private key (use --key, or --p12 for both)");
+    return Exit::negative;
+  }
+  if (signer) warnOf(options.file, from, options.form.pss, *signer);
+  if (const Result<void> done = message->sign(keys.all, formOf(options, signer)); !done) {
+    reportError(options.file, done.error().message);
+    return Exit::negative;
+  }
+  return worse(limits, writeMessage(*message, options.output));
 }
 
 }  // namespace
@@ -123,12 +86,12 @@ void addSign(CLI::App& app, Action& action) {
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   addCertificateOptions(*verb, options->keys);
   addPrivateKeyOptions(*verb, options->keys);
-  verb->add_flag("--opaque", options->opaque,
+  verb->add_flag("--opaque", options->form.opaque,
                  "Put content and signature into one file, which any server leaves unchanged");
-  addText(*verb, "--digest", options->digest, "Digest: sha256 (default), sha384 or sha512")
-      ->check(checkDigest);
-  verb->add_flag("--pss", options->pss, "Use RSA-PSS instead of PKCS#1 v1.5");
-  addText(*verb, "--filename", options->filename,
+  addText(*verb, "--digest", options->form.digest, "Digest: sha256 (default), sha384 or sha512")
+      ->check(digestProblem);
+  verb->add_flag("--pss", options->form.pss, "Use RSA-PSS instead of PKCS#1 v1.5");
+  addText(*verb, "--filename", options->form.fileName,
           "Name of the signature file (default: smime.p7s or smime.p7m)");
   verb->add_flag("--no-chain", options->noChain, "Include only the signer's certificate, not its chain");
   verb->add_flag("--no-time", options->noTime, "Leave out the signing time and the S/MIME capabilities");

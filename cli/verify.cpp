@@ -5,7 +5,7 @@
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
-#include "cli/secure/verification.h"
+#include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/terminal.h"
@@ -39,36 +39,34 @@ void writeCheck(const Check& check) {
   writeLine(std::string("  ").append(signOf(check.mark)).append(name), check.text);
 }
 
-void writeLayer(const SecureLayer& layer, std::size_t number, const Verification& verification) {
+void writeLayer(const SecurityLayer& layer, std::size_t number, const Security& security) {
   std::cout << "layer " << number << ": " << mailtree::nameOf(layer.kind) << '\n';
-  for (const Check& check : checksOf(layer, verification)) writeCheck(check);
+  for (const Check& check : checksOf(layer, security)) writeCheck(check);
 }
 
 std::string quotedOrNone(const std::string& value) { return value.empty() ? "none" : inQuotes(value); }
 
-void writeChecklist(const Verification& verification) {
-  for (std::size_t i = 0; i < verification.layers.size(); ++i)
-    writeLayer(verification.layers[i], i + 1, verification);
-  for (const InnerField& field : verification.innerFields)
+void writeChecklist(const Security& security) {
+  for (std::size_t i = 0; i < security.layers.size(); ++i) writeLayer(security.layers[i], i + 1, security);
+  for (const FieldDifference& field : security.differences)
     writeLine("field ", wordOrQuoted(field.name) + ": inside part " + field.part + ": " +
                             quotedOrNone(field.inside) + ", displayed: " + quotedOrNone(field.outside));
-  writeLine(verification.verdict.valid ? "valid: " : "NOT valid: ", verification.verdict.text);
+  writeLine(security.isValid ? "valid: " : "NOT valid: ", verdictOf(security));
 }
 
 Exit verify(const VerifyOptions& options) {
   Keys keys;
   if (const Exit result = readKeys(options.keys, keys); result != Exit::fine) return result;
-  const std::optional<Verification> verification = verifyMessage(options.file, keys);
-  if (!verification) return Exit::unreadable;
+  const std::optional<mailtree::Message> message = openMessage(options.file, keys.all);
+  if (!message) return Exit::unreadable;
+  const Security& security = message->security();
   if (options.json)
-    std::cout << lineOf(
-                     {{"schema", kSchema}, {"file", options.file}, {"security", securityOf(*verification)}})
+    std::cout << lineOf({{"schema", kSchema}, {"file", options.file}, {"security", securityOf(security)}})
               << '\n';
   else
-    writeChecklist(*verification);
-  const Exit answer = verification->verdict.valid ? Exit::fine : Exit::negative;
-  return worse(worse(answer, reportLimits(options.file, verification->message.limits())),
-               finishStandardOutput());
+    writeChecklist(security);
+  const Exit answer = security.isValid ? Exit::fine : Exit::negative;
+  return worse(worse(answer, reportLimits(options.file, limitsIn(*message))), finishStandardOutput());
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 #include "cli/message/input.h"
 
-#include "mailtree/message/tree_changes.h"
 #include "cli/support/errors.h"
 #include "cli/support/files.h"
+#include "mailtree/message/tree_changes.h"
 
 namespace mailtree::cli {
 namespace {
@@ -76,6 +76,19 @@ std::optional<Message> loadMessageToWrite(const std::string& path) {
 std::optional<Message> loadMessageToWrite(const std::string& path, DataBuffer& bytes) {
   return loadToWrite(path, bytes, /*discardInput=*/false);
 }
+
+std::optional<mailtree::Message> openMessage(const std::string& path, const mailtree::Keys& keys) {
+  DataBuffer bytes;
+  if (!readFile(path, bytes)) return std::nullopt;
+  Result<mailtree::Message> message = mailtree::Message::parse(bytes.view(), {.keys = &keys});
+  if (message) return std::move(*message);
+  reportError(path, message.error().message);
+  return std::nullopt;
+}
+
+std::optional<mailtree::Message> openMessage(const std::string& path) { return openMessage(path, {}); }
+
+LimitSet limitsIn(const mailtree::Message& message) { return message.email2().m_common->m_limits; }
 
 Exit reportLimits(const std::string& path, LimitSet limits) {
   for (const LimitText& row : kLimitTexts)

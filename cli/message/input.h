@@ -6,6 +6,7 @@
 
 #include "cli/support/exit_codes.h"
 #include "mailtree/email/Email2.h"
+#include "mailtree/message/Message.h"
 
 namespace mailtree::cli {
 
@@ -32,6 +33,13 @@ std::optional<Message> loadMessage(const std::string& path, DataBuffer& bytes, S
 std::optional<Message> loadMessageToWrite(const std::string& path);
 /// The same from bytes in memory, which are not changed.
 std::optional<Message> loadMessageToWrite(const std::string& path, DataBuffer& bytes);
+
+/// Reads and opens a message, layers and all; nothing after reporting an error.
+std::optional<mailtree::Message> openMessage(const std::string& path, const mailtree::Keys& keys);
+std::optional<mailtree::Message> openMessage(const std::string& path);
+
+/// Limits exceeded while a message was loaded.
+LimitSet limitsIn(const mailtree::Message& message);
 
 /// Reports every limit that was exceeded and returns the matching exit code.
 Exit reportLimits(const std::string& path, LimitSet limits);

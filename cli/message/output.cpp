@@ -5,6 +5,7 @@
 #include "cli/support/errors.h"
 #include "cli/support/output_file.h"
 #include "cli/support/terminal.h"
+#include "mailtree/message/internal.h"
 #include "mailtree/message/output.h"
 
 namespace mailtree::cli {
@@ -62,6 +63,13 @@ Exit writeMessage(Email2& root, const std::string& path, const WriteForm& form) 
     return Exit::fine;
   }
   reportError(path, log.errorOr("cannot be written"));
+  return Exit::unreadable;
+}
+
+Exit writeMessage(const mailtree::Message& message, const std::string& path, const WriteForm& form) {
+  const Result<Email2*> root = MessageState::of(message).written();
+  if (root) return writeMessage(**root, path, form);
+  reportError(path, root.error().message);
   return Exit::unreadable;
 }
 

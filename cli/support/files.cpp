@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "cli/support/errors.h"
+#include "mailtree/base/Log.h"
 
 namespace mailtree::cli {
 namespace {

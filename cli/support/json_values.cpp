@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "cli/support/terminal.h"
-#include "cli/support/times.h"
 #include "mailtree/base/Utf.h"
+#include "mailtree/message/times.h"
 
 namespace mailtree::cli {
 namespace {

@@ -115,8 +115,8 @@ Json idOrNull(int id) { return id < 0 ? Json() : Json(id); }
 
 }  // namespace
 
-std::string jsonOf(const std::string& file, Verification& verification, const JsonOptions& options) {
-  Email2& root = *verification.message.root;
+std::string jsonOf(const std::string& file, mailtree::Message& message, const JsonOptions& options) {
+  Email2& root = message.email2();
   const Outline outline = outlineOf(root);
   const Json head = objectOf({{"schema", kSchema},
                               {"file", file},
@@ -130,8 +130,8 @@ std::string jsonOf(const std::string& file, Verification& verification, const Js
   Json tail = objectOf({{"attachments", outline.attachments},
                         {"plain_text", idOrNull(outline.plainText)},
                         {"html", idOrNull(outline.html)},
-                        {"security", securityOf(verification)},
-                        {"limits", limitsOf(verification.message.limits())}});
+                        {"security", securityOf(message.security())},
+                        {"limits", limitsOf(limitsIn(message))}});
   if (options.headers) tail["headers"] = headersOf(root);
   return lineOf(joined(textOf(head), "tree", treeOf(outline), textOf(tail)));
 }

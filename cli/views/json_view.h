@@ -6,7 +6,6 @@
 
 #include "cli/message/input.h"
 #include "mailtree/message/outline.h"
-#include "cli/secure/verification.h"
 
 namespace mailtree::cli {
 
@@ -15,7 +14,7 @@ struct JsonOptions {
 };
 
 /// One JSON object on one line, without a line break: utf-8, with control characters escaped.
-std::string jsonOf(const std::string& file, Verification& verification, const JsonOptions& options);
+std::string jsonOf(const std::string& file, mailtree::Message& message, const JsonOptions& options);
 
 /// The attachments in the same form, each with its number and the reason it counts as one.
 std::string attachmentsJsonOf(const std::string& file, const Message& message, const Outline& outline);

@@ -1,11 +1,11 @@
 #include "cli/views/layers.h"
 
 #include <algorithm>
-#include <ctime>
+#include <chrono>
 #include <iterator>
 
 #include "cli/support/terminal.h"
-#include "cli/support/times.h"
+#include "mailtree/message/times.h"
 
 namespace mailtree::cli {
 namespace {
@@ -18,25 +18,11 @@ Mark markOf(Answer answer) {
 }
 
 /// An answer about a signer in words, or the reason why there is none.
-std::string textOf(Answer answer, std::string_view yes, std::string_view no, const SignerVerdict& signer,
+std::string textOf(Answer answer, std::string_view yes, std::string_view no, const Signer& signer,
                    const std::string& problem) {
   if (answer == Answer::notChecked)
     return "not checked: " + (signer.certificate ? problem : "no certificate of the signer");
   return std::string(answer == Answer::yes ? yes : no);
-}
-
-std::string subjectOf(const Certificate& certificate) {
-  XString subject;
-  LogNull log;
-  certificate.getSubjectDN(subject, log);
-  return std::string(subject.view());
-}
-
-std::string issuerOf(const Certificate& certificate) {
-  XString issuer;
-  LogNull log;
-  certificate.getIssuerDN(issuer, log);
-  return std::string(issuer.view());
 }
 
 std::string listOf(const std::vector<std::string>& texts) {
@@ -45,18 +31,14 @@ std::string listOf(const std::vector<std::string>& texts) {
   return list;
 }
 
-bool coversAll(const SecureLayer& layer) {
-  return layer.part == SecureLayer::kWholeMessage && layer.uncovered.empty();
-}
-
-std::string coverageOf(const SecureLayer& layer) {
-  if (coversAll(layer)) return "all of the content";
+std::string coverageOf(const SecurityLayer& layer) {
+  if (layer.coversAll()) return "all of the content";
   std::string text = "part " + layer.part + " only";
   return layer.uncovered.empty() ? text : text + ", not part " + listOf(layer.uncovered);
 }
 
-Check checkChain(const SignerVerdict& signer, const Verification& verification) {
-  if (signer.certificate && !verification.trustGiven)
+Check checkChain(const Signer& signer, const Security& security) {
+  if (signer.certificate && !security.wasTrustGiven)
     return {Mark::notChecked, "chain", "not checked: no trust anchors given (--trust)"};
   if (signer.revoked == Answer::yes) return {Mark::bad, "chain", "revoked"};
   const bool wasTrusted = signer.chainTrustedThen == Answer::yes;
@@ -68,68 +50,66 @@ Check checkChain(const SignerVerdict& signer, const Verification& verification) 
                  signer.chainProblem)};
 }
 
-Check checkTime(const SignerVerdict& signer) {
+Check checkTime(const Signer& signer) {
   if (!signer.signingTime) return {Mark::note, "time", "not given"};
-  const bool isAhead = *signer.signingTime > std::time(nullptr);
+  const bool isAhead = *signer.signingTime > std::chrono::system_clock::now();
   return {
       Mark::note, "time",
       timeText(*signer.signingTime) + (isAhead ? ", which is in the future" : ", according to the signer")};
 }
 
-Check checkAddress(const SignerVerdict& signer, const Verification& verification) {
-  if (!verification.fromProblem.empty()) return {Mark::bad, "address", verification.fromProblem};
+Check checkAddress(const Signer& signer, const Security& security) {
+  if (!security.fromProblem.empty()) return {Mark::bad, "address", security.fromProblem};
   return {markOf(signer.addressMatches), "address",
-          textOf(signer.addressMatches, verification.from + ", as in From",
-                 "the certificate is not issued to " + verification.from + ", the address in From", signer,
-                 verification.fromProblem)};
+          textOf(signer.addressMatches, security.from + ", as in From",
+                 "the certificate is not issued to " + security.from + ", the address in From", signer,
+                 security.fromProblem)};
 }
 
-void addCertificateChecks(const SignerVerdict& signer, const Verification& verification,
-                          std::vector<Check>& checks) {
-  checks.push_back(checkChain(signer, verification));
+void addCertificateChecks(const Signer& signer, const Security& security, std::vector<Check>& checks) {
+  checks.push_back(checkChain(signer, security));
   checks.push_back({markOf(signer.keyUsageFit), "usage",
                     textOf(signer.keyUsageFit, "the certificate is valid for signing mail",
                            "the certificate is not valid for signing mail", signer, signer.problem)});
   checks.push_back(checkTime(signer));
-  checks.push_back(checkAddress(signer, verification));
+  checks.push_back(checkAddress(signer, security));
 }
 
-void addSignerChecks(const SignerVerdict& signer, const Verification& verification,
-                     std::vector<Check>& checks) {
-  const Certificate* const certificate = signer.certificate.get();
+void addSignerChecks(const Signer& signer, const Security& security, std::vector<Check>& checks) {
+  const CertificateInfo* const certificate = signer.certificate ? &*signer.certificate : nullptr;
   checks.push_back(certificate ? Check{Mark::note, "signer",
-                                       nameOf(*certificate) + " (" + inQuotes(subjectOf(*certificate)) +
-                                           "), issued by " + inQuotes(issuerOf(*certificate)) +
-                                           ", serial number " + certificate->serialNumber()}
+                                       nameOf(*certificate) + " (" + inQuotes(certificate->subject) +
+                                           "), issued by " + inQuotes(certificate->issuer) +
+                                           ", serial number " + certificate->serialNumber}
                                : Check{Mark::bad, "signer", "no certificate of the signer"});
   checks.push_back({markOf(signer.digestMatched), "digest",
                     signer.digest + ", " +
                         textOf(signer.digestMatched, "the content is what was signed",
                                "the content is not what was signed", signer, signer.problem)});
-  const std::string key = certificate ? signer.algorithm + ", " + certificate->keyAlgorithm() + " " +
-                                            std::to_string(certificate->keyBits()) + " bits, "
+  const std::string key = certificate ? signer.algorithm + ", " + certificate->keyAlgorithm + " " +
+                                            std::to_string(certificate->keyBits) + " bits, "
                                       : "";
   checks.push_back({markOf(signer.signatureVerified), "signature",
                     key + textOf(signer.signatureVerified, "verified", "not verified", signer,
                                  signer.digestMatched == Answer::no ? "its key or algorithm cannot be used"
                                                                     : signer.problem)});
-  addCertificateChecks(signer, verification, checks);
+  addCertificateChecks(signer, security, checks);
   if (!signer.weaknesses.empty()) checks.push_back({Mark::note, "weak", listOf(signer.weaknesses)});
 }
 
-void addEncryptionChecks(const SecureLayer& layer, std::vector<Check>& checks) {
+void addEncryptionChecks(const SecurityLayer& layer, std::vector<Check>& checks) {
   checks.push_back(
-      {markOf(layer.opened), "content",
-       layer.opened ? "opened" : "not opened" + (layer.problem.empty() ? "" : ": " + layer.problem)});
+      {markOf(layer.isOpened), "content",
+       layer.isOpened ? "opened" : "not opened" + (layer.problem.empty() ? "" : ": " + layer.problem)});
   if (layer.recipient) checks.push_back({Mark::note, "recipient", nameOf(*layer.recipient)});
   if (!layer.cipher.empty())
     checks.push_back({Mark::note, "cipher",
                       layer.cipher + (layer.keyTransport.empty() ? "" : ", key by " + layer.keyTransport)});
-  if (layer.weakCipher) checks.push_back({Mark::note, "weak", layer.cipher});
+  if (layer.isCipherWeak) checks.push_back({Mark::note, "weak", layer.cipher});
 }
 
 /// Remaining faults of a cryptographically valid signature; empty when there are none.
-std::string remainingFaultsOf(const SignerVerdict& signer) {
+std::string remainingFaultsOf(const Signer& signer) {
   std::string text;
   const auto add = [&text](bool holds, std::string_view words) {
     if (holds) text.append(", ").append(words);
@@ -143,69 +123,72 @@ std::string remainingFaultsOf(const SignerVerdict& signer) {
   return text;
 }
 
-std::string weaknessesOf(const SecureLayer& layer) {
+std::string weaknessesOf(const SecurityLayer& layer) {
   std::string text;
-  for (const SignerVerdict& signer : layer.signers)
+  for (const Signer& signer : layer.signers)
     if (!signer.weaknesses.empty()) text += (text.empty() ? ", weak: " : ", ") + listOf(signer.weaknesses);
   return text;
 }
 
-LayerSummary summaryOfSigned(const SecureLayer& layer, const Verification& verification) {
+LayerSummary summaryOfSigned(const SecurityLayer& layer, const Security& security) {
   if (layer.signers.empty()) return {false, "signature could not be checked"};
   if (layer.hasInvalidSignature()) return {false, "signature INVALID"};
-  for (const SignerVerdict& signer : layer.signers)
+  for (const Signer& signer : layer.signers)
     if (!signer.isValid()) return {false, "signature not checked: " + signer.problem};
-  const auto good = std::ranges::count_if(
-      layer.signers, [&](const SignerVerdict& signer) { return isFaultless(signer, verification); });
+  const auto good =
+      std::ranges::count_if(layer.signers, [&](const Signer& signer) { return signer.isFaultless; });
   const auto others = std::ssize(layer.signers) - good;
-  LayerSummary summary{
-      good > 0 && coversAll(layer) && !verification.contradiction() && !verification.unopened(),
-      "signature valid"};
+  LayerSummary summary{good > 0 && layer.coversAll() && !security.contradiction() && !security.unopened(),
+                       "signature valid"};
   if (good == 0)
     summary.text += remainingFaultsOf(layer.signers.front());
   else if (others > 0)
     summary.text += ", but " + std::to_string(others) + " other " +
                     (others == 1 ? "signer is" : "signers are") + " not accepted";
-  if (const InnerField* const field = verification.contradiction())
+  if (const FieldDifference* const field = security.contradiction())
     summary.text += ", but not for this " + field->name;
-  if (!coversAll(layer)) summary.text += ", covers " + coverageOf(layer);
-  if (verification.unopened()) summary.text += ", not fully opened";
+  if (!layer.coversAll()) summary.text += ", covers " + coverageOf(layer);
+  if (security.unopened()) summary.text += ", not fully opened";
   summary.text += weaknessesOf(layer);
   return summary;
 }
 
 }  // namespace
 
-std::vector<Check> checksOf(const SecureLayer& layer, const Verification& verification) {
+std::vector<Check> checksOf(const SecurityLayer& layer, const Security& security) {
   std::vector<Check> checks;
-  checks.push_back({layer.isSigned() ? markOf(coversAll(layer)) : Mark::note, "covers", coverageOf(layer)});
-  for (const SignerVerdict& signer : layer.signers) addSignerChecks(signer, verification, checks);
+  checks.push_back({layer.isSigned() ? markOf(layer.coversAll()) : Mark::note, "covers", coverageOf(layer)});
+  for (const Signer& signer : layer.signers) addSignerChecks(signer, security, checks);
   if (layer.isSigned() && !layer.problem.empty()) checks.push_back({Mark::bad, "problem", layer.problem});
   if (!layer.isSigned()) addEncryptionChecks(layer, checks);
   return checks;
 }
 
-LayerSummary summaryOf(const SecureLayer& layer, const Verification& verification) {
-  if (layer.isSigned()) return summaryOfSigned(layer, verification);
+LayerSummary summaryOf(const SecurityLayer& layer, const Security& security) {
+  if (layer.isSigned()) return summaryOfSigned(layer, security);
   if (layer.kind == LayerKind::certificatesOnly) return {true, "certificates only"};
-  const std::string where = layer.part == SecureLayer::kWholeMessage ? "" : ", part " + layer.part;
-  const std::string weak = layer.weakCipher ? ", weak" : "";
+  const std::string where = layer.part == "1" ? "" : ", part " + layer.part;
+  const std::string weak = layer.isCipherWeak ? ", weak" : "";
   const std::string kind = layer.isEncrypted()                   ? "encrypted"
                            : layer.kind == LayerKind::compressed ? "compressed"
                                                                  : "unknown layer";
-  return {layer.opened, kind + (layer.opened ? "" : ", not opened") + where + weak};
+  return {layer.isOpened, kind + (layer.isOpened ? "" : ", not opened") + where + weak};
 }
 
-std::string nameOfSigner(const SecureLayer& layer, const Verification& verification) {
-  for (const SignerVerdict& signer : layer.signers)
-    if (isFaultless(signer, verification)) return verification.from;
+std::string verdictOf(const Security& security) {
+  const bool lacksAnchors = !security.wasTrustGiven && security.verdict.ends_with("no trust anchors given");
+  return security.verdict + (lacksAnchors ? " (--trust)" : "");
+}
+
+std::string nameOfSigner(const SecurityLayer& layer, const Security& security) {
+  for (const Signer& signer : layer.signers)
+    if (signer.isFaultless) return security.from;
   const bool isKnown = !layer.signers.empty() && layer.signers.front().certificate;
   return isKnown ? nameOf(*layer.signers.front().certificate) : std::string();
 }
 
-std::string nameOf(const Certificate& certificate) {
-  return wordOrQuoted(certificate.emailAddresses().empty() ? subjectOf(certificate)
-                                                           : certificate.emailAddresses().front());
+std::string nameOf(const CertificateInfo& certificate) {
+  return wordOrQuoted(certificate.addresses.empty() ? certificate.subject : certificate.addresses.front());
 }
 
 }  // namespace mailtree::cli

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/secure/verification.h"
+#include "mailtree/message/Security.h"
 
 namespace mailtree::cli {
 
@@ -15,7 +15,7 @@ struct Check {
   std::string name, text;
 };
 
-std::vector<Check> checksOf(const SecureLayer& layer, const Verification& verification);
+std::vector<Check> checksOf(const SecurityLayer& layer, const Security& security);
 
 /// The result of the checks in a few words: "signature valid, signer trusted". Always says what a signature
 /// does not cover.
@@ -24,12 +24,15 @@ struct LayerSummary {
   std::string text;
 };
 
-LayerSummary summaryOf(const SecureLayer& layer, const Verification& verification);
+LayerSummary summaryOf(const SecurityLayer& layer, const Security& security);
+
+/// The verdict in words. Where trust anchors are missing it names the option that gives them.
+std::string verdictOf(const Security& security);
 
 /// Names the signer: the From address when a signature has no fault, else nameOf() the first signer. Empty
 /// when that one is unknown.
-std::string nameOfSigner(const SecureLayer& layer, const Verification& verification);
+std::string nameOfSigner(const SecurityLayer& layer, const Security& security);
 /// "anna@berg.example", else the subject; in quotes when it is more than one word.
-std::string nameOf(const Certificate& certificate);
+std::string nameOf(const CertificateInfo& certificate);
 
 }  // namespace mailtree::cli

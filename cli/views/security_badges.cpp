@@ -26,8 +26,8 @@ std::vector<std::string> partNumbersOf(const Outline& outline) {
 
 class Badges {
  public:
-  Badges(const Outline& outline, const Verification& verification)
-      : m_outline(outline), m_verification(verification), m_numbers(partNumbersOf(outline)) {
+  Badges(const Outline& outline, const Security& security)
+      : m_outline(outline), m_security(security), m_numbers(partNumbersOf(outline)) {
     // Parents come before their parts.
     for (std::size_t id = 0; id < outline.rows.size(); ++id) {
       const int parent = outline.rows[id].parent;
@@ -38,33 +38,32 @@ class Badges {
 
   std::vector<LayerSummary> of(std::size_t id) const {
     std::vector<LayerSummary> badges;
-    for (const SecureLayer& layer : m_verification.layers)
-      if (layer.part == m_numbers[id]) badges.push_back(summaryOf(layer, m_verification));
-    if (m_outline.rows[id].isLeaf() && m_verification.isSigned() && !m_isCovered[id])
+    for (const SecurityLayer& layer : m_security.layers)
+      if (layer.part == m_numbers[id]) badges.push_back(summaryOf(layer, m_security));
+    if (m_outline.rows[id].isLeaf() && m_security.isSigned() && !m_isCovered[id])
       badges.push_back({false, "not signed"});
     return badges;
   }
 
  private:
   bool isSignedDirectly(std::size_t id) const {
-    return std::ranges::any_of(m_verification.layers, [&](const SecureLayer& layer) {
+    return std::ranges::any_of(m_security.layers, [&](const SecurityLayer& layer) {
       return layer.isSigned() && layer.part == m_numbers[id];
     });
   }
 
   const Outline& m_outline;
-  const Verification& m_verification;
+  const Security& m_security;
   std::vector<std::string> m_numbers;
   std::vector<bool> m_isCovered;  ///< Whether a signed layer covers the part or its parent.
 };
 
 }  // namespace
 
-std::vector<std::vector<LayerSummary>> securityBadgesOf(const Outline& outline,
-                                                        const Verification& verification) {
+std::vector<std::vector<LayerSummary>> securityBadgesOf(const Outline& outline, const Security& security) {
   std::vector<std::vector<LayerSummary>> all(outline.rows.size());
-  if (verification.layers.empty()) return all;
-  const Badges badges(outline, verification);
+  if (security.layers.empty()) return all;
+  const Badges badges(outline, security);
   for (std::size_t id = 0; id < all.size(); ++id) all[id] = badges.of(id);
   return all;
 }

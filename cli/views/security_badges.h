@@ -3,14 +3,12 @@
 
 #include <vector>
 
-#include "mailtree/message/outline.h"
-#include "cli/secure/verification.h"
 #include "cli/views/layers.h"
+#include "mailtree/message/outline.h"
 
 namespace mailtree::cli {
 
 /// The badges of every row of the outline.
-std::vector<std::vector<LayerSummary>> securityBadgesOf(const Outline& outline,
-                                                        const Verification& verification);
+std::vector<std::vector<LayerSummary>> securityBadgesOf(const Outline& outline, const Security& security);
 
 }  // namespace mailtree::cli

@@ -3,28 +3,25 @@
 #include <algorithm>
 #include <utility>
 
-#include "cli/support/times.h"
+#include "cli/views/layers.h"
+#include "mailtree/message/times.h"
 
 namespace mailtree::cli {
 namespace {
 
-Json certificateOf(const Certificate& certificate) {
-  XString subject, issuer;
-  LogNull log;
-  certificate.getSubjectDN(subject, log);
-  certificate.getIssuerDN(issuer, log);
-  return {{"addresses", certificate.emailAddresses()},
-          {"subject", subject.view()},
-          {"issuer", issuer.view()},
-          {"serial_number", certificate.serialNumber()},
-          {"sha256", certificate.fingerprint()},
-          {"key", certificate.keyAlgorithm()},
-          {"key_bits", certificate.keyBits()},
-          {"not_before", timeText(certificate.notBefore())},
-          {"not_after", timeText(certificate.notAfter())}};
+Json certificateOf(const CertificateInfo& certificate) {
+  return {{"addresses", certificate.addresses},
+          {"subject", certificate.subject},
+          {"issuer", certificate.issuer},
+          {"serial_number", certificate.serialNumber},
+          {"sha256", certificate.fingerprint},
+          {"key", certificate.keyAlgorithm},
+          {"key_bits", certificate.keyBits},
+          {"not_before", timeText(certificate.validFrom)},
+          {"not_after", timeText(certificate.validUntil)}};
 }
 
-Json certificateOrNull(const RefPtr<Certificate>& certificate) {
+Json certificateOrNull(const std::optional<CertificateInfo>& certificate) {
   return certificate ? certificateOf(*certificate) : Json();
 }
 
@@ -32,12 +29,12 @@ Json certificateOrNull(const RefPtr<Certificate>& certificate) {
 Json valueOf(Answer answer) { return answer == Answer::notChecked ? Json() : Json(answer == Answer::yes); }
 
 /// Null when the certificate is missing and no other weakness is known.
-Json weaknessOf(const SignerVerdict& signer) {
+Json weaknessOf(const Signer& signer) {
   if (signer.weaknesses.empty() && !signer.certificate) return {};
   return !signer.weaknesses.empty();
 }
 
-Json signerOf(const SignerVerdict& signer) {
+Json signerOf(const Signer& signer) {
   return {{"certificate", certificateOrNull(signer.certificate)},
           {"digest", textOrNull(signer.digest)},
           {"algorithm", textOrNull(signer.algorithm)},
@@ -55,22 +52,22 @@ Json signerOf(const SignerVerdict& signer) {
           {"chain_problem", textOrNull(signer.chainProblem)}};
 }
 
-Json layerOf(const SecureLayer& layer) {
+Json layerOf(const SecurityLayer& layer) {
   Json signers = Json::array();
-  for (const SignerVerdict& signer : layer.signers) signers.push_back(signerOf(signer));
+  for (const Signer& signer : layer.signers) signers.push_back(signerOf(signer));
   return {{"kind", mailtree::nameOf(layer.kind)},
           {"part", layer.part},
-          {"opened", layer.opened},
+          {"opened", layer.isOpened},
           {"uncovered", layer.uncovered},
           {"signers", std::move(signers)},
           {"cipher", textOrNull(layer.cipher)},
           {"key_transport", textOrNull(layer.keyTransport)},
           {"recipient", certificateOrNull(layer.recipient)},
-          {"weak_cipher", layer.weakCipher},
+          {"weak_cipher", layer.isCipherWeak},
           {"problem", textOrNull(layer.problem)}};
 }
 
-Json innerFieldOf(const InnerField& field) {
+Json innerFieldOf(const FieldDifference& field) {
   return {{"part", field.part},
           {"name", field.name},
           {"inside", textOrNull(field.inside)},
@@ -78,14 +75,14 @@ Json innerFieldOf(const InnerField& field) {
 }
 
 /// Each signer's certificate once.
-Json signersOf(const Verification& verification) {
+Json signersOf(const Security& security) {
   Json out = Json::array();
   std::vector<std::string> known;
-  for (const SecureLayer& layer : verification.layers)
-    for (const SignerVerdict& signer : layer.signers) {
-      if (!signer.certificate || std::ranges::find(known, signer.certificate->fingerprint()) != known.end())
+  for (const SecurityLayer& layer : security.layers)
+    for (const Signer& signer : layer.signers) {
+      if (!signer.certificate || std::ranges::find(known, signer.certificate->fingerprint) != known.end())
         continue;
-      known.push_back(signer.certificate->fingerprint());
+      known.push_back(signer.certificate->fingerprint);
       out.push_back(certificateOf(*signer.certificate));
     }
   return out;
@@ -93,21 +90,20 @@ Json signersOf(const Verification& verification) {
 
 }  // namespace
 
-Json securityOf(const Verification& verification) {
+Json securityOf(const Security& security) {
   Json layers = Json::array(), fields = Json::array();
-  for (const SecureLayer& layer : verification.layers) layers.push_back(layerOf(layer));
-  for (const InnerField& field : verification.innerFields) fields.push_back(innerFieldOf(field));
-  return objectOf(
-      {{"received_signed", verification.isSigned()},
-       {"received_encrypted", verification.isEncrypted()},
-       {"signatures_valid", valueOf(verification.allSignaturesValid())},
-       {"decrypted", verification.allDecrypted()},
-       {"signed_layers", std::ranges::count_if(verification.layers, &SecureLayer::isSigned)},
-       {"encrypted_layers", std::ranges::count_if(verification.layers, &SecureLayer::isEncrypted)},
-       {"signers", signersOf(verification)},
-       {"layers", std::move(layers)},
-       {"inner_fields", std::move(fields)},
-       {"verdict", objectOf({{"valid", verification.verdict.valid}, {"text", verification.verdict.text}})}});
+  for (const SecurityLayer& layer : security.layers) layers.push_back(layerOf(layer));
+  for (const FieldDifference& field : security.differences) fields.push_back(innerFieldOf(field));
+  return objectOf({{"received_signed", security.isSigned()},
+                   {"received_encrypted", security.isEncrypted()},
+                   {"signatures_valid", valueOf(security.allSignaturesValid())},
+                   {"decrypted", security.allDecrypted()},
+                   {"signed_layers", std::ranges::count_if(security.layers, &SecurityLayer::isSigned)},
+                   {"encrypted_layers", std::ranges::count_if(security.layers, &SecurityLayer::isEncrypted)},
+                   {"signers", signersOf(security)},
+                   {"layers", std::move(layers)},
+                   {"inner_fields", std::move(fields)},
+                   {"verdict", objectOf({{"valid", security.isValid}, {"text", verdictOf(security)}})}});
 }
 
 }  // namespace mailtree::cli

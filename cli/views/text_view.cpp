@@ -83,18 +83,18 @@ void writeAllFields(std::ostream& out, const Email2& root, const Style& style) {
 
 /// Writes one line per layer, and one for each field that differs inside. With all header fields shown, the
 /// result is always stated, because one of those fields could claim otherwise.
-void writeSecurity(std::ostream& out, const Verification& verification, const TextOptions& options) {
+void writeSecurity(std::ostream& out, const Security& security, const TextOptions& options) {
   const Style& style = options.style;
-  if (!verification.layers.empty() || options.headers) out << '\n';
-  if (!verification.isSigned() && options.headers) writeField(out, style, "Signed", "no");
-  for (const SecureLayer& layer : verification.layers) {
-    const LayerSummary summary = summaryOf(layer, verification);
+  if (!security.layers.empty() || options.headers) out << '\n';
+  if (!security.isSigned() && options.headers) writeField(out, style, "Signed", "no");
+  for (const SecurityLayer& layer : security.layers) {
+    const LayerSummary summary = summaryOf(layer, security);
     std::string text = summary.text;
-    if (const std::string signer = nameOfSigner(layer, verification); !signer.empty())
+    if (const std::string signer = nameOfSigner(layer, security); !signer.empty())
       text += "; signer " + signer;
     writeField(out, style, layer.isSigned() ? "Signed" : "Layer", text);
   }
-  for (const InnerField& field : verification.innerFields)
+  for (const FieldDifference& field : security.differences)
     if (isDisplayedField(field.name))
       writeField(out, style, "Inside", field.name + (field.inside.empty() ? ": none" : ": " + field.inside));
 }
@@ -187,9 +187,9 @@ std::string nameOf(const PartRow& row, std::size_t room) {
   return "  " + std::string(fitMaxWidth(whole, std::max(room, kFewest + taken) - taken)) + extension;
 }
 
-void writeTree(std::ostream& out, const Outline& outline, const Verification& verification,
+void writeTree(std::ostream& out, const Outline& outline, const Security& security,
                const TextOptions& options) {
-  const auto layers = securityBadgesOf(outline, verification);
+  const auto layers = securityBadgesOf(outline, security);
   const Style& style = options.style;
   Branches branches(style.lines ? kLines : kAscii);
   for (std::size_t id = 0; id < outline.rows.size(); ++id) {
@@ -230,16 +230,17 @@ void writeFirstLines(std::ostream& out, std::string_view text, const Style& styl
 
 }  // namespace
 
-void writeText(std::ostream& out, Verification& verification, const TextOptions& options) {
-  Email2& root = *verification.message.root;
+void writeText(std::ostream& out, mailtree::Message& message, const TextOptions& options) {
+  Email2& root = message.email2();
+  const Security& security = message.security();
   const Outline outline = outlineOf(root);
   if (options.headers)
     writeAllFields(out, root, options.style);
   else
     writeSummary(out, root, options.style);
-  writeSecurity(out, verification, options);
+  writeSecurity(out, security, options);
   out << '\n';
-  writeTree(out, outline, verification, options);
+  writeTree(out, outline, security, options);
   const int body = outline.plainText >= 0 ? outline.plainText : outline.html;
   if (body < 0) return;
   const std::string text = textOf(outline.rows[static_cast<std::size_t>(body)]);

@@ -4,9 +4,8 @@
 
 #include <iosfwd>
 
-#include "mailtree/message/outline.h"
-#include "cli/secure/verification.h"
 #include "cli/support/terminal.h"
+#include "mailtree/message/Message.h"
 
 namespace mailtree::cli {
 
@@ -16,6 +15,6 @@ struct TextOptions {
   bool verbose = false;  ///< Show the reason for each attachment and the name of each repair.
 };
 
-void writeText(std::ostream& out, Verification& verification, const TextOptions& options);
+void writeText(std::ostream& out, mailtree::Message& message, const TextOptions& options);
 
 }  // namespace mailtree::cli

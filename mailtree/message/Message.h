@@ -90,14 +90,24 @@ struct ResendOptions {
 };
 
 struct SignOptions {
-  std::string digest = "sha256";  ///< "sha1", "sha256", "sha384" or "sha512".
+  std::string digest = "sha256";  ///< "sha256", "sha384" or "sha512".
   bool opaque = false;  ///< One block that only S/MIME programs can read, safe from changes on the way.
+  std::string certificate = {};  ///< Fingerprint of the identity to use instead of that of the From address.
+  bool pss = false;              ///< RSA-PSS instead of PKCS#1 v1.5.
+  bool chain = true;             ///< Include the certificates above the signer's.
+  bool time = true;              ///< Include the signing time and the ciphers that can be answered with.
+  bool certificateId = true;     ///< Bind the signature to the certificate (RFC 5035).
+  std::string fileName = {};     ///< Of the signature; empty: "smime.p7s" or "smime.p7m".
 };
 
 struct EncryptOptions {
-  std::string cipher = "aes256-gcm";  ///< "aes128-cbc", ..., "aes256-gcm", "3des".
+  /// "aes-256-cbc", which all programs can read, or "aes-256-gcm"; both also with 128 and 192; "3des".
+  std::string cipher = "aes-256-cbc";
   /// Addresses that must be able to read it too, such as the sender's own.
   std::vector<std::string> alsoFor = {};
+  std::vector<std::string> certificates = {};  ///< Fingerprints of the readers, instead of the recipients.
+  bool oaep = false;                           ///< RSA-OAEP instead of PKCS#1 v1.5 for the key.
+  std::string fileName = {};                   ///< Of the encrypted block; empty: "smime.p7m".
 };
 
 /// Who a message goes to, and where it is returned when it cannot be delivered (RFC 5321).
@@ -241,11 +251,13 @@ class Message {
 
   /// @name S/MIME (RFC 8551) @{
 
-  /// Signs with the identity of the From address.
+  /// Signs with the identity of the From address. The message still reads the same.
   Result<void> sign(const Keys& keys, const SignOptions& options = {});
-  /// Encrypts for every recipient. noKey names those without a certificate.
+  /// Encrypts for every recipient. noKey names those without a certificate. The message still reads the same
+  /// here, but its content cannot be changed.
   Result<void> encrypt(const Keys& keys, const EncryptOptions& options = {});
-  /// Removes the encryption for good; signatures inside stay. encrypted, with the reason, when no key fits.
+  /// Removes the encryption for good; signatures inside stay, those around it go with it. encrypted, with the
+  /// reason, when no key fits. An encrypted layer inside that no key opens stays.
   Result<void> decrypt(const Keys& keys);
   /// @}
 

@@ -87,6 +87,13 @@ CertificateInfo infoOf(const Certificate& certificate);
 /// The first id in angle brackets, without them; the whole text when there is no id.
 std::string firstIdIn(std::string_view text);
 
+/// The verdict on the layers found when the message was read.
+Security securityOf(const MessageState& state);
+/// Loading unwraps no layers below a multipart/mixed. They are found in a separate parse tree and then
+/// located in the message's tree, where they stay. Nothing is parsed again where no part may be a layer.
+void findLayersBelowMixed(MessageState& state, std::string_view bytes, SystemCerts& certs,
+                          LoadBudget* budget);
+
 /// Loads a message from bytes that stay the caller's.
 /// @param budget  what an enclosing message has left; null for a message of its own.
 Result<Message> loadMessage(const DataBuffer& bytes, const Keys* keys, LoadBudget* budget = nullptr);

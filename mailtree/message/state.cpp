@@ -103,6 +103,9 @@ Result<Message> loadMessage(const DataBuffer& bytes, const Keys* keys, LoadBudge
   state->innerFields = std::move(state->opened.common->m_innerFields);
   state->wasTrustGiven = certs.hasTrustAnchors();
   if (!state->layers.empty() && !state->sealedBytes.append(bytes)) return noMemory();
+  findLayersBelowMixed(*state, bytes.view(), certs, budget);
+  // Not later: the verdict is about the header as it was read.
+  if (!state->layers.empty()) state->cachedSecurity = securityOf(*state);
   return MessageState::messageOf(std::move(state));
 }
 
@@ -144,6 +147,7 @@ Result<Message> Message::clone() const {
   }
   copy->layers = m_state->layers;
   copy->innerFields = m_state->innerFields;
+  copy->cachedSecurity = m_state->cachedSecurity;
   copy->wasTrustGiven = m_state->wasTrustGiven;
   copy->answersEncrypted = m_state->answersEncrypted;
   return MessageState::messageOf(std::move(copy));

@@ -1,9 +1,9 @@
-#include "cli/support/times.h"
+#include "mailtree/message/times.h"
 
 #include <array>
 #include <cstdio>
 
-namespace mailtree::cli {
+namespace mailtree {
 
 std::string timeText(const SorvikSysTime& time) {
   std::array<char, 40> text{};
@@ -12,10 +12,10 @@ std::string timeText(const SorvikSysTime& time) {
   return text.data();
 }
 
-std::string timeText(std::int64_t unixSeconds) {
+std::string timeText(std::chrono::sys_seconds moment) {
   SorvikSysTime time;
-  time.fromUnixTime(unixSeconds);
+  time.fromUnixTime(moment.time_since_epoch().count());
   return timeText(time);
 }
 
-}  // namespace mailtree::cli
+}  // namespace mailtree

@@ -1,4 +1,4 @@
-// cli/secure/decryption.h - decrypting a message.
+// message/decryption.h - a message without its encrypted layers.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 #include "mailtree/crypto/SystemCerts.h"
 
-namespace mailtree::cli {
+namespace mailtree {
 
 /// A message without its encrypted layers. Signed layers inside the innermost encrypted one keep their bytes,
 /// so they still verify.
@@ -22,4 +22,4 @@ struct DecryptedMessage {
 /// except that fields of the innermost encrypted content replace outer ones and describe the content.
 DecryptedMessage decryptMessage(std::string_view message, SystemCerts& certs);
 
-}  // namespace mailtree::cli
+}  // namespace mailtree

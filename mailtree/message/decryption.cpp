@@ -1,11 +1,11 @@
-#include "cli/secure/decryption.h"
+#include "mailtree/message/decryption.h"
 
 #include <algorithm>
 #include <map>
 
-#include "mailtree/message/internal_fields.h"
 #include "mailtree/base/Log.h"
 #include "mailtree/crypto/Pkcs7Opener.h"
+#include "mailtree/message/internal_fields.h"
 #include "mailtree/mime/Limits.h"
 #include "mailtree/mime/MimeMessage2.h"
 #include "mailtree/mime/header/HeaderLines.h"
@@ -14,7 +14,7 @@
 #include "mailtree/secure/inner_content.h"
 #include "mailtree/secure/layer_forms.h"
 
-namespace mailtree::cli {
+namespace mailtree {
 namespace {
 
 struct RawField {
@@ -197,4 +197,4 @@ DecryptedMessage decryptMessage(std::string_view message, SystemCerts& certs) {
   return LayerOpener(message, certs).run();
 }
 
-}  // namespace mailtree::cli
+}  // namespace mailtree
