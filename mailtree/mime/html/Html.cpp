@@ -16,10 +16,6 @@ namespace {
 
 constexpr std::size_t kNowhere = std::string_view::npos;
 
-// Elements that may appear before </head>; any other start tag ends an open head.
-constexpr std::string_view kHeadContent[] = {"html", "head",     "title",   "meta",  "link",
-                                             "base", "basefont", "bgsound", "style", "script"};
-
 // The charset in "text/html; charset=utf-8", with optional quotes.
 std::string_view charsetInContent(std::string_view content) noexcept {
   constexpr std::string_view kKey = "charset";
@@ -114,7 +110,7 @@ class StructureFinder {
     } else if (tag.isStartOf("frameset")) {
       m_found.hasFrames = true;
     }
-    if (!isOneOf(tag.name, kHeadContent)) recordContent(tag.begin);
+    if (!isHeadElement(tag.name)) recordContent(tag.begin);
     m_isInRawText = isRawTextElement(tag.name);
   }
 

@@ -10,7 +10,12 @@ constexpr std::size_t kNowhere = std::string_view::npos;
 constexpr std::string_view kRawText[] = {"script", "style",   "title",    "textarea", "xmp",
                                          "iframe", "noembed", "noframes", "plaintext"};
 
+constexpr std::string_view kHeadElements[] = {"html", "head",     "title",   "meta",  "link",
+                                              "base", "basefont", "bgsound", "style", "script"};
+
 }  // namespace
+
+bool isHeadElement(std::string_view name) noexcept { return isOneOf(name, kHeadElements); }
 
 bool isRawTextElement(std::string_view name) noexcept {
   return name.size() >= 3 && isOneOf(name, kRawText);  // most tags are shorter: p, b, a, td

@@ -24,6 +24,9 @@ bool isOneOf(std::string_view name, const std::string_view (&names)[N]) noexcept
 /// Whether the content of an element is raw text up to its own end tag.
 bool isRawTextElement(std::string_view name) noexcept;
 
+/// Whether an element may be in a head; any other start tag ends an open one.
+bool isHeadElement(std::string_view name) noexcept;
+
 /// Whether a page is unconverted utf-16, recognized by its NULs, which a tokenizer of bytes must not change.
 inline bool looksLikeUtf16(std::string_view html) noexcept {
   return html.find('\0') != std::string_view::npos;
