@@ -33,56 +33,27 @@ struct Conversion {
 constexpr Conversion kReply = {"convertToReply", "RE: ", true};
 constexpr Conversion kForward = {"convertToForward", "FW: ", false};
 
-/// The form of a reply header.
-struct ReplyHeaderForm {
-  const char* begin;
-  const char* lineEnd;
-  const char* end;  ///< After the subject.
-};
-
-constexpr ReplyHeaderForm kPlainForm = {kPlainReplyHeader, "\r\n", "\r\n\r\n"};
-// Deliberate: the values are inserted as text, without escaping, and the list of recipients is the
-// same in both forms.
-constexpr ReplyHeaderForm kHtmlForm = {kHtmlReplyHeader, "<br>", "<p>"};
-
-/// The fields of the received message that a reply header quotes.
-struct QuotedFields {
-  StringBuffer sender, sent, to, cc, subject;
-};
-
 /// The list, formatted like the folded header field. Deliberate: line folding becomes "<br>" in both forms,
 /// so plain text shows it.
-StringBuffer recipientsOf(Email2& email, int kind, std::string_view field, LogBase& log) {
+std::string recipientsOf(Email2& email, int kind, std::string_view field, LogBase& log) {
   StringBuffer list;
   email.getAllRecipients(kind, list, log);
   const std::string line = foldHeaderLine(std::string(field).append(" ").append(list.view()));
   StringBuffer folded(trim(std::string_view(line).substr(field.size())));
   folded.replaceAllOccurances("\r\n", "<br>");
   ContentCoding::QB_DecodeToUtf8(folded, log);
-  return folded;
+  return folded.extractString();
 }
 
+/// Deliberate: the values are inserted as text, without escaping, and the list of recipients is the same in
+/// plain text and HTML.
 QuotedFields quotedFieldsOf(Email2& email, LogBase& log) {
-  QuotedFields fields;
-  email.getSubjectUtf8(fields.subject, log);
-  email.getFromFullUtf8(fields.sender, log);
-  email.getHeaderFieldUtf8("Date", fields.sent, log);
-  fields.to = recipientsOf(email, kTo, "To:", log);
-  fields.cc = recipientsOf(email, kCc, "Cc:", log);
-  return fields;
-}
-
-std::string replyHeaderOf(const QuotedFields& fields, const ReplyHeaderForm& form) {
-  std::string header = form.begin;
-  const auto add = [&](const char* name, const StringBuffer& value, const char* end) {
-    header.append(name).append(value.view()).append(end);
-  };
-  add("From: ", fields.sender, form.lineEnd);
-  add("Sent: ", fields.sent, form.lineEnd);
-  if (!fields.to.isEmpty()) add("To: ", fields.to, form.lineEnd);
-  if (!fields.cc.isEmpty()) add("CC: ", fields.cc, form.lineEnd);
-  add("Subject: ", fields.subject, form.end);
-  return header;
+  StringBuffer sender, sent, subject;
+  email.getSubjectUtf8(subject, log);
+  email.getFromFullUtf8(sender, log);
+  email.getHeaderFieldUtf8("Date", sent, log);
+  return {sender.extractString(), sent.extractString(), recipientsOf(email, kTo, "To:", log),
+          recipientsOf(email, kCc, "Cc:", log), subject.extractString()};
 }
 
 // Where to quote
@@ -258,11 +229,11 @@ bool quoteInBodies(Email2& email, const QuotedFields& fields, LogBase& log) {
   const QuotedParts parts = partsToQuote(email);
   if (parts.plain) {
     log.logInfo("Prepending to plain-text body");
-    quote(email, *parts.plain, replyHeaderOf(fields, kPlainForm), log);
+    quote(email, *parts.plain, plainReplyHeader(fields), log);
   }
   if (parts.html) {
     log.logInfo("Prepending to HTML body");
-    quote(email, *parts.html, replyHeaderOf(fields, kHtmlForm), log);
+    quote(email, *parts.html, htmlReplyHeader(fields), log);
   }
   return !parts.isIncomplete;
 }
@@ -273,7 +244,7 @@ bool convert(Email2& email, const Conversion& conversion, LogBase& log) {
   if (lacksText(email)) addEmptyText(email, log);
   const QuotedFields fields = quotedFieldsOf(email, log);
   StringBuffer subject(conversion.subjectPrefix);
-  subject.append(fields.subject);
+  subject.append(std::string_view(fields.subject));
   email.setHeaderField_a("Subject", subject.getString(), /*asGiven=*/false, log);
   // Deliberate: the new subject is kept, as documented for a message without a body to quote.
   if (!quoteInBodies(email, fields, log)) return false;
