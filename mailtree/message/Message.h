@@ -74,12 +74,13 @@ struct ReplyOptions {
   std::vector<Address> own = {};  ///< Further addresses of one's own, which get no copy.
   std::string text = {};          ///< Goes before the quoted text, in plain text and HTML.
   Quote quote = Quote::lines;
-  bool attachments = false;  ///< Take the files along.
+  bool attachments = false;               ///< Take the files along.
+  std::vector<Address> to = {}, cc = {};  ///< Further recipients.
 };
 
 struct ForwardOptions {
   Address from = {};  ///< Required.
-  std::vector<Address> to = {};
+  std::vector<Address> to = {}, cc = {};
   std::string text = {};      ///< Goes before the forwarded text.
   bool asAttachment = false;  ///< Attach the message whole, byte for byte.
 };

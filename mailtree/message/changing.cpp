@@ -107,12 +107,6 @@ std::string_view withoutBrackets(std::string_view id) {
   return hasBoth ? id.substr(1, id.size() - 2) : id;
 }
 
-bool isIdentifier(std::string_view id) {
-  return !id.empty() && isValidUtf8(id) && std::ranges::none_of(id, [](char c) {
-    return isSpaceAscii(c) || isControlAscii(c) || c == '<' || c == '>';
-  });
-}
-
 /// "<a> <b>"; the ids may be given with or without angle brackets.
 Result<std::string> identifierList(std::span<const std::string> ids, std::string_view field) {
   std::string list;

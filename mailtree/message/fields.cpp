@@ -91,6 +91,12 @@ bool isContentField(std::string_view name) { return isOneOf(kContentFields, name
 
 bool isSingleField(std::string_view name) { return isOneOf(kSingleFields, name); }
 
+bool isIdentifier(std::string_view id) {
+  return !id.empty() && isValidUtf8(id) && std::ranges::none_of(id, [](char c) {
+    return isSpaceAscii(c) || isControlAscii(c) || c == '<' || c == '>';
+  });
+}
+
 std::optional<std::string> valueProblem(std::string_view value) {
   if (!isValidUtf8(value)) return "not valid utf-8";
   if (value.find_first_of("\r\n") != std::string_view::npos)

@@ -17,6 +17,9 @@ bool isContentField(std::string_view name);
 /// Whether a message has the field at most once (RFC 5322, 3.6).
 bool isSingleField(std::string_view name);
 
+/// Whether the text can be an identifier (RFC 5322, 3.6.4), without angle brackets.
+bool isIdentifier(std::string_view id);
+
 /// Checks a one-line header value; returns the problem, or nothing.
 std::optional<std::string> valueProblem(std::string_view value);
 /// The same by the name of the field: dates and addresses are checked too.

@@ -34,6 +34,9 @@ struct MessageState {
   DataBuffer sealedBytes;
   Tree sealed;  ///< Of sealedBytes, with its layers closed; made when it is first needed.
 
+  DataBuffer openBytes;       ///< The message as received, when no layer was opened in the tree.
+  bool isAsReceived = false;  ///< Nothing has changed since it was read.
+
   std::vector<SecureLayer> layers;
   std::vector<InnerField> innerFields;
   bool wasTrustGiven = false;
@@ -50,6 +53,8 @@ struct MessageState {
   const Displayed& displayed();
   std::vector<Part> partsOf(const std::vector<int>& rows);
   bool isSealed() const noexcept { return !sealedBytes.isEmpty(); }
+  /// The message byte for byte as it was read; empty once anything changed, and for a new message.
+  std::string_view receivedBytes() const noexcept;
   /// The tree that is written, with line breaks as they are sent. noMemory when it cannot be loaded.
   Result<Email2*> written();
   /// Must be called after any change: parts are numbered anew.
@@ -82,6 +87,11 @@ Error noMemory();
 std::vector<Header> headersOf(const MimeHeader& fields);
 /// The first field of that name.
 std::optional<std::string> headerOf(const MimeHeader& fields, std::string_view name);
+/// The entries of all fields of that name.
+std::vector<Address> addressesOf(const Email2& root, std::string_view field);
+/// The ids in a field: those in angle brackets, without comments and obsolete phrases; when there are none,
+/// the words with "@".
+std::vector<std::string> idsIn(std::string_view text);
 CertificateInfo infoOf(const Certificate& certificate);
 
 /// The first id in angle brackets, without them; the whole text when there is no id.
@@ -94,8 +104,10 @@ Security securityOf(const MessageState& state);
 void findLayersBelowMixed(MessageState& state, std::string_view bytes, SystemCerts& certs,
                           LoadBudget* budget);
 
-/// Loads a message from bytes that stay the caller's.
+/// Loads a message, which keeps a copy of the bytes.
 /// @param budget  what an enclosing message has left; null for a message of its own.
 Result<Message> loadMessage(const DataBuffer& bytes, const Keys* keys, LoadBudget* budget = nullptr);
+/// The same, keeping the bytes instead of a copy of them. They must not be borrowed.
+Result<Message> loadMessage(DataBuffer&& bytes, const Keys* keys, LoadBudget* budget = nullptr);
 
 }  // namespace mailtree

@@ -8,6 +8,8 @@
 #include "mailtree/message/fields.h"
 #include "mailtree/message/internal.h"
 #include "mailtree/message/internal_fields.h"
+#include "mailtree/message/mailbox_key.h"
+#include "mailtree/message/received_form.h"
 #include "mailtree/message/tree_changes.h"
 
 namespace mailtree {
@@ -52,9 +54,18 @@ Error inClear() {
   return {ErrorCode::inClear, "an answer to encrypted mail would be written unencrypted", {}};
 }
 
+Result<void> writeReceived(std::string_view bytes, _svOutput* sink, StringBuffer& text) {
+  ProgressContext progress(nullptr);
+  ErrorLog log;
+  if (sink ? sink->write(bytes, progress, log) : text.append(bytes)) return {};
+  return Error{ErrorCode::unwritable, log.errorOr("the message could not be written completely"), {}};
+}
+
 /// Writes to the sink, or to `text` when there is none.
 Result<void> assemble(MessageState& state, const WriteOptions& options, _svOutput* sink, StringBuffer& text) {
   if (state.answersEncrypted && !options.inClear) return inClear();
+  if (const std::optional<std::string> received = receivedForm(state, options))
+    return writeReceived(*received, sink, text);
   Result<Email2*> root = state.written();
   if (!root) return std::move(root).error();
   if (options.asciiOnly) walkUnsigned(**root, label8bit);
@@ -77,12 +88,6 @@ std::vector<int> latestResentFields(const MimeHeader& header) {
     fields.push_back(i);
   }
   return fields;
-}
-
-/// Key to compare mailboxes by: domains ignore case, local parts may not.
-std::string mailboxKey(std::string_view address) {
-  const std::size_t at = std::min(address.rfind('@'), address.size());
-  return std::string(address.substr(0, at)) + lowerCase(address.substr(at));
 }
 
 /// A word alone may be a name.

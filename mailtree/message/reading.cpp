@@ -19,12 +19,6 @@ std::vector<Address> valuesOf(const ExtPtrArray& entries) {
   return addresses;
 }
 
-std::vector<Address> addressesOf(const Email2& root, std::string_view field) {
-  ExtPtrArray entries;
-  entriesOf(root.m_header, field, entries);
-  return valuesOf(entries);
-}
-
 /// Moves past a comment, which may hold others and quoted pairs (RFC 5322, 3.2.2).
 std::string_view afterComment(std::string_view text) {
   int depth = 0;
@@ -45,8 +39,16 @@ void addId(std::string_view text, std::vector<std::string>& ids) {
   if (!id.empty()) ids.push_back(std::move(id));
 }
 
-/// The ids of a field: those in angle brackets, without comments and obsolete phrases; when there are none,
-/// the words with "@".
+/// -1 for anything but a number.
+int numberIn(std::string_view digits) {
+  const char* const end = digits.data() + digits.size();
+  int number = -1;
+  const auto [last, error] = std::from_chars(digits.data(), end, number);
+  return error == std::errc() && last == end ? number : -1;
+}
+
+}  // namespace
+
 std::vector<std::string> idsIn(std::string_view text) {
   std::vector<std::string> ids, words;
   while (!(text = trimLeft(text)).empty()) {
@@ -65,19 +67,15 @@ std::vector<std::string> idsIn(std::string_view text) {
   return ids.empty() ? words : ids;
 }
 
-/// -1 for anything but a number.
-int numberIn(std::string_view digits) {
-  const char* const end = digits.data() + digits.size();
-  int number = -1;
-  const auto [last, error] = std::from_chars(digits.data(), end, number);
-  return error == std::errc() && last == end ? number : -1;
-}
-
-}  // namespace
-
 std::string firstIdIn(std::string_view text) {
   std::vector<std::string> ids = idsIn(text);
   return ids.empty() ? std::string(trim(text)) : std::move(ids.front());
+}
+
+std::vector<Address> addressesOf(const Email2& root, std::string_view field) {
+  ExtPtrArray entries;
+  entriesOf(root.m_header, field, entries);
+  return valuesOf(entries);
 }
 
 std::vector<Header> headersOf(const MimeHeader& fields) {

@@ -66,6 +66,13 @@ const Outline& MessageState::outline() {
 void MessageState::changed() noexcept {
   cachedOutline.reset();
   cachedDisplayed.reset();
+  isAsReceived = false;
+  openBytes.clear();
+}
+
+std::string_view MessageState::receivedBytes() const noexcept {
+  if (!isAsReceived) return {};
+  return isSealed() ? sealedBytes.view() : openBytes.view();
 }
 
 Result<Email2*> MessageState::written() {
@@ -91,7 +98,7 @@ Result<void> MessageState::beginContentChange() {
   return {};
 }
 
-Result<Message> loadMessage(const DataBuffer& bytes, const Keys* keys, LoadBudget* budget) {
+Result<Message> loadMessage(DataBuffer&& bytes, const Keys* keys, LoadBudget* budget) {
   SystemCerts none;
   SystemCerts& certs = keys ? keys->systemCerts() : none;
   DataBuffer input;
@@ -102,11 +109,19 @@ Result<Message> loadMessage(const DataBuffer& bytes, const Keys* keys, LoadBudge
   state->layers = std::move(state->opened.common->m_secureLayers);
   state->innerFields = std::move(state->opened.common->m_innerFields);
   state->wasTrustGiven = certs.hasTrustAnchors();
-  if (!state->layers.empty() && !state->sealedBytes.append(bytes)) return noMemory();
+  const bool isSealed = !state->layers.empty();
   findLayersBelowMixed(*state, bytes.view(), certs, budget);
   // Not later: the verdict is about the header as it was read.
   if (!state->layers.empty()) state->cachedSecurity = securityOf(*state);
+  (isSealed ? state->sealedBytes : state->openBytes).takeData(bytes);
+  state->isAsReceived = true;
   return MessageState::messageOf(std::move(state));
+}
+
+Result<Message> loadMessage(const DataBuffer& bytes, const Keys* keys, LoadBudget* budget) {
+  DataBuffer copy;
+  if (!copy.append(bytes)) return noMemory();
+  return loadMessage(std::move(copy), keys, budget);
 }
 
 Message::Message() : m_state(std::make_unique<MessageState>()) {
@@ -124,7 +139,7 @@ Result<Message> Message::open(const std::string& path, const OpenOptions& option
   LogMemory log;
   if (!bytes.loadFileUtf8(path.c_str(), log))
     return Error{ErrorCode::unreadable, lastError(log, "cannot be read"), path};
-  return loadMessage(bytes, options.keys).transform_error([&path](Error error) {
+  return loadMessage(std::move(bytes), options.keys).transform_error([&path](Error error) {
     error.where = path;
     return error;
   });
@@ -145,6 +160,8 @@ Result<Message> Message::clone() const {
     copy->sealed = copyOf(m_state->sealed);
     if (!copy->sealed.root) return noMemory();
   }
+  if (!copy->openBytes.append(m_state->openBytes)) return noMemory();
+  copy->isAsReceived = m_state->isAsReceived;
   copy->layers = m_state->layers;
   copy->innerFields = m_state->innerFields;
   copy->cachedSecurity = m_state->cachedSecurity;

@@ -1,0 +1,86 @@
+#include "mailtree/message/received_form.h"
+
+#include <algorithm>
+
+#include "mailtree/base/Ascii.h"
+#include "mailtree/base/Utf.h"
+#include "mailtree/message/internal_fields.h"
+
+namespace mailtree {
+namespace {
+
+/// Whether CR is nowhere used, as in a file of a Unix host. With NUL bytes, LF may be half of a character.
+bool hasOnlyUnixLines(std::string_view bytes) {
+  return bytes.find_first_of({"\r\0", 2}) == std::string::npos;
+}
+
+bool hasBareCr(std::string_view bytes) {
+  for (std::size_t at = 0; (at = bytes.find('\r', at)) != std::string_view::npos; ++at)
+    if (!bytes.substr(at + 1).starts_with('\n')) return true;
+  return false;
+}
+
+std::string withCrlf(std::string_view bytes) {
+  std::string text;
+  text.reserve(bytes.size() + bytes.size() / 32);
+  for (const char c : bytes) {
+    if (c == '\n') text += '\r';
+    text += c;
+  }
+  return text;
+}
+
+/// Whether a field is left out: those internal to the library always, hidden recipients unless wanted.
+bool isLeftOut(std::string_view line, bool bcc) {
+  const std::string_view name = trimRight(line.substr(0, line.find(':')));
+  return isInternalField(name) || (!bcc && (equalsNoCase(name, "Bcc") || equalsNoCase(name, "Resent-Bcc")));
+}
+
+/// Removes such fields from a message whose lines end in LF or CRLF.
+std::string withFieldsSent(std::string_view message, bool bcc) {
+  std::string kept;
+  kept.reserve(message.size());
+  std::string_view rest = message;
+  for (bool isOut = false, hasField = false; !rest.empty();) {
+    const std::string_view line = rest.substr(0, std::min(rest.find('\n'), rest.size() - 1) + 1);
+    const bool isEmpty = line == "\n" || line == "\r\n";
+    if (isEmpty && hasField) break;
+    if (!isBlankAscii(line[0])) isOut = isLeftOut(line, bcc);
+    if (!isOut) kept += line;
+    hasField |= !isEmpty;
+    rest.remove_prefix(line.size());
+  }
+  return kept.append(rest);
+}
+
+/// Doubles the dots that begin a line (RFC 5321, 4.5.2).
+std::string dotStuffed(std::string_view message) {
+  std::string stuffed;
+  stuffed.reserve(message.size() + message.size() / 64);
+  for (bool isLineBegin = true; const char c : message) {
+    if (isLineBegin && c == '.') stuffed += '.';
+    stuffed += c;
+    isLineBegin = c == '\n';
+  }
+  return stuffed;
+}
+
+}  // namespace
+
+std::optional<std::string> receivedForm(const MessageState& state, const WriteOptions& options) {
+  const std::string_view bytes = state.receivedBytes();
+  if (bytes.empty() || (options.asciiOnly && !isAscii(bytes))) return std::nullopt;
+  // Some servers take a bare CR for a line end.
+  if (options.dotStuff && hasBareCr(bytes)) return std::nullopt;
+  const std::string form = hasOnlyUnixLines(bytes) ? withCrlf(bytes) : std::string(bytes);
+  const std::string sent = withFieldsSent(form, options.bcc);
+  return options.dotStuff ? dotStuffed(sent) : sent;
+}
+
+Result<std::string> wholeMessage(const Message& message) {
+  const WriteOptions all{.bcc = true, .inClear = true};
+  if (auto received = receivedForm(MessageState::of(message), all)) return *std::move(received);
+  return message.toString(all);
+}
+
+}  // namespace mailtree
