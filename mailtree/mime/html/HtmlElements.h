@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 
 namespace mailtree {
@@ -34,7 +35,7 @@ enum class Role : unsigned char {
 };
 
 struct Element {
-  std::size_t id = 0;  ///< Below kElementIds; elements of unknown names may share one.
+  std::uint8_t id = 0;  ///< Below kElementIds; elements of unknown names may share one.
   Role role = Role::text;
 };
 inline constexpr std::size_t kElementIds = 160;

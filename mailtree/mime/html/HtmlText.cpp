@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <unordered_map>
 #include <utility>
@@ -138,7 +139,8 @@ class TextReader {
   }
 
  private:
-  static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+  using Index = std::uint32_t;  // in m_open; the stack of a page of unclosed elements is large
+  static constexpr Index kNone = static_cast<Index>(-1);
 
   /// What holds for the text inside an element.
   struct State {
@@ -149,10 +151,10 @@ class TextReader {
     State outside;
     bool isBlock = false;
     bool hasSpaceBelow = false;
-    std::size_t sameId = kNone;  ///< The next one outwards of the same id, in m_open.
-    std::size_t outerScope = kNone;
-    std::size_t outerList = kNone;
-    std::size_t outerBlocks = 0;  ///< Prefixes outside.
+    Index sameId = kNone;  ///< The next one outwards of the same id, in m_open.
+    Index outerScope = kNone;
+    Index outerList = kNone;
+    Index outerBlocks = 0;  ///< Prefixes outside.
   };
   struct List {
     bool isOrdered, hasMarkers;
@@ -197,11 +199,11 @@ class TextReader {
   void onEnd(const Markup& tag) {
     const Element element = elementOf(tag.name);
     if (element.role == Role::lineBreak) return onLineBreak();
-    const std::size_t at = m_last[element.id];
+    const Index at = m_last[element.id];
     const bool isPartOfTable = element.role == Role::table || element.role == Role::rowGroup ||
                                element.role == Role::row || element.role == Role::cell ||
                                element.role == Role::caption;
-    const std::size_t scope = isPartOfTable ? m_last[kTableId] : m_scope;
+    const Index scope = isPartOfTable ? m_last[kTableId] : m_scope;
     const bool isOpen = at != kNone && (scope == kNone || at >= scope);
     if (isOpen)
       closeTo(at);
@@ -217,11 +219,12 @@ class TextReader {
     open.sameId = m_last[element.id];
     open.outerScope = m_scope;
     open.outerList = m_list;
-    open.outerBlocks = m_lines.openBlocks();
-    m_last[element.id] = m_open.size();
+    open.outerBlocks = static_cast<Index>(m_lines.openBlocks());
+    const auto position = static_cast<Index>(m_open.size());
+    m_last[element.id] = position;
     if (element.role == Role::table || element.role == Role::cell || element.role == Role::caption)
-      m_scope = m_open.size();
-    if (isList(element.role)) m_list = m_open.size();
+      m_scope = position;
+    if (isList(element.role)) m_list = position;
     m_open.push_back(open);
 
     m_state.isHidden = m_state.isHidden || style.isHidden || element.role == Role::hidden;
@@ -248,19 +251,19 @@ class TextReader {
   }
 
   /// Whether one position is inside of another one, if there is one.
-  static bool isInside(std::size_t at, std::size_t outer) noexcept {
+  static bool isInside(Index at, Index outer) noexcept {
     return at != kNone && (outer == kNone || at > outer);
   }
 
   /// Ends an element, unless it is outside of the innermost table, cell or caption, or of `outer`.
-  void endInScope(std::size_t at, std::size_t outer = kNone) {
+  void endInScope(Index at, Index outer = kNone) {
     if (isInside(at, m_scope) && isInside(at, outer)) closeTo(at);
   }
 
   /// Ends what the start of a block ends: a paragraph, and its own predecessors.
   void endImpliedBy(Role role) {
     endInScope(m_last[kParagraphId]);
-    const std::size_t table = m_last[kTableId];
+    const Index table = m_last[kTableId];
     switch (role) {
       case Role::item: endInScope(m_last[kItemId], m_list); break;
       case Role::term:
@@ -507,9 +510,9 @@ class TextReader {
   Links m_links;
   State m_state;
   std::vector<Open> m_open;
-  std::array<std::size_t, kElementIds> m_last{};  ///< The innermost open element by id, in m_open.
-  std::size_t m_scope = kNone;                    ///< The innermost table, cell or caption, in m_open.
-  std::size_t m_list = kNone;                     ///< The innermost list, in m_open.
+  std::array<Index, kElementIds> m_last{};  ///< The innermost open element by id, in m_open.
+  Index m_scope = kNone;                    ///< The innermost table, cell or caption, in m_open.
+  Index m_list = kNone;                     ///< The innermost list, in m_open.
   std::vector<List> m_lists;
   std::vector<TextTable> m_tables;
   std::string m_joiners;

@@ -1,6 +1,7 @@
 #include "mailtree/mime/html/TextLines.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace mailtree {
 namespace {
@@ -37,22 +38,19 @@ void TextLines::beginLine() {
   if (m_isEmptyLineDue && !m_lines.empty()) appendEmptyLine(m_commonPrefix);
   m_isEmptyLineDue = m_hasNoBreakSpace = false;
   m_lines.push_back({m_text.size(), m_text.size(), false});
+  m_text += m_prefix;
   for (Block& block : m_blocks) {
-    m_text += block.isMarkerDue ? block.marker : block.prefix;
-    block.isMarkerDue = false;
+    const std::size_t size = block.marker.size();
+    if (std::exchange(block.isMarkerDue, false))
+      m_text.replace(m_lines.back().begin + block.end - size, size, block.marker);
   }
   m_commonPrefix = prefixSize();
   m_isOpen = true;
 }
 
-void TextLines::appendPrefix(std::size_t prefixSize) {
-  for (const Block& block : m_blocks)
-    if (block.end <= prefixSize) m_text += block.prefix;
-}
-
 void TextLines::appendEmptyLine(std::size_t prefixSize) {
   const std::size_t begin = m_text.size();
-  appendPrefix(prefixSize);
+  m_text.append(m_prefix, 0, prefixSize);
   m_lines.push_back({begin, m_text.size(), true});
 }
 
@@ -82,15 +80,16 @@ void TextLines::endCell() {
 
 void TextLines::openBlock(std::string_view marker, std::string_view prefix) {
   endLine();
-  const std::size_t end = prefixSize() + prefix.size();
-  if (end > kLongestPrefix) return;
-  m_blocks.push_back({std::string(marker), std::string(prefix), marker != prefix, end});
+  if (m_prefix.size() + prefix.size() > kLongestPrefix) return;
+  m_prefix += prefix;
+  m_blocks.push_back({std::string(marker), marker != prefix, m_prefix.size()});
 }
 
 void TextLines::closeBlocks(std::size_t remaining) {
   if (remaining >= m_blocks.size()) return;
   endLine();
   m_blocks.resize(remaining);
+  m_prefix.resize(m_blocks.empty() ? 0 : m_blocks.back().end);
   m_commonPrefix = std::min(m_commonPrefix, prefixSize());
 }
 
@@ -115,12 +114,7 @@ void TextLines::replaceFrom(std::size_t first, const std::vector<std::string>& l
       continue;
     }
     const std::size_t begin = m_text.size();
-    if (isMarkerDue)
-      m_text += marker;
-    else
-      appendPrefix(common);
-    isMarkerDue = false;
-    m_text += line;
+    m_text.append(std::exchange(isMarkerDue, false) ? marker : m_prefix).append(line);
     m_lines.push_back({begin, m_text.size(), false});
   }
 }

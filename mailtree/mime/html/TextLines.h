@@ -41,7 +41,7 @@ class TextLines {
 
   /// @name Finished lines, for tables @{
   std::size_t size() const noexcept { return m_lines.size(); }
-  std::size_t prefixSize() const noexcept { return m_blocks.empty() ? 0 : m_blocks.back().end; }
+  std::size_t prefixSize() const noexcept { return m_prefix.size(); }
   bool isOpen() const noexcept { return m_isOpen; }
   /// A line without the first bytes of its prefix; empty for an empty line.
   std::string_view line(std::size_t index, std::size_t prefixSize) const noexcept;
@@ -57,18 +57,18 @@ class TextLines {
     bool isEmpty = false;            ///< Only a prefix.
   };
   struct Block {
-    std::string marker, prefix;
+    std::string marker;
     bool isMarkerDue = true;
-    std::size_t end = 0;  ///< Of the prefix, all outer ones included.
+    std::size_t end = 0;  ///< Of its prefix, in m_prefix.
   };
 
   void beginLine();
   void appendEmptyLine(std::size_t prefixSize);
-  void appendPrefix(std::size_t prefixSize);
 
   std::string m_text;
   std::vector<Line> m_lines;
   std::vector<Block> m_blocks;
+  std::string m_prefix;
   std::string m_dueSpace;
   std::size_t m_commonPrefix = 0;  ///< Of the last line and all since.
   bool m_isOpen = false;
