@@ -3,12 +3,11 @@
 #include <CLI/CLI.hpp>
 #include <filesystem>
 
-#include "mailtree/message/tree_changes.h"
+#include "mailtree/message/files.h"
+#include "mailtree/message/media_types.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/files.h"
-#include "cli/writing/media_types.h"
-#include "mailtree/base/Utf.h"
 
 namespace mailtree::cli {
 namespace {
@@ -43,34 +42,6 @@ Exit readAttachment(const std::string& argument, AttachedFile& file) {
   return Exit::fine;
 }
 
-/// The library can make a multipart/mixed too, but would leave the old Content-Disposition on it.
-void ensureMixed(Email2& email, LogBase& log) {
-  labelUntypedBody(email, log);
-  if (!moveIntoMixed(email, log) && email.getNumParts() == 0 && !email.isMultipart())
-    enclose(email, "multipart/mixed", log);
-}
-
-/// The code page to label a text file with; 0 when it is unknown.
-int codePageOf(const DataBuffer& bytes) {
-  return !bytes.is7bit(0) && isValidUtf8(bytes.view()) ? kCpUtf8 : 0;
-}
-
-bool attachMessage(Email2& email, AttachedFile& file, LogBase& log) {
-  DataBuffer mime;
-  if (file.bytes.containsBareCRLF()) {
-    StringBuffer lines(file.bytes.view());
-    if (!lines.toCRLF() || !mime.append(lines)) return false;
-  } else {
-    mime.takeData(file.bytes);
-  }
-  const bool is7bit = mime.is7bit(0);
-  if (!email.attachMessage(mime, log)) return false;
-  Email2& part = *email.getPart(email.getNumParts() - 1);
-  if (!is7bit) part.setContentEncodingNonRecursive("8bit", log);
-  if (!file.name.empty()) part.setContentDispositionUtf8("attachment", file.name.c_str(), log);
-  return true;
-}
-
 }  // namespace
 
 int AttachOptions::countOfStandardInput() const {
@@ -101,11 +72,9 @@ Exit readAttachedFiles(const AttachOptions& options, std::vector<AttachedFile>& 
 }
 
 bool attach(Email2& email, AttachedFile& file, LogBase& log) {
-  ensureMixed(email, log);
-  if (file.isMessage) return attachMessage(email, file, log);
-  StringBuffer unused;
-  return email.addDataAttachmentUtf8(file.name.c_str(), file.type.empty() ? nullptr : file.type.c_str(),
-                                     codePageOf(file.bytes), file.bytes, unused, log);
+  return file.isMessage ? attachMessageTo(email, file.name, file.bytes, log)
+                        : attachFileTo(email, file.name, file.type, codePageToLabel(file.bytes.view()),
+                                       file.bytes, log);
 }
 
 }  // namespace mailtree::cli

@@ -4,12 +4,11 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "mailtree/message/tree_changes.h"
+#include "mailtree/message/files.h"
+#include "mailtree/message/media_types.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/files.h"
-#include "cli/writing/media_types.h"
-#include "mailtree/base/Utf.h"
 #include "mailtree/mime/LineLengths.h"
 #include "mailtree/mime/html/CidReferences.h"
 
@@ -74,29 +73,17 @@ Exit checkDistinct(const std::vector<InlineFile>& files) {
   return Exit::fine;
 }
 
-/// Sends a text file unchanged as base64, with charset=utf-8 only if it is valid non-ASCII utf-8.
-void keepBytes(Email2& item, LogBase& log) {
-  if (!beginsWithNoCase(item.m_contentType.m_type, "text/")) return;
-  item.setContentEncodingNonRecursive("base64", log);
-  _svCharset charset;
-  if (!item.m_body.is7bit(0) && isValidUtf8(item.m_body.view())) charset.setByCodePage(kCpUtf8);
-  StringBuffer value;
-  item.m_contentType.buildMimeHeaderValue(value, charset, /*withFlowed=*/false, /*withName=*/true, log);
-  item.m_header.replaceMimeFieldUtf8_a("Content-Type", value.getString(), /*asGiven=*/true,
-                                       /*ordinary=*/false, log);
-}
-
 EmailPtr createItem(_svEmailCommon& common, const InlineFile& file, LogBase& log) {
   const char* const name = file.name.c_str();
-  EmailPtr item(file.byLocation
-                    ? Email2::createRelatedFromDataNoCid(common, name, file.bytes, log)
-                    : Email2::createRelatedFromDataUtf8(common, name, file.type.c_str(), file.bytes, log));
+  EmailPtr item = file.byLocation
+                      ? EmailPtr(Email2::createRelatedFromDataNoCid(common, name, file.bytes, log))
+                      : newInlineItem(common, file.name, file.type, file.bytes, log);
   if (!item) return item;
   // By location, the library sets a type only for extensions it knows.
   if (item->m_contentType.m_type.isEmpty())
     item->setContentTypeUtf8(file.type.c_str(), name, nullptr, nullptr, 0, nullptr, nullptr, nullptr, log);
   if (!file.contentId.empty()) item->setContentId(("<" + file.contentId + ">").c_str(), log);
-  keepBytes(*item, log);
+  if (file.byLocation) keepBytesOf(*item, log);
   return item;
 }
 
@@ -122,14 +109,6 @@ bool updateReferences(Email2& html, const std::vector<InlineFile>& files,
     if (!contains(body, cidUrlPart(target.contentId)))
       reportError("warning: the HTML does not refer to cid:" + target.name);
   return true;
-}
-
-/// The multipart/related around the HTML, or a new one.
-Email2* relatedEnclosure(Email2& email, Email2& html, LogBase& log) {
-  Email2* const related = email.findMultipartEnclosure(static_cast<int>(EnclosureKind::related), 0);
-  if (related && holds(*related, html)) return related;
-  if (&html == &email) return enclose(email, "multipart/related", log) ? &email : nullptr;
-  return encloseBelow(email, html, EmailPtr(Email2::createEmptyMultipartRelated(*email.m_common, log)));
 }
 
 }  // namespace
@@ -164,7 +143,7 @@ bool putInlineFiles(Email2& email, const std::vector<InlineFile>& files, LogBase
     if (!items.back()) return false;
   }
   if (!html || !updateReferences(*html, files, items)) return false;
-  Email2* const enclosure = relatedEnclosure(email, *html, log);
+  Email2* const enclosure = relatedAround(email, *html, log);
   if (!enclosure) return false;
   for (EmailPtr& item : items) enclosure->addRelatedContent(item.release(), log);
   return true;

@@ -10,6 +10,7 @@ class FlagSet {
  public:
   constexpr void add(Flag flag) noexcept { m_bits |= static_cast<Bits>(flag); }
   constexpr void add(FlagSet other) noexcept { m_bits |= other.m_bits; }
+  constexpr void remove(Flag flag) noexcept { m_bits &= ~static_cast<Bits>(flag); }
   constexpr bool has(Flag flag) const noexcept { return m_bits & static_cast<Bits>(flag); }
   constexpr bool isEmpty() const noexcept { return m_bits == 0; }
   constexpr void clear() noexcept { m_bits = 0; }

@@ -1,8 +1,11 @@
 #include "mailtree/message/tree_changes.h"
 
 #include <algorithm>
+#include <unordered_map>
 #include <utility>
 
+#include "mailtree/base/Platform.h"
+#include "mailtree/email/internal.h"
 #include "mailtree/message/outline.h"
 
 namespace mailtree {
@@ -39,20 +42,47 @@ Place placeOf(Email2& root, const Email2& wanted) {
   return place;
 }
 
-bool hasChildAmong(const Email2& node, const std::unordered_set<const SorvikObject*>& nodes) {
+bool hasChildAmong(const Email2& node, const NodeSet& nodes) {
   for (int i = 0; i < node.getNumParts(); ++i)
     if (nodes.contains(node.getPartConst(i))) return true;
   return false;
 }
 
-/// Rebuilds the list of children; linear, however many are removed.
-void removeChildren(Email2& parent, const std::unordered_set<const SorvikObject*>& removed) {
+/// Rebuilds the list of children, each by what `change` makes of it, or without it if that is nothing;
+/// linear, however many are removed.
+template <class Change>
+void changeChildren(Email2& parent, Change&& change) {
   std::vector<EmailPtr> kept;
   while (parent.getNumParts() > 0) {
-    EmailPtr child(parent.extractSubpartByIndex(parent.getNumParts() - 1));
-    if (!removed.contains(child.get())) kept.push_back(std::move(child));
+    EmailPtr child = change(EmailPtr(parent.extractSubpartByIndex(parent.getNumParts() - 1)));
+    if (child) kept.push_back(std::move(child));
   }
   for (; !kept.empty(); kept.pop_back()) parent.insertSubPartAtIndex(kept.back().release(), -1);
+}
+
+/// Every node, parents before their children.
+std::vector<Email2*> nodesOf(Email2& root) {
+  std::vector<Email2*> nodes;
+  walk(root, [&nodes](Email2& node) { nodes.push_back(&node); });
+  return nodes;
+}
+
+bool isFile(const Email2& part) {
+  const std::string_view type = part.m_contentType.m_type;
+  const bool isContent = type.empty() || beginsWithNoCase(type, "text/") || part.isMultipart();
+  return !isContent || equalsNoCase(part.m_disposition, "attachment");
+}
+
+bool isReplacedByOnlyChild(const Email2& node) {
+  if (node.getNumParts() != 1) return false;
+  if (node.isMultipartAlternative() || node.isMultipartRelated()) return true;
+  return node.isMultipartMixed() && !isFile(*node.getPart(0));
+}
+
+EmailPtr tidied(EmailPtr enclosure) {
+  if (enclosure->getNumParts() == 0) return {};
+  return isReplacedByOnlyChild(*enclosure) ? EmailPtr(enclosure->extractSubpartByIndex(0))
+                                           : std::move(enclosure);
 }
 
 }  // namespace
@@ -129,10 +159,82 @@ bool holds(Email2& root, const Email2& node) {
   return found;
 }
 
-void removeNodes(Email2& root, const std::unordered_set<const SorvikObject*>& removed) {
+void removeNodes(Email2& root, const NodeSet& removed) {
   walk(root, [&](Email2& node) {
-    if (hasChildAmong(node, removed)) removeChildren(node, removed);
+    if (!hasChildAmong(node, removed)) return;
+    changeChildren(
+        node, [&](EmailPtr child) { return removed.contains(child.get()) ? EmailPtr() : std::move(child); });
   });
+}
+
+std::vector<EmailPtr> extractNodes(Email2& root, const std::vector<Email2*>& nodes) {
+  std::unordered_map<const SorvikObject*, std::size_t> positions;
+  NodeSet wanted;
+  for (std::size_t i = 0; i < nodes.size(); ++i) {
+    positions.emplace(nodes[i], i);
+    wanted.insert(nodes[i]);
+  }
+  std::vector<EmailPtr> extracted(nodes.size());
+  walk(root, [&](Email2& node) {
+    if (!hasChildAmong(node, wanted)) return;
+    changeChildren(node, [&](EmailPtr child) {
+      const auto found = positions.find(child.get());
+      if (found == positions.end()) return child;
+      extracted[found->second] = std::move(child);
+      return EmailPtr();
+    });
+  });
+  return extracted;
+}
+
+void setEnclosureType(Email2& node, const char* multipartType, LogBase& log) {
+  StringBuffer boundary;
+  Psdk::generateBoundary(boundary, log);
+  node.setContentTypeUtf8(multipartType, nullptr, nullptr, nullptr, 0, boundary.getString(), nullptr, nullptr,
+                          log);
+}
+
+void forgetReceivedBytes(Email2& part) { part.m_received.reset(); }
+
+EmailPtr newEnclosure(_svEmailCommon& common, const char* multipartType, LogBase& log) {
+  EmailPtr enclosure(Email2::createNewObject0(common));
+  if (enclosure) setEnclosureType(*enclosure, multipartType, log);
+  return enclosure;
+}
+
+void absorbOnlyChild(Email2& node) {
+  const EmailPtr child(node.extractSubpartByIndex(0));
+  if (!child) return;
+  node.m_header.takeFieldsBeginningWith("Content-", child->m_header);
+  node.swapContentType(*child);
+  node.swapChildren(*child);
+  node.m_body.takeData(child->m_body);
+  node.m_disposition.setString(child->m_disposition);
+  node.m_dispFilename.setString(child->m_dispFilename);
+  node.m_transferEncoding.setString(child->m_transferEncoding);
+  node.m_contentId.setString(child->m_contentId);
+  node.m_attachCodePage = child->m_attachCodePage;
+  node.m_repairs = child->m_repairs;
+  node.m_received.reset();
+}
+
+void tidyEnclosures(Email2& root, NodeSet changed, LogBase& log) {
+  // Backwards, children come before their parents.
+  std::vector<Email2*> nodes = nodesOf(root);
+  for (; !nodes.empty(); nodes.pop_back()) {
+    Email2& node = *nodes.back();
+    if (!hasChildAmong(node, changed)) continue;
+    const int before = node.getNumParts();
+    changeChildren(node, [&](EmailPtr child) {
+      return changed.contains(child.get()) ? tidied(std::move(child)) : std::move(child);
+    });
+    if (node.getNumParts() != before) changed.insert(&node);
+  }
+  if (!changed.contains(&root)) return;
+  if (isReplacedByOnlyChild(root)) return absorbOnlyChild(root);
+  if (root.getNumParts() > 0 || !root.isMultipart()) return;
+  root.setContentTypeUtf8("text/plain", nullptr, nullptr, nullptr, 0, nullptr, nullptr, nullptr, log);
+  root.m_body.clear();
 }
 
 }  // namespace mailtree

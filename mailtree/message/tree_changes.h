@@ -2,6 +2,7 @@
 #pragma once
 
 #include <unordered_set>
+#include <vector>
 
 #include "mailtree/email/tree_walk.h"
 
@@ -59,7 +60,28 @@ bool replaceBelow(Email2& root, Email2& old, EmailPtr part);
 /// Whether a node is the root or below it.
 bool holds(Email2& root, const Email2& node);
 
+using NodeSet = std::unordered_set<const SorvikObject*>;
+
 /// Destroys these nodes, which never include the root.
-void removeNodes(Email2& root, const std::unordered_set<const SorvikObject*>& removed);
+void removeNodes(Email2& root, const NodeSet& removed);
+
+/// Takes these nodes, which never include the root and of which none holds another, out of the tree.
+/// Linear in the tree, however many there are.
+std::vector<EmailPtr> extractNodes(Email2& root, const std::vector<Email2*>& nodes);
+
+/// Makes a node an enclosure of this type with a new boundary; its parts stay.
+void setEnclosureType(Email2& node, const char* multipartType, LogBase& log);
+/// Lets signed content be written anew.
+void forgetReceivedBytes(Email2& part);
+
+/// A new empty enclosure of this type with a boundary of its own; null when memory ran out.
+EmailPtr newEnclosure(_svEmailCommon& common, const char* multipartType, LogBase& log);
+
+/// Makes the content of the only child that of the node itself, which keeps the fields of a message.
+void absorbOnlyChild(Email2& node);
+
+/// After parts were taken out of these enclosures: removes the empty ones, and replaces those left with one
+/// part by it. A multipart/mixed with one file stays, so that the file is still one.
+void tidyEnclosures(Email2& root, NodeSet changed, LogBase& log);
 
 }  // namespace mailtree

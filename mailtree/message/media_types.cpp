@@ -1,8 +1,8 @@
-#include "cli/writing/media_types.h"
+#include "mailtree/message/media_types.h"
 
 #include <algorithm>
 
-namespace mailtree::cli {
+namespace mailtree {
 
 bool isToken(std::string_view text) {
   return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
@@ -24,4 +24,4 @@ std::string typeByName(const std::string& name) {
   return type.extractString();
 }
 
-}  // namespace mailtree::cli
+}  // namespace mailtree

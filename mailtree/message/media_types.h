@@ -1,4 +1,4 @@
-// cli/writing/media_types.h - media types that a user typed, or that a file name suggests.
+// message/media_types.h - media types to be set, or that a file name suggests.
 #pragma once
 
 #include <string>
@@ -6,7 +6,7 @@
 
 #include "mailtree/email/Email2.h"
 
-namespace mailtree::cli {
+namespace mailtree {
 
 /// A token (RFC 2045, 5.1).
 bool isToken(std::string_view text);
@@ -15,4 +15,4 @@ bool isMediaType(std::string_view text);
 /// The media type for a file name's extension, ignoring case; empty when unknown.
 std::string typeByName(const std::string& name);
 
-}  // namespace mailtree::cli
+}  // namespace mailtree

@@ -1,0 +1,27 @@
+// message/content.h - what all changes of the content begin and end with.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "mailtree/message/internal.h"
+#include "mailtree/message/tree_changes.h"
+
+namespace mailtree {
+
+/// Before a change of the content: refuses encrypted content, gives up the signature of the whole message.
+Result<void> beginContent(MessageState& state);
+/// After it: a message with content has a MIME-Version, or its Content- fields do not count (RFC 2045, 4).
+void endContent(MessageState& state);
+
+/// Gives up the signatures over these rows, which are about to change: the content takes the place of the
+/// multipart/signed. Numbers the parts anew when there were any.
+void dropSignaturesOver(MessageState& state, const std::vector<int>& rows);
+
+/// Text to be set: valid utf-8 without NUL; badValue for any other.
+Result<void> checkText(std::string_view text, std::string_view where);
+/// With CRLF as line breaks.
+std::string withCrlf(std::string_view text);
+
+}  // namespace mailtree
