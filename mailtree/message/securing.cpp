@@ -7,12 +7,12 @@
 #include <unordered_set>
 
 #include "mailtree/base/Log.h"
-#include "mailtree/base/Platform.h"
 #include "mailtree/crypto/Cades.h"
 #include "mailtree/crypto/Pkcs7Builder.h"
 #include "mailtree/message/decryption.h"
 #include "mailtree/message/internal.h"
 #include "mailtree/message/internal_fields.h"
+#include "mailtree/message/output.h"
 #include "mailtree/message/times.h"
 #include "mailtree/message/tree_changes.h"
 #include "mailtree/mime/LineLengths.h"
@@ -122,17 +122,12 @@ Error failure(const LogMemory& log, std::string what) {
   return {ErrorCode::cryptography, std::move(what), {}};
 }
 
-/// Writes a tree whole; its bytes stay empty when that failed.
+/// Writes a tree whole; its bytes are empty when that failed.
 DataBuffer bytesOf(Email2& root) {
   StringBuffer text;
-  ProgressContext progress(nullptr);
-  LogNull log;
   DataBuffer bytes;
-  const std::uint64_t before = abandonedOperations();
-  const bool isWritten = root.assembleMimeBody2(text, /*sink=*/nullptr, /*dotStuff=*/false, kOmittedPrefix,
-                                                progress, log, /*depth=*/0, /*qpFor8bit=*/false,
-                                                /*isTop=*/true);
-  if (!isWritten || abandonedOperations() != before || !bytes.append(text)) bytes.clear();
+  LogNull log;
+  if (!assembleTree(root, {}, /*sink=*/nullptr, text, log) || !bytes.append(text)) bytes.clear();
   return bytes;
 }
 
@@ -324,7 +319,9 @@ Result<void> Message::encrypt(const Keys& keys, const EncryptOptions& options) {
       /*bySubjectKeyId=*/false, nameOr(options.fileName, "smime.p7m").c_str(), certs, log));
   if (!sealed) return failure(log, "could not be encrypted");
   sealed->clearEncryptCerts();
-  return sealAs(*m_state, std::move(sealed), keys);
+  Result<void> done = sealAs(*m_state, std::move(sealed), keys);
+  if (done) m_state->answersEncrypted = false;
+  return done;
 }
 
 Result<void> Message::decrypt(const Keys& keys) {
@@ -341,10 +338,10 @@ Result<void> Message::decrypt(const Keys& keys) {
   if (!opened) return std::move(opened).error();
   MessageState& fresh = MessageState::of(*opened);
   fresh.answersEncrypted = m_state->answersEncrypted;
-  // Hidden recipients are in no field of what is written.
-  ExtPtrArray& hidden = fresh.root().m_bccAddrs;
-  if (hidden.getSize() == 0 && !m_state->root().m_bccAddrs.transferPtrs(hidden)) return noMemory();
-  m_state = std::move(opened->m_state);
+  // Hidden recipients may be in no field of what was written.
+  if (const std::vector<Address> hidden = bcc(); opened->bcc().empty() && !hidden.empty())
+    if (Result<void> kept = opened->setBcc(hidden); !kept) return kept;
+  *m_state = std::move(fresh);
   return {};
 }
 
