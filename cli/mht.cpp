@@ -49,7 +49,7 @@ class Archive {
     const Outline outline = outlineOf(m_mail);
     const std::string text = outline.plainText < 0 ? std::string() : textOf(outline.row(outline.plainText));
     return StringBuffer("<!DOCTYPE html>\r\n<html><head><title>" +
-                        escapeHtml(fieldOf(m_mail, "Subject").value_or("")) +
+                        escapeHtml(decodedField(m_mail, "Subject").value_or("")) +
                         "</title></head><body><pre style=\"white-space: pre-wrap\">" + escapeHtml(text) +
                         "</pre></body></html>\r\n");
   }
@@ -124,14 +124,14 @@ class Archive {
   }
 
   static std::string idOf(const Email2& part) {
-    std::string id = fieldOf(part, "Content-ID").value_or("");
+    std::string id = decodedField(part, "Content-ID").value_or("");
     std::erase_if(id, [](char c) { return c == '<' || c == '>' || isSpaceAscii(c); });
     return id;
   }
 
   /// A URL may be folded anywhere (RFC 2557, 4.4).
   static std::string locationOf(const Email2& part) {
-    std::string location = fieldOf(part, "Content-Location").value_or("");
+    std::string location = decodedField(part, "Content-Location").value_or("");
     std::erase_if(location, [](char c) { return c == '\t' || c == '\r' || c == '\n'; });
     return std::string(trim(location));
   }

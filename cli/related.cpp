@@ -24,7 +24,7 @@ std::string orDash(std::string_view text) { return text.empty() ? "-" : cellOrQu
 /// The HTML's reference to an item: its Content-ID, else its Content-Location.
 std::string referenceOf(const Email2& item) {
   const std::string_view id = trim(item.m_contentId.view());
-  return orDash(id.empty() ? fieldOf(item, "Content-Location").value_or("") : id);
+  return orDash(id.empty() ? decodedField(item, "Content-Location").value_or("") : id);
 }
 
 void writeTable(const Outline& outline, const std::vector<int>& items) {

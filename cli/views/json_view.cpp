@@ -13,7 +13,7 @@ namespace mailtree::cli {
 namespace {
 
 Json fieldOrNull(const Email2& root, const char* name) {
-  const std::optional<std::string> value = fieldOf(root, name);
+  const std::optional<std::string> value = decodedField(root, name);
   return value ? Json(*value) : Json();
 }
 
@@ -146,7 +146,7 @@ std::string attachmentsJsonOf(const std::string& file, const Message& message, c
 std::string relatedJsonOf(const std::string& file, const Message& message, const Outline& outline,
                           const std::vector<int>& items) {
   const std::string list = listOf(outline, items, [](const PartRow& row, ObjectText& entry) {
-    const std::optional<std::string> location = fieldOf(*row.node, "Content-Location");
+    const std::optional<std::string> location = decodedField(*row.node, "Content-Location");
     entry.addSerialized("content_location", textOf(location ? Json(*location) : Json()));
   });
   return listObjectOf(file, "related", list, message.limits());

@@ -70,7 +70,7 @@ void writeSummary(std::ostream& out, const Email2& root, const Style& style) {
   writeField(out, style, "To", displayList(root, "To"));
   writeField(out, style, "Cc", displayList(root, "Cc"));
   writeField(out, style, "Date", localDate(root));
-  writeField(out, style, "Subject", fieldOf(root, "Subject").value_or(std::string()));
+  writeField(out, style, "Subject", decodedField(root, "Subject").value_or(std::string()));
 }
 
 void writeAllFields(std::ostream& out, const Email2& root, const Style& style) {

@@ -267,7 +267,7 @@ std::string displayForm(const _svEmailAddress& address) {
   return text.extractString();
 }
 
-std::optional<std::string> fieldOf(const Email2& root, const char* name) {
+std::optional<std::string> decodedField(const Email2& root, const char* name) {
   StringBuffer value;
   LogNull log;
   if (!root.getHeaderFieldUtf8(name, value, log)) return std::nullopt;

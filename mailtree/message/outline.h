@@ -84,6 +84,6 @@ std::optional<_svEmailAddress> senderIn(const MimeHeader& header);
 std::string displayForm(const _svEmailAddress& address);
 
 /// A decoded header field; nothing when it is missing.
-std::optional<std::string> fieldOf(const Email2& root, const char* name);
+std::optional<std::string> decodedField(const Email2& root, const char* name);
 
 }  // namespace mailtree

@@ -3,6 +3,7 @@
 #include <functional>
 
 #include "mailtree/mailtree.h"
+#include "mailtree/message/internal.h"
 #include "tests/support/identities.h"
 
 namespace mailtree {
@@ -68,7 +69,7 @@ TEST(SecureMessage, keeps_a_signature_until_the_content_changes) {
   ASSERT_TRUE(mail.addHeader("X-Seen", "yes"));
   EXPECT_EQ(signedPart(*mail.toString()), signedPart(*sender.toString()));
   EXPECT_THAT(*mail.toString(), HasSubstr("X-Seen: yes"));
-  ASSERT_TRUE(mail.setText("No."));
+  ASSERT_TRUE(MessageState::of(mail).beginContentChange());
   EXPECT_FALSE(mail.security().isSigned());
   EXPECT_THAT(*mail.toString(), Not(HasSubstr("multipart/signed")));
 }
@@ -81,7 +82,7 @@ TEST(SecureMessage, is_encrypted_for_its_readers_and_nobody_else) {
   ASSERT_TRUE(mail.sign(alice));
   ASSERT_TRUE(mail.encrypt(alice, {.alsoFor = {"dave@example.com"}}));
   EXPECT_EQ(mail.text(), text);
-  EXPECT_EQ(mail.setText("No.").error().code, ErrorCode::encrypted);
+  EXPECT_EQ(MessageState::of(mail).beginContentChange().error().code, ErrorCode::encrypted);
   EXPECT_EQ(mail.decrypt(alice).error().code, ErrorCode::encrypted);
   const std::string written = *mail.toString();
   EXPECT_THAT(written, HasSubstr("enveloped-data"));
