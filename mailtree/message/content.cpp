@@ -413,6 +413,18 @@ void dropSignaturesOver(MessageState& state, const std::vector<int>& rows) {
   state.changed();
 }
 
+bool rewriteText(Email2& root, Email2& leaf, DataBuffer& text) {
+  LogNull log;
+  StringBuffer sameType;
+  const bool isFlowed = leaf.m_contentType.m_formatFlowed;
+  root.chooseCharsetIfNecessary(text, log);
+  if (!Email2::replaceEmailBody(&leaf, text, /*isText=*/true, root.emailCodePage(), sameType, log))
+    return false;
+  leaf.m_contentType.m_formatFlowed = isFlowed;
+  leaf.refreshContentTypeHeader(log);
+  return true;
+}
+
 Result<void> checkText(std::string_view text, std::string_view where) {
   const char* const problem = !isValidUtf8(text)                          ? "the text is not valid utf-8"
                               : contains(text, std::string_view("\0", 1)) ? "the text contains a NUL byte"

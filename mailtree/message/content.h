@@ -19,6 +19,9 @@ void endContent(MessageState& state);
 /// multipart/signed. Numbers the parts anew when there were any.
 void dropSignaturesOver(MessageState& state, const std::vector<int>& rows);
 
+/// Replaces the text of a part, moved from `text`, and keeps its type and whether its lines flow.
+bool rewriteText(Email2& root, Email2& leaf, DataBuffer& text);
+
 /// Text to be set: valid utf-8 without NUL; badValue for any other.
 Result<void> checkText(std::string_view text, std::string_view where);
 /// With CRLF as line breaks.

@@ -1,6 +1,7 @@
 #include "mailtree/mime/header/Replacements.h"
 
 #include <algorithm>
+#include <array>
 #include <tuple>
 
 #include "mailtree/base/Ascii.h"
@@ -173,13 +174,52 @@ bool Replacements::mayOccurIn(std::string_view unfoldedValue) const noexcept {
   });
 }
 
+const Replacements::Pair* Replacements::longestAt(std::string_view text) const noexcept {
+  const Pair* longest = nullptr;
+  for (const Pair& pair : m_pairs)
+    if (text.starts_with(pair.key) && (!longest || pair.key.size() > longest->key.size())) longest = &pair;
+  return longest;
+}
+
+bool Replacements::replaceAtOnce(std::string_view text, bool onOneLine, std::string& out) const {
+  std::array<bool, 256> begins{};
+  for (const Pair& pair : m_pairs) begins[static_cast<unsigned char>(pair.key.front())] = true;
+  const int before = m_count;
+  std::size_t done = 0;
+  for (std::size_t at = 0; at < text.size();) {
+    const Pair* const pair =
+        begins[static_cast<unsigned char>(text[at])] ? longestAt(text.substr(at)) : nullptr;
+    if (!pair) {
+      ++at;
+      continue;
+    }
+    out.append(text.substr(done, at - done)).append(onOneLine ? pair->line() : pair->value);
+    done = at += pair->key.size();
+    ++m_count;
+  }
+  out.append(text.substr(done));
+  return m_count != before;
+}
+
 bool Replacements::replaceIn(DataBuffer& text) const {
+  if (isAtOnce()) {
+    std::string changed;
+    if (!replaceAtOnce(text.view(), /*onOneLine=*/false, changed)) return false;
+    text.clear();
+    return text.append(std::string_view(changed));
+  }
   bool isChanged = false;
   for (const Pair& pair : m_pairs) isChanged |= text.replaceAllOccurances(pair.key, pair.value) > 0;
   return isChanged;
 }
 
 bool Replacements::replaceInLine(StringBuffer& text) const {
+  if (isAtOnce()) {
+    std::string changed;
+    if (!replaceAtOnce(text.view(), /*onOneLine=*/true, changed)) return false;
+    text.text().swap(changed);
+    return true;
+  }
   bool isChanged = false;
   for (const Pair& pair : m_pairs) {
     StringBuffer changed;
@@ -192,8 +232,10 @@ bool Replacements::replaceInLine(StringBuffer& text) const {
 
 std::optional<std::string> replacedHeaderValue(std::string_view fieldName, std::string_view unfolded,
                                                const Replacements& replacements) {
-  if (!replacements.mayOccurIn(unfolded)) return std::nullopt;
-  switch (grammarOf(fieldName)) {
+  const FieldGrammar grammar = grammarOf(fieldName);
+  const bool hasText = grammar == FieldGrammar::unstructured || grammar == FieldGrammar::addresses;
+  if ((replacements.isAtOnce() && !hasText) || !replacements.mayOccurIn(unfolded)) return std::nullopt;
+  switch (grammar) {
     case FieldGrammar::addresses: return replacedAddresses(fieldName, unfolded, replacements);
     case FieldGrammar::parameters: return replacedParameters(unfolded, replacements);
     case FieldGrammar::identifiers: return replaced(unfolded, replacements);

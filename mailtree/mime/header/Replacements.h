@@ -19,10 +19,21 @@ class StringBuffer;
 
 class Replacements {
  public:
+  /// How several keys work together.
+  enum class Order {
+    oneByOne,  ///< Key by key: a later key also replaces in the values of earlier ones.
+    atOnce     ///< In one pass, where the longest key is taken; only in free text and addresses of a header.
+  };
+
   Replacements() = default;
+  explicit Replacements(Order order) : m_order(order) {}
   /// From a list of StringPair.
   explicit Replacements(const ExtPtrArray& pairs);
   void add(std::string_view key, std::string_view value);
+
+  bool isAtOnce() const noexcept { return m_order == Order::atOnce; }
+  /// How often a key was replaced at once so far.
+  int count() const noexcept { return m_count; }
 
   bool isEmpty() const noexcept { return m_pairs.empty(); }
   /// Whether any key occurs in the text; when none does, nothing is replaced.
@@ -43,7 +54,13 @@ class Replacements {
 
     std::string_view line() const noexcept { return onOneLine.empty() ? value : std::string_view(onOneLine); }
   };
+  const Pair* longestAt(std::string_view text) const noexcept;
+  /// Replaces all keys in one pass; false, with `out` unusable, when there are none.
+  bool replaceAtOnce(std::string_view text, bool onOneLine, std::string& out) const;
+
   std::vector<Pair> m_pairs;
+  Order m_order = Order::oneByOne;
+  mutable int m_count = 0;
 };
 
 /// Replaces in an unfolded header value as it reads decoded, and returns a final value; nothing when no key
