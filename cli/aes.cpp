@@ -9,7 +9,6 @@
 #include "cli/commands.h"
 #include "cli/message/input.h"
 #include "cli/message/output.h"
-#include "mailtree/message/tree_changes.h"
 #include "cli/secure/passwords.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
@@ -17,6 +16,7 @@
 #include "cli/support/output_file.h"
 #include "mailtree/crypto/SymmetricCipher.h"
 #include "mailtree/crypto/Wipe.h"
+#include "mailtree/message/tree_changes.h"
 #include "mailtree/mime/EncryptedBody.h"
 
 namespace mailtree::cli {

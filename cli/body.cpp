@@ -5,11 +5,11 @@
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
-#include "mailtree/message/outline.h"
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/terminal.h"
+#include "mailtree/message/outline.h"
 #include "mailtree/mime/charset/Charset.h"
 
 namespace mailtree::cli {

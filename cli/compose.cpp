@@ -10,12 +10,12 @@
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/output_file.h"
-#include "mailtree/message/address_rules.h"
 #include "cli/writing/bodies.h"
 #include "cli/writing/calendar.h"
 #include "cli/writing/fields.h"
 #include "cli/writing/files.h"
 #include "cli/writing/related.h"
+#include "mailtree/message/address_rules.h"
 
 namespace mailtree::cli {
 namespace {

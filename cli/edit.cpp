@@ -6,7 +6,6 @@
 #include "cli/commands.h"
 #include "cli/message/input.h"
 #include "cli/message/output.h"
-#include "mailtree/message/tree_changes.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/output_file.h"
@@ -16,6 +15,7 @@
 #include "cli/writing/fields.h"
 #include "cli/writing/files.h"
 #include "cli/writing/related.h"
+#include "mailtree/message/tree_changes.h"
 
 namespace mailtree::cli {
 namespace {

@@ -7,12 +7,12 @@
 #include "cli/merging/mailbox.h"
 #include "cli/merging/template.h"
 #include "cli/message/input.h"
-#include "mailtree/message/tree_changes.h"
 #include "cli/support/arguments.h"
 #include "cli/support/csv.h"
 #include "cli/support/errors.h"
 #include "cli/support/progress.h"
 #include "cli/support/saving.h"
+#include "mailtree/message/tree_changes.h"
 
 namespace mailtree::cli {
 namespace {

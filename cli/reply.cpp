@@ -5,15 +5,15 @@
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
-#include "mailtree/message/outline.h"
 #include "cli/message/output.h"
-#include "mailtree/message/tree_changes.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/output_file.h"
 #include "cli/writing/bodies.h"
 #include "cli/writing/fields.h"
 #include "cli/writing/reply_text.h"
+#include "mailtree/message/outline.h"
+#include "mailtree/message/tree_changes.h"
 
 namespace mailtree::cli {
 namespace {

@@ -5,12 +5,12 @@
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
-#include "mailtree/message/outline.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/json_values.h"
 #include "cli/support/terminal.h"
 #include "cli/support/terminal_table.h"
+#include "mailtree/message/outline.h"
 #include "mailtree/mime/ReportFields.h"
 
 namespace mailtree::cli {

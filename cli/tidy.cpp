@@ -5,10 +5,10 @@
 #include "cli/commands.h"
 #include "cli/message/input.h"
 #include "cli/message/output.h"
-#include "mailtree/message/tree_changes.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/output_file.h"
+#include "mailtree/message/tree_changes.h"
 #include "mailtree/mime/html/HtmlPage.h"
 
 namespace mailtree::cli {

@@ -4,11 +4,11 @@
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
-#include "mailtree/message/internal_fields.h"
-#include "mailtree/message/tree_changes.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/output_file.h"
+#include "mailtree/message/internal_fields.h"
+#include "mailtree/message/tree_changes.h"
 
 namespace mailtree::cli {
 namespace {

@@ -1,4 +1,5 @@
-// The floor below Message: loads a message as a tree of nodes and prints sender, subject, text and attachments.
+// The floor below Message: loads a message as a tree of nodes and prints sender, subject, text and
+// attachments.
 #include <iostream>
 
 #include "mailtree/email/Email2.h"

@@ -2,11 +2,11 @@
 
 #include <CLI/CLI.hpp>
 
-#include "mailtree/message/tree_changes.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/files.h"
 #include "mailtree/base/Utf.h"
+#include "mailtree/message/tree_changes.h"
 
 namespace mailtree::cli {
 namespace {

@@ -4,9 +4,9 @@
 #include <numeric>
 #include <unordered_set>
 
+#include "cli/support/errors.h"
 #include "mailtree/message/outline.h"
 #include "mailtree/message/tree_changes.h"
-#include "cli/support/errors.h"
 
 namespace mailtree::cli {
 namespace {

@@ -3,11 +3,11 @@
 #include <CLI/CLI.hpp>
 #include <filesystem>
 
-#include "mailtree/message/files.h"
-#include "mailtree/message/media_types.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/files.h"
+#include "mailtree/message/files.h"
+#include "mailtree/message/media_types.h"
 
 namespace mailtree::cli {
 namespace {
@@ -72,9 +72,9 @@ Exit readAttachedFiles(const AttachOptions& options, std::vector<AttachedFile>& 
 }
 
 bool attach(Email2& email, AttachedFile& file, LogBase& log) {
-  return file.isMessage ? attachMessageTo(email, file.name, file.bytes, log)
-                        : attachFileTo(email, file.name, file.type, codePageToLabel(file.bytes.view()),
-                                       file.bytes, log);
+  return file.isMessage
+             ? attachMessageTo(email, file.name, file.bytes, log)
+             : attachFileTo(email, file.name, file.type, codePageToLabel(file.bytes.view()), file.bytes, log);
 }
 
 }  // namespace mailtree::cli

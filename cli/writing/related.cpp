@@ -4,11 +4,11 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "mailtree/message/files.h"
-#include "mailtree/message/media_types.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/files.h"
+#include "mailtree/message/files.h"
+#include "mailtree/message/media_types.h"
 #include "mailtree/mime/LineLengths.h"
 #include "mailtree/mime/html/CidReferences.h"
 

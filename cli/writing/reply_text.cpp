@@ -2,10 +2,10 @@
 
 #include <string_view>
 
+#include "mailtree/email/transform/reply_header.h"
 #include "mailtree/message/outline.h"
 #include "mailtree/message/tree_changes.h"
 #include "mailtree/mime/html/HtmlEscape.h"
-#include "mailtree/email/transform/reply_header.h"
 
 namespace mailtree::cli {
 namespace {

@@ -44,13 +44,15 @@ TEST(Content, PutsTextsWhereReadersSeeThem) {
       {"mixed(alternative(plain,html),alternative(plain,html))", "", ""},
       {"digest(rfc822,rfc822)", "mixed(plain,digest(rfc822,rfc822))", ""},
       {"signed(plain,p7s)", "plain", "alternative(plain,html)"},
-      {"mixed(signed(alternative(plain,html),p7s),plain)", "mixed(alternative(plain,html),plain:attachment)", ""},
+      {"mixed(signed(alternative(plain,html),p7s),plain)", "mixed(alternative(plain,html),plain:attachment)",
+       ""},
   };
   for (const Row& row : rows) {
     Message text = messageOf(row.before), html = messageOf(row.before);
     ASSERT_TRUE(text.setText("New\nlines")) << row.before;
     ASSERT_TRUE(html.setHtml("<p>New</p>")) << row.before;
-    std::printf("%s\n   text %s\n   html %s\n", row.before, printTree(reread(text).email2()).c_str(), printTree(reread(html).email2()).c_str());
+    std::printf("%s\n   text %s\n   html %s\n", row.before, printTree(reread(text).email2()).c_str(),
+                printTree(reread(html).email2()).c_str());
     EXPECT_EQ(reread(text).text(), "New\nlines\n") << row.before;
     EXPECT_EQ(text.text(), "New\nlines\n") << row.before;
     EXPECT_NE(html.html().find("<p>New</p>"), std::string::npos) << row.before;
