@@ -45,7 +45,7 @@ class [[nodiscard]] Result {
   template <class U = Stored>
   requires(!std::is_void_v<T> && std::is_constructible_v<Stored, U> &&
            !std::is_same_v<std::remove_cvref_t<U>, Result> && !std::is_same_v<std::remove_cvref_t<U>, Error>)
-      Result(U&& value)
+      Result(U&& value)  // NOLINT(bugprone-forwarding-reference-overload): copies are excluded above
       : m_stored(std::in_place_index<0>, std::forward<U>(value)) {}            // NOLINT(*-explicit-*)
   Result(Error error) : m_stored(std::in_place_index<1>, std::move(error)) {}  // NOLINT(*-explicit-*)
 

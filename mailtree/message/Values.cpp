@@ -28,6 +28,7 @@ std::vector<Address> Address::parseList(std::string_view text) {
   ExtPtrArray entries;
   _svEmailAddress::parseAndLoadList(text, entries);
   std::vector<Address> list;
+  list.reserve(static_cast<std::size_t>(entries.getSize()));
   for (int i = 0; i < entries.getSize(); ++i) list.push_back(addressOf(*entries.at<_svEmailAddress>(i)));
   return list;
 }
