@@ -152,6 +152,7 @@ Part Message::root() const { return MessageState::partOf(*m_state, 0); }
 std::vector<Part> Message::parts() const {
   std::vector<Part> parts;
   const int count = static_cast<int>(m_state->outline().rows.size());
+  parts.reserve(m_state->outline().rows.size());
   for (int row = 0; row < count; ++row) parts.push_back(MessageState::partOf(*m_state, row));
   return parts;
 }

@@ -93,7 +93,7 @@ void readFrom(const MimeHeader& header, Security& security) {
 
 // ---- the verdict ------------------------------------------------------------------------------------------
 
-std::string withProblem(std::string text, const std::string& problem) {
+std::string withProblem(const std::string& text, const std::string& problem) {
   return problem.empty() ? text : text + ": " + problem;
 }
 
