@@ -48,6 +48,7 @@ TEST(Keys, a_key_joins_its_certificate) {
 TEST(Keys, trust_comes_from_files_and_from_the_host_when_asked) {
   const auto hostTrust = [](Keys& keys, const std::string& file) {
     setenv("SSL_CERT_FILE", file.c_str(), /*overwrite=*/1);
+    unsetenv("SSL_CERT_DIR");
     const Result<void> added = keys.addSystemTrust();
     unsetenv("SSL_CERT_FILE");
     return added;

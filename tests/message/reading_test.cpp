@@ -6,7 +6,8 @@ namespace mailtree {
 namespace {
 
 constexpr const char* kNested =
-    "From: Anna\nTo: undisclosed-recipients:;, Jo <jo@b.example>\nMessage-ID: <a@b>\nIn-Reply-To: your <x@y> "
+    "From: Anna Berg\nTo: undisclosed-recipients:;, Jo <jo@b.example>\nMessage-ID: <a@b>\nIn-Reply-To: your "
+    "<x@y> "
     "of now\n"
     "References: (c <no@id>) <r1@\n b> <r2@b>\nList-ID: \"A <b>\" <list.example>\nSubject: one\nSubject: "
     "two\n"
@@ -16,7 +17,7 @@ constexpr const char* kNested =
 
 TEST(Reading, GivesTheHeaderAsValues) {
   const Result<Message> mail = Message::parse(kNested);
-  EXPECT_EQ(mail->from(), (Address{"Anna", ""}));
+  EXPECT_EQ(mail->from(), (Address{"Anna Berg", ""}));
   EXPECT_EQ(mail->to().back(), (Address{"Jo", "jo@b.example"}));
   EXPECT_EQ(mail->messageId() + " " + mail->inReplyTo() + " " + mail->listId(), "a@b x@y list.example");
   EXPECT_EQ(mail->references(), (std::vector<std::string>{"r1@b", "r2@b"}));
