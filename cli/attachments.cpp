@@ -11,6 +11,7 @@
 #include "cli/support/terminal.h"
 #include "cli/support/terminal_table.h"
 #include "cli/views/json_view.h"
+#include "mailtree/message/displayed.h"
 
 namespace mailtree::cli {
 namespace {
@@ -29,36 +30,39 @@ std::vector<Column> columnsOf(bool verbose) {
   return columns;
 }
 
+/// The file name; of an attached message the one it is extracted under.
+std::string nameOf(const PartRow& row) {
+  const std::string name = row.isMessage() ? givenFileName(row) : row.filename;
+  return name.empty() ? "-" : cellOrQuoted(name);
+}
+
 std::vector<std::string> cellsOf(const PartRow& row, std::size_t number, int id, bool verbose) {
-  std::vector<std::string> cells = {std::to_string(number), std::to_string(id),
-                                    row.filename.empty() ? "-" : cellOrQuoted(row.filename),
+  std::vector<std::string> cells = {std::to_string(number), std::to_string(id), nameOf(row),
                                     wordOrQuoted(row.contentType), humanSize(row.node->m_body.getSize())};
   if (verbose) cells.push_back(printable(row.reason));
   return cells;
 }
 
-void writeTable(const Outline& outline, bool verbose) {
+void writeTable(const Outline& outline, const std::vector<int>& files, bool verbose) {
   Table table(columnsOf(verbose));
-  for (std::size_t number = 0; number < outline.attachments.size(); ++number) {
-    const int id = outline.attachments[number];
-    table.add(cellsOf(outline.row(id), number, id, verbose));
-  }
+  for (std::size_t number = 0; number < files.size(); ++number)
+    table.add(cellsOf(outline.row(files[number]), number, files[number], verbose));
   table.write(std::cout);
 }
 
 Exit attachments(const AttachmentsOptions& options) {
   Keys keys;
   if (const Exit failed = readKeys(options.keys, keys); failed != Exit::fine) return failed;
-  std::optional<Message> message = loadMessage(options.file, keys.store);
+  std::optional<mailtree::Message> message = openMessage(options.file, keys.all);
   if (!message) return Exit::unreadable;
-  const Outline outline = outlineOf(*message->root);
-  const bool none = outline.attachments.empty();
+  const LimitSet limits = limitsIn(*message);
+  const Outline outline = outlineOf(message->email2());
+  const std::vector<int> files = displayedIn(outline).attachments;
   if (options.json)
-    std::cout << attachmentsJsonOf(options.file, *message, outline) << '\n';
-  else if (!none)
-    writeTable(outline, options.verbose);
-  const Exit result =
-      worse(none ? Exit::negative : Exit::fine, reportLimits(options.file, message->limits()));
+    std::cout << attachmentsJsonOf(options.file, outline, files, limits) << '\n';
+  else if (!files.empty())
+    writeTable(outline, files, options.verbose);
+  const Exit result = worse(files.empty() ? Exit::negative : Exit::fine, reportLimits(options.file, limits));
   return worse(result, finishStandardOutput());
 }
 
@@ -74,7 +78,7 @@ void addAttachments(CLI::App& app, Action& action) {
   addReadingKeyOptions(*verb, options->keys);
   verb->footer(
       "\"#\" is the number for extract --attachment, \"Part\" the number in show and for extract --part.\n"
-      "Attached messages do not count as attachments; see mailtree messages.\n\n"
+      "Everything that is not part of the text is listed, attached messages and unnamed pictures too.\n\n"
       "Example:\n  mailtree attachments samples/attachments.eml\n"
       "  mailtree attachments --json mail.eml | jq '.attachments[].filename'");
   verb->callback([options, &action] { action = [options] { return attachments(*options); }; });

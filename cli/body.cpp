@@ -1,5 +1,6 @@
-// cli/body.cpp - mailtree body: prints the plain-text or HTML body of a message in any charset.
+// cli/body.cpp - mailtree body: prints what a reader sees of a message, as text or HTML, in any charset.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 #include <memory>
 
@@ -9,7 +10,7 @@
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/terminal.h"
-#include "mailtree/message/outline.h"
+#include "mailtree/message/displayed_text.h"
 #include "mailtree/mime/charset/Charset.h"
 
 namespace mailtree::cli {
@@ -26,10 +27,23 @@ struct BodyOptions {
   const char* wanted() const { return text ? "no plain-text body" : html ? "no HTML body" : "no body"; }
 };
 
-/// The row of the requested body; -1 when there is none.
-int bodyRow(const Outline& outline, const BodyOptions& options) {
-  if (options.html || (outline.plainText < 0 && !options.text)) return outline.html;
-  return outline.plainText;
+/// What a reader sees, as text unless HTML is wanted; nothing when there is no such body.
+std::optional<std::string> bodyOf(Email2& root, const BodyOptions& options) {
+  const Outline outline = outlineOf(root);
+  const Displayed display = displayedIn(outline);
+  const auto shows = [&outline](const std::vector<int>& rows, auto&& isWanted) {
+    return std::ranges::any_of(rows, [&](int id) { return isWanted(outline.row(id)); });
+  };
+  LoadBudget& budget = root.m_common->m_budget;
+  if (options.html) {
+    if (!shows(display.htmlBody, isHtml)) return std::nullopt;
+    return displayedHtml(outline, display, &budget);
+  }
+  const auto isText = [&options](const PartRow& row) {
+    return row.isMessage() || (isReadAsText(row) && !(options.text && isHtml(row)));
+  };
+  if (!shows(display.textBody, isText)) return std::nullopt;
+  return displayedText(outline, display, &budget);
 }
 
 /// Reports characters that the charset does not have.
@@ -46,19 +60,16 @@ std::string inCharset(const BodyOptions& options, std::string text) {
 Exit body(const BodyOptions& options) {
   Keys keys;
   if (const Exit failed = readKeys(options.keys, keys); failed != Exit::fine) return failed;
-  std::optional<Message> message = loadMessage(options.file, keys.store);
+  std::optional<mailtree::Message> message = openMessage(options.file, keys.all);
   if (!message) return Exit::unreadable;
-  const Exit result = reportLimits(options.file, message->limits());
-  const Outline outline = outlineOf(*message->root);
-  const int id = bodyRow(outline, options);
-  if (id < 0) {
+  const Exit result = reportLimits(options.file, limitsIn(*message));
+  std::optional<std::string> text = bodyOf(message->email2(), options);
+  if (!text) {
     reportError(options.file, options.wanted());
     return worse(result, Exit::negative);
   }
-  // Not every body is stored as text: untyped bodies and inline text with a file name are stored as bytes.
-  std::string text = textOf(outline.row(id));
-  if (standardOutputIsTerminal()) text = printableLines(text);
-  std::cout << inCharset(options, std::move(text));
+  if (standardOutputIsTerminal()) text = printableLines(*text);
+  std::cout << inCharset(options, *std::move(text));
   return worse(result, finishStandardOutput());
 }
 
@@ -71,11 +82,11 @@ std::string checkCharset(const std::string& name) {
 void addBody(CLI::App& app, Action& action) {
   auto options = std::make_shared<BodyOptions>();
   CLI::App* verb = app.add_subcommand("body",
-                                      "Print the body: plain text, else HTML; unchanged except for malformed "
-                                      "bytes, but made safe on a terminal");
+                                      "Print the text that a reader sees: every plain text, and HTML as text "
+                                      "where there is no other; made safe on a terminal");
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
-  CLI::Option* text = verb->add_flag("--text", options->text, "Only plain text; status 1 when there is none");
-  verb->add_flag("--html", options->html, "Only HTML; status 1 when there is none")->excludes(text);
+  CLI::Option* text = verb->add_flag("--text", options->text, "Only when there is plain text; else status 1");
+  verb->add_flag("--html", options->html, "HTML as it is; status 1 when there is none")->excludes(text);
   addText(*verb, "--charset", options->charset,
           "Convert to this charset instead of utf-8; \"?\" replaces missing characters")
       ->check(checkCharset);

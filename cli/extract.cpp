@@ -12,7 +12,7 @@
 #include "cli/support/errors.h"
 #include "cli/support/file_names.h"
 #include "cli/support/saving.h"
-#include "mailtree/message/outline.h"
+#include "mailtree/message/displayed.h"
 #include "mailtree/mime/header/ContentTypeTable.h"
 
 namespace mailtree::cli {
@@ -40,15 +40,16 @@ std::vector<int> leavesOf(const Outline& outline) {
 }
 
 /// Empty when there is no such part, or when it is a multipart, which has no content of its own.
-std::vector<int> selectedParts(const Outline& outline, const ExtractOptions& options) {
+std::vector<int> selectedParts(const Outline& outline, const Displayed& display,
+                               const ExtractOptions& options) {
   if (options.all) return leavesOf(outline);
   if (options.part) {
     if (*options.part >= outline.rows.size() || !outline.rows[*options.part].isLeaf()) return {};
     return {static_cast<int>(*options.part)};
   }
-  if (!options.attachment) return outline.attachments;
-  if (*options.attachment >= outline.attachments.size()) return {};
-  return {outline.attachments[*options.attachment]};
+  if (!options.attachment) return display.attachments;
+  if (*options.attachment >= display.attachments.size()) return {};
+  return {display.attachments[*options.attachment]};
 }
 
 std::string missingPartProblem(const ExtractOptions& options) {
@@ -72,9 +73,9 @@ std::string_view contentOf(const PartRow& row, std::string& scratch) {
 }
 
 /// Decrypted content is readable only by its owner.
-Readers readersOf(const Message& message) {
-  const bool isDecrypted = std::ranges::any_of(message.common->m_secureLayers, [](const SecureLayer& layer) {
-    return layer.isEncrypted() && layer.opened;
+Readers readersOf(const mailtree::Message& message) {
+  const bool isDecrypted = std::ranges::any_of(message.security().layers, [](const SecurityLayer& layer) {
+    return layer.isEncrypted() && layer.isOpened;
   });
   return isDecrypted ? Readers::owner : Readers::usual;
 }
@@ -102,16 +103,16 @@ Exit writeToFolder(const Outline& outline, const std::vector<int>& ids, const Ex
 Exit extract(const ExtractOptions& options) {
   Keys keys;
   if (const Exit failed = readKeys(options.keys, keys); failed != Exit::fine) return failed;
-  std::optional<Message> message = loadMessage(options.file, keys.store);
+  std::optional<mailtree::Message> message = openMessage(options.file, keys.all);
   if (!message) return Exit::unreadable;
-  const Exit result = reportLimits(options.file, message->limits());
-  const Outline outline = outlineOf(*message->root);
-  const std::vector<int> ids = selectedParts(outline, options);
+  const Exit result = reportLimits(options.file, limitsIn(*message));
+  const Readers readers = readersOf(*message);
+  const Outline outline = outlineOf(message->email2());
+  const std::vector<int> ids = selectedParts(outline, displayedIn(outline), options);
   if (ids.empty()) {
     reportError(options.file, missingPartProblem(options));
     return worse(result, Exit::negative);
   }
-  const Readers readers = readersOf(*message);
   if (options.output.empty()) return worse(result, writeToFolder(outline, ids, options, readers));
   std::string scratch;
   const std::string_view content = contentOf(outline.row(ids.front()), scratch);

@@ -131,15 +131,15 @@ Exit write(const MessagesOptions& options, InnerMessages& messages) {
 }
 
 Exit messages(const MessagesOptions& options) {
-  std::optional<Message> message = loadMessage(options.file);
+  std::optional<mailtree::Message> message = openMessage(options.file);
   if (!message) return Exit::unreadable;
-  InnerMessages inner(*message->root, options.wanted);
+  LimitSet limits = limitsIn(*message);
+  InnerMessages inner(message->email2(), options.wanted);
   Exit result = Exit::fine;
   if (!options.isListing())
     result = write(options, inner);
-  else if (!(options.json ? writeJson(options, inner, message->limits()) : writeTable(inner)))
+  else if (!(options.json ? writeJson(options, inner, limits) : writeTable(inner)))
     result = Exit::negative;
-  LimitSet limits = message->limits();
   limits.add(inner.limits());
   result = worse(result, reportLimits(options.file, limits));
   return worse(result, finishStandardOutput());

@@ -10,8 +10,6 @@
 #include "cli/support/json_values.h"
 #include "cli/support/terminal.h"
 #include "cli/support/terminal_table.h"
-#include "mailtree/message/outline.h"
-#include "mailtree/mime/ReportFields.h"
 
 namespace mailtree::cli {
 namespace {
@@ -19,14 +17,6 @@ namespace {
 struct ReportOptions {
   std::string file;
   bool json = false;
-};
-
-/// A report read from its message.
-struct Report {
-  ReportKind kind;
-  ReportFields fields;
-  std::string original;  ///< The reported message or its header; empty when missing.
-  std::string text;      ///< The human-readable part.
 };
 
 constexpr std::string_view nameOf(ReportKind kind) noexcept {
@@ -38,45 +28,7 @@ constexpr std::string_view nameOf(ReportKind kind) noexcept {
   return "feedback-report";
 }
 
-constexpr std::string_view kOriginalTypes[] = {"message/rfc822", "text/rfc822-headers", "message/global",
-                                               "message/global-headers"};
-
-bool isOriginal(std::string_view type) noexcept {
-  for (const std::string_view wanted : kOriginalTypes)
-    if (equalsNoCase(type, wanted)) return true;
-  return false;
-}
-
-/// Reads the first part that is a report; the reported message follows it.
-std::optional<Report> reportIn(Message& message) {
-  const Outline outline = outlineOf(*message.root);
-  std::optional<Report> report;
-  for (const PartRow& row : outline.rows) {
-    const std::optional<ReportKind> kind = reportKindOf(row.contentType);
-    if (!report && kind)
-      report = Report{*kind, readReportFields(*kind, row.node->m_body.view()), {}, {}};
-    else if (report && report->original.empty() && isOriginal(row.contentType))
-      report->original = row.node->m_body.view();
-  }
-  const int text = outline.plainText >= 0 ? outline.plainText : outline.html;
-  if (report && text >= 0) report->text = textOf(outline.row(text));
-  return report;
-}
-
-/// Identifies the reported message.
-struct Original {
-  std::string id, subject;
-};
-
-Original originalOf(const Report& report) {
-  MimeHeader header;
-  header.loadFromEntity(report.original);
-  Original original{header.decodedValue(header.findField("Message-ID")),
-                    header.decodedValue(header.findField("Subject"))};
-  const std::string* const named = findReportField(report.fields.message, "Original-Message-ID");
-  if (original.id.empty() && named) original.id = *named;
-  return original;
-}
+std::string inBrackets(const std::string& id) { return id.empty() ? id : "<" + id + ">"; }
 
 Json fieldsJson(const std::vector<ReportField>& fields) {
   Json list = Json::array();
@@ -99,11 +51,11 @@ Json recipientsJson(const std::vector<ReportRecipient>& recipients) {
 void writeJson(const std::string& file, const std::optional<Report>& report, LimitSet limits) {
   Json json = {{"schema", kSchema}, {"file", file}, {"report", Json()}};
   if (report) {
-    const Original original = originalOf(*report);
     json["report"] = nameOf(report->kind);
-    json["original"] = {{"message_id", textOrNull(original.id)}, {"subject", textOrNull(original.subject)}};
-    json["fields"] = fieldsJson(report->fields.message);
-    json["recipients"] = recipientsJson(report->fields.recipients);
+    json["original"] = {{"message_id", textOrNull(inBrackets(report->messageId))},
+                        {"subject", textOrNull(report->subject)}};
+    json["fields"] = fieldsJson(report->fields);
+    json["recipients"] = recipientsJson(report->recipients);
     json["text"] = textOrNull(report->text);
   }
   json["limits"] = limitsOf(limits);
@@ -115,20 +67,20 @@ void writeMessageLine(std::string_view line) {
 }
 
 void writeFields(const Report& report) {
-  const Original original = originalOf(report);
   std::cout << "Report: " << nameOf(report.kind) << '\n';
-  const std::string about = original.subject + (original.subject.empty() ? "" : " ") + original.id;
+  const std::string about =
+      report.subject + (report.subject.empty() ? "" : " ") + inBrackets(report.messageId);
   if (!about.empty()) writeLine("About:  ", about);
-  for (const ReportField& field : report.fields.message) writeMessageLine(field.name + ": " + field.value);
+  for (const ReportField& field : report.fields) writeMessageLine(field.name + ": " + field.value);
 }
 
 std::string cell(std::string_view text) { return text.empty() ? "-" : singleSpaced(text); }
 
 void writeText(const Report& report) {
   writeFields(report);
-  if (!report.fields.recipients.empty()) {
+  if (!report.recipients.empty()) {
     Table table({{"Recipient"}, {"Action"}, {"Status"}, {"Diagnostic"}});
-    for (const ReportRecipient& row : report.fields.recipients)
+    for (const ReportRecipient& row : report.recipients)
       table.add({cell(row.address), cell(row.action), cell(row.status), cell(row.diagnostic)});
     std::cout << '\n';
     table.write(std::cout);
@@ -143,17 +95,17 @@ void writeText(const Report& report) {
 }
 
 Exit report(const ReportOptions& options) {
-  std::optional<Message> message = loadMessage(options.file);
+  const std::optional<mailtree::Message> message = openMessage(options.file);
   if (!message) return Exit::unreadable;
-  const std::optional<Report> found = reportIn(*message);
+  const LimitSet limits = limitsIn(*message);
+  const std::optional<Report> found = message->report();
   if (options.json)
-    writeJson(options.file, found, message->limits());
+    writeJson(options.file, found, limits);
   else if (found)
     writeText(*found);
   else
     reportError(options.file, "not a report");
-  const Exit result =
-      worse(found ? Exit::fine : Exit::negative, reportLimits(options.file, message->limits()));
+  const Exit result = worse(found ? Exit::fine : Exit::negative, reportLimits(options.file, limits));
   return worse(result, finishStandardOutput());
 }
 

@@ -1,7 +1,4 @@
-// cli/support/file_names.h - safe file names, derived from those in a message.
-//
-// The author of a message cannot choose a folder, hide a file, disguise its type or overwrite
-// an existing one.
+// cli/support/file_names.h - file names that are not in use.
 #pragma once
 
 #include <filesystem>
@@ -10,14 +7,9 @@
 #include <unordered_map>
 #include <unordered_set>
 
-namespace mailtree::cli {
+#include "mailtree/base/FileNames.h"
 
-/// Returns a name that is safe on any system, at most 200 bytes of utf-8: the base name only ("/" and "\"
-/// both separate), without leading or trailing dots and blanks, never a device name. Control and format
-/// characters, malformed bytes, a leading "-" and characters forbidden on other systems become "_". A long
-/// name is cut before its extension.
-/// @param otherwise  the name used when nothing is left.
-std::string safeFileName(std::string_view fromMail, std::string_view otherwise);
+namespace mailtree::cli {
 
 /// Picks file names that are unique within one folder.
 class UniqueFileNames {

@@ -136,11 +136,11 @@ std::string jsonOf(const std::string& file, mailtree::Message& message, const Js
   return lineOf(joined(textOf(head), "tree", treeOf(outline), textOf(tail)));
 }
 
-std::string attachmentsJsonOf(const std::string& file, const Message& message, const Outline& outline) {
-  const std::string list = listOf(outline, outline.attachments, [](const PartRow& row, ObjectText& entry) {
-    entry.addOrNull("reason", row.reason);
-  });
-  return listObjectOf(file, "attachments", list, message.limits());
+std::string attachmentsJsonOf(const std::string& file, const Outline& outline, const std::vector<int>& files,
+                              LimitSet limits) {
+  const std::string list = listOf(
+      outline, files, [](const PartRow& row, ObjectText& entry) { entry.addOrNull("reason", row.reason); });
+  return listObjectOf(file, "attachments", list, limits);
 }
 
 std::string relatedJsonOf(const std::string& file, const Message& message, const Outline& outline,

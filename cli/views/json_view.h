@@ -16,8 +16,10 @@ struct JsonOptions {
 /// One JSON object on one line, without a line break: utf-8, with control characters escaped.
 std::string jsonOf(const std::string& file, mailtree::Message& message, const JsonOptions& options);
 
-/// The attachments in the same form, each with its number and the reason it counts as one.
-std::string attachmentsJsonOf(const std::string& file, const Message& message, const Outline& outline);
+/// The attachments in the same form, each with its number and the reason it counts as one, if there is any
+/// beyond that it is not part of the text.
+std::string attachmentsJsonOf(const std::string& file, const Outline& outline, const std::vector<int>& files,
+                              LimitSet limits);
 
 /// The related items in the same form, each with its number and its Content-Location.
 std::string relatedJsonOf(const std::string& file, const Message& message, const Outline& outline,

@@ -8,6 +8,7 @@
 #include "cli/views/layers.h"
 #include "cli/views/security_badges.h"
 #include "mailtree/base/Utf.h"
+#include "mailtree/message/displayed_text.h"
 #include "mailtree/secure/displayed_fields.h"
 
 namespace mailtree::cli {
@@ -136,11 +137,24 @@ void addBadge(std::string& line, const Style& style, Ink ink, const std::string&
   if (!text.empty()) line += "  " + style.paint(ink, "[" + text + "]");
 }
 
-std::string badgesOf(const PartRow& row, const TextOptions& options) {
+/// What a part is for a reader.
+struct Role {
+  bool isBody = false, isFile = false;
+};
+
+std::vector<Role> rolesOf(const Outline& outline, const Displayed& display) {
+  std::vector<Role> roles(outline.rows.size());
+  for (const auto* const shown : {&display.textBody, &display.htmlBody})
+    for (const int id : *shown) roles[static_cast<std::size_t>(id)].isBody = isReadAsText(outline.row(id));
+  for (const int id : display.attachments) roles[static_cast<std::size_t>(id)].isFile = true;
+  return roles;
+}
+
+std::string badgesOf(const PartRow& row, Role role, const TextOptions& options) {
   std::string line;
   const Style& style = options.style;
-  if (row.isBody) addBadge(line, style, Ink::body, "body");
-  if (row.isAttachment)
+  if (role.isBody) addBadge(line, style, Ink::body, "body");
+  if (role.isFile)
     addBadge(line, style, Ink::attachment,
              options.verbose && !row.reason.empty() ? "attachment: " + row.reason : "attachment");
   if (row.node->m_disposition.equalsIgnoreCase("inline")) addBadge(line, style, Ink::faint, "inline");
@@ -169,9 +183,9 @@ std::string securityOf(const std::vector<LayerSummary>& badges, const Style& sty
   return line;
 }
 
-std::string allBadgesOf(const PartRow& row, const std::vector<LayerSummary>& layers,
+std::string allBadgesOf(const PartRow& row, Role role, const std::vector<LayerSummary>& layers,
                         const TextOptions& options) {
-  return badgesOf(row, options) + securityOf(layers, options.style);
+  return badgesOf(row, role, options) + securityOf(layers, options.style);
 }
 
 /// The file name in quotes, shortened in the middle when it does not fit.
@@ -187,8 +201,9 @@ std::string nameOf(const PartRow& row, std::size_t room) {
   return "  " + std::string(fitMaxWidth(whole, std::max(room, kFewest + taken) - taken)) + extension;
 }
 
-void writeTree(std::ostream& out, const Outline& outline, const Security& security,
+void writeTree(std::ostream& out, const Outline& outline, const Displayed& display, const Security& security,
                const TextOptions& options) {
+  const std::vector<Role> roles = rolesOf(outline, display);
   const auto layers = securityBadgesOf(outline, security);
   const Style& style = options.style;
   Branches branches(style.lines ? kLines : kAscii);
@@ -196,13 +211,14 @@ void writeTree(std::ostream& out, const Outline& outline, const Security& securi
     const PartRow& row = outline.rows[id];
     const std::string branch = branches.of(row) + std::to_string(id);
     const std::string type = wordOrQuoted(row.contentType), details = detailsOf(row);
-    const std::size_t taken = displayWidth(branch) + displayWidth(type) + displayWidth(details) +
-                              displayWidth(allBadgesOf(row, layers[id], {{}, false, options.verbose}));
+    const std::size_t taken =
+        displayWidth(branch) + displayWidth(type) + displayWidth(details) +
+        displayWidth(allBadgesOf(row, roles[id], layers[id], {{}, false, options.verbose}));
     constexpr std::size_t kBlanks = 3;  // after the number, before the name
     const std::size_t room =
         style.columns == 0 ? std::string::npos : style.columns - std::min(taken + kBlanks, style.columns);
     out << style.paint(Ink::faint, branch) << ' ' << style.paint(Ink::type, type) << details
-        << nameOf(row, room) << allBadgesOf(row, layers[id], options) << '\n';
+        << nameOf(row, room) << allBadgesOf(row, roles[id], layers[id], options) << '\n';
   }
 }
 
@@ -234,19 +250,21 @@ void writeText(std::ostream& out, mailtree::Message& message, const TextOptions&
   Email2& root = message.email2();
   const Security& security = message.security();
   const Outline outline = outlineOf(root);
+  const Displayed display = displayedIn(outline);
   if (options.headers)
     writeAllFields(out, root, options.style);
   else
     writeSummary(out, root, options.style);
   writeSecurity(out, security, options);
   out << '\n';
-  writeTree(out, outline, security, options);
-  const int body = outline.plainText >= 0 ? outline.plainText : outline.html;
-  if (body < 0) return;
-  const std::string text = textOf(outline.rows[static_cast<std::size_t>(body)]);
-  if (trim(text).empty()) return;
-  out << '\n';
-  writeFirstLines(out, text, options.style);
+  writeTree(out, outline, display, security, options);
+  const std::string text = displayedText(outline, display, &root.m_common->m_budget);
+  if (!trim(text).empty()) {
+    out << '\n';
+    writeFirstLines(out, text, options.style);
+  }
+  if (display.notShown > 0)
+    out << '\n' << display.notShown << (display.notShown == 1 ? " part" : " parts") << " not shown\n";
 }
 
 }  // namespace mailtree::cli

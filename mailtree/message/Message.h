@@ -179,8 +179,10 @@ class Message {
   std::string text() const;
   /// The HTML; empty when no part has any. Plain texts among it are escaped.
   std::string html() const;
-  std::vector<Part> displayed() const;    ///< The parts that a reader sees in the message, in order.
-  std::vector<Part> attachments() const;  ///< All the other content: the files, attached messages too.
+  std::vector<Part> displayed() const;  ///< The parts that a reader sees in the message, in order.
+  /// The files: all that is neither shown as text nor part of the HTML. Attached messages, and pictures shown
+  /// among texts, are files too.
+  std::vector<Part> attachments() const;
   std::vector<Part> inlineItems() const;  ///< What the HTML shows: pictures, referred to by cid or location.
   /// At most `length` characters of the text on one line, without what is quoted.
   std::string preview(std::size_t length = 256) const;

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "mailtree/base/FileNames.h"
 #include "mailtree/crypto/Digest.h"
 #include "mailtree/message/internal.h"
 #include "mailtree/mime/header/ContentTypeTable.h"
@@ -33,10 +34,8 @@ std::string Part::name() const { return std::string(baseName(MessageState::rowOf
 
 std::string Part::fileName() const {
   const PartRow& row = MessageState::rowOf(*this);
-  std::string name(baseName(givenFileName(row)));
-  if (!name.empty() && name != "." && name != "..") return name;
   const std::string_view extension = extensionOfContentType(row.contentType);
-  return "attachment." + std::string(extension.empty() ? "dat" : extension);
+  return safeFileName(givenFileName(row), "attachment." + std::string(extension.empty() ? "dat" : extension));
 }
 
 std::string Part::disposition() const { return lowerCase(email2().m_disposition); }

@@ -25,8 +25,8 @@ class Part {
 
   std::string type() const;  ///< Media type in lower case; "text/plain" when none is given.
   std::string name() const;  ///< Decoded file name, without folders; empty when none is given.
-  /// A name to save it under, never empty: name(), else the subject of an attached message with ".eml", else
-  /// "attachment" and the usual extension of the type.
+  /// A name to save it under, safe on any system and never empty: name(), else the subject of an attached
+  /// message with ".eml", else "attachment" and the usual extension of the type.
   std::string fileName() const;
   std::string disposition() const;  ///< "inline", "attachment", ... (RFC 2183); empty when none is given.
   std::string contentId() const;    ///< Without angle brackets.
@@ -42,8 +42,8 @@ class Part {
   /// that were sent. Borrowed; empty for a multipart.
   std::string_view bytes() const;
   std::size_t size() const { return bytes().size(); }
-  /// The content of a text as utf-8, with U+FFFD for what cannot be decoded and, for format=flowed, its lines
-  /// joined (RFC 3676). Empty for anything else.
+  /// The content of a text as utf-8, with U+FFFD for what cannot be decoded, LF as line breaks and, for
+  /// format=flowed, its lines joined (RFC 3676). HTML stays HTML. Empty for anything else.
   std::string text() const;
   std::string sha256() const;  ///< Of bytes(), in hexadecimal.
 

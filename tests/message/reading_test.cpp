@@ -41,5 +41,14 @@ TEST(Reading, OpensWhatAMessageCarries) {
   EXPECT_FALSE(mail->report());
 }
 
+TEST(Reading, TellsWhatProgramsReadInDifferentWays) {
+  std::string found;
+  for (const Problem& problem : Message::parse(kNested)->problems())
+    found += problem.part + " " + problem.text + "\n";
+  EXPECT_EQ(found,
+            "1 the field Subject is there 2 times\n"
+            "1 the Content-Type has the parameter boundary 2 times\n");
+}
+
 }  // namespace
 }  // namespace mailtree
