@@ -24,6 +24,8 @@ void addCompose(CLI::App& app, Action& action);
 void addEdit(CLI::App& app, Action& action);
 void addReply(CLI::App& app, Action& action);
 void addForward(CLI::App& app, Action& action);
+void addResend(CLI::App& app, Action& action);
+void addSend(CLI::App& app, Action& action);
 void addMessages(CLI::App& app, Action& action);
 void addReport(CLI::App& app, Action& action);
 void addRelated(CLI::App& app, Action& action);

@@ -84,6 +84,8 @@ int run(int argc, char** argv) {
   addTidy(app, action);
   addReply(app, action);
   addForward(app, action);
+  addResend(app, action);
+  addSend(app, action);
   addMerge(app, action);
   addSign(app, action);
   addEncrypt(app, action);

@@ -1,148 +1,210 @@
-// cli/reply.cpp - mailtree reply and forward: answers or forwards a received message.
+// cli/reply.cpp - mailtree reply, forward and resend: new messages from a received one.
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <memory>
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
 #include "cli/message/output.h"
+#include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/output_file.h"
 #include "cli/writing/bodies.h"
 #include "cli/writing/fields.h"
-#include "cli/writing/reply_text.h"
-#include "mailtree/message/outline.h"
-#include "mailtree/message/tree_changes.h"
 
 namespace mailtree::cli {
 namespace {
 
-struct ReplyOptions {
+struct AnswerOptions {
   std::string file;
   std::optional<std::string> from;
-  std::vector<std::string> to, cc;
+  std::vector<std::string> to, cc, bcc, own;
   BodyOptions bodies;
+  std::string quote = "lines";
+  bool all = false, list = false, attachments = false;
+  bool asAttachment = false;
+  bool keepBcc = false;
+  bool inClear = false;
+  KeyOptions keys;
   std::string output;
 };
 
-using Conversion = void (Email2::*)(LogBase&);
-
 /// Everything from the command line, checked and read.
-struct Reply {
-  std::vector<HeaderField> fields;
-  Bodies bodies;
+struct Answer {
+  Address from;
+  std::vector<Address> to, cc, bcc, own;
+  std::string text;
+  Keys keys;
 };
 
-Exit read(const ReplyOptions& options, Reply& reply) {
-  FieldReader reader(reply.fields);
+constexpr std::pair<const char*, Quote> kQuotes[] = {
+    {"lines", Quote::lines}, {"block", Quote::block}, {"none", Quote::none}};
+
+Quote quoteNamed(std::string_view name) {
+  for (const auto& [known, quote] : kQuotes)
+    if (name == known) return quote;
+  return Quote::lines;
+}
+
+std::vector<Address> addressesIn(const std::vector<std::string>& lists) {
+  std::vector<Address> addresses;
+  for (const std::string& list : lists)
+    for (Address& address : Address::parseList(list)) addresses.push_back(std::move(address));
+  return addresses;
+}
+
+Exit readAddresses(const AnswerOptions& options, Answer& answer) {
+  std::vector<HeaderField> checked;
+  FieldReader reader(checked);
   reader.take("--from", "From", options.from);
   reader.take("--to", "To", options.to);
   reader.take("--cc", "Cc", options.cc);
+  reader.take("--bcc", "Bcc", options.bcc);
+  reader.take("--own", "To", options.own);
   if (reader.result() != Exit::fine) return reader.result();
-  if ((options.file == "-") + options.bodies.countOfStandardInput() > 1)
-    return usageError("-", "standard input can be only one of the files");
-  return readBodies(options.bodies, reply.bodies);
-}
-
-/// Receipt requests of the original sender must not be repeated.
-constexpr const char* kReceiptFields[] = {"Disposition-Notification-To", "Return-Receipt-To"};
-
-/// Fields added in delivery, besides those that a conversion removes: resenders, recipients, and the results
-/// of server checks.
-constexpr const char* kDeliveryFields[] = {
-    "Return-Path",   "Delivered-To", "Envelope-To",        "Envelope-From",          "Apparently-To",
-    "Delivery-Date", "Received-SPF", "Original-Recipient", "Authentication-Results", "DomainKey-Signature"};
-constexpr const char* kDeliveryPrefixes[] = {"Resent-", "ARC-"};
-
-bool hasTextToQuote(Email2& email) {
-  const DataBuffer* const first = email.getEffectiveBodyObject3(email);
-  return std::ranges::any_of(outlineOf(email).rows, [first](const PartRow& row) {
-    return row.isBody || (row.isText() && &row.node->m_body == first && !row.node->isNotAlternativeBody());
-  });
-}
-
-/// Wraps a message without text to quote in a multipart/mixed, so that its content stays complete and visible
-/// beside the text of the reply.
-void wrapUnlessText(Email2& email, LogBase& log) {
-  labelUntypedBody(email, log);
-  moveIntoMixed(email, log);
-  if (email.isMultipart() && !email.isMultipartMixed() && !hasTextToQuote(email))
-    email.convertToMultipartX("multipart/mixed", log);
-}
-
-/// X-Priority is the last field that a conversion sets; without it the conversion stopped early.
-bool isConverted(const Email2& email, LogBase& log) { return email.hasHeaderField("X-Priority", log); }
-
-Exit complete(const ReplyOptions& options, const Reply& reply, const QuotedTexts& quoted, Email2& email) {
-  LogMemory log;
-  for (const char* const name : kReceiptFields) email.removeHeaderField(name);
-  for (const char* const name : kDeliveryFields) email.removeHeaderField(name);
-  for (const char* const prefix : kDeliveryPrefixes) email.m_header.removeHeadersBeginningWith(prefix);
-  if (reply.bodies.plain && !quoted.prependText(*reply.bodies.plain, log)) {
-    reportError(options.file, lastError(log, "the message has no text to put --text before"));
-    return Exit::negative;
-  }
-  addFields(email, reply.fields, log);
+  if (options.from) answer.from = Address::parse(*options.from).value_or(Address());
+  answer.to = addressesIn(options.to);
+  answer.cc = addressesIn(options.cc);
+  answer.bcc = addressesIn(options.bcc);
+  answer.own = addressesIn(options.own);
   return Exit::fine;
 }
 
-Exit convert(const ReplyOptions& options, Conversion conversion) {
-  Reply reply;
-  if (const Exit result = read(options, reply); result != Exit::fine) return result;
-  std::optional<Message> message = loadMessageToWrite(options.file);
-  if (!message) return Exit::unreadable;
-  const Exit limits = reportLimits(options.file, message->limits());
-
-  Email2& email = *message->root;
-  if (isSigned(email))
-    reportError(options.file, "warning: the message is signed, and its signature may no longer verify");
-  LogNull log;
-  wrapUnlessText(email, log);
-  const QuotedTexts quoted(email);
-  (email.*conversion)(log);
-  if (!isConverted(email, log)) {
-    reportError(options.file, "the message has no text to quote");
-    return Exit::negative;
-  }
-  if (const Exit result = complete(options, reply, quoted, email); result != Exit::fine) return result;
-  return worse(limits, writeMessage(email, options.output));
+Exit read(const AnswerOptions& options, Answer& answer) {
+  if (const Exit result = readAddresses(options, answer); result != Exit::fine) return result;
+  if ((options.file == "-") + options.bodies.countOfStandardInput() > 1)
+    return usageError("-", "standard input can be only one of the files");
+  Bodies bodies;
+  if (const Exit result = readBodies(options.bodies, bodies); result != Exit::fine) return result;
+  answer.text = bodies.plain.value_or(std::string());
+  return readKeys(options.keys, answer.keys);
 }
 
-void addVerb(CLI::App& app, Action& action, const char* name, const char* description, const char* footer,
-             Conversion conversion) {
-  auto options = std::make_shared<ReplyOptions>();
-  CLI::App* verb = app.add_subcommand(name, description);
+using Make = Result<mailtree::Message> (*)(const mailtree::Message&, const AnswerOptions&, const Answer&);
+
+Result<mailtree::Message> makeReply(const mailtree::Message& message, const AnswerOptions& options,
+                                    const Answer& answer) {
+  return message.reply({.from = answer.from,
+                        .all = options.all,
+                        .list = options.list,
+                        .own = answer.own,
+                        .text = answer.text,
+                        .quote = quoteNamed(options.quote),
+                        .attachments = options.attachments,
+                        .to = answer.to,
+                        .cc = answer.cc});
+}
+
+Result<mailtree::Message> makeForward(const mailtree::Message& message, const AnswerOptions& options,
+                                      const Answer& answer) {
+  return message.forward({.from = answer.from,
+                          .to = answer.to,
+                          .cc = answer.cc,
+                          .text = answer.text,
+                          .asAttachment = options.asAttachment});
+}
+
+Result<mailtree::Message> makeResent(const mailtree::Message& message, const AnswerOptions&,
+                                     const Answer& answer) {
+  return message.resend({.from = answer.from, .to = answer.to, .cc = answer.cc, .bcc = answer.bcc});
+}
+
+/// What the user can do about an error.
+const char* adviceFor(const Error& error, Make make) {
+  switch (error.code) {
+    case ErrorCode::noRecipient: return "; use --to";
+    case ErrorCode::inClear: return "; use --in-clear to allow that";
+    case ErrorCode::encrypted: return make == makeForward ? "; use --as-attachment" : "; use --quote none";
+    default: return "";
+  }
+}
+
+Exit refuse(const AnswerOptions& options, const Error& error, Make make) {
+  reportError(options.file, error.message + adviceFor(error, make));
+  return Exit::negative;
+}
+
+Exit run(const AnswerOptions& options, Make make) {
+  Answer answer;
+  if (const Exit result = read(options, answer); result != Exit::fine) return result;
+  const std::optional<mailtree::Message> message = openMessage(options.file, answer.keys.all);
+  if (!message) return Exit::unreadable;
+  const Exit limits = reportLimits(options.file, limitsIn(*message));
+  if (!options.from) {
+    reportError(options.file, "the new message has no sender; use --from");
+    return Exit::negative;
+  }
+  const Result<mailtree::Message> made = make(*message, options, answer);
+  if (!made) return refuse(options, made.error(), make);
+  if (made->envelope().recipients.empty())
+    return refuse(options, {ErrorCode::noRecipient, "the new message has no recipient", {}}, make);
+  const Result<void> checked = made->check();
+  if (!checked && !options.inClear) return refuse(options, checked.error(), make);
+  return worse(limits, writeMessage(*made, options.output, {.bcc = options.keepBcc, .inClear = true}));
+}
+
+std::shared_ptr<AnswerOptions> addVerb(CLI::App& app, Action& action, const char* name,
+                                       const char* description, Make make, CLI::App*& verb) {
+  auto options = std::make_shared<AnswerOptions>();
+  verb = app.add_subcommand(name, description);
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   addText(*verb, "--from", options->from, "Sender, such as 'Anna Berg <anna@berg.example>'");
   addRepeated(*verb, "--to", options->to, "Recipient, or a comma-separated list");
   addRepeated(*verb, "--cc", options->cc, "Recipients of copies");
-  addTextOptions(*verb, options->bodies);
   addOutput(*verb, options->output);
-  verb->footer(footer);
-  verb->callback([options, conversion, &action] {
-    action = [options, conversion] { return convert(*options, conversion); };
-  });
+  verb->callback([options, make, &action] { action = [options, make] { return run(*options, make); }; });
+  return options;
+}
+
+void addContentOptions(CLI::App& verb, AnswerOptions& options) {
+  addTextOptions(verb, options.bodies);
+  verb.add_flag("--in-clear", options.inClear, "Allow an answer to encrypted mail to be written unencrypted");
+  addReadingKeyOptions(verb, options.keys);
 }
 
 }  // namespace
 
 void addReply(CLI::App& app, Action& action) {
-  addVerb(app, action, "reply", "Reply to a message, quoting it",
-          "The reply goes to the sender of the message and to --to. HTML, inline images and attachments\n"
-          "are kept. The text goes before the quoted text, in plain text and in HTML.\n"
-          "Example:\n  mailtree reply mail.eml --from jo@see.example --text 'See you there.' -o reply.eml",
-          &Email2::convertToReply);
+  CLI::App* verb = nullptr;
+  const auto options = addVerb(app, action, "reply", "Reply to a message, quoting it", makeReply, verb);
+  verb->add_flag("--all", options->all, "Reply to all recipients, too");
+  verb->add_flag("--list", options->list, "Reply to the mailing list instead of the author");
+  addRepeated(*verb, "--own", options->own, "Another address of your own, which gets no copy");
+  addText(*verb, "--quote", options->quote,
+          "How to quote: lines (default, with > before each), block or none")
+      ->check(CLI::IsMember({"lines", "block", "none"}));
+  verb->add_flag("--attachments", options->attachments, "Take the attachments along");
+  addContentOptions(*verb, *options);
+  verb->footer(
+      "The reply goes to Reply-To, else to the sender; after a message of your own, to its\n"
+      "recipients. The text goes before the quoted text, in plain text and in HTML. Signed and\n"
+      "encrypted messages are opened.\n"
+      "Example:\n  mailtree reply mail.eml --from jo@see.example --text 'See you there.' -o reply.eml\n"
+      "  mailtree reply mail.eml --from jo@see.example --all --own jo@work.example | mailtree send -");
 }
 
 void addForward(CLI::App& app, Action& action) {
-  addVerb(
-      app, action, "forward", "Forward a message, quoting it",
-      "HTML, inline images and attachments are kept. The text goes before the quoted text, in\n"
-      "plain text and in HTML.\n"
+  CLI::App* verb = nullptr;
+  const auto options = addVerb(app, action, "forward", "Forward a message, quoting it", makeForward, verb);
+  verb->add_flag("--as-attachment", options->asAttachment, "Attach the message whole, byte for byte");
+  addContentOptions(*verb, *options);
+  verb->footer(
+      "HTML, inline images and attachments are kept. The text goes before the quoted text, in plain\n"
+      "text and in HTML. Signed and encrypted messages are opened.\n"
       "Example:\n  mailtree forward mail.eml --from jo@see.example --to anna@berg.example --text 'For you.' "
-      "-o new.eml",
-      &Email2::convertToForward);
+      "-o new.eml");
+}
+
+void addResend(CLI::App& app, Action& action) {
+  CLI::App* verb = nullptr;
+  const auto options =
+      addVerb(app, action, "resend", "Send a message again, unchanged, to somebody else", makeResent, verb);
+  addRepeated(*verb, "--bcc", options->bcc, "Hidden recipients, in the envelope but not in the message");
+  verb->add_flag("--keep-bcc", options->keepBcc, "Write hidden recipients into the message too");
+  verb->footer(
+      "Fields before the header (Resent-From, ...) name the sender and the recipients. The message\n"
+      "itself is not changed, and its signature stays valid.\n"
+      "Example:\n  mailtree resend mail.eml --from jo@see.example --to anna@berg.example | mailtree send -");
 }
 
 }  // namespace mailtree::cli

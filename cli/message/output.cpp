@@ -5,7 +5,6 @@
 #include "cli/support/errors.h"
 #include "cli/support/output_file.h"
 #include "cli/support/terminal.h"
-#include "mailtree/message/internal.h"
 #include "mailtree/message/output.h"
 
 namespace mailtree::cli {
@@ -66,11 +65,14 @@ Exit writeMessage(Email2& root, const std::string& path, const WriteForm& form) 
   return Exit::unreadable;
 }
 
-Exit writeMessage(const mailtree::Message& message, const std::string& path, const WriteForm& form) {
-  const Result<Email2*> root = MessageState::of(message).written();
-  if (root) return writeMessage(**root, path, form);
-  reportError(path, root.error().message);
-  return Exit::unreadable;
+Exit writeMessage(const mailtree::Message& message, const std::string& path, const WriteOptions& options) {
+  const Result<std::string> text = message.toString(options);
+  if (!text) {
+    reportError(path.empty() ? "standard output" : path, text.error().message);
+    return Exit::unreadable;
+  }
+  TextFile file(path);
+  return file.write(*text) && file.commit() ? Exit::fine : Exit::unreadable;
 }
 
 }  // namespace mailtree::cli

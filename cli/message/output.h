@@ -18,7 +18,8 @@ struct WriteForm {
 /// Writes a message as MIME, without the fields internal to the library. A file is written whole or not at
 /// all; a terminal gets only harmless characters. unreadable after reporting an error.
 Exit writeMessage(Email2& root, const std::string& path, const WriteForm& form = {});
-Exit writeMessage(const mailtree::Message& message, const std::string& path, const WriteForm& form = {});
+Exit writeMessage(const mailtree::Message& message, const std::string& path,
+                  const WriteOptions& options = {});
 
 /// Appends a message as writeMessage() writes it, but never dot-stuffed. False when it is incomplete.
 bool assembleMessage(Email2& root, StringBuffer& out, LogBase& log, const WriteForm& form = {});

@@ -6,6 +6,7 @@
 #include "mailtree/base/Utf.h"
 #include "mailtree/message/answer_recipients.h"
 #include "mailtree/message/answer_subject.h"
+#include "mailtree/message/files.h"
 #include "mailtree/message/internal.h"
 #include "mailtree/message/quoting.h"
 #include "mailtree/message/received_form.h"
@@ -78,11 +79,6 @@ bool putText(Email2& email, const AnswerText& text) {
 /// A copy with the fields that describe its content.
 EmailPtr copyOf(const Part& part, _svEmailCommon& common) {
   LogNull log;
-  if (part.isMessage()) {  // made anew: it must not be encoded (RFC 2046, 5.2.1)
-    DataBuffer bytes;
-    return bytes.append(part.bytes()) ? EmailPtr(Email2::createRfc822AttachedMessage(common, bytes, log))
-                                      : EmailPtr();
-  }
   Email2& node = *MessageState::rowOf(part).node;
   EmailPtr copy(node.clone_v3_inner(common, /*shareImageData=*/false, log));
   if (!copy) return copy;
@@ -101,18 +97,29 @@ Result<void> addInlineItems(Email2& email, const Message& answered) {
   return {};
 }
 
-Result<void> addFiles(Email2& email, const Message& answered) {
+bool addMessage(Email2& email, std::string_view message, const std::string& name) {
+  LogNull log;
+  DataBuffer bytes;
+  return bytes.append(message) && attachMessageTo(email, name, bytes, log);
+}
+
+bool addFile(Email2& email, const Part& file) {
+  if (file.isMessage()) return addMessage(email, file.bytes(), file.name());  // made anew: it is not encoded
   LogNull log;
   StringBuffer type;
-  for (const Part& file : answered.attachments()) {
-    EmailPtr copy = copyOf(file, *email.m_common);
-    if (!copy) return noMemory();
-    // What is a file by its place only would be shown as a text of the answer.
-    if (!equalsNoCase(copy->m_disposition, "attachment"))
-      copy->setContentDispositionUtf8("attachment", file.fileName().c_str(), log);
-    if (!email.addAttachment(copy.get(), type, log)) return noMemory();
-    std::ignore = copy.release();
-  }
+  EmailPtr copy = copyOf(file, *email.m_common);
+  if (!copy) return false;
+  // What is a file by its place only would be shown as a text of the answer.
+  if (!equalsNoCase(copy->m_disposition, "attachment"))
+    copy->setContentDispositionUtf8("attachment", file.fileName().c_str(), log);
+  if (!email.addAttachment(copy.get(), type, log)) return false;
+  std::ignore = copy.release();
+  return true;
+}
+
+Result<void> addFiles(Email2& email, const Message& answered) {
+  for (const Part& file : answered.attachments())
+    if (!addFile(email, file)) return noMemory();
   return {};
 }
 
@@ -127,10 +134,7 @@ Result<void> quote(Message& answer, const Message& quoted, Quote form, std::stri
 Result<void> attachWhole(Email2& email, const Message& message) {
   const Result<std::string> whole = wholeMessage(message);
   if (!whole) return whole.error();
-  LogNull log;
-  DataBuffer bytes;
-  if (!bytes.append(std::string_view(*whole)) || !email.attachMessage(bytes, log)) return noMemory();
-  return {};
+  return addMessage(email, *whole, {}) ? Result<void>() : noMemory();
 }
 
 void markEncrypted(Message& answer, const Message& quoted) {

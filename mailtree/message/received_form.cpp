@@ -65,22 +65,33 @@ std::string dotStuffed(std::string_view message) {
   return stuffed;
 }
 
+bool beginsWithUnixLine(std::string_view bytes) {
+  const std::size_t end = bytes.find('\n');
+  return end != std::string_view::npos && (end == 0 || bytes[end - 1] != '\r');
+}
+
+/// Hidden recipients may be in a list only, for which a field must be written.
+bool hasBccWithoutField(const Email2& root) {
+  return root.m_bccAddrs.getSize() > 0 && root.m_header.findField("Bcc") < 0;
+}
+
 }  // namespace
 
 std::optional<std::string> receivedForm(const MessageState& state, const WriteOptions& options) {
   const std::string_view bytes = state.receivedBytes();
   if (bytes.empty() || (options.asciiOnly && !isAscii(bytes))) return std::nullopt;
+  if (options.bcc && hasBccWithoutField(state.root())) return std::nullopt;
   // Some servers take a bare CR for a line end.
   if (options.dotStuff && hasBareCr(bytes)) return std::nullopt;
-  const std::string form = hasOnlyUnixLines(bytes) ? withCrlf(bytes) : std::string(bytes);
+  const bool isUnixFile = beginsWithUnixLine(bytes);
+  if (isUnixFile && !hasOnlyUnixLines(bytes)) return std::nullopt;  // not every LF is a line break
+  const std::string form = isUnixFile ? withCrlf(bytes) : std::string(bytes);
   const std::string sent = withFieldsSent(form, options.bcc);
   return options.dotStuff ? dotStuffed(sent) : sent;
 }
 
 Result<std::string> wholeMessage(const Message& message) {
-  const WriteOptions all{.bcc = true, .inClear = true};
-  if (auto received = receivedForm(MessageState::of(message), all)) return *std::move(received);
-  return message.toString(all);
+  return message.toString({.bcc = true, .inClear = true});
 }
 
 }  // namespace mailtree

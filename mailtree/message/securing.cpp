@@ -150,6 +150,7 @@ Result<void> sealAs(MessageState& state, EmailPtr sealed, const Keys& keys) {
   state.layers = std::move(fresh.layers);
   state.innerFields = std::move(fresh.innerFields);
   state.wasTrustGiven = state.wasTrustGiven || keys.hasTrust();
+  state.changed();
   state.sealedBytes.takeData(bytes);
   state.sealed.common = RefPtr<_svEmailCommon>(sealed->m_common);
   state.sealed.hasUnixLines = false;

@@ -1,0 +1,78 @@
+// cli/send.cpp - mailtree send: hands a message to the mail program of the host.
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <memory>
+
+#include "cli/commands.h"
+#include "cli/message/input.h"
+#include "cli/support/arguments.h"
+#include "cli/support/errors.h"
+#include "cli/support/program.h"
+
+namespace mailtree::cli {
+namespace {
+
+struct SendOptions {
+  std::string file;
+  std::optional<std::string> program;
+};
+
+/// Where hosts have a program that takes messages as sendmail does.
+constexpr const char* kPrograms[] = {"/usr/sbin/sendmail", "/usr/lib/sendmail"};
+
+std::optional<std::string> installedProgram() {
+  for (const char* const path : kPrograms)
+    if (::access(path, X_OK) == 0) return path;
+  return std::nullopt;
+}
+
+/// The program ends lines with LF and sends CRLF.
+std::string withUnixLines(std::string text) {
+  std::size_t size = 0;
+  for (std::size_t at = 0; at < text.size(); ++at)
+    if (text[at] != '\r' || at + 1 == text.size() || text[at + 1] != '\n') text[size++] = text[at];
+  text.resize(size);
+  return text;
+}
+
+std::vector<std::string> argumentsFor(const Envelope& envelope) {
+  std::vector<std::string> arguments{"-i", "-f", envelope.sender, "--"};
+  arguments.insert(arguments.end(), envelope.recipients.begin(), envelope.recipients.end());
+  return arguments;
+}
+
+Exit send(const SendOptions& options) {
+  const std::optional<mailtree::Message> message = openMessage(options.file);
+  if (!message) return Exit::unreadable;
+  const auto refuse = [&](const Error& error) {
+    reportError(options.file, error.message);
+    return Exit::negative;
+  };
+  if (const Result<void> checked = message->check(); !checked) return refuse(checked.error());
+  const std::optional<std::string> program = options.program ? options.program : installedProgram();
+  if (!program) {
+    reportError("there is no sendmail program on this host; name one with --via");
+    return Exit::unreadable;
+  }
+  const Result<std::string> text = message->toString();
+  if (!text) return refuse(text.error());
+  return runProgram(*program, argumentsFor(message->envelope()), withUnixLines(*text));
+}
+
+}  // namespace
+
+void addSend(CLI::App& app, Action& action) {
+  auto options = std::make_shared<SendOptions>();
+  CLI::App* verb = app.add_subcommand("send", "Hand a message to the mail program of the host");
+  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
+  addText(*verb, "--via", options->program, "Program to hand it to (default: the host's sendmail)");
+  verb->footer(
+      "The program is run as 'sendmail -i -f SENDER -- RECIPIENT...' and gets the message on standard\n"
+      "input, without Bcc. Sender and recipients are those of the message, or of its latest resending.\n"
+      "Example:\n  mailtree send mail.eml\n  mailtree send mail.eml --via /opt/bin/msmtp");
+  verb->callback([options, &action] { action = [options] { return send(*options); }; });
+}
+
+}  // namespace mailtree::cli
