@@ -34,7 +34,7 @@ struct AesOptions {
   bool isOld = false;
   std::optional<std::string> keyFile;
   PasswordOptions passwords;
-  std::string output;
+  Destination output;
 };
 
 struct ModeRow {
@@ -47,10 +47,6 @@ const ModeRow* modeOf(std::string_view name) {
   const auto* const row =
       std::ranges::find_if(kModes, [name](const ModeRow& mode) { return equalsNoCase(mode.name, name); });
   return row == std::end(kModes) ? nullptr : row;
-}
-
-std::string checkMode(const std::string& name) {
-  return modeOf(name) ? std::string() : "'" + name + "': must be cbc, ctr or gcm";
 }
 
 std::string hexOf(std::string_view bytes) {
@@ -252,14 +248,14 @@ void addDirection(CLI::App& aes, Action& action, const char* name, const char* d
   CLI::App* verb = aes.add_subcommand(name, description);
   addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
   CLI::Option* key =
-      addText(*verb, "--key-file", options->keyFile, "File with the key, in hexadecimal or raw bytes");
+      addText(*verb, "--key-file", options->keyFile, "File with the key, in hexadecimal or raw bytes")
+          ->type_name(kFile);
   addPasswordOptions(*verb, options->passwords);
   verb->get_option("--password-file")->excludes(key);
   verb->get_option("--password-fd")->excludes(key);
-  addText(*verb, "--mode", options->mode, "Cipher mode: gcm (default; detects changes), cbc or ctr")
-      ->check(checkMode);
-  verb->add_option("--bits", options->bits, "Key size: 128, 192 or 256 (default)")
-      ->check(CLI::IsMember({128, 192, 256}));
+  oneOf(addText(*verb, "--mode", options->mode, "Cipher mode (default: gcm, which detects changes)"),
+        {"cbc", "ctr", "gcm"});
+  oneOf(verb->add_option("--bits", options->bits, "Key size (default: 256)"), {"128", "192", "256"});
   if (work == decrypt)
     verb->add_flag(
         "--old", options->isOld,

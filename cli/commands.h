@@ -39,5 +39,7 @@ void addEncrypt(CLI::App& app, Action& action);
 void addDecrypt(CLI::App& app, Action& action);
 void addVerify(CLI::App& app, Action& action);
 void addAes(CLI::App& app, Action& action);
+void addHelp(CLI::App& app, Action& action);
+void addManual(CLI::App& app, Action& action);
 
 }  // namespace mailtree::cli

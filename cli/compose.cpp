@@ -32,7 +32,7 @@ struct ComposeOptions {
   int countOfStandardInput() const {
     return bodies.countOfStandardInput() + calendar.countOfStandardInput() + attached.countOfStandardInput();
   }
-  std::string output;
+  Destination output;
   bool keepBcc = false;
 };
 
@@ -102,7 +102,7 @@ Exit checkOptions(const ComposeOptions& options) {
                       "there is no HTML body to show the file in; add one with --html or --html-file");
   if (!options.envelope) return Exit::fine;
   if (options.envelope->empty()) return usageError("--envelope-out", "the name is empty");
-  return isSameOutput(*options.envelope, options.output)
+  return isSameOutput(*options.envelope, options.output.path)
              ? usageError("--envelope-out", "the message is written to the same file")
              : Exit::fine;
 }
@@ -167,7 +167,7 @@ Exit compose(const ComposeOptions& options) {
 
   // The envelope file is prepared first and committed after the message, so an envelope never exists
   // without its message.
-  TextFile envelope(*options.envelope);
+  TextFile envelope({*options.envelope, options.output.force});
   if (!envelope.write(envelopeOf(email, log))) return Exit::unreadable;
   const Exit result = writeMessage(email, options.output);
   return result == Exit::fine && !envelope.commit() ? Exit::unreadable : result;
@@ -199,7 +199,8 @@ void addCompose(CLI::App& app, Action& action) {
           "Preferred charset; utf-8 is used when the text does not fit. Not utf-7, utf-16 or utf-32");
   addText(*verb, "--date", options->date, "Date, such as 'Sat, 21 Nov 2026 08:30:00 +0100' (default: now)");
   addOutput(*verb, options->output);
-  addText(*verb, "--envelope-out", options->envelope, "File for the SMTP sender and all recipients, as JSON");
+  addText(*verb, "--envelope-out", options->envelope, "File for the SMTP sender and all recipients, as JSON")
+      ->type_name(kFile);
   verb->footer(
       "Example:\n  mailtree compose --from anna@berg.example --to 'Jo <jo@see.example>' --subject Grüße \\\n"
       "    --text 'Bis bald!' --html-file page.html --attach plan.pdf -o mail.eml\n"

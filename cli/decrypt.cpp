@@ -16,7 +16,7 @@ namespace {
 struct DecryptOptions {
   std::string file;
   KeyOptions keys;
-  std::string output;
+  Destination output;
 };
 
 void reportChanges(const std::string& file, const DecryptedMessage& opened) {

@@ -28,7 +28,7 @@ struct EditOptions {
   InlineOptions shown;
   CalendarOptions calendar;
   AttachOptions attached;
-  std::string output;
+  Destination output;
   bool fixRelated = false;
 
   bool changesContent() const {

@@ -19,7 +19,7 @@ struct EncryptOptions {
   std::string file;
   mailtree::EncryptOptions form;
   KeyOptions keys;
-  std::string output;
+  Destination output;
 };
 
 /// Reports each recipient without a certificate; false when there is one.

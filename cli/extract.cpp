@@ -116,16 +116,14 @@ Exit extract(const ExtractOptions& options) {
   if (options.output.empty()) return worse(result, writeToFolder(outline, ids, options, readers));
   std::string scratch;
   const std::string_view content = contentOf(outline.row(ids.front()), scratch);
-  return worse(result, saveToOutput(content, options.output, options.force, readers));
+  return worse(result, saveToOutput(content, {options.output, options.force}, readers));
 }
 
 void addSelectors(CLI::App& verb, ExtractOptions& options) {
-  CLI::Option* part =
-      verb.add_option("--part", options.part, "Only the part with this number in the output of show")
-          ->check(CLI::NonNegativeNumber);
-  CLI::Option* attachment = verb.add_option("--attachment", options.attachment,
-                                            "Only the attachment with this number, counted from 0")
-                                ->check(CLI::NonNegativeNumber);
+  CLI::Option* part = wholeNumber(
+      verb.add_option("--part", options.part, "Only the part with this number in the output of show"));
+  CLI::Option* attachment = wholeNumber(verb.add_option(
+      "--attachment", options.attachment, "Only the attachment with this number, counted from 0"));
   CLI::Option* all = verb.add_flag("--all", options.all, "Every part except multiparts, including bodies");
   attachment->excludes(part);
   all->excludes(part)->excludes(attachment);
@@ -134,11 +132,13 @@ void addSelectors(CLI::App& verb, ExtractOptions& options) {
 void addDestinations(CLI::App& verb, ExtractOptions& options) {
   CLI::Option* folder = addText(verb, "--dir", options.folder,
                                 "Folder to write to, created if missing (default: current folder)")
+                            ->type_name(kFolder)
                             ->check(checkNameGiven);
   CLI::Option* dryRun =
       verb.add_flag("--dry-run", options.dryRun, "Write nothing, print the names that would be used");
   addText(verb, "-o,--output", options.output,
           "With --part or --attachment: file to write; - is standard output")
+      ->type_name(kFile)
       ->check(checkNameGiven)
       ->excludes(folder)
       ->excludes(dryRun);

@@ -16,8 +16,8 @@ namespace mailtree::cli {
 namespace {
 
 struct HeadersOptions {
-  std::string file;
-  std::vector<std::string> names;
+  std::vector<std::string> files;
+  std::vector<std::string> names;  ///< Of the fields wanted; empty: all.
   bool raw = false;
 
   bool wants(std::string_view name) const {
@@ -50,9 +50,9 @@ void writeField(const MimeHeader& header, int index, const HeadersOptions& optio
 }
 
 /// Reads the fields from the parse tree, which has them as received, before loading normalizes the message.
-Exit headers(const HeadersOptions& options) {
+Exit headers(const std::string& file, const HeadersOptions& options) {
   DataBuffer bytes;
-  if (!readFile(options.file, bytes)) return Exit::unreadable;
+  if (!readHeader(file, bytes)) return Exit::unreadable;
   MimeMessage2 message;
   LogNull log;
   message.loadText(bytes.view(), log);
@@ -63,21 +63,35 @@ Exit headers(const HeadersOptions& options) {
     found = true;
     writeField(header, i, options);
   }
-  const Exit result =
-      worse(found ? Exit::fine : Exit::negative, reportLimits(options.file, message.limits()));
-  return worse(result, finishStandardOutput());
+  return worse(found ? Exit::fine : Exit::negative, reportLimits(file, message.limits()));
 }
 
 }  // namespace
 
 void addHeaders(CLI::App& app, Action& action) {
   auto options = std::make_shared<HeadersOptions>();
+  auto further = std::make_shared<std::vector<std::string>>();
   CLI::App* verb = app.add_subcommand("headers", "Print header fields, decoded");
-  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
-  addTexts(*verb, "NAME", options->names, "Only the values of these fields; status 1 when none is found");
+  addTexts(*verb, "FILE", options->files, "Message, or a folder of them; - is standard input")
+      ->required()
+      ->expected(1)
+      ->allow_extra_args(false);
+  addTexts(*verb, "NAME", *further,
+           "Only the values of these fields; status 1 when none is found. With --field: further messages");
+  addRepeated(*verb, "--field", options->names,
+              "Only the values of the fields of this name, in each of several messages");
   verb->add_flag("--raw", options->raw, "Raw values, folded and encoded");
-  verb->footer("Example:\n  mailtree headers mail.eml\n  mailtree headers mail.eml subject date");
-  verb->callback([options, &action] { action = [options] { return headers(*options); }; });
+  verb->footer(
+      "Example:\n  mailtree headers mail.eml\n  mailtree headers mail.eml subject date\n"
+      "  mailtree headers --field subject inbox drafts/*.eml");
+  verb->callback([options, further, &action] {
+    std::vector<std::string>& names = options->names.empty() ? options->names : options->files;
+    names.insert(names.end(), further->begin(), further->end());
+    action = [options] {
+      return forEachFile(options->files, /*hasTitles=*/true,
+                         [&options](const std::string& file) { return headers(file, *options); });
+    };
+  });
 }
 
 }  // namespace mailtree::cli

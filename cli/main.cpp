@@ -4,10 +4,13 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <exception>
 #include <iostream>
 
 #include "cli/commands.h"
+#include "cli/manual/help.h"
+#include "cli/manual/usage.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "mailtree/base/Output.h"
@@ -16,9 +19,9 @@ namespace mailtree::cli {
 namespace {
 
 constexpr const char* kFooter =
-    "Exit status: 0 success, 1 negative answer, 2 wrong usage, 3 a file cannot be read or written,\n"
-    "4 a limit was exceeded (the result is still written).\n"
-    "Each command has its own --help with an example.";
+    "Exit status: 0 success, 1 negative answer, 2 wrong usage, 3 a file cannot be read or written, "
+    "4 a limit was exceeded (the result is still written).\n\n"
+    "\"mailtree help VERB\" describes a verb, with an example.";
 
 /// Keeps an opened file from getting the number of a standard stream that the caller closed, because
 /// output for the stream would go into it. /dev/null is opened in the wrong direction, so the streams fail
@@ -53,14 +56,15 @@ void cleanUpAtSignals() {
   }
 }
 
-int exitForParseError(const CLI::App& app, const CLI::ParseError& error) {
-  if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
-  reportError(error.what());
-  std::cerr << "Run with --help for usage.\n";
-  return static_cast<int>(Exit::usage);
+/// --help and --version come as errors too.
+Exit exitForParseError(const CLI::App& app, const CLI::ParseError& error) {
+  if (dynamic_cast<const CLI::CallForHelp*>(&error)) return printHelp(parsedVerb(app));
+  if (!dynamic_cast<const CLI::CallForVersion*>(&error)) return reportUsage(app, error);
+  std::cout << error.what() << '\n';
+  return finishStandardOutput();
 }
 
-int run(int argc, char** argv) {
+Exit run(int argc, char** argv) {
   CLI::App app("Shows, checks, changes and writes mail messages.", "mailtree");
   app.set_version_flag("--version", "mailtree " MAILTREE_VERSION);
   app.require_subcommand(1);
@@ -92,12 +96,15 @@ int run(int argc, char** argv) {
   addDecrypt(app, action);
   addVerify(app, action);
   addAes(app, action);
+  addHelp(app, action);
+  addManual(app, action);
+  if (!verbNamed(app, {argv + std::min(argc, 1), argv + argc})) return Exit::usage;
   try {
     app.parse(protectedArguments(argc, argv));
   } catch (const CLI::ParseError& error) {
     return exitForParseError(app, error);
   }
-  return static_cast<int>(action());
+  return action();
 }
 
 }  // namespace
@@ -107,7 +114,7 @@ int main(int argc, char** argv) {
   if (!mailtree::cli::reserveStandardStreams()) return static_cast<int>(mailtree::cli::Exit::unreadable);
   try {
     mailtree::cli::cleanUpAtSignals();
-    return mailtree::cli::run(argc, argv);
+    return static_cast<int>(mailtree::cli::run(argc, argv));
   } catch (const std::exception& error) {  // out of memory, or a stream that throws
     mailtree::cli::reportError(error.what());
     return static_cast<int>(mailtree::cli::Exit::unreadable);

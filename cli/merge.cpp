@@ -5,6 +5,7 @@
 
 #include "cli/commands.h"
 #include "cli/merging/mailbox.h"
+#include "cli/merging/row_files.h"
 #include "cli/merging/template.h"
 #include "cli/message/input.h"
 #include "cli/support/arguments.h"
@@ -21,6 +22,9 @@ struct MergeOptions {
   std::string file;
   std::string data;
   std::optional<std::string> toField;
+  std::vector<std::string> attachFields;
+  CsvForm form;
+  std::string delimiter;
   std::string key = "{{%s}}";
   std::string folder;
   std::string mailbox;
@@ -35,32 +39,44 @@ std::unique_ptr<MergeTarget> targetOf(const MergeOptions& options) {
                                  : mailboxTarget(options.mailbox, options.force);
 }
 
-/// Checks the template against the columns of the table and prepares it.
-Exit prepare(const MergeOptions& options, const CsvTable& table, MergeTemplate& form) {
-  std::optional<std::size_t> toColumn;
-  if (options.toField) {
-    toColumn = table.columnOf(*options.toField);
-    if (!toColumn) return usageError("--to-field", "no column '" + *options.toField + "'");
+/// What is made from each row.
+struct Letter {
+  MergeTemplate form;
+  RowFiles files;
+
+  std::optional<RowProblem> problemOf(const CsvRow& row) const {
+    auto problem = form.problemOf(row);
+    return problem ? problem : files.problemOf(row);
   }
+};
+
+/// Checks the template against the columns of the table and prepares it.
+Exit prepare(const MergeOptions& options, const CsvTable& table, Letter& letter) {
+  MergeTemplate& form = letter.form;
+  if (const auto unknown = letter.files.setColumns(table, options.attachFields))
+    return usageError("--attach-field", "no column '" + *unknown + "'");
+  if (options.toField)
+    if (const auto problem = form.setRecipient(table, *options.toField))
+      return usageError("--to-field", *problem);
   if (const auto unknown = form.unknownPlaceholder(table)) {
     reportError(options.file, *unknown);
     return Exit::unreadable;
   }
   if (form.hasPlaceholdersInAttachedMessages(table))
     reportError(options.file, "warning: placeholders in attached messages are not replaced");
-  if (form.prepare(table, toColumn, options.rawHtml)) return Exit::fine;
+  if (form.prepare(table, options.rawHtml)) return Exit::fine;
   reportError(options.file, "not enough memory");
   return Exit::unreadable;
 }
 
-/// Reads the next row and checks its addresses. False at the end, and after reporting an error,
+/// Reads the next row and checks its addresses and files. False at the end, and after reporting an error,
 /// with `result` set.
-bool nextGoodRow(CsvTable& table, const MergeTemplate& form, CsvRow& row, Exit& result) {
+bool nextGoodRow(CsvTable& table, const Letter& letter, CsvRow& row, Exit& result) {
   if (!table.next(row)) {
     if (table.failed()) result = Exit::unreadable;
     return false;
   }
-  const auto problem = form.problemOf(row);
+  const auto problem = letter.problemOf(row);
   if (!problem) return true;
   table.reportErrorAt(problem->line, problem->what);
   result = Exit::unreadable;
@@ -68,28 +84,28 @@ bool nextGoodRow(CsvTable& table, const MergeTemplate& form, CsvRow& row, Exit& 
 }
 
 /// Checks the whole table first, because nothing is written when any row is wrong.
-Exit countRows(CsvTable& table, const MergeTemplate& form, std::uint64_t& rows) {
+Exit countRows(CsvTable& table, const Letter& letter, std::uint64_t& rows) {
   Exit result = Exit::fine;
   CsvRow row;
-  for (rows = 0; nextGoodRow(table, form, row, result);) ++rows;
+  for (rows = 0; nextGoodRow(table, letter, row, result);) ++rows;
   if (result != Exit::fine || rows > 0) return result;
   table.reportErrorAt(0, "no rows after the header");
   return Exit::negative;
 }
 
 /// Reports an error if the table has changed since it was checked.
-Exit writeMessages(CsvTable& table, const MergeTemplate& form, std::uint64_t messages, MergeTarget& target) {
+Exit writeMessages(CsvTable& table, const Letter& letter, std::uint64_t messages, MergeTarget& target) {
   ProgressBar bar(table.size());
   Exit result = Exit::fine;
   CsvRow row;
   for (std::uint64_t done = 0; done < messages; ++done) {
-    if (!nextGoodRow(table, form, row, result)) {
+    if (!nextGoodRow(table, letter, row, result)) {
       if (result == Exit::fine) table.reportErrorAt(0, "it became shorter while it was read");
       return Exit::unreadable;
     }
-    const EmailPtr email = form.fill(row);
+    const EmailPtr email = letter.form.fill(row);
     if (!email) reportError("not enough memory");
-    if (!email || !target.put(*email)) return Exit::unreadable;
+    if (!email || !letter.files.attachTo(*email, row) || !target.put(*email)) return Exit::unreadable;
     bar.show(done + 1, table.position());
   }
   return Exit::fine;
@@ -106,18 +122,18 @@ Exit merge(const MergeOptions& options, const PlaceholderForm& placeholderForm) 
   const Exit limits = reportLimits(options.file, message->limits());
   if (isSigned(*message->root))
     reportError(options.file, "warning: the message is signed, and its signature may no longer verify");
-  std::optional<CsvTable> table = CsvTable::open(options.data);
+  std::optional<CsvTable> table = CsvTable::open(options.data, options.form);
   if (!table) return Exit::unreadable;
-  MergeTemplate form(std::move(*message), placeholderForm);
-  if (const Exit result = prepare(options, *table, form); result != Exit::fine) return result;
+  Letter letter{MergeTemplate(std::move(*message), placeholderForm), {}};
+  if (const Exit result = prepare(options, *table, letter); result != Exit::fine) return result;
   std::uint64_t messages = 0;
-  if (const Exit result = countRows(*table, form, messages); result != Exit::fine) return result;
+  if (const Exit result = countRows(*table, letter, messages); result != Exit::fine) return result;
   if (options.limit > 0) messages = std::min(messages, options.limit);
   if (options.dryRun) return worse(limits, report(messages));
 
   const std::unique_ptr<MergeTarget> target = targetOf(options);
   if (!table->rewind() || !target->open(messages)) return Exit::unreadable;
-  const Exit written = writeMessages(*table, form, messages, *target);
+  const Exit written = writeMessages(*table, letter, messages, *target);
   if (written != Exit::fine) return written;
   return target->commit() ? worse(limits, report(messages)) : Exit::unreadable;
 }
@@ -130,15 +146,15 @@ std::string checkFileName(const std::string& name) {
 void addDestinations(CLI::App& verb, MergeOptions& options) {
   CLI::Option* folder =
       addText(verb, "--dir", options.folder, "Folder for files 000001.eml and so on, created if missing")
+          ->type_name(kFolder)
           ->check(checkFileName);
   addText(verb, "--mbox", options.mailbox, "Mailbox file (mboxrd), written whole or not at all")
+      ->type_name(kFile)
       ->check(checkFileName)
       ->excludes(folder);
   verb.add_flag("--force", options.force, "Overwrite existing files");
-  verb.add_option("--limit", options.limit, "Maximum number of messages, from the first row")
-      ->check([](const std::string& number) {
-        return number == "0" || number.starts_with('-') ? "must be at least 1" : std::string();
-      });
+  wholeNumber(verb.add_option("--limit", options.limit, "Maximum number of messages, from the first row"),
+              /*least=*/1, std::numeric_limits<std::int64_t>::max());
   verb.add_flag("--dry-run", options.dryRun, "Check everything and write nothing");
 }
 
@@ -157,10 +173,24 @@ void addMerge(CLI::App& app, Action& action) {
   addText(*verb, "TEMPLATE", options->file, "Message with placeholders such as {{name}}; - is standard input")
       ->required();
   addText(*verb, "--data", options->data,
-          "Table: comma-separated values in utf-8, column names in the first row; - is standard input")
+          "Table with column names in the first row, as spreadsheets save it (CSV); - is standard input")
+      ->type_name(kFile)
       ->required();
+  addText(*verb, "--delimiter", options->delimiter,
+          "Character between fields, or tab (default: comma, semicolon or tab, as the table shows)")
+      ->check([](const std::string& name) {
+        return delimiterOf(name) ? std::string() : "'" + name + "': must be one character or tab";
+      });
+  addText(*verb, "--charset", options->form.charset,
+          "Charset of the table (default: utf-8, utf-16 or windows-1252, as the table shows)")
+      ->check([](const std::string& name) {
+        return codePageOfCharset(name) > 0 ? std::string() : "'" + name + "': unknown charset";
+      });
   addText(*verb, "--to-field", options->toField,
-          "Column with the recipient of each message: an address or 'Name <address>'");
+          "Recipient of each message: a column with an address or 'Name <address>', or a pattern such as "
+          "'{{name}} <{{email}}>'");
+  addRepeated(*verb, "--attach-field", options->attachFields,
+              "Column with a file to attach, FILE or FILE:TYPE; none where it is empty");
   addText(*verb, "--key", options->key, "Pattern of a placeholder, with %s for the column (default: {{%s}})");
   verb->add_flag("--raw-html", options->rawHtml, "Insert values into HTML without escaping");
   addDestinations(*verb, *options);
@@ -172,6 +202,7 @@ void addMerge(CLI::App& app, Action& action) {
       "Example:\n  mailtree merge letter.eml --data people.csv --to-field email --dir out");
   verb->callback([options, &action] {
     checkOptions(*options);
+    if (!options->delimiter.empty()) options->form.delimiter = delimiterOf(options->delimiter);
     const auto form = placeholderFormOf(options->key);
     if (!form) throw CLI::ValidationError("--key", "must have exactly one %s with text on both sides");
     action = [options, form = *form] { return merge(*options, form); };

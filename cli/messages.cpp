@@ -118,7 +118,7 @@ Exit writeToFolder(const MessagesOptions& options, InnerMessages& messages) {
 Exit writeToOutput(const MessagesOptions& options, InnerMessages& messages) {
   while (const InnerMessage* message = messages.next())
     if (message->number == options.wanted)
-      return saveToOutput(message->bytes.view(), options.output, options.force);
+      return saveToOutput(message->bytes.view(), {options.output, options.force});
   return Exit::negative;
 }
 
@@ -163,9 +163,11 @@ void addDestinations(CLI::App& verb, MessagesOptions& options) {
   verb.add_flag("--all", options.all, "Write all messages")->excludes(wanted)->excludes(json);
   CLI::Option* folder = addText(verb, "--dir", options.folder,
                                 "Folder to write to, created if missing (default: current folder)")
+                            ->type_name(kFolder)
                             ->check(checkNameGiven);
   CLI::Option* output =
       addText(verb, "-o,--output", options.output, "With --extract: file to write; - is standard output")
+          ->type_name(kFile)
           ->check(checkNameGiven)
           ->excludes(folder)
           ->needs(wanted);

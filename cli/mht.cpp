@@ -16,7 +16,7 @@ namespace {
 
 struct MhtOptions {
   std::string file;
-  std::string output;
+  Destination output;
   KeyOptions keys;
 };
 

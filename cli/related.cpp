@@ -5,8 +5,7 @@
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
-#include "cli/support/arguments.h"
-#include "cli/support/errors.h"
+#include "cli/support/files.h"
 #include "cli/support/terminal.h"
 #include "cli/support/terminal_table.h"
 #include "cli/views/json_view.h"
@@ -15,7 +14,7 @@ namespace mailtree::cli {
 namespace {
 
 struct RelatedOptions {
-  std::string file;
+  std::vector<std::string> files;
   bool json = false;
 };
 
@@ -37,18 +36,16 @@ void writeTable(const Outline& outline, const std::vector<int>& items) {
   table.write(std::cout);
 }
 
-Exit related(const RelatedOptions& options) {
-  std::optional<Message> message = loadMessage(options.file);
+Exit related(const std::string& file, const RelatedOptions& options) {
+  std::optional<Message> message = loadMessage(file);
   if (!message) return Exit::unreadable;
   const Outline outline = outlineOf(*message->root);
   const std::vector<int> items = relatedItemsOf(*message->root, outline);
   if (options.json)
-    std::cout << relatedJsonOf(options.file, *message, outline, items) << '\n';
+    std::cout << relatedJsonOf(file, *message, outline, items) << '\n';
   else if (!items.empty())
     writeTable(outline, items);
-  const Exit result =
-      worse(items.empty() ? Exit::negative : Exit::fine, reportLimits(options.file, message->limits()));
-  return worse(result, finishStandardOutput());
+  return worse(items.empty() ? Exit::negative : Exit::fine, reportLimits(file, message->limits()));
 }
 
 }  // namespace
@@ -57,14 +54,19 @@ void addRelated(CLI::App& app, Action& action) {
   auto options = std::make_shared<RelatedOptions>();
   CLI::App* verb = app.add_subcommand(
       "related", "List the parts of the multipart/related other than the HTML; status 1 when there are none");
-  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
+  addMessageFiles(*verb, options->files);
   verb->add_flag("--json", options->json, "One JSON object on one line");
   verb->footer(
       "\"#\" is the number for edit --drop-related, \"Part\" the number in show and for extract --part.\n"
       "Every part of the multipart/related is numbered, except the first part (the HTML).\n\n"
       "Example:\n  mailtree related samples/newsletter.eml\n"
       "  mailtree related --json mail.eml | jq '.related[].content_id'");
-  verb->callback([options, &action] { action = [options] { return related(*options); }; });
+  verb->callback([options, &action] {
+    action = [options] {
+      return forEachFile(options->files, /*hasTitles=*/!options->json,
+                         [&options](const std::string& file) { return related(file, *options); });
+    };
+  });
 }
 
 }  // namespace mailtree::cli

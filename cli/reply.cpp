@@ -26,7 +26,7 @@ struct AnswerOptions {
   bool keepBcc = false;
   bool inClear = false;
   KeyOptions keys;
-  std::string output;
+  Destination output;
 };
 
 /// Everything from the command line, checked and read.

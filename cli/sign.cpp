@@ -21,7 +21,7 @@ struct SignOptions {
   mailtree::SignOptions form;
   bool noChain = false, noTime = false, noCertificateId = false;
   KeyOptions keys;
-  std::string output;
+  Destination output;
 };
 
 /// The given certificate that matches From, else the first given one; without any, the one issued to From.

@@ -17,7 +17,7 @@ namespace {
 struct TidyOptions {
   std::string file;
   bool unspam = false, stripPaths = false, safeEncodings = false;
-  std::string output;
+  Destination output;
 };
 
 /// Cleans the displayed HTML in place. The library would search for the place of a new HTML body, and add a

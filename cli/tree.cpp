@@ -6,8 +6,7 @@
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
-#include "cli/support/arguments.h"
-#include "cli/support/errors.h"
+#include "cli/support/files.h"
 #include "cli/support/terminal.h"
 
 namespace mailtree::cli {
@@ -27,18 +26,19 @@ Exit tree(const std::string& file) {
     writeLine(std::cout, standardOutputColumns(), indent, indent + "    ", rest.substr(begin, end - begin));
     rest.remove_prefix(std::min(end, rest.size() - 1) + 1);
   }
-  return worse(result, finishStandardOutput());
+  return result;
 }
 
 }  // namespace
 
 void addTree(CLI::App& app, Action& action) {
-  auto file = std::make_shared<std::string>();
+  auto files = std::make_shared<std::vector<std::string>>();
   CLI::App* verb = app.add_subcommand(
       "tree", "Show the structure of a message: type, encoding, names and size of each part");
-  addText(*verb, "FILE", *file, "Message; - is standard input")->required();
+  addMessageFiles(*verb, *files);
   verb->footer("Example:\n  mailtree tree samples/newsletter.eml");
-  verb->callback([file, &action] { action = [file] { return tree(*file); }; });
+  verb->callback(
+      [files, &action] { action = [files] { return forEachFile(*files, /*hasTitles=*/true, tree); }; });
 }
 
 }  // namespace mailtree::cli

@@ -16,46 +16,46 @@ namespace mailtree::cli {
 namespace {
 
 struct WriteOptions {
-  std::string file;
-  std::string output;
+  std::vector<std::string> files;
+  Destination output;
   WriteForm form;
   bool check = false;
 };
 
-Exit write(const WriteOptions& options) {
-  std::optional<Message> message = loadMessageToWrite(options.file);
+Exit write(const std::string& file, const WriteOptions& options) {
+  std::optional<Message> message = loadMessageToWrite(file);
   if (!message) return Exit::unreadable;
-  const Exit result = reportLimits(options.file, message->limits());
+  const Exit result = reportLimits(file, message->limits());
   return worse(result, writeMessage(*message->root, options.output, options.form));
 }
 
 /// Prints the differences that writing would make; writes nothing.
-Exit check(const WriteOptions& options) {
+Exit check(const std::string& file, const WriteOptions& options) {
   DataBuffer received, written;
-  if (!readFile(options.file, received)) return Exit::unreadable;
-  std::optional<Message> message = loadMessageToWrite(options.file, received);
+  if (!readFile(file, received)) return Exit::unreadable;
+  std::optional<Message> message = loadMessageToWrite(file, received);
   if (!message) return Exit::unreadable;
-  const Exit result = reportLimits(options.file, message->limits());
+  const Exit result = reportLimits(file, message->limits());
   StringBuffer text;
   LogMemory log;
   if (!assembleMessage(*message->root, text, log, options.form) || !written.append(text)) {
-    reportError(options.file, lastError(log, "the message could not be written completely"));
+    reportError(file, lastError(log, "the message could not be written completely"));
     return Exit::unreadable;
   }
   const std::vector<std::string> lines = differencesInBytes(received.view(), written.view());
   for (const std::string& line : lines) std::cout << line << '\n';
   if (lines.empty()) {
     std::cout << "no differences\n";
-    return worse(result, finishStandardOutput());
+    return result;
   }
 
-  message = loadMessageToWrite(options.file, received);
-  std::optional<Message> after = loadMessageToWrite(options.file, written);
+  message = loadMessageToWrite(file, received);
+  std::optional<Message> after = loadMessageToWrite(file, written);
   if (!message || !after) return Exit::unreadable;
   const std::vector<std::string> seen = displayedDifferences(*message->root, *after->root);
   for (const std::string& line : seen) std::cout << "a mail client shows: " << line << '\n';
   if (seen.empty()) std::cout << "a mail client shows no difference\n";
-  return worse(worse(result, Exit::negative), finishStandardOutput());
+  return worse(result, Exit::negative);
 }
 
 }  // namespace
@@ -63,7 +63,7 @@ Exit check(const WriteOptions& options) {
 void addWrite(CLI::App& app, Action& action) {
   auto options = std::make_shared<WriteOptions>();
   CLI::App* verb = app.add_subcommand("write", "Load a message and write it back as MIME");
-  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
+  addMessageFiles(*verb, options->files);
   addOutput(*verb, options->output);
   verb->add_flag("--check", options->check,
                  "Write nothing; list the differences from the input, status 1 when there are any")
@@ -73,7 +73,14 @@ void addWrite(CLI::App& app, Action& action) {
                  "Double the dot at the start of lines, as SMTP requires");
   verb->footer("Example:\n  mailtree write --8bit-to-qp mail.eml -o clean.eml");
   verb->callback([options, &action] {
-    action = [options] { return options->check ? check(*options) : write(*options); };
+    action = [options] {
+      return forEachFile(
+          options->files, /*hasTitles=*/true,
+          [&options](const std::string& file) {
+            return options->check ? check(file, *options) : write(file, *options);
+          },
+          options->check ? nullptr : "write without --check");
+    };
   });
 }
 

@@ -16,6 +16,7 @@ order='^mailtree/base/
 ^mailtree/message/
 ^mailtree/mailtree[.]h$
 ^cli/support/
+^cli/manual/
 ^cli/message/
 ^cli/secure/
 ^cli/views/

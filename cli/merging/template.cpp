@@ -210,9 +210,8 @@ MergeTemplate::Token MergeTemplate::newToken(std::size_t column, bool inHtml) co
   return {column, m_secret + "n" + std::to_string(m_tokens.size()) + "e", inHtml};
 }
 
-bool MergeTemplate::prepare(const CsvTable& table, std::optional<std::size_t> toColumn, bool rawHtml) {
+bool MergeTemplate::prepare(const CsvTable& table, bool rawHtml) {
   removeTransportFields();
-  if (toColumn) setRecipient(*toColumn);
   std::string written;
   if (!write(*m_message.root, written)) return false;
   for (std::size_t column = 0; column < table.columns().size(); ++column)
@@ -251,13 +250,30 @@ void MergeTemplate::removeTransportFields() {
     if (root.m_header.findField(name, root.m_header.findField(name) + 1) >= 0) root.removeHeaderField(name);
 }
 
-/// The To field keeps its place. Its only address is a token, replaced by the address of each row.
-void MergeTemplate::setRecipient(std::size_t column) {
+/// The To field keeps its place. Its only address has tokens, replaced by the values of each row.
+std::optional<std::string> MergeTemplate::setRecipient(const CsvTable& table, const std::string& field) {
+  const bool isColumn = table.columnOf(field).has_value();
+  std::string pattern = isColumn ? m_form.placeholderOf(field) : field;
+  if (const auto unknown =
+          firstUnknownPlaceholder(pattern, m_form, table, "'" + field + "'", /*isBody=*/false))
+    return unknown;
+  DataBuffer text;
+  text.append(std::string_view(pattern));
+  for (std::size_t column = 0; column < table.columns().size(); ++column) {
+    const Token token = newToken(column, /*inHtml=*/false);
+    const std::string placeholder = m_form.placeholderOf(table.columns()[column]);
+    if (text.replaceAllOccurances(placeholder, token.text) > 0) m_tokens.push_back(token);
+  }
+  if (m_tokens.empty()) return "no column '" + field + "'";
+  ExtPtrArray list;
+  if (_svEmailAddress::parseAndLoadList(text.view(), list) != 1) return "'" + field + "' is not one address";
   LogNull log;
-  m_tokens.push_back(newToken(column, /*inHtml=*/false));
+  const auto& recipient = *list.at<_svEmailAddress>(0);
+  const std::string name(recipient.m_name.view()), address(recipient.m_address.view());
   m_message.root->m_toAddrs.removeAllObjects();
-  m_message.root->addRecipient(kTo, nullptr, m_tokens.back().text.c_str(), log);
-  m_slots.push_back({"To", m_tokens.back().text, /*mustBeSingle=*/true});
+  m_message.root->addRecipient(kTo, name.empty() ? nullptr : name.c_str(), address.c_str(), log);
+  m_slots.push_back({"To", address, /*mustBeSingle=*/true});
+  return std::nullopt;
 }
 
 void MergeTemplate::findAddressSlots() {

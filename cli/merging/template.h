@@ -39,9 +39,12 @@ class MergeTemplate {
   std::optional<std::string> unknownPlaceholder(const CsvTable& table) const;
   /// Whether an attached message, which is not changed, contains placeholders.
   bool hasPlaceholdersInAttachedMessages(const CsvTable& table) const;
-  /// Replaces placeholders with tokens. `toColumn`: the column of the recipients, one per message. `rawHtml`:
-  /// values go into HTML without escaping. False when memory ran out.
-  bool prepare(const CsvTable& table, std::optional<std::size_t> toColumn, bool rawHtml);
+  /// Sets the recipient of each message: a column, or a pattern with placeholders such as
+  /// "{{name}} <{{email}}>". Returns what is wrong with it, or nothing. Call it before prepare().
+  std::optional<std::string> setRecipient(const CsvTable& table, const std::string& field);
+  /// Replaces placeholders with tokens. `rawHtml`: values go into HTML without escaping. False when memory
+  /// ran out.
+  bool prepare(const CsvTable& table, bool rawHtml);
 
   /// Checks the addresses that a row supplies.
   std::optional<RowProblem> problemOf(const CsvRow& row) const;
@@ -66,7 +69,6 @@ class MergeTemplate {
   bool replacePlaceholder(const std::string& placeholder, std::size_t column, bool escapeHtml,
                           std::string& written);
   void removeTransportFields();
-  void setRecipient(std::size_t column);
   void findAddressSlots();
   void findSlotsIn(int field);
   static bool mayBeEmpty(const AddressSlot& slot) noexcept;

@@ -25,10 +25,10 @@ bool assemble(Email2& root, const WriteForm& form, _svOutput* sink, StringBuffer
   return assembleTree(root, optionsOf(form), sink, text, log) && isWhole(log);
 }
 
-bool writeToFile(Email2& root, const std::string& path, const WriteForm& form, LogBase& log) {
+bool writeToFile(Email2& root, const Destination& to, const WriteForm& form, LogBase& log) {
   FileOutput sink;
   StringBuffer unused;
-  return sink.open(path.c_str(), log, Existing::replace, form.readers) &&
+  return sink.open(to.path.c_str(), log, to.existing(), form.readers) &&
          assemble(root, form, &sink, unused, log) && sink.commit(log);
 }
 
@@ -50,28 +50,28 @@ bool assembleMessage(Email2& root, StringBuffer& out, LogBase& log, const WriteF
   return assemble(root, form, nullptr, out, log);
 }
 
-Exit writeMessage(Email2& root, const std::string& path, const WriteForm& form) {
+Exit writeMessage(Email2& root, const Destination& to, const WriteForm& form) {
   ErrorLog log;
-  if (isStandardOutput(path)) return writeToStandardOutput(root, form, log);
-  if (leadsToTerminal(path)) {
+  if (isStandardOutput(to.path)) return writeToStandardOutput(root, form, log);
+  if (leadsToTerminal(to.path)) {
     StringBuffer shown;
-    TextFile terminal(path);
+    TextFile terminal(to);
     if (assemble(root, form, nullptr, shown, log))
       return terminal.write(shown.text()) && terminal.commit() ? Exit::fine : Exit::unreadable;
-  } else if (writeToFile(root, path, form, log)) {
+  } else if (writeToFile(root, to, form, log)) {
     return Exit::fine;
   }
-  reportError(path, log.errorOr("cannot be written"));
+  reportError(to.path, problemOfOutput(to.path, to.existing(), log.errorOr("cannot be written")));
   return Exit::unreadable;
 }
 
-Exit writeMessage(const mailtree::Message& message, const std::string& path, const WriteOptions& options) {
+Exit writeMessage(const mailtree::Message& message, const Destination& to, const WriteOptions& options) {
   const Result<std::string> text = message.toString(options);
   if (!text) {
-    reportError(path.empty() ? "standard output" : path, text.error().message);
+    reportError(isStandardOutput(to.path) ? "standard output" : to.path, text.error().message);
     return Exit::unreadable;
   }
-  TextFile file(path);
+  TextFile file(to);
   return file.write(*text) && file.commit() ? Exit::fine : Exit::unreadable;
 }
 

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "cli/support/exit_codes.h"
+#include "cli/support/output_file.h"
 #include "mailtree/email/Email2.h"
 #include "mailtree/message/Message.h"
 
@@ -17,9 +18,8 @@ struct WriteForm {
 
 /// Writes a message as MIME, without the fields internal to the library. A file is written whole or not at
 /// all; a terminal gets only harmless characters. unreadable after reporting an error.
-Exit writeMessage(Email2& root, const std::string& path, const WriteForm& form = {});
-Exit writeMessage(const mailtree::Message& message, const std::string& path,
-                  const WriteOptions& options = {});
+Exit writeMessage(Email2& root, const Destination& to, const WriteForm& form = {});
+Exit writeMessage(const mailtree::Message& message, const Destination& to, const WriteOptions& options = {});
 
 /// Appends a message as writeMessage() writes it, but never dot-stuffed. False when it is incomplete.
 bool assembleMessage(Email2& root, StringBuffer& out, LogBase& log, const WriteForm& form = {});

@@ -122,20 +122,26 @@ Exit addAll(const std::vector<std::string>& paths, SystemCerts& store, AddFuncti
 void addCertificateOptions(CLI::App& verb, KeyOptions& options) {
   addRepeated(verb, "--cert", options.certs,
               "Certificate file (PEM, DER or PKCS#7); the first certificate is used, others are its chain")
+      ->type_name(kFile)
       ->group(kGroup);
-  addRepeated(verb, "--certs", options.folders, "Folder of certificate and key files")->group(kGroup);
+  addRepeated(verb, "--certs", options.folders, "Folder of certificate and key files")
+      ->type_name(kFolder)
+      ->group(kGroup);
 }
 
 void addPrivateKeyOptions(CLI::App& verb, KeyOptions& options) {
-  addRepeated(verb, "--key", options.keys, "Private key file (PEM or DER)")->group(kGroup);
+  addRepeated(verb, "--key", options.keys, "Private key file (PEM or DER)")->type_name(kFile)->group(kGroup);
   addRepeated(verb, "--p12", options.pkcs12, "PKCS#12 file: certificate and private key in one")
+      ->type_name(kFile)
       ->group(kGroup);
   addPasswordOptions(verb, options.passwords);
 }
 
 void addTrustOptions(CLI::App& verb, KeyOptions& options) {
-  addRepeated(verb, "--trust", options.trust, "Trust anchors: a file, or a folder of files")->group(kGroup);
-  addRepeated(verb, "--crl", options.revoked, "Revocation list file")->group(kGroup);
+  addRepeated(verb, "--trust", options.trust, "Trust anchors: a file, or a folder of files")
+      ->type_name(kFile)
+      ->group(kGroup);
+  addRepeated(verb, "--crl", options.revoked, "Revocation list file")->type_name(kFile)->group(kGroup);
 }
 
 void addReadingKeyOptions(CLI::App& verb, KeyOptions& options) {

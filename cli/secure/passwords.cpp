@@ -156,12 +156,6 @@ bool askUntilDone(int terminal, std::string_view purpose, Secret& secret) {
   }
 }
 
-std::string checkDescriptor(const std::string& text) {
-  constexpr std::size_t kMaxDigits = 9;
-  const bool isNumber = !text.empty() && text.size() <= kMaxDigits && std::ranges::all_of(text, isDigitAscii);
-  return isNumber ? std::string() : "'" + text + "': must be an open file descriptor";
-}
-
 }  // namespace
 
 bool Secret::append(char c) noexcept {
@@ -177,9 +171,10 @@ void Secret::wipe() noexcept {
 
 void addPasswordOptions(CLI::App& verb, PasswordOptions& options) {
   addRepeated(verb, "--password-file", options.files,
-              "File whose first line is a password; with several, each is tried");
-  verb.add_option("--password-fd", options.descriptor, "Open file descriptor whose first line is a password")
-      ->check(checkDescriptor);
+              "File whose first line is a password; with several, each is tried")
+      ->type_name(kFile);
+  wholeNumber(verb.add_option("--password-fd", options.descriptor,
+                              "Open file descriptor whose first line is a password"));
 }
 
 Exit Passwords::read(const PasswordOptions& options) {

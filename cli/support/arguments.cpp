@@ -1,6 +1,10 @@
 #include "cli/support/arguments.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <charconv>
+
+#include "mailtree/base/Ascii.h"
 
 namespace mailtree::cli {
 namespace {
@@ -15,6 +19,28 @@ bool looksLikeList(std::string_view argument) {
 std::string literal(std::string argument) {
   if (!argument.empty() && argument.back() == kGuard) argument.pop_back();
   return argument;
+}
+
+/// What is wrong with a number; empty when it is one in the range.
+std::string problemOfNumber(std::string_view text, std::uint64_t least, std::uint64_t most) {
+  const bool isNegative = text.starts_with('-');
+  const std::string_view digits = text.substr(isNegative ? 1 : 0);
+  if (digits.empty() || !std::ranges::all_of(digits, isDigitAscii))
+    return "'" + std::string(text) + "' is not a whole number";
+  std::uint64_t value = 0;
+  const bool fits = std::from_chars(digits.data(), digits.data() + digits.size(), value).ec == std::errc();
+  if (isNegative || (fits && value < least))
+    return std::string(text) + " is too small: at least " + std::to_string(least);
+  if (fits && value <= most) return {};
+  return std::string(text) + " is too large: at most " + std::to_string(most);
+}
+
+/// "a, b or c"
+std::string listOf(const std::vector<std::string>& words) {
+  std::string list;
+  for (std::size_t i = 0; i < words.size(); ++i)
+    list += (i == 0 ? "" : i + 1 < words.size() ? ", " : " or ") + words[i];
+  return list;
 }
 
 template <class Target>
@@ -64,6 +90,21 @@ CLI::Option* addTexts(CLI::App& verb, const std::string& name, std::vector<std::
 CLI::Option* addRepeated(CLI::App& verb, const std::string& name, std::vector<std::string>& target,
                          const std::string& description) {
   return addTexts(verb, name, target, description)->allow_extra_args(false);
+}
+
+CLI::Option* wholeNumber(CLI::Option* option, std::uint64_t least, std::uint64_t most) {
+  return option->type_name("N")->check(
+      [least, most](const std::string& text) { return problemOfNumber(text, least, most); });
+}
+
+CLI::Option* oneOf(CLI::Option* option, std::vector<std::string> words) {
+  std::string kind;
+  for (const std::string& word : words) kind += (kind.empty() ? "" : "|") + word;
+  return option->type_name(kind)->check([words = std::move(words)](const std::string& given) {
+    const bool isKnown =
+        std::ranges::any_of(words, [&given](const std::string& word) { return equalsNoCase(word, given); });
+    return isKnown ? std::string() : "'" + given + "': must be " + listOf(words);
+  });
 }
 
 }  // namespace mailtree::cli

@@ -7,13 +7,18 @@
 #include <algorithm>
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 #include "cli/support/errors.h"
+#include "cli/support/text_charset.h"
+#include "mailtree/base/Ascii.h"
 #include "mailtree/base/Utf.h"
+#include "mailtree/mime/charset/Charset.h"
 
 namespace mailtree::cli {
 namespace {
 
+constexpr int kWindows1252 = 1252;
 constexpr std::size_t kBlock = std::size_t{128} * 1024;
 /// Without a limit, an unterminated quote would read the rest of the file into memory.
 constexpr std::size_t kMaxRow = std::size_t{16} << 20;
@@ -62,6 +67,62 @@ FilePtr openRewindable(const std::string& path) {
   return spool(::fileno(file.get()));
 }
 
+bool readAll(int descriptor, std::string& bytes) {
+  const auto block = std::make_unique<char[]>(kBlock);
+  for (ssize_t count; (count = readSome(descriptor, block.get(), kBlock)) != 0;) {
+    if (count < 0) return false;
+    bytes.append(block.get(), static_cast<std::size_t>(count));
+  }
+  return true;
+}
+
+/// Looks for the patterns of utf-8 in bytes that come in blocks.
+class Utf8Search {
+ public:
+  void add(std::string_view bytes) {
+    for (const char c : bytes) {
+      const auto byte = static_cast<unsigned char>(c);
+      const bool continues = (byte & 0xC0) == 0x80;
+      m_isBroken |= continues != (m_missing > 0);
+      m_found |= continues && m_missing == 1;
+      m_missing = continues && m_missing > 0 ? m_missing - 1
+                  : byte >= 0xF0             ? 3
+                  : byte >= 0xE0             ? 2
+                                             : byte >= 0xC0;
+    }
+  }
+  /// Whether no character beyond ASCII is in utf-8. A single wrong byte in utf-8 is an error, not another
+  /// charset.
+  bool isOther() const { return (m_isBroken || m_missing > 0) && !m_found; }
+
+ private:
+  int m_missing = 0;  ///< Bytes of the current character.
+  bool m_found = false, m_isBroken = false;
+};
+
+/// The code page of ASCII in utf-16 without a byte order mark; 0 when it is something else.
+int codePageByZeros(std::string_view bytes) {
+  if (bytes.size() < 4) return 0;
+  const bool even = !bytes[0] && !bytes[2], odd = !bytes[1] && !bytes[3];
+  if (even == odd) return 0;
+  return even ? kCpUtf16BE : kCpUtf16LE;
+}
+
+/// The code page of a table: by its byte order mark, as utf-16, as utf-8, else as windows-1252.
+int codePageOfTable(int descriptor) {
+  const auto block = std::make_unique<char[]>(kBlock);
+  Utf8Search search;
+  bool isFirst = true;
+  for (ssize_t count; (count = readSome(descriptor, block.get(), kBlock)) > 0; isFirst = false) {
+    const std::string_view bytes(block.get(), static_cast<std::size_t>(count));
+    const int marked = isFirst ? markedCodePage(bytes, {}) : 0;
+    const int known = isFirst && marked == 0 ? codePageByZeros(bytes) : marked;
+    if (known != 0) return known;
+    search.add(bytes);
+  }
+  return search.isOther() ? kWindows1252 : kCpUtf8;
+}
+
 std::string countOf(std::size_t number, const char* noun) {
   return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
 }
@@ -77,8 +138,10 @@ std::string_view CsvRow::operator[](std::size_t index) const noexcept {
 
 // Reading
 
-CsvReader::CsvReader(int descriptor)
-    : m_descriptor(descriptor), m_block(std::make_unique_for_overwrite<char[]>(kBlock)) {
+CsvReader::CsvReader(int descriptor, char delimiter)
+    : m_descriptor(descriptor),
+      m_delimiter(delimiter),
+      m_block(std::make_unique_for_overwrite<char[]>(kBlock)) {
   skipByteOrderMark();
 }
 
@@ -125,7 +188,7 @@ bool CsvReader::next(CsvRow& row) {
   if (peek() == kEnd) return false;
   for (;;) {
     if (!readField(row) || !finishField(row)) return false;
-    if (peek() != ',') break;
+    if (peek() != m_delimiter) break;
     take();
   }
   if (peek() != kEnd) takeLineBreak();
@@ -141,8 +204,8 @@ bool CsvReader::readField(CsvRow& row) {
 }
 
 bool CsvReader::readBare(CsvRow& row) {
-  for (int c = peek(); c != kEnd && c != ',' && c != '\r' && c != '\n'; c = peek()) {
-    if (c == '"') return fail(m_line, "quote inside an unquoted field");
+  while (!endsField(peek())) {
+    if (peek() == '"') return fail(m_line, "quote inside an unquoted field");
     if (!append(row, take())) return false;
   }
   return true;
@@ -158,9 +221,7 @@ bool CsvReader::readQuoted(CsvRow& row, std::size_t line) {
     if (c == '\n' || (c == '\r' && peek() != '\n')) ++m_line;
     if (!append(row, c)) return false;
   }
-  const int c = peek();
-  if (c == kEnd || c == ',' || c == '\r' || c == '\n') return true;
-  return fail(m_line, "text after a closing quote");
+  return endsField(peek()) || fail(m_line, "text after a closing quote");
 }
 
 bool CsvReader::append(CsvRow& row, int c) {
@@ -182,15 +243,67 @@ bool CsvReader::finishField(CsvRow& row) {
 
 // Tables
 
-std::optional<CsvTable> CsvTable::open(const std::string& path) {
+std::optional<char> delimiterOf(const std::string& name) {
+  if (equalsNoCase(name, "tab") || name == "\\t") return '\t';
+  const bool isUsable =
+      name.size() == 1 && name[0] != '"' && (name[0] == '\t' || (name[0] >= ' ' && name[0] < '\x7F'));
+  return isUsable ? std::optional(name[0]) : std::nullopt;
+}
+
+std::optional<CsvTable> CsvTable::open(const std::string& path, const CsvForm& form) {
   FilePtr file = openRewindable(path);
   if (!file) {
     reportError(path, textOfError(errno));
     return std::nullopt;
   }
   CsvTable table(path, std::move(file));
-  if (!table.measure() || !table.readHeader()) return std::nullopt;
+  if (!table.measure() || !table.decode(form.charset)) return std::nullopt;
+  table.m_delimiter = form.delimiter ? *form.delimiter : table.findDelimiter();
+  if (!table.goToBegin() || !table.readHeader()) return std::nullopt;
   return table;
+}
+
+/// Replaces a table that is not in utf-8 by one that is.
+bool CsvTable::decode(const std::string& charset) {
+  TextCharset known = charsetOf(charset);
+  if (charset.empty()) known.codePage = codePageOfTable(::fileno(m_file.get()));
+  if (known.codePage == kCpUtf8) return true;
+  std::string bytes, text;
+  if (!goToBegin() || !readAll(::fileno(m_file.get()), bytes)) return fail(0, textOfError(errno));
+  if (const auto problem = decodeText(bytes, known, "--charset", text))
+    return fail(0, charset.empty() ? "the text is in an unknown charset; specify it with --charset" : *problem);
+  return replaceBy(text);
+}
+
+bool CsvTable::replaceBy(std::string_view text) {
+  FilePtr copy(std::tmpfile());
+  if (!copy || std::fwrite(text.data(), 1, text.size(), copy.get()) != text.size() ||
+      std::fflush(copy.get()) != 0)
+    return fail(0, textOfError(errno));
+  std::rewind(copy.get());
+  m_file = std::move(copy);
+  return measure();
+}
+
+/// The delimiter that divides the header into the most columns; better one that divides the first row alike.
+char CsvTable::findDelimiter() {
+  char found = ',';
+  std::pair<bool, std::size_t> most;
+  for (const char candidate : {',', ';', '\t'}) {
+    if (!goToBegin()) break;
+    CsvReader reader(::fileno(m_file.get()), candidate);
+    CsvRow header, first;
+    if (!reader.next(header) || header.size() < 2) continue;
+    const bool isAlike = reader.next(first) ? first.size() == header.size() : !reader.problem();
+    if (std::pair(isAlike, header.size()) <= most) continue;
+    most = {isAlike, header.size()};
+    found = candidate;
+  }
+  return found;
+}
+
+bool CsvTable::goToBegin() {
+  return ::lseek(::fileno(m_file.get()), m_begin, SEEK_SET) >= 0 || fail(0, textOfError(errno));
 }
 
 bool CsvTable::measure() {
@@ -203,14 +316,14 @@ bool CsvTable::measure() {
 }
 
 bool CsvTable::rewind() {
-  if (::lseek(::fileno(m_file.get()), m_begin, SEEK_SET) < 0) return fail(0, textOfError(errno));
+  if (!goToBegin()) return false;
   m_columns.clear();
   m_places.clear();
   return readHeader();
 }
 
 bool CsvTable::readHeader() {
-  m_reader.emplace(::fileno(m_file.get()));
+  m_reader.emplace(::fileno(m_file.get()), m_delimiter);
   CsvRow row;
   if (!m_reader->next(row)) {
     if (const auto& problem = m_reader->problem()) return fail(problem->line, problem->what);

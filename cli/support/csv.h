@@ -1,8 +1,11 @@
 // cli/support/csv.h - tables of comma-separated values (RFC 4180), read row by row.
 //
-//   Input      utf-8 with or without a byte order mark; any line breaks; quoted fields with commas, doubled
+//   Input      As spreadsheets write it: comma, semicolon or tab between fields; utf-8, utf-16 or
+//   windows-1252,
+//              or another charset when it is named; any line breaks; quoted fields with delimiters, doubled
 //              quotes and line breaks. Empty lines are skipped. Malformed input is rejected.
-//   Memory     One row at a time, whatever the file's size. A pipe is first copied to a temporary file.
+//   Memory     One row at a time, whatever the file's size. A pipe is first copied to a temporary file, and
+//              so is the text of a table that is not in utf-8.
 //   Failure    An error message with the file and the line.
 #pragma once
 
@@ -48,7 +51,7 @@ struct CsvProblem {
 /// Reads rows from an open file, starting at its current position.
 class CsvReader {
  public:
-  explicit CsvReader(int descriptor);
+  CsvReader(int descriptor, char delimiter);
   /// False at the end and on a problem.
   bool next(CsvRow& row);
   const std::optional<CsvProblem>& problem() const noexcept { return m_problem; }
@@ -69,8 +72,10 @@ class CsvReader {
   bool readQuoted(CsvRow& row, std::size_t line);
   bool append(CsvRow& row, int c);
   bool finishField(CsvRow& row);
+  bool endsField(int c) const noexcept { return c == kEnd || c == m_delimiter || c == '\r' || c == '\n'; }
 
   int m_descriptor;
+  char m_delimiter;
   std::unique_ptr<char[]> m_block;
   std::size_t m_at = 0, m_size = 0;
   std::uint64_t m_blockBegin = 0;
@@ -78,12 +83,21 @@ class CsvReader {
   std::optional<CsvProblem> m_problem;
 };
 
+/// What is known about a table; what is not is found out.
+struct CsvForm {
+  std::optional<char> delimiter;
+  std::string charset;
+};
+
+/// The delimiter that a user named: one character, or "tab".
+std::optional<char> delimiterOf(const std::string& name);
+
 /// A file with a header row; it can be rewound.
 class CsvTable {
  public:
   /// Opens a file, or standard input for "-", and reads the header row, whose names are unique and not empty.
   /// Reports an error and returns nothing on failure.
-  static std::optional<CsvTable> open(const std::string& path);
+  static std::optional<CsvTable> open(const std::string& path, const CsvForm& form);
 
   const std::vector<std::string>& columns() const noexcept { return m_columns; }
   std::optional<std::size_t> columnOf(std::string_view name) const;
@@ -100,7 +114,11 @@ class CsvTable {
 
  private:
   CsvTable(std::string path, FilePtr file) : m_path(std::move(path)), m_file(std::move(file)) {}
+  bool decode(const std::string& charset);
+  bool replaceBy(std::string_view text);
+  char findDelimiter();
   bool measure();
+  bool goToBegin();
   bool readHeader();
   bool fail(std::size_t line, std::string_view problem);
 
@@ -108,6 +126,7 @@ class CsvTable {
   FilePtr m_file;
   std::int64_t m_begin = 0;  ///< Offset of the table in the file.
   std::uint64_t m_size = 0;
+  char m_delimiter = ',';
   std::optional<CsvReader> m_reader;
   std::vector<std::string> m_columns;
   std::map<std::string, std::size_t, std::less<>> m_places;  ///< Column indexes by name.

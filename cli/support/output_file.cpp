@@ -23,9 +23,26 @@ fs::path absolutePath(const std::string& path) {
 
 }  // namespace
 
-void addOutput(CLI::App& verb, std::string& target) {
-  addText(verb, "-o,--output", target, "File to write (default: standard output)")
+Existing Destination::existing() const {
+  // Standard output may be a file, which the shell has opened already.
+  const bool isStream = path.starts_with("/dev/") || path.starts_with("/proc/");
+  std::error_code ignored;
+  const fs::file_status status = fs::status(path, ignored);
+  const bool isFile = fs::is_regular_file(status) || !fs::exists(status);
+  return force || isStream || !isFile ? Existing::replace : Existing::refuse;
+}
+
+std::string problemOfOutput(const std::string& path, Existing existing, const std::string& logged) {
+  std::error_code ignored;
+  const bool isTaken = existing == Existing::refuse && fs::exists(fs::symlink_status(path, ignored));
+  return isTaken ? "already exists; --force replaces it" : logged;
+}
+
+void addOutput(CLI::App& verb, Destination& target) {
+  addText(verb, "-o,--output", target.path, "File to write (default: standard output)")
+      ->type_name(kFile)
       ->check([](const std::string& name) { return std::string(name.empty() ? "the name is empty" : ""); });
+  verb.add_flag("--force", target.force, "Overwrite an existing file");
 }
 
 bool isStandardOutput(std::string_view path) { return path.empty() || path == "-"; }
@@ -38,17 +55,17 @@ bool isSameOutput(const std::string& a, const std::string& b) {
 
 bool TextFile::write(const std::string& text) {
   m_text = text;
-  if (isStandardOutput(m_path)) return true;
+  if (isStandardOutput(m_to.path)) return true;
   LogMemory log;
   ProgressContext progress(nullptr);
-  if (leadsToTerminal(m_path)) m_text = printableLines(text);
+  if (leadsToTerminal(m_to.path)) m_text = printableLines(text);
   return reportUnless(
-      m_sink.open(m_path.c_str(), log, Existing::replace, m_readers) && m_sink.write(m_text, progress, log),
+      m_sink.open(m_to.path.c_str(), log, m_to.existing(), m_readers) && m_sink.write(m_text, progress, log),
       log);
 }
 
 bool TextFile::commit() {
-  if (isStandardOutput(m_path)) {
+  if (isStandardOutput(m_to.path)) {
     writeHarmless(m_text);
     return finishStandardOutput() == Exit::fine;
   }
@@ -57,7 +74,8 @@ bool TextFile::commit() {
 }
 
 bool TextFile::reportUnless(bool done, const LogMemory& log) const {
-  if (!done) reportError(m_path, lastError(log, "cannot be written"));
+  if (!done)
+    reportError(m_to.path, problemOfOutput(m_to.path, m_to.existing(), lastError(log, "cannot be written")));
   return done;
 }
 

@@ -14,8 +14,21 @@ class App;
 
 namespace mailtree::cli {
 
-/// Adds the option -o of a verb that writes a message.
-void addOutput(CLI::App& verb, std::string& target);
+/// What -o and --force say.
+struct Destination {
+  std::string path;    ///< Empty or "-" is standard output.
+  bool force = false;  ///< An existing file may be overwritten.
+
+  /// Only regular files, and names that lead to nothing, need `force`: writing to a device or a pipe
+  /// overwrites nothing.
+  Existing existing() const;
+};
+
+/// Why a file could not be written: that its name is taken, or what was logged.
+std::string problemOfOutput(const std::string& path, Existing existing, const std::string& logged);
+
+/// Adds the options -o and --force of a verb that writes a message.
+void addOutput(CLI::App& verb, Destination& target);
 
 /// Whether a name means standard output: "-" or empty.
 bool isStandardOutput(std::string_view path);
@@ -27,15 +40,15 @@ bool isSameOutput(const std::string& a, const std::string& b);
 /// else has succeeded. Both steps return false after reporting an error.
 class TextFile {
  public:
-  explicit TextFile(std::string path, Readers readers = Readers::usual)
-      : m_path(std::move(path)), m_readers(readers) {}
+  explicit TextFile(Destination destination, Readers readers = Readers::usual)
+      : m_to(std::move(destination)), m_readers(readers) {}
   bool write(const std::string& text);
   bool commit();
 
  private:
   bool reportUnless(bool done, const LogMemory& log) const;
 
-  std::string m_path;
+  Destination m_to;
   Readers m_readers;
   std::string m_text;  ///< Held back from standard output until commit().
   FileOutput m_sink;

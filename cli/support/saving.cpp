@@ -18,7 +18,7 @@ bool saveFile(const std::string& path, std::string_view bytes, Existing existing
   else if (sink.open(path.c_str(), log, existing, readers) && sink.write(bytes, progress, log) &&
            sink.commit(log))
     return true;
-  reportError(path, lastError(log, "cannot be written"));
+  reportError(path, problemOfOutput(path, existing, lastError(log, "cannot be written")));
   return false;
 }
 
@@ -32,13 +32,13 @@ bool makeFolder(const std::string& folder) {
 
 void printPath(const std::string& path) { std::cout << printable(path) << '\n'; }
 
-Exit saveToOutput(std::string_view bytes, const std::string& path, bool force, Readers readers) {
-  if (path == "-") {
+Exit saveToOutput(std::string_view bytes, const Destination& to, Readers readers) {
+  if (isStandardOutput(to.path)) {
     writeHarmless(bytes);
     return finishStandardOutput();
   }
-  if (!saveFile(path, bytes, force ? Existing::replace : Existing::refuse, readers)) return Exit::unreadable;
-  printPath(path);
+  if (!saveFile(to.path, bytes, to.existing(), readers)) return Exit::unreadable;
+  printPath(to.path);
   return finishStandardOutput();
 }
 

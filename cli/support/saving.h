@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "cli/support/exit_codes.h"
+#include "cli/support/output_file.h"
 #include "mailtree/base/Output.h"
 
 namespace mailtree::cli {
@@ -19,10 +20,9 @@ bool makeFolder(const std::string& folder);
 /// Prints the path of a file that was written.
 void printPath(const std::string& path);
 
-/// Writes to a file that the user named and prints its path, or to standard output for "-" (a terminal gets
-/// only harmless characters). With `force`, an existing file is overwritten, through a symbolic link too.
-Exit saveToOutput(std::string_view bytes, const std::string& path, bool force,
-                  Readers readers = Readers::usual);
+/// Writes to a file that the user named and prints its path, or to standard output (a terminal gets only
+/// harmless characters). With `force`, an existing file is overwritten, through a symbolic link too.
+Exit saveToOutput(std::string_view bytes, const Destination& to, Readers readers = Readers::usual);
 
 /// Checks the file or folder name given for an option; returns the problem, or an empty string.
 std::string checkNameGiven(const std::string& name);

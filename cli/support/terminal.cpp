@@ -23,7 +23,9 @@ static_assert(kInkCodes.size() == static_cast<std::size_t>(Ink::warning) + 1);
 /// The first line of a broken text: up to the last blank that fits, if any.
 std::string_view firstLineOf(std::string_view text, std::size_t columns) {
   const std::string_view fitting = fitMaxWidth(text, columns);
-  const std::size_t blank = fitting.size() < text.size() ? fitting.rfind(' ') : std::string_view::npos;
+  if (fitting.size() == text.size()) return fitting;
+  if (text[fitting.size()] == ' ') return text.substr(0, fitting.size() + 1);
+  const std::size_t blank = fitting.rfind(' ');
   return blank == std::string_view::npos ? fitting : fitting.substr(0, blank + 1);
 }
 

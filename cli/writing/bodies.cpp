@@ -5,6 +5,7 @@
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/files.h"
+#include "cli/support/text_charset.h"
 #include "mailtree/base/Utf.h"
 #include "mailtree/message/tree_changes.h"
 
@@ -13,47 +14,6 @@ namespace {
 
 constexpr const char* kPlain = "text/plain";
 constexpr const char* kHtml = "text/html";
-
-/// The charset of the input files.
-struct TextCharset {
-  int codePage = 0;                     ///< 0: utf-8, unless a byte order mark says otherwise.
-  bool isByteOrderUnspecified = false;  ///< The name fits both byte orders; little-endian without a mark.
-};
-
-TextCharset charsetOf(const std::string& name) {
-  const bool isByteOrderUnspecified = equalsNoCase(name, "utf-16") || equalsNoCase(name, "utf-32");
-  return {codePageOfCharset(name), isByteOrderUnspecified};
-}
-
-struct ByteOrderMark {
-  std::string_view bytes;
-  int codePage;
-  int swapped;  ///< The code page of the other order.
-};
-
-constexpr ByteOrderMark kMarks[] = {
-    {"\xEF\xBB\xBF", kCpUtf8, kCpUtf8},
-    {std::string_view("\xFF\xFE\0\0", 4), kCpUtf32LE, kCpUtf32BE},
-    {std::string_view("\0\0\xFE\xFF", 4), kCpUtf32BE, kCpUtf32LE},
-    {"\xFF\xFE", kCpUtf16LE, kCpUtf16BE},
-    {"\xFE\xFF", kCpUtf16BE, kCpUtf16LE},
-};
-
-bool isAllowedIn(const ByteOrderMark& mark, TextCharset charset) {
-  const int given = charset.codePage;
-  return given == 0 || mark.codePage == given || (charset.isByteOrderUnspecified && mark.swapped == given);
-}
-
-/// Removes a byte order mark allowed in the charset and returns its code page; 0 without one. In any other
-/// charset the same bytes are ordinary characters.
-int removeByteOrderMark(TextCharset charset, std::string_view& bytes) {
-  for (const ByteOrderMark& mark : kMarks) {
-    if (!bytes.starts_with(mark.bytes) || !isAllowedIn(mark, charset)) continue;
-    bytes.remove_prefix(mark.bytes.size());
-    return mark.codePage;
-  }
-  return 0;
-}
 
 std::string withCrlf(std::string_view text) {
   StringBuffer lines(text);
@@ -69,26 +29,12 @@ Exit readTextOption(const char* option, const std::string& given, std::string& o
   return Exit::fine;
 }
 
-/// Decodes the bytes of a file to `out`; returns the problem, or null.
-const char* decode(std::string_view bytes, TextCharset charset, std::string& out) {
-  const int marked = removeByteOrderMark(charset, bytes);
-  const int codePage = marked ? marked : charset.codePage;
-  if (codePage == 0 || codePage == kCpUtf8) {
-    if (!isValidUtf8(bytes)) return "the text is not valid utf-8; specify its charset with --text-charset";
-    out = bytes;
-  } else if (!decodeToUtf8(codePage, bytes, out)) {
-    return charset.codePage ? "the text is not valid in the given charset"
-                            : "the text does not match its byte order mark";
-  }
-  return contains(out, std::string_view("\0", 1)) ? "contains NUL bytes, so it is not text" : nullptr;
-}
-
 Exit readTextFile(const std::string& path, TextCharset charset, std::string& out) {
   DataBuffer bytes;
   if (!readFile(path, bytes)) return Exit::unreadable;
   std::string text;
-  if (const char* problem = decode(bytes.view(), charset, text)) {
-    reportError(path, problem);
+  if (const auto problem = decodeText(bytes.view(), charset, "--text-charset", text)) {
+    reportError(path, *problem);
     return Exit::unreadable;
   }
   out = withCrlf(text);
@@ -217,6 +163,7 @@ bool isReadBack(Email2& email, const char* type, const std::string& wanted, LogB
 void addTextOptions(CLI::App& verb, BodyOptions& options) {
   CLI::Option* text = addText(verb, "--text", options.text, "Plain text body");
   addText(verb, "--text-file", options.textFile, "File with the plain text body; - is standard input")
+      ->type_name(kFile)
       ->excludes(text);
 }
 
@@ -224,6 +171,7 @@ void addBodyOptions(CLI::App& verb, BodyOptions& options) {
   addTextOptions(verb, options);
   CLI::Option* html = addText(verb, "--html", options.html, "HTML body");
   addText(verb, "--html-file", options.htmlFile, "File with the HTML body; - is standard input")
+      ->type_name(kFile)
       ->excludes(html);
   addText(verb, "--text-charset", options.textCharset,
           "Charset of both files (default: utf-8, or utf-16 or utf-32 with a byte order mark)");

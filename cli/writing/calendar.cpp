@@ -32,7 +32,8 @@ Exit chooseMethod(const CalendarOptions& options, Calendar& calendar) {
 
 void addCalendarOptions(CLI::App& verb, CalendarOptions& options) {
   CLI::Option* file = addText(verb, "--calendar", options.file,
-                              "Calendar file (.ics) to add as an alternative; - is standard input");
+                              "Calendar file (.ics) to add as an alternative; - is standard input")
+                          ->type_name(kFile);
   addText(verb, "--method", options.method,
           "Method of the calendar, such as REQUEST (default: its METHOD property)")
       ->needs(file);

@@ -4,6 +4,7 @@
 #include <numeric>
 #include <unordered_set>
 
+#include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "mailtree/message/outline.h"
 #include "mailtree/message/tree_changes.h"
@@ -62,12 +63,11 @@ std::string chooseRelated(const DropOptions& options, Email2& email, PartSet& re
 
 void addDropOptions(CLI::App& verb, DropOptions& options) {
   CLI::Option* all = verb.add_flag("--drop-attachments", options.allAttachments, "Remove every attachment");
-  verb.add_option("--drop-attachment", options.attachments, "Remove the attachment with this number")
-      ->type_name("N")
+  wholeNumber(
+      verb.add_option("--drop-attachment", options.attachments, "Remove the attachment with this number"))
       ->allow_extra_args(false)
       ->excludes(all);
-  verb.add_option("--drop-related", options.related, "Remove the related item with this number")
-      ->type_name("N")
+  wholeNumber(verb.add_option("--drop-related", options.related, "Remove the related item with this number"))
       ->allow_extra_args(false);
 }
 

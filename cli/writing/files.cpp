@@ -1,7 +1,10 @@
 #include "cli/writing/files.h"
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdio>
 #include <filesystem>
+#include <system_error>
 
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
@@ -30,7 +33,34 @@ FileArgument fileOf(const std::string& argument) {
   return {argument.substr(0, colon), argument.substr(colon + 1)};
 }
 
-Exit readAttachment(const std::string& argument, AttachedFile& file) {
+}  // namespace
+
+int AttachOptions::countOfStandardInput() const {
+  int count = 0;
+  for (const std::string& argument : files) count += fileOf(argument).path == "-";
+  for (const std::string& path : messages) count += path == "-";
+  return count;
+}
+
+void addAttachOptions(CLI::App& verb, AttachOptions& options) {
+  addRepeated(verb, "--attach", options.files,
+              "File to attach; FILE:TYPE (list:text/csv), unless that is a file's name, gives its media type")
+      ->type_name(kFile);
+  addRepeated(verb, "--attach-message", options.messages, "Message file to attach as message/rfc822")
+      ->type_name(kFile);
+}
+
+std::optional<std::string> problemOfAttachment(const std::string& argument) {
+  const FileArgument given = fileOf(argument);
+  if (beginsWithNoCase(given.type, "multipart/")) return "a file cannot have a multipart type";
+  errno = 0;
+  const FilePtr file(std::fopen(given.path.c_str(), "rbe"));
+  if (file) std::fgetc(file.get());  // a folder can be opened but not read
+  if (file && !std::ferror(file.get())) return std::nullopt;
+  return std::generic_category().message(errno);
+}
+
+Exit readAttachedFile(const std::string& argument, AttachedFile& file) {
   const FileArgument given = fileOf(argument);
   if (beginsWithNoCase(given.type, "multipart/"))
     return usageError("--attach", "'" + argument + "': a file cannot have a multipart type");
@@ -42,25 +72,9 @@ Exit readAttachment(const std::string& argument, AttachedFile& file) {
   return Exit::fine;
 }
 
-}  // namespace
-
-int AttachOptions::countOfStandardInput() const {
-  int count = 0;
-  for (const std::string& argument : files) count += fileOf(argument).path == "-";
-  for (const std::string& path : messages) count += path == "-";
-  return count;
-}
-
-void addAttachOptions(CLI::App& verb, AttachOptions& options) {
-  addRepeated(
-      verb, "--attach", options.files,
-      "File to attach; FILE:TYPE (list:text/csv), unless that is a file's name, gives its media type");
-  addRepeated(verb, "--attach-message", options.messages, "Message file to attach as message/rfc822");
-}
-
 Exit readAttachedFiles(const AttachOptions& options, std::vector<AttachedFile>& files) {
   for (const std::string& argument : options.files) {
-    const Exit result = readAttachment(argument, files.emplace_back());
+    const Exit result = readAttachedFile(argument, files.emplace_back());
     if (result != Exit::fine) return result;
   }
   for (const std::string& path : options.messages) {

@@ -1,6 +1,7 @@
 // cli/writing/files.h - files and messages to be attached.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,12 @@ struct AttachedFile {
 /// Reads all files to attach, in the order in which they are added; usage or unreadable after
 /// reporting an error.
 Exit readAttachedFiles(const AttachOptions& options, std::vector<AttachedFile>& files);
+
+/// Reads one file, FILE or FILE:TYPE; usage or unreadable after reporting an error.
+Exit readAttachedFile(const std::string& argument, AttachedFile& file);
+
+/// Why such a file cannot be attached, without reading all of it; nothing when it can.
+std::optional<std::string> problemOfAttachment(const std::string& argument);
 
 /// Appends a file as the last part. The former content of the message, text or file, becomes a separate part.
 bool attach(Email2& email, AttachedFile& file, LogBase& log);

@@ -116,9 +116,11 @@ bool updateReferences(Email2& html, const std::vector<InlineFile>& files,
 void addInlineOptions(CLI::App& verb, InlineOptions& options) {
   addRepeated(
       verb, "--inline", options.files,
-      "File that the HTML refers to as cid:NAME; FILE=CID, such as logo.png=logo@x, sets its Content-ID");
+      "File that the HTML refers to as cid:NAME; FILE=CID, such as logo.png=logo@x, sets its Content-ID")
+      ->type_name(kFile);
   addRepeated(verb, "--inline-location", options.locations,
-              "File that the HTML refers to as NAME (sets Content-Location)");
+              "File that the HTML refers to as NAME (sets Content-Location)")
+      ->type_name(kFile);
 }
 
 Exit readInlineFiles(const InlineOptions& options, std::vector<InlineFile>& files) {
