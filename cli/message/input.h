@@ -40,7 +40,8 @@ std::optional<mailtree::Message> openMessage(const std::string& path);
 
 /// Limits exceeded while a message was loaded.
 LimitSet limitsIn(const mailtree::Message& message);
-/// Reads a file up to the empty line after its header, so that a large message costs no more than a small one.
+/// Reads a file up to the empty line after its header, so that a large message costs no more than a small
+/// one.
 bool readHeader(const std::string& path, DataBuffer& bytes);
 
 /// Reports every limit that was exceeded and returns the matching exit code.

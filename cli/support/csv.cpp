@@ -271,7 +271,8 @@ bool CsvTable::decode(const std::string& charset) {
   std::string bytes, text;
   if (!goToBegin() || !readAll(::fileno(m_file.get()), bytes)) return fail(0, textOfError(errno));
   if (const auto problem = decodeText(bytes, known, "--charset", text))
-    return fail(0, charset.empty() ? "the text is in an unknown charset; specify it with --charset" : *problem);
+    return fail(0,
+                charset.empty() ? "the text is in an unknown charset; specify it with --charset" : *problem);
   return replaceBy(text);
 }
 

@@ -8,7 +8,6 @@
 #include "mailtree/message/address_rules.h"
 #include "mailtree/message/fields.h"
 #include "mailtree/message/internal.h"
-#include "mailtree/message/mailbox_key.h"
 #include "mailtree/message/quoting.h"
 #include "mailtree/mime/LineLengths.h"
 
@@ -17,6 +16,10 @@ namespace {
 
 using Mailboxes = std::unordered_set<std::string>;
 
+/// Case may tell local parts apart (RFC 5321, 2.4), but no host is known to do so, and people write their
+/// addresses as they like: nobody should get an answer twice, or answer to themselves.
+std::string personKey(std::string_view address) { return lowerCase(address); }
+
 /// Collects recipients, each once.
 class Recipients {
  public:
@@ -24,14 +27,14 @@ class Recipients {
 
   void add(std::span<const Address> entries, std::vector<Address>& list) {
     for (const Address& entry : entries)
-      if (!bareAddressProblem(entry.address) && m_known.insert(mailboxKey(entry.address)).second)
+      if (!bareAddressProblem(entry.address) && m_known.insert(personKey(entry.address)).second)
         list.push_back({oneLine(entry.name), entry.address});
   }
 
   /// The same without some of them.
   void add(std::span<const Address> entries, const Mailboxes& without, std::vector<Address>& list) {
     std::vector<Address> others(entries.begin(), entries.end());
-    std::erase_if(others, [&](const Address& entry) { return without.contains(mailboxKey(entry.address)); });
+    std::erase_if(others, [&](const Address& entry) { return without.contains(personKey(entry.address)); });
     add(others, list);
   }
 
@@ -40,8 +43,8 @@ class Recipients {
 };
 
 Mailboxes ownMailboxes(const ReplyOptions& options) {
-  Mailboxes own{mailboxKey(options.from.address)};
-  for (const Address& address : options.own) own.insert(mailboxKey(address.address));
+  Mailboxes own{personKey(options.from.address)};
+  for (const Address& address : options.own) own.insert(personKey(address.address));
   return own;
 }
 
@@ -97,7 +100,7 @@ Result<AnswerRecipients> replyRecipients(const Message& answered, const ReplyOpt
       return noRecipient("the message names no address of a mailing list to answer to", "List-Post");
   }
   const std::vector<Address> to = answered.to(), authors = authorsOf(answered);
-  const bool isOwn = own.contains(mailboxKey(answered.from().address));
+  const bool isOwn = own.contains(personKey(answered.from().address));
   // Who answers an own message goes on writing to the same people.
   if (found.to.empty() && isOwn) recipients.add(to, own, found.to);
   if (found.to.empty() && isOwn) recipients.add(to, found.to);

@@ -97,18 +97,13 @@ class Problems {
 
   void readParameters(const MimeHeader& header) {
     std::string scratch;
-    std::size_t counts[std::size(kSingleParameters)] = {};
-    const auto count = [&counts](std::string_view name, std::string_view) {
-      for (std::size_t i = 0; i < std::size(counts); ++i)
-        counts[i] += equalsNoCase(name, kSingleParameters[i]);
-    };
-    mailtree::readParameters(
-        header.unfoldedValue(header.findField("Content-Type"), scratch), [](std::string_view) {}, count);
-    for (std::size_t i = 0; i < std::size(counts); ++i)
-      if (counts[i] > 1)
-        add(Problem::Kind::ambiguous, "the Content-Type has the parameter " +
-                                          std::string(kSingleParameters[i]) + " " +
-                                          inWords(counts[i], "times"));
+    const std::string_view type = header.unfoldedValue(header.findField("Content-Type"), scratch);
+    for (const std::string_view name : kSingleParameters) {
+      const std::size_t count = countPlainParameters(type, name);
+      if (count > 1)
+        add(Problem::Kind::ambiguous,
+            "the Content-Type has the parameter " + std::string(name) + " " + inWords(count, "times"));
+    }
   }
 
   /// Some programs decode the parts of a multipart that claims to be encoded, others read it as it is

@@ -167,7 +167,7 @@ class SecurePeer : public testing::TestWithParam<Peer> {
   /// Runs this program, which writes "message"; its layer is then in "der", what a detached
   /// one is over in "content".
   void make(const std::string& arguments) const {
-    const Result made = cli_test::mailtree(arguments + " -o " + m_work.path("message"));
+    const Result made = cli_test::mailtree(arguments + " --force -o " + m_work.path("message"));
     EXPECT_EQ(made.status, 0) << arguments << '\n' << made.err;
     const std::string bytes = read("message");
     MimeMessage2 message;
@@ -246,7 +246,7 @@ TEST_P(SecurePeer, encrypts_what_opens_here) {
       std::istringstream readers(how.who);
       for (std::string reader; readers >> reader;) {
         const Result opened =
-            cli_test::mailtree("decrypt " + file + as(reader) + "-o " + m_work.path("open"));
+            cli_test::mailtree("decrypt " + file + as(reader) + "--force -o " + m_work.path("open"));
         EXPECT_EQ(opened.status, 0) << how.options << ' ' << reader << '\n' << opened.err;
         EXPECT_TRUE(read("open").ends_with("\r\n" + (kEntity + body))) << how.options << ' ' << reader;
       }
@@ -262,7 +262,7 @@ TEST_P(SecurePeer, puts_on_layers_in_any_order_that_are_taken_off_here) {
       runWell((step == "sign" ? m_peer.sign : m_peer.seal) + std::string("; mv made entity"),
               step == "sign" ? How{"alice", ""} : How{"bob", "-crlfeol -aes256"});
     const std::string file = m_work.path("entity") + as("bob");
-    EXPECT_EQ(cli_test::mailtree("body " + file).out, "Shall we?\r\n") << order;
+    EXPECT_EQ(cli_test::mailtree("body " + file).out, "Shall we?\n") << order;
     EXPECT_EQ(cli_test::mailtree("verify " + file + trusted()).status, 0) << order;
   }
 }

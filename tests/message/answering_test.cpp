@@ -169,7 +169,8 @@ TEST(Answering, QuotesWhatAReaderSees) {
   EXPECT_EQ(reply.inlineItems()[0].header("X-Trace"), std::nullopt);
   EXPECT_TRUE(reply.attachments().empty());
   const Message forward = parsed(mail.forward({.from = kJo, .to = {kJo}}).value().toString().value());
-  EXPECT_NE(forward.html().find("From: A &lt;b&gt; &lt;a@x&gt;<br>"), std::string::npos) << forward.html();
+  EXPECT_NE(forward.html().find("From: &quot;A &lt;b&gt;&quot; &lt;a@x&gt;<br>"), std::string::npos)
+      << forward.html();
   ASSERT_EQ(forward.attachments().size(), 2u);
   EXPECT_EQ(forward.attachments()[0].header("Content-Type"), "text/calendar; method=REQUEST");
   EXPECT_EQ(forward.attachments()[1].encoding(), "");  // never base64 (RFC 2046, 5.2.1)

@@ -463,4 +463,14 @@ bool readParameters(std::string_view headerValue, const ValueHandler& takeValue,
   return !overLimit;
 }
 
+std::size_t countPlainParameters(std::string_view headerValue, std::string_view name) {
+  ParamReader reader(headerValue);
+  reader.readMainValue();
+  Segment segment;
+  std::size_t count = 0;
+  for (std::size_t read = 0; read < kMax && reader.next(segment); ++read)
+    count += isPlain(segment) && equalsNoCase(segment.name, name);
+  return count;
+}
+
 }  // namespace mailtree

@@ -64,6 +64,9 @@ using ParameterHandler = std::function<void(std::string_view name, std::string_v
 bool readParameters(std::string_view headerValue, const ValueHandler& takeValue,
                     const ParameterHandler& take);
 
+/// How often a parameter is given in the plain form; the forms of RFC 2231 are allowed beside it.
+std::size_t countPlainParameters(std::string_view headerValue, std::string_view name);
+
 /// Appends "; name=value", quoted or encoded as needed; non-ASCII values by RFC 2231 in `codePage` (utf-8
 /// when it cannot represent them), followed by a readable ASCII fallback when `withFallback`.
 void appendParam(std::string_view name, std::string_view value, int codePage, bool withFallback,
