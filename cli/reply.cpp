@@ -170,9 +170,8 @@ void addReply(CLI::App& app, Action& action) {
   verb->add_flag("--all", options->all, "Reply to all recipients, too");
   verb->add_flag("--list", options->list, "Reply to the mailing list instead of the author");
   addRepeated(*verb, "--own", options->own, "Another address of your own, which gets no copy");
-  addText(*verb, "--quote", options->quote,
-          "How to quote: lines (default, with > before each), block or none")
-      ->check(CLI::IsMember({"lines", "block", "none"}));
+  oneOf(addText(*verb, "--quote", options->quote, "How to quote (default: lines, with > before each)"),
+        {"lines", "block", "none"});
   verb->add_flag("--attachments", options->attachments, "Take the attachments along");
   addContentOptions(*verb, *options);
   verb->footer(
