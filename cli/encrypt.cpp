@@ -26,7 +26,7 @@ struct EncryptOptions {
 bool haveAllCertificates(const std::string& file, const std::vector<Recipient>& recipients, Keys& keys) {
   const std::vector<Recipient> missing = withoutCertificate(recipients, keys.store);
   for (const Recipient& recipient : missing)
-    reportError(file, "no certificate for " + recipient.address + " (" + recipient.field + ")");
+    reportError(file, "no valid certificate for " + recipient.address + " (" + recipient.field + ")");
   const auto isHidden = [&](const Recipient& recipient) {
     return std::string_view(recipient.field) == "Bcc" && withoutCertificate({recipient}, keys.store).empty();
   };

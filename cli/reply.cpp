@@ -21,7 +21,7 @@ struct AnswerOptions {
   std::vector<std::string> to, cc, bcc, own;
   BodyOptions bodies;
   std::string quote = "lines";
-  bool all = false, list = false, attachments = false;
+  bool all = false, list = false, attachments = false, automatic = false;
   bool asAttachment = false;
   bool keepBcc = false;
   bool inClear = false;
@@ -91,6 +91,7 @@ Result<mailtree::Message> makeReply(const mailtree::Message& message, const Answ
                         .text = answer.text,
                         .quote = quoteNamed(options.quote),
                         .attachments = options.attachments,
+                        .automatic = options.automatic,
                         .to = answer.to,
                         .cc = answer.cc});
 }
@@ -173,6 +174,8 @@ void addReply(CLI::App& app, Action& action) {
   oneOf(addText(*verb, "--quote", options->quote, "How to quote (default: lines, with > before each)"),
         {"lines", "block", "none"});
   verb->add_flag("--attachments", options->attachments, "Take the attachments along");
+  verb->add_flag("--automatic", options->automatic,
+                 "Mark it as written by a program; refused for messages of programs and lists");
   addContentOptions(*verb, *options);
   verb->footer(
       "The reply goes to Reply-To, else to the sender; after a message of your own, to its\n"

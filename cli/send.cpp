@@ -38,7 +38,8 @@ std::string withUnixLines(std::string text) {
 }
 
 std::vector<std::string> argumentsFor(const Envelope& envelope) {
-  std::vector<std::string> arguments{"-i", "-f", envelope.sender, "--"};
+  const std::string sender = envelope.sender.empty() ? "<>" : envelope.sender;
+  std::vector<std::string> arguments{"-i", "-f", sender, "--"};
   arguments.insert(arguments.end(), envelope.recipients.begin(), envelope.recipients.end());
   return arguments;
 }

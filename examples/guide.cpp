@@ -1,6 +1,6 @@
 // The recipes of docs/guide.md, run one after the other: guide SAMPLES IDENTITIES SCRATCH.
+#include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -23,13 +23,13 @@ Result<void> readMail(const std::string& file) {
   return {};
 }
 
-Result<void> saveFiles(const std::string& file, const std::filesystem::path& folder) {
+Result<void> saveFiles(const std::string& file, const std::string& folder) {
   auto mail = Message::open(file);
   if (!mail) return mail.error();
   for (const Part& attachment : mail->attachments()) {
-    std::cout << attachment.fileName() << ", " << attachment.type() << ", " << attachment.size()
-              << " bytes\n";
-    std::ofstream(folder / attachment.fileName(), std::ios::binary) << attachment.bytes();
+    auto path = attachment.saveIn(folder);
+    if (!path) return path.error();
+    std::cout << *path << ", " << attachment.type() << ", " << attachment.size() << " bytes\n";
   }
   return {};
 }
@@ -80,8 +80,12 @@ Result<void> attachFiles(Message& mail, const std::string& path, const Message& 
 Result<void> change(Message& mail) {
   const std::vector<std::pair<std::string, std::string>> words = {{"{{name}}", "Jo"}, {"{{day}}", "Monday"}};
   if (auto replaced = mail.replaceWords(words); !replaced) return replaced.error();
-  for (const Part& file : mail.attachments())
-    if (file.type() == "application/zip") return mail.removeAttachment(file);
+  const auto isArchive = [](const Part& file) { return file.type() == "application/zip"; };
+  for (auto files = mail.attachments();; files = mail.attachments()) {
+    const auto archive = std::ranges::find_if(files, isArchive);
+    if (archive == files.end()) break;
+    if (auto removed = mail.removeAttachment(*archive); !removed) return removed;
+  }
   return mail.setCc("").and_then([&] { return mail.setHeader("X-Project", "Lake"); });
 }
 
@@ -89,6 +93,14 @@ Result<void> reply(const std::string& file, const Address& me, const std::string
   auto mail = Message::open(file);
   if (!mail) return mail.error();
   auto answer = mail->reply({.from = me, .all = true, .text = "See you there."});
+  if (!answer) return answer.error();
+  return answer->save(out);
+}
+
+Result<void> answerAbsent(const Message& mail, const Address& me, const std::string& out) {
+  if (mail.isAutomatic()) return {};
+  auto answer =
+      mail.reply({.from = me, .text = "I am back on Monday.", .quote = Quote::none, .automatic = true});
   if (!answer) return answer.error();
   return answer->save(out);
 }
@@ -197,6 +209,7 @@ Result<void> all(const std::string& samples, const std::string& identities, cons
       .and_then([&] { return attachFiles(*mail, sample("plain"), Message()); })
       .and_then([&] { return change(*mail); })
       .and_then([&] { return reply(sample("newsletter"), alice, scratched("reply.eml")); })
+      .and_then([&] { return answerAbsent(*mail, alice, scratched("absent.eml")); })
       .and_then([&] { return forward(sample("newsletter"), alice, bob, scratched("forward.eml")); })
       .and_then([&] { return resend(sample("newsletter"), alice, bob, scratched("resent.eml")); })
       .and_then([&] { return readyToSend(*mail); })

@@ -2,3 +2,4 @@
 #pragma once
 
 #include "mailtree/message/Message.h"
+#include "mailtree/mime/html/HtmlEscape.h"  // escapeHtml(), for texts put into HTML

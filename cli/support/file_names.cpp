@@ -6,17 +6,8 @@
 #include "mailtree/base/Ascii.h"
 
 namespace mailtree::cli {
-namespace {
 
 namespace fs = std::filesystem;
-
-std::string numbered(std::string_view name, unsigned number) {
-  if (number < 2) return std::string(name);
-  const auto [stem, extension] = splitFileName(name);
-  return std::string(stem).append(" (").append(std::to_string(number)).append(")").append(extension);
-}
-
-}  // namespace
 
 UniqueFileNames::UniqueFileNames(fs::path folder, bool mayOverwrite)
     : m_folder(std::move(folder)), m_mayOverwrite(mayOverwrite) {}
@@ -24,7 +15,7 @@ UniqueFileNames::UniqueFileNames(fs::path folder, bool mayOverwrite)
 std::string UniqueFileNames::pick(std::string_view name) {
   unsigned& number = m_lastNumber[lowerCase(name)];
   std::string candidate;
-  do candidate = numbered(name, ++number);
+  do candidate = numberedFileName(name, ++number);
   while (isTaken(candidate));
   m_given.insert(lowerCase(candidate));
   return (m_folder / candidate).string();

@@ -71,6 +71,12 @@ FileNameParts splitFileName(std::string_view name) {
   return {name.substr(0, dot), name.substr(dot)};
 }
 
+std::string numberedFileName(std::string_view name, unsigned number) {
+  if (number < 2) return std::string(name);
+  const auto [stem, extension] = splitFileName(name);
+  return std::string(stem).append(" (").append(std::to_string(number)).append(")").append(extension);
+}
+
 std::string safeFileName(std::string_view fromMail, std::string_view otherwise) {
   std::string name = onlyAllowedCharacters(trimDotsAndBlanks(baseName(fromMail)));
   if (name.empty()) return std::string(otherwise);

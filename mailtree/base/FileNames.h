@@ -21,4 +21,7 @@ struct FileNameParts {
 
 FileNameParts splitFileName(std::string_view name);
 
+/// "name (2).ext" for 2, and so on; the name itself for 1.
+std::string numberedFileName(std::string_view name, unsigned number);
+
 }  // namespace mailtree

@@ -74,7 +74,10 @@ struct ReplyOptions {
   std::vector<Address> own = {};  ///< Further addresses of one's own, which get no copy.
   std::string text = {};          ///< Goes before the quoted text, in plain text and HTML.
   Quote quote = Quote::lines;
-  bool attachments = false;               ///< Take the files along.
+  bool attachments = false;  ///< Take the files along.
+  /// Nobody writes it, such as a notice of absence: it is marked Auto-Submitted, its envelope has no sender,
+  /// so that nothing comes back, and there is none to a message that isAutomatic().
+  bool automatic = false;
   std::vector<Address> to = {}, cc = {};  ///< Further recipients.
 };
 
@@ -113,7 +116,7 @@ struct EncryptOptions {
 
 /// Who a message goes to, and where it is returned when it cannot be delivered (RFC 5321).
 struct Envelope {
-  std::string sender;  ///< An address; empty when the message has none.
+  std::string sender;  ///< An address; empty when there is none, and for an automatic reply (RFC 3834, 3.3).
   std::vector<std::string>
       recipients;  ///< To, Cc and Bcc, or the Resent- fields when there are any; each once.
 };
@@ -179,9 +182,12 @@ class Message {
   std::string text() const;
   /// The HTML; empty when no part has any. Plain texts among it are escaped.
   std::string html() const;
-  std::vector<Part> displayed() const;  ///< The parts that a reader sees in the message, in order.
-  /// The files: all that is neither shown as text nor part of the HTML. Attached messages, and pictures shown
-  /// among texts, are files too.
+  /// The parts that a reader sees in the message, in order. Of alternatives that is the best one, mostly the
+  /// HTML: the plain text that text() gives may be a part beside it.
+  std::vector<Part> displayed() const;
+  /// The files: all that is neither shown as text nor part of the HTML, and what is marked as an attachment,
+  /// even if the HTML shows it. Attached messages, and pictures shown among texts, are files too. What is
+  /// inside an attached message is not listed: see messages().
   std::vector<Part> attachments() const;
   std::vector<Part> inlineItems() const;  ///< What the HTML shows: pictures, referred to by cid or location.
   /// At most `length` characters of the text on one line, without what is quoted.
@@ -189,11 +195,14 @@ class Message {
   /// @}
 
   /// @name Everything in it @{
-  Part root() const;                                    ///< The message as a part, "1".
-  std::vector<Part> parts() const;                      ///< Every part, depth-first, the root first.
+  Part root() const;  ///< The message as a part, "1".
+  /// Every part, depth-first, the root first. An attached message is one part: see messages().
+  std::vector<Part> parts() const;
   std::optional<Part> part(std::string_view id) const;  ///< "1.2"; nothing when there is no such part.
   std::vector<Message> messages() const;                ///< The attached messages, in order.
   std::optional<Report> report() const;                 ///< A bounce, a receipt or a complaint.
+  /// Whether no program may answer it (RFC 3834): it is from a program or a mailing list, or a report.
+  bool isAutomatic() const;
   std::optional<Calendar> calendar() const;
   const Security& security() const;  ///< The verdict, as of reading.
   std::vector<Problem> problems() const;
@@ -223,14 +232,16 @@ class Message {
   Result<void> addHeader(std::string_view name, std::string_view value);
   Result<void> removeHeader(std::string_view name);
 
-  /// Sets the text, or the HTML, that a reader sees. The other one and all files stay.
+  /// Sets the text, or the HTML, that a reader sees: text() or html() is it from then on. The other one and
+  /// all files stay, so a message of HTML alone gets an alternative by setText(). An empty one removes it.
   Result<void> setText(std::string_view text);
   Result<void> setHtml(std::string_view html);
   /// Puts text before the text, and before the HTML as a paragraph.
   Result<void> prependText(std::string_view text);
   Result<void> setCalendar(const Calendar& calendar);
 
-  /// Attaches bytes, a file, or a message. A name that ends in ".eml" makes an attached message, too.
+  /// Attaches bytes, a file, or a message, which goes byte for byte as it was read. A name that ends in
+  /// ".eml" makes an attached message, too.
   Result<void> attach(std::string_view name, std::string_view bytes, const AttachOptions& options = {});
   Result<void> attachFile(const std::string& path, const AttachOptions& options = {});
   Result<void> attachMessage(const Message& message);
@@ -252,13 +263,17 @@ class Message {
   Result<Message> resend(const ResendOptions& options) const;
   /// @}
 
-  /// @name S/MIME (RFC 8551) @{
+  /// @name S/MIME (RFC 8551). To do both, sign first. The subject and all other fields can be read by
+  /// everybody, encrypted or not; a copy of them in the signed content is compared with them on reading. @{
 
   /// Signs with the identity of the From address. The message still reads the same.
   Result<void> sign(const Keys& keys, const SignOptions& options = {});
-  /// Encrypts for every recipient. noKey names those without a certificate. The message still reads the same
-  /// here, but its content cannot be changed.
+  /// Encrypts for every recipient, and for nobody else: name yourself in `alsoFor` to read your own copy.
+  /// noKey names those without a valid certificate. The message still reads the same here, but its content
+  /// cannot be changed.
   Result<void> encrypt(const Keys& keys, const EncryptOptions& options = {});
+  /// The recipients without a valid certificate, for whom encrypt() would fail; each once.
+  std::vector<std::string> recipientsWithoutCertificate(const Keys& keys) const;
   /// Removes the encryption for good; signatures inside stay, those around it go with it. encrypted, with the
   /// reason, when no key fits. An encrypted layer inside that no key opens stays.
   Result<void> decrypt(const Keys& keys);

@@ -1,9 +1,12 @@
 // message/Part.cpp - the facts of one part.
 #include "mailtree/message/Part.h"
 
+#include <filesystem>
 #include <string>
+#include <system_error>
 
 #include "mailtree/base/FileNames.h"
+#include "mailtree/base/Output.h"
 #include "mailtree/crypto/Digest.h"
 #include "mailtree/message/internal.h"
 #include "mailtree/mime/header/ContentTypeTable.h"
@@ -16,6 +19,19 @@ std::string withoutBrackets(std::string_view id) {
   if (id.starts_with('<')) id.remove_prefix(1);
   if (id.ends_with('>')) id.remove_suffix(1);
   return std::string(id);
+}
+
+/// A symbolic link that leads nowhere counts too.
+bool isTaken(const std::filesystem::path& path) {
+  std::error_code ignored;
+  return std::filesystem::exists(std::filesystem::symlink_status(path, ignored));
+}
+
+bool writeNew(const std::string& path, std::string_view bytes, LogBase& log) {
+  FileOutput sink;
+  ProgressContext progress(nullptr);
+  return sink.open(path.c_str(), log, Existing::refuse) && sink.write(bytes, progress, log) &&
+         sink.commit(log);
 }
 
 }  // namespace
@@ -51,6 +67,21 @@ bool Part::isMessage() const { return MessageState::rowOf(*this).isMessage(); }
 std::string_view Part::bytes() const { return isMultipart() ? std::string_view() : email2().m_body.view(); }
 
 std::string Part::sha256() const { return sha256Hex(bytes()); }
+
+Result<std::string> Part::saveIn(const std::string& folder) const {
+  constexpr unsigned kMostFiles = 100'000;  // of one name
+  const std::string name = fileName();
+  LogMemory log;
+  for (unsigned number = 1; number <= kMostFiles; ++number) {
+    const std::filesystem::path path = std::filesystem::path(folder) / numberedFileName(name, number);
+    if (isTaken(path)) continue;
+    if (writeNew(path.string(), bytes(), log)) return path.string();
+    // Somebody else may have been faster.
+    if (!isTaken(path))
+      return Error{ErrorCode::unwritable, lastError(log, "cannot be written"), path.string()};
+  }
+  return Error{ErrorCode::unwritable, "there are too many files of this name", folder};
+}
 
 std::vector<Header> Part::headers() const { return headersOf(email2().m_header); }
 

@@ -47,6 +47,10 @@ class Part {
   std::string text() const;
   std::string sha256() const;  ///< Of bytes(), in hexadecimal.
 
+  /// Writes bytes() to a new file in a folder, whole or not at all, and returns its path. It is called
+  /// fileName(), or "name (2).ext" and so on where there is such a file: nothing is overwritten.
+  Result<std::string> saveIn(const std::string& folder) const;
+
   std::vector<Header> headers() const;                             ///< All its fields, in order.
   std::optional<std::string> header(std::string_view name) const;  ///< The first field of that name.
   std::vector<Part> parts() const;                                 ///< Its children, in order.

@@ -20,6 +20,7 @@ enum class ErrorCode {
   noKey,         ///< A certificate or private key is missing, locked, or not valid for this use.
   encrypted,     ///< The content is encrypted; open it with keys, or decrypt() the message first.
   inClear,       ///< An answer to encrypted mail would be written unencrypted.
+  automatic,     ///< No program may answer this message.
   cryptography,  ///< Signing or encrypting failed.
   noMemory,      ///< Memory ran out.
 };

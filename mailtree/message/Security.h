@@ -17,12 +17,13 @@ struct Signer {
   std::string digest;                          ///< "sha256", ...
   std::string algorithm;                       ///< "rsa", "rsa-pss", "ecdsa", ...
   std::optional<std::chrono::sys_seconds> signingTime;  ///< As the signer claims.
-  Answer digestMatched{};                               ///< The content is what was signed.
-  Answer signatureVerified{};                           ///< The signer's key made the signature.
-  Answer chainTrusted{};                                ///< A certification path leads to a trust anchor now.
-  Answer chainTrustedThen{};                            ///< The same at the signing time.
-  Answer revoked{};                                     ///< The certificate, or one of an authority above it.
-  Answer keyUsageFit{};                                 ///< The certificate allows signing mail.
+  // yes, no, or notChecked:
+  Answer digestMatched{};               ///< The content is what was signed.
+  Answer signatureVerified{};           ///< The signer's key made the signature.
+  Answer chainTrusted{};                ///< A certification path leads to a trust anchor now.
+  Answer chainTrustedThen{};            ///< The same at the signing time.
+  Answer revoked{};                     ///< The certificate, or one of an authority above it.
+  Answer keyUsageFit{};                 ///< The certificate allows signing mail.
   Answer addressMatches{};              ///< The certificate is issued to the one address in From.
   bool isFaultless = false;             ///< All answers are good, and the chain was checked.
   std::vector<std::string> weaknesses;  ///< "digest sha1", "key RSA 1024 bits", ...

@@ -104,7 +104,8 @@ bool addMessage(Email2& email, std::string_view message, const std::string& name
 }
 
 bool addFile(Email2& email, const Part& file) {
-  if (file.isMessage()) return addMessage(email, file.bytes(), file.name());  // made anew: it is not encoded
+  // Made anew, because it may have come encoded, which other types may be (RFC 2046, 5.2.1; RFC 6532, 3.5).
+  if (file.type() == "message/rfc822") return addMessage(email, file.bytes(), file.name());
   LogNull log;
   StringBuffer type;
   EmailPtr copy = copyOf(file, *email.m_common);
@@ -118,8 +119,14 @@ bool addFile(Email2& email, const Part& file) {
 }
 
 Result<void> addFiles(Email2& email, const Message& answered) {
-  for (const Part& file : answered.attachments())
+  MessageState& state = MessageState::of(answered);
+  const std::vector<int>& quoted = state.displayed().textBody;
+  for (const Part& file : answered.attachments()) {
+    // A list's footer, for example, is quoted already, and is a file by its place only.
+    const bool isQuoted = file.isText() && std::ranges::find(quoted, file.number()) != quoted.end();
+    if (isQuoted && file.name().empty()) continue;
     if (!addFile(email, file)) return noMemory();
+  }
   return {};
 }
 
@@ -144,11 +151,14 @@ void markEncrypted(Message& answer, const Message& quoted) {
 }  // namespace
 
 Result<Message> Message::reply(const ReplyOptions& options) const {
+  if (options.automatic && isAutomatic())
+    return Error{ErrorCode::automatic, "no automatic answer may go to a program, a list or a report", {}};
   Result<AnswerRecipients> recipients = replyRecipients(*this, options);
   if (!recipients) return std::move(recipients).error();
   Result<Message> answer = newAnswer(options.from, *recipients, answerSubject("Re: ", subject()));
   if (!answer) return answer;
   Result<void> done = setThread(*answer, *this);
+  if (done && options.automatic) done = answer->setHeader("Auto-Submitted", "auto-replied");
   if (done) done = quote(*answer, *this, options.quote, options.text);
   if (done && options.attachments) done = addFiles(answer->email2(), *this);
   if (!done) return std::move(done).error();

@@ -1,10 +1,12 @@
 #include "mailtree/message/displayed_text.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "mailtree/base/Utf.h"
 #include "mailtree/message/internal.h"
 #include "mailtree/mime/FlowedText.h"
+#include "mailtree/mime/html/EnrichedText.h"
 #include "mailtree/mime/html/HtmlEscape.h"
 #include "mailtree/mime/html/HtmlText.h"
 
@@ -12,6 +14,9 @@ namespace mailtree {
 namespace {
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+constexpr std::pair<std::string_view, EnrichedForm> kEnrichedTypes[] = {
+    {"text/enriched", EnrichedForm::enriched}, {"text/richtext", EnrichedForm::richtext}};
 
 /// CRLF, LF and a bare CR each end a line.
 std::string withUnixLines(std::string text) {
@@ -57,10 +62,25 @@ void appendBlock(std::string& text, std::string_view next) {
   text += next;
 }
 
+/// Up to the last line that separates a signature; the whole text when nothing else is in it.
+std::string_view withoutSignature(std::string_view text) {
+  constexpr std::string_view kSeparator = "-- ";
+  std::size_t end = text.size();
+  for (std::size_t begin = 0; begin < text.size();) {
+    const std::size_t lineEnd = std::min(text.find('\n', begin), text.size());
+    if (text.substr(begin, lineEnd - begin) == kSeparator) end = begin;
+    begin = lineEnd + 1;
+  }
+  return trim(text.substr(0, end)).empty() ? text : text.substr(0, end);
+}
+
 /// The plain text of something that is shown; empty for pictures and sound.
 std::string plainTextOf(const PartRow& row, LoadBudget* budget) {
   if (row.isMessage()) return budget ? entryText(row, *budget) : std::string();
-  return isHtml(row) ? textOfHtml(readableTextOf(row)) : readableTextOf(row);
+  if (isHtml(row)) return textOfHtml(readableTextOf(row));
+  for (const auto& [type, form] : kEnrichedTypes)
+    if (equalsNoCase(row.contentType, type)) return textOfEnriched(readableTextOf(row), form);
+  return readableTextOf(row);
 }
 
 }  // namespace
@@ -80,6 +100,17 @@ std::string readableTextOf(const PartRow& row) {
 std::string displayedText(const Outline& outline, const Displayed& display, LoadBudget* budget) {
   std::string text;
   for (const int id : display.textBody) appendBlock(text, plainTextOf(outline.row(id), budget));
+  return text;
+}
+
+std::string quotableTextOf(const Message& message) {
+  MessageState& state = MessageState::of(message);
+  std::string text;
+  for (const int id : state.displayed().textBody) {
+    const PartRow& row = state.outline().row(id);
+    const std::string shown = plainTextOf(row, &state.opened.common->m_budget);
+    appendBlock(text, row.isMessage() ? shown : withoutSignature(shown));
+  }
   return text;
 }
 

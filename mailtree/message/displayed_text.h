@@ -10,6 +10,8 @@
 
 namespace mailtree {
 
+class Message;
+
 /// The text of a part as it is read: utf-8 without a byte order mark, lines ending in LF, those of
 /// format=flowed joined (RFC 3676). HTML stays HTML. Empty for anything but text.
 std::string readableTextOf(const PartRow& row);
@@ -17,6 +19,10 @@ std::string readableTextOf(const PartRow& row);
 /// The plain text of a message; parts are separated by an empty line.
 /// @param budget  to open the messages of a digest with; null: they are left out.
 std::string displayedText(const Outline& outline, const Displayed& display, LoadBudget* budget);
+
+/// The text of a message as an answer quotes it: without the signatures at the ends of its parts (RFC 3676,
+/// 4.3).
+std::string quotableTextOf(const Message& message);
 
 /// The HTML of a message, with its plain texts escaped; empty when it shows no HTML.
 std::string displayedHtml(const Outline& outline, const Displayed& display, LoadBudget* budget);

@@ -97,6 +97,9 @@ CertificateInfo infoOf(const Certificate& certificate);
 /// The first id in angle brackets, without them; the whole text when there is no id.
 std::string firstIdIn(std::string_view text);
 
+/// Whether a program wrote it as an answer (RFC 3834, 5): nothing may come back to it.
+bool isAutomatedReply(const MimeHeader& header);
+
 /// The verdict on the layers found when the message was read.
 Security securityOf(const MessageState& state);
 /// Loading unwraps no layers below a multipart/mixed. They are found in a separate parse tree and then

@@ -110,7 +110,8 @@ class EnvelopeMaker {
     for (const char* const name : {"Resent-To", "Resent-Cc", "Resent-Bcc"}) takeRecipients(resent, name);
     if (!resent.empty()) return std::move(m_envelope);
     const std::vector<int> all = everyField();
-    for (const char* const name : {"From", "Sender"}) takeSender(all, name);
+    if (!isAutomatedReply(m_header))
+      for (const char* const name : {"From", "Sender"}) takeSender(all, name);
     for (const char* const name : {"To", "Cc", "Bcc"}) takeRecipients(all, name);
     // Hidden recipients are in the list only.
     take(m_root.m_bccAddrs);
@@ -184,7 +185,8 @@ Envelope Message::envelope() const { return envelopeOf(m_state->root()); }
 
 Result<void> Message::check() const {
   const Envelope to = envelope();
-  if (to.sender.empty()) return Error{ErrorCode::noRecipient, "the message has no sender", "From"};
+  if (to.sender.empty() && !isAutomatedReply(m_state->root().m_header))
+    return Error{ErrorCode::noRecipient, "the message has no sender", "From"};
   if (to.recipients.empty()) return Error{ErrorCode::noRecipient, "the message has no recipient", "To"};
   return m_state->answersEncrypted ? Result<void>(inClear()) : Result<void>();
 }

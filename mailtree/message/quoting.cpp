@@ -4,15 +4,13 @@
 
 #include "mailtree/base/Ascii.h"
 #include "mailtree/email/transform/reply_header.h"
+#include "mailtree/message/displayed_text.h"
 #include "mailtree/mime/FlowedText.h"
 #include "mailtree/mime/html/HtmlEscape.h"
 #include "mailtree/mime/html/HtmlFrame.h"
 
 namespace mailtree {
 namespace {
-
-/// The separator before a signature (RFC 3676, 4.3), on a line of its own.
-constexpr std::string_view kSignature = "-- ";
 
 std::string withUnixLines(std::string_view text) {
   std::string lines(text);
@@ -26,15 +24,6 @@ std::string_view takeLine(std::string_view& text) {
   const std::string_view line = text.substr(0, end);
   text.remove_prefix(std::min(end + 1, text.size()));
   return line;
-}
-
-std::string_view withoutSignature(std::string_view text) {
-  std::size_t end = text.size();
-  for (std::string_view rest = text; !rest.empty();) {
-    const std::size_t begin = text.size() - rest.size();
-    if (takeLine(rest) == kSignature) end = begin;
-  }
-  return text.substr(0, end);
 }
 
 /// Removes the marks of earlier quotations, also "> > ", from the front of a line, and counts them.
@@ -120,6 +109,13 @@ QuotedFields escaped(QuotedFields fields) {
   return fields;
 }
 
+/// A message without a date gets no empty line for it.
+std::string withoutEmptySent(std::string head, std::string_view lineEnd) {
+  const std::string empty = "Sent: " + std::string(lineEnd);
+  if (const std::size_t at = head.find(empty); at != std::string::npos) head.erase(at, empty.size());
+  return head;
+}
+
 /// The text of the answer as it is written before the quotation, with an empty line after it.
 std::string ownText(std::string_view text) {
   const std::string own(trimRight(text));
@@ -128,8 +124,7 @@ std::string ownText(std::string_view text) {
 
 AnswerText quotedAsLines(const Message& quoted, std::string_view text) {
   const std::string attribution = attributionOf(quoted), html = quoted.html();
-  AnswerText answer{
-      ownText(text) + attribution + "\n" + quotedLines(trimRight(withoutSignature(quoted.text()))), {}};
+  AnswerText answer{ownText(text) + attribution + "\n" + quotedLines(trimRight(quotableTextOf(quoted))), {}};
   if (!html.empty())
     answer.html = frameHtml(
         html, paragraphsOf(text) + paragraphsOf(attribution) + "<blockquote type=\"cite\">", "</blockquote>");
@@ -139,8 +134,11 @@ AnswerText quotedAsLines(const Message& quoted, std::string_view text) {
 AnswerText quotedAsBlock(const Message& quoted, std::string_view text) {
   const QuotedFields fields = quotedFieldsOf(quoted);
   const std::string html = quoted.html();
-  AnswerText answer{ownText(text) + withUnixLines(plainReplyHeader(fields)) + quoted.text(), {}};
-  if (!html.empty()) answer.html = frameHtml(html, paragraphsOf(text) + htmlReplyHeader(escaped(fields)), "");
+  AnswerText answer{
+      ownText(text) + withoutEmptySent(withUnixLines(plainReplyHeader(fields)), "\n") + quoted.text(), {}};
+  if (!html.empty())
+    answer.html =
+        frameHtml(html, paragraphsOf(text) + withoutEmptySent(htmlReplyHeader(escaped(fields)), "<br>"), "");
   return answer;
 }
 

@@ -137,7 +137,8 @@ std::string Message::listId() const {
   // The description before the id may be any text.
   const std::string value = header("List-ID").value_or(std::string());
   const std::size_t begin = value.rfind('<');
-  return firstIdIn(begin == std::string::npos ? value : value.substr(begin));
+  const std::string id = firstIdIn(begin == std::string::npos ? value : value.substr(begin));
+  return id == "<>" ? std::string() : id;
 }
 
 std::vector<Header> Message::headers() const { return headersOf(m_state->root().m_header); }

@@ -223,7 +223,7 @@ Result<std::vector<Certificate*>> readersFor(const Email2& email, SystemCerts& c
   std::string missing;
   for (const Recipient& recipient : withoutCertificate(recipients, certs))
     missing += (missing.empty() ? "" : ", ") + recipient.address;
-  if (!missing.empty()) return Error{ErrorCode::noKey, "no certificate for " + missing, missing};
+  if (!missing.empty()) return Error{ErrorCode::noKey, "no valid certificate for " + missing, missing};
   LogNull log;
   for (const Recipient& recipient : recipients)
     readers.push_back(certs.findByEmailAddr(recipient.address.c_str(), /*forEncryption=*/true, log));
@@ -323,6 +323,13 @@ Result<void> Message::encrypt(const Keys& keys, const EncryptOptions& options) {
   Result<void> done = sealAs(*m_state, std::move(sealed), keys);
   if (done) m_state->answersEncrypted = false;
   return done;
+}
+
+std::vector<std::string> Message::recipientsWithoutCertificate(const Keys& keys) const {
+  std::vector<std::string> addresses;
+  for (Recipient& recipient : withoutCertificate(recipientsOf(m_state->root()), keys.systemCerts()))
+    addresses.push_back(std::move(recipient.address));
+  return addresses;
 }
 
 Result<void> Message::decrypt(const Keys& keys) {

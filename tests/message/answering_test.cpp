@@ -145,6 +145,24 @@ TEST(Answering, FramesPages) {
   for (const auto& row : rows) EXPECT_EQ(frameHtml(row.html, "[", "]"), row.framed);
 }
 
+TEST(Answering, LeavesAloneWhatNoProgramMayAnswer) {
+  const ReplyOptions automatic{.from = kJo, .automatic = true};
+  for (const char* header :
+       {"Auto-Submitted: auto-generated; x=y\n", "Precedence: Bulk\n", "List-Id: <l@x>\n",
+        "Return-Path: <>\n", "Content-Type: multipart/report; boundary=b\n",
+        "Content-Type: message/delivery-status\n", "Sender: boats-request@x\n"})
+    EXPECT_EQ(parsed(std::string("From: a@x\n") + header + "\n").reply(automatic).error().code,
+              ErrorCode::automatic)
+        << header;
+  EXPECT_TRUE(parsed("From: Mailer-Daemon@x\n\n").isAutomatic());
+  const Message mail =
+      parsed("From: a@x\nReturn-Path: <a@x>\nAuto-Submitted: no (really)\nPrecedence: high\n\n");
+  const Message answer = parsed(mail.reply(automatic).value().toString().value());
+  EXPECT_TRUE(answer.isAutomatic());
+  EXPECT_EQ(answer.envelope().sender, "");
+  EXPECT_TRUE(answer.check());
+}
+
 const char* const kPage =
     "From: =?utf-8?Q?A_=3Cb=3E?= <a@x>\nDate: Sun, 22 Nov 2026 12:00:00 +0100\nSubject: <s>\nMIME-Version: "
     "1.0\n"
@@ -176,6 +194,10 @@ TEST(Answering, QuotesWhatAReaderSees) {
   EXPECT_EQ(forward.attachments()[1].encoding(), "");  // never base64 (RFC 2046, 5.2.1)
   const Message plain = parsed("From: a@x\n\nHi\n> you\n-- \nA\n").reply({.from = kJo}).value();
   EXPECT_EQ(plain.text(), "a@x wrote:\n> Hi\n>> you\n");
+  // A signature ends its own part only, and one without a text before it is the text.
+  const Message parts = parsed(
+      "From: a@x\nContent-Type: multipart/mixed; boundary=m\n\n--m\n\n1\n-- \nA\n--m\n\n-- \n2\n--m--\n");
+  EXPECT_EQ(parts.reply({.from = kJo})->text(), "a@x wrote:\n> 1\n>\n> -- \n> 2\n");
   EXPECT_EQ(plain.html(), "");
   EXPECT_EQ(plain.root().header("Content-Type"), "text/plain; charset=us-ascii; format=flowed");
 }

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <filesystem>
+
 #include "mailtree/message/Message.h"
 
 namespace mailtree {
@@ -32,6 +35,21 @@ TEST(Reading, FindsPartsByTheirIds) {
   EXPECT_EQ(mail->part("1.1.1")->fileName(), "inner 1_2.eml");
 }
 
+TEST(Reading, SavesFilesBesideOthersOfTheSameName) {
+  std::string folder = testing::TempDir() + "mailtree-XXXXXX";
+  ASSERT_TRUE(::mkdtemp(folder.data()));
+  const Result<Message> mail = Message::parse(
+      "Content-Type: multipart/mixed; boundary=b\n\n--b\nContent-Type: a/b; "
+      "name=\"../x.pdf\"\n\none\n--b--\n");
+  const Part file = mail->attachments().at(0);
+  EXPECT_EQ(file.saveIn(folder).value(), folder + "/x.pdf");
+  std::filesystem::create_symlink("nowhere", folder + "/x (2).pdf");
+  EXPECT_EQ(file.saveIn(folder).value(), folder + "/x (3).pdf");
+  EXPECT_EQ(std::filesystem::file_size(folder + "/x (3).pdf"), 3u);
+  EXPECT_EQ(file.saveIn(folder + "/missing").error().code, ErrorCode::unwritable);
+  std::filesystem::remove_all(folder);
+}
+
 TEST(Reading, OpensWhatAMessageCarries) {
   const Result<Message> mail = Message::parse(kNested);
   ASSERT_EQ(mail->messages().size(), 1u);
@@ -41,13 +59,25 @@ TEST(Reading, OpensWhatAMessageCarries) {
   EXPECT_FALSE(mail->report());
 }
 
+TEST(Reading, KnowsWhichMessageAReportIsAbout) {
+  const Result<Message> mail = Message::parse(
+      "Content-Type: multipart/report; boundary=b\n\n--b\n\nNot delivered\n--b\n"
+      "Content-Type: message/delivery-status\n\nReporting-MTA: dns; x\n\nFinal-Recipient: rfc822; a@x\n"
+      "Action: failed\n\n--b\nContent-Type: message/rfc822\n\nSubject: boat\nMessage-ID: <1@x>\n\n--b--\n");
+  const Report report = mail->report().value();
+  EXPECT_EQ(report.subject + " " + report.messageId, "boat 1@x");
+  EXPECT_EQ(report.recipients.at(0).address, "a@x");
+}
+
 TEST(Reading, TellsWhatProgramsReadInDifferentWays) {
   std::string found;
-  for (const Problem& problem : Message::parse(kNested)->problems())
+  for (const Problem& problem :
+       Message::parse(std::string("Content-Transfer-Encoding: Base64\n") + kNested)->problems())
     found += problem.part + " " + problem.text + "\n";
   EXPECT_EQ(found,
             "1 the field Subject is there 2 times\n"
-            "1 the Content-Type has the parameter boundary 2 times\n");
+            "1 the Content-Type has the parameter boundary 2 times\n"
+            "1 a multipart is declared to be in base64\n");
 }
 
 }  // namespace

@@ -128,7 +128,7 @@ TEST(SecureMessage, says_what_is_missing_and_stays_as_it_was) {
       {"alice@example.com", "", sign({.digest = "sha1"}), ErrorCode::badValue, "'sha1'"},
       {"alice@example.com", "", sign({.certificate = "00"}), ErrorCode::noKey, "fingerprint 00"},
       {"alice@example.com", "no1@example.com, bob@example.com, no2@example.com", encrypt({}),
-       ErrorCode::noKey, "no certificate for no1@example.com, no2@example.com"},
+       ErrorCode::noKey, "no valid certificate for no1@example.com, no2@example.com"},
       {"alice@example.com", "bob@example.com", encrypt({.alsoFor = {"no3"}}), ErrorCode::noKey, "no3"},
       {"alice@example.com", "", encrypt({}), ErrorCode::noRecipient, "no recipients"},
       {"alice@example.com", "bob@example.com", encrypt({.cipher = "rc2"}), ErrorCode::badValue, "'rc2'"},

@@ -1,6 +1,7 @@
 #include "mailtree/mime/html/HtmlText.h"
 
 #include "mailtree/base/Utf.h"
+#include "mailtree/mime/html/EnrichedText.h"
 #include "tests/mime/tables.h"
 
 namespace mailtree {
@@ -25,6 +26,20 @@ TEST(HtmlText, ReadsAsAPersonReadsThePage) {
        "a b & c d, f\n"},
   };
   expectEach(textOfHtml, rows);
+}
+
+TEST(HtmlText, ReadsTheRichTextOfOldMail) {
+  const Row enriched[] = {
+      {"<bold>a</bold> b\r\nc\r\n\r\nd\n\n\ne", "a b c\nd\n\ne"},
+      {"<Color><param>red</param>a</Color> <<b> 1 < 2 <x y> <", "a <b> 1 < 2 <x y> <"},
+      {"<nofill>a\n b\n\nc</nofill>\nd</param>", "a\n b\n\nc d"},
+  };
+  expectEach([](std::string_view text) { return textOfEnriched(text, EnrichedForm::enriched); }, enriched);
+  const Row richtext[] = {
+      {"<Bold>a</Bold> 1 <lt> 2<nl>b\r\n\r\nc<comment>d</comment><Paragraph>e</Paragraph>f",
+       "a 1 < 2\nb ce\n\nf"},
+  };
+  expectEach([](std::string_view text) { return textOfEnriched(text, EnrichedForm::richtext); }, richtext);
 }
 
 TEST(HtmlText, GivesListsAndQuotesPrefixes) {
