@@ -34,8 +34,8 @@ TEST(SignedContent, is_written_byte_for_byte_as_it_was_received) {
   for (const std::string& part : {kSignedPart, crlf(kSignedPart)}) {
     const EmailPtr root = load(signedMessage(part));
     ASSERT_EQ(printTree(root), "signed(mixed(plain,html),p7s)");
-    for (const WriteOptions& options :
-         {WriteOptions{}, {.omitPrefix = "X-", .qpFor8bit = true}, {.isTop = false}}) {
+    for (const WriteForm& options :
+         {WriteForm{}, {.omitPrefix = "X-", .qpFor8bit = true}, {.isTop = false}}) {
       EXPECT_EQ(firstPartOf(write(*root, options)), part);
       EXPECT_EQ(firstPartOf(writeToSink(*root, options)), part);
     }

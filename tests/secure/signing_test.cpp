@@ -33,7 +33,7 @@ class Sealing : public ::testing::Test {
   /// What was logged since it was asked last.
   std::string log() { return std::exchange(m_log, LogMemory()).text(); }
 
-  static constexpr WriteOptions kPlain{.omitPrefix = "SVX-"};
+  static constexpr WriteForm kPlain{.omitPrefix = "SVX-"};
   Identities m_people{"alice", "bob", "carol"};
   _clsCades m_cades;
   LogMemory m_log;

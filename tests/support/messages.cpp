@@ -3,7 +3,7 @@
 namespace mailtree {
 namespace {
 
-bool writeTo(Email2& node, const WriteOptions& options, StringBuffer& text, _svOutput* sink) {
+bool writeTo(Email2& node, const WriteForm& options, StringBuffer& text, _svOutput* sink) {
   LogNull log;
   ProgressContext progress(nullptr);
   return node.assembleMimeBody2(text, sink, options.dotStuff, options.omitPrefix, progress, log,
@@ -28,12 +28,12 @@ EmailPtr loadPop3(std::string_view message) {
   return EmailPtr(Email2::createFromPop3(*new _svEmailCommon, raw, /*unwrap=*/false, certs, log));
 }
 
-std::string write(Email2& node, const WriteOptions& options) {
+std::string write(Email2& node, const WriteForm& options) {
   StringBuffer text;
   return writeTo(node, options, text, nullptr) ? text.extractString() : "FAILED";
 }
 
-std::string writeToSink(Email2& node, const WriteOptions& options) {
+std::string writeToSink(Email2& node, const WriteForm& options) {
   StringBuffer unused;
   DataBuffer bytes;
   MemoryOutput sink(bytes);

@@ -9,7 +9,7 @@
 namespace mailtree {
 
 /// What the writing operation can be asked for beyond the plain case.
-struct WriteOptions {
+struct WriteForm {
   bool dotStuff = false;
   const char* omitPrefix = nullptr;
   bool qpFor8bit = false;
@@ -22,9 +22,9 @@ EmailPtr load(std::string_view message);
 EmailPtr loadPop3(std::string_view message);
 
 /// The node as text; a failure gives "FAILED".
-std::string write(Email2& node, const WriteOptions& options = {});
+std::string write(Email2& node, const WriteForm& options = {});
 /// The same through a sink.
-std::string writeToSink(Email2& node, const WriteOptions& options = {});
+std::string writeToSink(Email2& node, const WriteForm& options = {});
 
 /// The same with LF turned into CRLF: messages in tests are written with LF.
 std::string crlf(std::string_view text);
