@@ -64,9 +64,14 @@ Exit prepare(const MergeOptions& options, const CsvTable& table, Letter& letter)
   }
   if (form.hasPlaceholdersInAttachedMessages(table))
     reportError(options.file, "warning: placeholders in attached messages are not replaced");
-  if (form.prepare(table, options.rawHtml)) return Exit::fine;
-  reportError(options.file, "not enough memory");
-  return Exit::unreadable;
+  if (!form.prepare(table, options.rawHtml)) {
+    reportError(options.file, "not enough memory");
+    return Exit::unreadable;
+  }
+  if (form.hasPlaceholdersInPages(table))
+    reportError(options.file,
+                "warning: placeholders in scripts, styles and comments of HTML are not replaced");
+  return Exit::fine;
 }
 
 /// Reads the next row and checks its addresses and files. False at the end, and after reporting an error,
@@ -195,7 +200,8 @@ void addMerge(CLI::App& app, Action& action) {
   verb->add_flag("--raw-html", options->rawHtml, "Insert values into HTML without escaping");
   addDestinations(*verb, *options);
   verb->footer(
-      "Placeholders are replaced in text bodies, header fields, names and addresses; every message gets\n"
+      "Placeholders are replaced in text bodies, header fields, names and addresses; in HTML not in\n"
+      "scripts, styles and comments, unless --raw-html is given. Every message gets\n"
       "its own Message-ID and Date. Attached messages are not changed. Bcc is kept for the program\n"
       "that sends. The whole table is checked first; nothing is written when any row is wrong.\n"
       "\n"

@@ -11,6 +11,7 @@
 #include "mailtree/mime/address/Address.h"
 #include "mailtree/mime/header/HeaderValue.h"
 #include "mailtree/mime/html/HtmlEscape.h"
+#include "mailtree/mime/html/HtmlReplace.h"
 
 namespace mailtree::cli {
 namespace {
@@ -138,13 +139,40 @@ void replaceEverywhere(Email2& root, const std::string& key, const std::string& 
 }
 
 bool replaceInHtml(Email2& root, const std::string& key, const std::string& value) {
+  Replacements replacements(Replacements::Order::atOnce);
+  replacements.add(key, value);
   bool isFound = false;
   visit(root, [&](Email2& node) {
-    isFound |= isHtml(node) && node.m_body.replaceAllOccurances(key, value) > 0;
-    return true;
+    if (!isHtml(node)) return true;
+    const auto changed = changeHtmlPieces(
+        node.m_body.view(), [&](std::string_view piece) { return replacements.replacedIn(piece); });
+    if (!changed) return true;
+    isFound = true;
+    node.m_body.clear();
+    return node.m_body.append(std::string_view(*changed));
   });
   return isFound;
 }
+
+/// Takes the pages out of the tree for as long as everything else is changed: what is left in them is in
+/// scripts, styles and comments, where no escaping makes a value harmless.
+class PagesAside {
+ public:
+  explicit PagesAside(Email2& root) {
+    visit(root, [this](Email2& node) {
+      if (isHtml(node)) m_pages.emplace_back(&node, DataBuffer()).second.takeData(node.m_body);
+      return true;
+    });
+  }
+  PagesAside(const PagesAside&) = delete;
+  PagesAside& operator=(const PagesAside&) = delete;
+  ~PagesAside() {
+    for (auto& [node, page] : m_pages) node->m_body.takeData(page);
+  }
+
+ private:
+  std::vector<std::pair<Email2*, DataBuffer>> m_pages;
+};
 
 /// Converts the line breaks of a value to CRLF.
 std::string withCrlf(std::string value) {
@@ -197,13 +225,20 @@ std::optional<std::string> MergeTemplate::unknownPlaceholder(const CsvTable& tab
   return unknown;
 }
 
+bool MergeTemplate::occurIn(const Email2& node, const CsvTable& table) const {
+  return std::ranges::any_of(table.columns(), [&](const std::string& column) {
+    return containsText(node.m_body.view(), m_form.placeholderOf(column));
+  });
+}
+
 bool MergeTemplate::hasPlaceholdersInAttachedMessages(const CsvTable& table) const {
   return !visit(*m_message.root, [&](Email2& node) {
-    if (!beginsWithNoCase(node.m_contentType.m_type, "message/")) return true;
-    return std::ranges::none_of(table.columns(), [&](const std::string& column) {
-      return containsText(node.m_body.view(), m_form.placeholderOf(column));
-    });
+    return !beginsWithNoCase(node.m_contentType.m_type, "message/") || !occurIn(node, table);
   });
+}
+
+bool MergeTemplate::hasPlaceholdersInPages(const CsvTable& table) const {
+  return !visit(*m_message.root, [&](Email2& node) { return !isHtml(node) || !occurIn(node, table); });
 }
 
 MergeTemplate::Token MergeTemplate::newToken(std::size_t column, bool inHtml) const {
@@ -234,7 +269,10 @@ bool MergeTemplate::replacePlaceholder(const std::string& placeholder, std::size
   }
   Token token = newToken(column, /*inHtml=*/false);
   std::string after;
-  replaceEverywhere(root, placeholder, token.text);
+  {
+    const std::optional<PagesAside> pages = escapeHtml ? std::make_optional<PagesAside>(root) : std::nullopt;
+    replaceEverywhere(root, placeholder, token.text);
+  }
   if (!write(root, after)) return false;
   if (written != after) m_tokens.push_back(std::move(token));
   written = std::move(after);

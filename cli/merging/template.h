@@ -39,11 +39,13 @@ class MergeTemplate {
   std::optional<std::string> unknownPlaceholder(const CsvTable& table) const;
   /// Whether an attached message, which is not changed, contains placeholders.
   bool hasPlaceholdersInAttachedMessages(const CsvTable& table) const;
+  /// Whether HTML contains placeholders; after prepare(), those in scripts, styles and comments, which stay.
+  bool hasPlaceholdersInPages(const CsvTable& table) const;
   /// Sets the recipient of each message: a column, or a pattern with placeholders such as
   /// "{{name}} <{{email}}>". Returns what is wrong with it, or nothing. Call it before prepare().
   std::optional<std::string> setRecipient(const CsvTable& table, const std::string& field);
-  /// Replaces placeholders with tokens. `rawHtml`: values go into HTML without escaping. False when memory
-  /// ran out.
+  /// Replaces placeholders with tokens: in HTML only those in text and in attributes, because values are
+  /// escaped there. `rawHtml`: everywhere in it, without escaping. False when memory ran out.
   bool prepare(const CsvTable& table, bool rawHtml);
 
   /// Checks the addresses that a row supplies.
@@ -65,6 +67,7 @@ class MergeTemplate {
     bool mustBeSingle;  ///< Must become one address, not a list.
   };
 
+  bool occurIn(const Email2& node, const CsvTable& table) const;
   Token newToken(std::size_t column, bool inHtml) const;
   bool replacePlaceholder(const std::string& placeholder, std::size_t column, bool escapeHtml,
                           std::string& written);

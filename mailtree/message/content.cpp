@@ -285,8 +285,8 @@ class TextSetter {
 
   /// The first text of the message.
   bool insert() {
-    const bool isBlank = m_root.getNumParts() == 0 && m_root.m_body.isEmpty() && m_ownFiles.empty();
-    if (isBlank) return setLeaf(m_root, m_root, m_kind, m_text, m_log);
+    const bool hasNothing = m_root.getNumParts() == 0 && m_root.m_body.isEmpty() && m_ownFiles.empty();
+    if (hasNothing) return setLeaf(m_root, m_root, m_kind, m_text, m_log);
     if (m_kind == Kind::html)
       if (const int home = relatedWithoutRoot(m_state.outline()); home >= 0)
         return insertInto(*m_shown.node(home));
@@ -347,19 +347,40 @@ class TextSetter {
   LogNull m_log;
 };
 
+/// What needs less fails as rarely as any step between, and is not worth asking for.
+constexpr std::size_t kMuchMemory = 1 << 20;
+
+bool hasRoomFor(std::size_t size) {
+  DataBuffer room;
+  return size < kMuchMemory || room.reserveMore(size);
+}
+
 std::vector<int> shownRows(MessageState& state) {
   std::vector<int> rows = state.displayed().textBody;
   rows.insert(rows.end(), state.displayed().htmlBody.begin(), state.displayed().htmlBody.end());
   return rows;
 }
 
+/// A new message, in which there is nothing to search for.
+bool isBlank(const Email2& root) {
+  const std::string_view type = root.m_contentType.m_type;
+  return root.getNumParts() == 0 && root.m_body.isEmpty() &&
+         (type.empty() || equalsNoCase(type, "text/plain"));
+}
+
+bool setBlank(Email2& root, Kind kind, std::string_view text) {
+  LogNull log;
+  return setLeaf(root, root, kind, text, log);
+}
+
 Result<void> setContent(MessageState& state, Kind kind, std::string_view text) {
   if (Result<void> checked = checkText(text, typeOf(kind)); !checked) return checked;
-  if (Result<void> begun = beginContent(state); !begun) return begun;
-  dropSignaturesOver(state, shownRows(state));
   std::string lines = withCrlf(text);
   if (kind == Kind::plain && !lines.empty() && !lines.ends_with('\n')) lines += "\r\n";
-  const bool isDone = TextSetter(state, kind, lines).run();
+  const bool wasBlank = isBlank(state.root());
+  if (Result<void> begun = beginContent(state, 2 * lines.size()); !begun) return begun;
+  if (!wasBlank) dropSignaturesOver(state, shownRows(state));
+  const bool isDone = wasBlank ? setBlank(state.root(), kind, lines) : TextSetter(state, kind, lines).run();
   endContent(state);
   return isDone ? Result<void>() : Result<void>(noMemory());
 }
@@ -380,7 +401,8 @@ int firstOf(const std::vector<int>& rows, const Outline& outline, bool (*isOfKin
 
 }  // namespace
 
-Result<void> beginContent(MessageState& state) {
+Result<void> beginContent(MessageState& state, std::size_t size) {
+  if (!hasRoomFor(size)) return noMemory();
   if (!state.isSealed() && isEncrypted(state.root()))
     return Error{ErrorCode::encrypted, "the content is encrypted: decrypt the message first", "1"};
   if (Result<void> begun = state.beginContentChange(); !begun) return begun;

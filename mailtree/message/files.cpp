@@ -31,7 +31,24 @@ const char* identityEncodingFor(const DataBuffer& bytes) {
   return bytes.is7bit(0) ? nullptr : "8bit";
 }
 
-bool usesLfOnly(std::string_view bytes) { return contains(bytes, "\n") && !contains(bytes, "\r"); }
+/// Whether some content is bytes in which LF need not be a line break (RFC 2045, 2.9). A line of text that
+/// looks like such a label only has the effect that the message keeps its LF.
+bool holdsBinary(std::string_view message) {
+  constexpr std::string_view kLabel = "content-transfer-encoding:";
+  if (message.find('\0') != std::string_view::npos) return true;
+  for (std::size_t begin = 0; begin < message.size();) {
+    const std::string_view rest = message.substr(begin);
+    if (beginsWithNoCase(rest, kLabel) && beginsWithNoCase(trimLeft(rest.substr(kLabel.size())), "binary"))
+      return true;
+    begin += std::min(rest.find('\n'), rest.size() - 1) + 1;
+  }
+  return false;
+}
+
+/// Whether LF is what ends the lines: a message as files have it.
+bool hasUnixLines(std::string_view message) {
+  return contains(message, "\n") && !contains(message, "\r") && !holdsBinary(message);
+}
 
 /// The lines that begin with "--", which may be boundaries.
 std::vector<std::string_view> dashLinesOf(std::string_view bytes) {
@@ -83,8 +100,9 @@ Result<GivenFile> checkFile(std::string_view path, std::string_view bytes, const
   if (beginsWithNoCase(options.type, "multipart/"))
     return badValue("a file cannot have a multipart type: '" + options.type + "'", name);
   GivenFile file{std::string(name), options.type.empty() ? typeByName(std::string(name)) : options.type,
-                 codePageToLabel(bytes)};
+                 /*codePage=*/0};
   if (file.type.empty()) file.type = kUnknownType;
+  if (beginsWithNoCase(file.type, "text/")) file.codePage = codePageToLabel(bytes);
   if (options.charset.empty()) return file;
   if (!beginsWithNoCase(file.type, "text/"))
     return badValue("only a text file has a charset: '" + file.type + "'", name);
@@ -94,7 +112,7 @@ Result<GivenFile> checkFile(std::string_view path, std::string_view bytes, const
 }
 
 Result<void> attachTo(MessageState& state, const GivenFile& file, DataBuffer& bytes) {
-  if (Result<void> begun = beginContent(state); !begun) return begun;
+  if (Result<void> begun = beginContent(state, 2 * bytes.getSize()); !begun) return begun;
   LogNull log;
   const bool isDone = file.isMessage()
                           ? attachMessageTo(state.root(), file.name, bytes, log)
@@ -163,7 +181,7 @@ bool attachFileTo(Email2& root, const std::string& name, const std::string& type
 
 bool attachMessageTo(Email2& root, const std::string& name, DataBuffer& bytes, LogBase& log) {
   DataBuffer mime;
-  if (usesLfOnly(bytes.view())) {
+  if (hasUnixLines(bytes.view())) {
     StringBuffer lines(bytes.view());
     if (!lines.toCRLF() || !mime.append(lines)) return false;
   } else {
@@ -240,13 +258,13 @@ Result<std::string> Message::addInline(std::string_view name, std::string_view b
   const Result<GivenFile> file = checkFile(name, bytes, options);
   if (!file) return file.error();
   if (file->isMessage()) return badValue("a message cannot be shown by HTML", name);
-  if (Result<void> begun = beginContent(*m_state); !begun) return std::move(begun).error();
   LogNull log;
   DataBuffer data;
   if (!data.append(bytes)) return noMemory();
   EmailPtr item = newInlineItem(*m_state->root().m_common, file->name, file->type, data, log);
   if (!item) return noMemory();
   std::string id = contentIdOf(*item);
+  if (Result<void> begun = beginContent(*m_state); !begun) return std::move(begun).error();
   Email2* const html = shownHtml(*m_state);
   Email2* const related =
       html ? relatedAround(m_state->root(), *html, log) : relatedForLater(m_state->root(), log);
@@ -266,9 +284,10 @@ Result<void> Message::removeAttachment(const Part& attachment) {
   if (!isOwn || !(isAmong(displayed.attachments) || isAmong(displayed.inlineItems)))
     return Error{ErrorCode::notFound, "not an attachment of this message", std::to_string(row)};
   if (Result<void> begun = beginContent(*m_state); !begun) return begun;
-  const Email2* const part = m_state->outline().row(row).node;
+  Email2* const leaf = m_state->outline().row(row).node;
   dropSignaturesOver(*m_state, {row});
   const Outline& outline = m_state->outline();
+  const Email2* const part = &afterDropping(m_state->root(), *leaf);
   const auto found = std::ranges::find(outline.rows, part, &PartRow::node);
   if (found != outline.rows.end()) removePart(m_state->root(), outline, *found);
   endContent(*m_state);

@@ -21,7 +21,8 @@ bool attachFileTo(Email2& root, const std::string& name, const std::string& type
                   const DataBuffer& bytes, LogBase& log);
 
 /// Attaches a message as message/rfc822, whose bytes are not encoded (RFC 2046, 5.2.1): a boundary of this
-/// message that occurs in them is replaced. A message with LF as line breaks gets CRLF, as it is sent.
+/// message that occurs in them is replaced. A message with LF as line breaks gets CRLF, as it is sent,
+/// unless it holds binary content, whose bytes would change.
 /// @param name  of a file; may be empty.
 bool attachMessageTo(Email2& root, const std::string& name, DataBuffer& bytes, LogBase& log);
 

@@ -5,6 +5,7 @@
 #include "mailtree/message/fields.h"
 #include "mailtree/mime/header/Replacements.h"
 #include "mailtree/mime/html/HtmlEscape.h"
+#include "mailtree/mime/html/HtmlReplace.h"
 
 namespace mailtree {
 namespace {
@@ -64,19 +65,33 @@ class WordReplacer {
         m_inHeader(replacementsOf(words)),
         m_inLists(replacementsOf(words)) {}
 
-  bool occurInTexts() const {
-    return std::ranges::any_of(textRows(m_state), [this](int id) {
-      const PartRow& row = m_state.outline().row(id);
-      return replacementsFor(row).occurIn(textOf(row));
-    });
-  }
-
-  bool replaceInTexts() {
+  /// Works out the new texts; nothing changes yet.
+  void findTexts() {
     for (const int id : textRows(m_state)) {
       const PartRow& row = m_state.outline().row(id);
-      DataBuffer text;
-      if (!text.append(std::string_view(textOf(row)))) return false;
-      if (replacementsFor(row).replaceIn(text) && !rewriteText(m_state.root(), *row.node, text)) return false;
+      std::optional<std::string> text = changed(row);
+      if (!text) continue;
+      m_rows.push_back(id);
+      m_texts.push_back({row.node, *std::move(text)});
+    }
+  }
+
+  /// The parts with words.
+  const std::vector<int>& rows() const { return m_rows; }
+
+  /// Bytes of the texts and the copies made of them.
+  std::size_t size() const {
+    std::size_t size = 0;
+    for (const auto& [node, text] : m_texts) size += 2 * text.size();
+    return size;
+  }
+
+  bool replaceTexts() {
+    Email2& root = m_state.root();
+    for (const auto& [node, text] : m_texts) {
+      DataBuffer body;
+      if (!body.append(std::string_view(text)) || !rewriteText(root, afterDropping(root, *node), body))
+        return false;
     }
     return true;
   }
@@ -94,11 +109,18 @@ class WordReplacer {
   int count() const { return m_headerCount + m_inText.count() + m_inHtml.count(); }
 
  private:
-  const Replacements& replacementsFor(const PartRow& row) const { return isHtml(row) ? m_inHtml : m_inText; }
+  /// The text of a part after the change; nothing when no word is in it.
+  std::optional<std::string> changed(const PartRow& row) const {
+    const std::string text = textOf(row);
+    if (!isHtml(row)) return m_inText.replacedIn(text);
+    return changeHtmlPieces(text, [this](std::string_view piece) { return m_inHtml.replacedIn(piece); });
+  }
 
   MessageState& m_state;
   const Words m_html;
   const Replacements m_inText, m_inHtml, m_inHeader, m_inLists;
+  std::vector<int> m_rows;
+  std::vector<std::pair<Email2*, std::string>> m_texts;
   int m_headerCount = 0;
 };
 
@@ -111,10 +133,11 @@ Result<int> Message::replaceWords(std::span<const std::pair<std::string, std::st
   }
   const Words lines = withCrlfValues(words);
   WordReplacer replacer(*m_state, lines);
-  if (replacer.occurInTexts()) {
-    if (Result<void> begun = beginContent(*m_state); !begun) return std::move(begun).error();
-    dropSignaturesOver(*m_state, textRows(*m_state));
-    const bool isDone = replacer.replaceInTexts();
+  replacer.findTexts();
+  if (!replacer.rows().empty()) {
+    if (Result<void> begun = beginContent(*m_state, replacer.size()); !begun) return std::move(begun).error();
+    dropSignaturesOver(*m_state, replacer.rows());
+    const bool isDone = replacer.replaceTexts();
     endContent(*m_state);
     if (!isDone) return noMemory();
   }

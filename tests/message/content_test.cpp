@@ -1,6 +1,7 @@
 // The texts of a message after a change: where they are, and that nothing else is lost.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -45,6 +46,10 @@ TEST(Content, PutsTextsWhereReadersSeeThem) {
        "mixed(related(html,png),pdf)"},
       {"alternative(plain,calendar)", "alternative(plain,calendar)",
        "alternative(alternative(plain,html),calendar)"},
+      {"signed(plain,p7s)", "plain", "alternative(plain,html)"},
+      {"digest(rfc822,rfc822)", "mixed(plain,digest(rfc822,rfc822))", "mixed(html,digest(rfc822,rfc822))"},
+      {"mixed(alternative(plain,html),alternative(plain,html))", "alternative(plain,mixed(html,html))",
+       "alternative(mixed(plain,plain),html)"},
       {"mixed(alternative(plain,html),png,plain)", "mixed(alternative(plain,html),png,plain:attachment)",
        "mixed(alternative(plain,html),png,plain)"},
   };
@@ -57,6 +62,39 @@ TEST(Content, PutsTextsWhereReadersSeeThem) {
     EXPECT_EQ(textRead.text(), text.text()) << row.before;
     EXPECT_TRUE(text.text().starts_with("New\nlines")) << row.before;
     EXPECT_NE(htmlRead.html().find("<p>New</p>"), std::string::npos) << row.before;
+  }
+}
+
+TEST(Content, TextsAreRemovedAndPutBefore) {
+  const Calendar calendar{"REQUEST", "BEGIN:VCALENDAR\r\nEND:VCALENDAR\r\n"};
+  const auto noText = [](Message& mail) { return mail.setText(""); };
+  const auto noHtml = [](Message& mail) { return mail.setHtml(""); };
+  const auto prepend = [](Message& mail) { return mail.prependText("<New>"); };
+  const auto invite = [&](Message& mail) { return mail.setCalendar(calendar); };
+  const struct {
+    const char* before;
+    std::function<Result<void>(Message&)> change;
+    const char* after;
+    const char* text;
+  } rows[] = {{"plain", noText, "plain", ""},
+              {"mixed(plain,pdf)", noText, "mixed(pdf)", ""},
+              {"alternative(plain,html)", noText, "html", "html\n"},
+              {"alternative(plain,related(html,png[cid=<a>]))", noHtml, "mixed(plain,png)", "plain"},
+              {"related(html,png[cid=<a>])", noHtml, "mixed(png)", ""},
+              {"alternative(plain,html)", prepend, "alternative(plain,html)", "<New>\nplain"},
+              {"html", prepend, "html", "<New>\n\nhtml\n"},
+              {"pdf", prepend, "mixed(plain,pdf)", "<New>\n"},
+              {"signed(plain,p7s)", prepend, "plain", "<New>\nplain"},
+              {"mixed(plain,pdf)", invite, "mixed(alternative(plain,calendar),pdf)", "plain"},
+              {"digest(rfc822)", invite, "mixed(calendar,digest(rfc822))",
+               "BEGIN:VCALENDAR\nEND:VCALENDAR\n\n\nrfc822"},
+              {"alternative(plain,calendar)", invite, "alternative(plain,calendar)", "plain"}};
+  for (const auto& row : rows) {
+    Message mail = messageOf(row.before);
+    ASSERT_TRUE(row.change(mail)) << row.before;
+    const Message read = reread(mail);
+    EXPECT_EQ(printTree(read.email2()), row.after) << row.before;
+    EXPECT_EQ(read.text(), row.text) << row.before;
   }
 }
 
@@ -75,6 +113,10 @@ TEST(Content, FilesAreReadBackAsTheyWereGiven) {
   EXPECT_EQ(files[1].bytes(), inner) << "its line is not taken for the boundary";
   EXPECT_EQ(files[0].name(), "b\xC3\xBC.bin");
   EXPECT_EQ(files[0].bytes(), std::string_view("\0\r", 2));
+  const std::string unixMessage = "Content-Transfer-Encoding:\n Binary\n\na\nb\n";
+  ASSERT_TRUE(mail.attach("c.eml", unixMessage));
+  EXPECT_EQ(reread(mail).attachments().back().bytes(), unixMessage) << "its LF may be data";
+  ASSERT_TRUE(mail.removeAttachment(mail.attachments().back()));
   ASSERT_TRUE(mail.removeAttachment(mail.attachments().front()));
   EXPECT_EQ(reread(mail).attachments().size(), 1U);
 }
@@ -87,6 +129,15 @@ TEST(Content, WordsAreReplacedOnceAndCounted) {
   EXPECT_EQ(mail.replaceWords(words).value(), 4);
   const Message read = reread(mail);
   EXPECT_EQ(read.subject() + "|" + read.to().front().name + "|" + read.text(), "{m}|{m}|{m} <x>\n");
+  ASSERT_TRUE(mail.setHtml("<p id='{m}' onclick='{m}'><a href={m}>{m}</a><{m}><!--{m}--><style>{m}</style>"));
+  EXPECT_EQ(mail.replaceWords(words).value(), 7);
+  EXPECT_NE(mail.html().find("<p id='&lt;x&gt;' onclick='{m}'><a href=\"&lt;x&gt;\">&lt;x&gt;</a>"
+                             "<&lt;x&gt;><!--{m}--><style>{m}</style>"),
+            std::string::npos)
+      << mail.html();
+  Message half = messageOf("mixed(signed(plain,p7s),plain[body={n}])");
+  EXPECT_EQ(half.replaceWords(words).value(), 1);
+  EXPECT_EQ(printTree(reread(half).email2()), "mixed(signed(plain,p7s),plain)") << "it was not changed";
 }
 
 }  // namespace

@@ -213,6 +213,16 @@ bool Replacements::replaceIn(DataBuffer& text) const {
   return isChanged;
 }
 
+std::optional<std::string> Replacements::replacedIn(std::string_view text) const {
+  std::string out;
+  if (isAtOnce()) return replaceAtOnce(text, /*onOneLine=*/false, out) ? std::optional(out) : std::nullopt;
+  if (!occurIn(text)) return std::nullopt;
+  DataBuffer changed;
+  changed.append(text);
+  replaceIn(changed);
+  return std::string(changed.view());
+}
+
 bool Replacements::replaceInLine(StringBuffer& text) const {
   if (isAtOnce()) {
     std::string changed;

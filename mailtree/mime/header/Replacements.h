@@ -42,6 +42,8 @@ class Replacements {
   bool mayOccurIn(std::string_view unfoldedValue) const noexcept;
   /// Returns whether something was replaced; otherwise the text is unchanged.
   bool replaceIn(DataBuffer& text) const;
+  /// The text after the replacement; nothing when no key occurs in it.
+  std::optional<std::string> replacedIn(std::string_view text) const;
   /// The same for text that must stay on one line: line breaks of a value are not inserted.
   bool replaceInLine(StringBuffer& text) const;
 
