@@ -28,7 +28,8 @@ bool haveAllCertificates(const std::string& file, const std::vector<Recipient>& 
   for (const Recipient& recipient : missing)
     reportError(file, "no valid certificate for " + recipient.address + " (" + recipient.field + ")");
   const auto isHidden = [&](const Recipient& recipient) {
-    return std::string_view(recipient.field) == "Bcc" && withoutCertificate({recipient}, keys.store).empty();
+    return std::string_view(recipient.field).ends_with("Bcc") &&
+           withoutCertificate({recipient}, keys.store).empty();
   };
   if (std::ranges::any_of(recipients, isHidden))
     reportError(file, "warning: the encrypted data shows that there are Bcc recipients");

@@ -41,14 +41,40 @@ class BccScope {
   bool m_wasAdded;
 };
 
-/// Gives 8bit content without a label, or with a wrong one, the label by which it is encoded.
-void label8bit(Email2& node) {
-  const std::string_view encoding = node.m_transferEncoding;
-  const bool isUnlabelled = encoding.empty() || equalsNoCase(encoding, "7bit");
-  if (!isUnlabelled || node.getNumParts() > 0 || node.isMultipart() || node.m_body.is7bit(0)) return;
-  LogNull log;
-  node.setContentEncodingNonRecursive("8bit", log);
-}
+/// Gives 8bit content without a label, or with a wrong one, the label by which it is encoded, for as long as
+/// a message is written.
+class LabelScope {
+ public:
+  LabelScope(Email2& root, bool isWanted) {
+    if (isWanted) walkUnsigned(root, [this](Email2& node) { label8bit(node); });
+  }
+  LabelScope(const LabelScope&) = delete;
+  LabelScope& operator=(const LabelScope&) = delete;
+  ~LabelScope() {
+    for (Labelled& each : m_labelled) {
+      each.node->m_header = std::move(each.header);
+      each.node->m_transferEncoding.setString(each.encoding);
+    }
+  }
+
+ private:
+  struct Labelled {
+    Email2* node;
+    MimeHeader header;
+    std::string encoding;
+  };
+
+  void label8bit(Email2& node) {
+    const std::string_view encoding = node.m_transferEncoding;
+    const bool isUnlabelled = encoding.empty() || equalsNoCase(encoding, "7bit");
+    if (!isUnlabelled || node.getNumParts() > 0 || node.isMultipart() || node.m_body.is7bit(0)) return;
+    m_labelled.push_back({&node, node.m_header, std::string(encoding)});
+    LogNull log;
+    node.setContentEncodingNonRecursive("8bit", log);
+  }
+
+  std::vector<Labelled> m_labelled;
+};
 
 Error inClear() {
   return {ErrorCode::inClear, "an answer to encrypted mail would be written unencrypted", {}};
@@ -68,7 +94,7 @@ Result<void> assemble(MessageState& state, const WriteOptions& options, _svOutpu
     return writeReceived(*received, sink, text);
   Result<Email2*> root = state.written();
   if (!root) return std::move(root).error();
-  if (options.asciiOnly) walkUnsigned(**root, label8bit);
+  const LabelScope labels(**root, options.asciiOnly);
   const BccScope bcc(**root, options.bcc);
   ErrorLog log;
   if (assembleTree(**root, options, sink, text, log)) return {};
@@ -90,6 +116,8 @@ std::vector<int> latestResentFields(const MimeHeader& header) {
   return fields;
 }
 
+constexpr const char* kResentTo[] = {"Resent-To", "Resent-Cc", "Resent-Bcc"};
+
 /// A word alone may be a name.
 bool isAddress(std::string_view text) { return contains(text, "@"); }
 
@@ -107,7 +135,7 @@ class EnvelopeMaker {
   Envelope make() {
     const std::vector<int> resent = latestResentFields(m_header);
     for (const char* const name : {"Resent-From", "Resent-Sender"}) takeSender(resent, name);
-    for (const char* const name : {"Resent-To", "Resent-Cc", "Resent-Bcc"}) takeRecipients(resent, name);
+    for (const char* const name : kResentTo) takeRecipients(resent, name);
     if (!resent.empty()) return std::move(m_envelope);
     const std::vector<int> all = everyField();
     if (!isAutomatedReply(m_header))
@@ -177,6 +205,24 @@ bool assembleTree(Email2& root, const WriteOptions& options, _svOutput* sink, St
   if (abandonedOperations() == before) return isWritten;
   log.logError(kNoMemory);
   return false;
+}
+
+std::optional<std::vector<Recipient>> resentRecipientsOf(const Email2& root) {
+  const std::vector<int> fields = latestResentFields(root.m_header);
+  if (fields.empty()) return std::nullopt;
+  std::vector<Recipient> recipients;
+  std::string scratch;
+  for (const char* const name : kResentTo)
+    for (const int field : fields) {
+      if (!equalsNoCase(root.m_header.fieldName(field), name)) continue;
+      ExtPtrArray entries;
+      _svEmailAddress::parseAndLoadList(root.m_header.unfoldedValue(field, scratch), entries);
+      for (int i = 0; i < entries.getSize(); ++i)
+        if (const std::string_view address = entries.at<_svEmailAddress>(i)->m_address.view();
+            isAddress(address))
+          recipients.push_back({name, std::string(address)});
+    }
+  return recipients;
 }
 
 Envelope envelopeOf(const Email2& root) { return EnvelopeMaker(root).make(); }

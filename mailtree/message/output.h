@@ -1,8 +1,10 @@
 // message/output.h - a tree of parts as bytes, and the envelope it travels in.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "mailtree/email/Email2.h"
 #include "mailtree/message/Message.h"
@@ -34,5 +36,13 @@ bool assembleTree(Email2& root, const WriteOptions& options, _svOutput* sink, St
 
 /// The envelope for sending a message.
 Envelope envelopeOf(const Email2& root);
+
+/// A recipient, by the field that names it.
+struct Recipient {
+  const char* field;
+  std::string address;
+};
+/// Those of the latest resending; nothing when the message was never resent.
+std::optional<std::vector<Recipient>> resentRecipientsOf(const Email2& root);
 
 }  // namespace mailtree

@@ -12,7 +12,6 @@
 #include "mailtree/message/decryption.h"
 #include "mailtree/message/internal.h"
 #include "mailtree/message/internal_fields.h"
-#include "mailtree/message/output.h"
 #include "mailtree/message/times.h"
 #include "mailtree/message/tree_changes.h"
 #include "mailtree/mime/LineLengths.h"
@@ -253,6 +252,7 @@ std::string invalidityOf(const Certificate& certificate) {
 }
 
 std::vector<Recipient> recipientsOf(const Email2& email) {
+  if (auto resent = resentRecipientsOf(email)) return *std::move(resent);
   const struct {
     const char* field;
     const ExtPtrArray& list;

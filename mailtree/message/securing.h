@@ -8,6 +8,7 @@
 #include "mailtree/crypto/Certificate.h"
 #include "mailtree/crypto/SystemCerts.h"
 #include "mailtree/email/Email2.h"
+#include "mailtree/message/output.h"
 
 namespace mailtree {
 
@@ -19,12 +20,7 @@ std::string cipherProblem(std::string_view name);
 /// "has expired: it was valid until 2001-12-31T23:59:59Z"; empty for a currently valid certificate.
 std::string invalidityOf(const Certificate& certificate);
 
-struct Recipient {
-  const char* field;
-  std::string address;
-};
-
-/// All recipients in To, Cc and Bcc, in this order.
+/// All recipients in To, Cc and Bcc, in this order; of a resent message those of the latest Resent- fields.
 std::vector<Recipient> recipientsOf(const Email2& email);
 /// Those that nothing can be encrypted for, each once.
 std::vector<Recipient> withoutCertificate(const std::vector<Recipient>& recipients, SystemCerts& certs);
