@@ -23,10 +23,11 @@ std::string withUnixLines(std::string text) {
   if (!contains(text, "\r")) return text;
   std::string lines;
   lines.reserve(text.size());
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    const bool isCr = text[at] == '\r';
-    if (isCr && at + 1 < text.size() && text[at + 1] == '\n') ++at;
-    lines += isCr ? '\n' : text[at];
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = std::min(text.find('\r', at), text.size());
+    lines.append(text, at, end - at);
+    if (end < text.size()) lines += '\n';
+    at = end + (text.compare(end, 2, "\r\n") == 0 ? 2 : 1);
   }
   return lines;
 }

@@ -226,7 +226,7 @@ std::string textOf(const PartRow& row) {
   const std::string_view bytes = node.m_body.view();
   const bool isUtf8 = isValidUtf8(bytes);
   if (isConvertibleText(node.traits()) && (isUtf8 || node.m_repairs.has(Repair::damagedText)))
-    return decodeUtf8(bytes);
+    return isUtf8 ? std::string(bytes) : decodeUtf8(bytes);
   DataBuffer converted;
   const DecodedText decoded = receivedTextToUtf8(row.charset, bytes, converted);
   if (decoded.converted) return std::string(converted.view());

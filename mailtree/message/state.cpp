@@ -98,30 +98,48 @@ Result<void> MessageState::beginContentChange() {
   return {};
 }
 
-Result<Message> loadMessage(DataBuffer&& bytes, const Keys* keys, LoadBudget* budget) {
+namespace {
+
+/// Loads a message without keeping its bytes.
+std::unique_ptr<MessageState> loadState(const DataBuffer& bytes, const Keys* keys, LoadBudget* budget,
+                                        bool& isSealed) {
   SystemCerts none;
   SystemCerts& certs = keys ? keys->systemCerts() : none;
   DataBuffer input;
   input.borrowData(bytes.getData2(), bytes.getSize());
   auto state = std::make_unique<MessageState>();
   state->opened = loadTree(input, certs, /*unwrap=*/true, budget);
-  if (!state->opened.root) return noMemory();
+  if (!state->opened.root) return nullptr;
   state->layers = std::move(state->opened.common->m_secureLayers);
   state->innerFields = std::move(state->opened.common->m_innerFields);
   state->wasTrustGiven = certs.hasTrustAnchors();
-  const bool isSealed = !state->layers.empty();
+  isSealed = !state->layers.empty();
   findLayersBelowMixed(*state, bytes.view(), certs, budget);
   // Not later: the verdict is about the header as it was read.
   if (!state->layers.empty()) state->cachedSecurity = securityOf(*state);
+  return state;
+}
+
+Result<Message> keepBytes(std::unique_ptr<MessageState> state, bool isSealed, DataBuffer&& bytes) {
   (isSealed ? state->sealedBytes : state->openBytes).takeData(bytes);
   state->isAsReceived = true;
   return MessageState::messageOf(std::move(state));
 }
 
+}  // namespace
+
+Result<Message> loadMessage(DataBuffer&& bytes, const Keys* keys, LoadBudget* budget) {
+  bool isSealed = false;
+  std::unique_ptr<MessageState> state = loadState(bytes, keys, budget, isSealed);
+  return state ? keepBytes(std::move(state), isSealed, std::move(bytes)) : Result<Message>(noMemory());
+}
+
 Result<Message> loadMessage(const DataBuffer& bytes, const Keys* keys, LoadBudget* budget) {
-  DataBuffer copy;
-  if (!copy.append(bytes)) return noMemory();
-  return loadMessage(std::move(copy), keys, budget);
+  bool isSealed = false;
+  std::unique_ptr<MessageState> state = loadState(bytes, keys, budget, isSealed);
+  DataBuffer copy;  // made last: the bytes are in the cache then
+  if (!state || !copy.append(bytes)) return noMemory();
+  return keepBytes(std::move(state), isSealed, std::move(copy));
 }
 
 Message::Message() : m_state(std::make_unique<MessageState>()) {
