@@ -1,9 +1,7 @@
 // cli/compose.cpp - mailtree compose: makes a new message from texts, files and addresses.
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <unordered_set>
 
 #include "cli/commands.h"
 #include "cli/message/output.h"
@@ -16,6 +14,8 @@
 #include "cli/writing/files.h"
 #include "cli/writing/related.h"
 #include "mailtree/message/address_rules.h"
+#include "mailtree/message/calendar.h"
+#include "mailtree/message/output.h"
 
 namespace mailtree::cli {
 namespace {
@@ -34,6 +34,7 @@ struct ComposeOptions {
   }
   Destination output;
   bool keepBcc = false;
+  bool noText = false;
 };
 
 /// Everything from the command line, checked and read.
@@ -56,7 +57,7 @@ constexpr OwnOption kOwnOptions[] = {
     {"Subject", "use --subject"},
     {"Date", "use --date"},
     {"Reply-To", "use --reply-to"},
-    {"Return-Path", "the envelope sender is the address of --from"},
+    {"Return-Path", "the envelope sender is the address of --from, or of Sender"},
     {"Resent-Bcc", "use --bcc for hidden recipients"},
 };
 
@@ -113,6 +114,8 @@ Exit read(const ComposeOptions& options, Draft& draft) {
   if (const Exit result = readFields(options, draft.fields); result != Exit::fine) return result;
   if (const Exit result = readBodies(options.bodies, draft.bodies); result != Exit::fine) return result;
   if (const Exit result = readInlineFiles(options.shown, draft.shown); result != Exit::fine) return result;
+  if (const Exit result = checkReferences(draft.bodies.html, draft.shown); result != Exit::fine)
+    return result;
   if (const Exit result = readCalendar(options.calendar, draft.calendar); result != Exit::fine) return result;
   return readAttachedFiles(options.attached, draft.files);
 }
@@ -121,7 +124,7 @@ Exit read(const ComposeOptions& options, Draft& draft) {
 bool build(const ComposeOptions& options, Draft& draft, Email2& email, LogBase& log) {
   if (options.charset) preferCharset(email, *options.charset, draft.bodies);
   if (!putBodies(email, draft.bodies, log) || !putInlineFiles(email, draft.shown, log)) return false;
-  if (draft.calendar && !putCalendar(email, *draft.calendar, log)) return false;
+  if (draft.calendar && !putCalendar(email, draft.calendar->method, draft.calendar->text, log)) return false;
   addFields(email, draft.fields, log);
   if (options.keepBcc) showBcc(email, log);
   for (AttachedFile& file : draft.files)
@@ -129,29 +132,12 @@ bool build(const ComposeOptions& options, Draft& draft, Email2& email, LogBase& 
   return true;
 }
 
-/// Key to compare mailboxes by: domains ignore case, local parts may not.
-std::string mailboxKey(std::string_view address) {
-  std::string key(address);
-  const std::size_t at = std::min(key.rfind('@'), key.size());
-  std::transform(key.begin() + static_cast<std::ptrdiff_t>(at), key.end(),
-                 key.begin() + static_cast<std::ptrdiff_t>(at), toLowerAscii);
-  return key;
-}
-
 /// The SMTP sender and all recipients, including hidden ones, each once.
-std::string envelopeOf(Email2& email, LogBase& log) {
-  StringBuffer reversePath;
-  email.getSmtpReversePathUtf8(reversePath, log);
-  ExtPtrArraySb addresses;
-  email.getAllRecipientAddressesA(addresses, ExtPtrArray(), log);
-  nlohmann::ordered_json recipients = nlohmann::ordered_json::array();
-  std::unordered_set<std::string> known;
-  for (int i = 0; i < addresses.getSize(); ++i) {
-    const std::string_view address = addresses.sbAt(i)->view();
-    if (known.insert(mailboxKey(address)).second) recipients.push_back(address);
-  }
-  const nlohmann::ordered_json envelope = {{"reverse_path", reversePath.view()}, {"recipients", recipients}};
-  return envelope.dump() + '\n';
+std::string envelopeText(const Email2& email) {
+  const Envelope envelope = envelopeOf(email);
+  const nlohmann::ordered_json json = {{"reverse_path", envelope.sender},
+                                       {"recipients", envelope.recipients}};
+  return json.dump() + '\n';
 }
 
 Exit compose(const ComposeOptions& options) {
@@ -168,7 +154,7 @@ Exit compose(const ComposeOptions& options) {
   // The envelope file is prepared first and committed after the message, so an envelope never exists
   // without its message.
   TextFile envelope({*options.envelope, options.output.force});
-  if (!envelope.write(envelopeOf(email, log))) return Exit::unreadable;
+  if (!envelope.write(envelopeText(email))) return Exit::unreadable;
   const Exit result = writeMessage(email, options.output);
   return result == Exit::fine && !envelope.commit() ? Exit::unreadable : result;
 }
@@ -190,6 +176,10 @@ void addCompose(CLI::App& app, Action& action) {
   addAddressOptions(*verb, *options);
   addText(*verb, "--subject", options->subject, "Subject")->required();
   addBodyOptions(*verb, options->bodies);
+  verb->add_flag("--no-text", options->noText, "Do not make a plain text from the HTML when none is given");
+  addText(*verb, "--signature-file", options->bodies.signatureFile,
+          "File to put below the plain text and the HTML, after a line with \"-- \"; - is standard input")
+      ->type_name(kFile);
   addInlineOptions(*verb, options->shown);
   addCalendarOptions(*verb, options->calendar);
   addAttachOptions(*verb, options->attached);
@@ -206,7 +196,10 @@ void addCompose(CLI::App& app, Action& action) {
       "    --text 'Bis bald!' --html-file page.html --attach plan.pdf -o mail.eml\n"
       "  mailtree compose --from anna@berg.example --subject News --html '<img src=\"cid:logo.png\">' \\\n"
       "    --inline logo.png -o news.eml");
-  verb->callback([options, &action] { action = [options] { return compose(*options); }; });
+  verb->callback([options, &action] {
+    options->bodies.makesText = !options->noText;
+    action = [options] { return compose(*options); };
+  });
 }
 
 }  // namespace mailtree::cli

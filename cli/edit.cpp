@@ -15,6 +15,7 @@
 #include "cli/writing/fields.h"
 #include "cli/writing/files.h"
 #include "cli/writing/related.h"
+#include "mailtree/message/calendar.h"
 #include "mailtree/message/tree_changes.h"
 
 namespace mailtree::cli {
@@ -107,7 +108,7 @@ Exit showInline(const EditOptions& options, const Changes& changes, Email2& emai
 Exit addCalendar(const EditOptions& options, std::optional<Calendar>& calendar, Email2& email) {
   LogMemory log;
   const std::string type(email.m_contentType.m_type.view());
-  if (!calendar || putCalendar(email, *calendar, log)) return Exit::fine;
+  if (!calendar || putCalendar(email, calendar->method, calendar->text, log)) return Exit::fine;
   reportError(options.file, "a calendar added to this message would not be found (" + type + ")");
   return Exit::negative;
 }

@@ -7,19 +7,17 @@
 #include "cli/support/files.h"
 #include "cli/support/text_charset.h"
 #include "mailtree/base/Utf.h"
+#include "mailtree/message/content.h"
 #include "mailtree/message/tree_changes.h"
+#include "mailtree/mime/html/HtmlEscape.h"
+#include "mailtree/mime/html/HtmlFrame.h"
+#include "mailtree/mime/html/HtmlText.h"
 
 namespace mailtree::cli {
 namespace {
 
 constexpr const char* kPlain = "text/plain";
 constexpr const char* kHtml = "text/html";
-
-std::string withCrlf(std::string_view text) {
-  StringBuffer lines(text);
-  lines.toCRLF();
-  return lines.extractString();
-}
 
 /// Text from the command line is one or more whole lines: adds the final line break.
 Exit readTextOption(const char* option, const std::string& given, std::string& out) {
@@ -47,6 +45,31 @@ Exit readBody(const char* option, const std::optional<std::string>& text,
   if (text) return readTextOption(option, *text, out.emplace());
   if (file) return readTextFile(*file, charset, out.emplace());
   return Exit::fine;
+}
+
+// Signatures
+
+constexpr std::string_view kSignatureMark = "-- \r\n";
+
+/// The mark, by which programs know a signature, is added unless the file begins with it.
+std::string signatureOf(std::string text) {
+  if (!text.starts_with(kSignatureMark)) text.insert(0, kSignatureMark);
+  if (!text.ends_with('\n')) text += "\r\n";
+  return text;
+}
+
+std::string asHtml(std::string_view signature) {
+  StringBuffer lines(escapeHtml(trimRight(signature)));
+  lines.replaceAllOccurances("\r\n", "<br>\r\n");
+  return "<div>" + lines.extractString() + "</div>\r\n";
+}
+
+void addSignature(const std::string& signature, Bodies& bodies) {
+  if (bodies.html) bodies.html = frameHtml(*bodies.html, {}, asHtml(signature));
+  if (bodies.html && !bodies.plain) return;
+  std::string& plain = bodies.plain ? *bodies.plain : bodies.plain.emplace();
+  if (!plain.empty() && !plain.ends_with('\n')) plain += "\r\n";
+  plain += signature;
 }
 
 /// A text to be added to a message.
@@ -186,7 +209,16 @@ Exit readBodies(const BodyOptions& options, Bodies& bodies) {
   }
   const Exit result = readBody("--text", options.text, options.textFile, charset, bodies.plain);
   if (result != Exit::fine) return result;
-  return readBody("--html", options.html, options.htmlFile, charset, bodies.html);
+  if (const Exit read = readBody("--html", options.html, options.htmlFile, charset, bodies.html);
+      read != Exit::fine)
+    return read;
+  if (options.makesText && bodies.html && !bodies.plain)
+    if (const std::string text = textOfHtml(*bodies.html); !text.empty()) bodies.plain = withCrlf(text);
+  if (!options.signatureFile) return Exit::fine;
+  std::string signature;
+  const Exit read = readTextFile(*options.signatureFile, charset, signature);
+  if (read == Exit::fine && !trim(signature).empty()) addSignature(signatureOf(signature), bodies);
+  return read;
 }
 
 void preferCharset(Email2& email, const std::string& name, const Bodies& bodies) {

@@ -18,11 +18,12 @@ class App;
 namespace mailtree::cli {
 
 struct BodyOptions {
-  std::optional<std::string> text, textFile, html, htmlFile, textCharset;
+  std::optional<std::string> text, textFile, html, htmlFile, textCharset, signatureFile;
+  bool makesText = false;  ///< Make the plain text from the HTML when there is none.
 
   bool any() const { return text || textFile || html || htmlFile; }
   /// Number of options that read standard input.
-  int countOfStandardInput() const { return (textFile == "-") + (htmlFile == "-"); }
+  int countOfStandardInput() const { return (textFile == "-") + (htmlFile == "-") + (signatureFile == "-"); }
 };
 
 void addBodyOptions(CLI::App& verb, BodyOptions& options);
@@ -35,7 +36,7 @@ struct Bodies {
   std::optional<std::string> plain, html;
 };
 
-/// usage or unreadable after reporting an error.
+/// Reads the texts, with the signature below each. usage or unreadable after reporting an error.
 Exit readBodies(const BodyOptions& options, Bodies& bodies);
 
 /// Sets the preferred charset of a new message; texts that do not fit in it are written in utf-8.

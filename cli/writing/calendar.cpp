@@ -51,8 +51,4 @@ Exit readCalendar(const CalendarOptions& options, std::optional<Calendar>& calen
   return chooseMethod(options, *calendar);
 }
 
-bool putCalendar(Email2& email, Calendar& calendar, LogBase& log) {
-  return mailtree::putCalendar(email, calendar.method, calendar.text, log);
-}
-
 }  // namespace mailtree::cli

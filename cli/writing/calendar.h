@@ -5,7 +5,7 @@
 #include <string>
 
 #include "cli/support/exit_codes.h"
-#include "mailtree/email/Email2.h"
+#include "mailtree/base/DataBuffer.h"
 
 namespace CLI {
 class App;
@@ -29,10 +29,5 @@ struct Calendar {
 
 /// usage or unreadable after reporting an error.
 Exit readCalendar(const CalendarOptions& options, std::optional<Calendar>& calendar);
-
-/// Adds the calendar after the text bodies, or replaces the existing one. The rest of the message is kept.
-/// @return whether it is found when the message is read. Some enclosures, such as a digest, have no place for
-///         it.
-bool putCalendar(Email2& email, Calendar& calendar, LogBase& log);
 
 }  // namespace mailtree::cli

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
+#include <unordered_set>
 
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
@@ -134,6 +135,18 @@ Exit readInlineFiles(const InlineOptions& options, std::vector<InlineFile>& file
       return result;
   }
   return checkDistinct(files);
+}
+
+Exit checkReferences(const std::optional<std::string>& html, const std::vector<InlineFile>& files) {
+  if (!html) return Exit::fine;
+  std::unordered_set<std::string> known;
+  for (const InlineFile& file : files)
+    if (!file.byLocation) known.insert({file.name, file.contentId.empty() ? file.name : file.contentId});
+  for (const std::string& reference : cidReferencesIn(*html))
+    if (!known.contains(reference))
+      return usageError("--html", "the HTML refers to cid:" + reference +
+                                      ", but there is no such file; add it with --inline");
+  return Exit::fine;
 }
 
 bool putInlineFiles(Email2& email, const std::vector<InlineFile>& files, LogBase& log) {

@@ -4,6 +4,7 @@
 // saved web page, which refers to it as "logo.png", finds it by its Content-Location.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,9 @@ struct InlineFile {
 
 /// usage or unreadable after reporting an error.
 Exit readInlineFiles(const InlineOptions& options, std::vector<InlineFile>& files);
+
+/// Whether each "cid:" reference of the HTML names one of the files; usage after reporting one that does not.
+Exit checkReferences(const std::optional<std::string>& html, const std::vector<InlineFile>& files);
 
 /// Adds the files beside the HTML body, which must exist, and updates its references. Warns of files that it
 /// does not refer to. False when memory ran out.

@@ -250,8 +250,8 @@ class Message {
                                 const AttachOptions& options = {});
   /// Removes a file. An enclosure left with one part is replaced by it.
   Result<void> removeAttachment(const Part& attachment);
-  /// Replaces words in header fields and texts, not in attached files, in one pass: a value is not searched
-  /// again. Returns how often something was replaced.
+  /// Replaces words in header fields and texts (of HTML in text and attributes, escaped), not in attached
+  /// files, in one pass: a value is not searched again. Returns how often something was replaced.
   Result<int> replaceWords(std::span<const std::pair<std::string, std::string>> words);
   /// @}
 

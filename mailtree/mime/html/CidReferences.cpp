@@ -63,6 +63,19 @@ bool hasUrls(std::string_view attribute) noexcept {
   return isOneOf(colon == std::string_view::npos ? attribute : attribute.substr(colon + 1), kUrlAttributes);
 }
 
+/// The Content-ID in an attribute with one URL, decoded; nothing when it is no such URL.
+std::optional<std::string> cidIn(std::string_view attribute) {
+  const std::string url = urlOfReference(attribute);
+  if (!beginsWithNoCase(url, kScheme)) return std::nullopt;
+  std::string id;
+  for (std::string_view rest = std::string_view(url).substr(kScheme.size()); !endsReference(rest, false);) {
+    const Unit unit = unitAt(rest, /*hasReferences=*/false);
+    id += unit.bytes;
+    rest.remove_prefix(unit.length);
+  }
+  return id;
+}
+
 class Rewriter {
  public:
   Rewriter(std::string_view html, const std::vector<CidTarget>& targets, std::string& out)
@@ -136,6 +149,19 @@ std::size_t redirectCidReferences(std::string_view html, const std::vector<CidTa
   if (!looksLikeUtf16(html)) return Rewriter(html, targets, out).run();
   out = html;
   return 0;
+}
+
+std::vector<std::string> cidReferencesIn(std::string_view html) {
+  std::vector<std::string> references;
+  HtmlScanner scanner(html);
+  while (const std::optional<Markup> markup = scanner.next()) {
+    if (markup->kind != Markup::Kind::startTag) continue;
+    std::string_view name, value;
+    for (AttributeReader reader(markup->attributes); reader.next(name, value);)
+      if (std::optional<std::string> reference = hasUrls(name) ? cidIn(value) : std::nullopt)
+        references.push_back(*std::move(reference));
+  }
+  return references;
 }
 
 std::string cidUrlPart(std::string_view contentId) {

@@ -21,6 +21,10 @@ struct CidTarget {
 std::size_t redirectCidReferences(std::string_view html, const std::vector<CidTarget>& targets,
                                   std::string& out);
 
+/// What the elements of a page refer to by "cid:", decoded, in order; not what style sheets, lists of images
+/// and conditional comments refer to.
+std::vector<std::string> cidReferencesIn(std::string_view html);
+
 /// A Content-ID as written in a URL after "cid:".
 std::string cidUrlPart(std::string_view contentId);
 
