@@ -77,6 +77,11 @@ TEST(Output, WritesTheSameBytesEverywhere) {
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), text);
   }
   std::filesystem::remove(path);
+  Message changed = mail.clone().value();
+  ASSERT_TRUE(changed.setSubject("s"));
+  const std::string before = changed.toString().value();
+  EXPECT_NE(changed.toString({.asciiOnly = true}).value(), before);
+  EXPECT_EQ(changed.toString().value(), before) << "labels for ASCII do not stay";
 }
 
 TEST(Output, FailsWhole) {
