@@ -233,7 +233,8 @@ class Message {
   Result<void> removeHeader(std::string_view name);
 
   /// Sets the text, or the HTML, that a reader sees: text() or html() is it from then on. The other one and
-  /// all files stay, so a message of HTML alone gets an alternative by setText(). An empty one removes it.
+  /// all files stay, so a message of HTML alone gets an alternative by setText(). A list's footer, which is
+  /// shown but counts as a file, is only a file then. An empty text removes it.
   Result<void> setText(std::string_view text);
   Result<void> setHtml(std::string_view html);
   /// Puts text before the text, and before the HTML as a paragraph.

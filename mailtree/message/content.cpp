@@ -157,6 +157,7 @@ class TextSetter {
     m_others = m_shown.rowsOf(other, /*areFiles=*/false);
     if (m_others.empty()) m_others = m_shown.rowsOf(other, /*areFiles=*/true);
     m_ownFiles = m_shown.rowsOf(kind, /*areFiles=*/true);
+    if (kind == Kind::html) addFilesInPage();
   }
 
   bool run() {
@@ -167,6 +168,12 @@ class TextSetter {
   }
 
  private:
+  /// A plain text that counts as a file, such as the footer of a mailing list, is part of the page too.
+  void addFilesInPage() {
+    for (const int row : m_shown.rowsOf(Kind::plain, /*areFiles=*/true))
+      if (std::ranges::find(m_others, row) == m_others.end()) m_ownFiles.push_back(row);
+  }
+
   bool put() {
     if (m_own.size() == 1 && isAlternativeOfOthers()) {
       makeFiles();
