@@ -6,8 +6,7 @@
 #include "cli/commands.h"
 #include "cli/message/input.h"
 #include "cli/secure/keys.h"
-#include "cli/support/arguments.h"
-#include "cli/support/errors.h"
+#include "cli/support/files.h"
 #include "cli/support/terminal.h"
 #include "cli/support/terminal_table.h"
 #include "cli/views/json_view.h"
@@ -17,7 +16,7 @@ namespace mailtree::cli {
 namespace {
 
 struct AttachmentsOptions {
-  std::string file;
+  std::vector<std::string> files;
   bool json = false;
   bool verbose = false;
   KeyOptions keys;
@@ -50,20 +49,24 @@ void writeTable(const Outline& outline, const std::vector<int>& files, bool verb
   table.write(std::cout);
 }
 
-Exit attachments(const AttachmentsOptions& options) {
-  Keys keys;
-  if (const Exit failed = readKeys(options.keys, keys); failed != Exit::fine) return failed;
-  std::optional<mailtree::Message> message = openMessage(options.file, keys.all);
+Exit attachments(const std::string& file, const AttachmentsOptions& options, const Keys& keys) {
+  std::optional<mailtree::Message> message = openMessage(file, keys.all);
   if (!message) return Exit::unreadable;
   const LimitSet limits = limitsIn(*message);
   const Outline outline = outlineOf(message->email2());
   const std::vector<int> files = displayedIn(outline).attachments;
   if (options.json)
-    std::cout << attachmentsJsonOf(options.file, outline, files, limits) << '\n';
+    std::cout << attachmentsJsonOf(file, outline, files, limits) << '\n';
   else if (!files.empty())
     writeTable(outline, files, options.verbose);
-  const Exit result = worse(files.empty() ? Exit::negative : Exit::fine, reportLimits(options.file, limits));
-  return worse(result, finishStandardOutput());
+  return worse(files.empty() ? Exit::negative : Exit::fine, reportLimits(file, limits));
+}
+
+Exit attachmentsOfAll(const AttachmentsOptions& options) {
+  Keys keys;
+  if (const Exit failed = readKeys(options.keys, keys); failed != Exit::fine) return failed;
+  return forEachFile(options.files, /*hasTitles=*/!options.json,
+                     [&](const std::string& file) { return attachments(file, options, keys); });
 }
 
 }  // namespace
@@ -72,7 +75,7 @@ void addAttachments(CLI::App& app, Action& action) {
   auto options = std::make_shared<AttachmentsOptions>();
   CLI::App* verb =
       app.add_subcommand("attachments", "List the attachments of a message; status 1 when there are none");
-  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
+  addMessageFiles(*verb, options->files);
   verb->add_flag("--json", options->json, "One JSON object on one line");
   verb->add_flag("-v,--verbose", options->verbose, "Show why each part counts as an attachment");
   addReadingKeyOptions(*verb, options->keys);
@@ -81,7 +84,7 @@ void addAttachments(CLI::App& app, Action& action) {
       "Everything that is not part of the text is listed, attached messages and unnamed pictures too.\n\n"
       "Example:\n  mailtree attachments samples/attachments.eml\n"
       "  mailtree attachments --json mail.eml | jq '.attachments[].filename'");
-  verb->callback([options, &action] { action = [options] { return attachments(*options); }; });
+  verb->callback([options, &action] { action = [options] { return attachmentsOfAll(*options); }; });
 }
 
 }  // namespace mailtree::cli

@@ -9,6 +9,7 @@
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
+#include "cli/support/files.h"
 #include "cli/support/terminal.h"
 #include "mailtree/message/displayed_text.h"
 #include "mailtree/mime/charset/Charset.h"
@@ -17,7 +18,7 @@ namespace mailtree::cli {
 namespace {
 
 struct BodyOptions {
-  std::string file;
+  std::vector<std::string> files;
   std::string charset;
   bool text = false;
   bool html = false;
@@ -47,30 +48,35 @@ std::optional<std::string> bodyOf(Email2& root, const BodyOptions& options) {
 }
 
 /// Reports characters that the charset does not have.
-std::string inCharset(const BodyOptions& options, std::string text) {
+std::string inCharset(const std::string& file, const BodyOptions& options, std::string text) {
   const int codePage = options.charset.empty() ? kCpUtf8 : codePageOfCharset(options.charset);
   if (codePage == kCpUtf8) return text;
   std::string encoded;
   if (!encodeFromUtf8(codePage, text, encoded))
-    reportError(options.file,
+    reportError(file,
                 "\"?\" replaces characters that do not exist in " + std::string(charsetNameOf(codePage)));
   return encoded;
 }
 
-Exit body(const BodyOptions& options) {
-  Keys keys;
-  if (const Exit failed = readKeys(options.keys, keys); failed != Exit::fine) return failed;
-  std::optional<mailtree::Message> message = openMessage(options.file, keys.all);
+Exit body(const std::string& file, const BodyOptions& options, const Keys& keys) {
+  std::optional<mailtree::Message> message = openMessage(file, keys.all);
   if (!message) return Exit::unreadable;
-  const Exit result = reportLimits(options.file, limitsIn(*message));
+  const Exit result = reportLimits(file, limitsIn(*message));
   std::optional<std::string> text = bodyOf(message->email2(), options);
   if (!text) {
-    reportError(options.file, options.wanted());
+    reportError(file, options.wanted());
     return worse(result, Exit::negative);
   }
   if (standardOutputIsTerminal()) text = printableLines(*text);
-  std::cout << inCharset(options, *std::move(text));
-  return worse(result, finishStandardOutput());
+  std::cout << inCharset(file, options, *std::move(text));
+  return result;
+}
+
+Exit bodies(const BodyOptions& options) {
+  Keys keys;
+  if (const Exit failed = readKeys(options.keys, keys); failed != Exit::fine) return failed;
+  return forEachFile(options.files, /*hasTitles=*/true,
+                     [&](const std::string& file) { return body(file, options, keys); });
 }
 
 std::string checkCharset(const std::string& name) {
@@ -84,7 +90,7 @@ void addBody(CLI::App& app, Action& action) {
   CLI::App* verb = app.add_subcommand("body",
                                       "Print the text that a reader sees: every plain text, and HTML as text "
                                       "where there is no other; made safe on a terminal");
-  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
+  addMessageFiles(*verb, options->files);
   CLI::Option* text = verb->add_flag("--text", options->text, "Only when there is plain text; else status 1");
   verb->add_flag("--html", options->html, "HTML as it is; status 1 when there is none")->excludes(text);
   addText(*verb, "--charset", options->charset,
@@ -93,7 +99,7 @@ void addBody(CLI::App& app, Action& action) {
   addReadingKeyOptions(*verb, options->keys);
   verb->footer(
       "Example:\n  mailtree body samples/newsletter.eml\n  mailtree body --html mail.eml > page.html");
-  verb->callback([options, &action] { action = [options] { return body(*options); }; });
+  verb->callback([options, &action] { action = [options] { return bodies(*options); }; });
 }
 
 }  // namespace mailtree::cli

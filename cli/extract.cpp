@@ -11,6 +11,7 @@
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/file_names.h"
+#include "cli/support/files.h"
 #include "cli/support/saving.h"
 #include "mailtree/message/displayed.h"
 #include "mailtree/mime/header/ContentTypeTable.h"
@@ -21,7 +22,7 @@ namespace {
 namespace fs = std::filesystem;
 
 struct ExtractOptions {
-  std::string file;
+  std::vector<std::string> files;
   std::string folder = ".";
   std::string output;
   std::optional<std::size_t> part;
@@ -82,10 +83,8 @@ Readers readersOf(const mailtree::Message& message) {
 
 /// Continues after a file that cannot be written.
 Exit writeToFolder(const Outline& outline, const std::vector<int>& ids, const ExtractOptions& options,
-                   Readers readers) {
+                   Readers readers, UniqueFileNames& names) {
   if (!options.dryRun && !makeFolder(options.folder)) return Exit::unreadable;
-  const bool isHere = options.folder == ".";
-  UniqueFileNames names(isHere ? fs::path() : fs::path(options.folder), options.force);
   std::string scratch;
   Exit result = Exit::fine;
   for (const int id : ids) {
@@ -97,26 +96,36 @@ Exit writeToFolder(const Outline& outline, const std::vector<int>& ids, const Ex
     else
       result = Exit::unreadable;
   }
-  return worse(result, finishStandardOutput());
+  return result;
 }
 
-Exit extract(const ExtractOptions& options) {
-  Keys keys;
-  if (const Exit failed = readKeys(options.keys, keys); failed != Exit::fine) return failed;
-  std::optional<mailtree::Message> message = openMessage(options.file, keys.all);
+/// @param names  shared by all messages, whose files may have the same names.
+Exit extract(const std::string& file, const ExtractOptions& options, const Keys& keys,
+             UniqueFileNames& names) {
+  std::optional<mailtree::Message> message = openMessage(file, keys.all);
   if (!message) return Exit::unreadable;
-  const Exit result = reportLimits(options.file, limitsIn(*message));
+  const Exit result = reportLimits(file, limitsIn(*message));
   const Readers readers = readersOf(*message);
   const Outline outline = outlineOf(message->email2());
   const std::vector<int> ids = selectedParts(outline, displayedIn(outline), options);
   if (ids.empty()) {
-    reportError(options.file, missingPartProblem(options));
+    reportError(file, missingPartProblem(options));
     return worse(result, Exit::negative);
   }
-  if (options.output.empty()) return worse(result, writeToFolder(outline, ids, options, readers));
+  if (options.output.empty()) return worse(result, writeToFolder(outline, ids, options, readers, names));
   std::string scratch;
   const std::string_view content = contentOf(outline.row(ids.front()), scratch);
   return worse(result, saveToOutput(content, {options.output, options.force}, readers));
+}
+
+Exit extractAll(const ExtractOptions& options) {
+  Keys keys;
+  if (const Exit failed = readKeys(options.keys, keys); failed != Exit::fine) return failed;
+  UniqueFileNames names(options.folder == "." ? fs::path() : fs::path(options.folder), options.force);
+  return forEachFile(
+      options.files, /*hasTitles=*/true,
+      [&](const std::string& file) { return extract(file, options, keys, names); },
+      options.output.empty() ? nullptr : "--output");
 }
 
 void addSelectors(CLI::App& verb, ExtractOptions& options) {
@@ -152,7 +161,7 @@ void addExtract(CLI::App& app, Action& action) {
   CLI::App* verb = app.add_subcommand(
       "extract",
       "Write the attachments of a message, or other parts, to files; status 1 when there are none");
-  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
+  addMessageFiles(*verb, options->files);
   addSelectors(*verb, *options);
   addDestinations(*verb, *options);
   addReadingKeyOptions(*verb, options->keys);
@@ -165,7 +174,7 @@ void addExtract(CLI::App& app, Action& action) {
   verb->callback([options, &action] {
     if (!options->output.empty() && !options->part && !options->attachment)
       throw CLI::ValidationError("--output", "requires --part or --attachment");
-    action = [options] { return extract(*options); };
+    action = [options] { return extractAll(*options); };
   });
 }
 

@@ -10,6 +10,7 @@
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/file_names.h"
+#include "cli/support/files.h"
 #include "cli/support/json_values.h"
 #include "cli/support/saving.h"
 #include "cli/support/terminal.h"
@@ -21,7 +22,7 @@ namespace mailtree::cli {
 namespace {
 
 struct MessagesOptions {
-  std::string file;
+  std::vector<std::string> files;
   std::string wanted;
   std::string folder = ".";
   std::string output;
@@ -72,13 +73,13 @@ Json jsonOf(const InnerMessage& message) {
           {"filename", textOrNull(message.filename)}};
 }
 
-bool writeJson(const MessagesOptions& options, InnerMessages& messages, LimitSet limits) {
+bool writeJson(const std::string& file, InnerMessages& messages, LimitSet limits) {
   Json list = Json::array();
   while (const InnerMessage* message = messages.next()) list.push_back(jsonOf(*message));
   const bool any = !list.empty();
   limits.add(messages.limits());
   std::cout << lineOf({{"schema", kSchema},
-                       {"file", options.file},
+                       {"file", file},
                        {"messages", std::move(list)},
                        {"limits", limitsOf(limits)}})
             << '\n';
@@ -95,10 +96,7 @@ std::string fileNameOf(const InnerMessage& message) {
 }
 
 /// Continues after a file that cannot be written.
-Exit writeToFolder(const MessagesOptions& options, InnerMessages& messages) {
-  UniqueFileNames names(
-      options.folder == "." ? std::filesystem::path() : std::filesystem::path(options.folder),
-      /*mayOverwrite=*/false);
+Exit writeToFolder(const MessagesOptions& options, InnerMessages& messages, UniqueFileNames& names) {
   Exit result = Exit::negative;
   while (const InnerMessage* message = messages.next()) {
     if (!options.all && message->number != options.wanted) continue;
@@ -122,27 +120,38 @@ Exit writeToOutput(const MessagesOptions& options, InnerMessages& messages) {
   return Exit::negative;
 }
 
-Exit write(const MessagesOptions& options, InnerMessages& messages) {
+Exit write(const std::string& file, const MessagesOptions& options, InnerMessages& messages,
+           UniqueFileNames& names) {
   const Exit result =
-      options.output.empty() ? writeToFolder(options, messages) : writeToOutput(options, messages);
+      options.output.empty() ? writeToFolder(options, messages, names) : writeToOutput(options, messages);
   if (result == Exit::negative)
-    reportError(options.file, options.all ? "contains no messages" : "no message " + options.wanted);
+    reportError(file, options.all ? "contains no messages" : "no message " + options.wanted);
   return result;
 }
 
-Exit messages(const MessagesOptions& options) {
-  std::optional<mailtree::Message> message = openMessage(options.file);
+/// @param names  shared by all files: messages inside them may be of the same second.
+Exit messages(const std::string& file, const MessagesOptions& options, UniqueFileNames& names) {
+  std::optional<mailtree::Message> message = openMessage(file);
   if (!message) return Exit::unreadable;
   LimitSet limits = limitsIn(*message);
   InnerMessages inner(message->email2(), options.wanted);
   Exit result = Exit::fine;
   if (!options.isListing())
-    result = write(options, inner);
-  else if (!(options.json ? writeJson(options, inner, limits) : writeTable(inner)))
+    result = write(file, options, inner, names);
+  else if (!(options.json ? writeJson(file, inner, limits) : writeTable(inner)))
     result = Exit::negative;
   limits.add(inner.limits());
-  result = worse(result, reportLimits(options.file, limits));
-  return worse(result, finishStandardOutput());
+  return worse(result, reportLimits(file, limits));
+}
+
+Exit messagesOfAll(const MessagesOptions& options) {
+  namespace fs = std::filesystem;
+  UniqueFileNames names(options.folder == "." ? fs::path() : fs::path(options.folder),
+                        /*mayOverwrite=*/false);
+  return forEachFile(
+      options.files, /*hasTitles=*/!options.json,
+      [&](const std::string& file) { return messages(file, options, names); },
+      options.output.empty() ? nullptr : "--output");
 }
 
 /// "2", "2/0"
@@ -182,7 +191,7 @@ void addMessages(CLI::App& app, Action& action) {
                                       "List the messages inside a message, attached or in a digest, or write "
                                       "them to files; status 1 when there "
                                       "are none");
-  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
+  addMessageFiles(*verb, options->files);
   addDestinations(*verb, *options);
   verb->footer(
       "A message inside message 2 has the number 2/0. \"Part\" is the number of its part in show.\n"
@@ -190,7 +199,7 @@ void addMessages(CLI::App& app, Action& action) {
       "Example:\n  mailtree messages samples/digest.eml\n"
       "  mailtree messages mail.eml --extract 0 -o - | mailtree show -\n"
       "  mailtree messages mail.eml --all --dir inner");
-  verb->callback([options, &action] { action = [options] { return messages(*options); }; });
+  verb->callback([options, &action] { action = [options] { return messagesOfAll(*options); }; });
 }
 
 }  // namespace mailtree::cli

@@ -5,8 +5,8 @@
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
-#include "cli/support/arguments.h"
 #include "cli/support/errors.h"
+#include "cli/support/files.h"
 #include "cli/support/json_values.h"
 #include "cli/support/terminal.h"
 #include "cli/support/terminal_table.h"
@@ -15,7 +15,7 @@ namespace mailtree::cli {
 namespace {
 
 struct ReportOptions {
-  std::string file;
+  std::vector<std::string> files;
   bool json = false;
 };
 
@@ -94,19 +94,18 @@ void writeText(const Report& report) {
   }
 }
 
-Exit report(const ReportOptions& options) {
-  const std::optional<mailtree::Message> message = openMessage(options.file);
+Exit report(const std::string& file, const ReportOptions& options) {
+  const std::optional<mailtree::Message> message = openMessage(file);
   if (!message) return Exit::unreadable;
   const LimitSet limits = limitsIn(*message);
   const std::optional<Report> found = message->report();
   if (options.json)
-    writeJson(options.file, found, limits);
+    writeJson(file, found, limits);
   else if (found)
     writeText(*found);
   else
-    reportError(options.file, "not a report");
-  const Exit result = worse(found ? Exit::fine : Exit::negative, reportLimits(options.file, limits));
-  return worse(result, finishStandardOutput());
+    reportError(file, "not a report");
+  return worse(found ? Exit::fine : Exit::negative, reportLimits(file, limits));
 }
 
 }  // namespace
@@ -116,7 +115,7 @@ void addReport(CLI::App& app, Action& action) {
   CLI::App* verb = app.add_subcommand("report",
                                       "Show what happened to a message, from a bounce, a read receipt or a "
                                       "complaint; status 1 when it is not a report");
-  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
+  addMessageFiles(*verb, options->files);
   verb->add_flag("--json", options->json, "One JSON object on one line");
   verb->footer(
       "Shows the fields of the whole message, a row for each recipient, and the human-readable text.\n"
@@ -124,7 +123,12 @@ void addReport(CLI::App& app, Action& action) {
       "Example:\n  mailtree report samples/delivery-report.eml\n"
       "  mailtree report --json mail.eml | jq -r '.recipients[] | select(.action == \"failed\") | "
       ".recipient'");
-  verb->callback([options, &action] { action = [options] { return report(*options); }; });
+  verb->callback([options, &action] {
+    action = [options] {
+      return forEachFile(options->files, /*hasTitles=*/!options->json,
+                         [&options](const std::string& file) { return report(file, *options); });
+    };
+  });
 }
 
 }  // namespace mailtree::cli

@@ -1,15 +1,16 @@
 // cli/show.cpp - mailtree show: shows a message to people, or as JSON.
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <iostream>
 #include <memory>
-#include <utility>
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
-#include "cli/support/errors.h"
 #include "cli/support/files.h"
+#include "cli/views/jmap_fields.h"
+#include "cli/views/jmap_view.h"
 #include "cli/views/json_view.h"
 #include "cli/views/text_view.h"
 
@@ -19,7 +20,10 @@ namespace {
 struct ShowOptions {
   std::vector<std::string> files;
   bool json = false;
+  bool jmap = false;
+  std::vector<std::string> properties;
   bool headers = false;
+  bool body = false;
   bool verbose = false;
   bool color = false;
   bool noColor = false;
@@ -31,43 +35,33 @@ ColorChoice choiceOf(const ShowOptions& options) {
   return options.color ? ColorChoice::always : ColorChoice::automatic;
 }
 
-void writeTitle(const std::string& file, bool isFirst, const Style& style) {
-  std::cout << (isFirst ? "" : "\n") << style.paint(Ink::bold, "== " + printable(file) + " ==") << '\n';
+/// An Email object does not name its file unless there is a doubt.
+bool hasSeveral(const ShowOptions& options) {
+  std::error_code ignored;
+  return options.files.size() > 1 || std::filesystem::is_directory(options.files.front(), ignored);
 }
 
-Exit showOne(const std::string& file, const ShowOptions& options, Keys& keys, const Style& style,
-             bool isFirst) {
+Exit showOne(const std::string& file, const ShowOptions& options, const Keys& keys, const Style& style) {
   std::optional<mailtree::Message> message = openMessage(file, keys.all);
   if (!message) return Exit::unreadable;
-  if (options.json) {
-    std::cout << jsonOf(file, *message, {options.headers}) << '\n';
-  } else {
-    if (options.files.size() > 1) writeTitle(file, isFirst, style);
+  if (options.jmap)
+    std::cout << jmapOf(*message, {hasSeveral(options) ? file : "", options.headers, options.properties})
+              << '\n';
+  else if (options.json)
+    std::cout << jsonOf(file, *message, {options.headers, options.body}) << '\n';
+  else
     writeText(std::cout, *message, {style, options.headers, options.verbose});
-  }
   return reportLimits(file, limitsIn(*message));
 }
 
-/// Replaces folders with their files.
-Exit openFolders(ShowOptions& options) {
-  Exit result = Exit::fine;
-  std::vector<std::string> files;
-  for (const std::string& path : options.files) result = worse(result, appendFiles(path, files));
-  options.files = std::move(files);
-  return result;
-}
-
-Exit show(ShowOptions options) {
+Exit show(const ShowOptions& options) {
   Keys keys;
   if (const Exit result = readKeys(options.keys, keys); result != Exit::fine) return result;
   const Style style = styleOfStandardOutput(choiceOf(options));
-  Exit result = openFolders(options);
-  bool isFirst = true;
-  for (const std::string& file : options.files) {
-    result = worse(result, showOne(file, options, keys, style, isFirst));
-    isFirst = false;
-  }
-  return worse(result, finishStandardOutput());
+  return forEachFile(
+      options.files, /*hasTitles=*/!options.json && !options.jmap,
+      [&](const std::string& file) { return showOne(file, options, keys, style); }, /*single=*/nullptr,
+      style);
 }
 
 }  // namespace
@@ -76,9 +70,18 @@ void addShow(CLI::App& app, Action& action) {
   auto options = std::make_shared<ShowOptions>();
   CLI::App* verb =
       app.add_subcommand("show", "Show messages: main header fields, tree of parts, first lines of text");
-  addTexts(*verb, "FILE", options->files, "Messages, or folders of them; - is standard input")->required();
-  verb->add_flag("--json", options->json, "One JSON object per message, one line each");
-  verb->add_flag("--headers", options->headers, "Show every header field, decoded");
+  addMessageFiles(*verb, options->files);
+  CLI::Option* json = verb->add_flag("--json", options->json, "One JSON object per message, one line each");
+  CLI::Option* jmap =
+      verb->add_flag("--jmap", options->jmap, "The same as Email objects of JMAP (RFC 8621)")->excludes(json);
+  addRepeated(*verb, "--header", options->properties,
+              "With --jmap: add a header field in a form, such as header:List-Post:asURLs")
+      ->check(problemOfJmapProperty)
+      ->needs(jmap);
+  verb->add_flag("--headers", options->headers,
+                 "Show every header field, decoded; with --jmap those of the parts too");
+  verb->add_flag("--body", options->body, "With --json: add the text and the HTML that a reader sees")
+      ->needs(json);
   verb->add_flag("-v,--verbose", options->verbose, "Show why parts are attachments, and what was repaired");
   CLI::Option* color =
       verb->add_flag("--color", options->color, "Color even when the output is not a terminal");
@@ -86,7 +89,9 @@ void addShow(CLI::App& app, Action& action) {
       ->excludes(color);
   addReadingKeyOptions(*verb, options->keys);
   verb->footer(
+      "docs/json-schema.json describes the JSON; --jmap leaves out what only a server knows.\n\n"
       "Example:\n  mailtree show samples/newsletter.eml\n  mailtree show --json mails | jq .subject\n"
+      "  mailtree show --jmap --header header:List-Unsubscribe:asURLs mail.eml | jq .bodyValues\n"
       "  mailtree show --p12 jo.p12 --trust ca.pem secret.eml");
   verb->callback([options, &action] { action = [options] { return show(*options); }; });
 }

@@ -6,8 +6,7 @@
 #include "cli/commands.h"
 #include "cli/message/input.h"
 #include "cli/secure/keys.h"
-#include "cli/support/arguments.h"
-#include "cli/support/errors.h"
+#include "cli/support/files.h"
 #include "cli/support/terminal.h"
 #include "cli/views/layers.h"
 #include "cli/views/security_json.h"
@@ -16,7 +15,7 @@ namespace mailtree::cli {
 namespace {
 
 struct VerifyOptions {
-  std::string file;
+  std::vector<std::string> files;
   bool json = false;
   KeyOptions keys;
 };
@@ -54,19 +53,23 @@ void writeChecklist(const Security& security) {
   writeLine(security.isValid ? "valid: " : "NOT valid: ", verdictOf(security));
 }
 
-Exit verify(const VerifyOptions& options) {
-  Keys keys;
-  if (const Exit result = readKeys(options.keys, keys); result != Exit::fine) return result;
-  const std::optional<mailtree::Message> message = openMessage(options.file, keys.all);
+Exit verify(const std::string& file, const VerifyOptions& options, const Keys& keys) {
+  const std::optional<mailtree::Message> message = openMessage(file, keys.all);
   if (!message) return Exit::unreadable;
   const Security& security = message->security();
   if (options.json)
-    std::cout << lineOf({{"schema", kSchema}, {"file", options.file}, {"security", securityOf(security)}})
-              << '\n';
+    std::cout << lineOf({{"schema", kSchema}, {"file", file}, {"security", securityOf(security)}}) << '\n';
   else
     writeChecklist(security);
   const Exit answer = security.isValid ? Exit::fine : Exit::negative;
-  return worse(worse(answer, reportLimits(options.file, limitsIn(*message))), finishStandardOutput());
+  return worse(answer, reportLimits(file, limitsIn(*message)));
+}
+
+Exit verifyAll(const VerifyOptions& options) {
+  Keys keys;
+  if (const Exit failed = readKeys(options.keys, keys); failed != Exit::fine) return failed;
+  return forEachFile(options.files, /*hasTitles=*/!options.json,
+                     [&](const std::string& file) { return verify(file, options, keys); });
 }
 
 }  // namespace
@@ -75,7 +78,7 @@ void addVerify(CLI::App& app, Action& action) {
   auto options = std::make_shared<VerifyOptions>();
   CLI::App* verb = app.add_subcommand(
       "verify", "Check the signatures of a message; status 1 unless all is signed and every check passes");
-  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
+  addMessageFiles(*verb, options->files);
   verb->add_flag("--json", options->json, "One JSON object on one line");
   addReadingKeyOptions(*verb, options->keys);
   verb->footer(
@@ -85,7 +88,7 @@ void addVerify(CLI::App& app, Action& action) {
       "inside. S/MIME signs no header fields; only From is checked, by the certificate. ? marks what\n"
       "could not be checked. Encrypted layers are opened with --p12, or --cert and --key.\n"
       "Example:\n  mailtree verify --trust ca.pem mail.eml");
-  verb->callback([options, &action] { action = [options] { return verify(*options); }; });
+  verb->callback([options, &action] { action = [options] { return verifyAll(*options); }; });
 }
 
 }  // namespace mailtree::cli

@@ -12,7 +12,6 @@
 
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
-#include "cli/support/terminal.h"
 #include "mailtree/base/Log.h"
 
 namespace mailtree::cli {
@@ -89,7 +88,8 @@ void addMessageFiles(CLI::App& verb, std::vector<std::string>& paths) {
 }
 
 Exit forEachFile(const std::vector<std::string>& paths, bool hasTitles,
-                 const std::function<Exit(const std::string&)>& work, const char* single) {
+                 const std::function<Exit(const std::string&)>& work, const char* single,
+                 const Style& style) {
   Exit result = Exit::fine;
   std::vector<std::string> files;
   for (const std::string& path : paths) result = worse(result, appendFiles(path, files));
@@ -97,7 +97,7 @@ Exit forEachFile(const std::vector<std::string>& paths, bool hasTitles,
   bool isFirst = true;
   for (const std::string& file : files) {
     if (hasTitles && files.size() > 1)
-      std::cout << (isFirst ? "" : "\n") << "== " << printable(file) << " ==\n";
+      std::cout << (isFirst ? "" : "\n") << style.paint(Ink::bold, "== " + printable(file) + " ==") << '\n';
     isFirst = false;
     result = worse(result, work(file));
   }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "cli/support/exit_codes.h"
+#include "cli/support/terminal.h"
 #include "mailtree/base/DataBuffer.h"
 
 namespace CLI {
@@ -32,7 +33,9 @@ void addMessageFiles(CLI::App& verb, std::vector<std::string>& paths);
 /// Calls a verb's work for each file, in order. Folders are replaced with their files. With more than one
 /// file, each result gets a title, "== FILE ==", unless it names its file itself.
 /// @param single  the option or verb that takes only one file; null when there is none.
+/// @param style   of the titles.
 Exit forEachFile(const std::vector<std::string>& paths, bool hasTitles,
-                 const std::function<Exit(const std::string&)>& work, const char* single = nullptr);
+                 const std::function<Exit(const std::string&)>& work, const char* single = nullptr,
+                 const Style& style = {});
 
 }  // namespace mailtree::cli

@@ -54,12 +54,12 @@ Json limitsOf(LimitSet limits) {
   return out;
 }
 
-void ObjectText::addKey(const char* key) {
+void ObjectText::addKey(std::string_view key) {
   if (m_text.size() > 1) m_text += ',';
   m_text.append("\"").append(key).append("\":");
 }
 
-ObjectText& ObjectText::add(const char* key, std::string_view text) {
+ObjectText& ObjectText::add(std::string_view key, std::string_view text) {
   addKey(key);
   if (std::ranges::all_of(text, isUnescaped))
     m_text.append("\"").append(text).append("\"");
@@ -68,19 +68,25 @@ ObjectText& ObjectText::add(const char* key, std::string_view text) {
   return *this;
 }
 
-ObjectText& ObjectText::add(const char* key, std::uint64_t number) {
+ObjectText& ObjectText::add(std::string_view key, std::uint64_t number) {
   addKey(key);
   m_text += std::to_string(number);
   return *this;
 }
 
-ObjectText& ObjectText::addOrNull(const char* key, std::string_view text) {
+ObjectText& ObjectText::addOrNull(std::string_view key, std::string_view text) {
   return text.empty() ? addSerialized(key, "null") : add(key, text);
 }
 
-ObjectText& ObjectText::addSerialized(const char* key, std::string_view json) {
+ObjectText& ObjectText::addSerialized(std::string_view key, std::string_view json) {
   addKey(key);
   m_text += json;
+  return *this;
+}
+
+ObjectText& ObjectText::addMembers(std::string_view object) {
+  if (m_text.size() > 1) m_text += ',';
+  m_text += object.substr(1, object.size() - 2);
   return *this;
 }
 

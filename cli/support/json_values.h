@@ -37,20 +37,22 @@ Json dateOrNull(const std::optional<SorvikSysTime>& date);
 Json limitsOf(LimitSet limits);
 
 /// An object written member by member, for lists so long that a Json value for each entry would take longer
-/// than all the rest.
+/// than all the rest. Keys are written as they are.
 class ObjectText {
  public:
-  ObjectText& add(const char* key, std::string_view text);
-  ObjectText& add(const char* key, std::uint64_t number);
-  ObjectText& addOrNull(const char* key, std::string_view text);  ///< Null when empty.
+  ObjectText& add(std::string_view key, std::string_view text);
+  ObjectText& add(std::string_view key, std::uint64_t number);
+  ObjectText& addOrNull(std::string_view key, std::string_view text);  ///< Null when empty.
   /// A member that is already serialized.
-  ObjectText& addSerialized(const char* key, std::string_view json);
+  ObjectText& addSerialized(std::string_view key, std::string_view json);
+  /// The members of an object that is already serialized.
+  ObjectText& addMembers(std::string_view object);
   /// The object so far, without its closing brace.
   const std::string& open() const noexcept { return m_text; }
   std::string closed() { return std::move(m_text += '}'); }
 
  private:
-  void addKey(const char* key);
+  void addKey(std::string_view key);
 
   std::string m_text = "{";
 };

@@ -7,7 +7,10 @@
 #include "cli/message/input.h"
 #include "cli/support/json_values.h"
 #include "cli/views/security_json.h"
+#include "mailtree/base/FileNames.h"
 #include "mailtree/crypto/Digest.h"
+#include "mailtree/message/displayed.h"
+#include "mailtree/message/field_forms.h"
 
 namespace mailtree::cli {
 namespace {
@@ -46,9 +49,10 @@ std::string textHashOf(const PartRow& row, const std::string& hashOfBody) {
   return text == row.node->m_body.view() ? hashOfBody : sha256Hex(text);
 }
 
-void addFacts(const PartRow& row, int id, ObjectText& out) {
+/// @return the hash of the content.
+std::string addFacts(const PartRow& row, int id, ObjectText& out) {
   const Email2& node = *row.node;
-  const std::string hash = sha256Hex(node.m_body.view());
+  std::string hash = sha256Hex(node.m_body.view());
   out.add("id", static_cast<std::uint64_t>(id))
       .add("content_type", row.contentType)
       .addOrNull("charset", row.charset)
@@ -59,21 +63,81 @@ void addFacts(const PartRow& row, int id, ObjectText& out) {
       .add("size", node.m_body.getSize())
       .add("sha256", hash)
       .addOrNull("text_sha256", textHashOf(row, hash));
+  return hash;
 }
 
-std::string treeOf(const Outline& outline) {
+/// @param hashes  receives the hash of each part.
+std::string treeOf(const Outline& outline, std::vector<std::string>& hashes) {
   std::string out;
   std::vector<int> open;  // the current part and its ancestors
   for (int id = 0; const PartRow& row : outline.rows) {
     for (; !open.empty() && open.back() != row.parent; open.pop_back()) out += "]}";
     if (out.ends_with('}')) out += ',';
     ObjectText facts;
-    addFacts(row, id, facts);
+    hashes.push_back(addFacts(row, id, facts));
     out.append(facts.open()).append(R"(,"parts":[)");
     open.push_back(id++);
   }
   for (; !open.empty(); open.pop_back()) out += "]}";
   return out;
+}
+
+/// The files, and what the HTML shows.
+std::string filesOf(const Outline& outline, const std::vector<std::string>& hashes) {
+  const Displayed display = displayedIn(outline);
+  std::vector<bool> isListed(outline.rows.size());
+  std::string list = "[";
+  const auto add = [&](int id, std::string_view kind) {
+    if (isListed[static_cast<std::size_t>(id)]) return;
+    isListed[static_cast<std::size_t>(id)] = true;
+    const PartRow& row = outline.row(id);
+    const std::string name = givenFileName(row);
+    ObjectText file;
+    file.add("id", static_cast<std::uint64_t>(id))
+        .addOrNull("name", name.empty() ? name : safeFileName(name, {}))
+        .add("type", row.contentType)
+        .add("size", row.node->m_body.getSize())
+        .add("sha256", hashes[static_cast<std::size_t>(id)])
+        .add("kind", kind);
+    list.append(list.size() > 1 ? "," : "").append(file.closed());
+  };
+  for (const int id : display.attachments) add(id, outline.row(id).isMessage() ? "message" : "attachment");
+  for (const int id : display.inlineItems) add(id, "inline");
+  return list += ']';
+}
+
+constexpr std::string_view nameOf(Problem::Kind kind) noexcept {
+  switch (kind) {
+    case Problem::Kind::repaired: return "repaired";
+    case Problem::Kind::damagedText: return "damaged_text";
+    case Problem::Kind::limit: return "limit";
+    case Problem::Kind::ambiguous: return "ambiguous";
+    case Problem::Kind::notOpened: break;
+  }
+  return "not_opened";
+}
+
+Json problemsOf(const mailtree::Message& message) {
+  Json list = Json::array();
+  for (const Problem& problem : message.problems())
+    list.push_back(
+        objectOf({{"kind", nameOf(problem.kind)}, {"part", problem.part}, {"text", problem.text}}));
+  return list;
+}
+
+/// In angle brackets, as in message_id.
+Json idsOf(const Email2& root, const char* field) {
+  Json list = Json::array();
+  for (const std::string& id : idsIn(decodedField(root, field).value_or(std::string())))
+    list.push_back("<" + id + ">");
+  return list;
+}
+
+/// Minutes by which the sender's clock is ahead of GMT.
+Json offsetOrNull(const std::optional<Date>& date) { return date ? Json(date->offset.count()) : Json(); }
+
+Json bodyOf(const mailtree::Message& message) {
+  return objectOf({{"text", textOrNull(message.text())}, {"html", textOrNull(message.html())}});
 }
 
 /// A list of parts: their numbers, their facts, and what `addMore` adds.
@@ -95,13 +159,6 @@ std::string listObjectOf(const std::string& file, const char* key, const std::st
   ObjectText object;
   object.add("schema", kSchema).add("file", file).addSerialized(key, list);
   return lineOf(object.addSerialized("limits", textOf(limitsOf(limits))).closed());
-}
-
-/// Joins two serialized objects and puts an already serialized member between them.
-std::string joined(std::string head, const char* key, std::string_view value, std::string_view tail) {
-  head.back() = ',';
-  return std::move(
-      head.append("\"").append(key).append("\":").append(value).append(",").append(tail.substr(1)));
 }
 
 Json headersOf(const Email2& root) {
@@ -126,14 +183,26 @@ std::string jsonOf(const std::string& file, mailtree::Message& message, const Js
                               {"cc", addressesOf(root, "Cc")},
                               {"bcc", addressesOf(root, "Bcc")},
                               {"date", dateOrNull(dateOf(root))},
-                              {"message_id", fieldOrNull(root, "Message-ID")}});
+                              {"message_id", fieldOrNull(root, "Message-ID")},
+                              {"reply_to", addressesOf(root, "Reply-To")},
+                              {"date_offset", offsetOrNull(message.date())},
+                              {"in_reply_to", idsOf(root, "In-Reply-To")},
+                              {"references", idsOf(root, "References")},
+                              {"list_id", textOrNull(message.listId())}});
+  std::vector<std::string> hashes;
+  hashes.reserve(outline.rows.size());
+  const std::string tree = treeOf(outline, hashes);
   Json tail = objectOf({{"attachments", outline.attachments},
                         {"plain_text", idOrNull(outline.plainText)},
                         {"html", idOrNull(outline.html)},
                         {"security", securityOf(message.security())},
-                        {"limits", limitsOf(limitsIn(message))}});
+                        {"limits", limitsOf(limitsIn(message))},
+                        {"problems", problemsOf(message)}});
   if (options.headers) tail["headers"] = headersOf(root);
-  return lineOf(joined(textOf(head), "tree", treeOf(outline), textOf(tail)));
+  if (options.body) tail["body"] = bodyOf(message);
+  ObjectText out;
+  out.addMembers(textOf(head)).addSerialized("tree", tree).addSerialized("files", filesOf(outline, hashes));
+  return lineOf(out.addMembers(textOf(tail)).closed());
 }
 
 std::string attachmentsJsonOf(const std::string& file, const Outline& outline, const std::vector<int>& files,

@@ -11,6 +11,7 @@ namespace mailtree::cli {
 
 struct JsonOptions {
   bool headers = false;  ///< Include every header field of the message.
+  bool body = false;     ///< Include the text, and the HTML, that a reader sees.
 };
 
 /// One JSON object on one line, without a line break: utf-8, with control characters escaped.

@@ -4,18 +4,11 @@
 #include "mailtree/base/Log.h"
 #include "mailtree/base/Utf.h"
 #include "mailtree/message/address_rules.h"
-#include "mailtree/mime/address/Address.h"
+#include "mailtree/message/field_forms.h"
 #include "mailtree/mime/charset/Charset.h"
 #include "mailtree/mime/header/Date.h"
 
 namespace mailtree {
-namespace {
-
-Address addressOf(const _svEmailAddress& entry) {
-  return {std::string(entry.m_name.view()), std::string(entry.m_address.view())};
-}
-
-}  // namespace
 
 Result<Address> Address::parse(std::string_view text) {
   if (trim(text).empty()) return Error{ErrorCode::badValue, "no address in ''", {}};
@@ -27,10 +20,7 @@ Result<Address> Address::parse(std::string_view text) {
 std::vector<Address> Address::parseList(std::string_view text) {
   ExtPtrArray entries;
   _svEmailAddress::parseAndLoadList(text, entries);
-  std::vector<Address> list;
-  list.reserve(static_cast<std::size_t>(entries.getSize()));
-  for (int i = 0; i < entries.getSize(); ++i) list.push_back(addressOf(*entries.at<_svEmailAddress>(i)));
-  return list;
+  return valuesOf(entries);
 }
 
 std::string Address::text() const {

@@ -84,9 +84,7 @@ std::string plainTextOf(const PartRow& row, LoadBudget* budget) {
   return readableTextOf(row);
 }
 
-}  // namespace
-
-std::string readableTextOf(const PartRow& row) {
+std::string validTextOf(const PartRow& row) {
   if (!isReadAsText(row)) return {};
   std::string text = textOf(row);
   if (!isValidUtf8(text)) {  // in an unknown charset
@@ -95,9 +93,17 @@ std::string readableTextOf(const PartRow& row) {
     text = std::move(valid);
   }
   if (text.starts_with(kByteOrderMark)) text.erase(0, kByteOrderMark.size());
-  return isFlowed(row) ? unwrapFlowed(text, hasDelSp(row)) : withUnixLines(std::move(text));
+  return text;
 }
 
+}  // namespace
+
+std::string readableTextOf(const PartRow& row) {
+  if (!isFlowed(row)) return linesOf(row);
+  return unwrapFlowed(validTextOf(row), hasDelSp(row));
+}
+
+std::string linesOf(const PartRow& row) { return withUnixLines(validTextOf(row)); }
 std::string displayedText(const Outline& outline, const Displayed& display, LoadBudget* budget) {
   std::string text;
   for (const int id : display.textBody) appendBlock(text, plainTextOf(outline.row(id), budget));

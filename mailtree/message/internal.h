@@ -13,6 +13,7 @@
 #include "mailtree/email/Email2.h"
 #include "mailtree/message/Message.h"
 #include "mailtree/message/displayed.h"
+#include "mailtree/message/field_forms.h"
 #include "mailtree/message/outline.h"
 
 namespace mailtree {
@@ -89,13 +90,7 @@ std::vector<Header> headersOf(const MimeHeader& fields);
 std::optional<std::string> headerOf(const MimeHeader& fields, std::string_view name);
 /// The entries of all fields of that name.
 std::vector<Address> addressesOf(const Email2& root, std::string_view field);
-/// The ids in a field: those in angle brackets, without comments and obsolete phrases; when there are none,
-/// the words with "@".
-std::vector<std::string> idsIn(std::string_view text);
 CertificateInfo infoOf(const Certificate& certificate);
-
-/// The first id in angle brackets, without them; the whole text when there is no id.
-std::string firstIdIn(std::string_view text);
 
 /// Whether a program wrote it as an answer (RFC 3834, 5): nothing may come back to it.
 bool isAutomatedReply(const MimeHeader& header);

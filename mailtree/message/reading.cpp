@@ -8,37 +8,6 @@
 namespace mailtree {
 namespace {
 
-Address valueOf(const _svEmailAddress& address) {
-  return {std::string(address.m_name.view()), std::string(address.m_address.view())};
-}
-
-std::vector<Address> valuesOf(const ExtPtrArray& entries) {
-  std::vector<Address> addresses;
-  addresses.reserve(static_cast<std::size_t>(entries.getSize()));
-  for (int i = 0; i < entries.getSize(); ++i) addresses.push_back(valueOf(*entries.at<_svEmailAddress>(i)));
-  return addresses;
-}
-
-/// Moves past a comment, which may hold others and quoted pairs (RFC 5322, 3.2.2).
-std::string_view afterComment(std::string_view text) {
-  int depth = 0;
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    if (text[at] == '\\')
-      ++at;
-    else if (text[at] == '(')
-      ++depth;
-    else if (text[at] == ')' && --depth == 0)
-      return text.substr(at + 1);
-  }
-  return {};
-}
-
-void addId(std::string_view text, std::vector<std::string>& ids) {
-  std::string id(text);
-  std::erase_if(id, isSpaceAscii);  // programs fold long ids
-  if (!id.empty()) ids.push_back(std::move(id));
-}
-
 /// -1 for anything but a number.
 int numberIn(std::string_view digits) {
   const char* const end = digits.data() + digits.size();
@@ -48,29 +17,6 @@ int numberIn(std::string_view digits) {
 }
 
 }  // namespace
-
-std::vector<std::string> idsIn(std::string_view text) {
-  std::vector<std::string> ids, words;
-  while (!(text = trimLeft(text)).empty()) {
-    if (text.front() == '(') {
-      text = afterComment(text);
-    } else if (text.front() == '<') {
-      const std::size_t end = std::min(text.find('>'), text.size());
-      addId(text.substr(1, end - 1), ids);
-      text.remove_prefix(std::min(end + 1, text.size()));
-    } else {
-      const std::size_t end = std::min(text.find_first_of(" \t\r\n<,;", 1), text.size());
-      if (contains(text.substr(0, end), "@")) addId(text.substr(0, end), words);
-      text.remove_prefix(end);
-    }
-  }
-  return ids.empty() ? words : ids;
-}
-
-std::string firstIdIn(std::string_view text) {
-  std::vector<std::string> ids = idsIn(text);
-  return ids.empty() ? std::string(trim(text)) : std::move(ids.front());
-}
 
 std::vector<Address> addressesOf(const Email2& root, std::string_view field) {
   ExtPtrArray entries;

@@ -1,0 +1,172 @@
+#include "cli/views/jmap_fields.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "mailtree/message/field_forms.h"
+#include "mailtree/message/fields.h"
+#include "mailtree/message/times.h"
+
+namespace mailtree::cli {
+namespace {
+
+constexpr struct {
+  std::string_view name;
+  FieldForm form;
+} kForms[] = {{"asRaw", FieldForm::raw},
+              {"asText", FieldForm::text},
+              {"asAddresses", FieldForm::addresses},
+              {"asGroupedAddresses", FieldForm::groupedAddresses},
+              {"asMessageIds", FieldForm::messageIds},
+              {"asDate", FieldForm::date},
+              {"asURLs", FieldForm::urls}};
+
+/// The fields of RFC 5322 and 2369, which have only the forms that fit them; all can be had raw.
+constexpr struct {
+  std::string_view name;
+  FieldForm form, otherForm;
+} kFields[] = {{"From", FieldForm::addresses, FieldForm::groupedAddresses},
+               {"Sender", FieldForm::addresses, FieldForm::groupedAddresses},
+               {"Reply-To", FieldForm::addresses, FieldForm::groupedAddresses},
+               {"To", FieldForm::addresses, FieldForm::groupedAddresses},
+               {"Cc", FieldForm::addresses, FieldForm::groupedAddresses},
+               {"Bcc", FieldForm::addresses, FieldForm::groupedAddresses},
+               {"Resent-From", FieldForm::addresses, FieldForm::groupedAddresses},
+               {"Resent-Sender", FieldForm::addresses, FieldForm::groupedAddresses},
+               {"Resent-Reply-To", FieldForm::addresses, FieldForm::groupedAddresses},
+               {"Resent-To", FieldForm::addresses, FieldForm::groupedAddresses},
+               {"Resent-Cc", FieldForm::addresses, FieldForm::groupedAddresses},
+               {"Resent-Bcc", FieldForm::addresses, FieldForm::groupedAddresses},
+               {"Message-ID", FieldForm::messageIds, FieldForm::messageIds},
+               {"In-Reply-To", FieldForm::messageIds, FieldForm::messageIds},
+               {"References", FieldForm::messageIds, FieldForm::messageIds},
+               {"Resent-Message-ID", FieldForm::messageIds, FieldForm::messageIds},
+               {"Date", FieldForm::date, FieldForm::date},
+               {"Resent-Date", FieldForm::date, FieldForm::date},
+               {"Subject", FieldForm::text, FieldForm::text},
+               {"Comments", FieldForm::text, FieldForm::text},
+               {"Keywords", FieldForm::text, FieldForm::text},
+               {"List-Help", FieldForm::urls, FieldForm::urls},
+               {"List-Unsubscribe", FieldForm::urls, FieldForm::urls},
+               {"List-Subscribe", FieldForm::urls, FieldForm::urls},
+               {"List-Post", FieldForm::urls, FieldForm::urls},
+               {"List-Owner", FieldForm::urls, FieldForm::urls},
+               {"List-Archive", FieldForm::urls, FieldForm::urls},
+               {"Received", FieldForm::raw, FieldForm::raw},
+               {"Return-Path", FieldForm::raw, FieldForm::raw}};
+
+/// "header:Name:asForm:all"; form and "all" may be missing.
+struct Property {
+  std::string_view name;
+  std::string_view formName = kForms[0].name;
+  bool all = false;
+  std::string_view rest = {};  ///< What does not belong there.
+
+  std::optional<FieldForm> form() const {
+    const auto* const row = std::ranges::find(kForms, formName, [](const auto& form) { return form.name; });
+    return row == std::end(kForms) ? std::nullopt : std::optional(row->form);
+  }
+};
+
+std::string_view cutWord(std::string_view& text) {
+  const std::size_t end = std::min(text.find(':'), text.size());
+  const std::string_view word = text.substr(0, end);
+  text.remove_prefix(std::min(end + 1, text.size()));
+  return word;
+}
+
+constexpr std::string_view kPrefix = "header:";
+
+Property readProperty(std::string_view text) {
+  text.remove_prefix(std::min(kPrefix.size(), text.size()));
+  Property property{cutWord(text)};
+  if (text.starts_with("as")) property.formName = cutWord(text);
+  property.all = text == "all";
+  if (!property.all) property.rest = text;
+  return property;
+}
+
+bool hasForm(std::string_view name, FieldForm form) {
+  const auto* const row =
+      std::ranges::find_if(kFields, [name](const auto& field) { return equalsNoCase(field.name, name); });
+  return form == FieldForm::raw || row == std::end(kFields) || form == row->form || form == row->otherForm;
+}
+
+/// All that follows the colon, where nearly every program writes one blank.
+std::string rawOf(const MimeHeader& header, int field) { return " " + std::string(header.rawValue(field)); }
+
+Json addressListOf(const std::vector<Address>& addresses) {
+  Json list = Json::array();
+  for (const Address& address : addresses)
+    list.push_back(objectOf({{"name", textOrNull(address.name)}, {"email", address.address}}));
+  return list;
+}
+
+Json groupListOf(const std::vector<AddressGroup>& groups) {
+  Json list = Json::array();
+  for (const AddressGroup& group : groups)
+    list.push_back(
+        objectOf({{"name", textOrNull(group.name)}, {"addresses", addressListOf(group.addresses)}}));
+  return list;
+}
+
+Json listOrNull(const std::vector<std::string>& words) { return words.empty() ? Json() : Json(words); }
+
+Json valueOf(const MimeHeader& header, int field, FieldForm form) {
+  std::string scratch;
+  switch (form) {
+    case FieldForm::raw: return rawOf(header, field);
+    case FieldForm::text: return trim(header.decodedValue(field));
+    case FieldForm::addresses: return addressListOf(addressesIn(header, field));
+    case FieldForm::groupedAddresses: return groupListOf(groupsIn(header, field));
+    case FieldForm::messageIds:
+    case FieldForm::urls: return listOrNull(bracketedIn(header.unfoldedValue(field, scratch)));
+    case FieldForm::date: break;
+  }
+  const std::optional<Date> date = dateIn(header, field);
+  return date ? Json(timeText(*date)) : Json();
+}
+
+}  // namespace
+
+Json jmapFieldOf(const MimeHeader& header, std::string_view name, FieldForm form) {
+  int last = -1;
+  for (int i = header.findField(name); i >= 0; i = header.findField(name, i + 1)) last = i;
+  return last < 0 ? Json() : valueOf(header, last, form);
+}
+
+Json jmapPropertyOf(const MimeHeader& header, std::string_view property) {
+  const Property wanted = readProperty(property);
+  const FieldForm form = wanted.form().value_or(FieldForm::raw);
+  if (!wanted.all) return jmapFieldOf(header, wanted.name, form);
+  Json list = Json::array();
+  for (int i = header.findField(wanted.name); i >= 0; i = header.findField(wanted.name, i + 1))
+    list.push_back(valueOf(header, i, form));
+  return list;
+}
+
+std::string problemOfJmapProperty(std::string_view property) {
+  const std::string quoted = "'" + std::string(property) + "'";
+  const Property wanted = readProperty(property);
+  const std::optional<FieldForm> form = wanted.form();
+  if (!property.starts_with(kPrefix) || !isFieldName(wanted.name) || !wanted.rest.empty())
+    return quoted + " does not have the form header:NAME[:asFORM][:all]";
+  if (!form) {
+    std::string known;
+    for (const auto& row : kForms) known.append(known.empty() ? "" : ", ").append(row.name);
+    return quoted + ": the forms are " + known;
+  }
+  if (!hasForm(wanted.name, *form))
+    return quoted + ": the field " + std::string(wanted.name) + " does not have this form";
+  return {};
+}
+
+Json jmapHeadersOf(const MimeHeader& header) {
+  Json list = Json::array();
+  for (int i = 0; i < header.getNumFields(); ++i)
+    if (!header.fieldName(i).empty())
+      list.push_back(objectOf({{"name", header.fieldName(i)}, {"value", rawOf(header, i)}}));
+  return list;
+}
+
+}  // namespace mailtree::cli

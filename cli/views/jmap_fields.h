@@ -1,0 +1,24 @@
+// cli/views/jmap_fields.h - header fields as properties of an Email object (RFC 8621, 4.1.2 and 4.1.3).
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "cli/support/json_values.h"
+#include "mailtree/mime/header/MimeHeader.h"
+
+namespace mailtree::cli {
+
+enum class FieldForm { raw, text, addresses, groupedAddresses, messageIds, date, urls };
+
+/// The value of the last field of this name; null when there is none, or it does not have this form.
+Json jmapFieldOf(const MimeHeader& header, std::string_view name, FieldForm form);
+/// The value of a property such as "header:List-Post:asURLs:all", which has no problem.
+Json jmapPropertyOf(const MimeHeader& header, std::string_view property);
+/// Why this is no such property; empty when it is one.
+std::string problemOfJmapProperty(std::string_view property);
+
+/// Name and raw value of every field, in order.
+Json jmapHeadersOf(const MimeHeader& header);
+
+}  // namespace mailtree::cli

@@ -1,0 +1,170 @@
+#include "cli/views/jmap_view.h"
+
+#include <utility>
+
+#include "cli/support/json_values.h"
+#include "cli/views/jmap_fields.h"
+#include "mailtree/base/Utf.h"
+#include "mailtree/message/displayed_text.h"
+#include "mailtree/message/field_forms.h"
+
+namespace mailtree::cli {
+namespace {
+
+constexpr std::string_view kReplacement = "\uFFFD";
+
+constexpr struct {
+  const char *property, *field;
+  FieldForm form;
+} kConvenient[] = {{"messageId", "Message-ID", FieldForm::messageIds},
+                   {"inReplyTo", "In-Reply-To", FieldForm::messageIds},
+                   {"references", "References", FieldForm::messageIds},
+                   {"sender", "Sender", FieldForm::addresses},
+                   {"from", "From", FieldForm::addresses},
+                   {"to", "To", FieldForm::addresses},
+                   {"cc", "Cc", FieldForm::addresses},
+                   {"bcc", "Bcc", FieldForm::addresses},
+                   {"replyTo", "Reply-To", FieldForm::addresses},
+                   {"subject", "Subject", FieldForm::text},
+                   {"sentAt", "Date", FieldForm::date}};
+
+bool isMultipartType(const PartRow& row) { return beginsWithNoCase(row.contentType, "multipart/"); }
+
+/// A multipart without parts is the text that is in it, if any.
+bool isLeaf(const PartRow& row) {
+  return row.isLeaf() && !(isMultipartType(row) && trim(row.node->m_body.view()).empty());
+}
+
+std::string typeOf(const PartRow& row) {
+  const bool isText = isLeaf(row) && isMultipartType(row);
+  return isText ? "text/plain" : lowerCase(row.contentType);
+}
+
+/// What RFC 2045 (5.2) says where the part does not.
+std::string charsetOf(const PartRow& row, std::string_view type) {
+  if (!row.charset.empty()) return row.charset;
+  const bool isDefault = type.starts_with("text/") || row.node->m_header.findField("Content-Type") < 0;
+  return isDefault && isLeaf(row) ? "us-ascii" : "";
+}
+
+std::string languagesOf(const MimeHeader& header) {
+  const std::vector<std::string> words = wordsIn(header.decodedValue(header.findField("Content-Language")));
+  return words.empty() ? "null" : textOf(Json(words));
+}
+
+/// An EmailBodyPart without its parts (4.1.4).
+ObjectText factsOf(const PartRow& row, std::size_t id, const JmapOptions& options) {
+  const Email2& node = *row.node;
+  const std::string type = typeOf(row);
+  ObjectText out;
+  out.addOrNull("partId", isLeaf(row) ? std::to_string(id) : std::string())
+      .add("size", isLeaf(row) ? node.m_body.getSize() : 0);
+  if (options.headers) out.addSerialized("headers", textOf(jmapHeadersOf(node.m_header)));
+  return std::move(out.addOrNull("name", row.filename)
+                       .add("type", type)
+                       .addOrNull("charset", charsetOf(row, type))
+                       .addOrNull("disposition", lowerCase(trim(node.m_disposition.view())))
+                       .addOrNull("cid", contentIdOf(node))
+                       .addSerialized("language", languagesOf(node.m_header))
+                       .addOrNull("location", contentLocationOf(node)));
+}
+
+std::string structureOf(const Outline& outline, const std::vector<std::string>& facts) {
+  std::string out;
+  std::vector<int> open;  // the current multipart and its ancestors
+  for (std::size_t id = 0; id < outline.rows.size(); ++id) {
+    const PartRow& row = outline.rows[id];
+    for (; !open.empty() && open.back() != row.parent; open.pop_back()) out += "]}";
+    if (out.ends_with('}')) out += ',';
+    out += facts[id];
+    if (isLeaf(row)) {
+      out += '}';
+      continue;
+    }
+    out += R"(,"subParts":[)";
+    open.push_back(static_cast<int>(id));
+  }
+  for (; !open.empty(); open.pop_back()) out += "]}";
+  return out;
+}
+
+std::string listOf(const std::vector<int>& ids, const std::vector<std::string>& facts) {
+  std::string list = "[";
+  for (const int id : ids)
+    list.append(list.size() > 1 ? "," : "").append(facts[static_cast<std::size_t>(id)]).append("}");
+  return list += ']';
+}
+
+/// The parts of a body that are texts or media: the messages of a digest are attachments here.
+std::vector<int> withoutMessages(const Outline& outline, std::vector<int> ids) {
+  std::erase_if(ids, [&outline](int id) { return !isLeaf(outline.row(id)) || outline.row(id).isMessage(); });
+  return ids;
+}
+
+/// All leaves that are in neither body, and media that are not in both.
+std::vector<int> attachmentsOf(const Outline& outline, const std::vector<int>& text,
+                               const std::vector<int>& html) {
+  std::vector<int> uses(outline.rows.size());
+  for (const auto* const body : {&text, &html})
+    for (const int id : *body) ++uses[static_cast<std::size_t>(id)];
+  std::vector<int> ids;
+  for (std::size_t id = 0; id < uses.size(); ++id) {
+    const PartRow& row = outline.rows[id];
+    if (isLeaf(row) && uses[id] < (isReadAsText(row) ? 1 : 2)) ids.push_back(static_cast<int>(id));
+  }
+  return ids;
+}
+
+bool hasEncodingProblem(const PartRow& row, std::string_view text) {
+  const RepairSet& repairs = row.node->m_repairs;
+  if (repairs.has(Repair::damagedText) || repairs.has(Repair::charset)) return true;
+  return contains(text, kReplacement) && !isValidUtf8(row.node->m_body.view());
+}
+
+std::string bodyValuesOf(const Outline& outline) {
+  std::string values = "{";
+  for (std::size_t id = 0; id < outline.rows.size(); ++id) {
+    const PartRow& row = outline.rows[id];
+    if (!isReadAsText(row) || !isLeaf(row)) continue;
+    const std::string text = linesOf(row);
+    ObjectText value;
+    value.add("value", text)
+        .addSerialized("isEncodingProblem", hasEncodingProblem(row, text) ? "true" : "false")
+        .addSerialized("isTruncated", "false");
+    values.append(values.size() > 1 ? ",\"" : "\"").append(std::to_string(id)).append("\":");
+    values += value.closed();
+  }
+  return values += '}';
+}
+
+}  // namespace
+
+std::string jmapOf(mailtree::Message& message, const JmapOptions& options) {
+  const MimeHeader& header = message.email2().m_header;
+  const Outline outline = outlineOf(message.email2());
+  const Displayed display = displayedIn(outline);
+  ObjectText out;
+  if (!options.file.empty()) out.add("file", options.file);
+  for (const auto& row : kConvenient)
+    out.addSerialized(row.property, textOf(jmapFieldOf(header, row.field, row.form)));
+  for (const std::string& property : options.properties)
+    out.addSerialized(property, textOf(jmapPropertyOf(header, property)));
+  out.addSerialized("hasAttachment", display.attachments.empty() ? "false" : "true")
+      .add("preview", message.preview())
+      .addSerialized("headers", textOf(jmapHeadersOf(header)));
+
+  std::vector<std::string> facts;
+  facts.reserve(outline.rows.size());
+  for (std::size_t id = 0; id < outline.rows.size(); ++id)
+    facts.push_back(factsOf(outline.rows[id], id, options).open());
+  const std::vector<int> text = withoutMessages(outline, display.textBody),
+                         html = withoutMessages(outline, display.htmlBody);
+  out.addSerialized("bodyStructure", structureOf(outline, facts))
+      .addSerialized("textBody", listOf(text, facts))
+      .addSerialized("htmlBody", listOf(html, facts))
+      .addSerialized("attachments", listOf(attachmentsOf(outline, text, html), facts))
+      .addSerialized("bodyValues", bodyValuesOf(outline));
+  return lineOf(out.closed());
+}
+
+}  // namespace mailtree::cli
