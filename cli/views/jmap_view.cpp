@@ -7,11 +7,11 @@
 #include "mailtree/base/Utf.h"
 #include "mailtree/message/displayed_text.h"
 #include "mailtree/message/field_forms.h"
+#include "mailtree/message/internal.h"
+#include "mailtree/mime/charset/Charset.h"
 
 namespace mailtree::cli {
 namespace {
-
-constexpr std::string_view kReplacement = "\uFFFD";
 
 constexpr struct {
   const char *property, *field;
@@ -60,13 +60,14 @@ ObjectText factsOf(const PartRow& row, std::size_t id, const JmapOptions& option
   out.addOrNull("partId", isLeaf(row) ? std::to_string(id) : std::string())
       .add("size", isLeaf(row) ? node.m_body.getSize() : 0);
   if (options.headers) out.addSerialized("headers", textOf(jmapHeadersOf(node.m_header)));
-  return std::move(out.addOrNull("name", row.filename)
-                       .add("type", type)
-                       .addOrNull("charset", charsetOf(row, type))
-                       .addOrNull("disposition", lowerCase(trim(node.m_disposition.view())))
-                       .addOrNull("cid", contentIdOf(node))
-                       .addSerialized("language", languagesOf(node.m_header))
-                       .addOrNull("location", contentLocationOf(node)));
+  return std::move(
+      out.addOrNull("name", row.filename)
+          .add("type", type)
+          .addOrNull("charset", charsetOf(row, type))
+          .addOrNull("disposition", lowerCase(trim(node.m_disposition.view())))
+          .addOrNull("cid", firstIdIn(node.m_header.decodedValue(node.m_header.findField("Content-ID"))))
+          .addSerialized("language", languagesOf(node.m_header))
+          .addOrNull("location", contentLocationOf(node)));
 }
 
 std::string structureOf(const Outline& outline, const std::vector<std::string>& facts) {
@@ -115,10 +116,15 @@ std::vector<int> attachmentsOf(const Outline& outline, const std::vector<int>& t
   return ids;
 }
 
-bool hasEncodingProblem(const PartRow& row, std::string_view text) {
-  const RepairSet& repairs = row.node->m_repairs;
-  if (repairs.has(Repair::damagedText) || repairs.has(Repair::charset)) return true;
-  return contains(text, kReplacement) && !isValidUtf8(row.node->m_body.view());
+/// Whether the text is anything but what its charset says.
+bool hasEncodingProblem(const PartRow& row) {
+  for (const Repair repair : {Repair::damagedText, Repair::charset, Repair::noCharset})
+    if (row.node->m_repairs.has(repair)) return true;
+  const std::string_view bytes = row.node->m_body.view();
+  if (isValidUtf8(bytes)) return false;
+  DataBuffer ignored;  // a file, or a text that fits no charset, is still as it came
+  const DecodedText decoded = receivedTextToUtf8(row.charset, bytes, ignored);
+  return decoded.origin != TextOrigin::declared || decoded.damaged > 0;
 }
 
 std::string bodyValuesOf(const Outline& outline) {
@@ -129,7 +135,7 @@ std::string bodyValuesOf(const Outline& outline) {
     const std::string text = linesOf(row);
     ObjectText value;
     value.add("value", text)
-        .addSerialized("isEncodingProblem", hasEncodingProblem(row, text) ? "true" : "false")
+        .addSerialized("isEncodingProblem", hasEncodingProblem(row) ? "true" : "false")
         .addSerialized("isTruncated", "false");
     values.append(values.size() > 1 ? ",\"" : "\"").append(std::to_string(id)).append("\":");
     values += value.closed();
@@ -141,8 +147,9 @@ std::string bodyValuesOf(const Outline& outline) {
 
 std::string jmapOf(mailtree::Message& message, const JmapOptions& options) {
   const MimeHeader& header = message.email2().m_header;
-  const Outline outline = outlineOf(message.email2());
-  const Displayed display = displayedIn(outline);
+  MessageState& state = MessageState::of(message);  // numbers the parts once
+  const Outline& outline = state.outline();
+  const Displayed& display = state.displayed();
   ObjectText out;
   if (!options.file.empty()) out.add("file", options.file);
   for (const auto& row : kConvenient)

@@ -11,6 +11,7 @@
 #include "mailtree/crypto/Digest.h"
 #include "mailtree/message/displayed.h"
 #include "mailtree/message/field_forms.h"
+#include "mailtree/message/internal.h"
 
 namespace mailtree::cli {
 namespace {
@@ -20,7 +21,7 @@ Json fieldOrNull(const Email2& root, const char* name) {
   return value ? Json(*value) : Json();
 }
 
-Json addressesOf(const Email2& root, std::string_view field) {
+Json entriesJson(const Email2& root, std::string_view field) {
   ExtPtrArray list;
   entriesOf(root.m_header, field, list);
   Json out = Json::array();
@@ -83,8 +84,8 @@ std::string treeOf(const Outline& outline, std::vector<std::string>& hashes) {
 }
 
 /// The files, and what the HTML shows.
-std::string filesOf(const Outline& outline, const std::vector<std::string>& hashes) {
-  const Displayed display = displayedIn(outline);
+std::string filesOf(const Outline& outline, const Displayed& display,
+                    const std::vector<std::string>& hashes) {
   std::vector<bool> isListed(outline.rows.size());
   std::string list = "[";
   const auto add = [&](int id, std::string_view kind) {
@@ -174,17 +175,18 @@ Json idOrNull(int id) { return id < 0 ? Json() : Json(id); }
 
 std::string jsonOf(const std::string& file, mailtree::Message& message, const JsonOptions& options) {
   Email2& root = message.email2();
-  const Outline outline = outlineOf(root);
+  MessageState& state = MessageState::of(message);  // numbers the parts once
+  const Outline& outline = state.outline();
   const Json head = objectOf({{"schema", kSchema},
                               {"file", file},
                               {"subject", fieldOrNull(root, "Subject")},
                               {"from", addressOrNull(senderOf(root))},
-                              {"to", addressesOf(root, "To")},
-                              {"cc", addressesOf(root, "Cc")},
-                              {"bcc", addressesOf(root, "Bcc")},
+                              {"to", entriesJson(root, "To")},
+                              {"cc", entriesJson(root, "Cc")},
+                              {"bcc", entriesJson(root, "Bcc")},
                               {"date", dateOrNull(dateOf(root))},
                               {"message_id", fieldOrNull(root, "Message-ID")},
-                              {"reply_to", addressesOf(root, "Reply-To")},
+                              {"reply_to", entriesJson(root, "Reply-To")},
                               {"date_offset", offsetOrNull(message.date())},
                               {"in_reply_to", idsOf(root, "In-Reply-To")},
                               {"references", idsOf(root, "References")},
@@ -201,7 +203,9 @@ std::string jsonOf(const std::string& file, mailtree::Message& message, const Js
   if (options.headers) tail["headers"] = headersOf(root);
   if (options.body) tail["body"] = bodyOf(message);
   ObjectText out;
-  out.addMembers(textOf(head)).addSerialized("tree", tree).addSerialized("files", filesOf(outline, hashes));
+  out.addMembers(textOf(head))
+      .addSerialized("tree", tree)
+      .addSerialized("files", filesOf(outline, state.displayed(), hashes));
   return lineOf(out.addMembers(textOf(tail)).closed());
 }
 

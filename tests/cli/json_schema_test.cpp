@@ -63,7 +63,7 @@ TEST(JsonSchema, describes_what_is_printed) {
                         " --key tests/data/secure/alice.key ",
                     begin = "cd '" + places::sourceFolder() + "'; folder='" + work.folder().string() + "'; ";
   shell(begin + "$mailtree sign $folder/letter -o $folder/signed" + alice +
-        "&& $mailtree encrypt $folder/signed -o $folder/sealed" + alice);
+        "&& $mailtree encrypt $folder/signed -o $folder/sealed --cert tests/data/secure/alice.pem");
   std::string forms;
   for (const std::string form :
        {"To:asGroupedAddresses", "Cc:asAddresses:all", "References:asMessageIds", "Date:asDate:all",
