@@ -61,7 +61,7 @@ TEST(Content, PutsTextsWhereReadersSeeThem) {
     EXPECT_EQ(printTree(htmlRead.email2()), row.afterHtml) << row.before;
     EXPECT_EQ(textRead.text(), text.text()) << row.before;
     EXPECT_TRUE(text.text().starts_with("New\nlines")) << row.before;
-    EXPECT_EQ(htmlRead.html(), "<p>New</p>") << row.before;
+    EXPECT_TRUE(htmlRead.html().starts_with("<p>New</p>")) << row.before;
   }
 }
 

@@ -132,7 +132,7 @@ TEST(SecureMessage, says_what_is_missing_and_stays_as_it_was) {
       {"alice@example.com", "bob@example.com", encrypt({.alsoFor = {"no3"}}), ErrorCode::noKey, "no3"},
       {"alice@example.com", "", encrypt({}), ErrorCode::noRecipient, "no recipients"},
       {"alice@example.com", "bob@example.com\r\nResent-To: no1@example.com\r\nResent-Bcc: no2@example.com",
-       encrypt({}), ErrorCode::noKey, "no certificate for no1@example.com, no2@example.com"},
+       encrypt({}), ErrorCode::noKey, "no valid certificate for no1@example.com, no2@example.com"},
       {"alice@example.com", "bob@example.com", encrypt({.cipher = "rc2"}), ErrorCode::badValue, "'rc2'"},
       {"alice@example.com", "bob@example.com", [&](Message& mail) { return mail.decrypt(keys); },
        ErrorCode::encrypted, "not encrypted"},
