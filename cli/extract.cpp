@@ -7,6 +7,7 @@
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
+#include "cli/message/output.h"
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
@@ -71,14 +72,6 @@ std::string_view contentOf(const PartRow& row, std::string& scratch) {
   if (row.isAttachment || !row.isBody) return row.node->m_body.view();
   scratch = textOf(row);
   return scratch;
-}
-
-/// Decrypted content is readable only by its owner.
-Readers readersOf(const mailtree::Message& message) {
-  const bool isDecrypted = std::ranges::any_of(message.security().layers, [](const SecurityLayer& layer) {
-    return layer.isEncrypted() && layer.isOpened;
-  });
-  return isDecrypted ? Readers::owner : Readers::usual;
 }
 
 /// Continues after a file that cannot be written.

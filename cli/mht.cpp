@@ -26,8 +26,9 @@ Exit mht(const MhtOptions& options) {
   std::optional<mailtree::Message> message = openMessage(options.file, keys.all);
   if (!message) return Exit::unreadable;
   const Exit result = reportLimits(options.file, limitsIn(*message));
+  const Readers readers = readersOf(*message);
   const EmailPtr archive = webArchiveOf(message->email2());
-  if (archive) return worse(result, writeMessage(*archive, options.output));
+  if (archive) return worse(result, writeMessage(*archive, options.output, {.readers = readers}));
   reportError(options.file, "no text");
   return worse(result, Exit::negative);
 }

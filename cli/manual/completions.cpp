@@ -89,8 +89,8 @@ std::string zshOption(const OptionFacts& option) {
   std::string specifications;
   for (const std::string& spelling : option.names) {
     const std::string form = option.value.empty() ? "" : spelling.starts_with("--") ? "=" : "+";
-    specifications +=
-        (specifications.empty() ? "" : " ") + quoted("(" + joined(excludes) + ")" + spelling + form + rest);
+    const std::string group = "(" + joined(excludes) + ")";
+    specifications.append(specifications.empty() ? "" : " ").append(quoted(group + spelling + form + rest));
   }
   return specifications;
 }

@@ -30,6 +30,7 @@ Entry entryOf(const OptionFacts& option) {
 
 std::vector<Entry> entriesOf(const std::vector<OptionFacts>& options) {
   std::vector<Entry> entries;
+  entries.reserve(options.size());
   for (const OptionFacts& option : options) entries.push_back(entryOf(option));
   return entries;
 }

@@ -292,8 +292,7 @@ void MergeTemplate::removeTransportFields() {
 std::optional<std::string> MergeTemplate::setRecipient(const CsvTable& table, const std::string& field) {
   const bool isColumn = table.columnOf(field).has_value();
   std::string pattern = isColumn ? m_form.placeholderOf(field) : field;
-  if (const auto unknown =
-          firstUnknownPlaceholder(pattern, m_form, table, "'" + field + "'", /*isBody=*/false))
+  if (auto unknown = firstUnknownPlaceholder(pattern, m_form, table, "'" + field + "'", /*isBody=*/false))
     return unknown;
   DataBuffer text;
   text.append(std::string_view(pattern));

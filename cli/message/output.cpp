@@ -1,5 +1,6 @@
 #include "cli/message/output.h"
 
+#include <algorithm>
 #include <iostream>
 
 #include "cli/support/errors.h"
@@ -46,6 +47,15 @@ Exit writeToStandardOutput(Email2& root, const WriteForm& form, ErrorLog& log) {
 
 }  // namespace
 
+Readers readersOf(const mailtree::Message& message) {
+  const bool isDecrypted = std::ranges::any_of(message.security().layers, [](const SecurityLayer& layer) {
+    return layer.isEncrypted() && layer.isOpened;
+  });
+  const Result<void> checked = message.check();
+  const bool answersEncrypted = !checked && checked.error().code == ErrorCode::inClear;
+  return isDecrypted || answersEncrypted ? Readers::owner : Readers::usual;
+}
+
 bool assembleMessage(Email2& root, StringBuffer& out, LogBase& log, const WriteForm& form) {
   return assemble(root, form, nullptr, out, log);
 }
@@ -71,7 +81,7 @@ Exit writeMessage(const mailtree::Message& message, const Destination& to, const
     reportError(isStandardOutput(to.path) ? "standard output" : to.path, text.error().message);
     return Exit::unreadable;
   }
-  TextFile file(to);
+  TextFile file(to, readersOf(message));
   return file.write(*text) && file.commit() ? Exit::fine : Exit::unreadable;
 }
 

@@ -16,6 +16,9 @@ struct WriteForm {
   Readers readers = Readers::usual;
 };
 
+/// Decrypted content is readable only by its owner, also in an answer that repeats it.
+Readers readersOf(const mailtree::Message& message);
+
 /// Writes a message as MIME, without the fields internal to the library. A file is written whole or not at
 /// all; a terminal gets only harmless characters. unreadable after reporting an error.
 Exit writeMessage(Email2& root, const Destination& to, const WriteForm& form = {});

@@ -1,6 +1,7 @@
 // message/Message.h - a message as people think of it: who wrote what to whom, with which files.
 //
-//   Values     A Message can be moved and clone()d. Parts are views of it, valid until it changes.
+//   Values     A Message can be moved and clone()d. Parts are views of it, valid until it changes. A message
+//              that was moved from can only be destroyed or assigned to.
 //   Text       utf-8 everywhere. Names of fields and types are matched without regard to case.
 //   Failure    What can fail returns a Result: on an error nothing has changed, and the error says what is
 //              wrong and why. Nothing throws, but for memory in the standard types.
@@ -287,7 +288,8 @@ class Message {
   Result<void> check() const;
   Result<std::string> toString(const WriteOptions& options = {}) const;
   Result<void> write(std::ostream& out, const WriteOptions& options = {}) const;
-  /// Written whole or not at all; an existing file is replaced.
+  /// Written whole or not at all; an existing file is replaced. What was encrypted is readable by the owner
+  /// only.
   Result<void> save(const std::string& path, const WriteOptions& options = {}) const;
   /// @}
 

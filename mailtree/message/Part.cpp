@@ -27,10 +27,10 @@ bool isTaken(const std::filesystem::path& path) {
   return std::filesystem::exists(std::filesystem::symlink_status(path, ignored));
 }
 
-bool writeNew(const std::string& path, std::string_view bytes, LogBase& log) {
+bool writeNew(const std::string& path, std::string_view bytes, Readers readers, LogBase& log) {
   FileOutput sink;
   ProgressContext progress(nullptr);
-  return sink.open(path.c_str(), log, Existing::refuse) && sink.write(bytes, progress, log) &&
+  return sink.open(path.c_str(), log, Existing::refuse, readers) && sink.write(bytes, progress, log) &&
          sink.commit(log);
 }
 
@@ -71,11 +71,12 @@ std::string Part::sha256() const { return sha256Hex(bytes()); }
 Result<std::string> Part::saveIn(const std::string& folder) const {
   constexpr unsigned kMostFiles = 100'000;  // of one name
   const std::string name = fileName();
+  const Readers readers = m_state->holdsSecret() ? Readers::owner : Readers::usual;
   LogMemory log;
   for (unsigned number = 1; number <= kMostFiles; ++number) {
     const std::filesystem::path path = std::filesystem::path(folder) / numberedFileName(name, number);
     if (isTaken(path)) continue;
-    if (writeNew(path.string(), bytes(), log)) return path.string();
+    if (writeNew(path.string(), bytes(), readers, log)) return path.string();
     // Somebody else may have been faster.
     if (!isTaken(path))
       return Error{ErrorCode::unwritable, lastError(log, "cannot be written"), path.string()};

@@ -16,7 +16,7 @@ constexpr std::string_view kMarks[] = {
     "r",    "rif",         "i",                                                    // Italian
     "res",  "enc",                                                                 // Portuguese
     "rv",                                                                          // Spanish
-    "ref",  "réf",         "rép",   "tr",         "RÉF",  "RÉP",                   // French
+    "réf",  "rép",         "tr",    "RÉF",        "RÉP",                           // French
     "odp",  "pd",          "odg",   "prosl",                                       // Polish, Czech, Croatian
     "ats",  "atb",         "yml",                                                  // Lithuanian, Welsh
     "ynt",  "ilt",         "İLT",                                                  // Turkish

@@ -50,11 +50,6 @@ Result<void> setThread(Message& answer, const Message& answered) {
 
 // The content
 
-bool hasEncryptedLayer(const MessageState& state) {
-  return isEncrypted(state.root()) ||
-         std::ranges::any_of(state.layers, [](const SecureLayer& layer) { return layer.isEncrypted(); });
-}
-
 bool storeText(Email2& email, const std::string& text, const char* type, LogBase& log) {
   StringBuffer lines(text), mediaType(type);
   DataBuffer body;
@@ -145,7 +140,7 @@ Result<void> attachWhole(Email2& email, const Message& message) {
 }
 
 void markEncrypted(Message& answer, const Message& quoted) {
-  MessageState::of(answer).answersEncrypted = hasEncryptedLayer(MessageState::of(quoted));
+  MessageState::of(answer).answersEncrypted = MessageState::of(quoted).holdsSecret();
 }
 
 }  // namespace
@@ -155,7 +150,7 @@ Result<Message> Message::reply(const ReplyOptions& options) const {
     return Error{ErrorCode::automatic, "no automatic answer may go to a program, a list or a report", {}};
   Result<AnswerRecipients> recipients = replyRecipients(*this, options);
   if (!recipients) return std::move(recipients).error();
-  Result<Message> answer = newAnswer(options.from, *recipients, answerSubject("Re: ", subject()));
+  Result<Message> answer = newAnswer(options.from, *recipients, answerSubject("Re: ", oneLine(subject())));
   if (!answer) return answer;
   Result<void> done = setThread(*answer, *this);
   if (done && options.automatic) done = answer->setHeader("Auto-Submitted", "auto-replied");
@@ -168,12 +163,14 @@ Result<Message> Message::reply(const ReplyOptions& options) const {
 
 Result<Message> Message::forward(const ForwardOptions& options) const {
   Result<Message> answer =
-      newAnswer(options.from, {options.to, options.cc}, answerSubject("Fwd: ", subject()));
+      newAnswer(options.from, {options.to, options.cc}, answerSubject("Fwd: ", oneLine(subject())));
   if (!answer) return answer;
   Result<void> done;
   if (options.asAttachment) {
     done = quote(*answer, *this, Quote::none, options.text);
     if (done) done = attachWhole(answer->email2(), *this);
+    // What is still encrypted stays so.
+    MessageState::of(*answer).answersEncrypted = m_state->wasEncrypted || m_state->answersEncrypted;
   } else {
     done = quote(*answer, *this, Quote::block, options.text);
     if (done) done = addFiles(answer->email2(), *this);

@@ -133,8 +133,8 @@ std::vector<AddressGroup> groupsIn(const MimeHeader& header, int field) {
   std::size_t begin = 0;  // of addresses outside of groups
   while (begin < text.size()) {
     const std::size_t colon = separators.find(":", begin);
-    std::size_t name = begin;  // begins after the last comma
-    for (std::size_t comma = name; (comma = separators.find(",;", name)) < colon;) name = comma + 1;
+    std::size_t name = begin, comma = separators.find(",;", begin);  // the name begins after the last comma
+    for (; comma < colon; comma = separators.find(",;", name)) name = comma + 1;
     if (colon == text.size()) name = colon;
     add({}, text.substr(begin, name - begin));
     if (colon == text.size()) break;

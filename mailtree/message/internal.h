@@ -41,6 +41,7 @@ struct MessageState {
   std::vector<SecureLayer> layers;
   std::vector<InnerField> innerFields;
   bool wasTrustGiven = false;
+  bool wasEncrypted = false;      ///< Came in an encrypted layer that is no longer there.
   bool answersEncrypted = false;  ///< Quotes what was encrypted, and must not be written in the clear.
 
   std::optional<Outline> cachedOutline;
@@ -52,6 +53,8 @@ struct MessageState {
   const Outline& outline();
   /// Which of them a reader sees.
   const Displayed& displayed();
+  /// Whether the content came encrypted, or repeats what did: answers must not be sent in the clear.
+  bool holdsSecret() const;
   std::vector<Part> partsOf(const std::vector<int>& rows);
   bool isSealed() const noexcept { return !sealedBytes.isEmpty(); }
   /// The message byte for byte as it was read; empty once anything changed, and for a new message.

@@ -259,7 +259,10 @@ Result<void> Message::save(const std::string& path, const WriteOptions& options)
   const auto failed = [&path](std::string message) {
     return Error{ErrorCode::unwritable, std::move(message), path};
   };
-  if (!sink.open(path.c_str(), log)) return failed(lastError(log, "cannot be written"));
+  const bool isSecret = m_state->wasEncrypted || m_state->answersEncrypted;
+  const Readers readers = isSecret ? Readers::owner : Readers::usual;
+  if (!sink.open(path.c_str(), log, Existing::replace, readers))
+    return failed(lastError(log, "cannot be written"));
   if (Result<void> done = assemble(*m_state, options, &sink, unused); !done) return done;
   if (!sink.commit(log)) return failed(lastError(log, "cannot be written"));
   return {};

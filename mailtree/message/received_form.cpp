@@ -31,13 +31,20 @@ std::string withCrlf(std::string_view bytes) {
 }
 
 /// Whether a field is left out: those internal to the library always, hidden recipients unless wanted.
-bool isLeftOut(std::string_view line, bool bcc) {
-  const std::string_view name = trimRight(line.substr(0, line.find(':')));
+bool isLeftOut(std::string_view name, bool bcc) {
   return isInternalField(name) || (!bcc && (equalsNoCase(name, "Bcc") || equalsNoCase(name, "Resent-Bcc")));
 }
 
-/// Removes such fields from a message whose lines end in LF or CRLF.
-std::string withFieldsSent(std::string_view message, bool bcc) {
+int countLeftOut(const MimeHeader& header, bool bcc) {
+  int count = 0;
+  for (int i = 0; i < header.getNumFields(); ++i) count += isLeftOut(header.fieldName(i), bcc);
+  return count;
+}
+
+/// Removes such fields from a message whose lines end in LF or CRLF. Nothing when there are fewer of them
+/// than `expected`: a header that is read otherwise, by bare CRs for example, would give hidden recipients
+/// away.
+std::optional<std::string> withFieldsSent(std::string_view message, bool bcc, int expected) {
   std::string kept;
   kept.reserve(message.size());
   std::string_view rest = message;
@@ -45,12 +52,16 @@ std::string withFieldsSent(std::string_view message, bool bcc) {
     const std::string_view line = rest.substr(0, std::min(rest.find('\n'), rest.size() - 1) + 1);
     const bool isEmpty = line == "\n" || line == "\r\n";
     if (isEmpty && hasField) break;
-    if (!isBlankAscii(line[0])) isOut = isLeftOut(line, bcc);
+    if (!isBlankAscii(line[0])) {
+      isOut = isLeftOut(trimRight(line.substr(0, line.find(':'))), bcc);
+      expected -= isOut;
+    }
     if (!isOut) kept += line;
     hasField |= !isEmpty;
     rest.remove_prefix(line.size());
   }
-  return kept.append(rest);
+  if (expected > 0) return std::nullopt;
+  return std::move(kept.append(rest));
 }
 
 /// Doubles the dots that begin a line (RFC 5321, 4.5.2).
@@ -86,8 +97,9 @@ std::optional<std::string> receivedForm(const MessageState& state, const WriteOp
   const bool isUnixFile = beginsWithUnixLine(bytes);
   if (isUnixFile && !hasOnlyUnixLines(bytes)) return std::nullopt;  // not every LF is a line break
   const std::string form = isUnixFile ? withCrlf(bytes) : std::string(bytes);
-  const std::string sent = withFieldsSent(form, options.bcc);
-  return options.dotStuff ? dotStuffed(sent) : sent;
+  std::optional<std::string> sent =
+      withFieldsSent(form, options.bcc, countLeftOut(state.root().m_header, options.bcc));
+  return sent && options.dotStuff ? dotStuffed(*sent) : sent;
 }
 
 Result<std::string> wholeMessage(const Message& message) {

@@ -345,6 +345,7 @@ Result<void> Message::decrypt(const Keys& keys) {
   Result<Message> opened = loadMessage(content, &keys);
   if (!opened) return std::move(opened).error();
   MessageState& fresh = MessageState::of(*opened);
+  fresh.wasEncrypted = true;
   fresh.answersEncrypted = m_state->answersEncrypted;
   // Hidden recipients may be in no field of what was written.
   if (const std::vector<Address> hidden = bcc(); opened->bcc().empty() && !hidden.empty())

@@ -86,6 +86,11 @@ Result<Email2*> MessageState::written() {
   return tree.root.get();
 }
 
+bool MessageState::holdsSecret() const {
+  return wasEncrypted || answersEncrypted || isEncrypted(root()) ||
+         std::ranges::any_of(layers, [](const SecureLayer& layer) { return layer.isEncrypted(); });
+}
+
 Result<void> MessageState::beginContentChange() {
   for (const SecureLayer& layer : layers)
     if (layer.isEncrypted() && (isSealed() || layer.part == SecureLayer::kWholeMessage))
@@ -184,6 +189,7 @@ Result<Message> Message::clone() const {
   copy->innerFields = m_state->innerFields;
   copy->cachedSecurity = m_state->cachedSecurity;
   copy->wasTrustGiven = m_state->wasTrustGiven;
+  copy->wasEncrypted = m_state->wasEncrypted;
   copy->answersEncrypted = m_state->answersEncrypted;
   return MessageState::messageOf(std::move(copy));
 }

@@ -31,6 +31,7 @@ TEST(Answering, GivesTheSubjectOneMark) {
       {"回复：答复: Fwd: WG: 转发：船", "Re: 船"},
       {"RE\u00A0: R: [Fwd: Regatta]", "Re: Regatta"},
       {"[boats] Re: [boats] AW: [race] Regatta", "Re: [boats] [race] Regatta"},
+      {"Ref: 12", "Re: Ref: 12"},
       {"Results: 12", "Re: Results: 12"},  // not the mark "Res"
       {"[1] note: Re", "Re: [1] note: Re"},
       {" Re: ", "Re:"},
@@ -49,6 +50,7 @@ TEST(Answering, ChoosesTheRecipients) {
     std::string header;
     const char* recipients;  // To | Cc
   } rows[] = {
+      {one, "From: a@x\nSubject: =?utf-8?Q?a=0D=0Ab?=\n", "a@x |"},  // cannot be written as it is
       {one, "From: A <a@x>, s@x\nSender: t@x\n" + copies, "A <a@x>, s@x |"},
       {one, "From: a@x\nReply-To: r@x, q@x\n", "r@x, q@x |"},
       {one, "From: a@x\nReply-To: undisclosed:;\n", "a@x |"},
@@ -140,6 +142,8 @@ TEST(Answering, FramesPages) {
        "<html><head><title>t</title><meta n></head><body>[<i>1</i>23]</body></html>"},
       {"<blockquote>a</blockquote></blockquote>b",
        "<html><head></head><body>[<blockquote>a</blockquote>b]</body></html>"},
+      {"<head><script>a<b</script></head><p ONclick='x' id=\"i\" a=b>c<script>d",
+       "<html><head></head><body>[<p id=\"i\" a=\"b\">c]</body></html>"},
       {"<head><style>a{}", "<html><head></head><body>[<style>a{}]</body></html>"},  // would swallow the body
   };
   for (const auto& row : rows) EXPECT_EQ(frameHtml(row.html, "[", "]"), row.framed);

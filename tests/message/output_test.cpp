@@ -52,6 +52,13 @@ TEST(Output, ShowsBccOnlyOnRequest) {
   }
 }
 
+TEST(Output, HidesBccHoweverItsLineBegins) {
+  for (const char* mail :
+       {"From: a@x\r\nTo: b@x\rBcc: s@x.example\r\n\r\nText\r\n", "From: a@x\rBcc: s@x.example\r\rText",
+        "\uFEFFBcc: s@x.example\r\nFrom: a@x\r\n\r\nText\r\n"})
+    EXPECT_EQ(Message::parse(mail)->toString()->find("s@x.example"), std::string::npos) << mail;
+}
+
 TEST(Output, ChecksBeforeSending) {
   Message mail;
   EXPECT_EQ(mail.check().error().message, "the message has no sender");

@@ -96,6 +96,9 @@ TEST(SecureMessage, is_encrypted_for_its_readers_and_nobody_else) {
       EXPECT_FALSE(each->security().isEncrypted());
       EXPECT_TRUE(each->security().isValid) << each->security().verdict;
       EXPECT_EQ(each->text(), text);
+      const Message answer = *each->reply({.from = {"", "bob@example.com"}});
+      for (const Message& next : {*answer.clone(), *answer.reply({.from = {"", "carol@example.com"}})})
+        EXPECT_EQ(next.toString().error().code, ErrorCode::inClear);
     }
   }
   // Readers of one layer are not readers of the next.

@@ -1,6 +1,7 @@
 #include "mailtree/mime/html/HtmlFrame.h"
 
 #include <cstddef>
+#include <utility>
 
 #include "mailtree/mime/html/HtmlScanner.h"
 
@@ -30,8 +31,14 @@ class PageParts {
   void see(const Markup& markup) {
     takeText(markup.begin);
     m_at = markup.end;
-    if (!isStructure(markup)) keep(markup);
+    const bool wasInScript = std::exchange(m_isInScript, beginsScript(markup));
+    if (!m_isInScript && !wasInScript && !isStructure(markup)) keep(markup);
     m_isInRawText = markup.kind == Markup::Kind::startTag && isRawTextElement(markup.name);
+  }
+
+  bool beginsScript(const Markup& markup) const {
+    const bool isUnclosed = markup.kind == Markup::Kind::unclosed;
+    return markup.isStartOf("script") || (isUnclosed && beginsWithNoCase(textOf(markup), "<script"));
   }
 
   /// Takes what a page has once, and leaves out what would be there twice.
@@ -62,15 +69,34 @@ class PageParts {
     if (markup.kind == Markup::Kind::startTag && !isHeadElement(markup.name)) m_isInHead = false;
     // In the head it would take the whole body with it.
     if (markup.kind == Markup::Kind::unclosed) m_isInHead = false;
-    (m_isInHead ? m_head : m_body) += textOf(markup);
+    (m_isInHead ? m_head : m_body) += withoutScripts(markup);
   }
 
   void takeText(std::size_t end) {
-    const std::string_view text = m_html.substr(m_at, end - m_at);
+    const std::string_view text = m_html.substr(m_at, m_isInScript ? 0 : end - m_at);
     if (!m_isInRawText && !trim(text).empty()) m_isInHead = false;
     const bool isBeforePage = m_body.empty() && !m_isInHead && trim(text).empty();
     if (!isBeforePage) (m_isInHead ? m_head : m_body) += text;
     m_at = end;
+  }
+
+  /// A tag without attributes that hold a script: "onclick" and so on.
+  std::string withoutScripts(const Markup& markup) const {
+    std::string tag(textOf(markup));
+    if (markup.kind != Markup::Kind::startTag) return tag;
+    std::string_view name, value;
+    bool hasScript = false;
+    std::string kept = "<" + std::string(markup.name);
+    for (AttributeReader reader(markup.attributes); reader.next(name, value);) {
+      if (beginsWithNoCase(name, "on")) {
+        hasScript = true;
+        continue;
+      }
+      const char quote = contains(value, "\"") ? '\'' : '"';
+      kept.append(" ").append(name);
+      if (!value.empty()) kept.append("=").append(1, quote).append(value).append(1, quote);
+    }
+    return hasScript ? kept + ">" : tag;
   }
 
   std::string_view textOf(const Markup& markup) const {
@@ -81,6 +107,7 @@ class PageParts {
   std::size_t m_at = 0;
   bool m_isInHead = false;
   bool m_isInRawText = false;
+  bool m_isInScript = false;     ///< Which would be sent under another name, and no mail program runs.
   std::size_t m_quotations = 0;  ///< Open ones.
   std::string m_prologue, m_htmlTag, m_head, m_bodyTag, m_body;
 };

@@ -11,6 +11,13 @@ bool isCode(std::string_view attribute) noexcept {
          equalsNoCase(attribute, "srcdoc");
 }
 
+/// Whether an attribute with this value would run a script where it is followed as a link.
+bool isScriptUrl(std::string_view value) noexcept {
+  value = trim(value);
+  return beginsWithNoCase(value, "javascript:") || beginsWithNoCase(value, "vbscript:") ||
+         beginsWithNoCase(value, "data:text/html");
+}
+
 /// Whether the content of a raw text element is text that is shown, in which character references count.
 bool isShown(std::string_view element) noexcept {
   return equalsNoCase(element, "title") || equalsNoCase(element, "textarea");
@@ -46,7 +53,7 @@ class PieceChanger {
     for (AttributeReader reader(attributes); reader.next(name, value);) {
       if (value.empty() || isCode(name)) continue;
       std::optional<std::string> changed = m_change(value);
-      if (!changed) continue;
+      if (!changed || (isScriptUrl(*changed) && !isScriptUrl(value))) continue;
       if (!isQuoted(value)) *changed = contains(value, "\"") ? "'" + *changed + "'" : '"' + *changed + '"';
       put(value, *changed);
     }
