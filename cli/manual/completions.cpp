@@ -89,8 +89,9 @@ std::string zshOption(const OptionFacts& option) {
   std::string specifications;
   for (const std::string& spelling : option.names) {
     const std::string form = option.value.empty() ? "" : spelling.starts_with("--") ? "=" : "+";
-    const std::string group = "(" + joined(excludes) + ")";
-    specifications.append(specifications.empty() ? "" : " ").append(quoted(group + spelling + form + rest));
+    std::string specification = "(" + joined(excludes) + ")";
+    specification.append(spelling).append(form).append(rest);
+    specifications.append(specifications.empty() ? "" : " ").append(quoted(specification));
   }
   return specifications;
 }
