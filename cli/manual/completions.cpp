@@ -17,7 +17,7 @@ std::string joined(const std::vector<std::string>& words, const char* separator 
 }
 
 /// In single quotes, which keep everything but themselves.
-std::string quoted(const std::string& text) {
+std::string shellQuoted(const std::string& text) {
   std::string out = "'";
   for (const char c : text) out += c == '\'' ? "'\\''" : std::string(1, c);
   return out + "'";
@@ -44,7 +44,7 @@ std::string pathOf(const VerbFacts& verb) {
 std::vector<std::string> pathsIn(const VerbFacts& command) {
   std::vector<std::string> paths;
   forEachVerb(command, [&paths](const VerbFacts& verb) {
-    if (verb.path.size() > 1) paths.push_back(quoted(pathOf(verb)));
+    if (verb.path.size() > 1) paths.push_back(shellQuoted(pathOf(verb)));
   });
   return paths;
 }
@@ -83,7 +83,7 @@ std::string zshValue(const OptionFacts& option) {
 std::string zshOption(const OptionFacts& option) {
   const std::string name = option.name() + (option.value.empty() ? "" : "=");
   const std::string rest = "[" + inSpecification(option.description) + "]" + zshValue(option);
-  if (option.isRepeatable) return quoted("*" + name + rest);
+  if (option.isRepeatable) return shellQuoted("*" + name + rest);
   std::vector<std::string> excludes = option.excludes;
   excludes.insert(excludes.end(), option.names.begin(), option.names.end());
   std::string specifications;
@@ -91,7 +91,7 @@ std::string zshOption(const OptionFacts& option) {
     const std::string form = option.value.empty() ? "" : spelling.starts_with("--") ? "=" : "+";
     std::string specification = "(" + joined(excludes) + ")";
     specification.append(spelling).append(form).append(rest);
-    specifications.append(specifications.empty() ? "" : " ").append(quoted(specification));
+    specifications.append(specifications.empty() ? "" : " ").append(shellQuoted(specification));
   }
   return specifications;
 }
@@ -101,7 +101,7 @@ std::string zshFunction(const VerbFacts& verb) { return "_" + verb.name("_"); }
 void writeZshVerbs(std::ostream& out, const VerbFacts& verb) {
   out << " \\\n    '1: :->verb' '*:: :->rest'\n  case $state in\n    verb)\n      local -a verbs=(\n";
   for (const VerbFacts& inner : verb.verbs)
-    out << "        " << quoted(inner.path.back() + ":" + inner.summary) << '\n';
+    out << "        " << shellQuoted(inner.path.back() + ":" + inner.summary) << '\n';
   out << "      )\n      _describe verb verbs ;;\n    rest)\n      case $words[1] in\n";
   for (const VerbFacts& inner : verb.verbs)
     out << "        " << inner.path.back() << ") " << zshFunction(inner) << " ;;\n";
@@ -114,7 +114,7 @@ void writeZshFunction(std::ostream& out, const VerbFacts& verb) {
   out << "  _arguments -s" << (verb.verbs.empty() ? "" : " -C");
   forEachOption(verb, [&out](const OptionFacts& option) { out << " \\\n    " << zshOption(option); });
   for (const OptionFacts& argument : verb.arguments)
-    out << " \\\n    " << quoted((argument.isRepeatable ? "*" : "") + zshValue(argument));
+    out << " \\\n    " << shellQuoted((argument.isRepeatable ? "*" : "") + zshValue(argument));
   if (!verb.verbs.empty())
     writeZshVerbs(out, verb);
   else
@@ -129,23 +129,23 @@ void writeFishOption(std::ostream& out, const std::string& begin, const OptionFa
   for (const std::string& name : option.names)
     out << (name.starts_with("--") ? " -l " + name.substr(2) : " -s " + name.substr(1));
   if (const std::vector<std::string> words = option.choices(); !words.empty())
-    out << " -x -a " << quoted(joined(words));
+    out << " -x -a " << shellQuoted(joined(words));
   else if (option.value == kFolder)
     out << " -x -a '(__fish_complete_directories)'";
   else if (option.value == kNumber)
     out << " -x";
   else if (!option.value.empty())
     out << " -r -F";
-  out << " -d " << quoted(option.description) << '\n';
+  out << " -d " << shellQuoted(option.description) << '\n';
 }
 
 void writeFishVerb(std::ostream& out, const std::string& command, const VerbFacts& verb) {
   const std::string begin =
-      "complete -c " + command + " -n \"__" + command + "_is " + quoted(pathOf(verb)) + "\"";
+      "complete -c " + command + " -n \"__" + command + "_is " + shellQuoted(pathOf(verb)) + "\"";
   for (const VerbFacts& inner : verb.verbs)
-    out << begin << " -f -a " << inner.path.back() << " -d " << quoted(inner.summary) << '\n';
+    out << begin << " -f -a " << inner.path.back() << " -d " << shellQuoted(inner.summary) << '\n';
   if (const std::vector<std::string> words = wordsOf(verb); verb.verbs.empty() && !words.empty())
-    out << begin << " -f -a " << quoted(joined(words)) << '\n';
+    out << begin << " -f -a " << shellQuoted(joined(words)) << '\n';
   forEachOption(verb, [&](const OptionFacts& option) { writeFishOption(out, begin, option); });
 }
 
@@ -161,20 +161,20 @@ std::string bashCompletion(const VerbFacts& command) {
       if (option.value.empty()) return;
       std::vector<std::string> patterns;
       for (const std::string& spelling : option.names)
-        patterns.push_back(quoted(pathOf(verb) + ":" + spelling));
+        patterns.push_back(shellQuoted(pathOf(verb) + ":" + spelling));
       values << "    " << joined(patterns, "|") << ") ";
       if (const std::vector<std::string> choices = option.choices(); !choices.empty())
-        values << "_" << name << "_words " << quoted(joined(choices));
+        values << "_" << name << "_words " << shellQuoted(joined(choices));
       else if (option.value == kFolder)
         values << "_" << name << "_names -d";
       else if (option.value != kNumber)
         values << "_" << name << "_names -f";
       values << "; return ;;\n";
     });
-    options << "      " << quoted(pathOf(verb)) << ") _" << name << "_words " << quoted(joined(names))
-            << " ;;\n";
+    options << "      " << shellQuoted(pathOf(verb)) << ") _" << name << "_words "
+            << shellQuoted(joined(names)) << " ;;\n";
     if (const std::vector<std::string> first = wordsOf(verb); !first.empty())
-      words << "    " << quoted(pathOf(verb)) << ") _" << name << "_words " << quoted(joined(first))
+      words << "    " << shellQuoted(pathOf(verb)) << ") _" << name << "_words " << shellQuoted(joined(first))
             << " ;;\n";
   });
   std::string script = R"(# bash completion for @
