@@ -11,19 +11,19 @@
 
 namespace mailtree {
 
-/// One signer of a layer. Each question has an answer of its own: "not checked" is neither good nor bad.
+/// One signer of a layer. Each question has an answer of its own, yes, no or notChecked; the
+/// last is neither good nor bad.
 struct Signer {
   std::optional<CertificateInfo> certificate;  ///< Nothing when the message brings none and none is known.
   std::string digest;                          ///< "sha256", ...
   std::string algorithm;                       ///< "rsa", "rsa-pss", "ecdsa", ...
   std::optional<std::chrono::sys_seconds> signingTime;  ///< As the signer claims.
-  // yes, no, or notChecked:
-  Answer digestMatched{};               ///< The content is what was signed.
-  Answer signatureVerified{};           ///< The signer's key made the signature.
-  Answer chainTrusted{};                ///< A certification path leads to a trust anchor now.
-  Answer chainTrustedThen{};            ///< The same at the signing time.
-  Answer revoked{};                     ///< The certificate, or one of an authority above it.
-  Answer keyUsageFit{};                 ///< The certificate allows signing mail.
+  Answer digestMatched{};                               ///< The content is what was signed.
+  Answer signatureVerified{};                           ///< The signer's key made the signature.
+  Answer chainTrusted{};                                ///< A certification path leads to a trust anchor now.
+  Answer chainTrustedThen{};                            ///< The same at the signing time.
+  Answer revoked{};                                     ///< The certificate, or one of an authority above it.
+  Answer keyUsageFit{};                                 ///< The certificate allows signing mail.
   Answer addressMatches{};              ///< The certificate is issued to the one address in From.
   bool isFaultless = false;             ///< All answers are good, and the chain was checked.
   std::vector<std::string> weaknesses;  ///< "digest sha1", "key RSA 1024 bits", ...

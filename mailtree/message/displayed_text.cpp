@@ -18,20 +18,6 @@ constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::pair<std::string_view, EnrichedForm> kEnrichedTypes[] = {
     {"text/enriched", EnrichedForm::enriched}, {"text/richtext", EnrichedForm::richtext}};
 
-/// CRLF, LF and a bare CR each end a line.
-std::string withUnixLines(std::string text) {
-  if (!contains(text, "\r")) return text;
-  std::string lines;
-  lines.reserve(text.size());
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t end = std::min(text.find('\r', at), text.size());
-    lines.append(text, at, end - at);
-    if (end < text.size()) lines += '\n';
-    at = end + (text.compare(end, 2, "\r\n") == 0 ? 2 : 1);
-  }
-  return lines;
-}
-
 bool isFlowed(const PartRow& row) {
   return row.node->m_contentType.m_formatFlowed && isPlain(row) &&
          equalsNoCase(row.contentType, "text/plain");
@@ -97,6 +83,19 @@ std::string validTextOf(const PartRow& row) {
 }
 
 }  // namespace
+
+std::string withUnixLines(std::string text) {
+  if (!contains(text, "\r")) return text;
+  std::string lines;
+  lines.reserve(text.size());
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = std::min(text.find('\r', at), text.size());
+    lines.append(text, at, end - at);
+    if (end < text.size()) lines += '\n';
+    at = end + (text.compare(end, 2, "\r\n") == 0 ? 2 : 1);
+  }
+  return lines;
+}
 
 std::string readableTextOf(const PartRow& row) {
   if (!isFlowed(row)) return linesOf(row);

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -93,6 +94,8 @@ std::vector<Header> headersOf(const MimeHeader& fields);
 std::optional<std::string> headerOf(const MimeHeader& fields, std::string_view name);
 /// The entries of all fields of that name.
 std::vector<Address> addressesOf(const Email2& root, std::string_view field);
+/// A list as in an address field, separated by commas.
+std::string textOf(std::span<const Address> addresses);
 CertificateInfo infoOf(const Certificate& certificate);
 
 /// Whether a program wrote it as an answer (RFC 3834, 5): nothing may come back to it.

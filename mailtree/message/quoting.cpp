@@ -5,18 +5,13 @@
 #include "mailtree/base/Ascii.h"
 #include "mailtree/email/transform/reply_header.h"
 #include "mailtree/message/displayed_text.h"
+#include "mailtree/message/internal.h"
 #include "mailtree/mime/FlowedText.h"
 #include "mailtree/mime/html/HtmlEscape.h"
 #include "mailtree/mime/html/HtmlFrame.h"
 
 namespace mailtree {
 namespace {
-
-std::string withUnixLines(std::string_view text) {
-  std::string lines(text);
-  std::erase(lines, '\r');
-  return lines;
-}
 
 /// Removes a line from the front of a text.
 std::string_view takeLine(std::string_view& text) {
@@ -92,15 +87,9 @@ std::string attributionOf(const Message& message) {
   return timeOf(message) + (author.empty() ? "somebody" : author) + " wrote:";
 }
 
-std::string listOf(const std::vector<Address>& addresses) {
-  std::string list;
-  for (const Address& address : addresses) list.append(list.empty() ? "" : ", ").append(address.text());
-  return oneLine(list);
-}
-
 QuotedFields quotedFieldsOf(const Message& message) {
   return {oneLine(message.from().text()), oneLine(message.header("Date").value_or(std::string())),
-          listOf(message.to()), listOf(message.cc()), oneLine(message.subject())};
+          oneLine(textOf(message.to())), oneLine(textOf(message.cc())), oneLine(message.subject())};
 }
 
 QuotedFields escaped(QuotedFields fields) {
@@ -172,7 +161,7 @@ std::string oneLine(std::string_view value) {
 }
 
 AnswerText answerText(const Message& quoted, Quote quote, std::string_view text) {
-  AnswerText answer = unflowedText(quoted, quote, withUnixLines(text));
+  AnswerText answer = unflowedText(quoted, quote, withUnixLines(std::string(text)));
   answer.plain = wrapFlowed(answer.plain);
   return answer;
 }

@@ -24,6 +24,12 @@ std::vector<Address> addressesOf(const Email2& root, std::string_view field) {
   return valuesOf(entries);
 }
 
+std::string textOf(std::span<const Address> addresses) {
+  std::string list;
+  for (const Address& address : addresses) list.append(list.empty() ? "" : ", ").append(address.text());
+  return list;
+}
+
 std::vector<Header> headersOf(const MimeHeader& fields) {
   std::vector<Header> headers;
   headers.reserve(static_cast<std::size_t>(fields.getNumFields()));

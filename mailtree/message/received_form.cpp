@@ -96,9 +96,9 @@ std::optional<std::string> receivedForm(const MessageState& state, const WriteOp
   if (options.dotStuff && hasBareCr(bytes)) return std::nullopt;
   const bool isUnixFile = beginsWithUnixLine(bytes);
   if (isUnixFile && !hasOnlyUnixLines(bytes)) return std::nullopt;  // not every LF is a line break
-  const std::string form = isUnixFile ? withCrlf(bytes) : std::string(bytes);
-  std::optional<std::string> sent =
-      withFieldsSent(form, options.bcc, countLeftOut(state.root().m_header, options.bcc));
+  const std::string converted = isUnixFile ? withCrlf(bytes) : std::string();
+  std::optional<std::string> sent = withFieldsSent(isUnixFile ? converted : bytes, options.bcc,
+                                                   countLeftOut(state.root().m_header, options.bcc));
   return sent && options.dotStuff ? dotStuffed(*sent) : sent;
 }
 

@@ -8,12 +8,6 @@
 namespace mailtree {
 namespace {
 
-std::string textOf(const std::vector<Address>& addresses) {
-  std::string list;
-  for (const Address& address : addresses) list.append(list.empty() ? "" : ", ").append(address.text());
-  return list;
-}
-
 Result<void> addList(Message& block, const char* field, const std::vector<Address>& addresses) {
   return addresses.empty() ? Result<void>() : block.addHeader(field, textOf(addresses));
 }

@@ -121,6 +121,11 @@ TEST(Content, FilesAreReadBackAsTheyWereGiven) {
   EXPECT_EQ(reread(mail).attachments().size(), 1U);
 }
 
+TEST(Content, ANewMessageHasTheTextThatWasGivenForItsPage) {
+  EXPECT_EQ(Message::compose({.text = "a\n", .html = "<p>b"})->text(), "a\n");
+  EXPECT_EQ(Message::compose({.html = "<p>b"})->text(), "b\n");
+}
+
 TEST(Content, WordsAreReplacedOnceAndCounted) {
   Message mail = Message::compose(
                      {.from = "a@b.example", .to = "{n} <c@d.example>", .subject = "{n}", .text = "{n} {m}"})
