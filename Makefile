@@ -23,7 +23,7 @@ demo: $(BUILD)/demo/bin/mailtree ## Build the command and run it on the sample m
 
 PRESET ?= dev
 test: ## Build and run all tests; with sanitizers: PRESET=asan
-	@scripts/setup test
+	@scripts/setup $(if $(filter asan tsan,$(PRESET)),check,test)
 	@$(CMAKE) --preset $(PRESET) >/dev/null
 	@cmake --build --preset $(PRESET)
 	@ctest --preset $(PRESET) -j2 && echo "make test: all tests passed"
@@ -38,9 +38,9 @@ asan tsan: ## Build and run the tests with sanitizers
 	@scripts/setup check
 	@$(MAKE) --no-print-directory test PRESET=$@ && echo "make $@: no finding"
 
-fuzz: ## Replay the seeds and fuzz each target for FUZZ_SECONDS (60); FUZZ_OPTIMIZE=-O0 builds faster
+fuzz: ## Replay the seeds and fuzz each target for FUZZ_SECONDS (60)
 	@scripts/setup check
-	@$(CMAKE) --preset fuzz -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="$${FUZZ_OPTIMIZE:--O1} -g1" >/dev/null
+	@$(CMAKE) --preset fuzz >/dev/null
 	@cmake --build --preset fuzz
 	@scripts/fuzz $(BUILD)/fuzz $${FUZZ_SECONDS:-60}
 

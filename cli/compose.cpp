@@ -13,9 +13,7 @@
 #include "cli/writing/fields.h"
 #include "cli/writing/files.h"
 #include "cli/writing/related.h"
-#include "mailtree/message/address_rules.h"
-#include "mailtree/message/calendar.h"
-#include "mailtree/message/output.h"
+#include "mailtree/base/Ascii.h"
 
 namespace mailtree::cli {
 namespace {
@@ -85,16 +83,7 @@ Exit readFields(const ComposeOptions& options, std::vector<HeaderField>& fields)
   return reader.result();
 }
 
-Exit checkCharset(const std::string& name) {
-  const int codePage = codePageOfCharset(name);
-  if (isMailCodePage(codePage)) return Exit::fine;
-  return usageError("--charset",
-                    "'" + name + "': " + (codePage ? "not supported for mail text" : "unknown charset"));
-}
-
 Exit checkOptions(const ComposeOptions& options) {
-  if (options.charset)
-    if (const Exit result = checkCharset(*options.charset); result != Exit::fine) return result;
   if (options.countOfStandardInput() > 1)
     return usageError("-", "standard input can be only one of the files");
   const bool hasHtml = options.bodies.html || options.bodies.htmlFile;
@@ -120,42 +109,44 @@ Exit read(const ComposeOptions& options, Draft& draft) {
   return readAttachedFiles(options.attached, draft.files);
 }
 
-/// Adds the text bodies first, because they determine the charset in which the fields are encoded.
-bool build(const ComposeOptions& options, Draft& draft, Email2& email, LogBase& log) {
-  if (options.charset) preferCharset(email, *options.charset, draft.bodies);
-  if (!putBodies(email, draft.bodies, log) || !putInlineFiles(email, draft.shown, log)) return false;
-  if (draft.calendar && !putCalendar(email, draft.calendar->method, draft.calendar->text, log)) return false;
-  addFields(email, draft.fields, log);
-  if (options.keepBcc) showBcc(email, log);
-  for (AttachedFile& file : draft.files)
-    if (!attach(email, file, log)) return false;
-  return true;
+/// Adds the texts first, because they determine the charset in which the fields are encoded.
+Result<void> build(const Draft& draft, mailtree::Message& message) {
+  Result<void> done = putBodies(message, draft.bodies);
+  if (done) done = putInlineFiles(message, draft.shown);
+  if (done && draft.calendar) done = message.setCalendar(*draft.calendar);
+  if (done) done = addFields(message, draft.fields);
+  for (const AttachedFile& file : draft.files)
+    if (done) done = attach(message, file);
+  return done;
 }
 
 /// The SMTP sender and all recipients, including hidden ones, each once.
-std::string envelopeText(const Email2& email) {
-  const Envelope envelope = envelopeOf(email);
+std::string envelopeText(const mailtree::Message& message) {
+  const Envelope envelope = message.envelope();
   const nlohmann::ordered_json json = {{"reverse_path", envelope.sender},
                                        {"recipients", envelope.recipients}};
   return json.dump() + '\n';
 }
 
 Exit compose(const ComposeOptions& options) {
+  mailtree::Message message;
+  if (options.charset)
+    if (const Result<void> chosen = message.setCharset(*options.charset); !chosen)
+      return usageError("--charset", chosen.error().message);
   Draft draft;
   if (const Exit result = read(options, draft); result != Exit::fine) return result;
-  LogMemory log;
-  Email2 email;
-  if (!build(options, draft, email, log)) {
-    reportError(lastError(log, "not enough memory"));
+  if (const Result<void> built = build(draft, message); !built) {
+    reportError(built.error().message);
     return Exit::unreadable;
   }
-  if (!options.envelope) return writeMessage(email, options.output);
+  const WriteOptions form{.bcc = options.keepBcc};
+  if (!options.envelope) return writeMessage(message, options.output, form);
 
   // The envelope file is prepared first and committed after the message, so an envelope never exists
   // without its message.
   TextFile envelope({*options.envelope, options.output.force});
-  if (!envelope.write(envelopeText(email))) return Exit::unreadable;
-  const Exit result = writeMessage(email, options.output);
+  if (!envelope.write(envelopeText(message))) return Exit::unreadable;
+  const Exit result = writeMessage(message, options.output, form);
   return result == Exit::fine && !envelope.commit() ? Exit::unreadable : result;
 }
 

@@ -1,6 +1,5 @@
 // cli/edit.cpp - mailtree edit: changes fields, texts and attachments of a message.
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <memory>
 
 #include "cli/commands.h"
@@ -15,7 +14,6 @@
 #include "cli/writing/fields.h"
 #include "cli/writing/files.h"
 #include "cli/writing/related.h"
-#include "mailtree/message/calendar.h"
 #include "mailtree/message/tree_changes.h"
 
 namespace mailtree::cli {
@@ -73,79 +71,55 @@ Exit read(const EditOptions& options, Changes& changes) {
   return readAttachedFiles(options.attached, changes.files);
 }
 
-void changeFields(const EditOptions& options, const Changes& changes, Email2& email, LogBase& log) {
-  for (const std::string& name : options.remove) removeField(email, name);
-  for (const HeaderField& field : changes.fields) setField(email, field, log);
-  const auto isBcc = [](const HeaderField& field) { return equalsNoCase(field.name, "Bcc"); };
-  if (std::ranges::any_of(changes.fields, isBcc)) showBcc(email, log);
+Result<void> fixRelated(mailtree::Message& message) {
+  if (Result<void> begun = message.beginTreeChange(); !begun) return begun;
+  LogNull quiet;
+  message.email2().fixRelated(quiet);
+  return {};
 }
 
-Exit fail(const EditOptions& options, const LogMemory& log) {
-  reportError(options.file, lastError(log, "not enough memory"));
-  return Exit::unreadable;
+Result<void> changeFields(const EditOptions& options, const Changes& changes, mailtree::Message& message) {
+  for (const std::string& name : options.remove)
+    if (Result<void> done = message.removeHeader(name); !done) return done;
+  for (const HeaderField& field : changes.fields)
+    if (Result<void> done = message.setHeader(field.name, field.value); !done) return done;
+  return {};
 }
 
-/// Reads texts back before files are attached, because attaching to signed content adds an enclosure.
-Exit changeTexts(const EditOptions& options, const Bodies& bodies, Email2& email) {
-  LogMemory log;
-  const std::string type(email.m_contentType.m_type.view());
-  if (!putBodies(email, bodies, log)) return fail(options, log);
-  if (bodiesReadBack(email, bodies, log)) return Exit::fine;
-  reportError(options.file, "a text added to this message would not be read as its body (" + type + ")");
-  return Exit::negative;
+Result<void> addInlineFiles(const Changes& changes, mailtree::Message& message) {
+  if (!changes.shown.empty() && message.html().empty())
+    return Error{ErrorCode::notFound,
+                 "there is no HTML body to show the file in; add one with --html or --html-file",
+                 {}};
+  return putInlineFiles(message, changes.shown);
 }
 
-Exit showInline(const EditOptions& options, const Changes& changes, Email2& email) {
-  LogMemory log;
-  if (!changes.shown.empty() && !email.getHtmlAlternative()) {
-    reportError(options.file,
-                "there is no HTML body to show the file in; add one with --html or --html-file");
-    return Exit::negative;
-  }
-  return putInlineFiles(email, changes.shown, log) ? Exit::fine : fail(options, log);
-}
-
-Exit addCalendar(const EditOptions& options, std::optional<Calendar>& calendar, Email2& email) {
-  LogMemory log;
-  const std::string type(email.m_contentType.m_type.view());
-  if (!calendar || putCalendar(email, calendar->method, calendar->text, log)) return Exit::fine;
-  reportError(options.file, "a calendar added to this message would not be found (" + type + ")");
-  return Exit::negative;
-}
-
-Exit change(const EditOptions& options, Changes& changes, Email2& email) {
-  if (const Exit result = dropParts(options.dropped, options.file, email); result != Exit::fine)
-    return result;
-  LogMemory log;
-  if (options.fixRelated) email.fixRelated(log);
-  changeFields(options, changes, email, log);
-  if (const Exit result = changeTexts(options, changes.bodies, email); result != Exit::fine) return result;
-  if (const Exit result = showInline(options, changes, email); result != Exit::fine) return result;
-  if (const Exit result = addCalendar(options, changes.calendar, email); result != Exit::fine) return result;
-  for (AttachedFile& file : changes.files)
-    if (!attach(email, file, log)) return fail(options, log);
-  // Without it, Content- fields do not count (RFC 2045, 4).
-  if (options.changesContent() && !email.hasHeaderField("MIME-Version", log))
-    email.setHeaderField("MIME-Version", "1.0", log);
-  return Exit::fine;
+Result<void> change(const EditOptions& options, const Changes& changes, mailtree::Message& message) {
+  Result<void> done = options.fixRelated ? fixRelated(message) : Result<void>();
+  if (done) done = changeFields(options, changes, message);
+  if (done) done = putBodies(message, changes.bodies);
+  if (done) done = addInlineFiles(changes, message);
+  if (done && changes.calendar) done = message.setCalendar(*changes.calendar);
+  for (const AttachedFile& file : changes.files)
+    if (done) done = attach(message, file);
+  return done;
 }
 
 Exit edit(const EditOptions& options) {
   Changes changes;
   if (const Exit result = read(options, changes); result != Exit::fine) return result;
-  std::optional<Message> message = loadMessageToWrite(options.file);
+  std::optional<mailtree::Message> message = openMessage(options.file);
   if (!message) return Exit::unreadable;
-  const Exit limits = reportLimits(options.file, message->limits());
-
-  Email2& email = *message->root;
-  if ((options.bodies.any() || options.calendar.any()) && isEncrypted(email)) {
-    reportError(options.file, "the message is encrypted, so its text cannot be changed");
+  const Exit limits = reportLimits(options.file, limitsIn(*message));
+  if (options.changesContent() && (message->security().isSigned() || isSigned(message->email2())))
+    reportError(options.file, "warning: the message is signed; signatures over what changes are left out");
+  if (const Exit result = dropParts(options.dropped, options.file, *message); result != Exit::fine)
+    return result;
+  if (const Result<void> changed = change(options, changes, *message); !changed) {
+    reportError(options.file, changed.error().message);
     return Exit::negative;
   }
-  if (options.changesContent() && isSigned(email))
-    reportError(options.file, "warning: the message is signed, and its signature may no longer verify");
-  if (const Exit result = change(options, changes, email); result != Exit::fine) return result;
-  return worse(limits, writeMessage(email, options.output));
+  return worse(limits, writeMessage(*message, options.output, {.bcc = true}));
 }
 
 }  // namespace
@@ -169,9 +143,9 @@ void addEdit(CLI::App& app, Action& action) {
       "as by \"mailtree related\", both in the given message. Changes are made in this order: drop\n"
       "parts, --fix-related, remove fields, set fields, set bodies, inline files, the calendar, and\n"
       "attachments.\n"
-      "A body replaces the displayed one of its type, or is added to the one of the other type. A message\n"
-      "that is one file gets the body before it. The text of an encrypted message cannot be changed; a\n"
-      "body that no mail client would show is refused (status 1).\n"
+      "A body replaces the displayed one of its type, or is added to the one of the other type; an empty\n"
+      "one removes it. A message that is one file gets the body before it. The content of an encrypted\n"
+      "message cannot be changed, and a signature over what changes is left out.\n"
       "HTML in a charset other than utf-8 declares its charset.\n"
       "Example:\n  mailtree edit mail.eml --set 'Subject: New plan' --drop-attachment 0 --attach plan.pdf -o "
       "new.eml");

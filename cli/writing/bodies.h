@@ -2,14 +2,14 @@
 //
 //   Input    Files are in the charset that the user names; else utf-8, or utf-16 or utf-32 with a byte order
 //            mark. Text that does not decode is rejected: wrong letters are worse than no mail.
-//   Output   Lines end in CRLF. Text from the command line gets a final line break; a file does not.
+//   Output   Lines end in CRLF, the last one too.
 #pragma once
 
 #include <optional>
 #include <string>
 
 #include "cli/support/exit_codes.h"
-#include "mailtree/email/Email2.h"
+#include "mailtree/message/Message.h"
 
 namespace CLI {
 class App;
@@ -39,12 +39,7 @@ struct Bodies {
 /// Reads the texts, with the signature below each. usage or unreadable after reporting an error.
 Exit readBodies(const BodyOptions& options, Bodies& bodies);
 
-/// Sets the preferred charset of a new message; texts that do not fit in it are written in utf-8.
-void preferCharset(Email2& email, const std::string& name, const Bodies& bodies);
-/// Puts the bodies where they belong. Replaces existing bodies of the same type, keeps everything else.
-bool putBodies(Email2& email, const Bodies& bodies, LogBase& log);
-/// Whether the bodies are found when the message is read. Some enclosures, such as a digest, have
-/// no place for a body.
-bool bodiesReadBack(Email2& email, const Bodies& bodies, LogBase& log);
+/// Sets the texts that there are.
+Result<void> putBodies(mailtree::Message& message, const Bodies& bodies);
 
 }  // namespace mailtree::cli

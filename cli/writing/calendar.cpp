@@ -11,20 +11,14 @@
 namespace mailtree::cli {
 namespace {
 
-/// Reads a calendar into `text`; returns the problem, or null.
-const char* parseCalendar(std::string_view bytes, DataBuffer& text) {
-  if (const char* const problem = calendarProblem(bytes)) return problem;
-  return text.append(std::string_view(calendarText(bytes))) ? nullptr : "not enough memory";
-}
-
 Exit chooseMethod(const CalendarOptions& options, Calendar& calendar) {
-  const std::string_view own = calendarMethod(calendar.text.view());
-  calendar.method = options.method ? *options.method : std::string(own);
+  const std::string own(calendarMethod(calendar.text));
+  calendar.method = options.method.value_or(own);
   if (calendar.method.empty()) return usageError("--method", "required because the calendar has no METHOD");
   if (!isToken(calendar.method))
     return usageError("--method", "'" + calendar.method + "' is not a method such as REQUEST");
   if (!own.empty() && !equalsNoCase(own, calendar.method))
-    reportError(*options.file, "warning: the calendar has METHOD:" + std::string(own));
+    reportError(*options.file, "warning: the calendar has METHOD:" + own);
   return Exit::fine;
 }
 
@@ -43,11 +37,11 @@ Exit readCalendar(const CalendarOptions& options, std::optional<Calendar>& calen
   if (!options.file) return Exit::fine;
   DataBuffer bytes;
   if (!readFile(*options.file, bytes)) return Exit::unreadable;
-  calendar.emplace();
-  if (const char* const problem = parseCalendar(bytes.view(), calendar->text)) {
+  if (const char* const problem = calendarProblem(bytes.view())) {
     reportError(*options.file, problem);
     return Exit::unreadable;
   }
+  calendar.emplace().text = calendarText(bytes.view());
   return chooseMethod(options, *calendar);
 }
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "cli/support/exit_codes.h"
-#include "mailtree/base/DataBuffer.h"
+#include "mailtree/message/Message.h"
 
 namespace CLI {
 class App;
@@ -21,11 +21,6 @@ struct CalendarOptions {
 };
 
 void addCalendarOptions(CLI::App& verb, CalendarOptions& options);
-
-struct Calendar {
-  std::string method;
-  DataBuffer text;  ///< utf-8, CRLF.
-};
 
 /// usage or unreadable after reporting an error.
 Exit readCalendar(const CalendarOptions& options, std::optional<Calendar>& calendar);

@@ -1,63 +1,78 @@
 #include "cli/writing/dropping.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <numeric>
-#include <unordered_set>
 
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "mailtree/message/outline.h"
-#include "mailtree/message/tree_changes.h"
 
 namespace mailtree::cli {
 namespace {
 
-using PartSet = std::unordered_set<const SorvikObject*>;
-
-/// Collects the attachments to remove in `removed`; returns the problem, or an empty string.
-std::string chooseAttachments(const DropOptions& options, Email2& email, PartSet& removed) {
-  LogNull quiet;
-  ExtPtrArray listed;
-  email.attachmentIterate2(email.isMultipartMixedForAttachmentPurposes(), listed, /*target=*/-1, quiet);
-  std::vector<int> numbers = options.attachments;
-  if (options.allAttachments) {
-    numbers.resize(static_cast<std::size_t>(listed.getSize()));
-    std::iota(numbers.begin(), numbers.end(), 0);
+/// Collects the parts to remove, or says why one cannot be.
+class Dropped {
+ public:
+  Dropped(const DropOptions& options, mailtree::Message& message) : m_message(message) {
+    addAttachments(options);
+    addRelated(options);
   }
-  std::string problem;
-  for (const int number : numbers) {
-    const SorvikObject* const part = listed.elementAt(number);
-    if (!part)
-      problem = "no attachment " + std::to_string(number);
-    else if (part == &email)
-      problem = "attachment " + std::to_string(number) + " is the whole message";
-    removed.insert(part);
-  }
-  listed.removeAll();
-  return problem;
-}
 
-bool holdsBody(Email2& item, const Outline& outline) {
-  for (const PartRow& row : outline.rows)
-    if (row.isBody && holds(item, *row.node)) return true;
-  return false;
-}
+  const std::vector<mailtree::Part>& parts() const { return m_parts; }
+  const std::string& problem() const { return m_problem; }
 
-/// Uses the numbers of getRelatedItem, which the table shows. Those of dropRelatedItem differ when the first
-/// part is not the HTML body: it counts the body, which must not be removed.
-std::string chooseRelated(const DropOptions& options, Email2& email, PartSet& removed) {
-  if (options.related.empty()) return {};
-  LogNull quiet;
-  const Outline outline = outlineOf(email);
-  for (const int number : options.related) {
-    Email2* const item = email.getRelatedItem(number, quiet);
-    if (!item) return "no related item " + std::to_string(number);
-    if (holdsBody(*item, outline))
-      return "related item " + std::to_string(number) + " is the text of the message";
-    removed.insert(item);
+ private:
+  void addAttachments(const DropOptions& options) {
+    if (!options.allAttachments && options.attachments.empty()) return;
+    const std::vector<mailtree::Part> listed = m_message.attachments();
+    std::vector<int> numbers = options.attachments;
+    if (options.allAttachments) {
+      numbers.resize(listed.size());
+      std::iota(numbers.begin(), numbers.end(), 0);
+    }
+    for (const int number : numbers) {
+      const std::string name = "attachment " + std::to_string(number);
+      if (static_cast<std::size_t>(number) >= listed.size())
+        m_problem = "no " + name;
+      else if (const mailtree::Part& part = listed[static_cast<std::size_t>(number)]; part.number() == 0)
+        m_problem = name + " is the whole message";
+      else
+        m_parts.push_back(part);
+    }
   }
-  return {};
-}
+
+  void addRelated(const DropOptions& options) {
+    if (options.related.empty() || !m_problem.empty()) return;
+    Email2& root = m_message.email2();
+    const std::vector<int> listed = relatedItemsOf(root, outlineOf(root));
+    const std::vector<mailtree::Part> all = m_message.parts();
+    for (const int number : options.related) {
+      const std::string name = "related item " + std::to_string(number);
+      if (static_cast<std::size_t>(number) >= listed.size())
+        m_problem = "no " + name;
+      else if (const mailtree::Part& part = partOf(all, listed[static_cast<std::size_t>(number)]);
+               holdsText(part))
+        m_problem = name + " is the text of the message";
+      else
+        m_parts.push_back(part);
+    }
+  }
+
+  static const mailtree::Part& partOf(const std::vector<mailtree::Part>& all, int row) {
+    return all[static_cast<std::size_t>(row)];
+  }
+
+  bool holdsText(const mailtree::Part& item) const {
+    return std::ranges::any_of(m_message.displayed(), [&](const mailtree::Part& shown) {
+      return shown.isText() && (shown.id() + ".").starts_with(item.id() + ".");
+    });
+  }
+
+  mailtree::Message& m_message;
+  std::vector<mailtree::Part> m_parts;
+  std::string m_problem;
+};
 
 }  // namespace
 
@@ -71,16 +86,15 @@ void addDropOptions(CLI::App& verb, DropOptions& options) {
       ->allow_extra_args(false);
 }
 
-Exit dropParts(const DropOptions& options, const std::string& file, Email2& email) {
-  PartSet removed;
-  std::string problem = chooseAttachments(options, email, removed);
-  if (problem.empty()) problem = chooseRelated(options, email, removed);
-  if (!problem.empty()) {
-    reportError(file, problem);
-    return Exit::negative;
-  }
-  if (!removed.empty()) removeNodes(email, removed);
-  return Exit::fine;
+Exit dropParts(const DropOptions& options, const std::string& file, mailtree::Message& message) {
+  if (!options.any()) return Exit::fine;
+  const Dropped dropped(options, message);
+  const Result<void> done = dropped.problem().empty()
+                                ? message.removeParts(dropped.parts())
+                                : Result<void>(Error{ErrorCode::notFound, dropped.problem(), {}});
+  if (done) return Exit::fine;
+  reportError(file, done.error().message);
+  return Exit::negative;
 }
 
 }  // namespace mailtree::cli

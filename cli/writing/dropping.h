@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "cli/support/exit_codes.h"
-#include "mailtree/email/Email2.h"
+#include "mailtree/message/Message.h"
 
 namespace CLI {
 class App;
@@ -25,6 +25,6 @@ void addDropOptions(CLI::App& verb, DropOptions& options);
 
 /// Removes the parts. All numbers refer to the message before any removal. negative, after reporting an
 /// error, when a part does not exist or must be kept.
-Exit dropParts(const DropOptions& options, const std::string& file, Email2& email);
+Exit dropParts(const DropOptions& options, const std::string& file, mailtree::Message& message);
 
 }  // namespace mailtree::cli

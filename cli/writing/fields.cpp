@@ -42,7 +42,7 @@ void FieldReader::take(const std::string& option, HeaderField field) {
   m_fields.push_back(std::move(field));
 }
 
-void addFields(Email2& email, const std::vector<HeaderField>& fields, LogBase& log) {
+Result<void> addFields(mailtree::Message& message, const std::vector<HeaderField>& fields) {
   std::map<const RecipientField*, std::string> lists;
   for (const HeaderField& field : fields) {
     const RecipientField* const recipients = recipientFieldOf(field.name);
@@ -53,13 +53,12 @@ void addFields(Email2& email, const std::vector<HeaderField>& fields, LogBase& l
   }
   for (const HeaderField& field : fields) {
     const auto list = lists.find(recipientFieldOf(field.name));
-    if (list == lists.end()) {
-      addField(email, field, log);
-      continue;
-    }
     // The first one adds all of its kind and leaves the list empty.
-    if (!list->second.empty()) addField(email, {field.name, std::exchange(list->second, {})}, log);
+    const std::string value = list == lists.end() ? field.value : std::exchange(list->second, {});
+    if (value.empty() && list != lists.end()) continue;
+    if (Result<void> done = message.addHeader(field.name, value); !done) return done;
   }
+  return {};
 }
 
 }  // namespace mailtree::cli

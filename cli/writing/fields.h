@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "cli/support/exit_codes.h"
-#include "mailtree/email/Email2.h"
+#include "mailtree/message/Message.h"
 #include "mailtree/message/fields.h"
 
 namespace mailtree::cli {
@@ -41,6 +41,6 @@ class FieldReader {
 
 /// Adds several fields. Recipients of one kind are added together at the first one's place, because each
 /// separate addition rewrites the whole list.
-void addFields(Email2& email, const std::vector<HeaderField>& fields, LogBase& log);
+Result<void> addFields(mailtree::Message& message, const std::vector<HeaderField>& fields);
 
 }  // namespace mailtree::cli

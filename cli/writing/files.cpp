@@ -15,7 +15,8 @@
 namespace mailtree::cli {
 namespace {
 
-constexpr std::string_view kMessageType = "message/rfc822";
+constexpr const char* kMessageType = "message/rfc822";
+constexpr const char* kUnnamed = "attach.dat";  ///< A file from standard input.
 
 struct FileArgument {
   std::string path;
@@ -34,6 +35,8 @@ FileArgument fileOf(const std::string& argument) {
 }
 
 }  // namespace
+
+bool AttachedFile::isMessage() const { return equalsNoCase(type, kMessageType); }
 
 int AttachOptions::countOfStandardInput() const {
   int count = 0;
@@ -65,10 +68,8 @@ Exit readAttachedFile(const std::string& argument, AttachedFile& file) {
   if (beginsWithNoCase(given.type, "multipart/"))
     return usageError("--attach", "'" + argument + "': a file cannot have a multipart type");
   if (!readFile(given.path, file.bytes)) return Exit::unreadable;
-  if (given.path != "-") file.name = std::filesystem::path(given.path).filename().string();
+  file.name = given.path == "-" ? kUnnamed : std::filesystem::path(given.path).filename().string();
   file.type = given.type.empty() ? typeByName(file.name) : given.type;
-  // Files are sent in base64, which is not allowed for messages (RFC 2046, 5.2.1).
-  file.isMessage = equalsNoCase(file.type, kMessageType);
   return Exit::fine;
 }
 
@@ -79,14 +80,18 @@ Exit readAttachedFiles(const AttachOptions& options, std::vector<AttachedFile>& 
   }
   for (const std::string& path : options.messages) {
     AttachedFile& file = files.emplace_back();
-    file.isMessage = true;
+    file.type = kMessageType;
     if (!readFile(path, file.bytes)) return Exit::unreadable;
   }
   return Exit::fine;
 }
 
+Result<void> attach(mailtree::Message& message, const AttachedFile& file) {
+  return message.attach(file.name, file.bytes.view(), {.type = file.type});
+}
+
 bool attach(Email2& email, AttachedFile& file, LogBase& log) {
-  return file.isMessage
+  return file.isMessage()
              ? attachMessageTo(email, file.name, file.bytes, log)
              : attachFileTo(email, file.name, file.type, codePageToLabel(file.bytes.view()), file.bytes, log);
 }

@@ -7,6 +7,7 @@
 
 #include "cli/support/exit_codes.h"
 #include "mailtree/email/Email2.h"
+#include "mailtree/message/Message.h"
 
 namespace CLI {
 class App;
@@ -27,10 +28,11 @@ void addAttachOptions(CLI::App& verb, AttachOptions& options);
 
 /// A file read and ready to be attached.
 struct AttachedFile {
-  std::string name;
-  std::string type;  ///< Empty: derived from the extension.
+  std::string name;  ///< May be empty for a message.
+  std::string type;  ///< Empty: unknown.
   DataBuffer bytes;
-  bool isMessage = false;  ///< Attached as message/rfc822.
+
+  bool isMessage() const;
 };
 
 /// Reads all files to attach, in the order in which they are added; usage or unreadable after
@@ -44,6 +46,8 @@ Exit readAttachedFile(const std::string& argument, AttachedFile& file);
 std::optional<std::string> problemOfAttachment(const std::string& argument);
 
 /// Appends a file as the last part. The former content of the message, text or file, becomes a separate part.
+Result<void> attach(mailtree::Message& message, const AttachedFile& file);
+/// The same for a tree, without any checks; the file's bytes may be moved from.
 bool attach(Email2& email, AttachedFile& file, LogBase& log);
 
 }  // namespace mailtree::cli

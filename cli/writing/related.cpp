@@ -1,7 +1,6 @@
 #include "cli/writing/related.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <filesystem>
 #include <unordered_set>
 
@@ -9,14 +8,10 @@
 #include "cli/support/errors.h"
 #include "cli/support/files.h"
 #include "mailtree/message/files.h"
-#include "mailtree/message/media_types.h"
-#include "mailtree/mime/LineLengths.h"
 #include "mailtree/mime/html/CidReferences.h"
 
 namespace mailtree::cli {
 namespace {
-
-constexpr const char* kUnknownType = "application/octet-stream";
 
 struct InlineArgument {
   std::string path;
@@ -37,18 +32,10 @@ std::string_view withoutBrackets(std::string_view id) {
   return hasBoth ? id.substr(1, id.size() - 2) : id;
 }
 
-bool isContentId(std::string_view id) {
-  return !id.empty() && std::ranges::all_of(id, [](char c) {
-    return c > ' ' && c < 0x7F && !contains("<>()[]\\\",;:", std::string_view(&c, 1));
-  });
-}
-
 Exit readInlineFile(const char* option, const std::string& path, InlineFile& file) {
   if (path == "-") return usageError(option, "standard input has no name for the HTML to refer to");
   if (!readFile(path, file.bytes)) return Exit::unreadable;
   file.name = std::filesystem::path(path).filename().string();
-  file.type = typeByName(file.name);
-  if (file.type.empty()) file.type = kUnknownType;
   return Exit::fine;
 }
 
@@ -72,44 +59,6 @@ Exit checkDistinct(const std::vector<InlineFile>& files) {
         return usageError("--inline", "two files are named '" + file.name + "'; give both a Content-ID");
     }
   return Exit::fine;
-}
-
-EmailPtr createItem(_svEmailCommon& common, const InlineFile& file, LogBase& log) {
-  const char* const name = file.name.c_str();
-  EmailPtr item = file.byLocation
-                      ? EmailPtr(Email2::createRelatedFromDataNoCid(common, name, file.bytes, log))
-                      : newInlineItem(common, file.name, file.type, file.bytes, log);
-  if (!item) return item;
-  // By location, the library sets a type only for extensions it knows.
-  if (item->m_contentType.m_type.isEmpty())
-    item->setContentTypeUtf8(file.type.c_str(), name, nullptr, nullptr, 0, nullptr, nullptr, nullptr, log);
-  if (!file.contentId.empty()) item->setContentId(("<" + file.contentId + ">").c_str(), log);
-  if (file.byLocation) keepBytesOf(*item, log);
-  return item;
-}
-
-/// Updates the references in the HTML to the items, and warns of items that the HTML does not reference.
-bool updateReferences(Email2& html, const std::vector<InlineFile>& files,
-                      const std::vector<EmailPtr>& items) {
-  std::vector<CidTarget> targets;
-  for (std::size_t i = 0; i < files.size(); ++i)
-    if (!files[i].byLocation)
-      targets.push_back({files[i].name, std::string(withoutBrackets(items[i]->m_contentId.view()))});
-  std::string body;
-  if (redirectCidReferences(html.m_body.view(), targets, body) > 0) {
-    const bool wasLong = html.m_body.hasLineLonger(kMaxLine7bit);
-    html.m_body.clear();
-    if (!html.m_body.append(std::string_view(body))) return false;
-    LogNull quiet;
-    const bool isEncoded = html.m_transferEncoding.equalsIgnoreCase("base64") ||
-                           html.m_transferEncoding.equalsIgnoreCase("quoted-printable");
-    if (!isEncoded && !wasLong && html.m_body.hasLineLonger(kMaxLine7bit))
-      html.setContentEncodingNonRecursive("quoted-printable", quiet);
-  }
-  for (const CidTarget& target : targets)
-    if (!contains(body, cidUrlPart(target.contentId)))
-      reportError("warning: the HTML does not refer to cid:" + target.name);
-  return true;
 }
 
 }  // namespace
@@ -149,19 +98,21 @@ Exit checkReferences(const std::optional<std::string>& html, const std::vector<I
   return Exit::fine;
 }
 
-bool putInlineFiles(Email2& email, const std::vector<InlineFile>& files, LogBase& log) {
-  if (files.empty()) return true;
-  Email2* const html = email.getHtmlAlternative();
-  std::vector<EmailPtr> items;
+Result<void> putInlineFiles(mailtree::Message& message, const std::vector<InlineFile>& files) {
+  std::vector<CidTarget> added;
   for (const InlineFile& file : files) {
-    items.push_back(createItem(*email.m_common, file, log));
-    if (!items.back()) return false;
+    const Result<std::string> id = message.addInline(
+        file.name, file.bytes.view(),
+        {.contentId = file.contentId, .location = file.byLocation ? file.name : std::string()});
+    if (!id) return id.error();
+    if (!file.byLocation) added.push_back({file.name, *id});
   }
-  if (!html || !updateReferences(*html, files, items)) return false;
-  Email2* const enclosure = relatedAround(email, *html, log);
-  if (!enclosure) return false;
-  for (EmailPtr& item : items) enclosure->addRelatedContent(item.release(), log);
-  return true;
+  if (added.empty()) return {};
+  const std::string html = message.html();
+  for (const CidTarget& target : added)
+    if (!contains(html, cidUrlPart(target.contentId)))
+      reportError("warning: the HTML does not refer to cid:" + target.name);
+  return {};
 }
 
 }  // namespace mailtree::cli

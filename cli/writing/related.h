@@ -9,7 +9,8 @@
 #include <vector>
 
 #include "cli/support/exit_codes.h"
-#include "mailtree/email/Email2.h"
+#include "mailtree/base/DataBuffer.h"
+#include "mailtree/message/Message.h"
 
 namespace CLI {
 class App;
@@ -29,7 +30,6 @@ void addInlineOptions(CLI::App& verb, InlineOptions& options);
 /// A file read and ready to be added.
 struct InlineFile {
   std::string name;
-  std::string type;
   std::string contentId;  ///< Without angle brackets; generated when empty.
   DataBuffer bytes;
   bool byLocation = false;
@@ -41,8 +41,7 @@ Exit readInlineFiles(const InlineOptions& options, std::vector<InlineFile>& file
 /// Whether each "cid:" reference of the HTML names one of the files; usage after reporting one that does not.
 Exit checkReferences(const std::optional<std::string>& html, const std::vector<InlineFile>& files);
 
-/// Adds the files beside the HTML body, which must exist, and updates its references. Warns of files that it
-/// does not refer to. False when memory ran out.
-bool putInlineFiles(Email2& email, const std::vector<InlineFile>& files, LogBase& log);
+/// Adds the files for the HTML, and warns of those that it does not refer to.
+Result<void> putInlineFiles(mailtree::Message& message, const std::vector<InlineFile>& files);
 
 }  // namespace mailtree::cli

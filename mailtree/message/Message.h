@@ -53,6 +53,14 @@ struct AttachOptions {
   std::string charset = {};  ///< Of a text file; empty: not labelled, unless it is utf-8.
 };
 
+struct InlineOptions {
+  std::string type = {};       ///< As in AttachOptions.
+  std::string charset = {};    ///< As in AttachOptions.
+  std::string contentId = {};  ///< Without angle brackets; empty: a new one.
+  /// What the HTML of a saved page calls it, such as "images/logo.png"; it gets no Content-ID then.
+  std::string location = {};
+};
+
 /// Everything that most new messages have. Address lists are text, as for Message::setTo.
 struct ComposeOptions {
   std::string from = {}, to = {}, cc = {}, bcc = {};
@@ -227,12 +235,16 @@ class Message {
   Result<void> setInReplyTo(std::string_view id);
   Result<void> setReferences(std::span<const std::string> ids);
   Result<void> setListId(std::string_view id);
-  /// Replaces every field of that name with one, or adds it. Line breaks and fields that describe the content
-  /// (Content-, MIME-Version) are refused.
+  /// Replaces every field of that name with one, or adds it. Refused are line breaks, and the fields that
+  /// follow from the content: Content-Type, Content-Transfer-Encoding and MIME-Version.
   Result<void> setHeader(std::string_view name, std::string_view value);
   Result<void> addHeader(std::string_view name, std::string_view value);
   Result<void> removeHeader(std::string_view name);
 
+  /// The charset for texts and header fields that are set from now on. A text that does not fit in it makes
+  /// them utf-8; without it, it is us-ascii, iso-8859-1 or utf-8 as the text needs. badValue for a name that
+  /// is unknown or not for mail, such as "utf-16".
+  Result<void> setCharset(std::string_view name);
   /// Sets the text, or the HTML, that a reader sees: text() or html() is it from then on. The other one and
   /// all files stay, so a message of HTML alone gets an alternative by setText(). A list's footer, which is
   /// shown but counts as a file, is only a file then. An empty text removes it.
@@ -243,15 +255,18 @@ class Message {
   Result<void> setCalendar(const Calendar& calendar);
 
   /// Attaches bytes, a file, or a message, which goes byte for byte as it was read. A name that ends in
-  /// ".eml" makes an attached message, too.
+  /// ".eml" makes an attached message too, and a message needs no name.
   Result<void> attach(std::string_view name, std::string_view bytes, const AttachOptions& options = {});
   Result<void> attachFile(const std::string& path, const AttachOptions& options = {});
   Result<void> attachMessage(const Message& message);
-  /// Adds something for the HTML to show, and returns its Content-ID for `<img src="cid:...">`.
+  /// Adds something for the HTML to show, and returns its Content-ID for `<img src="cid:...">`. HTML that is
+  /// there already may refer to it by its name, as in `<img src="cid:logo.png">`.
   Result<std::string> addInline(std::string_view name, std::string_view bytes,
-                                const AttachOptions& options = {});
+                                const InlineOptions& options = {});
   /// Removes a file. An enclosure left with one part is replaced by it.
   Result<void> removeAttachment(const Part& attachment);
+  /// Removes any parts of this message but its root, with all that is in them: removeParts(attachments()).
+  Result<void> removeParts(std::span<const Part> parts);
   /// Replaces words in header fields and texts (of HTML in text and attributes, escaped), not in attached
   /// files, in one pass: a value is not searched again. Returns how often something was replaced.
   Result<int> replaceWords(std::span<const std::pair<std::string, std::string>> words);
@@ -293,10 +308,13 @@ class Message {
   Result<void> save(const std::string& path, const WriteOptions& options = {}) const;
   /// @}
 
-  /// The tree of parts, borrowed; for everything that this class leaves out. Changing it is a change of the
-  /// content, as above.
+  /// The tree of parts, borrowed; for everything that this class leaves out. Who changes it calls
+  /// beginTreeChange() first, and email2() again after using the message otherwise.
   Email2& email2();
   const Email2& email2() const;
+  /// Makes the tree what is written. A change of the content, as above: a signature is left out from then on,
+  /// and encrypted content is refused.
+  Result<void> beginTreeChange();
 
  private:
   friend struct MessageState;

@@ -10,6 +10,7 @@
 #include "mailtree/message/fields.h"
 #include "mailtree/message/internal.h"
 #include "mailtree/mime/Limits.h"
+#include "mailtree/mime/charset/Charset.h"
 #include "mailtree/mime/header/HeaderValue.h"
 
 namespace mailtree {
@@ -130,14 +131,9 @@ Result<void> setIdentifier(MessageState& state, std::string_view field, std::str
 
 // Any field
 
-/// Fields that describe the content follow from it.
-bool describesContent(std::string_view name) {
-  return isContentField(name) || beginsWithNoCase(name, "Content-");
-}
-
 std::optional<Error> nameProblem(std::string_view name) {
   if (!isFieldName(name)) return badValue("not a field name: " + quoted(name), name);
-  if (describesContent(name)) return badValue("the field follows from the content: " + quoted(name), name);
+  if (isContentField(name)) return badValue("the field follows from the content: " + quoted(name), name);
   return std::nullopt;
 }
 
@@ -151,6 +147,14 @@ std::optional<Error> problemOf(const Header& field) {
 bool isAddressField(std::string_view name) { return grammarOf(name) == FieldGrammar::addresses; }
 
 }  // namespace
+
+Result<void> Message::setCharset(std::string_view name) {
+  const int codePage = codePageOfCharset(name);
+  if (codePage <= 0) return badValue("unknown charset: " + quoted(name), {});
+  if (!isMailCodePage(codePage)) return badValue("not a charset for mail: " + quoted(name), {});
+  m_state->opened.common->m_preferredCharset.setFromUtf8(std::string(name).c_str());
+  return {};
+}
 
 Result<void> Message::setFrom(std::string_view address) {
   return setAddresses(*m_state, "From", address, AddressCount::one);

@@ -26,11 +26,6 @@ const char* typeOf(Kind kind) { return kind == Kind::html ? "text/html" : "text/
 
 // Signatures
 
-bool isSignature(const Email2& part) {
-  return containsNoCase(part.m_contentType.m_type.view(), "pgp-signature") ||
-         containsNoCase(part.m_contentType.m_type.view(), "pkcs7-signature");
-}
-
 /// The content is written anew, so its bytes are no longer those that were signed.
 void dropSignature(Email2& signedPart, LogBase& log) {
   NodeSet signatures;
@@ -55,11 +50,19 @@ void makeUnflowed(Email2& leaf) {
   type.m_otherParams = std::move(others);
 }
 
+/// A text that does not fit in the charset that was asked for is utf-8: the tree would try others first.
+void chooseCharset(Email2& root, const DataBuffer& text, LogBase& log) {
+  const int wanted = codePageOfCharset(root.m_common->m_preferredCharset.getUtf8Sb().view());
+  std::string unused;
+  if (wanted > 0 && !encodeFromUtf8(wanted, text.view(), unused)) root.use_codepage(kCpUtf8);
+  root.chooseCharsetIfNecessary(text, log);
+}
+
 bool setLeaf(Email2& root, Email2& leaf, Kind kind, std::string_view text, LogBase& log) {
   DataBuffer body;
   StringBuffer type(typeOf(kind));
   if (!body.append(text)) return false;
-  root.chooseCharsetIfNecessary(body, log);
+  chooseCharset(root, body, log);
   leaf.m_header.removeMimeField("Content-MD5", /*all=*/true);
   if (!Email2::replaceEmailBody(&leaf, body, /*isText=*/true, root.emailCodePage(), type, log)) return false;
   // The lines of the text are what they are: programs would join flowed ones (RFC 3676).
@@ -425,6 +428,11 @@ void endContent(MessageState& state) {
   state.changed();
 }
 
+bool isSignature(const Email2& part) {
+  return containsNoCase(part.m_contentType.m_type.view(), "pgp-signature") ||
+         containsNoCase(part.m_contentType.m_type.view(), "pkcs7-signature");
+}
+
 void dropSignaturesOver(MessageState& state, const std::vector<int>& rows) {
   const Outline& outline = state.outline();
   NodeSet dropped;
@@ -446,7 +454,7 @@ bool rewriteText(Email2& root, Email2& leaf, DataBuffer& text) {
   LogNull log;
   StringBuffer sameType;
   const bool isFlowed = leaf.m_contentType.m_formatFlowed;
-  root.chooseCharsetIfNecessary(text, log);
+  chooseCharset(root, text, log);
   if (!Email2::replaceEmailBody(&leaf, text, /*isText=*/true, root.emailCodePage(), sameType, log))
     return false;
   leaf.m_contentType.m_formatFlowed = isFlowed;
@@ -465,6 +473,12 @@ std::string withCrlf(std::string_view text) {
   StringBuffer lines(text);
   lines.toCRLF();
   return lines.extractString();
+}
+
+Result<void> Message::beginTreeChange() {
+  if (Result<void> begun = beginContent(*m_state); !begun) return begun;
+  endContent(*m_state);
+  return {};
 }
 
 Result<void> Message::setText(std::string_view text) { return setContent(*m_state, Kind::plain, text); }

@@ -21,6 +21,9 @@ void endContent(MessageState& state);
 /// multipart/signed. Numbers the parts anew when there were any.
 void dropSignaturesOver(MessageState& state, const std::vector<int>& rows);
 
+/// Whether the part holds a detached signature.
+bool isSignature(const Email2& part);
+
 /// A leaf of the tree after dropSignaturesOver(): the root has taken in an only child.
 inline Email2& afterDropping(Email2& root, Email2& leaf) { return root.getNumParts() == 0 ? root : leaf; }
 

@@ -1,7 +1,8 @@
-// message/files.cpp - files of a message: attached, shown by the HTML, removed.
+// message/files.cpp - files of a message: attached, removed.
 #include "mailtree/message/files.h"
 
 #include <algorithm>
+#include <set>
 #include <tuple>
 
 #include "mailtree/base/Platform.h"
@@ -17,7 +18,6 @@ namespace mailtree {
 namespace {
 
 constexpr const char* kMixed = "multipart/mixed";
-constexpr const char* kRelated = "multipart/related";
 constexpr std::string_view kMessageType = "message/rfc822";
 constexpr std::string_view kUnknownType = "application/octet-stream";
 
@@ -80,35 +80,8 @@ void avoidBoundariesIn(Email2& root, std::string_view bytes, LogBase& log) {
 
 // What is given
 
-struct GivenFile {
-  std::string name, type;
-  int codePage = 0;
-
-  bool isMessage() const { return equalsNoCase(type, kMessageType); }
-};
-
 Error badValue(std::string message, std::string_view name) {
   return {ErrorCode::badValue, std::move(message), std::string(name)};
-}
-
-Result<GivenFile> checkFile(std::string_view path, std::string_view bytes, const AttachOptions& options) {
-  const std::string_view name = baseName(path);
-  if (const auto problem = valueProblem(name)) return badValue("not a file name: " + *problem, name);
-  if (trim(name).empty()) return badValue("no file name in '" + std::string(path) + "'", path);
-  if (!options.type.empty() && !isMediaType(options.type))
-    return badValue("not a media type: '" + options.type + "'", name);
-  if (beginsWithNoCase(options.type, "multipart/"))
-    return badValue("a file cannot have a multipart type: '" + options.type + "'", name);
-  GivenFile file{std::string(name), options.type.empty() ? typeByName(std::string(name)) : options.type,
-                 /*codePage=*/0};
-  if (file.type.empty()) file.type = kUnknownType;
-  if (beginsWithNoCase(file.type, "text/")) file.codePage = codePageToLabel(bytes);
-  if (options.charset.empty()) return file;
-  if (!beginsWithNoCase(file.type, "text/"))
-    return badValue("only a text file has a charset: '" + file.type + "'", name);
-  file.codePage = codePageOfCharset(options.charset);
-  if (file.codePage == 0) return badValue("unknown charset: '" + options.charset + "'", name);
-  return file;
 }
 
 Result<void> attachTo(MessageState& state, const GivenFile& file, DataBuffer& bytes) {
@@ -130,38 +103,30 @@ void emptyRoot(Email2& root, LogBase& log) {
   root.m_body.clear();
 }
 
-void removePart(Email2& root, const Outline& outline, const PartRow& row) {
-  LogNull log;
-  if (row.parent < 0) return emptyRoot(root, log);
-  const NodeSet parent{outline.row(row.parent).node};
-  removeNodes(root, {row.node});
-  tidyEnclosures(root, parent, log);
-}
-
-/// The first HTML that a reader sees; null when there is none.
-Email2* shownHtml(MessageState& state) {
-  const Outline& outline = state.outline();
-  const std::vector<int>& rows = state.displayed().htmlBody;
-  const auto found = std::ranges::find_if(rows, [&](int row) { return isHtml(outline.row(row)); });
-  return found == rows.end() ? nullptr : outline.row(*found).node;
-}
-
-/// An enclosure for pictures until there is HTML to show them, which then joins them.
-Email2* relatedForLater(Email2& root, LogBase& log) {
-  if (Email2* const present = root.findMultipartEnclosure(static_cast<int>(EnclosureKind::related), 0))
-    return present;
-  if (root.getNumParts() == 0 && root.m_body.isEmpty()) {
-    root.convertToMultipartX(kRelated, log);
-    return &root;
-  }
-  ensureMixed(root, log);
-  EmailPtr related = newEnclosure(*root.m_common, kRelated, log);
-  Email2* const placed = related.get();
-  if (placed) root.insertSubPartAtIndex(related.release(), -1);
-  return placed;
-}
-
 }  // namespace
+
+bool GivenFile::isMessage() const { return equalsNoCase(type, kMessageType); }
+
+Result<GivenFile> checkFile(std::string_view path, std::string_view bytes, const AttachOptions& options) {
+  const std::string_view name = baseName(path);
+  if (const auto problem = valueProblem(name)) return badValue("not a file name: " + *problem, name);
+  const bool needsName = !equalsNoCase(options.type, kMessageType);
+  if (needsName && trim(name).empty()) return badValue("no file name in '" + std::string(path) + "'", path);
+  if (!options.type.empty() && !isMediaType(options.type))
+    return badValue("not a media type: '" + options.type + "'", name);
+  if (beginsWithNoCase(options.type, "multipart/"))
+    return badValue("a file cannot have a multipart type: '" + options.type + "'", name);
+  GivenFile file{std::string(name), options.type.empty() ? typeByName(std::string(name)) : options.type,
+                 /*codePage=*/0};
+  if (file.type.empty()) file.type = kUnknownType;
+  if (beginsWithNoCase(file.type, "text/")) file.codePage = codePageToLabel(bytes);
+  if (options.charset.empty()) return file;
+  if (!beginsWithNoCase(file.type, "text/"))
+    return badValue("only a text file has a charset: '" + file.type + "'", name);
+  file.codePage = codePageOfCharset(options.charset);
+  if (file.codePage == 0) return badValue("unknown charset: '" + options.charset + "'", name);
+  return file;
+}
 
 int codePageToLabel(std::string_view bytes) { return !isAscii(bytes) && isValidUtf8(bytes) ? kCpUtf8 : 0; }
 
@@ -197,33 +162,6 @@ bool attachMessageTo(Email2& root, const std::string& name, DataBuffer& bytes, L
   return true;
 }
 
-EmailPtr newInlineItem(_svEmailCommon& common, const std::string& name, const std::string& type,
-                       const DataBuffer& bytes, LogBase& log) {
-  EmailPtr item(Email2::createRelatedFromDataUtf8(common, name.c_str(), type.c_str(), bytes, log));
-  if (!item) return item;
-  keepBytesOf(*item, log);
-  item->setContentDispositionUtf8("inline", name.c_str(), log);
-  return item;
-}
-
-void keepBytesOf(Email2& item, LogBase& log) {
-  if (!beginsWithNoCase(item.m_contentType.m_type, "text/")) return;
-  item.setContentEncodingNonRecursive("base64", log);
-  _svCharset charset;
-  charset.setByCodePage(codePageToLabel(item.m_body.view()));
-  StringBuffer value;
-  item.m_contentType.buildMimeHeaderValue(value, charset, /*withFlowed=*/false, /*withName=*/true, log);
-  item.m_header.replaceMimeFieldUtf8_a("Content-Type", value.getString(), /*asGiven=*/true,
-                                       /*ordinary=*/false, log);
-}
-
-Email2* relatedAround(Email2& root, Email2& html, LogBase& log) {
-  Email2* const related = root.findMultipartEnclosure(static_cast<int>(EnclosureKind::related), 0);
-  if (related && holds(*related, html)) return related;
-  if (&html == &root) return enclose(root, kRelated, log) ? &root : nullptr;
-  return encloseBelow(root, html, newEnclosure(*root.m_common, kRelated, log));
-}
-
 Result<void> Message::attach(std::string_view name, std::string_view bytes, const AttachOptions& options) {
   const Result<GivenFile> file = checkFile(name, bytes, options);
   if (!file) return file.error();
@@ -253,45 +191,72 @@ Result<void> Message::attachMessage(const Message& message) {
   return attachTo(*m_state, {.name = {}, .type = std::string(kMessageType)}, bytes);
 }
 
-Result<std::string> Message::addInline(std::string_view name, std::string_view bytes,
-                                       const AttachOptions& options) {
-  const Result<GivenFile> file = checkFile(name, bytes, options);
-  if (!file) return file.error();
-  if (file->isMessage()) return badValue("a message cannot be shown by HTML", name);
-  LogNull log;
-  DataBuffer data;
-  if (!data.append(bytes)) return noMemory();
-  EmailPtr item = newInlineItem(*m_state->root().m_common, file->name, file->type, data, log);
-  if (!item) return noMemory();
-  std::string id = contentIdOf(*item);
-  if (Result<void> begun = beginContent(*m_state); !begun) return std::move(begun).error();
-  Email2* const html = shownHtml(*m_state);
-  Email2* const related =
-      html ? relatedAround(m_state->root(), *html, log) : relatedForLater(m_state->root(), log);
-  if (!related) return noMemory();
-  related->insertSubPartAtIndex(item.release(), -1);
-  endContent(*m_state);
-  return id;
+namespace {
+
+bool isAmong(const std::vector<int>& rows, int row) { return std::ranges::find(rows, row) != rows.end(); }
+
+/// The parts of which none is inside another one, by their rows.
+std::vector<int> outermost(const std::set<int>& rows, const Outline& outline) {
+  std::vector<int> kept;
+  for (const int row : rows) {
+    int parent = outline.row(row).parent;
+    while (parent >= 0 && !rows.contains(parent)) parent = outline.row(parent).parent;
+    if (parent < 0) kept.push_back(row);
+  }
+  return kept;
 }
+
+/// A signature goes with the multipart/signed that it makes, as does any around a part that is removed.
+bool isDroppedAnyway(const PartRow& row, const Outline& outline) {
+  return isSignature(*row.node) && outline.row(row.parent).node->equalsContentType("multipart/signed");
+}
+
+void removeRows(MessageState& state, const std::vector<int>& rows) {
+  std::vector<Email2*> parts;
+  for (const int id : rows)
+    if (const PartRow& row = state.outline().row(id); !isDroppedAnyway(row, state.outline()))
+      parts.push_back(row.node);
+  dropSignaturesOver(state, rows);
+  if (parts.empty()) return;
+  LogNull log;
+  Email2& root = state.root();
+  if (root.getNumParts() == 0) return emptyRoot(root, log);  // it is the part, or has taken it in
+  NodeSet removed, touched;
+  for (Email2* const part : parts) removed.insert(part);
+  for (const PartRow& row : state.outline().rows)
+    if (removed.contains(row.node)) touched.insert(state.outline().row(row.parent).node);
+  removeNodes(root, removed);
+  tidyEnclosures(root, std::move(touched), log);
+}
+
+Result<void> removeFrom(MessageState& state, const std::vector<int>& rows) {
+  if (rows.empty()) return {};
+  if (Result<void> begun = beginContent(state); !begun) return begun;
+  removeRows(state, rows);
+  endContent(state);
+  return {};
+}
+
+}  // namespace
 
 Result<void> Message::removeAttachment(const Part& attachment) {
   const int row = attachment.number();
   const Displayed& displayed = m_state->displayed();
-  const auto isAmong = [row](const std::vector<int>& rows) {
-    return std::ranges::find(rows, row) != rows.end();
-  };
   const bool isOwn = &MessageState::of(attachment) == m_state.get();
-  if (!isOwn || !(isAmong(displayed.attachments) || isAmong(displayed.inlineItems)))
+  if (!isOwn || !(isAmong(displayed.attachments, row) || isAmong(displayed.inlineItems, row)))
     return Error{ErrorCode::notFound, "not an attachment of this message", std::to_string(row)};
-  if (Result<void> begun = beginContent(*m_state); !begun) return begun;
-  Email2* const leaf = m_state->outline().row(row).node;
-  dropSignaturesOver(*m_state, {row});
-  const Outline& outline = m_state->outline();
-  const Email2* const part = &afterDropping(m_state->root(), *leaf);
-  const auto found = std::ranges::find(outline.rows, part, &PartRow::node);
-  if (found != outline.rows.end()) removePart(m_state->root(), outline, *found);
-  endContent(*m_state);
-  return {};
+  return removeFrom(*m_state, {row});
+}
+
+Result<void> Message::removeParts(std::span<const Part> parts) {
+  std::set<int> rows;
+  for (const Part& part : parts) {
+    if (&MessageState::of(part) != m_state.get())
+      return Error{ErrorCode::notFound, "not a part of this message", std::to_string(part.number())};
+    if (part.number() == 0) return badValue("the message itself cannot be removed", "1");
+    rows.insert(part.number());
+  }
+  return removeFrom(*m_state, outermost(rows, m_state->outline()));
 }
 
 }  // namespace mailtree

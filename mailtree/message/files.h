@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "mailtree/email/Email2.h"
+#include "mailtree/message/Message.h"
 
 namespace mailtree {
 
@@ -26,12 +27,18 @@ bool attachFileTo(Email2& root, const std::string& name, const std::string& type
 /// @param name  of a file; may be empty.
 bool attachMessageTo(Email2& root, const std::string& name, DataBuffer& bytes, LogBase& log);
 
-/// A part for the HTML to show, with a Content-ID of its own; null when memory ran out.
-EmailPtr newInlineItem(_svEmailCommon& common, const std::string& name, const std::string& type,
-                       const DataBuffer& bytes, LogBase& log);
-/// Sends a text file unchanged in base64, labelled utf-8 only if it is valid non-ASCII utf-8.
-void keepBytesOf(Email2& item, LogBase& log);
-/// The multipart/related around the HTML, or a new one; null when memory ran out.
-Email2* relatedAround(Email2& root, Email2& html, LogBase& log);
+/// A file as it is attached.
+struct GivenFile {
+  std::string name, type;
+  int codePage = 0;  ///< Of a text file; 0: not labelled.
+
+  bool isMessage() const;
+};
+
+/// Finds out the name, type and charset of a file, or what is wrong with what is said of it.
+Result<GivenFile> checkFile(std::string_view path, std::string_view bytes, const AttachOptions& options);
+
+/// Whether it can be a Content-ID, without angle brackets, that HTML refers to.
+bool isContentId(std::string_view id);
 
 }  // namespace mailtree

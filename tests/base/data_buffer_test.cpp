@@ -121,7 +121,7 @@ TEST(DataBuffer, reads_utf16_little_endian) {
 
 class DataBufferFile : public FolderTest {};
 
-TEST_F(DataBufferFile, is_loaded_whole_whatever_its_size) {
+TEST_F(DataBufferFile, of_any_size_is_loaded_whole) {
   for (const std::size_t size : {0U, 1U, 31U, 65536U, 1000003U}) {
     std::string bytes(size, '\0');
     for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i * 7);

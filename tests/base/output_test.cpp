@@ -170,7 +170,7 @@ TEST_F(FileOutputTest, writes_straight_to_what_is_no_regular_file) {
   EXPECT_TRUE(save("/dev/null", "x"));
 }
 
-TEST_F(FileOutputTest, does_not_replace_the_file_behind_an_open_stream) {
+TEST_F(FileOutputTest, does_not_replace_the_file_of_an_open_stream) {
   const FilePtr open(std::fopen(path("log").c_str(), "w"));
   ASSERT_TRUE(open);
   std::fputs("before ", open.get());

@@ -108,7 +108,7 @@ TEST(Utf, a_character_torn_apart_by_ascii_is_not_valid_however_long_the_run) {
       }
 }
 
-TEST(Utf, ascii_is_told_wherever_the_one_other_byte_stands) {
+TEST(Utf, ascii_is_told_wherever_the_one_other_byte_is) {
   for (std::size_t size = 0; size < 200; ++size) {
     std::string text(size, '\x7F');
     ASSERT_TRUE(isAscii(text)) << size;

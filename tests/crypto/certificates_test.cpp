@@ -57,7 +57,7 @@ TEST(Certificate, names_subject_and_issuer_in_utf8) {
   EXPECT_TRUE(identity("root.pem")->isSelfIssued());
 }
 
-TEST(Certificate, is_for_an_address_whatever_the_case_of_its_domain) {
+TEST(Certificate, is_for_an_address_in_any_case_of_its_domain) {
   const std::vector<std::tuple<const char*, std::string, bool>> rows = {
       {"alice.pem", "alice@Example.COM", true},
       {"alice.pem", "Alice@example.com", false},
@@ -92,7 +92,7 @@ TEST(Certificate, is_read_whole_or_not_at_all) {
   EXPECT_EQ(whole->fingerprint(), identity("formats/certificate.der")->fingerprint());
 }
 
-TEST(Certificate, passes_over_an_address_that_hides_something_behind_a_control_character) {
+TEST(Certificate, passes_over_an_address_that_hides_something_after_a_control_character) {
   LogNull log;
   for (const char hidden : {'\0', '\n', '\r'}) {
     std::string der(identity("alice.pem")->der().view());

@@ -244,7 +244,7 @@ TEST(Recipients, nothing_added_is_nothing_written) {
   EXPECT_EQ(node->getNumHeaderFields(), 0);
 }
 
-TEST(Recipients, field_says_what_the_list_says_whatever_happened_before) {
+TEST(Recipients, field_says_what_the_list_says_after_any_change) {
   const std::function<void(Email2&)> changes[] = {
       [](Email2&) {},
       [](Email2& e) { e.m_toAddrs.at<_svEmailAddress>(0)->m_name.setFromUtf8("K\xC3\xB6nig"); },

@@ -196,7 +196,7 @@ TEST(Attachments, nth_part_of_a_type_goes_level_by_level) {
       ... | 0 | image/png | | /1 of 1           ... | 1 | IMAGE/PNG | | /2 of 2
       ... | 2 | image/* | | /0/1 of 3           ... | -1 | image/png | | none of 3
       ... | 1 | image/* | attached | /0/1 of 2  ... | 0 | image/* | all but inline | /2 of 1
-      # A node with children never matches, and a lone part is found whatever it is.
+      # A node with children never matches, and a lone part of any type is found.
       ... | 0 | multipart/related | | none of 0     mixed(mixed,pdf) | 0 | multipart/* | | /0 of 1
       png:attachment | 0 | image/* | attached | / of 1
       png:attachment | 1 | image/* | | none of 0    png:attachment | 0 | text/* | | none of 0)");

@@ -212,7 +212,7 @@ std::string received(const std::string& message) {
   return out.append(": ").append(part.m_body.view());
 }
 
-TEST(BodyCharset, of_received_text_is_found_out_and_the_text_mended) {
+TEST(BodyCharset, of_received_text_is_detected_and_the_text_repaired) {
   // C2 and C3 are Cyrillic letters too. Without a byte order mark only markup tells utf-16.
   for (const auto& [fields, body, result] : rowsOf<3>(R"(
      | \xD0\x9F\xD1\x80\xD0\xB8 | 65001: При ||  | caf\xE9 au lait | 28591, no charset declared: café au lait
@@ -292,7 +292,7 @@ TEST(BodyCharset, of_a_text_outside_it_becomes_utf8_and_no_part_promises_7bit_an
                                   testing::Not(HasSubstr("charset=iso-8859-1"))));
 }
 
-TEST(BodyCharset, label_says_what_is_stored_whatever_the_part_is_called) {
+TEST(BodyCharset, label_says_what_is_stored_under_any_name) {
   // A text with a file name keeps its charset as long as that carries it, and becomes a body in an enclosure.
   const std::string patch =
       "text/plain; charset=iso-8859-1\nContent-Disposition: inline; filename=a\n\ncaf\xE9";

@@ -90,7 +90,7 @@ TEST(Headers, null_value_removes_on_set_and_does_nothing_on_add) {
   }
 }
 
-TEST(Headers, removal_takes_every_field_and_the_member_behind_it_but_deliberately_no_bcc_or_date) {
+TEST(Headers, removal_takes_every_field_and_its_member_but_deliberately_no_bcc_or_date) {
   LogNull log;
   log.m_options.setString("UseBccHeader");
   std::size_t i = 0;  // of its member

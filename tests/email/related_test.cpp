@@ -24,7 +24,7 @@ TEST(RelatedItems, are_placed_beside_the_html_body) {
   }
 }
 
-TEST(RelatedItems, are_numbered_behind_the_html_body) {
+TEST(RelatedItems, are_numbered_after_the_html_body) {
   for (const auto& [tree, expected] : rowsOf<2>(R"(
     related(html,png,zip) | 2 /1 /2 none                                || related(plain,png,zip) | 3 /0 /1 /2
     mixed(alternative(plain,related(html,png)),zip) | 1 /0/1/1 none none || related | 0 none none none
@@ -50,7 +50,7 @@ TEST(RelatedItems, take_header_fields) {
   EXPECT_EQ(said(log), "Failed to find related sub-part.|");
 }
 
-TEST(RelatedItems, are_dropped_by_numbers_that_deliberately_skip_the_first_subpart_whatever_it_is) {
+TEST(RelatedItems, are_dropped_by_numbers_that_deliberately_skip_the_first_subpart_of_any_type) {
   for (const auto& [before, index, after] : rowsOf<3>(R"(
     related(html,png,zip) | 0 | related(html,zip) || mixed(related(png,zip,p7s)) | 1 | mixed(related(png,zip))
     related(png,zip) | 1 | related(png,zip)       || related(png,zip) | -1 | related(png,zip)

@@ -62,7 +62,7 @@ TEST(Reply, and_forward_set_the_header_for_the_caller_to_complete) {
   }
 }
 
-TEST(Reply, head_stands_once_in_every_text_and_nowhere_else) {
+TEST(Reply, head_is_once_in_every_text_and_nowhere_else) {
   // The tree, and where a Plain or HTML reply header is. A single part without a type is plain text, the
   // bytes of a multipart without parts are kept, and no appointment is broken.
   for (const auto& [before, after] : rowsOf<2>(R"(

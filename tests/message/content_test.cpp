@@ -121,6 +121,57 @@ TEST(Content, FilesAreReadBackAsTheyWereGiven) {
   EXPECT_EQ(reread(mail).attachments().size(), 1U);
 }
 
+TEST(Content, FilesOfAPageAreReferredToByNameByIdOrByLocation) {
+  Message mail = Message::compose({.html = "<img src='cid:a.png'><img src='cid:own@x'>"}).value();
+  const std::string id = mail.addInline("a.png", "A").value();
+  EXPECT_EQ(mail.addInline("b.png", "B", {.contentId = "own@x"}).value(), "own@x");
+  EXPECT_EQ(mail.addInline("own@x", "C", {.location = "img/c.png"}).value(), "");
+  const Message read = reread(mail);
+  EXPECT_EQ(read.html(), "<img src='cid:" + id + "'><img src='cid:own@x'>")
+      << "only names without a part change";
+  EXPECT_EQ(read.parts().back().location(), "img/c.png");
+  EXPECT_EQ(read.inlineItems().size(), 2U);
+  for (const InlineOptions& wrong : {InlineOptions{.contentId = "<a>"}, InlineOptions{.location = "a\nb"},
+                                     InlineOptions{.contentId = "a@x", .location = "a"}})
+    EXPECT_EQ(mail.addInline("d.png", "D", wrong).error().code, ErrorCode::badValue);
+}
+
+TEST(Content, PartsAreRemovedTogetherWithAllThatIsInThem) {
+  const struct {
+    const char* before;
+    std::vector<const char*> removed;
+    const char* after;
+  } rows[] = {
+      {"mixed(plain,png,pdf)", {"1.2", "1.3"}, "plain"},
+      {"mixed(plain,mixed(png,png),pdf)", {"1.2", "1.2.1"}, "mixed(plain,pdf)"},
+      {"mixed(signed(mixed(plain,png),p7s),pdf)", {"1.1.1.2"}, "mixed(plain,pdf)"},
+      {"signed(plain,p7s)", {"1.2"}, "plain"},
+      {"alternative(plain,related(html,png))", {"1.2"}, "plain"},
+  };
+  for (const auto& row : rows) {
+    Message mail = messageOf(row.before);
+    std::vector<Part> parts;
+    for (const char* const id : row.removed) parts.push_back(mail.part(id).value());
+    ASSERT_TRUE(mail.removeParts(parts)) << row.before;
+    EXPECT_EQ(printTree(reread(mail).email2()), row.after) << row.before;
+    EXPECT_EQ(mail.removeParts({{mail.root()}}).error().code, ErrorCode::badValue);
+  }
+}
+
+TEST(Content, TheCharsetAskedForIsUsedWhereTheTextFits) {
+  const struct {
+    const char *charset, *text, *label;
+  } rows[] = {{"koi8-r", "Привет", "koi8-r"}, {"koi8-r", "Gruß", "utf-8"}, {"koi8-r", "plain", "us-ascii"}};
+  for (const auto& row : rows) {
+    Message mail;
+    ASSERT_TRUE(mail.setCharset(row.charset));
+    ASSERT_TRUE(mail.setText(row.text));
+    EXPECT_EQ(reread(mail).root().charset(), row.label) << row.text;
+  }
+  for (const char* const wrong : {"", "nope", "utf-16", "utf-7"})
+    EXPECT_EQ(Message().setCharset(wrong).error().code, ErrorCode::badValue) << wrong;
+}
+
 TEST(Content, ANewMessageHasTheTextThatWasGivenForItsPage) {
   EXPECT_EQ(Message::compose({.text = "a\n", .html = "<p>b"})->text(), "a\n");
   EXPECT_EQ(Message::compose({.html = "<p>b"})->text(), "b\n");

@@ -2,12 +2,14 @@
 
 #include <functional>
 
+#include "mailtree/email/Email2.h"
 #include "mailtree/mailtree.h"
 #include "tests/support/identities.h"
 
 namespace mailtree {
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -69,6 +71,11 @@ TEST(SecureMessage, keeps_a_signature_until_the_content_changes) {
   ASSERT_TRUE(mail.addHeader("X-Seen", "yes"));
   EXPECT_EQ(signedPart(*mail.toString()), signedPart(*sender.toString()));
   EXPECT_THAT(*mail.toString(), HasSubstr("X-Seen: yes"));
+  LogNull quiet;
+  Message changed = *mail.clone();
+  ASSERT_TRUE(changed.beginTreeChange());
+  changed.email2().setHeaderField("X-Tree", "yes", quiet);
+  EXPECT_THAT(*changed.toString(), AllOf(HasSubstr("X-Tree: yes"), Not(HasSubstr("multipart/signed"))));
   ASSERT_TRUE(mail.setText("Another boat"));
   EXPECT_FALSE(mail.security().isSigned());
   EXPECT_THAT(*mail.toString(), Not(HasSubstr("multipart/signed")));

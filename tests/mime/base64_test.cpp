@@ -93,7 +93,7 @@ TEST(Base64, vector_and_portable_paths_agree_on_damaged_text) {
   }
 }
 
-TEST(Base64, every_byte_value_is_a_digit_or_skipped_wherever_it_stands) {
+TEST(Base64, every_byte_value_is_a_digit_or_skipped_at_any_place) {
   const std::string digits(76, 'A');
   for (const std::string& text : {digits + "AAAA", repeat(digits + "\r\n", 6), repeat(digits + "\n", 6)}) {
     for (std::size_t at = 0; at < std::min<std::size_t>(text.size(), 4 * 78); ++at) {

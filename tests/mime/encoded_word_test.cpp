@@ -91,7 +91,7 @@ TEST(EncodedWord, long_text_becomes_words_of_at_most_75_that_cut_no_character) {
 }
 
 TEST(Folding, lines_break_before_white_space_only) {
-  // "A" stands for thirty letters.
+  // "A" means thirty letters.
   const Row rows[] = {{"To: A\tA\tA", "To: A\tA\r\n\tA"},
                       {"To: A A    A", "To: A A\r\n    A"},
                       {"x: A; name=\"A A\"", "x: A;\r\n name=\"A A\""},
@@ -109,7 +109,7 @@ TEST(Folding, lines_break_before_white_space_only) {
   for (const auto& [line, folded] : rows) EXPECT_EQ(foldHeaderLine(widened(line)), widened(folded)) << line;
 }
 
-TEST(Folding, no_line_is_longer_than_998_whatever_comes) {
+TEST(Folding, no_line_is_longer_than_998_for_any_text) {
   for (const std::string& row :
        {"X: " + repeat("a", 5000), "X: " + repeat("é", 2500), "X: a" + repeat(" ", 5000) + "b",
         "X: \"" + repeat("\\\" ", 2000), repeat("n", 3000) + ": v",

@@ -157,7 +157,7 @@ TEST(MimeHeader, loading_text_reports_charset_and_content_type) {
 
 // Reading and changing
 
-TEST(MimeHeader, the_first_of_a_name_is_read_whatever_its_case) {
+TEST(MimeHeader, the_first_of_a_name_is_read_in_any_case) {
   const MimeHeader header = loaded("Subject: =?utf-8?Q?a?=\r\n =?utf-8?Q?b?=\r\nSUBJECT: second\r\n");
   StringBuffer out("left over");
   EXPECT_EQ(value(header, "sUBJECT"), "ab");

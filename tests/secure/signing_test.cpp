@@ -62,7 +62,7 @@ TEST_F(Sealing, detached_signature_covers_the_message_as_it_would_be_written) {
   EXPECT_THAT(written, HasSubstr("name=\"smime.p7s\""));
 }
 
-TEST_F(Sealing, whatever_is_signed_verifies_when_it_comes_back) {
+TEST_F(Sealing, anything_signed_verifies_when_it_comes_back) {
   for (const std::string& body :
        {std::string(), std::string("x"), std::string("one\ntwo\n"), std::string("one  \r\n \r\ntwo\t\r\n"),
         std::string("one\r\ntwo"), std::string("one\r\n\r\n\r\n"), std::string(".\r\n..\r\n.x"),

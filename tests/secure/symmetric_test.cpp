@@ -45,7 +45,7 @@ TEST_F(Symmetric, bodies_and_encodings_come_back_and_the_mark_goes) {
   }
 }
 
-TEST_F(Symmetric, ciphertext_is_written_as_it_stands_whatever_the_charset) {
+TEST_F(Symmetric, ciphertext_is_written_as_it_is_in_any_charset) {
   for (const int codePage : {28591, 1200, 50220, 65000}) {
     const EmailPtr mail = buildTree("html[body=<p>x</p>]");
     mail->use_codepage(codePage);
