@@ -15,6 +15,8 @@
 namespace mailtree {
 namespace {
 
+EVP_PKEY* newEcKey(const char* curve) { return EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", curve); }
+
 using Key = Handle<EVP_PKEY, EVP_PKEY_free>;
 using X509Handle = Handle<X509, X509_free>;
 
@@ -63,7 +65,7 @@ std::vector<Signer> makeSigners(int count, const char* curve, bool chained) {
   std::vector<Signer> signers;
   signers.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i)
-    signers.push_back(makeSigner(i, Key(EVP_EC_gen(curve)), chained && i > 0 ? &signers.back() : nullptr));
+    signers.push_back(makeSigner(i, Key(newEcKey(curve)), chained && i > 0 ? &signers.back() : nullptr));
   return signers;
 }
 
@@ -144,8 +146,8 @@ TEST(Pkcs7Signers, a_way_of_more_than_ten_authorities_is_none) {
 
 TEST(Pkcs7Signers, weak_keys_and_digests_are_named_up_to_the_anchor) {
   const Signer root = makeSigner(0, Key(EVP_RSA_gen(1024)), nullptr, EVP_md5());
-  const Signer upper = makeSigner(1, Key(EVP_EC_gen("P-192")), &root, EVP_md5());
-  const Signer lower = makeSigner(2, Key(EVP_EC_gen("P-256")), &upper, EVP_sha1());
+  const Signer upper = makeSigner(1, Key(newEcKey("P-192")), &root, EVP_md5());
+  const Signer lower = makeSigner(2, Key(newEcKey("P-256")), &upper, EVP_sha1());
   const std::vector<RefPtr<Certificate>> all = {certificateOf(root), certificateOf(upper),
                                                 certificateOf(lower)};
   using Named = std::vector<std::string>;

@@ -89,10 +89,10 @@ TEST(Reply, head_is_once_in_every_text_and_nowhere_else) {
     if (contains(said(log), "This email has no plain-text or HTML body...|")) found += " none";
     for (const bool isHtml : {false, true})
       if (contains(said(log), isHtml ? "Prepending to HTML body|" : "Prepending to plain-text body|"))
-        walkTree(*mail, [&](Email2& node) {
+        walkTree(*mail, [&, row = before](Email2& node) {
           if (!node.m_body.view().starts_with(isHtml ? kHtmlHead : kPlainHead)) return Walk::descend;
           found += (isHtml ? " H" : " P") + pathOf(*mail, &node);
-          EXPECT_EQ(node.m_body.view().find("-----Original", 15), node.m_body.view().npos) << before;
+          EXPECT_EQ(node.m_body.view().find("-----Original", 15), node.m_body.view().npos) << row;
           return Walk::descend;
         });
     EXPECT_EQ(found, after);
