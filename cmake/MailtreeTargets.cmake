@@ -14,10 +14,10 @@ function(mailtree_settings target)
   endif()
 endfunction()
 
-# Sanitizer builds are slow, so they precompile common headers. Other builds do not, and thus verify that every file includes what it
-# needs.
+# Common headers are compiled once in sanitizer builds, which are slow, and where asked for. Other builds verify that every file
+# includes what it needs.
 function(mailtree_read_once target)
-  if(MAILTREE_SANITIZE)
+  if(MAILTREE_SANITIZE OR MAILTREE_PRECOMPILE)
     target_precompile_headers(${target} PRIVATE ${ARGN})
   endif()
 endfunction()
