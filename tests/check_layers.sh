@@ -11,6 +11,7 @@ order='^mailtree/base/
 ^mailtree/mime/header/
 ^mailtree/mime/html/
 ^mailtree/mime/
+^mailtree/store/
 ^mailtree/email/
 ^mailtree/secure/
 ^mailtree/message/
@@ -23,7 +24,7 @@ order='^mailtree/base/
 ^cli/writing/
 ^cli/merging/
 ^cli/'
-apart='^mailtree/mime/.* mailtree/crypto/|^mailtree/mime/html/.* mailtree/mime/(address|header)/'  # neither needs the other
+apart='^mailtree/(mime|store)/.* mailtree/crypto/|^mailtree/(email|secure)/.* mailtree/store/|^mailtree/mime/html/.* mailtree/mime/(address|header)/'  # neither needs the other
 includes=$(grep -rEo --include='*.h' --include='*.cpp' '^ *# *include *["<](mailtree|cli)/[^">]+' mailtree cli | sed -E 's/: *# *include *["<]/ /')
 bad=0
 awk -v order="$order" '
@@ -36,4 +37,5 @@ grep -E "$apart" <<<"$includes" && { echo "the includes above are forbidden"; ba
 grep -rnE '<(openssl/|unicode/|zlib\.h)' --include='*.h' mailtree && { echo "the headers above include OpenSSL, ICU or zlib"; bad=1; }
 grep -rlE '<unicode/' --include='*.cpp' mailtree | grep -v '^mailtree/mime/charset/' && { echo "ICU outside mime/charset/"; bad=1; }
 grep -rlE '<openssl/' --include='*.cpp' mailtree | grep -v '^mailtree/crypto/' && { echo "OpenSSL outside crypto/"; bad=1; }
+grep -rlE '<archive' --include='*.h' --include='*.cpp' mailtree | grep -v '^mailtree/store/archive.cpp' && { echo "libarchive outside store/archive.cpp"; bad=1; }
 exit $bad

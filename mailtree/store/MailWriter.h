@@ -1,0 +1,56 @@
+// store/MailWriter.h - where messages go: mbox, Maildir, folder of files, a stream.
+//
+//   Whole      A message is there whole or not at all: files get their names when their bytes are on disk,
+//   and
+//              an append that fails is cut off again.
+//   Batches    add() may keep messages back; flush() writes them and waits until they are on disk. What was
+//              added after the last flush() may be missing when the writer is destroyed.
+//   Others     Any number of programs may write to the same place. An mbox is locked (fcntl, then a .lock
+//   file)
+//              while a batch is appended to it, and not in between.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "mailtree/base/Result.h"
+
+namespace mailtree {
+
+/// What a store keeps besides the bytes.
+struct Delivery {
+  std::string_view sender{};                       ///< Mbox: of the separator.
+  std::optional<std::chrono::sys_seconds> date{};  ///< Mbox: of the separator; absent for now.
+  std::optional<std::string_view> flags{};         ///< Maildir: absent for a new message.
+};
+
+class MailWriter {
+ public:
+  MailWriter() = default;
+  MailWriter(const MailWriter&) = delete;
+  MailWriter& operator=(const MailWriter&) = delete;
+  virtual ~MailWriter() = default;
+
+  virtual Result<void> add(std::string_view message, const Delivery& delivery = {}) = 0;
+  virtual Result<void> flush() = 0;
+};
+
+using MailWriterPtr = std::unique_ptr<MailWriter>;
+
+struct MboxWriterOptions {
+  std::chrono::milliseconds lockWait{30'000};  ///< How long to wait for other programs.
+};
+
+/// Appends to an mbox (mboxrd), which is created when absent.
+Result<MailWriterPtr> openMboxWriter(const std::string& path, const MboxWriterOptions& options = {});
+/// Writes the same to a descriptor, which is borrowed and not locked, such as standard output.
+Result<MailWriterPtr> openMboxStream(int descriptor, const std::string& name);
+/// Delivers to a Maildir, which is created when absent.
+Result<MailWriterPtr> openMaildirWriter(const std::string& path);
+/// Writes files 000001.eml and so on; counts on from those in the folder, which is created when absent.
+Result<MailWriterPtr> openFolderWriter(const std::string& path);
+
+}  // namespace mailtree
