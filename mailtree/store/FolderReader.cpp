@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
+#include <system_error>
 
 #include "mailtree/base/Ascii.h"
 #include "mailtree/store/maildir.h"
@@ -50,6 +52,13 @@ std::string joined(const std::string& folder, std::string_view name) {
 FolderReader::FolderReader(std::string root) { m_folder.path = std::move(root); }
 
 Result<void> FolderReader::begin() {
+  // A cur or new may be opened by itself.
+  const std::filesystem::path path =
+      std::filesystem::path(m_folder.path + "/.").lexically_normal().parent_path();
+  const bool hasPartName = path.filename() == "cur" || path.filename() == "new";
+  std::error_code ignored;
+  m_folder.isMaildirPart = hasPartName && std::filesystem::is_directory(path.parent_path() / "tmp", ignored);
+  if (m_folder.isMaildirPart) m_folder.path = path.string(), m_folder.kind = Kind::maildir;
   Result<void> listed = list(std::move(m_folder));
   m_kind = m_folder.kind;
   return listed;

@@ -8,8 +8,9 @@
 namespace mailtree {
 namespace {
 
-/// Without its blank: an "m" at the end of what is searched for is rarer than a blank, and costs less.
-constexpr std::string_view kNewLineFrom = "\nFrom";
+/// What is searched for finds separators and quoted lines at once. Without the blank after it, because an "m"
+/// at its end is rarer than a blank.
+constexpr std::string_view kFrom = "From";
 /// A longer message of a file is read again when its end is known, so a hole of 5 GB takes no memory.
 constexpr std::uint64_t kHeldBytes = std::uint64_t{4} << 20;
 /// A length beyond these is not followed: the header must be found, and a stream has to be kept so far.
@@ -114,6 +115,7 @@ Result<MboxReader::Lengths> MboxReader::findContent(std::uint64_t begin, const S
     Result<Lengths> content = contentByLength(begin);
     if (!content || content->next > 0) return content;
   }
+  m_hasQuoted = false;
   const Result<std::uint64_t> end = findSeparator(begin - 1, m_at);
   if (!end) return end.error();
   return Lengths{.begin = begin, .end = *end, .next = *end};
@@ -129,16 +131,20 @@ std::uint64_t MboxReader::keepFrom(std::uint64_t message, std::uint64_t searched
 /// The next separator after the line end at `from`, or the end.
 Result<std::uint64_t> MboxReader::findSeparator(std::uint64_t from, std::uint64_t message) {
   for (;;) {
-    const std::size_t found = findSubstring(m_window.text(from), kNewLineFrom);
+    const std::string_view text = m_window.text(from);  // begins with the byte before what is searched
+    const std::size_t found = findSubstring(text, kFrom, 1);
     if (found != std::string_view::npos) {
-      from += found + 1;
+      const char before = text[found - 1];
+      m_hasQuoted = m_hasQuoted || before == '>';
+      from += found;
+      if (before != '\n') continue;
       const Result<bool> isSeparator = isSeparatorAt(from, keepFrom(message, from - 1));
       if (!isSeparator) return isSeparator.error();
       if (*isSeparator) return from;
       continue;
     }
     if (m_window.isAtEnd()) return m_window.end();
-    from = std::max(from, m_window.end() - std::min(m_window.end(), kNewLineFrom.size() - 1));
+    from = std::max(from, m_window.end() - std::min<std::uint64_t>(m_window.end(), kFrom.size()));
     const std::uint64_t keep = keepFrom(message, from);
     if (keep != message) {
       m_window.skipHole();
@@ -225,7 +231,7 @@ Result<void> MboxReader::copyBytes(const Lengths& content, SourceMessage& messag
 Result<void> MboxReader::copy(const Lengths& content, const Separator& separator, SourceMessage& message) {
   if (Result<void> done = copyBytes(content, message); !done || content.isExact || message.error) return done;
   message.bytes.resize(sizeWithoutEmptyLine(message.bytes));
-  unquoteLines(message.bytes);
+  if (m_hasQuoted) unquoteLines(message.bytes);
   if (separator.addsLineEnd && message.bytes.ends_with('\n')) message.bytes.pop_back();
   return {};
 }

@@ -69,6 +69,7 @@ class MboxReader final : public SourceReader {
   std::uint64_t m_number = 0;                    ///< Of the last message.
   bool m_isCounting = true;
   bool m_usesLengths = false;
+  bool m_hasQuoted = false;  ///< There may be quoted lines in the message that was found last.
 };
 
 }  // namespace mailtree

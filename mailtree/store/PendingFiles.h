@@ -33,8 +33,9 @@ class PendingFiles {
       File& file = m_files[m_done];
       for (int error; (error = rename(file)) != 0;) {
         if (error != EEXIST) return failed(file, error);
-        file.name = newName();
-        if (file.name.empty()) return failed(file, error);
+        std::string name = newName();
+        if (name.empty()) return failed(file, error);
+        file.name = std::move(name);
       }
     }
     return finish();

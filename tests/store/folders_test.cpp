@@ -31,6 +31,12 @@ TEST_F(Folders, MaildirHasFlagsAndSubfoldersAndNoUnfinishedMessages) {
             (Strings{"|1:2,|", "|2:2,RS|RS", "|3;2,F|F", "|4|none", "Sent/2026|6:2,S|S", "Drafts|8|none"}));
 }
 
+TEST_F(Folders, PartOfAMaildirIsReadByItself) {
+  for (const char* name : {"m/cur/1:2,S", "m/tmp/5", "other/cur/1"}) save(name, "A: 1\n");
+  EXPECT_EQ(shown("m/cur/", MailSource::Kind::maildir), Strings{"|1:2,S|S"});
+  EXPECT_EQ(shown("other/cur", MailSource::Kind::mh), Strings{"|1|none"});
+}
+
 TEST_F(Folders, MhIsReadInTheOrderOfItsNumbers) {
   for (const char* name : {"10", "9", "100", ",8", ".mh_sequences", "inbox/1", "inbox/x.txt"})
     save("mh/"s + name, "A: 1\n");
