@@ -2,6 +2,7 @@
 // without it too.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "mailtree/email/Email2.h"
+#include "mailtree/message/MessageStream.h"
 #include "tests/support/places.h"
 
 namespace mailtree {
@@ -69,6 +71,78 @@ TEST(Threads, may_share_one_settings_object_by_reference) {
     });
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(common->refCount(), 1);
+}
+
+/// Numbered messages of all lengths; every tenth is a file, a few of them large, and every 111th is missing.
+class NumberedMessages {
+ public:
+  NumberedMessages() : m_folder(std::filesystem::temp_directory_path() / "mailtree_stream_test") {
+    std::filesystem::create_directory(m_folder);
+    for (std::size_t i = 10; i <= kCount; i += 10)
+      std::ofstream(pathOf(i)) << textOf(i, i % 500 ? 10 : (i % 1000 + 1) * 3000);
+  }
+  NumberedMessages(const NumberedMessages&) = delete;
+  NumberedMessages& operator=(const NumberedMessages&) = delete;
+  ~NumberedMessages() { std::filesystem::remove_all(m_folder); }
+
+  static constexpr std::size_t kCount = 5000;
+
+  MessageFeed feed() const {
+    return [this, i = std::size_t{0}](SourceMessage& message) mutable {
+      if (++i > kCount) return false;
+      message = {};
+      message.path = i % 111 ? pathOf(i) : "missing";
+      message.hasBytes = i % 111 && i % 10;
+      if (message.hasBytes) message.bytes = textOf(i, i * 7919 % 30'000);
+      return true;
+    };
+  }
+
+ private:
+  std::string pathOf(std::size_t i) const { return (m_folder / std::to_string(i)).string(); }
+  static std::string textOf(std::size_t i, std::size_t size) {
+    return std::to_string(i) + ' ' + std::string(size, 'x');
+  }
+
+  std::filesystem::path m_folder;
+};
+
+TEST(Threads, get_messages_and_give_results_in_order) {
+  const NumberedMessages messages;
+  constexpr struct {
+    unsigned threads;
+    std::size_t budget;
+  } kRows[] = {{1, 1 << 24}, {2, 1 << 24}, {3, 1}, {8, 1 << 20}};
+  const auto number = [](SourceMessage& message) {
+    return message.error ? std::size_t{0} : std::stoul(message.bytes);
+  };
+  for (const auto& [threads, budget] : kRows) {
+    SCOPED_TRACE(threads);
+    std::size_t count = 0, wrong = 0;
+    const auto take = [&](SourceMessage&, std::size_t got) {
+      ++count;
+      wrong += got != (count % 111 ? count : 0);
+      return true;
+    };
+    EXPECT_EQ(streamMessages(messages.feed(), number, take, {.threads = threads, .budget = budget}),
+              StreamEnd::whole);
+    EXPECT_EQ(count, NumberedMessages::kCount);
+    EXPECT_EQ(wrong, 0U);
+
+    count = 0;
+    const auto takeSome = [&](SourceMessage&, std::size_t) { return ++count < 1000; };
+    EXPECT_EQ(streamMessages(messages.feed(), number, takeSome, {.threads = threads}), StreamEnd::stopped);
+    EXPECT_EQ(count, 1000U);
+
+    std::atomic<bool> cancel = false;
+    const auto cancelLater = [&](SourceMessage&, std::size_t) {
+      if (++count == 2000) cancel = true;
+      return true;
+    };
+    EXPECT_EQ(streamMessages(messages.feed(), number, cancelLater, {.threads = threads, .cancel = &cancel}),
+              StreamEnd::cancelled);
+    EXPECT_LT(count, 2100U);
+  }
 }
 
 }  // namespace
