@@ -23,6 +23,7 @@ enum class ErrorCode {
   automatic,     ///< No program may answer this message.
   cryptography,  ///< Signing or encrypting failed.
   noMemory,      ///< Memory ran out.
+  tooLarge,      ///< A message is longer than it may be, and was not read.
 };
 
 struct Error {

@@ -53,6 +53,21 @@ class DescriptorStream final : public ByteStream {
   std::size_t m_given = 0;
 };
 
+/// Bytes in memory.
+class TextStream final : public ByteStream {
+ public:
+  explicit TextStream(std::string text) noexcept : m_text(std::move(text)) {}
+  Result<std::size_t> read(char* out, std::size_t size) override {
+    const std::size_t given = m_text.copy(out, size, m_given);
+    m_given += given;
+    return given;
+  }
+
+ private:
+  std::string m_text;
+  std::size_t m_given = 0;
+};
+
 /// A regular file, as long as it was when it was opened.
 class FileReader {
  public:

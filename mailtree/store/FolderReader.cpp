@@ -17,12 +17,6 @@ bool isMessageNumber(std::string_view name) noexcept {
   return !name.empty() && std::ranges::all_of(name, isDigitAscii);
 }
 
-bool isMessageFile(std::string_view name) noexcept {
-  constexpr std::array<std::string_view, 4> kExtensions = {".eml", ".eml.gz", ".eml.zst", ".eml.bz2"};
-  const auto isEnd = [name](std::string_view extension) { return endsWithNoCase(name, extension); };
-  return !name.starts_with('.') && std::ranges::any_of(kExtensions, isEnd);
-}
-
 bool has(const std::vector<std::string>& sorted, std::string_view name) {
   return std::ranges::binary_search(sorted, name, std::less<>());
 }
@@ -48,6 +42,12 @@ std::string joined(const std::string& folder, std::string_view name) {
 }
 
 }  // namespace
+
+bool isMessageFile(std::string_view name) noexcept {
+  constexpr std::array<std::string_view, 4> kExtensions = {".eml", ".eml.gz", ".eml.zst", ".eml.bz2"};
+  const auto isEnd = [name](std::string_view extension) { return endsWithNoCase(name, extension); };
+  return !name.starts_with('.') && std::ranges::any_of(kExtensions, isEnd);
+}
 
 FolderReader::FolderReader(std::string root) { m_folder.path = std::move(root); }
 

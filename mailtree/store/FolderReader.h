@@ -2,12 +2,16 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "mailtree/store/SourceReader.h"
 #include "mailtree/store/folder_entries.h"
 
 namespace mailtree {
+
+/// Whether a file in a folder that is no mailbox is a message by its name.
+bool isMessageFile(std::string_view name) noexcept;
 
 /// Gives names in a fixed order: folder by folder, each sorted. A folder is listed when its turn comes.
 class FolderReader final : public SourceReader {

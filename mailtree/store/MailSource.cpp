@@ -13,6 +13,7 @@
 #include "mailtree/store/MboxReader.h"
 #include "mailtree/store/archive.h"
 #include "mailtree/store/guard.h"
+#include "mailtree/store/header_end.h"
 #include "mailtree/store/maildir.h"
 
 namespace mailtree {
@@ -25,6 +26,10 @@ constexpr std::uint64_t kLargestLimit = std::uint64_t{1} << 48;
 
 Error hostError(ErrorCode code, const char* what, std::string_view path, int error) {
   return {code, std::string(what) + ": " + std::generic_category().message(error), std::string(path)};
+}
+
+std::string hasOnly(std::uint64_t count) {
+  return "has only " + std::to_string(count) + (count == 1 ? " message" : " messages");
 }
 
 SourceOptions checked(SourceOptions options) noexcept {
@@ -45,19 +50,40 @@ Result<ReaderPtr> openFile(std::shared_ptr<FileReader> file, const SourceOptions
   return begun(std::make_unique<MboxReader>(std::move(file), options));
 }
 
-Result<ReaderPtr> openStream(Descriptor input, const std::string& path, const SourceOptions& options) {
-  std::string magic(kMagicBytes, '\0');
-  std::size_t size = 0;
-  DescriptorStream peek(Descriptor(::fcntl(input.get(), F_DUPFD_CLOEXEC, 0)), path, {});
-  while (size < magic.size()) {
-    const Result<std::size_t> got = peek.read(magic.data() + size, magic.size() - size);
+/// Whether the bytes cannot begin a file that is one message.
+bool beginsMailbox(std::string_view bytes) noexcept {
+  bytes.remove_prefix(std::min(bytes.find_first_not_of("\r\n"), bytes.size()));
+  return bytes.starts_with("From ");
+}
+
+/// The first bytes of a file or stream, which tell what it is; with headersOnly all of a message's header.
+Result<std::string> readStart(const Descriptor& input, const std::string& path,
+                              const SourceOptions& options) {
+  constexpr std::size_t kHeaderChunk = std::size_t{16} << 10;
+  DescriptorStream stream(Descriptor(::fcntl(input.get(), F_DUPFD_CLOEXEC, 0)), path, {});
+  std::string start;
+  HeaderEnd header;
+  for (;;) {
+    const bool isKnown =
+        start.size() >= kMagicBytes && (!options.headersOnly || beginsArchive(start) || beginsMailbox(start));
+    if (isKnown || (options.headersOnly && header.isIn(start))) return start;
+    const std::size_t before = start.size();
+    start.resize(options.headersOnly ? before + kHeaderChunk : kMagicBytes);
+    const Result<std::size_t> got = stream.read(start.data() + before, start.size() - before);
     if (!got) return got.error();
-    if (*got == 0) break;
-    size += *got;
+    start.resize(before + *got);
+    if (*got == 0) return start;
   }
-  magic.resize(size);
-  const bool isArchive = beginsArchive(magic);
-  auto stream = std::make_unique<DescriptorStream>(std::move(input), path, std::move(magic));
+}
+
+bool isHeaderOfMessage(std::string_view start, const SourceOptions& options) noexcept {
+  return options.headersOnly && !beginsArchive(start) && !beginsMailbox(start);
+}
+
+Result<ReaderPtr> openStream(Descriptor input, const std::string& path, std::string start,
+                             const SourceOptions& options) {
+  const bool isArchive = beginsArchive(start);
+  auto stream = std::make_unique<DescriptorStream>(std::move(input), path, std::move(start));
   if (isArchive) return openArchive(std::move(stream), path, options);
   return begun(std::make_unique<MboxReader>(std::move(stream), path, options));
 }
@@ -70,7 +96,16 @@ bool canSeek(const Descriptor& input, const struct stat& what) noexcept {
 Result<ReaderPtr> openDescriptor(Descriptor input, const std::string& path, const SourceOptions& options) {
   struct stat what {};
   if (::fstat(input.get(), &what) != 0) return unreadable(path, errno);
-  if (!canSeek(input, what)) return openStream(std::move(input), path, options);
+  const bool isFile = canSeek(input, what);
+  std::string start;
+  if (!isFile || options.headersOnly) {
+    Result<std::string> read = readStart(input, path, options);
+    if (!read) return std::move(read).error();
+    start = *std::move(read);
+  }
+  if (isHeaderOfMessage(start, options))
+    return begun(std::make_unique<MboxReader>(std::make_unique<TextStream>(std::move(start)), path, options));
+  if (!isFile) return openStream(std::move(input), path, std::move(start), options);
   const auto size = static_cast<std::uint64_t>(what.st_size);
   return openFile(std::make_shared<FileReader>(std::move(input), path, size), options);
 }
@@ -106,6 +141,14 @@ Result<void> readFile(SourceMessage& message, const SourceOptions& options) {
   struct stat what {};
   if (::fstat(file->get(), &what) != 0) return unreadable(message.path, errno);
   if (!S_ISREG(what.st_mode)) return Error{ErrorCode::unreadable, "is not a regular file", message.path};
+  if (options.headersOnly) {
+    Result<std::string> start = readStart(*file, message.path, options);
+    if (!start) return std::move(start).error();
+    if (isHeaderOfMessage(*start, options)) {
+      message.bytes = *std::move(start);
+      return {};
+    }
+  }
   const auto size = static_cast<std::uint64_t>(what.st_size);
   if (size > options.largest) return tooLarge(message.path, size);
   auto reader = std::make_shared<FileReader>(*std::move(file), message.path, size);
@@ -130,12 +173,18 @@ void clearMessage(SourceMessage& message) noexcept {
   message.entry.clear();
   message.number = message.offset = message.length = 0;
   message.folder.clear();
-  message.isInMaildir = message.hasBytes = false;
+  message.isInMaildir = message.sharesFile = message.hasBytes = false;
   message.flags.reset();
   message.sender.clear();
   message.date.reset();
   message.bytes.clear();
   message.error.reset();
+}
+
+std::string nameOf(const SourceMessage& message) {
+  if (!message.sharesFile) return message.path;
+  const bool isCounted = message.number > 0;
+  return message.path + (isCounted ? '#' : '@') + std::to_string(isCounted ? message.number : message.offset);
 }
 
 Error unreadable(std::string_view path, int error) {
@@ -147,7 +196,7 @@ Error unwritable(std::string_view path, int error) {
 }
 
 Error tooLarge(std::string_view path, std::uint64_t size) {
-  return {ErrorCode::unreadable, "the message is too large: " + std::to_string(size) + " bytes",
+  return {ErrorCode::tooLarge, "the message is too large: " + std::to_string(size) + " bytes",
           std::string(path)};
 }
 
@@ -173,6 +222,7 @@ bool MailSource::next(SourceMessage& message) {
     for (; m_turn != m_part; m_turn = (m_turn + 1) % m_parts)
       if (Result<bool> passed = m_reader->pass(); !passed || !*passed) return passed;
     m_turn = (m_turn + 1) % m_parts;
+    ++m_passed;
     return m_reader->next(message);
   });
   if (!given) m_error = given.error();
@@ -181,11 +231,11 @@ bool MailSource::next(SourceMessage& message) {
 
 Result<void> MailSource::seekNumber(std::uint64_t number) {
   return guarded<void>([&]() -> Result<void> {
-    for (std::uint64_t passed = 1; passed < number; ++passed) {
+    if (number <= m_passed) return Error{ErrorCode::badValue, "that message was passed", {}};
+    for (; m_passed + 1 < number; ++m_passed) {
       const Result<bool> isThere = m_reader->pass();
       if (!isThere) return isThere.error();
-      if (!*isThere)
-        return Error{ErrorCode::notFound, "has only " + std::to_string(passed - 1) + " messages", {}};
+      if (!*isThere) return Error{ErrorCode::notFound, hasOnly(m_passed), {}};
     }
     return {};
   });

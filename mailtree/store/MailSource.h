@@ -33,6 +33,7 @@ struct SourceMessage {
   std::uint64_t number = 0;  ///< From 1 in its source; 0 after a start in the middle of an mbox.
   std::uint64_t offset = 0;  ///< In an mbox: where its separator line begins.
   std::uint64_t length = 0;  ///< In an mbox: from there to the next separator or the end.
+  bool sharesFile = false;   ///< Its file is a mailbox or an archive; the number or offset tells which it is.
   std::string folder;        ///< Below the folder that was opened, such as "Archive/2026"; empty at its top.
   bool isInMaildir = false;  ///< Its file may be renamed at any time; readMessage() follows it.
   std::optional<std::string> flags;  ///< Maildir: its letters, "RS"; absent for a message in new/.
@@ -43,9 +44,15 @@ struct SourceMessage {
   std::optional<Error> error;  ///< Why there is nothing to read here.
 };
 
+/// The name of a message among all: "box.mbox#12", or "box.mbox@4096" where it has no number; the path of a
+/// message that is a file.
+std::string nameOf(const SourceMessage& message);
+
 struct SourceOptions {
   std::uint64_t largest = 0x7FFFFFFF;         ///< A longer message is named and not read.
   std::size_t window = std::size_t{1} << 18;  ///< Bytes read at once.
+  /// A file or stream that is one message is read as far as its header goes. Messages of a mailbox are whole.
+  bool headersOnly = false;
 };
 
 class MailSource {
@@ -66,7 +73,8 @@ class MailSource {
   /// Why next() returned false before the end; null otherwise.
   const Error* error() const noexcept;
 
-  /// The next message will be this one, counted from 1. Those before it are passed without being copied.
+  /// The next message will be this one, counted from 1. Those before it are passed without being copied. It
+  /// must not have been given or passed yet; not after seekOffset() or takePart().
   Result<void> seekNumber(std::uint64_t number);
   /// The next message of an mbox will be the one whose separator line is there.
   Result<void> seekOffset(std::uint64_t offset);
@@ -81,6 +89,7 @@ class MailSource {
 
   std::unique_ptr<SourceReader> m_reader;
   std::optional<Error> m_error;
+  std::uint64_t m_passed = 0;                         ///< Messages that were given or passed.
   std::uint64_t m_part = 0, m_parts = 1, m_turn = 0;  ///< Of messages dealt out in turn.
 };
 

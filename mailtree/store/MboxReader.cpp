@@ -67,6 +67,7 @@ Result<bool> MboxReader::advance(SourceMessage* message) {
   if (!separator) return Error{ErrorCode::unreadable, "was changed while it was read", m_path};
   if (message) {  // now, because the text moves
     message->path = m_path;
+    message->sharesFile = true;
     message->number = m_isCounting ? m_number + 1 : 0;
     message->offset = m_at;
     message->sender = separator->sender;

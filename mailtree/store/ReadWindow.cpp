@@ -6,7 +6,10 @@
 namespace mailtree {
 
 ReadWindow::ReadWindow(std::shared_ptr<FileReader> file, std::size_t chunk)
-    : m_file(std::move(file)), m_chunk(std::max<std::size_t>(chunk, 1)), m_isAtEnd(m_file->size() == 0) {}
+    : m_file(std::move(file)),
+      m_chunk(static_cast<std::size_t>(
+          std::clamp<std::uint64_t>(m_file->size(), 1, std::max<std::size_t>(chunk, 1)))),
+      m_isAtEnd(m_file->size() == 0) {}
 
 ReadWindow::ReadWindow(std::unique_ptr<ByteStream> stream, std::size_t chunk)
     : m_stream(std::move(stream)), m_chunk(std::max<std::size_t>(chunk, 1)) {}

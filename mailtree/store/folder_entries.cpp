@@ -31,8 +31,9 @@ EntryType typeOf(DIR* folder, const dirent& entry) noexcept {
   struct stat what {};
   if (::fstatat(::dirfd(folder), entry.d_name, &what, AT_SYMLINK_NOFOLLOW) != 0) return EntryType::other;
   if (!S_ISLNK(what.st_mode)) return typeOfMode(what.st_mode);
+  // One that leads nowhere is an error when it is read.
   const bool leads = ::fstatat(::dirfd(folder), entry.d_name, &what, 0) == 0;
-  return leads && S_ISREG(what.st_mode) ? EntryType::file : EntryType::other;
+  return !leads || S_ISREG(what.st_mode) ? EntryType::file : EntryType::other;
 }
 
 }  // namespace

@@ -48,8 +48,10 @@ TEST_F(Folders, TreesGiveTheirMessageFiles) {
        {"b.eml", "a.EML", ".x.eml", "1", "n.txt", "sub/deep/c.eml", ".git/d.eml", "in/cur/1:2,S"})
     save("t/"s + name, "A: 1\n");
   std::filesystem::create_symlink(path("t/b.eml"), path("t/z.eml"));
+  std::filesystem::create_symlink("nowhere", path("t/y.eml"));
   EXPECT_EQ(shown("t", MailSource::Kind::folder),
-            (Strings{"|a.EML|none", "|b.eml|none", "|z.eml|none", "in|1:2,S|S", "sub/deep|c.eml|none"}));
+            (Strings{"|a.EML|none", "|b.eml|none", "! cannot be read: No such file or directory",
+                     "|z.eml|none", "in|1:2,S|S", "sub/deep|c.eml|none"}));
   std::filesystem::create_directory(path("empty"));
   EXPECT_EQ(bodiesIn(path("empty")), Strings());
   EXPECT_EQ(bodiesIn(path("none")), Strings{"! cannot be read: No such file or directory"});

@@ -79,13 +79,17 @@ TEST_F(Mbox, TellsWhereMessagesAre) {
   EXPECT_EQ(message.sender, "a@b.c");
   EXPECT_EQ(message.date->time_since_epoch().count(), 1795249800);
   EXPECT_EQ(std::tuple(message.number, message.offset, message.length), std::tuple(2u, 45u, 41u));
+  EXPECT_EQ(nameOf(message), file + "#2");
   EXPECT_TRUE(source->seekOffset(45) && source->next(message));
+  EXPECT_EQ(nameOf(message), file + "@45");
   EXPECT_EQ(message.bytes, "A: 2\n");
   for (const std::uint64_t offset : {1, 36, 44, 46, 1000})
     EXPECT_EQ(source->seekOffset(offset).error().code, ErrorCode::notFound) << offset;
   source = MailSource::open(file);
-  EXPECT_TRUE(source->seekNumber(2) && source->next(message));
+  EXPECT_TRUE(source->seekNumber(1) && source->next(message) && source->seekNumber(2) &&
+              source->next(message));
   EXPECT_EQ(message.bytes, "A: 2\n");
+  EXPECT_EQ(source->seekNumber(2).error().code, ErrorCode::badValue);
   source = MailSource::open(file);
   EXPECT_EQ(source->seekNumber(4).error().message, "has only 2 messages");
 }

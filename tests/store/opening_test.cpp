@@ -48,6 +48,16 @@ TEST_F(Opening, ReadsStandardInput) {
   EXPECT_EQ(piped(""), Strings());
 }
 
+TEST_F(Opening, ReadsNoFurtherThanTheHeaderWhenToldSo) {
+  const std::string text = "A: 1\r\n\r\n", file = save("f/1.eml", text + std::string(100'000, 'x'));
+  for (const std::string& path : {file, this->path("f")}) {
+    const Strings given = bodiesIn(path, {.headersOnly = true});
+    ASSERT_EQ(given.size(), 1u);
+    EXPECT_LT(given[0].size(), 20'000u) << path;
+  }
+  EXPECT_EQ(bodiesIn(save("mbox", kMbox), {.headersOnly = true}), (Strings{"A: 1\n", "A: 2\n"}));
+}
+
 TEST_F(Opening, TellsWhatItFound) {
   const std::pair<std::string, MailSource::Kind> rows[] = {
       {"", MailSource::Kind::mbox},

@@ -48,13 +48,14 @@ Strings rest(MailSource& source, Show show, const SourceOptions& options = {}) {
   return shown;
 }
 
-inline Strings bodies(MailSource& source) {
-  return rest(source, [](const SourceMessage& message) { return message.bytes; });
+inline Strings bodies(MailSource& source, const SourceOptions& options = {}) {
+  return rest(
+      source, [](const SourceMessage& message) { return message.bytes; }, options);
 }
 
 inline Strings bodiesIn(const std::string& path, const SourceOptions& options = {}) {
   Result<MailSource> source = MailSource::open(path, options);
-  return source ? bodies(*source) : Strings{"! " + source.error().message};
+  return source ? bodies(*source, options) : Strings{"! " + source.error().message};
 }
 
 }  // namespace mailtree
