@@ -15,6 +15,8 @@ namespace mailtree::cli {
 using Action = std::function<Exit()>;
 
 void addShow(CLI::App& app, Action& action);
+void addList(CLI::App& app, Action& action);
+void addFind(CLI::App& app, Action& action);
 void addWrite(CLI::App& app, Action& action);
 void addHeaders(CLI::App& app, Action& action);
 void addBody(CLI::App& app, Action& action);

@@ -20,7 +20,7 @@ namespace {
 
 constexpr const char* kFooter =
     "Exit status: 0 success, 1 negative answer, 2 wrong usage, 3 a file cannot be read or written, "
-    "4 a limit was exceeded (the result is still written).\n\n"
+    "4 a limit was exceeded (the result is still written), 130 interrupted.\n\n"
     "\"mailtree help VERB\" describes a verb, with an example.";
 
 /// Keeps an opened file from getting the number of a standard stream that the caller closed, because
@@ -73,6 +73,8 @@ Exit run(int argc, char** argv) {
   Action action;
   addShow(app, action);
   addTree(app, action);
+  addList(app, action);
+  addFind(app, action);
   addHeaders(app, action);
   addBody(app, action);
   addAttachments(app, action);

@@ -100,7 +100,7 @@ Exit countRows(CsvTable& table, const Letter& letter, std::uint64_t& rows) {
 
 /// Reports an error if the table has changed since it was checked.
 Exit writeMessages(CsvTable& table, const Letter& letter, std::uint64_t messages, MergeTarget& target) {
-  ProgressBar bar(table.size());
+  ProgressBar bar(table.size(), "rows");
   Exit result = Exit::fine;
   CsvRow row;
   for (std::uint64_t done = 0; done < messages; ++done) {

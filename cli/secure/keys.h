@@ -13,6 +13,10 @@ namespace mailtree::cli {
 struct KeyOptions {
   std::vector<std::string> certs, keys, pkcs12, folders, trust, revoked;
   PasswordOptions passwords;
+
+  bool isAny() const {
+    return !(certs.empty() && keys.empty() && pkcs12.empty() && folders.empty() && trust.empty());
+  }
 };
 
 /// Adds --cert and --certs.

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstdio>
 
+#include "cli/support/terminal.h"
+
 namespace mailtree::cli {
 namespace {
 
@@ -29,34 +31,40 @@ std::string durationText(std::uint64_t seconds) {
 
 }  // namespace
 
-std::string progressLine(std::uint64_t rows, std::uint64_t bytesDone, std::uint64_t bytesInAll,
-                         double seconds) {
-  const double done = bytesInAll ? static_cast<double>(bytesDone) / static_cast<double>(bytesInAll) : 1.0;
+std::string progressLine(const char* things, std::uint64_t count, std::uint64_t bytesDone,
+                         std::uint64_t bytesInAll, double seconds) {
+  const double done = bytesInAll ? static_cast<double>(bytesDone) / static_cast<double>(bytesInAll) : 0.0;
   const double part = std::clamp(done, 0.0, 1.0);
-  const auto cells = static_cast<std::size_t>(part * kCells);
-  char percent[16];
-  std::snprintf(percent, sizeof percent, "] %3u %%  ", static_cast<unsigned>(part * 100));
-  std::string line = "[" + std::string(cells, '#') + std::string(kCells - cells, '.') + percent +
-                     std::to_string(rows) + " rows";
-  if (seconds <= 0 || part <= 0) return line;
-  line += "  " + std::to_string(static_cast<std::uint64_t>(static_cast<double>(rows) / seconds)) + "/s  ";
-  return line + durationText(static_cast<std::uint64_t>(std::ceil(seconds / part * (1 - part)))) + " left";
+  std::string line;
+  if (bytesInAll > 0) {
+    const auto cells = static_cast<std::size_t>(part * kCells);
+    char percent[16];
+    std::snprintf(percent, sizeof percent, "] %3u %%  ", static_cast<unsigned>(part * 100));
+    line = "[" + std::string(cells, '#') + std::string(kCells - cells, '.') + percent;
+  }
+  line += std::to_string(count) + " " + things + "  " + humanSize(bytesDone);
+  if (seconds <= 0) return line;
+  line += "  " + std::to_string(static_cast<std::uint64_t>(static_cast<double>(count) / seconds)) + "/s";
+  if (part <= 0) return line;
+  return line + "  " + durationText(static_cast<std::uint64_t>(std::ceil(seconds / part * (1 - part)))) +
+         " left";
 }
 
-ProgressBar::ProgressBar(std::uint64_t bytesInAll)
+ProgressBar::ProgressBar(std::uint64_t bytesInAll, const char* things, bool isHidden)
     : m_bytesInAll(bytesInAll),
-      m_isTerminal(::isatty(STDERR_FILENO) == 1),
+      m_things(things),
+      m_isShown(!isHidden && ::isatty(STDERR_FILENO) == 1),
       m_begin(Clock::now()),
-      m_next(m_begin) {}
+      m_next(m_begin + kInterval) {}
 
-void ProgressBar::show(std::uint64_t rows, std::uint64_t bytesDone) {
-  if (!m_isTerminal) return;
+void ProgressBar::show(std::uint64_t count, std::uint64_t bytesDone) {
+  if (!m_isShown) return;
   const Clock::time_point now = Clock::now();
   if (now < m_next) return;
   m_next = now + kInterval;
   isLineDrawn = true;
   const double seconds = std::chrono::duration<double>(now - m_begin).count();
-  std::fprintf(stderr, "\r%s\x1b[K", progressLine(rows, bytesDone, m_bytesInAll, seconds).c_str());
+  std::fprintf(stderr, "\r%s\x1b[K", progressLine(m_things, count, bytesDone, m_bytesInAll, seconds).c_str());
 }
 
 void clearProgressLine() {

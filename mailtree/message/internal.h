@@ -92,6 +92,13 @@ Error noMemory();
 std::vector<Header> headersOf(const MimeHeader& fields);
 /// The first field of that name.
 std::optional<std::string> headerOf(const MimeHeader& fields, std::string_view name);
+// What Message says under the same names.
+std::string subjectIn(const MimeHeader& fields);
+std::optional<Date> sentDateIn(const MimeHeader& fields);
+std::string messageIdIn(const MimeHeader& fields);
+std::string inReplyToIn(const MimeHeader& fields);
+std::vector<std::string> referencesIn(const MimeHeader& fields);
+std::string listIdIn(const MimeHeader& fields);
 /// The entries of all fields of that name.
 std::vector<Address> addressesOf(const Email2& root, std::string_view field);
 /// A list as in an address field, separated by commas.

@@ -44,6 +44,39 @@ std::optional<std::string> headerOf(const MimeHeader& fields, std::string_view n
   return field < 0 ? std::nullopt : std::optional(fields.decodedValue(field));
 }
 
+std::string subjectIn(const MimeHeader& fields) {
+  return headerOf(fields, "Subject").value_or(std::string());
+}
+
+std::optional<Date> sentDateIn(const MimeHeader& fields) {
+  std::string scratch;
+  const std::optional<std::string_view> text = receivedDateText(fields, scratch);
+  if (!text) return std::nullopt;
+  const Result<Date> date = Date::parse(*text);
+  return date ? std::optional(*date) : std::nullopt;
+}
+
+std::string messageIdIn(const MimeHeader& fields) {
+  return firstIdIn(headerOf(fields, "Message-ID").value_or(std::string()));
+}
+
+std::string inReplyToIn(const MimeHeader& fields) {
+  const std::vector<std::string> ids = idsIn(headerOf(fields, "In-Reply-To").value_or(std::string()));
+  return ids.empty() ? std::string() : ids.front();
+}
+
+std::vector<std::string> referencesIn(const MimeHeader& fields) {
+  return idsIn(headerOf(fields, "References").value_or(std::string()));
+}
+
+std::string listIdIn(const MimeHeader& fields) {
+  // The description before the id may be any text.
+  const std::string value = headerOf(fields, "List-ID").value_or(std::string());
+  const std::size_t begin = value.rfind('<');
+  const std::string id = firstIdIn(begin == std::string::npos ? value : value.substr(begin));
+  return id == "<>" ? std::string() : id;
+}
+
 Address Message::from() const {
   const std::optional<_svEmailAddress> sender = senderOf(m_state->root());
   return sender ? valueOf(*sender) : Address();
@@ -64,34 +97,12 @@ std::vector<Address> Message::bcc() const {
   return root.m_header.findField("Bcc") >= 0 ? addressesOf(root, "Bcc") : valuesOf(root.m_bccAddrs);
 }
 
-std::string Message::subject() const { return header("Subject").value_or(std::string()); }
-
-std::optional<Date> Message::date() const {
-  std::string scratch;
-  const std::optional<std::string_view> text = receivedDateText(m_state->root().m_header, scratch);
-  if (!text) return std::nullopt;
-  const Result<Date> date = Date::parse(*text);
-  return date ? std::optional(*date) : std::nullopt;
-}
-
-std::string Message::messageId() const { return firstIdIn(header("Message-ID").value_or(std::string())); }
-
-std::string Message::inReplyTo() const {
-  const std::vector<std::string> ids = idsIn(header("In-Reply-To").value_or(std::string()));
-  return ids.empty() ? std::string() : ids.front();
-}
-
-std::vector<std::string> Message::references() const {
-  return idsIn(header("References").value_or(std::string()));
-}
-
-std::string Message::listId() const {
-  // The description before the id may be any text.
-  const std::string value = header("List-ID").value_or(std::string());
-  const std::size_t begin = value.rfind('<');
-  const std::string id = firstIdIn(begin == std::string::npos ? value : value.substr(begin));
-  return id == "<>" ? std::string() : id;
-}
+std::string Message::subject() const { return subjectIn(m_state->root().m_header); }
+std::optional<Date> Message::date() const { return sentDateIn(m_state->root().m_header); }
+std::string Message::messageId() const { return messageIdIn(m_state->root().m_header); }
+std::string Message::inReplyTo() const { return inReplyToIn(m_state->root().m_header); }
+std::vector<std::string> Message::references() const { return referencesIn(m_state->root().m_header); }
+std::string Message::listId() const { return listIdIn(m_state->root().m_header); }
 
 std::vector<Header> Message::headers() const { return headersOf(m_state->root().m_header); }
 

@@ -74,11 +74,19 @@ TEST(JsonSchema, describes_what_is_printed) {
   constexpr struct {
     const char *definition, *arguments;
     bool hasKeys = false, hasForms = false;
-  } kOutputs[] = {{"show", "show --json", true},         {"show", "show --json --headers --body"},
-                  {"jmap", "show --jmap", true},         {"jmap", "show --jmap --headers", false, true},
-                  {"attachments", "attachments --json"}, {"related", "related --json"},
-                  {"messages", "messages --json"},       {"report", "report --json"},
-                  {"verify", "verify --json", true}};
+  } kOutputs[] = {{"show", "show --json", true},
+                  {"show", "show --json --headers --body"},
+                  {"jmap", "show --jmap", true},
+                  {"jmap", "show --jmap --headers", false, true},
+                  {"attachments", "attachments --json"},
+                  {"related", "related --json"},
+                  {"messages", "messages --json"},
+                  {"report", "report --json"},
+                  {"verify", "verify --json", true},
+                  {"list", "list --json"},
+                  {"list", "list --json --threads"},
+                  {"list", "find --json size:..9G"},
+                  {"summary", "list --json --summary sender --no-progress"}};
   for (const auto& output : kOutputs) {
     std::istringstream lines(shell(begin + "$mailtree " + output.arguments + (output.hasKeys ? keys : "") +
                                    (output.hasForms ? forms : "") + files)

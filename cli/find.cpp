@@ -1,0 +1,172 @@
+// cli/find.cpp - mailtree find: the messages of mailboxes that an expression describes.
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+
+#include "cli/commands.h"
+#include "cli/message/streaming.h"
+#include "cli/secure/keys.h"
+#include "cli/support/arguments.h"
+#include "cli/support/errors.h"
+#include "cli/views/listing.h"
+#include "mailtree/message/Expression.h"
+#include "mailtree/store/MailWriter.h"
+
+namespace mailtree::cli {
+namespace {
+
+struct FindOptions {
+  std::string expression, out;
+  SourceArguments sources;
+  StreamSettings stream;
+  ListSettings list;
+  KeyOptions keys;
+  bool names = false, nulNames = false;
+
+  bool hasNames() const { return names || nulNames; }
+};
+
+/// What is kept of a message that was found.
+struct Found {
+  Listing::Item item;
+  std::string bytes;  ///< To be written.
+};
+
+/// A folder when it is one or ends in "/", else an mbox.
+Result<MailWriterPtr> openOutput(const std::string& path) {
+  std::error_code ignored;
+  if (std::filesystem::is_directory(std::filesystem::path(path) / "cur", ignored))
+    return openMaildirWriter(path);
+  if (path.ends_with('/') || std::filesystem::is_directory(path, ignored)) return openFolderWriter(path);
+  return openMboxWriter(path);
+}
+
+class Finder {
+ public:
+  Finder(const FindOptions& options, const Expression& expression, const Keys& keys)
+      : m_options(options),
+        m_expression(expression),
+        m_keys(keys),
+        m_listing(options.list, hasSeveral(options.sources)) {}
+
+  Exit run() {
+    if (const Exit wrong = m_listing.check(); wrong != Exit::fine) return wrong;
+    if (!m_options.out.empty()) {
+      Result<MailWriterPtr> opened = openOutput(m_options.out);
+      if (!opened) return fail(opened.error());
+      m_out = *std::move(opened);
+    }
+    const auto make = [this, lazy = LazyMessage(&m_keys.all)](SourceMessage& message) mutable {
+      lazy.assign(message);
+      return m_expression.matches(lazy) ? keep(message, lazy) : std::optional<Found>();
+    };
+    StreamSettings settings = m_options.stream;
+    if (m_options.keys.isAny()) settings.jobs = 1;  // keys serve one thread
+    Streaming stream(m_options.sources, settings);
+    const Exit result = stream.run(
+        make,
+        [this](SourceMessage& message, std::optional<Found>& found) {
+          return !found || take(message, *found);
+        },
+        [this] { finish(); });
+    return worse(worse(result, m_result), m_count > 0 ? Exit::fine : Exit::negative);
+  }
+
+ private:
+  std::optional<Found> keep(SourceMessage& message, LazyMessage& lazy) const {
+    Found found;
+    if (m_out)
+      found.bytes = std::move(message.bytes);
+    else if (!m_options.hasNames())
+      found.item = m_listing.itemOf(lazy);
+    return found;
+  }
+
+  bool take(const SourceMessage& message, Found& found) {
+    ++m_count;
+    if (m_options.hasNames()) {
+      std::cout << nameOf(message) << (m_options.nulNames ? '\0' : '\n');
+      return std::cout.good();
+    }
+    if (!m_out) return m_listing.take(found.item);
+    constexpr std::size_t kBatch = std::size_t{4} << 20;
+    const std::optional<std::string_view> flags =
+        message.flags ? std::optional<std::string_view>(*message.flags) : std::nullopt;
+    Result<void> done =
+        m_out->add(found.bytes, {.sender = message.sender, .date = message.date, .flags = flags});
+    m_waiting += found.bytes.size();
+    if (done && m_waiting >= kBatch) {
+      done = m_out->flush();
+      m_waiting = 0;
+    }
+    if (done) return true;
+    m_result = fail(done.error());
+    return false;
+  }
+
+  void finish() {
+    if (!m_out && !m_options.hasNames()) m_listing.finish();
+    if (!m_out) return;
+    if (const Result<void> done = m_out->flush(); !done) m_result = fail(done.error());
+  }
+
+  static Exit fail(const Error& error) {
+    reportError(error.where, error.message);
+    return Exit::unreadable;
+  }
+
+  const FindOptions& m_options;
+  const Expression& m_expression;
+  const Keys& m_keys;
+  Listing m_listing;
+  MailWriterPtr m_out;
+  std::size_t m_waiting = 0, m_count = 0;
+  Exit m_result = Exit::fine;
+};
+
+Exit find(const FindOptions& options) {
+  const Result<Expression> expression = Expression::parse(options.expression);
+  if (!expression) return usageError("find", expression.error().message);
+  Keys keys;
+  if (const Exit failed = readKeys(options.keys, keys); failed != Exit::fine) return failed;
+  return Finder(options, *expression, keys).run();
+}
+
+}  // namespace
+
+void addFind(CLI::App& app, Action& action) {
+  auto options = std::make_shared<FindOptions>();
+  CLI::App* verb =
+      app.add_subcommand("find", "Find messages in mailboxes and folders; status 1 when there are none");
+  addText(*verb, "EXPRESSION", options->expression, "What is looked for, as one argument")->required();
+  addSources(*verb, options->sources);
+  CLI::Option* out =
+      addText(*verb, "--out", options->out,
+              "Write the messages there: to an mbox, which is appended to, a Maildir or a folder (FOLDER/)");
+  CLI::Option* names =
+      verb->add_flag("-l,--names", options->names, "Only the names of the messages, one a line");
+  CLI::Option* nulNames =
+      verb->add_flag("-0,--null", options->nulNames, "The same with a NUL after each, for xargs -0")
+          ->excludes(names);
+  out->excludes(names)->excludes(nulNames);
+  for (CLI::Option* const form : addListOptions(*verb, options->list))
+    form->excludes(out)->excludes(names)->excludes(nulNames);
+  addStreamOptions(*verb, options->stream);
+  addReadingKeyOptions(*verb, options->keys);
+  verb->footer(
+      "Tests: from: to: cc: bcc: subject: body: list: (the text occurs there), header NAME:TEXT, "
+      "date:2026-01..2026-03 (in UTC), size:>1M, type:application/pdf, file:*.xlsx, has:attachment, "
+      "has:calendar, "
+      "is:signed, is:valid, is:encrypted, is:repaired, is:report, is:unread. A word alone is looked for in "
+      "subject "
+      "and text. They are joined by and (or nothing), or, not and brackets. Texts with blanks are quoted. "
+      "Neither letter case nor accents count. Keys serve one thread, so with them there is only one.\n\n"
+      "Example:\n  mailtree find 'from:anna and (size:>1M or has:attachment)' inbox.mbox\n"
+      "  mailtree find 'subject:\"annual report\" date:2026' Maildir archive.mbox.gz\n"
+      "  mailtree find is:signed --out signed.mbox mails\n"
+      "  mailtree find -0 is:unread Maildir | xargs -0 mailtree show");
+  verb->callback([options, &action] { action = [options] { return find(*options); }; });
+}
+
+}  // namespace mailtree::cli

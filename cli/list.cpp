@@ -1,0 +1,50 @@
+// cli/list.cpp - mailtree list: one line for each message of mailboxes, or how many there are of what.
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "cli/commands.h"
+#include "cli/message/streaming.h"
+#include "cli/views/listing.h"
+
+namespace mailtree::cli {
+namespace {
+
+struct ListOptions {
+  SourceArguments sources;
+  StreamSettings stream;
+  ListSettings list;
+};
+
+Exit list(const ListOptions& options) {
+  Listing listing(options.list, hasSeveral(options.sources));
+  if (const Exit wrong = listing.check(); wrong != Exit::fine) return wrong;
+  const auto make = [&listing, lazy = LazyMessage()](SourceMessage& message) mutable {
+    lazy.assign(message);
+    return listing.itemOf(lazy);
+  };
+  Streaming stream(options.sources, options.stream);
+  return stream.run(
+      make, [&](SourceMessage&, Listing::Item& item) { return listing.take(item); },
+      [&] { listing.finish(); });
+}
+
+}  // namespace
+
+void addList(CLI::App& app, Action& action) {
+  auto options = std::make_shared<ListOptions>();
+  CLI::App* verb = app.add_subcommand("list", "List the messages of mailboxes and folders, one line each");
+  addSources(*verb, options->sources);
+  addListOptions(*verb, options->list);
+  addStreamOptions(*verb, options->stream);
+  verb->footer(
+      "A line has the number of the message, its date in UTC, letters, its size, sender and subject. The "
+      "letters: "
+      "U unread (in a Maildir), A attachments, S signed, E encrypted, R repaired while it was read.\n\n"
+      "Example:\n  mailtree list inbox.mbox\n  mailtree list --sort -date Maildir\n"
+      "  mailtree list --threads inbox.mbox archive.mbox.gz\n  mailtree list --summary sender Maildir | "
+      "head\n"
+      "  mailtree list --json --fields file,date,subject mails | jq .subject");
+  verb->callback([options, &action] { action = [options] { return list(*options); }; });
+}
+
+}  // namespace mailtree::cli

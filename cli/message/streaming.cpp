@@ -1,0 +1,100 @@
+#include "cli/message/streaming.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+
+#include "cli/support/arguments.h"
+#include "cli/support/errors.h"
+#include "cli/support/interrupt.h"
+#include "cli/support/terminal.h"
+
+namespace mailtree::cli {
+namespace {
+
+/// The bytes of all sources; 0 when that is not known without reading them.
+std::uint64_t bytesIn(const SourceArguments& arguments) {
+  constexpr std::array<std::string_view, 6> kArchives = {".gz", ".zst", ".bz2", ".zip", ".tar", ".tgz"};
+  if (!arguments.lists.empty() || !arguments.nulLists.empty()) return 0;
+  std::uint64_t sum = 0;
+  for (const std::string& path : arguments.paths) {
+    std::error_code error;
+    const bool isArchive = std::ranges::any_of(kArchives, [&](auto end) { return path.ends_with(end); });
+    if (isArchive || !std::filesystem::is_regular_file(path, error)) return 0;
+    sum += std::filesystem::file_size(path, error);
+    if (error) return 0;
+  }
+  return sum;
+}
+
+}  // namespace
+
+void addStreamOptions(CLI::App& verb, StreamSettings& settings) {
+  wholeNumber(
+      verb.add_option("-j,--jobs", settings.jobs, "Number of threads; as many as there are cores by default"),
+      1, 256);
+  verb.add_flag("--no-progress", settings.hidesProgress, "No progress bar, which a terminal gets otherwise");
+}
+
+bool hasSeveral(const SourceArguments& arguments) {
+  std::error_code ignored;
+  return arguments.paths.size() != 1 || std::filesystem::is_directory(arguments.paths.front(), ignored);
+}
+
+class Streaming::State {
+ public:
+  State(const SourceArguments& arguments, const StreamSettings& settings)
+      : sources(arguments),
+        threads(settings.jobs),
+        bar(bytesIn(arguments), "messages", settings.hidesProgress) {}
+
+  Sources sources;
+  unsigned threads;
+  ProgressBar bar;
+  InterruptGuard interrupt;
+  std::uint64_t messages = 0, unreadable = 0, bytes = 0;
+};
+
+Streaming::Streaming(const SourceArguments& arguments, const StreamSettings& settings)
+    : m_state(std::make_unique<State>(arguments, settings)) {}
+Streaming::~Streaming() = default;
+
+MessageFeed Streaming::feed() {
+  return [this](SourceMessage& message) { return m_state->sources.next(message); };
+}
+
+StreamOptions Streaming::options() const {
+  return {.threads = m_state->threads, .cancel = &m_state->interrupt.flag()};
+}
+
+bool Streaming::isReadable(const SourceMessage& message) {
+  ++m_state->messages;
+  m_state->bytes += message.length;
+  m_state->bar.show(m_state->messages, m_state->bytes);
+  if (!message.error) return true;
+  ++m_state->unreadable;
+  reportError(nameOf(message), problemOf(*message.error));
+  return false;
+}
+
+Exit Streaming::finish(StreamEnd end) {
+  const State& state = *m_state;
+  Exit result = state.unreadable > 0 ? Exit::unreadable : Exit::fine;
+  if (state.unreadable > 0 && state.messages > 1)
+    reportError(std::to_string(state.unreadable) + " of " + std::to_string(state.messages) +
+                " messages could not be read");
+  if (end == StreamEnd::cancelled) {
+    reportError("interrupted after " + std::to_string(state.messages) + " messages");
+    result = Exit::interrupted;
+  }
+  if (end == StreamEnd::noMemory) {
+    reportError("not enough memory");
+    result = worse(result, Exit::unreadable);
+  }
+  return worse(result, finishStandardOutput());
+}
+
+}  // namespace mailtree::cli

@@ -1,0 +1,157 @@
+#include "cli/views/listing.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <iostream>
+
+#include "cli/support/arguments.h"
+#include "cli/support/errors.h"
+#include "cli/support/terminal.h"
+#include "mailtree/base/Ascii.h"
+#include "mailtree/message/times.h"
+#include "mailtree/mime/charset/FoldedText.h"
+
+namespace mailtree::cli {
+namespace {
+
+constexpr std::size_t kSortedText = 48;  ///< Bytes of a text that count when it is sorted.
+
+/// Numbers and times sort as texts of one length.
+std::string numberKey(std::uint64_t number) {
+  std::string digits = std::to_string(number);
+  return std::string(20 - digits.size(), '0') + digits;
+}
+
+std::string textKey(std::string_view text) { return foldedText(text).substr(0, kSortedText); }
+
+constexpr struct {
+  std::string_view name;
+  std::string (*keyOf)(LazyMessage& message);
+} kOrders[] = {
+    {"date", [](LazyMessage& m) { return m.date() ? timeText(m.date()->time) : std::string(); }},
+    {"from",
+     [](LazyMessage& m) {
+       const Address from = m.from();
+       return textKey(from.name.empty() ? from.address : from.name);
+     }},
+    {"subject", [](LazyMessage& m) { return textKey(m.subject()); }},
+    {"size", [](LazyMessage& m) { return numberKey(m.size()); }},
+};
+
+std::vector<std::string> orders() {
+  std::vector<std::string> names;
+  for (const auto& order : kOrders)
+    for (const char* const sign : {"", "-"}) names.push_back(sign + std::string(order.name));
+  return names;
+}
+
+std::vector<std::string> wordsOf(std::string_view list) {
+  std::vector<std::string> words;
+  while (!list.empty()) {
+    const std::size_t comma = std::min(list.find(','), list.size());
+    words.emplace_back(trim(list.substr(0, comma)));
+    list.remove_prefix(std::min(comma + 1, list.size()));
+  }
+  return words;
+}
+
+ListForm formOf(const ListSettings& settings) {
+  if (settings.json) return ListForm::json;
+  if (settings.csv) return ListForm::csv;
+  return settings.fields.empty() ? ListForm::table : ListForm::plain;
+}
+
+}  // namespace
+
+std::vector<CLI::Option*> addListOptions(CLI::App& verb, ListSettings& settings) {
+  CLI::Option* json = verb.add_flag("--json", settings.json, "One JSON object per message, one line each");
+  CLI::Option* csv =
+      verb.add_flag("--csv", settings.csv, "Comma-separated values with a title line")->excludes(json);
+  CLI::Option* fields =
+      addText(verb, "--fields", settings.fields, "Only these, separated by commas: " + listFieldNames());
+  CLI::Option* sort = oneOf(
+      addText(verb, "--sort", settings.sort, "Sort by this; with - the largest or latest first"), orders());
+  CLI::Option* threads =
+      verb.add_flag("--threads", settings.threads, "Conversations together, answers indented")
+          ->excludes(sort)
+          ->excludes(csv);
+  CLI::Option* summary = oneOf(addText(verb, "--summary", settings.summary,
+                                       "Messages and bytes of each sender, domain, month or type"),
+                               Summary::kinds())
+                             ->excludes(sort)
+                             ->excludes(threads)
+                             ->excludes(fields);
+  CLI::Option* count = verb.add_flag("--count", settings.count, "Only the number of messages");
+  for (CLI::Option* const other : {json, csv, fields, sort, threads, summary}) count->excludes(other);
+  return {json, csv, fields, sort, threads, summary, count};
+}
+
+Listing::Listing(const ListSettings& settings, bool hasNames) : m_settings(settings) {
+  m_style.form = formOf(settings);
+  m_style.fields = settings.fields.empty() ? allListFields() : listFieldsNamed(wordsOf(settings.fields));
+  m_style.columns = standardOutputColumns();
+  m_style.hasNames = hasNames;
+  if (!settings.summary.empty()) m_summary.emplace(settings.summary);
+  if (settings.sort.empty()) return;
+  m_order = settings.sort.starts_with('-') ? Order::descending : Order::ascending;
+  m_sortField = settings.sort.substr(m_order == Order::descending ? 1 : 0);
+}
+
+Exit Listing::check() const {
+  const std::vector<std::string> names = wordsOf(m_settings.fields);
+  for (std::size_t i = 0; i < names.size(); ++i)
+    if (!m_style.fields[i]) return usageError("--fields", "there is no field '" + names[i] + "'");
+  return Exit::fine;
+}
+
+Listing::Item Listing::itemOf(LazyMessage& message) const {
+  Item item;
+  item.bytes = message.size();
+  if (m_settings.count) return item;
+  if (m_summary) {
+    item.key = m_summary->groupOf(message);
+    return item;
+  }
+  item.line = lineOf(message, m_style);
+  if (m_settings.threads) {
+    const std::optional<Date> date = message.date();
+    item.entry = {message.messageId(), message.inReplyTo(), message.references(), message.subject(),
+                  date ? std::optional(date->time) : std::nullopt};
+  }
+  for (const auto& order : kOrders)
+    if (m_order != Order::given && equalsNoCase(order.name, m_sortField)) item.key = order.keyOf(message);
+  return item;
+}
+
+bool Listing::take(Item& item) {
+  ++m_count;
+  if (m_settings.count) return true;
+  if (m_summary) {
+    m_summary->add(item.key, item.bytes);
+  } else if (item.entry) {
+    m_threads.add(*item.entry);
+    m_lines.push_back(std::move(item.line));
+  } else if (m_order != Order::given) {
+    m_sorted.push_back({std::move(item.key), std::move(item.line)});
+  } else {
+    if (!m_hasTitle) std::cout << titleOf(m_style);
+    m_hasTitle = true;
+    std::cout << textOf(item.line, m_style);
+  }
+  return std::cout.good();
+}
+
+void Listing::finish() {
+  if (m_settings.count) std::cout << m_count << '\n';
+  if (m_summary) m_summary->write(std::cout, m_style);
+  if (!m_hasTitle && !m_settings.count && !m_summary) std::cout << titleOf(m_style);
+  for (const Threads::Row& row : m_threads.rows())
+    std::cout << textOf(m_lines[row.message], m_style, row.thread, row.depth);
+  const auto isBefore = [this](const Sorted& a, const Sorted& b) {
+    return m_order == Order::descending ? b.key < a.key : a.key < b.key;
+  };
+  std::ranges::stable_sort(m_sorted, isBefore);
+  for (const Sorted& sorted : m_sorted) std::cout << textOf(sorted.line, m_style);
+}
+
+}  // namespace mailtree::cli

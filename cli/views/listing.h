@@ -1,0 +1,72 @@
+// cli/views/listing.h - what list prints, and find for what it finds: lines in the order of the messages,
+// sorted, in threads, or counted.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cli/support/exit_codes.h"
+#include "cli/views/list_view.h"
+#include "cli/views/summary_view.h"
+#include "mailtree/message/Threads.h"
+
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
+
+namespace mailtree::cli {
+
+struct ListSettings {
+  bool json = false, csv = false, threads = false, count = false;
+  std::string fields, sort, summary;
+};
+
+/// Adds --json, --csv, --fields, --sort, --threads, --count and --summary. Returns those that choose a form.
+std::vector<CLI::Option*> addListOptions(CLI::App& verb, ListSettings& settings);
+
+class Listing {
+ public:
+  /// What is kept of a message until it is its turn; made on any thread.
+  struct Item {
+    ListLine line;
+    std::string key;  ///< To sort by, or the group of a summary.
+    std::size_t bytes = 0;
+    std::optional<Threads::Entry> entry{};
+  };
+
+  /// @param hasNames  several sources are listed, so numbers say too little.
+  Listing(const ListSettings& settings, bool hasNames);
+
+  /// A wrong option, which was reported; else fine.
+  Exit check() const;
+  Item itemOf(LazyMessage& message) const;
+  /// False when standard output takes no more.
+  bool take(Item& item);
+  /// Prints what had to wait for the last message.
+  void finish();
+
+ private:
+  /// 0, or the order to sort in.
+  enum class Order { given, ascending, descending };
+  struct Sorted {
+    std::string key;
+    ListLine line;
+  };
+
+  const ListSettings& m_settings;
+  ListStyle m_style;
+  std::string m_sortField;
+  Order m_order = Order::given;
+  std::optional<Summary> m_summary;
+  std::vector<Sorted> m_sorted;
+  std::vector<ListLine> m_lines;  ///< Of threads.
+  Threads m_threads;
+  std::size_t m_count = 0;
+  bool m_hasTitle = false;
+};
+
+}  // namespace mailtree::cli
