@@ -226,6 +226,7 @@ class Stream {
     StreamBatch* const added = neverThrow(static_cast<StreamBatch*>(nullptr), [&] {
       const std::size_t all = m_batches.size() + m_spare.size() + 2;  // one may be in hand
       if (m_spare.capacity() < all) m_spare.reserve(2 * all);
+      if (m_spare.empty()) m_spare.push_back(m_work.newBatch());
       StreamBatch* const batch = m_batches.insert(where, std::move(m_spare.back()))->get();
       m_spare.pop_back();
       batch->state = State::reading;
