@@ -7,6 +7,7 @@
 #include "cli/support/json_values.h"
 #include "cli/support/terminal.h"
 #include "mailtree/base/Ascii.h"
+#include "mailtree/message/field_forms.h"
 #include "mailtree/message/times.h"
 
 namespace mailtree::cli {
@@ -24,6 +25,21 @@ Value orNothing(const std::optional<T>& value) {
 }
 
 Value orNothing(Address address) { return address == Address() ? Value() : Value(std::move(address)); }
+
+Value fieldOf(LazyMessage& message, std::string_view name) {
+  const MimeHeader& fields = message.header();
+  const int field = fields.findField(name);
+  return field < 0 ? Value() : Value(fields.decodedValue(field));
+}
+
+/// In angle brackets, as in message_id.
+Value idsOf(LazyMessage& message, std::string_view name) {
+  const MimeHeader& fields = message.header();
+  const int field = fields.findField(name);
+  std::vector<std::string> ids = field < 0 ? std::vector<std::string>() : idsIn(fields.decodedValue(field));
+  for (std::string& id : ids) id.insert(0, "<").append(">");
+  return Value(std::move(ids));
+}
 
 template <class T>
 Value orNothing(T number) {
@@ -46,11 +62,11 @@ constexpr ListField kFields[] = {
     {"from", [](LazyMessage& m) { return orNothing(m.from()); }},
     {"to", [](LazyMessage& m) { return Value(m.addresses("To")); }},
     {"cc", [](LazyMessage& m) { return Value(m.addresses("Cc")); }},
-    {"subject", [](LazyMessage& m) { return orNothing(m.subject()); }},
+    {"subject", [](LazyMessage& m) { return fieldOf(m, "Subject"); }},
     {"size", [](LazyMessage& m) { return Value(std::uint64_t{m.size()}); }},
-    {"message_id", [](LazyMessage& m) { return orNothing(m.messageId()); }},
-    {"in_reply_to", [](LazyMessage& m) { return orNothing(m.inReplyTo()); }},
-    {"references", [](LazyMessage& m) { return Value(m.references()); }},
+    {"message_id", [](LazyMessage& m) { return fieldOf(m, "Message-ID"); }},
+    {"in_reply_to", [](LazyMessage& m) { return idsOf(m, "In-Reply-To"); }},
+    {"references", [](LazyMessage& m) { return idsOf(m, "References"); }},
     {"list_id", [](LazyMessage& m) { return orNothing(m.listId()); }},
     {"folder", [](LazyMessage& m) { return orNothing(m.source().folder); }},
     {"flags", [](LazyMessage& m) { return orNothing(m.source().flags); }},
@@ -147,8 +163,9 @@ std::string padding(std::size_t width, std::size_t taken) {
   return std::string(width - std::min(taken, width), ' ');
 }
 
-std::string leftAligned(std::string_view text, std::size_t width) {
-  const std::string_view shown = fitWidth(text, width);
+/// @param isCut  longer text loses its end.
+std::string leftAligned(std::string_view text, std::size_t width, bool isCut = true) {
+  const std::string_view shown = isCut ? fitWidth(text, width) : text;
   return std::string(shown) + padding(width, displayWidth(shown));
 }
 
@@ -177,7 +194,7 @@ ListLine tableLine(LazyMessage& message, const ListStyle& style) {
   line.begin.append(badgesOf(message)).append("  ");
   line.begin.append(rightAligned(humanSize(message.size()), kSize)).append("  ");
   line.begin.append(leftAligned(singleSpaced(from.name.empty() ? from.address : from.name),
-                                style.columns >= kWideTerminal ? 24 : 16));
+                                style.columns >= kWideTerminal ? 24 : 16, /*isCut=*/style.columns > 0));
   line.begin.append("  ");
   line.rest = singleSpaced(message.subject());
   return line;
