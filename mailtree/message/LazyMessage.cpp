@@ -29,12 +29,32 @@ bool mayReadOtherwise(std::string_view header) noexcept {
          header.starts_with(">From ");
 }
 
-/// Whether a Content-Type leaves nothing to find out about a text in ASCII.
-bool isPlainType(std::string_view type) {
-  constexpr std::array<std::string_view, 4> kTypes = {"text/plain", "text/plain; charset=us-ascii",
-                                                      "text/plain; charset=utf-8",
-                                                      "text/plain; charset=\"utf-8\""};
-  return std::ranges::any_of(kTypes, [type](std::string_view plain) { return equalsNoCase(type, plain); });
+/// The charset of a plain text that leaves nothing else to find out, us-ascii where none is given; nothing
+/// for any other type, and for a charset in which ASCII may not be what it looks like.
+std::optional<std::string_view> charsetOfPlainText(std::string_view type) {
+  constexpr std::array<std::string_view, 4> kCharsets = {"us-ascii", "utf-8", "iso-8859-1", "windows-1252"};
+  constexpr std::array<std::string_view, 3> kHarmless = {"format=flowed", "delsp=yes", "delsp=no"};
+  constexpr std::string_view kCharset = "charset=";
+  const auto takeOne = [&type] {
+    const std::size_t end = std::min(type.find(';'), type.size());
+    const std::string_view one = trim(type.substr(0, end));
+    type.remove_prefix(std::min(end + 1, type.size()));
+    return one;
+  };
+  if (!equalsNoCase(takeOne(), "text/plain")) return std::nullopt;
+  std::string_view charset;
+  while (!type.empty()) {
+    std::string_view parameter = takeOne();
+    const auto isSame = [&parameter](std::string_view known) { return equalsNoCase(parameter, known); };
+    if (parameter.empty() || std::ranges::any_of(kHarmless, isSame)) continue;
+    if (!beginsWithNoCase(parameter, kCharset) || !charset.empty()) return std::nullopt;
+    parameter.remove_prefix(kCharset.size());
+    if (parameter.size() > 2 && parameter.starts_with('"') && parameter.ends_with('"'))
+      parameter = parameter.substr(1, parameter.size() - 2);
+    if (std::ranges::none_of(kCharsets, isSame)) return std::nullopt;
+    charset = parameter;
+  }
+  return charset.empty() ? kCharsets.front() : charset;
 }
 
 bool isPlainEncoding(std::string_view encoding) {
@@ -45,10 +65,6 @@ bool hasLineBeginning(std::string_view text, std::string_view begin) noexcept {
   for (std::size_t at = 0; (at = findSubstring(text, begin, at)) != std::string_view::npos; ++at)
     if (at == 0 || text[at - 1] == '\n' || text[at - 1] == '\r') return true;
   return false;
-}
-
-bool isRepair(const Problem& problem) noexcept {
-  return problem.kind == Problem::Kind::repaired || problem.kind == Problem::Kind::damagedText;
 }
 
 }  // namespace
@@ -121,7 +137,9 @@ bool LazyMessage::isSigned() { return !isPlainText() && message() && message()->
 bool LazyMessage::isEncrypted() { return !isPlainText() && message() && message()->security().isEncrypted(); }
 
 bool LazyMessage::isRepaired() {
-  return !isPlainText() && message() && std::ranges::any_of(message()->problems(), isRepair);
+  if (isPlainText() || !message()) return false;
+  return std::ranges::any_of(MessageState::of(*message()).outline().rows,
+                             [](const PartRow& row) { return !row.node->m_repairs.isEmpty(); });
 }
 
 std::string LazyMessage::text() { return message() ? message()->text() : std::string(); }
@@ -139,11 +157,15 @@ bool LazyMessage::judgePlainText() {
     if (fields.findField(name) >= 0) return false;
   std::string scratch;
   const int type = fields.findField("Content-Type"), encoding = fields.findField("Content-Transfer-Encoding");
-  if (type >= 0 && !isPlainType(fields.unfoldedValue(type, scratch))) return false;
+  const std::optional<std::string_view> charset =
+      charsetOfPlainText(type < 0 ? "text/plain" : fields.unfoldedValue(type, scratch));
+  if (!charset) return false;
+  const bool isUtf8 = equalsNoCase(*charset, "utf-8");
   if (!isPlainEncoding(fields.unfoldedValue(encoding, scratch))) return false;
   const std::string_view body = std::string_view(m_source->bytes).substr(m_bodyBegin);
   // NUL is repaired, ESC may begin a text of iso-2022, and files may be encoded in the text.
-  return isAscii(body) && findAny<'\0', '\x1B'>(body) == body.size() && !hasLineBeginning(body, "begin");
+  return (isUtf8 ? isValidUtf8(body) : isAscii(body)) && findAny<'\0', '\x1B'>(body) == body.size() &&
+         !hasLineBeginning(body, "begin");
 }
 
 }  // namespace mailtree
