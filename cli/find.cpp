@@ -9,6 +9,7 @@
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
+#include "cli/support/progress.h"
 #include "cli/views/listing.h"
 #include "mailtree/message/Expression.h"
 #include "mailtree/store/MailWriter.h"
@@ -86,7 +87,7 @@ class Finder {
   bool take(const SourceMessage& message, Found& found) {
     ++m_count;
     if (m_options.hasNames()) {
-      std::cout << nameOf(message) << (m_options.nulNames ? '\0' : '\n');
+      printBesideProgress(nameOf(message) + (m_options.nulNames ? '\0' : '\n'));
       return std::cout.good();
     }
     if (!m_out) return m_listing.take(found.item);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <iostream>
 
 #include "cli/support/terminal.h"
 
@@ -70,6 +71,13 @@ void ProgressBar::show(std::uint64_t count, std::uint64_t bytesDone) {
 void clearProgressLine() {
   if (isLineDrawn) std::fputs("\r\x1b[K", stderr);
   isLineDrawn = false;
+}
+
+void printBesideProgress(std::string_view text) {
+  static const bool kIsTerminal = standardOutputIsTerminal();
+  if (kIsTerminal) clearProgressLine();
+  std::cout << text;
+  if (kIsTerminal) std::cout.flush();
 }
 
 }  // namespace mailtree::cli

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace mailtree::cli {
 
@@ -14,6 +15,9 @@ std::string progressLine(const char* things, std::uint64_t count, std::uint64_t 
 
 /// Erases the progress line, if one is drawn, before other output.
 void clearProgressLine();
+
+/// Writes to standard output; on a terminal at once, and not into the progress line.
+void printBesideProgress(std::string_view text);
 
 /// Draws the progress line, redraws it at intervals and erases it at the end.
 class ProgressBar {

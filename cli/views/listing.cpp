@@ -6,6 +6,7 @@
 
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
+#include "cli/support/progress.h"
 #include "cli/support/terminal.h"
 #include "mailtree/base/Ascii.h"
 #include "mailtree/message/times.h"
@@ -134,9 +135,9 @@ bool Listing::take(Item& item) {
   } else if (m_order != Order::given) {
     m_sorted.push_back({std::move(item.key), std::move(item.line)});
   } else {
-    if (!m_hasTitle) std::cout << titleOf(m_style);
+    if (!m_hasTitle) printBesideProgress(titleOf(m_style));
     m_hasTitle = true;
-    std::cout << textOf(item.line, m_style);
+    printBesideProgress(textOf(item.line, m_style));
   }
   return std::cout.good();
 }
