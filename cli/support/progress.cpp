@@ -56,7 +56,7 @@ ProgressBar::ProgressBar(std::uint64_t bytesInAll, const char* things, bool isHi
       m_things(things),
       m_isShown(!isHidden && ::isatty(STDERR_FILENO) == 1),
       m_begin(Clock::now()),
-      m_next(m_begin + kInterval) {}
+      m_next(m_begin) {}
 
 void ProgressBar::show(std::uint64_t count, std::uint64_t bytesDone) {
   if (!m_isShown) return;
