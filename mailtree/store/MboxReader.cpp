@@ -67,7 +67,6 @@ Result<bool> MboxReader::advance(SourceMessage* message) {
   if (!separator) return Error{ErrorCode::unreadable, "was changed while it was read", m_path};
   if (message) {  // now, because the text moves
     message->path = m_path;
-    message->sharesFile = true;
     message->number = m_isCounting ? m_number + 1 : 0;
     message->offset = m_at;
     message->sender = separator->sender;
@@ -78,6 +77,7 @@ Result<bool> MboxReader::advance(SourceMessage* message) {
   ++m_number;
   if (message) {
     message->length = found->next - m_at;
+    message->sharesFile = m_at != m_first || !isEnd(found->next);
     if (Result<void> done = copy(*found, *separator, *message); !done) return std::move(done).error();
   }
   m_at = found->next;
@@ -92,6 +92,11 @@ std::optional<Separator> MboxReader::separatorHere() const {
   Separator separator = m_found.separator;
   separator.sender = text.substr(m_found.senderAt, separator.sender.size());
   return separator;
+}
+
+bool MboxReader::isEnd(std::uint64_t at) const noexcept {
+  const FileReader* const file = m_window.file();
+  return file ? at >= file->size() : m_window.isAtEnd() && at >= m_window.end();
 }
 
 /// Gives a file that is one message.

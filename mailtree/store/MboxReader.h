@@ -47,6 +47,7 @@ class MboxReader final : public SourceReader {
 
   Result<bool> advance(SourceMessage* message);
   std::optional<Separator> separatorHere() const;
+  bool isEnd(std::uint64_t at) const noexcept;
   Result<bool> giveWhole(SourceMessage* message);
   Result<Lengths> findContent(std::uint64_t begin, const Separator& separator);
   Result<Lengths> contentByLength(std::uint64_t begin);

@@ -190,7 +190,7 @@ class ArchiveReader final : public SourceReader {
   void describe(SourceMessage& message) {
     message.path = m_path;
     message.entry = m_name;
-    message.sharesFile = m_kind != MailSource::Kind::message;
+    message.sharesFile = message.sharesFile || !isRaw();
     message.number = ++m_number;
     const std::string_view folder =
         std::string_view(m_name).substr(0, m_name.size() - baseName(m_name).size());

@@ -10,6 +10,7 @@
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/Platform.h"
 #include "mailtree/store/MailWriter.h"
+#include "mailtree/store/MailboxLock.h"
 #include "mailtree/store/PendingFiles.h"
 #include "mailtree/store/SourceReader.h"
 #include "mailtree/store/folder_entries.h"
@@ -33,16 +34,6 @@ Result<void> makeFolder(const std::string& path) {
 
 // Maildir
 
-/// A host name as part of a file name.
-std::string hostPart() {
-  StringBuffer host;
-  Psdk::getComputerName(host);
-  std::string part(host.view().empty() ? "localhost" : host.view());
-  std::ranges::replace_if(
-      part, [](char c) { return c == '/' || c == ':' || isControlAscii(c); }, '_');
-  return part;
-}
-
 /// Letters only, each once, in the order of the alphabet, as the format wants them.
 std::string checkedFlags(std::string_view flags) {
   std::string letters(flags);
@@ -54,7 +45,7 @@ std::string checkedFlags(std::string_view flags) {
 
 class MaildirWriter final : public MailWriter {
  public:
-  explicit MaildirWriter(std::string path) : m_path(std::move(path)), m_host(hostPart()) {}
+  explicit MaildirWriter(std::string path) : m_path(std::move(path)), m_host(hostWord()) {}
 
   Result<void> open() {
     const Result<FolderEntries> entries = listFolder(m_path);

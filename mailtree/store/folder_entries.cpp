@@ -39,23 +39,28 @@ EntryType typeOf(DIR* folder, const dirent& entry) noexcept {
 }  // namespace
 
 void NameList::add(std::string_view name) {
-  m_begins.push_back(m_text.size());
-  m_text.append(name).push_back('\0');
+  constexpr std::size_t kBlock = std::size_t{1} << 16;
+  if (m_room.size() <= name.size()) {
+    const std::size_t size = std::max(kBlock, name.size() + 1);
+    m_blocks.emplace_back(new char[size]);  // make_unique would fill it with zeros
+    m_room = {m_blocks.back().get(), size};
+  }
+  m_names.push_back(m_room.data());
+  m_room[name.copy(m_room.data(), name.size())] = '\0';
+  m_room = m_room.subspan(name.size() + 1);
 }
 
 void NameList::sort() {
-  const char* const text = m_text.c_str();
-  std::ranges::sort(m_begins,
-                    [text](std::size_t a, std::size_t b) { return std::strcmp(text + a, text + b) < 0; });
+  std::ranges::sort(m_names, [](const char* a, const char* b) { return std::strcmp(a, b) < 0; });
 }
 
 void NameList::sortNumbers() {
-  const auto valueOf = [this](std::size_t begin) {
-    std::string_view digits(m_text.c_str() + begin);
+  const auto valueOf = [](const char* name) {
+    std::string_view digits(name);
     digits.remove_prefix(std::min(digits.find_first_not_of('0'), digits.size()));
     return std::pair(digits.size(), digits);
   };
-  std::ranges::sort(m_begins, {}, valueOf);
+  std::ranges::sort(m_names, {}, valueOf);
 }
 
 Result<FolderEntries> listFolder(const std::string& path) {

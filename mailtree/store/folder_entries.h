@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,24 +12,25 @@
 
 namespace mailtree {
 
-/// Names in one block of memory: folders of 100,000 messages are usual.
+/// Names in blocks of memory that are never moved: folders of 100,000 messages are usual, and a name takes
+/// little more than its bytes and a pointer, also while the list grows.
 class NameList {
  public:
   void add(std::string_view name);
   void sort();
   /// By value, for names that are numbers.
   void sortNumbers();
-  std::size_t size() const noexcept { return m_begins.size(); }
-  const char* operator[](std::size_t index) const noexcept { return m_text.c_str() + m_begins[index]; }
+  std::size_t size() const noexcept { return m_names.size(); }
+  const char* operator[](std::size_t index) const noexcept { return m_names[index]; }
   template <class Predicate>
   void keepIf(Predicate keep) {
-    std::erase_if(m_begins,
-                  [&](std::size_t begin) { return !keep(std::string_view(m_text.c_str() + begin)); });
+    std::erase_if(m_names, [&](const char* name) { return !keep(std::string_view(name)); });
   }
 
  private:
-  std::string m_text;  ///< Each with a NUL after it.
-  std::vector<std::size_t> m_begins;
+  std::vector<std::unique_ptr<char[]>> m_blocks;
+  std::span<char> m_room;  ///< In the last block.
+  std::vector<const char*> m_names;
 };
 
 struct FolderEntries {

@@ -92,13 +92,31 @@ class MboxWriter final : public EntryWriter {
     if (m_entries.empty()) return {};
     MailboxLock lock;
     if (Result<void> locked = lockFile(lock); !locked) return locked;
+    if (Result<void> cut = cutUnfinished(lock); !cut) return cut;
     const off_t before = ::lseek(m_file.get(), 0, SEEK_END);
     if (before < 0) return unwritable(m_path, errno);
-    Result<void> written = writeAll(m_file.get(), missingLineEnds(before), m_path);
+    const std::string_view lineEnds = missingLineEnds(before);
+    const auto size = static_cast<std::uint64_t>(before);
+    lock.note(size, size + lineEnds.size() + m_entries.size());
+    Result<void> written = writeAll(m_file.get(), lineEnds, m_path);
     if (written) written = writeAll(m_file.get(), m_entries, m_path);
     if (!written && ::ftruncate(m_file.get(), before) != 0) return unwritable(m_path, errno);
     if (written) m_entries.clear();
     return written;
+  }
+
+  /// Cuts off what a process that ended in the middle of writing left, unless somebody has written since.
+  Result<void> cutUnfinished(MailboxLock& lock) {
+    constexpr std::int64_t kWriteSeconds = 10;
+    const std::optional<MailboxLock::Append> append = lock.takeUnfinished();
+    struct stat what {};
+    if (!append) return {};
+    if (::fstat(m_file.get(), &what) != 0) return unwritable(m_path, errno);
+    const auto size = static_cast<std::uint64_t>(what.st_size);
+    const bool isCut =
+        append->before < size && size < append->after && what.st_mtime <= append->noted + kWriteSeconds;
+    if (!isCut || ::ftruncate(m_file.get(), static_cast<off_t>(append->before)) == 0) return {};
+    return unwritable(m_path, errno);
   }
 
   /// Locks the file that has the name now: programs that delete messages may write a new one and rename it.

@@ -92,6 +92,9 @@ TEST_F(Mbox, TellsWhereMessagesAre) {
   EXPECT_EQ(source->seekNumber(2).error().code, ErrorCode::badValue);
   source = MailSource::open(file);
   EXPECT_EQ(source->seekNumber(4).error().message, "has only 2 messages");
+  const std::string alone = save("alone", replaced("@@\nA: 1\n"));
+  EXPECT_TRUE(MailSource::open(alone)->next(message));
+  EXPECT_EQ(nameOf(message), alone);
 }
 
 TEST_F(Mbox, PartsGiveEachMessageOnce) {

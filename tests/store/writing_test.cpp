@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 #include <algorithm>
 #include <csignal>
@@ -79,6 +80,32 @@ TEST_F(Writing, CutsOffAnAppendThatFails) {
   EXPECT_EQ(load("mbox"), "From x\nold\n\n");
   EXPECT_TRUE((*writer)->flush());  // there is room again
   EXPECT_EQ(bodiesIn(file).size(), 2u);
+}
+
+TEST_F(Writing, CutsOffWhatAKilledWriterLeft) {
+  const std::string old(500, 'o'), file = save("mbox", "From x\n" + old + "\n\n");
+  const std::size_t before = std::filesystem::file_size(file);
+  for (const std::size_t room : {1, 14, 200, 5000}) {
+    const pid_t child = ::fork();
+    if (child == 0) {  // ends by the signal at the limit, in the middle of a write
+      const struct rlimit none { 0, 0 }, small{before + room, before + room};
+      ::setrlimit(RLIMIT_CORE, &none);
+      ::setrlimit(RLIMIT_FSIZE, &small);
+      Result<MailWriterPtr> writer = openMboxWriter(file);
+      for (int i = 0; i < 20; ++i) (void)(*writer)->add(std::string(500, 'x') + "\n");
+      (void)(*writer)->flush();
+      ::_exit(0);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    ASSERT_EQ(std::filesystem::file_size(file), before + room);
+    EXPECT_TRUE(std::filesystem::exists(file + ".lock"));
+    Result<MailWriterPtr> writer = openMboxWriter(file, {.lockWait = std::chrono::milliseconds(20)});
+    ASSERT_TRUE((*writer)->add("new\n") && (*writer)->flush());
+    EXPECT_EQ(bodiesIn(file), (Strings{old + "\n", "new\n"})) << room;
+    std::filesystem::resize_file(file, before);
+  }
 }
 
 TEST_F(Writing, WaitsForOtherPrograms) {
