@@ -144,10 +144,9 @@ std::vector<SealedBody> sealedBodies(Email2& email) {
 /// wraps lone attachments.
 bool keepsBodiesInPlace(const AesOptions& options, Email2& email) {
   StringBuffer text;
-  DataBuffer bytes;
   LogNull log;
-  if (!assembleMessage(email, text, log) || !bytes.append(text)) return false;
-  const std::optional<Message> again = loadMessageToWrite(options.file, bytes);
+  if (!assembleMessage(email, text, log)) return false;
+  const std::optional<Message> again = loadMessageToWrite(options.file, text.view());
   return again && sealedBodies(*again->root) == sealedBodies(email);
 }
 
@@ -167,7 +166,8 @@ Exit setPassword(const AesOptions& options, Email2& email, _svSymSettings& setti
   return deriveKey(options, password, bytes, settings);
 }
 
-Exit encrypt(const AesOptions& options, DataBuffer& /*bytes*/, Message& message, _svSymSettings& settings) {
+Exit encrypt(const AesOptions& options, std::string_view /*bytes*/, Message& message,
+             _svSymSettings& settings) {
   Email2& email = *message.root;
   LogMemory log;
   if (isEncryptedAlready(email))
@@ -192,7 +192,7 @@ Exit decryptWith(const AesOptions& options, Email2& email, _svSymSettings& setti
 }
 
 /// A wrong password may decrypt the first bodies by chance, so each attempt starts from the original message.
-Exit tryPasswords(const AesOptions& options, DataBuffer& bytes, std::string_view salt, Message& message,
+Exit tryPasswords(const AesOptions& options, std::string_view bytes, std::string_view salt, Message& message,
                   _svSymSettings& settings) {
   Passwords passwords;
   if (const Exit result = readPasswords(options, /*isNew=*/false, passwords); result != Exit::fine)
@@ -213,7 +213,7 @@ Exit tryPasswords(const AesOptions& options, DataBuffer& bytes, std::string_view
   return decryptWith(options, *message.root, settings);
 }
 
-Exit decrypt(const AesOptions& options, DataBuffer& bytes, Message& message, _svSymSettings& settings) {
+Exit decrypt(const AesOptions& options, std::string_view bytes, Message& message, _svSymSettings& settings) {
   if (options.keyFile) {
     const Exit result = readKeyFile(options, settings);
     return result == Exit::fine ? decryptWith(options, *message.root, settings) : result;
@@ -226,19 +226,20 @@ Exit decrypt(const AesOptions& options, DataBuffer& bytes, Message& message, _sv
   return tryPasswords(options, bytes, bytesOfHex(trim(salt.view())).view(), message, settings);
 }
 
-using Work = Exit (*)(const AesOptions&, DataBuffer&, Message&, _svSymSettings&);
+using Work = Exit (*)(const AesOptions&, std::string_view, Message&, _svSymSettings&);
 
 /// @param form  the output options of the result.
 Exit run(const AesOptions& options, Work work, const WriteForm& form) {
-  DataBuffer bytes;
-  if (!readFile(options.file, bytes)) return Exit::unreadable;
-  std::optional<Message> message = loadMessageToWrite(options.file, bytes);
+  std::optional<Input> input = readInput(options.file);
+  if (!input) return Exit::unreadable;
+  std::optional<Message> message = loadMessageToWrite(*input);
   if (!message) return Exit::unreadable;
   const Exit limits = reportLimits(options.file, message->limits());
   _svSymSettings settings;
   settings.m_mode = modeOf(options.mode)->mode;
   settings.m_bindsBodies = !options.isOld;
-  if (const Exit result = work(options, bytes, *message, settings); result != Exit::fine) return result;
+  if (const Exit result = work(options, input->bytes(), *message, settings); result != Exit::fine)
+    return result;
   return worse(limits, writeMessage(*message->root, options.output, form));
 }
 

@@ -6,7 +6,6 @@
 #include "cli/commands.h"
 #include "cli/message/input.h"
 #include "cli/secure/keys.h"
-#include "cli/support/files.h"
 #include "cli/support/terminal.h"
 #include "cli/support/terminal_table.h"
 #include "cli/views/json_view.h"
@@ -16,7 +15,7 @@ namespace mailtree::cli {
 namespace {
 
 struct AttachmentsOptions {
-  std::vector<std::string> files;
+  SourceArguments sources;
   bool json = false;
   bool verbose = false;
   KeyOptions keys;
@@ -49,24 +48,24 @@ void writeTable(const Outline& outline, const std::vector<int>& files, bool verb
   table.write(std::cout);
 }
 
-Exit attachments(const std::string& file, const AttachmentsOptions& options, const Keys& keys) {
-  std::optional<mailtree::Message> message = openMessage(file, keys.all);
+Exit attachments(Input& input, const AttachmentsOptions& options, const Keys& keys) {
+  std::optional<mailtree::Message> message = openMessage(input, keys.all);
   if (!message) return Exit::unreadable;
   const LimitSet limits = limitsIn(*message);
   const Outline outline = outlineOf(message->email2());
   const std::vector<int> files = displayedIn(outline).attachments;
   if (options.json)
-    std::cout << attachmentsJsonOf(file, outline, files, limits) << '\n';
+    std::cout << attachmentsJsonOf(input.name, outline, files, limits) << '\n';
   else if (!files.empty())
     writeTable(outline, files, options.verbose);
-  return worse(files.empty() ? Exit::negative : Exit::fine, reportLimits(file, limits));
+  return worse(files.empty() ? Exit::negative : Exit::fine, reportLimits(input.name, limits));
 }
 
 Exit attachmentsOfAll(const AttachmentsOptions& options) {
   Keys keys;
   if (const Exit failed = readKeys(options.keys, keys); failed != Exit::fine) return failed;
-  return forEachFile(options.files, /*hasTitles=*/!options.json,
-                     [&](const std::string& file) { return attachments(file, options, keys); });
+  return forEachMessage(options.sources, {.hasTitles = !options.json, .needsAll = false},
+                        [&](Input& input) { return attachments(input, options, keys); });
 }
 
 }  // namespace
@@ -75,7 +74,7 @@ void addAttachments(CLI::App& app, Action& action) {
   auto options = std::make_shared<AttachmentsOptions>();
   CLI::App* verb =
       app.add_subcommand("attachments", "List the attachments of a message; status 1 when there are none");
-  addMessageFiles(*verb, options->files);
+  addSources(*verb, options->sources);
   verb->add_flag("--json", options->json, "One JSON object on one line");
   verb->add_flag("-v,--verbose", options->verbose, "Show why each part counts as an attachment");
   addReadingKeyOptions(*verb, options->keys);

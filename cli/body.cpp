@@ -9,7 +9,6 @@
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
-#include "cli/support/files.h"
 #include "cli/support/terminal.h"
 #include "mailtree/message/displayed_text.h"
 #include "mailtree/mime/charset/Charset.h"
@@ -18,7 +17,7 @@ namespace mailtree::cli {
 namespace {
 
 struct BodyOptions {
-  std::vector<std::string> files;
+  SourceArguments sources;
   std::string charset;
   bool text = false;
   bool html = false;
@@ -58,25 +57,25 @@ std::string inCharset(const std::string& file, const BodyOptions& options, std::
   return encoded;
 }
 
-Exit body(const std::string& file, const BodyOptions& options, const Keys& keys) {
-  std::optional<mailtree::Message> message = openMessage(file, keys.all);
+Exit body(Input& input, const BodyOptions& options, const Keys& keys) {
+  std::optional<mailtree::Message> message = openMessage(input, keys.all);
   if (!message) return Exit::unreadable;
-  const Exit result = reportLimits(file, limitsIn(*message));
+  const Exit result = reportLimits(input.name, limitsIn(*message));
   std::optional<std::string> text = bodyOf(message->email2(), options);
   if (!text) {
-    reportError(file, options.wanted());
+    reportError(input.name, options.wanted());
     return worse(result, Exit::negative);
   }
   if (standardOutputIsTerminal()) text = printableLines(*text);
-  std::cout << inCharset(file, options, *std::move(text));
+  std::cout << inCharset(input.name, options, *std::move(text));
   return result;
 }
 
 Exit bodies(const BodyOptions& options) {
   Keys keys;
   if (const Exit failed = readKeys(options.keys, keys); failed != Exit::fine) return failed;
-  return forEachFile(options.files, /*hasTitles=*/true,
-                     [&](const std::string& file) { return body(file, options, keys); });
+  return forEachMessage(options.sources, {.needsAll = false},
+                        [&](Input& input) { return body(input, options, keys); });
 }
 
 std::string checkCharset(const std::string& name) {
@@ -90,7 +89,7 @@ void addBody(CLI::App& app, Action& action) {
   CLI::App* verb = app.add_subcommand("body",
                                       "Print the text that a reader sees: every plain text, and HTML as text "
                                       "where there is no other; made safe on a terminal");
-  addMessageFiles(*verb, options->files);
+  addSources(*verb, options->sources);
   CLI::Option* text = verb->add_flag("--text", options->text, "Only when there is plain text; else status 1");
   verb->add_flag("--html", options->html, "HTML as it is; status 1 when there is none")->excludes(text);
   addText(*verb, "--charset", options->charset,

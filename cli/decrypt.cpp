@@ -3,10 +3,10 @@
 #include <memory>
 
 #include "cli/commands.h"
+#include "cli/message/store_output.h"
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
-#include "cli/support/files.h"
 #include "cli/support/output_file.h"
 #include "mailtree/message/decryption.h"
 
@@ -14,9 +14,10 @@ namespace mailtree::cli {
 namespace {
 
 struct DecryptOptions {
-  std::string file;
+  SourceArguments sources;
   KeyOptions keys;
   Destination output;
+  std::string store;
 };
 
 void reportChanges(const std::string& file, const DecryptedMessage& opened) {
@@ -28,19 +29,24 @@ void reportChanges(const std::string& file, const DecryptedMessage& opened) {
   if (!opened.problem.empty()) reportError(file, "warning: another layer was not opened: " + opened.problem);
 }
 
-Exit decrypt(const DecryptOptions& options) {
-  Keys keys;
-  if (const Exit result = readKeys(options.keys, keys); result != Exit::fine) return result;
-  DataBuffer bytes;
-  if (!readFile(options.file, bytes)) return Exit::unreadable;
-  const DecryptedMessage opened = decryptMessage(bytes.view(), keys.store);
+Exit decrypt(const Input& input, const DecryptOptions& options, Keys& keys, StoreOutput& store) {
+  const DecryptedMessage opened = decryptMessage(input.bytes(), keys.store);
   if (opened.bytes.empty()) {
-    reportError(options.file, "nothing could be decrypted: " + opened.problem);
+    reportError(input.name, "nothing could be decrypted: " + opened.problem);
     return Exit::negative;
   }
-  reportChanges(options.file, opened);
+  reportChanges(input.name, opened);
+  if (store.isOpen()) return store.add(opened.bytes, input.source);
   TextFile out(options.output, Readers::owner);
   return out.write(opened.bytes) && out.commit() ? Exit::fine : Exit::unreadable;
+}
+
+Exit decryptAll(const DecryptOptions& options) {
+  Keys keys;
+  if (const Exit result = readKeys(options.keys, keys); result != Exit::fine) return result;
+  return forEachMessage(
+      options.sources, options.store, "decrypt without --out",
+      [&](Input& input, StoreOutput& store) { return decrypt(input, options, keys, store); });
 }
 
 }  // namespace
@@ -49,16 +55,19 @@ void addDecrypt(CLI::App& app, Action& action) {
   auto options = std::make_shared<DecryptOptions>();
   CLI::App* verb = app.add_subcommand(
       "decrypt", "Write an encrypted message decrypted; status 1 when it cannot be opened");
-  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
+  addSources(*verb, options->sources);
   addCertificateOptions(*verb, options->keys);
   addPrivateKeyOptions(*verb, options->keys);
   addOutput(*verb, options->output);
+  addStoreOutput(*verb, "--out", options->store, kStoreDescription)->excludes("--output");
   verb->footer(
       "Unwraps every encrypted layer that it has a key for; a signature inside is kept and can be\n"
       "verified.\n"
       "Outer header fields are kept, except those that the encrypted content has too.\n"
-      "Example:\n  mailtree decrypt --p12 jo.p12 secret.eml -o mail.eml");
-  verb->callback([options, &action] { action = [options] { return decrypt(*options); }; });
+      "With --out, messages that cannot be decrypted are named and left out.\n"
+      "Example:\n  mailtree decrypt --p12 jo.p12 secret.eml -o mail.eml\n"
+      "  mailtree decrypt --p12 jo.p12 box.mbox --out mbox:opened.mbox");
+  verb->callback([options, &action] { action = [options] { return decryptAll(*options); }; });
 }
 
 }  // namespace mailtree::cli

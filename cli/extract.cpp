@@ -1,18 +1,16 @@
 // cli/extract.cpp - mailtree extract: parts of a message into files.
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <filesystem>
 #include <memory>
 #include <numeric>
 
 #include "cli/commands.h"
+#include "cli/message/folders.h"
 #include "cli/message/input.h"
 #include "cli/message/output.h"
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
-#include "cli/support/file_names.h"
-#include "cli/support/files.h"
 #include "cli/support/saving.h"
 #include "mailtree/message/displayed.h"
 #include "mailtree/mime/header/ContentTypeTable.h"
@@ -20,10 +18,8 @@
 namespace mailtree::cli {
 namespace {
 
-namespace fs = std::filesystem;
-
 struct ExtractOptions {
-  std::vector<std::string> files;
+  SourceArguments sources;
   std::string folder = ".";
   std::string output;
   std::optional<std::size_t> part;
@@ -76,13 +72,13 @@ std::string_view contentOf(const PartRow& row, std::string& scratch) {
 
 /// Continues after a file that cannot be written.
 Exit writeToFolder(const Outline& outline, const std::vector<int>& ids, const ExtractOptions& options,
-                   Readers readers, UniqueFileNames& names) {
-  if (!options.dryRun && !makeFolder(options.folder)) return Exit::unreadable;
+                   Readers readers, MessageFolders& folders) {
+  if (!options.dryRun && !makeFolder(folders.folder())) return Exit::unreadable;
   std::string scratch;
   Exit result = Exit::fine;
   for (const int id : ids) {
     const PartRow& row = outline.row(id);
-    const std::string path = names.pick(fileNameOf(row, id));
+    const std::string path = folders.pick(fileNameOf(row, id));
     if (options.dryRun || saveFile(path, contentOf(row, scratch),
                                    options.force ? Existing::replaceEntry : Existing::refuse, readers))
       printPath(path);
@@ -92,20 +88,19 @@ Exit writeToFolder(const Outline& outline, const std::vector<int>& ids, const Ex
   return result;
 }
 
-/// @param names  shared by all messages, whose files may have the same names.
-Exit extract(const std::string& file, const ExtractOptions& options, const Keys& keys,
-             UniqueFileNames& names) {
-  std::optional<mailtree::Message> message = openMessage(file, keys.all);
+Exit extract(Input& input, const ExtractOptions& options, const Keys& keys, MessageFolders& folders) {
+  std::optional<mailtree::Message> message = openMessage(input, keys.all);
   if (!message) return Exit::unreadable;
-  const Exit result = reportLimits(file, limitsIn(*message));
+  const Exit result = reportLimits(input.name, limitsIn(*message));
   const Readers readers = readersOf(*message);
   const Outline outline = outlineOf(message->email2());
   const std::vector<int> ids = selectedParts(outline, displayedIn(outline), options);
   if (ids.empty()) {
-    reportError(file, missingPartProblem(options));
+    reportError(input.name, missingPartProblem(options));
     return worse(result, Exit::negative);
   }
-  if (options.output.empty()) return worse(result, writeToFolder(outline, ids, options, readers, names));
+  folders.begin(input);
+  if (options.output.empty()) return worse(result, writeToFolder(outline, ids, options, readers, folders));
   std::string scratch;
   const std::string_view content = contentOf(outline.row(ids.front()), scratch);
   return worse(result, saveToOutput(content, {options.output, options.force}, readers));
@@ -114,11 +109,10 @@ Exit extract(const std::string& file, const ExtractOptions& options, const Keys&
 Exit extractAll(const ExtractOptions& options) {
   Keys keys;
   if (const Exit failed = readKeys(options.keys, keys); failed != Exit::fine) return failed;
-  UniqueFileNames names(options.folder == "." ? fs::path() : fs::path(options.folder), options.force);
-  return forEachFile(
-      options.files, /*hasTitles=*/true,
-      [&](const std::string& file) { return extract(file, options, keys, names); },
-      options.output.empty() ? nullptr : "--output");
+  MessageFolders folders(options.folder, options.force);
+  return forEachMessage(options.sources,
+                        {.needsAll = false, .single = options.output.empty() ? nullptr : "--output"},
+                        [&](Input& input) { return extract(input, options, keys, folders); });
 }
 
 void addSelectors(CLI::App& verb, ExtractOptions& options) {
@@ -154,14 +148,15 @@ void addExtract(CLI::App& app, Action& action) {
   CLI::App* verb = app.add_subcommand(
       "extract",
       "Write the attachments of a message, or other parts, to files; status 1 when there are none");
-  addMessageFiles(*verb, options->files);
+  addSources(*verb, options->sources);
   addSelectors(*verb, *options);
   addDestinations(*verb, *options);
   addReadingKeyOptions(*verb, options->keys);
   verb->footer(
       "Attached files and messages are written byte for byte, bodies as utf-8 text.\n"
       "File names from the message are made safe; a name already in use gets a number. Every name is "
-      "printed.\n\n"
+      "printed.\n"
+      "Each message of a mailbox or folder gets a folder of its own, such as box.mbox#12.\n\n"
       "Example:\n  mailtree extract mail.eml --dir attached\n"
       "  mailtree extract mail.eml --attachment 0 -o - | file -");
   verb->callback([options, &action] {

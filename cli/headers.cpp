@@ -8,7 +8,6 @@
 #include "cli/message/input.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
-#include "cli/support/files.h"
 #include "cli/support/terminal.h"
 #include "mailtree/mime/MimeMessage2.h"
 
@@ -16,7 +15,7 @@ namespace mailtree::cli {
 namespace {
 
 struct HeadersOptions {
-  std::vector<std::string> files;
+  SourceArguments sources;
   std::vector<std::string> names;  ///< Of the fields wanted; empty: all.
   bool raw = false;
 
@@ -50,12 +49,11 @@ void writeField(const MimeHeader& header, int index, const HeadersOptions& optio
 }
 
 /// Reads the fields from the parse tree, which has them as received, before loading normalizes the message.
-Exit headers(const std::string& file, const HeadersOptions& options) {
-  DataBuffer bytes;
-  if (!readHeader(file, bytes)) return Exit::unreadable;
+Exit headers(Input& input, const HeadersOptions& options) {
   MimeMessage2 message;
   LogNull log;
-  message.loadText(bytes.view(), log);
+  message.loadText(input.bytes(), log);
+  input.isDamaged = message.repairs().has(Repair::headerSyntax) || !message.limits().isEmpty();
   const MimeHeader& header = message.header();
   bool found = options.names.empty();
   for (int i = 0; i < header.getNumFields(); ++i) {
@@ -63,7 +61,7 @@ Exit headers(const std::string& file, const HeadersOptions& options) {
     found = true;
     writeField(header, i, options);
   }
-  return worse(found ? Exit::fine : Exit::negative, reportLimits(file, message.limits()));
+  return worse(found ? Exit::fine : Exit::negative, reportLimits(input.name, message.limits()));
 }
 
 }  // namespace
@@ -72,24 +70,26 @@ void addHeaders(CLI::App& app, Action& action) {
   auto options = std::make_shared<HeadersOptions>();
   auto further = std::make_shared<std::vector<std::string>>();
   CLI::App* verb = app.add_subcommand("headers", "Print header fields, decoded");
-  addTexts(*verb, "FILE", options->files, "Message, or a folder of them; - is standard input")
-      ->required()
-      ->expected(1)
-      ->allow_extra_args(false);
+  CLI::Option* file =
+      addTexts(*verb, "FILE", options->sources.paths,
+               "Message, mailbox, folder or archive; box.mbox#12 is one message; - is standard "
+               "input");
+  file->required()->expected(1)->allow_extra_args(false);
   addTexts(*verb, "NAME", *further,
            "Only the values of these fields; status 1 when none is found. With --field: further messages");
   addRepeated(*verb, "--field", options->names,
               "Only the values of the fields of this name, in each of several messages");
+  addSourceLists(*verb, *file, options->sources);
   verb->add_flag("--raw", options->raw, "Raw values, folded and encoded");
   verb->footer(
       "Example:\n  mailtree headers mail.eml\n  mailtree headers mail.eml subject date\n"
       "  mailtree headers --field subject inbox drafts/*.eml");
   verb->callback([options, further, &action] {
-    std::vector<std::string>& names = options->names.empty() ? options->names : options->files;
+    std::vector<std::string>& names = options->names.empty() ? options->names : options->sources.paths;
     names.insert(names.end(), further->begin(), further->end());
     action = [options] {
-      return forEachFile(options->files, /*hasTitles=*/true,
-                         [&options](const std::string& file) { return headers(file, *options); });
+      return forEachMessage(options->sources, {.headersOnly = true},
+                            [&options](Input& input) { return headers(input, *options); });
     };
   });
 }

@@ -6,11 +6,10 @@
 #include <memory>
 
 #include "cli/commands.h"
+#include "cli/message/folders.h"
 #include "cli/message/input.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
-#include "cli/support/file_names.h"
-#include "cli/support/files.h"
 #include "cli/support/json_values.h"
 #include "cli/support/saving.h"
 #include "cli/support/terminal.h"
@@ -22,7 +21,7 @@ namespace mailtree::cli {
 namespace {
 
 struct MessagesOptions {
-  std::vector<std::string> files;
+  SourceArguments sources;
   std::string wanted;
   std::string folder = ".";
   std::string output;
@@ -96,15 +95,15 @@ std::string fileNameOf(const InnerMessage& message) {
 }
 
 /// Continues after a file that cannot be written.
-Exit writeToFolder(const MessagesOptions& options, InnerMessages& messages, UniqueFileNames& names) {
+Exit writeToFolder(const MessagesOptions& options, InnerMessages& messages, MessageFolders& folders) {
   Exit result = Exit::negative;
   while (const InnerMessage* message = messages.next()) {
     if (!options.all && message->number != options.wanted) continue;
     if (result == Exit::negative) {
-      if (!makeFolder(options.folder)) return Exit::unreadable;
+      if (!makeFolder(folders.folder())) return Exit::unreadable;
       result = Exit::fine;
     }
-    const std::string path = names.pick(fileNameOf(*message));
+    const std::string path = folders.pick(fileNameOf(*message));
     if (saveFile(path, message->bytes.view(), Existing::refuse))
       printPath(path);
     else
@@ -120,38 +119,37 @@ Exit writeToOutput(const MessagesOptions& options, InnerMessages& messages) {
   return Exit::negative;
 }
 
-Exit write(const std::string& file, const MessagesOptions& options, InnerMessages& messages,
-           UniqueFileNames& names) {
+Exit write(const Input& input, const MessagesOptions& options, InnerMessages& messages,
+           MessageFolders& folders) {
+  folders.begin(input);
   const Exit result =
-      options.output.empty() ? writeToFolder(options, messages, names) : writeToOutput(options, messages);
+      options.output.empty() ? writeToFolder(options, messages, folders) : writeToOutput(options, messages);
   if (result == Exit::negative)
-    reportError(file, options.all ? "contains no messages" : "no message " + options.wanted);
+    reportError(input.name, options.all ? "contains no messages" : "no message " + options.wanted);
   return result;
 }
 
-/// @param names  shared by all files: messages inside them may be of the same second.
-Exit messages(const std::string& file, const MessagesOptions& options, UniqueFileNames& names) {
-  std::optional<mailtree::Message> message = openMessage(file);
+Exit messages(Input& input, const MessagesOptions& options, MessageFolders& folders) {
+  std::optional<mailtree::Message> message = openMessage(input);
   if (!message) return Exit::unreadable;
   LimitSet limits = limitsIn(*message);
   InnerMessages inner(message->email2(), options.wanted);
   Exit result = Exit::fine;
   if (!options.isListing())
-    result = write(file, options, inner, names);
-  else if (!(options.json ? writeJson(file, inner, limits) : writeTable(inner)))
+    result = write(input, options, inner, folders);
+  else if (!(options.json ? writeJson(input.name, inner, limits) : writeTable(inner)))
     result = Exit::negative;
   limits.add(inner.limits());
-  return worse(result, reportLimits(file, limits));
+  return worse(result, reportLimits(input.name, limits));
 }
 
 Exit messagesOfAll(const MessagesOptions& options) {
-  namespace fs = std::filesystem;
-  UniqueFileNames names(options.folder == "." ? fs::path() : fs::path(options.folder),
-                        /*mayOverwrite=*/false);
-  return forEachFile(
-      options.files, /*hasTitles=*/!options.json,
-      [&](const std::string& file) { return messages(file, options, names); },
-      options.output.empty() ? nullptr : "--output");
+  MessageFolders folders(options.folder, /*mayOverwrite=*/false);
+  return forEachMessage(options.sources,
+                        {.hasTitles = !options.json,
+                         .needsAll = false,
+                         .single = options.output.empty() ? nullptr : "--output"},
+                        [&](Input& input) { return messages(input, options, folders); });
 }
 
 /// "2", "2/0"
@@ -191,7 +189,7 @@ void addMessages(CLI::App& app, Action& action) {
                                       "List the messages inside a message, attached or in a digest, or write "
                                       "them to files; status 1 when there "
                                       "are none");
-  addMessageFiles(*verb, options->files);
+  addSources(*verb, options->sources);
   addDestinations(*verb, *options);
   verb->footer(
       "A message inside message 2 has the number 2/0. \"Part\" is the number of its part in show.\n"

@@ -5,7 +5,6 @@
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
-#include "cli/support/files.h"
 #include "cli/support/terminal.h"
 #include "cli/support/terminal_table.h"
 #include "cli/views/json_view.h"
@@ -14,7 +13,7 @@ namespace mailtree::cli {
 namespace {
 
 struct RelatedOptions {
-  std::vector<std::string> files;
+  SourceArguments sources;
   bool json = false;
 };
 
@@ -36,16 +35,16 @@ void writeTable(const Outline& outline, const std::vector<int>& items) {
   table.write(std::cout);
 }
 
-Exit related(const std::string& file, const RelatedOptions& options) {
-  std::optional<Message> message = loadMessage(file);
+Exit related(Input& input, const RelatedOptions& options) {
+  std::optional<Message> message = loadMessage(input);
   if (!message) return Exit::unreadable;
   const Outline outline = outlineOf(*message->root);
   const std::vector<int> items = relatedItemsOf(*message->root, outline);
   if (options.json)
-    std::cout << relatedJsonOf(file, *message, outline, items) << '\n';
+    std::cout << relatedJsonOf(input.name, *message, outline, items) << '\n';
   else if (!items.empty())
     writeTable(outline, items);
-  return worse(items.empty() ? Exit::negative : Exit::fine, reportLimits(file, message->limits()));
+  return worse(items.empty() ? Exit::negative : Exit::fine, reportLimits(input.name, message->limits()));
 }
 
 }  // namespace
@@ -54,7 +53,7 @@ void addRelated(CLI::App& app, Action& action) {
   auto options = std::make_shared<RelatedOptions>();
   CLI::App* verb = app.add_subcommand(
       "related", "List the parts of the multipart/related other than the HTML; status 1 when there are none");
-  addMessageFiles(*verb, options->files);
+  addSources(*verb, options->sources);
   verb->add_flag("--json", options->json, "One JSON object on one line");
   verb->footer(
       "\"#\" is the number for edit --drop-related, \"Part\" the number in show and for extract --part.\n"
@@ -63,8 +62,8 @@ void addRelated(CLI::App& app, Action& action) {
       "  mailtree related --json mail.eml | jq '.related[].content_id'");
   verb->callback([options, &action] {
     action = [options] {
-      return forEachFile(options->files, /*hasTitles=*/!options->json,
-                         [&options](const std::string& file) { return related(file, *options); });
+      return forEachMessage(options->sources, {.hasTitles = !options->json, .needsAll = false},
+                            [&options](Input& input) { return related(input, *options); });
     };
   });
 }

@@ -6,7 +6,6 @@
 #include "cli/commands.h"
 #include "cli/message/input.h"
 #include "cli/support/errors.h"
-#include "cli/support/files.h"
 #include "cli/support/json_values.h"
 #include "cli/support/terminal.h"
 #include "cli/support/terminal_table.h"
@@ -15,7 +14,7 @@ namespace mailtree::cli {
 namespace {
 
 struct ReportOptions {
-  std::vector<std::string> files;
+  SourceArguments sources;
   bool json = false;
 };
 
@@ -94,18 +93,18 @@ void writeText(const Report& report) {
   }
 }
 
-Exit report(const std::string& file, const ReportOptions& options) {
-  const std::optional<mailtree::Message> message = openMessage(file);
+Exit report(Input& input, const ReportOptions& options) {
+  const std::optional<mailtree::Message> message = openMessage(input);
   if (!message) return Exit::unreadable;
   const LimitSet limits = limitsIn(*message);
   const std::optional<Report> found = message->report();
   if (options.json)
-    writeJson(file, found, limits);
+    writeJson(input.name, found, limits);
   else if (found)
     writeText(*found);
   else
-    reportError(file, "not a report");
-  return worse(found ? Exit::fine : Exit::negative, reportLimits(file, limits));
+    reportError(input.name, "not a report");
+  return worse(found ? Exit::fine : Exit::negative, reportLimits(input.name, limits));
 }
 
 }  // namespace
@@ -115,7 +114,7 @@ void addReport(CLI::App& app, Action& action) {
   CLI::App* verb = app.add_subcommand("report",
                                       "Show what happened to a message, from a bounce, a read receipt or a "
                                       "complaint; status 1 when it is not a report");
-  addMessageFiles(*verb, options->files);
+  addSources(*verb, options->sources);
   verb->add_flag("--json", options->json, "One JSON object on one line");
   verb->footer(
       "Shows the fields of the whole message, a row for each recipient, and the human-readable text.\n"
@@ -125,8 +124,8 @@ void addReport(CLI::App& app, Action& action) {
       ".recipient'");
   verb->callback([options, &action] {
     action = [options] {
-      return forEachFile(options->files, /*hasTitles=*/!options->json,
-                         [&options](const std::string& file) { return report(file, *options); });
+      return forEachMessage(options->sources, {.hasTitles = !options->json, .needsAll = false},
+                            [&options](Input& input) { return report(input, *options); });
     };
   });
 }

@@ -1,6 +1,5 @@
 // cli/show.cpp - mailtree show: shows a message to people, or as JSON.
 #include <CLI/CLI.hpp>
-#include <filesystem>
 #include <iostream>
 #include <memory>
 
@@ -8,7 +7,6 @@
 #include "cli/message/input.h"
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
-#include "cli/support/files.h"
 #include "cli/views/jmap_fields.h"
 #include "cli/views/jmap_view.h"
 #include "cli/views/json_view.h"
@@ -18,7 +16,7 @@ namespace mailtree::cli {
 namespace {
 
 struct ShowOptions {
-  std::vector<std::string> files;
+  SourceArguments sources;
   bool json = false;
   bool jmap = false;
   std::vector<std::string> properties;
@@ -36,32 +34,27 @@ ColorChoice choiceOf(const ShowOptions& options) {
 }
 
 /// An Email object does not name its file unless there is a doubt.
-bool hasSeveral(const ShowOptions& options) {
-  std::error_code ignored;
-  return options.files.size() > 1 || std::filesystem::is_directory(options.files.front(), ignored);
-}
+bool isInDoubt(const Input& input) { return input.isOneOfSeveral || input.name != input.found; }
 
-Exit showOne(const std::string& file, const ShowOptions& options, const Keys& keys, const Style& style) {
-  std::optional<mailtree::Message> message = openMessage(file, keys.all);
+Exit showOne(Input& input, const ShowOptions& options, const Keys& keys, const Style& style) {
+  std::optional<mailtree::Message> message = openMessage(input, keys.all);
   if (!message) return Exit::unreadable;
   if (options.jmap)
-    std::cout << jmapOf(*message, {hasSeveral(options) ? file : "", options.headers, options.properties})
+    std::cout << jmapOf(*message, {isInDoubt(input) ? input.name : "", options.headers, options.properties})
               << '\n';
   else if (options.json)
-    std::cout << jsonOf(file, *message, {options.headers, options.body}) << '\n';
+    std::cout << jsonOf(input.name, *message, {options.headers, options.body}) << '\n';
   else
     writeText(std::cout, *message, {style, options.headers, options.verbose});
-  return reportLimits(file, limitsIn(*message));
+  return reportLimits(input.name, limitsIn(*message));
 }
 
 Exit show(const ShowOptions& options) {
   Keys keys;
   if (const Exit result = readKeys(options.keys, keys); result != Exit::fine) return result;
   const Style style = styleOfStandardOutput(choiceOf(options));
-  return forEachFile(
-      options.files, /*hasTitles=*/!options.json && !options.jmap,
-      [&](const std::string& file) { return showOne(file, options, keys, style); }, /*single=*/nullptr,
-      style);
+  return forEachMessage(options.sources, {.hasTitles = !options.json && !options.jmap, .style = style},
+                        [&](Input& input) { return showOne(input, options, keys, style); });
 }
 
 }  // namespace
@@ -70,7 +63,7 @@ void addShow(CLI::App& app, Action& action) {
   auto options = std::make_shared<ShowOptions>();
   CLI::App* verb =
       app.add_subcommand("show", "Show messages: main header fields, tree of parts, first lines of text");
-  addMessageFiles(*verb, options->files);
+  addSources(*verb, options->sources);
   CLI::Option* json = verb->add_flag("--json", options->json, "One JSON object per message, one line each");
   CLI::Option* jmap =
       verb->add_flag("--jmap", options->jmap, "The same as Email objects of JMAP (RFC 8621)")->excludes(json);

@@ -15,9 +15,10 @@ namespace mailtree::cli {
 namespace {
 
 struct TidyOptions {
-  std::string file;
+  SourceArguments sources;
   bool unspam = false, stripPaths = false, safeEncodings = false;
   Destination output;
+  std::string store;
 };
 
 /// Cleans the displayed HTML in place. The library would search for the place of a new HTML body, and add a
@@ -35,23 +36,28 @@ void cleanHtml(Email2& email, LogBase& log) {
   Email2::replaceEmailBody(part, body, /*isText=*/true, email.emailCodePage(), type, log);
 }
 
-Exit tidy(const TidyOptions& options) {
-  if (!options.unspam && !options.stripPaths && !options.safeEncodings) {
-    reportError("requires --unspam, --strip-paths or --safe-encodings");
-    return Exit::usage;
-  }
-  std::optional<Message> message = loadMessageToWrite(options.file);
+Exit tidy(Input& input, const TidyOptions& options, StoreOutput& store) {
+  std::optional<Message> message = loadMessageToWrite(input);
   if (!message) return Exit::unreadable;
-  const Exit limits = reportLimits(options.file, message->limits());
+  const Exit limits = reportLimits(input.name, message->limits());
 
   Email2& email = *message->root;
   if (isSigned(email))
-    reportError(options.file, "warning: the message is signed, and its signature may no longer verify");
+    reportError(input.name, "warning: the message is signed, and its signature may no longer verify");
   LogNull log;
   if (options.unspam) cleanHtml(email, log);
   if (options.stripPaths) email.removeAttachmentPaths(log);
   if (options.safeEncodings) email.safeguardBodies(log);
-  return worse(limits, writeMessage(email, options.output));
+  return worse(limits, writeMessage(email, input, options.output, store));
+}
+
+Exit tidyAll(const TidyOptions& options) {
+  if (!options.unspam && !options.stripPaths && !options.safeEncodings) {
+    reportError("requires --unspam, --strip-paths or --safe-encodings");
+    return Exit::usage;
+  }
+  return forEachMessage(options.sources, options.store, "tidy without --out",
+                        [&](Input& input, StoreOutput& store) { return tidy(input, options, store); });
 }
 
 }  // namespace
@@ -59,16 +65,18 @@ Exit tidy(const TidyOptions& options) {
 void addTidy(CLI::App& app, Action& action) {
   auto options = std::make_shared<TidyOptions>();
   CLI::App* verb = app.add_subcommand("tidy", "Clean up a message");
-  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
+  addSources(*verb, options->sources);
   verb->add_flag("--unspam", options->unspam, "Remove from the HTML what is meant to defeat spam filters");
   verb->add_flag("--strip-paths", options->stripPaths, "Remove folders from attachment names");
   verb->add_flag("--safe-encodings", options->safeEncodings,
                  "Encode 8-bit text and parts labelled binary for any server");
   addOutput(*verb, options->output);
+  addStoreOutput(*verb, "--out", options->store, kStoreDescription)->excludes("--output");
   verb->footer(
       "At least one of the three is required. --unspam does not make HTML safe to display.\n"
-      "Example:\n  mailtree tidy --strip-paths --safe-encodings mail.eml -o clean.eml");
-  verb->callback([options, &action] { action = [options] { return tidy(*options); }; });
+      "Example:\n  mailtree tidy --strip-paths --safe-encodings mail.eml -o clean.eml\n"
+      "  mailtree tidy --safe-encodings box.mbox --out maildir:Clean");
+  verb->callback([options, &action] { action = [options] { return tidyAll(*options); }; });
 }
 
 }  // namespace mailtree::cli

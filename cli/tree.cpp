@@ -6,16 +6,15 @@
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
-#include "cli/support/files.h"
 #include "cli/support/terminal.h"
 
 namespace mailtree::cli {
 namespace {
 
-Exit tree(const std::string& file) {
-  std::optional<Message> message = loadMessage(file);
+Exit tree(Input& input) {
+  std::optional<Message> message = loadMessage(input);
   if (!message) return Exit::unreadable;
-  const Exit result = reportLimits(file, message->limits());
+  const Exit result = reportLimits(input.name, message->limits());
   LogMemory log;
   StringBuffer scratch;
   message->root->logEmailStructure(scratch, log);
@@ -32,13 +31,12 @@ Exit tree(const std::string& file) {
 }  // namespace
 
 void addTree(CLI::App& app, Action& action) {
-  auto files = std::make_shared<std::vector<std::string>>();
+  auto sources = std::make_shared<SourceArguments>();
   CLI::App* verb = app.add_subcommand(
       "tree", "Show the structure of a message: type, encoding, names and size of each part");
-  addMessageFiles(*verb, *files);
+  addSources(*verb, *sources);
   verb->footer("Example:\n  mailtree tree samples/newsletter.eml");
-  verb->callback(
-      [files, &action] { action = [files] { return forEachFile(*files, /*hasTitles=*/true, tree); }; });
+  verb->callback([sources, &action] { action = [sources] { return forEachMessage(*sources, {}, tree); }; });
 }
 
 }  // namespace mailtree::cli

@@ -6,7 +6,6 @@
 #include "cli/commands.h"
 #include "cli/message/input.h"
 #include "cli/secure/keys.h"
-#include "cli/support/files.h"
 #include "cli/support/terminal.h"
 #include "cli/views/layers.h"
 #include "cli/views/security_json.h"
@@ -15,7 +14,7 @@ namespace mailtree::cli {
 namespace {
 
 struct VerifyOptions {
-  std::vector<std::string> files;
+  SourceArguments sources;
   bool json = false;
   KeyOptions keys;
 };
@@ -53,23 +52,24 @@ void writeChecklist(const Security& security) {
   writeLine(security.isValid ? "valid: " : "NOT valid: ", verdictOf(security));
 }
 
-Exit verify(const std::string& file, const VerifyOptions& options, const Keys& keys) {
-  const std::optional<mailtree::Message> message = openMessage(file, keys.all);
+Exit verify(Input& input, const VerifyOptions& options, const Keys& keys) {
+  const std::optional<mailtree::Message> message = openMessage(input, keys.all);
   if (!message) return Exit::unreadable;
   const Security& security = message->security();
   if (options.json)
-    std::cout << lineOf({{"schema", kSchema}, {"file", file}, {"security", securityOf(security)}}) << '\n';
+    std::cout << lineOf({{"schema", kSchema}, {"file", input.name}, {"security", securityOf(security)}})
+              << '\n';
   else
     writeChecklist(security);
   const Exit answer = security.isValid ? Exit::fine : Exit::negative;
-  return worse(answer, reportLimits(file, limitsIn(*message)));
+  return worse(answer, reportLimits(input.name, limitsIn(*message)));
 }
 
 Exit verifyAll(const VerifyOptions& options) {
   Keys keys;
   if (const Exit failed = readKeys(options.keys, keys); failed != Exit::fine) return failed;
-  return forEachFile(options.files, /*hasTitles=*/!options.json,
-                     [&](const std::string& file) { return verify(file, options, keys); });
+  return forEachMessage(options.sources, {.hasTitles = !options.json},
+                        [&](Input& input) { return verify(input, options, keys); });
 }
 
 }  // namespace
@@ -78,7 +78,7 @@ void addVerify(CLI::App& app, Action& action) {
   auto options = std::make_shared<VerifyOptions>();
   CLI::App* verb = app.add_subcommand(
       "verify", "Check the signatures of a message; status 1 unless all is signed and every check passes");
-  addMessageFiles(*verb, options->files);
+  addSources(*verb, options->sources);
   verb->add_flag("--json", options->json, "One JSON object on one line");
   addReadingKeyOptions(*verb, options->keys);
   verb->footer(

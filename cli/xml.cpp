@@ -6,7 +6,6 @@
 #include "cli/message/input.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
-#include "cli/support/files.h"
 #include "cli/support/output_file.h"
 #include "mailtree/message/internal_fields.h"
 #include "mailtree/message/tree_changes.h"
@@ -15,20 +14,20 @@ namespace mailtree::cli {
 namespace {
 
 struct XmlOptions {
-  std::vector<std::string> files;
+  SourceArguments sources;
   Destination output;
   bool indent = false;
 };
 
-Exit xml(const std::string& name, const XmlOptions& options) {
-  std::optional<Message> message = loadMessage(name);
+Exit xml(Input& input, const XmlOptions& options) {
+  std::optional<Message> message = loadMessage(input);
   if (!message) return Exit::unreadable;
-  const Exit result = reportLimits(name, message->limits());
+  const Exit result = reportLimits(input.name, message->limits());
   walk(*message->root, [](Email2& node) { node.m_header.removeHeadersBeginningWith(kOmittedPrefix); });
   LogMemory log;
   StringBuffer document;
   if (!message->root->getEmailXml(/*compact=*/!options.indent, document, log) || document.isEmpty()) {
-    reportError(name, lastError(log, "cannot be converted to XML"));
+    reportError(input.name, lastError(log, "cannot be converted to XML"));
     return Exit::unreadable;
   }
   if (!options.indent) document.appendChar('\n');
@@ -42,16 +41,15 @@ Exit xml(const std::string& name, const XmlOptions& options) {
 void addXml(CLI::App& app, Action& action) {
   auto options = std::make_shared<XmlOptions>();
   CLI::App* verb = app.add_subcommand("xml", "Convert a message to XML: header fields, parts, bodies");
-  addMessageFiles(*verb, options->files);
+  addSources(*verb, options->sources);
   addOutput(*verb, options->output);
   verb->add_flag("--indent", options->indent, "One element per line, indented (default: one line)");
   verb->footer("Example:\n  mailtree xml --indent mail.eml | xmllint --xpath '//subject/text()' -");
   verb->callback([options, &action] {
     action = [options] {
-      return forEachFile(
-          options->files, /*hasTitles=*/true,
-          [&options](const std::string& name) { return xml(name, *options); },
-          isStandardOutput(options->output.path) ? nullptr : "--output");
+      const char* const single = isStandardOutput(options->output.path) ? nullptr : "--output";
+      return forEachMessage(options->sources, {.single = single},
+                            [&options](Input& input) { return xml(input, *options); });
     };
   });
 }

@@ -1,55 +1,96 @@
 #include "cli/message/input.h"
 
 #include <algorithm>
+#include <iostream>
 
 #include "cli/support/errors.h"
-#include "cli/support/files.h"
 #include "mailtree/message/tree_changes.h"
 #include "mailtree/mime/Limits.h"
-#include "mailtree/mime/header/HeaderLines.h"
 
 namespace mailtree::cli {
 namespace {
 
-std::optional<Message> load(const std::string& path, DataBuffer& bytes, bool discardInput, bool unwrap,
-                            SystemCerts& certs) {
-  Message message{RefPtr<_svEmailCommon>(new _svEmailCommon), nullptr};
-  LogNull log;
-  message.root.reset(Email2::createFromMimeDb(*message.common, bytes, discardInput, unwrap, certs, log,
-                                              /*parseOption=*/false));
-  // An incomplete tree must not be reported, or written over the complete message.
-  if (message.root && message.common->m_isWhole) return message;
-  reportError(path, kNoMemory);
-  return std::nullopt;
+/// Repairs after which something of the message is missing or cannot be read for certain.
+constexpr Repair kDamages[] = {Repair::boundaryMissing, Repair::boundaryUnclosed, Repair::contentType,
+                               Repair::headerSyntax,    Repair::nulBytes,         Repair::damagedText};
+
+bool isDamaged(Email2& root) {
+  bool found = !root.m_common->m_limits.isEmpty();
+  walk(root, [&found](const Email2& node) {
+    found = found || std::ranges::any_of(kDamages, [&](Repair r) { return node.m_repairs.has(r); });
+  });
+  return found;
 }
 
-/// Looks for the end of a header in a text that grows.
-class HeaderEnd {
+/// How the messages of a run were.
+class Tally {
  public:
-  /// Whether the header is complete, or too long for anyone to read all of it.
-  bool isIn(std::string_view text) {
-    for (std::size_t end; isWhole(text, end = endOfLine(text, m_line)); m_line = afterLineBreak(text, end)) {
-      if (end == m_line && m_hasText) return true;
-      m_hasText = m_hasText || !trim(text.substr(m_line, end - m_line)).empty();
-      if (!m_hasText) m_begin = end;
-    }
-    return text.size() - m_begin > kMost;
+  void addUnread(Exit result) {
+    add(result, /*isDamaged=*/false);
+    m_unreadable += result == Exit::unreadable ? 0 : 1;
+  }
+  void add(Exit result, bool isDamaged) {
+    ++m_count;
+    const bool isUnreadable = result == Exit::unreadable;
+    m_unreadable += isUnreadable ? 1 : 0;
+    m_damaged += isDamaged && !isUnreadable ? 1 : 0;
+    m_hasPositive = m_hasPositive || result == Exit::fine || result == Exit::limit;
+    m_hasNegative = m_hasNegative || result == Exit::negative;
+    if (result != Exit::negative) m_worst = worse(m_worst, result);
+  }
+
+  Exit result(bool needsAll) const {
+    const bool isNegative = m_hasNegative && (needsAll || !m_hasPositive);
+    return isNegative ? worse(m_worst, Exit::negative) : m_worst;
+  }
+
+  void report() const {
+    if (m_count < 2) return;
+    reportError(std::to_string(m_count) + " messages: " + std::to_string(m_count - m_damaged - m_unreadable) +
+                " good, " + std::to_string(m_damaged) + " damaged, " + std::to_string(m_unreadable) +
+                " unreadable");
   }
 
  private:
-  /// Enough to see that the limit is exceeded.
-  static constexpr std::size_t kMost = kMaxHeaderBytes + (std::size_t{64} << 10);
-
-  /// Whether the line break at `end` is there, and all of it: CR may be half of one.
-  static bool isWhole(std::string_view text, std::size_t end) {
-    const std::string_view rest = text.substr(std::min(end, text.size()));
-    return !rest.empty() && rest != "\r" && rest != "\r\r";
-  }
-
-  std::size_t m_begin = 0;  ///< Of the header, after empty lines.
-  std::size_t m_line = 0;   ///< The first line that was not complete.
-  bool m_hasText = false;
+  std::uint64_t m_count = 0, m_damaged = 0, m_unreadable = 0;
+  bool m_hasPositive = false, m_hasNegative = false;
+  Exit m_worst = Exit::fine;
 };
+
+bool next(Sources& sources, Input& input) {
+  if (!sources.next(input.source)) return false;
+  input.name = nameOf(input.source);
+  input.found = sources.found();
+  input.isDamaged = false;
+  return true;
+}
+
+/// Gets the bytes; not fine after reporting an error.
+Exit readBytes(Input& input, const SourceOptions& options) {
+  const Result<void> read = readMessage(input.source, options);
+  if (read) return Exit::fine;
+  reportError(input.name, problemOf(read.error()));
+  return read.error().code == ErrorCode::tooLarge ? Exit::limit : Exit::unreadable;
+}
+
+std::optional<Message> load(const std::string& name, std::string_view text, bool unwrap) {
+  Message message{RefPtr<_svEmailCommon>(new _svEmailCommon), nullptr};
+  LogNull log;
+  SystemCerts none;
+  DataBuffer bytes;
+  if (bytes.append(text))
+    message.root.reset(Email2::createFromMimeDb(*message.common, bytes, /*discardInput=*/true, unwrap, none,
+                                                log, /*parseOption=*/false));
+  // An incomplete tree must not be reported, or written over the complete message.
+  if (message.root && message.common->m_isWhole) return message;
+  reportError(name, kNoMemory);
+  return std::nullopt;
+}
+
+std::optional<Message> noted(Input& input, std::optional<Message> message) {
+  input.isDamaged = message && isDamaged(*message->root);
+  return message;
+}
 
 bool hasUnixLines(std::string_view message) {
   const std::size_t end = message.find('\n');
@@ -74,62 +115,92 @@ void convertToCrlf(Email2& node) {
   if (lines.toCRLF() && body.append(lines)) node.m_body.takeData(body);
 }
 
-std::optional<Message> loadToWrite(const std::string& path, DataBuffer& bytes, bool discardInput) {
-  const bool isUnixFile = hasUnixLines(bytes.view());
-  SystemCerts none;
-  std::optional<Message> message = load(path, bytes, discardInput, /*unwrap=*/false, none);
-  if (message && isUnixFile) walkUnsigned(*message->root, convertToCrlf);
-  return message;
-}
-
 }  // namespace
 
-std::optional<Message> loadMessage(const std::string& path, SystemCerts& certs) {
-  DataBuffer bytes;
-  if (!readFile(path, bytes)) return std::nullopt;
-  return load(path, bytes, /*discardInput=*/true, /*unwrap=*/true, certs);
+Exit forEachMessage(const SourceArguments& arguments, const Several& form,
+                    const std::function<Exit(Input&)>& work) {
+  const SourceOptions reading{.headersOnly = form.headersOnly};
+  Sources sources(arguments, {.reading = reading, .emptyIsMessage = true});
+  Input input, second;
+  Tally tally;
+  const bool isAny = next(sources, input), areSeveral = isAny && next(sources, second);
+  if (form.single && areSeveral) return usageError(form.single, "takes one message");
+  const auto visit = [&](bool isFirst) {
+    input.isOneOfSeveral = areSeveral;
+    if (form.hasTitles && areSeveral)
+      std::cout << (isFirst ? "" : "\n") << form.style.paint(Ink::bold, "== " + printable(input.name) + " ==")
+                << '\n';
+    if (const Exit failed = readBytes(input, reading); failed != Exit::fine) return tally.addUnread(failed);
+    const Exit result = work(input);
+    tally.add(result, input.isDamaged);
+  };
+  if (isAny) visit(/*isFirst=*/true);
+  if (areSeveral) {
+    input = std::move(second);
+    do visit(/*isFirst=*/false);
+    while (next(sources, input));
+  }
+  const Exit result = worse(tally.result(form.needsAll), finishStandardOutput());
+  tally.report();
+  return result;
 }
 
-std::optional<Message> loadMessage(const std::string& path) {
-  SystemCerts none;
-  return loadMessage(path, none);
-}
-
-std::optional<Message> loadMessage(const std::string& path, DataBuffer& bytes, SystemCerts& certs) {
-  return load(path, bytes, /*discardInput=*/false, /*unwrap=*/true, certs);
-}
-
-std::optional<Message> loadMessageToWrite(const std::string& path) {
-  DataBuffer bytes;
-  if (!readFile(path, bytes)) return std::nullopt;
-  return loadToWrite(path, bytes, /*discardInput=*/true);
-}
-
-std::optional<Message> loadMessageToWrite(const std::string& path, DataBuffer& bytes) {
-  return loadToWrite(path, bytes, /*discardInput=*/false);
-}
-
-std::optional<mailtree::Message> openMessage(const std::string& path, const mailtree::Keys& keys) {
-  DataBuffer bytes;
-  if (!readFile(path, bytes)) return std::nullopt;
-  Result<mailtree::Message> message = mailtree::Message::parse(bytes.view(), {.keys = &keys});
-  if (message) return std::move(*message);
-  reportError(path, message.error().message);
+std::optional<Input> readInput(const std::string& argument) {
+  SourceArguments one;
+  one.paths.push_back(argument);
+  Sources sources(std::move(one), {.emptyIsMessage = true});
+  Input input, second;
+  if (!next(sources, input) || readBytes(input, {}) != Exit::fine) return std::nullopt;
+  if (!next(sources, second)) return input;
+  reportError(argument, "contains several messages; name one, such as " + input.name);
   return std::nullopt;
 }
 
-std::optional<mailtree::Message> openMessage(const std::string& path) { return openMessage(path, {}); }
+std::optional<Message> loadMessage(Input& input) {
+  return noted(input, load(input.name, input.bytes(), /*unwrap=*/true));
+}
+
+std::optional<Message> loadMessageToWrite(const std::string& name, std::string_view bytes) {
+  std::optional<Message> message = load(name, bytes, /*unwrap=*/false);
+  if (message && hasUnixLines(bytes)) walkUnsigned(*message->root, convertToCrlf);
+  return message;
+}
+
+std::optional<Message> loadMessageToWrite(Input& input) {
+  return noted(input, loadMessageToWrite(input.name, input.bytes()));
+}
+
+std::optional<Message> loadMessageToWrite(const std::string& argument) {
+  std::optional<Input> input = readInput(argument);
+  return input ? loadMessageToWrite(*input) : std::nullopt;
+}
+
+std::optional<mailtree::Message> openMessage(Input& input, const mailtree::Keys& keys) {
+  Result<mailtree::Message> message = mailtree::Message::parse(input.bytes(), {.keys = &keys});
+  if (message) {
+    input.isDamaged = isDamaged(message->email2());
+    return std::move(*message);
+  }
+  reportError(input.name, message.error().message);
+  return std::nullopt;
+}
+
+std::optional<mailtree::Message> openMessage(Input& input) { return openMessage(input, {}); }
+
+std::optional<mailtree::Message> openMessage(const std::string& argument, const mailtree::Keys& keys) {
+  std::optional<Input> input = readInput(argument);
+  return input ? openMessage(*input, keys) : std::nullopt;
+}
+
+std::optional<mailtree::Message> openMessage(const std::string& argument) {
+  return openMessage(argument, mailtree::Keys());
+}
 
 LimitSet limitsIn(const mailtree::Message& message) { return message.email2().m_common->m_limits; }
 
-bool readHeader(const std::string& path, DataBuffer& bytes) {
-  HeaderEnd end;
-  return readFileUntil(path, bytes, [&end](std::string_view text) { return end.isIn(text); });
-}
-
-Exit reportLimits(const std::string& path, LimitSet limits) {
+Exit reportLimits(const std::string& name, LimitSet limits) {
   for (const LimitText& row : kLimitTexts)
-    if (limits.has(row.limit)) reportError(path, row.text() + ": the rest was not processed");
+    if (limits.has(row.limit)) reportError(name, row.text() + ": the rest was not processed");
   return limits.isEmpty() ? Exit::fine : Exit::limit;
 }
 

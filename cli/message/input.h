@@ -1,14 +1,47 @@
-// cli/message/input.h - loading messages from files and standard input.
+// cli/message/input.h - messages that verbs read and load.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 
+#include "cli/message/sources.h"
 #include "cli/support/exit_codes.h"
+#include "cli/support/terminal.h"
 #include "mailtree/email/Email2.h"
 #include "mailtree/message/Message.h"
 
 namespace mailtree::cli {
+
+/// A message as it came.
+struct Input {
+  SourceMessage source;         ///< With its bytes.
+  std::string name;             ///< "box.mbox#12", or its file.
+  std::string found;            ///< The mailbox or folder that it was found in; of a single file, its name.
+  bool isOneOfSeveral = false;  ///< The verb works on others too.
+  bool isDamaged = false;       ///< Loading found that something of it is missing or unreadable.
+
+  std::string_view bytes() const noexcept { return source.bytes; }
+};
+
+/// How a verb works on several messages.
+struct Several {
+  bool hasTitles =
+      true;  ///< Each result gets a title, "== box.mbox#12 ==", unless it names its message itself.
+  bool needsAll = true;          ///< Negative when one message is; otherwise only when all are.
+  const char* single = nullptr;  ///< The option or verb that takes only one message; null when there is none.
+  Style style{};                 ///< Of the titles.
+  bool headersOnly = false;      ///< A file is read as far as its header goes.
+};
+
+/// Calls a verb's work for each message, in order. What cannot be read is reported, and the others follow. At
+/// the end of several the number of good, damaged and unreadable ones goes to standard error.
+Exit forEachMessage(const SourceArguments& arguments, const Several& form,
+                    const std::function<Exit(Input&)>& work);
+
+/// Reads the one message that an argument names; nothing after reporting an error.
+std::optional<Input> readInput(const std::string& argument);
 
 /// A loaded message.
 struct Message {
@@ -19,32 +52,28 @@ struct Message {
   LimitSet limits() const { return common->m_limits; }
 };
 
-/// Reads and loads a message and unwraps its signed and encrypted layers with the keys in `certs`; nothing
-/// after reporting an error.
-std::optional<Message> loadMessage(const std::string& path, SystemCerts& certs);
-/// The same without keys: signed layers are unwrapped, encrypted ones stay closed.
-std::optional<Message> loadMessage(const std::string& path);
-/// The same from bytes in memory, which are not changed; `path` is the name used in error messages.
-std::optional<Message> loadMessage(const std::string& path, DataBuffer& bytes, SystemCerts& certs);
+/// Loads a message and unwraps its signed layers; encrypted ones stay closed. Nothing after reporting an
+/// error.
+std::optional<Message> loadMessage(Input& input);
 
 /// Loads a message that is to be written again. Bare LF in a file with Unix line breaks becomes CRLF,
 /// because a bare LF would be re-encoded as data (RFC 2045, 6.7). Signed content keeps its bytes, and no
 /// layer is unwrapped.
-std::optional<Message> loadMessageToWrite(const std::string& path);
-/// The same from bytes in memory, which are not changed.
-std::optional<Message> loadMessageToWrite(const std::string& path, DataBuffer& bytes);
+std::optional<Message> loadMessageToWrite(Input& input);
+std::optional<Message> loadMessageToWrite(const std::string& argument);
+/// The same from bytes in memory; `name` is used in error messages.
+std::optional<Message> loadMessageToWrite(const std::string& name, std::string_view bytes);
 
-/// Reads and opens a message, layers and all; nothing after reporting an error.
-std::optional<mailtree::Message> openMessage(const std::string& path, const mailtree::Keys& keys);
-std::optional<mailtree::Message> openMessage(const std::string& path);
+/// Opens a message, layers and all; nothing after reporting an error.
+std::optional<mailtree::Message> openMessage(Input& input, const mailtree::Keys& keys);
+std::optional<mailtree::Message> openMessage(Input& input);
+std::optional<mailtree::Message> openMessage(const std::string& argument, const mailtree::Keys& keys);
+std::optional<mailtree::Message> openMessage(const std::string& argument);
 
 /// Limits exceeded while a message was loaded.
 LimitSet limitsIn(const mailtree::Message& message);
-/// Reads a file up to the empty line after its header, so that a large message costs no more than a small
-/// one.
-bool readHeader(const std::string& path, DataBuffer& bytes);
 
 /// Reports every limit that was exceeded and returns the matching exit code.
-Exit reportLimits(const std::string& path, LimitSet limits);
+Exit reportLimits(const std::string& name, LimitSet limits);
 
 }  // namespace mailtree::cli

@@ -56,6 +56,14 @@ Readers readersOf(const mailtree::Message& message) {
   return isDecrypted || answersEncrypted ? Readers::owner : Readers::usual;
 }
 
+std::string withUnixLines(std::string text) {
+  std::size_t size = 0;
+  for (std::size_t at = 0; at < text.size(); ++at)
+    if (text[at] != '\r' || at + 1 == text.size() || text[at + 1] != '\n') text[size++] = text[at];
+  text.resize(size);
+  return text;
+}
+
 bool assembleMessage(Email2& root, StringBuffer& out, LogBase& log, const WriteForm& form) {
   return assemble(root, form, nullptr, out, log);
 }
@@ -72,6 +80,16 @@ Exit writeMessage(Email2& root, const Destination& to, const WriteForm& form) {
     return Exit::fine;
   }
   reportError(to.path, problemOfOutput(to.path, to.existing(), log.errorOr("cannot be written")));
+  return Exit::unreadable;
+}
+
+Exit writeMessage(Email2& root, const Input& input, const Destination& to, StoreOutput& store,
+                  const WriteForm& form) {
+  if (!store.isOpen()) return writeMessage(root, to, form);
+  ErrorLog log;
+  StringBuffer text;
+  if (assemble(root, form, nullptr, text, log)) return store.add(text.view(), input.source);
+  reportError(input.name, log.errorOr("the message could not be written completely"));
   return Exit::unreadable;
 }
 

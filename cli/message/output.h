@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "cli/message/store_output.h"
 #include "cli/support/exit_codes.h"
 #include "cli/support/output_file.h"
 #include "mailtree/email/Email2.h"
@@ -22,7 +23,13 @@ Readers readersOf(const mailtree::Message& message);
 /// Writes a message as MIME, without the fields internal to the library. A file is written whole or not at
 /// all; a terminal gets only harmless characters. unreadable after reporting an error.
 Exit writeMessage(Email2& root, const Destination& to, const WriteForm& form = {});
+/// The same for one of any number of messages, which go to the store when it is open.
+Exit writeMessage(Email2& root, const Input& input, const Destination& to, StoreOutput& store,
+                  const WriteForm& form = {});
 Exit writeMessage(const mailtree::Message& message, const Destination& to, const WriteOptions& options = {});
+
+/// A message with LF for each CRLF, as programs on Unix hosts take it.
+std::string withUnixLines(std::string text);
 
 /// Appends a message as writeMessage() writes it, but never dot-stuffed. False when it is incomplete.
 bool assembleMessage(Email2& root, StringBuffer& out, LogBase& log, const WriteForm& form = {});

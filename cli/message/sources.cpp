@@ -208,8 +208,9 @@ const std::string& Sources::found() const noexcept {
 }
 
 std::string problemOf(const Error& error) {
-  constexpr std::string_view kPrefix = "cannot be read: ";
-  return error.message.substr(error.message.starts_with(kPrefix) ? kPrefix.size() : 0);
+  for (const std::string_view prefix : {"cannot be read: ", "cannot be written: "})
+    if (error.message.starts_with(prefix)) return error.message.substr(prefix.size());
+  return error.message;
 }
 
 void addSources(CLI::App& verb, SourceArguments& arguments) {

@@ -85,7 +85,7 @@ class Sources {
   bool m_hasGiven = false;     ///< Something was given for it.
 };
 
-/// Why something could not be read, for people: "No such file or directory".
+/// Why something could not be read or written, for people: "No such file or directory".
 std::string problemOf(const Error& error);
 
 }  // namespace mailtree::cli

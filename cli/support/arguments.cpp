@@ -9,14 +9,21 @@
 namespace mailtree::cli {
 namespace {
 
-/// Appended to an argument to hide a closing bracket from the parser. No argument of a process contains it.
+/// Put at one end of an argument to hide a bracket or a leading "-" from the parser. No argument of a process
+/// contains it.
 constexpr char kGuard = '\0';
 
 bool looksLikeList(std::string_view argument) {
   return (argument.starts_with('[') && argument.ends_with(']')) || argument == "{}";
 }
 
+/// "-#12", message 12 of standard input.
+bool namesMessageOfInput(std::string_view argument) {
+  return argument.starts_with("-#") || argument.starts_with("-@");
+}
+
 std::string literal(std::string argument) {
+  if (!argument.empty() && argument.front() == kGuard) argument.erase(0, 1);
   if (!argument.empty() && argument.back() == kGuard) argument.pop_back();
   return argument;
 }
@@ -60,6 +67,7 @@ std::vector<std::string> protectedArguments(int argc, const char* const* argv) {
   for (int i = argc - 1; i > 0; --i) {
     std::string& argument = arguments.emplace_back(argv[i]);
     if (looksLikeList(argument)) argument += kGuard;
+    if (namesMessageOfInput(argument)) argument.insert(0, 1, kGuard);
   }
   return arguments;
 }

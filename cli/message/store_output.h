@@ -1,0 +1,50 @@
+// cli/message/store_output.h - mailboxes and folders that verbs write messages to.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "cli/message/input.h"
+#include "mailtree/store/MailWriter.h"
+
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
+
+namespace mailtree::cli {
+
+/// Adds an option that takes "mbox:FILE", "maildir:FOLDER" or "dir:FOLDER".
+CLI::Option* addStoreOutput(CLI::App& verb, const std::string& option, std::string& target,
+                            const std::string& description);
+
+/// The description of that option for verbs that change messages.
+inline constexpr const char* kStoreDescription =
+    "For any number of messages: append to a mailbox or folder, mbox:FILE, maildir:FOLDER or dir:FOLDER";
+
+/// Writes messages to what such an option names. All operations return fine, or another status after
+/// reporting an error.
+class StoreOutput {
+ public:
+  Exit open(const std::string& target);
+  bool isOpen() const noexcept { return m_writer != nullptr; }
+  /// @param source  whose flags, or sender and date of the separator, are kept.
+  Exit add(std::string_view message, const SourceMessage& source);
+  /// Brings what was added to disk.
+  Exit finish();
+
+ private:
+  Exit report(const Result<void>& done);
+
+  std::string m_target;
+  MailWriterPtr m_writer;
+  bool m_hasFailed = false;
+};
+
+/// forEachMessage() for a verb that writes what becomes of each message: to `target`, or, when that is empty,
+/// of one message to where the verb says.
+Exit forEachMessage(const SourceArguments& arguments, const std::string& target, const char* single,
+                    const std::function<Exit(Input&, StoreOutput&)>& work);
+
+}  // namespace mailtree::cli
