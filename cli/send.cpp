@@ -7,6 +7,7 @@
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
+#include "cli/message/output.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/program.h"
@@ -26,15 +27,6 @@ std::optional<std::string> installedProgram() {
   for (const char* const path : kPrograms)
     if (::access(path, X_OK) == 0) return path;
   return std::nullopt;
-}
-
-/// The program ends lines with LF and sends CRLF.
-std::string withUnixLines(std::string text) {
-  std::size_t size = 0;
-  for (std::size_t at = 0; at < text.size(); ++at)
-    if (text[at] != '\r' || at + 1 == text.size() || text[at + 1] != '\n') text[size++] = text[at];
-  text.resize(size);
-  return text;
 }
 
 std::vector<std::string> argumentsFor(const Envelope& envelope) {
@@ -59,6 +51,7 @@ Exit send(const SendOptions& options) {
   }
   const Result<std::string> text = message->toString();
   if (!text) return refuse(text.error());
+  // The program ends lines with LF and sends CRLF.
   return runProgram(*program, argumentsFor(message->envelope()), withUnixLines(*text));
 }
 

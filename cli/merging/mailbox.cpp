@@ -1,8 +1,6 @@
 #include "cli/merging/mailbox.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <system_error>
 
@@ -10,6 +8,7 @@
 #include "cli/support/errors.h"
 #include "cli/support/saving.h"
 #include "mailtree/base/Ascii.h"
+#include "mailtree/store/mbox_quoting.h"
 
 namespace mailtree::cli {
 namespace {
@@ -93,7 +92,9 @@ class MailboxTarget final : public MergeTarget {
   bool put(Email2& email) override {
     if (!assembleInto(email, m_text)) return false;
     m_entry.clear();
-    appendToMailbox(m_text.view(), email.m_fromAddr.m_address.view(), email.m_date, m_entry);
+    const std::chrono::sys_seconds date{std::chrono::seconds(email.m_date.toUnixTime())};
+    appendMboxEntry(withUnixLines(std::string(m_text.view())), email.m_fromAddr.m_address.view(), date,
+                    m_entry);
     return reportUnless(m_sink.write(m_entry, m_progress, m_log));
   }
 
@@ -114,40 +115,7 @@ class MailboxTarget final : public MergeTarget {
   std::string m_entry;
 };
 
-/// "Sat Nov 21 08:30:00 2026", the format of asctime().
-std::string asctimeOf(const SorvikSysTime& time) {
-  constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-  constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                     "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-  char text[64];
-  std::snprintf(text, sizeof text, "%s %s %2u %02u:%02u:%02u %04u", kDays[time.m_dayOfWeek % 7],
-                kMonths[(time.m_month + 11) % 12], static_cast<unsigned>(time.m_day),
-                static_cast<unsigned>(time.m_hour), static_cast<unsigned>(time.m_minute),
-                static_cast<unsigned>(time.m_second), static_cast<unsigned>(time.m_year));
-  return text;
-}
-
-bool needsQuoting(std::string_view line) noexcept {
-  return line.substr(std::min(line.find_first_not_of('>'), line.size())).starts_with("From ");
-}
-
 }  // namespace
-
-void appendToMailbox(std::string_view message, std::string_view sender, const SorvikSysTime& received,
-                     std::string& out) {
-  const bool isWord = !sender.empty() && std::none_of(sender.begin(), sender.end(), isSpaceAscii);
-  out.append("From ").append(isWord ? sender : "MAILER-DAEMON").append(" ");
-  out.append(asctimeOf(received)).append("\n");
-  for (std::size_t at = 0; at < message.size();) {
-    const std::size_t end = std::min(message.find('\n', at), message.size());
-    std::string_view line = message.substr(at, end - at);
-    if (end < message.size() && line.ends_with('\r')) line.remove_suffix(1);
-    if (needsQuoting(line)) out += '>';
-    out.append(line).append("\n");
-    at = end + 1;
-  }
-  out += '\n';
-}
 
 std::unique_ptr<MergeTarget> folderTarget(std::string folder, bool force) {
   return std::make_unique<FolderTarget>(std::move(folder), force);

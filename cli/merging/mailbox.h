@@ -23,13 +23,9 @@ class MergeTarget {
 /// @param force  replace existing files of these names.
 std::unique_ptr<MergeTarget> folderTarget(std::string folder, bool force);
 
-/// A file in mboxrd format with LF line breaks: a "From " line before each message, and ">" before every line
-/// that looks like one. Written whole or not at all.
+/// A file in mboxrd format with LF line breaks, entry by entry as a MailWriter makes it, but written whole or
+/// not at all.
 /// @param force  replace an existing file of this name.
 std::unique_ptr<MergeTarget> mailboxTarget(std::string path, bool force);
-
-/// Appends a message with CRLF line breaks in mboxrd format.
-void appendToMailbox(std::string_view message, std::string_view sender, const SorvikSysTime& received,
-                     std::string& out);
 
 }  // namespace mailtree::cli
