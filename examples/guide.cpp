@@ -184,7 +184,9 @@ Result<void> invite(const std::string& file, const std::string& out) {
 }
 
 void listProblems(const Message& mail) {
-  for (const Problem& problem : mail.problems()) std::cout << problem.part << ": " << problem.text << '\n';
+  for (const Problem& problem : mail.problems())
+    if (problem.severity >= Problem::Severity::warning)
+      std::cout << problem.part << ": " << problem.text << '\n';
 }
 
 void askForAddress(Message& mail, const std::string& typed) {

@@ -6,6 +6,7 @@
 
 #include "cli/message/input.h"
 #include "cli/support/json_values.h"
+#include "cli/views/problems_json.h"
 #include "cli/views/security_json.h"
 #include "mailtree/base/FileNames.h"
 #include "mailtree/crypto/Digest.h"
@@ -107,25 +108,6 @@ std::string filesOf(const Outline& outline, const Displayed& display,
   return list += ']';
 }
 
-constexpr std::string_view nameOf(Problem::Kind kind) noexcept {
-  switch (kind) {
-    case Problem::Kind::repaired: return "repaired";
-    case Problem::Kind::damagedText: return "damaged_text";
-    case Problem::Kind::limit: return "limit";
-    case Problem::Kind::ambiguous: return "ambiguous";
-    case Problem::Kind::notOpened: break;
-  }
-  return "not_opened";
-}
-
-Json problemsOf(const mailtree::Message& message) {
-  Json list = Json::array();
-  for (const Problem& problem : message.problems())
-    list.push_back(
-        objectOf({{"kind", nameOf(problem.kind)}, {"part", problem.part}, {"text", problem.text}}));
-  return list;
-}
-
 /// In angle brackets, as in message_id.
 Json idsOf(const Email2& root, const char* field) {
   Json list = Json::array();
@@ -174,8 +156,8 @@ Json idOrNull(int id) { return id < 0 ? Json() : Json(id); }
 }  // namespace
 
 std::string jsonOf(const std::string& file, mailtree::Message& message, const JsonOptions& options) {
-  Email2& root = message.email2();
-  MessageState& state = MessageState::of(message);  // numbers the parts once
+  const Email2& root = std::as_const(message).email2();  // the other one gives up the bytes
+  MessageState& state = MessageState::of(message);       // numbers the parts once
   const Outline& outline = state.outline();
   const Json head = objectOf({{"schema", kSchema},
                               {"file", file},
@@ -199,7 +181,7 @@ std::string jsonOf(const std::string& file, mailtree::Message& message, const Js
                         {"html", idOrNull(outline.html)},
                         {"security", securityOf(message.security())},
                         {"limits", limitsOf(limitsIn(message))},
-                        {"problems", problemsOf(message)}});
+                        {"problems", problemsOf(message.problems())}});
   if (options.headers) tail["headers"] = headersOf(root);
   if (options.body) tail["body"] = bodyOf(message);
   ObjectText out;

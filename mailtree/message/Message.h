@@ -138,10 +138,20 @@ struct Problem {
     limit,        ///< A limit was exceeded, and the rest was not read.
     ambiguous,    ///< Programs may read it in different ways: two From fields, two boundaries, ...
     notOpened,    ///< An encrypted layer could not be opened.
+    malformed,    ///< A rule of the format is broken, and there is one way to read it: a line too long, ...
+    deceptive,    ///< A reader may take it for something else: a name that is another address, ...
+  };
+  enum class Severity {
+    note,     ///< Nothing is lost, and nobody is misled.
+    warning,  ///< Something may be lost, or read differently elsewhere.
+    danger,   ///< What a reader sees may not be what a filter saw, or not who wrote it.
   };
   Kind kind{};
   std::string part;  ///< Part::id() of the part concerned.
   std::string text;  ///< A sentence without a full stop.
+  Severity severity{};
+  /// Where in the message as it was read; nothing when it is at no one place, or inside an opened layer.
+  std::optional<std::size_t> offset = {};
 };
 
 /// An invitation or another calendar object (RFC 5545, 6047).
@@ -214,6 +224,7 @@ class Message {
   bool isAutomatic() const;
   std::optional<Calendar> calendar() const;
   const Security& security() const;  ///< The verdict, as of reading.
+  /// What is wrong with it, part by part. What is inside attached messages is not listed: see messages().
   std::vector<Problem> problems() const;
   /// @}
 

@@ -72,6 +72,15 @@ bool MimeMessage2::loadText(std::string_view mime, int& parts, LogBase& log) {
   });
 }
 
+bool MimeMessage2::loadText(std::string_view mime, std::vector<EntityPlace>& places, LogBase& log) {
+  return neverThrow(false, [&] {
+    reset();
+    int parts = kMaxParts;
+    MimeParser::parse(mime, *this, parts, log, &places);
+    return true;
+  });
+}
+
 bool MimeMessage2::loadContent(std::string_view mime, int level, Origin origin, int& parts, LogBase& log) {
   return neverThrow(false, [&] {
     reset();

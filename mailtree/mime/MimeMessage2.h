@@ -34,6 +34,15 @@ class LogBase;
 class SystemCerts;
 class UnwrapInfo;
 class _clsCades;
+class MimeMessage2;
+
+/// Where an entity is in the text it was parsed from. Parts of a multipart that was transfer-encoded as a
+/// whole are nowhere in it.
+struct EntityPlace {
+  const MimeMessage2* entity;
+  std::size_t begin, bodyBegin;
+  std::size_t end;  ///< Of the body of a leaf.
+};
 
 class MimeMessage2 final : public SorvikObject {
  public:
@@ -60,6 +69,8 @@ class MimeMessage2 final : public SorvikObject {
   /// the parts used are subtracted from it.
   bool loadText(std::string_view mime, int& parts, LogBase& log);
   bool loadText(std::string_view mime, LogBase& log);
+  /// The same, and lists where each entity is, in the order in which they begin.
+  bool loadText(std::string_view mime, std::vector<EntityPlace>& places, LogBase& log);
   /// The same for the content of an entity at that level of a tree (the message is level 1). Nothing may
   /// precede its header, which ends at the first empty line.
   /// @param origin  the entity's Origin.

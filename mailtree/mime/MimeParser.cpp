@@ -123,8 +123,10 @@ class MimeParser::Pass {
  public:
   /// @param level   of the entity that the text belongs to; the message is level 1.
   /// @param origin  of the text.
-  Pass(std::string_view text, int level, Origin origin, Budget& budget)
-      : m_text(text), m_level(level), m_origin(origin), m_budget(budget) {}
+  /// @param places  null: not wanted.
+  Pass(std::string_view text, int level, Origin origin, Budget& budget,
+       std::vector<EntityPlace>* places = nullptr)
+      : m_text(text), m_level(level), m_origin(origin), m_budget(budget), m_places(places) {}
 
   /// A message of its own, or the content of another entity.
   enum class Place { top, inside };
@@ -196,6 +198,7 @@ class MimeParser::Pass {
   const int m_level;
   const Origin m_origin;
   Budget& m_budget;
+  std::vector<EntityPlace>* const m_places;
   Place m_place = Place::top;
   bool m_isDecoded = false;           ///< The text was found inside a transfer-encoded multipart.
   std::vector<OpenMultipart> m_open;  ///< Outermost first.
@@ -311,6 +314,7 @@ void MimeParser::Pass::open(MimeMessage2& entity, std::size_t begin, std::size_t
       !m_open.empty() && equalsNoCase(m_open.back().entity->m_contentType.m_type, "multipart/appledouble");
   m_last = {&entity, bodyBegin, isAppleDouble};
   entity.m_origin = m_origin + begin;
+  if (m_places) m_places->push_back({&entity, begin, bodyBegin, m_text.size()});
   if (!m_open.empty()) m_open.back().partBegin = begin;
   if (!openMultipart(entity, bodyBegin)) {
     m_leaf = m_last;
@@ -365,6 +369,7 @@ void MimeParser::Pass::endPart(std::size_t end) {
 void MimeParser::Pass::closeDownTo(std::size_t stackSize, std::size_t end) {
   const Leaf leaf = std::exchange(m_leaf, Leaf());
   if (leaf.entity) storeBody(*leaf.entity, leaf.bodyBegin, end, !leaf.isAppleDouble);
+  if (leaf.entity && m_places) m_places->back().end = std::max(leaf.bodyBegin, end);
   while (m_open.size() > stackSize) closeUnterminated(end);
 }
 
@@ -398,6 +403,7 @@ void MimeParser::Pass::storeRestInLastPart() {
   m_last.entity->m_transferEncoding.clear();
   m_last.entity->m_body.clear();
   storeBody(*m_last.entity, m_last.bodyBegin, end);
+  if (m_places) m_places->back().end = end;
   for (; !m_open.empty(); m_open.pop_back()) endPart(end);
 }
 
@@ -471,9 +477,10 @@ std::string_view MimeParser::skipPrologue(std::string_view text) noexcept {
   return text;
 }
 
-void MimeParser::parse(std::string_view text, MimeMessage2& root, int& parts, LogBase& log) {
+void MimeParser::parse(std::string_view text, MimeMessage2& root, int& parts, LogBase& log,
+                       std::vector<EntityPlace>* places) {
   Budget budget{parts};
-  Pass(skipPrologue(text), /*level=*/1, /*origin=*/0, budget).parseEntity(root, Pass::Place::top);
+  Pass(skipPrologue(text), /*level=*/1, /*origin=*/0, budget, places).parseEntity(root, Pass::Place::top);
   finish(root, budget.limits, log);
 }
 

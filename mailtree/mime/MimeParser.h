@@ -10,6 +10,7 @@
 #pragma once
 
 #include <string_view>
+#include <vector>
 
 #include "mailtree/mime/MimeMessage2.h"
 
@@ -20,8 +21,10 @@ class LogBase;
 class MimeParser {
  public:
   /// Fills the empty entity `root`; the text need not outlive the call.
-  /// @param parts  parts allowed; the parts used are subtracted from it.
-  static void parse(std::string_view text, MimeMessage2& root, int& parts, LogBase& log);
+  /// @param parts   parts allowed; the parts used are subtracted from it.
+  /// @param places  receives the place of each entity, for reports about the text; null: not needed.
+  static void parse(std::string_view text, MimeMessage2& root, int& parts, LogBase& log,
+                    std::vector<EntityPlace>* places = nullptr);
   /// The same for an entity found inside another one at that level (the message is level 1). A byte order
   /// mark or mbox line before it is content, and an empty line at its beginning ends its header.
   /// @param origin  of the entity; those of its parts count on from there.

@@ -84,6 +84,8 @@ TEST(JsonSchema, describes_what_is_printed) {
                   {"messages", "messages --json"},
                   {"report", "report --json"},
                   {"verify", "verify --json", true},
+                  {"check", "check --json"},
+                  {"jmap", "export --json --attachments $folder.files"},
                   {"list", "list --json"},
                   {"list", "list --json --threads"},
                   {"list", "find --json size:..9G"},

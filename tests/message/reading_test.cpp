@@ -69,15 +69,73 @@ TEST(Reading, KnowsWhichMessageAReportIsAbout) {
   EXPECT_EQ(report.recipients.at(0).address, "a@x");
 }
 
-TEST(Reading, TellsWhatProgramsReadInDifferentWays) {
+/// Each as "part@offset severity text".
+std::string problemsOf(std::string_view mime) {
   std::string found;
-  for (const Problem& problem :
-       Message::parse(std::string("Content-Transfer-Encoding: Base64\n") + kNested)->problems())
-    found += problem.part + " " + problem.text + "\n";
-  EXPECT_EQ(found,
-            "1 the field Subject is there 2 times\n"
-            "1 the Content-Type has the parameter boundary 2 times\n"
-            "1 a multipart is declared to be in base64\n");
+  for (const Problem& problem : Message::parse(mime)->problems())
+    found += problem.part + (problem.offset ? "@" + std::to_string(*problem.offset) : std::string()) + " " +
+             "nwd"[static_cast<int>(problem.severity)] + " " + problem.text + "\n";
+  return found;
+}
+
+constexpr const char* kGood = "From: a@x.example\nDate: Thu, 1 Jan 2026 00:00:00 +0000\nMessage-ID: <a@b>\n";
+constexpr std::size_t kGoodSize = 73;
+
+TEST(Reading, TellsWhatIsWrongWithAMessage) {
+  EXPECT_EQ(problemsOf(kNested),
+            "1@198 w the field Subject is there 2 times\n"
+            "1@211 d the Content-Type has the parameter boundary 2 times\n"
+            "1 n the field Date is missing\n"
+            "1@0 w From has a name and no address: \"Anna Berg\"\n");
+  struct {
+    std::string_view rest,
+        problem;  ///< Of a message whose header is good so far; problem with `@` from there.
+  } rows[] = {
+      {"\nhi\n", ""},
+      {"Content-Type: text/plain; charset=nope\n\nhi\n", "1 n the charset \"nope\" is unknown"},
+      {"Subject: \xE9\n\nhi\n", "1@0 w the field \"Subject\" has raw 8-bit bytes"},
+      {"Content-Transfer-Encoding: quoted-printable\n\na=XYb =\n=3D\n",
+       "1@46 n the quoted-printable has \"=\""},
+      {"Content-Transfer-Encoding: base64\n\naGk!h\n", "1@38 w the base64 has characters"},
+      {"Content-Transfer-Encoding: base64\n\naGk=\naGk=\n", "1@40 d the base64 goes on after its end"},
+      {"Content-Transfer-Encoding: base64\n\naGkhaG\n", "1@42 w the base64 is cut off"},
+      {"Content-Transfer-Encoding: base-64\n\naGk=\n", "1@0 w the Content-Transfer-Encoding \"base-64\" is"},
+      {"Content-Transfer-Encoding: Base64\nContent-Type: multipart/mixed; boundary=b\n\n--b\n\nx\n--b--\n",
+       "1@0 d a multipart is declared to be in base64"},
+      {"this line is no field\nX: y\n\nhi\n", "1@0 w a line of the header is not a field"},
+      {"Subject : x\n\nhi\n", "1@0 w a blank is before the colon"},
+      {"Subject: =?nope?q?=E9?=\n\nhi\n", "1@0 w the field \"Subject\" has an encoded word in the unknown"},
+      {"X: a\n \n b\n\nhi\n", "1@0 w a line of the field \"X\" has only blanks"},
+      {"X: a\rY: b\n\nhi\n", "1@4 d the header has CR without LF"},
+      {"\nh\ri\n", "1@2 w the content has CR without LF"},
+      {std::string_view("\nh\0i\n", 5), "1@2 w the content has NUL bytes"},
+      {"Reply-To: b@evil.example\n\nhi\n", "1@0 w answers go to another domain"},
+      {"Reply-To: b@mail.x.example\n\nhi\n", ""},
+      {"Sender: \"a@bank.example\" <b@x.example>\n\nhi\n", "1@0 d the name in Sender is another address"},
+      {"Sender: =?utf-8?q?a=40bank.example?=\n\nhi\n", "1@0 d Sender has an address only in its name"},
+      {"Content-Type: a/b; name=x.pdf\nContent-Disposition: attachment; filename=x.exe\n\nhi\n",
+       " d the file has two names: \"x.pdf\" and \"x.exe\""},
+      {"MIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=b\n\n--b\n\nx\n--b2\n\ny\n--b--\n",
+       "1.1@68 d a line begins with a boundary"},
+      {"MIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=b\n\n--b\n\nx\n--b--\n--b\n\ny\n",
+       "1.1@74 d a boundary begins no part here"},
+  };
+  for (const auto& [rest, problem] : rows) {
+    std::string wanted(problem);
+    if (const std::size_t at = wanted.find('@'); at < 6)
+      wanted = wanted.substr(0, at + 1) + std::to_string(kGoodSize + std::stoul(wanted.substr(at + 1))) +
+               wanted.substr(wanted.find(' '));
+    const std::string found = problemsOf(std::string(kGood).append(rest));
+    EXPECT_TRUE(problem.empty() ? found.empty() : found.find(wanted) != std::string::npos)
+        << rest << "wanted: " << wanted << "\nfound:\n"
+        << found;
+  }
+}
+
+TEST(Reading, TellsWhichLinesAreTooLong) {
+  const std::string lines =
+      std::string(kGood) + "\n" + std::string(999, 'x') + "\n" + std::string(998, 'x') + "\n";
+  EXPECT_EQ(problemsOf(lines), "1@74 n the content has lines of more than 998 bytes (1)\n");
 }
 
 }  // namespace

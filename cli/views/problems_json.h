@@ -1,0 +1,17 @@
+// cli/views/problems_json.h - what is wrong with a message, in the words of all output.
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+#include "cli/support/json_values.h"
+#include "mailtree/message/Message.h"
+
+namespace mailtree::cli {
+
+std::string_view nameOf(Problem::Kind kind) noexcept;
+std::string_view nameOf(Problem::Severity severity) noexcept;
+
+Json problemsOf(const std::vector<Problem>& problems);
+
+}  // namespace mailtree::cli

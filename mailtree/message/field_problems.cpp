@@ -1,0 +1,189 @@
+// message/field_problems.cpp - header fields that programs read in different ways, or cannot read at all.
+#include <array>
+#include <string>
+
+#include "mailtree/base/Utf.h"
+#include "mailtree/message/problem_list.h"
+#include "mailtree/mime/charset/Charset.h"
+#include "mailtree/mime/coding/EncodedWord.h"
+#include "mailtree/mime/header/HeaderParams.h"
+
+namespace mailtree {
+namespace {
+
+using Kind = Problem::Kind;
+using Severity = Problem::Severity;
+
+struct SingleField {
+  std::string_view name;
+  Severity severity = Severity::warning;
+  bool isOfPart = false;  ///< RFC 2045: in every part; otherwise RFC 5322, 3.6: in a message.
+};
+constexpr SingleField kSingleFields[] = {
+    {"From", Severity::danger},
+    {"Sender"},
+    {"Reply-To"},
+    {"To"},
+    {"Cc"},
+    {"Bcc"},
+    {"Date"},
+    {"Message-ID"},
+    {"In-Reply-To"},
+    {"References"},
+    {"Subject"},
+    {"MIME-Version", Severity::note, true},
+    {"Content-Type", Severity::danger, true},
+    {"Content-Transfer-Encoding", Severity::danger, true},
+    {"Content-Disposition", Severity::danger, true},
+    {"Content-ID", Severity::note, true},
+};
+
+/// Parameters of which programs take the first, or the last.
+struct SingleParameter {
+  std::string_view field, name;
+  Severity severity;
+};
+constexpr SingleParameter kSingleParameters[] = {{"Content-Type", "boundary", Severity::danger},
+                                                 {"Content-Type", "charset", Severity::warning},
+                                                 {"Content-Type", "name", Severity::danger},
+                                                 {"Content-Type", "start", Severity::warning},
+                                                 {"Content-Disposition", "filename", Severity::danger}};
+
+/// The first unknown charset of an encoded word; empty when there is none.
+std::string_view unknownWordCharset(std::string_view value) {
+  for (std::size_t at = value.find("=?"); at != std::string_view::npos; at = value.find("=?", at)) {
+    at += 2;
+    const std::size_t end = value.find_first_of("? \t\r\n", at);
+    if (end == std::string_view::npos) break;
+    const std::string_view coding = value.substr(end, 3);
+    const bool isWord = coding == "?q?" || coding == "?Q?" || coding == "?b?" || coding == "?B?";
+    const std::string_view charset = value.substr(at, std::min(value.find('*', at), end) - at);
+    if (isWord && codePageOfCharset(charset) == 0) return charset;
+  }
+  return {};
+}
+
+/// Whether a line of a folded value has nothing but blanks: many programs end the header there.
+bool hasBlankLine(std::string_view value) {
+  for (std::size_t at = value.find('\n'); at != std::string_view::npos; at = value.find('\n', at + 1)) {
+    const std::string_view rest = value.substr(at + 1);
+    if (!rest.empty() && trim(rest.substr(0, rest.find('\n'))).empty()) return true;
+  }
+  return false;
+}
+
+class FieldChecks {
+ public:
+  FieldChecks(int row, RepairSet repairs, const std::vector<ReceivedField>& fields, ProblemList& problems)
+      : m_row(row), m_repairs(repairs), m_fields(fields), m_problems(problems) {}
+
+  void run() {
+    for (const ReceivedField& field : m_fields) count(field);
+    for (std::size_t i = 0; i < m_seen.size(); ++i) reportRepeated(kSingleFields[i], m_seen[i]);
+    for (const ReceivedField& field : m_fields) {
+      if (field.name.empty()) {
+        if (!m_hasBadLine)
+          add(Severity::warning, Kind::ambiguous, "a line of the header is not a field", field);
+        m_hasBadLine = true;
+        continue;
+      }
+      readForm(field);
+      readBytes(field);
+      if (beginsWithNoCase(field.name, "Content-")) readParameters(field);
+    }
+    if (m_repairs.has(Repair::headerSyntax) && !m_hasBadLine)
+      m_problems.add(m_row, Severity::warning, Kind::repaired, "there is no empty line after the header");
+    if (m_row == 0) readMissing();
+  }
+
+ private:
+  struct Seen {
+    std::size_t count = 0;
+    const ReceivedField* second = nullptr;
+  };
+
+  void add(Severity severity, Kind kind, std::string text, const ReceivedField& field) {
+    m_problems.add(m_row, severity, kind, std::move(text), field.offset);
+  }
+
+  void count(const ReceivedField& field) {
+    for (std::size_t i = 0; i < m_seen.size(); ++i) {
+      if (!equalsNoCase(field.name, kSingleFields[i].name)) continue;
+      if (++m_seen[i].count == 2) m_seen[i].second = &field;
+      return;
+    }
+  }
+
+  void reportRepeated(const SingleField& single, const Seen& seen) {
+    if (seen.count < 2 || (m_row != 0 && !single.isOfPart)) return;
+    add(single.severity, Kind::ambiguous,
+        "the field " + std::string(single.name) + " is there " + inWords(seen.count, "times"), *seen.second);
+  }
+
+  void readForm(const ReceivedField& field) {
+    if (field.hasBlankBeforeColon)
+      add(Severity::warning, Kind::ambiguous, "a blank is before the colon of " + quoted(field.name), field);
+    if (hasBlankLine(field.value))
+      add(Severity::warning, Kind::ambiguous,
+          "a line of the field " + quoted(field.name) + " has only blanks, and may end the header", field);
+  }
+
+  void readBytes(const ReceivedField& field) {
+    if (!isAscii(field.value)) {
+      const bool isUtf8 = isValidUtf8(field.value);
+      add(isUtf8 ? Severity::note : Severity::warning, Kind::malformed,
+          "the field " + quoted(field.name) + " has raw 8-bit bytes" +
+              (isUtf8 ? "" : ", which are not utf-8: their charset was guessed"),
+          field);
+    }
+    if (!mayHoldEncodedWord(field.value)) return;
+    if (const std::string_view charset = unknownWordCharset(field.value); !charset.empty())
+      add(Severity::warning, Kind::malformed,
+          "the field " + quoted(field.name) + " has an encoded word in the unknown charset " +
+              quoted(charset),
+          field);
+  }
+
+  void readParameters(const ReceivedField& field) {
+    std::string value(field.value);  // unfolded
+    std::erase_if(value, [](char c) { return c == '\r' || c == '\n'; });
+    for (const SingleParameter& single : kSingleParameters) {
+      if (!equalsNoCase(field.name, single.field)) continue;
+      const std::size_t times = countPlainParameters(value, single.name);
+      if (times > 1)
+        add(single.severity, Kind::ambiguous,
+            "the " + std::string(single.field) + " has the parameter " + std::string(single.name) + " " +
+                inWords(times, "times"),
+            field);
+    }
+    if (equalsNoCase(field.name, "Content-Type") && findNoCase(field.value, "boundary*") < field.value.size())
+      add(Severity::danger, Kind::ambiguous,
+          "the boundary is given in a form that many programs do not read (RFC 2231)", field);
+  }
+
+  void readMissing() {
+    constexpr struct {
+      std::string_view name;
+      Severity severity;
+    } kExpected[] = {{"From", Severity::warning}, {"Date", Severity::note}, {"Message-ID", Severity::note}};
+    for (const auto& [name, severity] : kExpected)
+      if (std::ranges::none_of(m_fields, [n = name](const auto& f) { return equalsNoCase(f.name, n); }))
+        m_problems.add(0, severity, Kind::malformed, "the field " + std::string(name) + " is missing");
+  }
+
+  int m_row;
+  RepairSet m_repairs;
+  const std::vector<ReceivedField>& m_fields;
+  ProblemList& m_problems;
+  std::array<Seen, std::size(kSingleFields)> m_seen{};
+  bool m_hasBadLine = false;
+};
+
+}  // namespace
+
+void findFieldProblems(int row, const PartRow& part, const std::vector<ReceivedField>& fields,
+                       ProblemList& problems) {
+  FieldChecks(row, part.node->m_repairs, fields, problems).run();
+}
+
+}  // namespace mailtree
