@@ -1,10 +1,10 @@
 // cli/find.cpp - mailtree find: the messages of mailboxes that an expression describes.
 #include <CLI/CLI.hpp>
-#include <filesystem>
 #include <iostream>
 #include <memory>
 
 #include "cli/commands.h"
+#include "cli/message/store_output.h"
 #include "cli/message/streaming.h"
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
@@ -12,7 +12,6 @@
 #include "cli/support/progress.h"
 #include "cli/views/listing.h"
 #include "mailtree/message/Expression.h"
-#include "mailtree/store/MailWriter.h"
 
 namespace mailtree::cli {
 namespace {
@@ -34,15 +33,6 @@ struct Found {
   std::string bytes;  ///< To be written.
 };
 
-/// A folder when it is one or ends in "/", else an mbox.
-Result<MailWriterPtr> openOutput(const std::string& path) {
-  std::error_code ignored;
-  if (std::filesystem::is_directory(std::filesystem::path(path) / "cur", ignored))
-    return openMaildirWriter(path);
-  if (path.ends_with('/') || std::filesystem::is_directory(path, ignored)) return openFolderWriter(path);
-  return openMboxWriter(path);
-}
-
 class Finder {
  public:
   Finder(const FindOptions& options, const Expression& expression, const Keys& keys)
@@ -53,11 +43,8 @@ class Finder {
 
   Exit run() {
     if (const Exit wrong = m_listing.check(); wrong != Exit::fine) return wrong;
-    if (!m_options.out.empty()) {
-      Result<MailWriterPtr> opened = openOutput(m_options.out);
-      if (!opened) return fail(opened.error());
-      m_out = *std::move(opened);
-    }
+    if (!m_options.out.empty())
+      if (const Exit failed = m_out.open(targetNamed(m_options.out)); failed != Exit::fine) return failed;
     const auto make = [this, lazy = LazyMessage(&m_keys.all)](SourceMessage& message) mutable {
       lazy.assign(message);
       return m_expression.matches(lazy) ? keep(message, lazy) : std::optional<Found>();
@@ -77,7 +64,7 @@ class Finder {
  private:
   std::optional<Found> keep(SourceMessage& message, LazyMessage& lazy) const {
     Found found;
-    if (m_out)
+    if (m_out.isOpen())
       found.bytes = std::move(message.bytes);
     else if (!m_options.hasNames())
       found.item = m_listing.itemOf(lazy);
@@ -90,39 +77,24 @@ class Finder {
       printBesideProgress(nameOf(message) + (m_options.nulNames ? '\0' : '\n'));
       return std::cout.good();
     }
-    if (!m_out) return m_listing.take(found.item);
-    constexpr std::size_t kBatch = std::size_t{4} << 20;
-    const std::optional<std::string_view> flags =
-        message.flags ? std::optional<std::string_view>(*message.flags) : std::nullopt;
-    Result<void> done =
-        m_out->add(found.bytes, {.sender = message.sender, .date = message.date, .flags = flags});
-    m_waiting += found.bytes.size();
-    if (done && m_waiting >= kBatch) {
-      done = m_out->flush();
-      m_waiting = 0;
-    }
-    if (done) return true;
-    m_result = fail(done.error());
-    return false;
+    if (!m_out.isOpen()) return m_listing.take(found.item);
+    m_result = worse(m_result, m_out.add(found.bytes, message));
+    return m_result == Exit::fine;
   }
 
   void finish() {
-    if (!m_out && !m_options.hasNames()) m_listing.finish();
-    if (!m_out) return;
-    if (const Result<void> done = m_out->flush(); !done) m_result = fail(done.error());
-  }
-
-  static Exit fail(const Error& error) {
-    reportError(error.where, error.message);
-    return Exit::unreadable;
+    if (m_out.isOpen())
+      m_result = worse(m_result, m_out.finish());
+    else if (!m_options.hasNames())
+      m_listing.finish();
   }
 
   const FindOptions& m_options;
   const Expression& m_expression;
   const Keys& m_keys;
   Listing m_listing;
-  MailWriterPtr m_out;
-  std::size_t m_waiting = 0, m_count = 0;
+  StoreOutput m_out;
+  std::size_t m_count = 0;
   Exit m_result = Exit::fine;
 };
 
@@ -142,9 +114,10 @@ void addFind(CLI::App& app, Action& action) {
       app.add_subcommand("find", "Find messages in mailboxes and folders; status 1 when there are none");
   addText(*verb, "EXPRESSION", options->expression, "What is looked for, as one argument")->required();
   addSources(*verb, options->sources);
-  CLI::Option* out =
-      addText(*verb, "--out", options->out,
-              "Write the messages there: to an mbox, which is appended to, a Maildir or a folder (FOLDER/)");
+  CLI::Option* out = addText(
+      *verb, "--out", options->out,
+      "Write the messages there: mbox:FILE, which is appended to, maildir:FOLDER or dir:FOLDER; without "
+      "a prefix what is there, else an mbox");
   CLI::Option* names =
       verb->add_flag("-l,--names", options->names, "Only the names of the messages, one a line");
   CLI::Option* nulNames =

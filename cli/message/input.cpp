@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <utility>
 
 #include "cli/support/errors.h"
 #include "mailtree/message/tree_changes.h"
@@ -14,24 +15,20 @@ namespace {
 constexpr Repair kDamages[] = {Repair::boundaryMissing, Repair::boundaryUnclosed, Repair::contentType,
                                Repair::headerSyntax,    Repair::nulBytes,         Repair::damagedText};
 
-bool isDamaged(Email2& root) {
-  bool found = !root.m_common->m_limits.isEmpty();
-  walk(root, [&found](const Email2& node) {
-    found = found || std::ranges::any_of(kDamages, [&](Repair r) { return node.m_repairs.has(r); });
-  });
-  return found;
+bool isDamaged(const Email2& root) {
+  if (!root.m_common->m_limits.isEmpty()) return true;
+  return walkTree(root, [](const Email2& node) {
+           const bool isIt = std::ranges::any_of(kDamages, [&](Repair r) { return node.m_repairs.has(r); });
+           return isIt ? Walk::stop : Walk::descend;
+         }) == Walk::stop;
 }
 
 /// How the messages of a run were.
 class Tally {
  public:
-  void addUnread(Exit result) {
-    add(result, /*isDamaged=*/false);
-    m_unreadable += result == Exit::unreadable ? 0 : 1;
-  }
-  void add(Exit result, bool isDamaged) {
-    ++m_count;
-    const bool isUnreadable = result == Exit::unreadable;
+  void add(Exit result, bool wasRead, bool isDamaged) {
+    const bool isUnreadable = !wasRead || result == Exit::unreadable;
+    m_count += result == Exit::interrupted ? 0 : 1;
     m_unreadable += isUnreadable ? 1 : 0;
     m_damaged += isDamaged && !isUnreadable ? 1 : 0;
     m_hasPositive = m_hasPositive || result == Exit::fine || result == Exit::limit;
@@ -130,16 +127,14 @@ Exit forEachMessage(const SourceArguments& arguments, const Several& form,
     if (form.hasTitles && areSeveral)
       std::cout << (isFirst ? "" : "\n") << form.style.paint(Ink::bold, "== " + printable(input.name) + " ==")
                 << '\n';
-    if (const Exit failed = readBytes(input, reading); failed != Exit::fine) return tally.addUnread(failed);
-    const Exit result = work(input);
-    tally.add(result, input.isDamaged);
+    const Exit failed = readBytes(input, reading);
+    const Exit result = failed == Exit::fine ? work(input) : failed;
+    tally.add(result, failed == Exit::fine, input.isDamaged);
+    return result != Exit::interrupted;
   };
-  if (isAny) visit(/*isFirst=*/true);
-  if (areSeveral) {
-    input = std::move(second);
-    do visit(/*isFirst=*/false);
-    while (next(sources, input));
-  }
+  bool goesOn = isAny && visit(/*isFirst=*/true) && areSeveral;
+  if (goesOn) input = std::move(second);
+  while (goesOn) goesOn = visit(/*isFirst=*/false) && next(sources, input);
   const Exit result = worse(tally.result(form.needsAll), finishStandardOutput());
   tally.report();
   return result;
@@ -178,7 +173,7 @@ std::optional<Message> loadMessageToWrite(const std::string& argument) {
 std::optional<mailtree::Message> openMessage(Input& input, const mailtree::Keys& keys) {
   Result<mailtree::Message> message = mailtree::Message::parse(input.bytes(), {.keys = &keys});
   if (message) {
-    input.isDamaged = isDamaged(message->email2());
+    input.isDamaged = isDamaged(std::as_const(*message).email2());
     return std::move(*message);
   }
   reportError(input.name, message.error().message);

@@ -35,8 +35,9 @@ struct Several {
   bool headersOnly = false;      ///< A file is read as far as its header goes.
 };
 
-/// Calls a verb's work for each message, in order. What cannot be read is reported, and the others follow. At
-/// the end of several the number of good, damaged and unreadable ones goes to standard error.
+/// Calls a verb's work for each message, in order, until it is interrupted. What cannot be read is reported,
+/// and the others follow. At the end of several the number of good, damaged and unreadable ones goes to
+/// standard error.
 Exit forEachMessage(const SourceArguments& arguments, const Several& form,
                     const std::function<Exit(Input&)>& work);
 

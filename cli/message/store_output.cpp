@@ -1,33 +1,18 @@
 #include "cli/message/store_output.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 
 #include "cli/message/sources.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
+#include "cli/support/interrupt.h"
 
 namespace mailtree::cli {
 namespace {
 
-struct Form {
-  std::string_view prefix;
-  Result<MailWriterPtr> (*open)(const std::string& path);
-};
-constexpr Form kForms[] = {{"mbox:", [](const std::string& path) { return openMboxWriter(path); }},
-                           {"maildir:", openMaildirWriter},
-                           {"dir:", openFolderWriter}};
-
-/// Null unless a form and a name are there.
-const Form* formOf(std::string_view target) {
-  const auto* const form = std::ranges::find_if(kForms, [target](const Form& row) {
-    return target.starts_with(row.prefix) && target.size() > row.prefix.size();
-  });
-  return form == std::end(kForms) ? nullptr : form;
-}
-
-std::string problemOfTarget(const std::string& target) {
-  return formOf(target) ? "" : "'" + target + "': must be mbox:FILE, maildir:FOLDER or dir:FOLDER";
+std::string problemOfTarget(const std::string& text) {
+  const Result<Target> target = targetOf(text);
+  return target ? "" : "'" + text + "': " + target.error().message;
 }
 
 }  // namespace
@@ -37,10 +22,9 @@ CLI::Option* addStoreOutput(CLI::App& verb, const std::string& option, std::stri
   return addText(verb, option, target, description)->type_name("STORE")->check(problemOfTarget);
 }
 
-Exit StoreOutput::open(const std::string& target) {
-  const Form& form = *formOf(target);
-  m_target = target.substr(form.prefix.size());
-  Result<MailWriterPtr> writer = form.open(m_target);
+Exit StoreOutput::open(const Target& target) {
+  m_target = target.path;
+  Result<MailWriterPtr> writer = openTarget(target);
   if (!writer) return report(writer.error());
   m_writer = *std::move(writer);
   return Exit::fine;
@@ -66,11 +50,16 @@ Exit forEachMessage(const SourceArguments& arguments, const std::string& target,
                     const std::function<Exit(Input&, StoreOutput&)>& work) {
   StoreOutput store;
   if (!target.empty())
-    if (const Exit failed = store.open(target); failed != Exit::fine) return failed;
-  const Exit result =
-      forEachMessage(arguments, {.hasTitles = false, .single = store.isOpen() ? nullptr : single},
-                     [&](Input& input) { return work(input, store); });
-  return store.isOpen() ? worse(result, store.finish()) : result;
+    if (const Exit failed = store.open(*targetOf(target)); failed != Exit::fine) return failed;
+  if (!store.isOpen())
+    return forEachMessage(arguments, {.hasTitles = false, .single = single},
+                          [&](Input& input) { return work(input, store); });
+  const InterruptGuard interrupt;
+  const Exit result = forEachMessage(arguments, {.hasTitles = false}, [&](Input& input) {
+    return interrupt.flag() ? Exit::interrupted : work(input, store);
+  });
+  if (result == Exit::interrupted) reportError("interrupted; the messages before are written");
+  return worse(result, store.finish());
 }
 
 }  // namespace mailtree::cli

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "cli/message/input.h"
-#include "mailtree/store/MailWriter.h"
+#include "cli/message/target.h"
 
 namespace CLI {
 class App;
@@ -27,7 +27,7 @@ inline constexpr const char* kStoreDescription =
 /// reporting an error.
 class StoreOutput {
  public:
-  Exit open(const std::string& target);
+  Exit open(const Target& target);
   bool isOpen() const noexcept { return m_writer != nullptr; }
   /// @param source  whose flags, or sender and date of the separator, are kept.
   Exit add(std::string_view message, const SourceMessage& source);
@@ -43,7 +43,7 @@ class StoreOutput {
 };
 
 /// forEachMessage() for a verb that writes what becomes of each message: to `target`, or, when that is empty,
-/// of one message to where the verb says.
+/// of one message to where the verb says. Ctrl-C ends it after a whole message.
 Exit forEachMessage(const SourceArguments& arguments, const std::string& target, const char* single,
                     const std::function<Exit(Input&, StoreOutput&)>& work);
 

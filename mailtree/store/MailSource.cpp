@@ -253,6 +253,13 @@ Result<void> MailSource::takePart(std::uint64_t part, std::uint64_t parts) {
   return {};
 }
 
+Result<void> MailSource::takeBytes(std::uint64_t begin, std::uint64_t end) {
+  const Result<bool> isRange = guarded<bool>([&] { return m_reader->takeBytes(begin, end); });
+  if (!isRange) return isRange.error();
+  if (!*isRange) return Error{ErrorCode::badValue, "only an uncompressed mbox has ranges of bytes", {}};
+  return {};
+}
+
 Result<void> readMessage(SourceMessage& message, const SourceOptions& options) {
   if (message.error) return *message.error;
   if (message.hasBytes) return {};

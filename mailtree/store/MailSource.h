@@ -1,15 +1,15 @@
 // store/MailSource.h - where messages come from: mailboxes, folders, archives, single files.
 //
-//   Pulling    next() gives one message after the other. An mbox, an archive and standard input give bytes; a
-//              folder gives names only, and whoever processes the message reads it with readMessage(), on any
-//              thread. A SourceMessage is meant to be used again: its buffers keep their memory.
+//   Pulling    next() gives one message after the other. An mbox, an archive and standard input give bytes;
+//              a folder gives names only, and whoever processes the message reads it with readMessage(), on
+//              any thread. A SourceMessage is meant to be used again: its buffers keep their memory.
 //   Failure    A message that cannot be given has an error and is counted; the others follow. When reading
-//   ends
-//              early, error() says why.
-//   Mbox       Lines quoted with ">" are unquoted as in mboxrd. One empty line before a separator is not part
-//              of the message. A file whose first message has a Content-Length that leads to its end is read
-//              by these lengths, and its lines are left as they are; elsewhere they mean nothing, and lengths
-//              that lead nowhere never do. docs/ARCHITECTURE.md says what a file keeps of a message.
+//              ends early, error() says why.
+//   Mbox       Lines quoted with ">" are unquoted as in mboxrd. One empty line before a separator is not
+//              part of the message. A file whose first message has a Content-Length that leads to its end
+//              is read by these lengths, and its lines are left as they are; elsewhere they mean nothing,
+//              and lengths that lead nowhere never do. docs/ARCHITECTURE.md says what a file keeps of a
+//              message.
 //   Memory     One window (256 KiB), the message, and the names of one folder.
 //   Changes    A file is read as long as it was when it was opened. One that becomes shorter is an error.
 #pragma once
@@ -83,6 +83,9 @@ class MailSource {
   /// unless it is read by lengths; its messages have no numbers. Other sources deal their messages out in
   /// turn.
   Result<void> takePart(std::uint64_t part, std::uint64_t parts);
+  /// Limits a source that was just opened to the messages whose separators begin in a range of bytes.
+  /// badValue for all but an uncompressed mbox.
+  Result<void> takeBytes(std::uint64_t begin, std::uint64_t end);
 
  private:
   explicit MailSource(std::unique_ptr<SourceReader> reader);

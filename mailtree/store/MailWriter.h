@@ -1,17 +1,15 @@
 // store/MailWriter.h - where messages go: mbox, Maildir, folder of files, a stream.
 //
 //   Whole      A message is there whole or not at all: files get their names when their bytes are on disk,
-//   and
-//              an append that fails is cut off again.
+//              and an append that fails is cut off again.
 //   Batches    add() may keep messages back; flush() writes them and waits until they are on disk. What was
 //              added after the last flush() may be missing when the writer is destroyed.
-//   Killed     The .lock file says what is appended to an mbox. When the process ends in the middle, the next
-//              writer on this host takes the lock over and cuts the mailbox back to what it was. Where no
-//              .lock file can be created, what was written of a message stays, and the next one is separate
-//              from it.
+//   Killed     The .lock file says what is appended to an mbox. When the process ends in the middle, the
+//              next writer that is opened on this host takes the lock over and cuts the mailbox back to
+//              what it was. Where no .lock file can be created, what was written of a message stays, and
+//              the next one is separate from it.
 //   Others     Any number of programs may write to the same place. An mbox is locked (fcntl, then a .lock
-//   file)
-//              while a batch is appended to it, and not in between.
+//              file) while a batch is appended to it, and not in between.
 #pragma once
 
 #include <chrono>

@@ -37,7 +37,11 @@ MboxReader::MboxReader(std::unique_ptr<ByteStream> stream, std::string path, con
 
 MailSource::Kind MboxReader::kind() const noexcept { return m_kind; }
 
-Result<void> MboxReader::begin() {
+Result<void> MboxReader::begin(bool isMessage) {
+  if (isMessage) {
+    m_kind = MailSource::Kind::message;
+    return {};
+  }
   if (Result<void> done = m_window.ensure(0, 2 * kJudgedBytes, 0); !done) return done;
   const std::string_view text = m_window.text();
   if (text.empty()) return {};
@@ -262,9 +266,13 @@ Result<void> MboxReader::seekOffset(std::uint64_t offset) {
 
 Result<bool> MboxReader::takeRange(std::uint64_t part, std::uint64_t parts) {
   const FileReader* const file = m_window.file();
-  if (!file || m_kind != MailSource::Kind::mbox) return false;
-  const std::uint64_t begin = sizeOfFraction(file->size(), part, parts);
-  m_rangeEnd = sizeOfFraction(file->size(), part + 1, parts);
+  if (!file) return false;
+  return takeBytes(sizeOfFraction(file->size(), part, parts), sizeOfFraction(file->size(), part + 1, parts));
+}
+
+Result<bool> MboxReader::takeBytes(std::uint64_t begin, std::uint64_t end) {
+  if (!m_window.file() || m_kind != MailSource::Kind::mbox) return false;
+  m_rangeEnd = end;
   if (begin <= m_first) return true;
   while (m_usesLengths && m_at < begin) {
     const Result<bool> passed = pass();

@@ -16,7 +16,8 @@ class MboxReader final : public SourceReader {
   MboxReader(std::shared_ptr<FileReader> file, const SourceOptions& options);
   MboxReader(std::unique_ptr<ByteStream> stream, std::string path, const SourceOptions& options);
   /// Looks at the first bytes. Must be called once, before anything else.
-  Result<void> begin();
+  /// @param isMessage  it is known to be one message, also when it begins with "From ".
+  Result<void> begin(bool isMessage = false);
 
   /// An error is one of reading, so nothing follows.
   MailSource::Kind kind() const noexcept override;
@@ -24,6 +25,7 @@ class MboxReader final : public SourceReader {
   Result<bool> pass() override { return advance(nullptr); }
   Result<void> seekOffset(std::uint64_t offset) override;
   Result<bool> takeRange(std::uint64_t part, std::uint64_t parts) override;
+  Result<bool> takeBytes(std::uint64_t begin, std::uint64_t end) override;
 
  private:
   /// A message without its separator, and where the next one begins.

@@ -24,6 +24,7 @@ class SourceReader {
   }
   /// Limits reading to a range of bytes; false when this kind of source has none.
   virtual Result<bool> takeRange(std::uint64_t /*part*/, std::uint64_t /*parts*/) { return false; }
+  virtual Result<bool> takeBytes(std::uint64_t /*begin*/, std::uint64_t /*end*/) { return false; }
 };
 
 /// Empties what a source gives, keeping memory.

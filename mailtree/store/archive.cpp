@@ -209,15 +209,15 @@ class ArchiveReader final : public SourceReader {
     if (isPartial(m_name)) return true;
     auto entry = std::make_unique<MboxReader>(std::make_unique<EntryStream>(m_archive.get(), m_path), m_path,
                                               m_options);
-    if (Result<void> begun = entry->begin(); !begun) {
+    const bool isMessage = !isRaw() && isMessageName(m_name);
+    if (Result<void> begun = entry->begin(isMessage); !begun) {
       clearMessage(message);
       message.error = std::move(begun).error();
       describe(message);
       return true;
     }
     if (isRaw()) m_kind = entry->kind();
-    if (isRaw() || entry->kind() == MailSource::Kind::mbox || isMessageName(m_name))
-      m_entry = std::move(entry);
+    if (isRaw() || isMessage || entry->kind() == MailSource::Kind::mbox) m_entry = std::move(entry);
     return true;
   }
 

@@ -1,11 +1,9 @@
 // store/mbox_separator.h - the lines that separate the messages of an mbox. Private.
 //
 //   Judging    A line is judged by itself, the line before it and the one after it, wherever reading began,
-//   so
-//              all who read a part of a file find the same messages.
+//              so all who read a part of a file find the same messages.
 //   Certain    "From SENDER Sat Nov 21 08:30:00 2026", with or without seconds and zone. Some writers leave
-//   out
-//              the empty line before it, so none is needed.
+//              out the empty line before it, so none is needed.
 //   Likely     Other forms that programs wrote: only after an empty line and before a header field.
 #pragma once
 

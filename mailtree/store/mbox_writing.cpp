@@ -63,20 +63,12 @@ class MboxWriter final : public EntryWriter {
   MboxWriter(std::string path, const MboxWriterOptions& options)
       : EntryWriter(std::move(path)), m_options(options) {}
 
-  /// Opens the file, and looks whether it is an mbox.
+  /// Opens the file, and looks whether it is an mbox. What a killed process left is cut off first, also
+  /// because somebody may read the mailbox next to learn what is in it.
   Result<void> open() {
-    m_file = Descriptor(::open(m_path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0600));
-    struct stat what {};
-    if (!m_file || ::fstat(m_file.get(), &what) != 0) return unwritable(m_path, errno);
-    if (!S_ISREG(what.st_mode)) return Error{ErrorCode::unwritable, "is not a regular file", m_path};
-    char start[kJudgedBytes];
-    const ssize_t size = ::pread(m_file.get(), start, sizeof start, 0);
-    if (size < 0) return unwritable(m_path, errno);
-    std::string_view text(start, static_cast<std::size_t>(size));
-    text.remove_prefix(std::min(text.find_first_not_of("\r\n"), text.size()));
-    if (!text.empty() && readFirstLine(text).size == 0)
-      return Error{ErrorCode::unwritable, "is not an mbox; nothing is appended to it", m_path};
-    return {};
+    if (Result<void> opened = openFile(); !opened) return opened;
+    if (Result<void> done = recover(); !done) return done;
+    return judge();
   }
 
   Result<void> flush() override {
@@ -119,6 +111,32 @@ class MboxWriter final : public EntryWriter {
     return unwritable(m_path, errno);
   }
 
+  Result<void> openFile() {
+    m_file = Descriptor(::open(m_path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0600));
+    struct stat what {};
+    if (!m_file || ::fstat(m_file.get(), &what) != 0) return unwritable(m_path, errno);
+    if (!S_ISREG(what.st_mode)) return Error{ErrorCode::unwritable, "is not a regular file", m_path};
+    return {};
+  }
+
+  Result<void> recover() {
+    if (::access((m_path + ".lock").c_str(), F_OK) != 0) return {};
+    MailboxLock lock;
+    if (Result<void> locked = lockFile(lock); !locked) return locked;
+    return cutUnfinished(lock);
+  }
+
+  Result<void> judge() const {
+    char start[kJudgedBytes];
+    const ssize_t size = ::pread(m_file.get(), start, sizeof start, 0);
+    if (size < 0) return unwritable(m_path, errno);
+    std::string_view text(start, static_cast<std::size_t>(size));
+    text.remove_prefix(std::min(text.find_first_not_of("\r\n"), text.size()));
+    if (!text.empty() && readFirstLine(text).size == 0)
+      return Error{ErrorCode::unwritable, "is not an mbox; nothing is appended to it", m_path};
+    return {};
+  }
+
   /// Locks the file that has the name now: programs that delete messages may write a new one and rename it.
   Result<void> lockFile(MailboxLock& lock) {
     for (;;) {
@@ -130,7 +148,8 @@ class MboxWriter final : public EntryWriter {
                           mine.st_ino == named.st_ino && mine.st_dev == named.st_dev;
       if (isSame) return {};
       lock.release();
-      if (Result<void> opened = open(); !opened) return opened;
+      if (Result<void> opened = openFile(); !opened) return opened;
+      if (Result<void> judged = judge(); !judged) return judged;
     }
   }
 

@@ -116,7 +116,8 @@ TEST_F(Opening, ReadsWhatIsCompressed) {
 
 TEST_F(Opening, ReadsArchivesOfMessages) {
   const Entries entries = {{"b.EML", "A: b\n"},       {"x/a.eml", "A: a\n"},     {"x/notes.txt", "A: n\n"},
-                           {"x/cur/1:2,S", "A: 1\n"}, {"x/tmp/2.eml", "A: t\n"}, {"takeout", kMbox}};
+                           {"x/cur/1:2,S", "A: 1\n"}, {"x/tmp/2.eml", "A: t\n"}, {"f.eml", "From x\n"},
+                           {"takeout", kMbox}};
   const Packing packings[] = {{ARCHIVE_FORMAT_ZIP, ARCHIVE_FILTER_NONE},
                               {ARCHIVE_FORMAT_TAR_GNUTAR, ARCHIVE_FILTER_NONE},
                               {ARCHIVE_FORMAT_TAR_PAX_RESTRICTED, ARCHIVE_FILTER_GZIP}};
@@ -128,7 +129,7 @@ TEST_F(Opening, ReadsArchivesOfMessages) {
              m.bytes;
     });
     EXPECT_EQ(shown, (Strings{"1|b.EML|none|A: b\n", "2x|x/a.eml|none|A: a\n", "3x/cur|x/cur/1:2,S|S|A: 1\n",
-                              "4|takeout|none|A: 1\n", "5|takeout|none|A: 2\n"}))
+                              "4|f.eml|none|From x\n", "5|takeout|none|A: 1\n", "6|takeout|none|A: 2\n"}))
         << packing.format;
     EXPECT_EQ(source->kind(), MailSource::Kind::archive);
   }
