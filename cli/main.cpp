@@ -75,6 +75,8 @@ Exit run(int argc, char** argv) {
   addTree(app, action);
   addList(app, action);
   addFind(app, action);
+  addCopy(app, action);
+  addExport(app, action);
   addHeaders(app, action);
   addBody(app, action);
   addAttachments(app, action);
@@ -97,6 +99,7 @@ Exit run(int argc, char** argv) {
   addEncrypt(app, action);
   addDecrypt(app, action);
   addVerify(app, action);
+  addCheck(app, action);
   addAes(app, action);
   addHelp(app, action);
   addManual(app, action);

@@ -23,6 +23,7 @@ order='^mailtree/base/
 ^cli/views/
 ^cli/writing/
 ^cli/merging/
+^cli/exporting/
 ^cli/'
 apart='^mailtree/(mime|store)/.* mailtree/crypto/|^mailtree/(email|secure)/.* mailtree/store/|^mailtree/mime/html/.* mailtree/mime/(address|header)/'  # neither needs the other
 includes=$(grep -rEo --include='*.h' --include='*.cpp' '^ *# *include *["<](mailtree|cli)/[^">]+' mailtree cli | sed -E 's/: *# *include *["<]/ /')

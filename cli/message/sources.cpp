@@ -109,6 +109,16 @@ class Sources::Arguments {
   std::istream* m_stream = nullptr;  ///< Of the list that is read.
 };
 
+Result<std::vector<std::string>> Sources::argumentsIn(const SourceArguments& given) {
+  Arguments arguments(given);
+  std::vector<std::string> all;
+  for (std::string argument;; all.push_back(argument)) {
+    Result<bool> hasMore = arguments.next(argument);
+    if (!hasMore) return Error{hasMore.error().code, hasMore.error().message, argument};
+    if (!*hasMore) return all;
+  }
+}
+
 Sources::Sources(SourceArguments arguments, const SourcesOptions& options)
     : m_arguments(std::make_unique<Arguments>(std::move(arguments))), m_options(options) {}
 Sources::~Sources() = default;

@@ -50,6 +50,9 @@ class Sources {
   Sources& operator=(const Sources&) = delete;
   ~Sources();
 
+  /// All arguments in order, those in lists too.
+  static Result<std::vector<std::string>> argumentsIn(const SourceArguments& given);
+
   /// Gives the next message; false at the end. What cannot be opened, or cannot be read to its end, is given
   /// as a message with an error. nameOf() is the name of each, also of those with an error.
   bool next(SourceMessage& message);

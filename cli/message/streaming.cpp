@@ -46,25 +46,30 @@ bool hasSeveral(const SourceArguments& arguments) {
 
 class Streaming::State {
  public:
-  State(const SourceArguments& arguments, const StreamSettings& settings)
+  State(const SourceArguments& arguments, const StreamSettings& settings, MessageFeed given)
       : sources(arguments),
+        feed(given ? std::move(given) : [this](SourceMessage& message) { return sources.next(message); }),
         threads(settings.jobs),
         bar(bytesIn(arguments), "messages", settings.hidesProgress) {}
 
   Sources sources;
+  MessageFeed feed;
+  std::function<void(const SourceMessage&)> whenUnreadable;
   unsigned threads;
   ProgressBar bar;
   InterruptGuard interrupt;
   std::uint64_t messages = 0, unreadable = 0, bytes = 0;
 };
 
-Streaming::Streaming(const SourceArguments& arguments, const StreamSettings& settings)
-    : m_state(std::make_unique<State>(arguments, settings)) {}
+Streaming::Streaming(const SourceArguments& arguments, const StreamSettings& settings, MessageFeed feed)
+    : m_state(std::make_unique<State>(arguments, settings, std::move(feed))) {}
 Streaming::~Streaming() = default;
 
-MessageFeed Streaming::feed() {
-  return [this](SourceMessage& message) { return m_state->sources.next(message); };
+void Streaming::whenUnreadable(std::function<void(const SourceMessage&)> act) {
+  m_state->whenUnreadable = std::move(act);
 }
+
+const MessageFeed& Streaming::feed() const { return m_state->feed; }
 
 StreamOptions Streaming::options() const {
   return {.threads = m_state->threads, .cancel = &m_state->interrupt.flag()};
@@ -77,6 +82,7 @@ bool Streaming::isReadable(const SourceMessage& message) {
   if (!message.error) return true;
   ++m_state->unreadable;
   reportError(nameOf(message), problemOf(*message.error));
+  if (m_state->whenUnreadable) m_state->whenUnreadable(message);
   return false;
 }
 

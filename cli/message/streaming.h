@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -27,15 +28,18 @@ bool hasSeveral(const SourceArguments& arguments);
 
 class Streaming {
  public:
-  Streaming(const SourceArguments& arguments, const StreamSettings& settings);
+  /// @param feed  gives the messages instead of the sources, such as a part of them; null: all of them.
+  Streaming(const SourceArguments& arguments, const StreamSettings& settings, MessageFeed feed = nullptr);
   Streaming(const Streaming&) = delete;
   Streaming& operator=(const Streaming&) = delete;
   ~Streaming();
 
+  /// Is called in the place of `take` for a message that could not be read.
+  void whenUnreadable(std::function<void(const SourceMessage&)> act);
+
   /// @param make  takes a SourceMessage& that was read, on any thread, and returns a result.
   /// @param take  takes it and the result, in order; what it prints is on standard output. False ends the
-  /// work
-  ///              quietly.
+  ///              work quietly.
   /// @param done  prints what had to wait for the end, also after an interruption.
   template <class Make, class Take, class Done>
   Exit run(Make make, Take take, Done done) {
@@ -55,7 +59,7 @@ class Streaming {
  private:
   class State;
 
-  MessageFeed feed();
+  const MessageFeed& feed() const;
   StreamOptions options() const;
   /// Counts the message and reports its error.
   bool isReadable(const SourceMessage& message);

@@ -1,5 +1,6 @@
 #include "cli/views/jmap_view.h"
 
+#include <span>
 #include <utility>
 
 #include "cli/support/json_values.h"
@@ -8,6 +9,7 @@
 #include "mailtree/message/displayed_text.h"
 #include "mailtree/message/field_forms.h"
 #include "mailtree/message/internal.h"
+#include "mailtree/mime/MimeParser.h"
 #include "mailtree/mime/charset/Charset.h"
 
 namespace mailtree::cli {
@@ -143,34 +145,76 @@ std::string bodyValuesOf(const Outline& outline) {
   return values += '}';
 }
 
-}  // namespace
+/// Those made from the parts, after those made from the header.
+constexpr std::string_view kPartMembers[] = {"hasAttachment", "preview",  "headers",     "bodyStructure",
+                                             "textBody",      "htmlBody", "attachments", "bodyValues"};
 
-std::string jmapOf(mailtree::Message& message, const JmapOptions& options) {
-  const MimeHeader& header = message.email2().m_header;
-  MessageState& state = MessageState::of(message);  // numbers the parts once
+void addBodies(MessageState& state, const JmapOptions& options, ObjectText& out) {
   const Outline& outline = state.outline();
   const Displayed& display = state.displayed();
-  ObjectText out;
-  if (!options.file.empty()) out.add("file", options.file);
-  for (const auto& row : kConvenient)
-    out.addSerialized(row.property, textOf(jmapFieldOf(header, row.field, row.form)));
-  for (const std::string& property : options.properties)
-    out.addSerialized(property, textOf(jmapPropertyOf(header, property)));
-  out.addSerialized("hasAttachment", display.attachments.empty() ? "false" : "true")
-      .add("preview", message.preview())
-      .addSerialized("headers", textOf(jmapHeadersOf(header)));
-
+  const std::vector<int> text = withoutMessages(outline, display.textBody),
+                         html = withoutMessages(outline, display.htmlBody),
+                         attachments = attachmentsOf(outline, text, html);
+  std::vector<std::string> blobs(outline.rows.size());
+  if (options.keep)
+    for (const int id : attachments)
+      blobs[static_cast<std::size_t>(id)] = options.keep(outline.row(id).node->m_body.view());
   std::vector<std::string> facts;
   facts.reserve(outline.rows.size());
-  for (std::size_t id = 0; id < outline.rows.size(); ++id)
-    facts.push_back(factsOf(outline.rows[id], id, options).open());
-  const std::vector<int> text = withoutMessages(outline, display.textBody),
-                         html = withoutMessages(outline, display.htmlBody);
-  out.addSerialized("bodyStructure", structureOf(outline, facts))
-      .addSerialized("textBody", listOf(text, facts))
-      .addSerialized("htmlBody", listOf(html, facts))
-      .addSerialized("attachments", listOf(attachmentsOf(outline, text, html), facts))
-      .addSerialized("bodyValues", bodyValuesOf(outline));
+  for (std::size_t id = 0; id < outline.rows.size(); ++id) {
+    ObjectText part = factsOf(outline.rows[id], id, options);
+    if (!blobs[id].empty()) part.add("blobId", blobs[id]);
+    facts.push_back(part.open());
+  }
+  if (options.wants("bodyStructure")) out.addSerialized("bodyStructure", structureOf(outline, facts));
+  if (options.wants("textBody")) out.addSerialized("textBody", listOf(text, facts));
+  if (options.wants("htmlBody")) out.addSerialized("htmlBody", listOf(html, facts));
+  if (options.wants("attachments")) out.addSerialized("attachments", listOf(attachments, facts));
+}
+
+/// As received where loading set a field, because a boundary that is made while loading is another one each
+/// time.
+Json headersOf(const MimeHeader& header, std::string_view received) {
+  int set = 0;
+  while (set < header.getNumFields() && header.isReceived(set)) ++set;
+  if (received.empty() || set == header.getNumFields()) return jmapHeadersOf(header);
+  MimeHeader first;
+  first.loadFromEntity(MimeParser::skipPrologue(received));
+  first.encode8bitFields();
+  return jmapHeadersOf(first);
+}
+
+}  // namespace
+
+bool isJmapMember(std::string_view name) {
+  return std::ranges::find(kPartMembers, name) != std::end(kPartMembers) ||
+         std::ranges::any_of(kConvenient, [name](const auto& row) { return name == row.property; });
+}
+
+std::string jmapOf(mailtree::Message& message, const JmapOptions& options) {
+  return jmapOf(message, options, {});
+}
+
+std::string jmapOf(mailtree::Message& message, const JmapOptions& options, std::string_view own) {
+  const MimeHeader& header = std::as_const(message).email2().m_header;
+  MessageState& state = MessageState::of(message);  // numbers the parts once
+  ObjectText out;
+  if (!options.file.empty()) out.add("file", options.file);
+  if (own.size() > 2) out.addMembers(own);
+  for (const auto& row : kConvenient)
+    if (options.wants(row.property))
+      out.addSerialized(row.property, textOf(jmapFieldOf(header, row.field, row.form)));
+  for (const std::string& property : options.properties)
+    out.addSerialized(property, textOf(jmapPropertyOf(header, property)));
+  if (options.wants("hasAttachment"))
+    out.addSerialized("hasAttachment", state.displayed().attachments.empty() ? "false" : "true");
+  if (options.wants("preview")) out.add("preview", message.preview());
+  if (options.wants("headers"))
+    out.addSerialized("headers", textOf(headersOf(header, state.receivedBytes())));
+  if (options.keep || std::ranges::any_of(std::span(kPartMembers).subspan(3, 4),
+                                          [&](std::string_view name) { return options.wants(name); }))
+    addBodies(state, options, out);
+  if (options.wants("bodyValues")) out.addSerialized("bodyValues", bodyValuesOf(state.outline()));
   return lineOf(out.closed());
 }
 
