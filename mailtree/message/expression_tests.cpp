@@ -18,8 +18,8 @@ Error badValue(std::string problem) { return {ErrorCode::badValue, std::move(pro
 /// White space between words counts as one blank: texts are broken anywhere.
 void collapseBlanks(std::string& text) {
   std::ranges::replace_if(text, isSpaceAscii, ' ');
-  const auto second = std::ranges::unique(text, [](char a, char b) { return a == ' ' && b == ' '; });
-  text.erase(second.begin(), second.end());
+  const auto areBlanks = [](char a, char b) { return a == ' ' && b == ' '; };
+  text.erase(std::unique(text.begin(), text.end(), areBlanks), text.end());
 }
 
 /// The longest piece that is in the bytes of a field if the text is in its value.
