@@ -1,7 +1,6 @@
 // cli/aes.cpp - mailtree aes: encrypts and decrypts the bodies of a message in place with one key.
 #include <sys/random.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <memory>
@@ -243,43 +242,41 @@ Exit run(const AesOptions& options, Work work, const WriteForm& form) {
   return worse(limits, writeMessage(*message->root, options.output, form));
 }
 
-void addDirection(CLI::App& aes, Action& action, const char* name, const char* description,
-                  const char* example, Work work, const WriteForm& form) {
+void addDirection(Verb aes, Action& action, const char* name, const char* description, const char* example,
+                  Work work, const WriteForm& form) {
   auto options = std::make_shared<AesOptions>();
-  CLI::App* verb = aes.add_subcommand(name, description);
-  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
-  CLI::Option* key =
-      addText(*verb, "--key-file", options->keyFile, "File with the key, in hexadecimal or raw bytes")
-          ->type_name(kFile);
-  addPasswordOptions(*verb, options->passwords);
-  verb->get_option("--password-file")->excludes(key);
-  verb->get_option("--password-fd")->excludes(key);
-  oneOf(addText(*verb, "--mode", options->mode, "Cipher mode (default: gcm, which detects changes)"),
-        {"cbc", "ctr", "gcm"});
-  oneOf(verb->add_option("--bits", options->bits, "Key size (default: 256)"), {"128", "192", "256"});
+  const Verb verb = aes.addVerb(name, description);
+  verb.addText("FILE", options->file, "Message; - is standard input").required();
+  const Option key =
+      verb.addText("--key-file", options->keyFile, "File with the key, in hexadecimal or raw bytes")
+          .kind(kFile);
+  addPasswordOptions(verb, options->passwords);
+  verb.option("--password-file").excludes(key);
+  verb.option("--password-fd").excludes(key);
+  verb.addText("--mode", options->mode, "Cipher mode (default: gcm, which detects changes)")
+      .oneOf({"cbc", "ctr", "gcm"});
+  verb.addNumber("--bits", options->bits, "Key size (default: 256)").oneOf({"128", "192", "256"});
   if (work == decrypt)
-    verb->add_flag(
-        "--old", options->isOld,
-        "For gcm messages from mailtree versions that did not bind each body to its type and place");
-  addOutput(*verb, options->output);
-  verb->footer(std::string("Example:\n  ") + example);
-  verb->callback([options, work, form, &action] {
+    verb.addFlag("--old", options->isOld,
+                 "For gcm messages from mailtree versions that did not bind each body to its type and place");
+  addOutput(verb, options->output);
+  verb.setFooter(std::string("Example:\n  ") + example);
+  verb.whenChosen([options, work, form, &action] {
     action = [options, work, form] { return run(*options, work, form); };
   });
 }
 
 }  // namespace
 
-void addAes(CLI::App& app, Action& action) {
-  CLI::App* verb =
-      app.add_subcommand("aes", "Encrypt or decrypt the bodies of a message in place with one key");
-  verb->require_subcommand(1);
-  addDirection(*verb, action, "encrypt", "Encrypt every body; header and structure stay readable",
+void addAes(Verb app, Action& action) {
+  const Verb verb = app.addVerb("aes", "Encrypt or decrypt the bodies of a message in place with one key");
+  verb.requireVerb();
+  addDirection(verb, action, "encrypt", "Encrypt every body; header and structure stay readable",
                "mailtree aes encrypt --key-file key mail.eml -o hidden.eml", encrypt, {});
-  addDirection(*verb, action, "decrypt", "Decrypt a message from aes encrypt; status 1 when the key is wrong",
+  addDirection(verb, action, "decrypt", "Decrypt a message from aes encrypt; status 1 when the key is wrong",
                "mailtree aes decrypt --key-file key hidden.eml -o mail.eml", decrypt,
                {.readers = Readers::owner});
-  verb->footer(
+  verb.setFooter(
       "The key comes from a file, or from a password (PBKDF2 with HMAC-SHA-256, 600,000 iterations),\n"
       "whose salt is in the field X-Mailtree-Salt. Cipher mode and key size are not in the message:\n"
       "give the same --mode and --bits to decrypt.\n"

@@ -1,11 +1,11 @@
 // cli/attachments.cpp - mailtree attachments: lists attachments as a table or as JSON.
-#include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
 #include "cli/secure/keys.h"
+#include "cli/support/arguments.h"
 #include "cli/support/terminal.h"
 #include "cli/support/terminal_table.h"
 #include "cli/views/json_view.h"
@@ -70,20 +70,20 @@ Exit attachmentsOfAll(const AttachmentsOptions& options) {
 
 }  // namespace
 
-void addAttachments(CLI::App& app, Action& action) {
+void addAttachments(Verb app, Action& action) {
   auto options = std::make_shared<AttachmentsOptions>();
-  CLI::App* verb =
-      app.add_subcommand("attachments", "List the attachments of a message; status 1 when there are none");
-  addSources(*verb, options->sources);
-  verb->add_flag("--json", options->json, "One JSON object on one line");
-  verb->add_flag("-v,--verbose", options->verbose, "Show why each part counts as an attachment");
-  addReadingKeyOptions(*verb, options->keys);
-  verb->footer(
+  const Verb verb =
+      app.addVerb("attachments", "List the attachments of a message; status 1 when there are none");
+  addSources(verb, options->sources);
+  verb.addFlag("--json", options->json, "One JSON object on one line");
+  verb.addFlag("-v,--verbose", options->verbose, "Show why each part counts as an attachment");
+  addReadingKeyOptions(verb, options->keys);
+  verb.setFooter(
       "\"#\" is the number for extract --attachment, \"Part\" the number in show and for extract --part.\n"
       "Everything that is not part of the text is listed, attached messages and unnamed pictures too.\n\n"
       "Example:\n  mailtree attachments samples/attachments.eml\n"
       "  mailtree attachments --json mail.eml | jq '.attachments[].filename'");
-  verb->callback([options, &action] { action = [options] { return attachmentsOfAll(*options); }; });
+  verb.whenChosen([options, &action] { action = [options] { return attachmentsOfAll(*options); }; });
 }
 
 }  // namespace mailtree::cli

@@ -1,5 +1,4 @@
 // cli/body.cpp - mailtree body: prints what a reader sees of a message, as text or HTML, in any charset.
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
 #include <memory>
@@ -84,21 +83,21 @@ std::string checkCharset(const std::string& name) {
 
 }  // namespace
 
-void addBody(CLI::App& app, Action& action) {
+void addBody(Verb app, Action& action) {
   auto options = std::make_shared<BodyOptions>();
-  CLI::App* verb = app.add_subcommand("body",
-                                      "Print the text that a reader sees: every plain text, and HTML as text "
-                                      "where there is no other; made safe on a terminal");
-  addSources(*verb, options->sources);
-  CLI::Option* text = verb->add_flag("--text", options->text, "Only when there is plain text; else status 1");
-  verb->add_flag("--html", options->html, "HTML as it is; status 1 when there is none")->excludes(text);
-  addText(*verb, "--charset", options->charset,
-          "Convert to this charset instead of utf-8; \"?\" replaces missing characters")
-      ->check(checkCharset);
-  addReadingKeyOptions(*verb, options->keys);
-  verb->footer(
+  const Verb verb = app.addVerb("body",
+                                "Print the text that a reader sees: every plain text, and HTML as text "
+                                "where there is no other; made safe on a terminal");
+  addSources(verb, options->sources);
+  const Option text = verb.addFlag("--text", options->text, "Only when there is plain text; else status 1");
+  verb.addFlag("--html", options->html, "HTML as it is; status 1 when there is none").excludes(text);
+  verb.addText("--charset", options->charset,
+               "Convert to this charset instead of utf-8; \"?\" replaces missing characters")
+      .check(checkCharset);
+  addReadingKeyOptions(verb, options->keys);
+  verb.setFooter(
       "Example:\n  mailtree body samples/newsletter.eml\n  mailtree body --html mail.eml > page.html");
-  verb->callback([options, &action] { action = [options] { return bodies(*options); }; });
+  verb.whenChosen([options, &action] { action = [options] { return bodies(*options); }; });
 }
 
 }  // namespace mailtree::cli

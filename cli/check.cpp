@@ -1,5 +1,4 @@
 // cli/check.cpp - mailtree check: what is wrong with messages.
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
 #include <memory>
@@ -87,23 +86,23 @@ Exit checkAll(const CheckOptions& options) {
 
 }  // namespace
 
-void addCheck(CLI::App& app, Action& action) {
+void addCheck(Verb app, Action& action) {
   auto options = std::make_shared<CheckOptions>();
-  CLI::App* verb = app.add_subcommand(
+  const Verb verb = app.addVerb(
       "check", "Say what is wrong with messages: damage, tricks, spoofing; status 1 when anything is");
-  addSources(*verb, options->sources);
-  oneOf(addText(*verb, "--least", options->least, "Only problems that are at least this severe"),
-        {"note", "warning", "danger"});
-  verb->add_flag("--json", options->json, "One JSON object per message, one line each");
-  addStreamOptions(*verb, options->stream);
-  addReadingKeyOptions(*verb, options->keys);
-  verb->footer(
+  addSources(verb, options->sources);
+  verb.addText("--least", options->least, "Only problems that are at least this severe")
+      .oneOf({"note", "warning", "danger"});
+  verb.addFlag("--json", options->json, "One JSON object per message, one line each");
+  addStreamOptions(verb, options->stream);
+  addReadingKeyOptions(verb, options->keys);
+  verb.setFooter(
       "note: nothing is lost, and nobody is misled. warning: something may be lost, or read differently\n"
       "elsewhere. danger: what a reader sees may not be what a filter saw, or not who wrote it.\n"
       "Bytes are counted from 0 at the beginning of the message. Attached messages are not looked into:\n"
       "\"mailtree messages\" saves them.\n\n"
       "Example:\n  mailtree check inbox\n  mailtree check --least danger --json mails | jq .problems");
-  verb->callback([options, &action] { action = [options] { return checkAll(*options); }; });
+  verb.whenChosen([options, &action] { action = [options] { return checkAll(*options); }; });
 }
 
 }  // namespace mailtree::cli

@@ -1,5 +1,4 @@
 // cli/compose.cpp - mailtree compose: makes a new message from texts, files and addresses.
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <nlohmann/json.hpp>
 
@@ -150,44 +149,45 @@ Exit compose(const ComposeOptions& options) {
   return result == Exit::fine && !envelope.commit() ? Exit::unreadable : result;
 }
 
-void addAddressOptions(CLI::App& verb, ComposeOptions& options) {
-  addText(verb, "--from", options.from, "Sender, such as 'Anna Berg <anna@berg.example>'")->required();
-  addRepeated(verb, "--to", options.to, "Recipient, or a comma-separated list");
-  addRepeated(verb, "--cc", options.cc, "Recipients of copies");
-  addRepeated(verb, "--bcc", options.bcc, "Hidden recipients, in the envelope but not in the message");
-  verb.add_flag("--keep-bcc", options.keepBcc, "Write hidden recipients into the message too");
-  addText(verb, "--reply-to", options.replyTo, "Address for replies");
+void addAddressOptions(Verb verb, ComposeOptions& options) {
+  verb.addText("--from", options.from, "Sender, such as 'Anna Berg <anna@berg.example>'").required();
+  verb.addRepeated("--to", options.to, "Recipient, or a comma-separated list");
+  verb.addRepeated("--cc", options.cc, "Recipients of copies");
+  verb.addRepeated("--bcc", options.bcc, "Hidden recipients, in the envelope but not in the message");
+  verb.addFlag("--keep-bcc", options.keepBcc, "Write hidden recipients into the message too");
+  verb.addText("--reply-to", options.replyTo, "Address for replies");
 }
 
 }  // namespace
 
-void addCompose(CLI::App& app, Action& action) {
+void addCompose(Verb app, Action& action) {
   auto options = std::make_shared<ComposeOptions>();
-  CLI::App* verb = app.add_subcommand("compose", "Make a message from texts, files and addresses");
-  addAddressOptions(*verb, *options);
-  addText(*verb, "--subject", options->subject, "Subject")->required();
-  addBodyOptions(*verb, options->bodies);
-  verb->add_flag("--no-text", options->noText, "Do not make a plain text from the HTML when none is given");
-  addText(*verb, "--signature-file", options->bodies.signatureFile,
+  const Verb verb = app.addVerb("compose", "Make a message from texts, files and addresses");
+  addAddressOptions(verb, *options);
+  verb.addText("--subject", options->subject, "Subject").required();
+  addBodyOptions(verb, options->bodies);
+  verb.addFlag("--no-text", options->noText, "Do not make a plain text from the HTML when none is given");
+  verb.addText(
+          "--signature-file", options->bodies.signatureFile,
           "File to put below the plain text and the HTML, after a line with \"-- \"; - is standard input")
-      ->type_name(kFile);
-  addInlineOptions(*verb, options->shown);
-  addCalendarOptions(*verb, options->calendar);
-  addAttachOptions(*verb, options->attached);
-  addRepeated(*verb, "--header", options->headers,
-              "Another field, 'Name: value', that has no option of its own");
-  addText(*verb, "--charset", options->charset,
-          "Preferred charset; utf-8 is used when the text does not fit. Not utf-7, utf-16 or utf-32");
-  addText(*verb, "--date", options->date, "Date, such as 'Sat, 21 Nov 2026 08:30:00 +0100' (default: now)");
-  addOutput(*verb, options->output);
-  addText(*verb, "--envelope-out", options->envelope, "File for the SMTP sender and all recipients, as JSON")
-      ->type_name(kFile);
-  verb->footer(
+      .kind(kFile);
+  addInlineOptions(verb, options->shown);
+  addCalendarOptions(verb, options->calendar);
+  addAttachOptions(verb, options->attached);
+  verb.addRepeated("--header", options->headers,
+                   "Another field, 'Name: value', that has no option of its own");
+  verb.addText("--charset", options->charset,
+               "Preferred charset; utf-8 is used when the text does not fit. Not utf-7, utf-16 or utf-32");
+  verb.addText("--date", options->date, "Date, such as 'Sat, 21 Nov 2026 08:30:00 +0100' (default: now)");
+  addOutput(verb, options->output);
+  verb.addText("--envelope-out", options->envelope, "File for the SMTP sender and all recipients, as JSON")
+      .kind(kFile);
+  verb.setFooter(
       "Example:\n  mailtree compose --from anna@berg.example --to 'Jo <jo@see.example>' --subject Grüße \\\n"
       "    --text 'Bis bald!' --html-file page.html --attach plan.pdf -o mail.eml\n"
       "  mailtree compose --from anna@berg.example --subject News --html '<img src=\"cid:logo.png\">' \\\n"
       "    --inline logo.png -o news.eml");
-  verb->callback([options, &action] {
+  verb.whenChosen([options, &action] {
     options->bodies.makesText = !options->noText;
     action = [options] { return compose(*options); };
   });

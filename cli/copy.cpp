@@ -1,5 +1,4 @@
 // cli/copy.cpp - mailtree copy: messages of any sources into a mailbox or folder.
-#include <CLI/CLI.hpp>
 
 #include <array>
 #include <cstring>
@@ -163,27 +162,26 @@ Exit copy(const CopyOptions& options) {
 
 }  // namespace
 
-void addCopy(CLI::App& app, Action& action) {
+void addCopy(Verb app, Action& action) {
   auto options = std::make_shared<CopyOptions>();
-  CLI::App* verb = app.add_subcommand("copy", "Copy messages into a mailbox or folder, byte for byte");
-  addSources(*verb, options->sources);
+  const Verb verb = app.addVerb("copy", "Copy messages into a mailbox or folder, byte for byte");
+  addSources(verb, options->sources);
   addStoreOutput(
-      *verb, "--to", options->to,
+      verb, "--to", options->to,
       "mbox:FILE, which is appended to (mbox:- is standard output), maildir:FOLDER or dir:FOLDER of "
       ".eml files")
-      ->required();
-  verb->add_flag("--dedup", options->dedup, "Each message once: by its Message-ID and content");
-  addText(*verb, "--since", options->since, "Only messages from this day on (2026-01-31), month or year");
-  addText(*verb, "--where", options->where, "Only messages that an expression of find describes");
-  verb->add_flag("--resume", options->resume,
-                 "Copy only what is not in the target yet, after an interruption");
-  addStreamOptions(*verb, options->stream);
-  verb->footer(
+      .required();
+  verb.addFlag("--dedup", options->dedup, "Each message once: by its Message-ID and content");
+  verb.addText("--since", options->since, "Only messages from this day on (2026-01-31), month or year");
+  verb.addText("--where", options->where, "Only messages that an expression of find describes");
+  verb.addFlag("--resume", options->resume, "Copy only what is not in the target yet, after an interruption");
+  addStreamOptions(verb, options->stream);
+  verb.setFooter(
       "Flags of a Maildir, and sender and date of an mbox line, are kept where the target has them.\n\n"
       "Example:\n  mailtree copy old.mbox older.mbox.gz --to maildir:Mail --dedup\n"
       "  mailtree copy box.mbox --to dir:messages\n"
       "  mailtree copy Maildir --to mbox:2026.mbox --since 2026 --where 'not list:'");
-  verb->callback([options, &action] { action = [options] { return copy(*options); }; });
+  verb.whenChosen([options, &action] { action = [options] { return copy(*options); }; });
 }
 
 }  // namespace mailtree::cli

@@ -1,5 +1,4 @@
 // cli/decrypt.cpp - mailtree decrypt: writes an encrypted message decrypted.
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "cli/commands.h"
@@ -51,23 +50,23 @@ Exit decryptAll(const DecryptOptions& options) {
 
 }  // namespace
 
-void addDecrypt(CLI::App& app, Action& action) {
+void addDecrypt(Verb app, Action& action) {
   auto options = std::make_shared<DecryptOptions>();
-  CLI::App* verb = app.add_subcommand(
-      "decrypt", "Write an encrypted message decrypted; status 1 when it cannot be opened");
-  addSources(*verb, options->sources);
-  addCertificateOptions(*verb, options->keys);
-  addPrivateKeyOptions(*verb, options->keys);
-  addOutput(*verb, options->output);
-  addStoreOutput(*verb, "--out", options->store, kStoreDescription)->excludes("--output");
-  verb->footer(
+  const Verb verb =
+      app.addVerb("decrypt", "Write an encrypted message decrypted; status 1 when it cannot be opened");
+  addSources(verb, options->sources);
+  addCertificateOptions(verb, options->keys);
+  addPrivateKeyOptions(verb, options->keys);
+  addOutput(verb, options->output);
+  addStoreOutput(verb, "--out", options->store, kStoreDescription).excludes("--output");
+  verb.setFooter(
       "Unwraps every encrypted layer that it has a key for; a signature inside is kept and can be\n"
       "verified.\n"
       "Outer header fields are kept, except those that the encrypted content has too.\n"
       "With --out, messages that cannot be decrypted are named and left out.\n"
       "Example:\n  mailtree decrypt --p12 jo.p12 secret.eml -o mail.eml\n"
       "  mailtree decrypt --p12 jo.p12 box.mbox --out mbox:opened.mbox");
-  verb->callback([options, &action] { action = [options] { return decryptAll(*options); }; });
+  verb.whenChosen([options, &action] { action = [options] { return decryptAll(*options); }; });
 }
 
 }  // namespace mailtree::cli

@@ -1,5 +1,4 @@
 // cli/edit.cpp - mailtree edit: changes fields, texts and attachments of a message.
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "cli/commands.h"
@@ -124,21 +123,21 @@ Exit edit(const EditOptions& options) {
 
 }  // namespace
 
-void addEdit(CLI::App& app, Action& action) {
+void addEdit(Verb app, Action& action) {
   auto options = std::make_shared<EditOptions>();
-  CLI::App* verb = app.add_subcommand("edit", "Change fields, texts and attachments of a message");
-  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
-  addRepeated(*verb, "--set", options->set, "Replace all fields of this name by 'Name: value'");
-  addRepeated(*verb, "--remove", options->remove, "Remove all fields of this name");
-  addBodyOptions(*verb, options->bodies);
-  addInlineOptions(*verb, options->shown);
-  addCalendarOptions(*verb, options->calendar);
-  addDropOptions(*verb, options->dropped);
-  verb->add_flag("--fix-related", options->fixRelated,
-                 "Move attachments that the HTML shows by Content-ID into its multipart/related");
-  addAttachOptions(*verb, options->attached);
-  addOutput(*verb, options->output);
-  verb->footer(
+  const Verb verb = app.addVerb("edit", "Change fields, texts and attachments of a message");
+  verb.addText("FILE", options->file, "Message; - is standard input").required();
+  verb.addRepeated("--set", options->set, "Replace all fields of this name by 'Name: value'");
+  verb.addRepeated("--remove", options->remove, "Remove all fields of this name");
+  addBodyOptions(verb, options->bodies);
+  addInlineOptions(verb, options->shown);
+  addCalendarOptions(verb, options->calendar);
+  addDropOptions(verb, options->dropped);
+  verb.addFlag("--fix-related", options->fixRelated,
+               "Move attachments that the HTML shows by Content-ID into its multipart/related");
+  addAttachOptions(verb, options->attached);
+  addOutput(verb, options->output);
+  verb.setFooter(
       "Everything else is kept. Attachments are numbered as by \"mailtree attachments\", related items\n"
       "as by \"mailtree related\", both in the given message. Changes are made in this order: drop\n"
       "parts, --fix-related, remove fields, set fields, set bodies, inline files, the calendar, and\n"
@@ -149,7 +148,7 @@ void addEdit(CLI::App& app, Action& action) {
       "HTML in a charset other than utf-8 declares its charset.\n"
       "Example:\n  mailtree edit mail.eml --set 'Subject: New plan' --drop-attachment 0 --attach plan.pdf -o "
       "new.eml");
-  verb->callback([options, &action] { action = [options] { return edit(*options); }; });
+  verb.whenChosen([options, &action] { action = [options] { return edit(*options); }; });
 }
 
 }  // namespace mailtree::cli

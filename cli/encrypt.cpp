@@ -1,5 +1,4 @@
 // cli/encrypt.cpp - mailtree encrypt: encrypts a message to its recipients.
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 
@@ -60,26 +59,26 @@ Exit encrypt(const EncryptOptions& options) {
 
 }  // namespace
 
-void addEncrypt(CLI::App& app, Action& action) {
+void addEncrypt(Verb app, Action& action) {
   auto options = std::make_shared<EncryptOptions>();
-  CLI::App* verb = app.add_subcommand("encrypt", "Encrypt a message (S/MIME) to its recipients");
-  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
-  addCertificateOptions(*verb, options->keys);
-  addText(
-      *verb, "--cipher", options->form.cipher,
-      "Cipher: aes-256-cbc (default; all clients support it), aes-256-gcm, both also with 128 and 192; 3des")
-      ->check(cipherProblem);
-  verb->add_flag("--oaep", options->form.oaep, "Use RSA-OAEP instead of PKCS#1 v1.5 for the key");
-  addText(*verb, "--filename", options->form.fileName, "Name of the encrypted file (default: smime.p7m)");
-  addOutput(*verb, options->output);
-  verb->footer(
+  const Verb verb = app.addVerb("encrypt", "Encrypt a message (S/MIME) to its recipients");
+  verb.addText("FILE", options->file, "Message; - is standard input").required();
+  addCertificateOptions(verb, options->keys);
+  verb.addText("--cipher", options->form.cipher,
+               "Cipher: aes-256-cbc (default; all clients support it), aes-256-gcm, both also with 128 and "
+               "192; 3des")
+      .check(cipherProblem);
+  verb.addFlag("--oaep", options->form.oaep, "Use RSA-OAEP instead of PKCS#1 v1.5 for the key");
+  verb.addText("--filename", options->form.fileName, "Name of the encrypted file (default: smime.p7m)");
+  addOutput(verb, options->output);
+  verb.setFooter(
       "With --cert only these certificates can read the message; add your own to be able to read it.\n"
       "Otherwise the recipients in To, Cc and Bcc are looked up in --certs; status 1, with a list, when\n"
       "any is missing. Bcc is removed from the message and encrypted to, but every recipient can see\n"
       "which certificates can decrypt: to hide a recipient, encrypt a separate copy.\n"
       "Header fields stay readable. A signed message stays signed inside.\n"
       "Example:\n  mailtree encrypt --certs people signed.eml -o secret.eml");
-  verb->callback([options, &action] { action = [options] { return encrypt(*options); }; });
+  verb.whenChosen([options, &action] { action = [options] { return encrypt(*options); }; });
 }
 
 }  // namespace mailtree::cli

@@ -1,5 +1,4 @@
 // cli/export.cpp - mailtree export: a record for each message, for databases, scripts and models.
-#include <CLI/CLI.hpp>
 #include <atomic>
 #include <filesystem>
 #include <iostream>
@@ -223,34 +222,33 @@ Exit exportAll(const ExportOptions& options) {
 
 }  // namespace
 
-void addExport(CLI::App& app, Action& action) {
+void addExport(Verb app, Action& action) {
   auto options = std::make_shared<ExportOptions>();
-  CLI::App* verb =
-      app.add_subcommand("export", "Write a record for each message: JSON, a table, or its text");
-  addSources(*verb, options->sources);
-  CLI::Option* json =
-      verb->add_flag("--json", options->json, "One Email object of JMAP (RFC 8621) on each line, and more");
-  CLI::Option* csv = verb->add_flag("--csv", options->csv, "Comma-separated values with a title line");
-  CLI::Option* text =
-      addText(*verb, "--text", options->textFolder, "A text file for each message in this folder");
-  text->type_name(kFolder);
-  json->excludes(csv)->excludes(text);
-  csv->excludes(text);
-  addText(*verb, "--properties", options->properties, "Only these, separated by commas")->excludes(text);
-  addText(*verb, "--attachments", options->attachments,
-          "Save attachments in this folder, each content once, named by its SHA-256 (blobId)")
-      ->type_name(kFolder);
-  addText(*verb, "-o,--output", options->out.path, "File to write; standard output without it")
-      ->type_name(kFile)
-      ->excludes(text);
-  verb->add_flag("--force", options->out.force, "Overwrite an existing file");
-  verb->add_flag("--resume", options->resume,
-                 "Go on where an earlier call with the same options was interrupted; nothing to do is fine");
-  addText(*verb, "--shard", options->shard,
-          "Only part K of N, as K/N; auto: by SLURM_ARRAY_TASK_ID; auto/N: also by PARALLEL_SEQ");
-  addStreamOptions(*verb, options->stream);
-  addReadingKeyOptions(*verb, options->keys);
-  verb->footer(
+  const Verb verb = app.addVerb("export", "Write a record for each message: JSON, a table, or its text");
+  addSources(verb, options->sources);
+  const Option json =
+      verb.addFlag("--json", options->json, "One Email object of JMAP (RFC 8621) on each line, and more");
+  const Option csv = verb.addFlag("--csv", options->csv, "Comma-separated values with a title line");
+  const Option text =
+      verb.addText("--text", options->textFolder, "A text file for each message in this folder");
+  text.kind(kFolder);
+  json.excludes(csv).excludes(text);
+  csv.excludes(text);
+  verb.addText("--properties", options->properties, "Only these, separated by commas").excludes(text);
+  verb.addText("--attachments", options->attachments,
+               "Save attachments in this folder, each content once, named by its SHA-256 (blobId)")
+      .kind(kFolder);
+  verb.addText("-o,--output", options->out.path, "File to write; standard output without it")
+      .kind(kFile)
+      .excludes(text);
+  verb.addFlag("--force", options->out.force, "Overwrite an existing file");
+  verb.addFlag("--resume", options->resume,
+               "Go on where an earlier call with the same options was interrupted; nothing to do is fine");
+  verb.addText("--shard", options->shard,
+               "Only part K of N, as K/N; auto: by SLURM_ARRAY_TASK_ID; auto/N: also by PARALLEL_SEQ");
+  addStreamOptions(verb, options->stream);
+  addReadingKeyOptions(verb, options->keys);
+  verb.setFooter(
       "A message of an mbox is named box.mbox@OFFSET. Its JSON has, beyond the Email object: size, threadId "
       "(the Message-ID that began the thread), receivedAt, keywords (of a Maildir), security (null when "
       "there "
@@ -260,7 +258,7 @@ void addExport(CLI::App& app, Action& action) {
       "  mailtree export --json --properties subject,from,bodyValues box.mbox | jq .subject\n"
       "  mailtree export --csv --attachments files -o mail.csv archive.mbox.gz\n"
       "  mailtree export --json --shard auto --resume -o part-$SLURM_ARRAY_TASK_ID.jsonl box.mbox");
-  verb->callback([options, &action] { action = [options] { return exportAll(*options); }; });
+  verb.whenChosen([options, &action] { action = [options] { return exportAll(*options); }; });
 }
 
 }  // namespace mailtree::cli

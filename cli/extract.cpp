@@ -1,5 +1,4 @@
 // cli/extract.cpp - mailtree extract: parts of a message into files.
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 #include <numeric>
@@ -115,53 +114,53 @@ Exit extractAll(const ExtractOptions& options) {
                         [&](Input& input) { return extract(input, options, keys, folders); });
 }
 
-void addSelectors(CLI::App& verb, ExtractOptions& options) {
-  CLI::Option* part = wholeNumber(
-      verb.add_option("--part", options.part, "Only the part with this number in the output of show"));
-  CLI::Option* attachment = wholeNumber(verb.add_option(
-      "--attachment", options.attachment, "Only the attachment with this number, counted from 0"));
-  CLI::Option* all = verb.add_flag("--all", options.all, "Every part except multiparts, including bodies");
-  attachment->excludes(part);
-  all->excludes(part)->excludes(attachment);
+void addSelectors(Verb verb, ExtractOptions& options) {
+  const Option part =
+      verb.addNumber("--part", options.part, "Only the part with this number in the output of show");
+  const Option attachment = verb.addNumber("--attachment", options.attachment,
+                                           "Only the attachment with this number, counted from 0");
+  const Option all = verb.addFlag("--all", options.all, "Every part except multiparts, including bodies");
+  attachment.excludes(part);
+  all.excludes(part).excludes(attachment);
 }
 
-void addDestinations(CLI::App& verb, ExtractOptions& options) {
-  CLI::Option* folder = addText(verb, "--dir", options.folder,
-                                "Folder to write to, created if missing (default: current folder)")
-                            ->type_name(kFolder)
-                            ->check(checkNameGiven);
-  CLI::Option* dryRun =
-      verb.add_flag("--dry-run", options.dryRun, "Write nothing, print the names that would be used");
-  addText(verb, "-o,--output", options.output,
-          "With --part or --attachment: file to write; - is standard output")
-      ->type_name(kFile)
-      ->check(checkNameGiven)
-      ->excludes(folder)
-      ->excludes(dryRun);
-  verb.add_flag("--force", options.force, "Overwrite existing files");
+void addDestinations(Verb verb, ExtractOptions& options) {
+  const Option folder = verb.addText("--dir", options.folder,
+                                     "Folder to write to, created if missing (default: current folder)")
+                            .kind(kFolder)
+                            .check(checkNameGiven);
+  const Option dryRun =
+      verb.addFlag("--dry-run", options.dryRun, "Write nothing, print the names that would be used");
+  verb.addText("-o,--output", options.output,
+               "With --part or --attachment: file to write; - is standard output")
+      .kind(kFile)
+      .check(checkNameGiven)
+      .excludes(folder)
+      .excludes(dryRun);
+  verb.addFlag("--force", options.force, "Overwrite existing files");
 }
 
 }  // namespace
 
-void addExtract(CLI::App& app, Action& action) {
+void addExtract(Verb app, Action& action) {
   auto options = std::make_shared<ExtractOptions>();
-  CLI::App* verb = app.add_subcommand(
+  const Verb verb = app.addVerb(
       "extract",
       "Write the attachments of a message, or other parts, to files; status 1 when there are none");
-  addSources(*verb, options->sources);
-  addSelectors(*verb, *options);
-  addDestinations(*verb, *options);
-  addReadingKeyOptions(*verb, options->keys);
-  verb->footer(
+  addSources(verb, options->sources);
+  addSelectors(verb, *options);
+  addDestinations(verb, *options);
+  addReadingKeyOptions(verb, options->keys);
+  verb.setFooter(
       "Attached files and messages are written byte for byte, bodies as utf-8 text.\n"
       "File names from the message are made safe; a name already in use gets a number. Every name is "
       "printed.\n"
       "Each message of a mailbox or folder gets a folder of its own, such as box.mbox#12.\n\n"
       "Example:\n  mailtree extract mail.eml --dir attached\n"
       "  mailtree extract mail.eml --attachment 0 -o - | file -");
-  verb->callback([options, &action] {
+  verb.whenChosen([options, &action] {
     if (!options->output.empty() && !options->part && !options->attachment)
-      throw CLI::ValidationError("--output", "requires --part or --attachment");
+      refuseUsage("--output", "requires --part or --attachment");
     action = [options] { return extractAll(*options); };
   });
 }

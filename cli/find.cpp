@@ -1,5 +1,4 @@
 // cli/find.cpp - mailtree find: the messages of mailboxes that an expression describes.
-#include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
 
@@ -108,27 +107,27 @@ Exit find(const FindOptions& options) {
 
 }  // namespace
 
-void addFind(CLI::App& app, Action& action) {
+void addFind(Verb app, Action& action) {
   auto options = std::make_shared<FindOptions>();
-  CLI::App* verb =
-      app.add_subcommand("find", "Find messages in mailboxes and folders; status 1 when there are none");
-  addText(*verb, "EXPRESSION", options->expression, "What is looked for, as one argument")->required();
-  addSources(*verb, options->sources);
-  CLI::Option* out = addText(
-      *verb, "--out", options->out,
+  const Verb verb =
+      app.addVerb("find", "Find messages in mailboxes and folders; status 1 when there are none");
+  verb.addText("EXPRESSION", options->expression, "What is looked for, as one argument").required();
+  addSources(verb, options->sources);
+  const Option out = verb.addText(
+      "--out", options->out,
       "Write the messages there: mbox:FILE, which is appended to, maildir:FOLDER or dir:FOLDER; without "
       "a prefix what is there, else an mbox");
-  CLI::Option* names =
-      verb->add_flag("-l,--names", options->names, "Only the names of the messages, one a line");
-  CLI::Option* nulNames =
-      verb->add_flag("-0,--null", options->nulNames, "The same with a NUL after each, for xargs -0")
-          ->excludes(names);
-  out->excludes(names)->excludes(nulNames);
-  for (CLI::Option* const form : addListOptions(*verb, options->list))
-    form->excludes(out)->excludes(names)->excludes(nulNames);
-  addStreamOptions(*verb, options->stream);
-  addReadingKeyOptions(*verb, options->keys);
-  verb->footer(
+  const Option names =
+      verb.addFlag("-l,--names", options->names, "Only the names of the messages, one a line");
+  const Option nulNames =
+      verb.addFlag("-0,--null", options->nulNames, "The same with a NUL after each, for xargs -0")
+          .excludes(names);
+  out.excludes(names).excludes(nulNames);
+  for (const Option form : addListOptions(verb, options->list))
+    form.excludes(out).excludes(names).excludes(nulNames);
+  addStreamOptions(verb, options->stream);
+  addReadingKeyOptions(verb, options->keys);
+  verb.setFooter(
       "Tests: from: to: cc: bcc: subject: body: list: (the text occurs there), header NAME:TEXT, "
       "date:2026-01..2026-03 (in UTC), size:>1M, type:application/pdf, file:*.xlsx, has:attachment, "
       "has:calendar, "
@@ -140,7 +139,7 @@ void addFind(CLI::App& app, Action& action) {
       "  mailtree find 'subject:\"annual report\" date:2026' Maildir archive.mbox.gz\n"
       "  mailtree find is:signed --out signed.mbox mails\n"
       "  mailtree find -0 is:unread Maildir | xargs -0 mailtree show");
-  verb->callback([options, &action] { action = [options] { return find(*options); }; });
+  verb.whenChosen([options, &action] { action = [options] { return find(*options); }; });
 }
 
 }  // namespace mailtree::cli

@@ -1,5 +1,4 @@
 // cli/headers.cpp - mailtree headers: prints header fields, decoded or raw.
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
 #include <memory>
@@ -66,25 +65,26 @@ Exit headers(Input& input, const HeadersOptions& options) {
 
 }  // namespace
 
-void addHeaders(CLI::App& app, Action& action) {
+void addHeaders(Verb app, Action& action) {
   auto options = std::make_shared<HeadersOptions>();
   auto further = std::make_shared<std::vector<std::string>>();
-  CLI::App* verb = app.add_subcommand("headers", "Print header fields, decoded");
-  CLI::Option* file =
-      addTexts(*verb, "FILE", options->sources.paths,
-               "Message, mailbox, folder or archive; box.mbox#12 is one message; - is standard "
-               "input");
-  file->required()->expected(1)->allow_extra_args(false);
-  addTexts(*verb, "NAME", *further,
-           "Only the values of these fields; status 1 when none is found. With --field: further messages");
-  addRepeated(*verb, "--field", options->names,
-              "Only the values of the fields of this name, in each of several messages");
-  addSourceLists(*verb, *file, options->sources);
-  verb->add_flag("--raw", options->raw, "Raw values, folded and encoded");
-  verb->footer(
+  const Verb verb = app.addVerb("headers", "Print header fields, decoded");
+  const Option file =
+      verb.addTexts("FILE", options->sources.paths,
+                    "Message, mailbox, folder or archive; box.mbox#12 is one message; - is standard "
+                    "input");
+  file.required().single();
+  verb.addTexts(
+      "NAME", *further,
+      "Only the values of these fields; status 1 when none is found. With --field: further messages");
+  verb.addRepeated("--field", options->names,
+                   "Only the values of the fields of this name, in each of several messages");
+  addSourceLists(verb, file, options->sources);
+  verb.addFlag("--raw", options->raw, "Raw values, folded and encoded");
+  verb.setFooter(
       "Example:\n  mailtree headers mail.eml\n  mailtree headers mail.eml subject date\n"
       "  mailtree headers --field subject inbox drafts/*.eml");
-  verb->callback([options, further, &action] {
+  verb.whenChosen([options, further, &action] {
     std::vector<std::string>& names = options->names.empty() ? options->names : options->sources.paths;
     names.insert(names.end(), further->begin(), further->end());
     action = [options] {

@@ -1,6 +1,5 @@
 // cli/help.cpp - mailtree help: describes a verb. mailtree make-manual, which is hidden: writes man pages and
 // completions when the command is built.
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "cli/commands.h"
@@ -14,8 +13,8 @@
 namespace mailtree::cli {
 namespace {
 
-Exit help(const CLI::App& app, const std::vector<std::string>& words) {
-  const CLI::App* const verb = verbNamed(app, words);
+Exit help(Verb app, const std::vector<std::string>& words) {
+  const CLI::App* const verb = verbNamed(app.parser(), words);
   return verb ? printHelp(*verb) : Exit::usage;
 }
 
@@ -43,37 +42,37 @@ bool saveCompletions(const VerbFacts& command, const std::string& folder) {
          save(fish + "/" + name + ".fish", fishCompletion(command));
 }
 
-Exit makeManual(const CLI::App& app, const ManualOptions& options) {
-  const VerbFacts command = factsOf(app);
+Exit makeManual(Verb app, const ManualOptions& options) {
+  const VerbFacts command = factsOf(app.parser());
   const bool isDone = makeFolder(options.folder + "/man1") && savePages(command, command, options) &&
                       saveCompletions(command, options.folder);
   return isDone ? Exit::fine : Exit::unreadable;
 }
 
 /// All verbs in a list as completions offer it.
-std::string listOfVerbs(const CLI::App& app) {
+std::string listOfVerbs(Verb app) {
   std::string list;
-  for (const VerbFacts& verb : factsOf(app).verbs) list += (list.empty() ? "" : "|") + verb.path.back();
+  for (const VerbFacts& verb : factsOf(app.parser()).verbs)
+    list += (list.empty() ? "" : "|") + verb.path.back();
   return list;
 }
 
 }  // namespace
 
-void addHelp(CLI::App& app, Action& action) {
+void addHelp(Verb app, Action& action) {
   auto words = std::make_shared<std::vector<std::string>>();
-  CLI::App* verb = app.add_subcommand("help", "Describe a verb, or list all verbs");
-  addTexts(*verb, "VERB", *words, "Verb, such as show or aes encrypt")->type_name(listOfVerbs(app));
-  verb->footer("Example:\n  mailtree help show");
-  verb->callback([&app, words, &action] { action = [&app, words] { return help(app, *words); }; });
+  const Verb verb = app.addVerb("help", "Describe a verb, or list all verbs");
+  verb.addTexts("VERB", *words, "Verb, such as show or aes encrypt").kind(listOfVerbs(app));
+  verb.setFooter("Example:\n  mailtree help show");
+  verb.whenChosen([app, words, &action] { action = [app, words] { return help(app, *words); }; });
 }
 
-void addManual(CLI::App& app, Action& action) {
+void addManual(Verb app, Action& action) {
   auto options = std::make_shared<ManualOptions>();
-  CLI::App* verb = app.add_subcommand("make-manual", "Write man pages and completions")->group("");
-  addText(*verb, "FOLDER", options->folder, "Folder to write to")->required();
-  addText(*verb, "--date", options->date, "Date of the pages, such as November 22, 2026")->required();
-  verb->callback(
-      [&app, options, &action] { action = [&app, options] { return makeManual(app, *options); }; });
+  const Verb verb = app.addHiddenVerb("make-manual", "Write man pages and completions");
+  verb.addText("FOLDER", options->folder, "Folder to write to").required();
+  verb.addText("--date", options->date, "Date of the pages, such as November 22, 2026").required();
+  verb.whenChosen([app, options, &action] { action = [app, options] { return makeManual(app, *options); }; });
 }
 
 }  // namespace mailtree::cli

@@ -1,9 +1,9 @@
 // cli/list.cpp - mailtree list: one line for each message of mailboxes, or how many there are of what.
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "cli/commands.h"
 #include "cli/message/streaming.h"
+#include "cli/support/arguments.h"
 #include "cli/views/listing.h"
 
 namespace mailtree::cli {
@@ -30,13 +30,13 @@ Exit list(const ListOptions& options) {
 
 }  // namespace
 
-void addList(CLI::App& app, Action& action) {
+void addList(Verb app, Action& action) {
   auto options = std::make_shared<ListOptions>();
-  CLI::App* verb = app.add_subcommand("list", "List the messages of mailboxes and folders, one line each");
-  addSources(*verb, options->sources);
-  addListOptions(*verb, options->list);
-  addStreamOptions(*verb, options->stream);
-  verb->footer(
+  const Verb verb = app.addVerb("list", "List the messages of mailboxes and folders, one line each");
+  addSources(verb, options->sources);
+  addListOptions(verb, options->list);
+  addStreamOptions(verb, options->stream);
+  verb.setFooter(
       "A line has the number of the message, its date in UTC, letters, its size, sender and subject. The "
       "letters: "
       "U unread (in a Maildir), A attachments, S signed, E encrypted, R repaired while it was read.\n\n"
@@ -44,7 +44,7 @@ void addList(CLI::App& app, Action& action) {
       "  mailtree list --threads inbox.mbox archive.mbox.gz\n  mailtree list --summary sender Maildir | "
       "head\n"
       "  mailtree list --json --fields file,date,subject mails | jq .subject");
-  verb->callback([options, &action] { action = [options] { return list(*options); }; });
+  verb.whenChosen([options, &action] { action = [options] { return list(*options); }; });
 }
 
 }  // namespace mailtree::cli

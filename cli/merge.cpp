@@ -1,5 +1,4 @@
 // cli/merge.cpp - mailtree merge: makes a message for each row of a table.
-#include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
 
@@ -148,69 +147,70 @@ std::string checkFileName(const std::string& name) {
   return checkNameGiven(name);
 }
 
-void addDestinations(CLI::App& verb, MergeOptions& options) {
-  CLI::Option* folder =
-      addText(verb, "--dir", options.folder, "Folder for files 000001.eml and so on, created if missing")
-          ->type_name(kFolder)
-          ->check(checkFileName);
-  addText(verb, "--mbox", options.mailbox, "Mailbox file (mboxrd), written whole or not at all")
-      ->type_name(kFile)
-      ->check(checkFileName)
-      ->excludes(folder);
-  verb.add_flag("--force", options.force, "Overwrite existing files");
-  wholeNumber(verb.add_option("--limit", options.limit, "Maximum number of messages, from the first row"),
-              /*least=*/1, std::numeric_limits<std::int64_t>::max());
-  verb.add_flag("--dry-run", options.dryRun, "Check everything and write nothing");
+void addDestinations(Verb verb, MergeOptions& options) {
+  const Option folder =
+      verb.addText("--dir", options.folder, "Folder for files 000001.eml and so on, created if missing")
+          .kind(kFolder)
+          .check(checkFileName);
+  verb.addText("--mbox", options.mailbox, "Mailbox file (mboxrd), written whole or not at all")
+      .kind(kFile)
+      .check(checkFileName)
+      .excludes(folder);
+  verb.addFlag("--force", options.force, "Overwrite existing files");
+  verb.addNumber("--limit", options.limit, "Maximum number of messages, from the first row", /*least=*/1,
+                 std::numeric_limits<std::int64_t>::max());
+  verb.addFlag("--dry-run", options.dryRun, "Check everything and write nothing");
 }
 
 void checkOptions(const MergeOptions& options) {
   if (options.folder.empty() && options.mailbox.empty() && !options.dryRun)
-    throw CLI::ValidationError("--dir, --mbox", "one of them is required");
+    refuseUsage("--dir, --mbox", "one of them is required");
   if (options.file == "-" && options.data == "-")
-    throw CLI::ValidationError("-", "standard input can be only one of the files");
+    refuseUsage("-", "standard input can be only one of the files");
 }
 
 }  // namespace
 
-void addMerge(CLI::App& app, Action& action) {
+void addMerge(Verb app, Action& action) {
   auto options = std::make_shared<MergeOptions>();
-  CLI::App* verb = app.add_subcommand("merge", "Make a message for each row of a table");
-  addText(*verb, "TEMPLATE", options->file, "Message with placeholders such as {{name}}; - is standard input")
-      ->required();
-  addText(*verb, "--data", options->data,
-          "Table with column names in the first row, as spreadsheets save it (CSV); - is standard input")
-      ->type_name(kFile)
-      ->required();
-  addText(*verb, "--delimiter", options->delimiter,
-          "Character between fields, or tab (default: comma, semicolon or tab, as the table shows)")
-      ->check([](const std::string& name) {
+  const Verb verb = app.addVerb("merge", "Make a message for each row of a table");
+  verb.addText("TEMPLATE", options->file, "Message with placeholders such as {{name}}; - is standard input")
+      .required();
+  verb.addText("--data", options->data,
+               "Table with column names in the first row, as spreadsheets save it (CSV); - is standard input")
+      .kind(kFile)
+      .required();
+  verb.addText("--delimiter", options->delimiter,
+               "Character between fields, or tab (default: comma, semicolon or tab, as the table shows)")
+      .check([](const std::string& name) {
         return delimiterOf(name) ? std::string() : "'" + name + "': must be one character or tab";
       });
-  addText(*verb, "--charset", options->form.charset,
-          "Charset of the table (default: utf-8, utf-16 or windows-1252, as the table shows)")
-      ->check([](const std::string& name) {
+  verb.addText("--charset", options->form.charset,
+               "Charset of the table (default: utf-8, utf-16 or windows-1252, as the table shows)")
+      .check([](const std::string& name) {
         return codePageOfCharset(name) > 0 ? std::string() : "'" + name + "': unknown charset";
       });
-  addText(*verb, "--to-field", options->toField,
-          "Recipient of each message: a column with an address or 'Name <address>', or a pattern such as "
-          "'{{name}} <{{email}}>'");
-  addRepeated(*verb, "--attach-field", options->attachFields,
-              "Column with a file to attach, FILE or FILE:TYPE; none where it is empty");
-  addText(*verb, "--key", options->key, "Pattern of a placeholder, with %s for the column (default: {{%s}})");
-  verb->add_flag("--raw-html", options->rawHtml, "Insert values into HTML without escaping");
-  addDestinations(*verb, *options);
-  verb->footer(
+  verb.addText(
+      "--to-field", options->toField,
+      "Recipient of each message: a column with an address or 'Name <address>', or a pattern such as "
+      "'{{name}} <{{email}}>'");
+  verb.addRepeated("--attach-field", options->attachFields,
+                   "Column with a file to attach, FILE or FILE:TYPE; none where it is empty");
+  verb.addText("--key", options->key, "Pattern of a placeholder, with %s for the column (default: {{%s}})");
+  verb.addFlag("--raw-html", options->rawHtml, "Insert values into HTML without escaping");
+  addDestinations(verb, *options);
+  verb.setFooter(
       "Placeholders are replaced in text bodies, header fields, names and addresses; in HTML not in\n"
       "scripts, styles and comments, unless --raw-html is given. Every message gets\n"
       "its own Message-ID and Date. Attached messages are not changed. Bcc is kept for the program\n"
       "that sends. The whole table is checked first; nothing is written when any row is wrong.\n"
       "\n"
       "Example:\n  mailtree merge letter.eml --data people.csv --to-field email --dir out");
-  verb->callback([options, &action] {
+  verb.whenChosen([options, &action] {
     checkOptions(*options);
     if (!options->delimiter.empty()) options->form.delimiter = delimiterOf(options->delimiter);
     const auto form = placeholderFormOf(options->key);
-    if (!form) throw CLI::ValidationError("--key", "must have exactly one %s with text on both sides");
+    if (!form) refuseUsage("--key", "must have exactly one %s with text on both sides");
     action = [options, form = *form] { return merge(*options, form); };
   });
 }

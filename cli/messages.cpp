@@ -1,5 +1,4 @@
 // cli/messages.cpp - mailtree messages: lists the messages inside a message, or writes them to files.
-#include <CLI/CLI.hpp>
 #include <array>
 #include <ctime>
 #include <iostream>
@@ -162,42 +161,42 @@ std::string checkNumber(const std::string& number) {
   return last == '/' ? "not a message number: " + number : std::string();
 }
 
-void addDestinations(CLI::App& verb, MessagesOptions& options) {
-  CLI::Option* json = verb.add_flag("--json", options.json, "Print the list as one JSON object on one line");
-  CLI::Option* wanted = addText(verb, "--extract", options.wanted, "Write the message with this number")
-                            ->check(checkNumber)
-                            ->excludes(json);
-  verb.add_flag("--all", options.all, "Write all messages")->excludes(wanted)->excludes(json);
-  CLI::Option* folder = addText(verb, "--dir", options.folder,
-                                "Folder to write to, created if missing (default: current folder)")
-                            ->type_name(kFolder)
-                            ->check(checkNameGiven);
-  CLI::Option* output =
-      addText(verb, "-o,--output", options.output, "With --extract: file to write; - is standard output")
-          ->type_name(kFile)
-          ->check(checkNameGiven)
-          ->excludes(folder)
-          ->needs(wanted);
-  verb.add_flag("--force", options.force, "With --output: overwrite an existing file")->needs(output);
+void addDestinations(Verb verb, MessagesOptions& options) {
+  const Option json = verb.addFlag("--json", options.json, "Print the list as one JSON object on one line");
+  const Option wanted = verb.addText("--extract", options.wanted, "Write the message with this number")
+                            .check(checkNumber)
+                            .excludes(json);
+  verb.addFlag("--all", options.all, "Write all messages").excludes(wanted).excludes(json);
+  const Option folder = verb.addText("--dir", options.folder,
+                                     "Folder to write to, created if missing (default: current folder)")
+                            .kind(kFolder)
+                            .check(checkNameGiven);
+  const Option output =
+      verb.addText("-o,--output", options.output, "With --extract: file to write; - is standard output")
+          .kind(kFile)
+          .check(checkNameGiven)
+          .excludes(folder)
+          .needs(wanted);
+  verb.addFlag("--force", options.force, "With --output: overwrite an existing file").needs(output);
 }
 
 }  // namespace
 
-void addMessages(CLI::App& app, Action& action) {
+void addMessages(Verb app, Action& action) {
   auto options = std::make_shared<MessagesOptions>();
-  CLI::App* verb = app.add_subcommand("messages",
-                                      "List the messages inside a message, attached or in a digest, or write "
-                                      "them to files; status 1 when there "
-                                      "are none");
-  addSources(*verb, options->sources);
-  addDestinations(*verb, *options);
-  verb->footer(
+  const Verb verb = app.addVerb("messages",
+                                "List the messages inside a message, attached or in a digest, or write "
+                                "them to files; status 1 when there "
+                                "are none");
+  addSources(verb, options->sources);
+  addDestinations(verb, *options);
+  verb.setFooter(
       "A message inside message 2 has the number 2/0. \"Part\" is the number of its part in show.\n"
       "Messages are written byte for byte, under names that sort by date. Every name is printed.\n\n"
       "Example:\n  mailtree messages samples/digest.eml\n"
       "  mailtree messages mail.eml --extract 0 -o - | mailtree show -\n"
       "  mailtree messages mail.eml --all --dir inner");
-  verb->callback([options, &action] { action = [options] { return messagesOfAll(*options); }; });
+  verb.whenChosen([options, &action] { action = [options] { return messagesOfAll(*options); }; });
 }
 
 }  // namespace mailtree::cli

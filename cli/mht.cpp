@@ -1,5 +1,4 @@
 // cli/mht.cpp - mailtree mht: converts a message to a web archive (RFC 2557).
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "cli/commands.h"
@@ -35,16 +34,16 @@ Exit mht(const MhtOptions& options) {
 
 }  // namespace
 
-void addMht(CLI::App& app, Action& action) {
+void addMht(Verb app, Action& action) {
   auto options = std::make_shared<MhtOptions>();
-  CLI::App* verb = app.add_subcommand("mht",
-                                      "Convert a message to a web archive: what a reader sees, with its "
-                                      "images, without attachments; status 1 when there is no text");
-  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
-  addOutput(*verb, options->output);
-  addReadingKeyOptions(*verb, options->keys);
-  verb->footer("Example:\n  mailtree mht samples/newsletter.eml -o page.mht && chromium page.mht");
-  verb->callback([options, &action] { action = [options] { return mht(*options); }; });
+  const Verb verb = app.addVerb("mht",
+                                "Convert a message to a web archive: what a reader sees, with its "
+                                "images, without attachments; status 1 when there is no text");
+  verb.addText("FILE", options->file, "Message; - is standard input").required();
+  addOutput(verb, options->output);
+  addReadingKeyOptions(verb, options->keys);
+  verb.setFooter("Example:\n  mailtree mht samples/newsletter.eml -o page.mht && chromium page.mht");
+  verb.whenChosen([options, &action] { action = [options] { return mht(*options); }; });
 }
 
 }  // namespace mailtree::cli

@@ -1,10 +1,10 @@
 // cli/related.cpp - mailtree related: lists the parts of the multipart/related other than the HTML.
-#include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
+#include "cli/support/arguments.h"
 #include "cli/support/terminal.h"
 #include "cli/support/terminal_table.h"
 #include "cli/views/json_view.h"
@@ -49,18 +49,18 @@ Exit related(Input& input, const RelatedOptions& options) {
 
 }  // namespace
 
-void addRelated(CLI::App& app, Action& action) {
+void addRelated(Verb app, Action& action) {
   auto options = std::make_shared<RelatedOptions>();
-  CLI::App* verb = app.add_subcommand(
+  const Verb verb = app.addVerb(
       "related", "List the parts of the multipart/related other than the HTML; status 1 when there are none");
-  addSources(*verb, options->sources);
-  verb->add_flag("--json", options->json, "One JSON object on one line");
-  verb->footer(
+  addSources(verb, options->sources);
+  verb.addFlag("--json", options->json, "One JSON object on one line");
+  verb.setFooter(
       "\"#\" is the number for edit --drop-related, \"Part\" the number in show and for extract --part.\n"
       "Every part of the multipart/related is numbered, except the first part (the HTML).\n\n"
       "Example:\n  mailtree related samples/newsletter.eml\n"
       "  mailtree related --json mail.eml | jq '.related[].content_id'");
-  verb->callback([options, &action] {
+  verb.whenChosen([options, &action] {
     action = [options] {
       return forEachMessage(options->sources, {.hasTitles = !options->json, .needsAll = false},
                             [&options](Input& input) { return related(input, *options); });

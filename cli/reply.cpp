@@ -1,5 +1,4 @@
 // cli/reply.cpp - mailtree reply, forward and resend: new messages from a received one.
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "cli/commands.h"
@@ -144,40 +143,39 @@ Exit run(const AnswerOptions& options, Make make) {
   return worse(limits, writeMessage(*made, options.output, {.bcc = options.keepBcc, .inClear = true}));
 }
 
-std::shared_ptr<AnswerOptions> addVerb(CLI::App& app, Action& action, const char* name,
-                                       const char* description, Make make, CLI::App*& verb) {
+/// Adds what all verbs that answer have.
+std::shared_ptr<AnswerOptions> addAnswerOptions(Verb verb, Action& action, Make make) {
   auto options = std::make_shared<AnswerOptions>();
-  verb = app.add_subcommand(name, description);
-  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
-  addText(*verb, "--from", options->from, "Sender, such as 'Anna Berg <anna@berg.example>'");
-  addRepeated(*verb, "--to", options->to, "Recipient, or a comma-separated list");
-  addRepeated(*verb, "--cc", options->cc, "Recipients of copies");
-  addOutput(*verb, options->output);
-  verb->callback([options, make, &action] { action = [options, make] { return run(*options, make); }; });
+  verb.addText("FILE", options->file, "Message; - is standard input").required();
+  verb.addText("--from", options->from, "Sender, such as 'Anna Berg <anna@berg.example>'");
+  verb.addRepeated("--to", options->to, "Recipient, or a comma-separated list");
+  verb.addRepeated("--cc", options->cc, "Recipients of copies");
+  addOutput(verb, options->output);
+  verb.whenChosen([options, make, &action] { action = [options, make] { return run(*options, make); }; });
   return options;
 }
 
-void addContentOptions(CLI::App& verb, AnswerOptions& options) {
+void addContentOptions(Verb verb, AnswerOptions& options) {
   addTextOptions(verb, options.bodies);
-  verb.add_flag("--in-clear", options.inClear, "Allow an answer to encrypted mail to be written unencrypted");
+  verb.addFlag("--in-clear", options.inClear, "Allow an answer to encrypted mail to be written unencrypted");
   addReadingKeyOptions(verb, options.keys);
 }
 
 }  // namespace
 
-void addReply(CLI::App& app, Action& action) {
-  CLI::App* verb = nullptr;
-  const auto options = addVerb(app, action, "reply", "Reply to a message, quoting it", makeReply, verb);
-  verb->add_flag("--all", options->all, "Reply to all recipients, too");
-  verb->add_flag("--list", options->list, "Reply to the mailing list instead of the author");
-  addRepeated(*verb, "--own", options->own, "Another address of your own, which gets no copy");
-  oneOf(addText(*verb, "--quote", options->quote, "How to quote (default: lines, with > before each)"),
-        {"lines", "block", "none"});
-  verb->add_flag("--attachments", options->attachments, "Take the attachments along");
-  verb->add_flag("--automatic", options->automatic,
-                 "Mark it as written by a program; refused for messages of programs and lists");
-  addContentOptions(*verb, *options);
-  verb->footer(
+void addReply(Verb app, Action& action) {
+  const Verb verb = app.addVerb("reply", "Reply to a message, quoting it");
+  const auto options = addAnswerOptions(verb, action, makeReply);
+  verb.addFlag("--all", options->all, "Reply to all recipients, too");
+  verb.addFlag("--list", options->list, "Reply to the mailing list instead of the author");
+  verb.addRepeated("--own", options->own, "Another address of your own, which gets no copy");
+  verb.addText("--quote", options->quote, "How to quote (default: lines, with > before each)")
+      .oneOf({"lines", "block", "none"});
+  verb.addFlag("--attachments", options->attachments, "Take the attachments along");
+  verb.addFlag("--automatic", options->automatic,
+               "Mark it as written by a program; refused for messages of programs and lists");
+  addContentOptions(verb, *options);
+  verb.setFooter(
       "The reply goes to Reply-To, else to the sender; after a message of your own, to its\n"
       "recipients. The text goes before the quoted text, in plain text and in HTML. Signed and\n"
       "encrypted messages are opened.\n"
@@ -185,25 +183,24 @@ void addReply(CLI::App& app, Action& action) {
       "  mailtree reply mail.eml --from jo@see.example --all --own jo@work.example | mailtree send -");
 }
 
-void addForward(CLI::App& app, Action& action) {
-  CLI::App* verb = nullptr;
-  const auto options = addVerb(app, action, "forward", "Forward a message, quoting it", makeForward, verb);
-  verb->add_flag("--as-attachment", options->asAttachment, "Attach the message whole, byte for byte");
-  addContentOptions(*verb, *options);
-  verb->footer(
+void addForward(Verb app, Action& action) {
+  const Verb verb = app.addVerb("forward", "Forward a message, quoting it");
+  const auto options = addAnswerOptions(verb, action, makeForward);
+  verb.addFlag("--as-attachment", options->asAttachment, "Attach the message whole, byte for byte");
+  addContentOptions(verb, *options);
+  verb.setFooter(
       "HTML, inline images and attachments are kept. The text goes before the quoted text, in plain\n"
       "text and in HTML. Signed and encrypted messages are opened.\n"
       "Example:\n  mailtree forward mail.eml --from jo@see.example --to anna@berg.example --text 'For you.' "
       "-o new.eml");
 }
 
-void addResend(CLI::App& app, Action& action) {
-  CLI::App* verb = nullptr;
-  const auto options =
-      addVerb(app, action, "resend", "Send a message again, unchanged, to somebody else", makeResent, verb);
-  addRepeated(*verb, "--bcc", options->bcc, "Hidden recipients, in the envelope but not in the message");
-  verb->add_flag("--keep-bcc", options->keepBcc, "Write hidden recipients into the message too");
-  verb->footer(
+void addResend(Verb app, Action& action) {
+  const Verb verb = app.addVerb("resend", "Send a message again, unchanged, to somebody else");
+  const auto options = addAnswerOptions(verb, action, makeResent);
+  verb.addRepeated("--bcc", options->bcc, "Hidden recipients, in the envelope but not in the message");
+  verb.addFlag("--keep-bcc", options->keepBcc, "Write hidden recipients into the message too");
+  verb.setFooter(
       "Fields before the header (Resent-From, ...) name the sender and the recipients. The message\n"
       "itself is not changed, and its signature stays valid.\n"
       "Example:\n  mailtree resend mail.eml --from jo@see.example --to anna@berg.example | mailtree send -");

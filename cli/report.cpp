@@ -1,10 +1,10 @@
 // cli/report.cpp - mailtree report: reads delivery status, disposition notification and feedback reports.
-#include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
+#include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/json_values.h"
 #include "cli/support/terminal.h"
@@ -109,20 +109,20 @@ Exit report(Input& input, const ReportOptions& options) {
 
 }  // namespace
 
-void addReport(CLI::App& app, Action& action) {
+void addReport(Verb app, Action& action) {
   auto options = std::make_shared<ReportOptions>();
-  CLI::App* verb = app.add_subcommand("report",
-                                      "Show what happened to a message, from a bounce, a read receipt or a "
-                                      "complaint; status 1 when it is not a report");
-  addSources(*verb, options->sources);
-  verb->add_flag("--json", options->json, "One JSON object on one line");
-  verb->footer(
+  const Verb verb = app.addVerb("report",
+                                "Show what happened to a message, from a bounce, a read receipt or a "
+                                "complaint; status 1 when it is not a report");
+  addSources(verb, options->sources);
+  verb.addFlag("--json", options->json, "One JSON object on one line");
+  verb.setFooter(
       "Shows the fields of the whole message, a row for each recipient, and the human-readable text.\n"
       "A bounce with only human-readable text is not a report.\n\n"
       "Example:\n  mailtree report samples/delivery-report.eml\n"
       "  mailtree report --json mail.eml | jq -r '.recipients[] | select(.action == \"failed\") | "
       ".recipient'");
-  verb->callback([options, &action] {
+  verb.whenChosen([options, &action] {
     action = [options] {
       return forEachMessage(options->sources, {.hasTitles = !options->json, .needsAll = false},
                             [&options](Input& input) { return report(input, *options); });

@@ -1,7 +1,6 @@
 // cli/send.cpp - mailtree send: hands a message to the mail program of the host.
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 
@@ -57,16 +56,16 @@ Exit send(const SendOptions& options) {
 
 }  // namespace
 
-void addSend(CLI::App& app, Action& action) {
+void addSend(Verb app, Action& action) {
   auto options = std::make_shared<SendOptions>();
-  CLI::App* verb = app.add_subcommand("send", "Hand a message to the mail program of the host");
-  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
-  addText(*verb, "--via", options->program, "Program to hand it to (default: the host's sendmail)");
-  verb->footer(
+  const Verb verb = app.addVerb("send", "Hand a message to the mail program of the host");
+  verb.addText("FILE", options->file, "Message; - is standard input").required();
+  verb.addText("--via", options->program, "Program to hand it to (default: the host's sendmail)");
+  verb.setFooter(
       "The program is run as 'sendmail -i -f SENDER -- RECIPIENT...' and gets the message on standard\n"
       "input, without Bcc. Sender and recipients are those of the message, or of its latest resending.\n"
       "Example:\n  mailtree send mail.eml\n  mailtree send mail.eml --via /opt/bin/msmtp");
-  verb->callback([options, &action] { action = [options] { return send(*options); }; });
+  verb.whenChosen([options, &action] { action = [options] { return send(*options); }; });
 }
 
 }  // namespace mailtree::cli

@@ -1,5 +1,4 @@
 // cli/show.cpp - mailtree show: shows a message to people, or as JSON.
-#include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
 
@@ -59,34 +58,34 @@ Exit show(const ShowOptions& options) {
 
 }  // namespace
 
-void addShow(CLI::App& app, Action& action) {
+void addShow(Verb app, Action& action) {
   auto options = std::make_shared<ShowOptions>();
-  CLI::App* verb =
-      app.add_subcommand("show", "Show messages: main header fields, tree of parts, first lines of text");
-  addSources(*verb, options->sources);
-  CLI::Option* json = verb->add_flag("--json", options->json, "One JSON object per message, one line each");
-  CLI::Option* jmap =
-      verb->add_flag("--jmap", options->jmap, "The same as Email objects of JMAP (RFC 8621)")->excludes(json);
-  addRepeated(*verb, "--header", options->properties,
-              "With --jmap: add a header field in a form, such as header:List-Post:asURLs")
-      ->check(problemOfJmapProperty)
-      ->needs(jmap);
-  verb->add_flag("--headers", options->headers,
-                 "Show every header field, decoded; with --jmap those of the parts too");
-  verb->add_flag("--body", options->body, "With --json: add the text and the HTML that a reader sees")
-      ->needs(json);
-  verb->add_flag("-v,--verbose", options->verbose, "Show why parts are attachments, and what was repaired");
-  CLI::Option* color =
-      verb->add_flag("--color", options->color, "Color even when the output is not a terminal");
-  verb->add_flag("--no-color", options->noColor, "No color (as with NO_COLOR in the environment)")
-      ->excludes(color);
-  addReadingKeyOptions(*verb, options->keys);
-  verb->footer(
+  const Verb verb =
+      app.addVerb("show", "Show messages: main header fields, tree of parts, first lines of text");
+  addSources(verb, options->sources);
+  const Option json = verb.addFlag("--json", options->json, "One JSON object per message, one line each");
+  const Option jmap =
+      verb.addFlag("--jmap", options->jmap, "The same as Email objects of JMAP (RFC 8621)").excludes(json);
+  verb.addRepeated("--header", options->properties,
+                   "With --jmap: add a header field in a form, such as header:List-Post:asURLs")
+      .check(problemOfJmapProperty)
+      .needs(jmap);
+  verb.addFlag("--headers", options->headers,
+               "Show every header field, decoded; with --jmap those of the parts too");
+  verb.addFlag("--body", options->body, "With --json: add the text and the HTML that a reader sees")
+      .needs(json);
+  verb.addFlag("-v,--verbose", options->verbose, "Show why parts are attachments, and what was repaired");
+  const Option color =
+      verb.addFlag("--color", options->color, "Color even when the output is not a terminal");
+  verb.addFlag("--no-color", options->noColor, "No color (as with NO_COLOR in the environment)")
+      .excludes(color);
+  addReadingKeyOptions(verb, options->keys);
+  verb.setFooter(
       "docs/json-schema.json describes the JSON; --jmap leaves out what only a server knows.\n\n"
       "Example:\n  mailtree show samples/newsletter.eml\n  mailtree show --json mails | jq .subject\n"
       "  mailtree show --jmap --header header:List-Unsubscribe:asURLs mail.eml | jq .bodyValues\n"
       "  mailtree show --p12 jo.p12 --trust ca.pem secret.eml");
-  verb->callback([options, &action] { action = [options] { return show(*options); }; });
+  verb.whenChosen([options, &action] { action = [options] { return show(*options); }; });
 }
 
 }  // namespace mailtree::cli

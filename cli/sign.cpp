@@ -1,5 +1,4 @@
 // cli/sign.cpp - mailtree sign: signs a message with S/MIME.
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 
@@ -80,30 +79,30 @@ Exit sign(const SignOptions& options) {
 
 }  // namespace
 
-void addSign(CLI::App& app, Action& action) {
+void addSign(Verb app, Action& action) {
   auto options = std::make_shared<SignOptions>();
-  CLI::App* verb = app.add_subcommand("sign", "Sign a message (S/MIME)");
-  addText(*verb, "FILE", options->file, "Message; - is standard input")->required();
-  addCertificateOptions(*verb, options->keys);
-  addPrivateKeyOptions(*verb, options->keys);
-  verb->add_flag("--opaque", options->form.opaque,
-                 "Put content and signature into one file, which any server leaves unchanged");
-  addText(*verb, "--digest", options->form.digest, "Digest: sha256 (default), sha384 or sha512")
-      ->check(digestProblem);
-  verb->add_flag("--pss", options->form.pss, "Use RSA-PSS instead of PKCS#1 v1.5");
-  addText(*verb, "--filename", options->form.fileName,
-          "Name of the signature file (default: smime.p7s or smime.p7m)");
-  verb->add_flag("--no-chain", options->noChain, "Include only the signer's certificate, not its chain");
-  verb->add_flag("--no-time", options->noTime, "Leave out the signing time and the S/MIME capabilities");
-  verb->add_flag("--no-certificate-id", options->noCertificateId,
-                 "Leave out the signing certificate attribute (signing-certificate-v2)");
-  addOutput(*verb, options->output);
-  verb->footer(
+  const Verb verb = app.addVerb("sign", "Sign a message (S/MIME)");
+  verb.addText("FILE", options->file, "Message; - is standard input").required();
+  addCertificateOptions(verb, options->keys);
+  addPrivateKeyOptions(verb, options->keys);
+  verb.addFlag("--opaque", options->form.opaque,
+               "Put content and signature into one file, which any server leaves unchanged");
+  verb.addText("--digest", options->form.digest, "Digest: sha256 (default), sha384 or sha512")
+      .check(digestProblem);
+  verb.addFlag("--pss", options->form.pss, "Use RSA-PSS instead of PKCS#1 v1.5");
+  verb.addText("--filename", options->form.fileName,
+               "Name of the signature file (default: smime.p7s or smime.p7m)");
+  verb.addFlag("--no-chain", options->noChain, "Include only the signer's certificate, not its chain");
+  verb.addFlag("--no-time", options->noTime, "Leave out the signing time and the S/MIME capabilities");
+  verb.addFlag("--no-certificate-id", options->noCertificateId,
+               "Leave out the signing certificate attribute (signing-certificate-v2)");
+  addOutput(verb, options->output);
+  verb.setFooter(
       "The signer is the certificate of --cert and --key or --p12, else the one in --certs issued to\n"
       "the address in From. Bcc is removed. Signed or encrypted content is signed unchanged, with its\n"
       "layers.\n"
       "Example:\n  mailtree sign --p12 anna.p12 mail.eml -o signed.eml");
-  verb->callback([options, &action] { action = [options] { return sign(*options); }; });
+  verb.whenChosen([options, &action] { action = [options] { return sign(*options); }; });
 }
 
 }  // namespace mailtree::cli

@@ -1,5 +1,4 @@
 // cli/tidy.cpp - mailtree tidy: cleans up a message.
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "cli/commands.h"
@@ -62,21 +61,21 @@ Exit tidyAll(const TidyOptions& options) {
 
 }  // namespace
 
-void addTidy(CLI::App& app, Action& action) {
+void addTidy(Verb app, Action& action) {
   auto options = std::make_shared<TidyOptions>();
-  CLI::App* verb = app.add_subcommand("tidy", "Clean up a message");
-  addSources(*verb, options->sources);
-  verb->add_flag("--unspam", options->unspam, "Remove from the HTML what is meant to defeat spam filters");
-  verb->add_flag("--strip-paths", options->stripPaths, "Remove folders from attachment names");
-  verb->add_flag("--safe-encodings", options->safeEncodings,
-                 "Encode 8-bit text and parts labelled binary for any server");
-  addOutput(*verb, options->output);
-  addStoreOutput(*verb, "--out", options->store, kStoreDescription)->excludes("--output");
-  verb->footer(
+  const Verb verb = app.addVerb("tidy", "Clean up a message");
+  addSources(verb, options->sources);
+  verb.addFlag("--unspam", options->unspam, "Remove from the HTML what is meant to defeat spam filters");
+  verb.addFlag("--strip-paths", options->stripPaths, "Remove folders from attachment names");
+  verb.addFlag("--safe-encodings", options->safeEncodings,
+               "Encode 8-bit text and parts labelled binary for any server");
+  addOutput(verb, options->output);
+  addStoreOutput(verb, "--out", options->store, kStoreDescription).excludes("--output");
+  verb.setFooter(
       "At least one of the three is required. --unspam does not make HTML safe to display.\n"
       "Example:\n  mailtree tidy --strip-paths --safe-encodings mail.eml -o clean.eml\n"
       "  mailtree tidy --safe-encodings box.mbox --out maildir:Clean");
-  verb->callback([options, &action] { action = [options] { return tidyAll(*options); }; });
+  verb.whenChosen([options, &action] { action = [options] { return tidyAll(*options); }; });
 }
 
 }  // namespace mailtree::cli

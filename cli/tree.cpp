@@ -1,11 +1,11 @@
 // cli/tree.cpp - mailtree tree: shows the structure of a message.
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
 #include <memory>
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
+#include "cli/support/arguments.h"
 #include "cli/support/terminal.h"
 
 namespace mailtree::cli {
@@ -30,13 +30,13 @@ Exit tree(Input& input) {
 
 }  // namespace
 
-void addTree(CLI::App& app, Action& action) {
+void addTree(Verb app, Action& action) {
   auto sources = std::make_shared<SourceArguments>();
-  CLI::App* verb = app.add_subcommand(
-      "tree", "Show the structure of a message: type, encoding, names and size of each part");
-  addSources(*verb, *sources);
-  verb->footer("Example:\n  mailtree tree samples/newsletter.eml");
-  verb->callback([sources, &action] { action = [sources] { return forEachMessage(*sources, {}, tree); }; });
+  const Verb verb =
+      app.addVerb("tree", "Show the structure of a message: type, encoding, names and size of each part");
+  addSources(verb, *sources);
+  verb.setFooter("Example:\n  mailtree tree samples/newsletter.eml");
+  verb.whenChosen([sources, &action] { action = [sources] { return forEachMessage(*sources, {}, tree); }; });
 }
 
 }  // namespace mailtree::cli

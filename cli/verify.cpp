@@ -1,11 +1,11 @@
 // cli/verify.cpp - mailtree verify: checks the signatures of a message and what they cover.
-#include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
 
 #include "cli/commands.h"
 #include "cli/message/input.h"
 #include "cli/secure/keys.h"
+#include "cli/support/arguments.h"
 #include "cli/support/terminal.h"
 #include "cli/views/layers.h"
 #include "cli/views/security_json.h"
@@ -74,21 +74,21 @@ Exit verifyAll(const VerifyOptions& options) {
 
 }  // namespace
 
-void addVerify(CLI::App& app, Action& action) {
+void addVerify(Verb app, Action& action) {
   auto options = std::make_shared<VerifyOptions>();
-  CLI::App* verb = app.add_subcommand(
+  const Verb verb = app.addVerb(
       "verify", "Check the signatures of a message; status 1 unless all is signed and every check passes");
-  addSources(*verb, options->sources);
-  verb->add_flag("--json", options->json, "One JSON object on one line");
-  addReadingKeyOptions(*verb, options->keys);
-  verb->footer(
+  addSources(verb, options->sources);
+  verb.addFlag("--json", options->json, "One JSON object on one line");
+  addReadingKeyOptions(verb, options->keys);
+  verb.setFooter(
       "Status 0 requires all of this: every signature is valid; one of them covers all of the content;\n"
       "its signer's certificate has a certification path to a trust anchor of --trust, is not revoked,\n"
       "is valid for signing, and is issued to the only address in From; no displayed field differs\n"
       "inside. S/MIME signs no header fields; only From is checked, by the certificate. ? marks what\n"
       "could not be checked. Encrypted layers are opened with --p12, or --cert and --key.\n"
       "Example:\n  mailtree verify --trust ca.pem mail.eml");
-  verb->callback([options, &action] { action = [options] { return verifyAll(*options); }; });
+  verb.whenChosen([options, &action] { action = [options] { return verifyAll(*options); }; });
 }
 
 }  // namespace mailtree::cli

@@ -1,5 +1,4 @@
 // cli/write.cpp - mailtree write: loads a message and writes it back as MIME.
-#include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
 
@@ -58,23 +57,23 @@ Exit check(Input& input, const WriteOptions& options) {
 
 }  // namespace
 
-void addWrite(CLI::App& app, Action& action) {
+void addWrite(Verb app, Action& action) {
   auto options = std::make_shared<WriteOptions>();
-  CLI::App* verb = app.add_subcommand("write", "Load a message and write it back as MIME");
-  addSources(*verb, options->sources);
-  addOutput(*verb, options->output);
-  addStoreOutput(*verb, "--out", options->store, kStoreDescription)->excludes("--output");
-  verb->add_flag("--check", options->check,
-                 "Write nothing; list the differences from the input, status 1 when there are any")
-      ->excludes("--output")
-      ->excludes("--out");
-  verb->add_flag("--8bit-to-qp", options->form.qpFor8bit, "Write 8bit parts as quoted-printable");
-  verb->add_flag("--dot-stuff", options->form.dotStuff,
-                 "Double the dot at the start of lines, as SMTP requires");
-  verb->footer(
+  const Verb verb = app.addVerb("write", "Load a message and write it back as MIME");
+  addSources(verb, options->sources);
+  addOutput(verb, options->output);
+  addStoreOutput(verb, "--out", options->store, kStoreDescription).excludes("--output");
+  verb.addFlag("--check", options->check,
+               "Write nothing; list the differences from the input, status 1 when there are any")
+      .excludes("--output")
+      .excludes("--out");
+  verb.addFlag("--8bit-to-qp", options->form.qpFor8bit, "Write 8bit parts as quoted-printable");
+  verb.addFlag("--dot-stuff", options->form.dotStuff,
+               "Double the dot at the start of lines, as SMTP requires");
+  verb.setFooter(
       "Example:\n  mailtree write --8bit-to-qp mail.eml -o clean.eml\n"
       "  mailtree write --8bit-to-qp box.mbox --out mbox:clean.mbox");
-  verb->callback([options, &action] {
+  verb.whenChosen([options, &action] {
     action = [options] {
       if (options->check)
         return forEachMessage(options->sources, {},

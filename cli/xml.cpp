@@ -1,5 +1,4 @@
 // cli/xml.cpp - mailtree xml: a message as an XML document.
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "cli/commands.h"
@@ -38,14 +37,14 @@ Exit xml(Input& input, const XmlOptions& options) {
 
 }  // namespace
 
-void addXml(CLI::App& app, Action& action) {
+void addXml(Verb app, Action& action) {
   auto options = std::make_shared<XmlOptions>();
-  CLI::App* verb = app.add_subcommand("xml", "Convert a message to XML: header fields, parts, bodies");
-  addSources(*verb, options->sources);
-  addOutput(*verb, options->output);
-  verb->add_flag("--indent", options->indent, "One element per line, indented (default: one line)");
-  verb->footer("Example:\n  mailtree xml --indent mail.eml | xmllint --xpath '//subject/text()' -");
-  verb->callback([options, &action] {
+  const Verb verb = app.addVerb("xml", "Convert a message to XML: header fields, parts, bodies");
+  addSources(verb, options->sources);
+  addOutput(verb, options->output);
+  verb.addFlag("--indent", options->indent, "One element per line, indented (default: one line)");
+  verb.setFooter("Example:\n  mailtree xml --indent mail.eml | xmllint --xpath '//subject/text()' -");
+  verb.whenChosen([options, &action] {
     action = [options] {
       const char* const single = isStandardOutput(options->output.path) ? nullptr : "--output";
       return forEachMessage(options->sources, {.single = single},

@@ -1,6 +1,5 @@
 #include "cli/message/sources.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -223,25 +222,25 @@ std::string problemOf(const Error& error) {
   return error.message;
 }
 
-void addSources(CLI::App& verb, SourceArguments& arguments) {
-  CLI::Option* const file =
-      addTexts(verb, "FILE", arguments.paths,
-               "Messages, mailboxes, folders or archives of them; box.mbox#12 is one message; - is standard "
-               "input");
-  file->required();
-  addSourceLists(verb, *file, arguments);
+void addSources(Verb verb, SourceArguments& arguments) {
+  const Option file = verb.addTexts(
+      "FILE", arguments.paths,
+      "Messages, mailboxes, folders or archives of them; box.mbox#12 is one message; - is standard "
+      "input");
+  file.required();
+  addSourceLists(verb, file, arguments);
 }
 
-void addSourceLists(CLI::App& verb, CLI::Option& file, SourceArguments& arguments) {
-  const auto mayBeMissing = [&file](const std::string&) { file.required(false); };
-  addRepeated(verb, "--files-from", arguments.lists,
-              "Further names from this file, one a line; - is standard input")
-      ->type_name(kFile)
-      ->each(mayBeMissing);
-  addRepeated(verb, "--files0-from", arguments.nulLists,
-              "The same with a NUL after each name, as find -print0 writes")
-      ->type_name(kFile)
-      ->each(mayBeMissing);
+void addSourceLists(Verb verb, Option file, SourceArguments& arguments) {
+  const auto mayBeMissing = [file] { file.required(false); };
+  verb.addRepeated("--files-from", arguments.lists,
+                   "Further names from this file, one a line; - is standard input")
+      .kind(kFile)
+      .whenGiven(mayBeMissing);
+  verb.addRepeated("--files0-from", arguments.nulLists,
+                   "The same with a NUL after each name, as find -print0 writes")
+      .kind(kFile)
+      .whenGiven(mayBeMissing);
 }
 
 }  // namespace mailtree::cli

@@ -17,12 +17,10 @@
 
 #include "mailtree/store/MailSource.h"
 
-namespace CLI {
-class App;
-class Option;
-}  // namespace CLI
-
 namespace mailtree::cli {
+
+class Option;
+class Verb;
 
 /// What the command line says.
 struct SourceArguments {
@@ -32,9 +30,9 @@ struct SourceArguments {
 };
 
 /// Adds the argument FILE of a verb that reads any number of messages, and the options for lists.
-void addSources(CLI::App& verb, SourceArguments& arguments);
+void addSources(Verb verb, SourceArguments& arguments);
 /// Adds the options only. With one of them `file`, which is required, may be missing.
-void addSourceLists(CLI::App& verb, CLI::Option& file, SourceArguments& arguments);
+void addSourceLists(Verb verb, Option file, SourceArguments& arguments);
 
 struct SourcesOptions {
   SourceOptions reading{};

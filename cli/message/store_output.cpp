@@ -1,7 +1,5 @@
 #include "cli/message/store_output.h"
 
-#include <CLI/CLI.hpp>
-
 #include "cli/message/sources.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
@@ -17,9 +15,9 @@ std::string problemOfTarget(const std::string& text) {
 
 }  // namespace
 
-CLI::Option* addStoreOutput(CLI::App& verb, const std::string& option, std::string& target,
-                            const std::string& description) {
-  return addText(verb, option, target, description)->type_name("STORE")->check(problemOfTarget);
+Option addStoreOutput(Verb verb, const std::string& option, std::string& target,
+                      const std::string& description) {
+  return verb.addText(option, target, description).kind("STORE").check(problemOfTarget);
 }
 
 Exit StoreOutput::open(const Target& target) {

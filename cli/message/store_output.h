@@ -8,16 +8,14 @@
 #include "cli/message/input.h"
 #include "cli/message/target.h"
 
-namespace CLI {
-class App;
-class Option;
-}  // namespace CLI
-
 namespace mailtree::cli {
 
+class Option;
+class Verb;
+
 /// Adds an option that takes "mbox:FILE", "maildir:FOLDER" or "dir:FOLDER".
-CLI::Option* addStoreOutput(CLI::App& verb, const std::string& option, std::string& target,
-                            const std::string& description);
+Option addStoreOutput(Verb verb, const std::string& option, std::string& target,
+                      const std::string& description);
 
 /// The description of that option for verbs that change messages.
 inline constexpr const char* kStoreDescription =

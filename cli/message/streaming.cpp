@@ -1,6 +1,5 @@
 #include "cli/message/streaming.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <filesystem>
@@ -32,11 +31,10 @@ std::uint64_t bytesIn(const SourceArguments& arguments) {
 
 }  // namespace
 
-void addStreamOptions(CLI::App& verb, StreamSettings& settings) {
-  wholeNumber(
-      verb.add_option("-j,--jobs", settings.jobs, "Number of threads; as many as there are cores by default"),
-      1, 256);
-  verb.add_flag("--no-progress", settings.hidesProgress, "No progress bar, which a terminal gets otherwise");
+void addStreamOptions(Verb verb, StreamSettings& settings) {
+  verb.addNumber("-j,--jobs", settings.jobs, "Number of threads; as many as there are cores by default",
+                 /*least=*/1, /*most=*/256);
+  verb.addFlag("--no-progress", settings.hidesProgress, "No progress bar, which a terminal gets otherwise");
 }
 
 bool hasSeveral(const SourceArguments& arguments) {

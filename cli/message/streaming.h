@@ -15,13 +15,15 @@
 
 namespace mailtree::cli {
 
+class Verb;
+
 struct StreamSettings {
   std::uint32_t jobs = 0;  ///< 0: all cores.
   bool hidesProgress = false;
 };
 
 /// Adds -j and --no-progress.
-void addStreamOptions(CLI::App& verb, StreamSettings& settings);
+void addStreamOptions(Verb verb, StreamSettings& settings);
 
 /// Whether there may be messages of more than one source.
 bool hasSeveral(const SourceArguments& arguments);

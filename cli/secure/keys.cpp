@@ -1,6 +1,5 @@
 #include "cli/secure/keys.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
 #include <system_error>
@@ -119,32 +118,33 @@ Exit addAll(const std::vector<std::string>& paths, SystemCerts& store, AddFuncti
 
 }  // namespace
 
-void addCertificateOptions(CLI::App& verb, KeyOptions& options) {
-  addRepeated(verb, "--cert", options.certs,
-              "Certificate file (PEM, DER or PKCS#7); the first certificate is used, others are its chain")
-      ->type_name(kFile)
-      ->group(kGroup);
-  addRepeated(verb, "--certs", options.folders, "Folder of certificate and key files")
-      ->type_name(kFolder)
-      ->group(kGroup);
+void addCertificateOptions(Verb verb, KeyOptions& options) {
+  verb.addRepeated(
+          "--cert", options.certs,
+          "Certificate file (PEM, DER or PKCS#7); the first certificate is used, others are its chain")
+      .kind(kFile)
+      .group(kGroup);
+  verb.addRepeated("--certs", options.folders, "Folder of certificate and key files")
+      .kind(kFolder)
+      .group(kGroup);
 }
 
-void addPrivateKeyOptions(CLI::App& verb, KeyOptions& options) {
-  addRepeated(verb, "--key", options.keys, "Private key file (PEM or DER)")->type_name(kFile)->group(kGroup);
-  addRepeated(verb, "--p12", options.pkcs12, "PKCS#12 file: certificate and private key in one")
-      ->type_name(kFile)
-      ->group(kGroup);
+void addPrivateKeyOptions(Verb verb, KeyOptions& options) {
+  verb.addRepeated("--key", options.keys, "Private key file (PEM or DER)").kind(kFile).group(kGroup);
+  verb.addRepeated("--p12", options.pkcs12, "PKCS#12 file: certificate and private key in one")
+      .kind(kFile)
+      .group(kGroup);
   addPasswordOptions(verb, options.passwords);
 }
 
-void addTrustOptions(CLI::App& verb, KeyOptions& options) {
-  addRepeated(verb, "--trust", options.trust, "Trust anchors: a file, or a folder of files")
-      ->type_name(kFile)
-      ->group(kGroup);
-  addRepeated(verb, "--crl", options.revoked, "Revocation list file")->type_name(kFile)->group(kGroup);
+void addTrustOptions(Verb verb, KeyOptions& options) {
+  verb.addRepeated("--trust", options.trust, "Trust anchors: a file, or a folder of files")
+      .kind(kFile)
+      .group(kGroup);
+  verb.addRepeated("--crl", options.revoked, "Revocation list file").kind(kFile).group(kGroup);
 }
 
-void addReadingKeyOptions(CLI::App& verb, KeyOptions& options) {
+void addReadingKeyOptions(Verb verb, KeyOptions& options) {
   addCertificateOptions(verb, options);
   addPrivateKeyOptions(verb, options);
   addTrustOptions(verb, options);

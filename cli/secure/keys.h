@@ -10,6 +10,8 @@
 
 namespace mailtree::cli {
 
+class Verb;
+
 struct KeyOptions {
   std::vector<std::string> certs, keys, pkcs12, folders, trust, revoked;
   PasswordOptions passwords;
@@ -20,13 +22,13 @@ struct KeyOptions {
 };
 
 /// Adds --cert and --certs.
-void addCertificateOptions(CLI::App& verb, KeyOptions& options);
+void addCertificateOptions(Verb verb, KeyOptions& options);
 /// Adds --key, --p12 and the password options.
-void addPrivateKeyOptions(CLI::App& verb, KeyOptions& options);
+void addPrivateKeyOptions(Verb verb, KeyOptions& options);
 /// Adds --trust and --crl.
-void addTrustOptions(CLI::App& verb, KeyOptions& options);
+void addTrustOptions(Verb verb, KeyOptions& options);
 /// Adds all of them, for a verb that reads messages.
-void addReadingKeyOptions(CLI::App& verb, KeyOptions& options);
+void addReadingKeyOptions(Verb verb, KeyOptions& options);
 
 /// The certificates and keys that were read.
 struct Keys {

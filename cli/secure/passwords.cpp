@@ -6,7 +6,6 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -169,12 +168,11 @@ void Secret::wipe() noexcept {
   m_size = 0;
 }
 
-void addPasswordOptions(CLI::App& verb, PasswordOptions& options) {
-  addRepeated(verb, "--password-file", options.files,
-              "File whose first line is a password; with several, each is tried")
-      ->type_name(kFile);
-  wholeNumber(verb.add_option("--password-fd", options.descriptor,
-                              "Open file descriptor whose first line is a password"));
+void addPasswordOptions(Verb verb, PasswordOptions& options) {
+  verb.addRepeated("--password-file", options.files,
+                   "File whose first line is a password; with several, each is tried")
+      .kind(kFile);
+  verb.addNumber("--password-fd", options.descriptor, "Open file descriptor whose first line is a password");
 }
 
 Exit Passwords::read(const PasswordOptions& options) {

@@ -12,11 +12,9 @@
 #include "cli/support/exit_codes.h"
 #include "cli/support/files.h"
 
-namespace CLI {
-class App;
-}
-
 namespace mailtree::cli {
+
+class Verb;
 
 /// A password; wiped at the end and never copied.
 class Secret {
@@ -45,7 +43,7 @@ struct PasswordOptions {
 };
 
 /// Adds the options --password-file and --password-fd.
-void addPasswordOptions(CLI::App& verb, PasswordOptions& options);
+void addPasswordOptions(Verb verb, PasswordOptions& options);
 
 class Passwords {
  public:

@@ -1,6 +1,5 @@
 #include "cli/support/output_file.h"
 
-#include <CLI/CLI.hpp>
 #include <filesystem>
 
 #include "cli/support/arguments.h"
@@ -38,11 +37,11 @@ std::string problemOfOutput(const std::string& path, Existing existing, const st
   return isTaken ? "already exists; --force replaces it" : logged;
 }
 
-void addOutput(CLI::App& verb, Destination& target) {
-  addText(verb, "-o,--output", target.path, "File to write (default: standard output)")
-      ->type_name(kFile)
-      ->check([](const std::string& name) { return std::string(name.empty() ? "the name is empty" : ""); });
-  verb.add_flag("--force", target.force, "Overwrite an existing file");
+void addOutput(Verb verb, Destination& target) {
+  verb.addText("-o,--output", target.path, "File to write (default: standard output)")
+      .kind(kFile)
+      .check([](const std::string& name) { return std::string(name.empty() ? "the name is empty" : ""); });
+  verb.addFlag("--force", target.force, "Overwrite an existing file");
 }
 
 bool isStandardOutput(std::string_view path) { return path.empty() || path == "-"; }

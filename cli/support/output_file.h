@@ -8,11 +8,9 @@
 #include "mailtree/base/Log.h"
 #include "mailtree/base/Output.h"
 
-namespace CLI {
-class App;
-}
-
 namespace mailtree::cli {
+
+class Verb;
 
 /// What -o and --force say.
 struct Destination {
@@ -28,7 +26,7 @@ struct Destination {
 std::string problemOfOutput(const std::string& path, Existing existing, const std::string& logged);
 
 /// Adds the options -o and --force of a verb that writes a message.
-void addOutput(CLI::App& verb, Destination& target);
+void addOutput(Verb verb, Destination& target);
 
 /// Whether a name means standard output: "-" or empty.
 bool isStandardOutput(std::string_view path);

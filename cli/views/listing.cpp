@@ -1,6 +1,5 @@
 #include "cli/views/listing.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
 
@@ -64,26 +63,27 @@ ListForm formOf(const ListSettings& settings) {
 
 }  // namespace
 
-std::vector<CLI::Option*> addListOptions(CLI::App& verb, ListSettings& settings) {
-  CLI::Option* json = verb.add_flag("--json", settings.json, "One JSON object per message, one line each");
-  CLI::Option* csv =
-      verb.add_flag("--csv", settings.csv, "Comma-separated values with a title line")->excludes(json);
-  CLI::Option* fields =
-      addText(verb, "--fields", settings.fields, "Only these, separated by commas: " + listFieldNames());
-  CLI::Option* sort = oneOf(
-      addText(verb, "--sort", settings.sort, "Sort by this; with - the largest or latest first"), orders());
-  CLI::Option* threads =
-      verb.add_flag("--threads", settings.threads, "Conversations together, answers indented")
-          ->excludes(sort)
-          ->excludes(csv);
-  CLI::Option* summary = oneOf(addText(verb, "--summary", settings.summary,
-                                       "Messages and bytes of each sender, domain, month or type"),
-                               Summary::kinds())
-                             ->excludes(sort)
-                             ->excludes(threads)
-                             ->excludes(fields);
-  CLI::Option* count = verb.add_flag("--count", settings.count, "Only the number of messages");
-  for (CLI::Option* const other : {json, csv, fields, sort, threads, summary}) count->excludes(other);
+std::vector<Option> addListOptions(Verb verb, ListSettings& settings) {
+  const Option json = verb.addFlag("--json", settings.json, "One JSON object per message, one line each");
+  const Option csv =
+      verb.addFlag("--csv", settings.csv, "Comma-separated values with a title line").excludes(json);
+  const Option fields =
+      verb.addText("--fields", settings.fields, "Only these, separated by commas: " + listFieldNames());
+  const Option sort =
+      verb.addText("--sort", settings.sort, "Sort by this; with - the largest or latest first")
+          .oneOf(orders());
+  const Option threads =
+      verb.addFlag("--threads", settings.threads, "Conversations together, answers indented")
+          .excludes(sort)
+          .excludes(csv);
+  const Option summary =
+      verb.addText("--summary", settings.summary, "Messages and bytes of each sender, domain, month or type")
+          .oneOf(Summary::kinds())
+          .excludes(sort)
+          .excludes(threads)
+          .excludes(fields);
+  const Option count = verb.addFlag("--count", settings.count, "Only the number of messages");
+  for (const Option other : {json, csv, fields, sort, threads, summary}) count.excludes(other);
   return {json, csv, fields, sort, threads, summary, count};
 }
 

@@ -13,12 +13,10 @@
 #include "cli/views/summary_view.h"
 #include "mailtree/message/Threads.h"
 
-namespace CLI {
-class App;
-class Option;
-}  // namespace CLI
-
 namespace mailtree::cli {
+
+class Option;
+class Verb;
 
 struct ListSettings {
   bool json = false, csv = false, threads = false, count = false;
@@ -26,7 +24,7 @@ struct ListSettings {
 };
 
 /// Adds --json, --csv, --fields, --sort, --threads, --count and --summary. Returns those that choose a form.
-std::vector<CLI::Option*> addListOptions(CLI::App& verb, ListSettings& settings);
+std::vector<Option> addListOptions(Verb verb, ListSettings& settings);
 
 class Listing {
  public:

@@ -1,7 +1,5 @@
 #include "cli/writing/bodies.h"
 
-#include <CLI/CLI.hpp>
-
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/files.h"
@@ -70,21 +68,21 @@ void addSignature(const std::string& signature, Bodies& bodies) {
 
 }  // namespace
 
-void addTextOptions(CLI::App& verb, BodyOptions& options) {
-  CLI::Option* text = addText(verb, "--text", options.text, "Plain text body");
-  addText(verb, "--text-file", options.textFile, "File with the plain text body; - is standard input")
-      ->type_name(kFile)
-      ->excludes(text);
+void addTextOptions(Verb verb, BodyOptions& options) {
+  const Option text = verb.addText("--text", options.text, "Plain text body");
+  verb.addText("--text-file", options.textFile, "File with the plain text body; - is standard input")
+      .kind(kFile)
+      .excludes(text);
 }
 
-void addBodyOptions(CLI::App& verb, BodyOptions& options) {
+void addBodyOptions(Verb verb, BodyOptions& options) {
   addTextOptions(verb, options);
-  CLI::Option* html = addText(verb, "--html", options.html, "HTML body");
-  addText(verb, "--html-file", options.htmlFile, "File with the HTML body; - is standard input")
-      ->type_name(kFile)
-      ->excludes(html);
-  addText(verb, "--text-charset", options.textCharset,
-          "Charset of both files (default: utf-8, or utf-16 or utf-32 with a byte order mark)");
+  const Option html = verb.addText("--html", options.html, "HTML body");
+  verb.addText("--html-file", options.htmlFile, "File with the HTML body; - is standard input")
+      .kind(kFile)
+      .excludes(html);
+  verb.addText("--text-charset", options.textCharset,
+               "Charset of both files (default: utf-8, or utf-16 or utf-32 with a byte order mark)");
 }
 
 Exit readBodies(const BodyOptions& options, Bodies& bodies) {

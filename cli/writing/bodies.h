@@ -11,11 +11,9 @@
 #include "cli/support/exit_codes.h"
 #include "mailtree/message/Message.h"
 
-namespace CLI {
-class App;
-}
-
 namespace mailtree::cli {
+
+class Verb;
 
 struct BodyOptions {
   std::optional<std::string> text, textFile, html, htmlFile, textCharset, signatureFile;
@@ -26,10 +24,10 @@ struct BodyOptions {
   int countOfStandardInput() const { return (textFile == "-") + (htmlFile == "-") + (signatureFile == "-"); }
 };
 
-void addBodyOptions(CLI::App& verb, BodyOptions& options);
+void addBodyOptions(Verb verb, BodyOptions& options);
 
 /// Adds only the options for plain text.
-void addTextOptions(CLI::App& verb, BodyOptions& options);
+void addTextOptions(Verb verb, BodyOptions& options);
 
 /// Texts ready to be added: utf-8, CRLF.
 struct Bodies {

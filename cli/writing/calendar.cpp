@@ -1,7 +1,5 @@
 #include "cli/writing/calendar.h"
 
-#include <CLI/CLI.hpp>
-
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/files.h"
@@ -24,13 +22,13 @@ Exit chooseMethod(const CalendarOptions& options, Calendar& calendar) {
 
 }  // namespace
 
-void addCalendarOptions(CLI::App& verb, CalendarOptions& options) {
-  CLI::Option* file = addText(verb, "--calendar", options.file,
-                              "Calendar file (.ics) to add as an alternative; - is standard input")
-                          ->type_name(kFile);
-  addText(verb, "--method", options.method,
-          "Method of the calendar, such as REQUEST (default: its METHOD property)")
-      ->needs(file);
+void addCalendarOptions(Verb verb, CalendarOptions& options) {
+  const Option file = verb.addText("--calendar", options.file,
+                                   "Calendar file (.ics) to add as an alternative; - is standard input")
+                          .kind(kFile);
+  verb.addText("--method", options.method,
+               "Method of the calendar, such as REQUEST (default: its METHOD property)")
+      .needs(file);
 }
 
 Exit readCalendar(const CalendarOptions& options, std::optional<Calendar>& calendar) {

@@ -7,11 +7,9 @@
 #include "cli/support/exit_codes.h"
 #include "mailtree/message/Message.h"
 
-namespace CLI {
-class App;
-}
-
 namespace mailtree::cli {
+
+class Verb;
 
 struct CalendarOptions {
   std::optional<std::string> file, method;
@@ -20,7 +18,7 @@ struct CalendarOptions {
   int countOfStandardInput() const { return file == "-"; }
 };
 
-void addCalendarOptions(CLI::App& verb, CalendarOptions& options);
+void addCalendarOptions(Verb verb, CalendarOptions& options);
 
 /// usage or unreadable after reporting an error.
 Exit readCalendar(const CalendarOptions& options, std::optional<Calendar>& calendar);

@@ -1,6 +1,5 @@
 #include "cli/writing/dropping.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <numeric>
 
@@ -76,14 +75,12 @@ class Dropped {
 
 }  // namespace
 
-void addDropOptions(CLI::App& verb, DropOptions& options) {
-  CLI::Option* all = verb.add_flag("--drop-attachments", options.allAttachments, "Remove every attachment");
-  wholeNumber(
-      verb.add_option("--drop-attachment", options.attachments, "Remove the attachment with this number"))
-      ->allow_extra_args(false)
-      ->excludes(all);
-  wholeNumber(verb.add_option("--drop-related", options.related, "Remove the related item with this number"))
-      ->allow_extra_args(false);
+void addDropOptions(Verb verb, DropOptions& options) {
+  const Option all = verb.addFlag("--drop-attachments", options.allAttachments, "Remove every attachment");
+  verb.addNumber("--drop-attachment", options.attachments, "Remove the attachment with this number")
+      .repeatable()
+      .excludes(all);
+  verb.addNumber("--drop-related", options.related, "Remove the related item with this number").repeatable();
 }
 
 Exit dropParts(const DropOptions& options, const std::string& file, mailtree::Message& message) {

@@ -7,11 +7,9 @@
 #include "cli/support/exit_codes.h"
 #include "mailtree/message/Message.h"
 
-namespace CLI {
-class App;
-}
-
 namespace mailtree::cli {
+
+class Verb;
 
 struct DropOptions {
   std::vector<int> attachments;  ///< Numbers as in `mailtree attachments`.
@@ -21,7 +19,7 @@ struct DropOptions {
   bool any() const { return allAttachments || !attachments.empty() || !related.empty(); }
 };
 
-void addDropOptions(CLI::App& verb, DropOptions& options);
+void addDropOptions(Verb verb, DropOptions& options);
 
 /// Removes the parts. All numbers refer to the message before any removal. negative, after reporting an
 /// error, when a part does not exist or must be kept.

@@ -1,6 +1,5 @@
 #include "cli/writing/files.h"
 
-#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
@@ -45,12 +44,13 @@ int AttachOptions::countOfStandardInput() const {
   return count;
 }
 
-void addAttachOptions(CLI::App& verb, AttachOptions& options) {
-  addRepeated(verb, "--attach", options.files,
-              "File to attach; FILE:TYPE (list:text/csv), unless that is a file's name, gives its media type")
-      ->type_name(kFile);
-  addRepeated(verb, "--attach-message", options.messages, "Message file to attach as message/rfc822")
-      ->type_name(kFile);
+void addAttachOptions(Verb verb, AttachOptions& options) {
+  verb.addRepeated(
+          "--attach", options.files,
+          "File to attach; FILE:TYPE (list:text/csv), unless that is a file's name, gives its media type")
+      .kind(kFile);
+  verb.addRepeated("--attach-message", options.messages, "Message file to attach as message/rfc822")
+      .kind(kFile);
 }
 
 std::optional<std::string> problemOfAttachment(const std::string& argument) {

@@ -9,11 +9,9 @@
 #include "mailtree/email/Email2.h"
 #include "mailtree/message/Message.h"
 
-namespace CLI {
-class App;
-}
-
 namespace mailtree::cli {
+
+class Verb;
 
 struct AttachOptions {
   std::vector<std::string> files;     ///< FILE or FILE:TYPE
@@ -24,7 +22,7 @@ struct AttachOptions {
   int countOfStandardInput() const;
 };
 
-void addAttachOptions(CLI::App& verb, AttachOptions& options);
+void addAttachOptions(Verb verb, AttachOptions& options);
 
 /// A file read and ready to be attached.
 struct AttachedFile {

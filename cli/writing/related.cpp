@@ -1,6 +1,5 @@
 #include "cli/writing/related.h"
 
-#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <unordered_set>
 
@@ -63,14 +62,14 @@ Exit checkDistinct(const std::vector<InlineFile>& files) {
 
 }  // namespace
 
-void addInlineOptions(CLI::App& verb, InlineOptions& options) {
-  addRepeated(
-      verb, "--inline", options.files,
-      "File that the HTML refers to as cid:NAME; FILE=CID, such as logo.png=logo@x, sets its Content-ID")
-      ->type_name(kFile);
-  addRepeated(verb, "--inline-location", options.locations,
-              "File that the HTML refers to as NAME (sets Content-Location)")
-      ->type_name(kFile);
+void addInlineOptions(Verb verb, InlineOptions& options) {
+  verb.addRepeated(
+          "--inline", options.files,
+          "File that the HTML refers to as cid:NAME; FILE=CID, such as logo.png=logo@x, sets its Content-ID")
+      .kind(kFile);
+  verb.addRepeated("--inline-location", options.locations,
+                   "File that the HTML refers to as NAME (sets Content-Location)")
+      .kind(kFile);
 }
 
 Exit readInlineFiles(const InlineOptions& options, std::vector<InlineFile>& files) {

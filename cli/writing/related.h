@@ -12,11 +12,9 @@
 #include "mailtree/base/DataBuffer.h"
 #include "mailtree/message/Message.h"
 
-namespace CLI {
-class App;
-}
-
 namespace mailtree::cli {
+
+class Verb;
 
 struct InlineOptions {
   std::vector<std::string> files;  ///< FILE or FILE=CID
@@ -25,7 +23,7 @@ struct InlineOptions {
   bool any() const { return !files.empty() || !locations.empty(); }
 };
 
-void addInlineOptions(CLI::App& verb, InlineOptions& options);
+void addInlineOptions(Verb verb, InlineOptions& options);
 
 /// A file read and ready to be added.
 struct InlineFile {
