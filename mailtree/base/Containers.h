@@ -9,12 +9,13 @@
 #include <string_view>
 #include <vector>
 
+#include "mailtree/base/Export.h"
 #include "mailtree/base/Object.h"
 #include "mailtree/base/StringBuffer.h"
 
 namespace mailtree {
 
-class ExtPtrArray final : public SorvikObject {
+class MAILTREE_API ExtPtrArray final : public SorvikObject {
  public:
   ExtPtrArray() noexcept = default;
   ExtPtrArray(const ExtPtrArray&) = delete;
@@ -60,7 +61,7 @@ class ExtPtrArray final : public SorvikObject {
 };
 
 /// Owning array of StringBuffer.
-class ExtPtrArraySb final : public SorvikObject {
+class MAILTREE_API ExtPtrArraySb final : public SorvikObject {
  public:
   /// Takes ownership of the string; false when it is null or memory ran out (the caller then keeps it).
   bool appendSb(StringBuffer* text) { return m_strings.appendObject(text); }
@@ -92,7 +93,7 @@ class ClsStringArray final : public SorvikObject {
 };
 
 /// First-in first-out queue of borrowed pointers.
-class _svQueue {
+class MAILTREE_API _svQueue {
  public:
   bool push(SorvikObject* object);
   /// Null when empty.

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "mailtree/base/Ascii.h"
+#include "mailtree/base/Export.h"
 #include "mailtree/base/Object.h"
 
 namespace mailtree {
@@ -18,7 +19,7 @@ namespace mailtree {
 class LogBase;
 class StringBuffer;
 
-class DataBuffer final : public SorvikObject {
+class MAILTREE_API DataBuffer final : public SorvikObject {
  public:
   DataBuffer() noexcept = default;
   /// A copy; borrowed bytes become its own. Empty when memory ran out: use append() to detect that.

@@ -9,11 +9,12 @@
 #include <string_view>
 #include <vector>
 
+#include "mailtree/base/Export.h"
 #include "mailtree/base/StringBuffer.h"
 
 namespace mailtree {
 
-class LogBase {
+class MAILTREE_API LogBase {
  public:
   virtual ~LogBase() = default;
 
@@ -52,7 +53,7 @@ class LogContextExitor {
 };
 
 /// Discards everything.
-class LogNull final : public LogBase {
+class MAILTREE_API LogNull final : public LogBase {
  public:
   void logError(std::string_view) override {}
   void logInfo(std::string_view) override {}
@@ -71,7 +72,7 @@ struct LogEntry {
 };
 
 /// Keeps everything in order.
-class LogMemory final : public LogBase {
+class MAILTREE_API LogMemory final : public LogBase {
  public:
   using Kind = LogEntry::Kind;
 
@@ -96,7 +97,7 @@ class LogMemory final : public LogBase {
 };
 
 /// The last error in a log; `otherwise` when it has none.
-std::string lastError(const LogMemory& log, std::string_view otherwise);
+MAILTREE_API std::string lastError(const LogMemory& log, std::string_view otherwise);
 
 /// Reported instead of an incomplete result.
 inline constexpr std::string_view kNoMemory = "not enough memory";

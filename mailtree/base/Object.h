@@ -12,6 +12,8 @@
 #include <memory>
 #include <utility>
 
+#include "mailtree/base/Export.h"
+
 namespace mailtree {
 
 /// Writes a marker in a way the optimizer must keep: it removes a plain store in a destructor.
@@ -28,7 +30,7 @@ inline bool hasMarker(const std::uint32_t& marker, std::uint32_t value) noexcept
 inline constexpr std::uint32_t kObjectMarker = 0x62CB09E3;
 
 /// Base of every heap object that an owning array can hold, and of the value types that carry the marker.
-class SorvikObject {
+class MAILTREE_API SorvikObject {
  public:
   SorvikObject() noexcept { writeMarker(m_objectMarker, kObjectMarker); }
   SorvikObject(const SorvikObject&) noexcept : SorvikObject() {}
@@ -49,11 +51,11 @@ class SorvikObject {
 };
 
 /// An object with a single owner.
-class NonRefCountedObj : public SorvikObject {};
+class MAILTREE_API NonRefCountedObj : public SorvikObject {};
 
 /// A reference-counted object that deletes itself when the last reference is released. Starts uncounted: the
 /// creator's first incRefCount makes the count 1. The count is atomic; the object's content is not protected.
-class RefCountedObject : public SorvikObject {
+class MAILTREE_API RefCountedObject : public SorvikObject {
  public:
   void incRefCount() noexcept { m_refCount.fetch_add(1, std::memory_order_relaxed); }
   /// Deletes the object when the count reaches zero.
@@ -119,11 +121,9 @@ class ObjectOwner {
   Owned<SorvikObject> m_object;
 };
 
-/// Number of operations abandoned for lack of memory; see abandonedOperations().
-inline std::uint64_t& abandonedCount() noexcept {
-  static thread_local constinit std::uint64_t count = 0;
-  return count;
-}
+/// Number of operations abandoned for lack of memory; see abandonedOperations(). Not inline: a program and
+/// the shared library that it uses have one count.
+MAILTREE_API std::uint64_t& abandonedCount() noexcept;
 
 /// Number of operations abandoned on this thread so far. Many do not report it: a text stays empty, a part is
 /// left out. A caller that must know compares the number with an earlier one.

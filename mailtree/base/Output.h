@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "mailtree/base/DataBuffer.h"
+#include "mailtree/base/Export.h"
 #include "mailtree/base/Log.h"
 #include "mailtree/base/StringBuffer.h"
 
@@ -25,7 +26,7 @@ struct CloseFile {
 using FilePtr = std::unique_ptr<std::FILE, CloseFile>;
 
 /// Interface for a caller that follows an operation.
-class ProgressMonitor {
+class MAILTREE_API ProgressMonitor {
  public:
   virtual ~ProgressMonitor() = default;
   /// Called with the number of bytes done; false aborts the operation.
@@ -33,7 +34,7 @@ class ProgressMonitor {
 };
 
 /// Progress and abort of one operation. Lives for that operation only.
-class ProgressContext {
+class MAILTREE_API ProgressContext {
  public:
   /// The monitor is borrowed and may be null.
   explicit ProgressContext(ProgressMonitor* monitor) noexcept : m_monitor(monitor) {}
@@ -49,7 +50,7 @@ class ProgressContext {
 };
 
 /// A byte sink. Implementations write in `put`.
-class _svOutput {
+class MAILTREE_API _svOutput {
  public:
   virtual ~_svOutput() = default;
   bool writeSb(const StringBuffer& text, ProgressContext& progress, LogBase& log) {
@@ -74,7 +75,7 @@ class _svOutput {
 };
 
 /// Appends to a DataBuffer, which is borrowed.
-class MemoryOutput final : public _svOutput {
+class MAILTREE_API MemoryOutput final : public _svOutput {
  public:
   explicit MemoryOutput(DataBuffer& destination) noexcept : m_destination(destination) {}
 
@@ -86,7 +87,7 @@ class MemoryOutput final : public _svOutput {
 };
 
 /// Writes to any stream, which is borrowed; an exception of the stream becomes false.
-class StreamOutput final : public _svOutput {
+class MAILTREE_API StreamOutput final : public _svOutput {
  public:
   explicit StreamOutput(std::ostream& stream) noexcept : m_stream(stream) {}
 
@@ -119,7 +120,7 @@ enum class Readers {
 /// Writes to a file, buffered. The file appears under its name only when complete: bytes go to a temporary
 /// file in the same folder (".mailtree-...tmp"), which commit() renames. Without commit() nothing remains.
 /// One object writes one file.
-class FileOutput final : public _svOutput {
+class MAILTREE_API FileOutput final : public _svOutput {
  public:
   FileOutput() noexcept = default;
   FileOutput(const FileOutput&) = delete;

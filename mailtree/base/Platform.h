@@ -6,13 +6,14 @@
 #include <cstdint>
 
 #include "mailtree/base/DataBuffer.h"
+#include "mailtree/base/Export.h"
 #include "mailtree/base/StringBuffer.h"
 
 namespace mailtree {
 
 class LogBase;
 
-class Psdk {
+class MAILTREE_API Psdk {
  public:
   /// Appends the full host name, including any domain; nothing when it is unknown.
   static void getComputerName(StringBuffer& out);
@@ -32,21 +33,21 @@ class Psdk {
   static unsigned corruptObjectsSeen() noexcept;
 };
 
-class RandomSource {
+class MAILTREE_API RandomSource {
  public:
   /// Appends `count` bytes from the host's cryptographic random source; false, with fewer
   /// bytes, when that failed.
   static bool genRandomBytes(unsigned count, DataBuffer& out);
 };
 
-class UniqueIdSource {
+class MAILTREE_API UniqueIdSource {
  public:
   /// Appends a string unique within the process and across runs, of letters and digits; false if the
   /// random source fails.
   static bool genUniqueId(StringBuffer& out);
 };
 
-class FileSys {
+class MAILTREE_API FileSys {
  public:
   /// Whether a file or folder of that name exists.
   static bool fileExistsUtf8(const char* path);

@@ -14,6 +14,8 @@
 #include <new>
 #include <utility>
 
+#include "mailtree/base/Export.h"
+
 #if defined(__SANITIZE_ADDRESS__)
 #define MAILTREE_POISONS_SLABS 1
 #elif defined(__has_feature)
@@ -27,7 +29,7 @@
 
 namespace mailtree {
 
-class Slab {
+class MAILTREE_API Slab {
  public:
   /// The caller owns one reference. Throws bad_alloc.
   static Slab* create(std::size_t objects, std::size_t objectSize);

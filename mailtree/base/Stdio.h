@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "mailtree/base/Export.h"
+
 namespace mailtree {
 
 /// One argument of a format: a number or a C string.
@@ -20,7 +22,7 @@ struct FormatArgument {
   const char* text = nullptr;
 };
 
-class _svStdio {
+class MAILTREE_API _svStdio {
  public:
   /// Formats like the standard functions, with %d %u %x %X %c %s %% and their width flags, plus %w for a
   /// 16-bit field of a date record. At most `size` bytes are written, including the terminating null.
@@ -32,10 +34,10 @@ class _svStdio {
 };
 
 /// First occurrence of a character; null when absent or text is null.
-const char* svStrChr(const char* text, char c);
+MAILTREE_API const char* svStrChr(const char* text, char c);
 /// First occurrence of a substring; null when absent or either is null.
-const char* svStrStr(const char* text, const char* wanted);
+MAILTREE_API const char* svStrStr(const char* text, const char* wanted);
 /// Last occurrence of a character; null when absent or text is null.
-const char* svStrrChr(const char* text, char c);
+MAILTREE_API const char* svStrrChr(const char* text, char c);
 
 }  // namespace mailtree

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "mailtree/base/Ascii.h"
+#include "mailtree/base/Export.h"
 #include "mailtree/base/Object.h"
 
 namespace mailtree {
@@ -17,7 +18,7 @@ namespace mailtree {
 class DataBuffer;
 class LogBase;
 
-class StringBuffer final : public SorvikObject {
+class MAILTREE_API StringBuffer final : public SorvikObject {
  public:
   StringBuffer() noexcept = default;
   StringBuffer(const char* text) : m_text(viewOf(text)) {}  // implicit: a text argument may be a literal

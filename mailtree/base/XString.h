@@ -5,12 +5,13 @@
 #include <string>
 #include <string_view>
 
+#include "mailtree/base/Export.h"
 #include "mailtree/base/Object.h"
 #include "mailtree/base/StringBuffer.h"
 
 namespace mailtree {
 
-class XString final : public SorvikObject {
+class MAILTREE_API XString final : public SorvikObject {
  public:
   XString() noexcept = default;
   explicit XString(const char* utf8) : m_utf8(utf8) {}

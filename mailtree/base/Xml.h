@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "mailtree/base/Export.h"
 #include "mailtree/base/Object.h"
 #include "mailtree/base/StringBuffer.h"
 
@@ -20,7 +21,7 @@ namespace mailtree {
 
 class LogBase;
 
-class ClsXml final : public RefCountedObject {
+class MAILTREE_API ClsXml final : public RefCountedObject {
  public:
   /// A new document: its empty root element, without a name (rendered as "_"). Null when memory ran out.
   static ClsXml* createNewCls();

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "mailtree/base/Export.h"
+
 namespace mailtree {
 
 enum class LayerKind {
@@ -18,7 +20,7 @@ enum class LayerKind {
 
 /// "detached-signature", "opaque-signature", "enveloped", "auth-enveloped", "compressed",
 /// "certificates-only", "unknown".
-std::string_view nameOf(LayerKind kind) noexcept;
+MAILTREE_API std::string_view nameOf(LayerKind kind) noexcept;
 
 /// The answer to one question about a signer. "Not checked" is neither good nor a sign of tampering;
 /// `problem` gives the reason. Not a bool, which would turn it into a no.

@@ -13,6 +13,7 @@
 
 #include "mailtree/base/Containers.h"
 #include "mailtree/base/DataBuffer.h"
+#include "mailtree/base/Export.h"
 #include "mailtree/base/Object.h"
 #include "mailtree/base/XString.h"
 
@@ -25,7 +26,7 @@ struct NativeKey;
 /// What a certificate's key may be used for.
 enum class CertificateUse { sign, encrypt };
 
-class Certificate final : public RefCountedObject {
+class MAILTREE_API Certificate final : public RefCountedObject {
  public:
   /// Parses one DER certificate (RFC 5280); null when it is malformed or memory ran
   /// out. Uncounted: the first RefPtr owns it.
@@ -83,7 +84,7 @@ class Certificate final : public RefCountedObject {
 };
 
 /// Holds one reference to a certificate. Arrays of objects can own it.
-class CertificateHolder final : public SorvikObject {
+class MAILTREE_API CertificateHolder final : public SorvikObject {
  public:
   explicit CertificateHolder(Certificate& certificate) noexcept : m_certificate(&certificate) {}
   /// Borrowed; never null.

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "mailtree/base/Export.h"
 #include "mailtree/base/Object.h"
 #include "mailtree/base/Origin.h"
 #include "mailtree/crypto/Answer.h"
@@ -48,7 +49,7 @@ struct LayerPlace {
   std::string inside;  ///< What the layer covers, numbered within the content of this part; empty: all of it.
 };
 
-struct SecureLayer {
+struct MAILTREE_API SecureLayer {
   static constexpr std::string_view kWholeMessage = "1";
 
   LayerKind kind = LayerKind::unknown;

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "mailtree/base/DataBuffer.h"
+#include "mailtree/base/Export.h"
 
 namespace mailtree {
 
@@ -13,7 +14,7 @@ class LogBase;
 enum class CipherMode { cbc, ctr, gcm };
 
 /// Algorithm, mode and key. The key is wiped at the end and when it is replaced. Copying must be explicit.
-class _svSymSettings {
+class MAILTREE_API _svSymSettings {
  public:
   _svSymSettings() = default;
   _svSymSettings(const _svSymSettings&) = delete;
@@ -50,7 +51,7 @@ class _svSymSettings {
 };
 
 /// Encrypts and decrypts whole buffers.
-class _svCrypt {
+class MAILTREE_API _svCrypt {
  public:
   virtual ~_svCrypt() = default;
   /// Replaces `out`. False, with the reason logged and `out` empty, on failure.
@@ -62,7 +63,7 @@ class _svCrypt {
 /// AES: CBC with PKCS#7 padding, CTR, and GCM with a tag of 16 bytes after the ciphertext. The
 /// vector before it has 16 bytes, in GCM 12. `in` and `out` may be the same buffer. No bytes decrypt
 /// to no bytes: an empty body stays empty.
-class SymmetricCipher final : public _svCrypt {
+class MAILTREE_API SymmetricCipher final : public _svCrypt {
  public:
   bool encryptAll(_svSymSettings& settings, const DataBuffer& in, DataBuffer& out, LogBase& log) override;
   bool decryptAll(_svSymSettings& settings, const DataBuffer& in, DataBuffer& out, LogBase& log) override;

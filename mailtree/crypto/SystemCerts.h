@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "mailtree/base/Containers.h"
+#include "mailtree/base/Export.h"
 #include "mailtree/crypto/Certificate.h"
 
 namespace mailtree {
@@ -35,7 +36,7 @@ struct ChainVerdict {
 ///            unreadable item is logged; the others stay.
 ///   Limits   A file of more than 16 MiB is refused.
 ///   Threads  Must not be changed while another thread uses it.
-class SystemCerts {
+class MAILTREE_API SystemCerts {
  public:
   SystemCerts();
   SystemCerts(const SystemCerts&) = delete;

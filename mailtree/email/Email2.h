@@ -17,6 +17,7 @@
 
 #include "mailtree/base/Containers.h"
 #include "mailtree/base/DataBuffer.h"
+#include "mailtree/base/Export.h"
 #include "mailtree/base/Log.h"
 #include "mailtree/base/Object.h"
 #include "mailtree/base/Origin.h"
@@ -52,7 +53,7 @@ enum class EnclosureKind : int { mixed = 1, alternative = 2, related = 3, digest
 /// Recipient kinds, numbered as in the address operations.
 enum class RecipientKind : int { to = 1, cc = 2, bcc = 3 };
 
-class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
+class MAILTREE_API Email2 final : public NonRefCountedObj, public ExpressionTermSource {
  public:
   // Contents                                     defined in email/             tested in tests/email/
   //   1  Life, subparts, shared settings         model/node.cpp                node_test.cpp
@@ -87,7 +88,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   //                                              ../secure/message_certificates.cpp
   //                                              ../secure/security_state.cpp  unwrap_test.cpp
 
-  /// @name 1. Life, subparts, shared settings @{
+  /// @name 1. Life, subparts, shared settings
+  /// @{
 
   /// A new message with its own settings and the default header fields, in this order: MIME-Version, Date,
   /// Message-ID, Content-Type (text/plain), Content-Transfer-Encoding (7bit), X-Priority.
@@ -156,8 +158,11 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void supplyTermValue(const char* term, StringBuffer& out) override;
   /// @}
 
-  /// @name 2. Header fields Values are read unfolded and decoded (RFC 2047), in utf-8. The fields that the
-  /// model interprets are also held as parsed members; the setters keep both in step. @{
+  /// @name 2. Header fields
+  ///
+  /// Values are read unfolded and decoded (RFC 2047), in utf-8. The fields that the model interprets are also
+  /// held as parsed members; the setters keep both in step.
+  /// @{
 
   /// Replaces `out` with the first field of that name; false, with `out` emptied, when it is missing.
   bool getHeaderFieldUtf8(const char* name, StringBuffer& out, LogBase& log) const;
@@ -196,7 +201,10 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void copyHeader(Email2& source, LogBase& log);
   /// @}
 
-  /// @name 3. Content attributes Each setter changes the parsed member and its header field. @{
+  /// @name 3. Content attributes
+  ///
+  /// Each setter changes the parsed member and its header field.
+  /// @{
 
   /// Replace `out` with the media type, the transfer encoding, or the name parameter of the Content-Type.
   void getContentType(StringBuffer& out) const;
@@ -247,7 +255,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void getFilenameUtf8(StringBuffer& out, LogBase& log) const;
   /// @}
 
-  /// @name 4. Identifiers, dates, file names @{
+  /// @name 4. Identifiers, dates, file names
+  /// @{
 
   /// Replaces the Message-ID with a new random one. False, with an error, when the host has no random bytes.
   bool generateMessageID(LogBase& log);
@@ -264,12 +273,14 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   static void genEmailFilename2(const SorvikSysTime& time, StringBuffer& out);
   /// @}
 
-  /// @name 5. Loading Any input gives a tree, owned by the caller; null only when memory ran out. Its nodes
-  /// share `common`, which also receives what was found out about the signatures and encrypted layers.
-  /// @param discardInput  empties the input once it is parsed, to save memory.
-  /// @param unwrap        opens signed and encrypted layers with the keys in `certs`. A message whose top is
-  ///                      multipart/mixed keeps its layers.
-  /// @param parseOption   has no effect.
+  /// @name 5. Loading
+  ///
+  /// Any input gives a tree, owned by the caller; null only when memory ran out. Its nodes share `common`,
+  /// which also receives what was found out about the signatures and encrypted layers.
+  /// - `discardInput` empties the input once it is parsed, to save memory.
+  /// - `unwrap` opens signed and encrypted layers with the keys in `certs`. A message whose top is
+  ///   multipart/mixed keeps its layers.
+  /// - `parseOption` has no effect.
   /// @{
 
   /// From MIME text.
@@ -309,7 +320,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   const DataBuffer* getNonMultipartBody3() const;       ///< The body, borrowed.
   /// @}
 
-  /// @name 6. Output @{
+  /// @name 6. Output
+  /// @{
 
   /// Writes this node and everything below it as MIME. Text is converted from utf-8 to the email's charset.
   /// The tree may change on the way: 8bit text becomes quoted-printable, and a part that does not fit the
@@ -348,7 +360,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void getQBEncodedMimeHeader(StringBuffer& out, LogBase& log, bool) const;
   /// @}
 
-  /// @name 7. Structure: enclosures and alternatives @{
+  /// @name 7. Structure: enclosures and alternatives
+  /// @{
   bool isMultipart() const;
   bool isMultipartMixed() const;  ///< Also multipart/x-mixed-replace.
   bool isMultipartAlternative() const;
@@ -412,7 +425,10 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   Email2* getHtmlAlternative();
   /// @}
 
-  /// @name 8. Bodies A part's body is stored decoded, text in utf-8. `root` is the root of the tree. @{
+  /// @name 8. Bodies
+  ///
+  /// A part's body is stored decoded, text in utf-8. `root` is the root of the tree.
+  /// @{
 
   /// Appends the plain-text or the HTML body. The plain text of a multipart/report is its first part. False
   /// when there is none; an empty body is a success.
@@ -493,7 +509,10 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   unsigned getSendCost() const;
   /// @}
 
-  /// @name 9. Attachments Attachments are numbered from 0 in the order of attachmentIterate2. @{
+  /// @name 9. Attachments
+  ///
+  /// Attachments are numbered from 0 in the order of attachmentIterate2.
+  /// @{
 
   /// Whether this node is an attachment. `inMixed` tells whether its parent is a mixed enclosure.
   bool isEmailAttachment(bool inMixed, LogBase& log);
@@ -539,9 +558,12 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   Email2* findHtmlPart();
   /// @}
 
-  /// @name 10. Making attachments A new attachment becomes the last subpart of this node, which is converted
-  /// to multipart/mixed when necessary. Without a `contentType` (null) the extension of the file name
-  /// decides. On failure nothing is added. @{
+  /// @name 10. Making attachments
+  ///
+  /// A new attachment becomes the last subpart of this node, which is converted to multipart/mixed when
+  /// necessary. Without a `contentType` (null) the extension of the file name decides. On failure nothing is
+  /// added.
+  /// @{
 
   /// A new attachment, owned by the caller; null when memory ran out. The bytes are copied. A null or empty
   /// name becomes "attach.dat".
@@ -572,10 +594,13 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void getContentDisposition(StringBuffer& disposition, StringBuffer& fileName);
   /// @}
 
-  /// @name 11. Addresses Recipient kinds: 1 To, 2 Cc, 3 Bcc. Deliberate: any other number means To where
-  /// recipients are counted, added or cleared (no field is rewritten), Bcc where one is read, and nothing in
-  /// getAllRecipients. Header fields are written as RFC 5322 address lists with encoded words. An address
-  /// that cannot be used is logged. @{
+  /// @name 11. Addresses
+  ///
+  /// Recipient kinds: 1 To, 2 Cc, 3 Bcc. Deliberate: any other number means To where recipients are counted,
+  /// added or cleared (no field is rewritten), Bcc where one is read, and nothing in getAllRecipients. Header
+  /// fields are written as RFC 5322 address lists with encoded words. An address that cannot be used is
+  /// logged.
+  /// @{
 
   /// Whether address fields in a code page use Q encoded words. False: B, for East Asian, Thai, Arabic,
   /// KOI8 and utf-16 code pages.
@@ -626,9 +651,12 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   static void replaceStringsSb(const ExtPtrArray& replacements, StringBuffer& text);
   /// @}
 
-  /// @name 12. Related items and calendars Related items are what an HTML body shows, most often images; it
-  /// refers to them by Content-ID or location. They are numbered from 0 in the nearest multipart/related,
-  /// whose first subpart does not count when it is the HTML. @{
+  /// @name 12. Related items and calendars
+  ///
+  /// Related items are what an HTML body shows, most often images; it refers to them by Content-ID or
+  /// location. They are numbered from 0 in the nearest multipart/related, whose first subpart does not count
+  /// when it is the HTML.
+  /// @{
 
   int getNumRelatedItems(LogBase& log);
   /// 1 when the first subpart of this enclosure is text/html; otherwise 0.
@@ -670,10 +698,13 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
                                                int codePage, LogBase& log);
   /// @}
 
-  /// @name 13. Attached messages, digests, reports Both are found in multipart/mixed and multipart/report and
-  /// in multipart/mixed nested there (parts of reports also in nested multipart/report). Below any other node
-  /// every child is examined. Deliberate: getting an attached message counts through nested enclosures;
-  /// removing one and reading a part of a report start from 0 in each enclosure. @{
+  /// @name 13. Attached messages, digests, reports
+  ///
+  /// Both are found in multipart/mixed and multipart/report and in multipart/mixed nested there (parts of
+  /// reports also in nested multipart/report). Below any other node every child is examined. Deliberate:
+  /// getting an attached message counts through nested enclosures; removing one and reading a part of a
+  /// report start from 0 in each enclosure.
+  /// @{
 
   /// Counts the parts of type message/rfc822, this node included. Deliberate: logs the type of every
   /// node visited, verbose or not.
@@ -725,7 +756,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   bool getDeliveryStatusContent(XString& out, LogBase& log);
   /// @}
 
-  /// @name 14. Transformations of whole messages @{
+  /// @name 14. Transformations of whole messages
+  /// @{
 
   /// Turns a received message, in place, into a reply to its sender (the From address; Reply-To is ignored)
   /// or into a message to forward. A heading that names the original is put before the plain text and the
@@ -774,7 +806,8 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void unSpamify(LogBase& log);
   /// @}
 
-  /// @name 15. XML and diagnostics @{
+  /// @name 15. XML and diagnostics
+  /// @{
 
   /// Replaces `out` with the tree as an XML document, compact or indented. Each node is a `mime_message`
   /// with its header fields and one `body`: the parts (each a `subpart` with a `mime_message`) and the
@@ -793,8 +826,11 @@ class Email2 final : public NonRefCountedObj, public ExpressionTermSource {
   void logContentTypeAndEncoding(LogBase& log);
   /// @}
 
-  /// @name 16. Secure mail Signing and encrypting (S/MIME, RFC 8551) make a new message, owned by the caller;
-  /// this one does not change. Certificates are borrowed from the caller and counted. @{
+  /// @name 16. Secure mail
+  ///
+  /// Signing and encrypting (S/MIME, RFC 8551) make a new message, owned by the caller; this one does not
+  /// change. Certificates are borrowed from the caller and counted.
+  /// @{
 
   /// A multipart/signed (RFC 8551, 3.5.3): this message as output writes it, without internal "SVX-" fields,
   /// and a detached signature over exactly those bytes. They are kept: the first part is written unchanged

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "mailtree/base/Containers.h"
+#include "mailtree/base/Export.h"
 #include "mailtree/base/Object.h"
 #include "mailtree/base/XString.h"
 #include "mailtree/crypto/Certificate.h"
@@ -27,7 +28,7 @@ struct RenderedRecipients {
 };
 
 /// Message-wide settings on the heap. Every node of a tree holds one reference; the count starts at 0.
-class _svEmailCommon final : public RefCountedObject {
+class MAILTREE_API _svEmailCommon final : public RefCountedObject {
  public:
   _svEmailCommon() = default;
 

@@ -1,12 +1,14 @@
 // email/ParentEmailPtr.h - output parameter of the enclosure search.
 #pragma once
 
+#include "mailtree/base/Export.h"
+
 namespace mailtree {
 
 class Email2;
 
 /// The position of an enclosure that was found. Owns nothing.
-class _svParentEmailPtr {
+class MAILTREE_API _svParentEmailPtr {
  public:
   _svParentEmailPtr() = default;
   virtual ~_svParentEmailPtr() {

@@ -17,13 +17,14 @@
 #include <memory>
 #include <string_view>
 
+#include "mailtree/base/Export.h"
 #include "mailtree/base/Result.h"
 
 namespace mailtree {
 
 class LazyMessage;
 
-class Expression {
+class MAILTREE_API Expression {
  public:
   /// badValue with the column (from 1) and what is wrong there: "column 6: a value is missing after from:".
   static Result<Expression> parse(std::string_view text);

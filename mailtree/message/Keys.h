@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "mailtree/base/Export.h"
 #include "mailtree/message/Result.h"
 
 namespace mailtree {
@@ -28,7 +29,7 @@ struct CertificateInfo {
 
 /// The keys that messages are opened, verified, signed and encrypted with. In memory only, and wiped at the
 /// end. Not to be changed while another thread uses it.
-class Keys {
+class MAILTREE_API Keys {
  public:
   Keys();
   Keys(Keys&&) noexcept;

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "mailtree/base/Export.h"
 #include "mailtree/message/Message.h"
 #include "mailtree/store/MailSource.h"
 
@@ -19,7 +20,7 @@ namespace mailtree {
 
 class MimeHeader;
 
-class LazyMessage {
+class MAILTREE_API LazyMessage {
  public:
   /// @param keys  to decrypt and verify with; borrowed, may be null.
   explicit LazyMessage(const Keys* keys = nullptr);
@@ -32,13 +33,15 @@ class LazyMessage {
   void assign(const SourceMessage& message);
   const SourceMessage& source() const noexcept { return *m_source; }
 
-  /// @name From its place @{
+  /// @name From its place
+  /// @{
   std::size_t size() const noexcept { return m_source->bytes.size(); }
   /// Whether a Maildir says that nobody has read it; elsewhere false.
   bool isUnread() const noexcept;
   /// @}
 
-  /// @name From its header: what Message says under the same name @{
+  /// @name From its header: what Message says under the same name
+  /// @{
   const MimeHeader& header();
   Address from();
   std::vector<Address> addresses(std::string_view field);
@@ -53,7 +56,8 @@ class LazyMessage {
   bool mayHaveInHeader(std::string_view lowerCaseText);
   /// @}
 
-  /// @name From all of it @{
+  /// @name From all of it
+  /// @{
   /// The message, its layers opened; null when there is not enough memory for it.
   const Message* message();
   std::size_t attachmentCount();

@@ -26,6 +26,7 @@
 #include <utility>
 #include <vector>
 
+#include "mailtree/base/Export.h"
 #include "mailtree/message/Keys.h"
 #include "mailtree/message/Part.h"
 #include "mailtree/message/Report.h"
@@ -160,7 +161,7 @@ struct Calendar {
   std::string text;    ///< The object in iCalendar form.
 };
 
-class Message {
+class MAILTREE_API Message {
  public:
   Message();  ///< A new message: dated now, with a Message-ID, without sender, recipients and text.
   Message(Message&&) noexcept;
@@ -176,7 +177,8 @@ class Message {
   /// A copy that shares nothing with this message.
   Result<Message> clone() const;
 
-  /// @name Who, to whom, when, about what @{
+  /// @name Who, to whom, when, about what
+  /// @{
   Address from() const;    ///< The first author; empty when there is none.
   Address sender() const;  ///< The Sender field; empty without one.
   std::vector<Address> replyTo() const;
@@ -194,7 +196,8 @@ class Message {
   std::optional<std::string> header(std::string_view name) const;  ///< The first field of that name.
   /// @}
 
-  /// @name What a reader sees (RFC 8621, 4.1.4) @{
+  /// @name What a reader sees (RFC 8621, 4.1.4)
+  /// @{
 
   /// The plain text: every text in its order, of alternatives the plain one, HTML as text where there is no
   /// other. Lines end in LF.
@@ -213,7 +216,8 @@ class Message {
   std::string preview(std::size_t length = 256) const;
   /// @}
 
-  /// @name Everything in it @{
+  /// @name Everything in it
+  /// @{
   Part root() const;  ///< The message as a part, "1".
   /// Every part, depth-first, the root first. An attached message is one part: see messages().
   std::vector<Part> parts() const;
@@ -228,8 +232,11 @@ class Message {
   std::vector<Problem> problems() const;
   /// @}
 
-  /// @name Changing it. An address list is text such as "Anna <anna@berg.example>, jo@see.example"; an empty
-  /// one removes the field. @{
+  /// @name Changing it
+  ///
+  /// An address list is text such as "Anna <anna@berg.example>, jo@see.example"; an empty one removes the
+  /// field.
+  /// @{
   Result<void> setFrom(std::string_view address);
   Result<void> setFrom(const Address& address);
   Result<void> setSender(std::string_view address);
@@ -283,16 +290,22 @@ class Message {
   Result<int> replaceWords(std::span<const std::pair<std::string, std::string>> words);
   /// @}
 
-  /// @name Answering it. The new message quotes what a reader sees, layers opened, and carries over no field
-  /// but those that belong in an answer (RFC 5322, 3.6.4). @{
+  /// @name Answering it
+  ///
+  /// The new message quotes what a reader sees, layers opened, and carries over no field but those that
+  /// belong in an answer (RFC 5322, 3.6.4).
+  /// @{
   Result<Message> reply(const ReplyOptions& options) const;
   Result<Message> forward(const ForwardOptions& options) const;
   /// This message with Resent- fields before its header (RFC 5322, 3.6.6); nothing else changes.
   Result<Message> resend(const ResendOptions& options) const;
   /// @}
 
-  /// @name S/MIME (RFC 8551). To do both, sign first. The subject and all other fields can be read by
-  /// everybody, encrypted or not; a copy of them in the signed content is compared with them on reading. @{
+  /// @name S/MIME (RFC 8551)
+  ///
+  /// To do both, sign first. The subject and all other fields can be read by everybody, encrypted or not; a
+  /// copy of them in the signed content is compared with them on reading.
+  /// @{
 
   /// Signs with the identity of the From address. The message still reads the same.
   Result<void> sign(const Keys& keys, const SignOptions& options = {});
@@ -307,7 +320,8 @@ class Message {
   Result<void> decrypt(const Keys& keys);
   /// @}
 
-  /// @name Sending and storing it @{
+  /// @name Sending and storing it
+  /// @{
   Envelope envelope() const;
   /// What sending it now would need: noRecipient without sender or recipients, inClear for an answer to
   /// encrypted mail.

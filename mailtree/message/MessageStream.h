@@ -24,6 +24,7 @@
 #include <utility>
 #include <vector>
 
+#include "mailtree/base/Export.h"
 #include "mailtree/store/MailSource.h"
 
 namespace mailtree {
@@ -33,7 +34,7 @@ using MessageFeed = std::function<bool(SourceMessage&)>;
 
 /// The messages of files and folders, one after the other. A source that cannot be opened, or not be read to
 /// its end, gives a message with an error.
-MessageFeed feedOf(std::vector<std::string> paths, const SourceOptions& options = {});
+MAILTREE_API MessageFeed feedOf(std::vector<std::string> paths, const SourceOptions& options = {});
 
 struct StreamOptions {
   unsigned threads = 0;                        ///< 0: one for each core.
@@ -50,7 +51,7 @@ enum class StreamEnd {
 };
 
 /// A number of messages that one thread works on.
-struct StreamBatch {
+struct MAILTREE_API StreamBatch {
   enum class State { reading, waiting, working, done };
 
   virtual ~StreamBatch() = default;
@@ -62,7 +63,7 @@ struct StreamBatch {
 };
 
 /// The part of the work that knows the type of the results.
-class StreamWork {
+class MAILTREE_API StreamWork {
  public:
   StreamWork() = default;
   StreamWork(const StreamWork&) = delete;
@@ -75,7 +76,7 @@ class StreamWork {
   virtual bool take(StreamBatch& batch, std::size_t index) = 0;
 };
 
-StreamEnd runStream(const MessageFeed& feed, StreamWork& work, const StreamOptions& options);
+MAILTREE_API StreamEnd runStream(const MessageFeed& feed, StreamWork& work, const StreamOptions& options);
 
 /// Calls `make` for each message of the feed and `take` for each result.
 /// @param make  takes a SourceMessage&, which has bytes or an error, and returns the result. It may move the

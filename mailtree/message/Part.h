@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "mailtree/base/Export.h"
 #include "mailtree/message/Values.h"
 
 namespace mailtree {
@@ -16,7 +17,7 @@ class Message;
 struct MessageState;
 
 /// A view of a part, as cheap to copy as a pointer. Valid until its message is changed or destroyed.
-class Part {
+class MAILTREE_API Part {
  public:
   /// "1" is the message itself, "1.2" its second part, "1.2.1" the first part of that.
   std::string id() const;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "mailtree/base/Export.h"
 #include "mailtree/crypto/Answer.h"
 #include "mailtree/message/Keys.h"
 
@@ -35,7 +36,7 @@ struct Signer {
 };
 
 /// One signed, encrypted or compressed layer.
-struct SecurityLayer {
+struct MAILTREE_API SecurityLayer {
   LayerKind kind{};
   std::string part;       ///< The Part::id() of what it covers; "1" is the whole message.
   bool isOpened = false;  ///< Its content could be read.
@@ -67,7 +68,7 @@ struct FieldDifference {
 };
 
 /// The verdict on a message: whether it really is from its From address, whole and unchanged.
-struct Security {
+struct MAILTREE_API Security {
   /// A signature without any fault covers all of the content, made by the sender, whose chain is trusted.
   bool isValid = false;
   std::string verdict;                ///< In words: the signer, or the worst fault.

@@ -16,9 +16,11 @@
 #include <unordered_map>
 #include <vector>
 
+#include "mailtree/base/Export.h"
+
 namespace mailtree {
 
-class Threads {
+class MAILTREE_API Threads {
  public:
   /// A message of the list, as it is placed.
   struct Row {

@@ -7,14 +7,15 @@
 #include <string_view>
 #include <vector>
 
+#include "mailtree/base/Export.h"
 #include "mailtree/message/Result.h"
 
 namespace mailtree {
 
 /// A display name and an address, in utf-8. One of the two may be empty: a received From may be a name only.
-struct Address {
+struct MAILTREE_API Address {
   std::string name;
-  std::string address;  ///< local@domain.
+  std::string address;  ///< `local@domain`.
 
   /// Reads one address, such as `Anna <anna@berg.example>`. badValue ("not an address: 'x y'") for none or
   /// more than one.
@@ -27,7 +28,7 @@ struct Address {
 };
 
 /// A moment, and the offset from GMT of the clock that told it.
-struct Date {
+struct MAILTREE_API Date {
   std::chrono::sys_seconds time;
   std::chrono::minutes offset{0};
 

@@ -5,6 +5,8 @@
 
 #include <string_view>
 
+#include "mailtree/base/Export.h"
+
 namespace mailtree {
 
 /// The input of the decision.
@@ -23,7 +25,7 @@ struct AttachmentVerdict {
 };
 
 /// Decides for a part whose parent is a mixed enclosure (`inMixed`) or not. The first matching rule wins.
-AttachmentVerdict judgeAttachment(const PartTraits& part, bool inMixed) noexcept;
+MAILTREE_API AttachmentVerdict judgeAttachment(const PartTraits& part, bool inMixed) noexcept;
 
 struct StrictVerdict {
   bool isStrict;
@@ -32,10 +34,10 @@ struct StrictVerdict {
 
 /// The narrower test: application types and dispositions that contain "attachment". A name that looks like a
 /// URL with a query marks a web resource, not a file.
-StrictVerdict judgeStrictAttachment(const PartTraits& part) noexcept;
+MAILTREE_API StrictVerdict judgeStrictAttachment(const PartTraits& part) noexcept;
 
 /// Whether a text body is stored in utf-8 and converted on output: true for a text leaf that is not an
 /// attachment. An attached text file keeps its bytes.
-bool isConvertibleText(const PartTraits& part) noexcept;
+MAILTREE_API bool isConvertibleText(const PartTraits& part) noexcept;
 
 }  // namespace mailtree

@@ -17,6 +17,7 @@
 
 #include "mailtree/base/Containers.h"
 #include "mailtree/base/DataBuffer.h"
+#include "mailtree/base/Export.h"
 #include "mailtree/base/Object.h"
 #include "mailtree/base/Origin.h"
 #include "mailtree/base/Slab.h"
@@ -44,7 +45,7 @@ struct EntityPlace {
   std::size_t end;  ///< Of the body of a leaf.
 };
 
-class MimeMessage2 final : public SorvikObject {
+class MAILTREE_API MimeMessage2 final : public SorvikObject {
  public:
   MimeMessage2() = default;
   MimeMessage2(const MimeMessage2&) = delete;

@@ -10,12 +10,14 @@
 #include <string_view>
 #include <vector>
 
+#include "mailtree/base/Export.h"
+
 namespace mailtree {
 
 enum class ReportKind { deliveryStatus, dispositionNotification, feedback };
 
 /// The kind of report of a media type; nothing for any other type.
-std::optional<ReportKind> reportKindOf(std::string_view mediaType) noexcept;
+MAILTREE_API std::optional<ReportKind> reportKindOf(std::string_view mediaType) noexcept;
 
 /// Name as written; value unfolded, runs of blanks reduced to one, decoded to utf-8.
 struct ReportField {
@@ -23,7 +25,8 @@ struct ReportField {
 };
 
 /// The value of the first field of that name; null when absent.
-const std::string* findReportField(const std::vector<ReportField>& fields, std::string_view name) noexcept;
+MAILTREE_API const std::string* findReportField(const std::vector<ReportField>& fields,
+                                                std::string_view name) noexcept;
 
 /// What a report says about one recipient. Each text is empty when absent.
 struct ReportRecipient {
@@ -42,6 +45,6 @@ struct ReportFields {
 
 /// Reads the text of a report, with any line breaks. Recognizes blocks that run together by their fields,
 /// allows several empty lines between blocks, and skips MIME fields that got into a report.
-ReportFields readReportFields(ReportKind kind, std::string_view text);
+MAILTREE_API ReportFields readReportFields(ReportKind kind, std::string_view text);
 
 }  // namespace mailtree

@@ -20,6 +20,7 @@
 #include <optional>
 #include <string>
 
+#include "mailtree/base/Export.h"
 #include "mailtree/base/Result.h"
 
 namespace mailtree {
@@ -46,7 +47,7 @@ struct SourceMessage {
 
 /// The name of a message among all: "box.mbox#12", or "box.mbox@4096" where it has no number; the path of a
 /// message that is a file.
-std::string nameOf(const SourceMessage& message);
+MAILTREE_API std::string nameOf(const SourceMessage& message);
 
 struct SourceOptions {
   std::uint64_t largest = 0x7FFFFFFF;         ///< A longer message is named and not read.
@@ -55,7 +56,7 @@ struct SourceOptions {
   bool headersOnly = false;
 };
 
-class MailSource {
+class MAILTREE_API MailSource {
  public:
   /// What a path turned out to be.
   enum class Kind { message, mbox, maildir, mh, folder, archive };
@@ -97,6 +98,6 @@ class MailSource {
 };
 
 /// Reads the bytes of a message that was given by name, unless it has them. Any thread may do so.
-Result<void> readMessage(SourceMessage& message, const SourceOptions& options = {});
+MAILTREE_API Result<void> readMessage(SourceMessage& message, const SourceOptions& options = {});
 
 }  // namespace mailtree

@@ -18,6 +18,7 @@
 #include <string>
 #include <string_view>
 
+#include "mailtree/base/Export.h"
 #include "mailtree/base/Result.h"
 
 namespace mailtree {
@@ -29,7 +30,7 @@ struct Delivery {
   std::optional<std::string_view> flags{};         ///< Maildir: absent for a new message.
 };
 
-class MailWriter {
+class MAILTREE_API MailWriter {
  public:
   MailWriter() = default;
   MailWriter(const MailWriter&) = delete;
@@ -47,12 +48,13 @@ struct MboxWriterOptions {
 };
 
 /// Appends to an mbox (mboxrd), which is created when absent.
-Result<MailWriterPtr> openMboxWriter(const std::string& path, const MboxWriterOptions& options = {});
+MAILTREE_API Result<MailWriterPtr> openMboxWriter(const std::string& path,
+                                                  const MboxWriterOptions& options = {});
 /// Writes the same to a descriptor, which is borrowed and not locked, such as standard output.
-Result<MailWriterPtr> openMboxStream(int descriptor, const std::string& name);
+MAILTREE_API Result<MailWriterPtr> openMboxStream(int descriptor, const std::string& name);
 /// Delivers to a Maildir, which is created when absent.
-Result<MailWriterPtr> openMaildirWriter(const std::string& path);
+MAILTREE_API Result<MailWriterPtr> openMaildirWriter(const std::string& path);
 /// Writes files 000001.eml and so on; counts on from those in the folder, which is created when absent.
-Result<MailWriterPtr> openFolderWriter(const std::string& path);
+MAILTREE_API Result<MailWriterPtr> openFolderWriter(const std::string& path);
 
 }  // namespace mailtree

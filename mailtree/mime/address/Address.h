@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "mailtree/base/Containers.h"
+#include "mailtree/base/Export.h"
 #include "mailtree/base/Object.h"
 #include "mailtree/base/XString.h"
 
@@ -19,10 +20,10 @@ namespace mailtree {
 
 class LogBase;
 
-class _svEmailAddress final : public SorvikObject {
+class MAILTREE_API _svEmailAddress final : public SorvikObject {
  public:
   XString m_name;     ///< Display name.
-  XString m_address;  ///< local@domain.
+  XString m_address;  ///< `local@domain`.
 
   /// A new empty heap object owned by the caller; null when memory ran out.
   static _svEmailAddress* createNewObject();
@@ -65,6 +66,6 @@ class _svEmailAddress final : public SorvikObject {
 };
 
 /// Whether a header value reads as exactly these entries, with these names and addresses.
-bool readsAsEntries(std::string_view text, const ExtPtrArray& entries);
+MAILTREE_API bool readsAsEntries(std::string_view text, const ExtPtrArray& entries);
 
 }  // namespace mailtree

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "mailtree/base/DataBuffer.h"
+#include "mailtree/base/Export.h"
 #include "mailtree/base/Object.h"
 #include "mailtree/base/StringBuffer.h"
 
@@ -29,21 +30,21 @@ inline constexpr int kCpUtf7 = 65000;
 
 /// Code page of a charset label (any registered name or common alias, any case, quotes and blanks around it
 /// ignored); 0 when unknown.
-int codePageOfCharset(std::string_view name) noexcept;
+MAILTREE_API int codePageOfCharset(std::string_view name) noexcept;
 /// Preferred MIME name of a code page, in lower case; empty when unknown.
-std::string_view charsetNameOf(int codePage) noexcept;
+MAILTREE_API std::string_view charsetNameOf(int codePage) noexcept;
 
 /// Whether characters of a known code page may take several bytes, which makes damage to a text visible.
-bool isMultibyte(int codePage) noexcept;
+MAILTREE_API bool isMultibyte(int codePage) noexcept;
 /// Whether a code page has units of two or four bytes (utf-16, utf-32): markup and
 /// line breaks cannot be found in its bytes.
-bool hasWideUnits(int codePage) noexcept;
+MAILTREE_API bool hasWideUnits(int codePage) noexcept;
 /// Whether mail text can be written in a code page: not in wide units (RFC 2046, 4.1.1), utf-7, which mail
 /// clients no longer support, or an unknown one.
-bool isMailCodePage(int codePage) noexcept;
+MAILTREE_API bool isMailCodePage(int codePage) noexcept;
 
 /// A charset: a name and a code page.
-class _svCharset {
+class MAILTREE_API _svCharset {
  public:
   int getCodePage() const noexcept { return m_codePage; }
   /// The name as set, or the preferred one of the code page; empty when nothing is chosen.
@@ -62,7 +63,7 @@ class _svCharset {
   StringBuffer m_name;
 };
 
-class EncodingConvert {
+class MAILTREE_API EncodingConvert {
  public:
   /// Converts bytes from one code page to another, replacing the content of `out`.
   /// @return false when some input was malformed, some character does not exist in the target, or a code
@@ -75,15 +76,15 @@ class EncodingConvert {
 
 /// Decodes bytes of a code page to utf-8, appended to `out`; the fast path of EncConvert. False when some
 /// byte is invalid (it became U+FFFD) or the code page is unknown (nothing appended).
-bool decodeToUtf8(int codePage, std::string_view bytes, DataBuffer& out);
-bool decodeToUtf8(int codePage, std::string_view bytes, std::string& out);
+MAILTREE_API bool decodeToUtf8(int codePage, std::string_view bytes, DataBuffer& out);
+MAILTREE_API bool decodeToUtf8(int codePage, std::string_view bytes, std::string& out);
 /// Encodes utf-8 into a code page, appended to `out`, strictly. False when a character does not exist there
 /// ("?" replaces it), the input is malformed or the code page is unknown.
-bool encodeFromUtf8(int codePage, std::string_view utf8, std::string& out);
+MAILTREE_API bool encodeFromUtf8(int codePage, std::string_view utf8, std::string& out);
 
 /// Best guess for 8-bit text without a usable label, from byte statistics; 0 when nothing fits. utf-8 is
 /// recognized by validity, iso-2022 by its escapes, the others by the detector.
-int detectCodePage(std::string_view bytes);
+MAILTREE_API int detectCodePage(std::string_view bytes);
 
 /// How the charset of a received text was found.
 enum class TextOrigin {
@@ -105,10 +106,10 @@ struct DecodedText {
 /// Converts received text to utf-8. The label is trusted when it can decode every byte; else byte order
 /// mark, valid utf-8, codePageDespiteDamage and detection are tried. `out` is replaced only when `converted`
 /// is true (7-bit text in an ASCII-compatible charset and utf-8, even damaged, need no conversion).
-DecodedText receivedTextToUtf8(std::string_view label, std::string_view bytes, DataBuffer& out);
+MAILTREE_API DecodedText receivedTextToUtf8(std::string_view label, std::string_view bytes, DataBuffer& out);
 
 /// Whether a byte C2 or C3 is followed by a non-ASCII byte, as every accented Latin letter is in utf-8.
-bool containsUtf8Accent(std::string_view bytes) noexcept;
+MAILTREE_API bool containsUtf8Accent(std::string_view bytes) noexcept;
 
 struct DamagedReading {
   int codePage;         ///< 0 when none decodes enough.
@@ -118,6 +119,6 @@ struct DamagedReading {
 /// The code page of a text that its label (`claimed`, 0 for none) does not decode completely: a few damaged
 /// bytes do not disprove it. The label utf-8 is trusted when valid sequences outnumber damaged ones, another
 /// multibyte one when nine in ten are valid or only one is damaged; so is utf-8 without a label.
-DamagedReading codePageDespiteDamage(int claimed, std::string_view bytes);
+MAILTREE_API DamagedReading codePageDespiteDamage(int claimed, std::string_view bytes);
 
 }  // namespace mailtree

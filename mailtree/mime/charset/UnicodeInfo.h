@@ -4,11 +4,12 @@
 #include <cstdint>
 #include <string_view>
 
+#include "mailtree/base/Export.h"
 #include "mailtree/mime/charset/Charset.h"
 
 namespace mailtree {
 
-class UnicodeInfo {
+class MAILTREE_API UnicodeInfo {
  public:
   /// Scans utf-8 text for its scripts and symbols, replacing an earlier scan. ASCII, punctuation, digits and
   /// combining marks belong to every script.

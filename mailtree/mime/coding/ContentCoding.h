@@ -13,12 +13,13 @@
 #include <string_view>
 
 #include "mailtree/base/DataBuffer.h"
+#include "mailtree/base/Export.h"
 #include "mailtree/base/Output.h"
 #include "mailtree/base/StringBuffer.h"
 
 namespace mailtree {
 
-class ContentCoding {
+class MAILTREE_API ContentCoding {
  public:
   /// Appends base64 in lines of 76, CRLF after every line, the last included. Empty input appends nothing.
   static bool encodeBase64(const void* data, std::size_t size, StringBuffer& out);

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "mailtree/base/Export.h"
+
 namespace mailtree {
 
 /// Whether the text holds "=?", the beginning of every encoded word.
@@ -17,7 +19,7 @@ constexpr bool mayHoldEncodedWord(std::string_view text) noexcept {
 /// together: padding in the middle loses nothing, and a split multibyte character survives. White space
 /// between two words is dropped. Malformed words, and words in an unknown charset that are not utf-8, stay as
 /// they are. The result never contains CR, LF or NUL.
-std::string decodeEncodedWords(std::string_view value);
+MAILTREE_API std::string decodeEncodedWords(std::string_view value);
 
 enum class WordEncoding { q, b };
 
@@ -30,23 +32,25 @@ struct HeaderEncoding {
 /// Appends `utf8` as one or more encoded words separated by a space: each at most 75 characters, no character
 /// split. `column` is where the first one begins on its line. It fits in 76 either there or on a new line
 /// that begins with the blanks at the end of `out`.
-void appendEncodedWords(std::string_view utf8, const HeaderEncoding& encoding, std::size_t column,
-                        std::string& out);
+MAILTREE_API void appendEncodedWords(std::string_view utf8, const HeaderEncoding& encoding,
+                                     std::size_t column, std::string& out);
 
 /// Renders unstructured utf-8 text (a Subject) as a header value: ASCII stays, runs of other words become
 /// encoded words. Text that happens to look like an encoded word is encoded too. No folding.
-std::string encodeUnstructured(std::string_view utf8, const HeaderEncoding& encoding, std::size_t column);
+MAILTREE_API std::string encodeUnstructured(std::string_view utf8, const HeaderEncoding& encoding,
+                                            std::size_t column);
 
 /// The same for a structured field that may contain encoded words: these are encoded again with the text next
 /// to them, and never left decoded, because their text could become structure.
-std::string encodeStructured(std::string_view utf8, const HeaderEncoding& encoding, std::size_t column);
+MAILTREE_API std::string encodeStructured(std::string_view utf8, const HeaderEncoding& encoding,
+                                          std::size_t column);
 
 /// B for the code pages where it is customary (East Asian, utf-16, KOI8, Arabic, Thai), Q for all others.
-WordEncoding preferredWordEncoding(int codePage) noexcept;
+MAILTREE_API WordEncoding preferredWordEncoding(int codePage) noexcept;
 
 /// Folds a header line at white space, at 78, or 76 with an encoded word on the line; inside an encoded word
 /// or a quoted string only if unavoidable, and at 998 anywhere, so no line is longer. `line` is "Name: value"
 /// without its line break; CR, LF and NUL in it become spaces, so no value can end its field.
-std::string foldHeaderLine(std::string_view line);
+MAILTREE_API std::string foldHeaderLine(std::string_view line);
 
 }  // namespace mailtree

@@ -9,13 +9,14 @@
 
 #include "mailtree/base/Containers.h"
 #include "mailtree/base/DataBuffer.h"
+#include "mailtree/base/Export.h"
 #include "mailtree/base/LoadBudget.h"
 #include "mailtree/base/StringBuffer.h"
 
 namespace mailtree {
 
 /// Whether a Content-Transfer-Encoding names uuencoding, under any of its names.
-bool isUuTransferEncoding(std::string_view encoding) noexcept;
+MAILTREE_API bool isUuTransferEncoding(std::string_view encoding) noexcept;
 
 /// The text around the blocks.
 struct UuSurroundings {
@@ -23,7 +24,7 @@ struct UuSurroundings {
   bool textFollows = false;    ///< There is text between or after the blocks.
 };
 
-class Uu {
+class MAILTREE_API Uu {
  public:
   /// Decodes the first block of the text, appending its bytes to `out`. False, with
   /// `out` unchanged, when no block decodes.

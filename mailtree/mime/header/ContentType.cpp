@@ -9,6 +9,8 @@
 
 namespace mailtree {
 
+constinit std::atomic<bool> _svContentType::m_noFormatFlowed = false;
+
 namespace {
 
 constexpr std::string_view kAssumedType = "text/plain";

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <string_view>
 
+#include "mailtree/base/Export.h"
 #include "mailtree/base/StringBuffer.h"
 #include "mailtree/mime/charset/Charset.h"
 #include "mailtree/mime/header/HeaderParams.h"
@@ -13,7 +14,7 @@ namespace mailtree {
 class LogBase;
 
 /// Content-Type as parsed members. The charset is not among them: it is the email's (_svCharset).
-class _svContentType {
+class MAILTREE_API _svContentType {
  public:
   _svContentType() = default;
   _svContentType(const _svContentType&) = default;
@@ -30,7 +31,7 @@ class _svContentType {
   StringBuffer m_subtype;    ///< type parameter (of a multipart/related, its main part's type), lower case.
   bool m_formatFlowed = false;  ///< format=flowed (RFC 3676).
   /// Process-wide: no new text/plain body is declared format=flowed.
-  static inline std::atomic<bool> m_noFormatFlowed = false;
+  static std::atomic<bool> m_noFormatFlowed;
   /// Parameters without a member of their own, in order: method, report-type, delsp, ... Charset names: an
   /// unknown one of a text type, any one of another type.
   _svParamSet m_otherParams;

@@ -4,13 +4,14 @@
 #include <cstdint>
 #include <string_view>
 
+#include "mailtree/base/Export.h"
 #include "mailtree/base/Object.h"
 #include "mailtree/base/StringBuffer.h"
 
 namespace mailtree {
 
 /// A date and time as fields.
-class SorvikSysTime final : public SorvikObject {
+class MAILTREE_API SorvikSysTime final : public SorvikObject {
  public:
   std::uint16_t m_year = 0;
   std::uint16_t m_month = 0;  ///< 1 to 12.
@@ -33,7 +34,7 @@ class SorvikSysTime final : public SorvikObject {
   bool operator==(const SorvikSysTime& other) const noexcept;
 };
 
-class _svDateParser {
+class MAILTREE_API _svDateParser {
  public:
   /// Reads a date into `time`, in GMT. Accepts RFC 5322, its obsolete forms, and forms found in real mail:
   /// two-digit years, no weekday, no seconds, zone names, comments, asctime order, ISO 8601. A numeric offset

@@ -12,12 +12,13 @@
 #include <string_view>
 #include <vector>
 
+#include "mailtree/base/Export.h"
 #include "mailtree/base/StringBuffer.h"
 
 namespace mailtree {
 
 /// An ordered parameter list of a header value. Names are compared ignoring case; values are utf-8.
-class _svParamSet {
+class MAILTREE_API _svParamSet {
  public:
   struct Param {
     std::string name;
@@ -54,22 +55,22 @@ struct ParameterizedValue {
 constexpr std::size_t kMaxPlainParameter = 500;
 
 /// Reads an unfolded header value. Encoded words in values are decoded, but never in a boundary.
-ParameterizedValue parseParameterizedValue(std::string_view headerValue);
+MAILTREE_API ParameterizedValue parseParameterizedValue(std::string_view headerValue);
 
 /// The same without a copy where nothing has to be decoded: passes the text before the parameters first, then
 /// name and value of each in order. The views are valid during the call only.
 /// @return false when there are more parameters than Limits allow; the rest is not passed.
 using ValueHandler = std::function<void(std::string_view value)>;
 using ParameterHandler = std::function<void(std::string_view name, std::string_view value)>;
-bool readParameters(std::string_view headerValue, const ValueHandler& takeValue,
-                    const ParameterHandler& take);
+MAILTREE_API bool readParameters(std::string_view headerValue, const ValueHandler& takeValue,
+                                 const ParameterHandler& take);
 
 /// How often a parameter is given in the plain form; the forms of RFC 2231 are allowed beside it.
-std::size_t countPlainParameters(std::string_view headerValue, std::string_view name);
+MAILTREE_API std::size_t countPlainParameters(std::string_view headerValue, std::string_view name);
 
 /// Appends "; name=value", quoted or encoded as needed; non-ASCII values by RFC 2231 in `codePage` (utf-8
 /// when it cannot represent them), followed by a readable ASCII fallback when `withFallback`.
-void appendParam(std::string_view name, std::string_view value, int codePage, bool withFallback,
-                 std::string& out);
+MAILTREE_API void appendParam(std::string_view name, std::string_view value, int codePage, bool withFallback,
+                              std::string& out);
 
 }  // namespace mailtree

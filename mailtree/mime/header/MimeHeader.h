@@ -17,6 +17,7 @@
 #include <string_view>
 #include <vector>
 
+#include "mailtree/base/Export.h"
 #include "mailtree/base/Object.h"
 #include "mailtree/base/StringBuffer.h"
 #include "mailtree/mime/Limits.h"
@@ -30,7 +31,7 @@ class Replacements;
 class _svCharset;
 class _svContentType;
 
-class MimeHeader final : public SorvikObject {
+class MAILTREE_API MimeHeader final : public SorvikObject {
  public:
   MimeHeader() = default;
   MimeHeader(const MimeHeader&) = default;

@@ -4,13 +4,14 @@
 // text elements, anything unterminated); linear on any input.
 #pragma once
 
+#include "mailtree/base/Export.h"
 #include "mailtree/base/StringBuffer.h"
 
 namespace mailtree {
 
 class LogBase;
 
-class _svHtmlHelp {
+class MAILTREE_API _svHtmlHelp {
  public:
   /// Adds missing html, head and body elements; existing text stays byte for byte, a second call changes
   /// nothing. A new head includes the content that belongs in it (title, meta, style ...), and a page of

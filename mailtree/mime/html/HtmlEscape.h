@@ -4,9 +4,11 @@
 #include <string>
 #include <string_view>
 
+#include "mailtree/base/Export.h"
+
 namespace mailtree {
 
 /// Escapes text for HTML content and quoted attributes.
-std::string escapeHtml(std::string_view text);
+MAILTREE_API std::string escapeHtml(std::string_view text);
 
 }  // namespace mailtree

@@ -6,6 +6,7 @@
 #include <cstddef>
 
 #include "mailtree/base/Containers.h"
+#include "mailtree/base/Export.h"
 #include "mailtree/base/StringBuffer.h"
 
 namespace mailtree {
@@ -13,7 +14,7 @@ namespace mailtree {
 class LogBase;
 
 /// A page in utf-8. It may be incomplete or malformed.
-class _svHtml {
+class MAILTREE_API _svHtml {
  public:
   /// Replaces the page with a copy of `size` bytes; null counts as empty.
   void setHtmlN(const char* html, std::size_t size);
