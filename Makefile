@@ -7,7 +7,7 @@ FASTER := $(if $(shell command -v ccache),-DCMAKE_CXX_COMPILER_LAUNCHER=ccache,-
 CMAKE := cmake -G Ninja $(FASTER)
 DEMO_FLAGS ?=
 
-.PHONY: help demo test bench fuzz asan tsan format format-check lint check clean
+.PHONY: help demo test bench fuzz asan tsan format format-check lint doc install-check abi-check abi-record deb deb-check check clean
 
 help: ## Show the targets
 	@grep -hE '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | sed 's/:.*## /\t/' | expand -t 16
@@ -58,6 +58,34 @@ lint: ## Run clang-tidy over library and command
 	@scripts/setup check
 	@$(CMAKE) --preset dev -B $(BUILD)/lint -DMAILTREE_PRECOMPILE=OFF >/dev/null
 	@scripts/lint $(BUILD)/lint
+
+doc: ## Write the reference, with the guide as its first page, to build/doc/docs/html
+	@scripts/setup doc
+	@$(CMAKE) -S . -B $(BUILD)/doc -DMAILTREE_BUILD_DOC=ON -DMAILTREE_BUILD_CLI=OFF >/dev/null
+	@cmake --build $(BUILD)/doc --target mailtree_doc
+
+install-check: $(BUILD)/demo/bin/mailtree ## Install, and build a program in every way: CMake, pkg-config, plugins, GCC, Clang
+	@scripts/setup install
+	@scripts/install-check --all $(BUILD)/demo
+
+abi-check: $(BUILD)/abi/root ## Fail when a program built with an earlier libmailtree.so.1 may not work any more
+	@scripts/abi check $<
+
+abi-record: $(BUILD)/abi/root ## Record what the shared library offers now, in abi/
+	@scripts/abi record $<
+
+$(BUILD)/abi/root: FORCE
+	@scripts/setup abi
+	@$(CMAKE) -S . -B $(BUILD)/abi -DCMAKE_BUILD_TYPE=Debug -DMAILTREE_BUILD_CLI=OFF -DMAILTREE_BUILD_STATIC=OFF >/dev/null
+	@cmake --build $(BUILD)/abi
+	@rm -rf $@ && cmake --install $(BUILD)/abi --prefix $@ >/dev/null
+
+deb: ## Build the Debian packages in build/deb
+	@scripts/setup packages
+	@scripts/deb $(BUILD)/deb
+
+deb-check: deb ## Install, use and purge the packages in a clean Debian 12
+	@scripts/deb-check $(BUILD)/deb
 
 check: ## Run everything that continuous integration runs
 	@bash .ci/run

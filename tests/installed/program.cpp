@@ -1,0 +1,3 @@
+extern "C" int useMailtree();
+
+int main() { return useMailtree(); }
