@@ -43,18 +43,26 @@ struct DigestHash {
   }
 };
 
-/// The same for copies of a message that came different ways: its Message-ID and its content. Without an id,
-/// what the author wrote into the header.
+/// Text with line ends of one kind, without those at its end.
+void appendLines(std::string& text, std::string_view lines) {
+  lines = lines.substr(0, lines.find_last_not_of("\r\n") + 1);
+  for (std::size_t i = 0; i < lines.size(); ++i)
+    if (lines[i] != '\r' || i + 1 == lines.size() || lines[i + 1] != '\n') text += lines[i];
+  text += '\n';
+}
+
+/// The same for copies of a message that came different ways: its Message-ID, subject and content. Without an
+/// id the whole header counts.
 Digest identityOf(std::string_view bytes) {
   MimeHeader header;
   const std::size_t body = header.loadFromEntity(bytes).bodyOffset;
-  std::string text = header.decodedValue(header.findField("Message-ID"));
-  if (text.empty())
-    for (const char* const name : {"From", "To", "Date", "Subject"})
+  std::string text;
+  if (header.decodedValue(header.findField("Message-ID")).empty())
+    appendLines(text, bytes.substr(0, body));
+  else
+    for (const char* const name : {"Message-ID", "Subject", "Content-Type", "Content-Transfer-Encoding"})
       text.append(header.decodedValue(header.findField(name))).append("\n");
-  text += '\n';
-  for (const char c : trimRight(bytes.substr(body)))
-    if (c != '\r') text += c;
+  appendLines(text, bytes.substr(body));
   return digestOf(text);
 }
 
@@ -180,7 +188,7 @@ void addCopy(Verb app, Action& action) {
       "Flags of a Maildir, and sender and date of an mbox line, are kept where the target has them.\n\n"
       "Example:\n  mailtree copy old.mbox older.mbox.gz --to maildir:Mail --dedup\n"
       "  mailtree copy box.mbox --to dir:messages\n"
-      "  mailtree copy Maildir --to mbox:2026.mbox --since 2026 --where 'not list:'");
+      "  mailtree copy Maildir --to mbox:2026.mbox --since 2026 --where 'not from:noreply'");
   verb.whenChosen([options, &action] { action = [options] { return copy(*options); }; });
 }
 

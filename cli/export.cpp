@@ -47,14 +47,15 @@ std::vector<std::string> wordsAt(std::string_view text, char separator) {
 }
 
 /// The same for what is the same work, whatever the number of threads.
-std::string keyOf(const ExportOptions& options) {
+std::string keyOf(const ExportOptions& options, const Shard& shard) {
   std::string key;
   for (const auto* const list : {&options.sources.paths, &options.sources.lists, &options.sources.nulLists}) {
     for (const std::string& name : *list) key.append(name).append(1, '\0');
     key += '\n';
   }
-  key += std::to_string(static_cast<int>(options.form())) + "\n" + options.properties + "\n" + options.shard +
-         "\n" + (options.attachments.empty() ? "" : "files");
+  key += std::to_string(static_cast<int>(options.form())) + "\n" + options.properties + "\n" +
+         std::to_string(shard.number) + "/" + std::to_string(shard.of) + "\n" +
+         (options.attachments.empty() ? "" : "files");
   return sha256Hex(key);
 }
 
@@ -82,17 +83,18 @@ class Exporter {
                    .attachments = options.attachments.empty() ? nullptr : &m_attachments}) {}
 
   Exit run() {
-    if (const Exit failed = open(); failed != Exit::fine || m_file.isComplete()) return failed;
+    if (const Exit failed = open(); failed != Exit::fine) return failed;
+    if (m_file.isComplete()) return reportUnreadable();
     Result<MessageFeed> feed = feedOf(m_shard, m_options.sources);
     if (!feed) return fail(feed.error());
     StreamSettings settings = m_options.stream;
     if (m_options.keys.isAny()) settings.jobs = 1;  // keys serve one thread
     Streaming stream(m_options.sources, settings, skipping(*std::move(feed)));
-    stream.whenUnreadable([this](const SourceMessage& message) { add({}, placeOf(message)); });
+    stream.whenUnreadable([this](const SourceMessage& message) { addUnreadable(message); });
     const Exit result =
         stream.run([this](SourceMessage& message) { return make(message); },
                    [this](SourceMessage& message, Made& made) { return take(message, made); }, [] {});
-    return finish(result);
+    return finish(result, stream.end());
   }
 
  private:
@@ -107,7 +109,8 @@ class Exporter {
       const Begin begin = m_options.resume      ? Begin::resume
                           : m_options.out.force ? Begin::force
                                                 : Begin::fresh;
-      if (const Result<void> opened = m_file.open(m_options.out.path, keyOf(m_options), begin); !opened)
+      if (const Result<void> opened = m_file.open(m_options.out.path, keyOf(m_options, m_shard), begin);
+          !opened)
         return fail(opened.error());
     }
     const bool hasHead = m_options.csv && m_shard.number == 1 && m_file.messages() == 0;
@@ -143,8 +146,9 @@ class Exporter {
   Made make(SourceMessage& source) {
     const bool isText = !m_options.textFolder.empty();
     const std::string path = isText ? textPathOf(source) : std::string();
-    std::error_code ignored;
-    if (isText && m_options.resume && std::filesystem::exists(path, ignored)) return {};
+    // A text is never empty, but a file may be after a loss of power.
+    std::error_code failed;
+    if (isText && m_options.resume && std::filesystem::file_size(path, failed) > 0 && !failed) return {};
     Result<mailtree::Message> message = mailtree::Message::parse(source.bytes, {.keys = &m_keys.all});
     if (!message) return {.error = message.error()};
     Made made{.record = m_records.recordOf(*message, source, source.bytes.size()),
@@ -175,6 +179,23 @@ class Exporter {
     return false;
   }
 
+  void addUnreadable(const SourceMessage& message) {
+    if (!hasFile() || m_hasChanged) return;
+    if (const Result<void> done = m_file.addUnreadable(placeOf(message)); !done) {
+      m_result = worse(m_result, fail(done.error()));
+      m_hasStopped = true;
+    }
+  }
+
+  /// Of messages that an earlier call could not read: they are not tried again.
+  Exit reportUnreadable() const {
+    if (m_file.unreadable() == 0) return Exit::fine;
+    reportError(m_options.out.path,
+                "is without what could not be read: " + std::to_string(m_file.unreadable()) +
+                    (m_file.unreadable() == 1 ? " message" : " messages") + "; --force tries again");
+    return Exit::unreadable;
+  }
+
   /// Files are on disk before the journal says that their messages are done.
   Result<void> save() {
     if (!m_options.attachments.empty())
@@ -182,14 +203,15 @@ class Exporter {
     return m_file.save();
   }
 
-  Exit finish(Exit result) {
+  Exit finish(Exit result, StreamEnd end) {
     if (m_attachments.hasFailed()) m_result = worse(m_result, Exit::unreadable);
-    const bool isWhole = result != Exit::interrupted && !m_hasStopped && !m_hasChanged;
+    const bool isWhole = end == StreamEnd::whole && !m_hasStopped && !m_hasChanged;
     Result<void> done;
     if (!m_options.textFolder.empty()) done = synchronize(m_options.textFolder);
     if (done && !m_options.attachments.empty()) done = m_attachments.flush();
     if (done && hasFile()) done = isWhole ? m_file.finish() : m_file.save();
     if (!done) m_result = worse(m_result, fail(done.error()));
+    if (m_file.unreadable() > 0) m_result = worse(m_result, Exit::unreadable);
     return worse(result, m_result);
   }
 
@@ -253,7 +275,8 @@ void addExport(Verb app, Action& action) {
       "(the Message-ID that began the thread), receivedAt, keywords (of a Maildir), security (null when "
       "there "
       "is none) and problems (as check). The parts of --shard, joined in order, are the whole. Until all is "
-      "done, -o FILE is FILE.part, and FILE.journal says how far it is.\n\n"
+      "done, -o FILE is FILE.part, and FILE.journal says how far it is; with --resume the journal stays, so\n"
+      "that the next call knows that all is done.\n\n"
       "Example:\n  mailtree export --json -o mail.jsonl inbox.mbox Maildir\n"
       "  mailtree export --json --properties subject,from,bodyValues box.mbox | jq .subject\n"
       "  mailtree export --csv --attachments files -o mail.csv archive.mbox.gz\n"

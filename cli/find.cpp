@@ -1,4 +1,6 @@
 // cli/find.cpp - mailtree find: the messages of mailboxes that an expression describes.
+#include <unistd.h>
+
 #include <iostream>
 #include <memory>
 
@@ -73,7 +75,9 @@ class Finder {
   bool take(const SourceMessage& message, Found& found) {
     ++m_count;
     if (m_options.hasNames()) {
-      printBesideProgress(nameOf(message) + (m_options.nulNames ? '\0' : '\n'));
+      const std::string name = nameOf(message);
+      const bool isShown = !m_options.nulNames && ::isatty(STDOUT_FILENO) == 1;
+      printBesideProgress((isShown ? printable(name) : name) + (m_options.nulNames ? '\0' : '\n'));
       return std::cout.good();
     }
     if (!m_out.isOpen()) return m_listing.take(found.item);

@@ -31,6 +31,11 @@ bool writeAll(int file, std::string_view bytes) {
   return true;
 }
 
+bool isSpecial(const std::string& path) {
+  struct stat what {};
+  return ::stat(path.c_str(), &what) == 0 && !S_ISREG(what.st_mode);
+}
+
 bool isFileOf(const std::string& path, int file) {
   struct stat named {
   }, opened{};
@@ -68,12 +73,10 @@ Result<void> ResumableFile::open(const std::string& path, const std::string& key
   m_path = path;
   m_part = path + ".part";
   m_journalPath = path + ".journal";
+  m_keepsJournal = begin == Begin::resume;
   const bool isInterrupted = exists(m_part);
-  if (begin == Begin::resume && exists(m_path) && !isInterrupted) {
-    ::unlink(m_journalPath.c_str());
-    m_isComplete = true;
-    return {};
-  }
+  if (isSpecial(m_path)) return Error{ErrorCode::unwritable, "is not a regular file", m_path};
+  if (begin == Begin::resume && exists(m_path) && !isInterrupted) return openFinished(key);
   if (begin != Begin::force && exists(m_path))
     return Error{ErrorCode::unwritable, "already exists; --force overwrites it", m_path};
   if (begin == Begin::fresh && isInterrupted)
@@ -91,6 +94,15 @@ Result<void> ResumableFile::open(const std::string& path, const std::string& key
   return beginJournal(key);
 }
 
+/// FILE is there: it has to be that of this call.
+Result<void> ResumableFile::openFinished(const std::string& key) {
+  if (!exists(m_journalPath))
+    return Error{ErrorCode::unwritable, "already exists, and no journal says of what; --force overwrites it",
+                 m_path};
+  m_isComplete = true;
+  return readJournal(key);
+}
+
 /// Only lines that are whole count: the last one may be cut off. Nothing is done yet without a journal.
 Result<void> ResumableFile::readJournal(const std::string& key) {
   std::ifstream file(m_journalPath, std::ios::binary);
@@ -102,15 +114,17 @@ Result<void> ResumableFile::readJournal(const std::string& key) {
     return Error{ErrorCode::badValue, "was begun with other sources or options", m_journalPath};
   while (std::getline(text, line) && !text.eof()) {
     std::istringstream fields(line);
-    std::uint64_t messages = 0, bytes = 0;
-    if (!(fields >> messages >> bytes)) break;
+    std::uint64_t messages = 0, unreadable = 0, bytes = 0;
+    if (!(fields >> messages >> unreadable >> bytes)) break;
     m_messages = messages;
+    m_unreadable = unreadable;
     m_bytes = bytes;
     m_lastName = line.substr(std::min(line.size(), static_cast<std::size_t>(fields.tellg()) + 1));
   }
   std::error_code error;
-  if (std::filesystem::file_size(m_part, error) < m_bytes || error)
-    return Error{ErrorCode::badValue, "is shorter than its journal says", m_part};
+  const std::string& written = m_isComplete ? m_path : m_part;
+  if (std::filesystem::file_size(written, error) < m_bytes || error)
+    return Error{ErrorCode::badValue, "is shorter than its journal says", written};
   return {};
 }
 
@@ -120,13 +134,23 @@ Result<void> ResumableFile::beginJournal(const std::string& key) {
   m_journal = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
   if (m_journal < 0) return failed(temporary);
   std::string text = std::string(kJournalHead) + key + "\n";
-  if (m_messages > 0)
-    text += std::to_string(m_messages) + " " + std::to_string(m_bytes) + " " + m_lastName + "\n";
+  if (m_messages > 0) text += journalLine();
   if (!writeAll(m_journal, text) || ::fdatasync(m_journal) != 0 ||
       ::rename(temporary.c_str(), m_journalPath.c_str()) != 0)
     return failed(m_journalPath);
   syncFolderOf(m_journalPath);
   return {};
+}
+
+std::string ResumableFile::journalLine() const {
+  return std::to_string(m_messages) + " " + std::to_string(m_unreadable) + " " + std::to_string(m_bytes) +
+         " " + m_lastName + "\n";
+}
+
+Result<void> ResumableFile::addUnreadable(const std::string& name) {
+  ++m_unreadable;
+  ++m_unsaved;  // so that it is saved even if nothing else is
+  return add({}, name);
 }
 
 Result<void> ResumableFile::add(std::string_view record, const std::string& name) {
@@ -155,19 +179,17 @@ Result<void> ResumableFile::save() {
   if (m_unsaved == 0) return {};
   if (Result<void> written = write(); !written) return written;
   if (::fdatasync(m_file) != 0) return failed(m_part);
-  const std::string line =
-      std::to_string(m_messages) + " " + std::to_string(m_bytes) + " " + m_lastName + "\n";
-  if (!writeAll(m_journal, line) || ::fdatasync(m_journal) != 0) return failed(m_journalPath);
+  if (!writeAll(m_journal, journalLine()) || ::fdatasync(m_journal) != 0) return failed(m_journalPath);
   m_unsaved = 0;
   return {};
 }
 
 Result<void> ResumableFile::finish() {
-  if (Result<void> written = write(); !written) return written;
-  if (::fsync(m_file) != 0) return failed(m_part);
+  ++m_unsaved;
+  if (Result<void> saved = save(); !saved) return saved;
   if (::rename(m_part.c_str(), m_path.c_str()) != 0) return failed(m_path);
   syncFolderOf(m_path);
-  ::unlink(m_journalPath.c_str());
+  if (!m_keepsJournal) ::unlink(m_journalPath.c_str());
   return {};
 }
 

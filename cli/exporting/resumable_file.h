@@ -31,8 +31,10 @@ class ResumableFile {
 
   /// @param key  stands for the sources and options; one line.
   Result<void> open(const std::string& path, const std::string& key, Begin begin);
-  /// FILE is there, and nothing is left to do.
+  /// FILE is there, and its journal says that nothing is left to do.
   bool isComplete() const noexcept { return m_isComplete; }
+  /// How many messages could not be read, in earlier runs too.
+  std::uint64_t unreadable() const noexcept { return m_unreadable; }
   /// Messages that are done.
   std::uint64_t messages() const noexcept { return m_messages; }
   /// Whether the last of them has this name.
@@ -42,23 +44,28 @@ class ResumableFile {
   void beginWith(std::string_view head) { m_buffer = head; }
   /// Adds the record of one message.
   Result<void> add(std::string_view record, const std::string& name);
+  /// Counts a message that has no record because it could not be read.
+  Result<void> addUnreadable(const std::string& name);
   /// Whether so much was added, or so long ago, that it is time for save().
   bool isDue() const;
   /// Makes everything that was added durable.
   Result<void> save();
-  /// The same, and gives the file its name.
+  /// The same, and gives the file its name. The journal stays after Begin::resume, so that the next call
+  /// knows what is done.
   Result<void> finish();
 
  private:
   Result<void> readJournal(const std::string& key);
+  Result<void> openFinished(const std::string& key);
+  std::string journalLine() const;
   Result<void> beginJournal(const std::string& key);
   Result<void> write();
   Error failed(const std::string& path) const;
 
   std::string m_path, m_part, m_journalPath;
   int m_file = -1, m_journal = -1;
-  bool m_isComplete = false;
-  std::uint64_t m_messages = 0, m_bytes = 0, m_unsaved = 0;
+  bool m_isComplete = false, m_keepsJournal = false;
+  std::uint64_t m_messages = 0, m_unreadable = 0, m_bytes = 0, m_unsaved = 0;
   std::string m_lastName, m_buffer;
   std::chrono::steady_clock::time_point m_saved = std::chrono::steady_clock::now();
 };

@@ -5,7 +5,10 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <filesystem>
+#include <random>
+#include <string>
 #include <system_error>
 
 #include "cli/support/errors.h"
@@ -13,9 +16,16 @@
 namespace mailtree::cli {
 namespace {
 
+/// A name that no process of any host has: several may write to the same folder.
+std::string temporaryName() {
+  static const std::uint64_t seed = std::uint64_t{std::random_device()()} << 32 | std::random_device()();
+  static std::atomic<unsigned> number = 0;
+  return ".mailtree-" + std::to_string(seed) + "-" + std::to_string(number++) + ".tmp";
+}
+
 /// 0 or an errno.
 int writeNew(const std::string& path, std::string_view bytes) {
-  const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
   if (file < 0) return errno;
   int error = 0;
   while (error == 0 && !bytes.empty()) {
@@ -30,10 +40,8 @@ int writeNew(const std::string& path, std::string_view bytes) {
 }  // namespace
 
 bool writeWhole(const std::string& path, std::string_view bytes) {
-  static std::atomic<unsigned> number = 0;
   const std::string folder = std::filesystem::path(path).parent_path().string();
-  const std::string temporary = (folder.empty() ? "." : folder) + "/." + std::to_string(::getpid()) + "-" +
-                                std::to_string(number++) + ".tmp";
+  const std::string temporary = (folder.empty() ? "." : folder) + "/" + temporaryName();
   int error = writeNew(temporary, bytes);
   if (error == 0 && ::rename(temporary.c_str(), path.c_str()) != 0) error = errno;
   if (error == 0) return true;

@@ -10,6 +10,7 @@
 namespace mailtree::cli {
 namespace {
 
+namespace fs = std::filesystem;
 using Kind = MailSource::Kind;
 
 /// What a file in a folder counts for, beside bytes of mailboxes. Any number gives parts that fit together.
@@ -36,13 +37,21 @@ std::optional<std::uint64_t> numberInEnvironment(const char* name) {
   return value ? numberIn(value) : std::nullopt;
 }
 
+/// Some tasks of an array that are submitted again look like an array of their own: the numbers tell the
+/// parts only when they begin at 0 or 1 and have no gaps.
+Result<Shard> shardOfWholeArray(std::uint64_t id) {
+  const std::uint64_t first = numberInEnvironment("SLURM_ARRAY_TASK_MIN").value_or(1);
+  const std::uint64_t count = numberInEnvironment("SLURM_ARRAY_TASK_COUNT").value_or(0);
+  const std::uint64_t last = numberInEnvironment("SLURM_ARRAY_TASK_MAX").value_or(first + count - 1);
+  if (count == 0 || first > 1 || id < first || last + 1 != first + count)
+    return Error{ErrorCode::badValue, "these tasks are no whole array of 1 to N: say auto/N", {}};
+  return Shard{id - first + 1, count};
+}
+
 Result<Shard> shardOfEnvironment(std::optional<std::uint64_t> of) {
   if (const auto id = numberInEnvironment("SLURM_ARRAY_TASK_ID")) {
-    const std::uint64_t first = numberInEnvironment("SLURM_ARRAY_TASK_MIN").value_or(1);
-    const std::uint64_t step =
-        std::max<std::uint64_t>(1, numberInEnvironment("SLURM_ARRAY_TASK_STEP").value_or(1));
-    if (!of) of = numberInEnvironment("SLURM_ARRAY_TASK_COUNT");
-    if (of && *id >= first) return Shard{(*id - first) / step + 1, *of};
+    if (of) return Shard{*id, *of};
+    return shardOfWholeArray(*id);
   }
   const auto job = numberInEnvironment("PARALLEL_SEQ");
   if (job && of) return Shard{*job, *of};
@@ -67,6 +76,10 @@ std::uint64_t countIn(const std::string& argument) {
 /// An argument as a whole; the end is what it counts for.
 Result<Piece> wholeOf(const std::string& argument) {
   if (argument == "-") return Error{ErrorCode::badValue, "standard input has no parts", {}};
+  std::error_code ignored;
+  const fs::file_status status = fs::status(argument, ignored);
+  if (fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status))
+    return Error{ErrorCode::badValue, "is not a file or folder, so it has no parts", argument};
   Piece piece{argument};
   piece.end = sizeOf(argument);
   Result<MailSource> source = MailSource::open(argument);

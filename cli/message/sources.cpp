@@ -29,6 +29,17 @@ std::string hasOnly(std::uint64_t count) {
   return "has only " + std::to_string(count) + (count == 1 ? " message" : " messages");
 }
 
+/// Whether the first of what is compressed or packed is mail, or cannot be read, which is for the user to
+/// know.
+bool holdsMail(const fs::path& path) {
+  Result<MailSource> source = MailSource::open(path.string(), {.headersOnly = true});
+  SourceMessage message;
+  if (!source) return true;
+  if (!source->next(message)) return source->error() != nullptr;
+  return message.error || source->kind() != Kind::message ||
+         findFirstField(std::string_view(message.bytes).substr(0, kMagicBytes)) != std::string_view::npos;
+}
+
 /// Whether a file whose name does not tell may be mail. One that cannot be read is an error when it is
 /// opened.
 bool mayBeMail(const fs::path& path) {
@@ -36,8 +47,8 @@ bool mayBeMail(const fs::path& path) {
   std::string start(kMagicBytes, '\0');
   if (!file.read(start.data(), static_cast<std::streamsize>(start.size())) && !file.eof()) return true;
   start.resize(static_cast<std::size_t>(file.gcount()));
-  return trimLeft(start).starts_with("From ") || beginsArchive(start) ||
-         findFirstField(start) != std::string_view::npos;
+  if (beginsArchive(start)) return holdsMail(path);
+  return trimLeft(start).starts_with("From ") || findFirstField(start) != std::string_view::npos;
 }
 
 /// Files directly in a folder that are not named as messages, and begin like mail; the first one last.

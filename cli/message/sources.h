@@ -1,9 +1,8 @@
 // cli/message/sources.h - the messages that command-line arguments name.
 //
 //   Arguments  A file, mailbox, Maildir, folder or archive; "-" is standard input. "box.mbox#12" is message
-//   12
-//              of a mailbox, "box.mbox@4096" the one whose separator line begins at that byte. A file of such
-//              a name wins.
+//              12 of a mailbox, "box.mbox@4096" the one whose separator line begins at that byte. A file of
+//              such a name wins.
 //   Lists      Files with further arguments: one a line, or with a NUL after each.
 //   Names      A message is printed under the name of nameOf(), which is an argument again.
 //   Folders    Of a folder that is no mailbox, the .eml files of the tree are messages, and any other file

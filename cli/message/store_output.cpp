@@ -21,7 +21,7 @@ Option addStoreOutput(Verb verb, const std::string& option, std::string& target,
 }
 
 Exit StoreOutput::open(const Target& target) {
-  m_target = target.path;
+  m_target = target;
   Result<MailWriterPtr> writer = openTarget(target);
   if (!writer) return report(writer.error());
   m_writer = *std::move(writer);
@@ -31,15 +31,31 @@ Exit StoreOutput::open(const Target& target) {
 Exit StoreOutput::add(std::string_view message, const SourceMessage& source) {
   Delivery delivery{.sender = source.sender, .date = source.date};
   if (source.flags) delivery.flags = *source.flags;
-  return report(m_writer->add(message, delivery));
+  MailWriter* const writer = writerFor(source.folder);
+  return writer ? report(writer->add(message, delivery)) : Exit::unreadable;
 }
 
-Exit StoreOutput::finish() { return report(m_writer->flush()); }
+MailWriter* StoreOutput::writerFor(const std::string& folder) {
+  if (folder.empty() || m_target.kind == Target::Kind::mbox) return m_writer.get();
+  const auto [found, isNew] = m_folders.try_emplace(folder);
+  if (!isNew) return found->second.get();
+  Result<MailWriterPtr> writer = openTarget(subfolderOf(m_target, folder));
+  if (writer) return (found->second = *std::move(writer)).get();
+  report(writer.error());
+  return nullptr;
+}
+
+Exit StoreOutput::finish() {
+  Exit result = report(m_writer->flush());
+  for (const auto& [name, writer] : m_folders)
+    if (writer) result = worse(result, report(writer->flush()));
+  return result;
+}
 
 /// Only the first error is reported: on a full disk every message would have one.
 Exit StoreOutput::report(const Result<void>& done) {
   if (done) return Exit::fine;
-  if (!m_hasFailed) reportError(m_target, problemOf(done.error()));
+  if (!m_hasFailed) reportError(m_target.path, problemOf(done.error()));
   m_hasFailed = true;
   return Exit::unreadable;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 
@@ -21,8 +22,8 @@ Option addStoreOutput(Verb verb, const std::string& option, std::string& target,
 inline constexpr const char* kStoreDescription =
     "For any number of messages: append to a mailbox or folder, mbox:FILE, maildir:FOLDER or dir:FOLDER";
 
-/// Writes messages to what such an option names. All operations return fine, or another status after
-/// reporting an error.
+/// Writes messages to what such an option names; those of a subfolder to a folder of the same name there,
+/// except in an mbox. All operations return fine, or another status after reporting an error.
 class StoreOutput {
  public:
   Exit open(const Target& target);
@@ -34,9 +35,12 @@ class StoreOutput {
 
  private:
   Exit report(const Result<void>& done);
+  /// Of messages from a subfolder, which is empty for the target itself; null after reporting an error.
+  MailWriter* writerFor(const std::string& folder);
 
-  std::string m_target;
+  Target m_target;
   MailWriterPtr m_writer;
+  std::map<std::string, MailWriterPtr> m_folders;  ///< By their names.
   bool m_hasFailed = false;
 };
 

@@ -46,17 +46,21 @@ class Streaming::State {
  public:
   State(const SourceArguments& arguments, const StreamSettings& settings, MessageFeed given)
       : sources(arguments),
-        feed(given ? std::move(given) : [this](SourceMessage& message) { return sources.next(message); }),
+        isPart(given != nullptr),
+        feed(isPart ? std::move(given) : [this](SourceMessage& message) { return sources.next(message); }),
         threads(settings.jobs),
-        bar(bytesIn(arguments), "messages", settings.hidesProgress) {}
+        bar(isPart ? 0 : bytesIn(arguments), "messages", settings.hidesProgress) {}
 
   Sources sources;
+  bool isPart;  ///< The feed is not all of the sources.
   MessageFeed feed;
   std::function<void(const SourceMessage&)> whenUnreadable;
   unsigned threads;
   ProgressBar bar;
   InterruptGuard interrupt;
   std::uint64_t messages = 0, unreadable = 0, bytes = 0;
+  Exit worst = Exit::fine;  ///< Of what could not be read.
+  StreamEnd end = StreamEnd::whole;
 };
 
 Streaming::Streaming(const SourceArguments& arguments, const StreamSettings& settings, MessageFeed feed)
@@ -79,14 +83,19 @@ bool Streaming::isReadable(const SourceMessage& message) {
   m_state->bar.show(m_state->messages, m_state->bytes);
   if (!message.error) return true;
   ++m_state->unreadable;
+  const bool isTooLarge = message.error->code == ErrorCode::tooLarge;
+  m_state->worst = worse(m_state->worst, isTooLarge ? Exit::limit : Exit::unreadable);
   reportError(nameOf(message), problemOf(*message.error));
   if (m_state->whenUnreadable) m_state->whenUnreadable(message);
   return false;
 }
 
+StreamEnd Streaming::end() const noexcept { return m_state->end; }
+
 Exit Streaming::finish(StreamEnd end) {
-  const State& state = *m_state;
-  Exit result = state.unreadable > 0 ? Exit::unreadable : Exit::fine;
+  State& state = *m_state;
+  state.end = end;
+  Exit result = state.worst;
   if (state.unreadable > 0 && state.messages > 1)
     reportError(std::to_string(state.unreadable) + " of " + std::to_string(state.messages) +
                 " messages could not be read");

@@ -58,6 +58,9 @@ class Streaming {
     return finish(end);
   }
 
+  /// How it ended, after run().
+  StreamEnd end() const noexcept;
+
  private:
   class State;
 

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <system_error>
 
@@ -28,6 +29,18 @@ Target targetNamed(const std::string& text) {
   else if (text.ends_with('/') || std::filesystem::is_directory(text, ignored))
     target.kind = Target::Kind::folder;
   return target;
+}
+
+Target subfolderOf(const Target& target, const std::string& folder) {
+  if (target.kind == Target::Kind::maildir) {  // Maildir++ has all of them side by side
+    std::string name = folder;
+    std::ranges::replace(name, '/', '.');
+    return {target.kind, target.path + "/." + name};
+  }
+  const std::filesystem::path path = std::filesystem::path(target.path) / folder;
+  std::error_code ignored;  // opening it says what is wrong
+  std::filesystem::create_directories(path.parent_path(), ignored);
+  return {target.kind, path.string()};
 }
 
 Result<MailWriterPtr> openTarget(const Target& target) {

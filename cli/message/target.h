@@ -19,6 +19,8 @@ Result<Target> targetOf(std::string_view text);
 /// The same for a name that may also be without a prefix: a Maildir or folder that is there or ends in "/",
 /// else an mbox.
 Target targetNamed(const std::string& text);
+/// Where messages of a subfolder, such as "Archive/2026", belong; creates folders that are above it.
+Target subfolderOf(const Target& target, const std::string& folder);
 Result<MailWriterPtr> openTarget(const Target& target);
 
 }  // namespace mailtree::cli

@@ -15,7 +15,7 @@ namespace {
 
 /// The header and perhaps more: its end is judged more strictly when it is read.
 std::string_view headerAtLeast(std::string_view message) noexcept {
-  const std::size_t begin = std::min(message.find_first_not_of("\r\n"), message.size());
+  const std::size_t begin = std::min(message.find_first_not_of(" \t\r\n"), message.size());
   const std::size_t end =
       std::min(findSubstring(message, "\n\n", begin), findSubstring(message, "\n\r\n", begin));
   return message.substr(0, end);

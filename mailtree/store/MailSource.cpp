@@ -264,10 +264,11 @@ Result<void> readMessage(SourceMessage& message, const SourceOptions& options) {
   if (message.error) return *message.error;
   if (message.hasBytes) return {};
   Result<void> done = guarded<void>([&] { return readFile(message, checked(options)); });
-  if (done)
+  if (done) {
     message.hasBytes = true;
-  else
-    message.bytes.clear();
+    message.length = message.bytes.size();
+  }
+  if (!done) message.bytes.clear();
   return done;
 }
 

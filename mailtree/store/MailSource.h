@@ -33,7 +33,7 @@ struct SourceMessage {
   std::string entry;         ///< In an archive: the name there.
   std::uint64_t number = 0;  ///< From 1 in its source; 0 after a start in the middle of an mbox.
   std::uint64_t offset = 0;  ///< In an mbox: where its separator line begins.
-  std::uint64_t length = 0;  ///< In an mbox: from there to the next separator or the end.
+  std::uint64_t length = 0;  ///< In an mbox: from there to the next separator or the end; else what was read.
   bool sharesFile = false;   ///< Its file has others, or is an archive; number or offset tell which it is.
   std::string folder;        ///< Below the folder that was opened, such as "Archive/2026"; empty at its top.
   bool isInMaildir = false;  ///< Its file may be renamed at any time; readMessage() follows it.

@@ -203,8 +203,11 @@ Result<MboxReader::Lengths> MboxReader::contentByLength(std::uint64_t begin) {
   for (std::uint64_t size = kJudgedBytes; header.size == std::string_view::npos; size *= 4) {
     if (size > kLargestHeader) return Lengths{};
     if (Result<void> done = m_window.ensure(begin, size, m_at); !done) return std::move(done).error();
-    header = readMboxHeader(m_window.text(begin).substr(0, kLargestHeader));
-    if (m_window.isAtEnd()) break;
+    const std::string_view text = m_window.text(begin).substr(0, kLargestHeader);
+    header = readMboxHeader(text);
+    // A header has no such line: it would be looked for again and again in the messages that follow.
+    const bool isOver = m_window.isAtEnd() || findSubstring(text, "\nFrom ") < header.size;
+    if (isOver) break;
   }
   const std::uint64_t most = m_window.file() ? kLargestLength : kFollowedInStream;
   if (header.size == std::string_view::npos || header.contentLength.value_or(most + 1) > most)

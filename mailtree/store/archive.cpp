@@ -229,12 +229,14 @@ class ArchiveReader final : public SourceReader {
 
   static bool isPartial(std::string_view name) { return contains(name, "/tmp/") || name.starts_with("tmp/"); }
 
-  /// An .eml file, or one in a Maildir.
+  /// An .eml file, or one in a Maildir or an MH folder.
   static bool isMessageName(std::string_view name) {
     const std::string_view folder = name.substr(0, name.size() - baseName(name).size());
     const bool isInMaildir =
         folder == "cur/" || folder == "new/" || folder.ends_with("/cur/") || folder.ends_with("/new/");
-    return endsWithNoCase(name, ".eml") || isInMaildir;
+    const std::string_view file = baseName(name);
+    const bool isNumber = !file.empty() && std::ranges::all_of(file, isDigitAscii);
+    return endsWithNoCase(name, ".eml") || isInMaildir || isNumber;
   }
 
   Feed m_feed;
