@@ -2,6 +2,7 @@
 // name is complete.
 #include <mailtree/email/Email2.h>
 #include <mailtree/mailtree.h>
+#include <mailtree/store/MailSource.h>
 
 #include <iostream>
 #include <string>
