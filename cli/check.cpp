@@ -1,5 +1,4 @@
 // cli/check.cpp - mailtree check: what is wrong with messages.
-#include <algorithm>
 #include <iostream>
 #include <memory>
 
@@ -26,8 +25,9 @@ struct CheckOptions {
   KeyOptions keys;
 
   Problem::Severity leastSeverity() const {
-    return *std::ranges::find_if(kSeverities,
-                                 [this](auto each) { return equalsNoCase(nameOf(each), least); });
+    for (const Problem::Severity each : kSeverities)
+      if (equalsNoCase(nameOf(each), least)) return each;
+    return Problem::Severity::note;
   }
 };
 

@@ -18,7 +18,7 @@ Result<void> HashFolder::open() {
 }
 
 std::string HashFolder::add(std::string_view bytes) {
-  const std::string hash = sha256Hex(bytes);
+  std::string hash = sha256Hex(bytes);
   const std::string folder = m_folder + "/" + hash.substr(0, 2), path = folder + "/" + hash;
   std::error_code failed;
   if (fs::file_size(path, failed) == bytes.size() && !failed) return hash;

@@ -172,7 +172,7 @@ Result<bool> Sources::openNext() {
     m_others.pop_back();
   } else {
     std::string argument;
-    const Result<bool> given = m_arguments->next(argument);
+    Result<bool> given = m_arguments->next(argument);
     m_wanted = wantedBy(argument);
     if (!given || !*given) return given;
   }
