@@ -128,6 +128,11 @@ const Message* LazyMessage::message() {
   return *m_message ? &**m_message : nullptr;
 }
 
+Result<Message> LazyMessage::takeMessage() {
+  message();
+  return *std::move(m_message);
+}
+
 std::size_t LazyMessage::attachmentCount() {
   if (isPlainText() || !message()) return 0;
   return message()->attachments().size();

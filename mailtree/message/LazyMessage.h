@@ -60,6 +60,8 @@ class MAILTREE_API LazyMessage {
   /// @{
   /// The message, its layers opened; null when there is not enough memory for it.
   const Message* message();
+  /// The same, to keep; the next step must be assign().
+  Result<Message> takeMessage();
   std::size_t attachmentCount();
   bool isSigned();
   bool isEncrypted();
