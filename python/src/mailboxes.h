@@ -1,0 +1,93 @@
+// python/src/mailboxes.h - messages that are read ahead by other threads, for a Python program that takes
+// them.
+//
+//   Threads    None of the threads that read ever waits for the interpreter lock.
+//   Memory     What was read and not taken is limited; then reading waits.
+//   End        close() ends the threads. So does the end of the interpreter, which must not be outlived.
+//   Fork       A child process has no threads of its parent: taking from its copy is an error there, and the
+//              copy is never destroyed, because that would wait for them.
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "mailtree/message/MessageStream.h"
+#include "python/src/expressions.h"
+#include "python/src/keys.h"
+#include "python/src/mail.h"
+
+namespace mailtree::python {
+
+struct MailboxOptions {
+  std::vector<std::string> paths;
+  std::optional<Expression> where;
+  KeyRingPtr keys;
+  unsigned threads = 0;
+  std::size_t memory = 0;  ///< Bytes of messages in flight, and as many that wait to be taken.
+  std::uint64_t part = 0, parts = 1;
+};
+
+class Mailboxes {
+ public:
+  struct Item {
+    Place place;
+    Result<Message> message;
+  };
+  enum class Step { item, end, wait };
+
+  explicit Mailboxes(MailboxOptions options);
+  Mailboxes(const Mailboxes&) = delete;
+  Mailboxes& operator=(const Mailboxes&) = delete;
+  ~Mailboxes();
+
+  /// Gives the next item when there is one at once; otherwise `wait`.
+  Step takeAtOnce(std::optional<Item>& item);
+  /// Waits for it for a while. Without the interpreter lock.
+  Step waitFor(std::optional<Item>& item);
+  void close();
+  bool isClosed() const { return m_isClosed; }
+  /// A child process has none of its threads, and no way to end what they hold.
+  bool isOfThisProcess() const;
+  static void closeAll();
+
+ private:
+  void run();
+  bool add(Item&& item, std::size_t bytes);
+  bool flush();
+  void endWith(StreamEnd end);
+  std::optional<Item> popTaken();
+
+  const MailboxOptions m_options;
+  const pid_t m_process;
+  std::atomic<bool> m_isCancelled = false, m_isClosed = false;
+
+  std::mutex m_takers;        ///< One at a time.
+  std::vector<Item> m_taken;  ///< The last one is the next.
+
+  std::mutex m_mutex;  ///< For what follows.
+  std::condition_variable m_changed;
+  std::vector<Item> m_ready;
+  std::size_t m_readyBytes = 0;
+  std::optional<StreamEnd> m_end;
+
+  std::vector<Item> m_pending;  ///< Of the reading thread.
+  std::size_t m_pendingBytes = 0;
+  std::thread m_thread;
+};
+
+struct EndMailboxes {
+  void operator()(Mailboxes* mailboxes) const {
+    if (mailboxes->isOfThisProcess()) delete mailboxes;
+  }
+};
+using MailboxesPtr = std::unique_ptr<Mailboxes, EndMailboxes>;
+
+}  // namespace mailtree::python
