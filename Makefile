@@ -7,7 +7,7 @@ FASTER := $(if $(shell command -v ccache),-DCMAKE_CXX_COMPILER_LAUNCHER=ccache,-
 CMAKE := cmake -G Ninja $(FASTER)
 DEMO_FLAGS ?=
 
-.PHONY: help demo test bench fuzz asan tsan format format-check lint doc install-check abi-check abi-record deb deb-check check clean
+.PHONY: help demo test bench fuzz asan tsan format format-check lint doc install-check abi-check abi-record deb deb-check python python-check python-bench wheel check clean
 
 help: ## Show the targets
 	@grep -hE '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | sed 's/:.*## /\t/' | expand -t 16
@@ -31,9 +31,30 @@ test: ## Build and run all tests; with sanitizers: PRESET=asan
 
 bench: ## Build and run the benchmarks and print them as one table
 	@scripts/setup bench
-	@$(CMAKE) -S . -B $(BUILD)/bench -DCMAKE_BUILD_TYPE=Release -DMAILTREE_BUILD_BENCH=ON >/dev/null
+	@$(CMAKE) -S . -B $(BUILD)/bench -DCMAKE_BUILD_TYPE=Release -DMAILTREE_BUILD_BENCH=ON $(WITH_PYTHON) >/dev/null
 	@cmake --build $(BUILD)/bench
 	@scripts/bench $(BUILD)/bench
+
+# Another python3 may come first on PATH and have none of the packages.
+PYTHON ?= /usr/bin/python3
+WITH_PYTHON = -DMAILTREE_BUILD_PYTHON=ON -DPython_EXECUTABLE=$(PYTHON)
+PYTHON_ENV = PYTHONPATH=$(CURDIR)/$(BUILD)/python/python
+$(BUILD)/python/built: FORCE
+	@scripts/setup python
+	@$(CMAKE) -S . -B $(BUILD)/python -DCMAKE_BUILD_TYPE=Release -DMAILTREE_BUILD_CLI=OFF $(WITH_PYTHON) >/dev/null
+	@cmake --build $(BUILD)/python --target mailtree_python
+
+python: $(BUILD)/python/built ## Build the Python module; PYTHONPATH=build/python/python
+
+python-check: $(BUILD)/python/built ## Test the Python module, its types, examples and documentation
+	@$(PYTHON_ENV) $(PYTHON) -m pytest -q -p no:cacheprovider python/tests
+
+python-bench: $(BUILD)/python/built ## Compare the Python module with the standard library, over an mbox of 1 GB
+	@$(PYTHON_ENV) $(PYTHON) bench/python_module.py --mbox-bytes 1000000000
+
+wheel: ## Build the wheel of the Python module into build/dist
+	@scripts/setup python
+	@$(PYTHON) -m pip wheel --no-build-isolation --no-deps -q -w $(BUILD)/dist . && ls $(BUILD)/dist
 
 asan tsan: ## Build and run the tests with sanitizers
 	@scripts/setup check
@@ -46,7 +67,8 @@ fuzz: ## Replay the seeds and fuzz each target for FUZZ_SECONDS (60)
 	@scripts/fuzz $(BUILD)/fuzz $${FUZZ_SECONDS:-60}
 
 SOURCES = $(shell git ls-files --cached --others --exclude-standard -- 'mailtree/*.cpp' 'mailtree/*.h' 'cli/*.cpp' 'cli/*.h' \
-	'tests/*.cpp' 'tests/*.h' 'bench/*.cpp' 'bench/*.h' 'fuzz/*.cpp' 'fuzz/*.h' 'examples/*.cpp')
+	'tests/*.cpp' 'tests/*.h' 'bench/*.cpp' 'bench/*.h' 'fuzz/*.cpp' 'fuzz/*.h' 'examples/*.cpp' \
+	'python/*.cpp' 'python/*.h')
 
 format: ## Format all sources
 	@clang-format -i $(SOURCES)
