@@ -16,6 +16,7 @@ import mailbox
 import pathlib
 import random
 import statistics
+import sys
 import tempfile
 import time
 from collections.abc import Callable
@@ -31,7 +32,8 @@ def short_mail(chance: random.Random) -> bytes:
     """1-6 kB: what a mailing list or a colleague sends."""
     text = "\n".join(" ".join(chance.choices(WORDS, k=12)) for _ in range(chance.randint(5, 70)))
     received = "".join(
-        f"Received: from mx{i}.see.example (mx{i}.see.example [192.0.2.{i}])\n\tby mail.berg.example with ESMTPS id {chance.random()}\n"
+        f"Received: from mx{i}.see.example (mx{i}.see.example [192.0.2.{i}])\n"
+        f"\tby mail.berg.example with ESMTPS id {chance.random()}\n"
         f"\tfor <jo@see.example>; Tue, 14 Apr 2026 09:12:4{i} +0200\n"
         for i in range(4)
     )
@@ -67,7 +69,8 @@ def compare(name: str, rounds: int, our: Callable[[], int], their: Callable[[], 
             times.append(time.perf_counter() - begin)
         assert abs(results[0] - results[1]) <= 0.02 * max(results), (name, results)
     one, other = statistics.median(seconds[0]), statistics.median(seconds[1])
-    print(f"python/{name}/standard_library {other / one:.1f} times as fast: {one:.3f} s, not {other:.2f} s, for {amount}", flush=True)
+    print(f"python/{name}/standard_library {other / one:.1f} times as fast: {one:.3f} s, not {other:.2f} s, for {amount}")
+    sys.stdout.flush()
 
 
 def bench_loading(rounds: int) -> None:

@@ -11,6 +11,8 @@ from __future__ import annotations
 
 import argparse
 import contextlib
+import datetime
+import email.utils
 import os
 import pathlib
 import random
@@ -31,19 +33,22 @@ sys.path.insert(0, str(HERE))
 from facts import table_of  # noqa: E402
 
 NAMES = ["anna", "jörg", "carmen", "rené", "jo"]
+FILE = "Content-Type: multipart/mixed; boundary=b\n\n--b\n\n{}--b\nContent-Type: application/pdf; name=plan.pdf\n\n%PDF\n--b--\n"
 
 
 def write_archive(path: pathlib.Path, count: int) -> None:
+    """A few write much, and there is more mail from year to year; every tenth message has a file."""
     chance = random.Random(7)
+    begin = datetime.datetime(2010, 1, 1, tzinfo=datetime.timezone.utc)
     with mailtree.Writer.mbox(path) as box:
         for i in range(count):
-            name = chance.choice(NAMES)
-            files = f"Content-Type: multipart/mixed; boundary=b{i}\n\n--b{i}\n\nPlan {i}\n--b{i}\n" \
-                f"Content-Type: application/pdf; name=plan.pdf\n\n%PDF\n--b{i}--\n" if i % 10 == 0 else "\n"  # fmt: skip
-            date = f"{1 + i % 28} {'Jan Feb Mar Apr May Jun Jul Aug Sep Oct Nov Dec'.split()[i // 28 % 12]} {2000 + i // 336 % 26}"
+            sender = min(int(chance.paretovariate(0.6)), 500)
+            date = begin + datetime.timedelta(days=16 * 365 * chance.random() ** 0.6)
+            text = "Bis Samstag am Hafen.\n" * chance.randint(1, 30)
             box.add(
-                f"From: {name} <{chance.randint(1, 500)}@see.example>\nTo: a@b.example, c@d.example\nSubject: Grüße {i}\n"
-                f"Message-ID: <{i}@see.example>\nDate: {date} 09:00:00 +0100\n{files}" + "Bis Samstag am Hafen.\n" * chance.randint(1, 30)
+                f"From: {chance.choice(NAMES)} <{sender}@see.example>\nTo: a@b.example, c@d.example\nSubject: Grüße {i}\n"
+                f"Message-ID: <{i}@see.example>\nDate: {email.utils.format_datetime(date)}\n"
+                + (FILE.format(text) if i % 10 == 0 else "\n" + text)
             )
 
 
@@ -57,12 +62,12 @@ def cluster(workers: int, folder: pathlib.Path) -> Iterator[tuple[str, list[subp
         command = [sys.executable, "-m", f"distributed.cli.dask_{program}", *options]
         return subprocess.Popen(command, env=environment, cwd=folder, stderr=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
 
-    processes = [start("scheduler", "--host", "127.0.0.1", "--port", "0", "--no-dashboard", "--scheduler-file", str(address_file))]
+    shared = ["--scheduler-file", str(address_file), "--host", "127.0.0.1", "--no-dashboard"]
+    processes = [start("scheduler", "--port", "0", *shared)]
     try:
         while not address_file.exists():
             time.sleep(0.05)
-        options = ["--scheduler-file", str(address_file), "--nthreads", "1", "--no-nanny", "--no-dashboard", "--host", "127.0.0.1"]
-        processes += [start("worker", *options) for _ in range(workers)]
+        processes += [start("worker", "--nthreads", "1", "--no-nanny", *shared) for _ in range(workers)]
         yield str(address_file), processes[1:]
     finally:
         for process in processes:

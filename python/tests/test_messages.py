@@ -51,7 +51,8 @@ def test_what_is_set_is_written() -> None:
     for name in ("from_", "to", "cc", "bcc", "reply_to", "subject", "date", "references", "text", "envelope"):
         assert getattr(again, name) == getattr(mail, name), name
     assert again.get_all("x-colour") == ["blau", "grün"]
-    assert [(p.name, p.type) for p in again.attachments][:2] == [("Übersicht.csv", "text/csv"), ("data.bin", "application/x-data")]
+    types = [(part.name, part.type) for part in again.attachments]
+    assert types[:2] == [("Übersicht.csv", "text/csv"), ("data.bin", "application/x-data")]
     assert [p.name for p in again.inline_items] == ["logo.png"] and again.calendar
     assert b"hidden" not in bytes(mail)
     del mail["X-Colour"]
