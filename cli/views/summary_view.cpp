@@ -114,9 +114,9 @@ void Summary::write(std::ostream& out, const ListStyle& style) const {
     const std::string shown = name.empty() ? "-" : singleSpaced(name), count = std::to_string(sums.messages),
                       size = humanSize(sums.bytes);
     const std::string_view fitting = style.columns ? fitWidth(shown, nameWidth) : std::string_view(shown);
-    std::string line = std::string(kMessages - std::min(count.size(), kMessages), ' ') + count + "  " +
-                       std::string(kBytes - std::min(size.size(), kBytes), ' ') + size + "  " +
-                       std::string(fitting);
+    std::string line(kMessages - std::min(count.size(), kMessages), ' ');
+    line.append(count).append("  ").append(kBytes - std::min(size.size(), kBytes), ' ').append(size);
+    line.append("  ").append(fitting);
     const std::size_t taken = kMessages + kBytes + nameWidth + kGaps;
     if (style.columns >= taken + kShortestBar)
       line += std::string(nameWidth - displayWidth(fitting) + 2, ' ') +

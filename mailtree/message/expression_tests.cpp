@@ -88,7 +88,8 @@ int numberIn(std::string_view digits) {
 
 /// "2026", "2026-03" or "2026-03-15", in seconds.
 std::optional<Range> dayRange(std::string_view text) {
-  using namespace std::chrono;
+  using std::chrono::day, std::chrono::days, std::chrono::month, std::chrono::months, std::chrono::sys_days,
+      std::chrono::sys_seconds, std::chrono::year, std::chrono::year_month_day, std::chrono::years;
   constexpr std::size_t kYear = 4, kMonth = 7, kDay = 10;
   const bool hasMonth = text.size() >= kMonth, hasDay = text.size() == kDay;
   if (text.size() != kYear && text.size() != kMonth && !hasDay) return std::nullopt;

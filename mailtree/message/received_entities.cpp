@@ -11,6 +11,7 @@ namespace {
 
 std::vector<ReceivedField> fieldsIn(const MimeHeader& header) {
   std::vector<ReceivedField> fields;
+  fields.reserve(static_cast<std::size_t>(header.getNumFields()));
   for (int i = 0; i < header.getNumFields(); ++i)
     fields.push_back({header.fieldName(i), header.rawValue(i), {}});
   return fields;

@@ -89,12 +89,13 @@ Result<void> FolderReader::list(Folder folder) {
 
 void FolderReader::addFolders(const std::vector<std::string>& names) {
   const bool isInMaildir = m_folder.kind == Kind::maildir;
-  for (auto name = names.rbegin(); name != names.rend(); ++name) {
-    const bool isPart = *name == "cur" || *name == "new" || *name == "tmp";
-    const bool isHidden = name->starts_with('.');
+  for (std::size_t i = names.size(); i-- > 0;) {
+    const std::string& name = names[i];
+    const bool isPart = name == "cur" || name == "new" || name == "tmp";
+    const bool isHidden = name.starts_with('.');
     if (isInMaildir ? isPart : isHidden) continue;
-    m_waiting.push_back({.path = joined(m_folder.path, *name),
-                         .name = joined(m_folder.name, isInMaildir ? maildirFolderName(*name) : *name)});
+    m_waiting.push_back({.path = joined(m_folder.path, name),
+                         .name = joined(m_folder.name, isInMaildir ? maildirFolderName(name) : name)});
   }
   for (const char* const part : {"new", "cur"})  // cur, the older ones, is next
     if (isInMaildir && has(names, part))

@@ -30,7 +30,7 @@ std::size_t lineEndSize(std::string_view text) noexcept {
 }  // namespace
 
 MboxReader::MboxReader(std::shared_ptr<FileReader> file, const SourceOptions& options)
-    : m_path(file->path()), m_options(options), m_window(file, options.window) {}
+    : m_path(file->path()), m_options(options), m_window(std::move(file), options.window) {}
 
 MboxReader::MboxReader(std::unique_ptr<ByteStream> stream, std::string path, const SourceOptions& options)
     : m_path(std::move(path)), m_options(options), m_window(std::move(stream), options.window) {}

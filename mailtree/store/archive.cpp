@@ -165,7 +165,7 @@ class ArchiveReader final : public SourceReader {
     for (;;) {
       if (m_entry && giveFrom(*m_entry, message)) return true;
       m_entry.reset();
-      const Result<bool> hasEntry = openEntry(message);
+      Result<bool> hasEntry = openEntry(message);
       if (!hasEntry || !*hasEntry || message.error) return hasEntry;
     }
   }

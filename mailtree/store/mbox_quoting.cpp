@@ -22,7 +22,8 @@ bool isSenderWord(std::string_view sender) noexcept {
 
 /// "Sat Nov 21 08:30:00 2026".
 void appendAsctime(std::chrono::sys_seconds time, std::string& out) {
-  using namespace std::chrono;
+  using std::chrono::December, std::chrono::hh_mm_ss, std::chrono::January, std::chrono::seconds,
+      std::chrono::sys_days, std::chrono::weekday, std::chrono::year, std::chrono::year_month_day;
   constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
   constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                      "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};

@@ -145,7 +145,8 @@ std::string_view fromWord(std::string_view line, std::string_view word) noexcept
 }
 
 std::optional<std::chrono::sys_seconds> valueOf(const DateWords& date, std::string_view line) {
-  using namespace std::chrono;
+  using std::chrono::day, std::chrono::minutes, std::chrono::month, std::chrono::seconds,
+      std::chrono::sys_days, std::chrono::year, std::chrono::year_month_day;
   if (!date.zone.empty() && !isNumericZone(date.zone)) return parsedDate(fromWord(line, date.weekday));
   const year_month_day days(year(numberOf(date.year, 4, 4)), month(static_cast<unsigned>(date.month) + 1),
                             day(static_cast<unsigned>(numberOf(date.day, 1, 2))));
