@@ -8,6 +8,7 @@
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
+#include "cli/support/json_text.h"
 #include "cli/support/terminal.h"
 #include "cli/views/problems_json.h"
 
@@ -60,7 +61,11 @@ Exit show(const std::string& name, const Checked& checked, const CheckOptions& o
     return Exit::unreadable;
   }
   if (options.json)
-    std::cout << lineOf({{"schema", kSchema}, {"file", name}, {"problems", problemsOf(checked.problems)}})
+    std::cout << ObjectText()
+                     .add("schema", kSchema)
+                     .add("file", name)
+                     .addSerialized("problems", problemsOf(checked.problems))
+                     .closed()
               << '\n';
   else
     for (const Problem& problem : checked.problems) writeProblem(name, problem);

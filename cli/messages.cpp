@@ -9,6 +9,7 @@
 #include "cli/message/input.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
+#include "cli/support/json_text.h"
 #include "cli/support/json_values.h"
 #include "cli/support/saving.h"
 #include "cli/support/terminal.h"
@@ -76,7 +77,7 @@ bool writeJson(const std::string& file, InnerMessages& messages, LimitSet limits
   while (const InnerMessage* message = messages.next()) list.push_back(jsonOf(*message));
   const bool any = !list.empty();
   limits.add(messages.limits());
-  std::cout << lineOf({{"schema", kSchema},
+  std::cout << textOf({{"schema", kSchema},
                        {"file", file},
                        {"messages", std::move(list)},
                        {"limits", limitsOf(limits)}})

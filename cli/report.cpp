@@ -6,6 +6,7 @@
 #include "cli/message/input.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
+#include "cli/support/json_text.h"
 #include "cli/support/json_values.h"
 #include "cli/support/terminal.h"
 #include "cli/support/terminal_table.h"
@@ -58,7 +59,7 @@ void writeJson(const std::string& file, const std::optional<Report>& report, Lim
     json["text"] = textOrNull(report->text);
   }
   json["limits"] = limitsOf(limits);
-  std::cout << lineOf(json) << '\n';
+  std::cout << textOf(json) << '\n';
 }
 
 void writeMessageLine(std::string_view line) {

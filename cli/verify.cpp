@@ -6,6 +6,7 @@
 #include "cli/message/input.h"
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
+#include "cli/support/json_text.h"
 #include "cli/support/terminal.h"
 #include "cli/views/layers.h"
 #include "cli/views/security_json.h"
@@ -57,7 +58,11 @@ Exit verify(Input& input, const VerifyOptions& options, const Keys& keys) {
   if (!message) return Exit::unreadable;
   const Security& security = message->security();
   if (options.json)
-    std::cout << lineOf({{"schema", kSchema}, {"file", input.name}, {"security", securityOf(security)}})
+    std::cout << ObjectText()
+                     .add("schema", kSchema)
+                     .add("file", input.name)
+                     .addSerialized("security", textOf(securityOf(security)))
+                     .closed()
               << '\n';
   else
     writeChecklist(security);

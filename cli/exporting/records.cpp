@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "cli/support/json_text.h"
 #include "cli/support/json_values.h"
 #include "cli/views/jmap_fields.h"
 #include "cli/views/jmap_view.h"
@@ -30,13 +31,13 @@ std::string rootIdOf(const mailtree::Message& message) {
 }
 
 /// Maildir's letters as keywords (RFC 8621, 4.1.1).
-Json keywordsOf(const SourceMessage& source) {
+std::string keywordsOf(const SourceMessage& source) {
   constexpr std::pair<char, const char*> kKeywords[] = {
       {'S', "$seen"}, {'F', "$flagged"}, {'R', "$answered"}, {'D', "$draft"}, {'P', "$forwarded"}};
-  Json keywords = Json::object();
+  ObjectText keywords;
   for (const auto& [letter, keyword] : kKeywords)
-    if (source.flags && source.flags->find(letter) != std::string::npos) keywords[keyword] = true;
-  return keywords;
+    if (source.flags && source.flags->find(letter) != std::string::npos) keywords.addIs(keyword, true);
+  return keywords.closed();
 }
 
 std::string namesOf(const mailtree::Message& message) {
@@ -92,9 +93,10 @@ void appendCell(std::string& row, std::string_view value) {
   row += '"';
 }
 
-std::string cellOf(const Json& value) {
-  if (value.is_null()) return {};
-  return value.is_string() ? value.get<std::string>() : textOf(value);
+/// A text without its quotes; anything else as JSON.
+std::string cellOf(const std::string& json) {
+  if (json == "null") return {};
+  return json.starts_with('"') ? Json::parse(json).get<std::string>() : json;
 }
 
 void appendLine(std::string& text, std::string_view name, std::string value) {
@@ -169,11 +171,11 @@ std::string Records::jsonOf(mailtree::Message& message, const SourceMessage& sou
   if (wants("size")) own.add("size", size);
   if (wants("threadId")) own.addOrNull("threadId", rootIdOf(message));
   if (wants("receivedAt")) own.addOrNull("receivedAt", source.date ? timeText(*source.date) : "");
-  if (wants("keywords")) own.addSerialized("keywords", textOf(keywordsOf(source)));
+  if (wants("keywords")) own.addSerialized("keywords", keywordsOf(source));
   if (wants("security"))
     own.addSerialized("security",
                       message.security().layers.empty() ? "null" : textOf(securityOf(message.security())));
-  if (wants("problems")) own.addSerialized("problems", textOf(problemsOf(message.problems())));
+  if (wants("problems")) own.addSerialized("problems", problemsOf(message.problems()));
   JmapOptions options{.properties = m_headers, .members = m_members};
   if (wants("file")) options.file = placeOf(source);
   if (m_options.attachments)

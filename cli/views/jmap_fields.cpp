@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <optional>
 
+#include "cli/support/json_text.h"
 #include "mailtree/message/field_forms.h"
 #include "mailtree/message/fields.h"
 #include "mailtree/message/times.h"
@@ -95,54 +96,61 @@ bool hasForm(std::string_view name, FieldForm form) {
 /// All that follows the colon, where nearly every program writes one blank.
 std::string rawOf(const MimeHeader& header, int field) { return " " + std::string(header.rawValue(field)); }
 
-Json addressListOf(const std::vector<Address>& addresses) {
-  Json list = Json::array();
+std::string addressListOf(const std::vector<Address>& addresses) {
+  ListText list;
   for (const Address& address : addresses)
-    list.push_back(objectOf({{"name", textOrNull(address.name)}, {"email", address.address}}));
-  return list;
+    list.addSerialized(ObjectText().addOrNull("name", address.name).add("email", address.address).closed());
+  return list.closed();
 }
 
-Json groupListOf(const std::vector<AddressGroup>& groups) {
-  Json list = Json::array();
+std::string groupListOf(const std::vector<AddressGroup>& groups) {
+  ListText list;
   for (const AddressGroup& group : groups)
-    list.push_back(
-        objectOf({{"name", textOrNull(group.name)}, {"addresses", addressListOf(group.addresses)}}));
-  return list;
+    list.addSerialized(ObjectText()
+                           .addOrNull("name", group.name)
+                           .addSerialized("addresses", addressListOf(group.addresses))
+                           .closed());
+  return list.closed();
 }
 
-Json listOrNull(const std::vector<std::string>& words) { return words.empty() ? Json() : Json(words); }
-
-Json valueOf(const MimeHeader& header, int field, FieldForm form) {
+std::string valueOf(const MimeHeader& header, int field, FieldForm form) {
   std::string scratch;
   switch (form) {
-    case FieldForm::raw: return rawOf(header, field);
-    case FieldForm::text: return trim(header.decodedValue(field));
+    case FieldForm::raw: return quotedText(rawOf(header, field));
+    case FieldForm::text: return quotedText(trim(header.decodedValue(field)));
     case FieldForm::addresses: return addressListOf(addressesIn(header, field));
     case FieldForm::groupedAddresses: return groupListOf(groupsIn(header, field));
     case FieldForm::messageIds:
-    case FieldForm::urls: return listOrNull(bracketedIn(header.unfoldedValue(field, scratch)));
+    case FieldForm::urls: return jmapWordsOf(bracketedIn(header.unfoldedValue(field, scratch)));
     case FieldForm::date: break;
   }
   const std::optional<Date> date = dateIn(header, field);
-  return date ? Json(timeText(*date)) : Json();
+  return date ? quotedText(timeText(*date)) : "null";
 }
 
 }  // namespace
 
-Json jmapFieldOf(const MimeHeader& header, std::string_view name, FieldForm form) {
-  int last = -1;
-  for (int i = header.findField(name); i >= 0; i = header.findField(name, i + 1)) last = i;
-  return last < 0 ? Json() : valueOf(header, last, form);
+std::string jmapWordsOf(const std::vector<std::string>& words) {
+  if (words.empty()) return "null";
+  ListText list;
+  for (const std::string& word : words) list.add(word);
+  return list.closed();
 }
 
-Json jmapPropertyOf(const MimeHeader& header, std::string_view property) {
+std::string jmapFieldOf(const MimeHeader& header, std::string_view name, FieldForm form) {
+  int last = -1;
+  for (int i = header.findField(name); i >= 0; i = header.findField(name, i + 1)) last = i;
+  return last < 0 ? "null" : valueOf(header, last, form);
+}
+
+std::string jmapPropertyOf(const MimeHeader& header, std::string_view property) {
   const Property wanted = readProperty(property);
   const FieldForm form = wanted.form().value_or(FieldForm::raw);
   if (!wanted.all) return jmapFieldOf(header, wanted.name, form);
-  Json list = Json::array();
+  ListText list;
   for (int i = header.findField(wanted.name); i >= 0; i = header.findField(wanted.name, i + 1))
-    list.push_back(valueOf(header, i, form));
-  return list;
+    list.addSerialized(valueOf(header, i, form));
+  return list.closed();
 }
 
 std::string problemOfJmapProperty(std::string_view property) {
@@ -161,12 +169,12 @@ std::string problemOfJmapProperty(std::string_view property) {
   return {};
 }
 
-Json jmapHeadersOf(const MimeHeader& header) {
-  Json list = Json::array();
+std::string jmapHeadersOf(const MimeHeader& header) {
+  ListText list;
   for (int i = 0; i < header.getNumFields(); ++i)
-    if (!header.fieldName(i).empty())
-      list.push_back(objectOf({{"name", header.fieldName(i)}, {"value", rawOf(header, i)}}));
-  return list;
+    if (const std::string_view name = header.fieldName(i); !name.empty())
+      list.addSerialized(ObjectText().add("name", name).add("value", rawOf(header, i)).closed());
+  return list.closed();
 }
 
 }  // namespace mailtree::cli

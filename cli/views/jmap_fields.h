@@ -3,22 +3,24 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
-#include "cli/support/json_values.h"
 #include "mailtree/mime/header/MimeHeader.h"
 
 namespace mailtree::cli {
 
 enum class FieldForm { raw, text, addresses, groupedAddresses, messageIds, date, urls };
 
-/// The value of the last field of this name; null when there is none, or it does not have this form.
-Json jmapFieldOf(const MimeHeader& header, std::string_view name, FieldForm form);
+/// As JSON: the value of the last field of this name; null when there is none, or it does not have this form.
+std::string jmapFieldOf(const MimeHeader& header, std::string_view name, FieldForm form);
 /// The value of a property such as "header:List-Post:asURLs:all", which has no problem.
-Json jmapPropertyOf(const MimeHeader& header, std::string_view property);
+std::string jmapPropertyOf(const MimeHeader& header, std::string_view property);
 /// Why this is no such property; empty when it is one.
 std::string problemOfJmapProperty(std::string_view property);
 
+/// A list of texts; null when there are none.
+std::string jmapWordsOf(const std::vector<std::string>& words);
 /// Name and raw value of every field, in order.
-Json jmapHeadersOf(const MimeHeader& header);
+std::string jmapHeadersOf(const MimeHeader& header);
 
 }  // namespace mailtree::cli

@@ -3,7 +3,7 @@
 #include <span>
 #include <utility>
 
-#include "cli/support/json_values.h"
+#include "cli/support/json_text.h"
 #include "cli/views/jmap_fields.h"
 #include "mailtree/base/Utf.h"
 #include "mailtree/message/displayed_text.h"
@@ -50,8 +50,7 @@ std::string charsetOf(const PartRow& row, std::string_view type) {
 }
 
 std::string languagesOf(const MimeHeader& header) {
-  const std::vector<std::string> words = wordsIn(header.decodedValue(header.findField("Content-Language")));
-  return words.empty() ? "null" : textOf(Json(words));
+  return jmapWordsOf(wordsIn(header.decodedValue(header.findField("Content-Language"))));
 }
 
 /// An EmailBodyPart without its parts (4.1.4).
@@ -61,7 +60,7 @@ ObjectText factsOf(const PartRow& row, std::size_t id, const JmapOptions& option
   ObjectText out;
   out.addOrNull("partId", isLeaf(row) ? std::to_string(id) : std::string())
       .add("size", isLeaf(row) ? node.m_body.getSize() : 0);
-  if (options.headers) out.addSerialized("headers", textOf(jmapHeadersOf(node.m_header)));
+  if (options.headers) out.addSerialized("headers", jmapHeadersOf(node.m_header));
   return std::move(
       out.addOrNull("name", row.filename)
           .add("type", type)
@@ -136,9 +135,7 @@ std::string bodyValuesOf(const Outline& outline) {
     if (!isReadAsText(row) || !isLeaf(row)) continue;
     const std::string text = linesOf(row);
     ObjectText value;
-    value.add("value", text)
-        .addSerialized("isEncodingProblem", hasEncodingProblem(row) ? "true" : "false")
-        .addSerialized("isTruncated", "false");
+    value.add("value", text).addIs("isEncodingProblem", hasEncodingProblem(row)).addIs("isTruncated", false);
     values.append(values.size() > 1 ? ",\"" : "\"").append(std::to_string(id)).append("\":");
     values += value.closed();
   }
@@ -174,7 +171,7 @@ void addBodies(MessageState& state, const JmapOptions& options, ObjectText& out)
 
 /// As received where loading set a field, because a boundary that is made while loading is another one each
 /// time.
-Json headersOf(const MimeHeader& header, std::string_view received) {
+std::string headersOf(const MimeHeader& header, std::string_view received) {
   int set = 0;
   while (set < header.getNumFields() && header.isReceived(set)) ++set;
   if (received.empty() || set == header.getNumFields()) return jmapHeadersOf(header);
@@ -200,22 +197,20 @@ std::string jmapOf(mailtree::Message& message, const JmapOptions& options, std::
   MessageState& state = MessageState::of(message);  // numbers the parts once
   ObjectText out;
   if (!options.file.empty()) out.add("file", options.file);
-  if (own.size() > 2) out.addMembers(own);
+  out.addMembers(own);
   for (const auto& row : kConvenient)
     if (options.wants(row.property))
-      out.addSerialized(row.property, textOf(jmapFieldOf(header, row.field, row.form)));
+      out.addSerialized(row.property, jmapFieldOf(header, row.field, row.form));
   for (const std::string& property : options.properties)
-    out.addSerialized(property, textOf(jmapPropertyOf(header, property)));
-  if (options.wants("hasAttachment"))
-    out.addSerialized("hasAttachment", state.displayed().attachments.empty() ? "false" : "true");
+    out.addSerialized(property, jmapPropertyOf(header, property));
+  if (options.wants("hasAttachment")) out.addIs("hasAttachment", !state.displayed().attachments.empty());
   if (options.wants("preview")) out.add("preview", message.preview());
-  if (options.wants("headers"))
-    out.addSerialized("headers", textOf(headersOf(header, state.receivedBytes())));
+  if (options.wants("headers")) out.addSerialized("headers", headersOf(header, state.receivedBytes()));
   if (options.keep || std::ranges::any_of(std::span(kPartMembers).subspan(3, 4),
                                           [&](std::string_view name) { return options.wants(name); }))
     addBodies(state, options, out);
   if (options.wants("bodyValues")) out.addSerialized("bodyValues", bodyValuesOf(state.outline()));
-  return lineOf(out.closed());
+  return out.closed();
 }
 
 }  // namespace mailtree::cli

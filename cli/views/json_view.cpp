@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "cli/message/input.h"
+#include "cli/support/json_text.h"
 #include "cli/support/json_values.h"
 #include "cli/views/problems_json.h"
 #include "cli/views/security_json.h"
@@ -119,8 +120,8 @@ Json idsOf(const Email2& root, const char* field) {
 /// Minutes by which the sender's clock is ahead of GMT.
 Json offsetOrNull(const std::optional<Date>& date) { return date ? Json(date->offset.count()) : Json(); }
 
-Json bodyOf(const mailtree::Message& message) {
-  return objectOf({{"text", textOrNull(message.text())}, {"html", textOrNull(message.html())}});
+std::string bodyOf(const mailtree::Message& message) {
+  return ObjectText().addOrNull("text", message.text()).addOrNull("html", message.html()).closed();
 }
 
 /// A list of parts: their numbers, their facts, and what `addMore` adds.
@@ -141,14 +142,15 @@ std::string listOf(const Outline& outline, const std::vector<int>& ids, AddMore&
 std::string listObjectOf(const std::string& file, const char* key, const std::string& list, LimitSet limits) {
   ObjectText object;
   object.add("schema", kSchema).add("file", file).addSerialized(key, list);
-  return lineOf(object.addSerialized("limits", textOf(limitsOf(limits))).closed());
+  return object.addSerialized("limits", textOf(limitsOf(limits))).closed();
 }
 
-Json headersOf(const Email2& root) {
-  Json out = Json::array();
+std::string headersOf(const Email2& root) {
+  ListText list;
   for (int i = 0; i < root.m_header.getNumFields(); ++i)
-    out.push_back({root.m_header.fieldName(i), root.m_header.decodedValue(i)});
-  return out;
+    list.addSerialized(
+        ListText().add(root.m_header.fieldName(i)).add(root.m_header.decodedValue(i)).closed());
+  return list.closed();
 }
 
 Json idOrNull(int id) { return id < 0 ? Json() : Json(id); }
@@ -176,19 +178,19 @@ std::string jsonOf(const std::string& file, mailtree::Message& message, const Js
   std::vector<std::string> hashes;
   hashes.reserve(outline.rows.size());
   const std::string tree = treeOf(outline, hashes);
-  Json tail = objectOf({{"attachments", outline.attachments},
-                        {"plain_text", idOrNull(outline.plainText)},
-                        {"html", idOrNull(outline.html)},
-                        {"security", securityOf(message.security())},
-                        {"limits", limitsOf(limitsIn(message))},
-                        {"problems", problemsOf(message.problems())}});
-  if (options.headers) tail["headers"] = headersOf(root);
-  if (options.body) tail["body"] = bodyOf(message);
+  const Json tail = objectOf({{"attachments", outline.attachments},
+                              {"plain_text", idOrNull(outline.plainText)},
+                              {"html", idOrNull(outline.html)},
+                              {"security", securityOf(message.security())},
+                              {"limits", limitsOf(limitsIn(message))}});
   ObjectText out;
   out.addMembers(textOf(head))
       .addSerialized("tree", tree)
       .addSerialized("files", filesOf(outline, state.displayed(), hashes));
-  return lineOf(out.addMembers(textOf(tail)).closed());
+  out.addMembers(textOf(tail)).addSerialized("problems", problemsOf(message.problems()));
+  if (options.headers) out.addSerialized("headers", headersOf(root));
+  if (options.body) out.addSerialized("body", bodyOf(message));
+  return out.closed();
 }
 
 std::string attachmentsJsonOf(const std::string& file, const Outline& outline, const std::vector<int>& files,
@@ -202,7 +204,7 @@ std::string relatedJsonOf(const std::string& file, const Message& message, const
                           const std::vector<int>& items) {
   const std::string list = listOf(outline, items, [](const PartRow& row, ObjectText& entry) {
     const std::optional<std::string> location = decodedField(*row.node, "Content-Location");
-    entry.addSerialized("content_location", textOf(location ? Json(*location) : Json()));
+    location ? entry.add("content_location", *location) : entry.addSerialized("content_location", "null");
   });
   return listObjectOf(file, "related", list, message.limits());
 }

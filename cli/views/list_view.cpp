@@ -4,7 +4,7 @@
 #include <iterator>
 #include <variant>
 
-#include "cli/support/json_values.h"
+#include "cli/support/json_text.h"
 #include "cli/support/terminal.h"
 #include "mailtree/base/Ascii.h"
 #include "mailtree/message/field_forms.h"
@@ -117,19 +117,19 @@ std::string jsonOf(const Address& address) {
   return ObjectText().add("name", address.name).add("address", address.address).closed();
 }
 
-std::string jsonOf(const std::string& text) { return textOf(Json(text)); }
+std::string jsonOf(const std::string& text) { return quotedText(text); }
 
 template <class T>
 std::string jsonOf(const std::vector<T>& list) {
-  std::string text = "[";
-  for (const T& each : list) text.append(text.size() > 1 ? "," : "").append(jsonOf(each));
-  return text + ']';
+  ListText text;
+  for (const T& each : list) text.addSerialized(jsonOf(each));
+  return text.closed();
 }
 
 void addMember(ObjectText& object, std::string_view name, const Value& value) {
   std::visit(Overloaded{
                  [&](std::monostate) { object.addSerialized(name, "null"); },
-                 [&](bool is) { object.addSerialized(name, is ? "true" : "false"); },
+                 [&](bool is) { object.addIs(name, is); },
                  [&](std::uint64_t number) { object.add(name, number); },
                  [&](const std::string& text) { object.add(name, text); },
                  [&](const Date& date) { object.add(name, timeText(date.time)); },
@@ -246,9 +246,9 @@ ListLine lineOf(LazyMessage& message, const ListStyle& style) {
   if (style.form == ListForm::table) return tableLine(message, style);
   if (style.form != ListForm::json) return {separated(message, style), {}};
   ObjectText object;
-  object.add("schema", std::uint64_t{kSchema});
+  object.add("schema", kSchema);
   for (const ListField* const field : style.fields) addMember(object, field->name, field->value(message));
-  return {lineOf(object.open()), {}};
+  return {object.open(), {}};
 }
 
 std::string textOf(const ListLine& line, const ListStyle& style, std::uint64_t thread, std::size_t depth) {

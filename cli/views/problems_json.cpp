@@ -1,5 +1,7 @@
 #include "cli/views/problems_json.h"
 
+#include "cli/support/json_text.h"
+
 namespace mailtree::cli {
 
 std::string_view nameOf(Problem::Kind kind) noexcept {
@@ -24,15 +26,18 @@ std::string_view nameOf(Problem::Severity severity) noexcept {
   return "danger";
 }
 
-Json problemsOf(const std::vector<Problem>& problems) {
-  Json list = Json::array();
-  for (const Problem& problem : problems)
-    list.push_back(objectOf({{"kind", nameOf(problem.kind)},
-                             {"part", problem.part},
-                             {"text", problem.text},
-                             {"severity", nameOf(problem.severity)},
-                             {"offset", problem.offset ? Json(*problem.offset) : Json()}}));
-  return list;
+std::string problemsOf(const std::vector<Problem>& problems) {
+  ListText list;
+  for (const Problem& problem : problems) {
+    ObjectText object;
+    object.add("kind", nameOf(problem.kind))
+        .add("part", problem.part)
+        .add("text", problem.text)
+        .add("severity", nameOf(problem.severity));
+    problem.offset ? object.add("offset", *problem.offset) : object.addSerialized("offset", "null");
+    list.addSerialized(object.closed());
+  }
+  return list.closed();
 }
 
 }  // namespace mailtree::cli

@@ -1,10 +1,10 @@
 // cli/views/problems_json.h - what is wrong with a message, in the words of all output.
 #pragma once
 
+#include <string>
 #include <string_view>
 #include <vector>
 
-#include "cli/support/json_values.h"
 #include "mailtree/message/Message.h"
 
 namespace mailtree::cli {
@@ -12,6 +12,7 @@ namespace mailtree::cli {
 std::string_view nameOf(Problem::Kind kind) noexcept;
 std::string_view nameOf(Problem::Severity severity) noexcept;
 
-Json problemsOf(const std::vector<Problem>& problems);
+/// A JSON list.
+std::string problemsOf(const std::vector<Problem>& problems);
 
 }  // namespace mailtree::cli

@@ -4,7 +4,7 @@
 #include <iterator>
 #include <ostream>
 
-#include "cli/support/json_values.h"
+#include "cli/support/json_text.h"
 #include "cli/support/terminal.h"
 #include "mailtree/base/Ascii.h"
 #include "mailtree/message/times.h"
@@ -97,13 +97,13 @@ void Summary::write(std::ostream& out, const ListStyle& style) const {
   for (const auto* const group : groups) {
     const auto& [name, sums] = *group;
     if (style.form == ListForm::json) {
-      out << lineOf(ObjectText()
-                        .add("schema", std::uint64_t{kSchema})
-                        .add("summary", m_kind->name)
-                        .addOrNull("group", name)
-                        .add("messages", sums.messages)
-                        .add("bytes", sums.bytes)
-                        .closed())
+      out << ObjectText()
+                 .add("schema", kSchema)
+                 .add("summary", m_kind->name)
+                 .addOrNull("group", name)
+                 .add("messages", sums.messages)
+                 .add("bytes", sums.bytes)
+                 .closed()
           << '\n';
       continue;
     }

@@ -1,0 +1,57 @@
+// cli/support/json_text.h - JSON that is written as text at once; making Json values first would take longer
+// than all the rest.
+//
+// Texts become utf-8 without line breaks. What a terminal may obey is escaped in them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace mailtree::cli {
+
+/// Version of the schema of all JSON output.
+inline constexpr std::uint64_t kSchema = 1;
+
+/// A JSON string, in quotes. Malformed utf-8 becomes U+FFFD.
+std::string quotedText(std::string_view text);
+void appendQuoted(std::string& out, std::string_view text);
+/// Escapes what a terminal may obey in JSON that is valid already.
+std::string withoutControls(std::string json);
+
+/// An object, member by member. Keys are written as they are.
+class ObjectText {
+ public:
+  ObjectText& add(std::string_view key, std::string_view text);
+  ObjectText& add(std::string_view key, std::uint64_t number);
+  ObjectText& addOrNull(std::string_view key, std::string_view text);  ///< Null when empty.
+  ObjectText& addIs(std::string_view key, bool is);
+  /// A member that is already serialized.
+  ObjectText& addSerialized(std::string_view key, std::string_view json);
+  /// The members of an object that is already serialized.
+  ObjectText& addMembers(std::string_view object);
+  /// The object so far, without its closing brace.
+  const std::string& open() const noexcept { return m_text; }
+  std::string closed() { return std::move(m_text += '}'); }
+
+ private:
+  void addKey(std::string_view key);
+
+  std::string m_text = "{";
+};
+
+/// A list, value by value.
+class ListText {
+ public:
+  ListText& add(std::string_view text);
+  ListText& addSerialized(std::string_view json);
+  bool isEmpty() const noexcept { return m_text.size() == 1; }
+  std::string closed() { return std::move(m_text += ']'); }
+
+ private:
+  void addComma();
+
+  std::string m_text = "[";
+};
+
+}  // namespace mailtree::cli
