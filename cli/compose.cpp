@@ -1,11 +1,12 @@
 // cli/compose.cpp - mailtree compose: makes a new message from texts, files and addresses.
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "cli/commands.h"
 #include "cli/message/output.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
+#include "cli/support/json_text.h"
+#include "cli/support/json_values.h"
 #include "cli/support/output_file.h"
 #include "cli/writing/bodies.h"
 #include "cli/writing/calendar.h"
@@ -122,9 +123,11 @@ Result<void> build(const Draft& draft, mailtree::Message& message) {
 /// The SMTP sender and all recipients, including hidden ones, each once.
 std::string envelopeText(const mailtree::Message& message) {
   const Envelope envelope = message.envelope();
-  const nlohmann::ordered_json json = {{"reverse_path", envelope.sender},
-                                       {"recipients", envelope.recipients}};
-  return json.dump() + '\n';
+  return ObjectText()
+             .add("reverse_path", envelope.sender)
+             .addSerialized("recipients", textsOf(envelope.recipients))
+             .closed() +
+         '\n';
 }
 
 Exit compose(const ComposeOptions& options) {

@@ -60,27 +60,31 @@ bool writeTable(InnerMessages& messages) {
   return any;
 }
 
-Json jsonOf(const InnerMessage& message) {
+std::string jsonOf(const InnerMessage& message) {
   const int id = message.header.findField("Message-ID");
-  return {{"number", message.number},
-          {"part", message.part},
-          {"subject", textOrNull(message.subject())},
-          {"from", addressOrNull(message.sender())},
-          {"date", dateOrNull(message.date())},
-          {"message_id", textOrNull(message.header.decodedValue(id))},
-          {"size", message.bytes.getSize()},
-          {"filename", textOrNull(message.filename)}};
+  return ObjectText()
+      .add("number", message.number)
+      .add("part", message.part)
+      .addOrNull("subject", message.subject())
+      .addSerialized("from", addressOrNull(message.sender()))
+      .addSerialized("date", dateOrNull(message.date()))
+      .addOrNull("message_id", message.header.decodedValue(id))
+      .add("size", message.bytes.getSize())
+      .addOrNull("filename", message.filename)
+      .closed();
 }
 
 bool writeJson(const std::string& file, InnerMessages& messages, LimitSet limits) {
-  Json list = Json::array();
-  while (const InnerMessage* message = messages.next()) list.push_back(jsonOf(*message));
-  const bool any = !list.empty();
+  ListText list;
+  while (const InnerMessage* message = messages.next()) list.addSerialized(jsonOf(*message));
+  const bool any = !list.isEmpty();
   limits.add(messages.limits());
-  std::cout << textOf({{"schema", kSchema},
-                       {"file", file},
-                       {"messages", std::move(list)},
-                       {"limits", limitsOf(limits)}})
+  std::cout << ObjectText()
+                   .add("schema", kSchema)
+                   .add("file", file)
+                   .addSerialized("messages", list.closed())
+                   .addSerialized("limits", limitsOf(limits))
+                   .closed()
             << '\n';
   return any;
 }

@@ -30,36 +30,43 @@ constexpr std::string_view nameOf(ReportKind kind) noexcept {
 
 std::string inBrackets(const std::string& id) { return id.empty() ? id : "<" + id + ">"; }
 
-Json fieldsJson(const std::vector<ReportField>& fields) {
-  Json list = Json::array();
-  for (const ReportField& field : fields) list.push_back({field.name, field.value});
-  return list;
+std::string fieldsJson(const std::vector<ReportField>& fields) {
+  ListText list;
+  for (const ReportField& field : fields)
+    list.addSerialized(ListText().add(field.name).add(field.value).closed());
+  return list.closed();
 }
 
-Json recipientsJson(const std::vector<ReportRecipient>& recipients) {
-  Json list = Json::array();
+std::string recipientsJson(const std::vector<ReportRecipient>& recipients) {
+  ListText list;
   for (const ReportRecipient& recipient : recipients)
-    list.push_back({{"recipient", textOrNull(recipient.address)},
-                    {"original_recipient", textOrNull(recipient.original)},
-                    {"action", textOrNull(recipient.action)},
-                    {"status", textOrNull(recipient.status)},
-                    {"diagnostic", textOrNull(recipient.diagnostic)},
-                    {"fields", fieldsJson(recipient.fields)}});
-  return list;
+    list.addSerialized(ObjectText()
+                           .addOrNull("recipient", recipient.address)
+                           .addOrNull("original_recipient", recipient.original)
+                           .addOrNull("action", recipient.action)
+                           .addOrNull("status", recipient.status)
+                           .addOrNull("diagnostic", recipient.diagnostic)
+                           .addSerialized("fields", fieldsJson(recipient.fields))
+                           .closed());
+  return list.closed();
+}
+
+std::string originalJson(const Report& report) {
+  return ObjectText()
+      .addOrNull("message_id", inBrackets(report.messageId))
+      .addOrNull("subject", report.subject)
+      .closed();
 }
 
 void writeJson(const std::string& file, const std::optional<Report>& report, LimitSet limits) {
-  Json json = {{"schema", kSchema}, {"file", file}, {"report", Json()}};
-  if (report) {
-    json["report"] = nameOf(report->kind);
-    json["original"] = {{"message_id", textOrNull(inBrackets(report->messageId))},
-                        {"subject", textOrNull(report->subject)}};
-    json["fields"] = fieldsJson(report->fields);
-    json["recipients"] = recipientsJson(report->recipients);
-    json["text"] = textOrNull(report->text);
-  }
-  json["limits"] = limitsOf(limits);
-  std::cout << textOf(json) << '\n';
+  ObjectText json;
+  json.add("schema", kSchema).add("file", file).addOrNull("report", report ? nameOf(report->kind) : "");
+  if (report)
+    json.addSerialized("original", originalJson(*report))
+        .addSerialized("fields", fieldsJson(report->fields))
+        .addSerialized("recipients", recipientsJson(report->recipients))
+        .addOrNull("text", report->text);
+  std::cout << json.addSerialized("limits", limitsOf(limits)).closed() << '\n';
 }
 
 void writeMessageLine(std::string_view line) {

@@ -61,7 +61,7 @@ Exit verify(Input& input, const VerifyOptions& options, const Keys& keys) {
     std::cout << ObjectText()
                      .add("schema", kSchema)
                      .add("file", input.name)
-                     .addSerialized("security", textOf(securityOf(security)))
+                     .addSerialized("security", securityOf(security))
                      .closed()
               << '\n';
   else

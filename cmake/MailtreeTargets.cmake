@@ -24,7 +24,11 @@ endfunction()
 # includes what it needs.
 function(mailtree_read_once target)
   if(MAILTREE_SANITIZE OR MAILTREE_PRECOMPILE)
-    target_precompile_headers(${target} PRIVATE ${ARGN})
+    if(ARGV1 STREQUAL "REUSE_FROM")
+      target_precompile_headers(${target} ${ARGN})
+    else()
+      target_precompile_headers(${target} PRIVATE ${ARGN})
+    endif()
   endif()
 endfunction()
 

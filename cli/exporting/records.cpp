@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "cli/support/json_text.h"
-#include "cli/support/json_values.h"
 #include "cli/views/jmap_fields.h"
 #include "cli/views/jmap_view.h"
 #include "cli/views/problems_json.h"
@@ -93,12 +92,6 @@ void appendCell(std::string& row, std::string_view value) {
   row += '"';
 }
 
-/// A text without its quotes; anything else as JSON.
-std::string cellOf(const std::string& json) {
-  if (json == "null") return {};
-  return json.starts_with('"') ? Json::parse(json).get<std::string>() : json;
-}
-
 void appendLine(std::string& text, std::string_view name, std::string value) {
   if (value.empty()) return;
   std::ranges::replace_if(value, isControlAscii, ' ');
@@ -174,7 +167,7 @@ std::string Records::jsonOf(mailtree::Message& message, const SourceMessage& sou
   if (wants("keywords")) own.addSerialized("keywords", keywordsOf(source));
   if (wants("security"))
     own.addSerialized("security",
-                      message.security().layers.empty() ? "null" : textOf(securityOf(message.security())));
+                      message.security().layers.empty() ? "null" : securityOf(message.security()));
   if (wants("problems")) own.addSerialized("problems", problemsOf(message.problems()));
   JmapOptions options{.properties = m_headers, .members = m_members};
   if (wants("file")) options.file = placeOf(source);
@@ -192,7 +185,7 @@ std::string Records::rowOf(mailtree::Message& message, const SourceMessage& sour
     if (name == "size") row += std::to_string(size);
     if (column != std::end(kValues)) appendCell(row, column->value(message));
     if (name.starts_with("header:"))
-      appendCell(row, cellOf(jmapPropertyOf(std::as_const(message).email2().m_header, name)));
+      appendCell(row, jmapCellOf(std::as_const(message).email2().m_header, name));
   }
   return row += '\n';
 }

@@ -38,11 +38,13 @@ constexpr auto kIsPlain = [] {
   return plain;
 }();
 
-/// Appends `text` with every character outside `isPlain` that is not harmless replaced by its escape.
-void appendEscaped(std::string& out, std::string_view text, const std::array<bool, 256>& isPlain) {
+}  // namespace
+
+void appendQuoted(std::string& out, std::string_view text) {
+  out += '"';
   std::size_t done = 0;  // end of what is already in `out`
   for (std::size_t at = 0; at < text.size();) {
-    if (isPlain[static_cast<unsigned char>(text[at])]) {
+    if (kIsPlain[static_cast<unsigned char>(text[at])]) {
       ++at;
       continue;
     }
@@ -53,31 +55,12 @@ void appendEscaped(std::string& out, std::string_view text, const std::array<boo
     c == kReplacementCharacter ? appendUtf8(out, c) : appendEscape(out, c);
     done = at;
   }
-  out.append(text, done);
-}
-
-}  // namespace
-
-void appendQuoted(std::string& out, std::string_view text) {
-  out += '"';
-  appendEscaped(out, text, kIsPlain);
-  out += '"';
+  out.append(text, done).append("\"");
 }
 
 std::string quotedText(std::string_view text) {
   std::string out;
   appendQuoted(out, text);
-  return out;
-}
-
-std::string withoutControls(std::string json) {
-  static constexpr auto kIsPlainJson = [] {
-    auto plain = kIsPlain;
-    plain['"'] = plain['\\'] = true;
-    return plain;
-  }();
-  std::string out;
-  appendEscaped(out, json, kIsPlainJson);
   return out;
 }
 
@@ -92,7 +75,7 @@ ObjectText& ObjectText::add(std::string_view key, std::string_view text) {
   return *this;
 }
 
-ObjectText& ObjectText::add(std::string_view key, std::uint64_t number) {
+ObjectText& ObjectText::add(std::string_view key, std::int64_t number) {
   addKey(key);
   m_text += std::to_string(number);
   return *this;

@@ -1,5 +1,5 @@
-// cli/support/json_text.h - JSON that is written as text at once; making Json values first would take longer
-// than all the rest.
+// cli/support/json_text.h - JSON, written at once as text: making values first would take longer than all the
+// rest.
 //
 // Texts become utf-8 without line breaks. What a terminal may obey is escaped in them.
 #pragma once
@@ -11,19 +11,17 @@
 namespace mailtree::cli {
 
 /// Version of the schema of all JSON output.
-inline constexpr std::uint64_t kSchema = 1;
+inline constexpr int kSchema = 1;
 
 /// A JSON string, in quotes. Malformed utf-8 becomes U+FFFD.
 std::string quotedText(std::string_view text);
 void appendQuoted(std::string& out, std::string_view text);
-/// Escapes what a terminal may obey in JSON that is valid already.
-std::string withoutControls(std::string json);
 
 /// An object, member by member. Keys are written as they are.
 class ObjectText {
  public:
   ObjectText& add(std::string_view key, std::string_view text);
-  ObjectText& add(std::string_view key, std::uint64_t number);
+  ObjectText& add(std::string_view key, std::int64_t number);
   ObjectText& addOrNull(std::string_view key, std::string_view text);  ///< Null when empty.
   ObjectText& addIs(std::string_view key, bool is);
   /// A member that is already serialized.

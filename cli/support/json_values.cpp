@@ -1,39 +1,35 @@
 #include "cli/support/json_values.h"
 
-#include <utility>
-
 #include "cli/support/json_text.h"
 #include "mailtree/message/times.h"
 
 namespace mailtree::cli {
-Json objectOf(std::initializer_list<Member> members) {
-  Json::object_t object;
-  object.reserve(members.size());
-  for (const Member& member : members) object.emplace_back(member.key, std::move(member.value));
-  return object;
+
+std::string quotedOrNull(const std::optional<std::string>& text) { return text ? quotedText(*text) : "null"; }
+
+std::string textsOf(const std::vector<std::string>& texts) {
+  ListText list;
+  for (const std::string& text : texts) list.add(text);
+  return list.closed();
 }
 
-Json textOrNull(std::string_view text) { return text.empty() ? Json() : Json(text); }
-
-Json addressOf(const _svEmailAddress& address) {
-  return objectOf({{"name", address.m_name.view()}, {"address", address.m_address.view()}});
+std::string addressOf(const _svEmailAddress& address) {
+  return ObjectText().add("name", address.m_name.view()).add("address", address.m_address.view()).closed();
 }
 
-Json addressOrNull(const std::optional<_svEmailAddress>& address) {
-  return address ? addressOf(*address) : Json();
+std::string addressOrNull(const std::optional<_svEmailAddress>& address) {
+  return address ? addressOf(*address) : "null";
 }
 
-Json dateOrNull(const std::optional<SorvikSysTime>& date) { return date ? Json(timeText(*date)) : Json(); }
+std::string dateOrNull(const std::optional<SorvikSysTime>& date) {
+  return date ? quotedText(timeText(*date)) : "null";
+}
 
-Json limitsOf(LimitSet limits) {
-  Json out = Json::array();
+std::string limitsOf(LimitSet limits) {
+  ListText list;
   for (const LimitText& row : kLimitTexts)
-    if (limits.has(row.limit)) out.push_back(row.text());
-  return out;
-}
-
-std::string textOf(const Json& json) {
-  return withoutControls(json.dump(-1, ' ', false, Json::error_handler_t::replace));
+    if (limits.has(row.limit)) list.add(row.text());
+  return list.closed();
 }
 
 }  // namespace mailtree::cli

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "cli/support/json_text.h"
+#include "cli/support/json_values.h"
 #include "mailtree/message/field_forms.h"
 #include "mailtree/message/fields.h"
 #include "mailtree/message/times.h"
@@ -113,34 +114,44 @@ std::string groupListOf(const std::vector<AddressGroup>& groups) {
   return list.closed();
 }
 
+/// The value where it is one text or a date; nothing for a list, and for a date that cannot be read.
+std::optional<std::string> textOf(const MimeHeader& header, int field, FieldForm form) {
+  if (form == FieldForm::raw) return rawOf(header, field);
+  if (form == FieldForm::text) return std::string(trim(header.decodedValue(field)));
+  if (form != FieldForm::date) return std::nullopt;
+  const std::optional<Date> date = dateIn(header, field);
+  return date ? std::optional(timeText(*date)) : std::nullopt;
+}
+
 std::string valueOf(const MimeHeader& header, int field, FieldForm form) {
   std::string scratch;
   switch (form) {
-    case FieldForm::raw: return quotedText(rawOf(header, field));
-    case FieldForm::text: return quotedText(trim(header.decodedValue(field)));
+    case FieldForm::raw:
+    case FieldForm::text:
+    case FieldForm::date: break;
     case FieldForm::addresses: return addressListOf(addressesIn(header, field));
     case FieldForm::groupedAddresses: return groupListOf(groupsIn(header, field));
     case FieldForm::messageIds:
     case FieldForm::urls: return jmapWordsOf(bracketedIn(header.unfoldedValue(field, scratch)));
-    case FieldForm::date: break;
   }
-  const std::optional<Date> date = dateIn(header, field);
-  return date ? quotedText(timeText(*date)) : "null";
+  return quotedOrNull(textOf(header, field, form));
+}
+
+int lastField(const MimeHeader& header, std::string_view name) {
+  int last = -1;
+  for (int i = header.findField(name); i >= 0; i = header.findField(name, i + 1)) last = i;
+  return last;
 }
 
 }  // namespace
 
 std::string jmapWordsOf(const std::vector<std::string>& words) {
-  if (words.empty()) return "null";
-  ListText list;
-  for (const std::string& word : words) list.add(word);
-  return list.closed();
+  return words.empty() ? "null" : textsOf(words);
 }
 
 std::string jmapFieldOf(const MimeHeader& header, std::string_view name, FieldForm form) {
-  int last = -1;
-  for (int i = header.findField(name); i >= 0; i = header.findField(name, i + 1)) last = i;
-  return last < 0 ? "null" : valueOf(header, last, form);
+  const int field = lastField(header, name);
+  return field < 0 ? "null" : valueOf(header, field, form);
 }
 
 std::string jmapPropertyOf(const MimeHeader& header, std::string_view property) {
@@ -151,6 +162,17 @@ std::string jmapPropertyOf(const MimeHeader& header, std::string_view property) 
   for (int i = header.findField(wanted.name); i >= 0; i = header.findField(wanted.name, i + 1))
     list.addSerialized(valueOf(header, i, form));
   return list.closed();
+}
+
+std::string jmapCellOf(const MimeHeader& header, std::string_view property) {
+  const Property wanted = readProperty(property);
+  const int field = lastField(header, wanted.name);
+  if (!wanted.all && field < 0) return {};
+  if (!wanted.all)
+    if (std::optional<std::string> text = textOf(header, field, wanted.form().value_or(FieldForm::raw)))
+      return *std::move(text);
+  std::string json = jmapPropertyOf(header, property);
+  return json == "null" ? std::string() : json;
 }
 
 std::string problemOfJmapProperty(std::string_view property) {

@@ -15,6 +15,8 @@ enum class FieldForm { raw, text, addresses, groupedAddresses, messageIds, date,
 std::string jmapFieldOf(const MimeHeader& header, std::string_view name, FieldForm form);
 /// The value of a property such as "header:List-Post:asURLs:all", which has no problem.
 std::string jmapPropertyOf(const MimeHeader& header, std::string_view property);
+/// The same for a table: a text as it is; a list as JSON; empty for null.
+std::string jmapCellOf(const MimeHeader& header, std::string_view property);
 /// Why this is no such property; empty when it is one.
 std::string problemOfJmapProperty(std::string_view property);
 

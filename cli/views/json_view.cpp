@@ -18,17 +18,12 @@
 namespace mailtree::cli {
 namespace {
 
-Json fieldOrNull(const Email2& root, const char* name) {
-  const std::optional<std::string> value = decodedField(root, name);
-  return value ? Json(*value) : Json();
-}
-
-Json entriesJson(const Email2& root, std::string_view field) {
+std::string entriesJson(const Email2& root, std::string_view field) {
   ExtPtrArray list;
   entriesOf(root.m_header, field, list);
-  Json out = Json::array();
-  for (int i = 0; i < list.getSize(); ++i) out.push_back(addressOf(*list.at<_svEmailAddress>(i)));
-  return out;
+  ListText out;
+  for (int i = 0; i < list.getSize(); ++i) out.addSerialized(addressOf(*list.at<_svEmailAddress>(i)));
+  return out.closed();
 }
 
 /// The text in comparable form: LF line breaks, no trailing white space.
@@ -56,7 +51,7 @@ std::string textHashOf(const PartRow& row, const std::string& hashOfBody) {
 std::string addFacts(const PartRow& row, int id, ObjectText& out) {
   const Email2& node = *row.node;
   std::string hash = sha256Hex(node.m_body.view());
-  out.add("id", static_cast<std::uint64_t>(id))
+  out.add("id", id)
       .add("content_type", row.contentType)
       .addOrNull("charset", row.charset)
       .addOrNull("transfer_encoding", node.m_transferEncoding)
@@ -96,7 +91,7 @@ std::string filesOf(const Outline& outline, const Displayed& display,
     const PartRow& row = outline.row(id);
     const std::string name = givenFileName(row);
     ObjectText file;
-    file.add("id", static_cast<std::uint64_t>(id))
+    file.add("id", id)
         .addOrNull("name", name.empty() ? name : safeFileName(name, {}))
         .add("type", row.contentType)
         .add("size", row.node->m_body.getSize())
@@ -110,15 +105,12 @@ std::string filesOf(const Outline& outline, const Displayed& display,
 }
 
 /// In angle brackets, as in message_id.
-Json idsOf(const Email2& root, const char* field) {
-  Json list = Json::array();
+std::string idsOf(const Email2& root, const char* field) {
+  ListText list;
   for (const std::string& id : idsIn(decodedField(root, field).value_or(std::string())))
-    list.push_back("<" + id + ">");
-  return list;
+    list.add("<" + id + ">");
+  return list.closed();
 }
-
-/// Minutes by which the sender's clock is ahead of GMT.
-Json offsetOrNull(const std::optional<Date>& date) { return date ? Json(date->offset.count()) : Json(); }
 
 std::string bodyOf(const mailtree::Message& message) {
   return ObjectText().addOrNull("text", message.text()).addOrNull("html", message.html()).closed();
@@ -142,7 +134,7 @@ std::string listOf(const Outline& outline, const std::vector<int>& ids, AddMore&
 std::string listObjectOf(const std::string& file, const char* key, const std::string& list, LimitSet limits) {
   ObjectText object;
   object.add("schema", kSchema).add("file", file).addSerialized(key, list);
-  return object.addSerialized("limits", textOf(limitsOf(limits))).closed();
+  return object.addSerialized("limits", limitsOf(limits)).closed();
 }
 
 std::string headersOf(const Email2& root) {
@@ -153,42 +145,54 @@ std::string headersOf(const Email2& root) {
   return list.closed();
 }
 
-Json idOrNull(int id) { return id < 0 ? Json() : Json(id); }
+void addIdOrNull(ObjectText& out, std::string_view key, int id) {
+  id < 0 ? out.addSerialized(key, "null") : out.add(key, id);
+}
+
+/// What the header says.
+void addHead(const mailtree::Message& message, ObjectText& out) {
+  const Email2& root = message.email2();
+  const std::optional<Date> date = message.date();
+  out.addSerialized("subject", quotedOrNull(decodedField(root, "Subject")))
+      .addSerialized("from", addressOrNull(senderOf(root)))
+      .addSerialized("to", entriesJson(root, "To"))
+      .addSerialized("cc", entriesJson(root, "Cc"))
+      .addSerialized("bcc", entriesJson(root, "Bcc"))
+      .addSerialized("date", dateOrNull(dateOf(root)))
+      .addSerialized("message_id", quotedOrNull(decodedField(root, "Message-ID")))
+      .addSerialized("reply_to", entriesJson(root, "Reply-To"));
+  // Minutes by which the sender's clock is ahead of GMT.
+  date ? out.add("date_offset", date->offset.count()) : out.addSerialized("date_offset", "null");
+  out.addSerialized("in_reply_to", idsOf(root, "In-Reply-To"))
+      .addSerialized("references", idsOf(root, "References"))
+      .addOrNull("list_id", message.listId());
+}
+
+std::string numbersOf(const std::vector<int>& numbers) {
+  ListText list;
+  for (const int number : numbers) list.addSerialized(std::to_string(number));
+  return list.closed();
+}
 
 }  // namespace
 
 std::string jsonOf(const std::string& file, mailtree::Message& message, const JsonOptions& options) {
-  const Email2& root = std::as_const(message).email2();  // the other one gives up the bytes
-  MessageState& state = MessageState::of(message);       // numbers the parts once
+  MessageState& state = MessageState::of(message);  // numbers the parts once
   const Outline& outline = state.outline();
-  const Json head = objectOf({{"schema", kSchema},
-                              {"file", file},
-                              {"subject", fieldOrNull(root, "Subject")},
-                              {"from", addressOrNull(senderOf(root))},
-                              {"to", entriesJson(root, "To")},
-                              {"cc", entriesJson(root, "Cc")},
-                              {"bcc", entriesJson(root, "Bcc")},
-                              {"date", dateOrNull(dateOf(root))},
-                              {"message_id", fieldOrNull(root, "Message-ID")},
-                              {"reply_to", entriesJson(root, "Reply-To")},
-                              {"date_offset", offsetOrNull(message.date())},
-                              {"in_reply_to", idsOf(root, "In-Reply-To")},
-                              {"references", idsOf(root, "References")},
-                              {"list_id", textOrNull(message.listId())}});
+  ObjectText out;
+  out.add("schema", kSchema).add("file", file);
+  addHead(message, out);
   std::vector<std::string> hashes;
   hashes.reserve(outline.rows.size());
-  const std::string tree = treeOf(outline, hashes);
-  const Json tail = objectOf({{"attachments", outline.attachments},
-                              {"plain_text", idOrNull(outline.plainText)},
-                              {"html", idOrNull(outline.html)},
-                              {"security", securityOf(message.security())},
-                              {"limits", limitsOf(limitsIn(message))}});
-  ObjectText out;
-  out.addMembers(textOf(head))
-      .addSerialized("tree", tree)
-      .addSerialized("files", filesOf(outline, state.displayed(), hashes));
-  out.addMembers(textOf(tail)).addSerialized("problems", problemsOf(message.problems()));
-  if (options.headers) out.addSerialized("headers", headersOf(root));
+  out.addSerialized("tree", treeOf(outline, hashes))
+      .addSerialized("files", filesOf(outline, state.displayed(), hashes))
+      .addSerialized("attachments", numbersOf(outline.attachments));
+  addIdOrNull(out, "plain_text", outline.plainText);
+  addIdOrNull(out, "html", outline.html);
+  out.addSerialized("security", securityOf(message.security()))
+      .addSerialized("limits", limitsOf(limitsIn(message)))
+      .addSerialized("problems", problemsOf(message.problems()));
+  if (options.headers) out.addSerialized("headers", headersOf(std::as_const(message).email2()));
   if (options.body) out.addSerialized("body", bodyOf(message));
   return out.closed();
 }
@@ -203,8 +207,7 @@ std::string attachmentsJsonOf(const std::string& file, const Outline& outline, c
 std::string relatedJsonOf(const std::string& file, const Message& message, const Outline& outline,
                           const std::vector<int>& items) {
   const std::string list = listOf(outline, items, [](const PartRow& row, ObjectText& entry) {
-    const std::optional<std::string> location = decodedField(*row.node, "Content-Location");
-    location ? entry.add("content_location", *location) : entry.addSerialized("content_location", "null");
+    entry.addSerialized("content_location", quotedOrNull(decodedField(*row.node, "Content-Location")));
   });
   return listObjectOf(file, "related", list, message.limits());
 }
