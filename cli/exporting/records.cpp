@@ -10,6 +10,7 @@
 #include "cli/views/security_json.h"
 #include "mailtree/base/Ascii.h"
 #include "mailtree/email/Email2.h"
+#include "mailtree/message/internal.h"
 #include "mailtree/message/times.h"
 
 namespace mailtree::cli {
@@ -167,7 +168,7 @@ std::string Records::jsonOf(mailtree::Message& message, const SourceMessage& sou
   if (wants("keywords")) own.addSerialized("keywords", keywordsOf(source));
   if (wants("security"))
     own.addSerialized("security",
-                      message.security().layers.empty() ? "null" : securityOf(message.security()));
+                      MessageState::of(message).layers.empty() ? "null" : securityOf(message.security()));
   if (wants("problems")) own.addSerialized("problems", problemsOf(message.problems()));
   JmapOptions options{.properties = m_headers, .members = m_members};
   if (wants("file")) options.file = placeOf(source);

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdio>
 
+#include "mailtree/base/Search.h"
 #include "mailtree/base/ShownText.h"
 #include "mailtree/base/Utf.h"
 
@@ -31,23 +32,12 @@ void appendEscape(std::string& out, char32_t c) {
   appendUnit(out, static_cast<char16_t>(0xDC00 + (c & 0x3FF)));
 }
 
-/// Bytes that stand for themselves and are no part of a longer character.
-constexpr auto kIsPlain = [] {
-  std::array<bool, 256> plain{};
-  for (std::size_t c = ' '; c < 0x7F; ++c) plain[c] = c != '"' && c != '\\';
-  return plain;
-}();
-
 }  // namespace
 
 void appendQuoted(std::string& out, std::string_view text) {
   out += '"';
   std::size_t done = 0;  // end of what is already in `out`
-  for (std::size_t at = 0; at < text.size();) {
-    if (kIsPlain[static_cast<unsigned char>(text[at])]) {
-      ++at;
-      continue;
-    }
+  for (std::size_t at = 0; (at = findUnprintable<'"', '\\'>(text, at)) < text.size();) {
     const std::size_t begin = at;
     const char32_t c = nextCodePoint(text, at);
     if (c >= 0x80 && c != kReplacementCharacter && isHarmless(c)) continue;
@@ -60,6 +50,7 @@ void appendQuoted(std::string& out, std::string_view text) {
 
 std::string quotedText(std::string_view text) {
   std::string out;
+  out.reserve(text.size() + 2);
   appendQuoted(out, text);
   return out;
 }

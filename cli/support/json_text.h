@@ -20,6 +20,9 @@ void appendQuoted(std::string& out, std::string_view text);
 /// An object, member by member. Keys are written as they are.
 class ObjectText {
  public:
+  /// @param size  bytes that are expected.
+  explicit ObjectText(std::size_t size = 200) { m_text.reserve(size); }
+
   ObjectText& add(std::string_view key, std::string_view text);
   ObjectText& add(std::string_view key, std::int64_t number);
   ObjectText& addOrNull(std::string_view key, std::string_view text);  ///< Null when empty.

@@ -192,11 +192,18 @@ std::string problemOfJmapProperty(std::string_view property) {
 }
 
 std::string jmapHeadersOf(const MimeHeader& header) {
-  ListText list;
-  for (int i = 0; i < header.getNumFields(); ++i)
-    if (const std::string_view name = header.fieldName(i); !name.empty())
-      list.addSerialized(ObjectText().add("name", name).add("value", rawOf(header, i)).closed());
-  return list.closed();
+  std::string list = "[", value;
+  list.reserve(4000);
+  for (int i = 0; i < header.getNumFields(); ++i) {
+    const std::string_view name = header.fieldName(i);
+    if (name.empty()) continue;
+    list += list.size() > 1 ? R"(,{"name":)" : R"({"name":)";
+    appendQuoted(list, name);
+    list += R"(,"value":)";
+    appendQuoted(list, value.assign(" ").append(header.rawValue(i)));
+    list += '}';
+  }
+  return list += ']';
 }
 
 }  // namespace mailtree::cli

@@ -195,7 +195,8 @@ std::string jmapOf(mailtree::Message& message, const JmapOptions& options) {
 std::string jmapOf(mailtree::Message& message, const JmapOptions& options, std::string_view own) {
   const MimeHeader& header = std::as_const(message).email2().m_header;
   MessageState& state = MessageState::of(message);  // numbers the parts once
-  ObjectText out;
+  constexpr std::size_t kFacts = 2000;
+  ObjectText out(kFacts + 3 * state.receivedBytes().size());
   if (!options.file.empty()) out.add("file", options.file);
   out.addMembers(own);
   for (const auto& row : kConvenient)

@@ -26,17 +26,27 @@ constexpr std::size_t findAnyPortable(std::string_view text, std::size_t from = 
   return from < text.size() ? from : text.size();
 }
 
+/// The same for control characters, bytes of 0x80 and more, and `kWanted`.
 template <char... kWanted>
-inline std::size_t findAny(std::string_view text, std::size_t from = 0) noexcept {
-  if (from >= text.size()) return text.size();
+constexpr std::size_t findUnprintablePortable(std::string_view text, std::size_t from = 0) noexcept {
+  const auto isPrintable = [](char c) { return c >= ' ' && c < 0x7F; };
+  while (from < text.size() && isPrintable(text[from]) && !((text[from] == kWanted) || ...)) ++from;
+  return from < text.size() ? from : text.size();
+}
+
 #if defined(__SSE2__)
+/// The first match at or after `from`.
+/// @param matchesIn  sets those bytes of a block that match.
+/// @param findAtEnd  finds the first match in a text that is shorter than a block.
+template <class MatchesIn, class FindAtEnd>
+inline std::size_t findInBlocks(std::string_view text, std::size_t from, MatchesIn matchesIn,
+                                FindAtEnd findAtEnd) noexcept {
   constexpr std::size_t kWidth = sizeof(__m128i);
-  const auto hits = [text](std::size_t at) noexcept {
+  const auto hits = [text, matchesIn](std::size_t at) noexcept {
     const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text.data() + at));
-    __m128i found = _mm_setzero_si128();
-    ((found = _mm_or_si128(found, _mm_cmpeq_epi8(bytes, _mm_set1_epi8(kWanted)))), ...);
-    return static_cast<unsigned>(_mm_movemask_epi8(found));
+    return static_cast<unsigned>(_mm_movemask_epi8(matchesIn(bytes)));
   };
+  if (from >= text.size()) return text.size();
   for (; text.size() - from >= kWidth; from += kWidth)
     if (const unsigned found = hits(from)) return from + static_cast<unsigned>(std::countr_zero(found));
   if (text.size() >= kWidth) {
@@ -45,8 +55,37 @@ inline std::size_t findAny(std::string_view text, std::size_t from = 0) noexcept
     const unsigned found = hits(last) >> (from - last) << (from - last);
     return found ? last + static_cast<unsigned>(std::countr_zero(found)) : text.size();
   }
+  return findAtEnd(text, from);
+}
+
+template <char... kWanted>
+inline __m128i equalBytes(__m128i bytes) noexcept {
+  __m128i found = _mm_setzero_si128();
+  ((found = _mm_or_si128(found, _mm_cmpeq_epi8(bytes, _mm_set1_epi8(kWanted)))), ...);
+  return found;
+}
 #endif
+
+template <char... kWanted>
+inline std::size_t findAny(std::string_view text, std::size_t from = 0) noexcept {
+#if defined(__SSE2__)
+  return findInBlocks(text, from, equalBytes<kWanted...>, findAnyPortable<kWanted...>);
+#else
   return findAnyPortable<kWanted...>(text, from);
+#endif
+}
+
+template <char... kWanted>
+inline std::size_t findUnprintable(std::string_view text, std::size_t from = 0) noexcept {
+#if defined(__SSE2__)
+  const auto matchesIn = [](__m128i bytes) noexcept {
+    const __m128i isLow = _mm_cmplt_epi8(bytes, _mm_set1_epi8(' '));  // bytes of 0x80 and more are negative
+    return _mm_or_si128(isLow, equalBytes<'\x7F', kWanted...>(bytes));
+  };
+  return findInBlocks(text, from, matchesIn, findUnprintablePortable<kWanted...>);
+#else
+  return findUnprintablePortable<kWanted...>(text, from);
+#endif
 }
 
 /// Whether there is a CR without LF or an LF without CR.

@@ -14,9 +14,10 @@ struct Range {
   char32_t first, last;
 };
 
+/// The ranges are in order.
 bool isIn(char32_t c, const auto& ranges) {
   for (const Range& range : ranges)
-    if (c >= range.first && c <= range.last) return true;
+    if (c <= range.last) return c >= range.first;
   return false;
 }
 

@@ -82,6 +82,28 @@ std::string validTextOf(const PartRow& row) {
   return text;
 }
 
+/// The beginning of a line up to the next blanks, which go with it.
+std::string_view cutWord(std::string_view& line) {
+  const auto isSpace = [](char c) { return isSpaceAscii(c); };
+  const auto* const end = std::ranges::find_if(line, isSpace);
+  const std::string_view word(line.data(), static_cast<std::size_t>(end - line.begin()));
+  const auto* const next = std::ranges::find_if_not(end, line.end(), isSpace);
+  line.remove_prefix(static_cast<std::size_t>(next - line.begin()));
+  return word;
+}
+
+/// Bytes of the first `left` characters, which are subtracted from it.
+std::size_t takeCharacters(std::string_view text, std::size_t& left) {
+  std::size_t at = 0;
+  for (; at < text.size() && left > 0; --left) {
+    if (is8bit(text[at]))
+      nextCodePoint(text, at);
+    else
+      ++at;
+  }
+  return at;
+}
+
 }  // namespace
 
 std::string withUnixLines(std::string text) {
@@ -103,6 +125,7 @@ std::string readableTextOf(const PartRow& row) {
 }
 
 std::string linesOf(const PartRow& row) { return withUnixLines(validTextOf(row)); }
+
 std::string displayedText(const Outline& outline, const Displayed& display, LoadBudget* budget) {
   std::string text;
   for (const int id : display.textBody) appendBlock(text, plainTextOf(outline.row(id), budget));
@@ -137,24 +160,19 @@ std::string displayedHtml(const Outline& outline, const Displayed& display, Load
 
 std::string previewOf(std::string_view text, std::size_t length) {
   std::string preview;
-  std::size_t characters = 0;
+  std::size_t left = length;  // characters
   while (!text.empty()) {
     const std::size_t end = std::min(text.find('\n'), text.size());
-    const std::string_view line = trim(text.substr(0, end));
+    std::string_view line = trim(text.substr(0, end));
     text.remove_prefix(std::min(end + 1, text.size()));
-    if (line.starts_with('>') || line.empty()) continue;
-    bool isGap = !preview.empty();
-    for (std::size_t at = 0; at < line.size();) {
-      const std::size_t begin = at;
-      const char32_t c = nextCodePoint(line, at);
-      if (c < 0x80 && isSpaceAscii(static_cast<char>(c))) {
-        isGap = true;
-        continue;
-      }
-      characters += isGap ? 2 : 1;
-      if (characters > length) return preview;
-      if (std::exchange(isGap, false)) preview += ' ';
-      preview += line.substr(begin, at - begin);
+    if (line.starts_with('>')) continue;
+    while (!line.empty()) {
+      const std::string_view word = cutWord(line);
+      if (!preview.empty() && left-- <= 1) return preview;  // a blank at the end says nothing
+      const std::size_t fitting = takeCharacters(word, left);
+      if (fitting > 0 && !preview.empty()) preview += ' ';
+      preview += word.substr(0, fitting);
+      if (fitting < word.size()) return preview;
     }
   }
   return preview;

@@ -126,8 +126,14 @@ void markEnclosedBodies(Email2& root, const RowIds& rowIds, Outline& outline) {
 
 void markAttachments(Email2& root, const RowIds& rowIds, Outline& outline) {
   ExtPtrArray found;
+  const bool isInMixed = root.isMultipartMixedForAttachmentPurposes();
+  // Most messages have none, and collecting the reasons takes longer than looking.
+  LogNull noLog;
+  root.attachmentIterate2(isInMixed, found, /*target=*/-1, noLog);
+  if (found.getSize() == 0) return;
+  found.removeAll();
   ReasonLog log;
-  root.attachmentIterate2(root.isMultipartMixedForAttachmentPurposes(), found, /*target=*/-1, log);
+  root.attachmentIterate2(isInMixed, found, /*target=*/-1, log);
   const bool everyReasonKnown = log.reasons().size() == static_cast<std::size_t>(found.getSize());
   for (int i = 0; i < found.getSize(); ++i) {
     const int id = rowIds.at(found.elementAt(i));

@@ -98,7 +98,7 @@ std::vector<Problem> Message::problems() const {
   findLineProblems(received, list);
   findLimits(state.opened.common->m_limits, list);
   std::vector<Problem> problems = list.take();
-  appendClosedLayers(security(), problems);
+  if (!state.layers.empty()) appendClosedLayers(security(), problems);
   return problems;
 }
 

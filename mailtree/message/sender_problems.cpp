@@ -63,9 +63,11 @@ class SenderChecks {
     const std::vector<Address> authors = addressesOf(m_root, "From");
     if (has("From") && authors.empty()) add(Severity::warning, Kind::malformed, "From is empty", "From");
     if (authors.size() > 1) readSeveral(authors.size());
-    for (const char* const name : {"From", "Sender", "Reply-To"})
-      for (const Address& entry : addressesOf(m_root, name)) readEntry(name, entry);
-    if (!authors.empty()) readReplyTo(authors.front().address);
+    const std::vector<Address> answered = addressesOf(m_root, "Reply-To");
+    for (const Address& entry : authors) readEntry("From", entry);
+    for (const Address& entry : addressesOf(m_root, "Sender")) readEntry("Sender", entry);
+    for (const Address& entry : answered) readEntry("Reply-To", entry);
+    if (!authors.empty()) readReplyTo(authors.front().address, answered);
   }
 
  private:
@@ -108,9 +110,9 @@ class SenderChecks {
   }
 
   /// A list has answers sent to itself, as its readers expect.
-  void readReplyTo(std::string_view author) {
+  void readReplyTo(std::string_view author, const std::vector<Address>& answered) {
     if (author.empty() || has("List-Id") || has("List-Post")) return;
-    for (const Address& entry : addressesOf(m_root, "Reply-To")) {
+    for (const Address& entry : answered) {
       if (entry.address.empty() || isSameOrganization(entry.address, author)) continue;
       return add(Severity::warning, Kind::deceptive,
                  "answers go to another domain than that of From: " + quoted(entry.address), "Reply-To");

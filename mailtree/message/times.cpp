@@ -1,20 +1,29 @@
 #include "mailtree/message/times.h"
 
-#include <array>
-#include <cstdio>
+#include <algorithm>
 
 namespace mailtree {
 namespace {
 
 constexpr std::chrono::minutes kGmt{0};
 
+/// With leading zeros; more digits when the number needs them.
+void appendDigits(std::string& text, unsigned number, std::size_t least) {
+  const std::string digits = std::to_string(number);
+  text.append(least - std::min(least, digits.size()), '0').append(digits);
+}
+
 }  // namespace
 
 std::string timeText(const SorvikSysTime& time) {
-  std::array<char, 40> text{};
-  std::snprintf(text.data(), text.size(), "%04u-%02u-%02uT%02u:%02u:%02uZ", time.m_year, time.m_month,
-                time.m_day, time.m_hour, time.m_minute, time.m_second);
-  return text.data();
+  std::string text;
+  appendDigits(text, time.m_year, 4);
+  appendDigits(text.append("-"), time.m_month, 2);
+  appendDigits(text.append("-"), time.m_day, 2);
+  appendDigits(text.append("T"), time.m_hour, 2);
+  appendDigits(text.append(":"), time.m_minute, 2);
+  appendDigits(text.append(":"), time.m_second, 2);
+  return text.append("Z");
 }
 
 std::string timeText(std::chrono::sys_seconds moment) {
@@ -28,12 +37,11 @@ std::string timeText(const Date& date) {
   const std::chrono::minutes offset = date.offset > -kDay && date.offset < kDay ? date.offset : kGmt;
   std::string text = timeText(date.time + offset);
   if (offset == kGmt) return text;
-  std::array<char, 16> zone{};
   const auto minutes = static_cast<unsigned>(std::chrono::abs(offset).count());
-  std::snprintf(zone.data(), zone.size(), "%c%02u:%02u", offset < kGmt ? '-' : '+', minutes / 60,
-                minutes % 60);
-  text.back() = zone.front();
-  return text.append(zone.data() + 1);
+  text.back() = offset < kGmt ? '-' : '+';
+  appendDigits(text, minutes / 60, 2);
+  appendDigits(text.append(":"), minutes % 60, 2);
+  return text;
 }
 
 }  // namespace mailtree

@@ -20,7 +20,7 @@ std::string randomText(std::mt19937& random, std::size_t size, std::string_view 
 
 TEST(Search, looking_at_many_bytes_at_once_finds_what_looking_at_each_does) {
   std::mt19937 random(3);
-  const std::string letters("ab\n\r\0\xFF", 6);
+  const std::string letters("ab\n\r\0\xFF\x7F", 7);
   for (int round = 0; round < 2'000; ++round) {
     std::string rare = randomText(random, random() % 70, letters);
     for (char& c : rare)
@@ -37,6 +37,9 @@ TEST(Search, looking_at_many_bytes_at_once_finds_what_looking_at_each_does) {
       const auto found = (findAny<'\n', '\r', '\0'>(text, from));
       ASSERT_EQ(found, (findAnyPortable<'\n', '\r', '\0'>(text, from)));
       ASSERT_EQ(found, std::min(rare.size(), rare.find_first_of("\n\r\0"s, from)));
+      ASSERT_EQ((findUnprintable<'b'>(text, from)),
+                std::min(rare.size(), rare.find_first_not_of("ax", from)));
+      ASSERT_EQ((findUnprintablePortable<'b'>(text, from)), (findUnprintable<'b'>(text, from)));
     }
   }
 }

@@ -81,8 +81,11 @@ TEST(Displayed, GivesHtmlOnlyWhenThereIsSome) {
 }
 
 TEST(Displayed, PreviewsWhatIsNew) {
-  EXPECT_EQ(Message::parse("\n\n> old\n\n Gr\xC3\xBC\xC3\x9F  Gott,\nhere")->preview(12),
-            "Gr\xC3\xBC\xC3\x9F Gott, h");
+  const Result<Message> message = Message::parse("\n\n> old\n\n Gr\xC3\xBC\xC3\x9F  Gott,\nhere");
+  const char* const expected[] = {"", "G", "Gr", "Gr\xC3\xBC", "Gr\xC3\xBC\xC3\x9F", "Gr\xC3\xBC\xC3\x9F"};
+  for (std::size_t length = 0; length < std::size(expected); ++length)
+    EXPECT_EQ(message->preview(length), expected[length]) << "no blank at the end";
+  EXPECT_EQ(message->preview(12), "Gr\xC3\xBC\xC3\x9F Gott, h");
 }
 
 }  // namespace
