@@ -1,10 +1,14 @@
 #include "cli/message/input.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <iostream>
 #include <utility>
 
 #include "cli/support/errors.h"
+#include "cli/support/interrupt.h"
+#include "cli/support/progress.h"
 #include "mailtree/message/tree_changes.h"
 #include "mailtree/mime/Limits.h"
 
@@ -28,7 +32,7 @@ class Tally {
  public:
   void add(Exit result, bool wasRead, bool isDamaged) {
     const bool isUnreadable = !wasRead || result == Exit::unreadable;
-    m_count += result == Exit::interrupted ? 0 : 1;
+    ++m_count;
     m_unreadable += isUnreadable ? 1 : 0;
     m_damaged += isDamaged && !isUnreadable ? 1 : 0;
     m_hasPositive = m_hasPositive || result == Exit::fine || result == Exit::limit;
@@ -36,12 +40,22 @@ class Tally {
     if (result != Exit::negative) m_worst = worse(m_worst, result);
   }
 
+  /// @return that nothing more is to be read.
+  bool interrupt() {
+    m_worst = Exit::interrupted;
+    return false;
+  }
+
+  std::uint64_t count() const noexcept { return m_count; }
+
   Exit result(bool needsAll) const {
     const bool isNegative = m_hasNegative && (needsAll || !m_hasPositive);
     return isNegative ? worse(m_worst, Exit::negative) : m_worst;
   }
 
   void report() const {
+    if (m_worst == Exit::interrupted)
+      reportError("interrupted after " + std::to_string(m_count) + (m_count == 1 ? " message" : " messages"));
     if (m_count < 2) return;
     reportError(std::to_string(m_count) + " messages: " + std::to_string(m_count - m_damaged - m_unreadable) +
                 " good, " + std::to_string(m_damaged) + " damaged, " + std::to_string(m_unreadable) +
@@ -122,7 +136,12 @@ Exit forEachMessage(const SourceArguments& arguments, const Several& form,
   Tally tally;
   const bool isAny = next(sources, input), areSeveral = isAny && next(sources, second);
   if (form.single && areSeveral) return usageError(form.single, "takes one message");
+  std::optional<InterruptGuard> interrupt;  // a single message is quick
+  if (areSeveral) interrupt.emplace();
+  ProgressBar bar(/*bytesInAll=*/0, "messages", /*isHidden=*/!areSeveral || ::isatty(STDOUT_FILENO) == 1);
+  std::uint64_t bytes = 0;
   const auto visit = [&](bool isFirst) {
+    if (interrupt && interrupt->flag()) return tally.interrupt();
     input.isOneOfSeveral = areSeveral;
     if (form.hasTitles && areSeveral)
       std::cout << (isFirst ? "" : "\n") << form.style.paint(Ink::bold, "== " + printable(input.name) + " ==")
@@ -130,7 +149,8 @@ Exit forEachMessage(const SourceArguments& arguments, const Several& form,
     const Exit failed = readBytes(input, reading);
     const Exit result = failed == Exit::fine ? work(input) : failed;
     tally.add(result, failed == Exit::fine, input.isDamaged);
-    return result != Exit::interrupted;
+    bar.show(tally.count(), bytes += input.source.length);
+    return true;
   };
   bool goesOn = isAny && visit(/*isFirst=*/true) && areSeveral;
   if (goesOn) input = std::move(second);

@@ -3,7 +3,6 @@
 #include "cli/message/sources.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
-#include "cli/support/interrupt.h"
 
 namespace mailtree::cli {
 namespace {
@@ -68,11 +67,8 @@ Exit forEachMessage(const SourceArguments& arguments, const std::string& target,
   if (!store.isOpen())
     return forEachMessage(arguments, {.hasTitles = false, .single = single},
                           [&](Input& input) { return work(input, store); });
-  const InterruptGuard interrupt;
-  const Exit result = forEachMessage(arguments, {.hasTitles = false}, [&](Input& input) {
-    return interrupt.flag() ? Exit::interrupted : work(input, store);
-  });
-  if (result == Exit::interrupted) reportError("interrupted; the messages before are written");
+  const Exit result =
+      forEachMessage(arguments, {.hasTitles = false}, [&](Input& input) { return work(input, store); });
   return worse(result, store.finish());
 }
 
