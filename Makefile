@@ -2,8 +2,10 @@
 SHELL := /bin/bash
 .DEFAULT_GOAL := help
 BUILD := build
-# Compiled files are kept by ccache; without it common headers are compiled once.
-FASTER := $(if $(shell command -v ccache),-DCMAKE_CXX_COMPILER_LAUNCHER=ccache,-DMAILTREE_PRECOMPILE=ON)
+# Compiled files are kept by ccache; without it common headers are compiled once, and tests without symbols for a debugger.
+CCACHE := $(shell command -v ccache)
+FASTER := $(if $(CCACHE),-DCMAKE_CXX_COMPILER_LAUNCHER=ccache,-DMAILTREE_PRECOMPILE=ON)
+QUICK_TESTS := $(if $(CCACHE),,-DCMAKE_CXX_FLAGS_DEBUG=-g0)
 CMAKE := cmake -G Ninja $(FASTER)
 DEMO_FLAGS ?=
 
@@ -25,7 +27,7 @@ demo: $(BUILD)/demo/bin/mailtree ## Build the command and run it on the sample m
 PRESET ?= dev
 test: ## Build and run all tests; with sanitizers: PRESET=asan
 	@scripts/setup $(if $(filter asan tsan,$(PRESET)),check,test)
-	@$(CMAKE) --preset $(PRESET) >/dev/null
+	@$(CMAKE) --preset $(PRESET) $(if $(filter dev,$(PRESET)),$(QUICK_TESTS)) >/dev/null
 	@cmake --build --preset $(PRESET)
 	@ctest --preset $(PRESET) -j2 && echo "make test: all tests passed"
 
