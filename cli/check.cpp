@@ -39,6 +39,13 @@ void writeProblem(const std::string& file, const Problem& problem) {
             place + ": " + problem.text);
 }
 
+void writeJson(const std::string& file, const std::vector<Problem>& problems) {
+  ObjectText json;
+  json.add("schema", kSchema).add("file", file);
+  appendProblems(json.begin("problems"), problems);
+  std::cout << json.closed() << '\n';
+}
+
 struct Checked {
   std::vector<Problem> problems = {};
   LimitSet limits = {};
@@ -61,12 +68,7 @@ Exit show(const std::string& name, const Checked& checked, const CheckOptions& o
     return Exit::unreadable;
   }
   if (options.json)
-    std::cout << ObjectText()
-                     .add("schema", kSchema)
-                     .add("file", name)
-                     .addSerialized("problems", problemsOf(checked.problems))
-                     .closed()
-              << '\n';
+    writeJson(name, checked.problems);
   else
     for (const Problem& problem : checked.problems) writeProblem(name, problem);
   const Exit answer = checked.problems.empty() ? Exit::fine : Exit::negative;

@@ -169,7 +169,7 @@ std::string Records::jsonOf(mailtree::Message& message, const SourceMessage& sou
   if (wants("security"))
     own.addSerialized("security",
                       MessageState::of(message).layers.empty() ? "null" : securityOf(message.security()));
-  if (wants("problems")) own.addSerialized("problems", problemsOf(message.problems()));
+  if (wants("problems")) appendProblems(own.begin("problems"), message.problems());
   JmapOptions options{.properties = m_headers, .members = m_members};
   if (wants("file")) options.file = placeOf(source);
   if (m_options.attachments)

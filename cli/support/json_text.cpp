@@ -81,9 +81,13 @@ ObjectText& ObjectText::addIs(std::string_view key, bool is) {
 }
 
 ObjectText& ObjectText::addSerialized(std::string_view key, std::string_view json) {
-  addKey(key);
-  m_text += json;
+  begin(key) += json;
   return *this;
+}
+
+std::string& ObjectText::begin(std::string_view key) {
+  addKey(key);
+  return m_text;
 }
 
 ObjectText& ObjectText::addMembers(std::string_view object) {

@@ -29,6 +29,8 @@ class ObjectText {
   ObjectText& addIs(std::string_view key, bool is);
   /// A member that is already serialized.
   ObjectText& addSerialized(std::string_view key, std::string_view json);
+  /// Begins a member whose value is appended to what is returned.
+  std::string& begin(std::string_view key);
   /// The members of an object that is already serialized.
   ObjectText& addMembers(std::string_view object);
   /// The object so far, without its closing brace.

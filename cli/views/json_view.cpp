@@ -65,8 +65,7 @@ std::string addFacts(const PartRow& row, int id, ObjectText& out) {
 }
 
 /// @param hashes  receives the hash of each part.
-std::string treeOf(const Outline& outline, std::vector<std::string>& hashes) {
-  std::string out;
+void appendTree(const Outline& outline, std::vector<std::string>& hashes, std::string& out) {
   std::vector<int> open;  // the current part and its ancestors
   for (int id = 0; const PartRow& row : outline.rows) {
     for (; !open.empty() && open.back() != row.parent; open.pop_back()) out += "]}";
@@ -77,14 +76,13 @@ std::string treeOf(const Outline& outline, std::vector<std::string>& hashes) {
     open.push_back(id++);
   }
   for (; !open.empty(); open.pop_back()) out += "]}";
-  return out;
 }
 
 /// The files, and what the HTML shows.
-std::string filesOf(const Outline& outline, const Displayed& display,
-                    const std::vector<std::string>& hashes) {
+void appendFiles(const Outline& outline, const Displayed& display, const std::vector<std::string>& hashes,
+                 std::string& out) {
   std::vector<bool> isListed(outline.rows.size());
-  std::string list = "[";
+  out += '[';
   const auto add = [&](int id, std::string_view kind) {
     if (isListed[static_cast<std::size_t>(id)]) return;
     isListed[static_cast<std::size_t>(id)] = true;
@@ -97,11 +95,11 @@ std::string filesOf(const Outline& outline, const Displayed& display,
         .add("size", row.node->m_body.getSize())
         .add("sha256", hashes[static_cast<std::size_t>(id)])
         .add("kind", kind);
-    list.append(list.size() > 1 ? "," : "").append(file.closed());
+    out.append(out.ends_with('[') ? "" : ",").append(file.closed());
   };
   for (const int id : display.attachments) add(id, outline.row(id).isMessage() ? "message" : "attachment");
   for (const int id : display.inlineItems) add(id, "inline");
-  return list += ']';
+  out += ']';
 }
 
 /// In angle brackets, as in message_id.
@@ -184,14 +182,14 @@ std::string jsonOf(const std::string& file, mailtree::Message& message, const Js
   addHead(message, out);
   std::vector<std::string> hashes;
   hashes.reserve(outline.rows.size());
-  out.addSerialized("tree", treeOf(outline, hashes))
-      .addSerialized("files", filesOf(outline, state.displayed(), hashes))
-      .addSerialized("attachments", numbersOf(outline.attachments));
+  appendTree(outline, hashes, out.begin("tree"));
+  appendFiles(outline, state.displayed(), hashes, out.begin("files"));
+  out.addSerialized("attachments", numbersOf(outline.attachments));
   addIdOrNull(out, "plain_text", outline.plainText);
   addIdOrNull(out, "html", outline.html);
   out.addSerialized("security", securityOf(message.security()))
-      .addSerialized("limits", limitsOf(limitsIn(message)))
-      .addSerialized("problems", problemsOf(message.problems()));
+      .addSerialized("limits", limitsOf(limitsIn(message)));
+  appendProblems(out.begin("problems"), message.problems());
   if (options.headers) out.addSerialized("headers", headersOf(std::as_const(message).email2()));
   if (options.body) out.addSerialized("body", bodyOf(message));
   return out.closed();

@@ -26,8 +26,8 @@ std::string_view nameOf(Problem::Severity severity) noexcept {
   return "danger";
 }
 
-std::string problemsOf(const std::vector<Problem>& problems) {
-  ListText list;
+void appendProblems(std::string& out, const std::vector<Problem>& problems) {
+  out += '[';
   for (const Problem& problem : problems) {
     ObjectText object;
     object.add("kind", nameOf(problem.kind))
@@ -35,9 +35,9 @@ std::string problemsOf(const std::vector<Problem>& problems) {
         .add("text", problem.text)
         .add("severity", nameOf(problem.severity));
     problem.offset ? object.add("offset", *problem.offset) : object.addSerialized("offset", "null");
-    list.addSerialized(object.closed());
+    out.append(out.ends_with('[') ? "" : ",").append(object.closed());
   }
-  return list.closed();
+  out += ']';
 }
 
 }  // namespace mailtree::cli

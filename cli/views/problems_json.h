@@ -12,7 +12,7 @@ namespace mailtree::cli {
 std::string_view nameOf(Problem::Kind kind) noexcept;
 std::string_view nameOf(Problem::Severity severity) noexcept;
 
-/// A JSON list.
-std::string problemsOf(const std::vector<Problem>& problems);
+/// Appends a JSON list.
+void appendProblems(std::string& out, const std::vector<Problem>& problems);
 
 }  // namespace mailtree::cli

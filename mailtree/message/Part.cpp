@@ -1,6 +1,7 @@
 // message/Part.cpp - the facts of one part.
 #include "mailtree/message/Part.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <system_error>
@@ -37,11 +38,15 @@ bool writeNew(const std::string& path, std::string_view bytes, Readers readers, 
 }  // namespace
 
 std::string Part::id() const {
-  std::string id;
+  std::string id;  // backwards, as the rows lead to the root
   const Outline& outline = m_state->outline();
-  for (const PartRow* row = &outline.row(m_row); row->parent >= 0; row = &outline.row(row->parent))
-    id.insert(0, "." + std::to_string(row->index + 1));
-  return id.insert(0, "1");
+  for (const PartRow* row = &outline.row(m_row); row->parent >= 0; row = &outline.row(row->parent)) {
+    const std::string number = std::to_string(row->index + 1);
+    id.append(number.rbegin(), number.rend()).append(".");
+  }
+  id += '1';
+  std::ranges::reverse(id);
+  return id;
 }
 
 std::string Part::type() const { return lowerCase(MessageState::rowOf(*this).contentType); }
