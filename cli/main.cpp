@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <exception>
 #include <iostream>
+#include <string_view>
 
 #include "cli/commands.h"
 #include "cli/manual/help.h"
@@ -56,6 +57,32 @@ void cleanUpAtSignals() {
   }
 }
 
+constexpr struct {
+  std::string_view name;
+  void (*add)(Verb, Action&);
+} kVerbs[] = {{"show", addShow},       {"tree", addTree},         {"list", addList},
+              {"find", addFind},       {"copy", addCopy},         {"export", addExport},
+              {"headers", addHeaders}, {"body", addBody},         {"attachments", addAttachments},
+              {"related", addRelated}, {"messages", addMessages}, {"report", addReport},
+              {"extract", addExtract}, {"write", addWrite},       {"xml", addXml},
+              {"mht", addMht},         {"compose", addCompose},   {"edit", addEdit},
+              {"tidy", addTidy},       {"reply", addReply},       {"forward", addForward},
+              {"resend", addResend},   {"send", addSend},         {"merge", addMerge},
+              {"sign", addSign},       {"encrypt", addEncrypt},   {"decrypt", addDecrypt},
+              {"verify", addVerify},   {"check", addCheck},       {"aes", addAes},
+              {"help", addHelp},       {"make-manual", addManual}};
+/// Verbs that tell about all of them.
+constexpr std::string_view kTellers[] = {"help", "make-manual"};
+
+/// Adds the verb that is given: to define the options of all takes as long as to show some messages. Adds all
+/// where it is none, and where all are told about.
+void addVerbs(Verb command, Action& action, std::string_view given) {
+  const auto* const only = std::ranges::find(kVerbs, given, [](const auto& verb) { return verb.name; });
+  if (only != std::end(kVerbs) && std::ranges::find(kTellers, given) == std::end(kTellers))
+    return only->add(command, action);
+  for (const auto& verb : kVerbs) verb.add(command, action);
+}
+
 /// --help and --version come as errors too.
 Exit exitForParseError(const CLI::App& app, const CLI::ParseError& error) {
   if (dynamic_cast<const CLI::CallForHelp*>(&error)) return printHelp(parsedVerb(app));
@@ -72,38 +99,7 @@ Exit run(int argc, char** argv) {
 
   const Verb command(&app);
   Action action;
-  addShow(command, action);
-  addTree(command, action);
-  addList(command, action);
-  addFind(command, action);
-  addCopy(command, action);
-  addExport(command, action);
-  addHeaders(command, action);
-  addBody(command, action);
-  addAttachments(command, action);
-  addRelated(command, action);
-  addMessages(command, action);
-  addReport(command, action);
-  addExtract(command, action);
-  addWrite(command, action);
-  addXml(command, action);
-  addMht(command, action);
-  addCompose(command, action);
-  addEdit(command, action);
-  addTidy(command, action);
-  addReply(command, action);
-  addForward(command, action);
-  addResend(command, action);
-  addSend(command, action);
-  addMerge(command, action);
-  addSign(command, action);
-  addEncrypt(command, action);
-  addDecrypt(command, action);
-  addVerify(command, action);
-  addCheck(command, action);
-  addAes(command, action);
-  addHelp(command, action);
-  addManual(command, action);
+  addVerbs(command, action, argc > 1 ? argv[1] : "");
   if (!verbNamed(app, {argv + std::min(argc, 1), argv + argc})) return Exit::usage;
   try {
     app.parse(protectedArguments(argc, argv));

@@ -1,8 +1,7 @@
 // cli/support/arguments.h - the verbs of the command line, their options and arguments.
 //
-//   Parser     Only arguments.cpp, main.cpp and cli/manual/ know it: its header takes longer to compile than
-//   all
-//              of a verb.
+//   Parser     Only arguments.cpp, main.cpp and cli/manual/ know it: its header takes longer to compile
+//              than all of a verb.
 //   Literal    The parser reads "[a,b]" as a list and "{}" as an empty one; here they are names of files and
 //              header fields like any other.
 //   Targets    What receives the values must outlive the parsing.
