@@ -9,9 +9,10 @@
 
 using namespace mailtree;
 
-static_assert(sizeof(_clsCades) && sizeof(_svSymSettings) && sizeof(SymmetricCipher) && sizeof(ClsXml) &&
-              sizeof(ClsStringArray) && sizeof(MimeMessage2) && sizeof(SystemCerts) && sizeof(Certificate) &&
-              sizeof(ProgressContext) && sizeof(_svParentEmailPtr) && sizeof(SorvikSysTime));
+static_assert(sizeof(_clsCades) + sizeof(_svSymSettings) + sizeof(SymmetricCipher) + sizeof(ClsXml) +
+                  sizeof(ClsStringArray) + sizeof(MimeMessage2) + sizeof(SystemCerts) + sizeof(Certificate) +
+                  sizeof(ProgressContext) + sizeof(_svParentEmailPtr) + sizeof(SorvikSysTime) >
+              0);
 
 namespace {
 
