@@ -203,10 +203,10 @@ class PieceReader {
 
 Result<Shard> shardOf(const std::string& text) {
   const std::size_t slash = text.find('/');
-  const std::optional<std::uint64_t> of =
-      slash == std::string::npos ? std::nullopt : numberIn(std::string_view(text).substr(slash + 1));
+  const bool hasSlash = slash != std::string::npos;
+  const std::optional<std::uint64_t> of = numberIn(hasSlash ? std::string_view(text).substr(slash + 1) : "");
   const Error wrong{ErrorCode::badValue, "must be K/N, auto or auto/N", {}};
-  if (slash != std::string::npos && !of) return wrong;
+  if (hasSlash && !of) return wrong;
   const std::string first = text.substr(0, slash);
   Result<Shard> shard = wrong;
   if (first == "auto")
