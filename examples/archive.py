@@ -18,7 +18,7 @@ picture, *mailboxes = sys.argv[1:]
 mails = mailtree.messages(*mailboxes, errors="skip")
 rows = [(mail.date, mail.from_.address if mail.from_ else "", len(mail.attachments), len(mail.text)) for mail in mails]
 table = pandas.DataFrame(rows, columns=["date", "sender", "files", "characters"])
-table["date"] = pandas.to_datetime(table["date"], utc=True)
+table["date"] = pandas.to_datetime(table["date"], utc=True, errors="coerce")  # none for a year that pandas cannot hold
 print(f"{len(table):,} messages, {mails.skipped} could not be read")
 
 # %% Mail per month.
