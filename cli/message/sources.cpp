@@ -145,6 +145,7 @@ bool Sources::next(SourceMessage& message) {
     if (m_isOpen) {
       m_hasGiven = true;
       m_passed = message.number;
+      m_offset = message.offset;
       m_isOpen = m_wanted.mark == 0;
       return true;
     }
@@ -181,20 +182,21 @@ Result<bool> Sources::openNext() {
 }
 
 Result<void> Sources::open() {
-  const bool isFurther = m_wanted.mark == '@' || (m_isCounted && m_wanted.value > m_passed);
+  const bool isFurther =
+      m_wanted.mark == '@' ? m_wanted.value > m_offset : m_isCounted && m_wanted.value > m_passed;
   if (!m_source || m_source->error() || m_wanted.mark == 0 || m_wanted.path != m_path || !isFurther) {
     m_source.reset();
     Result<MailSource> opened = MailSource::open(m_wanted.path, m_options.reading);
     if (!opened) return std::move(opened).error();
     m_source.emplace(*std::move(opened));
     m_path = m_wanted.path;
-    m_passed = 0;
+    m_passed = m_offset = 0;
     m_isCounted = true;
   }
   m_isCounted = m_isCounted && m_wanted.mark != '@';
-  if (m_wanted.mark == '@') return m_source->seekOffset(m_wanted.value);
   if (m_wanted.mark == 0) return {};
-  Result<void> found = m_source->seekNumber(m_wanted.value);
+  Result<void> found =
+      m_wanted.mark == '@' ? m_source->seekOffset(m_wanted.value) : m_source->seekNumber(m_wanted.value);
   if (!found) m_source.reset();
   return found;
 }

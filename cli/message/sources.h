@@ -80,6 +80,7 @@ class Sources {
   std::optional<MailSource> m_source;
   std::string m_path;          ///< Of m_source.
   std::uint64_t m_passed = 0;  ///< Number of the message that m_source gave last.
+  std::uint64_t m_offset = 0;  ///< Where it begins.
   bool m_isCounted = true;     ///< That is known: no offset was wanted before.
   bool m_isOpen = false;       ///< There may be more for m_wanted.
   bool m_hasGiven = false;     ///< Something was given for it.

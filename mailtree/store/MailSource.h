@@ -77,7 +77,8 @@ class MAILTREE_API MailSource {
   /// The next message will be this one, counted from 1. Those before it are passed without being copied. It
   /// must not have been given or passed yet; not after seekOffset() or takePart().
   Result<void> seekNumber(std::uint64_t number);
-  /// The next message of an mbox will be the one whose separator line is there.
+  /// The next message of an mbox will be the one whose separator line is there. In a stream and in a
+  /// compressed mbox, whose offsets are those of what is decompressed, it must not have been given or passed.
   Result<void> seekOffset(std::uint64_t offset);
   /// Limits a source that was just opened to one of `parts` parts, counted from 0. Together they give each
   /// message once. A part of an mbox is a range of its bytes and found without reading what is before it,

@@ -27,6 +27,10 @@ std::size_t lineEndSize(std::string_view text) noexcept {
   return text.starts_with("\n") ? 1 : text.starts_with("\r\n") ? 2 : 0;
 }
 
+Error noMessageAt(std::uint64_t offset, const std::string& path) {
+  return {ErrorCode::notFound, "no message begins at byte " + std::to_string(offset), path};
+}
+
 }  // namespace
 
 MboxReader::MboxReader(std::shared_ptr<FileReader> file, const SourceOptions& options)
@@ -250,7 +254,15 @@ Result<void> MboxReader::copy(const Lengths& content, const Separator& separator
 }
 
 Result<void> MboxReader::seekOffset(std::uint64_t offset) {
-  if (!m_window.file() || m_kind != MailSource::Kind::mbox) return SourceReader::seekOffset(offset);
+  if (m_kind != MailSource::Kind::mbox) return SourceReader::seekOffset(offset);
+  Result<void> found = m_window.file() ? jumpTo(offset) : passTo(offset);
+  if (!found) return found;
+  m_isCounting = offset == m_first;
+  m_number = 0;
+  return {};
+}
+
+Result<void> MboxReader::jumpTo(std::uint64_t offset) {
   const Result<Surroundings> around = surroundings(offset, offset);
   if (!around) return around.error();
   const std::string_view before = std::string_view(around->text).substr(0, around->before);
@@ -258,12 +270,17 @@ Result<void> MboxReader::seekOffset(std::uint64_t offset) {
   const bool isMessage =
       offset == m_first ||
       (isLineBegin && readSeparator(around->text.substr(around->before), endsWithEmptyLine(before)));
-  if (!isMessage)
-    return Error{ErrorCode::notFound, "no message begins at byte " + std::to_string(offset), m_path};
+  if (!isMessage) return noMessageAt(offset, m_path);
   m_window.moveTo(offset);
   m_at = offset;
-  m_isCounting = offset == m_first;
-  m_number = 0;
+  return {};
+}
+
+/// A stream only goes forward.
+Result<void> MboxReader::passTo(std::uint64_t offset) {
+  while (m_at < offset && !isEnd(m_at))
+    if (const Result<bool> passed = pass(); !passed) return passed.error();
+  if (m_at != offset || isEnd(m_at)) return noMessageAt(offset, m_path);
   return {};
 }
 

@@ -54,6 +54,8 @@ class MboxReader final : public SourceReader {
   Result<Lengths> findContent(std::uint64_t begin, const Separator& separator);
   Result<Lengths> contentByLength(std::uint64_t begin);
   Result<std::uint64_t> findSeparator(std::uint64_t from, std::uint64_t message);
+  Result<void> jumpTo(std::uint64_t offset);
+  Result<void> passTo(std::uint64_t offset);
   Result<bool> isSeparatorAt(std::uint64_t line, std::uint64_t keep);
   Result<Surroundings> surroundings(std::uint64_t at, std::uint64_t keep);
   Result<void> copyBytes(const Lengths& content, SourceMessage& message);

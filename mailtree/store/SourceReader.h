@@ -20,7 +20,7 @@ class SourceReader {
   /// Passes one message.
   virtual Result<bool> pass() = 0;
   virtual Result<void> seekOffset(std::uint64_t) {
-    return Error{ErrorCode::badValue, "only messages of an uncompressed mbox have offsets", {}};
+    return Error{ErrorCode::badValue, "only messages of an mbox have offsets", {}};
   }
   /// Limits reading to a range of bytes; false when this kind of source has none.
   virtual Result<bool> takeRange(std::uint64_t /*part*/, std::uint64_t /*parts*/) { return false; }

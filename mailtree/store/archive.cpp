@@ -170,6 +170,12 @@ class ArchiveReader final : public SourceReader {
     }
   }
   Result<bool> pass() override { return next(m_passed); }
+  Result<void> seekOffset(std::uint64_t offset) override {
+    if (!m_entry && m_number == 0)
+      if (Result<bool> hasEntry = openEntry(m_passed); !hasEntry) return std::move(hasEntry).error();
+    // In an archive each file has offsets of its own.
+    return m_entry && isRaw() ? m_entry->seekOffset(offset) : SourceReader::seekOffset(offset);
+  }
 
  private:
   bool isRaw() const noexcept { return archive_format(m_archive.get()) == ARCHIVE_FORMAT_RAW; }
@@ -191,7 +197,8 @@ class ArchiveReader final : public SourceReader {
     message.path = m_path;
     message.entry = m_name;
     message.sharesFile = message.sharesFile || !isRaw();
-    message.number = ++m_number;
+    ++m_number;
+    if (!isRaw() || message.error) message.number = m_number;
     const std::string_view folder =
         std::string_view(m_name).substr(0, m_name.size() - baseName(m_name).size());
     if (folder.ends_with("cur/")) message.flags = maildirFlags(m_name);

@@ -108,6 +108,12 @@ TEST_F(Opening, ReadsWhatIsCompressed) {
     EXPECT_EQ(bodies(*source), (Strings{"A: 1\n", "A: 2\n"})) << filter;
     EXPECT_EQ(source->kind(), MailSource::Kind::mbox);
     EXPECT_EQ(piped(load("mbox")), (Strings{"A: 1\n", "A: 2\n"})) << filter;
+    SourceMessage message;
+    source = MailSource::open(path("mbox"));
+    EXPECT_TRUE(source->seekOffset(42) && source->next(message));
+    EXPECT_EQ(nameOf(message) + message.bytes, path("mbox@42") + "A: 2\n") << filter;
+    for (const std::uint64_t offset : {1, 41, 43, 83, 1000})
+      EXPECT_EQ(MailSource::open(path("mbox"))->seekOffset(offset).error().code, ErrorCode::notFound) << offset;
     save("folder/x", "");
     pack(path("folder/a.eml"), packing, {{"a", "A: 1\n"}});
     EXPECT_EQ(bodiesIn(path("folder")), Strings{"A: 1\n"}) << filter;
