@@ -89,7 +89,7 @@ class Finder {
     if (m_out.isOpen())
       m_result = worse(m_result, m_out.finish());
     else if (!m_options.hasNames())
-      m_listing.finish();
+      m_result = worse(m_result, m_listing.finish());
   }
 
   const FindOptions& m_options;

@@ -23,9 +23,11 @@ Exit list(const ListOptions& options) {
     return listing.itemOf(lazy);
   };
   Streaming stream(options.sources, options.stream);
-  return stream.run(
+  Exit printed = Exit::fine;
+  const Exit read = stream.run(
       make, [&](SourceMessage&, Listing::Item& item) { return listing.take(item); },
-      [&] { listing.finish(); });
+      [&] { printed = listing.finish(); });
+  return worse(read, printed);
 }
 
 }  // namespace

@@ -131,9 +131,9 @@ bool Listing::take(Item& item) {
     m_summary->add(item.key, item.bytes);
   } else if (item.entry) {
     m_threads.add(*item.entry);
-    m_lines.push_back(std::move(item.line));
+    m_lines.push_back({m_spool.add(item.line.begin), m_spool.add(item.line.rest)});
   } else if (m_order != Order::given) {
-    m_sorted.push_back({std::move(item.key), std::move(item.line)});
+    m_sorted.push_back({std::move(item.key), m_spool.add(textOf(item.line, m_style))});
   } else {
     if (!m_hasTitle) printBesideProgress(titleOf(m_style));
     m_hasTitle = true;
@@ -142,17 +142,40 @@ bool Listing::take(Item& item) {
   return std::cout.good();
 }
 
-void Listing::finish() {
+Result<void> Listing::printThreads() {
+  ListLine line;
+  for (const Threads::Row& row : m_threads.rows()) {
+    const Waiting& waiting = m_lines[row.message];
+    if (Result<void> done = m_spool.read(waiting.begin, line.begin); !done) return done;
+    if (Result<void> done = m_spool.read(waiting.rest, line.rest); !done) return done;
+    std::cout << textOf(line, m_style, row.thread, row.depth);
+  }
+  return {};
+}
+
+/// Messages with the same key keep their order, which is that of their places.
+Result<void> Listing::printSorted() {
+  const auto placeOf = [](const Sorted& sorted) { return std::pair(sorted.line.block, sorted.line.at); };
+  std::ranges::sort(m_sorted, [&](const Sorted& a, const Sorted& b) {
+    if (a.key != b.key) return m_order == Order::descending ? b.key < a.key : a.key < b.key;
+    return placeOf(a) < placeOf(b);
+  });
+  std::string line;
+  for (const Sorted& sorted : m_sorted) {
+    if (Result<void> done = m_spool.read(sorted.line, line); !done) return done;
+    std::cout << line;
+  }
+  return {};
+}
+
+Exit Listing::finish() {
   if (m_settings.count) std::cout << m_count << '\n';
   if (m_summary) m_summary->write(std::cout, m_style);
   if (!m_hasTitle && !m_settings.count && !m_summary) std::cout << titleOf(m_style);
-  for (const Threads::Row& row : m_threads.rows())
-    std::cout << textOf(m_lines[row.message], m_style, row.thread, row.depth);
-  const auto isBefore = [this](const Sorted& a, const Sorted& b) {
-    return m_order == Order::descending ? b.key < a.key : a.key < b.key;
-  };
-  std::ranges::stable_sort(m_sorted, isBefore);
-  for (const Sorted& sorted : m_sorted) std::cout << textOf(sorted.line, m_style);
+  const Result<void> done = m_settings.threads ? printThreads() : printSorted();
+  if (done) return Exit::fine;
+  reportError("a temporary file cannot be read: " + done.error().message);
+  return Exit::unreadable;
 }
 
 }  // namespace mailtree::cli

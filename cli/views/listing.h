@@ -3,12 +3,14 @@
 #pragma once
 
 #include <cstddef>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "cli/support/exit_codes.h"
+#include "cli/support/line_spool.h"
 #include "cli/views/list_view.h"
 #include "cli/views/summary_view.h"
 #include "mailtree/message/Threads.h"
@@ -45,23 +47,31 @@ class Listing {
   /// False when standard output takes no more.
   bool take(Item& item);
   /// Prints what had to wait for the last message.
-  void finish();
+  Exit finish();
 
  private:
   /// 0, or the order to sort in.
   enum class Order { given, ascending, descending };
+  /// A line that waits, in the two pieces that it has in a thread.
+  struct Waiting {
+    LineSpool::Place begin, rest;
+  };
   struct Sorted {
     std::string key;
-    ListLine line;
+    LineSpool::Place line;
   };
+
+  Result<void> printThreads();
+  Result<void> printSorted();
 
   const ListSettings& m_settings;
   ListStyle m_style;
   std::string m_sortField;
   Order m_order = Order::given;
   std::optional<Summary> m_summary;
-  std::vector<Sorted> m_sorted;
-  std::vector<ListLine> m_lines;  ///< Of threads.
+  LineSpool m_spool;
+  std::deque<Sorted> m_sorted;
+  std::deque<Waiting> m_lines;  ///< Of threads.
   Threads m_threads;
   std::size_t m_count = 0;
   bool m_hasTitle = false;
