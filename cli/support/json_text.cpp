@@ -34,8 +34,7 @@ void appendEscape(std::string& out, char32_t c) {
 
 }  // namespace
 
-void appendQuoted(std::string& out, std::string_view text) {
-  out += '"';
+void appendEscaped(std::string& out, std::string_view text) {
   std::size_t done = 0;  // end of what is already in `out`
   for (std::size_t at = 0; (at = findUnprintable<'"', '\\'>(text, at)) < text.size();) {
     const std::size_t begin = at;
@@ -45,7 +44,13 @@ void appendQuoted(std::string& out, std::string_view text) {
     c == kReplacementCharacter ? appendUtf8(out, c) : appendEscape(out, c);
     done = at;
   }
-  out.append(text, done).append("\"");
+  out.append(text, done);
+}
+
+void appendQuoted(std::string& out, std::string_view text) {
+  out += '"';
+  appendEscaped(out, text);
+  out += '"';
 }
 
 std::string quotedText(std::string_view text) {

@@ -16,6 +16,8 @@ inline constexpr int kSchema = 1;
 /// A JSON string, in quotes. Malformed utf-8 becomes U+FFFD.
 std::string quotedText(std::string_view text);
 void appendQuoted(std::string& out, std::string_view text);
+/// What is between the quotes.
+void appendEscaped(std::string& out, std::string_view text);
 
 /// An object, member by member. Keys are written as they are.
 class ObjectText {

@@ -137,10 +137,11 @@ std::string valueOf(const MimeHeader& header, int field, FieldForm form) {
   return quotedOrNull(textOf(header, field, form));
 }
 
+/// Negative when there is none.
 int lastField(const MimeHeader& header, std::string_view name) {
-  int last = -1;
-  for (int i = header.findField(name); i >= 0; i = header.findField(name, i + 1)) last = i;
-  return last;
+  int field = header.getNumFields() - 1;
+  while (field >= 0 && !equalsNoCase(header.fieldName(field), name)) --field;
+  return field;
 }
 
 }  // namespace
@@ -192,16 +193,16 @@ std::string problemOfJmapProperty(std::string_view property) {
 }
 
 std::string jmapHeadersOf(const MimeHeader& header) {
-  std::string list = "[", value;
+  std::string list = "[";
   list.reserve(4000);
   for (int i = 0; i < header.getNumFields(); ++i) {
     const std::string_view name = header.fieldName(i);
     if (name.empty()) continue;
     list += list.size() > 1 ? R"(,{"name":)" : R"({"name":)";
     appendQuoted(list, name);
-    list += R"(,"value":)";
-    appendQuoted(list, value.assign(" ").append(header.rawValue(i)));
-    list += '}';
+    list += R"(,"value":" )";  // what follows the colon, as in rawOf
+    appendEscaped(list, header.rawValue(i));
+    list += "\"}";
   }
   return list += ']';
 }

@@ -86,7 +86,7 @@ std::ptrdiff_t DataBuffer::findBytes(const void* bytes, std::size_t size) const 
 
 bool DataBuffer::endsWithStr(const char* text) const noexcept { return view().ends_with(viewOf(text)); }
 
-bool DataBuffer::hasLineLonger(std::size_t n) const noexcept { return longestLine(view(), n) > n; }
+bool DataBuffer::hasLineLonger(std::size_t n) const noexcept { return hasLineLongerThan(view(), n); }
 
 bool DataBuffer::is7bit(std::size_t limit) const noexcept { return isAscii(firstBytes(view(), limit)); }
 

@@ -88,14 +88,26 @@ bool hasBareLineEnd(std::string_view text) noexcept {
   return disagrees(text.data() + at, text.size() - at);
 }
 
-std::size_t longestLine(std::string_view text, std::size_t enough) noexcept {
+std::size_t longestLine(std::string_view text) noexcept {
   std::size_t longest = 0;
-  while (!text.empty() && longest <= enough) {
+  while (!text.empty()) {
     const std::size_t size = std::min(text.find('\n'), text.size());
     if (size > longest) longest = std::max(longest, lengthWithoutCr(text.substr(0, size)));
     text.remove_prefix(std::min(size + 1, text.size()));
   }
   return longest;
+}
+
+bool hasLineLongerThan(std::string_view text, std::size_t size) noexcept {
+  while (text.size() > size) {
+    std::size_t end = text.rfind('\n', size);  // of the last line that ends soon enough
+    if (end == std::string_view::npos) {
+      end = std::min(text.find('\n', size), text.size());
+      if (lengthWithoutCr(text.substr(0, end)) > size) return true;
+    }
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return false;
 }
 
 }  // namespace mailtree

@@ -92,8 +92,10 @@ inline std::size_t findUnprintable(std::string_view text, std::size_t from = 0) 
 bool hasBareLineEnd(std::string_view text) noexcept;
 
 /// Bytes of the longest line. Lines end at LF; CR and LF do not count. A bare CR, which no transport treats
-/// as a line break, cannot hide a long line. Returns as soon as a line longer than `enough` was found.
-std::size_t longestLine(std::string_view text, std::size_t enough = std::string_view::npos) noexcept;
+/// as a line break, cannot hide a long line.
+std::size_t longestLine(std::string_view text) noexcept;
+/// Whether a line is longer than that. Where lines are short it looks at one of them in `size` bytes.
+bool hasLineLongerThan(std::string_view text, std::size_t size) noexcept;
 
 /// Appends `text` to `out` with every `a` replaced by `b`, in one pass. `out` is any type with a
 /// bool append(string_view).

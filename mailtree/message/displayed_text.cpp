@@ -1,6 +1,7 @@
 #include "mailtree/message/displayed_text.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "mailtree/base/Utf.h"
@@ -43,9 +44,13 @@ std::string entryText(const PartRow& row, LoadBudget& budget) {
   return text + "\n" + displayedText(state.outline(), state.displayed(), /*budget=*/nullptr);
 }
 
-void appendBlock(std::string& text, std::string_view next) {
+void appendBlock(std::string& text, std::string&& next) {
   if (next.empty()) return;
-  if (!text.empty()) text += text.ends_with('\n') ? "\n" : "\n\n";
+  if (text.empty()) {
+    text = std::move(next);
+    return;
+  }
+  text += text.ends_with('\n') ? "\n" : "\n\n";
   text += next;
 }
 
@@ -72,14 +77,14 @@ std::string plainTextOf(const PartRow& row, LoadBudget* budget) {
 
 std::string validTextOf(const PartRow& row) {
   if (!isReadAsText(row)) return {};
-  std::string text = textOf(row);
-  if (!isValidUtf8(text)) {  // in an unknown charset
+  auto [text, isUtf8] = readTextOf(row);
+  if (!isUtf8) {
     std::string valid;
     decodeToUtf8(kCpUtf8, text, valid);
     text = std::move(valid);
   }
   if (text.starts_with(kByteOrderMark)) text.erase(0, kByteOrderMark.size());
-  return text;
+  return std::move(text);
 }
 
 /// The beginning of a line up to the next blanks, which go with it.
@@ -94,6 +99,12 @@ std::string_view cutWord(std::string_view& line) {
 
 /// Bytes of the first `left` characters, which are subtracted from it.
 std::size_t takeCharacters(std::string_view text, std::size_t& left) {
+  const auto isBegin = [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; };
+  const auto characters = static_cast<std::size_t>(std::ranges::count_if(text, isBegin));
+  if (characters <= left) {
+    left -= characters;
+    return text.size();
+  }
   std::size_t at = 0;
   for (; at < text.size() && left > 0; --left) {
     if (is8bit(text[at]))
@@ -107,16 +118,17 @@ std::size_t takeCharacters(std::string_view text, std::size_t& left) {
 }  // namespace
 
 std::string withUnixLines(std::string text) {
-  if (!contains(text, "\r")) return text;
-  std::string lines;
-  lines.reserve(text.size());
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t end = std::min(text.find('\r', at), text.size());
-    lines.append(text, at, end - at);
-    if (end < text.size()) lines += '\n';
-    at = end + (text.compare(end, 2, "\r\n") == 0 ? 2 : 1);
+  std::size_t to = std::min(text.find('\r'), text.size());
+  for (std::size_t from = to; from < text.size();) {
+    from += text.compare(from, 2, "\r\n") == 0 ? 2 : 1;
+    text[to++] = '\n';
+    const std::size_t end = std::min(text.find('\r', from), text.size());
+    std::memmove(text.data() + to, text.data() + from, end - from);
+    to += end - from;
+    from = end;
   }
-  return lines;
+  text.resize(to);
+  return text;
 }
 
 std::string readableTextOf(const PartRow& row) {
@@ -137,8 +149,9 @@ std::string quotableTextOf(const Message& message) {
   std::string text;
   for (const int id : state.displayed().textBody) {
     const PartRow& row = state.outline().row(id);
-    const std::string shown = plainTextOf(row, &state.opened.common->m_budget);
-    appendBlock(text, row.isMessage() ? shown : withoutSignature(shown));
+    std::string shown = plainTextOf(row, &state.opened.common->m_budget);
+    if (!row.isMessage()) shown.resize(withoutSignature(shown).size());
+    appendBlock(text, std::move(shown));
   }
   return text;
 }
@@ -149,8 +162,10 @@ std::string displayedHtml(const Outline& outline, const Displayed& display, Load
   for (const int id : display.htmlBody) {
     const PartRow& row = outline.row(id);
     hasHtml |= isHtml(row);
-    const std::string text = isHtml(row) ? readableTextOf(row) : plainTextOf(row, budget);
-    if (isHtml(row))
+    std::string text = isHtml(row) ? readableTextOf(row) : plainTextOf(row, budget);
+    if (isHtml(row) && html.empty())
+      html = std::move(text);
+    else if (isHtml(row))
       html += text;
     else if (!text.empty())
       html.append("<div style=\"white-space: pre-wrap\">").append(escapeHtml(text)).append("</div>\n");

@@ -1,4 +1,5 @@
 // message/field_problems.cpp - header fields that programs read in different ways, or cannot read at all.
+#include <algorithm>
 #include <array>
 #include <string>
 
@@ -145,6 +146,13 @@ class FieldChecks {
   }
 
   void readParameters(const ReceivedField& field) {
+    if (std::ranges::count(field.value, ';') > 1) countParameters(field);
+    if (equalsNoCase(field.name, "Content-Type") && containsNoCase(field.value, "boundary*"))
+      add(Severity::danger, Kind::ambiguous,
+          "the boundary is given in a form that many programs do not read (RFC 2231)", field);
+  }
+
+  void countParameters(const ReceivedField& field) {
     std::string value(field.value);  // unfolded
     std::erase_if(value, [](char c) { return c == '\r' || c == '\n'; });
     for (const SingleParameter& single : kSingleParameters) {
@@ -156,9 +164,6 @@ class FieldChecks {
                 inWords(times, "times"),
             field);
     }
-    if (equalsNoCase(field.name, "Content-Type") && findNoCase(field.value, "boundary*") < field.value.size())
-      add(Severity::danger, Kind::ambiguous,
-          "the boundary is given in a form that many programs do not read (RFC 2231)", field);
   }
 
   void readMissing() {

@@ -26,7 +26,8 @@ constexpr std::string_view kUnknownType = "application/octet-stream";
 /// The transfer encoding that leaves the bytes as they are (RFC 2045, 2.7 to 2.9); null for 7bit.
 const char* identityEncodingFor(const DataBuffer& bytes) {
   const std::string_view view = bytes.view();
-  const bool isText = !bytes.containsChar('\0') && !hasBareLineEnd(view) && longestLine(view) <= kLongestLine;
+  const bool isText =
+      !bytes.containsChar('\0') && !hasBareLineEnd(view) && !hasLineLongerThan(view, kLongestLine);
   if (!isText) return "binary";
   return bytes.is7bit(0) ? nullptr : "8bit";
 }

@@ -54,7 +54,7 @@ class LineChecks {
   void run() {
     if (m_entities.empty()) return;
     if (findNul(m_text, 0) != kNowhere) tally(findNul, "NUL bytes", Kind::ambiguous, Severity::warning);
-    if (longestLine(m_text, kLongestLine) > kLongestLine)
+    if (hasLineLongerThan(m_text, kLongestLine))
       tally(findLongLine, "lines of more than 998 bytes", Kind::malformed, Severity::note);
     if (endsLinesInCrlf(m_text) && !hasBareLineEnd(m_text)) return;
     tally(findBareCr, "CR without LF, for some programs the end of a line", Kind::ambiguous,
@@ -80,7 +80,7 @@ class LineChecks {
       const std::size_t first = next;
       std::size_t count = 0;
       for (; next < end; next = find(m_text, next + 1)) ++count;
-      if (!isHeader && equalsNoCase(in.entity->getContentEncoding(), "binary")) continue;
+      if (!isHeader && equalsNoCase(in.encoding, "binary")) continue;
       m_problems.add(in.row, isHeader && kind == Kind::ambiguous ? Severity::danger : severity, kind,
                      std::string(isHeader ? "the header" : "the content") + " has " + what + " (" +
                          std::to_string(count) + ")",

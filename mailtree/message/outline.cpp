@@ -6,6 +6,7 @@
 
 #include "mailtree/base/Utf.h"
 #include "mailtree/email/loading/received_date.h"
+#include "mailtree/mime/header/HeaderParams.h"
 
 namespace mailtree {
 namespace {
@@ -34,19 +35,37 @@ bool isUntypedText(Email2& node, bool inMixed) {
          !node.isEmailAttachment(inMixed, quiet);
 }
 
-using RowIds = std::unordered_map<const SorvikObject*, int>;
+/// Finds the rows of nodes. Most messages have so few that looking through them is fastest.
+class RowIds {
+ public:
+  explicit RowIds(const std::vector<PartRow>& rows) : m_rows(rows) {
+    if (rows.size() <= kFew) return;
+    m_ids.reserve(rows.size());
+    for (std::size_t id = 0; id < rows.size(); ++id) m_ids.emplace(rows[id].node, static_cast<int>(id));
+  }
+  int at(const SorvikObject* node) const {
+    if (m_rows.size() > kFew) return m_ids.at(node);
+    return static_cast<int>(std::ranges::find(m_rows, node, &PartRow::node) - m_rows.begin());
+  }
+
+ private:
+  static constexpr std::size_t kFew = 8;
+
+  const std::vector<PartRow>& m_rows;
+  std::unordered_map<const SorvikObject*, int> m_ids;
+};
 
 std::string charsetOf(const Email2& node) {
   std::string scratch;
   const std::string_view value =
       node.m_header.unfoldedValue(node.m_header.findField("Content-Type"), scratch);
-  if (value.empty()) return {};
-  _svContentType parsed;
-  _svCharset charset;
-  parsed.loadFromMimeHeaderValue(value, charset);
-  if (*charset.getName()) return charset.getName();
-  const std::string* unknown = parsed.m_otherParams.find("charset");
-  return unknown ? *unknown : std::string();
+  std::string charset;  // the last one counts, as in loading
+  readParameters(
+      value, [](std::string_view) {},
+      [&charset](std::string_view name, std::string_view text) {
+        if (equalsNoCase(name, "charset") && !text.empty()) charset = text;
+      });
+  return charset;
 }
 
 PartRow rowOf(Email2& node, int depth, int parent, int index, bool isLastChild) {
@@ -181,10 +200,7 @@ std::string decodeByDetection(int headerCodePage, std::string_view bytes) {
 Outline outlineOf(Email2& root) {
   Outline outline;
   numberRows(root, outline);
-  RowIds ids;
-  ids.reserve(outline.rows.size());
-  for (std::size_t i = 0; i < outline.rows.size(); ++i)
-    ids.emplace(outline.rows[i].node, static_cast<int>(i));
+  const RowIds ids(outline.rows);
   markBodies(root, ids, outline);
   markUntypedBody(root, ids, outline);
   markReportText(root, outline);
@@ -227,18 +243,22 @@ std::string givenFileName(const PartRow& row) {
   return name.extractString();
 }
 
-std::string textOf(const PartRow& row) {
+ReadText readTextOf(const PartRow& row) {
   Email2& node = *row.node;
   const std::string_view bytes = node.m_body.view();
   const bool isUtf8 = isValidUtf8(bytes);
   if (isConvertibleText(node.traits()) && (isUtf8 || node.m_repairs.has(Repair::damagedText)))
-    return isUtf8 ? std::string(bytes) : decodeUtf8(bytes);
+    return {isUtf8 ? std::string(bytes) : decodeUtf8(bytes), true};
   DataBuffer converted;
   const DecodedText decoded = receivedTextToUtf8(row.charset, bytes, converted);
-  if (decoded.converted) return std::string(converted.view());
-  if (isUtf8 || decoded.codePage == kCpUtf8) return decodeUtf8(bytes);
-  return decodeByDetection(node.m_header.getDetectedCP(), bytes);
+  if (decoded.converted) return {std::string(converted.view()), true};
+  if (isUtf8 || decoded.codePage == kCpUtf8) return {decodeUtf8(bytes), true};
+  std::string text = decodeByDetection(node.m_header.getDetectedCP(), bytes);
+  const bool isDecoded = isValidUtf8(text);
+  return {std::move(text), isDecoded};
 }
+
+std::string textOf(const PartRow& row) { return readTextOf(row).text; }
 
 std::optional<SorvikSysTime> dateOf(const Email2& root) {
   SorvikSysTime date;

@@ -66,6 +66,11 @@ std::string givenFileName(const PartRow& row);
 
 /// The text of a text part in utf-8. Attached files, stored as bytes, are decoded by their charset parameter,
 /// else by detection. Malformed text becomes U+FFFD; bytes in an unknown charset stay.
+struct ReadText {
+  std::string text;
+  bool isUtf8;
+};
+ReadText readTextOf(const PartRow& row);
 std::string textOf(const PartRow& row);
 
 /// The date of the message in GMT; nothing when no date field is usable.

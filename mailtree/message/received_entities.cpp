@@ -1,6 +1,8 @@
 #include "mailtree/message/received_entities.h"
 
+#include <algorithm>
 #include <unordered_map>
+#include <utility>
 
 #include "mailtree/message/internal.h"
 #include "mailtree/mime/MimeParser.h"
@@ -38,32 +40,100 @@ std::vector<ReceivedField> fieldsIn(std::string_view text, std::size_t begin, st
   return fields;
 }
 
+/// The header of a message that is one text, in which every line is a field or goes on with one.
+class SimpleHeader {
+ public:
+  /// False when there is anything else in it.
+  bool read(std::string_view text, std::size_t begin) {
+    for (std::size_t at = begin; at < text.size();) {
+      const std::size_t lineEnd = endOfLine(text, at);
+      const std::string_view line = text.substr(at, lineEnd - at);
+      at = m_end = afterLineBreak(text, lineEnd);
+      if (line.empty()) return m_hasField;
+      if (!readLine(line)) return false;
+    }
+    return false;
+  }
+  std::size_t end() const noexcept { return m_end; }  ///< Of the empty line after it.
+  std::string_view encoding() const noexcept { return m_encoding; }
+
+ private:
+  bool readLine(std::string_view line) {
+    if (isBlankAscii(line[0])) return m_hasField && !m_isEncoding && !trim(line).empty();
+    const FieldStart start = readFieldStart(line);
+    const std::string_view name = line.substr(0, start.nameSize), value = trim(line.substr(start.colon + 1));
+    m_hasField = start.nameSize > 0;
+    m_isEncoding = false;
+    return m_hasField && (!beginsWithNoCase(name, "Content-T") || readContentField(name, value));
+  }
+
+  bool readContentField(std::string_view name, std::string_view value) {
+    constexpr std::string_view kEncodings[] = {"7bit", "8bit", "quoted-printable", "base64"};
+    const auto isValue = [value](std::string_view known) { return equalsNoCase(value, known); };
+    if (equalsNoCase(name, "Content-Type"))
+      return beginsWithNoCase(value, "text/") && !std::exchange(m_hasType, true);
+    if (!equalsNoCase(name, "Content-Transfer-Encoding")) return true;
+    m_isEncoding = true;
+    return std::exchange(m_encoding, value).empty() && std::ranges::any_of(kEncodings, isValue);
+  }
+
+  std::size_t m_end = 0;
+  std::string_view m_encoding;
+  bool m_hasField = false, m_hasType = false;
+  bool m_isEncoding = false;  ///< The last field is an encoding, whose value must not go on.
+};
+
 }  // namespace
 
 ReceivedEntities::ReceivedEntities(MessageState& state) : m_state(state), m_text(state.receivedBytes()) {
   m_ofRow.assign(state.outline().rows.size(), -1);
   if (m_text.empty()) return;
+  const std::size_t begin = m_text.size() - MimeParser::skipPrologue(m_text).size();
+  if (!readSimple(begin)) readAll(begin);
+}
+
+/// Reads a message that is one text with nothing remarkable in its header, as most are. False for others.
+bool ReceivedEntities::readSimple(std::size_t begin) {
+  if (m_ofRow.size() != 1 || !m_state.opened.common->m_limits.isEmpty()) return false;
+  SimpleHeader header;
+  if (!header.read(m_text, begin)) return false;
+  m_entities.push_back({.begin = begin,
+                        .bodyBegin = header.end(),
+                        .end = m_text.size(),
+                        .encoding = header.encoding(),
+                        .boundary = {}});
+  m_ofRow[0] = 0;
+  return true;
+}
+
+void ReceivedEntities::readAll(std::size_t begin) {
   std::vector<EntityPlace> places;
   LogNull log;
   if (!m_root.loadText(m_text, places, log)) return;
-  const std::size_t prologue = m_text.size() - MimeParser::skipPrologue(m_text).size();
   m_entities.reserve(places.size());
-  for (const EntityPlace& place : places)
+  for (const EntityPlace& place : places) {
+    const MimeMessage2& entity = *place.entity;
     m_entities.push_back(
-        {place.entity, 0, prologue + place.begin, prologue + place.bodyBegin, prologue + place.end});
-  assignRows();
+        {.begin = begin + place.begin,
+         .bodyBegin = begin + place.bodyBegin,
+         .end = begin + place.end,
+         .encoding = entity.getContentEncoding(),
+         .boundary = entity.isMultipart() ? trimRight(entity.contentType().m_boundary) : std::string_view(),
+         .isLeaf = entity.getNumParts() == 0});
+  }
+  assignRows(places);
 }
 
 /// Loading may have moved, wrapped or removed parts; where they begin in the text identifies them. An entity
 /// that is no part now, such as the content of an opened layer, belongs to the last one before it.
-void ReceivedEntities::assignRows() {
+void ReceivedEntities::assignRows(const std::vector<EntityPlace>& places) {
   std::unordered_map<Origin, int> rows;
   const Outline& outline = m_state.outline();
   for (std::size_t row = 1; row < outline.rows.size(); ++row)
     rows.emplace(outline.rows[row].node->m_origin, static_cast<int>(row));
   m_ofRow[0] = 0;
   for (std::size_t i = 1; i < m_entities.size(); ++i) {
-    const auto found = rows.find(m_entities[i].entity->origin());
+    const auto found = rows.find(places[i].entity->origin());
     m_entities[i].row = found == rows.end() ? m_entities[i - 1].row : found->second;
     if (found != rows.end()) m_ofRow[static_cast<std::size_t>(found->second)] = static_cast<int>(i);
   }

@@ -20,11 +20,11 @@ struct ReceivedField {
 };
 
 struct ReceivedEntity {
-  const MimeMessage2* entity;
-  int row;  ///< The part that it became, or is in.
   std::size_t begin, bodyBegin, end;
-
-  bool isLeaf() const noexcept { return entity->getNumParts() == 0; }
+  std::string_view encoding;  ///< Content-Transfer-Encoding.
+  std::string_view boundary;  ///< Of a multipart.
+  bool isLeaf = true;
+  int row = 0;  ///< The part that it became, or is in.
 };
 
 /// The bytes of a message, parsed again: a repaired tree does not show what was repaired. Without entities
@@ -41,7 +41,9 @@ class ReceivedEntities {
   std::vector<ReceivedField> fieldsOf(int row) const;
 
  private:
-  void assignRows();
+  bool readSimple(std::size_t begin);
+  void readAll(std::size_t begin);
+  void assignRows(const std::vector<EntityPlace>& places);
 
   MessageState& m_state;
   std::string_view m_text;

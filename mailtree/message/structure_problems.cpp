@@ -94,10 +94,10 @@ void read8bit(const ReceivedEntity& entity, std::string_view body, ProblemList& 
 }
 
 void readBody(const ReceivedEntity& entity, std::string_view body, ProblemList& problems) {
-  const std::string_view encoding = entity.entity->getContentEncoding();
-  if (equalsNoCase(encoding, "base64")) return readBase64(entity, body, problems);
-  if (equalsNoCase(encoding, "quoted-printable")) readQuotedPrintable(entity, body, problems);
-  if (!equalsNoCase(encoding, "8bit") && !equalsNoCase(encoding, "binary")) read8bit(entity, body, problems);
+  if (equalsNoCase(entity.encoding, "base64")) return readBase64(entity, body, problems);
+  if (equalsNoCase(entity.encoding, "quoted-printable")) readQuotedPrintable(entity, body, problems);
+  if (!equalsNoCase(entity.encoding, "8bit") && !equalsNoCase(entity.encoding, "binary"))
+    read8bit(entity, body, problems);
 }
 
 // Boundaries
@@ -143,10 +143,6 @@ class Boundaries {
   std::size_t m_longest = 0;
 };
 
-std::string_view boundaryOf(const ReceivedEntity& entity) {
-  return entity.entity->isMultipart() ? trimRight(entity.entity->contentType().m_boundary) : "";
-}
-
 class BoundaryChecks {
  public:
   BoundaryChecks(const ReceivedEntities& received, ProblemList& problems)
@@ -154,8 +150,7 @@ class BoundaryChecks {
 
   void run() {
     for (const ReceivedEntity& entity : m_received.all())
-      if (const std::string_view boundary = boundaryOf(entity); !boundary.empty())
-        readBoundary(entity, boundary);
+      if (!entity.boundary.empty()) readBoundary(entity, entity.boundary);
     if (!m_boundaries.isEmpty()) readLines();
   }
 
@@ -228,7 +223,7 @@ void findEncodingProblems(int row, const PartRow& part, const std::vector<Receiv
 
 void findStructureProblems(const ReceivedEntities& received, ProblemList& problems) {
   for (const ReceivedEntity& entity : received.all())
-    if (entity.isLeaf())
+    if (entity.isLeaf)
       readBody(entity, received.text().substr(entity.bodyBegin, entity.end - entity.bodyBegin), problems);
   BoundaryChecks(received, problems).run();
 }
