@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 namespace mailtree::cli {
 namespace {
@@ -44,10 +45,7 @@ LineSpool::~LineSpool() {
 }
 
 LineSpool::Place LineSpool::add(std::string_view line) {
-  if (m_blocks.empty() || m_blocks.back().lines.size() + line.size() > kBlockBytes) {
-    if (!m_blocks.empty()) moveToFile(m_blocks.back());
-    m_blocks.emplace_back().lines.reserve(kBlockBytes);
-  }
+  if (m_blocks.empty() || m_blocks.back().lines.size() + line.size() > kBlockBytes) addBlock();
   std::string& lines = m_blocks.back().lines;
   const Place place{static_cast<std::uint32_t>(m_blocks.size() - 1), static_cast<std::uint32_t>(lines.size()),
                     static_cast<std::uint32_t>(line.size())};
@@ -55,13 +53,23 @@ LineSpool::Place LineSpool::add(std::string_view line) {
   return place;
 }
 
-void LineSpool::moveToFile(Block& block) {
+/// The memory of a block that went to the file is used again: freed, it would be filled with small things,
+/// and each block would take new memory.
+void LineSpool::addBlock() {
+  std::string lines;
+  if (!m_blocks.empty() && writeToFile(m_blocks.back())) lines = std::exchange(m_blocks.back().lines, {});
+  lines.clear();
+  lines.reserve(kBlockBytes);
+  m_blocks.push_back({std::move(lines)});
+}
+
+bool LineSpool::writeToFile(Block& block) {
   if (m_file < 0 && !m_isFull) m_file = openTemporary();
   m_isFull = m_isFull || m_file < 0 || !writeAt(m_file, m_fileSize, block.lines);
-  if (m_isFull) return;
+  if (m_isFull) return false;
   block.fileOffset = m_fileSize;
   m_fileSize += block.lines.size();
-  block.lines = std::string();
+  return true;
 }
 
 Result<void> LineSpool::read(const Place& place, std::string& line) const {

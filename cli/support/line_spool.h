@@ -34,7 +34,8 @@ class LineSpool {
     std::uint64_t fileOffset = 0;
   };
 
-  void moveToFile(Block& block);
+  void addBlock();
+  bool writeToFile(Block& block);
 
   std::vector<Block> m_blocks;
   std::uint64_t m_fileSize = 0;

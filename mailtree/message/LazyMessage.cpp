@@ -102,7 +102,7 @@ Address LazyMessage::from() {
 std::vector<Address> LazyMessage::addresses(std::string_view field) {
   ExtPtrArray entries;
   entriesOf(header(), field, entries);
-  return valuesOf(entries);
+  return valuesOf(std::move(entries));
 }
 
 std::string LazyMessage::subject() { return subjectIn(header()); }

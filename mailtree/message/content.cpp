@@ -185,8 +185,10 @@ class TextSetter {
     if (!m_others.empty()) return putBeside();
     if (m_own.empty()) return insert();
     makeFiles();
+    // First, because an enclosure that is left with nothing but the text takes its place.
+    const bool isSet = setLeaf(m_root, *m_shown.node(m_own.front()), m_kind, m_text, m_log);
     removeOwn(/*from=*/1);
-    return setLeaf(m_root, *m_shown.node(m_own.front()), m_kind, m_text, m_log);
+    return isSet;
   }
 
   bool isAlternativeOfOthers() const {

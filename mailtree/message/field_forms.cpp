@@ -10,7 +10,7 @@ namespace {
 std::vector<Address> listOf(std::string_view text) {
   ExtPtrArray entries;
   _svEmailAddress::parseAndLoadEntries(text, entries);
-  return valuesOf(entries);
+  return valuesOf(std::move(entries));
 }
 
 /// A display name, unquoted and decoded.
@@ -101,6 +101,15 @@ std::vector<Address> valuesOf(const ExtPtrArray& entries) {
   std::vector<Address> addresses;
   addresses.reserve(static_cast<std::size_t>(entries.getSize()));
   for (int i = 0; i < entries.getSize(); ++i) addresses.push_back(valueOf(*entries.at<_svEmailAddress>(i)));
+  return addresses;
+}
+
+std::vector<Address> valuesOf(ExtPtrArray&& entries) {
+  std::vector<Address> addresses(static_cast<std::size_t>(entries.getSize()));
+  for (auto i = static_cast<int>(addresses.size()); i-- > 0;) {
+    const Owned<_svEmailAddress> entry(static_cast<_svEmailAddress*>(entries.removeAt(i)));
+    addresses[static_cast<std::size_t>(i)] = valueOf(*entry);
+  }
   return addresses;
 }
 

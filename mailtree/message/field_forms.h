@@ -28,6 +28,8 @@ struct AddressGroup {
 
 Address valueOf(const _svEmailAddress& entry);
 std::vector<Address> valuesOf(const ExtPtrArray& entries);
+/// The same, deleting each entry as soon as it was copied: a list may be as long as a message.
+std::vector<Address> valuesOf(ExtPtrArray&& entries);
 /// The addresses of a field, those with a name only too.
 std::vector<Address> addressesIn(const MimeHeader& header, int field);
 /// The same in groups, in order.

@@ -21,7 +21,7 @@ int numberIn(std::string_view digits) {
 std::vector<Address> addressesOf(const Email2& root, std::string_view field) {
   ExtPtrArray entries;
   entriesOf(root.m_header, field, entries);
-  return valuesOf(entries);
+  return valuesOf(std::move(entries));
 }
 
 std::string textOf(std::span<const Address> addresses) {
