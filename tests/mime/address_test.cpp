@@ -37,6 +37,36 @@ TEST(AddressReading, TakesTheFormsOfTheStandard) {
   expectEach(listOf, rows);
 }
 
+TEST(AddressReading, ReadsPlainEntriesAsItReadsOthers) {
+  // A comment leaves the plain way.
+  for (const std::string entry : {"a@b.c",
+                                  " a.b-c_d+e@f-g.h ",
+                                  "<a@b>",
+                                  "A Name <a@b>",
+                                  "A  Name <a@b>",
+                                  "A Name<a@b>",
+                                  "O'N. & Co! <a@b>",
+                                  "\"A, (B) @ <C>\" <a@b>",
+                                  "\" A \" <a@b>",
+                                  "\"\" <a@b>",
+                                  "\"A\\\"B\" <a@b>",
+                                  "\"A\" B <a@b>",
+                                  "=?utf-8?q?M=C3=BC_?= =?utf-8?q?l?= <a@b>",
+                                  "\"=?utf-8?q?a?=\" <a@b>",
+                                  "A = B ? C <a@b>",
+                                  "é <a@b>",
+                                  "A <a@b> B",
+                                  "A <a@ b>",
+                                  "A <a>",
+                                  "A a@b",
+                                  "a@b c@d",
+                                  "'a@b'",
+                                  "A\tB <a@b>",
+                                  "A <a@b"})
+    for (const std::string end : {"", ",", ";", ", x@y"})
+      EXPECT_EQ(listOf(entry + end), listOf(entry + "()" + end)) << entry << end;
+}
+
 TEST(AddressReading, DropsCommentsAndTakesOneForAMissingName) {
   const Row rows[] = {
       {R"(Pete(A nice \) chap) <pete(his account)@silly.test(his host)>)", "Pete|pete@silly.test"},

@@ -101,6 +101,15 @@ AddressToken AddressLexer::next() noexcept {
   return {};
 }
 
+std::optional<PlainMailbox> AddressLexer::nextMailbox() noexcept {
+  const std::optional<PlainMailbox> mailbox =
+      readPlainMailbox(m_text.substr(m_position), /*quotes=*/!m_noMoreQuotes);
+  if (!mailbox) return std::nullopt;
+  m_position += mailbox->size;
+  m_afterBlank = m_afterAt = false;
+  return mailbox;
+}
+
 AddressToken AddressLexer::take(AddressToken::Kind kind, std::size_t size) noexcept {
   const AddressToken token{kind, m_text.substr(m_position, size), m_afterBlank};
   m_position += size;

@@ -3,8 +3,11 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
+
+#include "mailtree/mime/address/PlainMailbox.h"
 
 namespace mailtree {
 
@@ -30,6 +33,8 @@ class AddressLexer {
  public:
   explicit AddressLexer(std::string_view text) noexcept : m_text(text) {}
   AddressToken next() noexcept;
+  /// Takes a whole entry where the next one is plain. Only at the beginning of an entry.
+  std::optional<PlainMailbox> nextMailbox() noexcept;
 
  private:
   AddressToken take(AddressToken::Kind kind, std::size_t size) noexcept;

@@ -78,6 +78,9 @@ std::optional<ReadAddress> AddressReader::next() {
   while (m_returned == m_ready.size()) {
     m_ready.clear();
     m_returned = 0;
+    if (isAtEntry())
+      if (const std::optional<PlainMailbox> plain = m_lexer.nextMailbox())
+        return ReadAddress{decodedName(std::string(plain->name)), std::string(plain->address)};
     const AddressToken token = m_lexer.next();
     if (token.kind != Kind::end) {
       see(token);
@@ -91,7 +94,13 @@ std::optional<ReadAddress> AddressReader::next() {
 
 // Collecting tokens
 
+/// Whether nothing of an entry was read.
+bool AddressReader::isAtEntry() const noexcept {
+  return m_tokens.empty() && m_comments.empty() && m_earlierParts.empty() && !m_blankBefore;
+}
+
 void AddressReader::see(AddressToken token) {
+  if (m_tokens.capacity() == 0) m_tokens.reserve(kFewTokens);
   token.afterBlank |= std::exchange(m_blankBefore, false);
   if (token.kind == Kind::comment) {
     m_comments.push_back({m_tokens.size(), token.text});

@@ -33,9 +33,7 @@ class AddressReader {
   enum class LoneNames { skip, keep };
 
   explicit AddressReader(std::string_view text, LoneNames loneNames = LoneNames::skip)
-      : m_lexer(text), m_keepsLoneNames(loneNames == LoneNames::keep) {
-    m_tokens.reserve(kFewTokens);
-  }
+      : m_lexer(text), m_keepsLoneNames(loneNames == LoneNames::keep) {}
   std::optional<ReadAddress> next();
 
  private:
@@ -53,6 +51,7 @@ class AddressReader {
     std::string_view inside;
   };
 
+  bool isAtEntry() const noexcept;
   void see(AddressToken token);
   void onComma(const AddressToken& comma);
   void onColon(const AddressToken& colon);
