@@ -102,17 +102,6 @@ std::size_t decodePortable(std::string_view text, std::uint8_t* out) noexcept {
   return static_cast<std::size_t>(out - begin);
 }
 
-namespace {
-
-char* putEscape(char c, char* to) noexcept {
-  to[0] = '=';
-  to[1] = kUpperHex[byteOf(c) >> 4];
-  to[2] = kUpperHex[byteOf(c) & 15];
-  return to + kEscapeSize;
-}
-
-}  // namespace
-
 char* encodeUnbrokenPortable(std::string_view bytes, char* to) noexcept {
   constexpr std::size_t kBlock = 16;
   const char* p = bytes.data();
@@ -130,14 +119,9 @@ char* encodeUnbrokenPortable(std::string_view bytes, char* to) noexcept {
   return to;
 }
 
-bool needsEscapedStart(std::string_view line) noexcept {
-  if (line.empty()) return false;
-  switch (line[0]) {
-    case '.': return true;
-    case 'F': return line.starts_with("From ") || line == "From=20";
-    case '-': break;
-    default: return false;
-  }
+bool needsEscapedStartAfter(char first, std::string_view line) noexcept {
+  if (first == '.') return true;
+  if (first == 'F') return line.starts_with("From ") || line == "From=20";
   if (line.size() < 3 || line[1] != '-') return false;
   if (line[2] != '=') return !isSpaceAscii(line[2]);
   return !isSpaceAscii(static_cast<char>(hexPair(line.data() + 3)));
@@ -167,9 +151,15 @@ std::size_t plainLines(std::string_view text) noexcept {
   return hasAvx2() ? plainLinesAvx2(text) : plainLinesPortable(text);
 }
 
+bool hasSpans() noexcept { return hasAvx512(); }
+char* encodeSpan(std::string_view bytes, char* to, LineEnds& ends) noexcept {
+  return encodeSpanAvx512(bytes, to, ends);
+}
+
 }  // namespace
 
 std::size_t decode(std::string_view text, std::uint8_t* out) noexcept {
+  if (hasAvx512()) return decodeAvx512(text, out);
   return hasAvx2() ? decodeAvx2(text, out) : decodePortable(text, out);
 }
 
@@ -181,6 +171,8 @@ char* encodeUnbroken(std::string_view bytes, std::size_t, char* to) noexcept {
   return encodeUnbrokenPortable(bytes, to);
 }
 std::size_t plainLines(std::string_view text) noexcept { return plainLinesPortable(text); }
+constexpr bool hasSpans() noexcept { return false; }
+char* encodeSpan(std::string_view, char* to, LineEnds&) noexcept { return to; }
 
 }  // namespace
 
@@ -190,15 +182,10 @@ std::size_t decode(std::string_view text, std::uint8_t* out) noexcept { return d
 
 namespace {
 
-/// Whether the rest of an encoded line needs no soft break.
-bool fitsLine(std::string_view text) noexcept {
-  return text.size() <= (needsEscapedStart(text) ? kMaxLine + 1 - kEscapeSize : kMaxLine);
-}
-
 /// How much of an encoded text fits in `room` before a soft break, without splitting an escape.
 std::size_t softLength(const char* text, std::size_t room) noexcept {
-  if (text[room - 1] == '=') return room - 1;
-  return text[room - 2] == '=' ? room - 2 : room;
+  const std::size_t cutsLast = text[room - 1] == '=', cutsTwo = text[room - 2] == '=';
+  return room - cutsLast - 2 * cutsTwo;  // without a branch: which of them it is cannot be foreseen
 }
 
 /// Bytes copied to the string at a time. The compiler copies more with one string instruction, which is slow
@@ -217,30 +204,31 @@ class LineWriter {
     m_out.append(lines);
   }
 
-  // Text is copied by whole lines here, which is cheaper than copying its exact length: kMaxLine bytes are
-  // readable from any place in it.
-
-  /// Fills a line with encoded text and breaks it softly; returns how much text that
-  /// took. The text is longer than a line.
-  std::size_t putFull(std::string_view text) {
-    char* const to = makeRoom();
-    const std::size_t opening = putOpening(text, to);
-    const std::size_t n = softLength(text.data() + opening, kMaxLine - 1 - opening * kEscapeSize);
-    std::memcpy(to + opening * kEscapeSize, text.data() + opening, kMaxLine);
-    m_used += opening * kEscapeSize + n;
-    std::memcpy(m_buffer.data() + m_used, kSoftBreak.data(), kSoftBreak.size());
-    m_used += kSoftBreak.size();
-    return opening + n;
+  /// Writes full lines of encoded text, each with a soft break, while more than `kept` characters are left,
+  /// at least kMaxLine; returns how much text that took.
+  std::size_t putFull(std::string_view text, std::size_t kept) {
+    const char* p = text.data();
+    const char* const end = p + text.size();
+    char* const to = putFull(p, end, kept, next());
+    m_used = usedUpTo(to);
+    return text.size() - static_cast<std::size_t>(end - p);
   }
 
-  /// Writes the rest of a line, which fits, and its line break if any.
-  void putLast(std::string_view text, std::string_view lineBreak) {
-    char* const to = makeRoom();
-    const std::size_t opening = putOpening(text, to);
-    std::memcpy(to + opening * kEscapeSize, text.data() + opening, kMaxLine);
-    m_used += opening * kEscapeSize + text.size() - opening;
-    std::memcpy(m_buffer.data() + m_used, kBreak.data(), kBreak.size());
-    m_used += lineBreak.size();
+  /// Writes all of a line and its line break if any.
+  void putLine(std::string_view text, std::string_view lineBreak) {
+    const char* const end = text.data() + text.size();
+    m_used = usedUpTo(putLine(text.data(), end, lineBreak, next()));
+  }
+
+  /// Writes lines with breaks, the first from `begin` on; returns where the text after them begins.
+  const char* putLines(const char* begin, const LineEnds& ends) {
+    char* to = next();
+    for (std::size_t i = 0; i < ends.count; ++i) {
+      to = putLine(begin, ends.at[i], kBreak, to);
+      begin = ends.at[i] + kBreak.size();
+    }
+    m_used = usedUpTo(to);
+    return begin;
   }
 
   void flush() {
@@ -249,18 +237,50 @@ class LineWriter {
   }
 
  private:
-  static constexpr std::string_view kSoftBreak = "=\r\n";
+  // The place in the buffer is passed on and returned: a member would be stored and loaded again after every
+  // character written. Text is copied by whole lines, which is cheaper than copying its exact length:
+  // kMaxLine bytes are readable from any place in it.
 
-  char* makeRoom() {
-    if (m_used > m_buffer.size() - 2 * kMaxLine) flush();
-    return m_buffer.data() + m_used;
+  char* next() noexcept { return m_buffer.data() + m_used; }
+  std::size_t usedUpTo(const char* to) const noexcept {
+    return static_cast<std::size_t>(to - m_buffer.data());
   }
 
-  /// Escapes the first byte if necessary; returns how many bytes of the text that took.
-  static std::size_t putOpening(std::string_view text, char* to) noexcept {
-    if (!needsEscapedStart(text)) return 0;
-    putEscape(text[0], to);
-    return 1;
+  char* makeRoom(char* to) {
+    m_used = usedUpTo(to);
+    if (m_used > m_buffer.size() - 2 * kMaxLine) flush();
+    return next();
+  }
+
+  char* putFull(const char*& p, const char* end, std::size_t kept, char* to) {
+    while (static_cast<std::size_t>(end - p) > kept) {
+      to = makeRoom(to);
+      std::size_t room = kMaxLine - 1;
+      if (needsEscapedStart(std::string_view(p, end))) {
+        to = putEscape(*p++, to);
+        room -= kEscapeSize;
+      }
+      const std::size_t n = softLength(p, room);
+      std::memcpy(to, p, kMaxLine);
+      std::memcpy(to + n, kSoftBreak.data(), kSoftBreak.size());
+      to += n + kSoftBreak.size();
+      p += n;
+    }
+    return to;
+  }
+
+  char* putLine(const char* p, const char* end, std::string_view lineBreak, char* to) {
+    to = makeRoom(putFull(p, end, kMaxLine, to));
+    if (needsEscapedStart(std::string_view(p, end))) {
+      // One character becomes three, for which there may be no room.
+      to = putFull(p, end, kMaxLine + 1 - kEscapeSize, to);
+      to = makeRoom(to);
+      if (needsEscapedStart(std::string_view(p, end))) to = putEscape(*p++, to);
+    }
+    std::memcpy(to, p, kMaxLine);
+    to += end - p;
+    std::memcpy(to, kBreak.data(), kBreak.size());
+    return to + lineBreak.size();
   }
 
   std::string& m_out;
@@ -278,6 +298,7 @@ class PieceEncoder {
   std::string_view encode(std::string_view data, bool last) {
     while (!data.empty()) {
       if (unfinished().empty() && takePlainLines(data)) continue;
+      if (takeSpan(data)) continue;
       std::string_view piece = data.substr(0, kPiece);
       const std::size_t lineEnd = piece.find(kBreak);
       const bool isOpen = lineEnd == std::string_view::npos && !(last && piece.size() == data.size());
@@ -301,15 +322,14 @@ class PieceEncoder {
   void append(std::string_view piece, std::size_t readable) {
     if (m_begin) moveToFront();
     m_end = offsetOf(encodeUnbroken(piece, readable, m_text.data() + m_end));
-    while (unfinished().size() > kKeep) m_begin += m_lines.putFull(unfinished());
+    breakSoftly();
   }
 
   /// Ends the line with a line break or at the end of the text.
   void finishLine(std::string_view lineBreak) {
     if (!unfinished().empty() && isBlankAscii(unfinished().back()))
       m_end = offsetOf(putEscape(unfinished().back(), m_text.data() + m_end - 1));
-    while (!fitsLine(unfinished())) m_begin += m_lines.putFull(unfinished());
-    m_lines.putLast(unfinished(), lineBreak);
+    m_lines.putLine(unfinished(), lineBreak);
     m_begin = m_end = 0;
   }
 
@@ -317,7 +337,6 @@ class PieceEncoder {
   std::string_view unfinished() const noexcept { return {m_text.data() + m_begin, m_end - m_begin}; }
 
  private:
-  static constexpr std::size_t kPiece = 512;
   /// Kept back: the possible end of a line, which may be one byte longer than the others and whose last blank
   /// is escaped, and the bytes that decide about escaping the beginning of a line.
   static constexpr std::size_t kKeep = kMaxLine + kEscapeSize;
@@ -330,6 +349,24 @@ class PieceEncoder {
     data.remove_prefix(n);
     return true;
   }
+
+  /// Encodes a piece with all its lines, on a processor where that is fast, and removes it from the front.
+  bool takeSpan(std::string_view& data) {
+    // A blank before a line break must be in the same piece as the break.
+    if (!hasSpans() || data.size() <= kSpanReach || data[0] == '\r') return false;
+    std::string_view piece = data.substr(0, std::min(kPiece, data.size() - kSpanReach));
+    if (piece.ends_with('\r')) piece.remove_suffix(1);
+    if (m_begin) moveToFront();
+    LineEnds ends;
+    m_end = offsetOf(encodeSpan(piece, m_text.data() + m_end, ends));
+    m_begin = offsetOf(m_lines.putLines(m_text.data() + m_begin, ends));
+    breakSoftly();
+    data.remove_prefix(piece.size());
+    return true;
+  }
+
+  /// Writes lines that are full whatever follows.
+  void breakSoftly() { m_begin += m_lines.putFull(unfinished(), kKeep); }
 
   std::size_t offsetOf(const char* p) const noexcept { return static_cast<std::size_t>(p - m_text.data()); }
 

@@ -102,6 +102,11 @@ MAILTREE_AVX2 inline Progress decodeBlock(Progress at, const char* end) noexcept
 
 }  // namespace
 
+MAILTREE_AVX2 Recoded decodeBlockAvx2(std::string_view text, std::uint8_t* out) noexcept {
+  const Progress reached = decodeBlock({text.data(), out}, text.data() + text.size());
+  return {static_cast<std::size_t>(reached.p - text.data()), static_cast<std::size_t>(reached.out - out)};
+}
+
 MAILTREE_AVX2 std::size_t decodeAvx2(std::string_view text, std::uint8_t* out) noexcept {
   const char* const end = text.data() + text.size();
   Progress at{text.data(), out};

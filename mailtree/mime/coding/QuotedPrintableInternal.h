@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "mailtree/base/Ascii.h"
-#include "mailtree/base/Avx2.h"
+#include "mailtree/mime/coding/Avx512.h"
 #include "mailtree/mime/coding/QuotedPrintable.h"
 
 namespace mailtree::quotedPrintable {
@@ -17,6 +17,7 @@ namespace mailtree::quotedPrintable {
 inline constexpr std::size_t kMaxLine = 76;
 inline constexpr std::size_t kEscapeSize = 3;
 inline constexpr std::string_view kBreak = "\r\n";
+inline constexpr std::string_view kSoftBreak = "=\r\n";
 inline constexpr char kUpperHex[] = "0123456789ABCDEF";
 
 constexpr unsigned char byteOf(char c) noexcept { return static_cast<unsigned char>(c); }
@@ -61,9 +62,22 @@ inline char* putCode(char c, char* to) noexcept {
   return to + code[kEscapeSize];
 }
 
+inline char* putEscape(char c, char* to) noexcept {
+  to[0] = '=';
+  to[1] = kUpperHex[byteOf(c) >> 4];
+  to[2] = kUpperHex[byteOf(c) & 15];
+  return to + kEscapeSize;
+}
+
 /// Whether the beginning of a line of encoded text should be escaped. Mail transports change a leading dot
 /// and a leading "From "; text after two leading dashes could be the boundary of an enclosing multipart.
-bool needsEscapedStart(std::string_view line) noexcept;
+bool needsEscapedStartAfter(char first, std::string_view line) noexcept;
+
+/// The same; decides most lines by their first character.
+inline bool needsEscapedStart(std::string_view line) noexcept {
+  const char first = line.empty() ? '\0' : line[0];
+  return (first == '.' || first == 'F' || first == '-') && needsEscapedStartAfter(first, line);
+}
 
 /// How many bytes beyond its end the encoding of unbroken text may write.
 inline constexpr std::size_t kUnbrokenMargin = 96;
@@ -74,11 +88,36 @@ char* encodeUnbrokenPortable(std::string_view bytes, char* to) noexcept;
 /// The number of bytes at the front of a text that are whole lines needing no change, breaks included.
 std::size_t plainLinesPortable(std::string_view text) noexcept;
 
+/// How far a coder came in its text, and how much it wrote.
+struct Recoded {
+  std::size_t consumed, written;
+};
+
+/// Bytes that are encoded in one go.
+inline constexpr std::size_t kPiece = 512;
+/// Bytes after those that are encoded, which decide how.
+inline constexpr std::size_t kSpanReach = 66;
+
+/// Where the lines of an encoded piece end, at their breaks.
+struct LineEnds {
+  std::size_t count;
+  std::array<const char*, kPiece / kBreak.size()> at;
+};
+
 #if MAILTREE_HAS_AVX2_PATH
 std::size_t decodeAvx2(std::string_view text, std::uint8_t* out) noexcept;
 /// @param readable  how many bytes are readable from the beginning of `bytes`, including bytes after its end.
 char* encodeUnbrokenAvx2(std::string_view bytes, std::size_t readable, char* to) noexcept;
 std::size_t plainLinesAvx2(std::string_view text) noexcept;
+
+/// Decodes at least one block of a text of at least two.
+Recoded decodeBlockAvx2(std::string_view text, std::uint8_t* out) noexcept;
+std::size_t decodeAvx512(std::string_view text, std::uint8_t* out) noexcept;
+
+/// Encodes bytes without breaking lines, but keeps the line breaks they have and notes them; blanks before
+/// those are escaped. The last byte is no CR of a line break, and kSpanReach bytes after it are readable.
+/// Returns the end of the output, which has room as for encodeUnbrokenPortable().
+char* encodeSpanAvx512(std::string_view bytes, char* to, LineEnds& ends) noexcept;
 #endif
 
 }  // namespace mailtree::quotedPrintable
