@@ -151,11 +151,14 @@ TEST(QuotedPrintable, vector_and_portable_paths_find_the_same_plain_lines) {
 TEST(QuotedPrintable, encoding_in_pieces_gives_the_same_text) {
   std::mt19937 random(4);
   for (int round = 0; round < 2000; ++round) {
-    const std::string bytes = awkwardText(300, random);
+    std::string bytes = awkwardText(600, random);
+    if (round % 3 == 0)
+      for (char& c : bytes) c = random() % 40 ? static_cast<char>(0x80 + random() % 128) : c;
     quotedPrintable::Encoder encoder;
     std::string text;
     for (std::size_t at = 0; at < bytes.size();) {
       const std::size_t n = std::min<std::size_t>(bytes.size() - at, random() % (round % 2 ? 9 : 200));
+      // Pieces of a few bytes are not encoded 64 at a time, so both ways are compared.
       encoder.encode(std::string_view(bytes).substr(at, n), false, text);
       at += n;
     }

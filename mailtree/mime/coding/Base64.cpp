@@ -137,10 +137,12 @@ std::size_t encodePortable(const std::uint8_t* data, std::size_t size, char* out
 #if MAILTREE_HAS_AVX2_PATH
 
 std::size_t decode(std::string_view text, std::uint8_t* out) noexcept {
+  if (hasAvx512()) return decodeAvx512(text, out);
   return hasAvx2() ? decodeAvx2(text, out) : decodePortable(text, out);
 }
 
 std::size_t encode(const std::uint8_t* data, std::size_t size, char* out, std::size_t lineLength) noexcept {
+  if (hasAvx512()) return encodeAvx512(data, size, out, lineLength);
   return hasAvx2() ? encodeAvx2(data, size, out, lineLength) : encodePortable(data, size, out, lineLength);
 }
 

@@ -232,13 +232,6 @@ constexpr std::size_t kMailLineBytes = kMailLine / 4 * 3;
 constexpr std::size_t kSeam = kMailLine - kBlock / 2;  ///< The block across the two lines.
 constexpr std::size_t kSeamBytes = kSeam / 4 * 3;
 
-/// The position of decoding. Passed by value: references would keep both pointers in
-/// memory and store them after each block.
-struct Progress {
-  const char* p;
-  std::uint8_t* out;
-};
-
 /// Decodes pairs of lines of 76 while they follow. A separate function, because inside its caller the tables
 /// do not stay in registers.
 template <std::size_t BreakSize>
@@ -263,8 +256,11 @@ template <std::size_t BreakSize>
 }
 
 /// Decodes lines of the shape while they follow; stops before the first that differs.
+template <bool IsWide>
 MAILTREE_AVX2 Progress decodeLines(const LineShape& shape, Progress at, const char* end) noexcept {
-  if (shape.digits == kMailLine)
+  if (IsWide && shape.digits == kMailLine)
+    at = decodeMailLinesAvx512(at, end, shape.breakSize);
+  else if (shape.digits == kMailLine)
     at = shape.breakSize == 2 ? decodeLinePairs<2>(at, end) : decodeLinePairs<1>(at, end);
   const std::size_t step = shape.digits + shape.breakSize;
   const std::size_t lastBlock = shape.digits - kBlock;
@@ -282,7 +278,9 @@ MAILTREE_AVX2 Progress decodeLines(const LineShape& shape, Progress at, const ch
 }
 
 /// Decodes pairs of blocks while they contain only digits.
+template <bool IsWide>
 MAILTREE_AVX2 Progress decodeBlocks(Progress at, const char* end) noexcept {
+  if (IsWide) return decodeBlocksAvx512(at, end);
   while (end - at.p >= kDecodeMargin + std::ptrdiff_t{kBlock}) {
     __m256i wrong = _mm256_setzero_si256();
     decodeBlock(load(at.p), at.out, wrong);
@@ -294,9 +292,9 @@ MAILTREE_AVX2 Progress decodeBlocks(Progress at, const char* end) noexcept {
   return at;
 }
 
-}  // namespace
-
-MAILTREE_AVX2 std::size_t decodeAvx2(std::string_view text, std::uint8_t* out) noexcept {
+/// `IsWide`: with the loops of Base64Avx512.cpp where the text is regular.
+template <bool IsWide>
+MAILTREE_AVX2 std::size_t decodeText(std::string_view text, std::uint8_t* out) noexcept {
   const std::uint8_t* const begin = out;
   const char* p = text.data();
   const char* const end = p + text.size();
@@ -304,7 +302,7 @@ MAILTREE_AVX2 std::size_t decodeAvx2(std::string_view text, std::uint8_t* out) n
   LineShape shape;
   while (end - p >= kDecodeMargin) {
     if (shape.digits && p == lineStart) {
-      const Progress reached = decodeLines(shape, {p, out}, end);
+      const Progress reached = decodeLines<IsWide>(shape, {p, out}, end);
       p = lineStart = reached.p;
       out = reached.out;
       if (end - p < kDecodeMargin) break;
@@ -316,7 +314,7 @@ MAILTREE_AVX2 std::size_t decodeAvx2(std::string_view text, std::uint8_t* out) n
       p += kBlock;
       out += kBlockBytes;
       if (shape.digits) continue;
-      const Progress reached = decodeBlocks({p, out}, end);  // a text without line breaks so far
+      const Progress reached = decodeBlocks<IsWide>({p, out}, end);  // a text without line breaks so far
       p = reached.p;
       out = reached.out;
       continue;
@@ -336,6 +334,15 @@ MAILTREE_AVX2 std::size_t decodeAvx2(std::string_view text, std::uint8_t* out) n
   }
   const std::size_t rest = static_cast<std::size_t>(end - p);
   return static_cast<std::size_t>(out - begin) + decodePortable(std::string_view(p, rest), out);
+}
+
+}  // namespace
+
+std::size_t decodeAvx2(std::string_view text, std::uint8_t* out) noexcept {
+  return decodeText<false>(text, out);
+}
+std::size_t decodeAvx512(std::string_view text, std::uint8_t* out) noexcept {
+  return decodeText<true>(text, out);
 }
 
 namespace {

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "mailtree/base/Avx2.h"
+#include "mailtree/mime/coding/Avx512.h"
 #include "mailtree/mime/coding/Base64.h"
 
 namespace mailtree::base64 {
@@ -32,6 +32,21 @@ void decodeGroup(const char*& p, const char* end, std::uint8_t*& out) noexcept;
 std::size_t decodeAvx2(std::string_view text, std::uint8_t* out) noexcept;
 std::size_t encodeAvx2(const std::uint8_t* data, std::size_t size, char* out,
                        std::size_t lineLength) noexcept;
+
+std::size_t decodeAvx512(std::string_view text, std::uint8_t* out) noexcept;
+std::size_t encodeAvx512(const std::uint8_t* data, std::size_t size, char* out,
+                         std::size_t lineLength) noexcept;
+
+/// The position of decoding. Passed by value: references would keep both pointers in
+/// memory and store them after each block.
+struct Progress {
+  const char* p;
+  std::uint8_t* out;
+};
+
+/// Decode lines of 76, or text without line breaks, up to the first that contains anything but digits.
+Progress decodeMailLinesAvx512(Progress at, const char* end, std::size_t breakSize) noexcept;
+Progress decodeBlocksAvx512(Progress at, const char* end) noexcept;
 #endif
 
 }  // namespace mailtree::base64
