@@ -19,6 +19,13 @@ std::string decoded(std::string_view text) {
   const std::string portable(reinterpret_cast<const char*>(out.get()),
                              quotedPrintable::decodePortable(in, out.get()));
   EXPECT_EQ(bytes, portable) << text;
+#if MAILTREE_HAS_AVX2_PATH
+  if (hasAvx2()) {  // not chosen on a processor with wider instructions
+    const std::string narrow(reinterpret_cast<const char*>(out.get()),
+                             quotedPrintable::decodeAvx2(in, out.get()));
+    EXPECT_EQ(narrow, portable) << text;
+  }
+#endif
   return bytes;
 }
 
