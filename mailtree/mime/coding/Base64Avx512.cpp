@@ -87,8 +87,9 @@ MAILTREE_AVX512 inline std::uint64_t decodeBlock(const char* p, std::uint8_t* ou
 
 /// The same for a quarter of a block; writes 16 bytes, 12 of which count.
 MAILTREE_AVX512 inline std::uint32_t decodeQuarter(const char* p, std::uint8_t* out) noexcept {
-  const __m512i block = _mm512_maskz_loadu_epi8(0xFFFF, p);
-  const __m128i text = firstQuarter(block);
+  // A masked load would be slower.
+  const __m128i text = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+  const __m512i block = _mm512_zextsi128_si512(text);
   const __m128i values = firstQuarter(_mm512_permutex2var_epi8(load(kValuesLow), block, load(kValuesHigh)));
   const __m128i pairs = _mm_maddubs_epi16(values, _mm_set1_epi32(0x01400140));
   const __m128i groups = _mm_madd_epi16(pairs, _mm_set1_epi32(0x00011000));
