@@ -67,6 +67,8 @@ TEST(HtmlText, WritesSmallTablesInColumnsAndOthersInLines) {
        longText + "\nb\nc  " + longText + "\n"},
       {"<table border=1><tr><td>a<td>" + longText + "</table>",
        "a  " + longText.substr(0, 74) + "\n   " + longText.substr(75) + "\n"},
+      {"<table border=1><tr><td>a<td><li>z<p>" + std::string(80, 'x') + "</table>",
+       "a  * z\n\n     " + std::string(73, 'x') + "\n   " + std::string(7, 'x') + "\n"},
       {"<blockquote>x<table><caption>t</caption><tr><td>a<td>b<tr><td>c</table></blockquote>",
        "> x\n>\n> t\n> a  b\n> c\n"},
       {"<table><tr><td><table><tr><td>a</table><td><table><tr><td>b</table></table>", "a  b\n"},

@@ -49,8 +49,9 @@ void appendBroken(std::vector<std::string_view>& pieces, std::string_view line, 
     const std::string_view fitting = fitWidth(line, width);
     if (fitting.size() == line.size()) break;
     std::size_t end = fitting.size();
-    if (line[end] != ' ') end = fitting.rfind(' ');
-    if (end == std::string_view::npos || end == 0) end = std::max(fitting.size(), fitWidth(line, 2).size());
+    if (line[end] != ' ') end = std::min(fitting.rfind(' '), fitting.size());
+    const bool isIndent = trim(line.substr(0, end)).empty();  // the word after it is too long
+    if (isIndent) end = std::max(fitting.size(), fitWidth(line, 2).size());
     if (end == 0) break;
     pieces.push_back(trimRight(line.substr(0, end)));
     line = trimLeft(line.substr(end));
