@@ -71,6 +71,12 @@ bool setLeaf(Email2& root, Email2& leaf, Kind kind, std::string_view text, LogBa
   return true;
 }
 
+/// The text of a message that has nothing else. It may have been empty and an attachment.
+bool setWhole(Email2& root, Kind kind, std::string_view text, LogBase& log) {
+  root.removeHeaderField("Content-Disposition");
+  return setLeaf(root, root, kind, text, log);
+}
+
 EmailPtr newLeaf(Email2& root, Kind kind, std::string_view text, LogBase& log) {
   EmailPtr leaf(Email2::createNewObject0(*root.m_common));
   if (!leaf || !setLeaf(root, *leaf, kind, text, log)) return {};
@@ -241,10 +247,16 @@ class TextSetter {
   EmailPtr newHtmlWithPictures() {
     EmailPtr leaf = newLeaf(m_root, m_kind, m_text, m_log);
     const int home = relatedWithoutRoot(m_state.outline());
-    if (!leaf || home <= 0) return leaf;
+    const auto isInHome = [&](int row) { return isBelow(row, home); };
+    if (!leaf || home <= 0 || std::ranges::any_of(m_others, isInHome)) return leaf;
     EmailPtr related = take(home);
     related->insertSubPartAtIndex(leaf.release(), 0);
     return related;
+  }
+
+  bool isBelow(int row, int enclosure) const {
+    while (row > enclosure) row = m_shown.row(row).parent;
+    return row == enclosure;
   }
 
   EmailPtr take(int row) {
@@ -298,7 +310,7 @@ class TextSetter {
   /// The first text of the message.
   bool insert() {
     const bool hasNothing = m_root.getNumParts() == 0 && m_root.m_body.isEmpty() && m_ownFiles.empty();
-    if (hasNothing) return setLeaf(m_root, m_root, m_kind, m_text, m_log);
+    if (hasNothing) return setWhole(m_root, m_kind, m_text, m_log);
     if (m_kind == Kind::html)
       if (const int home = relatedWithoutRoot(m_state.outline()); home >= 0)
         return insertInto(*m_shown.node(home));
@@ -373,26 +385,22 @@ std::vector<int> shownRows(MessageState& state) {
   return rows;
 }
 
-/// A new message, in which there is nothing to search for.
+/// A new message, or a multipart without parts: there is nothing in it that a text would go beside.
 bool isBlank(const Email2& root) {
   const std::string_view type = root.m_contentType.m_type;
-  return root.getNumParts() == 0 && root.m_body.isEmpty() &&
-         (type.empty() || equalsNoCase(type, "text/plain"));
-}
-
-bool setBlank(Email2& root, Kind kind, std::string_view text) {
-  LogNull log;
-  return setLeaf(root, root, kind, text, log);
+  return root.getNumParts() == 0 && trim(root.m_body.view()).empty() &&
+         (type.empty() || equalsNoCase(type, "text/plain") || beginsWithNoCase(type, "multipart/"));
 }
 
 Result<void> setContent(MessageState& state, Kind kind, std::string_view text) {
   if (Result<void> checked = checkText(text, typeOf(kind)); !checked) return checked;
   std::string lines = withCrlf(text);
   if (kind == Kind::plain && !lines.empty() && !lines.ends_with('\n')) lines += "\r\n";
-  const bool wasBlank = isBlank(state.root());
   if (Result<void> begun = beginContent(state, 2 * lines.size()); !begun) return begun;
-  if (!wasBlank) dropSignaturesOver(state, shownRows(state));
-  const bool isDone = wasBlank ? setBlank(state.root(), kind, lines) : TextSetter(state, kind, lines).run();
+  if (!isBlank(state.root())) dropSignaturesOver(state, shownRows(state));
+  LogNull log;
+  const bool isDone =
+      isBlank(state.root()) ? setWhole(state.root(), kind, lines, log) : TextSetter(state, kind, lines).run();
   endContent(state);
   return isDone ? Result<void>() : Result<void>(noMemory());
 }

@@ -97,6 +97,7 @@ Result<void> attachTo(MessageState& state, const GivenFile& file, DataBuffer& by
 
 /// Leaves an empty text when the file was the whole message.
 void emptyRoot(Email2& root, LogBase& log) {
+  while (root.getNumParts() > 0) EmailPtr(root.extractSubpartByIndex(0));
   for (const char* const field : {"Content-Disposition", "Content-Transfer-Encoding", "Content-ID"})
     root.removeHeaderField(field);
   root.m_contentType.clear();
@@ -209,7 +210,8 @@ std::vector<int> outermost(const std::set<int>& rows, const Outline& outline) {
 
 /// A signature goes with the multipart/signed that it makes, as does any around a part that is removed.
 bool isDroppedAnyway(const PartRow& row, const Outline& outline) {
-  return isSignature(*row.node) && outline.row(row.parent).node->equalsContentType("multipart/signed");
+  return row.parent >= 0 && isSignature(*row.node) &&
+         outline.row(row.parent).node->equalsContentType("multipart/signed");
 }
 
 void removeRows(MessageState& state, const std::vector<int>& rows) {
@@ -221,7 +223,9 @@ void removeRows(MessageState& state, const std::vector<int>& rows) {
   if (parts.empty()) return;
   LogNull log;
   Email2& root = state.root();
-  if (root.getNumParts() == 0) return emptyRoot(root, log);  // it is the part, or has taken it in
+  const auto isGone = [&root](const Email2* part) { return !holds(root, *part); };
+  // It is the part, or has taken it in.
+  if (root.getNumParts() == 0 || std::ranges::any_of(parts, isGone)) return emptyRoot(root, log);
   NodeSet removed, touched;
   for (Email2* const part : parts) removed.insert(part);
   for (const PartRow& row : state.outline().rows)

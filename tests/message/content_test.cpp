@@ -68,6 +68,23 @@ TEST(Content, PutsTextsWhereReadersSeeThem) {
   }
 }
 
+TEST(Content, PutsATextWhereThereIsNothing) {
+  for (const std::string type :
+       {"multipart/signed; boundary=b", "text/plain", "text/html\r\nContent-Disposition: attachment"}) {
+    Message text = Message::parse("Content-Type: " + type + "\r\n\r\n").value();
+    Message html = text.clone().value();
+    ASSERT_TRUE(text.setText("New") && html.setHtml("<p>New")) << type;
+    EXPECT_EQ(text.text() + html.html(), "New\n<p>New") << type;
+  }
+  // Pictures of the HTML to come are not taken from beside the text.
+  Message mail = messageOf("mixed(related(png,plain),pdf)");
+  EXPECT_TRUE(mail.setHtml("<p>New"));
+  EXPECT_EQ(mail.html(), "<p>New");
+  Message signature = Message::parse("Content-Type: application/pgp-signature\r\n\r\nx").value();
+  EXPECT_TRUE(signature.removeAttachment(signature.attachments().at(0)));
+  EXPECT_TRUE(signature.attachments().empty());
+}
+
 TEST(Content, TextsAreRemovedAndPutBefore) {
   const Calendar calendar{"REQUEST", "BEGIN:VCALENDAR\r\nEND:VCALENDAR\r\n"};
   const auto noText = [](Message& mail) { return mail.setText(""); };
