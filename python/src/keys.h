@@ -7,12 +7,35 @@
 #include <mutex>
 
 #include "mailtree/message/Keys.h"
+#include "python/src/fork_gate.h"
 
 namespace mailtree::python {
 
-/// Keys serve one thread at a time. Their lock is taken last, after that of a message.
+/// Keys serve one thread at a time. Their lock is taken last, after that of a message. It holds the gate too:
+/// in a child process nobody would ever give it back.
+class KeyMutex {
+ public:
+  void lock() {
+    forkGate().lock_shared();
+    m_mutex.lock();
+  }
+  bool try_lock() {
+    if (!forkGate().try_lock_shared()) return false;
+    if (m_mutex.try_lock()) return true;
+    forkGate().unlock_shared();
+    return false;
+  }
+  void unlock() {
+    m_mutex.unlock();
+    forkGate().unlock_shared();
+  }
+
+ private:
+  std::mutex m_mutex;
+};
+
 struct KeyRing {
-  std::mutex mutex;
+  KeyMutex mutex;
   Keys keys;
 };
 

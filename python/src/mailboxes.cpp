@@ -4,9 +4,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <unordered_set>
+#include <shared_mutex>
+#include <system_error>
 
 #include "mailtree/message/LazyMessage.h"
+#include "python/src/fork_gate.h"
 #include "python/src/values.h"
 
 namespace mailtree::python {
@@ -14,12 +16,25 @@ namespace {
 
 constexpr std::size_t kMemory = std::size_t{16} << 20;
 constexpr std::size_t kOverhead = 4096;  ///< Of a message in memory, besides its bytes.
-constexpr std::size_t kHandedOver = 32, kHandedOverBytes = std::size_t{256} << 10;
+
+/// Whether it is worth waking who waits: that costs more than reading a short message.
+constexpr bool isMuch(std::size_t items, std::size_t bytes) {
+  return items >= 32 || bytes >= std::size_t{256} << 10;
+}
+
+/// How long a thread may take to end; one that waits for a pipe does not.
+constexpr std::chrono::milliseconds kWaitAtClose{500}, kWaitAtExit{2000};
 
 /// All that have threads; never destroyed.
 struct Registry {
   std::mutex mutex;
-  std::unordered_set<Mailboxes*> all;
+  std::vector<std::weak_ptr<Mailboxes>> all;
+
+  void add(const std::shared_ptr<Mailboxes>& one) {
+    const std::lock_guard lock(mutex);
+    std::erase_if(all, [](const auto& each) { return each.expired(); });
+    all.push_back(one);
+  }
 };
 Registry& registry() {
   static auto* const one = new Registry();
@@ -67,23 +82,26 @@ class Feed {
 
 }  // namespace
 
-Mailboxes::Mailboxes(MailboxOptions options) : m_options(std::move(options)), m_process(getpid()) {
-  {
-    const std::lock_guard lock(registry().mutex);
-    registry().all.insert(this);
+Mailboxes::Mailboxes(MailboxOptions options) : m_options(std::move(options)), m_process(getpid()) {}
+
+std::shared_ptr<Mailboxes> Mailboxes::start(MailboxOptions options) {
+  const std::shared_ptr<Mailboxes> one(new Mailboxes(std::move(options)));
+  try {
+    one->m_thread = std::thread([one] { one->run(); });
+  } catch (const std::system_error&) {
+    throw Failure("NoMemoryError", "no thread can be started");
   }
-  m_thread = std::thread([this] { run(); });
+  registry().add(one);
+  return one;
 }
 
 Mailboxes::~Mailboxes() {
-  close();
-  const std::lock_guard lock(registry().mutex);
-  registry().all.erase(this);
+  if (m_thread.joinable()) m_thread.detach();  // in a child process, which does not have it
 }
 
 bool Mailboxes::isOfThisProcess() const { return getpid() == m_process; }
 
-void Mailboxes::close() {
+void Mailboxes::close(std::chrono::milliseconds wait) {
   if (!isOfThisProcess()) return;
   m_isClosed = m_isCancelled = true;
   {
@@ -91,14 +109,23 @@ void Mailboxes::close() {
     m_changed.notify_all();
   }
   const std::lock_guard taker(m_takers);
-  if (m_thread.joinable()) m_thread.join();
   m_taken.clear();
+  if (!m_thread.joinable()) return;
+  std::unique_lock lock(m_mutex);
   m_ready.clear();
+  const bool hasEnded = m_changed.wait_for(lock, wait, [this] { return m_end.has_value(); });
+  lock.unlock();
+  hasEnded ? m_thread.join() : m_thread.detach();
 }
 
 void Mailboxes::closeAll() {
-  const std::lock_guard lock(registry().mutex);
-  for (Mailboxes* const each : registry().all) each->close();
+  std::vector<std::weak_ptr<Mailboxes>> all;
+  {
+    const std::lock_guard lock(registry().mutex);
+    all.swap(registry().all);
+  }
+  for (const std::weak_ptr<Mailboxes>& each : all)
+    if (const std::shared_ptr<Mailboxes> mailboxes = each.lock()) mailboxes->close(kWaitAtExit);
 }
 
 void Mailboxes::run() {
@@ -109,8 +136,12 @@ void Mailboxes::run() {
   const auto make = [this, lazy = LazyMessage(m_options.keys ? &m_options.keys->keys : nullptr)](
                         SourceMessage& message) mutable -> Made {
     if (message.error) return {Item{Place(message), *message.error}, 0};
-    std::unique_lock<std::mutex> keys;
-    if (m_options.keys) keys = std::unique_lock(m_options.keys->mutex);
+    std::unique_lock<KeyMutex> keys;
+    std::shared_lock<std::shared_mutex> gate;  // which the keys hold too
+    if (m_options.keys)
+      keys = std::unique_lock(m_options.keys->mutex);
+    else
+      gate = std::shared_lock(forkGate());
     lazy.assign(message);
     if (m_options.where && !m_options.where->matches(lazy)) return {};
     return {Item{Place(message), lazy.takeMessage()}, message.bytes.size()};
@@ -124,29 +155,19 @@ void Mailboxes::run() {
   try {
     const auto feed = std::make_shared<Feed>(m_options);  // a function must be copyable
     end = streamMessages([feed](SourceMessage& message) { return (*feed)(message); }, make, take, options);
-    flush();
   } catch (const std::bad_alloc&) {
     end = StreamEnd::noMemory;
   }
   endWith(end);
 }
 
-bool Mailboxes::add(Item&& item, std::size_t bytes) {
-  m_pending.push_back(std::move(item));
-  m_pendingBytes += bytes + kOverhead;
-  const bool isEnough = m_pending.size() >= kHandedOver || m_pendingBytes >= kHandedOverBytes;
-  return !isEnough || flush();
-}
-
 /// Waits until there is room. False when nobody wants more.
-bool Mailboxes::flush() {
+bool Mailboxes::add(Item&& item, std::size_t bytes) {
   std::unique_lock lock(m_mutex);
   m_changed.wait(lock, [this] { return m_readyBytes < m_options.memory || m_isCancelled; });
-  std::move(m_pending.begin(), m_pending.end(), std::back_inserter(m_ready));
-  m_readyBytes += m_pendingBytes;
-  m_pending.clear();
-  m_pendingBytes = 0;
-  m_changed.notify_all();
+  m_ready.push_back(std::move(item));
+  m_readyBytes += bytes + kOverhead;
+  if (m_isOneEnough || isMuch(m_ready.size(), m_readyBytes)) m_changed.notify_all();
   return !m_isCancelled;
 }
 
@@ -173,12 +194,16 @@ Mailboxes::Step Mailboxes::takeAtOnce(std::optional<Item>& item) {
 }
 
 Mailboxes::Step Mailboxes::waitFor(std::optional<Item>& item) {
-  constexpr std::chrono::milliseconds kWhile{100};  // then Python looks for Ctrl-C
+  constexpr std::chrono::milliseconds kForMore{1}, kWhile{100};  // then Python looks for Ctrl-C
   const std::lock_guard taker(m_takers);
   if (m_isClosed) throw Failure("ClosedError", "the mailboxes are closed");
   if ((item = popTaken())) return Step::item;
   std::unique_lock lock(m_mutex);
-  m_changed.wait_for(lock, kWhile, [this] { return !m_ready.empty() || m_end || m_isCancelled; });
+  const auto hasEnded = [this] { return m_end || m_isCancelled; };
+  m_changed.wait_for(lock, kForMore, [&] { return isMuch(m_ready.size(), m_readyBytes) || hasEnded(); });
+  m_isOneEnough = true;
+  m_changed.wait_for(lock, kWhile, [&] { return !m_ready.empty() || hasEnded(); });
+  m_isOneEnough = false;
   if (m_ready.empty() && m_end == StreamEnd::noMemory) throw Failure("NoMemoryError", "memory ran out");
   if (m_ready.empty()) return m_end ? Step::end : Step::wait;
   m_taken.swap(m_ready);
@@ -195,9 +220,17 @@ namespace {
 /// What Python has: it also counts and says what to do about errors.
 struct Messages {
   Messages(MailboxOptions options, bool isSkipping)
-      : mailboxes(new Mailboxes(std::move(options))), skips(isSkipping) {}
+      : mailboxes(Mailboxes::start(std::move(options))), skips(isSkipping) {}
+  Messages(const Messages&) = delete;
+  Messages& operator=(const Messages&) = delete;
+  ~Messages() { close(); }
 
-  const MailboxesPtr mailboxes;
+  void close() const {
+    const py::gil_scoped_release released;
+    mailboxes->close(kWaitAtClose);
+  }
+
+  const std::shared_ptr<Mailboxes> mailboxes;
   const bool skips;
   std::uint64_t skipped = 0;
 };
@@ -252,23 +285,24 @@ std::unique_ptr<Messages> openAll(const py::args& paths, const py::object& where
   return std::make_unique<Messages>(std::move(options), errors.view == "skip");
 }
 
-void close(Messages& messages) {
-  const py::gil_scoped_release released;
-  messages.mailboxes->close();
-}
-
 }  // namespace
 
 void addMailboxes(py::module_& module) {
-  py::class_<Messages>(module, "Messages", py::is_final(), "What messages() returns: an iterator.")
-      .def("__iter__", [](const py::object& self) { return self; })
+  py::class_<Messages> type(module, "Messages", py::is_final(), "What messages() returns: an iterator.");
+  refusePickling(type);
+  type.def("__iter__", [](const py::object& self) { return self; })
       .def("__next__", &next)
       .def_readonly("skipped", &Messages::skipped, "How many could not be read, with errors=\"skip\".")
-      .def("close", &close, "Ends the threads that read.")
+      .def("close", &Messages::close, "Ends the threads that read.")
       .def_property_readonly("closed",
                              [](const Messages& messages) { return messages.mailboxes->isClosed(); })
+      .def("__repr__",
+           [](const Messages& messages) {
+             const std::string state = messages.mailboxes->isClosed() ? "closed" : "open";
+             return toText("<mailtree.Messages, " + state + '>');
+           })
       .def("__enter__", [](const py::object& self) { return self; })
-      .def("__exit__", [](Messages& messages, const py::args&) { close(messages); });
+      .def("__exit__", [](const Messages& messages, const py::args&) { messages.close(); });
   module.def("messages", &openAll, py::kw_only(), py::arg("where") = py::none(), py::arg("threads") = 0,
              py::arg("keys") = nullptr, py::arg("errors") = "raise",
              py::arg("part") = std::pair<std::uint64_t, std::uint64_t>(0, 1), py::arg("memory") = kMemory,

@@ -3,14 +3,16 @@
 //
 //   Threads    None of the threads that read ever waits for the interpreter lock.
 //   Memory     What was read and not taken is limited; then reading waits.
-//   End        close() ends the threads. So does the end of the interpreter, which must not be outlived.
-//   Fork       A child process has no threads of its parent: taking from its copy is an error there, and the
-//              copy is never destroyed, because that would wait for them.
+//   End        close() ends the threads. So does the end of the interpreter, which must not be outlived. A
+//              thread that waits for a pipe is left alone: it ends when something comes, and keeps until then
+//              what it works with.
+//   Fork       A child process has no threads of its parent: taking from its copy is an error there.
 #pragma once
 
 #include <sys/types.h>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -35,7 +37,7 @@ struct MailboxOptions {
   std::uint64_t part = 0, parts = 1;
 };
 
-class Mailboxes {
+class Mailboxes : public std::enable_shared_from_this<Mailboxes> {
  public:
   struct Item {
     Place place;
@@ -43,7 +45,8 @@ class Mailboxes {
   };
   enum class Step { item, end, wait };
 
-  explicit Mailboxes(MailboxOptions options);
+  /// Begins to read. Must be closed.
+  static std::shared_ptr<Mailboxes> start(MailboxOptions options);
   Mailboxes(const Mailboxes&) = delete;
   Mailboxes& operator=(const Mailboxes&) = delete;
   ~Mailboxes();
@@ -52,16 +55,16 @@ class Mailboxes {
   Step takeAtOnce(std::optional<Item>& item);
   /// Waits for it for a while. Without the interpreter lock.
   Step waitFor(std::optional<Item>& item);
-  void close();
+  /// Waits at most so long for the threads.
+  void close(std::chrono::milliseconds wait);
   bool isClosed() const { return m_isClosed; }
-  /// A child process has none of its threads, and no way to end what they hold.
-  bool isOfThisProcess() const;
   static void closeAll();
 
  private:
+  explicit Mailboxes(MailboxOptions options);
+  bool isOfThisProcess() const;
   void run();
   bool add(Item&& item, std::size_t bytes);
-  bool flush();
   void endWith(StreamEnd end);
   std::optional<Item> popTaken();
 
@@ -76,18 +79,9 @@ class Mailboxes {
   std::condition_variable m_changed;
   std::vector<Item> m_ready;
   std::size_t m_readyBytes = 0;
+  bool m_isOneEnough = false;  ///< The taker waits for anything.
   std::optional<StreamEnd> m_end;
-
-  std::vector<Item> m_pending;  ///< Of the reading thread.
-  std::size_t m_pendingBytes = 0;
   std::thread m_thread;
 };
-
-struct EndMailboxes {
-  void operator()(Mailboxes* mailboxes) const {
-    if (mailboxes->isOfThisProcess()) delete mailboxes;
-  }
-};
-using MailboxesPtr = std::unique_ptr<Mailboxes, EndMailboxes>;
 
 }  // namespace mailtree::python

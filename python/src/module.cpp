@@ -1,4 +1,5 @@
 // The module mailtree._mailtree, which the package mailtree shows to its users.
+#include "python/src/fork_gate.h"
 #include "python/src/mail.h"
 #include "python/src/values.h"
 
@@ -7,6 +8,7 @@ PYBIND11_MODULE(_mailtree, module) {
   py::options options;
   options.disable_function_signatures();  // the stubs have them
   registerErrors();
+  addForkGate();
   prepareValues(module);
   addKeys(module);
   MailClass type(module, "Message", py::is_final(),
