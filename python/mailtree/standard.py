@@ -13,13 +13,15 @@ from .values import Place
 
 
 def to_email(message: _mailtree.Message) -> email.message.EmailMessage:
-    """The same message, all of it, as an EmailMessage."""
+    """The same message, all of it, as an EmailMessage; that reads damaged headers in its own way."""
     data = message.as_bytes(bcc=True)
     return cast(email.message.EmailMessage, email.message_from_bytes(data, policy=email.policy.default))
 
 
 def from_email(message: email.message.Message) -> _mailtree.Message:
     """Reads a message of the standard library; BadValueError when that cannot write it."""
+    if not isinstance(message, email.message.Message):
+        raise TypeError(f"a message of the standard library is wanted, not {type(message).__name__}")
     policy = message.policy.clone(linesep="\r\n")
     try:
         data = message.as_bytes(policy=policy)

@@ -63,7 +63,7 @@ class Place:
     entry: str  # in an archive: the name there
     number: int  # from 1 in its source; 0 after a start in the middle of an mbox
     offset: int  # in an mbox: where its separator line begins
-    length: int  # in an mbox: from there to the next separator or the end
+    length: int  # in an mbox: from there to the next separator or the end; else the bytes that were read
     folder: str  # below the folder that was opened
     flags: Optional[str]  # Maildir: its letters, "RS"
     sender: str  # of an mbox's separator line

@@ -6,13 +6,14 @@
 #include "mailtree/message/LazyMessage.h"
 #include "mailtree/message/Threads.h"
 #include "python/src/expressions.h"
+#include "python/src/keys.h"
 #include "python/src/mail.h"
 #include "python/src/values.h"
 
 namespace mailtree::python {
 namespace {
 
-bool matches(const Wanted& wanted, const py::object& message) {
+bool matches(const Wanted& wanted, const py::object& message, const KeyRingPtr& ring) {
   SourceMessage source;
   if (py::isinstance<Mail>(message))
     source.bytes = bytesOf(message.cast<Mail&>(), kWhole);
@@ -20,9 +21,11 @@ bool matches(const Wanted& wanted, const py::object& message) {
     source.bytes = message.cast<Bytes>().view();
   source.hasBytes = true;
   const py::gil_scoped_release released;
-  LazyMessage lazy;
-  lazy.assign(source);
-  return wanted.expression.matches(lazy);
+  return withKeys(ring, [&](const Keys* keys) {
+    LazyMessage lazy(keys);
+    lazy.assign(source);
+    return wanted.expression.matches(lazy);
+  });
 }
 
 py::list conversationsOf(const py::iterable& messages) {
@@ -61,7 +64,10 @@ Traceback (most recent call last):
 mailtree.errors.BadValueError: column 6: a value is missing after from:
 )")
       .def(py::init<const Text&>(), py::arg("text"))
-      .def("matches", &matches, py::arg("message"), "Whether a Message, or the bytes of one, is wanted.")
+      .def("matches", &matches, py::arg("message"), py::arg("keys") = nullptr,
+           "Whether a Message, or the bytes of one, is wanted. Encrypted content is looked at with these "
+           "keys, "
+           "also of a message that was opened with some.")
       .def("__str__", [](const Wanted& wanted) { return toText(wanted.text); })
       .def("__repr__",
            [](const Wanted& wanted) {

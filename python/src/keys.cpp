@@ -29,8 +29,9 @@ std::string reprOf(KeyRing& ring) {
 }  // namespace
 
 void addKeys(py::module_& module) {
-  py::class_<KeyRing, KeyRingPtr>(module, "Keys", py::is_final(),
-                                  R"(The keys that messages are opened, verified, signed and encrypted with.
+  py::class_<KeyRing, KeyRingPtr> type(
+      module, "Keys", py::is_final(),
+      R"(The keys that messages are opened, verified, signed and encrypted with.
 
 They are in memory only, and wiped at the end. Files are PEM, DER, PKCS#12 or PKCS#7.
 
@@ -39,8 +40,9 @@ They are in memory only, and wiped at the end. Files are PEM, DER, PKCS#12 or PK
 >>> keys.add_file("tests/data/secure/alice.p12", password="secret")
 >>> keys.identities[0].addresses
 ['alice@example.com']
-)")
-      .def(py::init<>())
+)");
+  refusePickling(type);
+  type.def(py::init<>())
       .def(
           "add_file",
           [](KeyRing& ring, const Path& path, const Text& password) {

@@ -53,12 +53,6 @@ Content& Mail::open() const {
   return *content;
 }
 
-Message& Mail::changing() {
-  ++changes;  // also when it fails: parts may be of content that is gone
-  if (open().views > 0) content = std::make_shared<Content>(valueOf(content->message.clone()));
-  return content->message;
-}
-
 const Part& PartView::current() const {
   mail->open();
   if (changes != mail->changes)

@@ -16,6 +16,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include "mailtree/message/Message.h"
@@ -66,8 +67,25 @@ struct Mail {
     const Message copy = valueOf(message.clone());
     return f(copy);
   }
-  /// For a change.
-  Message& changing();
+  /// Changes the message. When it fails, which it does by an exception, parts and views stay as they were.
+  template <class F>
+  auto change(F&& f) {
+    open();
+    const bool hasViews = content->views > 0;
+    auto changed = hasViews ? std::make_shared<Content>(valueOf(content->message.clone())) : content;
+    const auto done = [&] {
+      content = std::move(changed);
+      ++changes;
+    };
+    if constexpr (std::is_void_v<decltype(f(changed->message))>) {
+      f(changed->message);
+      done();
+    } else {
+      auto result = f(changed->message);
+      done();
+      return result;
+    }
+  }
 };
 
 using MailPtr = std::shared_ptr<Mail>;
@@ -127,7 +145,7 @@ auto ask(const Mail& mail, F&& f) {
 /// Changes a message.
 template <class F>
 auto change(Mail& mail, F&& f) {
-  return unlocked(mail.mutex, [&] { return f(mail.changing()); });
+  return unlocked(mail.mutex, [&] { return mail.change(f); });
 }
 
 /// Asks a part something.
@@ -152,6 +170,15 @@ py::list partsOf(const MailPtr& mail, F&& f) {
 std::string bytesOf(Mail& mail, const WriteOptions& options);
 /// All there is, to be read again; a copy is no answer that goes out, so it may be in the clear.
 constexpr WriteOptions kWhole = {.bcc = true, .inClear = true};
+
+/// Refuses to pickle objects of a class: the oldest protocols would make empty ones.
+template <class Class>
+void refusePickling(Class& type) {
+  type.def("__reduce_ex__", [](const py::object& self, const py::object&) -> py::object {
+    throw py::type_error("cannot pickle '" + py::type::of(self).attr("__name__").cast<std::string>() +
+                         "' object");
+  });
+}
 
 using MailClass = py::class_<Mail, MailPtr>;
 

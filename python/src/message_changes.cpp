@@ -142,6 +142,8 @@ void addContent(MailClass& type) {
         });
       },
       [](Mail& mail, const py::object& given) {
+        if (!py::hasattr(given, "method") || !py::hasattr(given, "text"))
+          throw py::type_error("a Calendar is wanted");
         const Calendar calendar = {given.attr("method").cast<Text>().string(),
                                    given.attr("text").cast<Text>().string()};
         changeOrThrow(mail, [&](M& m) { return m.setCalendar(calendar); });
@@ -167,11 +169,12 @@ void removeParts(const MailPtr& mail, const py::args& given) {
       if (view.mail != mail) throw badValue("a part of another message");
       ids.push_back(view.current().id());
     }
-    M& message = mail->changing();
-    std::vector<Part> parts;  // of the copy, when there is one now
-    for (const std::string& id : ids)
-      if (const std::optional<Part> part = message.part(id)) parts.push_back(*part);
-    check(message.removeParts(parts));
+    mail->change([&](M& message) {
+      std::vector<Part> parts;  // of the copy, when there is one now
+      for (const std::string& id : ids)
+        if (const std::optional<Part> part = message.part(id)) parts.push_back(*part);
+      check(message.removeParts(parts));
+    });
   });
 }
 

@@ -104,13 +104,14 @@ message is changed or closed.)");
 }  // namespace
 
 void addParts(py::module_& module) {
-  py::class_<Body, std::unique_ptr<Body>>(module, "_Body", py::buffer_protocol(), py::is_final())
-      .def_buffer([](Body& body) {
-        const std::string_view bytes = body.bytes();
-        static const char nothing = 0;
-        return py::buffer_info(const_cast<char*>(bytes.empty() ? &nothing : bytes.data()), 1, "B", 1,
-                               {static_cast<py::ssize_t>(bytes.size())}, {py::ssize_t{1}}, /*readonly=*/true);
-      });
+  py::class_<Body, std::unique_ptr<Body>> bodyType(module, "_Body", py::buffer_protocol(), py::is_final());
+  refusePickling(bodyType);
+  bodyType.def_buffer([](Body& body) {
+    const std::string_view bytes = body.bytes();
+    static const char nothing = 0;
+    return py::buffer_info(const_cast<char*>(bytes.empty() ? &nothing : bytes.data()), 1, "B", 1,
+                           {static_cast<py::ssize_t>(bytes.size())}, {py::ssize_t{1}}, /*readonly=*/true);
+  });
   PartClass type(module, "Part", py::is_final(),
                  R"(A part of a message: a text, a file, or an enclosure of other parts.
 
@@ -123,6 +124,7 @@ It is valid until its message is changed; after that it raises StaleError.
 >>> bytes(part.data[:5])
 b'%PDF-'
 )");
+  refusePickling(type);
   addTexts(type);
   addValue(type, "number", &Part::number, "The number that the command shows: from 0, depth-first.");
   addValue(type, "size", &Part::size, "Bytes of the content.");

@@ -116,8 +116,10 @@ std::string reprOf(Source& source) {
 }  // namespace
 
 void addSources(py::module_& module) {
-  py::class_<Entry>(module, "Entry", py::is_final(),
-                    "A message of a Source, which is read when it is asked for.")
+  py::class_<Entry> entryType(module, "Entry", py::is_final(),
+                              "A message of a Source, which is read when it is asked for.");
+  refusePickling(entryType);
+  entryType
       .def_property_readonly(
           "place", [](const Entry& entry) { return toPlace(Place(entry.message)); }, "Where it is: a Place.")
       .def_property_readonly(
@@ -149,6 +151,7 @@ A message that cannot be given raises an error, and the next one follows after i
 ...     [entry.place.name for entry in source][:2]
 ['samples/attachments.eml', 'samples/broken.eml']
 )");
+  refusePickling(type);
   type.def(py::init(&open), py::arg("path"), py::kw_only(), py::arg("largest") = SourceOptions().largest,
            py::arg("headers_only") = false)
       .def_property_readonly(

@@ -145,6 +145,7 @@ Date dateFrom(py::handle datetime) {
   if (!PyDateTime_Check(date)) throw py::type_error("a datetime is wanted");
   const py::object delta = datetime.attr("utcoffset")();
   if (delta.is_none()) throw badValue("a datetime without a time zone");
+  if (!PyDelta_Check(delta.ptr())) throw py::type_error("utcoffset() gave no timedelta");
   const seconds offset =
       days(PyDateTime_DELTA_GET_DAYS(delta.ptr())) + seconds(PyDateTime_DELTA_GET_SECONDS(delta.ptr()));
   const std::chrono::year_month_day civil{

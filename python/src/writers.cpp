@@ -44,7 +44,7 @@ void add(Writer& writer, std::string_view bytes, const std::string& sender,
 }
 
 void addGiven(Writer& writer, const py::object& message, const std::optional<Text>& sender,
-              const py::object& date, const std::optional<Text>& flags) {
+              const py::object& date, const std::optional<Text>& flags, bool inClear) {
   const bool isMail = py::isinstance<Mail>(message);
   Place place;
   std::string written;
@@ -52,7 +52,7 @@ void addGiven(Writer& writer, const py::object& message, const std::optional<Tex
   if (isMail) {
     Mail& mail = message.cast<Mail&>();
     if (mail.place) place = *mail.place;
-    written = bytesOf(mail, kWhole);
+    written = bytesOf(mail, {.bcc = true, .inClear = inClear});
   } else {
     given = message.cast<Bytes>();
   }
@@ -77,8 +77,9 @@ void close(Writer& writer) {
 }  // namespace
 
 void addWriters(py::module_& module) {
-  py::class_<Writer, WriterPtr>(module, "Writer", py::is_final(),
-                                R"(Adds messages to a mailbox; made by Writer.mbox, maildir, folder or stream.
+  py::class_<Writer, WriterPtr> type(
+      module, "Writer", py::is_final(),
+      R"(Adds messages to a mailbox; made by Writer.mbox, maildir, folder or stream.
 
 What was added after the last flush() may be missing until close(), which the with statement calls.
 
@@ -88,8 +89,9 @@ What was added after the last flush() may be missing until close(), which the wi
 ...         box.add(mailtree.open("samples/plain.eml"))
 ...     len(list(mailtree.messages(folder + "/box.mbox")))
 1
-)")
-      .def_static("mbox", &openMbox, py::arg("path"), py::kw_only(), py::arg("lock_wait") = 30.0,
+)");
+  refusePickling(type);
+  type.def_static("mbox", &openMbox, py::arg("path"), py::kw_only(), py::arg("lock_wait") = 30.0,
                   "Appends to an mbox, which is created when absent; waits for other programs that use it.")
       .def_static(
           "maildir",
@@ -106,9 +108,10 @@ What was added after the last flush() may be missing until close(), which the wi
           },
           py::arg("descriptor"), py::arg("name") = "stream", "Writes an mbox to a file descriptor.")
       .def("add", &addGiven, py::arg("message"), py::kw_only(), py::arg("sender") = py::none(),
-           py::arg("date") = py::none(), py::arg("flags") = py::none(),
+           py::arg("date") = py::none(), py::arg("flags") = py::none(), py::arg("in_clear") = false,
            R"(Adds a Message or bytes. Sender and date are those of an mbox's separator line, flags those of
-a Maildir; of a message that messages() found they are kept.)")
+a Maildir; of a message that messages() found they are kept. An answer to encrypted mail is refused unless
+in_clear is true.)")
       .def("flush", &flush, "Writes what was added and waits until it is on disk.")
       .def("close", &close)
       .def_property_readonly(

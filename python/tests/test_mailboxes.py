@@ -10,6 +10,7 @@ import pathlib
 import subprocess
 import sys
 import threading
+import time
 from collections.abc import Callable
 
 import pytest
@@ -82,6 +83,27 @@ def test_other_processes_and_threads(mbox: Mbox) -> None:
             os._exit(0)
         os._exit(1)
     assert os.waitpid(child, 0)[1] == 0 and len(list(mails)) == 200
+
+
+def test_a_child_process_can_use_keys_that_are_at_work(mbox: Mbox, keys: mailtree.Keys) -> None:
+    mails = mailtree.messages(mbox(3000), keys=keys, memory=1 << 30)
+    next(mails)
+    for _ in range(8):
+        child = os.fork()
+        if child == 0:
+            os._exit(mailtree.open("samples/signed.eml", keys=keys).text == "")
+        assert os.waitpid(child, 0)[1] == 0  # not held up by a lock of a thread that it does not have
+    assert len(list(mails)) == 2999
+
+
+def test_a_quiet_pipe_holds_nobody_up(tmp_path: pathlib.Path) -> None:
+    os.mkfifo(tmp_path / "fifo")
+    pipe = os.open(tmp_path / "fifo", os.O_RDWR)
+    mails = mailtree.messages(tmp_path / "fifo")
+    begin = time.monotonic()
+    del mails
+    assert time.monotonic() - begin < 10
+    os.close(pipe)
 
 
 def test_writers_keep_what_they_are_given(tmp_path: pathlib.Path) -> None:

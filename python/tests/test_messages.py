@@ -132,7 +132,7 @@ def test_representations_are_worth_reading() -> None:
     assert repr(mail) == "<mailtree.Message, closed>"
 
 
-def test_signed_and_encrypted_mail(keys: mailtree.Keys) -> None:
+def test_signed_and_encrypted_mail(keys: mailtree.Keys, tmp_path: pathlib.Path) -> None:
     mail = mailtree.compose(from_="alice@example.com", to="bob@example.com", subject="Boat", text="Shall we?")
     mail.sign(keys)
     assert mail.verify(keys).is_valid
@@ -149,6 +149,10 @@ def test_signed_and_encrypted_mail(keys: mailtree.Keys) -> None:
     with pytest.raises(mailtree.errors.InClearError) as caught:
         bytes(answer)
     assert caught.value.code == "in_clear"
+    with mailtree.Writer.folder(tmp_path) as box, pytest.raises(mailtree.errors.InClearError):
+        box.add(answer)
+    wanted = mailtree.Expression("body:shall")
+    assert wanted.matches(opened, keys) and not wanted.matches(opened)
     closed.decrypt(keys)
     assert closed.text == mail.text and not closed.security.is_encrypted
     assert mailtree.compose(to="nobody@see.example").recipients_without_certificate(keys) == ["nobody@see.example"]

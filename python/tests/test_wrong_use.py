@@ -6,6 +6,7 @@ import concurrent.futures
 import datetime
 import os
 import pathlib
+import pickle
 import random
 from collections.abc import Callable
 from typing import Any
@@ -47,6 +48,9 @@ WRONG: list[tuple[type[BaseException], Callable[[mailtree.Message], Any]]] = [
     (TypeError, lambda mail: mailtree.messages(5)),  # type: ignore[arg-type]
     (TypeError, lambda mail: mailtree.messages("samples", threads=-1)),
     (TypeError, lambda mail: mailtree.Part()),
+    (TypeError, lambda mail: pickle.dumps(mail.attachments[0], 0)),
+    (TypeError, lambda mail: setattr(mail, "calendar", 5)),
+    (TypeError, lambda mail: mailtree.Message.from_email(None)),  # type: ignore[arg-type]
     (errors.BadValueError, lambda mail: mailtree.Source("samples").take_bytes(0, 1)),
 ]
 
@@ -54,9 +58,10 @@ WRONG: list[tuple[type[BaseException], Callable[[mailtree.Message], Any]]] = [
 @pytest.mark.parametrize("kind, use", WRONG)
 def test_wrong_use_raises(kind: type[BaseException], use: Callable[[mailtree.Message], Any]) -> None:
     mail = sample()
+    part = mail.attachments[0]
     with pytest.raises(kind):
         use(mail)
-    assert mail == sample()  # nothing has changed
+    assert mail == sample() and part.size == 584  # nothing has changed
 
 
 def test_parts_of_a_changed_message() -> None:
