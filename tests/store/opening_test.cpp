@@ -113,7 +113,8 @@ TEST_F(Opening, ReadsWhatIsCompressed) {
     EXPECT_TRUE(source->seekOffset(42) && source->next(message));
     EXPECT_EQ(nameOf(message) + message.bytes, path("mbox@42") + "A: 2\n") << filter;
     for (const std::uint64_t offset : {1, 41, 43, 83, 1000})
-      EXPECT_EQ(MailSource::open(path("mbox"))->seekOffset(offset).error().code, ErrorCode::notFound) << offset;
+      EXPECT_EQ(MailSource::open(path("mbox"))->seekOffset(offset).error().code, ErrorCode::notFound)
+          << offset;
     save("folder/x", "");
     pack(path("folder/a.eml"), packing, {{"a", "A: 1\n"}});
     EXPECT_EQ(bodiesIn(path("folder")), Strings{"A: 1\n"}) << filter;
