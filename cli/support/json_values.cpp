@@ -1,6 +1,7 @@
 #include "cli/support/json_values.h"
 
 #include "cli/support/json_text.h"
+#include "mailtree/message/field_forms.h"
 #include "mailtree/message/times.h"
 
 namespace mailtree::cli {
@@ -13,12 +14,12 @@ std::string textsOf(const std::vector<std::string>& texts) {
   return list.closed();
 }
 
-std::string addressOf(const _svEmailAddress& address) {
-  return ObjectText().add("name", address.m_name.view()).add("address", address.m_address.view()).closed();
+std::string addressOf(const Address& address) {
+  return ObjectText().add("name", address.name).add("address", address.address).closed();
 }
 
 std::string addressOrNull(const std::optional<_svEmailAddress>& address) {
-  return address ? addressOf(*address) : "null";
+  return address ? addressOf(valueOf(*address)) : "null";
 }
 
 std::string dateOrNull(const std::optional<SorvikSysTime>& date) {

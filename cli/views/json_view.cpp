@@ -19,10 +19,8 @@ namespace mailtree::cli {
 namespace {
 
 std::string entriesJson(const Email2& root, std::string_view field) {
-  ExtPtrArray list;
-  entriesOf(root.m_header, field, list);
   ListText out;
-  for (int i = 0; i < list.getSize(); ++i) out.addSerialized(addressOf(*list.at<_svEmailAddress>(i)));
+  for (const Address& entry : addressesIn(root.m_header, field)) out.addSerialized(addressOf(entry));
   return out.closed();
 }
 

@@ -182,19 +182,20 @@ std::string endOfName(const std::string& name, std::size_t width) {
 }
 
 ListLine tableLine(LazyMessage& message, const ListStyle& style) {
-  constexpr std::size_t kNumber = 6, kName = 24, kSize = 7, kWideTerminal = 100;
+  constexpr std::size_t kNumber = 6, kSize = 7, kWideTerminal = 100;
+  const bool isWide = style.columns >= kWideTerminal;  // elsewhere the subject needs the room
   const std::string name = style.hasNames ? printable(nameOf(message.source())) : "";
   const Address from = message.from();
   ListLine line;
   if (!style.hasNames)
     line.begin = rightAligned(std::to_string(message.source().number), kNumber);
   else
-    line.begin = style.columns ? endOfName(name, kName) : name;
+    line.begin = style.columns ? endOfName(name, isWide ? 24 : 12) : name;
   line.begin.append("  ").append(minuteText(message.date())).append("  ");
   line.begin.append(badgesOf(message)).append("  ");
   line.begin.append(rightAligned(humanSize(message.size()), kSize)).append("  ");
-  line.begin.append(leftAligned(singleSpaced(from.name.empty() ? from.address : from.name),
-                                style.columns >= kWideTerminal ? 24 : 16, /*isCut=*/style.columns > 0));
+  line.begin.append(leftAligned(singleSpaced(from.name.empty() ? from.address : from.name), isWide ? 24 : 16,
+                                /*isCut=*/style.columns > 0));
   line.begin.append("  ");
   line.rest = singleSpaced(message.subject());
   return line;

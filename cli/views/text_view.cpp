@@ -9,6 +9,7 @@
 #include "cli/views/security_badges.h"
 #include "mailtree/base/Utf.h"
 #include "mailtree/message/displayed_text.h"
+#include "mailtree/message/field_forms.h"
 #include "mailtree/secure/displayed_fields.h"
 
 namespace mailtree::cli {
@@ -41,13 +42,12 @@ void writeField(std::ostream& out, const Style& style, std::string_view label, s
 }
 
 std::string displayList(const Email2& root, std::string_view field) {
-  ExtPtrArray addresses;
-  entriesOf(root.m_header, field, addresses);
+  const std::vector<Address> addresses = addressesIn(root.m_header, field);
+  const std::size_t count = addresses.size();
   std::string text;
-  const auto count = static_cast<std::size_t>(addresses.getSize());
   for (std::size_t i = 0; i < std::min(count, kMaxAddressesShown); ++i) {
     if (i) text += ", ";
-    text += displayForm(*addresses.at<_svEmailAddress>(static_cast<int>(i)));
+    text += addresses[i].text();
   }
   if (count > kMaxAddressesShown) text += " and " + std::to_string(count - kMaxAddressesShown) + " more";
   return text;

@@ -99,11 +99,7 @@ Address LazyMessage::from() {
   return sender ? valueOf(*sender) : Address();
 }
 
-std::vector<Address> LazyMessage::addresses(std::string_view field) {
-  ExtPtrArray entries;
-  entriesOf(header(), field, entries);
-  return valuesOf(std::move(entries));
-}
+std::vector<Address> LazyMessage::addresses(std::string_view field) { return addressesIn(header(), field); }
 
 std::string LazyMessage::subject() { return subjectIn(header()); }
 std::optional<Date> LazyMessage::date() { return sentDateIn(header()); }

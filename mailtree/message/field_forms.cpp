@@ -3,14 +3,22 @@
 #include <algorithm>
 
 #include "mailtree/base/Ascii.h"
+#include "mailtree/mime/address/AddressReader.h"
 
 namespace mailtree {
 namespace {
 
+/// As parseAndLoadEntries does, without an object for each.
+void appendAddresses(std::string_view text, std::vector<Address>& addresses) {
+  AddressReader reader(text, AddressReader::LoneNames::keep);
+  while (std::optional<ReadAddress> read = reader.next())
+    addresses.push_back({std::move(read->name), std::move(read->address)});
+}
+
 std::vector<Address> listOf(std::string_view text) {
-  ExtPtrArray entries;
-  _svEmailAddress::parseAndLoadEntries(text, entries);
-  return valuesOf(std::move(entries));
+  std::vector<Address> addresses;
+  appendAddresses(text, addresses);
+  return addresses;
 }
 
 /// A display name, unquoted and decoded.
@@ -104,12 +112,11 @@ std::vector<Address> valuesOf(const ExtPtrArray& entries) {
   return addresses;
 }
 
-std::vector<Address> valuesOf(ExtPtrArray&& entries) {
-  std::vector<Address> addresses(static_cast<std::size_t>(entries.getSize()));
-  for (auto i = static_cast<int>(addresses.size()); i-- > 0;) {
-    const Owned<_svEmailAddress> entry(static_cast<_svEmailAddress*>(entries.removeAt(i)));
-    addresses[static_cast<std::size_t>(i)] = valueOf(*entry);
-  }
+std::vector<Address> addressesIn(const MimeHeader& header, std::string_view name) {
+  std::vector<Address> addresses;
+  std::string scratch;
+  for (int field = header.findField(name); field >= 0; field = header.findField(name, field + 1))
+    appendAddresses(header.unfoldedValue(field, scratch), addresses);
   return addresses;
 }
 

@@ -28,10 +28,10 @@ struct AddressGroup {
 
 Address valueOf(const _svEmailAddress& entry);
 std::vector<Address> valuesOf(const ExtPtrArray& entries);
-/// The same, deleting each entry as soon as it was copied: a list may be as long as a message.
-std::vector<Address> valuesOf(ExtPtrArray&& entries);
 /// The addresses of a field, those with a name only too.
 std::vector<Address> addressesIn(const MimeHeader& header, int field);
+/// Those of all fields of that name.
+std::vector<Address> addressesIn(const MimeHeader& header, std::string_view name);
 /// The same in groups, in order.
 std::vector<AddressGroup> groupsIn(const MimeHeader& header, int field);
 /// Nothing when it is not a date.

@@ -19,9 +19,7 @@ int numberIn(std::string_view digits) {
 }  // namespace
 
 std::vector<Address> addressesOf(const Email2& root, std::string_view field) {
-  ExtPtrArray entries;
-  entriesOf(root.m_header, field, entries);
-  return valuesOf(std::move(entries));
+  return addressesIn(root.m_header, field);
 }
 
 std::string textOf(std::span<const Address> addresses) {
