@@ -7,6 +7,7 @@
 #include "mailtree/message/content.h"
 
 #include <algorithm>
+#include <functional>
 #include <tuple>
 
 #include "mailtree/base/Utf.h"
@@ -445,17 +446,22 @@ bool isSignature(const Email2& part) {
 
 void dropSignaturesOver(MessageState& state, const std::vector<int>& rows) {
   const Outline& outline = state.outline();
-  NodeSet dropped;
-  LogNull log;
   std::vector<bool> isSeen(outline.rows.size());
+  std::vector<int> signedRows;
   for (int row : rows)
     for (; row >= 0 && !isSeen[static_cast<std::size_t>(row)]; row = outline.row(row).parent) {
       isSeen[static_cast<std::size_t>(row)] = true;
-      if (!outline.row(row).node->equalsContentType("multipart/signed")) continue;
-      dropSignature(*outline.row(row).node, log);
-      dropped.insert(outline.row(row).node);
+      if (outline.row(row).node->equalsContentType("multipart/signed")) signedRows.push_back(row);
     }
-  if (dropped.empty()) return;
+  if (signedRows.empty()) return;
+  // Inner ones first: a signature, which is destroyed, may be any of the rows, or hold them.
+  std::ranges::sort(signedRows, std::greater<>());
+  NodeSet dropped;
+  LogNull log;
+  for (const int row : signedRows) {
+    dropSignature(*outline.row(row).node, log);
+    dropped.insert(outline.row(row).node);
+  }
   tidyEnclosures(state.root(), std::move(dropped), log);
   state.changed();
 }

@@ -208,17 +208,20 @@ std::vector<int> outermost(const std::set<int>& rows, const Outline& outline) {
   return kept;
 }
 
-/// A signature goes with the multipart/signed that it makes, as does any around a part that is removed.
-bool isDroppedAnyway(const PartRow& row, const Outline& outline) {
-  return row.parent >= 0 && isSignature(*row.node) &&
-         outline.row(row.parent).node->equalsContentType("multipart/signed");
+/// A signature, and all that is in one, goes with the multipart/signed that it makes, as does any around a
+/// part that is removed.
+bool isDroppedAnyway(int row, const Outline& outline) {
+  for (int parent = outline.row(row).parent; parent >= 0; row = parent, parent = outline.row(row).parent)
+    if (isSignature(*outline.row(row).node) &&
+        outline.row(parent).node->equalsContentType("multipart/signed"))
+      return true;
+  return false;
 }
 
 void removeRows(MessageState& state, const std::vector<int>& rows) {
   std::vector<Email2*> parts;
-  for (const int id : rows)
-    if (const PartRow& row = state.outline().row(id); !isDroppedAnyway(row, state.outline()))
-      parts.push_back(row.node);
+  for (const int row : rows)
+    if (!isDroppedAnyway(row, state.outline())) parts.push_back(state.outline().row(row).node);
   dropSignaturesOver(state, rows);
   if (parts.empty()) return;
   LogNull log;
