@@ -55,6 +55,19 @@ TEST(DateReading, TakesEveryFormMetInMail) {
   expectEach(parsed, both(rows, more));
 }
 
+// A blank before it makes a date be read by tokens.
+TEST(DateReading, the_usual_form_means_what_its_tokens_mean) {
+  for (const char* day : {"Fri, 13", "1", "Mon, 01", "31", "Mar, 3", "0", "32"})
+    for (const char* month : {"Dec", "dec", "Feb", "May", "Mai", "Xyz"})
+      for (const char* year : {"2002", "0001", "0000", "9999"})
+        for (const char* time : {"23:59:60", "00:00:00", "24:00:00", "12:60:00", "12:00:61"})
+          for (const char* zone :
+               {"+0000", "-0330", "+9959", "+0275", "+0100 (CET)", "-0100 (a (b", "+0100 PM"}) {
+            const std::string date = std::string(day) + " " + month + " " + year + " " + time + " " + zone;
+            EXPECT_EQ(parsed(date), parsed(" " + date)) << date;
+          }
+}
+
 TEST(DateReading, RefusesWhatIsNoDateOrCouldBeSeveral) {
   for (const char* text :
        {"", "Whenever", "12:", "Thu Jan 01 00:00:10 +0000", "29 Feb 1900 12:00:00 GMT",

@@ -21,7 +21,7 @@ constexpr int kMaxOffset = 99 * 60 + 59;  ///< Minutes; as many as a date can ho
 constexpr std::string_view kMonths[] = {"january",   "february", "march",    "april",
                                         "may",       "june",     "july",     "august",
                                         "september", "october",  "november", "december"};
-constexpr const char* kWeekdays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+constexpr std::string_view kWeekdays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
 static_assert(std::size(kMonths) == 12 && std::size(kWeekdays) == 7);
 
 struct Zone {
@@ -84,6 +84,14 @@ int monthOfName(std::string_view word) noexcept {
   return found == std::end(kMonths) ? 0 : static_cast<int>(found - std::begin(kMonths)) + 1;
 }
 
+// The same for the first three letters, the first of them a capital.
+int monthOfShortName(std::string_view name) noexcept {
+  const auto* found = std::ranges::find_if(kMonths, [name](std::string_view month) {
+    return name[0] == toUpperAscii(month[0]) && name[1] == month[1] && name[2] == month[2];
+  });
+  return found == std::end(kMonths) ? 0 : static_cast<int>(found - std::begin(kMonths)) + 1;
+}
+
 std::optional<int> minutesOfZone(std::string_view name) noexcept {
   const auto* found = std::find_if(std::begin(kZones), std::end(kZones),
                                    [name](const Zone& zone) { return equalsNoCase(zone.name, name); });
@@ -93,12 +101,14 @@ std::optional<int> minutesOfZone(std::string_view name) noexcept {
 
 // Reads the tokens of the text once, in any order: a number before a colon begins the time, a name is a month
 // or a zone, a sign after the time begins the offset, and the remaining numbers are day and year, or year,
-// month and day. Weekdays and other words are ignored.
+// month and day. Weekdays and other words are ignored. Nearly all dates are written in one form, which is
+// read without tokens.
 class DateReader {
  public:
   explicit DateReader(std::string_view text) noexcept : m_rest(text) {}
 
   std::optional<SorvikSysTime> read() noexcept {
+    if (readUsualForm()) return result();
     while (!m_rest.empty()) {
       if (!readToken()) return std::nullopt;
     }
@@ -113,6 +123,58 @@ class DateReader {
     int value = 0;
     std::size_t digits = 0;
   };
+
+  // "Mon, 23 Nov 2026 08:09:10 +0100", with or without the weekday and a "(CET)" at the end. False for
+  // anything else and for what is out of range: the tokens decide what it means.
+  bool readUsualForm() noexcept {
+    const std::string_view text = withoutWeekday(m_rest);
+    const std::size_t dayDigits = text.size() > 1 && text[1] == ' ' ? 1 : 2;
+    constexpr std::string_view kForm = " Mon 0000 00:00:00 +0000";
+    if (text.size() < dayDigits + kForm.size()) return false;
+    const std::string_view day = text.substr(0, dayDigits), rest = text.substr(dayDigits, kForm.size());
+    if (!hasForm(day, kForm.substr(5, dayDigits)) || !hasForm(rest, kForm)) return false;
+    if (!isNothingOrComment(text.substr(dayDigits + kForm.size()))) return false;
+
+    const int hour = valueOf(rest.substr(10, 2)), minute = valueOf(rest.substr(13, 2)),
+              second = valueOf(rest.substr(16, 2)), offset = valueOf(rest.substr(20, 4));
+    const int month = monthOfShortName(rest.substr(1, 3));
+    if (!month || hour > 23 || minute > 59 || second > 60 || offset % 100 > 59) return false;
+    addDateNumber({valueOf(day), dayDigits});
+    addDateNumber({valueOf(rest.substr(5, 4)), 4});
+    m_month = month;
+    m_hour = hour;
+    m_minute = minute;
+    m_second = second;
+    setOffset({offset, 4}, rest[19] == '-' ? -1 : 1);
+    return true;
+  }
+
+  static std::string_view withoutWeekday(std::string_view text) noexcept {
+    const bool isWeekday = text.size() > 5 && text[3] == ',' && text[4] == ' ' &&
+                           std::ranges::find(kWeekdays, text.substr(0, 3)) != std::end(kWeekdays);
+    return isWeekday ? text.substr(5) : text;
+  }
+
+  // Where the form has a digit, a letter or a sign, so has the text, and the same character elsewhere.
+  static bool hasForm(std::string_view text, std::string_view form) noexcept {
+    return std::ranges::equal(text, form, [](char c, char f) {
+      if (f == '0') return isDigitAscii(c);
+      if (f == '+') return c == '+' || c == '-';
+      return isAlphaAscii(f) || c == f;
+    });
+  }
+
+  static bool isNothingOrComment(std::string_view text) noexcept {
+    if (text.empty()) return true;
+    return text.size() > 3 && text.starts_with(" (") && text.ends_with(')') &&
+           std::ranges::all_of(text.substr(2, text.size() - 3), isAlphaAscii);
+  }
+
+  static int valueOf(std::string_view digits) noexcept {
+    int value = 0;
+    for (const char c : digits) value = value * 10 + (c - '0');
+    return value;
+  }
 
   bool readToken() noexcept {
     const char c = m_rest.front();
@@ -406,7 +468,7 @@ void _svDateParser::generateDateRFC822(std::int64_t unixTime, int offsetMinutes,
   const std::string_view month = kMonths[local.m_month - 1];
   char date[128];
   const int length = std::snprintf(date, sizeof date, "%s, %02d %c%c%c %04d %02d:%02d:%02d %c%02d%02d",
-                                   kWeekdays[local.m_dayOfWeek], local.m_day, toUpperAscii(month[0]),
+                                   kWeekdays[local.m_dayOfWeek].data(), local.m_day, toUpperAscii(month[0]),
                                    month[1], month[2], local.m_year, local.m_hour, local.m_minute,
                                    local.m_second, offset < 0 ? '-' : '+', distance / 60, distance % 60);
   out.append(std::string_view(date, static_cast<std::size_t>(length)));
