@@ -51,7 +51,7 @@ Exit send(const SendOptions& options) {
   const Result<std::string> text = message->toString();
   if (!text) return refuse(text.error());
   // The program ends lines with LF and sends CRLF.
-  return runProgram(*program, argumentsFor(message->envelope()), withUnixLines(*text));
+  return runProgram(*program, argumentsFor(message->envelope()), withLfForCrlf(*text));
 }
 
 }  // namespace

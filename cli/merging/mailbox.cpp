@@ -93,7 +93,7 @@ class MailboxTarget final : public MergeTarget {
     if (!assembleInto(email, m_text)) return false;
     m_entry.clear();
     const std::chrono::sys_seconds date{std::chrono::seconds(email.m_date.toUnixTime())};
-    appendMboxEntry(withUnixLines(std::string(m_text.view())), email.m_fromAddr.m_address.view(), date,
+    appendMboxEntry(withLfForCrlf(std::string(m_text.view())), email.m_fromAddr.m_address.view(), date,
                     m_entry);
     return reportUnless(m_sink.write(m_entry, m_progress, m_log));
   }

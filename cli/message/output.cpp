@@ -56,7 +56,7 @@ Readers readersOf(const mailtree::Message& message) {
   return isDecrypted || answersEncrypted ? Readers::owner : Readers::usual;
 }
 
-std::string withUnixLines(std::string text) {
+std::string withLfForCrlf(std::string text) {
   std::size_t size = 0;
   for (std::size_t at = 0; at < text.size(); ++at)
     if (text[at] != '\r' || at + 1 == text.size() || text[at + 1] != '\n') text[size++] = text[at];

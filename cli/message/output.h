@@ -29,7 +29,7 @@ Exit writeMessage(Email2& root, const Input& input, const Destination& to, Store
 Exit writeMessage(const mailtree::Message& message, const Destination& to, const WriteOptions& options = {});
 
 /// A message with LF for each CRLF, as programs on Unix hosts take it.
-std::string withUnixLines(std::string text);
+std::string withLfForCrlf(std::string text);
 
 /// Appends a message as writeMessage() writes it, but never dot-stuffed. False when it is incomplete.
 bool assembleMessage(Email2& root, StringBuffer& out, LogBase& log, const WriteForm& form = {});

@@ -43,8 +43,8 @@ std::string typeOf(const PartRow& row) {
 }
 
 /// What RFC 2045 (5.2) says where the part does not.
-std::string charsetOf(const PartRow& row, std::string_view type) {
-  if (!row.charset.empty()) return row.charset;
+std::string jmapCharsetOf(const PartRow& row, std::string_view type) {
+  if (std::string charset = charsetOf(row); !charset.empty()) return charset;
   const bool isDefault = type.starts_with("text/") || row.node->m_header.findField("Content-Type") < 0;
   return isDefault && isLeaf(row) ? "us-ascii" : "";
 }
@@ -64,7 +64,7 @@ ObjectText factsOf(const PartRow& row, std::size_t id, const JmapOptions& option
   return std::move(
       out.addOrNull("name", row.filename)
           .add("type", type)
-          .addOrNull("charset", charsetOf(row, type))
+          .addOrNull("charset", jmapCharsetOf(row, type))
           .addOrNull("disposition", lowerCase(trim(node.m_disposition.view())))
           .addOrNull("cid", firstIdIn(node.m_header.decodedValue(node.m_header.findField("Content-ID"))))
           .addSerialized("language", languagesOf(node.m_header))
@@ -124,7 +124,7 @@ bool hasEncodingProblem(const PartRow& row) {
   const std::string_view bytes = row.node->m_body.view();
   if (isValidUtf8(bytes)) return false;
   DataBuffer ignored;  // a file, or a text that fits no charset, is still as it came
-  const DecodedText decoded = receivedTextToUtf8(row.charset, bytes, ignored);
+  const DecodedText decoded = receivedTextToUtf8(charsetOf(row), bytes, ignored);
   return decoded.origin != TextOrigin::declared || decoded.damaged > 0;
 }
 

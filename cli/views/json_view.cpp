@@ -51,7 +51,7 @@ std::string addFacts(const PartRow& row, int id, ObjectText& out) {
   std::string hash = sha256Hex(node.m_body.view());
   out.add("id", id)
       .add("content_type", row.contentType)
-      .addOrNull("charset", row.charset)
+      .addOrNull("charset", charsetOf(row))
       .addOrNull("transfer_encoding", node.m_transferEncoding)
       .addOrNull("disposition", node.m_disposition)
       .addOrNull("filename", row.filename)

@@ -170,7 +170,7 @@ std::string detailsOf(const PartRow& row) {
   const auto addWord = [&add](std::string_view text) {
     if (!text.empty()) add(wordOrQuoted(text));
   };
-  addWord(row.charset);
+  addWord(charsetOf(row));
   addWord(row.node->m_transferEncoding);
   if (row.isLeaf()) add(humanSize(row.node->m_body.getSize()));
   return line;

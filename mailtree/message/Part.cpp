@@ -62,7 +62,7 @@ std::string Part::fileName() const {
 std::string Part::disposition() const { return lowerCase(email2().m_disposition); }
 std::string Part::contentId() const { return withoutBrackets(email2().m_contentId); }
 std::string Part::location() const { return header("Content-Location").value_or(std::string()); }
-std::string Part::charset() const { return MessageState::rowOf(*this).charset; }
+std::string Part::charset() const { return charsetOf(MessageState::rowOf(*this)); }
 std::string Part::encoding() const { return lowerCase(email2().m_transferEncoding); }
 
 bool Part::isText() const { return MessageState::rowOf(*this).isText(); }

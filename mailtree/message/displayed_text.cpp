@@ -1,9 +1,10 @@
 #include "mailtree/message/displayed_text.h"
 
 #include <algorithm>
-#include <cstring>
+#include <optional>
 #include <utility>
 
+#include "mailtree/base/UnixLines.h"
 #include "mailtree/base/Utf.h"
 #include "mailtree/message/internal.h"
 #include "mailtree/mime/FlowedText.h"
@@ -75,6 +76,11 @@ std::string plainTextOf(const PartRow& row, LoadBudget* budget) {
   return readableTextOf(row);
 }
 
+std::string_view withoutByteOrderMark(std::string_view text) {
+  if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
+  return text;
+}
+
 std::string validTextOf(const PartRow& row) {
   if (!isReadAsText(row)) return {};
   auto [text, isUtf8] = readTextOf(row);
@@ -83,7 +89,7 @@ std::string validTextOf(const PartRow& row) {
     decodeToUtf8(kCpUtf8, text, valid);
     text = std::move(valid);
   }
-  if (text.starts_with(kByteOrderMark)) text.erase(0, kByteOrderMark.size());
+  text.erase(0, text.size() - withoutByteOrderMark(text).size());
   return std::move(text);
 }
 
@@ -117,26 +123,15 @@ std::size_t takeCharacters(std::string_view text, std::size_t& left) {
 
 }  // namespace
 
-std::string withUnixLines(std::string text) {
-  std::size_t to = std::min(text.find('\r'), text.size());
-  for (std::size_t from = to; from < text.size();) {
-    from += text.compare(from, 2, "\r\n") == 0 ? 2 : 1;
-    text[to++] = '\n';
-    const std::size_t end = std::min(text.find('\r', from), text.size());
-    std::memmove(text.data() + to, text.data() + from, end - from);
-    to += end - from;
-    from = end;
-  }
-  text.resize(to);
-  return text;
-}
-
 std::string readableTextOf(const PartRow& row) {
   if (!isFlowed(row)) return linesOf(row);
   return unwrapFlowed(validTextOf(row), hasDelSp(row));
 }
 
-std::string linesOf(const PartRow& row) { return withUnixLines(validTextOf(row)); }
+std::string linesOf(const PartRow& row) {
+  const std::optional<std::string_view> stored = isReadAsText(row) ? storedTextOf(row) : std::nullopt;
+  return withUnixLines(stored ? withoutByteOrderMark(*stored) : validTextOf(row));
+}
 
 std::string displayedText(const Outline& outline, const Displayed& display, LoadBudget* budget) {
   std::string text;

@@ -12,9 +12,6 @@ namespace mailtree {
 
 class Message;
 
-/// A text with LF as line breaks: CRLF, LF and a bare CR each end a line.
-std::string withUnixLines(std::string text);
-
 /// The text of a part in utf-8 without a byte order mark, lines ending in LF. Empty for anything but text.
 std::string linesOf(const PartRow& row);
 

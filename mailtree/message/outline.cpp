@@ -55,24 +55,10 @@ class RowIds {
   std::unordered_map<const SorvikObject*, int> m_ids;
 };
 
-std::string charsetOf(const Email2& node) {
-  std::string scratch;
-  const std::string_view value =
-      node.m_header.unfoldedValue(node.m_header.findField("Content-Type"), scratch);
-  std::string charset;  // the last one counts, as in loading
-  readParameters(
-      value, [](std::string_view) {},
-      [&charset](std::string_view name, std::string_view text) {
-        if (equalsNoCase(name, "charset") && !text.empty()) charset = text;
-      });
-  return charset;
-}
-
 PartRow rowOf(Email2& node, int depth, int parent, int index, bool isLastChild) {
   PartRow row{&node, depth, parent, index, isLastChild};
   const std::string_view type = node.m_contentType.m_type.view();
   row.contentType = type.empty() ? "text/plain" : type;
-  row.charset = charsetOf(node);
   row.filename =
       node.m_dispFilename.isEmpty() ? node.m_contentType.m_name.view() : node.m_dispFilename.view();
   return row;
@@ -234,6 +220,19 @@ Email2* untypedBody(Email2& root) {
   return nullptr;
 }
 
+std::string charsetOf(const PartRow& row) {
+  const MimeHeader& header = row.node->m_header;
+  std::string scratch;
+  const std::string_view value = header.unfoldedValue(header.findField("Content-Type"), scratch);
+  std::string charset;  // the last one counts, as in loading
+  readParameters(
+      value, [](std::string_view) {},
+      [&charset](std::string_view name, std::string_view text) {
+        if (equalsNoCase(name, "charset") && !text.empty()) charset = text;
+      });
+  return charset;
+}
+
 std::string givenFileName(const PartRow& row) {
   if (row.filename.empty() && row.node->m_header.findField("Content-Location") < 0)
     return row.isMessage() ? nameFromSubject(row.node->m_body.view()) : std::string();
@@ -243,14 +242,20 @@ std::string givenFileName(const PartRow& row) {
   return name.extractString();
 }
 
+std::optional<std::string_view> storedTextOf(const PartRow& row) {
+  const std::string_view bytes = row.node->m_body.view();
+  return isConvertibleText(row.node->traits()) && isValidUtf8(bytes) ? std::optional(bytes) : std::nullopt;
+}
+
 ReadText readTextOf(const PartRow& row) {
+  if (const std::optional<std::string_view> stored = storedTextOf(row)) return {std::string(*stored), true};
   Email2& node = *row.node;
   const std::string_view bytes = node.m_body.view();
   const bool isUtf8 = isValidUtf8(bytes);
-  if (isConvertibleText(node.traits()) && (isUtf8 || node.m_repairs.has(Repair::damagedText)))
-    return {isUtf8 ? std::string(bytes) : decodeUtf8(bytes), true};
+  if (isConvertibleText(node.traits()) && node.m_repairs.has(Repair::damagedText))
+    return {decodeUtf8(bytes), true};
   DataBuffer converted;
-  const DecodedText decoded = receivedTextToUtf8(row.charset, bytes, converted);
+  const DecodedText decoded = receivedTextToUtf8(charsetOf(row), bytes, converted);
   if (decoded.converted) return {std::string(converted.view()), true};
   if (isUtf8 || decoded.codePage == kCpUtf8) return {decodeUtf8(bytes), true};
   std::string text = decodeByDetection(node.m_header.getDetectedCP(), bytes);

@@ -28,7 +28,6 @@ struct PartRow {
   bool isAttachment = false;
   std::string reason = {};       ///< Why it is an attachment.
   std::string contentType = {};  ///< text/plain where the node has none.
-  std::string charset = {};      ///< From its Content-Type field; empty when not given.
   std::string filename = {};     ///< From the disposition, else the name parameter, else empty.
   std::size_t firstChild = 0;    ///< Position in Outline::children.
 
@@ -60,6 +59,9 @@ std::vector<int> relatedItemsOf(Email2& root, const Outline& outline);
 /// first such part of a multipart/mixed without another plain-text body. Borrowed; null when there is none.
 Email2* untypedBody(Email2& root);
 
+/// The charset in the Content-Type field of a part; empty when not given.
+std::string charsetOf(const PartRow& row);
+
 /// The name of a part as the message gives it, not yet safe to use: its file name or location, else the
 /// subject of an attached message with ".eml". May be empty.
 std::string givenFileName(const PartRow& row);
@@ -71,6 +73,8 @@ struct ReadText {
   bool isUtf8;
 };
 ReadText readTextOf(const PartRow& row);
+/// The same, borrowed from the part that holds it in utf-8; nothing where it has to be decoded.
+std::optional<std::string_view> storedTextOf(const PartRow& row);
 std::string textOf(const PartRow& row);
 
 /// The date of the message in GMT; nothing when no date field is usable.

@@ -51,10 +51,12 @@ void findRepairs(int row, const PartRow& part, ProblemList& problems) {
 
 /// A text that is ASCII reads the same in nearly every charset.
 void findUnknownCharset(int row, const PartRow& part, ProblemList& problems) {
-  if (part.charset.empty() || !part.isText() || codePageOfCharset(part.charset) != 0) return;
+  if (!part.isText()) return;
+  const std::string charset = charsetOf(part);
+  if (charset.empty() || codePageOfCharset(charset) != 0) return;
   const bool isSafe = part.node->m_repairs.has(Repair::charset) || isAscii(part.node->m_body.view());
   problems.add(row, isSafe ? Severity::note : Severity::warning, Kind::malformed,
-               "the charset " + quoted(part.charset) + " is unknown");
+               "the charset " + quoted(charset) + " is unknown");
 }
 
 void findLimits(LimitSet limits, ProblemList& problems) {

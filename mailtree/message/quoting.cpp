@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "mailtree/base/Ascii.h"
+#include "mailtree/base/UnixLines.h"
 #include "mailtree/email/transform/reply_header.h"
 #include "mailtree/message/displayed_text.h"
 #include "mailtree/message/internal.h"
@@ -161,7 +162,7 @@ std::string oneLine(std::string_view value) {
 }
 
 AnswerText answerText(const Message& quoted, Quote quote, std::string_view text) {
-  AnswerText answer = unflowedText(quoted, quote, withUnixLines(std::string(text)));
+  AnswerText answer = unflowedText(quoted, quote, withUnixLines(text));
   answer.plain = wrapFlowed(answer.plain);
   return answer;
 }
