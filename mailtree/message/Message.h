@@ -286,7 +286,8 @@ class MAILTREE_API Message {
   /// Removes any parts of this message but its root, with all that is in them: removeParts(attachments()).
   Result<void> removeParts(std::span<const Part> parts);
   /// Replaces words in header fields and texts (of HTML in text and attributes, escaped), not in attached
-  /// files, in one pass: a value is not searched again. Returns how often something was replaced.
+  /// files, in one pass: a value is not searched again. What it makes of an address is not checked. Returns
+  /// how often something was replaced.
   Result<int> replaceWords(std::span<const std::pair<std::string, std::string>> words);
   /// @}
 

@@ -88,7 +88,8 @@ Result<Email2*> MessageState::written() {
 
 bool MessageState::holdsSecret() const {
   return wasEncrypted || answersEncrypted || isEncrypted(root()) ||
-         std::ranges::any_of(layers, [](const SecureLayer& layer) { return layer.isEncrypted(); });
+         std::ranges::any_of(layers,
+                             [](const SecureLayer& layer) { return layer.isEncrypted() && layer.opened; });
 }
 
 Result<void> MessageState::beginContentChange() {

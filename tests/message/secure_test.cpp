@@ -108,6 +108,12 @@ TEST(SecureMessage, is_encrypted_for_its_readers_and_nobody_else) {
         EXPECT_EQ(next.toString().error().code, ErrorCode::inClear);
     }
   }
+  // An answer holds what is secret only where the part that it is in was opened.
+  const std::string enclosing =
+      "From: dave@example.com\r\nContent-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\n\r\nHi\r\n--b\r\n" +
+      written.substr(written.find("Content-Type:")) + "\r\n--b--\r\n";
+  EXPECT_FALSE(opened(enclosing, bob).reply({.from = {"", "bob@example.com"}})->toString());
+  EXPECT_TRUE(Message::parse(enclosing)->reply({.from = {"", "bob@example.com"}})->toString());
   // Readers of one layer are not readers of the next.
   ASSERT_TRUE(mail.encrypt(alice, {.certificates = {carol.identities().front().fingerprint}}));
   EXPECT_FALSE(mail.decrypt(bob));
