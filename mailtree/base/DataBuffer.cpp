@@ -11,6 +11,7 @@
 #include <string>
 #include <utility>
 
+#include "mailtree/base/LargeMemory.h"
 #include "mailtree/base/Log.h"
 #include "mailtree/base/Output.h"
 #include "mailtree/base/Search.h"
@@ -104,6 +105,7 @@ bool DataBuffer::own(std::size_t capacity) {
     ++abandonedCount();
     return false;
   }
+  preferHugePages(fresh, grown);
   if (borrowed && m_size) std::memcpy(fresh, m_data, m_size);
   m_data = static_cast<unsigned char*>(fresh);
   m_capacity = grown;
