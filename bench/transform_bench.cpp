@@ -3,6 +3,7 @@
 
 #include <memory>
 
+#include "bench/loading.h"
 #include "bench/messages.h"
 #include "mailtree/email/Email2.h"
 
@@ -71,6 +72,20 @@ void cloneNewsletter(benchmark::State& state) {
   copyEach(state, [&](Email2& mail) { return mail.clone_v3(state.range(0) != 0, log); });
 }
 
+/// What cloning saves.
+void loadNewsletter(benchmark::State& state) {
+  LogNull log;
+  StringBuffer mime;
+  ProgressContext progress(nullptr);
+  newsletter()->assembleMimeBody2(mime, nullptr, false, nullptr, progress, log, 0, false, true);
+  const std::string message(mime.view());
+  for ([[maybe_unused]] const auto& _ : state) {
+    const EmailPtr mail = load(message);
+    benchmark::DoNotOptimize(mail.get());
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+
 void replaceInNewsletter(benchmark::State& state) {
   LogNull log;
   ExtPtrArray pairs;
@@ -95,6 +110,7 @@ void replyToPage(benchmark::State& state) {
 
 BENCHMARK(replyToPage)->Name("reply/html_1MB/mailtree");
 BENCHMARK(cloneNewsletter)->Name("clone/newsletter_200kB/mailtree")->ArgName("share")->Arg(0)->Arg(1);
+BENCHMARK(loadNewsletter)->Name("clone/newsletter_200kB/load")->ArgName("share")->Arg(0)->Arg(1);
 BENCHMARK(replaceInNewsletter)->Name("merge/newsletter_200kB/mailtree")->ArgName("share")->Arg(0)->Arg(1);
 
 }  // namespace

@@ -1,8 +1,8 @@
 #include "mailtree/mime/coding/Base64Internal.h"
 
-#if MAILTREE_HAS_AVX2_PATH
+#include "mailtree/mime/coding/Avx512Bytes.h"
 
-#include <immintrin.h>
+#if MAILTREE_HAS_AVX2_PATH
 
 #include <cstring>
 
@@ -14,26 +14,9 @@
 namespace mailtree::base64 {
 namespace {
 
-constexpr std::size_t kBlock = 64;       ///< Digits.
+using avx512::Bytes, avx512::kAll, avx512::kBlock, avx512::makeBytes;
+
 constexpr std::size_t kBlockBytes = 48;  ///< The bytes they encode.
-
-/// For instructions whose unmasked form makes GCC 12 warn of an uninitialized variable of its own.
-constexpr __mmask64 kAll = ~std::uint64_t{0};
-
-struct alignas(kBlock) Bytes {
-  std::array<std::uint8_t, kBlock> bytes;
-};
-
-template <class Entry>
-constexpr Bytes makeBytes(Entry entry) {
-  Bytes table{};
-  for (unsigned i = 0; i < kBlock; ++i) table.bytes[i] = static_cast<std::uint8_t>(entry(i));
-  return table;
-}
-
-MAILTREE_AVX512 inline __m512i load(const Bytes& table) noexcept {
-  return _mm512_load_si512(table.bytes.data());
-}
 
 /// The intrinsic for this is another of those that GCC 12 warns of.
 MAILTREE_AVX512 inline __m128i firstQuarter(__m512i bytes) noexcept {

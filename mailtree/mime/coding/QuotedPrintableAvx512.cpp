@@ -1,8 +1,8 @@
 #include "mailtree/mime/coding/QuotedPrintableInternal.h"
 
-#if MAILTREE_HAS_AVX2_PATH
+#include "mailtree/mime/coding/Avx512Bytes.h"
 
-#include <immintrin.h>
+#if MAILTREE_HAS_AVX2_PATH
 
 #include <algorithm>
 
@@ -14,23 +14,7 @@
 namespace mailtree::quotedPrintable {
 namespace {
 
-constexpr std::size_t kBlock = 64;
-
-/// A byte for each place of a register.
-struct alignas(kBlock) Bytes {
-  std::array<std::uint8_t, kBlock> bytes;
-};
-
-template <class Entry>
-constexpr Bytes makeBytes(Entry entry) {
-  Bytes table{};
-  for (unsigned i = 0; i < kBlock; ++i) table.bytes[i] = static_cast<std::uint8_t>(entry(i));
-  return table;
-}
-
-MAILTREE_AVX512 inline __m512i load(const Bytes& table) noexcept {
-  return _mm512_load_si512(table.bytes.data());
-}
+using avx512::Bytes, avx512::kAll, avx512::kBlock, avx512::makeBytes;
 
 MAILTREE_AVX512 inline __m512i load(const char* p) noexcept { return _mm512_loadu_si512(p); }
 
@@ -58,8 +42,6 @@ MAILTREE_AVX512 inline std::size_t firstOf(std::uint64_t bits) noexcept {
 /// Bytes that are encoded at once: the longest result, three for each, fits into a register.
 constexpr std::size_t kGroup = kBlock / kEscapeSize;
 
-/// For instructions whose unmasked form makes GCC 12 warn of an uninitialized variable of its own.
-constexpr __mmask64 kAll = ~std::uint64_t{0};
 constexpr __mmask32 kAllPairs = ~std::uint32_t{0};
 
 /// The bit of every group member's first character, in a register where each member has kEscapeSize places.
