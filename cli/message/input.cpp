@@ -141,7 +141,7 @@ Exit forEachMessage(const SourceArguments& arguments, const Several& form,
   ProgressBar bar(/*bytesInAll=*/0, "messages", /*isHidden=*/!areSeveral || ::isatty(STDOUT_FILENO) == 1);
   std::uint64_t bytes = 0;
   const auto visit = [&](bool isFirst) {
-    if (interrupt && interrupt->flag()) return tally.interrupt();
+    if (InterruptGuard::flag()) return tally.interrupt();
     input.isOneOfSeveral = areSeveral;
     if (form.hasTitles && areSeveral)
       std::cout << (isFirst ? "" : "\n") << form.style.paint(Ink::bold, "== " + printable(input.name) + " ==")

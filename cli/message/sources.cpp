@@ -10,6 +10,7 @@
 
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
+#include "cli/support/interrupt.h"
 #include "mailtree/mime/header/HeaderLines.h"
 #include "mailtree/store/FolderReader.h"
 #include "mailtree/store/archive.h"
@@ -130,7 +131,9 @@ Result<std::vector<std::string>> Sources::argumentsIn(const SourceArguments& giv
 }
 
 Sources::Sources(SourceArguments arguments, const SourcesOptions& options)
-    : m_arguments(std::make_unique<Arguments>(std::move(arguments))), m_options(options) {}
+    : m_arguments(std::make_unique<Arguments>(std::move(arguments))), m_options(options) {
+  m_options.reading.cancel = &InterruptGuard::flag();
+}
 Sources::~Sources() = default;
 
 bool Sources::next(SourceMessage& message) {

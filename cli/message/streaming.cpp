@@ -74,7 +74,7 @@ void Streaming::whenUnreadable(std::function<void(const SourceMessage&)> act) {
 const MessageFeed& Streaming::feed() const { return m_state->feed; }
 
 StreamOptions Streaming::options() const {
-  return {.threads = m_state->threads, .cancel = &m_state->interrupt.flag()};
+  return {.threads = m_state->threads, .cancel = &InterruptGuard::flag()};
 }
 
 bool Streaming::isReadable(const SourceMessage& message) {

@@ -38,6 +38,6 @@ InterruptGuard::InterruptGuard() {
 
 InterruptGuard::~InterruptGuard() { restore(); }
 
-const std::atomic<bool>& InterruptGuard::flag() const noexcept { return wasInterrupted; }
+const std::atomic<bool>& InterruptGuard::flag() noexcept { return wasInterrupted; }
 
 }  // namespace mailtree::cli

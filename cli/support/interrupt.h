@@ -13,7 +13,8 @@ class InterruptGuard {
   InterruptGuard& operator=(const InterruptGuard&) = delete;
   ~InterruptGuard();
 
-  const std::atomic<bool>& flag() const noexcept;
+  /// False when there was no guard yet.
+  static const std::atomic<bool>& flag() noexcept;
 };
 
 }  // namespace mailtree::cli

@@ -1,6 +1,7 @@
 #include "mailtree/store/FileReader.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -26,8 +27,19 @@ Descriptor::~Descriptor() {
   if (m_fd >= 0) ::close(m_fd);
 }
 
-DescriptorStream::DescriptorStream(Descriptor file, std::string path, std::string before)
-    : m_file(std::move(file)), m_path(std::move(path)), m_before(std::move(before)) {}
+DescriptorStream::DescriptorStream(Descriptor file, std::string path, std::string before,
+                                   const std::atomic<bool>* cancel)
+    : m_file(std::move(file)), m_path(std::move(path)), m_before(std::move(before)), m_cancel(cancel) {}
+
+/// False when it was cancelled. No signal needs to reach this thread for that.
+bool DescriptorStream::waitForBytes() const noexcept {
+  constexpr int kPatience = 100;  // milliseconds
+  pollfd wanted{m_file.get(), POLLIN, 0};
+  while (!*m_cancel)
+    if (const int ready = ::poll(&wanted, 1, kPatience); ready > 0 || (ready < 0 && errno != EINTR))
+      return true;
+  return false;
+}
 
 Result<std::size_t> DescriptorStream::read(char* out, std::size_t size) {
   if (m_given < m_before.size()) {
@@ -36,6 +48,7 @@ Result<std::size_t> DescriptorStream::read(char* out, std::size_t size) {
     return given;
   }
   for (;;) {
+    if (m_cancel && !waitForBytes()) return Error{ErrorCode::unreadable, "reading was cancelled", m_path};
     const ssize_t got = ::read(m_file.get(), out, std::min(size, kMostAtOnce));
     if (got >= 0) return static_cast<std::size_t>(got);
     if (errno != EINTR) return unreadable(m_path, errno);

@@ -4,6 +4,7 @@
 // signal.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -44,13 +45,17 @@ class ByteStream {
 /// The bytes of a descriptor, after some that were read from it before.
 class DescriptorStream final : public ByteStream {
  public:
-  DescriptorStream(Descriptor file, std::string path, std::string before);
+  /// @param cancel  ends the wait for bytes with an error when it becomes true; may be null.
+  DescriptorStream(Descriptor file, std::string path, std::string before, const std::atomic<bool>* cancel);
   Result<std::size_t> read(char* out, std::size_t size) override;
 
  private:
+  bool waitForBytes() const noexcept;
+
   Descriptor m_file;
   std::string m_path, m_before;
   std::size_t m_given = 0;
+  const std::atomic<bool>* m_cancel;
 };
 
 /// Bytes in memory.

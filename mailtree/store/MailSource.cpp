@@ -60,7 +60,7 @@ bool beginsMailbox(std::string_view bytes) noexcept {
 Result<std::string> readStart(const Descriptor& input, const std::string& path,
                               const SourceOptions& options) {
   constexpr std::size_t kHeaderChunk = std::size_t{16} << 10;
-  DescriptorStream stream(Descriptor(::fcntl(input.get(), F_DUPFD_CLOEXEC, 0)), path, {});
+  DescriptorStream stream(Descriptor(::fcntl(input.get(), F_DUPFD_CLOEXEC, 0)), path, {}, options.cancel);
   std::string start;
   HeaderEnd header;
   for (;;) {
@@ -83,7 +83,7 @@ bool isHeaderOfMessage(std::string_view start, const SourceOptions& options) noe
 Result<ReaderPtr> openStream(Descriptor input, const std::string& path, std::string start,
                              const SourceOptions& options) {
   const bool isArchive = beginsArchive(start);
-  auto stream = std::make_unique<DescriptorStream>(std::move(input), path, std::move(start));
+  auto stream = std::make_unique<DescriptorStream>(std::move(input), path, std::move(start), options.cancel);
   if (isArchive) return openArchive(std::move(stream), path, options);
   return begun(std::make_unique<MboxReader>(std::move(stream), path, options));
 }

@@ -14,6 +14,7 @@
 //   Changes    A file is read as long as it was when it was opened. One that becomes shorter is an error.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -54,6 +55,9 @@ struct SourceOptions {
   std::size_t window = std::size_t{1} << 18;  ///< Bytes read at once.
   /// A file or stream that is one message is read as far as its header goes. Messages of a mailbox are whole.
   bool headersOnly = false;
+  /// Becomes true when a pipe that gives nothing shall no longer be waited for, which then is an error. May
+  /// be null.
+  const std::atomic<bool>* cancel = nullptr;
 };
 
 class MAILTREE_API MailSource {

@@ -44,7 +44,9 @@ Registry& registry() {
 /// Gives the messages of the sources, or of a part of each.
 class Feed {
  public:
-  explicit Feed(const MailboxOptions& options) : m_options(options) {}
+  /// @param cancel  ends the wait for a pipe.
+  Feed(const MailboxOptions& options, const std::atomic<bool>& cancel)
+      : m_options(options), m_cancel(cancel) {}
 
   bool operator()(SourceMessage& message) {
     for (; m_next < m_options.paths.size(); ++m_next) {
@@ -59,7 +61,7 @@ class Feed {
 
  private:
   std::optional<Error> openNext() {
-    Result<MailSource> source = MailSource::open(m_options.paths[m_next]);
+    Result<MailSource> source = MailSource::open(m_options.paths[m_next], {.cancel = &m_cancel});
     if (!source) return std::move(source).error();
     m_source.emplace(*std::move(source));
     if (m_options.parts == 1) return std::nullopt;
@@ -76,6 +78,7 @@ class Feed {
   }
 
   const MailboxOptions& m_options;
+  const std::atomic<bool>& m_cancel;
   std::optional<MailSource> m_source;
   std::size_t m_next = 0;
 };
@@ -153,7 +156,7 @@ void Mailboxes::run() {
   options.cancel = &m_isCancelled;
   StreamEnd end = StreamEnd::noMemory;
   try {
-    const auto feed = std::make_shared<Feed>(m_options);  // a function must be copyable
+    const auto feed = std::make_shared<Feed>(m_options, m_isCancelled);  // a function must be copyable
     end = streamMessages([feed](SourceMessage& message) { return (*feed)(message); }, make, take, options);
   } catch (const std::bad_alloc&) {
     end = StreamEnd::noMemory;

@@ -4,8 +4,8 @@
 //   Threads    None of the threads that read ever waits for the interpreter lock.
 //   Memory     What was read and not taken is limited; then reading waits.
 //   End        close() ends the threads. So does the end of the interpreter, which must not be outlived. A
-//              thread that waits for a pipe is left alone: it ends when something comes, and keeps until then
-//              what it works with.
+//              thread that waits for a file server is left alone: it ends when something comes, and keeps
+//              until then what it works with.
 //   Fork       A child process has no threads of its parent: taking from its copy is an error there.
 #pragma once
 

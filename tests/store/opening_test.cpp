@@ -3,6 +3,7 @@
 #include <archive_entry.h>
 #endif
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <thread>
 
@@ -46,6 +47,22 @@ TEST_F(Opening, ReadsStandardInput) {
   EXPECT_EQ(piped(kMbox), (Strings{"A: 1\n", "A: 2\n"}));
   EXPECT_EQ(piped("A: 1\n\nFrom x\n"), Strings{"A: 1\n\nFrom x\n"});
   EXPECT_EQ(piped(""), Strings());
+}
+
+TEST_F(Opening, WaitsForAQuietPipeUntilCancelled) {
+  ASSERT_EQ(::mkfifo(path("fifo").c_str(), 0600), 0);
+  const int end = ::open(path("fifo").c_str(), O_RDWR | O_CLOEXEC);
+  const std::string begun = kMbox + std::string(5'000, 'x');  // enough to tell what it is
+  ASSERT_EQ(::write(end, begun.data(), begun.size()), static_cast<ssize_t>(begun.size()));
+  std::atomic<bool> cancel = false;
+  Result<MailSource> source = MailSource::open(path("fifo"), {.cancel = &cancel});
+  SourceMessage message;
+  ASSERT_TRUE(source && source->next(message));
+  std::thread canceller([&] { cancel = true; });
+  EXPECT_FALSE(source->next(message)) << "the second may go on";
+  canceller.join();
+  EXPECT_EQ(source->error()->message, "reading was cancelled");
+  ::close(end);
 }
 
 TEST_F(Opening, ReadsNoFurtherThanTheHeaderWhenToldSo) {
