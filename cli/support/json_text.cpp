@@ -16,17 +16,43 @@ void appendUnit(std::string& out, char16_t unit) {
   out += escape.data();
 }
 
-void appendEscape(std::string& out, char32_t c) {
+/// The letter after the backslash; 0 for a character without a short form.
+char letterOfEscape(char c) {
   switch (c) {
-    case '"': out += "\\\""; return;
-    case '\\': out += "\\\\"; return;
-    case '\b': out += "\\b"; return;
-    case '\f': out += "\\f"; return;
-    case '\n': out += "\\n"; return;
-    case '\r': out += "\\r"; return;
-    case '\t': out += "\\t"; return;
-    default: break;
+    case '"':
+    case '\\': return c;
+    case '\b': return 'b';
+    case '\f': return 'f';
+    case '\n': return 'n';
+    case '\r': return 'r';
+    case '\t': return 't';
+    default: return 0;
   }
+}
+
+/// Whether a byte is written as it is.
+constexpr std::array<bool, 256> kIsPlain = [] {
+  std::array<bool, 256> isPlain{};
+  for (unsigned c = ' '; c < 0x7F; ++c) isPlain[c] = c != '"' && c != '\\';
+  return isPlain;
+}();
+
+/// The first byte that is not, at or after a place; the size of the text when there is none.
+std::size_t findSpecial(std::string_view text, std::size_t from) {
+  constexpr std::size_t kFew = 16;
+  if (text.size() - from >= kFew) return findUnprintable<'"', '\\'>(text, from);
+  while (from < text.size() && kIsPlain[static_cast<unsigned char>(text[from])]) ++from;
+  return from;
+}
+
+/// Whether two bytes are a letter from U+00C0 to U+02FF, which are all harmless.
+bool isLatinLetter(std::string_view bytes) {
+  const auto lead = static_cast<unsigned char>(bytes[0]);
+  return lead >= 0xC3 && lead <= 0xCB && bytes.size() > 1 &&
+         (static_cast<unsigned char>(bytes[1]) & 0xC0) == 0x80;
+}
+
+void appendEscape(std::string& out, char32_t c) {
   if (c < 0x10000) return appendUnit(out, static_cast<char16_t>(c));
   appendUnit(out, static_cast<char16_t>(0xD7C0 + (c >> 10)));  // a surrogate pair
   appendUnit(out, static_cast<char16_t>(0xDC00 + (c & 0x3FF)));
@@ -36,8 +62,18 @@ void appendEscape(std::string& out, char32_t c) {
 
 void appendEscaped(std::string& out, std::string_view text) {
   std::size_t done = 0;  // end of what is already in `out`
-  for (std::size_t at = 0; (at = findUnprintable<'"', '\\'>(text, at)) < text.size();) {
+  for (std::size_t at = 0; (at = findSpecial(text, at)) < text.size();) {
+    if (isLatinLetter(text.substr(at))) {
+      at += 2;
+      continue;
+    }
     const std::size_t begin = at;
+    if (const char letter = letterOfEscape(text[at])) {
+      const char escape[] = {'\\', letter};
+      out.append(text, done, begin - done).append(escape, sizeof escape);
+      done = ++at;
+      continue;
+    }
     const char32_t c = nextCodePoint(text, at);
     if (c >= 0x80 && c != kReplacementCharacter && isHarmless(c)) continue;
     out.append(text, done, begin - done);

@@ -137,13 +137,6 @@ std::string valueOf(const MimeHeader& header, int field, FieldForm form) {
   return quotedOrNull(textOf(header, field, form));
 }
 
-/// Negative when there is none.
-int lastField(const MimeHeader& header, std::string_view name) {
-  int field = header.getNumFields() - 1;
-  while (field >= 0 && !equalsNoCase(header.fieldName(field), name)) --field;
-  return field;
-}
-
 }  // namespace
 
 std::string jmapWordsOf(const std::vector<std::string>& words) {
@@ -151,7 +144,7 @@ std::string jmapWordsOf(const std::vector<std::string>& words) {
 }
 
 std::string jmapFieldOf(const MimeHeader& header, std::string_view name, FieldForm form) {
-  const int field = lastField(header, name);
+  const int field = header.findLastField(name);
   return field < 0 ? "null" : valueOf(header, field, form);
 }
 
@@ -167,7 +160,7 @@ std::string jmapPropertyOf(const MimeHeader& header, std::string_view property) 
 
 std::string jmapCellOf(const MimeHeader& header, std::string_view property) {
   const Property wanted = readProperty(property);
-  const int field = lastField(header, wanted.name);
+  const int field = header.findLastField(wanted.name);
   if (!wanted.all && field < 0) return {};
   if (!wanted.all)
     if (std::optional<std::string> text = textOf(header, field, wanted.form().value_or(FieldForm::raw)))

@@ -1,5 +1,6 @@
 #include "cli/views/jmap_view.h"
 
+#include <optional>
 #include <span>
 #include <utility>
 
@@ -128,14 +129,38 @@ bool hasEncodingProblem(const PartRow& row) {
   return decoded.origin != TextOrigin::declared || decoded.damaged > 0;
 }
 
-std::string bodyValuesOf(const Outline& outline) {
+/// The lines of every text, by row.
+class BodyLines {
+ public:
+  explicit BodyLines(const Outline& outline) : m_lines(outline.rows.size()) {
+    for (std::size_t id = 0; id < m_lines.size(); ++id)
+      if (const PartRow& row = outline.rows[id]; isReadAsText(row) && isLeaf(row)) m_lines[id] = linesOf(row);
+  }
+  /// Null for anything but a text.
+  const std::string* of(std::size_t id) const { return m_lines[id] ? &*m_lines[id] : nullptr; }
+
+ private:
+  std::vector<std::optional<std::string>> m_lines;
+};
+
+/// Of most messages one of the texts that are written anyway.
+std::string previewOf(const mailtree::Message& message, MessageState& state,
+                      const std::optional<BodyLines>& lines) {
+  constexpr std::size_t kLength = 256;  // RFC 8621, 4.1.4
+  const std::vector<int>& shown = state.displayed().textBody;
+  const bool isOne = lines && shown.size() == 1 && isShownAsLines(state.outline().row(shown.front()));
+  const std::string* const text = isOne ? lines->of(static_cast<std::size_t>(shown.front())) : nullptr;
+  return text ? mailtree::previewOf(*text, kLength) : message.preview(kLength);
+}
+
+std::string bodyValuesOf(const Outline& outline, const BodyLines& lines) {
   std::string values = "{";
   for (std::size_t id = 0; id < outline.rows.size(); ++id) {
     const PartRow& row = outline.rows[id];
-    if (!isReadAsText(row) || !isLeaf(row)) continue;
-    const std::string text = linesOf(row);
-    ObjectText value;
-    value.add("value", text).addIs("isEncodingProblem", hasEncodingProblem(row)).addIs("isTruncated", false);
+    const std::string* const text = lines.of(id);
+    if (!text) continue;
+    ObjectText value(text->size() + text->size() / 8 + 80);
+    value.add("value", *text).addIs("isEncodingProblem", hasEncodingProblem(row)).addIs("isTruncated", false);
     values.append(values.size() > 1 ? ",\"" : "\"").append(std::to_string(id)).append("\":");
     values += value.closed();
   }
@@ -205,12 +230,14 @@ std::string jmapOf(mailtree::Message& message, const JmapOptions& options, std::
   for (const std::string& property : options.properties)
     out.addSerialized(property, jmapPropertyOf(header, property));
   if (options.wants("hasAttachment")) out.addIs("hasAttachment", !state.displayed().attachments.empty());
-  if (options.wants("preview")) out.add("preview", message.preview());
+  std::optional<BodyLines> lines;
+  if (options.wants("bodyValues")) lines.emplace(state.outline());
+  if (options.wants("preview")) out.add("preview", previewOf(message, state, lines));
   if (options.wants("headers")) out.addSerialized("headers", headersOf(header, state.receivedBytes()));
   if (options.keep || std::ranges::any_of(std::span(kPartMembers).subspan(3, 4),
                                           [&](std::string_view name) { return options.wants(name); }))
     addBodies(state, options, out);
-  if (options.wants("bodyValues")) out.addSerialized("bodyValues", bodyValuesOf(state.outline()));
+  if (lines) out.addSerialized("bodyValues", bodyValuesOf(state.outline(), *lines));
   return out.closed();
 }
 

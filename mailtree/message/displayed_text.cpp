@@ -93,32 +93,33 @@ std::string validTextOf(const PartRow& row) {
   return std::move(text);
 }
 
-/// The beginning of a line up to the next blanks, which go with it.
-std::string_view cutWord(std::string_view& line) {
-  const auto isSpace = [](char c) { return isSpaceAscii(c); };
-  const auto* const end = std::ranges::find_if(line, isSpace);
-  const std::string_view word(line.data(), static_cast<std::size_t>(end - line.begin()));
-  const auto* const next = std::ranges::find_if_not(end, line.end(), isSpace);
-  line.remove_prefix(static_cast<std::size_t>(next - line.begin()));
-  return word;
-}
-
-/// Bytes of the first `left` characters, which are subtracted from it.
-std::size_t takeCharacters(std::string_view text, std::size_t& left) {
-  const auto isBegin = [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; };
-  const auto characters = static_cast<std::size_t>(std::ranges::count_if(text, isBegin));
-  if (characters <= left) {
-    left -= characters;
-    return text.size();
-  }
-  std::size_t at = 0;
-  for (; at < text.size() && left > 0; --left) {
-    if (is8bit(text[at]))
-      nextCodePoint(text, at);
-    else
+/// Appends a line with one blank for any number, and one before it. False when there is no room left.
+/// @param left  characters.
+bool appendWords(std::string_view line, std::string& out, std::size_t& left) {
+  bool isAfterBlank = !out.empty();
+  for (std::size_t at = 0; at < line.size();) {
+    const std::size_t begin = at;
+    if (isSpaceAscii(line[at])) {
+      isAfterBlank = !out.empty();
       ++at;
+      continue;
+    }
+    if (isAfterBlank) {
+      if (left <= 1) return false;  // a blank at the end says nothing
+      out += ' ';
+      --left;
+    }
+    if (left == 0) return false;
+    isAfterBlank = false;
+    while (at < line.size() && at - begin < left && !is8bit(line[at]) && !isSpaceAscii(line[at])) ++at;
+    left -= at - begin;
+    if (at == begin) {
+      nextCodePoint(line, at);
+      --left;
+    }
+    out.append(line, begin, at - begin);
   }
-  return at;
+  return true;
 }
 
 }  // namespace
@@ -126,6 +127,12 @@ std::size_t takeCharacters(std::string_view text, std::size_t& left) {
 std::string readableTextOf(const PartRow& row) {
   if (!isFlowed(row)) return linesOf(row);
   return unwrapFlowed(validTextOf(row), hasDelSp(row));
+}
+
+bool isShownAsLines(const PartRow& row) {
+  const auto isEnriched = [&row](const auto& kind) { return equalsNoCase(row.contentType, kind.first); };
+  return isReadAsText(row) && !isHtml(row) && !isFlowed(row) &&
+         std::ranges::none_of(kEnrichedTypes, isEnriched);
 }
 
 std::string linesOf(const PartRow& row) {
@@ -170,20 +177,13 @@ std::string displayedHtml(const Outline& outline, const Displayed& display, Load
 
 std::string previewOf(std::string_view text, std::size_t length) {
   std::string preview;
+  preview.reserve(std::min(length, text.size()));
   std::size_t left = length;  // characters
   while (!text.empty()) {
     const std::size_t end = std::min(text.find('\n'), text.size());
-    std::string_view line = trim(text.substr(0, end));
+    const std::string_view line = trim(text.substr(0, end));
     text.remove_prefix(std::min(end + 1, text.size()));
-    if (line.starts_with('>')) continue;
-    while (!line.empty()) {
-      const std::string_view word = cutWord(line);
-      if (!preview.empty() && left-- <= 1) return preview;  // a blank at the end says nothing
-      const std::size_t fitting = takeCharacters(word, left);
-      if (fitting > 0 && !preview.empty()) preview += ' ';
-      preview += word.substr(0, fitting);
-      if (fitting < word.size()) return preview;
-    }
+    if (!line.starts_with('>') && !appendWords(line, preview, left)) break;
   }
   return preview;
 }

@@ -15,6 +15,9 @@ class Message;
 /// The text of a part in utf-8 without a byte order mark, lines ending in LF. Empty for anything but text.
 std::string linesOf(const PartRow& row);
 
+/// Whether a reader sees these lines: the text has no markup, and none of its lines are joined.
+bool isShownAsLines(const PartRow& row);
+
 /// The text of a part as it is read: utf-8 without a byte order mark, lines ending in LF, those of
 /// format=flowed joined (RFC 3676). HTML stays HTML. Empty for anything but text.
 std::string readableTextOf(const PartRow& row);

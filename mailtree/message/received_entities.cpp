@@ -19,23 +19,29 @@ std::vector<ReceivedField> fieldsIn(const MimeHeader& header) {
   return fields;
 }
 
+/// The line belongs to the value of the field before.
+void continueField(std::string_view line, ReceivedField& field) {
+  std::string_view& value = field.value;
+  value = {value.data(), static_cast<std::size_t>(line.data() + line.size() - value.data())};
+}
+
+ReceivedField fieldOf(std::string_view line, std::size_t offset) {
+  const FieldStart start = readFieldStart(line);
+  const std::size_t value = start.nameSize > 0 ? start.colon + 1 : 0;
+  return {line.substr(0, start.nameSize), line.substr(value), offset, start.colon > start.nameSize};
+}
+
 std::vector<ReceivedField> fieldsIn(std::string_view text, std::size_t begin, std::size_t end) {
   std::vector<ReceivedField> fields;
   text = text.substr(0, end);
   for (std::size_t at = begin; at < end;) {
     const std::size_t lineEnd = endOfLine(text, at);
     const std::string_view line = text.substr(at, lineEnd - at);
-    const std::size_t next = afterLineBreak(text, lineEnd);
-    if (!line.empty() && isBlankAscii(line[0]) && !fields.empty()) {
-      std::string_view& value = fields.back().value;
-      value = {value.data(), static_cast<std::size_t>(line.data() + line.size() - value.data())};
-    } else if (!trim(line).empty()) {
-      const FieldStart start = readFieldStart(line);
-      const std::size_t value = start.nameSize > 0 ? start.colon + 1 : 0;
-      fields.push_back(
-          {line.substr(0, start.nameSize), line.substr(value), at, start.colon > start.nameSize});
-    }
-    at = next;
+    if (!line.empty() && isBlankAscii(line[0]) && !fields.empty())
+      continueField(line, fields.back());
+    else if (!trim(line).empty())
+      fields.push_back(fieldOf(line, at));
+    at = afterLineBreak(text, lineEnd);
   }
   return fields;
 }
@@ -45,26 +51,32 @@ class SimpleHeader {
  public:
   /// False when there is anything else in it.
   bool read(std::string_view text, std::size_t begin) {
+    constexpr std::size_t kUsual = 32;
+    m_fields.reserve(kUsual);
     for (std::size_t at = begin; at < text.size();) {
       const std::size_t lineEnd = endOfLine(text, at);
       const std::string_view line = text.substr(at, lineEnd - at);
+      if (!line.empty() && !readLine(line, at)) return false;
       at = m_end = afterLineBreak(text, lineEnd);
-      if (line.empty()) return m_hasField;
-      if (!readLine(line)) return false;
+      if (line.empty()) return !m_fields.empty();
     }
     return false;
   }
+  std::vector<ReceivedField> takeFields() noexcept { return std::move(m_fields); }
   std::size_t end() const noexcept { return m_end; }  ///< Of the empty line after it.
   std::string_view encoding() const noexcept { return m_encoding; }
 
  private:
-  bool readLine(std::string_view line) {
-    if (isBlankAscii(line[0])) return m_hasField && !m_isEncoding && !trim(line).empty();
-    const FieldStart start = readFieldStart(line);
-    const std::string_view name = line.substr(0, start.nameSize), value = trim(line.substr(start.colon + 1));
-    m_hasField = start.nameSize > 0;
+  bool readLine(std::string_view line, std::size_t offset) {
+    if (isBlankAscii(line[0])) {
+      if (m_fields.empty() || m_isEncoding || trim(line).empty()) return false;
+      continueField(line, m_fields.back());
+      return true;
+    }
+    const ReceivedField& field = m_fields.emplace_back(fieldOf(line, offset));
     m_isEncoding = false;
-    return m_hasField && (!beginsWithNoCase(name, "Content-T") || readContentField(name, value));
+    if (field.name.empty()) return false;
+    return !beginsWithNoCase(field.name, "Content-T") || readContentField(field.name, trim(field.value));
   }
 
   bool readContentField(std::string_view name, std::string_view value) {
@@ -79,7 +91,8 @@ class SimpleHeader {
 
   std::size_t m_end = 0;
   std::string_view m_encoding;
-  bool m_hasField = false, m_hasType = false;
+  std::vector<ReceivedField> m_fields;
+  bool m_hasType = false;
   bool m_isEncoding = false;  ///< The last field is an encoding, whose value must not go on.
 };
 
@@ -103,6 +116,7 @@ bool ReceivedEntities::readSimple(std::size_t begin) {
                         .encoding = header.encoding(),
                         .boundary = {}});
   m_ofRow[0] = 0;
+  m_simpleFields = header.takeFields();
   return true;
 }
 
@@ -147,6 +161,7 @@ const ReceivedEntity* ReceivedEntities::ofRow(int row) const noexcept {
 std::vector<ReceivedField> ReceivedEntities::fieldsOf(int row) const {
   const ReceivedEntity* const entity = ofRow(row);
   if (!entity) return fieldsIn(m_state.outline().row(row).node->m_header);
+  if (!m_simpleFields.empty()) return m_simpleFields;
   return fieldsIn(m_text, entity->begin, entity->bodyBegin);
 }
 

@@ -48,8 +48,9 @@ class ReceivedEntities {
   MessageState& m_state;
   std::string_view m_text;
   MimeMessage2 m_root;
-  std::vector<ReceivedEntity> m_entities;  ///< In the order in which they begin.
-  std::vector<int> m_ofRow;                ///< Index of the entity that became the row; -1 for none.
+  std::vector<ReceivedField> m_simpleFields;  ///< Of a message that readSimple() read.
+  std::vector<ReceivedEntity> m_entities;     ///< In the order in which they begin.
+  std::vector<int> m_ofRow;                   ///< Index of the entity that became the row; -1 for none.
 };
 
 }  // namespace mailtree

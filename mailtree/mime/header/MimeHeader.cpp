@@ -72,6 +72,14 @@ int MimeHeader::search(std::string_view name, int from) const noexcept {
   return empty;
 }
 
+int MimeHeader::findLastField(std::string_view name) const noexcept {
+  const auto isIt = [this, name](const Field& field) {
+    return field.nameSize == name.size() && equalsNoCase(nameOf(field), name);
+  };
+  const auto found = std::find_if(m_fields.rbegin(), m_fields.rend(), isIt);
+  return static_cast<int>(m_fields.rend() - found) - 1;
+}
+
 std::string_view MimeHeader::fieldName(int index) const noexcept {
   const Field* field = fieldAt(index);
   return field ? nameOf(*field) : std::string_view();

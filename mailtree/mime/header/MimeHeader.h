@@ -97,6 +97,8 @@ class MAILTREE_API MimeHeader final : public SorvikObject {
   int findField(std::string_view name, int from = 0) const noexcept {
     return (m_nameSizes & sizeBit(name.size())) != 0 ? search(name, from) : -1;
   }
+  /// Index of the last field of that name, also where it is empty; -1 when absent.
+  int findLastField(std::string_view name) const noexcept;
   std::string_view fieldName(int index) const noexcept;
   /// Whether the field is as received; false when it was set since, or the index is out of range.
   bool isReceived(int index) const noexcept;
