@@ -1,6 +1,7 @@
 #include "mailtree/message/displayed_text.h"
 
 #include <algorithm>
+#include <array>
 #include <optional>
 #include <utility>
 
@@ -93,6 +94,21 @@ std::string validTextOf(const PartRow& row) {
   return std::move(text);
 }
 
+/// Whether a byte is a character of a word by itself.
+constexpr std::array<bool, 256> kIsAsciiInWord = [] {
+  std::array<bool, 256> isInWord{};
+  for (unsigned c = 0; c < 0x80; ++c) isInWord[c] = !isSpaceAscii(static_cast<char>(c));
+  return isInWord;
+}();
+
+/// Bytes of the ASCII characters at the beginning that are a word or part of one, at most so many.
+std::size_t asciiWordIn(std::string_view text, std::size_t most) {
+  text = text.substr(0, most);
+  std::size_t size = 0;
+  while (size < text.size() && kIsAsciiInWord[static_cast<unsigned char>(text[size])]) ++size;
+  return size;
+}
+
 /// Appends a line with one blank for any number, and one before it. False when there is no room left.
 /// @param left  characters.
 bool appendWords(std::string_view line, std::string& out, std::size_t& left) {
@@ -111,7 +127,7 @@ bool appendWords(std::string_view line, std::string& out, std::size_t& left) {
     }
     if (left == 0) return false;
     isAfterBlank = false;
-    while (at < line.size() && at - begin < left && !is8bit(line[at]) && !isSpaceAscii(line[at])) ++at;
+    at += asciiWordIn(line.substr(at), left);
     left -= at - begin;
     if (at == begin) {
       nextCodePoint(line, at);
