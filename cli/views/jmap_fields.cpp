@@ -8,6 +8,7 @@
 #include "mailtree/message/field_forms.h"
 #include "mailtree/message/fields.h"
 #include "mailtree/message/times.h"
+#include "mailtree/mime/charset/ComposedText.h"
 
 namespace mailtree::cli {
 namespace {
@@ -117,7 +118,8 @@ std::string groupListOf(const std::vector<AddressGroup>& groups) {
 /// The value where it is one text or a date; nothing for a list, and for a date that cannot be read.
 std::optional<std::string> textOf(const MimeHeader& header, int field, FieldForm form) {
   if (form == FieldForm::raw) return rawOf(header, field);
-  if (form == FieldForm::text) return std::string(trim(header.decodedValue(field)));
+  if (form == FieldForm::text)
+    return composedText(std::string(trim(header.decodedValue(field))));  // RFC 8621, 4.1.2.2
   if (form != FieldForm::date) return std::nullopt;
   const std::optional<Date> date = dateIn(header, field);
   return date ? std::optional(timeText(*date)) : std::nullopt;
