@@ -40,8 +40,9 @@ void addList(Verb app, Action& action) {
   addStreamOptions(verb, options->stream);
   verb.setFooter(
       "A line has the number of the message, its date in UTC, letters, its size, sender and subject. The "
-      "letters: "
-      "U unread (in a Maildir), A attachments, S signed, E encrypted, R repaired while it was read.\n\n"
+      "letters: " +
+      listLetters() +
+      ".\n\n"
       "Example:\n  mailtree list inbox.mbox\n  mailtree list --sort -date Maildir\n"
       "  mailtree list --threads inbox.mbox archive.mbox.gz\n  mailtree list --summary sender Maildir | "
       "head\n"

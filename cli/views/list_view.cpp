@@ -149,14 +149,21 @@ std::string minuteText(const std::optional<Date>& date) {
   return text;
 }
 
-std::string badgesOf(LazyMessage& message) {
-  std::string badges = "-----";
-  if (message.isUnread()) badges[0] = 'U';
-  if (message.attachmentCount() > 0) badges[1] = 'A';
-  if (message.isSigned()) badges[2] = 'S';
-  if (message.isEncrypted()) badges[3] = 'E';
-  if (message.isRepaired()) badges[4] = 'R';
-  return badges;
+/// What a message is, as one letter each in a column of its own.
+constexpr struct {
+  char letter;
+  const char* meaning;
+  bool (*applies)(LazyMessage& message);
+} kLetters[] = {{'U', "unread (in a Maildir)", [](LazyMessage& m) { return m.isUnread(); }},
+                {'A', "attachments", [](LazyMessage& m) { return m.attachmentCount() > 0; }},
+                {'S', "signed", [](LazyMessage& m) { return m.isSigned(); }},
+                {'E', "encrypted", [](LazyMessage& m) { return m.isEncrypted(); }},
+                {'R', "repaired while it was read", [](LazyMessage& m) { return m.isRepaired(); }}};
+
+std::string lettersOf(LazyMessage& message) {
+  std::string letters;
+  for (const auto& row : kLetters) letters += row.applies(message) ? row.letter : '-';
+  return letters;
 }
 
 std::string padding(std::size_t width, std::size_t taken) {
@@ -192,7 +199,7 @@ ListLine tableLine(LazyMessage& message, const ListStyle& style) {
   else
     line.begin = style.columns ? endOfName(name, isWide ? 24 : 12) : name;
   line.begin.append("  ").append(minuteText(message.date())).append("  ");
-  line.begin.append(badgesOf(message)).append("  ");
+  line.begin.append(lettersOf(message)).append("  ");
   line.begin.append(rightAligned(humanSize(message.size()), kSize)).append("  ");
   line.begin.append(leftAligned(singleSpaced(from.name.empty() ? from.address : from.name), isWide ? 24 : 16,
                                 /*isCut=*/style.columns > 0));
@@ -220,6 +227,13 @@ std::string separated(LazyMessage& message, const ListStyle& style) {
 }
 
 }  // namespace
+
+std::string listLetters() {
+  std::string all;
+  for (const auto& row : kLetters)
+    all.append(all.empty() ? "" : ", ").append(1, row.letter).append(" ").append(row.meaning);
+  return all;
+}
 
 std::string listFieldNames() {
   std::string names;

@@ -27,6 +27,8 @@ struct ListStyle {
   bool hasNames = false;                 ///< In a table: names of messages instead of their numbers.
 };
 
+/// The letters in a table and what they mean, for help.
+std::string listLetters();
 /// The names of all fields, for help.
 std::string listFieldNames();
 /// The fields of a list such as "date,subject"; a null pointer for one that does not exist.

@@ -4,7 +4,8 @@
 
 #include "mailtree/base/Ascii.h"
 #include "mailtree/base/UnixLines.h"
-#include "mailtree/email/transform/reply_header.h"
+#include "mailtree/email/transform/original_message_header.h"
+#include "mailtree/message/attribution.h"
 #include "mailtree/message/displayed_text.h"
 #include "mailtree/message/internal.h"
 #include "mailtree/mime/FlowedText.h"
@@ -70,23 +71,6 @@ std::string paragraphsOf(std::string_view text) {
 }
 
 // Above the quoted text
-
-/// "On Sun, 22 Nov 2026 at 12:00, "; empty for a message without a usable date.
-std::string timeOf(const Message& message) {
-  const std::optional<Date> date = message.date();
-  if (!date) return {};
-  const std::string text = date->text();
-  const std::size_t clock = text.find(':');
-  if (clock == std::string::npos || clock < 3) return {};
-  return "On " + text.substr(0, clock - 3) + " at " + text.substr(clock - 2, 5) + ", ";
-}
-
-std::string attributionOf(const Message& message) {
-  const Address from = message.from();
-  std::string author = oneLine(from.name);
-  if (author.empty()) author = oneLine(from.address);
-  return timeOf(message) + (author.empty() ? "somebody" : author) + " wrote:";
-}
 
 QuotedFields quotedFieldsOf(const Message& message) {
   return {oneLine(message.from().text()), oneLine(message.header("Date").value_or(std::string())),

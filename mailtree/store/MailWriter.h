@@ -43,8 +43,11 @@ class MAILTREE_API MailWriter {
 
 using MailWriterPtr = std::unique_ptr<MailWriter>;
 
+/// How long other programs may hold the lock of an mbox.
+inline constexpr std::chrono::milliseconds kLockWait{30'000};
+
 struct MboxWriterOptions {
-  std::chrono::milliseconds lockWait{30'000};  ///< How long to wait for other programs.
+  std::chrono::milliseconds lockWait = kLockWait;  ///< How long to wait for other programs.
 };
 
 /// Appends to an mbox (mboxrd), which is created when absent.

@@ -91,7 +91,8 @@ What was added after the last flush() may be missing until close(), which the wi
 1
 )");
   refusePickling(type);
-  type.def_static("mbox", &openMbox, py::arg("path"), py::kw_only(), py::arg("lock_wait") = 30.0,
+  type.def_static("mbox", &openMbox, py::arg("path"), py::kw_only(),
+                  py::arg("lock_wait") = std::chrono::duration<double>(kLockWait).count(),
                   "Appends to an mbox, which is created when absent; waits for other programs that use it.")
       .def_static(
           "maildir",

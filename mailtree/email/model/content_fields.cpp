@@ -13,7 +13,6 @@ namespace mailtree {
 namespace {
 
 constexpr int kCpIso2022JpShift = 50222;
-constexpr const char* kTransferEncodingField = "Content-Transfer-Encoding";
 
 /// A trimmed copy of an argument that may be null or may point into the node about to change.
 std::optional<StringBuffer> trimmedCopy(const char* text) {
@@ -39,13 +38,6 @@ void setLowerTrimmed(StringBuffer& member, std::string_view value) {
 bool setsMessageCharset(const _svContentType& type) {
   return beginsWithNoCase(type.m_type, "text") || beginsWithNoCase(type.m_subtype, "text") ||
          containsNoCase(type.m_type, "multipart/signed") || beginsWithNoCase(type.m_type, "message");
-}
-
-/// Whether a transfer encoding set for the message's text also applies to this part. EDIFACT is text with an
-/// application type (RFC 1767).
-bool usesTextEncoding(const Email2& node) {
-  const std::string_view type = node.m_contentType.m_type;
-  return beginsWithNoCase(type, "text/") || containsNoCase(type, "edifact");
 }
 
 /// Whether a charset label leaves the byte order open. Output never does, because it writes no
@@ -75,25 +67,6 @@ bool receivedFieldMatches(const MimeHeader& header, std::string_view wanted) {
     const int index = header.findField("Content-Type");
     return header.isReceived(index) && haveSameMeaning(header.unfoldedValue(index, unfolded), wanted);
   });
-}
-
-struct CodePageRange {
-  int first;
-  int last;
-  const char* encoding;
-};
-
-/// Transfer encodings by code page. All others use quoted-printable.
-constexpr CodePageRange kEncodings[] = {
-    {20127, 20127, "7bit"},
-    {50220, 54936, "base64"},
-    {932, 950, "base64"},
-};
-
-const char* encodingForCodePage(int codePage) noexcept {
-  for (const CodePageRange& range : kEncodings)
-    if (codePage >= range.first && codePage <= range.last) return range.encoding;
-  return "quoted-printable";
 }
 
 /// Deliberate: the file name is inserted as given, with line breaks and quotes; the header list makes them
@@ -176,14 +149,6 @@ void decodeFilename(StringBuffer& name, LogBase& log) {
   if (name.containsSubstringNoCase("?Q?") || name.containsSubstringNoCase("?B?"))
     ContentCoding::QB_DecodeToUtf8(name, log);
   if (holdsIso2022JpEscapes(name)) name.convertEncoding(kCpIso2022JpShift, kCpUtf8, log);
-}
-
-void setTransferEncoding(Email2& node, const char* encoding, LogBase& log) {
-  const StringBuffer given = copyOf(encoding);
-  node.m_transferEncoding.setString(trim(given));
-  // Emptying only the first field would leave a duplicate in force.
-  if (node.m_transferEncoding.isEmpty()) node.m_header.removeMimeField(kTransferEncodingField, /*all=*/true);
-  node.m_header.replaceMimeFieldUtf8(kTransferEncodingField, encoding ? given.getString() : nullptr, log);
 }
 
 _svCharset labelledCharset(const Email2& node) {
@@ -306,34 +271,6 @@ void Email2::setContentId(const char* id, LogBase& log) {
   const StringBuffer given = copyOf(id);
   m_contentId.setString(given);
   m_header.replaceMimeFieldUtf8("Content-ID", id ? given.getString() : nullptr, log);
-}
-
-// Content-Transfer-Encoding
-
-void Email2::setContentEncodingNonRecursive(const char* encoding, LogBase& log) {
-  if (isLive()) setTransferEncoding(*this, encoding, log);
-}
-
-void Email2::setContentEncodingRecursive(const char* encoding, LogBase& log) {
-  if (!isLive()) return;
-  const StringBuffer given = copyOf(encoding);
-  // Deliberate: even when this node is not text and keeps its field, it stores the encoding, as documented.
-  m_transferEncoding.setString(trim(given));
-  setContentEncodingInner(given.getString(), log);
-}
-
-void Email2::setContentEncodingInner(const char* encoding, LogBase& log) {
-  const StringBuffer given = copyOf(encoding);
-  neverThrow(Walk::stop, [&] {
-    return walkTree(*this, [&](Email2& node) {
-      if (usesTextEncoding(node)) setTransferEncoding(node, given.getString(), log);
-      return Walk::descend;
-    });
-  });
-}
-
-void Email2::setEncodingViaCodePage(int codePage, int, LogBase& log) {
-  if (isLive()) setTransferEncoding(*this, encodingForCodePage(codePage), log);
 }
 
 // Content-Disposition and file names

@@ -7,7 +7,7 @@
 
 #include "mailtree/base/Utf.h"
 #include "mailtree/email/internal.h"
-#include "mailtree/email/transform/reply_header.h"
+#include "mailtree/email/transform/original_message_header.h"
 #include "mailtree/mime/charset/WrittenCharset.h"
 #include "mailtree/mime/coding/ContentCoding.h"
 #include "mailtree/mime/coding/EncodedWord.h"

@@ -1,4 +1,4 @@
-#include "mailtree/email/transform/reply_header.h"
+#include "mailtree/email/transform/original_message_header.h"
 
 #include <string_view>
 
