@@ -1,4 +1,5 @@
-// python/src/values.h - values of the library as Python has them, and arguments as Python people give them.
+// python/src/values.h - values of the library as Python objects, and arguments in the forms that Python
+// programs use.
 #pragma once
 
 #include <pybind11/pybind11.h>
@@ -17,7 +18,7 @@ namespace mailtree::python {
 
 namespace py = pybind11;
 
-/// A class of the Python half: of mailtree.errors or mailtree.values.
+/// A class of the modules written in Python: mailtree.errors, mailtree.values.
 py::object classNamed(const char* name);
 
 // To Python.
@@ -53,7 +54,7 @@ py::object orNone(const std::optional<T>& value, F&& convert) {
   return value ? py::object(convert(*value)) : py::none();
 }
 
-/// A new object of a class of the Python half.
+/// A new object of such a class.
 template <class... Args>
 py::object make(const char* type, Args&&... args) {
   return classNamed(type)(std::forward<Args>(args)...);
