@@ -1,4 +1,4 @@
-// Verdicts, reports and problems as objects of the Python half.
+// Verdicts, reports and problems as objects of the classes written in Python.
 #include <pybind11/stl.h>
 
 #include "python/src/values.h"
