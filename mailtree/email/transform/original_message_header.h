@@ -1,4 +1,5 @@
-// email/transform/original_message_header.h - the header above the message that a reply or a forwarded message quotes.
+// email/transform/original_message_header.h - the header above the message that a reply or a forwarded
+// message quotes.
 #pragma once
 
 #include <string>
