@@ -1,7 +1,7 @@
 #include "mailtree/base/LargeMemory.h"
 
 #include <cerrno>
-#include <cstdint>
+#include <memory>
 
 #if defined(__linux__)
 #include <sys/mman.h>
@@ -11,15 +11,14 @@ namespace mailtree {
 
 void preferHugePages([[maybe_unused]] void* block, [[maybe_unused]] std::size_t size) noexcept {
 #if defined(__linux__) && defined(MADV_HUGEPAGE)
-  constexpr std::uintptr_t kHugePage = std::uintptr_t{2} << 20;
+  constexpr std::size_t kHugePage = std::size_t{2} << 20;
   // Below that the call costs more than it saves: memory that was used before has its pages already.
   constexpr std::size_t kLeast = std::size_t{8} << 20;
   if (size < kLeast) return;
-  const auto begin = (reinterpret_cast<std::uintptr_t>(block) + kHugePage - 1) / kHugePage * kHugePage;
-  const auto end = (reinterpret_cast<std::uintptr_t>(block) + size) / kHugePage * kHugePage;
+  std::size_t left = size;
+  void* const begin = std::align(kHugePage, kHugePage, block, left);
   const int before = errno;
-  madvise(reinterpret_cast<void*>(begin), end - begin,
-          MADV_HUGEPAGE);  // only a hint: failure changes nothing
+  madvise(begin, left / kHugePage * kHugePage, MADV_HUGEPAGE);  // only a hint: failure changes nothing
   errno = before;
 #endif
 }
