@@ -1,11 +1,11 @@
 // cli/attachments.cpp - mailtree attachments: lists attachments as a table or as JSON.
-#include <iostream>
 #include <memory>
 
 #include "cli/commands.h"
-#include "cli/message/input.h"
+#include "cli/message/each_message.h"
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
+#include "cli/support/capture.h"
 #include "cli/support/terminal.h"
 #include "cli/support/terminal_table.h"
 #include "cli/views/json_view.h"
@@ -16,6 +16,7 @@ namespace {
 
 struct AttachmentsOptions {
   SourceArguments sources;
+  StreamSettings stream;
   bool json = false;
   bool verbose = false;
   KeyOptions keys;
@@ -45,7 +46,7 @@ void writeTable(const Outline& outline, const std::vector<int>& files, bool verb
   Table table(columnsOf(verbose));
   for (std::size_t number = 0; number < files.size(); ++number)
     table.add(cellsOf(outline.row(files[number]), number, files[number], verbose));
-  table.write(std::cout);
+  table.write(standardOutput());
 }
 
 Exit attachments(Input& input, const AttachmentsOptions& options, const Keys& keys) {
@@ -55,7 +56,7 @@ Exit attachments(Input& input, const AttachmentsOptions& options, const Keys& ke
   const Outline outline = outlineOf(message->email2());
   const std::vector<int> files = displayedIn(outline).attachments;
   if (options.json)
-    std::cout << attachmentsJsonOf(input.name, outline, files, limits) << '\n';
+    standardOutput() << attachmentsJsonOf(input.name, outline, files, limits) << '\n';
   else if (!files.empty())
     writeTable(outline, files, options.verbose);
   return worse(files.empty() ? Exit::negative : Exit::fine, reportLimits(input.name, limits));
@@ -64,8 +65,10 @@ Exit attachments(Input& input, const AttachmentsOptions& options, const Keys& ke
 Exit attachmentsOfAll(const AttachmentsOptions& options) {
   Keys keys;
   if (const Exit failed = readKeys(options.keys, keys); failed != Exit::fine) return failed;
-  return forEachMessage(options.sources, {.hasTitles = !options.json, .needsAll = false},
-                        [&](Input& input) { return attachments(input, options, keys); });
+  return forEachMessage(
+      options.sources,
+      {.hasTitles = !options.json, .needsAll = false, .stream = streamWith(options.keys, options.stream)},
+      [&](Input& input) { return attachments(input, options, keys); });
 }
 
 }  // namespace
@@ -78,6 +81,7 @@ void addAttachments(Verb app, Action& action) {
   verb.addFlag("--json", options->json, "One JSON object on one line");
   verb.addFlag("-v,--verbose", options->verbose, "Show why each part counts as an attachment");
   addReadingKeyOptions(verb, options->keys);
+  addStreamOptions(verb, options->stream);
   verb.setFooter(
       "\"#\" is the number for extract --attachment, \"Part\" the number in show and for extract --part.\n"
       "Everything that is not part of the text is listed, attached messages and unnamed pictures too.\n\n"

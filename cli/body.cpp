@@ -1,12 +1,12 @@
 // cli/body.cpp - mailtree body: prints what a reader sees of a message, as text or HTML, in any charset.
 #include <algorithm>
-#include <iostream>
 #include <memory>
 
 #include "cli/commands.h"
-#include "cli/message/input.h"
+#include "cli/message/each_message.h"
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
+#include "cli/support/capture.h"
 #include "cli/support/errors.h"
 #include "cli/support/terminal.h"
 #include "mailtree/message/displayed_text.h"
@@ -17,6 +17,7 @@ namespace {
 
 struct BodyOptions {
   SourceArguments sources;
+  StreamSettings stream;
   std::string charset;
   bool text = false;
   bool html = false;
@@ -66,14 +67,15 @@ Exit body(Input& input, const BodyOptions& options, const Keys& keys) {
     return worse(result, Exit::negative);
   }
   if (standardOutputIsTerminal()) text = printableLines(*text);
-  std::cout << inCharset(input.name, options, *std::move(text));
+  standardOutput() << inCharset(input.name, options, *std::move(text));
   return result;
 }
 
 Exit bodies(const BodyOptions& options) {
   Keys keys;
   if (const Exit failed = readKeys(options.keys, keys); failed != Exit::fine) return failed;
-  return forEachMessage(options.sources, {.needsAll = false},
+  return forEachMessage(options.sources,
+                        {.needsAll = false, .stream = streamWith(options.keys, options.stream)},
                         [&](Input& input) { return body(input, options, keys); });
 }
 
@@ -95,6 +97,7 @@ void addBody(Verb app, Action& action) {
                "Convert to this charset instead of utf-8; \"?\" replaces missing characters")
       .check(checkCharset);
   addReadingKeyOptions(verb, options->keys);
+  addStreamOptions(verb, options->stream);
   verb.setFooter(
       "Example:\n  mailtree body samples/newsletter.eml\n  mailtree body --html mail.eml > page.html");
   verb.whenChosen([options, &action] { action = [options] { return bodies(*options); }; });

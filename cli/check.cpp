@@ -78,10 +78,8 @@ Exit show(const std::string& name, const Checked& checked, const CheckOptions& o
 Exit checkAll(const CheckOptions& options) {
   Keys keys;
   if (const Exit failed = readKeys(options.keys, keys); failed != Exit::fine) return failed;
-  StreamSettings settings = options.stream;
-  if (options.keys.isAny()) settings.jobs = 1;  // keys serve one thread
   Exit result = Exit::fine;
-  Streaming stream(options.sources, settings);
+  Streaming stream(options.sources, streamWith(options.keys, options.stream));
   const Exit end = stream.run([&](SourceMessage& message) { return check(message, options, keys); },
                               [&](const SourceMessage& message, const Checked& checked) {
                                 result = worse(result, show(nameOf(message), checked, options));

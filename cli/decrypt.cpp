@@ -28,14 +28,17 @@ void reportChanges(const std::string& file, const DecryptedMessage& opened) {
   if (!opened.problem.empty()) reportError(file, "warning: another layer was not opened: " + opened.problem);
 }
 
-Exit decrypt(const Input& input, const DecryptOptions& options, Keys& keys, StoreOutput& store) {
-  const DecryptedMessage opened = decryptMessage(input.bytes(), keys.store);
+Exit decrypt(Input& input, const DecryptOptions& options, Keys& keys) {
+  DecryptedMessage opened = decryptMessage(input.bytes(), keys.store);
   if (opened.bytes.empty()) {
     reportError(input.name, "nothing could be decrypted: " + opened.problem);
     return Exit::negative;
   }
   reportChanges(input.name, opened);
-  if (store.isOpen()) return store.add(opened.bytes, input.source);
+  if (!options.store.empty()) {
+    input.rewritten = std::move(opened.bytes);
+    return Exit::fine;
+  }
   TextFile out(options.output, Readers::owner);
   return out.write(opened.bytes) && out.commit() ? Exit::fine : Exit::unreadable;
 }
@@ -43,9 +46,9 @@ Exit decrypt(const Input& input, const DecryptOptions& options, Keys& keys, Stor
 Exit decryptAll(const DecryptOptions& options) {
   Keys keys;
   if (const Exit result = readKeys(options.keys, keys); result != Exit::fine) return result;
-  return forEachMessage(
-      options.sources, options.store, "decrypt without --out",
-      [&](Input& input, StoreOutput& store) { return decrypt(input, options, keys, store); });
+  return rewriteEachMessage(options.sources, options.store, "decrypt without --out",
+                            /*stream=*/std::nullopt,  // keys serve one thread
+                            [&](Input& input) { return decrypt(input, options, keys); });
 }
 
 }  // namespace

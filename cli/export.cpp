@@ -87,9 +87,8 @@ class Exporter {
     if (m_file.isComplete()) return reportUnreadable();
     Result<MessageFeed> feed = feedOf(m_shard, m_options.sources);
     if (!feed) return fail(feed.error());
-    StreamSettings settings = m_options.stream;
-    if (m_options.keys.isAny()) settings.jobs = 1;  // keys serve one thread
-    Streaming stream(m_options.sources, settings, skipping(*std::move(feed)));
+    Streaming stream(m_options.sources, streamWith(m_options.keys, m_options.stream),
+                     skipping(*std::move(feed)));
     stream.whenUnreadable([this](const SourceMessage& message) { addUnreadable(message); });
     const Exit result =
         stream.run([this](SourceMessage& message) { return make(message); },

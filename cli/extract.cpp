@@ -4,8 +4,8 @@
 #include <numeric>
 
 #include "cli/commands.h"
+#include "cli/message/each_message.h"
 #include "cli/message/folders.h"
-#include "cli/message/input.h"
 #include "cli/message/output.h"
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"

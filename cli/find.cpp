@@ -50,9 +50,7 @@ class Finder {
       lazy.assign(message);
       return m_expression.matches(lazy) ? keep(message, lazy) : std::optional<Found>();
     };
-    StreamSettings settings = m_options.stream;
-    if (m_options.keys.isAny()) settings.jobs = 1;  // keys serve one thread
-    Streaming stream(m_options.sources, settings);
+    Streaming stream(m_options.sources, streamWith(m_options.keys, m_options.stream));
     const Exit result = stream.run(
         make,
         [this](SourceMessage& message, std::optional<Found>& found) {

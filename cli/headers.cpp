@@ -1,11 +1,11 @@
 // cli/headers.cpp - mailtree headers: prints header fields, decoded or raw.
 #include <algorithm>
-#include <iostream>
 #include <memory>
 
 #include "cli/commands.h"
-#include "cli/message/input.h"
+#include "cli/message/each_message.h"
 #include "cli/support/arguments.h"
+#include "cli/support/capture.h"
 #include "cli/support/errors.h"
 #include "cli/support/terminal.h"
 #include "mailtree/mime/MimeMessage2.h"
@@ -15,6 +15,7 @@ namespace {
 
 struct HeadersOptions {
   SourceArguments sources;
+  StreamSettings stream;
   std::vector<std::string> names;  ///< Of the fields wanted; empty: all.
   bool raw = false;
 
@@ -42,9 +43,9 @@ void writeField(const MimeHeader& header, int index, const HeadersOptions& optio
   if (options.names.empty()) head = header.fieldName(index);
   if (!head.empty()) head += ": ";
   if (options.raw)
-    std::cout << printable(head) << rawText(header.rawValue(index)) << '\n';
+    standardOutput() << printable(head) << rawText(header.rawValue(index)) << '\n';
   else
-    writeLine(std::cout, standardOutputColumns(), "", "    ", head + header.decodedValue(index));
+    writeLine(standardOutput(), standardOutputColumns(), "", "    ", head + header.decodedValue(index));
 }
 
 /// Reads the fields from the parse tree, which has them as received, before loading normalizes the message.
@@ -81,6 +82,7 @@ void addHeaders(Verb app, Action& action) {
                    "Only the values of the fields of this name, in each of several messages");
   addSourceLists(verb, file, options->sources);
   verb.addFlag("--raw", options->raw, "Raw values, folded and encoded");
+  addStreamOptions(verb, options->stream);
   verb.setFooter(
       "Example:\n  mailtree headers mail.eml\n  mailtree headers mail.eml subject date\n"
       "  mailtree headers --field subject inbox drafts/*.eml");
@@ -88,7 +90,7 @@ void addHeaders(Verb app, Action& action) {
     std::vector<std::string>& names = options->names.empty() ? options->names : options->sources.paths;
     names.insert(names.end(), further->begin(), further->end());
     action = [options] {
-      return forEachMessage(options->sources, {.headersOnly = true},
+      return forEachMessage(options->sources, {.headersOnly = true, .stream = options->stream},
                             [&options](Input& input) { return headers(input, *options); });
     };
   });

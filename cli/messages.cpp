@@ -5,8 +5,8 @@
 #include <memory>
 
 #include "cli/commands.h"
+#include "cli/message/each_message.h"
 #include "cli/message/folders.h"
-#include "cli/message/input.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/json_text.h"

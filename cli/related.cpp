@@ -1,10 +1,10 @@
 // cli/related.cpp - mailtree related: lists the parts of the multipart/related other than the HTML.
-#include <iostream>
 #include <memory>
 
 #include "cli/commands.h"
-#include "cli/message/input.h"
+#include "cli/message/each_message.h"
 #include "cli/support/arguments.h"
+#include "cli/support/capture.h"
 #include "cli/support/terminal.h"
 #include "cli/support/terminal_table.h"
 #include "cli/views/json_view.h"
@@ -14,6 +14,7 @@ namespace {
 
 struct RelatedOptions {
   SourceArguments sources;
+  StreamSettings stream;
   bool json = false;
 };
 
@@ -32,7 +33,7 @@ void writeTable(const Outline& outline, const std::vector<int>& items) {
     table.add({std::to_string(number), std::to_string(items[number]), orDash(row.filename),
                wordOrQuoted(row.contentType), humanSize(row.node->m_body.getSize()), referenceOf(*row.node)});
   }
-  table.write(std::cout);
+  table.write(standardOutput());
 }
 
 Exit related(Input& input, const RelatedOptions& options) {
@@ -41,7 +42,7 @@ Exit related(Input& input, const RelatedOptions& options) {
   const Outline outline = outlineOf(*message->root);
   const std::vector<int> items = relatedItemsOf(*message->root, outline);
   if (options.json)
-    std::cout << relatedJsonOf(input.name, *message, outline, items) << '\n';
+    standardOutput() << relatedJsonOf(input.name, *message, outline, items) << '\n';
   else if (!items.empty())
     writeTable(outline, items);
   return worse(items.empty() ? Exit::negative : Exit::fine, reportLimits(input.name, message->limits()));
@@ -55,6 +56,7 @@ void addRelated(Verb app, Action& action) {
       "related", "List the parts of the multipart/related other than the HTML; status 1 when there are none");
   addSources(verb, options->sources);
   verb.addFlag("--json", options->json, "One JSON object on one line");
+  addStreamOptions(verb, options->stream);
   verb.setFooter(
       "\"#\" is the number for edit --drop-related, \"Part\" the number in show and for extract --part.\n"
       "Every part of the multipart/related is numbered, except the first part (the HTML).\n\n"
@@ -62,7 +64,8 @@ void addRelated(Verb app, Action& action) {
       "  mailtree related --json mail.eml | jq '.related[].content_id'");
   verb.whenChosen([options, &action] {
     action = [options] {
-      return forEachMessage(options->sources, {.hasTitles = !options->json, .needsAll = false},
+      return forEachMessage(options->sources,
+                            {.hasTitles = !options->json, .needsAll = false, .stream = options->stream},
                             [&options](Input& input) { return related(input, *options); });
     };
   });

@@ -1,10 +1,10 @@
 // cli/report.cpp - mailtree report: reads delivery status, disposition notification and feedback reports.
-#include <iostream>
 #include <memory>
 
 #include "cli/commands.h"
-#include "cli/message/input.h"
+#include "cli/message/each_message.h"
 #include "cli/support/arguments.h"
+#include "cli/support/capture.h"
 #include "cli/support/errors.h"
 #include "cli/support/json_text.h"
 #include "cli/support/json_values.h"
@@ -16,6 +16,7 @@ namespace {
 
 struct ReportOptions {
   SourceArguments sources;
+  StreamSettings stream;
   bool json = false;
 };
 
@@ -66,15 +67,15 @@ void writeJson(const std::string& file, const std::optional<Report>& report, Lim
         .addSerialized("fields", fieldsJson(report->fields))
         .addSerialized("recipients", recipientsJson(report->recipients))
         .addOrNull("text", report->text);
-  std::cout << json.addSerialized("limits", limitsOf(limits)).closed() << '\n';
+  standardOutput() << json.addSerialized("limits", limitsOf(limits)).closed() << '\n';
 }
 
 void writeMessageLine(std::string_view line) {
-  writeLine(std::cout, standardOutputColumns(), kMessageLinePrefix, kMessageLinePrefix, line);
+  writeLine(standardOutput(), standardOutputColumns(), kMessageLinePrefix, kMessageLinePrefix, line);
 }
 
 void writeFields(const Report& report) {
-  std::cout << "Report: " << nameOf(report.kind) << '\n';
+  standardOutput() << "Report: " << nameOf(report.kind) << '\n';
   const std::string about =
       report.subject + (report.subject.empty() ? "" : " ") + inBrackets(report.messageId);
   if (!about.empty()) writeLine("About:  ", about);
@@ -89,11 +90,11 @@ void writeText(const Report& report) {
     Table table({{"Recipient"}, {"Action"}, {"Status"}, {"Diagnostic"}});
     for (const ReportRecipient& row : report.recipients)
       table.add({cell(row.address), cell(row.action), cell(row.status), cell(row.diagnostic)});
-    std::cout << '\n';
-    table.write(std::cout);
+    standardOutput() << '\n';
+    table.write(standardOutput());
   }
   const std::string_view text = trimRight(report.text);
-  if (!text.empty()) std::cout << '\n';
+  if (!text.empty()) standardOutput() << '\n';
   for (std::string_view rest = text; !rest.empty();) {
     const std::size_t end = std::min(rest.find('\n'), rest.size());
     writeMessageLine(trimRight(rest.substr(0, end)));
@@ -124,6 +125,7 @@ void addReport(Verb app, Action& action) {
                                 "complaint; status 1 when it is not a report");
   addSources(verb, options->sources);
   verb.addFlag("--json", options->json, "One JSON object on one line");
+  addStreamOptions(verb, options->stream);
   verb.setFooter(
       "Shows the fields of the whole message, a row for each recipient, and the human-readable text.\n"
       "A bounce with only human-readable text is not a report.\n\n"
@@ -132,7 +134,8 @@ void addReport(Verb app, Action& action) {
       ".recipient'");
   verb.whenChosen([options, &action] {
     action = [options] {
-      return forEachMessage(options->sources, {.hasTitles = !options->json, .needsAll = false},
+      return forEachMessage(options->sources,
+                            {.hasTitles = !options->json, .needsAll = false, .stream = options->stream},
                             [&options](Input& input) { return report(input, *options); });
     };
   });

@@ -1,11 +1,11 @@
 // cli/show.cpp - mailtree show: shows a message to people, or as JSON.
-#include <iostream>
 #include <memory>
 
 #include "cli/commands.h"
-#include "cli/message/input.h"
+#include "cli/message/each_message.h"
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
+#include "cli/support/capture.h"
 #include "cli/views/jmap_fields.h"
 #include "cli/views/jmap_view.h"
 #include "cli/views/json_view.h"
@@ -16,6 +16,7 @@ namespace {
 
 struct ShowOptions {
   SourceArguments sources;
+  StreamSettings stream;
   bool json = false;
   bool jmap = false;
   std::vector<std::string> properties;
@@ -39,12 +40,13 @@ Exit showOne(Input& input, const ShowOptions& options, const Keys& keys, const S
   std::optional<mailtree::Message> message = openMessage(input, keys.all);
   if (!message) return Exit::unreadable;
   if (options.jmap)
-    std::cout << jmapOf(*message, {isInDoubt(input) ? input.name : "", options.headers, options.properties})
-              << '\n';
+    standardOutput() << jmapOf(*message,
+                               {isInDoubt(input) ? input.name : "", options.headers, options.properties})
+                     << '\n';
   else if (options.json)
-    std::cout << jsonOf(input.name, *message, {options.headers, options.body}) << '\n';
+    standardOutput() << jsonOf(input.name, *message, {options.headers, options.body}) << '\n';
   else
-    writeText(std::cout, *message, {style, options.headers, options.verbose});
+    writeText(standardOutput(), *message, {style, options.headers, options.verbose});
   return reportLimits(input.name, limitsIn(*message));
 }
 
@@ -52,7 +54,10 @@ Exit show(const ShowOptions& options) {
   Keys keys;
   if (const Exit result = readKeys(options.keys, keys); result != Exit::fine) return result;
   const Style style = styleOfStandardOutput(choiceOf(options));
-  return forEachMessage(options.sources, {.hasTitles = !options.json && !options.jmap, .style = style},
+  return forEachMessage(options.sources,
+                        {.hasTitles = !options.json && !options.jmap,
+                         .style = style,
+                         .stream = streamWith(options.keys, options.stream)},
                         [&](Input& input) { return showOne(input, options, keys, style); });
 }
 
@@ -80,6 +85,7 @@ void addShow(Verb app, Action& action) {
   verb.addFlag("--no-color", options->noColor, "No color (as with NO_COLOR in the environment)")
       .excludes(color);
   addReadingKeyOptions(verb, options->keys);
+  addStreamOptions(verb, options->stream);
   verb.setFooter(
       "docs/json-schema.json describes the JSON; --jmap leaves out what only a server knows.\n\n"
       "Example:\n  mailtree show samples/newsletter.eml\n  mailtree show --json mails | jq .subject\n"

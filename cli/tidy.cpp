@@ -2,8 +2,8 @@
 #include <memory>
 
 #include "cli/commands.h"
-#include "cli/message/input.h"
 #include "cli/message/output.h"
+#include "cli/message/store_output.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/output_file.h"
@@ -15,6 +15,7 @@ namespace {
 
 struct TidyOptions {
   SourceArguments sources;
+  StreamSettings stream;
   bool unspam = false, stripPaths = false, safeEncodings = false;
   Destination output;
   std::string store;
@@ -35,7 +36,7 @@ void cleanHtml(Email2& email, LogBase& log) {
   Email2::replaceEmailBody(part, body, /*isText=*/true, email.emailCodePage(), type, log);
 }
 
-Exit tidy(Input& input, const TidyOptions& options, StoreOutput& store) {
+Exit tidy(Input& input, const TidyOptions& options) {
   std::optional<Message> message = loadMessageToWrite(input);
   if (!message) return Exit::unreadable;
   const Exit limits = reportLimits(input.name, message->limits());
@@ -47,7 +48,7 @@ Exit tidy(Input& input, const TidyOptions& options, StoreOutput& store) {
   if (options.unspam) cleanHtml(email, log);
   if (options.stripPaths) email.removeAttachmentPaths(log);
   if (options.safeEncodings) email.safeguardBodies(log);
-  return worse(limits, writeMessage(email, input, options.output, store));
+  return worse(limits, writeMessage(email, input, options.store.empty() ? &options.output : nullptr));
 }
 
 Exit tidyAll(const TidyOptions& options) {
@@ -55,8 +56,8 @@ Exit tidyAll(const TidyOptions& options) {
     reportError("requires --unspam, --strip-paths or --safe-encodings");
     return Exit::usage;
   }
-  return forEachMessage(options.sources, options.store, "tidy without --out",
-                        [&](Input& input, StoreOutput& store) { return tidy(input, options, store); });
+  return rewriteEachMessage(options.sources, options.store, "tidy without --out", options.stream,
+                            [&](Input& input) { return tidy(input, options); });
 }
 
 }  // namespace
@@ -71,6 +72,7 @@ void addTidy(Verb app, Action& action) {
                "Encode 8-bit text and parts labelled binary for any server");
   addOutput(verb, options->output);
   addStoreOutput(verb, "--out", options->store, kStoreDescription).excludes("--output");
+  addStreamOptions(verb, options->stream);
   verb.setFooter(
       "At least one of the three is required. --unspam does not make HTML safe to display.\n"
       "Example:\n  mailtree tidy --strip-paths --safe-encodings mail.eml -o clean.eml\n"

@@ -1,11 +1,11 @@
 // cli/verify.cpp - mailtree verify: checks the signatures of a message and what they cover.
-#include <iostream>
 #include <memory>
 
 #include "cli/commands.h"
-#include "cli/message/input.h"
+#include "cli/message/each_message.h"
 #include "cli/secure/keys.h"
 #include "cli/support/arguments.h"
+#include "cli/support/capture.h"
 #include "cli/support/json_text.h"
 #include "cli/support/terminal.h"
 #include "cli/views/layers.h"
@@ -16,6 +16,7 @@ namespace {
 
 struct VerifyOptions {
   SourceArguments sources;
+  StreamSettings stream;
   bool json = false;
   KeyOptions keys;
 };
@@ -39,7 +40,7 @@ void writeCheck(const Check& check) {
 }
 
 void writeLayer(const SecurityLayer& layer, std::size_t number, const Security& security) {
-  std::cout << "layer " << number << ": " << mailtree::nameOf(layer.kind) << '\n';
+  standardOutput() << "layer " << number << ": " << mailtree::nameOf(layer.kind) << '\n';
   for (const Check& check : checksOf(layer, security)) writeCheck(check);
 }
 
@@ -58,12 +59,12 @@ Exit verify(Input& input, const VerifyOptions& options, const Keys& keys) {
   if (!message) return Exit::unreadable;
   const Security& security = message->security();
   if (options.json)
-    std::cout << ObjectText()
-                     .add("schema", kSchema)
-                     .add("file", input.name)
-                     .addSerialized("security", securityOf(security))
-                     .closed()
-              << '\n';
+    standardOutput() << ObjectText()
+                            .add("schema", kSchema)
+                            .add("file", input.name)
+                            .addSerialized("security", securityOf(security))
+                            .closed()
+                     << '\n';
   else
     writeChecklist(security);
   const Exit answer = security.isValid ? Exit::fine : Exit::negative;
@@ -73,7 +74,8 @@ Exit verify(Input& input, const VerifyOptions& options, const Keys& keys) {
 Exit verifyAll(const VerifyOptions& options) {
   Keys keys;
   if (const Exit failed = readKeys(options.keys, keys); failed != Exit::fine) return failed;
-  return forEachMessage(options.sources, {.hasTitles = !options.json},
+  return forEachMessage(options.sources,
+                        {.hasTitles = !options.json, .stream = streamWith(options.keys, options.stream)},
                         [&](Input& input) { return verify(input, options, keys); });
 }
 
@@ -86,6 +88,7 @@ void addVerify(Verb app, Action& action) {
   addSources(verb, options->sources);
   verb.addFlag("--json", options->json, "One JSON object on one line");
   addReadingKeyOptions(verb, options->keys);
+  addStreamOptions(verb, options->stream);
   verb.setFooter(
       "Status 0 requires all of this: every signature is valid; one of them covers all of the content;\n"
       "its signer's certificate has a certification path to a trust anchor of --trust, is not revoked,\n"

@@ -1,11 +1,11 @@
 // cli/write.cpp - mailtree write: loads a message and writes it back as MIME.
-#include <iostream>
 #include <memory>
 
 #include "cli/commands.h"
-#include "cli/message/input.h"
 #include "cli/message/output.h"
+#include "cli/message/store_output.h"
 #include "cli/support/arguments.h"
+#include "cli/support/capture.h"
 #include "cli/support/errors.h"
 #include "cli/support/output_file.h"
 #include "cli/writing/differences.h"
@@ -15,17 +15,19 @@ namespace {
 
 struct WriteOptions {
   SourceArguments sources;
+  StreamSettings stream;
   Destination output;
   std::string store;
   WriteForm form;
   bool check = false;
 };
 
-Exit write(Input& input, const WriteOptions& options, StoreOutput& store) {
+Exit write(Input& input, const WriteOptions& options) {
   std::optional<Message> message = loadMessageToWrite(input);
   if (!message) return Exit::unreadable;
   const Exit result = reportLimits(input.name, message->limits());
-  return worse(result, writeMessage(*message->root, input, options.output, store, options.form));
+  return worse(result, writeMessage(*message->root, input, options.store.empty() ? &options.output : nullptr,
+                                    options.form));
 }
 
 /// Prints the differences that writing would make; writes nothing.
@@ -40,9 +42,9 @@ Exit check(Input& input, const WriteOptions& options) {
     return Exit::unreadable;
   }
   const std::vector<std::string> lines = differencesInBytes(input.bytes(), text.view());
-  for (const std::string& line : lines) std::cout << line << '\n';
+  for (const std::string& line : lines) standardOutput() << line << '\n';
   if (lines.empty()) {
-    std::cout << "no differences\n";
+    standardOutput() << "no differences\n";
     return result;
   }
 
@@ -50,8 +52,8 @@ Exit check(Input& input, const WriteOptions& options) {
   std::optional<Message> after = loadMessageToWrite(input.name, text.view());
   if (!message || !after) return Exit::unreadable;
   const std::vector<std::string> seen = displayedDifferences(*message->root, *after->root);
-  for (const std::string& line : seen) std::cout << "a mail client shows: " << line << '\n';
-  if (seen.empty()) std::cout << "a mail client shows no difference\n";
+  for (const std::string& line : seen) standardOutput() << "a mail client shows: " << line << '\n';
+  if (seen.empty()) standardOutput() << "a mail client shows no difference\n";
   return worse(result, Exit::negative);
 }
 
@@ -70,17 +72,17 @@ void addWrite(Verb app, Action& action) {
   verb.addFlag("--8bit-to-qp", options->form.qpFor8bit, "Write 8bit parts as quoted-printable");
   verb.addFlag("--dot-stuff", options->form.dotStuff,
                "Double the dot at the start of lines, as SMTP requires");
+  addStreamOptions(verb, options->stream);
   verb.setFooter(
       "Example:\n  mailtree write --8bit-to-qp mail.eml -o clean.eml\n"
       "  mailtree write --8bit-to-qp box.mbox --out mbox:clean.mbox");
   verb.whenChosen([options, &action] {
     action = [options] {
       if (options->check)
-        return forEachMessage(options->sources, {},
+        return forEachMessage(options->sources, {.stream = options->stream},
                               [&options](Input& input) { return check(input, *options); });
-      return forEachMessage(
-          options->sources, options->store, "write without --check",
-          [&options](Input& input, StoreOutput& store) { return write(input, *options, store); });
+      return rewriteEachMessage(options->sources, options->store, "write without --check", options->stream,
+                                [&options](Input& input) { return write(input, *options); });
     };
   });
 }

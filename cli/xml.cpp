@@ -2,7 +2,7 @@
 #include <memory>
 
 #include "cli/commands.h"
-#include "cli/message/input.h"
+#include "cli/message/each_message.h"
 #include "cli/support/arguments.h"
 #include "cli/support/errors.h"
 #include "cli/support/output_file.h"
@@ -14,6 +14,7 @@ namespace {
 
 struct XmlOptions {
   SourceArguments sources;
+  StreamSettings stream;
   Destination output;
   bool indent = false;
 };
@@ -43,11 +44,12 @@ void addXml(Verb app, Action& action) {
   addSources(verb, options->sources);
   addOutput(verb, options->output);
   verb.addFlag("--indent", options->indent, "One element per line, indented (default: one line)");
+  addStreamOptions(verb, options->stream);
   verb.setFooter("Example:\n  mailtree xml --indent mail.eml | xmllint --xpath '//subject/text()' -");
   verb.whenChosen([options, &action] {
     action = [options] {
       const char* const single = isStandardOutput(options->output.path) ? nullptr : "--output";
-      return forEachMessage(options->sources, {.single = single},
+      return forEachMessage(options->sources, {.single = single, .stream = options->stream},
                             [&options](Input& input) { return xml(input, *options); });
     };
   });

@@ -1,14 +1,9 @@
 #include "cli/message/input.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <iostream>
 #include <utility>
 
 #include "cli/support/errors.h"
-#include "cli/support/interrupt.h"
-#include "cli/support/progress.h"
 #include "mailtree/message/tree_changes.h"
 #include "mailtree/mime/Limits.h"
 
@@ -26,47 +21,6 @@ bool isDamaged(const Email2& root) {
            return isIt ? Walk::stop : Walk::descend;
          }) == Walk::stop;
 }
-
-/// How the messages of a run were.
-class Tally {
- public:
-  void add(Exit result, bool wasRead, bool isDamaged) {
-    const bool isUnreadable = !wasRead || result == Exit::unreadable;
-    ++m_count;
-    m_unreadable += isUnreadable ? 1 : 0;
-    m_damaged += isDamaged && !isUnreadable ? 1 : 0;
-    m_hasPositive = m_hasPositive || result == Exit::fine || result == Exit::limit;
-    m_hasNegative = m_hasNegative || result == Exit::negative;
-    if (result != Exit::negative) m_worst = worse(m_worst, result);
-  }
-
-  /// @return that nothing more is to be read.
-  bool interrupt() {
-    m_worst = Exit::interrupted;
-    return false;
-  }
-
-  std::uint64_t count() const noexcept { return m_count; }
-
-  Exit result(bool needsAll) const {
-    const bool isNegative = m_hasNegative && (needsAll || !m_hasPositive);
-    return isNegative ? worse(m_worst, Exit::negative) : m_worst;
-  }
-
-  void report() const {
-    if (m_worst == Exit::interrupted)
-      reportError("interrupted after " + std::to_string(m_count) + (m_count == 1 ? " message" : " messages"));
-    if (m_count < 2) return;
-    reportError(std::to_string(m_count) + " messages: " + std::to_string(m_count - m_damaged - m_unreadable) +
-                " good, " + std::to_string(m_damaged) + " damaged, " + std::to_string(m_unreadable) +
-                " unreadable");
-  }
-
- private:
-  std::uint64_t m_count = 0, m_damaged = 0, m_unreadable = 0;
-  bool m_hasPositive = false, m_hasNegative = false;
-  Exit m_worst = Exit::fine;
-};
 
 bool next(Sources& sources, Input& input) {
   if (!sources.next(input.source)) return false;
@@ -127,38 +81,6 @@ void convertToCrlf(Email2& node) {
 }
 
 }  // namespace
-
-Exit forEachMessage(const SourceArguments& arguments, const Several& form,
-                    const std::function<Exit(Input&)>& work) {
-  const SourceOptions reading{.headersOnly = form.headersOnly};
-  Sources sources(arguments, {.reading = reading, .emptyIsMessage = true});
-  Input input, second;
-  Tally tally;
-  const bool isAny = next(sources, input), areSeveral = isAny && next(sources, second);
-  if (form.single && areSeveral) return usageError(form.single, "takes one message");
-  std::optional<InterruptGuard> interrupt;  // a single message is quick
-  if (areSeveral) interrupt.emplace();
-  ProgressBar bar(/*bytesInAll=*/0, "messages", /*isHidden=*/!areSeveral || ::isatty(STDOUT_FILENO) == 1);
-  std::uint64_t bytes = 0;
-  const auto visit = [&](bool isFirst) {
-    if (InterruptGuard::flag()) return tally.interrupt();
-    input.isOneOfSeveral = areSeveral;
-    if (form.hasTitles && areSeveral)
-      std::cout << (isFirst ? "" : "\n") << form.style.paint(Ink::bold, "== " + printable(input.name) + " ==")
-                << '\n';
-    const Exit failed = readBytes(input, reading);
-    const Exit result = failed == Exit::fine ? work(input) : failed;
-    tally.add(result, failed == Exit::fine, input.isDamaged);
-    bar.show(tally.count(), bytes += input.source.length);
-    return true;
-  };
-  bool goesOn = isAny && visit(/*isFirst=*/true) && areSeveral;
-  if (goesOn) input = std::move(second);
-  while (goesOn) goesOn = visit(/*isFirst=*/false) && next(sources, input);
-  const Exit result = worse(tally.result(form.needsAll), finishStandardOutput());
-  tally.report();
-  return result;
-}
 
 std::optional<Input> readInput(const std::string& argument) {
   SourceArguments one;

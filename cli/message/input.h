@@ -1,14 +1,12 @@
 // cli/message/input.h - messages that verbs read and load.
 #pragma once
 
-#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "cli/message/sources.h"
 #include "cli/support/exit_codes.h"
-#include "cli/support/terminal.h"
 #include "mailtree/email/Email2.h"
 #include "mailtree/message/Message.h"
 
@@ -21,25 +19,10 @@ struct Input {
   std::string found;            ///< The mailbox or folder that it was found in; of a single file, its name.
   bool isOneOfSeveral = false;  ///< The verb works on others too.
   bool isDamaged = false;       ///< Loading found that something of it is missing or unreadable.
+  std::optional<std::string> rewritten{};  ///< What becomes of it, for a mailbox or folder.
 
   std::string_view bytes() const noexcept { return source.bytes; }
 };
-
-/// How a verb works on several messages.
-struct Several {
-  bool hasTitles =
-      true;  ///< Each result gets a title, "== box.mbox#12 ==", unless it names its message itself.
-  bool needsAll = true;          ///< Negative when one message is; otherwise only when all are.
-  const char* single = nullptr;  ///< The option or verb that takes only one message; null when there is none.
-  Style style{};                 ///< Of the titles.
-  bool headersOnly = false;      ///< A file is read as far as its header goes.
-};
-
-/// Calls a verb's work for each message, in order, until it is interrupted. What cannot be read is reported,
-/// and the others follow. At the end of several the number of good, damaged and unreadable ones goes to
-/// standard error.
-Exit forEachMessage(const SourceArguments& arguments, const Several& form,
-                    const std::function<Exit(Input&)>& work);
 
 /// Reads the one message that an argument names; nothing after reporting an error.
 std::optional<Input> readInput(const std::string& argument);

@@ -83,12 +83,14 @@ Exit writeMessage(Email2& root, const Destination& to, const WriteForm& form) {
   return Exit::unreadable;
 }
 
-Exit writeMessage(Email2& root, const Input& input, const Destination& to, StoreOutput& store,
-                  const WriteForm& form) {
-  if (!store.isOpen()) return writeMessage(root, to, form);
+Exit writeMessage(Email2& root, Input& input, const Destination* to, const WriteForm& form) {
+  if (to) return writeMessage(root, *to, form);
   ErrorLog log;
   StringBuffer text;
-  if (assemble(root, form, nullptr, text, log)) return store.add(text.view(), input.source);
+  if (assemble(root, form, nullptr, text, log)) {
+    input.rewritten = text.extractString();
+    return Exit::fine;
+  }
   reportError(input.name, log.errorOr("the message could not be written completely"));
   return Exit::unreadable;
 }

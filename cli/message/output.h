@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "cli/message/store_output.h"
+#include "cli/message/input.h"
 #include "cli/support/exit_codes.h"
 #include "cli/support/output_file.h"
 #include "mailtree/email/Email2.h"
@@ -23,9 +23,9 @@ Readers readersOf(const mailtree::Message& message);
 /// Writes a message as MIME, without the fields internal to the library. A file is written whole or not at
 /// all; a terminal gets only harmless characters. unreadable after reporting an error.
 Exit writeMessage(Email2& root, const Destination& to, const WriteForm& form = {});
-/// The same for one of any number of messages, which go to the store when it is open.
-Exit writeMessage(Email2& root, const Input& input, const Destination& to, StoreOutput& store,
-                  const WriteForm& form = {});
+/// The same for one of any number of messages.
+/// @param to  null: the message becomes input.rewritten.
+Exit writeMessage(Email2& root, Input& input, const Destination* to, const WriteForm& form = {});
 Exit writeMessage(const mailtree::Message& message, const Destination& to, const WriteOptions& options = {});
 
 /// A message with LF for each CRLF, as programs on Unix hosts take it.

@@ -59,16 +59,17 @@ Exit StoreOutput::report(const Result<void>& done) {
   return Exit::unreadable;
 }
 
-Exit forEachMessage(const SourceArguments& arguments, const std::string& target, const char* single,
-                    const std::function<Exit(Input&, StoreOutput&)>& work) {
+Exit rewriteEachMessage(const SourceArguments& arguments, const std::string& target, const char* single,
+                        const std::optional<StreamSettings>& stream,
+                        const std::function<Exit(Input&)>& work) {
+  if (target.empty()) return forEachMessage(arguments, {.hasTitles = false, .single = single}, work);
   StoreOutput store;
-  if (!target.empty())
-    if (const Exit failed = store.open(*targetOf(target)); failed != Exit::fine) return failed;
-  if (!store.isOpen())
-    return forEachMessage(arguments, {.hasTitles = false, .single = single},
-                          [&](Input& input) { return work(input, store); });
+  if (const Exit failed = store.open(*targetOf(target)); failed != Exit::fine) return failed;
+  const auto add = [&store](const Input& input) {
+    return input.rewritten ? store.add(*input.rewritten, input.source) : Exit::fine;
+  };
   const Exit result =
-      forEachMessage(arguments, {.hasTitles = false}, [&](Input& input) { return work(input, store); });
+      forEachMessage(arguments, {.hasTitles = false, .stream = stream, .whenDone = add}, work);
   return worse(result, store.finish());
 }
 

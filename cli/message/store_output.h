@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "cli/message/input.h"
+#include "cli/message/each_message.h"
 #include "cli/message/target.h"
 
 namespace mailtree::cli {
@@ -44,9 +44,10 @@ class StoreOutput {
   bool m_hasFailed = false;
 };
 
-/// forEachMessage() for a verb that writes what becomes of each message: to `target`, or, when that is empty,
-/// of one message to where the verb says. Ctrl-C ends it after a whole message.
-Exit forEachMessage(const SourceArguments& arguments, const std::string& target, const char* single,
-                    const std::function<Exit(Input&, StoreOutput&)>& work);
+/// forEachMessage() for a verb that changes messages. With a target their `rewritten` is added to it, in
+/// order; without one the verb writes the only message itself.
+/// @param single  the option or verb that takes only one message then.
+Exit rewriteEachMessage(const SourceArguments& arguments, const std::string& target, const char* single,
+                        const std::optional<StreamSettings>& stream, const std::function<Exit(Input&)>& work);
 
 }  // namespace mailtree::cli

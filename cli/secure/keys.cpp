@@ -165,6 +165,11 @@ std::vector<Certificate*> Keys::withPrivateKey() const {
   return found;
 }
 
+StreamSettings streamWith(const KeyOptions& keys, StreamSettings settings) {
+  if (keys.isAny()) settings.jobs = 1;
+  return settings;
+}
+
 Exit readKeys(const KeyOptions& options, Keys& keys) {
   Passwords passwords;
   if (const Exit result = passwords.read(options.passwords); result != Exit::fine) return result;

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/message/streaming.h"
 #include "cli/secure/passwords.h"
 #include "mailtree/crypto/SystemCerts.h"
 #include "mailtree/message/Keys.h"
@@ -17,7 +18,8 @@ struct KeyOptions {
   PasswordOptions passwords;
 
   bool isAny() const {
-    return !(certs.empty() && keys.empty() && pkcs12.empty() && folders.empty() && trust.empty());
+    return !(certs.empty() && keys.empty() && pkcs12.empty() && folders.empty() && trust.empty() &&
+             revoked.empty());
   }
 };
 
@@ -29,6 +31,9 @@ void addPrivateKeyOptions(Verb verb, KeyOptions& options);
 void addTrustOptions(Verb verb, KeyOptions& options);
 /// Adds all of them, for a verb that reads messages.
 void addReadingKeyOptions(Verb verb, KeyOptions& options);
+
+/// The settings for messages that are read with keys: those serve one thread, so with any there is only one.
+StreamSettings streamWith(const KeyOptions& keys, StreamSettings settings);
 
 /// The certificates and keys that were read.
 struct Keys {

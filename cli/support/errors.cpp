@@ -1,18 +1,15 @@
 #include "cli/support/errors.h"
 
-#include <iostream>
+#include <ostream>
 
-#include "cli/support/progress.h"
+#include "cli/support/capture.h"
 #include "cli/support/terminal.h"
 #include "mailtree/base/Log.h"
 #include "mailtree/base/Object.h"
 
 namespace mailtree::cli {
 
-void reportError(std::string_view problem) {
-  clearProgressLine();
-  std::cerr << "mailtree: " << printable(problem) << '\n';
-}
+void reportError(std::string_view problem) { standardError() << "mailtree: " << printable(problem) << '\n'; }
 
 void reportError(std::string_view file, std::string_view problem) {
   reportError((file.empty() ? "''" : std::string(file)).append(": ").append(problem));
@@ -28,7 +25,7 @@ Exit finishStandardOutput() {
     reportError("standard output", kNoMemory);
     return Exit::unreadable;
   }
-  if (std::cout.flush()) return Exit::fine;
+  if (standardOutput().flush()) return Exit::fine;
   reportError("standard output", "cannot be written");
   return Exit::unreadable;
 }

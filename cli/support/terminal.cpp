@@ -9,9 +9,10 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
-#include <iostream>
 #include <iterator>
+#include <ostream>
 
+#include "cli/support/capture.h"
 #include "mailtree/base/Ascii.h"
 
 namespace mailtree::cli {
@@ -33,9 +34,9 @@ std::string_view firstLineOf(std::string_view text, std::size_t columns) {
 
 void writeHarmless(std::string_view text) {
   if (standardOutputIsTerminal())
-    std::cout << printableLines(text);
+    standardOutput() << printableLines(text);
   else
-    std::cout << text;
+    standardOutput() << text;
 }
 
 void writeLine(std::ostream& out, std::size_t columns, std::string_view prefix, std::string_view indent,
@@ -54,7 +55,7 @@ void writeLine(std::ostream& out, std::size_t columns, std::string_view prefix, 
 }
 
 void writeLine(std::string_view prefix, std::string_view text) {
-  writeLine(std::cout, standardOutputColumns(), prefix, std::string(displayWidth(prefix), ' '), text);
+  writeLine(standardOutput(), standardOutputColumns(), prefix, std::string(displayWidth(prefix), ' '), text);
 }
 
 std::string humanSize(std::uint64_t bytes) {
