@@ -57,17 +57,33 @@ constexpr std::uint64_t toLowerAscii8(std::uint64_t chars) noexcept {
   return chars | (upper >> 2);
 }
 
+/// Whether characters are equal but for their case, a word of them at once; there must be as many on both
+/// sides.
+template <class Word>
+inline bool equalWordsNoCase(const char* a, const char* b) noexcept {
+  Word left = 0, right = 0;
+  std::memcpy(&left, a, sizeof left);
+  std::memcpy(&right, b, sizeof right);
+  return left == right || toLowerAscii8(left) == toLowerAscii8(right);
+}
+
+/// The same for any number, at least a word; the last word may overlap the one before.
+template <class Word>
+inline bool equalRunsNoCase(const char* a, const char* b, std::size_t size) noexcept {
+  for (std::size_t i = 0; i + sizeof(Word) < size; i += sizeof(Word))
+    if (!equalWordsNoCase<Word>(a + i, b + i)) return false;
+  return equalWordsNoCase<Word>(a + size - sizeof(Word), b + size - sizeof(Word));
+}
+
 constexpr bool equalsNoCase(std::string_view a, std::string_view b) noexcept {
   if (a.size() != b.size()) return false;
-  std::size_t i = 0;
   if (!std::is_constant_evaluated()) {
-    for (std::uint64_t left = 0, right = 0; i + sizeof left <= a.size(); i += sizeof left) {
-      std::memcpy(&left, a.data() + i, sizeof left);
-      std::memcpy(&right, b.data() + i, sizeof right);
-      if (left != right && toLowerAscii8(left) != toLowerAscii8(right)) return false;
-    }
+    if (a.size() >= sizeof(std::uint64_t))
+      return equalRunsNoCase<std::uint64_t>(a.data(), b.data(), a.size());
+    if (a.size() >= sizeof(std::uint32_t))
+      return equalRunsNoCase<std::uint32_t>(a.data(), b.data(), a.size());
   }
-  for (; i < a.size(); ++i)
+  for (std::size_t i = 0; i < a.size(); ++i)
     if (toLowerAscii(a[i]) != toLowerAscii(b[i])) return false;
   return true;
 }

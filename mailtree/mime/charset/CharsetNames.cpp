@@ -319,6 +319,7 @@ constexpr std::string_view bareLabel(std::string_view label) noexcept {
 }  // namespace
 
 int codePageOfCharset(std::string_view name) noexcept {
+  if (equalsNoCase(name, "utf-8")) return kCpUtf8;  // as most are
   const std::string_view label = bareLabel(name);
   if (label.empty() || label.size() > kLongestLabel) return 0;
   std::array<char, kLongestLabel> lower;
