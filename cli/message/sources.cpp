@@ -131,9 +131,7 @@ Result<std::vector<std::string>> Sources::argumentsIn(const SourceArguments& giv
 }
 
 Sources::Sources(SourceArguments arguments, const SourcesOptions& options)
-    : m_arguments(std::make_unique<Arguments>(std::move(arguments))), m_options(options) {
-  m_options.reading.cancel = &InterruptGuard::flag();
-}
+    : m_arguments(std::make_unique<Arguments>(std::move(arguments))), m_options(options) {}
 Sources::~Sources() = default;
 
 bool Sources::next(SourceMessage& message) {
@@ -189,7 +187,7 @@ Result<void> Sources::open() {
       m_wanted.mark == '@' ? m_wanted.value > m_offset : m_isCounted && m_wanted.value > m_passed;
   if (!m_source || m_source->error() || m_wanted.mark == 0 || m_wanted.path != m_path || !isFurther) {
     m_source.reset();
-    Result<MailSource> opened = MailSource::open(m_wanted.path, m_options.reading);
+    Result<MailSource> opened = MailSource::open(m_wanted.path, m_options.reading, InterruptGuard::flag());
     if (!opened) return std::move(opened).error();
     m_source.emplace(*std::move(opened));
     m_path = m_wanted.path;

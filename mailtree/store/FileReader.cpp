@@ -28,7 +28,7 @@ Descriptor::~Descriptor() {
 }
 
 DescriptorStream::DescriptorStream(Descriptor file, std::string path, std::string before,
-                                   const std::atomic<bool>* cancel)
+                                   const Cancel* cancel)
     : m_file(std::move(file)), m_path(std::move(path)), m_before(std::move(before)), m_cancel(cancel) {}
 
 /// False when it was cancelled. No signal needs to reach this thread for that.
@@ -84,12 +84,13 @@ std::uint64_t FileReader::dataFrom(std::uint64_t offset) const noexcept {
   return offset;
 }
 
-Result<Descriptor> openToRead(const std::string& path) {
-  Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+Result<Descriptor> openToRead(const std::string& path, const Cancel* cancel) {
+  Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | (cancel ? O_NONBLOCK : 0)));
   if (!file) return unreadable(path, errno);
   struct stat what {};
   if (::fstat(file.get(), &what) != 0) return unreadable(path, errno);
   if (S_ISDIR(what.st_mode)) return unreadable(path, EISDIR);
+  if (cancel && ::fcntl(file.get(), F_SETFL, O_RDONLY) != 0) return unreadable(path, errno);
   return file;
 }
 

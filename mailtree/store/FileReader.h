@@ -31,6 +31,9 @@ class Descriptor {
   int m_fd = -1;
 };
 
+/// Becomes true when nothing shall be waited for any more.
+using Cancel = std::atomic<bool>;
+
 /// Bytes in order.
 class ByteStream {
  public:
@@ -46,7 +49,7 @@ class ByteStream {
 class DescriptorStream final : public ByteStream {
  public:
   /// @param cancel  ends the wait for bytes with an error when it becomes true; may be null.
-  DescriptorStream(Descriptor file, std::string path, std::string before, const std::atomic<bool>* cancel);
+  DescriptorStream(Descriptor file, std::string path, std::string before, const Cancel* cancel);
   Result<std::size_t> read(char* out, std::size_t size) override;
 
  private:
@@ -55,7 +58,7 @@ class DescriptorStream final : public ByteStream {
   Descriptor m_file;
   std::string m_path, m_before;
   std::size_t m_given = 0;
-  const std::atomic<bool>* m_cancel;
+  const Cancel* m_cancel;
 };
 
 /// Bytes in memory.
@@ -92,6 +95,7 @@ class FileReader {
 };
 
 /// Opens anything that has bytes; a folder is an error.
-Result<Descriptor> openToRead(const std::string& path);
+/// @param cancel  not null: a named pipe is opened without waiting for a writer, which reading does then.
+Result<Descriptor> openToRead(const std::string& path, const Cancel* cancel = nullptr);
 
 }  // namespace mailtree

@@ -57,10 +57,12 @@ bool beginsMailbox(std::string_view bytes) noexcept {
 }
 
 /// The first bytes of a file or stream, which tell what it is; with headersOnly all of a message's header.
-Result<std::string> readStart(const Descriptor& input, const std::string& path,
-                              const SourceOptions& options) {
+Result<std::string> readStart(const Descriptor& input, const std::string& path, const SourceOptions& options,
+                              const Cancel* cancel) {
   constexpr std::size_t kHeaderChunk = std::size_t{16} << 10;
-  DescriptorStream stream(Descriptor(::fcntl(input.get(), F_DUPFD_CLOEXEC, 0)), path, {}, options.cancel);
+  Descriptor copy(::fcntl(input.get(), F_DUPFD_CLOEXEC, 0));
+  if (!copy) return unreadable(path, errno);
+  DescriptorStream stream(std::move(copy), path, {}, cancel);
   std::string start;
   HeaderEnd header;
   for (;;) {
@@ -81,9 +83,9 @@ bool isHeaderOfMessage(std::string_view start, const SourceOptions& options) noe
 }
 
 Result<ReaderPtr> openStream(Descriptor input, const std::string& path, std::string start,
-                             const SourceOptions& options) {
+                             const SourceOptions& options, const Cancel* cancel) {
   const bool isArchive = beginsArchive(start);
-  auto stream = std::make_unique<DescriptorStream>(std::move(input), path, std::move(start), options.cancel);
+  auto stream = std::make_unique<DescriptorStream>(std::move(input), path, std::move(start), cancel);
   if (isArchive) return openArchive(std::move(stream), path, options);
   return begun(std::make_unique<MboxReader>(std::move(stream), path, options));
 }
@@ -93,35 +95,36 @@ bool canSeek(const Descriptor& input, const struct stat& what) noexcept {
   return S_ISREG(what.st_mode) && ::lseek(input.get(), 0, SEEK_CUR) == 0;
 }
 
-Result<ReaderPtr> openDescriptor(Descriptor input, const std::string& path, const SourceOptions& options) {
+Result<ReaderPtr> openDescriptor(Descriptor input, const std::string& path, const SourceOptions& options,
+                                 const Cancel* cancel) {
   struct stat what {};
   if (::fstat(input.get(), &what) != 0) return unreadable(path, errno);
   const bool isFile = canSeek(input, what);
   std::string start;
   if (!isFile || options.headersOnly) {
-    Result<std::string> read = readStart(input, path, options);
+    Result<std::string> read = readStart(input, path, options, cancel);
     if (!read) return std::move(read).error();
     start = *std::move(read);
   }
   if (isHeaderOfMessage(start, options))
     return begun(std::make_unique<MboxReader>(std::make_unique<TextStream>(std::move(start)), path, options));
-  if (!isFile) return openStream(std::move(input), path, std::move(start), options);
+  if (!isFile) return openStream(std::move(input), path, std::move(start), options, cancel);
   const auto size = static_cast<std::uint64_t>(what.st_size);
   return openFile(std::make_shared<FileReader>(std::move(input), path, size), options);
 }
 
-Result<ReaderPtr> openPath(const std::string& path, const SourceOptions& options) {
+Result<ReaderPtr> openPath(const std::string& path, const SourceOptions& options, const Cancel* cancel) {
   if (path == "-") {
     Descriptor input(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
     if (!input) return unreadable(path, errno);
-    return openDescriptor(std::move(input), path, options);
+    return openDescriptor(std::move(input), path, options, cancel);
   }
   struct stat what {};
   if (::stat(path.c_str(), &what) != 0) return unreadable(path, errno);
   if (S_ISDIR(what.st_mode)) return begun(std::make_unique<FolderReader>(path));
-  Result<Descriptor> input = openToRead(path);
+  Result<Descriptor> input = openToRead(path, cancel);
   if (!input) return std::move(input).error();
-  return openDescriptor(*std::move(input), path, options);
+  return openDescriptor(*std::move(input), path, options, cancel);
 }
 
 /// Opens the file of a message, which another program may have renamed.
@@ -142,7 +145,7 @@ Result<void> readFile(SourceMessage& message, const SourceOptions& options) {
   if (::fstat(file->get(), &what) != 0) return unreadable(message.path, errno);
   if (!S_ISREG(what.st_mode)) return Error{ErrorCode::unreadable, "is not a regular file", message.path};
   if (options.headersOnly) {
-    Result<std::string> start = readStart(*file, message.path, options);
+    Result<std::string> start = readStart(*file, message.path, options, /*cancel=*/nullptr);
     if (!start) return std::move(start).error();
     if (isHeaderOfMessage(*start, options)) {
       message.bytes = *std::move(start);
@@ -206,8 +209,18 @@ MailSource& MailSource::operator=(MailSource&&) noexcept = default;
 MailSource::~MailSource() = default;
 
 Result<MailSource> MailSource::open(const std::string& path, const SourceOptions& options) {
+  return open(path, options, /*cancel=*/nullptr);
+}
+
+Result<MailSource> MailSource::open(const std::string& path, const SourceOptions& options,
+                                    const std::atomic<bool>& cancel) {
+  return open(path, options, &cancel);
+}
+
+Result<MailSource> MailSource::open(const std::string& path, const SourceOptions& options,
+                                    const std::atomic<bool>* cancel) {
   return guarded<MailSource>([&]() -> Result<MailSource> {
-    Result<ReaderPtr> reader = openPath(path, checked(options));
+    Result<ReaderPtr> reader = openPath(path, checked(options), cancel);
     if (!reader) return std::move(reader).error();
     return MailSource(*std::move(reader));
   });

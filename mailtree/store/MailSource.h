@@ -55,9 +55,6 @@ struct SourceOptions {
   std::size_t window = std::size_t{1} << 18;  ///< Bytes read at once.
   /// A file or stream that is one message is read as far as its header goes. Messages of a mailbox are whole.
   bool headersOnly = false;
-  /// Becomes true when a pipe that gives nothing shall no longer be waited for, which then is an error. May
-  /// be null.
-  const std::atomic<bool>* cancel = nullptr;
 };
 
 class MAILTREE_API MailSource {
@@ -67,6 +64,10 @@ class MAILTREE_API MailSource {
 
   /// Opens a file, a folder, or "-" for standard input.
   static Result<MailSource> open(const std::string& path, const SourceOptions& options = {});
+  /// The same for a program that may have to stop waiting for a pipe.
+  /// @param cancel  borrowed as long as the source; when it becomes true, waiting ends with an error.
+  static Result<MailSource> open(const std::string& path, const SourceOptions& options,
+                                 const std::atomic<bool>& cancel);
   MailSource(MailSource&&) noexcept;
   MailSource& operator=(MailSource&&) noexcept;
   ~MailSource();
@@ -95,6 +96,8 @@ class MAILTREE_API MailSource {
 
  private:
   explicit MailSource(std::unique_ptr<SourceReader> reader);
+  static Result<MailSource> open(const std::string& path, const SourceOptions& options,
+                                 const std::atomic<bool>* cancel);
 
   std::unique_ptr<SourceReader> m_reader;
   std::optional<Error> m_error;

@@ -61,7 +61,7 @@ class Feed {
 
  private:
   std::optional<Error> openNext() {
-    Result<MailSource> source = MailSource::open(m_options.paths[m_next], {.cancel = &m_cancel});
+    Result<MailSource> source = MailSource::open(m_options.paths[m_next], {}, m_cancel);
     if (!source) return std::move(source).error();
     m_source.emplace(*std::move(source));
     if (m_options.parts == 1) return std::nullopt;

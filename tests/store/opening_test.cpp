@@ -55,7 +55,7 @@ TEST_F(Opening, WaitsForAQuietPipeUntilCancelled) {
   const std::string begun = kMbox + std::string(5'000, 'x');  // enough to tell what it is
   ASSERT_EQ(::write(end, begun.data(), begun.size()), static_cast<ssize_t>(begun.size()));
   std::atomic<bool> cancel = false;
-  Result<MailSource> source = MailSource::open(path("fifo"), {.cancel = &cancel});
+  Result<MailSource> source = MailSource::open(path("fifo"), {}, cancel);
   SourceMessage message;
   ASSERT_TRUE(source && source->next(message));
   std::thread canceller([&] { cancel = true; });
@@ -63,6 +63,8 @@ TEST_F(Opening, WaitsForAQuietPipeUntilCancelled) {
   canceller.join();
   EXPECT_EQ(source->error()->message, "reading was cancelled");
   ::close(end);
+  // Now it has no writer, for whom opening would wait.
+  EXPECT_EQ(MailSource::open(path("fifo"), {}, cancel).error().message, "reading was cancelled");
 }
 
 TEST_F(Opening, ReadsNoFurtherThanTheHeaderWhenToldSo) {
