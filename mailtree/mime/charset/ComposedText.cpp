@@ -1,6 +1,8 @@
 #include "mailtree/mime/charset/ComposedText.h"
 
+#include <unicode/uchar.h>
 #include <unicode/unorm2.h>
+#include <unicode/utf16.h>
 
 #include <algorithm>
 #include <bit>
@@ -18,6 +20,22 @@ bool mayNeedComposing(std::string_view utf8) noexcept {
   return std::ranges::any_of(utf8, [](char c) { return static_cast<unsigned char>(c) >= kFirstLead; });
 }
 
+/// Whether more marks follow each other than any writing has (UAX 15, 13). Putting them in order takes time
+/// that grows with the square of their number.
+bool hasLongRunOfMarks(std::u16string_view text) noexcept {
+  constexpr int kMostMarks = 30;
+  int marks = 0;
+  for (std::size_t at = 0; at < text.size() && marks <= kMostMarks;) {
+    char32_t c = 0;
+    U16_NEXT(text.data(), at, text.size(), c);
+    // Some characters that are no marks are decomposed into marks.
+    const bool isMark =
+        u_getIntPropertyValue(static_cast<UChar32>(c), UCHAR_LEAD_CANONICAL_COMBINING_CLASS) != 0;
+    marks = isMark ? marks + 1 : 0;
+  }
+  return marks > kMostMarks;
+}
+
 }  // namespace
 
 std::string composedText(std::string text) {
@@ -26,6 +44,7 @@ std::string composedText(std::string text) {
   UErrorCode error = U_ZERO_ERROR;
   const UNormalizer2* const form = unorm2_getNFCInstance(&error);
   const std::u16string source = utf8ToUtf16(text);
+  if (hasLongRunOfMarks(source)) return text;
   const auto size = static_cast<std::int32_t>(source.size());
   if (unorm2_quickCheck(form, source.data(), size, &error) == UNORM_YES || U_FAILURE(error)) return text;
   constexpr std::size_t kMostGrowth = 3;  // UAX 15, 12: of a text in utf-16
