@@ -2,12 +2,12 @@
 
 #include <algorithm>
 
+#include "mailtree/mime/header/Token.h"
+
 namespace mailtree {
 
 bool isToken(std::string_view text) {
-  return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
-    return c > ' ' && c < 0x7F && std::string_view("()<>@,;:\\\"/[]?=").find(c) == std::string_view::npos;
-  });
+  return !text.empty() && std::all_of(text.begin(), text.end(), isTokenChar);
 }
 
 bool isMediaType(std::string_view text) {

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "mailtree/base/Platform.h"
+#include "mailtree/base/Utf.h"
 #include "mailtree/email/internal.h"
 #include "mailtree/mime/charset/WrittenCharset.h"
 #include "mailtree/mime/html/Html.h"
@@ -43,6 +44,12 @@ bool convertToWideUnits(const Email2& node, int codePage, DataBuffer& out, LogBa
   return normalized.toCRLF() && convert(normalized, codePage, out, log);
 }
 
+/// Whether nothing about the text changes in the code page.
+bool isSameIn(const Email2& node, int codePage) {
+  const bool isHtml = beginsWithNoCase(node.m_contentType.m_type, "text/html");
+  return !isHtml && isAscii(node.m_body.view()) && keepsAscii(codePage);
+}
+
 bool convertText(const Email2& node, int codePage, DataBuffer& out, LogBase& log) {
   // Deliberate: us-ascii text is converted to the host's ANSI code page, and its HTML is not repaired.
   if (codePage == kCpUsAscii) return convert(node.m_body.view(), Psdk::getAnsiCodePage(), out, log);
@@ -73,6 +80,7 @@ OutgoingBody outgoingText(Email2& node, LogBase& log) {
   if (body.headerCodePage == 0 || body.headerCodePage == kCpUtf8) return body;
 
   const int codePage = codePageOfText(node, body.headerCodePage, log);
+  if (isSameIn(node, codePage)) return body;
   body.isConverted = convertText(node, codePage, body.converted, log);
   if (body.isConverted) {
     body.normalizeLineEnds = !hasWideUnits(codePage);

@@ -36,6 +36,8 @@ MAILTREE_API std::string_view charsetNameOf(int codePage) noexcept;
 
 /// Whether characters of a known code page may take several bytes, which makes damage to a text visible.
 MAILTREE_API bool isMultibyte(int codePage) noexcept;
+/// Whether ASCII text has the same bytes in a code page; false for an unknown one.
+bool keepsAscii(int codePage) noexcept;
 /// Whether a code page has units of two or four bytes (utf-16, utf-32): markup and
 /// line breaks cannot be found in its bytes.
 MAILTREE_API bool hasWideUnits(int codePage) noexcept;

@@ -70,6 +70,8 @@ bool converting(int codePage, Run&& run) noexcept {
 
 bool isMultibyte(int codePage) noexcept { return isKnown(codePage) && !singleByteCodec(codePage); }
 
+bool keepsAscii(int codePage) noexcept { return isAsciiCompatible(codePage) && isKnown(codePage); }
+
 bool hasWideUnits(int codePage) noexcept {
   return codePage == kCpUtf16LE || codePage == kCpUtf16BE || codePage == kCpUtf32LE || codePage == kCpUtf32BE;
 }

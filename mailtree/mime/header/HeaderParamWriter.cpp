@@ -7,6 +7,7 @@
 #include "mailtree/mime/coding/EncodedWord.h"
 #include "mailtree/mime/coding/HeaderText.h"
 #include "mailtree/mime/header/HeaderParams.h"
+#include "mailtree/mime/header/Token.h"
 
 namespace mailtree {
 
@@ -16,11 +17,6 @@ constexpr std::size_t kMaxSection =
     kPreferredLine - 3;  // "name*N*=value", with a blank before it and a ";" after it
 constexpr std::size_t kMaxFallback = 120;
 constexpr std::string_view kHexDigits = "0123456789ABCDEF";
-
-/// RFC 2045, 5.1
-constexpr bool isTokenChar(char c) noexcept {
-  return c > ' ' && c < 0x7F && std::string_view("()<>@,;:\\\"/[]?=").find(c) == std::string_view::npos;
-}
 
 /// RFC 2231, 7
 constexpr bool isAttributeChar(char c) noexcept {

@@ -47,7 +47,7 @@ bool MimeHeader::isWritten(const Field& field, std::string_view prefix, bool isT
   if (!prefix.empty() && beginsWithNoCase(name, prefix)) return false;
   if (!isTop && !m_loadedFromText && isOneOf(kMessageOnly, name)) return false;
   if (m_omitsBcc && isOneOf(kHiddenRecipients, name)) return false;
-  return !trim(valueOf(field)).empty() || !isOmittedWhenEmpty(name);
+  return !isOmittedWhenEmpty(name) || !trim(valueOf(field)).empty();
 }
 
 void MimeHeader::getMimeHeader(StringBuffer& out, const char* prefix, int codePage, bool isTop,
@@ -66,13 +66,24 @@ void MimeHeader::getMimeHeader(StringBuffer& out, const char* prefix, int codePa
       if (!isWritten(field, omitted, isTop)) continue;
       const bool isFirst = text.size() == begin;
       if (!isFirst) text += "\r\n";
-      if (field.kind == Kind::malformed)
+      if (field.kind == Kind::malformed) {
         writeMalformedLine(field, isFirst, i >= afterLastField, text);
-      else
+      } else if (field.kind == Kind::received && !m_hasNonCrlfBreaks) {
+        while (i + 1 < m_fields.size() && follows(m_fields[i], m_fields[i + 1]) &&
+               isWritten(m_fields[i + 1], omitted, isTop))
+          ++i;
+        text.append(m_block, field.nameOffset, m_fields[i].end() - field.nameOffset);
+      } else {
         writeField(field, codePage, text);
+      }
     }
     return true;
   });
+}
+
+/// Whether a received field follows another one in the block, with only CRLF between.
+bool MimeHeader::follows(const Field& field, const Field& next) noexcept {
+  return next.kind == Kind::received && next.nameOffset == field.end() + 2;
 }
 
 void MimeHeader::writeField(const Field& field, int codePage, std::string& out) const {
