@@ -72,8 +72,10 @@ class SlabPool {
   }
 
  private:
-  /// Limits the memory that an object keeps when it outlives its tree.
-  static constexpr std::size_t kMax = 16;
+  /// Limits the memory that an object keeps when it outlives its tree. In bytes, so that the slab of one
+  /// class fits where that of another was.
+  static constexpr std::size_t kMaxBytes = std::size_t{14} << 10;
+  static constexpr std::size_t kMax = kMaxBytes / sizeof(T);
   static constexpr std::size_t kMin = 1;
 
   void* place() {

@@ -32,6 +32,11 @@ void storeReceivedContent(Email2& node, StringBuffer&& text);
 /// The received bytes of a subtree while it is unchanged, else null. Borrowed.
 const DataBuffer* unchangedReceivedContent(const Email2& node);
 
+/// Makes nodes of a parse tree, which is taken apart on the way: a part is deleted when its node is complete.
+/// Null when memory ran out.
+EmailPtr consumeEntity(_svEmailCommon& common, MimeMessage2& entity, bool unwrap, SystemCerts& certs,
+                       LogBase& log);
+
 /// Loads a text that output wrote: no repairs, no normalization, no layer unwrapped, shared settings
 /// unchanged. Null when memory ran out.
 EmailPtr loadWrittenContent(_svEmailCommon& common, std::string_view text, LogBase& log);

@@ -25,7 +25,9 @@ MimeMessage2* MimeMessage2::createNewObject() {
 void MimeMessage2::deleteParts() noexcept {
   MimeMessage2* entity = this;
   for (;;) {
-    if (!entity->m_parts.empty()) {
+    if (!entity->m_parts.empty() && !entity->m_parts.back()) {
+      entity->m_parts.pop_back();  // by deletePart()
+    } else if (!entity->m_parts.empty()) {
       MimeMessage2* part = entity->m_parts.back().get();
       part->m_parentInDeletion = entity;
       entity = part;
@@ -284,6 +286,8 @@ MimeMessage2* MimeMessage2::extractPart(int index) {
   m_parts.erase(position);
   return part;
 }
+
+void MimeMessage2::deletePart(int index) noexcept { m_parts[static_cast<std::size_t>(index)].reset(); }
 
 void MimeMessage2::replacePart(int index, MimeMessage2* part, LogBase&) {
   guarded([&] {

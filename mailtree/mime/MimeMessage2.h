@@ -146,6 +146,8 @@ class MAILTREE_API MimeMessage2 final : public SorvikObject {
   void addPart(MimeMessage2* part);         ///< Takes ownership; null is ignored.
   void addPartInFront(MimeMessage2* part);  ///< Takes ownership; null is ignored.
   MimeMessage2* extractPart(int index);     ///< Owned by the caller; null when out of range.
+  /// Deletes a part of a tree that is taken apart: its place stays, and getPart() returns null for it.
+  void deletePart(int index) noexcept;
   /// Replaces a part. Does not delete the old one, which the caller owns.
   void replacePart(int index, MimeMessage2* part, LogBase& log);
   void copyMimeBody(DataBuffer& out, LogBase& log) const;  ///< Appends.

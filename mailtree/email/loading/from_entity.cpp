@@ -21,6 +21,7 @@ namespace {
 
 struct BuildOptions {
   bool extractBody = true;
+  bool consume = false;          ///< Delete each part of the parse tree when its node is complete.
   bool repair = true;            ///< Unpack Macintosh and Unix forms, and repair broken texts.
   SystemCerts* certs = nullptr;  ///< Keys to open layers with; null: do not unwrap.
 };
@@ -178,6 +179,7 @@ void TreeBuilder::addChildren(MimeMessage2& entity, Email2& node, int depth, boo
     part->m_origin = origin;
     if (received) storeReceivedContent(*part, std::move(*received));
     if (node.m_subParts.appendObject(part.get())) std::ignore = part.release();  // the parent owns it now
+    if (m_options.consume) entity.deletePart(i);
   }
 }
 
@@ -206,11 +208,8 @@ MimeMessage2& TreeBuilder::unpackChild(MimeMessage2& parent, int index, MimeMess
   return *part;
 }
 
-}  // namespace
-
-Email2* Email2::createFromMimeObject2(_svEmailCommon& common, MimeMessage2& entity, bool extractBody,
-                                      bool unwrap, LogBase& log, SystemCerts& certs) {
-  const BuildOptions options{.extractBody = extractBody, .certs = &certs};
+EmailPtr unwrappedTree(_svEmailCommon& common, MimeMessage2& entity, const BuildOptions& options, bool unwrap,
+                       LogBase& log) {
   const std::uint64_t before = abandonedOperations();
   const std::size_t layersBefore = common.m_secureLayers.size();
   EmailPtr root = TreeBuilder(entity, common, options, log).build(entity, 0, unwrap);
@@ -219,7 +218,19 @@ Email2* Email2::createFromMimeObject2(_svEmailCommon& common, MimeMessage2& enti
     return true;
   });
   common.m_isWhole &= abandonedOperations() == before;
-  return root.release();
+  return root;
+}
+
+}  // namespace
+
+Email2* Email2::createFromMimeObject2(_svEmailCommon& common, MimeMessage2& entity, bool extractBody,
+                                      bool unwrap, LogBase& log, SystemCerts& certs) {
+  return unwrappedTree(common, entity, {.extractBody = extractBody, .certs = &certs}, unwrap, log).release();
+}
+
+EmailPtr consumeEntity(_svEmailCommon& common, MimeMessage2& entity, bool unwrap, SystemCerts& certs,
+                       LogBase& log) {
+  return unwrappedTree(common, entity, {.consume = true, .certs = &certs}, unwrap, log);
 }
 
 EmailPtr loadWrittenContent(_svEmailCommon& common, std::string_view text, LogBase& log) {
@@ -229,7 +240,8 @@ EmailPtr loadWrittenContent(_svEmailCommon& common, std::string_view text, LogBa
     const std::uint64_t before = abandonedOperations();
     MimeMessage2 tree;
     if (!tree.loadText(text, log)) return EmailPtr();
-    EmailPtr root = TreeBuilder(tree, common, {.repair = false}, log).build(tree, 0, /*unwrap=*/false);
+    EmailPtr root =
+        TreeBuilder(tree, common, {.consume = true, .repair = false}, log).build(tree, 0, /*unwrap=*/false);
     return abandonedOperations() == before ? std::move(root) : EmailPtr();
   });
 }

@@ -86,7 +86,7 @@ Email2* Email2::createFromMimeText2(_svEmailCommon& common, StringBuffer& mime, 
     if (!tree.loadText(mime.view(), common.m_budget.parts, log)) return nullptr;
     if (discardInput) mime.strongClear();
     loadFromMimeTextProcessing(tree, log);
-    return createFromMimeObject2(common, tree, /*extractBody=*/true, unwrap, log, certs);
+    return consumeEntity(common, tree, unwrap, certs, log).release();
   });
 }
 
@@ -99,7 +99,7 @@ Email2* Email2::createFromMimeText2a(_svEmailCommon& common, const char* text, i
     const LoadScope loading(common, mime.size());
     if (!tree.loadText(mime, common.m_budget.parts, log)) return nullptr;
     loadFromMimeTextProcessing(tree, log);
-    return createFromMimeObject2(common, tree, /*extractBody=*/true, /*unwrap=*/true, log, certs);
+    return consumeEntity(common, tree, /*unwrap=*/true, certs, log).release();
   });
 }
 
@@ -113,7 +113,7 @@ Email2* Email2::createFromMimeDb(_svEmailCommon& common, DataBuffer& mime, bool 
     if (discardInput) mime.clear();
     loadFromMimeTextProcessing(tree, log);
     const std::size_t layersBefore = common.m_secureLayers.size();
-    EmailPtr root(createFromMimeObject2(common, tree, /*extractBody=*/true, unwrap, log, certs));
+    EmailPtr root = consumeEntity(common, tree, unwrap, certs, log);
     if (root && !hasPartialLayer(common.m_secureLayers, layersBefore)) mergeSplitRelated(*root);
     return root.release();
   });
@@ -130,8 +130,8 @@ Email2* Email2::createFromPop3(_svEmailCommon& common, DataBuffer& raw, bool unw
     const Owned<MimeMessage2> tree(MimeMessage2::createNewObject());
     if (!tree || !tree->loadText(raw.view(), common.m_budget.parts, log)) return nullptr;
     tree->makeAttachmentFilenamesRelative(log);
-    Email2* const root = createFromMimeObject2(common, *tree, /*extractBody=*/true, unwrap, log, certs);
-    return root && root->isLive() ? root : nullptr;
+    EmailPtr root = consumeEntity(common, *tree, unwrap, certs, log);
+    return root && root->isLive() ? root.release() : nullptr;
   });
 }
 
