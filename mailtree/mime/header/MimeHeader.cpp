@@ -59,13 +59,11 @@ std::string_view MimeHeader::lineOf(const Field& field) const noexcept {
 int MimeHeader::search(std::string_view name, int from) const noexcept {
   if (name.empty()) return -1;
   const char* const block = m_block.data();
-  const std::uint8_t key = keyOf(name);
   int empty = -1;
   for (const Field& field :
        std::span(m_fields).subspan(std::min(static_cast<std::size_t>(std::max(from, 0)), m_fields.size()))) {
-    // The keys differ in nearly all cases, before any letter is compared.
-    if (field.nameKey != key || field.nameSize != name.size() ||
-        !equalsNoCase({block + field.nameOffset, name.size()}, name))
+    // The sizes differ in nearly all cases, before any letter is compared.
+    if (field.nameSize != name.size() || !equalsNoCase({block + field.nameOffset, name.size()}, name))
       continue;
     const int index = static_cast<int>(&field - m_fields.data());
     if (!isOmittedWhenEmpty(name) || !trim(valueOf(field)).empty()) return index;
@@ -230,7 +228,7 @@ void MimeHeader::takeFieldsBeginningWith(const char* prefix, const MimeHeader& f
     entry.valueOffset = entry.nameOffset + (field.valueOffset - field.nameOffset);
     m_block += line;
     m_fields.push_back(entry);
-    m_nameKeys |= bitOf(entry.nameKey);
+    m_nameSizes |= sizeBit(entry.nameSize);
   }
   m_has8bit |= from.m_has8bit;
   m_hasNonCrlfBreaks |= from.m_hasNonCrlfBreaks;
@@ -354,8 +352,7 @@ bool MimeHeader::storeField(Field& entry, std::string_view name, std::string_vie
   m_unusedBytes += entry.lineSize();
   entry.nameOffset = static_cast<std::uint32_t>(begin);
   entry.nameSize = static_cast<std::uint32_t>(nameSize);
-  entry.nameKey = keyOf({line.data(), nameSize});
-  m_nameKeys |= bitOf(entry.nameKey);
+  m_nameSizes |= sizeBit(nameSize);
   entry.valueOffset = static_cast<std::uint32_t>(begin + nameSize + 2);
   entry.valueSize = static_cast<std::uint32_t>(line.size() - nameSize - 2);
   entry.kind = kind;

@@ -95,7 +95,7 @@ class MAILTREE_API MimeHeader final : public SorvikObject {
 
   /// Index of the first field of that name at or after `from`, -1 when absent.
   int findField(std::string_view name, int from = 0) const noexcept {
-    return (m_nameKeys & bitOf(keyOf(name))) != 0 ? search(name, from) : -1;
+    return (m_nameSizes & sizeBit(name.size())) != 0 ? search(name, from) : -1;
   }
   /// Index of the last field of that name, also where it is empty; -1 when absent.
   int findLastField(std::string_view name) const noexcept;
@@ -188,23 +188,15 @@ class MAILTREE_API MimeHeader final : public SorvikObject {
     std::uint32_t valueOffset;
     std::uint32_t valueSize;
     Kind kind;
-    std::uint8_t nameKey;  ///< keyOf() the name.
 
     std::size_t end() const noexcept { return std::size_t{valueOffset} + valueSize; }
     std::size_t lineSize() const noexcept { return end() - nameOffset; }
   };
   class Reader;
 
-  /// Below 64; the same for names that differ in the case of letters only. The factors were chosen so that
-  /// few fields of real mail share one.
-  static constexpr std::uint8_t keyOf(std::string_view name) noexcept {
-    if (name.empty()) return 0;
-    constexpr unsigned kLowerCase = 0x20;
-    const unsigned first = static_cast<unsigned char>(name.front()) | kLowerCase;
-    const unsigned last = static_cast<unsigned char>(name.back()) | kLowerCase;
-    return static_cast<std::uint8_t>((name.size() * 6 + first * 14 + last * 3) % 64);
+  static constexpr std::uint64_t sizeBit(std::size_t nameSize) noexcept {
+    return std::uint64_t{1} << (nameSize < 63 ? nameSize : 63);
   }
-  static constexpr std::uint64_t bitOf(std::uint8_t key) noexcept { return std::uint64_t{1} << key; }
   int search(std::string_view name, int from) const noexcept;
   const Field* fieldAt(int index) const noexcept;
   std::string_view nameOf(const Field& field) const noexcept;
@@ -231,8 +223,8 @@ class MAILTREE_API MimeHeader final : public SorvikObject {
 
   std::string m_block;
   std::vector<Field> m_fields;
-  /// The bit of each key that a name among the fields may have: rules out most lookups.
-  std::uint64_t m_nameKeys = 0;
+  /// Bit n is set when a name of n bytes may be among the fields: rules out most lookups.
+  std::uint64_t m_nameSizes = 0;
   std::size_t m_unusedBytes = 0;  ///< Of the block: replaced or removed lines.
   int m_detectedCodePage = 0;
   bool m_loadedFromText = false;

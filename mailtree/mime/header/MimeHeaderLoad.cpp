@@ -161,10 +161,10 @@ class MimeHeader::Reader {
   void appendField(std::string_view line, const FieldStart& start) {
     const bool isField = start.nameSize > 0;
     const std::size_t value = isField ? m_at + start.colon + 1 : m_at;
-    const Field entry = {
-        static_cast<std::uint32_t>(m_at),           static_cast<std::uint32_t>(start.nameSize),
-        static_cast<std::uint32_t>(value),          static_cast<std::uint32_t>(m_at + line.size() - value),
-        isField ? Kind::received : Kind::malformed, keyOf(line.substr(0, start.nameSize))};
+    const Field entry = {static_cast<std::uint32_t>(m_at), static_cast<std::uint32_t>(start.nameSize),
+                         static_cast<std::uint32_t>(value),
+                         static_cast<std::uint32_t>(m_at + line.size() - value),
+                         isField ? Kind::received : Kind::malformed};
     m_anyNoField |= !isField;
     if (m_count < kInPlace)
       m_first[m_count] = entry;
@@ -233,7 +233,7 @@ void MimeHeader::loadMimeHeaderText(std::string_view text, _svCharset* charsetOu
 void MimeHeader::takeFields(const Reader& reader, std::string_view text) {
   m_block.assign(text.substr(reader.fieldsBegin(), reader.fieldsEnd() - reader.fieldsBegin()));
   reader.copyFields(m_fields);
-  for (const Field& field : m_fields) m_nameKeys |= bitOf(field.nameKey);
+  for (const Field& field : m_fields) m_nameSizes |= sizeBit(field.nameSize);
   m_loadedFromText = true;
   m_hasNonCrlfBreaks = reader.anyNonCrlfBreak();
   m_has8bit = !isAscii(m_block);
