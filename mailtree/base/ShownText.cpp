@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "mailtree/base/Ascii.h"
+#include "mailtree/base/Search.h"
 #include "mailtree/base/Utf.h"
 
 namespace mailtree {
@@ -55,13 +56,16 @@ bool hasGap(std::string_view text) {
 
 /// Appends one line; unsafe characters become U+FFFD.
 void appendHarmless(std::string& out, std::string_view text, std::string_view tab) {
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t begin = at;
+  for (std::size_t at = 0;;) {
+    const std::size_t begin = findUnprintable(text, at);
+    out.append(text, at, begin - at);
+    if (begin == text.size()) return;
+    at = begin;
     const char32_t c = nextCodePoint(text, at);
     if (c == '\t')
       out += tab;
     else if (isHarmless(c))
-      out.append(text.substr(begin, at - begin));
+      out.append(text, begin, at - begin);
     else
       appendUtf8(out, kReplacementCharacter);
   }

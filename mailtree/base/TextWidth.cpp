@@ -35,21 +35,31 @@ std::size_t columnsOf(char32_t c) noexcept {
 /// Upper bound for any terminal.
 std::size_t maxColumnsOf(char32_t c) noexcept { return c < 0x1100 ? 1 : 2; }
 
+/// nextCodePoint(), which need not be called for ASCII.
+char32_t next(std::string_view utf8, std::size_t& at) noexcept {
+  const auto first = static_cast<unsigned char>(utf8[at]);
+  if (first >= 0x80) return nextCodePoint(utf8, at);
+  ++at;
+  return first;
+}
+
 /// The width of a text whose characters `columnsOfOne` measures.
 template <class Measure>
 std::size_t widthOf(std::string_view utf8, Measure columnsOfOne) noexcept {
   std::size_t width = 0;
-  for (std::size_t at = 0; at < utf8.size();) width += columnsOfOne(nextCodePoint(utf8, at));
+  for (std::size_t at = 0; at < utf8.size();) width += columnsOfOne(next(utf8, at));
   return width;
 }
 
 /// The longest prefix that fits.
 template <class Measure>
 std::string_view fit(std::string_view utf8, std::size_t columns, Measure columnsOfOne) noexcept {
+  constexpr std::size_t kWidestOfByte = 2;
+  if (columns / kWidestOfByte >= utf8.size()) return utf8;
   std::size_t width = 0;
   for (std::size_t at = 0; at < utf8.size();) {
     const std::size_t begin = at;
-    width += columnsOfOne(nextCodePoint(utf8, at));
+    width += columnsOfOne(next(utf8, at));
     if (width > columns) return utf8.substr(0, begin);
   }
   return utf8;
