@@ -356,6 +356,18 @@ TEST(MimeHeader, a_disposition_set_as_a_generic_field_keeps_its_parameters) {
   EXPECT_EQ(written(header), "Content-Disposition: "s + text);
 }
 
+TEST(MimeHeader, removed_lines_as_short_as_a_line_break_do_not_come_back) {
+  MimeHeader header;
+  header.loadMimeHeaderText("A: 1\r\nQ:\r\nC: 2\r\nBig: " + std::string(9000, 'x') + "\r\nSubject: s\r\n",
+                            quiet);
+  header.removeMimeField("Big", true);
+  header.replaceMimeFieldUtf8("Subject", "new", quiet);  // moves the lines in use together
+  header.removeMimeField("Q", true);
+  StringBuffer out;
+  header.getMimeHeader(out, nullptr, kCpUtf8, true, quiet);
+  EXPECT_EQ(out.view(), "A: 1\r\nC: 2\r\nSubject: new");
+}
+
 TEST(MimeHeader, 8bit_fields_become_ascii_and_mean_the_same) {
   const Row rows[] = {
       {"Subject: caf\xC3\xA9\r\nX-A: kept  as\r\n it is",

@@ -81,9 +81,11 @@ void MimeHeader::getMimeHeader(StringBuffer& out, const char* prefix, int codePa
   });
 }
 
-/// Whether a received field follows another one in the block, with only CRLF between.
-bool MimeHeader::follows(const Field& field, const Field& next) noexcept {
-  return next.kind == Kind::received && next.nameOffset == field.end() + 2;
+/// Whether a received field follows another one in the block, with only CRLF between. A line that was removed
+/// may be as short as that.
+bool MimeHeader::follows(const Field& field, const Field& next) const noexcept {
+  return next.kind == Kind::received && next.nameOffset == field.end() + 2 && m_block[field.end()] == '\r' &&
+         m_block[field.end() + 1] == '\n';
 }
 
 void MimeHeader::writeField(const Field& field, int codePage, std::string& out) const {
