@@ -82,6 +82,7 @@ class EachMessage {
       workInOrder();
     else
       workOnThreads();
+    m_sources.reportEmpty();
     const Exit result = worse(m_tally.result(m_form.needsAll), finishStandardOutput());
     m_tally.report();
     return result;
@@ -132,7 +133,7 @@ class EachMessage {
 
   void workInOrder() {
     Input input;
-    while (!InterruptGuard::flag() && feed(input.source)) {
+    while (!InterruptGuard::flag() && feed(input.source) && !InterruptGuard::flag()) {
       const Result<void> read = readMessage(input.source, m_reading);
       describe(input);
       input.found = m_found;
@@ -191,7 +192,8 @@ class EachMessage {
   }
 
   void beginResult(const Input& input) {
-    const bool isFirst = std::exchange(m_isFirst, false);
+    const bool isFirst = m_tally.count() == 0;
+    m_sources.reportEmpty(m_tally.count());
     if (!m_form.hasTitles || !m_areSeveral) return;
     const std::string title = "== " + printable(input.name) + " ==";
     std::cout << (isFirst ? "" : "\n") << m_form.style.paint(Ink::bold, title) << '\n';
@@ -220,7 +222,6 @@ class EachMessage {
   Tally m_tally;
   std::string m_found;  ///< Where the last message was found.
   std::uint64_t m_bytes = 0;
-  bool m_isFirst = true;
 };
 
 }  // namespace

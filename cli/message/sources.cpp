@@ -132,9 +132,21 @@ Result<std::vector<std::string>> Sources::argumentsIn(const SourceArguments& giv
 
 Sources::Sources(SourceArguments arguments, const SourcesOptions& options)
     : m_arguments(std::make_unique<Arguments>(std::move(arguments))), m_options(options) {}
-Sources::~Sources() = default;
+Sources::~Sources() { reportEmpty(); }
+
+void Sources::reportEmpty(std::uint64_t index) {
+  const std::lock_guard lock(m_mutex);
+  for (; !m_empty.empty() && m_empty.front().index <= index; m_empty.pop_front())
+    reportError(m_empty.front().path, "contains no messages");
+}
 
 bool Sources::next(SourceMessage& message) {
+  const bool isThere = give(message);
+  m_given += isThere ? 1 : 0;
+  return isThere;
+}
+
+bool Sources::give(SourceMessage& message) {
   for (;;) {
     if (!m_isOpen) {
       Result<bool> opened = openNext();
@@ -211,7 +223,10 @@ bool Sources::giveEnd(SourceMessage& message) {
     for (std::string& file : otherFilesIn(m_path))
       m_others.push_back({.argument = file, .path = file, .folder = m_path});
   const bool isEmpty = !m_hasGiven && m_others.empty();
-  if (isEmpty && kind != Kind::mbox) reportError(m_path, "contains no messages");
+  if (isEmpty && kind != Kind::mbox) {
+    const std::lock_guard lock(m_mutex);
+    m_empty.push_back({m_given, m_path});
+  }
   if (!isEmpty || kind != Kind::mbox || !m_options.emptyIsMessage) return false;
   message = {};
   message.path = m_path;

@@ -9,7 +9,11 @@
 //              directly in it that begins like mail.
 #pragma once
 
+#include <cstdint>
+#include <deque>
+#include <limits>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -53,6 +57,9 @@ class Sources {
   /// Gives the next message; false at the end. What cannot be opened, or cannot be read to its end, is given
   /// as a message with an error. nameOf() is the name of each, also of those with an error.
   bool next(SourceMessage& message);
+  /// Reports the sources that turned out to contain no messages, as far as they come before the message with
+  /// this index. Messages may be read ahead, on any thread; what is left is reported at the end.
+  void reportEmpty(std::uint64_t index = std::numeric_limits<std::uint64_t>::max());
   /// The file or folder that the last message was found in: what an argument named, without a number or
   /// offset.
   const std::string& found() const noexcept;
@@ -67,6 +74,7 @@ class Sources {
     std::uint64_t value = 0;
   };
 
+  bool give(SourceMessage& message);
   static Wanted wantedBy(const std::string& argument);
   Result<bool> openNext();
   Result<void> open();
@@ -84,6 +92,14 @@ class Sources {
   bool m_isCounted = true;     ///< That is known: no offset was wanted before.
   bool m_isOpen = false;       ///< There may be more for m_wanted.
   bool m_hasGiven = false;     ///< Something was given for it.
+
+  struct Empty {
+    std::uint64_t index;  ///< Of the message that comes next.
+    std::string path;
+  };
+  std::uint64_t m_given = 0;  ///< Messages.
+  std::mutex m_mutex;         ///< For m_empty.
+  std::deque<Empty> m_empty;
 };
 
 /// Why something could not be read or written, for people: "No such file or directory".

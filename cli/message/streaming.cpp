@@ -14,7 +14,7 @@
 namespace mailtree::cli {
 namespace {
 
-/// The bytes of all sources; 0 when that is not known without reading them.
+/// The size of all sources in bytes; 0 when it is not known without reading them.
 std::uint64_t bytesIn(const SourceArguments& arguments) {
   constexpr std::array<std::string_view, 6> kArchives = {".gz", ".zst", ".bz2", ".zip", ".tar", ".tgz"};
   if (!arguments.lists.empty() || !arguments.nulLists.empty()) return 0;
@@ -32,9 +32,10 @@ std::uint64_t bytesIn(const SourceArguments& arguments) {
 }  // namespace
 
 void addStreamOptions(Verb verb, StreamSettings& settings) {
-  verb.addNumber("-j,--jobs", settings.jobs, "Number of threads; as many as there are cores by default",
+  verb.addNumber("-j,--jobs", settings.jobs, "Number of threads (default: one for each core)",
                  /*least=*/1, /*most=*/256);
-  verb.addFlag("--no-progress", settings.hidesProgress, "No progress bar, which a terminal gets otherwise");
+  verb.addFlag("--no-progress", settings.hidesProgress,
+               "Do not show a progress bar (default: shown on a terminal)");
 }
 
 bool hasSeveral(const SourceArguments& arguments) {
@@ -78,7 +79,7 @@ StreamOptions Streaming::options() const {
 }
 
 bool Streaming::isReadable(const SourceMessage& message) {
-  ++m_state->messages;
+  m_state->sources.reportEmpty(m_state->messages++);
   m_state->bytes += message.length;
   m_state->bar.show(m_state->messages, m_state->bytes);
   if (!message.error) return true;
@@ -95,12 +96,14 @@ StreamEnd Streaming::end() const noexcept { return m_state->end; }
 Exit Streaming::finish(StreamEnd end) {
   State& state = *m_state;
   state.end = end;
+  state.sources.reportEmpty();
   Exit result = state.worst;
   if (state.unreadable > 0 && state.messages > 1)
     reportError(std::to_string(state.unreadable) + " of " + std::to_string(state.messages) +
                 " messages could not be read");
   if (end == StreamEnd::cancelled) {
-    reportError("interrupted after " + std::to_string(state.messages) + " messages");
+    reportError("interrupted after " + std::to_string(state.messages) +
+                (state.messages == 1 ? " message" : " messages"));
     result = Exit::interrupted;
   }
   if (end == StreamEnd::noMemory) {

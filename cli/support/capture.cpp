@@ -10,6 +10,14 @@ namespace mailtree::cli {
 
 struct OutputCapture::Streams {
   std::ostringstream output, errors;
+  Captured before;  ///< What neither of them holds any more.
+
+  /// Puts what a stream holds after what was written before.
+  void cut(std::ostringstream& stream) {
+    if (stream.tellp() <= 0) return;
+    before.push_back({&stream == &errors, std::move(stream).str()});
+    stream.str({});
+  }
 };
 
 thread_local OutputCapture::Streams* OutputCapture::s_ofThread = nullptr;
@@ -19,22 +27,29 @@ OutputCapture::OutputCapture() : m_streams(std::make_unique<Streams>()) { s_ofTh
 OutputCapture::~OutputCapture() { s_ofThread = nullptr; }
 
 Captured OutputCapture::take() {
-  return {.output = std::move(m_streams->output).str(), .errors = std::move(m_streams->errors).str()};
+  m_streams->cut(m_streams->errors);
+  m_streams->cut(m_streams->output);
+  return std::move(m_streams->before);
 }
 
-std::ostream& standardOutput() noexcept {
-  return OutputCapture::s_ofThread ? OutputCapture::s_ofThread->output : std::cout;
+std::ostream& standardOutput() {
+  OutputCapture::Streams* const streams = OutputCapture::s_ofThread;
+  if (!streams) return std::cout;
+  streams->cut(streams->errors);
+  return streams->output;
 }
 
-std::ostream& standardError() noexcept {
-  if (OutputCapture::s_ofThread) return OutputCapture::s_ofThread->errors;
+std::ostream& standardError() {
+  if (OutputCapture::Streams* const streams = OutputCapture::s_ofThread) {
+    streams->cut(streams->output);
+    return streams->errors;
+  }
   clearProgressLine();
   return std::cerr;
 }
 
 void print(const Captured& captured) {
-  std::cout << captured.output;
-  if (!captured.errors.empty()) standardError() << captured.errors;
+  for (const CapturedText& part : captured) (part.isError ? standardError() : std::cout) << part.text;
 }
 
 }  // namespace mailtree::cli

@@ -4,20 +4,23 @@
 #include <iosfwd>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace mailtree::cli {
 
 /// Where results go: std::cout, or what an OutputCapture of this thread keeps.
-std::ostream& standardOutput() noexcept;
+std::ostream& standardOutput();
 /// Where errors go: std::cerr, or what an OutputCapture of this thread keeps.
-std::ostream& standardError() noexcept;
+std::ostream& standardError();
 
-/// What a thread wrote to both.
-struct Captured {
-  std::string output, errors;
+/// What a thread wrote, in order.
+struct CapturedText {
+  bool isError;
+  std::string text;
 };
+using Captured = std::vector<CapturedText>;
 
-/// Writes it, the output first. On the main thread, which has no capture of its own.
+/// Writes it. On the main thread, which has no capture of its own.
 void print(const Captured& captured);
 
 /// Keeps what its thread writes, as long as it lives. One at a time for each thread.
@@ -32,8 +35,8 @@ class OutputCapture {
 
  private:
   struct Streams;
-  friend std::ostream& standardOutput() noexcept;
-  friend std::ostream& standardError() noexcept;
+  friend std::ostream& standardOutput();
+  friend std::ostream& standardError();
 
   static thread_local Streams* s_ofThread;
   std::unique_ptr<Streams> m_streams;

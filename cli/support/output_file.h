@@ -17,8 +17,8 @@ struct Destination {
   std::string path;    ///< Empty or "-" is standard output.
   bool force = false;  ///< An existing file may be overwritten.
 
-  /// Only regular files, and names that lead to nothing, need `force`: writing to a device or a pipe
-  /// overwrites nothing.
+  /// `refuse` for regular files and new names, unless `force`; writing to a device or a pipe overwrites
+  /// nothing.
   Existing existing() const;
 };
 

@@ -1,6 +1,7 @@
 #include "mailtree/message/MessageStream.h"
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <filesystem>
 #include <list>
@@ -23,6 +24,8 @@ constexpr std::uint64_t kBatchBytes = std::uint64_t{256} << 10;
 /// Of files, whose sizes are not known before.
 constexpr std::uint64_t kLargeBatch = std::uint64_t{1} << 20;
 constexpr std::size_t kBatchesPerThread = 8;
+/// A batch that is filled more slowly, from a pipe, is worked on before it is full.
+constexpr std::chrono::milliseconds kBatchTime{20};
 /// A message in a file of its own that is longer waits for its share of the budget.
 constexpr std::uint64_t kSmallFile = std::uint64_t{1} << 20;
 /// The largest buffers that are used again: those of a batch, and the one of a thread.
@@ -238,7 +241,10 @@ class Stream {
 
   /// False when the feed has come to its end.
   bool fill(StreamBatch& batch) {
-    while (batch.count < kBatchMessages && batch.bytes < kBatchBytes && !mustEnd()) {
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point last = Clock::now() + kBatchTime;
+    const auto isInTime = [&] { return batch.count == 0 || Clock::now() < last; };
+    while (batch.count < kBatchMessages && batch.bytes < kBatchBytes && isInTime() && !mustEnd()) {
       const bool hasRoom = neverThrow(false, [&] {
         if (batch.messages.size() == batch.count) batch.messages.emplace_back();
         return true;
