@@ -189,9 +189,10 @@ class Exporter {
   /// Of messages that an earlier call could not read: they are not tried again.
   Exit reportUnreadable() const {
     if (m_file.unreadable() == 0) return Exit::fine;
-    reportError(m_options.out.path,
-                "is without what could not be read: " + std::to_string(m_file.unreadable()) +
-                    (m_file.unreadable() == 1 ? " message" : " messages") + "; --force tries again");
+    const bool isOne = m_file.unreadable() == 1;
+    reportError(m_options.out.path, std::to_string(m_file.unreadable()) + (isOne ? " message" : " messages") +
+                                        " could not be read and " + (isOne ? "is" : "are") +
+                                        " missing; --force tries again");
     return Exit::unreadable;
   }
 
@@ -249,13 +250,14 @@ void addExport(Verb app, Action& action) {
   addSources(verb, options->sources);
   const Option json =
       verb.addFlag("--json", options->json, "One Email object of JMAP (RFC 8621) on each line, and more");
-  const Option csv = verb.addFlag("--csv", options->csv, "Comma-separated values with a title line");
+  const Option csv = verb.addFlag("--csv", options->csv, "Comma-separated values with a header row");
   const Option text =
-      verb.addText("--text", options->textFolder, "A text file for each message in this folder");
+      verb.addText("--text", options->textFolder, "Write a text file for each message to this folder");
   text.kind(kFolder);
   json.excludes(csv).excludes(text);
   csv.excludes(text);
-  verb.addText("--properties", options->properties, "Only these, separated by commas").excludes(text);
+  verb.addText("--properties", options->properties, "Only these properties, separated by commas")
+      .excludes(text);
   verb.addText("--attachments", options->attachments,
                "Save attachments in this folder, each content once, named by its SHA-256 (blobId)")
       .kind(kFolder);
