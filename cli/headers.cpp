@@ -25,7 +25,7 @@ struct HeadersOptions {
   }
 };
 
-/// Raw text keeps its line folding: byte for byte in a file, only harmless characters on a terminal.
+/// The raw value: byte for byte in a file; on a terminal only harmless characters, each line indented alike.
 std::string rawText(std::string_view value) {
   if (!standardOutputIsTerminal()) return std::string(value);
   std::string text;

@@ -97,7 +97,7 @@ Exit countRows(CsvTable& table, const Letter& letter, std::uint64_t& rows) {
   return Exit::negative;
 }
 
-/// Reports an error if the table has changed since it was checked.
+/// Writes a message for each row. Fails when there are fewer rows now, or an invalid one.
 Exit writeMessages(CsvTable& table, const Letter& letter, std::uint64_t messages, MergeTarget& target) {
   ProgressBar bar(table.size(), "rows");
   Exit result = Exit::fine;
@@ -195,7 +195,7 @@ void addMerge(Verb app, Action& action) {
       "Recipient of each message: a column with an address or 'Name <address>', or a pattern such as "
       "'{{name}} <{{email}}>'");
   verb.addRepeated("--attach-field", options->attachFields,
-                   "Column with a file to attach, FILE or FILE:TYPE; none where it is empty");
+                   "Column that names a file to attach, FILE or FILE:TYPE; an empty cell attaches nothing");
   verb.addText("--key", options->key, "Pattern of a placeholder, with %s for the column (default: {{%s}})");
   verb.addFlag("--raw-html", options->rawHtml, "Insert values into HTML without escaping");
   addDestinations(verb, *options);

@@ -157,7 +157,7 @@ std::shared_ptr<AnswerOptions> addAnswerOptions(Verb verb, Action& action, Make 
 
 void addContentOptions(Verb verb, AnswerOptions& options) {
   addTextOptions(verb, options.bodies);
-  verb.addFlag("--in-clear", options.inClear, "Allow an answer to encrypted mail to be written unencrypted");
+  verb.addFlag("--in-clear", options.inClear, "Allow an unencrypted answer to encrypted mail");
   addReadingKeyOptions(verb, options.keys);
 }
 
@@ -168,10 +168,10 @@ void addReply(Verb app, Action& action) {
   const auto options = addAnswerOptions(verb, action, makeReply);
   verb.addFlag("--all", options->all, "Reply to all recipients, too");
   verb.addFlag("--list", options->list, "Reply to the mailing list instead of the author");
-  verb.addRepeated("--own", options->own, "Another address of your own, which gets no copy");
+  verb.addRepeated("--own", options->own, "Another of your own addresses; it gets no copy");
   verb.addText("--quote", options->quote, "How to quote (default: lines, with > before each)")
       .oneOf({"lines", "block", "none"});
-  verb.addFlag("--attachments", options->attachments, "Take the attachments along");
+  verb.addFlag("--attachments", options->attachments, "Include the attachments");
   verb.addFlag("--automatic", options->automatic,
                "Mark it as written by a program; refused for messages of programs and lists");
   addContentOptions(verb, *options);
@@ -201,8 +201,8 @@ void addResend(Verb app, Action& action) {
   verb.addRepeated("--bcc", options->bcc, "Hidden recipients, in the envelope but not in the message");
   verb.addFlag("--keep-bcc", options->keepBcc, "Write hidden recipients into the message too");
   verb.setFooter(
-      "Fields before the header (Resent-From, ...) name the sender and the recipients. The message\n"
-      "itself is not changed, and its signature stays valid.\n"
+      "Resent-From, Resent-To and others are added before the header. The message itself is not\n"
+      "changed, and its signature stays valid.\n"
       "Example:\n  mailtree resend mail.eml --from jo@see.example --to anna@berg.example | mailtree send -");
 }
 

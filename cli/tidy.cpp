@@ -67,14 +67,15 @@ void addTidy(Verb app, Action& action) {
   const Verb verb = app.addVerb("tidy", "Clean up a message");
   addSources(verb, options->sources);
   verb.addFlag("--unspam", options->unspam, "Remove from the HTML what is meant to defeat spam filters");
-  verb.addFlag("--strip-paths", options->stripPaths, "Remove folders from attachment names");
+  verb.addFlag("--strip-paths", options->stripPaths, "Strip directories from the names of attachments");
   verb.addFlag("--safe-encodings", options->safeEncodings,
                "Encode 8-bit text and parts labelled binary for any server");
   addOutput(verb, options->output);
   addStoreOutput(verb, "--out", options->store, kStoreDescription).excludes("--output");
   addStreamOptions(verb, options->stream);
   verb.setFooter(
-      "At least one of the three is required. --unspam does not make HTML safe to display.\n"
+      "At least one of --unspam, --strip-paths and --safe-encodings is required. --unspam does not make HTML "
+      "safe to display.\n"
       "Example:\n  mailtree tidy --strip-paths --safe-encodings mail.eml -o clean.eml\n"
       "  mailtree tidy --safe-encodings box.mbox --out maildir:Clean");
   verb.whenChosen([options, &action] { action = [options] { return tidyAll(*options); }; });

@@ -31,7 +31,7 @@ struct ListStyle {
 std::string listLetters();
 /// The names of all fields, for help.
 std::string listFieldNames();
-/// The fields of a list such as "date,subject"; a null pointer for one that does not exist.
+/// The field of each name, ignoring case; a null pointer for one that does not exist.
 std::vector<const ListField*> listFieldsNamed(const std::vector<std::string>& names);
 /// All of them.
 std::vector<const ListField*> allListFields();
@@ -42,7 +42,7 @@ struct ListLine {
 };
 
 ListLine lineOf(LazyMessage& message, const ListStyle& style);
-/// The whole line with its end. In a table the subject is indented by `depth`; JSON says it.
+/// The whole line with its end. In a table the subject is indented by `depth`; JSON has it as a member.
 /// @param thread  a number from 1; 0: without threads.
 std::string textOf(const ListLine& line, const ListStyle& style, std::uint64_t thread = 0,
                    std::size_t depth = 0);

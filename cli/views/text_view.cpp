@@ -82,8 +82,8 @@ void writeAllFields(std::ostream& out, const Email2& root, const Style& style) {
               std::string(root.m_header.fieldName(i)) + ": " + root.m_header.decodedValue(i));
 }
 
-/// Writes one line per layer, and one for each field that differs inside. With all header fields shown, the
-/// result is always stated, because one of those fields could claim otherwise.
+/// Writes one line per layer, and one for each displayed field that differs inside. With all header fields
+/// shown, "Signed: no" is written too, because one of those fields could claim otherwise.
 void writeSecurity(std::ostream& out, const Security& security, const TextOptions& options) {
   const Style& style = options.style;
   if (!security.layers.empty() || options.headers) out << '\n';
@@ -100,8 +100,8 @@ void writeSecurity(std::ostream& out, const Security& security, const TextOption
       writeField(out, style, "Inside", field.name + (field.inside.empty() ? ": none" : ": " + field.inside));
 }
 
-/// The branches drawn to the left of a row: one column for each ancestor with later siblings. Rows
-/// must come depth-first.
+/// The branches drawn to the left of a row: one column for each ancestor, with a line
+/// where that one has later siblings. Rows must come depth-first.
 class Branches {
  public:
   explicit Branches(const Drawing& drawing) : m_drawing(drawing) {}

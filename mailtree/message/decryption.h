@@ -19,7 +19,7 @@ struct DecryptedMessage {
 };
 
 /// Decrypts a message that is encrypted as a whole, with the keys of a store. The outer header is kept,
-/// except that fields of the innermost encrypted content replace outer ones and describe the content.
+/// except for fields that the innermost encrypted content has too, its Content- fields among them.
 DecryptedMessage decryptMessage(std::string_view message, SystemCerts& certs);
 
 }  // namespace mailtree

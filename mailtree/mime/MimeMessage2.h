@@ -1,6 +1,6 @@
 // mime/MimeMessage2.h - one MIME entity of a parse tree: loading reads it, edits it and takes its content.
 //
-//   Lifetime   A parse tree lives for one load. Bodies are moved out of it, never copied.
+//   Lifetime   A parse tree lives for one load. Loading moves bodies out of it.
 //   Ownership  A parent owns its parts. createNewObject, extractPart and getAppleDoubleAttachment transfer
 //              ownership to the caller; add*/replacePart take it.
 //   Bodies     Decoded from their transfer encoding. Text that output converts back is in utf-8;
@@ -153,9 +153,8 @@ class MAILTREE_API MimeMessage2 final : public SorvikObject {
   void copyMimeBody(DataBuffer& out, LogBase& log) const;  ///< Appends.
   void extractMimeBody(DataBuffer& out, LogBase& log);     ///< Moves; this body is empty afterwards.
   void clearMimeBody() { m_body.clear(); }
-  /// For a multipart/appledouble, a new entity holding its data fork (the child that is not
-  /// application/applefile) as an attachment, owned by the caller; null elsewhere. The data fork's body is
-  /// moved out.
+  /// Removes the data fork of a multipart/appledouble (its first child that is not application/applefile)
+  /// and returns it as an attachment, owned by the caller; null elsewhere.
   MimeMessage2* getAppleDoubleAttachment(LogBase& log);
   /// Decodes a body whose transfer encoding is X-UUencode, or an alias of it, in place; the encoding becomes
   /// base64. A body without a decodable block stays as it is.

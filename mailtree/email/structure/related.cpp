@@ -186,7 +186,7 @@ void Email2::addRelatedContent(Email2* item, LogBase& log) {
 void Email2::dropRelatedItem(int index) {
   Email2* const related = findRelated(*this);
   if (!related || index < 0) return;
-  int before = -1;  // the first subpart never counts as an item
+  int before = -1;  // other than in getRelatedItem(), the first subpart never counts
   for (int i = 0; i < related->m_subParts.getSize(); ++i) {
     const Email2* const child = related->m_subParts.at<Email2>(i);
     if (!child) continue;

@@ -316,9 +316,9 @@ bool AddressReader::mayBeLocalPart(Range range) const {
   return isOneWord && isAscii(m_tokens[range.begin].text);
 }
 
-// Whether a token continues the address of the token before it. Obsolete syntax has blanks around "@" and
-// ".". They are ignored within angle brackets; outside, only a dot with blanks on both sides is joined,
-// because "Dr. a@b" is not an address.
+// Whether a token continues the address of the token before it. Obsolete syntax allows blanks around "@" and
+// ".". Those around "@" and before a dot are ignored; those after a dot only in angle brackets, or when there
+// are blanks on both sides, because in "Dr. a@b" the first word is not part of the address.
 bool AddressReader::joins(Index token, bool inAngle) const noexcept {
   const AddressToken& left = m_tokens[token - 1];
   const AddressToken& right = m_tokens[token];
