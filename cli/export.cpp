@@ -46,7 +46,7 @@ std::vector<std::string> wordsAt(std::string_view text, char separator) {
   return words;
 }
 
-/// The same for what is the same work, whatever the number of threads.
+/// What decides the output, to tell whether --resume continues the same work.
 std::string keyOf(const ExportOptions& options, const Shard& shard) {
   std::string key;
   for (const auto* const list : {&options.sources.paths, &options.sources.lists, &options.sources.nulLists}) {
@@ -64,7 +64,7 @@ Exit fail(const Error& error) {
   return Exit::unreadable;
 }
 
-/// What a thread makes of a message.
+/// The record of a message, or why there is none.
 struct Made {
   std::string record = {};
   LimitSet limits = {};
@@ -118,7 +118,7 @@ class Exporter {
     return Exit::fine;
   }
 
-  /// Passes the messages that are done.
+  /// Skips the messages that are done.
   MessageFeed skipping(MessageFeed feed) {
     return [this, feed = std::move(feed), toPass = m_file.messages()](SourceMessage& message) mutable {
       const bool passes = toPass > 0;
@@ -141,11 +141,11 @@ class Exporter {
     return m_options.textFolder + "/" + name + "-" + sha256Hex(place).substr(0, 8) + ".txt";
   }
 
-  /// On any thread.
+  /// Called by any thread.
   Made make(SourceMessage& source) {
     const bool isText = !m_options.textFolder.empty();
     const std::string path = isText ? textPathOf(source) : std::string();
-    // A text is never empty, but a file may be after a loss of power.
+    // A text is never empty; an empty file is left over from a loss of power.
     std::error_code failed;
     if (isText && m_options.resume && std::filesystem::file_size(path, failed) > 0 && !failed) return {};
     Result<mailtree::Message> message = mailtree::Message::parse(source.bytes, {.keys = &m_keys.all});
@@ -186,7 +186,7 @@ class Exporter {
     }
   }
 
-  /// Of messages that an earlier call could not read: they are not tried again.
+  /// Messages that an earlier run could not read are not tried again.
   Exit reportUnreadable() const {
     if (m_file.unreadable() == 0) return Exit::fine;
     const bool isOne = m_file.unreadable() == 1;
@@ -196,7 +196,7 @@ class Exporter {
     return Exit::unreadable;
   }
 
-  /// Files are on disk before the journal says that their messages are done.
+  /// Attachments go to disk first: the journal never names a message whose files are not there.
   Result<void> save() {
     if (!m_options.attachments.empty())
       if (Result<void> done = m_attachments.flush(); !done) return done;

@@ -38,7 +38,7 @@ std::unique_ptr<MergeTarget> targetOf(const MergeOptions& options) {
                                  : mailboxTarget(options.mailbox, options.force);
 }
 
-/// What is made from each row.
+/// The template, and the columns that add to it.
 struct Letter {
   MergeTemplate form;
   RowFiles files;
@@ -73,8 +73,8 @@ Exit prepare(const MergeOptions& options, const CsvTable& table, Letter& letter)
   return Exit::fine;
 }
 
-/// Reads the next row and checks its addresses and files. False at the end, and after reporting an error,
-/// with `result` set.
+/// Reads the next row and checks its addresses and files. False at the end, or after reporting an
+/// error, which then is `result`.
 bool nextGoodRow(CsvTable& table, const Letter& letter, CsvRow& row, Exit& result) {
   if (!table.next(row)) {
     if (table.failed()) result = Exit::unreadable;
@@ -87,7 +87,7 @@ bool nextGoodRow(CsvTable& table, const Letter& letter, CsvRow& row, Exit& resul
   return false;
 }
 
-/// Checks the whole table first, because nothing is written when any row is wrong.
+/// Checks the whole table first: if any row is wrong, nothing is written.
 Exit countRows(CsvTable& table, const Letter& letter, std::uint64_t& rows) {
   Exit result = Exit::fine;
   CsvRow row;

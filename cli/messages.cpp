@@ -98,7 +98,7 @@ std::string fileNameOf(const InnerMessage& message) {
   return name.extractString();
 }
 
-/// Continues after a file that cannot be written.
+/// Writes the messages to files; one that cannot be written does not stop the others.
 Exit writeToFolder(const MessagesOptions& options, InnerMessages& messages, MessageFolders& folders) {
   Exit result = Exit::negative;
   while (const InnerMessage* message = messages.next()) {
@@ -197,7 +197,8 @@ void addMessages(Verb app, Action& action) {
   addDestinations(verb, *options);
   verb.setFooter(
       "A message inside message 2 has the number 2/0. \"Part\" is the number of its part in show.\n"
-      "Messages are written byte for byte, under names that sort by date. Every name is printed.\n\n"
+      "Messages are written byte for byte, under names that sort by date. The path of each file in a folder "
+      "is printed.\n\n"
       "Example:\n  mailtree messages samples/digest.eml\n"
       "  mailtree messages mail.eml --extract 0 -o - | mailtree show -\n"
       "  mailtree messages mail.eml --all --dir inner");

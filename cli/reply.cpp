@@ -109,7 +109,7 @@ Result<mailtree::Message> makeResent(const mailtree::Message& message, const Ans
   return message.resend({.from = answer.from, .to = answer.to, .cc = answer.cc, .bcc = answer.bcc});
 }
 
-/// What the user can do about an error.
+/// A hint at what the user can do about an error.
 const char* adviceFor(const Error& error, Make make) {
   switch (error.code) {
     case ErrorCode::noRecipient: return "; use --to";
@@ -143,7 +143,7 @@ Exit run(const AnswerOptions& options, Make make) {
   return worse(limits, writeMessage(*made, options.output, {.bcc = options.keepBcc, .inClear = true}));
 }
 
-/// Adds what all verbs that answer have.
+/// Adds the options that reply, forward and resend have in common.
 std::shared_ptr<AnswerOptions> addAnswerOptions(Verb verb, Action& action, Make make) {
   auto options = std::make_shared<AnswerOptions>();
   verb.addText("FILE", options->file, "Message; - is standard input").required();

@@ -21,8 +21,8 @@ struct TidyOptions {
   std::string store;
 };
 
-/// Cleans the displayed HTML in place. The library would search for the place of a new HTML body, and add a
-/// second one when the existing one is not an alternative of the text.
+/// Cleans the displayed HTML in place. Setting a new HTML body would add a second one when the existing one
+/// is not in a multipart/alternative.
 void cleanHtml(Email2& email, LogBase& log) {
   Email2* const part = email.getHtmlAlternative();
   if (!part || part->getNumParts() > 0 || !isConvertibleText(part->traits())) return;

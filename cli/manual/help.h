@@ -8,10 +8,10 @@
 
 namespace mailtree::cli {
 
-/// Lines of at most this many columns, broken between words.
+/// The help text, broken between words into lines of at most so many columns.
 std::string helpText(const VerbFacts& verb, std::size_t columns);
 
-/// Prints the help of a verb on standard output, as wide as its terminal.
+/// Prints the help of a verb to standard output, as wide as the terminal.
 Exit printHelp(const CLI::App& verb);
 
 }  // namespace mailtree::cli

@@ -32,13 +32,13 @@ Target targetNamed(const std::string& text) {
 }
 
 Target subfolderOf(const Target& target, const std::string& folder) {
-  if (target.kind == Target::Kind::maildir) {  // Maildir++ has all of them side by side
+  if (target.kind == Target::Kind::maildir) {  // Maildir++ folders are all at the top: ".a.b"
     std::string name = folder;
     std::ranges::replace(name, '/', '.');
     return {target.kind, target.path + "/." + name};
   }
   const std::filesystem::path path = std::filesystem::path(target.path) / folder;
-  std::error_code ignored;  // opening it says what is wrong
+  std::error_code ignored;  // a failure is reported when it is opened
   std::filesystem::create_directories(path.parent_path(), ignored);
   return {target.kind, path.string()};
 }

@@ -14,10 +14,11 @@ void reportError(std::string_view problem);
 /// Writes "mailtree: FILE: PROBLEM"; an empty name shows as ''.
 void reportError(std::string_view file, std::string_view problem);
 
-/// Reports a wrong option or argument; returns usage.
+/// Reports a wrong option or argument; returns Exit::usage.
 Exit usageError(std::string_view option, std::string_view problem);
 
-/// Flushes standard output; unreadable, after reporting an error, when not all of it could be written.
+/// Flushes standard output. When not all of it could be written, reports an error and returns
+/// Exit::unreadable.
 Exit finishStandardOutput();
 
 }  // namespace mailtree::cli

@@ -12,7 +12,7 @@ namespace mailtree::cli {
 
 class Verb;
 
-/// What -o and --force say.
+/// The values of -o and --force.
 struct Destination {
   std::string path;    ///< Empty or "-" is standard output.
   bool force = false;  ///< An existing file may be overwritten.
@@ -22,7 +22,7 @@ struct Destination {
   Existing existing() const;
 };
 
-/// Why a file could not be written: that its name is taken, or what was logged.
+/// Why a file could not be written: its name is taken, or the logged error.
 std::string problemOfOutput(const std::string& path, Existing existing, const std::string& logged);
 
 /// Adds the options -o and --force of a verb that writes a message.
@@ -48,7 +48,7 @@ class TextFile {
 
   Destination m_to;
   Readers m_readers;
-  std::string m_text;  ///< Held back from standard output until commit().
+  std::string m_text;  ///< For standard output, printed by commit().
   FileOutput m_sink;
 };
 

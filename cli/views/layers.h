@@ -1,4 +1,4 @@
-// cli/views/layers.h - signed and encrypted layers described for people.
+// cli/views/layers.h - descriptions of signed and encrypted layers for people.
 #pragma once
 
 #include <string>
@@ -17,8 +17,8 @@ struct Check {
 
 std::vector<Check> checksOf(const SecurityLayer& layer, const Security& security);
 
-/// The result of the checks in a few words: "signature valid, signer trusted". Always says what a signature
-/// does not cover.
+/// The result of the checks in a few words: "signature valid, signer trusted". A signature that does not
+/// cover everything always says so.
 struct LayerSummary {
   bool isFaultless;
   std::string text;
@@ -26,11 +26,11 @@ struct LayerSummary {
 
 LayerSummary summaryOf(const SecurityLayer& layer, const Security& security);
 
-/// The verdict in words. Where trust anchors are missing it names the option that gives them.
+/// The verdict in words. Where no trust anchors were given it names the option for them.
 std::string verdictOf(const Security& security);
 
 /// Names the signer: the From address when a signature has no fault, else nameOf() the first signer. Empty
-/// when that one is unknown.
+/// when that one has no certificate.
 std::string nameOfSigner(const SecurityLayer& layer, const Security& security);
 /// "anna@berg.example", else the subject; in quotes when it is more than one word.
 std::string nameOf(const CertificateInfo& certificate);

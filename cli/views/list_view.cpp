@@ -149,7 +149,7 @@ std::string minuteText(const std::optional<Date>& date) {
   return text;
 }
 
-/// What a message is, as one letter each in a column of its own.
+/// Letters for what a message has; each has a column of its own.
 constexpr struct {
   char letter;
   const char* meaning;
@@ -180,7 +180,7 @@ std::string rightAligned(std::string_view text, std::size_t width) {
   return padding(width, displayWidth(text)) + std::string(text);
 }
 
-/// The end of a name says more than its beginning.
+/// Cut at the front, because the end of a path says more.
 std::string endOfName(const std::string& name, std::size_t width) {
   if (displayWidth(name) <= width) return leftAligned(name, width);
   std::size_t begin = name.size() - std::min(name.size(), width - 1);
@@ -190,7 +190,7 @@ std::string endOfName(const std::string& name, std::size_t width) {
 
 ListLine tableLine(LazyMessage& message, const ListStyle& style) {
   constexpr std::size_t kNumber = 6, kSize = 7, kWideTerminal = 100;
-  const bool isWide = style.columns >= kWideTerminal;  // elsewhere the subject needs the room
+  const bool isWide = style.columns >= kWideTerminal;  // on a narrow one the subject needs the room
   const std::string name = style.hasNames ? printable(nameOf(message.source())) : "";
   const Address from = message.from();
   ListLine line;

@@ -22,8 +22,8 @@ enum class ListForm {
 /// How messages are listed. Any number of threads may use it.
 struct ListStyle {
   ListForm form = ListForm::table;
-  std::vector<const ListField*> fields;  ///< Of all forms but the table.
-  std::size_t columns = 0;               ///< Of the terminal; 0: lines are not cut.
+  std::vector<const ListField*> fields;  ///< Ignored for a table.
+  std::size_t columns = 0;               ///< The width of the terminal; 0: lines are not cut.
   bool hasNames = false;                 ///< In a table: names of messages instead of their numbers.
 };
 
@@ -36,7 +36,7 @@ std::vector<const ListField*> listFieldsNamed(const std::vector<std::string>& na
 /// All of them.
 std::vector<const ListField*> allListFields();
 
-/// A message as a line without its end, in two pieces: what shows its place in a thread comes between.
+/// A line without its end, cut where the indentation of a thread goes.
 struct ListLine {
   std::string begin, rest;
 };

@@ -26,13 +26,13 @@ constexpr unsigned kIdRandomBytes = 16;
 
 std::atomic<unsigned> corruptObjects{0};
 
-/// Different at each call in this process.
+/// A counter of this process.
 std::uint32_t nextSerial() noexcept {
   static std::atomic<std::uint32_t> serial{0};
   return serial.fetch_add(1, std::memory_order_relaxed);
 }
 
-/// Fills bytes from the system call; returns how many.
+/// Fills bytes by getrandom(); returns the number filled.
 std::size_t fillFromKernel([[maybe_unused]] unsigned char* bytes,
                            [[maybe_unused]] std::size_t size) noexcept {
   std::size_t done = 0;
@@ -85,7 +85,7 @@ void Psdk::sleepMs(unsigned milliseconds) {
 void Psdk::generateBoundary(StringBuffer& out, LogBase& log) {
   out.setString("----=_");
   if (UniqueIdSource::genUniqueId(out)) return;
-  // Still unique in this process, and unlikely to equal one of another process.
+  // Still unique in this process, and unlikely in another one.
   log.logError("No randomness for a boundary");
   const auto now = std::chrono::system_clock::now().time_since_epoch().count();
   out.appendHexDataNoWS(&now, sizeof now);
@@ -107,7 +107,7 @@ bool RandomSource::genRandomBytes(unsigned count, DataBuffer& out) {
   if (!bytes) return false;
   std::size_t done = fillFromKernel(bytes, count);
   if (done < count)
-    done += fillFromDevice(bytes + done, count - done);  // opening the device costs more than the bytes
+    done += fillFromDevice(bytes + done, count - done);  // last, because opening the device is slow
   out.shorten(count - done);
   return done == count;
 }

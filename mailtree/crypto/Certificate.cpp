@@ -22,7 +22,7 @@ namespace {
 
 using X509Handle = Handle<X509, X509_free>;
 
-/// What keys of an algorithm can do, and the key usage required to encrypt to one.
+/// What keys of an algorithm can be used for, and the key usage required for encryption to them.
 struct KeyKind {
   std::string_view algorithm;
   bool signs;
@@ -58,13 +58,13 @@ bool encode(const X509* x509, DataBuffer& der) {
   return bytes && i2d_X509(x509, &bytes) == size;
 }
 
-/// Whether an address is safe in a list or a log: one with a NUL or a line break is an
-/// attack, not an address.
+/// Whether an address has no control characters: one with a NUL or a line break is an attack, not an
+/// address.
 bool isPlainAddress(std::string_view address) {
   return !address.empty() && std::none_of(address.begin(), address.end(), isControlAscii);
 }
 
-/// Addresses read from one certificate. Real ones have a handful.
+/// The most addresses read from one certificate. Real ones have a handful.
 constexpr std::size_t kMaxAddresses = 100;
 
 void addAddress(std::vector<std::string>& addresses, const ASN1_STRING* text) {
@@ -79,7 +79,7 @@ void addAddress(std::vector<std::string>& addresses, const ASN1_STRING* text) {
     addresses.emplace_back(address);
 }
 
-/// An rfc822Name, or the utf-8 mailbox of RFC 9598; null for any other name.
+/// An rfc822Name, or the SmtpUTF8Mailbox of RFC 9598; null for any other name.
 const ASN1_STRING* mailboxOf(const GENERAL_NAME& name) {
   if (name.type == GEN_EMAIL) return name.d.rfc822Name;
   if (name.type != GEN_OTHERNAME) return nullptr;
@@ -170,7 +170,7 @@ Owned<Certificate> CertificateReader::withKey(const Certificate& certificate, Na
   return make(certificate.native(), &key);
 }
 
-/// Adds references of its own.
+/// Adds references to both.
 Owned<Certificate> CertificateReader::make(NativeCertificate* native, NativeKey* key) {
   const QuietErrors quiet;
   auto* const x509 = reinterpret_cast<X509*>(native);
@@ -186,7 +186,7 @@ Owned<Certificate> CertificateReader::make(NativeCertificate* native, NativeKey*
   made->m_emailAddresses = addressesOf(x509);
   made->m_keyAlgorithm = keyAlgorithmOf(x509, published);
   made->m_keyBits = published ? EVP_PKEY_get_bits(published) : 0;
-  // An unreadable time makes it never valid.
+  // A certificate with an unreadable time is never valid.
   made->m_notBefore = secondsOf(X509_get0_notBefore(x509), std::numeric_limits<std::int64_t>::max());
   made->m_notAfter = secondsOf(X509_get0_notAfter(x509), std::numeric_limits<std::int64_t>::min());
   made->m_isSelfIssued = X509_NAME_cmp(X509_get_subject_name(x509), X509_get_issuer_name(x509)) == 0;
@@ -235,7 +235,7 @@ bool Certificate::isFitFor(CertificateUse use) const noexcept {
       std::ranges::find(kKeyKinds, std::string_view(m_keyAlgorithm), &KeyKind::algorithm);
   if (kind == std::end(kKeyKinds)) return false;
   auto* const x509 = nativeAs<X509>(*this);
-  // The library reports all bits set when the extension is absent.
+  // OpenSSL reports all bits set when the extension is absent.
   if ((X509_get_extended_key_usage(x509) & (XKU_SMIME | XKU_ANYEKU)) == 0) return false;
   const std::uint32_t usage = X509_get_key_usage(x509);
   if (use == CertificateUse::encrypt) return (usage & kind->encryptUsage) != 0;

@@ -37,12 +37,12 @@ class UnwrapInfo;
 class _clsCades;
 class MimeMessage2;
 
-/// Where an entity is in the text it was parsed from. Parts of a multipart that was transfer-encoded as a
-/// whole are nowhere in it.
+/// The place of an entity in the text it was parsed from. Parts of a multipart that was transfer-encoded as a
+/// whole have none.
 struct EntityPlace {
   const MimeMessage2* entity;
   std::size_t begin, bodyBegin;
-  std::size_t end;  ///< Of the body of a leaf.
+  std::size_t end;  ///< Where the body of a leaf ends.
 };
 
 class MAILTREE_API MimeMessage2 final : public SorvikObject {
@@ -50,7 +50,7 @@ class MAILTREE_API MimeMessage2 final : public SorvikObject {
   MimeMessage2() = default;
   MimeMessage2(const MimeMessage2&) = delete;
   MimeMessage2& operator=(const MimeMessage2&) = delete;
-  ~MimeMessage2() override;  ///< Iterative at any depth.
+  ~MimeMessage2() override;  ///< Not recursive, for trees of any depth.
   static void operator delete(MimeMessage2* entity, std::destroying_delete_t) noexcept {
     destroyInSlab(entity);
   }
@@ -66,22 +66,21 @@ class MAILTREE_API MimeMessage2 final : public SorvikObject {
   bool loadMimeComplete2(const char* data, unsigned size, bool keepInput, StringBuffer& scratch, LogBase& log,
                          bool option);
   bool loadMimeCompleteDb(DataBuffer& mime, LogBase& log);
-  /// The parser of the three functions above. `parts` is the number of parts allowed;
+  /// What the three functions above use. `parts` is the number of parts allowed;
   /// the parts used are subtracted from it.
   bool loadText(std::string_view mime, int& parts, LogBase& log);
   bool loadText(std::string_view mime, LogBase& log);
   /// The same, and lists where each entity is, in the order in which they begin.
   bool loadText(std::string_view mime, std::vector<EntityPlace>& places, LogBase& log);
-  /// The same for the content of an entity at that level of a tree (the message is level 1). Nothing may
+  /// The same for the content of an entity at a level of a tree (the message is level 1). Nothing may
   /// precede its header, which ends at the first empty line.
   /// @param origin  the entity's Origin.
   /// @param parts   parts still allowed; the parts used are subtracted from it.
   bool loadContent(std::string_view mime, int level, Origin origin, int& parts, LogBase& log);
-  /// Parses this entity again from its received bytes, and keeps them. The signed multiparts
-  /// inside it get their received bytes that way: the parser keeps them for the outermost one
-  /// only. Does nothing without received bytes.
+  /// Parses this entity again from its received bytes, which stay, so that signed multiparts inside it get
+  /// theirs too: the parser records them for the outermost one only. Does nothing without received bytes.
   bool reloadReceived(int level, int& parts, LogBase& log);
-  /// Strips directory parts from every attachment file name in the tree.
+  /// Strips directories from every attachment file name in the tree.
   void makeAttachmentFilenamesRelative(LogBase& log);
 
   // Reading
@@ -118,7 +117,7 @@ class MAILTREE_API MimeMessage2 final : public SorvikObject {
 
   // Changing
 
-  /// Merges all fields of this name into the first; the decoded addresses are the same.
+  /// Merges all fields of this name into the first; the decoded addresses do not change.
   void collapseMultiple(const char* field, LogBase& log);
   /// Replaces the media type; `refreshHeader` also rewrites the field.
   void setContentType(const char* type, bool refreshHeader, LogBase& log);
@@ -136,8 +135,7 @@ class MAILTREE_API MimeMessage2 final : public SorvikObject {
   void setMimeBody8Bit_2(const void* data, unsigned size, const _svCharset& charset, bool isText,
                          LogBase& log);
   void setMimeBodyBinary2(const unsigned char* data, unsigned size, LogBase& log);  ///< Null or 0 empties it.
-  /// Takes over type, disposition and transfer encoding of another entity, field by field as they were
-  /// received.
+  /// Copies the fields for type, disposition and transfer encoding of another entity as they were received.
   void copyContentFields(const MimeMessage2& from);
   /// Takes the Content- fields, body and parts of another entity. All other fields stay.
   void adoptContent(MimeMessage2& content);
@@ -148,7 +146,7 @@ class MAILTREE_API MimeMessage2 final : public SorvikObject {
   MimeMessage2* extractPart(int index);     ///< Owned by the caller; null when out of range.
   /// Deletes a part of a tree that is taken apart: its place stays, and getPart() returns null for it.
   void deletePart(int index) noexcept;
-  /// Replaces a part. Does not delete the old one, which the caller owns.
+  /// Replaces a part. The caller takes ownership of the old one.
   void replacePart(int index, MimeMessage2* part, LogBase& log);
   void copyMimeBody(DataBuffer& out, LogBase& log) const;  ///< Appends.
   void extractMimeBody(DataBuffer& out, LogBase& log);     ///< Moves; this body is empty afterwards.

@@ -9,7 +9,7 @@
 
 namespace mailtree::python {
 
-/// A failed operation, on its way to Python. It may be thrown without the interpreter lock.
+/// A failed operation, to become a Python exception. It may be thrown without holding the interpreter lock.
 class Failure : public std::exception {
  public:
   explicit Failure(Error error);

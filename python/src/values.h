@@ -1,5 +1,5 @@
-// python/src/values.h - values of the library as Python objects, and arguments in the forms that Python
-// programs use.
+// python/src/values.h - values of the library as Python objects, and conversion of their
+// arguments.
 #pragma once
 
 #include <pybind11/pybind11.h>
@@ -18,19 +18,19 @@ namespace mailtree::python {
 
 namespace py = pybind11;
 
-/// A class of the modules written in Python: mailtree.errors, mailtree.values.
+/// The class of that name in mailtree.errors or mailtree.values.
 py::object classNamed(const char* name);
 
 // To Python.
 
-/// What is not utf-8 becomes U+FFFD: reading mail never fails for its text.
+/// Invalid utf-8 becomes U+FFFD, so this never fails for the text of mail.
 py::str toText(std::string_view utf8);
 py::bytes toBytes(std::string_view bytes);
 /// None for a year that Python has no datetime for.
 py::object toDatetime(const Date& date);
 py::object toDatetime(std::chrono::sys_seconds time);
 py::object toAddress(const Address& address);
-/// None when both its texts are empty.
+/// None when name and address are both empty.
 py::object toAddressOrNone(const Address& address);
 py::list toAddresses(const std::vector<Address>& addresses);
 py::list toTexts(const std::vector<std::string>& texts);
@@ -54,7 +54,7 @@ py::object orNone(const std::optional<T>& value, F&& convert) {
   return value ? py::object(convert(*value)) : py::none();
 }
 
-/// A new object of such a class.
+/// A new object of a class that classNamed() gives.
 template <class... Args>
 py::object make(const char* type, Args&&... args) {
   return classNamed(type)(std::forward<Args>(args)...);
@@ -68,12 +68,12 @@ struct Text {
   std::string string() const { return std::string(view); }
 };
 
-/// A str, bytes or an os.PathLike.
+/// str, bytes or os.PathLike.
 struct Path {
   std::string value;
 };
 
-/// bytes, borrowed for the call; a copy of any other buffer, which somebody might change; a str in utf-8.
+/// bytes are borrowed for the call; other buffers are copied, because they may change; a str becomes utf-8.
 class Bytes {
  public:
   static std::optional<Bytes> from(py::handle source);
@@ -84,7 +84,7 @@ class Bytes {
   std::optional<std::string> m_copy;
 };
 
-/// Addresses: a str as in an address field, an Address, or an iterable of both. None has none.
+/// Addresses: a str as in an address field, an Address, or an iterable of either. None means no addresses.
 struct Addresses {
   std::vector<Address> list;
   std::optional<std::string> text;  ///< As it was given, when that was a str.
@@ -98,7 +98,7 @@ struct OneAddress {
   Address value;
 };
 
-/// The form in utf-8; BadValueError for half of a surrogate pair.
+/// A str as utf-8; BadValueError for a lone surrogate.
 std::string_view utf8Of(py::handle text);
 Date dateFrom(py::handle datetime);
 std::vector<std::string> textsFrom(const py::iterable& texts);

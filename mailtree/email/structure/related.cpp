@@ -1,5 +1,5 @@
-// email/structure/related.cpp - the items that an HTML body shows, usually images: finding them, adding them,
-// and moving those that were sent as attachments.
+// email/structure/related.cpp - the items that an HTML body refers to, usually images: finding them, adding
+// them, and moving those that were sent as attachments.
 #include <algorithm>
 #include <tuple>
 #include <utility>
@@ -32,13 +32,12 @@ void moveHtml(Email2& alternative, Email2& enclosure) {
   }
 }
 
-/// Whether a child of a multipart/mixed belongs to its text.
+/// Whether a child of a multipart/mixed is a body and no attachment.
 bool isBodyOfMixed(Email2& child, LogBase& log) {
   return child.isLive() && !child.isMultipart() && !child.isEmailAttachment(/*inMixed=*/true, log);
 }
 
-/// Moves the texts of a multipart/mixed. Rebuilds the list of children, so it is linear however
-/// many there are.
+/// Moves the bodies of a multipart/mixed. Rebuilds the list of children, which takes linear time.
 void moveBodies(Email2& mixed, Email2& enclosure, LogBase& log) {
   std::vector<Email2*> children;
   children.reserve(static_cast<std::size_t>(mixed.m_subParts.getSize()));
@@ -51,7 +50,7 @@ void moveBodies(Email2& mixed, Email2& enclosure, LogBase& log) {
   }
 }
 
-// Places for a new item, in the order tried. Each returns false when it did not take the item.
+// Places for a new item. Each returns false when it did not take the item.
 
 bool placeInAlternative(Email2& alternative, Email2& item) {
   EmailPtr enclosure = newRelatedEnclosure(alternative);
@@ -110,15 +109,15 @@ std::vector<bool> referencedIn(const Email2& html, const std::vector<AttachmentP
   return ids.findIn(html.m_body.view());
 }
 
-/// Removes an attachment from its parent; null when it has none, or when a multipart/alternative
-/// would become empty.
+/// Removes an attachment from its parent; null when it has no parent, or when a multipart/alternative would
+/// become empty.
 EmailPtr detach(const AttachmentPlace& at) {
   if (!at.parent || (at.parent->isMultipartAlternative() && at.parent->getNumParts() < 2)) return EmailPtr();
   return EmailPtr(at.parent->extractSubpartByIndex(at.index));
 }
 
 /// Removes all items before placing the first, because an item keeps its disposition and would be counted as
-/// an attachment in its new place. Goes from last to first, so the indexes before stay valid.
+/// an attachment in its new place. Goes from last to first, so that earlier indexes stay valid.
 void moveReferencedAttachments(Email2& root, const Email2& html,
                                const std::vector<AttachmentPlace>& attachments, LogBase& log) {
   const std::vector<bool> isReferenced = referencedIn(html, attachments, log);
@@ -138,7 +137,7 @@ void moveReferencedAttachments(Email2& root, const Email2& html,
   }
 }
 
-/// Turns a multipart/mixed without attachments into the alternative that it contains.
+/// Turns a multipart/mixed whose only child is an alternative into that alternative.
 /// Deliberate: only the type changes; the boundary is kept.
 void collapseToAlternative(Email2& mixed, LogBase& log) {
   Email2* const only = mixed.m_subParts.getSize() == 1 ? liveChild(mixed, 0) : nullptr;

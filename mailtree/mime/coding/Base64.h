@@ -1,6 +1,6 @@
-// mime/coding/Base64.h - the base64 codec, in the widest vector instructions of the processor.
+// mime/coding/Base64.h - the base64 codec, with the widest vector instructions that the processor has.
 //
-// Chosen once at run time; the portable code gives the same bytes.
+// They are chosen once at run time; portable code gives the same bytes.
 #pragma once
 
 #include <cstddef>
@@ -13,8 +13,9 @@ namespace mailtree::base64 {
 constexpr std::size_t decodedCapacity(std::size_t size) noexcept { return size / 4 * 3 + 3; }
 
 /// Decodes tolerantly (see ContentCoding) into `out`, which holds decodedCapacity(text.size()) bytes.
-/// @return bytes written. Padding ends a group, not the text: decoding continues after it, unless padding
-///   ends its line and the next line is not base64 (the footer of a mailing list).
+/// Padding ends a group, not the text: decoding continues after it, unless the padding is at the end of a
+/// line and the next line is not base64, as with the footer of a mailing list.
+/// @return bytes written.
 std::size_t decode(std::string_view text, std::uint8_t* out) noexcept;
 
 /// Exact size of encode()'s output: lines of `lineLength` characters, CRLF after each; 0:

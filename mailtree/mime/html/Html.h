@@ -13,13 +13,14 @@ class LogBase;
 
 class MAILTREE_API _svHtmlHelp {
  public:
-  /// Adds missing html, head and body elements; existing text stays byte for byte, a second call changes
-  /// nothing. A new head includes the content that belongs in it (title, meta, style ...), and a page of
-  /// frames gets no body. Text in utf-16, recognized by its NULs, is left alone by every operation here.
+  /// Adds missing html, head and body elements; existing text stays byte for byte, and a second call
+  /// changes nothing. A new head includes the content that belongs in it (title, meta, style ...), and a
+  /// frameset page gets no body. Text in utf-16, recognized by its NULs, is left alone by every operation
+  /// here.
   /// @return whether anything was added.
   static bool ensureStructure(StringBuffer& html);
-  /// Replaces `out` with the charset that the first META tag of either form declares; false, with `out`
-  /// cleared, when there is none.
+  /// Replaces `out` with the charset that the first META tag (charset or http-equiv) declares; false, with
+  /// `out` cleared, when there is none.
   static bool getCharset(const StringBuffer& html, StringBuffer& out);
   /// Adds a META tag with the charset as the first child of head, completing the structure first when there
   /// is no head. Adds nothing for an empty name.
