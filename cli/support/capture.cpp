@@ -15,7 +15,7 @@ struct OutputCapture::Streams {
   /// Puts what a stream holds after what was written before.
   void cut(std::ostringstream& stream) {
     if (stream.tellp() <= 0) return;
-    before.push_back({&stream == &errors, std::move(stream).str()});
+    before.push_back({&stream == &errors, stream.str()});
     stream.str({});
   }
 };
