@@ -216,7 +216,7 @@ class MAILTREE_API MimeHeader final : public SorvikObject {
   void compact();
 
   bool isWritten(const Field& field, std::string_view prefix, bool isTop) const noexcept;
-  bool follows(const Field& field, const Field& next) const noexcept;
+  static bool follows(const Field& field, const Field& next) noexcept;
   void writeField(const Field& field, int codePage, std::string& out) const;
   void writeAsReceived(const Field& field, std::string& out) const;
   void writeMalformedLine(const Field& field, bool isFirst, bool isLast, std::string& out) const;

@@ -69,7 +69,9 @@ void MimeHeader::getMimeHeader(StringBuffer& out, const char* prefix, int codePa
       if (field.kind == Kind::malformed) {
         writeMalformedLine(field, isFirst, i >= afterLastField, text);
       } else if (field.kind == Kind::received && !m_hasNonCrlfBreaks) {
+        // A line that was removed may be as short as a line break.
         while (i + 1 < m_fields.size() && follows(m_fields[i], m_fields[i + 1]) &&
+               m_block.compare(m_fields[i].end(), 2, "\r\n") == 0 &&
                isWritten(m_fields[i + 1], omitted, isTop))
           ++i;
         text.append(m_block, field.nameOffset, m_fields[i].end() - field.nameOffset);
@@ -81,11 +83,9 @@ void MimeHeader::getMimeHeader(StringBuffer& out, const char* prefix, int codePa
   });
 }
 
-/// Whether a received field follows another one in the block, with only CRLF between. A line that was removed
-/// may be as short as that.
-bool MimeHeader::follows(const Field& field, const Field& next) const noexcept {
-  return next.kind == Kind::received && next.nameOffset == field.end() + 2 && m_block[field.end()] == '\r' &&
-         m_block[field.end() + 1] == '\n';
+/// Whether a received field follows another one in the block, with two bytes between.
+bool MimeHeader::follows(const Field& field, const Field& next) noexcept {
+  return next.kind == Kind::received && next.nameOffset == field.end() + 2;
 }
 
 void MimeHeader::writeField(const Field& field, int codePage, std::string& out) const {
