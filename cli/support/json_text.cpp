@@ -1,7 +1,9 @@
 #include "cli/support/json_text.h"
 
 #include <array>
+#include <bit>
 #include <cstdio>
+#include <cstring>
 
 #include "mailtree/base/Search.h"
 #include "mailtree/base/ShownText.h"
@@ -10,40 +12,17 @@
 namespace mailtree::cli {
 namespace {
 
-void appendUnit(std::string& out, char16_t unit) {
-  std::array<char, 8> escape{};
-  std::snprintf(escape.data(), escape.size(), "\\u%04x", static_cast<unsigned>(unit));
-  out += escape.data();
-}
-
 /// The letter after the backslash; 0 for a character without a short form.
-char letterOfEscape(char c) {
-  switch (c) {
-    case '"':
-    case '\\': return c;
-    case '\b': return 'b';
-    case '\f': return 'f';
-    case '\n': return 'n';
-    case '\r': return 'r';
-    case '\t': return 't';
-    default: return 0;
-  }
-}
-
-/// Whether a byte is written as it is.
-constexpr std::array<bool, 256> kIsPlain = [] {
-  std::array<bool, 256> isPlain{};
-  for (unsigned c = ' '; c < 0x7F; ++c) isPlain[c] = c != '"' && c != '\\';
-  return isPlain;
+constexpr std::array<char, 256> kEscapeLetters = [] {
+  std::array<char, 256> letters{};
+  for (const char c : {'"', '\\'}) letters[static_cast<unsigned char>(c)] = c;
+  letters['\b'] = 'b';
+  letters['\f'] = 'f';
+  letters['\n'] = 'n';
+  letters['\r'] = 'r';
+  letters['\t'] = 't';
+  return letters;
 }();
-
-/// The first byte that is not, at or after a place; the size of the text when there is none.
-std::size_t findSpecial(std::string_view text, std::size_t from) {
-  constexpr std::size_t kFew = 16;
-  if (text.size() - from >= kFew) return findUnprintable<'"', '\\'>(text, from);
-  while (from < text.size() && kIsPlain[static_cast<unsigned char>(text[from])]) ++from;
-  return from;
-}
 
 /// Whether two bytes are a letter from U+00C0 to U+02FF, which are all harmless.
 bool isLatinLetter(std::string_view bytes) {
@@ -52,35 +31,92 @@ bool isLatinLetter(std::string_view bytes) {
          (static_cast<unsigned char>(bytes[1]) & 0xC0) == 0x80;
 }
 
-void appendEscape(std::string& out, char32_t c) {
-  if (c < 0x10000) return appendUnit(out, static_cast<char16_t>(c));
-  appendUnit(out, static_cast<char16_t>(0xD7C0 + (c >> 10)));  // a surrogate pair
-  appendUnit(out, static_cast<char16_t>(0xDC00 + (c & 0x3FF)));
-}
+/// The first byte that is not written as it is; the size of the text when there is none.
+std::size_t findSpecial(std::string_view text) { return findUnprintable<'"', '\\'>(text); }
+
+/// A text on its way into JSON. Plain bytes are written before it is known how many there are, so the output
+/// is kept larger than what is left.
+class Escaping {
+ public:
+  Escaping(std::string& out, std::string_view text) : m_out(out), m_used(out.size()), m_rest(text) {}
+
+  void run() {
+    while (!m_rest.empty()) {
+      makeRoom();
+      copyPlain();
+      if (!m_rest.empty()) copySpecial();
+    }
+    m_out.resize(m_used);
+  }
+
+ private:
+  static constexpr std::size_t kRoom = 32;  ///< More than a block, or an escape, takes beyond its text.
+
+  void makeRoom() {
+    if (m_out.size() - m_used < m_rest.size() + kRoom)
+      m_out.resize(m_used + m_rest.size() + m_rest.size() / 8 + 2 * kRoom);
+  }
+
+  void copy(std::size_t size) {
+    std::memcpy(m_out.data() + m_used, m_rest.data(), size);
+    m_used += size;
+    m_rest.remove_prefix(size);
+  }
+
+  void copyPlain() {
+#if defined(__SSE2__)
+    constexpr std::size_t kWidth = sizeof(__m128i);
+    while (m_rest.size() >= kWidth) {
+      const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(m_rest.data()));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(m_out.data() + m_used), bytes);
+      const unsigned found =
+          static_cast<unsigned>(_mm_movemask_epi8(unprintableBytes<'"', '\\'>(bytes)));
+      const std::size_t before = found ? static_cast<std::size_t>(std::countr_zero(found)) : kWidth;
+      m_used += before;
+      m_rest.remove_prefix(before);
+      if (found) return;
+    }
+#endif
+    copy(findSpecial(m_rest));
+  }
+
+  void copySpecial() {
+    if (isLatinLetter(m_rest)) return copy(2);
+    if (const char letter = kEscapeLetters[static_cast<unsigned char>(m_rest.front())]) {
+      const char escape[] = {'\\', letter};
+      return write({escape, sizeof escape}, 1);
+    }
+    std::size_t size = 0;
+    const char32_t c = nextCodePoint(m_rest, size);
+    if (c == kReplacementCharacter) return write("\xEF\xBF\xBD", size);
+    if (c >= 0x80 && isHarmless(c)) return copy(size);
+    std::array<char, 16> escape{};
+    const auto unit = [](char32_t value) { return static_cast<unsigned>(value); };
+    const int length =
+        c < 0x10000 ? std::snprintf(escape.data(), escape.size(), "\\u%04x", unit(c))
+                    : std::snprintf(escape.data(), escape.size(), "\\u%04x\\u%04x",  // a surrogate pair
+                                    unit(0xD7C0 + (c >> 10)), unit(0xDC00 + (c & 0x3FF)));
+    write({escape.data(), static_cast<std::size_t>(length)}, size);
+  }
+
+  /// Writes something instead of so many bytes.
+  void write(std::string_view escape, std::size_t size) {
+    std::memcpy(m_out.data() + m_used, escape.data(), escape.size());
+    m_used += escape.size();
+    m_rest.remove_prefix(size);
+  }
+
+  std::string& m_out;
+  std::size_t m_used;  ///< Bytes of the output that are meant.
+  std::string_view m_rest;
+};
 
 }  // namespace
 
 void appendEscaped(std::string& out, std::string_view text) {
-  std::size_t done = 0;  // end of what is already in `out`
-  for (std::size_t at = 0; (at = findSpecial(text, at)) < text.size();) {
-    if (isLatinLetter(text.substr(at))) {
-      at += 2;
-      continue;
-    }
-    const std::size_t begin = at;
-    if (const char letter = letterOfEscape(text[at])) {
-      const char escape[] = {'\\', letter};
-      out.append(text, done, begin - done).append(escape, sizeof escape);
-      done = ++at;
-      continue;
-    }
-    const char32_t c = nextCodePoint(text, at);
-    if (c >= 0x80 && c != kReplacementCharacter && isHarmless(c)) continue;
-    out.append(text, done, begin - done);
-    c == kReplacementCharacter ? appendUtf8(out, c) : appendEscape(out, c);
-    done = at;
-  }
-  out.append(text, done);
+  const std::size_t plain = findSpecial(text);
+  out.append(text.substr(0, plain));
+  if (plain < text.size()) Escaping(out, text.substr(plain)).run();
 }
 
 void appendQuoted(std::string& out, std::string_view text) {
@@ -96,25 +132,29 @@ std::string quotedText(std::string_view text) {
   return out;
 }
 
-void ObjectText::addKey(std::string_view key) {
-  if (m_text.size() > 1) m_text += ',';
-  m_text.append("\"").append(key).append("\":");
+void appendQuotedOrNull(std::string& out, std::string_view text) {
+  text.empty() ? void(out += "null") : appendQuoted(out, text);
+}
+
+std::string& ObjectText::begin(std::string_view key) {
+  m_text += m_text.back() == '{' ? "\"" : ",\"";
+  m_text += key;
+  return m_text += "\":";
 }
 
 ObjectText& ObjectText::add(std::string_view key, std::string_view text) {
-  addKey(key);
-  appendQuoted(m_text, text);
+  appendQuoted(begin(key), text);
   return *this;
 }
 
 ObjectText& ObjectText::add(std::string_view key, std::int64_t number) {
-  addKey(key);
-  m_text += std::to_string(number);
+  begin(key) += std::to_string(number);
   return *this;
 }
 
 ObjectText& ObjectText::addOrNull(std::string_view key, std::string_view text) {
-  return text.empty() ? addSerialized(key, "null") : add(key, text);
+  appendQuotedOrNull(begin(key), text);
+  return *this;
 }
 
 ObjectText& ObjectText::addIs(std::string_view key, bool is) {
@@ -126,31 +166,25 @@ ObjectText& ObjectText::addSerialized(std::string_view key, std::string_view jso
   return *this;
 }
 
-std::string& ObjectText::begin(std::string_view key) {
-  addKey(key);
-  return m_text;
-}
-
 ObjectText& ObjectText::addMembers(std::string_view object) {
   if (object.size() <= 2) return *this;
-  if (m_text.size() > 1) m_text += ',';
+  if (m_text.back() != '{') m_text += ',';
   m_text += object.substr(1, object.size() - 2);
   return *this;
 }
 
-void ListText::addComma() {
+std::string& ListText::begin() {
   if (!isEmpty()) m_text += ',';
+  return m_text;
 }
 
 ListText& ListText::add(std::string_view text) {
-  addComma();
-  appendQuoted(m_text, text);
+  appendQuoted(begin(), text);
   return *this;
 }
 
 ListText& ListText::addSerialized(std::string_view json) {
-  addComma();
-  m_text += json;
+  begin() += json;
   return *this;
 }
 

@@ -16,6 +16,7 @@ inline constexpr int kSchema = 1;
 /// A JSON string, in quotes. Malformed utf-8 becomes U+FFFD.
 std::string quotedText(std::string_view text);
 void appendQuoted(std::string& out, std::string_view text);
+void appendQuotedOrNull(std::string& out, std::string_view text);  ///< Null when empty.
 /// What is between the quotes.
 void appendEscaped(std::string& out, std::string_view text);
 
@@ -23,7 +24,14 @@ void appendEscaped(std::string& out, std::string_view text);
 class ObjectText {
  public:
   /// @param size  bytes that are expected.
-  explicit ObjectText(std::size_t size = 200) { m_text.reserve(size); }
+  explicit ObjectText(std::size_t size = 200) : m_text(m_own) {
+    m_own.reserve(size);
+    m_text += '{';
+  }
+  /// Written at the end of another text, which has to be closed before anything follows.
+  explicit ObjectText(std::string& text) : m_text(text) { m_text += '{'; }
+  ObjectText(const ObjectText&) = delete;
+  ObjectText& operator=(const ObjectText&) = delete;
 
   ObjectText& add(std::string_view key, std::string_view text);
   ObjectText& add(std::string_view key, std::int64_t number);
@@ -35,28 +43,38 @@ class ObjectText {
   std::string& begin(std::string_view key);
   /// The members of an object that is already serialized.
   ObjectText& addMembers(std::string_view object);
-  /// The object so far, without its closing brace.
-  const std::string& open() const noexcept { return m_text; }
-  std::string closed() { return std::move(m_text += '}'); }
+  void close() { m_text += '}'; }
+  /// The object, when it is a text of its own.
+  std::string closed() { return std::move(m_own += '}'); }
+  /// The same so far, without its closing brace.
+  const std::string& open() const noexcept { return m_own; }
 
  private:
-  void addKey(std::string_view key);
-
-  std::string m_text = "{";
+  std::string m_own;
+  std::string& m_text;
 };
 
 /// A list, value by value.
 class ListText {
  public:
+  ListText() : m_text(m_own) { m_text += '['; }
+  /// Written at the end of another text, which has to be closed before anything follows.
+  explicit ListText(std::string& text) : m_text(text) { m_text += '['; }
+  ListText(const ListText&) = delete;
+  ListText& operator=(const ListText&) = delete;
+
   ListText& add(std::string_view text);
   ListText& addSerialized(std::string_view json);
-  bool isEmpty() const noexcept { return m_text.size() == 1; }
-  std::string closed() { return std::move(m_text += ']'); }
+  /// Begins a value that is appended to what is returned.
+  std::string& begin();
+  bool isEmpty() const noexcept { return m_text.back() == '['; }
+  void close() { m_text += ']'; }
+  /// The list, when it is a text of its own.
+  std::string closed() { return std::move(m_own += ']'); }
 
  private:
-  void addComma();
-
-  std::string m_text = "[";
+  std::string m_own;
+  std::string& m_text;
 };
 
 }  // namespace mailtree::cli

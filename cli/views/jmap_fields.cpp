@@ -98,21 +98,23 @@ bool hasForm(std::string_view name, FieldForm form) {
 /// All that follows the colon, where nearly every program writes one blank.
 std::string rawOf(const MimeHeader& header, int field) { return " " + std::string(header.rawValue(field)); }
 
-std::string addressListOf(const std::vector<Address>& addresses) {
-  ListText list;
-  for (const Address& address : addresses)
-    list.addSerialized(ObjectText().addOrNull("name", address.name).add("email", address.address).closed());
-  return list.closed();
+void appendAddresses(std::string& out, const std::vector<Address>& addresses) {
+  ListText list(out);
+  for (const Address& address : addresses) {
+    ObjectText entry(list.begin());
+    entry.addOrNull("name", address.name).add("email", address.address).close();
+  }
+  list.close();
 }
 
-std::string groupListOf(const std::vector<AddressGroup>& groups) {
-  ListText list;
-  for (const AddressGroup& group : groups)
-    list.addSerialized(ObjectText()
-                           .addOrNull("name", group.name)
-                           .addSerialized("addresses", addressListOf(group.addresses))
-                           .closed());
-  return list.closed();
+void appendGroups(std::string& out, const std::vector<AddressGroup>& groups) {
+  ListText list(out);
+  for (const AddressGroup& group : groups) {
+    ObjectText entry(list.begin());
+    appendAddresses(entry.addOrNull("name", group.name).begin("addresses"), group.addresses);
+    entry.close();
+  }
+  list.close();
 }
 
 /// The value where it is one text or a date; nothing for a list, and for a date that cannot be read.
@@ -125,39 +127,48 @@ std::optional<std::string> textOf(const MimeHeader& header, int field, FieldForm
   return date ? std::optional(timeText(*date)) : std::nullopt;
 }
 
-std::string valueOf(const MimeHeader& header, int field, FieldForm form) {
+void appendText(std::string& out, const std::optional<std::string>& text) {
+  text ? appendQuoted(out, *text) : void(out += "null");
+}
+
+void appendValue(std::string& out, const MimeHeader& header, int field, FieldForm form) {
   std::string scratch;
   switch (form) {
     case FieldForm::raw:
     case FieldForm::text:
-    case FieldForm::date: break;
-    case FieldForm::addresses: return addressListOf(addressesIn(header, field));
-    case FieldForm::groupedAddresses: return groupListOf(groupsIn(header, field));
+    case FieldForm::date: return appendText(out, textOf(header, field, form));
+    case FieldForm::addresses: return appendAddresses(out, addressesIn(header, field));
+    case FieldForm::groupedAddresses: return appendGroups(out, groupsIn(header, field));
     case FieldForm::messageIds:
-    case FieldForm::urls: return jmapWordsOf(bracketedIn(header.unfoldedValue(field, scratch)));
+    case FieldForm::urls: return appendJmapWords(out, bracketedIn(header.unfoldedValue(field, scratch)));
   }
-  return quotedOrNull(textOf(header, field, form));
 }
 
 }  // namespace
 
-std::string jmapWordsOf(const std::vector<std::string>& words) {
-  return words.empty() ? "null" : textsOf(words);
+void appendJmapWords(std::string& out, const std::vector<std::string>& words) {
+  if (words.empty()) {
+    out += "null";
+    return;
+  }
+  ListText list(out);
+  for (const std::string& word : words) list.add(word);
+  list.close();
 }
 
-std::string jmapFieldOf(const MimeHeader& header, std::string_view name, FieldForm form) {
+void appendJmapField(std::string& out, const MimeHeader& header, std::string_view name, FieldForm form) {
   const int field = header.findLastField(name);
-  return field < 0 ? "null" : valueOf(header, field, form);
+  field < 0 ? void(out += "null") : appendValue(out, header, field, form);
 }
 
-std::string jmapPropertyOf(const MimeHeader& header, std::string_view property) {
+void appendJmapProperty(std::string& out, const MimeHeader& header, std::string_view property) {
   const Property wanted = readProperty(property);
   const FieldForm form = wanted.form().value_or(FieldForm::raw);
-  if (!wanted.all) return jmapFieldOf(header, wanted.name, form);
-  ListText list;
+  if (!wanted.all) return appendJmapField(out, header, wanted.name, form);
+  ListText list(out);
   for (int i = header.findField(wanted.name); i >= 0; i = header.findField(wanted.name, i + 1))
-    list.addSerialized(valueOf(header, i, form));
-  return list.closed();
+    appendValue(list.begin(), header, i, form);
+  list.close();
 }
 
 std::string jmapCellOf(const MimeHeader& header, std::string_view property) {
@@ -167,7 +178,8 @@ std::string jmapCellOf(const MimeHeader& header, std::string_view property) {
   if (!wanted.all)
     if (std::optional<std::string> text = textOf(header, field, wanted.form().value_or(FieldForm::raw)))
       return *std::move(text);
-  std::string json = jmapPropertyOf(header, property);
+  std::string json;
+  appendJmapProperty(json, header, property);
   return json == "null" ? std::string() : json;
 }
 
@@ -187,19 +199,19 @@ std::string problemOfJmapProperty(std::string_view property) {
   return {};
 }
 
-std::string jmapHeadersOf(const MimeHeader& header) {
-  std::string list = "[";
-  list.reserve(4000);
+void appendJmapHeaders(std::string& out, const MimeHeader& header) {
+  out += '[';
   for (int i = 0; i < header.getNumFields(); ++i) {
     const std::string_view name = header.fieldName(i);
     if (name.empty()) continue;
-    list += list.size() > 1 ? R"(,{"name":)" : R"({"name":)";
-    appendQuoted(list, name);
-    list += R"(,"value":" )";  // what follows the colon, as in rawOf
-    appendEscaped(list, header.rawValue(i));
-    list += "\"}";
+    // With literals, because most of a record is this.
+    out += out.back() == '[' ? R"({"name":")" : R"(,{"name":")";
+    appendEscaped(out, name);
+    out += R"(","value":" )";  // what follows the colon, as in rawOf
+    appendEscaped(out, header.rawValue(i));
+    out += "\"}";
   }
-  return list += ']';
+  out += ']';
 }
 
 }  // namespace mailtree::cli

@@ -50,30 +50,27 @@ std::string jmapCharsetOf(const PartRow& row, std::string_view type) {
   return isDefault && isLeaf(row) ? "us-ascii" : "";
 }
 
-std::string languagesOf(const MimeHeader& header) {
-  return jmapWordsOf(wordsIn(header.decodedValue(header.findField("Content-Language"))));
-}
-
-/// An EmailBodyPart without its parts (4.1.4).
-ObjectText factsOf(const PartRow& row, std::size_t id, const JmapOptions& options) {
+/// Appends an EmailBodyPart without its parts (4.1.4) and its closing brace.
+void appendFacts(std::string& out, const PartRow& row, std::size_t id, const std::string& blob,
+                 const JmapOptions& options) {
   const Email2& node = *row.node;
+  const MimeHeader& header = node.m_header;
   const std::string type = typeOf(row);
-  ObjectText out;
-  out.addOrNull("partId", isLeaf(row) ? std::to_string(id) : std::string())
+  ObjectText part(out);
+  part.addOrNull("partId", isLeaf(row) ? std::to_string(id) : std::string())
       .add("size", isLeaf(row) ? node.m_body.getSize() : 0);
-  if (options.headers) out.addSerialized("headers", jmapHeadersOf(node.m_header));
-  return std::move(
-      out.addOrNull("name", row.filename)
-          .add("type", type)
-          .addOrNull("charset", jmapCharsetOf(row, type))
-          .addOrNull("disposition", lowerCase(trim(node.m_disposition.view())))
-          .addOrNull("cid", firstIdIn(node.m_header.decodedValue(node.m_header.findField("Content-ID"))))
-          .addSerialized("language", languagesOf(node.m_header))
-          .addOrNull("location", contentLocationOf(node)));
+  if (options.headers) appendJmapHeaders(part.begin("headers"), header);
+  part.addOrNull("name", row.filename)
+      .add("type", type)
+      .addOrNull("charset", jmapCharsetOf(row, type))
+      .addOrNull("disposition", lowerCase(trim(node.m_disposition.view())))
+      .addOrNull("cid", firstIdIn(header.decodedValue(header.findField("Content-ID"))));
+  appendJmapWords(part.begin("language"), wordsIn(header.decodedValue(header.findField("Content-Language"))));
+  part.addOrNull("location", contentLocationOf(node));
+  if (!blob.empty()) part.add("blobId", blob);
 }
 
-std::string structureOf(const Outline& outline, const std::vector<std::string>& facts) {
-  std::string out;
+void appendStructure(std::string& out, const Outline& outline, const std::vector<std::string>& facts) {
   std::vector<int> open;  // the current multipart and its ancestors
   for (std::size_t id = 0; id < outline.rows.size(); ++id) {
     const PartRow& row = outline.rows[id];
@@ -88,14 +85,12 @@ std::string structureOf(const Outline& outline, const std::vector<std::string>& 
     open.push_back(static_cast<int>(id));
   }
   for (; !open.empty(); open.pop_back()) out += "]}";
-  return out;
 }
 
-std::string listOf(const std::vector<int>& ids, const std::vector<std::string>& facts) {
-  std::string list = "[";
-  for (const int id : ids)
-    list.append(list.size() > 1 ? "," : "").append(facts[static_cast<std::size_t>(id)]).append("}");
-  return list += ']';
+void appendParts(std::string& out, const std::vector<int>& ids, const std::vector<std::string>& facts) {
+  ListText list(out);
+  for (const int id : ids) list.begin().append(facts[static_cast<std::size_t>(id)]).append("}");
+  list.close();
 }
 
 /// The parts of a body that are texts or media: the messages of a digest are attachments here.
@@ -153,18 +148,18 @@ std::string previewOf(const mailtree::Message& message, MessageState& state,
   return text ? mailtree::previewOf(*text, kLength) : message.preview(kLength);
 }
 
-std::string bodyValuesOf(const Outline& outline, const BodyLines& lines) {
-  std::string values = "{";
+void appendBodyValues(std::string& out, const Outline& outline, const BodyLines& lines) {
+  ObjectText values(out);
   for (std::size_t id = 0; id < outline.rows.size(); ++id) {
-    const PartRow& row = outline.rows[id];
     const std::string* const text = lines.of(id);
     if (!text) continue;
-    ObjectText value(text->size() + text->size() / 8 + 80);
-    value.add("value", *text).addIs("isEncodingProblem", hasEncodingProblem(row)).addIs("isTruncated", false);
-    values.append(values.size() > 1 ? ",\"" : "\"").append(std::to_string(id)).append("\":");
-    values += value.closed();
+    ObjectText value(values.begin(std::to_string(id)));
+    value.add("value", *text)
+        .addIs("isEncodingProblem", hasEncodingProblem(outline.rows[id]))
+        .addIs("isTruncated", false)
+        .close();
   }
-  return values += '}';
+  values.close();
 }
 
 /// Those made from the parts, after those made from the header.
@@ -181,29 +176,25 @@ void addBodies(MessageState& state, const JmapOptions& options, ObjectText& out)
   if (options.keep)
     for (const int id : attachments)
       blobs[static_cast<std::size_t>(id)] = options.keep(outline.row(id).node->m_body.view());
-  std::vector<std::string> facts;
-  facts.reserve(outline.rows.size());
-  for (std::size_t id = 0; id < outline.rows.size(); ++id) {
-    ObjectText part = factsOf(outline.rows[id], id, options);
-    if (!blobs[id].empty()) part.add("blobId", blobs[id]);
-    facts.push_back(part.open());
-  }
-  if (options.wants("bodyStructure")) out.addSerialized("bodyStructure", structureOf(outline, facts));
-  if (options.wants("textBody")) out.addSerialized("textBody", listOf(text, facts));
-  if (options.wants("htmlBody")) out.addSerialized("htmlBody", listOf(html, facts));
-  if (options.wants("attachments")) out.addSerialized("attachments", listOf(attachments, facts));
+  std::vector<std::string> facts(outline.rows.size());
+  for (std::size_t id = 0; id < facts.size(); ++id)
+    appendFacts(facts[id], outline.rows[id], id, blobs[id], options);
+  if (options.wants("bodyStructure")) appendStructure(out.begin("bodyStructure"), outline, facts);
+  if (options.wants("textBody")) appendParts(out.begin("textBody"), text, facts);
+  if (options.wants("htmlBody")) appendParts(out.begin("htmlBody"), html, facts);
+  if (options.wants("attachments")) appendParts(out.begin("attachments"), attachments, facts);
 }
 
 /// As received where loading set a field, because a boundary that is made while loading is another one each
 /// time.
-std::string headersOf(const MimeHeader& header, std::string_view received) {
+void appendHeaders(std::string& out, const MimeHeader& header, std::string_view received) {
   int set = 0;
   while (set < header.getNumFields() && header.isReceived(set)) ++set;
-  if (received.empty() || set == header.getNumFields()) return jmapHeadersOf(header);
+  if (received.empty() || set == header.getNumFields()) return appendJmapHeaders(out, header);
   MimeHeader first;
   first.loadFromEntity(MimeParser::skipPrologue(received));
   first.encode8bitFields();
-  return jmapHeadersOf(first);
+  appendJmapHeaders(out, first);
 }
 
 }  // namespace
@@ -226,18 +217,18 @@ std::string jmapOf(mailtree::Message& message, const JmapOptions& options, std::
   out.addMembers(own);
   for (const auto& row : kConvenient)
     if (options.wants(row.property))
-      out.addSerialized(row.property, jmapFieldOf(header, row.field, row.form));
+      appendJmapField(out.begin(row.property), header, row.field, row.form);
   for (const std::string& property : options.properties)
-    out.addSerialized(property, jmapPropertyOf(header, property));
+    appendJmapProperty(out.begin(property), header, property);
   if (options.wants("hasAttachment")) out.addIs("hasAttachment", !state.displayed().attachments.empty());
   std::optional<BodyLines> lines;
   if (options.wants("bodyValues")) lines.emplace(state.outline());
   if (options.wants("preview")) out.add("preview", previewOf(message, state, lines));
-  if (options.wants("headers")) out.addSerialized("headers", headersOf(header, state.receivedBytes()));
+  if (options.wants("headers")) appendHeaders(out.begin("headers"), header, state.receivedBytes());
   if (options.keep || std::ranges::any_of(std::span(kPartMembers).subspan(3, 4),
                                           [&](std::string_view name) { return options.wants(name); }))
     addBodies(state, options, out);
-  if (lines) out.addSerialized("bodyValues", bodyValuesOf(state.outline(), *lines));
+  if (lines) appendBodyValues(out.begin("bodyValues"), state.outline(), *lines);
   return out.closed();
 }
 

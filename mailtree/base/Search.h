@@ -41,19 +41,29 @@ constexpr std::size_t findUnprintablePortable(std::string_view text, std::size_t
 template <class MatchesIn, class FindAtEnd>
 inline std::size_t findInBlocks(std::string_view text, std::size_t from, MatchesIn matchesIn,
                                 FindAtEnd findAtEnd) noexcept {
-  constexpr std::size_t kWidth = sizeof(__m128i);
-  const auto hits = [text, matchesIn](std::size_t at) noexcept {
-    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text.data() + at));
+  constexpr std::size_t kWidth = sizeof(__m128i), kHalf = kWidth / 2;
+  const auto hitsIn = [matchesIn](__m128i bytes) noexcept {
     return static_cast<unsigned>(_mm_movemask_epi8(matchesIn(bytes)));
   };
+  const auto at = [text](std::size_t position) noexcept {
+    return reinterpret_cast<const __m128i*>(text.data() + position);
+  };
+  const auto first = [](unsigned found) noexcept { return static_cast<std::size_t>(std::countr_zero(found)); };
   if (from >= text.size()) return text.size();
   for (; text.size() - from >= kWidth; from += kWidth)
-    if (const unsigned found = hits(from)) return from + static_cast<unsigned>(std::countr_zero(found));
+    if (const unsigned found = hitsIn(_mm_loadu_si128(at(from)))) return from + first(found);
   if (text.size() >= kWidth) {
     // The last block begins before `from`; matches there are ignored.
     const std::size_t last = text.size() - kWidth;
-    const unsigned found = hits(last) >> (from - last) << (from - last);
-    return found ? last + static_cast<unsigned>(std::countr_zero(found)) : text.size();
+    const unsigned found = hitsIn(_mm_loadu_si128(at(last))) >> (from - last) << (from - last);
+    return found ? last + first(found) : text.size();
+  }
+  if (text.size() - from >= kHalf) {
+    // Two halves, which may overlap.
+    const std::size_t last = text.size() - kHalf;
+    const unsigned found = hitsIn(_mm_unpacklo_epi64(_mm_loadl_epi64(at(from)), _mm_loadl_epi64(at(last))));
+    if (!found) return text.size();
+    return first(found) < kHalf ? from + first(found) : last + first(found) - kHalf;
   }
   return findAtEnd(text, from);
 }
@@ -63,6 +73,12 @@ inline __m128i equalBytes(__m128i bytes) noexcept {
   __m128i found = _mm_setzero_si128();
   ((found = _mm_or_si128(found, _mm_cmpeq_epi8(bytes, _mm_set1_epi8(kWanted)))), ...);
   return found;
+}
+
+template <char... kWanted>
+inline __m128i unprintableBytes(__m128i bytes) noexcept {
+  const __m128i isLow = _mm_cmplt_epi8(bytes, _mm_set1_epi8(' '));  // bytes of 0x80 and more are negative
+  return _mm_or_si128(isLow, equalBytes<'\x7F', kWanted...>(bytes));
 }
 #endif
 
@@ -78,11 +94,7 @@ inline std::size_t findAny(std::string_view text, std::size_t from = 0) noexcept
 template <char... kWanted>
 inline std::size_t findUnprintable(std::string_view text, std::size_t from = 0) noexcept {
 #if defined(__SSE2__)
-  const auto matchesIn = [](__m128i bytes) noexcept {
-    const __m128i isLow = _mm_cmplt_epi8(bytes, _mm_set1_epi8(' '));  // bytes of 0x80 and more are negative
-    return _mm_or_si128(isLow, equalBytes<'\x7F', kWanted...>(bytes));
-  };
-  return findInBlocks(text, from, matchesIn, findUnprintablePortable<kWanted...>);
+  return findInBlocks(text, from, unprintableBytes<kWanted...>, findUnprintablePortable<kWanted...>);
 #else
   return findUnprintablePortable<kWanted...>(text, from);
 #endif
