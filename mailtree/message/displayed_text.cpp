@@ -101,11 +101,14 @@ constexpr std::array<bool, 256> kIsAsciiInWord = [] {
   return isInWord;
 }();
 
-/// Bytes of the ASCII characters at the beginning that are a word or part of one, at most so many.
-std::size_t asciiWordIn(std::string_view text, std::size_t most) {
+/// Bytes of the ASCII words at the beginning that single blanks separate, at most so many.
+std::size_t asciiWordsIn(std::string_view text, std::size_t most) {
   text = text.substr(0, most);
+  const auto isInWord = [text](std::size_t at) {
+    return at < text.size() && kIsAsciiInWord[static_cast<unsigned char>(text[at])];
+  };
   std::size_t size = 0;
-  while (size < text.size() && kIsAsciiInWord[static_cast<unsigned char>(text[size])]) ++size;
+  while (isInWord(size) || (size > 0 && text.substr(size).starts_with(' ') && isInWord(size + 1))) ++size;
   return size;
 }
 
@@ -127,7 +130,7 @@ bool appendWords(std::string_view line, std::string& out, std::size_t& left) {
     }
     if (left == 0) return false;
     isAfterBlank = false;
-    at += asciiWordIn(line.substr(at), left);
+    at += asciiWordsIn(line.substr(at), left);
     left -= at - begin;
     if (at == begin) {
       nextCodePoint(line, at);

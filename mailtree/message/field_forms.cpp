@@ -71,9 +71,9 @@ std::string_view afterComment(std::string_view text) {
 }
 
 void addId(std::string_view text, std::vector<std::string>& ids) {
-  std::string id(text);
-  std::erase_if(id, isSpaceAscii);  // programs fold long ids
-  if (!id.empty()) ids.push_back(std::move(id));
+  std::string& id = ids.emplace_back(text);
+  std::erase_if(id, [](char c) { return isSpaceAscii(c); });  // programs fold long ids
+  if (id.empty()) ids.pop_back();
 }
 
 /// What is in angle brackets, and the words with "@" outside of them.

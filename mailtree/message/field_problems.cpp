@@ -1,12 +1,15 @@
 // message/field_problems.cpp - header fields that programs read in different ways, or cannot read at all.
 #include <algorithm>
 #include <array>
+#include <bit>
+#include <cstdint>
+#include <optional>
 #include <string>
 
+#include "mailtree/base/Search.h"
 #include "mailtree/base/Utf.h"
 #include "mailtree/message/problem_list.h"
 #include "mailtree/mime/charset/Charset.h"
-#include "mailtree/mime/coding/EncodedWord.h"
 #include "mailtree/mime/header/HeaderParams.h"
 
 namespace mailtree {
@@ -18,17 +21,18 @@ using Severity = Problem::Severity;
 struct SingleField {
   std::string_view name;
   Severity severity = Severity::warning;
-  bool isOfPart = false;  ///< RFC 2045: in every part; otherwise RFC 5322, 3.6: in a message.
+  bool isOfPart = false;                             ///< RFC 2045: in every part; otherwise in a message.
+  std::optional<Severity> ifMissing = std::nullopt;  ///< In a message (RFC 5322, 3.6).
 };
 constexpr SingleField kSingleFields[] = {
-    {"From", Severity::danger},
+    {"From", Severity::danger, false, Severity::warning},
     {"Sender"},
     {"Reply-To"},
     {"To"},
     {"Cc"},
     {"Bcc"},
-    {"Date"},
-    {"Message-ID"},
+    {"Date", Severity::warning, false, Severity::note},
+    {"Message-ID", Severity::warning, false, Severity::note},
     {"In-Reply-To"},
     {"References"},
     {"Subject"},
@@ -38,6 +42,15 @@ constexpr SingleField kSingleFields[] = {
     {"Content-Disposition", Severity::danger, true},
     {"Content-ID", Severity::note, true},
 };
+
+constexpr std::size_t kLongestName = 25;
+/// For each size the fields whose names have it, a bit for each: few names are left to compare.
+constexpr std::array<std::uint32_t, kLongestName + 1> kFieldsOfSize = [] {
+  std::array<std::uint32_t, kLongestName + 1> fields{};
+  for (std::size_t i = 0; i < std::size(kSingleFields); ++i)
+    fields[kSingleFields[i].name.size()] |= std::uint32_t{1} << i;
+  return fields;
+}();
 
 /// Parameters of which programs take the first, or the last.
 struct SingleParameter {
@@ -52,7 +65,7 @@ constexpr SingleParameter kSingleParameters[] = {{"Content-Type", "boundary", Se
 
 /// The first unknown charset of an encoded word; empty when there is none.
 std::string_view unknownWordCharset(std::string_view value) {
-  for (std::size_t at = value.find("=?"); at != std::string_view::npos; at = value.find("=?", at)) {
+  for (std::size_t at = 0; (at = findSubstring(value, "=?", at)) != std::string_view::npos;) {
     at += 2;
     const std::size_t end = value.find_first_of("? \t\r\n", at);
     if (end == std::string_view::npos) break;
@@ -73,10 +86,24 @@ bool hasBlankLine(std::string_view value) {
   return false;
 }
 
+/// Whether all are ASCII, found out at once for the fields of one text.
+bool areAscii(const std::vector<ReceivedField>& fields) {
+  if (fields.empty()) return true;
+  if (!fields.front().offset)
+    return std::ranges::all_of(fields, [](const ReceivedField& field) { return isAscii(field.value); });
+  const char* const begin = fields.front().name.data();
+  const std::string_view last = fields.back().value;
+  return isAscii({begin, static_cast<std::size_t>(last.data() + last.size() - begin)});
+}
+
 class FieldChecks {
  public:
   FieldChecks(int row, RepairSet repairs, const std::vector<ReceivedField>& fields, ProblemList& problems)
-      : m_row(row), m_repairs(repairs), m_fields(fields), m_problems(problems) {}
+      : m_row(row),
+        m_repairs(repairs),
+        m_fields(fields),
+        m_areAscii(areAscii(fields)),
+        m_problems(problems) {}
 
   void run() {
     for (const ReceivedField& field : m_fields) count(field);
@@ -94,7 +121,7 @@ class FieldChecks {
     }
     if (m_repairs.has(Repair::headerSyntax) && !m_hasBadLine)
       m_problems.add(m_row, Severity::warning, Kind::repaired, "there is no empty line after the header");
-    if (m_row == 0) readMissing();
+    if (m_row == 0) reportMissing();
   }
 
  private:
@@ -108,7 +135,9 @@ class FieldChecks {
   }
 
   void count(const ReceivedField& field) {
-    for (std::size_t i = 0; i < m_seen.size(); ++i) {
+    if (field.name.size() > kLongestName) return;
+    for (std::uint32_t left = kFieldsOfSize[field.name.size()]; left != 0; left &= left - 1) {
+      const auto i = static_cast<std::size_t>(std::countr_zero(left));
       if (!equalsNoCase(field.name, kSingleFields[i].name)) continue;
       if (++m_seen[i].count == 2) m_seen[i].second = &field;
       return;
@@ -130,14 +159,13 @@ class FieldChecks {
   }
 
   void readBytes(const ReceivedField& field) {
-    if (!isAscii(field.value)) {
+    if (!m_areAscii && !isAscii(field.value)) {
       const bool isUtf8 = isValidUtf8(field.value);
       add(isUtf8 ? Severity::note : Severity::warning, Kind::malformed,
           "the field " + quoted(field.name) + " has raw 8-bit bytes" +
               (isUtf8 ? "" : ", which are not utf-8: their charset was guessed"),
           field);
     }
-    if (!mayHoldEncodedWord(field.value)) return;
     if (const std::string_view charset = unknownWordCharset(field.value); !charset.empty())
       add(Severity::warning, Kind::malformed,
           "the field " + quoted(field.name) + " has an encoded word in the unknown charset " +
@@ -166,19 +194,17 @@ class FieldChecks {
     }
   }
 
-  void readMissing() {
-    constexpr struct {
-      std::string_view name;
-      Severity severity;
-    } kExpected[] = {{"From", Severity::warning}, {"Date", Severity::note}, {"Message-ID", Severity::note}};
-    for (const auto& [name, severity] : kExpected)
-      if (std::ranges::none_of(m_fields, [n = name](const auto& f) { return equalsNoCase(f.name, n); }))
-        m_problems.add(0, severity, Kind::malformed, "the field " + std::string(name) + " is missing");
+  void reportMissing() {
+    for (std::size_t i = 0; i < m_seen.size(); ++i)
+      if (kSingleFields[i].ifMissing && m_seen[i].count == 0)
+        m_problems.add(0, *kSingleFields[i].ifMissing, Kind::malformed,
+                       "the field " + std::string(kSingleFields[i].name) + " is missing");
   }
 
   int m_row;
   RepairSet m_repairs;
   const std::vector<ReceivedField>& m_fields;
+  const bool m_areAscii;
   ProblemList& m_problems;
   std::array<Seen, std::size(kSingleFields)> m_seen{};
   bool m_hasBadLine = false;
