@@ -24,10 +24,10 @@ constexpr std::string_view kColumns[] = {"file", "sentAt", "from",   "to",      
 
 /// The id of the message that began the thread, as this message says by itself.
 std::string rootIdOf(const mailtree::Message& message) {
-  const std::vector<std::string> references = message.references();
-  if (!references.empty()) return references.front();
-  const std::string inReplyTo = message.inReplyTo();
-  return inReplyTo.empty() ? message.messageId() : inReplyTo;
+  for (const char* const name : {"References", "In-Reply-To"})
+    if (const std::optional<std::string> value = message.header(name))
+      if (std::optional<std::string> id = findFirstId(*value)) return *std::move(id);
+  return message.messageId();
 }
 
 /// Maildir's letters as keywords (RFC 8621, 4.1.1).

@@ -69,8 +69,7 @@ class Escaping {
     while (m_rest.size() >= kWidth) {
       const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(m_rest.data()));
       _mm_storeu_si128(reinterpret_cast<__m128i*>(m_out.data() + m_used), bytes);
-      const unsigned found =
-          static_cast<unsigned>(_mm_movemask_epi8(unprintableBytes<'"', '\\'>(bytes)));
+      const unsigned found = static_cast<unsigned>(_mm_movemask_epi8(unprintableBytes<'"', '\\'>(bytes)));
       const std::size_t before = found ? static_cast<std::size_t>(std::countr_zero(found)) : kWidth;
       m_used += before;
       m_rest.remove_prefix(before);

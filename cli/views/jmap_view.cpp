@@ -56,6 +56,8 @@ void appendFacts(std::string& out, const PartRow& row, std::size_t id, const std
   const Email2& node = *row.node;
   const MimeHeader& header = node.m_header;
   const std::string type = typeOf(row);
+  constexpr std::size_t kUsual = 250;
+  out.reserve(kUsual);
   ObjectText part(out);
   part.addOrNull("partId", isLeaf(row) ? std::to_string(id) : std::string())
       .add("size", isLeaf(row) ? node.m_body.getSize() : 0);
@@ -114,11 +116,12 @@ std::vector<int> attachmentsOf(const Outline& outline, const std::vector<int>& t
 }
 
 /// Whether the text is anything but what its charset says.
-bool hasEncodingProblem(const PartRow& row) {
+/// @param isUtf8  it is known to be in the part.
+bool hasEncodingProblem(const PartRow& row, bool isUtf8) {
   for (const Repair repair : {Repair::damagedText, Repair::charset, Repair::noCharset})
     if (row.node->m_repairs.has(repair)) return true;
   const std::string_view bytes = row.node->m_body.view();
-  if (isValidUtf8(bytes)) return false;
+  if (isUtf8 || isValidUtf8(bytes)) return false;
   DataBuffer ignored;  // a file, or a text that fits no charset, is still as it came
   const DecodedText decoded = receivedTextToUtf8(charsetOf(row), bytes, ignored);
   return decoded.origin != TextOrigin::declared || decoded.damaged > 0;
@@ -132,10 +135,10 @@ class BodyLines {
       if (const PartRow& row = outline.rows[id]; isReadAsText(row) && isLeaf(row)) m_lines[id] = linesOf(row);
   }
   /// Null for anything but a text.
-  const std::string* of(std::size_t id) const { return m_lines[id] ? &*m_lines[id] : nullptr; }
+  const TextLines* of(std::size_t id) const { return m_lines[id] ? &*m_lines[id] : nullptr; }
 
  private:
-  std::vector<std::optional<std::string>> m_lines;
+  std::vector<std::optional<TextLines>> m_lines;
 };
 
 /// Of most messages one of the texts that are written anyway.
@@ -144,18 +147,18 @@ std::string previewOf(const mailtree::Message& message, MessageState& state,
   constexpr std::size_t kLength = 256;  // RFC 8621, 4.1.4
   const std::vector<int>& shown = state.displayed().textBody;
   const bool isOne = lines && shown.size() == 1 && isShownAsLines(state.outline().row(shown.front()));
-  const std::string* const text = isOne ? lines->of(static_cast<std::size_t>(shown.front())) : nullptr;
-  return text ? mailtree::previewOf(*text, kLength) : message.preview(kLength);
+  const TextLines* const one = isOne ? lines->of(static_cast<std::size_t>(shown.front())) : nullptr;
+  return one ? mailtree::previewOf(one->text, kLength) : message.preview(kLength);
 }
 
 void appendBodyValues(std::string& out, const Outline& outline, const BodyLines& lines) {
   ObjectText values(out);
   for (std::size_t id = 0; id < outline.rows.size(); ++id) {
-    const std::string* const text = lines.of(id);
+    const TextLines* const text = lines.of(id);
     if (!text) continue;
     ObjectText value(values.begin(std::to_string(id)));
-    value.add("value", *text)
-        .addIs("isEncodingProblem", hasEncodingProblem(outline.rows[id]))
+    value.add("value", text->text)
+        .addIs("isEncodingProblem", hasEncodingProblem(outline.rows[id], text->isStored))
         .addIs("isTruncated", false)
         .close();
   }
@@ -216,8 +219,7 @@ std::string jmapOf(mailtree::Message& message, const JmapOptions& options, std::
   if (!options.file.empty()) out.add("file", options.file);
   out.addMembers(own);
   for (const auto& row : kConvenient)
-    if (options.wants(row.property))
-      appendJmapField(out.begin(row.property), header, row.field, row.form);
+    if (options.wants(row.property)) appendJmapField(out.begin(row.property), header, row.field, row.form);
   for (const std::string& property : options.properties)
     appendJmapProperty(out.begin(property), header, property);
   if (options.wants("hasAttachment")) out.addIs("hasAttachment", !state.displayed().attachments.empty());

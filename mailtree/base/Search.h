@@ -48,7 +48,9 @@ inline std::size_t findInBlocks(std::string_view text, std::size_t from, Matches
   const auto at = [text](std::size_t position) noexcept {
     return reinterpret_cast<const __m128i*>(text.data() + position);
   };
-  const auto first = [](unsigned found) noexcept { return static_cast<std::size_t>(std::countr_zero(found)); };
+  const auto first = [](unsigned found) noexcept {
+    return static_cast<std::size_t>(std::countr_zero(found));
+  };
   if (from >= text.size()) return text.size();
   for (; text.size() - from >= kWidth; from += kWidth)
     if (const unsigned found = hitsIn(_mm_loadu_si128(at(from)))) return from + first(found);

@@ -94,18 +94,23 @@ class Utf16Reader {
 }  // namespace
 
 bool isAscii(std::string_view bytes) noexcept {
-  constexpr std::size_t kBlock = 64;
-  while (bytes.size() >= kBlock) {
-    std::uint64_t words[kBlock / 8];
-    std::memcpy(words, bytes.data(), kBlock);
+  constexpr std::size_t kBlock = 64, kWord = sizeof(std::uint64_t);
+  const auto wordAt = [bytes](std::size_t at) noexcept {
+    std::uint64_t word = 0;
+    std::memcpy(&word, bytes.data() + at, kWord);
+    return word;
+  };
+  constexpr std::uint64_t kHighBits = 0x8080808080808080;
+  std::size_t at = 0;
+  for (; bytes.size() - at >= kBlock; at += kBlock) {
     std::uint64_t all = 0;
-    for (const std::uint64_t word : words) all |= word;
-    if (all & 0x8080808080808080) return false;
-    bytes.remove_prefix(kBlock);
+    for (std::size_t i = 0; i < kBlock; i += kWord) all |= wordAt(at + i);
+    if (all & kHighBits) return false;
   }
-  unsigned char all = 0;
-  for (const char c : bytes) all |= static_cast<unsigned char>(c);
-  return all < 0x80;
+  std::uint64_t all = 0;
+  for (; bytes.size() - at >= kWord; at += kWord) all |= wordAt(at);
+  for (; at < bytes.size(); ++at) all |= static_cast<unsigned char>(bytes[at]);
+  return (all & kHighBits) == 0;
 }
 
 char32_t nextCodePoint(std::string_view utf8, std::size_t& position) noexcept {

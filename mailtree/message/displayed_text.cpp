@@ -1,10 +1,10 @@
 #include "mailtree/message/displayed_text.h"
 
 #include <algorithm>
-#include <array>
 #include <optional>
 #include <utility>
 
+#include "mailtree/base/Search.h"
 #include "mailtree/base/UnixLines.h"
 #include "mailtree/base/Utf.h"
 #include "mailtree/message/internal.h"
@@ -94,22 +94,11 @@ std::string validTextOf(const PartRow& row) {
   return std::move(text);
 }
 
-/// Whether a byte is a character of a word by itself.
-constexpr std::array<bool, 256> kIsAsciiInWord = [] {
-  std::array<bool, 256> isInWord{};
-  for (unsigned c = 0; c < 0x80; ++c) isInWord[c] = !isSpaceAscii(static_cast<char>(c));
-  return isInWord;
-}();
-
-/// Bytes of the ASCII words at the beginning that single blanks separate, at most so many.
+/// Bytes of the printable ASCII words at the beginning that single blanks separate, at most so many.
 std::size_t asciiWordsIn(std::string_view text, std::size_t most) {
   text = text.substr(0, most);
-  const auto isInWord = [text](std::size_t at) {
-    return at < text.size() && kIsAsciiInWord[static_cast<unsigned char>(text[at])];
-  };
-  std::size_t size = 0;
-  while (isInWord(size) || (size > 0 && text.substr(size).starts_with(' ') && isInWord(size + 1))) ++size;
-  return size;
+  text = text.substr(0, findUnprintable<>(text));
+  return trimRight(text.substr(0, findSubstring(text, "  "))).size();
 }
 
 /// Appends a line with one blank for any number, and one before it. False when there is no room left.
@@ -144,7 +133,7 @@ bool appendWords(std::string_view line, std::string& out, std::size_t& left) {
 }  // namespace
 
 std::string readableTextOf(const PartRow& row) {
-  if (!isFlowed(row)) return linesOf(row);
+  if (!isFlowed(row)) return linesOf(row).text;
   return unwrapFlowed(validTextOf(row), hasDelSp(row));
 }
 
@@ -154,9 +143,9 @@ bool isShownAsLines(const PartRow& row) {
          std::ranges::none_of(kEnrichedTypes, isEnriched);
 }
 
-std::string linesOf(const PartRow& row) {
+TextLines linesOf(const PartRow& row) {
   const std::optional<std::string_view> stored = isReadAsText(row) ? storedTextOf(row) : std::nullopt;
-  return withUnixLines(stored ? withoutByteOrderMark(*stored) : validTextOf(row));
+  return {withUnixLines(stored ? withoutByteOrderMark(*stored) : validTextOf(row)), stored.has_value()};
 }
 
 std::string displayedText(const Outline& outline, const Displayed& display, LoadBudget* budget) {

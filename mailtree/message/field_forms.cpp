@@ -76,27 +76,24 @@ void addId(std::string_view text, std::vector<std::string>& ids) {
   if (id.empty()) ids.pop_back();
 }
 
-/// What is in angle brackets, and the words with "@" outside of them.
-struct Ids {
-  std::vector<std::string> bracketed, words;
-};
-
-Ids allIdsIn(std::string_view text) {
-  auto [ids, words] = Ids();
+/// Gives what is in angle brackets, and the words with "@" outside of them, with folding still in them. Ends
+/// when `take` returns false.
+/// @param take  called with the text, and whether it is in brackets.
+template <class Take>
+void readIds(std::string_view text, Take take) {
   while (!(text = trimLeft(text)).empty()) {
     if (text.front() == '(') {
       text = afterComment(text);
     } else if (text.front() == '<') {
       const std::size_t end = std::min(text.find('>'), text.size());
-      addId(text.substr(1, end - 1), ids);
+      if (!take(text.substr(1, end - 1), true)) return;
       text.remove_prefix(std::min(end + 1, text.size()));
     } else {
       const std::size_t end = std::min(text.find_first_of(" \t\r\n<,;", 1), text.size());
-      if (contains(text.substr(0, end), "@")) addId(text.substr(0, end), words);
+      if (contains(text.substr(0, end), "@") && !take(text.substr(0, end), false)) return;
       text.remove_prefix(end);
     }
   }
-  return {std::move(ids), std::move(words)};
 }
 
 }  // namespace
@@ -121,15 +118,34 @@ std::vector<Address> addressesIn(const MimeHeader& header, std::string_view name
 }
 
 std::vector<std::string> idsIn(std::string_view text) {
-  Ids ids = allIdsIn(text);
-  return std::move(ids.bracketed.empty() ? ids.words : ids.bracketed);
+  std::vector<std::string> ids, words;
+  readIds(text,
+          [&](std::string_view id, bool isBracketed) { return addId(id, isBracketed ? ids : words), true; });
+  return std::move(ids.empty() ? words : ids);
 }
 
-std::vector<std::string> bracketedIn(std::string_view text) { return allIdsIn(text).bracketed; }
+std::vector<std::string> bracketedIn(std::string_view text) {
+  std::vector<std::string> ids;
+  readIds(text, [&](std::string_view id, bool isBracketed) {
+    if (isBracketed) addId(id, ids);
+    return true;
+  });
+  return ids;
+}
+
+std::optional<std::string> findFirstId(std::string_view text) {
+  std::vector<std::string> ids, words;
+  readIds(text, [&](std::string_view id, bool isBracketed) {
+    addId(id, isBracketed ? ids : words);
+    return ids.empty();
+  });
+  if (ids.empty()) ids = std::move(words);
+  return ids.empty() ? std::nullopt : std::optional(std::move(ids.front()));
+}
 
 std::string firstIdIn(std::string_view text) {
-  std::vector<std::string> ids = idsIn(text);
-  return ids.empty() ? std::string(trim(text)) : std::move(ids.front());
+  std::optional<std::string> id = findFirstId(text);
+  return id ? *std::move(id) : std::string(trim(text));
 }
 
 std::vector<Address> addressesIn(const MimeHeader& header, int field) {

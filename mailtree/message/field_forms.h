@@ -17,7 +17,9 @@ std::vector<std::string> bracketedIn(std::string_view text);
 /// The ids in a field: those in angle brackets, without comments and obsolete phrases; when there are none,
 /// the words with "@".
 std::vector<std::string> idsIn(std::string_view text);
-/// The first id in angle brackets, without them; the whole text when there is no id.
+/// The first id in angle brackets, without them, else the first word with "@".
+std::optional<std::string> findFirstId(std::string_view text);
+/// The same; the whole text when there is no id.
 std::string firstIdIn(std::string_view text);
 
 /// Addresses that are listed together, and the name of their group (RFC 5322, 3.4); empty outside of groups.

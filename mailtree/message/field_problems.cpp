@@ -65,6 +65,7 @@ constexpr SingleParameter kSingleParameters[] = {{"Content-Type", "boundary", Se
 
 /// The first unknown charset of an encoded word; empty when there is none.
 std::string_view unknownWordCharset(std::string_view value) {
+  if (value.find('?') == std::string_view::npos) return {};  // found fastest
   for (std::size_t at = 0; (at = findSubstring(value, "=?", at)) != std::string_view::npos;) {
     at += 2;
     const std::size_t end = value.find_first_of("? \t\r\n", at);
@@ -79,9 +80,10 @@ std::string_view unknownWordCharset(std::string_view value) {
 
 /// Whether a line of a folded value has nothing but blanks: many programs end the header there.
 bool hasBlankLine(std::string_view value) {
-  for (std::size_t at = value.find('\n'); at != std::string_view::npos; at = value.find('\n', at + 1)) {
-    const std::string_view rest = value.substr(at + 1);
-    if (!rest.empty() && trim(rest.substr(0, rest.find('\n'))).empty()) return true;
+  for (std::size_t at = value.find('\n'); at != std::string_view::npos; at = value.find('\n', at)) {
+    const std::size_t begin = ++at;
+    while (at < value.size() && value[at] != '\n' && isSpaceAscii(value[at])) ++at;
+    if (begin < value.size() && (at == value.size() || value[at] == '\n')) return true;
   }
   return false;
 }

@@ -59,8 +59,7 @@ std::string messageIdIn(const MimeHeader& fields) {
 }
 
 std::string inReplyToIn(const MimeHeader& fields) {
-  const std::vector<std::string> ids = idsIn(headerOf(fields, "In-Reply-To").value_or(std::string()));
-  return ids.empty() ? std::string() : ids.front();
+  return findFirstId(headerOf(fields, "In-Reply-To").value_or(std::string())).value_or(std::string());
 }
 
 std::vector<std::string> referencesIn(const MimeHeader& fields) {
