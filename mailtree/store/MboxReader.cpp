@@ -239,6 +239,8 @@ Result<void> MboxReader::copyBytes(const Lengths& content, SourceMessage& messag
   message.hasBytes = true;
   if (content.begin >= m_window.begin() && content.end <= m_window.end()) {
     message.bytes = m_window.text(content.begin).substr(0, size);
+    // While a long message of a stream is worked on, it is not held twice.
+    if (size > kHeldBytes && !m_window.file()) m_window.release(content.end - kBytesBefore);
     return {};
   }
   message.bytes.resize(size);

@@ -19,18 +19,28 @@ ReadWindow::ReadWindow(std::unique_ptr<ByteStream> stream, std::size_t chunk)
 void ReadWindow::makeRoom(std::size_t size) {
   if (m_capacity - m_to >= size) return;
   const std::size_t held = m_to - m_from;
-  if (held + size <= m_capacity && m_from >= m_capacity / 2) {
-    std::memmove(m_buffer.get(), m_buffer.get() + m_from, held);
-  } else {
-    const std::size_t capacity = std::max(2 * m_capacity, held + 2 * size);
-    std::unique_ptr<char[]> larger(new char[capacity]);  // make_unique would fill it with zeros
-    if (held) std::memcpy(larger.get(), m_buffer.get() + m_from, held);
-    m_buffer = std::move(larger);
-    m_capacity = capacity;
-  }
+  const bool hasRoom = held + size <= m_capacity && m_from >= m_capacity / 2;
+  if (!hasRoom) return moveToBuffer(std::max(2 * m_capacity, held + 2 * size));
+  std::memmove(m_buffer.get(), m_buffer.get() + m_from, held);
   m_base += m_from;
   m_from = 0;
   m_to = held;
+}
+
+void ReadWindow::moveToBuffer(std::size_t capacity) {
+  const std::size_t held = m_to - m_from;
+  std::unique_ptr<char[]> other(new char[capacity]);  // make_unique would fill it with zeros
+  if (held) std::memcpy(other.get(), m_buffer.get() + m_from, held);
+  m_buffer = std::move(other);
+  m_capacity = capacity;
+  m_base += m_from;
+  m_from = 0;
+  m_to = held;
+}
+
+void ReadWindow::release(std::uint64_t keep) {
+  m_from = static_cast<std::size_t>(std::clamp(keep, begin(), end()) - m_base);
+  moveToBuffer(m_to - m_from + m_chunk);
 }
 
 Result<std::size_t> ReadWindow::read(char* out, std::size_t size) {

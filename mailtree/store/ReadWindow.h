@@ -36,11 +36,14 @@ class ReadWindow {
   Result<void> ensure(std::uint64_t from, std::uint64_t size, std::uint64_t keep);
   /// Skips a hole of the file at the end of the window, which is empty then.
   void skipHole() noexcept;
+  /// Gives the memory of a long piece back; nothing before `keep` is kept.
+  void release(std::uint64_t keep);
   /// Continues at another position of the file.
   void moveTo(std::uint64_t offset) noexcept;
 
  private:
   void makeRoom(std::size_t size);
+  void moveToBuffer(std::size_t capacity);
   Result<std::size_t> read(char* out, std::size_t size);
 
   std::shared_ptr<FileReader> m_file;

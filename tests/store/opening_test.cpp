@@ -140,6 +140,16 @@ TEST_F(Opening, ReadsWhatIsCompressed) {
   }
 }
 
+TEST_F(Opening, GoesOnAfterALongMessageThatIsCompressed) {
+  const std::string line(std::size_t{5} << 20, 'x');
+  for (const std::string& header :
+       {"A: 1\n\n"s, "Content-Length: " + std::to_string(line.size() + 1) + "\n\n"}) {
+    const std::string from = kMbox.substr(0, kMbox.find('\n') + 1), message = header + line + "\n";
+    pack(path("mbox"), {ARCHIVE_FORMAT_RAW, ARCHIVE_FILTER_GZIP}, {{"mbox", from + message + "\n" + kMbox}});
+    EXPECT_TRUE(bodiesIn(path("mbox")) == (Strings{message, "A: 1\n", "A: 2\n"})) << header;
+  }
+}
+
 TEST_F(Opening, ReadsArchivesOfMessages) {
   const Entries entries = {{"b.EML", "A: b\n"},       {"x/a.eml", "A: a\n"},     {"x/notes.txt", "A: n\n"},
                            {"x/cur/1:2,S", "A: 1\n"}, {"x/tmp/2.eml", "A: t\n"}, {"f.eml", "From x\n"},
