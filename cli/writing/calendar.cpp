@@ -4,7 +4,7 @@
 #include "cli/support/errors.h"
 #include "cli/support/files.h"
 #include "mailtree/message/calendar.h"
-#include "mailtree/message/media_types.h"
+#include "mailtree/mime/header/Token.h"
 
 namespace mailtree::cli {
 namespace {

@@ -6,7 +6,7 @@
 
 #include "mailtree/base/Utf.h"
 #include "mailtree/message/content.h"
-#include "mailtree/message/media_types.h"
+#include "mailtree/mime/header/Token.h"
 
 namespace mailtree {
 namespace {

@@ -1,14 +1,8 @@
 #include "mailtree/message/media_types.h"
 
-#include <algorithm>
-
 #include "mailtree/mime/header/Token.h"
 
 namespace mailtree {
-
-bool isToken(std::string_view text) {
-  return !text.empty() && std::all_of(text.begin(), text.end(), isTokenChar);
-}
 
 bool isMediaType(std::string_view text) {
   const std::size_t slash = text.find('/');

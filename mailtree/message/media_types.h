@@ -8,8 +8,6 @@
 
 namespace mailtree {
 
-/// A token (RFC 2045, 5.1).
-bool isToken(std::string_view text);
 bool isMediaType(std::string_view text);
 
 /// The media type for a file name's extension, ignoring case; empty when unknown.

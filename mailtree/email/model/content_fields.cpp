@@ -3,11 +3,13 @@
 #include <optional>
 #include <string>
 
+#include "mailtree/base/Search.h"
 #include "mailtree/email/internal.h"
 #include "mailtree/email/model/internal.h"
 #include "mailtree/mime/charset/WrittenCharset.h"
 #include "mailtree/mime/coding/ContentCoding.h"
 #include "mailtree/mime/header/ContentTypeTable.h"
+#include "mailtree/mime/header/Token.h"
 
 namespace mailtree {
 namespace {
@@ -60,11 +62,42 @@ bool haveSameMeaning(std::string_view present, std::string_view wanted) {
          !hasUnspecifiedByteOrder(presentCharset);
 }
 
+/// Takes "; NAME=VALUE" from the beginning of a received field value. False for any unusual form.
+bool takeParameter(std::string_view& received, std::string_view name, std::string_view value) {
+  const auto take = [&received](std::string_view text) {
+    const bool isThere = received.starts_with(text);
+    received.remove_prefix(isThere ? text.size() : 0);
+    return isThere;
+  };
+  if (!take(";")) return false;
+  received = trimLeft(received);
+  if (!beginsWithNoCase(received, name)) return false;
+  received.remove_prefix(name.size());
+  if (!take("=")) return false;
+  const bool isQuoted = take("\"");
+  const bool isPlain = isQuoted ? findUnprintable<'"', '\\'>(value) == value.size() : isToken(value);
+  return isPlain && take(value) && (!isQuoted || take("\""));
+}
+
+/// Whether a received field has this type, charset and boundary, no other parameter, and a usual form. Most
+/// fields have, and comparing them is faster than writing a value first.
+bool isPlainly(std::string_view received, const _svContentType& type, const _svCharset& charset) {
+  const bool hasMore = type.m_formatFlowed || !type.m_otherParams.params().empty() ||
+                       !type.m_name.isEmpty() || !type.m_subtype.isEmpty() || !type.m_protocol.isEmpty() ||
+                       !type.m_micalg.isEmpty() || !type.m_smimeType.isEmpty();
+  if (hasMore || hasUnspecifiedByteOrder(charset)) return false;
+  if (type.m_type.isEmpty() || !beginsWithNoCase(received, type.m_type)) return false;
+  received.remove_prefix(type.m_type.view().size());
+  const std::string_view label = viewOf(charset.getName()), boundary = type.m_boundary;
+  if (beginsWithNoCase(type.m_type, "text/") && !label.empty() && !takeParameter(received, "charset", label))
+    return false;
+  return (boundary.empty() || takeParameter(received, "boundary", boundary)) && trim(received).empty();
+}
+
 /// Whether the field was received and needs no change. A field that was set has no received form to keep.
-bool receivedFieldMatches(const MimeHeader& header, std::string_view wanted) {
+bool receivedFieldMatches(const MimeHeader& header, int index, std::string_view wanted) {
   return neverThrow(false, [&] {
     std::string unfolded;
-    const int index = header.findField("Content-Type");
     return header.isReceived(index) && haveSameMeaning(header.unfoldedValue(index, unfolded), wanted);
   });
 }
@@ -228,19 +261,23 @@ void Email2::setContentTypeUtf8(const char* type, const char* name, const char* 
 
 void Email2::refreshContentTypeHeader(LogBase& log) {
   if (!isLive()) return;
-  StringBuffer value;
   _svCharset charset;
-  if (isText(*this) && isStrictAttachment(nullptr)) {
+  _svCharset* label = &charset;
+  const bool isAttachedText = isText(*this) && isStrictAttachment(nullptr);
+  if (isAttachedText) {
     if (m_attachCodePage != 0) charset.setByCodePage(m_attachCodePage);
     m_contentType.m_formatFlowed = false;  // the line wrapping of an attached file is not changed
-    m_contentType.buildMimeHeaderValue(value, charset, /*withFlowed=*/false, /*withName=*/true, log);
+  } else if (isStoredAsFile(*this)) {
+    charset = labelledCharset(*this);
   } else {
-    if (isStoredAsFile(*this)) charset = labelledCharset(*this);
-    _svCharset& label = isStoredAsFile(*this) ? charset : emailCharset(charset);
-    m_contentType.buildMimeHeaderValue(value, label, /*withFlowed=*/true, /*withName=*/true, log);
+    label = &emailCharset(charset);
   }
+  const int field = m_header.findField("Content-Type");
+  if (m_header.isReceived(field) && isPlainly(m_header.rawValue(field), m_contentType, *label)) return;
 
-  if (receivedFieldMatches(m_header, value)) return;
+  StringBuffer value;
+  m_contentType.buildMimeHeaderValue(value, *label, /*withFlowed=*/!isAttachedText, /*withName=*/true, log);
+  if (receivedFieldMatches(m_header, field, value)) return;
   m_header.replaceMimeFieldUtf8_a("Content-Type", value.getString(), /*asGiven=*/true, /*ordinary=*/false,
                                   log);
 }

@@ -1,6 +1,7 @@
 // mime/header/Token.h - the characters of tokens: words of structured values that need no quotes.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <string_view>
@@ -17,5 +18,9 @@ inline constexpr std::array<bool, 256> kIsTokenChar = [] {
 }();
 
 constexpr bool isTokenChar(char c) noexcept { return kIsTokenChar[static_cast<unsigned char>(c)]; }
+
+constexpr bool isToken(std::string_view text) noexcept {
+  return !text.empty() && std::ranges::all_of(text, isTokenChar);
+}
 
 }  // namespace mailtree
