@@ -65,6 +65,12 @@ constexpr bool isOmittedWhenEmpty(std::string_view name) noexcept {
   return equalsNoCase(name, "Content-Type") || equalsNoCase(name, "Content-Transfer-Encoding");
 }
 
+/// Whether a field is empty and omitted for it. The value comes first, because its first letters decide
+/// nearly always.
+constexpr bool isOmittedAsEmpty(std::string_view name, std::string_view value) noexcept {
+  return trimLeft(value).empty() && isOmittedWhenEmpty(name);
+}
+
 /// Where the first field begins, if only empty or blank lines precede it; npos otherwise.
 inline std::size_t findFirstField(std::string_view text) noexcept {
   std::size_t begin = 0;

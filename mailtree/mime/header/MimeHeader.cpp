@@ -66,7 +66,7 @@ int MimeHeader::search(std::string_view name, int from) const noexcept {
     if (field.nameSize != name.size() || !equalsNoCase({block + field.nameOffset, name.size()}, name))
       continue;
     const int index = static_cast<int>(&field - m_fields.data());
-    if (!isOmittedWhenEmpty(name) || !trim(valueOf(field)).empty()) return index;
+    if (!isOmittedAsEmpty(name, {block + field.valueOffset, field.valueSize})) return index;
     // An empty field is not written, so other programs would use the next of its name.
     if (empty < 0) empty = index;
   }

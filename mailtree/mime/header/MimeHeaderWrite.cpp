@@ -42,12 +42,12 @@ void appendWithCrlf(std::string_view text, std::string& out) {
 
 bool MimeHeader::isWritten(const Field& field, std::string_view prefix, bool isTop) const noexcept {
   if (field.kind == Kind::malformed) return true;
-  const std::string_view name = nameOf(field);
+  const std::string_view name(m_block.data() + field.nameOffset, field.nameSize);
   if (beginsWithNoCase(name, kInternalPrefix)) return false;
   if (!prefix.empty() && beginsWithNoCase(name, prefix)) return false;
   if (!isTop && !m_loadedFromText && isOneOf(kMessageOnly, name)) return false;
   if (m_omitsBcc && isOneOf(kHiddenRecipients, name)) return false;
-  return !isOmittedWhenEmpty(name) || !trim(valueOf(field)).empty();
+  return !isOmittedAsEmpty(name, {m_block.data() + field.valueOffset, field.valueSize});
 }
 
 void MimeHeader::getMimeHeader(StringBuffer& out, const char* prefix, int codePage, bool isTop,
