@@ -135,10 +135,10 @@ class BodyLines {
       if (const PartRow& row = outline.rows[id]; isReadAsText(row) && isLeaf(row)) m_lines[id] = linesOf(row);
   }
   /// Null for anything but a text.
-  const TextLines* of(std::size_t id) const { return m_lines[id] ? &*m_lines[id] : nullptr; }
+  const PartLines* of(std::size_t id) const { return m_lines[id] ? &*m_lines[id] : nullptr; }
 
  private:
-  std::vector<std::optional<TextLines>> m_lines;
+  std::vector<std::optional<PartLines>> m_lines;
 };
 
 /// Of most messages one of the texts that are written anyway.
@@ -147,14 +147,14 @@ std::string previewOf(const mailtree::Message& message, MessageState& state,
   constexpr std::size_t kLength = 256;  // RFC 8621, 4.1.4
   const std::vector<int>& shown = state.displayed().textBody;
   const bool isOne = lines && shown.size() == 1 && isShownAsLines(state.outline().row(shown.front()));
-  const TextLines* const one = isOne ? lines->of(static_cast<std::size_t>(shown.front())) : nullptr;
+  const PartLines* const one = isOne ? lines->of(static_cast<std::size_t>(shown.front())) : nullptr;
   return one ? mailtree::previewOf(one->text, kLength) : message.preview(kLength);
 }
 
 void appendBodyValues(std::string& out, const Outline& outline, const BodyLines& lines) {
   ObjectText values(out);
   for (std::size_t id = 0; id < outline.rows.size(); ++id) {
-    const TextLines* const text = lines.of(id);
+    const PartLines* const text = lines.of(id);
     if (!text) continue;
     ObjectText value(values.begin(std::to_string(id)));
     value.add("value", text->text)

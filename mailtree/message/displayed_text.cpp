@@ -143,7 +143,7 @@ bool isShownAsLines(const PartRow& row) {
          std::ranges::none_of(kEnrichedTypes, isEnriched);
 }
 
-TextLines linesOf(const PartRow& row) {
+PartLines linesOf(const PartRow& row) {
   const std::optional<std::string_view> stored = isReadAsText(row) ? storedTextOf(row) : std::nullopt;
   return {withUnixLines(stored ? withoutByteOrderMark(*stored) : validTextOf(row)), stored.has_value()};
 }

@@ -12,12 +12,12 @@ namespace mailtree {
 
 class Message;
 
-struct TextLines {
+struct PartLines {
   std::string text;
   bool isStored = false;  ///< The part holds this text as utf-8: nothing had to be converted or replaced.
 };
 /// The text of a part in utf-8 without a byte order mark, lines ending in LF. Empty for anything but text.
-TextLines linesOf(const PartRow& row);
+PartLines linesOf(const PartRow& row);
 
 /// Whether a reader sees these lines: the text has no markup, and none of its lines are joined.
 bool isShownAsLines(const PartRow& row);
