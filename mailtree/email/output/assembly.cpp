@@ -136,8 +136,7 @@ void appendHeader(const Email2& node, const OutgoingBody& body, const Assembly& 
   const bool isEmpty = out.getSize() == before;
   if (isEmpty && !hasChildren(node) && looksLikeHeader(body.bytesOf(node).view(), job))
     out.append(kFieldBeforeBody);
-  if (out.getSize() != before) out.append("\r\n");
-  out.append("\r\n");
+  out.append(out.getSize() != before ? "\r\n\r\n" : "\r\n");
 }
 
 bool writeHeader(const Email2& node, const OutgoingBody& body, const Assembly& job) {
@@ -241,9 +240,9 @@ void encodeBareCr(Email2& node, const OutgoingBody& body, const Assembly& job) {
 
 /// Writes the plain name of the encoding, because some programs do not know "base64;". Letter case is kept.
 void normalizeEncodingName(Email2& node, LogBase& log) {
+  if (hasChildren(node) || !isEncoded(node)) return;
   const int field = node.m_header.findField("Content-Transfer-Encoding");
-  if (hasChildren(node) || !isEncoded(node) || field < 0) return;
-  if (!equalsNoCase(node.m_header.rawValue(field), node.m_transferEncoding))
+  if (field >= 0 && !equalsNoCase(node.m_header.rawValue(field), node.m_transferEncoding))
     setTransferEncoding(node, copyOf(node.m_transferEncoding).getString(), log);
 }
 
@@ -296,11 +295,14 @@ std::uint64_t sizeOfDelimiters(const Email2& node) noexcept {
   return size;
 }
 
-std::uint64_t sizeOfNode(const Email2& node) noexcept {
+std::uint64_t sizeBelowHeader(const Email2& node) noexcept {
   const std::size_t body = node.m_body.getSize();
   const bool isBase64 = node.m_transferEncoding.equalsIgnoreCase("base64");
-  return (isBase64 ? ContentCoding::computeBase64Size(body, 76) : body) + node.m_header.getMimeHeaderSize() +
-         4 + sizeOfDelimiters(node);
+  return (isBase64 ? ContentCoding::computeBase64Size(body, 76) : body) + 4 + sizeOfDelimiters(node);
+}
+
+std::uint64_t sizeOfNode(const Email2& node) noexcept {
+  return node.m_header.getMimeHeaderSize() + sizeBelowHeader(node);
 }
 
 /// Whether only the header was downloaded; a field then holds the size on the server.
@@ -316,12 +318,13 @@ unsigned sizeOnServer(const Email2& node, LogBase& log) {
 }
 
 /// Reserves memory for the whole message, because growing copies what is already written. An estimate is
-/// enough, but it must not be too small.
+/// enough, but it must not be too small: a header counts with all the memory that it has, because looking at
+/// each field takes longer than writing it.
 void reserveFor(const Email2& root, StringBuffer& text) {
   constexpr std::uint64_t kSpare = 4096;
   std::uint64_t size = 0;
   walkTree(root, [&](const Email2& node) {
-    size += sizeOfNode(node);
+    size += node.m_header.heapUsage() + sizeBelowHeader(node);
     return Walk::descend;
   });
   text.text().reserve(text.getSize() + static_cast<std::size_t>(size + size / 64 + kSpare));
