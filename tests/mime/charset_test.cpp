@@ -190,6 +190,21 @@ TEST(Charset, random_bytes_never_give_malformed_utf8) {
   }
 }
 
+TEST(Charset, east_asian_tables_encode_as_icu_does) {
+  std::string every;
+  for (char32_t c = 1; c < 0x20000; c += c == 0xD7FF ? 0x801 : 1) appendUtf8(every, c);
+  const std::string texts[] = {every, "日本" + every.substr(every.size() - 900) + "語 é",
+                               repeat("漢字😀かな\u0304 ", 2000), "日\xE6\x97 本\xFF"};
+  for (const int codePage : {932, 936, 949, 950, 951, 20932, 20936, 20949, 51932, 51936, 51949, 54936})
+    for (const std::string& text : texts) {
+      std::string byTable, byIcu;
+      ByteSink sink(byIcu);
+      const bool complete = encodeWithIcu(icuConverterOf(codePage), text, sink);
+      EXPECT_EQ(encodeFromUtf8(codePage, text, byTable), complete) << codePage;
+      EXPECT_TRUE(byTable == byIcu) << codePage;
+    }
+}
+
 TEST(Charset, threads_share_tables_and_not_converters) {
   const auto all = samples();
   std::vector<int> failures(4);
@@ -198,8 +213,9 @@ TEST(Charset, threads_share_tables_and_not_converters) {
     threads.emplace_back([&failed, &all] {
       for (int round = 0; round < 20; ++round)
         for (const auto& [label, bytes, wanted] : all) {
-          std::string utf8;
+          std::string utf8, back;
           failed += !decodeToUtf8(codePageOfCharset(label), bytes, utf8) || utf8 != wanted;
+          failed += !encodeFromUtf8(codePageOfCharset(label), utf8, back);
         }
     });
   for (std::thread& thread : threads) thread.join();

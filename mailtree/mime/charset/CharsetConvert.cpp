@@ -43,7 +43,7 @@ bool encode(int codePage, std::string_view utf8, ByteSink& out) {
   if (const SingleByteCodec* const codec = singleByteCodec(codePage))
     return encodeSingleByte(*codec, utf8, out);
   if (isIso2022Jp(codePage)) return encodeIso2022Jp(utf8, out);
-  return encodeWithIcu(icuConverterOf(codePage), utf8, out);
+  return encodeWithTable(codePage, utf8, out);
 }
 
 /// Converts by way of utf-8. Two different code pages share the same bytes only when both are utf-8.

@@ -147,6 +147,8 @@ bool encodeUtf16(std::string_view utf8, bool bigEndian, ByteSink& out);
 /// The East Asian charsets of one and two bytes, through tables built from ICU on first use.
 bool isDoubleByte(int codePage) noexcept;
 bool decodeDoubleByte(int codePage, std::string_view bytes, ByteSink& out);
+/// Encodes as ICU does, by table where the code page has one.
+bool encodeWithTable(int codePage, std::string_view utf8, ByteSink& out);
 
 /// iso-2022-jp in all the forms found in mail.
 bool isIso2022Jp(int codePage) noexcept;

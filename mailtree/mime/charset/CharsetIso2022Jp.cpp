@@ -229,7 +229,7 @@ bool decodeIso2022Jp(std::string_view bytes, ByteSink& out) {
 bool encodeIso2022Jp(std::string_view utf8, ByteSink& out) {
   std::string euc;
   ByteSink sink(euc);
-  bool isComplete = encodeWithIcu(icuConverterOf(kCpEucJp), utf8, sink);
+  bool isComplete = encodeWithTable(kCpEucJp, utf8, sink);
   std::string text;
   Set set = Set::ascii;
   for (std::size_t i = 0; i < euc.size();) {
