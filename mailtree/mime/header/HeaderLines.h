@@ -65,10 +65,11 @@ constexpr bool isOmittedWhenEmpty(std::string_view name) noexcept {
   return equalsNoCase(name, "Content-Type") || equalsNoCase(name, "Content-Transfer-Encoding");
 }
 
-/// Whether a field is empty and omitted for it. The value comes first, because its first letters decide
-/// nearly always.
+/// Whether a field is empty and omitted for it. Most fields have a shorter name, and nearly all of the rest a
+/// value, so the letters of the name are looked at last.
 constexpr bool isOmittedAsEmpty(std::string_view name, std::string_view value) noexcept {
-  return trimLeft(value).empty() && isOmittedWhenEmpty(name);
+  constexpr std::size_t kShortestName = std::string_view("Content-Type").size();
+  return name.size() >= kShortestName && trimLeft(value).empty() && isOmittedWhenEmpty(name);
 }
 
 /// Where the first field begins, if only empty or blank lines precede it; npos otherwise.
