@@ -311,13 +311,18 @@ TEST(ContentType, received_text_that_means_the_same_is_left_alone) {
     application/pdf; x=1; NAME=a.pdf            | name=a.pdf   | same
     application/pdf; x=1; NAME=a.pdf            | name=b.pdf   | application/pdf; name=b.pdf; x=1
     TEXT/Plain; Charset=x-nobody-knows          | charset=8    | text/plain; charset=utf-8
+    Text/plain;charset="UTF-8"                  | charset=8    | same
+    text/plain; charset="utf-8" x               | charset=9    | text/plain; charset=iso-8859-2
+    multipart/mixed; boundary=a;b               | boundary=a;b | multipart/mixed; boundary="a;b"
+    multipart/mixed; boundary="ab"              | boundary=a   | multipart/mixed; boundary="a"
     Multipart/Related; boundary=x; type="TEXT/html" | subtype=text/HTML\x20 | same
     Text/Plain | charset=8 | text/plain; charset=utf-8 || Text/Plain | type=text/html | text/html
     Text/Plain | type= |)")) {
     const EmailPtr node = receivedNode(received);
     const std::string value = change.substr(change.find('=') + 1);
     if (change.starts_with("name")) node->setName(StringBuffer(value), quiet);
-    if (change.starts_with("charset")) node->use_codepage(65001);
+    if (change.starts_with("charset")) node->use_codepage(value == "8" ? 65001 : 28592);
+    if (change.starts_with("boundary")) node->m_contentType.m_boundary.setString(value);
     if (change.starts_with("type")) node->fixContentTypeUtf8(value.c_str(), quiet);
     if (change.starts_with("subtype")) node->setContentSubtype(value.c_str(), quiet);
     node->refreshContentTypeHeader(quiet);
